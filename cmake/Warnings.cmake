@@ -1,0 +1,5 @@
+# One set of warnings for everything that is built here.
+add_library(fxds_warnings INTERFACE)
+target_compile_options(fxds_warnings INTERFACE
+  -Wall -Wextra -Wpedantic -Wshadow -Wconversion
+  $<$<BOOL:${FXDS_WERROR}>:-Werror>)

@@ -1,0 +1,3 @@
+#include "fxds/Counted.h"
+
+Counted::~Counted() = default;

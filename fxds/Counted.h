@@ -1,0 +1,71 @@
+// A second, independent counting pair: counted objects and their smart pointer.
+#ifndef FXDS_COUNTED_H
+#define FXDS_COUNTED_H
+
+#include <utility>
+
+#include "fxds/Config.h"
+
+/// Base of objects that are held through RPtr. Starts with no holders.
+class FX_API Counted {
+public:
+    Counted() : count(0) {}
+    Counted(const Counted&) : count(0) {}
+    Counted& operator=(const Counted&) { return *this; }
+    virtual ~Counted();
+
+    int count;  ///< Number of pointers that hold the object.
+};
+
+/// Gives up one hold when it is destroyed. It does not take one when it is
+/// made: that is the deriving class's business (see RPtr). A target whose
+/// count falls to 0 or below is destroyed.
+class FX_API RPtr_base {
+public:
+    /// `target` may be null. Its count is left as it is.
+    explicit RPtr_base(Counted* target = nullptr) : pointer(target) {}
+    RPtr_base(const RPtr_base&) = delete;
+    RPtr_base& operator=(const RPtr_base&) = delete;
+    ~RPtr_base() { drop(); }
+
+protected:
+    /// Lets go of the target. The pointer is null before the target dies, so
+    /// that a destructor which looks at it sees no dying object.
+    void drop() {
+        Counted* target = std::exchange(pointer, nullptr);
+        if (target != nullptr && --target->count <= 0) delete target;
+    }
+
+    Counted* pointer;  // shared, may be null
+};
+
+/// Shares a T, which derives from Counted: the last RPtr to let go deletes it.
+template <class T>
+class RPtr : public RPtr_base {
+public:
+    RPtr() = default;
+    RPtr(T* target) : RPtr_base(taken(target)) {}  // implicit: `RPtr<T> p = new T`
+    RPtr(const RPtr& other) : RPtr_base(taken(other.get())) {}
+    RPtr(RPtr&& other) noexcept : RPtr_base(std::exchange(other.pointer, nullptr)) {}
+    /// The new target is held before the old one is let go.
+    RPtr& operator=(RPtr other) noexcept {
+        std::swap(pointer, other.pointer);
+        return *this;
+    }
+
+    T* get() const { return static_cast<T*>(pointer); }
+    T* operator->() const { return get(); }
+    T& operator*() const { return *get(); }
+    explicit operator bool() const { return pointer != nullptr; }
+
+    friend bool operator==(const RPtr& a, const RPtr& b) { return a.pointer == b.pointer; }
+    friend bool operator!=(const RPtr& a, const RPtr& b) { return a.pointer != b.pointer; }
+
+private:
+    static Counted* taken(Counted* target) {
+        if (target != nullptr) ++target->count;
+        return target;
+    }
+};
+
+#endif

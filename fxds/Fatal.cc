@@ -1,0 +1,21 @@
+#include "fxds/Fatal.h"
+
+#include <cstdarg>
+#include <cstdio>
+#include <cstdlib>
+
+// abort() runs no handlers and flushes nothing, so the message is flushed here.
+
+void fxFatal(const char* format, ...) {
+    va_list arguments;
+    va_start(arguments, format);
+    std::vfprintf(stderr, format, arguments);
+    va_end(arguments);
+    std::fputc('\n', stderr);
+    std::fflush(stderr);
+    std::abort();
+}
+
+void fxAssertFailed(const char* condition, const char* file, int line) {
+    fxFatal("%s:%d: precondition violated: %s", file, line, condition);
+}

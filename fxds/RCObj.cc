@@ -1,0 +1,3 @@
+#include "fxds/RCObj.h"
+
+fxRCObj::~fxRCObj() = default;

@@ -1,0 +1,31 @@
+// Root of all objects that are counted by their holders.
+#ifndef FXDS_RCOBJ_H
+#define FXDS_RCOBJ_H
+
+#include "fxds/Config.h"
+
+/// An object that knows how many holders it has. A new object has none; a
+/// holder calls take() when it stores the object and release() when it lets go.
+/// The holder that brings the count to exactly 0 destroys the object, so every
+/// release() must pair with an earlier take(): releasing at 0 wraps the count.
+/// Nothing is atomic: an object belongs to one thread.
+class FX_API fxRCObj {
+public:
+    fxRCObj() : refCount(0) {}
+    /// A copy is a new object that nobody holds yet.
+    fxRCObj(const fxRCObj&) : refCount(0) {}
+    /// Assignment changes what the object is, not who holds it.
+    fxRCObj& operator=(const fxRCObj&) { return *this; }
+    virtual ~fxRCObj();
+
+    void take() { ++refCount; }
+
+    /// Destroys the object when this was the last holder.
+    void release() {
+        if (--refCount == 0) delete this;
+    }
+
+    unsigned long refCount;  ///< Number of holders.
+};
+
+#endif

@@ -1,0 +1,43 @@
+// Root of the objects that can be transcribed and know their run-time type.
+#ifndef FXDS_XDROBJ_H
+#define FXDS_XDROBJ_H
+
+#include "fxds/RCObj.h"
+#include "fxds/TypeObj.h"
+
+/// A counted object with the hooks of transcription. A class that overrides
+/// nothing answers the name and the record of this one.
+class FX_API fxXDRObj : public fxRCObj {
+public:
+    fxXDRObj() = default;
+    /// The constructor that the type registry calls; the record itself is not
+    /// used here.
+    explicit fxXDRObj(fxTypeObj&) {}
+
+    virtual const char* className() const;
+
+    /// Writes or reads the object's contents, whichever way `transcriber`
+    /// goes. Returns 1, or 0 when a step failed. This one does nothing.
+    virtual fxBool xdr(fxTranscriber& transcriber);
+
+    /// The record of the object's class.
+    virtual fxTypeObj* getTypeObj() const;
+
+    /// Asked when transcription of the object at `object` failed; the answer
+    /// is the result of the transcription. This one answers 0.
+    virtual fxBool xdrFail(fxTranscriber& transcriber, void* object);
+
+    /// Told when transcription succeeded: by a writer at once, by a reader
+    /// when every pointer of the graph has been filled in.
+    virtual void xdrSuccess(fxTranscriber& transcriber);
+
+    /// The functions of fxXDRObj_type.
+    static void* newInstance(fxTypeObj& type);
+    static void deleteInstance(void* object);
+    /// Runs this class's own xdr(), whatever the object's class overrides: 1.
+    static fxBool xdr(void* object, fxTranscriber& transcriber);
+};
+
+extern FX_API fxTypeObj fxXDRObj_type;
+
+#endif
