@@ -1,0 +1,232 @@
+// Channels: the named, typed ends between which values travel.
+#ifndef FXDS_CHANNEL_H
+#define FXDS_CHANNEL_H
+
+#include <cstddef>
+
+#include "fxds/Config.h"
+#include "fxds/DataTypes.h"
+#include "fxds/VoidPtrArray.h"
+
+class fxData;
+class fxDelivery;
+class fxMessageEvent;
+class fxOutputChannel;
+
+/// The receiving end: a function and the closure that it is called with.
+/// Counted by its holders: the object's table, each output connection, each
+/// converter that feeds it and each queued message. Made by fxObj::addInput().
+///
+/// Not polymorphic: a converter copy (see fxConverter) is an input channel too
+/// and is told apart by a flag, which release() looks at.
+class FX_API fxInputChannel {
+public:
+    /// `function` is called as function(closure, value), with the signature
+    /// that belongs to the data type (see DataTypes.h). Bit 0 of `replace`
+    /// keeps at most one message waiting for this input, the newest.
+    /// `closure` is borrowed. The channel starts with no holder.
+    fxInputChannel(unsigned short type, void* closure, void (*function)(), fxBool replace);
+    fxInputChannel(const fxInputChannel&) = delete;
+    fxInputChannel& operator=(const fxInputChannel&) = delete;
+    ~fxInputChannel();
+
+    unsigned short getType() const { return static_cast<unsigned short>(word >> typeShift); }
+    bool isReplacing() const { return (word & replaceBit) != 0; }
+    bool isConverter() const { return (word & converterBit) != 0; }
+
+    /// The input that this one leads to: itself unless it is a converter copy.
+    /// Null for a converter copy that was never spliced.
+    fxInputChannel* target();
+
+    /// The outputs that feed this input, one entry per connection; null before
+    /// the first connection. View.
+    const fxVoidPtrArray* getOutputs() const { return outputs; }
+
+    /// Enters a feeding output. Called by fxOutputChannel::add().
+    void add(fxOutputChannel* output);
+
+    /// Removes the first entry of the output. An output that is missing means
+    /// broken connections and is fatal.
+    void remove(fxOutputChannel* output);
+
+    /// Cuts all connections. The channel may be gone afterwards, when they
+    /// were its last holders.
+    void disconnect();
+
+    /// Discards every message that waits for this input, also behind a
+    /// converter. The channel may be gone afterwards, when a message was its
+    /// last holder.
+    void flush();
+
+    void take() { ++refCount; }
+    /// Destroys the channel when this was the last holder.
+    void release() {
+        if (--refCount == 0) destroy();
+    }
+
+    /// Calls the receiving function with a boxed value, without it when this
+    /// input has the type fxDT_void.
+    void deliver(fxData* data);
+
+    /// Calls the receiving function. A value goes along unless this input has
+    /// the type fxDT_void.
+    template <class... Passed>
+    void call(Passed... value) {
+        if (sizeof...(Passed) == 0 || getType() != fxDT_void) {
+            callAs(value...);
+        } else {
+            callAs();
+        }
+    }
+
+    // So that a converter copy may be deleted through this class.
+    static void* operator new(size_t size) { return ::operator new(size); }
+    static void operator delete(void* memory) { ::operator delete(memory); }
+
+    void* closure;
+    void (*function)();
+
+protected:
+    static constexpr unsigned int replaceBit = 1;
+    static constexpr unsigned int converterBit = 2;
+    static constexpr unsigned int typeShift = 2;
+
+    unsigned int word;  // the two flags, and the data type number above them
+
+public:
+    fxMessageEvent* pending;  ///< The message that waits, for a replacing input.
+    unsigned long refCount;
+
+private:
+    friend class fxEventHandler;
+    friend class fxInputTable;
+    friend class fxMessageEvent;
+    friend class fxOutputChannel;
+
+    template <class... Passed>
+    void callAs(Passed... value) {
+        reinterpret_cast<void (*)(void*, Passed...)>(function)(closure, value...);
+    }
+
+    template <class... Passed>
+    void receive(unsigned short type, Passed... value);
+    void cancelPending();
+    void destroy();
+
+    fxVoidPtrArray* outputs;  // of fxOutputChannel*, borrowed
+    unsigned long queued;     // messages that wait here or on converters leading here
+    // An input whose name was given to another keeps its connections; its
+    // object remembers it here to silence it in the end.
+    fxInputChannel* nextRetired;
+    fxInputChannel** retiredLink;
+};
+
+/// The sending end: a data type and the inputs connected to it. Made by
+/// fxObj::addOutput() and owned by its object.
+///
+/// While a value goes round, receivers may connect and disconnect, and may
+/// destroy inputs, this output and any object. Connections made meanwhile wait
+/// for the next value, those cut are not served any more.
+class FX_API fxOutputChannel {
+public:
+    explicit fxOutputChannel(unsigned short type);
+    fxOutputChannel(const fxOutputChannel&) = delete;
+    fxOutputChannel& operator=(const fxOutputChannel&) = delete;
+    ~fxOutputChannel();
+
+    unsigned short getType() const { return type; }
+
+    /// Connects the input, through a converter when the data types differ and
+    /// the input is not of type fxDT_void. Fatal when there is no converter.
+    void add(fxInputChannel* input);
+
+    /// Cuts the first connection to the input; nothing when there is none.
+    void remove(fxInputChannel* input);
+
+    /// Position of the first connection to the input, also behind a converter,
+    /// or 0xFFFFFFFF.
+    unsigned int find(fxInputChannel* input) const;
+    bool isConnectedTo(fxInputChannel* input) const;
+
+    /// The entry at `index`: the input, or the converter copy that leads to it.
+    fxInputChannel* operator[](unsigned int index) const {
+        return static_cast<fxInputChannel*>((*inputs)[index]);
+    }
+    unsigned int getNumberOfConnections() const { return inputs != nullptr ? inputs->length() : 0; }
+
+    /// Calls every connected input at once, in the order of connection. The
+    /// values are what receiving functions of this type take after the closure.
+    template <class... Passed>
+    void deliver(Passed... value);
+
+private:
+    friend class fxDelivery;
+
+    unsigned short type;
+    fxVoidPtrArray* inputs;  // of fxInputChannel*, each holding one count
+    fxDelivery* deliveries;  // the walks now going on, innermost first
+};
+
+/// The walk over an output's connections while a value goes round: the one
+/// mechanism that keeps a send safe from what its receivers do. It stands on
+/// the sender's stack, registered with the output, which corrects it when
+/// connections go and ends it when it dies itself.
+class FX_API fxDelivery {
+public:
+    explicit fxDelivery(fxOutputChannel& output_)
+        : output(&output_),
+          position(0),
+          end(output_.getNumberOfConnections()),
+          outer(output_.deliveries) {
+        output_.deliveries = this;
+    }
+    fxDelivery(const fxDelivery&) = delete;
+    fxDelivery& operator=(const fxDelivery&) = delete;
+    ~fxDelivery() {
+        if (output != nullptr) output->deliveries = outer;
+    }
+
+    /// The next connection to serve, or null at the end.
+    fxInputChannel* next() { return position < end ? (*output)[position++] : nullptr; }
+
+private:
+    friend class fxOutputChannel;
+
+    void connectionRemoved(unsigned int index) {
+        if (index < position) --position;
+        if (index < end) --end;
+    }
+    void outputDied() {
+        output = nullptr;
+        position = end = 0;
+    }
+
+    fxOutputChannel* output;  // null once it has died
+    unsigned int position;    // of the connection to serve next
+    unsigned int end;         // what was connected when the walk began
+    fxDelivery* outer;        // an earlier walk over the same output
+};
+
+template <class... Passed>
+inline void fxOutputChannel::deliver(Passed... value) {
+    if (getNumberOfConnections() == 0) return;
+    const unsigned short valueType = type;  // the output may die under the walk
+    fxDelivery walk(*this);
+    while (fxInputChannel* input = walk.next()) input->receive(valueType, value...);
+}
+
+template <class... Passed>
+inline void fxInputChannel::receive(unsigned short type, Passed... value) {
+    // Nearly every connection is a plain one of the same type, and then nothing
+    // of the channel is touched once its function runs.
+    if (word == static_cast<unsigned int>(type) << typeShift) {
+        callAs(value...);
+        return;
+    }
+    take();
+    if (isReplacing()) cancelPending();
+    call(value...);
+    release();
+}
+
+#endif

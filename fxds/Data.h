@@ -1,0 +1,124 @@
+// Boxed values: what waits in the event queue or in a property.
+#ifndef FXDS_DATA_H
+#define FXDS_DATA_H
+
+#include <cstddef>
+#include <cstring>
+#include <type_traits>
+
+#include "fxds/Config.h"
+
+class fxStr;
+class fxStrArray;
+
+/// A value with its data type number and a count of holders. Holders take()
+/// and release() it; the one that brings the count to 0 destroys it. A send
+/// takes over a value that nobody holds.
+class FX_API fxData {
+public:
+    explicit fxData(unsigned short type);
+    fxData(const fxData&) = delete;
+    fxData& operator=(const fxData&) = delete;
+    virtual ~fxData();
+
+    /// Name of the kind of value.
+    virtual const char* dataName() const = 0;
+
+    /// Calls `function` with `closure` and the value, as a function of the
+    /// signature that belongs to the data type.
+    virtual void deliverTo(void (*function)(), void* closure) = 0;
+
+    /// Copies the value to `target`, which has room for getSize() bytes; for
+    /// strings and string arrays `target` is a live object that is assigned
+    /// to. `type` is not consulted.
+    virtual void getValue(unsigned short type, void* target) = 0;
+
+    /// Size of the value in bytes.
+    virtual unsigned int getSize() = 0;
+
+    unsigned short getType() const { return type; }
+    void take() { ++count; }
+    void release() {
+        if (--count == 0) delete this;
+    }
+
+    static void* operator new(size_t size);
+    static void operator delete(void* memory, size_t size);
+
+    unsigned long count;  ///< Number of holders, 0 when made.
+    unsigned short type;  ///< Data type number.
+};
+
+/// Carries the family of boxed values: T is what is kept, Passed what the
+/// receiving function takes.
+template <class T, class Passed = T>
+class FX_API fxValueData : public fxData {
+public:
+    const char* dataName() const override { return "TYPE"; }
+    void deliverTo(void (*function)(), void* closure) override {
+        reinterpret_cast<void (*)(void*, Passed)>(function)(closure, value);
+    }
+    void getValue(unsigned short, void* target) override {
+        if constexpr (std::is_trivially_copyable_v<T>) {
+            std::memcpy(target, &value, sizeof value);  // the target may be unaligned
+        } else {
+            *static_cast<T*>(target) = value;
+        }
+    }
+    unsigned int getSize() override { return sizeof(T); }
+
+    T value;
+
+protected:
+    fxValueData(unsigned short type_, const T& value_) : fxData(type_), value(value_) {}
+};
+
+class FX_API fxBoolData : public fxValueData<unsigned char> {
+public:
+    explicit fxBoolData(unsigned char value);
+};
+
+class FX_API fxIntData : public fxValueData<int> {
+public:
+    explicit fxIntData(int value);
+};
+
+class FX_API fxLongData : public fxValueData<long> {
+public:
+    explicit fxLongData(long value);
+};
+
+class FX_API fxFloatData : public fxValueData<float> {
+public:
+    explicit fxFloatData(float value);
+};
+
+class FX_API fxDoubleData : public fxValueData<double> {
+public:
+    explicit fxDoubleData(double value);
+};
+
+/// Boxes a text that it takes over: `text` must come from ::operator new (see
+/// fxCopyCharPtr()) and is released with ::operator delete. It may be null.
+class FX_API fxCharPtrData : public fxValueData<char*> {
+public:
+    explicit fxCharPtrData(char* text);
+    ~fxCharPtrData() override;
+    const char* dataName() const override { return "char *"; }
+};
+
+/// No value at all: receivers are called with their closure alone.
+class FX_API fxVoidData : public fxData {
+public:
+    fxVoidData();
+    const char* dataName() const override { return "void"; }
+    void deliverTo(void (*function)(), void* closure) override;
+    void getValue(unsigned short type, void* target) override;
+    unsigned int getSize() override { return 0; }
+};
+
+/// A copy of `text` that fxCharPtrData or an owned text property may take
+/// over; null for null. Release it with ::operator delete otherwise.
+FX_API char* fxCopyCharPtr(const char* text);
+
+#endif

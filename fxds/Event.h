@@ -1,0 +1,113 @@
+// Events, and the queue that they wait in.
+#ifndef FXDS_EVENT_H
+#define FXDS_EVENT_H
+
+#include <cstddef>
+#include <cstdio>
+
+#include "fxds/Obj.h"
+
+class fxEventQueue;
+class fxEventWalk;
+
+/// Something that waits to be delivered. The queue owns it while it waits.
+class FX_API fxEvent : public fxObj {
+public:
+    /// Draws the next sequence number.
+    explicit fxEvent(unsigned long type);
+    /// Copies type and sequence number; the copy is in no queue.
+    fxEvent(const fxEvent& other);
+    fxEvent& operator=(const fxEvent&) = delete;
+    ~fxEvent() override;
+
+    virtual void deliver() = 0;
+    /// Writes one line with the sequence number and the type.
+    virtual void dump(FILE* file);
+    /// The channel that the event is bound for; null for a plain event.
+    virtual fxInputChannel* getChannel();
+
+    unsigned long getType() const { return type; }
+    unsigned long getSequence() const { return sequence; }
+    fxEvent* getNext() const { return next; }
+    fxEvent* getPrev() const { return prev; }
+
+    static unsigned long nextSequenceNumber;  ///< The last number given out.
+
+private:
+    friend class fxEventQueue;
+    friend class fxEventHandler;
+
+    fxEvent* next;
+    fxEvent* prev;
+
+protected:
+    unsigned long type;
+    unsigned long sequence;
+
+private:
+    fxEventQueue* queue;  // the queue that it waits in, or null
+};
+
+/// A boxed value on its way to one input channel, both held.
+class FX_API fxMessageEvent : public fxEvent {
+public:
+    /// Requires: both not null.
+    fxMessageEvent(fxInputChannel* channel, fxData* data);
+    fxMessageEvent(const fxMessageEvent& other);
+    ~fxMessageEvent() override;
+
+    void deliver() override;
+    void dump(FILE* file) override;
+    fxInputChannel* getChannel() override;
+    fxData* getData() const { return data; }
+
+    static void* operator new(size_t size);
+    static void operator delete(void* memory, size_t size);
+
+private:
+    void hold();
+
+    fxInputChannel* channel;  // shared
+    fxData* data;             // shared
+};
+
+/// Events in the order in which they will be delivered.
+class FX_API fxEventQueue {
+public:
+    fxEventQueue();
+    fxEventQueue(const fxEventQueue&) = delete;
+    fxEventQueue& operator=(const fxEventQueue&) = delete;
+    /// Neither delivers nor frees what still waits.
+    ~fxEventQueue();
+
+    /// Adds the event at the back (adopted). Requires: it waits nowhere.
+    void append(fxEvent* event);
+    /// Adds the event at the front (adopted). Requires: it waits nowhere.
+    void insert(fxEvent* event);
+    /// Takes the front event out and gives it to the caller (`delete`); null
+    /// when the queue is empty.
+    fxEvent* get();
+    /// Takes the event out and deletes it. It is deleted, and counted down,
+    /// even when it does not wait here, so remove only what you found here.
+    void remove(fxEvent* event);
+    bool contains(fxEvent* event) const;
+
+    bool isEmpty() const { return head == nullptr; }
+    unsigned int getCount() const { return count; }
+    fxEvent* getHead() const { return head; }
+    fxEvent* getTail() const { return tail; }
+
+protected:
+    fxEvent* head;
+    fxEvent* tail;
+    unsigned int count;
+
+private:
+    friend class fxEventWalk;
+
+    void unlink(fxEvent* event);
+
+    fxEventWalk* walks;  // the walks now going on, innermost first
+};
+
+#endif

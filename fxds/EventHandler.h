@@ -1,0 +1,44 @@
+// The event queue's owner: posts, distributes and withdraws events.
+#ifndef FXDS_EVENTHANDLER_H
+#define FXDS_EVENTHANDLER_H
+
+#include "fxds/Event.h"
+
+/// An event queue that knows how to fan a value out to an output's inputs.
+/// Everything here may be called from receivers, predicates and destructors
+/// that one of these operations runs.
+class FX_API fxEventHandler : public fxEventQueue {
+public:
+    typedef unsigned char Predicate(fxEvent*, void*);
+
+    /// Queues the event (adopted) at the back, or at the front when urgent.
+    void postEvent(fxEvent* event, unsigned char urgent = 0);
+
+    /// Sends `data` to every input connected to `output`, as fxObj::sendData().
+    /// A value sent at once is deleted afterwards whoever holds it; a queued
+    /// one goes with the last message that holds it.
+    void postMessage(fxOutputChannel* output, fxData* data, fxObj::fxSendFlags how);
+
+    /// Delivers and deletes as many events as wait now, each time the front
+    /// one. So what is posted at the back meanwhile waits for the next call,
+    /// and what is posted at the front goes first.
+    void distributeEvents();
+
+    /// Deletes every event for which `predicate(event, argument)` is not 0.
+    void removeEvents(Predicate* predicate, void* argument);
+
+    /// Deletes every message bound for exactly this channel.
+    void removeMessageEvents(fxInputChannel* input);
+};
+
+/// Whether `event` is a message bound for the fxInputChannel `input`; if so
+/// and it is the channel's pending one, that is cleared.
+FX_API unsigned char zapMessageEvents(fxEvent* event, void* input);
+
+/// Made by start-up, or earlier by the first send that needs it.
+extern FX_API fxEventHandler* fx_theEventHandler;
+
+extern FX_API unsigned long fxET_Unknown;       ///< 0
+extern FX_API unsigned long fxET_MessageEvent;  ///< 1
+
+#endif

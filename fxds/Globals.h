@@ -1,0 +1,102 @@
+// Ordered start-up and shutdown, and the library's identification.
+#ifndef FXDS_GLOBALS_H
+#define FXDS_GLOBALS_H
+
+#include "fxds/Config.h"
+#include "fxds/DataTypes.h"
+#include "fxds/VoidPtrArray.h"
+
+class fxSequencer;
+class fxStr;
+
+/// A service that must be made in order: what makes it, what cleans it up, and
+/// the services that it depends on. Give it static storage; making it only
+/// registers it. fxInitializeToolkit() runs `init`.
+class FX_API fxOrderedGlobal {
+public:
+    typedef void Function();
+
+    /// `deps` is a null-terminated list (kept, borrowed) of what this one
+    /// depends on directly, or null. `ordering` is 1 for the library's own
+    /// services, anything else for the application's. Null functions are
+    /// skipped.
+    fxOrderedGlobal(Function* init, fxOrderedGlobal** deps, int ordering);
+    fxOrderedGlobal(Function* init, Function* cleanup, fxOrderedGlobal** deps, int ordering);
+
+    /// Whether `other` stands in the list of direct dependences.
+    bool dependsOn(fxOrderedGlobal const& other) const;
+
+    Function* init;
+    Function* cleanup;
+    fxOrderedGlobal** deps;
+};
+
+/// Ordered globals, in the order in which they will be made.
+class FX_API fxGlobalOrder {
+public:
+    fxGlobalOrder();
+    fxGlobalOrder(const fxGlobalOrder&) = delete;
+    fxGlobalOrder& operator=(const fxGlobalOrder&) = delete;
+    ~fxGlobalOrder();
+
+    static void add(fxOrderedGlobal* global, int ordering);
+    void add(fxOrderedGlobal* global);
+    static void createOrderings();
+
+    /// Moves services behind what they depend on, in one selecting pass over
+    /// direct dependences. Cycles and chains that would need a second pass stay
+    /// as the pass leaves them, without a word.
+    void sort();
+    /// Sorts if need be and runs every `init`, first to last.
+    void create();
+    /// Runs every `cleanup`, last to first.
+    void destroy();
+
+    unsigned char sorted;
+    fxVoidPtrArray globals;  ///< of fxOrderedGlobal*, borrowed
+};
+
+extern FX_API fxGlobalOrder* fx_toolkitGlobalOrder;
+extern FX_API fxGlobalOrder* fx_applicationGlobalOrder;
+
+/// The library's own services.
+extern FX_API fxOrderedGlobal fxOG_Init;
+extern FX_API fxOrderedGlobal fxOG_Transcriber;
+FX_API void fxOG_Init_cons();
+FX_API void fxOG_Init_dest();
+
+/// Makes the library's services and then the application's. Only the first
+/// call does anything.
+FX_API void fxInitGlobalOrderings();
+
+/// Call once before using the library. The same as fxInitGlobalOrderings().
+FX_API void fxInitializeToolkit();
+
+/// Cleans up the application's services and then the library's, each in
+/// reverse order. Only the first call does anything.
+FX_API void fxCleanupGlobalOrderings();
+
+/// A place for debugging options; it has none yet.
+class FX_API fxDebug {
+public:
+    explicit fxDebug(unsigned char on);
+    void parseOption(fxStr& option);
+};
+
+// An application may make its own of these before start-up, which then keeps
+// them. They are never freed.
+extern FX_API fxSequencer* fx_nextDataType;   ///< Hands out data type numbers.
+extern FX_API fxSequencer* fx_nextEventType;  ///< Hands out event type numbers.
+extern FX_API fxDebug* fx_theDebugger;
+
+extern "C" {
+/// Prints one line that names the library, its version and its build. Returns
+/// the number of characters.
+FX_API int libostrelfxds_print_verid();
+/// The same line into `buffer`, which needs room for 256 bytes.
+FX_API int libostrelfxds_sprintf_verid(char* buffer);
+/// Nine lines of 73 characters and a null pointer. View.
+FX_API const char** libostrelfxds_copyright_array();
+}
+
+#endif

@@ -1,0 +1,260 @@
+// The base object: properties, named inputs and outputs, connections, sending.
+#ifndef FXDS_OBJ_H
+#define FXDS_OBJ_H
+
+#include <type_traits>
+
+#include "fxds/Channel.h"
+#include "fxds/DataTypes.h"
+#include "fxds/Property.h"
+#include "fxds/VoidPtrArray.h"
+#include "fxds/XDRObj.h"
+
+class fxData;
+class fxStr;
+class fxStrArray;
+class fxVoidPtrDict;
+
+template <class T>
+class fxOutput;
+
+/// Base of objects that carry properties and exchange values through named,
+/// typed channels. The channels are kept as two properties, "inputs" and
+/// "outputs", which count as any other and go in the order of their tags.
+///
+/// Copying an object copies neither properties nor channels.
+class FX_API fxObj : public fxXDRObj {
+public:
+    /// When a value is delivered. Any other value cancels the messages that
+    /// wait for replacing inputs and does nothing more.
+    enum fxSendFlags : int {
+        fxSendQueued = 0,  ///< behind everything in the event queue
+        fxSendNow = 1,     ///< inside the send call
+        fxSendUrgent = 2   ///< before everything in the event queue
+    };
+
+    fxObj() : properties(nullptr) {}
+    fxObj(const fxObj& other) : fxXDRObj(other), properties(nullptr) {}
+    fxObj& operator=(const fxObj&) { return *this; }
+    /// Lets go of all properties; with them go the channels, their connections
+    /// and the messages that wait for this object.
+    ~fxObj() override;
+
+    /// Joins the named output of this object to the named input of `target`.
+    /// Nothing happens when either is missing or they are joined already.
+    /// Fatal when no converter leads from the one data type to the other.
+    virtual void connect(const char* outputName, fxObj* target, const char* inputName);
+
+    /// Undoes connect(). Messages already queued are still delivered.
+    virtual void disconnect(const char* outputName, fxObj* target, const char* inputName);
+
+    /// Dies, naming the class and the method that it should have defined.
+    virtual void subClassMustDefine(char const* method) const;
+
+    /// Orders objects. This one dies: a class whose objects are to be ordered
+    /// defines its own.
+    int compare(fxObj const* other) const;
+
+    // Properties.
+
+    /// The property with the tag, or null. `index`, when given, receives its
+    /// position, or on a miss the position last looked at.
+    fxProperty* findProperty(unsigned short tag, unsigned int* index = nullptr);
+    fxProperty* findProperty(char const* name, unsigned int* index = nullptr);
+    /// Takes the property in (shared), in place of one with the same tag.
+    fxObj* setProperty(fxProperty* property);
+    fxObj* removeProperty(unsigned short tag);
+    fxObj* removeProperty(char const* name);
+    fxObj* removeAllProperties();
+    unsigned int getNumberOfProperties() const;
+    /// The property at `index`, in the order of tags; null when the object
+    /// never had one. Requires: index < getNumberOfProperties() otherwise.
+    fxProperty* getProperty(unsigned int index) const;
+
+    // Channels. The names are copied; the channels belong to the object.
+
+    /// Adds an input; see fxInputChannel for the arguments. An input that has
+    /// the name already makes way but keeps its connections until it or this
+    /// object goes.
+    fxInputChannel* addInput(char const* name, unsigned short type, void* closure,
+                             void (*function)(), unsigned char replace = 0);
+
+    /// Adds an input that calls a member function of the object's class, as in
+    /// addInput<&Gauge::setLevel>("level"). The data type follows from the
+    /// function's parameter; a function without one makes a fxDT_void input.
+    template <auto Method>
+    fxInputChannel* addInput(char const* name, unsigned char replace = 0);
+
+    /// Adds an output. One that has the name already is destroyed.
+    fxOutputChannel* addOutput(char const* name, unsigned short type);
+
+    /// Adds an output for values of type T; what does not convert to T does
+    /// not compile when sent.
+    template <class T>
+    fxOutput<T> addOutput(char const* name);
+
+    /// Removes the channel; unknown names are ignored. Messages that wait for
+    /// the input are discarded.
+    void removeInput(char const* name);
+    void removeOutput(char const* name);
+
+    /// The named channel, or null. View.
+    fxInputChannel* getInput(char const* name);
+    fxOutputChannel* getOutput(char const* name);
+
+    /// Name to channel; null before the first channel. View.
+    fxVoidPtrDict* getInputs();
+    fxVoidPtrDict* getOutputs();
+
+    // Sending. A null or unconnected output receives nothing. The type of the
+    // value must be that of the output: nothing is converted here.
+
+    /// Sends a boxed value, which is taken over: nobody else may hold it.
+    static void sendData(fxOutputChannel* output, fxData* data, fxSendFlags how = fxSendQueued);
+    static void sendVoid(fxOutputChannel* output, fxSendFlags how = fxSendQueued);
+    static void sendBool(fxOutputChannel* output, unsigned char value,
+                         fxSendFlags how = fxSendQueued) {
+        send(output, value, how);
+    }
+    static void sendInt(fxOutputChannel* output, int value, fxSendFlags how = fxSendQueued) {
+        send(output, value, how);
+    }
+    static void sendLong(fxOutputChannel* output, long value, fxSendFlags how = fxSendQueued) {
+        send(output, value, how);
+    }
+    static void sendFloat(fxOutputChannel* output, float value, fxSendFlags how = fxSendQueued) {
+        send(output, value, how);
+    }
+    static void sendDouble(fxOutputChannel* output, double value, fxSendFlags how = fxSendQueued) {
+        send(output, value, how);
+    }
+    /// Sends a copy of the text.
+    static void sendCharPtr(fxOutputChannel* output, char const* text,
+                            fxSendFlags how = fxSendQueued);
+    /// Sends a copy of the string.
+    static void sendStr(fxOutputChannel* output, const fxStr& value,
+                        fxSendFlags how = fxSendQueued);
+    static void sendStrArray(fxOutputChannel* output, const fxStrArray& value,
+                             fxSendFlags how = fxSendQueued);
+
+    /// What the "inputs" and "outputs" properties call on their tables.
+    static void dt_input_dict(void* table);
+    static void dt_output_dict(void* table);
+
+private:
+    // At once: without boxing, for nobody could tell.
+    template <class T>
+    static void send(fxOutputChannel* output, T value, fxSendFlags how) {
+        if (how != fxSendNow) {
+            post(output, value, how);
+        } else if (output != nullptr) {
+            FX_ASSERT(output->getType() == fxChannelType<T>::type());
+            output->deliver(value);
+        }
+    }
+    static void post(fxOutputChannel* output, unsigned char value, fxSendFlags how);
+    static void post(fxOutputChannel* output, int value, fxSendFlags how);
+    static void post(fxOutputChannel* output, long value, fxSendFlags how);
+    static void post(fxOutputChannel* output, float value, fxSendFlags how);
+    static void post(fxOutputChannel* output, double value, fxSendFlags how);
+
+    fxVoidPtrArray* properties;  // of fxProperty*, ascending by tag, each held
+};
+
+/// An output together with its C++ type. A view: good as long as the output.
+template <class T>
+class fxOutput {
+public:
+    explicit fxOutput(fxOutputChannel* channel_ = nullptr) : channel(channel_) {}
+
+    /// Sends a value; for fxStr and const char* a copy of it.
+    void send(const T& value, fxObj::fxSendFlags how = fxObj::fxSendQueued) const;
+
+    fxOutputChannel* get() const { return channel; }
+    operator fxOutputChannel*() const { return channel; }
+
+private:
+    fxOutputChannel* channel;
+};
+
+/// An output that tells only that something happened.
+template <>
+class fxOutput<void> {
+public:
+    explicit fxOutput(fxOutputChannel* channel_ = nullptr) : channel(channel_) {}
+    void send(fxObj::fxSendFlags how = fxObj::fxSendQueued) const { fxObj::sendVoid(channel, how); }
+    fxOutputChannel* get() const { return channel; }
+    operator fxOutputChannel*() const { return channel; }
+
+private:
+    fxOutputChannel* channel;
+};
+
+namespace fxDetail {
+
+// What a member function receives, without the reference and const around it.
+template <class Method>
+struct Receiver;
+template <class C>
+struct Receiver<void (C::*)()> {
+    typedef C Class;
+    static unsigned short type() { return fxDT_void; }
+    template <auto method>
+    static void call(void* self) {
+        (static_cast<C*>(self)->*method)();
+    }
+};
+template <class C, class Argument>
+struct Receiver<void (C::*)(Argument)> {
+    typedef C Class;
+    typedef fxChannelType<std::remove_cv_t<std::remove_reference_t<Argument>>> Channel;
+    static unsigned short type() { return Channel::type(); }
+    template <auto method>
+    static void call(void* self, typename Channel::Passed value) {
+        (static_cast<C*>(self)->*method)(static_cast<Argument>(value));
+    }
+};
+
+}  // namespace fxDetail
+
+template <auto Method>
+inline fxInputChannel* fxObj::addInput(char const* name, unsigned char replace) {
+    typedef fxDetail::Receiver<decltype(Method)> Receiver;
+    auto thunk = &Receiver::template call<Method>;
+    return addInput(name, Receiver::type(), static_cast<typename Receiver::Class*>(this),
+                    reinterpret_cast<void (*)()>(thunk), replace);
+}
+
+template <class T>
+inline fxOutput<T> fxObj::addOutput(char const* name) {
+    if constexpr (std::is_void_v<T>) {
+        return fxOutput<T>(addOutput(name, fxDT_void));
+    } else {
+        return fxOutput<T>(addOutput(name, fxChannelType<T>::type()));
+    }
+}
+
+template <class T>
+inline void fxOutput<T>::send(const T& value, fxObj::fxSendFlags how) const {
+    if constexpr (std::is_same_v<T, bool>) {
+        fxObj::sendBool(channel, value, how);
+    } else if constexpr (std::is_same_v<T, unsigned char>) {
+        fxObj::sendBool(channel, value, how);
+    } else if constexpr (std::is_same_v<T, int>) {
+        fxObj::sendInt(channel, value, how);
+    } else if constexpr (std::is_same_v<T, long>) {
+        fxObj::sendLong(channel, value, how);
+    } else if constexpr (std::is_same_v<T, float>) {
+        fxObj::sendFloat(channel, value, how);
+    } else if constexpr (std::is_same_v<T, double>) {
+        fxObj::sendDouble(channel, value, how);
+    } else if constexpr (std::is_same_v<T, fxStr>) {
+        fxObj::sendStr(channel, value, how);
+    } else if constexpr (std::is_same_v<T, fxStrArray>) {
+        fxObj::sendStrArray(channel, value, how);
+    } else {
+        fxObj::sendCharPtr(channel, value, how);
+    }
+}
+
+#endif

@@ -1,0 +1,98 @@
+// Properties: named, typed values that any fxObj can carry.
+#ifndef FXDS_PROPERTY_H
+#define FXDS_PROPERTY_H
+
+#include <type_traits>
+
+#include "fxds/RCObj.h"
+
+class fxData;
+class fxObj;
+class fxStr;
+class fxStrArray;
+
+/// One value of one of eight kinds, under a tag. The getters reinterpret the
+/// value as their kind and do not check it; the setters are meant for a
+/// property of the matching kind and do not change it.
+class FX_API fxProperty : public fxRCObj {
+public:
+    typedef void Destructor(void*);
+
+    /// The tag of no name at all.
+    static constexpr unsigned short noTag = 65535;
+
+    fxProperty(unsigned short tag, unsigned char value);
+    fxProperty(unsigned short tag, long value);
+    fxProperty(unsigned short tag, double value);
+    /// Keeps the pointer, not a copy. An owned text must come from
+    /// ::operator new (see fxCopyCharPtr()).
+    fxProperty(unsigned short tag, char const* text, unsigned char owned);
+    /// Keeps a copy of the string.
+    fxProperty(unsigned short tag, fxStr const& value);
+    /// `destructor` is called on the pointer when the property lets go of it,
+    /// even if the pointer is null; it may be null itself.
+    fxProperty(unsigned short tag, void* pointer, Destructor* destructor);
+    /// Shared. A null object is held by nobody.
+    fxProperty(unsigned short tag, fxObj* object);
+    /// Shared. A null value is held by nobody.
+    fxProperty(unsigned short tag, fxData* data);
+    /// A bool makes a boolean property, an int a long one. (A template, so that
+    /// no pointer is ever taken for a bool.)
+    template <class B, std::enable_if_t<std::is_same_v<B, bool>, int> = 0>
+    fxProperty(unsigned short tag_, B value_)
+        : fxProperty(tag_, static_cast<unsigned char>(value_)) {}
+    fxProperty(unsigned short tag_, int value_) : fxProperty(tag_, static_cast<long>(value_)) {}
+    fxProperty(const fxProperty&) = delete;
+    fxProperty& operator=(const fxProperty&) = delete;
+    ~fxProperty() override;
+
+    /// Gives `name` a new tag, even if it has one already (findTag() goes on
+    /// answering the first). Tags are never reused; there is room for 65,535.
+    static unsigned short allocNewTag(char const* name);
+    /// The first tag of `name`, or 65535.
+    static unsigned short findTag(char const* name);
+    static void constructPropertyNames();
+    static void destroyPropertyNames();
+
+    unsigned short getTag() const { return tag; }
+    /// The data type number; for a boxed value that value's own.
+    unsigned short getType() const;
+
+    unsigned char getAsBool() const;
+    long getAsLong() const;
+    double getAsDouble() const;
+    const char* getAsCharPtr() const;
+    fxStr& getAsStr() const;
+    void* getAsVoidPtr() const;
+    fxObj* getAsObjPtr() const;
+    fxData* getAsData() const;
+    /// The destructor of an opaque pointer, or null.
+    Destructor* getDestructor() const;
+
+    void setAsBool(unsigned char value);
+    void setAsLong(long value);
+    void setAsDouble(double value);
+    void setAsCharPtr(char const* text, unsigned char owned);
+    void setAsStr(fxStr const& value);
+    void setAsVoidPtr(void* pointer, Destructor* destructor);
+    /// The new target is held before the old one is let go, so setting what is
+    /// already set changes nothing.
+    void setAsObjPtr(fxObj* object);
+    void setAsData(fxData* data);
+
+    /// Lets go of the value. May be called again; it then does nothing.
+    void cleanup();
+
+private:
+    fxProperty(unsigned short tag, unsigned short type);
+
+    unsigned short tag;
+    unsigned short type;
+    unsigned long value;  // eight bytes, by kind
+    unsigned long extra;  // owned flag of a text, destructor of an opaque pointer
+};
+
+/// Name of each tag, by tag; null until start-up.
+extern FX_API fxStrArray* fx_propertyNames;
+
+#endif
