@@ -1,0 +1,290 @@
+// The string of the library: a byte string that knows its length.
+#ifndef FXDS_STR_H
+#define FXDS_STR_H
+
+#include <cstdarg>
+#include <cstdlib>
+#include <cstring>
+#include <functional>
+#include <iosfwd>
+#include <string_view>
+#include <type_traits>
+#include <utility>
+
+#include "fxds/Config.h"
+#include "fxds/TempStr.h"
+
+class fxTranscriber;
+class fxTypeObj;
+
+/// A byte string with a terminating zero, copied by value. It may contain zero
+/// bytes; what works on zero-terminated text (ordering, `<<`) says so.
+///
+/// Positions and counts are in bytes of text and start at 0. Ranges must lie
+/// within the text: only checked builds test them. A source pointer may lie in
+/// the string that is changed. A text that would not fit a 32-bit length is
+/// fatal, and so is running out of memory.
+///
+/// Cost: the block is exactly as large as the text needed when it last grew,
+/// so an append is one realloc(). Empty strings own no block.
+///
+/// Moving the bytes of a string moves the string: arrays rely on it.
+class FX_API fxStr {
+public:
+    // Construction.
+
+    fxStr() noexcept : slength(1), data(&emptyString) {}
+    /// `n` zero bytes.
+    explicit fxStr(unsigned int n);
+    /// The same for a plain int, so that a literal 0 is a count and no pointer.
+    template <class Int, class = std::enable_if_t<std::is_same_v<Int, int>>>
+    explicit fxStr(Int n) : fxStr(static_cast<unsigned int>(n)) {}
+    /// The zero-terminated text at `s`; null is the empty text.
+    fxStr(const char* s);
+    /// Exactly the `n` bytes at `s`, zero bytes included.
+    fxStr(const char* s, unsigned int n);
+    fxStr(std::string_view text);
+    fxStr(const fxStr& other);
+    fxStr(fxStr&& other) noexcept  // leaves `other` empty
+        : slength(std::exchange(other.slength, 1U)),
+          data(std::exchange(other.data, &emptyString)) {}
+    fxStr(const fxTempStr& text);
+    /// `v` formatted as printf() would with `fmt`, or with "%d", "%g" and "%lg"
+    /// when `fmt` is null. Results of any length are supported.
+    fxStr(int v, const char* fmt);
+    fxStr(float v, const char* fmt);
+    fxStr(double v, const char* fmt);
+    ~fxStr() { dropBlock(); }
+
+    fxStr& operator=(const fxStr& other);
+    fxStr& operator=(fxStr&& other) noexcept;
+    fxStr& operator=(const char* s);  ///< Null is the empty text.
+    fxStr& operator=(std::string_view text);
+    fxStr& operator=(const fxTempStr& text);
+
+    // Queries. Pointers and views are good until the string changes or moves.
+
+    unsigned int length() const { return slength - 1; }  ///< Without the terminator.
+    bool isEmpty() const { return slength == 1; }
+    const char* c_str() const { return data; }
+    operator const char*() const { return data; }
+    std::string_view view() const { return {data, length()}; }
+
+    char* begin() { return data; }
+    char* end() { return data + length(); }
+    const char* begin() const { return data; }
+    const char* end() const { return data + length(); }
+
+    /// The byte at `index`; the terminator, which must stay zero, at length().
+    /// A template, because with overloads for some integer types the others
+    /// would be ambiguous next to the conversion to a pointer.
+    template <class Index, class = std::enable_if_t<std::is_integral_v<Index>>>
+    char& operator[](Index index) {
+        FX_ASSERT(static_cast<size_t>(index) < slength);
+        return data[index];
+    }
+    template <class Index, class = std::enable_if_t<std::is_integral_v<Index>>>
+    char operator[](Index index) const {
+        FX_ASSERT(static_cast<size_t>(index) < slength);
+        return data[index];
+    }
+
+    // Editing.
+
+    /// Appends the `n` bytes at `s`. As in every operation that takes a text
+    /// and a count, `n` = 0 stands for strlen(s).
+    void append(const char* s, unsigned int n = 0);
+    void append(char c);
+    /// Inserts the `n` bytes at `s` before position `pos`.
+    void insert(const char* s, unsigned int pos = 0, unsigned int n = 0);
+    void insert(char c, unsigned int pos = 0);
+    /// Removes `n` bytes at `start`. Everything goes when `n` is the whole
+    /// length, wherever `start` is.
+    void remove(unsigned int start, unsigned int n = 1);
+    /// Removes `n` bytes at `start` and returns them.
+    fxStr cut(unsigned int start, unsigned int n);
+    /// Overwrites `n` bytes at `pos`; the length stays as it is.
+    void replace(const char* s, unsigned int pos, unsigned int n = 0);
+    /// Makes the text exactly `n` bytes long. New bytes are always zero: `fill`
+    /// is ignored, and callers rely on that.
+    void resize(unsigned int n, unsigned char fill = 0);
+    /// Enlarges the block of a non-empty string to hold `n` bytes of text. The
+    /// next growth sizes the block to its own need again, so this reserves
+    /// nothing for appends.
+    void setMaxLength(unsigned int n);
+    void lower();  ///< As tolower() of the C locale in force, byte by byte.
+    void raise();  ///< As toupper(), likewise.
+
+    // Extraction.
+
+    fxStr extract(unsigned int start, unsigned int n) const;
+    fxStr head(unsigned int n) const;  ///< The first `n` bytes.
+    fxStr tail(unsigned int n) const;  ///< The last `n` bytes.
+    fxStr copy() const;
+    /// Without the bytes of `set` at both ends; empty when nothing else is there.
+    fxStr trim(const char* set = " \t\n\r\v\f") const;
+    fxStr trimRight(const char* set = " \t\n\r\v\f") const;
+
+    // Searches. The forward ones return an index in [pos, length()], where
+    // length() means that there is none. The backward ones look at the bytes
+    // before `pos` and return the found index plus one, or 0. So each result is
+    // the end of a run as it stands.
+
+    unsigned int next(unsigned int pos, char c) const;
+    unsigned int next(unsigned int pos, const char* set, unsigned int n = 0) const;
+    unsigned int nextR(unsigned int pos, char c) const;
+    unsigned int nextR(unsigned int pos, const char* set, unsigned int n = 0) const;
+    /// As next() and nextR(), for the first byte that is not `c` or not in `set`.
+    unsigned int skip(unsigned int pos, char c) const;
+    unsigned int skip(unsigned int pos, const char* set, unsigned int n = 0) const;
+    unsigned int skipR(unsigned int pos, char c) const;
+    unsigned int skipR(unsigned int pos, const char* set, unsigned int n = 0) const;
+
+    /// Returns the text from `pos` to the next delimiter and moves `pos` past
+    /// the run of delimiters that follows it.
+    fxStr token(unsigned int& pos, char c) const;
+    fxStr token(unsigned int& pos, const char* set, unsigned int n = 0) const;
+    /// The mirror image: the text between the last delimiter before `pos` and
+    /// `pos`, which moves back over the run of delimiters.
+    fxStr tokenR(unsigned int& pos, char c) const;
+    fxStr tokenR(unsigned int& pos, const char* set, unsigned int n = 0) const;
+
+    // Hashing and formatting.
+
+    /// A cheap hash of at most the first 16 bytes; equal texts have equal
+    /// hashes. Texts of 9 to 15 bytes are told apart by their first 8 only.
+    /// 0 for the empty string.
+    unsigned long hash() const;
+
+    /// Replaces the text with what printf() would write, up to the first zero
+    /// byte of that, and returns the new `slength` (the text length plus one).
+    /// The string may be among its own arguments. What printf() cannot write
+    /// (more than INT_MAX bytes, an invalid wide character) leaves it empty.
+    unsigned int format(const char* fmt, ...) __attribute__((format(printf, 2, 3)));
+    unsigned int vformat(const char* fmt, va_list arguments) __attribute__((format(printf, 2, 0)));
+
+    // Transcription.
+
+    explicit fxStr(fxTypeObj&) noexcept : fxStr() {}
+    static void* newInstance(fxTypeObj& type);
+    static void deleteInstance(void* str);
+    fxTypeObj* getTypeObj() const;
+
+    /// Writes the string, or replaces it with the one that is read. The text
+    /// travels after the caller has returned: until the graph is complete, a
+    /// written string must not change or die, and a string being read is empty.
+    /// Returns 0 when a step failed; a string that was being read is then empty.
+    fxBool xdr(fxTranscriber& transcriber);
+    static fxBool xdr(void* str, fxTranscriber& transcriber);
+
+    /// Takes over a block for a string of `lengthBytes` bytes, the terminator
+    /// included. Adopted: a malloc() block with at least that many bytes.
+    /// Requires: lengthBytes >= 1, a zero at block[lengthBytes - 1].
+    void adopt(char* block, unsigned int lengthBytes);
+
+private:
+    bool ownsBlock() const { return data != &emptyString; }
+    void dropBlock() {
+        if (ownsBlock()) std::free(data);
+    }
+    void clear();
+    void resizeInternal(unsigned int n);
+    unsigned int grownBytes(size_t extra) const;
+    bool pointsInside(const char* s) const;
+    void assignBytes(const char* s, size_t n);
+    fxStr range(unsigned int begin, unsigned int end) const;
+    void readItem(std::istream& in, char delimiter);
+    friend FX_API std::istream& operator>>(std::istream&, fxStr&);
+
+public:
+    // The string itself. Read them freely; writing them is this class's business.
+    unsigned int slength;  ///< Bytes in use, the terminating zero included: 1 when empty.
+    char* data;            ///< A malloc() block of ours, or &emptyString.
+
+    static char emptyString;              ///< What every empty string points at: a zero.
+    static unsigned int resizeIncrement;  ///< Least step by which `>>` grows a string.
+    static int delim_idx;  ///< Stream word slot of the input delimiter; -1 until first use.
+};
+
+extern FX_API fxTypeObj fxStr_type;
+
+static_assert(sizeof(fxStr) == 16 && std::is_standard_layout_v<fxStr>,
+              "strings are kept in arrays by their bytes");
+
+/// strcmp() of the texts: the comparison ends at the first zero byte. A null
+/// `char const*` counts as the empty text, here and in all the operators.
+FX_API int compare(char const* a, char const* b);
+inline int compare(fxStr const& a, fxStr const& b) { return std::strcmp(a.data, b.data); }
+inline int compare(fxStr const& a, char const* b) { return compare(a.data, b); }
+inline int compare(char const* a, fxStr const& b) { return compare(a, b.data); }
+
+/// Ordered as compare() orders.
+inline bool operator<(const fxStr& a, const fxStr& b) { return compare(a, b) < 0; }
+inline bool operator<(const fxStr& a, const char* b) { return compare(a, b) < 0; }
+inline bool operator<(const char* a, const fxStr& b) { return compare(a, b) < 0; }
+inline bool operator<=(const fxStr& a, const fxStr& b) { return compare(a, b) <= 0; }
+inline bool operator<=(const fxStr& a, const char* b) { return compare(a, b) <= 0; }
+inline bool operator<=(const char* a, const fxStr& b) { return compare(a, b) <= 0; }
+inline bool operator>(const fxStr& a, const fxStr& b) { return compare(a, b) > 0; }
+inline bool operator>(const fxStr& a, const char* b) { return compare(a, b) > 0; }
+inline bool operator>(const char* a, const fxStr& b) { return compare(a, b) > 0; }
+inline bool operator>=(const fxStr& a, const fxStr& b) { return compare(a, b) >= 0; }
+inline bool operator>=(const fxStr& a, const char* b) { return compare(a, b) >= 0; }
+inline bool operator>=(const char* a, const fxStr& b) { return compare(a, b) >= 0; }
+
+/// Equal in length and in every byte, so zero bytes within the text count here.
+inline bool operator==(const fxStr& a, const fxStr& b) {
+    return a.slength == b.slength && std::memcmp(a.data, b.data, a.slength) == 0;
+}
+FX_API bool operator==(const fxStr& a, const char* b);
+inline bool operator==(const char* a, const fxStr& b) { return b == a; }
+inline bool operator!=(const fxStr& a, const fxStr& b) { return !(a == b); }
+inline bool operator!=(const fxStr& a, const char* b) { return !(a == b); }
+inline bool operator!=(const char* a, const fxStr& b) { return !(b == a); }
+
+/// Writes the text up to its first zero byte.
+FX_API std::ostream& operator<<(std::ostream& out, const fxStr& str);
+
+/// Reads one item: everything up to the delimiter of the stream, which is
+/// taken but not stored, or up to the end of the stream. An empty item is an
+/// empty string and no failure; the read fails, leaving an empty string, when
+/// nothing is left. So `while (in >> item)` sees every item once. Blanks are
+/// not skipped. When the stream throws, some of the item may be in the string.
+FX_API std::istream& operator>>(std::istream& in, fxStr& str);
+
+/// Sets the delimiter of this stream's items; it is '\n' before. Any byte will
+/// do. Also as a manipulator: `in >> _delimiter(',') >> item`.
+FX_API std::istream& _delimiter(std::istream& in, char c);
+
+struct fxDelimiter {
+    char c;
+};
+inline fxDelimiter _delimiter(char c) { return {c}; }
+inline std::istream& operator>>(std::istream& in, fxDelimiter delimiter) {
+    return _delimiter(in, delimiter.c);
+}
+
+namespace std {
+/// Over the whole text, unlike fxStr::hash().
+template <>
+struct hash<fxStr> {
+    size_t operator()(const fxStr& str) const noexcept { return hash<string_view>()(str.view()); }
+};
+}  // namespace std
+
+inline void fxStr::clear() {
+    dropBlock();
+    slength = 1;
+    data = &emptyString;
+}
+
+inline fxStr& fxStr::operator=(fxStr&& other) noexcept {
+    if (this != &other) {
+        dropBlock();
+        slength = std::exchange(other.slength, 1U);
+        data = std::exchange(other.data, &emptyString);
+    }
+    return *this;
+}
+
+#endif
