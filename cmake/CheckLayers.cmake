@@ -1,0 +1,37 @@
+# Checks the layering of fxds/: a header includes headers of its own layer or
+# of a lower one only, and every header stands in the table.
+#   cmake -P cmake/CheckLayers.cmake
+include(${CMAKE_CURRENT_LIST_DIR}/Layers.cmake)
+set(source_dir ${CMAKE_CURRENT_LIST_DIR}/..)
+
+set(level 0)
+foreach(layer IN LISTS fxds_layers)
+  separate_arguments(headers UNIX_COMMAND "${layer}")
+  foreach(header IN LISTS headers)
+    set(level_of_${header} ${level})
+  endforeach()
+  math(EXPR level "${level} + 1")
+endforeach()
+
+set(faults "")
+file(GLOB paths ${source_dir}/fxds/*.h)
+foreach(path IN LISTS paths)
+  get_filename_component(header ${path} NAME_WE)
+  if(NOT DEFINED level_of_${header})
+    string(APPEND faults "  fxds/${header}.h stands in no layer of cmake/Layers.cmake\n")
+    continue()
+  endif()
+  file(STRINGS ${path} includes REGEX "^[ \t]*#[ \t]*include[ \t]*\"fxds/")
+  foreach(include IN LISTS includes)
+    string(REGEX REPLACE ".*\"fxds/([^.\"]*)\\.h\".*" "\\1" included "${include}")
+    if(NOT DEFINED level_of_${included})
+      string(APPEND faults "  fxds/${header}.h includes the unknown fxds/${included}.h\n")
+    elseif(level_of_${included} GREATER level_of_${header})
+      string(APPEND faults "  fxds/${header}.h includes fxds/${included}.h of a higher layer\n")
+    endif()
+  endforeach()
+endforeach()
+
+if(faults)
+  message(FATAL_ERROR "The layers are not kept:\n${faults}")
+endif()

@@ -1,0 +1,24 @@
+# The headers of fxds/ by layer, lowest first: a header includes headers of its
+# own layer and of lower ones only.
+set(fxds_layers
+  # Ground.
+  "Config Fatal"
+  # Counting, types; classes that need nothing else of the library.
+  "RCObj RPtr Counted TypeObj XDRObj Transcriber Pool
+   RegExp PathFunctions GenericList IndexableList BoundingBox NameSpace HashTable"
+  # Arrays and strings.
+  "Array TypedArray
+   BoolArray CharArray UnsignedCharArray ShortArray UnsignedShortArray IntArray LongArray
+   UnsignedLongArray FloatArray DoubleArray VoidPtrArray StubFuncArray SeqRangeArray
+   Str TempStr StackBuffer"
+  # Tables.
+  "HashCore Dictionary Set VoidPtrDict BinaryOTDict StrArray StrSet StrStrDictionary"
+  # Values and channels; streams.
+  "DataTypes Sequencer Data StrData Property Obj Channel Converter Event EventHandler Timer
+   Globals
+   Stream StdioStream BinaryTranscriber BinaryWriter BinaryReader Xdr"
+  # The main loop; patterns and paths.
+  "SelectHandler Application Exec Wakeup
+   TextPattern SLinearPattern RegEx Path SearchList"
+  # Everything at once.
+  "fxds")
