@@ -1,0 +1,196 @@
+// The one growable contiguous container; every array of the library is one.
+#ifndef FXDS_ARRAY_H
+#define FXDS_ARRAY_H
+
+#include <cstddef>
+
+#include "fxds/XDRObj.h"
+
+/// A block of elements of equal size, which knows nothing of them but that
+/// size. Four virtual hooks let a subclass give its elements a life: creation,
+/// end, copy and order. Elements must bear being moved as bytes: only making a
+/// second one of an element goes through the hook.
+///
+/// This class is for those who write a new array; to use one, take a typed
+/// array (IntArray.h and its kin), whose members hide the `const void*` ones.
+/// Lengths, indices and counts at this interface are in elements; the hooks
+/// count in bytes. A total above 2^32 - 1 bytes, or memory that cannot be had,
+/// is fatal.
+///
+/// Capacity grows in the steps that each operation states and never shrinks
+/// but by resize() and setMaxLength(). The block behind it may be larger than
+/// the capacity, so that growing in small steps costs amortised O(1).
+///
+/// Any operation that may raise the capacity ends the validity of pointers to
+/// elements. An item that is passed in may lie in the array itself. A hook
+/// must not change the array that it is called for.
+class FX_API fxArray : public fxXDRObj {
+public:
+    /// The index that means not found.
+    static constexpr unsigned int notFound = 0xFFFFFFFF;
+
+    /// Holds `count` raw elements: no hook has run on them.
+    /// Requires: elementSize >= 1.
+    fxArray(unsigned short elementSize, unsigned int count);
+    /// Copies the bytes of the elements in use, whatever the hooks: a subclass
+    /// whose elements own something must define its own copy constructor.
+    fxArray(const fxArray& source);
+    /// Takes over the block and leaves `source` empty.
+    fxArray(fxArray&& source) noexcept;
+    /// Adopts `block`, which must be malloc() memory, as `lengthBytes` bytes
+    /// of elements. Requires: 1 <= elementSize < 65536; a block unless
+    /// lengthBytes is 0.
+    fxArray(unsigned int elementSize, unsigned int lengthBytes, void* block);
+    /// Empty, for xdr() to fill. A subclass sets `elementSize` afterwards.
+    explicit fxArray(fxTypeObj& type);
+    /// Frees the block. The hooks are out of force here, so a subclass that
+    /// overrides destroyElements() calls destroy() in its destructor.
+    ~fxArray() override;
+
+    unsigned int length() const { return lengthBytes / elementSize; }
+    bool isEmpty() const { return lengthBytes == 0; }
+    /// The capacity: how long the array can get before it has to grow.
+    unsigned int getMaxLength() const { return maxBytes / elementSize; }
+
+    /// Copies `item` to the end. A full array grows by exactly 4 elements.
+    void append(const void* item);
+    /// Copies all elements of `other`, which may be this array, to the end.
+    /// Grows to exactly the new length when that exceeds the capacity.
+    /// Requires: equal element sizes.
+    void append(const fxArray& other);
+    /// Copies `item` in before `index`. A full array grows by exactly 1.
+    /// Requires: index <= length().
+    void insert(const void* item, unsigned int index);
+    /// Copies all elements of `other`, which may be this array, in before
+    /// `index`; grows as append() does. Requires: equal element sizes,
+    /// index <= length().
+    void insert(const fxArray& other, unsigned int index);
+    /// Destroys `count` elements and closes the gap. Requires: the run lies in
+    /// the array; one past the end wraps the length and is not caught.
+    void remove(unsigned int start, unsigned int count = 1);
+    /// Makes length and capacity exactly `n`, creating or destroying elements
+    /// at the end.
+    void resize(unsigned int n);
+    /// Makes the capacity exactly `n`, or the length if that is more.
+    void setMaxLength(unsigned int n);
+    /// Exchanges the bytes of two elements. Requires: i, j < length().
+    void swap(unsigned int i, unsigned int j);
+
+    /// The first index from `start` on whose element compares equal to `item`,
+    /// or notFound.
+    unsigned int find(const void* item, unsigned int start) const;
+
+    /// Sorts all elements, or `count` of them from `start` on: stable, in the
+    /// order of compareElements(), O(n log n) comparisons, moving bytes.
+    /// Mind what the hook compares: the arrays of numbers compare bytes. For
+    /// numeric order use std::sort(a.begin(), a.end()).
+    void sort() { sort(0, length()); }
+    void sort(unsigned int start, unsigned int count);
+
+    /// Does NOT leave a sorted array. It partitions as quicksort does, but the
+    /// last step of each partition sets both positions of the exchange to the
+    /// scratch element: what was exchanged last, or an element of zero bytes
+    /// (a default element, where elements own something) if nothing was yet.
+    /// So elements get lost and others doubled: 2 3 1 becomes 3 3 3, and a
+    /// single element becomes zero. Saved data and programs depend on this
+    /// placement; for a sorted array call sort().
+    void qsort() { qsort(0, length()); }
+    void qsort(unsigned int start, unsigned int count);
+
+    /// Runs destroyElements() on all elements and changes no field.
+    void destroy();
+
+    // Each answers a new block, given (release it with free()), or null when
+    // `count` is 0. Its elements are copies made by copyElements().
+    // Requires: the run lies in the array.
+    void* raw_extract(unsigned int start, unsigned int count) const;
+    void* raw_head(unsigned int count) const;
+    void* raw_tail(unsigned int count) const;
+    void* raw_copy() const;
+    /// The same for elements that leave the array: moved as bytes, no hook.
+    void* raw_cut(unsigned int start, unsigned int count);
+
+    const char* className() const override = 0;
+    /// Moves nothing and answers what the transcriber does for a base part at
+    /// the object's own address: the generic array has no contents to speak of.
+    fxBool xdr(fxTranscriber& transcriber) override;
+    fxTypeObj* getTypeObj() const override;
+
+    /// Makes the block hold `maxBytes`; 0 frees it.
+    virtual void getmem();
+    /// Raises the capacity by 4 elements.
+    virtual void expand();
+
+    // Element hooks. Byte counts are multiples of the element size, never 0.
+    // A subclass that overrides copyElements() or destroyElements() also sets
+    // `ownsElements` in its constructors.
+
+    /// Turns raw bytes into default elements. This one leaves them raw.
+    virtual void createElements(void* at, unsigned int byteCount);
+    /// Ends the elements' lives; the bytes are then reused or freed.
+    virtual void destroyElements(void* at, unsigned int byteCount);
+    /// Copies elements into raw bytes at `to`. This one moves the bytes.
+    virtual void copyElements(const void* from, void* to, unsigned int byteCount) const;
+    /// Negative, zero or positive. This one compares the bytes.
+    virtual int compareElements(const void* a, const void* b) const;
+
+    /// The function of fxArray_type; forwards to the member.
+    static fxBool xdr(void* object, fxTranscriber& transcriber);
+
+protected:
+    /// Makes or fills `count` elements at `at` on the way through a
+    /// transcriber.
+    typedef bool XdrElements(fxTranscriber& transcriber, void* at, unsigned int count);
+
+    /// Copies the elements with the hooks; the capacity becomes the source's.
+    fxArray& operator=(const fxArray& source);
+    /// Destroys the elements and takes over the source's block.
+    fxArray& operator=(fxArray&& source) noexcept;
+
+    /// Takes the capacity and, with the hook, the elements of `source` into
+    /// this array, which must have no block yet.
+    void copyFrom(const fxArray& source);
+
+    /// Transcribes byte length and element size; `byteCount` is what must
+    /// follow. Writing first brings the capacity to the length. Reading first
+    /// empties the array, and refuses another element size than this array's
+    /// and a length that is no multiple of it.
+    bool xdrSizes(fxTranscriber& transcriber, unsigned int& byteCount);
+    /// Transcribes the elements after xdrSizes(): writing in one call of
+    /// `operation`, reading in calls of at most `pieceBytes`, so that memory
+    /// is taken as the bytes arrive. When it fails the array is empty.
+    bool xdrElements(fxTranscriber& transcriber, unsigned int byteCount, XdrElements* operation);
+    /// Empties the array without running a hook and frees the block.
+    void discard();
+
+    /// The largest piece in which elements are read.
+    static constexpr unsigned int pieceBytes = 1U << 20;
+
+    char* at(std::size_t index) const { return data + index * elementSize; }
+
+    char* data;                  // malloc memory, null when there is none
+    unsigned int maxBytes;       // capacity; the block is never smaller
+    unsigned int lengthBytes;    // bytes in use
+    unsigned short elementSize;  // bytes of one element
+    bool ownsElements;           // elements end and multiply only by the hooks
+
+private:
+    void reallocate(std::size_t bytes);
+    void raiseCapacity(std::size_t bytes);
+    void openGap(std::size_t offset, std::size_t bytes);
+    void closeGap(std::size_t offset, std::size_t bytes);
+    void* copyOf(std::size_t offset, std::size_t bytes) const;
+
+    unsigned int blockBytes;  // what the block really holds
+};
+
+/// Base of the arrays whose new elements are zero bytes, as null pointers are.
+class FX_API fxZeroFilledArray : public fxArray {
+public:
+    using fxArray::fxArray;
+    void createElements(void* at, unsigned int byteCount) override;
+};
+
+extern FX_API fxTypeObj fxArray_type;
+
+#endif

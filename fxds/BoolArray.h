@@ -1,0 +1,31 @@
+// Array of booleans, one byte each.
+#ifndef FXDS_BOOLARRAY_H
+#define FXDS_BOOLARRAY_H
+
+#include "fxds/TypedArray.h"
+
+extern FX_API fxTypeObj fxBoolArray_type;
+
+/// An array of booleans. Its elements are bytes, 0 being false, so that no
+/// byte from a stream or a new, unspecified element is ever taken for a bool.
+/// What append(), insert() and xdr() store is 0 or 1; find() looks for that
+/// byte.
+class FX_API fxBoolArray : public fxRecordedArray<fxBoolArray, fxBool, fxBoolArray_type> {
+public:
+    using fxRecordedArray::fxRecordedArray;
+
+    void append(bool item) { fxRecordedArray::append(fxBool{item}); }
+    void append(const fxBoolArray& other) { fxRecordedArray::append(other); }
+    void insert(bool item, unsigned int index) { fxRecordedArray::insert(fxBool{item}, index); }
+    void insert(const fxBoolArray& other, unsigned int index) {
+        fxRecordedArray::insert(other, index);
+    }
+    unsigned int find(bool item, unsigned int start = 0) const {
+        return fxRecordedArray::find(fxBool{item}, start);
+    }
+
+    using fxRecordedArray::xdr;
+    fxBool xdr(fxTranscriber& transcriber) override;
+};
+
+#endif

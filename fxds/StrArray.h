@@ -1,0 +1,34 @@
+// Array of strings.
+#ifndef FXDS_STRARRAY_H
+#define FXDS_STRARRAY_H
+
+#include "fxds/Str.h"
+#include "fxds/TypedArray.h"
+
+extern FX_API fxTypeObj fxStrArray_type;
+
+/// An array of strings, held in place. New elements are empty strings. find()
+/// and sort() go by compare(), the byte order of the texts up to their first
+/// zero byte. qsort() places texts as fxArray::qsort() tells, each of them a
+/// string of its own.
+///
+/// While a reader runs, the texts are yet to come: an array that xdr() has read
+/// must not be changed before the reader's readObject() returns. For the same
+/// reason xdr() drops, without freeing them, a block that holds strings when it
+/// starts to read: a text may still be on its way there. Read into empty arrays.
+class FX_API fxStrArray
+    : public fxRecordedArray<fxStrArray, fxStr, fxStrArray_type, fxOwningArray<fxStr>> {
+public:
+    using fxRecordedArray::fxRecordedArray;
+
+    int compareElements(const void* a, const void* b) const override;
+
+    using fxRecordedArray::xdr;
+    fxBool xdr(fxTranscriber& transcriber) override;
+
+private:
+    bool writeStrings(fxTranscriber& transcriber);
+    bool readStrings(fxTranscriber& transcriber, unsigned int byteCount);
+};
+
+#endif
