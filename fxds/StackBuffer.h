@@ -52,7 +52,6 @@ public:
 
 private:
     void putGrown(const char* s, unsigned int n);
-    bool isInline() const { return base == buffer; }
 
     static constexpr unsigned int inlineBytes = 1000;
 

@@ -189,12 +189,10 @@ private:
     }
     void clear();
     void resizeInternal(unsigned int n);
-    unsigned int grownBytes(size_t extra) const;
     bool pointsInside(const char* s) const;
     void assignBytes(const char* s, size_t n);
     fxStr range(unsigned int begin, unsigned int end) const;
-    void readItem(std::istream& in, char delimiter);
-    friend FX_API std::istream& operator>>(std::istream&, fxStr&);
+    fxBool readText(fxTranscriber& transcriber, unsigned int lengthBytes);
 
 public:
     // The string itself. Read them freely; writing them is this class's business.

@@ -26,7 +26,7 @@ public:
     fxTempStr(char const* a, unsigned int aLength, char const* b, unsigned int bLength);
     fxTempStr(const fxTempStr& src);
     fxTempStr& operator=(const fxTempStr& src);
-    ~fxTempStr() { dropBlock(); }
+    ~fxTempStr();
 
     unsigned int length() const { return slength - 1; }  ///< Bytes of text.
     bool isEmpty() const { return slength == 1; }
@@ -38,9 +38,8 @@ public:
     fxTempStr& concat(char const* s, unsigned int n);
 
 private:
-    bool isInline() const { return data == buffer; }
+    void place(bool inBuffer);
     void dropBlock();
-    void hold(unsigned int lengthBytes, bool inlineFits);
 
     static constexpr unsigned int inlineBytes = 100;
 

@@ -97,7 +97,16 @@ protected:
     fxBool reading;
     fxStream* stream;  // shared
 
+    // Not null while xdr(char**, count) is asked, by a string that is being
+    // read, for the text of that string (borrowed). Each string must get a block
+    // of its own. A reader that fills pointers in later takes the string by
+    // setting this to null, and hands it the block with fxStr::adopt(); until
+    // then the string is empty. A reader that fills in at once may ignore it.
+    fxStr* claimant = nullptr;
+
 private:
+    friend class fxStr;
+
     static fxVoidPtrDict* readers;
     static WriterFactory* writerFactory;
 };

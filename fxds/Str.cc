@@ -1,0 +1,511 @@
+#include "fxds/Str.h"
+
+#include <endian.h>
+
+#include <algorithm>
+#include <cctype>
+#include <charconv>
+#include <cstdint>
+#include <cstdio>
+#include <istream>
+#include <ostream>
+
+#include "fxds/Block.h"
+#include "fxds/Transcriber.h"
+#include "fxds/TypeObj.h"
+
+// A string without text points at one shared zero byte, so that empty strings
+// cost nothing; whoever removes the last byte goes back to it (clear()). Who
+// owns its block is told by that pointer alone, never by the length. Sources
+// may lie in the own block: every function either has finished with the source
+// before the block moves or finds it again by its offset.
+
+// Constant-initialised: strings are made before main() by static objects.
+char fxStr::emptyString = '\0';
+unsigned int fxStr::resizeIncrement = 10;
+int fxStr::delim_idx = -1;
+
+namespace {
+
+unsigned int textLength(const char* s) { return fxLengthField(std::strlen(s)); }
+
+// Membership of a byte in a set, in one step whatever the size of the set.
+class ByteSet {
+public:
+    // `n` = 0 stands for strlen(set).
+    ByteSet(const char* set, unsigned int n) {
+        if (n == 0) n = textLength(set);
+        for (unsigned int i = 0; i < n; ++i) {
+            const auto byte = static_cast<unsigned char>(set[i]);
+            words[byte / 64] |= std::uint64_t{1} << (byte % 64);
+        }
+    }
+    bool operator()(char c) const {
+        const auto byte = static_cast<unsigned char>(c);
+        return (words[byte / 64] >> (byte % 64) & 1) != 0;
+    }
+
+private:
+    std::uint64_t words[4] = {};
+};
+
+// First index in [pos, length) whose byte is wanted, or the length.
+template <class Wanted>
+unsigned int scan(const fxStr& str, unsigned int pos, Wanted wanted) {
+    const unsigned int length = str.length();
+    while (pos < length && !wanted(str.data[pos])) ++pos;
+    return std::min(pos, length);
+}
+
+// Last index in [0, pos) whose byte is wanted, plus one, or 0.
+template <class Wanted>
+unsigned int scanBack(const fxStr& str, unsigned int pos, Wanted wanted) {
+    FX_ASSERT(pos <= str.length());
+    while (pos > 0 && !wanted(str.data[pos - 1])) --pos;
+    return pos;
+}
+
+std::uint64_t wordAt(const char* bytes) {
+    std::uint64_t word;
+    std::memcpy(&word, bytes, sizeof word);
+    return le64toh(word);
+}
+
+// The delimiter's slot: 0 is "none set", so a delimiter of zero is kept as
+// a value that no byte has.
+constexpr long zeroDelimiter = 256;
+
+char delimiterOf(std::istream& in) {
+    // An index that was never allocated would make iword() fail the stream.
+    const long slot = fxStr::delim_idx < 0 ? 0 : in.iword(fxStr::delim_idx);
+    return slot == 0 ? '\n' : static_cast<char>(slot);
+}
+
+}  // namespace
+
+// Construction.
+
+fxStr::fxStr(unsigned int n) : slength(fxLengthField(size_t{n} + 1)), data(&emptyString) {
+    if (n == 0) {
+        emptyString = '\0';
+    } else {
+        data = static_cast<char*>(fxNewZeroBlock(slength));
+    }
+}
+
+fxStr::fxStr(const char* s) : fxStr() {
+    if (s != nullptr) assignBytes(s, std::strlen(s));
+}
+
+fxStr::fxStr(const char* s, unsigned int n) : fxStr() { assignBytes(s, n); }
+
+fxStr::fxStr(std::string_view text) : fxStr() { assignBytes(text.data(), text.size()); }
+
+fxStr::fxStr(const fxStr& other) : fxStr() { assignBytes(other.data, other.length()); }
+
+fxStr::fxStr(const fxTempStr& text) : fxStr() { assignBytes(text.data, text.length()); }
+
+fxStr::fxStr(int v, const char* fmt) : fxStr() {
+    if (fmt != nullptr) {
+        format(fmt, v);
+        return;
+    }
+    char digits[16];
+    const auto result = std::to_chars(digits, digits + sizeof digits, v);
+    assignBytes(digits, static_cast<size_t>(result.ptr - digits));
+}
+
+fxStr::fxStr(float v, const char* fmt) : fxStr() {
+    format(fmt != nullptr ? fmt : "%g", static_cast<double>(v));
+}
+
+fxStr::fxStr(double v, const char* fmt) : fxStr() { format(fmt != nullptr ? fmt : "%lg", v); }
+
+fxStr& fxStr::operator=(const fxStr& other) {
+    assignBytes(other.data, other.length());
+    return *this;
+}
+
+fxStr& fxStr::operator=(const char* s) {
+    assignBytes(s, s != nullptr ? std::strlen(s) : 0);
+    return *this;
+}
+
+fxStr& fxStr::operator=(std::string_view text) {
+    assignBytes(text.data(), text.size());
+    return *this;
+}
+
+fxStr& fxStr::operator=(const fxTempStr& text) {
+    assignBytes(text.data, text.length());
+    return *this;
+}
+
+// Editing.
+
+void fxStr::append(const char* s, unsigned int n) {
+    if (n == 0) n = textLength(s);
+    if (n == 0) return;
+    if (!ownsBlock()) {
+        assignBytes(s, n);
+        return;
+    }
+    const bool inside = pointsInside(s);
+    const size_t offset = inside ? static_cast<size_t>(s - data) : 0;
+    const unsigned int grown = fxLengthField(size_t{slength} + n);
+    resizeInternal(grown - 1);
+    if (inside) {
+        std::memmove(data + length(), data + offset, n);  // may reach over the terminator
+    } else {
+        std::memcpy(data + length(), s, n);
+    }
+    slength = grown;
+    data[length()] = '\0';
+}
+
+void fxStr::append(char c) {
+    const unsigned int grown = fxLengthField(size_t{slength} + 1);
+    resizeInternal(grown - 1);
+    data[slength - 1] = c;
+    data[slength] = '\0';
+    slength = grown;
+}
+
+void fxStr::insert(const char* s, unsigned int pos, unsigned int n) {
+    FX_ASSERT(pos <= length());
+    if (n == 0) n = textLength(s);
+    if (n == 0) return;
+    if (!ownsBlock()) {
+        assignBytes(s, n);
+        return;
+    }
+    const bool inside = pointsInside(s);
+    const size_t offset = inside ? static_cast<size_t>(s - data) : 0;
+    const unsigned int grown = fxLengthField(size_t{slength} + n);
+    resizeInternal(grown - 1);
+    char* gap = data + pos;
+    std::memmove(gap + n, gap, slength - pos);
+    slength = grown;
+    if (!inside) {
+        std::memcpy(gap, s, n);
+        return;
+    }
+    // What lay before the gap is where it was, the rest has moved up by n.
+    const size_t before = offset < pos ? std::min<size_t>(n, pos - offset) : 0;
+    std::memcpy(gap, data + offset, before);
+    std::memcpy(gap + before, data + offset + before + n, n - before);
+}
+
+void fxStr::insert(char c, unsigned int pos) { insert(&c, pos, 1); }
+
+void fxStr::remove(unsigned int start, unsigned int n) {
+    if (slength - n < 2) {
+        clear();
+        return;
+    }
+    FX_ASSERT(n < slength && start <= length() - n);
+    char* gap = data + start;
+    std::memmove(gap, gap + n, slength - start - n);
+    slength -= n;
+}
+
+fxStr fxStr::cut(unsigned int start, unsigned int n) {
+    fxStr result = extract(start, n);
+    remove(start, n);
+    return result;
+}
+
+void fxStr::replace(const char* s, unsigned int pos, unsigned int n) {
+    if (n == 0) n = textLength(s);
+    FX_ASSERT(n <= length() && pos <= length() - n);
+    if (n != 0) std::memmove(data + pos, s, n);
+}
+
+void fxStr::resize(unsigned int n, unsigned char) {
+    const unsigned int wanted = fxLengthField(size_t{n} + 1);
+    resizeInternal(n);
+    if (n == 0) return;
+    if (wanted > slength) std::memset(data + length(), 0, wanted - length());
+    slength = wanted;
+    data[n] = '\0';
+}
+
+void fxStr::setMaxLength(unsigned int n) {
+    if (ownsBlock()) resizeInternal(std::max(n, length()));
+}
+
+void fxStr::lower() {
+    for (char& c : *this) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+}
+
+void fxStr::raise() {
+    for (char& c : *this) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+}
+
+// Extraction.
+
+fxStr fxStr::extract(unsigned int start, unsigned int n) const {
+    FX_ASSERT(n <= length() && start <= length() - n);
+    return fxStr(data + start, n);
+}
+
+fxStr fxStr::head(unsigned int n) const { return extract(0, n); }
+
+fxStr fxStr::tail(unsigned int n) const { return extract(length() - n, n); }
+
+fxStr fxStr::copy() const { return *this; }
+
+fxStr fxStr::trim(const char* set) const {
+    const ByteSet blank(set, 0);
+    const auto solid = [&blank](char c) { return !blank(c); };
+    return range(scan(*this, 0, solid), scanBack(*this, length(), solid));
+}
+
+fxStr fxStr::trimRight(const char* set) const { return head(skipR(length(), set)); }
+
+// The text [begin, end), empty when that is no range: the found ends of a text
+// that is all blanks are the wrong way round.
+fxStr fxStr::range(unsigned int begin, unsigned int end) const {
+    return begin < end ? extract(begin, end - begin) : fxStr();
+}
+
+// Searches.
+
+unsigned int fxStr::next(unsigned int pos, char c) const {
+    if (pos >= length()) return length();
+    const void* found = std::memchr(data + pos, c, length() - pos);
+    return found == nullptr ? length()
+                            : static_cast<unsigned int>(static_cast<const char*>(found) - data);
+}
+
+unsigned int fxStr::next(unsigned int pos, const char* set, unsigned int n) const {
+    return scan(*this, pos, ByteSet(set, n));
+}
+
+unsigned int fxStr::nextR(unsigned int pos, char c) const {
+    return scanBack(*this, pos, [c](char byte) { return byte == c; });
+}
+
+unsigned int fxStr::nextR(unsigned int pos, const char* set, unsigned int n) const {
+    return scanBack(*this, pos, ByteSet(set, n));
+}
+
+unsigned int fxStr::skip(unsigned int pos, char c) const {
+    return scan(*this, pos, [c](char byte) { return byte != c; });
+}
+
+unsigned int fxStr::skip(unsigned int pos, const char* set, unsigned int n) const {
+    return scan(*this, pos, [bytes = ByteSet(set, n)](char byte) { return !bytes(byte); });
+}
+
+unsigned int fxStr::skipR(unsigned int pos, char c) const {
+    return scanBack(*this, pos, [c](char byte) { return byte != c; });
+}
+
+unsigned int fxStr::skipR(unsigned int pos, const char* set, unsigned int n) const {
+    return scanBack(*this, pos, [bytes = ByteSet(set, n)](char byte) { return !bytes(byte); });
+}
+
+fxStr fxStr::token(unsigned int& pos, char c) const {
+    const unsigned int begin = pos;
+    const unsigned int end = next(begin, c);
+    pos = skip(end, c);
+    return range(begin, end);
+}
+
+fxStr fxStr::token(unsigned int& pos, const char* set, unsigned int n) const {
+    const ByteSet delimiters(set, n);
+    const unsigned int begin = pos;
+    const unsigned int end = scan(*this, begin, delimiters);
+    pos = scan(*this, end, [&delimiters](char c) { return !delimiters(c); });
+    return range(begin, end);
+}
+
+fxStr fxStr::tokenR(unsigned int& pos, char c) const {
+    const unsigned int end = pos;
+    const unsigned int begin = nextR(end, c);
+    pos = skipR(begin, c);
+    return range(begin, end);
+}
+
+fxStr fxStr::tokenR(unsigned int& pos, const char* set, unsigned int n) const {
+    const ByteSet delimiters(set, n);
+    const unsigned int end = pos;
+    const unsigned int begin = scanBack(*this, end, delimiters);
+    pos = scanBack(*this, begin, [&delimiters](char c) { return !delimiters(c); });
+    return range(begin, end);
+}
+
+// Hashing and formatting.
+
+unsigned long fxStr::hash() const {
+    const unsigned int len = length();
+    if (len > 15) return wordAt(data + 8) << 3 ^ wordAt(data);
+    char word[8] = {};
+    if (len <= 8) {
+        std::memcpy(word + 8 - len, data, len);
+        return wordAt(word) << 3;
+    }
+    // The bytes from 8 on stay out: the results are kept as they always were.
+    const unsigned int excess = len - 8;
+    std::memcpy(word + 8 - excess, data, excess);
+    return wordAt(word) << 3 ^ wordAt(data);
+}
+
+unsigned int fxStr::format(const char* fmt, ...) {
+    va_list arguments;
+    va_start(arguments, fmt);
+    const unsigned int result = vformat(fmt, arguments);
+    va_end(arguments);
+    return result;
+}
+
+// The own text may be an argument, so it stays until the result is complete.
+// Short results, nearly all, are formatted once and into the block that is there.
+unsigned int fxStr::vformat(const char* fmt, va_list arguments) {
+    char local[256];
+    va_list again;
+    va_copy(again, arguments);
+    const int total = std::vsnprintf(local, sizeof local, fmt, arguments);
+    if (total < 0) {
+        clear();
+    } else if (static_cast<size_t>(total) < sizeof local) {
+        assignBytes(local, std::strlen(local));  // a zero from %c ends the text
+    } else {
+        const size_t bytes = static_cast<size_t>(total) + 1;
+        char* block = static_cast<char*>(fxNewBlock(bytes));
+        std::vsnprintf(block, bytes, fmt, again);
+        adopt(block, textLength(block) + 1);
+    }
+    va_end(again);
+    return slength;
+}
+
+// Transcription.
+
+void* fxStr::newInstance(fxTypeObj& type) { return fxTypeFunctions<fxStr>::newInstance(type); }
+
+void fxStr::deleteInstance(void* str) { fxTypeFunctions<fxStr>::deleteInstance(str); }
+
+fxTypeObj* fxStr::getTypeObj() const { return &fxStr_type; }
+
+fxBool fxStr::xdr(void* str, fxTranscriber& transcriber) {
+    return static_cast<fxStr*>(str)->xdr(transcriber);
+}
+
+fxBool fxStr::xdr(fxTranscriber& transcriber) {
+    const bool isReading = transcriber.isReading();
+    if (isReading) clear();
+    unsigned int lengthBytes = slength;
+    if (!transcriber.xdr(&lengthBytes, 1) || lengthBytes == 0) return 0;
+    if (lengthBytes == 1) return 1;
+    return isReading ? readText(transcriber, lengthBytes) : transcriber.xdr(&data, lengthBytes);
+}
+
+// The length is taken over with the block and never before it, so that the
+// string is whole at every moment, whenever (and if ever) the block comes.
+fxBool fxStr::readText(fxTranscriber& transcriber, unsigned int lengthBytes) {
+    transcriber.claimant = this;
+    const bool isDone = transcriber.xdr(&data, lengthBytes);
+    const bool isTaken = std::exchange(transcriber.claimant, nullptr) == nullptr;
+    if (isDone && isTaken) return 1;
+    const bool isText = isDone && ownsBlock() && data[lengthBytes - 1] == '\0';
+    if (isText) {
+        slength = lengthBytes;
+    } else {
+        clear();
+    }
+    return isText;
+}
+
+void fxStr::adopt(char* block, unsigned int lengthBytes) {
+    FX_ASSERT(lengthBytes >= 1 && block[lengthBytes - 1] == '\0');
+    dropBlock();
+    data = block;
+    slength = lengthBytes;
+    if (lengthBytes == 1) clear();
+}
+
+// Private functions.
+
+bool fxStr::pointsInside(const char* s) const {
+    const std::less<const char*> before;
+    return !before(s, data) && before(s, data + slength);
+}
+
+// Gives the block room for `n` bytes of text and the terminator; the text and
+// `slength` stay. Blocks never get smaller than the text that is there.
+void fxStr::resizeInternal(unsigned int n) {
+    if (!ownsBlock()) {
+        if (n == 0) return;
+        data = static_cast<char*>(fxNewBlock(size_t{n} + 1));
+        data[0] = '\0';
+    } else if (n == 0) {
+        clear();
+    } else if (n >= slength) {
+        data = static_cast<char*>(fxGrowBlock(data, size_t{n} + 1));
+    }
+}
+
+// Makes the text a copy of the `n` bytes at `s`, which may lie in the block.
+void fxStr::assignBytes(const char* s, size_t n) {
+    if (n == 0) {
+        clear();
+        return;
+    }
+    const unsigned int bytes = fxLengthField(n + 1);
+    if (ownsBlock() && bytes <= slength) {
+        std::memmove(data, s, n);
+    } else {
+        char* block = static_cast<char*>(fxNewBlock(bytes));
+        std::memcpy(block, s, n);
+        dropBlock();
+        data = block;
+    }
+    slength = bytes;
+    data[n] = '\0';
+}
+
+// Comparison and streams.
+
+int compare(char const* a, char const* b) {
+    return std::strcmp(a != nullptr ? a : "", b != nullptr ? b : "");
+}
+
+bool operator==(const fxStr& a, const char* b) {
+    const size_t length = b != nullptr ? std::strlen(b) : 0;
+    return a.length() == length && (length == 0 || std::memcmp(a.data, b, length) == 0);
+}
+
+std::ostream& operator<<(std::ostream& out, const fxStr& str) { return out << str.c_str(); }
+
+// istream::get() fails on an empty item and cannot tell it from the end of the
+// stream; looking at the next byte first can.
+std::istream& operator>>(std::istream& in, fxStr& str) {
+    using Traits = std::istream::traits_type;
+    const char delimiter = delimiterOf(in);
+    const int stop = Traits::to_int_type(delimiter);
+    unsigned int count = 0;
+    int c;
+    while (!Traits::eq_int_type(c = in.peek(), Traits::eof()) && c != stop) {
+        if (count == str.length()) {
+            const size_t step = std::max({fxStr::resizeIncrement, count, 1U});
+            str.resize(fxLengthField(count + step));
+        }
+        in.get(str.data + count, str.slength - count, delimiter);
+        count += static_cast<unsigned int>(in.gcount());
+    }
+    str.resize(count);
+    if (c == stop) {
+        in.get();
+    } else if (count == 0) {
+        in.setstate(std::ios_base::failbit);
+    }
+    return in;
+}
+
+std::istream& _delimiter(std::istream& in, char c) {
+    if (fxStr::delim_idx < 0) fxStr::delim_idx = std::ios_base::xalloc();
+    in.iword(fxStr::delim_idx) = c == '\0' ? zeroDelimiter : static_cast<unsigned char>(c);
+    return in;
+}
