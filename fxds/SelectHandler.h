@@ -1,0 +1,48 @@
+// Objects that are told when a file descriptor is ready.
+#ifndef FXDS_SELECTHANDLER_H
+#define FXDS_SELECTHANDLER_H
+
+#include "fxds/Obj.h"
+
+/// Owns a file descriptor and is called by the executive when it is ready.
+/// Derive, say in the constructor what to wait for, and register the handler
+/// with fxExec::addSelectHandler().
+///
+/// The descriptor should be non-blocking when handlers come and go or when poll()
+/// is called from within a handler: what was found ready may have been read
+/// empty, or be another file, by the time the handler is called.
+class FX_API fxSelectHandler : public fxObj {
+public:
+    fxSelectHandler(const fxSelectHandler&) = delete;
+    fxSelectHandler& operator=(const fxSelectHandler&) = delete;
+    /// Closes the descriptor and, where it is still registered, takes the
+    /// handler out of the executive's table. A handler may destroy itself, or
+    /// another one, from within any of its functions.
+    ~fxSelectHandler() override;
+
+    const char* className() const override = 0;
+
+    int getFd() const { return fd; }
+
+    virtual void handleRead() = 0;
+    /// Does nothing.
+    virtual void handleWrite();
+    /// Does nothing.
+    virtual void handleException();
+
+protected:
+    /// `fd_` is adopted: the destructor closes it, unless it is negative.
+    explicit fxSelectHandler(int fd_ = -1, fxBool wantRead_ = 0, fxBool wantWrite_ = 0,
+                             fxBool wantException_ = 0);
+
+    int fd;
+    // What to wait for. After a change register the handler again: only then
+    // does the executive look.
+    unsigned char wantRead;
+    unsigned char wantWrite;
+    unsigned char wantException;
+
+    friend class fxExec;
+};
+
+#endif

@@ -1,0 +1,85 @@
+// Objects that send a message when their time has come.
+#ifndef FXDS_TIMER_H
+#define FXDS_TIMER_H
+
+#include "fxds/Obj.h"
+
+/// Sends a void message on its output "tick" some seconds after it was
+/// started: once, or again and again. Time is what fxExec::poll() measures, so
+/// timers run only while the loop does and a select handler is registered (an
+/// fxWakeup will do).
+///
+/// A timer may be started, stopped and destroyed from anywhere, ticks included.
+/// Copies make no sense and are not allowed.
+///
+/// Cost: starting walks the list of active timers up to the timer's place;
+/// stopping is O(1).
+class FX_API fxTimer : public fxObj {
+public:
+    /// The interval is 0 until setInterval() is called.
+    explicit fxTimer(unsigned char repeating = 0);
+    fxTimer(const fxTimer&) = delete;
+    fxTimer& operator=(const fxTimer&) = delete;
+    /// Stops the timer.
+    ~fxTimer() override;
+
+    float getInterval() const { return interval; }
+    bool isActive() const { return active != 0; }
+
+    /// The seconds from start to tick, from the next start on. Negative values
+    /// and NaN count as 0.
+    void setInterval(float seconds);
+
+    /// Starts the timer, or starts it again, with its full interval. Timers
+    /// that are due together tick in the order in which they were started.
+    ///
+    /// When timers are being advanced (that is, from a tick): a timer with
+    /// interval 0, or one too short to take anything from the time that is
+    /// still to be accounted for, waits for the next advance. A repeating timer
+    /// that has ticked is started again anyhow when the advance ends, so
+    /// starting it here brings it no more than that.
+    void startTimer();
+
+    /// Stops the timer. From within a tick this also keeps a repeating timer
+    /// that has ticked, the caller included, from being started again.
+    void stopTimer();
+
+    /// Called when the time has come; the timer is not active meanwhile. This
+    /// one queues a void message on the output that is now called "tick"; when
+    /// there is none, or one of another type, nothing is sent.
+    virtual void tick();
+
+    /// Lets `seconds` pass: every timer that is due (a whole wait passed counts)
+    /// ticks, in the order of expiry. Repeating timers are started again at the
+    /// end with their full interval, counted from now: an overrun is not made
+    /// up for. For fxExec::poll(), which measures the time, and for tests; may be
+    /// called from a tick. NaN counts as 0.
+    static void alarm(float seconds);
+
+    float interval;               ///< Seconds from start to tick.
+    float delta;                  ///< Seconds after the predecessor's expiry; first: from now.
+    unsigned char active;         ///< Whether it stands in the list of active timers.
+    unsigned char repeating;      ///< Whether it is started again after a tick.
+    fxOutputChannel* tickOutput;  ///< The output "tick" as of construction or the last tick().
+    fxTimer* next;                ///< The active timer that is due after this one.
+
+    /// The active timer that is due first; null when there is none.
+    static fxTimer* activeTimers;
+
+private:
+    struct Pass;
+
+    void addToActiveList();
+    void removeFromActiveList();
+    void unlink();
+    void withdraw();
+    bool waitsFor(const Pass& pass) const;
+    static fxTimer* firstDue(const Pass& pass);
+
+    fxTimer* previous;
+    unsigned long startedIn;  // number of the pass to wait for the end of; 0: none
+
+    static Pass* passes;  // those that run, innermost first
+};
+
+#endif
