@@ -29,7 +29,7 @@ public:
     /// The index that means not found.
     static constexpr unsigned int notFound = 0xFFFFFFFF;
 
-    /// Holds `count` raw elements: no hook has run on them.
+    /// Holds `count` raw elements, of zero bytes: no hook has run on them.
     /// Requires: elementSize >= 1.
     fxArray(unsigned short elementSize, unsigned int count);
     /// Copies the bytes of the elements in use, whatever the hooks: a subclass
@@ -68,8 +68,8 @@ public:
     /// Destroys `count` elements and closes the gap. Requires: the run lies in
     /// the array; one past the end wraps the length and is not caught.
     void remove(unsigned int start, unsigned int count = 1);
-    /// Makes length and capacity exactly `n`, creating or destroying elements
-    /// at the end.
+    /// Makes length and capacity exactly `n`, creating (from zero bytes) or
+    /// destroying elements at the end.
     void resize(unsigned int n);
     /// Makes the capacity exactly `n`, or the length if that is more.
     void setMaxLength(unsigned int n);
@@ -125,7 +125,7 @@ public:
     // A subclass that overrides copyElements() or destroyElements() also sets
     // `ownsElements` in its constructors.
 
-    /// Turns raw bytes into default elements. This one leaves them raw.
+    /// Turns raw bytes into default elements. This one leaves them as they are.
     virtual void createElements(void* at, unsigned int byteCount);
     /// Ends the elements' lives; the bytes are then reused or freed.
     virtual void destroyElements(void* at, unsigned int byteCount);
@@ -160,6 +160,9 @@ protected:
     /// `operation`, reading in calls of at most `pieceBytes`, so that memory
     /// is taken as the bytes arrive. When it fails the array is empty.
     bool xdrElements(fxTranscriber& transcriber, unsigned int byteCount, XdrElements* operation);
+    /// Gives an empty array a block of `byteCount` bytes, which cost nothing
+    /// until they are touched. False when it cannot be had.
+    bool reserve(unsigned int byteCount);
     /// Empties the array without running a hook and frees the block.
     void discard();
 
@@ -175,8 +178,10 @@ protected:
     bool ownsElements;           // elements end and multiply only by the hooks
 
 private:
-    void reallocate(std::size_t bytes);
+    bool resizeBlock(std::size_t bytes);
+    void takeBlock(fxArray& source);
     void raiseCapacity(std::size_t bytes);
+    std::size_t offsetOf(const void* item) const;
     void openGap(std::size_t offset, std::size_t bytes);
     void closeGap(std::size_t offset, std::size_t bytes);
     void* copyOf(std::size_t offset, std::size_t bytes) const;

@@ -1,0 +1,248 @@
+#include <algorithm>
+#include <cstddef>
+#include <cstring>
+#include <numeric>
+#include <vector>
+
+#include "fxds/Array.h"
+
+// Two ways to order a run of elements.
+//
+// sort() merges element numbers bottom-up and permutes the bytes at the end: no
+// element moves while a comparison runs, and whatever the comparisons answer,
+// each number is placed once.
+//
+// qsort() is a partition whose last step doubles elements (see Array.h). Its
+// steps are written once, over a run that can compare two elements, move one,
+// and save to and restore from the scratch element. Plain elements are moved in
+// place. Of elements that own something only the numbers are moved; at the end
+// every position is given an element of its own.
+
+namespace {
+
+// The elements of a run, in place. The scratch element starts as zero bytes.
+class PlainRun {
+public:
+    PlainRun(const fxArray& array_, char* first_, std::size_t size_)
+        : array(array_), first(first_), size(size_), large(size_ > sizeof small ? size_ : 0) {}
+
+    int compare(std::size_t i, std::size_t j) const {
+        return array.compareElements(first + i * size, first + j * size);
+    }
+    void move(std::size_t to, std::size_t from) {
+        if (to != from) std::memcpy(first + to * size, first + from * size, size);
+    }
+    void save(std::size_t from) { std::memcpy(scratch(), first + from * size, size); }
+    void restore(std::size_t to) { std::memcpy(first + to * size, scratch(), size); }
+
+private:
+    char* scratch() { return large.empty() ? small : large.data(); }
+
+    const fxArray& array;
+    char* const first;
+    const std::size_t size;
+    char small[32] = {};
+    std::vector<char> large;
+};
+
+// The numbers of the elements of a run, while the elements stay where they are.
+// The number after the last stands for a default element, the first scratch.
+class NumberedRun {
+public:
+    NumberedRun(fxArray& array_, char* first_, std::size_t size_, std::size_t count_)
+        : array(array_),
+          first(first_),
+          size(size_),
+          count(count_),
+          scratch(count_),
+          numbers(count_),
+          result((count_ + 1) * size_) {
+        std::iota(numbers.begin(), numbers.end(), std::size_t{0});
+        array.createElements(element(count), bytesOfOne());
+    }
+    NumberedRun(const NumberedRun&) = delete;
+    NumberedRun& operator=(const NumberedRun&) = delete;
+
+    int compare(std::size_t i, std::size_t j) const {
+        return array.compareElements(element(numbers[i]), element(numbers[j]));
+    }
+    void move(std::size_t to, std::size_t from) { numbers[to] = numbers[from]; }
+    void save(std::size_t from) { scratch = numbers[from]; }
+    void restore(std::size_t to) { numbers[to] = scratch; }
+
+    // Builds the run that the numbers tell: the first position that names an
+    // element takes its bytes, each further one a copy; an element that no
+    // position names ends here.
+    void materialise() {
+        std::vector<bool> placed(count + 1);
+        for (std::size_t i = 0; i < count; ++i) {
+            const std::size_t number = numbers[i];
+            char* const place = result.data() + i * size;
+            if (placed[number]) {
+                array.copyElements(element(number), place, bytesOfOne());
+            } else {
+                std::memcpy(place, element(number), size);
+                placed[number] = true;
+            }
+        }
+        for (std::size_t number = 0; number <= count; ++number) {
+            if (!placed[number]) array.destroyElements(element(number), bytesOfOne());
+        }
+        std::memcpy(first, result.data(), count * size);
+    }
+
+private:
+    char* element(std::size_t number) const {
+        return number < count ? first + number * size : result.data() + count * size;
+    }
+    unsigned int bytesOfOne() const { return static_cast<unsigned int>(size); }
+
+    fxArray& array;
+    char* const first;
+    const std::size_t size;
+    const std::size_t count;
+    std::size_t scratch;
+    std::vector<std::size_t> numbers;
+    mutable std::vector<char> result;  // the new run, then the default element
+};
+
+struct Range {
+    std::size_t lo;
+    std::size_t hi;
+};
+
+// Ranges still to be partitioned, last in first out. A descending run of n
+// elements leaves n / 2 of them waiting, so that they cannot stay on the
+// program's stack; few runs ever need more than the first places.
+class PendingRanges {
+public:
+    bool isEmpty() const { return count == 0; }
+    void push(Range range) {
+        if (count < few) {
+            first[count] = range;
+        } else {
+            rest.push_back(range);
+        }
+        ++count;
+    }
+    Range pop() {
+        --count;
+        if (count < few) return first[count];
+        const Range range = rest.back();
+        rest.pop_back();
+        return range;
+    }
+
+private:
+    static constexpr std::size_t few = 64;
+    std::size_t count = 0;
+    Range first[few];
+    std::vector<Range> rest;
+};
+
+// Partitions [lo, hi] about its first element and returns where the two parts
+// meet. The element compared with is looked up each time, never set aside.
+template <class Run>
+std::size_t partition(Run& run, std::size_t lo, std::size_t hi) {
+    std::size_t i = lo;
+    std::size_t j = hi + 1;
+    const auto advance = [&] {
+        while (i < hi && run.compare(++i, lo) < 0) {
+        }
+    };
+    const auto retreat = [&] {
+        while (j > lo && run.compare(--j, lo) > 0) {
+        }
+    };
+    advance();
+    retreat();
+    while (i < j) {
+        run.save(i);
+        run.move(i, j);
+        run.restore(j);
+        advance();
+        retreat();
+    }
+    // Three copies, no exchange: both places end as the scratch element.
+    run.restore(lo);
+    run.move(j, lo);
+    run.restore(j);
+    return j;
+}
+
+// The lower part is finished before the upper one begins: they share the
+// scratch element, so the order shows.
+template <class Run>
+void partitionAll(Run& run, std::size_t count) {
+    PendingRanges pending;
+    pending.push({0, count - 1});
+    while (!pending.isEmpty()) {
+        Range range = pending.pop();
+        for (bool hasLower = true; hasLower;) {
+            const std::size_t middle = partition(run, range.lo, range.hi);
+            if (middle + 1 < range.hi) pending.push({middle + 1, range.hi});
+            hasLower = middle > 0 && range.lo < middle - 1;
+            if (hasLower) range.hi = middle - 1;
+        }
+    }
+}
+
+// One pass of the merge sort: neighbouring runs of `width` numbers are merged
+// from `from` to `to`.
+template <class Less>
+void mergePass(const std::vector<std::size_t>& from, std::vector<std::size_t>& to,
+               std::size_t width, const Less& less) {
+    const std::size_t count = from.size();
+    for (std::size_t begin = 0; begin < count; begin += 2 * width) {
+        const std::size_t middle = std::min(begin + width, count);
+        const std::size_t end = std::min(begin + 2 * width, count);
+        // Runs that already follow one another cost a single comparison.
+        if (middle == end || !less(from[middle], from[middle - 1])) {
+            std::copy(from.data() + begin, from.data() + end, to.data() + begin);
+            continue;
+        }
+        std::size_t left = begin;
+        std::size_t right = middle;
+        for (std::size_t at = begin; at < end; ++at) {
+            const bool takeRight = left == middle || (right < end && less(from[right], from[left]));
+            to[at] = takeRight ? from[right++] : from[left++];
+        }
+    }
+}
+
+}  // namespace
+
+void fxArray::sort(unsigned int start, unsigned int count) {
+    FX_ASSERT(start <= length() && count <= length() - start);
+    if (count < 2) return;
+    const std::size_t size = elementSize;
+    char* const first = at(start);
+    const auto less = [&](std::size_t a, std::size_t b) {
+        return compareElements(first + a * size, first + b * size) < 0;
+    };
+    std::vector<std::size_t> order(count);
+    std::vector<std::size_t> merged(count);
+    std::iota(order.begin(), order.end(), std::size_t{0});
+    for (std::size_t width = 1; width < count; width *= 2) {
+        mergePass(order, merged, width, less);
+        order.swap(merged);
+    }
+    std::vector<char> sorted(count * size);
+    for (std::size_t i = 0; i < count; ++i) {
+        std::memcpy(sorted.data() + i * size, first + order[i] * size, size);
+    }
+    std::memcpy(first, sorted.data(), sorted.size());
+}
+
+void fxArray::qsort(unsigned int start, unsigned int count) {
+    FX_ASSERT(start <= length() && count <= length() - start);
+    if (count == 0) return;
+    if (ownsElements) {
+        NumberedRun run(*this, at(start), elementSize, count);
+        partitionAll(run, count);
+        run.materialise();
+    } else {
+        PlainRun run(*this, at(start), elementSize);
+        partitionAll(run, count);
+    }
+}
