@@ -1,0 +1,23 @@
+// Dictionary from object address to record number.
+#ifndef FXDS_BINARYOTDICT_H
+#define FXDS_BINARYOTDICT_H
+
+#include "fxds/TypedDictionary.h"
+
+/// Maps addresses, of which it knows nothing else, to numbers. A default value
+/// is 0. It cannot be transcribed, unless it is empty.
+class FX_API fxBinaryOTDict : public fxTypedDictionary<const void*, unsigned long> {
+public:
+    explicit fxBinaryOTDict(unsigned int nBuckets = 0);
+    fxBinaryOTDict(const fxBinaryOTDict&) = default;
+    fxBinaryOTDict& operator=(const fxBinaryOTDict&) = default;  // merges
+    ~fxBinaryOTDict() override;
+};
+
+class FX_API fxBinaryOTDictIter : public fxTypedDictIter<const void*, unsigned long> {
+public:
+    using fxTypedDictIter::fxTypedDictIter;
+    using fxTypedDictIter::operator=;
+};
+
+#endif

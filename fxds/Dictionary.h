@@ -1,0 +1,205 @@
+// The hash map, untyped at its core, and its iterator.
+#ifndef FXDS_DICTIONARY_H
+#define FXDS_DICTIONARY_H
+
+#include "fxds/HashNode.h"
+#include "fxds/TypedArray.h"
+#include "fxds/XDRObj.h"
+
+class fxDictionary;
+class fxDictIter;
+
+/// One entry: `element` is a block with the key, then the value.
+class FX_API fxDictBucket : public fxHashNode<fxDictBucket> {
+public:
+    using fxHashNode::fxHashNode;
+};
+
+class FX_API fxDictBuckets : public fxTypedArray<fxDictBuckets, fxDictBucket*, fxZeroFilledArray> {
+public:
+    using fxTypedArray::fxTypedArray;
+};
+
+class FX_API fxDictIters : public fxTypedArray<fxDictIters, fxDictIter*, fxZeroFilledArray> {
+public:
+    using fxTypedArray::fxTypedArray;
+};
+
+/// Walks a dictionary: its chains in ascending order, each from its newest
+/// entry to its oldest.
+///
+///     for (fxDictIter i(dict); i.notDone(); ++i) use(i.getKey(), i.getValue());
+///
+/// The iterator is registered with the dictionary while it walks. Removing the
+/// entry that it stands on moves it to the next one and sets `moved`: there is
+/// no current entry until the next ++, which then skips nothing. Entries added
+/// during the walk may or may not be met. It ends by itself after the last
+/// entry and when the dictionary is cleaned up or dies.
+class FX_API fxDictIter {
+public:
+    /// Detached: done from the start.
+    fxDictIter() : dict(nullptr), bucketIndex(0), moved(0), node(nullptr) {}
+    /// Stands on the first entry; borrowed only while it walks.
+    explicit fxDictIter(fxDictionary& dictionary);
+    /// A copy stands where the other one stands and walks on its own.
+    fxDictIter(const fxDictIter& other);
+    ~fxDictIter();
+
+    /// Starts over with another dictionary.
+    void operator=(fxDictionary& dictionary);
+    fxDictIter& operator=(const fxDictIter& other);
+
+    /// Null when there is no current entry. Views: good until the entry goes.
+    void* getKey() const { return node == nullptr || moved ? nullptr : node->element; }
+    void* getValue() const;
+    const void* key() const { return getKey(); }
+    void* value() const { return getValue(); }
+
+    bool notDone() const { return node != nullptr; }
+    explicit operator bool() const { return notDone(); }
+
+    fxDictIter& operator++();
+    void operator++(int) { ++*this; }
+
+    struct Entry {
+        const void* key;
+        void* value;
+    };
+    Entry operator*() const { return {getKey(), getValue()}; }
+    bool operator!=(fxHashEnd) const { return notDone(); }
+
+    fxDictionary* dict;        ///< Null when detached or at the end.
+    unsigned int bucketIndex;  ///< The chain that is being walked.
+    unsigned char moved : 1;   ///< The entry was removed; `node` is its successor.
+    fxDictBucket* node;        ///< Null at the end.
+};
+
+/// A hash map of keys and values that it knows only as blocks of a fixed size.
+/// Virtual hooks say what a key and a value are. This class is for those who
+/// write a new dictionary; the easy way to that is fxTypedDictionary. To use
+/// one, take fxVoidPtrDict, fxStrStrDictionary or fxBinaryOTDict.
+///
+/// The number of chains is fixed at construction; it decides the order of
+/// iteration. A new entry goes to the front of its chain. Each entry costs two
+/// allocations. Finding, adding and removing take about constant time, however
+/// few the chains.
+///
+/// What finds or adds answers pointers into the entry. They are views that
+/// last as long as the entry does, whatever happens to others.
+///
+/// The hooks that end a life may call back and add to or remove from this
+/// dictionary. None may destroy it, and hashKey(), compareKeys() and
+/// fingerprintKey() must leave it alone. Keys that compare equal must hash
+/// equal.
+class FX_API fxDictionary : public fxXDRObj {
+public:
+    /// Sizes in bytes. `nBuckets` chains; 0 stands for 31.
+    fxDictionary(unsigned int keySize, unsigned int valueSize, unsigned int nBuckets = 0);
+    /// Without chains and sizes, for doxdr() to fill. A subclass should set
+    /// keySize and valueSize, so that streams with other sizes are refused. Used
+    /// without that, it gets 31 chains when the first entry is added.
+    explicit fxDictionary(fxTypeObj& type);
+    /// Copies the entries with the hooks of `source`, as the subclass part of
+    /// the copy does not exist yet. Every chain comes out reversed.
+    fxDictionary(const fxDictionary& source);
+    /// Merges: adds the entries of `other`, which replace the values of equal
+    /// keys. Entries that `other` lacks stay. Requires: equal sizes.
+    void operator=(const fxDictionary& other);
+    /// Cannot reach the hooks: a subclass calls cleanup() in its destructor.
+    ~fxDictionary() override;
+
+    const char* className() const override = 0;
+    fxBool xdr(fxTranscriber& transcriber) override;
+    fxTypeObj* getTypeObj() const override;
+
+    /// Enters the value under the key. When the key is there already, the
+    /// stored key stays and only its value is replaced.
+    virtual void addInternal(const void* key, const void* value);
+
+    unsigned int size() const { return count; }
+    bool isEmpty() const { return count == 0; }
+    bool contains(const void* key) const { return find(key) != nullptr; }
+
+    /// The value stored under the key, or null. `bucketOut`, unless null,
+    /// receives the fxDictBucket that holds it, or null.
+    void* find(const void* key, void** bucketOut = nullptr) const;
+    /// The value stored under the key, which is added with a default value
+    /// when it is missing.
+    void* findCreate(const void* key);
+    /// Destroys the entry, if there is one.
+    void remove(const void* key);
+    /// Takes the value out and destroys the rest of the entry. The block with
+    /// the value's bytes is given: destroy the value, then free() the block.
+    /// Null when the key is absent, or its value is just being replaced.
+    void* cut(const void* key);
+
+    fxDictIter begin() const;
+    fxHashEnd end() const { return {}; }
+
+    /// Destroys every entry and detaches every iterator. size() is not reset:
+    /// this belongs in the destructors of subclasses.
+    void cleanup();
+
+    // The registry of iterators, which they look after themselves.
+
+    void addIter(fxDictIter* iter);
+    /// Removes the first registration of `iter`, if any.
+    void removeIter(fxDictIter* iter);
+    /// Moves the iterators that stand on `node` to its successor.
+    void invalidateIters(const fxDictBucket* node) const;
+
+    /// Transcribes sizes, bucket count and entries. A dictionary that is read
+    /// into is emptied first; its chains come out reversed. Look nothing up
+    /// before the whole graph has been read: texts arrive late.
+    /// Returns false at the first failure, which leaves what was read so far.
+    /// Numbers that cannot be right are failures: sizes other than this
+    /// dictionary's, a chain that does not exist, more than 2^24 chains.
+    bool doxdr(fxTranscriber& transcriber);
+    /// The function of fxDictionary_type; forwards to the member.
+    static fxBool xdr(void* object, fxTranscriber& transcriber);
+
+protected:
+    virtual unsigned long hashKey(const void* key) const = 0;  ///< This one: the XOR of its words.
+    virtual int compareKeys(const void* a, const void* b) const = 0;  ///< 0 when equal.
+    virtual void copyKey(const void* from, void* to) const = 0;       ///< Into raw storage.
+    virtual void destroyKey(void* key) const;                         ///< In place.
+    virtual void copyValue(const void* from, void* to) const = 0;     ///< Into raw storage.
+    virtual void destroyValue(void* value) const;                     ///< In place.
+    virtual void createValue(void* to) const = 0;  ///< A default value, in raw storage.
+    /// Transcribe a key or a value. What is read into is storage of zero bytes,
+    /// in which the hook constructs first; it is raw again after a failure.
+    virtual bool xdrKey(fxTranscriber& transcriber, void* key) = 0;
+    virtual bool xdrValue(fxTranscriber& transcriber, void* value) = 0;
+
+    /// A number by which keys are told apart before they are compared; equal
+    /// keys have equal ones. This one answers `hash`, the key's hashKey().
+    /// Override it where hashKey() sees little of the key, so that keys which
+    /// it cannot tell apart are still found fast.
+    virtual unsigned long fingerprintKey(const void* key, unsigned long hash) const;
+
+    unsigned int count;      // entries
+    unsigned int keySize;    // bytes of a stored key
+    unsigned int valueSize;  // bytes of a stored value
+    fxDictBuckets buckets;   // the first node of each chain, or null
+    fxDictIters iters;       // the iterators that walk here, borrowed
+
+private:
+    friend struct fxHashCore<fxDictionary>;
+    typedef fxDictBucket Node;
+    typedef fxDictIter Iter;
+    friend class fxDictIter;
+
+    mutable fxHashExtra<fxDictBucket> extra;
+};
+
+inline fxDictIter fxDictionary::begin() const {
+    return fxDictIter(const_cast<fxDictionary&>(*this));  // only registers itself
+}
+
+inline void* fxDictIter::getValue() const {
+    return node == nullptr || moved ? nullptr : static_cast<char*>(node->element) + dict->keySize;
+}
+
+extern FX_API fxTypeObj fxDictionary_type;
+
+#endif

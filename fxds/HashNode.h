@@ -1,0 +1,106 @@
+// What the nodes of dictionaries and sets share, and the index that finds them.
+#ifndef FXDS_HASHNODE_H
+#define FXDS_HASHNODE_H
+
+#include <cstdlib>
+
+#include "fxds/Config.h"
+
+// The containers are tables of singly linked chains of a fixed number, and that
+// is all that shows. Two things are added so that crowded chains stay fast.
+// Each node keeps a tag of its key, so that a search rejects a node without
+// touching the key, and a link back, so that a node is unlinked without a walk.
+// And once a search has had to walk far, an index from tag to nodes is built
+// and kept, so that no chain is walked any more.
+
+/// The mechanism itself; see HashCore.h, which only the containers include.
+template <class Container>
+struct fxHashCore;
+
+/// The entry of a chain; `Self` is the class that derives from this one.
+template <class Self>
+class fxHashNode {
+public:
+    /// Adopts `block`, which is malloc() memory.
+    explicit fxHashNode(void* block)
+        : element(block),
+          next(nullptr),
+          previous(nullptr),
+          alike(nullptr),
+          tag(0),
+          bucket(0),
+          isPinned(0),
+          isRemoved(0) {}
+    fxHashNode(const fxHashNode&) = delete;
+    fxHashNode& operator=(const fxHashNode&) = delete;
+    /// Frees the block only: the container has ended the key's life before.
+    ~fxHashNode() { std::free(element); }
+
+    void* element;  ///< A block that starts with the key.
+    Self* next;     ///< The next entry of the chain, or null.
+
+private:
+    template <class Container>
+    friend struct fxHashCore;
+    template <class Node>
+    friend class fxHashIndex;
+
+    Self* previous;    // in the chain
+    Self* alike;       // next node of the same tag, in the order of its chain
+    unsigned int tag;  // mixed fingerprint of the key
+    unsigned int bucket : 30;
+    unsigned int isPinned : 1;   // the value is being replaced: the node must stay
+    unsigned int isRemoved : 1;  // taken out meanwhile: who pinned it deletes it
+};
+
+/// An open-addressing table from tag to the nodes of that tag. Each slot holds
+/// the first of them, the rest hangs on it.
+template <class Node>
+class fxHashIndex {
+public:
+    fxHashIndex() = default;
+    fxHashIndex(const fxHashIndex&) = delete;
+    fxHashIndex& operator=(const fxHashIndex&) = delete;
+    ~fxHashIndex() { drop(); }
+
+    bool isBuilt() const { return slots != nullptr; }
+    /// The first node of `tag`, or null.
+    Node* first(unsigned int tag) const { return slots[slotOf(tag)].node; }
+    /// Makes an empty index for about `expected` nodes.
+    void build(unsigned int expected);
+    /// Enters a node as the first of its tag.
+    void insert(Node* node);
+    void remove(Node* node);
+    void drop();
+
+private:
+    struct Slot {
+        Node* node;  // null in a free slot
+        unsigned int tag;
+    };
+
+    unsigned int home(unsigned int tag) const { return tag >> shift; }
+    unsigned int slotOf(unsigned int tag) const;
+    void allocate(unsigned int bits);
+    void grow();
+
+    Slot* slots = nullptr;
+    unsigned int mask = 0;   // number of slots, a power of 2, less 1
+    unsigned int shift = 0;  // what leaves the slot number of a tag
+    unsigned int used = 0;   // slots that are not free
+};
+
+/// What a container keeps besides its chains; nothing of it shows.
+template <class Node>
+struct fxHashExtra {
+    fxHashIndex<Node> index;
+    bool tagsAreStale = false;     // keys came from a stream: no tag is set yet
+    Node* parked = nullptr;        // entries that could be read only in part
+    unsigned int divisor = 0;      // a bucket count and its reciprocal 2^64 / n,
+    unsigned long reciprocal = 0;  // which save the division
+};
+
+/// The end of a range-based for over a dictionary or a set.
+struct fxHashEnd {};
+
+#endif

@@ -1,0 +1,43 @@
+// What the common key types are: hash, order and transcription.
+#ifndef FXDS_KEYHOOKS_H
+#define FXDS_KEYHOOKS_H
+
+#include <cstdint>
+
+#include "fxds/Str.h"
+
+/// Hashing and comparing of keys of type Key, for fxTypedDictionary and
+/// fxTypedSet. Specialise it for a key type of your own:
+///
+///     static unsigned long hash(const Key&);         // decides the chain
+///     static int compare(const Key&, const Key&);    // 0 when equal
+///     static unsigned long fingerprint(const Key&, unsigned long hash);
+///
+/// The last one may answer `hash`; see fxDictionary::fingerprintKey().
+template <class Key>
+struct fxKeyHooks;
+
+/// Texts are equal up to their first zero byte.
+template <>
+struct FX_API fxKeyHooks<fxStr> {
+    static unsigned long hash(const fxStr& key) { return key.hash(); }
+    static int compare(const fxStr& a, const fxStr& b) { return ::compare(a, b); }
+    /// Sees the whole text, where hash() sees 16 bytes at most.
+    static unsigned long fingerprint(const fxStr& key, unsigned long hash);
+};
+
+/// Addresses of objects: the low 32 bits, without the two that hardly vary.
+template <>
+struct fxKeyHooks<const void*> {
+    static unsigned long hash(const void* key) {
+        return (reinterpret_cast<std::uintptr_t>(key) & 0xFFFFFFFFU) >> 2;
+    }
+    static int compare(const void* a, const void* b) { return a == b ? 0 : 1; }
+    static unsigned long fingerprint(const void*, unsigned long hash) { return hash; }
+};
+
+/// Transcribes the string at `at`; a reader first makes an empty one there,
+/// and leaves the storage raw when it fails.
+FX_API bool fxXdrStrInPlace(fxTranscriber& transcriber, void* at);
+
+#endif

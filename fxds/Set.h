@@ -1,0 +1,177 @@
+// The hash set of keys of one size, untyped at its core, and its iterator.
+#ifndef FXDS_SET_H
+#define FXDS_SET_H
+
+#include "fxds/HashNode.h"
+#include "fxds/TypedArray.h"
+#include "fxds/XDRObj.h"
+
+class fxSet;
+class fxSetIter;
+class fxTmpSet;
+
+/// One element of a set: `element` is a block with the key.
+class FX_API fxSetBucket : public fxHashNode<fxSetBucket> {
+public:
+    using fxHashNode::fxHashNode;
+};
+
+class FX_API fxSetBuckets : public fxTypedArray<fxSetBuckets, fxSetBucket*, fxZeroFilledArray> {
+public:
+    using fxTypedArray::fxTypedArray;
+};
+
+class FX_API fxSetIters : public fxTypedArray<fxSetIters, fxSetIter*, fxZeroFilledArray> {
+public:
+    using fxTypedArray::fxTypedArray;
+};
+
+/// Walks a set as fxDictIter walks a dictionary; all that is said there about
+/// order, removal and the end holds here.
+class FX_API fxSetIter {
+public:
+    /// Detached: done from the start.
+    fxSetIter() : set(nullptr), bucketIndex(0), moved(0), node(nullptr) {}
+    /// Stands on the first element; borrowed only while it walks.
+    explicit fxSetIter(fxSet& elements);
+    fxSetIter(const fxSetIter& other);
+    virtual ~fxSetIter();
+
+    /// Starts over with another set.
+    void operator=(fxSet& elements);
+    fxSetIter& operator=(const fxSetIter& other);
+
+    /// Null when there is no current element. A view: good until it goes.
+    void* getKey() const { return node == nullptr || moved ? nullptr : node->element; }
+    const void* key() const { return getKey(); }
+
+    bool notDone() const { return node != nullptr; }
+    explicit operator bool() const { return notDone(); }
+
+    fxSetIter& operator++();
+    void operator++(int) { ++*this; }
+
+    const void* operator*() const { return getKey(); }
+    bool operator!=(fxHashEnd) const { return notDone(); }
+
+    fxSet* set;                ///< Null when detached or at the end.
+    unsigned int bucketIndex;  ///< The chain that is being walked.
+    unsigned char moved : 1;   ///< The element was removed; `node` is its successor.
+    fxSetBucket* node;         ///< Null at the end.
+};
+
+/// A hash set of keys that it knows only as blocks of a fixed size. It is made
+/// like fxDictionary: read there about chains, costs, views and callbacks. The
+/// hooks treat a key as plain bytes, so a set of plain records needs only
+/// xdrKey() and a destructor that calls cleanup(). For keys of a C++ type take
+/// fxTypedSet; fxStrSet is the set of strings.
+class FX_API fxSet : public fxXDRObj {
+public:
+    /// Size in bytes. `nBuckets` chains; 0 stands for 31.
+    explicit fxSet(unsigned int keySize, unsigned int nBuckets = 0);
+    /// Without chains and key size, for doxdr() to fill. A subclass should set
+    /// keySize, so that streams with another size are refused. Used without
+    /// that, it gets 31 chains when the first element is added.
+    explicit fxSet(fxTypeObj& type);
+    /// As many chains as the source, which come out reversed. The elements are
+    /// copied with the hooks of `source`.
+    fxSet(const fxSet& source);
+    fxSet(const fxTmpSet& source);
+    /// Destroys all elements, then becomes like `other`: key size, number of
+    /// chains and elements, each chain reversed. Assigning a set to itself does
+    /// nothing. Iterators over this set end.
+    void operator=(const fxSet& other);
+    /// Cannot reach the hooks: a subclass calls cleanup() in its destructor.
+    ~fxSet() override;
+
+    fxBool xdr(fxTranscriber& transcriber) override;
+    fxTypeObj* getTypeObj() const override;
+
+    unsigned int size() const { return count; }
+    bool isEmpty() const { return count == 0; }
+
+    /// Adds a copy of the key, unless an equal one is there, which stays.
+    void add(const void* key);
+    bool contains(const void* key) const { return find(key) != nullptr; }
+    /// The stored key that is equal to `key`, or null. A view: good until the
+    /// element goes. Do not change what makes it equal.
+    void* find(const void* key) const;
+    /// Destroys the element, if it is there.
+    void remove(const void* key);
+
+    // Union, intersection and difference in place. Iterators that stand on an
+    // element which goes are moved on. `other` may be this set.
+    // Requires: equal keys sizes and hooks.
+
+    void operator|=(const fxSet& other);
+    void operator&=(const fxSet& other);
+    void operator-=(const fxSet& other);
+
+    // Not supported: each prints a line to standard output and aborts. Copy a
+    // set and use the operators above.
+
+    [[noreturn]] fxTmpSet operator|(const fxSet& other) const;
+    [[noreturn]] fxTmpSet operator&(const fxSet& other) const;
+    [[noreturn]] fxTmpSet operator-(const fxSet& other) const;
+
+    fxSetIter begin() const { return fxSetIter(const_cast<fxSet&>(*this)); }
+    fxHashEnd end() const { return {}; }
+
+    /// Destroys every element and detaches every iterator. This belongs in the
+    /// destructors of subclasses.
+    void cleanup();
+
+    // The registry of iterators, which they look after themselves.
+
+    void addIter(fxSetIter* iter);
+    /// Removes the first registration of `iter`, if any.
+    void removeIter(fxSetIter* iter);
+    /// Moves the iterators that stand on `node` to its successor.
+    void invalidateIters(const fxSetBucket* node) const;
+
+    /// Transcribes as fxDictionary::doxdr() does, without values.
+    bool doxdr(fxTranscriber& transcriber);
+    /// The function of fxSet_type; forwards to the member.
+    static fxBool xdr(void* object, fxTranscriber& transcriber);
+
+protected:
+    virtual unsigned long hashKey(const void* key) const;  ///< This one: the XOR of its words.
+    virtual int compareKeys(const void* a, const void* b) const;  ///< 0 when equal.
+    virtual void copyKey(const void* from, void* to) const;       ///< Into raw storage.
+    virtual void destroyKey(void* key) const;                     ///< In place.
+    /// See fxDictionary::xdrKey().
+    virtual bool xdrKey(fxTranscriber& transcriber, void* key) = 0;
+    /// See fxDictionary::fingerprintKey().
+    virtual unsigned long fingerprintKey(const void* key, unsigned long hash) const;
+
+    fxSetBuckets buckets;  // the first node of each chain, or null
+    unsigned int count;    // elements
+    unsigned int keySize;  // bytes of a stored key
+    fxSetIters iters;      // the iterators that walk here, borrowed
+
+private:
+    friend struct fxHashCore<fxSet>;
+    typedef fxSetBucket Node;
+    typedef fxSetIter Iter;
+
+    mutable fxHashExtra<fxSetBucket> extra;
+};
+
+/// The result type of the set operators that make a new set: a set of plain
+/// bytes, which destroys no key. What the source's hooks made in its elements
+/// passes to the set that is made from it. It cannot be transcribed, unless it
+/// is empty.
+class FX_API fxTmpSet : public fxSet {
+public:
+    fxTmpSet(const fxSet& source);
+    fxTmpSet(const fxTmpSet&) = default;
+    fxTmpSet& operator=(const fxTmpSet&) = default;
+    ~fxTmpSet() override;
+
+protected:
+    bool xdrKey(fxTranscriber& transcriber, void* key) override;
+};
+
+extern FX_API fxTypeObj fxSet_type;
+
+#endif

@@ -1,0 +1,40 @@
+// Set of strings.
+#ifndef FXDS_STRSET_H
+#define FXDS_STRSET_H
+
+#include "fxds/TypedSet.h"
+
+/// A set of texts, which are equal when compare() says so.
+///
+///     fxStrSet names;
+///     names.add("left");
+///     for (const fxStr& name : names) std::cout << name << '\n';
+class FX_API fxStrSet : public fxTypedSet<fxStr> {
+public:
+    explicit fxStrSet(unsigned int nBuckets = 0);
+    explicit fxStrSet(fxTypeObj& type);
+    fxStrSet(const fxStrSet&) = default;
+    fxStrSet& operator=(const fxStrSet&) = default;
+    ~fxStrSet() override;
+
+    fxBool xdr(fxTranscriber& transcriber) override;
+    fxTypeObj* getTypeObj() const override;
+
+    // The functions of fxStrSet_type.
+    static void* newInstance(fxTypeObj& type);
+    static void deleteInstance(void* object);
+    static fxBool xdr(void* object, fxTranscriber& transcriber);
+
+protected:
+    bool xdrKey(fxTranscriber& transcriber, void* key) override;
+};
+
+class FX_API fxStrSetIter : public fxTypedSetIter<fxStr> {
+public:
+    using fxTypedSetIter::fxTypedSetIter;
+    using fxTypedSetIter::operator=;
+};
+
+extern FX_API fxTypeObj fxStrSet_type;
+
+#endif

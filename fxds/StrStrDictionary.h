@@ -1,0 +1,37 @@
+// Dictionary from string to string.
+#ifndef FXDS_STRSTRDICTIONARY_H
+#define FXDS_STRSTRDICTIONARY_H
+
+#include "fxds/TypedDictionary.h"
+
+/// Maps texts to texts. A default value is the empty text.
+class FX_API fxStrStrDictionary : public fxTypedDictionary<fxStr, fxStr> {
+public:
+    explicit fxStrStrDictionary(unsigned int nBuckets = 0);
+    explicit fxStrStrDictionary(fxTypeObj& type);
+    fxStrStrDictionary(const fxStrStrDictionary&) = default;
+    fxStrStrDictionary& operator=(const fxStrStrDictionary&) = default;  // merges
+    ~fxStrStrDictionary() override;
+
+    fxBool xdr(fxTranscriber& transcriber) override;
+    fxTypeObj* getTypeObj() const override;
+
+    // The functions of fxStrStrDictionary_type.
+    static void* newInstance(fxTypeObj& type);
+    static void deleteInstance(void* object);
+    static fxBool xdr(void* object, fxTranscriber& transcriber);
+
+protected:
+    bool xdrKey(fxTranscriber& transcriber, void* key) override;
+    bool xdrValue(fxTranscriber& transcriber, void* value) override;
+};
+
+class FX_API fxStrStrDictionaryIter : public fxTypedDictIter<fxStr, fxStr> {
+public:
+    using fxTypedDictIter::fxTypedDictIter;
+    using fxTypedDictIter::operator=;
+};
+
+extern FX_API fxTypeObj fxStrStrDictionary_type;
+
+#endif

@@ -1,0 +1,109 @@
+// What the dictionaries of known types share: typed members and hooks.
+#ifndef FXDS_TYPEDDICTIONARY_H
+#define FXDS_TYPEDDICTIONARY_H
+
+#include <new>
+
+#include "fxds/Dictionary.h"
+#include "fxds/KeyHooks.h"
+
+template <class Key, class Value>
+class fxTypedDictIter;
+
+/// A dictionary from Key to Value, which need nothing but a copy constructor,
+/// a destructor and (Value) a default constructor. A subclass may override the
+/// hooks further; then it calls cleanup() in its destructor, as all do.
+///
+///     fxVoidPtrDict dict;
+///     dict[name] = pointer;
+///     for (auto [key, value] : dict) use(key, value);
+///
+/// It cannot be transcribed unless a subclass overrides xdrKey() and
+/// xdrValue(). Assigning merges. See fxDictionary for everything else.
+template <class Key, class Value>
+class FX_API fxTypedDictionary : public fxDictionary {
+public:
+    typedef fxTypedDictIter<Key, Value> Iter;
+
+    explicit fxTypedDictionary(unsigned int nBuckets = 0)
+        : fxDictionary(sizeof(Key), sizeof(Value), nBuckets) {}
+    explicit fxTypedDictionary(fxTypeObj& type) : fxDictionary(type) {
+        keySize = sizeof(Key);
+        valueSize = sizeof(Value);
+    }
+    fxTypedDictionary(const fxTypedDictionary&) = default;
+    fxTypedDictionary& operator=(const fxTypedDictionary& other) {
+        fxDictionary::operator=(other);
+        return *this;
+    }
+    ~fxTypedDictionary() override { cleanup(); }
+
+    const char* className() const override { return "DICT"; }
+
+    /// Enters the value under the key; see addInternal().
+    void add(const Key& key, const Value& value) { addInternal(&key, &value); }
+    /// The value stored under the key, or null.
+    Value* find(const Key& key) const { return static_cast<Value*>(fxDictionary::find(&key)); }
+    /// The value stored under the key, which is added with a default value
+    /// when it is missing.
+    Value* findCreate(const Key& key) {
+        return static_cast<Value*>(fxDictionary::findCreate(&key));
+    }
+    Value& operator[](const Key& key) { return *findCreate(key); }
+    bool contains(const Key& key) const { return find(key) != nullptr; }
+    void remove(const Key& key) { fxDictionary::remove(&key); }
+    /// Takes the value out; see fxDictionary::cut() for what is to be done
+    /// with the block.
+    Value* cut(const Key& key) { return static_cast<Value*>(fxDictionary::cut(&key)); }
+
+    Iter begin() const { return Iter(const_cast<fxTypedDictionary&>(*this)); }
+
+protected:
+    unsigned long hashKey(const void* key) const override {
+        return fxKeyHooks<Key>::hash(*static_cast<const Key*>(key));
+    }
+    int compareKeys(const void* a, const void* b) const override {
+        return fxKeyHooks<Key>::compare(*static_cast<const Key*>(a), *static_cast<const Key*>(b));
+    }
+    void copyKey(const void* from, void* to) const override {
+        if (to != nullptr) new (to) Key(*static_cast<const Key*>(from));
+    }
+    void destroyKey(void* key) const override { static_cast<Key*>(key)->~Key(); }
+    void copyValue(const void* from, void* to) const override {
+        if (to != nullptr) new (to) Value(*static_cast<const Value*>(from));
+    }
+    void destroyValue(void* value) const override { static_cast<Value*>(value)->~Value(); }
+    void createValue(void* to) const override {
+        if (to != nullptr) new (to) Value();
+    }
+    bool xdrKey(fxTranscriber&, void*) override { return false; }
+    bool xdrValue(fxTranscriber&, void*) override { return false; }
+    unsigned long fingerprintKey(const void* key, unsigned long hash) const override {
+        return fxKeyHooks<Key>::fingerprint(*static_cast<const Key*>(key), hash);
+    }
+};
+
+/// fxDictIter with types.
+template <class Key, class Value>
+class FX_API fxTypedDictIter : public fxDictIter {
+public:
+    typedef fxTypedDictionary<Key, Value> Dictionary;
+
+    fxTypedDictIter() = default;
+    fxTypedDictIter(Dictionary& dictionary) : fxDictIter(dictionary) {}
+    /// Requires: not null.
+    fxTypedDictIter(Dictionary* dictionary) : fxDictIter(*dictionary) {}
+    using fxDictIter::operator=;
+
+    /// Requires: a current entry (see fxDictIter).
+    const Key& key() const { return *static_cast<const Key*>(getKey()); }
+    Value& value() const { return *static_cast<Value*>(getValue()); }
+
+    struct Entry {
+        const Key& key;
+        Value& value;
+    };
+    Entry operator*() const { return {key(), value()}; }
+};
+
+#endif

@@ -1,0 +1,23 @@
+// Dictionary from string to pointer.
+#ifndef FXDS_VOIDPTRDICT_H
+#define FXDS_VOIDPTRDICT_H
+
+#include "fxds/TypedDictionary.h"
+
+/// Maps names to pointers, which are borrowed. A default value is null. It
+/// cannot be transcribed, unless it is empty.
+class FX_API fxVoidPtrDict : public fxTypedDictionary<fxStr, void*> {
+public:
+    explicit fxVoidPtrDict(unsigned int nBuckets = 0);
+    fxVoidPtrDict(const fxVoidPtrDict&) = default;
+    fxVoidPtrDict& operator=(const fxVoidPtrDict&) = default;  // merges
+    ~fxVoidPtrDict() override;
+};
+
+class FX_API fxVoidPtrDictIter : public fxTypedDictIter<fxStr, void*> {
+public:
+    using fxTypedDictIter::fxTypedDictIter;
+    using fxTypedDictIter::operator=;
+};
+
+#endif
