@@ -137,8 +137,7 @@ private:
 
     static void forget(const fxSelectHandler* handler);
     static void bury(fxApplication* application);
-    bool isGhost(const void* application) const;
-    void removeApplicationAt(unsigned int index);
+    bool isGhost(void* application) const;
     template <class Visit>
     void walkApplications(unsigned int end, Visit visit);
 

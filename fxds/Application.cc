@@ -1,0 +1,17 @@
+#include "fxds/Application.h"
+
+#include "fxds/Exec.h"
+
+fxApplication::fxApplication() : isOpen(0) { fxExec::theExecutive()->add(this); }
+
+fxApplication::~fxApplication() {
+    if (isOpen) fxApplication::close();
+    fxExec::bury(this);
+}
+
+void fxApplication::open() { isOpen = 1; }
+
+void fxApplication::close() {
+    if (fx_theExecutive != nullptr) fx_theExecutive->remove(this);
+    isOpen = 0;
+}
