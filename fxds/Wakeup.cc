@@ -1,0 +1,48 @@
+#include "fxds/Wakeup.h"
+
+#include <sys/eventfd.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdint>
+
+#include "fxds/Exec.h"
+
+// An event descriptor is a counter in the kernel: writing adds to it, reading
+// takes it all, so many calls of wake() are one turn of the loop. Writing to it
+// is one system call and needs nothing of this process, which is what makes it
+// usable from signal handlers.
+
+namespace {
+
+const char outputName[] = "wakeup";
+
+}  // namespace
+
+fxWakeup::fxWakeup() : fxSelectHandler(eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC), 1) {
+    addOutput(outputName, fxDT_void);
+    if (isValid()) fxExec::theExecutive()->addSelectHandler(this);
+}
+
+fxWakeup::~fxWakeup() = default;
+
+const char* fxWakeup::className() const { return "fxWakeup"; }
+
+// A full counter is a call that has not been noticed yet, so a write that
+// fails for it loses nothing.
+void fxWakeup::wake() const {
+    if (!isValid()) return;
+    const int callersErrno = errno;
+    const std::uint64_t one = 1;
+    const ssize_t written = write(fd, &one, sizeof one);
+    static_cast<void>(written);
+    errno = callersErrno;
+}
+
+void fxWakeup::handleRead() {
+    std::uint64_t calls = 0;
+    const ssize_t bytesRead = read(fd, &calls, sizeof calls);
+    if (bytesRead != static_cast<ssize_t>(sizeof calls)) return;
+    fxOutputChannel* output = getOutput(outputName);
+    if (output != nullptr && output->getType() == fxDT_void) sendVoid(output, fxSendQueued);
+}
