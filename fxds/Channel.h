@@ -73,9 +73,9 @@ public:
     template <class... Passed>
     void call(Passed... value) {
         if (sizeof...(Passed) == 0 || getType() != fxDT_void) {
-            callAs(value...);
+            callAs<Passed...>(value...);
         } else {
-            callAs();
+            callAs<>();
         }
     }
 
@@ -212,7 +212,7 @@ inline void fxOutputChannel::deliver(Passed... value) {
     if (getNumberOfConnections() == 0) return;
     const unsigned short valueType = type;  // the output may die under the walk
     fxDelivery walk(*this);
-    while (fxInputChannel* input = walk.next()) input->receive(valueType, value...);
+    while (fxInputChannel* input = walk.next()) input->receive<Passed...>(valueType, value...);
 }
 
 template <class... Passed>
@@ -220,12 +220,12 @@ inline void fxInputChannel::receive(unsigned short type, Passed... value) {
     // Nearly every connection is a plain one of the same type, and then nothing
     // of the channel is touched once its function runs.
     if (word == static_cast<unsigned int>(type) << typeShift) {
-        callAs(value...);
+        callAs<Passed...>(value...);
         return;
     }
     take();
     if (isReplacing()) cancelPending();
-    call(value...);
+    call<Passed...>(value...);
     release();
 }
 

@@ -29,6 +29,12 @@ public:
 
     /// Deletes every message bound for exactly this channel.
     void removeMessageEvents(fxInputChannel* input);
+
+private:
+    friend class fxInputChannel;
+
+    void queueMessage(fxInputChannel* input, fxData* data, unsigned char urgent);
+    void withdraw(fxMessageEvent* event);
 };
 
 /// Whether `event` is a message bound for the fxInputChannel `input`; if so

@@ -4,10 +4,10 @@
 
 #include "fxds/Config.h"
 #include "fxds/DataTypes.h"
+#include "fxds/Debug.h"
 #include "fxds/VoidPtrArray.h"
 
 class fxSequencer;
-class fxStr;
 
 /// A service that must be made in order: what makes it, what cleans it up, and
 /// the services that it depends on. Give it static storage; making it only
@@ -76,18 +76,10 @@ FX_API void fxInitializeToolkit();
 /// reverse order. Only the first call does anything.
 FX_API void fxCleanupGlobalOrderings();
 
-/// A place for debugging options; it has none yet.
-class FX_API fxDebug {
-public:
-    explicit fxDebug(unsigned char on);
-    void parseOption(fxStr& option);
-};
-
 // An application may make its own of these before start-up, which then keeps
 // them. They are never freed.
 extern FX_API fxSequencer* fx_nextDataType;   ///< Hands out data type numbers.
 extern FX_API fxSequencer* fx_nextEventType;  ///< Hands out event type numbers.
-extern FX_API fxDebug* fx_theDebugger;
 
 extern "C" {
 /// Prints one line that names the library, its version and its build. Returns

@@ -1,0 +1,151 @@
+#include "fxds/Channel.h"
+
+#include <utility>
+
+#include "fxds/Converter.h"
+#include "fxds/Data.h"
+#include "fxds/EventHandler.h"
+#include "fxds/Fatal.h"
+
+// A connection is kept at both ends: the output lists its entries, each a real
+// input or a converter copy that leads to one, and each real input lists the
+// outputs that feed it, once per connection. Removal starts at the output.
+
+fxInputChannel::fxInputChannel(unsigned short type, void* closure_, void (*function_)(),
+                               fxBool replace)
+    : closure(closure_),
+      function(function_),
+      word(static_cast<unsigned int>(type) << typeShift | (replace & replaceBit)),
+      pending(nullptr),
+      refCount(0),
+      outputs(nullptr),
+      queued(0),
+      nextRetired(nullptr),
+      retiredLink(nullptr) {}
+
+fxInputChannel::~fxInputChannel() {
+    if (retiredLink != nullptr) {
+        *retiredLink = nextRetired;
+        if (nextRetired != nullptr) nextRetired->retiredLink = retiredLink;
+    }
+    delete outputs;
+    if (isConverter() && closure != nullptr) static_cast<fxInputChannel*>(closure)->release();
+}
+
+void fxInputChannel::destroy() {
+    if (isConverter()) {
+        delete static_cast<fxConverter*>(this);
+    } else {
+        delete this;
+    }
+}
+
+fxInputChannel* fxInputChannel::target() {
+    fxInputChannel* input = this;
+    while (input != nullptr && input->isConverter()) {
+        input = static_cast<fxInputChannel*>(input->closure);
+    }
+    return input;
+}
+
+void fxInputChannel::add(fxOutputChannel* output) {
+    if (outputs == nullptr) outputs = new fxVoidPtrArray;
+    outputs->append(output);
+}
+
+void fxInputChannel::remove(fxOutputChannel* output) {
+    if (outputs == nullptr) return;
+    const unsigned int index = outputs->find(output);
+    if (index == fxArray::notFound) fxFatal("ic/oc connections busted");
+    outputs->remove(index, 1);
+}
+
+void fxInputChannel::disconnect() {
+    take();  // the connections may be the only holders
+    while (outputs != nullptr && outputs->length() > 0) {
+        static_cast<fxOutputChannel*>((*outputs)[0])->remove(this);
+    }
+    release();
+}
+
+namespace {
+
+unsigned char leadsTo(fxEvent* event, void* input) {
+    if (event->getType() != fxET_MessageEvent) return 0;
+    fxInputChannel* channel = event->getChannel();
+    return channel != nullptr && channel->target() == input ? 1 : 0;
+}
+
+}  // namespace
+
+void fxInputChannel::flush() {
+    take();  // the messages may be the only holders
+    if (queued != 0 && fx_theEventHandler != nullptr) {
+        fx_theEventHandler->removeEvents(leadsTo, this);
+    }
+    pending = nullptr;
+    release();
+}
+
+void fxInputChannel::deliver(fxData* data) {
+    if (getType() == fxDT_void && data->getType() != fxDT_void) {
+        callAs<>();
+    } else {
+        data->deliverTo(function, closure);
+    }
+}
+
+void fxInputChannel::cancelPending() {
+    fxMessageEvent* event = std::exchange(pending, nullptr);
+    if (event != nullptr && fx_theEventHandler != nullptr) fx_theEventHandler->withdraw(event);
+}
+
+fxOutputChannel::fxOutputChannel(unsigned short type_)
+    : type(type_), inputs(nullptr), deliveries(nullptr) {}
+
+fxOutputChannel::~fxOutputChannel() {
+    for (fxDelivery* walk = deliveries; walk != nullptr; walk = walk->outer) walk->outputDied();
+    for (unsigned int i = 0; i < getNumberOfConnections(); ++i) {
+        fxInputChannel* entry = (*this)[i];
+        entry->target()->remove(this);
+        entry->release();
+    }
+    delete inputs;
+}
+
+void fxOutputChannel::add(fxInputChannel* input) {
+    input->add(this);
+    fxInputChannel* entry = input;
+    if (input->getType() != type && input->getType() != fxDT_void) {
+        entry = fxConverter::findConverter(type, input->getType());
+        if (entry == nullptr) fxFatal("Can't convert from %d to %d", type, input->getType());
+        static_cast<fxConverter*>(entry)->splice(input);
+    }
+    entry->take();
+    if (inputs == nullptr) inputs = new fxVoidPtrArray;
+    inputs->append(entry);
+}
+
+void fxOutputChannel::remove(fxInputChannel* input) {
+    const unsigned int index = find(input);
+    if (index == fxArray::notFound) return;
+    fxInputChannel* entry = (*this)[index];
+    inputs->remove(index, 1);
+    for (fxDelivery* walk = deliveries; walk != nullptr; walk = walk->outer) {
+        walk->connectionRemoved(index);
+    }
+    input->remove(this);
+    entry->release();
+}
+
+unsigned int fxOutputChannel::find(fxInputChannel* input) const {
+    const unsigned int count = getNumberOfConnections();
+    for (unsigned int i = 0; i < count; ++i) {
+        if ((*this)[i]->target() == input) return i;
+    }
+    return fxArray::notFound;
+}
+
+bool fxOutputChannel::isConnectedTo(fxInputChannel* input) const {
+    return find(input) != fxArray::notFound;
+}

@@ -1,0 +1,152 @@
+#include "fxds/Converter.h"
+
+#include <climits>
+#include <cstdio>
+#include <cstdlib>
+
+#include "fxds/DataTypes.h"
+#include "fxds/Str.h"
+
+// A connection between unlike types holds a converter copy: an input channel
+// whose closure is the real input and whose function converts the value and
+// calls it. The registered converters are only what copies are made from.
+
+fxConverter* fx_theConverters = nullptr;
+
+fxConverter::fxConverter(unsigned short from, unsigned short to_, void (*function_)())
+    : fxInputChannel(from, nullptr, function_, 0), to(to_), next(fx_theConverters) {
+    fx_theConverters = this;
+}
+
+fxConverter::fxConverter(const fxConverter& found, void* spliced)
+    : fxInputChannel(found.getType(), spliced, found.function, 0), to(found.to), next(nullptr) {
+    word |= converterBit;
+}
+
+fxConverter::~fxConverter() {
+    if (isConverter()) return;
+    fxConverter** link = &fx_theConverters;
+    while (*link != nullptr && *link != this) link = &(*link)->next;
+    if (*link == this) *link = next;
+}
+
+fxInputChannel* fxConverter::findConverter(unsigned short from, unsigned short to) {
+    for (const fxConverter* here = fx_theConverters; here != nullptr; here = here->next) {
+        if (here->getType() == from && here->to == to) return new fxConverter(*here, nullptr);
+    }
+    return nullptr;
+}
+
+void fxConverter::splice(fxInputChannel* input) {
+    input->take();
+    fxInputChannel* old = static_cast<fxInputChannel*>(closure);
+    closure = input;
+    word = (word & ~replaceBit) | (input->isReplacing() ? replaceBit : 0);
+    if (old != nullptr) old->release();
+}
+
+int fxTruncateToInt(double value) {
+    // -2^31 - 1 and 2^31 are exact as doubles; NaN fails both comparisons.
+    if (value > -2147483649.0 && value < 2147483648.0) return static_cast<int>(value);
+    return INT_MIN;
+}
+
+namespace {
+
+// Holds the longest number that %d and %lg make.
+constexpr size_t numberSize = 64;
+
+template <class Passed>
+void feed(void* channel, Passed value) {
+    static_cast<fxInputChannel*>(channel)->call<Passed>(value);
+}
+
+template <class Number>
+void feedText(void* channel, const char* format, Number value) {
+    char text[numberSize];
+    std::snprintf(text, sizeof text, format, value);
+    feed<char*>(channel, text);
+}
+
+void CBool2int(void* channel, unsigned char value) { feed<int>(channel, value); }
+
+void CBool2float(void* channel, unsigned char value) { feed<float>(channel, value); }
+
+void CBool2double(void* channel, unsigned char value) { feed<double>(channel, value); }
+
+// Numbers become booleans by their low eight bits: 256 is false.
+void Cint2Bool(void* channel, int value) {
+    feed(channel, static_cast<unsigned char>(static_cast<unsigned int>(value)));
+}
+
+void Cint2float(void* channel, int value) { feed(channel, static_cast<float>(value)); }
+
+void Cint2CharPtr(void* channel, int value) { feedText(channel, "%d", value); }
+
+void Cfloat2Bool(void* channel, float value) {
+    Cint2Bool(channel, fxTruncateToInt(static_cast<double>(value)));
+}
+
+void Cfloat2double(void* channel, float value) { feed(channel, static_cast<double>(value)); }
+
+void Cfloat2int(void* channel, float value) {
+    feed(channel, fxTruncateToInt(static_cast<double>(value)));
+}
+
+void Cfloat2CharPtr(void* channel, float value) {
+    feedText(channel, "%g", static_cast<double>(value));
+}
+
+void Cdouble2Bool(void* channel, double value) { Cint2Bool(channel, fxTruncateToInt(value)); }
+
+void Cdouble2float(void* channel, double value) { feed(channel, static_cast<float>(value)); }
+
+void Cdouble2int(void* channel, double value) { feed(channel, fxTruncateToInt(value)); }
+
+void Cdouble2CharPtr(void* channel, double value) { feedText(channel, "%lg", value); }
+
+void CCharPtr2int(void* channel, char* text) {
+    feed(channel, text != nullptr ? static_cast<int>(std::strtol(text, nullptr, 10)) : 0);
+}
+
+void CCharPtr2float(void* channel, char* text) {
+    feed(channel, text != nullptr ? static_cast<float>(std::strtod(text, nullptr)) : 0.0f);
+}
+
+void CCharPtr2Str(void* channel, char* text) {
+    fxStr value(text);
+    feed<fxStr&>(channel, value);
+}
+
+void CStr2CharPtr(void* channel, fxStr& value) {
+    feed<char*>(channel, const_cast<char*>(value.c_str()));
+}
+
+// The function's parameter must be what receivers of `from` take.
+template <class Passed>
+void create(unsigned short from, unsigned short to, void (*function)(void*, Passed)) {
+    new fxConverter(from, to, reinterpret_cast<void (*)()>(function));
+}
+
+}  // namespace
+
+void fxConverter::createStandardConverters() {
+    create(fxDT_fxBool, fxDT_int, CBool2int);
+    create(fxDT_fxBool, fxDT_float, CBool2float);
+    create(fxDT_fxBool, fxDT_double, CBool2double);
+    create(fxDT_int, fxDT_fxBool, Cint2Bool);
+    create(fxDT_int, fxDT_float, Cint2float);
+    create(fxDT_int, fxDT_CharPtr, Cint2CharPtr);
+    create(fxDT_float, fxDT_fxBool, Cfloat2Bool);
+    create(fxDT_float, fxDT_double, Cfloat2double);
+    create(fxDT_float, fxDT_int, Cfloat2int);
+    create(fxDT_float, fxDT_CharPtr, Cfloat2CharPtr);
+    create(fxDT_double, fxDT_fxBool, Cdouble2Bool);
+    create(fxDT_double, fxDT_float, Cdouble2float);
+    create(fxDT_double, fxDT_int, Cdouble2int);
+    create(fxDT_double, fxDT_CharPtr, Cdouble2CharPtr);
+    create(fxDT_CharPtr, fxDT_int, CCharPtr2int);
+    create(fxDT_CharPtr, fxDT_float, CCharPtr2float);
+    create(fxDT_CharPtr, fxDT_fxStr, CCharPtr2Str);
+    create(fxDT_fxStr, fxDT_CharPtr, CStr2CharPtr);
+}

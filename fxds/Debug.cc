@@ -1,0 +1,7 @@
+#include "fxds/Debug.h"
+
+fxDebug* fx_theDebugger = nullptr;
+
+fxDebug::fxDebug(unsigned char) {}
+
+void fxDebug::parseOption(fxStr&) {}

@@ -1,0 +1,19 @@
+// A place for debugging options.
+#ifndef FXDS_DEBUG_H
+#define FXDS_DEBUG_H
+
+#include "fxds/Config.h"
+
+class fxStr;
+
+/// Has no options yet: both operations do nothing and nothing is kept.
+class FX_API fxDebug {
+public:
+    explicit fxDebug(unsigned char on);
+    void parseOption(fxStr& option);
+};
+
+/// Made by start-up unless the application has made its own; never freed.
+extern FX_API fxDebug* fx_theDebugger;
+
+#endif

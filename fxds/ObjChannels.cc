@@ -1,0 +1,229 @@
+#include <utility>
+#include <vector>
+
+#include "fxds/EventHandler.h"
+#include "fxds/Obj.h"
+#include "fxds/Str.h"
+#include "fxds/StrData.h"
+#include "fxds/VoidPtrDict.h"
+
+// The channels of an object stand in two dictionaries, which are kept as
+// properties. A property counts as a channel table only if its destructor is
+// the one that tables have: somebody may use the names for properties of
+// another kind.
+//
+// Tearing a channel down runs code that may come back here, so a channel
+// leaves its table first.
+
+// The inputs of an object, and with them those whose name was given away.
+class fxInputTable : public fxVoidPtrDict {
+public:
+    void retire(fxInputChannel* input) {
+        input->nextRetired = retired;
+        input->retiredLink = &retired;
+        if (retired != nullptr) retired->retiredLink = &input->nextRetired;
+        retired = input;
+    }
+
+    // Takes a retired input out and gives the caller a hold on it; null when
+    // there is none left.
+    fxInputChannel* takeRetired() {
+        fxInputChannel* input = retired;
+        if (input == nullptr) return nullptr;
+        retired = input->nextRetired;
+        if (retired != nullptr) retired->retiredLink = &retired;
+        input->nextRetired = nullptr;
+        input->retiredLink = nullptr;
+        input->take();
+        return input;
+    }
+
+private:
+    fxInputChannel* retired = nullptr;
+};
+
+namespace {
+
+// One of the two tables: how its property is called and ends.
+struct TableKind {
+    const char* name;
+    fxProperty::Destructor* destructor;
+    unsigned short tag;
+};
+
+TableKind inputKind = {"inputs", fxObj::dt_input_dict, fxProperty::noTag};
+TableKind outputKind = {"outputs", fxObj::dt_output_dict, fxProperty::noTag};
+
+fxVoidPtrDict* findTable(fxObj& object, TableKind& kind) {
+    if (kind.tag == fxProperty::noTag) kind.tag = fxProperty::findTag(kind.name);
+    if (kind.tag == fxProperty::noTag) return nullptr;
+    const fxProperty* property = object.findProperty(kind.tag);
+    if (property == nullptr || property->getDestructor() != kind.destructor) return nullptr;
+    return static_cast<fxVoidPtrDict*>(property->getAsVoidPtr());
+}
+
+template <class Table>
+fxVoidPtrDict& findOrMakeTable(fxObj& object, TableKind& kind) {
+    fxVoidPtrDict* table = findTable(object, kind);
+    if (table != nullptr) return *table;
+    if (kind.tag == fxProperty::noTag) kind.tag = fxProperty::allocNewTag(kind.name);
+    table = new Table;
+    object.setProperty(new fxProperty(kind.tag, static_cast<void*>(table), kind.destructor));
+    return *table;
+}
+
+template <class Channel>
+Channel* findChannel(fxVoidPtrDict* table, const char* name) {
+    if (table == nullptr) return nullptr;
+    void** found = table->find(fxStr(name));
+    return found != nullptr ? static_cast<Channel*>(*found) : nullptr;
+}
+
+// Takes all channels out of a table, in its order, and deletes the table.
+template <class Channel>
+std::vector<Channel*> emptyTable(fxVoidPtrDict* table) {
+    std::vector<Channel*> channels;
+    channels.reserve(table->size());
+    for (fxVoidPtrDictIter entry(*table); entry.notDone(); ++entry) {
+        channels.push_back(static_cast<Channel*>(entry.value()));
+    }
+    delete table;
+    return channels;
+}
+
+// Silences an input that this caller holds, and lets go of it.
+void discard(fxInputChannel* input) {
+    input->flush();
+    input->disconnect();
+    input->release();
+}
+
+fxEventHandler& eventHandler() {
+    if (fx_theEventHandler == nullptr) fx_theEventHandler = new fxEventHandler;
+    return *fx_theEventHandler;
+}
+
+}  // namespace
+
+fxVoidPtrDict* fxObj::getInputs() { return findTable(*this, inputKind); }
+
+fxVoidPtrDict* fxObj::getOutputs() { return findTable(*this, outputKind); }
+
+fxInputChannel* fxObj::getInput(char const* name) {
+    return findChannel<fxInputChannel>(getInputs(), name);
+}
+
+fxOutputChannel* fxObj::getOutput(char const* name) {
+    return findChannel<fxOutputChannel>(getOutputs(), name);
+}
+
+fxInputChannel* fxObj::addInput(char const* name, unsigned short type, void* closure,
+                                void (*function)(), unsigned char replace) {
+    fxInputChannel* input = new fxInputChannel(type, closure, function, replace);
+    input->take();
+    fxVoidPtrDict& table = findOrMakeTable<fxInputTable>(*this, inputKind);
+    void* old = std::exchange(table[fxStr(name)], static_cast<void*>(input));
+    if (old != nullptr) {
+        fxInputChannel* replaced = static_cast<fxInputChannel*>(old);
+        if (auto* own = dynamic_cast<fxInputTable*>(&table)) own->retire(replaced);
+        replaced->release();
+    }
+    return input;
+}
+
+fxOutputChannel* fxObj::addOutput(char const* name, unsigned short type) {
+    fxOutputChannel* output = new fxOutputChannel(type);
+    fxVoidPtrDict& table = findOrMakeTable<fxVoidPtrDict>(*this, outputKind);
+    delete static_cast<fxOutputChannel*>(
+        std::exchange(table[fxStr(name)], static_cast<void*>(output)));
+    return output;
+}
+
+void fxObj::removeInput(char const* name) {
+    fxInputChannel* input = getInput(name);
+    if (input == nullptr) return;
+    getInputs()->remove(fxStr(name));
+    discard(input);
+}
+
+void fxObj::removeOutput(char const* name) {
+    fxOutputChannel* output = getOutput(name);
+    if (output == nullptr) return;
+    getOutputs()->remove(fxStr(name));
+    delete output;
+}
+
+void fxObj::connect(const char* outputName, fxObj* target, const char* inputName) {
+    if (target == nullptr) return;
+    fxOutputChannel* output = getOutput(outputName);
+    fxInputChannel* input = target->getInput(inputName);
+    if (output == nullptr || input == nullptr || output->isConnectedTo(input)) return;
+    output->add(input);
+}
+
+void fxObj::disconnect(const char* outputName, fxObj* target, const char* inputName) {
+    if (target == nullptr) return;
+    fxOutputChannel* output = getOutput(outputName);
+    fxInputChannel* input = target->getInput(inputName);
+    if (output != nullptr && input != nullptr) output->remove(input);
+}
+
+void fxObj::sendData(fxOutputChannel* output, fxData* data, fxSendFlags how) {
+    eventHandler().postMessage(output, data, how);
+}
+
+void fxObj::sendVoid(fxOutputChannel* output, fxSendFlags how) {
+    if (how != fxSendNow) {
+        sendData(output, new fxVoidData, how);
+    } else if (output != nullptr) {
+        FX_ASSERT(output->getType() == fxDT_void);
+        output->deliver();
+    }
+}
+
+void fxObj::sendCharPtr(fxOutputChannel* output, char const* text, fxSendFlags how) {
+    sendData(output, new fxCharPtrData(fxCopyCharPtr(text)), how);
+}
+
+void fxObj::sendStr(fxOutputChannel* output, const fxStr& value, fxSendFlags how) {
+    sendData(output, new fxStrData(value), how);
+}
+
+void fxObj::sendStrArray(fxOutputChannel* output, const fxStrArray& value, fxSendFlags how) {
+    sendData(output, new fxStrArrayData(value), how);
+}
+
+void fxObj::post(fxOutputChannel* output, unsigned char value, fxSendFlags how) {
+    sendData(output, new fxBoolData(value), how);
+}
+
+void fxObj::post(fxOutputChannel* output, int value, fxSendFlags how) {
+    sendData(output, new fxIntData(value), how);
+}
+
+void fxObj::post(fxOutputChannel* output, long value, fxSendFlags how) {
+    sendData(output, new fxLongData(value), how);
+}
+
+void fxObj::post(fxOutputChannel* output, float value, fxSendFlags how) {
+    sendData(output, new fxFloatData(value), how);
+}
+
+void fxObj::post(fxOutputChannel* output, double value, fxSendFlags how) {
+    sendData(output, new fxDoubleData(value), how);
+}
+
+void fxObj::dt_input_dict(void* table) {
+    fxVoidPtrDict* inputs = static_cast<fxVoidPtrDict*>(table);
+    std::vector<fxInputChannel*> retired;
+    if (auto* own = dynamic_cast<fxInputTable*>(inputs)) {
+        while (fxInputChannel* input = own->takeRetired()) retired.push_back(input);
+    }
+    for (fxInputChannel* input : emptyTable<fxInputChannel>(inputs)) discard(input);
+    for (fxInputChannel* input : retired) discard(input);
+}
+
+void fxObj::dt_output_dict(void* table) {
+    for (fxOutputChannel* output : emptyTable<fxOutputChannel>(static_cast<fxVoidPtrDict*>(table)))
+        delete output;
+}

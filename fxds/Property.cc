@@ -1,0 +1,209 @@
+#include "fxds/Property.h"
+
+#include <cstring>
+#include <new>
+#include <utility>
+
+#include "fxds/Data.h"
+#include "fxds/DataTypes.h"
+#include "fxds/Obj.h"
+#include "fxds/Str.h"
+#include "fxds/StrArray.h"
+
+// A property is a tag, a kind and two slots of eight bytes. Values are copied
+// into zeroed slots and out of them as bytes, so that reading a property as
+// another kind than its own gives defined, if useless, values.
+//
+// What lets go of a value may run anybody's code, which may look at this
+// property again: the slots are rewritten before anything is let go.
+
+fxStrArray* fx_propertyNames = nullptr;
+
+namespace {
+
+unsigned short nextTag = 0;
+
+template <class T>
+unsigned long asSlot(T value) {
+    static_assert(sizeof(T) <= sizeof(unsigned long));
+    unsigned long slot = 0;
+    std::memcpy(&slot, &value, sizeof value);
+    return slot;
+}
+
+template <class T>
+T fromSlot(const unsigned long& slot) {
+    T value;
+    std::memcpy(&value, &slot, sizeof value);
+    return value;
+}
+
+template <class Counted>
+void takeIfAny(Counted* target) {
+    if (target != nullptr) target->take();
+}
+
+template <class Counted>
+void releaseIfAny(Counted* target) {
+    if (target != nullptr) target->release();
+}
+
+}  // namespace
+
+fxProperty::fxProperty(unsigned short tag_, unsigned short type_)
+    : tag(tag_), type(type_), value(0), extra(0) {}
+
+fxProperty::fxProperty(unsigned short tag_, unsigned char value_) : fxProperty(tag_, fxDT_fxBool) {
+    value = asSlot(value_);
+}
+
+fxProperty::fxProperty(unsigned short tag_, long value_) : fxProperty(tag_, fxDT_long) {
+    value = asSlot(value_);
+}
+
+fxProperty::fxProperty(unsigned short tag_, double value_) : fxProperty(tag_, fxDT_double) {
+    value = asSlot(value_);
+}
+
+fxProperty::fxProperty(unsigned short tag_, char const* text, unsigned char owned)
+    : fxProperty(tag_, fxDT_CharPtr) {
+    value = asSlot(text);
+    extra = asSlot(owned);
+}
+
+fxProperty::fxProperty(unsigned short tag_, fxStr const& value_) : fxProperty(tag_, fxDT_fxStr) {
+    value = asSlot(new fxStr(value_));
+}
+
+fxProperty::fxProperty(unsigned short tag_, void* pointer, Destructor* destructor)
+    : fxProperty(tag_, fxDT_VoidPtr) {
+    value = asSlot(pointer);
+    extra = asSlot(destructor);
+}
+
+fxProperty::fxProperty(unsigned short tag_, fxObj* object) : fxProperty(tag_, fxDT_ObjPtr) {
+    takeIfAny(object);
+    value = asSlot(object);
+}
+
+fxProperty::fxProperty(unsigned short tag_, fxData* data) : fxProperty(tag_, fxDT_DataPtr) {
+    takeIfAny(data);
+    value = asSlot(data);
+}
+
+fxProperty::~fxProperty() { cleanup(); }
+
+unsigned short fxProperty::allocNewTag(char const* name) {
+    constructPropertyNames();
+    const unsigned short tag = nextTag++;
+    if (fx_propertyNames->length() <= tag) {
+        fx_propertyNames->setMaxLength(fx_propertyNames->length() + 50u);
+        // One name, except after the table was destroyed and made again: tags
+        // go on from where they were.
+        while (fx_propertyNames->length() <= tag) fx_propertyNames->append(fxStr());
+    }
+    (*fx_propertyNames)[tag] = name;
+    return tag;
+}
+
+unsigned short fxProperty::findTag(char const* name) {
+    if (fx_propertyNames == nullptr) return noTag;
+    const unsigned int count = fx_propertyNames->length();
+    for (unsigned int tag = 0; tag < count; ++tag) {
+        if ((*fx_propertyNames)[tag] == name) return static_cast<unsigned short>(tag);
+    }
+    return noTag;
+}
+
+void fxProperty::constructPropertyNames() {
+    if (fx_propertyNames == nullptr) fx_propertyNames = new fxStrArray;
+}
+
+void fxProperty::destroyPropertyNames() { delete std::exchange(fx_propertyNames, nullptr); }
+
+unsigned short fxProperty::getType() const {
+    if (type != fxDT_DataPtr) return type;
+    const fxData* data = getAsData();
+    return data != nullptr ? data->getType() : type;
+}
+
+unsigned char fxProperty::getAsBool() const { return fromSlot<unsigned char>(value); }
+
+long fxProperty::getAsLong() const { return fromSlot<long>(value); }
+
+double fxProperty::getAsDouble() const { return fromSlot<double>(value); }
+
+const char* fxProperty::getAsCharPtr() const { return fromSlot<const char*>(value); }
+
+fxStr& fxProperty::getAsStr() const { return *fromSlot<fxStr*>(value); }
+
+void* fxProperty::getAsVoidPtr() const { return fromSlot<void*>(value); }
+
+fxObj* fxProperty::getAsObjPtr() const { return fromSlot<fxObj*>(value); }
+
+fxData* fxProperty::getAsData() const { return fromSlot<fxData*>(value); }
+
+fxProperty::Destructor* fxProperty::getDestructor() const {
+    return type == fxDT_VoidPtr ? fromSlot<Destructor*>(extra) : nullptr;
+}
+
+void fxProperty::setAsBool(unsigned char value_) { value = asSlot(value_); }
+
+void fxProperty::setAsLong(long value_) { value = asSlot(value_); }
+
+void fxProperty::setAsDouble(double value_) { value = asSlot(value_); }
+
+void fxProperty::setAsCharPtr(char const* text, unsigned char owned) {
+    char* old = fromSlot<char*>(value);
+    const bool freeOld = fromSlot<unsigned char>(extra) != 0 && old != text;
+    value = asSlot(text);
+    extra = asSlot(owned);
+    if (freeOld) ::operator delete(old);
+}
+
+void fxProperty::setAsStr(fxStr const& value_) {
+    if (value == 0) {
+        value = asSlot(new fxStr(value_));  // cleaned up before
+    } else {
+        getAsStr() = value_;
+    }
+}
+
+void fxProperty::setAsVoidPtr(void* pointer, Destructor* destructor) {
+    void* old = fromSlot<void*>(value);
+    Destructor* oldDestructor = fromSlot<Destructor*>(extra);
+    value = asSlot(pointer);
+    extra = asSlot(destructor);
+    if (oldDestructor != nullptr) oldDestructor(old);
+}
+
+void fxProperty::setAsObjPtr(fxObj* object) {
+    takeIfAny(object);
+    fxObj* old = getAsObjPtr();
+    value = asSlot(object);
+    releaseIfAny(old);
+}
+
+void fxProperty::setAsData(fxData* data) {
+    takeIfAny(data);
+    fxData* old = getAsData();
+    value = asSlot(data);
+    releaseIfAny(old);
+}
+
+void fxProperty::cleanup() {
+    const unsigned long oldValue = std::exchange(value, 0);
+    const unsigned long oldExtra = std::exchange(extra, 0);
+    if (type == fxDT_CharPtr) {
+        if (fromSlot<unsigned char>(oldExtra) != 0) ::operator delete(fromSlot<char*>(oldValue));
+    } else if (type == fxDT_fxStr) {
+        delete fromSlot<fxStr*>(oldValue);
+    } else if (type == fxDT_VoidPtr) {
+        Destructor* destructor = fromSlot<Destructor*>(oldExtra);
+        if (destructor != nullptr) destructor(fromSlot<void*>(oldValue));
+    } else if (type == fxDT_ObjPtr) {
+        releaseIfAny(fromSlot<fxObj*>(oldValue));
+    } else if (type == fxDT_DataPtr) {
+        releaseIfAny(fromSlot<fxData*>(oldValue));
+    }
+}
