@@ -480,20 +480,21 @@ bool operator==(const fxStr& a, const char* b) {
 std::ostream& operator<<(std::ostream& out, const fxStr& str) { return out << str.c_str(); }
 
 // istream::get() fails on an empty item and cannot tell it from the end of the
-// stream; looking at the next byte first can.
+// stream; a look at the next byte can.
 std::istream& operator>>(std::istream& in, fxStr& str) {
     using Traits = std::istream::traits_type;
     const char delimiter = delimiterOf(in);
     const int stop = Traits::to_int_type(delimiter);
     unsigned int count = 0;
-    int c;
-    while (!Traits::eq_int_type(c = in.peek(), Traits::eof()) && c != stop) {
+    int c = in.peek();
+    while (c != Traits::eof() && c != stop) {
         if (count == str.length()) {
             const size_t step = std::max({fxStr::resizeIncrement, count, 1U});
             str.resize(fxLengthField(count + step));
         }
         in.get(str.data + count, str.slength - count, delimiter);
         count += static_cast<unsigned int>(in.gcount());
+        c = in.good() ? in.peek() : Traits::eof();  // a look past the end fails the stream
     }
     str.resize(count);
     if (c == stop) {

@@ -43,7 +43,7 @@ public:
     fxStr(const char* s);
     /// Exactly the `n` bytes at `s`, zero bytes included.
     fxStr(const char* s, unsigned int n);
-    fxStr(std::string_view text);
+    explicit fxStr(std::string_view text);
     fxStr(const fxStr& other);
     fxStr(fxStr&& other) noexcept  // leaves `other` empty
         : slength(std::exchange(other.slength, 1U)),

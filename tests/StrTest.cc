@@ -1,0 +1,484 @@
+#include "fxds/Str.h"
+
+#include <gtest/gtest.h>
+
+#include <climits>
+#include <cstring>
+#include <random>
+#include <sstream>
+#include <string>
+#include <unordered_set>
+#include <utility>
+#include <vector>
+
+#include "tests/TestSeed.h"
+
+namespace {
+
+bool sharesEmptyByte(const fxStr& s) {
+    return s.slength == 1 && s.data == &fxStr::emptyString && fxStr::emptyString == '\0';
+}
+
+// What must hold of every string at every moment.
+void expectText(const fxStr& s, std::string_view text) {
+    ASSERT_EQ(s.view(), text);
+    ASSERT_EQ(s.data[s.slength - 1], '\0');
+    ASSERT_EQ(s.data == &fxStr::emptyString, text.empty());
+}
+
+// Randomness for short texts over few letters, the zero byte among them.
+class Dice {
+public:
+    unsigned int upTo(size_t most) {
+        return std::uniform_int_distribution<unsigned int>(0, static_cast<unsigned int>(most))(rng);
+    }
+    char letter() { return "\0ab,\xff"[upTo(4)]; }
+    std::string text(unsigned int most) {
+        std::string result(upTo(most), ' ');
+        for (char& c : result) c = letter();
+        return result;
+    }
+
+private:
+    std::mt19937 rng{testSeed()};
+};
+
+}  // namespace
+
+TEST(Str, EmptyStringsShareOneByte) {
+    const char* null = nullptr;
+    EXPECT_TRUE(sharesEmptyByte(fxStr()));
+    EXPECT_TRUE(sharesEmptyByte(fxStr("")));
+    EXPECT_TRUE(sharesEmptyByte(fxStr(null)));
+    EXPECT_TRUE(sharesEmptyByte(fxStr("abc", 0)));
+    EXPECT_TRUE(sharesEmptyByte(fxStr(0)));
+    EXPECT_TRUE(sharesEmptyByte(fxStr(0U)));
+    EXPECT_TRUE(sharesEmptyByte(fxStr(std::string_view())));
+}
+
+TEST(Str, WhateverLeavesNoTextGoesBackToTheSharedByte) {
+    fxStr s("abc");
+    s.remove(0, 3);
+    EXPECT_TRUE(sharesEmptyByte(s));
+    s = "abc";
+    s.remove(2, 3);  // the whole length, wherever it starts
+    EXPECT_TRUE(sharesEmptyByte(s));
+    s = "abc";
+    EXPECT_EQ(s.cut(0, 3), "abc");
+    EXPECT_TRUE(sharesEmptyByte(s));
+    s = "abc";
+    s.resize(0);
+    EXPECT_TRUE(sharesEmptyByte(s));
+    s = "abc";
+    EXPECT_EQ(s.format("%s", ""), 1U);
+    EXPECT_TRUE(sharesEmptyByte(s));
+    s = "abc";
+    s = "";
+    EXPECT_TRUE(sharesEmptyByte(s));
+    s = "abc";
+    const fxStr moved(std::move(s));
+    EXPECT_TRUE(sharesEmptyByte(s));
+    expectText(moved, "abc");
+    EXPECT_TRUE(sharesEmptyByte(moved.extract(3, 0)));
+}
+
+TEST(Str, ConstructionCopiesWhatItIsTold) {
+    expectText(fxStr(5U), std::string_view("\0\0\0\0\0", 5));
+    expectText(fxStr(2), std::string_view("\0\0", 2));
+    expectText(fxStr("a\0b", 3), std::string_view("a\0b", 3));
+    expectText(fxStr("a\0b"), "a");
+    expectText(fxStr(std::string("text")), "text");
+    const fxStr source("a\0b", 3);
+    const fxStr copied(source);
+    expectText(copied, source.view());
+    EXPECT_NE(copied.data, source.data);
+}
+
+TEST(Str, AssignmentSurvivesItself) {
+    fxStr s("hello");
+    const fxStr& same = s;
+    s = same;
+    expectText(s, "hello");
+    s = s.data + 2;
+    expectText(s, "llo");
+    fxStr& alias = s;
+    s = std::move(alias);
+    expectText(s, "llo");
+    s = fxStr("other");
+    expectText(s, "other");
+    s = fxStr("a longer text") | s;
+    expectText(s, "a longer textother");
+    s = static_cast<const char*>(nullptr);
+    expectText(s, "");
+}
+
+TEST(Str, MovingTheBytesMovesTheString) {
+    alignas(fxStr) unsigned char from[sizeof(fxStr)];
+    alignas(fxStr) unsigned char to[sizeof(fxStr)];
+    new (from) fxStr("moved");
+    std::memcpy(to, from, sizeof to);
+    fxStr* s = reinterpret_cast<fxStr*>(to);
+    s->append(" on");
+    expectText(*s, "moved on");
+    s->~fxStr();
+}
+
+TEST(Str, NumbersAreFormattedAsPrintfDoes) {
+    expectText(fxStr(42, nullptr), "42");
+    expectText(fxStr(INT_MIN, nullptr), "-2147483648");
+    expectText(fxStr(255, "%#x"), "0xff");
+    expectText(fxStr(1.5F, nullptr), "1.5");
+    expectText(fxStr(0.1F, "%.3f"), "0.100");
+    expectText(fxStr(1e21, nullptr), "1e+21");
+    expectText(fxStr(0.1, "%g%%"), "0.1%");
+    // Longer than any buffer that a number was meant to fit.
+    EXPECT_EQ(fxStr(1e300, "%f").length(), 308U);
+    expectText(fxStr(7, "%300d"), std::string(299, ' ') + "7");
+}
+
+TEST(Str, FormatMakesRoomForWhateverComesOut) {
+    fxStr s;
+    EXPECT_EQ(s.format("%d%d%d", INT_MIN, INT_MIN, INT_MIN), 34U);
+    expectText(s, "-2147483648-2147483648-2147483648");
+    s.format("%o|%-20s|%*d|%.2s|%ld|%Lf|%p", UINT_MAX, "left", 5, 42, "cut", LONG_MIN, 2.5L,
+             static_cast<void*>(nullptr));
+    expectText(s, "37777777777|left                |   42|cu|-9223372036854775808|2.500000|(nil)");
+    EXPECT_EQ(s.format("ab%ccd", 0), 3U);  // a zero ends the text
+    expectText(s, "ab");
+    int written = 0;
+    s.format("12345%n", &written);
+    EXPECT_EQ(written, 5);
+    for (const int length : {254, 255, 256, 257, 511, 512, 5000}) {
+        EXPECT_EQ(s.format("%*d", length, 1), static_cast<unsigned int>(length) + 1);
+        expectText(s, std::string(static_cast<size_t>(length) - 1, ' ') + "1");
+    }
+}
+
+TEST(Str, FormatMayUseTheStringItself) {
+    fxStr s("self");
+    s.format("<%s|%s>", s.c_str(), s.c_str());
+    expectText(s, "<self|self>");
+    for (int i = 0; i < 8; ++i) s.format("%s%s", s.c_str(), s.c_str());
+    EXPECT_EQ(s.length(), 11U * 256);
+    EXPECT_EQ(s.extract(11 * 200, 11), "<self|self>");
+}
+
+TEST(Str, ResizeFillsWithZerosWhateverIsAsked) {
+    fxStr s("ab");
+    s.resize(5, 'x');
+    expectText(s, std::string_view("ab\0\0\0", 5));
+    s.resize(1);
+    expectText(s, "a");
+    s.resize(3);
+    expectText(s, std::string_view("a\0\0", 3));
+    fxStr fresh;
+    fresh.resize(2, 'x');
+    expectText(fresh, std::string_view("\0\0", 2));
+}
+
+TEST(Str, SetMaxLengthKeepsTheText) {
+    fxStr s;
+    s.setMaxLength(100);
+    EXPECT_TRUE(sharesEmptyByte(s));
+    s = "abc";
+    s.setMaxLength(100);
+    expectText(s, "abc");
+    std::memset(s.data + s.length() + 1, 'x', 97);  // the room is really there
+    s.setMaxLength(0);
+    expectText(s, "abc");
+}
+
+TEST(Str, CaseChangesTakeEveryByte) {
+    fxStr s("aZ\0\xe4[9", 6);
+    s.raise();
+    expectText(s, std::string_view("AZ\0\xe4[9", 6));
+    s.lower();
+    expectText(s, std::string_view("az\0\xe4[9", 6));
+}
+
+TEST(Str, EditsAgreeWithModel) {
+    Dice dice;
+    fxStr s;
+    std::string model;
+    for (int step = 0; step < 60000; ++step) {
+        const unsigned int size = s.length();
+        const unsigned int pos = dice.upTo(size);
+        const unsigned int count = dice.upTo(size - pos);
+        const std::string text = dice.text(12);
+        const auto textSize = static_cast<unsigned int>(text.size());
+        const unsigned int target = dice.upTo(size);
+        const std::string own = model.substr(pos, count);
+        switch (dice.upTo(size > 200 ? 3 : 13)) {
+            case 0:
+                s.remove(pos, count);
+                model.erase(pos, count);
+                break;
+            case 1:
+                ASSERT_EQ(s.cut(pos, count).view(), own);
+                model.erase(pos, count);
+                break;
+            case 2:
+                s.resize(target, 'x');
+                model.resize(target);
+                break;
+            case 3:
+                s = s.extract(pos, count);
+                model = own;
+                break;
+            case 4:
+                s.append(dice.letter());
+                model = s.view();
+                ASSERT_EQ(s.length(), size + 1);
+                break;
+            case 5:
+                s.insert('#', pos);
+                model.insert(pos, 1, '#');
+                break;
+            case 6:
+                if (textSize != 0) s.append(text.data(), textSize);
+                model.append(text);
+                break;
+            case 7:
+                if (textSize != 0) s.insert(text.data(), pos, textSize);
+                model.insert(pos, text);
+                break;
+            case 8:
+                s.append(text.c_str());
+                model.append(text.c_str());
+                break;
+            case 9:  // from here on, sources in the string itself
+                if (count != 0) s.append(s.data + pos, count);
+                model.append(own);
+                break;
+            case 10:
+                if (count != 0) s.insert(s.data + pos, target, count);
+                model.insert(count != 0 ? target : 0, own);
+                break;
+            case 11:
+                if (count != 0 && target + count <= size) {
+                    s.replace(s.data + pos, target, count);
+                    model.replace(target, count, own);
+                }
+                break;
+            case 12:
+                s.append(s.c_str() + pos);
+                model.append(std::string(model.c_str() + pos));
+                break;
+            default:
+                s.setMaxLength(dice.upTo(300));
+        }
+        expectText(s, model);
+        if (HasFatalFailure()) return;
+    }
+}
+
+TEST(Str, SearchesAgreeWithTheirDefinition) {
+    Dice dice;
+    for (int round = 0; round < 3000; ++round) {
+        const std::string text = dice.text(20);
+        const fxStr s(text);
+        std::string set = dice.text(3);
+        set += 'b';  // a count of 0 would ask for strlen()
+        const auto n = static_cast<unsigned int>(set.size());
+        const char c = dice.letter();
+        const unsigned int size = s.length();
+        for (unsigned int pos = 0; pos <= size; ++pos) {
+            const auto index = [size](size_t found) {
+                return found == std::string::npos ? size : static_cast<unsigned int>(found);
+            };
+            const auto boundary = [pos](size_t found) {
+                return pos == 0 || found == std::string::npos
+                           ? 0
+                           : static_cast<unsigned int>(found) + 1;
+            };
+            const size_t last = pos - size_t{1};
+            const char* bytes = set.data();
+            ASSERT_EQ(s.next(pos, c), index(text.find(c, pos)));
+            ASSERT_EQ(s.next(pos, bytes, n), index(text.find_first_of(set, pos)));
+            ASSERT_EQ(s.skip(pos, c), index(text.find_first_not_of(c, pos)));
+            ASSERT_EQ(s.skip(pos, bytes, n), index(text.find_first_not_of(set, pos)));
+            ASSERT_EQ(s.nextR(pos, c), boundary(text.rfind(c, last)));
+            ASSERT_EQ(s.nextR(pos, bytes, n), boundary(text.find_last_of(set, last)));
+            ASSERT_EQ(s.skipR(pos, c), boundary(text.find_last_not_of(c, last)));
+            ASSERT_EQ(s.skipR(pos, bytes, n), boundary(text.find_last_not_of(set, last)));
+        }
+        ASSERT_EQ(s.next(size + 3, c), size);
+        ASSERT_EQ(s.skip(size + 3, set.data(), n), size);
+    }
+}
+
+TEST(Str, SetsWithoutCountAreZeroTerminated) {
+    const fxStr s("a,b;c");
+    EXPECT_EQ(s.next(0, ";,"), 1U);
+    EXPECT_EQ(s.next(2, ";,"), 3U);
+    EXPECT_EQ(s.next(0, ""), 5U);
+    EXPECT_EQ(s.skip(2, ""), 2U);
+    EXPECT_EQ(s.nextR(5, ";,"), 4U);
+    EXPECT_EQ(s.skipR(5, "cb;"), 2U);
+}
+
+TEST(Str, TokensSwallowRunsOfDelimiters) {
+    const fxStr s("a,,b");
+    unsigned int pos = 0;
+    EXPECT_EQ(s.token(pos, ","), "a");
+    EXPECT_EQ(pos, 3U);
+    EXPECT_EQ(s.token(pos, ','), "b");
+    EXPECT_EQ(pos, 4U);
+    EXPECT_EQ(s.token(pos, ','), "");
+    EXPECT_EQ(pos, 4U);
+    EXPECT_EQ(s.tokenR(pos, ",;"), "b");
+    EXPECT_EQ(pos, 1U);
+    EXPECT_EQ(s.tokenR(pos, ','), "a");
+    EXPECT_EQ(pos, 0U);
+    EXPECT_EQ(s.tokenR(pos, ','), "");
+    const fxStr leading(",a");
+    pos = 0;
+    EXPECT_EQ(leading.token(pos, ','), "");
+    EXPECT_EQ(pos, 1U);
+}
+
+TEST(Str, TrimTakesBlanksOffTheEnds) {
+    EXPECT_EQ(fxStr(" \t a b\r\n").trim(), "a b");
+    EXPECT_EQ(fxStr(" \t a b\r\n").trimRight(), " \t a b");
+    EXPECT_EQ(fxStr("xxaxx").trim("x"), "a");
+    EXPECT_TRUE(sharesEmptyByte(fxStr(" \t ").trim()));
+    EXPECT_TRUE(sharesEmptyByte(fxStr(" \t ").trimRight()));
+    EXPECT_TRUE(sharesEmptyByte(fxStr().trim()));
+}
+
+TEST(Str, PartsAreCopies) {
+    const fxStr s("abcdef");
+    EXPECT_EQ(s.head(2), "ab");
+    EXPECT_EQ(s.tail(2), "ef");
+    EXPECT_EQ(s.copy(), s);
+    EXPECT_EQ(s.extract(2, 2), "cd");
+    EXPECT_EQ(s[0], 'a');
+    EXPECT_EQ(s[5U], 'f');
+    EXPECT_EQ(s[std::size_t{6}], '\0');
+    std::string walked;
+    for (const char c : s) walked += c;
+    EXPECT_EQ(walked, "abcdef");
+}
+
+TEST(Str, OrderEndsAtZeroBytesAndEqualityDoesNot) {
+    const fxStr a("ab\0x", 4);
+    const fxStr b("ab");
+    EXPECT_EQ(compare(a, b), 0);
+    EXPECT_EQ(compare(a, "ab"), 0);
+    EXPECT_FALSE(a < b || a > b);
+    EXPECT_TRUE(a <= b && a >= b);
+    EXPECT_TRUE(a != b && a != "ab" && "ab" != a);
+    EXPECT_TRUE(b == "ab" && "ab" == b && b == fxStr("ab"));
+    EXPECT_TRUE(b < "b" && "b" > b && b <= "ab" && "aa" <= b && b >= "aa" && "b" >= b && "a" < b);
+    EXPECT_TRUE(fxStr("\xff") > "a");  // bytes are unsigned here
+    EXPECT_TRUE(fxStr() == static_cast<const char*>(nullptr));
+    EXPECT_LT(compare("a", b), 0);
+    EXPECT_GT(compare("b", "a"), 0);
+}
+
+TEST(Str, HashIsTheOneThatWasAlwaysUsed) {
+    const struct {
+        const char* text;
+        unsigned long hash;
+    } cases[] = {
+        {"", 0},
+        {"a", 0x0800000000000000},
+        {"ab", 0x1308000000000000},
+        {"abcdefgh", 0x433b332b231b1308},
+        {"abcdefghi", 0x6067666564636261},
+        {"abcdefghijkl", 0x4b7c756d64636261},
+        {"abcdefghijklmno", 0x53544d467f706a61},
+        {"abcdefghijklmnop", 0xeb1c150e07383129},
+    };
+    for (const auto& each : cases) EXPECT_EQ(fxStr(each.text).hash(), each.hash) << each.text;
+    EXPECT_EQ(fxStr("12345678abcd").hash(), fxStr("12345678wxyz").hash());
+    EXPECT_EQ(fxStr("0123456789abcdef").hash(), fxStr("0123456789abcdefgh").hash());
+}
+
+TEST(Str, StandardHashSeesTheWholeText) {
+    std::unordered_set<fxStr> seen;
+    for (int i = 0; i < 100; ++i) seen.insert("a long common beginning " | fxStr(i, nullptr));
+    EXPECT_EQ(seen.size(), 100U);
+    EXPECT_EQ(seen.count("a long common beginning 99"), 1U);
+}
+
+TEST(Str, EveryItemOfAStreamIsReadOnce) {
+    using Items = std::vector<std::string>;
+    const std::string longItem(1000, 'x');
+    const struct {
+        std::string input;
+        char delimiter;
+        Items items;
+    } cases[] = {
+        {"", '\n', {}},
+        {"\n", '\n', {""}},
+        {"one\ntwo\n", '\n', {"one", "two"}},
+        {"one\n\n  two", '\n', {"one", "", "  two"}},
+        {"a,b\n,", ',', {"a", "b\n"}},
+        {std::string("a\0bc\0", 5), '\0', {"a", "bc"}},
+        {std::string("a\0b\n", 4), '\n', {std::string("a\0b", 3)}},
+        {"a\xff"
+         "b\xff",
+         '\xff',
+         {"a", "b"}},
+        {"0123456789\n01234567890\n" + longItem, '\n', {"0123456789", "01234567890", longItem}},
+    };
+    for (const auto& each : cases) {
+        std::istringstream in(each.input);
+        if (each.delimiter != '\n') in >> _delimiter(each.delimiter);
+        Items items;
+        fxStr item("left over from before");
+        while (in >> item) items.emplace_back(item.view());
+        EXPECT_EQ(items, each.items) << each.input;
+        EXPECT_TRUE(in.eof() && sharesEmptyByte(item));
+    }
+}
+
+TEST(Str, DelimitersBelongToTheirStream) {
+    std::istringstream commas("a,b"), lines("a,b\n");
+    EXPECT_EQ(&_delimiter(commas, ','), &commas);
+    fxStr s;
+    commas >> s;
+    EXPECT_EQ(s, "a");
+    lines >> s;
+    EXPECT_EQ(s, "a,b");
+    EXPECT_TRUE(lines.good());
+    commas >> _delimiter('\n') >> s;
+    EXPECT_EQ(s, "b");
+    EXPECT_TRUE(commas && commas.eof());  // the last item had no delimiter
+}
+
+TEST(Str, AThrowingStreamLeavesAWholeString) {
+    std::istringstream in("an item without an end");
+    in.exceptions(std::ios_base::eofbit);
+    fxStr s;
+    EXPECT_THROW(in >> s, std::ios_base::failure);
+    EXPECT_EQ(s.data[s.length()], '\0');
+    EXPECT_TRUE(s.view().substr(0, 7) == "an item");
+}
+
+TEST(Str, OutputEndsAtAZeroByte) {
+    std::ostringstream out;
+    out.width(5);
+    out << fxStr("ab\0c", 4) << '|' << fxStr() << '|';
+    EXPECT_EQ(out.str(), "   ab||");
+}
+
+TEST(StrDeathTest, LengthsThatDoNotFitAreFatal) {
+    EXPECT_DEATH(fxStr(UINT_MAX), "does not fit 32 bits");
+    fxStr s("a");
+    EXPECT_DEATH(s.append("b", UINT_MAX), "does not fit 32 bits");
+    EXPECT_DEATH(s.resize(UINT_MAX), "does not fit 32 bits");
+}
+
+#ifdef FXDS_CHECKED
+TEST(StrDeathTest, CheckedBuildsTestRanges) {
+    fxStr s("abc");
+    EXPECT_DEATH(s.extract(2, 2), "precondition");
+    EXPECT_DEATH(s.tail(4), "precondition");
+    EXPECT_DEATH(s.remove(2, 2), "precondition");
+    EXPECT_DEATH(s.insert("x", 4), "precondition");
+    EXPECT_DEATH(s.replace("xy", 2), "precondition");
+    EXPECT_DEATH(s[-1], "precondition");
+}
+#endif

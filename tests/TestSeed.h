@@ -1,0 +1,14 @@
+// The seed of the random tests.
+#ifndef FXDS_TESTS_TESTSEED_H
+#define FXDS_TESTS_TESTSEED_H
+
+#include <cstdlib>
+
+/// The same in every run, so that a failure can be repeated; set FX_TEST_SEED
+/// to another number to try other steps.
+inline unsigned int testSeed() {
+    const char* text = std::getenv("FX_TEST_SEED");
+    return text != nullptr ? static_cast<unsigned int>(std::strtoul(text, nullptr, 10)) : 20261121U;
+}
+
+#endif
