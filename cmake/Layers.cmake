@@ -2,7 +2,7 @@
 # own layer and of lower ones only.
 set(fxds_layers
   # Ground.
-  "Config Fatal"
+  "Config Fatal Debug Block"
   # Counting, types; classes that need nothing else of the library.
   "RCObj RPtr Counted TypeObj XDRObj Transcriber Pool
    RegExp PathFunctions GenericList IndexableList BoundingBox NameSpace HashTable"
@@ -12,9 +12,11 @@ set(fxds_layers
    UnsignedLongArray FloatArray DoubleArray VoidPtrArray StubFuncArray SeqRangeArray
    Str TempStr StackBuffer"
   # Tables.
-  "HashCore Dictionary Set VoidPtrDict BinaryOTDict StrArray StrSet StrStrDictionary"
+  "HashCore HashNode KeyHooks Dictionary TypedDictionary Set TypedSet
+   VoidPtrDict BinaryOTDict StrArray StrSet StrStrDictionary"
   # Values and channels; streams.
-  "DataTypes Sequencer Data StrData Property Obj Channel Converter Event EventHandler Timer
+  "DataTypes Sequencer Data StrData Property Obj Channel Converter Event EventHandler
+   EventWalk Timer
    Globals
    Stream StdioStream BinaryTranscriber BinaryWriter BinaryReader Xdr"
   # The main loop; patterns and paths.
