@@ -173,6 +173,7 @@ private:
 /// connections go and ends it when it dies itself.
 class FX_API fxDelivery {
 public:
+    FX_REGISTERS_LOCAL_BEGIN
     explicit fxDelivery(fxOutputChannel& output_)
         : output(&output_),
           position(0),
@@ -180,6 +181,7 @@ public:
           outer(output_.deliveries) {
         output_.deliveries = this;
     }
+    FX_REGISTERS_LOCAL_END
     fxDelivery(const fxDelivery&) = delete;
     fxDelivery& operator=(const fxDelivery&) = delete;
     ~fxDelivery() {

@@ -9,10 +9,12 @@
 
 class fxEventWalk {
 public:
+    FX_REGISTERS_LOCAL_BEGIN
     explicit fxEventWalk(fxEventQueue& queue_)
         : queue(queue_), current(nullptr), next(queue_.getHead()), outer(queue_.walks) {
         queue.walks = this;
     }
+    FX_REGISTERS_LOCAL_END
     fxEventWalk(const fxEventWalk&) = delete;
     fxEventWalk& operator=(const fxEventWalk&) = delete;
     ~fxEventWalk() { queue.walks = outer; }
