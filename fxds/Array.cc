@@ -6,7 +6,7 @@
 #include <cstring>
 #include <limits>
 
-#include "fxds/Fatal.h"
+#include "fxds/Block.h"
 #include "fxds/Transcriber.h"
 
 // The fields are 32-bit byte counts, but every offset and sum is computed in
@@ -23,28 +23,11 @@ namespace {
 
 constexpr std::size_t outside = static_cast<std::size_t>(-1);
 
-unsigned int checkedBytes(std::size_t bytes) {
-    if (bytes > std::numeric_limits<unsigned int>::max()) {
-        fxFatal("fxArray: %zu bytes are more than an array can hold", bytes);
-    }
-    return static_cast<unsigned int>(bytes);
-}
-
-void* allocated(void* block, std::size_t bytes) {
-    if (block == nullptr) fxFatal("fxArray: out of memory for %zu bytes", bytes);
-    return block;
-}
-
-// memcpy and memmove may not be given a null pointer, not even for no bytes.
-void moveBytes(void* to, const void* from, std::size_t bytes) {
-    if (bytes != 0) std::memmove(to, from, bytes);
-}
-
 }  // namespace
 
 fxArray::fxArray(unsigned short size, unsigned int count)
     : data(nullptr),
-      maxBytes(checkedBytes(std::size_t{size} * count)),
+      maxBytes(fxLengthField(std::size_t{size} * count)),
       lengthBytes(maxBytes),
       elementSize(size),
       ownsElements(false),
@@ -155,7 +138,7 @@ void fxArray::remove(unsigned int start, unsigned int count) {
 }
 
 void fxArray::resize(unsigned int n) {
-    const unsigned int bytes = checkedBytes(std::size_t{n} * elementSize);
+    const unsigned int bytes = fxLengthField(std::size_t{n} * elementSize);
     const unsigned int had = lengthBytes;
     maxBytes = bytes;
     if (bytes > had) {
@@ -207,7 +190,7 @@ void* fxArray::raw_cut(unsigned int start, unsigned int count) {
     FX_ASSERT(start <= length() && count <= length() - start);
     const std::size_t offset = std::size_t{start} * elementSize;
     const std::size_t bytes = std::size_t{count} * elementSize;
-    void* const block = allocated(std::malloc(bytes), bytes);
+    void* const block = fxNewBlock(bytes);
     std::memcpy(block, data + offset, bytes);
     closeGap(offset, bytes);
     return block;
@@ -237,7 +220,9 @@ void fxArray::getmem() {
     } else if (maxBytes < blockBytes / 2) {
         bytes = maxBytes;
     }
-    if (bytes != blockBytes && !resizeBlock(bytes)) allocated(nullptr, bytes);
+    if (bytes == blockBytes) return;
+    data = static_cast<char*>(fxGrowBlock(data, bytes));
+    blockBytes = static_cast<unsigned int>(bytes);
 }
 
 void fxArray::expand() { raiseCapacity(std::size_t{maxBytes} + 4 * std::size_t{elementSize}); }
@@ -247,7 +232,7 @@ void fxArray::createElements(void*, unsigned int) {}
 void fxArray::destroyElements(void*, unsigned int) {}
 
 void fxArray::copyElements(const void* from, void* to, unsigned int byteCount) const {
-    moveBytes(to, from, byteCount);
+    if (byteCount != 0) std::memmove(to, from, byteCount);
 }
 
 int fxArray::compareElements(const void* a, const void* b) const {
@@ -375,7 +360,7 @@ void fxArray::takeBlock(fxArray& source) {
 }
 
 void fxArray::raiseCapacity(std::size_t bytes) {
-    maxBytes = checkedBytes(bytes);
+    maxBytes = fxLengthField(bytes);
     getmem();
 }
 
@@ -399,7 +384,7 @@ void fxArray::closeGap(std::size_t offset, std::size_t bytes) {
 
 void* fxArray::copyOf(std::size_t offset, std::size_t bytes) const {
     if (bytes == 0) return nullptr;
-    void* const block = allocated(std::malloc(bytes), bytes);
+    void* const block = fxNewBlock(bytes);
     copyElements(data + offset, block, static_cast<unsigned int>(bytes));
     return block;
 }

@@ -65,7 +65,7 @@ fxBool fxIntArray::xdr(fxTranscriber& transcriber) {
     if (!xdrSizes(transcriber, byteCount)) return 0;
     if (byteCount <= pieceBytes / 2) return xdrElements(transcriber, byteCount, xdrStaged);
     if (!xdrElements(transcriber, byteCount, xdrPacked)) return 0;
-    if (xdrZeros(transcriber, byteCount / sizeof(int))) return 1;
+    if (xdrZeros(transcriber, length())) return 1;
     if (transcriber.isReading()) discard();
     return 0;
 }

@@ -3,6 +3,7 @@
 #define FXDS_TYPEDARRAY_H
 
 #include <cstring>
+#include <functional>
 #include <new>
 #include <type_traits>
 #include <utility>
@@ -158,19 +159,19 @@ public:
     void createElements(void* at, unsigned int byteCount) override {
         T* const elements = static_cast<T*>(at);
         if (elements == nullptr) return;
-        for (unsigned int i = 0; i < byteCount / sizeof(T); ++i) new (elements + i) T();
+        for (unsigned int i = 0; i < countOf(byteCount); ++i) new (elements + i) T();
     }
     void destroyElements(void* at, unsigned int byteCount) override {
         T* const elements = static_cast<T*>(at);
-        for (unsigned int i = 0; i < byteCount / sizeof(T); ++i) elements[i].~T();
+        for (unsigned int i = 0; i < countOf(byteCount); ++i) elements[i].~T();
     }
     /// Goes backwards when the copies lie above the originals, so that none is
     /// overwritten before it is read.
     void copyElements(const void* from, void* to, unsigned int byteCount) const override {
         const T* const originals = static_cast<const T*>(from);
         T* const copies = static_cast<T*>(to);
-        const unsigned int count = byteCount / sizeof(T);
-        if (from < to) {
+        const unsigned int count = countOf(byteCount);
+        if (std::less<const void*>()(from, to)) {
             for (unsigned int i = count; i-- > 0;) new (copies + i) T(originals[i]);
         } else {
             for (unsigned int i = 0; i < count; ++i) new (copies + i) T(originals[i]);
@@ -178,6 +179,9 @@ public:
     }
 
 private:
+    static constexpr unsigned int countOf(unsigned int byteCount) {
+        return byteCount / static_cast<unsigned int>(sizeof(T));
+    }
     void own() { this->ownsElements = true; }
 };
 
