@@ -21,8 +21,7 @@ fxInputChannel::fxInputChannel(unsigned short type, void* closure_, void (*funct
       outputs(nullptr),
       queued(0),
       nextRetired(nullptr),
-      retiredLink(nullptr),
-      owner(nullptr) {}
+      retiredLink(nullptr) {}
 
 fxInputChannel::~fxInputChannel() {
     if (retiredLink != nullptr) {
@@ -102,7 +101,7 @@ void fxInputChannel::cancelPending() {
 }
 
 fxOutputChannel::fxOutputChannel(unsigned short type_)
-    : type(type_), inputs(nullptr), deliveries(nullptr), owner(nullptr) {}
+    : type(type_), inputs(nullptr), deliveries(nullptr) {}
 
 fxOutputChannel::~fxOutputChannel() {
     for (fxDelivery* walk = deliveries; walk != nullptr; walk = walk->outer) walk->outputDied();

@@ -187,18 +187,10 @@ private:
     friend struct fxHashCore<fxDictionary>;
     typedef fxDictBucket Node;
     typedef fxDictIter Iter;
-    friend class fxDictIter;
+    static constexpr bool hasValues = true;
 
     mutable fxHashExtra<fxDictBucket> extra;
 };
-
-inline fxDictIter fxDictionary::begin() const {
-    return fxDictIter(const_cast<fxDictionary&>(*this));  // only registers itself
-}
-
-inline void* fxDictIter::getValue() const {
-    return node == nullptr || moved ? nullptr : static_cast<char*>(node->element) + dict->keySize;
-}
 
 extern FX_API fxTypeObj fxDictionary_type;
 

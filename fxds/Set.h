@@ -114,7 +114,7 @@ public:
     [[noreturn]] fxTmpSet operator&(const fxSet& other) const;
     [[noreturn]] fxTmpSet operator-(const fxSet& other) const;
 
-    fxSetIter begin() const { return fxSetIter(const_cast<fxSet&>(*this)); }
+    fxSetIter begin() const;
     fxHashEnd end() const { return {}; }
 
     /// Destroys every element and detaches every iterator. This belongs in the
@@ -153,6 +153,7 @@ private:
     friend struct fxHashCore<fxSet>;
     typedef fxSetBucket Node;
     typedef fxSetIter Iter;
+    static constexpr bool hasValues = false;
 
     mutable fxHashExtra<fxSetBucket> extra;
 };

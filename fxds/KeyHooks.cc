@@ -1,0 +1,54 @@
+#include "fxds/KeyHooks.h"
+
+#include <cstring>
+#include <new>
+
+#include "fxds/Transcriber.h"
+
+// Words of 8 bytes are folded in by multiplication. The last word overlaps the
+// one before it unless the text is short; the length tells such texts apart.
+
+namespace {
+
+constexpr unsigned long factor = 0x9E3779B97F4A7C15UL;
+
+template <class Word>
+Word load(const char* from) {
+    Word word;
+    std::memcpy(&word, from, sizeof word);
+    return word;
+}
+
+unsigned long shortWord(const char* text, size_t length) {
+    if (length >= 4) {
+        return load<unsigned int>(text) |
+               static_cast<unsigned long>(load<unsigned int>(text + length - 4)) << 32;
+    }
+    unsigned long word = 0;
+    std::memcpy(&word, text, length);
+    return word;
+}
+
+unsigned long fold(unsigned long sum, unsigned long word) {
+    sum = (sum ^ word) * factor;
+    return sum ^ sum >> 32;
+}
+
+}  // namespace
+
+unsigned long fxKeyHooks<fxStr>::fingerprint(const fxStr& key, unsigned long) {
+    const char* const text = key.c_str();
+    const size_t length = std::strlen(text);
+    if (length < 8) return fold(length, shortWord(text, length));
+    unsigned long sum = length;
+    for (size_t i = 0; i + 8 < length; i += 8) sum = fold(sum, load<unsigned long>(text + i));
+    return fold(sum, load<unsigned long>(text + length - 8));
+}
+
+bool fxXdrStrInPlace(fxTranscriber& transcriber, void* at) {
+    if (!transcriber.isReading()) return static_cast<fxStr*>(at)->xdr(transcriber);
+    fxStr* const string = new (at) fxStr(fxStr_type);
+    if (string->xdr(transcriber)) return true;
+    string->~fxStr();
+    return false;
+}

@@ -1,0 +1,34 @@
+#include "fxds/StrStrDictionary.h"
+
+// Only transcription is special: the base's would hand over the generic
+// object's part first, of which there is none.
+
+fxStrStrDictionary::fxStrStrDictionary(unsigned int nBuckets) : fxTypedDictionary(nBuckets) {}
+
+fxStrStrDictionary::fxStrStrDictionary(fxTypeObj& type) : fxTypedDictionary(type) {}
+
+fxStrStrDictionary::~fxStrStrDictionary() { cleanup(); }
+
+fxBool fxStrStrDictionary::xdr(fxTranscriber& transcriber) { return doxdr(transcriber); }
+
+fxTypeObj* fxStrStrDictionary::getTypeObj() const { return &fxStrStrDictionary_type; }
+
+void* fxStrStrDictionary::newInstance(fxTypeObj& type) {
+    return fxTypeFunctions<fxStrStrDictionary>::newInstance(type);
+}
+
+void fxStrStrDictionary::deleteInstance(void* object) {
+    fxTypeFunctions<fxStrStrDictionary>::deleteInstance(object);
+}
+
+fxBool fxStrStrDictionary::xdr(void* object, fxTranscriber& transcriber) {
+    return static_cast<fxStrStrDictionary*>(object)->fxStrStrDictionary::xdr(transcriber);
+}
+
+bool fxStrStrDictionary::xdrKey(fxTranscriber& transcriber, void* key) {
+    return fxXdrStrInPlace(transcriber, key);
+}
+
+bool fxStrStrDictionary::xdrValue(fxTranscriber& transcriber, void* value) {
+    return fxXdrStrInPlace(transcriber, value);
+}
