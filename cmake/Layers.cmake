@@ -15,7 +15,7 @@ set(fxds_layers
   "HashCore HashNode KeyHooks Dictionary TypedDictionary Set TypedSet
    VoidPtrDict BinaryOTDict StrArray StrSet StrStrDictionary"
   # Values and channels; streams.
-  "DataTypes Sequencer Data StrData Property Obj Channel Converter Event EventHandler
+  "DataTypes Sequencer Data StrData Property Obj Channel Converter Network Event EventHandler
    EventWalk Timer
    Globals
    Stream StdioStream BinaryTranscriber BinaryWriter BinaryReader Xdr"

@@ -21,7 +21,8 @@ fxInputChannel::fxInputChannel(unsigned short type, void* closure_, void (*funct
       outputs(nullptr),
       queued(0),
       nextRetired(nullptr),
-      retiredLink(nullptr) {}
+      retiredLink(nullptr),
+      owner(nullptr) {}
 
 fxInputChannel::~fxInputChannel() {
     if (retiredLink != nullptr) {
@@ -101,7 +102,7 @@ void fxInputChannel::cancelPending() {
 }
 
 fxOutputChannel::fxOutputChannel(unsigned short type_)
-    : type(type_), inputs(nullptr), deliveries(nullptr) {}
+    : type(type_), inputs(nullptr), deliveries(nullptr), owner(nullptr) {}
 
 fxOutputChannel::~fxOutputChannel() {
     for (fxDelivery* walk = deliveries; walk != nullptr; walk = walk->outer) walk->outputDied();

@@ -11,6 +11,7 @@
 class fxData;
 class fxDelivery;
 class fxMessageEvent;
+class fxObj;
 class fxOutputChannel;
 
 /// The receiving end: a function and the closure that it is called with.
@@ -37,6 +38,10 @@ public:
     /// The input that this one leads to: itself unless it is a converter copy.
     /// Null for a converter copy that was never spliced.
     fxInputChannel* target();
+
+    /// The object that the input was added to; null for one that belongs to
+    /// no object, or whose object has gone or removed it. Borrowed.
+    fxObj* getOwner() const { return owner; }
 
     /// The outputs that feed this input, one entry per connection; null before
     /// the first connection. View.
@@ -101,6 +106,7 @@ private:
     friend class fxEventHandler;
     friend class fxInputTable;
     friend class fxMessageEvent;
+    friend class fxObj;
     friend class fxOutputChannel;
 
     template <class... Passed>
@@ -119,6 +125,7 @@ private:
     // object remembers it here to silence it in the end.
     fxInputChannel* nextRetired;
     fxInputChannel** retiredLink;
+    fxObj* owner;  // borrowed
 };
 
 /// The sending end: a data type and the inputs connected to it. Made by
@@ -135,6 +142,9 @@ public:
     ~fxOutputChannel();
 
     unsigned short getType() const { return type; }
+
+    /// The object that the output was added to; null when it belongs to none.
+    fxObj* getOwner() const { return owner; }
 
     /// Connects the input, through a converter when the data types differ and
     /// the input is not of type fxDT_void. Fatal when there is no converter.
@@ -161,10 +171,12 @@ public:
 
 private:
     friend class fxDelivery;
+    friend class fxObj;
 
     unsigned short type;
     fxVoidPtrArray* inputs;  // of fxInputChannel*, each holding one count
     fxDelivery* deliveries;  // the walks now going on, innermost first
+    fxObj* owner;            // borrowed
 };
 
 /// The walk over an output's connections while a value goes round: the one

@@ -1,5 +1,7 @@
 #include "fxds/DataTypes.h"
 
+#include <cstdio>
+
 // Constant from the start: an object made before start-up must not take its
 // kinds for one another. Start-up draws the same numbers from the sequencer.
 
@@ -15,3 +17,13 @@ unsigned short fxDT_VoidPtr = 8;
 unsigned short fxDT_ObjPtr = 9;
 unsigned short fxDT_DataPtr = 10;
 unsigned short fxDT_fxStrArray = 11;
+
+const char* fxDataTypeName(unsigned short type) {
+    static const char* const names[] = {"void",  "bool",   "int",     "long",
+                                        "float", "double", "char*",   "fxStr",
+                                        "void*", "fxObj*", "fxData*", "fxStrArray"};
+    if (type < sizeof names / sizeof names[0]) return names[type];
+    static char other[16];
+    std::snprintf(other, sizeof other, "type %u", static_cast<unsigned int>(type));
+    return other;
+}

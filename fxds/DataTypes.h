@@ -43,6 +43,10 @@ extern FX_API unsigned short fxDT_ObjPtr;      ///< 9
 extern FX_API unsigned short fxDT_DataPtr;     ///< 10
 extern FX_API unsigned short fxDT_fxStrArray;  ///< 11
 
+/// What a data type is called in print: "int", "fxStr" ...; "type 12" and so on
+/// for the application's own. View, good until the next call.
+FX_API const char* fxDataTypeName(unsigned short type);
+
 /// How values of a C++ type travel: `Passed` is what receiving functions take,
 /// type() the data type number. Undefined for types that no channel carries.
 template <class T>

@@ -142,6 +142,8 @@ public:
     static void dt_output_dict(void* table);
 
 private:
+    static void discard(fxInputChannel* input);
+
     // At once: without boxing, for nobody could tell.
     template <class T>
     static void send(fxOutputChannel* output, T value, fxSendFlags how) {

@@ -91,19 +91,20 @@ std::vector<Channel*> emptyTable(fxVoidPtrDict* table) {
     return channels;
 }
 
-// Silences an input that this caller holds, and lets go of it.
-void discard(fxInputChannel* input) {
-    input->flush();
-    input->disconnect();
-    input->release();
-}
-
 fxEventHandler& eventHandler() {
     if (fx_theEventHandler == nullptr) fx_theEventHandler = new fxEventHandler;
     return *fx_theEventHandler;
 }
 
 }  // namespace
+
+// Silences an input that the caller holds, and lets go of it.
+void fxObj::discard(fxInputChannel* input) {
+    input->owner = nullptr;
+    input->flush();
+    input->disconnect();
+    input->release();
+}
 
 fxVoidPtrDict* fxObj::getInputs() { return findTable(*this, inputKind); }
 
@@ -121,6 +122,7 @@ fxInputChannel* fxObj::addInput(char const* name, unsigned short type, void* clo
                                 void (*function)(), unsigned char replace) {
     fxInputChannel* input = new fxInputChannel(type, closure, function, replace);
     input->take();
+    input->owner = this;
     fxVoidPtrDict& table = findOrMakeTable<fxInputTable>(*this, inputKind);
     void* old = std::exchange(table[fxStr(name)], static_cast<void*>(input));
     if (old != nullptr) {
@@ -133,6 +135,7 @@ fxInputChannel* fxObj::addInput(char const* name, unsigned short type, void* clo
 
 fxOutputChannel* fxObj::addOutput(char const* name, unsigned short type) {
     fxOutputChannel* output = new fxOutputChannel(type);
+    output->owner = this;
     fxVoidPtrDict& table = findOrMakeTable<fxVoidPtrDict>(*this, outputKind);
     delete static_cast<fxOutputChannel*>(
         std::exchange(table[fxStr(name)], static_cast<void*>(output)));

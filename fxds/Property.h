@@ -57,6 +57,8 @@ public:
     unsigned short getTag() const { return tag; }
     /// The data type number; for a boxed value that value's own.
     unsigned short getType() const;
+    /// How the value is held: as getType(), but fxDT_DataPtr for a boxed value.
+    unsigned short getKind() const { return type; }
 
     unsigned char getAsBool() const;
     long getAsLong() const;
