@@ -1,0 +1,130 @@
+#include <gtest/gtest.h>
+
+#include <random>
+#include <string>
+#include <vector>
+
+#include "fxds/StrArray.h"
+#include "tests/ArrayModel.h"
+#include "tests/MemoryTranscriber.h"
+
+namespace {
+
+typedef std::vector<std::string> Texts;
+
+fxStrArray strings(const Texts& texts) {
+    fxStrArray array;
+    for (const std::string& text : texts) array.append(fxStr(text));
+    return array;
+}
+
+Texts texts(const fxStrArray& array) {
+    Texts result;
+    for (const fxStr& string : array) result.emplace_back(string.c_str());
+    return result;
+}
+
+TEST(StrArray, HoldsStringsNotTheirBytes) {
+    fxStrArray array(3);
+    EXPECT_EQ(texts(array), Texts(3));
+    array.append("x");
+    array.insert("first", 0);
+    EXPECT_EQ(texts(array), Texts({"first", "", "", "", "x"}));
+    EXPECT_EQ(array.find("x"), 4U);
+    EXPECT_EQ(array.find("y"), fxArray::notFound);
+    array.remove(1, 3);
+    array[1] = "a longer text than before";
+    EXPECT_EQ(texts(array), Texts({"first", "a longer text than before"}));
+}
+
+TEST(StrArray, InsertMovesLaterStringsAsBytes) {
+    fxStrArray array = strings({"a", "b", "c"});
+    const char* text = array[2].c_str();
+    array.insert("new", 1);
+    array.swap(0, 3);
+    EXPECT_EQ(array[0].c_str(), text);
+    EXPECT_EQ(texts(array.cut(0, 1)), Texts({"c"}));
+}
+
+TEST(StrArray, CopiesAreDeepAndCapacityTravels) {
+    fxStrArray array = strings({"one", "two"});
+    array.setMaxLength(10);
+    fxStrArray copy(array);
+    EXPECT_EQ(copy.getMaxLength(), 10U);
+    EXPECT_NE(copy[0].c_str(), array[0].c_str());
+    array[0] = "changed";
+    while (copy.length() < 10) copy.append(copy);
+    EXPECT_EQ(copy[8], "one");
+    copy = array;
+    EXPECT_EQ(texts(copy), Texts({"changed", "two"}));
+}
+
+TEST(StrArray, SortOrdersTextsAndQsortPlacesThem) {
+    fxStrArray array = strings({"pear", "apple", "zebra", "apple", "fig"});
+    array.sort();
+    EXPECT_EQ(texts(array), Texts({"apple", "apple", "fig", "pear", "zebra"}));
+    const struct {
+        Texts before;
+        Texts after;
+    } cases[] = {{{"b", "c", "a"}, {"c", "c", "c"}},
+                 {{"e", "c", "i", "a", "g"}, {"i", "i", "i", "i", "i"}},
+                 {{"b", "a"}, {"", ""}},
+                 {{"x"}, {""}}};
+    for (const auto& each : cases) {
+        fxStrArray placed = strings(each.before);
+        placed.qsort();
+        EXPECT_EQ(texts(placed), each.after);
+        for (unsigned int i = 1; i < placed.length() && placed[0] != ""; ++i) {
+            EXPECT_NE(placed[i].c_str(), placed[0].c_str()) << "two strings share a block";
+        }
+    }
+}
+
+TEST(StrArray, AgreesWithModel) {
+    checkAgainstModel<fxStrArray, fxStr>(
+        5000, [](unsigned int n) { return fxStr(std::string(n * 3, static_cast<char>('a' + n))); });
+}
+
+TEST(StrArray, ReadsBackWhatItWrote) {
+    fxStrArray array = strings({"one", "", "three"});
+    array.append(fxStr(std::string("z\0z", 3)));
+    array.setMaxLength(9);
+    MemoryTranscriber writer;
+    ASSERT_TRUE(array.xdr(writer));
+    EXPECT_EQ(array.getMaxLength(), 4U);
+
+    fxStrArray copy;
+    MemoryTranscriber reader(writer.bytes);
+    ASSERT_TRUE(copy.xdr(reader));
+    EXPECT_EQ(reader.taken, writer.bytes.size());
+    EXPECT_TRUE(std::equal(array.begin(), array.end(), copy.begin(), copy.end()));
+    EXPECT_EQ(copy.getMaxLength(), 4U);
+
+    for (std::size_t length = 0; length < writer.bytes.size(); ++length) {
+        fxStrArray part;
+        MemoryTranscriber prefix(writer.bytes.substr(0, length));
+        ASSERT_FALSE(part.xdr(prefix)) << length;
+        EXPECT_TRUE(part.isEmpty());
+        part.append("usable");
+        EXPECT_EQ(texts(part), Texts({"usable"}));
+    }
+}
+
+TEST(StrArray, RefusesForeignSizesAndClaimsWithoutBytes) {
+    const struct {
+        unsigned int byteCount;
+        unsigned short size;
+    } headers[] = {{16, 8}, {16, 0}, {24, 16}, {0x7FFFFFF0, 16}};
+    for (const auto& header : headers) {
+        std::string bytes(64, '\0');
+        std::memcpy(&bytes[0], &header.byteCount, 4);
+        std::memcpy(&bytes[8], &header.size, 2);
+        bytes[10] = 1;  // one empty string, then lengths of zero, which none has
+        fxStrArray array;
+        MemoryTranscriber reader(bytes);
+        EXPECT_FALSE(array.xdr(reader));
+        EXPECT_TRUE(array.isEmpty());
+    }
+}
+
+}  // namespace
