@@ -1,0 +1,100 @@
+#include "Display.h"
+
+#include <signal.h>
+
+#include <cstdio>
+#include <ctime>
+
+namespace {
+
+const Gauge& gaugeAt(const fxVoidPtrArray& gauges, unsigned int index) {
+    return *static_cast<const Gauge*>(gauges[index]);
+}
+
+// The time of day as hh:mm:ss.
+fxStr timeOfDay() {
+    const time_t now = std::time(nullptr);
+    tm parts = {};
+    localtime_r(&now, &parts);
+    fxStr text;
+    text.format("%02d:%02d:%02d", parts.tm_hour, parts.tm_min, parts.tm_sec);
+    return text;
+}
+
+}  // namespace
+
+StatusLine::StatusLine() : paused(false), smoothing(false) {
+    addInput<&StatusLine::setInterval>("interval");
+    addInput<&StatusLine::setSamples>("samples");
+    addInput<&StatusLine::setPaused>("paused");
+    addInput<&StatusLine::setSmoothing>("smoothing");
+    addInput<&StatusLine::addNotice>("notice");
+}
+
+void StatusLine::addNotice(const fxStr& text) {
+    if (!noticeText.isEmpty()) noticeText.append('\n');
+    noticeText.append(text);
+}
+
+fxStr StatusLine::text(unsigned int width) const {
+    fxStr line = timeOfDay();
+    line = line | "  every " | interval | " s" | (paused ? "  PAUSED" : "") | "  smoothing " |
+           (smoothing ? "on" : "off") | "  sample " | samples | "  keys q p + - s";
+    return line.length() > width ? line.head(width) : line;
+}
+
+Display::Display(Terminal& terminal_, const fxVoidPtrArray& gauges_, const StatusLine& status_)
+    : terminal(terminal_), gauges(gauges_), status(status_) {
+    addInput<&Display::redraw>("redraw", true);
+    addInput<&Display::suspend>("suspend");
+}
+
+void Display::redraw() {
+    // Each line ends by clearing what an earlier, wider picture left behind it.
+    // The last one has no line end, so that nothing scrolls.
+    const unsigned int width = terminal.columns();
+    unsigned int rowsLeft = terminal.rows() - 1;
+    fxStr picture = "\33[H";
+    for (unsigned int i = 0; i < gauges.length() && rowsLeft > 0; ++i, --rowsLeft) {
+        picture.append(gaugeAt(gauges, i).row(width, terminal.getLook()));
+        picture.append("\33[K\r\n");
+    }
+    const fxStr& notices = status.notices();
+    for (unsigned int at = 0; at < notices.length() && rowsLeft > 0; --rowsLeft) {
+        const fxStr notice = notices.token(at, '\n');
+        picture.append(notice.length() > width ? notice.head(width) : notice);
+        picture.append("\33[K\r\n");
+    }
+    picture.append(status.text(width));
+    picture.append("\33[J");
+    terminal.write(picture);
+}
+
+void Display::suspend() {
+    terminal.leave();
+    raise(SIGSTOP);
+    terminal.enter();
+    redraw();
+}
+
+Report::Report(const fxVoidPtrArray& gauges_, int lines)
+    : gauges(gauges_), done(addOutput<void>("done")), linesLeft(lines) {
+    addInput<&Report::print>("print");
+    addInput<&Report::complain>("notice");
+}
+
+void Report::print() {
+    if (linesLeft == 0) return;
+    fxStr line = timeOfDay();
+    for (unsigned int i = 0; i < gauges.length(); ++i) {
+        const Gauge& gauge = gaugeAt(gauges, i);
+        line =
+            line | "  " | gauge.getName() | " " | gauge.valueText() | (gauge.hasAlarm() ? "!" : "");
+    }
+    std::printf("%s\n", line.c_str());
+    // Each line at once: somebody may be waiting for it at the end of a pipe.
+    if (std::fflush(stdout) != 0) linesLeft = 1;
+    if (--linesLeft == 0) done.send();
+}
+
+void Report::complain(const char* notice) { std::fprintf(stderr, "monitor: %s\n", notice); }

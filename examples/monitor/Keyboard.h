@@ -1,0 +1,20 @@
+// The keyboard as a source of messages.
+#ifndef MONITOR_KEYBOARD_H
+#define MONITOR_KEYBOARD_H
+
+#include "fxds/SelectHandler.h"
+
+/// Sends a void message on the output that belongs to the key pressed: "quit",
+/// "pause", "longer", "shorter", "smoothing". When the terminal is gone, that
+/// is "quit" too.
+class Keyboard : public fxSelectHandler {
+public:
+    /// Listens to standard input from now on.
+    Keyboard();
+    ~Keyboard() override;
+    const char* className() const override { return "Keyboard"; }
+
+    void handleRead() override;
+};
+
+#endif

@@ -1,0 +1,97 @@
+#include "Options.h"
+
+#include <getopt.h>
+
+#include <cerrno>
+#include <climits>
+#include <cstdlib>
+
+const char usageText[] =
+    "Usage: monitor [OPTION]...\n"
+    "Watches the machine: processor, memory, swap, load and network.\n"
+    "\n"
+    "  --interval SECONDS  time between samples, 0.01 to 3600 (default 1)\n"
+    "  --samples N         print N lines and end; the default, with N = 5, when the\n"
+    "                      output is no terminal\n"
+    "  --graph             print the network of objects as Graphviz dot text and end\n"
+    "  --proc DIRECTORY    read stat, meminfo, loadavg and net/dev there (default /proc)\n"
+    "  --help              print this text and end\n"
+    "\n"
+    "Keys: q quit, p pause, + and - longer and shorter interval, s smoothing on or off.\n"
+    "A red value is past its limit. Colours are left out when NO_COLOR is set.\n";
+
+namespace {
+
+bool parseSamples(const char* text, int& samples) {
+    char* end = nullptr;
+    errno = 0;
+    const long value = std::strtol(text, &end, 10);
+    if (end == text || *end != '\0' || errno != 0 || value < 1 || value > INT_MAX) return false;
+    samples = static_cast<int>(value);
+    return true;
+}
+
+bool parseInterval(const char* text, float& seconds) {
+    char* end = nullptr;
+    seconds = std::strtof(text, &end);
+    // Written so that NaN fails too.
+    return end != text && *end == '\0' && seconds >= shortestInterval && seconds <= longestInterval;
+}
+
+enum Code { intervalCode = 1, samplesCode, graphCode, procCode, helpCode };
+
+const option longOptions[] = {{"interval", required_argument, nullptr, intervalCode},
+                              {"samples", required_argument, nullptr, samplesCode},
+                              {"graph", no_argument, nullptr, graphCode},
+                              {"proc", required_argument, nullptr, procCode},
+                              {"help", no_argument, nullptr, helpCode},
+                              {nullptr, 0, nullptr, 0}};
+
+// False when the value does not suit the option.
+bool apply(int code, const char* value, Options& options) {
+    switch (code) {
+        case intervalCode:
+            return parseInterval(value, options.intervalSeconds);
+        case samplesCode:
+            return parseSamples(value, options.samples);
+        case graphCode:
+            options.action = Options::showGraph;
+            return true;
+        case procCode:
+            options.procDirectory = value;
+            return true;
+        case helpCode:
+            options.action = Options::showHelp;
+            return true;
+        default:
+            return false;
+    }
+}
+
+}  // namespace
+
+bool parseOptions(int argc, char** argv, Options& options, fxStr& error) {
+    opterr = 0;  // the messages are ours
+    optind = 1;
+    for (;;) {
+        const char* const word = optind < argc ? argv[optind] : "";
+        int index = 0;
+        const int code = getopt_long(argc, argv, ":", longOptions, &index);
+        if (code == -1) break;
+        if (code == '?') {
+            error.format("unknown option %s", word);
+        } else if (code == ':') {
+            error.format("%s wants a value", word);
+        } else if (!apply(code, optarg, options)) {
+            error.format("--%s does not take %s", longOptions[index].name, optarg);
+        } else {
+            continue;
+        }
+        return false;
+    }
+    if (optind < argc) {
+        error.format("unexpected argument %s", argv[optind]);
+        return false;
+    }
+    return true;
+}

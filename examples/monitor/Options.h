@@ -1,0 +1,26 @@
+// The command line of the monitor.
+#ifndef MONITOR_OPTIONS_H
+#define MONITOR_OPTIONS_H
+
+#include "fxds/Str.h"
+
+struct Options {
+    enum Action { watch, showHelp, showGraph };
+
+    Action action = watch;
+    int samples = 0;            ///< Lines to print; 0: draw in place until told to quit.
+    float intervalSeconds = 1;  ///< Between samples.
+    fxStr procDirectory = "/proc";
+};
+
+/// Shortest and longest time between samples.
+constexpr float shortestInterval = 0.01F;
+constexpr float longestInterval = 3600;
+
+/// Reads the command line into `options`. Returns false, with one line for the
+/// user in `error`, when it makes no sense.
+bool parseOptions(int argc, char** argv, Options& options, fxStr& error);
+
+extern const char usageText[];
+
+#endif

@@ -1,0 +1,114 @@
+#include "Terminal.h"
+
+#include <signal.h>
+#include <sys/ioctl.h>
+#include <termios.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+
+// What giving the terminal back takes is kept in static storage and done with
+// calls that are allowed in signal handlers: a process that is dying can still
+// do it, once, whichever way it dies.
+
+namespace {
+
+constexpr char takeOver[] = "\33[?1049h\33[?25l";
+constexpr char giveBack[] = "\33[?25h\33[?1049l";
+
+termios savedAttributes;
+bool hasSavedAttributes = false;
+volatile sig_atomic_t isTaken = 0;
+
+void writeAll(const char* text, size_t length) {
+    while (length > 0) {
+        const ssize_t written = write(STDOUT_FILENO, text, length);
+        if (written < 0 && errno != EINTR) return;
+        if (written < 0) continue;
+        text += written;
+        length -= static_cast<size_t>(written);
+    }
+}
+
+void restore() {
+    if (isTaken == 0) return;
+    isTaken = 0;
+    writeAll(giveBack, sizeof giveBack - 1);
+    if (hasSavedAttributes) tcsetattr(STDIN_FILENO, TCSADRAIN, &savedAttributes);
+}
+
+void restoreAndDie(int signalNumber) {
+    restore();
+    raise(signalNumber);  // the handler was installed for one signal only
+}
+
+// Whoever handles one of these already, as a sanitizer does, goes on doing so.
+void restoreOnErrors() {
+    for (const int signalNumber : {SIGABRT, SIGSEGV, SIGBUS, SIGFPE, SIGILL}) {
+        struct sigaction action;
+        if (sigaction(signalNumber, nullptr, &action) != 0 || action.sa_handler != SIG_DFL)
+            continue;
+        action = {};
+        action.sa_handler = restoreAndDie;
+        action.sa_flags = static_cast<int>(SA_RESETHAND | SA_NODEFER);
+        sigaction(signalNumber, &action, nullptr);
+    }
+}
+
+// The first of these variables that is set decides about the character set.
+bool localeIsUtf8() {
+    for (const char* name : {"LC_ALL", "LC_CTYPE", "LANG"}) {
+        const char* const value = std::getenv(name);
+        if (value != nullptr && *value != '\0')
+            return strcasestr(value, "utf-8") != nullptr || strcasestr(value, "utf8") != nullptr;
+    }
+    return false;
+}
+
+}  // namespace
+
+Terminal::Terminal() {
+    const char* const noColour = std::getenv("NO_COLOR");
+    look.colour = noColour == nullptr || *noColour == '\0';
+    look.unicode = localeIsUtf8();
+    hasSavedAttributes = tcgetattr(STDIN_FILENO, &savedAttributes) == 0;
+    restoreOnErrors();
+    std::atexit(restore);
+}
+
+Terminal::~Terminal() { leave(); }
+
+bool Terminal::canDraw() {
+    const char* const kind = std::getenv("TERM");
+    return isatty(STDOUT_FILENO) != 0 && kind != nullptr && *kind != '\0' &&
+           std::strcmp(kind, "dumb") != 0;
+}
+
+void Terminal::enter() {
+    isTaken = 1;
+    if (hasSavedAttributes) {
+        termios attributes = savedAttributes;
+        attributes.c_lflag &= ~static_cast<tcflag_t>(ICANON | ECHO);
+        // A read takes what is there and never waits.
+        attributes.c_cc[VMIN] = 0;
+        attributes.c_cc[VTIME] = 0;
+        tcsetattr(STDIN_FILENO, TCSADRAIN, &attributes);
+    }
+    writeAll(takeOver, sizeof takeOver - 1);
+}
+
+void Terminal::leave() { restore(); }
+
+unsigned int Terminal::columns() const {
+    winsize size;
+    return ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0 ? size.ws_col : 80;
+}
+
+unsigned int Terminal::rows() const {
+    winsize size;
+    return ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_row > 0 ? size.ws_row : 24;
+}
+
+void Terminal::write(const fxStr& text) const { writeAll(text.c_str(), text.length()); }
