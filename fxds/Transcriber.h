@@ -2,6 +2,8 @@
 #ifndef FXDS_TRANSCRIBER_H
 #define FXDS_TRANSCRIBER_H
 
+#include <cstddef>
+
 #include "fxds/RCObj.h"
 
 class fxStr;
@@ -12,7 +14,19 @@ class fxXDRObj;
 
 /// Moves values between memory and a stream. One routine per class serves both
 /// directions: it hands each field to xdr() and asks isReading() where the
-/// directions differ. Every operation answers false at the first failure.
+/// directions differ. Every operation answers false at the first failure. The
+/// helpers of Xdr.h are the convenient way to call the operations.
+///
+///     fxTranscriber* writer = fxTranscriber::getWriter(stream);
+///     writer->writeObject(address, object);   // the object and all it points to
+///     delete writer;                          // and with it the stream
+///
+/// **Lifetime.** A writer writes what pointers lead to after the call that was
+/// handed the pointer: everything that it is given stays where it is, unchanged,
+/// until writeObject() returns. A reader fills places in when all that the graph
+/// needs has arrived: every place that it is given stays where it is until
+/// readObject() returns (but see placesMoved()). So while a class's xdr() runs
+/// in a reader, pointers and texts are not there yet.
 class FX_API fxTranscriber : public fxRCObj {
 public:
     /// Makes a reader for a stream whose header named it: the stream, the
@@ -24,7 +38,10 @@ public:
     fxTranscriber& operator=(const fxTranscriber&) = delete;
     ~fxTranscriber() override;
 
-    /// Forgets every object seen so far.
+    /// Forgets every object seen so far. A writer that is to write an object
+    /// again because it has changed must forget it first; otherwise it writes
+    /// the object anew but refers to the blocks and base parts that it wrote
+    /// before. Record numbers go on, so the reader of the stream needs no reset.
     virtual void reset() = 0;
 
     // Arrays of `count` values in place.
@@ -40,6 +57,9 @@ public:
 
     // Pointers to separately allocated arrays of `count` values. A reader
     // allocates them with malloc() and gives them to the holder of the pointer.
+    // Pointers that were equal when they were written are equal when they are
+    // read: holders that share a block agree on who frees it. A null pointer can
+    // be written but not read back; fxXdrBlock() and fxXdrString() deal with it.
     virtual bool xdr(char**, unsigned int count) = 0;
     virtual bool xdr(unsigned char**, unsigned int count) = 0;
     virtual bool xdr(short**, unsigned int count) = 0;
@@ -49,50 +69,89 @@ public:
     virtual bool xdr(float**, unsigned int count) = 0;
     virtual bool xdr(double**, unsigned int count) = 0;
 
-    // Zero-terminated strings held by pointer.
+    // Zero-terminated strings held by pointer; otherwise as above.
     virtual bool xdr(char**) = 0;
     virtual bool xdr(unsigned char**) = 0;
 
     /// A reference to an object. `slot` is the address of the pointer field,
-    /// `owner` the object that holds it (may be null), `declared` the record
-    /// of the class that the field is declared with. `object` and `address`
-    /// are the object and the pointer that its record's functions take, both
-    /// null for a null pointer; a reader ignores them.
+    /// `owner` the object that holds it (may be null), `declared` the record of
+    /// the class that the field is declared with. `object` is the object that
+    /// the field leads to and `address` the pointer that its record's functions
+    /// take, which is a pointer to its most derived class; both are null for a
+    /// null pointer, and `object` alone for an object that is no fxXDRObj, whose
+    /// record is then `declared`. A reader ignores them, and stores a pointer to
+    /// the declared class.
     virtual bool xdr(void* slot, fxXDRObj* owner, fxTypeObj& declared, fxXDRObj* object,
                      void* address) = 0;
 
-    /// The part at `baseAddress` that the object at `derived` inherits from
-    /// the class of `base`. Nothing is moved when the addresses are equal.
+    /// The part at `baseAddress` that the object at `derived` inherits from the
+    /// class of `base`, by that record's function. A part that was transcribed
+    /// before is not again. Nothing is moved when the addresses are equal.
     virtual bool xdr(fxTypeObj& base, void* derived, void* baseAddress) = 0;
 
-    /// Reads a graph and returns its root, an object of the `expected` type
-    /// (or one derived from it), or null.
+    /// Reads the next graph and returns its root, which is an object of the
+    /// `expected` type or of one that is derived from it, as a pointer to the
+    /// class of `expected`; given, like all the objects of the graph. Null when
+    /// the stream ends or fails too early; everything that was read is then
+    /// released again and no place has been filled.
     virtual void* readObject(fxTypeObj& expected) = 0;
 
     /// Writes the graph that hangs on the object. `address` is the pointer
-    /// that the record's functions take, `object` supplies the record.
+    /// that the record's functions take, `object` supplies the record and may
+    /// stand for an object that is no fxXDRObj. False when either is null, when
+    /// an object's transcription failed, or when the stream did.
     virtual bool writeObject(void* address, fxXDRObj* object) = 0;
 
     virtual const char* className() const = 0;
 
-    // An int travels as the long operation of the same address and count.
+    // n ints travel as n longs: the n ints one after the other, then 4n bytes
+    // of zeros. They reach the operation for long through a staged block, so
+    // nothing beside the ints themselves is read or changed. The pointer forms
+    // hand the same pointer to the operation for long; a transcriber that
+    // writes overrides them, because the blocks hold only 4n bytes.
     virtual bool xdr(int*, unsigned int count);
     virtual bool xdr(unsigned int*, unsigned int count);
     virtual bool xdr(int**, unsigned int count);
     virtual bool xdr(unsigned int**, unsigned int count);
 
+    /// Tells a reader that the last places that it was given, as far as they
+    /// lie in the `byteCount` bytes at `from`, are now at `to`. So a container
+    /// of pointers may grow while it is read. A transcriber that fills places
+    /// at once, and one that writes, need not know.
+    virtual void placesMoved(const void* from, size_t byteCount, void* to);
+
     bool isReading() const { return reading != 0; }
     fxStream* getStream() const { return stream; }
 
+    /// Ends the transcription of the object at `address`, which `succeeded` or
+    /// not: the last thing that a record's function does. After a failure the
+    /// answer is that of the object's xdrFail(). After a success it is 1, and
+    /// the object's xdrSuccess() is called: by a writer at once, by a reader
+    /// when readObject() has filled every place, in the order in which the
+    /// objects were made. xdrSuccess() is where a class takes its counted
+    /// references; it must not destroy an object of the graph.
+    fxBool conclude(bool succeeded, fxXDRObj& object, void* address);
+
+    /// The reader that streams name `name` are read with; replaces an earlier
+    /// one of the name.
     static void addTranscriber(const char* name, ReaderFactory* factory);
+    /// Makes an fxBinaryWriter without writing anything.
     static fxTranscriber* makeDefaultWriter(fxStream*);
+    /// Makes getWriter() use `factory`. Null is ignored.
     static void changeDefaultWriter(WriterFactory* factory);
     static void resetToDefaultWriter();
+    /// Makes a writer and writes the header of the stream. Given: delete it.
+    /// Null when the factory makes none or when the stream fails; in the latter
+    /// case the writer is deleted, and with it a stream that nobody else holds.
     static fxTranscriber* getWriter(fxStream*);
+    /// Reads the header and makes the reader that it names. Given: delete it.
+    /// Null when the stream fails, which then stays the caller's. A header that
+    /// names an unknown reader is fatal.
     static fxTranscriber* getReader(fxStream*);
 
 protected:
-    fxTranscriber(fxStream* stream, bool reading);
+    /// `heldStream` is shared and may be null, which fails every operation.
+    fxTranscriber(fxStream* heldStream, bool isReader);
 
     fxBool reading;
     fxStream* stream;  // shared
@@ -103,6 +162,13 @@ protected:
     // setting this to null, and hands it the block with fxStr::adopt(); until
     // then the string is empty. A reader that fills in at once may ignore it.
     fxStr* claimant = nullptr;
+
+    // What conclude() tells a reader about the object whose record's function
+    // has just run: it succeeded (the object, borrowed), or it failed.
+    fxXDRObj* concluded = nullptr;
+    bool hasFailed = false;
+    // More than 0 while a base part is transcribed: its end is not the object's.
+    unsigned int partDepth = 0;
 
 private:
     friend class fxStr;

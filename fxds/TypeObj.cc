@@ -10,13 +10,16 @@
 fxVoidPtrDict* fxTypeObj::knownTypes = nullptr;
 
 fxTypeObj::fxTypeObj(const char* name_, unsigned int version_, NewInstance* newInstance_,
-                     DeleteInstance* deleteInstance_, Transcribe* xdr_, fxTypeObj* const* bases_)
+                     DeleteInstance* deleteInstance_, Transcribe* xdr_, fxTypeObj* const* bases_,
+                     Upcast* const* upcasts_, const std::type_info* typeInfo_)
     : name(name_),
       version(version_),
       newInstance(newInstance_),
       deleteInstance(deleteInstance_),
       xdr(xdr_),
-      bases(bases_) {
+      bases(bases_),
+      upcasts(upcasts_),
+      typeInfo(typeInfo_) {
     registerType(this);
 }
 
@@ -33,4 +36,23 @@ fxTypeObj* fxTypeObj::findType(const fxStr& name) {
     if (knownTypes == nullptr) return nullptr;
     void** found = knownTypes->find(name);
     return found != nullptr ? static_cast<fxTypeObj*>(*found) : nullptr;
+}
+
+bool fxTypeObj::isA(const fxTypeObj& other) const {
+    if (this == &other || bases == nullptr) return true;
+    for (fxTypeObj* const* base = bases; *base != nullptr; ++base) {
+        if ((*base)->bases != nullptr ? (*base)->isA(other) : *base == &other) return true;
+    }
+    return false;
+}
+
+void* fxTypeObj::upcast(void* object, const fxTypeObj& other) const {
+    if (this == &other || bases == nullptr) return object;
+    for (unsigned int i = 0; bases[i] != nullptr; ++i) {
+        const bool isOnTheWay =
+            bases[i]->bases != nullptr ? bases[i]->isA(other) : bases[i] == &other;
+        if (!isOnTheWay) continue;
+        return bases[i]->upcast(upcasts != nullptr ? upcasts[i](object) : object, other);
+    }
+    return object;
 }

@@ -3,6 +3,7 @@
 #define FXDS_TYPEOBJ_H
 
 #include <type_traits>
+#include <typeinfo>
 
 #include "fxds/Config.h"
 
@@ -23,14 +24,19 @@ public:
     typedef void* NewInstance(fxTypeObj&);
     typedef void DeleteInstance(void*);
     typedef fxBool Transcribe(void*, fxTranscriber&);
+    typedef void* Upcast(void*);
 
     /// `name` is kept, not copied. `newInstance` and `deleteInstance` are null
     /// for a type that cannot be made by name.
     /// `bases` is a null-terminated list (kept) of the records of the classes
     /// that an object of this type may also be pointed to as; null when the
-    /// class has declared none.
+    /// class has declared none, so that nobody can tell.
+    /// `typeInfo`, if not null, is that of the class itself.
+    /// `upcasts` holds for each base the function that makes a pointer to it
+    /// from a pointer to the class; null when all pointers are the same.
     fxTypeObj(const char* name, unsigned int version, NewInstance* newInstance,
-              DeleteInstance* deleteInstance, Transcribe* xdr, fxTypeObj* const* bases = nullptr);
+              DeleteInstance* deleteInstance, Transcribe* xdr, fxTypeObj* const* bases = nullptr,
+              Upcast* const* upcasts = nullptr, const std::type_info* typeInfo = nullptr);
 
     /// Enters the record under its name; the last record of a name wins.
     static void registerType(fxTypeObj* type);
@@ -38,6 +44,15 @@ public:
     /// The record last registered under `name`, or null.
     static fxTypeObj* findType(const char* name);
     static fxTypeObj* findType(const fxStr& name);
+
+    /// Whether an object of this type may stand where a pointer to the class of
+    /// `other` is declared: it is the same record, or that of a base at any
+    /// distance. A type that has declared no bases is taken at its word.
+    bool isA(const fxTypeObj& other) const;
+
+    /// `object`, a pointer to this record's class, as a pointer to the class of
+    /// `other`. Requires: isA(other).
+    void* upcast(void* object, const fxTypeObj& other) const;
 
     const char* name;
     unsigned int version;
@@ -48,7 +63,9 @@ public:
     /// Name to record; null until the first registration, never destroyed.
     static fxVoidPtrDict* knownTypes;
 
-    fxTypeObj* const* bases;  ///< Null-terminated, or null: none declared.
+    fxTypeObj* const* bases;         ///< Null-terminated, or null: none declared.
+    Upcast* const* upcasts;          ///< One for each base, or null: no pointer changes.
+    const std::type_info* typeInfo;  ///< Of the class, or null: not known.
 };
 
 /// The functions of a registered class, written once for every class.

@@ -1,0 +1,183 @@
+// The transcriber that restores object graphs from binary records.
+#ifndef FXDS_BINARYREADER_H
+#define FXDS_BINARYREADER_H
+
+#include <memory>
+#include <vector>
+
+#include "fxds/BinaryTranscriber.h"
+
+class fxReaderTable;
+struct fxReaderEntry;
+
+/// A place to fill: a pointer field, or a string that waits for its text.
+struct fxBinaryReaderItem {
+    void* slot;              ///< Address of the pointer, or the fxStr.
+    fxTypeObj* declared;     ///< What the pointer leads to; null for blocks and texts.
+    unsigned int id;         ///< The record that it waits for.
+    unsigned int textBytes;  ///< For an fxStr its length with the terminator, else 0.
+};
+
+/// Reads the records of docs/stream-format.md. Usually made by
+/// fxTranscriber::getReader().
+///
+/// Nothing is read beyond what is needed, so a reader may sit on a pipe. A
+/// graph of any depth is read without recursion. Blocks and the objects
+/// themselves are made as their bytes arrive; pointers and texts are filled in
+/// when everything is there, so that a failed readObject() can release all that
+/// it made.
+///
+/// **Damaged streams.** An end that comes too early is a null or false result.
+/// Contradictions in the records are fatal, with the messages listed in
+/// docs/stream-format.md. No stream can make the reader touch memory that is
+/// not its own: ids are checked for the kind of thing that they stand for, and
+/// an object is stored only in a pointer to its own class or to one of its
+/// declared bases. A type whose record was made by hand without declaring its
+/// bases is taken at its word, which leaves its pointers to the goodwill of the
+/// stream; FX_TRANSCRIBABLE_TYPE (Xdr.h) declares them.
+///
+/// **Byte orders.** Shorts and ints from any machine read right. An 8-byte long
+/// reads right from machines that store its low half first; floats and doubles
+/// only from those of the same order. docs/stream-format.md has the table.
+///
+/// **Ownership.** Objects, blocks and texts belong to the holders of the
+/// pointers. Two plain pointers that were equal when they were written share
+/// one block; a string always gets its own. Reference counts of the objects are
+/// 0 (see fxXDRObj::xdrSuccess()). Objects that no place refers to stay with
+/// the reader and die with it or with reset().
+class FX_API fxBinaryReader : public virtual fxBinaryTranscriber, public virtual fxTranscriber {
+public:
+    /// Reads `byteCount` bytes and converts them in place. False when the
+    /// stream ends.
+    typedef bool Converter(fxBinaryReader& reader, void* bytes, size_t byteCount);
+
+    /// `inStream` is shared; the marks and the format are those of its header.
+    /// Ones that no supported machine writes are fatal.
+    fxBinaryReader(fxStream* inStream, short shortMark, long longMark, const char* floatFormat);
+    ~fxBinaryReader() override;
+
+    const char* className() const override;
+
+    /// Forgets what the records seen so far stand for. References to them can
+    /// not be read any more.
+    void reset() override;
+
+    bool xdr(char*, unsigned int count) override;
+    bool xdr(unsigned char*, unsigned int count) override;
+    bool xdr(short*, unsigned int count) override;
+    bool xdr(unsigned short*, unsigned int count) override;
+    bool xdr(long*, unsigned int count) override;
+    bool xdr(unsigned long*, unsigned int count) override;
+    bool xdr(float*, unsigned int count) override;
+    bool xdr(double*, unsigned int count) override;
+    bool xdr(fxStr*, unsigned int count) override;
+
+    // The pointer is set to null at once and filled in later: by the
+    // readObject() that is running or, outside of one, by the next.
+    bool xdr(char**, unsigned int count) override;
+    bool xdr(unsigned char**, unsigned int count) override;
+    bool xdr(short**, unsigned int count) override;
+    bool xdr(unsigned short**, unsigned int count) override;
+    bool xdr(long**, unsigned int count) override;
+    bool xdr(unsigned long**, unsigned int count) override;
+    bool xdr(float**, unsigned int count) override;
+    bool xdr(double**, unsigned int count) override;
+    bool xdr(char**) override;
+    bool xdr(unsigned char**) override;
+    bool xdr(void* slot, fxXDRObj* owner, fxTypeObj& declared, fxXDRObj* object,
+             void* address) override;
+    bool xdr(fxTypeObj& base, void* derived, void* baseAddress) override;
+    using fxTranscriber::xdr;
+
+    void placesMoved(const void* from, size_t byteCount, void* to) override;
+
+    /// Null also in the middle of another readObject().
+    void* readObject(fxTypeObj& expected) override;
+
+    /// Fatal: a reader does not write.
+    bool writeObject(void* address, fxXDRObj* object) override;
+
+    /// Takes bytes from the payload of the current record, and of those that
+    /// follow it when it is used up. False when the stream ends.
+    bool readBytes(void* bytes, size_t byteCount);
+
+protected:
+    /// Drops what is left of the current record and reads the next one.
+    bool fill();
+
+    bool readPrimPointer(void* slot, size_t byteCount);
+    /// Reads the object or block of the current record. False when the stream
+    /// ends in a block or claims an impossible one.
+    bool readInstance();
+
+    Converter* shorts;
+    Converter* longs;
+    Converter* floats;
+    Converter* doubles;
+
+    // The current record.
+    unsigned int tag;
+    unsigned int fieldA;  // its id
+    unsigned int fieldB;  // id of a type
+    unsigned int fieldC;  // version of a type
+    unsigned int fieldD;  // byte count of a block
+
+private:
+    struct Body;
+
+    bool get(void* bytes, size_t byteCount);
+    bool readHeader();
+    bool readTag(unsigned char& header);
+    bool readType();
+    bool stage();
+    bool fillPastTypes();
+    bool nextInstance();
+
+    void addItem(fxReaderEntry& entry, const fxBinaryReaderItem& item);
+    bool readBlock();
+    char* readGrowing(Converter* converter, unsigned int byteCount);
+    Converter* converterOf(unsigned int bodyTag) const;
+    fxTypeObj& typeOfBody(fxReaderEntry& entry);
+    bool readBody();
+
+    void commit();
+    void reach(std::vector<size_t>& found, const std::vector<fxBinaryReaderItem>& items,
+               size_t begin, size_t end);
+    void fillPlace(const fxBinaryReaderItem& item, fxReaderEntry& entry);
+    char* copyOfText(const fxReaderEntry& entry, unsigned int textBytes) const;
+    void dropBodies();
+    bool* reachedFlag(const fxReaderEntry& entry);
+
+    bool isUsable;  // the stream has not failed
+    bool isInBody;
+    bool hasReadBody;
+    bool hasWideIds;           // fields of tags 4 and 11 to 14 have 8 bytes
+    unsigned int fillerLeft;   // zero bytes that may precede the next header
+    unsigned int payloadLeft;  // bytes of the current payload still in the stream
+    unsigned int lastVersion;  // of the last type record
+    unsigned int calls;        // of readObject() so far
+
+    std::unique_ptr<fxReaderTable> entries;
+    std::vector<Body> bodies;               // made and perhaps not handed out
+    size_t firstBody;                       // serial number of bodies[0]
+    std::vector<fxBinaryReaderItem> items;  // places in the bodies
+    std::vector<fxBinaryReaderItem> loose;  // places outside of any body
+};
+
+// The converters. Those called BS and SS, which exchange bytes and halves of
+// words, leave an incomplete group at the end alone.
+FX_API bool fxBinaryReader_shorts(fxBinaryReader& reader, void* bytes, size_t byteCount);
+FX_API bool fxBinaryReader_longs(fxBinaryReader& reader, void* bytes, size_t byteCount);
+FX_API bool fxBinaryReader_floats(fxBinaryReader& reader, void* bytes, size_t byteCount);
+FX_API bool fxBinaryReader_doubles(fxBinaryReader& reader, void* bytes, size_t byteCount);
+FX_API bool fxBinaryReader_BS(fxBinaryReader& reader, void* bytes, size_t byteCount);
+FX_API bool fxBinaryReader_longsSS(fxBinaryReader& reader, void* bytes, size_t byteCount);
+FX_API bool fxBinaryReader_longsBSSS(fxBinaryReader& reader, void* bytes, size_t byteCount);
+FX_API bool fxBinaryReader_floatsVAX(fxBinaryReader& reader, void* bytes, size_t byteCount);
+FX_API bool fxBinaryReader_doublesVAX(fxBinaryReader& reader, void* bytes, size_t byteCount);
+
+// What start-up registers for the streams of fxBinaryWriter.
+fxTranscriber* makeBinaryReader(fxStream* stream, short shortMark, long longMark,
+                                const char* floatFormat);
+
+#endif

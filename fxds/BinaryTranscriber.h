@@ -1,0 +1,46 @@
+// What the binary writer and the binary reader have in common.
+#ifndef FXDS_BINARYTRANSCRIBER_H
+#define FXDS_BINARYTRANSCRIBER_H
+
+#include "fxds/BinaryOTDict.h"
+#include "fxds/Transcriber.h"
+#include "fxds/VoidPtrArray.h"
+
+/// The kinds of records in a binary stream. docs/stream-format.md tells them.
+enum fxBinaryOTTag : unsigned int {
+    fxTagData = 0,           ///< More payload of the record before.
+    fxTagNull = 1,           ///< A null pointer.
+    fxTagType = 2,           ///< A type: id, name.
+    fxTagBlock = 3,          ///< First sight of a block: id, byte count.
+    fxTagBlockAgain = 4,     ///< A block seen before: id.
+    fxTagBytes = 5,          ///< The contents of a block: id, byte count.
+    fxTagShorts = 6,         ///< Likewise.
+    fxTagLongs = 7,          ///< Likewise.
+    fxTagFloats = 8,         ///< Likewise.
+    fxTagDoubles = 9,        ///< Likewise.
+    fxTagObject = 10,        ///< An object: id, id of its type, version.
+    fxTagPointer = 11,       ///< First sight of an object: id.
+    fxTagPointerAgain = 12,  ///< An object seen before: id.
+    fxTagPart = 13,          ///< First sight of a base part: id.
+    fxTagPartAgain = 14      ///< A base part seen before: id.
+};
+
+/// The staging buffer, the table of what has been seen, and what is still to
+/// be written or read. A base of the writer and the reader only.
+class FX_API fxBinaryTranscriber : public virtual fxTranscriber {
+protected:
+    static constexpr unsigned int bufferBytes = 512;
+    static constexpr unsigned int maxBlockBytes = 0x7FFFFFFF;
+
+    fxBinaryTranscriber();
+    ~fxBinaryTranscriber() override;
+
+    char buffer[bufferBytes];
+    char* cursor;            // writer: the next free byte; reader: the next unread one
+    unsigned int room;       // writer: free bytes
+    unsigned int used;       // writer: staged bytes; reader: unread bytes
+    fxBinaryOTDict table;    // see the writer and the reader
+    fxVoidPtrArray pending;  // the writer's items, owned; a stack
+};
+
+#endif

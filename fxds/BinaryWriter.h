@@ -1,0 +1,140 @@
+// The transcriber that saves object graphs as binary records.
+#ifndef FXDS_BINARYWRITER_H
+#define FXDS_BINARYWRITER_H
+
+#include <memory>
+
+#include "fxds/BinaryTranscriber.h"
+
+class fxAddressIndex;
+
+/// Something that is still to be written: an object or a block.
+class FX_API fxBinaryWriterItem {
+public:
+    enum Kind { object = 0, block = 1 };
+
+    /// The object at `address`, a pointer to the class of `type`. Borrowed.
+    fxBinaryWriterItem(const void* address, fxTypeObj& type);
+    /// The block at `address`, borrowed, whose body has `byteCount` bytes: the
+    /// first `sourceBytes` are those of the block and the rest are zero.
+    fxBinaryWriterItem(const void* address, unsigned int byteCount, fxBinaryOTTag tag,
+                       unsigned int sourceBytes);
+    virtual ~fxBinaryWriterItem();
+
+    Kind kind;
+    const void* address;
+    fxTypeObj* type;
+    unsigned int byteCount;
+    fxBinaryOTTag tag;
+    unsigned int sourceBytes;
+};
+
+/// Writes what it is given as the records of docs/stream-format.md, every
+/// object and every block once; pointers to what has been written become
+/// references. Objects wait on a stack, so that a graph of any depth is written
+/// without recursion.
+///
+/// Usually made by fxTranscriber::getWriter(), which writes the header of the
+/// stream as well. Scalars may also be transcribed directly, before and between
+/// objects; call flush() when no object follows. Bytes of scalars are those of
+/// this machine: the header tells readers which machine that was.
+class FX_API fxBinaryWriter : public virtual fxBinaryTranscriber {
+public:
+    /// `outStream` is shared. Writes nothing.
+    explicit fxBinaryWriter(fxStream* outStream);
+    /// Does not flush: what was transcribed after the last writeObject() and
+    /// not flushed is lost.
+    ~fxBinaryWriter() override;
+
+    const char* className() const override;
+
+    void reset() override;
+
+    /// Completes the record that is being built and hands it to the stream.
+    /// False when the stream did not take it.
+    bool flush();
+
+    bool xdr(char*, unsigned int count) override;
+    bool xdr(unsigned char*, unsigned int count) override;
+    bool xdr(short*, unsigned int count) override;
+    bool xdr(unsigned short*, unsigned int count) override;
+    bool xdr(long*, unsigned int count) override;
+    bool xdr(unsigned long*, unsigned int count) override;
+    bool xdr(float*, unsigned int count) override;
+    bool xdr(double*, unsigned int count) override;
+    bool xdr(fxStr*, unsigned int count) override;
+
+    // A block longer than 2^31 - 1 bytes is refused.
+    bool xdr(char**, unsigned int count) override;
+    bool xdr(unsigned char**, unsigned int count) override;
+    bool xdr(short**, unsigned int count) override;
+    bool xdr(unsigned short**, unsigned int count) override;
+    bool xdr(long**, unsigned int count) override;
+    bool xdr(unsigned long**, unsigned int count) override;
+    bool xdr(float**, unsigned int count) override;
+    bool xdr(double**, unsigned int count) override;
+    bool xdr(char**) override;
+    bool xdr(unsigned char**) override;
+    bool xdr(void* slot, fxXDRObj* owner, fxTypeObj& declared, fxXDRObj* object,
+             void* address) override;
+    bool xdr(fxTypeObj& base, void* derived, void* baseAddress) override;
+    using fxTranscriber::xdr;
+    bool xdr(int**, unsigned int count) override;
+    bool xdr(unsigned int**, unsigned int count) override;
+
+    /// Fatal: a writer does not read.
+    void* readObject(fxTypeObj& expected) override;
+
+    /// Also writes, before the object, what was transcribed directly. False in
+    /// the middle of another writeObject(). After a failure the stream is of no
+    /// use any more.
+    bool writeObject(void* address, fxXDRObj* object) override;
+
+protected:
+    /// Puts the header of a record, up to its fields, at `place`, which has
+    /// room for 5 bytes; returns its length.
+    static unsigned int putHeader(char* place, unsigned int tag, unsigned long payloadBytes);
+
+    bool writeBytes(const void* bytes, size_t byteCount);
+    /// The id under which the address has been entered, or 0.
+    unsigned int alreadyWritten(const void* address) const;
+    /// Enters the address under the next id, and returns that.
+    unsigned int recordIdForAddress(const void* address);
+    /// Adopts the item and enters its address under the next id.
+    unsigned int queue(fxBinaryWriterItem* item);
+    /// Writes the record of the type unless it is written. `id` is its number.
+    bool writeType(fxTypeObj& type, unsigned int& id);
+    bool writeNullPointer();
+    bool writePrimPointer(const void* block, size_t byteCount, fxBinaryOTTag bodyTag);
+
+    unsigned int nextId;
+    // The record being built.
+    unsigned int tag;
+    unsigned long fieldA;  // its id; only the low 32 bits are written, as of all
+    unsigned long fieldB;  // id of a type
+    unsigned long fieldC;  // version of a type
+    unsigned int fieldD;   // byte count of a block
+    const char* name;      // borrowed, of a type
+
+private:
+    bool writePrimPointer(const void* block, size_t byteCount, fxBinaryOTTag bodyTag,
+                          size_t sourceBytes);
+    bool writeIntPointer(const void* block, unsigned int count);
+    bool writeRecord(const char* payload, unsigned int payloadBytes);
+    unsigned int putFields(char* place) const;
+    bool emit(const char* bytes, size_t byteCount);
+    bool sendBatch();
+    bool writePending();
+    bool writeItem(const fxBinaryWriterItem& item);
+    bool writeBlock(const fxBinaryWriterItem& item);
+    void dropPending();
+
+    std::unique_ptr<fxAddressIndex> seen;  // objects, blocks and base parts
+    fxTypeObj* lastType;                   // the type that was asked for last,
+    unsigned int lastTypeId;               // and its id
+    bool isBatching;                       // in writeObject(): records are collected
+    std::unique_ptr<char[]> batch;
+    size_t batchUsed;
+};
+
+#endif

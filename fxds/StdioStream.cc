@@ -1,0 +1,179 @@
+#include "fxds/StdioStream.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <utility>
+
+// Every operation comes down to get() or put() of a number of bytes. Both go on
+// after an interrupted system call from where it left off, which fread() and
+// fwrite() tell by a short count, an error flag and errno.
+//
+// A FILE open both ways must be positioned between reading and writing; turn()
+// does it when the direction changes.
+
+namespace {
+
+constexpr size_t fileBufferBytes = size_t{1} << 16;
+
+bool wasInterrupted(FILE* file) {
+    if (!std::ferror(file) || errno != EINTR) return false;
+    std::clearerr(file);
+    return true;
+}
+
+const char* fdopenMode(fxStream::fxStreamType type) {
+    switch (type) {
+        case fxStream::fxStreamRead:
+            return "r";
+        case fxStream::fxStreamWrite:
+            return "w";
+        default:
+            return "r+";
+    }
+}
+
+int accessFlags(fxStream::fxStreamType type) {
+    switch (type) {
+        case fxStream::fxStreamRead:
+            return O_RDONLY;
+        case fxStream::fxStreamWrite:
+            return O_WRONLY;
+        default:
+            return O_RDWR;
+    }
+}
+
+}  // namespace
+
+fxStdioStream::fxStdioStream(const char* path, fxStreamType type_, unsigned int mode)
+    : file(nullptr), type(type_), errorFlag(1), endFlag(0) {
+    const int flags = accessFlags(type) | O_CLOEXEC;
+    int fd = ::open(path, flags);
+    if (fd < 0 && type != fxStreamRead) fd = ::open(path, flags | O_CREAT, mode);
+    if (fd < 0) return;
+    adopt(fd);
+    if (errorFlag) ::close(fd);
+}
+
+fxStdioStream::fxStdioStream(int fd, fxStreamType type_)
+    : file(nullptr), type(type_), errorFlag(1), endFlag(0) {
+    adopt(fd);
+}
+
+fxStdioStream::fxStdioStream(FILE* openFile, fxStreamType type_)
+    : file(openFile), type(type_), errorFlag(openFile == nullptr), endFlag(0) {}
+
+fxStdioStream::~fxStdioStream() { close(); }
+
+void fxStdioStream::adopt(int fd) {
+    file = ::fdopen(fd, fdopenMode(type));
+    errorFlag = file == nullptr;
+    // A buffer of this size keeps the system calls out of the profile.
+    if (file != nullptr) std::setvbuf(file, nullptr, _IOFBF, fileBufferBytes);
+}
+
+bool fxStdioStream::hasError() { return errorFlag != 0; }
+bool fxStdioStream::atEOF() { return endFlag != 0; }
+bool fxStdioStream::isReading() { return type == fxStreamRead || type == fxStreamReadWrite; }
+bool fxStdioStream::isWriting() { return type == fxStreamWrite || type == fxStreamReadWrite; }
+fxStream::fxStreamType fxStdioStream::getType() { return type; }
+
+bool fxStdioStream::getBytes(char* bytes, unsigned int count) {
+    if (count == 1 && file != nullptr && type == fxStreamRead) {
+        const int byte = std::getc(file);
+        if (byte != EOF) {
+            *bytes = static_cast<char>(byte);
+            return true;
+        }
+        if (!wasInterrupted(file)) return false;
+    }
+    return get(bytes, count);
+}
+bool fxStdioStream::getShorts(short* shorts, unsigned int count) {
+    return get(shorts, size_t{count} * sizeof *shorts);
+}
+bool fxStdioStream::getInts(int* ints, unsigned int count) {
+    return get(ints, size_t{count} * sizeof *ints);
+}
+bool fxStdioStream::getLongs(long* longs, unsigned int count) {
+    return get(longs, size_t{count} * sizeof *longs);
+}
+bool fxStdioStream::getFloats(float* floats, unsigned int count) {
+    return get(floats, size_t{count} * sizeof *floats);
+}
+bool fxStdioStream::getDoubles(double* doubles, unsigned int count) {
+    return get(doubles, size_t{count} * sizeof *doubles);
+}
+
+bool fxStdioStream::putBytes(const char* bytes, unsigned int count) {
+    if (count == 1 && file != nullptr && type == fxStreamWrite &&
+        std::putc(static_cast<unsigned char>(*bytes), file) != EOF) {
+        return true;
+    }
+    return put(bytes, count);
+}
+bool fxStdioStream::putShorts(const short* shorts, unsigned int count) {
+    return put(shorts, size_t{count} * sizeof *shorts);
+}
+bool fxStdioStream::putInts(const int* ints, unsigned int count) {
+    return put(ints, size_t{count} * sizeof *ints);
+}
+bool fxStdioStream::putLongs(const long* longs, unsigned int count) {
+    return put(longs, size_t{count} * sizeof *longs);
+}
+bool fxStdioStream::putFloats(const float* floats, unsigned int count) {
+    return put(floats, size_t{count} * sizeof *floats);
+}
+bool fxStdioStream::putDoubles(const double* doubles, unsigned int count) {
+    return put(doubles, size_t{count} * sizeof *doubles);
+}
+
+bool fxStdioStream::flush() {
+    if (file == nullptr) return false;
+    if (!isWriting()) return true;
+    while (std::fflush(file) != 0) {
+        if (!wasInterrupted(file)) return false;
+    }
+    return !std::ferror(file);
+}
+
+bool fxStdioStream::close() {
+    const bool isFlushed = flush();
+    FILE* const closing = std::exchange(file, nullptr);
+    return closing != nullptr && std::fclose(closing) == 0 && isFlushed;
+}
+
+// Private functions.
+
+bool fxStdioStream::turn(Direction direction) {
+    if (type != fxStreamReadWrite || last == direction) return true;
+    const bool isFirst = last == Direction::none;
+    last = direction;
+    return isFirst || std::fseek(file, 0, SEEK_CUR) == 0;
+}
+
+bool fxStdioStream::get(void* bytes, size_t byteCount) {
+    if (file == nullptr || !isReading() || !turn(Direction::in)) return false;
+    char* place = static_cast<char*>(bytes);
+    while (byteCount > 0) {
+        const size_t moved = std::fread(place, 1, byteCount, file);
+        place += moved;
+        byteCount -= moved;
+        if (byteCount > 0 && !wasInterrupted(file)) return false;
+    }
+    return true;
+}
+
+bool fxStdioStream::put(const void* bytes, size_t byteCount) {
+    if (file == nullptr || !isWriting() || !turn(Direction::out)) return false;
+    const char* place = static_cast<const char*>(bytes);
+    while (byteCount > 0) {
+        const size_t moved = std::fwrite(place, 1, byteCount, file);
+        place += moved;
+        byteCount -= moved;
+        if (byteCount > 0 && !wasInterrupted(file)) return false;
+    }
+    return true;
+}

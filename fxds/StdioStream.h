@@ -1,0 +1,76 @@
+// A stream over a standard-I/O file.
+#ifndef FXDS_STDIOSTREAM_H
+#define FXDS_STDIOSTREAM_H
+
+#include <cstddef>
+#include <cstdio>
+
+#include "fxds/Stream.h"
+
+/// Owns a FILE and closes it when destroyed. All operations of a stream
+/// without a FILE, and those against its type, answer false. An interrupted
+/// system call is no failure: the operation goes on.
+///
+/// What is written waits in the FILE's buffer, so that success of an operation
+/// does not mean that the disk took the bytes. Ask flush() or close().
+class FX_API fxStdioStream : public fxStream {
+public:
+    /// Opens the file at `path`. One that is to be written and does not exist
+    /// is created with the permission bits `mode` (less the umask). An existing
+    /// file is overwritten from its start and not truncated: when the new
+    /// content is shorter, the old tail stays behind it. See hasError().
+    fxStdioStream(const char* path, fxStreamType type, unsigned int mode);
+    /// Adopts an open descriptor; when no FILE can be made for it (hasError()),
+    /// the descriptor stays open and the caller's.
+    fxStdioStream(int fd, fxStreamType type);
+    /// Adopts an open FILE, which may be null (hasError()).
+    fxStdioStream(FILE* openFile, fxStreamType type);
+    /// Flushes and closes, as close() does, with nobody to tell the result.
+    ~fxStdioStream() override;
+
+    bool hasError() override;  ///< Whether there was no FILE from the start.
+    bool atEOF() override;     ///< Always false: no operation looks ahead.
+    bool isReading() override;
+    bool isWriting() override;
+    fxStreamType getType() override;
+
+    bool getBytes(char* bytes, unsigned int count) override;
+    bool getShorts(short* shorts, unsigned int count) override;
+    bool getInts(int* ints, unsigned int count) override;
+    bool getLongs(long* longs, unsigned int count) override;
+    bool getFloats(float* floats, unsigned int count) override;
+    bool getDoubles(double* doubles, unsigned int count) override;
+
+    bool putBytes(const char* bytes, unsigned int count) override;
+    bool putShorts(const short* shorts, unsigned int count) override;
+    bool putInts(const int* ints, unsigned int count) override;
+    bool putLongs(const long* longs, unsigned int count) override;
+    bool putFloats(const float* floats, unsigned int count) override;
+    bool putDoubles(const double* doubles, unsigned int count) override;
+
+    /// Hands everything written so far to the system. False when that failed,
+    /// now or in an earlier operation, as on a full disk. True for a stream
+    /// that is only read.
+    bool flush();
+
+    /// Flushes and closes the FILE; the stream then has none. False when
+    /// anything written did not arrive, or when there was no FILE.
+    bool close();
+
+private:
+    enum class Direction : unsigned char { none, in, out };
+
+    void adopt(int fd);
+    bool turn(Direction direction);
+    bool get(void* bytes, size_t byteCount);
+    bool put(const void* bytes, size_t byteCount);
+
+    FILE* file;  // owned, null when there is none
+    fxStreamType type;
+    fxBool errorFlag;
+    fxBool endFlag;
+
+    Direction last = Direction::none;  // of a read-write stream
+};
+
+#endif

@@ -1,0 +1,3 @@
+#include "fxds/Stream.h"
+
+fxStream::~fxStream() = default;

@@ -1,0 +1,46 @@
+// The byte stream that transcribers read and write.
+#ifndef FXDS_STREAM_H
+#define FXDS_STREAM_H
+
+#include "fxds/RCObj.h"
+
+/// Moves elements in the machine's own byte order and representation; it
+/// converts nothing. Each operation takes a pointer to `count` elements and
+/// answers true only when every one of them was moved; after a false answer
+/// the contents of a buffer that was read into are unspecified.
+///
+/// A stream starts with no holder. A transcriber holds the stream it is made
+/// on, so a stream that nobody else holds dies with its transcriber. A stream
+/// on the stack must be taken (take()) before it is given to one.
+class FX_API fxStream : public fxRCObj {
+public:
+    /// Which way a stream goes.
+    enum fxStreamType { fxStreamRead = 0, fxStreamWrite = 1, fxStreamReadWrite = 2 };
+
+    fxStream() = default;
+    fxStream(const fxStream&) = delete;
+    fxStream& operator=(const fxStream&) = delete;
+    ~fxStream() override;
+
+    virtual bool hasError() = 0;   ///< Whether the stream could not be opened.
+    virtual bool atEOF() = 0;      ///< Whether the end is known to be reached.
+    virtual bool isReading() = 0;  ///< Whether the stream may be read from.
+    virtual bool isWriting() = 0;  ///< Whether the stream may be written to.
+    virtual fxStreamType getType() = 0;
+
+    virtual bool getBytes(char* bytes, unsigned int count) = 0;
+    virtual bool getShorts(short* shorts, unsigned int count) = 0;
+    virtual bool getInts(int* ints, unsigned int count) = 0;
+    virtual bool getLongs(long* longs, unsigned int count) = 0;
+    virtual bool getFloats(float* floats, unsigned int count) = 0;
+    virtual bool getDoubles(double* doubles, unsigned int count) = 0;
+
+    virtual bool putBytes(const char* bytes, unsigned int count) = 0;
+    virtual bool putShorts(const short* shorts, unsigned int count) = 0;
+    virtual bool putInts(const int* ints, unsigned int count) = 0;
+    virtual bool putLongs(const long* longs, unsigned int count) = 0;
+    virtual bool putFloats(const float* floats, unsigned int count) = 0;
+    virtual bool putDoubles(const double* doubles, unsigned int count) = 0;
+};
+
+#endif

@@ -1,0 +1,3 @@
+#include "fxds/Xdr.h"
+
+fxXdrReferent::~fxXdrReferent() = default;

@@ -1,0 +1,388 @@
+// Making a class transcribable, and its fields, in a few safe lines.
+#ifndef FXDS_XDR_H
+#define FXDS_XDR_H
+
+#include <cstddef>
+#include <type_traits>
+#include <typeinfo>
+#include <vector>
+
+#include "fxds/Transcriber.h"
+#include "fxds/VoidPtrArray.h"
+#include "fxds/XDRObj.h"
+
+// A class in full:
+//
+//     class Node : public fxXDRObj {             // Node.h
+//         FX_TRANSCRIBABLE(Node)
+//     public:
+//         Node() = default;
+//         ~Node() override { std::free(samples); }
+//
+//         long value = 0;
+//         fxStr name;
+//         double* samples = nullptr;
+//         unsigned int sampleCount = 0;
+//         Node* next = nullptr;
+//     };
+//
+//     FX_TRANSCRIBABLE_TYPE(Node, "Node", 1);    // Node.cc
+//
+//     fxBool Node::xdr(fxTranscriber& t) {
+//         return fxXdrAll(t, value, name) && fxXdrBlock(t, samples, sampleCount) &&
+//                fxXdrObject(t, next);
+//     }
+//
+// Saving and loading:
+//
+//     fxWriteObject(*writer, root)               // false when it failed
+//     Node* root = fxReadObject<Node>(*reader)   // null when it failed
+//
+// A class must be constructible by default or from fxTypeObj&. It must be
+// destructible with every pointer null: that is how a reader that fails half
+// way finds it. One xdr() serves both directions: while it reads, plain fields
+// are there at once, pointers and texts only when the graph is complete, at
+// which time xdrSuccess() is called.
+
+/// Stands in a class that derives from fxXDRObj, at any place; it leaves the
+/// access at `public`. Declares xdr(), which the class defines, and what the
+/// registry and the reader need, which FX_TRANSCRIBABLE_TYPE defines.
+#define FX_TRANSCRIBABLE(Class)                                  \
+public:                                                          \
+    typedef Class fxSelf;                                        \
+    static fxTypeObj& typeRecord();                              \
+    static void* newInstance(fxTypeObj& type);                   \
+    static void deleteInstance(void* object);                    \
+    static fxBool xdr(void* object, fxTranscriber& transcriber); \
+    fxBool xdr(fxTranscriber& transcriber) override;             \
+    fxTypeObj* getTypeObj() const override;                      \
+    const char* className() const override;
+
+/// FX_TRANSCRIBABLE_TYPE(Class, name, version, bases...) stands once in a source
+/// file, in the namespace of the class. Registers the class under `name`, which
+/// is kept, and defines its record `Class_type`. The reader refuses streams of
+/// another version: a class that is to read its own older streams keeps the
+/// version and transcribes a number of its own first. The bases that pointers
+/// may be declared with follow, all of them transcribable; fxXDRObj need not be
+/// named. An abstract class is registered without a way to make it.
+///
+///     FX_TRANSCRIBABLE_TYPE(Truck, "Truck", 1, Vehicle, Load);
+#define FX_TRANSCRIBABLE_TYPE(Class, name, ...)                                                \
+    fxTypeObj Class##_type(name, fxXdrRecord<Class, __VA_ARGS__>::version,                     \
+                           fxXdrRecord<Class, __VA_ARGS__>::factory(), &Class::deleteInstance, \
+                           &Class::xdr, fxXdrRecord<Class, __VA_ARGS__>::bases,                \
+                           fxXdrRecord<Class, __VA_ARGS__>::upcasts, &typeid(Class));          \
+    fxTypeObj& Class::typeRecord() { return Class##_type; }                                    \
+    void* Class::newInstance(fxTypeObj& type) {                                                \
+        return fxXdrRecord<Class, __VA_ARGS__>::make(type);                                    \
+    }                                                                                          \
+    void Class::deleteInstance(void* object) { delete static_cast<Class*>(object); }           \
+    fxBool Class::xdr(void* object, fxTranscriber& transcriber) {                              \
+        return fxXdrRecord<Class, __VA_ARGS__>::transcribe(object, transcriber);               \
+    }                                                                                          \
+    fxTypeObj* Class::getTypeObj() const { return &Class##_type; }                             \
+    const char* Class::className() const { return name; }                                      \
+    static_assert(true, "")
+
+/// The record of a class: fxXdrTypeOf<C>::record().
+template <class C>
+struct fxXdrTypeOf {
+    static fxTypeObj& record() {
+        static_assert(std::is_same_v<typename C::fxSelf, C>, "FX_TRANSCRIBABLE is missing");
+        return C::typeRecord();
+    }
+};
+template <class C>
+struct fxXdrTypeOf<const C> : fxXdrTypeOf<C> {};
+
+#define FX_XDR_LIBRARY_TYPE(Class)                          \
+    class Class;                                            \
+    extern FX_API fxTypeObj Class##_type;                   \
+    template <>                                             \
+    struct fxXdrTypeOf<Class> {                             \
+        static fxTypeObj& record() { return Class##_type; } \
+    }
+
+FX_XDR_LIBRARY_TYPE(fxXDRObj);
+FX_XDR_LIBRARY_TYPE(fxStr);
+FX_XDR_LIBRARY_TYPE(fxArray);
+FX_XDR_LIBRARY_TYPE(fxBoolArray);
+FX_XDR_LIBRARY_TYPE(fxCharArray);
+FX_XDR_LIBRARY_TYPE(fxUnsignedCharArray);
+FX_XDR_LIBRARY_TYPE(fxShortArray);
+FX_XDR_LIBRARY_TYPE(fxUnsignedShortArray);
+FX_XDR_LIBRARY_TYPE(fxIntArray);
+FX_XDR_LIBRARY_TYPE(fxLongArray);
+FX_XDR_LIBRARY_TYPE(fxUnsignedLongArray);
+FX_XDR_LIBRARY_TYPE(fxFloatArray);
+FX_XDR_LIBRARY_TYPE(fxDoubleArray);
+FX_XDR_LIBRARY_TYPE(fxStrArray);
+FX_XDR_LIBRARY_TYPE(fxSet);
+FX_XDR_LIBRARY_TYPE(fxStrSet);
+FX_XDR_LIBRARY_TYPE(fxDictionary);
+FX_XDR_LIBRARY_TYPE(fxStrStrDictionary);
+#undef FX_XDR_LIBRARY_TYPE
+
+// What FX_TRANSCRIBABLE_TYPE puts together.
+template <class C, unsigned int versionNumber, class... Bases>
+struct fxXdrRecord {
+    static_assert(std::is_base_of_v<fxXDRObj, C>, "a transcribable class derives from fxXDRObj");
+    static_assert((std::is_base_of_v<Bases, C> && ...), "these must be bases of the class");
+
+    static constexpr unsigned int version = versionNumber;
+    static constexpr bool hasOneRoot = std::is_convertible_v<C*, fxXDRObj*>;
+
+    static void* make(fxTypeObj& type) {
+        if constexpr (std::is_abstract_v<C>) {
+            static_cast<void>(type);
+            return nullptr;
+        } else {
+            return fxTypeFunctions<C>::newInstance(type);
+        }
+    }
+    static fxTypeObj::NewInstance* factory() {
+        return std::is_abstract_v<C> ? nullptr : &C::newInstance;
+    }
+
+    // The class's own part only: a base part travels through its own record.
+    static fxBool transcribe(void* object, fxTranscriber& transcriber) {
+        C* const self = static_cast<C*>(object);
+        const bool isDone = self->C::xdr(transcriber) != 0;
+        if constexpr (hasOneRoot) {
+            return transcriber.conclude(isDone, *self, object);
+        } else {
+            return transcriber.conclude(isDone, firstRoot<Bases...>(self), object);
+        }
+    }
+
+    template <class B>
+    static void* upcastTo(void* object) {
+        return static_cast<B*>(static_cast<C*>(object));
+    }
+    // A class with two roots is reached through its bases only.
+    static void* upcastToRoot(void* object) {
+        if constexpr (hasOneRoot) return upcastTo<fxXDRObj>(object);
+        return object;
+    }
+    template <class First, class...>
+    static fxXDRObj& firstRoot(C* self) {
+        return static_cast<First&>(*self);
+    }
+
+    inline static fxTypeObj* const bases[sizeof...(Bases) + 2] = {
+        &fxXdrTypeOf<Bases>::record()..., hasOneRoot ? &fxXDRObj_type : nullptr, nullptr};
+    inline static fxTypeObj::Upcast* const upcasts[sizeof...(Bases) + 2] = {upcastTo<Bases>...,
+                                                                            upcastToRoot, nullptr};
+};
+
+// An object as a transcriber wants it: its address as a pointer to the class of
+// its record, and something that knows the record.
+class FX_API fxXdrReferent : public fxXDRObj {
+public:
+    /// `isKnown` false: the record of the object's class cannot be told.
+    template <class C>
+    explicit fxXdrReferent(C* object, fxTypeObj& declared) : record(&declared), address_(nullptr) {
+        typedef std::remove_const_t<C> Plain;
+        Plain* const self = const_cast<Plain*>(object);
+        address_ = self;
+        if constexpr (std::is_base_of_v<fxXDRObj, Plain>) {
+            record = self->getTypeObj();
+            if (record == nullptr) {
+                address_ = nullptr;
+            } else if (record != &declared) {
+                const bool isRecorded =
+                    record->typeInfo == nullptr || *record->typeInfo == typeid(*self);
+                address_ = isRecorded ? dynamic_cast<void*>(self) : nullptr;
+            }
+        }
+    }
+    ~fxXdrReferent() override;
+
+    fxTypeObj* getTypeObj() const override { return record; }
+    /// Null when the object is of a class that derives from a registered one
+    /// and is not registered itself, so that it cannot be told where the
+    /// registered part lies.
+    void* address() const { return address_; }
+
+private:
+    fxTypeObj* record;
+    void* address_;
+};
+
+/// Writes the graph that hangs on `root`; see fxTranscriber::writeObject().
+template <class C>
+bool fxWriteObject(fxTranscriber& t, C* root) {
+    if (root == nullptr) return false;
+    fxXdrReferent referent(root, fxXdrTypeOf<C>::record());
+    return t.writeObject(referent.address(), &referent);
+}
+
+/// Reads a graph whose root is a C or derives from it. Given; null when there
+/// is none. See fxTranscriber::readObject().
+template <class C>
+C* fxReadObject(fxTranscriber& t) {
+    return static_cast<C*>(t.readObject(fxXdrTypeOf<C>::record()));
+}
+
+// Single fields. A value that cannot be read leaves the field as it is.
+
+inline bool fxXdr(fxTranscriber& t, char& v) { return t.xdr(&v, 1); }
+inline bool fxXdr(fxTranscriber& t, unsigned char& v) { return t.xdr(&v, 1); }
+inline bool fxXdr(fxTranscriber& t, short& v) { return t.xdr(&v, 1); }
+inline bool fxXdr(fxTranscriber& t, unsigned short& v) { return t.xdr(&v, 1); }
+inline bool fxXdr(fxTranscriber& t, int& v) { return t.xdr(&v, 1); }
+inline bool fxXdr(fxTranscriber& t, unsigned int& v) { return t.xdr(&v, 1); }
+inline bool fxXdr(fxTranscriber& t, long& v) { return t.xdr(&v, 1); }
+inline bool fxXdr(fxTranscriber& t, unsigned long& v) { return t.xdr(&v, 1); }
+inline bool fxXdr(fxTranscriber& t, float& v) { return t.xdr(&v, 1); }
+inline bool fxXdr(fxTranscriber& t, double& v) { return t.xdr(&v, 1); }
+
+/// One byte; any but 0 reads as true.
+inline bool fxXdr(fxTranscriber& t, bool& v) {
+    unsigned char byte = v;
+    if (!t.xdr(&byte, 1)) return false;
+    v = byte != 0;
+    return true;
+}
+
+/// A string, an array, a string collection or an embedded transcribable object:
+/// whatever has an xdr() of its own. An enumeration travels as an int; whether
+/// what was read is one of its values is for the class to check.
+template <class T>
+bool fxXdr(fxTranscriber& t, T& v) {
+    if constexpr (std::is_enum_v<T>) {
+        static_assert(sizeof(T) <= sizeof(int));
+        int number = static_cast<int>(v);
+        if (!t.xdr(&number, 1)) return false;
+        v = static_cast<T>(number);
+        return true;
+    } else {
+        return v.xdr(t) != 0;
+    }
+}
+
+/// A built-in array of any of these, of fixed length.
+template <class T, size_t count>
+bool fxXdr(fxTranscriber& t, T (&values)[count]) {
+    if constexpr (std::is_arithmetic_v<T> && !std::is_same_v<T, bool>) {
+        return t.xdr(values, static_cast<unsigned int>(count));
+    } else {
+        for (T& value : values) {
+            if (!fxXdr(t, value)) return false;
+        }
+        return true;
+    }
+}
+
+/// Several fields, in order, up to the first that fails.
+template <class... Fields>
+bool fxXdrAll(fxTranscriber& t, Fields&... fields) {
+    return (fxXdr(t, fields) && ...);
+}
+
+/// A zero-terminated text held by pointer, or null. Given when read: free().
+template <class Char>
+bool fxXdrString(fxTranscriber& t, Char*& text) {
+    bool isThere = text != nullptr;
+    if (!fxXdr(t, isThere)) return false;
+    if (t.isReading()) text = nullptr;
+    return !isThere || t.xdr(&text);
+}
+
+/// A block of `count` numbers held by pointer, or null, whose count is then read
+/// as 0. Given when read: free(). The count is there at once, the block only
+/// when the graph is complete.
+template <class T>
+bool fxXdrBlock(fxTranscriber& t, T*& block, unsigned int& count) {
+    bool isThere = block != nullptr;
+    if (t.isReading()) block = nullptr;
+    if (!fxXdr(t, count) || !fxXdr(t, isThere)) return false;
+    if (!isThere && t.isReading()) count = 0;
+    return !isThere || t.xdr(&block, count);
+}
+
+/// A pointer to a transcribable object, to an fxStr, or null. Whose the object
+/// is when it has been read is for the classes to agree on; xdrSuccess() is the
+/// moment to take counted references. The record may be given for a class
+/// that is registered without FX_TRANSCRIBABLE.
+template <class C>
+bool fxXdrObject(fxTranscriber& t, C*& object, fxTypeObj& declared) {
+    if (t.isReading()) object = nullptr;
+    if (object == nullptr) return t.xdr(&object, nullptr, declared, nullptr, nullptr);
+    fxXdrReferent referent(object, declared);
+    return referent.address() != nullptr &&
+           t.xdr(&object, nullptr, declared, &referent, referent.address());
+}
+template <class C>
+bool fxXdrObject(fxTranscriber& t, C*& object) {
+    return fxXdrObject(t, object, fxXdrTypeOf<C>::record());
+}
+
+/// As many pointers to objects as there are, each as by fxXdrObject().
+template <class C>
+bool fxXdrObjects(fxTranscriber& t, std::vector<C*>& objects) {
+    unsigned int count = static_cast<unsigned int>(objects.size());
+    if (count != objects.size() || !fxXdr(t, count)) return false;
+    if (!t.isReading()) {
+        for (C*& object : objects) {
+            if (!fxXdrObject(t, object)) return false;
+        }
+        return true;
+    }
+    // The count is only a claim: room is made as the pointers arrive.
+    objects.clear();
+    for (unsigned int i = 0; i < count; ++i) {
+        if (i == objects.capacity()) {
+            std::vector<C*> roomier;
+            roomier.reserve(2 * size_t{i} + 16);
+            roomier = objects;
+            t.placesMoved(objects.data(), i * sizeof(C*), roomier.data());
+            objects.swap(roomier);
+        }
+        objects.push_back(nullptr);
+        if (!fxXdrObject(t, objects.back())) return false;
+    }
+    return true;
+}
+
+/// Likewise an array of pointers to objects of class C:
+/// `fxXdrObjects<Node>(t, nodes)`.
+template <class C>
+bool fxXdrObjects(fxTranscriber& t, fxVoidPtrArray& objects) {
+    unsigned int count = objects.length();
+    if (!fxXdr(t, count)) return false;
+    if (t.isReading()) objects.resize(0);
+    for (unsigned int i = 0; i < count; ++i) {
+        if (t.isReading()) {
+            if (i == objects.getMaxLength()) {
+                const void* const before = objects.begin();
+                objects.setMaxLength(2 * i + 16);
+                t.placesMoved(before, i * sizeof(void*), objects.begin());
+            }
+            objects.append(nullptr);
+            if (!t.xdr(&objects[i], nullptr, fxXdrTypeOf<C>::record(), nullptr, nullptr))
+                return false;
+        } else {
+            C* object = static_cast<C*>(objects[i]);
+            if (!fxXdrObject(t, object)) return false;
+        }
+    }
+    return true;
+}
+
+/// The part of `*self` that it inherits from B. A class transcribes its bases
+/// first, each by one call:
+///
+///     fxBool Truck::xdr(fxTranscriber& t) {
+///         return fxXdrBase<Vehicle>(t, this) && fxXdrBase<Load>(t, this) && ...
+///     }
+///
+/// Virtual bases travel once, however many classes name them.
+template <class B, class D>
+bool fxXdrBase(fxTranscriber& t, D* self) {
+    B* const base = self;
+    if (static_cast<void*>(base) == static_cast<void*>(self)) return base->B::xdr(t) != 0;
+    return t.xdr(fxXdrTypeOf<B>::record(), self, base);
+}
+
+#endif
