@@ -129,8 +129,10 @@ public:
     // The functions of the record.
     static void* newInstance(fxTypeObj& type) { return fxTypeFunctions<Self>::newInstance(type); }
     static void deleteInstance(void* object) { fxTypeFunctions<Self>::deleteInstance(object); }
+    /// Runs Self's own xdr(), whatever the object's class overrides, so that
+    /// an array that is a base part is transcribed as one.
     static fxBool xdr(void* object, fxTranscriber& transcriber) {
-        return static_cast<fxRecordedArray*>(static_cast<Self*>(object))->xdr(transcriber);
+        return static_cast<Self*>(object)->Self::xdr(transcriber);
     }
 
 protected:
