@@ -137,16 +137,14 @@ private:
     bool readBlock();
     char* readGrowing(Converter* converter, unsigned int byteCount);
     Converter* converterOf(unsigned int bodyTag) const;
-    fxTypeObj& typeOfBody(fxReaderEntry& entry);
+    fxTypeObj& typeOfBody(const fxReaderEntry& entry);
     bool readBody();
 
-    void commit();
-    void reach(std::vector<size_t>& found, const std::vector<fxBinaryReaderItem>& items,
-               size_t begin, size_t end);
+    Body* bodyOf(const fxReaderEntry& entry);
+    void commit(fxReaderEntry& root);
     void fillPlace(const fxBinaryReaderItem& item, fxReaderEntry& entry);
     char* copyOfText(const fxReaderEntry& entry, unsigned int textBytes) const;
     void dropBodies();
-    bool* reachedFlag(const fxReaderEntry& entry);
 
     bool isUsable;  // the stream has not failed
     bool isInBody;
@@ -155,7 +153,9 @@ private:
     unsigned int fillerLeft;   // zero bytes that may precede the next header
     unsigned int payloadLeft;  // bytes of the current payload still in the stream
     unsigned int lastVersion;  // of the last type record
-    unsigned int calls;        // of readObject() so far
+    unsigned int period;       // changes when the caller gets what was filled in
+    unsigned int awaited;      // numbers that places wait for
+    fxTypeObj* rootType;       // what the root that is read next must be
 
     std::unique_ptr<fxReaderTable> entries;
     std::vector<Body> bodies;               // made and perhaps not handed out
