@@ -6,6 +6,7 @@
 #include <cstring>
 #include <utility>
 
+#include "fxds/Array.h"
 #include "fxds/Block.h"
 #include "fxds/HashNode.h"
 #include "fxds/Transcriber.h"

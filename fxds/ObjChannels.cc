@@ -175,9 +175,26 @@ void fxObj::sendData(fxOutputChannel* output, fxData* data, fxSendFlags how) {
     eventHandler().postMessage(output, data, how);
 }
 
+namespace {
+
+class TextCopy : public fxCharPtrData {
+public:
+    explicit TextCopy(const char* text) : fxCharPtrData(fxCopyCharPtr(text)) {}
+};
+
+// A mode that does not exist only cancels, and nobody would delete a box.
+template <class Data, class... Value>
+void sendBoxed(fxOutputChannel* output, fxObj::fxSendFlags how, const Value&... value) {
+    const bool delivers =
+        how == fxObj::fxSendQueued || how == fxObj::fxSendNow || how == fxObj::fxSendUrgent;
+    fxObj::sendData(output, delivers ? new Data(value...) : nullptr, how);
+}
+
+}  // namespace
+
 void fxObj::sendVoid(fxOutputChannel* output, fxSendFlags how) {
     if (how != fxSendNow) {
-        sendData(output, new fxVoidData, how);
+        sendBoxed<fxVoidData>(output, how);
     } else if (output != nullptr) {
         FX_ASSERT(output->getType() == fxDT_void);
         output->deliver();
@@ -185,35 +202,35 @@ void fxObj::sendVoid(fxOutputChannel* output, fxSendFlags how) {
 }
 
 void fxObj::sendCharPtr(fxOutputChannel* output, char const* text, fxSendFlags how) {
-    sendData(output, new fxCharPtrData(fxCopyCharPtr(text)), how);
+    sendBoxed<TextCopy>(output, how, text);
 }
 
 void fxObj::sendStr(fxOutputChannel* output, const fxStr& value, fxSendFlags how) {
-    sendData(output, new fxStrData(value), how);
+    sendBoxed<fxStrData>(output, how, value);
 }
 
 void fxObj::sendStrArray(fxOutputChannel* output, const fxStrArray& value, fxSendFlags how) {
-    sendData(output, new fxStrArrayData(value), how);
+    sendBoxed<fxStrArrayData>(output, how, value);
 }
 
 void fxObj::post(fxOutputChannel* output, unsigned char value, fxSendFlags how) {
-    sendData(output, new fxBoolData(value), how);
+    sendBoxed<fxBoolData>(output, how, value);
 }
 
 void fxObj::post(fxOutputChannel* output, int value, fxSendFlags how) {
-    sendData(output, new fxIntData(value), how);
+    sendBoxed<fxIntData>(output, how, value);
 }
 
 void fxObj::post(fxOutputChannel* output, long value, fxSendFlags how) {
-    sendData(output, new fxLongData(value), how);
+    sendBoxed<fxLongData>(output, how, value);
 }
 
 void fxObj::post(fxOutputChannel* output, float value, fxSendFlags how) {
-    sendData(output, new fxFloatData(value), how);
+    sendBoxed<fxFloatData>(output, how, value);
 }
 
 void fxObj::post(fxOutputChannel* output, double value, fxSendFlags how) {
-    sendData(output, new fxDoubleData(value), how);
+    sendBoxed<fxDoubleData>(output, how, value);
 }
 
 void fxObj::dt_input_dict(void* table) {

@@ -1,0 +1,77 @@
+// The whole library.
+#ifndef FXDS_FXDS_H
+#define FXDS_FXDS_H
+
+// Foundations.
+#include "fxds/Config.h"
+#include "fxds/Counted.h"
+#include "fxds/Fatal.h"
+#include "fxds/RCObj.h"
+#include "fxds/Transcriber.h"
+#include "fxds/TypeObj.h"
+#include "fxds/XDRObj.h"
+
+// Arrays and strings.
+#include "fxds/Array.h"
+#include "fxds/BoolArray.h"
+#include "fxds/CharArray.h"
+#include "fxds/DoubleArray.h"
+#include "fxds/FloatArray.h"
+#include "fxds/IntArray.h"
+#include "fxds/LongArray.h"
+#include "fxds/SeqRangeArray.h"
+#include "fxds/ShortArray.h"
+#include "fxds/StackBuffer.h"
+#include "fxds/Str.h"
+#include "fxds/StrArray.h"
+#include "fxds/StubFuncArray.h"
+#include "fxds/TempStr.h"
+#include "fxds/TypedArray.h"
+#include "fxds/UnsignedCharArray.h"
+#include "fxds/UnsignedLongArray.h"
+#include "fxds/UnsignedShortArray.h"
+#include "fxds/VoidPtrArray.h"
+
+// Dictionaries and sets.
+#include "fxds/BinaryOTDict.h"
+#include "fxds/Dictionary.h"
+#include "fxds/Set.h"
+#include "fxds/StrSet.h"
+#include "fxds/StrStrDictionary.h"
+#include "fxds/VoidPtrDict.h"
+
+// Objects, values and connections.
+#include "fxds/Channel.h"
+#include "fxds/Converter.h"
+#include "fxds/Data.h"
+#include "fxds/DataTypes.h"
+#include "fxds/Debug.h"
+#include "fxds/Event.h"
+#include "fxds/EventHandler.h"
+#include "fxds/Globals.h"
+#include "fxds/Network.h"
+#include "fxds/Obj.h"
+#include "fxds/Property.h"
+#include "fxds/Sequencer.h"
+#include "fxds/StrData.h"
+#include "fxds/Timer.h"
+
+// The loop.
+#include "fxds/Application.h"
+#include "fxds/Exec.h"
+#include "fxds/SelectHandler.h"
+#include "fxds/Wakeup.h"
+
+// Saving and loading.
+#include "fxds/BinaryReader.h"
+#include "fxds/BinaryTranscriber.h"
+#include "fxds/BinaryWriter.h"
+#include "fxds/StdioStream.h"
+#include "fxds/Stream.h"
+#include "fxds/Xdr.h"
+
+// Patterns and paths.
+
+// Lists, boxes, atoms and integer tables.
+
+#endif
