@@ -5,10 +5,12 @@
 #include <algorithm>
 #include <cctype>
 #include <charconv>
+#include <climits>
 #include <cstdint>
 #include <cstdio>
 #include <istream>
 #include <ostream>
+#include <streambuf>
 
 #include "fxds/Block.h"
 #include "fxds/Transcriber.h"
@@ -27,14 +29,12 @@ int fxStr::delim_idx = -1;
 
 namespace {
 
-unsigned int textLength(const char* s) { return fxLengthField(std::strlen(s)); }
-
 // Membership of a byte in a set, in one step whatever the size of the set.
 class ByteSet {
 public:
     // `n` = 0 stands for strlen(set).
     ByteSet(const char* set, unsigned int n) {
-        if (n == 0) n = textLength(set);
+        if (n == 0) n = fxStr::textLength(set);
         for (unsigned int i = 0; i < n; ++i) {
             const auto byte = static_cast<unsigned char>(set[i]);
             words[byte / 64] |= std::uint64_t{1} << (byte % 64);
@@ -80,6 +80,26 @@ char delimiterOf(std::istream& in) {
     const long slot = fxStr::delim_idx < 0 ? 0 : in.iword(fxStr::delim_idx);
     return slot == 0 ? '\n' : static_cast<char>(slot);
 }
+
+// The bytes that a stream has read already. A class derived from the buffer
+// may name its members, and the pointers to them suit every buffer.
+class Lookahead : std::streambuf {
+public:
+    // The bytes ahead in the buffer, up to the delimiter: a view.
+    static std::string_view run(const std::streambuf& buffer, char delimiter) {
+        const char* begin = (buffer.*&Lookahead::gptr)();
+        const char* end = (buffer.*&Lookahead::egptr)();
+        if (begin == end) return {};
+        const size_t ahead = std::min<size_t>(static_cast<size_t>(end - begin), INT_MAX);
+        const void* found = std::memchr(begin, delimiter, ahead);
+        return {begin, found != nullptr
+                           ? static_cast<size_t>(static_cast<const char*>(found) - begin)
+                           : ahead};
+    }
+    static void take(std::streambuf& buffer, std::string_view run) {
+        (buffer.*&Lookahead::gbump)(static_cast<int>(run.size()));
+    }
+};
 
 }  // namespace
 
@@ -479,8 +499,8 @@ bool operator==(const fxStr& a, const char* b) {
 
 std::ostream& operator<<(std::ostream& out, const fxStr& str) { return out << str.c_str(); }
 
-// istream::get() fails on an empty item and cannot tell it from the end of the
-// stream; a look at the next byte can.
+// The stream's own functions look ahead, and so fill its buffer and mind its
+// states; what lies in the buffer then is searched and copied in one piece.
 std::istream& operator>>(std::istream& in, fxStr& str) {
     using Traits = std::istream::traits_type;
     const char delimiter = delimiterOf(in);
@@ -488,13 +508,20 @@ std::istream& operator>>(std::istream& in, fxStr& str) {
     unsigned int count = 0;
     int c = in.peek();
     while (c != Traits::eof() && c != stop) {
-        if (count == str.length()) {
-            const size_t step = std::max({fxStr::resizeIncrement, count, 1U});
-            str.resize(fxLengthField(count + step));
+        const std::string_view run = Lookahead::run(*in.rdbuf(), delimiter);
+        const unsigned int grown = fxLengthField(count + std::max<size_t>(run.size(), 1));
+        if (grown > str.length()) {
+            const size_t step = size_t{count} + std::max(count, fxStr::resizeIncrement);
+            str.resize(std::max(grown, fxLengthField(step)));
         }
-        in.get(str.data + count, str.slength - count, delimiter);
-        count += static_cast<unsigned int>(in.gcount());
-        c = in.good() ? in.peek() : Traits::eof();  // a look past the end fails the stream
+        if (run.empty()) {  // an unbuffered stream
+            str.data[count] = static_cast<char>(in.get());
+        } else {
+            std::memcpy(str.data + count, run.data(), run.size());
+            Lookahead::take(*in.rdbuf(), run);
+        }
+        count = grown;
+        c = in.peek();
     }
     str.resize(count);
     if (c == stop) {

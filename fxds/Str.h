@@ -11,6 +11,7 @@
 #include <type_traits>
 #include <utility>
 
+#include "fxds/Block.h"
 #include "fxds/Config.h"
 #include "fxds/TempStr.h"
 
@@ -163,6 +164,11 @@ public:
     unsigned int format(const char* fmt, ...) __attribute__((format(printf, 2, 3)));
     unsigned int vformat(const char* fmt, va_list arguments) __attribute__((format(printf, 2, 0)));
 
+    /// strlen(s), 0 for null. Fatal beyond 4 GiB.
+    static unsigned int textLength(const char* s) {
+        return s != nullptr ? fxLengthField(std::strlen(s)) : 0;
+    }
+
     // Transcription.
 
     explicit fxStr(fxTypeObj&) noexcept : fxStr() {}
@@ -239,6 +245,27 @@ inline bool operator==(const char* a, const fxStr& b) { return b == a; }
 inline bool operator!=(const fxStr& a, const fxStr& b) { return !(a == b); }
 inline bool operator!=(const fxStr& a, const char* b) { return !(a == b); }
 inline bool operator!=(const char* a, const fxStr& b) { return !(b == a); }
+
+/// Concatenation (see TempStr.h). A null `const char*` counts as the empty text.
+inline fxTempStr operator|(const fxStr& a, const fxStr& b) {
+    return fxTempStr(a.data, a.length(), b.data, b.length());
+}
+inline fxTempStr operator|(const fxStr& a, const char* b) {
+    return fxTempStr(a.data, a.length(), b, fxStr::textLength(b));
+}
+inline fxTempStr operator|(const char* a, const fxStr& b) {
+    return fxTempStr(a, fxStr::textLength(a), b.data, b.length());
+}
+
+/// Appends to `a` itself and returns it: `a` is the accumulator, although it
+/// is taken by constant reference so that a temporary can be bound to it.
+/// Requires: `a` was not defined as a constant object.
+inline fxTempStr& operator|(const fxTempStr& a, const fxStr& b) {
+    return const_cast<fxTempStr&>(a).concat(b.data, b.length());
+}
+inline fxTempStr& operator|(const fxTempStr& a, const char* b) {
+    return const_cast<fxTempStr&>(a).concat(b, fxStr::textLength(b));
+}
 
 /// Writes the text up to its first zero byte.
 FX_API std::ostream& operator<<(std::ostream& out, const fxStr& str);

@@ -1,19 +1,14 @@
 #include "fxds/TempStr.h"
 
-#include <cstdlib>
-#include <cstring>
 #include <functional>
 
 #include "fxds/Block.h"
-#include "fxds/Str.h"
 
 // Where the text is, is told by the pointer and not by the length: a copy of
 // exactly 100 bytes lies in a block, the result of a concatenation of 100 bytes
 // in the buffer. Blocks have one byte to spare.
 
 namespace {
-
-unsigned int textLength(const char* s) { return s != nullptr ? fxLengthField(std::strlen(s)) : 0; }
 
 void copyBytes(char* to, const char* from, unsigned int n) {
     if (n != 0) std::memcpy(to, from, n);
@@ -43,9 +38,7 @@ fxTempStr& fxTempStr::operator=(const fxTempStr& src) {
     return *this;
 }
 
-fxTempStr::~fxTempStr() { dropBlock(); }
-
-fxTempStr& fxTempStr::concat(char const* s, unsigned int n) {
+fxTempStr& fxTempStr::concatBlock(char const* s, unsigned int n) {
     const unsigned int grown = fxLengthField(size_t{slength} + n);
     const std::less<const char*> before;
     const bool inside = !before(s, data) && before(s, data + slength);
@@ -65,28 +58,4 @@ fxTempStr& fxTempStr::concat(char const* s, unsigned int n) {
 
 void fxTempStr::place(bool inBuffer) {
     data = inBuffer ? buffer : static_cast<char*>(fxNewBlock(size_t{slength} + 1));
-}
-
-void fxTempStr::dropBlock() {
-    if (data != buffer) std::free(data);
-}
-
-fxTempStr operator|(const fxStr& a, const fxStr& b) {
-    return fxTempStr(a.data, a.length(), b.data, b.length());
-}
-
-fxTempStr operator|(const fxStr& a, const char* b) {
-    return fxTempStr(a.data, a.length(), b, textLength(b));
-}
-
-fxTempStr operator|(const char* a, const fxStr& b) {
-    return fxTempStr(a, textLength(a), b.data, b.length());
-}
-
-fxTempStr& operator|(const fxTempStr& a, const fxStr& b) {
-    return const_cast<fxTempStr&>(a).concat(b.data, b.length());
-}
-
-fxTempStr& operator|(const fxTempStr& a, const char* b) {
-    return const_cast<fxTempStr&>(a).concat(b, textLength(b));
 }

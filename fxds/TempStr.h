@@ -2,14 +2,14 @@
 #ifndef FXDS_TEMPSTR_H
 #define FXDS_TEMPSTR_H
 
+#include <cstdlib>
+#include <cstring>
 #include <string_view>
 
 #include "fxds/Config.h"
 
-class fxStr;
-
 /// Accumulates the text of a chain of `|`. The first `|` between two strings
-/// makes one; every further `|` appends to that same object, so a chain costs
+/// makes one (see Str.h); every further `|` appends to it, so a chain costs
 /// one buffer however long it is, and none from the heap for up to 100 bytes
 /// with the terminator. Turn the result into an fxStr to keep it:
 ///
@@ -26,7 +26,7 @@ public:
     fxTempStr(char const* a, unsigned int aLength, char const* b, unsigned int bLength);
     fxTempStr(const fxTempStr& src);
     fxTempStr& operator=(const fxTempStr& src);
-    ~fxTempStr();
+    ~fxTempStr() { dropBlock(); }
 
     unsigned int length() const { return slength - 1; }  ///< Bytes of text.
     bool isEmpty() const { return slength == 1; }
@@ -35,11 +35,20 @@ public:
 
     /// Appends the `n` bytes at `s`, which may lie in this very text. Returns
     /// this object.
-    fxTempStr& concat(char const* s, unsigned int n);
+    fxTempStr& concat(char const* s, unsigned int n) {
+        if (data != buffer || size_t{slength} + n > inlineBytes) return concatBlock(s, n);
+        if (n != 0) std::memmove(data + length(), s, n);
+        slength += n;
+        data[length()] = '\0';
+        return *this;
+    }
 
 private:
     void place(bool inBuffer);
-    void dropBlock();
+    void dropBlock() {
+        if (data != buffer) std::free(data);
+    }
+    fxTempStr& concatBlock(char const* s, unsigned int n);
 
     static constexpr unsigned int inlineBytes = 100;
 
@@ -49,16 +58,5 @@ public:
     char* data;            ///< `buffer`, or a block of ours. Read only for others.
     unsigned int slength;  ///< Bytes in use, the terminating zero included.
 };
-
-/// Concatenation. A null `char const*` counts as the empty text.
-FX_API fxTempStr operator|(const fxStr& a, const fxStr& b);
-FX_API fxTempStr operator|(const fxStr& a, const char* b);
-FX_API fxTempStr operator|(const char* a, const fxStr& b);
-
-/// Appends to `a` itself and returns it: `a` is the accumulator, although it
-/// is taken by constant reference so that a temporary can be bound to it.
-/// Requires: `a` was not defined as a constant object.
-FX_API fxTempStr& operator|(const fxTempStr& a, const fxStr& b);
-FX_API fxTempStr& operator|(const fxTempStr& a, const char* b);
 
 #endif

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <climits>
 #include <cstring>
 #include <random>
@@ -41,6 +42,33 @@ public:
 
 private:
     std::mt19937 rng{testSeed()};
+};
+
+// Shows a text in pieces; with pieces of 0 bytes it has no buffer at all.
+class PiecewiseBuffer : public std::streambuf {
+public:
+    PiecewiseBuffer(std::string all, size_t size) : text(std::move(all)), piece(size) {}
+
+protected:
+    int_type underflow() override {
+        if (shown == text.size()) return traits_type::eof();
+        if (piece != 0) {
+            const size_t size = std::min(piece, text.size() - shown);
+            setg(&text[shown], &text[shown], &text[shown] + size);
+            shown += size;
+            return traits_type::to_int_type(*gptr());
+        }
+        return traits_type::to_int_type(text[shown]);
+    }
+    int_type uflow() override {
+        if (piece != 0) return std::streambuf::uflow();
+        return shown == text.size() ? traits_type::eof() : traits_type::to_int_type(text[shown++]);
+    }
+
+private:
+    std::string text;
+    size_t piece;
+    size_t shown = 0;
 };
 
 }  // namespace
@@ -431,6 +459,19 @@ TEST(Str, EveryItemOfAStreamIsReadOnce) {
         while (in >> item) items.emplace_back(item.view());
         EXPECT_EQ(items, each.items) << each.input;
         EXPECT_TRUE(in.eof() && sharesEmptyByte(item));
+    }
+}
+
+TEST(Str, ItemsMayComeInPiecesOfAnySize) {
+    for (const size_t piece : {0U, 1U, 3U, 7U, 100U}) {
+        PiecewiseBuffer buffer("alpha,,a longer item than the others,omega", piece);
+        std::istream in(&buffer);
+        in >> _delimiter(',');
+        std::vector<std::string> items;
+        for (fxStr item; in >> item;) items.emplace_back(item.view());
+        const std::vector<std::string> expected{"alpha", "", "a longer item than the others",
+                                                "omega"};
+        EXPECT_EQ(items, expected) << piece;
     }
 }
 
