@@ -26,6 +26,7 @@
 
 namespace {
 
+fxTypeObj* const noBase[] = {nullptr};
 fxTypeObj* const xdrObjBase[] = {&fxXDRObj_type, nullptr};
 fxTypeObj* const arrayBase[] = {&fxArray_type, nullptr};
 fxTypeObj* const dictionaryBase[] = {&fxDictionary_type, nullptr};
@@ -55,8 +56,8 @@ FX_RECORD(fxShortArray, "ARRAY", arrayBase);
 FX_ABSTRACT_RECORD(fxSet, "fxSet");
 FX_RECORD(fxLongArray, "ARRAY", arrayBase);
 FX_RECORD(fxIntArray, "ARRAY", arrayBase);
-FX_RECORD(fxXDRObj, "fxXDRObj", nullptr);
-FX_RECORD(fxStr, "fxStr", nullptr);
+FX_RECORD(fxXDRObj, "fxXDRObj", noBase);
+FX_RECORD(fxStr, "fxStr", noBase);
 fxOrderedGlobal fxOG_Init(fxOG_Init_cons, fxOG_Init_dest, nullptr, 1);
 FX_RECORD(fxFloatArray, "ARRAY", arrayBase);
 FX_RECORD(fxDoubleArray, "ARRAY", arrayBase);

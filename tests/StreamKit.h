@@ -1,0 +1,187 @@
+// For tests of streams: a stream in memory, streams written by hand, and
+// classes with fields of every kind.
+#ifndef FXDS_TESTS_STREAMKIT_H
+#define FXDS_TESTS_STREAMKIT_H
+
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <set>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "fxds/BinaryReader.h"
+#include "fxds/BinaryWriter.h"
+#include "fxds/IntArray.h"
+#include "fxds/Str.h"
+#include "fxds/StrArray.h"
+#include "fxds/Stream.h"
+#include "fxds/Transcriber.h"
+#include "fxds/Xdr.h"
+
+/// Reads from the front of a string, writes to its end.
+class MemoryStream : public fxStream {
+public:
+    explicit MemoryStream(std::string bytes_ = "") : bytes(std::move(bytes_)) {}
+
+    std::string bytes;
+    size_t taken = 0;         ///< How much was read.
+    size_t limit = SIZE_MAX;  ///< The disk is full at this length.
+    fxStreamType type = fxStreamReadWrite;
+
+    bool hasError() override { return false; }
+    bool atEOF() override { return false; }
+    bool isReading() override { return type != fxStreamWrite; }
+    bool isWriting() override { return type != fxStreamRead; }
+    fxStreamType getType() override { return type; }
+    bool getBytes(char* p, unsigned int n) override { return get(p, n); }
+    bool getShorts(short* p, unsigned int n) override { return get(p, 2 * size_t{n}); }
+    bool getInts(int* p, unsigned int n) override { return get(p, 4 * size_t{n}); }
+    bool getLongs(long* p, unsigned int n) override { return get(p, 8 * size_t{n}); }
+    bool getFloats(float* p, unsigned int n) override { return get(p, 4 * size_t{n}); }
+    bool getDoubles(double* p, unsigned int n) override { return get(p, 8 * size_t{n}); }
+    bool putBytes(const char* p, unsigned int n) override { return put(p, n); }
+    bool putShorts(const short* p, unsigned int n) override { return put(p, 2 * size_t{n}); }
+    bool putInts(const int* p, unsigned int n) override { return put(p, 4 * size_t{n}); }
+    bool putLongs(const long* p, unsigned int n) override { return put(p, 8 * size_t{n}); }
+    bool putFloats(const float* p, unsigned int n) override { return put(p, 4 * size_t{n}); }
+    bool putDoubles(const double* p, unsigned int n) override { return put(p, 8 * size_t{n}); }
+
+private:
+    bool get(void* to, size_t n) {
+        if (n > bytes.size() - taken) return false;
+        if (n != 0) std::memcpy(to, bytes.data() + taken, n);
+        taken += n;
+        return true;
+    }
+    bool put(const void* from, size_t n) {
+        if (bytes.size() + n > limit) return false;
+        bytes.append(static_cast<const char*>(from), n);
+        return true;
+    }
+};
+
+/// Streams of a test, held so that the test can look at them.
+class HeldStream {
+public:
+    explicit HeldStream(std::string bytes = "") : stream(new MemoryStream(std::move(bytes))) {
+        stream->take();
+    }
+    HeldStream(const HeldStream&) = delete;
+    HeldStream& operator=(const HeldStream&) = delete;
+    ~HeldStream() { stream->release(); }
+
+    MemoryStream* operator->() const { return stream; }
+    operator fxStream*() const { return stream; }
+
+private:
+    MemoryStream* stream;
+};
+
+// Records by hand, as the grammar has them.
+
+inline std::string word(unsigned long value, unsigned int byteCount = 4) {
+    std::string bytes;
+    for (unsigned int i = 0; i < byteCount; ++i) {
+        bytes += static_cast<char>(value >> (8 * i) & 0xFFU);
+    }
+    return bytes;
+}
+
+/// Tag, fields, payload; the size of the length as the writer chooses it.
+inline std::string record(unsigned int tag, const std::string& fields = "",
+                          const std::string& payload = "") {
+    const size_t n = payload.size();
+    const unsigned int lengthBytes = n == 0 ? 0 : n < 0x100 ? 1 : n < 0x10000 ? 2 : 4;
+    const unsigned int code = lengthBytes == 4 ? 3 : lengthBytes;
+    return static_cast<char>(code << 6U | tag) + word(n, lengthBytes) + fields + payload;
+}
+
+inline std::string typeRecord(unsigned int id, const std::string& name) {
+    return record(2, word(id) + name + '\0');
+}
+
+inline std::string objectRecord(unsigned int id, unsigned int typeId, const std::string& payload,
+                                unsigned int version = 1) {
+    return record(10, word(id) + word(typeId) + word(version), payload);
+}
+
+inline std::string long8(long value) { return word(static_cast<unsigned long>(value), 8); }
+
+inline std::string header(short shortMark = 0x1122, long longMark = 0x33445566) {
+    return std::string("fxBinaryWriter\0ieee\0", 20) +
+           word(static_cast<unsigned short>(shortMark), 2) + long8(longMark);
+}
+
+// Saving to and loading from memory.
+
+template <class C>
+std::string saved(C* root) {
+    HeldStream stream;
+    const std::unique_ptr<fxTranscriber> writer(fxTranscriber::getWriter(stream));
+    return writer != nullptr && fxWriteObject(*writer, root) ? stream->bytes : "failed";
+}
+
+template <class C>
+C* loaded(const std::string& bytes) {
+    HeldStream stream(bytes);
+    stream->type = fxStream::fxStreamRead;
+    const std::unique_ptr<fxTranscriber> reader(fxTranscriber::getReader(stream));
+    return reader != nullptr ? fxReadObject<C>(*reader) : nullptr;
+}
+
+/// Writes and reads back, on the same stream.
+template <class C>
+C* travelled(C* root) {
+    return loaded<C>(saved(root));
+}
+
+/// An object that a test can find again: all that live are listed, so that a
+/// test can delete them whatever they point to, and see that none is left.
+class Listed : public fxXDRObj {
+    FX_TRANSCRIBABLE(Listed)
+
+    Listed() { all().insert(this); }
+    Listed(const Listed&) = delete;
+    Listed& operator=(const Listed&) = delete;
+    ~Listed() override { all().erase(this); }
+
+    static std::set<Listed*>& all() {
+        static std::set<Listed*> list;
+        return list;
+    }
+    static void deleteAll() {
+        while (!all().empty()) delete *all().begin();
+    }
+
+    long number = 0;
+};
+FX_TRANSCRIBABLE_TYPE(Listed, "Listed", 1);
+inline fxBool Listed::xdr(fxTranscriber& t) { return fxXdr(t, number); }
+
+/// Two pointers, a text and numbers.
+class Node : public Listed {
+    FX_TRANSCRIBABLE(Node)
+    fxStr text;
+    Node* left = nullptr;
+    Listed* right = nullptr;
+};
+FX_TRANSCRIBABLE_TYPE(Node, "Node", 1, Listed);
+inline fxBool Node::xdr(fxTranscriber& t) {
+    return fxXdrBase<Listed>(t, this) && fxXdr(t, text) && fxXdrObject(t, left) &&
+           fxXdrObject(t, right);
+}
+
+/// Of another type and version than Node.
+class Leaf : public Listed {
+    FX_TRANSCRIBABLE(Leaf)
+    Node* owner = nullptr;
+    double weight = 0;
+};
+FX_TRANSCRIBABLE_TYPE(Leaf, "Leaf", 2, Listed);
+inline fxBool Leaf::xdr(fxTranscriber& t) {
+    return fxXdrBase<Listed>(t, this) && fxXdrObject(t, owner) && fxXdr(t, weight);
+}
+
+#endif
