@@ -1,0 +1,78 @@
+// Regular expressions: compile, match, substitute.
+#ifndef FXDS_REGEXP_H
+#define FXDS_REGEXP_H
+
+#include <cstddef>
+
+#include "fxds/Config.h"
+
+/// A compiled expression: one malloc() block. The fields are for reading; a
+/// program that was written to is noticed and matches nothing.
+///
+/// The program is a magic byte and then nodes: an opcode byte, two bytes with
+/// the distance to the next node (high byte first, 0 for none; backwards for a
+/// loop's way back) and an operand, which for text and sets is zero-terminated.
+/// What the matcher prepared for itself follows the program in the same block.
+struct fxregexp {
+    /// Start and end of the last match and of its groups 1 to 9: views into the
+    /// subject, null for a group that took no part and after a failed match.
+    const char* startp[10];
+    const char* endp[10];
+    char regstart;                ///< A byte that every match begins with, or 0.
+    char reganch;                 ///< Not 0 when a match can only be at the very start.
+    unsigned short programSize_;  ///< In what would be padding: moves no other field.
+    char* regmust;                ///< Text that every match contains, in the program; or null.
+    int regmlen;                  ///< Length of `regmust`.
+    char program[1];              ///< In truth as long as the nodes need.
+};
+
+/// Compiles `pattern`. Given: release it with free(). Returns null when the
+/// pattern is null or faulty, is too big (32767 bytes of program), or when
+/// memory runs out.
+///
+/// Alternatives stand between `|` or newlines; they are sequences of pieces. A
+/// piece is an atom, or an atom and `*` (any number), `+` (at least one) or `?`
+/// (at most one). Atoms: a group in parentheses (nine at most), `.` (any
+/// character, newline too), `^` and `$` (start and end of the subject, wherever
+/// they stand), a set such as `[a-z_]` or its complement `[^a-z_]`, `\<` (start
+/// of a word), `\>` (no word character follows), a backslash and the character
+/// that it stands for, or a character standing for itself. Braces are ordinary.
+///
+/// What `*` and `+` repeat must not be able to match the empty text.
+FX_API fxregexp* fxregcomp(const char* pattern);
+
+/// As above. When null is returned, `*message` is set to the reason, a text that
+/// lives as long as the program; otherwise it is set to null.
+/// Requires: message not null.
+FX_API fxregexp* fxregcomp(const char* pattern, const char** message);
+
+/// Searches the zero-terminated `subject`. Returns 1 and sets `startp` and
+/// `endp` when there is a match: the leftmost, and there the first that trying
+/// alternatives in order and repeating as often as possible leads to. Returns 0
+/// otherwise, also for null arguments and a damaged program.
+///
+/// Cost: no recursion. The time grows with the length of the subject times the
+/// size of the pattern, never exponentially. Short work allocates nothing.
+/// Different compiled expressions may be matched in different threads.
+FX_API int fxregexec(fxregexp* compiled, const char* subject);
+
+/// Expands `text` with the last match: `&` and `\0` stand for the whole match,
+/// `\1` to `\9` for the groups (nothing for one without part), `\&` and `\\` for
+/// `&` and `\`; any other backslash stands for itself. Writes nothing when an
+/// argument is null or the expression is damaged. Ends early when the subject
+/// has been cut short by a zero byte within a group.
+/// Requires: the subject of the match is still there; `dest` has room for the
+/// result and its terminator.
+FX_API void fxregsub(const fxregexp* compiled, const char* text, char* dest);
+
+/// The same into `size` bytes: what does not fit is cut off, and the result is
+/// terminated unless `size` is 0. Returns the length of the whole expansion
+/// without the terminator, so a result >= size was cut; -1 when nothing was
+/// written or the subject has been cut short. `dest` may be null if `size` is 0.
+FX_API long fxregsub(const fxregexp* compiled, const char* text, char* dest, size_t size);
+
+/// Is told the reason of every failure, and does nothing: failures show in the
+/// results alone.
+FX_API void fxregerror(const char* message);
+
+#endif
