@@ -1,0 +1,38 @@
+// Search for a regular expression.
+#ifndef FXDS_REGEX_H
+#define FXDS_REGEX_H
+
+#include "fxds/RegExp.h"
+#include "fxds/TextPattern.h"
+
+/// Finds a regular expression; RegExp.h tells the syntax.
+///
+/// The searches ignore `len` and look at the whole of the zero-terminated
+/// buffer. An expression that did not compile is found nowhere, with -2 for the
+/// -1 of not found. One object belongs to one thread at a time.
+class FX_API fxRegEx : public fxTextPattern {
+public:
+    explicit fxRegEx(const char* pattern);
+    explicit fxRegEx(const fxStr& pattern);
+    ~fxRegEx() override;
+
+    bool isValid() const { return compiled != nullptr; }
+
+    /// Requires, as do the other two: `buf` is zero-terminated.
+    int findBuffer(const char* buf, unsigned int len) const override;
+    int findEndBuffer(const char* buf, unsigned int len) const override;
+    void bracketBuffer(const char* buf, unsigned int len, int& start, int& end) const override;
+
+    /// View: the compiled expression with the groups of the last search, whose
+    /// buffer they point into; null when the pattern did not compile.
+    const fxregexp* expression() const { return compiled; }
+
+private:
+    fxregexp* compiled;  // malloc() block
+};
+
+/// True when `s` contains one of `.+*^$(){}[]`, that is, when it was likely
+/// meant as an expression. `|`, `?` and backslash alone do not count.
+FX_API bool fxIsRegEx(const char* s);
+
+#endif
