@@ -28,14 +28,9 @@ unsigned int fxSequencer::operator()(unsigned int number) {
     unsigned int above = 0;  // the first range that starts above the number
     while (above < ranges.length() && ranges[above].start <= number) ++above;
 
-    const bool joinsAbove = above < ranges.length() && number == ranges[above].start - 1;
-    const bool joinsBelow =
-        above > 0 && ranges[above - 1].start + ranges[above - 1].length == number;
-    if (joinsAbove) {
+    if (above < ranges.length() && number == ranges[above].start - 1) {
         --ranges[above].start;
         ++ranges[above].length;
-    } else if (joinsBelow) {
-        ++ranges[above - 1].length;
     } else {
         ranges.insert({number, 1}, above);
     }
