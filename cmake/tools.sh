@@ -12,12 +12,15 @@ die() {
 }
 
 # need PACKAGE=PROOF...: sees to it that the Debian packages are there. PROOF is
-# a command or a file of the package; looking for it takes no time, asking the
+# a command or, with its full path, a file of the package; looking for it takes no time, asking the
 # package manager would.
 need() {
     local pair missing=() as_root=()
     for pair in "$@"; do
-        [[ -e ${pair#*=} ]] || command -v "${pair#*=}" >/dev/null || missing+=("${pair%%=*}")
+        case ${pair#*=} in
+            /*) [[ -e ${pair#*=} ]] ;;
+            *) command -v "${pair#*=}" >/dev/null ;;
+        esac || missing+=("${pair%%=*}")
     done
     ((${#missing[@]} == 0)) && return
 
