@@ -5,7 +5,8 @@ set(fxds_layers
   "Config Fatal Debug Block"
   # Counting, types; classes that need nothing else of the library.
   "RCObj RPtr Counted TypeObj XDRObj Transcriber Pool
-   RegExp RegProgram PathFunctions GenericList IndexableList BoundingBox NameSpace HashTable"
+   RegExp RegProgram PathFunctions GenericList IndexableList ListWalk BoundingBox NameSpace
+   HashTable"
   # Arrays and strings.
   "Array TypedArray
    BoolArray CharArray UnsignedCharArray ShortArray UnsignedShortArray IntArray LongArray

@@ -73,5 +73,10 @@
 // Patterns and paths.
 
 // Lists, boxes, atoms and integer tables.
+#include "fxds/BoundingBox.h"
+#include "fxds/GenericList.h"
+#include "fxds/HashTable.h"
+#include "fxds/IndexableList.h"
+#include "fxds/NameSpace.h"
 
 #endif

@@ -4,19 +4,13 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <functional>
 #include <random>
 #include <string>
 #include <vector>
 
 #include "fxds/fxds.h"
-
-// The seed of every random test; FX_TEST_SEED varies it.
-inline unsigned int testSeed() {
-    const char* text = std::getenv("FX_TEST_SEED");
-    return text != nullptr ? static_cast<unsigned int>(std::strtoul(text, nullptr, 10)) : 20261121u;
-}
+#include "tests/TestSeed.h"
 
 // A value that counts how many of it there are.
 class CountedData : public fxValueData<int> {

@@ -1,0 +1,84 @@
+// A list of pointers with positions, which checks them.
+#ifndef FXDS_GENERICLIST_H
+#define FXDS_GENERICLIST_H
+
+#include "fxds/Config.h"
+#include "fxds/ListWalk.h"
+
+/// One item of a GenericList, made and destroyed by it. View: good until the
+/// item is removed.
+class FX_API GenericNode {
+public:
+    GenericNode(const GenericNode&) = delete;
+    GenericNode& operator=(const GenericNode&) = delete;
+    /// Joins the neighbours.
+    ~GenericNode();
+
+    void* getItem() const { return item; }
+    GenericNode* getNext() const { return next; }
+    GenericNode* getPrev() const { return prev; }
+
+    GenericNode* prev;
+    GenericNode* next;
+    void* item;  ///< borrowed
+
+private:
+    friend class GenericList;
+    explicit GenericNode(void* item_) : prev(nullptr), next(nullptr), item(item_) {}
+};
+
+/// Holds pointers, which it neither looks at nor releases. Positions count from
+/// 0. The position found or made last is remembered, so going through the list
+/// by position costs one step each. A bad position ends the process with a
+/// message.
+class FX_API GenericList {
+public:
+    GenericList();
+    GenericList(const GenericList& source);
+    /// Holds the items of `source` instead of its own.
+    GenericList& operator=(const GenericList& source);
+    ~GenericList();
+
+    long getCount() const { return count; }
+    bool isEmpty() const { return count == 0; }
+    GenericNode* getHead() const { return head; }
+    GenericNode* getTail() const { return tail; }
+
+    /// The node or item at a position. Fatal unless 0 <= index < getCount().
+    GenericNode* findNode(long index) const;
+    void* findItem(long index) const { return findNode(index)->item; }
+    void* findItem(int index) const { return findItem(static_cast<long>(index)); }
+
+    GenericNode* append(void* item);
+    GenericNode* prepend(void* item);
+    /// Puts the item at a position. Fatal unless 0 <= index <= getCount().
+    GenericNode* insertAt(long index, void* item);
+
+    // Each answers the item removed.
+
+    /// Fatal on an empty list. Requires: the node is in this list.
+    void* remove(GenericNode* node);
+    /// Removes the first node that holds `item`; null when there is none.
+    void* remove(void* item);
+    /// Removes by position. Fatal unless 0 <= index < getCount().
+    void* remove(long index);
+    void* remove(int index) { return remove(static_cast<long>(index)); }
+    void clear();
+
+    // For range-for over the items; they may not be removed meanwhile.
+    static void* itemOf(GenericNode* node) { return node->item; }
+    typedef fxListIterator<GenericNode, void*, &GenericList::itemOf> Iterator;
+    Iterator begin() const { return Iterator(head); }
+    Iterator end() const { return Iterator(nullptr); }
+
+private:
+    void remember(long index, GenericNode* node) const;
+
+    long count;
+    mutable long cachedIndex;
+    GenericNode* head;
+    GenericNode* tail;
+    mutable GenericNode* cachedNode;
+};
+
+#endif

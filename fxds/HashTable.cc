@@ -1,0 +1,114 @@
+#include "fxds/HashTable.h"
+
+#include <climits>
+#include <cstdlib>
+
+// The table grows by the number of additions ever made, not by the number of
+// entries: count never falls.
+
+namespace {
+
+constexpr unsigned int firstLevel = 6;
+constexpr unsigned int lastLevel = 11;
+
+// How far the key's bits are folded down, by level: once more than a level
+// above the last shift is not needed.
+struct Fold {
+    unsigned int first;
+    unsigned int second;  // 0: none
+};
+constexpr Fold folds[] = {{12, 6}, {13, 7}, {16, 8}, {9, 0}, {10, 0}, {11, 0}};
+
+}  // namespace
+
+HashTable::HashTable()
+    : buckets(new HashEntry*[1u << firstLevel]()),
+      count(0),
+      size(1 << firstLevel),
+      level(firstLevel) {}
+
+HashTable::~HashTable() {
+    for (int i = 0; i < size; ++i) {
+        while (HashEntry* entry = buckets[i]) {
+            buckets[i] = entry->next;
+            delete entry;
+        }
+    }
+    delete[] buckets;
+}
+
+HashEntry* HashTable::add(unsigned long key, void* value) {
+    if (searchBucketFor(buckets[hash(key)], key) != nullptr) std::abort();
+    HashEntry* entry = addElement(key);
+    entry->value = value;
+    return entry;
+}
+
+void* HashTable::lookup(unsigned long key) const {
+    const HashEntry* entry = searchBucketFor(buckets[hash(key)], key);
+    return entry != nullptr ? entry->value : nullptr;
+}
+
+void HashTable::remove(unsigned long key) {
+    HashEntry*& head = buckets[hash(key)];
+    HashEntry* entry = searchBucketFor(head, key);
+    if (entry == nullptr) return;
+    if (entry == head) head = entry->next;
+    if (entry->prev != nullptr) entry->prev->next = entry->next;
+    if (entry->next != nullptr) entry->next->prev = entry->prev;
+    delete entry;
+}
+
+void HashTable::mapcar(void (*f)(HashEntry*)) {
+    for (int i = 0; i < size; ++i) {
+        for (HashEntry *entry = buckets[i], *next; entry != nullptr; entry = next) {
+            next = entry->next;
+            f(entry);
+        }
+    }
+}
+
+unsigned int HashTable::hash(unsigned long key) const {
+    if (level < firstLevel || level > lastLevel) return 0;
+    const unsigned int low = static_cast<unsigned int>(key & 0xFFFFF);
+    const Fold fold = folds[level - firstLevel];
+    unsigned int folded = low >> fold.first ^ low;
+    if (fold.second != 0) folded ^= low >> fold.second;
+    return folded & ((1u << level) - 1);
+}
+
+HashEntry* HashTable::searchBucketFor(HashEntry* head, unsigned long key) const {
+    while (head != nullptr && head->key != key) head = head->next;
+    return head;
+}
+
+void HashTable::linkAtHead(HashEntry* entry) {
+    HashEntry*& head = buckets[hash(entry->key)];
+    entry->prev = nullptr;
+    entry->next = head;
+    if (head != nullptr) head->prev = entry;
+    head = entry;
+}
+
+HashEntry* HashTable::addElement(unsigned long key) {
+    if (count >= 4 * size && level < lastLevel) rebuildTable();
+    HashEntry* entry = new HashEntry{key, nullptr, nullptr, nullptr};
+    linkAtHead(entry);
+    if (count < INT_MAX) ++count;
+    return entry;
+}
+
+void HashTable::rebuildTable() {
+    HashEntry** old = buckets;
+    const int oldSize = size;
+    size *= 2;
+    ++level;
+    buckets = new HashEntry*[static_cast<size_t>(size)]();
+    for (int i = 0; i < oldSize; ++i) {
+        for (HashEntry *entry = old[i], *next; entry != nullptr; entry = next) {
+            next = entry->next;
+            linkAtHead(entry);
+        }
+    }
+    delete[] old;
+}

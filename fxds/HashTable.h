@@ -1,0 +1,63 @@
+// A small hash table from integers to pointers.
+#ifndef FXDS_HASHTABLE_H
+#define FXDS_HASHTABLE_H
+
+#include "fxds/Config.h"
+
+/// One entry of a HashTable, made and destroyed by it. View: good until the
+/// key is removed.
+class FX_API HashEntry {
+public:
+    unsigned long getKey() const { return key; }
+    void* getValue() const { return value; }
+    void setValue(void* value_) { value = value_; }
+
+    unsigned long key;
+    void* value;  ///< borrowed
+    HashEntry* next;
+    HashEntry* prev;
+};
+
+/// Maps keys to pointers, which it neither looks at nor releases. It starts
+/// with 64 buckets and doubles them, up to 2048, after every 4 additions per
+/// bucket. Additions count even when the entries are removed again. Only the
+/// low 20 bits of a key choose its bucket.
+class FX_API HashTable {
+public:
+    HashTable();
+    HashTable(const HashTable&) = delete;
+    HashTable& operator=(const HashTable&) = delete;
+    ~HashTable();
+
+    /// Adds a key; aborts when it is present.
+    HashEntry* add(unsigned long key, void* value);
+    /// The value of a key; null when it is absent.
+    void* lookup(unsigned long key) const;
+    /// Removes a key; nothing when it is absent.
+    void remove(unsigned long key);
+
+    /// Calls `f` on every entry, bucket by bucket. `f` may remove the entry
+    /// that it is given, but no other, and may not add any.
+    void mapcar(void (*f)(HashEntry*));
+
+    int getCount() const { return count; }  ///< Additions ever made.
+    int getSize() const { return size; }    ///< Number of buckets.
+    unsigned int getLevel() const { return level; }
+
+    // The steps of which the above are made.
+
+    unsigned int hash(unsigned long key) const;
+    HashEntry* searchBucketFor(HashEntry* head, unsigned long key) const;
+    HashEntry* addElement(unsigned long key);
+    void rebuildTable();
+
+private:
+    void linkAtHead(HashEntry* entry);
+
+    HashEntry** buckets;
+    int count;
+    int size;
+    unsigned int level;  // base-2 logarithm of size
+};
+
+#endif

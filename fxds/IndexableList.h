@@ -1,0 +1,102 @@
+// A list of objects that carry the links themselves.
+#ifndef FXDS_INDEXABLELIST_H
+#define FXDS_INDEXABLELIST_H
+
+#include "fxds/Config.h"
+#include "fxds/ListWalk.h"
+
+/// Base of objects that can stand in an fxIndexableList, in one at a time.
+class FX_API fxLinkItem {
+public:
+    fxLinkItem() : next(nullptr), prev(nullptr) {}
+    /// A copy stands in no list.
+    fxLinkItem(const fxLinkItem&) : fxLinkItem() {}
+    fxLinkItem& operator=(const fxLinkItem&) { return *this; }
+
+    fxLinkItem* getNext() const { return next; }
+    fxLinkItem* getPrev() const { return prev; }
+
+    fxLinkItem* next;
+    fxLinkItem* prev;
+};
+
+/// Strings the caller's objects together and never makes or destroys one. It
+/// can be cut in two and spliced as a whole. Positions count from 0; the last
+/// one found is remembered, as in GenericList. Positions are not checked:
+/// outside the list nothing is found.
+///
+/// Requires throughout: a link handed in stands in no list, unless the
+/// operation says that it stands in this one.
+class FX_API fxIndexableList {
+public:
+    fxIndexableList();
+    /// Takes over the chain that begins with `first`, which may be null.
+    explicit fxIndexableList(fxLinkItem* first);
+    fxIndexableList(const fxIndexableList&) = delete;
+    fxIndexableList& operator=(const fxIndexableList&) = delete;
+
+    long getCount() const { return count; }
+    bool isEmpty() const { return count == 0; }
+    fxLinkItem* getHead() const { return head; }
+    fxLinkItem* getTail() const { return tail; }
+
+    /// The link at a position; null outside the list.
+    fxLinkItem* findLink(long index);
+
+    // Each answers the new count.
+
+    /// Puts the link at a position; behind everything from getCount() on.
+    long insertAt(long index, fxLinkItem* link);
+    long insert(fxLinkItem* link) { return insertAt(0, link); }
+    long append(fxLinkItem* link) { return insertAt(count, link); }
+    long appendAt(long index, fxLinkItem* link) { return insertAt(index + 1, link); }
+
+    /// Takes the link out. Requires: it stands in this list.
+    void unlink(fxLinkItem* link);
+    /// Takes the link at a position out and answers it; null outside the list.
+    fxLinkItem* unlinkAt(long index);
+
+    /// Cuts the list before the link: the chain from there on is no longer
+    /// this list's. Requires: the link stands in this list.
+    void split(fxLinkItem* link);
+    /// The same by position; answers the first link of the chain cut off, or
+    /// null outside the list.
+    fxLinkItem* splitAt(long index);
+
+    // Splicing leaves `other` empty. An empty `other`, or this list itself,
+    // changes nothing.
+
+    /// Puts the whole chain of `other` before the link at a position. Answers
+    /// the number of links moved.
+    long insertListAt(long index, fxIndexableList* other);
+    long insertList(fxIndexableList* other) { return insertListAt(0, other); }
+    /// Puts the whole chain of `other` behind the link at a position, or at
+    /// the end from getCount() on. Answers the new count.
+    ///
+    /// Mind the last position: getTail() then stays at the link that was last,
+    /// and what goes by the tail (append(), positions near the end) no longer
+    /// reaches what was spliced in behind it. To extend a list use
+    /// appendList().
+    long appendListAt(long index, fxIndexableList* other);
+    long appendList(fxIndexableList* other) { return appendListAt(count, other); }
+
+    // For range-for over the links; they may not be taken out meanwhile.
+    static fxLinkItem* linkOf(fxLinkItem* link) { return link; }
+    typedef fxListIterator<fxLinkItem, fxLinkItem*, &fxIndexableList::linkOf> Iterator;
+    Iterator begin() const { return Iterator(head); }
+    Iterator end() const { return Iterator(nullptr); }
+
+private:
+    void remember(long index, fxLinkItem* link);
+    void adopt(fxLinkItem* first);
+    void detach(fxLinkItem* link);
+    long spliced(fxIndexableList& other);
+
+    fxLinkItem* head;
+    fxLinkItem* tail;
+    long cachedIndex;
+    fxLinkItem* cachedLink;
+    long count;
+};
+
+#endif

@@ -1,0 +1,185 @@
+// The integer hash table, the name space and the bounding box.
+#include <gtest/gtest.h>
+#include <pthread.h>
+
+#include <climits>
+#include <map>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "fxds/BoundingBox.h"
+#include "fxds/HashTable.h"
+#include "fxds/NameSpace.h"
+#include "tests/TestSeed.h"
+
+namespace {
+
+TEST(HashTables, AgreeWithAModel) {
+    std::mt19937 rng(testSeed());
+    HashTable table;
+    std::map<unsigned long, void*> model;
+    for (int step = 0; step < 30000; ++step) {
+        const unsigned long key = rng() % 4000 + (rng() % 4 == 0 ? 1ul << 20 : 0);
+        const auto known = model.find(key);
+        ASSERT_EQ(table.lookup(key), known == model.end() ? nullptr : known->second);
+        if (known != model.end()) {
+            table.remove(key);
+            model.erase(known);
+            table.remove(key);
+        } else {
+            void* value = &model[key];
+            model[key] = value;
+            EXPECT_EQ(table.add(key, value)->getKey(), key);
+        }
+    }
+    EXPECT_EQ(table.getSize(), 2048);
+    EXPECT_EQ(table.getLevel(), 11u);
+    static size_t seen;
+    seen = 0;
+    table.mapcar([](HashEntry* entry) { seen += entry->getValue() != nullptr; });
+    EXPECT_EQ(seen, model.size());
+}
+
+TEST(HashTables, GrowByAdditionsAndKeepTheirOrder) {
+    HashTable table;
+    for (unsigned long i = 0; i < 256; ++i) table.add(i, nullptr);
+    EXPECT_EQ(table.getSize(), 64);
+    table.add(256, nullptr);
+    EXPECT_EQ(table.getSize(), 128);
+    HashTable busy;
+    for (int i = 0; i < 300; ++i) {
+        busy.add(7, nullptr);
+        busy.remove(7);
+    }
+    EXPECT_EQ(busy.getSize(), 128);
+    EXPECT_EQ(busy.getCount(), 300);
+    HashTable clash;
+    clash.add(1, nullptr);
+    clash.add(1 + (1ul << 20), nullptr);
+    EXPECT_EQ(clash.hash(1), clash.hash(1 + (1ul << 20)));
+    static std::vector<unsigned long> order;
+    order.clear();
+    static HashTable* walked;
+    walked = &clash;
+    clash.mapcar([](HashEntry* entry) {
+        order.push_back(entry->getKey());
+        walked->remove(entry->getKey());
+    });
+    EXPECT_EQ(order, (std::vector<unsigned long>{1 + (1ul << 20), 1})) << "newest first";
+    EXPECT_EQ(clash.lookup(1), nullptr);
+    clash.add(5, nullptr);
+    EXPECT_EXIT(clash.add(5, nullptr), testing::KilledBySignal(SIGABRT), "^$");
+}
+
+TEST(HashTables, FoldTheKeyByLevel) {
+    HashTable table;
+    const unsigned long key = 0xABCDE;
+    const unsigned int k = 0xABCDE;
+    const unsigned int expected[] = {(k >> 12 ^ k >> 6 ^ k) & 63,  (k >> 13 ^ k >> 7 ^ k) & 127,
+                                     (k >> 16 ^ k >> 8 ^ k) & 255, (k >> 9 ^ k) & 511,
+                                     (k >> 10 ^ k) & 1023,         (k >> 11 ^ k) & 2047};
+    for (unsigned int bucket : expected) {
+        EXPECT_EQ(table.hash(key), bucket);
+        table.rebuildTable();
+    }
+    EXPECT_EQ(table.hash(key), 0u) << "beyond the last level";
+}
+
+int threeNames(NameSpace* names) {
+    for (const char* name : {"red", "green", "blue"}) names->makeAtom(name, 1);
+    return 0;
+}
+
+TEST(NameSpaces, AgreeWithAModel) {
+    std::mt19937 rng(testSeed());
+    NameSpace names(threeNames, 0);
+    std::map<std::string, unsigned long> model = {{"red", 1}, {"green", 2}, {"blue", 3}};
+    for (int step = 0; step < 20000; ++step) {
+        std::string name;
+        for (size_t i = rng() % 6; i > 0; --i) name += static_cast<char>('a' + rng() % 3);
+        const auto known = model.find(name);
+        const unsigned long atom = names.makeAtom(name.c_str(), 0);
+        ASSERT_EQ(atom, known == model.end() ? 0 : known->second) << name;
+        if (known != model.end()) continue;
+        // Only the first bytes of a longer text.
+        model[name] =
+            names.makeAtom((name + "tail").c_str(), static_cast<unsigned int>(name.size()), 1);
+        ASSERT_EQ(model[name], model.size());
+        ASSERT_EQ(names.getLastAtom(), model.size());
+    }
+    for (auto& [name, atom] : model) {
+        EXPECT_EQ(names.nameForAtom(atom), name);
+        EXPECT_EQ(names.validAtom(atom), 1);
+    }
+    EXPECT_EQ(names.validAtom(0), 0);
+    EXPECT_EQ(names.nameForAtom(model.size() + 1), nullptr);
+    EXPECT_EQ(names.makeAtom("ab", 2, 0), model["ab"]);
+    names.freeAllAtoms();
+    names.freeAllAtoms();
+    EXPECT_EQ(names.nameForAtom(1), nullptr);
+    EXPECT_EQ(names.makeAtom("again", 1), 1u);
+}
+
+TEST(NameSpaces, FrozenOnesTakeOnlyChosenNumbers) {
+    NameSpace names(threeNames, 1);
+    EXPECT_EQ(names.makeAtom("green", 0), 2u);
+    EXPECT_EQ(names.makeAtom(150, "far", 3, 1), 150u);
+    EXPECT_EQ(names.getCapacity(), 200u);
+    EXPECT_EQ(names.getLastAtom(), 150u);
+    EXPECT_EQ(names.validAtom(149), 0);
+    EXPECT_EQ(names.makeAtom(2, "verdant", 7, 1), 2u);
+    EXPECT_STREQ(names.nameForAtom(2), "verdant") << "the newer name";
+    EXPECT_EQ(names.makeAtom("green", 0), 2u);
+    EXPECT_EQ(names.makeAtom(9, "green", 5, 1), 2u) << "a known name keeps its atom";
+    EXPECT_EQ(names.makeAtom(0, "nothing", 7, 1), 0u);
+    EXPECT_EQ(names.nameForAtom(0), nullptr);
+    EXPECT_EXIT(names.makeAtom("green", 1), testing::KilledBySignal(SIGABRT), "^$");
+    EXPECT_EXIT(names.makeAtom(ULONG_MAX, "huge", 4, 1), testing::KilledBySignal(SIGABRT), "");
+    NameSpace open(nullptr, 0);
+    EXPECT_EXIT(open.makeAtom(5, "five", 4, 1), testing::KilledBySignal(SIGABRT), "^$");
+    EXPECT_EXIT(NameSpace([](NameSpace*) { return 1; }, 0), testing::ExitedWithCode(255), "^$");
+}
+
+// Names whose hashes rise one by one, so that the tree is one long branch, live
+// and die on a stack that has no room for a frame per name.
+void* liveOnASmallStack(void*) {
+    NameSpace names(nullptr, 0);
+    for (int i = 0; i < 12000; ++i) {
+        // Four bytes b c d e hash to the number b e c d in base 27.
+        char name[] = {static_cast<char>(i / 19683 + 1), static_cast<char>(i / 27 % 27 + 1),
+                       static_cast<char>(i % 27 + 1), static_cast<char>(i / 729 % 27 + 1), 0};
+        names.makeAtom(name, 1);
+    }
+    EXPECT_EQ(names.getLastAtom(), 12000u);
+    return nullptr;
+}
+
+TEST(NameSpaces, DegenerateTreesNeedNoStack) {
+    pthread_attr_t attributes;
+    pthread_attr_init(&attributes);
+    pthread_attr_setstacksize(&attributes, 128 * 1024);
+    pthread_t thread;
+    ASSERT_EQ(pthread_create(&thread, &attributes, liveOnASmallStack, nullptr), 0);
+    pthread_join(thread, nullptr);
+    pthread_attr_destroy(&attributes);
+}
+
+TEST(BoundingBoxes, IntersectAndBoundByAxis) {
+    typedef fxBoundingBox Box;
+    EXPECT_EQ(Box(0, 0, 10, 10).intersect(Box(5, 5, 10, 10)), Box(5, 5, 5, 5));
+    EXPECT_EQ(Box(0, 0, 10, 10).bound(Box(5, 5, 10, 10)), Box(0, 0, 15, 15));
+    EXPECT_EQ(Box(0, 0, 10, 10).intersect(Box(20, 0, 5, 5)), Box(0, 0, 0, 5));
+    EXPECT_EQ(Box(0, 0, 10, 10).intersect(Box(10, 0, 10, 10)), Box(0, 0, 0, 10));
+    EXPECT_EQ(Box(5, 5, 2, 9).intersect(Box(0, 0, 20, 7)), Box(5, 5, 2, 2));
+    EXPECT_EQ(Box(3, 4, 0, 0).bound(Box(1, 1, 2, 2)), Box(1, 1, 2, 2));
+    EXPECT_EQ(Box(1, 1, 2, 2).bound(Box(3, 4, 0, 0)), Box(1, 1, 2, 2));
+    EXPECT_EQ(Box(30000, 0, 5000, 1).bound(Box(0, 0, 1, 1)), Box(0, 0, 1, 1));
+    // At equal positions the first box decides; an empty one keeps its place inside.
+    EXPECT_EQ(Box(1, 0, 0, 1).intersect(Box(1, 0, 5, 1)), Box(0, 0, 0, 1));
+    EXPECT_EQ(Box(1, 0, 5, 1).intersect(Box(1, 0, 0, 1)), Box(1, 0, 0, 1));
+    EXPECT_EQ(Box(INT_MAX, 0, 10, 1).intersect(Box(INT_MAX, 0, 1, 1)).width, 0) << "wraps";
+    EXPECT_NE(Box(), Box(0, 0, 0, 1));
+}
+
+}  // namespace
