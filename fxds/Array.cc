@@ -329,10 +329,10 @@ bool fxArray::xdrElements(fxTranscriber& transcriber, unsigned int byteCount,
     return true;
 }
 
-bool fxArray::reserve(unsigned int byteCount) {
-    if (byteCount == 0) return true;
+bool fxArray::reserve(std::size_t byteCount) {
+    FX_ASSERT(byteCount >= lengthBytes && byteCount <= UINT32_MAX && byteCount != 0);
     if (!resizeBlock(byteCount)) return false;
-    maxBytes = byteCount;
+    maxBytes = static_cast<unsigned int>(byteCount);
     return true;
 }
 

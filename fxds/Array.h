@@ -160,9 +160,9 @@ protected:
     /// `operation`, reading in calls of at most `pieceBytes`, so that memory
     /// is taken as the bytes arrive. When it fails the array is empty.
     bool xdrElements(fxTranscriber& transcriber, unsigned int byteCount, XdrElements* operation);
-    /// Gives an empty array a block of `byteCount` bytes, which cost nothing
-    /// until they are touched. False when it cannot be had.
-    bool reserve(unsigned int byteCount);
+    /// Makes capacity and block exactly `byteCount` bytes, at least those in
+    /// use. False, and nothing has changed, when they cannot be had.
+    bool reserve(std::size_t byteCount);
     /// Empties the array without running a hook and frees the block.
     void discard();
 

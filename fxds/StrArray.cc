@@ -1,9 +1,13 @@
 #include "fxds/StrArray.h"
 
-// Reading constructs the strings one by one in a block of the final size, and
-// counts each as soon as it exists. The block must not move meanwhile, since
-// the reader keeps the places of texts that follow later. What a stream claims
-// costs address space only: pages are touched as strings arrive.
+#include <algorithm>
+
+#include "fxds/Transcriber.h"
+
+// Reading constructs the strings one by one, counts each as soon as it exists,
+// and makes room as they arrive: the length in the stream is only a claim. The
+// reader keeps the places of texts that follow later, so it is told whenever
+// the block moves.
 
 int fxStrArray::compareElements(const void* a, const void* b) const {
     return compare(*static_cast<const fxStr*>(a), *static_cast<const fxStr*>(b));
@@ -26,15 +30,23 @@ bool fxStrArray::writeStrings(fxTranscriber& transcriber) {
 // After a failure the block stays, empty: a text whose place it holds may still
 // arrive.
 bool fxStrArray::readStrings(fxTranscriber& transcriber, unsigned int byteCount) {
-    if (!reserve(byteCount)) return false;
+    constexpr std::size_t firstBytes = 64 * sizeof(fxStr);
     while (lengthBytes < byteCount) {
+        if (lengthBytes == maxBytes) {
+            const void* const before = data;
+            const std::size_t roomier = std::max(firstBytes, 2 * std::size_t{maxBytes});
+            if (!reserve(std::min<std::size_t>(roomier, byteCount))) return forgetStrings();
+            if (before != nullptr) transcriber.placesMoved(before, lengthBytes, data);
+        }
         fxStr* const string = new (data + lengthBytes) fxStr(fxStr_type);
         lengthBytes += itemBytes;
-        if (!string->xdr(transcriber)) {
-            destroy();
-            lengthBytes = 0;
-            return false;
-        }
+        if (!string->xdr(transcriber)) return forgetStrings();
     }
     return true;
+}
+
+bool fxStrArray::forgetStrings() {
+    destroy();
+    lengthBytes = 0;
+    return false;
 }

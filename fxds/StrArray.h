@@ -29,6 +29,7 @@ public:
 private:
     bool writeStrings(fxTranscriber& transcriber);
     bool readStrings(fxTranscriber& transcriber, unsigned int byteCount);
+    bool forgetStrings();
 };
 
 #endif

@@ -11,7 +11,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <cmath>
-#include <cstring>
 #include <functional>
 #include <limits>
 #include <memory>
@@ -168,9 +167,7 @@ TEST_F(Exec, SetsHaveTheLayoutOfTheSystem) {
     exec.addSelectHandler(&high);
     const fxSelectSet set = exec.getReadSet();
     EXPECT_EQ(sizeof set * 8, 16384U);
-    fd_set systems;
-    std::memcpy(&systems, &set, sizeof systems);
-    EXPECT_TRUE(FD_ISSET(99, &systems));
+    EXPECT_TRUE(FD_ISSET(99, reinterpret_cast<const fd_set*>(&set)));
     high.keepOpen();
 }
 
@@ -596,20 +593,19 @@ TEST_F(Exec, ApplicationsMayComeAndGoInAWalk) {
 }
 
 TEST_F(Exec, DestroyedApplicationIsUnregisteredOnlyIfItWasOpen) {
-    alignas(App) unsigned char rooms[2][sizeof(App)];
-    App* const opened = new (rooms[0]) App(log, "o");
-    App* const never = new (rooms[1]) App(log, "n");
+    auto opened = std::make_unique<App>(log, "o"), never = std::make_unique<App>(log, "n");
     openOnly(*opened);
-    opened->~App();
-    never->~App();
+    App* const addresses[] = {opened.get(), never.get()};
+    opened.reset();
+    never.reset();
     log.clear();
-    EXPECT_FALSE(fx_theExecutive->contains(opened));
-    EXPECT_TRUE(fx_theExecutive->contains(never));
+    EXPECT_FALSE(fx_theExecutive->contains(addresses[0]));
+    EXPECT_TRUE(fx_theExecutive->contains(addresses[1]));
     fx_theExecutive->initialize(0, nullptr);
     fx_theExecutive->open();
     fx_theExecutive->close();
     EXPECT_EQ(log, Log()) << "a destroyed application was called";
-    fx_theExecutive->remove(never);
+    fx_theExecutive->remove(addresses[1]);
 }
 
 TEST_F(Exec, NewApplicationInThePlaceOfADestroyedOneIsServed) {

@@ -1,12 +1,14 @@
 #include <gtest/gtest.h>
 
-#include <random>
+#include <memory>
 #include <string>
 #include <vector>
 
+#include "fxds/Globals.h"
 #include "fxds/StrArray.h"
 #include "tests/ArrayModel.h"
 #include "tests/MemoryTranscriber.h"
+#include "tests/StreamKit.h"
 
 namespace {
 
@@ -109,6 +111,18 @@ TEST(StrArray, ReadsBackWhatItWrote) {
         part.append("usable");
         EXPECT_EQ(texts(part), Texts({"usable"}));
     }
+}
+
+// The reader fills the texts in after it has read the array, which has moved by
+// then.
+TEST(StrArray, GetsItsTextsWhereverTheyWereAwaited) {
+    Texts many;
+    for (int i = 0; i < 1000; ++i) many.push_back(i % 7 == 0 ? "" : std::to_string(i));
+    fxStrArray array = strings(many);
+    fxInitializeToolkit();
+    const std::unique_ptr<fxStrArray> copy(travelled(&array));
+    ASSERT_NE(copy, nullptr);
+    EXPECT_EQ(texts(*copy), many);
 }
 
 TEST(StrArray, RefusesForeignSizesAndClaimsWithoutBytes) {

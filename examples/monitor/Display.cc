@@ -12,10 +12,10 @@ const Gauge& gaugeAt(const fxVoidPtrArray& gauges, unsigned int index) {
 }
 
 // The time of day as hh:mm:ss.
-fxStr timeOfDay(double seconds) {
-    const time_t when = static_cast<time_t>(seconds);
+fxStr timeOfDay() {
+    const time_t now = std::time(nullptr);
     tm parts = {};
-    localtime_r(&when, &parts);
+    localtime_r(&now, &parts);
     fxStr text;
     text.format("%02d:%02d:%02d", parts.tm_hour, parts.tm_min, parts.tm_sec);
     return text;
@@ -23,27 +23,23 @@ fxStr timeOfDay(double seconds) {
 
 }  // namespace
 
-StatusLine::StatusLine() : time(0), paused(false), smoothing(false) {
-    addInput<&StatusLine::setTime>("time");
+StatusLine::StatusLine() : paused(false), smoothing(false) {
     addInput<&StatusLine::setInterval>("interval");
     addInput<&StatusLine::setSamples>("samples");
     addInput<&StatusLine::setPaused>("paused");
     addInput<&StatusLine::setSmoothing>("smoothing");
     addInput<&StatusLine::addNotice>("notice");
-    addInput<&StatusLine::setMessage>("message");
 }
 
 void StatusLine::addNotice(const fxStr& text) {
+    if (!noticeText.isEmpty()) noticeText.append('\n');
     noticeText.append(text);
-    noticeText.append('\n');
 }
 
-fxStr StatusLine::notices() const { return noticeText | message; }
-
 fxStr StatusLine::text(unsigned int width) const {
-    fxStr line = timeOfDay(time);
+    fxStr line = timeOfDay();
     line = line | "  every " | interval | " s" | (paused ? "  PAUSED" : "") | "  smoothing " |
-           (smoothing ? "on" : "off") | "  sample " | samples | "  keys q p + - s w";
+           (smoothing ? "on" : "off") | "  sample " | samples | "  keys q p + - s";
     return line.length() > width ? line.head(width) : line;
 }
 
@@ -63,7 +59,7 @@ void Display::redraw() {
         picture.append(gaugeAt(gauges, i).row(width, terminal.getLook()));
         picture.append("\33[K\r\n");
     }
-    const fxStr notices = status.notices();
+    const fxStr& notices = status.notices();
     for (unsigned int at = 0; at < notices.length() && rowsLeft > 0; --rowsLeft) {
         const fxStr notice = notices.token(at, '\n');
         picture.append(notice.length() > width ? notice.head(width) : notice);
@@ -82,15 +78,14 @@ void Display::suspend() {
 }
 
 Report::Report(const fxVoidPtrArray& gauges_, int lines)
-    : gauges(gauges_), done(addOutput<void>("done")), linesLeft(lines), time(0) {
-    addInput<&Report::setTime>("time");
+    : gauges(gauges_), done(addOutput<void>("done")), linesLeft(lines) {
     addInput<&Report::print>("print");
     addInput<&Report::complain>("notice");
 }
 
 void Report::print() {
     if (linesLeft == 0) return;
-    fxStr line = timeOfDay(time);
+    fxStr line = timeOfDay();
     for (unsigned int i = 0; i < gauges.length(); ++i) {
         const Gauge& gauge = gaugeAt(gauges, i);
         line =

@@ -12,8 +12,7 @@ struct Look {
     bool colour = false;
 };
 
-/// Takes a quantity in on "level" and shows it as text, bar and sparkline. What
-/// it shows it passes on on "shown".
+/// Takes a quantity in and shows it as text, bar and sparkline.
 class Gauge : public fxObj {
 public:
     enum Unit { percent, plain, bytesPerSecond };
@@ -40,7 +39,6 @@ public:
 private:
     float scaleFor(unsigned int columns) const;
 
-    const fxOutput<float> shown;
     const char* const name;
     const Unit unit;
     const float fullScale;

@@ -13,8 +13,7 @@ struct KeyMessage {
     const char* output;
 };
 const KeyMessage keyMessages[] = {{'q', "quit"},   {'p', "pause"},   {'+', "longer"},
-                                  {'=', "longer"}, {'-', "shorter"}, {'s', "smoothing"},
-                                  {'S', "save"},   {'w', "save"}};
+                                  {'=', "longer"}, {'-', "shorter"}, {'s', "smoothing"}};
 
 }  // namespace
 
