@@ -101,6 +101,8 @@ public:
     /// The named channel, or null. View.
     fxInputChannel* getInput(char const* name);
     fxOutputChannel* getOutput(char const* name);
+    /// The named output if it carries values of this data type, or null.
+    fxOutputChannel* getOutput(char const* name, unsigned short type);
 
     /// Name to channel; null before the first channel. View.
     fxVoidPtrDict* getInputs();

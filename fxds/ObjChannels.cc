@@ -118,6 +118,11 @@ fxOutputChannel* fxObj::getOutput(char const* name) {
     return findChannel<fxOutputChannel>(getOutputs(), name);
 }
 
+fxOutputChannel* fxObj::getOutput(char const* name, unsigned short type) {
+    fxOutputChannel* output = getOutput(name);
+    return output != nullptr && output->getType() == type ? output : nullptr;
+}
+
 fxInputChannel* fxObj::addInput(char const* name, unsigned short type, void* closure,
                                 void (*function)(), unsigned char replace) {
     fxInputChannel* input = new fxInputChannel(type, closure, function, replace);

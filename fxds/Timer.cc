@@ -61,10 +61,8 @@ void fxTimer::stopTimer() {
 }
 
 void fxTimer::tick() {
-    tickOutput = getOutput(tickName);
-    if (tickOutput != nullptr && tickOutput->getType() == fxDT_void) {
-        sendVoid(tickOutput, fxSendQueued);
-    }
+    tickOutput = getOutput(tickName, fxDT_void);
+    sendVoid(tickOutput, fxSendQueued);
 }
 
 void fxTimer::alarm(float seconds) {

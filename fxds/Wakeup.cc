@@ -43,6 +43,5 @@ void fxWakeup::handleRead() {
     std::uint64_t calls = 0;
     const ssize_t bytesRead = read(fd, &calls, sizeof calls);
     if (bytesRead != static_cast<ssize_t>(sizeof calls)) return;
-    fxOutputChannel* output = getOutput(outputName);
-    if (output != nullptr && output->getType() == fxDT_void) sendVoid(output, fxSendQueued);
+    sendVoid(getOutput(outputName, fxDT_void), fxSendQueued);
 }
