@@ -11,6 +11,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cmath>
+#include <cstring>
 #include <functional>
 #include <limits>
 #include <memory>
@@ -167,7 +168,9 @@ TEST_F(Exec, SetsHaveTheLayoutOfTheSystem) {
     exec.addSelectHandler(&high);
     const fxSelectSet set = exec.getReadSet();
     EXPECT_EQ(sizeof set * 8, 16384U);
-    EXPECT_TRUE(FD_ISSET(99, reinterpret_cast<const fd_set*>(&set)));
+    fd_set systems;
+    std::memcpy(&systems, &set, sizeof systems);
+    EXPECT_TRUE(FD_ISSET(99, &systems));
     high.keepOpen();
 }
 
@@ -593,19 +596,20 @@ TEST_F(Exec, ApplicationsMayComeAndGoInAWalk) {
 }
 
 TEST_F(Exec, DestroyedApplicationIsUnregisteredOnlyIfItWasOpen) {
-    auto opened = std::make_unique<App>(log, "o"), never = std::make_unique<App>(log, "n");
+    alignas(App) unsigned char rooms[2][sizeof(App)];
+    App* const opened = new (rooms[0]) App(log, "o");
+    App* const never = new (rooms[1]) App(log, "n");
     openOnly(*opened);
-    App* const addresses[] = {opened.get(), never.get()};
-    opened.reset();
-    never.reset();
+    opened->~App();
+    never->~App();
     log.clear();
-    EXPECT_FALSE(fx_theExecutive->contains(addresses[0]));
-    EXPECT_TRUE(fx_theExecutive->contains(addresses[1]));
+    EXPECT_FALSE(fx_theExecutive->contains(opened));
+    EXPECT_TRUE(fx_theExecutive->contains(never));
     fx_theExecutive->initialize(0, nullptr);
     fx_theExecutive->open();
     fx_theExecutive->close();
     EXPECT_EQ(log, Log()) << "a destroyed application was called";
-    fx_theExecutive->remove(addresses[1]);
+    fx_theExecutive->remove(never);
 }
 
 TEST_F(Exec, NewApplicationInThePlaceOfADestroyedOneIsServed) {

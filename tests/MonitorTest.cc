@@ -265,6 +265,68 @@ TEST(MonitorLines, MissingAndStrangeFilesSwitchOffTheirSamplerOnly) {
     EXPECT_EQ(0, run({"--proc", "/nowhere", "--samples", "1", "--interval", "0.02"}).exitCode);
 }
 
+TEST(MonitorRecording, ReplaysWhatWasShown) {
+    FakeProc proc;
+    const std::string file = proc.directory + "/recording";
+    const Result recorded = run(onFake(proc, {"--samples", "3", "--record", file}));
+    EXPECT_EQ(0, recorded.exitCode) << recorded.errors;
+    const Result replayed = run({"--replay", file});
+    EXPECT_EQ(0, replayed.exitCode) << replayed.errors;
+    EXPECT_EQ(recorded.output, replayed.output);  // times and alarms, too
+    EXPECT_TRUE(has(replayed.output, "swap 60.0%!")) << replayed.output;
+    EXPECT_EQ(2, countLines(run({"--replay", file, "--samples", "2"}).output));
+
+    Session session(Session::terminal, {"--replay", file, "--interval", "0.01"});
+    EXPECT_TRUE(session.sees("end of the recording"));
+    EXPECT_TRUE(session.sees("PAUSED  smoothing off  sample 3"));
+    session.type("q");
+    EXPECT_EQ(0, session.end());
+}
+
+TEST(MonitorRecording, AKeySavesAndSoDoesASignal) {
+    FakeProc proc;
+    const std::string file = proc.directory + "/recording";
+    Session session(Session::terminal, onFake(proc, {"--record", file}));
+    ASSERT_TRUE(session.sees("sample 2"));
+    session.type("w");
+    ASSERT_TRUE(session.sees("saved "));
+    EXPECT_LE(2, countLines(run({"--replay", file}).output));
+    std::filesystem::remove(file);
+    kill(session.process, SIGTERM);
+    session.end();
+    EXPECT_LE(2, countLines(run({"--replay", file}).output));
+}
+
+TEST(MonitorRecording, DamagedFilesGetOneLineAndStatus1) {
+    FakeProc proc;
+    const std::string file = proc.directory + "/recording";
+    const std::string damaged = proc.directory + "/damaged";
+    ASSERT_EQ(0, run(onFake(proc, {"--samples", "2", "--record", file})).exitCode);
+    std::ifstream in(file, std::ios::binary);
+    const std::string bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    ASSERT_LT(100U, bytes.size());
+    for (size_t length = 0; length < bytes.size(); length += 23) {
+        proc.write("damaged", bytes.substr(0, length));
+        const Result result = run({"--replay", damaged});
+        EXPECT_EQ(1, result.exitCode) << length;
+        EXPECT_EQ("monitor: " + damaged + " is damaged or no recording\n", result.errors);
+        EXPECT_EQ("", result.output);
+    }
+    for (size_t at = 0; at < bytes.size(); at += 11) {
+        std::string flipped = bytes;
+        flipped[at] = static_cast<char>(flipped[at] ^ 0x41);
+        proc.write("damaged", flipped);
+        const Result result = run({"--replay", damaged});
+        // Another value may be as good as the one that was there.
+        EXPECT_TRUE(result.exitCode == 0 || result.exitCode == 1) << at << result.errors;
+    }
+    EXPECT_EQ(1, run({"--replay", proc.directory}).exitCode);
+    const Result unwritable = run(onFake(proc, {"--samples", "1", "--record", "/nowhere/file"}));
+    EXPECT_EQ(1, unwritable.exitCode);
+    EXPECT_EQ("monitor: cannot write /nowhere/file: No such file or directory\n",
+              unwritable.errors);
+}
+
 TEST(MonitorOptions, BadOnesGetOneLineAndStatus2) {
     const std::vector<std::string> bad[] = {{"--nonsense"},
                                             {"-x"},
@@ -276,7 +338,9 @@ TEST(MonitorOptions, BadOnesGetOneLineAndStatus2) {
                                             {"--interval", "0"},
                                             {"--interval", "nan"},
                                             {"--interval", "-1"},
-                                            {"--interval", ""}};
+                                            {"--interval", ""},
+                                            {"--record", ""},
+                                            {"--record", "a", "--replay", "b"}};
     for (const std::vector<std::string>& arguments : bad) {
         const Result result = run(arguments);
         EXPECT_EQ(2, result.exitCode) << arguments[0];
@@ -289,7 +353,8 @@ TEST(MonitorOptions, BadOnesGetOneLineAndStatus2) {
 TEST(MonitorOptions, HelpNamesThemAll) {
     const Result result = run({"--help"});
     EXPECT_EQ(0, result.exitCode);
-    for (const char* option : {"--interval", "--samples", "--graph", "--proc", "--help"}) {
+    for (const char* option :
+         {"--interval", "--samples", "--graph", "--proc", "--record", "--replay", "--help"}) {
         EXPECT_TRUE(has(result.output, option)) << option;
     }
 }

@@ -14,6 +14,7 @@
 
 // The matcher itself, to run it with the memory of failures in use from the start.
 #include "../fxds/RegMatch.cc"
+#include "../fxds/RegParser.cc"
 #include "../fxds/RegPlan.cc"
 #include "RegExpModel.h"
 #include "TestSeed.h"

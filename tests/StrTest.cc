@@ -191,6 +191,19 @@ TEST(Str, FormatMayUseTheStringItself) {
     EXPECT_EQ(s.extract(11 * 200, 11), "<self|self>");
 }
 
+TEST(Str, AdoptTakesTheBlockOver) {
+    fxStr s("old");
+    char* block = strdup("adopted");
+    s.adopt(block, 8);
+    EXPECT_EQ(s.data, block);
+    expectText(s, "adopted");
+    s.adopt(strdup(""), 1);
+    EXPECT_TRUE(sharesEmptyByte(s));
+    s = "old";
+    EXPECT_EQ(s.format("%c%300d", 0, 1), 1U);  // a large block without text
+    EXPECT_TRUE(sharesEmptyByte(s));
+}
+
 TEST(Str, ResizeFillsWithZerosWhateverIsAsked) {
     fxStr s("ab");
     s.resize(5, 'x');

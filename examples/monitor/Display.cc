@@ -12,10 +12,10 @@ const Gauge& gaugeAt(const fxVoidPtrArray& gauges, unsigned int index) {
 }
 
 // The time of day as hh:mm:ss.
-fxStr timeOfDay() {
-    const time_t now = std::time(nullptr);
+fxStr timeOfDay(double seconds) {
+    const time_t when = static_cast<time_t>(seconds);
     tm parts = {};
-    localtime_r(&now, &parts);
+    localtime_r(&when, &parts);
     fxStr text;
     text.format("%02d:%02d:%02d", parts.tm_hour, parts.tm_min, parts.tm_sec);
     return text;
@@ -23,23 +23,27 @@ fxStr timeOfDay() {
 
 }  // namespace
 
-StatusLine::StatusLine() : paused(false), smoothing(false) {
+StatusLine::StatusLine() : time(0), paused(false), smoothing(false) {
+    addInput<&StatusLine::setTime>("time");
     addInput<&StatusLine::setInterval>("interval");
     addInput<&StatusLine::setSamples>("samples");
     addInput<&StatusLine::setPaused>("paused");
     addInput<&StatusLine::setSmoothing>("smoothing");
     addInput<&StatusLine::addNotice>("notice");
+    addInput<&StatusLine::setMessage>("message");
 }
 
 void StatusLine::addNotice(const fxStr& text) {
-    if (!noticeText.isEmpty()) noticeText.append('\n');
     noticeText.append(text);
+    noticeText.append('\n');
 }
 
+fxStr StatusLine::notices() const { return noticeText | message; }
+
 fxStr StatusLine::text(unsigned int width) const {
-    fxStr line = timeOfDay();
+    fxStr line = timeOfDay(time);
     line = line | "  every " | interval | " s" | (paused ? "  PAUSED" : "") | "  smoothing " |
-           (smoothing ? "on" : "off") | "  sample " | samples | "  keys q p + - s";
+           (smoothing ? "on" : "off") | "  sample " | samples | "  keys q p + - s w";
     return line.length() > width ? line.head(width) : line;
 }
 
@@ -59,7 +63,7 @@ void Display::redraw() {
         picture.append(gaugeAt(gauges, i).row(width, terminal.getLook()));
         picture.append("\33[K\r\n");
     }
-    const fxStr& notices = status.notices();
+    const fxStr notices = status.notices();
     for (unsigned int at = 0; at < notices.length() && rowsLeft > 0; --rowsLeft) {
         const fxStr notice = notices.token(at, '\n');
         picture.append(notice.length() > width ? notice.head(width) : notice);
@@ -78,14 +82,15 @@ void Display::suspend() {
 }
 
 Report::Report(const fxVoidPtrArray& gauges_, int lines)
-    : gauges(gauges_), done(addOutput<void>("done")), linesLeft(lines) {
+    : gauges(gauges_), done(addOutput<void>("done")), linesLeft(lines), time(0) {
+    addInput<&Report::setTime>("time");
     addInput<&Report::print>("print");
     addInput<&Report::complain>("notice");
 }
 
 void Report::print() {
     if (linesLeft == 0) return;
-    fxStr line = timeOfDay();
+    fxStr line = timeOfDay(time);
     for (unsigned int i = 0; i < gauges.length(); ++i) {
         const Gauge& gauge = gaugeAt(gauges, i);
         line =

@@ -13,20 +13,26 @@ public:
     StatusLine();
     const char* className() const override { return "StatusLine"; }
 
+    void setTime(double seconds) { time = seconds; }
     void setInterval(const char* text) { interval = text; }
     void setSamples(const char* text) { samples = text; }
     void setPaused(int on) { paused = on != 0; }
     void setSmoothing(int on) { smoothing = on != 0; }
+    /// Notices stay, a message makes way for the next.
     void addNotice(const fxStr& text);
+    void setMessage(const fxStr& text) { message = text; }
 
     /// At most `width` columns.
     fxStr text(unsigned int width) const;
-    const fxStr& notices() const { return noticeText; }
+    /// Notices and message, each on a line.
+    fxStr notices() const;
 
 private:
     fxStr interval;
     fxStr samples;
-    fxStr noticeText;
+    fxStr noticeText;  // ends in a line end
+    fxStr message;
+    double time;  // seconds since 1970
     bool paused;
     bool smoothing;
 };
@@ -59,6 +65,7 @@ public:
     Report(const fxVoidPtrArray& gauges, int lines);
     const char* className() const override { return "Report"; }
 
+    void setTime(double seconds) { time = seconds; }
     void print();
     /// Says on standard error that something is missing.
     void complain(const char* notice);
@@ -67,6 +74,7 @@ private:
     const fxVoidPtrArray& gauges;
     const fxOutput<void> done;
     int linesLeft;
+    double time;  // seconds since 1970
 };
 
 #endif

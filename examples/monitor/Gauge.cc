@@ -64,7 +64,11 @@ fxStr bytesText(double value) {
 }  // namespace
 
 Gauge::Gauge(const char* name_, Unit unit_, float fullScale_)
-    : name(name_), unit(unit_), fullScale(fullScale_), alarm(false) {
+    : shown(addOutput<float>("shown")),
+      name(name_),
+      unit(unit_),
+      fullScale(fullScale_),
+      alarm(false) {
     addInput<&Gauge::setLevel>("level");
     addInput<&Gauge::setDetail>("detail");
     addInput<&Gauge::setAlarm>("alarm");
@@ -73,6 +77,7 @@ Gauge::Gauge(const char* name_, Unit unit_, float fullScale_)
 void Gauge::setLevel(float level) {
     if (history.length() == historyLength) history.remove(0, 1);
     history.append(level);
+    shown.send(level, fxSendNow);
 }
 
 fxStr Gauge::valueText() const {
@@ -96,8 +101,8 @@ fxStr Gauge::valueText() const {
 float Gauge::scaleFor(unsigned int columns) const {
     float largest = fullScale;
     if (unit == percent) return largest;
-    const unsigned int shown = std::min(columns, history.length());
-    for (unsigned int i = history.length() - shown; i < history.length(); ++i) {
+    const unsigned int visible = std::min(columns, history.length());
+    for (unsigned int i = history.length() - visible; i < history.length(); ++i) {
         largest = std::max(largest, history[i]);
     }
     return largest;

@@ -12,7 +12,8 @@ struct Look {
     bool colour = false;
 };
 
-/// Takes a quantity in and shows it as text, bar and sparkline.
+/// Takes a quantity in on "level" and shows it as text, bar and sparkline. What
+/// it shows it passes on on "shown".
 class Gauge : public fxObj {
 public:
     enum Unit { percent, plain, bytesPerSecond };
@@ -39,6 +40,7 @@ public:
 private:
     float scaleFor(unsigned int columns) const;
 
+    const fxOutput<float> shown;
     const char* const name;
     const Unit unit;
     const float fullScale;

@@ -13,7 +13,8 @@ struct KeyMessage {
     const char* output;
 };
 const KeyMessage keyMessages[] = {{'q', "quit"},   {'p', "pause"},   {'+', "longer"},
-                                  {'=', "longer"}, {'-', "shorter"}, {'s', "smoothing"}};
+                                  {'=', "longer"}, {'-', "shorter"}, {'s', "smoothing"},
+                                  {'S', "save"},   {'w', "save"}};
 
 }  // namespace
 

@@ -5,7 +5,7 @@
 #include "fxds/SelectHandler.h"
 
 /// Sends a void message on the output that belongs to the key pressed: "quit",
-/// "pause", "longer", "shorter", "smoothing". When the terminal is gone, that
+/// "pause", "longer", "shorter", "smoothing", "save". When the terminal is gone, that
 /// is "quit" too.
 class Keyboard : public fxSelectHandler {
 public:

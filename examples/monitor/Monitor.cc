@@ -2,13 +2,17 @@
 
 #include <unistd.h>
 
+#include <cerrno>
+#include <cstring>
+#include <ctime>
 #include <limits>
 
 #include "fxds/Exec.h"
 
 // A tick of the timer is queued for the samplers first, then for the counting
 // and for the screen or the report. The samplers' values go through at once, so
-// what is shown is always one complete sample.
+// what is shown is always one complete sample. In a replay the player has the
+// samplers' place and tells itself when a sample is complete.
 
 namespace {
 
@@ -16,6 +20,12 @@ namespace {
 const float intervalSteps[] = {0.1F, 0.2F, 0.5F, 1, 2, 5, 10, 30, 60};
 
 float processorCount() { return static_cast<float>(sysconf(_SC_NPROCESSORS_ONLN)); }
+
+double secondsSince1970() {
+    timespec now;
+    clock_gettime(CLOCK_REALTIME, &now);
+    return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) * 1e-9;
+}
 
 constexpr double never = std::numeric_limits<double>::infinity();
 
@@ -63,7 +73,7 @@ void Quantity::joinDirectly(Join join) {
     (source->*join)(sourceOutput, &alarm, "value");
 }
 
-Monitor::Monitor(const Options& options)
+Monitor::Monitor(const Options& options, Recording* replayed)
     : cpuSampler(options.procDirectory),
       memorySampler(options.procDirectory),
       loadSampler(options.procDirectory),
@@ -86,6 +96,9 @@ Monitor::Monitor(const Options& options)
       paused(addOutput<bool>("paused")),
       smoothing(addOutput<bool>("smoothing")),
       samples(addOutput<int>("samples")),
+      time(addOutput<double>("time")),
+      message(addOutput<const char*>("message")),
+      recordPath(options.record),
       sampleCount(0),
       smoothingOn(false) {
     addInput<&Monitor::quit>("quit");
@@ -93,10 +106,21 @@ Monitor::Monitor(const Options& options)
     addInput<&Monitor::lengthenInterval>("longer");
     addInput<&Monitor::shortenInterval>("shorter");
     addInput<&Monitor::toggleSmoothing>("toggle smoothing");
+    addInput<&Monitor::save>("save");
     addInput<&Monitor::countSample>("count");
+    addInput<&Monitor::endReplay>("end");
     timer.setInterval(options.intervalSeconds);
+    for (Quantity* quantity : quantities) gauges.append(&quantity->gauge);
 
-    connectSources();
+    if (replayed != nullptr) {
+        player = std::make_unique<Player>(*replayed);
+        connectPlayer();
+    } else {
+        recorder = std::make_unique<Recorder>();
+        connectSamplers();
+        connectSources();
+        connectRecorder();
+    }
     signals.connect("quit", this, "quit");
     if (options.samples > 0) {
         connectReport(options.samples);
@@ -107,7 +131,7 @@ Monitor::Monitor(const Options& options)
 
 Monitor::~Monitor() { fx_theExecutive->remove(this); }
 
-void Monitor::connectSources() {
+void Monitor::connectSamplers() {
     setName(cpuRate, "cpu");
     setName(receivedRate, "net in");
     setName(sentRate, "net out");
@@ -121,7 +145,10 @@ void Monitor::connectSources() {
     netSampler.connect("received", &receivedRate, "count");
     netSampler.connect("time", &sentRate, "base");
     netSampler.connect("sent", &sentRate, "count");
+    timer.connect("tick", this, "count");
+}
 
+void Monitor::connectSources() {
     cpu.setSource(cpuRate, "rate");
     memory.setSource(memorySampler, "used");
     swap.setSource(memorySampler, "swap");
@@ -134,9 +161,30 @@ void Monitor::connectSources() {
     for (Quantity* quantity : quantities) {
         connect("smoothing", &quantity->smoothing, "restart");
         quantity->setSmoothing(false);
-        gauges.append(&quantity->gauge);
     }
-    timer.connect("tick", this, "count");
+}
+
+void Monitor::connectRecorder() {
+    for (Quantity* quantity : quantities) {
+        const char* const name = quantity->gauge.getName();
+        recorder->addQuantity(name);
+        quantity->gauge.connect("shown", recorder.get(), valueChannel(name));
+        quantity->alarm.connect("active", recorder.get(), alarmChannel(name));
+    }
+    connect("time", recorder.get(), "time");
+    timer.connect("tick", recorder.get(), "finish");
+}
+
+void Monitor::connectPlayer() {
+    for (Quantity* quantity : quantities) {
+        const char* const name = quantity->gauge.getName();
+        player->connect(valueChannel(name), &quantity->gauge, "level");
+        player->connect(alarmChannel(name), &quantity->gauge, "alarm");
+    }
+    connect("prime", player.get(), "next");
+    timer.connect("tick", player.get(), "next");
+    player->connect("sent", this, "count");
+    player->connect("end", this, "end");
 }
 
 void Monitor::connectScreen() {
@@ -148,12 +196,17 @@ void Monitor::connectScreen() {
     keyboard->connect("pause", this, "pause");
     keyboard->connect("longer", this, "longer");
     keyboard->connect("shorter", this, "shorter");
-    keyboard->connect("smoothing", this, "toggle smoothing");
+    if (recorder != nullptr) {
+        keyboard->connect("smoothing", this, "toggle smoothing");
+        keyboard->connect("save", this, "save");
+    }
 
     connect("interval", &status, "interval");
     connect("samples", &status, "samples");
     connect("paused", &status, "paused");
     connect("smoothing", &status, "smoothing");
+    connect("message", &status, "message");
+    connect("time", &status, "time");
     for (Sampler* sampler : samplers) sampler->connect("notice", &status, "notice");
 
     connect("prime", display.get(), "redraw");
@@ -161,19 +214,31 @@ void Monitor::connectScreen() {
     timer.connect("tick", display.get(), "redraw");
     signals.connect("resized", display.get(), "redraw");
     signals.connect("suspend", display.get(), "suspend");
-    setSmoothing(true);
+    if (player != nullptr) {
+        player->connect("time", &status, "time");
+        smoothing.send(player->getRecording().smoothing, fxSendNow);
+    } else {
+        setSmoothing(true);
+    }
 }
 
 void Monitor::connectReport(int lines) {
     report = std::make_unique<Report>(gauges, lines);
     for (Sampler* sampler : samplers) sampler->connect("notice", report.get(), "notice");
-    timer.connect("tick", report.get(), "print");
+    if (player != nullptr) {
+        player->connect("time", report.get(), "time");
+        player->connect("sent", report.get(), "print");
+    } else {
+        connect("time", report.get(), "time");
+        timer.connect("tick", report.get(), "print");
+    }
     report->connect("done", this, "quit");
 }
 
 void Monitor::initialize(int, char**) {
     interval.send(timer.getInterval(), fxSendNow);
     samples.send(sampleCount, fxSendNow);
+    time.send(secondsSince1970(), fxSendNow);
 }
 
 void Monitor::open() {
@@ -186,6 +251,9 @@ void Monitor::open() {
 void Monitor::close() {
     timer.stopTimer();
     if (terminal != nullptr) terminal->leave();
+    if (isOpen && recorder != nullptr && !recordPath.isEmpty() && !saveTo(recordPath)) {
+        failure.format("cannot write %s: %s", recordPath.c_str(), std::strerror(errno));
+    }
     fxApplication::close();
 }
 
@@ -227,4 +295,45 @@ void Monitor::setSmoothing(bool on) {
     smoothing.send(on, fxSendNow);
 }
 
-void Monitor::countSample() { samples.send(++sampleCount, fxSendNow); }
+bool Monitor::saveTo(const fxStr& path) {
+    Recording& recording = recorder->getRecording();
+    recording.intervalSeconds = timer.getInterval();
+    recording.smoothing = smoothingOn;
+    return saveRecording(recording, path);
+}
+
+void Monitor::save() {
+    fxStr path = recordPath;
+    if (path.isEmpty()) {
+        const time_t now = std::time(nullptr);
+        tm parts = {};
+        localtime_r(&now, &parts);
+        path.format("monitor-%04d%02d%02d-%02d%02d%02d.rec", parts.tm_year + 1900, parts.tm_mon + 1,
+                    parts.tm_mday, parts.tm_hour, parts.tm_min, parts.tm_sec);
+    }
+    fxStr words;
+    if (saveTo(path)) {
+        words.format("saved %u samples to %s", recorder->getRecording().sampleCount(),
+                     path.c_str());
+    } else {
+        words.format("cannot write %s: %s", path.c_str(), std::strerror(errno));
+    }
+    message.send(words, fxSendNow);
+    changed.send();
+}
+
+void Monitor::countSample() {
+    samples.send(++sampleCount, fxSendNow);
+    if (recorder != nullptr) time.send(secondsSince1970(), fxSendNow);
+}
+
+void Monitor::endReplay() {
+    if (report != nullptr) {
+        close();
+        return;
+    }
+    timer.stopTimer();
+    paused.send(true, fxSendNow);
+    message.send("end of the recording", fxSendNow);
+    changed.send();
+}

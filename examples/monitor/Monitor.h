@@ -9,6 +9,7 @@
 #include "Gauge.h"
 #include "Keyboard.h"
 #include "Options.h"
+#include "Recorder.h"
 #include "Sampler.h"
 #include "Signals.h"
 #include "fxds/Application.h"
@@ -41,16 +42,22 @@ private:
     const char* sourceOutput;
 };
 
-/// Builds the network for what the options ask and runs until told to quit.
+/// Builds the network for what the options ask and runs until told to quit, or
+/// until a recording that is replayed without a terminal is over.
 class Monitor : public fxApplication {
 public:
-    explicit Monitor(const Options& options);
+    /// `replayed`: what to show instead of the machine (shared), or null.
+    Monitor(const Options& options, Recording* replayed);
     ~Monitor() override;
     const char* className() const override { return "Monitor"; }
 
     void initialize(int argc, char** argv) override;
     void open() override;
+    /// Saves the history when --record asks for it.
     void close() override;
+
+    /// What went wrong in the end, for the user; empty when nothing did.
+    const fxStr& getFailure() const { return failure; }
 
     // What the keys do.
     void quit() { close(); }
@@ -58,15 +65,22 @@ public:
     void lengthenInterval();
     void shortenInterval();
     void toggleSmoothing();
+    void save();
+    // What the timer and the player do.
     void countSample();
+    void endReplay();
 
 private:
     static constexpr int quantityCount = 6;
     static constexpr int samplerCount = 4;
 
     void connectSources();
+    void connectSamplers();
+    void connectRecorder();
+    void connectPlayer();
     void connectScreen();
     void connectReport(int lines);
+    bool saveTo(const fxStr& path);
     void stepInterval(int direction);
     void setSmoothing(bool on);
 
@@ -86,6 +100,9 @@ private:
     Sampler* const samplers[samplerCount];
     Quantity* const quantities[quantityCount];
     fxVoidPtrArray gauges;
+    // One records the machine, the other takes the place of all the above.
+    std::unique_ptr<Recorder> recorder;
+    std::unique_ptr<Player> player;
 
     fxTimer timer;
     Signals signals;
@@ -102,6 +119,10 @@ private:
     const fxOutput<bool> paused;
     const fxOutput<bool> smoothing;
     const fxOutput<int> samples;
+    const fxOutput<double> time;          // of the sample, in seconds since 1970
+    const fxOutput<const char*> message;  // what came of what the user asked for
+    const fxStr recordPath;
+    fxStr failure;
     int sampleCount;
     bool smoothingOn;
 };

@@ -13,11 +13,14 @@ const char usageText[] =
     "  --interval SECONDS  time between samples, 0.01 to 3600 (default 1)\n"
     "  --samples N         print N lines and end; the default, with N = 5, when the\n"
     "                      output is no terminal\n"
+    "  --record FILE       save the history, its alarms and the settings in the end\n"
+    "  --replay FILE       show what was saved instead of the machine\n"
     "  --graph             print the network of objects as Graphviz dot text and end\n"
     "  --proc DIRECTORY    read stat, meminfo, loadavg and net/dev there (default /proc)\n"
     "  --help              print this text and end\n"
     "\n"
-    "Keys: q quit, p pause, + and - longer and shorter interval, s smoothing on or off.\n"
+    "Keys: q quit, p pause, + and - longer and shorter interval, s smoothing on or off,\n"
+    "w or S save now (to the file of --record, or one named after the time).\n"
     "A red value is past its limit. Colours are left out when NO_COLOR is set.\n";
 
 namespace {
@@ -38,12 +41,14 @@ bool parseInterval(const char* text, float& seconds) {
     return end != text && *end == '\0' && seconds >= shortestInterval && seconds <= longestInterval;
 }
 
-enum Code { intervalCode = 1, samplesCode, graphCode, procCode, helpCode };
+enum Code { intervalCode = 1, samplesCode, graphCode, procCode, recordCode, replayCode, helpCode };
 
 const option longOptions[] = {{"interval", required_argument, nullptr, intervalCode},
                               {"samples", required_argument, nullptr, samplesCode},
                               {"graph", no_argument, nullptr, graphCode},
                               {"proc", required_argument, nullptr, procCode},
+                              {"record", required_argument, nullptr, recordCode},
+                              {"replay", required_argument, nullptr, replayCode},
                               {"help", no_argument, nullptr, helpCode},
                               {nullptr, 0, nullptr, 0}};
 
@@ -63,6 +68,12 @@ bool apply(int code, const char* value, Options& options) {
         case helpCode:
             options.action = Options::showHelp;
             return true;
+        case recordCode:
+            options.record = value;
+            return *value != '\0';
+        case replayCode:
+            options.replay = value;
+            return *value != '\0';
         default:
             return false;
     }
@@ -91,6 +102,10 @@ bool parseOptions(int argc, char** argv, Options& options, fxStr& error) {
     }
     if (optind < argc) {
         error.format("unexpected argument %s", argv[optind]);
+        return false;
+    }
+    if (!options.record.isEmpty() && !options.replay.isEmpty()) {
+        error = "--record and --replay exclude each other";
         return false;
     }
     return true;

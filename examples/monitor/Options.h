@@ -9,8 +9,10 @@ struct Options {
 
     Action action = watch;
     int samples = 0;            ///< Lines to print; 0: draw in place until told to quit.
-    float intervalSeconds = 1;  ///< Between samples.
+    float intervalSeconds = 0;  ///< Between samples; 0: not given.
     fxStr procDirectory = "/proc";
+    fxStr record;  ///< Where to save in the end; empty: nowhere.
+    fxStr replay;  ///< What to show instead of the machine; empty: nothing.
 };
 
 /// Shortest and longest time between samples.

@@ -1,0 +1,199 @@
+#include "Recording.h"
+
+#include <fcntl.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+
+#include "Options.h"
+#include "fxds/StdioStream.h"
+
+// Samples are counted: the recording holds each, and so do the alarms that they
+// raised. A reader makes objects that nobody holds; they are taken when all
+// pointers are there, however often a stream may have named the same object.
+
+FX_TRANSCRIBABLE_TYPE(Sample, "monitor.Sample", 1);
+FX_TRANSCRIBABLE_TYPE(AlarmEvent, "monitor.AlarmEvent", 1);
+FX_TRANSCRIBABLE_TYPE(Recording, "monitor.Recording", 1);
+
+fxBool Sample::xdr(fxTranscriber& t) { return fxXdrAll(t, time, values); }
+
+AlarmEvent::AlarmEvent(int quantity_, bool isActive_, Sample* sample_)
+    : quantity(quantity_), isActive(isActive_), sample(sample_) {
+    sample->take();
+}
+
+AlarmEvent::~AlarmEvent() {
+    if (sample != nullptr) sample->release();
+}
+
+fxBool AlarmEvent::xdr(fxTranscriber& t) {
+    return fxXdrAll(t, quantity, isActive) && fxXdrObject(t, sample);
+}
+
+void AlarmEvent::xdrSuccess(fxTranscriber& t) {
+    if (t.isReading() && sample != nullptr) sample->take();
+}
+
+namespace {
+
+void takeAll(const fxVoidPtrArray& objects) {
+    for (void* object : objects) {
+        if (object != nullptr) static_cast<fxRCObj*>(object)->take();
+    }
+}
+
+void releaseAll(fxVoidPtrArray& objects) {
+    for (void* object : objects) {
+        if (object != nullptr) static_cast<fxRCObj*>(object)->release();
+    }
+    objects.resize(0);
+}
+
+}  // namespace
+
+Recording::~Recording() {
+    releaseAll(alarms);
+    releaseAll(samples);
+}
+
+fxBool Recording::xdr(fxTranscriber& t) {
+    return fxXdrAll(t, names, intervalSeconds, smoothing) && fxXdrObjects<Sample>(t, samples) &&
+           fxXdrObjects<AlarmEvent>(t, alarms);
+}
+
+void Recording::xdrSuccess(fxTranscriber& t) {
+    if (!t.isReading()) return;
+    takeAll(samples);
+    takeAll(alarms);
+}
+
+void Recording::add(Sample* sample) {
+    sample->take();
+    samples.append(sample);
+}
+
+void Recording::add(AlarmEvent* event) {
+    event->take();
+    alarms.append(event);
+}
+
+void Recording::dropSamples(unsigned int count) {
+    for (unsigned int i = 0; i < count; ++i) {
+        while (alarms.length() > 0 && alarmAt(0).sample == samples[i]) {
+            static_cast<AlarmEvent*>(alarms[0])->release();
+            alarms.remove(0);
+        }
+        static_cast<Sample*>(samples[i])->release();
+    }
+    samples.remove(0, count);
+}
+
+const Sample& Recording::sampleAt(unsigned int index) const {
+    return *static_cast<const Sample*>(samples[index]);
+}
+
+const AlarmEvent& Recording::alarmAt(unsigned int index) const {
+    return *static_cast<const AlarmEvent*>(alarms[index]);
+}
+
+bool Recording::isConsistent() const {
+    constexpr double latest = 1e11;  // some thousand years; also keeps out NaN
+    if (!(intervalSeconds >= shortestInterval && intervalSeconds <= longestInterval)) return false;
+    for (const void* entry : samples) {
+        const Sample* const sample = static_cast<const Sample*>(entry);
+        if (sample == nullptr || sample->values.length() != names.length() ||
+            !(sample->time >= 0 && sample->time < latest))
+            return false;
+    }
+    for (const void* entry : alarms) {
+        const AlarmEvent* const event = static_cast<const AlarmEvent*>(entry);
+        if (event == nullptr || event->sample == nullptr || event->quantity < 0 ||
+            static_cast<unsigned int>(event->quantity) >= names.length())
+            return false;
+    }
+    return true;
+}
+
+bool saveRecording(Recording& recording, const char* path) {
+    const fxStr unfinished = path | fxStr(".new");
+    std::remove(unfinished);  // the tail of a longer file would stay
+    errno = 0;
+    fxStdioStream* const stream = new fxStdioStream(unfinished, fxStream::fxStreamWrite, 0666);
+    stream->take();
+    bool isDone = false;
+    fxTranscriber* const writer = stream->hasError() ? nullptr : fxTranscriber::getWriter(stream);
+    if (writer != nullptr) {
+        writer->take();
+        isDone = fxWriteObject(*writer, &recording);
+        writer->release();
+        isDone = stream->close() && isDone;
+    }
+    isDone = isDone && std::rename(unfinished, path) == 0;
+    const int error = errno != 0 ? errno : EIO;
+    stream->release();
+    if (!isDone) std::remove(unfinished);
+    errno = error;
+    return isDone;
+}
+
+namespace {
+
+// Null when there is no consistent recording in the file.
+Recording* readRecording(int fd) {
+    fxStdioStream* const stream = new fxStdioStream(dup(fd), fxStream::fxStreamRead);
+    stream->take();
+    Recording* recording = nullptr;
+    fxTranscriber* const reader = stream->hasError() ? nullptr : fxTranscriber::getReader(stream);
+    if (reader != nullptr) {
+        reader->take();
+        recording = fxReadObject<Recording>(*reader);
+        reader->release();
+    }
+    stream->release();
+    if (recording == nullptr) return nullptr;
+    recording->take();
+    if (recording->isConsistent()) {
+        --recording->refCount;  // given to the caller, with nobody holding it yet
+        return recording;
+    }
+    recording->release();
+    return nullptr;
+}
+
+// Reads in a child process, whose death is no harm.
+bool canBeRead(int fd) {
+    std::fflush(nullptr);  // or the child writes what waits once more
+    const pid_t child = fork();
+    if (child < 0) return false;
+    if (child == 0) {
+        const rlimit noCore = {0, 0};
+        setrlimit(RLIMIT_CORE, &noCore);
+        const int silence = open("/dev/null", O_WRONLY);
+        dup2(silence, STDERR_FILENO);
+        _exit(readRecording(fd) != nullptr ? 0 : 1);
+    }
+    int status = -1;
+    while (waitpid(child, &status, 0) < 0 && errno == EINTR) {
+    }
+    return status == 0;
+}
+
+}  // namespace
+
+Recording* loadRecording(const char* path, fxStr& error) {
+    const int fd = open(path, O_RDONLY | O_CLOEXEC);
+    if (fd < 0) {
+        error.format("cannot open %s: %s", path, std::strerror(errno));
+        return nullptr;
+    }
+    Recording* recording = nullptr;
+    if (canBeRead(fd) && lseek(fd, 0, SEEK_SET) == 0) recording = readRecording(fd);
+    close(fd);
+    if (recording == nullptr) error.format("%s is damaged or no recording", path);
+    return recording;
+}

@@ -1,0 +1,760 @@
+// Whatever the writer writes reads back.
+#include "fxds/BinaryReader.h"
+
+#include <gtest/gtest.h>
+#include <pthread.h>
+#include <unistd.h>
+
+#include <random>
+#include <unordered_map>
+
+#include "StreamKit.h"
+#include "TestSeed.h"
+#include "fxds/BoolArray.h"
+#include "fxds/CharArray.h"
+#include "fxds/DoubleArray.h"
+#include "fxds/FloatArray.h"
+#include "fxds/Globals.h"
+#include "fxds/LongArray.h"
+#include "fxds/ShortArray.h"
+#include "fxds/StdioStream.h"
+#include "fxds/StrSet.h"
+#include "fxds/StrStrDictionary.h"
+#include "fxds/UnsignedCharArray.h"
+#include "fxds/UnsignedLongArray.h"
+#include "fxds/UnsignedShortArray.h"
+
+namespace {
+
+enum class Colour { red, green = 7 };
+
+/// A field of every scalar type, a block of every type, and texts.
+class Scalars : public Listed {
+    FX_TRANSCRIBABLE(Scalars)
+    ~Scalars() override {
+        for (void* block : {static_cast<void*>(c), static_cast<void*>(uc), static_cast<void*>(s),
+                            static_cast<void*>(us), static_cast<void*>(i), static_cast<void*>(l),
+                            static_cast<void*>(f), static_cast<void*>(d), static_cast<void*>(text),
+                            static_cast<void*>(noText)}) {
+            std::free(block);
+        }
+    }
+
+    bool flag = false;
+    char byte = 0;
+    unsigned char ubyte = 0;
+    short small = 0;
+    unsigned short usmall = 0;
+    int middle = 0;
+    unsigned int umiddle = 0;
+    unsigned long ulong = 0;
+    float single = 0;
+    double twice = 0;
+    Colour colour = Colour::red;
+    int row[3] = {};
+    bool flags[2] = {};
+    fxStr string;
+    unsigned int n = 0;
+    char* c = nullptr;
+    unsigned char* uc = nullptr;
+    short* s = nullptr;
+    unsigned short* us = nullptr;
+    int* i = nullptr;
+    long* l = nullptr;
+    float* f = nullptr;
+    double* d = nullptr;
+    unsigned int none = 9;
+    double* noBlock = nullptr;
+    char* text = nullptr;
+    char* noText = nullptr;
+};
+FX_TRANSCRIBABLE_TYPE(Scalars, "Scalars", 3, Listed);
+fxBool Scalars::xdr(fxTranscriber& t) {
+    return fxXdrBase<Listed>(t, this) && fxXdrAll(t, flag, byte, ubyte, small, usmall, middle) &&
+           fxXdrAll(t, umiddle, ulong, single, twice, colour, row, flags, string) &&
+           fxXdrBlock(t, c, n) && fxXdrBlock(t, uc, n) && fxXdrBlock(t, s, n) &&
+           fxXdrBlock(t, us, n) && fxXdrBlock(t, i, n) && fxXdrBlock(t, l, n) &&
+           fxXdrBlock(t, f, n) && fxXdrBlock(t, d, n) && fxXdrBlock(t, noBlock, none) &&
+           fxXdrString(t, text) && fxXdrString(t, noText);
+}
+
+/// Holds each container as a field and by pointer.
+class Containers : public Listed {
+    FX_TRANSCRIBABLE(Containers)
+    Containers() = default;
+    ~Containers() override {
+        if (owns) {
+            delete intsAt;
+            delete stringsAt;
+            delete setAt;
+            delete dictionaryAt;
+            delete stringAt;
+        }
+    }
+
+    fxIntArray ints;
+    fxBoolArray bools;
+    fxStrArray strings;
+    fxStrSet set;
+    fxStrStrDictionary dictionary;
+    fxIntArray* intsAt = nullptr;
+    fxStrArray* stringsAt = nullptr;
+    fxStrSet* setAt = nullptr;
+    fxStrStrDictionary* dictionaryAt = nullptr;
+    fxStr* stringAt = nullptr;
+    bool owns = true;
+};
+FX_TRANSCRIBABLE_TYPE(Containers, "Containers", 1, Listed);
+fxBool Containers::xdr(fxTranscriber& t) {
+    return fxXdrAll(t, ints, bools, strings, set, dictionary) && fxXdrObject(t, intsAt) &&
+           fxXdrObject(t, stringsAt) && fxXdrObject(t, setAt) && fxXdrObject(t, dictionaryAt) &&
+           fxXdrObject(t, stringAt);
+}
+
+/// Any number of pointers, counted references taken when all is there.
+class Hub : public Listed {
+    FX_TRANSCRIBABLE(Hub)
+    std::vector<Listed*> spokes;
+    fxVoidPtrArray nodes;  // of Node*
+    std::vector<long> told;
+    void xdrSuccess(fxTranscriber& t) override {
+        if (!t.isReading()) return;
+        for (Listed* spoke : spokes) told.push_back(spoke != nullptr ? spoke->number : -1);
+    }
+};
+FX_TRANSCRIBABLE_TYPE(Hub, "Hub", 1, Listed);
+fxBool Hub::xdr(fxTranscriber& t) {
+    return fxXdrBase<Listed>(t, this) && fxXdrObjects(t, spokes) && fxXdrObjects<Node>(t, nodes);
+}
+
+// Bases at other addresses, plain and virtual.
+class Wheel : public virtual Listed {
+    FX_TRANSCRIBABLE(Wheel)
+    long size = 0;
+    Listed* peer = nullptr;
+};
+FX_TRANSCRIBABLE_TYPE(Wheel, "Wheel", 1, Listed);
+fxBool Wheel::xdr(fxTranscriber& t) {
+    return fxXdrBase<Listed>(t, this) && fxXdr(t, size) && fxXdrObject(t, peer);
+}
+class Sail : public virtual Listed {
+    FX_TRANSCRIBABLE(Sail)
+    double area = 0;
+};
+FX_TRANSCRIBABLE_TYPE(Sail, "Sail", 1, Listed);
+fxBool Sail::xdr(fxTranscriber& t) { return fxXdrBase<Listed>(t, this) && fxXdr(t, area); }
+class Sand : public Wheel, public Sail {
+    FX_TRANSCRIBABLE(Sand)
+    fxStr name;
+    Sail* sail = nullptr;
+};
+FX_TRANSCRIBABLE_TYPE(Sand, "Sand", 1, Wheel, Sail);
+fxBool Sand::xdr(fxTranscriber& t) {
+    return fxXdrBase<Wheel>(t, this) && fxXdrBase<Sail>(t, this) && fxXdr(t, name) &&
+           fxXdrObject(t, sail);
+}
+
+/// Makes do when its transcription fails.
+class Forgiving : public Listed {
+    FX_TRANSCRIBABLE(Forgiving)
+    fxStr first;
+    fxBool xdrFail(fxTranscriber&, void* object) override { return object == this; }
+};
+FX_TRANSCRIBABLE_TYPE(Forgiving, "Forgiving", 1, Listed);
+fxBool Forgiving::xdr(fxTranscriber& t) { return fxXdr(t, first) && false; }
+
+/// Has no record of its own, and its registered base at another address.
+class Ballast {
+public:
+    virtual ~Ballast() = default;
+    long weight = 0;
+};
+class Unregistered : public Ballast, public Node {};
+
+/// One of very many.
+class Link : public fxXDRObj {
+    FX_TRANSCRIBABLE(Link)
+    long number = 0;
+    Link* next = nullptr;
+};
+FX_TRANSCRIBABLE_TYPE(Link, "Link", 1);
+fxBool Link::xdr(fxTranscriber& t) { return fxXdr(t, number) && fxXdrObject(t, next); }
+
+class Reader : public ::testing::Test {
+protected:
+    static void SetUpTestSuite() { fxInitializeToolkit(); }
+    void TearDown() override {
+        Listed::deleteAll();
+        EXPECT_TRUE(Listed::all().empty());
+    }
+};
+
+template <class Array, class T>
+void expectTravels(std::initializer_list<T> values, unsigned int spare) {
+    Array array;
+    for (const T& value : values) array.append(value);
+    array.setMaxLength(array.length() + spare);
+    const Array copy(array);
+    for (const Array* source : {static_cast<const Array*>(&array), &copy}) {
+        const std::unique_ptr<Array> read(travelled(const_cast<Array*>(source)));
+        ASSERT_NE(read, nullptr);
+        ASSERT_EQ(read->length(), values.size());
+        EXPECT_EQ(read->getMaxLength(), read->length());
+        EXPECT_TRUE(std::equal(values.begin(), values.end(), read->begin()));
+    }
+}
+
+}  // namespace
+
+TEST_F(Reader, StringsTravelAsRoots) {
+    for (const fxStr& text : {fxStr(""), fxStr("x"), fxStr("a\0b\0", 4), fxStr("word")}) {
+        const std::unique_ptr<fxStr> read(travelled(const_cast<fxStr*>(&text)));
+        ASSERT_NE(read, nullptr);
+        EXPECT_EQ(*read, text);
+    }
+    fxStr longText(std::string(100000, 'q').c_str());
+    const std::unique_ptr<fxStr> read(travelled(&longText));
+    EXPECT_EQ(*read, longText);
+}
+
+TEST_F(Reader, EveryTypedArrayTravelsAsRoot) {
+    for (unsigned int spare : {0U, 3U}) {
+        expectTravels<fxCharArray, char>({}, spare);
+        expectTravels<fxCharArray, char>({'a', '\0', -1}, spare);
+        expectTravels<fxUnsignedCharArray, unsigned char>({1, 255}, spare);
+        expectTravels<fxBoolArray, fxBool>({1, 0, 1}, spare);
+        expectTravels<fxShortArray, short>({-1, 2, 3}, spare);
+        expectTravels<fxUnsignedShortArray, unsigned short>({1, 65535}, spare);
+        expectTravels<fxIntArray, int>({}, spare);
+        expectTravels<fxIntArray, int>({1, -2, 3}, spare);
+        expectTravels<fxLongArray, long>({1L << 40, -1}, spare);
+        expectTravels<fxUnsignedLongArray, unsigned long>({~0UL}, spare);
+        expectTravels<fxFloatArray, float>({0.5F, -2.0F}, spare);
+        expectTravels<fxDoubleArray, double>({0.1, 1e300}, spare);
+        expectTravels<fxStrArray, fxStr>({fxStr("one"), fxStr(""), fxStr("three")}, spare);
+    }
+}
+
+TEST_F(Reader, PayloadsOfEveryLengthTravel) {
+    for (unsigned int n : {0U, 1U, 255U, 256U, 511U, 512U, 513U, 100000U}) {
+        fxCharArray bytes;
+        for (unsigned int i = 0; i < n; ++i) bytes.append(static_cast<char>(i * 7 % 251));
+        const std::unique_ptr<fxCharArray> read(travelled(&bytes));
+        ASSERT_NE(read, nullptr);
+        EXPECT_TRUE(std::equal(bytes.begin(), bytes.end(), read->begin(), read->end())) << n;
+
+        Scalars scalars;
+        scalars.n = n;
+        scalars.c = static_cast<char*>(std::malloc(n + 1));
+        std::memset(scalars.c, 'c', n);
+        const Scalars* block = travelled(&scalars);
+        ASSERT_NE(block, nullptr);
+        EXPECT_EQ(std::memcmp(block->c, scalars.c, n), 0) << n;
+        EXPECT_EQ(block->c[n], '\0');
+    }
+}
+
+TEST_F(Reader, FieldsOfEveryTypeTravel) {
+    Scalars in;
+    in.number = -5;
+    in.flag = in.flags[1] = true;
+    in.byte = -1;
+    in.ubyte = 255;
+    in.small = -3;
+    in.usmall = 65535;
+    in.middle = -70000;
+    in.umiddle = 4000000000U;
+    in.ulong = ~0UL;
+    in.single = 1.5F;
+    in.twice = -0.1;
+    in.colour = Colour::green;
+    in.row[0] = 1;
+    in.row[2] = -3;
+    in.string = fxStr("a\0b", 3);
+    in.n = 2;
+    const auto block = [](auto a, auto b) {
+        auto* p = static_cast<decltype(a)*>(std::malloc(2 * sizeof a));
+        p[0] = a;
+        p[1] = b;
+        return p;
+    };
+    typedef unsigned char uchar;
+    typedef unsigned short ushort_;
+    in.c = block('x', 'y');
+    in.uc = block(uchar{1}, uchar{255});
+    in.s = block(short{-1}, short{2});
+    in.us = block(ushort_{65535}, ushort_{1});
+    in.i = block(-7, 8);
+    in.l = block(1L << 50, -1L);
+    in.f = block(0.25F, -1.0F);
+    in.d = block(1e-300, 2.0);
+    in.text = strdup("some text");
+
+    const Scalars* out = travelled(&in);
+    ASSERT_NE(out, nullptr);
+    EXPECT_EQ(out->number, in.number);
+    EXPECT_TRUE(out->flag && !out->flags[0] && out->flags[1]);
+    EXPECT_EQ(out->byte, in.byte);
+    EXPECT_EQ(out->ubyte, in.ubyte);
+    EXPECT_EQ(out->small, in.small);
+    EXPECT_EQ(out->usmall, in.usmall);
+    EXPECT_EQ(out->middle, in.middle);
+    EXPECT_EQ(out->umiddle, in.umiddle);
+    EXPECT_EQ(out->ulong, in.ulong);
+    EXPECT_EQ(out->single, in.single);
+    EXPECT_EQ(out->twice, in.twice);
+    EXPECT_EQ(out->colour, in.colour);
+    EXPECT_TRUE(std::equal(in.row, in.row + 3, out->row));
+    EXPECT_EQ(out->string, in.string);
+    ASSERT_EQ(out->n, 2U);
+    EXPECT_TRUE(out->c[0] == 'x' && out->c[1] == 'y');
+    EXPECT_TRUE(out->uc[0] == 1 && out->uc[1] == 255);
+    EXPECT_TRUE(out->s[0] == -1 && out->s[1] == 2);
+    EXPECT_TRUE(out->us[0] == 65535 && out->us[1] == 1);
+    EXPECT_TRUE(out->i[0] == -7 && out->i[1] == 8);
+    EXPECT_TRUE(out->l[0] == 1L << 50 && out->l[1] == -1);
+    EXPECT_TRUE(out->f[0] == 0.25F && out->f[1] == -1.0F);
+    EXPECT_TRUE(out->d[0] == 1e-300 && out->d[1] == 2.0);
+    EXPECT_STREQ(out->text, "some text");
+    EXPECT_EQ(out->noText, nullptr);
+    EXPECT_EQ(out->noBlock, nullptr);
+    EXPECT_EQ(out->none, 0U);
+}
+
+TEST_F(Reader, ContainersTravelAsFieldsAndByPointer) {
+    Containers in;
+    in.owns = false;
+    for (int i = 0; i < 300; ++i) {
+        const fxStr text(i, "%d");
+        in.ints.append(i);
+        in.bools.append(i % 3 == 0);
+        in.strings.append(text);
+        in.set.add(text);
+        in.dictionary.add(text, fxStr(-i, "%d"));
+    }
+    fxStr text("by pointer");
+    in.intsAt = &in.ints;
+    in.stringsAt = &in.strings;
+    in.setAt = &in.set;
+    in.dictionaryAt = &in.dictionary;
+    in.stringAt = &text;
+
+    Containers* out = travelled(&in);
+    ASSERT_NE(out, nullptr);
+    for (const fxIntArray* ints : {&out->ints, out->intsAt}) {
+        EXPECT_TRUE(std::equal(in.ints.begin(), in.ints.end(), ints->begin(), ints->end()));
+    }
+    EXPECT_TRUE(std::equal(in.bools.begin(), in.bools.end(), out->bools.begin(), out->bools.end()));
+    for (const fxStrArray* strings : {&out->strings, out->stringsAt}) {
+        EXPECT_TRUE(
+            std::equal(in.strings.begin(), in.strings.end(), strings->begin(), strings->end()));
+    }
+    for (int i = 0; i < 300; ++i) {
+        const fxStr key(i, "%d");
+        EXPECT_TRUE(out->set.contains(key) && out->setAt->contains(key));
+        ASSERT_TRUE(out->dictionary.contains(key) && out->dictionaryAt->contains(key));
+        EXPECT_EQ(*out->dictionaryAt->find(key), fxStr(-i, "%d"));
+    }
+    EXPECT_EQ(out->set.size(), 300U);
+    EXPECT_EQ(*out->stringAt, text);
+
+    Containers empty;
+    const Containers* nothing = travelled(&empty);
+    ASSERT_NE(nothing, nullptr);
+    EXPECT_TRUE(nothing->ints.isEmpty() && nothing->strings.isEmpty() && nothing->set.isEmpty());
+    EXPECT_EQ(nothing->stringsAt, nullptr);
+}
+
+TEST_F(Reader, PointersKeepTheirShape) {
+    Node a, b;
+    Leaf leaf;
+    a.number = 1;
+    b.number = 2;
+    a.left = &b;  // two to one object, from one object
+    a.right = &b;
+    b.left = &a;      // and back
+    b.right = &leaf;  // a type first seen here
+    leaf.owner = &b;  // that refers to the one before
+    leaf.weight = 2.5;
+    const Node* read = travelled(&a);
+    ASSERT_NE(read, nullptr);
+    EXPECT_EQ(read->right, read->left);
+    EXPECT_EQ(read->left->left, read);
+    const Leaf* readLeaf = dynamic_cast<Leaf*>(read->left->right);
+    ASSERT_NE(readLeaf, nullptr);
+    EXPECT_EQ(readLeaf->owner, read->left);
+    EXPECT_EQ(readLeaf->weight, 2.5);
+    EXPECT_EQ(Listed::all().size(), 6U);
+
+    Node self;
+    self.left = &self;
+    const Node* readSelf = travelled(&self);
+    ASSERT_NE(readSelf, nullptr);
+    EXPECT_EQ(readSelf->left, readSelf);
+    EXPECT_EQ(readSelf->right, nullptr);
+}
+
+TEST_F(Reader, VectorsOfPointersGrowWithTheStream) {
+    Hub hub;
+    std::vector<std::unique_ptr<Node>> nodes;
+    for (int i = 0; i < 1000; ++i) {
+        nodes.push_back(std::make_unique<Node>());
+        nodes.back()->number = i;
+        hub.spokes.push_back(i % 10 == 0 ? nullptr : nodes[static_cast<size_t>(i / 2)].get());
+        hub.nodes.append(nodes.back().get());
+    }
+    hub.spokes.push_back(&hub);
+    const Hub* read = travelled(&hub);
+    ASSERT_NE(read, nullptr);
+    ASSERT_EQ(read->spokes.size(), 1001U);
+    ASSERT_EQ(read->nodes.length(), 1000U);
+    for (size_t i = 0; i < 1000; ++i) {
+        const Node* node = static_cast<Node*>(read->nodes[static_cast<unsigned int>(i)]);
+        EXPECT_EQ(node->number, static_cast<long>(i));
+        EXPECT_EQ(read->spokes[i] == nullptr, i % 10 == 0);
+        if (i % 10 != 0) {
+            EXPECT_EQ(read->spokes[i], read->nodes[static_cast<unsigned int>(i / 2)]);
+        }
+    }
+    EXPECT_EQ(read->spokes[1000], read);
+    // xdrSuccess() came when everything was there.
+    ASSERT_EQ(read->told.size(), 1001U);
+    EXPECT_EQ(read->told[7], 3);
+}
+
+TEST_F(Reader, BasesAtOtherAddressesTravelAndCanBePointedTo) {
+    Sand sand;
+    sand.number = 3;
+    sand.size = 4;
+    sand.area = 1.5;
+    sand.name = "sand";
+    sand.sail = &sand;
+    sand.peer = static_cast<Wheel*>(&sand);
+    const Sand* read = travelled(&sand);
+    ASSERT_NE(read, nullptr);
+    EXPECT_EQ(read->number, 3);
+    EXPECT_EQ(read->size, 4);
+    EXPECT_EQ(read->area, 1.5);
+    EXPECT_EQ(read->name, "sand");
+    EXPECT_EQ(read->sail, static_cast<const Sail*>(read));
+    EXPECT_EQ(read->peer, static_cast<const Listed*>(read));
+
+    // A root may be asked for as one of its bases.
+    const Sail* asSail = loaded<Sail>(saved(&sand));
+    ASSERT_NE(asSail, nullptr);
+    EXPECT_EQ(asSail->area, 1.5);
+}
+
+TEST_F(Reader, SeveralGraphsOfOneStreamShareTheirObjects) {
+    HeldStream stream;
+    Node first, second;
+    fxStr text("text");
+    first.number = 1;
+    second.left = &first;
+    second.text = "second";
+    {
+        fxBinaryWriter writer(stream);
+        ASSERT_TRUE(fxWriteObject(writer, &first));
+        ASSERT_TRUE(fxWriteObject(writer, &text));
+        ASSERT_TRUE(fxWriteObject(writer, &second));
+    }
+    fxBinaryReader reader(stream, 0x1122, 0x33445566, "ieee");
+    const Node* readFirst = fxReadObject<Node>(reader);
+    const std::unique_ptr<fxStr> readText(fxReadObject<fxStr>(reader));
+    ASSERT_NE(readText, nullptr);
+    EXPECT_EQ(*readText, "text");
+    *readText = "the reader keeps its own";
+    const Node* readSecond = fxReadObject<Node>(reader);
+    ASSERT_NE(readSecond, nullptr);
+    EXPECT_EQ(readSecond->left, readFirst);
+    EXPECT_EQ(readSecond->text, "second");
+}
+
+TEST_F(Reader, SameTextWrittenTwiceIsReadAsTwoTexts) {
+    HeldStream stream;
+    fxStr text("text");
+    fxBinaryWriter writer(stream);
+    ASSERT_TRUE(fxWriteObject(writer, &text));
+    ASSERT_TRUE(fxWriteObject(writer, &text));
+    writer.reset();
+    text = "changed";
+    ASSERT_TRUE(fxWriteObject(writer, &text));
+
+    fxBinaryReader reader(stream, 0x1122, 0x33445566, "ieee");
+    std::unique_ptr<fxStr> first(fxReadObject<fxStr>(reader));
+    first.reset();
+    const std::unique_ptr<fxStr> second(fxReadObject<fxStr>(reader));
+    const std::unique_ptr<fxStr> third(fxReadObject<fxStr>(reader));
+    ASSERT_TRUE(second != nullptr && third != nullptr);
+    EXPECT_EQ(*second, "text");
+    EXPECT_EQ(*third, "changed");
+    EXPECT_EQ(fxReadObject<fxStr>(reader), nullptr);
+}
+
+TEST_F(Reader, PlainPointersShareTheirBlockAndStringsDoNot) {
+    HeldStream memory;
+    {
+        fxBinaryWriter writer(memory);
+        char block[] = "shared";
+        char* p = block;
+        Listed root;
+        ASSERT_TRUE(writer.xdr(&p) && writer.xdr(&p) && writer.xdr(&p, 7));
+        ASSERT_TRUE(fxWriteObject(writer, &root));
+    }
+    fxBinaryReader reader(memory, 0x1122, 0x33445566, "ieee");
+    char* one = nullptr;
+    char* two = nullptr;
+    char* three = nullptr;
+    ASSERT_TRUE(reader.xdr(&one) && reader.xdr(&two) && reader.xdr(&three, 7));
+    EXPECT_EQ(one, nullptr);
+    ASSERT_NE(fxReadObject<Listed>(reader), nullptr);
+    EXPECT_STREQ(one, "shared");
+    EXPECT_TRUE(one == two && two == three);
+    std::free(one);
+
+    // Two strings and a pointer that a stream gives one block.
+    memory->bytes = record(0, "", long8(4)) + record(3, word(1) + word(4)) +
+                    record(0, "", long8(4)) + record(4, word(1)) + record(4, word(1)) +
+                    typeRecord(3, "Listed") + objectRecord(2, 3, long8(0)) +
+                    record(5, word(1) + word(4), std::string("abc", 4));
+    memory->taken = 0;
+    fxBinaryReader strings(memory, 0x1122, 0x33445566, "ieee");
+    fxStr a, b;
+    char* plain = nullptr;
+    ASSERT_TRUE(a.xdr(strings) && b.xdr(strings) && strings.xdr(&plain));
+    ASSERT_NE(fxReadObject<Listed>(strings), nullptr);
+    EXPECT_TRUE(a == "abc" && b == "abc");
+    EXPECT_STREQ(plain, "abc");
+    EXPECT_TRUE(a.data != b.data && a.data != plain && b.data != plain);
+    std::free(plain);
+}
+
+TEST_F(Reader, ObjectThatForgivesItsFailureIsOwedNothing) {
+    // Its xdr() asks for a text and fails; the text then arrives.
+    const std::string bytes = header() + typeRecord(2, "Forgiving") + objectRecord(1, 2, long8(4)) +
+                              record(3, word(3) + word(4)) +
+                              record(5, word(3) + word(4), std::string("abc", 4));
+    const Forgiving* read = loaded<Forgiving>(bytes);
+    ASSERT_NE(read, nullptr);
+    EXPECT_EQ(read->first, "");
+    Forgiving written;
+    EXPECT_NE(saved(&written), "failed");
+}
+
+TEST_F(Reader, ObjectsThatNothingLeadsToDieWithTheReader) {
+    const std::string bytes = header() + typeRecord(2, "Node") + typeRecord(3, "Listed") +
+                              objectRecord(1, 2, long8(1) + long8(1)) + record(1) +
+                              record(11, word(4))                          // awaits 4
+                              + objectRecord(5, 2, long8(5) + long8(1)) +  // nobody's
+                              record(12, word(1)) + record(12, word(4)) +  // leads here
+                              objectRecord(4, 3, long8(4));
+    {
+        HeldStream stream(bytes);
+        const std::unique_ptr<fxTranscriber> reader(fxTranscriber::getReader(stream));
+        const Node* root = fxReadObject<Node>(*reader);
+        ASSERT_NE(root, nullptr);
+        EXPECT_EQ(root->right->number, 4);
+        EXPECT_EQ(Listed::all().size(), 3U);
+    }
+    EXPECT_EQ(Listed::all().size(), 2U);
+}
+
+TEST_F(Reader, FailedReadReleasesWhatItMade) {
+    Node a, b;
+    a.left = &b;
+    b.left = &a;
+    a.text = "some text";
+    b.text = fxStr(std::string(9000, 'x').c_str());
+    const std::string bytes = saved(&a);
+    ASSERT_EQ(Listed::all().size(), 2U);
+    // Cut in the bodies of the texts, which come last.
+    for (size_t cut : {1, 5, 100, 5000, 9000}) {
+        EXPECT_EQ(loaded<Node>(bytes.substr(0, bytes.size() - cut)), nullptr) << cut;
+        EXPECT_EQ(Listed::all().size(), 2U) << cut;
+    }
+}
+
+TEST_F(Reader, ClassThatCannotBeToldFromItsRecordIsNotWritten) {
+    Unregistered object;
+    Node holder;
+    holder.left = &object;
+    EXPECT_NE(saved(static_cast<Node*>(&object)), "failed");
+    EXPECT_NE(saved(&holder), "failed");
+    Hub hub;
+    hub.spokes.push_back(static_cast<Node*>(&object));
+    EXPECT_EQ(saved(&hub), "failed");
+}
+
+TEST_F(Reader, MixedVersionsAndThoseOfOlderWritersRead) {
+    Node node;  // version 1
+    Leaf leaf;  // version 2
+    Node other;
+    node.right = &leaf;
+    leaf.owner = &other;
+    EXPECT_NE(travelled(&node), nullptr);
+
+    // Older writers: the version of the last type record, here that of Leaf.
+    const std::string older =
+        header() + typeRecord(2, "Node") + objectRecord(1, 2, long8(0) + long8(1)) + record(1) +
+        typeRecord(3, "Leaf") + record(11, word(4)) + objectRecord(4, 3, long8(0), 2) +
+        record(11, word(5), std::string(8, '\0')) + objectRecord(5, 2, long8(0) + long8(1), 2) +
+        record(1) + record(1);
+    const Node* read = loaded<Node>(older);
+    ASSERT_NE(read, nullptr);
+    EXPECT_NE(dynamic_cast<Leaf*>(read->right)->owner, nullptr);
+    EXPECT_DEATH(
+        loaded<Listed>(header() + typeRecord(2, "Listed") + objectRecord(1, 2, long8(0), 2)),
+        "XXX version error handling is missing");
+}
+
+TEST_F(Reader, FillersOfOlderWritersArePassedOver) {
+    const std::string filler(4, '\0');
+    const std::string bytes =
+        header() + typeRecord(2, "Node") + objectRecord(1, 2, long8(7) + long8(1)) +
+        record(12, word(1)) + filler +  // four seen: 8 bytes from here on
+        record(11, word(3) + filler) + objectRecord(3, 2, long8(8) + long8(1)) +
+        record(12, word(1) + filler) + record(12, word(3) + filler);
+    const Node* read = loaded<Node>(bytes);
+    ASSERT_NE(read, nullptr);
+    EXPECT_EQ(read->left, read);
+    EXPECT_EQ(read->right->number, 8);
+    EXPECT_EQ(static_cast<Node*>(read->right)->right, read->right);
+}
+
+TEST_F(Reader, BodiesMayComeInAnyOrder) {
+    const std::string node = long8(0) + long8(1);
+    const std::string bytes = header() + typeRecord(2, "Node") + objectRecord(1, 2, node) +
+                              record(12, word(3)) + record(12, word(4)) +  // again before first
+                              objectRecord(3, 2, node) + record(11, word(4)) + record(11, word(4)) +
+                              objectRecord(4, 2, node) + record(1) + record(11, word(3));
+    const Node* read = loaded<Node>(bytes);
+    ASSERT_NE(read, nullptr);
+    EXPECT_EQ(read->left->left, read->right);
+    EXPECT_EQ(read->left->right, read->right);
+    EXPECT_EQ(static_cast<Node*>(read->right)->right, read->left);
+}
+
+TEST_F(Reader, NothingIsReadBeyondTheGraph) {
+    int ends[2];
+    ASSERT_EQ(pipe(ends), 0);
+    fxTranscriber* writer =
+        fxTranscriber::getWriter(new fxStdioStream(ends[1], fxStream::fxStreamWrite));
+    fxTranscriber* reader = nullptr;
+    for (int i = 0; i < 3; ++i) {
+        Node node;
+        node.number = i;
+        node.left = &node;  // ends in a reference
+        writer->reset();
+        ASSERT_TRUE(fxWriteObject(*writer, &node));
+        ASSERT_TRUE(static_cast<fxStdioStream*>(writer->getStream())->flush());
+        // The pipe is still open: asking it for more would block.
+        if (reader == nullptr) {
+            reader = fxTranscriber::getReader(new fxStdioStream(ends[0], fxStream::fxStreamRead));
+        }
+        const Node* read = fxReadObject<Node>(*reader);
+        ASSERT_NE(read, nullptr);
+        EXPECT_EQ(read->number, i);
+        EXPECT_EQ(read->left, read);
+    }
+    delete writer;
+    EXPECT_EQ(fxReadObject<Node>(*reader), nullptr);
+    delete reader;
+}
+
+TEST_F(Reader, RandomGraphsReadBackTheSame) {
+    std::mt19937 rng(testSeed());
+    const auto upTo = [&rng](size_t n) { return static_cast<size_t>(rng() % n); };
+    for (int round = 0; round < 60; ++round) {
+        const size_t count = 1 + upTo(80);
+        std::vector<Node*> nodes;
+        std::vector<Listed*> any;
+        for (size_t i = 0; i < count; ++i) {
+            nodes.push_back(new Node);
+            nodes.back()->number = static_cast<long>(i);
+            nodes.back()->text = fxStr(std::string(upTo(round == 7 ? 3000 : 20), 'a').c_str());
+            any.push_back(nodes.back());
+            if (upTo(3) == 0) {
+                Leaf* leaf = new Leaf;
+                leaf->weight = static_cast<double>(i);
+                any.push_back(leaf);
+            }
+        }
+        for (Listed* object : any) {
+            if (Leaf* leaf = dynamic_cast<Leaf*>(object)) {
+                leaf->owner = upTo(4) == 0 ? nullptr : nodes[upTo(count)];
+            } else if (Node* node = dynamic_cast<Node*>(object)) {
+                node->left = upTo(4) == 0 ? nullptr : nodes[upTo(count)];
+                node->right = upTo(4) == 0 ? nullptr : any[upTo(any.size())];
+            }
+        }
+        Node* read = travelled(nodes[0]);
+        ASSERT_NE(read, nullptr);
+
+        // Walk both in step: corresponding objects correspond everywhere.
+        std::unordered_map<Listed*, Listed*> partner = {{nullptr, nullptr}};
+        std::vector<std::pair<Listed*, Listed*>> walk = {{nodes[0], read}};
+        while (!walk.empty()) {
+            auto [in, out] = walk.back();
+            walk.pop_back();
+            const auto [at, isNew] = partner.insert({in, out});
+            ASSERT_EQ(at->second, out);
+            if (!isNew) continue;
+            ASSERT_EQ(in->number, out->number);
+            ASSERT_EQ(in->getTypeObj(), out->getTypeObj());
+            if (Leaf* leaf = dynamic_cast<Leaf*>(in)) {
+                ASSERT_EQ(leaf->weight, dynamic_cast<Leaf*>(out)->weight);
+                walk.push_back({leaf->owner, dynamic_cast<Leaf*>(out)->owner});
+            } else {
+                Node* a = dynamic_cast<Node*>(in);
+                Node* b = dynamic_cast<Node*>(out);
+                ASSERT_EQ(a->text, b->text);
+                walk.push_back({a->left, b->left});
+                walk.push_back({a->right, b->right});
+            }
+        }
+        Listed::deleteAll();
+    }
+}
+
+TEST_F(Reader, MillionObjectsInAChainNeedNoStack) {
+    const auto run = [](void*) -> void* {
+        constexpr long count = 1000000;
+        Link* first = nullptr;
+        for (long i = count; i-- > 0;) {
+            Link* link = new Link;
+            link->number = i;
+            link->next = std::exchange(first, link);
+        }
+        Link* read = travelled(first);
+        long good = 0;
+        while (read != nullptr) {
+            good += read->number == good;
+            delete std::exchange(read, read->next);
+            delete std::exchange(first, first->next);
+        }
+        static char isGood;
+        return good == count ? &isGood : nullptr;
+    };
+    pthread_attr_t attributes;
+    pthread_attr_init(&attributes);
+    pthread_attr_setstacksize(&attributes, size_t{256} << 10U);
+    pthread_t thread;
+    ASSERT_EQ(pthread_create(&thread, &attributes, run, nullptr), 0);
+    void* result = nullptr;
+    pthread_join(thread, &result);
+    pthread_attr_destroy(&attributes);
+    EXPECT_NE(result, nullptr);
+}
+
+TEST_F(Reader, DocumentedStreamReads) {
+    const std::string bytes =
+        header() + typeRecord(2, "Node") + objectRecord(1, 2, long8(42) + long8(3)) +
+        record(3, word(3) + word(3)) + record(12, word(1)) + record(11, word(4)) +
+        objectRecord(4, 2, long8(7) + long8(1)) + record(1) + record(12, word(1)) +
+        record(5, word(3) + word(3), std::string("hi", 3));
+    const Node* read = loaded<Node>(bytes);
+    ASSERT_NE(read, nullptr);
+    EXPECT_EQ(read->text, "hi");
+    EXPECT_EQ(read->left, read);
+    EXPECT_EQ(read->right->number, 7);
+}

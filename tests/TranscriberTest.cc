@@ -1,0 +1,276 @@
+// Streams over files, the header, and the registry of readers.
+#include "fxds/Transcriber.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdio>
+
+#include "StreamKit.h"
+#include "fxds/Globals.h"
+#include "fxds/StdioStream.h"
+
+namespace {
+
+int openDescriptors() {
+    int count = 0;
+    DIR* directory = opendir("/proc/self/fd");
+    while (readdir(directory) != nullptr) ++count;
+    closedir(directory);
+    return count;
+}
+
+class Streams : public ::testing::Test {
+protected:
+    static void SetUpTestSuite() { fxInitializeToolkit(); }
+    void SetUp() override {
+        descriptors = openDescriptors();
+        char pattern[] = "/tmp/fxdsXXXXXX";
+        ASSERT_NE(mkdtemp(pattern), nullptr);
+        directory = pattern;
+        path = directory + "/stream";
+    }
+    void TearDown() override {
+        fxTranscriber::resetToDefaultWriter();
+        unlink(path.c_str());
+        rmdir(directory.c_str());
+        EXPECT_EQ(openDescriptors(), descriptors);
+    }
+
+    std::string content() const {
+        std::string bytes(1000, '\0');
+        FILE* file = std::fopen(path.c_str(), "r");
+        bytes.resize(std::fread(bytes.data(), 1, bytes.size(), file));
+        std::fclose(file);
+        return bytes;
+    }
+
+    int descriptors = 0;
+    std::string directory;
+    std::string path;
+};
+
+/// Counts what is alive of it.
+class CountedStream : public MemoryStream {
+public:
+    CountedStream() { ++alive; }
+    CountedStream(const CountedStream&) = delete;
+    CountedStream& operator=(const CountedStream&) = delete;
+    ~CountedStream() override { --alive; }
+    static int alive;
+};
+int CountedStream::alive = 0;
+
+fxTranscriber* noWriter(fxStream*) { return nullptr; }
+
+}  // namespace
+
+TEST_F(Streams, EveryElementTypeGoesThroughAFile) {
+    const char bytes[] = "ab";
+    const short shorts[] = {1, -2};
+    const int ints[] = {3, -4};
+    const long longs[] = {5, -6};
+    const float floats[] = {7.5F, -8};
+    const double doubles[] = {9.5, -10};
+    {
+        fxStdioStream out(path.c_str(), fxStream::fxStreamWrite, 0600);
+        EXPECT_FALSE(out.hasError() || out.isReading());
+        EXPECT_TRUE(out.isWriting());
+        EXPECT_EQ(out.getType(), 1);
+        EXPECT_TRUE(out.putBytes(bytes, 1) && out.putBytes(bytes, 2) && out.putShorts(shorts, 2) &&
+                    out.putInts(ints, 2) && out.putLongs(longs, 2) && out.putFloats(floats, 2) &&
+                    out.putDoubles(doubles, 2));
+        EXPECT_TRUE(out.flush());
+        EXPECT_EQ(content().size(), 3U + 2 * (2 + 4 + 8 + 4 + 8));
+        EXPECT_TRUE(out.close());
+        EXPECT_FALSE(out.close() || out.flush() || out.putBytes(bytes, 1));
+    }
+    fxStdioStream in(path.c_str(), fxStream::fxStreamRead, 0);
+    char b[3];
+    short s[2];
+    int i[2];
+    long l[2];
+    float f[2];
+    double d[2];
+    ASSERT_TRUE(in.getBytes(b, 1) && in.getBytes(b + 1, 2) && in.getShorts(s, 2) &&
+                in.getInts(i, 2) && in.getLongs(l, 2) && in.getFloats(f, 2) && in.getDoubles(d, 2));
+    EXPECT_EQ(std::string(b, 3), "aab");
+    EXPECT_TRUE(s[1] == -2 && i[1] == -4 && l[1] == -6 && f[1] == -8 && d[0] == 9.5);
+    EXPECT_FALSE(in.getBytes(b, 1) || in.getBytes(b, 2));
+    EXPECT_FALSE(in.atEOF());
+    EXPECT_TRUE(in.flush());
+}
+
+TEST_F(Streams, WrongDirectionIsAFalseResult) {
+    char byte = 'x';
+    fxStdioStream out(path.c_str(), fxStream::fxStreamWrite, 0600);
+    EXPECT_FALSE(out.getBytes(&byte, 1) || out.getBytes(&byte, 0));
+    fxStdioStream in(path.c_str(), fxStream::fxStreamRead, 0600);
+    EXPECT_FALSE(in.putBytes(&byte, 1));
+
+    HeldStream readOnly;
+    readOnly->type = fxStream::fxStreamRead;
+    EXPECT_EQ(fxTranscriber::getWriter(readOnly), nullptr);
+    HeldStream writeOnly(header());
+    writeOnly->type = fxStream::fxStreamWrite;
+    EXPECT_EQ(fxTranscriber::getReader(writeOnly), nullptr);
+    long number = 0;
+    fxBinaryReader reader(writeOnly, 0x1122, 0x33445566, "ieee");
+    EXPECT_FALSE(reader.xdr(&number, 1));
+    EXPECT_EQ(reader.readObject(fxStr_type), nullptr);
+}
+
+TEST_F(Streams, MissingFileIsAnErrorToReadAndMadeToWrite) {
+    fxStdioStream missing(path.c_str(), fxStream::fxStreamRead, 0600);
+    char byte = 0;
+    EXPECT_TRUE(missing.hasError());
+    EXPECT_FALSE(missing.getBytes(&byte, 1) || missing.flush() || missing.close());
+
+    const mode_t before = umask(0);
+    for (fxStream::fxStreamType type : {fxStream::fxStreamWrite, fxStream::fxStreamReadWrite}) {
+        {
+            fxStdioStream made(path.c_str(), type, 0640);
+            EXPECT_FALSE(made.hasError());
+        }
+        struct stat status;
+        ASSERT_EQ(stat(path.c_str(), &status), 0);
+        EXPECT_EQ(status.st_mode & 0777U, 0640U);
+        unlink(path.c_str());
+    }
+    umask(before);
+    fxStdioStream nowhere("/no/such/directory/file", fxStream::fxStreamWrite, 0600);
+    EXPECT_TRUE(nowhere.hasError());
+    fxStdioStream noFile(static_cast<FILE*>(nullptr), fxStream::fxStreamRead);
+    EXPECT_TRUE(noFile.hasError());
+    fxStdioStream badDescriptor(-1, fxStream::fxStreamRead);
+    EXPECT_TRUE(badDescriptor.hasError());
+}
+
+TEST_F(Streams, ShorterContentLeavesTheOldTail) {
+    for (const char* text : {"longer", "ab"}) {
+        fxStdioStream out(path.c_str(), fxStream::fxStreamWrite, 0600);
+        EXPECT_TRUE(out.putBytes(text, static_cast<unsigned int>(strlen(text))));
+    }
+    EXPECT_EQ(content(), "abnger");
+}
+
+TEST_F(Streams, ReadWriteStreamTurnsBetweenReadingAndWriting) {
+    { fxStdioStream(path.c_str(), fxStream::fxStreamWrite, 0600).putBytes("abcdef", 6); }
+    {
+        fxStdioStream both(path.c_str(), fxStream::fxStreamReadWrite, 0600);
+        char byte = 0;
+        EXPECT_TRUE(both.isReading() && both.isWriting());
+        EXPECT_TRUE(both.getBytes(&byte, 1) && both.putBytes("XY", 2) && both.getBytes(&byte, 1));
+        EXPECT_EQ(byte, 'd');
+    }
+    EXPECT_EQ(content(), "aXYdef");
+}
+
+TEST_F(Streams, FullDiskIsNoticedWhenFlushing) {
+    if (access("/dev/full", W_OK) != 0) GTEST_SKIP() << "needs /dev/full";
+    for (bool flushing : {false, true}) {
+        fxStdioStream full("/dev/full", fxStream::fxStreamWrite, 0);
+        EXPECT_TRUE(full.putBytes("abc", 3));
+        if (flushing) {
+            EXPECT_FALSE(full.flush());
+        }
+        EXPECT_FALSE(full.close());
+    }
+}
+
+TEST_F(Streams, DescriptorsAndFilesAreAdopted) {
+    {
+        fxStdioStream fromDescriptor(open(path.c_str(), O_RDWR | O_CREAT, 0600),
+                                     fxStream::fxStreamReadWrite);
+        EXPECT_TRUE(fromDescriptor.putBytes("12", 2));
+    }
+    fxStdioStream fromFile(std::fopen(path.c_str(), "r"), fxStream::fxStreamRead);
+    char bytes[2];
+    EXPECT_TRUE(fromFile.getBytes(bytes, 2));
+    EXPECT_EQ(std::string(bytes, 2), "12");
+}
+
+TEST_F(Streams, EmptyOrTruncatedHeaderMakesNoReader) {
+    for (size_t n = 0; n < header().size(); ++n) {
+        HeldStream stream(header().substr(0, n));
+        EXPECT_EQ(fxTranscriber::getReader(stream), nullptr) << n;
+        EXPECT_EQ(stream->refCount, 1U);  // still the caller's
+    }
+    HeldStream whole(header());
+    const std::unique_ptr<fxTranscriber> reader(fxTranscriber::getReader(whole));
+    ASSERT_NE(reader, nullptr);
+    EXPECT_STREQ(reader->className(), "fxBinaryReader");
+    EXPECT_TRUE(reader->isReading());
+    EXPECT_EQ(fxTranscriber::getReader(nullptr), nullptr);
+    EXPECT_EQ(fxTranscriber::getWriter(nullptr), nullptr);
+}
+
+TEST_F(Streams, UnknownHeadersAreFatal) {
+    HeldStream nobody(std::string("Nobody\0ieee\0", 12) + std::string(10, 'x'));
+    EXPECT_DEATH(fxTranscriber::getReader(nobody), "Unknown transcriber type \"Nobody\"");
+    const auto make = [](short shortMark, long longMark, const char* format) {
+        HeldStream stream;
+        fxBinaryReader reader(stream, shortMark, longMark, format);
+    };
+    // The long mark is printed for both.
+    EXPECT_DEATH(make(0x1133, 0x33445566, "ieee"), "unknown short ordering 33445566");
+    EXPECT_DEATH(make(0x1122, 0x12, "ieee"), "unknown long ordering 12");
+    EXPECT_DEATH(make(0x1122, 0x6655443300000000, "ieee"), "unknown long ordering 0");
+    EXPECT_DEATH(make(0x1122, 0x33445566, "vax"), "unsupported floating point format vax");
+    EXPECT_DEATH(make(0x1122, 0x33445566, "ieee754"), "floating point format ieee754");
+    HeldStream stream;
+    fxBinaryReader reader(stream, 0x1122, 0x33445566, "ieee");
+    EXPECT_DEATH(fxBinaryReader_floatsVAX(reader, nullptr, 0), "floatsVAX: not implemented");
+    EXPECT_DEATH(fxBinaryReader_doublesVAX(reader, nullptr, 0), "floatsVAX: not implemented");
+    EXPECT_DEATH(reader.writeObject(nullptr, nullptr),
+                 "tried to invoke fxBinaryReader::writeObject");
+}
+
+TEST_F(Streams, WriterFactoryCanBeChangedAndRestored) {
+    HeldStream stream;
+    fxTranscriber::changeDefaultWriter(noWriter);
+    EXPECT_EQ(fxTranscriber::getWriter(stream), nullptr);
+    fxTranscriber::changeDefaultWriter(nullptr);
+    EXPECT_EQ(fxTranscriber::getWriter(stream), nullptr);
+    fxTranscriber::resetToDefaultWriter();
+    const std::unique_ptr<fxTranscriber> writer(fxTranscriber::getWriter(stream));
+    ASSERT_NE(writer, nullptr);
+    EXPECT_STREQ(writer->className(), "fxBinaryWriter");
+    EXPECT_FALSE(writer->isReading());
+}
+
+TEST_F(Streams, TranscriberHoldsItsStream) {
+    delete fxTranscriber::getWriter(new CountedStream);
+    EXPECT_EQ(CountedStream::alive, 0);
+
+    CountedStream* full = new CountedStream;  // dies with the writer that fails
+    full->limit = 3;
+    EXPECT_EQ(fxTranscriber::getWriter(full), nullptr);
+    EXPECT_EQ(CountedStream::alive, 0);
+
+    CountedStream* held = new CountedStream;
+    held->take();
+    delete fxTranscriber::getWriter(held);
+    EXPECT_EQ(CountedStream::alive, 1);
+    delete fxTranscriber::getReader(held);
+    EXPECT_EQ(CountedStream::alive, 1);
+    held->release();
+    EXPECT_EQ(CountedStream::alive, 0);
+}
+
+TEST_F(Streams, IntOperationsTouchNothingBesideTheInts) {
+    HeldStream stream;
+    fxBinaryWriter writer(stream);
+    int out[] = {1, -2, 3};
+    unsigned int one = 4000000000U;
+    ASSERT_TRUE(writer.xdr(out, 3) && writer.xdr(&one, 1) && writer.flush());
+    fxBinaryReader reader(stream, 0x1122, 0x33445566, "ieee");
+    const std::unique_ptr<int[]> in(new int[3]);  // watched by the sanitizer
+    const std::unique_ptr<unsigned int> single(new unsigned int);
+    ASSERT_TRUE(reader.xdr(in.get(), 3) && reader.xdr(single.get(), 1));
+    EXPECT_TRUE(std::equal(out, out + 3, in.get()));
+    EXPECT_EQ(*single, one);
+}
