@@ -38,7 +38,10 @@ void StatusLine::addNotice(const fxStr& text) {
     noticeText.append('\n');
 }
 
-fxStr StatusLine::notices() const { return noticeText | message; }
+// The message goes first: on a small screen it should not be what is cut off.
+fxStr StatusLine::notices() const {
+    return message.isEmpty() ? noticeText : fxStr(message | "\n" | noticeText);
+}
 
 fxStr StatusLine::text(unsigned int width) const {
     fxStr line = timeOfDay(time);

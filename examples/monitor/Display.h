@@ -24,7 +24,7 @@ public:
 
     /// At most `width` columns.
     fxStr text(unsigned int width) const;
-    /// Notices and message, each on a line.
+    /// Message and notices, each on a line.
     fxStr notices() const;
 
 private:
