@@ -71,6 +71,27 @@ std::uint64_t wordAt(const char* bytes) {
     return le64toh(word);
 }
 
+// A word that ends in the `n` bytes at `bytes`, n <= 8, and is zero before.
+// It is put together in registers: bytes stored one by one and loaded as a word
+// would have to wait for the stores.
+std::uint64_t lastBytes(const char* bytes, unsigned int n) {
+    if (n == 8) return wordAt(bytes);
+    if (n == 0) return 0;
+    std::uint64_t word;
+    if (n >= 4) {
+        std::uint32_t halves[2];
+        std::memcpy(&halves[0], bytes, 4);
+        std::memcpy(&halves[1], bytes + n - 4, 4);
+        word = le32toh(halves[0]) | std::uint64_t{le32toh(halves[1])} << 8 * (n - 4);
+    } else {
+        const auto at = [bytes](unsigned int i) {
+            return std::uint64_t{static_cast<unsigned char>(bytes[i])} << 8 * i;
+        };
+        word = at(0) | at(n / 2) | at(n - 1);
+    }
+    return word << 8 * (8 - n);
+}
+
 // The delimiter's slot: 0 is "none set", so a delimiter of zero is kept as
 // a value that no byte has.
 constexpr long zeroDelimiter = 256;
@@ -361,15 +382,10 @@ fxStr fxStr::tokenR(unsigned int& pos, const char* set, unsigned int n) const {
 unsigned long fxStr::hash() const {
     const unsigned int len = length();
     if (len > 15) return wordAt(data + 8) << 3 ^ wordAt(data);
-    char word[8] = {};
-    if (len <= 8) {
-        std::memcpy(word + 8 - len, data, len);
-        return wordAt(word) << 3;
-    }
+    if (len <= 8) return lastBytes(data, len) << 3;
     // The bytes from 8 on stay out: the results are kept as they always were.
-    const unsigned int excess = len - 8;
-    std::memcpy(word + 8 - excess, data, excess);
-    return wordAt(word) << 3 ^ wordAt(data);
+    const std::uint64_t first = wordAt(data);
+    return first << 8 * (16 - len) << 3 ^ first;
 }
 
 unsigned int fxStr::format(const char* fmt, ...) {
