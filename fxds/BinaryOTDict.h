@@ -12,6 +12,9 @@ public:
     fxBinaryOTDict(const fxBinaryOTDict&) = default;
     fxBinaryOTDict& operator=(const fxBinaryOTDict&) = default;  // merges
     ~fxBinaryOTDict() override;
+
+protected:
+    Finder* finder() const override;
 };
 
 class FX_API fxBinaryOTDictIter : public fxTypedDictIter<const void*, unsigned long> {

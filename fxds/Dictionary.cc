@@ -55,7 +55,7 @@ void* fxDictionary::find(const void* key, void** bucketOut) const {
 
 void* fxDictionary::findCreate(const void* key) {
     if (buckets.isEmpty()) Core::makeChains(*this, Core::defaultChains);
-    Core::Place place;
+    fxHashPlace place;
     fxDictBucket* node = Core::find(*this, *this, key, place);
     if (node == nullptr) {
         node = Core::insert(*this, *this, place, key, [this](void* at) { createValue(at); });
@@ -103,6 +103,8 @@ void fxDictionary::destroyKey(void*) const {}
 void fxDictionary::destroyValue(void*) const {}
 
 unsigned long fxDictionary::fingerprintKey(const void*, unsigned long hash) const { return hash; }
+
+fxDictionary::Finder* fxDictionary::finder() const { return Core::findByHooks; }
 
 // Iterator.
 

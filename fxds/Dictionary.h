@@ -177,6 +177,12 @@ protected:
     /// it cannot tell apart are still found fast.
     virtual unsigned long fingerprintKey(const void* key, unsigned long hash) const;
 
+    /// How to search: this one says, by the hooks. The classes of this library
+    /// answer a search that has their own hooks built in, unless a subclass may
+    /// have overridden them.
+    typedef fxHashFinder<fxDictionary, fxDictBucket> Finder;
+    virtual Finder* finder() const;
+
     unsigned int count;      // entries
     unsigned int keySize;    // bytes of a stored key
     unsigned int valueSize;  // bytes of a stored value
@@ -189,7 +195,7 @@ private:
     typedef fxDictIter Iter;
     static constexpr bool hasValues = true;
 
-    mutable fxHashExtra<fxDictBucket> extra;
+    mutable fxHashExtra<fxDictionary, fxDictBucket> extra;
 };
 
 extern FX_API fxTypeObj fxDictionary_type;

@@ -4,11 +4,14 @@
 
 #include <cstdint>
 #include <cstring>
+#include <new>
 #include <utility>
 
 #include "fxds/Array.h"
+#include "fxds/Array.h"
 #include "fxds/Block.h"
 #include "fxds/HashNode.h"
+#include "fxds/KeyHooks.h"
 #include "fxds/Transcriber.h"
 
 // Included by the sources of the containers only. fxHashCore works on the
@@ -34,13 +37,7 @@ struct fxHashCore {
     typedef typename Container::Node Node;
     typedef typename Container::Iter Iter;
 
-    /// Where a key belongs.
-    struct Place {
-        unsigned long hash;
-        unsigned int chains;  // their number when the place was computed
-        unsigned int bucket;
-        unsigned int tag;
-    };
+    typedef fxHashPlace Place;
 
     static constexpr unsigned int defaultChains = 31;
     static constexpr unsigned int longWalk = 12;  // nodes after which an index pays
@@ -49,6 +46,13 @@ struct fxHashCore {
 
     // Searching.
 
+    static Node* findByHooks(const Container& table, const Container& hooks, const void* key,
+                             Place& place);
+    /// For a container whose hooks are those of fxKeyHooks<Key>: three virtual
+    /// calls cost more than the search. `hooks` does not matter.
+    template <class Key>
+    static Node* findDirectly(const Container& table, const Container& hooks, const void* key,
+                              Place& place);
     static Node* find(const Container& table, const Container& hooks, const void* key,
                       Place& place);
     static Node* find(const Container& table, const void* key);
@@ -103,12 +107,36 @@ private:
     }
 
     static unsigned int bucketOf(const Container& table, unsigned long hash);
-    static unsigned int tagOf(const Container& hooks, const void* key, unsigned long hash);
-    static void setTags(const Container& table, const Container& hooks);
-    static void buildIndex(const Container& table);
+    /// The hooks that a search needs, of a container or of a key type.
+    struct VirtualHooks {
+        const Container& container;
+        unsigned long hash(const void* key) const { return container.hashKey(key); }
+        int compare(const void* a, const void* b) const { return container.compareKeys(a, b); }
+        unsigned long fingerprint(const void* key, unsigned long hash) const {
+            return container.fingerprintKey(key, hash);
+        }
+    };
+    template <class Key>
+    struct DirectHooks {
+        static const Key& at(const void* key) { return *static_cast<const Key*>(key); }
+        static unsigned long hash(const void* key) { return fxKeyHooks<Key>::hash(at(key)); }
+        static int compare(const void* a, const void* b) {
+            return fxKeyHooks<Key>::compare(at(a), at(b));
+        }
+        static unsigned long fingerprint(const void* key, unsigned long hash) {
+            return fxKeyHooks<Key>::fingerprint(at(key), hash);
+        }
+    };
+
+    template <class Hooks>
+    static Node* search(const Container& table, Hooks hooks, const void* key, Place& place);
+    static unsigned int tagOf(unsigned long fingerprint);
+    // What a search needs now and then is kept out of its way.
+    [[gnu::noinline]] static void setTags(const Container& table);
+    [[gnu::noinline]] static void buildIndex(const Container& table);
     static void link(Container& table, Node* node, unsigned int bucket);
     static void unlink(Container& table, Node* node);
-    static void destroy(const Container& hooks, Node* node);
+    static void destroy(Container& table, Node* node);
     static void replace(Container& table, const Container& hooks, Node* node, const void* key,
                         const void* value);
     static void detachAll(Container& table);
@@ -212,6 +240,52 @@ void fxHashIndex<Node>::remove(Node* node) {
     }
 }
 
+// The store of nodes.
+
+template <class Node>
+Node* fxNodeStore<Node>::make(void* block) {
+#ifdef FXDS_CHECKED
+    return new Node(block);
+#else
+    ++inUse;
+    return new (place()) Node(block);
+#endif
+}
+
+template <class Node>
+void fxNodeStore<Node>::drop(Node* node) {
+#ifdef FXDS_CHECKED
+    delete node;
+#else
+    --inUse;
+    node->~Node();
+    freed = new (node) Free{freed};
+#endif
+}
+
+template <class Node>
+void* fxNodeStore<Node>::place() {
+    if (freed != nullptr) return std::exchange(freed, freed->next);
+    if (freshNodes == 0) {
+        char* const chunk = static_cast<char*>(fxNewBlock(sizeof(Chunk) + perChunk * sizeof(Node)));
+        chunks = new (chunk) Chunk{chunks};
+        fresh = chunk + sizeof(Chunk);
+        freshNodes = perChunk;
+        if (perChunk < mostPerChunk) perChunk *= 2;
+    }
+    --freshNodes;
+    return std::exchange(fresh, fresh + sizeof(Node));
+}
+
+template <class Node>
+void fxNodeStore<Node>::shrink() {
+    if (inUse != 0) return;
+    while (chunks != nullptr) std::free(std::exchange(chunks, chunks->next));
+    freed = nullptr;
+    freshNodes = 0;
+    perChunk = leastPerChunk;
+}
+
 // Searching.
 
 template <class Container>
@@ -232,17 +306,16 @@ unsigned int fxHashCore<Container>::bucketOf(const Container& table, unsigned lo
 
 // Fibonacci hashing: the upper half of the product depends on all bits below.
 template <class Container>
-unsigned int fxHashCore<Container>::tagOf(const Container& hooks, const void* key,
-                                          unsigned long hash) {
-    return static_cast<unsigned int>((hooks.fingerprintKey(key, hash) * 0x9E3779B97F4A7C15UL) >>
-                                     32);
+unsigned int fxHashCore<Container>::tagOf(unsigned long fingerprint) {
+    return static_cast<unsigned int>((fingerprint * 0x9E3779B97F4A7C15UL) >> 32);
 }
 
 template <class Container>
-void fxHashCore<Container>::setTags(const Container& table, const Container& hooks) {
+void fxHashCore<Container>::setTags(const Container& table) {
     for (Node* node : table.buckets) {
         for (; node != nullptr; node = node->next) {
-            node->tag = tagOf(hooks, node->element, hooks.hashKey(node->element));
+            const void* const key = node->element;
+            node->tag = tagOf(table.fingerprintKey(key, table.hashKey(key)));
         }
     }
     table.extra.tagsAreStale = false;
@@ -262,32 +335,58 @@ void fxHashCore<Container>::buildIndex(const Container& table) {
 }
 
 template <class Container>
-typename fxHashCore<Container>::Node* fxHashCore<Container>::find(const Container& table,
-                                                                  const Container& hooks,
-                                                                  const void* key, Place& place) {
-    place.hash = hooks.hashKey(key);
+template <class Hooks>
+typename fxHashCore<Container>::Node* fxHashCore<Container>::search(const Container& table,
+                                                                    Hooks hooks, const void* key,
+                                                                    Place& place) {
+    place.hash = hooks.hash(key);
     place.chains = table.buckets.length();
     place.bucket = bucketOf(table, place.hash);
-    place.tag = tagOf(hooks, key, place.hash);
-    if (table.extra.tagsAreStale) setTags(table, hooks);
+    place.tag = tagOf(hooks.fingerprint(key, place.hash));
+    if (table.extra.tagsAreStale) setTags(table);
 
     if (table.extra.index.isBuilt()) {
         Node* node = table.extra.index.first(place.tag);
         while (node != nullptr &&
-               (node->bucket != place.bucket || hooks.compareKeys(key, node->element) != 0)) {
+               (node->bucket != place.bucket || hooks.compare(key, node->element) != 0)) {
             node = node->alike;
         }
         return node;
     }
     Node* node = table.buckets[place.bucket];
     unsigned int walked = 0;
-    while (node != nullptr &&
-           (node->tag != place.tag || hooks.compareKeys(key, node->element) != 0)) {
+    while (node != nullptr && (node->tag != place.tag || hooks.compare(key, node->element) != 0)) {
         node = node->next;
         ++walked;
     }
     if (walked > longWalk) buildIndex(table);
     return node;
+}
+
+template <class Container>
+typename fxHashCore<Container>::Node* fxHashCore<Container>::findByHooks(const Container& table,
+                                                                         const Container& hooks,
+                                                                         const void* key,
+                                                                         Place& place) {
+    return search(table, VirtualHooks{hooks}, key, place);
+}
+
+template <class Container>
+template <class Key>
+typename fxHashCore<Container>::Node* fxHashCore<Container>::findDirectly(const Container& table,
+                                                                          const Container&,
+                                                                          const void* key,
+                                                                          Place& place) {
+    return search(table, DirectHooks<Key>(), key, place);
+}
+
+template <class Container>
+typename fxHashCore<Container>::Node* fxHashCore<Container>::find(const Container& table,
+                                                                  const Container& hooks,
+                                                                  const void* key, Place& place) {
+    auto*& finder = hooks.extra.finder;
+    if (finder == nullptr) finder = hooks.finder();
+    return finder(table, hooks, key, place);
 }
 
 template <class Container>
@@ -337,13 +436,13 @@ void fxHashCore<Container>::take(Container& table, Node* node) {
 
 // The value of a pinned node is ended, and the node deleted, by who pinned it.
 template <class Container>
-void fxHashCore<Container>::destroy(const Container& hooks, Node* node) {
+void fxHashCore<Container>::destroy(Container& table, Node* node) {
     const bool isPinned = node->isPinned;
     node->isRemoved = 1;
-    hooks.destroyKey(node->element);
+    table.destroyKey(node->element);
     if (isPinned) return;
-    if constexpr (Container::hasValues) hooks.destroyValue(valueOf(hooks, node));
-    delete node;
+    if constexpr (Container::hasValues) table.destroyValue(valueOf(table, node));
+    table.extra.nodes.drop(node);
 }
 
 template <class Container>
@@ -360,7 +459,7 @@ void* fxHashCore<Container>::cut(Container& table, const void* key) {
     void* const value = fxNewBlock(table.valueSize != 0 ? table.valueSize : 1);
     std::memcpy(value, valueOf(table, node), table.valueSize);
     table.destroyKey(node->element);
-    delete node;
+    table.extra.nodes.drop(node);
     return value;
 }
 
@@ -374,7 +473,7 @@ typename fxHashCore<Container>::Node* fxHashCore<Container>::insert(Container& t
     char* const block = static_cast<char*>(fxNewBlock(blockBytes(table)));
     hooks.copyKey(key, block);
     makeValue(block + table.keySize);
-    Node* const node = new Node(block);
+    Node* const node = table.extra.nodes.make(block);
     node->tag = place.tag;
     // A hook that came back in may have changed the number of chains.
     const bool isSame = table.buckets.length() == place.chains;
@@ -413,7 +512,7 @@ void fxHashCore<Container>::replace(Container& table, const Container& hooks, No
         node->isPinned = 1;
         hooks.destroyValue(stored);
         isGone = node->isRemoved;
-        if (isGone) delete node;
+        if (isGone) table.extra.nodes.drop(node);
     }
     if (isGone) {
         add(table, hooks, key, value);
@@ -423,7 +522,7 @@ void fxHashCore<Container>::replace(Container& table, const Container& hooks, No
     node->isPinned = 0;
     if (node->isRemoved) {
         hooks.destroyValue(stored);
-        delete node;
+        table.extra.nodes.drop(node);
     }
 }
 
@@ -440,17 +539,18 @@ void fxHashCore<Container>::clear(Container& table) {
         table.extra.parked = node->next;
         destroy(table, node);
     }
+    table.extra.nodes.shrink();
 }
 
 template <class Container>
 void fxHashCore<Container>::freeAll(Container& table) {
     detachAll(table);
     for (Node* node : table.buckets) {
-        while (node != nullptr) delete std::exchange(node, node->next);
+        while (node != nullptr) table.extra.nodes.drop(std::exchange(node, node->next));
     }
     while (Node* const node = table.extra.parked) {
         table.extra.parked = node->next;
-        delete node;
+        table.extra.nodes.drop(node);
     }
 }
 
@@ -653,13 +753,13 @@ bool fxHashCore<Container>::readEntry(Container& table, fxTranscriber& transcrib
     }
     table.extra.index.drop();
     table.extra.tagsAreStale = true;
-    link(table, new Node(block), bucket);
+    link(table, table.extra.nodes.make(block), bucket);
     return true;
 }
 
 template <class Container>
 void fxHashCore<Container>::park(Container& table, void* block) {
-    Node* const node = new Node(block);
+    Node* const node = table.extra.nodes.make(block);
     node->next = table.extra.parked;
     table.extra.parked = node;
 }

@@ -90,9 +90,63 @@ private:
     unsigned int used = 0;   // slots that are not free
 };
 
-/// What a container keeps besides its chains; nothing of it shows.
+/// Where a container's nodes live: carved from chunks of growing size, and
+/// handed out again after use. Half of what an entry costs the heap is saved so.
+/// Checked builds use the heap for each, so that sanitizers see every use of a
+/// node that is gone.
 template <class Node>
+class fxNodeStore {
+public:
+    fxNodeStore() = default;
+    fxNodeStore(const fxNodeStore&) = delete;
+    fxNodeStore& operator=(const fxNodeStore&) = delete;
+    ~fxNodeStore() { shrink(); }
+
+    /// A new node, which adopts `block`. Give it back with drop().
+    Node* make(void* block);
+    /// Destroys the node, which frees its block.
+    void drop(Node* node);
+    /// Gives the chunks back if no node is in use.
+    void shrink();
+
+private:
+    struct Chunk {
+        Chunk* next;
+    };
+    struct Free {
+        Free* next;
+    };
+    static constexpr unsigned int leastPerChunk = 4;
+    static constexpr unsigned int mostPerChunk = 256;
+
+    void* place();
+
+    Chunk* chunks = nullptr;
+    Free* freed = nullptr;                  // nodes that were dropped
+    char* fresh = nullptr;                  // the rest of the newest chunk
+    unsigned int freshNodes = 0;            // nodes that fit there
+    unsigned int perChunk = leastPerChunk;  // nodes of the next chunk
+    unsigned int inUse = 0;
+};
+
+/// Where a key belongs.
+struct fxHashPlace {
+    unsigned long hash;
+    unsigned int chains;  // their number when the place was computed
+    unsigned int bucket;
+    unsigned int tag;
+};
+
+/// A search of `table` for a key, with the hooks of `hooks`.
+template <class Container, class Node>
+using fxHashFinder = Node*(const Container& table, const Container& hooks, const void* key,
+                           fxHashPlace& place);
+
+/// What a container keeps besides its chains; nothing of it shows.
+template <class Container, class Node>
 struct fxHashExtra {
+    fxHashFinder<Container, Node>* finder = nullptr;  // chosen by the first search
+    fxNodeStore<Node> nodes;
     fxHashIndex<Node> index;
     bool tagsAreStale = false;     // keys came from a stream: no tag is set yet
     unsigned int linked = 0;       // entries in the chains

@@ -115,6 +115,8 @@ void fxSet::destroyKey(void*) const {}
 
 unsigned long fxSet::fingerprintKey(const void*, unsigned long hash) const { return hash; }
 
+fxSet::Finder* fxSet::finder() const { return Core::findByHooks; }
+
 // Iterator.
 
 fxSetIter::fxSetIter(fxSet& elements) { Core::attach(*this, elements); }

@@ -144,6 +144,12 @@ protected:
     /// See fxDictionary::fingerprintKey().
     virtual unsigned long fingerprintKey(const void* key, unsigned long hash) const;
 
+    /// How to search: this one says, by the hooks. The classes of this library
+    /// answer a search that has their own hooks built in, unless a subclass may
+    /// have overridden them.
+    typedef fxHashFinder<fxSet, fxSetBucket> Finder;
+    virtual Finder* finder() const;
+
     fxSetBuckets buckets;  // the first node of each chain, or null
     unsigned int count;    // elements
     unsigned int keySize;  // bytes of a stored key
@@ -155,7 +161,7 @@ private:
     typedef fxSetIter Iter;
     static constexpr bool hasValues = false;
 
-    mutable fxHashExtra<fxSetBucket> extra;
+    mutable fxHashExtra<fxSet, fxSetBucket> extra;
 };
 
 /// The result type of the set operators that make a new set: a set of plain

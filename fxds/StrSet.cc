@@ -1,5 +1,9 @@
 #include "fxds/StrSet.h"
 
+#include <typeinfo>
+
+#include "fxds/HashCore.h"
+
 // Only transcription is special: the base's would hand over the generic
 // object's part first, of which there is none.
 
@@ -25,4 +29,9 @@ fxBool fxStrSet::xdr(void* object, fxTranscriber& transcriber) {
 
 bool fxStrSet::xdrKey(fxTranscriber& transcriber, void* key) {
     return fxXdrStrInPlace(transcriber, key);
+}
+
+fxStrSet::Finder* fxStrSet::finder() const {
+    return typeid(*this) == typeid(fxStrSet) ? fxHashCore<fxSet>::findDirectly<fxStr>
+                                             : fxSet::finder();
 }

@@ -27,6 +27,7 @@ public:
 
 protected:
     bool xdrKey(fxTranscriber& transcriber, void* key) override;
+    Finder* finder() const override;
 };
 
 class FX_API fxStrSetIter : public fxTypedSetIter<fxStr> {

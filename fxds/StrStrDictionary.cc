@@ -1,5 +1,9 @@
 #include "fxds/StrStrDictionary.h"
 
+#include <typeinfo>
+
+#include "fxds/HashCore.h"
+
 // Only transcription is special: the base's would hand over the generic
 // object's part first, of which there is none.
 
@@ -31,4 +35,10 @@ bool fxStrStrDictionary::xdrKey(fxTranscriber& transcriber, void* key) {
 
 bool fxStrStrDictionary::xdrValue(fxTranscriber& transcriber, void* value) {
     return fxXdrStrInPlace(transcriber, value);
+}
+
+fxStrStrDictionary::Finder* fxStrStrDictionary::finder() const {
+    return typeid(*this) == typeid(fxStrStrDictionary)
+               ? fxHashCore<fxDictionary>::findDirectly<fxStr>
+               : fxDictionary::finder();
 }

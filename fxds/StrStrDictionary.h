@@ -24,6 +24,7 @@ public:
 protected:
     bool xdrKey(fxTranscriber& transcriber, void* key) override;
     bool xdrValue(fxTranscriber& transcriber, void* value) override;
+    Finder* finder() const override;
 };
 
 class FX_API fxStrStrDictionaryIter : public fxTypedDictIter<fxStr, fxStr> {

@@ -1,7 +1,16 @@
 #include "fxds/VoidPtrDict.h"
 
+#include <typeinfo>
+
+#include "fxds/HashCore.h"
+
 // All of it is fxTypedDictionary's; the class is at home here.
 
 fxVoidPtrDict::fxVoidPtrDict(unsigned int nBuckets) : fxTypedDictionary(nBuckets) {}
 
 fxVoidPtrDict::~fxVoidPtrDict() { cleanup(); }
+
+fxVoidPtrDict::Finder* fxVoidPtrDict::finder() const {
+    return typeid(*this) == typeid(fxVoidPtrDict) ? fxHashCore<fxDictionary>::findDirectly<fxStr>
+                                                  : fxDictionary::finder();
+}

@@ -12,6 +12,9 @@ public:
     fxVoidPtrDict(const fxVoidPtrDict&) = default;
     fxVoidPtrDict& operator=(const fxVoidPtrDict&) = default;  // merges
     ~fxVoidPtrDict() override;
+
+protected:
+    Finder* finder() const override;
 };
 
 class FX_API fxVoidPtrDictIter : public fxTypedDictIter<fxStr, void*> {

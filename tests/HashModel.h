@@ -137,7 +137,8 @@ void compareWalks(Container& container, ChainModel model, Add addTo) {
                 }
                 break;
             case 5:
-                if (!walks.empty()) walks.erase(walks.begin() + rng() % walks.size());
+                if (!walks.empty())
+                    walks.erase(walks.begin() + static_cast<long>(rng() % walks.size()));
                 break;
             case 6:
                 if (!walks.empty()) {

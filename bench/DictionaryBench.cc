@@ -1,0 +1,136 @@
+// Dictionaries against std::unordered_map, at load 1 and with few chains.
+
+#include <benchmark/benchmark.h>
+
+#include <algorithm>
+#include <random>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+#include "fxds/BinaryOTDict.h"
+#include "fxds/Str.h"
+#include "fxds/VoidPtrDict.h"
+
+// Keys are met in another order than they were entered in, as in life. The
+// chains of the dictionaries are as many as the map has at its load of 1.
+
+namespace {
+
+template <const char* pattern>
+struct NamesLike {
+    typedef fxVoidPtrDict Dict;
+    typedef std::unordered_map<std::string, void*> Map;
+    static fxStr forDict(int i) { return fxStr(i * 7919, pattern); }
+    static std::string forMap(int i) { return std::string(forDict(i)); }
+};
+
+// Short enough to need no block of their own in a std::string.
+constexpr char shortPattern[] = "%d.level";
+typedef NamesLike<shortPattern> Names;
+constexpr char longPattern[] = "%d/sampler/level/output";
+typedef NamesLike<longPattern> LongNames;
+// Told apart by no byte that fxStr::hash() looks at.
+constexpr char alikePattern[] = "/machine/sampler/level/%d";
+typedef NamesLike<alikePattern> AlikeNames;
+
+struct Addresses {
+    typedef fxBinaryOTDict Dict;
+    typedef std::unordered_map<const void*, unsigned long> Map;
+    static const void* forMap(int i) {
+        return reinterpret_cast<const void*>(0x7f0000000000UL +
+                                             48UL * static_cast<unsigned int>(i));
+    }
+    static const void* forDict(int i) { return forMap(i); }
+};
+
+template <class Key>
+std::vector<Key> makeKeys(benchmark::State& state, Key (*make)(int)) {
+    std::vector<Key> keys;
+    for (int i = 0; i < state.range(0); ++i) keys.push_back(make(i));
+    std::shuffle(keys.begin(), keys.end(), std::mt19937(1));
+    return keys;
+}
+
+unsigned int chainsFor(const benchmark::State& state) {
+    const unsigned int few = 31;
+    if (state.range(1) != 0) return few;
+    std::unordered_map<int, int> sized(static_cast<size_t>(state.range(0)));
+    return static_cast<unsigned int>(sized.bucket_count());
+}
+
+void perEntry(benchmark::State& state) {
+    state.SetItemsProcessed(state.iterations() * state.range(0));
+}
+
+template <class Kind>
+void dictInsert(benchmark::State& state) {
+    const auto keys = makeKeys(state, Kind::forDict);
+    const unsigned int chains = chainsFor(state);
+    for (auto _ : state) {
+        typename Kind::Dict dict(chains);
+        for (const auto& key : keys) dict.add(key, {});
+        benchmark::DoNotOptimize(dict);
+        state.PauseTiming();
+        dict.cleanup();
+        state.ResumeTiming();
+    }
+    perEntry(state);
+}
+
+template <class Kind>
+void mapInsert(benchmark::State& state) {
+    const auto keys = makeKeys(state, Kind::forMap);
+    for (auto _ : state) {
+        typename Kind::Map map(keys.size());
+        for (const auto& key : keys) map.emplace(key, typename Kind::Map::mapped_type{});
+        benchmark::DoNotOptimize(map);
+        state.PauseTiming();
+        map.clear();
+        state.ResumeTiming();
+    }
+    perEntry(state);
+}
+
+template <class Kind>
+void dictFind(benchmark::State& state) {
+    auto keys = makeKeys(state, Kind::forDict);
+    typename Kind::Dict dict(chainsFor(state));
+    for (const auto& key : keys) dict.add(key, {});
+    std::shuffle(keys.begin(), keys.end(), std::mt19937(2));
+    for (auto _ : state) {
+        for (const auto& key : keys) benchmark::DoNotOptimize(dict.find(key));
+    }
+    perEntry(state);
+}
+
+template <class Kind>
+void mapFind(benchmark::State& state) {
+    auto keys = makeKeys(state, Kind::forMap);
+    typename Kind::Map map(keys.size());
+    for (const auto& key : keys) map.emplace(key, typename Kind::Map::mapped_type{});
+    std::shuffle(keys.begin(), keys.end(), std::mt19937(2));
+    for (auto _ : state) {
+        for (const auto& key : keys) benchmark::DoNotOptimize(map.find(key));
+    }
+    perEntry(state);
+}
+
+void loadOne(benchmark::internal::Benchmark* bench) { bench->Args({1000, 0})->Args({100000, 0}); }
+
+void fewChains(benchmark::internal::Benchmark* bench) {
+    for (const int entries : {10, 1000, 100000, 1000000}) bench->Args({entries, 1});
+}
+
+#define COMPARE(Kind)                                              \
+    BENCHMARK(dictFind<Kind>)->Apply(loadOne)->Apply(fewChains);   \
+    BENCHMARK(mapFind<Kind>)->Apply(loadOne);                      \
+    BENCHMARK(dictInsert<Kind>)->Apply(loadOne)->Apply(fewChains); \
+    BENCHMARK(mapInsert<Kind>)->Apply(loadOne)
+
+COMPARE(Names);
+COMPARE(LongNames);
+COMPARE(AlikeNames);
+COMPARE(Addresses);
+
+}  // namespace
