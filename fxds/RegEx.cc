@@ -37,4 +37,8 @@ void fxRegEx::bracketBuffer(const char* buf, unsigned int, int& start, int& end)
     end = static_cast<int>(compiled->endp[0] - buf);
 }
 
+const fxregexp* fxRegEx::search(const char* buf, const char* from) const {
+    return fxregexec(compiled, buf, from) != 0 ? compiled : nullptr;
+}
+
 bool fxIsRegEx(const char* s) { return s[std::strcspn(s, ".+*^$(){}[]")] != 0; }

@@ -23,6 +23,11 @@ public:
     int findEndBuffer(const char* buf, unsigned int len) const override;
     void bracketBuffer(const char* buf, unsigned int len, int& start, int& end) const override;
 
+    /// Searches `buf` for the first match that starts at `from` or later, whatever
+    /// the distance. Returns expression(), or null when there is none.
+    /// Requires: `from` lies in the zero-terminated `buf` or at its end.
+    const fxregexp* search(const char* buf, const char* from) const;
+
     /// View: the compiled expression with the groups of the last search, whose
     /// buffer they point into; null when the pattern did not compile.
     const fxregexp* expression() const { return compiled; }

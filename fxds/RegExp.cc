@@ -134,7 +134,11 @@ fxregexp* fxregcomp(const char* pattern, const char** message) {
 }
 
 int fxregexec(fxregexp* compiled, const char* subject) {
-    if (compiled == nullptr || subject == nullptr) {
+    return fxregexec(compiled, subject, subject);
+}
+
+int fxregexec(fxregexp* compiled, const char* subject, const char* from) {
+    if (compiled == nullptr || subject == nullptr || from == nullptr) {
         fxregerror("NULL parameter");
         return 0;
     }
@@ -145,10 +149,9 @@ int fxregexec(fxregexp* compiled, const char* subject) {
         fxregerror("corrupted program");
         return 0;
     }
-    if (compiled->regmust != nullptr && std::strstr(subject, compiled->regmust) == nullptr)
-        return 0;
+    if (compiled->regmust != nullptr && std::strstr(from, compiled->regmust) == nullptr) return 0;
     try {
-        return search(*plan, subject, compiled->startp, compiled->endp) ? 1 : 0;
+        return search(*plan, subject, from, compiled->startp, compiled->endp) ? 1 : 0;
     } catch (const std::bad_alloc&) {
         fxregerror("out of space");
         return 0;

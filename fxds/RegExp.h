@@ -56,6 +56,11 @@ FX_API fxregexp* fxregcomp(const char* pattern, const char** message);
 /// Different compiled expressions may be matched in different threads.
 FX_API int fxregexec(fxregexp* compiled, const char* subject);
 
+/// As above, for the first match that starts at `from` or later: to go on behind
+/// an earlier match with `^` and `\<` still seeing what comes before.
+/// Requires: `from` lies in `subject` or at its end.
+FX_API int fxregexec(fxregexp* compiled, const char* subject, const char* from);
+
 /// Expands `text` with the last match: `&` and `\0` stand for the whole match,
 /// `\1` to `\9` for the groups (nothing for one without part), `\&` and `\\` for
 /// `&` and `\`; any other backslash stands for itself. Writes nothing when an

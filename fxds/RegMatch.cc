@@ -88,8 +88,8 @@ bool Stack::grow() {
 // again, and the lengths that were tried need not be tried again.
 class Memory {
 public:
-    Memory(unsigned int stepCount, const char* subject_)
-        : steps(stepCount), subject(subject_), length(std::strlen(subject_)) {}
+    Memory(unsigned int stepCount, const char* from)
+        : steps(stepCount), start(from), length(std::strlen(from)) {}
     Memory(const Memory&) = delete;
     Memory& operator=(const Memory&) = delete;
     ~Memory() {
@@ -106,7 +106,7 @@ public:
     bool mark(unsigned short step, const char* p) {
         unsigned char*& bits = steps[step].bits;
         if (bits == nullptr && !(bits = makeBits())) return false;
-        const size_t at = static_cast<size_t>(p - subject);
+        const size_t at = static_cast<size_t>(p - start);
         const unsigned char bit = static_cast<unsigned char>(1U << (at & 7));
         if ((bits[at >> 3] & bit) != 0) return true;
         bits[at >> 3] |= bit;
@@ -132,7 +132,7 @@ private:
         Run run;
     };
     std::vector<ForStep> steps;
-    const char* const subject;
+    const char* const start;  // where the search began
     const size_t length;
     size_t used = 0;
 };
@@ -149,7 +149,7 @@ public:
     Matcher(const Matcher&) = delete;
     Matcher& operator=(const Matcher&) = delete;
 
-    bool search();
+    bool search(const char* from);
     void report(const char** startp, const char** endp) const;
 
 private:
@@ -182,6 +182,7 @@ private:
     const char* const subject;
     const char* at = nullptr;  // the position
     const char* matchStart = nullptr;
+    const char* searchStart = nullptr;
     const char* positions[2 * groupCount] = {};  // start and end of each group
     uint32_t savedSlots = 0;                     // pushed since the latest choice
     bool isOutOfMemory = false;
@@ -192,14 +193,15 @@ private:
     bool isRemembering = false;
 };
 
-bool Matcher::search() {
-    for (const char* from = findStart(subject); from != nullptr;) {
+bool Matcher::search(const char* from) {
+    searchStart = from;
+    from = findStart(from);
+    while (from != nullptr) {
         if (match(from)) return true;
         if (isOutOfMemory) {
             fxregerror("out of space");
             return false;
         }
-        if (plan.startKind == Start::anchored) return false;
         from = afterFailure(from);
         if (from != nullptr) from = findStart(from);
     }
@@ -428,7 +430,7 @@ inline bool Matcher::remembers(size_t cost) {
     work += cost;
     if (work <= workLimit || isRemembering) return isRemembering;
     if (memory == nullptr) {
-        memory = new Memory(plan.memoryCount, subject);
+        memory = new Memory(plan.memoryCount, searchStart);
         if (workLimit != 0) workLimit += memory->fairWork();
     }
     isRemembering = work > workLimit;
@@ -437,10 +439,10 @@ inline bool Matcher::remembers(size_t cost) {
 
 }  // namespace
 
-bool search(const Plan& plan, const char* subject, const char** startp, const char** endp,
-            size_t patience) {
+bool search(const Plan& plan, const char* subject, const char* from, const char** startp,
+            const char** endp, size_t patience) {
     Matcher matcher(plan, subject, patience);
-    if (!matcher.search()) return false;
+    if (!matcher.search(from)) return false;
     matcher.report(startp, endp);
     return true;
 }

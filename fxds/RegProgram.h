@@ -115,11 +115,12 @@ fxregexp* makeBlock(const std::vector<char>& code);
 /// The plan in the block; null when the program was damaged.
 const Plan* planOf(const fxregexp* compiled);
 
-/// Runs the matcher over the subject and sets the positions of the match. After
+/// Runs the matcher over the subject, for matches that start at `from` or later,
+/// and sets the positions of the match. After
 /// `patience` steps, and some more for a long subject, it starts to remember
 /// where it failed; at once when that is 0. The result does not depend on it.
-bool search(const Plan& plan, const char* subject, const char** startp, const char** endp,
-            size_t patience = 4096);
+bool search(const Plan& plan, const char* subject, const char* from, const char** startp,
+            const char** endp, size_t patience = 4096);
 
 }  // namespace fxRegProgram
 

@@ -65,7 +65,8 @@ std::string matchOf(const std::string& pattern, const std::string& subject) {
 std::string rememberingMatch(const fxregexp* compiled, const std::string& subject) {
     const char* startp[10] = {};
     const char* endp[10] = {};
-    fxRegProgram::search(*fxRegProgram::planOf(compiled), subject.c_str(), startp, endp, 0);
+    fxRegProgram::search(*fxRegProgram::planOf(compiled), subject.c_str(), subject.c_str(), startp,
+                         endp, 0);
     return show(subject.c_str(), startp, endp);
 }
 
@@ -273,6 +274,22 @@ TEST(RegExp, FailureLeavesNoPointersBehind) {
     EXPECT_EQ(matchOf(compiled.get(), "xbc"), "1-3 1:1-3");
     EXPECT_EQ(fxregexec(compiled.get(), nullptr), 0);
     EXPECT_EQ(fxregexec(nullptr, "a"), 0);
+}
+
+TEST(RegExp, SearchesGoOnBehindAMatch) {
+    const char* const subject = "ab ab";
+    const struct {
+        const char* pattern;
+        int from;
+        const char* expected;
+    } cases[] = {{"ab", 1, "3-5"},  {"^ab", 1, "no"},    {"^ab", 0, "0-2"},
+                 {"\\<b", 1, "no"}, {"\\<ab", 1, "3-5"}, {"^b|b$", 1, "4-5"},
+                 {"b*", 5, "5-5"},  {"a*b", 4, "4-5"},   {"[ab]*b", 1, "1-2"}};
+    for (const auto& c : cases) {
+        const Compiled compiled = compile(c.pattern);
+        fxregexec(compiled.get(), subject, subject + c.from);
+        EXPECT_EQ(show(subject, compiled->startp, compiled->endp), c.expected) << c.pattern;
+    }
 }
 
 TEST(RegExp, DamagedProgramsMatchNothing) {
