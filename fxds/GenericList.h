@@ -71,14 +71,15 @@ public:
     Iterator begin() const { return Iterator(head); }
     Iterator end() const { return Iterator(nullptr); }
 
-private:
-    void remember(long index, GenericNode* node) const;
-
+protected:
     long count;
     mutable long cachedIndex;
     GenericNode* head;
     GenericNode* tail;
     mutable GenericNode* cachedNode;
+
+private:
+    void remember(long index, GenericNode* node) const;
 };
 
 #endif

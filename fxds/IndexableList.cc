@@ -1,17 +1,18 @@
 #include "fxds/IndexableList.h"
 
-// Splicing behind the last position leaves the tail where it was (see the
-// header), so every walk must be ready to meet the end of the chain early.
+// The chain from the head always holds `count` links and ends with null. The
+// tail is one of them but not always the last, because splicing behind the last
+// position leaves it where it was (see the header). So every walk is ready to
+// meet the end early, what is joined behind the tail goes between it and its
+// follower, and the remembered link is dropped when it leaves the list even
+// though its position says otherwise: no link is lost, and none is kept that
+// has gone.
 
 namespace {
 
-// Links [first, last], a chain of its own, in between two neighbours, each of
-// which may be null.
-void linkBetween(fxLinkItem* before, fxLinkItem* first, fxLinkItem* last, fxLinkItem* after) {
-    first->prev = before;
-    last->next = after;
-    if (before != nullptr) before->next = first;
-    if (after != nullptr) after->prev = last;
+fxLinkItem* endOf(fxLinkItem* link) {
+    while (link->next != nullptr) link = link->next;
+    return link;
 }
 
 }  // namespace
@@ -19,7 +20,10 @@ void linkBetween(fxLinkItem* before, fxLinkItem* first, fxLinkItem* last, fxLink
 fxIndexableList::fxIndexableList()
     : head(nullptr), tail(nullptr), cachedIndex(0), cachedLink(nullptr), count(0) {}
 
-fxIndexableList::fxIndexableList(fxLinkItem* first) : fxIndexableList() { adopt(first); }
+fxIndexableList::fxIndexableList(fxLinkItem* first) : fxIndexableList() {
+    FX_ASSERT(first == nullptr || first->prev == nullptr);
+    adopt(first);
+}
 
 // Makes the chain this list's own: finds its end and counts it.
 void fxIndexableList::adopt(fxLinkItem* first) {
@@ -33,29 +37,36 @@ void fxIndexableList::adopt(fxLinkItem* first) {
     remember(0, head);
 }
 
-void fxIndexableList::remember(long index, fxLinkItem* link) {
+void fxIndexableList::remember(long index, fxLinkItem* link) const {
     cachedIndex = index;
     cachedLink = link;
 }
 
-fxLinkItem* fxIndexableList::findLink(long index) {
+fxLinkItem* fxIndexableList::findLink(long index) const {
     if (cachedLink == nullptr) remember(0, head);
     return fxFindInList<fxLinkItem>({head, tail, count, cachedIndex, cachedLink}, index);
 }
 
+// Puts the chain [first, last] between `before`, or the start of the list, and
+// what follows there.
+void fxIndexableList::join(fxLinkItem* before, fxLinkItem* first, fxLinkItem* last) {
+    fxLinkItem*& place = before != nullptr ? before->next : head;
+    first->prev = before;
+    last->next = place;
+    if (place != nullptr) place->prev = last;
+    place = first;
+}
+
 long fxIndexableList::insertAt(long index, fxLinkItem* link) {
+    FX_ASSERT(link != nullptr && link != head && link->prev == nullptr);
+    if (head == nullptr) remember(0, link);
     fxLinkItem* after = index < count ? findLink(index) : nullptr;
-    if (count == 0) {
-        head = tail = link;
-        link->next = link->prev = nullptr;
-        remember(0, link);
-    } else if (after == nullptr) {
-        linkBetween(tail, link, link, nullptr);
-        tail = link;
-    } else {
-        linkBetween(after->prev, link, link, after);
-        if (after == head) head = link;
+    if (after != nullptr) {
+        join(after->prev, link, link);
         if (index <= cachedIndex) ++cachedIndex;
+    } else {
+        join(tail, link, link);
+        tail = link;
     }
     return ++count;
 }
@@ -66,11 +77,14 @@ void fxIndexableList::detach(fxLinkItem* link) {
     if (link->next != nullptr) link->next->prev = link->prev;
     if (link == head) head = link->next;
     if (link == tail) tail = link->prev;
+    // A tail that stayed behind can be the first link.
+    if (tail == nullptr && head != nullptr) tail = endOf(head);
     link->next = link->prev = nullptr;
     --count;
 }
 
 void fxIndexableList::unlink(fxLinkItem* link) {
+    FX_ASSERT(link != nullptr && (link->prev != nullptr || link == head));
     detach(link);
     remember(0, head);
 }
@@ -78,24 +92,26 @@ void fxIndexableList::unlink(fxLinkItem* link) {
 fxLinkItem* fxIndexableList::unlinkAt(long index) {
     fxLinkItem* link = findLink(index);
     if (link == nullptr) return nullptr;
-    fxLinkItem* successor = link->next;
-    fxLinkItem* predecessor = link->prev;
-    detach(link);
     if (index < cachedIndex) {
         --cachedIndex;
     } else if (index == cachedIndex) {
-        if (successor != nullptr) {
-            remember(index, successor);
-        } else if (predecessor != nullptr) {
-            remember(index - 1, predecessor);
+        if (link->next != nullptr) {
+            remember(index, link->next);
+        } else if (link->prev != nullptr) {
+            remember(index - 1, link->prev);
         } else {
             remember(0, nullptr);
         }
     }
+    detach(link);
+    if (cachedLink == link) remember(0, head);
     return link;
 }
 
-void fxIndexableList::split(fxLinkItem* link) {
+// Keeps what is before the link. The remembered position stays if it can.
+void fxIndexableList::cut(fxLinkItem* link) {
+    const long keptIndex = cachedIndex;
+    fxLinkItem* keptLink = cachedLink;
     if (link == head) {
         adopt(nullptr);
         return;
@@ -103,51 +119,64 @@ void fxIndexableList::split(fxLinkItem* link) {
     link->prev->next = nullptr;
     link->prev = nullptr;
     adopt(head);
+    if (keptIndex >= count) return;
+    for (fxLinkItem* kept : *this) {
+        if (kept != keptLink) continue;
+        remember(keptIndex, keptLink);
+        return;
+    }
+}
+
+void fxIndexableList::split(fxLinkItem* link) {
+    if (link == nullptr) return;
+    FX_ASSERT(link->prev != nullptr || link == head);
+    cut(link);
+    remember(0, head);
 }
 
 fxLinkItem* fxIndexableList::splitAt(long index) {
     fxLinkItem* link = findLink(index);
     if (link == nullptr) return nullptr;
-    const long keptIndex = cachedIndex;
-    fxLinkItem* keptLink = cachedLink;
-    split(link);
-    if (keptIndex < index) remember(keptIndex, keptLink);
+    cut(link);
+    if (cachedIndex >= index) remember(0, head);
     return link;
 }
 
-// Ends every splice: what `other` held is counted here, and it is left empty.
-long fxIndexableList::spliced(fxIndexableList& other) {
-    const long moved = other.count;
-    count += moved;
+// Joins the chain of `other` in behind `before`, or at the start.
+void fxIndexableList::take(fxLinkItem* before, fxIndexableList& other) {
+    join(before, other.head, endOf(other.tail));
+    count += other.count;
     remember(0, nullptr);
     other.adopt(nullptr);
-    return moved;
+}
+
+void fxIndexableList::takeAtEnd(fxIndexableList& other) {
+    fxLinkItem* newTail = other.tail;
+    take(tail, other);
+    tail = newTail;
 }
 
 long fxIndexableList::insertListAt(long index, fxIndexableList* other) {
-    if (other == this || other->head == nullptr) return 0;
+    FX_ASSERT(other != nullptr);
+    if (other == this || other->isEmpty()) return 0;
+    const long moved = other->count;
     fxLinkItem* after = findLink(index);
     if (after != nullptr) {
-        linkBetween(after->prev, other->head, other->tail, after);
-        if (after == head) head = other->head;
+        take(after->prev, *other);
     } else {
-        linkBetween(tail, other->head, other->tail, nullptr);
-        if (head == nullptr) head = other->head;
-        tail = other->tail;
+        takeAtEnd(*other);
     }
-    return spliced(*other);
+    return moved;
 }
 
 long fxIndexableList::appendListAt(long index, fxIndexableList* other) {
-    if (other == this || other->head == nullptr) return count;
+    FX_ASSERT(other != nullptr);
+    if (other == this || other->isEmpty()) return count;
     fxLinkItem* before = index < count ? findLink(index) : nullptr;
     if (before != nullptr) {
-        linkBetween(before, other->head, other->tail, before->next);
+        take(before, *other);
     } else {
-        linkBetween(tail, other->head, other->tail, nullptr);
-        if (head == nullptr) head = other->head;
-        tail = other->tail;
+        takeAtEnd(*other);
     }
-    spliced(*other);
     return count;
 }

@@ -23,7 +23,8 @@ public:
 /// Strings the caller's objects together and never makes or destroys one. It
 /// can be cut in two and spliced as a whole. Positions count from 0; the last
 /// one found is remembered, as in GenericList. Positions are not checked:
-/// outside the list nothing is found.
+/// outside the list nothing is found, and what is added where nothing is found
+/// goes to the end.
 ///
 /// Requires throughout: a link handed in stands in no list, unless the
 /// operation says that it stands in this one.
@@ -31,6 +32,7 @@ class FX_API fxIndexableList {
 public:
     fxIndexableList();
     /// Takes over the chain that begins with `first`, which may be null.
+    /// Requires: nothing precedes `first`, and the chain ends.
     explicit fxIndexableList(fxLinkItem* first);
     fxIndexableList(const fxIndexableList&) = delete;
     fxIndexableList& operator=(const fxIndexableList&) = delete;
@@ -38,10 +40,12 @@ public:
     long getCount() const { return count; }
     bool isEmpty() const { return count == 0; }
     fxLinkItem* getHead() const { return head; }
+    /// Null when empty. Not the last link once appendListAt() has spliced a list
+    /// in behind the last position.
     fxLinkItem* getTail() const { return tail; }
 
     /// The link at a position; null outside the list.
-    fxLinkItem* findLink(long index);
+    fxLinkItem* findLink(long index) const;
 
     // Each answers the new count.
 
@@ -57,7 +61,7 @@ public:
     fxLinkItem* unlinkAt(long index);
 
     /// Cuts the list before the link: the chain from there on is no longer
-    /// this list's. Requires: the link stands in this list.
+    /// this list's. Null changes nothing. Requires: the link stands in this list.
     void split(fxLinkItem* link);
     /// The same by position; answers the first link of the chain cut off, or
     /// null outside the list.
@@ -74,9 +78,8 @@ public:
     /// the end from getCount() on. Answers the new count.
     ///
     /// Mind the last position: getTail() then stays at the link that was last,
-    /// and what goes by the tail (append(), positions near the end) no longer
-    /// reaches what was spliced in behind it. To extend a list use
-    /// appendList().
+    /// and what goes by the tail (append(), positions near the end) stops short
+    /// of what was spliced in behind it. To extend a list use appendList().
     long appendListAt(long index, fxIndexableList* other);
     long appendList(fxIndexableList* other) { return appendListAt(count, other); }
 
@@ -86,17 +89,21 @@ public:
     Iterator begin() const { return Iterator(head); }
     Iterator end() const { return Iterator(nullptr); }
 
-private:
-    void remember(long index, fxLinkItem* link);
-    void adopt(fxLinkItem* first);
-    void detach(fxLinkItem* link);
-    long spliced(fxIndexableList& other);
-
+protected:
     fxLinkItem* head;
     fxLinkItem* tail;
-    long cachedIndex;
-    fxLinkItem* cachedLink;
+    mutable long cachedIndex;
+    mutable fxLinkItem* cachedLink;  // null: nothing is remembered
     long count;
+
+private:
+    void remember(long index, fxLinkItem* link) const;
+    void adopt(fxLinkItem* first);
+    void detach(fxLinkItem* link);
+    void cut(fxLinkItem* link);
+    void join(fxLinkItem* before, fxLinkItem* first, fxLinkItem* last);
+    void take(fxLinkItem* before, fxIndexableList& other);
+    void takeAtEnd(fxIndexableList& other);
 };
 
 #endif

@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <memory>
 #include <random>
 #include <vector>
 
@@ -12,6 +13,17 @@
 namespace {
 
 int pool[1000];
+
+struct OpenGenericList : GenericList {
+    using GenericList::cachedIndex;
+    using GenericList::cachedNode;
+};
+
+/// What a lookup among `size` leaves remembered: what is found at once, at the
+/// ends, does not count.
+void modelFind(long& remembered, long index, long size) {
+    if (index > 0 && index < size - 1) remembered = index;
+}
 
 std::vector<void*> items(const GenericList& list) {
     std::vector<void*> result;
@@ -28,8 +40,9 @@ std::vector<void*> items(const GenericList& list) {
 
 TEST(GenericLists, AgreeWithAModel) {
     std::mt19937 rng(testSeed());
-    GenericList list;
+    OpenGenericList list;
     std::vector<void*> model;
+    long remembered = 0;
     for (int step = 0; step < 20000; ++step) {
         void* item = &pool[rng() % 1000];
         const long size = static_cast<long>(model.size());
@@ -38,31 +51,43 @@ TEST(GenericLists, AgreeWithAModel) {
             case 0:
                 EXPECT_EQ(list.append(item)->getItem(), item);
                 model.push_back(item);
+                remembered = size;
                 break;
             case 1:
                 list.prepend(item);
                 model.insert(model.begin(), item);
+                remembered = 0;
                 break;
             case 2:
                 list.insertAt(at, item);
                 model.insert(model.begin() + at, item);
+                remembered = at;
                 break;
             case 3:
                 if (size == 0) break;
                 ASSERT_EQ(list.remove(at), model[static_cast<size_t>(at)]);
                 model.erase(model.begin() + at);
+                remembered = 0;
                 break;
             case 4: {
                 auto found = std::find(model.begin(), model.end(), item);
                 ASSERT_EQ(list.remove(item), found == model.end() ? nullptr : item);
-                if (found != model.end()) model.erase(found);
+                if (found == model.end()) break;
+                model.erase(found);
+                remembered = 0;
                 break;
             }
             default:
                 // From any position to any other, near ones included.
                 for (long i = at; i < std::min(at + 3, size); ++i) {
                     ASSERT_EQ(list.findItem(i), model[static_cast<size_t>(i)]);
+                    modelFind(remembered, i, size);
                 }
+        }
+        ASSERT_EQ(list.cachedIndex, remembered) << "step " << step;
+        ASSERT_EQ(list.cachedNode == nullptr, model.empty());
+        if (!model.empty()) {
+            ASSERT_EQ(list.cachedNode->getItem(), model[static_cast<size_t>(remembered)]);
         }
         if (step % 100 == 0) {
             ASSERT_EQ(items(list), model);
@@ -101,7 +126,18 @@ TEST(GenericLists, BadPositionsAreFatal) {
 }
 
 struct Link : fxLinkItem {
-    int id = 0;
+    Link() { ++alive; }
+    Link(const Link& other) : fxLinkItem(other) { ++alive; }
+    Link& operator=(const Link&) = default;
+    ~Link() { --alive; }
+    static int alive;
+};
+int Link::alive = 0;
+
+struct OpenList : fxIndexableList {
+    using fxIndexableList::cachedIndex;
+    using fxIndexableList::cachedLink;
+    using fxIndexableList::fxIndexableList;
 };
 
 class IndexableLists : public testing::Test {
@@ -142,8 +178,13 @@ protected:
 
 TEST_F(IndexableLists, AgreeWithAModel) {
     std::mt19937 rng(testSeed());
-    fxIndexableList list;
+    OpenList list;
     Links model;
+    long remembered = -1;  // none; the next lookup starts from the head
+    const auto find = [&](long index, long size) {
+        if (remembered < 0) remembered = 0;
+        modelFind(remembered, index, size);
+    };
     for (int step = 0; step < 4000; ++step) {
         const long size = static_cast<long>(model.size());
         const long at = static_cast<long>(rng()) % (size + 1);
@@ -153,20 +194,30 @@ TEST_F(IndexableLists, AgreeWithAModel) {
                 fxLinkItem* link = chain(1)[0];
                 EXPECT_EQ(list.insertAt(at, link), size + 1);
                 model.insert(model.begin() + at, link);
+                if (size == 0) {
+                    remembered = 0;
+                } else if (at < size) {
+                    find(at, size);
+                    if (at <= remembered) ++remembered;
+                }
                 break;
             }
             case 2:
+                if (size > 0) find(at, size);
                 if (at == size) {
                     ASSERT_EQ(list.unlinkAt(at), nullptr);
                 } else {
                     ASSERT_EQ(list.unlinkAt(at), model[static_cast<size_t>(at)]);
                     model.erase(model.begin() + at);
+                    const bool hadNoSuccessor = at == remembered && at == size - 1;
+                    if (at < remembered || hadNoSuccessor) --remembered;
                 }
                 break;
             case 3:
                 if (at == size) break;
                 list.unlink(model[static_cast<size_t>(at)]);
                 model.erase(model.begin() + at);
+                remembered = size > 1 ? 0 : -1;
                 break;
             case 4: {
                 Links more = chain(rng() % 4);
@@ -181,6 +232,7 @@ TEST_F(IndexableLists, AgreeWithAModel) {
                 } else {
                     break;
                 }
+                if (!more.empty()) remembered = -1;
                 expectSame(other, {});
                 break;
             }
@@ -188,18 +240,36 @@ TEST_F(IndexableLists, AgreeWithAModel) {
                 if (size < 20 || at == size) break;
                 fxLinkItem* cut = model[static_cast<size_t>(at)];
                 if (rng() % 2 == 0) {
+                    find(at, size);
                     EXPECT_EQ(list.splitAt(at), cut);
+                    if (remembered >= at) remembered = 0;
                 } else {
                     list.split(cut);
+                    remembered = 0;
                 }
+                if (at == 0) remembered = -1;
                 EXPECT_EQ(collect(cut), Links(model.begin() + at, model.end()));
                 model.resize(static_cast<size_t>(at));
                 break;
             }
             default:
                 EXPECT_EQ(list.findLink(at), at == size ? nullptr : model[static_cast<size_t>(at)]);
+                if (size > 0) find(at, size);
         }
-        if (step % 10 == 0) expectSame(list, model);
+        // Splicing nothing in, or looking where nothing is, may look first.
+        if (remembered < 0 && list.cachedLink != nullptr) remembered = 0;
+        ASSERT_EQ(list.cachedLink,
+                  remembered < 0 ? nullptr : model[static_cast<size_t>(remembered)])
+            << "step " << step;
+        if (remembered >= 0) {
+            ASSERT_EQ(list.cachedIndex, remembered) << "step " << step;
+        }
+        if (step % 10 == 0) {
+            expectSame(list, model);
+            for (long i = 0; i < static_cast<long>(model.size()); ++i) {
+                find(i, static_cast<long>(model.size()));
+            }
+        }
         if (HasFailure()) return;
     }
 }
@@ -231,6 +301,101 @@ TEST_F(IndexableLists, SurviveOddSplices) {
     fxIndexableList tail(xyz[0]);
     EXPECT_EQ(single.appendListAt(0, &tail), 4);
     EXPECT_EQ(single.findLink(2), nullptr) << "backwards from a tail that stayed behind";
+}
+
+TEST_F(IndexableLists, TiesOfTheWalkGoBackward) {
+    fxIndexableList list(chain(1)[0]);
+    fxIndexableList more(chain(2)[0]);
+    list.appendListAt(0, &more);
+    // One step from the remembered head, one from the tail, which stayed there.
+    EXPECT_EQ(list.findLink(1), nullptr);
+}
+
+// Whatever is done after a tail has stayed behind: the chain is whole, the tail
+// and the remembered link are in it, and what has gone is not touched again.
+TEST(TailsLeftBehind, LoseNoLinkAndKeepNone) {
+    std::mt19937 rng(testSeed());
+    std::vector<OpenList> lists(3);
+    long linked = 0;
+    const auto drop = [&](fxLinkItem* link) {
+        while (link != nullptr) {
+            fxLinkItem* next = link->next;
+            delete static_cast<Link*>(link);
+            link = next;
+            --linked;
+        }
+    };
+    for (int step = 0; step < 30000; ++step) {
+        OpenList& list = lists[rng() % lists.size()];
+        OpenList& other = lists[rng() % lists.size()];
+        const long at = static_cast<long>(rng()) % (list.getCount() + 3) - 1;
+        switch (rng() % 10) {
+            case 0:
+            case 1:
+            case 2:
+                list.insertAt(at, new Link);
+                ++linked;
+                break;
+            case 3:
+            case 4:
+                drop(list.unlinkAt(at));
+                break;
+            case 5: {
+                fxLinkItem* link = list.getHead();
+                if (link == nullptr) break;
+                for (long i = 0; i < at; ++i) link = link->next != nullptr ? link->next : link;
+                if (rng() % 4 != 0) {
+                    list.unlink(link);
+                } else {
+                    list.split(link);
+                }
+                drop(link);
+                break;
+            }
+            case 6:
+                if (rng() % 8 == 0) drop(list.splitAt(at));
+                break;
+            case 7:
+                list.insertListAt(at, &other);
+                break;
+            default:
+                list.appendListAt(rng() % 2 == 0 ? list.getCount() - 1 : at, &other);
+        }
+        long found = 0;
+        for (OpenList& each : lists) {
+            each.findLink(static_cast<long>(rng()) % (each.getCount() + 2));
+            long count = 0;
+            bool hasTail = each.isEmpty(), hasRemembered = each.cachedLink == nullptr;
+            const fxLinkItem* previous = nullptr;
+            for (fxLinkItem* link : each) {
+                ASSERT_EQ(link->prev, previous) << "step " << step;
+                previous = link;
+                ++count;
+                hasTail = hasTail || link == each.getTail();
+                hasRemembered = hasRemembered || link == each.cachedLink;
+            }
+            ASSERT_EQ(each.getCount(), count) << "step " << step;
+            ASSERT_TRUE(hasTail && hasRemembered) << "step " << step;
+            found += count;
+        }
+        ASSERT_EQ(found, linked) << "step " << step;
+    }
+    for (OpenList& each : lists) drop(each.splitAt(0));
+    EXPECT_EQ(Link::alive, 0);
+}
+
+TEST(IndexableListOfOne, CopiesOfLinksStandInNoList) {
+    Link link, second;
+    fxIndexableList list(&link);
+    list.append(&second);
+    const Link copy(link);
+    EXPECT_EQ(copy.getNext(), nullptr);
+    second = copy;
+    EXPECT_EQ(second.getPrev(), &link);
+    list.split(&link);
+    EXPECT_TRUE(list.isEmpty());
+    EXPECT_EQ(link.getNext(), &second) << "what is cut off stays a chain";
+    list.split(nullptr);
 }
 
 }  // namespace
