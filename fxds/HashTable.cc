@@ -5,6 +5,10 @@
 
 // The table grows by the number of additions ever made, not by the number of
 // entries: count never falls.
+//
+// A walk stands on the stack of mapcar(), registered with the table, which moves
+// it on when the entry that it would meet next is removed. The table does not
+// grow under a walk, because entries would change their places.
 
 namespace {
 
@@ -21,13 +25,32 @@ constexpr Fold folds[] = {{12, 6}, {13, 7}, {16, 8}, {9, 0}, {10, 0}, {11, 0}};
 
 }  // namespace
 
+struct HashTable::Walk {
+    FX_REGISTERS_LOCAL_BEGIN
+    explicit Walk(HashTable* table_) : table(table_), next(nullptr), outer(table_->walks) {
+        table->walks = this;
+    }
+    FX_REGISTERS_LOCAL_END
+    Walk(const Walk&) = delete;
+    Walk& operator=(const Walk&) = delete;
+    ~Walk() {
+        if (table != nullptr) table->walks = outer;
+    }
+
+    HashTable* table;  // null once it has been destroyed
+    HashEntry* next;   // null at the end of a chain
+    Walk* outer;
+};
+
 HashTable::HashTable()
     : buckets(new HashEntry*[1u << firstLevel]()),
       count(0),
       size(1 << firstLevel),
-      level(firstLevel) {}
+      level(firstLevel),
+      walks(nullptr) {}
 
 HashTable::~HashTable() {
+    for (Walk* walk = walks; walk != nullptr; walk = walk->outer) walk->table = nullptr;
     for (int i = 0; i < size; ++i) {
         while (HashEntry* entry = buckets[i]) {
             buckets[i] = entry->next;
@@ -53,6 +76,9 @@ void HashTable::remove(unsigned long key) {
     HashEntry*& head = buckets[hash(key)];
     HashEntry* entry = searchBucketFor(head, key);
     if (entry == nullptr) return;
+    for (Walk* walk = walks; walk != nullptr; walk = walk->outer) {
+        if (walk->next == entry) walk->next = entry->next;
+    }
     if (entry == head) head = entry->next;
     if (entry->prev != nullptr) entry->prev->next = entry->next;
     if (entry->next != nullptr) entry->next->prev = entry->prev;
@@ -60,10 +86,13 @@ void HashTable::remove(unsigned long key) {
 }
 
 void HashTable::mapcar(void (*f)(HashEntry*)) {
+    Walk walk(this);
     for (int i = 0; i < size; ++i) {
-        for (HashEntry *entry = buckets[i], *next; entry != nullptr; entry = next) {
-            next = entry->next;
+        walk.next = buckets[i];
+        while (HashEntry* entry = walk.next) {
+            walk.next = entry->next;
             f(entry);
+            if (walk.table == nullptr) return;
         }
     }
 }
@@ -91,7 +120,7 @@ void HashTable::linkAtHead(HashEntry* entry) {
 }
 
 HashEntry* HashTable::addElement(unsigned long key) {
-    if (count >= 4 * size && level < lastLevel) rebuildTable();
+    if (count >= 4 * size && level < lastLevel && walks == nullptr) rebuildTable();
     HashEntry* entry = new HashEntry{key, nullptr, nullptr, nullptr};
     linkAtHead(entry);
     if (count < INT_MAX) ++count;

@@ -36,8 +36,10 @@ public:
     /// Removes a key; nothing when it is absent.
     void remove(unsigned long key);
 
-    /// Calls `f` on every entry, bucket by bucket. `f` may remove the entry
-    /// that it is given, but no other, and may not add any.
+    /// Calls `f` on every entry, bucket by bucket. `f` may add and remove what
+    /// it likes and even destroy the table, which ends the walk. An entry that
+    /// is there all the time is met once, one removed before its turn is not,
+    /// one that is added may be. The table grows after the walk.
     void mapcar(void (*f)(HashEntry*));
 
     int getCount() const { return count; }  ///< Additions ever made.
@@ -52,12 +54,15 @@ public:
     void rebuildTable();
 
 private:
+    struct Walk;
+
     void linkAtHead(HashEntry* entry);
 
     HashEntry** buckets;
     int count;
     int size;
     unsigned int level;  // base-2 logarithm of size
+    Walk* walks;         // those under way, innermost first
 };
 
 #endif

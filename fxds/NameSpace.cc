@@ -1,5 +1,6 @@
 #include "fxds/NameSpace.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
@@ -16,6 +17,7 @@ public:
     unsigned long atom;
     unsigned int hash;
     const char* name;
+    unsigned int length;  // of the name
     bool ownsName;
 };
 
@@ -34,6 +36,16 @@ unsigned int hashOf(const char* name, unsigned int len) {
         hash = (hash * 27 + byteAt(name, k)) * 27 + byteAt(name, len - 1 - k);
     }
     return hash;
+}
+
+// Negative, 0 or positive as the name goes before, to or behind the node of an
+// equal hash. The node's text is not read beyond its length: the initialiser
+// may have entered a part of a longer text.
+int compareTo(const NameSpace_Node& node, const char* name, unsigned int len) {
+    const int order = std::strncmp(name, node.name, std::min(len, node.length));
+    if (order != 0) return order;
+    if (len < node.length) return -1;
+    return len > node.length && name[node.length] != '\0' ? 1 : 0;
 }
 
 }  // namespace
@@ -95,9 +107,9 @@ NameSpace_Node** NameSpace::findPlace(unsigned int hash, const char* name, unsig
             place = node->hash > hash ? &node->left : &node->right;
             continue;
         }
-        const int order = std::strncmp(name, node->name, len);
-        if (order == 0 && len >= std::strlen(node->name)) return place;
-        place = order <= 0 ? &node->left : &node->right;
+        const int order = compareTo(*node, name, len);
+        if (order == 0) return place;
+        place = order < 0 ? &node->left : &node->right;
     }
     return place;
 }
@@ -119,7 +131,9 @@ unsigned long NameSpace::internAtom(unsigned long atom, const char* name, unsign
 
 NameSpace_Node* NameSpace::makeNode(unsigned long atom, unsigned int hash, const char* name,
                                     unsigned int len) {
-    auto* node = new (std::nothrow) NameSpace_Node{nullptr, nullptr, atom, hash, name, false};
+    const auto length = static_cast<unsigned int>(strnlen(name, len));
+    auto* node =
+        new (std::nothrow) NameSpace_Node{nullptr, nullptr, atom, hash, name, length, false};
     if (node == nullptr) atomError();
     if (staticLimit == 0) return node;
     const size_t size = static_cast<size_t>(len) + 1;

@@ -26,8 +26,9 @@ public:
     /// The atom of the name, the first `len` bytes of `name`. An unknown name
     /// gets the next number when `create` is set, else the answer is 0.
     /// Aborts when `create` is set and the name space frozen, even if the name
-    /// is known. Requires, within the initialiser: name[len] is 0, and the text
-    /// outlives the name space.
+    /// is known. Requires, within the initialiser: the text outlives the name
+    /// space. It should end behind the name, because nameForAtom() answers it
+    /// as it is.
     unsigned long makeAtom(const char* name, unsigned int len, int create);
     unsigned long makeAtom(const char* name, int create);
 

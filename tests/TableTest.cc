@@ -2,10 +2,13 @@
 #include <gtest/gtest.h>
 #include <pthread.h>
 
+#include <algorithm>
 #include <climits>
 #include <map>
 #include <random>
+#include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "fxds/BoundingBox.h"
@@ -70,6 +73,96 @@ TEST(HashTables, GrowByAdditionsAndKeepTheirOrder) {
     EXPECT_EQ(clash.lookup(1), nullptr);
     clash.add(5, nullptr);
     EXPECT_EXIT(clash.add(5, nullptr), testing::KilledBySignal(SIGABRT), "^$");
+}
+
+/// Chains newest first, which turn round when the table grows.
+TEST(HashTables, AreWalkedByBucketAndChain) {
+    std::mt19937 rng(testSeed());
+    HashTable table;
+    std::vector<std::vector<unsigned long>> chains(64);
+    static std::vector<unsigned long> walked;
+    for (int step = 0; step < 9000; ++step) {
+        const unsigned long key = rng() % 100000;
+        if (step % 3 == 2 && !walked.empty()) {
+            const unsigned long old = walked[rng() % walked.size()];
+            auto& chain = chains[table.hash(old)];
+            table.remove(old);
+            chain.erase(std::remove(chain.begin(), chain.end(), old), chain.end());
+        } else if (table.lookup(key) == nullptr) {
+            const int size = table.getSize();
+            table.add(key, &table);
+            if (table.getSize() != size) {
+                const auto old = std::move(chains);
+                chains.assign(static_cast<size_t>(table.getSize()), {});
+                for (const auto& chain : old) {
+                    for (unsigned long moved : chain) {
+                        chains[table.hash(moved)].insert(chains[table.hash(moved)].begin(), moved);
+                    }
+                }
+            }
+            chains[table.hash(key)].insert(chains[table.hash(key)].begin(), key);
+        }
+        if (step % 50 != 0) continue;
+        walked.clear();
+        table.mapcar([](HashEntry* entry) { walked.push_back(entry->getKey()); });
+        std::vector<unsigned long> model;
+        for (const auto& chain : chains) model.insert(model.end(), chain.begin(), chain.end());
+        ASSERT_EQ(walked, model) << "step " << step;
+    }
+    EXPECT_EQ(table.getSize(), 2048);
+}
+
+TEST(HashTables, MayBeChangedWhileTheyAreWalked) {
+    // Keys that share a bucket: the walk meets the newest first.
+    static HashTable* table;
+    static std::vector<unsigned long> met;
+    const auto fill = [](unsigned long n) {
+        for (unsigned long i = 0; i < n; ++i) table->add(i << 20, nullptr);
+        met.clear();
+    };
+    HashTable others;
+    table = &others;
+    fill(5);
+    others.mapcar([](HashEntry* entry) {
+        met.push_back(entry->getKey() >> 20);
+        for (unsigned long i : {3, 2, 0}) table->remove(i << 20);
+    });
+    EXPECT_EQ(met, (std::vector<unsigned long>{4, 1}));
+
+    HashTable nested;
+    table = &nested;
+    fill(3);
+    nested.mapcar([](HashEntry* outer) {
+        met.push_back(outer->getKey() >> 20);
+        table->mapcar([](HashEntry* inner) { table->remove(inner->getKey()); });
+    });
+    EXPECT_EQ(met, (std::vector<unsigned long>{2})) << "the inner walk removed the rest";
+
+    HashTable grown;
+    table = &grown;
+    fill(255);
+    grown.mapcar([](HashEntry* entry) {
+        met.push_back(entry->getKey() >> 20);
+        if (met.size() > 100) return;
+        table->add((met.size() << 20) + 1, nullptr);
+    });
+    EXPECT_EQ(met.size(), 255u + 100) << "what comes into a later bucket is met";
+    EXPECT_EQ(grown.getSize(), 64) << "not under the walk";
+    grown.add(2, nullptr);
+    EXPECT_EQ(grown.getSize(), 128);
+
+    table = new HashTable;
+    fill(4);
+    table->mapcar([](HashEntry* entry) {
+        met.push_back(entry->getKey() >> 20);
+        if (met.size() < 2) return;
+        table->mapcar([](HashEntry*) {
+            delete table;
+            table = nullptr;
+        });
+    });
+    EXPECT_EQ(met, (std::vector<unsigned long>{3, 2}));
+    EXPECT_EQ(table, nullptr);
 }
 
 TEST(HashTables, FoldTheKeyByLevel) {
@@ -141,11 +234,39 @@ TEST(NameSpaces, FrozenOnesTakeOnlyChosenNumbers) {
     EXPECT_EXIT(NameSpace([](NameSpace*) { return 1; }, 0), testing::ExitedWithCode(255), "^$");
 }
 
-// Names whose hashes rise one by one, so that the tree is one long branch, live
-// and die on a stack that has no room for a frame per name.
-void* liveOnASmallStack(void*) {
+// A part of a longer text, which ends nowhere, or just behind the name.
+std::vector<char> slice;
+int sliceOfNames(NameSpace* names) {
+    for (size_t length = slice.size(); length > 0; --length) {
+        if (names->makeAtom(slice.data(), static_cast<unsigned int>(length), 1) == 0) return 1;
+    }
+    return 0;
+}
+
+TEST(NameSpaces, ReadNoFurtherThanTheNamesTheyWereGiven) {
+    slice.assign({'a', 'b', 'a', 'b', 'a'});
+    slice.shrink_to_fit();
+    const NameSpace filled(sliceOfNames, 0);
+    EXPECT_EQ(filled.getLastAtom(), 5u);
+    EXPECT_EQ(filled.nameForAtom(1), slice.data()) << "not a copy";
+    NameSpace names(sliceOfNames, 0);
+    EXPECT_EQ(names.makeAtom("ababa", 0), 1u);
+    EXPECT_EQ(names.makeAtom("ab", 0), 4u);
+    EXPECT_EQ(names.makeAtom("ababab", 0), 0u);
+    EXPECT_EQ(names.makeAtom("", 0, 1), 6u) << "an empty name is one too";
+    EXPECT_EQ(names.makeAtom("", 0), 6u);
+    std::string text = "passing";
+    const unsigned long atom = names.makeAtom(text.c_str(), 1);
+    text = "changed";
+    EXPECT_STREQ(names.nameForAtom(atom), "passing") << "a copy, after the initialiser";
+}
+
+// Names whose hashes rise or fall one by one, so that the tree is one long
+// branch, live and die on a stack that has no room for a frame per name.
+void* liveOnASmallStack(void* falling) {
     NameSpace names(nullptr, 0);
-    for (int i = 0; i < 12000; ++i) {
+    for (int k = 0; k < 12000; ++k) {
+        const int i = falling != nullptr ? 11999 - k : k;
         // Four bytes b c d e hash to the number b e c d in base 27.
         char name[] = {static_cast<char>(i / 19683 + 1), static_cast<char>(i / 27 % 27 + 1),
                        static_cast<char>(i % 27 + 1), static_cast<char>(i / 729 % 27 + 1), 0};
@@ -159,9 +280,11 @@ TEST(NameSpaces, DegenerateTreesNeedNoStack) {
     pthread_attr_t attributes;
     pthread_attr_init(&attributes);
     pthread_attr_setstacksize(&attributes, 128 * 1024);
-    pthread_t thread;
-    ASSERT_EQ(pthread_create(&thread, &attributes, liveOnASmallStack, nullptr), 0);
-    pthread_join(thread, nullptr);
+    for (void* falling : {static_cast<void*>(nullptr), static_cast<void*>(&attributes)}) {
+        pthread_t thread;
+        ASSERT_EQ(pthread_create(&thread, &attributes, liveOnASmallStack, falling), 0);
+        pthread_join(thread, nullptr);
+    }
     pthread_attr_destroy(&attributes);
 }
 
@@ -180,6 +303,44 @@ TEST(BoundingBoxes, IntersectAndBoundByAxis) {
     EXPECT_EQ(Box(1, 0, 5, 1).intersect(Box(1, 0, 0, 1)), Box(1, 0, 0, 1));
     EXPECT_EQ(Box(INT_MAX, 0, 10, 1).intersect(Box(INT_MAX, 0, 1, 1)).width, 0) << "wraps";
     EXPECT_NE(Box(), Box(0, 0, 0, 1));
+}
+
+/// The cells of an axis, of small and not negative extents.
+struct Cells {
+    Cells(int position, int extent) {
+        for (int i = 0; i < extent; ++i) cells.insert(position + i);
+    }
+    int first() const { return cells.empty() ? 0 : *cells.begin(); }
+    int extent() const { return cells.empty() ? 0 : *cells.rbegin() - *cells.begin() + 1; }
+    std::set<int> cells;
+};
+
+TEST(BoundingBoxes, CoverTheCellsOfBothOrOfEither) {
+    for (int extents = 0; extents < 36; ++extents) {
+        for (int at = -7; at <= 7; ++at) {
+            const fxBoundingBox a(0, at, extents / 6, extents % 6);
+            const fxBoundingBox b(at, 0, extents % 6, extents / 6);
+            const Cells mine(a.x, a.width), its(b.x, b.width);
+            Cells both(0, 0), either = mine;
+            either.cells.insert(its.cells.begin(), its.cells.end());
+            for (int cell : mine.cells) {
+                if (its.cells.count(cell) != 0) both.cells.insert(cell);
+            }
+            const fxBoundingBox bound = a.bound(b), overlap = a.intersect(b);
+            if (a.width != 0 || b.width != 0) {
+                EXPECT_EQ(bound.x, either.first());
+            }
+            EXPECT_EQ(bound.width, either.extent());
+            EXPECT_EQ(overlap.width, both.extent());
+            if (overlap.width != 0) {
+                EXPECT_EQ(overlap.x, both.first());
+            }
+            // The other axis has the same numbers, the other way round.
+            EXPECT_EQ(b.bound(a).height, bound.width);
+            EXPECT_EQ(b.intersect(a).height, overlap.width);
+            EXPECT_EQ(b.bound(a).y, bound.x);
+        }
+    }
 }
 
 }  // namespace
