@@ -8,7 +8,6 @@
 #include <utility>
 
 #include "fxds/Array.h"
-#include "fxds/Array.h"
 #include "fxds/Block.h"
 #include "fxds/HashNode.h"
 #include "fxds/KeyHooks.h"
@@ -545,8 +544,10 @@ void fxHashCore<Container>::clear(Container& table) {
 template <class Container>
 void fxHashCore<Container>::freeAll(Container& table) {
     detachAll(table);
-    for (Node* node : table.buckets) {
-        while (node != nullptr) table.extra.nodes.drop(std::exchange(node, node->next));
+    if (table.extra.linked != 0) {
+        for (Node* node : table.buckets) {
+            while (node != nullptr) table.extra.nodes.drop(std::exchange(node, node->next));
+        }
     }
     while (Node* const node = table.extra.parked) {
         table.extra.parked = node->next;
@@ -554,7 +555,8 @@ void fxHashCore<Container>::freeAll(Container& table) {
     }
 }
 
-// Iterators. One that is attached stands on a node: it detaches at the end.
+// Iterators. One that is attached stands on a node: it detaches at the end. The
+// chains of an empty table are not looked at, as a stream may claim many.
 
 template <class Container>
 void fxHashCore<Container>::attach(Iter& iter, Container& table) {
@@ -602,7 +604,8 @@ template <class Container>
 void fxHashCore<Container>::advanceToValid(Iter& iter) {
     Container& table = *home(iter);
     const unsigned int chains = table.buckets.length();
-    for (unsigned int i = iter.bucketIndex + 1; i < chains; ++i) {
+    const unsigned int end = table.extra.linked != 0 ? chains : 0;
+    for (unsigned int i = iter.bucketIndex + 1; i < end; ++i) {
         if (table.buckets[i] == nullptr) continue;
         iter.bucketIndex = i;
         iter.node = table.buckets[i];
