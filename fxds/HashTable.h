@@ -4,10 +4,16 @@
 
 #include "fxds/Config.h"
 
+template <class Node>
+class fxHashIndex;
+
 /// One entry of a HashTable, made and destroyed by it. View: good until the
 /// key is removed.
 class FX_API HashEntry {
 public:
+    HashEntry(const HashEntry&) = delete;
+    HashEntry& operator=(const HashEntry&) = delete;
+
     unsigned long getKey() const { return key; }
     void* getValue() const { return value; }
     void setValue(void* value_) { value = value_; }
@@ -16,12 +22,26 @@ public:
     void* value;  ///< borrowed
     HashEntry* next;
     HashEntry* prev;
+
+private:
+    friend class HashTable;
+    friend class fxHashIndex<HashEntry>;
+
+    HashEntry(unsigned long key_, unsigned int tag_)
+        : key(key_), value(nullptr), next(nullptr), prev(nullptr), alike(nullptr), tag(tag_) {}
+
+    HashEntry* alike;  // another entry of the same tag
+    unsigned int tag;  // mixed from the whole key
 };
 
 /// Maps keys to pointers, which it neither looks at nor releases. It starts
 /// with 64 buckets and doubles them, up to 2048, after every 4 additions per
 /// bucket. Additions count even when the entries are removed again. Only the
 /// low 20 bits of a key choose its bucket.
+///
+/// Cost: a table in which a search has had to walk far keeps an index besides
+/// its chains, so looking up, adding and removing are O(1) however many entries
+/// share a bucket.
 class FX_API HashTable {
 public:
     HashTable();
@@ -56,13 +76,16 @@ public:
 private:
     struct Walk;
 
+    HashEntry* find(unsigned long key) const;
+    void buildIndex() const;
     void linkAtHead(HashEntry* entry);
 
     HashEntry** buckets;
     int count;
     int size;
-    unsigned int level;  // base-2 logarithm of size
-    Walk* walks;         // those under way, innermost first
+    unsigned int level;                     // base-2 logarithm of size
+    Walk* walks;                            // those under way, innermost first
+    mutable fxHashIndex<HashEntry>* index;  // null until a search walks far
 };
 
 #endif

@@ -75,14 +75,18 @@ TEST(HashTables, GrowByAdditionsAndKeepTheirOrder) {
     EXPECT_EXIT(clash.add(5, nullptr), testing::KilledBySignal(SIGABRT), "^$");
 }
 
-/// Chains newest first, which turn round when the table grows.
+/// Chains newest first, which turn round when the table grows. Some keys differ
+/// only in bits that do not count, so that one chain gets long.
 TEST(HashTables, AreWalkedByBucketAndChain) {
     std::mt19937 rng(testSeed());
     HashTable table;
     std::vector<std::vector<unsigned long>> chains(64);
     static std::vector<unsigned long> walked;
     for (int step = 0; step < 9000; ++step) {
-        const unsigned long key = rng() % 100000;
+        const unsigned long key = rng() % 3 == 0 ? rng() % 4000ul << 20 : rng() % 100000;
+        const auto& home = chains[table.hash(key)];
+        ASSERT_EQ(table.lookup(key) != nullptr,
+                  std::find(home.begin(), home.end(), key) != home.end());
         if (step % 3 == 2 && !walked.empty()) {
             const unsigned long old = walked[rng() % walked.size()];
             auto& chain = chains[table.hash(old)];
@@ -163,6 +167,26 @@ TEST(HashTables, MayBeChangedWhileTheyAreWalked) {
     });
     EXPECT_EQ(met, (std::vector<unsigned long>{3, 2}));
     EXPECT_EQ(table, nullptr);
+}
+
+TEST(HashTables, FindTheNewestOfEqualKeys) {
+    HashTable table;
+    HashEntry* const older = table.addElement(7);
+    HashEntry* const newer = table.addElement(7);
+    older->setValue(older);
+    newer->setValue(newer);
+    EXPECT_EQ(table.lookup(7), newer);
+    for (unsigned long i = 1; i < 100; ++i) table.add((i << 20) + 7, &table);
+    EXPECT_EQ(table.lookup(7), newer) << "at the end of a long chain";
+    table.addElement(7);
+    table.remove(7);
+    EXPECT_EQ(table.lookup(7), newer);
+    table.remove(7);
+    EXPECT_EQ(table.lookup(7), older);
+    table.remove(7);
+    table.remove(7);
+    EXPECT_EQ(table.lookup(7), nullptr);
+    EXPECT_EQ(table.lookup(7 + (99ul << 20)), &table);
 }
 
 TEST(HashTables, FoldTheKeyByLevel) {
