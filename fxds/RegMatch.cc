@@ -175,6 +175,7 @@ private:
         push(step, position, fewer);
     }
     bool remembers(size_t cost);
+    void considerRemembering();
 
     const Plan& plan;
     const Step* const steps;
@@ -227,6 +228,8 @@ const char* Matcher::findStart(const char* from) const {
         case Start::set:
             while (!isIn(plan.start, plan.startMask, from)) ++from;
             return *from != 0 || plan.startsAtEnd ? from : nullptr;
+        case Start::anchored:
+            return from == subject ? from : nullptr;
         default:
             return from;
     }
@@ -424,17 +427,23 @@ const Step* Matcher::resume() {
     return nullptr;
 }
 
-// Adds to the work done and tells whether to use the memory. Its first use is
-// put off until the work is out of proportion to the length of the subject.
+// Adds to the work done and tells whether to use the memory.
 inline bool Matcher::remembers(size_t cost) {
     work += cost;
-    if (work <= workLimit || isRemembering) return isRemembering;
+    if (__builtin_expect(work > workLimit, false)) considerRemembering();
+    return isRemembering;
+}
+
+// Puts the use of the memory off until the work is out of proportion to the
+// length of the subject, which is not known before.
+void Matcher::considerRemembering() {
     if (memory == nullptr) {
         memory = new Memory(plan.memoryCount, searchStart);
         if (workLimit != 0) workLimit += memory->fairWork();
+        if (work <= workLimit) return;
     }
-    isRemembering = work > workLimit;
-    return isRemembering;
+    isRemembering = true;
+    workLimit = SIZE_MAX;
 }
 
 }  // namespace

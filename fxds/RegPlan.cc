@@ -1,7 +1,6 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
-#include <map>
 #include <new>
 #include <type_traits>
 
@@ -48,7 +47,17 @@ struct ByteSet {
     ByteSet operator&(const ByteSet& b) const {
         return combine(b, [](uint64_t x, uint64_t y) { return x & y; });
     }
-    bool operator<(const ByteSet& b) const { return std::memcmp(words, b.words, sizeof words) < 0; }
+    bool operator==(const ByteSet& b) const {
+        return std::memcmp(words, b.words, sizeof words) == 0;
+    }
+    template <class F>
+    void forEach(F f) const {
+        for (size_t i = 0; i < 4; ++i) {
+            for (uint64_t left = words[i]; left != 0; left &= left - 1) {
+                f(64 * i + static_cast<size_t>(__builtin_ctzll(left)));
+            }
+        }
+    }
 
 private:
     template <class F>
@@ -64,6 +73,7 @@ class Planner {
 public:
     explicit Planner(const std::vector<char>& code) : program(code.data(), code.size()) {
         number();
+        steps.reserve(nodes.size());
         firstSets();
         for (const size_t node : nodes) steps.push_back(stepFor(node));
         makeStart();
@@ -94,7 +104,7 @@ private:
     std::vector<unsigned short> indexOf;  // and back
     std::vector<ByteSet> first;           // by index: the bytes that can come next
     std::vector<Step> steps;
-    std::map<ByteSet, size_t> setNumbers;
+    std::vector<ByteSet> sets;
     std::vector<unsigned char> tables;
     Plan plan{};
 };
@@ -181,13 +191,20 @@ unsigned short Planner::resolve(size_t node) const {
     }
 }
 
+// The table and the bit of a set. Sets repeat often, mostly soon.
 unsigned int Planner::intern(const ByteSet& set, unsigned char& mask) {
-    const size_t number = setNumbers.emplace(set, setNumbers.size()).first->second;
+    constexpr size_t lookBack = 64;
+    size_t number = sets.size();
+    const size_t oldest = number > lookBack ? number - lookBack : 0;
+    while (number > oldest && !(sets[number - 1] == set)) --number;
+    const bool isNew = number == oldest;
+    number = isNew ? sets.size() : number - 1;
     const size_t table = number / 8 * 256;
     mask = static_cast<unsigned char>(1U << number % 8);
-    if (tables.size() <= table) tables.resize(table + 256);
-    for (size_t c = 0; c < 256; ++c) {
-        if (set.has(static_cast<unsigned char>(c))) tables[table + c] |= mask;
+    if (isNew) {
+        sets.push_back(set);
+        if (tables.size() <= table) tables.resize(table + 256);
+        set.forEach([this, table, mask](size_t c) { tables[table + c] |= mask; });
     }
     return static_cast<unsigned int>(table);
 }
