@@ -77,6 +77,11 @@ bool readPlain(fxBinaryReader& reader, void* bytes, size_t byteCount) {
     return reader.readBytes(bytes, byteCount);
 }
 
+struct Free {
+    void operator()(char* block) const { std::free(block); }
+};
+typedef std::unique_ptr<char[], Free> Block;
+
 // Rearranges each whole group of `size` bytes.
 template <size_t size, class Arrange>
 void eachGroup(void* bytes, size_t byteCount, Arrange arrange) {
@@ -509,6 +514,7 @@ void fxBinaryReader::addItem(fxReaderEntry& entry, const fxBinaryReaderItem& ite
     if (isInBody) {
         items.push_back(item);
     } else if (entry.isDefined() && bodyOf(entry) == nullptr) {
+        if (item.textBytes != 0) checkText(item, entry);
         fillPlace(item, entry);
         ++period;
     } else {
@@ -555,18 +561,17 @@ bool fxBinaryReader::readBlock() {
 char* fxBinaryReader::readGrowing(Converter* converter, unsigned int byteCount) {
     size_t have = 0;
     size_t blockBytes = std::min<size_t>(byteCount, firstPiece);
-    char* block = static_cast<char*>(std::malloc(blockBytes + 1));
-    while (block != nullptr) {
-        if (!converter(*this, block + have, blockBytes - have)) break;
+    Block block(static_cast<char*>(std::malloc(blockBytes + 1)));
+    while (block != nullptr && converter(*this, block.get() + have, blockBytes - have)) {
         block[blockBytes] = '\0';
         have = blockBytes;
-        if (have == byteCount) return block;
+        if (have == byteCount) return block.release();
         blockBytes = std::min<size_t>(byteCount, 2 * blockBytes);
-        char* const larger = static_cast<char*>(std::realloc(block, blockBytes + 1));
+        char* const larger = static_cast<char*>(std::realloc(block.get(), blockBytes + 1));
         if (larger == nullptr) break;
-        block = larger;
+        static_cast<void>(block.release());
+        block.reset(larger);
     }
-    std::free(block);
     return nullptr;
 }
 
@@ -648,6 +653,8 @@ fxBinaryReader::Body* fxBinaryReader::bodyOf(const fxReaderEntry& entry) {
 // tells the objects. What nothing leads to stays, with its places empty: a later
 // graph may refer to it.
 void fxBinaryReader::commit(fxReaderEntry& root) {
+    checkTexts(items);
+    checkTexts(loose);
     std::vector<Body*> found;
     const auto reach = [&](fxReaderEntry& entry) {
         Body* const body = bodyOf(entry);
@@ -693,7 +700,8 @@ void fxBinaryReader::fillPlace(const fxBinaryReaderItem& item, fxReaderEntry& en
     if (item.declared != nullptr) {
         value = entry.record->upcast(entry.address, *item.declared);
     } else if (item.textBytes != 0) {
-        static_cast<fxStr*>(item.slot)->adopt(copyOfText(entry, item.textBytes), item.textBytes);
+        char* const copy = copyOfBlock(textOf(entry), item.textBytes);
+        static_cast<fxStr*>(item.slot)->adopt(copy, item.textBytes);
         return;
     } else {
         if (entry.address == nullptr)
@@ -704,14 +712,23 @@ void fxBinaryReader::fillPlace(const fxBinaryReaderItem& item, fxReaderEntry& en
     std::memcpy(item.slot, &value, sizeof value);
 }
 
-// A block that was given to a pointer field before the caller last had control
-// is not ours to look at any more.
-char* fxBinaryReader::copyOfText(const fxReaderEntry& entry, unsigned int textBytes) const {
+// What a string can be made from: a block that was given to a pointer field
+// before the caller last had control is not ours to look at any more.
+const char* fxBinaryReader::textOf(const fxReaderEntry& entry) const {
     const bool isOurs = entry.givenIn == 0 || entry.givenIn == period;
-    const char* const source =
-        entry.text != nullptr || !isOurs ? entry.text : static_cast<const char*>(entry.address);
-    if (source == nullptr || source[textBytes - 1] != '\0') fxFatal("format error");
-    return copyOfBlock(source, textBytes);
+    return entry.text != nullptr || !isOurs ? entry.text : static_cast<const char*>(entry.address);
+}
+
+// Each text must end where its string does. Decided before anything changes.
+void fxBinaryReader::checkTexts(const std::vector<fxBinaryReaderItem>& places) {
+    for (const fxBinaryReaderItem& item : places) {
+        if (item.textBytes != 0) checkText(item, entries->at(item.id));
+    }
+}
+
+void fxBinaryReader::checkText(const fxBinaryReaderItem& item, const fxReaderEntry& entry) const {
+    const char* const text = textOf(entry);
+    if (text == nullptr || text[item.textBytes - 1] != '\0') fxFatal("format error");
 }
 
 // Destroys the objects that were not handed out, whose places are all empty.

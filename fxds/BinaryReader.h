@@ -143,7 +143,9 @@ private:
     Body* bodyOf(const fxReaderEntry& entry);
     void commit(fxReaderEntry& root);
     void fillPlace(const fxBinaryReaderItem& item, fxReaderEntry& entry);
-    char* copyOfText(const fxReaderEntry& entry, unsigned int textBytes) const;
+    const char* textOf(const fxReaderEntry& entry) const;
+    void checkTexts(const std::vector<fxBinaryReaderItem>& places);
+    void checkText(const fxBinaryReaderItem& item, const fxReaderEntry& entry) const;
     void dropBodies();
 
     bool isUsable;  // the stream has not failed
