@@ -62,7 +62,7 @@ void fxEventHandler::distributeEvents() {
         fxEvent* event = get();
         if (event == nullptr) return;
         event->deliver();
-        delete event;
+        if (event->queue == nullptr) delete event;  // else it has posted itself again
     }
 }
 

@@ -121,6 +121,14 @@ TEST_F(Events, DeliveriesMayRemoveDistributeAndDestroy) {
     distribute();
     EXPECT_EQ(Probe::delivered, (Seen{1, 2}));
 
+    auto* again = new Probe(3);
+    again->onDeliver = [&] {
+        if (Probe::delivered.size() < 5) handler.postEvent(again);
+    };
+    handler.postEvent(again);
+    for (int i = 0; i < 4; ++i) distribute();
+    EXPECT_EQ(Probe::delivered, (Seen{1, 2, 3, 3, 3})) << "an event may post itself again";
+
     auto* receiver = new Node;
     Node sender;
     sender.feed(*receiver);
