@@ -96,6 +96,20 @@ void fxInputChannel::deliver(fxData* data) {
     }
 }
 
+namespace {
+
+void hearNothing(void*) {}
+
+}  // namespace
+
+// What is still on its way here (the rest of a send, a message that somebody
+// took out of the queue) must not reach a closure that may be gone.
+void fxInputChannel::mute() {
+    owner = nullptr;
+    word = (word & (replaceBit | converterBit)) | static_cast<unsigned int>(fxDT_void) << typeShift;
+    function = reinterpret_cast<void (*)()>(hearNothing);
+}
+
 void fxInputChannel::cancelPending() {
     fxMessageEvent* event = std::exchange(pending, nullptr);
     if (event != nullptr && fx_theEventHandler != nullptr) fx_theEventHandler->withdraw(event);

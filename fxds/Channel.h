@@ -20,6 +20,10 @@ class fxOutputChannel;
 ///
 /// Not polymorphic: a converter copy (see fxConverter) is an input channel too
 /// and is told apart by a flag, which release() looks at.
+///
+/// An input that its object has removed, and every input of an object that is
+/// being destroyed, calls nothing any more: it has the type fxDT_void then and
+/// a function that does nothing, whoever still holds it.
 class FX_API fxInputChannel {
 public:
     /// `function` is called as function(closure, value), with the signature
@@ -117,6 +121,7 @@ private:
     template <class... Passed>
     void receive(unsigned short type, Passed... value);
     void cancelPending();
+    void mute();
     void destroy();
 
     fxVoidPtrArray* outputs;  // of fxOutputChannel*, borrowed

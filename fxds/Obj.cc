@@ -24,6 +24,9 @@ unsigned short tagAt(const fxVoidPtrArray& properties, unsigned int index) {
 fxObj::~fxObj() {
     if (properties == nullptr) return;
     refCount += dying;
+    // What is released may send: the receiving functions belong to a class whose
+    // destructor has run.
+    if (fxVoidPtrDict* inputs = getInputs()) muteInputs(*inputs);
     // What is released may set properties anew.
     while (properties->length() > 0) removeAllProperties();
     delete std::exchange(properties, nullptr);

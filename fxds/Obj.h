@@ -94,7 +94,8 @@ public:
     fxOutput<T> addOutput(char const* name);
 
     /// Removes the channel; unknown names are ignored. Messages that wait for
-    /// the input are discarded.
+    /// the input are discarded, and its function is not called any more, in a
+    /// send under way either.
     void removeInput(char const* name);
     void removeOutput(char const* name);
 
@@ -144,6 +145,7 @@ public:
     static void dt_output_dict(void* table);
 
 private:
+    static void muteInputs(fxVoidPtrDict& table);
     static void discard(fxInputChannel* input);
 
     // At once: without boxing, for nobody could tell.

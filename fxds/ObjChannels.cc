@@ -38,6 +38,8 @@ public:
         return input;
     }
 
+    fxInputChannel* getRetired() const { return retired; }
+
 private:
     fxInputChannel* retired = nullptr;
 };
@@ -98,11 +100,22 @@ fxEventHandler& eventHandler() {
 
 }  // namespace
 
-// Silences an input that the caller holds, and lets go of it.
+void fxObj::muteInputs(fxVoidPtrDict& table) {
+    for (auto [name, input] : table) static_cast<fxInputChannel*>(input)->mute();
+    auto* own = dynamic_cast<fxInputTable*>(&table);
+    if (own == nullptr) return;
+    for (fxInputChannel* input = own->getRetired(); input != nullptr; input = input->nextRetired) {
+        input->mute();
+    }
+}
+
+// Silences an input that the caller holds, and lets go of it. The values that
+// the first flush deletes may run code that sends more, hence the second.
 void fxObj::discard(fxInputChannel* input) {
-    input->owner = nullptr;
+    input->mute();
     input->flush();
     input->disconnect();
+    input->flush();
     input->release();
 }
 
@@ -240,6 +253,7 @@ void fxObj::post(fxOutputChannel* output, double value, fxSendFlags how) {
 
 void fxObj::dt_input_dict(void* table) {
     fxVoidPtrDict* inputs = static_cast<fxVoidPtrDict*>(table);
+    muteInputs(*inputs);
     std::vector<fxInputChannel*> retired;
     if (auto* own = dynamic_cast<fxInputTable*>(inputs)) {
         while (fxInputChannel* input = own->takeRetired()) retired.push_back(input);

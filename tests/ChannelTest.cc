@@ -3,6 +3,17 @@
 
 namespace {
 
+// A receiving function that needs no object: counts what it is called for.
+template <class T>
+void count(void* calls, T) {
+    ++*static_cast<int*>(calls);
+}
+
+template <class T>
+void (*asFunction(void (*function)(void*, T)))() {
+    return reinterpret_cast<void (*)()>(function);
+}
+
 class Channels : public Dataflow {
 protected:
     // One sender and three receivers, connected in order.
@@ -263,6 +274,61 @@ TEST_F(Channels, ValuesMayDestroyTheReceiverTheyWaitedFor) {
     fxObj::sendData(sender.out, new CountedData(2));
     EXPECT_EQ(end, nullptr);
     EXPECT_EQ(CountedData::alive, 0);
+}
+
+TEST_F(Channels, SendingAtOnceMayDestroyItsReceiverBeforeReachingIt) {
+    // The value that is withdrawn destroys the receiver of the newer one, which
+    // comes boxed, bare and through a converter.
+    for (int way = 0; way < 3; ++way) {
+        auto* end = new fxObj;
+        int heard = 0;
+        end->addInput("int", fxDT_int, &heard, asFunction(count<int>), 1);
+        end->addInput("bool", fxDT_fxBool, &heard, asFunction(count<unsigned char>), 1);
+        sender.connect("out", end, way == 2 ? "bool" : "int");
+        auto* old = new CountedData(1);
+        old->onDeath = [&] { delete std::exchange(end, nullptr); };
+        fxObj::sendData(sender.out, old);
+        if (way == 0) fxObj::sendData(sender.out, new CountedData(2), fxObj::fxSendNow);
+        if (way != 0) now(sender, 2);
+        EXPECT_EQ(end, nullptr);
+        EXPECT_EQ(heard, 0) << "way " << way;
+    }
+}
+
+TEST_F(Channels, DyingObjectsHearNothing) {
+    static Node* source;
+    source = &sender;
+    const auto sendMore = [] {
+        now(*source, 1);
+        fxObj::sendInt(source->out, 2);
+    };
+    auto* end = new fxObj;
+    int heard = 0;
+    // Released before the inputs: a property whose tag is lower than theirs.
+    end->setProperty(new fxProperty(0, &heard, [](void*) { now(*source, 1); }));
+    end->addInput("in", fxDT_int, &heard, asFunction(count<int>));
+    sender.connect("out", end, "in");
+    end->addInput("in", fxDT_int, &heard, asFunction(count<int>));
+    sender.connect("out", end, "in");
+    auto* value = new CountedData(1);
+    value->onDeath = sendMore;
+    fxObj::sendData(sender.out, value);
+    fxObj::sendInt(sender.out, 3, fxObj::fxSendUrgent);
+    fxEvent* taken = fx_theEventHandler->get();
+    delete end;
+    taken->deliver();
+    delete taken;
+    EXPECT_EQ(heard, 0);
+    EXPECT_EQ(fx_theEventHandler->getCount(), 0u);
+
+    // Nor does an input that was removed, while its object lives on.
+    value = new CountedData(1);
+    value->onDeath = sendMore;
+    sender.feed(a);
+    fxObj::sendData(sender.out, value);
+    a.removeInput("in");
+    EXPECT_EQ(a.seen, Seen{});
+    EXPECT_EQ(fx_theEventHandler->getCount(), 0u);
 }
 
 TEST_F(Channels, ChannelNamesMayBeUsedForOtherProperties) {
