@@ -1,5 +1,7 @@
 #include "fxds/IndexableList.h"
 
+#include <algorithm>
+
 // The chain from the head always holds `count` links and ends with null. The
 // tail is one of them but not always the last, because splicing behind the last
 // position leaves it where it was (see the header). So every walk is ready to
@@ -108,10 +110,9 @@ fxLinkItem* fxIndexableList::unlinkAt(long index) {
     return link;
 }
 
-// Keeps what is before the link. The remembered position stays if it can.
-void fxIndexableList::cut(fxLinkItem* link) {
-    const long keptIndex = cachedIndex;
-    fxLinkItem* keptLink = cachedLink;
+void fxIndexableList::split(fxLinkItem* link) {
+    if (link == nullptr) return;
+    FX_ASSERT(link->prev != nullptr || link == head);
     if (link == head) {
         adopt(nullptr);
         return;
@@ -119,27 +120,20 @@ void fxIndexableList::cut(fxLinkItem* link) {
     link->prev->next = nullptr;
     link->prev = nullptr;
     adopt(head);
-    if (keptIndex >= count) return;
-    for (fxLinkItem* kept : *this) {
-        if (kept != keptLink) continue;
-        remember(keptIndex, keptLink);
-        return;
-    }
-}
-
-void fxIndexableList::split(fxLinkItem* link) {
-    if (link == nullptr) return;
-    FX_ASSERT(link->prev != nullptr || link == head);
-    cut(link);
-    remember(0, head);
 }
 
 fxLinkItem* fxIndexableList::splitAt(long index) {
     fxLinkItem* link = findLink(index);
     if (link == nullptr) return nullptr;
-    cut(link);
-    if (cachedIndex >= index) remember(0, head);
+    const long keptIndex = cachedIndex;
+    fxLinkItem* keptLink = cachedLink;
+    split(link);
+    if (keptIndex < index && holds(keptLink)) remember(keptIndex, keptLink);
     return link;
+}
+
+bool fxIndexableList::holds(const fxLinkItem* link) const {
+    return std::find(begin(), end(), link) != end();
 }
 
 // Joins the chain of `other` in behind `before`, or at the start.

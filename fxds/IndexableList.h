@@ -100,7 +100,7 @@ private:
     void remember(long index, fxLinkItem* link) const;
     void adopt(fxLinkItem* first);
     void detach(fxLinkItem* link);
-    void cut(fxLinkItem* link);
+    bool holds(const fxLinkItem* link) const;
     void join(fxLinkItem* before, fxLinkItem* first, fxLinkItem* last);
     void take(fxLinkItem* before, fxIndexableList& other);
     void takeAtEnd(fxIndexableList& other);

@@ -311,6 +311,29 @@ TEST_F(IndexableLists, TiesOfTheWalkGoBackward) {
     EXPECT_EQ(list.findLink(1), nullptr);
 }
 
+TEST_F(IndexableLists, ForgetWhatLeavesThem) {
+    const Links abc = chain(3);
+    OpenList list(abc[0]);
+    list.findLink(1);
+    list.unlinkAt(2);
+    list.unlinkAt(1);
+    EXPECT_EQ(list.cachedIndex, 0) << "without a successor, the predecessor";
+    EXPECT_EQ(list.cachedLink, abc[0]);
+
+    // What is put before the last position goes before the tail that stayed,
+    // and moves the remembered link without moving its position.
+    fxIndexableList more(chain(9)[0]);
+    list.appendListAt(0, &more);
+    list.insert(chain(1)[0]);
+    fxLinkItem* remembered = list.findLink(2);
+    EXPECT_EQ(remembered->prev, abc[0]);
+    for (int i = 0; i < 2; ++i) list.insertAt(list.getCount() - 1, chain(1)[0]);
+    EXPECT_EQ(list.cachedLink, remembered);
+    EXPECT_EQ(list.splitAt(list.getCount() - 1), abc[0]);
+    EXPECT_EQ(list.getCount(), 3);
+    EXPECT_EQ(list.cachedLink, list.getHead());
+}
+
 // Whatever is done after a tail has stayed behind: the chain is whole, the tail
 // and the remembered link are in it, and what has gone is not touched again.
 TEST(TailsLeftBehind, LoseNoLinkAndKeepNone) {

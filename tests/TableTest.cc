@@ -178,8 +178,9 @@ TEST(HashTables, FindTheNewestOfEqualKeys) {
     EXPECT_EQ(table.lookup(7), newer);
     for (unsigned long i = 1; i < 100; ++i) table.add((i << 20) + 7, &table);
     EXPECT_EQ(table.lookup(7), newer) << "at the end of a long chain";
-    table.addElement(7);
-    table.remove(7);
+    table.rebuildTable();
+    EXPECT_EQ(table.lookup(7), older) << "chains turn round";
+    table.rebuildTable();
     EXPECT_EQ(table.lookup(7), newer);
     table.remove(7);
     EXPECT_EQ(table.lookup(7), older);
@@ -187,6 +188,23 @@ TEST(HashTables, FindTheNewestOfEqualKeys) {
     table.remove(7);
     EXPECT_EQ(table.lookup(7), nullptr);
     EXPECT_EQ(table.lookup(7 + (99ul << 20)), &table);
+}
+
+// These keys, multiplied by what the index mixes them with, are small numbers,
+// so that the index cannot tell them apart.
+TEST(HashTables, FindKeysThatTheIndexConfuses) {
+    const unsigned long mixer = 0x9E3779B97F4A7C15UL;
+    unsigned long inverse = mixer;
+    for (int i = 0; i < 6; ++i) inverse *= 2 - mixer * inverse;
+    ASSERT_EQ(mixer * inverse, 1u);
+    HashTable table;
+    std::vector<int> values(200);
+    for (unsigned long i = 0; i < 100; ++i) table.add(i << 20, nullptr);
+    for (unsigned long i = 1; i < 200; ++i) table.add(i * inverse, &values[i]);
+    for (unsigned long i = 1; i < 200; i += 2) table.remove(i * inverse);
+    for (unsigned long i = 1; i < 200; ++i) {
+        EXPECT_EQ(table.lookup(i * inverse), i % 2 == 0 ? &values[i] : nullptr);
+    }
 }
 
 TEST(HashTables, FoldTheKeyByLevel) {
@@ -247,6 +265,7 @@ TEST(NameSpaces, FrozenOnesTakeOnlyChosenNumbers) {
     EXPECT_EQ(names.validAtom(149), 0);
     EXPECT_EQ(names.makeAtom(2, "verdant", 7, 1), 2u);
     EXPECT_STREQ(names.nameForAtom(2), "verdant") << "the newer name";
+    EXPECT_EQ(names.getLastAtom(), 150u);
     EXPECT_EQ(names.makeAtom("green", 0), 2u);
     EXPECT_EQ(names.makeAtom(9, "green", 5, 1), 2u) << "a known name keeps its atom";
     EXPECT_EQ(names.makeAtom(0, "nothing", 7, 1), 0u);
@@ -283,6 +302,13 @@ TEST(NameSpaces, ReadNoFurtherThanTheNamesTheyWereGiven) {
     const unsigned long atom = names.makeAtom(text.c_str(), 1);
     text = "changed";
     EXPECT_STREQ(names.nameForAtom(atom), "passing") << "a copy, after the initialiser";
+    // "x" and "xx" have one hash.
+    slice.assign({'x'});
+    slice.shrink_to_fit();
+    NameSpace single(sliceOfNames, 0);
+    EXPECT_EQ(single.makeAtom("xx", 1), 2u);
+    EXPECT_EQ(single.makeAtom("x", 0), 1u);
+    EXPECT_EQ(single.makeAtom("xx", 0), 2u);
 }
 
 // Names whose hashes rise or fall one by one, so that the tree is one long
