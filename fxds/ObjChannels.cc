@@ -64,14 +64,18 @@ fxVoidPtrDict* findTable(fxObj& object, TableKind& kind) {
     return static_cast<fxVoidPtrDict*>(property->getAsVoidPtr());
 }
 
+// Enters a channel in the object's table, which is made if need be, and gives
+// back the channel whose name it takes, or null. Making the table a property is
+// the last step: another property may make way for it and run anybody's code.
 template <class Table>
-fxVoidPtrDict& findOrMakeTable(fxObj& object, TableKind& kind) {
+void* enter(fxObj& object, TableKind& kind, const char* name, void* channel) {
     fxVoidPtrDict* table = findTable(object, kind);
-    if (table != nullptr) return *table;
+    if (table != nullptr) return std::exchange((*table)[fxStr(name)], channel);
     if (kind.tag == fxProperty::noTag) kind.tag = fxProperty::allocNewTag(kind.name);
     table = new Table;
+    (*table)[fxStr(name)] = channel;
     object.setProperty(new fxProperty(kind.tag, static_cast<void*>(table), kind.destructor));
-    return *table;
+    return nullptr;
 }
 
 template <class Channel>
@@ -141,11 +145,10 @@ fxInputChannel* fxObj::addInput(char const* name, unsigned short type, void* clo
     fxInputChannel* input = new fxInputChannel(type, closure, function, replace);
     input->take();
     input->owner = this;
-    fxVoidPtrDict& table = findOrMakeTable<fxInputTable>(*this, inputKind);
-    void* old = std::exchange(table[fxStr(name)], static_cast<void*>(input));
+    void* old = enter<fxInputTable>(*this, inputKind, name, input);
     if (old != nullptr) {
         fxInputChannel* replaced = static_cast<fxInputChannel*>(old);
-        if (auto* own = dynamic_cast<fxInputTable*>(&table)) own->retire(replaced);
+        if (auto* table = dynamic_cast<fxInputTable*>(getInputs())) table->retire(replaced);
         replaced->release();
     }
     return input;
@@ -154,9 +157,8 @@ fxInputChannel* fxObj::addInput(char const* name, unsigned short type, void* clo
 fxOutputChannel* fxObj::addOutput(char const* name, unsigned short type) {
     fxOutputChannel* output = new fxOutputChannel(type);
     output->owner = this;
-    fxVoidPtrDict& table = findOrMakeTable<fxVoidPtrDict>(*this, outputKind);
-    delete static_cast<fxOutputChannel*>(
-        std::exchange(table[fxStr(name)], static_cast<void*>(output)));
+    void* old = enter<fxVoidPtrDict>(*this, outputKind, name, output);
+    delete static_cast<fxOutputChannel*>(old);
     return output;
 }
 

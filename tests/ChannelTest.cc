@@ -337,6 +337,16 @@ TEST_F(Channels, ChannelNamesMayBeUsedForOtherProperties) {
     EXPECT_EQ(odd.getInputs(), nullptr);
     sender.connect("out", &odd, "in");
     odd.removeInput("in");
+    // One that makes way for the channels and takes them along.
+    static fxObj* self;
+    self = &odd;
+    for (const char* name : {"inputs", "outputs"}) {
+        const unsigned short tag = fxProperty::findTag(name);
+        odd.setProperty(new fxProperty(tag, static_cast<void*>(nullptr),
+                                       [](void*) { self->removeAllProperties(); }));
+        odd.addInput("in", fxDT_int, nullptr, nullptr);
+        odd.addOutput("out", fxDT_int);
+    }
     Node* copied = new Node(a);
     EXPECT_EQ(copied->getNumberOfProperties(), 0u) << "copies carry no channels";
     ++Node::alive;
