@@ -96,7 +96,8 @@ TEST(GenericLists, AgreeWithAModel) {
     EXPECT_EQ(std::vector<void*>(list.begin(), list.end()), model);
     GenericList copy(list);
     EXPECT_EQ(items(copy), model);
-    copy = copy;
+    const GenericList& itself = copy;
+    copy = itself;
     GenericList assigned;
     assigned.append(&pool[0]);
     assigned = copy;

@@ -129,7 +129,7 @@ TEST(HashTables, MayBeChangedWhileTheyAreWalked) {
     fill(5);
     others.mapcar([](HashEntry* entry) {
         met.push_back(entry->getKey() >> 20);
-        for (unsigned long i : {3, 2, 0}) table->remove(i << 20);
+        for (unsigned long i : {3ul, 2ul, 0ul}) table->remove(i << 20);
     });
     EXPECT_EQ(met, (std::vector<unsigned long>{4, 1}));
 
