@@ -40,6 +40,7 @@ public:
     ~GenericList();
 
     long getCount() const { return count; }
+    long length() const { return count; }
     bool isEmpty() const { return count == 0; }
     GenericNode* getHead() const { return head; }
     GenericNode* getTail() const { return tail; }

@@ -38,6 +38,7 @@ public:
     fxIndexableList& operator=(const fxIndexableList&) = delete;
 
     long getCount() const { return count; }
+    long length() const { return count; }
     bool isEmpty() const { return count == 0; }
     fxLinkItem* getHead() const { return head; }
     /// Null when empty. Not the last link once appendListAt() has spliced a list
