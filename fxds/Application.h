@@ -23,6 +23,8 @@ public:
 
     const char* className() const override = 0;
 
+    /// Prepares the application: the program passes its arguments through
+    /// fxExec::initialize() before it opens its applications.
     virtual void initialize(int argc, char** argv) = 0;
     /// Marks the application as open. An override calls this one.
     virtual void open();

@@ -129,6 +129,7 @@ fxOutputChannel::~fxOutputChannel() {
 }
 
 void fxOutputChannel::add(fxInputChannel* input) {
+    FX_ASSERT(!input->isConverter());
     input->add(this);
     fxInputChannel* entry = input;
     if (input->getType() != type && input->getType() != fxDT_void) {

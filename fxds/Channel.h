@@ -153,6 +153,8 @@ public:
 
     /// Connects the input, through a converter when the data types differ and
     /// the input is not of type fxDT_void. Fatal when there is no converter.
+    /// Connecting twice makes two connections; fxObj::connect() makes one.
+    /// Requires: `input` is no converter copy.
     void add(fxInputChannel* input);
 
     /// Cuts the first connection to the input; nothing when there is none.

@@ -21,7 +21,7 @@ public:
     static fxInputChannel* findConverter(unsigned short from, unsigned short to);
 
     /// Makes this copy feed `input`, which it holds from now on. What it fed
-    /// before is released.
+    /// before is released. Requires: the copy is in no connection yet.
     void splice(fxInputChannel* input);
 
     /// Makes the library's converters. Called once at start-up.

@@ -39,8 +39,13 @@ public:
     fxGlobalOrder& operator=(const fxGlobalOrder&) = delete;
     ~fxGlobalOrder();
 
+    /// Registers a service (borrowed) with the library's ordering when `ordering`
+    /// is 1, else with the application's. Both are made first if need be.
     static void add(fxOrderedGlobal* global, int ordering);
+    /// Registers a service with this ordering. One that is registered while
+    /// create() runs is made in that pass; later it is never made.
     void add(fxOrderedGlobal* global);
+    /// Makes those of the two orderings that do not exist yet.
     static void createOrderings();
 
     /// Moves services behind what they depend on, in one selecting pass over
@@ -52,17 +57,24 @@ public:
     /// Runs every `cleanup`, last to first.
     void destroy();
 
-    unsigned char sorted;
+    unsigned char sorted;    ///< Whether `globals` is in the order of making.
     fxVoidPtrArray globals;  ///< of fxOrderedGlobal*, borrowed
 };
 
+// Null until the first registration.
 extern FX_API fxGlobalOrder* fx_toolkitGlobalOrder;
 extern FX_API fxGlobalOrder* fx_applicationGlobalOrder;
 
-/// The library's own services.
-extern FX_API fxOrderedGlobal fxOG_Init;
-extern FX_API fxOrderedGlobal fxOG_Transcriber;
+// The library's own services. An application's ordered globals need not name
+// them: the library's ordering runs first.
+extern FX_API fxOrderedGlobal fxOG_Init;         ///< All but the transcribers.
+extern FX_API fxOrderedGlobal fxOG_Transcriber;  ///< The readers of saved files.
+
+/// What fxOG_Init runs: makes the property names, the data type numbers, the
+/// converters, the executive, the event handler, the event type numbers and
+/// the debugger, but for those that the application has made already.
 FX_API void fxOG_Init_cons();
+/// Does nothing: the services stay until the process ends.
 FX_API void fxOG_Init_dest();
 
 /// Makes the library's services and then the application's. Only the first

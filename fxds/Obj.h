@@ -61,11 +61,18 @@ public:
     /// position, or on a miss the position last looked at.
     fxProperty* findProperty(unsigned short tag, unsigned int* index = nullptr);
     fxProperty* findProperty(char const* name, unsigned int* index = nullptr);
+    // Each of these returns this object. What they let go of may run anybody's
+    // code, which may change the properties again and destroy the object.
+
     /// Takes the property in (shared), in place of one with the same tag.
     fxObj* setProperty(fxProperty* property);
+    /// Lets go of the property; nothing when there is none.
     fxObj* removeProperty(unsigned short tag);
     fxObj* removeProperty(char const* name);
+    /// Lets go of all properties, in the order of their tags. The channels go
+    /// with them.
     fxObj* removeAllProperties();
+
     unsigned int getNumberOfProperties() const;
     /// The property at `index`, in the order of tags; null when the object
     /// never had one. Requires: index < getNumberOfProperties() otherwise.
@@ -97,6 +104,8 @@ public:
     /// the input are discarded, and its function is not called any more, in a
     /// send under way either.
     void removeInput(char const* name);
+    /// Destroys the channel, which cuts its connections; unknown names are
+    /// ignored. Messages already sent on it are still delivered.
     void removeOutput(char const* name);
 
     /// The named channel, or null. View.
@@ -175,6 +184,10 @@ public:
 
     /// Sends a value; for fxStr and const char* a copy of it.
     void send(const T& value, fxObj::fxSendFlags how = fxObj::fxSendQueued) const;
+    /// A number with a fraction does not fit an output of whole ones or truths.
+    template <class V,
+              std::enable_if_t<std::is_floating_point_v<V> && std::is_integral_v<T>, int> = 0>
+    void send(V value, fxObj::fxSendFlags how = fxObj::fxSendQueued) const = delete;
 
     fxOutputChannel* get() const { return channel; }
     operator fxOutputChannel*() const { return channel; }
@@ -220,6 +233,12 @@ struct Receiver<void (C::*)(Argument)> {
         (static_cast<C*>(self)->*method)(static_cast<Argument>(value));
     }
 };
+template <class C, class... Arguments>
+struct Receiver<void (C::*)(Arguments...) const> : Receiver<void (C::*)(Arguments...)> {};
+template <class C, class... Arguments>
+struct Receiver<void (C::*)(Arguments...) noexcept> : Receiver<void (C::*)(Arguments...)> {};
+template <class C, class... Arguments>
+struct Receiver<void (C::*)(Arguments...) const noexcept> : Receiver<void (C::*)(Arguments...)> {};
 
 }  // namespace fxDetail
 
@@ -242,9 +261,7 @@ inline fxOutput<T> fxObj::addOutput(char const* name) {
 
 template <class T>
 inline void fxOutput<T>::send(const T& value, fxObj::fxSendFlags how) const {
-    if constexpr (std::is_same_v<T, bool>) {
-        fxObj::sendBool(channel, value, how);
-    } else if constexpr (std::is_same_v<T, unsigned char>) {
+    if constexpr (std::is_same_v<typename fxChannelType<T>::Passed, unsigned char>) {
         fxObj::sendBool(channel, value, how);
     } else if constexpr (std::is_same_v<T, int>) {
         fxObj::sendInt(channel, value, how);

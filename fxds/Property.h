@@ -49,9 +49,13 @@ public:
     /// Gives `name` a new tag, even if it has one already (findTag() goes on
     /// answering the first). Tags are never reused; there is room for 65,535.
     static unsigned short allocNewTag(char const* name);
-    /// The first tag of `name`, or 65535.
+    /// The first tag of `name`, or 65535. Searches all names: keep the tag.
     static unsigned short findTag(char const* name);
+    /// Makes the table of names if there is none. Start-up does, and
+    /// allocNewTag() when it comes before.
     static void constructPropertyNames();
+    /// Forgets all names. Properties keep their tags, and tags go on from where
+    /// they were.
     static void destroyPropertyNames();
 
     unsigned short getTag() const { return tag; }

@@ -24,10 +24,13 @@ public:
 
     int getFd() const { return fd; }
 
+    /// Called in each poll() that finds something to read, or the end, at the
+    /// descriptor. What is left unread is found again by the next one.
     virtual void handleRead() = 0;
-    /// Does nothing.
+    /// Called when the descriptor takes data. This one does nothing.
     virtual void handleWrite();
-    /// Does nothing.
+    /// Called for an exceptional condition, such as urgent data. This one does
+    /// nothing.
     virtual void handleException();
 
 protected:

@@ -172,6 +172,14 @@ TEST_F(Values, FreshCopiesAndMissingConverters) {
     EXPECT_EQ((convert<int, float>(4)), 4.0f);
 }
 
+template <class T, class V, class = void>
+constexpr bool canSend = false;
+template <class T, class V>
+constexpr bool canSend<T, V, std::void_t<decltype(fxOutput<T>().send(std::declval<V>()))>> = true;
+
+static_assert(canSend<double, int> && canSend<int, int> && canSend<const char*, const char*>);
+static_assert(!canSend<int, double> && !canSend<bool, float> && !canSend<int, const char*>);
+
 class Gauge : public fxObj {
 public:
     Gauge() {
@@ -181,10 +189,10 @@ public:
         changed = addOutput<double>("changed");
     }
     void setLevel(double value) { level = value; }
-    void setOn(bool value) { on = value; }
-    void pulse() { ++pulses; }
+    void setOn(bool value) const noexcept { on = value; }
+    void pulse() noexcept { ++pulses; }
     double level = 0;
-    bool on = false;
+    mutable bool on = false;
     int pulses = 0;
     fxOutput<double> changed;
 };
