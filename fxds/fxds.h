@@ -71,6 +71,13 @@
 #include "fxds/Xdr.h"
 
 // Patterns and paths.
+#include "fxds/Path.h"
+#include "fxds/PathFunctions.h"
+#include "fxds/RegEx.h"
+#include "fxds/RegExp.h"
+#include "fxds/SLinearPattern.h"
+#include "fxds/SearchList.h"
+#include "fxds/TextPattern.h"
 
 // Lists, boxes, atoms and integer tables.
 #include "fxds/BoundingBox.h"
