@@ -235,7 +235,10 @@ bool fxBinaryReader::xdr(double* v, unsigned int n) {
 }
 
 bool fxBinaryReader::xdr(fxStr* strings, unsigned int count) {
-    return std::all_of(strings, strings + count, [this](fxStr& s) { return s.xdr(*this) != 0; });
+    return attempt([&] {
+        return std::all_of(strings, strings + count,
+                           [this](fxStr& s) { return s.xdr(*this) != 0; });
+    });
 }
 
 bool fxBinaryReader::xdr(char** p, unsigned int n) { return readPrimPointer(p, n); }
@@ -314,6 +317,13 @@ void fxBinaryReader::placesMoved(const void* from, size_t byteCount, void* to) {
         if (offset >= byteCount) return;
         noted[i].slot = static_cast<char*>(to) + offset;
     }
+}
+
+size_t fxBinaryReader::placesNoted() const { return isInBody ? items.size() : loose.size(); }
+
+void fxBinaryReader::forgetPlaces(size_t count) {
+    std::vector<fxBinaryReaderItem>& noted = isInBody ? items : loose;
+    if (count < noted.size()) noted.resize(count);
 }
 
 void* fxBinaryReader::readObject(fxTypeObj& expected) {

@@ -90,6 +90,8 @@ public:
     using fxTranscriber::xdr;
 
     void placesMoved(const void* from, size_t byteCount, void* to) override;
+    size_t placesNoted() const override;
+    void forgetPlaces(size_t count) override;
 
     /// Null also in the middle of another readObject().
     void* readObject(fxTypeObj& expected) override;

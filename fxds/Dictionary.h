@@ -151,7 +151,7 @@ public:
     /// Transcribes sizes, bucket count and entries. A dictionary that is read
     /// into is emptied first; its chains come out reversed. Look nothing up
     /// before the whole graph has been read: texts arrive late.
-    /// Returns false at the first failure, which leaves what was read so far.
+    /// Returns false at the first failure; a dictionary being read is then empty.
     /// Numbers that cannot be right are failures: sizes other than this
     /// dictionary's, a chain that does not exist, more than 2^24 chains.
     bool doxdr(fxTranscriber& transcriber);

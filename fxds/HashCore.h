@@ -144,10 +144,10 @@ private:
 
     static bool xdrNumber(fxTranscriber& transcriber, unsigned int& number, unsigned int follower);
     static bool xdrSizes(Container& table, fxTranscriber& transcriber, unsigned int& entries);
+    static bool readAll(Container& table, fxTranscriber& transcriber);
     static bool readChains(Container& table, fxTranscriber& transcriber, unsigned int entries);
     static bool readEntry(Container& table, fxTranscriber& transcriber);
     static bool writeEntries(Container& table, fxTranscriber& transcriber);
-    static void park(Container& table, void* block);
 };
 
 /// XOR of the whole 8-byte words of a key: the default hash of both containers.
@@ -534,10 +534,6 @@ void fxHashCore<Container>::clear(Container& table) {
     while (walk.node != nullptr) {  // removal moves it on
         remove(table, walk.node);
     }
-    while (Node* const node = table.extra.parked) {
-        table.extra.parked = node->next;
-        destroy(table, node);
-    }
     table.extra.nodes.shrink();
 }
 
@@ -548,10 +544,6 @@ void fxHashCore<Container>::freeAll(Container& table) {
         for (Node* node : table.buckets) {
             while (node != nullptr) table.extra.nodes.drop(std::exchange(node, node->next));
         }
-    }
-    while (Node* const node = table.extra.parked) {
-        table.extra.parked = node->next;
-        table.extra.nodes.drop(node);
     }
 }
 
@@ -661,6 +653,14 @@ template <class Container>
 bool fxHashCore<Container>::transcribe(Container& table, fxTranscriber& transcriber) {
     if (!transcriber.isReading()) return writeEntries(table, transcriber);
     clear(table);
+    if (transcriber.attempt([&] { return readAll(table, transcriber); })) return true;
+    clear(table);
+    table.count = table.extra.linked;
+    return false;
+}
+
+template <class Container>
+bool fxHashCore<Container>::readAll(Container& table, fxTranscriber& transcriber) {
     unsigned int entries = 0;
     if (table.extra.linked != 0 || !xdrSizes(table, transcriber, entries) ||
         !readChains(table, transcriber, entries)) {
@@ -730,9 +730,6 @@ bool fxHashCore<Container>::readChains(Container& table, fxTranscriber& transcri
     return true;
 }
 
-// A key or value that has been read may be known to the reader, which fills in
-// its text later. If the entry fails after that, it is set aside until the
-// container is cleaned up.
 template <class Container>
 bool fxHashCore<Container>::readEntry(Container& table, fxTranscriber& transcriber) {
     char* const block = static_cast<char*>(std::calloc(1, blockBytes(table)));
@@ -744,27 +741,21 @@ bool fxHashCore<Container>::readEntry(Container& table, fxTranscriber& transcrib
     if constexpr (Container::hasValues) {
         void* const value = block + table.keySize;
         if (!table.xdrValue(transcriber, value)) {
-            table.createValue(value);
-            park(table, block);
+            table.destroyKey(block);
+            std::free(block);
             return false;
         }
     }
+    Node* const node = table.extra.nodes.make(block);
     unsigned int bucket = 0;
     if (!xdrNumber(transcriber, bucket, 0) || bucket >= table.buckets.length()) {
-        park(table, block);
+        destroy(table, node);
         return false;
     }
     table.extra.index.drop();
     table.extra.tagsAreStale = true;
-    link(table, table.extra.nodes.make(block), bucket);
+    link(table, node, bucket);
     return true;
-}
-
-template <class Container>
-void fxHashCore<Container>::park(Container& table, void* block) {
-    Node* const node = table.extra.nodes.make(block);
-    node->next = table.extra.parked;
-    table.extra.parked = node;
 }
 
 template <class Container>

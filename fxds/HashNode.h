@@ -150,7 +150,6 @@ struct fxHashExtra {
     fxHashIndex<Node> index;
     bool tagsAreStale = false;     // keys came from a stream: no tag is set yet
     unsigned int linked = 0;       // entries in the chains
-    Node* parked = nullptr;        // entries that could be read only in part
     unsigned int divisor = 0;      // a bucket count and its reciprocal 2^64 / n,
     unsigned long reciprocal = 0;  // which save the division
 };

@@ -16,8 +16,11 @@ int fxStrArray::compareElements(const void* a, const void* b) const {
 fxBool fxStrArray::xdr(fxTranscriber& transcriber) {
     unsigned int byteCount = 0;
     if (!xdrSizes(transcriber, byteCount)) return 0;
-    return transcriber.isReading() ? readStrings(transcriber, byteCount)
-                                   : writeStrings(transcriber);
+    if (!transcriber.isReading()) return writeStrings(transcriber);
+    if (transcriber.attempt([&] { return readStrings(transcriber, byteCount); })) return 1;
+    destroy();
+    discard();
+    return 0;
 }
 
 bool fxStrArray::writeStrings(fxTranscriber& transcriber) {
@@ -27,26 +30,18 @@ bool fxStrArray::writeStrings(fxTranscriber& transcriber) {
     return true;
 }
 
-// After a failure the block stays, empty: a text whose place it holds may still
-// arrive.
 bool fxStrArray::readStrings(fxTranscriber& transcriber, unsigned int byteCount) {
     constexpr std::size_t firstBytes = 64 * sizeof(fxStr);
     while (lengthBytes < byteCount) {
         if (lengthBytes == maxBytes) {
             const void* const before = data;
             const std::size_t roomier = std::max(firstBytes, 2 * std::size_t{maxBytes});
-            if (!reserve(std::min<std::size_t>(roomier, byteCount))) return forgetStrings();
+            if (!reserve(std::min<std::size_t>(roomier, byteCount))) return false;
             if (before != nullptr) transcriber.placesMoved(before, lengthBytes, data);
         }
         fxStr* const string = new (data + lengthBytes) fxStr(fxStr_type);
         lengthBytes += itemBytes;
-        if (!string->xdr(transcriber)) return forgetStrings();
+        if (!string->xdr(transcriber)) return false;
     }
     return true;
-}
-
-bool fxStrArray::forgetStrings() {
-    destroy();
-    lengthBytes = 0;
-    return false;
 }

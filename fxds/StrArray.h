@@ -29,7 +29,6 @@ public:
 private:
     bool writeStrings(fxTranscriber& transcriber);
     bool readStrings(fxTranscriber& transcriber, unsigned int byteCount);
-    bool forgetStrings();
 };
 
 #endif

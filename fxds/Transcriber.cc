@@ -88,6 +88,10 @@ bool fxTranscriber::xdr(unsigned int** block, unsigned int count) {
 
 void fxTranscriber::placesMoved(const void*, size_t, void*) {}
 
+size_t fxTranscriber::placesNoted() const { return 0; }
+
+void fxTranscriber::forgetPlaces(size_t) {}
+
 fxBool fxTranscriber::conclude(bool succeeded, fxXDRObj& object, void* address) {
     if (!succeeded) {
         hasFailed = true;

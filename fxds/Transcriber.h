@@ -25,8 +25,8 @@ class fxXDRObj;
 /// handed the pointer: everything that it is given stays where it is, unchanged,
 /// until writeObject() returns. A reader fills places in when all that the graph
 /// needs has arrived: every place that it is given stays where it is until
-/// readObject() returns (but see placesMoved()). So while a class's xdr() runs
-/// in a reader, pointers and texts are not there yet.
+/// readObject() returns (but see placesMoved() and attempt()). So while a class's
+/// xdr() runs in a reader, pointers and texts are not there yet.
 class FX_API fxTranscriber : public fxRCObj {
 public:
     /// Makes a reader for a stream whose header named it: the stream, the
@@ -119,6 +119,23 @@ public:
     /// of pointers may grow while it is read. A transcriber that fills places
     /// at once, and one that writes, need not know.
     virtual void placesMoved(const void* from, size_t byteCount, void* to);
+
+    /// Runs `read()`, a part of a reading that either succeeds or is given up,
+    /// and returns its result. When that is false, the places that were given
+    /// meanwhile are forgotten: they stay empty and may go. All containers read
+    /// like this.
+    template <class Read>
+    bool attempt(Read read) {
+        const size_t before = placesNoted();
+        if (read()) return true;
+        forgetPlaces(before);
+        return false;
+    }
+
+    // How many places a reader is to fill in later, and to forget all but the
+    // oldest `count` of them. The same exemption as for placesMoved().
+    virtual size_t placesNoted() const;
+    virtual void forgetPlaces(size_t count);
 
     bool isReading() const { return reading != 0; }
     fxStream* getStream() const { return stream; }

@@ -331,18 +331,20 @@ bool fxXdrObjects(fxTranscriber& t, std::vector<C*>& objects) {
     }
     // The count is only a claim: room is made as the pointers arrive.
     objects.clear();
-    for (unsigned int i = 0; i < count; ++i) {
-        if (i == objects.capacity()) {
-            std::vector<C*> roomier;
-            roomier.reserve(2 * size_t{i} + 16);
-            roomier = objects;
-            t.placesMoved(objects.data(), i * sizeof(C*), roomier.data());
-            objects.swap(roomier);
+    return t.attempt([&] {
+        for (unsigned int i = 0; i < count; ++i) {
+            if (i == objects.capacity()) {
+                std::vector<C*> roomier;
+                roomier.reserve(2 * size_t{i} + 16);
+                roomier = objects;
+                t.placesMoved(objects.data(), i * sizeof(C*), roomier.data());
+                objects.swap(roomier);
+            }
+            objects.push_back(nullptr);
+            if (!fxXdrObject(t, objects.back())) return false;
         }
-        objects.push_back(nullptr);
-        if (!fxXdrObject(t, objects.back())) return false;
-    }
-    return true;
+        return true;
+    });
 }
 
 /// Likewise an array of pointers to objects of class C:
@@ -352,22 +354,24 @@ bool fxXdrObjects(fxTranscriber& t, fxVoidPtrArray& objects) {
     unsigned int count = objects.length();
     if (!fxXdr(t, count)) return false;
     if (t.isReading()) objects.resize(0);
-    for (unsigned int i = 0; i < count; ++i) {
-        if (t.isReading()) {
-            if (i == objects.getMaxLength()) {
-                const void* const before = objects.begin();
-                objects.setMaxLength(2 * i + 16);
-                t.placesMoved(before, i * sizeof(void*), objects.begin());
+    return t.attempt([&] {
+        for (unsigned int i = 0; i < count; ++i) {
+            if (t.isReading()) {
+                if (i == objects.getMaxLength()) {
+                    const void* const before = objects.begin();
+                    objects.setMaxLength(2 * i + 16);
+                    t.placesMoved(before, i * sizeof(void*), objects.begin());
+                }
+                objects.append(nullptr);
+                if (!t.xdr(&objects[i], nullptr, fxXdrTypeOf<C>::record(), nullptr, nullptr))
+                    return false;
+            } else {
+                C* object = static_cast<C*>(objects[i]);
+                if (!fxXdrObject(t, object)) return false;
             }
-            objects.append(nullptr);
-            if (!t.xdr(&objects[i], nullptr, fxXdrTypeOf<C>::record(), nullptr, nullptr))
-                return false;
-        } else {
-            C* object = static_cast<C*>(objects[i]);
-            if (!fxXdrObject(t, object)) return false;
         }
-    }
-    return true;
+        return true;
+    });
 }
 
 /// The part of `*self` that it inherits from B. A class transcribes its bases

@@ -163,6 +163,24 @@ class Forgiving : public Listed {
 FX_TRANSCRIBABLE_TYPE(Forgiving, "Forgiving", 1, Listed);
 fxBool Forgiving::xdr(fxTranscriber& t) { return fxXdr(t, first) && false; }
 
+/// Does not care whether its containers could be read, and throws away what
+/// they have got so far.
+class Careless : public Listed {
+    FX_TRANSCRIBABLE(Careless)
+    fxStrArray strings;
+    fxStrStrDictionary dictionary;
+    std::vector<Listed*> objects;
+};
+FX_TRANSCRIBABLE_TYPE(Careless, "Careless", 1, Listed);
+fxBool Careless::xdr(fxTranscriber& t) {
+    for (int i = 0; i < 2; ++i) {
+        if (!fxXdr(t, strings)) strings = fxStrArray();
+        if (!fxXdr(t, dictionary)) dictionary.cleanup();
+    }
+    if (!fxXdrObjects(t, objects)) std::vector<Listed*>().swap(objects);
+    return 1;
+}
+
 /// Has no record of its own, and its registered base at another address.
 class Ballast {
 public:
@@ -539,6 +557,60 @@ TEST_F(Reader, ObjectThatForgivesItsFailureIsOwedNothing) {
     EXPECT_EQ(read->first, "");
     Forgiving written;
     EXPECT_NE(saved(&written), "failed");
+}
+
+/// Writes the records of one object, whose payload goes on behind each pointer.
+struct Payload {
+    std::string bytes;  // of the records that are complete
+    unsigned int tag = 10;
+    std::string fields = word(1) + word(2) + word(1);
+    std::string open;
+
+    void next(unsigned int nextTag, const std::string& nextFields) {
+        bytes += record(tag, fields, open);
+        tag = nextTag;
+        fields = nextFields;
+        open.clear();
+    }
+    void numbers(std::initializer_list<long> values) {
+        for (const long value : values) open += long8(value);
+    }
+    void text(unsigned int id) {
+        numbers({4});
+        next(3, word(id) + word(4));
+    }
+};
+
+TEST_F(Reader, ContainersThatFailAreOwedNothing) {
+    // Each container is promised two members, and the second is impossible. The
+    // texts of the first arrive all the same.
+    Payload payload;
+    unsigned int id = 3;
+    for (int i = 0; i < 2; ++i) {
+        payload.numbers({32});
+        payload.open += word(16, 2);
+        payload.text(id++);
+        payload.numbers({0, 2, 16, 16, 1});
+        payload.text(id++);
+        payload.text(id++);
+        payload.numbers({0, 0});
+    }
+    payload.numbers({0});
+    payload.next(0, "");
+    while (id-- > 3) payload.bytes += record(5, word(id) + word(4), std::string("abc", 4));
+    EXPECT_NE(loaded<Careless>(header() + typeRecord(2, "Careless") + payload.bytes), nullptr);
+
+    // Two pointers are promised; the first leads to what is there already.
+    Payload pointers;
+    for (int i = 0; i < 2; ++i) {
+        pointers.numbers({0});
+        pointers.open += word(16, 2);
+        pointers.numbers({0, 16, 16, 1});
+    }
+    pointers.numbers({2});
+    pointers.next(12, word(1));
+    pointers.next(0, "");
+    EXPECT_NE(loaded<Careless>(header() + typeRecord(2, "Careless") + pointers.bytes), nullptr);
 }
 
 TEST_F(Reader, ObjectsThatNothingLeadsToDieWithTheReader) {
