@@ -235,16 +235,13 @@ const char* Matcher::findStart(const char* from) const {
     }
 }
 
-// Where to look next. When every match starts with a repetition, a later start
-// within the same run could only be followed by what has failed already.
+// Where to look next, null at the end. When every match starts with a repetition,
+// a later start within the same run could only be followed by what has failed
+// already; and at the end of the run that has been tried too, or cannot start.
 const char* Matcher::afterFailure(const char* tried) const {
-    const char* next = tried + 1;
-    if (plan.runFirst != Step::none) {
-        const Step* const run = &steps[plan.runFirst];
-        const char* const end = runEnd(run, tried);
-        next = run->least == 0 || end == tried ? end + 1 : end;
-    }
-    return next[-1] == 0 ? nullptr : next;
+    const bool startsWithRun = plan.runFirst != Step::none;
+    const char* const last = startsWithRun ? runEnd(&steps[plan.runFirst], tried) : tried;
+    return *last != 0 ? last + 1 : nullptr;
 }
 
 // One try. On success `at` is the end of the match.
