@@ -1,0 +1,55 @@
+#include "Dump.h"
+
+#include <map>
+
+#include "Graph.h"
+#include "Listing.h"
+#include "Text.h"
+#include "Walk.h"
+
+namespace {
+
+// Keeps the first fault.
+class Check : public StreamVisitor {
+public:
+    void fault(const StreamWalk& walk, size_t offset, const std::string& what) override {
+        if (!complaint.empty()) return;
+        complaint = "offset " + std::to_string(offset) + ": " + what;
+        if (walk.isComplete()) complaint += " (nothing is missing before that)";
+    }
+
+    std::string complaint;  // empty when there is none
+};
+
+std::string summary(const StreamWalk& walk) {
+    std::map<Entry::Kind, size_t> count;
+    for (const auto& [id, entry] : walk.entries()) ++count[entry.kind];
+    return counted(walk.records(), "record") + ", " + counted(walk.roots(), "graph") + ", " +
+           counted(count[Entry::object], "object") + ", " + counted(count[Entry::block], "block");
+}
+
+}  // namespace
+
+bool dumpStream(std::string_view stream, const std::string& name, DumpMode mode, bool isFull,
+                FILE* out) {
+    if (mode == DumpMode::listing) {
+        Listing listing(out, isFull);
+        StreamWalk(stream, listing).run();
+        return true;
+    }
+    if (mode == DumpMode::graph) {
+        Graph graph(out);
+        StreamWalk walk(stream, graph);
+        graph.begin();
+        walk.run();
+        graph.end(walk);
+        return true;
+    }
+    Check check;
+    StreamWalk walk(stream, check);
+    walk.run();
+    const bool isValid = check.complaint.empty();
+    std::fprintf(out, "%s: %s\n", escaped(name, std::string::npos).c_str(),
+                 isValid ? ("valid: " + summary(walk)).c_str() : check.complaint.c_str());
+    return isValid;
+}

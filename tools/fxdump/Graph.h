@@ -1,0 +1,31 @@
+// Draws the objects of a stream and what they point to, for Graphviz.
+#ifndef FXDUMP_GRAPH_H
+#define FXDUMP_GRAPH_H
+
+#include <cstdio>
+
+#include "Walk.h"
+
+/// A digraph in the language of Graphviz: objects as ellipses (roots doubled),
+/// blocks and texts as boxes, base parts as dashed boxes hanging on their
+/// object; what the stream promises and does not hold is red. Faults come as
+/// comments.
+class Graph : public StreamVisitor {
+public:
+    /// `out` is borrowed.
+    explicit Graph(FILE* out);
+
+    void begin();
+    void record(const StreamWalk& walk, const Record& record) override;
+    void fault(const StreamWalk& walk, size_t offset, const std::string& what) override;
+    void end(const StreamWalk& walk);
+
+private:
+    void node(unsigned int id, const std::string& label, const char* look);
+    void edge(const StreamWalk& walk, unsigned int to, const char* look);
+
+    FILE* out;
+    bool hasStart;  // pointers that stand outside of any object begin there
+};
+
+#endif

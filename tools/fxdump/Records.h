@@ -1,0 +1,73 @@
+// The records of a binary stream, as they stand in the file.
+#ifndef FXDUMP_RECORDS_H
+#define FXDUMP_RECORDS_H
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+
+/// What a stream begins with. Views of the stream.
+struct Header {
+    std::string_view writer;
+    std::string_view floats;
+    unsigned short shortMark = 0;
+    unsigned long longMark = 0;
+    size_t floatsAt = 0;  ///< Offsets of the fields; the writer's name is at 0.
+    size_t shortMarkAt = 0;
+    size_t longMarkAt = 0;
+    size_t end = 0;
+};
+
+/// Reads the header. False when the stream ends in it.
+bool parseHeader(std::string_view stream, Header& header);
+
+/// One record. Fields that its tag does not have are 0. Views of the stream.
+struct Record {
+    size_t at = 0;       ///< Offset of its first byte.
+    size_t fillers = 0;  ///< Zero bytes of older writers just before it.
+    unsigned int tag = 0;
+    unsigned int id = 0;
+    unsigned int typeId = 0;
+    unsigned int version = 0;
+    unsigned int byteCount = 0;
+    std::string_view name;
+    size_t payloadAt = 0;
+    std::string_view payload;
+};
+
+/// Whether the tag is that of a block's contents.
+bool isContents(unsigned int tag);
+
+/// The name of a tag, as docs/stream-format.md has it. Requires: tag <= 14.
+const char* tagName(unsigned int tag);
+
+/// Takes a stream apart, one record after the other, and never looks outside
+/// of it. Knows nothing of what the records mean together.
+class RecordParser {
+public:
+    enum Outcome { found, ended, lost };
+
+    /// `stream` is borrowed; `at` is where its first record begins.
+    RecordParser(std::string_view stream, size_t at);
+
+    /// Takes the next record. `ended` when the stream ends where a record might
+    /// begin. `lost` when the rest, which begins at `record.at`, cannot be taken
+    /// apart; complaint() tells why.
+    Outcome next(Record& record);
+
+    const std::string& complaint() const { return complaint_; }
+
+private:
+    bool takeTag(Record& record, unsigned int& head);
+    Outcome lose(const Record& record, std::string why);
+    unsigned int number(size_t at, unsigned int byteCount) const;
+    size_t left() const { return stream.size() - cursor; }
+
+    std::string_view stream;
+    size_t cursor;
+    bool hasWideIds = false;  // see the fillers in docs/stream-format.md
+    size_t fillersLeft = 0;
+    std::string complaint_;
+};
+
+#endif

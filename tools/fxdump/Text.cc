@@ -1,0 +1,62 @@
+#include "Text.h"
+
+namespace {
+
+constexpr size_t bytesPerLine = 16;
+constexpr char digits[] = "0123456789abcdef";
+
+// Not by isprint(), whose answer depends on the locale.
+bool isPrintable(unsigned char byte) { return byte >= 0x20 && byte < 0x7F; }
+
+void appendHex(std::string& text, unsigned char byte) {
+    text += digits[byte >> 4U];
+    text += digits[byte & 0xFU];
+}
+
+}  // namespace
+
+std::string escaped(std::string_view bytes, size_t limit) {
+    std::string text;
+    for (const char c : bytes.substr(0, limit)) {
+        const unsigned char byte = static_cast<unsigned char>(c);
+        if (c == '\\' || c == '"') {
+            text += '\\';
+            text += c;
+        } else if (isPrintable(byte)) {
+            text += c;
+        } else {
+            text += "\\x";
+            appendHex(text, byte);
+        }
+    }
+    if (bytes.size() > limit) text += "...";
+    return text;
+}
+
+std::string quoted(std::string_view bytes, size_t limit) {
+    std::string text = '"' + escaped(bytes, limit) + '"';
+    if (bytes.size() > limit) text += " (" + counted(bytes.size(), "byte") + ")";
+    return text;
+}
+
+std::string counted(size_t count, const char* what) {
+    return std::to_string(count) + " " + what + (count == 1 ? "" : "s");
+}
+
+std::string dumped(std::string_view bytes) {
+    std::string text;
+    for (size_t i = 0; i < bytesPerLine; ++i) {
+        if (i < bytes.size()) {
+            appendHex(text, static_cast<unsigned char>(bytes[i]));
+            text += ' ';
+        } else {
+            text += "   ";
+        }
+        if (i == bytesPerLine / 2 - 1) text += ' ';
+    }
+    text += " |";
+    for (const char c : bytes.substr(0, bytesPerLine)) {
+        text += isPrintable(static_cast<unsigned char>(c)) ? c : '.';
+    }
+    return text + "|";
+}

@@ -1,0 +1,238 @@
+#include "Walk.h"
+
+#include <algorithm>
+
+#include "Text.h"
+#include "fxds/BinaryTranscriber.h"
+
+// The rules are those of fxBinaryReader, as far as they can be told without the
+// classes: which ids are defined and as what, and in which order the kinds of
+// records may come. An object's fields end where the next object or contents
+// begin. A graph is complete when all ids that were mentioned are defined; then
+// an object must begin the next.
+//
+// What a class does with its fields is not known here. So a record is taken for
+// what it says, although a reader that wants a number takes the payload of
+// whatever record comes. The contents of blocks do have a known length, and are
+// counted as the reader counts them.
+//
+// After a fault the walk goes on as if the offending record had said nothing.
+
+namespace {
+
+constexpr unsigned int maxBlockBytes = 0x7FFFFFFF;
+constexpr unsigned short shortMarks[] = {0x1122, 0x2211};
+constexpr unsigned long longMarks[] = {0x33445566, 0x44336655, 0x55663344, 0x66554433};
+
+std::string idText(unsigned int id) { return "id " + std::to_string(id); }
+
+std::string atText(size_t offset) { return " at offset " + std::to_string(offset); }
+
+template <class List, class T>
+bool contains(const List& list, T value) {
+    return std::find(std::begin(list), std::end(list), value) != std::end(list);
+}
+
+}  // namespace
+
+const char* kindName(Entry::Kind kind) {
+    static constexpr const char* names[] = {"unknown", "a type", "a block", "an object",
+                                            "a base part"};
+    return names[kind];
+}
+
+StreamVisitor::~StreamVisitor() = default;
+void StreamVisitor::header(const Header&) {}
+void StreamVisitor::record(const StreamWalk&, const Record&) {}
+void StreamVisitor::fault(const StreamWalk&, size_t, const std::string&) {}
+void StreamVisitor::rest(size_t, std::string_view) {}
+
+StreamWalk::StreamWalk(std::string_view bytes, StreamVisitor& visitor_)
+    : stream(bytes), visitor(visitor_) {}
+
+void StreamWalk::run() {
+    Header header;
+    if (!parseHeader(stream, header)) {
+        fault(stream.size(), "the stream ends within its header");
+        visitor.rest(0, stream);
+        return;
+    }
+    visitor.header(header);
+    checkHeader(header);
+    RecordParser parser(stream, header.end);
+    Record record;
+    RecordParser::Outcome outcome = RecordParser::ended;
+    while ((outcome = parser.next(record)) == RecordParser::found) {
+        ++records_;
+        visitor.record(*this, record);
+        take(record);
+    }
+    if (outcome == RecordParser::lost) {
+        fault(record.at, parser.complaint());
+        visitor.rest(record.at, stream.substr(record.at));
+    } else {
+        finish();
+    }
+}
+
+const Entry* StreamWalk::find(unsigned int id) const {
+    const auto found = entries_.find(id);
+    return found != entries_.end() ? &found->second : nullptr;
+}
+
+std::string_view StreamWalk::typeName(unsigned int typeId) const {
+    const Entry* const type = find(typeId);
+    return type != nullptr ? type->name : std::string_view();
+}
+
+// Private functions.
+
+void StreamWalk::checkHeader(const Header& header) {
+    if (header.writer != "fxBinaryWriter") fault(0, "not a stream of fxBinaryWriter");
+    if (header.floats != "ieee") {
+        fault(header.floatsAt, "unsupported format of floating-point numbers");
+    }
+    if (!contains(shortMarks, header.shortMark)) {
+        fault(header.shortMarkAt, "a short mark that no supported machine writes");
+    }
+    if (!contains(longMarks, header.longMark)) {
+        fault(header.longMarkAt, "a long mark that no supported machine writes");
+    }
+}
+
+void StreamWalk::take(const Record& record) {
+    hasContent |= record.tag != fxTagType;
+    if (missing > 0) return takeContinuation(record);
+    filling_ = 0;
+    switch (record.tag) {
+        case fxTagData:
+        case fxTagNull:
+            break;
+        case fxTagType:
+            define(record, Entry::type);
+            break;
+        case fxTagBlock:
+            if (record.byteCount > maxBlockBytes) {
+                fault(record.at, "an impossible number of bytes for a block");
+            }
+            mention(record, Entry::block);
+            break;
+        case fxTagBlockAgain:
+            mention(record, Entry::block);
+            break;
+        case fxTagObject:
+            takeObject(record);
+            break;
+        case fxTagPointer:
+        case fxTagPointerAgain:
+            mention(record, Entry::object);
+            break;
+        case fxTagPart:
+        case fxTagPartAgain:
+            takePart(record);
+            break;
+        default:
+            takeContents(record);
+    }
+}
+
+// A reader takes the payload of any record as more contents; of those, only
+// types also mean something.
+void StreamWalk::takeContinuation(const Record& record) {
+    missing -= std::min(missing, record.payload.size());
+    if (record.tag == fxTagType) define(record, Entry::type);
+}
+
+void StreamWalk::takeContents(const Record& record) {
+    if (isAtRoot()) fault(record.at, "the contents of a block where an object must begin a graph");
+    owner_ = 0;
+    if (record.byteCount > maxBlockBytes) {
+        fault(record.at, "an impossible number of bytes for a block");
+    } else {
+        missing = record.byteCount - std::min<size_t>(record.byteCount, record.payload.size());
+        filling_ = record.id;
+    }
+    define(record, Entry::block);
+}
+
+void StreamWalk::takeObject(const Record& record) {
+    const Entry* const type = find(record.typeId);
+    if (type == nullptr || type->kind != Entry::type) {
+        fault(record.at, "the type of the object, " + idText(record.typeId) + ", is not a type");
+    }
+    if (isAtRoot()) ++roots_;
+    define(record, Entry::object);
+    owner_ = record.id;
+}
+
+void StreamWalk::takePart(const Record& record) {
+    if (record.tag == fxTagPart) return define(record, Entry::part);
+    const Entry* const entry = find(record.id);
+    if (entry == nullptr || entry->kind != Entry::part) {
+        fault(record.at, idText(record.id) + " is not a base part seen before");
+    }
+}
+
+void StreamWalk::mention(const Record& record, Entry::Kind wanted) {
+    if (record.id == 0) return fault(record.at, "a pointer to id 0, which no record can define");
+    Entry& entry = entries_[record.id];
+    if (entry.kind == Entry::unknown && entry.awaited == Entry::unknown) {
+        entry.awaited = wanted;
+        entry.mentionedAt = record.at;
+        ++awaited_;
+        return;
+    }
+    const bool isDefined = entry.kind != Entry::unknown;
+    const Entry::Kind kind = isDefined ? entry.kind : entry.awaited;
+    const bool fits = kind == wanted || (kind == Entry::part && wanted == Entry::object);
+    if (fits) return;
+    fault(record.at, "a pointer to " + std::string(kindName(wanted)) + ", " + idText(record.id) +
+                         ", which is " + kindName(kind) + " since offset " +
+                         std::to_string(isDefined ? entry.definedAt : entry.mentionedAt));
+}
+
+void StreamWalk::define(const Record& record, Entry::Kind kind) {
+    if (record.id == 0) return fault(record.at, "a definition of id 0");
+    Entry& entry = entries_[record.id];
+    if (entry.kind != Entry::unknown) {
+        return fault(record.at, idText(record.id) + " is defined already, as " +
+                                    kindName(entry.kind) + atText(entry.definedAt));
+    }
+    if (entry.awaited != Entry::unknown) {
+        --awaited_;
+        if (entry.awaited != kind) {
+            fault(record.at, idText(record.id) + " is defined as " + kindName(kind) +
+                                 "; the pointer" + atText(entry.mentionedAt) + " wants " +
+                                 kindName(entry.awaited));
+        }
+    }
+    entry.kind = kind;
+    entry.definedAt = record.at;
+    entry.typeId = record.typeId;
+    entry.name = record.name;
+}
+
+void StreamWalk::finish() {
+    if (!hasContent) fault(stream.size(), "the stream ends before its first object");
+    if (missing > 0) {
+        fault(stream.size(), "the stream ends within the contents of " + idText(filling_) +
+                                 ", which lack " + counted(missing, "byte"));
+    }
+    if (awaited_ == 0) return;
+    const Entry* first = nullptr;
+    unsigned int firstId = 0;
+    for (const auto& [id, entry] : entries_) {
+        if (entry.kind != Entry::unknown) continue;
+        if (first == nullptr || entry.mentionedAt < first->mentionedAt) {
+            first = &entry;
+            firstId = id;
+        }
+    }
+    fault(stream.size(), "the stream ends before " + idText(firstId) + ", " +
+                             kindName(first->awaited) + " that the pointer" +
+                             atText(first->mentionedAt) + " leads to");
+}
+
+void StreamWalk::fault(size_t offset, const std::string& what) {
+    visitor.fault(*this, offset, what);
+}
