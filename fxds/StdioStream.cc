@@ -1,6 +1,7 @@
 #include "fxds/StdioStream.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -8,7 +9,9 @@
 
 // Every operation comes down to get() or put() of a number of bytes. Both go on
 // after an interrupted system call from where it left off, which fread() and
-// fwrite() tell by a short count, an error flag and errno.
+// fwrite() tell by a short count, an error flag and errno. What stood in the
+// buffer of the FILE is lost when its system call is interrupted, though, so a
+// FILE whose calls may block, and so be interrupted, writes without a buffer.
 //
 // A FILE open both ways must be positioned between reading and writing; turn()
 // does it when the direction changes.
@@ -21,6 +24,23 @@ bool wasInterrupted(FILE* file) {
     if (!std::ferror(file) || errno != EINTR) return false;
     std::clearerr(file);
     return true;
+}
+
+// Makes no difference to a FILE without a descriptor, which is never interrupted.
+void keepFromLosing(FILE* file) {
+    const int fd = ::fileno(file);
+    struct stat status;
+    if (fd < 0 || ::fstat(fd, &status) != 0) return;
+    if (!S_ISFIFO(status.st_mode) && !S_ISSOCK(status.st_mode) && !::isatty(fd)) return;
+    std::setvbuf(file, nullptr, _IONBF, 0);
+}
+
+int openUninterrupted(const char* path, int flags, unsigned int mode) {
+    int fd = -1;
+    do {
+        fd = ::open(path, flags, mode);
+    } while (fd < 0 && errno == EINTR);
+    return fd;
 }
 
 const char* fdopenMode(fxStream::fxStreamType type) {
@@ -50,8 +70,8 @@ int accessFlags(fxStream::fxStreamType type) {
 fxStdioStream::fxStdioStream(const char* path, fxStreamType type_, unsigned int mode)
     : file(nullptr), type(type_), errorFlag(1), endFlag(0) {
     const int flags = accessFlags(type) | O_CLOEXEC;
-    int fd = ::open(path, flags);
-    if (fd < 0 && type != fxStreamRead) fd = ::open(path, flags | O_CREAT, mode);
+    int fd = openUninterrupted(path, flags, 0);
+    if (fd < 0 && type != fxStreamRead) fd = openUninterrupted(path, flags | O_CREAT, mode);
     if (fd < 0) return;
     adopt(fd);
     if (errorFlag) ::close(fd);
@@ -63,15 +83,19 @@ fxStdioStream::fxStdioStream(int fd, fxStreamType type_)
 }
 
 fxStdioStream::fxStdioStream(FILE* openFile, fxStreamType type_)
-    : file(openFile), type(type_), errorFlag(openFile == nullptr), endFlag(0) {}
+    : file(openFile), type(type_), errorFlag(openFile == nullptr), endFlag(0) {
+    if (file != nullptr && type == fxStreamWrite) keepFromLosing(file);
+}
 
 fxStdioStream::~fxStdioStream() { close(); }
 
 void fxStdioStream::adopt(int fd) {
     file = ::fdopen(fd, fdopenMode(type));
     errorFlag = file == nullptr;
+    if (file == nullptr) return;
     // A buffer of this size keeps the system calls out of the profile.
-    if (file != nullptr) std::setvbuf(file, nullptr, _IOFBF, fileBufferBytes);
+    std::setvbuf(file, nullptr, _IOFBF, fileBufferBytes);
+    if (type == fxStreamWrite) keepFromLosing(file);
 }
 
 bool fxStdioStream::hasError() { return errorFlag != 0; }

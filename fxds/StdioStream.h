@@ -11,8 +11,9 @@
 /// without a FILE, and those against its type, answer false. An interrupted
 /// system call is no failure: the operation goes on.
 ///
-/// What is written waits in the FILE's buffer, so that success of an operation
-/// does not mean that the disk took the bytes. Ask flush() or close().
+/// What is written to a file waits in the FILE's buffer, so that success of an
+/// operation does not mean that the disk took the bytes. Ask flush() or close().
+/// A pipe, a socket and a terminal get every operation's bytes at once.
 class FX_API fxStdioStream : public fxStream {
 public:
     /// Opens the file at `path`. One that is to be written and does not exist

@@ -4,10 +4,15 @@
 #include <dirent.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <pthread.h>
+#include <sched.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <atomic>
+#include <csignal>
 #include <cstdio>
+#include <thread>
 
 #include "StreamKit.h"
 #include "fxds/Globals.h"
@@ -65,6 +70,23 @@ public:
 int CountedStream::alive = 0;
 
 fxTranscriber* noWriter(fxStream*) { return nullptr; }
+
+std::atomic<int> signals = 0;
+void countSignal(int) { ++signals; }
+
+// Reads a descriptor to its end. Before each piece, interrupts `writer`.
+std::string readInterrupting(int fd, pthread_t writer) {
+    std::string all;
+    char piece[1500];
+    for (ssize_t n = 1; n > 0; all.append(piece, static_cast<size_t>(n))) {
+        const int before = signals;
+        pthread_kill(writer, SIGUSR1);
+        while (signals == before) sched_yield();
+        n = read(fd, piece, sizeof piece);
+        if (n <= 0) break;
+    }
+    return all;
+}
 
 }  // namespace
 
@@ -179,6 +201,39 @@ TEST_F(Streams, FullDiskIsNoticedWhenFlushing) {
         }
         EXPECT_FALSE(full.close());
     }
+}
+
+TEST_F(Streams, InterruptedWritesLoseNothing) {
+    struct sigaction counting = {};
+    struct sigaction before = {};
+    counting.sa_handler = countSignal;
+    ASSERT_EQ(sigaction(SIGUSR1, &counting, &before), 0);
+    for (bool adopting : {false, true}) {
+        int ends[2];
+        ASSERT_EQ(pipe(ends), 0);
+        fcntl(ends[1], F_SETPIPE_SZ, 4096);
+        std::string got;
+        const pthread_t writer = pthread_self();
+        std::thread reader([&] { got = readInterrupting(ends[0], writer); });
+
+        std::string sent;
+        {
+            const fxStream::fxStreamType out = fxStream::fxStreamWrite;
+            fxStdioStream stream =
+                adopting ? fxStdioStream(fdopen(ends[1], "w"), out) : fxStdioStream(ends[1], out);
+            for (unsigned int i = 0; i < 600; ++i) {
+                const std::string bytes(1 + 37 * i % 500, static_cast<char>('a' + i % 26));
+                sent += bytes;
+                EXPECT_TRUE(stream.putBytes(bytes.data(), 1 + 37 * i % 500));
+            }
+            EXPECT_TRUE(stream.flush());
+            EXPECT_TRUE(stream.close());
+        }
+        reader.join();
+        close(ends[0]);
+        EXPECT_TRUE(got == sent) << got.size() << " of " << sent.size();
+    }
+    sigaction(SIGUSR1, &before, nullptr);
 }
 
 TEST_F(Streams, DescriptorsAndFilesAreAdopted) {
