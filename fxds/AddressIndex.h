@@ -6,54 +6,99 @@
 #include <cstdint>
 #include <vector>
 
-// One flat table, a power of two in size and at most half full, searched from
-// the place that the address hashes to. An entry costs no allocation, which is
-// what makes saving a graph fast: every pointer that is written is looked up
-// here once.
+// One flat table, a power of two in size and at most three quarters full,
+// searched from the place that the address hashes to. Waiting for memory is
+// nearly all that a look-up costs, so a slot is small: 32 bits of the hash and
+// the number. The address itself stands in a list by number, and is looked at
+// only when those bits are the same.
 
 class fxAddressIndex {
 public:
     /// The number entered for the address, or 0. Null has none.
     unsigned int find(const void* address) const {
-        if (slots.empty()) return 0;
-        return slots[indexOf(address)].number;
+        return slots.empty() ? 0 : numberIn(slots[indexOf(address)]);
     }
 
-    /// Enters a number, in place of an earlier one. Requires: neither is 0.
+    /// The number entered for the address; `number` is entered when there is
+    /// none. Requires: neither is 0; `number` is higher than all before.
+    unsigned int findOrSet(const void* address, unsigned int number) {
+        uint64_t& slot = room(address);
+        if (slot != 0) return numberIn(slot);
+        enter(slot, address, number);
+        return number;
+    }
+
+    /// Enters a number, in place of an earlier one. Requires: as above.
     void set(const void* address, unsigned int number) {
-        if (2 * (count + 1) > slots.size()) grow();
-        Slot& slot = slots[indexOf(address)];
-        count += slot.number == 0;
-        slot = {address, number};
+        uint64_t& slot = room(address);
+        if (slot != 0) {
+            addresses[numberIn(slot)] = nullptr;
+            slot = 0;
+            --count;
+        }
+        enter(slot, address, number);
+    }
+
+    /// Brings the slot near while the caller does something else.
+    void prefetch(const void* address) const {
+        if (!slots.empty()) __builtin_prefetch(&slots[hashOf(address) >> shift]);
     }
 
     void clear() {
         slots.clear();
+        addresses.clear();
         count = 0;
     }
 
 private:
-    struct Slot {
-        const void* address;
-        unsigned int number;  // 0: free
-    };
+    static uint64_t hashOf(const void* address) {
+        return reinterpret_cast<uintptr_t>(address) * 0x9E3779B97F4A7C15U;
+    }
+    // The high half is never 0, so that a slot in use is not.
+    static uint64_t bitsOf(uint64_t hash) { return (hash >> 8U | 1U) << 32U; }
+    static unsigned int numberIn(uint64_t slot) { return static_cast<unsigned int>(slot); }
 
     size_t indexOf(const void* address) const {
         const size_t mask = slots.size() - 1;
-        size_t i = (reinterpret_cast<uintptr_t>(address) * 0x9E3779B97F4A7C15U >> 20U) & mask;
-        while (slots[i].number != 0 && slots[i].address != address) i = (i + 1) & mask;
+        const uint64_t hash = hashOf(address);
+        const uint64_t bits = bitsOf(hash) >> 32U;
+        size_t i = hash >> shift;
+        while (slots[i] != 0) {
+            if (slots[i] >> 32U == bits && addresses[numberIn(slots[i])] == address) break;
+            i = (i + 1) & mask;
+        }
         return i;
     }
 
+    uint64_t& room(const void* address) {
+        if (count + 1 > slots.size() / 4 * 3) grow();
+        return slots[indexOf(address)];
+    }
+
+    void enter(uint64_t& slot, const void* address, unsigned int number) {
+        if (addresses.size() <= number) addresses.resize(number + size_t{1});
+        addresses[number] = address;
+        slot = bitsOf(hashOf(address)) | number;
+        ++count;
+    }
+
+    // Every address is another, so that none needs to be compared.
     void grow() {
-        std::vector<Slot> old(slots.empty() ? 64 : 2 * slots.size(), Slot{nullptr, 0});
-        old.swap(slots);
-        for (const Slot& slot : old) {
-            if (slot.number != 0) slots[indexOf(slot.address)] = slot;
+        shift = slots.empty() ? 58 : shift - 1;
+        slots.assign(size_t{1} << (64 - shift), 0);
+        const size_t mask = slots.size() - 1;
+        for (size_t number = 0; number < addresses.size(); ++number) {
+            if (addresses[number] == nullptr) continue;
+            const uint64_t hash = hashOf(addresses[number]);
+            size_t i = hash >> shift;
+            while (slots[i] != 0) i = (i + 1) & mask;
+            slots[i] = bitsOf(hash) | number;
         }
     }
 
-    std::vector<Slot> slots;
+    std::vector<uint64_t> slots;         // bits of the hash, number; 0 when free
+    std::vector<const void*> addresses;  // by number; null for numbers not entered here
+    unsigned int shift = 0;              // leaves as many high bits of the hash as the table needs
     size_t count = 0;
 };
 

@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <utility>
+#include <vector>
 
 #include "fxds/Block.h"
 #include "fxds/Fatal.h"
@@ -33,15 +34,6 @@
 // derives from what each place declares; that a block is as long as its places
 // need. A claimed size only ever limits what is read: memory grows with the
 // bytes that have arrived.
-
-struct fxBinaryReader::Body {
-    void* address;
-    fxTypeObj* type;
-    fxXDRObj* concluded;  // wants to be told of success
-    size_t firstItem;
-    size_t endItem;
-    bool isReached;  // and so handed out
-};
 
 namespace {
 
@@ -164,6 +156,7 @@ fxBinaryReader::fxBinaryReader(fxStream* inStream, short shortMark, long longMar
       isUsable(inStream != nullptr && inStream->isReading()),
       isInBody(false),
       hasReadBody(false),
+      hasOddTexts(false),
       hasWideIds(false),
       fillerLeft(0),
       payloadLeft(0),
@@ -285,7 +278,7 @@ bool fxBinaryReader::xdr(void* slot, fxXDRObj*, fxTypeObj& declared, fxXDRObj*, 
         default:
             fxFatal("XXX bad news!");
     }
-    addItem(entry, {slot, &declared, fieldA, 0});
+    addItem({slot, &declared, &entry, fieldA, 0});
     return true;
 }
 
@@ -311,7 +304,7 @@ bool fxBinaryReader::xdr(fxTypeObj& base, void* derived, void* baseAddress) {
 
 void fxBinaryReader::placesMoved(const void* from, size_t byteCount, void* to) {
     const uintptr_t begin = reinterpret_cast<uintptr_t>(from);
-    std::vector<fxBinaryReaderItem>& noted = isInBody ? items : loose;
+    fxChunkList<fxBinaryReaderItem>& noted = isInBody ? items : loose;
     for (size_t i = noted.size(); i-- > 0;) {
         const uintptr_t offset = reinterpret_cast<uintptr_t>(noted[i].slot) - begin;
         if (offset >= byteCount) return;
@@ -401,20 +394,23 @@ bool fxBinaryReader::readPrimPointer(void* slot, size_t byteCount) {
     fxReaderEntry& entry = entries->at(fieldA);
     if (entry.kind == fxReaderEntry::unknown) {
         entry.kind = fxReaderEntry::awaitedBlock;
+        entry.bytes = least;
         ++awaited;
     }
+    const bool isText = string != nullptr;
     if (entry.kind == fxReaderEntry::awaitedBlock) {
+        hasOddTexts |= (isText || entry.isWantedText) && entry.bytes != least;
         entry.bytes = std::max(entry.bytes, least);
-        entry.isWantedPlain |= string == nullptr;
+        entry.isWantedPlain |= !isText;
+        entry.isWantedText |= isText;
     } else if (entry.kind != fxReaderEntry::block || entry.bytes < least) {
         fxFatal("format error");
     }
-    if (string == nullptr) {
-        std::memset(slot, 0, sizeof(void*));
-        addItem(entry, {slot, nullptr, fieldA, 0});
-    } else {
-        addItem(entry, {string, nullptr, fieldA, least});
-    }
+    if (!isText) std::memset(slot, 0, sizeof(void*));
+    const fxBinaryReaderItem item = {isText ? string : slot, nullptr, &entry, fieldA,
+                                     isText ? least : 0};
+    if (isText && entry.isDefined()) checkText(item);
+    addItem(item);
     return true;
 }
 
@@ -520,12 +516,11 @@ bool fxBinaryReader::nextInstance() {
 }
 
 // Outside of a body, what is there already is handed out at once.
-void fxBinaryReader::addItem(fxReaderEntry& entry, const fxBinaryReaderItem& item) {
+void fxBinaryReader::addItem(const fxBinaryReaderItem& item) {
     if (isInBody) {
         items.push_back(item);
-    } else if (entry.isDefined() && bodyOf(entry) == nullptr) {
-        if (item.textBytes != 0) checkText(item, entry);
-        fillPlace(item, entry);
+    } else if (item.entry->isDefined() && bodyOf(*item.entry) == nullptr) {
+        fillPlace(item);
         ++period;
     } else {
         loose.push_back(item);
@@ -540,30 +535,25 @@ bool fxBinaryReader::readBlock() {
     Converter* const converter = converterOf(tag);
     const bool isText = entry.kind == fxReaderEntry::awaitedBlock && !entry.isWantedPlain &&
                         fieldD < fxReaderTable::maxText;
-    const unsigned int id = fieldA;
     const unsigned int byteCount = fieldD;
-    char* block = nullptr;
+    char* text = nullptr;
+    Block block;
     if (isText) {
-        block = entries->textRoom(byteCount + size_t{1});
-        if (!converter(*this, block, byteCount)) return false;
-        block[byteCount] = '\0';
+        text = entries->textRoom(byteCount + size_t{1});
+        if (!converter(*this, text, byteCount)) return false;
+        text[byteCount] = '\0';
     } else {
-        block = readGrowing(converter, byteCount);
+        block.reset(readGrowing(converter, byteCount));
         if (block == nullptr) return false;
     }
-    fxReaderEntry& read = entries->at(id);  // records may have been read in between
-    if (read.isDefined()) {
-        if (!isText) std::free(block);
-        fxFatal("XXX baddest news");
-    }
-    awaited -= read.kind == fxReaderEntry::awaitedBlock;
-    read.kind = fxReaderEntry::block;
-    read.bytes = byteCount;
-    if (isText) {
-        read.text = block;
-    } else {
-        read.address = block;
-    }
+    if (entry.isDefined()) fxFatal("XXX baddest news");  // by a record in between
+    const char* const bytes = isText ? text : block.get();
+    if (entry.isWantedText && bytes[entry.bytes - 1] != '\0') fxFatal("format error");
+    awaited -= entry.kind == fxReaderEntry::awaitedBlock;
+    entry.kind = fxReaderEntry::block;
+    entry.bytes = byteCount;
+    entry.text = text;
+    entry.address = block.release();
     return true;
 }
 
@@ -616,11 +606,8 @@ fxTypeObj& fxBinaryReader::typeOfBody(const fxReaderEntry& entry) {
 }
 
 bool fxBinaryReader::readBody() {
-    const unsigned int id = fieldA;
-    fxReaderEntry* entry = &entries->at(id);
+    fxReaderEntry* const entry = &entries->at(fieldA);
     if (entry->kind == fxReaderEntry::awaitedBlock) fxFatal("format error");
-    entries->at(fieldB);  // makes the entry of the type, so that none moves below
-    entry = &entries->at(id);
     fxTypeObj& type = typeOfBody(*entry);
     if (fieldC != type.version && fieldC != lastVersion) {
         fxFatal("XXX version error handling is missing");
@@ -663,8 +650,11 @@ fxBinaryReader::Body* fxBinaryReader::bodyOf(const fxReaderEntry& entry) {
 // tells the objects. What nothing leads to stays, with its places empty: a later
 // graph may refer to it.
 void fxBinaryReader::commit(fxReaderEntry& root) {
-    checkTexts(items);
-    checkTexts(loose);
+    if (hasOddTexts) {
+        checkTexts(items);
+        checkTexts(loose);
+        hasOddTexts = false;
+    }
     std::vector<Body*> found;
     const auto reach = [&](fxReaderEntry& entry) {
         Body* const body = bodyOf(entry);
@@ -672,12 +662,11 @@ void fxBinaryReader::commit(fxReaderEntry& root) {
         body->isReached = true;
         found.push_back(body);
     };
-    const auto fillPlaces = [&](const std::vector<fxBinaryReaderItem>& places, size_t begin,
+    const auto fillPlaces = [&](const fxChunkList<fxBinaryReaderItem>& places, size_t begin,
                                 size_t end) {
         for (size_t i = begin; i < end; ++i) {
-            fxReaderEntry& entry = entries->at(places[i].id);
-            fillPlace(places[i], entry);
-            reach(entry);
+            fillPlace(places[i]);
+            if (places[i].declared != nullptr) reach(*places[i].entry);
         }
     };
     reach(root);
@@ -691,7 +680,8 @@ void fxBinaryReader::commit(fxReaderEntry& root) {
 
     std::vector<fxXDRObj*> told;
     bool isAllReached = true;
-    for (Body& body : bodies) {
+    for (size_t i = 0; i < bodies.size(); ++i) {
+        Body& body = bodies[i];
         isAllReached &= body.isReached;
         fxXDRObj* const object = body.isReached ? std::exchange(body.concluded, nullptr) : nullptr;
         if (object != nullptr) told.push_back(object);
@@ -705,7 +695,8 @@ void fxBinaryReader::commit(fxReaderEntry& root) {
     for (fxXDRObj* object : told) object->xdrSuccess(*this);
 }
 
-void fxBinaryReader::fillPlace(const fxBinaryReaderItem& item, fxReaderEntry& entry) {
+void fxBinaryReader::fillPlace(const fxBinaryReaderItem& item) {
+    fxReaderEntry& entry = *item.entry;
     void* value = nullptr;
     if (item.declared != nullptr) {
         value = entry.record->upcast(entry.address, *item.declared);
@@ -729,25 +720,27 @@ const char* fxBinaryReader::textOf(const fxReaderEntry& entry) const {
     return entry.text != nullptr || !isOurs ? entry.text : static_cast<const char*>(entry.address);
 }
 
-// Each text must end where its string does. Decided before anything changes.
-void fxBinaryReader::checkTexts(const std::vector<fxBinaryReaderItem>& places) {
-    for (const fxBinaryReaderItem& item : places) {
-        if (item.textBytes != 0) checkText(item, entries->at(item.id));
+// Each text must end where its string does, which is decided before anything
+// changes. Only texts that share a block with others are left to this.
+void fxBinaryReader::checkTexts(const fxChunkList<fxBinaryReaderItem>& places) const {
+    for (size_t i = 0; i < places.size(); ++i) {
+        if (places[i].textBytes != 0) checkText(places[i]);
     }
 }
 
-void fxBinaryReader::checkText(const fxBinaryReaderItem& item, const fxReaderEntry& entry) const {
-    const char* const text = textOf(entry);
+void fxBinaryReader::checkText(const fxBinaryReaderItem& item) const {
+    const char* const text = textOf(*item.entry);
     if (text == nullptr || text[item.textBytes - 1] != '\0') fxFatal("format error");
 }
 
 // Destroys the objects that were not handed out, whose places are all empty.
 void fxBinaryReader::dropBodies() {
-    std::vector<Body> dropped;
+    fxChunkList<Body> dropped;
     dropped.swap(bodies);
     firstBody += dropped.size();
     items.clear();
-    for (const Body& body : dropped) {
+    for (size_t i = 0; i < dropped.size(); ++i) {
+        const Body& body = dropped[i];
         if (!body.isReached && body.type->deleteInstance != nullptr) {
             body.type->deleteInstance(body.address);
         }

@@ -3,9 +3,9 @@
 #define FXDS_BINARYREADER_H
 
 #include <memory>
-#include <vector>
 
 #include "fxds/BinaryTranscriber.h"
+#include "fxds/ChunkList.h"
 
 class fxReaderTable;
 struct fxReaderEntry;
@@ -14,7 +14,8 @@ struct fxReaderEntry;
 struct fxBinaryReaderItem {
     void* slot;              ///< Address of the pointer, or the fxStr.
     fxTypeObj* declared;     ///< What the pointer leads to; null for blocks and texts.
-    unsigned int id;         ///< The record that it waits for.
+    fxReaderEntry* entry;    ///< What the reader knows of the record that it waits for.
+    unsigned int id;         ///< The number of that record.
     unsigned int textBytes;  ///< For an fxStr its length with the terminator, else 0.
 };
 
@@ -125,7 +126,14 @@ protected:
     unsigned int fieldD;  // byte count of a block
 
 private:
-    struct Body;
+    struct Body {
+        void* address;
+        fxTypeObj* type;
+        fxXDRObj* concluded;  // wants to be told of success
+        size_t firstItem;
+        size_t endItem;
+        bool isReached;  // and so handed out
+    };
 
     bool get(void* bytes, size_t byteCount);
     bool readHeader();
@@ -135,7 +143,7 @@ private:
     bool fillPastTypes();
     bool nextInstance();
 
-    void addItem(fxReaderEntry& entry, const fxBinaryReaderItem& item);
+    void addItem(const fxBinaryReaderItem& item);
     bool readBlock();
     char* readGrowing(Converter* converter, unsigned int byteCount);
     Converter* converterOf(unsigned int bodyTag) const;
@@ -144,15 +152,16 @@ private:
 
     Body* bodyOf(const fxReaderEntry& entry);
     void commit(fxReaderEntry& root);
-    void fillPlace(const fxBinaryReaderItem& item, fxReaderEntry& entry);
+    void fillPlace(const fxBinaryReaderItem& item);
     const char* textOf(const fxReaderEntry& entry) const;
-    void checkTexts(const std::vector<fxBinaryReaderItem>& places);
-    void checkText(const fxBinaryReaderItem& item, const fxReaderEntry& entry) const;
+    void checkTexts(const fxChunkList<fxBinaryReaderItem>& places) const;
+    void checkText(const fxBinaryReaderItem& item) const;
     void dropBodies();
 
     bool isUsable;  // the stream has not failed
     bool isInBody;
     bool hasReadBody;
+    bool hasOddTexts;          // texts of one block differ in length
     bool hasWideIds;           // fields of tags 4 and 11 to 14 have 8 bytes
     unsigned int fillerLeft;   // zero bytes that may precede the next header
     unsigned int payloadLeft;  // bytes of the current payload still in the stream
@@ -162,10 +171,10 @@ private:
     fxTypeObj* rootType;       // what the root that is read next must be
 
     std::unique_ptr<fxReaderTable> entries;
-    std::vector<Body> bodies;               // made and perhaps not handed out
+    fxChunkList<Body> bodies;               // made and perhaps not handed out
     size_t firstBody;                       // serial number of bodies[0]
-    std::vector<fxBinaryReaderItem> items;  // places in the bodies
-    std::vector<fxBinaryReaderItem> loose;  // places outside of any body
+    fxChunkList<fxBinaryReaderItem> items;  // places in the bodies
+    fxChunkList<fxBinaryReaderItem> loose;  // places outside of any body
 };
 
 // The converters. Those called BS and SS, which exchange bytes and halves of

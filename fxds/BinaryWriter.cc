@@ -56,7 +56,8 @@ fxBinaryWriterItem::fxBinaryWriterItem(const void* address_, fxTypeObj& type_)
       type(&type_),
       byteCount(0),
       tag(fxTagObject),
-      sourceBytes(0) {}
+      sourceBytes(0),
+      id(0) {}
 
 fxBinaryWriterItem::fxBinaryWriterItem(const void* address_, unsigned int byteCount_,
                                        fxBinaryOTTag tag_, unsigned int sourceBytes_)
@@ -65,7 +66,8 @@ fxBinaryWriterItem::fxBinaryWriterItem(const void* address_, unsigned int byteCo
       type(nullptr),
       byteCount(byteCount_),
       tag(tag_),
-      sourceBytes(sourceBytes_) {}
+      sourceBytes(sourceBytes_),
+      id(0) {}
 
 fxBinaryWriterItem::~fxBinaryWriterItem() = default;
 
@@ -162,13 +164,16 @@ bool fxBinaryWriter::xdr(unsigned int** p, unsigned int n) { return writeIntPoin
 
 bool fxBinaryWriter::xdr(void*, fxXDRObj*, fxTypeObj& declared, fxXDRObj* object, void* address) {
     if (address == nullptr) return writeNullPointer();
+    seen->prefetch(address);
     fxTypeObj* const type = object != nullptr ? object->getTypeObj() : &declared;
     unsigned int typeId = 0;
     if (type == nullptr || !flush() || !writeType(*type, typeId)) return false;
-    const unsigned int id = alreadyWritten(address);
-    fieldA = id != 0 ? id : queue(new fxBinaryWriterItem(address, *type));
-    tag = id != 0 ? fxTagPointerAgain : fxTagPointer;
-    return fieldA <= maxId;
+    bool isNew = false;
+    const unsigned int id = idOf(address, isNew);
+    fieldA = id;
+    if (isNew) push(new fxBinaryWriterItem(address, *type), id);
+    tag = isNew ? fxTagPointer : fxTagPointerAgain;
+    return id <= maxId;
 }
 
 bool fxBinaryWriter::xdr(fxTypeObj& base, void* derived, void* baseAddress) {
@@ -258,10 +263,7 @@ unsigned int fxBinaryWriter::recordIdForAddress(const void* address) {
 }
 
 unsigned int fxBinaryWriter::queue(fxBinaryWriterItem* item) {
-    const unsigned int length = pending.length();
-    if (length == pending.getMaxLength()) pending.setMaxLength(2 * length + 16);
-    pending.append(item);
-    return recordIdForAddress(item->address);
+    return push(item, recordIdForAddress(item->address));
 }
 
 bool fxBinaryWriter::writeType(fxTypeObj& type, unsigned int& id) {
@@ -294,9 +296,26 @@ bool fxBinaryWriter::writePrimPointer(const void* block, size_t byteCount, fxBin
 
 // Private functions.
 
+// The id of the address, which is entered under the next one if it is new.
+unsigned int fxBinaryWriter::idOf(const void* address, bool& isNew) {
+    const unsigned int id = seen->findOrSet(address, nextId);
+    isNew = id == nextId;
+    nextId += isNew;
+    return id;
+}
+
+unsigned int fxBinaryWriter::push(fxBinaryWriterItem* item, unsigned int id) {
+    item->id = id;
+    const unsigned int length = pending.length();
+    if (length == pending.getMaxLength()) pending.setMaxLength(2 * length + 16);
+    pending.append(item);
+    return id;
+}
+
 bool fxBinaryWriter::writePrimPointer(const void* block, size_t byteCount, fxBinaryOTTag bodyTag,
                                       size_t sourceBytes) {
     if (block == nullptr) return writeNullPointer();
+    seen->prefetch(block);
     if (byteCount > maxBlockBytes || !flush()) return false;
     const unsigned int id = alreadyWritten(block);
     if (id != 0) {
@@ -383,19 +402,24 @@ bool fxBinaryWriter::sendBatch() {
     return byteCount == 0 || stream->putBytes(batch.get(), byteCount);
 }
 
+fxBinaryWriterItem* fxBinaryWriter::itemAt(unsigned int index) {
+    return static_cast<fxBinaryWriterItem*>(pending[index]);
+}
+
 bool fxBinaryWriter::writePending() {
     while (pending.length() > 0) {
         const unsigned int last = pending.length() - 1;
-        const std::unique_ptr<fxBinaryWriterItem> item(
-            static_cast<fxBinaryWriterItem*>(pending[last]));
+        const std::unique_ptr<fxBinaryWriterItem> item(itemAt(last));
         pending.remove(last, 1);
+        // Memory is what costs here: the next item can be on its way meanwhile.
+        if (last > 0) __builtin_prefetch(itemAt(last - 1)->address);
         if (!writeItem(*item) || !flush()) return false;
     }
     return true;
 }
 
 bool fxBinaryWriter::writeItem(const fxBinaryWriterItem& item) {
-    const unsigned int id = alreadyWritten(item.address);
+    const unsigned int id = item.id;
     if (item.kind == fxBinaryWriterItem::block) {
         fieldA = id;
         return writeBlock(item);

@@ -27,6 +27,7 @@ public:
     unsigned int byteCount;
     fxBinaryOTTag tag;
     unsigned int sourceBytes;
+    unsigned int id;  ///< The number that the address was queued under.
 };
 
 /// Writes what it is given as the records of docs/stream-format.md, every
@@ -119,11 +120,14 @@ protected:
 private:
     bool writePrimPointer(const void* block, size_t byteCount, fxBinaryOTTag bodyTag,
                           size_t sourceBytes);
+    unsigned int idOf(const void* address, bool& isNew);
+    unsigned int push(fxBinaryWriterItem* item, unsigned int id);
     bool writeIntPointer(const void* block, unsigned int count);
     bool writeRecord(const char* payload, unsigned int payloadBytes);
     unsigned int putFields(char* place) const;
     bool emit(const char* bytes, size_t byteCount);
     bool sendBatch();
+    fxBinaryWriterItem* itemAt(unsigned int index);
     bool writePending();
     bool writeItem(const fxBinaryWriterItem& item);
     bool writeBlock(const fxBinaryWriterItem& item);

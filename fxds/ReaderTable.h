@@ -2,7 +2,6 @@
 #ifndef FXDS_READERTABLE_H
 #define FXDS_READERTABLE_H
 
-#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
@@ -10,6 +9,7 @@
 #include <vector>
 
 #include "fxds/BinaryOTDict.h"
+#include "fxds/ChunkList.h"
 #include "fxds/TypeObj.h"
 
 // Numbers run from 1 on in the streams of our writer, so that most entries
@@ -36,6 +36,7 @@ struct fxReaderEntry {
 
     Kind kind = unknown;
     bool isWantedPlain = false;  // awaited block: by a pointer field
+    bool isWantedText = false;   // awaited block: by a string, of `bytes` bytes
     unsigned int bytes = 0;
     unsigned int others = 0;   // awaited object: further types wanted
     unsigned int givenIn = 0;  // block: the period in which `address` was given away, or 0
@@ -52,12 +53,11 @@ public:
     fxReaderTable& operator=(const fxReaderTable&) = delete;
     ~fxReaderTable() { clear(); }
 
-    /// The entry of the number, made if need be. Views: good until the next
-    /// entry is made.
+    /// The entry of the number, made if need be. View: good until clear().
     fxReaderEntry& at(unsigned int id) {
         if (id < near.size()) return counted(near[id]);
         if (farOnes.empty() && id < 2 * made + slack) {
-            near.resize(std::max<size_t>(id + size_t{1}, 2 * near.size()));
+            near.resize(id + size_t{1});
             return counted(near[id]);
         }
         const void* const key = reinterpret_cast<const void*>(uintptr_t{id});
@@ -106,7 +106,7 @@ public:
 
     /// Forgets every entry and frees the blocks that were not given away.
     void clear() {
-        for (const fxReaderEntry& entry : near) release(entry);
+        for (size_t i = 0; i < near.size(); ++i) release(near[i]);
         for (const auto& entry : farOnes) {
             release(*entry);
         }
@@ -144,7 +144,7 @@ private:
     static constexpr size_t textChunk = size_t{1} << 16;
 
     fxBinaryOTDict& far;  // number to index + 1
-    std::vector<fxReaderEntry> near;
+    fxChunkList<fxReaderEntry> near;
     std::vector<std::unique_ptr<fxReaderEntry>> farOnes;
     std::vector<Want> wants;
     std::vector<std::unique_ptr<char[]>> texts;
