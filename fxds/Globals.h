@@ -22,6 +22,8 @@ public:
     /// skipped.
     fxOrderedGlobal(Function* init, fxOrderedGlobal** deps, int ordering);
     fxOrderedGlobal(Function* init, Function* cleanup, fxOrderedGlobal** deps, int ordering);
+    fxOrderedGlobal(const fxOrderedGlobal&) = delete;  // the ordering would not know the copy
+    fxOrderedGlobal& operator=(const fxOrderedGlobal&) = delete;
 
     /// Whether `other` stands in the list of direct dependences.
     bool dependsOn(fxOrderedGlobal const& other) const;

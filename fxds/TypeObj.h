@@ -37,6 +37,8 @@ public:
     fxTypeObj(const char* name, unsigned int version, NewInstance* newInstance,
               DeleteInstance* deleteInstance, Transcribe* xdr, fxTypeObj* const* bases = nullptr,
               Upcast* const* upcasts = nullptr, const std::type_info* typeInfo = nullptr);
+    fxTypeObj(const fxTypeObj&) = delete;  // the registry would not know the copy
+    fxTypeObj& operator=(const fxTypeObj&) = delete;
 
     /// Enters the record under its name; the last record of a name wins.
     static void registerType(fxTypeObj* type);

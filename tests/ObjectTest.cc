@@ -50,7 +50,8 @@ TEST(Object, CountedPointersShareTheirTarget) {
         RPtr<Target> c(std::move(a));
         EXPECT_EQ(b->count, 2);
         EXPECT_FALSE(a);
-        b = b;
+        const RPtr<Target>& same = b;
+        b = same;
         c = RPtr<Target>();
         EXPECT_EQ(deaths, 0);
     }
@@ -89,6 +90,14 @@ TEST(TypeRecords, EveryRecordMakesAndDestroysItsClass) {
         type->deleteInstance(nullptr);
     }
 }
+
+// What is registered under its address has no copies.
+template <class... Classes>
+constexpr bool haveNoCopies = (... && !(std::is_copy_constructible_v<Classes> ||
+                                        std::is_copy_assignable_v<Classes>));
+static_assert(haveNoCopies<fxTypeObj, fxOrderedGlobal, fxGlobalOrder, fxConverter, fxInputChannel,
+                           fxOutputChannel, fxProperty, fxData, fxIntData, fxEventQueue, fxTimer,
+                           fxExec, fxWakeup>);
 
 TEST(TypeRecords, LayoutsAreFixed) {
     EXPECT_EQ(sizeof(fxRCObj), 16u);
