@@ -149,8 +149,9 @@ public:
     void invalidateIters(const fxDictBucket* node) const;
 
     /// Transcribes sizes, bucket count and entries. A dictionary that is read
-    /// into is emptied first; its chains come out reversed. Look nothing up
-    /// before the whole graph has been read: texts arrive late.
+    /// into is emptied first; its chains come out reversed. Texts arrive
+    /// late: until the whole graph has been read no key of it is found, and
+    /// adding one enters it a second time.
     /// Returns false at the first failure; a dictionary being read is then empty.
     /// Numbers that cannot be right are failures: sizes other than this
     /// dictionary's, a chain that does not exist, more than 2^24 chains.

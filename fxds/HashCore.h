@@ -18,8 +18,11 @@
 //
 // Tags. The tag of a node is mixed from its key's fingerprint, so equal keys in
 // a chain have equal tags, and a search compares keys only when the tags agree.
-// Keys read from a stream get their text after the container has been read:
-// their tags are set by the first search.
+// Keys read from a stream get their text after the container has been read. So
+// they have no tags at first, and searches compare the keys. The first long
+// walk sets the tags if every key hangs where its hash puts it, as it does not
+// while its text is missing (but for the few that hash to the chain of the empty
+// text).
 //
 // The index finds the nodes of a tag in the order of their chain, and a found
 // node counts only if it hangs in the chain that its hash asks for. So a search
@@ -131,7 +134,7 @@ private:
     static Node* search(const Container& table, Hooks hooks, const void* key, Place& place);
     static unsigned int tagOf(unsigned long fingerprint);
     // What a search needs now and then is kept out of its way.
-    [[gnu::noinline]] static void setTags(const Container& table);
+    [[gnu::noinline]] static bool setTags(const Container& table);
     [[gnu::noinline]] static void buildIndex(const Container& table);
     static void link(Container& table, Node* node, unsigned int bucket);
     static void unlink(Container& table, Node* node);
@@ -310,14 +313,17 @@ unsigned int fxHashCore<Container>::tagOf(unsigned long fingerprint) {
 }
 
 template <class Container>
-void fxHashCore<Container>::setTags(const Container& table) {
+bool fxHashCore<Container>::setTags(const Container& table) {
     for (Node* node : table.buckets) {
         for (; node != nullptr; node = node->next) {
             const void* const key = node->element;
-            node->tag = tagOf(table.fingerprintKey(key, table.hashKey(key)));
+            const unsigned long hash = table.hashKey(key);
+            if (bucketOf(table, hash) != node->bucket) return false;
+            node->tag = tagOf(table.fingerprintKey(key, hash));
         }
     }
-    table.extra.tagsAreStale = false;
+    table.extra.hasTags = true;
+    return true;
 }
 
 // Entering a node makes it the first of its tag, so each chain is entered from
@@ -342,8 +348,6 @@ typename fxHashCore<Container>::Node* fxHashCore<Container>::search(const Contai
     place.chains = table.buckets.length();
     place.bucket = bucketOf(table, place.hash);
     place.tag = tagOf(hooks.fingerprint(key, place.hash));
-    if (table.extra.tagsAreStale) setTags(table);
-
     if (table.extra.index.isBuilt()) {
         Node* node = table.extra.index.first(place.tag);
         while (node != nullptr &&
@@ -352,13 +356,15 @@ typename fxHashCore<Container>::Node* fxHashCore<Container>::search(const Contai
         }
         return node;
     }
+    const bool hasTags = table.extra.hasTags;
     Node* node = table.buckets[place.bucket];
     unsigned int walked = 0;
-    while (node != nullptr && (node->tag != place.tag || hooks.compare(key, node->element) != 0)) {
+    while (node != nullptr &&
+           ((hasTags && node->tag != place.tag) || hooks.compare(key, node->element) != 0)) {
         node = node->next;
         ++walked;
     }
-    if (walked > longWalk) buildIndex(table);
+    if (walked > longWalk && (hasTags || setTags(table))) buildIndex(table);
     return node;
 }
 
@@ -753,7 +759,7 @@ bool fxHashCore<Container>::readEntry(Container& table, fxTranscriber& transcrib
         return false;
     }
     table.extra.index.drop();
-    table.extra.tagsAreStale = true;
+    table.extra.hasTags = false;
     link(table, node, bucket);
     return true;
 }

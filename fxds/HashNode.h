@@ -148,7 +148,7 @@ struct fxHashExtra {
     fxHashFinder<Container, Node>* finder = nullptr;  // chosen by the first search
     fxNodeStore<Node> nodes;
     fxHashIndex<Node> index;
-    bool tagsAreStale = false;     // keys came from a stream: no tag is set yet
+    bool hasTags = true;           // not while keys that came from a stream are new
     unsigned int linked = 0;       // entries in the chains
     unsigned int divisor = 0;      // a bucket count and its reciprocal 2^64 / n,
     unsigned long reciprocal = 0;  // which save the division

@@ -558,6 +558,22 @@ TEST(DictionaryXdr, FindsKeysWhoseTextsCameLate) {
     }
 }
 
+// A class may add what older streams lack as soon as it has read the rest.
+TEST(DictionaryXdr, CanBeAddedToBeforeTextsArrive) {
+    for (const int entries : {3, 500}) {
+        fxStrStrDictionary dict(31);
+        for (int i = 0; i < entries; ++i) dict[fxStr(i, "key%d")] = fxStr(i, nullptr);
+        LateTexts in(written(dict));
+        fxStrStrDictionary back;
+        ASSERT_EQ(back.xdr(in), 1);
+        back["new"] = "value";
+        EXPECT_FALSE(back.contains("key1"));
+        in.arrive();
+        EXPECT_EQ(*back.find("new"), "value");
+        for (int i = 0; i < entries; ++i) ASSERT_TRUE(back.contains(fxStr(i, "key%d"))) << i;
+    }
+}
+
 TEST(DictionaryXdr, NothingIsLeftWhenReadingFails) {
     fxStrStrDictionary dict(1);
     dict["key"] = "value";
