@@ -4,7 +4,7 @@ set(fxds_layers
   # Ground.
   "Config Fatal Debug Block"
   # Counting, types; classes that need nothing else of the library.
-  "RCObj RPtr Counted TypeObj XDRObj Transcriber Pool
+  "RCObj RPtr Counted TypeObj XDRObj Transcriber Pool ChunkList
    RegExp RegProgram PathFunctions GenericList IndexableList ListWalk BoundingBox NameSpace
    HashTable"
   # Arrays and strings.
