@@ -315,7 +315,7 @@ void fxBinaryReader::placesMoved(const void* from, size_t byteCount, void* to) {
 size_t fxBinaryReader::placesNoted() const { return isInBody ? items.size() : loose.size(); }
 
 void fxBinaryReader::forgetPlaces(size_t count) {
-    std::vector<fxBinaryReaderItem>& noted = isInBody ? items : loose;
+    fxChunkList<fxBinaryReaderItem>& noted = isInBody ? items : loose;
     if (count < noted.size()) noted.resize(count);
 }
 

@@ -43,6 +43,12 @@ char* putWord(char* place, unsigned long word) {
     return place;
 }
 
+// Asks for memory that will be written soon: the beginning of an object or block.
+void fetchSoon(const void* address) {
+    __builtin_prefetch(address);
+    __builtin_prefetch(static_cast<const char*>(address) + 64);
+}
+
 template <class T>
 size_t bytesOf(unsigned int count) {
     return size_t{count} * sizeof(T);
@@ -306,6 +312,7 @@ unsigned int fxBinaryWriter::idOf(const void* address, bool& isNew) {
 
 unsigned int fxBinaryWriter::push(fxBinaryWriterItem* item, unsigned int id) {
     item->id = id;
+    fetchSoon(item->address);
     const unsigned int length = pending.length();
     if (length == pending.getMaxLength()) pending.setMaxLength(2 * length + 16);
     pending.append(item);
@@ -412,7 +419,7 @@ bool fxBinaryWriter::writePending() {
         const std::unique_ptr<fxBinaryWriterItem> item(itemAt(last));
         pending.remove(last, 1);
         // Memory is what costs here: the next item can be on its way meanwhile.
-        if (last > 0) __builtin_prefetch(itemAt(last - 1)->address);
+        if (last > 0) fetchSoon(itemAt(last - 1)->address);
         if (!writeItem(*item) || !flush()) return false;
     }
     return true;
