@@ -144,6 +144,7 @@ public:
           steps(plan_.steps),
           tables(plan_.tables),
           subject(subject_),
+          firstRun(plan_.runFirst != Step::none ? steps + plan_.runFirst : nullptr),
           workLimit(patience) {}
     ~Matcher() { delete memory; }
     Matcher(const Matcher&) = delete;
@@ -154,6 +155,7 @@ public:
 
 private:
     const char* findStart(const char* from) const;
+    const char* findRunAndText(const char* from) const;
     const char* afterFailure(const char* tried) const;
     bool match(const char* from);
     const Step* take(const Step* step);
@@ -184,6 +186,9 @@ private:
     const char* at = nullptr;  // the position
     const char* matchStart = nullptr;
     const char* searchStart = nullptr;
+    const Step* const firstRun;           // what every match starts with, or null
+    const char* firstRunStart = nullptr;  // the latest such run
+    const char* firstRunEnd = nullptr;
     const char* positions[2 * groupCount] = {};  // start and end of each group
     uint32_t savedSlots = 0;                     // pushed since the latest choice
     bool isOutOfMemory = false;
@@ -223,6 +228,8 @@ const char* Matcher::findStart(const char* from) const {
     switch (plan.startKind) {
         case Start::text:
             return std::strstr(from, plan.program + steps[plan.startStep].text);
+        case Start::runAndText:
+            return findRunAndText(from);
         case Start::byte:
             return std::strchr(from, plan.startByte);
         case Start::set:
@@ -235,12 +242,30 @@ const char* Matcher::findStart(const char* from) const {
     }
 }
 
+// The same when every match is a run and then a text: the first text tells where
+// the first run may be, all of it up to there.
+const char* Matcher::findRunAndText(const char* from) const {
+    const char* const text = plan.program + steps[plan.startStep].text;
+    for (const char* least = from; *least != 0; ++least) {
+        least = std::strstr(least, text);
+        if (least == nullptr) return nullptr;
+        const char* start = least;
+        while (start != from && isIn(firstRun->set, firstRun->setMask, start - 1)) --start;
+        if (least - start >= firstRun->least) return start;
+    }
+    return nullptr;
+}
+
 // Where to look next, null at the end. When every match starts with a repetition,
 // a later start within the same run could only be followed by what has failed
 // already; and at the end of the run that has been tried too, or cannot start.
 const char* Matcher::afterFailure(const char* tried) const {
-    const bool startsWithRun = plan.runFirst != Step::none;
-    const char* const last = startsWithRun ? runEnd(&steps[plan.runFirst], tried) : tried;
+    const char* last = tried;
+    if (firstRunStart == tried) {
+        last = firstRunEnd;
+    } else if (firstRun != nullptr) {
+        last = runEnd(firstRun, tried);
+    }
     return *last != 0 ? last + 1 : nullptr;
 }
 
@@ -357,6 +382,10 @@ inline const char* Matcher::runEnd(const Step* step, const char* from) const {
 inline const Step* Matcher::repeat(const Step* step) {
     if (isRemembering) return repeatRemembered(step);
     const char* const end = runEnd(step, at);
+    if (step == firstRun && at == matchStart) {
+        firstRunStart = at;
+        firstRunEnd = end;
+    }
     remembers(1 + static_cast<size_t>(end - at) / 8);
     if (end - at < step->least) return nullptr;
     if (step->isPossessive) {

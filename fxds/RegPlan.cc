@@ -261,16 +261,20 @@ void Planner::repeatStep(Step& step, size_t node) {
 void Planner::makeStart() {
     const ByteSet set = first[0];
     plan.first = resolve(1);
-    const Step* lead = &steps[plan.first];
-    while (lead->op == OPEN) lead = &steps[lead->next];
-    plan.runFirst = lead->op == STAR || lead->op == PLUS
-                        ? static_cast<unsigned short>(lead - steps.data())
-                        : Step::none;
+    const auto skipGroups = [this](unsigned short index) {
+        while (steps[index].op == OPEN || steps[index].op == CLOSE) index = steps[index].next;
+        return index;
+    };
+    const unsigned short leadIndex = skipGroups(plan.first);
+    const Step* const lead = &steps[leadIndex];
+    plan.runFirst = lead->op == STAR || lead->op == PLUS ? leadIndex : Step::none;
+    plan.startStep = plan.runFirst == Step::none ? leadIndex : skipGroups(lead->next);
+    const Step& text = steps[plan.startStep];
+    const bool hasText = text.op == EXACTLY && text.length > 1;
     if (lead->op == BOL) {
         plan.startKind = Start::anchored;
-    } else if (lead->op == EXACTLY && lead->length > 1) {
-        plan.startKind = Start::text;
-        plan.startStep = static_cast<unsigned short>(lead - steps.data());
+    } else if (hasText) {
+        plan.startKind = plan.runFirst == Step::none ? Start::text : Start::runAndText;
     } else if (set.count() == 1) {
         plan.startKind = Start::byte;
         plan.startByte = set.lowest();

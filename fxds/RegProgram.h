@@ -86,7 +86,7 @@ struct Step {
 };
 
 /// How the places are found where a match may start.
-enum class Start : unsigned char { anchored, text, byte, set, anywhere };
+enum class Start : unsigned char { anchored, text, runAndText, byte, set, anywhere };
 
 /// What the matcher works from. It follows the program in the block of the
 /// compiled expression.
@@ -98,7 +98,7 @@ struct Plan {
     unsigned int start;          // Start::set: offset of a table, with the byte 0 added, so
                                  // that a search stops at the end
     unsigned short first;        // step to start with
-    unsigned short startStep;    // Start::text: the EXACTLY
+    unsigned short startStep;    // Start::text, runAndText: the EXACTLY
     unsigned short runFirst;     // the STAR or PLUS that every match starts with, or Step::none
     unsigned short memoryCount;  // number of steps with something to remember
     Start startKind;
