@@ -3,6 +3,7 @@
 #define FXDS_KEYHOOKS_H
 
 #include <cstdint>
+#include <new>
 
 #include "fxds/Str.h"
 
@@ -34,6 +35,29 @@ struct fxKeyHooks<const void*> {
     }
     static int compare(const void* a, const void* b) { return a == b ? 0 : 1; }
     static unsigned long fingerprint(const void*, unsigned long hash) { return hash; }
+};
+
+/// The hooks for keys of type Key over Base, which is fxDictionary or fxSet.
+template <class Key, class Base>
+class FX_API fxTypedKeys : public Base {
+public:
+    using Base::Base;
+
+protected:
+    unsigned long hashKey(const void* key) const override {
+        return fxKeyHooks<Key>::hash(*static_cast<const Key*>(key));
+    }
+    int compareKeys(const void* a, const void* b) const override {
+        return fxKeyHooks<Key>::compare(*static_cast<const Key*>(a), *static_cast<const Key*>(b));
+    }
+    void copyKey(const void* from, void* to) const override {
+        if (to != nullptr) new (to) Key(*static_cast<const Key*>(from));
+    }
+    void destroyKey(void* key) const override { static_cast<Key*>(key)->~Key(); }
+    bool xdrKey(fxTranscriber&, void*) override { return false; }
+    unsigned long fingerprintKey(const void* key, unsigned long hash) const override {
+        return fxKeyHooks<Key>::fingerprint(*static_cast<const Key*>(key), hash);
+    }
 };
 
 /// Transcribes the string at `at`; a reader first makes an empty one there,

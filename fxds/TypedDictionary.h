@@ -21,54 +21,44 @@ class fxTypedDictIter;
 /// It cannot be transcribed unless a subclass overrides xdrKey() and
 /// xdrValue(). Assigning merges. See fxDictionary for everything else.
 template <class Key, class Value>
-class FX_API fxTypedDictionary : public fxDictionary {
+class FX_API fxTypedDictionary : public fxTypedKeys<Key, fxDictionary> {
+    typedef fxTypedKeys<Key, fxDictionary> Keys;
+
 public:
     typedef fxTypedDictIter<Key, Value> Iter;
 
     explicit fxTypedDictionary(unsigned int nBuckets = 0)
-        : fxDictionary(sizeof(Key), sizeof(Value), nBuckets) {}
-    explicit fxTypedDictionary(fxTypeObj& type) : fxDictionary(type) {
-        keySize = sizeof(Key);
-        valueSize = sizeof(Value);
+        : Keys(sizeof(Key), sizeof(Value), nBuckets) {}
+    explicit fxTypedDictionary(fxTypeObj& type) : Keys(type) {
+        this->keySize = sizeof(Key);
+        this->valueSize = sizeof(Value);
     }
     fxTypedDictionary(const fxTypedDictionary&) = default;
     fxTypedDictionary& operator=(const fxTypedDictionary& other) {
-        fxDictionary::operator=(other);
+        Keys::operator=(other);
         return *this;
     }
-    ~fxTypedDictionary() override { cleanup(); }
+    ~fxTypedDictionary() override { this->cleanup(); }
 
     const char* className() const override { return "DICT"; }
 
     /// Enters the value under the key; see addInternal().
-    void add(const Key& key, const Value& value) { addInternal(&key, &value); }
+    void add(const Key& key, const Value& value) { this->addInternal(&key, &value); }
     /// The value stored under the key, or null.
-    Value* find(const Key& key) const { return static_cast<Value*>(fxDictionary::find(&key)); }
+    Value* find(const Key& key) const { return static_cast<Value*>(Keys::find(&key)); }
     /// The value stored under the key, which is added with a default value
     /// when it is missing.
-    Value* findCreate(const Key& key) {
-        return static_cast<Value*>(fxDictionary::findCreate(&key));
-    }
+    Value* findCreate(const Key& key) { return static_cast<Value*>(Keys::findCreate(&key)); }
     Value& operator[](const Key& key) { return *findCreate(key); }
     bool contains(const Key& key) const { return find(key) != nullptr; }
-    void remove(const Key& key) { fxDictionary::remove(&key); }
+    void remove(const Key& key) { Keys::remove(&key); }
     /// Takes the value out; see fxDictionary::cut() for what is to be done
     /// with the block.
-    Value* cut(const Key& key) { return static_cast<Value*>(fxDictionary::cut(&key)); }
+    Value* cut(const Key& key) { return static_cast<Value*>(Keys::cut(&key)); }
 
     Iter begin() const { return Iter(const_cast<fxTypedDictionary&>(*this)); }
 
 protected:
-    unsigned long hashKey(const void* key) const override {
-        return fxKeyHooks<Key>::hash(*static_cast<const Key*>(key));
-    }
-    int compareKeys(const void* a, const void* b) const override {
-        return fxKeyHooks<Key>::compare(*static_cast<const Key*>(a), *static_cast<const Key*>(b));
-    }
-    void copyKey(const void* from, void* to) const override {
-        if (to != nullptr) new (to) Key(*static_cast<const Key*>(from));
-    }
-    void destroyKey(void* key) const override { static_cast<Key*>(key)->~Key(); }
     void copyValue(const void* from, void* to) const override {
         if (to != nullptr) new (to) Value(*static_cast<const Value*>(from));
     }
@@ -76,11 +66,7 @@ protected:
     void createValue(void* to) const override {
         if (to != nullptr) new (to) Value();
     }
-    bool xdrKey(fxTranscriber&, void*) override { return false; }
     bool xdrValue(fxTranscriber&, void*) override { return false; }
-    unsigned long fingerprintKey(const void* key, unsigned long hash) const override {
-        return fxKeyHooks<Key>::fingerprint(*static_cast<const Key*>(key), hash);
-    }
 };
 
 /// fxDictIter with types.
