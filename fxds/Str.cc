@@ -240,11 +240,11 @@ void fxStr::insert(const char* s, unsigned int pos, unsigned int n) {
 void fxStr::insert(char c, unsigned int pos) { insert(&c, pos, 1); }
 
 void fxStr::remove(unsigned int start, unsigned int n) {
-    if (slength - n < 2) {
+    if (n >= length()) {
         clear();
         return;
     }
-    FX_ASSERT(n < slength && start <= length() - n);
+    FX_ASSERT(start <= length() - n);
     char* gap = data + start;
     std::memmove(gap, gap + n, slength - start - n);
     slength -= n;

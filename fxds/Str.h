@@ -100,7 +100,7 @@ public:
     void insert(const char* s, unsigned int pos = 0, unsigned int n = 0);
     void insert(char c, unsigned int pos = 0);
     /// Removes `n` bytes at `start`. Everything goes when `n` is the whole
-    /// length, wherever `start` is.
+    /// length or more, wherever `start` is.
     void remove(unsigned int start, unsigned int n = 1);
     /// Removes `n` bytes at `start` and returns them.
     fxStr cut(unsigned int start, unsigned int n);

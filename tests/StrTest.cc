@@ -92,6 +92,9 @@ TEST(Str, WhateverLeavesNoTextGoesBackToTheSharedByte) {
     s.remove(2, 3);  // the whole length, wherever it starts
     EXPECT_TRUE(sharesEmptyByte(s));
     s = "abc";
+    s.remove(0, 10);  // and more than that
+    EXPECT_TRUE(sharesEmptyByte(s));
+    s = "abc";
     EXPECT_EQ(s.cut(0, 3), "abc");
     EXPECT_TRUE(sharesEmptyByte(s));
     s = "abc";
