@@ -93,8 +93,10 @@ void fxStdioStream::adopt(int fd) {
     file = ::fdopen(fd, fdopenMode(type));
     errorFlag = file == nullptr;
     if (file == nullptr) return;
-    // A buffer of this size keeps the system calls out of the profile.
-    std::setvbuf(file, nullptr, _IOFBF, fileBufferBytes);
+    // A buffer of this size keeps the system calls out of the profile. It is ours,
+    // because setvbuf() heeds the size only then.
+    fileBuffer.reset(new char[fileBufferBytes]);
+    std::setvbuf(file, fileBuffer.get(), _IOFBF, fileBufferBytes);
     if (type == fxStreamWrite) keepFromLosing(file);
 }
 

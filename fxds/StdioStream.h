@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <cstdio>
+#include <memory>
 
 #include "fxds/Stream.h"
 
@@ -71,7 +72,8 @@ private:
     fxBool errorFlag;
     fxBool endFlag;
 
-    Direction last = Direction::none;  // of a read-write stream
+    Direction last = Direction::none;    // of a read-write stream
+    std::unique_ptr<char[]> fileBuffer;  // that of `file`, when we made it
 };
 
 #endif
