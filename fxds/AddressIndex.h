@@ -32,7 +32,7 @@ public:
     void set(const void* address, unsigned int number) {
         uint64_t& slot = room(address);
         if (slot != 0) {
-            addresses[numberIn(slot)] = nullptr;
+            addresses[numberIn(slot) - lowest] = nullptr;
             slot = 0;
             --count;
         }
@@ -64,7 +64,7 @@ private:
         const uint64_t bits = bitsOf(hash) >> 32U;
         size_t i = hash >> shift;
         while (slots[i] != 0) {
-            if (slots[i] >> 32U == bits && addresses[numberIn(slots[i])] == address) break;
+            if (slots[i] >> 32U == bits && addresses[numberIn(slots[i]) - lowest] == address) break;
             i = (i + 1) & mask;
         }
         return i;
@@ -76,8 +76,12 @@ private:
     }
 
     void enter(uint64_t& slot, const void* address, unsigned int number) {
-        if (addresses.size() <= number) addresses.resize(number + size_t{1});
-        addresses[number] = address;
+        if (count == 0) {
+            addresses.clear();
+            lowest = number;
+        }
+        addresses.resize(number - lowest + size_t{1});
+        addresses.back() = address;
         slot = bitsOf(hashOf(address)) | number;
         ++count;
     }
@@ -87,17 +91,18 @@ private:
         shift = slots.empty() ? 58 : shift - 1;
         slots.assign(size_t{1} << (64 - shift), 0);
         const size_t mask = slots.size() - 1;
-        for (size_t number = 0; number < addresses.size(); ++number) {
-            if (addresses[number] == nullptr) continue;
-            const uint64_t hash = hashOf(addresses[number]);
+        for (size_t place = 0; place < addresses.size(); ++place) {
+            if (addresses[place] == nullptr) continue;
+            const uint64_t hash = hashOf(addresses[place]);
             size_t i = hash >> shift;
             while (slots[i] != 0) i = (i + 1) & mask;
-            slots[i] = bitsOf(hash) | number;
+            slots[i] = bitsOf(hash) | (lowest + place);
         }
     }
 
     std::vector<uint64_t> slots;         // bits of the hash, number; 0 when free
-    std::vector<const void*> addresses;  // by number; null for numbers not entered here
+    std::vector<const void*> addresses;  // by number - lowest; null for numbers not entered here
+    unsigned int lowest = 0;             // numbers go on after clear(), and may be high then
     unsigned int shift = 0;              // leaves as many high bits of the hash as the table needs
     size_t count = 0;
 };

@@ -2,8 +2,10 @@
 #include "fxds/BinaryWriter.h"
 
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 
 #include "StreamKit.h"
+#include "fxds/AddressIndex.h"
 #include "fxds/Globals.h"
 #include "fxds/StrSet.h"
 #include "fxds/StrStrDictionary.h"
@@ -262,6 +264,22 @@ TEST_F(Writer, ResetForgetsButNumbersGoOn) {
     EXPECT_EQ(stream->bytes, typeRecord(6, "fxStr") + objectRecord(5, 6, long8(4)) +
                                  record(3, word(7) + word(4)) +
                                  record(5, word(7) + word(4), std::string("abc", 4)));
+}
+
+TEST(AddressIndex, HighNumbersAfterAResetCostNoMemory) {
+    const char places[3] = {};
+    fxAddressIndex index;
+    index.set(&places[0], 1);
+    index.clear();
+    rusage before, after;
+    getrusage(RUSAGE_SELF, &before);
+    constexpr unsigned int high = 1U << 25;
+    index.set(&places[1], high);
+    EXPECT_EQ(index.findOrSet(&places[2], high + 1), high + 1);
+    EXPECT_EQ(index.findOrSet(&places[1], high + 2), high);
+    EXPECT_EQ(index.find(&places[0]), 0U);
+    getrusage(RUSAGE_SELF, &after);
+    EXPECT_LT(after.ru_maxrss - before.ru_maxrss, 64 * 1024);
 }
 
 TEST_F(Writer, FullDiskIsAFalseResultWhereverItFillsUp) {
