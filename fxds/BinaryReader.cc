@@ -548,7 +548,10 @@ bool fxBinaryReader::readBlock() {
     }
     if (entry.isDefined()) fxFatal("XXX baddest news");  // by a record in between
     const char* const bytes = isText ? text : block.get();
-    if (entry.isWantedText && bytes[entry.bytes - 1] != '\0') fxFatal("format error");
+    // Texts of other lengths than their block are left to commit().
+    if (entry.isWantedText && !hasOddTexts && bytes[entry.bytes - 1] != '\0') {
+        fxFatal("format error");
+    }
     awaited -= entry.kind == fxReaderEntry::awaitedBlock;
     entry.kind = fxReaderEntry::block;
     entry.bytes = byteCount;

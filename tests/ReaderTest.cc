@@ -545,6 +545,19 @@ TEST_F(Reader, PlainPointersShareTheirBlockAndStringsDoNot) {
     EXPECT_STREQ(plain, "abc");
     EXPECT_TRUE(a.data != b.data && a.data != plain && b.data != plain);
     std::free(plain);
+
+    // A string at the start of a longer block that ends in no zero.
+    memory->bytes = record(0, "", long8(4)) + record(3, word(1) + word(8)) + record(4, word(1)) +
+                    typeRecord(3, "Listed") + objectRecord(2, 3, long8(0)) +
+                    record(5, word(1) + word(8), std::string("abc\0defg", 8));
+    memory->taken = 0;
+    fxBinaryReader longer(memory, 0x1122, 0x33445566, "ieee");
+    fxStr start;
+    ASSERT_TRUE(start.xdr(longer) && longer.xdr(&plain, 8));
+    ASSERT_NE(fxReadObject<Listed>(longer), nullptr);
+    EXPECT_TRUE(start == "abc");
+    EXPECT_EQ(std::memcmp(plain, "abc\0defg", 8), 0);
+    std::free(plain);
 }
 
 TEST_F(Reader, ObjectThatForgivesItsFailureIsOwedNothing) {
