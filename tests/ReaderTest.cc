@@ -653,7 +653,7 @@ TEST_F(Reader, FailedReadReleasesWhatItMade) {
     const std::string bytes = saved(&a);
     ASSERT_EQ(Listed::all().size(), 2U);
     // Cut in the bodies of the texts, which come last.
-    for (size_t cut : {1, 5, 100, 5000, 9000}) {
+    for (size_t cut : {1U, 5U, 100U, 5000U, 9000U}) {
         EXPECT_EQ(loaded<Node>(bytes.substr(0, bytes.size() - cut)), nullptr) << cut;
         EXPECT_EQ(Listed::all().size(), 2U) << cut;
     }

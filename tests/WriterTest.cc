@@ -173,7 +173,7 @@ TEST_F(Writer, ContainersHaveTheirSizesBeforeTheirElements) {
 }
 
 TEST_F(Writer, PayloadIsCutAt512Bytes) {
-    for (size_t n : {0, 1, 255, 256, 511, 512, 513, 1000, 1024, 100000}) {
+    for (size_t n : {0U, 1U, 255U, 256U, 511U, 512U, 513U, 1000U, 1024U, 100000U}) {
         std::string payload;
         for (size_t i = 0; i < n; ++i) payload += static_cast<char>(i * 7 % 251);
         std::string expected = record(5, word(3) + word(n), payload.substr(0, 512));
