@@ -28,14 +28,15 @@ struct fxBinaryReaderItem {
 /// when everything is there, so that a failed readObject() can release all that
 /// it made.
 ///
-/// **Damaged streams.** An end that comes too early is a null or false result.
-/// Contradictions in the records are fatal, with the messages listed in
-/// docs/stream-format.md. No stream can make the reader touch memory that is
-/// not its own: ids are checked for the kind of thing that they stand for, and
-/// an object is stored only in a pointer to its own class or to one of its
-/// declared bases. A type whose record was made by hand without declaring its
-/// bases is taken at its word, which leaves its pointers to the goodwill of the
-/// stream; FX_TRANSCRIBABLE_TYPE (Xdr.h) declares them.
+/// **Damaged streams.** An end that comes too early is a null or false result;
+/// among the fields of an object it is fatal, because no record's function can
+/// go on without them. Contradictions in the records are fatal, with the
+/// messages listed in docs/stream-format.md. No stream can make the reader touch
+/// memory that is not its own: ids are checked for the kind of thing that they
+/// stand for, and an object is stored only in a pointer to its own class or to
+/// one of its declared bases. A type whose record was made by hand without
+/// declaring its bases is taken at its word, which leaves its pointers to the
+/// goodwill of the stream; FX_TRANSCRIBABLE_TYPE (Xdr.h) declares them.
 ///
 /// **Byte orders.** Shorts and ints from any machine read right. An 8-byte long
 /// reads right from machines that store its low half first; floats and doubles

@@ -1,4 +1,4 @@
-// Damaged and hostile streams: every end is success, null or a stated message.
+// Damaged and hostile streams: every end is success, null or a documented message.
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 
@@ -33,8 +33,9 @@ protected:
     static std::string endOfRecords(const std::string& records) {
         return end<C>(header() + records);
     }
-    static void expectStated(const std::string& how, size_t at) {
-        EXPECT_TRUE(how == "read" || how == "null" || isStatedMessage(how)) << at << ": " << how;
+    static void expectDocumented(const std::string& how, size_t at) {
+        EXPECT_TRUE(how == "read" || how == "null" || isDocumentedMessage(how))
+            << at << ": " << how;
     }
 };
 
@@ -85,7 +86,7 @@ TEST_F(HostileStream, EveryFlippedByteEndsWell) {
         for (unsigned int flip : {0x01U, 0x06U, 0x80U, 0xFFU}) {
             std::string flipped = bytes;
             flipped[i] = static_cast<char>(static_cast<unsigned char>(flipped[i]) ^ flip);
-            expectStated(end<Rich>(flipped), i);
+            expectDocumented(end<Rich>(flipped), i);
         }
     }
 }
@@ -113,7 +114,7 @@ TEST_F(HostileStream, RandomDamageEndsWell) {
                     break;
             }
         }
-        expectStated(end<Rich>(damaged), static_cast<size_t>(round));
+        expectDocumented(end<Rich>(damaged), static_cast<size_t>(round));
     }
 }
 
@@ -265,7 +266,7 @@ TEST_F(HostileStream, ClaimedSizesCostNothing) {
               endOfRecords<fxIntArray>(records), endOfRecords<Node>(records),
               endOfRecords<fxStrArray>(records), endOfRecords<fxStrStrDictionary>(records),
               endOfRecords<fxStrSet>(records)}) {
-            expectStated(how, 0);
+            expectDocumented(how, 0);
         }
     }
     getrusage(RUSAGE_SELF, &after);
@@ -277,7 +278,8 @@ TEST_F(HostileStream, FarNumbersReadAsWellAsNearOnes) {
     std::string records = typeRecord(0x7000000, "Node");
     std::vector<unsigned int> ids;
     std::mt19937 rng(testSeed());
-    for (unsigned int i = 0; i < 500; ++i) ids.push_back(1 + i + static_cast<unsigned int>(rng() % 1000000) * 1000);
+    for (unsigned int i = 0; i < 500; ++i)
+        ids.push_back(1 + i + static_cast<unsigned int>(rng() % 1000000) * 1000);
     for (size_t i = 0; i < ids.size(); ++i) {
         records += objectRecord(ids[i], 0x7000000, long8(static_cast<long>(i)) + long8(1));
         records += i + 1 < ids.size() ? record(11, word(ids[i + 1])) : record(1);

@@ -213,7 +213,7 @@ inline std::string richStream() {
 }
 
 /// The messages that a damaged stream may end with.
-inline bool isStatedMessage(const std::string& message) {
+inline bool isDocumentedMessage(const std::string& message) {
     for (const char* start :
          {"Unknown transcriber type \"", "fxBinaryReader: unknown short ordering ",
           "fxBinaryReader: unknown long ordering ",

@@ -56,8 +56,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         while (readChosen(*reader, choice)) continue;
     });
     Received::deleteAll();
-    if (!message.empty() && !isStatedMessage(message)) {
-        std::fprintf(stderr, "not a stated message: %s\n", message.c_str());
+    if (!message.empty() && !isDocumentedMessage(message)) {
+        std::fprintf(stderr, "not a documented message: %s\n", message.c_str());
         __builtin_trap();
     }
     return 0;
