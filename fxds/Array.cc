@@ -240,7 +240,8 @@ int fxArray::compareElements(const void* a, const void* b) const {
 }
 
 fxBool fxArray::xdr(void* object, fxTranscriber& transcriber) {
-    return static_cast<fxArray*>(object)->xdr(transcriber);
+    fxArray& self = *static_cast<fxArray*>(object);
+    return transcriber.conclude(self.xdr(transcriber) != 0, self, object);
 }
 
 fxArray& fxArray::operator=(const fxArray& source) {

@@ -93,7 +93,8 @@ bool fxDictionary::doxdr(fxTranscriber& transcriber) {
 }
 
 fxBool fxDictionary::xdr(void* object, fxTranscriber& transcriber) {
-    return static_cast<fxDictionary*>(object)->xdr(transcriber);
+    fxDictionary& self = *static_cast<fxDictionary*>(object);
+    return transcriber.conclude(self.xdr(transcriber) != 0, self, object);
 }
 
 unsigned long fxDictionary::hashKey(const void* key) const { return fxHashWords(key, keySize); }

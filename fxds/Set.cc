@@ -102,7 +102,8 @@ void fxSet::invalidateIters(const fxSetBucket* node) const { Core::invalidate(*t
 bool fxSet::doxdr(fxTranscriber& transcriber) { return Core::transcribe(*this, transcriber); }
 
 fxBool fxSet::xdr(void* object, fxTranscriber& transcriber) {
-    return static_cast<fxSet*>(object)->xdr(transcriber);
+    fxSet& self = *static_cast<fxSet*>(object);
+    return transcriber.conclude(self.xdr(transcriber) != 0, self, object);
 }
 
 unsigned long fxSet::hashKey(const void* key) const { return fxHashWords(key, keySize); }

@@ -24,7 +24,8 @@ void* fxStrSet::newInstance(fxTypeObj& type) {
 void fxStrSet::deleteInstance(void* object) { fxTypeFunctions<fxStrSet>::deleteInstance(object); }
 
 fxBool fxStrSet::xdr(void* object, fxTranscriber& transcriber) {
-    return static_cast<fxStrSet*>(object)->fxStrSet::xdr(transcriber);
+    fxStrSet& self = *static_cast<fxStrSet*>(object);
+    return transcriber.conclude(self.fxStrSet::xdr(transcriber) != 0, self, object);
 }
 
 bool fxStrSet::xdrKey(fxTranscriber& transcriber, void* key) {

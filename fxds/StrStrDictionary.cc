@@ -26,7 +26,8 @@ void fxStrStrDictionary::deleteInstance(void* object) {
 }
 
 fxBool fxStrStrDictionary::xdr(void* object, fxTranscriber& transcriber) {
-    return static_cast<fxStrStrDictionary*>(object)->fxStrStrDictionary::xdr(transcriber);
+    fxStrStrDictionary& self = *static_cast<fxStrStrDictionary*>(object);
+    return transcriber.conclude(self.fxStrStrDictionary::xdr(transcriber) != 0, self, object);
 }
 
 bool fxStrStrDictionary::xdrKey(fxTranscriber& transcriber, void* key) {

@@ -132,7 +132,8 @@ public:
     /// Runs Self's own xdr(), whatever the object's class overrides, so that
     /// an array that is a base part is transcribed as one.
     static fxBool xdr(void* object, fxTranscriber& transcriber) {
-        return static_cast<Self*>(object)->Self::xdr(transcriber);
+        Self& self = *static_cast<Self*>(object);
+        return transcriber.conclude(self.Self::xdr(transcriber) != 0, self, object);
     }
 
 protected:

@@ -50,6 +50,13 @@ fxBool Twice::xdr(fxTranscriber& t) {
     return fxXdrBase<Part>(t, this) && fxXdrBase<Listed>(t, this);
 }
 
+/// Wants to know when it has been written.
+class Told : public fxStrArray {
+public:
+    void xdrSuccess(fxTranscriber&) override { ++times; }
+    int times = 0;
+};
+
 /// What the records after the header are.
 std::string records(const std::string& stream) {
     EXPECT_EQ(stream.substr(0, header().size()), header());
@@ -250,6 +257,12 @@ TEST_F(Writer, LaterObjectsReferToEarlierOnes) {
     EXPECT_EQ(stream->bytes.substr(end), typeRecord(4, "Node") +
                                              objectRecord(3, 4, long8(0) + long8(1)) + record(1) +
                                              record(12, word(1)));
+}
+
+TEST_F(Writer, ContainersAreToldOfTheirSuccess) {
+    Told strings;
+    ASSERT_TRUE(writer->writeObject(&strings, &strings));
+    EXPECT_EQ(strings.times, 1);
 }
 
 TEST_F(Writer, ResetForgetsButNumbersGoOn) {
