@@ -708,8 +708,9 @@ void fxBinaryReader::fillPlace(const fxBinaryReaderItem& item) {
         static_cast<fxStr*>(item.slot)->adopt(copy, item.textBytes);
         return;
     } else {
-        if (entry.address == nullptr)
+        if (entry.address == nullptr) {
             entry.address = copyOfBlock(entry.text, entry.bytes + size_t{1});
+        }
         entry.givenIn = period;
         value = entry.address;
     }

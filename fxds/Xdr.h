@@ -179,7 +179,7 @@ struct fxXdrRecord {
 // its record, and something that knows the record.
 class FX_API fxXdrReferent : public fxXDRObj {
 public:
-    /// `isKnown` false: the record of the object's class cannot be told.
+    /// `object` is borrowed. `declared` is the record of C.
     template <class C>
     explicit fxXdrReferent(C* object, fxTypeObj& declared) : record(&declared), address_(nullptr) {
         typedef std::remove_const_t<C> Plain;
