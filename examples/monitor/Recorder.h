@@ -14,7 +14,7 @@ fxStr alarmChannel(const char* quantity);
 /// kept: when there are more, the oldest quarter is forgotten.
 class Recorder : public fxObj {
 public:
-    static constexpr unsigned int mostSamples = 400000;
+    static constexpr unsigned int mostSamples = 100000;
 
     Recorder();
     ~Recorder() override;
