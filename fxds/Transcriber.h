@@ -162,7 +162,8 @@ public:
     /// case the writer is deleted, and with it a stream that nobody else holds.
     static fxTranscriber* getWriter(fxStream*);
     /// Reads the header and makes the reader that it names. Given: delete it.
-    /// Null when the stream fails, which then stays the caller's. A header that
+    /// Null when the stream fails, which then stays the caller's, or when no
+    /// reader is registered yet: call fxInitializeToolkit() first. A header that
     /// names an unknown reader is fatal.
     static fxTranscriber* getReader(fxStream*);
 
