@@ -1,6 +1,8 @@
 # Checks the layering of fxds/: a header includes headers of its own layer or
-# of a lower one only, and every header stands in the table.
+# of a lower one only, every header stands in the table, and the public ones
+# need no private one.
 #   cmake -P cmake/CheckLayers.cmake
+cmake_minimum_required(VERSION 3.25)
 include(${CMAKE_CURRENT_LIST_DIR}/Layers.cmake)
 set(source_dir ${CMAKE_CURRENT_LIST_DIR}/..)
 
@@ -29,7 +31,29 @@ foreach(path IN LISTS paths)
     elseif(level_of_${included} GREATER level_of_${header})
       string(APPEND faults "  fxds/${header}.h includes fxds/${included}.h of a higher layer\n")
     endif()
+    list(APPEND included_by_${header} ${included})
   endforeach()
+endforeach()
+
+# What fxds.h reaches is installed, and nothing else.
+set(reached fxds)
+set(queue fxds)
+while(queue)
+  list(POP_FRONT queue header)
+  foreach(included IN LISTS included_by_${header})
+    if(NOT included IN_LIST reached)
+      list(APPEND reached ${included})
+      list(APPEND queue ${included})
+    endif()
+  endforeach()
+endwhile()
+foreach(path IN LISTS paths)
+  get_filename_component(header ${path} NAME_WE)
+  if(header IN_LIST reached AND header IN_LIST fxds_private_headers)
+    string(APPEND faults "  fxds/${header}.h is private, but fxds/fxds.h needs it\n")
+  elseif(NOT header IN_LIST reached AND NOT header IN_LIST fxds_private_headers)
+    string(APPEND faults "  fxds/${header}.h is neither private nor reached from fxds/fxds.h\n")
+  endif()
 endforeach()
 
 if(faults)

@@ -25,3 +25,7 @@ set(fxds_layers
    TextPattern SLinearPattern RegEx Path SearchList"
   # Everything at once.
   "fxds")
+
+# Headers that only sources include. They are not installed; the others are all
+# reached from fxds/fxds.h.
+set(fxds_private_headers AddressIndex EventWalk HashCore Pool ReaderTable RegProgram)

@@ -1,0 +1,106 @@
+# What `cmake --install` puts where. Components: `runtime` (the libraries),
+# `dev` (what it takes to build programs with them), `tools`. Everything finds
+# its parts relative to itself, so the installed tree may be moved.
+include(CMakePackageConfigHelpers)
+include(${CMAKE_CURRENT_LIST_DIR}/Layers.cmake)
+
+# The headers stand in a folder of their own, which users get as an include
+# path: `#include "fxds/fxds.h"` works there as it does in the sources.
+set(FXDS_INSTALL_HEADERS ${CMAKE_INSTALL_INCLUDEDIR}/ostrelfxds)
+set(FXDS_INSTALL_CMAKE ${CMAKE_INSTALL_LIBDIR}/cmake/ostrelfxds)
+
+file(GLOB headers CONFIGURE_DEPENDS RELATIVE ${PROJECT_SOURCE_DIR}/fxds
+  ${PROJECT_SOURCE_DIR}/fxds/*.h)
+foreach(header IN LISTS fxds_private_headers)
+  list(REMOVE_ITEM headers ${header}.h)
+endforeach()
+list(TRANSFORM headers PREPEND ${PROJECT_SOURCE_DIR}/fxds/)
+install(FILES ${headers} DESTINATION ${FXDS_INSTALL_HEADERS}/fxds COMPONENT dev)
+install(FILES ${PROJECT_SOURCE_DIR}/ostrelks/ostrelks.h
+  DESTINATION ${FXDS_INSTALL_HEADERS}/ostrelks COMPONENT dev)
+
+# The libraries. libostrelfxds looks for libostrelks beside itself.
+set_target_properties(ostrelfxds PROPERTIES INSTALL_RPATH "$ORIGIN")
+foreach(library ostrelks ostrelfxds)
+  install(TARGETS ${library} EXPORT ${library}Targets
+    LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
+    COMPONENT runtime NAMELINK_COMPONENT dev
+    INCLUDES DESTINATION ${FXDS_INSTALL_HEADERS})
+  install(EXPORT ${library}Targets NAMESPACE ${library}::
+    DESTINATION ${FXDS_INSTALL_CMAKE} COMPONENT dev)
+endforeach()
+
+configure_package_config_file(${CMAKE_CURRENT_LIST_DIR}/ostrelfxdsConfig.cmake.in
+  ${CMAKE_CURRENT_BINARY_DIR}/install/ostrelfxdsConfig.cmake
+  INSTALL_DESTINATION ${FXDS_INSTALL_CMAKE}
+  NO_SET_AND_CHECK_MACRO)
+write_basic_package_version_file(
+  ${CMAKE_CURRENT_BINARY_DIR}/install/ostrelfxdsConfigVersion.cmake
+  COMPATIBILITY SameMajorVersion)
+install(FILES
+  ${CMAKE_CURRENT_BINARY_DIR}/install/ostrelfxdsConfig.cmake
+  ${CMAKE_CURRENT_BINARY_DIR}/install/ostrelfxdsConfigVersion.cmake
+  DESTINATION ${FXDS_INSTALL_CMAKE} COMPONENT dev)
+
+# For pkg-config. A library with checked preconditions wants its users checked,
+# too; the CMake targets say so by themselves.
+file(RELATIVE_PATH FXDS_PC_PREFIX
+  ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig ${CMAKE_INSTALL_PREFIX})
+string(REGEX REPLACE "/$" "" FXDS_PC_PREFIX "${FXDS_PC_PREFIX}")
+file(RELATIVE_PATH FXDS_PC_LIBDIR ${CMAKE_INSTALL_PREFIX} ${CMAKE_INSTALL_FULL_LIBDIR})
+file(RELATIVE_PATH FXDS_PC_HEADERS ${CMAKE_INSTALL_PREFIX}
+  ${CMAKE_INSTALL_FULL_INCLUDEDIR}/ostrelfxds)
+set(FXDS_PC_DEFINITIONS "")
+if(FXDS_CHECKED)
+  set(FXDS_PC_DEFINITIONS " -DFXDS_CHECKED")
+endif()
+configure_file(${CMAKE_CURRENT_LIST_DIR}/ostrelfxds.pc.in
+  ${CMAKE_CURRENT_BINARY_DIR}/install/ostrelfxds.pc @ONLY)
+install(FILES ${CMAKE_CURRENT_BINARY_DIR}/install/ostrelfxds.pc
+  DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT dev)
+
+# The tools, with their manual pages. The monitor is an example, not a tool: it
+# is there to be read.
+if(TARGET fxgrep)
+  file(RELATIVE_PATH libraries_from_tools ${CMAKE_INSTALL_FULL_BINDIR} ${CMAKE_INSTALL_FULL_LIBDIR})
+  foreach(tool fxgrep fxdump)
+    set_target_properties(${tool} PROPERTIES INSTALL_RPATH "$ORIGIN/${libraries_from_tools}")
+    install(TARGETS ${tool} RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tools)
+    install(FILES ${PROJECT_SOURCE_DIR}/tools/${tool}.1
+      DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT tools)
+  endforeach()
+endif()
+
+# What stands in the system's own folders is found without a search path, which
+# would only get in the way of whoever replaces a library.
+foreach(component runtime tools)
+  install(CODE "
+    if(CMAKE_INSTALL_PREFIX STREQUAL \"/usr\")
+      foreach(file
+          ${CMAKE_INSTALL_LIBDIR}/libostrelfxds.so.${PROJECT_VERSION}
+          ${CMAKE_INSTALL_BINDIR}/fxgrep
+          ${CMAKE_INSTALL_BINDIR}/fxdump)
+        if(EXISTS \"\$ENV{DESTDIR}/usr/\${file}\")
+          file(RPATH_REMOVE FILE \"\$ENV{DESTDIR}/usr/\${file}\")
+        endif()
+      endforeach()
+    endif()" COMPONENT ${component})
+endforeach()
+
+# What to read: the texts, the examples as a project of their own, and what gdb
+# needs to show values.
+install(FILES ${PROJECT_SOURCE_DIR}/README.md ${PROJECT_SOURCE_DIR}/CHANGELOG.md
+  DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT dev)
+install(DIRECTORY ${PROJECT_SOURCE_DIR}/examples DESTINATION ${CMAKE_INSTALL_DOCDIR}
+  COMPONENT dev FILES_MATCHING PATTERN *.h PATTERN *.cc)
+install(FILES ${CMAKE_CURRENT_LIST_DIR}/Examples.cmake
+  DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples RENAME CMakeLists.txt COMPONENT dev)
+
+# gdb looks for the printers under the full name of the library; the prefix is
+# the one that is installed to.
+set(printers ${PROJECT_SOURCE_DIR}/tools/gdb/libostrelfxds-gdb.py)
+if(EXISTS ${printers})
+  install(FILES ${printers}
+    DESTINATION ${CMAKE_INSTALL_DATADIR}/gdb/auto-load/\${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_LIBDIR}
+    RENAME libostrelfxds.so.${PROJECT_VERSION}-gdb.py COMPONENT dev)
+endif()
