@@ -19,7 +19,7 @@ set(fxds_layers
   "DataTypes Sequencer Data StrData Property Obj Channel Converter Network Event EventHandler
    EventWalk Timer
    Globals
-   Stream StdioStream AddressIndex ReaderTable BinaryTranscriber BinaryWriter BinaryReader Xdr"
+   Stream TypedStream StdioStream MemoryStream AddressIndex ReaderTable BinaryTranscriber BinaryWriter BinaryReader Xdr"
   # The main loop; patterns and paths.
   "SelectHandler Application Exec Wakeup
    TextPattern SLinearPattern RegEx Path SearchList"

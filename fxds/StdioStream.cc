@@ -117,21 +117,6 @@ bool fxStdioStream::getBytes(char* bytes, unsigned int count) {
     }
     return get(bytes, count);
 }
-bool fxStdioStream::getShorts(short* shorts, unsigned int count) {
-    return get(shorts, size_t{count} * sizeof *shorts);
-}
-bool fxStdioStream::getInts(int* ints, unsigned int count) {
-    return get(ints, size_t{count} * sizeof *ints);
-}
-bool fxStdioStream::getLongs(long* longs, unsigned int count) {
-    return get(longs, size_t{count} * sizeof *longs);
-}
-bool fxStdioStream::getFloats(float* floats, unsigned int count) {
-    return get(floats, size_t{count} * sizeof *floats);
-}
-bool fxStdioStream::getDoubles(double* doubles, unsigned int count) {
-    return get(doubles, size_t{count} * sizeof *doubles);
-}
 
 bool fxStdioStream::putBytes(const char* bytes, unsigned int count) {
     if (count == 1 && file != nullptr && type == fxStreamWrite &&
@@ -139,21 +124,6 @@ bool fxStdioStream::putBytes(const char* bytes, unsigned int count) {
         return true;
     }
     return put(bytes, count);
-}
-bool fxStdioStream::putShorts(const short* shorts, unsigned int count) {
-    return put(shorts, size_t{count} * sizeof *shorts);
-}
-bool fxStdioStream::putInts(const int* ints, unsigned int count) {
-    return put(ints, size_t{count} * sizeof *ints);
-}
-bool fxStdioStream::putLongs(const long* longs, unsigned int count) {
-    return put(longs, size_t{count} * sizeof *longs);
-}
-bool fxStdioStream::putFloats(const float* floats, unsigned int count) {
-    return put(floats, size_t{count} * sizeof *floats);
-}
-bool fxStdioStream::putDoubles(const double* doubles, unsigned int count) {
-    return put(doubles, size_t{count} * sizeof *doubles);
 }
 
 bool fxStdioStream::flush() {

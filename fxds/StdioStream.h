@@ -6,7 +6,7 @@
 #include <cstdio>
 #include <memory>
 
-#include "fxds/Stream.h"
+#include "fxds/TypedStream.h"
 
 /// Owns a FILE and closes it when destroyed. All operations of a stream
 /// without a FILE, and those against its type, answer false. An interrupted
@@ -15,7 +15,7 @@
 /// What is written to a file waits in the FILE's buffer, so that success of an
 /// operation does not mean that the disk took the bytes. Ask flush() or close().
 /// A pipe, a socket and a terminal get every operation's bytes at once.
-class FX_API fxStdioStream : public fxStream {
+class FX_API fxStdioStream : public fxTypedStream<fxStdioStream> {
 public:
     /// Opens the file at `path`. One that is to be written and does not exist
     /// is created with the permission bits `mode` (less the umask). An existing
@@ -37,18 +37,7 @@ public:
     fxStreamType getType() override;
 
     bool getBytes(char* bytes, unsigned int count) override;
-    bool getShorts(short* shorts, unsigned int count) override;
-    bool getInts(int* ints, unsigned int count) override;
-    bool getLongs(long* longs, unsigned int count) override;
-    bool getFloats(float* floats, unsigned int count) override;
-    bool getDoubles(double* doubles, unsigned int count) override;
-
     bool putBytes(const char* bytes, unsigned int count) override;
-    bool putShorts(const short* shorts, unsigned int count) override;
-    bool putInts(const int* ints, unsigned int count) override;
-    bool putLongs(const long* longs, unsigned int count) override;
-    bool putFloats(const float* floats, unsigned int count) override;
-    bool putDoubles(const double* doubles, unsigned int count) override;
 
     /// Hands everything written so far to the system. False when that failed,
     /// now or in an earlier operation, as on a full disk. True for a stream
@@ -60,6 +49,8 @@ public:
     bool close();
 
 private:
+    friend class fxTypedStream<fxStdioStream>;
+
     enum class Direction : unsigned char { none, in, out };
 
     void adopt(int fd);

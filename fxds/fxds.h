@@ -66,8 +66,10 @@
 #include "fxds/BinaryReader.h"
 #include "fxds/BinaryTranscriber.h"
 #include "fxds/BinaryWriter.h"
+#include "fxds/MemoryStream.h"
 #include "fxds/StdioStream.h"
 #include "fxds/Stream.h"
+#include "fxds/TypedStream.h"
 #include "fxds/Xdr.h"
 
 // Patterns and paths.

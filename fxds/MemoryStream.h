@@ -1,0 +1,72 @@
+// A stream over bytes in memory.
+#ifndef FXDS_MEMORYSTREAM_H
+#define FXDS_MEMORYSTREAM_H
+
+#include <cstdint>
+#include <string_view>
+
+#include "fxds/TypedStream.h"
+
+/// What is written goes to the end of a buffer that grows; what is read comes
+/// from its front, from a position of its own. So one stream can be filled
+/// first and read then, in any mixture. Or it reads bytes that are given.
+///
+/// An operation that answers false has changed nothing: neither the content,
+/// nor the position, nor the buffer that was to be read into.
+class FX_API fxMemoryStream : public fxTypedStream<fxMemoryStream> {
+public:
+    /// Starts empty, to be written and read. It takes `limitBytes` at the most:
+    /// a write that would go beyond is refused, and so is one that no memory is
+    /// found for.
+    explicit fxMemoryStream(size_t limitBytes = SIZE_MAX);
+    /// Reads the `byteCount` bytes at `bytes`, which are borrowed, and refuses
+    /// to be written to. Null with a count is an error (hasError()) and reads
+    /// as no bytes at all.
+    fxMemoryStream(const void* bytes, size_t byteCount);
+    ~fxMemoryStream() override;
+
+    bool hasError() override;  ///< Whether there were no bytes where some should be.
+    bool atEOF() override;     ///< Whether everything has been read.
+    bool isReading() override;
+    bool isWriting() override;
+    fxStreamType getType() override;
+
+    /// The whole content, what was read already included: a view, good until
+    /// the next write.
+    const char* bytes() const { return base; }
+    size_t length() const { return contentBytes; }
+    std::string_view view() const { return {base, contentBytes}; }
+
+    /// Where the next read takes its first byte: in [0, length()].
+    size_t getPosition() const { return position; }
+    /// Moves there. False, and nothing moves, beyond length().
+    bool setPosition(size_t newPosition);
+    void rewind() { position = 0; }  ///< Lets everything be read again.
+
+    /// Forgets the content; what was allocated is kept for the next. A stream
+    /// over given bytes has none afterwards.
+    void reset();
+
+    /// Gives the content away: a block to release with free(), and its length
+    /// in `byteCount`. The stream is empty afterwards. Null when the content is
+    /// empty, or when the bytes are borrowed, which stay.
+    char* give(size_t& byteCount);
+
+private:
+    friend class fxTypedStream<fxMemoryStream>;
+
+    bool get(void* bytes, size_t byteCount);
+    bool put(const void* bytes, size_t byteCount);
+    bool grow(size_t byteCount);
+
+    const char* base;  // `block`, or the borrowed bytes
+    size_t contentBytes;
+    size_t position;
+    size_t limit;
+    char* block;  // owned; null before the first write and for borrowed bytes
+    size_t blockBytes;
+    fxStreamType type;
+    fxBool errorFlag;
+};
+
+#endif
