@@ -16,7 +16,7 @@ set(fxds_layers
   "HashCore HashNode KeyHooks Dictionary TypedDictionary Set TypedSet
    VoidPtrDict BinaryOTDict StrArray StrSet StrStrDictionary"
   # Values and channels; streams.
-  "DataTypes Sequencer Data StrData Property Obj Channel Converter Network Event EventHandler
+  "DataTypes Trace Sequencer Data StrData Property Obj Channel Converter Network Event EventHandler
    EventWalk Timer
    Globals
    Stream TypedStream StdioStream MemoryStream AddressIndex ReaderTable BinaryTranscriber BinaryWriter BinaryReader Xdr"

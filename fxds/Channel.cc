@@ -6,6 +6,9 @@
 #include "fxds/Data.h"
 #include "fxds/EventHandler.h"
 #include "fxds/Fatal.h"
+#include "fxds/Obj.h"
+#include "fxds/Str.h"
+#include "fxds/VoidPtrDict.h"
 
 // A connection is kept at both ends: the output lists its entries, each a real
 // input or a converter copy that leads to one, and each real input lists the
@@ -47,6 +50,22 @@ fxInputChannel* fxInputChannel::target() {
         input = static_cast<fxInputChannel*>(input->closure);
     }
     return input;
+}
+
+namespace {
+
+const char* nameIn(fxVoidPtrDict* table, const void* channel) {
+    if (table == nullptr) return nullptr;
+    for (fxVoidPtrDictIter entry(*table); entry.notDone(); ++entry) {
+        if (entry.value() == channel) return entry.key().c_str();
+    }
+    return nullptr;
+}
+
+}  // namespace
+
+const char* fxInputChannel::getName() const {
+    return owner != nullptr ? nameIn(owner->getInputs(), this) : nullptr;
 }
 
 void fxInputChannel::add(fxOutputChannel* output) {
@@ -126,6 +145,10 @@ fxOutputChannel::~fxOutputChannel() {
         entry->release();
     }
     delete inputs;
+}
+
+const char* fxOutputChannel::getName() const {
+    return owner != nullptr ? nameIn(owner->getOutputs(), this) : nullptr;
 }
 
 void fxOutputChannel::add(fxInputChannel* input) {

@@ -6,6 +6,7 @@
 
 #include "fxds/Config.h"
 #include "fxds/DataTypes.h"
+#include "fxds/Trace.h"
 #include "fxds/VoidPtrArray.h"
 
 class fxData;
@@ -46,6 +47,11 @@ public:
     /// The object that the input was added to; null for one that belongs to
     /// no object, or whose object has gone or removed it. Borrowed.
     fxObj* getOwner() const { return owner; }
+
+    /// The name under which getOwner() has this input, or null when it has none:
+    /// its name was given to another, or nobody owns it. View, good until the
+    /// object's inputs change.
+    const char* getName() const;
 
     /// The outputs that feed this input, one entry per connection; null before
     /// the first connection. View.
@@ -151,6 +157,10 @@ public:
     /// The object that the output was added to; null when it belongs to none.
     fxObj* getOwner() const { return owner; }
 
+    /// The name under which getOwner() has this output, or null when nobody
+    /// owns it. View, good until the object's outputs change.
+    const char* getName() const;
+
     /// Connects the input, through a converter when the data types differ and
     /// the input is not of type fxDT_void. Fatal when there is no converter.
     /// Connecting twice makes two connections; fxObj::connect() makes one.
@@ -179,6 +189,9 @@ public:
 private:
     friend class fxDelivery;
     friend class fxObj;
+
+    template <class... Passed>
+    [[gnu::cold, gnu::noinline]] void deliverTraced(Passed... value);
 
     unsigned short type;
     fxVoidPtrArray* inputs;  // of fxInputChannel*, each holding one count
@@ -230,10 +243,26 @@ private:
 
 template <class... Passed>
 inline void fxOutputChannel::deliver(Passed... value) {
+    if (__builtin_expect(fx_traceKinds != 0, 0)) {
+        deliverTraced<Passed...>(value...);
+        return;
+    }
     if (getNumberOfConnections() == 0) return;
     const unsigned short valueType = type;  // the output may die under the walk
     fxDelivery walk(*this);
     while (fxInputChannel* input = walk.next()) input->receive<Passed...>(valueType, value...);
+}
+
+// The same, telling what happens before it does.
+template <class... Passed>
+void fxOutputChannel::deliverTraced(Passed... value) {
+    const unsigned short valueType = type;
+    fxDelivery walk(*this);
+    fxTrace::sending(*this, fxTracedValue(value...));
+    while (fxInputChannel* input = walk.next()) {
+        fxTrace::delivering(*input, fxTracedValue(value...));
+        input->receive<Passed...>(valueType, value...);
+    }
 }
 
 template <class... Passed>

@@ -22,6 +22,7 @@ void fxEventHandler::postEvent(fxEvent* event, unsigned char urgent) {
 }
 
 void fxEventHandler::postMessage(fxOutputChannel* output, fxData* data, fxObj::fxSendFlags how) {
+    if (fxTrace::isOn(fxTrace::send) && output != nullptr) fxTrace::sending(*output, data, how);
     if (output == nullptr || output->getNumberOfConnections() == 0) {
         delete data;
         return;
@@ -36,7 +37,10 @@ void fxEventHandler::postMessage(fxOutputChannel* output, fxData* data, fxObj::f
         }
         input->take();
         if (input->isReplacing()) input->cancelPending();
-        if (how == fxObj::fxSendNow) input->deliver(data);
+        if (how == fxObj::fxSendNow) {
+            if (fxTrace::isOn(fxTrace::events)) fxTrace::delivering(*input, data);
+            input->deliver(data);
+        }
         input->release();
     }
     if (queues) data->release();
@@ -54,13 +58,16 @@ void fxEventHandler::queueMessage(fxInputChannel* input, fxData* data, unsigned 
 
 void fxEventHandler::withdraw(fxMessageEvent* event) {
     // One that the application has taken out is no longer ours to delete.
-    if (event->queue == this) remove(event);
+    if (event->queue != this) return;
+    if (fxTrace::isOn(fxTrace::events)) fxTrace::replacing(*event);
+    remove(event);
 }
 
 void fxEventHandler::distributeEvents() {
     for (unsigned int remaining = count; remaining > 0; --remaining) {
         fxEvent* event = get();
         if (event == nullptr) return;
+        if (fxTrace::isOn(fxTrace::events)) fxTrace::delivering(*event);
         event->deliver();
         if (event->queue == nullptr) delete event;  // else it has posted itself again
     }

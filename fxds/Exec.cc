@@ -11,6 +11,7 @@
 #include "fxds/Fatal.h"
 #include "fxds/SelectHandler.h"
 #include "fxds/Timer.h"
+#include "fxds/Trace.h"
 
 // What poll() calls may change everything that poll() looks at. So the result
 // of a select() stands on poll()'s own stack and tells only about descriptors;
@@ -52,8 +53,9 @@ void setBit(fxSelectSet& set, unsigned int descriptor) {
 }
 
 // Entries that are removed meanwhile shorten the walk; added ones wait.
-void callFunctions(const fxStubFuncArray& functions) {
+void callFunctions(const char* phase, const fxStubFuncArray& functions) {
     const unsigned int count = functions.length();
+    if (fxTrace::isOn(fxTrace::loop)) fxTrace::phase("%s, functions %u", phase, count);
     for (unsigned int i = 0; i < count && i < functions.length(); ++i) functions[i]();
 }
 
@@ -66,7 +68,16 @@ void removeFirst(Array& array, Item item) {
 bool eventsWait() { return fx_theEventHandler != nullptr && !fx_theEventHandler->isEmpty(); }
 
 void distributeEvents() {
-    if (fx_theEventHandler != nullptr) fx_theEventHandler->distributeEvents();
+    if (fx_theEventHandler == nullptr) return;
+    if (fxTrace::isOn(fxTrace::loop)) {
+        fxTrace::phase("distribute, events %u", fx_theEventHandler->getCount());
+    }
+    fx_theEventHandler->distributeEvents();
+}
+
+void advanceTimers(float seconds) {
+    if (fxTrace::isOn(fxTrace::loop)) fxTrace::phase("timers, %g s passed", double{seconds});
+    fxTimer::alarm(seconds);
 }
 
 timeval toTimeval(float seconds) {
@@ -97,6 +108,11 @@ struct fxExec::ReadySets {
           exception(hasException ? usedPart(exec.exceptionSet) : UsedBits{}) {}
 
     int select(int fdCount, timeval wait) {
+        if (fxTrace::isOn(fxTrace::loop)) {
+            const double microseconds = static_cast<double>(wait.tv_usec);
+            fxTrace::phase("select, at most %g s",
+                           static_cast<double>(wait.tv_sec) + microseconds / 1000000.0);
+        }
         return ::select(fdCount, hasRead ? read.forSystem() : nullptr,
                         hasWrite ? write.forSystem() : nullptr,
                         hasException ? exception.forSystem() : nullptr, &wait);
@@ -229,10 +245,10 @@ void fxExec::poll(float seconds) {
         distributeEvents();
         return;
     }
-    callFunctions(preSelectFuncs);
+    callFunctions("pre-select", preSelectFuncs);
     ReadySets ready(*this);
     if (wait(ready, seconds) > 0) callHandlers(ready);
-    callFunctions(postSelectFuncs);
+    callFunctions("post-select", postSelectFuncs);
     distributeEvents();
 }
 
@@ -326,13 +342,13 @@ int fxExec::wait(ReadySets& ready, float seconds) const {
     const int result = ready.select(nfds, toTimeval(shortened ? remaining : seconds));
     const int selectErrno = errno;
     if (result == 0 && shortened) {
-        fxTimer::alarm(remaining);
+        advanceTimers(remaining);
     } else {
         const float elapsed = secondsSince(start);
         if (remaining - elapsed > 0) {
             first->delta = remaining - elapsed;
         } else {
-            fxTimer::alarm(elapsed);
+            advanceTimers(elapsed);
         }
     }
     errno = selectErrno;
@@ -344,9 +360,13 @@ int fxExec::wait(ReadySets& ready, float seconds) const {
 void fxExec::callHandlers(const ReadySets& ready) {
     for (int fd = minFd; fd < nfds; ++fd) {
         fxSelectHandler* const handler = handlers[fd];
-        const auto isRegistered = [&] { return handler != nullptr && handlers[fd] == handler; };
-        if (ready.read.isSet(fd) && isRegistered()) handler->handleRead();
-        if (ready.write.isSet(fd) && isRegistered()) handler->handleWrite();
-        if (ready.exception.isSet(fd) && isRegistered()) handler->handleException();
+        const auto serves = [&](const UsedBits& set, const char* what) {
+            const bool isServed = set.isSet(fd) && handler != nullptr && handlers[fd] == handler;
+            if (isServed && fxTrace::isOn(fxTrace::loop)) fxTrace::phase("%s, fd %d", what, fd);
+            return isServed;
+        };
+        if (serves(ready.read, "read")) handler->handleRead();
+        if (serves(ready.write, "write")) handler->handleWrite();
+        if (serves(ready.exception, "exception")) handler->handleException();
     }
 }

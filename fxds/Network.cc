@@ -9,7 +9,6 @@
 
 #include "fxds/Property.h"
 #include "fxds/Str.h"
-#include "fxds/StrArray.h"
 #include "fxds/VoidPtrDict.h"
 
 // Objects are found breadth first, along connections in both directions, and
@@ -100,12 +99,12 @@ private:
             property.getDestructor() == fxObj::dt_output_dict) {
             return;
         }
-        const unsigned short tag = property.getTag();
+        const char* const name = property.getName();
         out << "\\n";
-        if (fx_propertyNames != nullptr && tag < fx_propertyNames->length()) {
-            out << quoted((*fx_propertyNames)[tag].c_str());
+        if (name != nullptr) {
+            out << quoted(name);
         } else {
-            out << "property " << tag;
+            out << "property " << property.getTag();
         }
         out << " : " << fxDataTypeName(property.getType());
         const unsigned short kind = property.getKind();

@@ -23,6 +23,7 @@ unsigned short tagAt(const fxVoidPtrArray& properties, unsigned int index) {
 
 fxObj::~fxObj() {
     if (properties == nullptr) return;
+    if (fx_traceKinds != 0) fxTrace::dying(*this);
     refCount += dying;
     // What is released may send: the receiving functions belong to a class whose
     // destructor has run.

@@ -118,6 +118,11 @@ public:
     fxVoidPtrDict* getInputs();
     fxVoidPtrDict* getOutputs();
 
+    /// The names of all channels, in the order of their bytes. Ask getInput(),
+    /// getOutput() and the channel itself for the rest.
+    fxStrArray getInputNames();
+    fxStrArray getOutputNames();
+
     // Sending. A null or unconnected output receives nothing. The type of the
     // value must be that of the output: nothing is converted here.
 

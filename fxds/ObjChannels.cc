@@ -4,6 +4,7 @@
 #include "fxds/EventHandler.h"
 #include "fxds/Obj.h"
 #include "fxds/Str.h"
+#include "fxds/StrArray.h"
 #include "fxds/StrData.h"
 #include "fxds/VoidPtrDict.h"
 
@@ -85,6 +86,14 @@ Channel* findChannel(fxVoidPtrDict* table, const char* name) {
     return found != nullptr ? static_cast<Channel*>(*found) : nullptr;
 }
 
+fxStrArray namesIn(fxVoidPtrDict* table) {
+    fxStrArray names;
+    if (table == nullptr) return names;
+    for (fxVoidPtrDictIter entry(*table); entry.notDone(); ++entry) names.append(entry.key());
+    names.sort();
+    return names;
+}
+
 // Takes all channels out of a table, in its order, and deletes the table.
 template <class Channel>
 std::vector<Channel*> emptyTable(fxVoidPtrDict* table) {
@@ -126,6 +135,10 @@ void fxObj::discard(fxInputChannel* input) {
 fxVoidPtrDict* fxObj::getInputs() { return findTable(*this, inputKind); }
 
 fxVoidPtrDict* fxObj::getOutputs() { return findTable(*this, outputKind); }
+
+fxStrArray fxObj::getInputNames() { return namesIn(getInputs()); }
+
+fxStrArray fxObj::getOutputNames() { return namesIn(getOutputs()); }
 
 fxInputChannel* fxObj::getInput(char const* name) {
     return findChannel<fxInputChannel>(getInputs(), name);

@@ -121,6 +121,11 @@ void fxProperty::constructPropertyNames() {
 
 void fxProperty::destroyPropertyNames() { delete std::exchange(fx_propertyNames, nullptr); }
 
+const char* fxProperty::getName() const {
+    if (fx_propertyNames == nullptr || tag >= fx_propertyNames->length()) return nullptr;
+    return (*fx_propertyNames)[tag].c_str();
+}
+
 unsigned short fxProperty::getType() const {
     if (type != fxDT_DataPtr) return type;
     const fxData* data = getAsData();

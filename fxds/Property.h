@@ -59,6 +59,9 @@ public:
     static void destroyPropertyNames();
 
     unsigned short getTag() const { return tag; }
+    /// The name of the tag; null for a tag that was not allotted by a name.
+    /// View, good until a name is added or the names are forgotten.
+    const char* getName() const;
     /// The data type number; for a boxed value that value's own.
     unsigned short getType() const;
     /// How the value is held: as getType(), but fxDT_DataPtr for a boxed value.

@@ -51,13 +51,18 @@ void fxTimer::setInterval(float seconds) { interval = usable(seconds); }
 // Taken off the list only: in a pass, a repeating timer stays among those that
 // are started again, which then gives it the same full interval.
 void fxTimer::startTimer() {
+    if (fxTrace::isOn(fxTrace::timers)) fxTrace::timer("start", *this, interval);
     removeFromActiveList();
     addToActiveList();
 }
 
 void fxTimer::stopTimer() {
+    const bool wasActive = active != 0;
     removeFromActiveList();
-    withdraw();
+    const bool wasWaiting = withdraw();
+    if ((wasActive || wasWaiting) && fxTrace::isOn(fxTrace::timers)) {
+        fxTrace::timer("stop", *this, interval);
+    }
 }
 
 void fxTimer::tick() {
@@ -72,6 +77,7 @@ void fxTimer::alarm(float seconds) {
         pass.seconds -= timer->delta;
         timer->unlink();
         pass.ticking = timer;
+        if (fxTrace::isOn(fxTrace::timers)) fxTrace::timer("tick", *timer, timer->interval);
         timer->tick();
         if (pass.ticking != nullptr && timer->repeating) pass.toStartAgain.append(timer);
     }
@@ -134,12 +140,19 @@ void fxTimer::unlink() {
     active = 0;
 }
 
-void fxTimer::withdraw() {
+bool fxTimer::withdraw() {
+    bool hasBeenInPass = false;
     for (Pass* pass = passes; pass != nullptr; pass = pass->outer) {
-        if (pass->ticking == this) pass->ticking = nullptr;
+        if (pass->ticking == this) {
+            pass->ticking = nullptr;
+            hasBeenInPass = repeating != 0;
+        }
         fxVoidPtrArray& waiting = pass->toStartAgain;
         for (unsigned int i = waiting.length(); i-- > 0;) {
-            if (waiting[i] == this) waiting.remove(i, 1);
+            if (waiting[i] != this) continue;
+            waiting.remove(i, 1);
+            hasBeenInPass = true;
         }
     }
+    return hasBeenInPass;
 }

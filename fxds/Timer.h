@@ -72,7 +72,7 @@ private:
     void addToActiveList();
     void removeFromActiveList();
     void unlink();
-    void withdraw();
+    bool withdraw();
     bool waitsFor(const Pass& pass) const;
     static fxTimer* firstDue(const Pass& pass);
 

@@ -55,6 +55,7 @@
 #include "fxds/Sequencer.h"
 #include "fxds/StrData.h"
 #include "fxds/Timer.h"
+#include "fxds/Trace.h"
 
 // The loop.
 #include "fxds/Application.h"
