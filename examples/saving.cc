@@ -1,16 +1,12 @@
 // Saves an album to a file and loads it again: the program of docs/guide/saving.md.
-#include <fcntl.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <memory>
 #include <vector>
 
 #include "fxds/fxds.h"
+#include "guide/Files.h"
 
 class Item : public fxXDRObj {
     FX_TRANSCRIBABLE(Item)
@@ -105,55 +101,6 @@ void Album::add(Track* track) {
     track->take();
 }
 
-// False with the reason in errno; the file is then as it was before.
-bool save(Album& album, const char* path) {
-    const fxStr unfinished = path | fxStr(".new");
-    std::remove(unfinished);  // an existing file is not truncated: its tail would stay
-    errno = 0;
-    fxStdioStream* const stream = new fxStdioStream(unfinished, fxStream::fxStreamWrite, 0666);
-    stream->take();  // so that it outlives the writer
-    bool isDone = false;
-    if (!stream->hasError()) {
-        const std::unique_ptr<fxTranscriber> writer(fxTranscriber::getWriter(stream));
-        isDone = writer != nullptr && fxWriteObject(*writer, &album);
-    }
-    isDone = stream->close() && isDone;  // a full disk shows here at the latest
-    isDone = isDone && std::rename(unfinished, path) == 0;
-    const int error = errno != 0 ? errno : EIO;
-    stream->release();
-    if (!isDone) std::remove(unfinished);
-    errno = error;
-    return isDone;
-}
-
-// Null when there is no whole album in the file. Ends the program when the file
-// is damaged in a way that no writer and no accident of the disk explains.
-Album* load(const char* path) {
-    fxStdioStream* const stream = new fxStdioStream(path, fxStream::fxStreamRead, 0);
-    stream->take();
-    Album* album = nullptr;
-    if (!stream->hasError()) {
-        const std::unique_ptr<fxTranscriber> reader(fxTranscriber::getReader(stream));
-        if (reader != nullptr) album = fxReadObject<Album>(*reader);
-    }
-    stream->release();
-    return album;
-}
-
-// Whether load() will succeed: tried in a process of its own, whose end is no harm.
-bool canBeLoaded(const char* path) {
-    std::fflush(nullptr);  // or the child prints what still waits once more
-    const pid_t child = fork();
-    if (child == 0) {
-        dup2(open("/dev/null", O_WRONLY), STDERR_FILENO);
-        _exit(load(path) != nullptr ? 0 : 1);
-    }
-    int status = -1;
-    while (waitpid(child, &status, 0) < 0 && errno == EINTR) {
-    }
-    return status == 0;
-}
-
 Track* makeTrack(const char* title, double seconds, Artist* artist) {
     Track* const track = new Track;
     track->title = title;
@@ -208,7 +155,7 @@ int saveCommand(const char* path) {
 }
 
 int loadCommand(const char* path) {
-    Album* const album = canBeLoaded(path) ? load(path) : nullptr;
+    Album* const album = canBeLoaded<Album>(path) ? load<Album>(path) : nullptr;
     if (album == nullptr) {
         std::fprintf(stderr, "%s is no album, or damaged\n", path);
         return 1;

@@ -1,0 +1,11 @@
+// Step 5: one function saves and loads, in whatever edition.
+#include "Journal.h"
+
+FX_TRANSCRIBABLE_TYPE(Journal, "Journal", 1);
+
+fxBool Journal::xdr(fxTranscriber& t) {
+    int edition = written;
+    if (!fxXdr(t, edition) || edition < 1 || edition > newest) return false;
+    if (!fxXdrAll(t, limit, lines)) return false;
+    return edition < 2 || fxXdr(t, place);  // what is older has none: the default stays
+}

@@ -1,0 +1,31 @@
+// Step 2: a vent, which closes the circle; and a display, which may miss a value.
+#ifndef GUIDE_VENT_H
+#define GUIDE_VENT_H
+
+#include "House.h"
+
+class Vent : public fxObj {
+public:
+    Vent() : change(addOutput<float>("change")) { addInput<&Vent::open>("excess"); }
+    const char* className() const override { return "Vent"; }
+
+    void open(float excess) { change.send(-excess - 4, sending); }
+
+private:
+    fxOutput<float> change;
+};
+
+class Display : public fxObj {
+public:
+    Display() { addInput<&Display::show>("text", true); }  // true: only the newest counts
+    const char* className() const override { return "Display"; }
+
+    void show(const char* text) { std::printf("[display: %s]\n", text); }
+};
+
+// Delivers what waits, and what that sends in turn, until nothing is left.
+inline void distributeAll() {
+    while (!fx_theEventHandler->isEmpty()) fx_theEventHandler->distributeEvents();
+}
+
+#endif
