@@ -1,0 +1,27 @@
+# What the shared libraries export is bounded by exports.map and written down in
+# exports.txt, beside their sources. A name that goes, or changes, breaks
+# programs; one that comes is a promise. Sanitizers add names of their own.
+#   cmake --build --preset dev --target update_exports
+if(FXDS_SANITIZE)
+  return()
+endif()
+
+set(update_exports)
+foreach(library ostrelks ostrelfxds)
+  get_target_property(folder ${library} SOURCE_DIR)
+  target_link_options(${library} PRIVATE LINKER:--version-script=${folder}/exports.map)
+  set_property(TARGET ${library} APPEND PROPERTY LINK_DEPENDS ${folder}/exports.map)
+  list(APPEND update_exports COMMAND ${CMAKE_CURRENT_LIST_DIR}/exports.sh
+    update $<TARGET_FILE:${library}> ${folder}/exports.txt)
+  if(FXDS_TESTS)
+    add_test(NAME Exports_${library} COMMAND ${CMAKE_CURRENT_LIST_DIR}/exports.sh
+      check $<TARGET_FILE:${library}> ${folder}/exports.txt)
+  endif()
+endforeach()
+if(FXDS_TESTS)
+  # Objects for optimisation at link time show nothing here.
+  add_test(NAME Exports_hidden COMMAND ${CMAKE_CURRENT_LIST_DIR}/exports.sh
+    hidden $<TARGET_OBJECTS:ostrelfxds> COMMAND_EXPAND_LISTS)
+endif()
+add_custom_target(update_exports ${update_exports} VERBATIM)
+add_dependencies(update_exports ostrelks ostrelfxds)
