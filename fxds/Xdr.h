@@ -3,10 +3,12 @@
 #define FXDS_XDR_H
 
 #include <cstddef>
+#include <memory>
 #include <type_traits>
 #include <typeinfo>
 #include <vector>
 
+#include "fxds/MemoryStream.h"
 #include "fxds/Transcriber.h"
 #include "fxds/VoidPtrArray.h"
 #include "fxds/XDRObj.h"
@@ -37,6 +39,7 @@
 //
 //     fxWriteObject(*writer, root)               // false when it failed
 //     Node* root = fxReadObject<Node>(*reader)   // null when it failed
+//     Node* copy = fxXdrCopy(root)               // null when it failed
 //
 // A class must be constructible by default or from fxTypeObj&. It must be
 // destructible with every pointer null: that is how a reader that fails half
@@ -222,6 +225,21 @@ bool fxWriteObject(fxTranscriber& t, C* root) {
 template <class C>
 C* fxReadObject(fxTranscriber& t) {
     return static_cast<C*>(t.readObject(fxXdrTypeOf<C>::record()));
+}
+
+/// A deep copy of the root and of everything that transcribing it reaches,
+/// connected as the original is. What xdr() does not name is as the constructor
+/// leaves it. Given, as by fxReadObject(); null when the root is null, when
+/// something in the graph cannot be transcribed or memory is lacking, and before
+/// fxInitializeToolkit() has registered the reader.
+template <class C>
+C* fxXdrCopy(C* root) {
+    fxMemoryStream stream;
+    stream.take();  // stands on the stack: no transcriber shall delete it
+    const std::unique_ptr<fxTranscriber> writer(fxTranscriber::getWriter(&stream));
+    if (writer == nullptr || !fxWriteObject(*writer, root)) return nullptr;
+    const std::unique_ptr<fxTranscriber> reader(fxTranscriber::getReader(&stream));
+    return reader != nullptr ? fxReadObject<C>(*reader) : nullptr;
 }
 
 // Single fields. A value that cannot be read leaves the field as it is.

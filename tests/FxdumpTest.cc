@@ -335,7 +335,7 @@ TEST_F(Fxdump, AcceptsWhatIsWritten) {
     EXPECT_TRUE(fxXdr(*writer, number) && fxXdrString(*writer, text));
     EXPECT_TRUE(fxWriteObject(*writer, &first) && fxXdr(*writer, number));
     EXPECT_TRUE(fxWriteObject(*writer, &second));
-    EXPECT_EQ(faultOf(stream->bytes), "");
+    EXPECT_EQ(faultOf(std::string(stream->view())), "");
     std::free(text);
 }
 

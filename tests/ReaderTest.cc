@@ -214,7 +214,7 @@ void expectTravels(std::initializer_list<T> values, unsigned int spare) {
     array.setMaxLength(array.length() + spare);
     const Array copy(array);
     for (const Array* source : {static_cast<const Array*>(&array), &copy}) {
-        const std::unique_ptr<Array> read(travelled(const_cast<Array*>(source)));
+        const std::unique_ptr<Array> read(fxXdrCopy(const_cast<Array*>(source)));
         ASSERT_NE(read, nullptr);
         ASSERT_EQ(read->length(), values.size());
         EXPECT_EQ(read->getMaxLength(), read->length());
@@ -226,12 +226,12 @@ void expectTravels(std::initializer_list<T> values, unsigned int spare) {
 
 TEST_F(Reader, StringsTravelAsRoots) {
     for (const fxStr& text : {fxStr(""), fxStr("x"), fxStr("a\0b\0", 4), fxStr("word")}) {
-        const std::unique_ptr<fxStr> read(travelled(const_cast<fxStr*>(&text)));
+        const std::unique_ptr<fxStr> read(fxXdrCopy(const_cast<fxStr*>(&text)));
         ASSERT_NE(read, nullptr);
         EXPECT_EQ(*read, text);
     }
     fxStr longText(std::string(100000, 'q').c_str());
-    const std::unique_ptr<fxStr> read(travelled(&longText));
+    const std::unique_ptr<fxStr> read(fxXdrCopy(&longText));
     EXPECT_EQ(*read, longText);
 }
 
@@ -257,7 +257,7 @@ TEST_F(Reader, PayloadsOfEveryLengthTravel) {
     for (unsigned int n : {0U, 1U, 255U, 256U, 511U, 512U, 513U, 100000U}) {
         fxCharArray bytes;
         for (unsigned int i = 0; i < n; ++i) bytes.append(static_cast<char>(i * 7 % 251));
-        const std::unique_ptr<fxCharArray> read(travelled(&bytes));
+        const std::unique_ptr<fxCharArray> read(fxXdrCopy(&bytes));
         ASSERT_NE(read, nullptr);
         EXPECT_TRUE(std::equal(bytes.begin(), bytes.end(), read->begin(), read->end())) << n;
 
@@ -265,7 +265,7 @@ TEST_F(Reader, PayloadsOfEveryLengthTravel) {
         scalars.n = n;
         scalars.c = static_cast<char*>(std::malloc(n + 1));
         std::memset(scalars.c, 'c', n);
-        const Scalars* block = travelled(&scalars);
+        const Scalars* block = fxXdrCopy(&scalars);
         ASSERT_NE(block, nullptr);
         EXPECT_EQ(std::memcmp(block->c, scalars.c, n), 0) << n;
         EXPECT_EQ(block->c[n], '\0');
@@ -308,7 +308,7 @@ TEST_F(Reader, FieldsOfEveryTypeTravel) {
     in.d = block(1e-300, 2.0);
     in.text = strdup("some text");
 
-    const Scalars* out = travelled(&in);
+    const Scalars* out = fxXdrCopy(&in);
     ASSERT_NE(out, nullptr);
     EXPECT_EQ(out->number, in.number);
     EXPECT_TRUE(out->flag && !out->flags[0] && out->flags[1]);
@@ -357,7 +357,7 @@ TEST_F(Reader, ContainersTravelAsFieldsAndByPointer) {
     in.dictionaryAt = &in.dictionary;
     in.stringAt = &text;
 
-    Containers* out = travelled(&in);
+    Containers* out = fxXdrCopy(&in);
     ASSERT_NE(out, nullptr);
     for (const fxIntArray* ints : {&out->ints, out->intsAt}) {
         EXPECT_TRUE(std::equal(in.ints.begin(), in.ints.end(), ints->begin(), ints->end()));
@@ -377,7 +377,7 @@ TEST_F(Reader, ContainersTravelAsFieldsAndByPointer) {
     EXPECT_EQ(*out->stringAt, text);
 
     Containers empty;
-    const Containers* nothing = travelled(&empty);
+    const Containers* nothing = fxXdrCopy(&empty);
     ASSERT_NE(nothing, nullptr);
     EXPECT_TRUE(nothing->ints.isEmpty() && nothing->strings.isEmpty() && nothing->set.isEmpty());
     EXPECT_EQ(nothing->stringsAt, nullptr);
@@ -394,7 +394,7 @@ TEST_F(Reader, PointersKeepTheirShape) {
     b.right = &leaf;  // a type first seen here
     leaf.owner = &b;  // that refers to the one before
     leaf.weight = 2.5;
-    const Node* read = travelled(&a);
+    const Node* read = fxXdrCopy(&a);
     ASSERT_NE(read, nullptr);
     EXPECT_EQ(read->right, read->left);
     EXPECT_EQ(read->left->left, read);
@@ -406,7 +406,7 @@ TEST_F(Reader, PointersKeepTheirShape) {
 
     Node self;
     self.left = &self;
-    const Node* readSelf = travelled(&self);
+    const Node* readSelf = fxXdrCopy(&self);
     ASSERT_NE(readSelf, nullptr);
     EXPECT_EQ(readSelf->left, readSelf);
     EXPECT_EQ(readSelf->right, nullptr);
@@ -422,7 +422,7 @@ TEST_F(Reader, VectorsOfPointersGrowWithTheStream) {
         hub.nodes.append(nodes.back().get());
     }
     hub.spokes.push_back(&hub);
-    const Hub* read = travelled(&hub);
+    const Hub* read = fxXdrCopy(&hub);
     ASSERT_NE(read, nullptr);
     ASSERT_EQ(read->spokes.size(), 1001U);
     ASSERT_EQ(read->nodes.length(), 1000U);
@@ -448,7 +448,7 @@ TEST_F(Reader, BasesAtOtherAddressesTravelAndCanBePointedTo) {
     sand.name = "sand";
     sand.sail = &sand;
     sand.peer = static_cast<Wheel*>(&sand);
-    const Sand* read = travelled(&sand);
+    const Sand* read = fxXdrCopy(&sand);
     ASSERT_NE(read, nullptr);
     EXPECT_EQ(read->number, 3);
     EXPECT_EQ(read->size, 4);
@@ -531,11 +531,9 @@ TEST_F(Reader, PlainPointersShareTheirBlockAndStringsDoNot) {
     std::free(one);
 
     // Two strings and a pointer that a stream gives one block.
-    memory->bytes = record(0, "", long8(4)) + record(3, word(1) + word(4)) +
-                    record(0, "", long8(4)) + record(4, word(1)) + record(4, word(1)) +
-                    typeRecord(3, "Listed") + objectRecord(2, 3, long8(0)) +
-                    record(5, word(1) + word(4), std::string("abc", 4));
-    memory->taken = 0;
+    memory.set(record(0, "", long8(4)) + record(3, word(1) + word(4)) + record(0, "", long8(4)) +
+               record(4, word(1)) + record(4, word(1)) + typeRecord(3, "Listed") +
+               objectRecord(2, 3, long8(0)) + record(5, word(1) + word(4), std::string("abc", 4)));
     fxBinaryReader strings(memory, 0x1122, 0x33445566, "ieee");
     fxStr a, b;
     char* plain = nullptr;
@@ -547,10 +545,9 @@ TEST_F(Reader, PlainPointersShareTheirBlockAndStringsDoNot) {
     std::free(plain);
 
     // A string at the start of a longer block that ends in no zero.
-    memory->bytes = record(0, "", long8(4)) + record(3, word(1) + word(8)) + record(4, word(1)) +
-                    typeRecord(3, "Listed") + objectRecord(2, 3, long8(0)) +
-                    record(5, word(1) + word(8), std::string("abc\0defg", 8));
-    memory->taken = 0;
+    memory.set(record(0, "", long8(4)) + record(3, word(1) + word(8)) + record(4, word(1)) +
+               typeRecord(3, "Listed") + objectRecord(2, 3, long8(0)) +
+               record(5, word(1) + word(8), std::string("abc\0defg", 8)));
     fxBinaryReader longer(memory, 0x1122, 0x33445566, "ieee");
     fxStr start;
     ASSERT_TRUE(start.xdr(longer) && longer.xdr(&plain, 8));
@@ -676,7 +673,7 @@ TEST_F(Reader, MixedVersionsAndThoseOfOlderWritersRead) {
     Node other;
     node.right = &leaf;
     leaf.owner = &other;
-    EXPECT_NE(travelled(&node), nullptr);
+    EXPECT_NE(fxXdrCopy(&node), nullptr);
 
     // Older writers: the version of the last type record, here that of Leaf.
     const std::string older =
@@ -772,7 +769,7 @@ TEST_F(Reader, RandomGraphsReadBackTheSame) {
                 node->right = upTo(4) == 0 ? nullptr : any[upTo(any.size())];
             }
         }
-        Node* read = travelled(nodes[0]);
+        Node* read = fxXdrCopy(nodes[0]);
         ASSERT_NE(read, nullptr);
 
         // Walk both in step: corresponding objects correspond everywhere.
@@ -810,7 +807,7 @@ TEST_F(Reader, MillionObjectsInAChainNeedNoStack) {
             link->number = i;
             link->next = std::exchange(first, link);
         }
-        Link* read = travelled(first);
+        Link* read = fxXdrCopy(first);
         long good = 0;
         while (read != nullptr) {
             good += read->number == good;

@@ -120,7 +120,7 @@ TEST(StrArray, GetsItsTextsWhereverTheyWereAwaited) {
     for (int i = 0; i < 1000; ++i) many.push_back(i % 7 == 0 ? "" : std::to_string(i));
     fxStrArray array = strings(many);
     fxInitializeToolkit();
-    const std::unique_ptr<fxStrArray> copy(travelled(&array));
+    const std::unique_ptr<fxStrArray> copy(fxXdrCopy(&array));
     ASSERT_NE(copy, nullptr);
     EXPECT_EQ(texts(*copy), many);
 }

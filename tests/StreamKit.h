@@ -1,4 +1,4 @@
-// For tests of streams: a stream in memory, streams written by hand, and
+// For tests of streams: held streams, streams written by hand, and
 // classes with fields of every kind.
 #ifndef FXDS_TESTS_STREAMKIT_H
 #define FXDS_TESTS_STREAMKIT_H
@@ -14,69 +14,33 @@
 #include "fxds/BinaryReader.h"
 #include "fxds/BinaryWriter.h"
 #include "fxds/IntArray.h"
+#include "fxds/MemoryStream.h"
 #include "fxds/Str.h"
 #include "fxds/StrArray.h"
-#include "fxds/Stream.h"
 #include "fxds/Transcriber.h"
 #include "fxds/Xdr.h"
 
-/// Reads from the front of a string, writes to its end.
-class MemoryStream : public fxStream {
-public:
-    explicit MemoryStream(std::string bytes_ = "") : bytes(std::move(bytes_)) {}
-
-    std::string bytes;
-    size_t taken = 0;         ///< How much was read.
-    size_t limit = SIZE_MAX;  ///< The disk is full at this length.
-    fxStreamType type = fxStreamReadWrite;
-
-    bool hasError() override { return false; }
-    bool atEOF() override { return false; }
-    bool isReading() override { return type != fxStreamWrite; }
-    bool isWriting() override { return type != fxStreamRead; }
-    fxStreamType getType() override { return type; }
-    bool getBytes(char* p, unsigned int n) override { return get(p, n); }
-    bool getShorts(short* p, unsigned int n) override { return get(p, 2 * size_t{n}); }
-    bool getInts(int* p, unsigned int n) override { return get(p, 4 * size_t{n}); }
-    bool getLongs(long* p, unsigned int n) override { return get(p, 8 * size_t{n}); }
-    bool getFloats(float* p, unsigned int n) override { return get(p, 4 * size_t{n}); }
-    bool getDoubles(double* p, unsigned int n) override { return get(p, 8 * size_t{n}); }
-    bool putBytes(const char* p, unsigned int n) override { return put(p, n); }
-    bool putShorts(const short* p, unsigned int n) override { return put(p, 2 * size_t{n}); }
-    bool putInts(const int* p, unsigned int n) override { return put(p, 4 * size_t{n}); }
-    bool putLongs(const long* p, unsigned int n) override { return put(p, 8 * size_t{n}); }
-    bool putFloats(const float* p, unsigned int n) override { return put(p, 4 * size_t{n}); }
-    bool putDoubles(const double* p, unsigned int n) override { return put(p, 8 * size_t{n}); }
-
-private:
-    bool get(void* to, size_t n) {
-        if (n > bytes.size() - taken) return false;
-        if (n != 0) std::memcpy(to, bytes.data() + taken, n);
-        taken += n;
-        return true;
-    }
-    bool put(const void* from, size_t n) {
-        if (bytes.size() + n > limit) return false;
-        bytes.append(static_cast<const char*>(from), n);
-        return true;
-    }
-};
-
-/// Streams of a test, held so that the test can look at them.
+/// A stream of a test, held so that the test can look at it.
 class HeldStream {
 public:
-    explicit HeldStream(std::string bytes = "") : stream(new MemoryStream(std::move(bytes))) {
+    explicit HeldStream(const std::string& bytes = "", size_t limitBytes = SIZE_MAX)
+        : stream(new fxMemoryStream(limitBytes)) {
         stream->take();
+        set(bytes);
     }
     HeldStream(const HeldStream&) = delete;
     HeldStream& operator=(const HeldStream&) = delete;
     ~HeldStream() { stream->release(); }
 
-    MemoryStream* operator->() const { return stream; }
+    void set(const std::string& bytes) {
+        stream->reset();
+        stream->putBytes(bytes.data(), static_cast<unsigned int>(bytes.size()));
+    }
+    fxMemoryStream* operator->() const { return stream; }
     operator fxStream*() const { return stream; }
 
 private:
-    MemoryStream* stream;
+    fxMemoryStream* stream;
 };
 
 // Records by hand, as the grammar has them.
@@ -120,21 +84,16 @@ template <class C>
 std::string saved(C* root) {
     HeldStream stream;
     const std::unique_ptr<fxTranscriber> writer(fxTranscriber::getWriter(stream));
-    return writer != nullptr && fxWriteObject(*writer, root) ? stream->bytes : "failed";
+    return writer != nullptr && fxWriteObject(*writer, root) ? std::string(stream->view())
+                                                             : "failed";
 }
 
 template <class C>
 C* loaded(const std::string& bytes) {
-    HeldStream stream(bytes);
-    stream->type = fxStream::fxStreamRead;
-    const std::unique_ptr<fxTranscriber> reader(fxTranscriber::getReader(stream));
+    fxMemoryStream stream(bytes.data(), bytes.size());
+    stream.take();
+    const std::unique_ptr<fxTranscriber> reader(fxTranscriber::getReader(&stream));
     return reader != nullptr ? fxReadObject<C>(*reader) : nullptr;
-}
-
-/// Writes and reads back, on the same stream.
-template <class C>
-C* travelled(C* root) {
-    return loaded<C>(saved(root));
 }
 
 /// An object that a test can find again: all that live are listed, so that a

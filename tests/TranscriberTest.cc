@@ -9,14 +9,17 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <csignal>
 #include <cstdio>
+#include <random>
 #include <thread>
 
 #include "StreamKit.h"
 #include "fxds/Globals.h"
 #include "fxds/StdioStream.h"
+#include "tests/TestSeed.h"
 
 namespace {
 
@@ -59,9 +62,9 @@ protected:
 };
 
 /// Counts what is alive of it.
-class CountedStream : public MemoryStream {
+class CountedStream : public fxMemoryStream {
 public:
-    CountedStream() { ++alive; }
+    explicit CountedStream(size_t limitBytes = SIZE_MAX) : fxMemoryStream(limitBytes) { ++alive; }
     CountedStream(const CountedStream&) = delete;
     CountedStream& operator=(const CountedStream&) = delete;
     ~CountedStream() override { --alive; }
@@ -133,14 +136,10 @@ TEST_F(Streams, WrongDirectionIsAFalseResult) {
     fxStdioStream in(path.c_str(), fxStream::fxStreamRead, 0600);
     EXPECT_FALSE(in.putBytes(&byte, 1));
 
-    HeldStream readOnly;
-    readOnly->type = fxStream::fxStreamRead;
-    EXPECT_EQ(fxTranscriber::getWriter(readOnly), nullptr);
-    HeldStream writeOnly(header());
-    writeOnly->type = fxStream::fxStreamWrite;
-    EXPECT_EQ(fxTranscriber::getReader(writeOnly), nullptr);
+    out.take();
+    EXPECT_EQ(fxTranscriber::getReader(&out), nullptr);
     long number = 0;
-    fxBinaryReader reader(writeOnly, 0x1122, 0x33445566, "ieee");
+    fxBinaryReader reader(&out, 0x1122, 0x33445566, "ieee");
     EXPECT_FALSE(reader.xdr(&number, 1));
     EXPECT_EQ(reader.readObject(fxStr_type), nullptr);
 }
@@ -248,6 +247,78 @@ TEST_F(Streams, DescriptorsAndFilesAreAdopted) {
     EXPECT_EQ(std::string(bytes, 2), "12");
 }
 
+// Against a string: what is refused changes nothing, wherever the buffer ends.
+TEST_F(Streams, MemoryHoldsWhatIsWrittenUpToItsLimit) {
+    std::mt19937 rng(testSeed());
+    for (const size_t limit : {size_t{0}, size_t{7}, size_t{300}, size_t{5000}, SIZE_MAX}) {
+        fxMemoryStream stream(limit);
+        std::string model;
+        size_t taken = 0;
+        for (int step = 0; step < 2000; ++step) {
+            const size_t n = rng() % 64;
+            switch (rng() % 16) {
+                case 0:
+                    ASSERT_EQ(stream.setPosition(n), n <= model.size());
+                    taken = n <= model.size() ? n : taken;
+                    break;
+                case 1:
+                    stream.rewind();
+                    taken = 0;
+                    break;
+                case 2: {  // bytes of its own, which move while they are written
+                    const size_t own = std::min(n, model.size());
+                    const bool fits = own <= limit - model.size();
+                    ASSERT_EQ(stream.putBytes(stream.bytes(), static_cast<unsigned int>(own)),
+                              fits);
+                    if (fits) model += model.substr(0, own);
+                    break;
+                }
+                case 3: {
+                    const long numbers[] = {static_cast<long>(rng()), step};
+                    const bool fits = sizeof numbers <= limit - model.size();
+                    ASSERT_EQ(stream.putLongs(numbers, 2), fits);
+                    if (fits) model.append(reinterpret_cast<const char*>(numbers), sizeof numbers);
+                    break;
+                }
+                default: {
+                    std::string got(n, '?');
+                    const bool isThere = n <= model.size() - taken;
+                    ASSERT_EQ(stream.getBytes(got.data(), static_cast<unsigned int>(n)), isThere);
+                    ASSERT_EQ(got, isThere ? model.substr(taken, n) : std::string(n, '?'));
+                    taken += isThere ? n : 0;
+                }
+            }
+            ASSERT_EQ(stream.view(), model);
+            ASSERT_EQ(stream.getPosition(), taken);
+            ASSERT_EQ(stream.atEOF(), taken == model.size());
+        }
+        size_t count = 0;
+        char* const given = stream.give(count);
+        EXPECT_EQ(std::string_view(given, count), model);
+        std::free(given);
+        EXPECT_TRUE(stream.length() == 0 && stream.atEOF() && !stream.hasError());
+        EXPECT_TRUE(stream.give(count) == nullptr && count == 0);
+    }
+}
+
+TEST_F(Streams, MemoryIsReadFromBytesThatAreGiven) {
+    const std::string bytes = "abc";
+    fxMemoryStream given(bytes.data(), bytes.size());
+    char got[4] = "";
+    size_t count = 1;
+    EXPECT_TRUE(given.isReading() && !given.isWriting() && !given.hasError());
+    EXPECT_EQ(given.getType(), fxStream::fxStreamRead);
+    EXPECT_FALSE(given.putBytes("x", 1) || given.putBytes("x", 0));
+    EXPECT_EQ(given.give(count), nullptr);
+    EXPECT_TRUE(given.bytes() == bytes.data() && count == 0);
+    EXPECT_TRUE(given.getBytes(got, 3) && given.atEOF());
+    EXPECT_FALSE(given.getBytes(got, 1));
+    given.reset();
+    EXPECT_TRUE(given.atEOF() && given.length() == 0 && given.bytes() == nullptr);
+    fxMemoryStream missing(nullptr, 5);
+    EXPECT_TRUE(missing.hasError() && missing.atEOF() && !missing.getBytes(got, 1));
+}
+
 TEST_F(Streams, EmptyOrTruncatedHeaderMakesNoReader) {
     for (size_t n = 0; n < header().size(); ++n) {
         HeldStream stream(header().substr(0, n));
@@ -301,9 +372,7 @@ TEST_F(Streams, TranscriberHoldsItsStream) {
     delete fxTranscriber::getWriter(new CountedStream);
     EXPECT_EQ(CountedStream::alive, 0);
 
-    CountedStream* full = new CountedStream;  // dies with the writer that fails
-    full->limit = 3;
-    EXPECT_EQ(fxTranscriber::getWriter(full), nullptr);
+    EXPECT_EQ(fxTranscriber::getWriter(new CountedStream(3)), nullptr);  // which lets go of it
     EXPECT_EQ(CountedStream::alive, 0);
 
     CountedStream* held = new CountedStream;
