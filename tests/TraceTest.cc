@@ -129,6 +129,33 @@ TEST_F(Trace, TellsOfANetworkLineByLine) {
               "fxds timer   stop Counter#1, 0 s\n");
 }
 
+// What an object has can be found without knowing a name beforehand.
+TEST_F(Trace, ObjectsTellWhatTheyHave) {
+    Counter counter;
+    Printer printer;
+    counter.connect("count", &printer, "text");
+    counter.connect("tick", &printer, "stop");
+    counter.setProperty(new fxProperty(fxProperty::allocNewTag("pace"), 5L));
+    counter.setProperty(new fxProperty(50000, 5L));
+    std::string told;
+    for (const fxStr& name : counter.getOutputNames()) {
+        const fxOutputChannel* output = counter.getOutput(name.c_str());
+        EXPECT_STREQ(output->getName(), name.c_str());
+        told += std::string(name.c_str()) + ' ' + fxDataTypeName(output->getType());
+        for (unsigned int i = 0; i < output->getNumberOfConnections(); ++i) {
+            const fxInputChannel* input = (*output)[i]->target();
+            told += std::string(" > ") + input->getOwner()->className() + '.' + input->getName();
+        }
+        told += '\n';
+    }
+    for (const fxStr& name : printer.getInputNames()) told += std::string(name.c_str()) + ' ';
+    EXPECT_EQ(told, "count int > Printer.text\ntick void > Printer.stop\nlatest stop text ");
+    EXPECT_STREQ(counter.findProperty("pace")->getName(), "pace");
+    EXPECT_EQ(counter.findProperty(50000)->getName(), nullptr);
+    EXPECT_EQ((*counter.getOutput("count"))[0]->getName(), nullptr);  // a converter's entry
+    EXPECT_EQ(Redraw().getInputNames().length(), 0u);
+}
+
 // Values of every kind at once, through the queue and boxed, and what is
 // replaced before it arrives.
 TEST_F(Trace, ShowsValues) {
