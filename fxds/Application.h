@@ -21,7 +21,7 @@ public:
     /// can be destroyed without having been opened.
     ~fxApplication() override;
 
-    const char* className() const override = 0;
+    const char* className() const override = 0;  ///< The name of the deriving class.
 
     /// Prepares the application: the program passes its arguments through
     /// fxExec::initialize() before it opens its applications.

@@ -47,6 +47,7 @@ public:
     /// overrides destroyElements() calls destroy() in its destructor.
     ~fxArray() override;
 
+    /// In elements, as everything here but the hooks.
     unsigned int length() const { return lengthBytes / elementSize; }
     bool isEmpty() const { return lengthBytes == 0; }
     /// The capacity: how long the array can get before it has to grow.
@@ -85,7 +86,7 @@ public:
     /// Mind what the hook compares: the arrays of numbers compare bytes. For
     /// numeric order use std::sort(a.begin(), a.end()).
     void sort() { sort(0, length()); }
-    void sort(unsigned int start, unsigned int count);
+    void sort(unsigned int start, unsigned int count);  ///< Requires: the run lies in the array.
 
     /// Does NOT leave a sorted array. It partitions as quicksort does, but the
     /// last step of each partition sets both positions of the exchange to the
@@ -95,22 +96,24 @@ public:
     /// single element becomes zero. Saved data and programs depend on this
     /// placement; for a sorted array call sort().
     void qsort() { qsort(0, length()); }
-    void qsort(unsigned int start, unsigned int count);
+    void qsort(unsigned int start, unsigned int count);  ///< Requires: the run lies in the array.
 
     /// Runs destroyElements() on all elements and changes no field.
     void destroy();
 
-    // Each answers a new block, given (release it with free()), or null when
-    // `count` is 0. Its elements are copies made by copyElements().
-    // Requires: the run lies in the array.
+    ///@{
+    /// Each answers a new block, given (release it with free()), or null when
+    /// `count` is 0. Its elements are copies made by copyElements().
+    /// Requires: the run lies in the array.
     void* raw_extract(unsigned int start, unsigned int count) const;
     void* raw_head(unsigned int count) const;
     void* raw_tail(unsigned int count) const;
     void* raw_copy() const;
+    ///@}
     /// The same for elements that leave the array: moved as bytes, no hook.
     void* raw_cut(unsigned int start, unsigned int count);
 
-    const char* className() const override = 0;
+    const char* className() const override = 0;  ///< The name of the class, for people.
     /// Moves nothing and answers what the transcriber does for a base part at
     /// the object's own address: the generic array has no contents to speak of.
     fxBool xdr(fxTranscriber& transcriber) override;
@@ -169,13 +172,14 @@ protected:
     /// The largest piece in which elements are read.
     static constexpr unsigned int pieceBytes = 1U << 20;
 
+    /// The element, as bytes. Requires: index <= length().
     char* at(std::size_t index) const { return data + index * elementSize; }
 
-    char* data;                  // malloc memory, null when there is none
-    unsigned int maxBytes;       // capacity; the block is never smaller
-    unsigned int lengthBytes;    // bytes in use
-    unsigned short elementSize;  // bytes of one element
-    bool ownsElements;           // elements end and multiply only by the hooks
+    char* data;                  ///< Malloc memory, null when there is none.
+    unsigned int maxBytes;       ///< Capacity; the block is never smaller.
+    unsigned int lengthBytes;    ///< Bytes in use.
+    unsigned short elementSize;  ///< Bytes of one element.
+    bool ownsElements;           ///< Elements end and multiply only by the hooks.
 
 private:
     bool resizeBlock(std::size_t bytes);

@@ -74,8 +74,9 @@ public:
     bool xdr(double*, unsigned int count) override;
     bool xdr(fxStr*, unsigned int count) override;
 
-    // The pointer is set to null at once and filled in later: by the
-    // readObject() that is running or, outside of one, by the next.
+    ///@{
+    /// The pointer is set to null at once and filled in later: by the
+    /// readObject() that is running or, outside of one, by the next.
     bool xdr(char**, unsigned int count) override;
     bool xdr(unsigned char**, unsigned int count) override;
     bool xdr(short**, unsigned int count) override;
@@ -86,6 +87,7 @@ public:
     bool xdr(double**, unsigned int count) override;
     bool xdr(char**) override;
     bool xdr(unsigned char**) override;
+    ///@}
     bool xdr(void* slot, fxXDRObj* owner, fxTypeObj& declared, fxXDRObj* object,
              void* address) override;
     bool xdr(fxTypeObj& base, void* derived, void* baseAddress) override;
@@ -109,22 +111,27 @@ protected:
     /// Drops what is left of the current record and reads the next one.
     bool fill();
 
+    /// Sets the slot to null, and notes it as a place for the block that the
+    /// record names.
     bool readPrimPointer(void* slot, size_t byteCount);
     /// Reads the object or block of the current record. False when the stream
     /// ends in a block or claims an impossible one.
     bool readInstance();
 
+    ///@{
+    /// What reads numbers of this kind, as the marks of the stream demand.
     Converter* shorts;
     Converter* longs;
     Converter* floats;
     Converter* doubles;
+    ///@}
 
     // The current record.
-    unsigned int tag;
-    unsigned int fieldA;  // its id
-    unsigned int fieldB;  // id of a type
-    unsigned int fieldC;  // version of a type
-    unsigned int fieldD;  // byte count of a block
+    unsigned int tag;     ///< Of the current record.
+    unsigned int fieldA;  ///< Its id.
+    unsigned int fieldB;  ///< Id of a type.
+    unsigned int fieldC;  ///< Version of a type.
+    unsigned int fieldD;  ///< Byte count of a block.
 
 private:
     struct Body {
@@ -178,8 +185,9 @@ private:
     fxChunkList<fxBinaryReaderItem> loose;  // places outside of any body
 };
 
-// The converters. Those called BS and SS, which exchange bytes and halves of
-// words, leave an incomplete group at the end alone.
+///@{
+/// The converters. Those called BS and SS, which exchange bytes and halves of
+/// words, leave an incomplete group at the end alone.
 FX_API bool fxBinaryReader_shorts(fxBinaryReader& reader, void* bytes, size_t byteCount);
 FX_API bool fxBinaryReader_longs(fxBinaryReader& reader, void* bytes, size_t byteCount);
 FX_API bool fxBinaryReader_floats(fxBinaryReader& reader, void* bytes, size_t byteCount);
@@ -189,8 +197,9 @@ FX_API bool fxBinaryReader_longsSS(fxBinaryReader& reader, void* bytes, size_t b
 FX_API bool fxBinaryReader_longsBSSS(fxBinaryReader& reader, void* bytes, size_t byteCount);
 FX_API bool fxBinaryReader_floatsVAX(fxBinaryReader& reader, void* bytes, size_t byteCount);
 FX_API bool fxBinaryReader_doublesVAX(fxBinaryReader& reader, void* bytes, size_t byteCount);
+///@}
 
-// What start-up registers for the streams of fxBinaryWriter.
+/// What start-up registers for the streams of fxBinaryWriter.
 fxTranscriber* makeBinaryReader(fxStream* stream, short shortMark, long longMark,
                                 const char* floatFormat);
 

@@ -29,18 +29,19 @@ enum fxBinaryOTTag : unsigned int {
 /// be written or read. A base of the writer and the reader only.
 class FX_API fxBinaryTranscriber : public virtual fxTranscriber {
 protected:
+    /// Bytes of payload that the writer puts into one record.
     static constexpr unsigned int bufferBytes = 512;
-    static constexpr unsigned int maxBlockBytes = 0x7FFFFFFF;
+    static constexpr unsigned int maxBlockBytes = 0x7FFFFFFF;  ///< The longest block there can be.
 
     fxBinaryTranscriber();
     ~fxBinaryTranscriber() override;
 
-    char buffer[bufferBytes];
-    char* cursor;            // writer: the next free byte; reader: the next unread one
-    unsigned int room;       // writer: free bytes
-    unsigned int used;       // writer: staged bytes; reader: unread bytes
-    fxBinaryOTDict table;    // see the writer and the reader
-    fxVoidPtrArray pending;  // the writer's items, owned; a stack
+    char buffer[bufferBytes];  ///< Payload on its way.
+    char* cursor;              ///< Writer: the next free byte; reader: the next unread one.
+    unsigned int room;         ///< Writer: free bytes.
+    unsigned int used;         ///< Writer: staged bytes; reader: unread bytes.
+    fxBinaryOTDict table;      ///< Addresses and ids; see the writer and the reader.
+    fxVoidPtrArray pending;    ///< The writer's items, owned; a stack.
 };
 
 #endif

@@ -11,6 +11,7 @@ class fxAddressIndex;
 /// Something that is still to be written: an object or a block.
 class FX_API fxBinaryWriterItem {
 public:
+    /// What an item stands for.
     enum Kind { object = 0, block = 1 };
 
     /// The object at `address`, a pointer to the class of `type`. Borrowed.
@@ -21,13 +22,13 @@ public:
                        unsigned int sourceBytes);
     virtual ~fxBinaryWriterItem();
 
-    Kind kind;
-    const void* address;
-    fxTypeObj* type;
-    unsigned int byteCount;
-    fxBinaryOTTag tag;
-    unsigned int sourceBytes;
-    unsigned int id;  ///< The number that the address was queued under.
+    Kind kind;                 ///< Whether `type` or the block's fields count.
+    const void* address;       ///< Of the object or the block. Borrowed.
+    fxTypeObj* type;           ///< Of the object; null for a block.
+    unsigned int byteCount;    ///< Of the block's body.
+    fxBinaryOTTag tag;         ///< Of the block's record.
+    unsigned int sourceBytes;  ///< How many of the body's bytes are the block's own.
+    unsigned int id;           ///< The number that the address was queued under.
 };
 
 /// Writes what it is given as the records of docs/stream-format.md, every
@@ -65,7 +66,8 @@ public:
     bool xdr(double*, unsigned int count) override;
     bool xdr(fxStr*, unsigned int count) override;
 
-    // A block longer than 2^31 - 1 bytes is refused.
+    ///@{
+    /// A block longer than 2^31 - 1 bytes is refused.
     bool xdr(char**, unsigned int count) override;
     bool xdr(unsigned char**, unsigned int count) override;
     bool xdr(short**, unsigned int count) override;
@@ -76,12 +78,16 @@ public:
     bool xdr(double**, unsigned int count) override;
     bool xdr(char**) override;
     bool xdr(unsigned char**) override;
+    ///@}
     bool xdr(void* slot, fxXDRObj* owner, fxTypeObj& declared, fxXDRObj* object,
              void* address) override;
     bool xdr(fxTypeObj& base, void* derived, void* baseAddress) override;
     using fxTranscriber::xdr;
+    ///@{
+    /// Writes 4 bytes of each element, and zeros for the rest.
     bool xdr(int**, unsigned int count) override;
     bool xdr(unsigned int**, unsigned int count) override;
+    ///@}
 
     /// Fatal: a writer does not read.
     void* readObject(fxTypeObj& expected) override;
@@ -96,6 +102,7 @@ protected:
     /// room for 5 bytes; returns its length.
     static unsigned int putHeader(char* place, unsigned int tag, unsigned long payloadBytes);
 
+    /// Adds to the payload of the record being built.
     bool writeBytes(const void* bytes, size_t byteCount);
     /// The id under which the address has been entered, or 0.
     unsigned int alreadyWritten(const void* address) const;
@@ -105,17 +112,19 @@ protected:
     unsigned int queue(fxBinaryWriterItem* item);
     /// Writes the record of the type unless it is written. `id` is its number.
     bool writeType(fxTypeObj& type, unsigned int& id);
-    bool writeNullPointer();
+    bool writeNullPointer();  ///< Writes the record of a null pointer.
+    /// Writes a reference to the block and queues its body, unless it was
+    /// written.
     bool writePrimPointer(const void* block, size_t byteCount, fxBinaryOTTag bodyTag);
 
-    unsigned int nextId;
+    unsigned int nextId;  ///< The id that the next new address gets.
     // The record being built.
-    unsigned int tag;
-    unsigned long fieldA;  // its id; only the low 32 bits are written, as of all
-    unsigned long fieldB;  // id of a type
-    unsigned long fieldC;  // version of a type
-    unsigned int fieldD;   // byte count of a block
-    const char* name;      // borrowed, of a type
+    unsigned int tag;      ///< Of the record being built.
+    unsigned long fieldA;  ///< Its id; only the low 32 bits are written, as of all.
+    unsigned long fieldB;  ///< Id of a type.
+    unsigned long fieldC;  ///< Version of a type.
+    unsigned int fieldD;   ///< Byte count of a block.
+    const char* name;      ///< Borrowed, of a type.
 
 private:
     bool writePrimPointer(const void* block, size_t byteCount, fxBinaryOTTag bodyTag,

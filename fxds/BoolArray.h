@@ -14,6 +14,8 @@ class FX_API fxBoolArray : public fxRecordedArray<fxBoolArray, fxBool, fxBoolArr
 public:
     using fxRecordedArray::fxRecordedArray;
 
+    ///@{
+    /// As in fxTypedArray, with 0 or 1 for each bool.
     void append(bool item) { fxRecordedArray::append(fxBool{item}); }
     void append(const fxBoolArray& other) { fxRecordedArray::append(other); }
     void insert(bool item, unsigned int index) { fxRecordedArray::insert(fxBool{item}, index); }
@@ -23,6 +25,7 @@ public:
     unsigned int find(bool item, unsigned int start = 0) const {
         return fxRecordedArray::find(fxBool{item}, start);
     }
+    ///@}
 
     using fxRecordedArray::xdr;
     fxBool xdr(fxTranscriber& transcriber) override;

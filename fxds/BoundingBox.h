@@ -10,6 +10,7 @@
 class FX_API fxBoundingBox {
 public:
     fxBoundingBox() : x(0), y(0), width(0), height(0) {}
+    /// Nothing is checked: extents may be negative.
     fxBoundingBox(int x_, int y_, int width_, int height_)
         : x(x_), y(y_), width(width_), height(height_) {}
 
@@ -21,15 +22,18 @@ public:
     /// numbers, so coordinates should stay within that range.
     fxBoundingBox bound(const fxBoundingBox& other) const;
 
+    ///@{
+    /// Equal in all four numbers.
     friend bool operator==(const fxBoundingBox& a, const fxBoundingBox& b) {
         return a.x == b.x && a.y == b.y && a.width == b.width && a.height == b.height;
     }
     friend bool operator!=(const fxBoundingBox& a, const fxBoundingBox& b) { return !(a == b); }
+    ///@}
 
-    int x;
-    int y;
-    int width;
-    int height;
+    int x;       ///< Left edge.
+    int y;       ///< Upper edge.
+    int width;   ///< Extent to the right.
+    int height;  ///< Extent downwards.
 };
 
 #endif

@@ -36,8 +36,11 @@ public:
     fxInputChannel& operator=(const fxInputChannel&) = delete;
     ~fxInputChannel();
 
+    /// Data type number.
     unsigned short getType() const { return static_cast<unsigned short>(word >> typeShift); }
+    /// Whether only the newest message is kept.
     bool isReplacing() const { return (word & replaceBit) != 0; }
+    /// Whether this is a converter copy.
     bool isConverter() const { return (word & converterBit) != 0; }
 
     /// The input that this one leads to: itself unless it is a converter copy.
@@ -73,7 +76,7 @@ public:
     /// last holder.
     void flush();
 
-    void take() { ++refCount; }
+    void take() { ++refCount; }  ///< Adds one holder.
     /// Destroys the channel when this was the last holder.
     void release() {
         if (--refCount == 0) destroy();
@@ -98,19 +101,22 @@ public:
     static void* operator new(size_t size) { return ::operator new(size); }
     static void operator delete(void* memory) { ::operator delete(memory); }
 
-    void* closure;
+    void* closure;  ///< What `function` is called with first. Borrowed.
+    /// The receiving function, cast: only its data type tells the real
+    /// signature.
     void (*function)();
 
 protected:
+    /// Bit of `word`: only the newest message is kept.
     static constexpr unsigned int replaceBit = 1;
-    static constexpr unsigned int converterBit = 2;
-    static constexpr unsigned int typeShift = 2;
+    static constexpr unsigned int converterBit = 2;  ///< Bit of `word`: this is a converter copy.
+    static constexpr unsigned int typeShift = 2;  ///< Where the data type number begins in `word`.
 
-    unsigned int word;  // the two flags, and the data type number above them
+    unsigned int word;  ///< The two flags, and the data type number above them.
 
 public:
     fxMessageEvent* pending;  ///< The message that waits, for a replacing input.
-    unsigned long refCount;
+    unsigned long refCount;   ///< Number of holders.
 
 private:
     friend class fxEventHandler;
@@ -147,12 +153,13 @@ private:
 /// for the next value, those cut are not served any more.
 class FX_API fxOutputChannel {
 public:
+    /// A channel without connections that belongs to no object.
     explicit fxOutputChannel(unsigned short type);
     fxOutputChannel(const fxOutputChannel&) = delete;
     fxOutputChannel& operator=(const fxOutputChannel&) = delete;
     ~fxOutputChannel();
 
-    unsigned short getType() const { return type; }
+    unsigned short getType() const { return type; }  ///< Data type number.
 
     /// The object that the output was added to; null when it belongs to none.
     fxObj* getOwner() const { return owner; }
@@ -173,12 +180,14 @@ public:
     /// Position of the first connection to the input, also behind a converter,
     /// or 0xFFFFFFFF.
     unsigned int find(fxInputChannel* input) const;
+    /// As find(): directly or behind a converter.
     bool isConnectedTo(fxInputChannel* input) const;
 
     /// The entry at `index`: the input, or the converter copy that leads to it.
     fxInputChannel* operator[](unsigned int index) const {
         return static_cast<fxInputChannel*>((*inputs)[index]);
     }
+    /// Connections made and not cut; two to one input count twice.
     unsigned int getNumberOfConnections() const { return inputs != nullptr ? inputs->length() : 0; }
 
     /// Calls every connected input at once, in the order of connection. The
@@ -206,6 +215,7 @@ private:
 class FX_API fxDelivery {
 public:
     FX_REGISTERS_LOCAL_BEGIN
+    /// Begins a walk over what is connected now.
     explicit fxDelivery(fxOutputChannel& output_)
         : output(&output_),
           position(0),

@@ -19,8 +19,11 @@ typedef unsigned char fxBool;
     _Pragma("GCC diagnostic push") _Pragma("GCC diagnostic ignored \"-Wdangling-pointer\"")
 #define FX_REGISTERS_LOCAL_END _Pragma("GCC diagnostic pop")
 #else
+///@{
+/// Stand around a constructor that enters an object on the stack somewhere.
 #define FX_REGISTERS_LOCAL_BEGIN
 #define FX_REGISTERS_LOCAL_END
+///@}
 #endif
 
 /// Checks a precondition in checked builds (FXDS_CHECKED, set by the build for

@@ -13,6 +13,8 @@
 /// value: static_cast<fxInputChannel*>(closure)->call(converted).
 class FX_API fxConverter : public fxInputChannel {
 public:
+    /// Enters the converter for the types `from` and `to`; both are data type
+    /// numbers.
     fxConverter(unsigned short from, unsigned short to, void (*function)());
     ~fxConverter();
 
@@ -27,8 +29,8 @@ public:
     /// Makes the library's converters. Called once at start-up.
     static void createStandardConverters();
 
-    unsigned short to;
-    fxConverter* next;
+    unsigned short to;  ///< Data type number of what it converts to.
+    fxConverter* next;  ///< The next older converter.
 
 private:
     fxConverter(const fxConverter& found, void* spliced);

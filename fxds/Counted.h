@@ -36,7 +36,7 @@ protected:
         if (target != nullptr && --target->count <= 0) delete target;
     }
 
-    Counted* pointer;  // shared, may be null
+    Counted* pointer;  ///< Shared, may be null.
 };
 
 /// Shares a T, which derives from Counted: the last RPtr to let go deletes it.
@@ -44,7 +44,7 @@ template <class T>
 class RPtr : public RPtr_base {
 public:
     RPtr() = default;
-    RPtr(T* target) : RPtr_base(taken(target)) {}  // implicit: `RPtr<T> p = new T`
+    RPtr(T* target) : RPtr_base(taken(target)) {}  ///< Implicit: `RPtr<T> p = new T`.
     RPtr(const RPtr& other) : RPtr_base(taken(other.get())) {}
     RPtr(RPtr&& other) noexcept : RPtr_base(std::exchange(other.pointer, nullptr)) {}
     /// The new target is held before the old one is let go.
@@ -53,13 +53,19 @@ public:
         return *this;
     }
 
+    ///@{
+    /// Null when nothing is held; Requires for the operators: something is.
     T* get() const { return static_cast<T*>(pointer); }
     T* operator->() const { return get(); }
     T& operator*() const { return *get(); }
+    ///@}
     explicit operator bool() const { return pointer != nullptr; }
 
+    ///@{
+    /// They compare which object is held, not what it is like.
     friend bool operator==(const RPtr& a, const RPtr& b) { return a.pointer == b.pointer; }
     friend bool operator!=(const RPtr& a, const RPtr& b) { return a.pointer != b.pointer; }
+    ///@}
 
 private:
     static Counted* taken(Counted* target) {

@@ -16,7 +16,7 @@ class fxStrArray;
 /// takes over a value that nobody holds.
 class FX_API fxData {
 public:
-    explicit fxData(unsigned short type);
+    explicit fxData(unsigned short type);  ///< Nobody holds it yet.
     fxData(const fxData&) = delete;
     fxData& operator=(const fxData&) = delete;
     virtual ~fxData();
@@ -36,8 +36,9 @@ public:
     /// Size of the value in bytes.
     virtual unsigned int getSize() = 0;
 
-    unsigned short getType() const { return type; }
-    void take() { ++count; }
+    unsigned short getType() const { return type; }  ///< Data type number.
+    void take() { ++count; }                         ///< Adds one holder.
+    /// Removes one holder; the last one destroys the value.
     void release() {
         if (--count == 0) delete this;
     }
@@ -67,42 +68,48 @@ public:
     }
     unsigned int getSize() override { return sizeof(T); }
 
-    T value;
+    T value;  ///< The value itself.
 
 protected:
+    /// For the classes of the family, which know their data type.
     fxValueData(unsigned short type_, const T& value_) : fxData(type_), value(value_) {}
 };
 
+/// A boxed boolean byte.
 class FX_API fxBoolData : public fxValueData<unsigned char> {
 public:
-    explicit fxBoolData(unsigned char value);
+    explicit fxBoolData(unsigned char value);  ///< Keeps the byte as it is.
 };
 
+/// A boxed int.
 class FX_API fxIntData : public fxValueData<int> {
 public:
-    explicit fxIntData(int value);
+    explicit fxIntData(int value);  ///< Nobody holds it yet.
 };
 
+/// A boxed long.
 class FX_API fxLongData : public fxValueData<long> {
 public:
-    explicit fxLongData(long value);
+    explicit fxLongData(long value);  ///< Nobody holds it yet.
 };
 
+/// A boxed float.
 class FX_API fxFloatData : public fxValueData<float> {
 public:
-    explicit fxFloatData(float value);
+    explicit fxFloatData(float value);  ///< Nobody holds it yet.
 };
 
+/// A boxed double.
 class FX_API fxDoubleData : public fxValueData<double> {
 public:
-    explicit fxDoubleData(double value);
+    explicit fxDoubleData(double value);  ///< Nobody holds it yet.
 };
 
-/// Boxes a text that it takes over: `text` must come from ::operator new (see
-/// fxCopyCharPtr()) and is released with ::operator delete. It may be null.
+/// Boxes a text that it takes over: `text` must come from `operator new` (see
+/// fxCopyCharPtr()) and is released with `operator delete`. It may be null.
 class FX_API fxCharPtrData : public fxValueData<char*> {
 public:
-    explicit fxCharPtrData(char* text);
+    explicit fxCharPtrData(char* text);  ///< Adopts the text.
     ~fxCharPtrData() override;
     const char* dataName() const override { return "char *"; }
 };
@@ -118,7 +125,7 @@ public:
 };
 
 /// A copy of `text` that fxCharPtrData or an owned text property may take
-/// over; null for null. Release it with ::operator delete otherwise.
+/// over; null for null. Release it with `operator delete` otherwise.
 FX_API char* fxCopyCharPtr(const char* text);
 
 #endif

@@ -9,8 +9,8 @@ class fxStr;
 /// Has no options yet: both operations do nothing and nothing is kept.
 class FX_API fxDebug {
 public:
-    explicit fxDebug(unsigned char on);
-    void parseOption(fxStr& option);
+    explicit fxDebug(unsigned char on);  ///< Ignores `on`.
+    void parseOption(fxStr& option);     ///< Leaves the option alone.
 };
 
 /// Made by start-up unless the application has made its own; never freed.

@@ -10,16 +10,19 @@ class fxDictionary;
 class fxDictIter;
 
 /// One entry: `element` is a block with the key, then the value.
+/// One entry, in the chain of its bucket.
 class FX_API fxDictBucket : public fxHashNode<fxDictBucket> {
 public:
     using fxHashNode::fxHashNode;
 };
 
+/// The chains.
 class FX_API fxDictBuckets : public fxTypedArray<fxDictBuckets, fxDictBucket*, fxZeroFilledArray> {
 public:
     using fxTypedArray::fxTypedArray;
 };
 
+/// The iterators that walk a dictionary.
 class FX_API fxDictIters : public fxTypedArray<fxDictIters, fxDictIter*, fxZeroFilledArray> {
 public:
     using fxTypedArray::fxTypedArray;
@@ -49,11 +52,13 @@ public:
     void operator=(fxDictionary& dictionary);
     fxDictIter& operator=(const fxDictIter& other);
 
+    ///@{
     /// Null when there is no current entry. Views: good until the entry goes.
     void* getKey() const { return node == nullptr || moved ? nullptr : node->element; }
     void* getValue() const;
     const void* key() const { return getKey(); }
     void* value() const { return getValue(); }
+    ///@}
 
     bool notDone() const { return node != nullptr; }
     explicit operator bool() const { return notDone(); }
@@ -61,9 +66,10 @@ public:
     fxDictIter& operator++();
     void operator++(int) { ++*this; }
 
+    /// What range-for gives: views, good until the entry goes.
     struct Entry {
-        const void* key;
-        void* value;
+        const void* key;  ///< Null when there is no current entry.
+        void* value;      ///< Null when there is no current entry.
     };
     Entry operator*() const { return {getKey(), getValue()}; }
     bool operator!=(fxHashEnd) const { return notDone(); }
@@ -108,7 +114,7 @@ public:
     /// Cannot reach the hooks: a subclass calls cleanup() in its destructor.
     ~fxDictionary() override;
 
-    const char* className() const override = 0;
+    const char* className() const override = 0;  ///< The name of the class, for people.
     fxBool xdr(fxTranscriber& transcriber) override;
     fxTypeObj* getTypeObj() const override;
 
@@ -118,6 +124,7 @@ public:
 
     unsigned int size() const { return count; }
     bool isEmpty() const { return count == 0; }
+    /// Whether an equal key is there.
     bool contains(const void* key) const { return find(key) != nullptr; }
 
     /// The value stored under the key, or null. `bucketOut`, unless null,
@@ -142,7 +149,7 @@ public:
 
     // The registry of iterators, which they look after themselves.
 
-    void addIter(fxDictIter* iter);
+    void addIter(fxDictIter* iter);  ///< Enters the iterator (borrowed) with its dictionary.
     /// Removes the first registration of `iter`, if any.
     void removeIter(fxDictIter* iter);
     /// Moves the iterators that stand on `node` to its successor.
@@ -167,10 +174,12 @@ protected:
     virtual void copyValue(const void* from, void* to) const = 0;     ///< Into raw storage.
     virtual void destroyValue(void* value) const;                     ///< In place.
     virtual void createValue(void* to) const = 0;  ///< A default value, in raw storage.
+    ///@{
     /// Transcribe a key or a value. What is read into is storage of zero bytes,
     /// in which the hook constructs first; it is raw again after a failure.
     virtual bool xdrKey(fxTranscriber& transcriber, void* key) = 0;
     virtual bool xdrValue(fxTranscriber& transcriber, void* value) = 0;
+    ///@}
 
     /// A number by which keys are told apart before they are compared; equal
     /// keys have equal ones. This one answers `hash`, the key's hashKey().
@@ -182,13 +191,13 @@ protected:
     /// answer a search that has their own hooks built in, unless a subclass may
     /// have overridden them.
     typedef fxHashFinder<fxDictionary, fxDictBucket> Finder;
-    virtual Finder* finder() const;
+    virtual Finder* finder() const;  ///< See Finder. Borrowed for good.
 
-    unsigned int count;      // entries
-    unsigned int keySize;    // bytes of a stored key
-    unsigned int valueSize;  // bytes of a stored value
-    fxDictBuckets buckets;   // the first node of each chain, or null
-    fxDictIters iters;       // the iterators that walk here, borrowed
+    unsigned int count;      ///< Number of entries.
+    unsigned int keySize;    ///< Bytes of a stored key.
+    unsigned int valueSize;  ///< Bytes of a stored value.
+    fxDictBuckets buckets;   ///< The first node of each chain, or null.
+    fxDictIters iters;       ///< The iterators that walk here, borrowed.
 
 private:
     friend struct fxHashCore<fxDictionary>;

@@ -20,16 +20,22 @@ public:
     fxEvent& operator=(const fxEvent&) = delete;
     ~fxEvent() override;
 
+    /// Does what the event is for. Called once, by
+    /// fxEventHandler::distributeEvents(), and may do anything.
     virtual void deliver() = 0;
     /// Writes one line with the sequence number and the type.
     virtual void dump(FILE* file);
     /// The channel that the event is bound for; null for a plain event.
     virtual fxInputChannel* getChannel();
 
-    unsigned long getType() const { return type; }
+    unsigned long getType() const { return type; }  ///< Event type number.
+    /// Events that were made later have greater ones.
     unsigned long getSequence() const { return sequence; }
+    ///@{
+    /// The neighbours in the queue, or null. Views.
     fxEvent* getNext() const { return next; }
     fxEvent* getPrev() const { return prev; }
+    ///@}
 
     static unsigned long nextSequenceNumber;  ///< The last number given out.
 
@@ -41,8 +47,8 @@ private:
     fxEvent* prev;
 
 protected:
-    unsigned long type;
-    unsigned long sequence;
+    unsigned long type;      ///< Event type number.
+    unsigned long sequence;  ///< Drawn when the event was made.
 
 private:
     fxEventQueue* queue;  // the queue that it waits in, or null
@@ -59,7 +65,7 @@ public:
     void deliver() override;
     void dump(FILE* file) override;
     fxInputChannel* getChannel() override;
-    fxData* getData() const { return data; }
+    fxData* getData() const { return data; }  ///< The value, which the event goes on holding.
 
     static void* operator new(size_t size);
     static void operator delete(void* memory, size_t size);
@@ -90,17 +96,20 @@ public:
     /// Takes the event out and deletes it. It is deleted, and counted down,
     /// even when it does not wait here, so remove only what you found here.
     void remove(fxEvent* event);
-    bool contains(fxEvent* event) const;
+    bool contains(fxEvent* event) const;  ///< Cost: a walk through the queue.
 
     bool isEmpty() const { return head == nullptr; }
     unsigned int getCount() const { return count; }
+    ///@{
+    /// The front and the back of the queue; null when it is empty. Views.
     fxEvent* getHead() const { return head; }
     fxEvent* getTail() const { return tail; }
+    ///@}
 
 protected:
-    fxEvent* head;
-    fxEvent* tail;
-    unsigned int count;
+    fxEvent* head;       ///< What is delivered next, or null.
+    fxEvent* tail;       ///< What is delivered last, or null.
+    unsigned int count;  ///< Number of events that wait.
 
 private:
     friend class fxEventWalk;

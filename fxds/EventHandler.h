@@ -9,6 +9,7 @@
 /// that one of these operations runs.
 class FX_API fxEventHandler : public fxEventQueue {
 public:
+    /// What chooses events for removeEvents(): not 0 for those to delete.
     typedef unsigned char Predicate(fxEvent*, void*);
 
     /// Queues the event (adopted) at the back, or at the front when urgent.

@@ -19,7 +19,7 @@ struct FX_API fxSelectSet {
         return (bits[descriptor / 64] >> (descriptor % 64) & 1) != 0;
     }
 
-    unsigned long bits[256];
+    unsigned long bits[256];  ///< Of 64 descriptors each.
 };
 
 /// The main loop. Each poll() calls the pre-select functions, waits until a
@@ -64,19 +64,22 @@ public:
     /// descriptor outside [0, 100).
     void removeSelectHandler(fxSelectHandler* handler);
 
-    // Functions to call before and after each wait, in order; one added twice
-    // is called twice. What is added meanwhile is first called next time. When
-    // a function is removed meanwhile the rest move up by one, so that the one
-    // that takes the place just served is left out this time.
-
+    ///@{
+    /// Functions to call before and after each wait, in order; one added twice
+    /// is called twice. What is added meanwhile is first called next time. When
+    /// a function is removed meanwhile the rest move up by one, so that the one
+    /// that takes the place just served is left out this time.
     void addPreSelectFunc(void (*function)());
     void addPostSelectFunc(void (*function)());
     /// Removes the first such entry; nothing when there is none.
     void removePreSelectFunc(void (*function)());
     void removePostSelectFunc(void (*function)());
+    ///@}
 
     // Applications, which are borrowed.
 
+    /// Registers the application, which keeps loop() running until it is
+    /// removed.
     void add(fxApplication* application);
     /// Removes the first such entry; nothing when there is none.
     void remove(fxApplication* application);
@@ -91,11 +94,12 @@ public:
     void open();                             ///< Includes those added meanwhile.
     void close();                            ///< Only those here at the start, and open.
 
-    // The descriptors that are waited for.
-
+    ///@{
+    /// The descriptors that are waited for.
     fxSelectSet getReadSet();
     fxSelectSet getWriteSet();
     fxSelectSet getExceptionSet();
+    ///@}
 
     /// Whether no descriptor is ready now. Neither timers nor queued events
     /// count. False when there is no handler or the descriptors are bad.
@@ -117,17 +121,23 @@ public:
     unsigned short minFd;  ///< Lowest descriptor with a handler, or noHandler.
     unsigned short nfds;   ///< Highest descriptor with a handler, plus 1; or 0.
     unsigned char dirty;   ///< Whether a handler came or went.
+    ///@{
+    /// Whether the set of this kind has any member.
     unsigned char hasRead;
     unsigned char hasWrite;
     unsigned char hasException;
+    ///@}
+    ///@{
+    /// What select() is asked for; see getReadSet().
     fxSelectSet readSet;
     fxSelectSet writeSet;
     fxSelectSet exceptionSet;
+    ///@}
     fxSelectHandler* handlers[maxHandlers];  ///< By descriptor; null: none.
-    fxStubFuncArray preSelectFuncs;
-    fxStubFuncArray postSelectFuncs;
-    fxVoidPtrArray applications;  ///< of fxApplication*
-    unsigned long reserved;       ///< Not used.
+    fxStubFuncArray preSelectFuncs;          ///< Called before each wait, in this order.
+    fxStubFuncArray postSelectFuncs;         ///< Called after each wait, in this order.
+    fxVoidPtrArray applications;             ///< of fxApplication*
+    unsigned long reserved;                  ///< Not used.
 
 private:
     friend class fxApplication;

@@ -14,13 +14,16 @@ public:
     /// Joins the neighbours.
     ~GenericNode();
 
-    void* getItem() const { return item; }
+    void* getItem() const { return item; }  ///< The item that it holds.
+    ///@{
+    /// The neighbours, or null. Views.
     GenericNode* getNext() const { return next; }
     GenericNode* getPrev() const { return prev; }
+    ///@}
 
-    GenericNode* prev;
-    GenericNode* next;
-    void* item;  ///< borrowed
+    GenericNode* prev;  ///< Null for the first.
+    GenericNode* next;  ///< Null for the last.
+    void* item;         ///< borrowed
 
 private:
     friend class GenericList;
@@ -34,7 +37,7 @@ private:
 class FX_API GenericList {
 public:
     GenericList();
-    GenericList(const GenericList& source);
+    GenericList(const GenericList& source);  ///< Holds the same items.
     /// Holds the items of `source` instead of its own.
     GenericList& operator=(const GenericList& source);
     ~GenericList();
@@ -42,16 +45,25 @@ public:
     long getCount() const { return count; }
     long length() const { return count; }
     bool isEmpty() const { return count == 0; }
+    ///@{
+    /// Null when the list is empty. Views.
     GenericNode* getHead() const { return head; }
     GenericNode* getTail() const { return tail; }
+    ///@}
 
+    ///@{
     /// The node or item at a position. Fatal unless 0 <= index < getCount().
     GenericNode* findNode(long index) const;
     void* findItem(long index) const { return findNode(index)->item; }
     void* findItem(int index) const { return findItem(static_cast<long>(index)); }
+    ///@}
 
+    ///@{
+    /// Puts the item at the end or at the front. Answers its node: a view, good
+    /// until it is removed.
     GenericNode* append(void* item);
     GenericNode* prepend(void* item);
+    ///@}
     /// Puts the item at a position. Fatal unless 0 <= index <= getCount().
     GenericNode* insertAt(long index, void* item);
 
@@ -61,23 +73,27 @@ public:
     void* remove(GenericNode* node);
     /// Removes the first node that holds `item`; null when there is none.
     void* remove(void* item);
+    ///@{
     /// Removes by position. Fatal unless 0 <= index < getCount().
     void* remove(long index);
     void* remove(int index) { return remove(static_cast<long>(index)); }
-    void clear();
+    ///@}
+    void clear();  ///< Removes everything.
 
     // For range-for over the items; they may not be removed meanwhile.
+    /// What the iterator gives for a node.
     static void* itemOf(GenericNode* node) { return node->item; }
+    /// Goes over the items; none may be removed meanwhile.
     typedef fxListIterator<GenericNode, void*, &GenericList::itemOf> Iterator;
     Iterator begin() const { return Iterator(head); }
     Iterator end() const { return Iterator(nullptr); }
 
 protected:
-    long count;
-    mutable long cachedIndex;
-    GenericNode* head;
-    GenericNode* tail;
-    mutable GenericNode* cachedNode;
+    long count;                       ///< Number of nodes.
+    mutable long cachedIndex;         ///< Position of `cachedNode`.
+    GenericNode* head;                ///< The first node, or null.
+    GenericNode* tail;                ///< The last node, or null.
+    mutable GenericNode* cachedNode;  ///< Found or made last; null when nothing is remembered.
 
 private:
     void remember(long index, GenericNode* node) const;

@@ -14,23 +14,25 @@ class fxSequencer;
 /// registers it. fxInitializeToolkit() runs `init`.
 class FX_API fxOrderedGlobal {
 public:
-    typedef void Function();
+    typedef void Function();  ///< What makes or cleans up a service.
 
+    ///@{
     /// `deps` is a null-terminated list (kept, borrowed) of what this one
     /// depends on directly, or null. `ordering` is 1 for the library's own
     /// services, anything else for the application's. Null functions are
     /// skipped.
     fxOrderedGlobal(Function* init, fxOrderedGlobal** deps, int ordering);
     fxOrderedGlobal(Function* init, Function* cleanup, fxOrderedGlobal** deps, int ordering);
+    ///@}
     fxOrderedGlobal(const fxOrderedGlobal&) = delete;  // the ordering would not know the copy
     fxOrderedGlobal& operator=(const fxOrderedGlobal&) = delete;
 
     /// Whether `other` stands in the list of direct dependences.
     bool dependsOn(fxOrderedGlobal const& other) const;
 
-    Function* init;
-    Function* cleanup;
-    fxOrderedGlobal** deps;
+    Function* init;          ///< May be null.
+    Function* cleanup;       ///< May be null.
+    fxOrderedGlobal** deps;  ///< Null-terminated, borrowed; or null.
 };
 
 /// Ordered globals, in the order in which they will be made.
@@ -64,8 +66,11 @@ public:
 };
 
 // Null until the first registration.
+///@{
+/// Null until the first registration.
 extern FX_API fxGlobalOrder* fx_toolkitGlobalOrder;
 extern FX_API fxGlobalOrder* fx_applicationGlobalOrder;
+///@}
 
 // The library's own services. An application's ordered globals need not name
 // them: the library's ordering runs first.

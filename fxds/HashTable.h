@@ -14,14 +14,17 @@ public:
     HashEntry(const HashEntry&) = delete;
     HashEntry& operator=(const HashEntry&) = delete;
 
-    unsigned long getKey() const { return key; }
-    void* getValue() const { return value; }
-    void setValue(void* value_) { value = value_; }
+    unsigned long getKey() const { return key; }     ///< The number that it was added under.
+    void* getValue() const { return value; }         ///< The pointer that it holds.
+    void setValue(void* value_) { value = value_; }  ///< Replaces the pointer (borrowed).
 
-    unsigned long key;
-    void* value;  ///< borrowed
+    unsigned long key;  ///< The number that it was added under.
+    void* value;        ///< borrowed
+    ///@{
+    /// The neighbours in its chain, or null.
     HashEntry* next;
     HashEntry* prev;
+    ///@}
 
 private:
     friend class HashTable;
@@ -62,16 +65,18 @@ public:
     /// one that is added may be. The table grows after the walk.
     void mapcar(void (*f)(HashEntry*));
 
-    int getCount() const { return count; }  ///< Additions ever made.
-    int getSize() const { return size; }    ///< Number of buckets.
-    unsigned int getLevel() const { return level; }
+    int getCount() const { return count; }           ///< Additions ever made.
+    int getSize() const { return size; }             ///< Number of buckets.
+    unsigned int getLevel() const { return level; }  ///< The base-2 logarithm of getSize().
 
     // The steps of which the above are made.
 
-    unsigned int hash(unsigned long key) const;
+    unsigned int hash(unsigned long key) const;  ///< The bucket of a key.
+    /// The entry of the key in this bucket's chain, or null.
     HashEntry* searchBucketFor(HashEntry* head, unsigned long key) const;
+    /// Adds an entry with a null value, before any of the same key.
     HashEntry* addElement(unsigned long key);
-    void rebuildTable();
+    void rebuildTable();  ///< Doubles the buckets.
 
 private:
     struct Walk;

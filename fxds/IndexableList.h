@@ -13,11 +13,14 @@ public:
     fxLinkItem(const fxLinkItem&) : fxLinkItem() {}
     fxLinkItem& operator=(const fxLinkItem&) { return *this; }
 
+    ///@{
+    /// The neighbours, or null. Views.
     fxLinkItem* getNext() const { return next; }
     fxLinkItem* getPrev() const { return prev; }
+    ///@}
 
-    fxLinkItem* next;
-    fxLinkItem* prev;
+    fxLinkItem* next;  ///< Null for the last.
+    fxLinkItem* prev;  ///< Null for the first.
 };
 
 /// Strings the caller's objects together and never makes or destroys one. It
@@ -40,7 +43,7 @@ public:
     long getCount() const { return count; }
     long length() const { return count; }
     bool isEmpty() const { return count == 0; }
-    fxLinkItem* getHead() const { return head; }
+    fxLinkItem* getHead() const { return head; }  ///< Null when the list is empty. View.
     /// Null when empty. Not the last link once appendListAt() has spliced a list
     /// in behind the last position.
     fxLinkItem* getTail() const { return tail; }
@@ -52,8 +55,9 @@ public:
 
     /// Puts the link at a position; behind everything from getCount() on.
     long insertAt(long index, fxLinkItem* link);
-    long insert(fxLinkItem* link) { return insertAt(0, link); }
-    long append(fxLinkItem* link) { return insertAt(count, link); }
+    long insert(fxLinkItem* link) { return insertAt(0, link); }      ///< At the front.
+    long append(fxLinkItem* link) { return insertAt(count, link); }  ///< At the end.
+    /// Behind the link at `index`.
     long appendAt(long index, fxLinkItem* link) { return insertAt(index + 1, link); }
 
     /// Takes the link out. Requires: it stands in this list.
@@ -74,7 +78,7 @@ public:
     /// Puts the whole chain of `other` before the link at a position. Answers
     /// the number of links moved.
     long insertListAt(long index, fxIndexableList* other);
-    long insertList(fxIndexableList* other) { return insertListAt(0, other); }
+    long insertList(fxIndexableList* other) { return insertListAt(0, other); }  ///< At the front.
     /// Puts the whole chain of `other` behind the link at a position, or at
     /// the end from getCount() on. Answers the new count.
     ///
@@ -82,20 +86,22 @@ public:
     /// and what goes by the tail (append(), positions near the end) stops short
     /// of what was spliced in behind it. To extend a list use appendList().
     long appendListAt(long index, fxIndexableList* other);
-    long appendList(fxIndexableList* other) { return appendListAt(count, other); }
+    long appendList(fxIndexableList* other) { return appendListAt(count, other); }  ///< At the end.
 
     // For range-for over the links; they may not be taken out meanwhile.
+    /// What the iterator gives for a link: the link.
     static fxLinkItem* linkOf(fxLinkItem* link) { return link; }
+    /// Goes over the links; none may be taken out meanwhile.
     typedef fxListIterator<fxLinkItem, fxLinkItem*, &fxIndexableList::linkOf> Iterator;
     Iterator begin() const { return Iterator(head); }
     Iterator end() const { return Iterator(nullptr); }
 
 protected:
-    fxLinkItem* head;
-    fxLinkItem* tail;
-    mutable long cachedIndex;
-    mutable fxLinkItem* cachedLink;  // null: nothing is remembered
-    long count;
+    fxLinkItem* head;                ///< The first link, or null.
+    fxLinkItem* tail;                ///< See getTail().
+    mutable long cachedIndex;        ///< Position of `cachedLink`.
+    mutable fxLinkItem* cachedLink;  ///< Null: nothing is remembered.
+    long count;                      ///< Number of links.
 
 private:
     void remember(long index, fxLinkItem* link) const;

@@ -34,7 +34,8 @@ public:
     /// The whole content, what was read already included: a view, good until
     /// the next write.
     const char* bytes() const { return base; }
-    size_t length() const { return contentBytes; }
+    size_t length() const { return contentBytes; }  ///< Number of bytes in bytes().
+    /// The same as bytes() and length().
     std::string_view view() const { return {base, contentBytes}; }
 
     /// Where the next read takes its first byte: in [0, length()].

@@ -30,7 +30,7 @@ public:
     /// space. It should end behind the name, because nameForAtom() answers it
     /// as it is.
     unsigned long makeAtom(const char* name, unsigned int len, int create);
-    unsigned long makeAtom(const char* name, int create);
+    unsigned long makeAtom(const char* name, int create);  ///< The same for a zero-terminated name.
 
     /// The same with a chosen number for an unknown name: aborts when `create`
     /// is set and the name space is *not* frozen. A number that another name
@@ -48,10 +48,10 @@ public:
     /// Forgets all names. The name space can be used again.
     void freeAllAtoms();
 
-    unsigned long getNoAtom() const { return noAtom; }
-    unsigned long getLastAtom() const { return lastAtom; }
-    unsigned long getCapacity() const { return capacity; }
-    int isFrozen() const { return frozen; }
+    unsigned long getNoAtom() const { return noAtom; }      ///< What stands for no name: 0.
+    unsigned long getLastAtom() const { return lastAtom; }  ///< The greatest number in use.
+    unsigned long getCapacity() const { return capacity; }  ///< Numbers that there is room for.
+    int isFrozen() const { return frozen; }  ///< Whether unknown names get no number.
 
 private:
     unsigned long internAtom(unsigned long atom, const char* name, unsigned int len, int create);

@@ -17,6 +17,7 @@
 FX_API void fxDumpNetwork(std::ostream& out, std::initializer_list<fxObj*> roots);
 
 template <class... Roots>
+/// The same for roots of any classes that derive from fxObj.
 inline void fxDumpNetwork(std::ostream& out, Roots*... roots) {
     fxDumpNetwork(out, std::initializer_list<fxObj*>{roots...});
 }

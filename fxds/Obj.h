@@ -57,22 +57,27 @@ public:
 
     // Properties.
 
+    ///@{
     /// The property with the tag, or null. `index`, when given, receives its
     /// position, or on a miss the position last looked at.
     fxProperty* findProperty(unsigned short tag, unsigned int* index = nullptr);
     fxProperty* findProperty(char const* name, unsigned int* index = nullptr);
+    ///@}
     // Each of these returns this object. What they let go of may run anybody's
     // code, which may change the properties again and destroy the object.
 
     /// Takes the property in (shared), in place of one with the same tag.
     fxObj* setProperty(fxProperty* property);
+    ///@{
     /// Lets go of the property; nothing when there is none.
     fxObj* removeProperty(unsigned short tag);
     fxObj* removeProperty(char const* name);
+    ///@}
     /// Lets go of all properties, in the order of their tags. The channels go
     /// with them.
     fxObj* removeAllProperties();
 
+    /// Channels included: their tables are two properties.
     unsigned int getNumberOfProperties() const;
     /// The property at `index`, in the order of tags; null when the object
     /// never had one. Requires: index < getNumberOfProperties() otherwise.
@@ -108,26 +113,35 @@ public:
     /// ignored. Messages already sent on it are still delivered.
     void removeOutput(char const* name);
 
+    ///@{
     /// The named channel, or null. View.
     fxInputChannel* getInput(char const* name);
     fxOutputChannel* getOutput(char const* name);
+    ///@}
     /// The named output if it carries values of this data type, or null.
     fxOutputChannel* getOutput(char const* name, unsigned short type);
 
+    ///@{
     /// Name to channel; null before the first channel. View.
     fxVoidPtrDict* getInputs();
     fxVoidPtrDict* getOutputs();
+    ///@}
 
+    ///@{
     /// The names of all channels, in the order of their bytes. Ask getInput(),
     /// getOutput() and the channel itself for the rest.
     fxStrArray getInputNames();
     fxStrArray getOutputNames();
+    ///@}
 
     // Sending. A null or unconnected output receives nothing. The type of the
     // value must be that of the output: nothing is converted here.
 
     /// Sends a boxed value, which is taken over: nobody else may hold it.
     static void sendData(fxOutputChannel* output, fxData* data, fxSendFlags how = fxSendQueued);
+    ///@{
+    /// Sends one value of the kind that the name tells; nothing is boxed when
+    /// it is sent at once.
     static void sendVoid(fxOutputChannel* output, fxSendFlags how = fxSendQueued);
     static void sendBool(fxOutputChannel* output, unsigned char value,
                          fxSendFlags how = fxSendQueued) {
@@ -145,18 +159,23 @@ public:
     static void sendDouble(fxOutputChannel* output, double value, fxSendFlags how = fxSendQueued) {
         send(output, value, how);
     }
+    ///@}
     /// Sends a copy of the text.
     static void sendCharPtr(fxOutputChannel* output, char const* text,
                             fxSendFlags how = fxSendQueued);
     /// Sends a copy of the string.
     static void sendStr(fxOutputChannel* output, const fxStr& value,
+                        ///@{
                         fxSendFlags how = fxSendQueued);
     static void sendStrArray(fxOutputChannel* output, const fxStrArray& value,
                              fxSendFlags how = fxSendQueued);
+    ///@}
 
+    ///@{
     /// What the "inputs" and "outputs" properties call on their tables.
     static void dt_input_dict(void* table);
     static void dt_output_dict(void* table);
+    ///@}
 
 private:
     static void muteInputs(fxVoidPtrDict& table);
@@ -185,6 +204,7 @@ private:
 template <class T>
 class fxOutput {
 public:
+    /// `channel_` may be null: what is sent goes nowhere then.
     explicit fxOutput(fxOutputChannel* channel_ = nullptr) : channel(channel_) {}
 
     /// Sends a value; for fxStr and const char* a copy of it.
@@ -194,8 +214,11 @@ public:
               std::enable_if_t<std::is_floating_point_v<V> && std::is_integral_v<T>, int> = 0>
     void send(V value, fxObj::fxSendFlags how = fxObj::fxSendQueued) const = delete;
 
+    ///@{
+    /// The channel, or null. View.
     fxOutputChannel* get() const { return channel; }
     operator fxOutputChannel*() const { return channel; }
+    ///@}
 
 private:
     fxOutputChannel* channel;
@@ -205,10 +228,15 @@ private:
 template <>
 class fxOutput<void> {
 public:
+    /// `channel_` may be null: what is sent goes nowhere then.
     explicit fxOutput(fxOutputChannel* channel_ = nullptr) : channel(channel_) {}
+    /// Tells everybody who is connected.
     void send(fxObj::fxSendFlags how = fxObj::fxSendQueued) const { fxObj::sendVoid(channel, how); }
+    ///@{
+    /// The channel, or null. View.
     fxOutputChannel* get() const { return channel; }
     operator fxOutputChannel*() const { return channel; }
+    ///@}
 
 private:
     fxOutputChannel* channel;

@@ -10,7 +10,7 @@ public:
     using fxStr::fxStr;
     using fxStr::operator=;
     fxPath() = default;
-    fxPath(const fxStr& str) : fxStr(str) {}
+    fxPath(const fxStr& str) : fxStr(str) {}  ///< A copy of the text.
 
     /// Sets `dir` to the directory part and `leaf` to the last component, which
     /// a trailing slash does not end: a/b/ is a and b, /usr is / and usr, and abc
@@ -19,8 +19,8 @@ public:
     /// complete parts.
     int split(fxPath* dir, fxPath* leaf) const;
 
-    fxPath leaf() const;
-    fxPath directory() const;
+    fxPath leaf() const;       ///< The last component, as split() finds it.
+    fxPath directory() const;  ///< What stands before the last component, as split() finds it.
 };
 
 #endif

@@ -16,16 +16,19 @@ class fxStrArray;
 /// property of the matching kind and do not change it.
 class FX_API fxProperty : public fxRCObj {
 public:
-    typedef void Destructor(void*);
+    typedef void Destructor(void*);  ///< What ends the life of an opaque pointer's target.
 
     /// The tag of no name at all.
     static constexpr unsigned short noTag = 65535;
 
+    ///@{
+    /// A boolean, long or double property.
     fxProperty(unsigned short tag, unsigned char value);
     fxProperty(unsigned short tag, long value);
     fxProperty(unsigned short tag, double value);
+    ///@}
     /// Keeps the pointer, not a copy. An owned text must come from
-    /// ::operator new (see fxCopyCharPtr()).
+    /// `operator new` (see fxCopyCharPtr()).
     fxProperty(unsigned short tag, char const* text, unsigned char owned);
     /// Keeps a copy of the string.
     fxProperty(unsigned short tag, fxStr const& value);
@@ -41,6 +44,7 @@ public:
     template <class B, std::enable_if_t<std::is_same_v<B, bool>, int> = 0>
     fxProperty(unsigned short tag_, B value_)
         : fxProperty(tag_, static_cast<unsigned char>(value_)) {}
+    /// A long property.
     fxProperty(unsigned short tag_, int value_) : fxProperty(tag_, static_cast<long>(value_)) {}
     fxProperty(const fxProperty&) = delete;
     fxProperty& operator=(const fxProperty&) = delete;
@@ -58,6 +62,7 @@ public:
     /// they were.
     static void destroyPropertyNames();
 
+    /// The number that names the property; see findTag().
     unsigned short getTag() const { return tag; }
     /// The name of the tag; null for a tag that was not allotted by a name.
     /// View, good until a name is added or the names are forgotten.
@@ -67,6 +72,10 @@ public:
     /// How the value is held: as getType(), but fxDT_DataPtr for a boxed value.
     unsigned short getKind() const { return type; }
 
+    ///@{
+    /// The value, taken as of this kind whatever it is. Pointers and references
+    /// are views, good until the value is set or the property goes. Requires:
+    /// getKind() is the kind asked for.
     unsigned char getAsBool() const;
     long getAsLong() const;
     double getAsDouble() const;
@@ -75,19 +84,24 @@ public:
     void* getAsVoidPtr() const;
     fxObj* getAsObjPtr() const;
     fxData* getAsData() const;
+    ///@}
     /// The destructor of an opaque pointer, or null.
     Destructor* getDestructor() const;
 
+    ///@{
+    /// Replaces the value; each treats its argument as the constructor of its
+    /// kind does. Requires: getKind() is this kind.
     void setAsBool(unsigned char value);
     void setAsLong(long value);
     void setAsDouble(double value);
     void setAsCharPtr(char const* text, unsigned char owned);
     void setAsStr(fxStr const& value);
     void setAsVoidPtr(void* pointer, Destructor* destructor);
+    ///@}
     /// The new target is held before the old one is let go, so setting what is
     /// already set changes nothing.
     void setAsObjPtr(fxObj* object);
-    void setAsData(fxData* data);
+    void setAsData(fxData* data);  ///< Shared, and held before the old value is let go.
 
     /// Lets go of the value. May be called again; it then does nothing.
     void cleanup();

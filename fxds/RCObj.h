@@ -18,7 +18,7 @@ public:
     fxRCObj& operator=(const fxRCObj&) { return *this; }
     virtual ~fxRCObj();
 
-    void take() { ++refCount; }
+    void take() { ++refCount; }  ///< Adds one holder.
 
     /// Destroys the object when this was the last holder.
     void release() {

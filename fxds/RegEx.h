@@ -12,11 +12,14 @@
 /// -1 of not found. One object belongs to one thread at a time.
 class FX_API fxRegEx : public fxTextPattern {
 public:
+    ///@{
+    /// Compiles the expression; one that is faulty or null shows in isValid().
     explicit fxRegEx(const char* pattern);
     explicit fxRegEx(const fxStr& pattern);
+    ///@}
     ~fxRegEx() override;
 
-    bool isValid() const { return compiled != nullptr; }
+    bool isValid() const { return compiled != nullptr; }  ///< Whether the expression compiled.
 
     /// Requires, as do the other two: `buf` is zero-terminated.
     int findBuffer(const char* buf, unsigned int len) const override;
@@ -36,8 +39,12 @@ private:
     fxregexp* compiled;  // malloc() block
 };
 
-/// True when `s` contains one of `.+*^$(){}[]`, that is, when it was likely
-/// meant as an expression. `|`, `?` and backslash alone do not count.
+/// True when `s` was likely meant as an expression, that is, when it contains
+/// one of these characters:
+///
+///     . + * ^ $ ( ) { } [ ]
+///
+/// Bars, question marks and backslashes alone do not count.
 FX_API bool fxIsRegEx(const char* s);
 
 #endif

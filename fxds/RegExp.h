@@ -14,10 +14,12 @@
 /// loop's way back) and an operand, which for text and sets is zero-terminated.
 /// What the matcher prepared for itself follows the program in the same block.
 struct fxregexp {
+    ///@{
     /// Start and end of the last match and of its groups 1 to 9: views into the
     /// subject, null for a group that took no part and after a failed match.
     const char* startp[10];
     const char* endp[10];
+    ///@}
     char regstart;                ///< A byte that every match begins with, or 0.
     char reganch;                 ///< Not 0 when a match can only be at the very start.
     unsigned short programSize_;  ///< In what would be padding: moves no other field.

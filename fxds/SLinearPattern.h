@@ -16,6 +16,7 @@ class FX_API fxSLinearPattern : public fxTextPattern {
 public:
     /// Copies the `len` bytes at `s`; `len` 0 stands for strlen(s).
     fxSLinearPattern(const char* s, unsigned int len);
+    /// The same for a whole string; an empty one is the empty pattern.
     explicit fxSLinearPattern(const fxStr& s);
     ~fxSLinearPattern() override;
 

@@ -21,15 +21,17 @@ public:
     fxSearchList(const fxSearchList&) = default;
     fxSearchList& operator=(const fxSearchList&) = default;
 
-    // Views of the two texts.
-
+    ///@{
+    /// Views of the two texts.
     const char* searchList() const { return searchListText; }
     const char* regexp() const { return regexpText; }
+    ///@}
 
-    // These compute the list again when the texts differ from the present ones.
-
+    ///@{
+    /// These compute the list again when the texts differ from the present ones.
     void searchList(const char* list);
     void regexp(const char* expression);
+    ///@}
     /// Sets both and computes the list at most once.
     void searchCriteria(const char* list, const char* expression);
 

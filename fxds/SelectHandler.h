@@ -20,9 +20,9 @@ public:
     /// another one, from within any of its functions.
     ~fxSelectHandler() override;
 
-    const char* className() const override = 0;
+    const char* className() const override = 0;  ///< The name of the deriving class.
 
-    int getFd() const { return fd; }
+    int getFd() const { return fd; }  ///< Negative when there is none.
 
     /// Called in each poll() that finds something to read, or the end, at the
     /// descriptor. What is left unread is found again by the next one.
@@ -38,12 +38,14 @@ protected:
     explicit fxSelectHandler(int fd_ = -1, fxBool wantRead_ = 0, fxBool wantWrite_ = 0,
                              fxBool wantException_ = 0);
 
-    int fd;
-    // What to wait for. After a change register the handler again: only then
-    // does the executive look.
+    int fd;  ///< The descriptor, which the destructor closes unless it is negative.
+    ///@{
+    /// What to wait for. After a change register the handler again: only then
+    /// does the executive look.
     unsigned char wantRead;
     unsigned char wantWrite;
     unsigned char wantException;
+    ///@}
 
     friend class fxExec;
 };

@@ -6,8 +6,8 @@
 
 /// The sequence numbers [start, start + length).
 struct fxSeqRange {
-    unsigned int start;
-    unsigned int length;
+    unsigned int start;   ///< First number.
+    unsigned int length;  ///< How many numbers.
 };
 
 /// An array of ranges. It cannot be transcribed: xdr() moves nothing.

@@ -11,16 +11,19 @@ class fxSetIter;
 class fxTmpSet;
 
 /// One element of a set: `element` is a block with the key.
+/// One element, in the chain of its bucket.
 class FX_API fxSetBucket : public fxHashNode<fxSetBucket> {
 public:
     using fxHashNode::fxHashNode;
 };
 
+/// The chains.
 class FX_API fxSetBuckets : public fxTypedArray<fxSetBuckets, fxSetBucket*, fxZeroFilledArray> {
 public:
     using fxTypedArray::fxTypedArray;
 };
 
+/// The iterators that walk a set.
 class FX_API fxSetIters : public fxTypedArray<fxSetIters, fxSetIter*, fxZeroFilledArray> {
 public:
     using fxTypedArray::fxTypedArray;
@@ -43,7 +46,7 @@ public:
 
     /// Null when there is no current element. A view: good until it goes.
     void* getKey() const { return node == nullptr || moved ? nullptr : node->element; }
-    const void* key() const { return getKey(); }
+    const void* key() const { return getKey(); }  ///< The same, unchangeable.
 
     bool notDone() const { return node != nullptr; }
     explicit operator bool() const { return notDone(); }
@@ -76,7 +79,7 @@ public:
     /// As many chains as the source, which come out reversed. The elements are
     /// copied with the hooks of `source`.
     fxSet(const fxSet& source);
-    fxSet(const fxTmpSet& source);
+    fxSet(const fxTmpSet& source);  ///< Takes the elements over; see fxTmpSet.
     /// Destroys all elements, then becomes like `other`: key size, number of
     /// chains and elements, each chain reversed. Assigning a set to itself does
     /// nothing. Iterators over this set end.
@@ -92,6 +95,7 @@ public:
 
     /// Adds a copy of the key, unless an equal one is there, which stays.
     void add(const void* key);
+    /// Whether an equal key is there.
     bool contains(const void* key) const { return find(key) != nullptr; }
     /// The stored key that is equal to `key`, or null. A view: good until the
     /// element goes. Do not change what makes it equal.
@@ -99,20 +103,22 @@ public:
     /// Destroys the element, if it is there.
     void remove(const void* key);
 
-    // Union, intersection and difference in place. Iterators that stand on an
-    // element which goes are moved on. `other` may be this set.
-    // Requires: equal keys sizes and hooks.
-
+    ///@{
+    /// Union, intersection and difference in place. Iterators that stand on an
+    /// element which goes are moved on. `other` may be this set.
+    /// Requires: equal keys sizes and hooks.
     void operator|=(const fxSet& other);
     void operator&=(const fxSet& other);
     void operator-=(const fxSet& other);
+    ///@}
 
-    // Not supported: each prints a line to standard output and aborts. Copy a
-    // set and use the operators above.
-
+    ///@{
+    /// Not supported: each prints a line to standard output and aborts. Copy a
+    /// set and use the operators above.
     [[noreturn]] fxTmpSet operator|(const fxSet& other) const;
     [[noreturn]] fxTmpSet operator&(const fxSet& other) const;
     [[noreturn]] fxTmpSet operator-(const fxSet& other) const;
+    ///@}
 
     fxSetIter begin() const;
     fxHashEnd end() const { return {}; }
@@ -123,7 +129,7 @@ public:
 
     // The registry of iterators, which they look after themselves.
 
-    void addIter(fxSetIter* iter);
+    void addIter(fxSetIter* iter);  ///< Enters the iterator (borrowed) with its set.
     /// Removes the first registration of `iter`, if any.
     void removeIter(fxSetIter* iter);
     /// Moves the iterators that stand on `node` to its successor.
@@ -148,12 +154,12 @@ protected:
     /// answer a search that has their own hooks built in, unless a subclass may
     /// have overridden them.
     typedef fxHashFinder<fxSet, fxSetBucket> Finder;
-    virtual Finder* finder() const;
+    virtual Finder* finder() const;  ///< See Finder. Borrowed for good.
 
-    fxSetBuckets buckets;  // the first node of each chain, or null
-    unsigned int count;    // elements
-    unsigned int keySize;  // bytes of a stored key
-    fxSetIters iters;      // the iterators that walk here, borrowed
+    fxSetBuckets buckets;  ///< The first node of each chain, or null.
+    unsigned int count;    ///< Number of elements.
+    unsigned int keySize;  ///< Bytes of a stored key.
+    fxSetIters iters;      ///< The iterators that walk here, borrowed.
 
 private:
     friend struct fxHashCore<fxSet>;
@@ -170,7 +176,7 @@ private:
 /// is empty.
 class FX_API fxTmpSet : public fxSet {
 public:
-    fxTmpSet(const fxSet& source);
+    fxTmpSet(const fxSet& source);  ///< A copy of the elements' bytes.
     fxTmpSet(const fxTmpSet&) = default;
     fxTmpSet& operator=(const fxTmpSet&) = default;
     ~fxTmpSet() override;

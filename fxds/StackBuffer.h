@@ -22,6 +22,7 @@ public:
     /// Start of the content; a view, good until the next byte is added.
     const char* getBase() const { return base; }
     unsigned int length() const { return static_cast<unsigned int>(next - base); }
+    /// Bytes that there is room for without growing.
     unsigned int capacity() const { return static_cast<unsigned int>(end - base); }
     bool isEmpty() const { return next == base; }
     std::string_view view() const { return {base, length()}; }  ///< View of the content.

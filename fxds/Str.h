@@ -44,22 +44,26 @@ public:
     fxStr(const char* s);
     /// Exactly the `n` bytes at `s`, zero bytes included.
     fxStr(const char* s, unsigned int n);
-    explicit fxStr(std::string_view text);
+    explicit fxStr(std::string_view text);  ///< The bytes of the view, zero bytes included.
     fxStr(const fxStr& other);
-    fxStr(fxStr&& other) noexcept  // leaves `other` empty
+    /// Takes over the text and leaves `other` empty.
+    fxStr(fxStr&& other) noexcept
         : slength(std::exchange(other.slength, 1U)),
           data(std::exchange(other.data, &emptyString)) {}
-    fxStr(const fxTempStr& text);
+    fxStr(const fxTempStr& text);  ///< The text that a concatenation has built.
+    ///@{
     /// `v` formatted as printf() would with `fmt`, or with "%d", "%g" and "%lg"
     /// when `fmt` is null. Results of any length are supported.
     fxStr(int v, const char* fmt);
     fxStr(float v, const char* fmt);
     fxStr(double v, const char* fmt);
+    ///@}
     ~fxStr() { dropBlock(); }
 
     fxStr& operator=(const fxStr& other);
-    fxStr& operator=(fxStr&& other) noexcept;
-    fxStr& operator=(const char* s);  ///< Null is the empty text.
+    fxStr& operator=(fxStr&& other) noexcept;  ///< Leaves `other` empty.
+    fxStr& operator=(const char* s);           ///< Null is the empty text.
+    /// The bytes of the view, which may lie in this string.
     fxStr& operator=(std::string_view text);
     fxStr& operator=(const fxTempStr& text);
 
@@ -67,15 +71,20 @@ public:
 
     unsigned int length() const { return slength - 1; }  ///< Without the terminator.
     bool isEmpty() const { return slength == 1; }
+    ///@{
+    /// The text: a pointer to zero-terminated bytes, or a view that knows the
+    /// length.
     const char* c_str() const { return data; }
     operator const char*() const { return data; }
     std::string_view view() const { return {data, length()}; }
+    ///@}
 
     char* begin() { return data; }
     char* end() { return data + length(); }
     const char* begin() const { return data; }
     const char* end() const { return data + length(); }
 
+    ///@{
     /// The byte at `index`; the terminator, which must stay zero, at length().
     /// A template, because with overloads for some integer types the others
     /// would be ambiguous next to the conversion to a pointer.
@@ -89,16 +98,21 @@ public:
         FX_ASSERT(static_cast<size_t>(index) < slength);
         return data[index];
     }
+    ///@}
 
     // Editing.
 
+    ///@{
     /// Appends the `n` bytes at `s`. As in every operation that takes a text
     /// and a count, `n` = 0 stands for strlen(s).
     void append(const char* s, unsigned int n = 0);
     void append(char c);
+    ///@}
+    ///@{
     /// Inserts the `n` bytes at `s` before position `pos`.
     void insert(const char* s, unsigned int pos = 0, unsigned int n = 0);
     void insert(char c, unsigned int pos = 0);
+    ///@}
     /// Removes `n` bytes at `start`. Everything goes when `n` is the whole
     /// length or more, wherever `start` is.
     void remove(unsigned int start, unsigned int n = 1);
@@ -118,37 +132,46 @@ public:
 
     // Extraction.
 
-    fxStr extract(unsigned int start, unsigned int n) const;
-    fxStr head(unsigned int n) const;  ///< The first `n` bytes.
-    fxStr tail(unsigned int n) const;  ///< The last `n` bytes.
-    fxStr copy() const;
+    fxStr extract(unsigned int start, unsigned int n) const;  ///< The `n` bytes at `start`.
+    fxStr head(unsigned int n) const;                         ///< The first `n` bytes.
+    fxStr tail(unsigned int n) const;                         ///< The last `n` bytes.
+    fxStr copy() const;                                       ///< The same as copying.
+    ///@{
     /// Without the bytes of `set` at both ends; empty when nothing else is there.
     fxStr trim(const char* set = " \t\n\r\v\f") const;
     fxStr trimRight(const char* set = " \t\n\r\v\f") const;
+    ///@}
 
-    // Searches. The forward ones return an index in [pos, length()], where
-    // length() means that there is none. The backward ones look at the bytes
-    // before `pos` and return the found index plus one, or 0. So each result is
-    // the end of a run as it stands.
-
+    ///@{
+    /// Searches. The forward ones return an index in [pos, length()], where
+    /// length() means that there is none. The backward ones look at the bytes
+    /// before `pos` and return the found index plus one, or 0. So each result is
+    /// the end of a run as it stands.
     unsigned int next(unsigned int pos, char c) const;
     unsigned int next(unsigned int pos, const char* set, unsigned int n = 0) const;
     unsigned int nextR(unsigned int pos, char c) const;
     unsigned int nextR(unsigned int pos, const char* set, unsigned int n = 0) const;
+    ///@}
+    ///@{
     /// As next() and nextR(), for the first byte that is not `c` or not in `set`.
     unsigned int skip(unsigned int pos, char c) const;
     unsigned int skip(unsigned int pos, const char* set, unsigned int n = 0) const;
     unsigned int skipR(unsigned int pos, char c) const;
     unsigned int skipR(unsigned int pos, const char* set, unsigned int n = 0) const;
+    ///@}
 
+    ///@{
     /// Returns the text from `pos` to the next delimiter and moves `pos` past
     /// the run of delimiters that follows it.
     fxStr token(unsigned int& pos, char c) const;
     fxStr token(unsigned int& pos, const char* set, unsigned int n = 0) const;
+    ///@}
+    ///@{
     /// The mirror image: the text between the last delimiter before `pos` and
     /// `pos`, which moves back over the run of delimiters.
     fxStr tokenR(unsigned int& pos, char c) const;
     fxStr tokenR(unsigned int& pos, const char* set, unsigned int n = 0) const;
+    ///@}
 
     // Hashing and formatting.
 
@@ -157,12 +180,14 @@ public:
     /// 0 for the empty string.
     unsigned long hash() const;
 
+    ///@{
     /// Replaces the text with what printf() would write, up to the first zero
     /// byte of that, and returns the new `slength` (the text length plus one).
     /// The string may be among its own arguments. What printf() cannot write
     /// (more than INT_MAX bytes, an invalid wide character) leaves it empty.
     unsigned int format(const char* fmt, ...) __attribute__((format(printf, 2, 3)));
     unsigned int vformat(const char* fmt, va_list arguments) __attribute__((format(printf, 2, 0)));
+    ///@}
 
     /// strlen(s), 0 for null. Fatal beyond 4 GiB.
     static unsigned int textLength(const char* s) {
@@ -215,13 +240,16 @@ extern FX_API fxTypeObj fxStr_type;
 static_assert(sizeof(fxStr) == 16 && std::is_standard_layout_v<fxStr>,
               "strings are kept in arrays by their bytes");
 
+///@{
 /// strcmp() of the texts: the comparison ends at the first zero byte. A null
 /// `char const*` counts as the empty text, here and in all the operators.
 FX_API int compare(char const* a, char const* b);
 inline int compare(fxStr const& a, fxStr const& b) { return std::strcmp(a.data, b.data); }
 inline int compare(fxStr const& a, char const* b) { return compare(a.data, b); }
 inline int compare(char const* a, fxStr const& b) { return compare(a, b.data); }
+///@}
 
+///@{
 /// Ordered as compare() orders.
 inline bool operator<(const fxStr& a, const fxStr& b) { return compare(a, b) < 0; }
 inline bool operator<(const fxStr& a, const char* b) { return compare(a, b) < 0; }
@@ -235,7 +263,9 @@ inline bool operator>(const char* a, const fxStr& b) { return compare(a, b) > 0;
 inline bool operator>=(const fxStr& a, const fxStr& b) { return compare(a, b) >= 0; }
 inline bool operator>=(const fxStr& a, const char* b) { return compare(a, b) >= 0; }
 inline bool operator>=(const char* a, const fxStr& b) { return compare(a, b) >= 0; }
+///@}
 
+///@{
 /// Equal in length and in every byte, so zero bytes within the text count here.
 inline bool operator==(const fxStr& a, const fxStr& b) {
     return a.slength == b.slength && std::memcmp(a.data, b.data, a.slength) == 0;
@@ -245,7 +275,9 @@ inline bool operator==(const char* a, const fxStr& b) { return b == a; }
 inline bool operator!=(const fxStr& a, const fxStr& b) { return !(a == b); }
 inline bool operator!=(const fxStr& a, const char* b) { return !(a == b); }
 inline bool operator!=(const char* a, const fxStr& b) { return !(b == a); }
+///@}
 
+///@{
 /// Concatenation (see TempStr.h). A null `const char*` counts as the empty text.
 inline fxTempStr operator|(const fxStr& a, const fxStr& b) {
     return fxTempStr(a.data, a.length(), b.data, b.length());
@@ -256,7 +288,9 @@ inline fxTempStr operator|(const fxStr& a, const char* b) {
 inline fxTempStr operator|(const char* a, const fxStr& b) {
     return fxTempStr(a, fxStr::textLength(a), b.data, b.length());
 }
+///@}
 
+///@{
 /// Appends to `a` itself and returns it: `a` is the accumulator, although it
 /// is taken by constant reference so that a temporary can be bound to it.
 /// Requires: `a` was not defined as a constant object.
@@ -266,6 +300,7 @@ inline fxTempStr& operator|(const fxTempStr& a, const fxStr& b) {
 inline fxTempStr& operator|(const fxTempStr& a, const char* b) {
     return const_cast<fxTempStr&>(a).concat(b, fxStr::textLength(b));
 }
+///@}
 
 /// Writes the text up to its first zero byte.
 FX_API std::ostream& operator<<(std::ostream& out, const fxStr& str);
@@ -281,10 +316,12 @@ FX_API std::istream& operator>>(std::istream& in, fxStr& str);
 /// do. Also as a manipulator: `in >> _delimiter(',') >> item`.
 FX_API std::istream& _delimiter(std::istream& in, char c);
 
+/// What `in >> _delimiter(c)` hands over.
 struct fxDelimiter {
-    char c;
+    char c;  ///< The byte that ends an item.
 };
-inline fxDelimiter _delimiter(char c) { return {c}; }
+inline fxDelimiter _delimiter(char c) { return {c}; }  ///< The manipulator form.
+/// Sets the delimiter; see _delimiter().
 inline std::istream& operator>>(std::istream& in, fxDelimiter delimiter) {
     return _delimiter(in, delimiter.c);
 }
@@ -293,6 +330,7 @@ namespace std {
 /// Over the whole text, unlike fxStr::hash().
 template <>
 struct hash<fxStr> {
+    /// Equal texts hash equal.
     size_t operator()(const fxStr& str) const noexcept { return hash<string_view>()(str.view()); }
 };
 }  // namespace std

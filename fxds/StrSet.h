@@ -11,7 +11,7 @@
 ///     for (const fxStr& name : names) std::cout << name << '\n';
 class FX_API fxStrSet : public fxTypedSet<fxStr> {
 public:
-    explicit fxStrSet(unsigned int nBuckets = 0);
+    explicit fxStrSet(unsigned int nBuckets = 0);  ///< `nBuckets` chains; 0 stands for 31.
     explicit fxStrSet(fxTypeObj& type);
     fxStrSet(const fxStrSet&) = default;
     fxStrSet& operator=(const fxStrSet&) = default;
@@ -30,6 +30,7 @@ protected:
     Finder* finder() const override;
 };
 
+/// Walks an fxStrSet.
 class FX_API fxStrSetIter : public fxTypedSetIter<fxStr> {
 public:
     using fxTypedSetIter::fxTypedSetIter;

@@ -7,6 +7,7 @@
 /// Maps texts to texts. A default value is the empty text.
 class FX_API fxStrStrDictionary : public fxTypedDictionary<fxStr, fxStr> {
 public:
+    /// `nBuckets` chains; 0 stands for 31.
     explicit fxStrStrDictionary(unsigned int nBuckets = 0);
     explicit fxStrStrDictionary(fxTypeObj& type);
     fxStrStrDictionary(const fxStrStrDictionary&) = default;
@@ -27,6 +28,7 @@ protected:
     Finder* finder() const override;
 };
 
+/// Walks an fxStrStrDictionary.
 class FX_API fxStrStrDictionaryIter : public fxTypedDictIter<fxStr, fxStr> {
 public:
     using fxTypedDictIter::fxTypedDictIter;

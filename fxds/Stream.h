@@ -22,25 +22,33 @@ public:
     fxStream& operator=(const fxStream&) = delete;
     ~fxStream() override;
 
-    virtual bool hasError() = 0;   ///< Whether the stream could not be opened.
-    virtual bool atEOF() = 0;      ///< Whether the end is known to be reached.
-    virtual bool isReading() = 0;  ///< Whether the stream may be read from.
-    virtual bool isWriting() = 0;  ///< Whether the stream may be written to.
-    virtual fxStreamType getType() = 0;
+    virtual bool hasError() = 0;         ///< Whether the stream could not be opened.
+    virtual bool atEOF() = 0;            ///< Whether the end is known to be reached.
+    virtual bool isReading() = 0;        ///< Whether the stream may be read from.
+    virtual bool isWriting() = 0;        ///< Whether the stream may be written to.
+    virtual fxStreamType getType() = 0;  ///< Which way it goes, also when it could not be opened.
 
+    ///@{
+    /// Takes the next `count` elements. False when the stream ends or fails
+    /// first, or is not to be read.
     virtual bool getBytes(char* bytes, unsigned int count) = 0;
     virtual bool getShorts(short* shorts, unsigned int count) = 0;
     virtual bool getInts(int* ints, unsigned int count) = 0;
     virtual bool getLongs(long* longs, unsigned int count) = 0;
     virtual bool getFloats(float* floats, unsigned int count) = 0;
     virtual bool getDoubles(double* doubles, unsigned int count) = 0;
+    ///@}
 
+    ///@{
+    /// Hands `count` elements over. False when not all were taken, or the
+    /// stream is not to be written.
     virtual bool putBytes(const char* bytes, unsigned int count) = 0;
     virtual bool putShorts(const short* shorts, unsigned int count) = 0;
     virtual bool putInts(const int* ints, unsigned int count) = 0;
     virtual bool putLongs(const long* longs, unsigned int count) = 0;
     virtual bool putFloats(const float* floats, unsigned int count) = 0;
     virtual bool putDoubles(const double* doubles, unsigned int count) = 0;
+    ///@}
 };
 
 #endif

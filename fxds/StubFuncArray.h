@@ -4,7 +4,7 @@
 
 #include "fxds/TypedArray.h"
 
-typedef void (*fxStubFunc)();
+typedef void (*fxStubFunc)();  ///< A function without arguments and result.
 
 /// An array of functions. It cannot be transcribed: xdr() moves nothing.
 class FX_API fxStubFuncArray : public fxTypedArray<fxStubFuncArray, fxStubFunc> {

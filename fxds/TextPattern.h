@@ -26,13 +26,14 @@ public:
     /// it, `end` 0 when there is none.
     virtual void bracketBuffer(const char* buf, unsigned int len, int& start, int& end) const = 0;
 
-    // The same for a whole string.
-
+    ///@{
+    /// The same for a whole string.
     int find(const fxStr& text) const { return findBuffer(text, text.length()); }
     int findEnd(const fxStr& text) const { return findEndBuffer(text, text.length()); }
     void bracket(const fxStr& text, int& start, int& end) const {
         bracketBuffer(text, text.length(), start, end);
     }
+    ///@}
 };
 
 #endif

@@ -23,7 +23,8 @@ public:
     /// Stops the timer.
     ~fxTimer() override;
 
-    float getInterval() const { return interval; }
+    float getInterval() const { return interval; }  ///< In seconds; see setInterval().
+    /// Whether it waits for its time. Not during its own tick.
     bool isActive() const { return active != 0; }
 
     /// The seconds from start to tick, from the next start on. Negative values

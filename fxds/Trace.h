@@ -21,6 +21,7 @@ class fxTracedValue {
 public:
     fxTracedValue() : type(fxDT_void), value(nullptr) {}
     template <class T>
+    /// Borrows the value for the call that it is handed to.
     explicit fxTracedValue(const T& value_) : type(typeOf(&value_, 0)), value(&value_) {}
 
     unsigned short type;  ///< Of the C++ type, which the channel's need not be.
@@ -69,15 +70,16 @@ public:
     /// counts. Null and "" switch tracing off.
     static bool enable(const char* words);
 
+    /// Whether any of the kinds is traced.
     static bool isOn(unsigned int kinds) { return (fx_traceKinds & kinds) != 0; }
 
     /// Sends all lines to `sink` with `closure`, both borrowed; null brings
     /// back standard error, where each line is written at once and in one piece.
     static void setSink(Sink* sink, void* closure);
 
-    // What the library writes; each writes nothing when its kind is off, and
-    // only looks at what it is given. `how` is an fxObj::fxSendFlags.
-
+    ///@{
+    /// What the library writes; each writes nothing when its kind is off, and
+    /// only looks at what it is given. `how` is an fxObj::fxSendFlags.
     [[gnu::cold]] static void sending(const fxOutputChannel& output, const fxTracedValue& value);
     [[gnu::cold]] static void sending(const fxOutputChannel& output, fxData* data, int how);
     [[gnu::cold]] static void delivering(fxInputChannel& input, const fxTracedValue& value);
@@ -87,6 +89,7 @@ public:
     [[gnu::cold]] static void timer(const char* what, const fxObj& timer, double seconds);
     [[gnu::cold, gnu::format(printf, 1, 2)]] static void phase(const char* format, ...);
     [[gnu::cold]] static void dying(const fxObj& object);
+    ///@}
 };
 
 #endif

@@ -32,6 +32,7 @@ public:
     /// Makes a reader for a stream whose header named it: the stream, the
     /// short mark, the long mark and the float-format name of the header.
     typedef fxTranscriber* ReaderFactory(fxStream*, short, long, const char*);
+    /// Makes a writer on a stream, without writing anything.
     typedef fxTranscriber* WriterFactory(fxStream*);
 
     fxTranscriber(const fxTranscriber&) = delete;
@@ -44,7 +45,8 @@ public:
     /// before. Record numbers go on, so the reader of the stream needs no reset.
     virtual void reset() = 0;
 
-    // Arrays of `count` values in place.
+    ///@{
+    /// Arrays of `count` values in place.
     virtual bool xdr(char*, unsigned int count) = 0;
     virtual bool xdr(unsigned char*, unsigned int count) = 0;
     virtual bool xdr(short*, unsigned int count) = 0;
@@ -54,12 +56,14 @@ public:
     virtual bool xdr(float*, unsigned int count) = 0;
     virtual bool xdr(double*, unsigned int count) = 0;
     virtual bool xdr(fxStr*, unsigned int count) = 0;
+    ///@}
 
-    // Pointers to separately allocated arrays of `count` values. A reader
-    // allocates them with malloc() and gives them to the holder of the pointer.
-    // Pointers that were equal when they were written are equal when they are
-    // read: holders that share a block agree on who frees it. A null pointer can
-    // be written but not read back; fxXdrBlock() and fxXdrString() deal with it.
+    ///@{
+    /// Pointers to separately allocated arrays of `count` values. A reader
+    /// allocates them with malloc() and gives them to the holder of the pointer.
+    /// Pointers that were equal when they were written are equal when they are
+    /// read: holders that share a block agree on who frees it. A null pointer can
+    /// be written but not read back; fxXdrBlock() and fxXdrString() deal with it.
     virtual bool xdr(char**, unsigned int count) = 0;
     virtual bool xdr(unsigned char**, unsigned int count) = 0;
     virtual bool xdr(short**, unsigned int count) = 0;
@@ -68,10 +72,13 @@ public:
     virtual bool xdr(unsigned long**, unsigned int count) = 0;
     virtual bool xdr(float**, unsigned int count) = 0;
     virtual bool xdr(double**, unsigned int count) = 0;
+    ///@}
 
-    // Zero-terminated strings held by pointer; otherwise as above.
+    ///@{
+    /// Zero-terminated strings held by pointer; otherwise as above.
     virtual bool xdr(char**) = 0;
     virtual bool xdr(unsigned char**) = 0;
+    ///@}
 
     /// A reference to an object. `slot` is the address of the pointer field,
     /// `owner` the object that holds it (may be null), `declared` the record of
@@ -102,17 +109,19 @@ public:
     /// an object's transcription failed, or when the stream did.
     virtual bool writeObject(void* address, fxXDRObj* object) = 0;
 
-    virtual const char* className() const = 0;
+    virtual const char* className() const = 0;  ///< The name of the class, for people.
 
-    // n ints travel as n longs: the n ints one after the other, then 4n bytes
-    // of zeros. They reach the operation for long through a staged block, so
-    // nothing beside the ints themselves is read or changed. The pointer forms
-    // hand the same pointer to the operation for long; a transcriber that
-    // writes overrides them, because the blocks hold only 4n bytes.
+    ///@{
+    /// n ints travel as n longs: the n ints one after the other, then 4n bytes
+    /// of zeros. They reach the operation for long through a staged block, so
+    /// nothing beside the ints themselves is read or changed. The pointer forms
+    /// hand the same pointer to the operation for long; a transcriber that
+    /// writes overrides them, because the blocks hold only 4n bytes.
     virtual bool xdr(int*, unsigned int count);
     virtual bool xdr(unsigned int*, unsigned int count);
     virtual bool xdr(int**, unsigned int count);
     virtual bool xdr(unsigned int**, unsigned int count);
+    ///@}
 
     /// Tells a reader that the last places that it was given, as far as they
     /// lie in the `byteCount` bytes at `from`, are now at `to`. So a container
@@ -132,13 +141,16 @@ public:
         return false;
     }
 
-    // How many places a reader is to fill in later, and to forget all but the
-    // oldest `count` of them. The same exemption as for placesMoved().
+    ///@{
+    /// How many places a reader is to fill in later, and to forget all but the
+    /// oldest `count` of them. The same exemption as for placesMoved().
     virtual size_t placesNoted() const;
     virtual void forgetPlaces(size_t count);
+    ///@}
 
+    /// Whether it moves values from the stream to memory.
     bool isReading() const { return reading != 0; }
-    fxStream* getStream() const { return stream; }
+    fxStream* getStream() const { return stream; }  ///< Null when there is none. View.
 
     /// Ends the transcription of the object at `address`, which `succeeded` or
     /// not: the last thing that a record's function does. After a failure the
@@ -156,7 +168,7 @@ public:
     static fxTranscriber* makeDefaultWriter(fxStream*);
     /// Makes getWriter() use `factory`. Null is ignored.
     static void changeDefaultWriter(WriterFactory* factory);
-    static void resetToDefaultWriter();
+    static void resetToDefaultWriter();  ///< Makes getWriter() use makeDefaultWriter() again.
     /// Makes a writer and writes the header of the stream. Given: delete it.
     /// Null when the factory makes none or when the stream fails; in the latter
     /// case the writer is deleted, and with it a stream that nobody else holds.
@@ -171,21 +183,23 @@ protected:
     /// `heldStream` is shared and may be null, which fails every operation.
     fxTranscriber(fxStream* heldStream, bool isReader);
 
-    fxBool reading;
-    fxStream* stream;  // shared
+    fxBool reading;    ///< What isReading() answers.
+    fxStream* stream;  ///< Shared; null fails every operation.
 
-    // Not null while xdr(char**, count) is asked, by a string that is being
-    // read, for the text of that string (borrowed). Each string must get a block
-    // of its own. A reader that fills pointers in later takes the string by
-    // setting this to null, and hands it the block with fxStr::adopt(); until
-    // then the string is empty. A reader that fills in at once may ignore it.
+    /// Not null while xdr(char**, count) is asked, by a string that is being
+    /// read, for the text of that string (borrowed). Each string must get a block
+    /// of its own. A reader that fills pointers in later takes the string by
+    /// setting this to null, and hands it the block with fxStr::adopt(); until
+    /// then the string is empty. A reader that fills in at once may ignore it.
     fxStr* claimant = nullptr;
 
-    // What conclude() tells a reader about the object whose record's function
-    // has just run: it succeeded (the object, borrowed), or it failed.
+    ///@{
+    /// What conclude() tells a reader about the object whose record's function
+    /// has just run: it succeeded (the object, borrowed), or it failed.
     fxXDRObj* concluded = nullptr;
     bool hasFailed = false;
-    // More than 0 while a base part is transcribed: its end is not the object's.
+    ///@}
+    /// More than 0 while a base part is transcribed: its end is not the object's.
     unsigned int partDepth = 0;
 
 private:

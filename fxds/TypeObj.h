@@ -21,10 +21,11 @@ class fxVoidPtrDict;
 /// A record registers itself and is never unregistered, so it must be a global.
 class FX_API fxTypeObj {
 public:
-    typedef void* NewInstance(fxTypeObj&);
-    typedef void DeleteInstance(void*);
+    typedef void* NewInstance(fxTypeObj&);  ///< Makes an object of the record's type.
+    typedef void DeleteInstance(void*);     ///< Destroys an object of the record's type.
+    /// Writes or reads an object of the record's type.
     typedef fxBool Transcribe(void*, fxTranscriber&);
-    typedef void* Upcast(void*);
+    typedef void* Upcast(void*);  ///< Makes a pointer to a base from a pointer to the class.
 
     /// `name` is kept, not copied. `newInstance` and `deleteInstance` are null
     /// for a type that cannot be made by name.
@@ -43,9 +44,11 @@ public:
     /// Enters the record under its name; the last record of a name wins.
     static void registerType(fxTypeObj* type);
 
+    ///@{
     /// The record last registered under `name`, or null.
     static fxTypeObj* findType(const char* name);
     static fxTypeObj* findType(const fxStr& name);
+    ///@}
 
     /// Whether an object of this type may stand where a pointer to the class of
     /// `other` is declared: it is the same record, or that of a base at any
@@ -56,11 +59,11 @@ public:
     /// `other`. Requires: isA(other).
     void* upcast(void* object, const fxTypeObj& other) const;
 
-    const char* name;
-    unsigned int version;
-    NewInstance* newInstance;
-    DeleteInstance* deleteInstance;
-    Transcribe* xdr;
+    const char* name;                ///< Under which streams know the type. Borrowed.
+    unsigned int version;            ///< Readers refuse objects of another one.
+    NewInstance* newInstance;        ///< Null for a type that cannot be made by name.
+    DeleteInstance* deleteInstance;  ///< Null likewise.
+    Transcribe* xdr;                 ///< What transcribes the class's own part of an object.
 
     /// Name to record; null until the first registration, never destroyed.
     static fxVoidPtrDict* knownTypes;

@@ -27,7 +27,7 @@ class FX_API fxTypedArray : public Hooks {
     static_assert(sizeof(T) <= 0xFFFF);
 
 public:
-    fxTypedArray() : Hooks(itemBytes, 0U) {}
+    fxTypedArray() : Hooks(itemBytes, 0U) {}  ///< Empty; owns no block.
     /// Holds `count` default elements: unspecified ones in an array of numbers.
     explicit fxTypedArray(unsigned int count) : Hooks(itemBytes, count) {
         if (count != 0) Hooks::createElements(this->data, this->lengthBytes);
@@ -57,13 +57,15 @@ public:
     const T& operator[](unsigned int index) const {
         FX_ASSERT(index < length());
         return begin()[index];
-    }
+    }  ///< In elements.
 
     T* begin() { return reinterpret_cast<T*>(this->data); }
     T* end() { return begin() + length(); }
     const T* begin() const { return reinterpret_cast<const T*>(this->data); }
     const T* end() const { return begin() + length(); }
 
+    /// Copies `item`, which may lie in this array, to the end. For growth see
+    /// fxArray.
     void append(const T& item) {
         if constexpr (std::is_trivially_copyable_v<T>) {
             if (this->lengthBytes != this->maxBytes && !this->ownsElements) {
@@ -74,10 +76,13 @@ public:
         }
         fxArray::append(static_cast<const void*>(&item));
     }
+    /// Copies all elements of `other` to the end.
     void append(const Self& other) { fxArray::append(static_cast<const fxArray&>(other)); }
+    /// Copies `item` in before `index`.
     void insert(const T& item, unsigned int index) {
         fxArray::insert(static_cast<const void*>(&item), index);
     }
+    /// Copies all elements of `other` in before `index`.
     void insert(const Self& other, unsigned int index) {
         fxArray::insert(static_cast<const fxArray&>(other), index);
     }
@@ -92,17 +97,20 @@ public:
     Self cut(unsigned int start, unsigned int count) {
         return adopt(count, this->raw_cut(start, count));
     }
-    // Copies of a run, of the first and of the last `count` elements.
+    /// A copy of a run. Requires, here and below: it lies in the array.
     Self extract(unsigned int start, unsigned int count) const {
         return adopt(count, this->raw_extract(start, count));
     }
+    /// The first `count` elements, copied.
     Self head(unsigned int count) const { return adopt(count, this->raw_head(count)); }
+    /// The last `count` elements, copied.
     Self tail(unsigned int count) const { return adopt(count, this->raw_tail(count)); }
 
+    /// The name of the family: "ARRAY" for all of them.
     const char* className() const override { return "ARRAY"; }
 
 protected:
-    static constexpr unsigned short itemBytes = sizeof(T);
+    static constexpr unsigned short itemBytes = sizeof(T);  ///< Bytes of one element.
 
 private:
     static Self adopt(unsigned int count, void* block) {
@@ -120,6 +128,7 @@ public:
 
     fxTypeObj* getTypeObj() const override { return &record; }
 
+    /// Writes the elements, or replaces them with those read.
     fxBool xdr(fxTranscriber& transcriber) override {
         unsigned int byteCount = 0;
         return this->xdrSizes(transcriber, byteCount) &&
@@ -137,6 +146,7 @@ public:
     }
 
 protected:
+    /// One run of elements, on its way through xdrElements().
     static bool xdrInPlace(fxTranscriber& transcriber, void* at, unsigned int count) {
         return transcriber.xdr(static_cast<T*>(at), count);
     }
@@ -147,9 +157,11 @@ protected:
 template <class T>
 class FX_API fxOwningArray : public fxArray {
 public:
+    /// As fxArray, with hooks for the elements.
     fxOwningArray(unsigned short itemBytes, unsigned int count) : fxArray(itemBytes, count) {
         own();
     }
+    /// Adopts `block`, likewise.
     fxOwningArray(unsigned int itemBytes, unsigned int byteCount, void* block)
         : fxArray(itemBytes, byteCount, block) {
         own();

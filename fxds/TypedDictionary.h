@@ -25,8 +25,9 @@ class FX_API fxTypedDictionary : public fxTypedKeys<Key, fxDictionary> {
     typedef fxTypedKeys<Key, fxDictionary> Keys;
 
 public:
-    typedef fxTypedDictIter<Key, Value> Iter;
+    typedef fxTypedDictIter<Key, Value> Iter;  ///< What begin() gives.
 
+    /// `nBuckets` chains; 0 stands for 31.
     explicit fxTypedDictionary(unsigned int nBuckets = 0)
         : Keys(sizeof(Key), sizeof(Value), nBuckets) {}
     explicit fxTypedDictionary(fxTypeObj& type) : Keys(type) {
@@ -34,6 +35,7 @@ public:
         this->valueSize = sizeof(Value);
     }
     fxTypedDictionary(const fxTypedDictionary&) = default;
+    /// Merges, as fxDictionary does.
     fxTypedDictionary& operator=(const fxTypedDictionary& other) {
         Keys::operator=(other);
         return *this;
@@ -49,9 +51,10 @@ public:
     /// The value stored under the key, which is added with a default value
     /// when it is missing.
     Value* findCreate(const Key& key) { return static_cast<Value*>(Keys::findCreate(&key)); }
-    Value& operator[](const Key& key) { return *findCreate(key); }
+    Value& operator[](const Key& key) { return *findCreate(key); }  ///< As findCreate().
+    /// Whether an equal key is there.
     bool contains(const Key& key) const { return find(key) != nullptr; }
-    void remove(const Key& key) { Keys::remove(&key); }
+    void remove(const Key& key) { Keys::remove(&key); }  ///< Destroys the entry, if there is one.
     /// Takes the value out; see fxDictionary::cut() for what is to be done
     /// with the block.
     Value* cut(const Key& key) { return static_cast<Value*>(Keys::cut(&key)); }
@@ -66,6 +69,7 @@ protected:
     void createValue(void* to) const override {
         if (to != nullptr) new (to) Value();
     }
+    /// Fails: a subclass says how its values travel.
     bool xdrValue(fxTranscriber&, void*) override { return false; }
 };
 
@@ -73,9 +77,10 @@ protected:
 template <class Key, class Value>
 class FX_API fxTypedDictIter : public fxDictIter {
 public:
-    typedef fxTypedDictionary<Key, Value> Dictionary;
+    typedef fxTypedDictionary<Key, Value> Dictionary;  ///< What it walks.
 
     fxTypedDictIter() = default;
+    /// Stands on the first entry.
     fxTypedDictIter(Dictionary& dictionary) : fxDictIter(dictionary) {}
     /// Requires: not null.
     fxTypedDictIter(Dictionary* dictionary) : fxDictIter(*dictionary) {}
@@ -83,11 +88,13 @@ public:
 
     /// Requires: a current entry (see fxDictIter).
     const Key& key() const { return *static_cast<const Key*>(getKey()); }
+    /// Requires: a current entry.
     Value& value() const { return *static_cast<Value*>(getValue()); }
 
+    /// What range-for gives: views, good until the entry goes.
     struct Entry {
-        const Key& key;
-        Value& value;
+        const Key& key;  ///< Not to be changed in what makes it equal.
+        Value& value;    ///< May be changed.
     };
     Entry operator*() const { return {key(), value()}; }
 };

@@ -17,11 +17,13 @@ class FX_API fxTypedSet : public fxTypedKeys<Key, fxSet> {
     typedef fxTypedKeys<Key, fxSet> Keys;
 
 public:
-    typedef fxTypedSetIter<Key> Iter;
+    typedef fxTypedSetIter<Key> Iter;  ///< What begin() gives.
 
+    /// `nBuckets` chains; 0 stands for 31.
     explicit fxTypedSet(unsigned int nBuckets = 0) : Keys(sizeof(Key), nBuckets) {}
     explicit fxTypedSet(fxTypeObj& type) : Keys(type) { this->keySize = sizeof(Key); }
     fxTypedSet(const fxTypedSet&) = default;
+    /// Becomes like `other`, as fxSet does.
     fxTypedSet& operator=(const fxTypedSet& other) {
         Keys::operator=(other);
         return *this;
@@ -30,10 +32,11 @@ public:
 
     /// Adds a copy of the key, unless an equal one is there, which stays.
     void add(const Key& key) { Keys::add(&key); }
+    /// Whether an equal key is there.
     bool contains(const Key& key) const { return find(key) != nullptr; }
     /// The stored key that is equal to `key`, or null.
     const Key* find(const Key& key) const { return static_cast<const Key*>(Keys::find(&key)); }
-    void remove(const Key& key) { Keys::remove(&key); }
+    void remove(const Key& key) { Keys::remove(&key); }  ///< Destroys the element, if it is there.
 
     Iter begin() const { return Iter(const_cast<fxTypedSet&>(*this)); }
 };
@@ -43,14 +46,17 @@ template <class Key>
 class FX_API fxTypedSetIter : public fxSetIter {
 public:
     fxTypedSetIter() = default;
+    /// Stands on the first element.
     fxTypedSetIter(fxTypedSet<Key>& elements) : fxSetIter(elements) {}
     /// Requires: not null.
     fxTypedSetIter(fxTypedSet<Key>* elements) : fxSetIter(*elements) {}
     using fxSetIter::operator=;
 
+    ///@{
     /// Requires: a current element (see fxSetIter).
     const Key& key() const { return *static_cast<const Key*>(getKey()); }
     const Key& operator*() const { return key(); }
+    ///@}
 };
 
 #endif

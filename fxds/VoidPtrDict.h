@@ -8,7 +8,7 @@
 /// cannot be transcribed, unless it is empty.
 class FX_API fxVoidPtrDict : public fxTypedDictionary<fxStr, void*> {
 public:
-    explicit fxVoidPtrDict(unsigned int nBuckets = 0);
+    explicit fxVoidPtrDict(unsigned int nBuckets = 0);  ///< `nBuckets` chains; 0 stands for 31.
     fxVoidPtrDict(const fxVoidPtrDict&) = default;
     fxVoidPtrDict& operator=(const fxVoidPtrDict&) = default;  // merges
     ~fxVoidPtrDict() override;
@@ -17,6 +17,7 @@ protected:
     Finder* finder() const override;
 };
 
+/// Walks an fxVoidPtrDict.
 class FX_API fxVoidPtrDictIter : public fxTypedDictIter<fxStr, void*> {
 public:
     using fxTypedDictIter::fxTypedDictIter;

@@ -14,6 +14,7 @@ public:
     /// used here.
     explicit fxXDRObj(fxTypeObj&) {}
 
+    /// The name of the class, for people. View, good for ever.
     virtual const char* className() const;
 
     /// Writes or reads the object's contents, whichever way `transcriber`

@@ -90,6 +90,7 @@ public:                                                          \
 /// The record of a class: fxXdrTypeOf<C>::record().
 template <class C>
 struct fxXdrTypeOf {
+    /// The record of the class.
     static fxTypeObj& record() {
         static_assert(std::is_same_v<typename C::fxSelf, C>, "FX_TRANSCRIBABLE is missing");
         return C::typeRecord();
@@ -178,8 +179,8 @@ struct fxXdrRecord {
                                                                             upcastToRoot, nullptr};
 };
 
-// An object as a transcriber wants it: its address as a pointer to the class of
-// its record, and something that knows the record.
+/// An object as a transcriber wants it: its address as a pointer to the class of
+/// its record, and something that knows the record.
 class FX_API fxXdrReferent : public fxXDRObj {
 public:
     /// `object` is borrowed. `declared` is the record of C.
@@ -242,8 +243,8 @@ C* fxXdrCopy(C* root) {
     return reader != nullptr ? fxReadObject<C>(*reader) : nullptr;
 }
 
-// Single fields. A value that cannot be read leaves the field as it is.
-
+///@{
+/// Single fields. A value that cannot be read leaves the field as it is.
 inline bool fxXdr(fxTranscriber& t, char& v) { return t.xdr(&v, 1); }
 inline bool fxXdr(fxTranscriber& t, unsigned char& v) { return t.xdr(&v, 1); }
 inline bool fxXdr(fxTranscriber& t, short& v) { return t.xdr(&v, 1); }
@@ -254,6 +255,7 @@ inline bool fxXdr(fxTranscriber& t, long& v) { return t.xdr(&v, 1); }
 inline bool fxXdr(fxTranscriber& t, unsigned long& v) { return t.xdr(&v, 1); }
 inline bool fxXdr(fxTranscriber& t, float& v) { return t.xdr(&v, 1); }
 inline bool fxXdr(fxTranscriber& t, double& v) { return t.xdr(&v, 1); }
+///@}
 
 /// One byte; any but 0 reads as true.
 inline bool fxXdr(fxTranscriber& t, bool& v) {
@@ -319,6 +321,7 @@ bool fxXdrBlock(fxTranscriber& t, T*& block, unsigned int& count) {
     return !isThere || t.xdr(&block, count);
 }
 
+///@{
 /// A pointer to a transcribable object, to an fxStr, or null. Whose the object
 /// is when it has been read is for the classes to agree on; xdrSuccess() is the
 /// moment to take counted references. The record may be given for a class
@@ -335,6 +338,7 @@ template <class C>
 bool fxXdrObject(fxTranscriber& t, C*& object) {
     return fxXdrObject(t, object, fxXdrTypeOf<C>::record());
 }
+///@}
 
 /// As many pointers to objects as there are, each as by fxXdrObject().
 template <class C>

@@ -6,6 +6,7 @@
 extern "C" {
 #endif
 
+/// Marks what the library exports.
 #define OSTRELKS_API __attribute__((visibility("default")))
 
 /// Prints a message to standard output and returns the number of characters
