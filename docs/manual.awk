@@ -1,0 +1,57 @@
+# Filters a header for the manual. What all classes have in common is told here
+# once instead of in each header; what has no contract of its own goes: what the
+# compiler writes or refuses, copying without a word, storage of small objects.
+# A line stays a line, so that messages name the right one.
+
+function isCopying(line, parts) {  # X(const X&), operator=(const X&), X(X&&)
+    if (line ~ /operator=\(/) return line ~ /operator=\((const )?[A-Za-z_]+(<[A-Za-z, ]+>)?&&? ?[a-z]*\)/
+    if (!match(line, /[A-Za-z_]+\((const )?[A-Za-z_]+&&? ?[a-z]*\)/)) return 0
+    split(substr(line, RSTART, RLENGTH), parts, /\((const )?|&/)
+    return parts[1] == parts[2]
+}
+
+function common(line) {
+    if (line ~ /isEmpty\(\) const/) return "Whether there is nothing in it."
+    if (line ~ /(length|size|getCount)\(\) const/) return "Number of elements."
+    if (line ~ /[ *](begin|end)\(\)/) return "For range-for, and for algorithms where these are pointers."
+    if (line ~ /notDone\(\) const|explicit operator bool\(\) const/) return "Whether there is something here."
+    if (line ~ /operator\+\+\(/) return "Goes on to the next."
+    if (line ~ /operator\*\(\) const/) return "What is here. Requires: there is something."
+    if (line ~ /operator!=\(fxHashEnd\)/) return "For range-for: whether there is something here."
+    if (line ~ /static void\* newInstance\(fxTypeObj&/) return "What the type record makes an object with."
+    if (line ~ /static void deleteInstance\(void\*/) return "What the type record destroys an object with."
+    if (line ~ /static fxBool xdr\(void\*/) return "What the type record transcribes an object with."
+    if (line ~ /explicit [A-Za-z]+\(fxTypeObj&/) return "Empty, for xdr() to fill; what the type record makes."
+    if (line ~ /getTypeObj\(\) const/) return "The type record of the class."
+    if (line ~ /^extern FX_API fxTypeObj [A-Za-z]+_type;/) return "The type record of the class."
+    # Inherited words get lost where a base depends on a template's argument.
+    if (line ~ / override/ && FILENAME ~ /Typed|Str(Str|Set)|VoidPtrDict|OTDict|Data\.h/) return "As the base class tells."
+    return ""
+}
+
+# A macro that ends where it is used.
+/^#define FX_(CHANNEL_TYPE|XDR_LIBRARY_TYPE)/ { isLocal = 1 }
+isLocal { if (/^#undef/) isLocal = 0; print ""; next }
+
+# The comment that a header begins with tells what the file is for.
+NR == 1 { heading = /^\/\/ / }
+heading && /^\/\/ / {
+    sub(/^\/\/ /, "")
+    printf "%s%s", NR == 1 ? "/** " : "\n", $0
+    next
+}
+heading { heading = 0; printf " @file */\n" }
+
+{
+    isDocumented = wasComment || /\/\/\/</
+    wasComment = /^ *\/\/\/[^@]/
+    if (/^#define FXDS_[A-Z]+_H$/ || /^ *using [A-Za-z]+::[A-Za-z]+;/) $0 = ""
+    if (/ = (delete|default);/ || /operator (new|delete)\(/) $0 = ""
+    if (/^ *(virtual )?~[A-Za-z_]+\(\).*[;}]/ && !isDocumented) sub(/[^ ].*/, "")
+    if (!isDocumented && isCopying($0) && /;|\}/) sub(/[^ ].*/, "")
+    if (!isDocumented && !wasComment && (text = common($0)) != "") {
+        match($0, /^ */)
+        $0 = substr($0, 1, RLENGTH) "/** " text " */ " substr($0, RLENGTH + 1)
+    }
+    print
+}
