@@ -1,0 +1,76 @@
+#include "fxds/fxds.h"
+
+// No code: what the debugger should know about our types in every build.
+//
+// Compilers describe a class with virtual functions only beside its vtable, that
+// is in this library, and an optimised build has no debug information. So a
+// program compiled with -g could not show a single fxIntArray. This file is
+// always compiled with it, and with complete descriptions. They take some
+// 100 KB of the file, are not loaded, and go where strip puts them.
+
+namespace {
+
+struct Described {
+    fxStr* string;
+    fxPath* path;
+    fxTempStr* tempStr;
+    fxStackBuffer* stackBuffer;
+
+    fxBoolArray* boolArray;
+    fxCharArray* charArray;
+    fxUnsignedCharArray* unsignedCharArray;
+    fxShortArray* shortArray;
+    fxUnsignedShortArray* unsignedShortArray;
+    fxIntArray* intArray;
+    fxLongArray* longArray;
+    fxUnsignedLongArray* unsignedLongArray;
+    fxFloatArray* floatArray;
+    fxDoubleArray* doubleArray;
+    fxVoidPtrArray* voidPtrArray;
+    fxStubFuncArray* stubFuncArray;
+    fxSeqRangeArray* seqRangeArray;
+    fxStrArray* strArray;
+    fxSearchList* searchList;
+
+    fxVoidPtrDict* voidPtrDict;
+    fxStrStrDictionary* strStrDictionary;
+    fxBinaryOTDict* binaryOTDict;
+    fxDictBucket* dictBucket;
+    fxStrSet* strSet;
+    fxTmpSet* tmpSet;
+    fxSetBucket* setBucket;
+
+    fxBoolData* boolData;
+    fxIntData* intData;
+    fxLongData* longData;
+    fxFloatData* floatData;
+    fxDoubleData* doubleData;
+    fxCharPtrData* charPtrData;
+    fxVoidData* voidData;
+    fxStrData* strData;
+    fxStrArrayData* strArrayData;
+
+    fxProperty* property;
+    fxObj* object;
+    fxConverter* converter;
+    fxOutputChannel* output;
+    fxMessageEvent* messageEvent;
+    fxEventHandler* eventHandler;
+    fxTimer* timer;
+    fxWakeup* wakeup;
+    fxApplication* application;
+    fxExec* executive;
+    fxSequencer* sequencer;
+
+    fxTypeObj* typeObj;
+    Counted* counted;
+    GenericList* genericList;
+    fxIndexableList* indexableList;
+    HashTable* hashTable;
+    HashEntry* hashEntry;
+    NameSpace* nameSpace;
+};
+
+[[gnu::used]] const Described* const described = nullptr;
+
+}  // namespace
