@@ -42,6 +42,22 @@ heading && /^\/\/ / {
 }
 heading { heading = 0; printf " @file */\n" }
 
+# So does a comment that stands between empty lines.
+/^\/\// && !/^\/\/\// && (block != "" || previous == "") {
+    block = block (block == "" ? "" : "\n") $0
+    next
+}
+block != "" {
+    if ($0 == "") {
+        gsub(/(^|\n)\/\/ ?/, "&\001", block)
+        gsub(/\/\/ ?\001/, "", block)
+        block = "/** " block " @file */"
+    }
+    print block
+    block = ""
+}
+{ previous = $0 }
+
 {
     isDocumented = wasComment || /\/\/\/</
     wasComment = /^ *\/\/\/[^@]/

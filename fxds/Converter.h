@@ -26,7 +26,22 @@ public:
     /// before is released. Requires: the copy is in no connection yet.
     void splice(fxInputChannel* input);
 
-    /// Makes the library's converters. Called once at start-up.
+    /// Makes the library's converters. Called once at start-up. Whatever is
+    /// not in this list is converted by converters of the application only, or
+    /// by two connections with an object between them.
+    ///
+    /// | From | To |
+    /// |---|---|
+    /// | boolean | int, float, double |
+    /// | int | boolean, float, text |
+    /// | float | boolean, int, double, text |
+    /// | double | boolean, int, float, text |
+    /// | text | int, float, fxStr |
+    /// | fxStr | text |
+    ///
+    /// A number is cut to an int as fxTruncateToInt() does. It becomes a
+    /// boolean by the low eight bits of that int, so 256 is false. Text is read
+    /// as far as it is a number, and is 0 when it does not begin with one.
     static void createStandardConverters();
 
     unsigned short to;  ///< Data type number of what it converts to.

@@ -14,19 +14,19 @@ class fxStrArray;
 //
 // A receiving function takes its closure first and then the value:
 //
-//   number            value          receiving function
-//   fxDT_void         none           void f(void*)
-//   fxDT_fxBool       boolean byte   void f(void*, unsigned char)
-//   fxDT_int          int            void f(void*, int)
-//   fxDT_long         long           void f(void*, long)
-//   fxDT_float        float          void f(void*, float)
-//   fxDT_double       double         void f(void*, double)
-//   fxDT_CharPtr      char*          void f(void*, char*)
-//   fxDT_fxStr        fxStr          void f(void*, fxStr&)
-//   fxDT_VoidPtr      void*          void f(void*, void*)
-//   fxDT_ObjPtr       fxObj*         void f(void*, fxObj*)
-//   fxDT_DataPtr      fxData*        void f(void*, fxData*)
-//   fxDT_fxStrArray   fxStrArray     void f(void*, fxStrArray&)
+//     number            value          receiving function
+//     fxDT_void         none           void f(void*)
+//     fxDT_fxBool       boolean byte   void f(void*, unsigned char)
+//     fxDT_int          int            void f(void*, int)
+//     fxDT_long         long           void f(void*, long)
+//     fxDT_float        float          void f(void*, float)
+//     fxDT_double       double         void f(void*, double)
+//     fxDT_CharPtr      char*          void f(void*, char*)
+//     fxDT_fxStr        fxStr          void f(void*, fxStr&)
+//     fxDT_VoidPtr      void*          void f(void*, void*)
+//     fxDT_ObjPtr       fxObj*         void f(void*, fxObj*)
+//     fxDT_DataPtr      fxData*        void f(void*, fxData*)
+//     fxDT_fxStrArray   fxStrArray     void f(void*, fxStrArray&)
 //
 // Text and references live for the duration of the call: copy what you keep.
 

@@ -163,9 +163,9 @@ public:
     /// Sends a copy of the text.
     static void sendCharPtr(fxOutputChannel* output, char const* text,
                             fxSendFlags how = fxSendQueued);
-    /// Sends a copy of the string.
+    ///@{
+    /// Sends a copy of the string or strings.
     static void sendStr(fxOutputChannel* output, const fxStr& value,
-                        ///@{
                         fxSendFlags how = fxSendQueued);
     static void sendStrArray(fxOutputChannel* output, const fxStrArray& value,
                              fxSendFlags how = fxSendQueued);
