@@ -51,12 +51,12 @@ public:
     /// The executive fx_theExecutive, made if there is none yet.
     static fxExec* theExecutive();
 
-    // Handlers. They are borrowed; one that is destroyed is taken out.
+    // Handlers.
 
-    /// Serves `handler` from the next poll() on, in place of any other that has
-    /// its descriptor. Registered while handlers are being called, for a
-    /// descriptor that was found ready and whose turn is still to come, it is
-    /// served right then. Fatal for a descriptor outside [0, 100).
+    /// Serves `handler` (borrowed; taken out when it is destroyed) from the next poll() on, in
+    /// place of any other that has its descriptor. Registered while handlers are being called, for
+    /// a descriptor that was found ready and whose turn is still to come, it is served right then.
+    /// Fatal for a descriptor outside [0, 100).
     void addSelectHandler(fxSelectHandler* handler);
 
     /// Stops serving the descriptor of `handler`, whichever handler it has; it
@@ -76,10 +76,10 @@ public:
     void removePostSelectFunc(void (*function)());
     ///@}
 
-    // Applications, which are borrowed.
+    // Applications.
 
-    /// Registers the application, which keeps loop() running until it is
-    /// removed.
+    /// Registers the application (borrowed), which keeps loop() running until
+    /// it is removed.
     void add(fxApplication* application);
     /// Removes the first such entry; nothing when there is none.
     void remove(fxApplication* application);
@@ -87,12 +87,14 @@ public:
     /// having been opened or removed still is.
     bool contains(fxApplication* application) const;
 
-    // Each calls its namesake on the applications in the order of registration.
-    // An application that goes meanwhile is left out.
-
-    void initialize(int argc, char** argv);  ///< Includes those added meanwhile.
-    void open();                             ///< Includes those added meanwhile.
-    void close();                            ///< Only those here at the start, and open.
+    ///@{
+    /// Calls its namesake on the applications in the order of registration,
+    /// those added meanwhile included, those that go meanwhile left out.
+    void initialize(int argc, char** argv);
+    void open();
+    ///@}
+    /// Closes the applications that are open when it is called, likewise.
+    void close();
 
     ///@{
     /// The descriptors that are waited for.

@@ -67,14 +67,14 @@ public:
     /// Puts the item at a position. Fatal unless 0 <= index <= getCount().
     GenericNode* insertAt(long index, void* item);
 
-    // Each answers the item removed.
-
-    /// Fatal on an empty list. Requires: the node is in this list.
+    /// Removes a node and answers its item. Fatal on an empty list.
+    /// Requires: the node is in this list.
     void* remove(GenericNode* node);
-    /// Removes the first node that holds `item`; null when there is none.
+    /// Removes the first node that holds `item` and answers the item; null
+    /// when there is none.
     void* remove(void* item);
     ///@{
-    /// Removes by position. Fatal unless 0 <= index < getCount().
+    /// Removes by position and answers the item. Fatal unless 0 <= index < getCount().
     void* remove(long index);
     void* remove(int index) { return remove(static_cast<long>(index)); }
     ///@}

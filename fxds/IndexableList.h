@@ -51,9 +51,8 @@ public:
     /// The link at a position; null outside the list.
     fxLinkItem* findLink(long index) const;
 
-    // Each answers the new count.
-
     /// Puts the link at a position; behind everything from getCount() on.
+    /// Answers the new count, as do the others that add one link.
     long insertAt(long index, fxLinkItem* link);
     long insert(fxLinkItem* link) { return insertAt(0, link); }      ///< At the front.
     long append(fxLinkItem* link) { return insertAt(count, link); }  ///< At the end.
@@ -72,11 +71,9 @@ public:
     /// null outside the list.
     fxLinkItem* splitAt(long index);
 
-    // Splicing leaves `other` empty. An empty `other`, or this list itself,
-    // changes nothing.
-
     /// Puts the whole chain of `other` before the link at a position. Answers
-    /// the number of links moved.
+    /// the number of links moved. Splicing leaves `other` empty; an empty
+    /// `other`, or this list itself, changes nothing.
     long insertListAt(long index, fxIndexableList* other);
     long insertList(fxIndexableList* other) { return insertListAt(0, other); }  ///< At the front.
     /// Puts the whole chain of `other` behind the link at a position, or at

@@ -23,6 +23,11 @@ class fxOutput;
 /// "outputs", which count as any other and go in the order of their tags.
 ///
 /// Copying an object copies neither properties nor channels.
+///
+/// The send functions take a null or unconnected output, which reaches nobody.
+/// The type of the value must be that of the output: converting is the
+/// connections' business. What a property or a channel lets go of may run
+/// anybody's code, which may change this object again and destroy it.
 class FX_API fxObj : public fxXDRObj {
 public:
     /// When a value is delivered. Any other value cancels the messages that
@@ -63,10 +68,9 @@ public:
     fxProperty* findProperty(unsigned short tag, unsigned int* index = nullptr);
     fxProperty* findProperty(char const* name, unsigned int* index = nullptr);
     ///@}
-    // Each of these returns this object. What they let go of may run anybody's
-    // code, which may change the properties again and destroy the object.
 
     /// Takes the property in (shared), in place of one with the same tag.
+    /// Returns this object, as do the other three.
     fxObj* setProperty(fxProperty* property);
     ///@{
     /// Lets go of the property; nothing when there is none.
@@ -134,8 +138,7 @@ public:
     fxStrArray getOutputNames();
     ///@}
 
-    // Sending. A null or unconnected output receives nothing. The type of the
-    // value must be that of the output: nothing is converted here.
+    // Sending.
 
     /// Sends a boxed value, which is taken over: nobody else may hold it.
     static void sendData(fxOutputChannel* output, fxData* data, fxSendFlags how = fxSendQueued);
