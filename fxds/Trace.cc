@@ -1,13 +1,16 @@
 #include "fxds/Trace.h"
 
+#include <cxxabi.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
+#include <memory>
 #include <string>
 #include <string_view>
+#include <typeinfo>
 #include <unordered_map>
 #include <utility>
 
@@ -103,6 +106,20 @@ private:
     std::string text;
 };
 
+// As className() has it; that of a class which does not define it, from the
+// compiler, without the namespaces around it.
+std::string classOf(const fxObj& object) {
+    const std::string given = object.className();
+    if (given != object.fxXDRObj::className()) return given;
+    int status = 0;
+    const std::unique_ptr<char, void (*)(void*)> readable(
+        abi::__cxa_demangle(typeid(object).name(), nullptr, nullptr, &status), std::free);
+    if (readable == nullptr) return given;
+    const std::string_view name(readable.get());
+    const size_t scope = name.substr(0, name.find('<')).rfind("::");
+    return std::string(name.substr(scope != std::string_view::npos ? scope + 2 : 0));
+}
+
 // The numbers of objects, counted by class.
 class Names {
 public:
@@ -111,7 +128,7 @@ public:
     const std::string& of(const fxObj& object) {
         std::string& name = names[&object];
         if (name.empty()) {
-            const std::string className = object.className();
+            const std::string className = classOf(object);
             name = className + '#' + std::to_string(++counts[className]);
         }
         return name;
@@ -260,7 +277,7 @@ void putReaching(const char* kind, fxEvent& event) {
     if (message != nullptr) {
         putReaching(kind, *message->getChannel(), message->getData());
     } else if (isToWrite(fxTrace::events)) {
-        Line(kind) << event.className() << ", event type " << static_cast<long>(event.getType());
+        Line(kind) << classOf(event) << ", event type " << static_cast<long>(event.getType());
     }
 }
 

@@ -43,8 +43,9 @@ private:
 /// time. Off, it costs a branch. Each line is "fxds", its kind and what
 /// happened; docs/debugging.md describes them all.
 ///
-/// Objects are called by their class and a number, as in "Counter#2": the
-/// second Counter that a line spoke of since tracing began.
+/// Objects are called by their class (by what the compiler calls it when it has
+/// no className() of its own) and a number, as in "Counter#2": the second
+/// Counter that a line spoke of since tracing began.
 class FX_API fxTrace {
 public:
     /// Kinds of lines, to be combined with |.
