@@ -1,8 +1,12 @@
-// Streams as machines of other byte orders write them.
+// Streams as machines of other byte orders write them, and as the page about
+// the format draws one.
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cctype>
+#include <sstream>
 
+#include "RunProgram.h"
 #include "StreamKit.h"
 #include "fxds/Globals.h"
 #include "fxds/LongArray.h"
@@ -181,4 +185,49 @@ TEST(ForeignConverters, LeaveAnIncompleteGroupAlone) {
     EXPECT_EQ(bytes, "dcbaefg");
     EXPECT_FALSE(fxBinaryReader_shorts(reader, bytes.data(), 1));
     EXPECT_TRUE(fxBinaryReader_longs(reader, bytes.data(), 0));
+}
+
+namespace {
+
+/// The bytes of the annotated stream: what stands before the words of each line.
+std::string drawnStream() {
+    const std::string page = contents(FXDS_SOURCE_DIR "/docs/stream-format.md");
+    const size_t begin = page.find("```", page.find("## A stream in bytes")) + 4;
+    std::istringstream lines(page.substr(begin, page.find("```", begin) - begin));
+    std::string bytes;
+    for (std::string line, word; std::getline(lines, line);) {
+        std::istringstream words(line);
+        const auto isByte = [](const std::string& text) {
+            return text.size() == 2 && std::isxdigit(static_cast<unsigned char>(text[0])) != 0 &&
+                   std::isxdigit(static_cast<unsigned char>(text[1])) != 0;
+        };
+        while (words >> word && isByte(word)) {
+            bytes += static_cast<char>(std::stoi(word, nullptr, 16));
+        }
+    }
+    return bytes;
+}
+
+}  // namespace
+
+TEST(DrawnStream, IsWhatIsWrittenAndReads) {
+    fxInitializeToolkit();
+    Node root, second;
+    root.number = 42;
+    root.text = "hi";
+    root.left = &root;
+    root.right = &second;
+    second.number = 7;
+    second.right = &root;
+    const std::string drawn = drawnStream();
+    EXPECT_EQ(drawn, saved(&root));
+
+    const Node* const read = loaded<Node>(drawn);
+    ASSERT_NE(read, nullptr);
+    EXPECT_EQ(read->left, read);
+    EXPECT_EQ(read->text, "hi");
+    EXPECT_EQ(read->right->number, 7);
+    const Listed* const other = read->right;
+    delete read;
+    delete other;
 }
