@@ -114,6 +114,8 @@ void damage(T& object, size_t offset, Field value) {
     capitals["France"] = "Paris";
     fxVoidPtrDict byName;
     byName["none"] = nullptr;
+    fxStrStrDictionaryIter here(capitals);
+    fxStrStrDictionaryIter nowhere;
     fxDictionary& anyDictionary = capitals;
     fxStrSet names;
     names.add("left");

@@ -33,6 +33,14 @@ class Corrupt(Exception):
 READING_ERRORS = (gdb.error, Corrupt, OverflowError)
 
 
+def complaint(error):
+    """What is wrong, for a value that cannot be shown."""
+    text = str(error)
+    if text.startswith(("There is no member", "No type named", "No symbol")):
+        return "<no debug information of the library>"
+    return f"<corrupt: {text}>"
+
+
 # Memory.
 
 
@@ -406,7 +414,7 @@ class Printer:
         try:
             return self.summary()
         except READING_ERRORS as error:
-            return f"{self.name} <corrupt: {error}>"
+            return f"{self.name} {complaint(error)}"
 
     def children(self):
         """For gdb: the items up to the first one that cannot be read."""
@@ -421,8 +429,8 @@ class Printer:
                 yield label, item
         except READING_ERRORS as error:
             if self.hint == "map":
-                yield "", "<corrupt>"
-            yield "<corrupt>", f"<{error}>"
+                yield "", "..."
+            yield "...", complaint(error)
 
     def display_hint(self):
         """For gdb: the shape of the items."""
@@ -575,6 +583,35 @@ class RawSetPrinter(SetPrinter):
         return gdb.lookup_type("unsigned char").array(size - 1)
 
 
+class IterPrinter(Printer):
+    """Iterators over sets: fxTypedSetIter<Key>."""
+
+    def summary(self):
+        if int(self.base["node"]) == 0:
+            return f"{self.name} at the end"
+        removed = ", its own was removed" if int(self.base["moved"]) else ""
+        return f"{self.name} in chain {int(self.base['bucketIndex'])}{removed}"
+
+    def items(self):
+        if int(self.base["node"]) != 0 and int(self.base["moved"]) == 0:
+            block = int(self.base["node"]["element"])
+            for name, type_ in zip(("key", "value"), self.types()):
+                yield name, value_at(block, type_)
+                block += type_.sizeof
+
+    def types(self):
+        """The types of what is in an entry's block."""
+        yield self.base.type.template_argument(0)
+
+
+class DictIterPrinter(IterPrinter):
+    """Iterators over dictionaries: fxTypedDictIter<Key, Value>."""
+
+    def types(self):
+        yield self.base.type.template_argument(0)
+        yield self.base.type.template_argument(1)
+
+
 class ListPrinter(Printer):
     """Linked lists with a head and a count."""
 
@@ -679,8 +716,8 @@ class FieldsPrinter(Printer):
                     yield from self.own_fields(value[field])
                 else:
                     yield f"<{base.name}>", value[field]
-            elif hasattr(field, "bitpos") and not field.name.startswith("_vptr"):
-                yield field.name, value[field]
+            elif hasattr(field, "bitpos") and not (field.name or "").startswith("_vptr"):
+                yield field.name or "<anonymous>", value[field]
 
     def items(self):
         return self.own_fields(self.value)
@@ -846,6 +883,8 @@ FAMILIES = (
     ("fxDictionary", "fxDictionary", RawDictionaryPrinter),
     ("fxTypedSet", "fxTypedSet<.*>", SetPrinter),
     ("fxSet", "fxSet", RawSetPrinter),
+    ("fxTypedSetIter", "fxTypedSetIter<.*>", IterPrinter),
+    ("fxTypedDictIter", "fxTypedDictIter<.*>", DictIterPrinter),
     ("GenericList", "GenericList", GenericListPrinter),
     ("fxIndexableList", "fxIndexableList", ListPrinter),
     ("HashTable", "HashTable", HashTablePrinter),
@@ -881,7 +920,7 @@ class Collection(gdb.printing.RegexpCollectionPrettyPrinter):
 
     def __call__(self, value):
         type_ = plain(value.type)
-        if type_.code != gdb.TYPE_CODE_STRUCT:
+        if type_.code != gdb.TYPE_CODE_STRUCT or value.is_optimized_out:
             return None
         printer, base = self.family(type_)
         if printer is None:
