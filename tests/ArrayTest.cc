@@ -145,6 +145,14 @@ TEST(Array, CapacityFallsOnlyByResizeAndSetMaxLength) {
     EXPECT_EQ(items(array), Ints({7}));
 }
 
+TEST(Array, ResizeZeroesWhatWasUsedBefore) {
+    CardArray cards;
+    for (int i = 0; i < 4; ++i) cards.append({7, 7});
+    cards.resize(3);
+    cards.resize(4);
+    EXPECT_EQ(cards[3].rank + cards[3].serial, 0);
+}
+
 TEST(Array, CopyTakesTheCapacityAndHasRoomForIt) {
     fxVoidPtrArray source;
     source.setMaxLength(100);

@@ -258,6 +258,14 @@ TEST_F(Properties, CyclesAndCallbacksDestroyEverythingOnce) {
     host->setProperty(new fxProperty(tag(3), 1));
     delete host;
     EXPECT_EQ(calls, 2);
+
+    // One that looks at the property which takes its place.
+    fxObj object;
+    fxProperty::Destructor* look = [](void* p) {
+        EXPECT_EQ(static_cast<fxObj*>(p)->findProperty(tag(2))->getAsLong(), 5);
+    };
+    object.setProperty(new fxProperty(tag(2), &object, look));
+    object.setProperty(new fxProperty(tag(2), 5));
 }
 
 }  // namespace

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <array>
 #include <cstring>
+#include <functional>
 #include <utility>
 
 #include "HashModel.h"
@@ -36,12 +37,15 @@ protected:
 
 struct Key {
     explicit Key(int n) : number(n) { ++alive; }
-    Key(const Key& other) : number(other.number) { ++alive; }
+    Key(const Key& other) : number(other.number) {
+        ++alive;
+        if (const auto action = std::exchange(onCopy, nullptr)) action();
+    }
     ~Key() { --alive; }
     int number;
-    static int alive;
+    static inline int alive = 0;
+    static inline std::function<void()> onCopy;
 };
-int Key::alive = 0;
 
 }  // namespace
 
@@ -220,6 +224,14 @@ TEST(Set, AlgebraMovesIteratorsOn) {
     EXPECT_EQ(i.key().number, 2);
     set &= some;
     EXPECT_FALSE(i.notDone());
+}
+
+TEST(Set, AKeyBeingCopiedMayChangeTheNumberOfChains) {
+    const KeySet wide(100);
+    KeySet set(3);
+    Key::onCopy = [&] { set = wide; };
+    set.add(Key(5));
+    EXPECT_TRUE(set.contains(Key(5)));
 }
 
 TEST(Set, WithoutChainsItIsEmptyAndUsable) {

@@ -362,23 +362,23 @@ TEST(Str, SetsWithoutCountAreZeroTerminated) {
 }
 
 TEST(Str, TokensSwallowRunsOfDelimiters) {
-    const fxStr s("a,,b");
-    unsigned int pos = 0;
-    EXPECT_EQ(s.token(pos, ","), "a");
-    EXPECT_EQ(pos, 3U);
-    EXPECT_EQ(s.token(pos, ','), "b");
-    EXPECT_EQ(pos, 4U);
-    EXPECT_EQ(s.token(pos, ','), "");
-    EXPECT_EQ(pos, 4U);
-    EXPECT_EQ(s.tokenR(pos, ",;"), "b");
-    EXPECT_EQ(pos, 1U);
-    EXPECT_EQ(s.tokenR(pos, ','), "a");
-    EXPECT_EQ(pos, 0U);
-    EXPECT_EQ(s.tokenR(pos, ','), "");
-    const fxStr leading(",a");
-    pos = 0;
-    EXPECT_EQ(leading.token(pos, ','), "");
-    EXPECT_EQ(pos, 1U);
+    const fxStr s(",a,,b");
+    const struct {
+        const char* text;
+        unsigned int pos;
+    } forward[] = {{"", 1}, {"a", 4}, {"b", 5}, {"", 5}},
+      backward[] = {{"b", 2}, {"a", 0}, {"", 0}};
+    unsigned int pos = 0, setPos = 0;
+    for (const auto& each : forward) {
+        EXPECT_EQ(s.token(pos, ','), each.text);
+        EXPECT_EQ(s.token(setPos, ";,"), each.text);
+        EXPECT_TRUE(pos == each.pos && setPos == each.pos);
+    }
+    for (const auto& each : backward) {
+        EXPECT_EQ(s.tokenR(pos, ','), each.text);
+        EXPECT_EQ(s.tokenR(setPos, ";,"), each.text);
+        EXPECT_TRUE(pos == each.pos && setPos == each.pos);
+    }
 }
 
 TEST(Str, TrimTakesBlanksOffTheEnds) {

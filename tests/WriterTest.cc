@@ -50,6 +50,14 @@ fxBool Twice::xdr(fxTranscriber& t) {
     return fxXdrBase<Part>(t, this) && fxXdrBase<Listed>(t, this);
 }
 
+/// Cannot be written to its end.
+class Refusing : public Listed {
+    FX_TRANSCRIBABLE(Refusing)
+    Node* node = nullptr;
+};
+FX_TRANSCRIBABLE_TYPE(Refusing, "Refusing", 1, Listed);
+fxBool Refusing::xdr(fxTranscriber& t) { return fxXdrObject(t, node) && false; }
+
 /// Wants to know when it has been written.
 class Told : public fxStrArray {
 public:
@@ -307,6 +315,17 @@ TEST_F(Writer, FullDiskIsAFalseResultWhereverItFillsUp) {
             EXPECT_FALSE(fxWriteObject(*limited, &root)) << limit;
         }
     }
+}
+
+TEST_F(Writer, WhatAFailedSaveLeftWaitingIsForgotten) {
+    Refusing refusing;
+    refusing.node = new Node;
+    EXPECT_FALSE(fxWriteObject(*writer, &refusing));
+    delete refusing.node;
+    stream->reset();
+    Listed root;
+    EXPECT_TRUE(fxWriteObject(*writer, &root));
+    EXPECT_EQ(stream->view(), typeRecord(6, "Listed") + objectRecord(5, 6, long8(0)));
 }
 
 TEST_F(Writer, RefusesWhatItCannotWrite) {
