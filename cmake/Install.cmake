@@ -92,9 +92,7 @@ endforeach()
 install(FILES ${PROJECT_SOURCE_DIR}/README.md ${PROJECT_SOURCE_DIR}/CHANGELOG.md
   DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT dev)
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/examples DESTINATION ${CMAKE_INSTALL_DOCDIR}
-  COMPONENT dev FILES_MATCHING PATTERN *.h PATTERN *.cc)
-install(FILES ${CMAKE_CURRENT_LIST_DIR}/Examples.cmake
-  DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples RENAME CMakeLists.txt COMPONENT dev)
+  COMPONENT dev FILES_MATCHING PATTERN *.h PATTERN *.cc PATTERN CMakeLists.txt)
 
 # gdb looks for the printers under the full name of the library; the prefix is
 # the one that is installed to.

@@ -1,0 +1,33 @@
+# Brings the trees of the packages to Debian's form before they are packed: a
+# folder of documents named after each package, with copyright and changelogs;
+# manual pages and changelogs compressed.
+cmake_minimum_required(VERSION 3.25)
+
+function(compress)
+  execute_process(COMMAND gzip -9nf ${ARGV} COMMAND_ERROR_IS_FATAL ANY)
+endfunction()
+
+foreach(component IN LISTS CPACK_COMPONENTS_ALL)
+  string(TOUPPER ${component} upper)
+  set(package ${CPACK_DEBIAN_${upper}_PACKAGE_NAME})
+  set(usr ${CPACK_TEMPORARY_INSTALL_DIRECTORY}/${component}/usr)
+  set(documents ${usr}/share/doc/${package})
+
+  if(EXISTS ${usr}/${CPACK_FXDS_DOCDIR})
+    file(RENAME ${usr}/${CPACK_FXDS_DOCDIR} ${documents})
+    file(REMOVE ${documents}/CHANGELOG.md)
+  endif()
+  file(MAKE_DIRECTORY ${documents})
+  file(COPY_FILE ${CPACK_FXDS_DEBIAN_DIR}/copyright ${documents}/copyright)
+  file(COPY_FILE ${CPACK_FXDS_DEBIAN_DIR}/changelog ${documents}/changelog.Debian)
+  file(COPY_FILE ${CPACK_FXDS_SOURCE_DIR}/CHANGELOG.md ${documents}/changelog)
+  compress(${documents}/changelog ${documents}/changelog.Debian)
+
+  file(GLOB pages ${usr}/share/man/man1/*.1)
+  if(pages)
+    compress(${pages})
+  endif()
+
+  # Whatever the umask of whoever packs.
+  execute_process(COMMAND chmod -R u=rwX,go=rX ${usr} COMMAND_ERROR_IS_FATAL ANY)
+endforeach()

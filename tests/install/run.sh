@@ -1,0 +1,85 @@
+#!/usr/bin/env bash
+# Installs a build, moves it elsewhere, and uses it from there as others would.
+#   run.sh CMAKE CXX SOURCES BUILD
+set -euo pipefail
+cmake=$1 cxx=$2 sources=$3 build=$4
+here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
+work=$(mktemp -d "${TMPDIR:-/tmp}/install.XXXXXX")
+trap 'rm -rf "$work"' EXIT
+old=$work/old new=$work/new
+unset LD_LIBRARY_PATH DESTDIR
+
+step() { echo "-- $1"; }
+fail() {
+    echo "FAILED: $*"
+    exit 1
+}
+
+# expect NAME LINES REGEX: every line matches, and there are some.
+expect() {
+    [[ -n $2 ]] || fail "nothing for $1"
+    ! grep -Ev "$3" <<<"$2" || fail "does not belong to $1"
+}
+
+step 'components hold what they should'
+for component in runtime dev tools; do
+    "$cmake" --install "$build" --prefix "$old/$component" --component $component >/dev/null
+done
+files() (cd "$old/$1" && find . ! -type d)
+expect runtime "$(files runtime)" '/lib(ostrelfxds|ostrelks)\.so\.[0-9.]+$'
+expect tools "$(files tools)" '/bin/fx[a-z]+$|/man1/fx[a-z]+\.1$'
+expect dev "$(files dev)" '^\./include/|^\./share/(doc|gdb)/|/cmake/ostrelfxds/|\.pc$|\.so$'
+rm -r "$old"
+
+step 'nothing remembers where it was built or installed'
+"$cmake" --install "$build" --prefix "$old" >/dev/null
+mv "$old" "$new"
+! grep -rIlF -e "$sources" -e "$build" -e "$old" "$new" || fail 'these texts do'
+
+step 'the tools find their library'
+"$new/bin/fxgrep" -c hello "$here/first.cc" >/dev/null
+
+step 'pkg-config and the compiler'
+pc=$(find "$new" -name ostrelfxds.pc)
+libraries=$(cd "$(dirname "$pc")/.." && pwd)
+export PKG_CONFIG_PATH=${pc%/*}
+version=$(pkg-config --modversion ostrelfxds)
+[[ -f $libraries/libostrelfxds.so.$version ]] || fail "no library of version $version"
+read -ra flags <<<"$(pkg-config --cflags --libs ostrelfxds)"
+"$cxx" -std=c++17 "$here/first.cc" "${flags[@]}" -Wl,-rpath,"$libraries" -o "$work/first"
+[[ $("$work/first") == 'hello, 42' ]] || fail 'the program says something else'
+
+step 'find_package()'
+configure() {
+    "$cmake" -S "$1" -B "$2" -G Ninja -DCMAKE_CXX_COMPILER="$cxx" "${@:3}" >"$work/log" 2>&1 ||
+        { cat "$work/log"; fail "$1 does not configure"; }
+}
+configure "$here" "$work/package" -DCMAKE_PREFIX_PATH="$new"
+"$cmake" --build "$work/package" >"$work/log" || { cat "$work/log"; fail 'it does not build'; }
+[[ $("$work/package/first") == 'hello, 42' ]] || fail 'the program says something else'
+[[ $(ldd "$work/package/first") == *"$libraries/libostrelfxds.so"* ]] || fail 'another library is taken'
+
+# A library with checked preconditions has its users checked, however they found it.
+checked() { grep -rlF FXDS_CHECKED "$@" | wc -l; }
+[[ $(checked "$pc") == $(checked "$libraries"/cmake/ostrelfxds/ostrelfxdsTargets.cmake) ]] ||
+    fail 'pkg-config and CMake do not agree on FXDS_CHECKED'
+
+step 'the examples, as they are installed'
+configure "$(find "$new" -type d -name examples)" "$work/examples" -DCMAKE_PREFIX_PATH="$new"
+
+step 'add_subdirectory()'
+configure "$here" "$work/sources" -DFIRST_SOURCES="$sources"
+! "$cmake" --build "$work/sources" --target help | grep -E 'Test|monitor|uninstall' ||
+    fail 'it brings more than the library'
+
+command -v dpkg-shlibdeps >/dev/null || exit 0
+step 'Debian packages'
+"$cmake" -E chdir "$work" cpack --config "$build/CPackConfig.cmake" -B "$work/packages" >"$work/log" 2>&1 ||
+    { cat "$work/log"; fail 'cpack'; }
+field() { dpkg-deb -f "$work/packages/$1"_*.deb "$2"; }
+full=$(field libostrelfxds1 Version)
+[[ $(field libostrelfxds-dev Depends) == "libostrelfxds1 (= $full)" ]] || fail '-dev is not exact'
+[[ $(field libostrelfxds1 Depends) == *libstdc++6* ]] || fail 'no dependencies were found'
+[[ $(field ostrelfxds-tools Depends) == "libostrelfxds1 (>= "* ]] || fail 'tools without a library'
+[[ $(dpkg-deb -I "$work"/packages/libostrelfxds1_*.deb shlibs) == 'libostrelfxds 1 '* ]] ||
+    fail 'no shlibs'
