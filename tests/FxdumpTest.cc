@@ -11,6 +11,7 @@
 
 #include "Dump.h"
 #include "Records.h"
+#include "RunProgram.h"
 #include "StreamKit.h"
 #include "TestSeed.h"
 #include "fxds/Globals.h"
@@ -46,15 +47,8 @@ constexpr unsigned int rootRecords = 6;
 
 /// What the tool prints, on both outputs, and its exit status.
 Outcome fxdump(const std::string& arguments) {
-    FILE* const tool = popen(("exec " FXDUMP_PATH " " + arguments + " 2>&1").c_str(), "r");
     Outcome outcome;
-    if (tool == nullptr) return outcome;
-    char piece[4096];
-    for (size_t n = 0; (n = std::fread(piece, 1, sizeof piece, tool)) > 0;) {
-        outcome.text.append(piece, n);
-    }
-    const int status = pclose(tool);
-    if (WIFEXITED(status)) outcome.status = WEXITSTATUS(status);
+    outcome.text = outputOf("exec " FXDUMP_PATH " " + arguments, outcome.status);
     return outcome;
 }
 

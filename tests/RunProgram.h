@@ -21,10 +21,12 @@ inline std::string contents(const std::string& path) {
 inline std::string outputOf(const std::string& command, int& status) {
     FILE* const output = popen((command + " 2>&1").c_str(), "r");
     std::string text;
-    char line[256];
-    while (output != nullptr && std::fgets(line, sizeof line, output) != nullptr) text += line;
-    const int end = output != nullptr ? pclose(output) : -1;
-    status = WIFEXITED(end) ? WEXITSTATUS(end) : -1;
+    status = -1;
+    if (output == nullptr) return text;
+    char piece[4096];
+    for (size_t n = 0; (n = std::fread(piece, 1, sizeof piece, output)) > 0;) text.append(piece, n);
+    const int end = pclose(output);
+    if (WIFEXITED(end)) status = WEXITSTATUS(end);
     return text;
 }
 
