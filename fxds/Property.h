@@ -73,9 +73,9 @@ public:
     unsigned short getKind() const { return type; }
 
     ///@{
-    /// The value, taken as of this kind whatever it is. Pointers and references
-    /// are views, good until the value is set or the property goes. Requires:
-    /// getKind() is the kind asked for.
+    /// The value, taken as of this kind whatever it is: ask getKind() first.
+    /// Pointers and references are views, good until the value is set or the
+    /// property goes.
     unsigned char getAsBool() const;
     long getAsLong() const;
     double getAsDouble() const;
@@ -89,8 +89,8 @@ public:
     Destructor* getDestructor() const;
 
     ///@{
-    /// Replaces the value; each treats its argument as the constructor of its
-    /// kind does. Requires: getKind() is this kind.
+    /// Replaces the value of a property of this kind, and treats the argument
+    /// as the constructor of the kind does.
     void setAsBool(unsigned char value);
     void setAsLong(long value);
     void setAsDouble(double value);
