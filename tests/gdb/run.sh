@@ -26,7 +26,7 @@ made=$(debugger -iex 'set auto-load python-scripts off' -ex run \
 if [ ! -s "$core" ]; then
     printf '%s\n' "$made"
     case $made in
-        *ptrace*|*'Operation not permitted'*)
+        *ptrace:*|*'Could not trace'*)
             echo 'skipped: programs may not be traced here'
             exit 77 ;;
     esac
