@@ -102,17 +102,13 @@ public:
 
     // Editing.
 
-    ///@{
     /// Appends the `n` bytes at `s`. As in every operation that takes a text
     /// and a count, `n` = 0 stands for strlen(s).
     void append(const char* s, unsigned int n = 0);
-    void append(char c);
-    ///@}
-    ///@{
+    void append(char c);  ///< Also a zero byte.
     /// Inserts the `n` bytes at `s` before position `pos`.
     void insert(const char* s, unsigned int pos = 0, unsigned int n = 0);
-    void insert(char c, unsigned int pos = 0);
-    ///@}
+    void insert(char c, unsigned int pos = 0);  ///< Also a zero byte.
     /// Removes `n` bytes at `start`. Everything goes when `n` is the whole
     /// length or more, wherever `start` is.
     void remove(unsigned int start, unsigned int n = 1);
@@ -137,16 +133,18 @@ public:
     fxStr tail(unsigned int n) const;                         ///< The last `n` bytes.
     fxStr copy() const;                                       ///< The same as copying.
     ///@{
-    /// Without the bytes of `set` at both ends; empty when nothing else is there.
+    /// Without the bytes of `set` at both ends, or at the end; empty when nothing
+    /// else is there.
     fxStr trim(const char* set = " \t\n\r\v\f") const;
     fxStr trimRight(const char* set = " \t\n\r\v\f") const;
     ///@}
 
     ///@{
-    /// Searches. The forward ones return an index in [pos, length()], where
-    /// length() means that there is none. The backward ones look at the bytes
-    /// before `pos` and return the found index plus one, or 0. So each result is
-    /// the end of a run as it stands.
+    /// Search for `c`, or for any of the `n` bytes of `set`. The forward ones
+    /// return an index in [pos, length()], where length() means that there is
+    /// none. The backward ones look at the bytes before `pos` and return the
+    /// found index plus one, or 0. So each result is the end of a run as it
+    /// stands.
     unsigned int next(unsigned int pos, char c) const;
     unsigned int next(unsigned int pos, const char* set, unsigned int n = 0) const;
     unsigned int nextR(unsigned int pos, char c) const;
