@@ -50,6 +50,7 @@ fxArray::fxArray(const fxArray& source)
 }
 
 fxArray::fxArray(fxArray&& source) noexcept
+    // NOLINTNEXTLINE(performance-move-constructor-init): the base has no fields
     : fxXDRObj(source), elementSize(source.elementSize), ownsElements(source.ownsElements) {
     takeBlock(source);
 }

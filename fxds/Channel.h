@@ -90,6 +90,7 @@ public:
     /// the type fxDT_void.
     template <class... Passed>
     void call(Passed... value) {
+        // NOLINTNEXTLINE(bugprone-branch-clone): the same where nothing is passed
         if (sizeof...(Passed) == 0 || getType() != fxDT_void) {
             callAs<Passed...>(value...);
         } else {

@@ -50,7 +50,7 @@ public:
 
     // Follows the connections of everything found, which finds more.
     void explore() {
-        for (size_t i = 0; i < objects.size(); ++i) {
+        for (size_t i = 0; i < objects.size(); ++i) {  // NOLINT(modernize-loop-convert): it grows
             for (auto& [name, output] : channelsOf<fxOutputChannel>(objects[i]->getOutputs())) {
                 for (unsigned int k = 0; k < output->getNumberOfConnections(); ++k) {
                     find((*output)[k]->target()->getOwner());

@@ -22,13 +22,15 @@ int fxPath::split(fxPath* dir, fxPath* leaf) const {
 }
 
 fxPath fxPath::leaf() const {
-    fxPath dir, leaf;
+    fxPath dir;
+    fxPath leaf;
     split(&dir, &leaf);
     return leaf;
 }
 
 fxPath fxPath::directory() const {
-    fxPath dir, leaf;
+    fxPath dir;
+    fxPath leaf;
     split(&dir, &leaf);
     return dir;
 }

@@ -75,6 +75,7 @@ char* symbolicLinkExtendedName(const char* path, int size) {
     return block;
 }
 
+// NOLINTNEXTLINE(readability-non-const-parameter): the signature is settled
 char* environmentVariableExtendedName(char* str, int size) {
     if (str == nullptr) return nullptr;
     const std::string_view text = str;

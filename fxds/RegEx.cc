@@ -18,13 +18,15 @@ fxRegEx::fxRegEx(const fxStr& pattern) : fxRegEx(pattern.c_str()) {}
 fxRegEx::~fxRegEx() { std::free(compiled); }
 
 int fxRegEx::findBuffer(const char* buf, unsigned int len) const {
-    int start, end;
+    int start;
+    int end;
     fxRegEx::bracketBuffer(buf, len, start, end);
     return start;
 }
 
 int fxRegEx::findEndBuffer(const char* buf, unsigned int len) const {
-    int start, end;
+    int start;
+    int end;
     fxRegEx::bracketBuffer(buf, len, start, end);
     return end;
 }

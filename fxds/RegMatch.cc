@@ -217,7 +217,7 @@ bool Matcher::search(const char* from) {
 void Matcher::report(const char** startp, const char** endp) const {
     startp[0] = matchStart;
     endp[0] = at;
-    for (int group = 1; group < groupCount; ++group) {
+    for (ptrdiff_t group = 1; group < groupCount; ++group) {
         startp[group] = positions[2 * group];
         endp[group] = positions[2 * group + 1];
     }

@@ -57,7 +57,8 @@ const char* fxSLinearPattern::search(const char* buf, size_t len) const {
 }
 
 int fxSLinearPattern::findEndBuffer(const char* buf, unsigned int len) const {
-    int start, end;
+    int start;
+    int end;
     fxSLinearPattern::bracketBuffer(buf, len, start, end);
     return end;
 }

@@ -49,7 +49,8 @@ void fxSearchList::appendMatches(fxStr directory) {
     const fxRegEx expression(regexpText);
     while (const dirent* entry = readdir(entries.get())) {
         const unsigned int length = static_cast<unsigned int>(std::strlen(entry->d_name));
-        int start, end;
+        int start;
+        int end;
         expression.bracketBuffer(entry->d_name, length, start, end);
         if (start != 0 || end != static_cast<int>(length)) continue;
         fxStr name(directory);

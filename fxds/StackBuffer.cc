@@ -42,7 +42,7 @@ void fxStackBuffer::grow(unsigned int n) {
 
 // The source may lie in the storage that moves.
 void fxStackBuffer::putGrown(const char* s, unsigned int n) {
-    const std::less<const char*> before;
+    const std::less<> before;
     const bool inside = !before(s, base) && before(s, next);
     const size_t offset = inside ? static_cast<size_t>(s - base) : 0;
     grow(n - static_cast<unsigned int>(end - next));

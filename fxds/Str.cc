@@ -465,7 +465,7 @@ void fxStr::adopt(char* block, unsigned int lengthBytes) {
 // Private functions.
 
 bool fxStr::pointsInside(const char* s) const {
-    const std::less<const char*> before;
+    const std::less<> before;
     return !before(s, data) && before(s, data + slength);
 }
 

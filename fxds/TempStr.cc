@@ -40,7 +40,7 @@ fxTempStr& fxTempStr::operator=(const fxTempStr& src) {
 
 fxTempStr& fxTempStr::concatBlock(char const* s, unsigned int n) {
     const unsigned int grown = fxLengthField(size_t{slength} + n);
-    const std::less<const char*> before;
+    const std::less<> before;
     const bool inside = !before(s, data) && before(s, data + slength);
     const size_t offset = inside ? static_cast<size_t>(s - data) : 0;
     if (data != buffer) {

@@ -186,7 +186,7 @@ public:
         const T* const originals = static_cast<const T*>(from);
         T* const copies = static_cast<T*>(to);
         const unsigned int count = countOf(byteCount);
-        if (std::less<const void*>()(from, to)) {
+        if (std::less<>()(from, to)) {
             for (unsigned int i = count; i-- > 0;) new (copies + i) T(originals[i]);
         } else {
             for (unsigned int i = 0; i < count; ++i) new (copies + i) T(originals[i]);

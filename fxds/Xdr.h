@@ -99,6 +99,7 @@ struct fxXdrTypeOf {
 template <class C>
 struct fxXdrTypeOf<const C> : fxXdrTypeOf<C> {};
 
+// NOLINTBEGIN(bugprone-macro-parentheses): the parameter is a class
 #define FX_XDR_LIBRARY_TYPE(Class)                          \
     class Class;                                            \
     extern FX_API fxTypeObj Class##_type;                   \
@@ -106,6 +107,7 @@ struct fxXdrTypeOf<const C> : fxXdrTypeOf<C> {};
     struct fxXdrTypeOf<Class> {                             \
         static fxTypeObj& record() { return Class##_type; } \
     }
+// NOLINTEND(bugprone-macro-parentheses)
 
 FX_XDR_LIBRARY_TYPE(fxXDRObj);
 FX_XDR_LIBRARY_TYPE(fxStr);

@@ -1,6 +1,6 @@
 #include "Display.h"
 
-#include <signal.h>
+#include <csignal>
 
 #include <cstdio>
 #include <ctime>

@@ -1,6 +1,6 @@
 #include "Signals.h"
 
-#include <signal.h>
+#include <csignal>
 
 // The handler only notes what came and wakes the loop, which then looks.
 

@@ -1,9 +1,9 @@
 #include "Terminal.h"
 
-#include <signal.h>
 #include <sys/ioctl.h>
 #include <termios.h>
 #include <unistd.h>
+#include <csignal>
 
 #include <cerrno>
 #include <cstdlib>

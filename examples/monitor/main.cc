@@ -1,7 +1,7 @@
 // A monitor of the machine for a corner of the screen, whose every value
 // travels through the dataflow of the library.
 
-#include <signal.h>
+#include <csignal>
 
 #include <climits>
 #include <cstdio>
