@@ -140,6 +140,12 @@ def lineage(type_):
                  if field.is_base_class]
 
 
+def is_a(type_, name):
+    """Whether a class is the named one or derives from it. Names decide: each
+    source file describes a class anew, and not always in the same words."""
+    return any(base.name == name for base in lineage(type_))
+
+
 def find_type(name):
     """The class of a name, or None when nothing describes it."""
     try:
@@ -177,9 +183,9 @@ def whole(value):
     except READING_ERRORS:
         raise Corrupt("it has no vtable") from None
     real = find_type(name)
-    if real is None or real == static:
+    if real is None or real.name == static.name:
         return value, name
-    if static not in lineage(real):
+    if not is_a(real, static.name):
         raise Corrupt(f"it is a {name} now, not made yet or destroyed")
     return value_at(address + top, real), name
 
@@ -706,13 +712,13 @@ class FieldsPrinter(Printer):
 
     def own_fields(self, value):
         """The fields of a part of the object, without those of the root."""
-        root = self.base.type
+        root = self.base.type.name
         for field in fields_of(plain(value.type)):
             if field.is_base_class:
                 base = plain(field.type)
-                if base == root:
+                if base.name == root:
                     continue
-                if root in lineage(base):
+                if is_a(base, root):
                     yield from self.own_fields(value[field])
                 else:
                     yield f"<{base.name}>", value[field]
@@ -775,7 +781,7 @@ class EventPrinter(ObjPrinter):
 
     def own_fields(self, value):
         # The event's own links and numbers say nothing more.
-        if plain(value.type) != self.base.type:
+        if plain(value.type).name != self.base.type.name:
             yield from super().own_fields(value)
 
 
