@@ -1,10 +1,10 @@
 # Brings the trees of the packages to Debian's form before they are packed: a
 # folder of documents named after each package, with copyright and changelogs;
-# manual pages and changelogs compressed.
+# manual pages and changelogs compressed; programs stripped.
 cmake_minimum_required(VERSION 3.25)
 
-function(compress)
-  execute_process(COMMAND gzip -9nf ${ARGV} COMMAND_ERROR_IS_FATAL ANY)
+function(run)
+  execute_process(COMMAND ${ARGV} COMMAND_ERROR_IS_FATAL ANY)
 endfunction()
 
 foreach(component IN LISTS CPACK_COMPONENTS_ALL)
@@ -21,13 +21,17 @@ foreach(component IN LISTS CPACK_COMPONENTS_ALL)
   file(COPY_FILE ${CPACK_FXDS_DEBIAN_DIR}/copyright ${documents}/copyright)
   file(COPY_FILE ${CPACK_FXDS_DEBIAN_DIR}/changelog ${documents}/changelog.Debian)
   file(COPY_FILE ${CPACK_FXDS_SOURCE_DIR}/CHANGELOG.md ${documents}/changelog)
-  compress(${documents}/changelog ${documents}/changelog.Debian)
+  run(gzip -9nf ${documents}/changelog ${documents}/changelog.Debian)
 
   file(GLOB pages ${usr}/share/man/man1/*.1)
   if(pages)
-    compress(${pages})
+    run(gzip -9nf ${pages})
+  endif()
+  file(GLOB programs ${usr}/bin/*)
+  if(programs)
+    run(${CPACK_FXDS_STRIP} --strip-unneeded -R .comment ${programs})
   endif()
 
   # Whatever the umask of whoever packs.
-  execute_process(COMMAND chmod -R u=rwX,go=rX ${usr} COMMAND_ERROR_IS_FATAL ANY)
+  run(chmod -R u=rwX,go=rX ${usr})
 endforeach()
