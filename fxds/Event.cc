@@ -12,7 +12,12 @@
 unsigned long fxEvent::nextSequenceNumber = 0;
 
 fxEvent::fxEvent(unsigned long type_)
-    : next(nullptr), prev(nullptr), type(type_), sequence(++nextSequenceNumber), queue(nullptr) {}
+    : next(nullptr),
+      prev(nullptr),
+      type(type_),
+      sequence(++nextSequenceNumber),
+      queue(nullptr),
+      deliverer(nullptr) {}
 
 fxEvent::fxEvent(const fxEvent& other)
     : fxObj(other),
@@ -20,9 +25,18 @@ fxEvent::fxEvent(const fxEvent& other)
       prev(nullptr),
       type(other.type),
       sequence(other.sequence),
-      queue(nullptr) {}
+      queue(nullptr),
+      deliverer(nullptr) {}
 
-fxEvent::~fxEvent() = default;
+fxEvent::~fxEvent() { changeHands(); }
+
+// An event that is posted or deleted while it is delivered is no longer its
+// deliverer's to delete.
+void fxEvent::changeHands() {
+    if (deliverer == nullptr) return;
+    *deliverer = nullptr;
+    deliverer = nullptr;
+}
 
 void fxEvent::dump(FILE* file) {
     std::fprintf(file, "Event: seq=%d type=%d\n", static_cast<int>(sequence),
@@ -75,6 +89,7 @@ fxEventQueue::~fxEventQueue() = default;
 
 void fxEventQueue::append(fxEvent* event) {
     FX_ASSERT(event->queue == nullptr);
+    event->changeHands();
     event->next = nullptr;
     event->prev = tail;
     (tail != nullptr ? tail->next : head) = event;
@@ -85,6 +100,7 @@ void fxEventQueue::append(fxEvent* event) {
 
 void fxEventQueue::insert(fxEvent* event) {
     FX_ASSERT(event->queue == nullptr);
+    event->changeHands();
     event->prev = nullptr;
     event->next = head;
     (head != nullptr ? head->prev : tail) = event;

@@ -51,7 +51,10 @@ protected:
     unsigned long sequence;  ///< Drawn when the event was made.
 
 private:
+    void changeHands();
+
     fxEventQueue* queue;  // the queue that it waits in, or null
+    fxEvent** deliverer;  // who delivers it and means to delete it afterwards, or null
 };
 
 /// A boxed value on its way to one input channel, both held.

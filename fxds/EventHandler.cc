@@ -68,8 +68,10 @@ void fxEventHandler::distributeEvents() {
         fxEvent* event = get();
         if (event == nullptr) return;
         if (fxTrace::isOn(fxTrace::events)) fxTrace::delivering(*event);
+        fxEvent* ours = event;
+        event->deliverer = &ours;
         event->deliver();
-        if (event->queue == nullptr) delete event;  // else it has posted itself again
+        delete ours;
     }
 }
 

@@ -22,8 +22,8 @@ public:
 
     /// Delivers and deletes as many events as wait now, each time the front
     /// one. So what is posted at the back meanwhile waits for the next call,
-    /// and what is posted at the front goes first. An event whose deliver()
-    /// posts the event itself again is not deleted.
+    /// and what is posted at the front goes first. An event may post itself
+    /// again or delete itself from within its deliver(); it is not deleted then.
     void distributeEvents();
 
     /// Deletes every event for which `predicate(event, argument)` is not 0.

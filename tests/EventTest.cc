@@ -14,7 +14,8 @@ public:
     }
     void deliver() override {
         delivered.push_back(id);
-        if (onDeliver) onDeliver();
+        const auto action = onDeliver;  // which may destroy this event
+        if (action) action();
     }
     int id;
     std::function<void()> onDeliver, onDeath;
@@ -128,6 +129,29 @@ TEST_F(Events, DeliveriesMayRemoveDistributeAndDestroy) {
     handler.postEvent(again);
     for (int i = 0; i < 4; ++i) distribute();
     EXPECT_EQ(Probe::delivered, (Seen{1, 2, 3, 3, 3})) << "an event may post itself again";
+
+    // What becomes then of the event, while it is still being delivered.
+    const std::function<void(Probe*)> ends[] = {
+        [](Probe*) { distribute(); },
+        [this](Probe* event) { handler.remove(event); },
+        [this](Probe*) { delete handler.get(); },
+    };
+    for (const auto& end : ends) {
+        auto* reposted = new Probe(4);
+        reposted->onDeliver = [this, reposted, &end] {
+            reposted->onDeliver = nullptr;
+            handler.postEvent(reposted);
+            end(reposted);
+        };
+        handler.postEvent(reposted);
+        distribute();
+        EXPECT_EQ(Probe::alive, 0);
+    }
+    auto* mortal = new Probe(5);
+    mortal->onDeliver = [mortal] { delete mortal; };
+    handler.postEvent(mortal);
+    distribute();
+    EXPECT_EQ(Probe::alive, 0);
 
     auto* receiver = new Node;
     Node sender;
