@@ -109,7 +109,7 @@ private:
 // As className() has it; that of a class which does not define it, from the
 // compiler, without the namespaces around it.
 std::string classOf(const fxObj& object) {
-    const std::string given = object.className();
+    std::string given = object.className();
     if (given != object.fxXDRObj::className()) return given;
     int status = 0;
     const std::unique_ptr<char, void (*)(void*)> readable(
