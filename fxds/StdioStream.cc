@@ -119,9 +119,9 @@ bool fxStdioStream::getBytes(char* bytes, unsigned int count) {
 }
 
 bool fxStdioStream::putBytes(const char* bytes, unsigned int count) {
-    if (count == 1 && file != nullptr && type == fxStreamWrite &&
-        std::putc(static_cast<unsigned char>(*bytes), file) != EOF) {
-        return true;
+    if (count == 1 && file != nullptr && type == fxStreamWrite) {
+        if (std::putc(static_cast<unsigned char>(*bytes), file) != EOF) return true;
+        if (!wasInterrupted(file)) return lose();
     }
     return put(bytes, count);
 }
@@ -130,9 +130,9 @@ bool fxStdioStream::flush() {
     if (file == nullptr) return false;
     if (!isWriting()) return true;
     while (std::fflush(file) != 0) {
-        if (!wasInterrupted(file)) return false;
+        if (!wasInterrupted(file)) return lose();
     }
-    return !std::ferror(file);
+    return !hasLost && !std::ferror(file);
 }
 
 bool fxStdioStream::close() {
@@ -143,11 +143,18 @@ bool fxStdioStream::close() {
 
 // Private functions.
 
+// The FILE remembers a failure, too, but forgets it with the next interruption.
+bool fxStdioStream::lose() {
+    hasLost = true;
+    return false;
+}
+
 bool fxStdioStream::turn(Direction direction) {
     if (type != fxStreamReadWrite || last == direction) return true;
     const bool isFirst = last == Direction::none;
     last = direction;
-    return isFirst || std::fseek(file, 0, SEEK_CUR) == 0;
+    if (isFirst || std::fseek(file, 0, SEEK_CUR) == 0) return true;
+    return std::ferror(file) ? lose() : false;
 }
 
 bool fxStdioStream::get(void* bytes, size_t byteCount) {
@@ -169,7 +176,7 @@ bool fxStdioStream::put(const void* bytes, size_t byteCount) {
         const size_t moved = std::fwrite(place, 1, byteCount, file);
         place += moved;
         byteCount -= moved;
-        if (byteCount > 0 && !wasInterrupted(file)) return false;
+        if (byteCount > 0 && !wasInterrupted(file)) return lose();
     }
     return true;
 }

@@ -55,6 +55,7 @@ private:
 
     void adopt(int fd);
     bool turn(Direction direction);
+    bool lose();
     bool get(void* bytes, size_t byteCount);
     bool put(const void* bytes, size_t byteCount);
 
@@ -64,6 +65,7 @@ private:
     fxBool endFlag;
 
     Direction last = Direction::none;    // of a read-write stream
+    bool hasLost = false;                // whether anything written did not arrive
     std::unique_ptr<char[]> fileBuffer;  // that of `file`, when we made it
 };
 
