@@ -1,0 +1,311 @@
+// What a network of objects must do, told as simply as possible.
+#ifndef FXDS_SOAK_MODEL_H
+#define FXDS_SOAK_MODEL_H
+
+#include <array>
+#include <map>
+#include <memory>
+#include <vector>
+
+// The model knows nothing of the library: objects, channels, connections,
+// events and so on are numbers in plain tables, and time is counted in quarters
+// of a second, which a float adds up exactly. Operations that call nobody
+// change the tables at once. Those that call somebody are activities: asked
+// for the next call that must come, each looks at the tables as they are then,
+// so that whatever the calls before it did is taken into account.
+
+namespace soak {
+
+typedef long Id;  // 0 is nobody
+
+/// One call that the library makes.
+struct Call {
+    enum Kind { none, receive, deliver, judge, tick, read, write, exception, function, select };
+
+    Kind kind = none;
+    Id who = 0;
+    long value = 0;
+
+    bool operator!=(const Call& other) const {
+        return kind != other.kind || who != other.who || value != other.value;
+    }
+};
+
+enum Mode { queued = 0, now = 1, urgent = 2, cancelOnly = 7 };
+enum Kind { plain, timer, handler };
+enum : long { noValue = -1 };
+
+constexpr int slots = 4;  // names for inputs and for outputs; a timer's last output is "tick"
+constexpr int tickSlot = slots - 1;
+constexpr int dataTypes = 8;  // fxDT_void to fxDT_fxStr
+constexpr int maxFd = 100;
+constexpr long perSecond = 4;  // units of time
+
+/// What an input of type `to` hears of a value sent on an output of type `from`.
+bool isConvertible(int from, int to);
+long converted(int type, long value);
+
+struct Connection {
+    Id id;
+    Id input;
+    Id entry;  // what is called: the input, or a converter of this connection's own
+};
+
+struct Output {
+    Id object;
+    int type;
+    std::vector<Connection> connections;
+};
+
+struct Input {
+    Id object;
+    int type;
+    bool replaces;
+};
+
+struct Event {
+    Id id;
+    Id input;  // 0 for one that is no message
+    Id entry;
+    long value;
+};
+
+/// What a property holds: an object, or a thing whose release is noted, or
+/// neither.
+struct Held {
+    Id object;
+    Id thing;
+};
+
+struct Object {
+    Kind kind;
+    int holders = 1;
+    std::array<Id, slots> inputs{};
+    std::array<Id, slots> outputs{};
+    std::vector<Id> retired;  // inputs whose name was given to another
+    bool hasInputs = false;   // whether there is a table, be it empty
+    bool hasOutputs = false;
+    std::map<int, Held> properties;
+    // Timers.
+    bool repeats = false;
+    long interval = 0;
+    long due = 0;
+    long startedAt = 0;  // see Model::tellTime()
+    bool waits = false;  // started with interval 0
+    // Handlers.
+    int fd = -1;
+    std::array<bool, 3> wants{};  // read, write, exception
+};
+
+typedef std::array<std::array<bool, maxFd>, 3> FdSets;
+
+/// What the executive asks select() for, as of the last look at its handlers.
+struct SelectState {
+    FdSets sets{};
+    std::array<bool, 3> has{};
+    int lowest = maxFd + 1;
+    int count = 0;
+};
+
+/// select() as the executive must call it, and what it answers.
+struct Selecting {
+    SelectState asked;
+    double seconds = 0;
+    int result = 0;
+    FdSets ready{};
+    long units = 0;  // the time that it takes
+};
+
+class Model;
+
+/// Something under way that makes calls.
+class Activity {
+public:
+    explicit Activity(Model& model_) : model(model_) {}
+    Activity(const Activity&) = delete;
+    Activity& operator=(const Activity&) = delete;
+    virtual ~Activity() = default;
+    /// The call that must come now that the one before has returned.
+    virtual Call next() { return Call(); }
+    /// The select() that it is about, if it is about one.
+    virtual Selecting* getSelecting() { return nullptr; }
+
+protected:
+    Model& model;
+};
+
+/// A value sent at once: whoever was connected at the start and still is.
+class Delivery : public Activity {
+public:
+    Delivery(Model& model, Id output, long value);
+    Call next() override;
+
+private:
+    const Id output;
+    const long value;
+    std::vector<Connection> served;
+    size_t position = 0;
+};
+
+/// As many events as wait at the start, each time the first of the queue.
+class Distribution : public Activity {
+public:
+    explicit Distribution(Model& model);
+    Call next() override;
+
+private:
+    size_t remaining;
+};
+
+/// One event delivered by whoever took it out of the queue.
+class HandDelivery : public Activity {
+public:
+    HandDelivery(Model& model_, const Event& event_) : Activity(model_), event(event_) {}
+    Call next() override;
+
+private:
+    const Event event;
+    bool isDone = false;
+};
+
+/// A walk over the queue that asks about each event and removes it if told so.
+class Removal : public Activity {
+public:
+    explicit Removal(Model& model);
+    ~Removal() override;
+    Call next() override;
+    void leaves(Id event, Id successor);
+
+    bool verdict = false;  // of the last call
+
+private:
+    Id current = 0;
+    Id following;
+};
+
+/// Time that passes: what is due ticks, and what repeats starts again at the end.
+class Pass : public Activity {
+public:
+    Pass(Model& model, long units);
+    ~Pass() override;
+    Call next() override;
+    void withdraw(Id timer);
+
+private:
+    long remaining;
+    const long beganAt;
+    Id ticking = 0;
+    std::vector<Id> again;
+};
+
+/// Whether a descriptor is ready, found out without waiting.
+class Asking : public Activity {
+public:
+    using Activity::Activity;
+    Call next() override;
+    Selecting* getSelecting() override { return &selecting; }
+    bool blocks() const { return isDone && selecting.asked.count > 0 && selecting.result == 0; }
+
+private:
+    Selecting selecting;
+    bool isDone = false;
+};
+
+/// One turn of the loop.
+class Poll : public Activity {
+public:
+    Poll(Model& model_, double seconds_) : Activity(model_), seconds(seconds_) {}
+    Call next() override;
+    Selecting* getSelecting() override { return &selecting; }
+
+private:
+    enum Phase { looking, waiting, timing, handling, finishing, distributing, done };
+    void chooseWait();
+    bool advance(Call& call);
+
+    Selecting selecting;
+    Phase phase = looking;
+    const double seconds;
+    std::unique_ptr<Activity> part;
+    bool hasTimer = false;
+    bool isShortened = false;
+    long headWait = 0;
+};
+
+class Model {
+public:
+    Id newId() { return ++lastId; }
+    long tellTime() { return ++moment; }  // orders what happens; not the timers' time
+
+    Id addObject(const Object& object);
+    /// Lets go of the object; it dies with its last holder, and with it what
+    /// it holds.
+    void release(Id object);
+    void setProperty(Id object, int tag, Held held);
+    void removeProperty(Id object, int tag);
+    void removeAllProperties(Id object);
+
+    Id addInput(Id object, int slot, int type, bool replaces);
+    Id addOutput(Id object, int slot, int type);
+    void removeInput(Id object, int slot);
+    void removeOutput(Id object, int slot);
+    void connect(Id output, Id input);
+    bool isConnected(Id output, Id input) const;
+    void disconnect(Id output, Id input);
+    void disconnectAll(Id input);
+    void flush(Id input);
+
+    /// Every mode but `now`, which calls: see Delivery.
+    void send(Id output, long value, Mode mode);
+    void cancel(Id entry);
+    void post(const Event& event, bool isUrgent);
+    Event take(size_t position);
+    /// What becomes of an event that is delivered: a call, or none.
+    Call deliver(const Event& event);
+    void forget(const Event& event);
+    void removeMessages(Id entry);
+
+    void start(Id timer);
+    void stop(Id timer);
+
+    void addHandler(Id handler);
+    void removeHandler(Id handler);
+    void lookAtHandlers();
+
+    std::map<Id, Object> objects;
+    std::map<Id, Output> outputs;
+    std::map<Id, Input> inputs;
+    std::map<Id, Id> pending;  // entry to event
+    std::vector<Event> queue;
+    std::vector<Removal*> removals;
+    std::vector<Id> active;  // timers in the order in which they are due
+    std::vector<Pass*> passes;
+    long time = 0;
+    std::array<Id, maxFd> handlers{};
+    bool isDirty = false;
+    SelectState selectState;
+    std::vector<int> preFunctions, postFunctions;
+
+    // What the last operations ended.
+    std::vector<Id> died;      // objects
+    std::vector<Id> released;  // things, in order
+    std::vector<Id> ended;     // channels
+
+    Id lastEvent = 0;  // events are numbered for themselves, as the library does
+
+private:
+    size_t positionOf(Id event) const;
+    void discardMessages(Id input);
+    void endInput(Id input);
+    void endOutput(Id output);
+    void endInputs(Object& object);
+    void endOutputs(Object& object);
+    void letGo(const Held& held);
+
+    Id lastId = 0;
+    long moment = 0;
+};
+
+}  // namespace soak
+
+#endif
