@@ -20,9 +20,8 @@
 // a chain have equal tags, and a search compares keys only when the tags agree.
 // Keys read from a stream get their text after the container has been read. So
 // they have no tags at first, and searches compare the keys. The first long
-// walk sets the tags if every key hangs where its hash puts it, as it does not
-// while its text is missing (but for the few that hash to the chain of the empty
-// text).
+// walk sets the tags if every key hangs where its hash puts it and no two hash
+// to 0, as all do whose texts are missing.
 //
 // The index finds the nodes of a tag in the order of their chain, and a found
 // node counts only if it hangs in the chain that its hash asks for. So a search
@@ -314,11 +313,13 @@ unsigned int fxHashCore<Container>::tagOf(unsigned long fingerprint) {
 
 template <class Container>
 bool fxHashCore<Container>::setTags(const Container& table) {
+    bool hasZero = false;
     for (Node* node : table.buckets) {
         for (; node != nullptr; node = node->next) {
             const void* const key = node->element;
             const unsigned long hash = table.hashKey(key);
             if (bucketOf(table, hash) != node->bucket) return false;
+            if (hash == 0 && std::exchange(hasZero, true)) return false;
             node->tag = tagOf(table.fingerprintKey(key, hash));
         }
     }

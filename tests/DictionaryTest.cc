@@ -111,11 +111,9 @@ TEST(Dictionary, AddKeepsTheStoredKeyAndReplacesTheValue) {
     dict.add("key", "one");
     const char* const stored = fxStrStrDictionaryIter(dict).key().c_str();
     dict.add("key", "two");
-    EXPECT_EQ(dict.size(), 1U);
-    EXPECT_EQ(*dict.find("key"), "two");
-    EXPECT_EQ(fxStrStrDictionaryIter(dict).key().c_str(), stored);
     dict.add("key", *dict.find("key"));
     EXPECT_EQ(*dict.find("key"), "two");
+    EXPECT_EQ(fxStrStrDictionaryIter(dict).key().c_str(), stored);
 }
 
 TEST(Dictionary, CreatingLookUpMakesDefaultValuesOnce) {
@@ -123,12 +121,13 @@ TEST(Dictionary, CreatingLookUpMakesDefaultValuesOnce) {
     EXPECT_EQ(texts["new"], "");
     texts["new"] = "x";
     EXPECT_EQ(*texts.findCreate("new"), "x");
-    fxVoidPtrDict pointers;
-    EXPECT_EQ(pointers["new"], nullptr);
+    EXPECT_EQ(fxVoidPtrDict()["new"], nullptr);
     fxBinaryOTDict numbers;
-    EXPECT_EQ(numbers[&texts], 0U);
-    EXPECT_EQ(texts.find("other"), nullptr);
-    EXPECT_EQ(texts.size(), 1U);
+    const auto at = [](unsigned long address) { return reinterpret_cast<const void*>(address); };
+    EXPECT_EQ(numbers[at(0x1000)], 0U);
+    numbers[at(0x100001000)] = 2;  // the same hash
+    EXPECT_EQ(*numbers.find(at(0x1000)), 0U);
+    EXPECT_STREQ(numbers.className(), "DICT");
 }
 
 TEST(Dictionary, FindAnswersTheNode) {
@@ -183,17 +182,6 @@ TEST(Dictionary, ChainsAreChosenByTheRestOfTheDivision) {
         }
     }
     EXPECT_EQ(WordDict(8, 0).buckets.length(), 31U);
-}
-
-TEST(Dictionary, AddressesAreComparedWhole) {
-    fxBinaryOTDict dict;
-    const auto at = [](unsigned long address) { return reinterpret_cast<const void*>(address); };
-    dict[at(0x1000)] = 1;
-    dict[at(0x100001000)] = 2;  // the same hash
-    EXPECT_EQ(dict.size(), 2U);
-    EXPECT_EQ(*dict.find(at(0x1000)), 1U);
-    EXPECT_EQ(*dict.find(at(0x100001000)), 2U);
-    EXPECT_STREQ(dict.className(), "DICT");
 }
 
 TEST(Dictionary, AgreesWithModel) {
@@ -263,24 +251,15 @@ TEST(Dictionary, FewChainsCostNoComparisons) {
     EXPECT_TRUE(dict.isEmpty());
 }
 
-TEST(Dictionary, CopyReversesChainsAndAssignmentMerges) {
-    fxStrStrDictionary dict(1);
-    for (const char* key : {"a", "b", "c"}) dict[key] = "1";
-    fxStrStrDictionary copy(dict);
-    const std::vector<ChainModel::Entry> reversed = {{"a", "1"}, {"b", "1"}, {"c", "1"}};
-    EXPECT_EQ(listOf(copy), reversed);
-    EXPECT_STREQ(listOf(dict).front().first.c_str(), "c");
-
-    fxStrStrDictionary other;
-    other["b"] = "2";
-    other["d"] = "2";
-    copy = other;
-    EXPECT_EQ(copy.size(), 4U);
-    EXPECT_EQ(copy["b"], "2");
-    EXPECT_EQ(copy["a"], "1");
-    fxStrStrDictionary& same = copy;
-    copy = same;
-    EXPECT_EQ(copy.size(), 4U);
+TEST(Dictionary, AssignmentMerges) {
+    fxStrStrDictionary dict, other;
+    for (const char* key : {"a", "b"}) dict[key] = "1";
+    for (const char* key : {"b", "d"}) other[key] = "2";
+    dict = other;
+    EXPECT_TRUE(dict.size() == 3 && dict["a"] == "1" && dict["b"] == "2" && dict["d"] == "2");
+    const fxStrStrDictionary& same = dict;
+    dict = same;
+    EXPECT_EQ(dict.size(), 3U);
 }
 
 TEST(Dictionary, WithoutChainsItIsEmptyAndUsable) {
@@ -305,31 +284,19 @@ TEST(DictIter, AgreesWithModel) {
     }
 }
 
-TEST(DictIter, MovesOnWhenItsEntryGoes) {
+TEST(DictIter, ShowsNothingWhereItsEntryWent) {
     fxVoidPtrDict dict(1);
-    for (const char* key : {"c", "b", "a"}) dict[key] = &dict;
+    dict["b"] = &dict;
+    dict["a"] = &dict;
     fxVoidPtrDictIter i(dict);
-    EXPECT_EQ(i.key(), "a");
     EXPECT_EQ(i.value(), &dict);
     dict.remove("a");
-    EXPECT_TRUE(i.notDone());
-    EXPECT_EQ(i.getKey(), nullptr);
-    EXPECT_EQ(i.getValue(), nullptr);
+    EXPECT_TRUE(i.notDone() && i.getKey() == nullptr && i.getValue() == nullptr);
     dict.remove("b");  // where it was moved to
-    EXPECT_EQ(i.getKey(), nullptr);
-    ++i;
-    EXPECT_EQ(i.key(), "c");
-    fxVoidPtrDictIter second(i);
-    dict.remove("c");  // the last entry, under two of them
-    for (const fxVoidPtrDictIter& each : {i, second}) {
-        EXPECT_FALSE(each.notDone());
-        EXPECT_EQ(each.dict, nullptr);
-        EXPECT_TRUE(each.moved);
-    }
+    EXPECT_TRUE(!i.notDone() && i.dict == nullptr && i.moved);
     dict["d"] = nullptr;
     i = dict;
-    EXPECT_FALSE(i.moved);
-    EXPECT_EQ(i.key(), "d");
+    EXPECT_TRUE(!i.moved && i.key() == "d");
 }
 
 TEST(DictIter, IsRegisteredOnlyWhileItWalks) {
@@ -353,19 +320,6 @@ TEST(DictIter, IsRegisteredOnlyWhileItWalks) {
     ++detached;
 }
 
-TEST(DictIter, OutlivesItsDictionary) {
-    fxStrStrDictionaryIter i;
-    {
-        fxStrStrDictionary dict;
-        dict["a"] = "b";
-        i = dict;
-        EXPECT_TRUE(i.notDone());
-    }
-    EXPECT_FALSE(i.notDone());
-    EXPECT_TRUE(i.moved);
-    ++i;
-}
-
 TEST(DictIter, RangeForMayRemoveWhatItIsAt) {
     fxStrStrDictionary dict(3);
     for (int i = 0; i < 100; ++i) dict[fxStr(i, nullptr)] = "x";
@@ -373,8 +327,7 @@ TEST(DictIter, RangeForMayRemoveWhatItIsAt) {
     for (auto [key, value] : dict) {
         ++met;
         value = "y";
-        const fxStr copy(key);
-        dict.remove(copy);
+        dict.remove(fxStr(key));
     }
     EXPECT_EQ(met, 100U);
     EXPECT_TRUE(dict.isEmpty());
@@ -545,23 +498,10 @@ private:
     std::vector<std::pair<fxStr*, std::string>> waiting;
 };
 
-TEST(DictionaryXdr, FindsKeysWhoseTextsCameLate) {
-    fxStrStrDictionary dict(2);
-    for (int i = 0; i < 100; ++i) dict[fxStr(i, "key%d")] = fxStr(i, nullptr);
-    LateTexts in(written(dict));
-    fxStrStrDictionary back;
-    ASSERT_EQ(back.xdr(in), 1);
-    in.arrive();
-    for (int i = 0; i < 100; ++i) {
-        ASSERT_NE(back.find(fxStr(i, "key%d")), nullptr) << i;
-        EXPECT_EQ(*back.find(fxStr(i, "key%d")), fxStr(i, nullptr));
-    }
-}
-
 // A class may add what older streams lack as soon as it has read the rest.
 TEST(DictionaryXdr, CanBeAddedToBeforeTextsArrive) {
-    for (const int entries : {3, 500}) {
-        fxStrStrDictionary dict(31);
+    for (const auto& [entries, chains] : {std::pair(3, 31U), {500, 31U}, {100, 2U}}) {
+        fxStrStrDictionary dict(chains);
         for (int i = 0; i < entries; ++i) dict[fxStr(i, "key%d")] = fxStr(i, nullptr);
         LateTexts in(written(dict));
         fxStrStrDictionary back;
