@@ -20,6 +20,7 @@
 #include <string>
 #include <vector>
 
+#include "Surroundings.h"
 #include "TestSeed.h"
 #include "fxds/Application.h"
 #include "fxds/EventHandler.h"
@@ -29,12 +30,6 @@
 namespace {
 
 typedef std::vector<std::string> Log;
-
-int openDescriptors() {
-    int count = 0;
-    for (int fd = 0; fd < 1024; ++fd) count += fcntl(fd, F_GETFD) != -1;
-    return count;
-}
 
 // Notes its calls as "r", "w" and "x" behind its name and then does what the
 // test wants.

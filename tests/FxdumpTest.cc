@@ -11,8 +11,9 @@
 
 #include "Dump.h"
 #include "Records.h"
+#include "RichGraph.h"
 #include "RunProgram.h"
-#include "StreamKit.h"
+#include "Surroundings.h"
 #include "TestSeed.h"
 #include "fxds/Globals.h"
 
@@ -21,25 +22,6 @@ namespace {
 struct Outcome {
     std::string text;
     int status = -1;
-};
-
-/// A file of the test's own, gone afterwards.
-class TemporaryFile {
-public:
-    explicit TemporaryFile(const std::string& bytes = "") {
-        const int fd = mkstemp(path_);
-        EXPECT_GE(fd, 0);
-        EXPECT_EQ(write(fd, bytes.data(), bytes.size()), static_cast<ssize_t>(bytes.size()));
-        close(fd);
-    }
-    TemporaryFile(const TemporaryFile&) = delete;
-    TemporaryFile& operator=(const TemporaryFile&) = delete;
-    ~TemporaryFile() { unlink(path_); }
-
-    const char* path() const { return path_; }
-
-private:
-    char path_[32] = "/tmp/fxdump-XXXXXX";
 };
 
 // Of the rich stream, up to the first pointer: the root and its base parts.
@@ -53,8 +35,8 @@ Outcome fxdump(const std::string& arguments) {
 }
 
 Outcome fxdump(const std::string& options, const std::string& stream) {
-    const TemporaryFile file(stream);
-    return fxdump(options + " " + file.path());
+    const TestDirectory directory;
+    return fxdump(options + " " + directory.file("stream", stream));
 }
 
 /// The same in this process, for the tests with thousands of streams.
@@ -91,87 +73,8 @@ bool contains(const std::string& text, const std::string& part) {
     return text.find(part) != std::string::npos;
 }
 
-// A graph with records of every kind.
-
-class Load : public virtual Listed {
-    FX_TRANSCRIBABLE(Load)
-    long weight = 70000;
-};
-FX_TRANSCRIBABLE_TYPE(Load, "Load", 1, Listed);
-fxBool Load::xdr(fxTranscriber& t) { return fxXdrBase<Listed>(t, this) && fxXdr(t, weight); }
-
-class Motor : public virtual Listed {
-    FX_TRANSCRIBABLE(Motor)
-    int power = 300;
-};
-FX_TRANSCRIBABLE_TYPE(Motor, "Motor", 1, Listed);
-fxBool Motor::xdr(fxTranscriber& t) { return fxXdrBase<Listed>(t, this) && fxXdr(t, power); }
-
-class Truck : public Motor, public Load {
-    FX_TRANSCRIBABLE(Truck)
-    Truck() = default;
-    Truck(const Truck&) = delete;
-    Truck& operator=(const Truck&) = delete;
-    ~Truck() override {
-        if (same == c) same = nullptr;
-        for (void* block : {static_cast<void*>(c), static_cast<void*>(s), static_cast<void*>(l),
-                            static_cast<void*>(f), static_cast<void*>(d), static_cast<void*>(same)})
-            std::free(block);
-    }
-
-    unsigned int n = 0;
-    char* c = nullptr;
-    short* s = nullptr;
-    long* l = nullptr;
-    float* f = nullptr;
-    double* d = nullptr;
-    char* same = nullptr;
-    fxIntArray distances;
-    fxStrArray stops;
-    std::vector<Listed*> passengers;
-    Load* load = nullptr;
-};
-FX_TRANSCRIBABLE_TYPE(Truck, "Truck", 2, Motor, Load);
-fxBool Truck::xdr(fxTranscriber& t) {
-    return fxXdrBase<Motor>(t, this) && fxXdrBase<Load>(t, this) && fxXdrBlock(t, c, n) &&
-           fxXdrBlock(t, s, n) && fxXdrBlock(t, l, n) && fxXdrBlock(t, f, n) &&
-           fxXdrBlock(t, d, n) && fxXdrAll(t, distances, stops) && fxXdrObjects(t, passengers) &&
-           fxXdrObject(t, load) && fxXdrString(t, same);
-}
-
-template <class T>
-T* newBlock(unsigned int count) {
-    return static_cast<T*>(std::calloc(count, sizeof(T)));
-}
-
-std::string makeRichStream() {
-    Truck* const truck = new Truck;
-    truck->n = 20;
-    truck->c = newBlock<char>(truck->n);
-    std::memcpy(truck->c, "a \"text\"\\\x1b[31m\xff", 15);
-    truck->same = truck->c;
-    truck->s = newBlock<short>(truck->n);
-    truck->l = newBlock<long>(truck->n);
-    truck->f = newBlock<float>(truck->n);
-    truck->d = newBlock<double>(truck->n);
-    truck->stops.append(fxStr("north"));
-    truck->stops.append(fxStr(""));
-    for (int i = 0; i < 70; ++i) truck->distances.append(i);
-    Node* const node = new Node;
-    node->text = "hello";
-    node->left = node;
-    Leaf* const leaf = new Leaf;
-    leaf->owner = node;
-    node->right = leaf;
-    truck->passengers = {node, nullptr, leaf, node};
-    truck->load = truck;
-    std::string stream = saved(truck);
-    Listed::deleteAll();
-    return stream;
-}
-
-const std::string& richStream() {
-    static const std::string stream = makeRichStream();
+const std::string& rich() {
+    static const std::string stream = richStream();
     return stream;
 }
 
@@ -269,9 +172,10 @@ TEST_F(Fxdump, ChecksWithoutTheClasses) {
 }
 
 TEST_F(Fxdump, ReadsStandardInput) {
-    const TemporaryFile file(nodeStream());
+    const TestDirectory directory;
+    const std::string file = directory.file("stream", nodeStream());
     for (const char* input : {"--check < ", "--check - < "}) {
-        const Outcome outcome = fxdump(std::string(input) + file.path());
+        const Outcome outcome = fxdump(input + file);
         EXPECT_EQ(outcome.status, 0);
         EXPECT_TRUE(contains(outcome.text, "standard input: valid"));
     }
@@ -307,9 +211,9 @@ TEST_F(Fxdump, ComplainsInOneLine) {
 }
 
 TEST_F(Fxdump, AcceptsWhatIsWritten) {
-    EXPECT_EQ(faultOf(richStream()), "");
-    ASSERT_TRUE(isReadable(richStream()));
-    const std::string listing = dumped(richStream(), DumpMode::listing).text;
+    EXPECT_EQ(faultOf(rich()), "");
+    ASSERT_TRUE(isReadable(rich()));
+    const std::string listing = dumped(rich(), DumpMode::listing).text;
     for (unsigned int tag = 0; tag <= 14; ++tag) {
         EXPECT_TRUE(contains(listing, std::string(" ") + tagName(tag) + " ") ||
                     contains(listing, std::string(" ") + tagName(tag) + "\n"))
@@ -402,10 +306,10 @@ TEST_F(Fxdump, NamesTheFirstFault) {
 // Cut behind a record while nothing is awaited, a stream looks whole to whoever
 // does not know the class: the root has no pointers yet.
 TEST_F(Fxdump, RefusesStreamsThatAreCutOff) {
-    const std::string& rich = richStream();
+    const std::string& whole = rich();
     unsigned int accepted = 0;
-    for (size_t length = 0; length < rich.size(); ++length) {
-        const std::string stream = rich.substr(0, length);
+    for (size_t length = 0; length < whole.size(); ++length) {
+        const std::string stream = whole.substr(0, length);
         const std::string fault = faultOf(stream);
         accepted += fault.empty();
         if (!fault.empty()) {
@@ -422,7 +326,7 @@ TEST_F(Fxdump, RefusesStreamsThatAreCutOff) {
 }
 
 TEST_F(Fxdump, LivesOnWithAnyFlippedByte) {
-    std::string stream = richStream();
+    std::string stream = rich();
     for (size_t i = 0; i < stream.size(); ++i) {
         for (const unsigned int flip : {0x01U, 0x02U, 0x04U, 0x08U, 0x10U, 0x20U, 0x40U, 0x80U}) {
             const char before = stream[i];
@@ -445,7 +349,7 @@ TEST_F(Fxdump, LivesOnWithAnyFlippedByte) {
 TEST_F(Fxdump, AcceptsWhatTheReaderAccepts) {
     constexpr unsigned int trials = 250;
     std::mt19937 rng(testSeed());
-    std::string stream = richStream();
+    std::string stream = rich();
     unsigned int both = 0;
     for (unsigned int trial = 0; trial < trials; ++trial) {
         const size_t i = rng() % stream.size();

@@ -2,14 +2,14 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <stdlib.h>
-#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <cstdio>
-#include <fstream>
 #include <string>
 #include <vector>
+
+#include "Surroundings.h"
 
 namespace {
 
@@ -28,27 +28,9 @@ struct Result {
     int status;
 };
 
-// Each test has a directory of its own, in which the program runs.
+// The program runs in a directory of the test.
 class Fxgrep : public testing::Test {
 protected:
-    void SetUp() override {
-        char text[] = "/tmp/fxgrepXXXXXX";
-        directory = mkdtemp(text);
-    }
-    void TearDown() override {
-        for (auto name = names.rbegin(); name != names.rend(); ++name) std::remove(name->c_str());
-        EXPECT_EQ(rmdir(directory.c_str()), 0);
-    }
-
-    void write(const std::string& name, const std::string& text) {
-        names.push_back(directory + "/" + name);
-        std::ofstream(names.back(), std::ios::binary) << text;
-    }
-    void makeDirectory(const std::string& name) {
-        names.push_back(directory + "/" + name);
-        mkdir(names.back().c_str(), 0700);
-    }
-
     // Runs the program; its output goes to `out` or else to a file.
     Result run(const std::vector<std::string>& arguments, const std::string& input = "",
                int out = -1) {
@@ -60,15 +42,15 @@ protected:
             dup2(files[2], 2);
             setenv("TERM", "xterm", 1);
             unsetenv("NO_COLOR");
-            setenv("HOME", directory.c_str(), 1);
-            setenv("FXGREP_DIR", directory.c_str(), 1);
+            setenv("HOME", directory.path.c_str(), 1);
+            setenv("FXGREP_DIR", directory.path.c_str(), 1);
             unsetenv("FXGREP_UNSET");
             std::vector<char*> pointers = {const_cast<char*>("fxgrep")};
             for (const std::string& argument : arguments) {
                 pointers.push_back(const_cast<char*>(argument.c_str()));
             }
             pointers.push_back(nullptr);
-            if (chdir(directory.c_str()) == 0) execv(FXGREP_PATH, pointers.data());
+            if (chdir(directory.path.c_str()) == 0) execv(FXGREP_PATH, pointers.data());
             _exit(99);
         }
         int status = -1;
@@ -84,7 +66,7 @@ protected:
         return result;
     }
 
-    std::string directory;
+    const TestDirectory directory;
 
 private:
     static int fileWith(const std::string& text) {
@@ -96,8 +78,6 @@ private:
         lseek(copy, 0, SEEK_SET);
         return copy;
     }
-
-    std::vector<std::string> names;
 };
 
 using Arguments = std::vector<std::string>;
@@ -150,9 +130,9 @@ TEST_F(Fxgrep, ReplacesTheMatches) {
 }
 
 TEST_F(Fxgrep, NamesFilesAndGoesOnAfterTrouble) {
-    write("one", "needle\n");
-    write("two", "x\nneedle\n");
-    makeDirectory("folder");
+    directory.file("one", "needle\n");
+    directory.file("two", "x\nneedle\n");
+    directory.directory("folder");
     EXPECT_EQ(run({"needle", "one"}).output, "needle\n");
     const Result both = run({"-n", "needle", "one", "two", "-"}, "needle\n");
     EXPECT_EQ(both.output, "one:1:needle\ntwo:2:needle\n(standard input):1:needle\n");
@@ -166,13 +146,14 @@ TEST_F(Fxgrep, NamesFilesAndGoesOnAfterTrouble) {
 }
 
 TEST_F(Fxgrep, FindsFilesInAPath) {
-    makeDirectory("a");
-    makeDirectory("a/sub");
-    makeDirectory("b");
-    write("a/x.cc", "needle\n");
-    write("b/x.cc", "needle\n");
-    write("b/x.h", "needle\n");
-    const std::string expected = directory + "/a/x.cc:needle\n" + directory + "/b/x.cc:needle\n";
+    directory.directory("a");
+    directory.directory("a/sub");
+    directory.directory("b");
+    directory.file("a/x.cc", "needle\n");
+    directory.file("b/x.cc", "needle\n");
+    directory.file("b/x.h", "needle\n");
+    const std::string expected =
+        directory.path + "/a/x.cc:needle\n" + directory.path + "/b/x.cc:needle\n";
     for (const char* path : {"~/a:~/b", "$FXGREP_DIR/a:/no/such:~/b/", "~/a::$FXGREP_DIR/b"}) {
         const Result result = run({"--path", path, "--name", ".*\\.cc", "needle"});
         EXPECT_EQ(result.output, expected) << path;
@@ -183,7 +164,7 @@ TEST_F(Fxgrep, FindsFilesInAPath) {
     EXPECT_EQ(run({"-c", "--path", "b", "needle"}).output.size(),
               std::string("b/x.h:1\nb/x.cc:1\n").size());
     const Result unset = run({"--path", "$FXGREP_UNSET/x:~/a", "needle"});
-    EXPECT_EQ(unset.output, directory + "/a/x.cc:needle\n");
+    EXPECT_EQ(unset.output, directory.path + "/a/x.cc:needle\n");
     EXPECT_EQ(unset.errors, "fxgrep: $FXGREP_UNSET/x: a variable is not set\n");
     EXPECT_EQ(unset.status, 2);
 }

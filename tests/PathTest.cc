@@ -1,18 +1,16 @@
 #include <dirent.h>
 #include <gtest/gtest.h>
 #include <pwd.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cstdlib>
-#include <fstream>
 #include <string>
 #include <vector>
 
 #include "fxds/Path.h"
 #include "fxds/PathFunctions.h"
 #include "fxds/SearchList.h"
+#include "tests/Surroundings.h"
 
 namespace {
 
@@ -42,39 +40,6 @@ private:
     const char* name;
     bool wasSet;
     std::string before;
-};
-
-// A directory of its own for a test, with everything in it gone at its end.
-class Directory {
-public:
-    Directory() {
-        char text[] = "/tmp/fxpathXXXXXX";
-        path = mkdtemp(text);
-    }
-    ~Directory() {
-        for (auto name = names.rbegin(); name != names.rend(); ++name) std::remove(name->c_str());
-        EXPECT_EQ(rmdir(path.c_str()), 0) << "something was left in " << path;
-    }
-    std::string file(const std::string& name) {
-        std::ofstream(path + "/" + name) << name;
-        return note(name);
-    }
-    std::string directory(const std::string& name) {
-        mkdir((path + "/" + name).c_str(), 0700);
-        return note(name);
-    }
-    std::string link(const std::string& name, const std::string& text) {
-        EXPECT_EQ(symlink(text.c_str(), (path + "/" + name).c_str()), 0);
-        return note(name);
-    }
-    std::string path;
-
-private:
-    std::string note(const std::string& name) {
-        names.push_back(path + "/" + name);
-        return names.back();
-    }
-    std::vector<std::string> names;
 };
 
 TEST(PathFunctions, BasenameAndDirname) {
@@ -111,7 +76,7 @@ TEST(PathFunctions, TildeIsAHomeDirectory) {
 }
 
 TEST(PathFunctions, LinksAreReadAndCut) {
-    Directory directory;
+    const TestDirectory directory;
     const std::string link = directory.link("link", "some/where");
     EXPECT_EQ(taken(symbolicLinkExtendedName(link.c_str(), 100)), "some/where");
     EXPECT_EQ(taken(symbolicLinkExtendedName(link.c_str(), 10)), "some/where");
@@ -198,7 +163,7 @@ std::vector<std::string> namesOf(const fxSearchList& list) {
 using Names = std::vector<std::string>;
 
 TEST(SearchList, ListsWhatMatchesInFull) {
-    Directory one, two;
+    const TestDirectory one, two;
     const Names found = {one.file("ab"), two.file("ab")};
     one.file("xab");
     two.file("b");
@@ -214,7 +179,7 @@ TEST(SearchList, ListsWhatMatchesInFull) {
 }
 
 TEST(SearchList, KeepsTheOrderOfTheDirectory) {
-    Directory directory;
+    const TestDirectory directory;
     for (const char* name : {"c", "a", "b", ".hidden"}) directory.file(name);
     Names expected;
     DIR* const entries = opendir(directory.path.c_str());
@@ -227,7 +192,7 @@ TEST(SearchList, KeepsTheOrderOfTheDirectory) {
 }
 
 TEST(SearchList, IsComputedWhenTextsChange) {
-    Directory directory;
+    const TestDirectory directory;
     const std::string a = directory.file("a");
     fxSearchList list("", "a");
     EXPECT_TRUE(list.isEmpty());
@@ -253,7 +218,7 @@ TEST(SearchList, IsComputedWhenTextsChange) {
 }
 
 TEST(SearchList, CopiesAreIndependent) {
-    Directory directory;
+    const TestDirectory directory;
     directory.file("a");
     fxSearchList list(directory.path.c_str(), "a");
     fxSearchList copy(list);

@@ -1,7 +1,6 @@
 #include "fxds/RegExp.h"
 
 #include <gtest/gtest.h>
-#include <pthread.h>
 
 #include <cstdlib>
 #include <cstring>
@@ -17,6 +16,7 @@
 #include "../fxds/RegParser.cc"
 #include "../fxds/RegPlan.cc"
 #include "RegExpModel.h"
+#include "Surroundings.h"
 #include "TestSeed.h"
 
 namespace {
@@ -410,22 +410,6 @@ TEST(RegExpModel, AgreesOnRandomPatterns) {
     EXPECT_GT(pairs, rounds / 20);
 }
 
-// Runs on a thread with a stack of 256 KB.
-void onSmallStack(const std::function<void()>& work) {
-    pthread_attr_t attributes;
-    pthread_attr_init(&attributes);
-    pthread_attr_setstacksize(&attributes, 256 * 1024);
-    pthread_t thread;
-    const auto run = [](void* f) -> void* {
-        (*static_cast<const std::function<void()>*>(f))();
-        return nullptr;
-    };
-    std::function<void()> copy = work;
-    ASSERT_EQ(pthread_create(&thread, &attributes, run, &copy), 0);
-    pthread_join(thread, nullptr);
-    pthread_attr_destroy(&attributes);
-}
-
 std::string repeated(const char* text, size_t bytes) {
     std::string result;
     result.reserve(bytes + 8);
@@ -434,7 +418,7 @@ std::string repeated(const char* text, size_t bytes) {
 }
 
 TEST(RegExpHostile, LongSubjectsNeedNoDeepStack) {
-    onSmallStack([] {
+    onStackOf(256 * 1024, [] {
         const size_t size = 10 << 20;
         const std::string n = std::to_string(size);
         const std::string abs = repeated("ab", size);

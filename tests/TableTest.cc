@@ -1,6 +1,5 @@
 // The integer hash table, the name space and the bounding box.
 #include <gtest/gtest.h>
-#include <pthread.h>
 
 #include <algorithm>
 #include <climits>
@@ -14,6 +13,7 @@
 #include "fxds/BoundingBox.h"
 #include "fxds/HashTable.h"
 #include "fxds/NameSpace.h"
+#include "tests/Surroundings.h"
 #include "tests/TestSeed.h"
 
 namespace {
@@ -313,29 +313,21 @@ TEST(NameSpaces, ReadNoFurtherThanTheNamesTheyWereGiven) {
 
 // Names whose hashes rise or fall one by one, so that the tree is one long
 // branch, live and die on a stack that has no room for a frame per name.
-void* liveOnASmallStack(void* falling) {
+void makeOneLongBranch(bool isFalling) {
     NameSpace names(nullptr, 0);
     for (int k = 0; k < 12000; ++k) {
-        const int i = falling != nullptr ? 11999 - k : k;
+        const int i = isFalling ? 11999 - k : k;
         // Four bytes b c d e hash to the number b e c d in base 27.
         char name[] = {static_cast<char>(i / 19683 + 1), static_cast<char>(i / 27 % 27 + 1),
                        static_cast<char>(i % 27 + 1), static_cast<char>(i / 729 % 27 + 1), 0};
         names.makeAtom(name, 1);
     }
     EXPECT_EQ(names.getLastAtom(), 12000u);
-    return nullptr;
 }
 
 TEST(NameSpaces, DegenerateTreesNeedNoStack) {
-    pthread_attr_t attributes;
-    pthread_attr_init(&attributes);
-    pthread_attr_setstacksize(&attributes, 128 * 1024);
-    for (void* falling : {static_cast<void*>(nullptr), static_cast<void*>(&attributes)}) {
-        pthread_t thread;
-        ASSERT_EQ(pthread_create(&thread, &attributes, liveOnASmallStack, falling), 0);
-        pthread_join(thread, nullptr);
-    }
-    pthread_attr_destroy(&attributes);
+    for (bool isFalling : {false, true})
+        onStackOf(128 * 1024, [=] { makeOneLongBranch(isFalling); });
 }
 
 TEST(BoundingBoxes, IntersectAndBoundByAxis) {

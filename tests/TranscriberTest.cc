@@ -1,7 +1,6 @@
 // Streams over files, the header, and the registry of readers.
 #include "fxds/Transcriber.h"
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <pthread.h>
@@ -17,49 +16,26 @@
 #include <random>
 #include <thread>
 
+#include "RunProgram.h"
 #include "StreamKit.h"
+#include "Surroundings.h"
 #include "fxds/Globals.h"
 #include "fxds/StdioStream.h"
 #include "tests/TestSeed.h"
 
 namespace {
 
-int openDescriptors() {
-    int count = 0;
-    DIR* directory = opendir("/proc/self/fd");
-    while (readdir(directory) != nullptr) ++count;
-    closedir(directory);
-    return count;
-}
-
 class Streams : public ::testing::Test {
 protected:
     static void SetUpTestSuite() { fxInitializeToolkit(); }
-    void SetUp() override {
-        descriptors = openDescriptors();
-        char pattern[] = "/tmp/fxdsXXXXXX";
-        ASSERT_NE(mkdtemp(pattern), nullptr);
-        directory = pattern;
-        path = directory + "/stream";
-    }
-    void TearDown() override {
+    ~Streams() override {
         fxTranscriber::resetToDefaultWriter();
-        unlink(path.c_str());
-        rmdir(directory.c_str());
         EXPECT_EQ(openDescriptors(), descriptors);
     }
 
-    std::string content() const {
-        std::string bytes(1000, '\0');
-        FILE* file = std::fopen(path.c_str(), "r");
-        bytes.resize(std::fread(bytes.data(), 1, bytes.size(), file));
-        std::fclose(file);
-        return bytes;
-    }
-
-    int descriptors = 0;
-    std::string directory;
-    std::string path;
+    const int descriptors = openDescriptors();
+    const TestDirectory directory;
+    const std::string path = directory.path + "/stream";
 };
 
 /// Counts what is alive of it.
@@ -110,7 +86,7 @@ TEST_F(Streams, EveryElementTypeGoesThroughAFile) {
                     out.putInts(ints, 2) && out.putLongs(longs, 2) && out.putFloats(floats, 2) &&
                     out.putDoubles(doubles, 2));
         EXPECT_TRUE(out.flush());
-        EXPECT_EQ(content().size(), 3U + 2 * (2 + 4 + 8 + 4 + 8));
+        EXPECT_EQ(contents(path).size(), 3U + 2 * (2 + 4 + 8 + 4 + 8));
         EXPECT_TRUE(out.close());
         EXPECT_FALSE(out.close() || out.flush() || out.putBytes(bytes, 1));
     }
@@ -176,7 +152,7 @@ TEST_F(Streams, ShorterContentLeavesTheOldTail) {
         fxStdioStream out(path.c_str(), fxStream::fxStreamWrite, 0600);
         EXPECT_TRUE(out.putBytes(text, static_cast<unsigned int>(strlen(text))));
     }
-    EXPECT_EQ(content(), "abnger");
+    EXPECT_EQ(contents(path), "abnger");
 }
 
 TEST_F(Streams, ReadWriteStreamTurnsBetweenReadingAndWriting) {
@@ -188,7 +164,7 @@ TEST_F(Streams, ReadWriteStreamTurnsBetweenReadingAndWriting) {
         EXPECT_TRUE(both.getBytes(&byte, 1) && both.putBytes("XY", 2) && both.getBytes(&byte, 1));
         EXPECT_EQ(byte, 'd');
     }
-    EXPECT_EQ(content(), "aXYdef");
+    EXPECT_EQ(contents(path), "aXYdef");
 }
 
 TEST_F(Streams, FullDiskIsNoticedWhenFlushing) {
