@@ -207,15 +207,10 @@ TEST(Array, FindStopsAtTheEndWithoutComparing) {
 TEST(Array, PointersAreItemsNotAddressesOfItems) {
     fxVoidPtrArray array(3);
     EXPECT_EQ(items(array), std::vector<void*>(3));
-    array.resize(5);
-    EXPECT_EQ(array[4], nullptr);
-    int target = 0;
-    array.append(&target);
-    array.append(nullptr);
-    EXPECT_EQ(array.find(&target), 5U);
-    EXPECT_EQ(array.find(&array), fxArray::notFound);
-
+    array.append(&array);
+    EXPECT_EQ(array.find(&array), 3U);
     fxStubFuncArray functions;
+    EXPECT_EQ(array.find(&functions), fxArray::notFound);
     functions.append(std::abort);
     EXPECT_EQ(functions.find(std::abort), 0U);
     fxSeqRangeArray ranges;
@@ -235,16 +230,9 @@ TEST(Array, BooleansAreBytesOfZeroOrOne) {
 }
 
 TEST(Array, AnswersAsAnArray) {
-    const fxIntArray number;
-    const fxVoidPtrArray pointers;
-    EXPECT_STREQ(number.className(), "ARRAY");
-    EXPECT_STREQ(pointers.className(), "ARRAY");
-    EXPECT_EQ(number.getTypeObj(), &fxIntArray_type);
-    EXPECT_EQ(pointers.getTypeObj(), &fxArray_type);
-    fxIntArray::deleteInstance(nullptr);
-    void* made = fxIntArray::newInstance(fxIntArray_type);
-    EXPECT_EQ(static_cast<fxIntArray*>(made)->length(), 0U);
-    fxIntArray::deleteInstance(made);
+    EXPECT_STREQ(fxIntArray().className(), "ARRAY");
+    EXPECT_STREQ(fxVoidPtrArray().className(), "ARRAY");
+    EXPECT_EQ(fxVoidPtrArray().getTypeObj(), &fxArray_type);
 }
 
 // Order.
@@ -436,17 +424,6 @@ TYPED_TEST(TypedArray, ReadsBackWhatItWrote) {
         ASSERT_TRUE(copy.isEmpty());
         copy.append(Item{1});
     }
-}
-
-TEST(ArrayXdr, IntsArePackedBeforeAsManyZeros) {
-    fxIntArray array = ints({1, -2, 3});
-    const unsigned char expected[] = {12,   0,    0,    0,    4, 0, 0, 0,  // byte length, filler
-                                      4,    0,                             // element size
-                                      1,    0,    0,    0,                 // the ints
-                                      0xFE, 0xFF, 0xFF, 0xFF, 3, 0, 0, 0, 0, 0,
-                                      0,    0,    0,    0,    0, 0, 0, 0, 0, 0};
-    EXPECT_EQ(written(array),
-              std::string(reinterpret_cast<const char*>(expected), sizeof expected));
 }
 
 // Large arrays go through in pieces, which must not show.
