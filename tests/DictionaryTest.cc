@@ -408,17 +408,6 @@ TEST(DictionaryCallbacks, CleanUpBearsAdditionsAndRemovals) {
 
 // Transcription.
 
-TEST(DictionaryXdr, WordsStandAsLaidOut) {
-    fxStrStrDictionary dict(1);
-    dict["k"] = "val";
-    dict["e"] = "";
-    EXPECT_EQ(written(dict), word(2, 16) + word(16, 16) + word(16) + word(1) +  //
-                                 text("e") + text("") + word(0) +               //
-                                 text("k") + text("val") + word(0));
-    fxStrStrDictionary none(5);
-    EXPECT_EQ(written(none), word(0, 16) + word(16, 16) + word(16) + word(5));
-}
-
 TEST(DictionaryXdr, ReadsBackWithChainsReversed) {
     std::mt19937 rng(testSeed());
     OpenDict dict(13);

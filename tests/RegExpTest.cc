@@ -177,67 +177,32 @@ TEST(RegExp, ProgramsAreLimitedInSize) {
     EXPECT_EQ(matchOf(alternatives + "|c", "xxc"), "2-3");
 }
 
-// A node as offset, opcode and next node.
-struct Node {
-    int offset, opcode, next;
-};
-
-void expectProgram(const char* pattern, std::initializer_list<Node> nodes, int size) {
+// The first byte, each node as offset:opcode>next, and the size.
+std::string programOf(const char* pattern) {
     const Compiled compiled = compile(pattern);
-    ASSERT_NE(compiled, nullptr);
     const char* const code =
         reinterpret_cast<const char*>(compiled.get()) + offsetof(fxregexp, program);
-    EXPECT_EQ(static_cast<unsigned char>(code[0]), 156);
-    for (const Node& node : nodes) {
-        SCOPED_TRACE(node.offset);
-        EXPECT_EQ(code[node.offset], node.opcode);
-        const int distance =
-            code[node.offset + 1] * 256 + static_cast<unsigned char>(code[node.offset + 2]);
-        const int next = distance == 0      ? 0
-                         : node.opcode == 7 ? node.offset - distance
-                                            : node.offset + distance;
-        EXPECT_EQ(next, node.next);
+    const size_t size = static_cast<size_t>(compiled->programSize_);
+    const fxRegProgram::Program program(code, size);
+    std::string text = std::to_string(static_cast<unsigned char>(code[0]));
+    for (size_t node = 1; node < size; node = program.following(node)) {
+        text += ' ' + std::to_string(node) + ':' + std::to_string(code[node]) + '>' +
+                std::to_string(program.next(node));
     }
-    EXPECT_EQ(compiled->programSize_, size) << pattern;
+    return text + " /" + std::to_string(size);
 }
 
 TEST(RegExp, ProgramsHaveTheirLayout) {
-    expectProgram("a\\*b", {{1, 6, 11}, {4, 8, 11}, {11, 0, 0}}, 14);
-    expectProgram("(ab)*",
-                  {{1, 6, 31},
-                   {4, 6, 25},
-                   {7, 21, 10},
-                   {10, 6, 19},
-                   {13, 8, 19},
-                   {19, 31, 22},
-                   {22, 7, 4},
-                   {25, 6, 28},
-                   {28, 9, 31},
-                   {31, 0, 0}},
-                  34);
-    expectProgram("", {{1, 6, 7}, {4, 9, 7}, {7, 0, 0}}, 10);
-    expectProgram("(a)+b",
-                  {{1, 6, 35},
-                   {4, 21, 7},
-                   {7, 6, 15},
-                   {10, 8, 15},
-                   {15, 31, 18},
-                   {18, 6, 24},
-                   {21, 7, 4},
-                   {24, 6, 27},
-                   {27, 9, 30},
-                   {30, 8, 35}},
-                  38);
-    expectProgram("a?[b-d]*",
-                  {{1, 6, 28},
-                   {4, 6, 12},
-                   {7, 8, 15},
-                   {12, 6, 15},
-                   {15, 9, 18},
-                   {18, 10, 28},
-                   {21, 4, 0},
-                   {28, 0, 0}},
-                  31);
+    EXPECT_EQ(programOf("a\\*b"), "156 1:6>11 4:8>11 11:0>0 /14");
+    EXPECT_EQ(
+        programOf("(ab)*"),
+        "156 1:6>31 4:6>25 7:21>10 10:6>19 13:8>19 19:31>22 22:7>4 25:6>28 28:9>31 31:0>0 /34");
+    EXPECT_EQ(programOf(""), "156 1:6>7 4:9>7 7:0>0 /10");
+    EXPECT_EQ(programOf("(a)+b"),
+              "156 1:6>35 4:21>7 7:6>15 10:8>15 15:31>18 18:6>24 21:7>4 24:6>27 27:9>30 30:8>35 "
+              "35:0>0 /38");
+    EXPECT_EQ(programOf("a?[b-d]*"),
+              "156 1:6>28 4:6>12 7:8>15 12:6>15 15:9>18 18:10>28 21:4>0 28:0>0 /31");
 }
 
 TEST(RegExp, ShortcutsAreThoseOfASingleAlternative) {

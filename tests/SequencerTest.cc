@@ -59,27 +59,11 @@ struct Model {
 
 }  // namespace
 
-TEST(Sequencer, CountsUpFromZero) {
+TEST(Sequencer, TakesTheHighestNumbersToo) {
     fxSequencer sequencer;
-    EXPECT_EQ(draw(sequencer, 3), (std::vector<unsigned int>{0, 1, 2}));
-    EXPECT_EQ(rangesOf(sequencer), (Ranges{{0, 3}}));
-}
-
-TEST(Sequencer, FillsDownFromTheLowestReservedNumberFirst) {
-    fxSequencer sequencer;
-    reserve(sequencer, {5});
+    reserve(sequencer, {5, 0xFFFFFFFF, 0xFFFFFFFE});
+    EXPECT_EQ(rangesOf(sequencer), (Ranges{{5, 1}, {0xFFFFFFFE, 2}}));
     EXPECT_EQ(draw(sequencer, 6), (std::vector<unsigned int>{4, 3, 2, 1, 0, 6}));
-}
-
-TEST(Sequencer, ReservingMergesWithBothNeighbours) {
-    fxSequencer sequencer;
-    draw(sequencer, 2);
-    reserve(sequencer, {2});
-    EXPECT_EQ(rangesOf(sequencer), (Ranges{{0, 3}}));
-    reserve(sequencer, {4, 3});
-    EXPECT_EQ(rangesOf(sequencer), (Ranges{{0, 5}}));
-    reserve(sequencer, {0xFFFFFFFF, 0xFFFFFFFE});
-    EXPECT_EQ(rangesOf(sequencer), (Ranges{{0, 5}, {0xFFFFFFFE, 2}}));
 }
 
 TEST(Sequencer, ReservingTwiceGoesUnnoticed) {

@@ -280,14 +280,6 @@ TEST(SetIter, OutlivesItsSet) {
     ++i;
 }
 
-TEST(SetXdr, WordsStandAsLaidOut) {
-    fxStrSet set(1);
-    set.add("a");
-    set.add("");
-    EXPECT_EQ(written(set),
-              word(2, 16) + word(16) + word(1) + text("") + word(0) + text("a") + word(0));
-}
-
 TEST(SetXdr, ReadsBackWholeStreamsOnly) {
     fxStrSet set(1);
     set.add("a");

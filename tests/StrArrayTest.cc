@@ -26,60 +26,15 @@ Texts texts(const fxStrArray& array) {
     return result;
 }
 
-TEST(StrArray, HoldsStringsNotTheirBytes) {
-    fxStrArray array(3);
-    EXPECT_EQ(texts(array), Texts(3));
-    array.append("x");
-    array.insert("first", 0);
-    EXPECT_EQ(texts(array), Texts({"first", "", "", "", "x"}));
-    EXPECT_EQ(array.find("x"), 4U);
-    EXPECT_EQ(array.find("y"), fxArray::notFound);
-    array.remove(1, 3);
-    array[1] = "a longer text than before";
-    EXPECT_EQ(texts(array), Texts({"first", "a longer text than before"}));
-}
-
-TEST(StrArray, InsertMovesLaterStringsAsBytes) {
-    fxStrArray array = strings({"a", "b", "c"});
-    const char* text = array[2].c_str();
-    array.insert("new", 1);
-    array.swap(0, 3);
-    EXPECT_EQ(array[0].c_str(), text);
-    EXPECT_EQ(texts(array.cut(0, 1)), Texts({"c"}));
-}
-
-TEST(StrArray, CopiesAreDeepAndCapacityTravels) {
-    fxStrArray array = strings({"one", "two"});
-    array.setMaxLength(10);
-    fxStrArray copy(array);
-    EXPECT_EQ(copy.getMaxLength(), 10U);
-    EXPECT_NE(copy[0].c_str(), array[0].c_str());
-    array[0] = "changed";
-    while (copy.length() < 10) copy.append(copy);
-    EXPECT_EQ(copy[8], "one");
-    copy = array;
-    EXPECT_EQ(texts(copy), Texts({"changed", "two"}));
-}
-
 TEST(StrArray, SortOrdersTextsAndQsortPlacesThem) {
     fxStrArray array = strings({"pear", "apple", "zebra", "apple", "fig"});
     array.sort();
     EXPECT_EQ(texts(array), Texts({"apple", "apple", "fig", "pear", "zebra"}));
-    const struct {
-        Texts before;
-        Texts after;
-    } cases[] = {{{"b", "c", "a"}, {"c", "c", "c"}},
-                 {{"e", "c", "i", "a", "g"}, {"i", "i", "i", "i", "i"}},
-                 {{"b", "a"}, {"", ""}},
-                 {{"x"}, {""}}};
-    for (const auto& each : cases) {
-        fxStrArray placed = strings(each.before);
-        placed.qsort();
-        EXPECT_EQ(texts(placed), each.after);
-        for (unsigned int i = 1; i < placed.length() && placed[0] != ""; ++i) {
-            EXPECT_NE(placed[i].c_str(), placed[0].c_str()) << "two strings share a block";
-        }
-    }
+    EXPECT_EQ(array.find("apple", 1), 1U);
+    fxStrArray placed = strings({"b", "c", "a"});
+    placed.qsort();
+    EXPECT_EQ(texts(placed), Texts({"c", "c", "c"}));
+    EXPECT_NE(placed[0].c_str(), placed[1].c_str()) << "two strings share a block";
 }
 
 TEST(StrArray, AgreesWithModel) {

@@ -191,8 +191,10 @@ TEST_F(Writer, PayloadIsCutAt512Bytes) {
     for (size_t n : {0U, 1U, 255U, 256U, 511U, 512U, 513U, 1000U, 1024U, 100000U}) {
         std::string payload;
         for (size_t i = 0; i < n; ++i) payload += static_cast<char>(i * 7 % 251);
-        std::string expected = record(5, word(3) + word(n), payload.substr(0, 512));
-        for (size_t i = 512; i < n; i += 512) expected += record(0, "", payload.substr(i, 512));
+        std::string expected = record(5, word(1) + word(n), payload.substr(0, 512));
+        std::string data;
+        for (size_t i = 0; i < n; i += 512) data += record(0, "", payload.substr(i, 512));
+        if (n > 512) expected += data.substr(record(0, "", payload.substr(0, 512)).size());
 
         // As a block, at once as scalars, and as scalars one by one.
         HeldStream block;
@@ -201,8 +203,6 @@ TEST_F(Writer, PayloadIsCutAt512Bytes) {
         char* p = payload.data();
         EXPECT_TRUE(blockWriter.xdr(&p, static_cast<unsigned int>(n)));
         EXPECT_TRUE(fxWriteObject(blockWriter, &root));
-        expected.replace(0, record(5, word(3) + word(n), payload.substr(0, 512)).size(),
-                         record(5, word(1) + word(n), payload.substr(0, 512)));
         EXPECT_NE(block->view().find(expected), std::string::npos) << n;
 
         HeldStream atOnce;
@@ -213,8 +213,6 @@ TEST_F(Writer, PayloadIsCutAt512Bytes) {
         OpenWriter singlyWriter(singly);
         for (char& byte : payload) EXPECT_TRUE(singlyWriter.xdr(&byte, 1));
         EXPECT_TRUE(singlyWriter.flush());
-        std::string data;
-        for (size_t i = 0; i < n; i += 512) data += record(0, "", payload.substr(i, 512));
         EXPECT_EQ(atOnce->view(), data) << n;
         EXPECT_EQ(singly->view(), data) << n;
     }
