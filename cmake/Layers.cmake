@@ -16,7 +16,7 @@ set(fxds_layers
   "HashCore HashNode KeyHooks Dictionary TypedDictionary Set TypedSet
    VoidPtrDict BinaryOTDict StrArray StrSet StrStrDictionary"
   # Values and channels; streams.
-  "DataTypes Trace Sequencer Data StrData Property Obj Channel Converter Network Event EventHandler
+  "DataTypes Trace TraceLines Sequencer Data StrData Property Obj Channel Converter Network Event EventHandler
    EventWalk Timer
    Globals
    Stream TypedStream StdioStream MemoryStream AddressIndex ReaderTable BinaryTranscriber BinaryWriter BinaryReader Xdr"
@@ -28,4 +28,4 @@ set(fxds_layers
 
 # Headers that only sources include. They are not installed; the others are all
 # reached from fxds/fxds.h.
-set(fxds_private_headers AddressIndex EventWalk HashCore Pool ReaderTable RegProgram)
+set(fxds_private_headers AddressIndex EventWalk HashCore Pool ReaderTable RegProgram TraceLines)

@@ -2,6 +2,7 @@
 
 #include "fxds/Data.h"
 #include "fxds/EventWalk.h"
+#include "fxds/TraceLines.h"
 
 // A replacing input has at most one message waiting. Its new message is queued
 // before the old one is withdrawn: deleting the old one may run anybody's code,
@@ -22,7 +23,8 @@ void fxEventHandler::postEvent(fxEvent* event, unsigned char urgent) {
 }
 
 void fxEventHandler::postMessage(fxOutputChannel* output, fxData* data, fxObj::fxSendFlags how) {
-    if (fxTrace::isOn(fxTrace::send) && output != nullptr) fxTrace::sending(*output, data, how);
+    if (fxTrace::isOn(fxTrace::send) && output != nullptr)
+        fxTraceLines::sending(*output, data, how);
     if (output == nullptr || output->getNumberOfConnections() == 0) {
         delete data;
         return;
@@ -38,7 +40,7 @@ void fxEventHandler::postMessage(fxOutputChannel* output, fxData* data, fxObj::f
         input->take();
         if (input->isReplacing()) input->cancelPending();
         if (how == fxObj::fxSendNow) {
-            if (fxTrace::isOn(fxTrace::events)) fxTrace::delivering(*input, data);
+            if (fxTrace::isOn(fxTrace::events)) fxTraceLines::delivering(*input, data);
             input->deliver(data);
         }
         input->release();
@@ -59,7 +61,7 @@ void fxEventHandler::queueMessage(fxInputChannel* input, fxData* data, unsigned 
 void fxEventHandler::withdraw(fxMessageEvent* event) {
     // One that the application has taken out is no longer ours to delete.
     if (event->queue != this) return;
-    if (fxTrace::isOn(fxTrace::events)) fxTrace::replacing(*event);
+    if (fxTrace::isOn(fxTrace::events)) fxTraceLines::replacing(*event);
     remove(event);
 }
 
@@ -67,7 +69,7 @@ void fxEventHandler::distributeEvents() {
     for (unsigned int remaining = count; remaining > 0; --remaining) {
         fxEvent* event = get();
         if (event == nullptr) return;
-        if (fxTrace::isOn(fxTrace::events)) fxTrace::delivering(*event);
+        if (fxTrace::isOn(fxTrace::events)) fxTraceLines::delivering(*event);
         fxEvent* ours = event;
         event->deliverer = &ours;
         event->deliver();

@@ -11,7 +11,7 @@
 #include "fxds/Fatal.h"
 #include "fxds/SelectHandler.h"
 #include "fxds/Timer.h"
-#include "fxds/Trace.h"
+#include "fxds/TraceLines.h"
 
 // What poll() calls may change everything that poll() looks at. So the result
 // of a select() stands on poll()'s own stack and tells only about descriptors;
@@ -55,7 +55,7 @@ void setBit(fxSelectSet& set, unsigned int descriptor) {
 // Entries that are removed meanwhile shorten the walk; added ones wait.
 void callFunctions(const char* phase, const fxStubFuncArray& functions) {
     const unsigned int count = functions.length();
-    if (fxTrace::isOn(fxTrace::loop)) fxTrace::phase("%s, functions %u", phase, count);
+    if (fxTrace::isOn(fxTrace::loop)) fxTraceLines::phase("%s, functions %u", phase, count);
     for (unsigned int i = 0; i < count && i < functions.length(); ++i) functions[i]();
 }
 
@@ -70,13 +70,13 @@ bool eventsWait() { return fx_theEventHandler != nullptr && !fx_theEventHandler-
 void distributeEvents() {
     if (fx_theEventHandler == nullptr) return;
     if (fxTrace::isOn(fxTrace::loop)) {
-        fxTrace::phase("distribute, events %u", fx_theEventHandler->getCount());
+        fxTraceLines::phase("distribute, events %u", fx_theEventHandler->getCount());
     }
     fx_theEventHandler->distributeEvents();
 }
 
 void advanceTimers(float seconds) {
-    if (fxTrace::isOn(fxTrace::loop)) fxTrace::phase("timers, %g s passed", double{seconds});
+    if (fxTrace::isOn(fxTrace::loop)) fxTraceLines::phase("timers, %g s passed", double{seconds});
     fxTimer::alarm(seconds);
 }
 
@@ -110,8 +110,8 @@ struct fxExec::ReadySets {
     int select(int fdCount, timeval wait) {
         if (fxTrace::isOn(fxTrace::loop)) {
             const double microseconds = static_cast<double>(wait.tv_usec);
-            fxTrace::phase("select, at most %g s",
-                           static_cast<double>(wait.tv_sec) + microseconds / 1000000.0);
+            fxTraceLines::phase("select, at most %g s",
+                                static_cast<double>(wait.tv_sec) + microseconds / 1000000.0);
         }
         return ::select(fdCount, hasRead ? read.forSystem() : nullptr,
                         hasWrite ? write.forSystem() : nullptr,
@@ -362,7 +362,8 @@ void fxExec::callHandlers(const ReadySets& ready) {
         fxSelectHandler* const handler = handlers[fd];
         const auto serves = [&](const UsedBits& set, const char* what) {
             const bool isServed = set.isSet(fd) && handler != nullptr && handlers[fd] == handler;
-            if (isServed && fxTrace::isOn(fxTrace::loop)) fxTrace::phase("%s, fd %d", what, fd);
+            if (isServed && fxTrace::isOn(fxTrace::loop))
+                fxTraceLines::phase("%s, fd %d", what, fd);
             return isServed;
         };
         if (serves(ready.read, "read")) handler->handleRead();

@@ -9,6 +9,7 @@
 
 #include "fxds/Property.h"
 #include "fxds/Str.h"
+#include "fxds/TraceLines.h"
 #include "fxds/VoidPtrDict.h"
 
 // Objects are found breadth first, along connections in both directions, and
@@ -85,7 +86,7 @@ private:
         fxObj& object = *objects[index];
         out << "    o" << index << " [label=\"{{";
         writePorts(out, 'i', channelsOf<fxInputChannel>(object.getInputs()));
-        out << "}|" << quoted(object.className());
+        out << "}|" << quoted(fxTraceLines::classNameOf(object));
         for (unsigned int i = 0; i < object.getNumberOfProperties(); ++i) {
             writeProperty(out, *object.getProperty(i));
         }

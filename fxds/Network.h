@@ -9,7 +9,8 @@
 
 /// Writes the network that the roots belong to as Graphviz dot text: every
 /// object that connections lead to from a root, forwards or backwards, with its
-/// class, its inputs and outputs, their data types, and its other properties.
+/// class (called as in a trace, see fxTrace), its inputs and outputs, their data
+/// types, and its other properties.
 /// An edge that converts is labelled with both types. Null roots are skipped.
 ///
 /// Objects come in the order in which they are found, channels by name, so the

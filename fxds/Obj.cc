@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "fxds/Fatal.h"
+#include "fxds/TraceLines.h"
 
 // Properties stand in one array, ascending by tag. Letting go of a property
 // may run anybody's code (destructors of opaque pointers, of shared objects, of
@@ -23,7 +24,7 @@ unsigned short tagAt(const fxVoidPtrArray& properties, unsigned int index) {
 
 fxObj::~fxObj() {
     if (properties == nullptr) return;
-    if (fx_traceKinds != 0) fxTrace::dying(*this);
+    if (fx_traceKinds != 0) fxTraceLines::dying(*this);
     refCount += dying;
     // What is released may send: the receiving functions belong to a class whose
     // destructor has run.

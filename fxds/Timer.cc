@@ -3,6 +3,8 @@
 #include <cfloat>
 #include <cmath>
 
+#include "fxds/TraceLines.h"
+
 // Active timers stand in one list in the order of expiry, each with the time by
 // which it is due after its predecessor, so that letting time pass changes only
 // the first one.
@@ -51,7 +53,7 @@ void fxTimer::setInterval(float seconds) { interval = usable(seconds); }
 // Taken off the list only: in a pass, a repeating timer stays among those that
 // are started again, which then gives it the same full interval.
 void fxTimer::startTimer() {
-    if (fxTrace::isOn(fxTrace::timers)) fxTrace::timer("start", *this, interval);
+    if (fxTrace::isOn(fxTrace::timers)) fxTraceLines::timer("start", *this, interval);
     removeFromActiveList();
     addToActiveList();
 }
@@ -61,7 +63,7 @@ void fxTimer::stopTimer() {
     removeFromActiveList();
     const bool wasWaiting = withdraw();
     if ((wasActive || wasWaiting) && fxTrace::isOn(fxTrace::timers)) {
-        fxTrace::timer("stop", *this, interval);
+        fxTraceLines::timer("stop", *this, interval);
     }
 }
 
@@ -77,7 +79,7 @@ void fxTimer::alarm(float seconds) {
         pass.seconds -= timer->delta;
         timer->unlink();
         pass.ticking = timer;
-        if (fxTrace::isOn(fxTrace::timers)) fxTrace::timer("tick", *timer, timer->interval);
+        if (fxTrace::isOn(fxTrace::timers)) fxTraceLines::timer("tick", *timer, timer->interval);
         timer->tick();
         if (pass.ticking != nullptr && timer->repeating) pass.toStartAgain.append(timer);
     }

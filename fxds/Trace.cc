@@ -19,6 +19,7 @@
 #include "fxds/Obj.h"
 #include "fxds/Str.h"
 #include "fxds/StrArray.h"
+#include "fxds/TraceLines.h"
 
 // What is traced calls in here before it happens, so that everything a line
 // speaks of is still there. A line is put together in full and then written at
@@ -106,32 +107,16 @@ private:
     std::string text;
 };
 
-// As className() has it; that of a class which does not define it, from the
-// compiler, without the namespaces around it.
-std::string classOf(const fxObj& object) {
-    std::string given = object.className();
-    if (given != object.fxXDRObj::className()) return given;
-    int status = 0;
-    const std::unique_ptr<char, void (*)(void*)> readable(
-        abi::__cxa_demangle(typeid(object).name(), nullptr, nullptr, &status), std::free);
-    if (readable == nullptr) return given;
-    const std::string_view name(readable.get());
-    const size_t scope = name.substr(0, name.find('<')).rfind("::");
-    return std::string(name.substr(scope != std::string_view::npos ? scope + 2 : 0));
-}
-
 // The numbers of objects, counted by class.
 class Names {
 public:
     // An object keeps the class that it was first seen as: one that is being
     // made or destroyed is, for the language, of a base class of its own.
     const std::string& of(const fxObj& object) {
-        std::string& name = names[&object];
-        if (name.empty()) {
-            const std::string className = classOf(object);
-            name = className + '#' + std::to_string(++counts[className]);
-        }
-        return name;
+        const auto known = names.find(&object);
+        if (known != names.end()) return known->second;
+        const std::string className = fxTraceLines::classNameOf(object);  // may call in here
+        return names[&object] = className + '#' + std::to_string(++counts[className]);
     }
     void forget(const fxObj& object) { names.erase(&object); }
     void forgetAll() {
@@ -277,7 +262,8 @@ void putReaching(const char* kind, fxEvent& event) {
     if (message != nullptr) {
         putReaching(kind, *message->getChannel(), message->getData());
     } else if (isToWrite(fxTrace::events)) {
-        Line(kind) << classOf(event) << ", event type " << static_cast<long>(event.getType());
+        Line(kind) << fxTraceLines::classNameOf(event) << ", event type "
+                   << static_cast<long>(event.getType());
     }
 }
 
@@ -328,8 +314,9 @@ bool fxTrace::enable(const char* words) {
         if (word.empty()) continue;
         const unsigned int called = kindsCalled(word);
         kinds |= called;
-        if (called != 0 || isInLine) continue;
+        if (called != 0) continue;
         isUnderstood = false;
+        if (isInLine) continue;
         Line line("trace");
         line << "unknown word ";
         line.quote(word) << "; there are send, events, timers, loop, all";
@@ -347,30 +334,44 @@ void fxTrace::sending(const fxOutputChannel& output, const fxTracedValue& value)
     putSending(output, value, fxObj::fxSendNow);
 }
 
-void fxTrace::sending(const fxOutputChannel& output, fxData* data, int how) {
-    putSending(output, data, how);
-}
-
 void fxTrace::delivering(fxInputChannel& input, const fxTracedValue& value) {
     putReaching("deliver", input, value);
 }
 
-void fxTrace::delivering(fxInputChannel& input, fxData* data) {
+// What only the library calls.
+
+std::string fxTraceLines::classNameOf(const fxObj& object) {
+    std::string given = object.className();
+    if (given != object.fxXDRObj::className()) return given;
+    int status = 0;
+    const std::unique_ptr<char, void (*)(void*)> readable(
+        abi::__cxa_demangle(typeid(object).name(), nullptr, nullptr, &status), std::free);
+    if (readable == nullptr) return given;
+    const std::string_view name(readable.get());
+    const size_t scope = name.substr(0, name.find('<')).rfind("::");
+    return std::string(name.substr(scope != std::string_view::npos ? scope + 2 : 0));
+}
+
+void fxTraceLines::sending(const fxOutputChannel& output, fxData* data, int how) {
+    putSending(output, data, how);
+}
+
+void fxTraceLines::delivering(fxInputChannel& input, fxData* data) {
     putReaching("deliver", input, data);
 }
 
-void fxTrace::delivering(fxEvent& event) { putReaching("deliver", event); }
+void fxTraceLines::delivering(fxEvent& event) { putReaching("deliver", event); }
 
-void fxTrace::replacing(fxEvent& event) { putReaching("replace", event); }
+void fxTraceLines::replacing(fxEvent& event) { putReaching("replace", event); }
 
-void fxTrace::timer(const char* what, const fxObj& object, double seconds) {
-    if (!isToWrite(timers)) return;
+void fxTraceLines::timer(const char* what, const fxObj& object, double seconds) {
+    if (!isToWrite(fxTrace::timers)) return;
     Line line("timer");
     line << what << " " << Names::theNames().of(object) << ", " << seconds << " s";
 }
 
-void fxTrace::phase(const char* format, ...) {
-    if (!isToWrite(loop)) return;
+void fxTraceLines::phase(const char* format, ...) {
+    if (!isToWrite(fxTrace::loop)) return;
     char text[128];
     va_list arguments;
     va_start(arguments, format);
@@ -379,4 +380,4 @@ void fxTrace::phase(const char* format, ...) {
     Line("loop") << text;
 }
 
-void fxTrace::dying(const fxObj& object) { Names::theNames().forget(object); }
+void fxTraceLines::dying(const fxObj& object) { Names::theNames().forget(object); }

@@ -6,10 +6,7 @@
 
 #include "fxds/DataTypes.h"
 
-class fxData;
-class fxEvent;
 class fxInputChannel;
-class fxObj;
 class fxOutputChannel;
 
 /// The kinds of lines that are written now; 0 while nothing is traced. To be
@@ -20,8 +17,8 @@ extern FX_API unsigned int fx_traceKinds;
 class fxTracedValue {
 public:
     fxTracedValue() : type(fxDT_void), value(nullptr) {}
-    template <class T>
     /// Borrows the value for the call that it is handed to.
+    template <class T>
     explicit fxTracedValue(const T& value_) : type(typeOf(&value_, 0)), value(&value_) {}
 
     unsigned short type;  ///< Of the C++ type, which the channel's need not be.
@@ -58,7 +55,8 @@ public:
     };
 
     /// Receives a line, which has no newline and ends with a zero byte: a view.
-    /// It may not use the objects of the library; what it does is not traced.
+    /// It may not destroy objects or channels, nor throw; what it does is not
+    /// traced.
     typedef void Sink(void* closure, const char* line, size_t length);
 
     /// Traces these kinds and no other from now on; 0 switches tracing off and
@@ -79,17 +77,11 @@ public:
     static void setSink(Sink* sink, void* closure);
 
     ///@{
-    /// What the library writes; each writes nothing when its kind is off, and
-    /// only looks at what it is given. `how` is an fxObj::fxSendFlags.
+    /// Not for programs to call: tells of a value that is sent at once, which
+    /// inline functions do. Writes nothing when its kind is off, and only looks
+    /// at what it is given.
     [[gnu::cold]] static void sending(const fxOutputChannel& output, const fxTracedValue& value);
-    [[gnu::cold]] static void sending(const fxOutputChannel& output, fxData* data, int how);
     [[gnu::cold]] static void delivering(fxInputChannel& input, const fxTracedValue& value);
-    [[gnu::cold]] static void delivering(fxInputChannel& input, fxData* data);
-    [[gnu::cold]] static void delivering(fxEvent& event);
-    [[gnu::cold]] static void replacing(fxEvent& event);
-    [[gnu::cold]] static void timer(const char* what, const fxObj& timer, double seconds);
-    [[gnu::cold, gnu::format(printf, 1, 2)]] static void phase(const char* format, ...);
-    [[gnu::cold]] static void dying(const fxObj& object);
     ///@}
 };
 

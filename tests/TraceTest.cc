@@ -3,6 +3,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <sstream>
 #include <utility>
 
 #include "tests/Dataflow.h"
@@ -153,6 +154,9 @@ TEST_F(Trace, ObjectsTellWhatTheyHave) {
     EXPECT_EQ(counter.findProperty(50000)->getName(), nullptr);
     EXPECT_EQ((*counter.getOutput("count"))[0]->getName(), nullptr);  // a converter's entry
     EXPECT_EQ(Redraw().getInputNames().length(), 0u);
+    std::ostringstream picture;  // calls objects as lines do: Counter has no className()
+    fxDumpNetwork(picture, &printer);
+    EXPECT_NE(picture.str().find("|Counter\\npace : long = 5\\n"), std::string::npos);
 }
 
 // Values of every kind at once, through the queue and boxed, and what is
@@ -206,6 +210,26 @@ TEST_F(Trace, ShowsValues) {
         "fxds deliver Printer#1.latest int 9\n"
         "fxds send    nobody void*, now, 0 connections\n";
     EXPECT_EQ(taken(), expected);
+}
+
+// What a line asks may switch tracing off and on, and the sink ask for nonsense.
+TEST_F(Trace, ToleratesSwitchingInALine) {
+    struct Fickle : fxObj {
+        const char* className() const override {
+            fxTrace::enable(0U);
+            fxTrace::enable(fxTrace::send);
+            return "Fickle";
+        }
+    };
+    bool isUnderstood = true;
+    fxTrace::setSink([](void* closure, const char*,
+                        size_t) { *static_cast<bool*>(closure) = fxTrace::enable("nonsense"); },
+                     &isUnderstood);
+    fxTrace::enable(fxTrace::send);
+    Fickle fickle;
+    fxObj::sendInt(fickle.addOutput<int>("out"), 1);
+    EXPECT_FALSE(isUnderstood);
+    EXPECT_EQ(fx_traceKinds, 0U);
 }
 
 // Receivers destroy the sender, its output, themselves and each other.
