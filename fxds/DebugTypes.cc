@@ -63,6 +63,16 @@ struct Described {
     fxSequencer* sequencer;
 
     fxTypeObj* typeObj;
+    fxBinaryReader* binaryReader;
+    fxBinaryWriter* binaryWriter;
+    fxBinaryWriterItem* binaryWriterItem;
+    fxXdrReferent* xdrReferent;
+    fxStdioStream* stdioStream;
+    fxMemoryStream* memoryStream;
+
+    fxRegEx* regEx;
+    fxSLinearPattern* linearPattern;
+
     Counted* counted;
     GenericList* genericList;
     fxIndexableList* indexableList;
