@@ -1,0 +1,474 @@
+#include <algorithm>
+#include <cstdlib>
+
+#include "Torturer.h"
+
+// What a step may be, and the objects and functions that it gives the library.
+
+namespace soak {
+
+namespace {
+
+constexpr size_t manyObjects = 250;
+constexpr size_t manyEvents = 300;
+constexpr size_t manyConnections = 8;
+constexpr int functionCount = 4;
+
+struct Plain : fxObj {
+    explicit Plain(const Object&) {}
+    virtual Id getId() const = 0;
+};
+
+struct Ticking : fxTimer {
+    explicit Ticking(const Object& object) : fxTimer(object.repeats) {}
+    void tick() override;
+    virtual Id getId() const = 0;
+};
+
+struct Serving : fxSelectHandler {
+    explicit Serving(const Object& object)
+        : fxSelectHandler(object.fd, object.wants[0], object.wants[1], object.wants[2]) {}
+    ~Serving() override { fd = -1; }  // which was none
+    const char* className() const override { return "Serving"; }
+    void handleRead() override { handle(Call::read); }
+    void handleWrite() override { handle(Call::write); }
+    void handleException() override { handle(Call::exception); }
+    void handle(Call::Kind kind);
+    virtual Id getId() const = 0;
+};
+
+template <class Base>
+struct Subject final : Base, Counted {
+    Subject(Id id_, const Object& object) : Base(object), id(id_) {}
+    ~Subject() override;
+    Id getId() const override { return id; }
+    const Id id;
+};
+
+void Ticking::tick() {
+    if (torturer->tick(getId())) fxTimer::tick();
+}
+
+void Serving::handle(Call::Kind kind) { torturer->call(kind, getId()); }
+
+template <class Base>
+Subject<Base>::~Subject() {
+    torturer->objectDied(id);
+}
+
+long number(unsigned char value) { return value; }
+long number(int value) { return value; }
+long number(long value) { return value; }
+long number(float value) { return static_cast<long>(value); }
+long number(double value) { return static_cast<long>(value); }
+long number(char* value) { return std::strtol(value, nullptr, 10); }
+long number(fxStr& value) { return std::strtol(value.c_str(), nullptr, 10); }
+
+template <class T>
+void hear(void* closure, T value) {
+    torturer->call(Call::receive, static_cast<Ear*>(closure)->input, number(value));
+}
+
+void hearVoid(void* closure) {
+    torturer->call(Call::receive, static_cast<Ear*>(closure)->input, noValue);
+}
+
+template <class T>
+void (*hearer())() {
+    return reinterpret_cast<void (*)()>(hear<T>);
+}
+
+template <int number>
+void function() {
+    torturer->call(Call::function, number);
+}
+
+void (*const functions[functionCount])() = {function<1>, function<2>, function<3>, function<4>};
+
+unsigned char judgeEvent(fxEvent* event, void*) { return torturer->judge(event); }
+
+void releaseThing(void* thing) { torturer->thingReleased(thing); }
+
+template <class Data>
+struct Boxed : Data, Counted {
+    using Data::Data;
+};
+
+fxData* box(int type, long value) {
+    const std::string text = std::to_string(value);
+    if (type == fxDT_void) return new Boxed<fxVoidData>();
+    if (type == fxDT_fxBool) return new Boxed<fxBoolData>(static_cast<unsigned char>(value));
+    if (type == fxDT_int) return new Boxed<fxIntData>(static_cast<int>(value));
+    if (type == fxDT_long) return new Boxed<fxLongData>(value);
+    if (type == fxDT_float) return new Boxed<fxFloatData>(static_cast<float>(value));
+    if (type == fxDT_double) return new Boxed<fxDoubleData>(static_cast<double>(value));
+    if (type == fxDT_CharPtr) return new Boxed<fxCharPtrData>(fxCopyCharPtr(text.c_str()));
+    return new Boxed<fxStrData>(fxStr(text.c_str()));
+}
+
+}  // namespace
+
+void Torturer::step() {
+    if (!report.empty()) return;
+    ++stepsTaken;
+    if (living.size() < 20 || (living.size() < manyObjects && chance(6))) return create();
+    if (model.queue.size() > manyEvents && chance(30)) return distribute();
+    const long kind = below(100);
+    if (kind < 4) return destroy(anyObject());
+    if (kind < 9) return changeInput(anyObject());
+    if (kind < 14) return changeOutput(anyObject());
+    if (kind < 40) return changeConnection();
+    if (kind < 43) return changeInputsConnections();
+    if (kind < 69) return sendSomething();
+    if (kind < 75) return changeProperty();
+    if (kind < 80) return changeTimer();
+    if (kind < 85) return changeHandler();
+    if (kind < 87) return changeFunctions();
+    if (kind < 93) return changeQueue();
+    if (kind < 95) return distribute();
+    if (kind < 96) return removeEvents();
+    if (kind < 97) return letTimePass();
+    if (kind < 99) return poll();
+    return askWhetherBlocked();
+}
+
+void Torturer::create() {
+    Object object;
+    object.kind = static_cast<Kind>(below(3));
+    object.repeats = object.kind == timer && chance(50);
+    if (object.kind == handler) {
+        object.fd = static_cast<int>(below(maxFd));
+        for (bool& wants : object.wants) wants = chance(60);
+    }
+    const Id id = model.addObject(object);
+    note("create: object, kind", id, object.kind);
+    fxObj* real = nullptr;
+    if (object.kind == timer) {
+        auto* made = new Subject<Ticking>(id, object);
+        real = made;
+        outputs[model.addOutput(id, tickSlot, 0)] = made->tickOutput;
+    } else if (object.kind == handler) {
+        real = new Subject<Serving>(id, object);
+    } else {
+        real = new Subject<Plain>(id, object);
+    }
+    real->take();
+    objects[id] = {real, true};
+    living.push_back(id);
+    for (int i = 0; i < slots; ++i) {
+        changeInput(id);
+        changeOutput(id);
+    }
+}
+
+// Only what we still hold; the rest goes with whoever has it as a property.
+void Torturer::destroy(Id id) {
+    Real& real = objects.at(id);
+    if (!std::exchange(real.isOurs, false)) return;
+    note("destroy: object", id);
+    fxObj* const object = real.object;
+    Activity nothing(model);
+    model.release(id);
+    during(nothing, [&] { object->release(); });
+}
+
+void Torturer::changeInput(Id id) {
+    static void (*const hearers[dataTypes])() = {reinterpret_cast<void (*)()>(hearVoid),
+                                                 hearer<unsigned char>(),
+                                                 hearer<int>(),
+                                                 hearer<long>(),
+                                                 hearer<float>(),
+                                                 hearer<double>(),
+                                                 hearer<char*>(),
+                                                 hearer<fxStr&>()};
+    fxObj& object = *objects.at(id).object;
+    const int place = slot();
+    Activity nothing(model);
+    if (chance(30)) {
+        note("remove input: object, slot", id, place);
+        model.removeInput(id, place);
+        during(nothing, [&] { object.removeInput(inputNames[place]); });
+        return;
+    }
+    const auto type = static_cast<unsigned short>(below(dataTypes));
+    const bool replaces = chance(40);
+    const Id input = model.addInput(id, place, type, replaces);
+    note("add input: object, slot, input", id, place, input);
+    ears[input] = std::make_unique<Ear>(input);
+    during(nothing, [&] {
+        inputs[input] = object.addInput(inputNames[place], type, ears[input].get(), hearers[type],
+                                        replaces ? 3 : 2);
+    });
+}
+
+void Torturer::changeOutput(Id id) {
+    fxObj& object = *objects.at(id).object;
+    const int place = slot();
+    Activity nothing(model);
+    if (chance(30)) {
+        note("remove output: object, slot", id, place);
+        model.removeOutput(id, place);
+        during(nothing, [&] { object.removeOutput(outputNames[place]); });
+        return;
+    }
+    const int type = place == tickSlot && chance(70) ? 0 : static_cast<int>(below(dataTypes));
+    const Id output = model.addOutput(id, place, type);
+    note("add output: object, slot, output", id, place, output);
+    during(nothing, [&] {
+        outputs[output] = object.addOutput(outputNames[place], static_cast<unsigned short>(type));
+    });
+}
+
+void Torturer::changeConnection() {
+    const Place from = anyOutput(false);
+    const Place to = anyInput(from.channel);
+    const Id output = from.channel;
+    const Id input = to.channel;
+    const bool areThere = output != 0 && input != 0;
+    const bool connects = chance(80);
+    if (connects && areThere) {
+        const Output& sender = model.outputs.at(output);
+        if (sender.connections.size() >= manyConnections) return;
+        if (!isConvertible(sender.type, model.inputs.at(input).type)) return;
+    }
+    fxObj* const sender = objects.at(from.object).object;
+    fxObj* const receiver = objects.at(to.object).object;
+    const char* const outputName = outputNames[from.slot];
+    const char* const inputName = inputNames[to.slot];
+    Activity nothing(model);
+    note(connects ? "connect: output, input" : "disconnect: output, input", output, input);
+    if (!connects) {
+        if (areThere) model.disconnect(output, input);
+        during(nothing, [&] { sender->disconnect(outputName, receiver, inputName); });
+    } else if (areThere && chance(10)) {  // maybe twice
+        model.connect(output, input);
+        during(nothing, [&] { outputs.at(output)->add(inputs.at(input)); });
+    } else {
+        if (areThere && !model.isConnected(output, input)) model.connect(output, input);
+        during(nothing, [&] { sender->connect(outputName, receiver, inputName); });
+    }
+}
+
+void Torturer::changeInputsConnections() {
+    const Id input = anyInput(0).channel;
+    if (input == 0) return;
+    fxInputChannel* const real = inputs.at(input);
+    Activity nothing(model);
+    const long kind = below(3);
+    note("0 flush, 1 disconnect, 2 remove messages: kind, input", kind, input);
+    if (kind == 0) {
+        model.flush(input);
+        during(nothing, [&] { real->flush(); });
+    } else if (kind == 1) {
+        model.disconnectAll(input);
+        during(nothing, [&] { real->disconnect(); });
+    } else {
+        model.removeMessages(input);
+        during(nothing, [&] { fx_theEventHandler->removeMessageEvents(real); });
+    }
+}
+
+void Torturer::sendSomething() {
+    const Id output = anyOutput(true).channel;
+    if (output == 0) return;
+    static const Mode modes[] = {queued, queued, now, now, now, urgent, urgent, cancelOnly};
+    const Mode mode = modes[below(8)];
+    const int type = model.outputs.at(output).type;
+    const long value = converted(type, below(100000));
+    const bool isBoxed = chance(40);
+    fxOutputChannel* const real = outputs.at(output);
+    note("send: output, value, mode", output, value, mode);
+    const auto send = [&] { reallySend(real, type, value, mode, isBoxed); };
+    if (mode == now) {
+        Delivery delivery(model, output, value);
+        during(delivery, send);
+    } else {
+        model.send(output, value, mode);
+        Activity nothing(model);
+        during(nothing, send);
+    }
+}
+
+void Torturer::reallySend(fxOutputChannel* output, int type, long value, Mode mode, bool isBoxed) {
+    const auto how = static_cast<fxObj::fxSendFlags>(mode);
+    if (isBoxed) {
+        fxData* const data = box(type, value);
+        const bool isLeft = mode == cancelOnly && output->getNumberOfConnections() > 0;
+        fxObj::sendData(output, data, how);
+        if (isLeft) delete data;
+        return;
+    }
+    const std::string text = std::to_string(value);
+    if (type == fxDT_void) fxObj::sendVoid(output, how);
+    if (type == fxDT_fxBool) fxObj::sendBool(output, static_cast<unsigned char>(value), how);
+    if (type == fxDT_int) fxObj::sendInt(output, static_cast<int>(value), how);
+    if (type == fxDT_long) fxObj::sendLong(output, value, how);
+    if (type == fxDT_float) fxObj::sendFloat(output, static_cast<float>(value), how);
+    if (type == fxDT_double) fxObj::sendDouble(output, static_cast<double>(value), how);
+    if (type == fxDT_CharPtr) fxObj::sendCharPtr(output, text.c_str(), how);
+    if (type == fxDT_fxStr) fxObj::sendStr(output, fxStr(text.c_str()), how);
+}
+
+// Objects hold only younger ones, so that holding makes no circles.
+void Torturer::changeProperty() {
+    const Id id = anyObject();
+    fxObj& object = *objects.at(id).object;
+    const int place = static_cast<int>(below(tags));
+    const auto tag = static_cast<unsigned short>(firstTag + place);
+    Activity nothing(model);
+    const long kind = below(20);
+    note("change property: object, tag, kind", id, place, kind);
+    if (kind == 0) {
+        model.removeAllProperties(id);
+        during(nothing, [&] { object.removeAllProperties(); });
+        return;
+    }
+    if (kind < 6) {
+        model.removeProperty(id, place);
+        during(nothing, [&] { object.removeProperty(tag); });
+        return;
+    }
+    Held held{0, 0};
+    fxProperty* property = nullptr;
+    if (kind < 9) {
+        property = new fxProperty(tag, kind);
+    } else if (kind < 12) {
+        property = new fxProperty(tag, box(fxDT_int, kind));
+    } else if (kind < 16) {
+        held.thing = model.newId();
+        property = new fxProperty(tag, reinterpret_cast<void*>(held.thing), releaseThing);
+    } else {
+        held.object = anyObject();
+        if (held.object <= id) return;
+        property = new fxProperty(tag, objects.at(held.object).object);
+    }
+    model.setProperty(id, place, held);
+    during(nothing, [&] { object.setProperty(property); });
+}
+
+void Torturer::changeTimer() {
+    const Id id = anyObject(timer);
+    if (id == 0) return;
+    auto& real = static_cast<fxTimer&>(*objects.at(id).object);
+    const bool starts = chance(80);
+    note(starts ? "start: timer" : "stop: timer", id);
+    if (starts) {
+        Object& object = model.objects.at(id);
+        object.interval = chance(20) ? 0 : below(40);
+        real.setInterval(static_cast<float>(object.interval) / perSecond);
+        model.start(id);
+        real.startTimer();
+    } else {
+        model.stop(id);
+        real.stopTimer();
+    }
+}
+
+void Torturer::changeHandler() {
+    const Id id = anyObject(handler);
+    if (id == 0) return;
+    auto* const real = static_cast<fxSelectHandler*>(objects.at(id).object);
+    const bool adds = chance(75);
+    note(adds ? "add handler: object, fd" : "remove handler: object, fd", id, real->getFd());
+    if (adds) {
+        model.addHandler(id);
+        fx_theExecutive->addSelectHandler(real);
+    } else {
+        model.removeHandler(id);
+        fx_theExecutive->removeSelectHandler(real);
+    }
+}
+
+void Torturer::changeFunctions() {
+    const auto place = static_cast<int>(below(functionCount));
+    const bool isPre = chance(50);
+    auto& list = isPre ? model.preFunctions : model.postFunctions;
+    const bool adds = list.size() < 4 && chance(60);
+    note(adds ? "add function: number, pre" : "remove function: number, pre", place + 1, isPre);
+    if (adds) {
+        list.push_back(place + 1);
+        isPre ? fx_theExecutive->addPreSelectFunc(functions[place])
+              : fx_theExecutive->addPostSelectFunc(functions[place]);
+    } else {
+        const auto found = std::find(list.begin(), list.end(), place + 1);
+        if (found != list.end()) list.erase(found);
+        isPre ? fx_theExecutive->removePreSelectFunc(functions[place])
+              : fx_theExecutive->removePostSelectFunc(functions[place]);
+    }
+}
+
+void Torturer::changeQueue() {
+    if (taken.size() > 4 || (!taken.empty() && chance(30))) return changeTaken();
+    if (chance(40)) {
+        auto* const notice = new Notice;
+        const Event event{++model.lastEvent, 0, 0, 0};
+        const bool isUrgent = chance(50);
+        note("post: event, urgently", event.id, isUrgent);
+        model.post(event, isUrgent);
+        fx_theEventHandler->postEvent(notice, isUrgent);
+    } else if (!model.queue.empty()) {
+        const Event event = model.take(0);
+        note("take: event", event.id);
+        taken.emplace_back(event, fx_theEventHandler->get());
+        if (taken.back().second->getSequence() != static_cast<unsigned long>(event.id)) {
+            fail("another event was at the front");
+        }
+    }
+}
+
+// Something becomes of an event that was taken out of the queue.
+void Torturer::changeTaken() {
+    const auto [event, real] = taken.back();
+    taken.pop_back();
+    const long kind = below(4);
+    note("taken: event, kind", event.id, kind);
+    if (kind < 2) {
+        model.post(event, kind == 1);
+        fx_theEventHandler->postEvent(real, kind == 1);
+        return;
+    }
+    if (kind == 2 && event.input != 0) {
+        HandDelivery delivery(model, event);
+        fxEvent* const delivered = real;
+        during(delivery, [&] { delivered->deliver(); });
+    }
+    model.forget(event);
+    delete real;
+}
+
+void Torturer::distribute() {
+    note("distribute", static_cast<long>(model.queue.size()));
+    Distribution distribution(model);
+    during(distribution, [] { fx_theEventHandler->distributeEvents(); });
+}
+
+void Torturer::removeEvents() {
+    note("remove events", static_cast<long>(model.queue.size()));
+    Removal removal(model);
+    during(removal, [] { fx_theEventHandler->removeEvents(judgeEvent, nullptr); });
+}
+
+void Torturer::letTimePass() {
+    const long units = below(20);
+    note("let time pass", units);
+    Pass pass(model, units);
+    during(pass, [&] { fxTimer::alarm(static_cast<float>(units) / perSecond); });
+}
+
+void Torturer::poll() {
+    static const double waits[] = {0, 0.25, 1.5, 7, 1000};
+    const double seconds = waits[below(5)];
+    note("poll", static_cast<long>(seconds * perSecond));
+    Poll turn(model, seconds);
+    during(turn, [&] { fx_theExecutive->poll(static_cast<float>(seconds)); });
+}
+
+void Torturer::askWhetherBlocked() {
+    note("will it block");
+    Asking asking(model);
+    bool blocks = false;
+    during(asking, [&] { blocks = fx_theExecutive->willBlock(); });
+    if (blocks != asking.blocks()) fail("willBlock() is %d", blocks);
+}
+
+}  // namespace soak

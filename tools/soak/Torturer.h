@@ -1,0 +1,164 @@
+// The random network: what it consists of, and what is known of it.
+#ifndef FXDS_SOAK_TORTURER_H
+#define FXDS_SOAK_TORTURER_H
+
+#include <sys/select.h>
+
+#include <map>
+#include <memory>
+#include <random>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "Model.h"
+#include "fxds/fxds.h"
+
+// Each step does one thing to the model and the same to the library. What the
+// library calls meanwhile is held against the next call of the activity on top
+// of the stack, and takes a few steps itself.
+
+namespace soak {
+
+class Torturer;
+extern Torturer* torturer;  // what the library's calls come to
+
+constexpr int tags = 6;
+constexpr const char* inputNames[slots] = {"in", "set", "clear", "more"};
+constexpr const char* outputNames[slots] = {"out", "changed", "done", "tick"};
+
+extern long alive;  // of all that counts itself
+
+struct Counted {
+    Counted() { ++alive; }
+    ~Counted() { --alive; }
+};
+
+// What an input's function is called with; freed as soon as the input must not
+// call any more.
+struct Ear : Counted {
+    explicit Ear(Id input_) : input(input_) {}
+    const Id input;
+};
+
+struct Notice : fxEvent, Counted {
+    Notice() : fxEvent(noticeType) {}
+    void deliver() override;
+    static constexpr unsigned long noticeType = 99;
+};
+
+class Torturer {
+public:
+    explicit Torturer(unsigned int seed);
+    ~Torturer() { torturer = nullptr; }
+
+    void run(unsigned long steps);
+    void end();
+    const std::string& getReport() const { return report; }
+
+    // What the library calls comes here. The first two are false when it was
+    // not to come.
+    bool isDue(Call::Kind kind, Id who, long value = 0);
+    bool call(Call::Kind kind, Id who, long value = 0);
+    bool judge(const fxEvent* event);
+    bool tick(Id timer);
+    void repost(Notice* notice);
+    int select(int count, fd_set* const (&sets)[3], const timeval& wait);
+    void objectDied(Id object) { reallyDied.push_back(object); }
+    void thingReleased(void* thing) { reallyReleased.push_back(reinterpret_cast<Id>(thing)); }
+
+    long clock = 0;
+
+private:
+    struct Step {
+        size_t depth;
+        const char* what;
+        long a, b, c;
+    };
+    struct Real {
+        fxObj* object;
+        bool isOurs;  // whether we hold it
+    };
+
+    void fail(const char* format, ...) __attribute__((format(printf, 2, 3)));
+    void note(const char* what, long a = 0, long b = 0, long c = 0);
+    bool chance(unsigned int percent) { return rng() % 100 < percent; }
+    long below(size_t limit) { return static_cast<long>(rng() % limit); }
+    int slot() { return static_cast<int>(below(slots)); }
+    template <class Action>
+    void during(Activity& activity, Action action);
+    void react();
+    void settle();
+
+    Id anyObject() { return living[static_cast<size_t>(below(living.size()))]; }
+    Id anyObject(Kind kind);
+    // A name that leads to a channel, if a few tries find one; an output that
+    // is connected, or an input that the output may feed, if they find that.
+    struct Place {
+        Id object;
+        int slot;
+        Id channel;  // or 0
+    };
+    Place anyOutput(bool isConnected);
+    Place anyInput(Id output);
+
+    void step();
+    void create();
+    void destroy(Id object);
+    void changeInput(Id object);
+    void changeOutput(Id object);
+    void changeConnection();
+    void changeInputsConnections();
+    void sendSomething();
+    void reallySend(fxOutputChannel* output, int type, long value, Mode mode, bool isBoxed);
+    void changeProperty();
+    void changeTimer();
+    void changeHandler();
+    void changeFunctions();
+    void changeQueue();
+    void changeTaken();
+    void distribute();
+    void removeEvents();
+    void letTimePass();
+    void poll();
+    void askWhetherBlocked();
+    void audit();
+    void auditQueue();
+    void auditTimers();
+    void auditObject(Id id);
+
+    Model model;
+    std::mt19937 rng;
+    std::vector<Activity*> stack;
+    int reactionsLeft = 0;
+    unsigned long stepsTaken = 0;
+    std::string report;
+    static constexpr size_t traceLength = 60;
+    Step trace[traceLength] = {};
+    size_t noted = 0;
+
+    std::map<Id, Real> objects;
+    std::vector<Id> living;
+    std::map<Id, fxInputChannel*> inputs;
+    std::map<Id, fxOutputChannel*> outputs;
+    std::map<Id, std::unique_ptr<Ear>> ears;
+    std::vector<std::pair<Event, fxEvent*>> taken;
+    std::vector<Id> reallyDied, reallyReleased;
+    unsigned short firstTag = 0;
+};
+
+template <class Action>
+void Torturer::during(Activity& activity, Action action) {
+    stack.push_back(&activity);
+    action();
+    const Call missed = report.empty() ? activity.next() : Call();
+    if (missed.kind != Call::none) {
+        fail("missed call: kind %d, who %ld, value %ld", missed.kind, missed.who, missed.value);
+    }
+    stack.pop_back();
+    if (report.empty()) settle();
+}
+
+}  // namespace soak
+
+#endif
