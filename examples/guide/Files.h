@@ -55,6 +55,7 @@ template <class C>
 bool canBeLoaded(const char* path) {
     std::fflush(nullptr);  // or the child prints what still waits once more
     const pid_t child = fork();
+    if (child < 0) return false;
     if (child == 0) {
         dup2(open("/dev/null", O_WRONLY), STDERR_FILENO);
         _exit(load<C>(path) != nullptr ? 0 : 1);

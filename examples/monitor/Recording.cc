@@ -9,8 +9,8 @@
 #include <cstdio>
 #include <cstring>
 
+#include "../guide/Files.h"
 #include "Options.h"
-#include "fxds/StdioStream.h"
 
 // Samples are counted: the recording holds each, and so do the alarms that they
 // raised. A reader makes objects that nobody holds; they are taken when all
@@ -119,27 +119,7 @@ bool Recording::isConsistent() const {
     return true;
 }
 
-bool saveRecording(Recording& recording, const char* path) {
-    const fxStr unfinished = path | fxStr(".new");
-    std::remove(unfinished);  // the tail of a longer file would stay
-    errno = 0;
-    fxStdioStream* const stream = new fxStdioStream(unfinished, fxStream::fxStreamWrite, 0666);
-    stream->take();
-    bool isDone = false;
-    fxTranscriber* const writer = stream->hasError() ? nullptr : fxTranscriber::getWriter(stream);
-    if (writer != nullptr) {
-        writer->take();
-        isDone = fxWriteObject(*writer, &recording);
-        writer->release();
-        isDone = stream->close() && isDone;
-    }
-    isDone = isDone && std::rename(unfinished, path) == 0;
-    const int error = errno != 0 ? errno : EIO;
-    stream->release();
-    if (!isDone) std::remove(unfinished);
-    errno = error;
-    return isDone;
-}
+bool saveRecording(Recording& recording, const char* path) { return save(recording, path); }
 
 namespace {
 
