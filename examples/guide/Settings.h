@@ -38,7 +38,7 @@ inline void describe(fxObj& object) {
     std::printf("%s:\n", object.className());
     for (unsigned int i = 0; i < object.getNumberOfProperties(); ++i) {
         const fxProperty& property = *object.getProperty(i);
-        std::printf("  %s", (*fx_propertyNames)[property.getTag()].c_str());
+        std::printf("  %s", property.getName());
         if (property.getType() == fxDT_double) {
             std::printf(" = %g\n", property.getAsDouble());
         } else if (property.getType() == fxDT_fxStr) {
