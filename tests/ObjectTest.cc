@@ -154,6 +154,9 @@ TEST_F(Properties, AreFoundWithTheirIndex) {
     unsigned int index = 77;
     EXPECT_EQ(object.findProperty(tag(1), &index), nullptr);
     EXPECT_EQ(index, 0u);
+    index = 77;
+    EXPECT_EQ(object.findProperty("no such name", &index), nullptr);
+    EXPECT_EQ(index, 0u);
     for (int offset : {5, 1, 3}) object.setProperty(new fxProperty(tag(offset), 7l));
     EXPECT_EQ(object.findProperty(tag(3), &index)->getAsLong(), 7);
     EXPECT_EQ(index, 1u);
@@ -193,6 +196,24 @@ TEST_F(Properties, KindsKeepAndReleaseTheirValues) {
     EXPECT_EQ(fxProperty(0, fxStr("s")).getAsStr(), "s");
     EXPECT_EQ(fxProperty(0, "text").getType(), fxDT_fxStr);
     EXPECT_EQ(fxProperty(0, true).getAsLong(), 1) << "the rest of the slot is zero";
+
+    EXPECT_STREQ(fxDataTypeName(500), "type 500") << "one of the application's";
+
+    fxProperty truth(0, true);
+    truth.setAsBool(0);
+    EXPECT_EQ(truth.getAsLong(), 0);
+    fxProperty number(0, 5);
+    number.setAsLong(-7);
+    EXPECT_EQ(number.getAsLong(), -7);
+    fxProperty real(0, 2.5);
+    real.setAsDouble(-0.5);
+    EXPECT_EQ(real.getAsDouble(), -0.5);
+    fxProperty string(0, fxStr("s"));
+    string.setAsStr("longer");
+    EXPECT_EQ(string.getAsStr(), "longer");
+    string.cleanup();
+    string.setAsStr("anew");
+    EXPECT_EQ(string.getAsStr(), "anew");
 
     fxProperty text(0, fxCopyCharPtr("one"), 1);
     text.setAsCharPtr(text.getAsCharPtr(), 1);

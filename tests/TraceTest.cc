@@ -164,6 +164,8 @@ TEST_F(Trace, ObjectsTellWhatTheyHave) {
 TEST_F(Trace, ShowsValues) {
     fxObj hub;
     fxOutput<bool> flag(hub.addOutput<bool>("flag"));
+    fxOutput<long> whole(hub.addOutput<long>("whole"));
+    fxOutput<float> part(hub.addOutput<float>("part"));
     fxOutput<double> real(hub.addOutput<double>("real"));
     fxOutput<fxStr> text(hub.addOutput<fxStr>("text"));
     fxOutput<const char*> line(hub.addOutput<const char*>("line"));
@@ -174,6 +176,8 @@ TEST_F(Trace, ShowsValues) {
     hub.connect("number", &printer, "latest");
     fxTrace::enable(fxTrace::all);
     flag.send(true, fxObj::fxSendNow);
+    whole.send(-5000000000L);
+    part.send(-0.25f);
     real.send(0.5, fxObj::fxSendNow);
     text.send(fxStr("a\"b\\\n"), fxObj::fxSendUrgent);
     text.send(fxStr(std::string(61, 'x').c_str()));
@@ -192,6 +196,8 @@ TEST_F(Trace, ShowsValues) {
     fxTrace::enable(0U);
     const std::string expected =
         "fxds send    fxObj#1.flag bool true, now, 0 connections\n"
+        "fxds send    fxObj#1.whole long -5000000000, queued, 0 connections\n"
+        "fxds send    fxObj#1.part float -0.25, queued, 0 connections\n"
         "fxds send    fxObj#1.real double 0.5, now, 0 connections\n"
         "fxds send    fxObj#1.text fxStr \"a\\\"b\\\\\\x0a\", urgent, 0 connections\n"
         "fxds send    fxObj#1.text fxStr \"" +
