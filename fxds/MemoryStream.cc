@@ -3,9 +3,10 @@
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
+#include <typeinfo>
 #include <utility>
 
-// The content is [base, base + contentBytes), of which [0, position) was read.
+// The content is [base, end), of which [base, next) was read.
 // The buffer doubles, so that a write costs the same however many came before.
 // It comes from malloc(), because it changes hands.
 
@@ -17,8 +18,9 @@ constexpr size_t firstBlockBytes = 256;
 
 fxMemoryStream::fxMemoryStream(size_t limitBytes)
     : base(nullptr),
-      contentBytes(0),
-      position(0),
+      next(nullptr),
+      end(nullptr),
+      unread{&next, &end},
       limit(limitBytes),
       block(nullptr),
       blockBytes(0),
@@ -26,9 +28,10 @@ fxMemoryStream::fxMemoryStream(size_t limitBytes)
       errorFlag(0) {}
 
 fxMemoryStream::fxMemoryStream(const void* bytes, size_t byteCount)
-    : base(static_cast<const char*>(bytes)),
-      contentBytes(bytes != nullptr ? byteCount : 0),
-      position(0),
+    : base(static_cast<char*>(const_cast<void*>(bytes))),
+      next(base),
+      end(base + (bytes != nullptr ? byteCount : 0)),
+      unread{&next, &end},
       limit(0),
       block(nullptr),
       blockBytes(0),
@@ -38,26 +41,30 @@ fxMemoryStream::fxMemoryStream(const void* bytes, size_t byteCount)
 fxMemoryStream::~fxMemoryStream() { std::free(block); }
 
 bool fxMemoryStream::hasError() { return errorFlag != 0; }
-bool fxMemoryStream::atEOF() { return position == contentBytes; }
+bool fxMemoryStream::atEOF() { return next == end; }
 bool fxMemoryStream::isReading() { return true; }
 bool fxMemoryStream::isWriting() { return type != fxStreamRead; }
 fxStream::fxStreamType fxMemoryStream::getType() { return type; }
 
 bool fxMemoryStream::setPosition(size_t newPosition) {
-    if (newPosition > contentBytes) return false;
-    position = newPosition;
+    if (newPosition > length()) return false;
+    next = base + newPosition;
     return true;
+}
+
+const fxStreamWindow& fxMemoryStream::window() {
+    return typeid(*this) == typeid(fxMemoryStream) ? unread : fxStream::window();
 }
 
 void fxMemoryStream::reset() {
     base = block;
-    contentBytes = position = 0;
+    next = end = base;
 }
 
 char* fxMemoryStream::give(size_t& byteCount) {
     byteCount = 0;
-    if (type == fxStreamRead || contentBytes == 0) return nullptr;
-    byteCount = contentBytes;
+    if (type == fxStreamRead || length() == 0) return nullptr;
+    byteCount = length();
     char* const given = std::exchange(block, nullptr);
     blockBytes = 0;
     reset();
@@ -67,9 +74,9 @@ char* fxMemoryStream::give(size_t& byteCount) {
 // Private functions.
 
 bool fxMemoryStream::get(void* bytes, size_t byteCount) {
-    if (byteCount > contentBytes - position) return false;
-    if (byteCount != 0) std::memcpy(bytes, base + position, byteCount);
-    position += byteCount;
+    if (byteCount > unread.size()) return false;
+    if (byteCount != 0) std::memcpy(bytes, next, byteCount);
+    next += byteCount;
     return true;
 }
 
@@ -79,25 +86,26 @@ bool fxMemoryStream::put(const void* bytes, size_t byteCount) {
     if (byteCount == 0) return true;
     const char* from = static_cast<const char*>(bytes);
     const uintptr_t offset = reinterpret_cast<uintptr_t>(from) - reinterpret_cast<uintptr_t>(block);
-    const bool isOwn = block != nullptr && offset < contentBytes;
+    const bool isOwn = block != nullptr && offset < length();
     if (!grow(byteCount)) return false;
     if (isOwn) from = block + offset;
-    std::memcpy(block + contentBytes, from, byteCount);
-    contentBytes += byteCount;
+    std::memcpy(end, from, byteCount);
+    end += byteCount;
     return true;
 }
 
 // Makes room for so many more bytes.
 bool fxMemoryStream::grow(size_t byteCount) {
-    if (contentBytes > limit || byteCount > limit - contentBytes) return false;
-    const size_t needed = contentBytes + byteCount;
+    if (length() > limit || byteCount > limit - length()) return false;
+    const size_t needed = length() + byteCount;
     if (needed <= blockBytes) return true;
     const size_t doubled = blockBytes <= SIZE_MAX / 2 ? 2 * blockBytes : SIZE_MAX;
     const size_t wanted = std::max(needed, std::min(std::max(doubled, firstBlockBytes), limit));
     char* const grown = static_cast<char*>(std::realloc(block, wanted));
     if (grown == nullptr) return false;
-    block = grown;
-    base = block;
+    next = grown + getPosition();
+    end = grown + length();
+    base = block = grown;
     blockBytes = wanted;
     return true;
 }

@@ -34,15 +34,21 @@ public:
     /// The whole content, what was read already included: a view, good until
     /// the next write.
     const char* bytes() const { return base; }
-    size_t length() const { return contentBytes; }  ///< Number of bytes in bytes().
+    size_t length() const {
+        return static_cast<size_t>(end - base);
+    }  ///< Number of bytes in bytes().
     /// The same as bytes() and length().
-    std::string_view view() const { return {base, contentBytes}; }
+    std::string_view view() const { return {base, length()}; }
 
     /// Where the next read takes its first byte: in [0, length()].
-    size_t getPosition() const { return position; }
+    size_t getPosition() const { return static_cast<size_t>(next - base); }
     /// Moves there. False, and nothing moves, beyond length().
     bool setPosition(size_t newPosition);
-    void rewind() { position = 0; }  ///< Lets everything be read again.
+    void rewind() { next = base; }  ///< Lets everything be read again.
+
+    /// All that was not read yet. Empty for a class that derives from this one,
+    /// whose bytes may be others.
+    const fxStreamWindow& window() override;
 
     /// Forgets the content; what was allocated is kept for the next. A stream
     /// over given bytes has none afterwards.
@@ -60,9 +66,10 @@ private:
     bool put(const void* bytes, size_t byteCount);
     bool grow(size_t byteCount);
 
-    const char* base;  // `block`, or the borrowed bytes
-    size_t contentBytes;
-    size_t position;
+    char* base;  // `block`, or the borrowed bytes, which stay as they are
+    char* next;  // the first byte that was not read
+    char* end;
+    fxStreamWindow unread;
     size_t limit;
     char* block;  // owned; null before the first write and for borrowed bytes
     size_t blockBytes;

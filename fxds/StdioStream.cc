@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <typeinfo>
 #include <utility>
 
 // Every operation comes down to get() or put() of a number of bytes. Both go on
@@ -126,6 +127,18 @@ bool fxStdioStream::putBytes(const char* bytes, unsigned int count) {
     return put(bytes, count);
 }
 
+// Nothing in standard I/O tells where its buffer is; the library that we know
+// keeps it where its getc_unlocked(), a macro once, has always looked for it.
+const fxStreamWindow& fxStdioStream::window() {
+#ifdef __GLIBC__
+    if (file != nullptr && type == fxStreamRead && typeid(*this) == typeid(fxStdioStream)) {
+        fileWindow.next = &file->_IO_read_ptr;
+        fileWindow.end = &file->_IO_read_end;
+    }
+#endif
+    return fileWindow;
+}
+
 bool fxStdioStream::flush() {
     if (file == nullptr) return false;
     if (!isWriting()) return true;
@@ -137,6 +150,7 @@ bool fxStdioStream::flush() {
 
 bool fxStdioStream::close() {
     const bool isFlushed = flush();
+    fileWindow = fxStreamWindow();
     FILE* const closing = std::exchange(file, nullptr);
     return closing != nullptr && std::fclose(closing) == 0 && isFlushed;
 }

@@ -39,6 +39,10 @@ public:
     bool getBytes(char* bytes, unsigned int count) override;
     bool putBytes(const char* bytes, unsigned int count) override;
 
+    /// What the FILE of a stream that is only read has in its buffer. Empty for
+    /// a class that derives from this one, whose bytes may be others.
+    const fxStreamWindow& window() override;
+
     /// Hands everything written so far to the system. False when that failed,
     /// now or in an earlier operation, as on a full disk. True for a stream
     /// that is only read.
@@ -67,6 +71,7 @@ private:
     Direction last = Direction::none;    // of a read-write stream
     bool hasLost = false;                // whether anything written did not arrive
     std::unique_ptr<char[]> fileBuffer;  // that of `file`, when we made it
+    fxStreamWindow fileWindow;           // into `file`
 };
 
 #endif

@@ -1,3 +1,8 @@
 #include "fxds/Stream.h"
 
 fxStream::~fxStream() = default;
+
+const fxStreamWindow& fxStream::window() {
+    static const fxStreamWindow empty;
+    return empty;
+}

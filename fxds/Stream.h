@@ -2,7 +2,23 @@
 #ifndef FXDS_STREAM_H
 #define FXDS_STREAM_H
 
+#include <cstddef>
+
 #include "fxds/RCObj.h"
+
+/// Bytes that a stream has at hand, in a buffer of its own: [*next, *end) are
+/// the next ones. Whoever takes some moves `*next`, and the stream goes on from
+/// there. Any operation of the stream may change both.
+struct fxStreamWindow {
+    /// Number of bytes at hand.
+    size_t size() const { return static_cast<size_t>(*end - *next); }
+
+    char** next = &nothing;  ///< Where the pointer to the next byte is.
+    char** end = &nothing;   ///< Where the pointer behind the last one is.
+
+private:
+    inline static char* nothing = nullptr;
+};
 
 /// Moves elements in the machine's own byte order and representation; it
 /// converts nothing. Each operation takes a pointer to `count` elements and
@@ -49,6 +65,11 @@ public:
     virtual bool putFloats(const float* floats, unsigned int count) = 0;
     virtual bool putDoubles(const double* doubles, unsigned int count) = 0;
     ///@}
+
+    /// Where a reader that takes many small pieces finds the bytes that it need
+    /// not ask for one by one; a view, good as long as the stream. This one is
+    /// always empty.
+    virtual const fxStreamWindow& window();
 };
 
 #endif
