@@ -40,10 +40,7 @@ namespace {
 constexpr size_t firstPiece = size_t{1} << 16;  // of a block that is read as it grows
 constexpr unsigned int fillerBytes = 4;
 constexpr unsigned int noVersion = 0;
-
-// Bytes of the fields that follow the length, for each tag.
-constexpr unsigned char fieldBytes[] = {0, 0, 4, 8, 4, 8, 8, 8, 8, 8, 12, 4, 4, 4, 4};
-constexpr unsigned int tagCount = sizeof fieldBytes;
+const fxStreamWindow noWindow;
 
 bool hasOneId(unsigned int tag) {
     return tag == fxTagBlockAgain || (tag >= fxTagPointer && tag <= fxTagPartAgain);
@@ -157,15 +154,17 @@ fxBinaryReader::fxBinaryReader(fxStream* inStream, short shortMark, long longMar
       isInBody(false),
       hasReadBody(false),
       hasOddTexts(false),
+      isOrderly(true),
       hasWideIds(false),
       fillerLeft(0),
       payloadLeft(0),
       lastVersion(noVersion),
-      period(1),
       awaited(0),
       rootType(nullptr),
+      window(&noWindow),
       entries(std::make_unique<fxReaderTable>(table)),
       firstBody(0) {
+    if (isUsable) window = &inStream->window();
     switch (shortMark) {
         case 0x1122:
             shorts = fxBinaryReader_shorts;
@@ -210,6 +209,8 @@ void fxBinaryReader::reset() {
     loose.clear();
     entries->clear();
     awaited = 0;
+    firstBody = 0;
+    isOrderly = true;
 }
 
 bool fxBinaryReader::xdr(char* v, unsigned int n) { return readBytes(v, n); }
@@ -264,7 +265,7 @@ bool fxBinaryReader::xdr(void* slot, fxXDRObj*, fxTypeObj& declared, fxXDRObj*, 
     fxReaderEntry& entry = entries->at(fieldA);
     switch (entry.kind) {
         case fxReaderEntry::unknown:
-            entry.kind = fxReaderEntry::awaitedObject;
+            entry.awaitObject();
             ++awaited;
             entries->want(entry, declared);
             break;
@@ -278,7 +279,7 @@ bool fxBinaryReader::xdr(void* slot, fxXDRObj*, fxTypeObj& declared, fxXDRObj*, 
         default:
             fxFatal("XXX bad news!");
     }
-    addItem({slot, &declared, &entry, fieldA, 0});
+    addItem({slot, fieldA, fxBinaryReaderItem::objectMark | entries->numberOf(declared)});
     return true;
 }
 
@@ -292,10 +293,7 @@ bool fxBinaryReader::xdr(fxTypeObj& base, void* derived, void* baseAddress) {
         return true;
     }
     if (fieldA == 0 || entry.kind != fxReaderEntry::unknown) fxFatal("XXX new base for old base");
-    entry.kind = fxReaderEntry::part;
-    entry.record = &base;
-    entry.address = baseAddress;
-    entry.body = firstBody + bodies.size() - 1;
+    entry.define(fxReaderEntry::part, base, baseAddress, nextBody() - 1);
     ++partDepth;
     const bool isDone = base.xdr(baseAddress, *this) != 0;
     --partDepth;
@@ -316,7 +314,13 @@ size_t fxBinaryReader::placesNoted() const { return isInBody ? items.size() : lo
 
 void fxBinaryReader::forgetPlaces(size_t count) {
     fxChunkList<fxBinaryReaderItem>& noted = isInBody ? items : loose;
-    if (count < noted.size()) noted.resize(count);
+    forgetItems(noted, count);
+}
+
+void fxBinaryReader::forgetItems(fxChunkList<fxBinaryReaderItem>& noted, size_t count) {
+    if (count >= noted.size()) return;
+    noted.resize(count);
+    isOrderly = false;
 }
 
 void* fxBinaryReader::readObject(fxTypeObj& expected) {
@@ -325,7 +329,7 @@ void* fxBinaryReader::readObject(fxTypeObj& expected) {
     const unsigned int rootId = fieldA;
     fxReaderEntry& root = entries->at(rootId);
     if (root.kind == fxReaderEntry::unknown) {
-        root.kind = fxReaderEntry::awaitedObject;
+        root.awaitObject();
         ++awaited;
     }
     if (root.kind == fxReaderEntry::awaitedObject) entries->want(root, expected);
@@ -335,6 +339,7 @@ void* fxBinaryReader::readObject(fxTypeObj& expected) {
     while (isComplete && awaited > 0) isComplete = nextInstance() && readInstance();
     if (!isComplete) {
         isUsable = false;
+        window = &noWindow;
         dropBodies();
         loose.clear();
         return nullptr;
@@ -351,6 +356,12 @@ bool fxBinaryReader::writeObject(void*, fxXDRObj*) {
 
 bool fxBinaryReader::readBytes(void* bytes, size_t byteCount) {
     char* place = static_cast<char*>(bytes);
+    if (byteCount == sizeof(long) && used >= sizeof(long)) {
+        std::memcpy(place, cursor, sizeof(long));  // all numbers but shorts and floats
+        cursor += sizeof(long);
+        used -= static_cast<unsigned int>(sizeof(long));
+        return true;
+    }
     while (byteCount > 0) {
         if (used > 0) {
             const unsigned int piece = static_cast<unsigned int>(std::min<size_t>(byteCount, used));
@@ -382,7 +393,7 @@ bool fxBinaryReader::fill() {
         if (!stage()) return false;
         used = 0;
     }
-    return readHeader() && stage();
+    return takeAtHand() || (readHeader() && stage());
 }
 
 bool fxBinaryReader::readPrimPointer(void* slot, size_t byteCount) {
@@ -393,8 +404,7 @@ bool fxBinaryReader::readPrimPointer(void* slot, size_t byteCount) {
     const unsigned int least = static_cast<unsigned int>(byteCount);
     fxReaderEntry& entry = entries->at(fieldA);
     if (entry.kind == fxReaderEntry::unknown) {
-        entry.kind = fxReaderEntry::awaitedBlock;
-        entry.bytes = least;
+        entry.awaitBlock(least);
         ++awaited;
     }
     const bool isText = string != nullptr;
@@ -407,8 +417,7 @@ bool fxBinaryReader::readPrimPointer(void* slot, size_t byteCount) {
         fxFatal("format error");
     }
     if (!isText) std::memset(slot, 0, sizeof(void*));
-    const fxBinaryReaderItem item = {isText ? string : slot, nullptr, &entry, fieldA,
-                                     isText ? least : 0};
+    const fxBinaryReaderItem item = {isText ? string : slot, fieldA, isText ? least : 0};
     if (isText && entry.isDefined()) checkText(item);
     addItem(item);
     return true;
@@ -416,10 +425,10 @@ bool fxBinaryReader::readPrimPointer(void* slot, size_t byteCount) {
 
 bool fxBinaryReader::readInstance() {
     if (tag < fxTagBytes || tag > fxTagObject || fieldA == 0) fxFatal("XXX baddest news");
-    const fxReaderEntry& entry = entries->at(fieldA);
+    fxReaderEntry& entry = entries->at(fieldA);
     if (entry.isDefined()) fxFatal("XXX baddest news");
     hasReadBody = true;
-    return tag == fxTagObject ? readBody() : readBlock();
+    return tag == fxTagObject ? readBody(entry) : readBlock(entry);
 }
 
 // Private functions.
@@ -429,18 +438,30 @@ bool fxBinaryReader::get(void* bytes, size_t byteCount) {
     if (isUsable) {
         isUsable =
             stream->getBytes(static_cast<char*>(bytes), static_cast<unsigned int>(byteCount));
+        if (!isUsable) window = &noWindow;
     }
     return isUsable;
+}
+
+// The same for no more than `room` bytes. When as many are at hand, copying them
+// all costs less than copying just the right number.
+template <size_t room>
+bool fxBinaryReader::getFew(void* bytes, size_t byteCount) {
+    if (window->size() < room) return byteCount == 0 || get(bytes, byteCount);
+    std::memcpy(bytes, *window->next, room);
+    *window->next += byteCount;
+    return true;
 }
 
 // Passes over zero bytes that fill the field of the record before up to 8
 // bytes. A header is never zero in our streams: data records are never empty.
 bool fxBinaryReader::readTag(unsigned char& header) {
     do {
-        if (!get(&header, 1)) return false;
+        if (!getFew<1>(&header, 1)) return false;
         if (header != 0 || fillerLeft == 0) break;
         --fillerLeft;
         hasWideIds = fillerLeft == 0;
+        if (hasWideIds) window = &noWindow;  // these are too rare to be fast
         if (hasWideIds) return get(&header, 1);
     } while (true);
     return true;
@@ -456,7 +477,7 @@ bool fxBinaryReader::readHeader() {
     if (hasWideIds && hasOneId(newTag)) rest += fillerBytes;
 
     unsigned char bytes[16] = {};
-    if (lengthBytes + rest > 0 && !get(bytes, lengthBytes + rest)) return false;
+    if (!getFew<sizeof bytes>(bytes, lengthBytes + rest)) return false;
     tag = newTag;
     if (tag >= tagCount) fxFatal("Whoops!");
     unsigned int length = 0;
@@ -467,10 +488,44 @@ bool fxBinaryReader::readHeader() {
     fieldC = tag == fxTagObject ? getWord(fields + 8) : 0;
     fieldD = getWord(fields + 4);
 
+    entries->countRecord(fieldBytes[tag] != 0);
     cursor = buffer;
     payloadLeft = length;
     fillerLeft = hasOneId(tag) && length == 0 && !hasWideIds ? fillerBytes : 0;
     return tag != fxTagType || readType();
+}
+
+// Does what readHeader() and stage() do, when the record is at hand as a whole
+// and one of the usual ones. Otherwise nothing happens.
+//
+//     header | length, 0 to 4 | fields, up to 12 | payload, copied as 32 bytes
+bool fxBinaryReader::takeAtHand() {
+    static constexpr unsigned int lengthMask[] = {0, 0xFF, 0xFFFF};
+    constexpr unsigned int fewBytes = 32;
+    if (window->size() < 1 + 4 + 12 + fewBytes) return false;
+    const unsigned char* const record = reinterpret_cast<const unsigned char*>(*window->next);
+    const unsigned int newTag = *record & 0x3FU;
+    const unsigned int lengthBytes = *record >> 6U;
+    if (newTag == fxTagData || newTag == fxTagType || newTag >= tagCount || lengthBytes > 2) {
+        return false;
+    }
+    const unsigned int length = getWord(record + 1) & lengthMask[lengthBytes];
+    if (length > fewBytes) return false;
+
+    const unsigned char* const fields = record + 1 + lengthBytes;
+    tag = newTag;
+    fieldA = getWord(fields);
+    fieldB = getWord(fields + 4);
+    fieldC = getWord(fields + 8);
+    fieldD = fieldB;
+    const unsigned int headBytes = 1 + lengthBytes + fieldBytes[newTag];
+    std::memcpy(buffer, record + headBytes, fewBytes);
+    cursor = buffer;
+    used = length;
+    *window->next += headBytes + length;
+    fillerLeft = length == 0 && hasOneId(newTag) ? fillerBytes : 0;
+    entries->countRecord(newTag != fxTagNull);
+    return true;
 }
 
 bool fxBinaryReader::readType() {
@@ -484,8 +539,7 @@ bool fxBinaryReader::readType() {
     if (type == nullptr) fxFatal("unknown type %s", typeName.getBase());
     fxReaderEntry& entry = entries->at(fieldA);
     if (fieldA == 0 || entry.kind != fxReaderEntry::unknown) fxFatal("XXX baddest news");
-    entry.kind = fxReaderEntry::type;
-    entry.record = type;
+    entry.define(fxReaderEntry::type, *type, nullptr, 0);
     lastVersion = type->version;
     return true;
 }
@@ -493,7 +547,9 @@ bool fxBinaryReader::readType() {
 // Brings the next piece of the payload into the buffer.
 bool fxBinaryReader::stage() {
     const unsigned int piece = std::min(payloadLeft, bufferBytes);
-    if (piece > 0 && !get(buffer, piece)) return false;
+    constexpr unsigned int fewBytes = 32;
+    const bool isThere = piece <= fewBytes ? getFew<fewBytes>(buffer, piece) : get(buffer, piece);
+    if (!isThere) return false;
     cursor = buffer;
     used = piece;
     payloadLeft -= piece;
@@ -519,16 +575,28 @@ bool fxBinaryReader::nextInstance() {
 void fxBinaryReader::addItem(const fxBinaryReaderItem& item) {
     if (isInBody) {
         items.push_back(item);
-    } else if (item.entry->isDefined() && bodyOf(*item.entry) == nullptr) {
+    } else if (isHandedOut(entries->at(item.id))) {
         fillPlace(item);
-        ++period;
+        entries->endPeriod();
     } else {
         loose.push_back(item);
     }
 }
 
-bool fxBinaryReader::readBlock() {
-    fxReaderEntry& entry = entries->at(fieldA);
+// Whether the entry is defined, and no part of a body that still waits.
+bool fxBinaryReader::isHandedOut(const fxReaderEntry& entry) const {
+    if (!entry.isDefined()) return false;
+    if (entry.kind == fxReaderEntry::block || entry.body < firstBody) return true;
+    const size_t index = entry.body - firstBody;
+    return index >= bodies.size() || bodies[index].isReached;
+}
+
+// The serial number of the body that is made next.
+unsigned int fxBinaryReader::nextBody() const {
+    return firstBody + static_cast<unsigned int>(bodies.size());
+}
+
+bool fxBinaryReader::readBlock(fxReaderEntry& entry) {
     if (fieldD > maxBlockBytes) return false;
     if (entry.kind == fxReaderEntry::awaitedObject) fxFatal("XXX bad news!");
     if (fieldD < entry.bytes) fxFatal("format error");
@@ -553,10 +621,7 @@ bool fxBinaryReader::readBlock() {
         fxFatal("format error");
     }
     awaited -= entry.kind == fxReaderEntry::awaitedBlock;
-    entry.kind = fxReaderEntry::block;
-    entry.bytes = byteCount;
-    entry.text = text;
-    entry.address = block.release();
+    entries->defineBlock(entry, byteCount, block.release(), text);
     return true;
 }
 
@@ -608,27 +673,25 @@ fxTypeObj& fxBinaryReader::typeOfBody(const fxReaderEntry& entry) {
     return *type;
 }
 
-bool fxBinaryReader::readBody() {
-    fxReaderEntry* const entry = &entries->at(fieldA);
-    if (entry->kind == fxReaderEntry::awaitedBlock) fxFatal("format error");
-    fxTypeObj& type = typeOfBody(*entry);
+bool fxBinaryReader::readBody(fxReaderEntry& entry) {
+    if (entry.kind == fxReaderEntry::awaitedBlock) fxFatal("format error");
+    fxTypeObj& type = typeOfBody(entry);
     if (fieldC != type.version && fieldC != lastVersion) {
         fxFatal("XXX version error handling is missing");
     }
     fxTypeObj* const root = std::exchange(rootType, nullptr);
     if (root != nullptr && !type.isA(*root)) fxFatal("XXX baddest news");
-    if (!entries->eachWanted(*entry, [&](fxTypeObj& wanted) { return type.isA(wanted); })) {
+    if (!entries->eachWanted(entry, [&](fxTypeObj& wanted) { return type.isA(wanted); })) {
         fxFatal("XXX bad news!");
     }
     void* const object = type.newInstance != nullptr ? type.newInstance(type) : nullptr;
     if (object == nullptr) fxFatal("XXX error handling is missing");
 
-    awaited -= entry->kind == fxReaderEntry::awaitedObject;
-    entry->kind = fxReaderEntry::object;
-    entry->record = &type;
-    entry->address = object;
-    entry->body = firstBody + bodies.size();
-    bodies.push_back({object, &type, nullptr, items.size(), 0, false});
+    const bool isAwaited = entry.kind == fxReaderEntry::awaitedObject;
+    awaited -= isAwaited;
+    isOrderly &= isAwaited;
+    entry.define(fxReaderEntry::object, type, object, nextBody());
+    bodies.push_back({object, &type, nullptr, items.size(), false});
     concluded = nullptr;
     hasFailed = false;
     isInBody = true;
@@ -636,112 +699,121 @@ bool fxBinaryReader::readBody() {
     isInBody = false;
     Body& body = bodies.back();
     // An object that makes do with what it got before a failure is owed nothing.
-    if (hasFailed) items.resize(body.firstItem);
+    if (hasFailed) forgetItems(items, body.firstItem);
     body.concluded = concluded;
-    body.endItem = items.size();
     return true;
-}
-
-// The body that the entry belongs to, if it has not been handed out.
-fxBinaryReader::Body* fxBinaryReader::bodyOf(const fxReaderEntry& entry) {
-    if (entry.kind == fxReaderEntry::block || entry.body < firstBody) return nullptr;
-    const size_t index = entry.body - firstBody;
-    return index < bodies.size() && !bodies[index].isReached ? &bodies[index] : nullptr;
 }
 
 // Fills every place that the root leads to, and those outside of any body, and
 // tells the objects. What nothing leads to stays, with its places empty: a later
 // graph may refer to it.
-void fxBinaryReader::commit(fxReaderEntry& root) {
+void fxBinaryReader::commit(const fxReaderEntry& root) {
     if (hasOddTexts) {
         checkTexts(items);
         checkTexts(loose);
         hasOddTexts = false;
     }
-    std::vector<Body*> found;
-    const auto reach = [&](fxReaderEntry& entry) {
-        Body* const body = bodyOf(entry);
-        if (body == nullptr) return;
-        body->isReached = true;
-        found.push_back(body);
-    };
-    const auto fillPlaces = [&](const fxChunkList<fxBinaryReaderItem>& places, size_t begin,
-                                size_t end) {
-        for (size_t i = begin; i < end; ++i) {
-            fillPlace(places[i]);
-            if (places[i].declared != nullptr) reach(*places[i].entry);
+    for (size_t i = 0; i < loose.size(); ++i) fillPlace(loose[i]);
+    const bool isAllReached = isOrderly ? fillAll() : fillReached(root);
+    loose.clear();
+    entries->endPeriod();
+
+    fxChunkList<Body> told;
+    if (isAllReached) {
+        told.swap(bodies);
+        firstBody += static_cast<unsigned int>(told.size());
+        items.clear();
+        isOrderly = true;
+    } else {
+        for (size_t i = 0; i < bodies.size(); ++i) {
+            if (bodies[i].isReached) told.push_back(bodies[i]);
+            if (bodies[i].isReached) bodies[i].concluded = nullptr;
         }
+    }
+    told.each([this](const Body& body) {
+        if (body.concluded != nullptr) body.concluded->xdrSuccess(*this);
+    });
+}
+
+// In the streams of our writer every body answers to a place that was noted
+// before it, in a body before it or for the root. So the root leads to all.
+bool fxBinaryReader::fillAll() {
+    items.each([this](const fxBinaryReaderItem& item) { fillPlace(item); });
+    return true;
+}
+
+// Goes from the root and the places outside of bodies to all that they lead to.
+// Whether there is no body besides.
+bool fxBinaryReader::fillReached(const fxReaderEntry& root) {
+    std::vector<size_t> found;
+    const auto reach = [&](const fxReaderEntry& entry) {
+        if (entry.kind == fxReaderEntry::block || entry.body < firstBody) return;
+        const size_t index = entry.body - firstBody;
+        if (index >= bodies.size() || bodies[index].isReached) return;
+        bodies[index].isReached = true;
+        found.push_back(index);
+    };
+    const auto follow = [&](const fxBinaryReaderItem& item) {
+        if (item.isObject()) reach(entries->at(item.id));
     };
     reach(root);
-    fillPlaces(loose, 0, loose.size());
-    loose.clear();
+    for (size_t i = 0; i < loose.size(); ++i) follow(loose[i]);
     while (!found.empty()) {
-        const Body& body = *found.back();
+        const size_t index = found.back();
         found.pop_back();
-        fillPlaces(items, body.firstItem, body.endItem);
+        const size_t next = index + 1;
+        const size_t end = next < bodies.size() ? bodies[next].firstItem : items.size();
+        for (size_t i = bodies[index].firstItem; i < end; ++i) {
+            fillPlace(items[i]);
+            follow(items[i]);
+        }
     }
-
-    std::vector<fxXDRObj*> told;
     bool isAllReached = true;
-    for (size_t i = 0; i < bodies.size(); ++i) {
-        Body& body = bodies[i];
-        isAllReached &= body.isReached;
-        fxXDRObj* const object = body.isReached ? std::exchange(body.concluded, nullptr) : nullptr;
-        if (object != nullptr) told.push_back(object);
-    }
-    if (isAllReached) {
-        firstBody += bodies.size();
-        bodies.clear();
-        items.clear();
-    }
-    ++period;
-    for (fxXDRObj* object : told) object->xdrSuccess(*this);
+    for (size_t i = 0; i < bodies.size(); ++i) isAllReached &= bodies[i].isReached;
+    return isAllReached;
 }
 
 void fxBinaryReader::fillPlace(const fxBinaryReaderItem& item) {
-    fxReaderEntry& entry = *item.entry;
+    fxReaderEntry& entry = entries->at(item.id);
     void* value = nullptr;
-    if (item.declared != nullptr) {
-        value = entry.record->upcast(entry.address, *item.declared);
-    } else if (item.textBytes != 0) {
-        char* const copy = copyOfBlock(textOf(entry), item.textBytes);
-        static_cast<fxStr*>(item.slot)->adopt(copy, item.textBytes);
+    if (item.isObject()) {
+        fxTypeObj& declared = entries->typeOf(item.wanted & ~fxBinaryReaderItem::objectMark);
+        value = entry.record == &declared ? entry.address
+                                          : entry.record->upcast(entry.address, declared);
+    } else if (item.isText()) {
+        const char* const text = entry.textForCopy();
+        if (text == nullptr) fxFatal("format error");  // its body waited while a field got it
+        char* const copy = copyOfBlock(text, item.wanted);
+        static_cast<fxStr*>(item.slot)->adopt(copy, item.wanted);
         return;
     } else {
         if (entry.address == nullptr) {
-            entry.address = copyOfBlock(entry.text, entry.bytes + size_t{1});
+            entries->adopt(entry, copyOfBlock(entry.text, entry.bytes + size_t{1}));
         }
-        entry.givenIn = period;
+        entries->give(entry);
         value = entry.address;
     }
     std::memcpy(item.slot, &value, sizeof value);
-}
-
-// What a string can be made from: a block that was given to a pointer field
-// before the caller last had control is not ours to look at any more.
-const char* fxBinaryReader::textOf(const fxReaderEntry& entry) const {
-    const bool isOurs = entry.givenIn == 0 || entry.givenIn == period;
-    return entry.text != nullptr || !isOurs ? entry.text : static_cast<const char*>(entry.address);
 }
 
 // Each text must end where its string does, which is decided before anything
 // changes. Only texts that share a block with others are left to this.
 void fxBinaryReader::checkTexts(const fxChunkList<fxBinaryReaderItem>& places) const {
     for (size_t i = 0; i < places.size(); ++i) {
-        if (places[i].textBytes != 0) checkText(places[i]);
+        if (places[i].isText()) checkText(places[i]);
     }
 }
 
 void fxBinaryReader::checkText(const fxBinaryReaderItem& item) const {
-    const char* const text = textOf(*item.entry);
-    if (text == nullptr || text[item.textBytes - 1] != '\0') fxFatal("format error");
+    const char* const text = entries->at(item.id).textForCopy();
+    if (text == nullptr || text[item.wanted - 1] != '\0') fxFatal("format error");
 }
 
 // Destroys the objects that were not handed out, whose places are all empty.
 void fxBinaryReader::dropBodies() {
     fxChunkList<Body> dropped;
     dropped.swap(bodies);
-    firstBody += dropped.size();
+    firstBody += static_cast<unsigned int>(dropped.size());
     items.clear();
     for (size_t i = 0; i < dropped.size(); ++i) {
         const Body& body = dropped[i];

@@ -8,15 +8,21 @@
 #include "fxds/ChunkList.h"
 
 class fxReaderTable;
+struct fxStreamWindow;
 struct fxReaderEntry;
 
-/// A place to fill: a pointer field, or a string that waits for its text.
+/// A place to fill: a pointer field, or a string that waits for its text. There
+/// are as many as the graph has pointers, so they are small.
 struct fxBinaryReaderItem {
-    void* slot;              ///< Address of the pointer, or the fxStr.
-    fxTypeObj* declared;     ///< What the pointer leads to; null for blocks and texts.
-    fxReaderEntry* entry;    ///< What the reader knows of the record that it waits for.
-    unsigned int id;         ///< The number of that record.
-    unsigned int textBytes;  ///< For an fxStr its length with the terminator, else 0.
+    static constexpr unsigned int objectMark = 0x80000000;
+
+    bool isObject() const { return (wanted & objectMark) != 0; }
+    bool isText() const { return !isObject() && wanted != 0; }
+
+    void* slot;           ///< Address of the pointer, or the fxStr.
+    unsigned int id;      ///< The number of the record that it waits for.
+    unsigned int wanted;  ///< 0 for a block, for a string its length with the terminator,
+                          ///< for an object the mark and the number of the declared type.
 };
 
 /// Reads the records of docs/stream-format.md. Usually made by
@@ -126,7 +132,7 @@ protected:
     Converter* doubles;
     ///@}
 
-    // The current record.
+    // The current record; fields that its tag does not have mean nothing.
     unsigned int tag;     ///< Of the current record.
     unsigned int fieldA;  ///< Its id.
     unsigned int fieldB;  ///< Id of a type.
@@ -138,13 +144,15 @@ private:
         void* address;
         fxTypeObj* type;
         fxXDRObj* concluded;  // wants to be told of success
-        size_t firstItem;
-        size_t endItem;
-        bool isReached;  // and so handed out
+        size_t firstItem;     // its items end where those of the next body begin
+        bool isReached;       // and so handed out
     };
 
+    template <size_t room>
+    bool getFew(void* bytes, size_t byteCount);
     bool get(void* bytes, size_t byteCount);
     bool readHeader();
+    bool takeAtHand();
     bool readTag(unsigned char& header);
     bool readType();
     bool stage();
@@ -152,16 +160,19 @@ private:
     bool nextInstance();
 
     void addItem(const fxBinaryReaderItem& item);
-    bool readBlock();
+    bool readBlock(fxReaderEntry& entry);
     char* readGrowing(Converter* converter, unsigned int byteCount);
     Converter* converterOf(unsigned int bodyTag) const;
     fxTypeObj& typeOfBody(const fxReaderEntry& entry);
-    bool readBody();
+    bool readBody(fxReaderEntry& entry);
 
-    Body* bodyOf(const fxReaderEntry& entry);
-    void commit(fxReaderEntry& root);
+    bool isHandedOut(const fxReaderEntry& entry) const;
+    unsigned int nextBody() const;
+    void forgetItems(fxChunkList<fxBinaryReaderItem>& noted, size_t count);
+    void commit(const fxReaderEntry& root);
+    bool fillAll();
+    bool fillReached(const fxReaderEntry& root);
     void fillPlace(const fxBinaryReaderItem& item);
-    const char* textOf(const fxReaderEntry& entry) const;
     void checkTexts(const fxChunkList<fxBinaryReaderItem>& places) const;
     void checkText(const fxBinaryReaderItem& item) const;
     void dropBodies();
@@ -170,17 +181,18 @@ private:
     bool isInBody;
     bool hasReadBody;
     bool hasOddTexts;          // texts of one block differ in length
+    bool isOrderly;            // a place noted earlier leads to each of the bodies
     bool hasWideIds;           // fields of tags 4 and 11 to 14 have 8 bytes
     unsigned int fillerLeft;   // zero bytes that may precede the next header
     unsigned int payloadLeft;  // bytes of the current payload still in the stream
     unsigned int lastVersion;  // of the last type record
-    unsigned int period;       // changes when the caller gets what was filled in
     unsigned int awaited;      // numbers that places wait for
     fxTypeObj* rootType;       // what the root that is read next must be
 
+    const fxStreamWindow* window;  // of the stream
     std::unique_ptr<fxReaderTable> entries;
     fxChunkList<Body> bodies;               // made and perhaps not handed out
-    size_t firstBody;                       // serial number of bodies[0]
+    unsigned int firstBody;                 // serial number of bodies[0]
     fxChunkList<fxBinaryReaderItem> items;  // places in the bodies
     fxChunkList<fxBinaryReaderItem> loose;  // places outside of any body
 };

@@ -33,6 +33,10 @@ protected:
     static constexpr unsigned int bufferBytes = 512;
     static constexpr unsigned int maxBlockBytes = 0x7FFFFFFF;  ///< The longest block there can be.
 
+    /// Bytes of the fields that follow the length, for each tag.
+    static constexpr unsigned char fieldBytes[] = {0, 0, 4, 8, 4, 8, 8, 8, 8, 8, 12, 4, 4, 4, 4};
+    static constexpr unsigned int tagCount = sizeof fieldBytes;
+
     fxBinaryTranscriber();
     ~fxBinaryTranscriber() override;
 

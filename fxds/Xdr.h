@@ -129,6 +129,14 @@ FX_XDR_LIBRARY_TYPE(fxDictionary);
 FX_XDR_LIBRARY_TYPE(fxStrStrDictionary);
 #undef FX_XDR_LIBRARY_TYPE
 
+// Whether C may have an xdrSuccess() of its own: it is not known to be fxXDRObj's.
+template <class C, class = void>
+inline constexpr bool fxXdrMayWait = true;
+template <class C>
+inline constexpr bool
+    fxXdrMayWait<C, std::enable_if_t<std::is_same_v<decltype(&C::xdrSuccess),
+                                                    void (fxXDRObj::*)(fxTranscriber&)>>> = false;
+
 // What FX_TRANSCRIBABLE_TYPE puts together.
 template <class C, unsigned int versionNumber, class... Bases>
 struct fxXdrRecord {
@@ -154,6 +162,8 @@ struct fxXdrRecord {
     static fxBool transcribe(void* object, fxTranscriber& transcriber) {
         C* const self = static_cast<C*>(object);
         const bool isDone = self->C::xdr(transcriber) != 0;
+        // What a reader has made is a C, and this one has nothing to be told later.
+        if (!fxXdrMayWait<C> && isDone && transcriber.isReading()) return 1;
         if constexpr (hasOneRoot) {
             return transcriber.conclude(isDone, *self, object);
         } else {

@@ -7,6 +7,7 @@
 #include "FatalCatcher.h"
 #include "RichGraph.h"
 #include "TestSeed.h"
+#include "fxds/BinaryReader.h"
 #include "fxds/Globals.h"
 
 namespace {
@@ -16,11 +17,21 @@ protected:
     static void SetUpTestSuite() { fxInitializeToolkit(); }
     void TearDown() override { Received::deleteAll(); }
 
-    /// How reading a C from the bytes ends: "read", "null" or a message.
+    /// How reading a C from the bytes ends: "read", "null" or a message. It makes
+    /// no difference how many of them the stream has at hand.
     template <class C>
     static std::string end(const std::string& bytes) {
+        const std::string how = end<C>(bytes, 0);
+        EXPECT_EQ(end<C>(bytes, 90), how);
+        return how;
+    }
+    template <class C>
+    static std::string end(const std::string& bytes, size_t ahead) {
         C* root = nullptr;
-        const std::string message = fatalMessage([&] { root = loaded<C>(bytes); });
+        const std::string message = fatalMessage([&] {
+            StingyStream stream(bytes, ahead);
+            root = loaded<C>(stream);
+        });
         if constexpr (std::is_same_v<C, Rich>) {
             if (root != nullptr) sumOf(*root);
         } else if constexpr (!std::is_base_of_v<Listed, C>) {
@@ -207,6 +218,26 @@ TEST_F(HostileStream, BlocksMustServeTheirPlaces) {
     EXPECT_EQ(endOfRecords<fxStr>(stringRoot(4) + record(3, word(3) + word(4)) +
                                   objectRecord(3, 2, long8(1))),
               formatError);  // an object instead
+}
+
+TEST_F(HostileStream, BlocksAreLeftAloneOnceTheyAreGiven) {
+    // A text that nothing leads to shares the block of a plain pointer, which is
+    // given away with the first graph; the second graph leads to the text.
+    HeldStream stream(record(3, word(1) + word(4)) + typeRecord(2, "Node") +
+                      objectRecord(3, 2, node) + record(1) + record(1) +
+                      objectRecord(4, 2, long8(0) + long8(4)) + record(4, word(1)) + record(1) +
+                      record(1) + record(5, word(1) + word(4), std::string("abc", 4)) +
+                      objectRecord(5, 2, node) + record(12, word(4)) + record(1));
+    char* plain = nullptr;
+    const std::string message = fatalMessage([&] {
+        fxBinaryReader reader(stream, 0x1122, 0x33445566, "ieee");
+        EXPECT_TRUE(reader.xdr(&plain));
+        EXPECT_NE(fxReadObject<Node>(reader), nullptr);
+        EXPECT_STREQ(plain, "abc");
+        std::free(plain);
+        fxReadObject<Node>(reader);
+    });
+    EXPECT_EQ(message, formatError);
 }
 
 TEST_F(HostileStream, ContainersRefuseForeignSizes) {

@@ -20,6 +20,39 @@
 #include "fxds/Transcriber.h"
 #include "fxds/Xdr.h"
 
+/// A stream that has no more than some bytes at hand.
+class StingyStream : public fxMemoryStream {
+public:
+    StingyStream(const std::string& bytes, size_t ahead_)
+        : fxMemoryStream(bytes.data(), bytes.size()), ahead(ahead_) {
+        take();
+    }
+
+    const fxStreamWindow& window() override { return atHand; }
+    bool getBytes(char* p, unsigned int n) override {
+        if (end != nullptr) setPosition(static_cast<size_t>(next - bytes()));
+        return shown(fxMemoryStream::getBytes(p, n));
+    }
+    bool getShorts(short* p, unsigned int n) override {
+        return shown(fxMemoryStream::getShorts(p, n));
+    }
+    bool getLongs(long* p, unsigned int n) override {
+        return shown(fxMemoryStream::getLongs(p, n));
+    }
+
+private:
+    bool shown(bool isDone) {
+        next = const_cast<char*>(bytes()) + getPosition();
+        end = next + std::min(ahead, length() - getPosition());
+        return isDone;
+    }
+
+    size_t ahead;
+    char* next = nullptr;
+    char* end = nullptr;
+    fxStreamWindow atHand{&next, &end};
+};
+
 /// A stream of a test, held so that the test can look at it.
 class HeldStream {
 public:
@@ -89,11 +122,16 @@ std::string saved(C* root) {
 }
 
 template <class C>
+C* loaded(fxStream& stream) {
+    const std::unique_ptr<fxTranscriber> reader(fxTranscriber::getReader(&stream));
+    return reader != nullptr ? fxReadObject<C>(*reader) : nullptr;
+}
+
+template <class C>
 C* loaded(const std::string& bytes) {
     fxMemoryStream stream(bytes.data(), bytes.size());
     stream.take();
-    const std::unique_ptr<fxTranscriber> reader(fxTranscriber::getReader(&stream));
-    return reader != nullptr ? fxReadObject<C>(*reader) : nullptr;
+    return loaded<C>(stream);
 }
 
 /// An object that a test can find again: all that live are listed, so that a

@@ -50,8 +50,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         if (fxTypeObj::knownTypes == nullptr) return;
         static const bool isInitialized = (fxInitializeToolkit(), true);
         static_cast<void>(isInitialized);
-        HeldStream stream(input.rest());
-        const std::unique_ptr<fxTranscriber> reader(fxTranscriber::getReader(stream));
+        const std::string bytes = input.rest();
+        StingyStream stream(bytes, choice / 8 * size_t{16});
+        const std::unique_ptr<fxTranscriber> reader(fxTranscriber::getReader(&stream));
         if (reader == nullptr) return;
         while (readChosen(*reader, choice)) continue;
     });
