@@ -4,25 +4,36 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <vector>
+#include <cstdlib>
+#include <memory>
 
-// One flat table, a power of two in size and at most three quarters full,
-// searched from the place that the address hashes to. Waiting for memory is
-// nearly all that a look-up costs, so a slot is small: 32 bits of the hash and
-// the number. The address itself stands in a list by number, and is looked at
-// only when those bits are the same.
+#include "fxds/Block.h"
+#include "fxds/ChunkList.h"
+
+// The addresses stand in a list by number. A flat table, a power of two in size
+// and at most three quarters full, finds them: a slot has the position in the
+// list in as many low bits as the size needs, and bits of the hash in the rest,
+// so that hardly ever an address is compared in vain.
+//
+// Waiting for memory is nearly all that a look-up in a large table costs, which
+// is why slots are small. And what is written together mostly lies together: so
+// addresses that are near each other share a part of the table. The hash is that
+// of a stretch of memory and says where its part begins, and the place in the
+// stretch says where the search starts in that part. Parts overlap where they
+// must.
 
 class fxAddressIndex {
 public:
     /// The number entered for the address, or 0. Null has none.
     unsigned int find(const void* address) const {
-        return slots.empty() ? 0 : numberIn(slots[indexOf(address)]);
+        const unsigned int slot = slotCount == 0 ? 0 : slots[indexOf(address)];
+        return slot == 0 ? 0 : numberIn(slot);
     }
 
     /// The number entered for the address; `number` is entered when there is
     /// none. Requires: neither is 0; `number` is higher than all before.
     unsigned int findOrSet(const void* address, unsigned int number) {
-        uint64_t& slot = room(address);
+        unsigned int& slot = room(address, number);
         if (slot != 0) return numberIn(slot);
         enter(slot, address, number);
         return number;
@@ -30,81 +41,101 @@ public:
 
     /// Enters a number, in place of an earlier one. Requires: as above.
     void set(const void* address, unsigned int number) {
-        uint64_t& slot = room(address);
-        if (slot != 0) {
-            addresses[numberIn(slot) - lowest] = nullptr;
-            slot = 0;
-            --count;
-        }
+        unsigned int& slot = room(address, number);
+        if (slot != 0) addresses[positionIn(slot)] = nullptr;
         enter(slot, address, number);
     }
 
     /// Brings the slot near while the caller does something else.
     void prefetch(const void* address) const {
-        if (!slots.empty()) __builtin_prefetch(&slots[hashOf(address) >> shift]);
+        if (slotCount != 0) __builtin_prefetch(&slots[startOf(address, hashOf(address))]);
     }
 
     void clear() {
-        slots.clear();
+        slots.reset();
+        slotCount = 0;
         addresses.clear();
-        count = 0;
     }
 
 private:
-    static uint64_t hashOf(const void* address) {
-        return reinterpret_cast<uintptr_t>(address) * 0x9E3779B97F4A7C15U;
+    static constexpr unsigned int granuleBits = 4;  // what malloc() aligns to
+    static constexpr unsigned int partBits = 5;
+    static constexpr size_t partSlots = size_t{1} << partBits;
+
+    static uint64_t granuleOf(const void* address) {
+        return reinterpret_cast<uintptr_t>(address) >> granuleBits;
     }
-    // The high half is never 0, so that a slot in use is not.
-    static uint64_t bitsOf(uint64_t hash) { return (hash >> 8U | 1U) << 32U; }
-    static unsigned int numberIn(uint64_t slot) { return static_cast<unsigned int>(slot); }
+    static uint64_t hashOf(const void* address) {
+        return (granuleOf(address) >> partBits) * 0x9E3779B97F4A7C15U;
+    }
+    size_t startOf(const void* address, uint64_t hash) const {
+        return ((hash >> shift) + granuleOf(address) % partSlots) & (slotCount - 1);
+    }
+    // The bits of a slot that are the same for the same address, its low ones
+    // among them, which tell those apart that share a part.
+    unsigned int markOf(const void* address, uint64_t hash) const {
+        const uint64_t bits = hash >> 32U ^ reinterpret_cast<uintptr_t>(address) << 20U;
+        return static_cast<unsigned int>(bits) & ~positionMask;
+    }
+    size_t positionIn(unsigned int slot) const { return (slot & positionMask) - 1; }
+    unsigned int numberIn(unsigned int slot) const {
+        return lowest + static_cast<unsigned int>(positionIn(slot));
+    }
 
     size_t indexOf(const void* address) const {
-        const size_t mask = slots.size() - 1;
         const uint64_t hash = hashOf(address);
-        const uint64_t bits = bitsOf(hash) >> 32U;
-        size_t i = hash >> shift;
+        const unsigned int mark = markOf(address, hash);
+        size_t i = startOf(address, hash);
         while (slots[i] != 0) {
-            if (slots[i] >> 32U == bits && addresses[numberIn(slots[i]) - lowest] == address) break;
-            i = (i + 1) & mask;
+            const bool isMarked = (slots[i] & ~positionMask) == mark;
+            if (isMarked && addresses[positionIn(slots[i])] == address) break;
+            i = (i + 1) & (slotCount - 1);
         }
         return i;
     }
 
-    uint64_t& room(const void* address) {
-        if (count + 1 > slots.size() / 4 * 3) grow();
+    // The slot of the address, in a table that has room for the number.
+    unsigned int& room(const void* address, unsigned int number) {
+        if (addresses.size() == 0) lowest = number;
+        while (number - lowest >= slotCount / 4 * 3) grow();
         return slots[indexOf(address)];
     }
 
-    void enter(uint64_t& slot, const void* address, unsigned int number) {
-        if (count == 0) {
-            addresses.clear();
-            lowest = number;
-        }
-        addresses.resize(number - lowest + size_t{1});
-        addresses.back() = address;
-        slot = bitsOf(hashOf(address)) | number;
-        ++count;
+    void enter(unsigned int& slot, const void* address, unsigned int number) {
+        while (addresses.size() < number - lowest) addresses.push_back(nullptr);
+        addresses.push_back(address);
+        const unsigned int position = static_cast<unsigned int>(addresses.size());
+        slot = markOf(address, hashOf(address)) | position;
     }
 
     // Every address is another, so that none needs to be compared.
     void grow() {
-        shift = slots.empty() ? 58 : shift - 1;
-        slots.assign(size_t{1} << (64 - shift), 0);
-        const size_t mask = slots.size() - 1;
-        for (size_t place = 0; place < addresses.size(); ++place) {
-            if (addresses[place] == nullptr) continue;
-            const uint64_t hash = hashOf(addresses[place]);
-            size_t i = hash >> shift;
-            while (slots[i] != 0) i = (i + 1) & mask;
-            slots[i] = bitsOf(hash) | (lowest + place);
-        }
+        slotCount = slotCount == 0 ? 4 * partSlots : 4 * slotCount;
+        positionMask = static_cast<unsigned int>(slotCount - 1);
+        shift = 64;
+        for (size_t n = slotCount; n > 1; n /= 2) --shift;
+        slots.reset();
+        slots.reset(static_cast<unsigned int*>(fxNewZeroBlock(slotCount * sizeof(unsigned int))));
+        unsigned int position = 0;
+        addresses.each([&](const void* address) {
+            ++position;
+            if (address == nullptr) return;
+            const uint64_t hash = hashOf(address);
+            size_t i = startOf(address, hash);
+            while (slots[i] != 0) i = (i + 1) & (slotCount - 1);
+            slots[i] = markOf(address, hash) | position;
+        });
     }
 
-    std::vector<uint64_t> slots;         // bits of the hash, number; 0 when free
-    std::vector<const void*> addresses;  // by number - lowest; null for numbers not entered here
-    unsigned int lowest = 0;             // numbers go on after clear(), and may be high then
+    struct Free {
+        void operator()(unsigned int* block) const { std::free(block); }
+    };
+    std::unique_ptr<unsigned int[], Free> slots;  // mark and position + 1; 0 when free
+    size_t slotCount = 0;
+    unsigned int positionMask = 0;
     unsigned int shift = 0;              // leaves as many high bits of the hash as the table needs
-    size_t count = 0;
+    fxChunkList<const void*> addresses;  // null for numbers that were not entered here
+    unsigned int lowest = 0;             // numbers go on after clear(), and may be high then
 };
 
 #endif

@@ -5,6 +5,7 @@
 
 #include "fxds/AddressIndex.h"
 #include "fxds/Fatal.h"
+#include "fxds/Pool.h"
 #include "fxds/Str.h"
 #include "fxds/Stream.h"
 #include "fxds/XDRObj.h"
@@ -33,8 +34,9 @@
 
 namespace {
 
-constexpr size_t batchBytes = size_t{1} << 16;
+constexpr size_t batchBytes = size_t{1} << 13;  // stays in the nearest cache
 constexpr unsigned int maxId = 0x7FFFFFFF;
+constexpr unsigned int maxHead = 1 + 4 + 12;  // header, length, fields
 
 char* putWord(char* place, unsigned long word) {
     for (unsigned int shift = 0; shift < 32; shift += 8) {
@@ -76,6 +78,9 @@ fxBinaryWriterItem::fxBinaryWriterItem(const void* address_, unsigned int byteCo
       id(0) {}
 
 fxBinaryWriterItem::~fxBinaryWriterItem() = default;
+
+void* fxBinaryWriterItem::operator new(size_t size) { return fxPool::allocate(size); }
+void fxBinaryWriterItem::operator delete(void* item, size_t size) { fxPool::release(item, size); }
 
 fxBinaryWriter::fxBinaryWriter(fxStream* outStream)
     : fxTranscriber(outStream, false),
@@ -231,14 +236,19 @@ unsigned int fxBinaryWriter::putHeader(char* place, unsigned int tag, unsigned l
                                      : payloadBytes < 0x10000 ? 2
                                                               : 4;
     const unsigned int lengthCode = lengthBytes == 4 ? 3 : lengthBytes;
-    *place++ = static_cast<char>(lengthCode << 6U | tag);
-    for (unsigned int i = 0; i < lengthBytes; ++i) {
-        *place++ = static_cast<char>(payloadBytes >> (8 * i) & 0xFFU);
-    }
+    *place = static_cast<char>(lengthCode << 6U | tag);
+    putWord(place + 1, payloadBytes);
     return 1 + lengthBytes;
 }
 
 bool fxBinaryWriter::writeBytes(const void* bytes, size_t byteCount) {
+    if (byteCount == sizeof(long) && room > sizeof(long)) {
+        std::memcpy(cursor, bytes, sizeof(long));  // all numbers but shorts and floats
+        cursor += sizeof(long);
+        used += static_cast<unsigned int>(sizeof(long));
+        room -= static_cast<unsigned int>(sizeof(long));
+        return true;
+    }
     const char* from = static_cast<const char*>(bytes);
     while (byteCount > 0) {
         if (used == 0 && byteCount >= bufferBytes) {
@@ -324,82 +334,62 @@ bool fxBinaryWriter::writePrimPointer(const void* block, size_t byteCount, fxBin
     if (block == nullptr) return writeNullPointer();
     seen->prefetch(block);
     if (byteCount > maxBlockBytes || !flush()) return false;
-    const unsigned int id = alreadyWritten(block);
-    if (id != 0) {
-        fieldA = id;
+    bool isNew = false;
+    const unsigned int id = idOf(block, isNew);
+    fieldA = id;
+    if (!isNew) {
         tag = fxTagBlockAgain;
         return flush();
     }
     fieldD = static_cast<unsigned int>(byteCount);
-    fieldA = queue(
-        new fxBinaryWriterItem(block, fieldD, bodyTag, static_cast<unsigned int>(sourceBytes)));
+    push(new fxBinaryWriterItem(block, fieldD, bodyTag, static_cast<unsigned int>(sourceBytes)),
+         id);
     tag = fxTagBlock;
-    return fieldA <= maxId;
+    return id <= maxId;
 }
 
 bool fxBinaryWriter::writeIntPointer(const void* block, unsigned int count) {
     return writePrimPointer(block, bytesOf<long>(count), fxTagLongs, bytesOf<int>(count));
 }
 
-// Writes the record being built with this payload. What comes next is data.
+// Writes the record being built with this payload, of up to a buffer's length.
+// What comes next is data. In a batch the header is put where it belongs.
 bool fxBinaryWriter::writeRecord(const char* payload, unsigned int payloadBytes) {
-    char head[32];
+    char held[maxHead];
+    if (isBatching && batchBytes - batchUsed < maxHead + bufferBytes && !sendBatch()) return false;
+    char* const head = isBatching ? batch.get() + batchUsed : held;
     unsigned int length = putHeader(head, tag, payloadBytes);
     length += putFields(head + length);
-    if (!emit(head, length)) return false;
+    if (isBatching) {
+        batchUsed += length;
+    } else if (!emit(head, length)) {
+        return false;
+    }
     if (tag == fxTagType && !emit(name, std::strlen(name) + 1)) return false;
     if (payloadBytes != 0 && !emit(payload, payloadBytes)) return false;
     tag = fxTagData;
     return true;
 }
 
-// Puts the fields of the record being built and returns their length.
+// Puts the fields of the record being built and returns their length. There is
+// room for 12 bytes, which may all change.
 unsigned int fxBinaryWriter::putFields(char* place) const {
-    char* end = place;
-    switch (tag) {
-        case fxTagData:
-        case fxTagNull:
-            break;
-        case fxTagType:
-            end = putWord(end, fieldB);
-            break;
-        case fxTagObject:
-            end = putWord(end, fieldA);
-            end = putWord(end, fieldB);
-            end = putWord(end, fieldC);
-            break;
-        case fxTagBlock:
-        case fxTagBytes:
-        case fxTagShorts:
-        case fxTagLongs:
-        case fxTagFloats:
-        case fxTagDoubles:
-            end = putWord(end, fieldA);
-            end = putWord(end, fieldD);
-            break;
-        default:
-            end = putWord(end, fieldA);
-            break;
-    }
-    return static_cast<unsigned int>(end - place);
+    putWord(place, tag == fxTagType ? fieldB : fieldA);
+    putWord(place + 4, tag == fxTagObject ? fieldB : fieldD);
+    putWord(place + 8, fieldC);
+    return fieldBytes[tag];
 }
 
+// What is too long for the batch follows it directly.
 bool fxBinaryWriter::emit(const char* bytes, size_t byteCount) {
-    if (!isBatching) {
-        return stream != nullptr && stream->isWriting() &&
-               stream->putBytes(bytes, static_cast<unsigned int>(byteCount));
+    if (isBatching && byteCount > batchBytes - batchUsed && !sendBatch()) return false;
+    if (isBatching && byteCount <= batchBytes) {
+        std::memcpy(batch.get() + batchUsed, bytes, byteCount);
+        batchUsed += byteCount;
+        return true;
     }
-    while (byteCount > batchBytes - batchUsed) {
-        const size_t piece = batchBytes - batchUsed;
-        std::memcpy(batch.get() + batchUsed, bytes, piece);
-        batchUsed += piece;
-        bytes += piece;
-        byteCount -= piece;
-        if (!sendBatch()) return false;
-    }
-    std::memcpy(batch.get() + batchUsed, bytes, byteCount);
-    batchUsed += byteCount;
-    return true;
+    return stream != nullptr && stream->isWriting() &&
+           stream->putBytes(bytes, static_cast<unsigned int>(byteCount));
 }
 
 bool fxBinaryWriter::sendBatch() {

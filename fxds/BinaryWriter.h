@@ -22,6 +22,10 @@ public:
                        unsigned int sourceBytes);
     virtual ~fxBinaryWriterItem();
 
+    /// From a pool.
+    static void* operator new(size_t size);
+    static void operator delete(void* item, size_t size);
+
     Kind kind;                 ///< Whether `type` or the block's fields count.
     const void* address;       ///< Of the object or the block. Borrowed.
     fxTypeObj* type;           ///< Of the object; null for a block.
@@ -99,7 +103,7 @@ public:
 
 protected:
     /// Puts the header of a record, up to its fields, at `place`, which has
-    /// room for 5 bytes; returns its length.
+    /// room for 5 bytes; returns its length. The rest of the 5 may change.
     static unsigned int putHeader(char* place, unsigned int tag, unsigned long payloadBytes);
 
     /// Adds to the payload of the record being built.

@@ -47,6 +47,13 @@ bool readName(fxStream& stream, fxStackBuffer& name) {
 // Runs the operation for long on n ints: see the header.
 template <class Long, class Int>
 bool xdrInts(fxTranscriber& transcriber, Int* ints, unsigned int count) {
+    if (count == 1) {
+        Long word = 0;
+        std::memcpy(&word, ints, sizeof(Int));
+        if (!transcriber.xdr(&word, 1)) return false;
+        if (transcriber.isReading()) std::memcpy(ints, &word, sizeof(Int));
+        return true;
+    }
     const size_t bytes = size_t{count} * sizeof(Int);
     constexpr unsigned int fewInts = 16;
     Long few[fewInts] = {};
