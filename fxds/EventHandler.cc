@@ -70,7 +70,7 @@ void fxEventHandler::distributeEvents() {
         fxEvent* event = get();
         if (event == nullptr) return;
         if (fxTrace::isOn(fxTrace::events)) fxTraceLines::delivering(*event);
-        fxEvent* ours = event;
+        fxEvent* ours = event;  // null once it has changed hands
         event->deliverer = &ours;
         event->deliver();
         delete ours;

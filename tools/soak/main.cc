@@ -44,12 +44,14 @@ bool parse(int argc, char** argv, Options& options) {
     return true;
 }
 
-bool round(unsigned long seed, unsigned long steps) {
+// Ends the program when the round fails.
+void round(unsigned long seed, unsigned long steps) {
     const std::string report = soak::torture(static_cast<unsigned int>(seed), steps);
-    if (report.empty()) return true;
+    if (report.empty()) return;
     std::printf("FAILED. Repeat with: soak --seed %lu --steps %lu\n%s", seed, steps,
                 report.c_str());
-    return false;
+    std::fflush(stdout);
+    std::_Exit(1);  // what was left halfway is no leak
 }
 
 }  // namespace
@@ -64,11 +66,14 @@ int main(int argc, char** argv) {
         std::fputs(helpText, stderr);
         return 2;
     }
-    if (options.steps != 0) return round(options.seed, options.steps) ? 0 : 1;
+    if (options.steps != 0) {
+        round(options.seed, options.steps);
+        return 0;
+    }
     const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(options.seconds);
     unsigned long total = 0;
     for (unsigned long seed = options.seed; std::chrono::steady_clock::now() < end; ++seed) {
-        if (!round(seed, roundSteps)) return 1;
+        round(seed, roundSteps);
         total += roundSteps;
         std::printf("seed %lu: agreed; %lu steps so far\n", seed, total);
         std::fflush(stdout);
