@@ -97,15 +97,17 @@ bool fxMemoryStream::put(const void* bytes, size_t byteCount) {
 // Makes room for so many more bytes.
 bool fxMemoryStream::grow(size_t byteCount) {
     if (length() > limit || byteCount > limit - length()) return false;
-    const size_t needed = length() + byteCount;
+    const size_t content = length();
+    const size_t position = getPosition();
+    const size_t needed = content + byteCount;
     if (needed <= blockBytes) return true;
     const size_t doubled = blockBytes <= SIZE_MAX / 2 ? 2 * blockBytes : SIZE_MAX;
     const size_t wanted = std::max(needed, std::min(std::max(doubled, firstBlockBytes), limit));
     char* const grown = static_cast<char*>(std::realloc(block, wanted));
     if (grown == nullptr) return false;
-    next = grown + getPosition();
-    end = grown + length();
     base = block = grown;
+    next = grown + position;
+    end = grown + content;
     blockBytes = wanted;
     return true;
 }
