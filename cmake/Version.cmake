@@ -1,6 +1,11 @@
-# The library's identification. The date honours SOURCE_DATE_EPOCH, so that two
-# builds of the same sources can be the same to the byte.
-string(TIMESTAMP FXDS_BUILD_DATE "%Y-%m-%d %H:%M:%S" UTC)
+# The library's identification. The date is that of the build folder: a new one
+# at every configuration would have everything linked anew. It honours
+# SOURCE_DATE_EPOCH, so that two builds of the same sources can be the same to
+# the byte.
+if(NOT DEFINED CACHE{FXDS_BUILD_DATE} OR DEFINED ENV{SOURCE_DATE_EPOCH})
+  string(TIMESTAMP FXDS_BUILD_DATE "%Y-%m-%d %H:%M:%S" UTC)
+  set(FXDS_BUILD_DATE "${FXDS_BUILD_DATE}" CACHE INTERNAL "Date in the library's identification")
+endif()
 
 set(banner_text
   "*************************************************************************"
