@@ -8,7 +8,6 @@
 #include <termios.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <cmath>
 #include <cstring>
@@ -16,12 +15,10 @@
 #include <limits>
 #include <memory>
 #include <new>
-#include <random>
 #include <string>
 #include <vector>
 
 #include "Surroundings.h"
-#include "TestSeed.h"
 #include "fxds/Application.h"
 #include "fxds/EventHandler.h"
 #include "fxds/SelectHandler.h"
@@ -355,29 +352,6 @@ TEST_F(Exec, ExceptionalConditionsAreServed) {
     close(slave);
 }
 
-TEST_F(Exec, HandlerThatGoesDuringThePassIsNotCalledInIt) {
-    Pair one, two;
-    auto a = serve("a", one, true, true), b = serve("b", two, true, true);
-    if (a->getFd() > b->getFd()) std::swap(a, b);
-    one.makeReadable();
-    two.makeReadable();
-    a->onRead = [&] {
-        exec.removeSelectHandler(a.get());
-        exec.removeSelectHandler(b.get());
-    };
-    exec.poll(1000);
-    EXPECT_EQ(log.size(), 1U);
-
-    exec.addSelectHandler(a.get());
-    exec.addSelectHandler(b.get());
-    a->onRead = [&] {
-        b.reset();
-        a.reset();
-    };
-    exec.poll(1000);
-    EXPECT_EQ(log.size(), 2U);
-}
-
 TEST_F(Exec, ReplacementIsCalledInsteadWhenItsTurnIsStillToCome) {
     Pair one, two;
     auto a = serve("a", one, true), b = serve("b", two, true);
@@ -424,47 +398,6 @@ TEST_F(Exec, MayBePolledFromWithinAHandler) {
     EXPECT_EQ(log, (Log{"hr", "hr", "hw", "back", "hw"}));
 }
 
-TEST_F(Exec, SurvivesHandlersThatReplaceOneAnother) {
-    std::mt19937 rng(testSeed());
-    std::vector<std::unique_ptr<Pair>> pairs(8);
-    std::vector<std::unique_ptr<Handler>> served(pairs.size());
-    int depth = 0;
-    std::function<void()> disturb = [&] {
-        const size_t i = rng() % pairs.size();
-        switch (rng() % 6) {
-            case 0:
-                served[i].reset();
-                break;
-            case 1:
-                if (served[i] != nullptr) exec.removeSelectHandler(served[i].get());
-                break;
-            case 2:
-                if (served[i] != nullptr) exec.addSelectHandler(served[i].get());
-                break;
-            case 3:
-                if (depth++ < 3) exec.poll(0);
-                --depth;
-                break;
-            default:
-                served[i].reset();
-                pairs[i] = std::make_unique<Pair>();
-                served[i] = serve("h", *pairs[i], true, rng() % 2 == 0);
-                served[i]->onRead = served[i]->onWrite = disturb;
-                pairs[i]->makeReadable();
-        }
-    };
-    for (int step = 0; step < 3000; ++step) {
-        disturb();
-        exec.poll(0);
-        for (int fd = 0; fd < fxExec::maxHandlers; ++fd) {
-            const auto is = [fd, this](auto& h) { return h && h.get() == exec.handlers[fd]; };
-            if (exec.handlers[fd] == nullptr) continue;
-            ASSERT_EQ(std::count_if(served.begin(), served.end(), is), 1) << "a dead handler";
-        }
-    }
-    EXPECT_GT(log.size(), 1000U);
-}
-
 // Functions before and after the wait.
 
 TEST_F(Exec, FunctionsAreCalledInOrderAroundTheWait) {
@@ -485,21 +418,6 @@ TEST_F(Exec, FunctionsAreCalledInOrderAroundTheWait) {
     exec.removePostSelectFunc(pre);  // is not there
     exec.poll(1000);
     EXPECT_EQ(log, (Log{"pre", "pre", "hr", "post"}));
-}
-
-TEST_F(Exec, FunctionsMayRemoveThemselves) {
-    Pair pair;
-    auto handler = serve("h", pair, true);
-    onPre = [&] {
-        log.push_back("pre");
-        exec.removePreSelectFunc(pre);
-    };
-    for (int i = 0; i < 3; ++i) exec.addPreSelectFunc(pre);
-    exec.poll(0);
-    EXPECT_EQ(log, (Log{"pre", "pre"})) << "each removal moves one up into the place just served";
-    exec.poll(0);
-    exec.poll(0);
-    EXPECT_EQ(log.size(), 3U);
 }
 
 // Applications.

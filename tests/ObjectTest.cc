@@ -166,29 +166,6 @@ TEST_F(Properties, AreFoundWithTheirIndex) {
     EXPECT_EQ(object.getNumberOfProperties(), 1u);
 }
 
-TEST_F(Properties, AgreeWithAModel) {
-    std::mt19937 rng(testSeed());
-    fxObj object;
-    std::map<unsigned short, long> model;
-    for (int step = 0; step < 5000; ++step) {
-        const unsigned short t = tag(static_cast<int>(rng() % 10));
-        if (rng() % 3 == 0) {
-            object.removeProperty(t);
-            model.erase(t);
-        } else {
-            object.setProperty(new fxProperty(t, static_cast<long>(step)));
-            model[t] = step;
-        }
-        ASSERT_EQ(object.getNumberOfProperties(), model.size());
-        unsigned int i = 0;
-        for (auto [modelTag, value] : model) {
-            ASSERT_EQ(object.getProperty(i)->getTag(), modelTag);
-            ASSERT_EQ(object.findProperty(modelTag)->getAsLong(), value);
-            ++i;
-        }
-    }
-}
-
 TEST_F(Properties, KindsKeepAndReleaseTheirValues) {
     EXPECT_EQ(fxProperty(0, true).getType(), fxDT_fxBool);
     EXPECT_EQ(fxProperty(0, 5).getType(), fxDT_long);
