@@ -163,7 +163,7 @@ Pass::~Pass() { removeFirst(model.passes, this); }
 
 void Pass::withdraw(Id id) {
     if (ticking == id) ticking = 0;
-    removeFirst(again, id);
+    while (holds(again, id)) removeFirst(again, id);  // it may have ticked twice
 }
 
 Call Pass::next() {
