@@ -23,7 +23,7 @@ void fxEventHandler::postEvent(fxEvent* event, unsigned char urgent) {
 }
 
 void fxEventHandler::postMessage(fxOutputChannel* output, fxData* data, fxObj::fxSendFlags how) {
-    if (fxTrace::isOn(fxTrace::send) && output != nullptr)
+    if (fxTrace::isOn(fxTrace::sends) && output != nullptr)
         fxTraceLines::sending(*output, data, how);
     if (output == nullptr || output->getNumberOfConnections() == 0) {
         delete data;

@@ -236,7 +236,7 @@ bool isToWrite(unsigned int kind) { return !isInLine && fxTrace::isOn(kind); }
 
 template <class Value>
 void putSending(const fxOutputChannel& output, const Value& value, int how) {
-    if (!isToWrite(fxTrace::send)) return;
+    if (!isToWrite(fxTrace::sends)) return;
     Line line("send");
     putChannel(line, output);
     putValue(line, value);
@@ -271,7 +271,7 @@ struct KindName {
     const char* name;
     unsigned int kinds;
 };
-constexpr KindName kindNames[] = {{"send", fxTrace::send},
+constexpr KindName kindNames[] = {{"send", fxTrace::sends},
                                   {"events", fxTrace::events},
                                   {"timers", fxTrace::timers},
                                   {"loop", fxTrace::loop},

@@ -47,7 +47,7 @@ class FX_API fxTrace {
 public:
     /// Kinds of lines, to be combined with |.
     enum Kind : unsigned int {
-        send = 1,    ///< values leaving an output
+        sends = 1,   ///< values leaving an output
         events = 2,  ///< values reaching an input, events being delivered
         timers = 4,  ///< timers being started and stopped, and their ticks
         loop = 8,    ///< the phases of a poll

@@ -223,7 +223,7 @@ TEST_F(Trace, ToleratesSwitchingInALine) {
     struct Fickle : fxObj {
         const char* className() const override {
             fxTrace::enable(0U);
-            fxTrace::enable(fxTrace::send);
+            fxTrace::enable(fxTrace::sends);
             return "Fickle";
         }
     };
@@ -231,7 +231,7 @@ TEST_F(Trace, ToleratesSwitchingInALine) {
     fxTrace::setSink([](void* closure, const char*,
                         size_t) { *static_cast<bool*>(closure) = fxTrace::enable("nonsense"); },
                      &isUnderstood);
-    fxTrace::enable(fxTrace::send);
+    fxTrace::enable(fxTrace::sends);
     Fickle fickle;
     fxObj::sendInt(fickle.addOutput<int>("out"), 1);
     EXPECT_FALSE(isUnderstood);
