@@ -3,6 +3,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <optional>
 #include <sstream>
 #include <utility>
 
@@ -119,6 +120,10 @@ TEST_F(Trace, TellsOfANetworkLineByLine) {
     counter = std::make_unique<Counter>();
     EXPECT_TRUE(fxTrace::enable("send"));
     counter->count.send(1);
+    std::optional<Counter> place(std::in_place);
+    place->count.send(1);
+    place.emplace();  // where the one before it was
+    place->count.send(1);
     counter->startTimer();
     fxTrace::enable(0U);
     counter->count.send(2);
@@ -126,6 +131,8 @@ TEST_F(Trace, TellsOfANetworkLineByLine) {
     counter->stopTimer();
     EXPECT_EQ(taken(),
               "fxds send    Counter#2.count int 1, queued, 0 connections\n"
+              "fxds send    Counter#3.count int 1, queued, 0 connections\n"
+              "fxds send    Counter#4.count int 1, queued, 0 connections\n"
               "fxds timer   stop Counter#1, 0 s\n");
 }
 
