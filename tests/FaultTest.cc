@@ -17,6 +17,8 @@
 
 #include "FatalCatcher.h"
 #include "RichGraph.h"
+#include "RunProgram.h"
+#include "Surroundings.h"
 #include "TestSeed.h"
 
 namespace {
@@ -62,32 +64,12 @@ class Faults : public testing::Test {
 protected:
     Faults() {
         fxInitializeToolkit();
-        char pattern[] = "/tmp/faultsXXXXXX";
-        const int fd = mkstemp(pattern);
-        EXPECT_GE(fd, 0);
-        close(fd);
-        path = pattern;
         fatalMessage([] {});  // keeps a descriptor from its first use on
         descriptors = openDescriptors();
     }
     ~Faults() override {
         EXPECT_EQ(openDescriptors(), descriptors);
         EXPECT_TRUE(Listed::all().empty());
-        unlink(path.c_str());
-    }
-    static int openDescriptors() {
-        int count = 0;
-        for (int fd = 0; fd < 256; ++fd) count += fcntl(fd, F_GETFD) != -1;
-        return count;
-    }
-    std::string content() const {
-        struct stat status = {};
-        EXPECT_EQ(stat(path.c_str(), &status), 0);
-        std::string bytes(static_cast<size_t>(status.st_size), '\0');
-        FILE* file = std::fopen(path.c_str(), "r");
-        bytes.resize(std::fread(bytes.data(), 1, bytes.size(), file));
-        std::fclose(file);
-        return bytes;
     }
     // A new file, opened in one of the ways that a stream can be made.
     fxStdioStream* open(size_t way) const {
@@ -104,7 +86,8 @@ protected:
     }
     static constexpr size_t ways = 6;
 
-    std::string path;
+    const TestDirectory directory;
+    const std::string path = directory.file("stream");
     int descriptors = 0;
 };
 
@@ -151,27 +134,27 @@ struct Script {
 TEST_F(Faults, WhatWasReportedAsSavedIsOnTheDiskAndNothingElseLoads) {
     const Signal ignoring(SIGXFSZ, SIG_IGN);
     for (size_t way = 0; way < ways; ++way) {
-        std::vector<std::string> contents;
+        std::vector<std::string> found;
         bool isSaved = false;
         {
             Node root, other;
             root.left = &other;
             root.right = &other;
             other.text = fxStr(std::string(300, 'x').c_str());
-            for (; !isSaved && contents.size() < 10000; contents.push_back(content())) {
+            for (; !isSaved && found.size() < 10000; found.push_back(contents(path))) {
                 const std::unique_ptr<fxStdioStream> stream(open(way));
                 stream->take();
-                const Limit small(RLIMIT_FSIZE, contents.size());
+                const Limit small(RLIMIT_FSIZE, found.size());
                 const std::unique_ptr<fxTranscriber> writer(fxTranscriber::getWriter(stream.get()));
                 const bool isWritten = writer != nullptr && fxWriteObject(*writer, &root);
                 isSaved = stream->close() && isWritten;
             }
         }
-        for (const std::string& there : contents) {
-            const bool isLast = &there == &contents.back();
+        for (const std::string& there : found) {
+            const bool isLast = &there == &found.back();
             ASSERT_EQ(loadedFrom<Node>(there) == "whole", isLast) << way << ", " << there.size();
         }
-        EXPECT_EQ(contents.back().size(), contents.size() - 1) << "saved as soon as there is room";
+        EXPECT_EQ(found.back().size(), found.size() - 1) << "saved as soon as there is room";
     }
 }
 
@@ -197,7 +180,7 @@ TEST_F(Faults, WhatWasReportedAsFlushedIsOnTheDisk) {
             isSaved = stream->close();
         }
         if (isSaved) safe = sent.size();
-        const std::string there = content();
+        const std::string there = contents(path);
         EXPECT_GE(there.size(), safe);
         EXPECT_TRUE(sent.compare(0, safe, there, 0, safe) == 0) << "round " << round;
     }
