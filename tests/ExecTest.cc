@@ -369,35 +369,6 @@ TEST_F(Exec, ReplacementIsCalledInsteadWhenItsTurnIsStillToCome) {
     later.keepOpen();
 }
 
-TEST_F(Exec, NewWishesWaitForTheNextPass) {
-    Pair pair;
-    auto handler = serve("h", pair, true);
-    pair.makeReadable();
-    handler->onRead = [&] {
-        handler->onRead = nullptr;
-        handler->want(true, true);
-        exec.addSelectHandler(handler.get());
-        EXPECT_TRUE(exec.getWriteSet().isSet(handler->getFd()));
-    };
-    exec.poll(1000);
-    EXPECT_EQ(log, Log{"hr"});
-    exec.poll(1000);
-    EXPECT_EQ(log, (Log{"hr", "hr", "hw"}));
-}
-
-TEST_F(Exec, MayBePolledFromWithinAHandler) {
-    Pair pair;
-    auto handler = serve("h", pair, true, true);
-    pair.makeReadable();
-    handler->onRead = [&] {
-        handler->onRead = nullptr;
-        exec.poll(1000);
-        log.push_back("back");
-    };
-    exec.poll(1000);
-    EXPECT_EQ(log, (Log{"hr", "hr", "hw", "back", "hw"}));
-}
-
 // Functions before and after the wait.
 
 TEST_F(Exec, FunctionsAreCalledInOrderAroundTheWait) {

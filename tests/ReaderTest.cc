@@ -613,16 +613,3 @@ TEST_F(Reader, MillionObjectsInAChainNeedNoStack) {
         EXPECT_EQ(good, count);
     });
 }
-
-TEST_F(Reader, DocumentedStreamReads) {
-    const std::string bytes =
-        header() + typeRecord(2, "Node") + objectRecord(1, 2, long8(42) + long8(3)) +
-        record(3, word(3) + word(3)) + record(12, word(1)) + record(11, word(4)) +
-        objectRecord(4, 2, long8(7) + long8(1)) + record(1) + record(12, word(1)) +
-        record(5, word(3) + word(3), std::string("hi", 3));
-    const Node* read = loaded<Node>(bytes);
-    ASSERT_NE(read, nullptr);
-    EXPECT_EQ(read->text, "hi");
-    EXPECT_EQ(read->left, read);
-    EXPECT_EQ(read->right->number, 7);
-}

@@ -167,18 +167,6 @@ TEST_F(Streams, ReadWriteStreamTurnsBetweenReadingAndWriting) {
     EXPECT_EQ(contents(path), "aXYdef");
 }
 
-TEST_F(Streams, FullDiskIsNoticedWhenFlushing) {
-    if (access("/dev/full", W_OK) != 0) GTEST_SKIP() << "needs /dev/full";
-    for (bool flushing : {false, true}) {
-        fxStdioStream full("/dev/full", fxStream::fxStreamWrite, 0);
-        EXPECT_TRUE(full.putBytes("abc", 3));
-        if (flushing) {
-            EXPECT_FALSE(full.flush());
-        }
-        EXPECT_FALSE(full.close());
-    }
-}
-
 TEST_F(Streams, InterruptedWritesLoseNothing) {
     struct sigaction counting = {};
     struct sigaction before = {};

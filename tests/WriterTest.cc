@@ -301,20 +301,6 @@ TEST(AddressIndex, HighNumbersAfterAResetCostNoMemory) {
     EXPECT_LT(after.ru_maxrss - before.ru_maxrss, 64 * 1024);
 }
 
-TEST_F(Writer, FullDiskIsAFalseResultWhereverItFillsUp) {
-    Node root;
-    root.text = fxStr(std::string(2000, 'x').c_str());
-    const size_t size = saved(&root).size();
-    for (size_t limit = 0; limit < size; limit += 37) {
-        HeldStream small("", limit);
-        const std::unique_ptr<fxTranscriber> limited(fxTranscriber::getWriter(small));
-        EXPECT_EQ(limited != nullptr, limit >= header().size());
-        if (limited != nullptr) {
-            EXPECT_FALSE(fxWriteObject(*limited, &root)) << limit;
-        }
-    }
-}
-
 TEST_F(Writer, WhatAFailedSaveLeftWaitingIsForgotten) {
     Refusing refusing;
     refusing.node = new Node;
