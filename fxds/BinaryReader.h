@@ -14,10 +14,10 @@ struct fxReaderEntry;
 /// A place to fill: a pointer field, or a string that waits for its text. There
 /// are as many as the graph has pointers, so they are small.
 struct fxBinaryReaderItem {
-    static constexpr unsigned int objectMark = 0x80000000;
+    static constexpr unsigned int objectMark = 0x80000000;  ///< See `wanted`.
 
-    bool isObject() const { return (wanted & objectMark) != 0; }
-    bool isText() const { return !isObject() && wanted != 0; }
+    bool isObject() const { return (wanted & objectMark) != 0; }  ///< Whether it is for an object.
+    bool isText() const { return !isObject() && wanted != 0; }    ///< Whether it is for a text.
 
     void* slot;           ///< Address of the pointer, or the fxStr.
     unsigned int id;      ///< The number of the record that it waits for.

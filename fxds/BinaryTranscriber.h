@@ -35,6 +35,7 @@ protected:
 
     /// Bytes of the fields that follow the length, for each tag.
     static constexpr unsigned char fieldBytes[] = {0, 0, 4, 8, 4, 8, 8, 8, 8, 8, 12, 4, 4, 4, 4};
+    /// Tags from here on do not exist.
     static constexpr unsigned int tagCount = sizeof fieldBytes;
 
     fxBinaryTranscriber();
