@@ -51,11 +51,16 @@ TEST_F(Events, AreNumberedAndPrinted) {
     EXPECT_EQ(copy.getSequence(), message.getSequence());
     EXPECT_EQ(copy.getType(), fxET_MessageEvent);
     EXPECT_EQ(node.in->refCount, 3u);
-    char text[64] = {};
+    char text[128] = {};
     FILE* file = fmemopen(text, sizeof text, "w");
     probe.dump(file);
+    message.dump(file);
     std::fclose(file);
-    EXPECT_EQ(std::string(text), "Event: seq=" + std::to_string(before + 1) + " type=0\n");
+    EXPECT_EQ(std::string(text), "Event: seq=" + std::to_string(before + 1) +
+                                     " type=0\nEvent: seq=" + std::to_string(before + 2) +
+                                     " type=" + std::to_string(fxET_MessageEvent) + "\n");
+    EXPECT_EQ(probe.getChannel(), nullptr);
+    EXPECT_EQ(message.getChannel(), node.in);
 }
 
 TEST_F(Events, AnEventOfNoQueueIsRemovedAllTheSame) {
@@ -63,7 +68,10 @@ TEST_F(Events, AnEventOfNoQueueIsRemovedAllTheSame) {
     // It is deleted, and counted.
     queue.append(new Probe);
     queue.append(new Probe);
-    queue.remove(new Probe);
+    auto* const stranger = new Probe;
+    EXPECT_FALSE(queue.contains(stranger));
+    EXPECT_TRUE(queue.contains(queue.getTail()));
+    queue.remove(stranger);
     EXPECT_EQ(queue.getCount(), 1u);
     for (int i = 0; i < 2; ++i) delete queue.get();
     EXPECT_TRUE(queue.isEmpty());
