@@ -1,4 +1,5 @@
-// What a send, a queued message and a connection cost.
+// What a send, a queued message and a connection cost. The peers whose receivers
+// may die at any time are measured alike, where they are installed.
 #include <benchmark/benchmark.h>
 
 #include <deque>
@@ -9,6 +10,15 @@
 #include "fxds/EventHandler.h"
 #include "fxds/Globals.h"
 #include "fxds/Obj.h"
+
+#ifdef FXDS_HAVE_BOOST
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/post.hpp>
+#include <boost/signals2.hpp>
+#endif
+#ifdef FXDS_HAVE_SIGC
+#include <sigc++/sigc++.h>
+#endif
 
 namespace {
 
@@ -111,5 +121,90 @@ void ConnectChannels(benchmark::State& state) {
     }
 }
 BENCHMARK(ConnectChannels);
+
+#ifdef FXDS_HAVE_BOOST
+
+// Slots that hold on to their receivers while they are called.
+void SendBoostSignals2(benchmark::State& state) {
+    boost::signals2::signal<void(int)> signal;
+    std::vector<std::shared_ptr<Sink>> sinks;
+    for (int64_t i = 0; i < state.range(0); ++i) {
+        sinks.push_back(std::make_shared<Sink>());
+        signal.connect(
+            boost::signals2::signal<void(int)>::slot_type([sink = sinks.back().get()](int value) {
+                sink->receive(value);
+            }).track_foreign(sinks.back()));
+    }
+    int value = 0;
+    for (auto _ : state) {
+        signal(++value);
+        benchmark::ClobberMemory();
+    }
+}
+BENCHMARK(SendBoostSignals2)->Arg(1)->Arg(8);
+
+void ConnectBoostSignals2(benchmark::State& state) {
+    boost::signals2::signal<void(int)> signal;
+    Sink sink;
+    Sink other;
+    signal.connect([&sink](int value) { sink.receive(value); });
+    for (auto _ : state) {
+        signal.connect([&other](int value) { other.receive(value); }).disconnect();
+    }
+}
+BENCHMARK(ConnectBoostSignals2);
+
+void PostBoostAsio(benchmark::State& state) {
+    Sink sink;
+    boost::asio::io_context context(1);
+    for (auto _ : state) {
+        for (int i = 0; i < batch; ++i) {
+            boost::asio::post(context, [&sink, i] { sink.receive(i); });
+        }
+        context.restart();
+        context.run();
+    }
+    state.SetItemsProcessed(state.iterations() * batch);
+}
+BENCHMARK(PostBoostAsio);
+
+#endif
+
+#ifdef FXDS_HAVE_SIGC
+
+class TrackedSink : public sigc::trackable {
+public:
+    void receive(int value) { sum += value; }
+    long sum = 0;
+};
+
+void SendSigc(benchmark::State& state) {
+    sigc::signal<void, int> signal;
+    std::vector<std::unique_ptr<TrackedSink>> sinks;
+    for (int64_t i = 0; i < state.range(0); ++i) {
+        sinks.push_back(std::make_unique<TrackedSink>());
+        signal.connect(sigc::mem_fun(*sinks.back(), &TrackedSink::receive));
+    }
+    int value = 0;
+    for (auto _ : state) {
+        signal(++value);
+        benchmark::ClobberMemory();
+    }
+}
+BENCHMARK(SendSigc)->Arg(1)->Arg(8);
+
+void ConnectSigc(benchmark::State& state) {
+    sigc::signal<void, int> signal;
+    TrackedSink sink;
+    TrackedSink other;
+    signal.connect(sigc::mem_fun(sink, &TrackedSink::receive));
+    for (auto _ : state) {
+        sigc::connection connection = signal.connect(sigc::mem_fun(other, &TrackedSink::receive));
+        connection.disconnect();
+    }
+}
+BENCHMARK(ConnectSigc);
+
+#endif
 
 }  // namespace

@@ -1,16 +1,22 @@
-// Dictionaries against std::unordered_map, at load 1 and with few chains.
+// Dictionaries against std::unordered_map and, where it is installed, GLib's
+// table, at load 1 and with few chains.
 
 #include <benchmark/benchmark.h>
 
 #include <algorithm>
 #include <random>
 #include <string>
+#include <type_traits>
 #include <unordered_map>
 #include <vector>
 
 #include "fxds/BinaryOTDict.h"
 #include "fxds/Str.h"
 #include "fxds/VoidPtrDict.h"
+
+#ifdef FXDS_HAVE_GLIB
+#include <glib.h>
+#endif
 
 // Keys are met in another order than they were entered in, as in life. The
 // chains of the dictionaries are as many as the map has at its load of 1.
@@ -104,6 +110,22 @@ void dictFind(benchmark::State& state) {
     perEntry(state);
 }
 
+// What one entry costs that comes and goes in a table that is full otherwise.
+template <class Kind>
+void dictRemove(benchmark::State& state) {
+    auto keys = makeKeys(state, Kind::forDict);
+    typename Kind::Dict dict(chainsFor(state));
+    for (const auto& key : keys) dict.add(key, {});
+    std::shuffle(keys.begin(), keys.end(), std::mt19937(2));
+    for (auto _ : state) {
+        for (const auto& key : keys) {
+            dict.remove(key);
+            dict.add(key, {});
+        }
+    }
+    perEntry(state);
+}
+
 template <class Kind>
 void mapFind(benchmark::State& state) {
     auto keys = makeKeys(state, Kind::forMap);
@@ -116,6 +138,52 @@ void mapFind(benchmark::State& state) {
     perEntry(state);
 }
 
+#ifdef FXDS_HAVE_GLIB
+
+// It keeps texts by their addresses; so do we here.
+struct GlibTexts {
+    static GHashTable* make() { return g_hash_table_new_full(g_str_hash, g_str_equal, g_free, {}); }
+    static const void* find(const std::string& key) { return key.c_str(); }
+    static void* enter(const std::string& key) { return g_strdup(key.c_str()); }
+};
+struct GlibAddresses {
+    static GHashTable* make() { return g_hash_table_new(g_direct_hash, g_direct_equal); }
+    static const void* find(const void* key) { return key; }
+    static void* enter(const void* key) { return const_cast<void*>(key); }
+};
+template <class Kind>
+using GlibFor = std::conditional_t<std::is_same_v<Kind, Addresses>, GlibAddresses, GlibTexts>;
+
+template <class Kind>
+void glibInsert(benchmark::State& state) {
+    const auto keys = makeKeys(state, Kind::forMap);
+    for (auto _ : state) {
+        GHashTable* const table = GlibFor<Kind>::make();
+        for (const auto& key : keys) g_hash_table_insert(table, GlibFor<Kind>::enter(key), {});
+        state.PauseTiming();
+        g_hash_table_destroy(table);
+        state.ResumeTiming();
+    }
+    perEntry(state);
+}
+
+template <class Kind>
+void glibFind(benchmark::State& state) {
+    auto keys = makeKeys(state, Kind::forMap);
+    GHashTable* const table = GlibFor<Kind>::make();
+    for (const auto& key : keys) g_hash_table_insert(table, GlibFor<Kind>::enter(key), {});
+    std::shuffle(keys.begin(), keys.end(), std::mt19937(2));
+    for (auto _ : state) {
+        for (const auto& key : keys) {
+            benchmark::DoNotOptimize(g_hash_table_lookup(table, GlibFor<Kind>::find(key)));
+        }
+    }
+    g_hash_table_destroy(table);
+    perEntry(state);
+}
+
+#endif
+
 void loadOne(benchmark::internal::Benchmark* bench) { bench->Args({1000, 0})->Args({100000, 0}); }
 
 void fewChains(benchmark::internal::Benchmark* bench) {
@@ -126,11 +194,22 @@ void fewChains(benchmark::internal::Benchmark* bench) {
     BENCHMARK(dictFind<Kind>)->Apply(loadOne)->Apply(fewChains);   \
     BENCHMARK(mapFind<Kind>)->Apply(loadOne);                      \
     BENCHMARK(dictInsert<Kind>)->Apply(loadOne)->Apply(fewChains); \
-    BENCHMARK(mapInsert<Kind>)->Apply(loadOne)
+    BENCHMARK(mapInsert<Kind>)->Apply(loadOne);                    \
+    BENCHMARK(dictRemove<Kind>)->Apply(loadOne)->Apply(fewChains)
 
 COMPARE(Names);
 COMPARE(LongNames);
 COMPARE(AlikeNames);
 COMPARE(Addresses);
+
+#ifdef FXDS_HAVE_GLIB
+#define COMPARE_GLIB(Kind)                     \
+    BENCHMARK(glibFind<Kind>)->Apply(loadOne); \
+    BENCHMARK(glibInsert<Kind>)->Apply(loadOne)
+
+COMPARE_GLIB(Names);
+COMPARE_GLIB(LongNames);
+COMPARE_GLIB(Addresses);
+#endif
 
 }  // namespace

@@ -1,5 +1,5 @@
 // What one turn of the loop and the start of a timer cost, against the system
-// call and a multimap.
+// call, a multimap and, where they are installed, other loops.
 #include <benchmark/benchmark.h>
 #include <sys/select.h>
 #include <unistd.h>
@@ -9,12 +9,21 @@
 #include <map>
 #include <memory>
 #include <random>
+#include <utility>
 #include <vector>
 
 #include "fxds/EventHandler.h"
 #include "fxds/Exec.h"
 #include "fxds/SelectHandler.h"
 #include "fxds/Timer.h"
+
+#ifdef FXDS_HAVE_GLIB
+#include <glib-unix.h>
+#include <glib.h>
+#endif
+#ifdef FXDS_HAVE_LIBEVENT
+#include <event2/event.h>
+#endif
 
 namespace {
 
@@ -75,6 +84,64 @@ void TurnPoll(benchmark::State& state) {
 }
 BENCHMARK(TurnPoll)->ArgName("timer")->Arg(0)->Arg(1);
 
+#ifdef FXDS_HAVE_GLIB
+
+gboolean readByGlib(gint, GIOCondition, gpointer reader) {
+    static_cast<Reader*>(reader)->handleRead();
+    return G_SOURCE_CONTINUE;
+}
+
+gboolean doNothing(gpointer) { return G_SOURCE_CONTINUE; }
+
+void TurnGlib(benchmark::State& state) {
+    Pipe pipe;
+    Reader reader(pipe.ends[0]);
+    const guint source = g_unix_fd_add(reader.getFd(), G_IO_IN, readByGlib, &reader);
+    const guint timer =
+        state.range(0) != 0 ? g_timeout_add_seconds(1000000, doNothing, nullptr) : 0;
+    for (auto _ : state) {
+        pipe.fill();
+        g_main_context_iteration(nullptr, TRUE);
+    }
+    g_source_remove(source);
+    if (timer != 0) g_source_remove(timer);
+    benchmark::DoNotOptimize(reader.bytes);
+}
+BENCHMARK(TurnGlib)->ArgName("timer")->Arg(0)->Arg(1);
+
+#endif
+
+#ifdef FXDS_HAVE_LIBEVENT
+
+void readByLibevent(evutil_socket_t, short, void* reader) {
+    static_cast<Reader*>(reader)->handleRead();
+}
+
+void hearNothing(evutil_socket_t, short, void*) {}
+
+void TurnLibevent(benchmark::State& state) {
+    Pipe pipe;
+    Reader reader(pipe.ends[0]);
+    event_base* const base = event_base_new();
+    event* const source =
+        event_new(base, reader.getFd(), EV_READ | EV_PERSIST, readByLibevent, &reader);
+    event_add(source, nullptr);
+    event* const timer = evtimer_new(base, hearNothing, nullptr);
+    const timeval late = {1000000, 0};
+    if (state.range(0) != 0) evtimer_add(timer, &late);
+    for (auto _ : state) {
+        pipe.fill();
+        event_base_loop(base, EVLOOP_ONCE);
+    }
+    event_free(source);
+    event_free(timer);
+    event_base_free(base);
+    benchmark::DoNotOptimize(reader.bytes);
+}
+BENCHMARK(TurnLibevent)->ArgName("timer")->Arg(0)->Arg(1);
+
+#endif
+
 // Distinct intervals in random order.
 std::vector<float> intervals(benchmark::State& state) {
     std::vector<float> result;
@@ -108,5 +175,26 @@ void StartAndStopTimers(benchmark::State& state) {
     state.SetItemsProcessed(state.iterations() * state.range(0));
 }
 BENCHMARK(StartAndStopTimers)->Arg(10)->Arg(100)->Arg(1000);
+
+#ifdef FXDS_HAVE_LIBEVENT
+
+void StartAndStopLibevent(benchmark::State& state) {
+    event_base* const base = event_base_new();
+    std::vector<std::pair<event*, timeval>> timers;
+    for (float seconds : intervals(state)) {
+        timers.push_back(
+            {evtimer_new(base, hearNothing, nullptr), {static_cast<time_t>(seconds), 0}});
+    }
+    for (auto _ : state) {
+        for (auto& [timer, interval] : timers) evtimer_add(timer, &interval);
+        for (auto& [timer, interval] : timers) evtimer_del(timer);
+    }
+    for (auto& [timer, interval] : timers) event_free(timer);
+    event_base_free(base);
+    state.SetItemsProcessed(state.iterations() * state.range(0));
+}
+BENCHMARK(StartAndStopLibevent)->Arg(10)->Arg(100)->Arg(1000);
+
+#endif
 
 }  // namespace

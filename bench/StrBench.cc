@@ -1,10 +1,14 @@
-// Strings against std::string and snprintf.
+// Strings against std::string, snprintf and, where it is installed, GLib's.
 #include <benchmark/benchmark.h>
 
 #include <cstdio>
 #include <string>
 
 #include "fxds/Str.h"
+
+#ifdef FXDS_HAVE_GLIB
+#include <glib.h>
+#endif
 
 namespace {
 
@@ -20,6 +24,20 @@ void Append(benchmark::State& state) {
 }
 BENCHMARK_TEMPLATE(Append, std::string);
 BENCHMARK_TEMPLATE(Append, fxStr);
+
+void push(std::string& text, char c) { text.push_back(c); }
+void push(fxStr& text, char c) { text.append(c); }
+
+template <class String>
+void AppendChars(benchmark::State& state) {
+    for (auto _ : state) {
+        String text;
+        for (int i = 0; i < count; ++i) push(text, 'x');
+        benchmark::DoNotOptimize(text.length());
+    }
+}
+BENCHMARK_TEMPLATE(AppendChars, std::string);
+BENCHMARK_TEMPLATE(AppendChars, fxStr);
 
 const char* const directory = "/usr/share/applications";
 
@@ -72,5 +90,47 @@ void Copy(benchmark::State& state) {
 }
 BENCHMARK_TEMPLATE(Copy, std::string);
 BENCHMARK_TEMPLATE(Copy, fxStr);
+
+#ifdef FXDS_HAVE_GLIB
+
+void GlibAppend(benchmark::State& state) {
+    for (auto _ : state) {
+        GString* const text = g_string_new(nullptr);
+        for (int i = 0; i < count; ++i) g_string_append_len(text, "word and ", 9);
+        g_string_free(text, TRUE);
+    }
+}
+BENCHMARK(GlibAppend);
+
+void GlibAppendChars(benchmark::State& state) {
+    for (auto _ : state) {
+        GString* const text = g_string_new(nullptr);
+        for (int i = 0; i < count; ++i) g_string_append_c(text, 'x');
+        g_string_free(text, TRUE);
+    }
+}
+BENCHMARK(GlibAppendChars);
+
+void GlibConcatenation(benchmark::State& state) {
+    const std::string a(directory), b("monitor");
+    for (auto _ : state) {
+        char* const path = g_strconcat(a.c_str(), "/", b.c_str(), ".", "desktop", nullptr);
+        benchmark::DoNotOptimize(path);
+        g_free(path);
+    }
+}
+BENCHMARK(GlibConcatenation);
+
+void GlibFormat(benchmark::State& state) {
+    int value = 0;
+    for (auto _ : state) {
+        char* const text = g_strdup_printf("%s %d of %d", "item", ++value, 9);
+        benchmark::DoNotOptimize(text);
+        g_free(text);
+    }
+}
+BENCHMARK(GlibFormat);
+
+#endif
 
 }  // namespace
