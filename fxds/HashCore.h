@@ -244,7 +244,20 @@ void fxHashIndex<Node>::remove(Node* node) {
 // The store of nodes.
 
 template <class Node>
-Node* fxNodeStore<Node>::make(void* block) {
+Node* fxNodeStore<Node>::make(size_t blockBytes) {
+#ifdef FXDS_CHECKED
+    return new Node(fxNewBlock(blockBytes));
+#else
+    if (blockBytes > bytesBehind && inUse == 0) setBytesBehind(blockBytes);
+    if (blockBytes > bytesBehind) return adopt(fxNewBlock(blockBytes));
+    ++inUse;
+    Node* const node = static_cast<Node*>(place());
+    return new (node) Node(behind(node));
+#endif
+}
+
+template <class Node>
+Node* fxNodeStore<Node>::adopt(void* block) {
 #ifdef FXDS_CHECKED
     return new Node(block);
 #else
@@ -259,23 +272,39 @@ void fxNodeStore<Node>::drop(Node* node) {
     delete node;
 #else
     --inUse;
+    if (node->element == behind(node)) node->element = nullptr;
     node->~Node();
     freed = new (node) Free{freed};
 #endif
 }
 
 template <class Node>
+void fxNodeStore<Node>::setBytesBehind(size_t blockBytes) {
+    if (blockBytes > mostBytesBehind) return;
+    shrink();
+    bytesBehind = static_cast<unsigned int>(blockBytes);
+    const size_t bytes = sizeof(Node) + blockBytes + blockAlignment - 1;
+    step = static_cast<unsigned int>(bytes - bytes % blockAlignment);
+}
+
+// A chunk starts with its link and goes on so that the block of the first node
+// is aligned. The entry of a text and a pointer has the size of a cache
+// line, and is laid such that all that a search looks at is in one.
+template <class Node>
 void* fxNodeStore<Node>::place() {
     if (freed != nullptr) return std::exchange(freed, freed->next);
     if (freshNodes == 0) {
-        char* const chunk = static_cast<char*>(fxNewBlock(sizeof(Chunk) + perChunk * sizeof(Node)));
+        static_assert((sizeof(Chunk) + sizeof(Node)) % blockAlignment == 0);
+        const size_t bytes = sizeof(Chunk) + size_t{perChunk} * step + cacheLine - blockAlignment;
+        char* const chunk = static_cast<char*>(fxNewBlock(bytes));
         chunks = new (chunk) Chunk{chunks};
-        fresh = chunk + sizeof(Chunk);
+        const size_t beyondLine = reinterpret_cast<uintptr_t>(chunk) % cacheLine;
+        fresh = chunk + sizeof(Chunk) + (cacheLine - beyondLine) % cacheLine;
         freshNodes = perChunk;
         if (perChunk < mostPerChunk) perChunk *= 2;
     }
     --freshNodes;
-    return std::exchange(fresh, fresh + sizeof(Node));
+    return std::exchange(fresh, fresh + step);
 }
 
 template <class Node>
@@ -476,10 +505,9 @@ typename fxHashCore<Container>::Node* fxHashCore<Container>::insert(Container& t
                                                                     const Place& place,
                                                                     const void* key,
                                                                     MakeValue makeValue) {
-    char* const block = static_cast<char*>(fxNewBlock(blockBytes(table)));
-    hooks.copyKey(key, block);
-    makeValue(block + table.keySize);
-    Node* const node = table.extra.nodes.make(block);
+    Node* const node = table.extra.nodes.make(blockBytes(table));
+    hooks.copyKey(key, node->element);
+    makeValue(valueOf(table, node));
     node->tag = place.tag;
     // A hook that came back in may have changed the number of chains.
     const bool isSame = table.buckets.length() == place.chains;
@@ -753,7 +781,7 @@ bool fxHashCore<Container>::readEntry(Container& table, fxTranscriber& transcrib
             return false;
         }
     }
-    Node* const node = table.extra.nodes.make(block);
+    Node* const node = table.extra.nodes.adopt(block);
     unsigned int bucket = 0;
     if (!xdrNumber(transcriber, bucket, 0) || bucket >= table.buckets.length()) {
         destroy(table, node);

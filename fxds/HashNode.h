@@ -2,6 +2,7 @@
 #ifndef FXDS_HASHNODE_H
 #define FXDS_HASHNODE_H
 
+#include <cstddef>
 #include <cstdlib>
 
 #include "fxds/Config.h"
@@ -91,9 +92,11 @@ private:
 };
 
 /// Where a container's nodes live: carved from chunks of growing size, and
-/// handed out again after use. Half of what an entry costs the heap is saved so.
-/// Checked builds use the heap for each, so that sanitizers see every use of a
-/// node that is gone.
+/// handed out again after use. A block of common size lies right behind its
+/// node, so that an entry is one piece of memory to allocate, and a search that
+/// has reached the node has its key at hand. Checked builds use the heap for
+/// each node and each block, so that sanitizers see every use of one that is
+/// gone and every step beyond.
 template <class Node>
 class fxNodeStore {
 public:
@@ -102,9 +105,12 @@ public:
     fxNodeStore& operator=(const fxNodeStore&) = delete;
     ~fxNodeStore() { shrink(); }
 
+    /// A new node with a raw block of `blockBytes` bytes, aligned as malloc()
+    /// would do it. Give it back with drop().
+    Node* make(size_t blockBytes);
     /// A new node, which adopts `block`. Give it back with drop().
-    Node* make(void* block);
-    /// Destroys the node, which frees its block.
+    Node* adopt(void* block);
+    /// Destroys the node and frees its block.
     void drop(Node* node);
     /// Gives the chunks back if no node is in use.
     void shrink();
@@ -118,7 +124,12 @@ private:
     };
     static constexpr unsigned int leastPerChunk = 4;
     static constexpr unsigned int mostPerChunk = 256;
+    static constexpr size_t mostBytesBehind = 64;
+    static constexpr size_t cacheLine = 64;
+    static constexpr size_t blockAlignment = alignof(std::max_align_t);
 
+    static void* behind(Node* node) { return node + 1; }
+    void setBytesBehind(size_t blockBytes);
     void* place();
 
     Chunk* chunks = nullptr;
@@ -127,6 +138,8 @@ private:
     unsigned int freshNodes = 0;            // nodes that fit there
     unsigned int perChunk = leastPerChunk;  // nodes of the next chunk
     unsigned int inUse = 0;
+    unsigned int bytesBehind = 0;      // room for a block behind each node
+    unsigned int step = sizeof(Node);  // from a node to the next
 };
 
 /// Where a key belongs.
