@@ -164,6 +164,30 @@ TEST(Str, FormatMakesRoomForWhateverComesOut) {
     }
 }
 
+// Both with what is put together by hand and with what is left to the C library,
+// in one format and around the room that the first has.
+TEST(Str, PlainFormatsComeOutAsPrintfWritesThem) {
+    const auto expectSame = [](const char* format, auto... values) {
+        char expected[600];
+        std::snprintf(expected, sizeof expected, format, values...);
+        fxStr s("before");
+        EXPECT_EQ(s.format(format, values...), std::strlen(expected) + 1) << format;
+        EXPECT_STREQ(s.c_str(), expected);
+    };
+    expectSame("%s: %d, %u", "text", INT_MIN, UINT_MAX);
+    expectSame("%ld%lu.", LONG_MIN, ULONG_MAX);
+    expectSame("%d%%", 40);
+    expectSame("%s%5d", "a", 3);
+    expectSame("%s and %lld", "a", LLONG_MIN);
+    expectSame("%d%c%x", 1, 'x', 255);
+    for (size_t length = 240; length < 260; ++length) {
+        expectSame("%s%d", std::string(length, 'x').c_str(), 123456);
+        expectSame("-%s", std::string(length, 'x').c_str());
+    }
+    const char* const none = nullptr;
+    expectSame("<%s>", none);
+}
+
 TEST(Str, FormatMayUseTheStringItself) {
     fxStr s("self");
     s.format("<%s|%s>", s.c_str(), s.c_str());
