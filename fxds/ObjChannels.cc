@@ -41,6 +41,9 @@ public:
 
     fxInputChannel* getRetired() const { return retired; }
 
+protected:
+    Finder* finder() const override { return ownFinder(); }
+
 private:
     fxInputChannel* retired = nullptr;
 };
@@ -79,10 +82,31 @@ void* enter(fxObj& object, TableKind& kind, const char* name, void* channel) {
     return nullptr;
 }
 
+// A name as the key of a search: a string that only borrows its text.
+class Name {
+public:
+    explicit Name(const char* name) {
+        const unsigned int length = fxStr::textLength(name);
+        if (length == 0) return;
+        text.data = const_cast<char*>(name);
+        text.slength = length + 1;
+    }
+    Name(const Name&) = delete;
+    Name& operator=(const Name&) = delete;
+    ~Name() {
+        text.data = &fxStr::emptyString;
+        text.slength = 1;
+    }
+    operator const fxStr&() const { return text; }
+
+private:
+    fxStr text;
+};
+
 template <class Channel>
 Channel* findChannel(fxVoidPtrDict* table, const char* name) {
     if (table == nullptr) return nullptr;
-    void** found = table->find(fxStr(name));
+    void** found = table->find(Name(name));
     return found != nullptr ? static_cast<Channel*>(*found) : nullptr;
 }
 

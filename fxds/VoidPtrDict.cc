@@ -11,6 +11,9 @@ fxVoidPtrDict::fxVoidPtrDict(unsigned int nBuckets) : fxTypedDictionary(nBuckets
 fxVoidPtrDict::~fxVoidPtrDict() { cleanup(); }
 
 fxVoidPtrDict::Finder* fxVoidPtrDict::finder() const {
-    return typeid(*this) == typeid(fxVoidPtrDict) ? fxHashCore<fxDictionary>::findDirectly<fxStr>
-                                                  : fxDictionary::finder();
+    return typeid(*this) == typeid(fxVoidPtrDict) ? ownFinder() : fxDictionary::finder();
+}
+
+fxVoidPtrDict::Finder* fxVoidPtrDict::ownFinder() {
+    return fxHashCore<fxDictionary>::findDirectly<fxStr>;
 }
