@@ -111,7 +111,17 @@ void fxEventQueue::insert(fxEvent* event) {
 
 fxEvent* fxEventQueue::get() {
     fxEvent* event = head;
-    if (event != nullptr) unlink(event);
+    if (event == nullptr) return nullptr;
+    if (walks != nullptr) {
+        unlink(event);
+        return event;
+    }
+    // The front needs less than unlink() does, and this is where all events go.
+    head = event->next;
+    (head != nullptr ? head->prev : tail) = nullptr;
+    event->next = nullptr;
+    event->queue = nullptr;
+    --count;
     return event;
 }
 
