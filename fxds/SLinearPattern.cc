@@ -13,6 +13,7 @@
 
 namespace {
 constexpr size_t nearBytes = 192;
+constexpr size_t tooShort = 3;  // bytes of a pattern that hardly moves on
 }  // namespace
 
 fxSLinearPattern::fxSLinearPattern(const char* s, unsigned int len) {
@@ -42,6 +43,9 @@ int fxSLinearPattern::findBuffer(const char* buf, unsigned int len) const {
 
 // Requires: 1 <= patternLength <= len.
 const char* fxSLinearPattern::search(const char* buf, size_t len) const {
+    if (patternLength <= tooShort) {
+        return static_cast<const char*>(memmem(buf, len, pattern, patternLength));
+    }
     const size_t before = patternLength - 1;
     const char last = pattern[before];
     const size_t nearEnd = std::min(len, std::max<size_t>(nearBytes, patternLength));
