@@ -82,8 +82,11 @@ TEST(TypeRecords, NamesLeadToTheLastRecord) {
 }
 
 TEST(TypeRecords, EveryRecordMakesAndDestroysItsClass) {
-    for (fxTypeObj* type : {&fxXDRObj_type, &fxIntArray_type, &fxStrArray_type, &fxStrSet_type,
-                            &fxStrStrDictionary_type, &fxBoolArray_type}) {
+    for (fxTypeObj* type :
+         {&fxXDRObj_type, &fxStrSet_type, &fxStrStrDictionary_type, &fxStrArray_type,
+          &fxBoolArray_type, &fxCharArray_type, &fxUnsignedCharArray_type, &fxShortArray_type,
+          &fxUnsignedShortArray_type, &fxIntArray_type, &fxLongArray_type,
+          &fxUnsignedLongArray_type, &fxFloatArray_type, &fxDoubleArray_type}) {
         auto* object = static_cast<fxXDRObj*>(type->newInstance(*type));
         EXPECT_EQ(object->getTypeObj(), type) << type->name;
         type->deleteInstance(object);

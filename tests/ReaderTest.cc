@@ -46,6 +46,7 @@ class Scalars : public Listed {
     Colour colour = Colour::red;
     int row[3] = {};
     bool flags[2] = {};
+    fxStr texts[2];
     fxStr string;
     unsigned int n = 0;
     char* c = nullptr;
@@ -64,7 +65,7 @@ class Scalars : public Listed {
 FX_TRANSCRIBABLE_TYPE(Scalars, "Scalars", 3, Listed);
 fxBool Scalars::xdr(fxTranscriber& t) {
     return fxXdrBase<Listed>(t, this) && fxXdrAll(t, flag, byte, ubyte, small, usmall, middle) &&
-           fxXdrAll(t, umiddle, ulong, single, twice, colour, row, flags, string) &&
+           fxXdrAll(t, umiddle, ulong, single, twice, colour, row, flags, texts, string) &&
            fxXdrBlock(t, c, n) && fxXdrBlock(t, uc, n) && fxXdrBlock(t, s, n) &&
            fxXdrBlock(t, us, n) && fxXdrBlock(t, i, n) && fxXdrBlock(t, l, n) &&
            fxXdrBlock(t, f, n) && fxXdrBlock(t, d, n) && fxXdrBlock(t, noBlock, none) &&
@@ -201,6 +202,7 @@ TEST_F(Reader, FieldsOfEveryTypeTravel) {
     in.scalars() = std::make_tuple(-5L, true, '\xFF', 255, short{-3}, 65535, -70000, 4000000000U,
                                    ~0UL, 1.5F, -0.1, Colour::green, fxStr("a\0b", 3));
     in.flags[1] = true;
+    in.texts[1] = "second";
     in.row[0] = 1;
     in.row[2] = -3;
     in.n = 2;
@@ -218,6 +220,7 @@ TEST_F(Reader, FieldsOfEveryTypeTravel) {
     ASSERT_NE(out, nullptr);
     EXPECT_TRUE(out->scalars() == in.scalars());
     EXPECT_TRUE(!out->flags[0] && out->flags[1]);
+    EXPECT_TRUE(out->texts[0] == "" && out->texts[1] == "second");
     EXPECT_TRUE(std::equal(in.row, in.row + 3, out->row));
     ASSERT_EQ(out->n, 2U);
     const auto same = [](auto* a, auto* b) { return std::equal(a, a + 2, b); };
@@ -303,6 +306,25 @@ TEST_F(Reader, SeveralGraphsOfOneStreamShareTheirObjects) {
     ASSERT_NE(readSecond, nullptr);
     EXPECT_EQ(readSecond->left, readFirst);
     EXPECT_EQ(readSecond->text, "second");
+}
+
+TEST_F(Reader, ResetForgetsWhatWasRead) {
+    HeldStream stream;
+    Node first, second;
+    second.left = &first;
+    fxBinaryWriter writer(stream);
+    ASSERT_TRUE(fxWriteObject(writer, &first));
+    writer.reset();
+    ASSERT_TRUE(fxWriteObject(writer, &second));
+    ASSERT_TRUE(fxWriteObject(writer, &first));
+    fxBinaryReader reader(stream, 0x1122, 0x33445566, "ieee");
+    const Node* readFirst = fxReadObject<Node>(reader);
+    reader.reset();
+    const Node* readSecond = fxReadObject<Node>(reader);
+    ASSERT_NE(readSecond, nullptr);
+    EXPECT_NE(readSecond->left, readFirst);
+    reader.reset();  // but the writer goes on, by numbers that mean nothing now
+    EXPECT_DEATH(fxReadObject<Node>(reader), "XXX baddest news");
 }
 
 TEST_F(Reader, SameTextWrittenTwiceIsReadAsTwoTexts) {
