@@ -12,7 +12,7 @@
 // the first bytes of a text is left to it.
 
 namespace {
-constexpr size_t nearBytes = 192;
+constexpr size_t nearBytes = 64;
 constexpr size_t tooShort = 3;  // bytes of a pattern that hardly moves on
 }  // namespace
 
