@@ -96,7 +96,7 @@ private:
 
     // The slot of the address, in a table that has room for the number.
     unsigned int& room(const void* address, unsigned int number) {
-        if (addresses.size() == 0) lowest = number;
+        if (addresses.empty()) lowest = number;
         while (number - lowest >= slotCount / 4 * 3) grow();
         return slots[indexOf(address)];
     }
