@@ -1,6 +1,7 @@
 // Regular expressions: compile, match and substitute. An input is a pattern, a
 // subject and a template with zero bytes between them. Small ones are compared
 // with the obvious matcher.
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
@@ -37,9 +38,11 @@ void requirePositions(const fxregexp& compiled, const std::string& subject, bool
     }
 }
 
-// The model's time is exponential, and it knows no ranges.
+// The model's time is exponential, most of all in alternatives that repeat, and
+// it knows no ranges.
 bool isForModel(const std::string& pattern, const std::string& subject) {
     return pattern.size() <= 14 && subject.size() <= 10 &&
+           std::count(pattern.begin(), pattern.end(), '|') <= 3 &&
            pattern.find_first_of("[") == std::string::npos;
 }
 
