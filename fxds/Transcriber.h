@@ -160,6 +160,12 @@ public:
     /// objects were made. xdrSuccess() is where a class takes its counted
     /// references; it must not destroy an object of the graph.
     fxBool conclude(bool succeeded, fxXDRObj& object, void* address);
+    /// The same after a success, for an object whose xdrSuccess() is known to do
+    /// nothing: whatever its parts have concluded meanwhile, nobody is called.
+    fxBool concludeUntold() {
+        if (partDepth == 0) concluded = nullptr;
+        return 1;
+    }
 
     /// The reader that streams name `name` are read with; replaces an earlier
     /// one of the name.

@@ -162,8 +162,10 @@ struct fxXdrRecord {
     static fxBool transcribe(void* object, fxTranscriber& transcriber) {
         C* const self = static_cast<C*>(object);
         const bool isDone = self->C::xdr(transcriber) != 0;
-        // What a reader has made is a C, and this one has nothing to be told later.
-        if (!fxXdrMayWait<C> && isDone && transcriber.isReading()) return 1;
+        // An object that is a C and no more than that has nothing to be told later.
+        if (!fxXdrMayWait<C> && isDone && transcriber.isReading() && typeid(*self) == typeid(C)) {
+            return transcriber.concludeUntold();
+        }
         if constexpr (hasOneRoot) {
             return transcriber.conclude(isDone, *self, object);
         } else {

@@ -88,6 +88,21 @@ fxBool Hub::xdr(fxTranscriber& t) {
     return fxXdrBase<Listed>(t, this) && fxXdrObjects(t, spokes) && fxXdrObjects<Node>(t, nodes);
 }
 
+/// Has nothing to be told, but a part that has, which it reads by its record.
+class Frame : public Listed {
+    FX_TRANSCRIBABLE(Frame)
+    Hub hub;
+};
+FX_TRANSCRIBABLE_TYPE(Frame, "Frame", 1, Listed);
+fxBool Frame::xdr(fxTranscriber& t) { return Hub::xdr(&hub, t) != 0; }
+
+/// Made in place of a Frame.
+class ToldFrame : public Frame {
+public:
+    bool isTold = false;
+    void xdrSuccess(fxTranscriber&) override { isTold = true; }
+};
+
 // Bases at other addresses, plain and virtual.
 class Wheel : public virtual Listed {
     FX_TRANSCRIBABLE(Wheel)
@@ -258,6 +273,21 @@ TEST_F(Reader, VectorsOfPointersGrowWithTheStream) {
     // xdrSuccess() came when everything was there.
     ASSERT_EQ(read->told.size(), 1001U);
     EXPECT_EQ(read->told[7], 3);
+}
+
+TEST_F(Reader, SuccessIsToldToTheObjectThatWasMadeAndToNoPartOfIt) {
+    Frame frame;
+    frame.hub.spokes.push_back(nullptr);
+    const Frame* const read = fxXdrCopy(&frame);
+    ASSERT_NE(read, nullptr);
+    EXPECT_TRUE(read->hub.told.empty());
+
+    const auto original =
+        std::exchange(Frame_type.newInstance, [](fxTypeObj&) -> void* { return new ToldFrame; });
+    const ToldFrame* const told = dynamic_cast<ToldFrame*>(fxXdrCopy(&frame));
+    Frame_type.newInstance = original;
+    ASSERT_NE(told, nullptr);
+    EXPECT_TRUE(told->isTold);
 }
 
 TEST_F(Reader, BasesAtOtherAddressesTravelAndCanBePointedTo) {
