@@ -14,6 +14,20 @@ fxEventHandler* fx_theEventHandler = nullptr;
 unsigned long fxET_Unknown = 0;
 unsigned long fxET_MessageEvent = 1;
 
+namespace {
+
+// Deletes an event that has been delivered, also by throwing an exception.
+struct Delivered {
+    explicit Delivered(fxEvent* event_) : event(event_) {}
+    Delivered(const Delivered&) = delete;
+    Delivered& operator=(const Delivered&) = delete;
+    ~Delivered() { delete event; }
+
+    fxEvent* event;  // null once it has changed hands
+};
+
+}  // namespace
+
 void fxEventHandler::postEvent(fxEvent* event, unsigned char urgent) {
     if (urgent != 0) {
         insert(event);
@@ -70,10 +84,9 @@ void fxEventHandler::distributeEvents() {
         fxEvent* event = get();
         if (event == nullptr) return;
         if (fxTrace::isOn(fxTrace::events)) fxTraceLines::delivering(*event);
-        fxEvent* ours = event;  // null once it has changed hands
-        event->deliverer = &ours;
+        Delivered ours(event);
+        event->deliverer = &ours.event;
         event->deliver();
-        delete ours;
     }
 }
 

@@ -143,6 +143,26 @@ TEST_F(Events, DeliveriesMayRemoveDistributeAndDestroy) {
     EXPECT_EQ(receiver, nullptr);
 }
 
+TEST_F(Events, ThrowingEndsADeliveryAsReturningDoes) {
+    auto* const kept = new Probe(2);
+    handler.postEvent(new Probe(1));
+    handler.postEvent(kept);
+    static_cast<Probe*>(handler.getHead())->onDeliver = [] { throw 1; };
+    EXPECT_THROW(handler.distributeEvents(), int);
+    EXPECT_EQ(Probe::alive, 1);
+
+    // One that has changed hands before stays with its owner.
+    kept->onDeliver = [&] {
+        handler.postEvent(kept);
+        kept->onDeliver = nullptr;
+        throw 2;
+    };
+    EXPECT_THROW(handler.distributeEvents(), int);
+    EXPECT_EQ(Probe::alive, 1);
+    handler.distributeEvents();
+    EXPECT_EQ(Probe::delivered, (std::vector<int>{1, 2, 2}));
+}
+
 TEST_F(Events, RemovalSurvivesWhatItsCallbacksRemove) {
     // The predicate and a dying event each take others out of the queue.
     std::vector<Probe*> probes;
