@@ -123,28 +123,24 @@ public:
     std::string seen;
 };
 
-TEST_F(Values, TextConverts) {
+// What arrives at an input for text when an output of the value's type sends it.
+template <class T>
+std::string arriving(const T& value, const char* input = "text") {
     fxObj source;
     TextEnd end;
-    auto number = source.addOutput<int>("int");
-    auto single = source.addOutput<float>("float");
-    auto real = source.addOutput<double>("double");
-    auto string = source.addOutput<fxStr>("string");
-    auto text = source.addOutput<const char*>("text");
-    for (const char* name : {"int", "float", "double", "string", "text"}) {
-        source.connect(name, &end, "text");
-    }
-    number.send(INT_MIN, fxObj::fxSendNow);
-    EXPECT_EQ(end.seen, "-2147483648");
-    single.send(0.25f, fxObj::fxSendNow);
-    EXPECT_EQ(end.seen, "0.25");
-    real.send(0.1, fxObj::fxSendNow);
-    EXPECT_EQ(end.seen, "0.1");
-    string.send("as it is", fxObj::fxSendNow);
-    EXPECT_EQ(end.seen, "as it is");
-    source.connect("text", &end, "string");
-    text.send("both ways", fxObj::fxSendNow);
-    EXPECT_EQ(end.seen, "both ways");
+    auto output = source.addOutput<T>("output");
+    source.connect("output", &end, input);
+    output.send(value, fxObj::fxSendNow);
+    return end.seen;
+}
+
+TEST_F(Values, TextConverts) {
+    EXPECT_EQ(arriving(INT_MIN), "-2147483648");
+    EXPECT_EQ(arriving(0.25f), "0.25");
+    EXPECT_EQ(arriving(0.1), "0.1");
+    EXPECT_EQ(arriving(fxStr("as it is")), "as it is");
+    EXPECT_EQ(arriving<const char*>("unchanged"), "unchanged");
+    EXPECT_EQ(arriving<const char*>("both ways", "string"), "both ways");
     EXPECT_EQ((convert<char*, int>(const_cast<char*>("12abc"))), 12);
     EXPECT_EQ((convert<char*, int>(const_cast<char*>("abc"))), 0);
     EXPECT_EQ((convert<char*, int>(nullptr)), 0);
