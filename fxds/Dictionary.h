@@ -86,9 +86,10 @@ public:
 /// one, take fxVoidPtrDict, fxStrStrDictionary or fxBinaryOTDict.
 ///
 /// The number of chains is fixed at construction; it decides the order of
-/// iteration. A new entry goes to the front of its chain. Each entry costs two
-/// allocations. Finding, adding and removing take about constant time, however
-/// few the chains.
+/// iteration. A new entry goes to the front of its chain. Entries of up to 64
+/// bytes are allocated many at a time, and their memory is used again for others
+/// before it is given back, which happens when all entries are cleared away.
+/// Finding, adding and removing take about constant time, however few the chains.
 ///
 /// What finds or adds answers pointers into the entry. They are views that
 /// last as long as the entry does, whatever happens to others.

@@ -22,7 +22,8 @@ struct fxHashCore;
 template <class Self>
 class fxHashNode {
 public:
-    /// Adopts `block`, which is malloc() memory.
+    /// Adopts `block`, which is malloc() memory; a store that has made it of
+    /// something else takes it back before the node ends.
     explicit fxHashNode(void* block)
         : element(block),
           next(nullptr),

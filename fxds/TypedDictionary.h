@@ -56,7 +56,8 @@ public:
     bool contains(const Key& key) const { return find(key) != nullptr; }
     void remove(const Key& key) { Keys::remove(&key); }  ///< Destroys the entry, if there is one.
     /// Takes the value out; see fxDictionary::cut() for what is to be done
-    /// with the block.
+    /// with the block. The value moves by its bytes, so this is not for a Value
+    /// that keeps a pointer into itself.
     Value* cut(const Key& key) { return static_cast<Value*>(Keys::cut(&key)); }
 
     Iter begin() const { return Iter(const_cast<fxTypedDictionary&>(*this)); }
