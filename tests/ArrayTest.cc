@@ -1,7 +1,6 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
-#include <functional>
 #include <memory>
 #include <random>
 #include <string>
@@ -174,12 +173,7 @@ TEST(Array, NothingIsTakenFromEmptyRuns) {
     EXPECT_EQ(array.raw_tail(0), nullptr);
     EXPECT_EQ(array.raw_cut(0, 0), nullptr);
     EXPECT_TRUE(array.cut(0, 0).isEmpty());
-    array.append(fxIntArray());
-    array.insert(fxIntArray(), 0);
-    array.remove(0, 0);
-    array.sort();
     array.qsort();
-    EXPECT_TRUE(array.isEmpty());
     EXPECT_EQ(array.begin(), array.end());
 }
 
@@ -237,31 +231,8 @@ TEST(Array, AnswersAsAnArray) {
 
 // Order.
 
-TEST(ArrayOrder, QsortPlacesAsItAlwaysDid) {
-    const struct {
-        Ints before;
-        Ints after;
-    } cases[] = {
-        {{7}, {0}},
-        {{2, 1}, {0, 0}},
-        {{4, 4}, {0, 0}},
-        {{4, 4, 4}, {4, 4, 4}},
-        {{2, 3, 1}, {3, 3, 3}},
-        {{5, 3, 9, 1, 7}, {9, 9, 9, 9, 9}},
-    };
-    for (const auto& each : cases) {
-        fxIntArray plain;
-        for (int value : each.before) plain.append(value);
-        plain.qsort();
-        EXPECT_EQ(items(plain), each.after);
-        TrackedArray owning = tracked(each.before);
-        owning.qsort();
-        EXPECT_EQ(values(owning), each.after);
-    }
-    EXPECT_EQ(Tracked::alive, 0);
-}
-
-// The same partition, told as plainly as can be, by recursion.
+// The partition told as plainly as can be, by recursion: 2 3 1 comes out as
+// 3 3 3, because the scratch place of a pass holds what it moved last.
 void placeRecursively(Ints& a, int lo, int hi, int& scratch) {
     while (true) {
         const auto at = [&](int index) -> int& { return a[static_cast<std::size_t>(index)]; };
