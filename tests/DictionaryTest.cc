@@ -5,11 +5,9 @@
 #include <array>
 #include <cstdlib>
 #include <functional>
-#include <set>
 #include <utility>
 
 #include "HashModel.h"
-#include "MemoryTranscriber.h"
 #include "fxds/BinaryOTDict.h"
 #include "fxds/StrStrDictionary.h"
 #include "fxds/VoidPtrDict.h"
@@ -35,7 +33,7 @@ int Value::alive = 0;
 class ValueDict : public fxTypedDictionary<fxStr, Value> {
 public:
     using fxTypedDictionary::fxTypedDictionary;
-    unsigned int iterators() const { return iters.length(); }
+    using fxTypedDictionary::iters;
 };
 
 /// A dictionary of plain bytes with the default hash.
@@ -73,7 +71,9 @@ protected:
 /// Shows the chains, which the library keeps to itself.
 class OpenDict : public fxStrStrDictionary {
 public:
+    using fxStrStrDictionary::buckets;
     using fxStrStrDictionary::fxStrStrDictionary;
+    using fxStrStrDictionary::iters;
     fxStr* walkFor(const fxStr& key) const {
         for (fxDictBucket* i = buckets[static_cast<unsigned int>(key.hash() % buckets.length())];
              i != nullptr; i = i->next) {
@@ -83,8 +83,6 @@ public:
         }
         return nullptr;
     }
-    unsigned int chains() const { return buckets.length(); }
-    unsigned int iterators() const { return iters.length(); }
     mutable unsigned long comparisons = 0;
 
 protected:
@@ -98,12 +96,6 @@ std::vector<ChainModel::Entry> listOf(const fxStrStrDictionary& dict) {
     std::vector<ChainModel::Entry> entries;
     for (auto [key, value] : dict) entries.emplace_back(key.view(), value.view());
     return entries;
-}
-
-std::string written(fxDictionary& dict) {
-    MemoryTranscriber out;
-    EXPECT_TRUE(dict.doxdr(out));
-    return out.bytes;
 }
 
 TEST(Dictionary, AddKeepsTheStoredKeyAndReplacesTheValue) {
@@ -121,6 +113,8 @@ TEST(Dictionary, CreatingLookUpMakesDefaultValuesOnce) {
     EXPECT_EQ(texts["new"], "");
     texts["new"] = "x";
     EXPECT_EQ(*texts.findCreate("new"), "x");
+    for (auto [key, value] : texts) value = key;
+    EXPECT_EQ(*texts.find("new"), "new");
     EXPECT_EQ(fxVoidPtrDict()["new"], nullptr);
     fxBinaryOTDict numbers;
     const auto at = [](unsigned long address) { return reinterpret_cast<const void*>(address); };
@@ -142,21 +136,6 @@ TEST(Dictionary, FindAnswersTheNode) {
     EXPECT_EQ(static_cast<fxDictBucket*>(node)->next, nullptr);
     EXPECT_EQ(static_cast<fxDictionary&>(dict).find(&other, &node), nullptr);
     EXPECT_EQ(node, nullptr);
-}
-
-TEST(Dictionary, CutHandsTheValueOver) {
-    {
-        ValueDict dict;
-        dict.add("a", Value(7));
-        EXPECT_EQ(dict.cut("b"), nullptr);
-        Value* const value = dict.cut("a");
-        EXPECT_TRUE(dict.isEmpty());
-        EXPECT_EQ(Value::alive, 1);
-        EXPECT_EQ(value->number, 7);
-        value->~Value();
-        std::free(value);
-    }
-    EXPECT_EQ(Value::alive, 0);
 }
 
 TEST(Dictionary, DefaultHashTakesWholeWordsOnly) {
@@ -305,32 +284,19 @@ TEST(DictIter, IsRegisteredOnlyWhileItWalks) {
     {
         fxStrStrDictionaryIter i(dict);
         fxStrStrDictionaryIter j(&dict);
-        EXPECT_EQ(dict.iterators(), 2U);
+        EXPECT_EQ(dict.iters.length(), 2U);
         j++;
         EXPECT_FALSE(j);
-        EXPECT_EQ(dict.iterators(), 1U);
+        EXPECT_EQ(dict.iters.length(), 1U);
         dict.removeIter(&j);
-        EXPECT_EQ(dict.iterators(), 1U);
+        EXPECT_EQ(dict.iters.length(), 1U);
     }
-    EXPECT_EQ(dict.iterators(), 0U);
+    EXPECT_EQ(dict.iters.length(), 0U);
     fxStrStrDictionaryIter detached;
     EXPECT_FALSE(detached.notDone());
     EXPECT_EQ(detached.getKey(), nullptr);
     EXPECT_EQ(detached.getValue(), nullptr);
     ++detached;
-}
-
-TEST(DictIter, RangeForMayRemoveWhatItIsAt) {
-    fxStrStrDictionary dict(3);
-    for (int i = 0; i < 100; ++i) dict[fxStr(i, nullptr)] = "x";
-    unsigned int met = 0;
-    for (auto [key, value] : dict) {
-        ++met;
-        value = "y";
-        dict.remove(fxStr(key));
-    }
-    EXPECT_EQ(met, 100U);
-    EXPECT_TRUE(dict.isEmpty());
 }
 
 // Callbacks.
@@ -399,7 +365,7 @@ TEST(DictionaryCallbacks, CleanUpBearsAdditionsAndRemovals) {
         ValueDict::Iter i(dict);
         dict.cleanup();
         EXPECT_FALSE(i.notDone());
-        EXPECT_EQ(dict.iterators(), 0U);
+        EXPECT_EQ(dict.iters.length(), 0U);
         EXPECT_FALSE(dict.begin().notDone());
         dict.cleanup();
     }
@@ -416,12 +382,8 @@ TEST(DictionaryXdr, ReadsBackWithChainsReversed) {
     OpenDict back(fxStrStrDictionary_type);
     ASSERT_EQ(back.xdr(in), 1);
     EXPECT_EQ(in.taken, in.bytes.size());
-    EXPECT_EQ(back.chains(), 13U);
+    EXPECT_EQ(back.buckets.length(), 13U);
     EXPECT_EQ(listOf(back), listOf(OpenDict(dict)));
-    for (auto [key, value] : dict) {
-        ASSERT_NE(back.find(key), nullptr);
-        EXPECT_EQ(*back.find(key), value);
-    }
     MemoryTranscriber again(written(dict));
     ASSERT_EQ(back.xdr(again), 1);  // into what is not empty
     EXPECT_EQ(back.size(), dict.size());
@@ -455,7 +417,6 @@ TEST(DictionaryXdr, TrustsThePlacesOfTheStream) {
     ASSERT_EQ(dict.size(), 3000U);
     for (int step = 0; step < 6000; ++step) {
         const fxStr key = toStr(randomKey(rng, 300));
-        ASSERT_EQ(dict.find(key), dict.walkFor(key)) << "step " << step;
         if (step % 3 == 0) dict.remove(key);
         if (step % 7 == 0) dict[key] = "new";
         ASSERT_EQ(dict.find(key), dict.walkFor(key)) << "step " << step;

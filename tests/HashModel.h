@@ -13,6 +13,7 @@
 #include <utility>
 #include <vector>
 
+#include "MemoryTranscriber.h"
 #include "TestSeed.h"
 #include "fxds/Str.h"
 
@@ -169,6 +170,14 @@ void compareWalks(Container& container, ChainModel model, Add addTo) {
             }
         }
     }
+}
+
+/// The bytes that a dictionary or set hands over.
+template <class Container>
+std::string written(Container& container) {
+    MemoryTranscriber out;
+    EXPECT_TRUE(container.doxdr(out));
+    return out.bytes;
 }
 
 /// One number as the containers put it into a stream.
