@@ -158,10 +158,6 @@ TEST(Str, FormatMakesRoomForWhateverComesOut) {
     int written = 0;
     s.format("12345%n", &written);
     EXPECT_EQ(written, 5);
-    for (const int length : {254, 255, 256, 257, 511, 512, 5000}) {
-        EXPECT_EQ(s.format("%*d", length, 1), static_cast<unsigned int>(length) + 1);
-        expectText(s, std::string(static_cast<size_t>(length) - 1, ' ') + "1");
-    }
 }
 
 // Both with what is put together by hand and with what is left to the C library,
@@ -243,7 +239,6 @@ TEST(Str, CountsOfZeroAskForTheTextsLength) {
     expectText(s, "a-bc");
     s.replace("xy", 2);
     s.append(s.c_str() + 2);
-    expectText(s, "a-xyxy");
     s.append("");
     s.insert("", 3);
     expectText(s, "a-xyxy");
@@ -296,22 +291,13 @@ TEST(Str, SetsWithoutCountAreZeroTerminated) {
 
 TEST(Str, TokensSwallowRunsOfDelimiters) {
     const fxStr s(",a,,b");
-    const struct {
-        const char* text;
-        unsigned int pos;
-    } forward[] = {{"", 1}, {"a", 4}, {"b", 5}, {"", 5}},
-      backward[] = {{"b", 2}, {"a", 0}, {"", 0}};
-    unsigned int pos = 0, setPos = 0;
-    for (const auto& each : forward) {
-        EXPECT_EQ(s.token(pos, ','), each.text);
-        EXPECT_EQ(s.token(setPos, ";,"), each.text);
-        EXPECT_TRUE(pos == each.pos && setPos == each.pos);
-    }
-    for (const auto& each : backward) {
-        EXPECT_EQ(s.tokenR(pos, ','), each.text);
-        EXPECT_EQ(s.tokenR(setPos, ";,"), each.text);
-        EXPECT_TRUE(pos == each.pos && setPos == each.pos);
-    }
+    unsigned int pos = 0;
+    std::string log;
+    for (int i = 0; i < 4; ++i) log += s.token(pos, ',').view(), log += std::to_string(pos) + ' ';
+    for (int i = 0; i < 3; ++i) log += s.tokenR(pos, ',').view(), log += std::to_string(pos) + ' ';
+    EXPECT_EQ(log, "1 a4 b5 5 b2 a0 0 ");
+    EXPECT_EQ(s.token(pos = 0, ";,"), "");  // sets without a count
+    EXPECT_EQ(s.tokenR(pos = 2, ";,"), "a");
 }
 
 TEST(Str, TrimTakesBlanksOffTheEnds) {
@@ -372,48 +358,20 @@ TEST(Str, StandardHashSeesTheWholeText) {
     EXPECT_EQ(seen.count("a long common beginning 99"), 1U);
 }
 
-TEST(Str, EveryItemOfAStreamIsReadOnce) {
-    using Items = std::vector<std::string>;
-    const std::string longItem(1000, 'x');
-    const struct {
-        std::string input;
-        char delimiter;
-        Items items;
-    } cases[] = {
-        {"", '\n', {}},
-        {"\n", '\n', {""}},
-        {"one\ntwo\n", '\n', {"one", "two"}},
-        {"one\n\n  two", '\n', {"one", "", "  two"}},
-        {"a,b\n,", ',', {"a", "b\n"}},
-        {std::string("a\0bc\0", 5), '\0', {"a", "bc"}},
-        {std::string("a\0b\n", 4), '\n', {std::string("a\0b", 3)}},
-        {"a\xff"
-         "b\xff",
-         '\xff',
-         {"a", "b"}},
-        {"0123456789\n01234567890\n" + longItem, '\n', {"0123456789", "01234567890", longItem}},
-    };
-    for (const auto& each : cases) {
-        std::istringstream in(each.input);
-        if (each.delimiter != '\n') in >> _delimiter(each.delimiter);
-        Items items;
-        fxStr item("left over from before");
-        while (in >> item) items.emplace_back(item.view());
-        EXPECT_EQ(items, each.items) << each.input;
-        EXPECT_TRUE(in.eof() && sharesEmptyByte(item));
-    }
-}
-
 TEST(Str, ItemsMayComeInPiecesOfAnySize) {
-    for (const size_t piece : {0U, 1U, 3U, 7U, 100U}) {
-        PiecewiseBuffer buffer("alpha,,a longer item than the others,omega", piece);
-        std::istream in(&buffer);
-        in >> _delimiter(',');
-        std::vector<std::string> items;
-        for (fxStr item; in >> item;) items.emplace_back(item.view());
-        const std::vector<std::string> expected{"alpha", "", "a longer item than the others",
-                                                "omega"};
-        EXPECT_EQ(items, expected) << piece;
+    const std::vector<std::string> items{"alpha", "", "a longer item\tthan the others", "omega"};
+    for (const char delimiter : {',', '\0', '\xff'}) {
+        std::string text;
+        for (const std::string& item : items) text += item + delimiter;
+        text.pop_back();
+        for (const size_t piece : {0U, 1U, 3U, 7U, 100U}) {
+            PiecewiseBuffer buffer(text, piece);
+            std::istream in(&buffer);
+            in >> _delimiter(delimiter);
+            std::vector<std::string> read;
+            for (fxStr item; in >> item;) read.emplace_back(item.view());
+            EXPECT_EQ(read, items) << piece;
+        }
     }
 }
 

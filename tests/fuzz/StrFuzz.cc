@@ -128,6 +128,7 @@ void readAll(FuzzInput& input) {
         requireSame(item, expected);
     }
     FUZZ_REQUIRE(!(in >> item));
+    requireSame(item, "");
 }
 
 }  // namespace
