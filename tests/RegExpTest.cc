@@ -82,27 +82,29 @@ void expectMatches(std::initializer_list<Case> cases) {
     }
 }
 
-TEST(RegExp, PiecesMatchWhatTheyStandFor) {
+// What the model comparison does not reach, and examples that hold it to the truth.
+TEST(RegExp, PatternsMatchWhatTheyStandFor) {
     expectMatches({{"a\nb", "b", "0-1"},
-                   {"a|b", "xb", "1-2"},
-                   {"ab*", "abbb", "0-4"},
-                   {"ab*", "a", "0-1"},
                    {"(ab)*", "ababa", "0-4 1:2-4"},
-                   {"(ab)+", "xab", "1-3 1:1-3"},
-                   {"ab?c", "ac", "0-2"},
-                   {"ab?c", "abc", "0-3"},
                    {"a\\*b", "xa*b", "1-4"},
                    {"a\\**", "a***", "0-4"},
                    {"a.c", "a\nc", "0-3"},
                    {"a[^b]c", "a\nc", "0-3"},
                    {"x{2}", "x{2}", "0-4"},
                    {"\\(a\\)", "(a)", "0-3"},
-                   {"", "abc", "0-0"},
                    {"()", "abc", "0-0 1:0-0"},
                    {"a\\\nb", "a\nb", "0-3"},
                    {"\xE9+", "x\xE9\xE9", "1-3"},
-                   {"b+", "abbc", "1-3"},
-                   {"[a-c]x", "cx", "0-2"}});
+                   {"^a\nb", "xb", "1-2"},
+                   {"a$b", "a$b", "no"},
+                   {"\\<", "_", "0-0"},
+                   {"\\>", "", "0-0"},
+                   {"|a", "a", "0-0"},
+                   {"a|ab", "ab", "0-1"},
+                   {"(a|)b", "b", "0-1 1:0-0"},
+                   {"(a|ab)(c|bcd)(d*)", "abcd", "0-4 1:0-1 2:1-4 3:4-4"},
+                   {"((x)|(y))*", "xy", "0-2 1:1-2 2:0-1 3:1-2"},
+                   {"(a(b)?)+", "aba", "0-3 1:2-3 2:1-2"}});
 }
 
 TEST(RegExp, SetsHoldMembersAndRanges) {
@@ -117,34 +119,9 @@ TEST(RegExp, SetsHoldMembersAndRanges) {
                    {"[^]a]", "x", "0-1"},
                    {"[\\]", "\\", "0-1"},
                    {"[|\n]", "\n", "0-1"},
-                   {"[^a]", "", "no"},
+                   {"[a-c]x", "cx", "0-2"},
                    {"[a-\xFF]", "\xFE", "0-1"},
                    {"[\x80-\xFF]", "a", "no"}});
-}
-
-TEST(RegExp, AnchorsAndWordsStandAnywhere) {
-    expectMatches({{"^a", "ba", "no"},      {"^a", "ab", "0-1"},    {"^a\nb", "xb", "1-2"},
-                   {"(^a)|b", "cb", "1-2"}, {"a$", "aba", "2-3"},   {"a$b", "a$b", "no"},
-                   {"b^a", "b^a", "no"},    {"^?a", "ba", "1-2"},   {"$", "ab", "2-2"},
-                   {"^$", "", "0-0"},       {"\\<ab", "ab", "0-2"}, {"\\<ab", "x ab", "2-4"},
-                   {"\\<ab", "cab", "no"},  {"ab\\>", "ab", "0-2"}, {"ab\\>", "ab!", "0-2"},
-                   {"ab\\>", "abc", "no"},  {"\\<", "_", "0-0"},    {"\\<", " ", "no"},
-                   {"\\>", "", "0-0"},      {"\\>", "a  b", "1-1"}, {"\\<?b", "ab", "1-2"}});
-}
-
-TEST(RegExp, FirstAlternativeThatWorksWins) {
-    expectMatches({{"a|ab", "ab", "0-1"},
-                   {"(a|ab)(c|bcd)(d*)", "abcd", "0-4 1:0-1 2:1-4 3:4-4"},
-                   {"(a*)(ab)*b*", "aab", "0-3 1:0-2"},
-                   {"|a", "a", "0-0"},
-                   {"(a|)b", "b", "0-1 1:0-0"}});
-}
-
-TEST(RegExp, GroupsTellTheirLastRepetition) {
-    expectMatches({{"((x)|(y))*", "xy", "0-2 1:1-2 2:0-1 3:1-2"},
-                   {"(a)|(b)", "b", "0-1 2:0-1"},
-                   {"(a(b)?)+", "aba", "0-3 1:2-3 2:1-2"},
-                   {"((a)|b)*b", "ab", "0-2 1:0-1 2:0-1"}});
 }
 
 TEST(RegExp, FaultyPatternsAreRefusedWithAReason) {
@@ -401,21 +378,19 @@ TEST(RegExpHostile, LongSubjectsNeedNoDeepStack) {
 
 // The exponent shows at once: these would take longer than the age of the world.
 TEST(RegExpHostile, NoPatternTakesExponentialTime) {
-    const Case cases[] = {{"(x+x+)+y", "x", "no"},        {"(x+x+)+[yz]", "x", "no"},
-                          {"(a|a)*$", "a", "no"},         {"(a|b|ab)*c$", "ab", "no"},
-                          {"(aa?)*$", "a", "no"},         {"(a+a+)+$", "a", "no"},
-                          {"(a*a*a*a*a*b)?$", "a", "no"}, {"((a|a)+b?)+$", "a", "no"},
-                          {"a*a*a*a*a*[bc]", "a", "no"},  {"(.*)(.*)(.*)(.*)(.*)[xy]", "a", "no"},
-                          {"(ab)*[cd]", "ab", "no"},      {"(ab|a|b)*[cd]", "ab", "no"}};
+    const Case cases[] = {{"(x+x+)+y", "x", "no"},         {"(x+x+)+[yz]", "x", "no"},
+                          {"(a|a)*$", "a", "end"},         {"(a|b|ab)*c$", "ab", "no"},
+                          {"(aa?)*$", "a", "end"},         {"(a+a+)+$", "a", "no"},
+                          {"(a*a*a*a*a*b)?$", "a", "end"}, {"((a|a)+b?)+$", "a", "no"},
+                          {"a*a*a*a*a*[bc]", "a", "no"},   {"(.*)(.*)(.*)(.*)(.*)[xy]", "a", "no"},
+                          {"(ab)*[cd]", "ab", "no"},       {"(ab|a|b)*[cd]", "ab", "no"}};
     for (const Case& c : cases) {
         for (const size_t size : {30U, 40U, 400U, 20000U}) {
             const std::string subject = repeated(c.subject, size) + "!";
-            const std::string whole =
-                std::to_string(subject.size()) + "-" + std::to_string(subject.size());
-            const bool canBeEmpty =
-                std::strchr("?*", c.pattern[std::strlen(c.pattern) - 2]) != nullptr &&
-                std::strchr(c.pattern, '$') != nullptr && std::strchr(c.pattern, 'c') == nullptr;
-            EXPECT_EQ(matchOf(c.pattern, subject), canBeEmpty ? whole : c.expected) << c.pattern;
+            const std::string end = std::to_string(subject.size());
+            const bool isAtEnd = std::strcmp(c.expected, "end") == 0;
+            EXPECT_EQ(matchOf(c.pattern, subject), isAtEnd ? end + "-" + end : c.expected)
+                << c.pattern;
         }
     }
     std::string optional, letters;
