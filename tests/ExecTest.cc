@@ -1,3 +1,4 @@
+// The loop in a real process; tests/TortureTest.cc tests by a model what it calls when.
 #include "fxds/Exec.h"
 
 #include <fcntl.h>
@@ -28,8 +29,7 @@ namespace {
 
 typedef std::vector<std::string> Log;
 
-// Notes its calls as "r", "w" and "x" behind its name and then does what the
-// test wants.
+// Notes its calls as "r", "w" and "x" behind its name.
 class Handler : public fxSelectHandler {
 public:
     Handler(Log& log_, std::string name_, int fd_, bool read, bool write = false,
@@ -40,26 +40,18 @@ public:
     ~Handler() override { --alive; }
     const char* className() const override { return "Handler"; }
 
-    void handleRead() override { note("r", onRead); }
-    void handleWrite() override { note("w", onWrite); }
-    void handleException() override { note("x", onException); }
-
-    void want(bool read, bool write) {
-        wantRead = read;
-        wantWrite = write;
+    void handleRead() override {
+        log.push_back(name + "r");
+        if (onRead) onRead();
     }
+    void handleWrite() override { log.push_back(name + "w"); }
+    void handleException() override { log.push_back(name + "x"); }
     void keepOpen() { fd = -1; }  // for descriptors that are not ours to close
 
-    std::function<void()> onRead, onWrite, onException;
+    std::function<void()> onRead;
     static inline int alive = 0;
 
 private:
-    void note(const char* call, const std::function<void()>& reaction) {
-        log.push_back(name + call);
-        const std::function<void()> action = reaction;  // survives the handler
-        if (action) action();
-    }
-
     Log& log;
     const std::string name;
 };
@@ -84,18 +76,6 @@ public:
 private:
     int ends[2];
     bool taken = false;
-};
-
-class Counter : public fxObj {
-public:
-    Counter() { input = addInput<&Counter::count>("in"); }
-    void count() {
-        ++received;
-        if (onReceive) onReceive();
-    }
-    fxInputChannel* input;
-    int received = 0;
-    std::function<void()> onReceive;
 };
 
 class Exec : public testing::Test {
@@ -126,9 +106,8 @@ private:
     const int handlers;
 };
 
-// What the functions that the loop calls do; they have no closure.
-std::function<void()> onPre, onPost;
-void pre() { onPre(); }
+// What the function that the loop calls does; it has no closure.
+std::function<void()> onPost;
 void post() { onPost(); }
 
 }  // namespace
@@ -166,17 +145,6 @@ TEST_F(Exec, SetsHaveTheLayoutOfTheSystem) {
     high.keepOpen();
 }
 
-TEST_F(Exec, OneDescriptorHasOneHandler) {
-    Handler first(log, "1", 5, true), second(log, "2", 5, true);
-    exec.addSelectHandler(&first);
-    exec.addSelectHandler(&second);
-    EXPECT_EQ(exec.handlers[5], &second);
-    exec.removeSelectHandler(&first);
-    EXPECT_EQ(exec.handlers[5], nullptr) << "the descriptor counts, not the handler";
-    first.keepOpen();
-    second.keepOpen();
-}
-
 TEST_F(Exec, DyingHandlerLeavesTheTablesButNotItsSuccessor) {
     Pair one, two;
     fxExec other;
@@ -209,37 +177,20 @@ TEST_F(Exec, DescriptorsOutsideTheTableAreFatal) {
 // What poll() waits for.
 
 TEST_F(Exec, WithoutHandlersOnlyEventsAreServed) {
-    int calls = 0;
-    onPre = onPost = [&] { ++calls; };
-    exec.addPreSelectFunc(pre);
+    struct Note : fxEvent {
+        explicit Note(Log& log_) : fxEvent(99), log(log_) {}
+        void deliver() override { log.push_back("event"); }
+        Log& log;
+    };
+    onPost = [&] { log.push_back("function"); };
+    exec.addPreSelectFunc(post);
     exec.addPostSelectFunc(post);
     fxTimer timer;
     timer.startTimer();
-    Counter counter;
-    fxOutputChannel* output = counter.addOutput("out", fxDT_void);
-    counter.connect("out", &counter, "in");
-    fxObj::sendVoid(output);
+    fx_theEventHandler->postEvent(new Note(log), false);
     exec.poll(5);
-    EXPECT_EQ(counter.received, 1);
-    EXPECT_EQ(calls, 0);
+    EXPECT_EQ(log, Log{"event"});
     EXPECT_TRUE(timer.isActive());
-}
-
-TEST_F(Exec, QueuedEventsAreNotKeptWaiting) {
-    Pair idle;
-    auto handler = serve("h", idle, true);
-    Counter counter;
-    fxOutputChannel* output = counter.addOutput("out", fxDT_void);
-    counter.connect("out", &counter, "in");
-    counter.onReceive = [&] {
-        counter.onReceive = nullptr;
-        fxObj::sendVoid(output);
-    };
-    fxObj::sendVoid(output);
-    exec.poll(1000);
-    EXPECT_EQ(counter.received, 1) << "what a delivery queues waits for the next pass";
-    exec.poll(1000);
-    EXPECT_EQ(counter.received, 2);
 }
 
 TEST_F(Exec, TimerShortensTheWaitAndGetsExactlyItsTime) {
@@ -290,16 +241,6 @@ TEST_F(Exec, OddTimesAreUsable) {
     EXPECT_EQ(log, Log{"hr"});
 }
 
-TEST_F(Exec, WillBlockTellsWhetherSomethingIsReady) {
-    EXPECT_FALSE(exec.willBlock()) << "nothing to wait for";
-    Pair pair;
-    auto handler = serve("h", pair, true);
-    EXPECT_TRUE(exec.willBlock());
-    pair.makeReadable();
-    EXPECT_FALSE(exec.willBlock());
-    EXPECT_EQ(log, Log());
-}
-
 TEST_F(Exec, FailedSelectStillServesTimersAndFunctionsAndKeepsErrno) {
     class Clobber : public fxTimer {
         void tick() override { errno = ENOTTY; }
@@ -321,18 +262,6 @@ TEST_F(Exec, FailedSelectStillServesTimersAndFunctionsAndKeepsErrno) {
     close(copy);
 }
 
-// Calling handlers.
-
-TEST_F(Exec, CallsAreMadeByDescriptorAndForEachInOrder) {
-    Pair one, two;
-    auto a = serve("a", one, true, true), b = serve("b", two, true, true);
-    one.makeReadable();
-    two.makeReadable();
-    exec.poll(1000);
-    EXPECT_EQ(log, a->getFd() < b->getFd() ? (Log{"ar", "aw", "br", "bw"})
-                                           : (Log{"br", "bw", "ar", "aw"}));
-}
-
 TEST_F(Exec, ExceptionalConditionsAreServed) {
     // The master of a terminal in packet mode has one when the slave is flushed.
     const int master = posix_openpt(O_RDWR | O_NOCTTY);
@@ -350,45 +279,6 @@ TEST_F(Exec, ExceptionalConditionsAreServed) {
     EXPECT_EQ(log, Log{"hx"});
     EXPECT_TRUE(exec.getExceptionSet().isSet(master));
     close(slave);
-}
-
-TEST_F(Exec, ReplacementIsCalledInsteadWhenItsTurnIsStillToCome) {
-    Pair one, two;
-    auto a = serve("a", one, true), b = serve("b", two, true);
-    if (a->getFd() > b->getFd()) std::swap(a, b);
-    one.makeReadable();
-    two.makeReadable();
-    Handler earlier(log, "e", dup(a->getFd()), true), later(log, "l", b->getFd(), true);
-    a->onRead = [&] {
-        exec.addSelectHandler(&later);
-        exec.addSelectHandler(&earlier);  // not found ready: was not asked for
-    };
-    exec.poll(1000);
-    ASSERT_EQ(log.size(), 2U);
-    EXPECT_EQ(log[1], "lr");
-    later.keepOpen();
-}
-
-// Functions before and after the wait.
-
-TEST_F(Exec, FunctionsAreCalledInOrderAroundTheWait) {
-    Pair pair;
-    auto handler = serve("h", pair, true);
-    pair.makeReadable();
-    onPre = [&] {
-        if (log.empty()) exec.addPreSelectFunc(pre);  // first called next time
-        log.push_back("pre");
-    };
-    onPost = [&] { log.push_back("post"); };
-    exec.addPreSelectFunc(pre);
-    for (int i = 0; i < 2; ++i) exec.addPostSelectFunc(post);
-    exec.poll(1000);
-    EXPECT_EQ(log, (Log{"pre", "hr", "post", "post"}));
-    log.clear();
-    exec.removePostSelectFunc(post);
-    exec.removePostSelectFunc(pre);  // is not there
-    exec.poll(1000);
-    EXPECT_EQ(log, (Log{"pre", "pre", "hr", "post"}));
 }
 
 // Applications.
