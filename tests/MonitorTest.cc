@@ -14,10 +14,12 @@
 #include <chrono>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
 #include <initializer_list>
 #include <string>
 #include <vector>
+
+#include "RunProgram.h"
+#include "Surroundings.h"
 
 namespace {
 
@@ -26,13 +28,13 @@ using Clock = std::chrono::steady_clock;
 // Nothing here takes long; this only ends a test that would wait for ever.
 constexpr auto patience = std::chrono::seconds(30);
 
-// A directory with what the kernel would tell, removed at the end.
+// A directory with what the kernel would tell.
 class FakeProc {
+    const TestDirectory room;
+
 public:
     FakeProc() {
-        char name[] = "/tmp/monitor-test-XXXXXX";
-        directory = mkdtemp(name);
-        std::filesystem::create_directory(directory + "/net");
+        room.directory("net");
         writeStat(100, 200);
         write("meminfo",
               "MemTotal:  8388608 kB\nMemFree: 9 kB\nMemAvailable:  2097152 kB\n"
@@ -43,18 +45,16 @@ public:
               "    lo:  900 1 0 0 0 0 0 0  900 1 0 0 0 0 0 0\n"
               "  eth0: 5000 1 0 0 0 0 0 0 7000 1 0 0 0 0 0 0\n");
     }
-    ~FakeProc() { std::filesystem::remove_all(directory); }
 
     // At once, so that the monitor never sees half of a file.
     void write(const std::string& name, const std::string& text) const {
-        std::ofstream(directory + "/new") << text;
-        std::filesystem::rename(directory + "/new", directory + "/" + name);
+        std::filesystem::rename(room.file("new", text), directory + "/" + name);
     }
     void writeStat(int busy, int idle) const {
         write("stat", "cpu  " + std::to_string(busy) + " 0 0 " + std::to_string(idle) + "\n");
     }
 
-    std::string directory;
+    const std::string directory = room.path;
 };
 
 // A running monitor with its output on a pipe or on a terminal of its own.
@@ -297,8 +297,7 @@ TEST(MonitorRecording, DamagedFilesGetOneLineAndStatus1) {
     const std::string file = proc.directory + "/recording";
     const std::string damaged = proc.directory + "/damaged";
     ASSERT_EQ(0, run(onFake(proc, {"--samples", "2", "--record", file})).exitCode);
-    std::ifstream in(file, std::ios::binary);
-    const std::string bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    const std::string bytes = contents(file);
     ASSERT_LT(100U, bytes.size());
     for (size_t length = 0; length < bytes.size(); length += 23) {
         proc.write("damaged", bytes.substr(0, length));
