@@ -21,42 +21,18 @@ enum class Colour { red, green = 7 };
 class Scalars : public Listed {
     FX_TRANSCRIBABLE(Scalars)
     ~Scalars() override {
-        std::apply([](auto*... block) { (std::free(block), ...); }, blocks());
-    }
-    auto scalars() {
-        return std::tie(number, flag, byte, ubyte, small, usmall, middle, umiddle, ulong, single,
-                        twice, colour, string);
-    }
-    std::tuple<char*, unsigned char*, short*, unsigned short*, int*, long*, float*, double*, char*,
-               char*>
-    blocks() {
-        return {c, uc, s, us, i, l, f, d, text, noText};
+        std::apply([](auto*... block) { (std::free(block), ...); }, blocks);
+        std::free(text);
     }
 
-    bool flag = false;
-    char byte = 0;
-    unsigned char ubyte = 0;
-    short small = 0;
-    unsigned short usmall = 0;
-    int middle = 0;
-    unsigned int umiddle = 0;
-    unsigned long ulong = 0;
-    float single = 0;
-    double twice = 0;
-    Colour colour = Colour::red;
+    std::tuple<bool, char, unsigned char, short, unsigned short, int, unsigned int, long,
+               unsigned long, float, double, Colour, fxStr>
+        scalars;
     int row[3] = {};
     bool flags[2] = {};
     fxStr texts[2];
-    fxStr string;
     unsigned int n = 0;
-    char* c = nullptr;
-    unsigned char* uc = nullptr;
-    short* s = nullptr;
-    unsigned short* us = nullptr;
-    int* i = nullptr;
-    long* l = nullptr;
-    float* f = nullptr;
-    double* d = nullptr;
+    std::tuple<char*, unsigned char*, short*, unsigned short*, int*, long*, float*, double*> blocks;
     unsigned int none = 9;
     double* noBlock = nullptr;
     char* text = nullptr;
@@ -64,12 +40,11 @@ class Scalars : public Listed {
 };
 FX_TRANSCRIBABLE_TYPE(Scalars, "Scalars", 3, Listed);
 fxBool Scalars::xdr(fxTranscriber& t) {
-    return fxXdrBase<Listed>(t, this) && fxXdrAll(t, flag, byte, ubyte, small, usmall, middle) &&
-           fxXdrAll(t, umiddle, ulong, single, twice, colour, row, flags, texts, string) &&
-           fxXdrBlock(t, c, n) && fxXdrBlock(t, uc, n) && fxXdrBlock(t, s, n) &&
-           fxXdrBlock(t, us, n) && fxXdrBlock(t, i, n) && fxXdrBlock(t, l, n) &&
-           fxXdrBlock(t, f, n) && fxXdrBlock(t, d, n) && fxXdrBlock(t, noBlock, none) &&
-           fxXdrString(t, text) && fxXdrString(t, noText);
+    return fxXdrBase<Listed>(t, this) &&
+           std::apply([&t](auto&... field) { return fxXdrAll(t, field...); }, scalars) &&
+           fxXdrAll(t, row, flags, texts) &&
+           std::apply([&](auto&... block) { return (fxXdrBlock(t, block, n) && ...); }, blocks) &&
+           fxXdrBlock(t, noBlock, none) && fxXdrString(t, text) && fxXdrString(t, noText);
 }
 
 /// Any number of pointers, counted references taken when all is there.
@@ -102,33 +77,6 @@ public:
     bool isTold = false;
     void xdrSuccess(fxTranscriber&) override { isTold = true; }
 };
-
-// Bases at other addresses, plain and virtual.
-class Wheel : public virtual Listed {
-    FX_TRANSCRIBABLE(Wheel)
-    long size = 0;
-    Listed* peer = nullptr;
-};
-FX_TRANSCRIBABLE_TYPE(Wheel, "Wheel", 1, Listed);
-fxBool Wheel::xdr(fxTranscriber& t) {
-    return fxXdrBase<Listed>(t, this) && fxXdr(t, size) && fxXdrObject(t, peer);
-}
-class Sail : public virtual Listed {
-    FX_TRANSCRIBABLE(Sail)
-    double area = 0;
-};
-FX_TRANSCRIBABLE_TYPE(Sail, "Sail", 1, Listed);
-fxBool Sail::xdr(fxTranscriber& t) { return fxXdrBase<Listed>(t, this) && fxXdr(t, area); }
-class Sand : public Wheel, public Sail {
-    FX_TRANSCRIBABLE(Sand)
-    fxStr name;
-    Sail* sail = nullptr;
-};
-FX_TRANSCRIBABLE_TYPE(Sand, "Sand", 1, Wheel, Sail);
-fxBool Sand::xdr(fxTranscriber& t) {
-    return fxXdrBase<Wheel>(t, this) && fxXdrBase<Sail>(t, this) && fxXdr(t, name) &&
-           fxXdrObject(t, sail);
-}
 
 /// Makes do when its transcription fails.
 class Forgiving : public Listed {
@@ -196,11 +144,12 @@ TEST_F(Reader, PayloadsOfEveryLengthTravel) {
 
         Scalars scalars;
         scalars.n = n;
-        scalars.c = static_cast<char*>(std::malloc(n + 1));
-        bytes.copy(scalars.c, n);
+        char*& chars = std::get<char*>(scalars.blocks);
+        chars = static_cast<char*>(std::malloc(n + 1));
+        bytes.copy(chars, n);
         const Scalars* block = fxXdrCopy(&scalars);
         ASSERT_NE(block, nullptr);
-        EXPECT_EQ(std::string(block->c, n + 1), bytes + '\0') << n;
+        EXPECT_EQ(std::string(std::get<char*>(block->blocks), n + 1), bytes + '\0') << n;
     }
 }
 
@@ -214,34 +163,29 @@ T* pair(T a, T b) {
 
 TEST_F(Reader, FieldsOfEveryTypeTravel) {
     Scalars in;
-    in.scalars() = std::make_tuple(-5L, true, '\xFF', 255, short{-3}, 65535, -70000, 4000000000U,
-                                   ~0UL, 1.5F, -0.1, Colour::green, fxStr("a\0b", 3));
+    in.scalars = std::make_tuple(true, '\xFF', 255, short{-3}, 65535, -70000, 4000000000U, -5L,
+                                 ~0UL, 1.5F, -0.1, Colour::green, fxStr("a\0b", 3));
     in.flags[1] = true;
     in.texts[1] = "second";
     in.row[0] = 1;
     in.row[2] = -3;
     in.n = 2;
-    in.c = pair('x', 'y');
-    in.uc = pair<unsigned char>(1, 255);
-    in.s = pair<short>(-1, 2);
-    in.us = pair<unsigned short>(65535, 1);
-    in.i = pair(-7, 8);
-    in.l = pair(1L << 50, -1L);
-    in.f = pair(0.25F, -1.0F);
-    in.d = pair(1e-300, 2.0);
+    in.blocks = std::make_tuple(pair('x', 'y'), pair<unsigned char>(1, 255), pair<short>(-1, 2),
+                                pair<unsigned short>(65535, 1), pair(-7, 8), pair(1L << 50, -1L),
+                                pair(0.25F, -1.0F), pair(1e-300, 2.0));
     in.text = strdup("some text");
 
     Scalars* out = fxXdrCopy(&in);
     ASSERT_NE(out, nullptr);
-    EXPECT_TRUE(out->scalars() == in.scalars());
+    EXPECT_TRUE(out->scalars == in.scalars);
     EXPECT_TRUE(!out->flags[0] && out->flags[1]);
     EXPECT_TRUE(out->texts[0] == "" && out->texts[1] == "second");
     EXPECT_TRUE(std::equal(in.row, in.row + 3, out->row));
     ASSERT_EQ(out->n, 2U);
-    const auto same = [](auto* a, auto* b) { return std::equal(a, a + 2, b); };
-    EXPECT_TRUE(same(in.c, out->c) && same(in.uc, out->uc) && same(in.s, out->s) &&
-                same(in.us, out->us) && same(in.i, out->i) && same(in.l, out->l) &&
-                same(in.f, out->f) && same(in.d, out->d));
+    const auto pairsOf = [](const auto&... block) {
+        return std::make_tuple(std::make_pair(block[0], block[1])...);
+    };
+    EXPECT_EQ(std::apply(pairsOf, out->blocks), std::apply(pairsOf, in.blocks));
     EXPECT_STREQ(out->text, "some text");
     EXPECT_TRUE(out->noText == nullptr && out->noBlock == nullptr && out->none == 0);
 }
@@ -253,6 +197,11 @@ TEST_F(Reader, GraphWithEverythingReadsBackTheSame) {
     Rich* const twice = fxXdrCopy(once);  // each reading turns the chains round
     ASSERT_NE(twice, nullptr);
     EXPECT_EQ(saved(twice), richStream());
+    EXPECT_TRUE(twice->second == twice && twice->many[2] == twice);  // by their bases
+    // A root may be asked for as one of its bases.
+    const Second* asSecond = loaded<Second>(richStream());
+    ASSERT_NE(asSecond, nullptr);
+    EXPECT_EQ(asSecond->own, 2);
 }
 
 TEST_F(Reader, VectorsOfPointersGrowWithTheStream) {
@@ -288,29 +237,6 @@ TEST_F(Reader, SuccessIsToldToTheObjectThatWasMadeAndToNoPartOfIt) {
     Frame_type.newInstance = original;
     ASSERT_NE(told, nullptr);
     EXPECT_TRUE(told->isTold);
-}
-
-TEST_F(Reader, BasesAtOtherAddressesTravelAndCanBePointedTo) {
-    Sand sand;
-    sand.number = 3;
-    sand.size = 4;
-    sand.area = 1.5;
-    sand.name = "sand";
-    sand.sail = &sand;
-    sand.peer = static_cast<Wheel*>(&sand);
-    const Sand* read = fxXdrCopy(&sand);
-    ASSERT_NE(read, nullptr);
-    EXPECT_EQ(read->number, 3);
-    EXPECT_EQ(read->size, 4);
-    EXPECT_EQ(read->area, 1.5);
-    EXPECT_EQ(read->name, "sand");
-    EXPECT_EQ(read->sail, static_cast<const Sail*>(read));
-    EXPECT_EQ(read->peer, static_cast<const Listed*>(read));
-
-    // A root may be asked for as one of its bases.
-    const Sail* asSail = loaded<Sail>(saved(&sand));
-    ASSERT_NE(asSail, nullptr);
-    EXPECT_EQ(asSail->area, 1.5);
 }
 
 TEST_F(Reader, SeveralGraphsOfOneStreamShareTheirObjects) {
@@ -536,14 +462,7 @@ TEST_F(Reader, ClassThatCannotBeToldFromItsRecordIsNotWritten) {
     EXPECT_EQ(saved(&hub), "failed");
 }
 
-TEST_F(Reader, MixedVersionsAndThoseOfOlderWritersRead) {
-    Node node;  // version 1
-    Leaf leaf;  // version 2
-    Node other;
-    node.right = &leaf;
-    leaf.owner = &other;
-    EXPECT_NE(fxXdrCopy(&node), nullptr);
-
+TEST_F(Reader, VersionsOfOlderWritersRead) {
     // Older writers: the version of the last type record, here that of Leaf.
     const std::string older =
         header() + typeRecord(2, "Node") + objectRecord(1, 2, long8(0) + long8(1)) + record(1) +
