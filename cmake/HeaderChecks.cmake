@@ -1,11 +1,12 @@
-# Every public header compiles alone, and may be included twice: each is the
+# Every header compiles alone, and may be included twice: each is the
 # whole of a translation unit of its own. One compiler tells; sanitizers would
 # tell nothing new, and clang-tidy sees the headers where they are used.
 if(NOT FXDS_SANITIZE AND NOT FXDS_COVERAGE AND NOT FXDS_TIDY)
-  file(GLOB public_headers CONFIGURE_DEPENDS RELATIVE ${PROJECT_SOURCE_DIR}
-    ${PROJECT_SOURCE_DIR}/fxds/*.h ${PROJECT_SOURCE_DIR}/ostrelks/*.h)
+  include(${CMAKE_CURRENT_LIST_DIR}/Rooms.cmake)
+  set(headers ${fxds_public_headers} ${fxds_detail_headers} ${fxds_private_headers})
+  list(TRANSFORM headers PREPEND fxds/)
   set(units)
-  foreach(header IN LISTS public_headers)
+  foreach(header IN LISTS headers ITEMS ostrelks/ostrelks.h)
     string(REPLACE "/" "_" unit ${header})
     set(unit ${CMAKE_CURRENT_BINARY_DIR}/headers/${unit}.cc)
     file(CONFIGURE OUTPUT ${unit} CONTENT "#include \"${header}\"\n#include \"${header}\"\n")
@@ -15,6 +16,6 @@ if(NOT FXDS_SANITIZE AND NOT FXDS_COVERAGE AND NOT FXDS_TIDY)
   target_link_libraries(header_checks PRIVATE ostrelfxds fxds_warnings)
 endif()
 
-# The layering is checked as a test.
-add_test(NAME Layers
-  COMMAND ${CMAKE_COMMAND} -P ${CMAKE_CURRENT_LIST_DIR}/CheckLayers.cmake)
+# The rooms are checked as a test.
+add_test(NAME Rooms
+  COMMAND ${CMAKE_COMMAND} -P ${CMAKE_CURRENT_LIST_DIR}/CheckRooms.cmake)

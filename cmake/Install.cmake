@@ -2,20 +2,18 @@
 # `dev` (what it takes to build programs with them), `tools`. Everything finds
 # its parts relative to itself, so the installed tree may be moved.
 include(CMakePackageConfigHelpers)
-include(${CMAKE_CURRENT_LIST_DIR}/Layers.cmake)
+include(${CMAKE_CURRENT_LIST_DIR}/Rooms.cmake)
 
 # The headers stand in a folder of their own, which users get as an include
 # path: `#include "fxds/fxds.h"` works there as it does in the sources.
 set(FXDS_INSTALL_HEADERS ${CMAKE_INSTALL_INCLUDEDIR}/ostrelfxds)
 set(FXDS_INSTALL_CMAKE ${CMAKE_INSTALL_LIBDIR}/cmake/ostrelfxds)
 
-file(GLOB headers CONFIGURE_DEPENDS RELATIVE ${PROJECT_SOURCE_DIR}/fxds
-  ${PROJECT_SOURCE_DIR}/fxds/*.h)
-foreach(header IN LISTS fxds_private_headers)
-  list(REMOVE_ITEM headers ${header}.h)
+foreach(header IN LISTS fxds_public_headers fxds_detail_headers)
+  get_filename_component(folder ${header} DIRECTORY)
+  install(FILES ${PROJECT_SOURCE_DIR}/fxds/${header}
+    DESTINATION ${FXDS_INSTALL_HEADERS}/fxds/${folder} COMPONENT dev)
 endforeach()
-list(TRANSFORM headers PREPEND ${PROJECT_SOURCE_DIR}/fxds/)
-install(FILES ${headers} DESTINATION ${FXDS_INSTALL_HEADERS}/fxds COMPONENT dev)
 install(FILES ${PROJECT_SOURCE_DIR}/ostrelks/ostrelks.h
   DESTINATION ${FXDS_INSTALL_HEADERS}/ostrelks COMPONENT dev)
 

@@ -5,7 +5,7 @@
 #include <memory>
 
 #include "fxds/BinaryTranscriber.h"
-#include "fxds/ChunkList.h"
+#include "fxds/detail/ChunkList.h"
 
 class fxReaderTable;
 struct fxStreamWindow;

@@ -2,9 +2,9 @@
 #ifndef FXDS_DICTIONARY_H
 #define FXDS_DICTIONARY_H
 
-#include "fxds/HashNode.h"
 #include "fxds/TypedArray.h"
 #include "fxds/XDRObj.h"
+#include "fxds/detail/HashNode.h"
 
 class fxDictionary;
 class fxDictIter;

@@ -3,7 +3,7 @@
 #define FXDS_GENERICLIST_H
 
 #include "fxds/Config.h"
-#include "fxds/ListWalk.h"
+#include "fxds/detail/ListIterator.h"
 
 /// One item of a GenericList, made and destroyed by it. View: good until the
 /// item is removed.

@@ -3,7 +3,7 @@
 #define FXDS_INDEXABLELIST_H
 
 #include "fxds/Config.h"
-#include "fxds/ListWalk.h"
+#include "fxds/detail/ListIterator.h"
 
 /// Base of objects that can stand in an fxIndexableList, in one at a time.
 class FX_API fxLinkItem {

@@ -2,9 +2,9 @@
 #ifndef FXDS_SET_H
 #define FXDS_SET_H
 
-#include "fxds/HashNode.h"
 #include "fxds/TypedArray.h"
 #include "fxds/XDRObj.h"
+#include "fxds/detail/HashNode.h"
 
 class fxSet;
 class fxSetIter;

@@ -11,9 +11,9 @@
 #include <type_traits>
 #include <utility>
 
-#include "fxds/Block.h"
 #include "fxds/Config.h"
 #include "fxds/TempStr.h"
+#include "fxds/detail/Allocate.h"
 
 class fxTranscriber;
 class fxTypeObj;

@@ -1,67 +1,54 @@
-// The whole library.
+// The whole library, room by room.
 #ifndef FXDS_FXDS_H
 #define FXDS_FXDS_H
 
-// Foundations.
+// Counting, failing, types.
 #include "fxds/Config.h"
 #include "fxds/Counted.h"
 #include "fxds/Fatal.h"
 #include "fxds/RCObj.h"
+#include "fxds/Stream.h"
 #include "fxds/Transcriber.h"
 #include "fxds/TypeObj.h"
 #include "fxds/XDRObj.h"
 
-// Arrays and strings.
-#include "fxds/Array.h"
-#include "fxds/BoolArray.h"
-#include "fxds/CharArray.h"
-#include "fxds/DoubleArray.h"
-#include "fxds/FloatArray.h"
-#include "fxds/IntArray.h"
-#include "fxds/LongArray.h"
-#include "fxds/SeqRangeArray.h"
-#include "fxds/ShortArray.h"
+// Text.
 #include "fxds/StackBuffer.h"
 #include "fxds/Str.h"
-#include "fxds/StrArray.h"
-#include "fxds/StubFuncArray.h"
 #include "fxds/TempStr.h"
+
+// Containers.
+#include "fxds/Array.h"
+#include "fxds/BinaryOTDict.h"
+#include "fxds/BoolArray.h"
+#include "fxds/BoundingBox.h"
+#include "fxds/CharArray.h"
+#include "fxds/Dictionary.h"
+#include "fxds/DoubleArray.h"
+#include "fxds/FloatArray.h"
+#include "fxds/GenericList.h"
+#include "fxds/HashTable.h"
+#include "fxds/IndexableList.h"
+#include "fxds/IntArray.h"
+#include "fxds/KeyHooks.h"
+#include "fxds/LongArray.h"
+#include "fxds/NameSpace.h"
+#include "fxds/SeqRangeArray.h"
+#include "fxds/Sequencer.h"
+#include "fxds/Set.h"
+#include "fxds/ShortArray.h"
+#include "fxds/StrArray.h"
+#include "fxds/StrSet.h"
+#include "fxds/StrStrDictionary.h"
+#include "fxds/StubFuncArray.h"
 #include "fxds/TypedArray.h"
+#include "fxds/TypedDictionary.h"
+#include "fxds/TypedSet.h"
 #include "fxds/UnsignedCharArray.h"
 #include "fxds/UnsignedLongArray.h"
 #include "fxds/UnsignedShortArray.h"
 #include "fxds/VoidPtrArray.h"
-
-// Dictionaries and sets.
-#include "fxds/BinaryOTDict.h"
-#include "fxds/Dictionary.h"
-#include "fxds/Set.h"
-#include "fxds/StrSet.h"
-#include "fxds/StrStrDictionary.h"
 #include "fxds/VoidPtrDict.h"
-
-// Objects, values and connections.
-#include "fxds/Channel.h"
-#include "fxds/Converter.h"
-#include "fxds/Data.h"
-#include "fxds/DataTypes.h"
-#include "fxds/Debug.h"
-#include "fxds/Event.h"
-#include "fxds/EventHandler.h"
-#include "fxds/Globals.h"
-#include "fxds/Network.h"
-#include "fxds/Obj.h"
-#include "fxds/Property.h"
-#include "fxds/Sequencer.h"
-#include "fxds/StrData.h"
-#include "fxds/Timer.h"
-#include "fxds/Trace.h"
-
-// The loop.
-#include "fxds/Application.h"
-#include "fxds/Exec.h"
-#include "fxds/SelectHandler.h"
-#include "fxds/Wakeup.h"
 
 // Saving and loading.
 #include "fxds/BinaryReader.h"
@@ -69,9 +56,28 @@
 #include "fxds/BinaryWriter.h"
 #include "fxds/MemoryStream.h"
 #include "fxds/StdioStream.h"
-#include "fxds/Stream.h"
 #include "fxds/TypedStream.h"
 #include "fxds/Xdr.h"
+
+// Objects, values and connections.
+#include "fxds/Channel.h"
+#include "fxds/Converter.h"
+#include "fxds/Data.h"
+#include "fxds/DataTypes.h"
+#include "fxds/Event.h"
+#include "fxds/EventHandler.h"
+#include "fxds/Network.h"
+#include "fxds/Obj.h"
+#include "fxds/Property.h"
+#include "fxds/StrData.h"
+#include "fxds/Trace.h"
+
+// The loop.
+#include "fxds/Application.h"
+#include "fxds/Exec.h"
+#include "fxds/SelectHandler.h"
+#include "fxds/Timer.h"
+#include "fxds/Wakeup.h"
 
 // Patterns and paths.
 #include "fxds/Path.h"
@@ -82,11 +88,8 @@
 #include "fxds/SearchList.h"
 #include "fxds/TextPattern.h"
 
-// Lists, boxes, atoms and integer tables.
-#include "fxds/BoundingBox.h"
-#include "fxds/GenericList.h"
-#include "fxds/HashTable.h"
-#include "fxds/IndexableList.h"
-#include "fxds/NameSpace.h"
+// Start-up.
+#include "fxds/Debug.h"
+#include "fxds/Globals.h"
 
 #endif

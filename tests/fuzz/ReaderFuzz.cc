@@ -1,9 +1,9 @@
 // The binary reader on any bytes. The first byte of the input chooses what is
 // read; the rest is the stream. All graphs of the stream are read, and looked
 // at in full.
-#include "tests/FatalCatcher.h"
-#include "tests/RichGraph.h"
 #include "tests/fuzz/Input.h"
+#include "tests/support/FatalCatcher.h"
+#include "tests/support/RichGraph.h"
 
 #include "fxds/Globals.h"
 

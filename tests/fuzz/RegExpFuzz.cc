@@ -8,8 +8,8 @@
 #include <string>
 
 #include "fxds/RegExp.h"
-#include "tests/RegExpModel.h"
 #include "tests/fuzz/Input.h"
+#include "tests/support/RegExpModel.h"
 
 namespace {
 

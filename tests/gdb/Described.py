@@ -15,5 +15,5 @@ def is_described(name):
 
 missing = [name for name in os.environ["CLASSES"].split() if not is_described(name)]
 if missing:
-    print("These classes are to stand in fxds/DebugTypes.cc:", *missing)
+    print("These classes are to stand in fxds/library/GdbTypes.cc:", *missing)
 gdb.execute(f"quit {1 if missing else 0}")

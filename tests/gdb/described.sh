@@ -1,6 +1,6 @@
 #!/bin/sh
 # described.sh GDB LIBRARY OBJECT: every class with virtual functions that LIBRARY
-# exports is described for the debugger in OBJECT, which is of fxds/DebugTypes.cc.
+# exports is described for the debugger in OBJECT, which is of fxds/library/GdbTypes.cc.
 gdb=$1 library=$2 object=$3
 
 if ! command -v "$gdb" >/dev/null; then

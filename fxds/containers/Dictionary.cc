@@ -1,0 +1,137 @@
+#include "fxds/Dictionary.h"
+
+#include <cstring>
+
+#include "fxds/containers/HashContainer.h"
+
+// The mechanism is fxHashCore's. What is left here is what makes a dictionary
+// of it: values, merging, and which hooks are called.
+
+typedef fxHashCore<fxDictionary> Core;
+
+static_assert(sizeof(fxDictIter) == 24);
+
+fxDictionary::fxDictionary(unsigned int keySize_, unsigned int valueSize_, unsigned int nBuckets)
+    : count(0),
+      keySize(keySize_),
+      valueSize(valueSize_),
+      buckets(nBuckets != 0 ? nBuckets : Core::defaultChains) {}
+
+fxDictionary::fxDictionary(fxTypeObj& type) : fxXDRObj(type), count(0), keySize(0), valueSize(0) {}
+
+fxDictionary::fxDictionary(const fxDictionary& source)
+    : fxXDRObj(source),
+      count(0),
+      keySize(source.keySize),
+      valueSize(source.valueSize),
+      buckets(source.buckets.length()) {
+    for (fxDictIter i(source.begin()); i.notDone(); ++i) {
+        Core::add(*this, source, i.getKey(), i.getValue());
+    }
+}
+
+void fxDictionary::operator=(const fxDictionary& other) {
+    if (this == &other) return;
+    for (fxDictIter i(other.begin()); i.notDone(); ++i) addInternal(i.getKey(), i.getValue());
+}
+
+fxDictionary::~fxDictionary() { Core::freeAll(*this); }
+
+fxBool fxDictionary::xdr(fxTranscriber& transcriber) {
+    return transcriber.xdr(fxXDRObj_type, this, this) && doxdr(transcriber);
+}
+
+fxTypeObj* fxDictionary::getTypeObj() const { return &fxDictionary_type; }
+
+void fxDictionary::addInternal(const void* key, const void* value) {
+    Core::add(*this, *this, key, value);
+}
+
+void* fxDictionary::find(const void* key, void** bucketOut) const {
+    fxDictBucket* const node = Core::find(*this, key);
+    if (bucketOut != nullptr) *bucketOut = node;
+    return node != nullptr ? Core::valueOf(*this, node) : nullptr;
+}
+
+void* fxDictionary::findCreate(const void* key) {
+    if (buckets.isEmpty()) Core::makeChains(*this, Core::defaultChains);
+    fxHashPlace place;
+    fxDictBucket* node = Core::find(*this, *this, key, place);
+    if (node == nullptr) {
+        node = Core::insert(*this, *this, place, key, [this](void* at) { createValue(at); });
+    }
+    return Core::valueOf(*this, node);
+}
+
+void fxDictionary::remove(const void* key) {
+    fxDictBucket* const node = Core::find(*this, key);
+    if (node != nullptr) Core::remove(*this, node);
+}
+
+void* fxDictionary::cut(const void* key) { return Core::cut(*this, key); }
+
+fxDictIter fxDictionary::begin() const {
+    return fxDictIter(const_cast<fxDictionary&>(*this));  // only registers itself
+}
+
+void fxDictionary::cleanup() {
+    const unsigned int entries = count;
+    Core::clear(*this);
+    count = entries;
+}
+
+void fxDictionary::addIter(fxDictIter* iter) { iters.append(iter); }
+
+void fxDictionary::removeIter(fxDictIter* iter) { Core::unregister(*this, iter); }
+
+void fxDictionary::invalidateIters(const fxDictBucket* node) const {
+    Core::invalidate(*this, node);
+}
+
+bool fxDictionary::doxdr(fxTranscriber& transcriber) {
+    return Core::transcribe(*this, transcriber);
+}
+
+fxBool fxDictionary::xdr(void* object, fxTranscriber& transcriber) {
+    fxDictionary& self = *static_cast<fxDictionary*>(object);
+    return transcriber.conclude(self.xdr(transcriber) != 0, self, object);
+}
+
+unsigned long fxDictionary::hashKey(const void* key) const { return fxHashWords(key, keySize); }
+
+void fxDictionary::destroyKey(void*) const {}
+
+void fxDictionary::destroyValue(void*) const {}
+
+unsigned long fxDictionary::fingerprintKey(const void*, unsigned long hash) const { return hash; }
+
+fxDictionary::Finder* fxDictionary::finder() const { return Core::findByHooks; }
+
+// Iterator.
+
+fxDictIter::fxDictIter(fxDictionary& dictionary) { Core::attach(*this, dictionary); }
+
+fxDictIter::fxDictIter(const fxDictIter& other) { Core::copy(*this, other); }
+
+fxDictIter::~fxDictIter() { Core::detach(*this); }
+
+void fxDictIter::operator=(fxDictionary& dictionary) {
+    Core::detach(*this);
+    Core::attach(*this, dictionary);
+}
+
+fxDictIter& fxDictIter::operator=(const fxDictIter& other) {
+    if (this == &other) return *this;
+    Core::detach(*this);
+    Core::copy(*this, other);
+    return *this;
+}
+
+void* fxDictIter::getValue() const {
+    return node == nullptr || moved ? nullptr : Core::valueOf(*dict, node);
+}
+
+fxDictIter& fxDictIter::operator++() {
+    Core::step(*this);
+    return *this;
+}

@@ -1,0 +1,184 @@
+#include "fxds/HashTable.h"
+
+#include <climits>
+#include <cstdlib>
+
+#include "fxds/containers/HashContainer.h"
+
+// The table grows by the number of additions ever made, not by the number of
+// entries: count never falls.
+//
+// A walk stands on the stack of mapcar(), registered with the table, which moves
+// it on when the entry that it would meet next is removed. The table does not
+// grow under a walk, because entries would change their places.
+//
+// The buckets stop at 2048, and high bits of a key do not count, so chains get
+// long. The index of the dictionaries then finds the entries; the chains go on
+// to tell their order.
+
+namespace {
+
+constexpr unsigned int firstLevel = 6;
+constexpr unsigned int lastLevel = 11;
+
+// How far the key's bits are folded down, by level: once more than a level
+// above the last shift is not needed.
+struct Fold {
+    unsigned int first;
+    unsigned int second;  // 0: none
+};
+constexpr Fold folds[] = {{12, 6}, {13, 7}, {16, 8}, {9, 0}, {10, 0}, {11, 0}};
+
+const int longWalk = 12;  // entries after which an index pays
+
+// The upper half of the product depends on all bits of the key.
+unsigned int tagOf(unsigned long key) {
+    return static_cast<unsigned int>((key * 0x9E3779B97F4A7C15UL) >> 32);
+}
+
+}  // namespace
+
+struct HashTable::Walk {
+    FX_REGISTERS_LOCAL_BEGIN
+    explicit Walk(HashTable* table_) : table(table_), next(nullptr), outer(table_->walks) {
+        table->walks = this;
+    }
+    FX_REGISTERS_LOCAL_END
+    Walk(const Walk&) = delete;
+    Walk& operator=(const Walk&) = delete;
+    ~Walk() {
+        if (table != nullptr) table->walks = outer;
+    }
+
+    HashTable* table;  // null once it has been destroyed
+    HashEntry* next;   // null at the end of a chain
+    Walk* outer;
+};
+
+HashTable::HashTable()
+    : buckets(new HashEntry*[1u << firstLevel]()),
+      count(0),
+      size(1 << firstLevel),
+      level(firstLevel),
+      walks(nullptr),
+      index(nullptr) {}
+
+HashTable::~HashTable() {
+    for (Walk* walk = walks; walk != nullptr; walk = walk->outer) walk->table = nullptr;
+    for (int i = 0; i < size; ++i) {
+        while (HashEntry* entry = buckets[i]) {
+            buckets[i] = entry->next;
+            delete entry;
+        }
+    }
+    delete[] buckets;
+    delete index;
+}
+
+HashEntry* HashTable::add(unsigned long key, void* value) {
+    if (find(key) != nullptr) std::abort();
+    HashEntry* entry = addElement(key);
+    entry->value = value;
+    return entry;
+}
+
+void* HashTable::lookup(unsigned long key) const {
+    const HashEntry* entry = find(key);
+    return entry != nullptr ? entry->value : nullptr;
+}
+
+void HashTable::remove(unsigned long key) {
+    HashEntry* entry = find(key);
+    if (entry == nullptr) return;
+    for (Walk* walk = walks; walk != nullptr; walk = walk->outer) {
+        if (walk->next == entry) walk->next = entry->next;
+    }
+    HashEntry*& head = buckets[hash(key)];
+    if (entry == head) head = entry->next;
+    if (entry->prev != nullptr) entry->prev->next = entry->next;
+    if (entry->next != nullptr) entry->next->prev = entry->prev;
+    if (index != nullptr) index->remove(entry);
+    delete entry;
+}
+
+void HashTable::mapcar(void (*f)(HashEntry*)) {
+    Walk walk(this);
+    for (int i = 0; i < size; ++i) {
+        walk.next = buckets[i];
+        while (HashEntry* entry = walk.next) {
+            walk.next = entry->next;
+            f(entry);
+            if (walk.table == nullptr) return;
+        }
+    }
+}
+
+unsigned int HashTable::hash(unsigned long key) const {
+    if (level < firstLevel || level > lastLevel) return 0;
+    const unsigned int low = static_cast<unsigned int>(key & 0xFFFFF);
+    const Fold fold = folds[level - firstLevel];
+    unsigned int folded = low >> fold.first ^ low;
+    if (fold.second != 0) folded ^= low >> fold.second;
+    return folded & ((1u << level) - 1);
+}
+
+HashEntry* HashTable::searchBucketFor(HashEntry* head, unsigned long key) const {
+    int walked = 0;
+    for (; head != nullptr && head->key != key; head = head->next) ++walked;
+    if (walked > longWalk && index == nullptr) buildIndex();
+    return head;
+}
+
+HashEntry* HashTable::find(unsigned long key) const {
+    if (index == nullptr) return searchBucketFor(buckets[hash(key)], key);
+    HashEntry* entry = index->first(tagOf(key));
+    while (entry != nullptr && entry->key != key) entry = entry->alike;
+    return entry;
+}
+
+// Each chain from its end, so that the first of equal keys, which addElement()
+// lets in, is found first.
+void HashTable::buildIndex() const {
+    index = new fxHashIndex<HashEntry>;
+    index->build(4 * static_cast<unsigned int>(size));
+    for (int i = 0; i < size; ++i) {
+        HashEntry* entry = buckets[i];
+        while (entry != nullptr && entry->next != nullptr) entry = entry->next;
+        for (; entry != nullptr; entry = entry->prev) index->insert(entry);
+    }
+}
+
+void HashTable::linkAtHead(HashEntry* entry) {
+    HashEntry*& head = buckets[hash(entry->key)];
+    entry->prev = nullptr;
+    entry->next = head;
+    if (head != nullptr) head->prev = entry;
+    head = entry;
+}
+
+HashEntry* HashTable::addElement(unsigned long key) {
+    if (count >= 4 * size && level < lastLevel && walks == nullptr) rebuildTable();
+    HashEntry* entry = new HashEntry(key, tagOf(key));
+    linkAtHead(entry);
+    if (index != nullptr) index->insert(entry);
+    if (count < INT_MAX) ++count;
+    return entry;
+}
+
+void HashTable::rebuildTable() {
+    HashEntry** old = buckets;
+    const int oldSize = size;
+    size *= 2;
+    ++level;
+    buckets = new HashEntry*[static_cast<size_t>(size)]();
+    for (int i = 0; i < oldSize; ++i) {
+        for (HashEntry *entry = old[i], *next; entry != nullptr; entry = next) {
+            next = entry->next;
+            linkAtHead(entry);
+        }
+    }
+    delete[] old;
+    // The order of equal keys has turned round; a search makes a new index.
+    delete index;
+    index = nullptr;
+}

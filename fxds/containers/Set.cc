@@ -1,0 +1,152 @@
+#include "fxds/Set.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "fxds/containers/HashContainer.h"
+
+// The mechanism is fxHashCore's. What is left here is the algebra. It walks by
+// registered iterators, so an operand may be the set itself.
+
+typedef fxHashCore<fxSet> Core;
+
+fxSet::fxSet(unsigned int keySize_, unsigned int nBuckets)
+    : buckets(nBuckets != 0 ? nBuckets : Core::defaultChains), count(0), keySize(keySize_) {}
+
+fxSet::fxSet(fxTypeObj& type) : fxXDRObj(type), count(0), keySize(0) {}
+
+fxSet::fxSet(const fxSet& source)
+    : fxXDRObj(source), buckets(source.buckets.length()), count(0), keySize(source.keySize) {
+    for (fxSetIter i(source.begin()); i.notDone(); ++i) {
+        Core::add(*this, source, i.getKey(), nullptr);
+    }
+}
+
+fxSet::fxSet(const fxTmpSet& source) : fxSet(static_cast<const fxSet&>(source)) {}
+
+void fxSet::operator=(const fxSet& other) {
+    if (this == &other) return;
+    Core::clear(*this);
+    if (isEmpty()) {
+        keySize = other.keySize;
+        Core::makeChains(*this, other.buckets.length());
+    }
+    *this |= other;
+}
+
+fxSet::~fxSet() { Core::freeAll(*this); }
+
+fxBool fxSet::xdr(fxTranscriber& transcriber) {
+    return transcriber.xdr(fxXDRObj_type, this, this) && doxdr(transcriber);
+}
+
+fxTypeObj* fxSet::getTypeObj() const { return &fxSet_type; }
+
+void fxSet::add(const void* key) { Core::add(*this, *this, key, nullptr); }
+
+void* fxSet::find(const void* key) const {
+    fxSetBucket* const node = Core::find(*this, key);
+    return node != nullptr ? node->element : nullptr;
+}
+
+void fxSet::remove(const void* key) {
+    fxSetBucket* const node = Core::find(*this, key);
+    if (node != nullptr) Core::remove(*this, node);
+}
+
+void fxSet::operator|=(const fxSet& other) {
+    for (fxSetIter i(other.begin()); i.notDone(); ++i) add(i.getKey());
+}
+
+void fxSet::operator&=(const fxSet& other) {
+    for (fxSetIter i(*this); i.notDone(); ++i) {
+        if (!other.contains(i.getKey())) Core::remove(*this, i.node);
+    }
+}
+
+void fxSet::operator-=(const fxSet& other) {
+    for (fxSetIter i(other.begin()); i.notDone(); ++i) remove(i.getKey());
+}
+
+namespace {
+
+[[noreturn]] void refuse(const char* operation) {
+    std::printf(
+        "Unimplemented operator overloading is called!  fxTmpSet operator%s(fxSet const &)\n",
+        operation);
+    std::fflush(stdout);  // abort() does not
+    std::abort();
+}
+
+}  // namespace
+
+fxTmpSet fxSet::operator|(const fxSet&) const { refuse("|"); }
+
+fxTmpSet fxSet::operator&(const fxSet&) const { refuse("&"); }
+
+fxTmpSet fxSet::operator-(const fxSet&) const { refuse("-"); }
+
+fxSetIter fxSet::begin() const {
+    return fxSetIter(const_cast<fxSet&>(*this));  // only registers itself
+}
+
+void fxSet::cleanup() { Core::clear(*this); }
+
+void fxSet::addIter(fxSetIter* iter) { iters.append(iter); }
+
+void fxSet::removeIter(fxSetIter* iter) { Core::unregister(*this, iter); }
+
+void fxSet::invalidateIters(const fxSetBucket* node) const { Core::invalidate(*this, node); }
+
+bool fxSet::doxdr(fxTranscriber& transcriber) { return Core::transcribe(*this, transcriber); }
+
+fxBool fxSet::xdr(void* object, fxTranscriber& transcriber) {
+    fxSet& self = *static_cast<fxSet*>(object);
+    return transcriber.conclude(self.xdr(transcriber) != 0, self, object);
+}
+
+unsigned long fxSet::hashKey(const void* key) const { return fxHashWords(key, keySize); }
+
+int fxSet::compareKeys(const void* a, const void* b) const { return std::memcmp(a, b, keySize); }
+
+void fxSet::copyKey(const void* from, void* to) const { std::memcpy(to, from, keySize); }
+
+void fxSet::destroyKey(void*) const {}
+
+unsigned long fxSet::fingerprintKey(const void*, unsigned long hash) const { return hash; }
+
+fxSet::Finder* fxSet::finder() const { return Core::findByHooks; }
+
+// Iterator.
+
+fxSetIter::fxSetIter(fxSet& elements) { Core::attach(*this, elements); }
+
+fxSetIter::fxSetIter(const fxSetIter& other) { Core::copy(*this, other); }
+
+fxSetIter::~fxSetIter() { Core::detach(*this); }
+
+void fxSetIter::operator=(fxSet& elements) {
+    Core::detach(*this);
+    Core::attach(*this, elements);
+}
+
+fxSetIter& fxSetIter::operator=(const fxSetIter& other) {
+    if (this == &other) return *this;
+    Core::detach(*this);
+    Core::copy(*this, other);
+    return *this;
+}
+
+fxSetIter& fxSetIter::operator++() {
+    Core::step(*this);
+    return *this;
+}
+
+// Temporary set.
+
+fxTmpSet::fxTmpSet(const fxSet& source) : fxSet(source) {}
+
+fxTmpSet::~fxTmpSet() = default;
+
+bool fxTmpSet::xdrKey(fxTranscriber&, void*) { return false; }

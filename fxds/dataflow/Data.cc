@@ -1,0 +1,44 @@
+#include "fxds/Data.h"
+
+#include <new>
+
+#include "fxds/DataTypes.h"
+#include "fxds/base/FreeLists.h"
+
+fxPool::Block* fxPool::freeBlocks[fxPool::classes] = {};
+
+fxData::fxData(unsigned short type_) : count(0), type(type_) {}
+
+fxData::~fxData() = default;
+
+void* fxData::operator new(size_t size) { return fxPool::allocate(size); }
+
+void fxData::operator delete(void* memory, size_t size) { fxPool::release(memory, size); }
+
+fxBoolData::fxBoolData(unsigned char value_) : fxValueData(fxDT_fxBool, value_) {}
+
+fxIntData::fxIntData(int value_) : fxValueData(fxDT_int, value_) {}
+
+fxLongData::fxLongData(long value_) : fxValueData(fxDT_long, value_) {}
+
+fxFloatData::fxFloatData(float value_) : fxValueData(fxDT_float, value_) {}
+
+fxDoubleData::fxDoubleData(double value_) : fxValueData(fxDT_double, value_) {}
+
+fxCharPtrData::fxCharPtrData(char* text) : fxValueData(fxDT_CharPtr, text) {}
+
+fxCharPtrData::~fxCharPtrData() { ::operator delete(value); }
+
+fxVoidData::fxVoidData() : fxData(fxDT_void) {}
+
+void fxVoidData::deliverTo(void (*function)(), void* closure) {
+    reinterpret_cast<void (*)(void*)>(function)(closure);
+}
+
+void fxVoidData::getValue(unsigned short, void*) {}
+
+char* fxCopyCharPtr(const char* text) {
+    if (text == nullptr) return nullptr;
+    const size_t size = std::strlen(text) + 1;
+    return static_cast<char*>(std::memcpy(::operator new(size), text, size));
+}

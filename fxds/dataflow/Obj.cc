@@ -1,0 +1,118 @@
+#include "fxds/Obj.h"
+
+#include <utility>
+
+#include "fxds/Fatal.h"
+#include "fxds/dataflow/TraceLines.h"
+
+// Properties stand in one array, ascending by tag. Letting go of a property
+// may run anybody's code (destructors of opaque pointers, of shared objects, of
+// boxed values), which may well come back to this object. So a property always
+// leaves the list, or its successor is already in place, before it is released.
+
+namespace {
+
+// Added to the count of an object that is dying, so that properties leading
+// back to it can let go of it without destroying it once more.
+constexpr unsigned long dying = 1ul << 63;
+
+unsigned short tagAt(const fxVoidPtrArray& properties, unsigned int index) {
+    return static_cast<const fxProperty*>(properties[index])->getTag();
+}
+
+}  // namespace
+
+fxObj::~fxObj() {
+    if (properties == nullptr) return;
+    if (fx_traceKinds != 0) fxTraceLines::dying(*this);
+    refCount += dying;
+    // What is released may send: the receiving functions belong to a class whose
+    // destructor has run.
+    if (fxVoidPtrDict* inputs = getInputs()) muteInputs(*inputs);
+    // What is released may set properties anew.
+    while (properties->length() > 0) removeAllProperties();
+    delete std::exchange(properties, nullptr);
+}
+
+void fxObj::subClassMustDefine(char const* method) const {
+    fxFatal("%s: Sub class must define method \"%s\"", className(), method);
+}
+
+int fxObj::compare(fxObj const*) const {
+    subClassMustDefine("compare");
+    return 0;
+}
+
+fxProperty* fxObj::findProperty(unsigned short tag, unsigned int* index) {
+    unsigned int position = 0;
+    fxProperty* found = nullptr;
+    int low = 0;
+    int high = properties != nullptr ? static_cast<int>(properties->length()) - 1 : -1;
+    while (low <= high && found == nullptr) {
+        position = static_cast<unsigned int>((low + high) / 2);
+        const unsigned short here = tagAt(*properties, position);
+        if (tag == here) {
+            found = static_cast<fxProperty*>((*properties)[position]);
+        } else if (tag < here) {
+            high = static_cast<int>(position) - 1;
+        } else {
+            low = static_cast<int>(position) + 1;
+        }
+    }
+    if (index != nullptr) *index = position;
+    return found;
+}
+
+fxProperty* fxObj::findProperty(char const* name, unsigned int* index) {
+    const unsigned short tag = fxProperty::findTag(name);
+    if (tag != fxProperty::noTag) return findProperty(tag, index);
+    if (index != nullptr) *index = 0;
+    return nullptr;
+}
+
+fxObj* fxObj::setProperty(fxProperty* property) {
+    if (properties == nullptr) properties = new fxVoidPtrArray;
+    property->take();
+    unsigned int index;
+    fxProperty* old = findProperty(property->getTag(), &index);
+    if (old != nullptr) {
+        (*properties)[index] = property;
+        old->release();
+        return this;
+    }
+    if (index < properties->length() && tagAt(*properties, index) < property->getTag()) ++index;
+    if (index == properties->length()) {
+        properties->append(property);
+    } else {
+        properties->insert(property, index);
+    }
+    return this;
+}
+
+fxObj* fxObj::removeProperty(unsigned short tag) {
+    unsigned int index;
+    fxProperty* property = findProperty(tag, &index);
+    if (property == nullptr) return this;
+    properties->remove(index, 1);
+    property->release();
+    return this;
+}
+
+fxObj* fxObj::removeProperty(char const* name) { return removeProperty(fxProperty::findTag(name)); }
+
+fxObj* fxObj::removeAllProperties() {
+    if (properties == nullptr) return this;
+    const fxVoidPtrArray released(std::move(*properties));
+    for (unsigned int i = 0; i < released.length(); ++i) {
+        static_cast<fxProperty*>(released[i])->release();
+    }
+    return this;
+}
+
+unsigned int fxObj::getNumberOfProperties() const {
+    return properties != nullptr ? properties->length() : 0;
+}
+
+fxProperty* fxObj::getProperty(unsigned int index) const {
+    return properties != nullptr ? static_cast<fxProperty*>((*properties)[index]) : nullptr;
+}

@@ -1,0 +1,77 @@
+// A list that grows without moving what it holds.
+#ifndef FXDS_DETAIL_CHUNKLIST_H
+#define FXDS_DETAIL_CHUNKLIST_H
+
+#include <cstddef>
+#include <memory>
+#include <utility>
+#include <vector>
+
+// Elements stand in chunks of equal size. Against a vector that doubles, this
+// touches each page of memory once, which is most of what long lists that live
+// for one call cost; and pointers to elements stay good.
+
+template <class T>
+class fxChunkList {
+public:
+    size_t size() const { return count; }
+    bool empty() const { return count == 0; }
+    T& operator[](size_t i) { return chunks[i / chunkItems][i % chunkItems]; }
+    const T& operator[](size_t i) const { return chunks[i / chunkItems][i % chunkItems]; }
+    T& back() { return (*this)[count - 1]; }
+
+    void push_back(const T& item) {
+        if (next == end) addChunk();
+        *next++ = item;
+        ++count;
+    }
+    /// Makes the length `length`; what is added has default values.
+    void resize(size_t length) {
+        while (chunks.size() * chunkItems < length) chunks.emplace_back(new T[chunkItems]);
+        for (size_t i = count; i < length; ++i) (*this)[i] = T();
+        count = length;
+        // A chunk that is left behind empty is found again by addChunk().
+        const size_t last = (length + chunkItems - 1) / chunkItems;
+        next = end = nullptr;
+        if (last == 0) return;
+        end = chunks[last - 1].get() + chunkItems;
+        next = end - (last * chunkItems - length);
+    }
+    /// Calls `use(item)` for each, in order.
+    template <class Use>
+    void each(Use use) const {
+        for (size_t left = count, chunk = 0; left > 0; ++chunk) {
+            const size_t used = left < chunkItems ? left : chunkItems;
+            for (size_t i = 0; i < used; ++i) use(chunks[chunk][i]);
+            left -= used;
+        }
+    }
+    void clear() {
+        chunks.clear();
+        count = 0;
+        next = end = nullptr;
+    }
+    void swap(fxChunkList& other) {
+        chunks.swap(other.chunks);
+        std::swap(count, other.count);
+        std::swap(next, other.next);
+        std::swap(end, other.end);
+    }
+
+private:
+    static constexpr size_t chunkItems = 1024;
+
+    void addChunk() {
+        const size_t chunk = count / chunkItems;
+        if (chunk == chunks.size()) chunks.emplace_back(new T[chunkItems]);
+        next = chunks[chunk].get();
+        end = next + chunkItems;
+    }
+
+    std::vector<std::unique_ptr<T[]>> chunks;
+    size_t count = 0;
+    T* next = nullptr;  // where the next item goes,
+    T* end = nullptr;   // unless its chunk is full
+};
+
+#endif

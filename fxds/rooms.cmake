@@ -1,0 +1,75 @@
+# Which file of the library belongs to which room; lowest room first. A room
+# includes only itself and rooms below it, sources too. Everything else follows
+# from this table: what is compiled, installed and documented, the order of
+# fxds/fxds.h, and the checks of cmake/CheckRooms.cmake, which fail for a file
+# that is missing here and for a name that has no file.
+#
+#   HEADERS  fxds/Name.h         public: what programs include
+#   DETAIL   fxds/detail/Name.h  what public templates need; programs do not name it
+#   PRIVATE  fxds/<room>/Name.h  for sources only; not installed
+#   SOURCES  fxds/<room>/Name.cc
+
+# Failing, assertions, counting and allocation; type records; the abstract
+# transcriber and the abstract stream that it works on.
+fxds_room(base
+  HEADERS Config Counted Fatal RCObj Stream Transcriber TypeObj XDRObj
+  DETAIL Allocate ChunkList
+  PRIVATE FreeLists
+  SOURCES Counted Fatal RCObj Stream Transcriber TypeObj XDRObj)
+
+# The string, and what builds texts.
+fxds_room(text
+  HEADERS StackBuffer Str TempStr
+  SOURCES StackBuffer Str TempStr)
+
+# Arrays, dictionaries and sets, lists, integer tables, atoms, boxes, number
+# ranges.
+fxds_room(containers
+  HEADERS Array BinaryOTDict BoolArray BoundingBox CharArray Dictionary DoubleArray FloatArray
+    GenericList HashTable IndexableList IntArray KeyHooks LongArray NameSpace SeqRangeArray
+    Sequencer Set ShortArray StrArray StrSet StrStrDictionary StubFuncArray TypedArray
+    TypedDictionary TypedSet UnsignedCharArray UnsignedLongArray UnsignedShortArray VoidPtrArray
+    VoidPtrDict
+  DETAIL HashNode ListIterator
+  PRIVATE HashContainer
+  SOURCES Array ArraySort BinaryOTDict BoundingBox Dictionary GenericList HashTable IndexableList
+    KeyHooks NameSpace Sequencer Set StrArray StrSet StrStrDictionary TypedArray VoidPtrDict)
+
+# Byte streams, and object graphs written to them and read from them.
+fxds_room(streams
+  HEADERS BinaryReader BinaryTranscriber BinaryWriter MemoryStream StdioStream TypedStream Xdr
+  PRIVATE ReaderNumbers WriterNumbers
+  SOURCES BinaryReader BinaryTranscriber BinaryWriter MemoryStream StdioStream Xdr)
+
+# Objects with properties, inputs and outputs; values sent at once or queued.
+fxds_room(dataflow
+  HEADERS Channel Converter Data DataTypes Event EventHandler Network Obj Property StrData Trace
+  PRIVATE EventWalk TraceLines
+  SOURCES Channel Converter Data DataTypes Event EventHandler Network Obj ObjChannels Property
+    StrData Trace)
+
+# The select() loop: timers, descriptors, applications.
+fxds_room(loop
+  HEADERS Application Exec SelectHandler Timer Wakeup
+  SOURCES Application Exec SelectHandler Timer Wakeup)
+
+# Regular expressions, text patterns, paths.
+fxds_room(search
+  HEADERS Path PathFunctions RegEx RegExp SLinearPattern SearchList TextPattern
+  PRIVATE RegInternals
+  SOURCES Path PathFunctions RegEx RegExp RegMatch RegParser RegPlan SLinearPattern SearchList
+    TextPattern)
+
+# Start-up, the type records and globals whose order of construction shows,
+# names for debuggers.
+fxds_room(library
+  HEADERS Debug Globals fxds
+  SOURCES Debug GdbTypes Globals StaticOrder)
+
+# Includes of a higher room, each with its reason.
+fxds_exception(base/Transcriber.cc VoidPtrDict "The registry of readers is a dictionary.")
+fxds_exception(base/Transcriber.cc Str "Its keys are strings.")
+fxds_exception(base/Transcriber.cc StackBuffer "Names in stream headers are read into a buffer.")
+fxds_exception(base/Transcriber.cc BinaryWriter "It makes the default writer.")
+fxds_exception(base/TypeObj.cc VoidPtrDict "The registry of types is an fxVoidPtrDict.")
+fxds_exception(base/TypeObj.cc Str "Its keys are strings.")

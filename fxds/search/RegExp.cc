@@ -1,0 +1,185 @@
+#include "fxds/RegExp.h"
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <new>
+
+#include "fxds/search/RegInternals.h"
+
+// The interface around the three parts of the engine: RegParser.cc turns a
+// pattern into nodes, RegPlan.cc nodes into what the matcher works from, and
+// RegMatch.cc matches.
+
+using namespace fxRegProgram;
+
+namespace {
+
+// Fills in what lets a search skip places without entering the matcher. A text
+// that every match contains is looked for only when the expression starts with a
+// repetition, as otherwise the first character already tells much: the longest
+// one of the chain, the last of several.
+void findShortcuts(fxregexp* compiled, bool startsRepeated) {
+    char* const code = reinterpret_cast<char*>(compiled) + offsetof(fxregexp, program);
+    const Program program(code, compiled->programSize_);
+    constexpr size_t branch = 1;
+    if (program.opcode(program.next(branch)) != END) return;  // several alternatives
+    const size_t first = program.following(branch);
+    if (program.opcode(first) == EXACTLY) {
+        compiled->regstart = *program.operand(first);
+    } else if (program.opcode(first) == BOL) {
+        compiled->reganch = 1;
+    }
+    if (!startsRepeated) return;
+    for (size_t node = first; node != 0; node = program.next(node)) {
+        if (program.opcode(node) != EXACTLY) continue;
+        const int length = static_cast<int>(std::strlen(program.operand(node)));
+        if (length < compiled->regmlen) continue;
+        compiled->regmlen = length;
+        compiled->regmust = code + (program.operand(node) - code);
+    }
+}
+
+const char* compile(const char* pattern, fxregexp*& compiled) {
+    if (pattern == nullptr) return "NULL argument";
+    try {
+        std::vector<char> code;
+        bool startsRepeated = false;
+        const char* const why = parse(pattern, code, startsRepeated);
+        if (why != nullptr) return why;
+        compiled = makeBlock(code);
+        if (compiled == nullptr) return "out of space";
+        findShortcuts(compiled, startsRepeated);
+        return nullptr;
+    } catch (const std::bad_alloc&) {
+        return "out of space";
+    }
+}
+
+bool hasMagic(const fxregexp* compiled) {
+    return static_cast<unsigned char>(compiled->program[0]) == magic;
+}
+
+// Where an expansion goes: up to `size` bytes at `dest`, the rest is counted.
+class Expansion {
+public:
+    Expansion(char* dest_, size_t size_) : dest(dest_), size(size_) {}
+
+    void add(const char* text, size_t count) {
+        if (length < size) std::memcpy(dest + length, text, std::min(count, size - length));
+        length += count;
+    }
+    void add(char c) { add(&c, 1); }
+
+    // Adds a group. A group that now holds a terminator is filled up with zeros
+    // from there on, and the result is false.
+    bool addGroup(const char* begin, const char* end) {
+        if (begin == nullptr || end == nullptr) return true;
+        const size_t count = static_cast<size_t>(end - begin);
+        const size_t present = strnlen(begin, count);
+        add(begin, present);
+        for (size_t i = present; i < count; ++i) add('\0');
+        return present == count;
+    }
+
+    // A text that does not fit is cut to leave room for its terminator.
+    void terminate() {
+        if (size != 0) dest[std::min(length, size - 1)] = 0;
+    }
+
+    size_t length = 0;
+
+private:
+    char* const dest;
+    const size_t size;
+};
+
+// The group that the reference at `text` means, -1 when there is none there.
+int groupAt(const char* text) {
+    if (*text == '&') return 0;
+    return text[0] == '\\' && text[1] >= '0' && text[1] <= '9' ? text[1] - '0' : -1;
+}
+
+bool expand(const fxregexp* compiled, const char* text, Expansion& out) {
+    while (*text != 0) {
+        const int group = groupAt(text);
+        if (group >= 0) {
+            if (!out.addGroup(compiled->startp[group], compiled->endp[group])) return false;
+            text += *text == '&' ? 1 : 2;
+        } else {
+            if (*text == '\\' && (text[1] == '\\' || text[1] == '&')) ++text;
+            out.add(*text++);
+        }
+    }
+    out.terminate();
+    return true;
+}
+
+}  // namespace
+
+void fxregerror(const char*) {}
+
+fxregexp* fxregcomp(const char* pattern) {
+    const char* message;
+    return fxregcomp(pattern, &message);
+}
+
+fxregexp* fxregcomp(const char* pattern, const char** message) {
+    FX_ASSERT(message != nullptr);
+    fxregexp* compiled = nullptr;
+    *message = compile(pattern, compiled);
+    if (*message != nullptr) fxregerror(*message);
+    return compiled;
+}
+
+int fxregexec(fxregexp* compiled, const char* subject) {
+    return fxregexec(compiled, subject, subject);
+}
+
+int fxregexec(fxregexp* compiled, const char* subject, const char* from) {
+    if (compiled == nullptr || subject == nullptr || from == nullptr) {
+        fxregerror("NULL parameter");
+        return 0;
+    }
+    std::fill_n(compiled->startp, groupCount, nullptr);
+    std::fill_n(compiled->endp, groupCount, nullptr);
+    const Plan* const plan = hasMagic(compiled) ? planOf(compiled) : nullptr;
+    if (plan == nullptr) {
+        fxregerror("corrupted program");
+        return 0;
+    }
+    if (compiled->regmust != nullptr && std::strstr(from, compiled->regmust) == nullptr) return 0;
+    try {
+        return search(*plan, subject, from, compiled->startp, compiled->endp) ? 1 : 0;
+    } catch (const std::bad_alloc&) {
+        fxregerror("out of space");
+        return 0;
+    }
+}
+
+// The caller vouches for the room, so nothing is cut.
+void fxregsub(const fxregexp* compiled, const char* text, char* dest) {
+    if (dest == nullptr) {
+        fxregerror("NULL parm to regsub");
+        return;
+    }
+    fxregsub(compiled, text, dest, SIZE_MAX);
+}
+
+long fxregsub(const fxregexp* compiled, const char* text, char* dest, size_t size) {
+    if (compiled == nullptr || text == nullptr || (dest == nullptr && size != 0)) {
+        fxregerror("NULL parm to regsub");
+        return -1;
+    }
+    if (!hasMagic(compiled)) {
+        fxregerror("damaged regexp fed to regsub");
+        return -1;
+    }
+    Expansion out(dest, size);
+    if (!expand(compiled, text, out)) {
+        fxregerror("damaged match string");
+        return -1;
+    }
+    return static_cast<long>(out.length);
+}

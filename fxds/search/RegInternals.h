@@ -1,0 +1,127 @@
+// What the compiler of regular expressions and the matcher share.
+#ifndef FXDS_SEARCH_REGINTERNALS_H
+#define FXDS_SEARCH_REGINTERNALS_H
+
+#include <cstddef>
+#include <string>
+#include <vector>
+
+#include "fxds/RegExp.h"
+
+namespace fxRegProgram {
+
+enum Opcode : unsigned char {
+    END = 0,      // success
+    BOL = 1,      // start of the subject
+    EOL = 2,      // end of the subject
+    ANY = 3,      // any one character
+    ANYOF = 4,    // any one character of the operand
+    ANYBUT = 5,   // any one character that is not in the operand
+    BRANCH = 6,   // one alternative; a BRANCH as next node is the next choice
+    BACK = 7,     // goes back to the start of a loop
+    EXACTLY = 8,  // the operand, character by character
+    NOTHING = 9,  // the empty text
+    STAR = 10,    // the one-character node that follows, any number of times
+    PLUS = 11,    // the same, at least once
+    WORDA = 12,   // start of a word
+    WORDZ = 13,   // end of a word
+    OPEN = 20,    // OPEN + n: start of group n
+    CLOSE = 30    // CLOSE + n: end of group n
+};
+
+constexpr int groupCount = 10;          // group 0 is the whole match
+constexpr unsigned char magic = 0234;   // first byte of every program
+constexpr size_t programLimit = 32767;  // offsets have two bytes
+constexpr size_t nodeHead = 3;          // bytes of a node before its operand
+
+/// A program as text, with the reading of its nodes.
+class Program {
+public:
+    Program(const char* code_, size_t size_) : code(code_), size(size_) {}
+
+    unsigned char opcode(size_t node) const { return static_cast<unsigned char>(code[node]); }
+    bool hasText(size_t node) const {
+        const unsigned char op = opcode(node);
+        return op == EXACTLY || op == ANYOF || op == ANYBUT;
+    }
+    const char* operand(size_t node) const { return code + node + nodeHead; }
+    /// The node after this one in its chain, 0 for none.
+    size_t next(size_t node) const;
+    /// The node that follows in memory.
+    size_t following(size_t node) const;
+
+    const char* const code;
+    const size_t size;
+};
+
+/// Parses `pattern` into `code`. Returns the reason when it is faulty, otherwise
+/// null. `startsRepeated`: some alternative starts with `*` or `+`.
+const char* parse(const char* pattern, std::vector<char>& code, bool& startsRepeated);
+
+/// One step of the matcher: a node, decoded, with what helps to be quick.
+/// Steps that only lead on (NOTHING, BACK, a BRANCH without choice) are never
+/// reached: `next` and the like lead past them.
+struct Step {
+    enum Run : unsigned char { ofAny, ofOne, ofAllBut, ofSet };  // what a STAR repeats
+
+    unsigned char op;          // an Opcode; groups without their number
+    unsigned char slot;        // OPEN, CLOSE: index of the recorded position
+    unsigned char setMask;     // of `set`
+    unsigned char followMask;  // of `follow`
+    unsigned char least;       // STAR, PLUS: 0 or 1 repetitions
+    Run run;                   // STAR, PLUS
+    bool isPossessive;         // STAR, PLUS: only the longest run can be followed
+    unsigned char byte;        // EXACTLY: the first; STAR, PLUS: the one byte
+    unsigned short next;       // the step that this one leads to
+    unsigned short body;       // BRANCH: first step of the alternative
+    unsigned short later;      // BRANCH: the next alternative, or `none`
+    unsigned short memory;     // BRANCH, STAR, PLUS: number of what is remembered
+    unsigned int length;       // EXACTLY
+    unsigned int text;         // EXACTLY: offset in the copy of the program
+    // Offsets of tables: table[c] & mask tells whether byte c is in the set.
+    unsigned int set;     // what is matched (ANYOF, ANYBUT, STAR, PLUS)
+    unsigned int follow;  // what can come first in the alternative (BRANCH), or
+                          // behind the repetition (STAR, PLUS)
+    static constexpr unsigned short none = 0xFFFF;
+};
+
+/// How the places are found where a match may start.
+enum class Start : unsigned char { anchored, text, runAndText, byte, set, anywhere };
+
+/// What the matcher works from. It follows the program in the block of the
+/// compiled expression.
+struct Plan {
+    const Step* steps;
+    const unsigned char* tables;
+    const char* program;  // copy of the program, to notice damage
+    size_t programSize;
+    unsigned int start;          // Start::set: offset of a table, with the byte 0 added, so
+                                 // that a search stops at the end
+    unsigned short first;        // step to start with
+    unsigned short startStep;    // Start::text, runAndText: the EXACTLY
+    unsigned short runFirst;     // the STAR or PLUS that every match starts with, or Step::none
+    unsigned short memoryCount;  // number of steps with something to remember
+    Start startKind;
+    unsigned char startMask;
+    unsigned char startByte;
+    bool startsAtEnd;         // Start::set: a match may start at the terminator
+    unsigned char slotCount;  // recorded positions in use
+};
+
+/// Makes the whole block of a compiled expression from its program; null when
+/// memory runs out.
+fxregexp* makeBlock(const std::vector<char>& code);
+
+/// The plan in the block; null when the program was damaged.
+const Plan* planOf(const fxregexp* compiled);
+
+/// Runs the matcher over the subject, for matches that start at `from` or later,
+/// and sets the positions of the match. After
+/// `patience` steps, and some more for a long subject, it starts to remember
+/// where it failed; at once when that is 0. The result does not depend on it.
+bool search(const Plan& plan, const char* subject, const char* from, const char** startp,
+            const char** endp, size_t patience = 4096);
+
+}  // namespace fxRegProgram
+
+#endif

@@ -1,0 +1,338 @@
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <new>
+#include <type_traits>
+
+#include "fxds/search/RegInternals.h"
+
+// The program is the compiled expression as callers can see it; the plan is the
+// same thing laid out for speed. Each node becomes a step of fixed size with its
+// jumps resolved, and each choice learns which bytes can come first, so that the
+// matcher does not enter alternatives that cannot succeed, and does not have to
+// remember them either.
+//
+// A set of bytes is a bit in a table of 256 bytes, eight sets to a table; equal
+// sets are stored once. Byte 0 is the end of the subject: a step that can go on
+// there has it in its set.
+//
+// Block: fxregexp with the program | Plan | steps | tables | copy of the program
+
+namespace fxRegProgram {
+namespace {
+
+struct ByteSet {
+    uint64_t words[4] = {0, 0, 0, 0};
+
+    static ByteSet all() { return ~ByteSet(); }
+    void add(unsigned char c) { words[c >> 6] |= uint64_t{1} << (c & 63); }
+    void remove(unsigned char c) { words[c >> 6] &= ~(uint64_t{1} << (c & 63)); }
+    bool has(unsigned char c) const { return (words[c >> 6] >> (c & 63) & 1) != 0; }
+    int count() const {
+        int sum = 0;
+        for (const uint64_t word : words) sum += __builtin_popcountll(word);
+        return sum;
+    }
+    unsigned char lowest() const {
+        int c = 0;
+        while (!has(static_cast<unsigned char>(c))) ++c;
+        return static_cast<unsigned char>(c);
+    }
+    ByteSet operator~() const {
+        return combine(*this, [](uint64_t a, uint64_t) { return ~a; });
+    }
+    ByteSet operator|(const ByteSet& b) const {
+        return combine(b, [](uint64_t x, uint64_t y) { return x | y; });
+    }
+    ByteSet operator&(const ByteSet& b) const {
+        return combine(b, [](uint64_t x, uint64_t y) { return x & y; });
+    }
+    bool operator==(const ByteSet& b) const {
+        return std::memcmp(words, b.words, sizeof words) == 0;
+    }
+    template <class F>
+    void forEach(F f) const {
+        for (size_t i = 0; i < 4; ++i) {
+            for (uint64_t left = words[i]; left != 0; left &= left - 1) {
+                f(64 * i + static_cast<size_t>(__builtin_ctzll(left)));
+            }
+        }
+    }
+
+private:
+    template <class F>
+    ByteSet combine(const ByteSet& b, F f) const {
+        ByteSet result;
+        for (int i = 0; i < 4; ++i) result.words[i] = f(words[i], b.words[i]);
+        return result;
+    }
+};
+
+// Builds the steps. Nodes are numbered in the order of their places.
+class Planner {
+public:
+    explicit Planner(const std::vector<char>& code) : program(code.data(), code.size()) {
+        number();
+        steps.reserve(nodes.size());
+        firstSets();
+        for (const size_t node : nodes) steps.push_back(stepFor(node));
+        makeStart();
+    }
+
+    size_t bytes() const {
+        return sizeof(Plan) + steps.size() * sizeof(Step) + tables.size() + program.size;
+    }
+    void place(char* block) const;
+
+private:
+    void number();
+    void firstSets();
+    ByteSet firstOf(size_t node, bool followsBack) const;
+    ByteSet firstFrom(size_t node) const { return first[indexOf[node]]; }
+    ByteSet matched(size_t node) const;
+    bool isChoice(size_t node) const {
+        return program.opcode(node) == BRANCH && program.opcode(program.next(node)) == BRANCH;
+    }
+    unsigned short resolve(size_t node) const;
+    Step stepFor(size_t node);
+    void repeatStep(Step& step, size_t node);
+    void makeStart();
+    unsigned int intern(const ByteSet& set, unsigned char& mask);
+
+    const Program program;
+    std::vector<size_t> nodes;            // place of each node
+    std::vector<unsigned short> indexOf;  // and back
+    std::vector<ByteSet> first;           // by index: the bytes that can come next
+    std::vector<Step> steps;
+    std::vector<ByteSet> sets;
+    std::vector<unsigned char> tables;
+    Plan plan{};
+};
+
+void Planner::number() {
+    indexOf.assign(program.size, Step::none);
+    for (size_t node = 1; node < program.size; node = program.following(node)) {
+        indexOf[node] = static_cast<unsigned short>(nodes.size());
+        nodes.push_back(node);
+    }
+}
+
+// Every node but BACK leads to higher places only, so one pass from the end
+// settles all but what follows a BACK. The loop that it goes back to consumes
+// something before it comes to its BACK and so is settled too: a second pass can
+// use that.
+void Planner::firstSets() {
+    first.assign(nodes.size(), ByteSet::all());
+    for (const bool followsBack : {false, true}) {
+        for (size_t i = nodes.size(); i-- > 0;) first[i] = firstOf(nodes[i], followsBack);
+    }
+}
+
+ByteSet Planner::firstOf(size_t node, bool followsBack) const {
+    const size_t next = program.next(node);
+    ByteSet end;
+    end.add(0);
+    switch (program.opcode(node)) {
+        case END:
+            return ByteSet::all();
+        case EOL:
+            return firstFrom(next) & end;
+        case WORDA:
+            return firstFrom(next) & ~end;
+        case BACK:
+            return followsBack ? firstFrom(next) : ByteSet::all();
+        case ANY:
+        case ANYOF:
+        case ANYBUT:
+        case EXACTLY:
+            return matched(node);
+        case PLUS:
+            return matched(program.following(node));
+        case STAR:
+            return matched(program.following(node)) | firstFrom(next);
+        case BRANCH: {
+            const ByteSet body = firstFrom(program.following(node));
+            return isChoice(node) ? body | firstFrom(next) : body;
+        }
+        default:
+            return firstFrom(next);
+    }
+}
+
+// The bytes that a node for one character takes; the first of a text.
+ByteSet Planner::matched(size_t node) const {
+    ByteSet set;
+    const char* operand = program.operand(node);
+    switch (program.opcode(node)) {
+        case ANY:
+            break;
+        case EXACTLY:
+            set.add(static_cast<unsigned char>(*operand));
+            return set;
+        default:
+            while (*operand != 0) set.add(static_cast<unsigned char>(*operand++));
+            if (program.opcode(node) == ANYOF) return set;
+    }
+    set.add(0);
+    return ~set;
+}
+
+// The step to go to for a node: past those that only lead on.
+unsigned short Planner::resolve(size_t node) const {
+    for (;;) {
+        const unsigned char op = program.opcode(node);
+        if (op == NOTHING || op == BACK) {
+            node = program.next(node);
+        } else if (op == BRANCH && !isChoice(node)) {
+            node = program.following(node);
+        } else {
+            return indexOf[node];
+        }
+    }
+}
+
+// The table and the bit of a set. Sets repeat often, mostly soon.
+unsigned int Planner::intern(const ByteSet& set, unsigned char& mask) {
+    constexpr size_t lookBack = 64;
+    size_t number = sets.size();
+    const size_t oldest = number > lookBack ? number - lookBack : 0;
+    while (number > oldest && !(sets[number - 1] == set)) --number;
+    const bool isNew = number == oldest;
+    number = isNew ? sets.size() : number - 1;
+    const size_t table = number / 8 * 256;
+    mask = static_cast<unsigned char>(1U << number % 8);
+    if (isNew) {
+        sets.push_back(set);
+        if (tables.size() <= table) tables.resize(table + 256);
+        set.forEach([this, table, mask](size_t c) { tables[table + c] |= mask; });
+    }
+    return static_cast<unsigned int>(table);
+}
+
+Step Planner::stepFor(size_t node) {
+    Step step{};
+    const unsigned char op = program.opcode(node);
+    step.op = op > CLOSE ? +CLOSE : op > OPEN ? +OPEN : op;
+    step.memory = Step::none;
+    if (op != END) step.next = resolve(program.next(node));
+    if (op == BRANCH) {
+        step.body = resolve(program.following(node));
+        step.later = isChoice(node) ? indexOf[program.next(node)] : Step::none;
+        step.follow = intern(firstFrom(program.following(node)), step.followMask);
+        if (isChoice(node)) step.memory = plan.memoryCount++;
+    } else if (op == STAR || op == PLUS) {
+        repeatStep(step, node);
+    } else if (op == ANYOF || op == ANYBUT) {
+        step.set = intern(matched(node), step.setMask);
+    } else if (op == EXACTLY) {
+        step.length = static_cast<unsigned int>(std::strlen(program.operand(node)));
+        step.text = static_cast<unsigned int>(node + nodeHead);
+        step.byte = static_cast<unsigned char>(*program.operand(node));
+    } else if (op > OPEN) {
+        step.slot = static_cast<unsigned char>(op > CLOSE ? (op - CLOSE) * 2 + 1 : (op - OPEN) * 2);
+        if (step.slot >= plan.slotCount) plan.slotCount = static_cast<unsigned char>(step.slot + 1);
+    }
+    return step;
+}
+
+void Planner::repeatStep(Step& step, size_t node) {
+    const ByteSet set = matched(program.following(node));
+    const ByteSet follow = firstFrom(program.next(node));
+    step.least = program.opcode(node) == PLUS ? 1 : 0;
+    step.set = intern(set, step.setMask);
+    step.follow = intern(follow, step.followMask);
+    step.isPossessive = (set & follow).count() == 0;
+    step.memory = plan.memoryCount++;
+    if (set.count() == 255) {
+        step.run = Step::ofAny;
+    } else if (set.count() == 254) {
+        ByteSet missing = ~set;
+        missing.remove(0);
+        step.run = Step::ofAllBut;
+        step.byte = missing.lowest();
+    } else if (set.count() == 1) {
+        step.run = Step::ofOne;
+        step.byte = set.lowest();
+    } else {
+        step.run = Step::ofSet;
+    }
+}
+
+void Planner::makeStart() {
+    const ByteSet set = first[0];
+    plan.first = resolve(1);
+    const auto skipGroups = [this](unsigned short index) {
+        while (steps[index].op == OPEN || steps[index].op == CLOSE) index = steps[index].next;
+        return index;
+    };
+    const unsigned short leadIndex = skipGroups(plan.first);
+    const Step* const lead = &steps[leadIndex];
+    plan.runFirst = lead->op == STAR || lead->op == PLUS ? leadIndex : Step::none;
+    plan.startStep = plan.runFirst == Step::none ? leadIndex : skipGroups(lead->next);
+    const Step& text = steps[plan.startStep];
+    const bool hasText = text.op == EXACTLY && text.length > 1;
+    if (lead->op == BOL) {
+        plan.startKind = Start::anchored;
+    } else if (hasText) {
+        plan.startKind = plan.runFirst == Step::none ? Start::text : Start::runAndText;
+    } else if (set.count() == 1) {
+        plan.startKind = Start::byte;
+        plan.startByte = set.lowest();
+    } else if (set.count() < 256) {
+        ByteSet stops = set;
+        stops.add(0);
+        plan.startKind = Start::set;
+        plan.startsAtEnd = set.has(0);
+        plan.start = intern(stops, plan.startMask);
+    } else {
+        plan.startKind = Start::anywhere;
+    }
+}
+
+// Copies the plan and what belongs to it to its place in the block.
+void Planner::place(char* block) const {
+    static_assert(sizeof(Plan) % alignof(Step) == 0 && std::is_trivially_copyable_v<Plan> &&
+                  std::is_trivially_copyable_v<Step>);
+    char* const stepsAt = block + sizeof(Plan);
+    char* const tablesAt = stepsAt + steps.size() * sizeof(Step);
+    char* const copyAt = tablesAt + tables.size();
+    std::memcpy(stepsAt, steps.data(), steps.size() * sizeof(Step));
+    if (!tables.empty()) std::memcpy(tablesAt, tables.data(), tables.size());
+    std::memcpy(copyAt, program.code, program.size);
+
+    Plan placed = plan;
+    placed.steps = reinterpret_cast<const Step*>(stepsAt);
+    placed.tables = reinterpret_cast<const unsigned char*>(tablesAt);
+    placed.program = copyAt;
+    placed.programSize = program.size;
+    std::memcpy(block, &placed, sizeof placed);
+}
+
+size_t planOffset(size_t programSize) {
+    constexpr size_t unit = alignof(std::max_align_t);
+    return (sizeof(fxregexp) + programSize + unit - 1) / unit * unit;
+}
+
+}  // namespace
+
+fxregexp* makeBlock(const std::vector<char>& code) {
+    const Planner planner(code);
+    const size_t offset = planOffset(code.size());
+    char* const block = static_cast<char*>(std::calloc(1, offset + planner.bytes()));
+    if (block == nullptr) return nullptr;
+    fxregexp* const compiled = reinterpret_cast<fxregexp*>(block);
+    compiled->programSize_ = static_cast<unsigned short>(code.size());
+    std::memcpy(block + offsetof(fxregexp, program), code.data(), code.size());
+    planner.place(block + offset);
+    return compiled;
+}
+
+const Plan* planOf(const fxregexp* compiled) {
+    const char* const block = reinterpret_cast<const char*>(compiled);
+    const char* const program = block + offsetof(fxregexp, program);
+    const Plan* const plan =
+        reinterpret_cast<const Plan*>(block + planOffset(compiled->programSize_));
+    return std::memcmp(program, plan->program, plan->programSize) == 0 ? plan : nullptr;
+}
+
+}  // namespace fxRegProgram

@@ -1,0 +1,449 @@
+#include "fxds/BinaryWriter.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "fxds/Fatal.h"
+#include "fxds/Str.h"
+#include "fxds/Stream.h"
+#include "fxds/XDRObj.h"
+#include "fxds/base/FreeLists.h"
+#include "fxds/streams/WriterNumbers.h"
+
+// A record, all numbers with the least significant byte first:
+//
+//     1 byte     tag in the low 6 bits, size of the length in the high 2
+//     0 1 2 4    length of the payload; absent when there is none
+//     4 each     the fields of the tag
+//     n + 1      name and zero byte, tag 2 only
+//     length     payload
+//
+// Scalars are staged in the buffer as the payload of the record being built.
+// A pointer ends that record and begins its own, which stays open: scalars that
+// follow become its payload. A full buffer goes out under the record's tag, and
+// what follows under tag 0. Payload that fills whole buffers skips the buffer.
+//
+// What a pointer leads to waits on the stack `pending` and is written when the
+// object that holds the pointer is complete. So a chain of any length needs no
+// recursion, and the stack holds no more than the pointers of one object and
+// of those on the way to it.
+//
+// Types are entered in `table`, where null has the number 0. The many other
+// addresses go into a flat index. While writeObject() runs, records are
+// collected and handed to the stream in large pieces.
+
+namespace {
+
+constexpr size_t batchBytes = size_t{1} << 13;  // stays in the nearest cache
+constexpr unsigned int maxId = 0x7FFFFFFF;
+constexpr unsigned int maxHead = 1 + 4 + 12;  // header, length, fields
+
+char* putWord(char* place, unsigned long word) {
+    for (unsigned int shift = 0; shift < 32; shift += 8) {
+        *place++ = static_cast<char>(word >> shift & 0xFFU);
+    }
+    return place;
+}
+
+// Asks for memory that will be written soon: the beginning of an object or block.
+void fetchSoon(const void* address) {
+    __builtin_prefetch(address);
+    __builtin_prefetch(static_cast<const char*>(address) + 64);
+}
+
+template <class T>
+size_t bytesOf(unsigned int count) {
+    return size_t{count} * sizeof(T);
+}
+
+}  // namespace
+
+fxBinaryWriterItem::fxBinaryWriterItem(const void* address_, fxTypeObj& type_)
+    : kind(object),
+      address(address_),
+      type(&type_),
+      byteCount(0),
+      tag(fxTagObject),
+      sourceBytes(0),
+      id(0) {}
+
+fxBinaryWriterItem::fxBinaryWriterItem(const void* address_, unsigned int byteCount_,
+                                       fxBinaryOTTag tag_, unsigned int sourceBytes_)
+    : kind(block),
+      address(address_),
+      type(nullptr),
+      byteCount(byteCount_),
+      tag(tag_),
+      sourceBytes(sourceBytes_),
+      id(0) {}
+
+fxBinaryWriterItem::~fxBinaryWriterItem() = default;
+
+void* fxBinaryWriterItem::operator new(size_t size) { return fxPool::allocate(size); }
+void fxBinaryWriterItem::operator delete(void* item, size_t size) { fxPool::release(item, size); }
+
+fxBinaryWriter::fxBinaryWriter(fxStream* outStream)
+    : fxTranscriber(outStream, false),
+      nextId(1),
+      tag(fxTagData),
+      fieldA(0),
+      fieldB(0),
+      fieldC(0),
+      fieldD(0),
+      name(nullptr),
+      seen(std::make_unique<fxAddressIndex>()),
+      lastType(nullptr),
+      lastTypeId(0),
+      isBatching(false),
+      batchUsed(0) {
+    table.add(nullptr, 0);
+}
+
+fxBinaryWriter::~fxBinaryWriter() { dropPending(); }
+
+const char* fxBinaryWriter::className() const { return "fxBinaryWriter"; }
+
+void fxBinaryWriter::reset() {
+    for (;;) {
+        const fxBinaryOTDictIter first(table);
+        if (!first.notDone()) break;
+        const void* const key = first.key();
+        table.remove(key);
+    }
+    seen->clear();
+    lastType = nullptr;
+    dropPending();
+}
+
+bool fxBinaryWriter::flush() {
+    if (tag == fxTagData && used == 0) return true;
+    if (!writeRecord(buffer, used)) return false;
+    used = 0;
+    room = bufferBytes;
+    cursor = buffer;
+    return true;
+}
+
+bool fxBinaryWriter::xdr(char* v, unsigned int n) { return writeBytes(v, n); }
+bool fxBinaryWriter::xdr(unsigned char* v, unsigned int n) { return writeBytes(v, n); }
+bool fxBinaryWriter::xdr(short* v, unsigned int n) { return writeBytes(v, bytesOf<short>(n)); }
+bool fxBinaryWriter::xdr(unsigned short* v, unsigned int n) {
+    return writeBytes(v, bytesOf<short>(n));
+}
+bool fxBinaryWriter::xdr(long* v, unsigned int n) { return writeBytes(v, bytesOf<long>(n)); }
+bool fxBinaryWriter::xdr(unsigned long* v, unsigned int n) {
+    return writeBytes(v, bytesOf<long>(n));
+}
+bool fxBinaryWriter::xdr(float* v, unsigned int n) { return writeBytes(v, bytesOf<float>(n)); }
+bool fxBinaryWriter::xdr(double* v, unsigned int n) { return writeBytes(v, bytesOf<double>(n)); }
+
+bool fxBinaryWriter::xdr(fxStr* strings, unsigned int count) {
+    return std::all_of(strings, strings + count, [this](fxStr& s) { return s.xdr(*this) != 0; });
+}
+
+bool fxBinaryWriter::xdr(char** p, unsigned int n) { return writePrimPointer(*p, n, fxTagBytes); }
+bool fxBinaryWriter::xdr(unsigned char** p, unsigned int n) {
+    return writePrimPointer(*p, n, fxTagBytes);
+}
+bool fxBinaryWriter::xdr(short** p, unsigned int n) {
+    return writePrimPointer(*p, bytesOf<short>(n), fxTagShorts);
+}
+bool fxBinaryWriter::xdr(unsigned short** p, unsigned int n) {
+    return writePrimPointer(*p, bytesOf<short>(n), fxTagShorts);
+}
+bool fxBinaryWriter::xdr(long** p, unsigned int n) {
+    return writePrimPointer(*p, bytesOf<long>(n), fxTagLongs);
+}
+bool fxBinaryWriter::xdr(unsigned long** p, unsigned int n) {
+    return writePrimPointer(*p, bytesOf<long>(n), fxTagLongs);
+}
+bool fxBinaryWriter::xdr(float** p, unsigned int n) {
+    return writePrimPointer(*p, bytesOf<float>(n), fxTagFloats);
+}
+bool fxBinaryWriter::xdr(double** p, unsigned int n) {
+    return writePrimPointer(*p, bytesOf<double>(n), fxTagDoubles);
+}
+bool fxBinaryWriter::xdr(char** p) {
+    return writePrimPointer(*p, *p != nullptr ? std::strlen(*p) + 1 : 0, fxTagBytes);
+}
+bool fxBinaryWriter::xdr(unsigned char** p) {
+    char* text = reinterpret_cast<char*>(*p);
+    return xdr(&text);
+}
+bool fxBinaryWriter::xdr(int** p, unsigned int n) { return writeIntPointer(*p, n); }
+bool fxBinaryWriter::xdr(unsigned int** p, unsigned int n) { return writeIntPointer(*p, n); }
+
+bool fxBinaryWriter::xdr(void*, fxXDRObj*, fxTypeObj& declared, fxXDRObj* object, void* address) {
+    if (address == nullptr) return writeNullPointer();
+    seen->prefetch(address);
+    fxTypeObj* const type = object != nullptr ? object->getTypeObj() : &declared;
+    unsigned int typeId = 0;
+    if (type == nullptr || !flush() || !writeType(*type, typeId)) return false;
+    bool isNew = false;
+    const unsigned int id = idOf(address, isNew);
+    fieldA = id;
+    if (isNew) push(new fxBinaryWriterItem(address, *type), id);
+    tag = isNew ? fxTagPointer : fxTagPointerAgain;
+    return id <= maxId;
+}
+
+bool fxBinaryWriter::xdr(fxTypeObj& base, void* derived, void* baseAddress) {
+    if (derived == baseAddress) return true;
+    if (!flush()) return false;
+    const unsigned int id = alreadyWritten(baseAddress);
+    if (id != 0) {
+        fieldA = id;
+        tag = fxTagPartAgain;
+        return true;
+    }
+    fieldA = recordIdForAddress(baseAddress);
+    if (fieldA > maxId) return false;
+    tag = fxTagPart;
+    ++partDepth;
+    const bool isDone = base.xdr(baseAddress, *this) != 0;
+    --partDepth;
+    return isDone;
+}
+
+void* fxBinaryWriter::readObject(fxTypeObj&) {
+    fxFatal("tried to invoke fxBinaryWriter::readObject");
+}
+
+bool fxBinaryWriter::writeObject(void* address, fxXDRObj* object) {
+    if (address == nullptr || object == nullptr || isBatching) return false;
+    fxTypeObj* const type = object->getTypeObj();
+    if (type == nullptr || !flush()) return false;
+    isBatching = true;
+    if (batch == nullptr) batch.reset(new char[batchBytes]);
+    const bool isWritten = queue(new fxBinaryWriterItem(address, *type)) <= maxId && writePending();
+    const bool isSent = sendBatch();
+    isBatching = false;
+    if (isWritten && isSent) return true;
+
+    // What is still pending may be gone when the next object is written.
+    dropPending();
+    tag = fxTagData;
+    used = 0;
+    room = bufferBytes;
+    cursor = buffer;
+    return false;
+}
+
+unsigned int fxBinaryWriter::putHeader(char* place, unsigned int tag, unsigned long payloadBytes) {
+    if (tag > fxTagPartAgain) fxFatal("Whoops!");
+    const unsigned int lengthBytes = payloadBytes == 0        ? 0
+                                     : payloadBytes < 0x100   ? 1
+                                     : payloadBytes < 0x10000 ? 2
+                                                              : 4;
+    const unsigned int lengthCode = lengthBytes == 4 ? 3 : lengthBytes;
+    *place = static_cast<char>(lengthCode << 6U | tag);
+    putWord(place + 1, payloadBytes);
+    return 1 + lengthBytes;
+}
+
+bool fxBinaryWriter::writeBytes(const void* bytes, size_t byteCount) {
+    if (byteCount == sizeof(long) && room > sizeof(long)) {
+        std::memcpy(cursor, bytes, sizeof(long));  // all numbers but shorts and floats
+        cursor += sizeof(long);
+        used += static_cast<unsigned int>(sizeof(long));
+        room -= static_cast<unsigned int>(sizeof(long));
+        return true;
+    }
+    const char* from = static_cast<const char*>(bytes);
+    while (byteCount > 0) {
+        if (used == 0 && byteCount >= bufferBytes) {
+            if (!writeRecord(from, bufferBytes)) return false;
+            from += bufferBytes;
+            byteCount -= bufferBytes;
+            continue;
+        }
+        const unsigned int piece = static_cast<unsigned int>(std::min<size_t>(byteCount, room));
+        std::memcpy(cursor, from, piece);
+        cursor += piece;
+        used += piece;
+        room -= piece;
+        from += piece;
+        byteCount -= piece;
+        if (room == 0 && !flush()) return false;
+    }
+    return true;
+}
+
+unsigned int fxBinaryWriter::alreadyWritten(const void* address) const {
+    return seen->find(address);
+}
+
+unsigned int fxBinaryWriter::recordIdForAddress(const void* address) {
+    seen->set(address, nextId);
+    return nextId++;
+}
+
+unsigned int fxBinaryWriter::queue(fxBinaryWriterItem* item) {
+    return push(item, recordIdForAddress(item->address));
+}
+
+bool fxBinaryWriter::writeType(fxTypeObj& type, unsigned int& id) {
+    if (&type != lastType) {
+        const unsigned long* known = table.find(&type);
+        lastTypeId = known != nullptr ? static_cast<unsigned int>(*known) : 0;
+        lastType = &type;
+    }
+    id = lastTypeId;
+    if (id != 0) return true;
+
+    id = lastTypeId = nextId++;
+    if (id > maxId) return false;
+    table.add(&type, id);
+    tag = fxTagType;
+    fieldB = id;
+    name = type.name;
+    return flush();
+}
+
+bool fxBinaryWriter::writeNullPointer() {
+    if (!flush()) return false;
+    tag = fxTagNull;
+    return true;
+}
+
+bool fxBinaryWriter::writePrimPointer(const void* block, size_t byteCount, fxBinaryOTTag bodyTag) {
+    return writePrimPointer(block, byteCount, bodyTag, byteCount);
+}
+
+// Private functions.
+
+// The id of the address, which is entered under the next one if it is new.
+unsigned int fxBinaryWriter::idOf(const void* address, bool& isNew) {
+    const unsigned int id = seen->findOrSet(address, nextId);
+    isNew = id == nextId;
+    nextId += isNew;
+    return id;
+}
+
+unsigned int fxBinaryWriter::push(fxBinaryWriterItem* item, unsigned int id) {
+    item->id = id;
+    fetchSoon(item->address);
+    const unsigned int length = pending.length();
+    if (length == pending.getMaxLength()) pending.setMaxLength(2 * length + 16);
+    pending.append(item);
+    return id;
+}
+
+bool fxBinaryWriter::writePrimPointer(const void* block, size_t byteCount, fxBinaryOTTag bodyTag,
+                                      size_t sourceBytes) {
+    if (block == nullptr) return writeNullPointer();
+    seen->prefetch(block);
+    if (byteCount > maxBlockBytes || !flush()) return false;
+    bool isNew = false;
+    const unsigned int id = idOf(block, isNew);
+    fieldA = id;
+    if (!isNew) {
+        tag = fxTagBlockAgain;
+        return flush();
+    }
+    fieldD = static_cast<unsigned int>(byteCount);
+    push(new fxBinaryWriterItem(block, fieldD, bodyTag, static_cast<unsigned int>(sourceBytes)),
+         id);
+    tag = fxTagBlock;
+    return id <= maxId;
+}
+
+bool fxBinaryWriter::writeIntPointer(const void* block, unsigned int count) {
+    return writePrimPointer(block, bytesOf<long>(count), fxTagLongs, bytesOf<int>(count));
+}
+
+// Writes the record being built with this payload, of up to a buffer's length.
+// What comes next is data. In a batch the header is put where it belongs.
+bool fxBinaryWriter::writeRecord(const char* payload, unsigned int payloadBytes) {
+    char held[maxHead];
+    if (isBatching && batchBytes - batchUsed < maxHead + bufferBytes && !sendBatch()) return false;
+    char* const head = isBatching ? batch.get() + batchUsed : held;
+    unsigned int length = putHeader(head, tag, payloadBytes);
+    length += putFields(head + length);
+    if (isBatching) {
+        batchUsed += length;
+    } else if (!emit(head, length)) {
+        return false;
+    }
+    if (tag == fxTagType && !emit(name, std::strlen(name) + 1)) return false;
+    if (payloadBytes != 0 && !emit(payload, payloadBytes)) return false;
+    tag = fxTagData;
+    return true;
+}
+
+// Puts the fields of the record being built and returns their length. There is
+// room for 12 bytes, which may all change.
+unsigned int fxBinaryWriter::putFields(char* place) const {
+    putWord(place, tag == fxTagType ? fieldB : fieldA);
+    putWord(place + 4, tag == fxTagObject ? fieldB : fieldD);
+    putWord(place + 8, fieldC);
+    return fieldBytes[tag];
+}
+
+// What is too long for the batch follows it directly.
+bool fxBinaryWriter::emit(const char* bytes, size_t byteCount) {
+    if (isBatching && byteCount > batchBytes - batchUsed && !sendBatch()) return false;
+    if (isBatching && byteCount <= batchBytes) {
+        std::memcpy(batch.get() + batchUsed, bytes, byteCount);
+        batchUsed += byteCount;
+        return true;
+    }
+    return stream != nullptr && stream->isWriting() &&
+           stream->putBytes(bytes, static_cast<unsigned int>(byteCount));
+}
+
+bool fxBinaryWriter::sendBatch() {
+    const unsigned int byteCount = static_cast<unsigned int>(batchUsed);
+    batchUsed = 0;
+    if (stream == nullptr || !stream->isWriting()) return false;
+    return byteCount == 0 || stream->putBytes(batch.get(), byteCount);
+}
+
+fxBinaryWriterItem* fxBinaryWriter::itemAt(unsigned int index) {
+    return static_cast<fxBinaryWriterItem*>(pending[index]);
+}
+
+bool fxBinaryWriter::writePending() {
+    while (pending.length() > 0) {
+        const unsigned int last = pending.length() - 1;
+        const std::unique_ptr<fxBinaryWriterItem> item(itemAt(last));
+        pending.remove(last, 1);
+        // Memory is what costs here: the next item can be on its way meanwhile.
+        if (last > 0) fetchSoon(itemAt(last - 1)->address);
+        if (!writeItem(*item) || !flush()) return false;
+    }
+    return true;
+}
+
+bool fxBinaryWriter::writeItem(const fxBinaryWriterItem& item) {
+    const unsigned int id = item.id;
+    if (item.kind == fxBinaryWriterItem::block) {
+        fieldA = id;
+        return writeBlock(item);
+    }
+    unsigned int typeId = 0;
+    if (!writeType(*item.type, typeId)) return false;
+    tag = fxTagObject;
+    fieldA = id;
+    fieldB = typeId;
+    fieldC = item.type->version;
+    return item.type->xdr(const_cast<void*>(item.address), *this) != 0;
+}
+
+bool fxBinaryWriter::writeBlock(const fxBinaryWriterItem& item) {
+    static constexpr char zeros[bufferBytes] = {};
+    tag = item.tag;
+    fieldD = item.byteCount;
+    if (!writeBytes(item.address, item.sourceBytes)) return false;
+    for (unsigned int left = item.byteCount - item.sourceBytes; left > 0;) {
+        const unsigned int piece = std::min(left, bufferBytes);
+        if (!writeBytes(zeros, piece)) return false;
+        left -= piece;
+    }
+    return true;
+}
+
+void fxBinaryWriter::dropPending() {
+    for (void* item : pending) delete static_cast<fxBinaryWriterItem*>(item);
+    pending.resize(0);
+}

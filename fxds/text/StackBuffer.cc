@@ -1,0 +1,51 @@
+#include "fxds/StackBuffer.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <functional>
+
+#include "fxds/detail/Allocate.h"
+
+// The storage is the buffer in the object until it first grows, and a block
+// of ours from then on; `base` tells which.
+
+fxStackBuffer::fxStackBuffer(unsigned int increment)
+    : next(buffer),
+      end(buffer + inlineBytes),
+      base(buffer),
+      growthIncrement(increment != 0 ? increment : 500) {}
+
+fxStackBuffer::fxStackBuffer(const fxStackBuffer& src) : growthIncrement(src.growthIncrement) {
+    const size_t bytes = src.capacity();
+    base = bytes <= inlineBytes ? buffer : static_cast<char*>(fxNewBlock(bytes));
+    if (src.length() != 0) std::memcpy(base, src.base, src.length());
+    next = base + src.length();
+    end = base + bytes;
+}
+
+fxStackBuffer::~fxStackBuffer() {
+    if (base != buffer) std::free(base);
+}
+
+void fxStackBuffer::grow(unsigned int n) {
+    const size_t used = length();
+    const size_t bytes = fxLengthField(size_t{capacity()} + std::max(n, growthIncrement));
+    if (base == buffer) {
+        base = static_cast<char*>(fxNewBlock(bytes));
+        std::memcpy(base, buffer, used);
+    } else {
+        base = static_cast<char*>(fxGrowBlock(base, bytes));
+    }
+    end = base + bytes;
+    next = base + used;
+}
+
+// The source may lie in the storage that moves.
+void fxStackBuffer::putGrown(const char* s, unsigned int n) {
+    const std::less<> before;
+    const bool inside = !before(s, base) && before(s, next);
+    const size_t offset = inside ? static_cast<size_t>(s - base) : 0;
+    grow(n - static_cast<unsigned int>(end - next));
+    std::memcpy(next, inside ? base + offset : s, n);
+    next += n;
+}

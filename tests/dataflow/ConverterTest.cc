@@ -1,0 +1,221 @@
+// Boxed values, converters and typed channels.
+#include <climits>
+#include <cmath>
+
+#include "tests/support/Dataflow.h"
+
+namespace {
+
+template <class T>
+struct Held {
+    T value{};
+    int calls = 0;
+    static void receive(void* self, T v) {
+        static_cast<Held*>(self)->value = v;
+        ++static_cast<Held*>(self)->calls;
+    }
+    void (*function())() { return reinterpret_cast<void (*)()>(&receive); }
+};
+
+class Values : public Dataflow {};
+
+template <class Data, class T>
+void expectBox(T value, unsigned short type, unsigned int size, const char* name) {
+    Data data(value);
+    EXPECT_EQ(data.getType(), type);
+    EXPECT_EQ(data.getSize(), size);
+    EXPECT_STREQ(data.dataName(), name);
+    EXPECT_EQ(data.count, 0u);
+    T copy{};
+    data.getValue(fxDT_void, &copy);
+    EXPECT_EQ(copy, value);
+    Held<T> held;
+    data.deliverTo(held.function(), &held);
+    EXPECT_EQ(held.value, value);
+}
+
+TEST_F(Values, BoxesHoldAndDeliverTheirKind) {
+    expectBox<fxBoolData, unsigned char>(200, fxDT_fxBool, 1, "TYPE");
+    expectBox<fxIntData, int>(INT_MIN, fxDT_int, 4, "TYPE");
+    expectBox<fxLongData, long>(LONG_MAX, fxDT_long, 8, "TYPE");
+    expectBox<fxFloatData, float>(0.5f, fxDT_float, 4, "TYPE");
+    expectBox<fxDoubleData, double>(-1e300, fxDT_double, 8, "TYPE");
+    EXPECT_EQ(fxVoidData().getSize(), 0u);
+    EXPECT_STREQ(fxVoidData().dataName(), "void");
+    char* text = fxCopyCharPtr("taken over");
+    fxCharPtrData boxed(text);
+    EXPECT_EQ(boxed.value, text);
+    EXPECT_STREQ(boxed.dataName(), "char *");
+    EXPECT_EQ(boxed.getSize(), 8u);
+    fxCharPtrData none(fxCopyCharPtr(nullptr));
+    EXPECT_EQ(none.value, nullptr);
+
+    fxStrData string(fxStr("string"));
+    EXPECT_EQ(string.getType(), fxDT_fxStr);
+    EXPECT_EQ(string.getSize(), sizeof(fxStr));
+    EXPECT_STREQ(string.dataName(), "fxStr");
+    fxStr copy;
+    string.getValue(0, &copy);
+    EXPECT_EQ(copy, "string");
+    fxStrArray names;
+    names.append("a");
+    fxStrArrayData array(names);
+    EXPECT_EQ(array.getType(), fxDT_fxStrArray);
+    EXPECT_STREQ(array.dataName(), "fxStrArray");
+    fxStrArray copies;
+    array.getValue(0, &copies);
+    EXPECT_EQ(copies[0], "a");
+}
+
+// Sends a value through the converter for two types and gives what arrives.
+template <class From, class To>
+To convert(From value) {
+    unsigned short from = fxChannelType<std::remove_reference_t<From>>::type();
+    unsigned short to = fxChannelType<std::remove_reference_t<To>>::type();
+    Held<To> held;
+    fxInputChannel input(to, &held, held.function(), 0);
+    input.take();
+    fxInputChannel* converter = fxConverter::findConverter(from, to);
+    if (converter == nullptr) {
+        ADD_FAILURE() << "no converter from " << from << " to " << to;
+        return held.value;
+    }
+    EXPECT_TRUE(converter->isConverter());
+    EXPECT_EQ(converter->closure, nullptr);
+    converter->take();
+    static_cast<fxConverter*>(converter)->splice(&input);
+    converter->call<From>(value);
+    EXPECT_EQ(held.calls, 1);
+    converter->release();
+    EXPECT_EQ(input.refCount, 1u);
+    return held.value;
+}
+
+TEST_F(Values, NumbersConvert) {
+    EXPECT_EQ((convert<unsigned char, int>(200)), 200);
+    EXPECT_EQ((convert<unsigned char, float>(3)), 3.0f);
+    EXPECT_EQ((convert<unsigned char, double>(255)), 255.0);
+    EXPECT_EQ((convert<int, unsigned char>(256)), 0);
+    EXPECT_EQ((convert<int, unsigned char>(257)), 1);
+    EXPECT_EQ((convert<int, unsigned char>(-1)), 255);
+    EXPECT_EQ((convert<int, float>(-7)), -7.0f);
+    EXPECT_EQ((convert<float, unsigned char>(256.5f)), 0);
+    EXPECT_EQ((convert<float, unsigned char>(257.9f)), 1);
+    EXPECT_EQ((convert<float, double>(0.5f)), 0.5);
+    EXPECT_EQ((convert<float, int>(-2.9f)), -2);
+    EXPECT_EQ((convert<double, unsigned char>(NAN)), 0);
+    EXPECT_EQ((convert<double, float>(1e300)), INFINITY);
+    EXPECT_EQ((convert<double, int>(2147483647.9)), INT_MAX);
+    for (double odd :
+         std::vector<double>{2147483648.0, -2147483649.0, 1e300, -HUGE_VAL, std::nan("")}) {
+        EXPECT_EQ((convert<double, int>(odd)), INT_MIN) << odd;
+    }
+}
+
+class TextEnd : public fxObj {
+public:
+    TextEnd() {
+        addInput<&TextEnd::text>("text");
+        addInput<&TextEnd::string>("string");
+    }
+    void text(const char* value) { seen = value; }
+    void string(const fxStr& value) { seen = value.c_str(); }
+    std::string seen;
+};
+
+// What arrives at an input for text when an output of the value's type sends it.
+template <class T>
+std::string arriving(const T& value, const char* input = "text") {
+    fxObj source;
+    TextEnd end;
+    auto output = source.addOutput<T>("output");
+    source.connect("output", &end, input);
+    output.send(value, fxObj::fxSendNow);
+    return end.seen;
+}
+
+TEST_F(Values, TextConverts) {
+    EXPECT_EQ(arriving(INT_MIN), "-2147483648");
+    EXPECT_EQ(arriving(0.25f), "0.25");
+    EXPECT_EQ(arriving(0.1), "0.1");
+    EXPECT_EQ(arriving(fxStr("as it is")), "as it is");
+    EXPECT_EQ(arriving<const char*>("unchanged"), "unchanged");
+    EXPECT_EQ(arriving<const char*>("both ways", "string"), "both ways");
+    EXPECT_EQ((convert<char*, int>(const_cast<char*>("12abc"))), 12);
+    EXPECT_EQ((convert<char*, int>(const_cast<char*>("abc"))), 0);
+    EXPECT_EQ((convert<char*, int>(nullptr)), 0);
+    EXPECT_EQ((convert<char*, float>(const_cast<char*>("2.5e1"))), 25.0f);
+}
+
+TEST_F(Values, FreshCopiesAndMissingConverters) {
+    fxInputChannel* a = fxConverter::findConverter(fxDT_int, fxDT_fxBool);
+    fxInputChannel* b = fxConverter::findConverter(fxDT_int, fxDT_fxBool);
+    EXPECT_NE(a, b);
+    delete a;
+    b->take();
+    b->release();
+    EXPECT_EQ(fxConverter::findConverter(fxDT_long, fxDT_int), nullptr);
+    EXPECT_EQ(fxConverter::findConverter(fxDT_int, fxDT_double), nullptr);
+
+    fxConverter* newest = fx_theConverters;
+    {
+        fxConverter own(fxDT_int, fxDT_float, reinterpret_cast<void (*)()>(+[](void* in, int v) {
+                            static_cast<fxInputChannel*>(in)->call(static_cast<float>(v) * 2);
+                        }));
+        EXPECT_EQ((convert<int, float>(4)), 8.0f) << "the newest shadows";
+    }
+    EXPECT_EQ(fx_theConverters, newest) << "a destroyed converter leaves the list";
+    EXPECT_EQ((convert<int, float>(4)), 4.0f);
+}
+
+template <class T, class V, class = void>
+constexpr bool canSend = false;
+template <class T, class V>
+constexpr bool canSend<T, V, std::void_t<decltype(fxOutput<T>().send(std::declval<V>()))>> = true;
+
+static_assert(canSend<double, int> && canSend<int, int> && canSend<const char*, const char*>);
+static_assert(!canSend<int, double> && !canSend<bool, float> && !canSend<int, const char*>);
+
+class Gauge : public fxObj {
+public:
+    Gauge() {
+        addInput<&Gauge::setLevel>("level");
+        addInput<&Gauge::setOn>("on");
+        addInput<&Gauge::pulse>("pulse");
+        changed = addOutput<double>("changed");
+    }
+    void setLevel(double value) { level = value; }
+    void setOn(bool value) const noexcept { on = value; }
+    void pulse() noexcept { ++pulses; }
+    double level = 0;
+    mutable bool on = false;
+    int pulses = 0;
+    fxOutput<double> changed;
+};
+
+TEST_F(Values, TypedChannelsDeduceTheirTypes) {
+    Gauge gauge;
+    Gauge feeder;
+    EXPECT_EQ(gauge.getInput("level")->getType(), fxDT_double);
+    EXPECT_EQ(gauge.getInput("on")->getType(), fxDT_fxBool);
+    EXPECT_EQ(gauge.getInput("pulse")->getType(), fxDT_void);
+    for (const char* name : {"level", "on", "pulse"}) feeder.connect("changed", &gauge, name);
+    feeder.changed.send(3, fxObj::fxSendNow);
+    EXPECT_EQ(gauge.level, 3.0);
+    EXPECT_TRUE(gauge.on);
+    EXPECT_EQ(gauge.pulses, 1);
+    feeder.changed.send(4);
+    feeder.changed.send(5, fxObj::fxSendUrgent);
+    distribute();
+    EXPECT_EQ(gauge.level, 4.0);
+    EXPECT_EQ(gauge.pulses, 3);
+    fxObj plain;
+    fxOutput<void> bang = plain.addOutput<void>("bang");
+    plain.connect("bang", &gauge, "pulse");
+    bang.send();
+    bang.send(fxObj::fxSendNow);
+    distribute();
+    EXPECT_EQ(gauge.pulses, 5);
+}
+
+}  // namespace

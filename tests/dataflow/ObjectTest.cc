@@ -1,0 +1,267 @@
+// Counted objects, fatal errors, type records and properties.
+#include "tests/support/Dataflow.h"
+
+namespace {
+
+struct Tracked : fxRCObj {
+    explicit Tracked(int& deaths_) : deaths(deaths_) {}
+    ~Tracked() override { ++deaths; }
+    int& deaths;
+};
+
+template <class Object, class Field>
+long offsetIn(const Object& object, const Field& field) {
+    return reinterpret_cast<const char*>(&field) - reinterpret_cast<const char*>(&object);
+}
+
+TEST(Object, LastHolderDestroysAndCopiesStartUnheld) {
+    int deaths = 0;
+    auto* object = new Tracked(deaths);
+    object->take();
+    object->take();
+    fxRCObj copy(*object);
+    EXPECT_EQ(copy.refCount, 0u);
+    copy.take();
+    copy = *object;
+    EXPECT_EQ(copy.refCount, 1u);
+    object->release();
+    EXPECT_EQ(deaths, 0);
+    object->release();
+    EXPECT_EQ(deaths, 1);
+}
+
+TEST(Object, FatalErrorsPrintOneLineAndAbort) {
+    EXPECT_EXIT(fxFatal("code %d", 5), testing::KilledBySignal(SIGABRT), "^code 5\n$");
+    fxObj plain;
+    EXPECT_DEATH(plain.compare(&plain), "^fxXDRObj: Sub class must define method \"compare\"\n$");
+}
+
+struct Target : Counted {
+    explicit Target(int& deaths_) : deaths(deaths_) {}
+    ~Target() override { ++deaths; }
+    int& deaths;
+};
+
+TEST(Object, CountedPointersShareTheirTarget) {
+    int deaths = 0;
+    {
+        RPtr<Target> a = new Target(deaths);
+        RPtr<Target> b = a;
+        RPtr<Target> c(std::move(a));
+        EXPECT_EQ(b->count, 2);
+        EXPECT_FALSE(a);
+        const RPtr<Target>& same = b;
+        b = same;
+        c = RPtr<Target>();
+        EXPECT_EQ(deaths, 0);
+    }
+    EXPECT_EQ(deaths, 1);
+    { RPtr_base uncounted(new Target(deaths)); }  // from 0 to -1
+    EXPECT_EQ(deaths, 2);
+}
+
+TEST(TypeRecords, NamesLeadToTheLastRecord) {
+    EXPECT_EQ(fxTypeObj::findType("ARRAY"), &fxBoolArray_type);
+    EXPECT_EQ(fxTypeObj::findType("DICT"), &fxStrStrDictionary_type);
+    EXPECT_EQ(fxTypeObj::findType("SET"), &fxStrSet_type);
+    EXPECT_EQ(fxTypeObj::findType(fxStr("fxStr")), &fxStr_type);
+    for (const char* abstractName : {"fxArray", "fxSet", "fxDictionary"}) {
+        ASSERT_NE(fxTypeObj::findType(abstractName), nullptr) << abstractName;
+        EXPECT_EQ(fxTypeObj::findType(abstractName)->newInstance, nullptr) << abstractName;
+    }
+    EXPECT_EQ(fxTypeObj::findType("no such type"), nullptr);
+
+    fxVoidPtrDict* known = std::exchange(fxTypeObj::knownTypes, nullptr);
+    EXPECT_EQ(fxTypeObj::findType("fxStr"), nullptr);
+    fxTypeObj::knownTypes = known;
+
+    static fxTypeObj shadow("fxStr", 2, nullptr, nullptr, nullptr);
+    EXPECT_EQ(fxTypeObj::findType("fxStr"), &shadow);
+    EXPECT_EQ(fxStr_type.version, 1u);
+    fxTypeObj::registerType(&fxStr_type);
+}
+
+TEST(TypeRecords, EveryRecordMakesAndDestroysItsClass) {
+    for (fxTypeObj* type :
+         {&fxXDRObj_type, &fxStrSet_type, &fxStrStrDictionary_type, &fxStrArray_type,
+          &fxBoolArray_type, &fxCharArray_type, &fxUnsignedCharArray_type, &fxShortArray_type,
+          &fxUnsignedShortArray_type, &fxIntArray_type, &fxLongArray_type,
+          &fxUnsignedLongArray_type, &fxFloatArray_type, &fxDoubleArray_type}) {
+        auto* object = static_cast<fxXDRObj*>(type->newInstance(*type));
+        EXPECT_EQ(object->getTypeObj(), type) << type->name;
+        type->deleteInstance(object);
+        type->deleteInstance(nullptr);
+    }
+}
+
+// What is registered under its address has no copies.
+template <class... Classes>
+constexpr bool haveNoCopies = (... && !(std::is_copy_constructible_v<Classes> ||
+                                        std::is_copy_assignable_v<Classes>));
+static_assert(haveNoCopies<fxTypeObj, fxOrderedGlobal, fxGlobalOrder, fxConverter, fxInputChannel,
+                           fxOutputChannel, fxProperty, fxData, fxIntData, fxEventQueue, fxTimer,
+                           fxExec, fxWakeup>);
+
+TEST(TypeRecords, LayoutsAreFixed) {
+    EXPECT_EQ(sizeof(fxRCObj), 16u);
+    EXPECT_EQ(sizeof(fxXDRObj), 16u);
+    EXPECT_EQ(sizeof(fxObj), 24u);
+    EXPECT_EQ(offsetof(fxTypeObj, version), 8u);
+    EXPECT_EQ(offsetof(fxTypeObj, newInstance), 16u);
+    EXPECT_EQ(offsetof(fxTypeObj, deleteInstance), 24u);
+    EXPECT_EQ(offsetof(fxTypeObj, xdr), 32u);
+    const fxInputChannel input(fxDT_void, nullptr, nullptr, 0);
+    EXPECT_EQ(offsetIn(input, input.closure), 0);
+    EXPECT_EQ(offsetIn(input, input.function), 8);
+    EXPECT_EQ(offsetIn(input, input.pending), 24);
+    EXPECT_EQ(offsetIn(input, input.refCount), 32);
+    EXPECT_EQ(sizeof(fxProperty), 40u);
+    EXPECT_EQ(sizeof(fxSeqRange), 8u);
+    EXPECT_EQ(offsetof(fxOrderedGlobal, cleanup), 8u);
+    EXPECT_EQ(offsetof(fxOrderedGlobal, deps), 16u);
+}
+
+class Properties : public Dataflow {
+protected:
+    static unsigned short tag(int offset) {
+        static const unsigned short first = [] {
+            const unsigned short tag0 = fxProperty::allocNewTag("test property");
+            for (int i = 1; i < 10; ++i) fxProperty::allocNewTag("test property");
+            return tag0;
+        }();
+        return static_cast<unsigned short>(first + offset);
+    }
+};
+
+TEST_F(Properties, TagsAreHandedOutOnceAndFoundByTheirFirstName) {
+    const unsigned short first = fxProperty::allocNewTag("twice");
+    EXPECT_EQ(fxProperty::allocNewTag("twice"), first + 1);
+    EXPECT_EQ(fxProperty::findTag("twice"), first);
+    EXPECT_EQ(fxProperty::findTag("never allocated"), 65535);
+    EXPECT_EQ((*fx_propertyNames)[first + 1u], "twice");
+
+    fxStrArray* names = std::exchange(fx_propertyNames, nullptr);
+    EXPECT_EQ(fxProperty::findTag("twice"), 65535);
+    const unsigned short next = fxProperty::allocNewTag("after");  // makes a table of its own
+    EXPECT_EQ(next, first + 2);
+    EXPECT_EQ(fx_propertyNames->length(), next + 1u);
+    fxProperty::destroyPropertyNames();
+    EXPECT_EQ(fx_propertyNames, nullptr);
+    fx_propertyNames = names;
+}
+
+TEST_F(Properties, AreFoundWithTheirIndex) {
+    fxObj object;
+    EXPECT_EQ(object.getNumberOfProperties(), 0u);
+    EXPECT_EQ(object.getProperty(0), nullptr);
+    unsigned int index = 77;
+    EXPECT_EQ(object.findProperty(tag(1), &index), nullptr);
+    EXPECT_EQ(index, 0u);
+    index = 77;
+    EXPECT_EQ(object.findProperty("no such name", &index), nullptr);
+    EXPECT_EQ(index, 0u);
+    for (int offset : {5, 1, 3}) object.setProperty(new fxProperty(tag(offset), 7l));
+    EXPECT_EQ(object.findProperty(tag(3), &index)->getAsLong(), 7);
+    EXPECT_EQ(index, 1u);
+    EXPECT_EQ(object.removeProperty(tag(2))->removeAllProperties(), &object);
+    EXPECT_EQ(object.getNumberOfProperties(), 0u);
+    object.setProperty(new fxProperty(tag(4), true));  // into a list that was emptied
+    EXPECT_EQ(object.getNumberOfProperties(), 1u);
+}
+
+TEST_F(Properties, KindsKeepAndReleaseTheirValues) {
+    EXPECT_EQ(fxProperty(0, true).getType(), fxDT_fxBool);
+    EXPECT_EQ(fxProperty(0, 5).getType(), fxDT_long);
+    EXPECT_EQ(fxProperty(0, 2.5).getAsDouble(), 2.5);
+    EXPECT_EQ(fxProperty(0, fxStr("s")).getAsStr(), "s");
+    EXPECT_EQ(fxProperty(0, "text").getType(), fxDT_fxStr);
+    EXPECT_EQ(fxProperty(0, true).getAsLong(), 1) << "the rest of the slot is zero";
+
+    EXPECT_STREQ(fxDataTypeName(500), "type 500") << "one of the application's";
+
+    fxProperty truth(0, true);
+    truth.setAsBool(0);
+    EXPECT_EQ(truth.getAsLong(), 0);
+    fxProperty number(0, 5);
+    number.setAsLong(-7);
+    EXPECT_EQ(number.getAsLong(), -7);
+    fxProperty real(0, 2.5);
+    real.setAsDouble(-0.5);
+    EXPECT_EQ(real.getAsDouble(), -0.5);
+    fxProperty string(0, fxStr("s"));
+    string.setAsStr("longer");
+    EXPECT_EQ(string.getAsStr(), "longer");
+    string.cleanup();
+    string.setAsStr("anew");
+    EXPECT_EQ(string.getAsStr(), "anew");
+
+    fxProperty text(0, fxCopyCharPtr("one"), 1);
+    text.setAsCharPtr(text.getAsCharPtr(), 1);
+    text.setAsCharPtr(fxCopyCharPtr("two"), 1);
+    text.setAsCharPtr("borrowed", 0);
+    EXPECT_STREQ(text.getAsCharPtr(), "borrowed");
+
+    static int destroyed;
+    destroyed = 0;
+    fxProperty opaque(0, &destroyed, [](void* p) { ++*static_cast<int*>(p); });
+    opaque.setAsVoidPtr(&destroyed, opaque.getDestructor());
+    EXPECT_EQ(destroyed, 1);
+    opaque.cleanup();
+    opaque.cleanup();
+    EXPECT_EQ(destroyed, 2);
+
+    auto* data = new CountedData(3);
+    fxProperty boxed(0, data);
+    EXPECT_EQ(boxed.getType(), fxDT_int);
+    boxed.setAsData(data);
+    EXPECT_EQ(data->count, 1u);
+    boxed.setAsData(new CountedData(4));
+    EXPECT_EQ(CountedData::alive, 1);
+}
+
+TEST_F(Properties, SettingWhatIsSetChangesNothing) {
+    fxObj holder;
+    auto* property = new fxProperty(tag(0), new Node);
+    holder.setProperty(property);
+    holder.setProperty(property);
+    EXPECT_EQ(property->refCount, 1u);
+    property->setAsObjPtr(property->getAsObjPtr());
+    EXPECT_EQ(Node::alive, 1);
+}
+
+TEST_F(Properties, CyclesAndCallbacksDestroyEverythingOnce) {
+    auto* a = new Node;
+    auto* b = new Node;
+    a->setProperty(new fxProperty(tag(0), b));
+    b->setProperty(new fxProperty(tag(0), a));
+    a->setProperty(new fxProperty(tag(1), a));
+    a->feed(*b);
+    b->feed(*a);
+    delete a;
+    EXPECT_EQ(Node::alive, 0);
+
+    // A destructor that sets the property anew while the object dies.
+    static int calls;
+    calls = 0;
+    auto* host = new fxObj;
+    fxProperty::Destructor* again = [](void* p) {
+        auto* object = static_cast<fxObj*>(p);
+        EXPECT_EQ(object->findProperty(tag(3)), nullptr) << "all left before one was released";
+        ++calls;
+        object->setProperty(new fxProperty(tag(2), p, [](void*) { ++calls; }));
+    };
+    host->setProperty(new fxProperty(tag(2), host, again));
+    host->setProperty(new fxProperty(tag(3), 1));
+    delete host;
+    EXPECT_EQ(calls, 2);
+
+    // One that looks at the property which takes its place.
+    fxObj object;
+    fxProperty::Destructor* look = [](void* p) {
+        EXPECT_EQ(static_cast<fxObj*>(p)->findProperty(tag(2))->getAsLong(), 5);
+    };
+    object.setProperty(new fxProperty(tag(2), &object, look));
+    object.setProperty(new fxProperty(tag(2), 5));
+}
+
+}  // namespace

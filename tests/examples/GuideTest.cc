@@ -1,0 +1,91 @@
+// The pages that teach show programs that we build, and what these print.
+#include <gtest/gtest.h>
+
+#include <ostream>
+#include <vector>
+
+#include "tests/support/RunProgram.h"
+
+namespace {
+
+struct Page {
+    const char* name;  // the file, in the source tree
+    const char* program;
+    std::vector<const char*> sources;  // in examples/, whose code the page shows
+    unsigned int codeBlocks;           // at least so many
+};
+
+void PrintTo(const Page& page, std::ostream* out) { *out << page.name; }
+
+const Page pages[] = {
+    {"README.md", "quickstart", {"quickstart.cc"}, 1},
+    {"docs/guide/1-objects.md", "guide/guide_step1", {"guide/House.h", "guide/step1.cc"}, 4},
+    {"docs/guide/2-sending.md", "guide/guide_step2", {"guide/Vent.h", "guide/step2.cc"}, 4},
+    {"docs/guide/3-loop.md", "guide/guide_step3", {"guide/Station.h", "guide/step3.cc"}, 4},
+    {"docs/guide/4-properties.md", "guide/guide_step4", {"guide/Settings.h", "guide/step4.cc"}, 4},
+    {"docs/guide/5-saving.md",
+     "guide/guide_step5",
+     {"guide/Journal.h", "guide/Journal.cc", "guide/step5.cc"},
+     4},
+    {"docs/guide/6-searching.md", "guide/guide_step6", {"guide/Search.h", "guide/step6.cc"}, 4},
+    // Its program has a test of its own.
+    {"docs/guide/saving.md", nullptr, {"guide/Files.h", "saving.cc"}, 7},
+};
+
+/// What stands in the page between fences of this language.
+std::vector<std::string> blocksOf(const std::string& page, const std::string& language) {
+    std::vector<std::string> blocks;
+    const std::string fence = "```" + language + "\n";
+    for (size_t at = 0; (at = page.find(fence, at)) != std::string::npos;) {
+        at += fence.size();
+        const size_t end = page.find("```", at);
+        if (end == std::string::npos) break;
+        blocks.push_back(page.substr(at, end - at));
+        at = end + 3;
+    }
+    return blocks;
+}
+
+class Guide : public ::testing::TestWithParam<Page> {
+protected:
+    const std::string text = contents(FXDS_SOURCE_DIR "/" + std::string(GetParam().name));
+};
+
+TEST_P(Guide, ShowsTheProgramThatWeBuild) {
+    std::string program;
+    for (const char* source : GetParam().sources) {
+        const std::string part = contents(FXDS_SOURCE_DIR "/examples/" + std::string(source));
+        EXPECT_FALSE(part.empty()) << source;
+        program += part;
+    }
+    const std::vector<std::string> blocks = blocksOf(text, "cpp");
+    EXPECT_GE(blocks.size(), GetParam().codeBlocks);
+    for (const std::string& block : blocks) {
+        EXPECT_NE(program.find(block), std::string::npos) << block;
+    }
+}
+
+TEST_P(Guide, ShowsWhatTheProgramPrints) {
+    std::string shown;
+    for (const std::string& block : blocksOf(text, "text")) shown += block;
+    if (GetParam().program == nullptr) return;
+    int status = -1;
+    EXPECT_EQ(outputOf(FXDS_EXAMPLES "/" + std::string(GetParam().program), status), shown);
+    EXPECT_EQ(status, 0);
+}
+
+INSTANTIATE_TEST_SUITE_P(Pages, Guide, ::testing::ValuesIn(pages),
+                         [](const auto& page) { return "Page" + std::to_string(page.index); });
+
+// A reader gets from the first page to the last.
+TEST(GuideIndex, LeadsToEveryPage) {
+    const std::string index = contents(FXDS_SOURCE_DIR "/docs/guide/README.md");
+    const std::string folder = "docs/guide/";
+    for (const Page& page : pages) {
+        const std::string name = page.name;
+        if (name.rfind(folder, 0) != 0) continue;
+        EXPECT_NE(index.find("](" + name.substr(folder.size()) + ")"), std::string::npos) << name;
+    }
+}
+
+}  // namespace

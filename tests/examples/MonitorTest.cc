@@ -1,0 +1,435 @@
+// The monitor, run as a user would: with pipes, and on a terminal.
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <pty.h>
+#include <signal.h>
+#include <stdlib.h>
+#include <sys/ioctl.h>
+#include <sys/wait.h>
+#include <termios.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstring>
+#include <filesystem>
+#include <initializer_list>
+#include <string>
+#include <vector>
+
+#include "tests/support/RunProgram.h"
+#include "tests/support/Surroundings.h"
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+// Nothing here takes long; this only ends a test that would wait for ever.
+constexpr auto patience = std::chrono::seconds(30);
+
+// A directory with what the kernel would tell.
+class FakeProc {
+    const TestDirectory room;
+
+public:
+    FakeProc() {
+        room.directory("net");
+        writeStat(100, 200);
+        write("meminfo",
+              "MemTotal:  8388608 kB\nMemFree: 9 kB\nMemAvailable:  2097152 kB\n"
+              "SwapTotal: 1000 kB\nSwapFree:  400 kB\n");
+        write("loadavg", "0.52 0.40 0.30 2/345 6789\n");
+        write("net/dev",
+              "Inter-|   Receive  |  Transmit\n face |bytes packets|bytes packets\n"
+              "    lo:  900 1 0 0 0 0 0 0  900 1 0 0 0 0 0 0\n"
+              "  eth0: 5000 1 0 0 0 0 0 0 7000 1 0 0 0 0 0 0\n");
+    }
+
+    // At once, so that the monitor never sees half of a file.
+    void write(const std::string& name, const std::string& text) const {
+        std::filesystem::rename(room.file("new", text), directory + "/" + name);
+    }
+    void writeStat(int busy, int idle) const {
+        write("stat", "cpu  " + std::to_string(busy) + " 0 0 " + std::to_string(idle) + "\n");
+    }
+
+    const std::string directory = room.path;
+};
+
+// A running monitor with its output on a pipe or on a terminal of its own.
+class Session {
+public:
+    enum Kind { pipes, terminal };
+
+    Session(Kind kind, std::vector<std::string> arguments) {
+        if (kind == terminal) {
+            const winsize size = {24, 80, 0, 0};
+            EXPECT_EQ(0, openpty(&ours, &theirs, nullptr, nullptr, &size));
+            errorEnd = -1;
+        } else {
+            int ends[2];
+            EXPECT_EQ(0, pipe2(ends, O_CLOEXEC));
+            ours = ends[0];
+            theirs = ends[1];
+            EXPECT_EQ(0, pipe2(ends, O_CLOEXEC));
+            errorEnd = ends[0];
+            theirErrors = ends[1];
+        }
+        arguments.insert(arguments.begin(), MONITOR_PATH);
+        process = fork();
+        if (process == 0) become(kind, arguments);
+        // The terminal stays open here, so that it can be looked at afterwards.
+        if (kind == pipes) close(theirs);
+        if (kind == pipes) close(theirErrors);
+    }
+    ~Session() {
+        if (process > 0) {
+            kill(process, SIGKILL);
+            waitpid(process, nullptr, 0);
+        }
+        close(ours);
+        if (errorEnd < 0) close(theirs);
+        if (errorEnd >= 0) close(errorEnd);
+    }
+
+    // Reads until the text has come since the last call; false when it never does.
+    bool sees(const std::string& text) {
+        const auto deadline = Clock::now() + patience;
+        while (output.find(text, seen) == std::string::npos) {
+            if (Clock::now() > deadline || !readSome(ours, output)) return false;
+        }
+        seen = output.find(text, seen) + text.size();
+        return true;
+    }
+
+    // Waits for the end and returns the status as waitpid() has it.
+    int end() {
+        const auto deadline = Clock::now() + patience;
+        int status = -1;
+        pid_t ended = 0;
+        while (ended == 0 && Clock::now() < deadline) {
+            ended = waitpid(process, &status, WNOHANG);
+            if (ended == 0) readSome(ours, output, 20);
+        }
+        if (ended != 0) process = 0;
+        while (readSome(ours, output, 0)) {
+        }
+        while (errorEnd >= 0 && readSome(errorEnd, errors, 0)) {
+        }
+        return status;
+    }
+
+    void type(const char* keys) const {
+        EXPECT_EQ(static_cast<ssize_t>(std::strlen(keys)), write(ours, keys, std::strlen(keys)));
+    }
+
+    termios attributes() const {
+        termios result = {};
+        EXPECT_EQ(0, tcgetattr(theirs, &result));
+        return result;
+    }
+
+    int ours = -1;    // the reading end, or the terminal's master
+    int theirs = -1;  // the terminal itself
+    pid_t process = 0;
+    std::string output;
+    std::string errors;
+
+private:
+    [[noreturn]] void become(Kind kind, const std::vector<std::string>& arguments) {
+        if (kind == terminal) {
+            setsid();
+            ioctl(theirs, TIOCSCTTY, 0);
+            dup2(theirs, STDIN_FILENO);
+            dup2(theirs, STDERR_FILENO);
+            close(ours);
+        } else {
+            dup2(open("/dev/null", O_RDONLY), STDIN_FILENO);
+            dup2(theirErrors, STDERR_FILENO);
+        }
+        dup2(theirs, STDOUT_FILENO);
+        setenv("TERM", "xterm", 1);
+        setenv("LC_ALL", "C", 1);
+        std::vector<char*> words;
+        for (const std::string& word : arguments) words.push_back(const_cast<char*>(word.c_str()));
+        words.push_back(nullptr);
+        execv(words[0], words.data());
+        _exit(127);
+    }
+
+    static bool readSome(int from, std::string& into, int waitMs = 100) {
+        pollfd ready = {from, POLLIN, 0};
+        if (poll(&ready, 1, waitMs) <= 0) return waitMs > 0;
+        char part[4096];
+        const ssize_t count = read(from, part, sizeof part);
+        if (count <= 0) return false;
+        into.append(part, static_cast<size_t>(count));
+        return true;
+    }
+
+    int errorEnd = -1;  // -1: on a terminal
+    int theirErrors = -1;
+    size_t seen = 0;
+};
+
+struct Result {
+    int exitCode;
+    std::string output;
+    std::string errors;
+};
+
+Result run(const std::vector<std::string>& arguments) {
+    Session session(Session::pipes, arguments);
+    const int status = session.end();
+    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, session.output, session.errors};
+}
+
+long countLines(const std::string& text) { return std::count(text.begin(), text.end(), '\n'); }
+
+bool has(const std::string& text, const std::string& part) {
+    return text.find(part) != std::string::npos;
+}
+
+std::vector<std::string> onFake(const FakeProc& proc, std::vector<std::string> more = {}) {
+    more.insert(more.end(), {"--proc", proc.directory, "--interval", "0.02"});
+    return more;
+}
+
+bool sameAttributes(const termios& a, const termios& b) {
+    return a.c_iflag == b.c_iflag && a.c_oflag == b.c_oflag && a.c_cflag == b.c_cflag &&
+           a.c_lflag == b.c_lflag && std::memcmp(a.c_cc, b.c_cc, sizeof a.c_cc) == 0;
+}
+
+bool endsWith(const std::string& text, const std::string& end) {
+    return text.size() >= end.size() && text.substr(text.size() - end.size()) == end;
+}
+
+const char terminalGivenBack[] = "\33[?25h\33[?1049l";
+
+}  // namespace
+
+TEST(MonitorLines, AsManyAsAskedEachWithEveryQuantity) {
+    FakeProc proc;
+    const Result result = run(onFake(proc, {"--samples", "3"}));
+    EXPECT_EQ(0, result.exitCode);
+    EXPECT_EQ("", result.errors);
+    EXPECT_EQ(3, countLines(result.output));
+    EXPECT_TRUE(has(result.output,
+                    "  cpu -  memory 75.0%  swap 60.0%!  load 0.52  net in 0 B/s"
+                    "  net out 0 B/s\n"))
+        << result.output;
+    EXPECT_EQ(5, countLines(run({"--interval", "0.02"}).output)) << "when it is no terminal";
+}
+
+TEST(MonitorLines, RatesAndAlarmsFollowTheMachine) {
+    FakeProc proc;
+    Session session(Session::pipes, onFake(proc, {"--samples", "1000000"}));
+    ASSERT_TRUE(session.sees("cpu -"));
+    proc.writeStat(195, 205);  // 95 of 100 ticks since
+    ASSERT_TRUE(session.sees("cpu 95.0%!"));
+    proc.writeStat(280, 220);  // 85: still above where the alarm ends
+    ASSERT_TRUE(session.sees("cpu 85.0%!"));
+    proc.writeStat(290, 310);
+    ASSERT_TRUE(session.sees("cpu 10.0% "));
+    proc.writeStat(0, 100);  // the counters start again: no rate, no nonsense
+    for (int i = 0; i < 3; ++i) ASSERT_TRUE(session.sees("cpu 10.0% "));
+    proc.writeStat(50, 150);
+    ASSERT_TRUE(session.sees("cpu 50.0% "));
+    EXPECT_FALSE(has(session.output, "cpu -9"));
+
+    kill(session.process, SIGTERM);
+    const int status = session.end();
+    EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGTERM) << status;
+}
+
+TEST(MonitorLines, MissingAndStrangeFilesSwitchOffTheirSamplerOnly) {
+    FakeProc proc;
+    std::filesystem::remove(proc.directory + "/net/dev");
+    proc.write("stat", "intr 0\n");
+    const Result result = run(onFake(proc, {"--samples", "2"}));
+    EXPECT_EQ(0, result.exitCode);
+    EXPECT_EQ(2, countLines(result.output));
+    EXPECT_TRUE(has(result.output, "cpu -  memory 75.0%")) << result.output;
+    EXPECT_TRUE(has(result.output, "net in -  net out -\n")) << result.output;
+    EXPECT_EQ(2, countLines(result.errors)) << result.errors;  // said once, not every time
+    EXPECT_TRUE(has(result.errors, "network is off: ")) << result.errors;
+    EXPECT_TRUE(has(result.errors, "/net/dev: No such file or directory\n")) << result.errors;
+    EXPECT_TRUE(has(result.errors, "cpu is off: ")) << result.errors;
+
+    EXPECT_EQ(0, run({"--proc", "/nowhere", "--samples", "1", "--interval", "0.02"}).exitCode);
+}
+
+TEST(MonitorRecording, ReplaysWhatWasShown) {
+    FakeProc proc;
+    const std::string file = proc.directory + "/recording";
+    const Result recorded = run(onFake(proc, {"--samples", "3", "--record", file}));
+    EXPECT_EQ(0, recorded.exitCode) << recorded.errors;
+    const Result replayed = run({"--replay", file});
+    EXPECT_EQ(0, replayed.exitCode) << replayed.errors;
+    EXPECT_EQ(recorded.output, replayed.output);  // times and alarms, too
+    EXPECT_TRUE(has(replayed.output, "swap 60.0%!")) << replayed.output;
+    EXPECT_EQ(2, countLines(run({"--replay", file, "--samples", "2"}).output));
+
+    Session session(Session::terminal, {"--replay", file, "--interval", "0.01"});
+    EXPECT_TRUE(session.sees("end of the recording"));
+    EXPECT_TRUE(session.sees("PAUSED  smoothing off  sample 3"));
+    session.type("q");
+    EXPECT_EQ(0, session.end());
+}
+
+TEST(MonitorRecording, AKeySavesAndSoDoesASignal) {
+    FakeProc proc;
+    const std::string file = proc.directory + "/recording";
+    Session session(Session::terminal, onFake(proc, {"--record", file}));
+    ASSERT_TRUE(session.sees("sample 2"));
+    session.type("w");
+    ASSERT_TRUE(session.sees("saved "));
+    EXPECT_LE(2, countLines(run({"--replay", file}).output));
+    std::filesystem::remove(file);
+    kill(session.process, SIGTERM);
+    session.end();
+    EXPECT_LE(2, countLines(run({"--replay", file}).output));
+}
+
+TEST(MonitorRecording, DamagedFilesGetOneLineAndStatus1) {
+    FakeProc proc;
+    const std::string file = proc.directory + "/recording";
+    const std::string damaged = proc.directory + "/damaged";
+    ASSERT_EQ(0, run(onFake(proc, {"--samples", "2", "--record", file})).exitCode);
+    const std::string bytes = contents(file);
+    ASSERT_LT(100U, bytes.size());
+    for (size_t length = 0; length < bytes.size(); length += 23) {
+        proc.write("damaged", bytes.substr(0, length));
+        const Result result = run({"--replay", damaged});
+        EXPECT_EQ(1, result.exitCode) << length;
+        EXPECT_EQ("monitor: " + damaged + " is damaged or no recording\n", result.errors);
+        EXPECT_EQ("", result.output);
+    }
+    for (size_t at = 0; at < bytes.size(); at += 11) {
+        std::string flipped = bytes;
+        flipped[at] = static_cast<char>(flipped[at] ^ 0x41);
+        proc.write("damaged", flipped);
+        const Result result = run({"--replay", damaged});
+        // Another value may be as good as the one that was there.
+        EXPECT_TRUE(result.exitCode == 0 || result.exitCode == 1) << at << result.errors;
+    }
+    EXPECT_EQ(1, run({"--replay", proc.directory}).exitCode);
+    const Result unwritable = run(onFake(proc, {"--samples", "1", "--record", "/nowhere/file"}));
+    EXPECT_EQ(1, unwritable.exitCode);
+    EXPECT_EQ("monitor: cannot write /nowhere/file: No such file or directory\n",
+              unwritable.errors);
+}
+
+TEST(MonitorOptions, BadOnesGetOneLineAndStatus2) {
+    const std::vector<std::string> bad[] = {{"--nonsense"},
+                                            {"-x"},
+                                            {"word"},
+                                            {"--samples"},
+                                            {"--samples", "0"},
+                                            {"--samples", "3x"},
+                                            {"--samples", "99999999999"},
+                                            {"--interval", "0"},
+                                            {"--interval", "nan"},
+                                            {"--interval", "-1"},
+                                            {"--interval", ""},
+                                            {"--record", ""},
+                                            {"--record", "a", "--replay", "b"}};
+    const std::string help = run({"--help"}).output;
+    for (const std::vector<std::string>& arguments : bad) {
+        if (arguments.size() == 2) {
+            EXPECT_TRUE(has(help, arguments[0])) << arguments[0];
+        }
+        const Result result = run(arguments);
+        EXPECT_EQ(2, result.exitCode) << arguments[0];
+        EXPECT_EQ("", result.output);
+        EXPECT_EQ(1, countLines(result.errors)) << result.errors;
+        EXPECT_TRUE(has(result.errors, arguments[0])) << result.errors;
+    }
+}
+
+TEST(MonitorOptions, GraphShowsObjectsTypesAndConverters) {
+    const Result result = run({"--graph"});
+    EXPECT_EQ(0, result.exitCode);
+    EXPECT_EQ(0U, result.output.find("digraph network {\n"));
+    EXPECT_TRUE(endsWith(result.output, "\n}\n"));
+    for (const char* part : {"CpuSampler", "Rate", "Smoothing", "Gauge", "Keyboard", "fxWakeup",
+                             "high : double = 90", "double to float", "char* to float",
+                             "bool to int", "char* to fxStr", "double to char*", "int to char*"}) {
+        EXPECT_TRUE(has(result.output, part)) << part;
+    }
+}
+
+TEST(MonitorTerminal, KeysActAndQuittingLeavesItAsItWas) {
+    FakeProc proc;
+    Session session(Session::terminal, onFake(proc));
+    const termios before = session.attributes();
+    ASSERT_TRUE(session.sees("\33[?1049h"));
+    ASSERT_TRUE(session.sees("75.0%"));
+    ASSERT_TRUE(session.sees("every 0.02 s  smoothing on"));
+    EXPECT_FALSE(sameAttributes(before, session.attributes()));
+    session.type("s");
+    EXPECT_TRUE(session.sees("every 0.02 s  smoothing off"));
+    session.type("+");
+    EXPECT_TRUE(session.sees("every 0.1 s  smoothing off"));
+    session.type("s-p");
+    EXPECT_TRUE(session.sees("every 0.1 s  PAUSED  smoothing on"));
+    session.type("p");
+    EXPECT_TRUE(session.sees("every 0.1 s  smoothing on"));
+    session.type("q");
+    EXPECT_EQ(0, session.end());
+    EXPECT_TRUE(sameAttributes(before, session.attributes()));
+    EXPECT_TRUE(endsWith(session.output, terminalGivenBack));
+}
+
+TEST(MonitorTerminal, EveryDeathLeavesItAsItWas) {
+    for (const int signalNumber : {SIGTERM, SIGINT, SIGHUP, SIGABRT}) {
+        FakeProc proc;
+        Session session(Session::terminal, onFake(proc));
+        const termios before = session.attributes();
+        ASSERT_TRUE(session.sees("sample"));
+        kill(session.process, signalNumber);
+        const int status = session.end();
+        EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == signalNumber) << status;
+        EXPECT_TRUE(sameAttributes(before, session.attributes())) << signalNumber;
+        EXPECT_TRUE(endsWith(session.output, terminalGivenBack)) << signalNumber;
+    }
+}
+
+TEST(MonitorTerminal, PicturesFitWhateverTheWidth) {
+    FakeProc proc;
+    std::filesystem::remove(proc.directory + "/loadavg");  // a long notice is cut too
+    Session session(Session::terminal, onFake(proc));
+    ASSERT_TRUE(session.sees("load is off"));
+    for (const unsigned short columns :
+         std::initializer_list<unsigned short>{200, 80, 40, 20, 9, 1}) {
+        const winsize size = {24, columns, 0, 0};
+        ASSERT_EQ(0, ioctl(session.ours, TIOCSWINSZ, &size));
+        // The picture being drawn may be of the old width, the third is not.
+        for (int i = 0; i < 3; ++i) ASSERT_TRUE(session.sees("\33[J"));
+        const size_t end = session.output.rfind("\33[J");
+        const size_t start = session.output.rfind("\33[H", end) + 3;
+        size_t widest = 0;
+        size_t width = 0;
+        for (size_t i = start; i <= end; ++i) {
+            if (session.output[i] == '\33') {
+                i = session.output.find_first_of("mKJ", i);
+                widest = std::max(widest, width);
+            } else {
+                width = session.output[i] == '\n' || session.output[i] == '\r' ? 0 : width + 1;
+            }
+        }
+        EXPECT_LE(widest, columns);
+        EXPECT_GE(widest, std::min<size_t>(columns, 60));  // and it makes use of it
+    }
+}
+
+TEST(MonitorTerminal, LosingItEndsTheMonitor) {
+    FakeProc proc;
+    Session session(Session::terminal, onFake(proc));
+    ASSERT_TRUE(session.sees("sample"));
+    close(session.theirs);
+    close(session.ours);
+    session.ours = session.theirs = open("/dev/null", O_RDWR);
+    EXPECT_NE(-1, session.end());
+}

@@ -1,0 +1,414 @@
+#include "fxds/RegExp.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <functional>
+#include <memory>
+#include <random>
+#include <string>
+#include <thread>
+#include <vector>
+
+// The matcher itself, to run it with the memory of failures in use from the start.
+#include "fxds/search/RegMatch.cc"
+#include "fxds/search/RegParser.cc"
+#include "fxds/search/RegPlan.cc"
+#include "tests/support/RegExpModel.h"
+#include "tests/support/Surroundings.h"
+#include "tests/support/TestSeed.h"
+
+namespace {
+
+struct Free {
+    void operator()(fxregexp* compiled) const { std::free(compiled); }
+};
+using Compiled = std::unique_ptr<fxregexp, Free>;
+
+Compiled compile(const char* pattern) { return Compiled(fxregcomp(pattern)); }
+Compiled compile(const std::string& pattern) { return compile(pattern.c_str()); }
+
+std::string messageFor(const char* pattern) {
+    const char* message;
+    const Compiled compiled(fxregcomp(pattern, &message));
+    EXPECT_EQ(compiled == nullptr, message != nullptr) << pattern;
+    EXPECT_EQ(compiled == nullptr, compile(pattern) == nullptr) << pattern;
+    return message != nullptr ? message : "";
+}
+
+// "start-end" of the match and of each group that took part, "no" for no match.
+std::string show(const char* subject, const char* const* startp, const char* const* endp) {
+    std::string text;
+    for (int group = 0; group < 10; ++group) {
+        if (startp[group] == nullptr && endp[group] == nullptr) continue;
+        if (!text.empty()) text += ' ';
+        if (group > 0) text += std::to_string(group) + ":";
+        text += std::to_string(startp[group] - subject) + "-";
+        text += endp[group] != nullptr ? std::to_string(endp[group] - subject) : "?";
+    }
+    return text.empty() ? "no" : text;
+}
+
+std::string matchOf(fxregexp* compiled, const std::string& subject) {
+    const int found = fxregexec(compiled, subject.c_str());
+    const std::string text = show(subject.c_str(), compiled->startp, compiled->endp);
+    EXPECT_EQ(found, text != "no");
+    return text;
+}
+
+std::string matchOf(const std::string& pattern, const std::string& subject) {
+    const Compiled compiled = compile(pattern);
+    return compiled != nullptr ? matchOf(compiled.get(), subject) : "faulty";
+}
+
+std::string rememberingMatch(const fxregexp* compiled, const std::string& subject) {
+    const char* startp[10] = {};
+    const char* endp[10] = {};
+    fxRegProgram::search(*fxRegProgram::planOf(compiled), subject.c_str(), subject.c_str(), startp,
+                         endp, 0);
+    return show(subject.c_str(), startp, endp);
+}
+
+struct Case {
+    const char* pattern;
+    const char* subject;
+    const char* expected;
+};
+
+void expectMatches(std::initializer_list<Case> cases) {
+    for (const Case& c : cases) {
+        EXPECT_EQ(matchOf(c.pattern, c.subject), c.expected) << c.pattern << " in " << c.subject;
+    }
+}
+
+// What the model comparison does not reach, and examples that hold it to the truth.
+TEST(RegExp, PatternsMatchWhatTheyStandFor) {
+    expectMatches({{"a\nb", "b", "0-1"},
+                   {"(ab)*", "ababa", "0-4 1:2-4"},
+                   {"a\\*b", "xa*b", "1-4"},
+                   {"a\\**", "a***", "0-4"},
+                   {"a.c", "a\nc", "0-3"},
+                   {"a[^b]c", "a\nc", "0-3"},
+                   {"x{2}", "x{2}", "0-4"},
+                   {"\\(a\\)", "(a)", "0-3"},
+                   {"()", "abc", "0-0 1:0-0"},
+                   {"a\\\nb", "a\nb", "0-3"},
+                   {"\xE9+", "x\xE9\xE9", "1-3"},
+                   {"^a\nb", "xb", "1-2"},
+                   {"a$b", "a$b", "no"},
+                   {"\\<", "_", "0-0"},
+                   {"\\>", "", "0-0"},
+                   {"|a", "a", "0-0"},
+                   {"a|ab", "ab", "0-1"},
+                   {"(a|)b", "b", "0-1 1:0-0"},
+                   {"(a|ab)(c|bcd)(d*)", "abcd", "0-4 1:0-1 2:1-4 3:4-4"},
+                   {"((x)|(y))*", "xy", "0-2 1:1-2 2:0-1 3:1-2"},
+                   {"(a(b)?)+", "aba", "0-3 1:2-3 2:1-2"}});
+}
+
+TEST(RegExp, SetsHoldMembersAndRanges) {
+    expectMatches({{"[]a]", "]", "0-1"},
+                   {"[a-]", "-", "0-1"},
+                   {"[-a]", "-", "0-1"},
+                   {"[a-a]", "a", "0-1"},
+                   {"[a-a]", "b", "no"},
+                   {"[a-c-e]", "d", "0-1"},
+                   {"[a-c-e]", "-", "no"},
+                   {"[^]a]", "]", "no"},
+                   {"[^]a]", "x", "0-1"},
+                   {"[\\]", "\\", "0-1"},
+                   {"[|\n]", "\n", "0-1"},
+                   {"[a-c]x", "cx", "0-2"},
+                   {"[a-\xFF]", "\xFE", "0-1"},
+                   {"[\x80-\xFF]", "a", "no"}});
+}
+
+TEST(RegExp, FaultyPatternsAreRefusedWithAReason) {
+    const std::pair<const char*, std::vector<const char*>> table[] = {
+        {"*+ operand could be empty",
+         {"(a*)+", "(a|b*)*", "(|a)+", "()*", "(a?)*", "^*", "\\<*", "\\>+", "(a*)*", "$+"}},
+        {"nested *?+", {"a**", "a?+", ".**", "x**", "(a)+?"}},
+        {"?+* follows nothing", {"+", "a|*b", "(*a)", "*", "?", "a\n+"}},
+        {"unmatched ()", {"a)", "(a", "(", "((a)", ")", "(a|b"}},
+        {"unmatched []", {"[]", "[^]", "[a-", "[a", "[", "[^", "[a-b"}},
+        {"trailing \\", {"\\", "a\\", "(a\\"}},
+        {"invalid [] range", {"[z-a]", "[b-a]", "[a-c-b]"}},
+        {"too many ()", {"()()()()()()()()()()", "((((((((((a"}}};
+    for (const auto& [message, patterns] : table) {
+        for (const char* pattern : patterns) EXPECT_EQ(messageFor(pattern), message) << pattern;
+    }
+    EXPECT_EQ(messageFor(nullptr), "NULL argument");
+    for (const char* pattern : {"^?", "()", "x{2}", "(((((((((a)))))))))", "()?", "\\<?", "]"}) {
+        EXPECT_EQ(messageFor(pattern), "") << pattern;
+    }
+}
+
+TEST(RegExp, ProgramsAreLimitedInSize) {
+    // Magic byte, BRANCH, EXACTLY with its zero and END: 11 bytes besides the text.
+    EXPECT_NE(compile(std::string(32766 - 11, 'a')), nullptr);
+    EXPECT_EQ(messageFor(std::string(32767 - 11, 'a').c_str()), "regexp too big");
+    EXPECT_EQ(messageFor(std::string(100000, '.').c_str()), "regexp too big");
+    std::string alternatives = "b";
+    for (int i = 0; i < 3000; ++i) alternatives += "|a";
+    EXPECT_EQ(matchOf(alternatives + "|c", "xxc"), "2-3");
+}
+
+// The first byte, each node as offset:opcode>next, and the size.
+std::string programOf(const char* pattern) {
+    const Compiled compiled = compile(pattern);
+    const char* const code =
+        reinterpret_cast<const char*>(compiled.get()) + offsetof(fxregexp, program);
+    const size_t size = static_cast<size_t>(compiled->programSize_);
+    const fxRegProgram::Program program(code, size);
+    std::string text = std::to_string(static_cast<unsigned char>(code[0]));
+    for (size_t node = 1; node < size; node = program.following(node)) {
+        text += ' ' + std::to_string(node) + ':' + std::to_string(code[node]) + '>' +
+                std::to_string(program.next(node));
+    }
+    return text + " /" + std::to_string(size);
+}
+
+TEST(RegExp, ProgramsHaveTheirLayout) {
+    EXPECT_EQ(programOf("a\\*b"), "156 1:6>11 4:8>11 11:0>0 /14");
+    EXPECT_EQ(
+        programOf("(ab)*"),
+        "156 1:6>31 4:6>25 7:21>10 10:6>19 13:8>19 19:31>22 22:7>4 25:6>28 28:9>31 31:0>0 /34");
+    EXPECT_EQ(programOf(""), "156 1:6>7 4:9>7 7:0>0 /10");
+    EXPECT_EQ(programOf("(a)+b"),
+              "156 1:6>35 4:21>7 7:6>15 10:8>15 15:31>18 18:6>24 21:7>4 24:6>27 27:9>30 30:8>35 "
+              "35:0>0 /38");
+    EXPECT_EQ(programOf("a?[b-d]*"),
+              "156 1:6>28 4:6>12 7:8>15 12:6>15 15:9>18 18:10>28 21:4>0 28:0>0 /31");
+}
+
+TEST(RegExp, ShortcutsAreThoseOfASingleAlternative) {
+    struct {
+        const char* pattern;
+        char start;
+        bool isAnchored;
+        const char* must;
+    } const cases[] = {{"abc", 'a', false, ""},
+                       {"^abc", 0, true, ""},
+                       {"a|b", 0, false, ""},
+                       {"a*bc", 0, false, "bc"},
+                       {"a+xy*zw", 0, false, "zw"},
+                       {"a?bc", 0, false, ""},
+                       {"(a*b)c", 0, false, "c"},
+                       {"^a\nb", 0, false, ""},
+                       {"[ab]*cd(ef)gh", 0, false, "gh"},
+                       {"ab*c", 'a', false, ""},
+                       {"x+abc(d)ef", 0, false, "abc"}};
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.pattern);
+        const Compiled compiled = compile(c.pattern);
+        EXPECT_EQ(compiled->regstart, c.start);
+        EXPECT_EQ(compiled->reganch != 0, c.isAnchored);
+        EXPECT_EQ(std::string(compiled->regmust != nullptr ? compiled->regmust : ""), c.must);
+        EXPECT_EQ(static_cast<size_t>(compiled->regmlen), std::strlen(c.must));
+    }
+}
+
+TEST(RegExp, FailureLeavesNoPointersBehind) {
+    const Compiled compiled = compile("a*(bc)");
+    EXPECT_EQ(matchOf(compiled.get(), "abc"), "0-3 1:1-3");
+    EXPECT_EQ(matchOf(compiled.get(), "abx"), "no");
+    EXPECT_EQ(matchOf(compiled.get(), "xbc"), "1-3 1:1-3");
+    EXPECT_EQ(fxregexec(compiled.get(), nullptr), 0);
+    EXPECT_EQ(fxregexec(nullptr, "a"), 0);
+}
+
+TEST(RegExp, SearchesGoOnBehindAMatch) {
+    const char* const subject = "ab ab";
+    const struct {
+        const char* pattern;
+        int from;
+        const char* expected;
+    } cases[] = {{"ab", 1, "3-5"},  {"^ab", 1, "no"},    {"^ab", 0, "0-2"},
+                 {"\\<b", 1, "no"}, {"\\<ab", 1, "3-5"}, {"^b|b$", 1, "4-5"},
+                 {"b*", 5, "5-5"},  {"a*b", 4, "4-5"},   {"[ab]*b", 1, "1-2"}};
+    for (const auto& c : cases) {
+        const Compiled compiled = compile(c.pattern);
+        fxregexec(compiled.get(), subject, subject + c.from);
+        EXPECT_EQ(show(subject, compiled->startp, compiled->endp), c.expected) << c.pattern;
+    }
+}
+
+TEST(RegExp, DamagedProgramsMatchNothing) {
+    const Compiled compiled = compile("a");
+    ASSERT_EQ(fxregexec(compiled.get(), "a"), 1);
+    char* const code = reinterpret_cast<char*>(compiled.get()) + offsetof(fxregexp, program);
+    for (const int at : {0, 1, 2, 4, 6, 9}) {
+        const char before = code[at];
+        code[at] = 41;
+        EXPECT_EQ(fxregexec(compiled.get(), "a"), 0) << at;
+        code[at] = before;
+    }
+    EXPECT_EQ(fxregexec(compiled.get(), "a"), 1);
+    code[0] = 0;
+    char dest[] = "untouched";
+    fxregsub(compiled.get(), "x", dest);
+    EXPECT_STREQ(dest, "untouched");
+}
+
+std::string expand(const char* pattern, const char* subject, const char* text) {
+    const Compiled compiled = compile(pattern);
+    EXPECT_EQ(fxregexec(compiled.get(), subject), 1);
+    char dest[100];
+    std::memset(dest, 'X', sizeof dest);
+    fxregsub(compiled.get(), text, dest);
+    // Every size gives the same text, cut, and touches no byte beyond it.
+    const std::string whole = dest;
+    for (size_t size = 0; size < whole.size() + 3; ++size) {
+        std::vector<char> cut(size);
+        const long length = fxregsub(compiled.get(), text, cut.data(), size);
+        EXPECT_EQ(length, static_cast<long>(whole.size()));
+        if (size == 0) continue;
+        EXPECT_EQ(std::string(cut.data()), whole.substr(0, size - 1));
+    }
+    return whole;
+}
+
+TEST(RegExp, TemplatesInsertTheMatch) {
+    EXPECT_EQ(expand("b+", "abbc", "[&]"), "[bb]");
+    EXPECT_EQ(expand("(a)(b)?(c)", "xac", "\\3\\2\\1-\\0-&"), "ca-ac-ac");
+    EXPECT_EQ(expand("a", "a", "\\&\\\\&\\n\\"), "&\\a\\n\\");
+    EXPECT_EQ(expand("a", "a", ""), "");
+    EXPECT_EQ(expand("()", "a", "<\\1\\9>"), "<>");
+}
+
+TEST(RegExp, SubstitutionRefusesWhatItCannotUse) {
+    const Compiled compiled = compile("abc");
+    char subject[] = "abc";
+    ASSERT_EQ(fxregexec(compiled.get(), subject), 1);
+    char dest[] = "untouched";
+    fxregsub(nullptr, "x", dest);
+    fxregsub(compiled.get(), nullptr, dest);
+    fxregsub(compiled.get(), "x", nullptr);
+    EXPECT_EQ(fxregsub(compiled.get(), "x", nullptr, 1), -1);
+    EXPECT_STREQ(dest, "untouched");
+    subject[1] = 0;  // the match now ends behind the end of the subject
+    EXPECT_EQ(fxregsub(compiled.get(), "<&>", dest, sizeof dest), -1);
+    EXPECT_EQ(std::string(dest, 6), std::string("<a\0\0uc", 6));
+}
+
+// All strings of up to `length` of the tokens.
+void forAll(const std::vector<std::string>& tokens, int length, const std::string& text,
+            const std::function<void(const std::string&)>& f) {
+    f(text);
+    if (length == 0) return;
+    for (const std::string& token : tokens) forAll(tokens, length - 1, text + token, f);
+}
+
+// Whether the pattern compiles, and what it matches, is as in the model. Returns
+// the number of comparisons.
+int expectModel(const std::string& pattern, const std::vector<std::string>& subjects) {
+    const Compiled compiled = compile(pattern);
+    const RegExpModel model(pattern);
+    EXPECT_EQ(compiled != nullptr, model.isValid()) << pattern;
+    if (compiled == nullptr || !model.isValid()) return 0;
+    for (const std::string& subject : subjects) {
+        const char* startp[10] = {};
+        const char* endp[10] = {};
+        model.search(subject.c_str(), startp, endp);
+        const std::string expected = show(subject.c_str(), startp, endp);
+        EXPECT_EQ(matchOf(compiled.get(), subject), expected) << pattern << " in " << subject;
+        EXPECT_EQ(rememberingMatch(compiled.get(), subject), expected)
+            << pattern << " in " << subject;
+        if (testing::Test::HasFailure()) break;
+    }
+    return static_cast<int>(subjects.size());
+}
+
+TEST(RegExpModel, AgreesOnAllSmallPatterns) {
+    const bool isLong = std::getenv("FX_TEST_MORE") != nullptr;
+    std::vector<std::string> subjects;
+    forAll({"a", "b"}, isLong ? 5 : 3, "", [&](const std::string& s) { subjects.push_back(s); });
+    subjects.push_back("a b");
+    int pairs = 0;
+    forAll({"a", "b", "(", ")", "|", "*", "+", "?", ".", "^", "$", "[^a]", "\\<", "\\>"},
+           isLong ? 5 : 4, "", [&](const std::string& pattern) {
+               if (!HasFailure()) pairs += expectModel(pattern, subjects);
+           });
+    EXPECT_GT(pairs, 50000);
+}
+
+TEST(RegExpModel, AgreesOnRandomPatterns) {
+    std::mt19937 rng(testSeed());
+    const char* const tokens[] = {"a", "b", "c",    "a",    "b",   "(",   "(",  ")",
+                                  ")", "|", "*",    "+",    "?",   "*",   "?",  ".",
+                                  "^", "$", "[^a]", "[bc]", "\\<", "\\>", "(a", "b)"};
+    const int rounds = std::getenv("FX_TEST_MORE") != nullptr ? 2000000 : 40000;
+    int pairs = 0;
+    for (int round = 0; round < rounds && !HasFailure(); ++round) {
+        std::string pattern;
+        for (size_t n = 1 + rng() % 14; n > 0; --n) pattern += tokens[rng() % std::size(tokens)];
+        std::vector<std::string> subjects(3);
+        for (std::string& subject : subjects) {
+            for (size_t n = rng() % 11; n > 0; --n) subject += "aabbc "[rng() % 6];
+        }
+        pairs += expectModel(pattern, subjects);
+    }
+    EXPECT_GT(pairs, rounds / 20);
+}
+
+std::string repeated(const char* text, size_t bytes) {
+    std::string result;
+    result.reserve(bytes + 8);
+    while (result.size() < bytes) result += text;
+    return result;
+}
+
+TEST(RegExpHostile, LongSubjectsNeedNoDeepStack) {
+    onStackOf(256 * 1024, [] {
+        const size_t size = 10 << 20;
+        const std::string n = std::to_string(size);
+        const std::string abs = repeated("ab", size);
+        EXPECT_EQ(matchOf("(ab)*", abs), "0-" + n + " 1:" + std::to_string(size - 2) + "-" + n);
+        EXPECT_EQ(matchOf("(a|b)*c", abs), "no");
+        EXPECT_EQ(matchOf("(a|b)*c", abs + "c").substr(0, 10), "0-" + std::to_string(size + 1));
+        const std::string last = std::to_string(size - 1) + "-" + n;
+        EXPECT_EQ(matchOf("((x)|(y))*$", repeated("xy", size)),
+                  "0-" + n + " 1:" + last + " 2:" + std::to_string(size - 2) + "-" +
+                      std::to_string(size - 1) + " 3:" + last);
+        EXPECT_EQ(matchOf("(a|ab|b)*$", repeated("ab", size / 10)).substr(0, 3), "0-1");
+        EXPECT_EQ(matchOf("(a+|b)*c", abs), "no");
+    });
+}
+
+// The exponent shows at once: these would take longer than the age of the world.
+TEST(RegExpHostile, NoPatternTakesExponentialTime) {
+    const Case cases[] = {{"(x+x+)+y", "x", "no"},         {"(x+x+)+[yz]", "x", "no"},
+                          {"(a|a)*$", "a", "end"},         {"(a|b|ab)*c$", "ab", "no"},
+                          {"(aa?)*$", "a", "end"},         {"(a+a+)+$", "a", "no"},
+                          {"(a*a*a*a*a*b)?$", "a", "end"}, {"((a|a)+b?)+$", "a", "no"},
+                          {"a*a*a*a*a*[bc]", "a", "no"},   {"(.*)(.*)(.*)(.*)(.*)[xy]", "a", "no"},
+                          {"(ab)*[cd]", "ab", "no"},       {"(ab|a|b)*[cd]", "ab", "no"}};
+    for (const Case& c : cases) {
+        for (const size_t size : {30U, 40U, 400U, 20000U}) {
+            const std::string subject = repeated(c.subject, size) + "!";
+            const std::string end = std::to_string(subject.size());
+            const bool isAtEnd = std::strcmp(c.expected, "end") == 0;
+            EXPECT_EQ(matchOf(c.pattern, subject), isAtEnd ? end + "-" + end : c.expected)
+                << c.pattern;
+        }
+    }
+    std::string optional, letters;
+    for (int i = 0; i < 1000; ++i) optional += "a?";
+    for (int i = 0; i < 1000; ++i) letters += "a";
+    EXPECT_EQ(matchOf(optional + letters, letters), "0-1000");
+}
+
+// Each thread has its own expression; they share nothing that is written.
+TEST(RegExp, ThreadsMatchIndependently) {
+    const auto work = [](const char* pattern, const char* expected) {
+        const Compiled compiled = compile(pattern);
+        const std::string subject = repeated("ab", 300) + "c";
+        for (int i = 0; i < 300; ++i) ASSERT_EQ(matchOf(compiled.get(), subject), expected);
+    };
+    std::thread other(work, "(a|b|ab)*c", "0-301 1:299-300");
+    work("(ab)*(c)", "0-301 1:298-300 2:300-301");
+    other.join();
+}
+
+}  // namespace

@@ -1,0 +1,365 @@
+// What the library does when the system fails it.
+#include "fxds/fxds.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/resource.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <functional>
+#include <random>
+#include <thread>
+
+#include "tests/support/FatalCatcher.h"
+#include "tests/support/RichGraph.h"
+#include "tests/support/RunProgram.h"
+#include "tests/support/Surroundings.h"
+#include "tests/support/TestSeed.h"
+
+namespace {
+
+const fxStream::fxStreamType in = fxStream::fxStreamRead;
+const fxStream::fxStreamType out = fxStream::fxStreamWrite;
+
+// Leaves a signal to its fate, and the process as it was afterwards.
+class Signal {
+public:
+    Signal(int number_, void (*function)(int)) : number(number_) {
+        struct sigaction action = {};
+        action.sa_handler = function;
+        sigaction(number, &action, &before);
+    }
+    Signal(const Signal&) = delete;
+    Signal& operator=(const Signal&) = delete;
+    ~Signal() { sigaction(number, &before, nullptr); }
+
+private:
+    const int number;
+    struct sigaction before = {};
+};
+
+// A limit on what the process may have, while this lives.
+class Limit {
+public:
+    Limit(decltype(RLIMIT_FSIZE) what_, size_t value) : what(what_) {
+        getrlimit(what, &before);
+        const rlimit now = {value, before.rlim_max};
+        setrlimit(what, &now);
+    }
+    Limit(const Limit&) = delete;
+    Limit& operator=(const Limit&) = delete;
+    ~Limit() { setrlimit(what, &before); }
+
+private:
+    decltype(RLIMIT_FSIZE) what;
+    rlimit before = {};
+};
+
+class Faults : public testing::Test {
+protected:
+    Faults() {
+        fxInitializeToolkit();
+        fatalMessage([] {});  // keeps a descriptor from its first use on
+        descriptors = openDescriptors();
+    }
+    ~Faults() override {
+        EXPECT_EQ(openDescriptors(), descriptors);
+        EXPECT_TRUE(Listed::all().empty());
+    }
+    // A new file, opened in one of the ways that a stream can be made.
+    fxStdioStream* open(size_t way) const {
+        unlink(path.c_str());
+        if (way == 0) return new fxStdioStream(path.c_str(), out, 0600);
+        if (way == 1)
+            return new fxStdioStream(::open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600),
+                                     out);
+        FILE* file = std::fopen(path.c_str(), "w");
+        static const size_t sizes[] = {0, 1, 7, 100};
+        const size_t size = sizes[way - 2];
+        std::setvbuf(file, nullptr, size == 0 ? _IONBF : _IOFBF, size);
+        return new fxStdioStream(file, out);
+    }
+    static constexpr size_t ways = 6;
+
+    const TestDirectory directory;
+    const std::string path = directory.file("stream");
+    int descriptors = 0;
+};
+
+// How reading a C ends: "whole", "null" or a fatal message.
+template <class C>
+std::string loadedFrom(fxStream* stream) {
+    std::string how = "null";
+    const std::string message = fatalMessage([&] {
+        const std::unique_ptr<fxTranscriber> reader(fxTranscriber::getReader(stream));
+        if (reader != nullptr && fxReadObject<C>(*reader) != nullptr) how = "whole";
+    });
+    Received::deleteAll();
+    return message.empty() ? how : message;
+}
+
+template <class C>
+std::string loadedFrom(const std::string& bytes) {
+    fxMemoryStream stream(bytes.data(), bytes.size());
+    stream.take();
+    return loadedFrom<C>(&stream);
+}
+
+// A FILE whose system calls do what a list says, one entry after the other.
+struct Script {
+    std::vector<int> outcomes;  // errno values; 0: it works
+    std::string bytes;
+    size_t calls = 0;
+
+    bool fails() {
+        if (calls >= outcomes.size()) return false;
+        errno = outcomes[calls++];
+        return errno != 0;
+    }
+    static ssize_t write(void* cookie, const char* from, size_t count) {
+        Script& self = *static_cast<Script*>(cookie);
+        if (self.fails()) return 0;
+        self.bytes.append(from, count);
+        return static_cast<ssize_t>(count);
+    }
+};
+
+}  // namespace
+
+TEST_F(Faults, WhatWasReportedAsSavedIsOnTheDiskAndNothingElseLoads) {
+    const Signal ignoring(SIGXFSZ, SIG_IGN);
+    for (size_t way = 0; way < ways; ++way) {
+        std::vector<std::string> found;
+        bool isSaved = false;
+        {
+            Node root, other;
+            root.left = &other;
+            root.right = &other;
+            other.text = fxStr(std::string(300, 'x').c_str());
+            for (; !isSaved && found.size() < 10000; found.push_back(contents(path))) {
+                const std::unique_ptr<fxStdioStream> stream(open(way));
+                stream->take();
+                const Limit small(RLIMIT_FSIZE, found.size());
+                const std::unique_ptr<fxTranscriber> writer(fxTranscriber::getWriter(stream.get()));
+                const bool isWritten = writer != nullptr && fxWriteObject(*writer, &root);
+                isSaved = stream->close() && isWritten;
+            }
+        }
+        for (const std::string& there : found) {
+            const bool isLast = &there == &found.back();
+            ASSERT_EQ(loadedFrom<Node>(there) == "whole", isLast) << way << ", " << there.size();
+        }
+        EXPECT_EQ(found.back().size(), found.size() - 1) << "saved as soon as there is room";
+    }
+}
+
+// Pieces of many sizes, flushed now and then, against a limit anywhere.
+TEST_F(Faults, WhatWasReportedAsFlushedIsOnTheDisk) {
+    std::mt19937 rng(testSeed());
+    const Signal ignoring(SIGXFSZ, SIG_IGN);
+    for (int round = 0; round < 60; ++round) {
+        const size_t way = rng() % ways;
+        const std::unique_ptr<fxStdioStream> stream(open(way));
+        std::string sent;
+        size_t safe = 0;
+        bool isSaved = false;
+        {
+            const Limit small(RLIMIT_FSIZE, rng() % 300000);
+            while (sent.size() < 200000) {
+                const size_t size = 1 + rng() % (rng() % 8 == 0 ? 90000 : 900);
+                const std::string piece(size, static_cast<char>(rng()));
+                sent += piece;
+                stream->putBytes(piece.data(), static_cast<unsigned int>(size));
+                if (rng() % 16 == 0 && stream->flush()) safe = sent.size();
+            }
+            isSaved = stream->close();
+        }
+        if (isSaved) safe = sent.size();
+        const std::string there = contents(path);
+        EXPECT_GE(there.size(), safe);
+        EXPECT_TRUE(sent.compare(0, safe, there, 0, safe) == 0) << "round " << round;
+    }
+}
+
+TEST_F(Faults, AnInterruptionDoesNotHideALoss) {
+    const struct {
+        std::vector<int> outcomes;
+        bool arrives;
+    } cases[] = {
+        {{0, 0, 0}, true},
+        {{EINTR, 0, EINTR, EINTR}, true},
+        {{ENOSPC}, false},
+        {{ENOSPC, EINTR}, false},
+        {{EINTR, EIO, 0, EINTR}, false},
+        {{0, EINTR, EPIPE, EINTR}, false},
+    };
+    for (const auto& one : cases) {
+        for (const unsigned int size : {1U, 10U}) {
+            Script script{one.outcomes, ""};
+            FILE* file = fopencookie(&script, "w", {nullptr, Script::write, nullptr, nullptr});
+            std::setvbuf(file, nullptr, _IONBF, 0);
+            fxStdioStream stream(file, out);
+            bool isPut = true;
+            std::string sent;
+            for (int i = 0; i < 4; ++i) {
+                const std::string piece(size, static_cast<char>('a' + i));
+                isPut = stream.putBytes(piece.data(), size) && isPut;
+                sent += piece;
+            }
+            EXPECT_EQ(stream.flush(), one.arrives);
+            EXPECT_EQ(stream.close(), one.arrives);
+            EXPECT_TRUE(!one.arrives || isPut);
+            EXPECT_EQ(script.bytes == sent, one.arrives);
+        }
+    }
+}
+
+TEST_F(Faults, ABrokenPipeIsAFalseResult) {
+    const Signal ignoring(SIGPIPE, SIG_IGN);
+    for (bool isSocket : {false, true}) {
+        int ends[2];
+        ASSERT_EQ(isSocket ? socketpair(AF_UNIX, SOCK_STREAM, 0, ends) : pipe(ends), 0);
+        auto* const stream = new fxStdioStream(ends[1], out);
+        stream->take();
+        Node root;
+        root.text = fxStr(std::string(3000, 'x').c_str());
+        {
+            const std::unique_ptr<fxTranscriber> writer(fxTranscriber::getWriter(stream));
+            ASSERT_NE(writer, nullptr);
+            EXPECT_TRUE(fxWriteObject(*writer, &root));
+            EXPECT_TRUE(stream->flush());
+            close(ends[0]);
+            Node late;
+            EXPECT_FALSE(fxWriteObject(*writer, &late));
+            EXPECT_FALSE(stream->flush());
+        }
+        EXPECT_FALSE(stream->close());
+        stream->release();
+    }
+}
+
+TEST_F(Faults, AFailedReadEndsLikeTheEndOfTheFile) {
+    struct Source {
+        const std::string& bytes;
+        size_t end;
+        size_t pieceBytes;
+        size_t position = 0;
+
+        static ssize_t read(void* cookie, char* to, size_t count) {
+            Source& self = *static_cast<Source*>(cookie);
+            count = std::min({count, self.pieceBytes, self.end - self.position});
+            if (count == 0 && self.end < self.bytes.size()) {
+                errno = EIO;
+                return -1;
+            }
+            self.bytes.copy(to, count, self.position);
+            self.position += count;
+            return static_cast<ssize_t>(count);
+        }
+    };
+    const std::string bytes = richStream();
+    for (const size_t pieceBytes : {size_t{1}, size_t{13}, size_t{4096}}) {
+        for (size_t end = bytes.size() % 7; end <= bytes.size(); end += 7) {
+            Source source{bytes, end, pieceBytes};
+            FILE* file = fopencookie(&source, "r", {Source::read, nullptr, nullptr, nullptr});
+            fxStdioStream stream(file, in);
+            stream.take();
+            ASSERT_EQ(loadedFrom<Rich>(&stream), loadedFrom<Rich>(bytes.substr(0, end))) << end;
+        }
+    }
+}
+
+namespace {
+
+std::atomic<bool> isOver;
+int postErrno;
+
+void notePost() {
+    postErrno = errno;
+    isOver = true;
+}
+
+class Idle : public fxSelectHandler {
+public:
+    explicit Idle(int fd_) : fxSelectHandler(fd_, 1) {}
+    const char* className() const override { return "Idle"; }
+    void handleRead() override { ADD_FAILURE() << "nothing was ready"; }
+};
+
+class Ticks : public fxTimer {
+public:
+    void tick() override { ++count; }
+    int count = 0;
+};
+
+}  // namespace
+
+TEST_F(Faults, AnInterruptedWaitIsATurnInWhichNothingWasReady) {
+    const Signal interrupting(SIGUSR1, [](int) {});
+    int ends[2];
+    ASSERT_EQ(pipe(ends), 0);
+    {
+        Idle idle(ends[0]);
+        Ticks late;
+        late.setInterval(3600);
+        late.startTimer();
+        fx_theExecutive->addSelectHandler(&idle);
+        fx_theExecutive->addPostSelectFunc(notePost);
+        isOver = false;
+        std::thread signals([main = pthread_self()] {
+            while (!isOver) {
+                pthread_kill(main, SIGUSR1);
+                sched_yield();
+            }
+        });
+        fx_theExecutive->poll(1000);
+        signals.join();
+        EXPECT_EQ(postErrno, EINTR);
+        EXPECT_EQ(late.count, 0);
+        EXPECT_TRUE(late.isActive());
+        fx_theExecutive->removePostSelectFunc(notePost);
+    }
+    close(ends[1]);
+}
+
+#ifndef __SANITIZE_ADDRESS__
+
+// Sanitizers map more memory than a limit would leave.
+TEST_F(Faults, RunningOutOfMemoryIsFatalAndSaysForHowMuch) {
+    constexpr size_t room = size_t{64} << 20;
+    const std::function<void()> greedy[] = {
+        [] { fxLongArray().setMaxLength(100000000); },
+        [] { fxStr("x").resize(1U << 30); },
+        [] { fxVoidPtrDict dictionary(200000000); },
+        [] {
+            fxStackBuffer buffer;
+            for (;;) buffer.put("0123456789", 10);
+        },
+        [] {
+            fxStr text("0123456789");
+            for (;;) text.append(text);
+        },
+    };
+    for (const auto& action : greedy) {
+        EXPECT_EXIT(
+            {
+                long pages = 0;
+                FILE* file = std::fopen("/proc/self/statm", "r");
+                if (file == nullptr || std::fscanf(file, "%ld", &pages) != 1) std::exit(0);
+                const Limit small(RLIMIT_AS, static_cast<size_t>(pages * getpagesize()) + room);
+                try {
+                    action();
+                } catch (const Fatal&) {
+                    std::exit(3);
+                }
+            },
+            testing::ExitedWithCode(3), "out of memory for [0-9]+ bytes");
+    }
+}
+
+#endif

@@ -1,0 +1,586 @@
+// Whatever the writer writes reads back.
+#include "fxds/BinaryReader.h"
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <random>
+#include <tuple>
+
+#include "fxds/Globals.h"
+#include "fxds/StdioStream.h"
+#include "tests/support/RichGraph.h"
+#include "tests/support/Surroundings.h"
+#include "tests/support/TestSeed.h"
+
+namespace {
+
+enum class Colour { red, green = 7 };
+
+/// A field of every scalar type, a block of every type, and texts.
+class Scalars : public Listed {
+    FX_TRANSCRIBABLE(Scalars)
+    ~Scalars() override {
+        std::apply([](auto*... block) { (std::free(block), ...); }, blocks);
+        std::free(text);
+    }
+
+    std::tuple<bool, char, unsigned char, short, unsigned short, int, unsigned int, long,
+               unsigned long, float, double, Colour, fxStr>
+        scalars;
+    int row[3] = {};
+    bool flags[2] = {};
+    fxStr texts[2];
+    unsigned int n = 0;
+    std::tuple<char*, unsigned char*, short*, unsigned short*, int*, long*, float*, double*> blocks;
+    unsigned int none = 9;
+    double* noBlock = nullptr;
+    char* text = nullptr;
+    char* noText = nullptr;
+};
+FX_TRANSCRIBABLE_TYPE(Scalars, "Scalars", 3, Listed);
+fxBool Scalars::xdr(fxTranscriber& t) {
+    return fxXdrBase<Listed>(t, this) &&
+           std::apply([&t](auto&... field) { return fxXdrAll(t, field...); }, scalars) &&
+           fxXdrAll(t, row, flags, texts) &&
+           std::apply([&](auto&... block) { return (fxXdrBlock(t, block, n) && ...); }, blocks) &&
+           fxXdrBlock(t, noBlock, none) && fxXdrString(t, text) && fxXdrString(t, noText);
+}
+
+/// Any number of pointers, counted references taken when all is there.
+class Hub : public Listed {
+    FX_TRANSCRIBABLE(Hub)
+    std::vector<Listed*> spokes;
+    fxVoidPtrArray nodes;  // of Node*
+    std::vector<long> told;
+    void xdrSuccess(fxTranscriber& t) override {
+        if (!t.isReading()) return;
+        for (Listed* spoke : spokes) told.push_back(spoke != nullptr ? spoke->number : -1);
+    }
+};
+FX_TRANSCRIBABLE_TYPE(Hub, "Hub", 1, Listed);
+fxBool Hub::xdr(fxTranscriber& t) {
+    return fxXdrBase<Listed>(t, this) && fxXdrObjects(t, spokes) && fxXdrObjects<Node>(t, nodes);
+}
+
+/// Has nothing to be told, but a part that has, which it reads by its record.
+class Frame : public Listed {
+    FX_TRANSCRIBABLE(Frame)
+    Hub hub;
+};
+FX_TRANSCRIBABLE_TYPE(Frame, "Frame", 1, Listed);
+fxBool Frame::xdr(fxTranscriber& t) { return Hub::xdr(&hub, t) != 0; }
+
+/// Made in place of a Frame.
+class ToldFrame : public Frame {
+public:
+    bool isTold = false;
+    void xdrSuccess(fxTranscriber&) override { isTold = true; }
+};
+
+/// Makes do when its transcription fails.
+class Forgiving : public Listed {
+    FX_TRANSCRIBABLE(Forgiving)
+    fxStr first;
+    fxBool xdrFail(fxTranscriber&, void* object) override { return object == this; }
+};
+FX_TRANSCRIBABLE_TYPE(Forgiving, "Forgiving", 1, Listed);
+fxBool Forgiving::xdr(fxTranscriber& t) { return fxXdr(t, first) && false; }
+
+/// Does not care whether its containers could be read, and throws away what
+/// they have got so far.
+class Careless : public Listed {
+    FX_TRANSCRIBABLE(Careless)
+    fxStrArray strings;
+    fxStrStrDictionary dictionary;
+    std::vector<Listed*> objects;
+};
+FX_TRANSCRIBABLE_TYPE(Careless, "Careless", 1, Listed);
+fxBool Careless::xdr(fxTranscriber& t) {
+    for (int i = 0; i < 2; ++i) {
+        if (!fxXdr(t, strings)) strings = fxStrArray();
+        if (!fxXdr(t, dictionary)) dictionary.cleanup();
+    }
+    if (!fxXdrObjects(t, objects)) std::vector<Listed*>().swap(objects);
+    return 1;
+}
+
+/// Has no record of its own, and its registered base at another address.
+class Ballast {
+public:
+    virtual ~Ballast() = default;
+    long weight = 0;
+};
+class Unregistered : public Ballast, public Node {};
+
+/// One of very many.
+class Link : public fxXDRObj {
+    FX_TRANSCRIBABLE(Link)
+    long number = 0;
+    Link* next = nullptr;
+};
+FX_TRANSCRIBABLE_TYPE(Link, "Link", 1);
+fxBool Link::xdr(fxTranscriber& t) { return fxXdr(t, number) && fxXdrObject(t, next); }
+
+class Reader : public ::testing::Test {
+protected:
+    static void SetUpTestSuite() { fxInitializeToolkit(); }
+    void TearDown() override {
+        Received::deleteAll();
+        EXPECT_TRUE(Listed::all().empty());
+    }
+};
+
+}  // namespace
+
+TEST_F(Reader, PayloadsOfEveryLengthTravel) {
+    for (unsigned int n : {0U, 1U, 255U, 256U, 511U, 512U, 513U, 100000U}) {
+        std::string bytes;
+        for (unsigned int i = 0; i < n; ++i) bytes += static_cast<char>(i * 7 % 251);
+        fxStr text(bytes);
+        const std::unique_ptr<fxStr> read(fxXdrCopy(&text));
+        ASSERT_NE(read, nullptr);
+        EXPECT_EQ(read->view(), bytes) << n;
+
+        Scalars scalars;
+        scalars.n = n;
+        char*& chars = std::get<char*>(scalars.blocks);
+        chars = static_cast<char*>(std::malloc(n + 1));
+        bytes.copy(chars, n);
+        const Scalars* block = fxXdrCopy(&scalars);
+        ASSERT_NE(block, nullptr);
+        EXPECT_EQ(std::string(std::get<char*>(block->blocks), n + 1), bytes + '\0') << n;
+    }
+}
+
+template <class T>
+T* pair(T a, T b) {
+    T* const block = static_cast<T*>(std::malloc(2 * sizeof(T)));
+    block[0] = a;
+    block[1] = b;
+    return block;
+}
+
+TEST_F(Reader, FieldsOfEveryTypeTravel) {
+    Scalars in;
+    in.scalars = std::make_tuple(true, '\xFF', 255, short{-3}, 65535, -70000, 4000000000U, -5L,
+                                 ~0UL, 1.5F, -0.1, Colour::green, fxStr("a\0b", 3));
+    in.flags[1] = true;
+    in.texts[1] = "second";
+    in.row[0] = 1;
+    in.row[2] = -3;
+    in.n = 2;
+    in.blocks = std::make_tuple(pair('x', 'y'), pair<unsigned char>(1, 255), pair<short>(-1, 2),
+                                pair<unsigned short>(65535, 1), pair(-7, 8), pair(1L << 50, -1L),
+                                pair(0.25F, -1.0F), pair(1e-300, 2.0));
+    in.text = strdup("some text");
+
+    Scalars* out = fxXdrCopy(&in);
+    ASSERT_NE(out, nullptr);
+    EXPECT_TRUE(out->scalars == in.scalars);
+    EXPECT_TRUE(!out->flags[0] && out->flags[1]);
+    EXPECT_TRUE(out->texts[0] == "" && out->texts[1] == "second");
+    EXPECT_TRUE(std::equal(in.row, in.row + 3, out->row));
+    ASSERT_EQ(out->n, 2U);
+    const auto pairsOf = [](const auto&... block) {
+        return std::make_tuple(std::make_pair(block[0], block[1])...);
+    };
+    EXPECT_EQ(std::apply(pairsOf, out->blocks), std::apply(pairsOf, in.blocks));
+    EXPECT_STREQ(out->text, "some text");
+    EXPECT_TRUE(out->noText == nullptr && out->noBlock == nullptr && out->none == 0);
+}
+
+// A graph that is the same object for object is written as the same bytes.
+TEST_F(Reader, GraphWithEverythingReadsBackTheSame) {
+    Rich* const once = loaded<Rich>(richStream());
+    ASSERT_NE(once, nullptr);
+    Rich* const twice = fxXdrCopy(once);  // each reading turns the chains round
+    ASSERT_NE(twice, nullptr);
+    EXPECT_EQ(saved(twice), richStream());
+    EXPECT_TRUE(twice->second == twice && twice->many[2] == twice);  // by their bases
+    // A root may be asked for as one of its bases.
+    const Second* asSecond = loaded<Second>(richStream());
+    ASSERT_NE(asSecond, nullptr);
+    EXPECT_EQ(asSecond->own, 2);
+}
+
+TEST_F(Reader, VectorsOfPointersGrowWithTheStream) {
+    Hub hub;
+    for (int i = 0; i < 1000; ++i) {
+        Node* const node = new Node;
+        node->number = i;
+        hub.nodes.append(node);
+        hub.spokes.push_back(i % 10 == 0
+                                 ? nullptr
+                                 : static_cast<Node*>(hub.nodes[static_cast<unsigned int>(i / 2)]));
+    }
+    hub.spokes.push_back(&hub);
+    Hub* const read = fxXdrCopy(&hub);
+    ASSERT_NE(read, nullptr);
+    EXPECT_EQ(saved(read), saved(&hub));
+    EXPECT_EQ(read->spokes[1000], read);
+    // xdrSuccess() came when everything was there.
+    ASSERT_EQ(read->told.size(), 1001U);
+    EXPECT_EQ(read->told[7], 3);
+}
+
+TEST_F(Reader, SuccessIsToldToTheObjectThatWasMadeAndToNoPartOfIt) {
+    Frame frame;
+    frame.hub.spokes.push_back(nullptr);
+    const Frame* const read = fxXdrCopy(&frame);
+    ASSERT_NE(read, nullptr);
+    EXPECT_TRUE(read->hub.told.empty());
+
+    const auto original =
+        std::exchange(Frame_type.newInstance, [](fxTypeObj&) -> void* { return new ToldFrame; });
+    const ToldFrame* const told = dynamic_cast<ToldFrame*>(fxXdrCopy(&frame));
+    Frame_type.newInstance = original;
+    ASSERT_NE(told, nullptr);
+    EXPECT_TRUE(told->isTold);
+}
+
+TEST_F(Reader, SeveralGraphsOfOneStreamShareTheirObjects) {
+    HeldStream stream;
+    Node first, second;
+    fxStr text("text");
+    first.number = 1;
+    second.left = &first;
+    second.text = "second";
+    {
+        fxBinaryWriter writer(stream);
+        ASSERT_TRUE(fxWriteObject(writer, &first));
+        ASSERT_TRUE(fxWriteObject(writer, &text));
+        ASSERT_TRUE(fxWriteObject(writer, &second));
+    }
+    fxBinaryReader reader(stream, 0x1122, 0x33445566, "ieee");
+    const Node* readFirst = fxReadObject<Node>(reader);
+    const std::unique_ptr<fxStr> readText(fxReadObject<fxStr>(reader));
+    ASSERT_NE(readText, nullptr);
+    EXPECT_EQ(*readText, "text");
+    *readText = "the reader keeps its own";
+    const Node* readSecond = fxReadObject<Node>(reader);
+    ASSERT_NE(readSecond, nullptr);
+    EXPECT_EQ(readSecond->left, readFirst);
+    EXPECT_EQ(readSecond->text, "second");
+}
+
+TEST_F(Reader, ResetForgetsWhatWasRead) {
+    HeldStream stream;
+    Node first, second;
+    second.left = &first;
+    fxBinaryWriter writer(stream);
+    ASSERT_TRUE(fxWriteObject(writer, &first));
+    writer.reset();
+    ASSERT_TRUE(fxWriteObject(writer, &second));
+    ASSERT_TRUE(fxWriteObject(writer, &first));
+    fxBinaryReader reader(stream, 0x1122, 0x33445566, "ieee");
+    const Node* readFirst = fxReadObject<Node>(reader);
+    reader.reset();
+    const Node* readSecond = fxReadObject<Node>(reader);
+    ASSERT_NE(readSecond, nullptr);
+    EXPECT_NE(readSecond->left, readFirst);
+    reader.reset();  // but the writer goes on, by numbers that mean nothing now
+    EXPECT_DEATH(fxReadObject<Node>(reader), "XXX baddest news");
+}
+
+TEST_F(Reader, SameTextWrittenTwiceIsReadAsTwoTexts) {
+    HeldStream stream;
+    fxStr text("text");
+    fxBinaryWriter writer(stream);
+    ASSERT_TRUE(fxWriteObject(writer, &text));
+    ASSERT_TRUE(fxWriteObject(writer, &text));
+    writer.reset();
+    text = "changed";
+    ASSERT_TRUE(fxWriteObject(writer, &text));
+
+    fxBinaryReader reader(stream, 0x1122, 0x33445566, "ieee");
+    std::unique_ptr<fxStr> first(fxReadObject<fxStr>(reader));
+    first.reset();
+    const std::unique_ptr<fxStr> second(fxReadObject<fxStr>(reader));
+    const std::unique_ptr<fxStr> third(fxReadObject<fxStr>(reader));
+    ASSERT_TRUE(second != nullptr && third != nullptr);
+    EXPECT_EQ(*second, "text");
+    EXPECT_EQ(*third, "changed");
+    EXPECT_EQ(fxReadObject<fxStr>(reader), nullptr);
+}
+
+TEST_F(Reader, PlainPointersShareTheirBlockAndStringsDoNot) {
+    HeldStream memory;
+    {
+        fxBinaryWriter writer(memory);
+        char block[] = "shared";
+        char* p = block;
+        Listed root;
+        ASSERT_TRUE(writer.xdr(&p) && writer.xdr(&p) && writer.xdr(&p, 7));
+        ASSERT_TRUE(fxWriteObject(writer, &root));
+    }
+    fxBinaryReader reader(memory, 0x1122, 0x33445566, "ieee");
+    char* one = nullptr;
+    char* two = nullptr;
+    char* three = nullptr;
+    ASSERT_TRUE(reader.xdr(&one) && reader.xdr(&two) && reader.xdr(&three, 7));
+    EXPECT_EQ(one, nullptr);
+    ASSERT_NE(fxReadObject<Listed>(reader), nullptr);
+    EXPECT_STREQ(one, "shared");
+    EXPECT_TRUE(one == two && two == three);
+    std::free(one);
+
+    // Two strings and a pointer that a stream gives one block.
+    memory.set(record(0, "", long8(4)) + record(3, word(1) + word(4)) + record(0, "", long8(4)) +
+               record(4, word(1)) + record(4, word(1)) + typeRecord(3, "Listed") +
+               objectRecord(2, 3, long8(0)) + record(5, word(1) + word(4), std::string("abc", 4)));
+    fxBinaryReader strings(memory, 0x1122, 0x33445566, "ieee");
+    fxStr a, b;
+    char* plain = nullptr;
+    ASSERT_TRUE(a.xdr(strings) && b.xdr(strings) && strings.xdr(&plain));
+    ASSERT_NE(fxReadObject<Listed>(strings), nullptr);
+    EXPECT_TRUE(a == "abc" && b == "abc");
+    EXPECT_STREQ(plain, "abc");
+    EXPECT_TRUE(a.data != b.data && a.data != plain && b.data != plain);
+    std::free(plain);
+
+    // A string at the start of a longer block that ends in no zero.
+    memory.set(record(0, "", long8(4)) + record(3, word(1) + word(8)) + record(4, word(1)) +
+               typeRecord(3, "Listed") + objectRecord(2, 3, long8(0)) +
+               record(5, word(1) + word(8), std::string("abc\0defg", 8)));
+    fxBinaryReader longer(memory, 0x1122, 0x33445566, "ieee");
+    fxStr start;
+    ASSERT_TRUE(start.xdr(longer) && longer.xdr(&plain, 8));
+    ASSERT_NE(fxReadObject<Listed>(longer), nullptr);
+    EXPECT_TRUE(start == "abc");
+    EXPECT_EQ(std::memcmp(plain, "abc\0defg", 8), 0);
+    std::free(plain);
+}
+
+TEST_F(Reader, ObjectThatForgivesItsFailureIsOwedNothing) {
+    // Its xdr() asks for a text and fails; the text then arrives.
+    const std::string bytes = header() + typeRecord(2, "Forgiving") + objectRecord(1, 2, long8(4)) +
+                              record(3, word(3) + word(4)) +
+                              record(5, word(3) + word(4), std::string("abc", 4));
+    const Forgiving* read = loaded<Forgiving>(bytes);
+    ASSERT_NE(read, nullptr);
+    EXPECT_EQ(read->first, "");
+    Forgiving written;
+    EXPECT_NE(saved(&written), "failed");
+}
+
+/// Writes the records of one object, whose payload goes on behind each pointer.
+struct Payload {
+    std::string bytes;  // of the records that are complete
+    unsigned int tag = 10;
+    std::string fields = word(1) + word(2) + word(1);
+    std::string open;
+
+    void next(unsigned int nextTag, const std::string& nextFields) {
+        bytes += record(tag, fields, open);
+        tag = nextTag;
+        fields = nextFields;
+        open.clear();
+    }
+    void numbers(std::initializer_list<long> values) {
+        for (const long value : values) open += long8(value);
+    }
+    void text(unsigned int id) {
+        numbers({4});
+        next(3, word(id) + word(4));
+    }
+};
+
+TEST_F(Reader, ContainersThatFailAreOwedNothing) {
+    // Each container is promised two members, and the second is impossible. The
+    // texts of the first arrive all the same.
+    Payload payload;
+    unsigned int id = 3;
+    for (int i = 0; i < 2; ++i) {
+        payload.numbers({32});
+        payload.open += word(16, 2);
+        payload.text(id++);
+        payload.numbers({0, 2, 16, 16, 1});
+        payload.text(id++);
+        payload.text(id++);
+        payload.numbers({0, 0});
+    }
+    payload.numbers({0});
+    payload.next(0, "");
+    while (id-- > 3) payload.bytes += record(5, word(id) + word(4), std::string("abc", 4));
+    EXPECT_NE(loaded<Careless>(header() + typeRecord(2, "Careless") + payload.bytes), nullptr);
+
+    // Two pointers are promised; the first leads to what is there already.
+    Payload pointers;
+    for (int i = 0; i < 2; ++i) {
+        pointers.numbers({0});
+        pointers.open += word(16, 2);
+        pointers.numbers({0, 16, 16, 1});
+    }
+    pointers.numbers({2});
+    pointers.next(12, word(1));
+    pointers.next(0, "");
+    EXPECT_NE(loaded<Careless>(header() + typeRecord(2, "Careless") + pointers.bytes), nullptr);
+}
+
+TEST_F(Reader, ObjectsThatNothingLeadsToDieWithTheReader) {
+    const std::string bytes = header() + typeRecord(2, "Node") + typeRecord(3, "Listed") +
+                              objectRecord(1, 2, long8(1) + long8(1)) + record(1) +
+                              record(11, word(4))                          // awaits 4
+                              + objectRecord(5, 2, long8(5) + long8(1)) +  // nobody's
+                              record(12, word(1)) + record(12, word(4)) +  // leads here
+                              objectRecord(4, 3, long8(4));
+    {
+        HeldStream stream(bytes);
+        const std::unique_ptr<fxTranscriber> reader(fxTranscriber::getReader(stream));
+        const Node* root = fxReadObject<Node>(*reader);
+        ASSERT_NE(root, nullptr);
+        EXPECT_EQ(root->right->number, 4);
+        EXPECT_EQ(Listed::all().size(), 3U);
+    }
+    EXPECT_EQ(Listed::all().size(), 2U);
+}
+
+TEST_F(Reader, FailedReadReleasesWhatItMade) {
+    Node a, b;
+    a.left = &b;
+    b.left = &a;
+    a.text = "some text";
+    b.text = fxStr(std::string(9000, 'x').c_str());
+    const std::string bytes = saved(&a);
+    ASSERT_EQ(Listed::all().size(), 2U);
+    // Cut in the bodies of the texts, which come last.
+    for (size_t cut : {1U, 5U, 100U, 5000U, 9000U}) {
+        EXPECT_EQ(loaded<Node>(bytes.substr(0, bytes.size() - cut)), nullptr) << cut;
+        EXPECT_EQ(Listed::all().size(), 2U) << cut;
+    }
+}
+
+TEST_F(Reader, ClassThatCannotBeToldFromItsRecordIsNotWritten) {
+    Unregistered object;
+    Node holder;
+    holder.left = &object;
+    EXPECT_NE(saved(static_cast<Node*>(&object)), "failed");
+    EXPECT_NE(saved(&holder), "failed");
+    Hub hub;
+    hub.spokes.push_back(static_cast<Node*>(&object));
+    EXPECT_EQ(saved(&hub), "failed");
+}
+
+TEST_F(Reader, VersionsOfOlderWritersRead) {
+    // Older writers: the version of the last type record, here that of Leaf.
+    const std::string older =
+        header() + typeRecord(2, "Node") + objectRecord(1, 2, long8(0) + long8(1)) + record(1) +
+        typeRecord(3, "Leaf") + record(11, word(4)) + objectRecord(4, 3, long8(0), 2) +
+        record(11, word(5), std::string(8, '\0')) + objectRecord(5, 2, long8(0) + long8(1), 2) +
+        record(1) + record(1);
+    const Node* read = loaded<Node>(older);
+    ASSERT_NE(read, nullptr);
+    EXPECT_NE(dynamic_cast<Leaf*>(read->right)->owner, nullptr);
+    EXPECT_DEATH(
+        loaded<Listed>(header() + typeRecord(2, "Listed") + objectRecord(1, 2, long8(0), 2)),
+        "XXX version error handling is missing");
+}
+
+TEST_F(Reader, FillersOfOlderWritersArePassedOver) {
+    const std::string filler(4, '\0');
+    const std::string bytes =
+        header() + typeRecord(2, "Node") + objectRecord(1, 2, long8(7) + long8(1)) +
+        record(12, word(1)) + filler +  // four seen: 8 bytes from here on
+        record(11, word(3) + filler) + objectRecord(3, 2, long8(8) + long8(1)) +
+        record(12, word(1) + filler) + record(12, word(3) + filler);
+    const Node* read = loaded<Node>(bytes);
+    ASSERT_NE(read, nullptr);
+    EXPECT_EQ(read->left, read);
+    EXPECT_EQ(read->right->number, 8);
+    EXPECT_EQ(static_cast<Node*>(read->right)->right, read->right);
+}
+
+TEST_F(Reader, BodiesMayComeInAnyOrder) {
+    const std::string node = long8(0) + long8(1);
+    const std::string bytes = header() + typeRecord(2, "Node") + objectRecord(1, 2, node) +
+                              record(12, word(3)) + record(12, word(4)) +  // again before first
+                              objectRecord(3, 2, node) + record(11, word(4)) + record(11, word(4)) +
+                              objectRecord(4, 2, node) + record(1) + record(11, word(3));
+    const Node* read = loaded<Node>(bytes);
+    ASSERT_NE(read, nullptr);
+    EXPECT_EQ(read->left->left, read->right);
+    EXPECT_EQ(read->left->right, read->right);
+    EXPECT_EQ(static_cast<Node*>(read->right)->right, read->left);
+}
+
+TEST_F(Reader, NothingIsReadBeyondTheGraph) {
+    int ends[2];
+    ASSERT_EQ(pipe(ends), 0);
+    fxTranscriber* writer =
+        fxTranscriber::getWriter(new fxStdioStream(ends[1], fxStream::fxStreamWrite));
+    fxTranscriber* reader = nullptr;
+    for (int i = 0; i < 3; ++i) {
+        Node node;
+        node.number = i;
+        node.left = &node;  // ends in a reference
+        writer->reset();
+        ASSERT_TRUE(fxWriteObject(*writer, &node));
+        ASSERT_TRUE(static_cast<fxStdioStream*>(writer->getStream())->flush());
+        // The pipe is still open: asking it for more would block.
+        if (reader == nullptr) {
+            reader = fxTranscriber::getReader(new fxStdioStream(ends[0], fxStream::fxStreamRead));
+        }
+        const Node* read = fxReadObject<Node>(*reader);
+        ASSERT_NE(read, nullptr);
+        EXPECT_EQ(read->number, i);
+        EXPECT_EQ(read->left, read);
+    }
+    delete writer;
+    EXPECT_EQ(fxReadObject<Node>(*reader), nullptr);
+    delete reader;
+}
+
+TEST_F(Reader, RandomGraphsReadBackTheSame) {
+    std::mt19937 rng(testSeed());
+    const auto upTo = [&rng](size_t n) { return static_cast<size_t>(rng() % n); };
+    for (int round = 0; round < 60; ++round) {
+        const size_t count = 1 + upTo(80);
+        std::vector<Node*> nodes;
+        std::vector<Listed*> any;
+        for (size_t i = 0; i < count; ++i) {
+            nodes.push_back(new Node);
+            nodes.back()->number = static_cast<long>(i);
+            nodes.back()->text = fxStr(std::string(upTo(round == 7 ? 3000 : 20), 'a').c_str());
+            any.push_back(nodes.back());
+            if (upTo(3) == 0) {
+                Leaf* leaf = new Leaf;
+                leaf->weight = static_cast<double>(i);
+                any.push_back(leaf);
+            }
+        }
+        for (Listed* object : any) {
+            if (Leaf* leaf = dynamic_cast<Leaf*>(object)) {
+                leaf->owner = upTo(4) == 0 ? nullptr : nodes[upTo(count)];
+            } else if (Node* node = dynamic_cast<Node*>(object)) {
+                node->left = upTo(4) == 0 ? nullptr : nodes[upTo(count)];
+                node->right = upTo(4) == 0 ? nullptr : any[upTo(any.size())];
+            }
+        }
+        Node* read = fxXdrCopy(nodes[0]);
+        ASSERT_NE(read, nullptr);
+
+        EXPECT_EQ(saved(read), saved(nodes[0]));
+        Listed::deleteAll();
+    }
+}
+
+TEST_F(Reader, MillionObjectsInAChainNeedNoStack) {
+    onStackOf(size_t{256} << 10U, [] {
+        constexpr long count = 1000000;
+        Link* first = nullptr;
+        for (long i = count; i-- > 0;) {
+            Link* link = new Link;
+            link->number = i;
+            link->next = std::exchange(first, link);
+        }
+        Link* read = fxXdrCopy(first);
+        long good = 0;
+        while (read != nullptr) {
+            good += read->number == good;
+            delete std::exchange(read, read->next);
+            delete std::exchange(first, first->next);
+        }
+        EXPECT_EQ(good, count);
+    });
+}

@@ -1,0 +1,319 @@
+// What the binary writer puts into the stream, to the byte.
+#include "fxds/BinaryWriter.h"
+
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+
+#include "fxds/Globals.h"
+#include "fxds/StrSet.h"
+#include "fxds/StrStrDictionary.h"
+#include "fxds/streams/WriterNumbers.h"
+#include "tests/support/StreamKit.h"
+
+namespace {
+
+/// A field of every kind of record.
+class Sample : public Listed {
+    FX_TRANSCRIBABLE(Sample)
+    int count = 7;
+    char* name = nullptr;
+    char* again = nullptr;
+    short* shorts = nullptr;
+    long* longs = nullptr;
+    float* floats = nullptr;
+    double* doubles = nullptr;
+    int* ints = nullptr;
+    Sample* self = nullptr;
+    Leaf* leaf = nullptr;
+    Leaf* none = nullptr;
+};
+FX_TRANSCRIBABLE_TYPE(Sample, "Sample", 1, Listed);
+fxBool Sample::xdr(fxTranscriber& t) {
+    return fxXdr(t, count) && t.xdr(&name) && t.xdr(&again) && t.xdr(&shorts, 2) &&
+           t.xdr(&longs, 1) && t.xdr(&floats, 1) && t.xdr(&doubles, 1) && t.xdr(&ints, 3) &&
+           fxXdrObject(t, self) && fxXdrObject(t, leaf) && fxXdrObject(t, none) && fxXdr(t, number);
+}
+
+/// A part at an address of its own, reached by two ways.
+class Part : public virtual Listed {
+    FX_TRANSCRIBABLE(Part)
+    long own = 1;
+};
+FX_TRANSCRIBABLE_TYPE(Part, "Part", 1, Listed);
+fxBool Part::xdr(fxTranscriber& t) { return fxXdrBase<Listed>(t, this) && fxXdr(t, own); }
+
+class Twice : public Part {
+    FX_TRANSCRIBABLE(Twice)
+};
+FX_TRANSCRIBABLE_TYPE(Twice, "Twice", 1, Part);
+fxBool Twice::xdr(fxTranscriber& t) {
+    return fxXdrBase<Part>(t, this) && fxXdrBase<Listed>(t, this);
+}
+
+/// Cannot be written to its end.
+class Refusing : public Listed {
+    FX_TRANSCRIBABLE(Refusing)
+    Node* node = nullptr;
+};
+FX_TRANSCRIBABLE_TYPE(Refusing, "Refusing", 1, Listed);
+fxBool Refusing::xdr(fxTranscriber& t) { return fxXdrObject(t, node) && false; }
+
+/// Wants to know when it has been written.
+class Told : public fxStrArray {
+public:
+    void xdrSuccess(fxTranscriber&) override { ++times; }
+    int times = 0;
+};
+
+/// What the records after the header are.
+std::string records(const std::string& stream) {
+    EXPECT_EQ(stream.substr(0, header().size()), header());
+    return stream.substr(std::min(stream.size(), header().size()));
+}
+
+/// Makes bare writers and shows what is protected.
+class OpenWriter : public fxBinaryWriter {
+public:
+    explicit OpenWriter(fxStream* out) : fxTranscriber(out, false), fxBinaryWriter(out) {}
+    using fxBinaryWriter::putHeader;
+    void setTag(unsigned int newTag) { tag = newTag; }
+};
+
+class Writer : public ::testing::Test {
+protected:
+    static void SetUpTestSuite() { fxInitializeToolkit(); }
+    void TearDown() override {
+        Listed::deleteAll();
+        delete writer;
+    }
+
+    HeldStream stream;
+    OpenWriter* writer = new OpenWriter(stream);
+};
+
+}  // namespace
+
+TEST_F(Writer, EveryKindOfRecordIsAsTheFormatHasIt) {
+    Sample sample;
+    Leaf leaf;
+    char text[] = "hey";
+    short shorts[] = {1, -1};
+    long longs[] = {0x0102030405060708};
+    float floats[] = {1.0F};
+    double doubles[] = {-2.0};
+    int ints[] = {1, 2, -3};
+    sample.number = 5;
+    sample.name = sample.again = text;
+    sample.shorts = shorts;
+    sample.longs = longs;
+    sample.floats = floats;
+    sample.doubles = doubles;
+    sample.ints = ints;
+    sample.self = &sample;
+    sample.leaf = leaf.owner == nullptr ? &leaf : nullptr;
+    leaf.weight = 1.0;
+
+    EXPECT_EQ(records(saved(&sample)),
+              typeRecord(2, "Sample")                                      // the root's type
+                  + objectRecord(1, 2, long8(7))                           // the root: count
+                  + record(3, word(3) + word(4))                           // name, 4 bytes
+                  + record(4, word(3))                                     // again: the same
+                  + record(3, word(4) + word(4))                           // shorts
+                  + record(3, word(5) + word(8))                           // longs
+                  + record(3, word(6) + word(4))                           // floats
+                  + record(3, word(7) + word(8))                           // doubles
+                  + record(3, word(8) + word(24))                          // ints, 8 bytes each
+                  + record(12, word(1))                                    // self
+                  + typeRecord(9, "Leaf")                                  // of what comes now
+                  + record(11, word(10))                                   // leaf
+                  + record(1, "", long8(5))                                // none; number behind it
+                  + objectRecord(10, 9, long8(0), 2)                       // leaf: its number
+                  + record(1, "", std::string("\0\0\0\0\0\0\xF0\x3F", 8))  // no owner; weight
+                  + record(7, word(8) + word(24),                          // 3 ints, then filler
+                           word(1) + word(2) + word(0xFFFFFFFD) + std::string(12, '\0')) +
+                  record(9, word(7) + word(8), std::string("\0\0\0\0\0\0\0\xC0", 8)) +
+                  record(8, word(6) + word(4), std::string("\0\0\x80\x3F", 4)) +
+                  record(7, word(5) + word(8), "\x08\x07\x06\x05\x04\x03\x02\x01") +
+                  record(6, word(4) + word(4), std::string("\x01\0\xFF\xFF", 4)) +
+                  record(5, word(3) + word(4), std::string("hey", 4)));
+}
+
+TEST_F(Writer, BasePartIsWrittenOnceAndThenReferredTo) {
+    Twice twice;
+    twice.number = 3;
+    EXPECT_EQ(records(saved(&twice)), typeRecord(2, "Twice") + objectRecord(1, 2, "") +
+                                          record(13, word(3), long8(3) + long8(1)) +
+                                          record(14, word(3)));
+}
+
+TEST_F(Writer, ContainersHaveTheirSizesBeforeTheirElements) {
+    fxIntArray ints;
+    for (int i : {1, -2, 3}) ints.append(i);
+    ASSERT_EQ(ints.getMaxLength(), 4U);
+    const std::string packed = word(1) + word(0xFFFFFFFE) + word(3) + std::string(12, '\0');
+    EXPECT_EQ(
+        records(saved(&ints)),
+        typeRecord(2, "ARRAY") + objectRecord(1, 2, word(12) + word(4) + word(4, 2) + packed));
+
+    fxStrStrDictionary dictionary;
+    dictionary.add("k", "v");
+    const std::string entry = long8(2);  // length with the terminator
+    const unsigned long bucket = fxStr("k").hash() % 31;
+    EXPECT_EQ(
+        records(saved(&dictionary)),
+        typeRecord(2, "DICT") +
+            objectRecord(1, 2,
+                         word(1) + word(16) + word(16) + word(16) + long8(16) + long8(31) + entry) +
+            record(3, word(3) + word(2), entry) +
+            record(3, word(4) + word(2), long8(static_cast<long>(bucket))) +
+            record(5, word(4) + word(2), std::string("v", 2)) +
+            record(5, word(3) + word(2), std::string("k", 2)));
+
+    fxStrSet set;
+    set.add("k");
+    EXPECT_EQ(records(saved(&set)),
+              typeRecord(2, "SET") +
+                  objectRecord(1, 2, word(1) + word(16) + long8(16) + long8(31) + entry) +
+                  record(3, word(3) + word(2), long8(static_cast<long>(bucket))) +
+                  record(5, word(3) + word(2), std::string("k", 2)));
+}
+
+TEST_F(Writer, PayloadIsCutAt512Bytes) {
+    for (size_t n : {0U, 1U, 255U, 256U, 511U, 512U, 513U, 1000U, 1024U, 100000U}) {
+        std::string payload;
+        for (size_t i = 0; i < n; ++i) payload += static_cast<char>(i * 7 % 251);
+        std::string expected = record(5, word(1) + word(n), payload.substr(0, 512));
+        std::string data;
+        for (size_t i = 0; i < n; i += 512) data += record(0, "", payload.substr(i, 512));
+        if (n > 512) expected += data.substr(record(0, "", payload.substr(0, 512)).size());
+
+        // As a block, at once as scalars, and as scalars one by one.
+        HeldStream block;
+        OpenWriter blockWriter(block);
+        Listed root;
+        char* p = payload.data();
+        EXPECT_TRUE(blockWriter.xdr(&p, static_cast<unsigned int>(n)));
+        EXPECT_TRUE(fxWriteObject(blockWriter, &root));
+        EXPECT_NE(block->view().find(expected), std::string::npos) << n;
+
+        HeldStream atOnce;
+        OpenWriter atOnceWriter(atOnce);
+        EXPECT_TRUE(atOnceWriter.xdr(payload.data(), static_cast<unsigned int>(n)));
+        EXPECT_TRUE(atOnceWriter.flush());
+        HeldStream singly;
+        OpenWriter singlyWriter(singly);
+        for (char& byte : payload) EXPECT_TRUE(singlyWriter.xdr(&byte, 1));
+        EXPECT_TRUE(singlyWriter.flush());
+        EXPECT_EQ(atOnce->view(), data) << n;
+        EXPECT_EQ(singly->view(), data) << n;
+    }
+}
+
+TEST_F(Writer, LengthHasOneTwoOrFourBytes) {
+    const auto head = [](unsigned int tag, unsigned long length) {
+        char bytes[5];
+        return std::string(bytes, OpenWriter::putHeader(bytes, tag, length));
+    };
+    EXPECT_EQ(head(5, 0), "\x05");
+    EXPECT_EQ(head(5, 1), "\x45\x01");
+    EXPECT_EQ(head(5, 255), "\x45\xFF");
+    EXPECT_EQ(head(5, 256), std::string("\x85\0\x01", 3));
+    EXPECT_EQ(head(5, 65535), "\x85\xFF\xFF");
+    EXPECT_EQ(head(14, 65536), std::string("\xCE\0\0\x01\0", 5));
+}
+
+TEST_F(Writer, OneIntMovesEightBytes) {
+    unsigned int value = 0x01020304;
+    EXPECT_TRUE(writer->xdr(&value, 1));
+    EXPECT_TRUE(writer->flush());
+    EXPECT_EQ(stream->view(), record(0, "", word(0x01020304) + word(0)));
+}
+
+TEST_F(Writer, WhatIsTranscribedDirectlyComesBeforeTheObject) {
+    long value = 9;
+    Listed root;
+    EXPECT_TRUE(writer->xdr(&value, 1));
+    EXPECT_TRUE(fxWriteObject(*writer, &root));
+    EXPECT_EQ(stream->view(),
+              record(0, "", long8(9)) + typeRecord(2, "Listed") + objectRecord(1, 2, long8(0)));
+}
+
+TEST_F(Writer, LaterObjectsReferToEarlierOnes) {
+    Listed first;
+    Node second;
+    second.right = &first;
+    ASSERT_TRUE(fxWriteObject(*writer, &first));
+    const size_t end = stream->view().size();
+    ASSERT_TRUE(fxWriteObject(*writer, &second));
+    EXPECT_EQ(stream->view().substr(end), typeRecord(4, "Node") +
+                                              objectRecord(3, 4, long8(0) + long8(1)) + record(1) +
+                                              record(12, word(1)));
+}
+
+TEST_F(Writer, ContainersAreToldOfTheirSuccess) {
+    Told strings;
+    ASSERT_TRUE(writer->writeObject(&strings, &strings));
+    EXPECT_EQ(strings.times, 1);
+}
+
+TEST_F(Writer, ResetForgetsButNumbersGoOn) {
+    fxStr text("abc");
+    ASSERT_TRUE(fxWriteObject(*writer, &text));
+    stream->reset();
+    ASSERT_TRUE(fxWriteObject(*writer, &text));
+    EXPECT_EQ(stream->view(), objectRecord(4, 2, long8(4)) + record(4, word(3)));
+    stream->reset();
+    writer->reset();
+    ASSERT_TRUE(fxWriteObject(*writer, &text));
+    EXPECT_EQ(stream->view(), typeRecord(6, "fxStr") + objectRecord(5, 6, long8(4)) +
+                                  record(3, word(7) + word(4)) +
+                                  record(5, word(7) + word(4), std::string("abc", 4)));
+}
+
+TEST(AddressIndex, HighNumbersAfterAResetCostNoMemory) {
+    const char places[3] = {};
+    fxAddressIndex index;
+    index.set(&places[0], 1);
+    index.clear();
+    rusage before, after;
+    getrusage(RUSAGE_SELF, &before);
+    constexpr unsigned int high = 1U << 25;
+    index.set(&places[1], high);
+    EXPECT_EQ(index.findOrSet(&places[2], high + 1), high + 1);
+    EXPECT_EQ(index.findOrSet(&places[1], high + 2), high);
+    EXPECT_EQ(index.find(&places[0]), 0U);
+    getrusage(RUSAGE_SELF, &after);
+    EXPECT_LT(after.ru_maxrss - before.ru_maxrss, 64 * 1024);
+}
+
+TEST_F(Writer, WhatAFailedSaveLeftWaitingIsForgotten) {
+    Refusing refusing;
+    refusing.node = new Node;
+    EXPECT_FALSE(fxWriteObject(*writer, &refusing));
+    delete refusing.node;
+    stream->reset();
+    Listed root;
+    EXPECT_TRUE(fxWriteObject(*writer, &root));
+    EXPECT_EQ(stream->view(), typeRecord(6, "Listed") + objectRecord(5, 6, long8(0)));
+}
+
+TEST_F(Writer, RefusesWhatItCannotWrite) {
+    Listed root;
+    EXPECT_FALSE(writer->writeObject(nullptr, &root));
+    EXPECT_FALSE(writer->writeObject(&root, nullptr));
+    EXPECT_FALSE(fxWriteObject<Listed>(*writer, nullptr));
+    long* block = &root.number;
+    EXPECT_FALSE(writer->xdr(&block, 0x10000000));  // 2^31 bytes
+    EXPECT_EQ(stream->view(), "");
+
+    fxMemoryStream readOnly(nullptr, 0);
+    readOnly.take();
+    fxBinaryWriter refused(&readOnly);
+    EXPECT_FALSE(fxWriteObject(refused, &root));
+    EXPECT_EQ(fxTranscriber::getWriter(&readOnly), nullptr);
+}
+
+TEST_F(Writer, FatalCasesAreNamed) {
+    EXPECT_DEATH(writer->readObject(fxStr_type), "tried to invoke fxBinaryWriter::readObject");
+    EXPECT_DEATH((writer->setTag(15), writer->flush()), "Whoops!");
+}

@@ -1,0 +1,229 @@
+// A graph that has a record of every kind, and its classes.
+#ifndef FXDS_TESTS_RICHGRAPH_H
+#define FXDS_TESTS_RICHGRAPH_H
+
+#include <set>
+#include <string>
+
+#include "fxds/BoolArray.h"
+#include "fxds/LongArray.h"
+#include "fxds/ShortArray.h"
+#include "fxds/StrSet.h"
+#include "fxds/StrStrDictionary.h"
+#include "tests/support/StreamKit.h"
+
+/// Blocks and objects that the objects of a graph point to. Who shares what is
+/// up to the stream, so they are released here, each once.
+struct Received {
+    static std::set<void*>& blocks() {
+        static std::set<void*> all;
+        return all;
+    }
+    static std::set<fxXDRObj*>& objects() {
+        static std::set<fxXDRObj*> all;
+        return all;
+    }
+    static std::set<fxStr*>& strings() {
+        static std::set<fxStr*> all;
+        return all;
+    }
+    static void deleteAll() {
+        for (void* block : blocks()) std::free(block);
+        for (fxXDRObj* object : objects()) delete object;
+        for (fxStr* string : strings()) delete string;
+        blocks().clear();
+        objects().clear();
+        strings().clear();
+        Listed::deleteAll();
+    }
+};
+
+/// A second base, at an address of its own.
+class Second : public virtual Listed {
+    FX_TRANSCRIBABLE(Second)
+    long own = 0;
+};
+FX_TRANSCRIBABLE_TYPE(Second, "Second", 1, Listed);
+inline fxBool Second::xdr(fxTranscriber& t) { return fxXdrBase<Listed>(t, this) && fxXdr(t, own); }
+
+class First : public virtual Listed {
+    FX_TRANSCRIBABLE(First)
+    fxStr label;
+};
+FX_TRANSCRIBABLE_TYPE(First, "First", 1, Listed);
+inline fxBool First::xdr(fxTranscriber& t) { return fxXdrBase<Listed>(t, this) && fxXdr(t, label); }
+
+/// Everything at once.
+class Rich : public First, public Second {
+    FX_TRANSCRIBABLE(Rich)
+
+    bool flag = true;
+    short small = 1;
+    int row[3] = {1, 2, 3};
+    double real = 0.5;
+    fxIntArray ints;
+    fxBoolArray bools;
+    fxStrArray strings;
+    fxStrSet set;
+    fxStrStrDictionary dictionary;
+    unsigned int count = 0;
+    short* shorts = nullptr;
+    int* integers = nullptr;
+    double* doubles = nullptr;
+    float* floats = nullptr;
+    char* text = nullptr;
+    char* same = nullptr;
+    Rich* other = nullptr;
+    Second* second = nullptr;
+    Listed* any = nullptr;
+    fxXDRObj* anything = nullptr;
+    fxShortArray* shortArray = nullptr;
+    fxStrArray* stringArray = nullptr;
+    fxStr* string = nullptr;
+    std::vector<Listed*> many;
+
+    void xdrSuccess(fxTranscriber& t) override {
+        if (!t.isReading()) return;
+        for (void* block :
+             {static_cast<void*>(shorts), static_cast<void*>(integers), static_cast<void*>(doubles),
+              static_cast<void*>(floats), static_cast<void*>(text), static_cast<void*>(same)}) {
+            if (block != nullptr) Received::blocks().insert(block);
+        }
+        for (fxXDRObj* object :
+             {static_cast<fxXDRObj*>(shortArray), static_cast<fxXDRObj*>(stringArray), anything}) {
+            if (object != nullptr && dynamic_cast<Listed*>(object) == nullptr) {
+                Received::objects().insert(object);
+            }
+        }
+        if (string != nullptr) Received::strings().insert(string);
+    }
+};
+FX_TRANSCRIBABLE_TYPE(Rich, "Rich", 1, First, Second);
+inline fxBool Rich::xdr(fxTranscriber& t) {
+    return fxXdrBase<First>(t, this) && fxXdrBase<Second>(t, this) &&
+           fxXdrAll(t, flag, small, row, real, ints, bools, strings, set, dictionary) &&
+           fxXdrBlock(t, shorts, count) && fxXdrBlock(t, integers, count) &&
+           fxXdrBlock(t, doubles, count) && fxXdrBlock(t, floats, count) && fxXdrString(t, text) &&
+           fxXdrString(t, same) && fxXdrObject(t, other) && fxXdrObject(t, second) &&
+           fxXdrObject(t, any) && fxXdrObject(t, anything) && fxXdrObject(t, shortArray) &&
+           fxXdrObject(t, stringArray) && fxXdrObject(t, string) && fxXdrObjects(t, many);
+}
+
+/// Reads all that it was given, so that a sanitizer sees what is not there.
+inline long sumOf(Rich& root) {
+    long sum = 0;
+    std::set<Listed*> seen;
+    std::vector<Listed*> walk = {&root};
+    const auto add = [&sum](const char* bytes, size_t count) {
+        for (size_t i = 0; i < count; ++i) sum += bytes[i];
+    };
+    while (!walk.empty()) {
+        Listed* const object = walk.back();
+        walk.pop_back();
+        if (object == nullptr || !seen.insert(object).second) continue;
+        sum += object->number + object->className()[0];
+        if (Node* node = dynamic_cast<Node*>(object)) {
+            add(node->text.c_str(), node->text.length() + 1);
+            walk.push_back(node->left);
+            walk.push_back(node->right);
+        }
+        if (Leaf* leaf = dynamic_cast<Leaf*>(object)) walk.push_back(leaf->owner);
+        Rich* const rich = dynamic_cast<Rich*>(object);
+        if (rich == nullptr) continue;
+        add(rich->label.c_str(), rich->label.length() + 1);
+        for (int i : rich->ints) sum += i & 1;
+        for (fxBool b : rich->bools) sum += b;
+        for (const fxStr& s : rich->strings) add(s.c_str(), s.length() + 1);
+        for (auto [key, value] : rich->dictionary) {
+            add(key.c_str(), key.length() + 1);
+            add(value.c_str(), value.length() + 1);
+        }
+        sum += rich->set.contains("a") + rich->dictionary.contains("a");
+        for (unsigned int i = 0; i < rich->count; ++i) {
+            if (rich->shorts != nullptr) sum += rich->shorts[i];
+            if (rich->integers != nullptr) sum += rich->integers[i] & 1;
+            if (rich->doubles != nullptr) sum += rich->doubles[i] > 0;
+            if (rich->floats != nullptr) sum += rich->floats[i] > 0;
+        }
+        for (const char* text : {rich->text, rich->same}) {
+            if (text != nullptr) add(text, std::strlen(text));
+        }
+        if (rich->second != nullptr) sum += rich->second->own & 1;
+        if (rich->anything != nullptr) sum += rich->anything->className()[0];
+        if (rich->shortArray != nullptr) {
+            for (short s : *rich->shortArray) sum += s;
+        }
+        if (rich->stringArray != nullptr) {
+            for (const fxStr& s : *rich->stringArray) add(s.c_str(), s.length() + 1);
+        }
+        if (rich->string != nullptr) add(rich->string->c_str(), rich->string->length() + 1);
+        walk.insert(walk.end(), rich->many.begin(), rich->many.end());
+        walk.insert(walk.end(),
+                    {rich->other, rich->second, rich->any, dynamic_cast<Listed*>(rich->anything)});
+    }
+    return sum;
+}
+
+/// The bytes of a graph with all of it.
+inline std::string richStream() {
+    Rich root, other;
+    Node node;
+    Leaf leaf;
+    fxShortArray shortArray;
+    fxStrArray stringArray;
+    fxStr string("a string");
+    short shorts[] = {1, -2};
+    int integers[] = {3, -4};
+    double doubles[] = {5.5, -6};
+    float floats[] = {7.5F, -8};
+    char text[] = "a text";
+    root.label = "root";
+    root.number = 1;
+    root.own = 2;
+    for (const char* word : {"a", "", "ccc"}) {
+        root.ints.append(word[0]);
+        root.bools.append(word[0] != 0);
+        root.strings.append(word);
+        root.set.add(word);
+        root.dictionary.add(word, "value");
+        stringArray.append(word);
+        shortArray.append(word[0]);
+    }
+    root.count = 2;
+    root.shorts = shorts;
+    root.integers = integers;
+    root.doubles = doubles;
+    root.floats = floats;
+    root.text = root.same = text;
+    root.other = &other;
+    root.second = &root;
+    root.any = &node;
+    root.anything = &leaf;
+    root.shortArray = &shortArray;
+    root.stringArray = &stringArray;
+    root.string = &string;
+    root.many = {&node, nullptr, &root, &leaf};
+    other.other = &root;
+    other.second = &root;
+    node.left = &node;
+    node.right = &leaf;
+    node.text = fxStr(std::string(600, 'n').c_str());
+    leaf.owner = &node;
+    return saved(&root);
+}
+
+/// The messages that a damaged stream may end with.
+inline bool isDocumentedMessage(const std::string& message) {
+    for (const char* start :
+         {"Unknown transcriber type \"", "fxBinaryReader: unknown short ordering ",
+          "fxBinaryReader: unknown long ordering ",
+          "fxBinaryReader: unsupported floating point format ", "Whoops!", "unknown type ",
+          "format error", "XXX bad news!", "XXX baddest news", "XXX new base for old base",
+          "XXX old base previously unseen", "XXX version error handling is missing",
+          "XXX error handling is missing"}) {
+        if (message.compare(0, std::strlen(start), start) == 0) return true;
+    }
+    return false;
+}
+
+#endif

@@ -1,0 +1,425 @@
+#include "fxds/Str.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <climits>
+#include <cstring>
+#include <random>
+#include <sstream>
+#include <string>
+#include <unordered_set>
+#include <utility>
+#include <vector>
+
+#include "tests/fuzz/StrFuzz.cc"
+#include "tests/support/TestSeed.h"
+
+namespace {
+
+bool sharesEmptyByte(const fxStr& s) {
+    return s.slength == 1 && s.data == &fxStr::emptyString && fxStr::emptyString == '\0';
+}
+
+// What must hold of every string at every moment.
+void expectText(const fxStr& s, std::string_view text) {
+    ASSERT_EQ(s.view(), text);
+    ASSERT_EQ(s.data[s.slength - 1], '\0');
+    ASSERT_EQ(s.data == &fxStr::emptyString, text.empty());
+}
+
+// Randomness for short texts over few letters, the zero byte among them.
+class Dice {
+public:
+    unsigned int upTo(size_t most) {
+        return std::uniform_int_distribution<unsigned int>(0, static_cast<unsigned int>(most))(rng);
+    }
+    char letter() { return "\0ab,\xff"[upTo(4)]; }
+    std::string text(unsigned int most) {
+        std::string result(upTo(most), ' ');
+        for (char& c : result) c = letter();
+        return result;
+    }
+
+private:
+    std::mt19937 rng{testSeed()};
+};
+
+// Shows a text in pieces; with pieces of 0 bytes it has no buffer at all.
+class PiecewiseBuffer : public std::streambuf {
+public:
+    PiecewiseBuffer(std::string all, size_t size) : text(std::move(all)), piece(size) {}
+
+protected:
+    int_type underflow() override {
+        if (shown == text.size()) return traits_type::eof();
+        if (piece != 0) {
+            const size_t size = std::min(piece, text.size() - shown);
+            setg(&text[shown], &text[shown], &text[shown] + size);
+            shown += size;
+            return traits_type::to_int_type(*gptr());
+        }
+        return traits_type::to_int_type(text[shown]);
+    }
+    int_type uflow() override {
+        if (piece != 0) return std::streambuf::uflow();
+        return shown == text.size() ? traits_type::eof() : traits_type::to_int_type(text[shown++]);
+    }
+
+private:
+    std::string text;
+    size_t piece;
+    size_t shown = 0;
+};
+
+}  // namespace
+
+TEST(Str, EmptyStringsShareOneByte) {
+    const char* null = nullptr;
+    for (const fxStr& empty : {fxStr(), fxStr(""), fxStr(null), fxStr("abc", 0), fxStr(0),
+                               fxStr(0U), fxStr(std::string_view()), fxStr("abc").extract(3, 0)}) {
+        EXPECT_TRUE(sharesEmptyByte(empty));
+    }
+    void (*const ways[])(fxStr&) = {[](fxStr& s) { s.remove(0, 3); },
+                                    [](fxStr& s) { s.remove(2, 3); },  // wherever it starts
+                                    [](fxStr& s) { s.remove(0, 10); },
+                                    [](fxStr& s) { EXPECT_EQ(s.cut(0, 3), "abc"); },
+                                    [](fxStr& s) { s.resize(0); },
+                                    [](fxStr& s) { EXPECT_EQ(s.format("%s", ""), 1U); },
+                                    [](fxStr& s) { EXPECT_EQ(s.format("%c%300d", 0, 1), 1U); },
+                                    [](fxStr& s) { s = ""; },
+                                    [](fxStr& s) { s.adopt(strdup(""), 1); },
+                                    [](fxStr& s) { expectText(fxStr(std::move(s)), "abc"); }};
+    for (const auto leavesNothing : ways) {
+        fxStr s("abc");
+        leavesNothing(s);
+        EXPECT_TRUE(sharesEmptyByte(s));
+    }
+}
+
+TEST(Str, ConstructionCopiesWhatItIsTold) {
+    expectText(fxStr(5U), std::string_view("\0\0\0\0\0", 5));
+    expectText(fxStr(2), std::string_view("\0\0", 2));
+    expectText(fxStr("a\0b", 3), std::string_view("a\0b", 3));
+    expectText(fxStr("a\0b"), "a");
+}
+
+TEST(Str, AssignmentSurvivesItself) {
+    fxStr s("hello");
+    const fxStr& same = s;
+    s = same;
+    expectText(s, "hello");
+    s = s.data + 2;
+    expectText(s, "llo");
+    fxStr& alias = s;
+    s = std::move(alias);
+    expectText(s, "llo");
+    s = fxStr("other");
+    expectText(s, "other");
+    s = fxStr("a longer text") | s;
+    expectText(s, "a longer textother");
+    s = static_cast<const char*>(nullptr);
+    expectText(s, "");
+}
+
+TEST(Str, MovingTheBytesMovesTheString) {
+    alignas(fxStr) unsigned char from[sizeof(fxStr)];
+    alignas(fxStr) unsigned char to[sizeof(fxStr)];
+    new (from) fxStr("moved");
+    std::memcpy(to, from, sizeof to);
+    fxStr* s = reinterpret_cast<fxStr*>(to);
+    s->append(" on");
+    expectText(*s, "moved on");
+    s->~fxStr();
+}
+
+TEST(Str, NumbersAreFormattedAsPrintfDoes) {
+    expectText(fxStr(42, nullptr), "42");
+    expectText(fxStr(INT_MIN, nullptr), "-2147483648");
+    expectText(fxStr(255, "%#x"), "0xff");
+    expectText(fxStr(1.5F, nullptr), "1.5");
+    expectText(fxStr(0.1F, "%.3f"), "0.100");
+    expectText(fxStr(1e21, nullptr), "1e+21");
+    expectText(fxStr(0.1, "%g%%"), "0.1%");
+    // Longer than any buffer that a number was meant to fit.
+    EXPECT_EQ(fxStr(1e300, "%f").length(), 308U);
+    expectText(fxStr(7, "%300d"), std::string(299, ' ') + "7");
+}
+
+TEST(Str, FormatMakesRoomForWhateverComesOut) {
+    fxStr s;
+    EXPECT_EQ(s.format("%d%d%d", INT_MIN, INT_MIN, INT_MIN), 34U);
+    expectText(s, "-2147483648-2147483648-2147483648");
+    s.format("%o|%-20s|%*d|%.2s|%ld|%Lf|%p", UINT_MAX, "left", 5, 42, "cut", LONG_MIN, 2.5L,
+             static_cast<void*>(nullptr));
+    expectText(s, "37777777777|left                |   42|cu|-9223372036854775808|2.500000|(nil)");
+    EXPECT_EQ(s.format("ab%ccd", 0), 3U);  // a zero ends the text
+    expectText(s, "ab");
+    int written = 0;
+    s.format("12345%n", &written);
+    EXPECT_EQ(written, 5);
+}
+
+// Both with what is put together by hand and with what is left to the C library,
+// in one format and around the room that the first has.
+TEST(Str, PlainFormatsComeOutAsPrintfWritesThem) {
+    const auto expectSame = [](const char* format, auto... values) {
+        char expected[600];
+        std::snprintf(expected, sizeof expected, format, values...);
+        fxStr s("before");
+        EXPECT_EQ(s.format(format, values...), std::strlen(expected) + 1) << format;
+        EXPECT_STREQ(s.c_str(), expected);
+    };
+    expectSame("%s: %d, %u", "text", INT_MIN, UINT_MAX);
+    expectSame("%ld%lu.", LONG_MIN, ULONG_MAX);
+    expectSame("%d%%", 40);
+    expectSame("%s%5d", "a", 3);
+    expectSame("%s and %lld", "a", LLONG_MIN);
+    expectSame("%d%c%x", 1, 'x', 255);
+    for (size_t length = 240; length < 260; ++length) {
+        expectSame("%s%d", std::string(length, 'x').c_str(), 123456);
+        expectSame("-%s", std::string(length, 'x').c_str());
+    }
+    const char* const none = nullptr;
+    expectSame("<%s>", none);
+}
+
+TEST(Str, FormatMayUseTheStringItself) {
+    fxStr s("self");
+    s.format("<%s|%s>", s.c_str(), s.c_str());
+    expectText(s, "<self|self>");
+    for (int i = 0; i < 8; ++i) s.format("%s%s", s.c_str(), s.c_str());
+    EXPECT_EQ(s.length(), 11U * 256);
+    EXPECT_EQ(s.extract(11 * 200, 11), "<self|self>");
+}
+
+TEST(Str, AdoptTakesTheBlockOver) {
+    fxStr s("old");
+    char* block = strdup("adopted");
+    s.adopt(block, 8);
+    EXPECT_EQ(s.data, block);
+    expectText(s, "adopted");
+}
+
+TEST(Str, SetMaxLengthKeepsTheText) {
+    fxStr s;
+    s.setMaxLength(100);
+    EXPECT_TRUE(sharesEmptyByte(s));
+    s = "abc";
+    s.setMaxLength(100);
+    expectText(s, "abc");
+    std::memset(s.data + s.length() + 1, 'x', 97);  // the room is really there
+    s.setMaxLength(0);
+    expectText(s, "abc");
+}
+
+TEST(Str, CaseChangesTakeEveryByte) {
+    fxStr s("aZ\0\xe4[9", 6);
+    s.raise();
+    expectText(s, std::string_view("AZ\0\xe4[9", 6));
+    s.lower();
+    expectText(s, std::string_view("az\0\xe4[9", 6));
+}
+
+// Edits, tokens, formats and items of streams against std::string.
+TEST(Str, AgreesWithModel) {
+    std::mt19937 rng(testSeed());
+    for (int round = 0; round < 2000; ++round) {
+        std::vector<std::uint8_t> decisions(rng() % 3000);
+        for (std::uint8_t& byte : decisions) byte = static_cast<std::uint8_t>(rng());
+        LLVMFuzzerTestOneInput(decisions.data(), decisions.size());
+    }
+}
+
+TEST(Str, CountsOfZeroAskForTheTextsLength) {
+    fxStr s("b");
+    s.append("c");
+    s.insert("a", 0);
+    s.insert('-', 1);
+    expectText(s, "a-bc");
+    s.replace("xy", 2);
+    s.append(s.c_str() + 2);
+    s.append("");
+    s.insert("", 3);
+    expectText(s, "a-xyxy");
+}
+
+TEST(Str, SearchesAgreeWithTheirDefinition) {
+    Dice dice;
+    for (int round = 0; round < 3000; ++round) {
+        const std::string text = dice.text(20);
+        const fxStr s(text);
+        std::string set = dice.text(3);
+        set += 'b';  // a count of 0 would ask for strlen()
+        const auto n = static_cast<unsigned int>(set.size());
+        const char c = dice.letter();
+        const unsigned int size = s.length();
+        for (unsigned int pos = 0; pos <= size; ++pos) {
+            const auto index = [size](size_t found) {
+                return found == std::string::npos ? size : static_cast<unsigned int>(found);
+            };
+            const auto boundary = [pos](size_t found) {
+                return pos == 0 || found == std::string::npos
+                           ? 0
+                           : static_cast<unsigned int>(found) + 1;
+            };
+            const size_t last = pos - size_t{1};
+            const char* bytes = set.data();
+            ASSERT_EQ(s.next(pos, c), index(text.find(c, pos)));
+            ASSERT_EQ(s.next(pos, bytes, n), index(text.find_first_of(set, pos)));
+            ASSERT_EQ(s.skip(pos, c), index(text.find_first_not_of(c, pos)));
+            ASSERT_EQ(s.skip(pos, bytes, n), index(text.find_first_not_of(set, pos)));
+            ASSERT_EQ(s.nextR(pos, c), boundary(text.rfind(c, last)));
+            ASSERT_EQ(s.nextR(pos, bytes, n), boundary(text.find_last_of(set, last)));
+            ASSERT_EQ(s.skipR(pos, c), boundary(text.find_last_not_of(c, last)));
+            ASSERT_EQ(s.skipR(pos, bytes, n), boundary(text.find_last_not_of(set, last)));
+        }
+        ASSERT_EQ(s.next(size + 3, c), size);
+        ASSERT_EQ(s.skip(size + 3, set.data(), n), size);
+    }
+}
+
+TEST(Str, SetsWithoutCountAreZeroTerminated) {
+    const fxStr s("a,b;c");
+    EXPECT_EQ(s.next(0, ";,"), 1U);
+    EXPECT_EQ(s.next(2, ";,"), 3U);
+    EXPECT_EQ(s.next(0, ""), 5U);
+    EXPECT_EQ(s.skip(2, ""), 2U);
+    EXPECT_EQ(s.nextR(5, ";,"), 4U);
+    EXPECT_EQ(s.skipR(5, "cb;"), 2U);
+}
+
+TEST(Str, TokensSwallowRunsOfDelimiters) {
+    const fxStr s(",a,,b");
+    unsigned int pos = 0;
+    std::string log;
+    for (int i = 0; i < 4; ++i) log += s.token(pos, ',').view(), log += std::to_string(pos) + ' ';
+    for (int i = 0; i < 3; ++i) log += s.tokenR(pos, ',').view(), log += std::to_string(pos) + ' ';
+    EXPECT_EQ(log, "1 a4 b5 5 b2 a0 0 ");
+    EXPECT_EQ(s.token(pos = 0, ";,"), "");  // sets without a count
+    EXPECT_EQ(s.tokenR(pos = 2, ";,"), "a");
+}
+
+TEST(Str, TrimTakesBlanksOffTheEnds) {
+    EXPECT_EQ(fxStr(" \t a b\r\n").trim(), "a b");
+    EXPECT_EQ(fxStr(" \t a b\r\n").trimRight(), " \t a b");
+    EXPECT_EQ(fxStr("xxaxx").trim("x"), "a");
+    EXPECT_TRUE(sharesEmptyByte(fxStr(" \t ").trim()));
+    EXPECT_TRUE(sharesEmptyByte(fxStr(" \t ").trimRight()));
+    EXPECT_TRUE(sharesEmptyByte(fxStr().trim()));
+}
+
+TEST(Str, PartsAreCopies) {
+    const fxStr s("abcdef");
+    EXPECT_TRUE(s.head(2) == "ab" && s.tail(2) == "ef" && s.copy() == s);
+    EXPECT_TRUE(s[0] == 'a' && s[5U] == 'f' && s[std::size_t{6}] == '\0');
+    EXPECT_EQ(std::string(s.begin(), s.end()), "abcdef");
+}
+
+TEST(Str, OrderEndsAtZeroBytesAndEqualityDoesNot) {
+    const fxStr a("ab\0x", 4);
+    const fxStr b("ab");
+    EXPECT_EQ(compare(a, b), 0);
+    EXPECT_EQ(compare(a, "ab"), 0);
+    EXPECT_FALSE(a < b || a > b);
+    EXPECT_TRUE(a <= b && a >= b);
+    EXPECT_TRUE(a != b && a != "ab" && "ab" != a);
+    EXPECT_TRUE(b == "ab" && "ab" == b && b == fxStr("ab"));
+    EXPECT_TRUE(b < "b" && "b" > b && b <= "ab" && "aa" <= b && b >= "aa" && "b" >= b && "a" < b);
+    EXPECT_TRUE(fxStr("\xff") > "a");  // bytes are unsigned here
+    EXPECT_TRUE(fxStr() == static_cast<const char*>(nullptr));
+    EXPECT_LT(compare("a", b), 0);
+    EXPECT_GT(compare("b", "a"), 0);
+}
+
+TEST(Str, HashIsTheOneThatWasAlwaysUsed) {
+    const struct {
+        const char* text;
+        unsigned long hash;
+    } cases[] = {
+        {"", 0},
+        {"a", 0x0800000000000000},
+        {"ab", 0x1308000000000000},
+        {"abcdefgh", 0x433b332b231b1308},
+        {"abcdefghi", 0x6067666564636261},
+        {"abcdefghijkl", 0x4b7c756d64636261},
+        {"abcdefghijklmno", 0x53544d467f706a61},
+        {"abcdefghijklmnop", 0xeb1c150e07383129},
+    };
+    for (const auto& each : cases) EXPECT_EQ(fxStr(each.text).hash(), each.hash) << each.text;
+    EXPECT_EQ(fxStr("12345678abcd").hash(), fxStr("12345678wxyz").hash());
+    EXPECT_EQ(fxStr("0123456789abcdef").hash(), fxStr("0123456789abcdefgh").hash());
+}
+
+TEST(Str, StandardHashSeesTheWholeText) {
+    std::unordered_set<fxStr> seen;
+    for (int i = 0; i < 100; ++i) seen.insert("a long common beginning " | fxStr(i, nullptr));
+    EXPECT_EQ(seen.size(), 100U);
+    EXPECT_EQ(seen.count("a long common beginning 99"), 1U);
+}
+
+TEST(Str, ItemsMayComeInPiecesOfAnySize) {
+    const std::vector<std::string> items{"alpha", "", "a longer item\tthan the others", "omega"};
+    for (const char delimiter : {',', '\0', '\xff'}) {
+        std::string text;
+        for (const std::string& item : items) text += item + delimiter;
+        text.pop_back();
+        for (const size_t piece : {0U, 1U, 3U, 7U, 100U}) {
+            PiecewiseBuffer buffer(text, piece);
+            std::istream in(&buffer);
+            in >> _delimiter(delimiter);
+            std::vector<std::string> read;
+            for (fxStr item; in >> item;) read.emplace_back(item.view());
+            EXPECT_EQ(read, items) << piece;
+        }
+    }
+}
+
+TEST(Str, DelimitersBelongToTheirStream) {
+    std::istringstream commas("a,b"), lines("a,b\n");
+    EXPECT_EQ(&_delimiter(commas, ','), &commas);
+    fxStr s;
+    commas >> s;
+    EXPECT_EQ(s, "a");
+    lines >> s;
+    EXPECT_EQ(s, "a,b");
+    EXPECT_TRUE(lines.good());
+    commas >> _delimiter('\n') >> s;
+    EXPECT_EQ(s, "b");
+    EXPECT_TRUE(commas && commas.eof());  // the last item had no delimiter
+}
+
+TEST(Str, AThrowingStreamLeavesAWholeString) {
+    std::istringstream in("an item without an end");
+    in.exceptions(std::ios_base::eofbit);
+    fxStr s;
+    EXPECT_THROW(in >> s, std::ios_base::failure);
+    EXPECT_EQ(s.data[s.length()], '\0');
+    EXPECT_TRUE(s.view().substr(0, 7) == "an item");
+}
+
+TEST(Str, OutputEndsAtAZeroByte) {
+    std::ostringstream out;
+    out.width(5);
+    out << fxStr("ab\0c", 4) << '|' << fxStr() << '|';
+    EXPECT_EQ(out.str(), "   ab||");
+}
+
+TEST(StrDeathTest, LengthsThatDoNotFitAreFatal) {
+    EXPECT_DEATH(fxStr(UINT_MAX), "does not fit 32 bits");
+    fxStr s("a");
+    EXPECT_DEATH(s.append("b", UINT_MAX), "does not fit 32 bits");
+    EXPECT_DEATH(s.resize(UINT_MAX), "does not fit 32 bits");
+}
+
+#ifdef FXDS_CHECKED
+TEST(StrDeathTest, CheckedBuildsTestRanges) {
+    fxStr s("abc");
+    EXPECT_DEATH(s.extract(2, 2), "precondition");
+    EXPECT_DEATH(s.tail(4), "precondition");
+    EXPECT_DEATH(s.remove(2, 2), "precondition");
+    EXPECT_DEATH(s.insert("x", 4), "precondition");
+    EXPECT_DEATH(s.replace("xy", 2), "precondition");
+    EXPECT_DEATH(s[-1], "precondition");
+}
+#endif

@@ -1,0 +1,226 @@
+// The line searcher as its users run it.
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <stdlib.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <string>
+#include <vector>
+
+#include "tests/support/Surroundings.h"
+
+namespace {
+
+std::string readAll(int file) {
+    std::string text;
+    char part[4096];
+    for (ssize_t count; (count = read(file, part, sizeof part)) > 0;) {
+        text.append(part, static_cast<size_t>(count));
+    }
+    return text;
+}
+
+struct Result {
+    std::string output;
+    std::string errors;
+    int status;
+};
+
+// The program runs in a directory of the test.
+class Fxgrep : public testing::Test {
+protected:
+    // Runs the program; its output goes to `out` or else to a file.
+    Result run(const std::vector<std::string>& arguments, const std::string& input = "",
+               int out = -1) {
+        const int files[] = {fileWith(input), fileWith(""), fileWith("")};
+        const pid_t child = fork();
+        if (child == 0) {
+            dup2(files[0], 0);
+            dup2(out >= 0 ? out : files[1], 1);
+            dup2(files[2], 2);
+            setenv("TERM", "xterm", 1);
+            unsetenv("NO_COLOR");
+            setenv("HOME", directory.path.c_str(), 1);
+            setenv("FXGREP_DIR", directory.path.c_str(), 1);
+            unsetenv("FXGREP_UNSET");
+            std::vector<char*> pointers = {const_cast<char*>("fxgrep")};
+            for (const std::string& argument : arguments) {
+                pointers.push_back(const_cast<char*>(argument.c_str()));
+            }
+            pointers.push_back(nullptr);
+            if (chdir(directory.path.c_str()) == 0) execv(FXGREP_PATH, pointers.data());
+            _exit(99);
+        }
+        int status = -1;
+        EXPECT_EQ(waitpid(child, &status, 0), child);
+        Result result;
+        result.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+        std::string* const texts[] = {nullptr, &result.output, &result.errors};
+        for (int i = 0; i < 3; ++i) {
+            lseek(files[i], 0, SEEK_SET);
+            if (texts[i] != nullptr) *texts[i] = readAll(files[i]);
+            close(files[i]);
+        }
+        return result;
+    }
+
+    const TestDirectory directory;
+
+private:
+    static int fileWith(const std::string& text) {
+        std::FILE* const file = std::tmpfile();
+        std::fwrite(text.data(), 1, text.size(), file);
+        std::fflush(file);
+        const int copy = dup(fileno(file));
+        std::fclose(file);
+        lseek(copy, 0, SEEK_SET);
+        return copy;
+    }
+};
+
+using Arguments = std::vector<std::string>;
+
+TEST_F(Fxgrep, PrintsLinesOfStandardInput) {
+    const struct {
+        Arguments arguments;
+        const char *input, *output;
+        int status;
+    } cases[] = {{{"b"}, "abc\nx\nb\n", "abc\nb\n", 0},
+                 {{"b"}, "x\nb", "b\n", 0},
+                 {{"q"}, "abc\n", "", 1},
+                 {{"q"}, "", "", 1},
+                 {{"-n", "b"}, "a\nb\n\nb\n", "2:b\n4:b\n", 0},
+                 {{"-n", "[b]$"}, "a\nb\n\nab\n", "2:b\n4:ab\n", 0},
+                 {{"-c", "b"}, "a\nb\nb\n", "2\n", 0},
+                 {{"-c", "q"}, "a\n", "0\n", 1},
+                 {{"a.c"}, "abc\na.c\n", "abc\na.c\n", 0},
+                 {{"-F", "a.c"}, "abc\na.c\n", "a.c\n", 0},
+                 {{"a|b"}, "a\na|b\n", "a|b\n", 0},
+                 {{"-E", "a|b"}, "a\nc\na|b\n", "a\na|b\n", 0},
+                 {{"^$"}, "a\n\nb\n", "\n", 0},
+                 {{""}, "a\n\n", "a\n\n", 0},
+                 {{"--", "-n"}, "-n\n", "-n\n", 0},
+                 {{"-nc", "b"}, "b\n", "1\n", 0}};
+    for (const auto& c : cases) {
+        const Result result = run(c.arguments, c.input);
+        EXPECT_EQ(result.output, c.output) << c.arguments.back();
+        EXPECT_EQ(result.status, c.status) << c.arguments.back();
+        EXPECT_EQ(result.errors, "");
+    }
+}
+
+TEST_F(Fxgrep, PrintsOnlyTheMatches) {
+    EXPECT_EQ(run({"-o", "ab*"}, "xabb a\nb\n").output, "abb\na\n");
+    EXPECT_EQ(run({"-no", "aa"}, "aaaaa\n\naa\n").output, "1:aa\n1:aa\n3:aa\n");
+    // Behind a match the line has not begun anew.
+    EXPECT_EQ(run({"-o", "^a"}, "aaa\n").output, "a\n");
+    EXPECT_EQ(run({"-oE", "\\<a"}, "aa a\n").output, "a\na\n");
+    EXPECT_EQ(run({"-o", "x*"}, "axxb\n").output, "xx\n");
+    EXPECT_EQ(run({"-o", "x*"}, "ab\n").status, 0);
+    EXPECT_EQ(run({"-oc", "a"}, "aa\na\n").output, "2\n");
+}
+
+TEST_F(Fxgrep, ReplacesTheMatches) {
+    EXPECT_EQ(run({"--replace", "<\\2|\\1|&>", "([a-z]+)=([0-9]+)"}, "a=1, bc=22\n").output,
+              "<1|a|a=1>\n<22|bc|bc=22>\n");
+    EXPECT_EQ(run({"-F", "--replace", "[&]", "a.*\\<b"}, "xa.*\\<b a.b\n").output, "[a.*\\<b]\n");
+    EXPECT_EQ(run({"-o", "--replace", "[\\0]", "lit"}, "literal\n").output, "[lit]\n");
+}
+
+TEST_F(Fxgrep, NamesFilesAndGoesOnAfterTrouble) {
+    directory.file("one", "needle\n");
+    directory.file("two", "x\nneedle\n");
+    directory.directory("folder");
+    EXPECT_EQ(run({"needle", "one"}).output, "needle\n");
+    const Result both = run({"-n", "needle", "one", "two", "-"}, "needle\n");
+    EXPECT_EQ(both.output, "one:1:needle\ntwo:2:needle\n(standard input):1:needle\n");
+    EXPECT_EQ(both.status, 0);
+    EXPECT_EQ(run({"-c", "x", "one", "two"}).output, "one:0\ntwo:1\n");
+    const Result trouble = run({"needle", "missing", "one", "folder"});
+    EXPECT_EQ(trouble.output, "one:needle\n");
+    EXPECT_EQ(trouble.errors,
+              "fxgrep: missing: No such file or directory\nfxgrep: folder: Is a directory\n");
+    EXPECT_EQ(trouble.status, 2);
+}
+
+TEST_F(Fxgrep, FindsFilesInAPath) {
+    directory.directory("a");
+    directory.directory("a/sub");
+    directory.directory("b");
+    directory.file("a/x.cc", "needle\n");
+    directory.file("b/x.cc", "needle\n");
+    directory.file("b/x.h", "needle\n");
+    const std::string expected =
+        directory.path + "/a/x.cc:needle\n" + directory.path + "/b/x.cc:needle\n";
+    for (const char* path : {"~/a:~/b", "$FXGREP_DIR/a:/no/such:~/b/", "~/a::$FXGREP_DIR/b"}) {
+        const Result result = run({"--path", path, "--name", ".*\\.cc", "needle"});
+        EXPECT_EQ(result.output, expected) << path;
+        EXPECT_EQ(result.status, 0);
+        EXPECT_EQ(result.errors, "");
+    }
+    EXPECT_EQ(run({"--path", "$FXGREP_DIR", "needle"}).status, 1);
+    EXPECT_EQ(run({"-c", "--path", "b", "needle"}).output.size(),
+              std::string("b/x.h:1\nb/x.cc:1\n").size());
+    const Result unset = run({"--path", "$FXGREP_UNSET/x:~/a", "needle"});
+    EXPECT_EQ(unset.output, directory.path + "/a/x.cc:needle\n");
+    EXPECT_EQ(unset.errors, "fxgrep: $FXGREP_UNSET/x: a variable is not set\n");
+    EXPECT_EQ(unset.status, 2);
+}
+
+TEST_F(Fxgrep, TakesBinaryFilesAndLinesOfAnyLength) {
+    const std::string zeros("a\0b\nc\0needle\0d\n", 15);
+    EXPECT_EQ(run({"needle"}, zeros).output, zeros.substr(4));
+    EXPECT_EQ(run({"ne+dle$"}, zeros).output, zeros.substr(4));
+    EXPECT_EQ(run({"-o", "[abcd]"}, zeros).output, "a\nb\nc\nd\nd\n");
+    EXPECT_EQ(run({"^[bd]"}, zeros).output, zeros);
+    EXPECT_EQ(run({"-on", "^[ac]"}, zeros).output, "1:a\n2:c\n");
+    const std::string line = std::string(3000000, 'x') + "needle";
+    const std::string text = "short\n" + line + "\n" + line;
+    EXPECT_EQ(run({"needle"}, text).output, line + "\n" + line + "\n");
+    EXPECT_EQ(run({"-n", "^short$"}, text).output, "1:short\n");
+    EXPECT_EQ(run({"-on", "need[l]e$"}, text).output, "2:needle\n3:needle\n");
+    // Many matches: short enough for checkers that read on to the end of a text.
+    EXPECT_EQ(run({"-o", "[x]"}, line.substr(0, 20000)).output.size(), 40000U);
+    std::string many;
+    for (int i = 0; i < 100000; ++i) many += std::to_string(i) + "\n";
+    EXPECT_EQ(run({"-n", "99999"}, many).output, "100000:99999\n");
+    EXPECT_EQ(run({"-c", "7$"}, many).output, "10000\n");
+}
+
+TEST_F(Fxgrep, RefusesWhatItDoesNotUnderstand) {
+    EXPECT_EQ(run({"(a"}).errors, "fxgrep: (a: unmatched ()\n");
+    EXPECT_EQ(run({"(a"}).status, 2);
+    EXPECT_EQ(run({"--path", ".", "--name", "*", "a"}).status, 2);
+    for (const Arguments& arguments : {Arguments{}, Arguments{"-i", "a"},
+                                       Arguments{"--name", "a", "b"}, Arguments{"--what", "a"}}) {
+        const Result result = run(arguments);
+        EXPECT_EQ(result.status, 2);
+        EXPECT_NE(result.errors.find("usage: fxgrep"), std::string::npos);
+    }
+    const Result help = run({"--help"});
+    EXPECT_EQ(help.status, 0);
+    EXPECT_NE(help.output.find("--replace TEMPLATE"), std::string::npos);
+}
+
+TEST_F(Fxgrep, ColoursMatchesOnATerminal) {
+    const int terminal = posix_openpt(O_RDWR | O_NOCTTY);
+    ASSERT_GE(terminal, 0);
+    ASSERT_EQ(grantpt(terminal), 0);
+    ASSERT_EQ(unlockpt(terminal), 0);
+    const int out = open(ptsname(terminal), O_RDWR | O_NOCTTY);
+    EXPECT_EQ(run({"-n", "b"}, "abcb\n", out).status, 0);
+    close(out);
+    EXPECT_EQ(readAll(terminal), "\33[32m1\33[m:a\33[1;31mb\33[mc\33[1;31mb\33[m\r\n");
+    close(terminal);
+}
+
+TEST_F(Fxgrep, ReportsOutputThatCannotBeWritten) {
+    const int full = open("/dev/full", O_WRONLY);
+    if (full < 0) GTEST_SKIP() << "no /dev/full";
+    EXPECT_EQ(run({"a"}, "a\n", full).status, 2);
+    close(full);
+}
+
+}  // namespace
