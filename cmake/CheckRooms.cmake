@@ -1,5 +1,5 @@
 # Holds fxds/ against its table, fxds/rooms.cmake: every file stands there and
-# every name has a file; a file includes only its own room and lower ones, but
+# every name has a file; a file includes only its own room and those below, but
 # for the exceptions, and none of these is idle; headers that are installed need
 # none that is not; fxds/fxds.h includes every public header, in order.
 #   cmake -P cmake/CheckRooms.cmake
@@ -39,9 +39,9 @@ foreach(file IN LISTS present)
       string(APPEND faults "  fxds/${file} includes the unknown fxds/${included}\n")
     elseif(included IN_LIST fxds_allowed_${file})
       list(REMOVE_ITEM fxds_allowed_${file} ${included})
-    elseif(room AND fxds_level_of_${other} GREATER fxds_level_of_${room})
+    elseif(room AND NOT other IN_LIST fxds_below_${room})
       string(APPEND faults
-        "  fxds/${file} (${room}) includes fxds/${included} of a higher room (${other})\n")
+        "  fxds/${file} (${room}) includes fxds/${included} (${other}), which is not below it\n")
     endif()
     if(included IN_LIST fxds_private_headers AND NOT file IN_LIST fxds_private_headers
         AND NOT file IN_LIST fxds_sources)

@@ -1,9 +1,11 @@
 # Which file of the library belongs to which room; lowest room first. A room
-# includes only itself and rooms below it, sources too. Everything else follows
-# from this table: what is compiled, installed and documented, the order of
-# fxds/fxds.h, and the checks of cmake/CheckRooms.cmake, which fail for a file
-# that is missing here and for a name that has no file.
+# includes only itself, the rooms that it stands ON and the rooms below these,
+# sources too. Everything else follows from this table: what is compiled,
+# installed and documented, the order of fxds/fxds.h, and the checks of
+# cmake/CheckRooms.cmake, which fail for a file that is missing here and for a
+# name that has no file.
 #
+#   ON       the rooms right below
 #   HEADERS  fxds/Name.h         public: what programs include
 #   DETAIL   fxds/detail/Name.h  what public templates need; programs do not name it
 #   PRIVATE  fxds/<room>/Name.h  for sources only; not installed
@@ -19,12 +21,14 @@ fxds_room(base
 
 # The string, and what builds texts.
 fxds_room(text
+  ON base
   HEADERS StackBuffer Str TempStr
   SOURCES StackBuffer Str TempStr)
 
 # Arrays, dictionaries and sets, lists, integer tables, atoms, boxes, number
 # ranges.
 fxds_room(containers
+  ON text
   HEADERS Array BinaryOTDict BoolArray BoundingBox CharArray Dictionary DoubleArray FloatArray
     GenericList HashTable IndexableList IntArray KeyHooks LongArray NameSpace SeqRangeArray
     Sequencer Set ShortArray StrArray StrSet StrStrDictionary StubFuncArray TypedArray
@@ -37,12 +41,14 @@ fxds_room(containers
 
 # Byte streams, and object graphs written to them and read from them.
 fxds_room(streams
+  ON containers
   HEADERS BinaryReader BinaryTranscriber BinaryWriter MemoryStream StdioStream TypedStream Xdr
   PRIVATE ReaderNumbers WriterNumbers
   SOURCES BinaryReader BinaryTranscriber BinaryWriter MemoryStream StdioStream Xdr)
 
 # Objects with properties, inputs and outputs; values sent at once or queued.
 fxds_room(dataflow
+  ON containers
   HEADERS Channel Converter Data DataTypes Event EventHandler Network Obj Property StrData Trace
   PRIVATE EventWalk TraceLines
   SOURCES Channel Converter Data DataTypes Event EventHandler Network Obj ObjChannels Property
@@ -50,11 +56,13 @@ fxds_room(dataflow
 
 # The select() loop: timers, descriptors, applications.
 fxds_room(loop
+  ON dataflow
   HEADERS Application Exec SelectHandler Timer Wakeup
   SOURCES Application Exec SelectHandler Timer Wakeup)
 
 # Regular expressions, text patterns, paths.
 fxds_room(search
+  ON containers
   HEADERS Path PathFunctions RegEx RegExp SLinearPattern SearchList TextPattern
   PRIVATE RegInternals
   SOURCES Path PathFunctions RegEx RegExp RegMatch RegParser RegPlan SLinearPattern SearchList
@@ -63,6 +71,7 @@ fxds_room(search
 # Start-up, the type records and globals whose order of construction shows,
 # names for debuggers.
 fxds_room(library
+  ON streams loop search
   HEADERS Debug Globals fxds
   SOURCES Debug GdbTypes Globals StaticOrder)
 

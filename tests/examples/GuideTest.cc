@@ -1,6 +1,9 @@
 // The pages that teach show programs that we build, and what these print.
 #include <gtest/gtest.h>
 
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
 #include <ostream>
 #include <vector>
 
@@ -76,6 +79,32 @@ TEST_P(Guide, ShowsWhatTheProgramPrints) {
 
 INSTANTIATE_TEST_SUITE_P(Pages, Guide, ::testing::ValuesIn(pages),
                          [](const auto& page) { return "Page" + std::to_string(page.index); });
+
+#ifdef FXDS_BUILD_DIR
+// The command below the first program, with this build in place of the one that
+// ./run makes.
+TEST(Readme, BuildsAndRunsTheFirstProgram) {
+    const std::string text = contents(FXDS_SOURCE_DIR "/README.md");
+    const size_t begin = text.find("    g++ ");
+    ASSERT_NE(begin, std::string::npos);
+    std::string command = text.substr(begin, text.find("\n\n", begin) - begin);
+    for (size_t at = 0; (at = command.find("build/release", at)) != std::string::npos;) {
+        command.replace(at, 13, FXDS_BUILD_DIR);
+    }
+    command.replace(command.find("-I."), 3, "-I" FXDS_SOURCE_DIR);
+    command.replace(command.find("g++"), 3, FXDS_COMPILER);
+
+    char folder[] = "/tmp/fxds-readme-XXXXXX";
+    ASSERT_NE(mkdtemp(folder), nullptr);
+    std::ofstream(std::string(folder) + "/first.cc") << blocksOf(text, "cpp").at(0);
+    int status = -1;
+    const std::string output =
+        outputOf("cd " + std::string(folder) + " && (" + command + ")", status);
+    EXPECT_EQ(output, blocksOf(text, "text").at(0));
+    EXPECT_EQ(status, 0);
+    std::filesystem::remove_all(folder);
+}
+#endif
 
 // A reader gets from the first page to the last.
 TEST(GuideIndex, LeadsToEveryPage) {
