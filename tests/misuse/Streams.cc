@@ -1,0 +1,25 @@
+// Misuses of saving and reading; run.sh tells how the rows are read.
+
+class Shape : public fxXDRObj {
+    FX_TRANSCRIBABLE(Shape)
+};
+FX_TRANSCRIBABLE_TYPE(Shape, "Shape", 1, fxXDRObj);
+
+class Circle : public Shape {
+#ifdef RecordOfTheBase
+    // FX_TRANSCRIBABLE is missing
+#else
+    FX_TRANSCRIBABLE(Circle)
+#endif
+};
+const fxTypeObj& circleType() { return fxXdrTypeOf<Circle>::record(); }
+
+class Mixed : public fxXDRObj {
+    FX_TRANSCRIBABLE(Mixed)
+};
+#ifdef BasesThatAreNone
+// these must be bases of the class
+FX_TRANSCRIBABLE_TYPE(Mixed, "Mixed", 1, fxXDRObj, Shape);
+#else
+FX_TRANSCRIBABLE_TYPE(Mixed, "Mixed", 1, fxXDRObj);
+#endif
