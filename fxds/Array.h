@@ -5,6 +5,7 @@
 #include <cstddef>
 
 #include "fxds/XDRObj.h"
+#include "fxds/detail/MovesAsBytes.h"
 
 /// A block of elements of equal size, which knows nothing of them but that
 /// size. Four virtual hooks let a subclass give its elements a life: creation,
@@ -199,6 +200,11 @@ public:
     using fxArray::fxArray;
     void createElements(void* at, unsigned int byteCount) override;
 };
+
+/// True for every array whose class adds no fields.
+template <class T>
+struct fxMovesAsBytes<T, std::enable_if_t<std::is_base_of_v<fxArray, T>>>
+    : std::bool_constant<sizeof(T) == sizeof(fxArray)> {};
 
 extern FX_API fxTypeObj fxArray_type;
 

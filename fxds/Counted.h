@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "fxds/Config.h"
+#include "fxds/detail/MovesAsBytes.h"
 
 /// Base of objects that are held through RPtr. Starts with no holders.
 class FX_API Counted {
@@ -73,5 +74,8 @@ private:
         return target;
     }
 };
+
+template <class T>
+struct fxMovesAsBytes<RPtr<T>> : std::true_type {};
 
 #endif

@@ -14,6 +14,7 @@
 #include "fxds/Config.h"
 #include "fxds/TempStr.h"
 #include "fxds/detail/Allocate.h"
+#include "fxds/detail/MovesAsBytes.h"
 
 class fxTranscriber;
 class fxTypeObj;
@@ -323,6 +324,9 @@ inline fxDelimiter _delimiter(char c) { return {c}; }  ///< The manipulator form
 inline std::istream& operator>>(std::istream& in, fxDelimiter delimiter) {
     return _delimiter(in, delimiter.c);
 }
+
+template <>
+struct fxMovesAsBytes<fxStr> : std::true_type {};
 
 namespace std {
 /// Over the whole text, unlike fxStr::hash().

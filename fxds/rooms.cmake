@@ -15,7 +15,7 @@
 # transcriber and the abstract stream that it works on.
 fxds_room(base
   HEADERS Config Counted Fatal RCObj Stream Transcriber TypeObj XDRObj
-  DETAIL Allocate ChunkList
+  DETAIL Allocate ChunkList Mix MovesAsBytes
   PRIVATE FreeLists
   SOURCES Counted Fatal RCObj Stream Transcriber TypeObj XDRObj)
 

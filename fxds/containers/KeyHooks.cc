@@ -4,13 +4,12 @@
 #include <new>
 
 #include "fxds/Transcriber.h"
+#include "fxds/detail/Mix.h"
 
 // Words of 8 bytes are folded in by multiplication. The last word overlaps the
 // one before it unless the text is short; the length tells such texts apart.
 
 namespace {
-
-constexpr unsigned long factor = 0x9E3779B97F4A7C15UL;
 
 template <class Word>
 Word load(const char* from) {
@@ -30,7 +29,7 @@ unsigned long shortWord(const char* text, size_t length) {
 }
 
 unsigned long fold(unsigned long sum, unsigned long word) {
-    sum = (sum ^ word) * factor;
+    sum = fxMix64(sum ^ word);
     return sum ^ sum >> 32;
 }
 

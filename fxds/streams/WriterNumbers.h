@@ -9,6 +9,7 @@
 
 #include "fxds/detail/Allocate.h"
 #include "fxds/detail/ChunkList.h"
+#include "fxds/detail/Mix.h"
 
 // The addresses stand in a list by number. A flat table, a power of two in size
 // and at most three quarters full, finds them: a slot has the position in the
@@ -65,9 +66,7 @@ private:
     static uint64_t granuleOf(const void* address) {
         return reinterpret_cast<uintptr_t>(address) >> granuleBits;
     }
-    static uint64_t hashOf(const void* address) {
-        return (granuleOf(address) >> partBits) * 0x9E3779B97F4A7C15U;
-    }
+    static uint64_t hashOf(const void* address) { return fxMix64(granuleOf(address) >> partBits); }
     size_t startOf(const void* address, uint64_t hash) const {
         return ((hash >> shift) + granuleOf(address) % partSlots) & (slotCount - 1);
     }
