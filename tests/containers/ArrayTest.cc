@@ -457,12 +457,15 @@ TEST(ArrayXdr, PointersMoveNothing) {
 
 TEST(ArrayDeathTest, RefusesWhatItCannotHold) {
     EXPECT_DEATH(fxLongArray(0x20000000U), "4294967296 bytes");
+}
+
 #ifdef FXDS_CHECKED
+TEST(ArrayDeathTest, CheckedBuildsTestIndices) {
     fxIntArray array(2);
     EXPECT_DEATH(array[2] = 1, "index < length");
     EXPECT_DEATH(array.remove(fxArray::notFound), "start <= length");
     EXPECT_DEATH(array.insert(1, 3), "index <= length");
-#endif
 }
+#endif
 
 }  // namespace
