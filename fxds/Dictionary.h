@@ -4,13 +4,12 @@
 
 #include "fxds/TypedArray.h"
 #include "fxds/XDRObj.h"
-#include "fxds/detail/HashNode.h"
+#include "fxds/detail/HashExtra.h"
 
 class fxDictionary;
 class fxDictIter;
 
-/// One entry: `element` is a block with the key, then the value.
-/// One entry, in the chain of its bucket.
+/// One entry of a chain: `element` is a block with the key, then the value.
 class FX_API fxDictBucket : public fxHashNode<fxDictBucket> {
 public:
     using fxHashNode::fxHashNode;
@@ -188,11 +187,18 @@ protected:
     /// it cannot tell apart are still found fast.
     virtual unsigned long fingerprintKey(const void* key, unsigned long hash) const;
 
-    /// How to search: this one says, by the hooks. The classes of this library
-    /// answer a search that has their own hooks built in, unless a subclass may
-    /// have overridden them.
+    /// How to search: this one says, by the hooks. The ready-made classes answer
+    /// a direct search, which has their hooks built in and tells texts apart by
+    /// all of their bytes; their subclasses, which may have overridden the
+    /// hooks, are searched by them. A class of texts that overrides neither
+    /// hashKey() nor compareKeys() can have the direct search again:
+    ///
+    ///     Finder* finder() const override { return finderFor(typeid(Names)); }
     typedef fxHashFinder<fxDictionary, fxDictBucket> Finder;
     virtual Finder* finder() const;  ///< See Finder. Borrowed for good.
+    /// The direct search for keys of type Key, which is fxStr or const void*.
+    template <class Key>
+    static Finder* directFinder();
 
     unsigned int count;      ///< Number of entries.
     unsigned int keySize;    ///< Bytes of a stored key.
@@ -202,6 +208,7 @@ protected:
 
 private:
     friend struct fxHashCore<fxDictionary>;
+    friend struct fxHashXdr<fxDictionary>;
     typedef fxDictBucket Node;
     typedef fxDictIter Iter;
     static constexpr bool hasValues = true;

@@ -1,9 +1,11 @@
-// What the common key types are: hash, order and transcription.
+// What the common key types are: hash and order.
 #ifndef FXDS_KEYHOOKS_H
 #define FXDS_KEYHOOKS_H
 
 #include <cstdint>
 #include <new>
+#include <type_traits>
+#include <typeinfo>
 
 #include "fxds/Str.h"
 
@@ -12,9 +14,6 @@
 ///
 ///     static unsigned long hash(const Key&);         // decides the chain
 ///     static int compare(const Key&, const Key&);    // 0 when equal
-///     static unsigned long fingerprint(const Key&, unsigned long hash);
-///
-/// The last one may answer `hash`; see fxDictionary::fingerprintKey().
 template <class Key>
 struct fxKeyHooks;
 
@@ -23,7 +22,7 @@ template <>
 struct FX_API fxKeyHooks<fxStr> {
     static unsigned long hash(const fxStr& key) { return key.hash(); }
     static int compare(const fxStr& a, const fxStr& b) { return ::compare(a, b); }
-    /// Sees the whole text, where hash() sees 16 bytes at most.
+    /// For fingerprintKey(): sees the whole text, where hash() sees 16 bytes at most.
     static unsigned long fingerprint(const fxStr& key, unsigned long hash);
 };
 
@@ -34,6 +33,7 @@ struct fxKeyHooks<const void*> {
         return (reinterpret_cast<std::uintptr_t>(key) & 0xFFFFFFFFU) >> 2;
     }
     static int compare(const void* a, const void* b) { return a == b ? 0 : 1; }
+    /// For fingerprintKey(): what hash() leaves out hardly tells addresses apart.
     static unsigned long fingerprint(const void*, unsigned long hash) { return hash; }
 };
 
@@ -55,13 +55,16 @@ protected:
     }
     void destroyKey(void* key) const override { static_cast<Key*>(key)->~Key(); }
     bool xdrKey(fxTranscriber&, void*) override { return false; }
-    unsigned long fingerprintKey(const void* key, unsigned long hash) const override {
-        return fxKeyHooks<Key>::fingerprint(*static_cast<const Key*>(key), hash);
+
+    /// For finder(): the direct search if this object's class is `exact`, which
+    /// overrides none of the hooks that a search asks, and there is one for
+    /// Key; otherwise the search by the hooks.
+    typename Base::Finder* finderFor(const std::type_info& exact) const {
+        if constexpr (std::is_same_v<Key, fxStr> || std::is_same_v<Key, const void*>) {
+            if (typeid(*this) == exact) return Base::template directFinder<Key>();
+        }
+        return Base::finder();
     }
 };
-
-/// Transcribes the string at `at`; a reader first makes an empty one there,
-/// and leaves the storage raw when it fails.
-FX_API bool fxXdrStrInPlace(fxTranscriber& transcriber, void* at);
 
 #endif

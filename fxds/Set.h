@@ -4,14 +4,13 @@
 
 #include "fxds/TypedArray.h"
 #include "fxds/XDRObj.h"
-#include "fxds/detail/HashNode.h"
+#include "fxds/detail/HashExtra.h"
 
 class fxSet;
 class fxSetIter;
 class fxTmpSet;
 
-/// One element of a set: `element` is a block with the key.
-/// One element, in the chain of its bucket.
+/// One element of a chain: `element` is a block with the key.
 class FX_API fxSetBucket : public fxHashNode<fxSetBucket> {
 public:
     using fxHashNode::fxHashNode;
@@ -106,7 +105,7 @@ public:
     ///@{
     /// Union, intersection and difference in place. Iterators that stand on an
     /// element which goes are moved on. `other` may be this set.
-    /// Requires: equal keys sizes and hooks.
+    /// Requires: equal key sizes and hooks.
     void operator|=(const fxSet& other);
     void operator&=(const fxSet& other);
     void operator-=(const fxSet& other);
@@ -150,11 +149,12 @@ protected:
     /// See fxDictionary::fingerprintKey().
     virtual unsigned long fingerprintKey(const void* key, unsigned long hash) const;
 
-    /// How to search: this one says, by the hooks. The classes of this library
-    /// answer a search that has their own hooks built in, unless a subclass may
-    /// have overridden them.
+    /// How to search: see fxDictionary::Finder.
     typedef fxHashFinder<fxSet, fxSetBucket> Finder;
     virtual Finder* finder() const;  ///< See Finder. Borrowed for good.
+    /// The direct search for keys of type Key, which is fxStr or const void*.
+    template <class Key>
+    static Finder* directFinder();
 
     fxSetBuckets buckets;  ///< The first node of each chain, or null.
     unsigned int count;    ///< Number of elements.
@@ -163,6 +163,7 @@ protected:
 
 private:
     friend struct fxHashCore<fxSet>;
+    friend struct fxHashXdr<fxSet>;
     typedef fxSetBucket Node;
     typedef fxSetIter Iter;
     static constexpr bool hasValues = false;

@@ -3,13 +3,16 @@
 #define FXDS_STRSET_H
 
 #include "fxds/TypedSet.h"
+#include "fxds/detail/Recorded.h"
+
+extern FX_API fxTypeObj fxStrSet_type;
 
 /// A set of texts, which are equal when compare() says so.
 ///
 ///     fxStrSet names;
 ///     names.add("left");
 ///     for (const fxStr& name : names) std::cout << name << '\n';
-class FX_API fxStrSet : public fxTypedSet<fxStr> {
+class FX_API fxStrSet : public fxRecorded<fxStrSet, fxTypedSet<fxStr>, fxStrSet_type> {
 public:
     explicit fxStrSet(unsigned int nBuckets = 0);  ///< `nBuckets` chains; 0 stands for 31.
     explicit fxStrSet(fxTypeObj& type);
@@ -17,13 +20,8 @@ public:
     fxStrSet& operator=(const fxStrSet&) = default;
     ~fxStrSet() override;
 
+    using fxRecorded::xdr;
     fxBool xdr(fxTranscriber& transcriber) override;
-    fxTypeObj* getTypeObj() const override;
-
-    // The functions of fxStrSet_type.
-    static void* newInstance(fxTypeObj& type);
-    static void deleteInstance(void* object);
-    static fxBool xdr(void* object, fxTranscriber& transcriber);
 
 protected:
     bool xdrKey(fxTranscriber& transcriber, void* key) override;
@@ -36,7 +34,5 @@ public:
     using fxTypedSetIter::fxTypedSetIter;
     using fxTypedSetIter::operator=;
 };
-
-extern FX_API fxTypeObj fxStrSet_type;
 
 #endif

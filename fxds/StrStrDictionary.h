@@ -3,9 +3,14 @@
 #define FXDS_STRSTRDICTIONARY_H
 
 #include "fxds/TypedDictionary.h"
+#include "fxds/detail/Recorded.h"
+
+extern FX_API fxTypeObj fxStrStrDictionary_type;
 
 /// Maps texts to texts. A default value is the empty text.
-class FX_API fxStrStrDictionary : public fxTypedDictionary<fxStr, fxStr> {
+class FX_API fxStrStrDictionary
+    : public fxRecorded<fxStrStrDictionary, fxTypedDictionary<fxStr, fxStr>,
+                        fxStrStrDictionary_type> {
 public:
     /// `nBuckets` chains; 0 stands for 31.
     explicit fxStrStrDictionary(unsigned int nBuckets = 0);
@@ -14,13 +19,8 @@ public:
     fxStrStrDictionary& operator=(const fxStrStrDictionary&) = default;  // merges
     ~fxStrStrDictionary() override;
 
+    using fxRecorded::xdr;
     fxBool xdr(fxTranscriber& transcriber) override;
-    fxTypeObj* getTypeObj() const override;
-
-    // The functions of fxStrStrDictionary_type.
-    static void* newInstance(fxTypeObj& type);
-    static void deleteInstance(void* object);
-    static fxBool xdr(void* object, fxTranscriber& transcriber);
 
 protected:
     bool xdrKey(fxTranscriber& transcriber, void* key) override;
@@ -34,7 +34,5 @@ public:
     using fxTypedDictIter::fxTypedDictIter;
     using fxTypedDictIter::operator=;
 };
-
-extern FX_API fxTypeObj fxStrStrDictionary_type;
 
 #endif

@@ -10,6 +10,7 @@
 
 #include "fxds/Array.h"
 #include "fxds/Transcriber.h"
+#include "fxds/detail/Recorded.h"
 
 /// An array of T. A class of this family is its own template argument:
 ///
@@ -122,27 +123,19 @@ private:
 /// elements travel through the transcriber's operation for T. A failed xdr()
 /// leaves the array empty.
 template <class Self, class T, fxTypeObj& record, class Hooks = fxArray>
-class FX_API fxRecordedArray : public fxTypedArray<Self, T, Hooks> {
-public:
-    using fxTypedArray<Self, T, Hooks>::fxTypedArray;
+class FX_API fxRecordedArray : public fxRecorded<Self, fxTypedArray<Self, T, Hooks>, record> {
+    typedef fxRecorded<Self, fxTypedArray<Self, T, Hooks>, record> Recorded;
 
-    fxTypeObj* getTypeObj() const override { return &record; }
+public:
+    using Recorded::Recorded;
+
+    using Recorded::xdr;
 
     /// Writes the elements, or replaces them with those read.
     fxBool xdr(fxTranscriber& transcriber) override {
         unsigned int byteCount = 0;
         return this->xdrSizes(transcriber, byteCount) &&
                this->xdrElements(transcriber, byteCount, xdrInPlace);
-    }
-
-    // The functions of the record.
-    static void* newInstance(fxTypeObj& type) { return fxTypeFunctions<Self>::newInstance(type); }
-    static void deleteInstance(void* object) { fxTypeFunctions<Self>::deleteInstance(object); }
-    /// Runs Self's own xdr(), whatever the object's class overrides, so that
-    /// an array that is a base part is transcribed as one.
-    static fxBool xdr(void* object, fxTranscriber& transcriber) {
-        Self& self = *static_cast<Self*>(object);
-        return transcriber.conclude(self.Self::xdr(transcriber) != 0, self, object);
     }
 
 protected:

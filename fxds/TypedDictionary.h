@@ -72,6 +72,10 @@ protected:
     }
     /// Fails: a subclass says how its values travel.
     bool xdrValue(fxTranscriber&, void*) override { return false; }
+
+    typename Keys::Finder* finder() const override {
+        return this->finderFor(typeid(fxTypedDictionary));
+    }
 };
 
 /// fxDictIter with types.

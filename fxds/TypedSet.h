@@ -39,6 +39,9 @@ public:
     void remove(const Key& key) { Keys::remove(&key); }  ///< Destroys the element, if it is there.
 
     Iter begin() const { return Iter(const_cast<fxTypedSet&>(*this)); }
+
+protected:
+    typename Keys::Finder* finder() const override { return this->finderFor(typeid(fxTypedSet)); }
 };
 
 /// fxSetIter with a type.

@@ -15,9 +15,6 @@ public:
 
 protected:
     Finder* finder() const override;
-    /// The search that has the hooks of this class built in, for subclasses
-    /// that override none of them.
-    static Finder* ownFinder();
 };
 
 /// Walks an fxVoidPtrDict.

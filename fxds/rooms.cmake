@@ -34,8 +34,8 @@ fxds_room(containers
     Sequencer Set ShortArray StrArray StrSet StrStrDictionary StubFuncArray TypedArray
     TypedDictionary TypedSet UnsignedCharArray UnsignedLongArray UnsignedShortArray VoidPtrArray
     VoidPtrDict
-  DETAIL HashNode ListIterator
-  PRIVATE HashContainer
+  DETAIL HashExtra HashIndex HashNode ListIterator NodeStore Recorded
+  PRIVATE HashContainer HashXdr StrInPlace
   SOURCES Array ArraySort BinaryOTDict BoundingBox Dictionary GenericList HashTable IndexableList
     KeyHooks NameSpace Sequencer Set StrArray StrSet StrStrDictionary TypedArray VoidPtrDict)
 

@@ -1,17 +1,9 @@
 #include "fxds/BinaryOTDict.h"
 
-#include <typeinfo>
-
-#include "fxds/containers/HashContainer.h"
-
-// All of it is fxTypedDictionary's; the class is at home here.
+// All behaviour is inherited; this file anchors the vtable.
 
 fxBinaryOTDict::fxBinaryOTDict(unsigned int nBuckets) : fxTypedDictionary(nBuckets) {}
 
 fxBinaryOTDict::~fxBinaryOTDict() { cleanup(); }
 
-fxBinaryOTDict::Finder* fxBinaryOTDict::finder() const {
-    return typeid(*this) == typeid(fxBinaryOTDict)
-               ? fxHashCore<fxDictionary>::findDirectly<const void*>
-               : fxDictionary::finder();
-}
+fxBinaryOTDict::Finder* fxBinaryOTDict::finder() const { return finderFor(typeid(fxBinaryOTDict)); }

@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include "fxds/containers/HashContainer.h"
+#include "fxds/containers/HashXdr.h"
 
 // The mechanism is fxHashCore's. What is left here is what makes a dictionary
 // of it: values, merging, and which hooks are called.
@@ -89,7 +90,7 @@ void fxDictionary::invalidateIters(const fxDictBucket* node) const {
 }
 
 bool fxDictionary::doxdr(fxTranscriber& transcriber) {
-    return Core::transcribe(*this, transcriber);
+    return fxHashXdr<fxDictionary>::transcribe(*this, transcriber);
 }
 
 fxBool fxDictionary::xdr(void* object, fxTranscriber& transcriber) {
@@ -106,6 +107,13 @@ void fxDictionary::destroyValue(void*) const {}
 unsigned long fxDictionary::fingerprintKey(const void*, unsigned long hash) const { return hash; }
 
 fxDictionary::Finder* fxDictionary::finder() const { return Core::findByHooks; }
+
+template <class Key>
+fxDictionary::Finder* fxDictionary::directFinder() {
+    return Core::findDirectly<Key>;
+}
+template FX_API fxDictionary::Finder* fxDictionary::directFinder<fxStr>();
+template FX_API fxDictionary::Finder* fxDictionary::directFinder<const void*>();
 
 // Iterator.
 

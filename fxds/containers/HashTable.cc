@@ -3,7 +3,8 @@
 #include <climits>
 #include <cstdlib>
 
-#include "fxds/containers/HashContainer.h"
+#include "fxds/detail/HashIndex.h"
+#include "fxds/detail/Mix.h"
 
 // The table grows by the number of additions ever made, not by the number of
 // entries: count never falls.
@@ -29,12 +30,7 @@ struct Fold {
 };
 constexpr Fold folds[] = {{12, 6}, {13, 7}, {16, 8}, {9, 0}, {10, 0}, {11, 0}};
 
-const int longWalk = 12;  // entries after which an index pays
-
-// The upper half of the product depends on all bits of the key.
-unsigned int tagOf(unsigned long key) {
-    return static_cast<unsigned int>((key * 0x9E3779B97F4A7C15UL) >> 32);
-}
+typedef fxHashIndex<HashEntry> Index;
 
 }  // namespace
 
@@ -123,15 +119,15 @@ unsigned int HashTable::hash(unsigned long key) const {
 }
 
 HashEntry* HashTable::searchBucketFor(HashEntry* head, unsigned long key) const {
-    int walked = 0;
+    unsigned int walked = 0;
     for (; head != nullptr && head->key != key; head = head->next) ++walked;
-    if (walked > longWalk && index == nullptr) buildIndex();
+    if (walked > Index::longWalk && index == nullptr) buildIndex();
     return head;
 }
 
 HashEntry* HashTable::find(unsigned long key) const {
     if (index == nullptr) return searchBucketFor(buckets[hash(key)], key);
-    HashEntry* entry = index->first(tagOf(key));
+    HashEntry* entry = index->first(fxMix32(key));
     while (entry != nullptr && entry->key != key) entry = entry->alike;
     return entry;
 }
@@ -139,7 +135,7 @@ HashEntry* HashTable::find(unsigned long key) const {
 // Each chain from its end, so that the first of equal keys, which addElement()
 // lets in, is found first.
 void HashTable::buildIndex() const {
-    index = new fxHashIndex<HashEntry>;
+    index = new Index;
     index->build(4 * static_cast<unsigned int>(size));
     for (int i = 0; i < size; ++i) {
         HashEntry* entry = buckets[i];
@@ -158,7 +154,7 @@ void HashTable::linkAtHead(HashEntry* entry) {
 
 HashEntry* HashTable::addElement(unsigned long key) {
     if (count >= 4 * size && level < lastLevel && walks == nullptr) rebuildTable();
-    HashEntry* entry = new HashEntry(key, tagOf(key));
+    HashEntry* entry = new HashEntry(key, fxMix32(key));
     linkAtHead(entry);
     if (index != nullptr) index->insert(entry);
     if (count < INT_MAX) ++count;

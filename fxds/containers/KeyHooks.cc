@@ -1,9 +1,7 @@
 #include "fxds/KeyHooks.h"
 
 #include <cstring>
-#include <new>
 
-#include "fxds/Transcriber.h"
 #include "fxds/detail/Mix.h"
 
 // Words of 8 bytes are folded in by multiplication. The last word overlaps the
@@ -42,12 +40,4 @@ unsigned long fxKeyHooks<fxStr>::fingerprint(const fxStr& key, unsigned long) {
     unsigned long sum = length;
     for (size_t i = 0; i + 8 < length; i += 8) sum = fold(sum, load<unsigned long>(text + i));
     return fold(sum, load<unsigned long>(text + length - 8));
-}
-
-bool fxXdrStrInPlace(fxTranscriber& transcriber, void* at) {
-    if (!transcriber.isReading()) return static_cast<fxStr*>(at)->xdr(transcriber);
-    fxStr* const string = new (at) fxStr(fxStr_type);
-    if (string->xdr(transcriber)) return true;
-    string->~fxStr();
-    return false;
 }

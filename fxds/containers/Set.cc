@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "fxds/containers/HashContainer.h"
+#include "fxds/containers/HashXdr.h"
 
 // The mechanism is fxHashCore's. What is left here is the algebra. It walks by
 // registered iterators, so an operand may be the set itself.
@@ -99,7 +100,9 @@ void fxSet::removeIter(fxSetIter* iter) { Core::unregister(*this, iter); }
 
 void fxSet::invalidateIters(const fxSetBucket* node) const { Core::invalidate(*this, node); }
 
-bool fxSet::doxdr(fxTranscriber& transcriber) { return Core::transcribe(*this, transcriber); }
+bool fxSet::doxdr(fxTranscriber& transcriber) {
+    return fxHashXdr<fxSet>::transcribe(*this, transcriber);
+}
 
 fxBool fxSet::xdr(void* object, fxTranscriber& transcriber) {
     fxSet& self = *static_cast<fxSet*>(object);
@@ -117,6 +120,13 @@ void fxSet::destroyKey(void*) const {}
 unsigned long fxSet::fingerprintKey(const void*, unsigned long hash) const { return hash; }
 
 fxSet::Finder* fxSet::finder() const { return Core::findByHooks; }
+
+template <class Key>
+fxSet::Finder* fxSet::directFinder() {
+    return Core::findDirectly<Key>;
+}
+template FX_API fxSet::Finder* fxSet::directFinder<fxStr>();
+template FX_API fxSet::Finder* fxSet::directFinder<const void*>();
 
 // Iterator.
 

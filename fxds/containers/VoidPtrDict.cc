@@ -1,19 +1,9 @@
 #include "fxds/VoidPtrDict.h"
 
-#include <typeinfo>
-
-#include "fxds/containers/HashContainer.h"
-
-// All of it is fxTypedDictionary's; the class is at home here.
+// All behaviour is inherited; this file anchors the vtable.
 
 fxVoidPtrDict::fxVoidPtrDict(unsigned int nBuckets) : fxTypedDictionary(nBuckets) {}
 
 fxVoidPtrDict::~fxVoidPtrDict() { cleanup(); }
 
-fxVoidPtrDict::Finder* fxVoidPtrDict::finder() const {
-    return typeid(*this) == typeid(fxVoidPtrDict) ? ownFinder() : fxDictionary::finder();
-}
-
-fxVoidPtrDict::Finder* fxVoidPtrDict::ownFinder() {
-    return fxHashCore<fxDictionary>::findDirectly<fxStr>;
-}
+fxVoidPtrDict::Finder* fxVoidPtrDict::finder() const { return finderFor(typeid(fxVoidPtrDict)); }

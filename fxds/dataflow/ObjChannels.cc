@@ -42,7 +42,7 @@ public:
     fxInputChannel* getRetired() const { return retired; }
 
 protected:
-    Finder* finder() const override { return ownFinder(); }
+    Finder* finder() const override { return finderFor(typeid(fxInputTable)); }
 
 private:
     fxInputChannel* retired = nullptr;

@@ -51,7 +51,6 @@ template <>
 struct fxKeyHooks<Key> {
     static unsigned long hash(const Key& key) { return static_cast<unsigned int>(key.number); }
     static int compare(const Key& a, const Key& b) { return a.number - b.number; }
-    static unsigned long fingerprint(const Key&, unsigned long hash) { return hash; }
 };
 
 namespace {
@@ -69,6 +68,9 @@ public:
         }
         return nullptr;
     }
+
+protected:
+    Finder* finder() const override { return finderFor(typeid(OpenStrSet)); }
 };
 
 std::vector<std::string> listOf(const fxStrSet& set) {

@@ -18,7 +18,7 @@ def shown(command):
         text = str(error)
     text = re.sub(r"^\$\d+ = ", "", text.strip())
     text = re.sub(r"0x[0-9a-f]{5,}", "0x#", text)
-    text = re.sub(r"0x# <(?!corrupt).*?>(?=, [a-z]|\}|$)", "0x#", text)
+    text = re.sub(r"0x# <(?!corrupt).*?>(?=, \w+ = |\}|$)", "0x#", text)
     return text.replace("(anonymous namespace)::", "")
 
 

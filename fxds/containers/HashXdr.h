@@ -1,0 +1,153 @@
+// How dictionaries and sets travel.
+#ifndef FXDS_CONTAINERS_HASHXDR_H
+#define FXDS_CONTAINERS_HASHXDR_H
+
+#include <cstdlib>
+#include <cstring>
+
+#include "fxds/Transcriber.h"
+#include "fxds/containers/HashContainer.h"
+
+// Each number is a word of 8 bytes, in memory order:
+//
+//     number  4 | the field that follows it in the container, or 0  4
+//
+//     count, key size, (value size,) number of chains,
+//     then for each entry: key, (value,) number of its chain
+
+template <class Container>
+struct fxHashXdr {
+    static bool transcribe(Container& table, fxTranscriber& transcriber) {
+        if (!transcriber.isReading()) return writeEntries(table, transcriber);
+        Core::clear(table);
+        if (transcriber.attempt([&] { return readAll(table, transcriber); })) return true;
+        Core::clear(table);
+        table.count = table.extra.linked;
+        return false;
+    }
+
+private:
+    typedef fxHashCore<Container> Core;
+    typedef typename Container::Node Node;
+    typedef typename Container::Iter Iter;
+
+    static constexpr unsigned int maxReadChains = 1U << 24;
+    static constexpr size_t maxReadEntryBytes = 1U << 20;
+
+    static bool readAll(Container& table, fxTranscriber& transcriber) {
+        unsigned int entries = 0;
+        if (table.extra.linked != 0 || !xdrSizes(table, transcriber, entries) ||
+            !readChains(table, transcriber, entries)) {
+            return false;
+        }
+        for (unsigned int i = 0; i < entries; ++i) {
+            if (!readEntry(table, transcriber)) return false;
+        }
+        return true;
+    }
+
+    // Foreign byte orders are undone in groups of 4 bytes, so the pair keeps its
+    // order in memory whatever the machine.
+    static bool xdrNumber(fxTranscriber& transcriber, unsigned int& number, unsigned int follower) {
+        unsigned int pair[2] = {number, follower};
+        unsigned long word;
+        static_assert(sizeof pair == sizeof word);
+        std::memcpy(&word, pair, sizeof word);
+        if (!transcriber.xdr(&word, 1)) return false;
+        std::memcpy(pair, &word, sizeof word);
+        if (transcriber.isReading()) number = pair[0];
+        return true;
+    }
+
+    // A container that knows its sizes takes no others; one that does not takes
+    // those of the stream, within reason.
+    static bool xdrSizes(Container& table, fxTranscriber& transcriber, unsigned int& entries) {
+        unsigned int keySize = table.keySize;
+        unsigned int valueSize = 0;
+        if constexpr (Container::hasValues) valueSize = table.valueSize;
+        const bool isKnown = keySize != 0;
+        const unsigned int knownValueSize = valueSize;
+
+        if (!xdrNumber(transcriber, entries, keySize) ||
+            !xdrNumber(transcriber, keySize, valueSize) ||
+            (Container::hasValues && !xdrNumber(transcriber, valueSize, 0))) {
+            return false;
+        }
+        if (!transcriber.isReading()) return true;
+        if (isKnown) return keySize == table.keySize && valueSize == knownValueSize;
+        if (size_t{keySize} + valueSize > maxReadEntryBytes) return false;
+        if (keySize == 0 && entries != 0) return false;
+        table.keySize = keySize;
+        if constexpr (Container::hasValues) table.valueSize = valueSize;
+        return true;
+    }
+
+    // The system commits the pages of calloc() when they are used, so a huge
+    // number of chains alone costs no memory.
+    static bool readChains(Container& table, fxTranscriber& transcriber, unsigned int entries) {
+        table.count = 0;
+        unsigned int chains = 0;
+        if (!xdrNumber(transcriber, chains, 0) || chains > maxReadChains ||
+            (chains == 0 && entries != 0)) {
+            return false;
+        }
+        if (chains == table.buckets.length()) return true;
+        void* const heads = chains != 0 ? std::calloc(chains, sizeof(Node*)) : nullptr;
+        if (chains != 0 && heads == nullptr) return false;
+        constexpr unsigned int headBytes = sizeof(Node*);
+        table.buckets = decltype(table.buckets)(headBytes, chains * headBytes, heads);
+        return true;
+    }
+
+    static bool readEntry(Container& table, fxTranscriber& transcriber) {
+        char* const block = static_cast<char*>(std::calloc(1, Core::blockBytes(table)));
+        if (block == nullptr) return false;
+        const size_t placesBefore = transcriber.placesNoted();
+        if (!table.xdrKey(transcriber, block)) {
+            std::free(block);
+            return false;
+        }
+        const bool isWhole = transcriber.placesNoted() == placesBefore;
+        if constexpr (Container::hasValues) {
+            void* const value = block + table.keySize;
+            if (!table.xdrValue(transcriber, value)) {
+                table.destroyKey(block);
+                std::free(block);
+                return false;
+            }
+        }
+        Node* const node = table.extra.nodes.adopt(block);
+        unsigned int bucket = 0;
+        if (!xdrNumber(transcriber, bucket, 0) || bucket >= table.buckets.length()) {
+            Core::destroy(table, node);
+            return false;
+        }
+        table.extra.index.drop();
+        node->isLate = 1;
+        node->tag = Core::checksum(block, table.keySize) ^ (isWhole ? 1U : 0U);
+        Core::link(table, node, bucket);
+        return true;
+    }
+
+    static bool writeEntries(Container& table, fxTranscriber& transcriber) {
+        unsigned int entries = table.count;
+        unsigned int chains = table.buckets.length();
+        if (!xdrSizes(table, transcriber, entries) || !xdrNumber(transcriber, chains, 0)) {
+            return false;
+        }
+        Iter walk;
+        for (Core::attach(walk, table); walk.node != nullptr; Core::step(walk)) {
+            Node* const node = walk.node;
+            unsigned int bucket = walk.bucketIndex;
+            if (!table.xdrKey(transcriber, node->element)) return false;
+            if constexpr (Container::hasValues) {
+                if (walk.node != node) return false;  // the hook removed it
+                if (!table.xdrValue(transcriber, Core::valueOf(table, node))) return false;
+            }
+            if (!xdrNumber(transcriber, bucket, 0)) return false;
+        }
+        return true;
+    }
+};
+
+#endif

@@ -1,0 +1,36 @@
+// What dictionaries and sets keep besides their fields.
+#ifndef FXDS_DETAIL_HASHEXTRA_H
+#define FXDS_DETAIL_HASHEXTRA_H
+
+#include "fxds/detail/HashIndex.h"
+#include "fxds/detail/HashNode.h"
+#include "fxds/detail/NodeStore.h"
+
+/// Where a key belongs.
+struct fxHashPlace {
+    unsigned long hash;
+    unsigned int chains;  // their number when the place was computed
+    unsigned int bucket;
+    unsigned int tag;
+};
+
+/// A search of `table` for a key, with the hooks of `hooks`.
+template <class Container, class Node>
+using fxHashFinder = Node*(const Container& table, const Container& hooks, const void* key,
+                           fxHashPlace& place);
+
+/// What a container keeps besides its chains; nothing of it shows.
+template <class Container, class Node>
+struct fxHashExtra {
+    fxHashFinder<Container, Node>* finder = nullptr;  // chosen by the first search
+    fxNodeStore<Node> nodes;
+    fxHashIndex<Node> index;
+    unsigned int linked = 0;       // entries in the chains
+    unsigned int divisor = 0;      // a bucket count and its reciprocal 2^64 / n,
+    unsigned long reciprocal = 0;  // which save the division
+};
+
+/// The end of a range-based for over a dictionary or a set.
+struct fxHashEnd {};
+
+#endif

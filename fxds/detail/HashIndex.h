@@ -1,0 +1,139 @@
+// The index of hash containers: an open-addressing table from tag to nodes.
+#ifndef FXDS_DETAIL_HASHINDEX_H
+#define FXDS_DETAIL_HASHINDEX_H
+
+#include <cstdlib>
+
+#include "fxds/detail/Allocate.h"
+
+// The containers are tables of chains of a fixed number. A search that has
+// walked further than longWalk nodes makes its container build an index, after
+// which no chain is walked any more.
+//
+// A tag is a number of 32 bits whose upper bits are well mixed; its upper bits
+// are the slot where its search begins (its home). A slot holds the first node
+// of its tag, and the others hang on that one through `alike`. A Node has the
+// fields `tag` and `alike`, which the index may use.
+//
+// Invariants, while the index is built:
+// (1) The number of slots is a power of 2, and at least one slot is free.
+// (2) Each tag has at most one slot, and no slot between its home and that one
+//     is free.
+// (3) The nodes of a slot have its tag. The one that was entered last is first.
+
+template <class Node>
+class fxHashIndex {
+public:
+    /// Nodes of a chain after which a search is long enough to pay for an index.
+    static constexpr unsigned int longWalk = 12;
+
+    fxHashIndex() = default;
+    fxHashIndex(const fxHashIndex&) = delete;
+    fxHashIndex& operator=(const fxHashIndex&) = delete;
+    ~fxHashIndex() { drop(); }
+
+    bool isBuilt() const { return slots != nullptr; }
+    /// The first node of `tag`, or null. Requires, as all below: isBuilt().
+    Node* first(unsigned int tag) const { return slots[slotOf(tag)].node; }
+    /// Makes an empty index for about `expected` nodes, built or not.
+    void build(unsigned int expected);
+    /// Enters a node as the first of its tag.
+    void insert(Node* node);
+    void remove(Node* node);
+    /// Forgets all nodes; it is not built then. Allowed at any time.
+    void drop();
+
+private:
+    struct Slot {
+        Node* node;  // null in a free slot
+        unsigned int tag;
+    };
+
+    unsigned int home(unsigned int tag) const { return tag >> shift; }
+    unsigned int slotOf(unsigned int tag) const;
+    void allocate(unsigned int bits);
+    void grow();
+
+    Slot* slots = nullptr;
+    unsigned int mask = 0;   // number of slots less 1
+    unsigned int shift = 0;  // what leaves the home of a tag
+    unsigned int used = 0;   // slots that are not free
+};
+
+// The slot of the tag, or the free one where it belongs.
+template <class Node>
+unsigned int fxHashIndex<Node>::slotOf(unsigned int tag) const {
+    unsigned int slot = home(tag);
+    while (slots[slot].node != nullptr && slots[slot].tag != tag) slot = (slot + 1) & mask;
+    return slot;
+}
+
+template <class Node>
+void fxHashIndex<Node>::allocate(unsigned int bits) {
+    slots = static_cast<Slot*>(fxNewZeroBlock(sizeof(Slot) << bits));
+    mask = (1U << bits) - 1;
+    shift = 32 - bits;
+    used = 0;
+}
+
+template <class Node>
+void fxHashIndex<Node>::build(unsigned int expected) {
+    drop();
+    unsigned int bits = 6;
+    while (bits < 31 && (1U << bits) / 2 < expected) ++bits;
+    allocate(bits);
+}
+
+template <class Node>
+void fxHashIndex<Node>::drop() {
+    std::free(slots);
+    slots = nullptr;
+}
+
+template <class Node>
+void fxHashIndex<Node>::grow() {
+    Slot* const old = slots;
+    const unsigned int oldMask = mask;
+    const unsigned int oldUsed = used;
+    allocate(33 - shift);
+    used = oldUsed;
+    for (unsigned int i = 0; i <= oldMask; ++i) {
+        if (old[i].node != nullptr) slots[slotOf(old[i].tag)] = old[i];
+    }
+    std::free(old);
+}
+
+template <class Node>
+void fxHashIndex<Node>::insert(Node* node) {
+    unsigned int slot = slotOf(node->tag);
+    if (slots[slot].node == nullptr) {
+        if (used >= mask - mask / 4 && shift > 1) {
+            grow();
+            slot = slotOf(node->tag);
+        }
+        slots[slot].tag = node->tag;
+        ++used;
+    }
+    node->alike = slots[slot].node;
+    slots[slot].node = node;
+}
+
+// Keeps (2): a slot that gets free is filled with the next one whose home is
+// not behind it, and so on.
+template <class Node>
+void fxHashIndex<Node>::remove(Node* node) {
+    unsigned int hole = slotOf(node->tag);
+    Node** link = &slots[hole].node;
+    while (*link != node) link = &(*link)->alike;
+    *link = node->alike;
+    if (slots[hole].node != nullptr) return;
+    --used;
+    for (unsigned int i = (hole + 1) & mask; slots[i].node != nullptr; i = (i + 1) & mask) {
+        if (((i - home(slots[i].tag)) & mask) < ((i - hole) & mask)) continue;
+        slots[hole] = slots[i];
+        slots[i].node = nullptr;
+        hole = i;
+    }
+}
+
+#endif

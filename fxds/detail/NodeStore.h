@@ -1,0 +1,146 @@
+// Where the nodes of hash containers live.
+#ifndef FXDS_DETAIL_NODESTORE_H
+#define FXDS_DETAIL_NODESTORE_H
+
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <new>
+#include <utility>
+
+#include "fxds/detail/Allocate.h"
+
+// Nodes are carved from chunks of growing size, and handed out again after use.
+// A block of common size lies right behind its node, so that an entry is one
+// piece of memory to allocate, and a search that has reached the node has its
+// key at hand. Checked builds use the heap for each node and each block, so
+// that sanitizers see every use of one that is gone and every step beyond.
+//
+// Invariants:
+// (1) All nodes lie `step` bytes apart in the chunks. Each is in use, in the
+//     list `freed`, or one of the `freshNodes` at `fresh`.
+// (2) A node's element is either behind(node), and then has room for
+//     `bytesBehind` bytes, or malloc() memory. `bytesBehind` and `step` change
+//     only while no node is in use.
+// (3) Every chunk ends with the store, or when no node is in use.
+
+template <class Node>
+class fxNodeStore {
+public:
+    fxNodeStore() = default;
+    fxNodeStore(const fxNodeStore&) = delete;
+    fxNodeStore& operator=(const fxNodeStore&) = delete;
+    /// Requires: no node is in use.
+    ~fxNodeStore() { shrink(); }
+
+    /// A new node with a raw block of `blockBytes` bytes, aligned as malloc()
+    /// would do it. Give it back with drop().
+    Node* make(size_t blockBytes);
+    /// A new node, which adopts `block`. Give it back with drop().
+    Node* adopt(void* block);
+    /// Destroys the node and frees its block.
+    void drop(Node* node);
+    /// Gives the chunks back if no node is in use.
+    void shrink();
+
+private:
+    struct Chunk {
+        Chunk* next;
+    };
+    struct Free {
+        Free* next;
+    };
+    static constexpr unsigned int leastPerChunk = 4;
+    static constexpr unsigned int mostPerChunk = 256;
+    static constexpr size_t mostBytesBehind = 64;
+    static constexpr size_t cacheLine = 64;
+    static constexpr size_t blockAlignment = alignof(std::max_align_t);
+
+    static void* behind(Node* node) { return node + 1; }
+    void setBytesBehind(size_t blockBytes);
+    void* place();
+
+    Chunk* chunks = nullptr;
+    Free* freed = nullptr;                  // nodes that were dropped
+    char* fresh = nullptr;                  // the rest of the newest chunk
+    unsigned int freshNodes = 0;            // nodes that fit there
+    unsigned int perChunk = leastPerChunk;  // nodes of the next chunk
+    unsigned int inUse = 0;
+    unsigned int bytesBehind = 0;      // room for a block behind each node
+    unsigned int step = sizeof(Node);  // from a node to the next
+};
+
+template <class Node>
+Node* fxNodeStore<Node>::make(size_t blockBytes) {
+#ifdef FXDS_CHECKED
+    return new Node(fxNewBlock(blockBytes));
+#else
+    if (blockBytes > bytesBehind && inUse == 0) setBytesBehind(blockBytes);
+    if (blockBytes > bytesBehind) return adopt(fxNewBlock(blockBytes));
+    ++inUse;
+    Node* const node = static_cast<Node*>(place());
+    return new (node) Node(behind(node));
+#endif
+}
+
+template <class Node>
+Node* fxNodeStore<Node>::adopt(void* block) {
+#ifdef FXDS_CHECKED
+    return new Node(block);
+#else
+    ++inUse;
+    return new (place()) Node(block);
+#endif
+}
+
+template <class Node>
+void fxNodeStore<Node>::drop(Node* node) {
+#ifdef FXDS_CHECKED
+    delete node;
+#else
+    --inUse;
+    if (node->element == behind(node)) node->element = nullptr;
+    node->~Node();
+    freed = new (node) Free{freed};
+#endif
+}
+
+template <class Node>
+void fxNodeStore<Node>::setBytesBehind(size_t blockBytes) {
+    if (blockBytes > mostBytesBehind) return;
+    shrink();
+    bytesBehind = static_cast<unsigned int>(blockBytes);
+    const size_t bytes = sizeof(Node) + blockBytes + blockAlignment - 1;
+    step = static_cast<unsigned int>(bytes - bytes % blockAlignment);
+}
+
+// A chunk starts with its link and goes on so that the block of the first node
+// is aligned. The entry of a text and a pointer has the size of a cache
+// line, and is laid such that all that a search looks at is in one.
+template <class Node>
+void* fxNodeStore<Node>::place() {
+    if (freed != nullptr) return std::exchange(freed, freed->next);
+    if (freshNodes == 0) {
+        static_assert((sizeof(Chunk) + sizeof(Node)) % blockAlignment == 0);
+        const size_t bytes = sizeof(Chunk) + size_t{perChunk} * step + cacheLine - blockAlignment;
+        char* const chunk = static_cast<char*>(fxNewBlock(bytes));
+        chunks = new (chunk) Chunk{chunks};
+        const size_t beyondLine = reinterpret_cast<uintptr_t>(chunk) % cacheLine;
+        fresh = chunk + sizeof(Chunk) + (cacheLine - beyondLine) % cacheLine;
+        freshNodes = perChunk;
+        if (perChunk < mostPerChunk) perChunk *= 2;
+    }
+    --freshNodes;
+    return std::exchange(fresh, fresh + step);
+}
+
+template <class Node>
+void fxNodeStore<Node>::shrink() {
+    if (inUse != 0) return;
+    while (chunks != nullptr) std::free(std::exchange(chunks, chunks->next));
+    freed = nullptr;
+    freshNodes = 0;
+    perChunk = leastPerChunk;
+}
+
+#endif
