@@ -30,7 +30,7 @@ function common(line) {
 }
 
 # A macro that ends where it is used.
-/^#define FX_(CHANNEL_TYPE|XDR_LIBRARY_TYPE)/ { isLocal = 1 }
+/^#define FX_(NUMBER|SENT|XDR_LIBRARY_TYPE)/ { isLocal = 1 }
 isLocal { if (/^#undef/) isLocal = 0; print ""; next }
 
 # The comment that a header begins with tells what the file is for.

@@ -6,10 +6,7 @@
 #include <cstring>
 #include <type_traits>
 
-#include "fxds/Config.h"
-
-class fxStr;
-class fxStrArray;
+#include "fxds/DataTypes.h"
 
 /// A value with its data type number and a count of holders. Holders take()
 /// and release() it; the one that brings the count to 0 destroys it. A send
@@ -71,8 +68,10 @@ public:
     T value;  ///< The value itself.
 
 protected:
-    /// For the classes of the family, which know their data type.
+    /// For a kind of value of the application's own.
     fxValueData(unsigned short type_, const T& value_) : fxData(type_), value(value_) {}
+    /// For the library's classes: T has the data type.
+    explicit fxValueData(const T& value_) : fxValueData(fxChannelType<T>::type(), value_) {}
 };
 
 /// A boxed boolean byte.

@@ -1,5 +1,4 @@
-// The numbers that tell which kind of value a channel, a boxed value or a
-// property carries.
+// The kinds of value that channels, boxed values and properties carry.
 #ifndef FXDS_DATATYPES_H
 #define FXDS_DATATYPES_H
 
@@ -8,67 +7,67 @@
 class fxStr;
 class fxStrArray;
 
-// Applications draw further numbers from fx_nextDataType. The library's own
-// have their final values from the start, so that objects made before
-// fxInitializeToolkit() are what they seem.
-//
-// A receiving function takes its closure first and then the value:
-//
-//     number            value          receiving function
-//     fxDT_void         none           void f(void*)
-//     fxDT_fxBool       boolean byte   void f(void*, unsigned char)
-//     fxDT_int          int            void f(void*, int)
-//     fxDT_long         long           void f(void*, long)
-//     fxDT_float        float          void f(void*, float)
-//     fxDT_double       double         void f(void*, double)
-//     fxDT_CharPtr      char*          void f(void*, char*)
-//     fxDT_fxStr        fxStr          void f(void*, fxStr&)
-//     fxDT_VoidPtr      void*          void f(void*, void*)
-//     fxDT_ObjPtr       fxObj*         void f(void*, fxObj*)
-//     fxDT_DataPtr      fxData*        void f(void*, fxData*)
-//     fxDT_fxStrArray   fxStrArray     void f(void*, fxStrArray&)
-//
-// Text and references live for the duration of the call: copy what you keep.
+/// The one list of the kinds of value. Each row declares a data type number,
+/// `extern unsigned short fxDT_...`; the numbers are 0, 1, 2 ... in the order
+/// of the rows. Everything else that goes by kind is derived from the list:
+/// names, receivers' types, senders, boxes, trace lines. Properties alone carry
+/// the kinds of the rows HELD.
+///
+/// A receiving function takes its closure first and then the value as in the
+/// column "receiver": void f(void*, int), void f(void*, fxStr&); for fxDT_void
+/// it takes the closure alone: void f(void*). Text and references live for the
+/// duration of the call: copy what you keep.
+///
+/// Applications draw numbers for kinds of their own from fx_nextDataType, the
+/// first of them 12.
+// clang-format off
+#define FX_DATA_TYPES(SENT, HELD)                                                       \
+    /*   number           name         value          receiver       boxed in        */ \
+    SENT(fxDT_void,       "void",      void,          void,          fxVoidData)        \
+    SENT(fxDT_fxBool,     "bool",      unsigned char, unsigned char, fxBoolData)        \
+    SENT(fxDT_int,        "int",       int,           int,           fxIntData)         \
+    SENT(fxDT_long,       "long",      long,          long,          fxLongData)        \
+    SENT(fxDT_float,      "float",     float,         float,         fxFloatData)       \
+    SENT(fxDT_double,     "double",    double,        double,        fxDoubleData)      \
+    SENT(fxDT_CharPtr,    "char*",     const char*,   char*,         fxCharPtrData)     \
+    SENT(fxDT_fxStr,      "fxStr",     fxStr,         fxStr&,        fxStrData)         \
+    HELD(fxDT_VoidPtr,    "void*")                                                      \
+    HELD(fxDT_ObjPtr,     "fxObj*")                                                     \
+    HELD(fxDT_DataPtr,    "fxData*")                                                    \
+    SENT(fxDT_fxStrArray, "fxStrArray", fxStrArray,   fxStrArray&,   fxStrArrayData)
+// clang-format on
 
-extern FX_API unsigned short fxDT_void;        ///< 0
-extern FX_API unsigned short fxDT_fxBool;      ///< 1
-extern FX_API unsigned short fxDT_int;         ///< 2
-extern FX_API unsigned short fxDT_long;        ///< 3
-extern FX_API unsigned short fxDT_float;       ///< 4
-extern FX_API unsigned short fxDT_double;      ///< 5
-extern FX_API unsigned short fxDT_CharPtr;     ///< 6
-extern FX_API unsigned short fxDT_fxStr;       ///< 7
-extern FX_API unsigned short fxDT_VoidPtr;     ///< 8
-extern FX_API unsigned short fxDT_ObjPtr;      ///< 9
-extern FX_API unsigned short fxDT_DataPtr;     ///< 10
-extern FX_API unsigned short fxDT_fxStrArray;  ///< 11
+/// How values of a C++ type travel: `Value` is what is sent, `Passed` what
+/// receiving functions take, `Box` the class that keeps it, type() the data
+/// type number. Undefined for types that no channel carries.
+template <class T>
+struct fxChannelType;
+
+// The numbers are variables, hence the function.
+#define FX_NUMBER(number, ...) extern FX_API unsigned short number;
+#define FX_CHANNEL_TYPE(number, name, ValueType, PassedType, BoxType) \
+    extern FX_API unsigned short number;                              \
+    class BoxType;                                                    \
+    template <>                                                       \
+    struct fxChannelType<ValueType> {                                 \
+        typedef ValueType Value;                                      \
+        typedef PassedType Passed;                                    \
+        typedef BoxType Box;                                          \
+        static unsigned short type() { return number; }               \
+    };
+FX_DATA_TYPES(FX_CHANNEL_TYPE, FX_NUMBER)
+#undef FX_CHANNEL_TYPE
+#undef FX_NUMBER
+
+/// Travels as the boolean byte that it is.
+template <>
+struct fxChannelType<bool> : fxChannelType<unsigned char> {};
+/// Travels as any text.
+template <>
+struct fxChannelType<char*> : fxChannelType<const char*> {};
 
 /// What a data type is called in print: "int", "fxStr" ...; "type 12" and so on
 /// for the application's own. View, good until the next call.
 FX_API const char* fxDataTypeName(unsigned short type);
-
-/// How values of a C++ type travel: `Passed` is what receiving functions take,
-/// type() the data type number. Undefined for types that no channel carries.
-template <class T>
-struct fxChannelType;
-
-// One member for every kind; the numbers are variables, hence the function.
-#define FX_CHANNEL_TYPE(CppType, PassedType, number)    \
-    template <>                                         \
-    struct fxChannelType<CppType> {                     \
-        typedef PassedType Passed;                      \
-        static unsigned short type() { return number; } \
-    }
-FX_CHANNEL_TYPE(bool, unsigned char, fxDT_fxBool);
-FX_CHANNEL_TYPE(unsigned char, unsigned char, fxDT_fxBool);
-FX_CHANNEL_TYPE(int, int, fxDT_int);
-FX_CHANNEL_TYPE(long, long, fxDT_long);
-FX_CHANNEL_TYPE(float, float, fxDT_float);
-FX_CHANNEL_TYPE(double, double, fxDT_double);
-FX_CHANNEL_TYPE(char*, char*, fxDT_CharPtr);
-FX_CHANNEL_TYPE(const char*, char*, fxDT_CharPtr);
-FX_CHANNEL_TYPE(fxStr, fxStr&, fxDT_fxStr);
-FX_CHANNEL_TYPE(fxStrArray, fxStrArray&, fxDT_fxStrArray);
-#undef FX_CHANNEL_TYPE
 
 #endif

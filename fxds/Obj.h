@@ -148,19 +148,19 @@ public:
     static void sendVoid(fxOutputChannel* output, fxSendFlags how = fxSendQueued);
     static void sendBool(fxOutputChannel* output, unsigned char value,
                          fxSendFlags how = fxSendQueued) {
-        send(output, value, how);
+        send(output, &value, how);
     }
     static void sendInt(fxOutputChannel* output, int value, fxSendFlags how = fxSendQueued) {
-        send(output, value, how);
+        send(output, &value, how);
     }
     static void sendLong(fxOutputChannel* output, long value, fxSendFlags how = fxSendQueued) {
-        send(output, value, how);
+        send(output, &value, how);
     }
     static void sendFloat(fxOutputChannel* output, float value, fxSendFlags how = fxSendQueued) {
-        send(output, value, how);
+        send(output, &value, how);
     }
     static void sendDouble(fxOutputChannel* output, double value, fxSendFlags how = fxSendQueued) {
-        send(output, value, how);
+        send(output, &value, how);
     }
     ///@}
     /// Sends a copy of the text.
@@ -184,21 +184,34 @@ private:
     static void muteInputs(fxVoidPtrDict& table);
     static void discard(fxInputChannel* input);
 
-    // At once: without boxing, for nobody could tell.
     template <class T>
-    static void send(fxOutputChannel* output, T value, fxSendFlags how) {
-        if (how != fxSendNow) {
-            post(output, value, how);
-        } else if (output != nullptr) {
-            FX_ASSERT(output->getType() == fxChannelType<T>::type());
-            output->deliver(value);
+    friend class fxOutput;
+
+    // All typed sends. T is an fxChannelType's Value, and `value` is null for
+    // void. Immediate sends of numbers and of void skip boxing; the difference
+    // is not observable. Text is always boxed: receivers get a copy.
+    template <class T>
+    static void send(fxOutputChannel* output, const T* value, fxSendFlags how) {
+        if constexpr (std::is_arithmetic_v<T> || std::is_void_v<T>) {
+            if (how == fxSendNow) {
+                if (output == nullptr) return;
+                FX_ASSERT(output->getType() == fxChannelType<T>::type());
+                if constexpr (std::is_void_v<T>) {
+                    output->deliver();
+                } else {
+                    output->deliver(*value);
+                }
+                return;
+            }
         }
+        sendBoxed(output, value, how);
     }
-    static void post(fxOutputChannel* output, unsigned char value, fxSendFlags how);
-    static void post(fxOutputChannel* output, int value, fxSendFlags how);
-    static void post(fxOutputChannel* output, long value, fxSendFlags how);
-    static void post(fxOutputChannel* output, float value, fxSendFlags how);
-    static void post(fxOutputChannel* output, double value, fxSendFlags how);
+#define FX_SENT(number, name, Value, Passed, Box) \
+    static void sendBoxed(fxOutputChannel* output, Value const* value, fxSendFlags how);
+#define FX_HELD(...)
+    FX_DATA_TYPES(FX_SENT, FX_HELD)
+#undef FX_HELD
+#undef FX_SENT
 
     fxVoidPtrArray* properties;  // of fxProperty*, ascending by tag, each held
 };
@@ -234,7 +247,9 @@ public:
     /// `channel_` may be null: what is sent goes nowhere then.
     explicit fxOutput(fxOutputChannel* channel_ = nullptr) : channel(channel_) {}
     /// Tells everybody who is connected.
-    void send(fxObj::fxSendFlags how = fxObj::fxSendQueued) const { fxObj::sendVoid(channel, how); }
+    void send(fxObj::fxSendFlags how = fxObj::fxSendQueued) const {
+        fxObj::send<void>(channel, nullptr, how);
+    }
     ///@{
     /// The channel, or null. View.
     fxOutputChannel* get() const { return channel; }
@@ -288,32 +303,13 @@ inline fxInputChannel* fxObj::addInput(char const* name, unsigned char replace) 
 
 template <class T>
 inline fxOutput<T> fxObj::addOutput(char const* name) {
-    if constexpr (std::is_void_v<T>) {
-        return fxOutput<T>(addOutput(name, fxDT_void));
-    } else {
-        return fxOutput<T>(addOutput(name, fxChannelType<T>::type()));
-    }
+    return fxOutput<T>(addOutput(name, fxChannelType<T>::type()));
 }
 
 template <class T>
 inline void fxOutput<T>::send(const T& value, fxObj::fxSendFlags how) const {
-    if constexpr (std::is_same_v<typename fxChannelType<T>::Passed, unsigned char>) {
-        fxObj::sendBool(channel, value, how);
-    } else if constexpr (std::is_same_v<T, int>) {
-        fxObj::sendInt(channel, value, how);
-    } else if constexpr (std::is_same_v<T, long>) {
-        fxObj::sendLong(channel, value, how);
-    } else if constexpr (std::is_same_v<T, float>) {
-        fxObj::sendFloat(channel, value, how);
-    } else if constexpr (std::is_same_v<T, double>) {
-        fxObj::sendDouble(channel, value, how);
-    } else if constexpr (std::is_same_v<T, fxStr>) {
-        fxObj::sendStr(channel, value, how);
-    } else if constexpr (std::is_same_v<T, fxStrArray>) {
-        fxObj::sendStrArray(channel, value, how);
-    } else {
-        fxObj::sendCharPtr(channel, value, how);
-    }
+    const typename fxChannelType<T>::Value& sent = value;
+    fxObj::send(channel, &sent, how);
 }
 
 #endif

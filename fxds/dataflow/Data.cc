@@ -2,7 +2,6 @@
 
 #include <new>
 
-#include "fxds/DataTypes.h"
 #include "fxds/base/FreeLists.h"
 
 fxPool::Block* fxPool::freeBlocks[fxPool::classes] = {};
@@ -15,17 +14,17 @@ void* fxData::operator new(size_t size) { return fxPool::allocate(size); }
 
 void fxData::operator delete(void* memory, size_t size) { fxPool::release(memory, size); }
 
-fxBoolData::fxBoolData(unsigned char value_) : fxValueData(fxDT_fxBool, value_) {}
+fxBoolData::fxBoolData(unsigned char value_) : fxValueData(value_) {}
 
-fxIntData::fxIntData(int value_) : fxValueData(fxDT_int, value_) {}
+fxIntData::fxIntData(int value_) : fxValueData(value_) {}
 
-fxLongData::fxLongData(long value_) : fxValueData(fxDT_long, value_) {}
+fxLongData::fxLongData(long value_) : fxValueData(value_) {}
 
-fxFloatData::fxFloatData(float value_) : fxValueData(fxDT_float, value_) {}
+fxFloatData::fxFloatData(float value_) : fxValueData(value_) {}
 
-fxDoubleData::fxDoubleData(double value_) : fxValueData(fxDT_double, value_) {}
+fxDoubleData::fxDoubleData(double value_) : fxValueData(value_) {}
 
-fxCharPtrData::fxCharPtrData(char* text) : fxValueData(fxDT_CharPtr, text) {}
+fxCharPtrData::fxCharPtrData(char* text) : fxValueData(text) {}
 
 fxCharPtrData::~fxCharPtrData() { ::operator delete(value); }
 

@@ -2,27 +2,29 @@
 
 #include <cstdio>
 
-// Constant from the start: an object made before start-up must not take its
-// kinds for one another. Start-up draws the same numbers from the sequencer.
+// The numbers are constants from the start, so that objects made before
+// start-up have their kinds. Start-up draws the same numbers from the
+// sequencer.
 
-unsigned short fxDT_void = 0;
-unsigned short fxDT_fxBool = 1;
-unsigned short fxDT_int = 2;
-unsigned short fxDT_long = 3;
-unsigned short fxDT_float = 4;
-unsigned short fxDT_double = 5;
-unsigned short fxDT_CharPtr = 6;
-unsigned short fxDT_fxStr = 7;
-unsigned short fxDT_VoidPtr = 8;
-unsigned short fxDT_ObjPtr = 9;
-unsigned short fxDT_DataPtr = 10;
-unsigned short fxDT_fxStrArray = 11;
+namespace {
+
+#define FX_POSITION(number, ...) at_##number,
+enum Position : unsigned short { FX_DATA_TYPES(FX_POSITION, FX_POSITION) dataTypes };
+#undef FX_POSITION
+
+}  // namespace
+
+#define FX_NUMBER(number, ...) unsigned short number = at_##number;
+FX_DATA_TYPES(FX_NUMBER, FX_NUMBER)
+#undef FX_NUMBER
 
 const char* fxDataTypeName(unsigned short type) {
-    static const char* const names[] = {"void",  "bool",   "int",     "long",
-                                        "float", "double", "char*",   "fxStr",
-                                        "void*", "fxObj*", "fxData*", "fxStrArray"};
-    if (type < sizeof names / sizeof names[0]) return names[type];
+#define FX_SENT_NAME(number, name, Value, Passed, Box) name,
+#define FX_HELD_NAME(number, name) name,
+    static const char* const names[dataTypes] = {FX_DATA_TYPES(FX_SENT_NAME, FX_HELD_NAME)};
+#undef FX_HELD_NAME
+#undef FX_SENT_NAME
+    if (type < dataTypes) return names[type];
     static char other[16];
     std::snprintf(other, sizeof other, "type %u", static_cast<unsigned int>(type));
     return other;

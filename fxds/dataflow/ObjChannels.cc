@@ -131,7 +131,7 @@ std::vector<Channel*> emptyTable(fxVoidPtrDict* table) {
 }
 
 fxEventHandler& eventHandler() {
-    if (fx_theEventHandler == nullptr) fx_theEventHandler = new fxEventHandler;
+    if (__builtin_expect(fx_theEventHandler == nullptr, 0)) fx_theEventHandler = new fxEventHandler;
     return *fx_theEventHandler;
 }
 
@@ -234,60 +234,46 @@ void fxObj::sendData(fxOutputChannel* output, fxData* data, fxSendFlags how) {
 
 namespace {
 
-class TextCopy : public fxCharPtrData {
-public:
-    explicit TextCopy(const char* text) : fxCharPtrData(fxCopyCharPtr(text)) {}
-};
-
-// A mode that does not exist only cancels, and nobody would delete a box.
-template <class Data, class... Value>
-void sendBoxed(fxOutputChannel* output, fxObj::fxSendFlags how, const Value&... value) {
+// A mode that does not exist only cancels: nothing would delete a box.
+template <class T>
+fxData* box(const T* value, fxObj::fxSendFlags how) {
+    typedef typename fxChannelType<T>::Box Box;
     const bool delivers =
         how == fxObj::fxSendQueued || how == fxObj::fxSendNow || how == fxObj::fxSendUrgent;
-    fxObj::sendData(output, delivers ? new Data(value...) : nullptr, how);
+    if (!delivers) return nullptr;
+    if constexpr (std::is_void_v<T>) {
+        return new Box;
+    } else if constexpr (std::is_same_v<T, const char*>) {
+        return new Box(fxCopyCharPtr(*value));
+    } else {
+        return new Box(*value);
+    }
 }
 
 }  // namespace
 
-void fxObj::sendVoid(fxOutputChannel* output, fxSendFlags how) {
-    if (how != fxSendNow) {
-        sendBoxed<fxVoidData>(output, how);
-    } else if (output != nullptr) {
-        FX_ASSERT(output->getType() == fxDT_void);
-        output->deliver();
+#define FX_SENT(number, name, Value, Passed, Box)                                         \
+    void fxObj::sendBoxed(fxOutputChannel* output, Value const* value, fxSendFlags how) { \
+        fxData* data = box<Value>(value, how);                                            \
+        eventHandler().postMessage(output, data, how);                                    \
     }
-}
+#define FX_HELD(...)
+FX_DATA_TYPES(FX_SENT, FX_HELD)
+#undef FX_HELD
+#undef FX_SENT
+
+void fxObj::sendVoid(fxOutputChannel* output, fxSendFlags how) { send<void>(output, nullptr, how); }
 
 void fxObj::sendCharPtr(fxOutputChannel* output, char const* text, fxSendFlags how) {
-    sendBoxed<TextCopy>(output, how, text);
+    send(output, &text, how);
 }
 
 void fxObj::sendStr(fxOutputChannel* output, const fxStr& value, fxSendFlags how) {
-    sendBoxed<fxStrData>(output, how, value);
+    send(output, &value, how);
 }
 
 void fxObj::sendStrArray(fxOutputChannel* output, const fxStrArray& value, fxSendFlags how) {
-    sendBoxed<fxStrArrayData>(output, how, value);
-}
-
-void fxObj::post(fxOutputChannel* output, unsigned char value, fxSendFlags how) {
-    sendBoxed<fxBoolData>(output, how, value);
-}
-
-void fxObj::post(fxOutputChannel* output, int value, fxSendFlags how) {
-    sendBoxed<fxIntData>(output, how, value);
-}
-
-void fxObj::post(fxOutputChannel* output, long value, fxSendFlags how) {
-    sendBoxed<fxLongData>(output, how, value);
-}
-
-void fxObj::post(fxOutputChannel* output, float value, fxSendFlags how) {
-    sendBoxed<fxFloatData>(output, how, value);
-}
-
-void fxObj::post(fxOutputChannel* output, double value, fxSendFlags how) {
-    sendBoxed<fxDoubleData>(output, how, value);
+    send(output, &value, how);
 }
 
 void fxObj::dt_input_dict(void* table) {

@@ -40,15 +40,11 @@ struct Described {
     fxTmpSet* tmpSet;
     fxSetBucket* setBucket;
 
-    fxBoolData* boolData;
-    fxIntData* intData;
-    fxLongData* longData;
-    fxFloatData* floatData;
-    fxDoubleData* doubleData;
-    fxCharPtrData* charPtrData;
-    fxVoidData* voidData;
-    fxStrData* strData;
-    fxStrArrayData* strArrayData;
+#define FX_BOX(number, name, Value, Passed, Box) Box* boxOf_##number;
+#define FX_NO_BOX(...)
+    FX_DATA_TYPES(FX_BOX, FX_NO_BOX)
+#undef FX_NO_BOX
+#undef FX_BOX
 
     fxProperty* property;
     fxObj* object;

@@ -111,11 +111,9 @@ namespace {
 void drawDataTypes() {
     if (fx_nextDataType != nullptr) return;
     fx_nextDataType = new fxSequencer;
-    for (unsigned short* type :
-         {&fxDT_void, &fxDT_fxBool, &fxDT_int, &fxDT_long, &fxDT_float, &fxDT_double, &fxDT_CharPtr,
-          &fxDT_fxStr, &fxDT_VoidPtr, &fxDT_ObjPtr, &fxDT_DataPtr, &fxDT_fxStrArray}) {
-        *type = static_cast<unsigned short>((*fx_nextDataType)());
-    }
+#define FX_DRAW(number, ...) number = static_cast<unsigned short>((*fx_nextDataType)());
+    FX_DATA_TYPES(FX_DRAW, FX_DRAW)
+#undef FX_DRAW
 }
 
 void drawEventTypes() {
