@@ -6,8 +6,8 @@
 
 #include "fxds/Config.h"
 #include "fxds/DataTypes.h"
-#include "fxds/Trace.h"
 #include "fxds/VoidPtrArray.h"
+#include "fxds/detail/TraceHooks.h"
 
 class fxData;
 class fxDelivery;
@@ -269,9 +269,9 @@ template <class... Passed>
 void fxOutputChannel::deliverTraced(Passed... value) {
     const unsigned short valueType = type;
     fxDelivery walk(*this);
-    fxTrace::sending(*this, fxTracedValue(value...));
+    fxDetail::traceSending(*this, fxDetail::TracedValue(value...));
     while (fxInputChannel* input = walk.next()) {
-        fxTrace::delivering(*input, fxTracedValue(value...));
+        fxDetail::traceDelivering(*input, fxDetail::TracedValue(value...));
         input->receive<Passed...>(valueType, value...);
     }
 }

@@ -4,36 +4,8 @@
 
 #include <cstddef>
 
-#include "fxds/DataTypes.h"
-
-class fxInputChannel;
-class fxOutputChannel;
-
-/// The kinds of lines that are written now; 0 while nothing is traced. To be
-/// changed through fxTrace only.
-extern FX_API unsigned int fx_traceKinds;
-
-/// A value on its way that nobody has boxed.
-class fxTracedValue {
-public:
-    fxTracedValue() : type(fxDT_void), value(nullptr) {}
-    /// Borrows the value for the call that it is handed to.
-    template <class T>
-    explicit fxTracedValue(const T& value_) : type(typeOf(&value_, 0)), value(&value_) {}
-
-    unsigned short type;  ///< Of the C++ type, which the channel's need not be.
-    const void* value;    ///< View.
-
-private:
-    template <class T>
-    static auto typeOf(const T*, int) -> decltype(fxChannelType<T>::type()) {
-        return fxChannelType<T>::type();
-    }
-    template <class T>
-    static unsigned short typeOf(const T*, long) {
-        return fxDT_VoidPtr;
-    }
-};
+#include "fxds/Config.h"
+#include "fxds/detail/TraceHooks.h"
 
 /// Shows what a program does. Switched on by the environment, as in
 /// `FXDS_TRACE=send,loop`, when the library is loaded, or by a call at any
@@ -75,14 +47,6 @@ public:
     /// Sends all lines to `sink` with `closure`, both borrowed; null brings
     /// back standard error, where each line is written at once and in one piece.
     static void setSink(Sink* sink, void* closure);
-
-    ///@{
-    /// Not for programs to call: tells of a value that is sent at once, which
-    /// inline functions do. Writes nothing when its kind is off, and only looks
-    /// at what it is given.
-    [[gnu::cold]] static void sending(const fxOutputChannel& output, const fxTracedValue& value);
-    [[gnu::cold]] static void delivering(fxInputChannel& input, const fxTracedValue& value);
-    ///@}
 };
 
 #endif

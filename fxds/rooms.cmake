@@ -50,9 +50,10 @@ fxds_room(streams
 fxds_room(dataflow
   ON containers
   HEADERS Channel Converter Data DataTypes Event EventHandler Network Obj Property StrData Trace
+  DETAIL TraceHooks
   PRIVATE EventWalk TraceLines
   SOURCES Channel Converter Data DataTypes Event EventHandler Network Obj ObjChannels Property
-    StrData Trace)
+    StrData Trace TraceLines)
 
 # The select() loop: timers, descriptors, applications.
 fxds_room(loop

@@ -1,8 +1,9 @@
-// What the library tells of itself while it is traced.
+// The lines of a trace: one function for each thing that the library traces.
 #ifndef FXDS_DATAFLOW_TRACELINES_H
 #define FXDS_DATAFLOW_TRACELINES_H
 
 #include <string>
+#include <string_view>
 
 #include "fxds/Trace.h"
 
@@ -10,12 +11,12 @@ class fxData;
 class fxEvent;
 class fxObj;
 
-/// Each of the functions without a result writes a line, or nothing when its
-/// kind is off, and only looks at what it is given.
+/// Unless said otherwise, a function writes a line, or nothing when its kind is
+/// off, and only looks at what it is given.
 namespace fxTraceLines {
 
-/// What the class of an object is called: as its className() says, or, when
-/// that is nobody's but the root's, as the compiler does, without namespaces.
+/// The name of an object's class: its className(), or, when no class below the
+/// root defines that, the compiler's name without namespaces. Writes nothing.
 std::string classNameOf(const fxObj& object);
 
 [[gnu::cold]] void sending(const fxOutputChannel& output, fxData* data,
@@ -26,8 +27,14 @@ std::string classNameOf(const fxObj& object);
 [[gnu::cold]] void timer(const char* what, const fxObj& timer, double seconds);
 [[gnu::cold, gnu::format(printf, 1, 2)]] void phase(const char* format, ...);
 
+void unknownWord(std::string_view word);  ///< Written whatever is on.
+
 /// Forgets the number of an object that is being destroyed.
 [[gnu::cold]] void dying(const fxObj& object);
+void forgetNames();  ///< Forgets the numbers of all objects.
+
+/// Hands a line to the sink. Defined in Trace.cc.
+void write(const std::string& line);
 
 }  // namespace fxTraceLines
 
