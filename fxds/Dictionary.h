@@ -93,10 +93,20 @@ public:
 /// What finds or adds answers pointers into the entry. They are views that
 /// last as long as the entry does, whatever happens to others.
 ///
-/// The hooks that end a life may call back and add to or remove from this
-/// dictionary. None may destroy it, and hashKey(), compareKeys() and
-/// fingerprintKey() must leave it alone. Keys that compare equal must hash
-/// equal.
+/// Keys and values that lie in the dictionary may be arguments. The hooks that
+/// start or end a life may call back and do anything to it but destroy it;
+/// hashKey(), compareKeys() and fingerprintKey() must leave it alone. Keys that
+/// compare equal must hash equal.
+///
+/// While an addition is under way, what callbacks remove stays whole, and ends
+/// before the outermost addition returns. An entry whose value is being replaced
+/// has none meanwhile: find(), findCreate(), cut() and copies of the dictionary
+/// pass over it, and adding its key removes it and makes it anew. Once the
+/// additions have returned, every key is there once.
+///
+/// The hooks that start a life may throw, those that end one may not. An
+/// addition that an exception leaves has entered nothing; the entry whose value
+/// it was replacing is gone.
 class FX_API fxDictionary : public fxXDRObj {
 public:
     /// Sizes in bytes. `nBuckets` chains; 0 stands for 31.
@@ -137,14 +147,16 @@ public:
     void remove(const void* key);
     /// Takes the value out and destroys the rest of the entry. The block with
     /// the value's bytes is given: destroy the value, then free() the block.
-    /// Null when the key is absent, or its value is just being replaced.
+    /// Null when the key is absent, when its value is just being replaced, and
+    /// when an addition under way has the value for an argument.
     void* cut(const void* key);
 
     fxDictIter begin() const;
     fxHashEnd end() const { return {}; }
 
-    /// Destroys every entry and detaches every iterator. size() is not reset:
-    /// this belongs in the destructors of subclasses.
+    /// Destroys every entry, also those that are added meanwhile, and detaches
+    /// every iterator. size() is not reset: this belongs in the destructors of
+    /// subclasses.
     void cleanup();
 
     // The registry of iterators, which they look after themselves.

@@ -122,8 +122,8 @@ public:
     fxSetIter begin() const;
     fxHashEnd end() const { return {}; }
 
-    /// Destroys every element and detaches every iterator. This belongs in the
-    /// destructors of subclasses.
+    /// Destroys every element, also those that are added meanwhile, and detaches
+    /// every iterator. This belongs in the destructors of subclasses.
     void cleanup();
 
     // The registry of iterators, which they look after themselves.

@@ -26,14 +26,17 @@ fxDictionary::fxDictionary(const fxDictionary& source)
       keySize(source.keySize),
       valueSize(source.valueSize),
       buckets(source.buckets.length()) {
-    for (fxDictIter i(source.begin()); i.notDone(); ++i) {
-        Core::add(*this, source, i.getKey(), i.getValue());
-    }
+    Core::copyAll(*this, source);
 }
 
 void fxDictionary::operator=(const fxDictionary& other) {
     if (this == &other) return;
-    for (fxDictIter i(other.begin()); i.notDone(); ++i) addInternal(i.getKey(), i.getValue());
+    Core::Hold hold(other);
+    for (fxDictIter i(other.begin()); i.notDone(); ++i) {
+        if (Core::isEnding(i.node)) continue;
+        hold.setValue(i.getValue());
+        addInternal(i.getKey(), i.getValue());
+    }
 }
 
 fxDictionary::~fxDictionary() { Core::freeAll(*this); }
@@ -49,7 +52,8 @@ void fxDictionary::addInternal(const void* key, const void* value) {
 }
 
 void* fxDictionary::find(const void* key, void** bucketOut) const {
-    fxDictBucket* const node = Core::find(*this, key);
+    fxDictBucket* node = Core::find(*this, key);
+    if (node != nullptr && Core::isEnding(node)) node = nullptr;
     if (bucketOut != nullptr) *bucketOut = node;
     return node != nullptr ? Core::valueOf(*this, node) : nullptr;
 }
@@ -57,9 +61,11 @@ void* fxDictionary::find(const void* key, void** bucketOut) const {
 void* fxDictionary::findCreate(const void* key) {
     if (buckets.isEmpty()) Core::makeChains(*this, Core::defaultChains);
     fxHashPlace place;
-    fxDictBucket* node = Core::find(*this, *this, key, place);
-    if (node == nullptr) {
-        node = Core::insert(*this, *this, place, key, [this](void* at) { createValue(at); });
+    fxDictBucket* node = nullptr;
+    while (node == nullptr) {
+        node = Core::findToChange(*this, *this, key, place);
+        if (node != nullptr) break;
+        node = Core::insert(*this, *this, place, key, false, [this](void* at) { createValue(at); });
     }
     return Core::valueOf(*this, node);
 }
@@ -75,11 +81,7 @@ fxDictIter fxDictionary::begin() const {
     return fxDictIter(const_cast<fxDictionary&>(*this));  // only registers itself
 }
 
-void fxDictionary::cleanup() {
-    const unsigned int entries = count;
-    Core::clear(*this);
-    count = entries;
-}
+void fxDictionary::cleanup() { count += Core::clear(*this); }
 
 void fxDictionary::addIter(fxDictIter* iter) { iters.append(iter); }
 

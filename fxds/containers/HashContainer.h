@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <cstring>
+#include <functional>
 #include <utility>
 
 #include "fxds/Array.h"
@@ -19,8 +20,9 @@
 // (1) The nodes of chain b hang on buckets[b], each in one chain. node->bucket
 //     is b, and node->previous is the node before it, or null. extra.linked is
 //     the number of all of them.
-// (2) A linked node is complete: it has a key and a value. Only while its value
-//     is being replaced it is pinned and may have none.
+// (2) A linked node has a key and a value. Only while the value is being
+//     replaced the node is marked as ending and has none: then only removal, an
+//     addition of its key, which removes it, and iterators meet it.
 // (3) Equal keys have equal tags, which are mixed from their fingerprints. So a
 //     search compares keys only where the tags are equal. A late node, whose
 //     key may still lack its text, has no such tag; see isComplete().
@@ -28,15 +30,19 @@
 //     tag in the order of their chain. None of them is late.
 // (5) An iterator in `iters` is attached: its node is linked, and is in chain
 //     bucketIndex.
+// (6) While there is a hold, what is removed keeps its key, its value and its
+//     memory, and waits in the ring of removed nodes. Without one, only what
+//     endRemoved() is about to end is there.
 //
 // A node is found only in the chain that its hash asks for. With (3) and (4), a
 // search answers the same node with the index as by walking the chain, even if
 // a stream has put a key twice into one chain, or into a wrong one.
 //
-// Every hook that ends or starts a life may call back. So an entry is out of its
-// chain, and all iterators are off it, before its life ends; and a new one is
-// complete before it is linked. Walks use registered iterators, which removal
-// moves on.
+// Every hook that ends or starts a life may call back, and those that start one
+// may throw. So an entry is out of its chain, and all iterators are off it,
+// before its life ends; and a new one is complete before it is linked. Walks use
+// registered iterators, which removal moves on. An operation with arguments
+// holds the table, because a callback may remove the entries where they lie.
 
 template <class Container>
 struct fxHashCore {
@@ -79,77 +85,152 @@ struct fxHashCore {
 
     static void makeChains(Container& table, unsigned int chains) { table.buckets.resize(chains); }
 
-    /// Enters the key with the value that `makeValue(void* at)` constructs.
+    /// While one lives, what is removed from the table stays whole. The outermost
+    /// one ends it.
+    class Hold : private fxHashHold {
+    public:
+        FX_REGISTERS_LOCAL_BEGIN
+        /// `value` is to be entered; it may lie in the table.
+        explicit Hold(const Container& table_, const void* value_ = nullptr)
+            : fxHashHold{value_, table_.extra.holds}, table(const_cast<Container&>(table_)) {
+            table.extra.holds = this;
+        }
+        FX_REGISTERS_LOCAL_END
+        Hold(const Hold&) = delete;
+        Hold& operator=(const Hold&) = delete;
+        ~Hold() {
+            table.extra.holds = this->outer;
+            if (this->outer == nullptr && table.extra.lastRemoved != nullptr) endRemoved(table);
+        }
+        void setValue(const void* value_) { this->value = value_; }
+
+    private:
+        Container& table;
+    };
+
+    /// Enters the key with the value that `makeValue(void* at)` constructs. A
+    /// hook may have entered the key meanwhile: then that entry goes if
+    /// `isNewer`, and else this one ends and the answer is null. Requires: the
+    /// table has chains.
     template <class MakeValue>
-    static Node* insert(Container& table, const Container& hooks, const Place& place,
-                        const void* key, MakeValue makeValue) {
-        Node* const node = table.extra.nodes.make(blockBytes(table));
-        hooks.copyKey(key, node->element);
-        makeValue(valueOf(table, node));
+    static Node* insert(Container& table, const Container& hooks, Place& place, const void* key,
+                        bool isNewer, MakeValue makeValue) {
+        const unsigned long additions = table.extra.additions;
+        Unlinked made{table, hooks, table.extra.nodes.make(blockBytes(table))};
+        made.node->isEnding = 1;
+        hooks.copyKey(key, made.node->element);
+        made.hasKey = true;
+        makeValue(valueOf(table, made.node));
+        made.node->isEnding = 0;
+        if (table.extra.additions != additions || table.buckets.length() != place.chains) {
+            if (table.buckets.isEmpty()) makeChains(table, defaultChains);
+            Node* const other = find(table, hooks, made.node->element, place);
+            if (other != nullptr && !isNewer) return nullptr;
+            if (other != nullptr) remove(table, other);
+        }
+        Node* const node = std::exchange(made.node, nullptr);
         node->tag = place.tag;
-        // A hook that called back may have changed the number of chains.
-        const bool isSame = table.buckets.length() == place.chains;
-        if (table.buckets.isEmpty()) makeChains(table, defaultChains);
-        link(table, node, isSame ? place.bucket : bucketOf(table, place.hash));
+        link(table, node, place.bucket);
         return node;
     }
 
-    /// Enters the key unless it is there; replaces the value of one that is.
+    /// The node of the key, or null. One whose value is ending is removed.
+    /// Requires: the table has chains.
+    static Node* findToChange(Container& table, const Container& hooks, const void* key,
+                              Place& place) {
+        Node* const node = find(table, hooks, key, place);
+        if (node == nullptr || !node->isEnding) return node;
+        remove(table, node);
+        return nullptr;
+    }
+
+    /// Enters the key unless it is there; replaces the value of one that is. A
+    /// value that an operation under way is to enter stays whole, so its entry
+    /// is removed and made anew.
     static void add(Container& table, const Container& hooks, const void* key, const void* value) {
         if (table.buckets.isEmpty()) makeChains(table, defaultChains);
         Place place;
-        Node* const node = find(table, hooks, key, place);
+        Node* node = findToChange(table, hooks, key, place);
+        if constexpr (Container::hasValues) {
+            if (node != nullptr && isArgument(table, node)) {
+                remove(table, node);
+                node = nullptr;
+            }
+        }
+        const Hold hold(table, value);
         if (node == nullptr) {
-            insert(table, hooks, place, key, [&](void* at) {
+            insert(table, hooks, place, key, Container::hasValues, [&](void* at) {
                 if constexpr (Container::hasValues) hooks.copyValue(value, at);
                 static_cast<void>(at);
             });
         } else if constexpr (Container::hasValues) {
-            replace(table, hooks, node, key, value);
+            replace(table, hooks, node, value);
         }
     }
 
-    /// Removes a node from its chain and from under the iterators.
-    static void take(Container& table, Node* node) {
+    /// Removes a node from its chain and from under the iterators, and ends it.
+    static void remove(Container& table, Node* node) {
         unlink(table, node);
         invalidate(table, node);
-    }
-
-    static void remove(Container& table, Node* node) {
-        take(table, node);
-        destroy(table, node);
+        if (table.extra.holds == nullptr) {
+            end(table, table, node);
+            return;
+        }
+        Node*& last = table.extra.lastRemoved;
+        node->alike = last != nullptr ? std::exchange(last->alike, node) : node;
+        last = node;
     }
 
     /// Removes the entry and gives a malloc() block with its value's bytes.
     static void* cut(Container& table, const void* key) {
         Node* const node = find(table, key);
-        if (node == nullptr || node->isPinned) return nullptr;
-        take(table, node);
+        if (node == nullptr || node->isEnding || isArgument(table, node)) return nullptr;
         void* const value = fxNewBlock(table.valueSize != 0 ? table.valueSize : 1);
         std::memcpy(value, valueOf(table, node), table.valueSize);
-        table.destroyKey(node->element);
-        table.extra.nodes.drop(node);
+        node->isEnding = 1;
+        remove(table, node);
         return value;
     }
 
-    static void clear(Container& table) {
+    /// Removes all entries, those also that are added meanwhile, and returns how
+    /// many it has removed.
+    static unsigned int clear(Container& table) {
+        unsigned int removed = 0;
         detachAll(table);
+        do {
+            table.extra.index.drop();
+            Iter walk;
+            attach(walk, table);
+            for (; walk.node != nullptr; ++removed) remove(table, walk.node);  // moves it on
+        } while (table.extra.linked != 0);
         table.extra.index.drop();
-        Iter walk;
-        attach(walk, table);
-        while (walk.node != nullptr) {  // removal moves it on
-            remove(table, walk.node);
-        }
         table.extra.nodes.shrink();
+        return removed;
     }
+
+    /// Fills a container that is being constructed with copies of the entries of
+    /// its source, by the source's hooks.
+    static void copyAll(Container& table, const Container& source) {
+        try {
+            Hold hold(source);
+            for (Iter i(source.begin()); i.node != nullptr; step(i)) {
+                if (i.node->isEnding) continue;
+                const void* const value = valueOf(source, i.node);
+                hold.setValue(value);
+                add(table, source, i.node->element, value);
+            }
+        } catch (...) {
+            freeNodes(table, [&](const Node* node) { endLives(source, node); });
+            throw;
+        }
+    }
+
+    static bool isEnding(const Node* node) { return node->isEnding; }
 
     /// What is left to a destructor that reaches no hook any more.
     static void freeAll(Container& table) {
         detachAll(table);
-        if (table.extra.linked == 0) return;
-        for (Node* node : table.buckets) {
-            while (node != nullptr) table.extra.nodes.drop(std::exchange(node, node->next));
-        }
+        freeNodes(table, [](const Node*) {});
     }
 
     static char* valueOf(const Container& table, const Node* node) {
@@ -346,6 +427,7 @@ private:
         head = node;
         ++table.count;
         ++table.extra.linked;
+        ++table.extra.additions;
         if (table.extra.index.isBuilt()) table.extra.index.insert(node);
     }
 
@@ -356,46 +438,94 @@ private:
             table.buckets[node->bucket] = node->next;
         }
         if (node->next != nullptr) node->next->previous = node->previous;
+        node->isRemoved = 1;
         --table.count;
         --table.extra.linked;
         if (table.extra.index.isBuilt()) table.extra.index.remove(node);
     }
 
-    // A pinned node has its value ended, and is deleted, by replace().
-    static void destroy(Container& table, Node* node) {
-        const bool isPinned = node->isPinned;
-        node->isRemoved = 1;
-        table.destroyKey(node->element);
-        if (isPinned) return;
-        if constexpr (Container::hasValues) table.destroyValue(valueOf(table, node));
+    // A node that is not linked yet: it ends unless it is taken out of here.
+    struct Unlinked {
+        ~Unlinked() {
+            if (node != nullptr && hasKey) end(table, hooks, node);
+            if (node != nullptr && !hasKey) table.extra.nodes.drop(node);
+        }
+        Container& table;
+        const Container& hooks;
+        Node* node;
+        bool hasKey = false;
+    };
+
+    static void endLives(const Container& hooks, const Node* node) {
+        hooks.destroyKey(node->element);
+        if constexpr (Container::hasValues) {
+            if (!node->isEnding) hooks.destroyValue(valueOf(hooks, node));
+        }
+    }
+    static void end(Container& table, const Container& hooks, Node* node) {
+        endLives(hooks, node);
         table.extra.nodes.drop(node);
     }
 
-    // The old value's end may remove the entry, and then there is nothing left
-    // to copy into; or set it again, and then this value is set after that one.
-    static void replace(Container& table, const Container& hooks, Node* node, const void* key,
-                        const void* value) {
+    // In the order of removal. A hook may hold the table anew: the end of that
+    // hold then goes on from here.
+    [[gnu::noinline]] static void endRemoved(Container& table) {
+        Node*& last = table.extra.lastRemoved;
+        while (last != nullptr && table.extra.holds == nullptr) {
+            Node* const node = last->alike;
+            if (node == last) {
+                last = nullptr;
+            } else {
+                last->alike = node->alike;
+            }
+            end(table, table, node);
+        }
+    }
+
+    template <class EndLives>
+    static void freeNodes(Container& table, EndLives endLivesOf) {
+        if (table.extra.linked == 0) return;
+        for (Node* node : table.buckets) {
+            while (node != nullptr) {
+                endLivesOf(node);
+                table.extra.nodes.drop(std::exchange(node, node->next));
+            }
+        }
+    }
+
+    // Whether an operation under way is to enter the value of the node.
+    static bool isArgument(const Container& table, const Node* node) {
+        const std::less<const char*> less;
+        const char* const begin = valueOf(table, node);
+        for (const fxHashHold* hold = table.extra.holds; hold != nullptr; hold = hold->outer) {
+            const char* const value = static_cast<const char*>(hold->value);
+            if (!less(value, begin) && less(value, begin + table.valueSize)) return true;
+        }
+        return false;
+    }
+
+    // The old value's end, or the making of the new one, may remove the entry or
+    // enter its key anew. Then the value is entered once more, under the node's
+    // own key, which the caller's hold keeps whole. When the new value cannot be
+    // made, the entry goes.
+    static void replace(Container& table, const Container& hooks, Node* node, const void* value) {
+        struct Valueless {
+            ~Valueless() {
+                if (node->isEnding && !node->isRemoved) remove(table, node);
+            }
+            Container& table;
+            Node* node;
+        };
         char* const stored = valueOf(table, node);
         if (value == stored) return;
-        bool isGone = node->isPinned;
-        if (isGone) {
-            remove(table, node);
-        } else {
-            node->isPinned = 1;
-            hooks.destroyValue(stored);
-            isGone = node->isRemoved;
-            if (isGone) table.extra.nodes.drop(node);
+        node->isEnding = 1;
+        hooks.destroyValue(stored);
+        if (!node->isRemoved) {
+            const Valueless unlessMade{table, node};
+            hooks.copyValue(value, stored);
+            node->isEnding = 0;
         }
-        if (isGone) {
-            add(table, hooks, key, value);
-            return;
-        }
-        hooks.copyValue(value, stored);
-        node->isPinned = 0;
-        if (node->isRemoved) {
-            hooks.destroyValue(stored);
-            table.extra.nodes.drop(node);
-        }
+        if (node->isRemoved) add(table, hooks, node->element, value);
     }
 
     // Iterators.

@@ -4,6 +4,7 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <utility>
 
 #include "fxds/Transcriber.h"
 #include "fxds/containers/HashContainer.h"
@@ -100,53 +101,49 @@ private:
     }
 
     static bool readEntry(Container& table, fxTranscriber& transcriber) {
-        char* const block = static_cast<char*>(std::calloc(1, Core::blockBytes(table)));
+        void* const block = std::calloc(1, Core::blockBytes(table));
         if (block == nullptr) return false;
+        typename Core::Unlinked read{table, table, table.extra.nodes.adopt(block)};
+        read.node->isEnding = 1;
         const size_t placesBefore = transcriber.placesNoted();
-        if (!table.xdrKey(transcriber, block)) {
-            std::free(block);
-            return false;
-        }
+        if (!table.xdrKey(transcriber, block)) return false;
+        read.hasKey = true;
         const bool isWhole = transcriber.placesNoted() == placesBefore;
         if constexpr (Container::hasValues) {
-            void* const value = block + table.keySize;
-            if (!table.xdrValue(transcriber, value)) {
-                table.destroyKey(block);
-                std::free(block);
-                return false;
-            }
+            if (!table.xdrValue(transcriber, Core::valueOf(table, read.node))) return false;
         }
-        Node* const node = table.extra.nodes.adopt(block);
+        read.node->isEnding = 0;
         unsigned int bucket = 0;
-        if (!xdrNumber(transcriber, bucket, 0) || bucket >= table.buckets.length()) {
-            Core::destroy(table, node);
-            return false;
-        }
+        if (!xdrNumber(transcriber, bucket, 0) || bucket >= table.buckets.length()) return false;
         table.extra.index.drop();
-        node->isLate = 1;
-        node->tag = Core::checksum(block, table.keySize) ^ (isWhole ? 1U : 0U);
-        Core::link(table, node, bucket);
+        read.node->isLate = 1;
+        read.node->tag = Core::checksum(block, table.keySize) ^ (isWhole ? 1U : 0U);
+        Core::link(table, std::exchange(read.node, nullptr), bucket);
         return true;
     }
 
+    // A hook may change the table, which must not make a stream that says other
+    // numbers than it has entries.
     static bool writeEntries(Container& table, fxTranscriber& transcriber) {
+        const typename Core::Hold hold(table);
         unsigned int entries = table.count;
         unsigned int chains = table.buckets.length();
         if (!xdrSizes(table, transcriber, entries) || !xdrNumber(transcriber, chains, 0)) {
             return false;
         }
         Iter walk;
-        for (Core::attach(walk, table); walk.node != nullptr; Core::step(walk)) {
+        for (Core::attach(walk, table); walk.node != nullptr; Core::step(walk), --entries) {
             Node* const node = walk.node;
             unsigned int bucket = walk.bucketIndex;
+            if (entries == 0 || node->isEnding) return false;
             if (!table.xdrKey(transcriber, node->element)) return false;
             if constexpr (Container::hasValues) {
-                if (walk.node != node) return false;  // the hook removed it
+                if (node->isRemoved || node->isEnding) return false;
                 if (!table.xdrValue(transcriber, Core::valueOf(table, node))) return false;
             }
             if (!xdrNumber(transcriber, bucket, 0)) return false;
         }
-        return true;
+        return entries == 0;
     }
 };
 

@@ -19,9 +19,7 @@ fxSet::fxSet(fxTypeObj& type) : fxXDRObj(type), count(0), keySize(0) {}
 
 fxSet::fxSet(const fxSet& source)
     : fxXDRObj(source), buckets(source.buckets.length()), count(0), keySize(source.keySize) {
-    for (fxSetIter i(source.begin()); i.notDone(); ++i) {
-        Core::add(*this, source, i.getKey(), nullptr);
-    }
+    Core::copyAll(*this, source);
 }
 
 fxSet::fxSet(const fxTmpSet& source) : fxSet(static_cast<const fxSet&>(source)) {}
@@ -29,10 +27,8 @@ fxSet::fxSet(const fxTmpSet& source) : fxSet(static_cast<const fxSet&>(source)) 
 void fxSet::operator=(const fxSet& other) {
     if (this == &other) return;
     Core::clear(*this);
-    if (isEmpty()) {
-        keySize = other.keySize;
-        Core::makeChains(*this, other.buckets.length());
-    }
+    keySize = other.keySize;
+    Core::makeChains(*this, other.buckets.length());
     *this |= other;
 }
 
@@ -57,6 +53,7 @@ void fxSet::remove(const void* key) {
 }
 
 void fxSet::operator|=(const fxSet& other) {
+    const Core::Hold hold(other);
     for (fxSetIter i(other.begin()); i.notDone(); ++i) add(i.getKey());
 }
 

@@ -19,6 +19,12 @@ template <class Container, class Node>
 using fxHashFinder = Node*(const Container& table, const Container& hooks, const void* key,
                            fxHashPlace& place);
 
+/// An operation that has arguments and may call hooks; it is on the stack.
+struct fxHashHold {
+    const void* value;  // that is to be entered, or null
+    fxHashHold* outer;
+};
+
 /// What a container keeps besides its chains; nothing of it shows.
 template <class Container, class Node>
 struct fxHashExtra {
@@ -26,6 +32,9 @@ struct fxHashExtra {
     fxNodeStore<Node> nodes;
     fxHashIndex<Node> index;
     unsigned int linked = 0;       // entries in the chains
+    unsigned long additions = 0;   // ever made
+    fxHashHold* holds = nullptr;   // under way, innermost first
+    Node* lastRemoved = nullptr;   // ring of what was removed meanwhile
     unsigned int divisor = 0;      // a bucket count and its reciprocal 2^64 / n,
     unsigned long reciprocal = 0;  // which save the division
 };

@@ -27,7 +27,7 @@ public:
           tag(0),
           bucket(0),
           isLate(0),
-          isPinned(0),
+          isEnding(0),
           isRemoved(0) {}
     fxHashNode(const fxHashNode&) = delete;
     fxHashNode& operator=(const fxHashNode&) = delete;
@@ -52,8 +52,8 @@ private:
     unsigned int tag;            // of the key; see HashContainer.h
     unsigned int bucket : 29;    // the chain; an array has no more of them
     unsigned int isLate : 1;     // the key came from a stream and may lack its text
-    unsigned int isPinned : 1;   // the value is being replaced: the node must stay
-    unsigned int isRemoved : 1;  // taken out while pinned; the pinning function deletes it
+    unsigned int isEnding : 1;   // there is no value, or it is ending
+    unsigned int isRemoved : 1;  // it is out of its chain
 };
 
 #endif

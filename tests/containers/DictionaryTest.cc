@@ -5,7 +5,6 @@
 #include <array>
 #include <cctype>
 #include <cstdlib>
-#include <functional>
 #include <utility>
 
 #include "fxds/BinaryOTDict.h"
@@ -14,28 +13,6 @@
 #include "tests/support/HashModel.h"
 
 namespace {
-
-/// A value that counts those alive and may call back when it ends.
-struct Value {
-    Value() { ++alive; }
-    explicit Value(int n) : number(n) { ++alive; }
-    Value(const Value& other) : number(other.number), atEnd(other.atEnd) { ++alive; }
-    Value& operator=(const Value&) = default;
-    ~Value() {
-        --alive;
-        if (atEnd) atEnd();
-    }
-    int number = 0;
-    std::function<void()> atEnd;
-    static int alive;
-};
-int Value::alive = 0;
-
-class ValueDict : public fxTypedDictionary<fxStr, Value> {
-public:
-    using fxTypedDictionary::fxTypedDictionary;
-    using fxTypedDictionary::iters;
-};
 
 /// A dictionary of plain bytes with the default hash.
 class WordDict : public fxDictionary {
@@ -337,79 +314,6 @@ TEST(DictIter, IsRegisteredOnlyWhileItWalks) {
     EXPECT_EQ(detached.getKey(), nullptr);
     EXPECT_EQ(detached.getValue(), nullptr);
     ++detached;
-}
-
-// Callbacks.
-
-TEST(DictionaryCallbacks, EndingValuesMayChangeTheDictionary) {
-    {
-        ValueDict dict(1);
-        Value removes(1);
-        removes.atEnd = [&dict] { dict.remove("next"); };
-        dict.add("first", removes);
-        dict.add("next", Value(2));
-        ValueDict::Iter i(dict);
-        ++i;
-        removes.atEnd = nullptr;
-        EXPECT_EQ(i.key(), "first");
-        dict.remove("first");
-        EXPECT_FALSE(i.notDone());
-        EXPECT_TRUE(dict.isEmpty());
-
-        Value adds(3);
-        adds.atEnd = [&dict] {
-            for (int n = 0; n < 50; ++n) dict[fxStr(n, nullptr)] = Value(n);
-        };
-        dict.add("adds", adds);
-        adds.atEnd = nullptr;
-        dict.remove("adds");
-        EXPECT_EQ(dict.size(), 50U);
-    }
-    EXPECT_EQ(Value::alive, 0);
-}
-
-TEST(DictionaryCallbacks, AValueBeingReplacedMayRemoveOrSetItsEntry) {
-    {
-        ValueDict dict(1);
-        Value removes(1);
-        removes.atEnd = [&dict] { dict.remove("key"); };
-        dict.add("key", removes);
-        removes.atEnd = nullptr;
-        dict.add("key", Value(2));
-        EXPECT_EQ(dict.size(), 1U);
-        EXPECT_EQ(dict["key"].number, 2);
-
-        Value sets(3);
-        sets.atEnd = [&dict] {
-            EXPECT_EQ(dict.cut("key"), nullptr);
-            dict.add("key", Value(4));
-        };
-        dict.add("key", sets);
-        sets.atEnd = nullptr;
-        dict.add("key", Value(5));
-        EXPECT_EQ(dict.size(), 1U);
-        EXPECT_EQ(dict["key"].number, 5);
-    }
-    EXPECT_EQ(Value::alive, 0);
-}
-
-TEST(DictionaryCallbacks, CleanUpBearsAdditionsAndRemovals) {
-    {
-        ValueDict dict(7);
-        for (int n = 0; n < 40; ++n) {
-            Value value(n);
-            value.atEnd = [&dict, n] { dict.remove(fxStr((n * 7) % 40, nullptr)); };
-            dict.add(fxStr(n, nullptr), value);
-            value.atEnd = nullptr;
-        }
-        ValueDict::Iter i(dict);
-        dict.cleanup();
-        EXPECT_FALSE(i.notDone());
-        EXPECT_EQ(dict.iters.length(), 0U);
-        EXPECT_FALSE(dict.begin().notDone());
-        dict.cleanup();
-    }
-    EXPECT_EQ(Value::alive, 0);
 }
 
 // Transcription.
