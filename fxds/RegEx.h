@@ -1,15 +1,16 @@
-// Search for a regular expression.
+// Search for a regular expression: the engine of RegExp.h as a text pattern.
 #ifndef FXDS_REGEX_H
 #define FXDS_REGEX_H
 
 #include "fxds/RegExp.h"
 #include "fxds/TextPattern.h"
 
-/// Finds a regular expression; RegExp.h tells the syntax.
+/// Finds a regular expression; RegExp.h tells the syntax and what a search costs.
 ///
 /// The searches ignore `len` and look at the whole of the zero-terminated
 /// buffer. An expression that did not compile is found nowhere, with -2 for the
-/// -1 of not found. One object belongs to one thread at a time.
+/// -1 of not found. Offsets are ints: a match that ends beyond 2 GiB - 1 counts as
+/// not found; search() finds it. One object belongs to one thread at a time.
 class FX_API fxRegEx : public fxTextPattern {
 public:
     ///@{

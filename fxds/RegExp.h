@@ -1,4 +1,6 @@
-// Regular expressions: compile, match, substitute.
+// Regular expressions: compile, match, substitute. This is the engine; RegEx.h
+// wraps it as a text pattern, which frees it and searches through the interface
+// that literal texts have too.
 #ifndef FXDS_REGEXP_H
 #define FXDS_REGEXP_H
 
@@ -12,7 +14,8 @@
 /// The program is a magic byte and then nodes: an opcode byte, two bytes with
 /// the distance to the next node (high byte first, 0 for none; backwards for a
 /// loop's way back) and an operand, which for text and sets is zero-terminated.
-/// What the matcher prepared for itself follows the program in the same block.
+/// What the matcher prepared for itself follows the program in the same block:
+/// at most 400 bytes for each byte of the program.
 struct fxregexp {
     ///@{
     /// Start and end of the last match and of its groups 1 to 9: views into the
@@ -53,8 +56,11 @@ FX_API fxregexp* fxregcomp(const char* pattern, const char** message);
 /// alternatives in order and repeating as often as possible leads to. Returns 0
 /// otherwise, also for null arguments and a damaged program.
 ///
-/// Cost: no recursion. The time grows with the length of the subject times the
-/// size of the pattern, never exponentially. Short work allocates nothing.
+/// Cost: at the worst, time in proportion to the length of the subject times the
+/// size of the program, whatever they are; what lies behind the match is looked at
+/// only where a preferred way might need it. Memory does not limit a search: it
+/// allocates nothing, does not recurse, and takes under 16 KiB of stack; what it
+/// needs besides is part of the block. No byte of it depends on the subject.
 /// Different compiled expressions may be matched in different threads.
 FX_API int fxregexec(fxregexp* compiled, const char* subject);
 
@@ -62,6 +68,13 @@ FX_API int fxregexec(fxregexp* compiled, const char* subject);
 /// an earlier match with `^` and `\<` still seeing what comes before.
 /// Requires: `from` lies in `subject` or at its end.
 FX_API int fxregexec(fxregexp* compiled, const char* subject, const char* from);
+
+/// As above, and tells why there is no result: when the search could not be made,
+/// `*message` is set to the reason, a text that lives as long as the program; when
+/// 0 means that there is no match, and after a match, it is set to null.
+/// Requires: message not null.
+FX_API int fxregexec(fxregexp* compiled, const char* subject, const char* from,
+                     const char** message);
 
 /// Expands `text` with the last match: `&` and `\0` stand for the whole match,
 /// `\1` to `\9` for the groups (nothing for one without part), `\&` and `\\` for

@@ -65,9 +65,9 @@ fxds_room(loop
 fxds_room(search
   ON containers
   HEADERS Path PathFunctions RegEx RegExp SLinearPattern SearchList TextPattern
-  PRIVATE RegInternals
-  SOURCES Path PathFunctions RegEx RegExp RegMatch RegParser RegPlan SLinearPattern SearchList
-    TextPattern)
+  PRIVATE RegBacktracker RegInStep RegInternals RegReader
+  SOURCES Path PathFunctions RegBacktracker RegEx RegExp RegInStep RegMatch RegParser RegPlan
+    SLinearPattern SearchList TextPattern)
 
 # Start-up, the type records and globals whose order of construction shows,
 # names for debuggers.

@@ -1,5 +1,6 @@
 #include "fxds/RegEx.h"
 
+#include <climits>
 #include <cstdlib>
 #include <cstring>
 
@@ -34,7 +35,7 @@ int fxRegEx::findEndBuffer(const char* buf, unsigned int len) const {
 void fxRegEx::bracketBuffer(const char* buf, unsigned int, int& start, int& end) const {
     end = 0;
     start = compiled == nullptr ? notValid : notFound;
-    if (fxregexec(compiled, buf) == 0) return;
+    if (fxregexec(compiled, buf) == 0 || compiled->endp[0] - buf > INT_MAX) return;
     start = static_cast<int>(compiled->startp[0] - buf);
     end = static_cast<int>(compiled->endp[0] - buf);
 }

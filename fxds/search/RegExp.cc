@@ -8,9 +8,9 @@
 
 #include "fxds/search/RegInternals.h"
 
-// The interface around the three parts of the engine: RegParser.cc turns a
-// pattern into nodes, RegPlan.cc nodes into what the matcher works from, and
-// RegMatch.cc matches.
+// The interface around the parts of the engine: RegParser.cc turns a pattern into
+// nodes, RegPlan.cc nodes into what the matcher works from, and RegMatch.cc
+// searches, with RegBacktracker.cc and RegInStep.cc for a match at one place.
 
 using namespace fxRegProgram;
 
@@ -138,24 +138,27 @@ int fxregexec(fxregexp* compiled, const char* subject) {
 }
 
 int fxregexec(fxregexp* compiled, const char* subject, const char* from) {
+    const char* message;
+    return fxregexec(compiled, subject, from, &message);
+}
+
+int fxregexec(fxregexp* compiled, const char* subject, const char* from, const char** message) {
+    FX_ASSERT(message != nullptr);
+    *message = nullptr;
     if (compiled == nullptr || subject == nullptr || from == nullptr) {
-        fxregerror("NULL parameter");
+        fxregerror(*message = "NULL parameter");
         return 0;
     }
     std::fill_n(compiled->startp, groupCount, nullptr);
     std::fill_n(compiled->endp, groupCount, nullptr);
     const Plan* const plan = hasMagic(compiled) ? planOf(compiled) : nullptr;
     if (plan == nullptr) {
-        fxregerror("corrupted program");
+        fxregerror(*message = "corrupted program");
         return 0;
     }
     if (compiled->regmust != nullptr && std::strstr(from, compiled->regmust) == nullptr) return 0;
-    try {
-        return search(*plan, subject, from, compiled->startp, compiled->endp) ? 1 : 0;
-    } catch (const std::bad_alloc&) {
-        fxregerror("out of space");
-        return 0;
-    }
+    size_t effort = 0;
+    return search(*plan, subject, from, compiled->startp, compiled->endp, effort) ? 1 : 0;
 }
 
 // The caller vouches for the room, so nothing is cut.

@@ -3,6 +3,7 @@
 #define FXDS_SEARCH_REGINTERNALS_H
 
 #include <cstddef>
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -75,7 +76,7 @@ struct Step {
     unsigned short next;       // the step that this one leads to
     unsigned short body;       // BRANCH: first step of the alternative
     unsigned short later;      // BRANCH: the next alternative, or `none`
-    unsigned short memory;     // BRANCH, STAR, PLUS: number of what is remembered
+    unsigned short place;      // number of the first place that a thread can be at
     unsigned int length;       // EXACTLY
     unsigned int text;         // EXACTLY: offset in the copy of the program
     // Offsets of tables: table[c] & mask tells whether byte c is in the set.
@@ -83,6 +84,36 @@ struct Step {
     unsigned int follow;  // what can come first in the alternative (BRANCH), or
                           // behind the repetition (STAR, PLUS)
     static constexpr unsigned short none = 0xFFFF;
+};
+
+/// What a walk can go back to.
+struct Entry {
+    const char* position;  // where to go on; for a group what was recorded before
+    uint64_t step : 16;    // BRANCH: alternative to try; STAR, PLUS; OPEN, CLOSE: restore
+    uint64_t fewer : 48;   // STAR, PLUS: how many shorter repetitions are left as well
+};
+
+/// One of the ways that are walked in step: it waits for the byte at the position
+/// to be taken by `step`; for an EXACTLY, by the byte of its text at `offset`.
+struct Thread {
+    unsigned short step;
+    unsigned short offset;
+};
+
+/// The threads of one position in order, each with the positions recorded on its
+/// way: those of threads[i] lie at slots[i * Plan::slotCount].
+struct ThreadList {
+    Thread* threads;
+    const char** slots;
+    size_t count;
+};
+
+/// Room for walking in step. It is part of the block of the compiled expression, so
+/// a search allocates nothing.
+struct WalkRoom {
+    ThreadList lists[2];
+    uint32_t* marks;  // by place: the turn in which it was come to last
+    Entry* pending;   // one for each step
 };
 
 /// How the places are found where a match may start.
@@ -95,17 +126,19 @@ struct Plan {
     const unsigned char* tables;
     const char* program;  // copy of the program, to notice damage
     size_t programSize;
-    unsigned int start;          // Start::set: offset of a table, with the byte 0 added, so
-                                 // that a search stops at the end
-    unsigned short first;        // step to start with
-    unsigned short startStep;    // Start::text, runAndText: the EXACTLY
-    unsigned short runFirst;     // the STAR or PLUS that every match starts with, or Step::none
-    unsigned short memoryCount;  // number of steps with something to remember
+    WalkRoom room;
+    unsigned int start;        // Start::set: offset of a table, with the byte 0 added, so
+                               // that a search stops at the end
+    unsigned short first;      // step to start with
+    unsigned short startStep;  // Start::text, runAndText: the EXACTLY
+    unsigned short runFirst;   // the STAR or PLUS that every match starts with, or Step::none
+    unsigned short stepCount;
+    unsigned short placeCount;  // places where a thread can be
     Start startKind;
     unsigned char startMask;
     unsigned char startByte;
     bool startsAtEnd;         // Start::set: a match may start at the terminator
-    unsigned char slotCount;  // recorded positions in use
+    unsigned char slotCount;  // recorded positions: 0 for the match, from 2 on the groups'
 };
 
 /// Makes the whole block of a compiled expression from its program; null when
@@ -115,12 +148,17 @@ fxregexp* makeBlock(const std::vector<char>& code);
 /// The plan in the block; null when the program was damaged.
 const Plan* planOf(const fxregexp* compiled);
 
-/// Runs the matcher over the subject, for matches that start at `from` or later,
-/// and sets the positions of the match. After
-/// `patience` steps, and some more for a long subject, it starts to remember
-/// where it failed; at once when that is 0. The result does not depend on it.
+/// How much going back a search may do before it walks in step.
+struct Patience {
+    size_t atLeast = 256;
+    size_t perByte = 8;  // of what it has looked at
+};
+
+/// Searches the subject for matches that start at `from` or later and sets the
+/// positions of the first. Adds the steps that it took to `effort`; the result does
+/// not depend on `patience`.
 bool search(const Plan& plan, const char* subject, const char* from, const char** startp,
-            const char** endp, size_t patience = 4096);
+            const char** endp, size_t& effort, Patience patience = Patience());
 
 }  // namespace fxRegProgram
 

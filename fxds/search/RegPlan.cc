@@ -16,7 +16,8 @@
 // sets are stored once. Byte 0 is the end of the subject: a step that can go on
 // there has it in its set.
 //
-// Block: fxregexp with the program | Plan | steps | tables | copy of the program
+// Block: fxregexp with the program | Plan | steps | tables | copy of the program |
+// room for walking in step
 
 namespace fxRegProgram {
 namespace {
@@ -68,20 +69,25 @@ private:
     }
 };
 
+size_t aligned(size_t size) {
+    constexpr size_t unit = alignof(std::max_align_t);
+    return (size + unit - 1) / unit * unit;
+}
+
 // Builds the steps. Nodes are numbered in the order of their places.
 class Planner {
 public:
     explicit Planner(const std::vector<char>& code) : program(code.data(), code.size()) {
+        plan.slotCount = 1;
         number();
         steps.reserve(nodes.size());
         firstSets();
         for (const size_t node : nodes) steps.push_back(stepFor(node));
+        plan.stepCount = static_cast<unsigned short>(steps.size());
         makeStart();
     }
 
-    size_t bytes() const {
-        return sizeof(Plan) + steps.size() * sizeof(Step) + tables.size() + program.size;
-    }
+    size_t bytes() const { return roomOffset() + roomBytes(); }
     void place(char* block) const;
 
 private:
@@ -98,6 +104,11 @@ private:
     void repeatStep(Step& step, size_t node);
     void makeStart();
     unsigned int intern(const ByteSet& set, unsigned char& mask);
+    size_t roomOffset() const {
+        return aligned(sizeof(Plan) + steps.size() * sizeof(Step) + tables.size() + program.size);
+    }
+    size_t roomBytes() const;
+    WalkRoom roomAt(char* at) const;
 
     const Program program;
     std::vector<size_t> nodes;            // place of each node
@@ -213,13 +224,12 @@ Step Planner::stepFor(size_t node) {
     Step step{};
     const unsigned char op = program.opcode(node);
     step.op = op > CLOSE ? +CLOSE : op > OPEN ? +OPEN : op;
-    step.memory = Step::none;
+    step.place = plan.placeCount++;
     if (op != END) step.next = resolve(program.next(node));
     if (op == BRANCH) {
         step.body = resolve(program.following(node));
         step.later = isChoice(node) ? indexOf[program.next(node)] : Step::none;
         step.follow = intern(firstFrom(program.following(node)), step.followMask);
-        if (isChoice(node)) step.memory = plan.memoryCount++;
     } else if (op == STAR || op == PLUS) {
         repeatStep(step, node);
     } else if (op == ANYOF || op == ANYBUT) {
@@ -228,6 +238,7 @@ Step Planner::stepFor(size_t node) {
         step.length = static_cast<unsigned int>(std::strlen(program.operand(node)));
         step.text = static_cast<unsigned int>(node + nodeHead);
         step.byte = static_cast<unsigned char>(*program.operand(node));
+        plan.placeCount = static_cast<unsigned short>(step.place + step.length);
     } else if (op > OPEN) {
         step.slot = static_cast<unsigned char>(op > CLOSE ? (op - CLOSE) * 2 + 1 : (op - OPEN) * 2);
         if (step.slot >= plan.slotCount) plan.slotCount = static_cast<unsigned char>(step.slot + 1);
@@ -242,7 +253,7 @@ void Planner::repeatStep(Step& step, size_t node) {
     step.set = intern(set, step.setMask);
     step.follow = intern(follow, step.followMask);
     step.isPossessive = (set & follow).count() == 0;
-    step.memory = plan.memoryCount++;
+    ++plan.placeCount;
     if (set.count() == 255) {
         step.run = Step::ofAny;
     } else if (set.count() == 254) {
@@ -289,6 +300,26 @@ void Planner::makeStart() {
     }
 }
 
+// In the order of their alignment: pending, slots, marks, threads.
+size_t Planner::roomBytes() const {
+    const size_t places = plan.placeCount;
+    return plan.stepCount * sizeof(Entry) +
+           2 * places * (plan.slotCount * sizeof(const char*) + sizeof(Thread)) +
+           places * sizeof(uint32_t);
+}
+
+WalkRoom Planner::roomAt(char* at) const {
+    const size_t places = plan.placeCount;
+    WalkRoom room{};
+    room.pending = reinterpret_cast<Entry*>(at);
+    room.lists[0].slots = reinterpret_cast<const char**>(room.pending + plan.stepCount);
+    room.lists[1].slots = room.lists[0].slots + places * plan.slotCount;
+    room.marks = reinterpret_cast<uint32_t*>(room.lists[1].slots + places * plan.slotCount);
+    room.lists[0].threads = reinterpret_cast<Thread*>(room.marks + places);
+    room.lists[1].threads = room.lists[0].threads + places;
+    return room;
+}
+
 // Copies the plan and what belongs to it to its place in the block.
 void Planner::place(char* block) const {
     static_assert(sizeof(Plan) % alignof(Step) == 0 && std::is_trivially_copyable_v<Plan> &&
@@ -305,21 +336,20 @@ void Planner::place(char* block) const {
     placed.tables = reinterpret_cast<const unsigned char*>(tablesAt);
     placed.program = copyAt;
     placed.programSize = program.size;
+    placed.room = roomAt(block + roomOffset());
     std::memcpy(block, &placed, sizeof placed);
 }
 
-size_t planOffset(size_t programSize) {
-    constexpr size_t unit = alignof(std::max_align_t);
-    return (sizeof(fxregexp) + programSize + unit - 1) / unit * unit;
-}
+size_t planOffset(size_t programSize) { return aligned(sizeof(fxregexp) + programSize); }
 
 }  // namespace
 
 fxregexp* makeBlock(const std::vector<char>& code) {
     const Planner planner(code);
     const size_t offset = planOffset(code.size());
-    char* const block = static_cast<char*>(std::calloc(1, offset + planner.bytes()));
+    char* const block = static_cast<char*>(std::malloc(offset + planner.bytes()));
     if (block == nullptr) return nullptr;
+    std::memset(block, 0, offset);
     fxregexp* const compiled = reinterpret_cast<fxregexp*>(block);
     compiled->programSize_ = static_cast<unsigned short>(code.size());
     std::memcpy(block + offsetof(fxregexp, program), code.data(), code.size());

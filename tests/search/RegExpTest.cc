@@ -1,6 +1,9 @@
 #include "fxds/RegExp.h"
 
 #include <gtest/gtest.h>
+#include <malloc.h>
+#include <sys/resource.h>
+#include <unistd.h>
 
 #include <cstdlib>
 #include <cstring>
@@ -11,7 +14,9 @@
 #include <thread>
 #include <vector>
 
-// The matcher itself, to run it with the memory of failures in use from the start.
+// The matcher itself, to choose how it searches and to count its steps.
+#include "fxds/search/RegBacktracker.cc"
+#include "fxds/search/RegInStep.cc"
 #include "fxds/search/RegMatch.cc"
 #include "fxds/search/RegParser.cc"
 #include "fxds/search/RegPlan.cc"
@@ -62,11 +67,13 @@ std::string matchOf(const std::string& pattern, const std::string& subject) {
     return compiled != nullptr ? matchOf(compiled.get(), subject) : "faulty";
 }
 
-std::string rememberingMatch(const fxregexp* compiled, const std::string& subject) {
+// What a search finds that never goes back, but walks in step from the first.
+std::string walkedMatch(const fxregexp* compiled, const std::string& subject) {
     const char* startp[10] = {};
     const char* endp[10] = {};
+    size_t effort = 0;
     fxRegProgram::search(*fxRegProgram::planOf(compiled), subject.c_str(), subject.c_str(), startp,
-                         endp, 0);
+                         endp, effort, {0, 0});
     return show(subject.c_str(), startp, endp);
 }
 
@@ -209,13 +216,24 @@ TEST(RegExp, ShortcutsAreThoseOfASingleAlternative) {
     }
 }
 
+// Why there is no result, empty where there is one.
+std::string reasonFor(fxregexp* compiled, const char* subject) {
+    const char* message = "untouched";
+    const int found = fxregexec(compiled, subject, subject, &message);
+    EXPECT_EQ(fxregexec(compiled, subject), found);
+    EXPECT_TRUE(found == 0 || message == nullptr);
+    return message != nullptr ? message : "";
+}
+
 TEST(RegExp, FailureLeavesNoPointersBehind) {
     const Compiled compiled = compile("a*(bc)");
     EXPECT_EQ(matchOf(compiled.get(), "abc"), "0-3 1:1-3");
     EXPECT_EQ(matchOf(compiled.get(), "abx"), "no");
     EXPECT_EQ(matchOf(compiled.get(), "xbc"), "1-3 1:1-3");
-    EXPECT_EQ(fxregexec(compiled.get(), nullptr), 0);
-    EXPECT_EQ(fxregexec(nullptr, "a"), 0);
+    EXPECT_EQ(reasonFor(compiled.get(), "abx"), "");
+    EXPECT_EQ(reasonFor(compiled.get(), "bc"), "");
+    EXPECT_EQ(reasonFor(compiled.get(), nullptr), "NULL parameter");
+    EXPECT_EQ(reasonFor(nullptr, "a"), "NULL parameter");
 }
 
 TEST(RegExp, SearchesGoOnBehindAMatch) {
@@ -241,7 +259,7 @@ TEST(RegExp, DamagedProgramsMatchNothing) {
     for (const int at : {0, 1, 2, 4, 6, 9}) {
         const char before = code[at];
         code[at] = 41;
-        EXPECT_EQ(fxregexec(compiled.get(), "a"), 0) << at;
+        EXPECT_EQ(reasonFor(compiled.get(), "a"), "corrupted program") << at;
         code[at] = before;
     }
     EXPECT_EQ(fxregexec(compiled.get(), "a"), 1);
@@ -313,8 +331,7 @@ int expectModel(const std::string& pattern, const std::vector<std::string>& subj
         model.search(subject.c_str(), startp, endp);
         const std::string expected = show(subject.c_str(), startp, endp);
         EXPECT_EQ(matchOf(compiled.get(), subject), expected) << pattern << " in " << subject;
-        EXPECT_EQ(rememberingMatch(compiled.get(), subject), expected)
-            << pattern << " in " << subject;
+        EXPECT_EQ(walkedMatch(compiled.get(), subject), expected) << pattern << " in " << subject;
         if (testing::Test::HasFailure()) break;
     }
     return static_cast<int>(subjects.size());
@@ -352,7 +369,7 @@ TEST(RegExpModel, AgreesOnRandomPatterns) {
     EXPECT_GT(pairs, rounds / 20);
 }
 
-std::string repeated(const char* text, size_t bytes) {
+std::string repeated(const std::string& text, size_t bytes) {
     std::string result;
     result.reserve(bytes + 8);
     while (result.size() < bytes) result += text;
@@ -376,27 +393,88 @@ TEST(RegExpHostile, LongSubjectsNeedNoDeepStack) {
     });
 }
 
-// The exponent shows at once: these would take longer than the age of the world.
-TEST(RegExpHostile, NoPatternTakesExponentialTime) {
-    const Case cases[] = {{"(x+x+)+y", "x", "no"},         {"(x+x+)+[yz]", "x", "no"},
-                          {"(a|a)*$", "a", "end"},         {"(a|b|ab)*c$", "ab", "no"},
-                          {"(aa?)*$", "a", "end"},         {"(a+a+)+$", "a", "no"},
-                          {"(a*a*a*a*a*b)?$", "a", "end"}, {"((a|a)+b?)+$", "a", "no"},
-                          {"a*a*a*a*a*[bc]", "a", "no"},   {"(.*)(.*)(.*)(.*)(.*)[xy]", "a", "no"},
-                          {"(ab)*[cd]", "ab", "no"},       {"(ab|a|b)*[cd]", "ab", "no"}};
-    for (const Case& c : cases) {
-        for (const size_t size : {30U, 40U, 400U, 20000U}) {
-            const std::string subject = repeated(c.subject, size) + "!";
-            const std::string end = std::to_string(subject.size());
-            const bool isAtEnd = std::strcmp(c.expected, "end") == 0;
-            EXPECT_EQ(matchOf(c.pattern, subject), isAtEnd ? end + "-" + end : c.expected)
-                << c.pattern;
+// The steps that all searches of a text take together, for each byte of it.
+double effortOf(const std::string& pattern, const std::string& text) {
+    const Compiled compiled = compile(pattern);
+    size_t effort = 0;
+    const char* from = text.c_str();
+    const char* startp[10];
+    const char* endp[10];
+    while (fxRegProgram::search(*fxRegProgram::planOf(compiled.get()), text.c_str(), from, startp,
+                                endp, effort)) {
+        if (*endp[0] == 0) break;
+        from = endp[0] == startp[0] ? endp[0] + 1 : endp[0];
+    }
+    return static_cast<double>(effort) / static_cast<double>(text.size());
+}
+
+// Going back would take more steps than there are atoms, or their square.
+TEST(RegExpHostile, StepsAreInProportionToSubjectTimesProgram) {
+    const auto times = [](const char* text, size_t count) {
+        std::string result;
+        while (count-- > 0) result += text;
+        return result;
+    };
+    const struct {
+        std::string pattern;
+        const char* subject;
+    } cases[] = {{"(x+x+)+y", "x"},
+                 {"(x+x+)+[yz]", "x"},
+                 {"(a|a)*$", "a!"},
+                 {"(a|b|ab)*c$", "ab"},
+                 {"((a|a)+b?)+$", "a"},
+                 {"(a*a*a*a*a*b)?$", "a"},
+                 {"a*a*a*a*a*[bc]", "a"},
+                 {"(.*)(.*)(.*)(.*)(.*)[xy]", "a"},
+                 {"(ab|a|b)*[cd]", "ab"},
+                 {"([a-z]+ )+[0-9]", "word "},
+                 {"[a-z]a.*b", "a"},
+                 {"(a|b)*c", "abababababababababababababababababababababababababababababc"},
+                 {times("a?", 150) + "b", "a"},
+                 {times("[0-9]?", 150) + "x", "0123456789"},
+                 {times("(a|b)?", 9) + times("b?", 141) + "c", "ab"},
+                 {times("a*", 150) + "b", "a"}};
+    for (const auto& c : cases) {
+        const Compiled compiled = compile(c.pattern);
+        const double most = 2.0 * compiled->programSize_ + 10;
+        for (const size_t size : {1000U, 30000U}) {
+            EXPECT_LT(effortOf(c.pattern, repeated(c.subject, size)), most)
+                << c.pattern << ' ' << size;
         }
     }
-    std::string optional, letters;
-    for (int i = 0; i < 1000; ++i) optional += "a?";
-    for (int i = 0; i < 1000; ++i) letters += "a";
-    EXPECT_EQ(matchOf(optional + letters, letters), "0-1000");
+    const std::string letters = times("a", 1000);
+    EXPECT_EQ(matchOf(times("a?", 1000) + letters, letters), "0-1000");
+}
+
+// Where malloc() gives nothing, and with a stack of a few pages.
+TEST(RegExpHostile, SearchesAllocateNothing) {
+    const Compiled compiled[] = {compile("(x+x+)+y|(a|b)*c"), compile("(((a)|(b))(c)?)*$")};
+    const std::string subject = repeated("abcab", 100000);
+    const auto searchWithoutMemory = [&] {
+#ifndef __SANITIZE_ADDRESS__
+        const rlimit none = {0, RLIM_INFINITY};
+        setrlimit(RLIMIT_AS, &none);
+        for (size_t size = size_t{1} << 20; size != 0; size /= 2) {
+            while (std::malloc(size) != nullptr) {
+            }
+        }
+#endif
+        const int count = fxregexec(compiled[0].get(), subject.c_str()) +
+                          fxregexec(compiled[1].get(), subject.c_str());
+        _exit(count == 2 && compiled[1]->endp[5] == subject.c_str() + 99998 ? 0 : 1);
+    };
+    EXPECT_EXIT(searchWithoutMemory(), testing::ExitedWithCode(0), "");
+}
+
+TEST(RegExpHostile, BlocksAreInProportionToTheirPrograms) {
+    const std::string nine = "(((((((((a)))))))))";
+    for (const std::string& pattern :
+         {std::string(32000, 'a'), repeated("a?", 4000), repeated("[b-y]*", 6000), nine,
+          nine + repeated("x*", 8000), nine + std::string(32000, 'x'), std::string(5000, '|')}) {
+        const Compiled compiled = compile(pattern);
+        ASSERT_NE(compiled, nullptr) << pattern.substr(0, 10);
+        EXPECT_LE(malloc_usable_size(compiled.get()), 1024U + 400U * compiled->programSize_);
+    }
 }
 
 // Each thread has its own expression; they share nothing that is written.

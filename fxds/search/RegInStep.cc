@@ -1,0 +1,183 @@
+#include "fxds/search/RegInStep.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "fxds/Fatal.h"
+
+// All ways are walked at once, byte by byte. Between two bytes each way is a thread:
+// the step that takes the next byte, and the positions recorded so far. How a way
+// goes on depends on its step and the position alone, so of two ways that come to
+// the same step only the one that going back would try first is kept.
+//
+// Invariants, when the threads `ahead` wait for the byte at `at`:
+// (1) There is at most one thread for each place: a step, and for an EXACTLY how
+//     much of its text has been taken. Each of them can take the byte.
+// (2) The threads are in the order in which going back would try them. Ways from an
+//     earlier start come before those from a later one.
+// (3) marks[place] == turn when a way has come to the place at this position. Going
+//     on behind a repetition that has had its least is a place of its own.
+// (4) When there is a match, every thread comes before it in that order: a thread
+//     that reaches END replaces it.
+// While a step is followed from a thread, `pending` holds the ways not followed yet,
+// the next one on top, each below the positions to restore before it. A step pushes
+// only when it is first come to at a position, so there is room for all.
+
+namespace fxRegProgram {
+
+InStep::InStep(const Plan& plan_, const char* subject_)
+    : RegReader(plan_, subject_),
+      slotCount(plan_.slotCount),
+      here(plan_.room.lists[0]),
+      ahead(plan_.room.lists[1]) {
+    std::fill_n(plan.room.marks, plan.placeCount, 0);
+}
+
+inline void InStep::beginTurn() {
+    if (++turn != 0) return;
+    std::fill_n(plan.room.marks, plan.placeCount, 0);
+    turn = 1;
+}
+
+bool InStep::walk(const char* from) {
+    at = from;
+    ahead.count = 0;
+    beginTurn();
+    start();
+    while (ahead.count != 0) {
+        std::swap(here, ahead);
+        ahead.count = 0;
+        ++at;
+        beginTurn();
+        isCut = false;
+        for (size_t i = 0; i < here.count && !isCut; ++i) {
+            advance(here.threads[i], here.slots + i * slotCount);
+        }
+        if (!hasMatch) start();
+    }
+    return hasMatch;
+}
+
+// Adds the ways that start here.
+void InStep::start() {
+    if (plan.startKind == Start::set && !isIn(plan.start, plan.startMask, at)) return;
+    std::fill_n(slots, slotCount, nullptr);
+    slots[0] = at;
+    follow(&steps[plan.first]);
+}
+
+// Goes on behind the byte that the thread has taken. Most threads come to where an
+// earlier one has been, so nothing is copied before that is known.
+inline void InStep::advance(const Thread& thread, const char* const* recorded) {
+    const Step* const step = &steps[thread.step];
+    if (step->op == EXACTLY && thread.offset + 1U < step->length) {
+        if (!isNew(step->place + thread.offset + 1U)) return;
+        copySlots(recorded, slots);
+        wait(step, thread.offset + 1U);
+    } else if (step->op == STAR || step->op == PLUS) {
+        if (!isNew(step->place + 1U)) return;
+        copySlots(recorded, slots);
+        if (isNew(step->place)) wait(step, 0);
+        if (isIn(step->follow, step->followMask, at)) follow(&steps[step->next]);
+    } else if (plan.room.marks[steps[step->next].place] != turn) {
+        copySlots(recorded, slots);
+        follow(&steps[step->next]);
+    }
+}
+
+// Follows all ways from a step to where they wait for a byte or end, in order.
+void InStep::follow(const Step* step) {
+    depth = 0;
+    for (;;) {
+        while (step != nullptr) step = pass(step);
+        if (isCut || depth == 0) return;
+        const Entry entry = plan.room.pending[--depth];
+        step = &steps[entry.step];
+        if (step->op == BRANCH) {
+            step = enter(step);
+        } else {
+            slots[step->slot] = entry.position;
+            step = nullptr;
+        }
+    }
+}
+
+// Passes one step and returns the next, null when the way ends or waits.
+inline const Step* InStep::pass(const Step* step) {
+    ++work;
+    if (!isNew(step->place)) return nullptr;
+    switch (step->op) {
+        case BRANCH: {
+            const Step* const chosen = alternative(step, at, work);
+            return chosen != nullptr ? enter(chosen) : nullptr;
+        }
+        case STAR:
+            isNew(step->place + 1U);
+            wait(step, 0);
+            return isIn(step->follow, step->followMask, at) ? &steps[step->next] : nullptr;
+        case OPEN:
+        case CLOSE:
+            if (depth != 0) push(step, slots[step->slot]);
+            slots[step->slot] = at;
+            return &steps[step->next];
+        case BOL:
+        case EOL:
+        case WORDA:
+        case WORDZ:
+            return holds(step->op, at) ? &steps[step->next] : nullptr;
+        case END:
+            finish();
+            return nullptr;
+        default:
+            wait(step, 0);
+            return nullptr;
+    }
+}
+
+inline bool InStep::isNew(unsigned int place) {
+    if (plan.room.marks[place] == turn) return false;
+    plan.room.marks[place] = turn;
+    return true;
+}
+
+inline void InStep::push(const Step* step, const char* position) {
+    FX_ASSERT(depth < plan.stepCount);
+    Entry& entry = plan.room.pending[depth++];
+    entry.position = position;
+    entry.step = static_cast<uint64_t>(step - steps) & 0xFFFF;
+}
+
+// Goes into an alternative and leaves those after it for later.
+inline const Step* InStep::enter(const Step* chosen) {
+    const Step* const other = alternative(chosen->later, at, work);
+    if (other != nullptr) push(other, at);
+    return &steps[chosen->body];
+}
+
+// Adds a thread, if it can take the next byte.
+inline void InStep::wait(const Step* step, unsigned int offset) {
+    const bool canTake = step->op == EXACTLY ? plan.program[step->text + offset] == *at
+                         : step->op == ANY   ? *at != 0
+                                             : isIn(step->set, step->setMask, at);
+    if (!canTake) return;
+    Thread& thread = ahead.threads[ahead.count];
+    thread.step = static_cast<unsigned short>(step - steps);
+    thread.offset = static_cast<unsigned short>(offset);
+    copySlots(slots, ahead.slots + ahead.count * slotCount);
+    ++ahead.count;
+}
+
+// A match. The ways not followed yet come after it.
+inline void InStep::finish() {
+    hasMatch = isCut = true;
+    copySlots(slots, positions);
+    positions[1] = at;
+}
+
+// There is at least one slot, and often no more.
+inline void InStep::copySlots(const char* const* from, const char** to) const {
+    to[0] = from[0];
+    for (size_t i = 1; i < slotCount; ++i) to[i] = from[i];
+}
+
+}  // namespace fxRegProgram
