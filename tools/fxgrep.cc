@@ -1,4 +1,5 @@
 // fxgrep: prints the lines of files that a pattern occurs in.
+#include <dirent.h>
 #include <fcntl.h>
 #include <getopt.h>
 #include <sys/stat.h>
@@ -10,6 +11,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <new>
 #include <string>
 #include <vector>
 
@@ -229,16 +231,28 @@ private:
 class Grep {
 public:
     Grep(const Options& options_, Search& search_, const ExpressionSearch* expander_)
-        : options(options_), search(search_), expander(expander_) {}
+        : options(options_), search(search_), expander(expander_) {
+        if (fstat(STDOUT_FILENO, &output) != 0) output.st_mode = 0;
+    }
 
-    void searchFile(const char* path, bool skipsDirectories);
+    /// Searches a file that the user named, or - for standard input.
+    void searchNamed(const char* path);
+
+    /// Searches a file that was found in a directory. Only regular ones are read:
+    /// reading from others might wait for ever or change something.
+    void searchFound(const char* path);
 
     bool showsNames = false;
     bool hasFound = false;
     bool hadTrouble = false;
 
 private:
+    const char* searchFile(int file, bool isNamed);
     void searchBlocks(Blocks& blocks);
+    void reportTrouble(const char* why) {
+        complain(name, why);
+        hadTrouble = true;
+    }
     void searchBlock(char* begin, char* end);
     char* skipLines(char* begin, char* end);
     void printMatches(char* line, char* end);
@@ -259,30 +273,48 @@ private:
     const Options& options;
     Search& search;
     const ExpressionSearch* const expander;  // for templates
+    struct stat output = {};
     const char* name = "";
     unsigned long lineNumber = 0;
     unsigned long lineCount = 0;
 };
 
-void Grep::searchFile(const char* path, bool skipsDirectories) {
+void Grep::searchNamed(const char* path) {
     const bool isStandard = std::strcmp(path, "-") == 0;
     name = isStandard ? "(standard input)" : path;
     const int file = isStandard ? STDIN_FILENO : open(path, O_RDONLY | O_CLOEXEC);
+    const char* const why = file < 0 ? std::strerror(errno) : searchFile(file, true);
+    if (why != nullptr) reportTrouble(why);
+    if (file >= 0 && !isStandard) close(file);
+}
+
+// The file may become another between the two looks, so opening does not wait.
+void Grep::searchFound(const char* path) {
+    name = path;
     struct stat status;
-    if (skipsDirectories && file >= 0 && fstat(file, &status) == 0 && S_ISDIR(status.st_mode)) {
-        close(file);
-        return;
+    if (stat(path, &status) == 0 && !S_ISREG(status.st_mode)) return;
+    const int file = open(path, O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK);
+    const char* const why = file < 0 ? std::strerror(errno) : searchFile(file, false);
+    if (why != nullptr) reportTrouble(why);
+    if (file >= 0) close(file);
+}
+
+// Returns what kept it from searching all of the file, null for nothing. A file that
+// is also the output would grow by each match that is found in it.
+const char* Grep::searchFile(int file, bool isNamed) {
+    struct stat status;
+    if (fstat(file, &status) != 0) return std::strerror(errno);
+    const bool isRegular = S_ISREG(status.st_mode);
+    if (!isNamed && !isRegular) return nullptr;
+    if (isRegular && status.st_dev == output.st_dev && status.st_ino == output.st_ino) {
+        return "the input is also the output";
     }
-    int error = errno;
-    if (file >= 0) {
+    try {
         Blocks blocks(file);
         searchBlocks(blocks);
-        error = blocks.error;
-        if (!isStandard) close(file);
-    }
-    if (error != 0) {
-        complain(name, std::strerror(error));
-        hadTrouble = true;
+        return blocks.error != 0 ? std::strerror(blocks.error) : nullptr;
+    } catch (const std::bad_alloc&) {
+        return "a line is too long for the memory";
     }
 }
 
@@ -423,9 +455,17 @@ void searchPath(Grep& grep, const Options& options) {
         complain(directory, "a variable is not set");
         grep.hadTrouble = true;
     }
-    for (const fxStr& file : fxSearchList(directories, options.name)) {
-        grep.searchFile(file, true);
+    for (unsigned int at = 0; at < directories.length();) {
+        const fxStr directory = directories.token(at, ':');
+        DIR* const entries = directory.isEmpty() ? nullptr : opendir(directory);
+        if (entries != nullptr) {
+            closedir(entries);
+        } else if (!directory.isEmpty()) {
+            complain(directory, std::strerror(errno));
+            grep.hadTrouble = true;
+        }
     }
+    for (const fxStr& file : fxSearchList(directories, options.name)) grep.searchFound(file);
 }
 
 // Returns the index of the pattern in `argv`, 0 to go no further.
@@ -512,8 +552,8 @@ int main(int argc, char** argv) {
     const int fileCount = argc - at - 1;
     grep.showsNames = fileCount > 1 || options.path != nullptr;
     if (options.path != nullptr) searchPath(grep, options);
-    if (options.path == nullptr && fileCount == 0) grep.searchFile("-", false);
-    for (int i = at + 1; i < argc; ++i) grep.searchFile(argv[i], false);
+    if (options.path == nullptr && fileCount == 0) grep.searchNamed("-");
+    for (int i = at + 1; i < argc; ++i) grep.searchNamed(argv[i]);
 
     if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {
         complain("standard output", std::strerror(errno));

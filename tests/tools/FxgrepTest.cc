@@ -2,6 +2,8 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <stdlib.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -82,7 +84,7 @@ private:
 
 using Arguments = std::vector<std::string>;
 
-TEST_F(Fxgrep, PrintsLinesOfStandardInput) {
+TEST_F(Fxgrep, PrintsLinesAndMatchesOfStandardInput) {
     const struct {
         Arguments arguments;
         const char *input, *output;
@@ -102,31 +104,26 @@ TEST_F(Fxgrep, PrintsLinesOfStandardInput) {
                  {{"^$"}, "a\n\nb\n", "\n", 0},
                  {{""}, "a\n\n", "a\n\n", 0},
                  {{"--", "-n"}, "-n\n", "-n\n", 0},
-                 {{"-nc", "b"}, "b\n", "1\n", 0}};
+                 {{"-nc", "b"}, "b\n", "1\n", 0},
+                 {{"-o", "ab*"}, "xabb a\nb\n", "abb\na\n", 0},
+                 {{"-no", "aa"}, "aaaaa\n\naa\n", "1:aa\n1:aa\n3:aa\n", 0},
+                 {{"-o", "^a"}, "aaa\n", "a\n", 0},  // behind a match the line goes on
+                 {{"-oE", "\\<a"}, "aa a\n", "a\na\n", 0},
+                 {{"-o", "x*"}, "axxb\n", "xx\n", 0},
+                 {{"-o", "x*"}, "ab\n", "", 0},
+                 {{"-oc", "a"}, "aa\na\n", "2\n", 0},
+                 {{"--replace", "<\\2|\\1|&>", "([a-z]+)=([0-9]+)"},
+                  "a=1, bc=22\n",
+                  "<1|a|a=1>\n<22|bc|bc=22>\n",
+                  0},
+                 {{"-F", "--replace", "[&]", "a.*\\<b"}, "xa.*\\<b a.b\n", "[a.*\\<b]\n", 0},
+                 {{"-o", "--replace", "[\\0]", "lit"}, "literal\n", "[lit]\n", 0}};
     for (const auto& c : cases) {
         const Result result = run(c.arguments, c.input);
         EXPECT_EQ(result.output, c.output) << c.arguments.back();
         EXPECT_EQ(result.status, c.status) << c.arguments.back();
         EXPECT_EQ(result.errors, "");
     }
-}
-
-TEST_F(Fxgrep, PrintsOnlyTheMatches) {
-    EXPECT_EQ(run({"-o", "ab*"}, "xabb a\nb\n").output, "abb\na\n");
-    EXPECT_EQ(run({"-no", "aa"}, "aaaaa\n\naa\n").output, "1:aa\n1:aa\n3:aa\n");
-    // Behind a match the line has not begun anew.
-    EXPECT_EQ(run({"-o", "^a"}, "aaa\n").output, "a\n");
-    EXPECT_EQ(run({"-oE", "\\<a"}, "aa a\n").output, "a\na\n");
-    EXPECT_EQ(run({"-o", "x*"}, "axxb\n").output, "xx\n");
-    EXPECT_EQ(run({"-o", "x*"}, "ab\n").status, 0);
-    EXPECT_EQ(run({"-oc", "a"}, "aa\na\n").output, "2\n");
-}
-
-TEST_F(Fxgrep, ReplacesTheMatches) {
-    EXPECT_EQ(run({"--replace", "<\\2|\\1|&>", "([a-z]+)=([0-9]+)"}, "a=1, bc=22\n").output,
-              "<1|a|a=1>\n<22|bc|bc=22>\n");
-    EXPECT_EQ(run({"-F", "--replace", "[&]", "a.*\\<b"}, "xa.*\\<b a.b\n").output, "[a.*\\<b]\n");
-    EXPECT_EQ(run({"-o", "--replace", "[\\0]", "lit"}, "literal\n").output, "[lit]\n");
 }
 
 TEST_F(Fxgrep, NamesFilesAndGoesOnAfterTrouble) {
@@ -154,7 +151,8 @@ TEST_F(Fxgrep, FindsFilesInAPath) {
     directory.file("b/x.h", "needle\n");
     const std::string expected =
         directory.path + "/a/x.cc:needle\n" + directory.path + "/b/x.cc:needle\n";
-    for (const char* path : {"~/a:~/b", "$FXGREP_DIR/a:/no/such:~/b/", "~/a::$FXGREP_DIR/b"}) {
+    mkfifo((directory.path + "/b/waits.cc").c_str(), 0600);  // is not read
+    for (const char* path : {"~/a:~/b", "$FXGREP_DIR/a:~/b/", "~/a::$FXGREP_DIR/b"}) {
         const Result result = run({"--path", path, "--name", ".*\\.cc", "needle"});
         EXPECT_EQ(result.output, expected) << path;
         EXPECT_EQ(result.status, 0);
@@ -163,10 +161,14 @@ TEST_F(Fxgrep, FindsFilesInAPath) {
     EXPECT_EQ(run({"--path", "$FXGREP_DIR", "needle"}).status, 1);
     EXPECT_EQ(run({"-c", "--path", "b", "needle"}).output.size(),
               std::string("b/x.h:1\nb/x.cc:1\n").size());
-    const Result unset = run({"--path", "$FXGREP_UNSET/x:~/a", "needle"});
-    EXPECT_EQ(unset.output, directory.path + "/a/x.cc:needle\n");
-    EXPECT_EQ(unset.errors, "fxgrep: $FXGREP_UNSET/x: a variable is not set\n");
-    EXPECT_EQ(unset.status, 2);
+    const char* const missing[][2] = {{"$FXGREP_UNSET/x", "a variable is not set"},
+                                      {"/no/such", "No such file or directory"}};
+    for (const auto& [path, why] : missing) {
+        const Result result = run({"--path", std::string(path) + ":~/a", "needle"});
+        EXPECT_EQ(result.output, directory.path + "/a/x.cc:needle\n");
+        EXPECT_EQ(result.errors, std::string("fxgrep: ") + path + ": " + why + "\n");
+        EXPECT_EQ(result.status, 2);
+    }
 }
 
 TEST_F(Fxgrep, TakesBinaryFilesAndLinesOfAnyLength) {
@@ -222,5 +224,34 @@ TEST_F(Fxgrep, ReportsOutputThatCannotBeWritten) {
     EXPECT_EQ(run({"a"}, "a\n", full).status, 2);
     close(full);
 }
+
+TEST_F(Fxgrep, RefusesInputThatIsItsOutput) {
+    directory.file("in", "needle\n");
+    const std::string path = directory.file("out", std::string(1000000, '\n') + "needle\n");
+    const int out = open(path.c_str(), O_RDWR | O_APPEND | O_CLOEXEC);
+    const Result result = run({"needle", "out", "in"}, "", out);
+    EXPECT_EQ(result.errors, "fxgrep: out: the input is also the output\n");
+    EXPECT_EQ(result.status, 2);
+    EXPECT_EQ(lseek(out, 0, SEEK_END), 1000007 + 10);  // in:needle
+    close(out);
+}
+
+#ifndef __SANITIZE_ADDRESS__
+
+// Sanitizers map more memory than a limit would leave.
+TEST_F(Fxgrep, ReportsLinesThatAreTooLongForTheMemory) {
+    rlimit before;
+    getrlimit(RLIMIT_AS, &before);
+    const rlimit small = {rlim_t{64} << 20, before.rlim_max};
+    directory.file("long", std::string(40 << 20, 'a'));
+    setrlimit(RLIMIT_AS, &small);
+    const Result result = run({"-c", "(a|b)*c", "long", "-"}, "abc\n");
+    setrlimit(RLIMIT_AS, &before);
+    EXPECT_EQ(result.output, "(standard input):1\n");
+    EXPECT_EQ(result.errors, "fxgrep: long: a line is too long for the memory\n");
+    EXPECT_EQ(result.status, 2);
+}
+
+#endif
 
 }  // namespace
