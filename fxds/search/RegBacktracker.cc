@@ -140,6 +140,8 @@ inline const char* Backtracker::runEnd(const Step* step, const char* from) const
         case Step::ofOne:
             while (byteAt(from) == step->byte) ++from;
             return from;
+        case Step::ofOptional:
+            return isIn(step->set, step->setMask, from) ? from + 1 : from;
         default:
             while (isIn(step->set, step->setMask, from)) ++from;
             return from;

@@ -74,7 +74,7 @@ inline void InStep::advance(const Thread& thread, const char* const* recorded) {
         if (!isNew(step->place + thread.offset + 1U)) return;
         copySlots(recorded, slots);
         wait(step, thread.offset + 1U);
-    } else if (step->op == STAR || step->op == PLUS) {
+    } else if ((step->op == STAR || step->op == PLUS) && step->run != Step::ofOptional) {
         if (!isNew(step->place + 1U)) return;
         copySlots(recorded, slots);
         if (isNew(step->place)) wait(step, 0);

@@ -61,9 +61,11 @@ const char* parse(const char* pattern, std::vector<char>& code, bool& startsRepe
 
 /// One step of the matcher: a node, decoded, with what helps to be quick.
 /// Steps that only lead on (NOTHING, BACK, a BRANCH without choice) are never
-/// reached: `next` and the like lead past them.
+/// reached: `next` and the like lead past them. An optional character is a STAR in
+/// the place of its two BRANCHes.
 struct Step {
-    enum Run : unsigned char { ofAny, ofOne, ofAllBut, ofSet };  // what a STAR repeats
+    // What a STAR or PLUS repeats; a STAR with ofOptional takes one of `set` at most.
+    enum Run : unsigned char { ofAny, ofOne, ofAllBut, ofSet, ofOptional };
 
     unsigned char op;          // an Opcode; groups without their number
     unsigned char slot;        // OPEN, CLOSE: index of the recorded position

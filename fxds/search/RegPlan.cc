@@ -99,9 +99,10 @@ private:
     bool isChoice(size_t node) const {
         return program.opcode(node) == BRANCH && program.opcode(program.next(node)) == BRANCH;
     }
+    size_t optionalIn(size_t node) const;
     unsigned short resolve(size_t node) const;
     Step stepFor(size_t node);
-    void repeatStep(Step& step, size_t node);
+    void repeatStep(Step& step, size_t operand, size_t after);
     void makeStart();
     unsigned int intern(const ByteSet& set, unsigned char& mask);
     size_t roomOffset() const {
@@ -188,6 +189,23 @@ ByteSet Planner::matched(size_t node) const {
     return ~set;
 }
 
+// The one-character node that a BRANCH makes optional, 0 for none: its other
+// alternative is the last, and both lead to the NOTHING in that.
+size_t Planner::optionalIn(size_t node) const {
+    const size_t body = program.following(node);
+    const size_t other = program.next(node);
+    if (!isChoice(node) || isChoice(other)) return 0;
+    const size_t nothing = program.following(other);
+    if (program.opcode(nothing) != NOTHING || program.next(other) != nothing ||
+        program.next(body) != nothing) {
+        return 0;
+    }
+    const unsigned char op = program.opcode(body);
+    const bool isOneByte = op == ANY || op == ANYOF || op == ANYBUT ||
+                           (op == EXACTLY && program.operand(body)[1] == 0);
+    return isOneByte ? body : 0;
+}
+
 // The step to go to for a node: past those that only lead on.
 unsigned short Planner::resolve(size_t node) const {
     for (;;) {
@@ -226,12 +244,18 @@ Step Planner::stepFor(size_t node) {
     step.op = op > CLOSE ? +CLOSE : op > OPEN ? +OPEN : op;
     step.place = plan.placeCount++;
     if (op != END) step.next = resolve(program.next(node));
-    if (op == BRANCH) {
+    if (op == BRANCH && optionalIn(node) != 0) {
+        const size_t nothing = program.next(program.next(node));
+        step.op = STAR;
+        step.next = resolve(nothing);
+        repeatStep(step, optionalIn(node), nothing);
+        step.run = Step::ofOptional;
+    } else if (op == BRANCH) {
         step.body = resolve(program.following(node));
         step.later = isChoice(node) ? indexOf[program.next(node)] : Step::none;
         step.follow = intern(firstFrom(program.following(node)), step.followMask);
     } else if (op == STAR || op == PLUS) {
-        repeatStep(step, node);
+        repeatStep(step, program.following(node), program.next(node));
     } else if (op == ANYOF || op == ANYBUT) {
         step.set = intern(matched(node), step.setMask);
     } else if (op == EXACTLY) {
@@ -246,10 +270,10 @@ Step Planner::stepFor(size_t node) {
     return step;
 }
 
-void Planner::repeatStep(Step& step, size_t node) {
-    const ByteSet set = matched(program.following(node));
-    const ByteSet follow = firstFrom(program.next(node));
-    step.least = program.opcode(node) == PLUS ? 1 : 0;
+void Planner::repeatStep(Step& step, size_t operand, size_t after) {
+    const ByteSet set = matched(operand);
+    const ByteSet follow = firstFrom(after);
+    step.least = step.op == PLUS ? 1 : 0;
     step.set = intern(set, step.setMask);
     step.follow = intern(follow, step.followMask);
     step.isPossessive = (set & follow).count() == 0;
@@ -278,7 +302,8 @@ void Planner::makeStart() {
     };
     const unsigned short leadIndex = skipGroups(plan.first);
     const Step* const lead = &steps[leadIndex];
-    plan.runFirst = lead->op == STAR || lead->op == PLUS ? leadIndex : Step::none;
+    const bool isRun = (lead->op == STAR || lead->op == PLUS) && lead->run != Step::ofOptional;
+    plan.runFirst = isRun ? leadIndex : Step::none;
     plan.startStep = plan.runFirst == Step::none ? leadIndex : skipGroups(lead->next);
     const Step& text = steps[plan.startStep];
     const bool hasText = text.op == EXACTLY && text.length > 1;
