@@ -1,5 +1,6 @@
 #include "fxds/search/RegBacktracker.h"
 
+#include <algorithm>
 #include <cstring>
 
 // One position moves through the subject. Where it may go on in more than one way
@@ -24,7 +25,7 @@
 namespace fxRegProgram {
 
 Backtracker::Outcome Backtracker::tryAt(const char* from) {
-    std::memset(positions, 0, plan.slotCount * sizeof *positions);
+    std::fill(positions, positions + plan.slotCount, nullptr);
     depth = 0;
     hasGivenUp = false;
     at = tryStart = from;

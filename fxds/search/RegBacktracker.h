@@ -56,9 +56,9 @@ private:
     const char* tryStart = nullptr;
     const char* firstRunStart = nullptr;  // the latest run of firstRun
     const char* firstRunEnd = nullptr;
-    const char* positions[2 * groupCount] = {};
-    uint32_t savedSlots = 0;  // bits of those pushed since the latest choice
-    size_t depth = 0;         // entries in use
+    const char* positions[2 * groupCount];  // those of the plan's slots are in use
+    uint32_t savedSlots = 0;                // bits of those pushed since the latest choice
+    size_t depth = 0;                       // entries in use
     static constexpr size_t room = 512;
     Entry entries[room];
 };

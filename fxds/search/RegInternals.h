@@ -157,8 +157,8 @@ struct Patience {
 };
 
 /// Searches the subject for matches that start at `from` or later and sets the
-/// positions of the first. Adds the steps that it took to `effort`; the result does
-/// not depend on `patience`.
+/// positions of the first and of the groups that the pattern has. Adds the steps that
+/// it took to `effort`; the result does not depend on `patience`.
 bool search(const Plan& plan, const char* subject, const char* from, const char** startp,
             const char** endp, size_t& effort, Patience patience = Patience());
 

@@ -109,9 +109,11 @@ bool search(const Plan& plan, const char* subject, const char* from, const char*
     const char* const* const slots = search.run();
     effort += search.workDone();
     if (slots == nullptr) return false;
-    for (size_t group = 0; group < groupCount; ++group) {
-        startp[group] = slots[2 * group];
-        endp[group] = slots[2 * group + 1];
+    startp[0] = slots[0];
+    endp[0] = slots[1];
+    for (size_t slot = 2; slot < plan.slotCount; slot += 2) {
+        startp[slot / 2] = slots[slot];
+        endp[slot / 2] = slots[slot + 1];
     }
     return true;
 }
