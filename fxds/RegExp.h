@@ -59,7 +59,7 @@ FX_API fxregexp* fxregcomp(const char* pattern, const char** message);
 /// Cost: at the worst, time in proportion to the length of the subject times the
 /// size of the program, whatever they are; what lies behind the match is looked at
 /// only where a preferred way might need it. Memory does not limit a search: it
-/// allocates nothing, does not recurse, and takes under 16 KiB of stack; what it
+/// allocates nothing, does not recurse, and takes under 64 KiB of stack; what it
 /// needs besides is part of the block. No byte of it depends on the subject.
 /// Different compiled expressions may be matched in different threads.
 FX_API int fxregexec(fxregexp* compiled, const char* subject);

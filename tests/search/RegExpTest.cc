@@ -77,58 +77,29 @@ std::string walkedMatch(const fxregexp* compiled, const std::string& subject) {
     return show(subject.c_str(), startp, endp);
 }
 
-struct Case {
-    const char* pattern;
-    const char* subject;
-    const char* expected;
-};
-
-void expectMatches(std::initializer_list<Case> cases) {
-    for (const Case& c : cases) {
+// What the comparison with the model does not reach: bytes that its patterns and
+// subjects lack. And a few that hold the model to the truth.
+TEST(RegExp, PatternsMatchWhatTheyStandFor) {
+    const struct {
+        const char *pattern, *subject, *expected;
+    } cases[] = {{"a\nb", "b", "0-1"},
+                 {"a\\**", "a***", "0-4"},
+                 {"a.c", "a\nc", "0-3"},
+                 {"a[^b]c", "a\nc", "0-3"},
+                 {"x{2}", "x{2}", "0-4"},
+                 {"a\\\nb", "a\nb", "0-3"},
+                 {"\xE9+", "x\xE9\xE9", "1-3"},
+                 {"\\<", "_", "0-0"},
+                 {"[\\]", "\\", "0-1"},
+                 {"[|\n]", "\n", "0-1"},
+                 {"[a-\xFF]", "\xFE", "0-1"},
+                 {"[\x80-\xFF]", "a", "no"},
+                 {"a|ab", "ab", "0-1"},
+                 {"(a|ab)(c|bcd)(d*)", "abcd", "0-4 1:0-1 2:1-4 3:4-4"},
+                 {"((x)|(y))*", "xy", "0-2 1:1-2 2:0-1 3:1-2"}};
+    for (const auto& c : cases) {
         EXPECT_EQ(matchOf(c.pattern, c.subject), c.expected) << c.pattern << " in " << c.subject;
     }
-}
-
-// What the model comparison does not reach, and examples that hold it to the truth.
-TEST(RegExp, PatternsMatchWhatTheyStandFor) {
-    expectMatches({{"a\nb", "b", "0-1"},
-                   {"(ab)*", "ababa", "0-4 1:2-4"},
-                   {"a\\*b", "xa*b", "1-4"},
-                   {"a\\**", "a***", "0-4"},
-                   {"a.c", "a\nc", "0-3"},
-                   {"a[^b]c", "a\nc", "0-3"},
-                   {"x{2}", "x{2}", "0-4"},
-                   {"\\(a\\)", "(a)", "0-3"},
-                   {"()", "abc", "0-0 1:0-0"},
-                   {"a\\\nb", "a\nb", "0-3"},
-                   {"\xE9+", "x\xE9\xE9", "1-3"},
-                   {"^a\nb", "xb", "1-2"},
-                   {"a$b", "a$b", "no"},
-                   {"\\<", "_", "0-0"},
-                   {"\\>", "", "0-0"},
-                   {"|a", "a", "0-0"},
-                   {"a|ab", "ab", "0-1"},
-                   {"(a|)b", "b", "0-1 1:0-0"},
-                   {"(a|ab)(c|bcd)(d*)", "abcd", "0-4 1:0-1 2:1-4 3:4-4"},
-                   {"((x)|(y))*", "xy", "0-2 1:1-2 2:0-1 3:1-2"},
-                   {"(a(b)?)+", "aba", "0-3 1:2-3 2:1-2"}});
-}
-
-TEST(RegExp, SetsHoldMembersAndRanges) {
-    expectMatches({{"[]a]", "]", "0-1"},
-                   {"[a-]", "-", "0-1"},
-                   {"[-a]", "-", "0-1"},
-                   {"[a-a]", "a", "0-1"},
-                   {"[a-a]", "b", "no"},
-                   {"[a-c-e]", "d", "0-1"},
-                   {"[a-c-e]", "-", "no"},
-                   {"[^]a]", "]", "no"},
-                   {"[^]a]", "x", "0-1"},
-                   {"[\\]", "\\", "0-1"},
-                   {"[|\n]", "\n", "0-1"},
-                   {"[a-c]x", "cx", "0-2"},
-                   {"[a-\xFF]", "\xFE", "0-1"},
-                   {"[\x80-\xFF]", "a", "no"}});
 }
 
 TEST(RegExp, FaultyPatternsAreRefusedWithAReason) {
@@ -352,9 +323,10 @@ TEST(RegExpModel, AgreesOnAllSmallPatterns) {
 
 TEST(RegExpModel, AgreesOnRandomPatterns) {
     std::mt19937 rng(testSeed());
-    const char* const tokens[] = {"a", "b", "c",    "a",    "b",   "(",   "(",  ")",
-                                  ")", "|", "*",    "+",    "?",   "*",   "?",  ".",
-                                  "^", "$", "[^a]", "[bc]", "\\<", "\\>", "(a", "b)"};
+    const char* const tokens[] = {"a", "b",   "c",    "a",     "b",   "(",    "(",   ")",
+                                  ")", "|",   "*",    "+",     "?",   "*",    "?",   ".",
+                                  "^", "$",   "[^a]", "[bc]",  "\\<", "\\>",  "(a",  "b)",
+                                  "[", "[^]", "[a-c", "[^a-b", "]",   "[-a]", "b-]", "[b-c-a]"};
     const int rounds = std::getenv("FX_TEST_MORE") != nullptr ? 2000000 : 40000;
     int pairs = 0;
     for (int round = 0; round < rounds && !HasFailure(); ++round) {
@@ -377,19 +349,16 @@ std::string repeated(const std::string& text, size_t bytes) {
 }
 
 TEST(RegExpHostile, LongSubjectsNeedNoDeepStack) {
-    onStackOf(256 * 1024, [] {
-        const size_t size = 10 << 20;
+    onStackOf(64 * 1024, [] {
+        constexpr size_t size = 1 << 20;
         const std::string n = std::to_string(size);
         const std::string abs = repeated("ab", size);
         EXPECT_EQ(matchOf("(ab)*", abs), "0-" + n + " 1:" + std::to_string(size - 2) + "-" + n);
         EXPECT_EQ(matchOf("(a|b)*c", abs), "no");
-        EXPECT_EQ(matchOf("(a|b)*c", abs + "c").substr(0, 10), "0-" + std::to_string(size + 1));
         const std::string last = std::to_string(size - 1) + "-" + n;
-        EXPECT_EQ(matchOf("((x)|(y))*$", repeated("xy", size)),
-                  "0-" + n + " 1:" + last + " 2:" + std::to_string(size - 2) + "-" +
-                      std::to_string(size - 1) + " 3:" + last);
-        EXPECT_EQ(matchOf("(a|ab|b)*$", repeated("ab", size / 10)).substr(0, 3), "0-1");
-        EXPECT_EQ(matchOf("(a+|b)*c", abs), "no");
+        EXPECT_EQ(matchOf("((a)|(b))*$", abs), "0-" + n + " 1:" + last +
+                                                   " 2:" + std::to_string(size - 2) + "-" +
+                                                   std::to_string(size - 1) + " 3:" + last);
     });
 }
 

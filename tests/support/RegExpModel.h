@@ -131,14 +131,21 @@ private:
         return result;
     }
 
-    // Only sets without ranges: those are tested by example.
+    // What comes first is a member, whatever it is; a dash that comes last too.
     Ptr setOf() {
         Ptr result = make(Part::character, false);
         if (*at == '^') result->isComplement = ++at;
-        do {
+        std::string& set = result->set;
+        for (; set.empty() || *at != ']'; ++at) {
             if (*at == 0) return fail();
-            result->set += *at++;
-        } while (*at != ']');
+            if (set.empty() || *at != '-' || at[1] == ']' || at[1] == 0) {
+                set += *at;
+                continue;
+            }
+            ++at;
+            if (at[-2] > *at) return fail();
+            for (char c = at[-2]; c != *at;) set += ++c;
+        }
         ++at;
         return result;
     }
