@@ -3,14 +3,19 @@
 #include <pwd.h>
 
 #include <algorithm>
+#include <cstdio>
 #include <cstdlib>
+#include <random>
+#include <sstream>
 #include <string>
 #include <vector>
 
 #include "fxds/Path.h"
 #include "fxds/PathFunctions.h"
 #include "fxds/SearchList.h"
+#include "tests/support/RegExpModel.h"
 #include "tests/support/Surroundings.h"
+#include "tests/support/TestSeed.h"
 
 namespace {
 
@@ -131,103 +136,100 @@ TEST(Path, SplitsIntoDirectoryAndLeaf) {
                                     {"a/b/c", "a/b", "c"}};
     for (const auto& c : cases) {
         const fxPath path(c[0]);
-        fxPath directory("before"), leaf("before");
+        fxPath directory("before"), leaf("before"), itself(path), itsLeaf(path), twice(path);
         EXPECT_EQ(path.split(&directory, &leaf), 1);
         EXPECT_EQ(directory, c[1]) << c[0];
         EXPECT_EQ(leaf, c[2]) << c[0];
         EXPECT_EQ(path.directory(), directory);
         EXPECT_EQ(path.leaf(), leaf);
+        itself.split(&itself, &leaf);
+        EXPECT_EQ(itself, c[1]);
+        itsLeaf.split(&directory, &itsLeaf);
+        EXPECT_EQ(itsLeaf, c[2]);
+        twice.split(&twice, &twice);
+        EXPECT_EQ(twice, c[2]);
     }
-}
-
-TEST(Path, SplitsIntoItself) {
-    fxPath path = fxStr("a/b"), other;
-    path.split(&path, &other);
-    EXPECT_EQ(path, "a");
-    EXPECT_EQ(other, "b");
-    path = "c/d";
-    path.split(&other, &path);
-    EXPECT_EQ(other, "c");
-    EXPECT_EQ(path, "d");
-    path = "e/f";
-    path.split(&path, &path);
-    EXPECT_EQ(path, "f");
-}
-
-std::vector<std::string> namesOf(const fxSearchList& list) {
-    std::vector<std::string> names;
-    for (const fxStr& name : list) names.emplace_back(name.c_str());
-    return names;
 }
 
 using Names = std::vector<std::string>;
 
-TEST(SearchList, ListsWhatMatchesInFull) {
-    const TestDirectory one, two;
-    const Names found = {one.file("ab"), two.file("ab")};
-    one.file("xab");
-    two.file("b");
-    const std::string both = one.path + ":" + two.path;
-    EXPECT_EQ(namesOf(fxSearchList(both.c_str(), "a.*")), found);
-    // Empty names and missing directories are passed over, runs of colons too.
-    const std::string sparse = ":/no/such:" + one.path + ":::" + two.path + ":";
-    EXPECT_EQ(namesOf(fxSearchList(sparse.c_str(), "ab")), found);
-    // The first match that a search finds decides.
-    EXPECT_EQ(namesOf(fxSearchList(both.c_str(), "a|ab")), Names());
-    EXPECT_EQ(namesOf(fxSearchList(both.c_str(), "(ab")), Names());
-    EXPECT_EQ(namesOf(fxSearchList(nullptr, nullptr)), Names());
+Names namesOf(const fxSearchList& list) {
+    Names names;
+    for (const fxStr& name : list) names.emplace_back(name.c_str());
+    return names;
 }
 
-TEST(SearchList, KeepsTheOrderOfTheDirectory) {
-    const TestDirectory directory;
-    for (const char* name : {"c", "a", "b", ".hidden"}) directory.file(name);
-    Names expected;
-    DIR* const entries = opendir(directory.path.c_str());
-    while (const dirent* entry = readdir(entries)) {
-        expected.push_back(directory.path + "/" + entry->d_name);
+// What a list should hold: the files, in the order of each directory, whose names the
+// first match covers.
+Names listed(const std::string& directories, const std::string& expression) {
+    const RegExpModel model(expression);
+    Names names;
+    std::istringstream rest(directories);
+    for (std::string directory; std::getline(rest, directory, ':');) {
+        DIR* const entries = opendir(directory.c_str());
+        if (entries == nullptr) continue;
+        while (const dirent* entry = readdir(entries)) {
+            const char *startp[10], *endp[10];
+            if (!model.isValid() || !model.search(entry->d_name, startp, endp)) continue;
+            if (startp[0] != entry->d_name || *endp[0] != 0) continue;
+            names.push_back(directory + "/" + entry->d_name);
+        }
+        closedir(entries);
     }
-    closedir(entries);
-    EXPECT_EQ(expected.size(), 6U);  // with . and ..
-    EXPECT_EQ(namesOf(fxSearchList(directory.path.c_str(), ".*")), expected);
+    return names;
 }
 
-TEST(SearchList, IsComputedWhenTextsChange) {
-    const TestDirectory directory;
-    const std::string a = directory.file("a");
-    fxSearchList list("", "a");
-    EXPECT_TRUE(list.isEmpty());
-    list.searchList(directory.path.c_str());
-    EXPECT_EQ(namesOf(list), Names({a}));
-    EXPECT_EQ(list.searchList(), directory.path);
-    list.regexp("b");
-    EXPECT_TRUE(list.isEmpty());
-    const std::string b = directory.file("b");
-    list.regexp("b");  // nothing new: not read again
-    EXPECT_TRUE(list.isEmpty());
-    list.recalc();
-    EXPECT_EQ(namesOf(list), Names({b}));
-    list.searchCriteria(directory.path.c_str(), "[a]");
-    EXPECT_EQ(namesOf(list), Names({a}));
-    EXPECT_STREQ(list.regexp(), "[a]");
-    // Its own texts, exchanged.
-    list.searchCriteria(list.regexp(), list.searchList());
-    EXPECT_STREQ(list.searchList(), "[a]");
-    EXPECT_EQ(list.regexp(), directory.path);
-    list.searchList(nullptr);
-    EXPECT_TRUE(list.isEmpty());
-}
-
-TEST(SearchList, CopiesAreIndependent) {
-    const TestDirectory directory;
-    directory.file("a");
-    fxSearchList list(directory.path.c_str(), "a");
-    fxSearchList copy(list);
-    list.regexp("none");
-    EXPECT_TRUE(list.isEmpty());
-    EXPECT_EQ(copy.length(), 1U);
-    list = copy;
-    EXPECT_EQ(list.length(), 1U);
-    EXPECT_STREQ(list.regexp(), "a");
+// Copies list alone, and directories are read when a text changes or when asked.
+TEST(SearchList, AgreesWithModel) {
+    const TestDirectory one, two;
+    const std::string lists[] = {"", one.path, one.path + ":" + two.path,
+                                 ":/no/such:" + two.path + "::" + one.path + ":"};
+    const char* const expressions[] = {"a", ".*", "a.*", "a|ab", "(ab", "[^.]+", ""};
+    std::mt19937 rng(testSeed());
+    fxSearchList list(nullptr, nullptr);
+    std::string directories, expression;
+    Names expected;
+    for (int step = 0; step < 3000 && !HasFailure(); ++step) {
+        const std::string newList = lists[rng() % std::size(lists)];
+        const std::string newExpression = expressions[rng() % std::size(expressions)];
+        const std::string before[] = {directories, expression};
+        const TestDirectory& directory = rng() % 2 == 0 ? one : two;
+        switch (rng() % 7) {
+            case 0:
+                list.searchList((directories = newList).c_str());
+                break;
+            case 1:
+                list.regexp((expression = newExpression).c_str());
+                break;
+            case 2:
+                directories = newList;
+                expression = newExpression;
+                list.searchCriteria(newList.c_str(), newExpression.c_str());
+                break;
+            case 3:
+                std::swap(directories, expression);
+                list.searchCriteria(list.regexp(), list.searchList());
+                break;
+            case 4:
+                std::remove(directory.file(std::string(1 + rng() % 2, "abx."[rng() % 3])).c_str());
+                break;
+            case 5:
+                directory.file(std::string(1, "abx."[rng() % 3]) + "b");
+                break;
+            default: {
+                fxSearchList copy(list);
+                copy.searchCriteria(one.path.c_str(), ".");
+                list.recalc();
+                expected = listed(directories, expression);
+            }
+        }
+        if (before[0] != directories || before[1] != expression) {
+            expected = listed(directories, expression);
+        }
+        EXPECT_EQ(namesOf(list), expected) << directories << ' ' << expression;
+        EXPECT_EQ(list.searchList(), directories);
+        EXPECT_EQ(list.regexp(), expression);
+    }
 }
 
 }  // namespace
