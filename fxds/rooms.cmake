@@ -17,7 +17,7 @@ fxds_room(base
   HEADERS Config Counted Fatal RCObj Stream Transcriber TypeObj XDRObj
   DETAIL Allocate ChunkList Mix MovesAsBytes
   PRIVATE FreeLists
-  SOURCES Counted Fatal RCObj Stream Transcriber TypeObj XDRObj)
+  SOURCES Counted Fatal FreeLists RCObj Stream Transcriber TypeObj XDRObj)
 
 # The string, and what builds texts.
 fxds_room(text

@@ -1,4 +1,4 @@
-// Small blocks that come and go by the thousand: boxed values and events.
+// Free lists for small, short-lived blocks: boxed values and events.
 #ifndef FXDS_BASE_FREELISTS_H
 #define FXDS_BASE_FREELISTS_H
 

@@ -4,8 +4,6 @@
 
 #include "fxds/base/FreeLists.h"
 
-fxPool::Block* fxPool::freeBlocks[fxPool::classes] = {};
-
 fxData::fxData(unsigned short type_) : count(0), type(type_) {}
 
 fxData::~fxData() = default;

@@ -1,0 +1,3 @@
+#include "fxds/base/FreeLists.h"
+
+fxPool::Block* fxPool::freeBlocks[fxPool::classes] = {};
