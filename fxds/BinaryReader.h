@@ -5,42 +5,28 @@
 #include <memory>
 
 #include "fxds/BinaryTranscriber.h"
-#include "fxds/detail/ChunkList.h"
 
-class fxReaderTable;
-struct fxStreamWindow;
-struct fxReaderEntry;
-
-/// A place to fill: a pointer field, or a string that waits for its text. There
-/// are as many as the graph has pointers, so they are small.
-struct fxBinaryReaderItem {
-    static constexpr unsigned int objectMark = 0x80000000;  ///< See `wanted`.
-
-    bool isObject() const { return (wanted & objectMark) != 0; }  ///< Whether it is for an object.
-    bool isText() const { return !isObject() && wanted != 0; }    ///< Whether it is for a text.
-
-    void* slot;           ///< Address of the pointer, or the fxStr.
-    unsigned int id;      ///< The number of the record that it waits for.
-    unsigned int wanted;  ///< 0 for a block, for a string its length with the terminator,
-                          ///< for an object the mark and the number of the declared type.
-};
+class fxReaderEntry;
+class fxReaderGraph;
+class fxRecordReader;
 
 /// Reads the records of docs/stream-format.md. Usually made by
 /// fxTranscriber::getReader().
 ///
 /// Nothing is read beyond what is needed, so a reader may sit on a pipe. A
-/// graph of any depth is read without recursion. Blocks and the objects
-/// themselves are made as their bytes arrive; pointers and texts are filled in
-/// when everything is there, so that a failed readObject() can release all that
-/// it made.
+/// graph of any depth is read without recursion. Objects, blocks and texts are
+/// made as their bytes arrive. A failed readObject(), and one that an exception
+/// ends, sets the pointers to null that it has filled, and destroys all that it
+/// made.
 ///
 /// **Damaged streams.** An end that comes too early is a null or false result;
 /// among the fields of an object it is fatal, because no record's function can
 /// go on without them. Contradictions in the records are fatal, with the
 /// messages listed in docs/stream-format.md. No stream can make the reader touch
 /// memory that is not its own: ids are checked for the kind of thing that they
-/// stand for, and an object is stored only in a pointer to its own class or to
-/// one of its declared bases. A type whose record was made by hand without
+/// stand for, an object is stored only in a pointer to its own class or to one of
+/// its declared bases, and of an object's parts only those that it inherits can
+/// be pointed to. A type whose record was made by hand without
 /// declaring its bases is taken at its word, which leaves its pointers to the
 /// goodwill of the stream; FX_TRANSCRIBABLE_TYPE (Xdr.h) declares them.
 ///
@@ -140,61 +126,24 @@ protected:
     unsigned int fieldD;  ///< Byte count of a block.
 
 private:
-    struct Body {
-        void* address;
-        fxTypeObj* type;
-        fxXDRObj* concluded;  // wants to be told of success
-        size_t firstItem;     // its items end where those of the next body begin
-        bool isReached;       // and so handed out
-    };
+    struct Reading;
 
-    template <size_t room>
-    bool getFew(void* bytes, size_t byteCount);
-    bool get(void* bytes, size_t byteCount);
-    bool readHeader();
-    bool takeAtHand();
-    bool readTag(unsigned char& header);
-    bool readType();
-    bool stage();
+    bool next();
     bool fillPastTypes();
     bool nextInstance();
-
-    void addItem(const fxBinaryReaderItem& item);
+    void defineType();
     bool readBlock(fxReaderEntry& entry);
     char* readGrowing(Converter* converter, unsigned int byteCount);
     Converter* converterOf(unsigned int bodyTag) const;
     fxTypeObj& typeOfBody(const fxReaderEntry& entry);
     bool readBody(fxReaderEntry& entry);
+    bool readGraph(fxTypeObj& expected, unsigned int& rootId);
 
-    bool isHandedOut(const fxReaderEntry& entry) const;
-    unsigned int nextBody() const;
-    void forgetItems(fxChunkList<fxBinaryReaderItem>& noted, size_t count);
-    void commit(const fxReaderEntry& root);
-    bool fillAll();
-    bool fillReached(const fxReaderEntry& root);
-    void fillPlace(const fxBinaryReaderItem& item);
-    void checkTexts(const fxChunkList<fxBinaryReaderItem>& places) const;
-    void checkText(const fxBinaryReaderItem& item) const;
-    void dropBodies();
-
-    bool isUsable;  // the stream has not failed
-    bool isInBody;
-    bool hasReadBody;
-    bool hasOddTexts;          // texts of one block differ in length
-    bool isOrderly;            // a place noted earlier leads to each of the bodies
-    bool hasWideIds;           // fields of tags 4 and 11 to 14 have 8 bytes
-    unsigned int fillerLeft;   // zero bytes that may precede the next header
-    unsigned int payloadLeft;  // bytes of the current payload still in the stream
-    unsigned int lastVersion;  // of the last type record
-    unsigned int awaited;      // numbers that places wait for
-    fxTypeObj* rootType;       // what the root that is read next must be
-
-    const fxStreamWindow* window;  // of the stream
-    std::unique_ptr<fxReaderTable> entries;
-    fxChunkList<Body> bodies;               // made and perhaps not handed out
-    unsigned int firstBody;                 // serial number of bodies[0]
-    fxChunkList<fxBinaryReaderItem> items;  // places in the bodies
-    fxChunkList<fxBinaryReaderItem> loose;  // places outside of any body
+    bool isBusy;          // readObject() runs
+    bool hasReadBody;     // data may follow which that has left unread
+    fxTypeObj* rootType;  // what the root that is read next must be
+    std::unique_ptr<fxRecordReader> records;
+    std::unique_ptr<fxReaderGraph> graph;
 };
 
 ///@{

@@ -31,20 +31,14 @@ class FX_API fxBinaryTranscriber : public virtual fxTranscriber {
 protected:
     /// Bytes of payload that the writer puts into one record.
     static constexpr unsigned int bufferBytes = 512;
-    static constexpr unsigned int maxBlockBytes = 0x7FFFFFFF;  ///< The longest block there can be.
-
-    /// Bytes of the fields that follow the length, for each tag.
-    static constexpr unsigned char fieldBytes[] = {0, 0, 4, 8, 4, 8, 8, 8, 8, 8, 12, 4, 4, 4, 4};
-    /// Tags from here on do not exist.
-    static constexpr unsigned int tagCount = sizeof fieldBytes;
 
     fxBinaryTranscriber();
     ~fxBinaryTranscriber() override;
 
     char buffer[bufferBytes];  ///< Payload on its way.
-    char* cursor;              ///< Writer: the next free byte; reader: the next unread one.
+    char* cursor;              ///< Writer: the next free byte.
     unsigned int room;         ///< Writer: free bytes.
-    unsigned int used;         ///< Writer: staged bytes; reader: unread bytes.
+    unsigned int used;         ///< Writer: staged bytes.
     fxBinaryOTDict table;      ///< Addresses and ids; see the writer and the reader.
     fxVoidPtrArray pending;    ///< The writer's items, owned; a stack.
 };

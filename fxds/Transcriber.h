@@ -23,10 +23,12 @@ class fxXDRObj;
 ///
 /// **Lifetime.** A writer writes what pointers lead to after the call that was
 /// handed the pointer: everything that it is given stays where it is, unchanged,
-/// until writeObject() returns. A reader fills places in when all that the graph
-/// needs has arrived: every place that it is given stays where it is until
-/// readObject() returns (but see placesMoved() and attempt()). So while a class's
-/// xdr() runs in a reader, pointers and texts are not there yet.
+/// until writeObject() returns. A reader fills a place when the object around it
+/// has been read and what the place leads to has arrived, and a place outside of
+/// objects when the graph is complete: every place that it is given stays where
+/// it is until readObject() returns (but see placesMoved() and attempt()). So
+/// while a class's xdr() runs in a reader, its pointers and texts are not there
+/// yet.
 class FX_API fxTranscriber : public fxRCObj {
 public:
     /// Makes a reader for a stream whose header named it: the stream, the
@@ -123,10 +125,11 @@ public:
     virtual bool xdr(unsigned int**, unsigned int count);
     ///@}
 
-    /// Tells a reader that the last places that it was given, as far as they
-    /// lie in the `byteCount` bytes at `from`, are now at `to`. So a container
-    /// of pointers may grow while it is read. A transcriber that fills places
-    /// at once, and one that writes, need not know.
+    /// Tells a reader that the places that it was given since the attempt()
+    /// under way began, as far as they lie in the `byteCount` bytes at `from`,
+    /// are now at `to`. So a container of pointers, or of what holds pointers,
+    /// may grow while it is read. A transcriber that fills places at once, and
+    /// one that writes, need not know.
     virtual void placesMoved(const void* from, size_t byteCount, void* to);
 
     /// Runs `read()`, a part of a reading that either succeeds or is given up,
@@ -135,9 +138,9 @@ public:
     /// like this.
     template <class Read>
     bool attempt(Read read) {
-        const size_t before = placesNoted();
+        const Attempt began(*this);
         if (read()) return true;
-        forgetPlaces(before);
+        forgetPlaces(began.places);
         return false;
     }
 
@@ -205,11 +208,26 @@ protected:
     fxXDRObj* concluded = nullptr;
     bool hasFailed = false;
     ///@}
+    size_t attemptBegan = 0;  ///< placesNoted() when the innermost attempt() began.
     /// More than 0 while a base part is transcribed: its end is not the object's.
     unsigned int partDepth = 0;
 
 private:
     friend class fxStr;
+
+    /// Notes where an attempt began, until it ends.
+    struct Attempt {
+        explicit Attempt(fxTranscriber& t) : transcriber(t), outer(t.attemptBegan) {
+            transcriber.attemptBegan = places;
+        }
+        ~Attempt() { transcriber.attemptBegan = outer; }
+        Attempt(const Attempt&) = delete;
+        Attempt& operator=(const Attempt&) = delete;
+
+        fxTranscriber& transcriber;
+        const size_t outer;
+        const size_t places = transcriber.placesNoted();
+    };
 
     static fxVoidPtrDict* readers;
     static WriterFactory* writerFactory;

@@ -15,8 +15,8 @@
 # transcriber and the abstract stream that it works on.
 fxds_room(base
   HEADERS Config Counted Fatal RCObj Stream Transcriber TypeObj XDRObj
-  DETAIL Allocate ChunkList Mix MovesAsBytes
-  PRIVATE FreeLists
+  DETAIL Allocate Mix MovesAsBytes
+  PRIVATE ChunkList FreeLists
   SOURCES Counted Fatal FreeLists RCObj Stream Transcriber TypeObj XDRObj)
 
 # The string, and what builds texts.
@@ -43,8 +43,9 @@ fxds_room(containers
 fxds_room(streams
   ON containers
   HEADERS BinaryReader BinaryTranscriber BinaryWriter MemoryStream StdioStream TypedStream Xdr
-  PRIVATE ReaderNumbers WriterNumbers
-  SOURCES BinaryReader BinaryTranscriber BinaryWriter MemoryStream StdioStream Xdr)
+  PRIVATE ReaderGraph ReaderNumbers RecordFormat RecordReader TextChunks WriterNumbers
+  SOURCES BinaryReader BinaryTranscriber BinaryWriter MemoryStream ReaderGraph RecordReader StdioStream
+    Xdr)
 
 # Objects with properties, inputs and outputs; values sent at once or queued.
 fxds_room(dataflow

@@ -8,6 +8,7 @@
 #include "fxds/Stream.h"
 #include "fxds/XDRObj.h"
 #include "fxds/base/FreeLists.h"
+#include "fxds/streams/RecordFormat.h"
 #include "fxds/streams/WriterNumbers.h"
 
 // A record, all numbers with the least significant byte first:
@@ -36,7 +37,7 @@ namespace {
 
 constexpr size_t batchBytes = size_t{1} << 13;  // stays in the nearest cache
 constexpr unsigned int maxId = 0x7FFFFFFF;
-constexpr unsigned int maxHead = 1 + 4 + 12;  // header, length, fields
+constexpr unsigned int maxHead = fxRecordFormat::maxHeadBytes;
 
 char* putWord(char* place, unsigned long word) {
     for (unsigned int shift = 0; shift < 32; shift += 8) {
@@ -333,7 +334,7 @@ bool fxBinaryWriter::writePrimPointer(const void* block, size_t byteCount, fxBin
                                       size_t sourceBytes) {
     if (block == nullptr) return writeNullPointer();
     seen->prefetch(block);
-    if (byteCount > maxBlockBytes || !flush()) return false;
+    if (byteCount > fxRecordFormat::maxBlockBytes || !flush()) return false;
     bool isNew = false;
     const unsigned int id = idOf(block, isNew);
     fieldA = id;
@@ -377,7 +378,7 @@ unsigned int fxBinaryWriter::putFields(char* place) const {
     putWord(place, tag == fxTagType ? fieldB : fieldA);
     putWord(place + 4, tag == fxTagObject ? fieldB : fieldD);
     putWord(place + 8, fieldC);
-    return fieldBytes[tag];
+    return fxRecordFormat::fieldBytes[tag];
 }
 
 // What is too long for the batch follows it directly.

@@ -7,169 +7,142 @@
 #include <cstdint>
 #include <cstdlib>
 #include <memory>
+#include <utility>
 #include <vector>
 
 #include "fxds/BinaryOTDict.h"
+#include "fxds/Config.h"
+#include "fxds/Fatal.h"
 #include "fxds/TypeObj.h"
-#include "fxds/detail/ChunkList.h"
+#include "fxds/base/ChunkList.h"
+#include "fxds/streams/TextChunks.h"
 
-// Numbers run from 1 on in the streams of our writer, so that most entries
-// stand in one array, indexed by number. That array grows only in proportion
-// to the number of records with numbers that were read; a number far beyond it
-// gets an entry of its own, which the object table finds. Once there is one of
-// those, later numbers beyond the array follow it.
-//
-// An entry starts as a number that some place waits for, as an object or as a
-// block, and becomes what the stream defines it to be, once.
-
-struct fxReaderEntry {
+/// A number is unknown, then perhaps awaited as an object or as a block, and
+/// then defined, once. There is one entry for each number, so they are small.
+class fxReaderEntry {
+public:
     enum Kind : unsigned char {
         unknown,
-        awaitedObject,  // `record` is what the places want, see eachWanted()
-        awaitedBlock,   // `bytes` is the least that the places want
-        type,           // `record`
-        object,         // `address`, `record`, `body`
-        part,           // likewise, of the body that it is a part of
-        block           // `address` or `text`, `bytes`
+        awaitedObject,
+        awaitedBlock,
+        type,
+        object,
+        part,       // of an object, and a place may point to it
+        innerPart,  // of an object that is embedded in another; no place may
+        block
     };
+
+    Kind kind() const { return kind_; }
+    bool isDefined() const { return kind_ >= type; }
+    bool isObject() const { return kind_ == object || kind_ == part; }  ///< For a place.
+
+    void await(Kind kind) {
+        kind_ = kind;
+        waiting_ = 0;
+        u.least = 0;
+    }
+    ///@{
+    /// Awaited: the place that waits and was linked last, as its index + 1; 0 for
+    /// none.
+    unsigned int waiting() const { return isDefined() ? 0 : waiting_; }
+    void setWaiting(unsigned int place) { waiting_ = place; }
+    ///@}
+    ///@{
+    /// Awaited block: the length that it must have.
+    unsigned int least() const { return u.least; }
+    void raiseLeast(unsigned int bytes) { u.least = std::max(u.least, bytes); }
+    ///@}
+    ///@{
+    /// Awaited block: whether a pointer field wants it, and not only strings.
+    bool isWantedPlain() const { return isWantedPlain_; }
+    void wantPlain() { isWantedPlain_ = true; }
+    ///@}
+
+    void defineType(fxTypeObj& newType) {
+        kind_ = type;
+        u.type = &newType;
+    }
+    void defineObject(Kind kind, fxTypeObj& newType, void* newAddress, unsigned int newBody) {
+        kind_ = kind;
+        body_ = newBody;
+        address_ = newAddress;
+        u.type = &newType;
+    }
+    /// Type, object, part.
+    fxTypeObj& record() const { return *u.type; }
+    void* address() const { return address_; }   ///< Object, part.
+    unsigned int body() const { return body_; }  ///< Object, part: serial number of the body.
+
+    unsigned int bytes() const { return bytes_; }  ///< Block: its length.
+    /// Block: what copies are made from; null once a pointer field has got it and
+    /// may have freed it.
+    const char* source() const {
+        return u.text != nullptr || holder == field ? u.text : static_cast<const char*>(address_);
+    }
+
+private:
+    friend class fxReaderNumbers;
 
     /// Who has the malloc() memory of a block: we, or a pointer field since now
     /// or since before the caller last had control.
     enum Holder : unsigned char { table, fieldSinceNow, field };
 
-    bool isDefined() const { return kind >= type; }
-
-    void awaitObject() {
-        kind = awaitedObject;
-        others = 0;
-        record = nullptr;
-    }
-    void awaitBlock(unsigned int least) {
-        kind = awaitedBlock;
-        bytes = least;
-    }
-    void define(Kind newKind, fxTypeObj& newRecord, void* newAddress, unsigned int newBody) {
-        kind = newKind;
-        record = &newRecord;
-        address = newAddress;
-        body = newBody;
-    }
-    /// Of a block: what a string can be made from, or null when it is not ours to
-    /// look at any more.
-    const char* textForCopy() const {
-        return text != nullptr || holder == field ? text : static_cast<const char*>(address);
-    }
-
-    Kind kind = unknown;
+    Kind kind_ = unknown;
     Holder holder = table;
-    bool isWantedPlain = false;  // awaited block: by a pointer field
-    bool isWantedText = false;   // awaited block: by a string, of `bytes` bytes
+    bool isWantedPlain_ = false;
     union {
-        unsigned int bytes = 0;
-        unsigned int others;  // awaited object: further types wanted
-        unsigned int body;    // object, part: serial number of the body
+        unsigned int waiting_ = 0;  // awaited
+        unsigned int body_;         // object, part
+        unsigned int bytes_;        // block
     };
-    void* address = nullptr;  // object, part, block
+    void* address_ = nullptr;  // object, part; block: its malloc() memory or null
     union {
-        fxTypeObj* record = nullptr;
-        const char* text;  // block: if only strings want it, kept by the table
-    };
+        unsigned int least;
+        fxTypeObj* type;
+        const char* text;  // block: if only strings want it, in the text chunks
+    } u = {0};
 };
 
-class fxReaderTable {
+/// The entries. Numbers run from 1 on in the streams of our writer, so that most
+/// stand in one array, indexed by number. It grows only in proportion to the
+/// number of records with numbers that were read; a number far beyond it gets an
+/// entry of its own, which the dictionary finds. Once there is one of those,
+/// later numbers beyond the array follow it.
+class fxReaderNumbers {
 public:
-    explicit fxReaderTable(fxBinaryOTDict& farEntries) : far(farEntries) {}
-    fxReaderTable(const fxReaderTable&) = delete;
-    fxReaderTable& operator=(const fxReaderTable&) = delete;
-    ~fxReaderTable() { clear(); }
+    explicit fxReaderNumbers(fxBinaryOTDict& farIndices) : far(farIndices) {}
+    fxReaderNumbers(const fxReaderNumbers&) = delete;
+    fxReaderNumbers& operator=(const fxReaderNumbers&) = delete;
+    ~fxReaderNumbers() { clear(); }
 
-    /// Tells that another record with a number was read, or perhaps was.
-    void countRecord(bool hasNumber) { records += hasNumber; }
+    /// The entry of the number, made if need be; `records` is how many records
+    /// with numbers were read. View: good until clear().
+    fxReaderEntry& at(unsigned int id, size_t records) {
+        return id < near.size() ? near[id] : make(id, records);
+    }
 
-    /// The entry of the number, made if need be. View: good until clear().
-    fxReaderEntry& at(unsigned int id) { return id < near.size() ? near[id] : make(id); }
-    /// Adds a type to those that the places which wait for an object want.
-    void want(fxReaderEntry& entry, fxTypeObj& declared) {
-        if (entry.record == nullptr) entry.record = &declared;
-        if (entry.record == &declared) return;
-        for (unsigned int i = entry.others; i != 0; i = wants[i - 1].next) {
-            if (wants[i - 1].record == &declared) return;
+    /// Room for a short text, kept until clear().
+    char* textRoom(size_t bytes) { return texts.add(bytes); }
+
+    /// Defines a block of `length` bytes, which is in `text`, in room of ours, or
+    /// in the malloc() memory `adopted`.
+    void defineBlock(fxReaderEntry& entry, unsigned int length, const char* text, void* adopted) {
+        entry.kind_ = fxReaderEntry::block;
+        entry.bytes_ = length;
+        entry.u.text = text;
+        entry.address_ = adopted;
+        blocksHeld += adopted != nullptr;
+    }
+    /// The malloc() memory of a block, with a zero behind its bytes: for the
+    /// pointer fields, which share it.
+    void* memoryOf(fxReaderEntry& block) {
+        if (block.address_ == nullptr) {
+            block.address_ = fxNewBlock(block.bytes_ + size_t{1});
+            std::memcpy(block.address_, block.u.text, block.bytes_ + size_t{1});
+            ++blocksHeld;
         }
-        wants.push_back({&declared, entry.others});
-        entry.others = static_cast<unsigned int>(wants.size());
+        return block.address_;
     }
-
-    /// Calls `use(record)` for each wanted type until it returns false; whether
-    /// it never did.
-    template <class Use>
-    bool eachWanted(const fxReaderEntry& entry, Use use) const {
-        if (entry.record != nullptr && !use(*entry.record)) return false;
-        for (unsigned int i = entry.others; i != 0; i = wants[i - 1].next) {
-            if (!use(*wants[i - 1].record)) return false;
-        }
-        return true;
-    }
-
-    /// A number for a type that places are declared with, and back.
-    unsigned int numberOf(fxTypeObj& declared) {
-        if (lastType < types.size() && types[lastType] == &declared) return lastType;
-        const size_t found =
-            static_cast<size_t>(std::find(types.begin(), types.end(), &declared) - types.begin());
-        if (found == types.size()) types.push_back(&declared);
-        return lastType = static_cast<unsigned int>(found);
-    }
-    fxTypeObj& typeOf(unsigned int number) const { return *types[number]; }
-
-    /// Room for a short text of `bytes` bytes, kept until clear().
-    char* textRoom(size_t bytes) {
-        if (bytes > textLeft) {
-            texts.emplace_back(new char[textChunk]);
-            textNext = texts.back().get();
-            textLeft = textChunk;
-        }
-        char* const room = textNext;
-        textNext += bytes;
-        textLeft -= bytes;
-        return room;
-    }
-
-    /// Forgets every entry and frees the blocks that were not given away.
-    void clear() {
-        if (blocksHeld > 0) {
-            for (size_t i = 0; i < near.size(); ++i) release(near[i]);
-            for (const auto& entry : farOnes) {
-                release(*entry);
-            }
-        }
-        blocksHeld = 0;
-        near.clear();
-        farOnes.clear();
-        wants.clear();
-        given.clear();
-        texts.clear();
-        textLeft = 0;
-        records = 0;
-        for (;;) {
-            const fxBinaryOTDictIter first(far);
-            if (!first.notDone()) break;
-            const void* const key = first.key();
-            far.remove(key);
-        }
-    }
-
-    /// Adopts the malloc() block `newAddress`, if it is not null.
-    void defineBlock(fxReaderEntry& entry, unsigned int length, void* newAddress,
-                     const char* newText) {
-        entry.kind = fxReaderEntry::block;
-        entry.bytes = length;
-        entry.text = newText;
-        adopt(entry, newAddress);
-    }
-    void adopt(fxReaderEntry& block, void* newAddress) {
-        block.address = newAddress;
-        blocksHeld += newAddress != nullptr;
-    }
-
     /// Tells that a pointer field has got the block now.
     void give(fxReaderEntry& block) {
         if (block.holder != fxReaderEntry::table) return;
@@ -183,16 +156,25 @@ public:
         given.clear();
     }
 
-    static constexpr size_t maxText = 4096;  ///< Longest text that textRoom() takes.
+    /// Forgets every entry and frees the blocks that were not given away.
+    void clear() {
+        if (blocksHeld > 0) {
+            for (size_t i = 0; i < near.size(); ++i) release(near[i]);
+            for (const auto& entry : farOnes) {
+                release(*entry);
+            }
+        }
+        blocksHeld = 0;
+        near.clear();
+        farOnes.clear();
+        given.clear();
+        texts.clear();
+        while (const void* key = firstFar()) far.remove(key);
+    }
 
 private:
-    struct Want {
-        fxTypeObj* record;
-        unsigned int next;  // index + 1, 0 at the end
-    };
-
     // Out of line, which keeps at() small.
-    [[gnu::noinline]] fxReaderEntry& make(unsigned int id) {
+    [[gnu::noinline]] fxReaderEntry& make(unsigned int id, size_t records) {
         if (farOnes.empty() && id < 2 * records + slack) {
             near.resize(id / step * step + step);
             return near[id];
@@ -205,27 +187,24 @@ private:
         }
         return *farOnes[index - 1];
     }
+    const void* firstFar() const {
+        const fxBinaryOTDictIter first(far);
+        return first.notDone() ? first.key() : nullptr;
+    }
     static void release(const fxReaderEntry& entry) {
-        if (entry.kind == fxReaderEntry::block && entry.holder == fxReaderEntry::table)
-            std::free(entry.address);
+        if (entry.kind_ == fxReaderEntry::block && entry.holder == fxReaderEntry::table)
+            std::free(entry.address_);
     }
 
     static constexpr size_t slack = 1024;
     static constexpr size_t step = 256;
-    static constexpr size_t textChunk = size_t{1} << 16;
 
     fxBinaryOTDict& far;  // number to index + 1
     fxChunkList<fxReaderEntry> near;
     std::vector<std::unique_ptr<fxReaderEntry>> farOnes;
-    std::vector<Want> wants;
-    std::vector<fxTypeObj*> types;      // that places are declared with; not many
-    unsigned int lastType = 0;          // the one that was asked for last
     std::vector<fxReaderEntry*> given;  // those with a fieldSinceNow
-    std::vector<std::unique_ptr<char[]>> texts;
-    char* textNext = nullptr;
-    size_t textLeft = 0;
-    size_t records = 0;     // that had a number
-    size_t blocksHeld = 0;  // how many `address` are ours to free
+    fxTextChunks texts;
+    size_t blocksHeld = 0;  // how many `address_` are ours to free
 };
 
 #endif

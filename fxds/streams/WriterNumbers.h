@@ -7,8 +7,8 @@
 #include <cstdlib>
 #include <memory>
 
+#include "fxds/base/ChunkList.h"
 #include "fxds/detail/Allocate.h"
-#include "fxds/detail/ChunkList.h"
 #include "fxds/detail/Mix.h"
 
 // The addresses stand in a list by number. A flat table, a power of two in size

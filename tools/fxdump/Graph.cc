@@ -52,7 +52,8 @@ void Graph::record(const StreamWalk& walk, const Record& record) {
             edge(walk, record.id, "");
             break;
         default:
-            if (isContents(record.tag)) node(record.id, contentsText(record), "shape=box");
+            if (fxRecordFormat::isContents(record.tag))
+                node(record.id, contentsText(record), "shape=box");
     }
 }
 

@@ -6,32 +6,17 @@
 #include "Text.h"
 #include "fxds/BinaryTranscriber.h"
 
-// A parser of its own, beside that of fxBinaryReader: this one must live on
-// where the reader ends the program.
-//
-//     head [length] fields [name] payload
-//
-// The head has the tag in its low six bits; the two others tell how many bytes
-// the length has.
+// Heads are decoded as the library decodes them. What differs from its reader is
+// what follows from a fault: this parser tells and lives on.
+
+using namespace fxRecordFormat;
 
 namespace {
 
-struct Tag {
-    const char* name;
-    unsigned char fieldBytes;
-};
-
-constexpr Tag tags[] = {{"data", 0},          {"null", 0},    {"type", 4},      {"block", 8},
-                        {"block again", 4},   {"bytes", 8},   {"shorts", 8},    {"longs", 8},
-                        {"floats", 8},        {"doubles", 8}, {"object", 12},   {"pointer", 4},
-                        {"pointer again", 4}, {"part", 4},    {"part again", 4}};
-constexpr unsigned int tagCount = sizeof tags / sizeof *tags;
-constexpr size_t fillerBytes = 4;
-constexpr unsigned char lengthBytesOf[] = {0, 1, 2, 4};
-
-bool hasOneId(unsigned int tag) {
-    return tag == fxTagBlockAgain || (tag >= fxTagPointer && tag <= fxTagPartAgain);
-}
+constexpr const char* tagNames[] = {"data",   "null",    "type",          "block",  "block again",
+                                    "bytes",  "shorts",  "longs",         "floats", "doubles",
+                                    "object", "pointer", "pointer again", "part",   "part again"};
+static_assert(sizeof tagNames / sizeof *tagNames == tagCount);
 
 // The text that begins at `at` and ends before a zero; `at` moves past that.
 bool takeText(std::string_view stream, size_t& at, std::string_view& text) {
@@ -59,60 +44,47 @@ bool parseHeader(std::string_view stream, Header& header) {
     return true;
 }
 
-bool isContents(unsigned int tag) { return tag >= fxTagBytes && tag <= fxTagDoubles; }
-
-const char* tagName(unsigned int tag) { return tags[tag].name; }
+const char* tagName(unsigned int tag) { return tagNames[tag]; }
 
 RecordParser::RecordParser(std::string_view bytes, size_t at) : stream(bytes), cursor(at) {}
 
 RecordParser::Outcome RecordParser::next(Record& record) {
     record = Record();
-    unsigned int head = 0;
-    if (!takeTag(record, head)) return ended;
-    record.at = cursor - 1;
-    record.tag = head & 0x3FU;
-    if (record.tag >= tagCount) {
-        return lose(record, "tag " + std::to_string(record.tag) + " does not exist");
+    while (left() > 0 && filler.takes(byteAt(cursor))) {
+        ++cursor;
+        ++record.fillers;
     }
-    const unsigned int lengthBytes = lengthBytesOf[head >> 6U];
-    size_t fieldBytes = tags[record.tag].fieldBytes;
-    if (hasWideIds && hasOneId(record.tag)) fieldBytes += fillerBytes;
-    if (left() < lengthBytes + fieldBytes) {
-        return lose(record, "the stream ends within the head of a record");
+    if (left() == 0) return ended;
+    record.at = cursor;
+    const unsigned int rest = restBytes(byteAt(cursor), filler);
+    unsigned char bytes[maxHeadBytes] = {};
+    stream.copy(reinterpret_cast<char*>(bytes), sizeof bytes, cursor);
+    Head head;
+    decode(bytes, head);
+    record.tag = head.tag;
+    if (head.tag >= tagCount) {
+        return lose(record, "tag " + std::to_string(head.tag) + " does not exist");
     }
-    const unsigned int length = number(cursor, lengthBytes);
-    const size_t fields = cursor + lengthBytes;
-    cursor = fields + fieldBytes;
-    if (fieldBytes >= 4) record.id = number(fields, 4);
-    if (record.tag == fxTagObject) {
-        record.typeId = number(fields + 4, 4);
-        record.version = number(fields + 8, 4);
-    } else if (record.tag == fxTagBlock || isContents(record.tag)) {
-        record.byteCount = number(fields + 4, 4);
-    } else if (record.tag == fxTagType && !takeText(stream, cursor, record.name)) {
+    if (left() <= rest) return lose(record, "the stream ends within the head of a record");
+    cursor += 1 + rest;
+    if (fieldBytes[head.tag] > 0) record.id = head.id();
+    if (head.tag == fxTagObject) {
+        record.typeId = head.typeId();
+        record.version = head.version();
+    } else if (head.tag == fxTagBlock || isContents(head.tag)) {
+        record.byteCount = head.byteCount();
+    } else if (head.tag == fxTagType && !takeText(stream, cursor, record.name)) {
         return lose(record, "the name of the type has no end");
     }
-    if (left() < length) {
-        return lose(record, "the record claims " + counted(length, "byte") + " of payload and " +
-                                counted(left(), "byte") + " follow");
+    if (left() < head.payloadBytes) {
+        return lose(record, "the record claims " + counted(head.payloadBytes, "byte") +
+                                " of payload and " + counted(left(), "byte") + " follow");
     }
     record.payloadAt = cursor;
-    record.payload = stream.substr(cursor, length);
-    cursor += length;
-    fillersLeft = hasOneId(record.tag) && length == 0 && !hasWideIds ? fillerBytes : 0;
+    record.payload = stream.substr(cursor, head.payloadBytes);
+    cursor += head.payloadBytes;
+    filler.follow(head);
     return found;
-}
-
-// Zero bytes may stand here after an id, up to four. A record that begins with
-// a zero would be one of data without data, which no writer makes.
-bool RecordParser::takeTag(Record& record, unsigned int& head) {
-    while (left() > 0) {
-        head = static_cast<unsigned char>(stream[cursor++]);
-        if (head != 0 || fillersLeft == 0) return true;
-        ++record.fillers;
-        if (--fillersLeft == 0) hasWideIds = true;
-    }
-    return false;
 }
 
 RecordParser::Outcome RecordParser::lose(const Record& record, std::string why) {
@@ -121,10 +93,6 @@ RecordParser::Outcome RecordParser::lose(const Record& record, std::string why) 
     return lost;
 }
 
-unsigned int RecordParser::number(size_t at, unsigned int byteCount) const {
-    unsigned int value = 0;
-    for (unsigned int i = byteCount; i-- > 0;) {
-        value = value << 8U | static_cast<unsigned char>(stream[at + i]);
-    }
-    return value;
+unsigned char RecordParser::byteAt(size_t at) const {
+    return static_cast<unsigned char>(stream[at]);
 }

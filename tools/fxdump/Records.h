@@ -6,6 +6,8 @@
 #include <string>
 #include <string_view>
 
+#include "fxds/streams/RecordFormat.h"
+
 /// What a stream begins with. Views of the stream.
 struct Header {
     std::string_view writer;
@@ -24,7 +26,7 @@ bool parseHeader(std::string_view stream, Header& header);
 /// One record. Fields that its tag does not have are 0. Views of the stream.
 struct Record {
     size_t at = 0;       ///< Offset of its first byte.
-    size_t fillers = 0;  ///< Zero bytes of older writers just before it.
+    size_t fillers = 0;  ///< Zero bytes that fill the id of the record before.
     unsigned int tag = 0;
     unsigned int id = 0;
     unsigned int typeId = 0;
@@ -34,9 +36,6 @@ struct Record {
     size_t payloadAt = 0;
     std::string_view payload;
 };
-
-/// Whether the tag is that of a block's contents.
-bool isContents(unsigned int tag);
 
 /// The name of a tag, as docs/stream-format.md has it. Requires: tag <= 14.
 const char* tagName(unsigned int tag);
@@ -58,15 +57,13 @@ public:
     const std::string& complaint() const { return complaint_; }
 
 private:
-    bool takeTag(Record& record, unsigned int& head);
     Outcome lose(const Record& record, std::string why);
-    unsigned int number(size_t at, unsigned int byteCount) const;
+    unsigned char byteAt(size_t at) const;
     size_t left() const { return stream.size() - cursor; }
 
     std::string_view stream;
     size_t cursor;
-    bool hasWideIds = false;  // see the fillers in docs/stream-format.md
-    size_t fillersLeft = 0;
+    fxRecordFormat::Filler filler;
     std::string complaint_;
 };
 

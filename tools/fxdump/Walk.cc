@@ -18,20 +18,13 @@
 //
 // After a fault the walk goes on as if the offending record had said nothing.
 
-namespace {
+using namespace fxRecordFormat;
 
-constexpr unsigned int maxBlockBytes = 0x7FFFFFFF;
-constexpr unsigned short shortMarks[] = {0x1122, 0x2211};
-constexpr unsigned long longMarks[] = {0x33445566, 0x44336655, 0x55663344, 0x66554433};
+namespace {
 
 std::string idText(unsigned int id) { return "id " + std::to_string(id); }
 
 std::string atText(size_t offset) { return " at offset " + std::to_string(offset); }
-
-template <class List, class T>
-bool contains(const List& list, T value) {
-    return std::find(std::begin(list), std::end(list), value) != std::end(list);
-}
 
 }  // namespace
 
@@ -92,10 +85,10 @@ void StreamWalk::checkHeader(const Header& header) {
     if (header.floats != "ieee") {
         fault(header.floatsAt, "unsupported format of floating-point numbers");
     }
-    if (!contains(shortMarks, header.shortMark)) {
+    if (shortOrder(header.shortMark) == Order::unknown) {
         fault(header.shortMarkAt, "a short mark that no supported machine writes");
     }
-    if (!contains(longMarks, header.longMark)) {
+    if (longOrder(header.longMark) == Order::unknown) {
         fault(header.longMarkAt, "a long mark that no supported machine writes");
     }
 }

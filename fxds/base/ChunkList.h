@@ -1,6 +1,6 @@
 // A list that grows without moving what it holds.
-#ifndef FXDS_DETAIL_CHUNKLIST_H
-#define FXDS_DETAIL_CHUNKLIST_H
+#ifndef FXDS_BASE_CHUNKLIST_H
+#define FXDS_BASE_CHUNKLIST_H
 
 #include <cstddef>
 #include <memory>

@@ -1,0 +1,335 @@
+#include "fxds/streams/ReaderGraph.h"
+
+#include <algorithm>
+#include <cstring>
+#include <utility>
+
+#include "fxds/Fatal.h"
+#include "fxds/Str.h"
+#include "fxds/XDRObj.h"
+#include "fxds/detail/Allocate.h"
+
+// The places of a body are filled when its record's function has returned,
+// while the object is in the near cache, and not before, so that a class which
+// gives up a container half read need not clean its pointers.
+
+namespace {
+
+void setPointer(void* slot, void* value) { std::memcpy(slot, &value, sizeof value); }
+
+}  // namespace
+
+void fxReaderGraph::await(fxReaderEntry& entry, fxReaderEntry::Kind kind) {
+    if (entry.kind() != fxReaderEntry::unknown) return;
+    entry.await(kind);
+    ++awaited;
+}
+
+void fxReaderGraph::notePointer(void* slot, unsigned int id, fxTypeObj& declared) {
+    if (lastType == types.size() || types[lastType] != &declared) {
+        const auto found = std::find(types.begin(), types.end(), &declared);
+        lastType = static_cast<size_t>(found - types.begin());
+        if (found == types.end()) types.push_back(&declared);
+    }
+    note({slot, id, fxBinaryReaderItem::objectMark | static_cast<unsigned int>(lastType)});
+}
+
+void fxReaderGraph::noteBlock(void* slot, unsigned int id) { note({slot, id, 0}); }
+
+void fxReaderGraph::noteText(fxStr* string, unsigned int id, unsigned int lengthBytes) {
+    note({string, id, lengthBytes});
+}
+
+void fxReaderGraph::forgetPlaces(size_t count) {
+    if (count >= items.size()) return;
+    items.resize(count);
+    isOrderly = false;
+}
+
+void fxReaderGraph::placesMoved(const void* from, size_t byteCount, void* to, size_t firstMoved) {
+    const uintptr_t begin = reinterpret_cast<uintptr_t>(from);
+    if (isBodyOpen) firstMoved = std::max<size_t>(firstMoved, bodies.back().firstItem);
+    for (size_t i = items.size(); i-- > firstMoved;) {
+        const uintptr_t offset = reinterpret_cast<uintptr_t>(items[i].slot) - begin;
+        if (offset < byteCount) items[i].slot = static_cast<char*>(to) + offset;
+    }
+}
+
+void fxReaderGraph::beginGraph() {
+    looseCount = items.size();
+    for (size_t i = 0; i < looseCount; ++i) {
+        if (!at(items[i].id).isDefined()) settle(i);
+    }
+}
+
+void fxReaderGraph::beginBody(fxTypeObj& type) {
+    bodies.push_back({nullptr, &type, static_cast<unsigned int>(items.size()), false});
+    parts.clear();
+    isBodyOpen = true;
+}
+
+void fxReaderGraph::defineObject(unsigned int id, void* object) {
+    Body& body = bodies.back();
+    body.address = object;
+    fxReaderEntry& entry = at(id);
+    const bool isAwaited = entry.kind() == fxReaderEntry::awaitedObject;
+    awaited -= isAwaited;
+    isOrderly &= isAwaited;
+    const unsigned int linked = entry.waiting();
+    entry.defineObject(fxReaderEntry::object, *body.type, object, nextBody() - 1);
+    fillLinked(linked, id);
+}
+
+bool fxReaderGraph::definePart(fxReaderEntry& entry, fxTypeObj& base, void* derived,
+                               void* baseAddress) {
+    const auto byAddress = [](const Part& part, const void* address) {
+        return std::less<>()(part.address, address);
+    };
+    const auto find = [&](const void* address) {
+        return std::lower_bound(parts.begin(), parts.end(), address, byAddress);
+    };
+    const auto place = find(baseAddress);
+    if (place != parts.end() && place->address == baseAddress) return false;
+    const auto outer = find(derived);
+    const bool isInner = derived != bodies.back().address &&
+                         (outer == parts.end() || outer->address != derived || outer->isInner);
+    parts.insert(place, {baseAddress, isInner});
+    entry.defineObject(isInner ? fxReaderEntry::innerPart : fxReaderEntry::part, base, baseAddress,
+                       nextBody() - 1);
+    return true;
+}
+
+bool fxReaderGraph::isPart(const fxReaderEntry& entry, const void* baseAddress) const {
+    return (entry.kind() == fxReaderEntry::part || entry.kind() == fxReaderEntry::innerPart) &&
+           entry.body() == nextBody() - 1 && entry.address() == baseAddress;
+}
+
+void fxReaderGraph::endBody(bool isForgiven, fxXDRObj* concluded) {
+    const size_t first = bodies.back().firstItem;
+    if (isForgiven) forgetPlaces(first);
+    if (concluded != nullptr) concludedOnes.push_back({concluded, nextBody() - 1});
+    isBodyOpen = false;
+    for (size_t i = first; i < items.size(); ++i) settle(i);
+}
+
+void fxReaderGraph::defineBlock(unsigned int id, unsigned int length, const char* text,
+                                void* adopted) {
+    fxReaderEntry& entry = at(id);
+    const unsigned int linked = entry.waiting();
+    awaited -= entry.kind() == fxReaderEntry::awaitedBlock;
+    numbers.defineBlock(entry, length, text, adopted);
+    fillLinked(linked, id);
+}
+
+void fxReaderGraph::commit(const fxReaderEntry& root, fxTranscriber& transcriber) {
+    fillLoose();
+    if (isOrderly) {
+        for (fxReaderEntry* block : blocks) numbers.give(*block);
+    } else {
+        const std::vector<unsigned int> reached = reach(root);
+        leaveOrphans();
+        adopt(reached);
+    }
+    isOrderly = true;
+    firstBody = nextBody();
+    bodies.clear();
+    items.clear();
+    blocks.clear();
+    looseCount = 0;
+    numbers.endPeriod();
+    std::vector<Concluded> told;
+    told.swap(concludedOnes);
+    for (const Concluded& concluded : told) concluded.object->xdrSuccess(transcriber);
+}
+
+// Destructors may do anything, so that everything is detached first.
+void fxReaderGraph::drop() {
+    const size_t filled = isBodyOpen ? bodies.back().firstItem : items.size();
+    for (size_t i = looseCount; i < filled; ++i) {
+        if (!items[i].isText()) setPointer(items[i].slot, nullptr);
+    }
+    fxChunkList<Body> dropped;
+    dropped.swap(bodies);
+    std::vector<Orphan> droppedOrphans;
+    droppedOrphans.swap(orphans);
+    adoptedCount = 0;
+    firstBody += static_cast<unsigned int>(dropped.size());
+    isBodyOpen = false;
+    isOrderly = true;
+    looseCount = 0;
+    items.clear();
+    blocks.clear();
+    concludedOnes.clear();
+    const auto destroy = [](const Body& body) {
+        if (body.address != nullptr && body.type->deleteInstance != nullptr) {
+            body.type->deleteInstance(body.address);
+        }
+    };
+    for (const Orphan& orphan : droppedOrphans) destroy(orphan.body);
+    dropped.each(destroy);
+}
+
+void fxReaderGraph::reset() {
+    drop();
+    numbers.clear();
+    awaited = 0;
+    firstBody = 0;
+}
+
+// Private functions.
+
+// Whether the entry is defined, and is not of a body that may still be dropped.
+bool fxReaderGraph::isHandedOut(const fxReaderEntry& entry) {
+    if (entry.kind() == fxReaderEntry::block) return true;
+    return entry.isObject() && entry.body() < firstBody && orphanOf(entry.body()) == nullptr;
+}
+
+void fxReaderGraph::note(const fxBinaryReaderItem& item) {
+    if (bodies.empty() && isHandedOut(at(item.id))) {
+        fill(item);
+        for (fxReaderEntry* block : blocks) numbers.give(*block);
+        blocks.clear();
+        numbers.endPeriod();
+    } else {
+        items.push_back(item);
+    }
+}
+
+// Fills a place, or links it with the number that it waits for.
+void fxReaderGraph::settle(size_t index) {
+    fxBinaryReaderItem& item = items[index];
+    fxReaderEntry& entry = at(item.id);
+    if (entry.isDefined()) {
+        fill(item);
+    } else {
+        item.id = entry.waiting();
+        entry.setWaiting(static_cast<unsigned int>(index + 1));
+    }
+}
+
+void fxReaderGraph::fillLinked(unsigned int last, unsigned int id) {
+    while (last != 0) {
+        fxBinaryReaderItem& item = items[last - 1];
+        const bool isLoose = last <= looseCount;
+        last = std::exchange(item.id, id);
+        if (!isLoose) fill(item);
+    }
+}
+
+void fxReaderGraph::fill(const fxBinaryReaderItem& item) {
+    fxReaderEntry& entry = at(item.id);
+    if (item.isObject()) {
+        // A body that was left over may be handed out now.
+        isOrderly &= entry.body() >= firstBody || orphans.empty();
+        fxTypeObj& declared = typeOf(item);
+        setPointer(item.slot, &entry.record() == &declared
+                                  ? entry.address()
+                                  : entry.record().upcast(entry.address(), declared));
+    } else if (item.isText()) {
+        checkText(item);
+        char* const copy = static_cast<char*>(fxNewBlock(item.wanted));
+        std::memcpy(copy, entry.source(), item.wanted);
+        static_cast<fxStr*>(item.slot)->adopt(copy, item.wanted);
+    } else {
+        setPointer(item.slot, numbers.memoryOf(entry));
+        blocks.push_back(&entry);
+    }
+}
+
+// A text must end where its string does.
+void fxReaderGraph::checkText(const fxBinaryReaderItem& item) {
+    if (!item.isText()) return;
+    const char* const text = at(item.id).source();
+    if (text == nullptr || text[item.wanted - 1] != '\0') fxFatal("format error");
+}
+
+// Decides all before anything changes.
+void fxReaderGraph::fillLoose() {
+    for (size_t i = 0; i < looseCount; ++i) checkText(items[i]);
+    for (size_t i = 0; i < looseCount; ++i) fill(items[i]);
+}
+
+// Goes from the root and the loose places to all that they lead to, and gives
+// the blocks away that pointers there have got. The serial numbers of the
+// orphans among it.
+std::vector<unsigned int> fxReaderGraph::reach(const fxReaderEntry& root) {
+    std::vector<unsigned int> reached;
+    std::vector<unsigned int> found;  // and not yet gone on from
+    const auto follow = [&](const fxReaderEntry& entry) {
+        const bool isNew = entry.body() >= firstBody;
+        Orphan* const orphan = isNew ? nullptr : orphanOf(entry.body());
+        if (!isNew && orphan == nullptr) return;
+        Body& body = isNew ? bodies[entry.body() - firstBody] : orphan->body;
+        if (!std::exchange(body.isReached, true)) found.push_back(entry.body());
+    };
+    const auto visit = [&](const fxBinaryReaderItem& item) {
+        fxReaderEntry& entry = at(item.id);
+        if (item.isObject()) follow(entry);
+        if (entry.kind() == fxReaderEntry::block && !item.isText()) numbers.give(entry);
+    };
+    follow(root);
+    for (size_t i = 0; i < looseCount; ++i) visit(items[i]);
+    while (!found.empty()) {
+        const unsigned int serial = found.back();
+        found.pop_back();
+        if (serial < firstBody) {
+            reached.push_back(serial);
+            for (const fxBinaryReaderItem& item : orphanOf(serial)->items) {
+                fill(item);
+                visit(item);
+            }
+            continue;
+        }
+        const size_t index = serial - firstBody;
+        for (size_t i = bodies[index].firstItem; i < endOfItems(index); ++i) visit(items[i]);
+    }
+    return reached;
+}
+
+// Makes orphans of the bodies that were not reached; those are not told now.
+void fxReaderGraph::leaveOrphans() {
+    std::vector<Concluded> told;
+    auto next = concludedOnes.begin();
+    for (size_t body = 0; body < bodies.size(); ++body) {
+        const unsigned int serial = firstBody + static_cast<unsigned int>(body);
+        Orphan orphan{bodies[body], serial, {}, {}};
+        for (; next != concludedOnes.end() && next->body == serial; ++next) {
+            if (orphan.body.isReached) told.push_back(*next);
+            if (!orphan.body.isReached) orphan.concluded.push_back(next->object);
+        }
+        if (orphan.body.isReached) continue;
+        for (size_t i = orphan.body.firstItem; i < endOfItems(body); ++i) {
+            if (items[i].isText()) continue;  // a string keeps its text, which is its own
+            setPointer(items[i].slot, nullptr);
+            orphan.items.push_back(items[i]);
+        }
+        orphans.push_back(std::move(orphan));
+    }
+    concludedOnes.swap(told);
+}
+
+// Lets these orphans go, which are part of the graph now. They are told first.
+void fxReaderGraph::adopt(std::vector<unsigned int> serials) {
+    std::sort(serials.begin(), serials.end());
+    std::vector<Concluded> told;
+    for (const unsigned int serial : serials) {
+        Orphan& orphan = *orphanOf(serial);
+        for (fxXDRObj* concluded : orphan.concluded) told.push_back({concluded, serial});
+        orphan = Orphan{{}, serial, {}, {}};
+    }
+    concludedOnes.insert(concludedOnes.begin(), told.begin(), told.end());
+    adoptedCount += serials.size();
+    if (2 * adoptedCount <= orphans.size()) return;
+    const auto isAdopted = [](const Orphan& orphan) { return orphan.body.address == nullptr; };
+    orphans.erase(std::remove_if(orphans.begin(), orphans.end(), isAdopted), orphans.end());
+    adoptedCount = 0;
+}
+
+fxReaderGraph::Orphan* fxReaderGraph::orphanOf(unsigned int serial) {
+    const auto isBefore = [](const Orphan& orphan, unsigned int wanted) {
+        return orphan.serial < wanted;
+    };
+    const auto found = std::lower_bound(orphans.begin(), orphans.end(), serial, isBefore);
+    const bool isThere = found != orphans.end() && found->serial == serial;
+    return isThere && found->body.address != nullptr ? &*found : nullptr;
+}

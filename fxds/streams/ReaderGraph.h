@@ -1,0 +1,182 @@
+// The objects that a reader has made, and the places that it is to fill.
+#ifndef FXDS_STREAMS_READERGRAPH_H
+#define FXDS_STREAMS_READERGRAPH_H
+
+#include <cstddef>
+#include <vector>
+
+#include "fxds/TypeObj.h"
+#include "fxds/base/ChunkList.h"
+#include "fxds/streams/ReaderNumbers.h"
+#include "fxds/streams/RecordReader.h"
+
+class fxTranscriber;
+class fxXDRObj;
+
+/// A place to fill: a pointer field, or a string that waits for its text. There
+/// are as many as the graph has pointers, so they are small.
+struct fxBinaryReaderItem {
+    static constexpr unsigned int objectMark = 0x80000000;  ///< See `wanted`.
+
+    bool isObject() const { return (wanted & objectMark) != 0; }  ///< Whether it is for an object.
+    bool isText() const { return !isObject() && wanted != 0; }    ///< Whether it is for a text.
+
+    void* slot;           ///< Address of the pointer, or the fxStr.
+    unsigned int id;      ///< The number that it waits for; while it is linked, the place that
+                          ///< was linked before it, as its index + 1, or 0.
+    unsigned int wanted;  ///< 0 for a block, for a string its length with the terminator,
+                          ///< for an object the mark and the number of the declared type.
+};
+
+/// An object whose record's function reads or has read its fields is a *body*.
+/// While the function runs, the places in the body are only noted. When it has
+/// returned, each is filled or linked with what it waits for, and what is linked
+/// is filled as soon as that is defined. The program's own places, outside of
+/// any body, are *loose* and wait for commit().
+///
+///     bodies   | root         | second   | third ...      object, type, first item
+///     items    | . . . . . .  | . .      | . . . .        place, number, what it wants
+///
+/// Invariants, between any two bodies of a graph:
+/// (1) A pointer in a body is null, or it leads to the object or block of the
+///     number that it was noted with. It is null exactly while its item is linked
+///     with an awaited number. Strings own their texts.
+/// (2) Loose places are empty.
+/// (3) The items of bodies[i] begin at its firstItem and end where those of the
+///     next body begin. Those before the first body are loose.
+/// (4) So each body can be destroyed on its own once the pointers in the items
+///     are set to null again, which drop() does.
+/// Between two graphs there are no bodies and no items but loose ones.
+/// (5) Orphans are bodies of earlier graphs that nothing led to. Their pointers
+///     are null. They become part of the graph that leads to them.
+class fxReaderGraph {
+public:
+    fxReaderGraph(fxBinaryOTDict& farIndices, const fxRecordReader& recordReader)
+        : numbers(farIndices), records(recordReader) {}
+    ~fxReaderGraph() { drop(); }
+    fxReaderGraph(const fxReaderGraph&) = delete;
+    fxReaderGraph& operator=(const fxReaderGraph&) = delete;
+
+    fxReaderEntry& at(unsigned int id) { return numbers.at(id, records.numbered()); }
+    /// Makes an unknown number an awaited one.
+    void await(fxReaderEntry& entry, fxReaderEntry::Kind kind);
+    /// Whether numbers are awaited and not defined.
+    bool isAwaiting() const { return awaited > 0; }
+
+    ///@{
+    /// Notes an empty place: a pointer to an object, a pointer to a block, or a
+    /// string that is to get a text of `lengthBytes` with its terminator. Its
+    /// number is awaited or defined as what suits the place. Outside of readings,
+    /// what is handed out already is filled in at once.
+    void notePointer(void* slot, unsigned int id, fxTypeObj& declared);
+    void noteBlock(void* slot, unsigned int id);
+    void noteText(fxStr* string, unsigned int id, unsigned int lengthBytes);
+    ///@}
+
+    ///@{
+    /// Of the body or, outside of bodies, of the loose places; see fxTranscriber.
+    size_t placesNoted() const { return items.size(); }
+    void forgetPlaces(size_t count);
+    void placesMoved(const void* from, size_t byteCount, void* to, size_t firstMoved);
+    ///@}
+
+    /// Links the loose places, before the first body is read.
+    void beginGraph();
+    /// Calls `use(type)` for what each linked place is declared with until it
+    /// returns false; whether it never did.
+    template <class Use>
+    bool eachWanted(const fxReaderEntry& awaitedObject, Use use) const {
+        for (unsigned int i = awaitedObject.waiting(); i != 0; i = items[i - 1].id) {
+            if (!use(typeOf(items[i - 1]))) return false;
+        }
+        return true;
+    }
+
+    bool isInBody() const { return isBodyOpen; }
+    /// What follows belongs to the body of an object of the type.
+    void beginBody(fxTypeObj& type);
+    /// The object has been made; the places that wait for it are filled.
+    void defineObject(unsigned int id, void* object);
+    /// Defines a part of the object, or of one that is embedded in it, when
+    /// `derived` is the latter. False when the address is that of a part already.
+    bool definePart(fxReaderEntry& entry, fxTypeObj& base, void* derived, void* baseAddress);
+    /// Whether the address is the part that has the number.
+    bool isPart(const fxReaderEntry& entry, const void* baseAddress) const;
+    /// Ends the body and fills or links its places, or forgets those of an object
+    /// that makes do with what it got before a failure. `concluded` is to be told
+    /// of success, or null.
+    void endBody(bool isForgiven, fxXDRObj* concluded);
+
+    /// Room for a text that only strings await.
+    char* textRoom(size_t bytes) { return numbers.textRoom(bytes); }
+    /// Defines a block and fills the places that wait for it; see fxReaderNumbers.
+    void defineBlock(unsigned int id, unsigned int length, const char* text, void* adopted);
+
+    /// Ends a graph that is complete: fills the loose places, and hands out what
+    /// these and the root lead to. Then tells the objects, in the order in which
+    /// they were made.
+    void commit(const fxReaderEntry& root, fxTranscriber& transcriber);
+
+    void drop();   ///< Destroys all that was not handed out, and forgets the loose places.
+    void reset();  ///< Forgets the numbers, too.
+
+private:
+    struct Body {
+        void* address;  // null until it is made
+        fxTypeObj* type;
+        unsigned int firstItem;
+        bool isReached;
+    };
+    struct Concluded {
+        fxXDRObj* object;
+        unsigned int body;  // serial number
+    };
+    struct Orphan {
+        Body body;
+        unsigned int serial;
+        std::vector<fxBinaryReaderItem> items;
+        std::vector<fxXDRObj*> concluded;
+    };
+    struct Part {
+        void* address;
+        bool isInner;
+    };
+
+    fxTypeObj& typeOf(const fxBinaryReaderItem& item) const {
+        return *types[item.wanted & ~fxBinaryReaderItem::objectMark];
+    }
+    unsigned int nextBody() const { return firstBody + static_cast<unsigned int>(bodies.size()); }
+    bool isHandedOut(const fxReaderEntry& entry);
+    void note(const fxBinaryReaderItem& item);
+    void settle(size_t index);
+    void fillLinked(unsigned int last, unsigned int id);
+    void fill(const fxBinaryReaderItem& item);
+    void checkText(const fxBinaryReaderItem& item);
+    void fillLoose();
+    std::vector<unsigned int> reach(const fxReaderEntry& root);
+    void adopt(std::vector<unsigned int> serials);
+    void leaveOrphans();
+    Orphan* orphanOf(unsigned int serial);
+    size_t endOfItems(size_t body) {
+        return body + 1 < bodies.size() ? bodies[body + 1].firstItem : items.size();
+    }
+
+    fxReaderNumbers numbers;
+    const fxRecordReader& records;
+    unsigned int awaited = 0;  // numbers
+    bool isBodyOpen = false;
+    bool isOrderly = true;       // a place noted earlier leads to each of the bodies
+    unsigned int firstBody = 0;  // serial number of bodies[0]
+    size_t looseCount = 0;
+    fxChunkList<Body> bodies;
+    fxChunkList<fxBinaryReaderItem> items;
+    std::vector<fxReaderEntry*> blocks;  // that pointers were filled with
+    std::vector<Concluded> concludedOnes;
+    std::vector<Part> parts;        // of the open body, by address
+    std::vector<Orphan> orphans;    // by serial number; adopted ones have no address
+    size_t adoptedCount = 0;        // how many of these
+    std::vector<fxTypeObj*> types;  // that places are declared with; not many
+    size_t lastType = 0;            // the one that was asked for last
+};
+
+#endif

@@ -1,0 +1,118 @@
+#include "fxds/streams/RecordReader.h"
+
+#include <algorithm>
+
+#include "fxds/Fatal.h"
+
+using namespace fxRecordFormat;
+
+namespace {
+
+const fxStreamWindow nothing;
+
+}  // namespace
+
+fxRecordReader::fxRecordReader(fxStream* heldStream, char* stagingBuffer,
+                               unsigned int stagingBytes_)
+    : stream(heldStream),
+      source(&nothing),
+      hand(&nothing),
+      staging(stagingBuffer),
+      stagingBytes(stagingBytes_) {
+    if (stream != nullptr && !stream->isReading()) stream = nullptr;
+    if (stream != nullptr) hand = source = &stream->window();
+}
+
+bool fxRecordReader::next() {
+    while (left() > 0) {
+        if (ready == 0 && !stage()) return false;
+        const size_t piece = std::min<size_t>(ready, hand->size());
+        *hand->next += piece;
+        ready = 0;
+    }
+    const unsigned char* const head = reinterpret_cast<const unsigned char*>(*source->next);
+    if (source->size() < maxHeadBytes || *head == 0 || filler.isWide()) {
+        if (!readHead()) return false;
+    } else {
+        decode(head, current);
+        *source->next += 1 + restBytes(*head, filler);
+    }
+    if (current.tag >= tagCount) fxFatal("Whoops!");
+    payloadLeft = current.payloadBytes;
+    filler.follow(current);
+    idsRead += fieldBytes[current.tag] != 0;
+    return current.tag != fxTagType || readName();
+}
+
+bool fxRecordReader::stage() {
+    const unsigned int piece = std::min(payloadLeft, stagingBytes);
+    hand = source;
+    if (hand->size() < piece) {
+        if (!get(staging, piece)) return false;
+        stagedNext = staging;
+        stagedEnd = staging + piece;
+        hand = &staged;
+    }
+    payloadLeft -= piece;
+    ready = piece;
+    return true;
+}
+
+bool fxRecordReader::take(char* bytes, size_t byteCount) {
+    while (byteCount > 0) {
+        if (ready == 0 && byteCount < std::min(payloadLeft, stagingBytes)) {
+            if (!stage()) return false;
+        } else if (ready == 0) {
+            // A long value goes straight to its place.
+            payloadLeft -= static_cast<unsigned int>(byteCount);
+            return get(bytes, byteCount);
+        }
+        const size_t piece = std::min<size_t>(byteCount, ready);
+        if (!takeReady(bytes, piece)) return false;
+        bytes += piece;
+        byteCount -= piece;
+    }
+    return true;
+}
+
+void fxRecordReader::fail() {
+    stream = nullptr;
+    source = hand = &nothing;
+    ready = payloadLeft = 0;
+}
+
+// Private functions.
+
+bool fxRecordReader::get(char* bytes, size_t byteCount) {
+    const size_t atHand = std::min(byteCount, source->size());
+    if (atHand > 0) {
+        std::memcpy(bytes, *source->next, atHand);
+        *source->next += atHand;
+    }
+    const unsigned int rest = static_cast<unsigned int>(byteCount - atHand);
+    if (rest == 0) return true;
+    if (stream != nullptr && !stream->getBytes(bytes + atHand, rest)) fail();
+    return stream != nullptr;
+}
+
+// The head of a record that is not at hand as a whole, or that follows a filler.
+bool fxRecordReader::readHead() {
+    char bytes[maxHeadBytes] = {};
+    const unsigned char* const head = reinterpret_cast<unsigned char*>(bytes);
+    do {
+        if (!get(bytes, 1)) return false;
+    } while (filler.takes(*head));
+    if (!get(bytes + 1, restBytes(*head, filler))) return false;
+    decode(head, current);
+    return true;
+}
+
+bool fxRecordReader::readName() {
+    typeName.reset();
+    char byte = 0;
+    do {
+        if (!get(&byte, 1)) return false;
+        typeName.addc(byte);
+    } while (byte != '\0');
+    return true;
+}

@@ -1,0 +1,81 @@
+// The records of a binary stream, one at a time.
+#ifndef FXDS_STREAMS_RECORDREADER_H
+#define FXDS_STREAMS_RECORDREADER_H
+
+#include <cstddef>
+#include <cstring>
+
+#include "fxds/StackBuffer.h"
+#include "fxds/Stream.h"
+#include "fxds/streams/RecordFormat.h"
+
+// Bytes come from the window of the stream when it has them at hand, and from
+// its getBytes() otherwise.
+//
+// Invariants, between any two calls:
+// (1) Nothing beyond the current record has been asked for.
+// (2) Of its payload, `ready` bytes begin at the front of `hand`, which is the
+//     window of the stream or `staged`; `payloadLeft` bytes follow in the stream,
+//     behind the ready ones.
+// (3) After the first failure of the stream nothing is at hand, and the stream is
+//     not asked again.
+// What the program does to the stream in between cannot harm: before each use the
+// ready bytes are compared with what the window still has.
+
+class fxRecordReader {
+public:
+    /// `heldStream` is borrowed and may be null. `stagingBuffer`, of that many
+    /// bytes, is used for the payloads of streams without a window.
+    fxRecordReader(fxStream* heldStream, char* stagingBuffer, unsigned int stagingBytes);
+
+    /// Drops what is left of the payload and takes the head of the next record.
+    /// False when the stream ends. A tag that does not exist is fatal.
+    bool next();
+    /// Makes the next piece of the payload ready, if there is one. False when the
+    /// stream ends in it. Requires: no bytes are ready.
+    bool stage();
+
+    const fxRecordFormat::Head& head() const { return current; }  ///< Of the current record.
+    const char* name() const { return typeName.getBase(); }       ///< Of a type record.
+    size_t left() const { return size_t{ready} + payloadLeft; }   ///< Bytes of payload not taken.
+
+    /// Takes `byteCount` bytes of payload if they are ready.
+    bool takeReady(void* bytes, size_t byteCount) {
+        if (byteCount > ready || byteCount > hand->size()) return false;
+        std::memcpy(bytes, *hand->next, byteCount);
+        *hand->next += byteCount;
+        ready -= static_cast<unsigned int>(byteCount);
+        return true;
+    }
+    /// Takes `byteCount` bytes of payload. False when the stream ends.
+    /// Requires: byteCount <= left().
+    bool take(char* bytes, size_t byteCount);
+
+    void fail();  ///< Treats the stream as ended.
+
+    /// Number of records with an id so far.
+    size_t numbered() const { return idsRead; }
+
+private:
+    bool get(char* bytes, size_t byteCount);
+    bool readHead();
+    bool readName();
+
+    fxStream* stream;
+    const fxStreamWindow* source;  // of the stream
+    const fxStreamWindow* hand;
+    unsigned int ready = 0;
+    unsigned int payloadLeft = 0;
+    fxRecordFormat::Head current;
+    fxRecordFormat::Filler filler;
+    size_t idsRead = 0;
+
+    char* const staging;
+    const unsigned int stagingBytes;
+    char* stagedNext = nullptr;
+    char* stagedEnd = nullptr;
+    const fxStreamWindow staged{&stagedNext, &stagedEnd};
+    fxStackBuffer typeName;
+};
+
+#endif
