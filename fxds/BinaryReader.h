@@ -88,6 +88,8 @@ public:
     void placesMoved(const void* from, size_t byteCount, void* to) override;
     size_t placesNoted() const override;
     void forgetPlaces(size_t count) override;
+    bool xdrText(fxStr& string, char** text, unsigned int byteCount) override;
+    fxBool conclude(bool succeeded, fxXDRObj& object, void* address) override;
 
     /// Null also in the middle of another readObject().
     void* readObject(fxTypeObj& expected) override;
@@ -132,6 +134,7 @@ private:
     bool fillPastTypes();
     bool nextInstance();
     void defineType();
+    bool awaitBlock(size_t byteCount, bool isText);
     bool readBlock(fxReaderEntry& entry);
     char* readGrowing(Converter* converter, unsigned int byteCount);
     Converter* converterOf(unsigned int bodyTag) const;
@@ -140,6 +143,9 @@ private:
     bool readGraph(fxTypeObj& expected, unsigned int& rootId);
 
     bool isBusy;          // readObject() runs
+    bool isInPart;        // of an object: its end is not that of the object
+    bool hasFailed;       // the body that was read last, or a part of it
+    fxXDRObj* concluded;  // the object of that body, when it has succeeded
     bool hasReadBody;     // data may follow which that has left unread
     fxTypeObj* rootType;  // what the root that is read next must be
     std::unique_ptr<fxRecordReader> records;

@@ -93,6 +93,8 @@ public:
     bool xdr(unsigned int**, unsigned int count) override;
     ///@}
 
+    fxBool conclude(bool succeeded, fxXDRObj& object, void* address) override;
+
     /// Fatal: a writer does not read.
     void* readObject(fxTypeObj& expected) override;
 
@@ -149,6 +151,7 @@ private:
     std::unique_ptr<fxAddressIndex> seen;  // objects, blocks and base parts
     fxTypeObj* lastType;                   // the type that was asked for last,
     unsigned int lastTypeId;               // and its id
+    bool isInPart;                         // of an object: its end is not that of the object
     bool isBatching;                       // in writeObject(): records are collected
     std::unique_ptr<char[]> batch;
     size_t batchUsed;

@@ -151,24 +151,25 @@ public:
     virtual void forgetPlaces(size_t count);
     ///@}
 
-    /// Whether it moves values from the stream to memory.
-    bool isReading() const { return reading != 0; }
-    fxStream* getStream() const { return stream; }  ///< Null when there is none. View.
+    /// How fxStr transcribes its text, which has `byteCount` bytes with the
+    /// terminator, more than 1; `*text` is the field that leads to it. This one
+    /// answers xdr(text, byteCount). A reader that fills places in later leaves
+    /// `*text` alone, makes for each string a block of its own and hands it over
+    /// with fxStr::adopt(); until then the string is empty.
+    virtual bool xdrText(fxStr& string, char** text, unsigned int byteCount);
 
     /// Ends the transcription of the object at `address`, which `succeeded` or
     /// not: the last thing that a record's function does. After a failure the
     /// answer is that of the object's xdrFail(). After a success it is 1, and
-    /// the object's xdrSuccess() is called: by a writer at once, by a reader
-    /// when readObject() has filled every place, in the order in which the
-    /// objects were made. xdrSuccess() is where a class takes its counted
-    /// references; it must not destroy an object of the graph.
-    fxBool conclude(bool succeeded, fxXDRObj& object, void* address);
-    /// The same after a success, for an object whose xdrSuccess() is known to do
-    /// nothing: whatever its parts have concluded meanwhile, nobody is called.
-    fxBool concludeUntold() {
-        if (partDepth == 0) concluded = nullptr;
-        return 1;
-    }
+    /// the object's xdrSuccess() is called: at once by this one and by a writer,
+    /// by a reader when readObject() has filled every place, in the order in
+    /// which the objects were made. xdrSuccess() is where a class takes its
+    /// counted references; it must not destroy an object of the graph.
+    virtual fxBool conclude(bool succeeded, fxXDRObj& object, void* address);
+
+    /// Whether it moves values from the stream to memory.
+    bool isReading() const { return reading != 0; }
+    fxStream* getStream() const { return stream; }  ///< Null when there is none. View.
 
     /// The reader that streams name `name` are read with; replaces an earlier
     /// one of the name.
@@ -195,26 +196,9 @@ protected:
     fxBool reading;    ///< What isReading() answers.
     fxStream* stream;  ///< Shared; null fails every operation.
 
-    /// Not null while xdr(char**, count) is asked, by a string that is being
-    /// read, for the text of that string (borrowed). Each string must get a block
-    /// of its own. A reader that fills pointers in later takes the string by
-    /// setting this to null, and hands it the block with fxStr::adopt(); until
-    /// then the string is empty. A reader that fills in at once may ignore it.
-    fxStr* claimant = nullptr;
-
-    ///@{
-    /// What conclude() tells a reader about the object whose record's function
-    /// has just run: it succeeded (the object, borrowed), or it failed.
-    fxXDRObj* concluded = nullptr;
-    bool hasFailed = false;
-    ///@}
     size_t attemptBegan = 0;  ///< placesNoted() when the innermost attempt() began.
-    /// More than 0 while a base part is transcribed: its end is not the object's.
-    unsigned int partDepth = 0;
 
 private:
-    friend class fxStr;
-
     /// Notes where an attempt began, until it ends.
     struct Attempt {
         explicit Attempt(fxTranscriber& t) : transcriber(t), outer(t.attemptBegan) {

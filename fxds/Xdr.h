@@ -163,9 +163,7 @@ struct fxXdrRecord {
         C* const self = static_cast<C*>(object);
         const bool isDone = self->C::xdr(transcriber) != 0;
         // An object that is a C and no more than that has nothing to be told later.
-        if (!fxXdrMayWait<C> && isDone && transcriber.isReading() && typeid(*self) == typeid(C)) {
-            return transcriber.concludeUntold();
-        }
+        if (!fxXdrMayWait<C> && isDone && typeid(*self) == typeid(C)) return 1;
         if constexpr (hasOneRoot) {
             return transcriber.conclude(isDone, *self, object);
         } else {

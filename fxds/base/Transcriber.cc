@@ -99,17 +99,13 @@ size_t fxTranscriber::placesNoted() const { return 0; }
 
 void fxTranscriber::forgetPlaces(size_t) {}
 
+bool fxTranscriber::xdrText(fxStr&, char** text, unsigned int byteCount) {
+    return xdr(text, byteCount);
+}
+
 fxBool fxTranscriber::conclude(bool succeeded, fxXDRObj& object, void* address) {
-    if (!succeeded) {
-        hasFailed = true;
-        return object.xdrFail(*this, address);
-    }
-    if (partDepth > 0) return 1;
-    if (isReading()) {
-        concluded = &object;
-    } else {
-        object.xdrSuccess(*this);
-    }
+    if (!succeeded) return object.xdrFail(*this, address);
+    object.xdrSuccess(*this);
     return 1;
 }
 

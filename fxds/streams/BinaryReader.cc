@@ -9,6 +9,7 @@
 #include "fxds/Str.h"
 #include "fxds/TypeObj.h"
 #include "fxds/XDRObj.h"
+#include "fxds/base/Scoped.h"
 #include "fxds/streams/ReaderGraph.h"
 #include "fxds/streams/RecordReader.h"
 
@@ -144,6 +145,9 @@ fxBinaryReader::fxBinaryReader(fxStream* inStream, short shortMark, long longMar
       fieldC(0),
       fieldD(0),
       isBusy(false),
+      isInPart(false),
+      hasFailed(false),
+      concluded(nullptr),
       hasReadBody(false),
       rootType(nullptr),
       records(std::make_unique<fxRecordReader>(inStream, buffer, bufferBytes)),
@@ -243,10 +247,8 @@ bool fxBinaryReader::xdr(fxTypeObj& base, void* derived, void* baseAddress) {
         !graph->definePart(*entry, base, derived, baseAddress)) {
         fxFatal("XXX new base for old base");
     }
-    ++partDepth;
-    const bool isDone = base.xdr(baseAddress, *this) != 0;
-    --partDepth;
-    return isDone;
+    const fxScoped<bool> part(isInPart, true);
+    return base.xdr(baseAddress, *this) != 0;
 }
 
 void fxBinaryReader::placesMoved(const void* from, size_t byteCount, void* to) {
@@ -256,6 +258,18 @@ void fxBinaryReader::placesMoved(const void* from, size_t byteCount, void* to) {
 size_t fxBinaryReader::placesNoted() const { return graph->placesNoted(); }
 
 void fxBinaryReader::forgetPlaces(size_t count) { graph->forgetPlaces(count); }
+
+bool fxBinaryReader::xdrText(fxStr& string, char**, unsigned int byteCount) {
+    if (!awaitBlock(byteCount, true)) return false;
+    graph->noteText(&string, fieldA, byteCount);
+    return true;
+}
+
+fxBool fxBinaryReader::conclude(bool succeeded, fxXDRObj& object, void* address) {
+    if (succeeded && !isInPart) concluded = &object;
+    hasFailed |= !succeeded;
+    return succeeded ? 1 : object.xdrFail(*this, address);
+}
 
 /// Whatever ends the reading of a graph before it is complete, an exception of a
 /// record's function too: all that it made is destroyed, and no more is read.
@@ -308,7 +322,15 @@ bool fxBinaryReader::readBytes(void* bytes, size_t byteCount) {
 bool fxBinaryReader::fill() { return next() && records->stage(); }
 
 bool fxBinaryReader::readPrimPointer(void* slot, size_t byteCount) {
-    fxStr* const string = std::exchange(claimant, nullptr);
+    if (!awaitBlock(byteCount, false)) return false;
+    std::memset(slot, 0, sizeof(void*));
+    graph->noteBlock(slot, fieldA);
+    return true;
+}
+
+// Reads the record of a block that a place is to get, and checks the two against
+// each other.
+bool fxBinaryReader::awaitBlock(size_t byteCount, bool isText) {
     if (byteCount > maxBlockBytes || !fillPastTypes()) return false;
     if ((tag != fxTagBlock && tag != fxTagBlockAgain) || fieldA == 0) fxFatal("format error");
     if (tag == fxTagBlock && fieldD > maxBlockBytes) fxFatal("format error");
@@ -317,15 +339,9 @@ bool fxBinaryReader::readPrimPointer(void* slot, size_t byteCount) {
     graph->await(entry, fxReaderEntry::awaitedBlock);
     if (entry.kind() == fxReaderEntry::awaitedBlock) {
         entry.raiseLeast(least);
-        if (string == nullptr) entry.wantPlain();
+        if (!isText) entry.wantPlain();
     } else if (entry.kind() != fxReaderEntry::block || entry.bytes() < least) {
         fxFatal("format error");
-    }
-    if (string != nullptr) {
-        graph->noteText(string, fieldA, least);
-    } else {
-        std::memset(slot, 0, sizeof(void*));
-        graph->noteBlock(slot, fieldA);
     }
     return true;
 }

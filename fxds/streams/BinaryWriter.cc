@@ -8,6 +8,7 @@
 #include "fxds/Stream.h"
 #include "fxds/XDRObj.h"
 #include "fxds/base/FreeLists.h"
+#include "fxds/base/Scoped.h"
 #include "fxds/streams/RecordFormat.h"
 #include "fxds/streams/WriterNumbers.h"
 
@@ -33,11 +34,13 @@
 // addresses go into a flat index. While writeObject() runs, records are
 // collected and handed to the stream in large pieces.
 
+using namespace fxRecordFormat;
+
 namespace {
 
 constexpr size_t batchBytes = size_t{1} << 13;  // stays in the nearest cache
 constexpr unsigned int maxId = 0x7FFFFFFF;
-constexpr unsigned int maxHead = fxRecordFormat::maxHeadBytes;
+constexpr unsigned int maxHead = maxHeadBytes;
 
 char* putWord(char* place, unsigned long word) {
     for (unsigned int shift = 0; shift < 32; shift += 8) {
@@ -95,6 +98,7 @@ fxBinaryWriter::fxBinaryWriter(fxStream* outStream)
       seen(std::make_unique<fxAddressIndex>()),
       lastType(nullptr),
       lastTypeId(0),
+      isInPart(false),
       isBatching(false),
       batchUsed(0) {
     table.add(nullptr, 0);
@@ -200,10 +204,12 @@ bool fxBinaryWriter::xdr(fxTypeObj& base, void* derived, void* baseAddress) {
     fieldA = recordIdForAddress(baseAddress);
     if (fieldA > maxId) return false;
     tag = fxTagPart;
-    ++partDepth;
-    const bool isDone = base.xdr(baseAddress, *this) != 0;
-    --partDepth;
-    return isDone;
+    const fxScoped<bool> part(isInPart, true);
+    return base.xdr(baseAddress, *this) != 0;
+}
+
+fxBool fxBinaryWriter::conclude(bool succeeded, fxXDRObj& object, void* address) {
+    return succeeded && isInPart ? 1 : fxTranscriber::conclude(succeeded, object, address);
 }
 
 void* fxBinaryWriter::readObject(fxTypeObj&) {
@@ -334,7 +340,7 @@ bool fxBinaryWriter::writePrimPointer(const void* block, size_t byteCount, fxBin
                                       size_t sourceBytes) {
     if (block == nullptr) return writeNullPointer();
     seen->prefetch(block);
-    if (byteCount > fxRecordFormat::maxBlockBytes || !flush()) return false;
+    if (byteCount > maxBlockBytes || !flush()) return false;
     bool isNew = false;
     const unsigned int id = idOf(block, isNew);
     fieldA = id;
@@ -378,7 +384,7 @@ unsigned int fxBinaryWriter::putFields(char* place) const {
     putWord(place, tag == fxTagType ? fieldB : fieldA);
     putWord(place + 4, tag == fxTagObject ? fieldB : fieldD);
     putWord(place + 8, fieldC);
-    return fxRecordFormat::fieldBytes[tag];
+    return fieldBytes[tag];
 }
 
 // What is too long for the batch follows it directly.

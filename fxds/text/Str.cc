@@ -496,17 +496,16 @@ fxBool fxStr::xdr(fxTranscriber& transcriber) {
     unsigned int lengthBytes = slength;
     if (!transcriber.xdr(&lengthBytes, 1) || lengthBytes == 0) return 0;
     if (lengthBytes == 1) return 1;
-    return isReading ? readText(transcriber, lengthBytes) : transcriber.xdr(&data, lengthBytes);
+    return isReading ? readText(transcriber, lengthBytes)
+                     : transcriber.xdrText(*this, &data, lengthBytes);
 }
 
 // The length is taken over with the block and never before it, so that the
 // string is whole at every moment, whenever (and if ever) the block comes.
 fxBool fxStr::readText(fxTranscriber& transcriber, unsigned int lengthBytes) {
-    transcriber.claimant = this;
-    const bool isDone = transcriber.xdr(&data, lengthBytes);
-    const bool isTaken = std::exchange(transcriber.claimant, nullptr) == nullptr;
-    if (isDone && isTaken) return 1;
-    const bool isText = isDone && ownsBlock() && data[lengthBytes - 1] == '\0';
+    const bool isDone = transcriber.xdrText(*this, &data, lengthBytes);
+    if (isDone && data == &emptyString) return 1;  // the text comes later
+    const bool isText = isDone && data != nullptr && data[lengthBytes - 1] == '\0';
     if (isText) {
         slength = lengthBytes;
     } else {

@@ -372,9 +372,9 @@ class LateTexts : public MemoryTranscriber {
 public:
     using MemoryTranscriber::MemoryTranscriber;
     using MemoryTranscriber::xdr;
-    bool xdr(char**, unsigned int size) override {
+    bool xdrText(fxStr& string, char**, unsigned int size) override {
         if (bytes.size() - taken < size) return false;
-        waiting.emplace_back(std::exchange(claimant, nullptr), bytes.substr(taken, size));
+        waiting.emplace_back(&string, bytes.substr(taken, size));
         taken += size;
         return true;
     }
