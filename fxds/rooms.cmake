@@ -45,7 +45,7 @@ fxds_room(streams
   HEADERS BinaryReader BinaryTranscriber BinaryWriter MemoryStream StdioStream TypedStream Xdr
   PRIVATE ReaderGraph ReaderNumbers RecordFormat RecordReader TextChunks WriterNumbers
   SOURCES BinaryReader BinaryTranscriber BinaryWriter MemoryStream ReaderGraph RecordReader StdioStream
-    Xdr)
+    StreamHeader Xdr)
 
 # Objects with properties, inputs and outputs; values sent at once or queued.
 fxds_room(dataflow
@@ -78,9 +78,5 @@ fxds_room(library
   SOURCES Debug GdbTypes Globals StaticOrder)
 
 # Includes of a higher room, each with its reason.
-fxds_exception(base/Transcriber.cc VoidPtrDict "The registry of readers is a dictionary.")
-fxds_exception(base/Transcriber.cc Str "Its keys are strings.")
-fxds_exception(base/Transcriber.cc StackBuffer "Names in stream headers are read into a buffer.")
-fxds_exception(base/Transcriber.cc BinaryWriter "It makes the default writer.")
 fxds_exception(base/TypeObj.cc VoidPtrDict "The registry of types is an fxVoidPtrDict.")
 fxds_exception(base/TypeObj.cc Str "Its keys are strings.")
