@@ -160,10 +160,17 @@ protected:
     /// empties the array, and refuses another element size than this array's
     /// and a length that is no multiple of it.
     bool xdrSizes(fxTranscriber& transcriber, unsigned int& byteCount);
-    /// Transcribes the elements after xdrSizes(): writing in one call of
-    /// `operation`, reading in calls of at most `pieceBytes`, so that memory
-    /// is taken as the bytes arrive. When it fails the array is empty.
+    /// Transcribes the elements after xdrSizes() in one call of `operation`,
+    /// or, from a transcriber that readsInPieces(), in calls of at most
+    /// `pieceBytes`, so that memory is taken as the bytes arrive. When it fails
+    /// the array is empty.
     bool xdrElements(fxTranscriber& transcriber, unsigned int byteCount, XdrElements* operation);
+    /// Makes the block at least `bytes` long while elements are read, of which
+    /// there will be `mostBytes`. False when there is no memory.
+    bool growTo(std::size_t bytes, unsigned int mostBytes);
+    /// Ends a reading: the array has the `byteCount` bytes that are in its
+    /// block, or is empty. Returns `isRead`.
+    bool endReading(bool isRead, unsigned int byteCount);
     /// Makes capacity and block exactly `byteCount` bytes, at least those in
     /// use. False, and nothing has changed, when they cannot be had.
     bool reserve(std::size_t byteCount);

@@ -85,6 +85,7 @@ public:
     bool xdr(fxTypeObj& base, void* derived, void* baseAddress) override;
     using fxTranscriber::xdr;
 
+    bool readsInPieces() const override;  ///< True.
     void placesMoved(const void* from, size_t byteCount, void* to) override;
     size_t placesNoted() const override;
     void forgetPlaces(size_t count) override;

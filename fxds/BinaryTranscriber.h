@@ -28,6 +28,15 @@ enum fxBinaryOTTag : unsigned int {
 /// The staging buffer, the table of what has been seen, and what is still to
 /// be written or read. A base of the writer and the reader only.
 class FX_API fxBinaryTranscriber : public virtual fxTranscriber {
+public:
+    using fxTranscriber::xdr;
+    ///@{
+    /// As those of the base, and in bounded memory: many ints take several calls
+    /// of the operation for long.
+    bool xdr(int*, unsigned int count) override;
+    bool xdr(unsigned int*, unsigned int count) override;
+    ///@}
+
 protected:
     /// Bytes of payload that the writer puts into one record.
     static constexpr unsigned int bufferBytes = 512;

@@ -16,23 +16,23 @@ public:
 
     /// The object at `address`, a pointer to the class of `type`. Borrowed.
     fxBinaryWriterItem(const void* address, fxTypeObj& type);
-    /// The block at `address`, borrowed, whose body has `byteCount` bytes: the
-    /// first `sourceBytes` are those of the block and the rest are zero.
+    /// The block at `address`, borrowed, whose body has `byteCount` bytes. Ints
+    /// take twice as many as the block has.
     fxBinaryWriterItem(const void* address, unsigned int byteCount, fxBinaryOTTag tag,
-                       unsigned int sourceBytes);
+                       bool isOfInts);
     virtual ~fxBinaryWriterItem();
 
     /// From a pool.
     static void* operator new(size_t size);
     static void operator delete(void* item, size_t size);
 
-    Kind kind;                 ///< Whether `type` or the block's fields count.
-    const void* address;       ///< Of the object or the block. Borrowed.
-    fxTypeObj* type;           ///< Of the object; null for a block.
-    unsigned int byteCount;    ///< Of the block's body.
-    fxBinaryOTTag tag;         ///< Of the block's record.
-    unsigned int sourceBytes;  ///< How many of the body's bytes are the block's own.
-    unsigned int id;           ///< The number that the address was queued under.
+    Kind kind;               ///< Whether `type` or the block's fields count.
+    const void* address;     ///< Of the object or the block. Borrowed.
+    fxTypeObj* type;         ///< Of the object; null for a block.
+    unsigned int byteCount;  ///< Of the block's body.
+    fxBinaryOTTag tag;       ///< Of the block's record.
+    bool isOfInts;           ///< Whether the block has ints, which travel as longs.
+    unsigned int id;         ///< The number that the address was queued under.
 };
 
 /// Writes what it is given as the records of docs/stream-format.md, every
@@ -134,10 +134,9 @@ protected:
 
 private:
     bool writePrimPointer(const void* block, size_t byteCount, fxBinaryOTTag bodyTag,
-                          size_t sourceBytes);
+                          bool isOfInts);
     unsigned int idOf(const void* address, bool& isNew);
     unsigned int push(fxBinaryWriterItem* item, unsigned int id);
-    bool writeIntPointer(const void* block, unsigned int count);
     bool writeRecord(const char* payload, unsigned int payloadBytes);
     unsigned int putFields(char* place) const;
     bool emit(const char* bytes, size_t byteCount);

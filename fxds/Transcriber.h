@@ -115,8 +115,9 @@ public:
 
     ///@{
     /// n ints travel as n longs: the n ints one after the other, then 4n bytes
-    /// of zeros. They reach the operation for long through a staged block, so
-    /// nothing beside the ints themselves is read or changed. The pointer forms
+    /// of zeros. They reach the operation for long in one call, through a staged
+    /// block, so nothing beside the ints themselves is read or changed; a class
+    /// that overrides these may use several calls. The pointer forms
     /// hand the same pointer to the operation for long; a transcriber that
     /// writes overrides them, because the blocks hold only 4n bytes.
     virtual bool xdr(int*, unsigned int count);
@@ -124,6 +125,11 @@ public:
     virtual bool xdr(int**, unsigned int count);
     virtual bool xdr(unsigned int**, unsigned int count);
     ///@}
+
+    /// Whether a container that reads elements may ask for them in pieces, so
+    /// that its memory grows with what has arrived. Of any other transcriber all
+    /// elements are asked for in one call of the operation for their type.
+    virtual bool readsInPieces() const;
 
     /// Tells a reader that the places that it was given since the attempt()
     /// under way began, as far as they lie in the `byteCount` bytes at `from`,

@@ -16,7 +16,7 @@
 fxds_room(base
   HEADERS Config Counted Fatal RCObj Stream Transcriber TypeObj XDRObj
   DETAIL Allocate Mix MovesAsBytes
-  PRIVATE ChunkList FreeLists Scoped
+  PRIVATE ChunkList FreeLists PackedInts Scoped
   SOURCES Counted Fatal FreeLists RCObj Stream Transcriber TypeObj XDRObj)
 
 # The string, and what builds texts.

@@ -1,10 +1,8 @@
 #include "fxds/Transcriber.h"
 
-#include <cstring>
-#include <vector>
-
 #include "fxds/Stream.h"
 #include "fxds/XDRObj.h"
+#include "fxds/base/PackedInts.h"
 
 // What needs no stream format. The functions that write and read the header of
 // a stream and choose the transcriber are in streams/StreamHeader.cc, beside the
@@ -12,25 +10,14 @@
 
 namespace {
 
-// Runs the operation for long on n ints: see the header.
+// One call of the operation for long, whatever the count.
 template <class Long, class Int>
-bool xdrInts(fxTranscriber& transcriber, Int* ints, unsigned int count) {
-    if (count == 1) {
-        Long word = 0;
-        std::memcpy(&word, ints, sizeof(Int));
-        if (!transcriber.xdr(&word, 1)) return false;
-        if (transcriber.isReading()) std::memcpy(ints, &word, sizeof(Int));
-        return true;
+bool xdrAsLongs(fxTranscriber& transcriber, Int* ints, unsigned int count) {
+    if (count == 0) {
+        Long none = 0;
+        return transcriber.xdr(&none, 0);
     }
-    const size_t bytes = size_t{count} * sizeof(Int);
-    constexpr unsigned int fewInts = 16;
-    Long few[fewInts] = {};
-    std::vector<Long> many(count > fewInts ? count : 0);
-    Long* const staged = count > fewInts ? many.data() : few;
-    if (!transcriber.isReading() && bytes != 0) std::memcpy(staged, ints, bytes);
-    if (!transcriber.xdr(staged, count)) return false;
-    if (transcriber.isReading() && bytes != 0) std::memcpy(ints, staged, bytes);
-    return true;
+    return fxXdrPackedInts<Long>(transcriber, ints, count, count);
 }
 
 }  // namespace
@@ -44,10 +31,12 @@ fxTranscriber::~fxTranscriber() {
     if (stream != nullptr) stream->release();
 }
 
-bool fxTranscriber::xdr(int* ints, unsigned int count) { return xdrInts<long>(*this, ints, count); }
+bool fxTranscriber::xdr(int* ints, unsigned int count) {
+    return xdrAsLongs<long>(*this, ints, count);
+}
 
 bool fxTranscriber::xdr(unsigned int* ints, unsigned int count) {
-    return xdrInts<unsigned long>(*this, ints, count);
+    return xdrAsLongs<unsigned long>(*this, ints, count);
 }
 
 bool fxTranscriber::xdr(int** block, unsigned int count) {
@@ -57,6 +46,8 @@ bool fxTranscriber::xdr(int** block, unsigned int count) {
 bool fxTranscriber::xdr(unsigned int** block, unsigned int count) {
     return xdr(reinterpret_cast<unsigned long**>(block), count);
 }
+
+bool fxTranscriber::readsInPieces() const { return false; }
 
 void fxTranscriber::placesMoved(const void*, size_t, void*) {}
 

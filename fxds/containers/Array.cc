@@ -311,19 +311,28 @@ bool fxArray::xdrElements(fxTranscriber& transcriber, unsigned int byteCount,
     if (byteCount == 0) return true;
     if (!transcriber.isReading()) return operation(transcriber, data, byteCount / elementSize);
 
-    const std::size_t step = std::max(1U, pieceBytes / elementSize) * std::size_t{elementSize};
+    const bool isInPieces = transcriber.readsInPieces();
+    const std::size_t pieceLength = std::max(1U, pieceBytes / elementSize);
+    const std::size_t step = isInPieces ? pieceLength * elementSize : byteCount;
     std::size_t have = 0;
     while (have < byteCount) {
         const std::size_t piece = std::min(step, byteCount - have);
-        const std::size_t wanted = std::max(have + piece, 2 * have);
-        if (have + piece > blockBytes && !resizeBlock(std::min<std::size_t>(wanted, byteCount))) {
-            break;
-        }
+        if (!growTo(have + piece, byteCount)) break;
         const unsigned int count = static_cast<unsigned int>(piece / elementSize);
         if (!operation(transcriber, data + have, count)) break;
         have += piece;
     }
-    if (have < byteCount) {
+    return endReading(have == byteCount, byteCount);
+}
+
+bool fxArray::growTo(std::size_t bytes, unsigned int mostBytes) {
+    if (bytes <= blockBytes) return true;
+    const std::size_t wanted = std::max(bytes, 2 * std::size_t{blockBytes});
+    return resizeBlock(std::min<std::size_t>(wanted, mostBytes));
+}
+
+bool fxArray::endReading(bool isRead, unsigned int byteCount) {
+    if (!isRead) {
         discard();
         return false;
     }

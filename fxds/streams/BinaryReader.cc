@@ -251,6 +251,8 @@ bool fxBinaryReader::xdr(fxTypeObj& base, void* derived, void* baseAddress) {
     return base.xdr(baseAddress, *this) != 0;
 }
 
+bool fxBinaryReader::readsInPieces() const { return true; }
+
 void fxBinaryReader::placesMoved(const void* from, size_t byteCount, void* to) {
     graph->placesMoved(from, byteCount, to, attemptBegan);
 }

@@ -1,6 +1,22 @@
 #include "fxds/BinaryTranscriber.h"
 
+#include "fxds/base/PackedInts.h"
+
+namespace {
+
+constexpr unsigned int stagedLongs = 4096;
+
+}  // namespace
+
 fxBinaryTranscriber::fxBinaryTranscriber()
     : fxTranscriber(nullptr, false), cursor(buffer), room(bufferBytes), used(0) {}
 
 fxBinaryTranscriber::~fxBinaryTranscriber() = default;
+
+bool fxBinaryTranscriber::xdr(int* ints, unsigned int count) {
+    return fxXdrPackedInts<long>(*this, ints, count, stagedLongs);
+}
+
+bool fxBinaryTranscriber::xdr(unsigned int* ints, unsigned int count) {
+    return fxXdrPackedInts<unsigned long>(*this, ints, count, stagedLongs);
+}

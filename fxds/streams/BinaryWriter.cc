@@ -68,17 +68,17 @@ fxBinaryWriterItem::fxBinaryWriterItem(const void* address_, fxTypeObj& type_)
       type(&type_),
       byteCount(0),
       tag(fxTagObject),
-      sourceBytes(0),
+      isOfInts(false),
       id(0) {}
 
 fxBinaryWriterItem::fxBinaryWriterItem(const void* address_, unsigned int byteCount_,
-                                       fxBinaryOTTag tag_, unsigned int sourceBytes_)
+                                       fxBinaryOTTag tag_, bool isOfInts_)
     : kind(block),
       address(address_),
       type(nullptr),
       byteCount(byteCount_),
       tag(tag_),
-      sourceBytes(sourceBytes_),
+      isOfInts(isOfInts_),
       id(0) {}
 
 fxBinaryWriterItem::~fxBinaryWriterItem() = default;
@@ -175,8 +175,12 @@ bool fxBinaryWriter::xdr(unsigned char** p) {
     char* text = reinterpret_cast<char*>(*p);
     return xdr(&text);
 }
-bool fxBinaryWriter::xdr(int** p, unsigned int n) { return writeIntPointer(*p, n); }
-bool fxBinaryWriter::xdr(unsigned int** p, unsigned int n) { return writeIntPointer(*p, n); }
+bool fxBinaryWriter::xdr(int** p, unsigned int n) {
+    return writePrimPointer(*p, bytesOf<long>(n), fxTagLongs, true);
+}
+bool fxBinaryWriter::xdr(unsigned int** p, unsigned int n) {
+    return writePrimPointer(*p, bytesOf<long>(n), fxTagLongs, true);
+}
 
 bool fxBinaryWriter::xdr(void*, fxXDRObj*, fxTypeObj& declared, fxXDRObj* object, void* address) {
     if (address == nullptr) return writeNullPointer();
@@ -314,7 +318,7 @@ bool fxBinaryWriter::writeNullPointer() {
 }
 
 bool fxBinaryWriter::writePrimPointer(const void* block, size_t byteCount, fxBinaryOTTag bodyTag) {
-    return writePrimPointer(block, byteCount, bodyTag, byteCount);
+    return writePrimPointer(block, byteCount, bodyTag, false);
 }
 
 // Private functions.
@@ -337,7 +341,7 @@ unsigned int fxBinaryWriter::push(fxBinaryWriterItem* item, unsigned int id) {
 }
 
 bool fxBinaryWriter::writePrimPointer(const void* block, size_t byteCount, fxBinaryOTTag bodyTag,
-                                      size_t sourceBytes) {
+                                      bool isOfInts) {
     if (block == nullptr) return writeNullPointer();
     seen->prefetch(block);
     if (byteCount > maxBlockBytes || !flush()) return false;
@@ -349,14 +353,9 @@ bool fxBinaryWriter::writePrimPointer(const void* block, size_t byteCount, fxBin
         return flush();
     }
     fieldD = static_cast<unsigned int>(byteCount);
-    push(new fxBinaryWriterItem(block, fieldD, bodyTag, static_cast<unsigned int>(sourceBytes)),
-         id);
+    push(new fxBinaryWriterItem(block, fieldD, bodyTag, isOfInts), id);
     tag = fxTagBlock;
     return id <= maxId;
-}
-
-bool fxBinaryWriter::writeIntPointer(const void* block, unsigned int count) {
-    return writePrimPointer(block, bytesOf<long>(count), fxTagLongs, bytesOf<int>(count));
 }
 
 // Writes the record being built with this payload, of up to a buffer's length.
@@ -438,16 +437,11 @@ bool fxBinaryWriter::writeItem(const fxBinaryWriterItem& item) {
 }
 
 bool fxBinaryWriter::writeBlock(const fxBinaryWriterItem& item) {
-    static constexpr char zeros[bufferBytes] = {};
     tag = item.tag;
     fieldD = item.byteCount;
-    if (!writeBytes(item.address, item.sourceBytes)) return false;
-    for (unsigned int left = item.byteCount - item.sourceBytes; left > 0;) {
-        const unsigned int piece = std::min(left, bufferBytes);
-        if (!writeBytes(zeros, piece)) return false;
-        left -= piece;
-    }
-    return true;
+    if (!item.isOfInts) return writeBytes(item.address, item.byteCount);
+    const unsigned int count = static_cast<unsigned int>(item.byteCount / sizeof(long));
+    return fxBinaryTranscriber::xdr(static_cast<int*>(const_cast<void*>(item.address)), count);
 }
 
 void fxBinaryWriter::dropPending() {
