@@ -13,6 +13,8 @@ public:
     fxBinaryOTDict& operator=(const fxBinaryOTDict&) = default;  // merges
     ~fxBinaryOTDict() override;
 
+    void clear();  ///< Removes every entry.
+
 protected:
     Finder* finder() const override;
 };

@@ -7,6 +7,7 @@
 #include "fxds/BinaryTranscriber.h"
 
 class fxAddressIndex;
+class fxOutBuffer;
 
 /// Something that is still to be written: an object or a block.
 class FX_API fxBinaryWriterItem {
@@ -44,6 +45,14 @@ public:
 /// stream as well. Scalars may also be transcribed directly, before and between
 /// objects; call flush() when no object follows. Bytes of scalars are those of
 /// this machine: the header tells readers which machine that was.
+///
+/// **Failure.** Once the stream has refused bytes, or a graph could not be
+/// written to its end, every operation answers false, after reset() too: what
+/// would follow in the stream could not be read.
+///
+/// **Writes.** The head of a record, with its fields, is one write of the
+/// stream, the name of a type record a second, the payload a third. Records of
+/// one writeObject() may reach an fxStdioStream or fxMemoryStream in fewer.
 class FX_API fxBinaryWriter : public virtual fxBinaryTranscriber {
 public:
     /// `outStream` is shared. Writes nothing.
@@ -54,6 +63,7 @@ public:
 
     const char* className() const override;
 
+    /// In the middle of writeObject() it does nothing.
     void reset() override;
 
     /// Completes the record that is being built and hands it to the stream.
@@ -99,8 +109,9 @@ public:
     void* readObject(fxTypeObj& expected) override;
 
     /// Also writes, before the object, what was transcribed directly. False in
-    /// the middle of another writeObject(). After a failure the stream is of no
-    /// use any more.
+    /// the middle of another writeObject(), which goes on. After any other
+    /// failure, and when an xdr() throws, the stream is of no use any more: the
+    /// writer has failed for good.
     bool writeObject(void* address, fxXDRObj* object) override;
 
 protected:
@@ -133,14 +144,15 @@ protected:
     const char* name;      ///< Borrowed, of a type.
 
 private:
+    class Graph;
+
     bool writePrimPointer(const void* block, size_t byteCount, fxBinaryOTTag bodyTag,
                           bool isOfInts);
     unsigned int idOf(const void* address, bool& isNew);
     unsigned int push(fxBinaryWriterItem* item, unsigned int id);
     bool writeRecord(const char* payload, unsigned int payloadBytes);
     unsigned int putFields(char* place) const;
-    bool emit(const char* bytes, size_t byteCount);
-    bool sendBatch();
+    bool fail();
     fxBinaryWriterItem* itemAt(unsigned int index);
     bool writePending();
     bool writeItem(const fxBinaryWriterItem& item);
@@ -151,9 +163,8 @@ private:
     fxTypeObj* lastType;                   // the type that was asked for last,
     unsigned int lastTypeId;               // and its id
     bool isInPart;                         // of an object: its end is not that of the object
-    bool isBatching;                       // in writeObject(): records are collected
-    std::unique_ptr<char[]> batch;
-    size_t batchUsed;
+    bool isInGraph;                        // in writeObject()
+    std::unique_ptr<fxOutBuffer> outgoing;
 };
 
 #endif

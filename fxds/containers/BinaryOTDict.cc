@@ -6,4 +6,9 @@ fxBinaryOTDict::fxBinaryOTDict(unsigned int nBuckets) : fxTypedDictionary(nBucke
 
 fxBinaryOTDict::~fxBinaryOTDict() { cleanup(); }
 
+void fxBinaryOTDict::clear() {
+    cleanup();
+    count = 0;
+}
+
 fxBinaryOTDict::Finder* fxBinaryOTDict::finder() const { return finderFor(typeid(fxBinaryOTDict)); }

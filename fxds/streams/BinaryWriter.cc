@@ -9,6 +9,7 @@
 #include "fxds/XDRObj.h"
 #include "fxds/base/FreeLists.h"
 #include "fxds/base/Scoped.h"
+#include "fxds/streams/OutBuffer.h"
 #include "fxds/streams/RecordFormat.h"
 #include "fxds/streams/WriterNumbers.h"
 
@@ -30,17 +31,24 @@
 // recursion, and the stack holds no more than the pointers of one object and
 // of those on the way to it.
 //
-// Types are entered in `table`, where null has the number 0. The many other
-// addresses go into a flat index. While writeObject() runs, records are
-// collected and handed to the stream in large pieces.
+// Invariants, between any two calls:
+// (1) buffer[0, used) is the payload of the record being built, which has `tag`
+//     and the fields; cursor == buffer + used and room == bufferBytes - used.
+//     room > 0: a full buffer goes out at once.
+// (2) Every number below nextId is that of one type (in `table`, with null as 0)
+//     or of one object, block or base part (in `seen`), until reset().
+// (3) The item of every object and block that was announced and not yet written
+//     is in `pending`, with its number.
+// (4) A writer that has failed has room == 0, used == 0 and no items, for good,
+//     and refuses everything. It fails when the stream refuses bytes, and when
+//     writeObject() is left before its graph is whole, be it by an exception:
+//     records are missing then that others refer to.
 
 using namespace fxRecordFormat;
 
 namespace {
 
-constexpr size_t batchBytes = size_t{1} << 13;  // stays in the nearest cache
 constexpr unsigned int maxId = 0x7FFFFFFF;
-constexpr unsigned int maxHead = maxHeadBytes;
 
 char* putWord(char* place, unsigned long word) {
     for (unsigned int shift = 0; shift < 32; shift += 8) {
@@ -99,8 +107,8 @@ fxBinaryWriter::fxBinaryWriter(fxStream* outStream)
       lastType(nullptr),
       lastTypeId(0),
       isInPart(false),
-      isBatching(false),
-      batchUsed(0) {
+      isInGraph(false),
+      outgoing(std::make_unique<fxOutBuffer>(outStream)) {
     table.add(nullptr, 0);
 }
 
@@ -109,20 +117,16 @@ fxBinaryWriter::~fxBinaryWriter() { dropPending(); }
 const char* fxBinaryWriter::className() const { return "fxBinaryWriter"; }
 
 void fxBinaryWriter::reset() {
-    for (;;) {
-        const fxBinaryOTDictIter first(table);
-        if (!first.notDone()) break;
-        const void* const key = first.key();
-        table.remove(key);
-    }
+    if (isInGraph) return;
+    table.clear();
     seen->clear();
     lastType = nullptr;
     dropPending();
 }
 
 bool fxBinaryWriter::flush() {
-    if (tag == fxTagData && used == 0) return true;
-    if (!writeRecord(buffer, used)) return false;
+    if (tag == fxTagData && used == 0) return !outgoing->hasFailed();
+    if (!writeRecord(buffer, used)) return fail();
     used = 0;
     room = bufferBytes;
     cursor = buffer;
@@ -220,24 +224,33 @@ void* fxBinaryWriter::readObject(fxTypeObj&) {
     fxFatal("tried to invoke fxBinaryWriter::readObject");
 }
 
+// A call of writeObject(), however it ends.
+class fxBinaryWriter::Graph {
+public:
+    explicit Graph(fxBinaryWriter& writer_)
+        : writer(writer_), inGraph(writer.isInGraph, true), collecting(*writer.outgoing) {}
+    Graph(const Graph&) = delete;
+    Graph& operator=(const Graph&) = delete;
+    ~Graph() {
+        if (!isWhole) writer.fail();
+    }
+
+    bool isWhole = false;
+
+private:
+    fxBinaryWriter& writer;
+    const fxScoped<bool> inGraph;
+    const fxOutBuffer::Collecting collecting;
+};
+
 bool fxBinaryWriter::writeObject(void* address, fxXDRObj* object) {
-    if (address == nullptr || object == nullptr || isBatching) return false;
+    if (address == nullptr || object == nullptr || isInGraph) return false;
     fxTypeObj* const type = object->getTypeObj();
     if (type == nullptr || !flush()) return false;
-    isBatching = true;
-    if (batch == nullptr) batch.reset(new char[batchBytes]);
-    const bool isWritten = queue(new fxBinaryWriterItem(address, *type)) <= maxId && writePending();
-    const bool isSent = sendBatch();
-    isBatching = false;
-    if (isWritten && isSent) return true;
-
-    // What is still pending may be gone when the next object is written.
-    dropPending();
-    tag = fxTagData;
-    used = 0;
-    room = bufferBytes;
-    cursor = buffer;
-    return false;
+    Graph graph(*this);
+    graph.isWhole = queue(new fxBinaryWriterItem(address, *type)) <= maxId && writePending() &&
+                    outgoing->send();
+    return graph.isWhole;
 }
 
 unsigned int fxBinaryWriter::putHeader(char* place, unsigned int tag, unsigned long payloadBytes) {
@@ -260,10 +273,11 @@ bool fxBinaryWriter::writeBytes(const void* bytes, size_t byteCount) {
         room -= static_cast<unsigned int>(sizeof(long));
         return true;
     }
+    if (outgoing->hasFailed()) return false;
     const char* from = static_cast<const char*>(bytes);
     while (byteCount > 0) {
         if (used == 0 && byteCount >= bufferBytes) {
-            if (!writeRecord(from, bufferBytes)) return false;
+            if (!writeRecord(from, bufferBytes)) return fail();
             from += bufferBytes;
             byteCount -= bufferBytes;
             continue;
@@ -359,22 +373,26 @@ bool fxBinaryWriter::writePrimPointer(const void* block, size_t byteCount, fxBin
 }
 
 // Writes the record being built with this payload, of up to a buffer's length.
-// What comes next is data. In a batch the header is put where it belongs.
+// What comes next is data.
 bool fxBinaryWriter::writeRecord(const char* payload, unsigned int payloadBytes) {
-    char held[maxHead];
-    if (isBatching && batchBytes - batchUsed < maxHead + bufferBytes && !sendBatch()) return false;
-    char* const head = isBatching ? batch.get() + batchUsed : held;
+    char* const head = outgoing->headRoom();
     unsigned int length = putHeader(head, tag, payloadBytes);
     length += putFields(head + length);
-    if (isBatching) {
-        batchUsed += length;
-    } else if (!emit(head, length)) {
-        return false;
-    }
-    if (tag == fxTagType && !emit(name, std::strlen(name) + 1)) return false;
-    if (payloadBytes != 0 && !emit(payload, payloadBytes)) return false;
+    if (!outgoing->put(head, length)) return false;
+    if (tag == fxTagType && !outgoing->put(name, std::strlen(name) + 1)) return false;
+    if (payloadBytes != 0 && !outgoing->put(payload, payloadBytes)) return false;
     tag = fxTagData;
     return true;
+}
+
+// Keeps invariant (4). What is pending may be gone by the next call.
+bool fxBinaryWriter::fail() {
+    outgoing->fail();
+    dropPending();
+    tag = fxTagData;
+    used = room = 0;
+    cursor = buffer;
+    return false;
 }
 
 // Puts the fields of the record being built and returns their length. There is
@@ -384,25 +402,6 @@ unsigned int fxBinaryWriter::putFields(char* place) const {
     putWord(place + 4, tag == fxTagObject ? fieldB : fieldD);
     putWord(place + 8, fieldC);
     return fieldBytes[tag];
-}
-
-// What is too long for the batch follows it directly.
-bool fxBinaryWriter::emit(const char* bytes, size_t byteCount) {
-    if (isBatching && byteCount > batchBytes - batchUsed && !sendBatch()) return false;
-    if (isBatching && byteCount <= batchBytes) {
-        std::memcpy(batch.get() + batchUsed, bytes, byteCount);
-        batchUsed += byteCount;
-        return true;
-    }
-    return stream != nullptr && stream->isWriting() &&
-           stream->putBytes(bytes, static_cast<unsigned int>(byteCount));
-}
-
-bool fxBinaryWriter::sendBatch() {
-    const unsigned int byteCount = static_cast<unsigned int>(batchUsed);
-    batchUsed = 0;
-    if (stream == nullptr || !stream->isWriting()) return false;
-    return byteCount == 0 || stream->putBytes(batch.get(), byteCount);
 }
 
 fxBinaryWriterItem* fxBinaryWriter::itemAt(unsigned int index) {

@@ -54,9 +54,23 @@ fxBool Twice::xdr(fxTranscriber& t) {
 class Refusing : public Listed {
     FX_TRANSCRIBABLE(Refusing)
     Node* node = nullptr;
+    bool throws = false;
 };
 FX_TRANSCRIBABLE_TYPE(Refusing, "Refusing", 1, Listed);
-fxBool Refusing::xdr(fxTranscriber& t) { return fxXdrObject(t, node) && false; }
+fxBool Refusing::xdr(fxTranscriber& t) {
+    if (fxXdrObject(t, node) && throws) throw 1;
+    return 0;
+}
+
+/// Notes how it is written to.
+class Pieces : public fxMemoryStream {
+public:
+    std::vector<unsigned int> sizes;
+    bool putBytes(const char* bytes, unsigned int count) override {
+        sizes.push_back(count);
+        return fxMemoryStream::putBytes(bytes, count);
+    }
+};
 
 /// Wants to know when it has been written.
 class Told : public fxStrArray {
@@ -286,15 +300,48 @@ TEST(AddressIndex, HighNumbersAfterAResetCostNoMemory) {
     EXPECT_LT(after.ru_maxrss - before.ru_maxrss, 64 * 1024);
 }
 
-TEST_F(Writer, WhatAFailedSaveLeftWaitingIsForgotten) {
-    Refusing refusing;
-    refusing.node = new Node;
-    EXPECT_FALSE(fxWriteObject(*writer, &refusing));
-    delete refusing.node;
-    stream->reset();
+TEST_F(Writer, StaysFailed) {
+    for (const bool throws : {false, true}) {
+        HeldStream bytes;
+        fxBinaryWriter failing(bytes);
+        Refusing refusing;
+        refusing.throws = throws;
+        refusing.node = new Node;
+        if (throws) {
+            EXPECT_THROW(fxWriteObject(failing, &refusing), int);
+        } else {
+            EXPECT_FALSE(fxWriteObject(failing, &refusing));
+        }
+        delete refusing.node;
+        failing.reset();
+        const std::string before(bytes->view());
+        Listed root;
+        fxStr text("x");
+        char* block = nullptr;
+        EXPECT_FALSE(fxWriteObject(failing, &root) || fxXdr(failing, root.number) ||
+                     fxXdr(failing, text) || failing.xdr(&block, 1) || failing.flush());
+        EXPECT_EQ(bytes->view(), before);
+    }
+    fxMemoryStream full(600);
+    full.take();
+    fxBinaryWriter failing(&full);
+    fxStr text("x");
+    for (int i = 0; full.length() < 600 && i < 100; ++i) fxWriteObject(failing, &text);
+    EXPECT_FALSE(fxWriteObject(failing, &text) || failing.flush());
+}
+
+// Head, name and payload are a write each, in and outside of writeObject().
+TEST_F(Writer, StreamsOfOthersSeeThePartsOfEachRecord) {
+    Pieces pieces;
+    pieces.take();
+    fxBinaryWriter toPieces(&pieces);
     Listed root;
-    EXPECT_TRUE(fxWriteObject(*writer, &root));
-    EXPECT_EQ(stream->view(), typeRecord(6, "Listed") + objectRecord(5, 6, long8(0)));
+    long number = 0;
+    char* block = nullptr;
+    ASSERT_TRUE(toPieces.xdr(&number, 1) && fxWriteObject(toPieces, &root));
+    EXPECT_EQ(pieces.sizes, std::vector<unsigned int>({2, 8, 5, 7, 14, 8}));
+    ASSERT_TRUE(toPieces.xdr(&block, 1) && toPieces.flush());
+    EXPECT_EQ(pieces.sizes.back(), 1U);
 }
 
 TEST_F(Writer, RefusesWhatItCannotWrite) {
