@@ -36,11 +36,9 @@ public:
     bool isWriting() override;
     fxStreamType getType() override;
 
-    bool getBytes(char* bytes, unsigned int count) override;
-    bool putBytes(const char* bytes, unsigned int count) override;
-
-    /// What the FILE of a stream that is only read has in its buffer. Empty for
-    /// a class that derives from this one, whose bytes may be others.
+    /// What the buffer of a stream has that is only read and made its FILE
+    /// itself; empty for any other, and for a class that derives from this one,
+    /// whose bytes may be others.
     const fxStreamWindow& window() override;
 
     /// Hands everything written so far to the system. False when that failed,
@@ -61,6 +59,7 @@ private:
     bool turn(Direction direction);
     bool lose();
     bool get(void* bytes, size_t byteCount);
+    bool takeBytes(void* bytes, size_t byteCount);
     bool put(const void* bytes, size_t byteCount);
 
     FILE* file;  // owned, null when there is none
@@ -68,10 +67,13 @@ private:
     fxBool errorFlag;
     fxBool endFlag;
 
-    Direction last = Direction::none;    // of a read-write stream
-    bool hasLost = false;                // whether anything written did not arrive
-    std::unique_ptr<char[]> fileBuffer;  // that of `file`, when we made it
-    fxStreamWindow fileWindow;           // into `file`
+    Direction last = Direction::none;  // of a read-write stream
+    bool hasLost = false;              // whether anything written did not arrive
+    bool hasEnded = false;             // whether takeBytes() has met the end
+    std::unique_ptr<char[]> buffer;    // of takeBytes(), or of a FILE that we made and write
+    char* next = nullptr;              // [next, end) was read and not taken;
+    char* end = nullptr;               // null for a stream that does not use it
+    fxStreamWindow unread{&next, &end};
 };
 
 #endif

@@ -4,7 +4,9 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <cstring>
 #include <typeinfo>
 #include <utility>
 
@@ -16,10 +18,16 @@
 //
 // A FILE open both ways must be positioned between reading and writing; turn()
 // does it when the direction changes.
+//
+// A stream that is only read, and that made its FILE itself, reads from the
+// descriptor into a buffer of its own, so that window() can show it. The FILE,
+// which nothing else refers to, then only holds the descriptor. What a FILE does
+// is kept: the end is final once it was met, and closing leaves the descriptor's
+// offset, which others may share, behind the last byte that was taken.
 
 namespace {
 
-constexpr size_t fileBufferBytes = size_t{1} << 16;
+constexpr size_t bufferBytes = size_t{1} << 16;
 
 bool wasInterrupted(FILE* file) {
     if (!std::ferror(file) || errno != EINTR) return false;
@@ -96,8 +104,12 @@ void fxStdioStream::adopt(int fd) {
     if (file == nullptr) return;
     // A buffer of this size keeps the system calls out of the profile. It is ours,
     // because setvbuf() heeds the size only then.
-    fileBuffer.reset(new char[fileBufferBytes]);
-    std::setvbuf(file, fileBuffer.get(), _IOFBF, fileBufferBytes);
+    buffer.reset(new char[bufferBytes]);
+    if (type == fxStreamRead) {
+        next = end = buffer.get();
+    } else {
+        std::setvbuf(file, buffer.get(), _IOFBF, bufferBytes);
+    }
     if (type == fxStreamWrite) keepFromLosing(file);
 }
 
@@ -107,36 +119,9 @@ bool fxStdioStream::isReading() { return type == fxStreamRead || type == fxStrea
 bool fxStdioStream::isWriting() { return type == fxStreamWrite || type == fxStreamReadWrite; }
 fxStream::fxStreamType fxStdioStream::getType() { return type; }
 
-bool fxStdioStream::getBytes(char* bytes, unsigned int count) {
-    if (count == 1 && file != nullptr && type == fxStreamRead) {
-        const int byte = std::getc(file);
-        if (byte != EOF) {
-            *bytes = static_cast<char>(byte);
-            return true;
-        }
-        if (!wasInterrupted(file)) return false;
-    }
-    return get(bytes, count);
-}
-
-bool fxStdioStream::putBytes(const char* bytes, unsigned int count) {
-    if (count == 1 && file != nullptr && type == fxStreamWrite) {
-        if (std::putc(static_cast<unsigned char>(*bytes), file) != EOF) return true;
-        if (!wasInterrupted(file)) return lose();
-    }
-    return put(bytes, count);
-}
-
-// Nothing in standard I/O tells where its buffer is; the library that we know
-// keeps it where its getc_unlocked(), a macro once, has always looked for it.
+// A derived class may have other bytes than those of the file.
 const fxStreamWindow& fxStdioStream::window() {
-#ifdef __GLIBC__
-    if (file != nullptr && type == fxStreamRead && typeid(*this) == typeid(fxStdioStream)) {
-        fileWindow.next = &file->_IO_read_ptr;
-        fileWindow.end = &file->_IO_read_end;
-    }
-#endif
-    return fileWindow;
+    return typeid(*this) == typeid(fxStdioStream) ? unread : fxStream::window();
 }
 
 bool fxStdioStream::flush() {
@@ -150,7 +135,9 @@ bool fxStdioStream::flush() {
 
 bool fxStdioStream::close() {
     const bool isFlushed = flush();
-    fileWindow = fxStreamWindow();
+    if (file != nullptr && !isWriting()) std::fflush(file);  // moves the offset
+    if (next != end) ::lseek(::fileno(file), next - end, SEEK_CUR);
+    next = end = nullptr;
     FILE* const closing = std::exchange(file, nullptr);
     return closing != nullptr && std::fclose(closing) == 0 && isFlushed;
 }
@@ -173,12 +160,45 @@ bool fxStdioStream::turn(Direction direction) {
 
 bool fxStdioStream::get(void* bytes, size_t byteCount) {
     if (file == nullptr || !isReading() || !turn(Direction::in)) return false;
+    if (next != nullptr) return takeBytes(bytes, byteCount);
     char* place = static_cast<char*>(bytes);
     while (byteCount > 0) {
         const size_t moved = std::fread(place, 1, byteCount, file);
         place += moved;
         byteCount -= moved;
         if (byteCount > 0 && !wasInterrupted(file)) return false;
+    }
+    return true;
+}
+
+// The same from the buffer. What is as long as the buffer is read to its place.
+bool fxStdioStream::takeBytes(void* bytes, size_t byteCount) {
+    char* place = static_cast<char*>(bytes);
+    while (byteCount > 0) {
+        if (next != end) {
+            const size_t piece = std::min(byteCount, unread.size());
+            std::memcpy(place, next, piece);
+            next += piece;
+            place += piece;
+            byteCount -= piece;
+            continue;
+        }
+        const bool isLong = byteCount >= bufferBytes;
+        ssize_t got = 0;
+        if (!hasEnded) {
+            got = isLong ? ::read(::fileno(file), place, byteCount)
+                         : ::read(::fileno(file), buffer.get(), bufferBytes);
+        }
+        if (got < 0 && errno == EINTR) continue;
+        hasEnded = got == 0;
+        if (got <= 0) return false;
+        if (isLong) {
+            place += got;
+            byteCount -= static_cast<size_t>(got);
+        } else {
+            next = buffer.get();
+            end = next + got;
+        }
     }
     return true;
 }

@@ -12,6 +12,7 @@
 #include <atomic>
 #include <csignal>
 #include <cstdio>
+#include <fstream>
 #include <numeric>
 #include <random>
 #include <thread>
@@ -203,16 +204,43 @@ TEST_F(Streams, InterruptedWritesLoseNothing) {
     sigaction(SIGUSR1, &before, nullptr);
 }
 
+// However a file was opened, its bytes come in any pieces, its end is final, and
+// an offset that others share ends up behind what was taken.
 TEST_F(Streams, DescriptorsAndFilesAreAdopted) {
+    std::mt19937 rng(testSeed());
+    std::string all(300000, '?');
+    for (char& byte : all) byte = static_cast<char>(rng());
     {
-        fxStdioStream fromDescriptor(open(path.c_str(), O_RDWR | O_CREAT, 0600),
-                                     fxStream::fxStreamReadWrite);
-        EXPECT_TRUE(fromDescriptor.putBytes("12", 2));
+        fxStdioStream made(open(path.c_str(), O_RDWR | O_CREAT, 0600), fxStream::fxStreamReadWrite);
+        EXPECT_TRUE(made.putBytes(all.data(), static_cast<unsigned int>(all.size())));
     }
-    fxStdioStream fromFile(std::fopen(path.c_str(), "r"), fxStream::fxStreamRead);
-    char bytes[2];
-    EXPECT_TRUE(fromFile.getBytes(bytes, 2));
-    EXPECT_EQ(std::string(bytes, 2), "12");
+    for (const bool fromFile : {false, true}) {
+        for (const unsigned int most : {9U, 5000U, 150000U}) {
+            const int fd = open(path.c_str(), O_RDONLY);
+            const int shared = dup(fd);
+            const fxStream::fxStreamType in = fxStream::fxStreamRead;
+            fxStdioStream stream =
+                fromFile ? fxStdioStream(fdopen(fd, "r"), in) : fxStdioStream(fd, in);
+            size_t taken = 0;
+            for (int i = 0; i < 1000 && taken + most < all.size(); ++i) {
+                std::string got(rng() % most, '?');
+                ASSERT_TRUE(stream.getBytes(got.data(), static_cast<unsigned int>(got.size())));
+                ASSERT_TRUE(got == all.substr(taken, got.size()));
+                taken += got.size();
+            }
+            EXPECT_TRUE(stream.close());
+            EXPECT_EQ(lseek(shared, 0, SEEK_CUR), static_cast<off_t>(taken));
+            close(shared);
+        }
+        fxStdioStream whole =
+            fromFile ? fxStdioStream(std::fopen(path.c_str(), "r"), fxStream::fxStreamRead)
+                     : fxStdioStream(path.c_str(), fxStream::fxStreamRead, 0);
+        std::string got(all.size() + 1, '?');
+        EXPECT_FALSE(whole.getBytes(got.data(), static_cast<unsigned int>(got.size())));
+        std::ofstream(path, std::ios::app) << "more";
+        EXPECT_FALSE(whole.getBytes(got.data(), 1));
+        all += "more";
+    }
 }
 
 // Against a string: what is refused changes nothing, wherever the buffer ends.
