@@ -11,7 +11,7 @@
 set -euo pipefail
 
 # What several sources share, but programs do not get.
-private='^(fxPool::|fxRegProgram::|fxTraceLines::|makeBinaryReader\()'
+private='^(fxPool::|fxReaderGraph::|fxRecordReader::|fxRegProgram::|fxTraceLines::|makeBinaryReader\()'
 
 hidden() {
     local found
