@@ -94,8 +94,8 @@ public:
     /// scratch element: what was exchanged last, or an element of zero bytes
     /// (a default element, where elements own something) if nothing was yet.
     /// So elements get lost and others doubled: 2 3 1 becomes 3 3 3, and a
-    /// single element becomes zero. Saved data and programs depend on this
-    /// placement; for a sorted array call sort().
+    /// single element becomes zero. This placement is part of the contract; for a
+    /// sorted array call sort().
     void qsort() { qsort(0, length()); }
     void qsort(unsigned int start, unsigned int count);  ///< Requires: the run lies in the array.
 
@@ -193,7 +193,6 @@ private:
     bool resizeBlock(std::size_t bytes);
     void takeBlock(fxArray& source);
     void raiseCapacity(std::size_t bytes);
-    std::size_t offsetOf(const void* item) const;
     void openGap(std::size_t offset, std::size_t bytes);
     void closeGap(std::size_t offset, std::size_t bytes);
     void* copyOf(std::size_t offset, std::size_t bytes) const;

@@ -19,12 +19,6 @@
 // What changes place is moved as bytes; hooks run only where an element begins,
 // ends or is doubled.
 
-namespace {
-
-constexpr std::size_t outside = static_cast<std::size_t>(-1);
-
-}  // namespace
-
 fxArray::fxArray(unsigned short size, unsigned int count)
     : data(nullptr),
       maxBytes(fxLengthField(std::size_t{size} * count)),
@@ -79,10 +73,10 @@ fxArray::fxArray(fxTypeObj& type)
 fxArray::~fxArray() { std::free(data); }
 
 void fxArray::append(const void* item) {
-    const std::size_t within = offsetOf(item);
+    const std::size_t within = fxOffsetIn(data, lengthBytes, item);
     if (lengthBytes == maxBytes) {
         expand();
-        if (within != outside) item = data + within;
+        if (within != fxOutside) item = data + within;
     }
     copyElements(item, data + lengthBytes, elementSize);
     lengthBytes += elementSize;
@@ -100,11 +94,11 @@ void fxArray::append(const fxArray& other) {
 
 void fxArray::insert(const void* item, unsigned int index) {
     FX_ASSERT(index <= length());
-    const std::size_t within = offsetOf(item);
+    const std::size_t within = fxOffsetIn(data, lengthBytes, item);
     const std::size_t offset = std::size_t{index} * elementSize;
     if (maxBytes <= lengthBytes) raiseCapacity(std::size_t{lengthBytes} + elementSize);
     openGap(offset, elementSize);
-    if (within != outside) item = data + within + (within >= offset ? elementSize : 0);
+    if (within != fxOutside) item = data + within + (within >= offset ? elementSize : 0);
     copyElements(item, data + offset, elementSize);
     lengthBytes += elementSize;
 }
@@ -373,12 +367,6 @@ void fxArray::takeBlock(fxArray& source) {
 void fxArray::raiseCapacity(std::size_t bytes) {
     maxBytes = fxLengthField(bytes);
     getmem();
-}
-
-std::size_t fxArray::offsetOf(const void* item) const {
-    const std::uintptr_t begin = reinterpret_cast<std::uintptr_t>(data);
-    const std::uintptr_t place = reinterpret_cast<std::uintptr_t>(item);
-    return place >= begin && place - begin < lengthBytes ? place - begin : outside;
 }
 
 void fxArray::openGap(std::size_t offset, std::size_t bytes) {

@@ -1,4 +1,5 @@
-// Memory of the blocks that change hands: malloc() with the failures taken out.
+// Blocks that grow and change hands: malloc() with the failures taken out, and
+// sources that lie in the block that is about to move.
 #ifndef FXDS_DETAIL_ALLOCATE_H
 #define FXDS_DETAIL_ALLOCATE_H
 
@@ -35,6 +36,16 @@ inline void* fxGrowBlock(void* block, size_t bytes) {
 inline unsigned int fxLengthField(size_t bytes) {
     if (bytes > UINT32_MAX) fxFatal("a length of %zu bytes does not fit 32 bits", bytes);
     return static_cast<unsigned int>(bytes);
+}
+
+/// What fxOffsetIn() answers for a place outside the block.
+inline constexpr size_t fxOutside = SIZE_MAX;
+
+/// The offset of `place` in the `bytes` bytes at `block`, or fxOutside. A source
+/// that may lie in a block is found again by it when the block has moved.
+inline size_t fxOffsetIn(const void* block, size_t bytes, const void* place) {
+    const size_t offset = reinterpret_cast<uintptr_t>(place) - reinterpret_cast<uintptr_t>(block);
+    return offset < bytes ? offset : fxOutside;
 }
 
 #endif

@@ -6,6 +6,8 @@
 #include <typeinfo>
 #include <utility>
 
+#include "fxds/detail/Allocate.h"
+
 // The content is [base, end), of which [base, next) was read.
 // The buffer doubles, so that a write costs the same however many came before.
 // It comes from malloc(), because it changes hands.
@@ -85,10 +87,9 @@ bool fxMemoryStream::put(const void* bytes, size_t byteCount) {
     if (!isWriting()) return false;
     if (byteCount == 0) return true;
     const char* from = static_cast<const char*>(bytes);
-    const uintptr_t offset = reinterpret_cast<uintptr_t>(from) - reinterpret_cast<uintptr_t>(block);
-    const bool isOwn = block != nullptr && offset < length();
+    const size_t within = fxOffsetIn(block, length(), from);
     if (!grow(byteCount)) return false;
-    if (isOwn) from = block + offset;
+    if (within != fxOutside) from = block + within;
     std::memcpy(end, from, byteCount);
     end += byteCount;
     return true;

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cstdlib>
-#include <functional>
 
 #include "fxds/detail/Allocate.h"
 
@@ -42,10 +41,8 @@ void fxStackBuffer::grow(unsigned int n) {
 
 // The source may lie in the storage that moves.
 void fxStackBuffer::putGrown(const char* s, unsigned int n) {
-    const std::less<> before;
-    const bool inside = !before(s, base) && before(s, next);
-    const size_t offset = inside ? static_cast<size_t>(s - base) : 0;
+    const size_t within = fxOffsetIn(base, length(), s);
     grow(n - static_cast<unsigned int>(end - next));
-    std::memcpy(next, inside ? base + offset : s, n);
+    std::memcpy(next, within != fxOutside ? base + within : s, n);
     next += n;
 }

@@ -1,7 +1,5 @@
 #include "fxds/TempStr.h"
 
-#include <functional>
-
 #include "fxds/detail/Allocate.h"
 
 // Where the text is, is told by the pointer and not by the length: a copy of
@@ -40,16 +38,14 @@ fxTempStr& fxTempStr::operator=(const fxTempStr& src) {
 
 fxTempStr& fxTempStr::concatBlock(char const* s, unsigned int n) {
     const unsigned int grown = fxLengthField(size_t{slength} + n);
-    const std::less<> before;
-    const bool inside = !before(s, data) && before(s, data + slength);
-    const size_t offset = inside ? static_cast<size_t>(s - data) : 0;
+    const size_t within = fxOffsetIn(data, slength, s);
     if (data != buffer) {
         data = static_cast<char*>(fxGrowBlock(data, size_t{grown} + 1));
     } else if (grown > inlineBytes) {
         data = static_cast<char*>(fxNewBlock(size_t{grown} + 1));
         std::memcpy(data, buffer, slength);
     }
-    if (inside) s = data + offset;
+    if (within != fxOutside) s = data + within;
     if (n != 0) std::memmove(data + length(), s, n);
     slength = grown;
     data[length()] = '\0';
