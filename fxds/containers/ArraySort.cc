@@ -6,51 +6,26 @@
 
 #include "fxds/Array.h"
 
-// Two ways to order a run of elements.
+// The ordering of elements: fxArray::sort() and qsort().
 //
 // sort() merges element numbers bottom-up and permutes the bytes at the end: no
 // element moves while a comparison runs, and whatever the comparisons answer,
 // each number is placed once.
 //
-// qsort() is a partition whose last step doubles elements (see Array.h). Its
-// steps are written once, over a run that can compare two elements, move one,
-// and save to and restore from the scratch element. Plain elements are moved in
-// place. Of elements that own something only the numbers are moved; at the end
-// every position is given an element of its own.
+// qsort() is a partition whose last step doubles elements (see Array.h). It too
+// moves numbers only; at the end each position is given an element of its own.
 
 namespace {
 
-// The elements of a run, in place. The scratch element starts as zero bytes.
-class PlainRun {
-public:
-    PlainRun(const fxArray& array_, char* first_, std::size_t size_)
-        : array(array_), first(first_), size(size_), large(size_ > sizeof small ? size_ : 0) {}
-
-    int compare(std::size_t i, std::size_t j) const {
-        return array.compareElements(first + i * size, first + j * size);
-    }
-    void move(std::size_t to, std::size_t from) {
-        if (to != from) std::memcpy(first + to * size, first + from * size, size);
-    }
-    void save(std::size_t from) { std::memcpy(scratch(), first + from * size, size); }
-    void restore(std::size_t to) { std::memcpy(first + to * size, scratch(), size); }
-
-private:
-    char* scratch() { return large.empty() ? small : large.data(); }
-
-    const fxArray& array;
-    char* const first;
-    const std::size_t size;
-    char small[32] = {};
-    std::vector<char> large;
-};
-
 // The numbers of the elements of a run, while the elements stay where they are.
-// The number after the last stands for a default element, the first scratch.
+// The number after the last is that of the first scratch element: zero bytes, or
+// a default element where elements own something.
 class NumberedRun {
 public:
-    NumberedRun(fxArray& array_, char* first_, std::size_t size_, std::size_t count_)
+    NumberedRun(fxArray& array_, bool ownsElements, char* first_, std::size_t size_,
+                std::size_t count_)
         : array(array_),
+          owns(ownsElements),
           first(first_),
           size(size_),
           count(count_),
@@ -58,7 +33,7 @@ public:
           numbers(count_),
           result((count_ + 1) * size_) {
         std::iota(numbers.begin(), numbers.end(), std::size_t{0});
-        array.createElements(element(count), bytesOfOne());
+        if (owns) array.createElements(element(count), bytesOfOne());
     }
     NumberedRun(const NumberedRun&) = delete;
     NumberedRun& operator=(const NumberedRun&) = delete;
@@ -70,15 +45,15 @@ public:
     void save(std::size_t from) { scratch = numbers[from]; }
     void restore(std::size_t to) { numbers[to] = scratch; }
 
-    // Builds the run that the numbers tell: the first position that names an
-    // element takes its bytes, each further one a copy; an element that no
-    // position names ends here.
+    // Builds the run that the numbers tell. Of elements that own something, the
+    // first position that names one takes its bytes, each further one a copy; an
+    // element that no position names ends here.
     void materialise() {
-        std::vector<bool> placed(count + 1);
+        std::vector<bool> placed(count + 1, !owns);
         for (std::size_t i = 0; i < count; ++i) {
             const std::size_t number = numbers[i];
             char* const place = result.data() + i * size;
-            if (placed[number]) {
+            if (owns && placed[number]) {
                 array.copyElements(element(number), place, bytesOfOne());
             } else {
                 std::memcpy(place, element(number), size);
@@ -98,12 +73,13 @@ private:
     unsigned int bytesOfOne() const { return static_cast<unsigned int>(size); }
 
     fxArray& array;
+    const bool owns;
     char* const first;
     const std::size_t size;
     const std::size_t count;
     std::size_t scratch;
     std::vector<std::size_t> numbers;
-    mutable std::vector<char> result;  // the new run, then the default element
+    mutable std::vector<char> result;  // the new run, then the first scratch element
 };
 
 struct Range {
@@ -111,39 +87,9 @@ struct Range {
     std::size_t hi;
 };
 
-// Ranges still to be partitioned, last in first out. A descending run of n
-// elements leaves n / 2 of them waiting, so that they cannot stay on the
-// program's stack; few runs ever need more than the first places.
-class PendingRanges {
-public:
-    bool isEmpty() const { return count == 0; }
-    void push(Range range) {
-        if (count < few) {
-            first[count] = range;
-        } else {
-            rest.push_back(range);
-        }
-        ++count;
-    }
-    Range pop() {
-        --count;
-        if (count < few) return first[count];
-        const Range range = rest.back();
-        rest.pop_back();
-        return range;
-    }
-
-private:
-    static constexpr std::size_t few = 64;
-    std::size_t count = 0;
-    Range first[few];
-    std::vector<Range> rest;
-};
-
 // Partitions [lo, hi] about its first element and returns where the two parts
 // meet. The element compared with is looked up each time, never set aside.
-template <class Run>
-std::size_t partition(Run& run, std::size_t lo, std::size_t hi) {
+std::size_t partition(NumberedRun& run, std::size_t lo, std::size_t hi) {
     std::size_t i = lo;
     std::size_t j = hi + 1;
     const auto advance = [&] {
@@ -163,7 +109,7 @@ std::size_t partition(Run& run, std::size_t lo, std::size_t hi) {
         advance();
         retreat();
     }
-    // Three copies, no exchange: both places end as the scratch element.
+    // Not a swap: both places end up equal to the scratch element.
     run.restore(lo);
     run.move(j, lo);
     run.restore(j);
@@ -171,16 +117,16 @@ std::size_t partition(Run& run, std::size_t lo, std::size_t hi) {
 }
 
 // The lower part is finished before the upper one begins: they share the
-// scratch element, so the order shows.
-template <class Run>
-void partitionAll(Run& run, std::size_t count) {
-    PendingRanges pending;
-    pending.push({0, count - 1});
-    while (!pending.isEmpty()) {
-        Range range = pending.pop();
+// scratch element, so the order shows. A descending run of n elements leaves
+// n / 2 ranges waiting, so that they cannot stay on the program's stack.
+void partitionAll(NumberedRun& run, std::size_t count) {
+    std::vector<Range> waiting = {{0, count - 1}};
+    while (!waiting.empty()) {
+        Range range = waiting.back();
+        waiting.pop_back();
         for (bool hasLower = true; hasLower;) {
             const std::size_t middle = partition(run, range.lo, range.hi);
-            if (middle + 1 < range.hi) pending.push({middle + 1, range.hi});
+            if (middle + 1 < range.hi) waiting.push_back({middle + 1, range.hi});
             hasLower = middle > 0 && range.lo < middle - 1;
             if (hasLower) range.hi = middle - 1;
         }
@@ -237,12 +183,7 @@ void fxArray::sort(unsigned int start, unsigned int count) {
 void fxArray::qsort(unsigned int start, unsigned int count) {
     FX_ASSERT(start <= length() && count <= length() - start);
     if (count == 0) return;
-    if (ownsElements) {
-        NumberedRun run(*this, at(start), elementSize, count);
-        partitionAll(run, count);
-        run.materialise();
-    } else {
-        PlainRun run(*this, at(start), elementSize);
-        partitionAll(run, count);
-    }
+    NumberedRun run(*this, ownsElements, at(start), elementSize, count);
+    partitionAll(run, count);
+    run.materialise();
 }
