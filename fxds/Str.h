@@ -117,8 +117,8 @@ public:
     fxStr cut(unsigned int start, unsigned int n);
     /// Overwrites `n` bytes at `pos`; the length stays as it is.
     void replace(const char* s, unsigned int pos, unsigned int n = 0);
-    /// Makes the text exactly `n` bytes long. New bytes are always zero: `fill`
-    /// is ignored, and callers rely on that.
+    /// Makes the text exactly `n` bytes long. New bytes are zero, whatever `fill`:
+    /// part of the contract.
     void resize(unsigned int n, unsigned char fill = 0);
     /// Enlarges the block of a non-empty string to hold `n` bytes of text. The
     /// next growth sizes the block to its own need again, so this reserves
@@ -144,8 +144,7 @@ public:
     /// Search for `c`, or for any of the `n` bytes of `set`. The forward ones
     /// return an index in [pos, length()], where length() means that there is
     /// none. The backward ones look at the bytes before `pos` and return the
-    /// found index plus one, or 0. So each result is the end of a run as it
-    /// stands.
+    /// found index plus one, or 0.
     unsigned int next(unsigned int pos, char c) const;
     unsigned int next(unsigned int pos, const char* set, unsigned int n = 0) const;
     unsigned int nextR(unsigned int pos, char c) const;
@@ -182,8 +181,8 @@ public:
     ///@{
     /// Replaces the text with what printf() would write, up to the first zero
     /// byte of that, and returns the new `slength` (the text length plus one).
-    /// The string may be among its own arguments. What printf() cannot write
-    /// (more than INT_MAX bytes, an invalid wide character) leaves it empty.
+    /// The string may be among its own arguments. On an output error (more than
+    /// INT_MAX bytes, an invalid wide character) the string becomes empty.
     unsigned int format(const char* fmt, ...) __attribute__((format(printf, 2, 3)));
     unsigned int vformat(const char* fmt, va_list arguments) __attribute__((format(printf, 2, 0)));
     ///@}
@@ -219,9 +218,7 @@ private:
     }
     void clear();
     void resizeInternal(unsigned int n);
-    bool pointsInside(const char* s) const;
     void assignBytes(const char* s, size_t n);
-    fxStr range(unsigned int begin, unsigned int end) const;
     fxBool readText(fxTranscriber& transcriber, unsigned int lengthBytes);
 
 public:

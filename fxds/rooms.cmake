@@ -23,7 +23,7 @@ fxds_room(base
 fxds_room(text
   ON base
   HEADERS StackBuffer Str TempStr
-  SOURCES StackBuffer Str TempStr)
+  SOURCES StackBuffer Str StrFormat StrSearch StrStream TempStr)
 
 # Arrays, dictionaries and sets, lists, integer tables, atoms, boxes, number
 # ranges.
