@@ -1,4 +1,5 @@
 // The one growable contiguous container; every array of the library is one.
+// Sources: containers/Array.cc; containers/ArraySort.cc for sort() and qsort().
 #ifndef FXDS_ARRAY_H
 #define FXDS_ARRAY_H
 

@@ -1,4 +1,4 @@
-// A second, independent counting pair: counted objects and their smart pointer.
+// RPtr: a pointer that counts, and Counted, the base of what it points to.
 #ifndef FXDS_COUNTED_H
 #define FXDS_COUNTED_H
 

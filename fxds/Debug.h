@@ -1,4 +1,4 @@
-// A place for debugging options.
+// fxDebug: what start-up makes for debugging options, of which there are none.
 #ifndef FXDS_DEBUG_H
 #define FXDS_DEBUG_H
 
@@ -6,7 +6,7 @@
 
 class fxStr;
 
-/// Has no options yet: both operations do nothing and nothing is kept.
+/// Has no options: both operations do nothing and nothing is kept.
 class FX_API fxDebug {
 public:
     explicit fxDebug(unsigned char on);  ///< Ignores `on`.

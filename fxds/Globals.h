@@ -65,7 +65,6 @@ public:
     fxVoidPtrArray globals;  ///< of fxOrderedGlobal*, borrowed
 };
 
-// Null until the first registration.
 ///@{
 /// Null until the first registration.
 extern FX_API fxGlobalOrder* fx_toolkitGlobalOrder;

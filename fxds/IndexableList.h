@@ -79,9 +79,9 @@ public:
     /// Puts the whole chain of `other` behind the link at a position, or at
     /// the end from getCount() on. Answers the new count.
     ///
-    /// Mind the last position: getTail() then stays at the link that was last,
-    /// and what goes by the tail (append(), positions near the end) stops short
-    /// of what was spliced in behind it. To extend a list use appendList().
+    /// Caution: splicing after the last link does not update getTail(), and what
+    /// goes by the tail (append(), positions near the end) stops short of what
+    /// was spliced in behind it. To extend a list use appendList().
     long appendListAt(long index, fxIndexableList* other);
     long appendList(fxIndexableList* other) { return appendListAt(count, other); }  ///< At the end.
 

@@ -1,4 +1,5 @@
 // The base object: properties, named inputs and outputs, connections, sending.
+// Sources: dataflow/Obj.cc; dataflow/ObjChannels.cc for inputs and outputs.
 #ifndef FXDS_OBJ_H
 #define FXDS_OBJ_H
 

@@ -23,9 +23,8 @@ public:
     /// 1, 2 ...; one in which only 5 is reserved gives 4, 3, 2, 1, 0, 6, 7 ...
     unsigned int operator()();
 
-    /// Reserves `number` and returns it. Reserving a number that is taken
-    /// already goes unnoticed and makes it possible that it is handed out
-    /// again.
+    /// Reserves `number` and returns it. Reserving a taken number is not
+    /// detected; the number may then be returned again.
     unsigned int operator()(unsigned int number);
 
     /// Joins the ranges at `index` and `index` + 1 when they touch. Nothing

@@ -48,7 +48,7 @@ public:
     fxTypedArray& operator=(const fxTypedArray& source) = default;
     fxTypedArray& operator=(fxTypedArray&& source) noexcept = default;
 
-    unsigned int length() const { return this->lengthBytes / itemBytes; }
+    unsigned int length() const { return this->lengthBytes / itemBytes; }  ///< In elements.
 
     /// Requires: index < length().
     T& operator[](unsigned int index) {
@@ -58,7 +58,7 @@ public:
     const T& operator[](unsigned int index) const {
         FX_ASSERT(index < length());
         return begin()[index];
-    }  ///< In elements.
+    }
 
     T* begin() { return reinterpret_cast<T*>(this->data); }
     T* end() { return begin() + length(); }

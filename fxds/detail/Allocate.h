@@ -9,7 +9,8 @@
 
 #include "fxds/Fatal.h"
 
-/// Given: `bytes` bytes, release them with free(). Fatal when there are none.
+/// Given: `bytes` bytes, release them with free(). Calls fxFatal() if memory is
+/// exhausted.
 /// Requires: bytes >= 1.
 inline void* fxNewBlock(size_t bytes) {
     void* block = std::malloc(bytes);

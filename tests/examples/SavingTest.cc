@@ -40,8 +40,8 @@ TEST_F(Saving, WhatIsSavedLoads) {
     EXPECT_EQ(status, 0);
 }
 
-// In the first edition, plays did not follow the pointer to the artist.
-TEST_F(Saving, ReadsTheFirstEdition) {
+// In edition 1, plays do not follow the pointer to the artist.
+TEST_F(Saving, ReadsEditionOne) {
     run("save");
     std::string bytes = contents(path);
     const std::string second("\x02\0\0\0\0\0\0\0\x07\0\0\0\0\0\0\0", 16);  // edition, title

@@ -332,7 +332,7 @@ TEST(Str, OrderEndsAtZeroBytesAndEqualityDoesNot) {
     EXPECT_GT(compare("b", "a"), 0);
 }
 
-TEST(Str, HashIsTheOneThatWasAlwaysUsed) {
+TEST(Str, HashesAreAsStated) {
     const struct {
         const char* text;
         unsigned long hash;

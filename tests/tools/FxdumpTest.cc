@@ -251,7 +251,7 @@ TEST_F(Fxdump, AcceptsForeignByteOrdersAndRefusesUnknownOnes) {
     EXPECT_TRUE(contains(faultOf("x" + header() + records), "offset 0: not a stream of"));
 }
 
-TEST_F(Fxdump, TakesTheFillersOfOlderWriters) {
+TEST_F(Fxdump, TakesFillers) {
     const std::string filler(4, '\0');
     const std::string begin = header() + typeRecord(2, "Node") + objectRecord(1, 2, long8(1));
     EXPECT_EQ(faultOf(begin + record(12, word(1)) + filler + record(12, word(1) + filler)), "");
