@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "tests/support/Dataflow.h"
+#include "tests/support/RunProgram.h"
 
 namespace {
 
@@ -286,14 +287,10 @@ TEST(TraceOfAProcess, IsAskedForByTheEnvironment) {
         Counter().count.send(1);
         return;
     }
-    FILE* const traced = ::popen(
-        "FXDS_TRACE=send,x exec /proc/$PPID/exe --gtest_filter=TraceOfAProcess.* 2>&1 >/dev/null",
-        "r");
-    ASSERT_NE(traced, nullptr);
-    std::string told;
-    for (int c; (c = std::getc(traced)) != EOF;) told += static_cast<char>(c);
-    EXPECT_EQ(::pclose(traced), 0);
-    EXPECT_EQ(told,
+    const Result traced = run(
+        {{"/proc/self/exe", "--gtest_filter=TraceOfAProcess.*"}, ".", {{"FXDS_TRACE", "send,x"}}});
+    EXPECT_EQ(traced.status, 0);
+    EXPECT_EQ(traced.errors,
               "fxds trace   unknown word \"x\"; there are send, events, timers, loop, all\n"
               "fxds send    Counter#1.count int 1, queued, 0 connections\n"
               "fxds send    Counter#2.count int 2, queued, 0 connections\n");

@@ -57,31 +57,36 @@ public:
     const std::string directory = room.path;
 };
 
+Program monitor(const std::vector<std::string>& arguments) {
+    Program program = {{MONITOR_PATH}, ".", {{"TERM", "xterm"}, {"LC_ALL", "C"}}};
+    program.words.insert(program.words.end(), arguments.begin(), arguments.end());
+    return program;
+}
+
+Result run(const std::vector<std::string>& arguments) { return run(monitor(arguments)); }
+
 // A running monitor with its output on a pipe or on a terminal of its own.
 class Session {
 public:
     enum Kind { pipes, terminal };
 
-    Session(Kind kind, std::vector<std::string> arguments) {
+    Session(Kind kind, const std::vector<std::string>& arguments) {
+        Program program = monitor(arguments);
+        program.hasTerminal = kind == terminal;
         if (kind == terminal) {
             const winsize size = {24, 80, 0, 0};
             EXPECT_EQ(0, openpty(&ours, &theirs, nullptr, nullptr, &size));
-            errorEnd = -1;
+            for (const int end : {ours, theirs}) fcntl(end, F_SETFD, FD_CLOEXEC);
+            for (int& file : program.files) file = theirs;
         } else {
             int ends[2];
             EXPECT_EQ(0, pipe2(ends, O_CLOEXEC));
             ours = ends[0];
-            theirs = ends[1];
-            EXPECT_EQ(0, pipe2(ends, O_CLOEXEC));
-            errorEnd = ends[0];
-            theirErrors = ends[1];
+            program.files[1] = ends[1];
         }
-        arguments.insert(arguments.begin(), MONITOR_PATH);
-        process = fork();
-        if (process == 0) become(kind, arguments);
+        process = start(program);
         // The terminal stays open here, so that it can be looked at afterwards.
-        if (kind == pipes) close(theirs);
-        if (kind == pipes) close(theirErrors);
+        if (kind == pipes) close(program.files[1]);
     }
     ~Session() {
         if (process > 0) {
@@ -89,8 +94,7 @@ public:
             waitpid(process, nullptr, 0);
         }
         close(ours);
-        if (errorEnd < 0) close(theirs);
-        if (errorEnd >= 0) close(errorEnd);
+        if (theirs >= 0) close(theirs);
     }
 
     // Reads until the text has come since the last call; false when it never does.
@@ -115,8 +119,6 @@ public:
         if (ended != 0) process = 0;
         while (readSome(ours, output, 0)) {
         }
-        while (errorEnd >= 0 && readSome(errorEnd, errors, 0)) {
-        }
         return status;
     }
 
@@ -134,30 +136,8 @@ public:
     int theirs = -1;  // the terminal itself
     pid_t process = 0;
     std::string output;
-    std::string errors;
 
 private:
-    [[noreturn]] void become(Kind kind, const std::vector<std::string>& arguments) {
-        if (kind == terminal) {
-            setsid();
-            ioctl(theirs, TIOCSCTTY, 0);
-            dup2(theirs, STDIN_FILENO);
-            dup2(theirs, STDERR_FILENO);
-            close(ours);
-        } else {
-            dup2(open("/dev/null", O_RDONLY), STDIN_FILENO);
-            dup2(theirErrors, STDERR_FILENO);
-        }
-        dup2(theirs, STDOUT_FILENO);
-        setenv("TERM", "xterm", 1);
-        setenv("LC_ALL", "C", 1);
-        std::vector<char*> words;
-        for (const std::string& word : arguments) words.push_back(const_cast<char*>(word.c_str()));
-        words.push_back(nullptr);
-        execv(words[0], words.data());
-        _exit(127);
-    }
-
     static bool readSome(int from, std::string& into, int waitMs = 100) {
         pollfd ready = {from, POLLIN, 0};
         if (poll(&ready, 1, waitMs) <= 0) return waitMs > 0;
@@ -168,22 +148,8 @@ private:
         return true;
     }
 
-    int errorEnd = -1;  // -1: on a terminal
-    int theirErrors = -1;
     size_t seen = 0;
 };
-
-struct Result {
-    int exitCode;
-    std::string output;
-    std::string errors;
-};
-
-Result run(const std::vector<std::string>& arguments) {
-    Session session(Session::pipes, arguments);
-    const int status = session.end();
-    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, session.output, session.errors};
-}
 
 long countLines(const std::string& text) { return std::count(text.begin(), text.end(), '\n'); }
 
@@ -212,7 +178,7 @@ const char terminalGivenBack[] = "\33[?25h\33[?1049l";
 TEST(MonitorLines, AsManyAsAskedEachWithEveryQuantity) {
     FakeProc proc;
     const Result result = run(onFake(proc, {"--samples", "3"}));
-    EXPECT_EQ(0, result.exitCode);
+    EXPECT_EQ(0, result.status);
     EXPECT_EQ("", result.errors);
     EXPECT_EQ(3, countLines(result.output));
     EXPECT_TRUE(has(result.output,
@@ -248,7 +214,7 @@ TEST(MonitorLines, MissingAndStrangeFilesSwitchOffTheirSamplerOnly) {
     std::filesystem::remove(proc.directory + "/net/dev");
     proc.write("stat", "intr 0\n");
     const Result result = run(onFake(proc, {"--samples", "2"}));
-    EXPECT_EQ(0, result.exitCode);
+    EXPECT_EQ(0, result.status);
     EXPECT_EQ(2, countLines(result.output));
     EXPECT_TRUE(has(result.output, "cpu -  memory 75.0%")) << result.output;
     EXPECT_TRUE(has(result.output, "net in -  net out -\n")) << result.output;
@@ -257,16 +223,16 @@ TEST(MonitorLines, MissingAndStrangeFilesSwitchOffTheirSamplerOnly) {
     EXPECT_TRUE(has(result.errors, "/net/dev: No such file or directory\n")) << result.errors;
     EXPECT_TRUE(has(result.errors, "cpu is off: ")) << result.errors;
 
-    EXPECT_EQ(0, run({"--proc", "/nowhere", "--samples", "1", "--interval", "0.02"}).exitCode);
+    EXPECT_EQ(0, run({"--proc", "/nowhere", "--samples", "1", "--interval", "0.02"}).status);
 }
 
 TEST(MonitorRecording, ReplaysWhatWasShown) {
     FakeProc proc;
     const std::string file = proc.directory + "/recording";
     const Result recorded = run(onFake(proc, {"--samples", "3", "--record", file}));
-    EXPECT_EQ(0, recorded.exitCode) << recorded.errors;
+    EXPECT_EQ(0, recorded.status) << recorded.errors;
     const Result replayed = run({"--replay", file});
-    EXPECT_EQ(0, replayed.exitCode) << replayed.errors;
+    EXPECT_EQ(0, replayed.status) << replayed.errors;
     EXPECT_EQ(recorded.output, replayed.output);  // times and alarms, too
     EXPECT_TRUE(has(replayed.output, "swap 60.0%!")) << replayed.output;
     EXPECT_EQ(2, countLines(run({"--replay", file, "--samples", "2"}).output));
@@ -296,13 +262,13 @@ TEST(MonitorRecording, DamagedFilesGetOneLineAndStatus1) {
     FakeProc proc;
     const std::string file = proc.directory + "/recording";
     const std::string damaged = proc.directory + "/damaged";
-    ASSERT_EQ(0, run(onFake(proc, {"--samples", "2", "--record", file})).exitCode);
+    ASSERT_EQ(0, run(onFake(proc, {"--samples", "2", "--record", file})).status);
     const std::string bytes = contents(file);
     ASSERT_LT(100U, bytes.size());
     for (size_t length = 0; length < bytes.size(); length += 23) {
         proc.write("damaged", bytes.substr(0, length));
         const Result result = run({"--replay", damaged});
-        EXPECT_EQ(1, result.exitCode) << length;
+        EXPECT_EQ(1, result.status) << length;
         EXPECT_EQ("monitor: " + damaged + " is damaged or no recording\n", result.errors);
         EXPECT_EQ("", result.output);
     }
@@ -312,11 +278,11 @@ TEST(MonitorRecording, DamagedFilesGetOneLineAndStatus1) {
         proc.write("damaged", flipped);
         const Result result = run({"--replay", damaged});
         // Another value may be as good as the one that was there.
-        EXPECT_TRUE(result.exitCode == 0 || result.exitCode == 1) << at << result.errors;
+        EXPECT_TRUE(result.status == 0 || result.status == 1) << at << result.errors;
     }
-    EXPECT_EQ(1, run({"--replay", proc.directory}).exitCode);
+    EXPECT_EQ(1, run({"--replay", proc.directory}).status);
     const Result unwritable = run(onFake(proc, {"--samples", "1", "--record", "/nowhere/file"}));
-    EXPECT_EQ(1, unwritable.exitCode);
+    EXPECT_EQ(1, unwritable.status);
     EXPECT_EQ("monitor: cannot write /nowhere/file: No such file or directory\n",
               unwritable.errors);
 }
@@ -341,7 +307,7 @@ TEST(MonitorOptions, BadOnesGetOneLineAndStatus2) {
             EXPECT_TRUE(has(help, arguments[0])) << arguments[0];
         }
         const Result result = run(arguments);
-        EXPECT_EQ(2, result.exitCode) << arguments[0];
+        EXPECT_EQ(2, result.status) << arguments[0];
         EXPECT_EQ("", result.output);
         EXPECT_EQ(1, countLines(result.errors)) << result.errors;
         EXPECT_TRUE(has(result.errors, arguments[0])) << result.errors;
@@ -350,7 +316,7 @@ TEST(MonitorOptions, BadOnesGetOneLineAndStatus2) {
 
 TEST(MonitorOptions, GraphShowsObjectsTypesAndConverters) {
     const Result result = run({"--graph"});
-    EXPECT_EQ(0, result.exitCode);
+    EXPECT_EQ(0, result.status);
     EXPECT_EQ(0U, result.output.find("digraph network {\n"));
     EXPECT_TRUE(endsWith(result.output, "\n}\n"));
     for (const char* part : {"CpuSampler", "Rate", "Smoothing", "Gauge", "Keyboard", "fxWakeup",

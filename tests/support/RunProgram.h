@@ -2,12 +2,18 @@
 #ifndef FXDS_TESTS_RUNPROGRAM_H
 #define FXDS_TESTS_RUNPROGRAM_H
 
+#include <fcntl.h>
+#include <stdlib.h>
+#include <sys/ioctl.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include <cstdio>
 #include <fstream>
 #include <sstream>
 #include <string>
+#include <utility>
+#include <vector>
 
 /// The bytes of the file; none when it cannot be read.
 inline std::string contents(const std::string& path) {
@@ -17,17 +23,85 @@ inline std::string contents(const std::string& path) {
     return text.str();
 }
 
-/// The output of the command, on both outputs; `status` becomes its exit status.
-inline std::string outputOf(const std::string& command, int& status) {
-    FILE* const output = popen((command + " 2>&1").c_str(), "r");
+/// What is left to read of the file.
+inline std::string readAll(int file) {
     std::string text;
-    status = -1;
-    if (output == nullptr) return text;
-    char piece[4096];
-    for (size_t n = 0; (n = std::fread(piece, 1, sizeof piece, output)) > 0;) text.append(piece, n);
-    const int end = pclose(output);
-    if (WIFEXITED(end)) status = WEXITSTATUS(end);
+    char part[4096];
+    for (ssize_t n; (n = read(file, part, sizeof part)) > 0;) {
+        text.append(part, static_cast<size_t>(n));
+    }
     return text;
+}
+
+/// How a program is started.
+struct Program {
+    std::vector<std::string> words;  ///< Its path and its arguments.
+    std::string directory = ".";
+    std::vector<std::pair<const char*, const char*>> environment = {};  ///< Null: not set.
+    int files[3] = {-1, -1, -1};  ///< Its standard files; -1: ours.
+    bool hasTerminal = false;     ///< files[0] is a terminal that becomes its own.
+};
+
+/// Starts the program and returns at once; waitpid() tells its end.
+inline pid_t start(const Program& program) {
+    const pid_t child = fork();
+    if (child != 0) return child;
+    if (program.hasTerminal) {
+        setsid();
+        ioctl(program.files[0], TIOCSCTTY, 0);
+    }
+    for (int i = 0; i < 3; ++i) {
+        if (program.files[i] >= 0) dup2(program.files[i], i);
+    }
+    for (const auto& [name, value] : program.environment) {
+        value != nullptr ? setenv(name, value, 1) : unsetenv(name);
+    }
+    std::vector<char*> words;
+    for (const std::string& word : program.words) words.push_back(const_cast<char*>(word.c_str()));
+    words.push_back(nullptr);
+    if (chdir(program.directory.c_str()) == 0) execv(words[0], words.data());
+    _exit(127);
+}
+
+/// What came of a run.
+struct Result {
+    std::string output;
+    std::string errors;
+    int status;  ///< The exit status; -1 when a signal ended it.
+};
+
+/// Runs the program to its end, with this input, and takes what it writes to
+/// those of its outputs that are not given in `files`.
+inline Result run(Program program, const std::string& input = "") {
+    std::FILE* const inputs = std::tmpfile();
+    std::FILE* const errors = std::tmpfile();
+    std::fwrite(input.data(), 1, input.size(), inputs);
+    std::rewind(inputs);
+    int output[2];
+    if (pipe2(output, O_CLOEXEC) != 0) return {};
+    const int files[] = {fileno(inputs), output[1], fileno(errors)};
+    for (int i = 0; i < 3; ++i) {
+        if (program.files[i] < 0) program.files[i] = files[i];
+    }
+    const pid_t child = start(program);
+    close(output[1]);
+    Result result = {readAll(output[0]), "", -1};
+    int end = 0;
+    if (waitpid(child, &end, 0) == child && WIFEXITED(end)) result.status = WEXITSTATUS(end);
+    lseek(fileno(errors), 0, SEEK_SET);
+    result.errors = readAll(fileno(errors));
+    close(output[0]);
+    std::fclose(inputs);
+    std::fclose(errors);
+    return result;
+}
+
+/// The output of the shell's command, on both outputs; `status` becomes its
+/// exit status.
+inline std::string outputOf(const std::string& command, int& status) {
+    const Result result = run({{"/bin/sh", "-c", "exec 2>&1; " + command}});
+    status = result.status;
+    return result.output;
 }
 
 #endif

@@ -4,82 +4,37 @@
 #include <stdlib.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cstdio>
 #include <string>
 #include <vector>
 
+#include "tests/support/RunProgram.h"
 #include "tests/support/Surroundings.h"
 
 namespace {
 
-std::string readAll(int file) {
-    std::string text;
-    char part[4096];
-    for (ssize_t count; (count = read(file, part, sizeof part)) > 0;) {
-        text.append(part, static_cast<size_t>(count));
-    }
-    return text;
-}
-
-struct Result {
-    std::string output;
-    std::string errors;
-    int status;
-};
-
 // The program runs in a directory of the test.
 class Fxgrep : public testing::Test {
 protected:
-    // Runs the program; its output goes to `out` or else to a file.
+    // Its output goes to `out` when that is given.
     Result run(const std::vector<std::string>& arguments, const std::string& input = "",
                int out = -1) {
-        const int files[] = {fileWith(input), fileWith(""), fileWith("")};
-        const pid_t child = fork();
-        if (child == 0) {
-            dup2(files[0], 0);
-            dup2(out >= 0 ? out : files[1], 1);
-            dup2(files[2], 2);
-            setenv("TERM", "xterm", 1);
-            unsetenv("NO_COLOR");
-            setenv("HOME", directory.path.c_str(), 1);
-            setenv("FXGREP_DIR", directory.path.c_str(), 1);
-            unsetenv("FXGREP_UNSET");
-            std::vector<char*> pointers = {const_cast<char*>("fxgrep")};
-            for (const std::string& argument : arguments) {
-                pointers.push_back(const_cast<char*>(argument.c_str()));
-            }
-            pointers.push_back(nullptr);
-            if (chdir(directory.path.c_str()) == 0) execv(FXGREP_PATH, pointers.data());
-            _exit(99);
-        }
-        int status = -1;
-        EXPECT_EQ(waitpid(child, &status, 0), child);
-        Result result;
-        result.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-        std::string* const texts[] = {nullptr, &result.output, &result.errors};
-        for (int i = 0; i < 3; ++i) {
-            lseek(files[i], 0, SEEK_SET);
-            if (texts[i] != nullptr) *texts[i] = readAll(files[i]);
-            close(files[i]);
-        }
-        return result;
+        const char* const home = directory.path.c_str();
+        Program program = {{FXGREP_PATH},
+                           directory.path,
+                           {{"TERM", "xterm"},
+                            {"NO_COLOR", nullptr},
+                            {"HOME", home},
+                            {"FXGREP_DIR", home},
+                            {"FXGREP_UNSET", nullptr}},
+                           {-1, out, -1}};
+        program.words.insert(program.words.end(), arguments.begin(), arguments.end());
+        return ::run(program, input);
     }
 
     const TestDirectory directory;
-
-private:
-    static int fileWith(const std::string& text) {
-        std::FILE* const file = std::tmpfile();
-        std::fwrite(text.data(), 1, text.size(), file);
-        std::fflush(file);
-        const int copy = dup(fileno(file));
-        std::fclose(file);
-        lseek(copy, 0, SEEK_SET);
-        return copy;
-    }
 };
 
 using Arguments = std::vector<std::string>;
