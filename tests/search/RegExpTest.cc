@@ -1,5 +1,3 @@
-#include "fxds/RegExp.h"
-
 #include <gtest/gtest.h>
 #include <malloc.h>
 #include <sys/resource.h>
@@ -14,12 +12,8 @@
 #include <thread>
 #include <vector>
 
-// The matcher itself, to choose how it searches and to count its steps.
-#include "fxds/search/RegBacktracker.cc"
-#include "fxds/search/RegInStep.cc"
-#include "fxds/search/RegMatch.cc"
-#include "fxds/search/RegParser.cc"
-#include "fxds/search/RegPlan.cc"
+#include "fxds/RegExp.h"
+#include "fxds/search/RegInternals.h"  // to choose how it searches and count its steps
 #include "tests/support/RegExpModel.h"
 #include "tests/support/Surroundings.h"
 #include "tests/support/TestSeed.h"
