@@ -61,14 +61,18 @@ std::string matchOf(const std::string& pattern, const std::string& subject) {
     return compiled != nullptr ? matchOf(compiled.get(), subject) : "faulty";
 }
 
-// What a search finds that never goes back, but walks in step from the first.
-std::string walkedMatch(const fxregexp* compiled, const std::string& subject) {
+// What a search from an offset on finds, also when it walks in step from the first.
+std::string matchFrom(fxregexp* compiled, const std::string& subject, size_t offset) {
+    const char* const from = subject.c_str() + offset;
     const char* startp[10] = {};
     const char* endp[10] = {};
     size_t effort = 0;
-    fxRegProgram::search(*fxRegProgram::planOf(compiled), subject.c_str(), subject.c_str(), startp,
-                         endp, effort, {0, 0});
-    return show(subject.c_str(), startp, endp);
+    fxRegProgram::search(*fxRegProgram::planOf(compiled), subject.c_str(), from, startp, endp,
+                         effort, {0, 0});
+    fxregexec(compiled, subject.c_str(), from);
+    const std::string walked = show(subject.c_str(), startp, endp);
+    EXPECT_EQ(show(subject.c_str(), compiled->startp, compiled->endp), walked);
+    return walked;
 }
 
 // What the comparison with the model does not reach: bytes that its patterns and
@@ -190,31 +194,12 @@ std::string reasonFor(fxregexp* compiled, const char* subject) {
     return message != nullptr ? message : "";
 }
 
-TEST(RegExp, FailureLeavesNoPointersBehind) {
+TEST(RegExp, SearchesThatCannotBeMadeTellWhy) {
     const Compiled compiled = compile("a*(bc)");
-    EXPECT_EQ(matchOf(compiled.get(), "abc"), "0-3 1:1-3");
-    EXPECT_EQ(matchOf(compiled.get(), "abx"), "no");
-    EXPECT_EQ(matchOf(compiled.get(), "xbc"), "1-3 1:1-3");
     EXPECT_EQ(reasonFor(compiled.get(), "abx"), "");
     EXPECT_EQ(reasonFor(compiled.get(), "bc"), "");
     EXPECT_EQ(reasonFor(compiled.get(), nullptr), "NULL parameter");
     EXPECT_EQ(reasonFor(nullptr, "a"), "NULL parameter");
-}
-
-TEST(RegExp, SearchesGoOnBehindAMatch) {
-    const char* const subject = "ab ab";
-    const struct {
-        const char* pattern;
-        int from;
-        const char* expected;
-    } cases[] = {{"ab", 1, "3-5"},  {"^ab", 1, "no"},    {"^ab", 0, "0-2"},
-                 {"\\<b", 1, "no"}, {"\\<ab", 1, "3-5"}, {"^b|b$", 1, "4-5"},
-                 {"b*", 5, "5-5"},  {"a*b", 4, "4-5"},   {"[ab]*b", 1, "1-2"}};
-    for (const auto& c : cases) {
-        const Compiled compiled = compile(c.pattern);
-        fxregexec(compiled.get(), subject, subject + c.from);
-        EXPECT_EQ(show(subject, compiled->startp, compiled->endp), c.expected) << c.pattern;
-    }
 }
 
 TEST(RegExp, DamagedProgramsMatchNothing) {
@@ -293,10 +278,10 @@ int expectModel(const std::string& pattern, const std::vector<std::string>& subj
     for (const std::string& subject : subjects) {
         const char* startp[10] = {};
         const char* endp[10] = {};
-        model.search(subject.c_str(), startp, endp);
-        const std::string expected = show(subject.c_str(), startp, endp);
-        EXPECT_EQ(matchOf(compiled.get(), subject), expected) << pattern << " in " << subject;
-        EXPECT_EQ(walkedMatch(compiled.get(), subject), expected) << pattern << " in " << subject;
+        const size_t offset = subject.size() % 3;  // often 0
+        model.search(subject.c_str(), startp, endp, offset);
+        EXPECT_EQ(matchFrom(compiled.get(), subject, offset), show(subject.c_str(), startp, endp))
+            << pattern << " in " << subject << " from " << offset;
         if (testing::Test::HasFailure()) break;
     }
     return static_cast<int>(subjects.size());
@@ -373,11 +358,6 @@ double effortOf(const std::string& pattern, const std::string& text) {
 
 // Going back would take more steps than there are atoms, or their square.
 TEST(RegExpHostile, StepsAreInProportionToSubjectTimesProgram) {
-    const auto times = [](const char* text, size_t count) {
-        std::string result;
-        while (count-- > 0) result += text;
-        return result;
-    };
     const struct {
         std::string pattern;
         const char* subject;
@@ -393,10 +373,10 @@ TEST(RegExpHostile, StepsAreInProportionToSubjectTimesProgram) {
                  {"([a-z]+ )+[0-9]", "word "},
                  {"[a-z]a.*b", "a"},
                  {"(a|b)*c", "abababababababababababababababababababababababababababababc"},
-                 {times("a?", 150) + "b", "a"},
-                 {times("[0-9]?", 150) + "x", "0123456789"},
-                 {times("(a|b)?", 9) + times("b?", 141) + "c", "ab"},
-                 {times("a*", 150) + "b", "a"}};
+                 {repeated("a?", 300) + "b", "a"},
+                 {repeated("[0-9]?", 900) + "x", "0123456789"},
+                 {repeated("(a|b)?", 54) + repeated("b?", 282) + "c", "ab"},
+                 {repeated("a*", 300) + "b", "a"}};
     for (const auto& c : cases) {
         const Compiled compiled = compile(c.pattern);
         const double most = 2.0 * compiled->programSize_ + 10;
@@ -405,8 +385,8 @@ TEST(RegExpHostile, StepsAreInProportionToSubjectTimesProgram) {
                 << c.pattern << ' ' << size;
         }
     }
-    const std::string letters = times("a", 1000);
-    EXPECT_EQ(matchOf(times("a?", 1000) + letters, letters), "0-1000");
+    const std::string letters(1000, 'a');
+    EXPECT_EQ(matchOf(repeated("a?", 2000) + letters, letters), "0-1000");
 }
 
 // Where malloc() gives nothing, and with a stack of a few pages.

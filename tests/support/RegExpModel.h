@@ -20,9 +20,10 @@ public:
 
     bool isValid() const { return valid; }
 
-    bool search(const char* subject, const char** startp, const char** endp) const {
+    bool search(const char* subject, const char** startp, const char** endp,
+                size_t offset = 0) const {
         Match match{subject, startp, endp};
-        for (const char* from = subject;; ++from) {
+        for (const char* from = subject + offset;; ++from) {
             const char* end = nullptr;
             const bool found = match.run(*root, from, [&](const char* p) {
                 end = p;
