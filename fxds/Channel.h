@@ -8,6 +8,7 @@
 #include "fxds/DataTypes.h"
 #include "fxds/VoidPtrArray.h"
 #include "fxds/detail/TraceHooks.h"
+#include "fxds/detail/Walk.h"
 
 class fxData;
 class fxDelivery;
@@ -205,34 +206,24 @@ private:
 
     unsigned short type;
     fxVoidPtrArray* inputs;  // of fxInputChannel*, each holding one count
-    fxDelivery* deliveries;  // the walks now going on, innermost first
-    fxObj* owner;            // borrowed
+    fxWalks<fxDelivery> deliveries;
+    fxObj* owner;  // borrowed
 };
 
 /// The walk over an output's connections while a value goes round: the one
-/// mechanism that keeps a send safe from what its receivers do. It stands on
-/// the sender's stack, registered with the output, which corrects it when
-/// connections go and ends it when it dies itself.
-class FX_API fxDelivery {
+/// mechanism that keeps a send safe from what its receivers do. The output
+/// corrects it when connections go and ends it when it is destroyed.
+class FX_API fxDelivery : public fxWalk<fxDelivery> {
 public:
-    FX_REGISTERS_LOCAL_BEGIN
     /// Begins a walk over what is connected now.
     explicit fxDelivery(fxOutputChannel& output_)
-        : output(&output_),
+        : fxWalk(output_.deliveries),
+          output(output_),
           position(0),
-          end(output_.getNumberOfConnections()),
-          outer(output_.deliveries) {
-        output_.deliveries = this;
-    }
-    FX_REGISTERS_LOCAL_END
-    fxDelivery(const fxDelivery&) = delete;
-    fxDelivery& operator=(const fxDelivery&) = delete;
-    ~fxDelivery() {
-        if (output != nullptr) output->deliveries = outer;
-    }
+          end(output_.getNumberOfConnections()) {}
 
     /// The next connection to serve, or null at the end.
-    fxInputChannel* next() { return position < end ? (*output)[position++] : nullptr; }
+    fxInputChannel* next() { return position < end ? output[position++] : nullptr; }
 
 private:
     friend class fxOutputChannel;
@@ -241,15 +232,11 @@ private:
         if (index < position) --position;
         if (index < end) --end;
     }
-    void outputDied() {
-        output = nullptr;
-        position = end = 0;
-    }
+    void stop() { end = 0; }
 
-    fxOutputChannel* output;  // null once it has died
-    unsigned int position;    // of the connection to serve next
-    unsigned int end;         // what was connected when the walk began
-    fxDelivery* outer;        // an earlier walk over the same output
+    fxOutputChannel& output;
+    unsigned int position;  // of the connection to serve next
+    unsigned int end;       // what was connected when the walk began, and still is
 };
 
 template <class... Passed>

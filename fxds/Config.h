@@ -12,20 +12,6 @@ typedef unsigned char fxBool;
 /// FX_ASSERT only; exported because the assertions stand in headers.
 [[noreturn]] FX_API void fxAssertFailed(const char* condition, const char* file, int line);
 
-// Walks stand on the stack and register with what they walk over; the compiler
-// cannot see that their destructors take them out again.
-#if defined(__GNUC__) && !defined(__clang__) && __GNUC__ >= 12
-#define FX_REGISTERS_LOCAL_BEGIN \
-    _Pragma("GCC diagnostic push") _Pragma("GCC diagnostic ignored \"-Wdangling-pointer\"")
-#define FX_REGISTERS_LOCAL_END _Pragma("GCC diagnostic pop")
-#else
-///@{
-/// Stand around a constructor that enters an object on the stack somewhere.
-#define FX_REGISTERS_LOCAL_BEGIN
-#define FX_REGISTERS_LOCAL_END
-///@}
-#endif
-
 /// Checks a precondition in checked builds (FXDS_CHECKED, set by the build for
 /// the library and its users alike). In other builds it evaluates nothing.
 #ifdef FXDS_CHECKED

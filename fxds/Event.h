@@ -6,6 +6,7 @@
 #include <cstdio>
 
 #include "fxds/Obj.h"
+#include "fxds/detail/Walk.h"
 
 class fxEventQueue;
 class fxEventWalk;
@@ -119,7 +120,7 @@ private:
 
     void unlink(fxEvent* event);
 
-    fxEventWalk* walks;  // the walks now going on, innermost first
+    fxWalks<fxEventWalk> walks;
 };
 
 #endif

@@ -5,6 +5,7 @@
 #include "fxds/Config.h"
 #include "fxds/StubFuncArray.h"
 #include "fxds/VoidPtrArray.h"
+#include "fxds/detail/Walk.h"
 
 class fxApplication;
 class fxExec;
@@ -159,7 +160,7 @@ private:
     void callHandlers(const ReadySets& ready);
 
     fxVoidPtrArray ghosts;  // addresses of destroyed applications that are still counted
-    Walk* walks;            // those under way
+    fxWalks<Walk> walks;
     fxExec* nextExec;
 
     static fxExec* allExecs;

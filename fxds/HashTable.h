@@ -3,6 +3,7 @@
 #define FXDS_HASHTABLE_H
 
 #include "fxds/Config.h"
+#include "fxds/detail/Walk.h"
 
 template <class Node>
 class fxHashIndex;
@@ -88,8 +89,8 @@ private:
     HashEntry** buckets;
     int count;
     int size;
-    unsigned int level;                     // base-2 logarithm of size
-    Walk* walks;                            // those under way, innermost first
+    unsigned int level;  // base-2 logarithm of size
+    fxWalks<Walk> walks;
     mutable fxHashIndex<HashEntry>* index;  // null until a search walks far
 };
 

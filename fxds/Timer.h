@@ -3,6 +3,7 @@
 #define FXDS_TIMER_H
 
 #include "fxds/Obj.h"
+#include "fxds/detail/Walk.h"
 
 /// Sends a void message on its output "tick" some seconds after it was
 /// started: once, or again and again. Time is what fxExec::poll() measures, so
@@ -80,7 +81,7 @@ private:
     fxTimer* previous;
     unsigned long startedIn;  // number of the pass to wait for the end of; 0: none
 
-    static Pass* passes;  // those that run, innermost first
+    static fxWalkList<Pass> passes;
 };
 
 #endif

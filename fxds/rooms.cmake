@@ -15,7 +15,7 @@
 # transcriber and the abstract stream that it works on.
 fxds_room(base
   HEADERS Config Counted Fatal RCObj Stream Transcriber TypeObj XDRObj
-  DETAIL Allocate Mix MovesAsBytes
+  DETAIL Allocate Mix MovesAsBytes Walk
   PRIVATE ChunkList FreeLists PackedInts Scoped
   SOURCES Counted Fatal FreeLists RCObj Stream Transcriber TypeObj XDRObj)
 

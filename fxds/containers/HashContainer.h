@@ -12,6 +12,7 @@
 #include "fxds/detail/Allocate.h"
 #include "fxds/detail/HashExtra.h"
 #include "fxds/detail/Mix.h"
+#include "fxds/detail/Walk.h"
 
 // Included by the sources of the containers only. fxHashCore works on the
 // fields and hooks of a container, which has declared it a friend.

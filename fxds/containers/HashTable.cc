@@ -34,21 +34,12 @@ typedef fxHashIndex<HashEntry> Index;
 
 }  // namespace
 
-struct HashTable::Walk {
-    FX_REGISTERS_LOCAL_BEGIN
-    explicit Walk(HashTable* table_) : table(table_), next(nullptr), outer(table_->walks) {
-        table->walks = this;
-    }
-    FX_REGISTERS_LOCAL_END
-    Walk(const Walk&) = delete;
-    Walk& operator=(const Walk&) = delete;
-    ~Walk() {
-        if (table != nullptr) table->walks = outer;
-    }
+struct HashTable::Walk : fxWalk<Walk> {
+    explicit Walk(HashTable& table) : fxWalk(table.walks), next(nullptr) {}
 
-    HashTable* table;  // null once it has been destroyed
-    HashEntry* next;   // null at the end of a chain
-    Walk* outer;
+    using fxWalk::isOrphan;
+
+    HashEntry* next;  // null at the end of a chain
 };
 
 HashTable::HashTable()
@@ -56,11 +47,9 @@ HashTable::HashTable()
       count(0),
       size(1 << firstLevel),
       level(firstLevel),
-      walks(nullptr),
       index(nullptr) {}
 
 HashTable::~HashTable() {
-    for (Walk* walk = walks; walk != nullptr; walk = walk->outer) walk->table = nullptr;
     for (int i = 0; i < size; ++i) {
         while (HashEntry* entry = buckets[i]) {
             buckets[i] = entry->next;
@@ -86,9 +75,9 @@ void* HashTable::lookup(unsigned long key) const {
 void HashTable::remove(unsigned long key) {
     HashEntry* entry = find(key);
     if (entry == nullptr) return;
-    for (Walk* walk = walks; walk != nullptr; walk = walk->outer) {
-        if (walk->next == entry) walk->next = entry->next;
-    }
+    walks.each([entry](Walk& walk) {
+        if (walk.next == entry) walk.next = entry->next;
+    });
     HashEntry*& head = buckets[hash(key)];
     if (entry == head) head = entry->next;
     if (entry->prev != nullptr) entry->prev->next = entry->next;
@@ -98,13 +87,13 @@ void HashTable::remove(unsigned long key) {
 }
 
 void HashTable::mapcar(void (*f)(HashEntry*)) {
-    Walk walk(this);
+    Walk walk(*this);
     for (int i = 0; i < size; ++i) {
         walk.next = buckets[i];
         while (HashEntry* entry = walk.next) {
             walk.next = entry->next;
             f(entry);
-            if (walk.table == nullptr) return;
+            if (walk.isOrphan()) return;
         }
     }
 }
@@ -153,7 +142,7 @@ void HashTable::linkAtHead(HashEntry* entry) {
 }
 
 HashEntry* HashTable::addElement(unsigned long key) {
-    if (count >= 4 * size && level < lastLevel && walks == nullptr) rebuildTable();
+    if (count >= 4 * size && level < lastLevel && walks.isEmpty()) rebuildTable();
     HashEntry* entry = new HashEntry(key, fxMix32(key));
     linkAtHead(entry);
     if (index != nullptr) index->insert(entry);

@@ -135,10 +135,10 @@ void fxInputChannel::cancelPending() {
 }
 
 fxOutputChannel::fxOutputChannel(unsigned short type_)
-    : type(type_), inputs(nullptr), deliveries(nullptr), owner(nullptr) {}
+    : type(type_), inputs(nullptr), owner(nullptr) {}
 
 fxOutputChannel::~fxOutputChannel() {
-    for (fxDelivery* walk = deliveries; walk != nullptr; walk = walk->outer) walk->outputDied();
+    deliveries.each([](fxDelivery& walk) { walk.stop(); });
     for (unsigned int i = 0; i < getNumberOfConnections(); ++i) {
         fxInputChannel* entry = (*this)[i];
         entry->target()->remove(this);
@@ -170,9 +170,7 @@ void fxOutputChannel::remove(fxInputChannel* input) {
     if (index == fxArray::notFound) return;
     fxInputChannel* entry = (*this)[index];
     inputs->remove(index, 1);
-    for (fxDelivery* walk = deliveries; walk != nullptr; walk = walk->outer) {
-        walk->connectionRemoved(index);
-    }
+    deliveries.each([index](fxDelivery& walk) { walk.connectionRemoved(index); });
     input->remove(this);
     entry->release();
 }

@@ -83,9 +83,11 @@ void* fxMessageEvent::operator new(size_t size) { return fxPool::allocate(size);
 
 void fxMessageEvent::operator delete(void* memory, size_t size) { fxPool::release(memory, size); }
 
-fxEventQueue::fxEventQueue() : head(nullptr), tail(nullptr), count(0), walks(nullptr) {}
+fxEventQueue::fxEventQueue() : head(nullptr), tail(nullptr), count(0) {}
 
-fxEventQueue::~fxEventQueue() = default;
+fxEventQueue::~fxEventQueue() {
+    walks.each([](fxEventWalk& walk) { walk.stop(); });
+}
 
 void fxEventQueue::append(fxEvent* event) {
     FX_ASSERT(event->queue == nullptr);
@@ -112,7 +114,7 @@ void fxEventQueue::insert(fxEvent* event) {
 fxEvent* fxEventQueue::get() {
     fxEvent* event = head;
     if (event == nullptr) return nullptr;
-    if (walks != nullptr) {
+    if (!walks.isEmpty()) {
         unlink(event);
         return event;
     }
@@ -131,7 +133,7 @@ void fxEventQueue::remove(fxEvent* event) {
 }
 
 void fxEventQueue::unlink(fxEvent* event) {
-    for (fxEventWalk* walk = walks; walk != nullptr; walk = walk->outer) walk->eventLeaves(event);
+    walks.each([event](fxEventWalk& walk) { walk.eventLeaves(event); });
     if (event == head) {
         head = event->next;
     } else if (event->prev != nullptr) {

@@ -4,20 +4,13 @@
 
 #include "fxds/Event.h"
 
-// Stands on the walker's stack, registered with the queue, which tells it of
-// every event that leaves. Private to the event queue.
+// The queue tells it of every event that leaves, and stops it when it is
+// destroyed itself. Private to the event queue.
 
-class fxEventWalk {
+class fxEventWalk : public fxWalk<fxEventWalk> {
 public:
-    FX_REGISTERS_LOCAL_BEGIN
-    explicit fxEventWalk(fxEventQueue& queue_)
-        : queue(queue_), current(nullptr), next(queue_.getHead()), outer(queue_.walks) {
-        queue.walks = this;
-    }
-    FX_REGISTERS_LOCAL_END
-    fxEventWalk(const fxEventWalk&) = delete;
-    fxEventWalk& operator=(const fxEventWalk&) = delete;
-    ~fxEventWalk() { queue.walks = outer; }
+    explicit fxEventWalk(fxEventQueue& queue)
+        : fxWalk(queue.walks), current(nullptr), next(queue.getHead()) {}
 
     // The next event, or null at the end. Its successor is settled now: what
     // is queued behind the last event from here on is not walked over.
@@ -37,11 +30,10 @@ private:
         if (current == event) current = nullptr;
         if (next == event) next = event->getNext();
     }
+    void stop() { current = next = nullptr; }
 
-    fxEventQueue& queue;
     fxEvent* current;
     fxEvent* next;
-    fxEventWalk* outer;  // an earlier walk over the same queue
 };
 
 #endif

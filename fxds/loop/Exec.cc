@@ -126,11 +126,12 @@ struct fxExec::ReadySets {
     UsedBits exception;
 };
 
-// A walk over the applications, on the stack of whoever makes it.
-struct fxExec::Walk {
+// A walk over the applications.
+struct fxExec::Walk : fxWalk<Walk> {
+    Walk(fxExec& exec, unsigned int end_) : fxWalk(exec.walks), next(0), end(end_) {}
+
     unsigned int next;  // index of the application to call next
     unsigned int end;   // indices from here on are not visited
-    Walk* outer;
 };
 
 fxExec::fxExec()
@@ -145,7 +146,6 @@ fxExec::fxExec()
       exceptionSet{},
       handlers{},
       reserved(0),
-      walks(nullptr),
       nextExec(allExecs) {
     allExecs = this;
 }
@@ -191,10 +191,10 @@ void fxExec::remove(fxApplication* application) {
     const unsigned int index = applications.find(application);
     if (index == fxArray::notFound) return;
     applications.remove(index, 1);
-    for (Walk* walk = walks; walk != nullptr; walk = walk->outer) {
-        if (index < walk->next) --walk->next;
-        if (index < walk->end) --walk->end;
-    }
+    walks.each([index](Walk& walk) {
+        if (index < walk.next) --walk.next;
+        if (index < walk.end) --walk.end;
+    });
     if (!contains(application)) removeFirst(ghosts, static_cast<void*>(application));
 }
 
@@ -285,13 +285,11 @@ bool fxExec::isGhost(void* application) const {
 
 template <class Visit>
 void fxExec::walkApplications(unsigned int end, Visit visit) {
-    Walk walk{0, end, walks};
-    walks = &walk;
+    Walk walk(*this, end);
     while (walk.next < walk.end && walk.next < applications.length()) {
         void* const application = applications[walk.next++];
         if (!isGhost(application)) visit(static_cast<fxApplication*>(application));
     }
-    walks = walk.outer;
 }
 
 fxSelectHandler*& fxExec::entryOf(const fxSelectHandler* handler, const char* operation) {

@@ -2,6 +2,7 @@
 
 #include <cfloat>
 #include <cmath>
+#include <utility>
 
 #include "fxds/dataflow/TraceLines.h"
 
@@ -14,8 +15,10 @@
 // and stopping a timer, which destroying it does too, withdraws it from all of
 // them. Between ticks a pass holds on to nothing but the timers in it.
 
-struct fxTimer::Pass {
-    Pass* outer;                  // the pass whose tick started this one
+struct fxTimer::Pass : fxWalk<Pass> {
+    Pass(unsigned long number_, float seconds_)
+        : fxWalk(passes), number(number_), seconds(seconds_), ticking(nullptr) {}
+
     unsigned long number;         // higher than those of the passes around it
     float seconds;                // what is still to be accounted for
     fxTimer* ticking;             // null once it is withdrawn
@@ -23,7 +26,7 @@ struct fxTimer::Pass {
 };
 
 fxTimer* fxTimer::activeTimers = nullptr;
-fxTimer::Pass* fxTimer::passes = nullptr;
+fxWalkList<fxTimer::Pass> fxTimer::passes;
 
 namespace {
 
@@ -73,18 +76,21 @@ void fxTimer::tick() {
 }
 
 void fxTimer::alarm(float seconds) {
-    Pass pass{passes, ++lastPass, std::isnan(seconds) ? 0 : seconds, nullptr, fxVoidPtrArray()};
-    passes = &pass;
-    while (fxTimer* timer = firstDue(pass)) {
-        pass.seconds -= timer->delta;
-        timer->unlink();
-        pass.ticking = timer;
-        if (fxTrace::isOn(fxTrace::timers)) fxTraceLines::timer("tick", *timer, timer->interval);
-        timer->tick();
-        if (pass.ticking != nullptr && timer->repeating) pass.toStartAgain.append(timer);
+    fxVoidPtrArray toStartAgain;
+    {
+        Pass pass(++lastPass, std::isnan(seconds) ? 0 : seconds);
+        while (fxTimer* timer = firstDue(pass)) {
+            pass.seconds -= timer->delta;
+            timer->unlink();
+            pass.ticking = timer;
+            if (fxTrace::isOn(fxTrace::timers))
+                fxTraceLines::timer("tick", *timer, timer->interval);
+            timer->tick();
+            if (pass.ticking != nullptr && timer->repeating) pass.toStartAgain.append(timer);
+        }
+        toStartAgain = std::move(pass.toStartAgain);
     }
-    passes = pass.outer;
-    for (void* timer : pass.toStartAgain) static_cast<fxTimer*>(timer)->startTimer();
+    for (void* timer : toStartAgain) static_cast<fxTimer*>(timer)->startTimer();
 }
 
 // The timer whose turn it is in the pass, or null after the remaining time was
@@ -106,7 +112,7 @@ bool fxTimer::waitsFor(const Pass& pass) const { return startedIn >= pass.number
 void fxTimer::addToActiveList() {
     float wait = usable(interval);
     startedIn = 0;
-    if (passes != nullptr && !(passes->seconds - wait < passes->seconds)) {
+    if (!passes.isEmpty() && !(passes.innermost().seconds - wait < passes.innermost().seconds)) {
         startedIn = lastPass;
         wait = 0;
     }
@@ -144,17 +150,16 @@ void fxTimer::unlink() {
 
 bool fxTimer::withdraw() {
     bool hasBeenInPass = false;
-    for (Pass* pass = passes; pass != nullptr; pass = pass->outer) {
-        if (pass->ticking == this) {
-            pass->ticking = nullptr;
+    passes.each([&](Pass& pass) {
+        if (pass.ticking == this) {
+            pass.ticking = nullptr;
             hasBeenInPass = repeating != 0;
         }
-        fxVoidPtrArray& waiting = pass->toStartAgain;
-        for (unsigned int i = waiting.length(); i-- > 0;) {
-            if (waiting[i] != this) continue;
-            waiting.remove(i, 1);
+        for (unsigned int i = pass.toStartAgain.length(); i-- > 0;) {
+            if (pass.toStartAgain[i] != this) continue;
+            pass.toStartAgain.remove(i, 1);
             hasBeenInPass = true;
         }
-    }
+    });
     return hasBeenInPass;
 }

@@ -1,0 +1,97 @@
+// Walks over what may change, or end, while they are under way.
+#ifndef FXDS_DETAIL_WALK_H
+#define FXDS_DETAIL_WALK_H
+
+#include "fxds/Config.h"
+
+// Stand around a constructor that enters a local variable somewhere: the
+// compiler cannot see that the destructor takes its address out again.
+#if defined(__GNUC__) && !defined(__clang__) && __GNUC__ >= 12
+#define FX_REGISTERS_LOCAL_BEGIN \
+    _Pragma("GCC diagnostic push") _Pragma("GCC diagnostic ignored \"-Wdangling-pointer\"")
+#define FX_REGISTERS_LOCAL_END _Pragma("GCC diagnostic pop")
+#else
+#define FX_REGISTERS_LOCAL_BEGIN
+#define FX_REGISTERS_LOCAL_END
+#endif
+
+template <class Self>
+class fxWalk;
+
+/// The walks now under way over one thing, which holds this list as a member and
+/// corrects them when it changes. This class is for lists with static storage:
+/// it has no destructor, so it may be used until the process ends.
+template <class Self>
+class fxWalkList {
+public:
+    bool isEmpty() const { return latest == nullptr; }
+    /// The walk that began last. Requires: !isEmpty()
+    Self& innermost() const {
+        FX_ASSERT(!isEmpty());
+        return static_cast<Self&>(*latest);
+    }
+    /// Calls `correct` on every walk, the one that began last first.
+    template <class Correct>
+    void each(Correct correct) const {
+        for (auto* walk = latest; walk != nullptr; walk = walk->outer) {
+            correct(static_cast<Self&>(*walk));
+        }
+    }
+
+protected:
+    friend class fxWalk<Self>;
+
+    fxWalk<Self>* latest = nullptr;
+};
+
+/// The list of a thing that may end under its walks, which then belong to no
+/// list.
+template <class Self>
+class fxWalks : public fxWalkList<Self> {
+public:
+    fxWalks() = default;
+    fxWalks(const fxWalks&) = delete;
+    fxWalks& operator=(const fxWalks&) = delete;
+    ~fxWalks() {
+        for (auto* walk = this->latest; walk != nullptr; walk = walk->outer) walk->list = nullptr;
+    }
+};
+
+/// Base of a walk, `class Self : public fxWalk<Self>`. A walk is a local variable
+/// of the function that walks; it enters itself in the list and leaves it when
+/// the function ends, by an exception too. What is derived adds a position and
+/// its corrections.
+///
+/// Invariants: (1) The list leads through `outer` to every walk that exists and
+/// whose list exists, the one that began last first. (2) So a walk that ends is
+/// the first of its list.
+template <class Self>
+class fxWalk {
+public:
+    fxWalk(const fxWalk&) = delete;
+    fxWalk& operator=(const fxWalk&) = delete;
+
+protected:
+    FX_REGISTERS_LOCAL_BEGIN
+    explicit fxWalk(fxWalkList<Self>& list_) : list(&list_), outer(list_.latest) {
+        list_.latest = this;
+    }
+    FX_REGISTERS_LOCAL_END
+    ~fxWalk() {
+        if (list == nullptr) return;
+        FX_ASSERT(list->latest == this);
+        list->latest = outer;
+    }
+
+    /// Whether what is walked over has been destroyed.
+    bool isOrphan() const { return list == nullptr; }
+
+private:
+    friend class fxWalkList<Self>;
+    friend class fxWalks<Self>;
+
+    fxWalkList<Self>* list;  // null once it has been destroyed
+    fxWalk* outer;           // the walk that began before this one, or null
+};
+
+#endif
