@@ -11,7 +11,7 @@
 set -euo pipefail
 
 # What several sources share, but programs do not get.
-private='^(fxPool::|fxReaderGraph::|fxRecordReader::|fxRegProgram::|fxTraceLines::|makeBinaryReader\()'
+private='^(fxEnterPropertyName\(|fxPool::|fxReaderGraph::|fxRecordReader::|fxRegProgram::|fxTraceLines::|makeBinaryReader\()'
 
 hidden() {
     local found

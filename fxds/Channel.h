@@ -7,6 +7,7 @@
 #include "fxds/Config.h"
 #include "fxds/DataTypes.h"
 #include "fxds/VoidPtrArray.h"
+#include "fxds/detail/Hold.h"
 #include "fxds/detail/TraceHooks.h"
 #include "fxds/detail/Walk.h"
 
@@ -23,9 +24,10 @@ class fxOutputChannel;
 /// Not polymorphic: a converter copy (see fxConverter) is an input channel too
 /// and is told apart by a flag, which release() looks at.
 ///
-/// An input that its object has removed, and every input of an object that is
-/// being destroyed, calls nothing any more: it has the type fxDT_void then and
-/// a function that does nothing, whoever still holds it.
+/// An input that its object has removed, and every input of an object that has
+/// begun to end, calls nothing any more: it has the type fxDT_void then and a
+/// function that does nothing, whoever still holds it or the table that it is
+/// in. An object begins to end when ~fxObj() begins.
 class FX_API fxInputChannel {
 public:
     /// `function` is called as function(closure, value), with the signature
@@ -72,9 +74,10 @@ public:
     /// were its last holders.
     void disconnect();
 
-    /// Discards every message that waits for this input, also behind a
-    /// converter. The channel may be gone afterwards, when a message was its
-    /// last holder.
+    /// Discards every message that waits for this input: what
+    /// fxEventHandler::removeMessageEvents() removes, and the library's own
+    /// messages behind a converter. The channel may be gone afterwards, when a
+    /// message was its last holder.
     void flush();
 
     void take() { ++refCount; }  ///< Adds one holder.
@@ -113,6 +116,10 @@ protected:
     static constexpr unsigned int replaceBit = 1;
     static constexpr unsigned int converterBit = 2;  ///< Bit of `word`: this is a converter copy.
     static constexpr unsigned int typeShift = 2;  ///< Where the data type number begins in `word`.
+    static constexpr unsigned int mutedBit = 1u << 31;  ///< Bit of `word`: calls nothing any more.
+
+    /// Adds `count` to the messages of this channel and of what it leads to.
+    void countMessages(unsigned long count);
 
     unsigned int word;  ///< The two flags, and the data type number above them.
 
@@ -122,10 +129,12 @@ public:
 
 private:
     friend class fxEventHandler;
-    friend class fxInputTable;
+    friend class fxConverter;
     friend class fxMessageEvent;
     friend class fxObj;
     friend class fxOutputChannel;
+    template <class Channel>
+    friend class fxOwnedChannels;
 
     template <class... Passed>
     void callAs(Passed... value) {
@@ -134,17 +143,17 @@ private:
 
     template <class... Passed>
     void receive(unsigned short type, Passed... value);
+    bool isMuted() const { return (word & mutedBit) != 0; }
     void cancelPending();
     void mute();
+    void disown();
     void destroy();
 
     fxVoidPtrArray* outputs;  // of fxOutputChannel*, borrowed
-    unsigned long queued;     // messages that wait here or on converters leading here
-    // An input whose name was given to another keeps its connections; its
-    // object remembers it here to silence it in the end.
-    fxInputChannel* nextRetired;
-    fxInputChannel** retiredLink;
-    fxObj* owner;  // borrowed
+    unsigned long queued;     // messages that there are for it and for converters leading here
+    fxObj* owner;             // borrowed; in one of whose lists it is linked
+    fxInputChannel* nextOwned;
+    fxInputChannel** ownedLink;
 };
 
 /// The sending end: a data type and the inputs connected to it. Made by
@@ -163,7 +172,8 @@ public:
 
     unsigned short getType() const { return type; }  ///< Data type number.
 
-    /// The object that the output was added to; null when it belongs to none.
+    /// The object that the output was added to; null when it belongs to none,
+    /// or to one that has begun to end.
     fxObj* getOwner() const { return owner; }
 
     /// The name under which getOwner() has this output, or null when nobody
@@ -200,14 +210,19 @@ public:
 private:
     friend class fxDelivery;
     friend class fxObj;
+    template <class Channel>
+    friend class fxOwnedChannels;
 
+    void disown();
     template <class... Passed>
     [[gnu::cold, gnu::noinline]] void deliverTraced(Passed... value);
 
     unsigned short type;
     fxVoidPtrArray* inputs;  // of fxInputChannel*, each holding one count
     fxWalks<fxDelivery> deliveries;
-    fxObj* owner;  // borrowed
+    fxObj* owner;  // borrowed; in whose list it is linked
+    fxOutputChannel* nextOwned;
+    fxOutputChannel** ownedLink;
 };
 
 /// The walk over an output's connections while a value goes round: the one
@@ -271,10 +286,9 @@ inline void fxInputChannel::receive(unsigned short type, Passed... value) {
         callAs<Passed...>(value...);
         return;
     }
-    take();
+    const fxHold<fxInputChannel> hold(this);
     if (isReplacing()) cancelPending();
     call<Passed...>(value...);
-    release();
 }
 
 #endif

@@ -9,9 +9,9 @@
 #include "fxds/detail/Walk.h"
 
 class fxEventQueue;
-class fxEventWalk;
 
-/// Something that waits to be delivered. The queue owns it while it waits.
+/// Something that waits to be delivered. The queue owns it while it waits; one
+/// that is deleted nevertheless leaves its queue.
 class FX_API fxEvent : public fxObj {
 public:
     /// Draws the next sequence number.
@@ -43,6 +43,10 @@ public:
 private:
     friend class fxEventQueue;
     friend class fxEventHandler;
+    friend class fxMessageEvent;
+
+    // `sent`: made by a send, and so an fxMessageEvent and nothing derived from it.
+    enum class Origin : unsigned char { other, message, sent };
 
     fxEvent* next;
     fxEvent* prev;
@@ -53,9 +57,11 @@ protected:
 
 private:
     void changeHands();
+    void leaveQueue();
 
     fxEventQueue* queue;  // the queue that it waits in, or null
     fxEvent** deliverer;  // who delivers it and means to delete it afterwards, or null
+    Origin origin;
 };
 
 /// A boxed value on its way to one input channel, both held.
@@ -75,7 +81,11 @@ public:
     static void operator delete(void* memory, size_t size);
 
 private:
+    friend class fxEventHandler;
+    friend class fxInputChannel;
+
     void hold();
+    void withdraw();
 
     fxInputChannel* channel;  // shared
     fxData* data;             // shared
@@ -87,18 +97,21 @@ public:
     fxEventQueue();
     fxEventQueue(const fxEventQueue&) = delete;
     fxEventQueue& operator=(const fxEventQueue&) = delete;
-    /// Neither delivers nor frees what still waits.
+    /// Neither delivers nor frees what still waits, which then waits nowhere.
     ~fxEventQueue();
 
-    /// Adds the event at the back (adopted). Requires: it waits nowhere.
+    ///@{
+    /// Adds the event at the back or at the front (adopted). Fatal when it waits
+    /// already, here or in another queue.
     void append(fxEvent* event);
-    /// Adds the event at the front (adopted). Requires: it waits nowhere.
     void insert(fxEvent* event);
+    ///@}
     /// Takes the front event out and gives it to the caller (`delete`); null
     /// when the queue is empty.
     fxEvent* get();
-    /// Takes the event out and deletes it. It is deleted, and counted down,
-    /// even when it does not wait here, so remove only what you found here.
+    /// Takes the event out of the queue that it waits in and deletes it. One that
+    /// waits nowhere is deleted, too, and counted down here, so remove only what
+    /// you found here.
     void remove(fxEvent* event);
     bool contains(fxEvent* event) const;  ///< Cost: a walk through the queue.
 
@@ -115,12 +128,25 @@ protected:
     fxEvent* tail;       ///< What is delivered last, or null.
     unsigned int count;  ///< Number of events that wait.
 
-private:
-    friend class fxEventWalk;
+    /// Calls `isDoomed(event, argument)` on every event and deletes it when the
+    /// answer is not 0. What is added behind the last event meanwhile is not
+    /// asked about.
+    void removeWhere(unsigned char (*isDoomed)(fxEvent*, void*), void* argument);
+    /// Whether every event that waits was made by a send.
+    bool hasOnlySentMessages() const { return others == 0; }
 
+private:
+    friend class fxEvent;
+    class Walk;
+
+    void link(fxEvent* event, fxEvent* before, fxEvent* after);
     void unlink(fxEvent* event);
 
-    fxWalks<fxEventWalk> walks;
+    unsigned int others;  // events that wait and were not made by a send
+    fxWalks<Walk> walks;
 };
+
+extern FX_API unsigned long fxET_Unknown;       ///< 0
+extern FX_API unsigned long fxET_MessageEvent;  ///< 1
 
 #endif

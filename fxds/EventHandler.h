@@ -35,8 +35,8 @@ public:
 private:
     friend class fxInputChannel;
 
+    static unsigned char leadsTo(fxEvent* event, void* input);
     void queueMessage(fxInputChannel* input, fxData* data, unsigned char urgent);
-    void withdraw(fxMessageEvent* event);
 };
 
 /// Whether `event` is a message bound for the fxInputChannel `input`; if so
@@ -45,8 +45,5 @@ FX_API unsigned char zapMessageEvents(fxEvent* event, void* input);
 
 /// Made by start-up, or earlier by the first send that needs it.
 extern FX_API fxEventHandler* fx_theEventHandler;
-
-extern FX_API unsigned long fxET_Unknown;       ///< 0
-extern FX_API unsigned long fxET_MessageEvent;  ///< 1
 
 #endif

@@ -11,6 +11,7 @@
 #include "fxds/VoidPtrArray.h"
 #include "fxds/XDRObj.h"
 
+class fxBelongings;
 class fxData;
 class fxStr;
 class fxStrArray;
@@ -24,6 +25,16 @@ class fxOutput;
 /// "outputs", which count as any other and go in the order of their tags.
 ///
 /// Copying an object copies neither properties nor channels.
+///
+/// The tables of channels may be shared and held like any property. A channel
+/// belongs to the object that it was added to, wherever its table is: when that
+/// object begins to end (in ~fxObj()), its inputs call nothing any more and its
+/// outputs have no owner.
+///
+/// Objects that end because a property let go of them end inside one another,
+/// each before the one that held it, 128 deep. What lies deeper ends after the
+/// object that held it and must not look at that one; it ends before the call
+/// that set this off returns.
 ///
 /// The send functions take a null or unconnected output, which reaches nobody.
 /// The type of the value must be that of the output: converting is the
@@ -43,7 +54,8 @@ public:
     fxObj(const fxObj& other) : fxXDRObj(other), properties(nullptr) {}
     fxObj& operator=(const fxObj&) { return *this; }
     /// Lets go of all properties; with them go the channels, their connections
-    /// and the messages that wait for this object.
+    /// and the messages that wait for this object. A channel that is added
+    /// meanwhile belongs to no object, and such an input calls nothing.
     ~fxObj() override;
 
     /// Joins the named output of this object to the named input of `target`.
@@ -91,8 +103,8 @@ public:
     // Channels. The names are copied; the channels belong to the object.
 
     /// Adds an input; see fxInputChannel for the arguments. An input that has
-    /// the name already makes way but keeps its connections until it or this
-    /// object goes.
+    /// the name already makes way but keeps its connections until they are cut or
+    /// this object goes.
     fxInputChannel* addInput(char const* name, unsigned short type, void* closure,
                              void (*function)(), unsigned char replace = 0);
 
@@ -182,7 +194,9 @@ public:
     ///@}
 
 private:
-    static void muteInputs(fxVoidPtrDict& table);
+    fxBelongings& makeBelongings();
+    void disownChannels();
+    void discardRetired();
     static void discard(fxInputChannel* input);
 
     template <class T>
@@ -214,7 +228,7 @@ private:
 #undef FX_HELD
 #undef FX_SENT
 
-    fxVoidPtrArray* properties;  // of fxProperty*, ascending by tag, each held
+    fxBelongings* properties;  // null until the first
 };
 
 /// An output together with its C++ type. A view: good as long as the output.

@@ -103,7 +103,9 @@ public:
     void setAsObjPtr(fxObj* object);
     void setAsData(fxData* data);  ///< Shared, and held before the old value is let go.
 
-    /// Lets go of the value. May be called again; it then does nothing.
+    /// Lets go of what the property owns or shares, and is null then; a value
+    /// that is neither (numbers, borrowed texts and pointers) stays. May be called
+    /// again; it then does nothing. Requires before getAsStr(): setAsStr().
     void cleanup();
 
 private:

@@ -8,6 +8,9 @@
 /// holder calls take() when it stores the object and release() when it lets go.
 /// The holder that brings the count to exactly 0 destroys the object, so every
 /// release() must pair with an earlier take(): releasing at 0 wraps the count.
+/// From then on the count is out of reach, so that the object may be held and
+/// let go while it is being destroyed. Deleted by other means than release(), it
+/// may not: its destructor would run twice.
 /// Nothing is atomic: an object belongs to one thread.
 class FX_API fxRCObj {
 public:
@@ -22,10 +25,16 @@ public:
 
     /// Destroys the object when this was the last holder.
     void release() {
-        if (--refCount == 0) delete this;
+        if (--refCount != 0) return;
+        refCount = ending;
+        delete this;
     }
 
     unsigned long refCount;  ///< Number of holders.
+
+protected:
+    /// What the count of an object that is being destroyed starts from.
+    static constexpr unsigned long ending = 1ul << 63;
 };
 
 #endif

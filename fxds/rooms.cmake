@@ -15,7 +15,7 @@
 # transcriber and the abstract stream that it works on.
 fxds_room(base
   HEADERS Config Counted Fatal RCObj Stream Transcriber TypeObj XDRObj
-  DETAIL Allocate Mix MovesAsBytes Walk
+  DETAIL Allocate Hold Mix MovesAsBytes Walk
   PRIVATE ChunkList FreeLists PackedInts Scoped
   SOURCES Counted Fatal FreeLists RCObj Stream Transcriber TypeObj XDRObj)
 
@@ -52,7 +52,7 @@ fxds_room(dataflow
   ON containers
   HEADERS Channel Converter Data DataTypes Event EventHandler Network Obj Property StrData Trace
   DETAIL TraceHooks
-  PRIVATE EventWalk TraceLines
+  PRIVATE Belongings TraceLines
   SOURCES Channel Converter Data DataTypes Event EventHandler Network Obj ObjChannels Property
     StrData Trace TraceLines)
 

@@ -4,11 +4,12 @@
 
 #include "fxds/Converter.h"
 #include "fxds/Data.h"
-#include "fxds/EventHandler.h"
+#include "fxds/Event.h"
 #include "fxds/Fatal.h"
 #include "fxds/Obj.h"
 #include "fxds/Str.h"
 #include "fxds/VoidPtrDict.h"
+#include "fxds/dataflow/Belongings.h"
 
 // A connection is kept at both ends: the output lists its entries, each a real
 // input or a converter copy that leads to one, and each real input lists the
@@ -23,15 +24,12 @@ fxInputChannel::fxInputChannel(unsigned short type, void* closure_, void (*funct
       refCount(0),
       outputs(nullptr),
       queued(0),
-      nextRetired(nullptr),
-      retiredLink(nullptr),
-      owner(nullptr) {}
+      owner(nullptr),
+      nextOwned(nullptr),
+      ownedLink(nullptr) {}
 
 fxInputChannel::~fxInputChannel() {
-    if (retiredLink != nullptr) {
-        *retiredLink = nextRetired;
-        if (nextRetired != nullptr) nextRetired->retiredLink = retiredLink;
-    }
+    fxOwnedChannels<fxInputChannel>::leave(this);
     delete outputs;
     if (isConverter() && closure != nullptr) static_cast<fxInputChannel*>(closure)->release();
 }
@@ -81,30 +79,18 @@ void fxInputChannel::remove(fxOutputChannel* output) {
 }
 
 void fxInputChannel::disconnect() {
-    take();  // the connections may be the only holders
+    const fxHold<fxInputChannel> hold(this);  // the connections may be the only holders
     while (outputs != nullptr && outputs->length() > 0) {
         static_cast<fxOutputChannel*>((*outputs)[0])->remove(this);
     }
-    release();
 }
 
-namespace {
-
-unsigned char leadsTo(fxEvent* event, void* input) {
-    if (event->getType() != fxET_MessageEvent) return 0;
-    fxInputChannel* channel = event->getChannel();
-    return channel != nullptr && channel->target() == input ? 1 : 0;
-}
-
-}  // namespace
-
-void fxInputChannel::flush() {
-    take();  // the messages may be the only holders
-    if (queued != 0 && fx_theEventHandler != nullptr) {
-        fx_theEventHandler->removeEvents(leadsTo, this);
+void fxInputChannel::countMessages(unsigned long count) {
+    fxInputChannel* input = this;
+    while (input != nullptr) {
+        input->queued += count;
+        input = input->isConverter() ? static_cast<fxInputChannel*>(input->closure) : nullptr;
     }
-    pending = nullptr;
-    release();
 }
 
 void fxInputChannel::deliver(fxData* data) {
@@ -125,19 +111,31 @@ void hearNothing(void*) {}
 // took out of the queue) must not reach a closure that may be gone.
 void fxInputChannel::mute() {
     owner = nullptr;
-    word = (word & (replaceBit | converterBit)) | static_cast<unsigned int>(fxDT_void) << typeShift;
+    word = (word & (replaceBit | converterBit)) | mutedBit |
+           static_cast<unsigned int>(fxDT_void) << typeShift;
     function = reinterpret_cast<void (*)()>(hearNothing);
+}
+
+void fxInputChannel::disown() {
+    fxOwnedChannels<fxInputChannel>::leave(this);
+    mute();
 }
 
 void fxInputChannel::cancelPending() {
     fxMessageEvent* event = std::exchange(pending, nullptr);
-    if (event != nullptr && fx_theEventHandler != nullptr) fx_theEventHandler->withdraw(event);
+    if (event != nullptr) event->withdraw();
 }
 
 fxOutputChannel::fxOutputChannel(unsigned short type_)
-    : type(type_), inputs(nullptr), owner(nullptr) {}
+    : type(type_), inputs(nullptr), owner(nullptr), nextOwned(nullptr), ownedLink(nullptr) {}
+
+void fxOutputChannel::disown() {
+    fxOwnedChannels<fxOutputChannel>::leave(this);
+    owner = nullptr;
+}
 
 fxOutputChannel::~fxOutputChannel() {
+    disown();
     deliveries.each([](fxDelivery& walk) { walk.stop(); });
     for (unsigned int i = 0; i < getNumberOfConnections(); ++i) {
         fxInputChannel* entry = (*this)[i];

@@ -40,7 +40,9 @@ fxInputChannel* fxConverter::findConverter(unsigned short from, unsigned short t
 void fxConverter::splice(fxInputChannel* input) {
     input->take();
     fxInputChannel* old = static_cast<fxInputChannel*>(closure);
+    if (old != nullptr) old->countMessages(-queued);
     closure = input;
+    input->countMessages(queued);
     word = (word & ~replaceBit) | (input->isReplacing() ? replaceBit : 0);
     if (old != nullptr) old->release();
 }

@@ -1,13 +1,21 @@
 #include "fxds/Event.h"
 
-#include "fxds/Data.h"
-#include "fxds/EventHandler.h"
-#include "fxds/base/FreeLists.h"
-#include "fxds/dataflow/EventWalk.h"
+#include <utility>
 
-// The queue is threaded through the events themselves. Everything that leaves
-// it goes through unlink(), which is also where the walks over the queue learn
-// of it.
+#include "fxds/Data.h"
+#include "fxds/Fatal.h"
+#include "fxds/base/FreeLists.h"
+#include "fxds/dataflow/TraceLines.h"
+
+// The queue is threaded through the events themselves.
+//
+// Invariants: (1) An event's `queue` is the queue that it waits in, or null. (2)
+// Every event that leaves while there are walks over its queue goes through
+// unlink(), which corrects them. (3) `others` is the number of waiting events
+// whose origin is not `sent`; an event's origin does not change while it waits.
+
+unsigned long fxET_Unknown = 0;
+unsigned long fxET_MessageEvent = 1;
 
 unsigned long fxEvent::nextSequenceNumber = 0;
 
@@ -17,7 +25,8 @@ fxEvent::fxEvent(unsigned long type_)
       type(type_),
       sequence(++nextSequenceNumber),
       queue(nullptr),
-      deliverer(nullptr) {}
+      deliverer(nullptr),
+      origin(Origin::other) {}
 
 fxEvent::fxEvent(const fxEvent& other)
     : fxObj(other),
@@ -26,9 +35,17 @@ fxEvent::fxEvent(const fxEvent& other)
       type(other.type),
       sequence(other.sequence),
       queue(nullptr),
-      deliverer(nullptr) {}
+      deliverer(nullptr),
+      origin(Origin::other) {}
 
-fxEvent::~fxEvent() { changeHands(); }
+fxEvent::~fxEvent() {
+    leaveQueue();
+    changeHands();
+}
+
+void fxEvent::leaveQueue() {
+    if (queue != nullptr) queue->unlink(this);
+}
 
 // An event that is posted or deleted while it is delivered is no longer its
 // deliverer's to delete.
@@ -56,16 +73,18 @@ fxMessageEvent::fxMessageEvent(const fxMessageEvent& other)
 }
 
 void fxMessageEvent::hold() {
+    origin = Origin::message;
     channel->take();
     data->take();
-    fxInputChannel* target = channel->target();
-    if (target != nullptr) ++target->queued;
+    channel->countMessages(1);
 }
 
+// Leaves its queue while it is what the queue counts it as.
 fxMessageEvent::~fxMessageEvent() {
+    leaveQueue();
+    origin = Origin::other;
     if (channel->pending == this) channel->pending = nullptr;
-    fxInputChannel* target = channel->target();
-    if (target != nullptr) --target->queued;
+    channel->countMessages(-1UL);
     channel->release();
     data->release();
 }
@@ -73,6 +92,13 @@ fxMessageEvent::~fxMessageEvent() {
 void fxMessageEvent::deliver() {
     channel->pending = nullptr;
     channel->deliver(data);
+}
+
+// One that the application has taken out is not the library's to delete.
+void fxMessageEvent::withdraw() {
+    if (queue == nullptr) return;
+    if (fxTrace::isOn(fxTrace::events)) fxTraceLines::replacing(*this);
+    queue->remove(this);
 }
 
 void fxMessageEvent::dump(FILE* file) { fxEvent::dump(file); }
@@ -83,32 +109,61 @@ void* fxMessageEvent::operator new(size_t size) { return fxPool::allocate(size);
 
 void fxMessageEvent::operator delete(void* memory, size_t size) { fxPool::release(memory, size); }
 
-fxEventQueue::fxEventQueue() : head(nullptr), tail(nullptr), count(0) {}
+// A walk over the queue, which tells it of every event that leaves.
+class fxEventQueue::Walk : public fxWalk<Walk> {
+public:
+    explicit Walk(fxEventQueue& queue) : fxWalk(queue.walks), current(nullptr), next(queue.head) {}
+
+    // The next event, or null at the end. Its successor is settled now: what
+    // is queued behind the last event from here on is not walked over.
+    fxEvent* advance() {
+        current = next;
+        if (current != nullptr) next = current->getNext();
+        return current;
+    }
+
+    // The event that advance() gave; null once it has left the queue.
+    fxEvent* getCurrent() const { return current; }
+
+    void eventLeaves(const fxEvent* event) {
+        if (current == event) current = nullptr;
+        if (next == event) next = event->getNext();
+    }
+    void stop() { current = next = nullptr; }
+
+private:
+    fxEvent* current;
+    fxEvent* next;
+};
+
+fxEventQueue::fxEventQueue() : head(nullptr), tail(nullptr), count(0), others(0) {}
 
 fxEventQueue::~fxEventQueue() {
-    walks.each([](fxEventWalk& walk) { walk.stop(); });
+    walks.each([](Walk& walk) { walk.stop(); });
+    while (head != nullptr) {
+        fxEvent* event = std::exchange(head, head->next);
+        event->next = event->prev = nullptr;
+        event->queue = nullptr;
+    }
 }
 
-void fxEventQueue::append(fxEvent* event) {
-    FX_ASSERT(event->queue == nullptr);
-    event->changeHands();
-    event->next = nullptr;
-    event->prev = tail;
-    (tail != nullptr ? tail->next : head) = event;
-    tail = event;
-    event->queue = this;
-    ++count;
-}
+void fxEventQueue::append(fxEvent* event) { link(event, tail, nullptr); }
 
-void fxEventQueue::insert(fxEvent* event) {
-    FX_ASSERT(event->queue == nullptr);
+void fxEventQueue::insert(fxEvent* event) { link(event, nullptr, head); }
+
+void fxEventQueue::link(fxEvent* event, fxEvent* before, fxEvent* after) {
+    if (event->queue != nullptr) {
+        fxFatal("fxEventQueue: the event seq=%lu type=%lu waits already", event->sequence,
+                event->type);
+    }
     event->changeHands();
-    event->prev = nullptr;
-    event->next = head;
-    (head != nullptr ? head->prev : tail) = event;
-    head = event;
+    event->prev = before;
+    event->next = after;
+    (before != nullptr ? before->next : head) = event;
+    (after != nullptr ? after->prev : tail) = event;
     event->queue = this;
     ++count;
+    if (event->origin != fxEvent::Origin::sent) ++others;
 }
 
 fxEvent* fxEventQueue::get() {
@@ -124,30 +179,35 @@ fxEvent* fxEventQueue::get() {
     event->next = nullptr;
     event->queue = nullptr;
     --count;
+    if (event->origin != fxEvent::Origin::sent) --others;
     return event;
 }
 
 void fxEventQueue::remove(fxEvent* event) {
-    unlink(event);
+    if (event->queue != nullptr) {
+        event->queue->unlink(event);
+    } else {
+        --count;
+    }
     delete event;
 }
 
 void fxEventQueue::unlink(fxEvent* event) {
-    walks.each([event](fxEventWalk& walk) { walk.eventLeaves(event); });
-    if (event == head) {
-        head = event->next;
-    } else if (event->prev != nullptr) {
-        event->prev->next = event->next;
-    }
-    if (event == tail) {
-        tail = event->prev;
-    } else if (event->next != nullptr) {
-        event->next->prev = event->prev;
-    }
+    walks.each([event](Walk& walk) { walk.eventLeaves(event); });
+    (event->prev != nullptr ? event->prev->next : head) = event->next;
+    (event->next != nullptr ? event->next->prev : tail) = event->prev;
     event->next = event->prev = nullptr;
     event->queue = nullptr;
     --count;
-    if (head == nullptr) tail = nullptr;
+    if (event->origin != fxEvent::Origin::sent) --others;
+}
+
+void fxEventQueue::removeWhere(unsigned char (*isDoomed)(fxEvent*, void*), void* argument) {
+    Walk walk(*this);
+    while (fxEvent* event = walk.advance()) {
+        const bool doomed = isDoomed(event, argument) != 0;
+        if (doomed && walk.getCurrent() == event) remove(event);
+    }
 }
 
 bool fxEventQueue::contains(fxEvent* event) const {

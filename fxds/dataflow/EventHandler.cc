@@ -1,7 +1,8 @@
 #include "fxds/EventHandler.h"
 
+#include <utility>
+
 #include "fxds/Data.h"
-#include "fxds/dataflow/EventWalk.h"
 #include "fxds/dataflow/TraceLines.h"
 
 // A replacing input has at most one message waiting. Its new message is queued
@@ -11,10 +12,29 @@
 
 fxEventHandler* fx_theEventHandler = nullptr;
 
-unsigned long fxET_Unknown = 0;
-unsigned long fxET_MessageEvent = 1;
-
 namespace {
+
+// A boxed value while it is sent. Messages that are discarded meanwhile must not
+// end it; at once, it ends with the send.
+class Sent {
+public:
+    Sent(fxData* data_, fxObj::fxSendFlags how)
+        : data(data_),
+          isQueued(how == fxObj::fxSendQueued || how == fxObj::fxSendUrgent),
+          isAtOnce(how == fxObj::fxSendNow) {
+        if (isQueued) data->take();
+    }
+    Sent(const Sent&) = delete;
+    Sent& operator=(const Sent&) = delete;
+    ~Sent() {
+        if (isQueued) data->release();
+        if (isAtOnce) delete data;
+    }
+
+    fxData* const data;
+    const bool isQueued;
+    const bool isAtOnce;
+};
 
 // Deletes an event that has been delivered, also by throwing an exception.
 struct Delivered {
@@ -43,40 +63,31 @@ void fxEventHandler::postMessage(fxOutputChannel* output, fxData* data, fxObj::f
         delete data;
         return;
     }
-    const bool queues = how == fxObj::fxSendQueued || how == fxObj::fxSendUrgent;
-    if (queues) data->take();  // outlives messages that are discarded meanwhile
+    const Sent sent(data, how);
     fxDelivery walk(*output);
     while (fxInputChannel* input = walk.next()) {
-        if (queues) {
+        if (sent.isQueued) {
             queueMessage(input, data, how == fxObj::fxSendUrgent);
             continue;
         }
-        input->take();
+        const fxHold<fxInputChannel> hold(input);
         if (input->isReplacing()) input->cancelPending();
-        if (how == fxObj::fxSendNow) {
-            if (fxTrace::isOn(fxTrace::events)) fxTraceLines::delivering(*input, data);
-            input->deliver(data);
-        }
-        input->release();
+        if (!sent.isAtOnce) continue;
+        if (fxTrace::isOn(fxTrace::events)) fxTraceLines::delivering(*input, data);
+        input->deliver(data);
     }
-    if (queues) data->release();
-    if (how == fxObj::fxSendNow) delete data;
 }
 
+// Nothing is queued for an input that calls nothing any more, so that discarding
+// its messages once is enough.
 void fxEventHandler::queueMessage(fxInputChannel* input, fxData* data, unsigned char urgent) {
+    if (input->target()->isMuted()) return;
     fxMessageEvent* event = new fxMessageEvent(input, data);
+    event->origin = fxEvent::Origin::sent;
     postEvent(event, urgent);
     if (!input->isReplacing()) return;
-    fxMessageEvent* old = input->pending;
-    input->pending = event;
-    if (old != nullptr) withdraw(old);
-}
-
-void fxEventHandler::withdraw(fxMessageEvent* event) {
-    // One that the application has taken out is no longer ours to delete.
-    if (event->queue != this) return;
-    if (fxTrace::isOn(fxTrace::events)) fxTraceLines::replacing(*event);
-    remove(event);
+    fxMessageEvent* old = std::exchange(input->pending, event);
+    if (old != nullptr) old->withdraw();
 }
 
 void fxEventHandler::distributeEvents() {
@@ -91,11 +102,7 @@ void fxEventHandler::distributeEvents() {
 }
 
 void fxEventHandler::removeEvents(Predicate* predicate, void* argument) {
-    fxEventWalk walk(*this);
-    while (fxEvent* event = walk.advance()) {
-        const bool doomed = predicate(event, argument) != 0;
-        if (doomed && walk.getCurrent() == event) remove(event);
-    }
+    removeWhere(predicate, argument);
 }
 
 void fxEventHandler::removeMessageEvents(fxInputChannel* input) {
@@ -108,4 +115,25 @@ unsigned char zapMessageEvents(fxEvent* event, void* input) {
     if (channel != input) return 0;
     if (channel != nullptr && channel->pending == event) channel->pending = nullptr;
     return 1;
+}
+
+// The channel of a message is held by it and may be followed to the real input;
+// what another event calls its channel may have ended and is only compared.
+unsigned char fxEventHandler::leadsTo(fxEvent* event, void* input) {
+    if (event->origin != fxEvent::Origin::other &&
+        static_cast<fxMessageEvent*>(event)->channel->target() == input) {
+        return 1;
+    }
+    return zapMessageEvents(event, input);
+}
+
+// The walk is spared when there is nothing to find: no message of this input,
+// and no event of the application's own, which may be bound for it.
+void fxInputChannel::flush() {
+    const fxHold<fxInputChannel> hold(this);  // the messages may be the only holders
+    fxEventHandler* handler = fx_theEventHandler;
+    if (handler != nullptr && (queued != 0 || !handler->hasOnlySentMessages())) {
+        handler->removeWhere(fxEventHandler::leadsTo, this);
+    }
+    pending = nullptr;
 }

@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "fxds/Fatal.h"
+#include "fxds/dataflow/Belongings.h"
 #include "fxds/dataflow/TraceLines.h"
 
 // Properties stand in one array, ascending by tag. Letting go of a property
@@ -11,10 +12,6 @@
 // leaves the list, or its successor is already in place, before it is released.
 
 namespace {
-
-// Added to the count of an object that is dying, so that properties leading
-// back to it can let go of it without destroying it once more.
-constexpr unsigned long dying = 1ul << 63;
 
 unsigned short tagAt(const fxVoidPtrArray& properties, unsigned int index) {
     return static_cast<const fxProperty*>(properties[index])->getTag();
@@ -25,13 +22,22 @@ unsigned short tagAt(const fxVoidPtrArray& properties, unsigned int index) {
 fxObj::~fxObj() {
     if (properties == nullptr) return;
     if (fx_traceKinds != 0) fxTraceLines::dying(*this);
-    refCount += dying;
+    // Properties that lead back here may let go of this object.
+    refCount |= ending;
     // What is released may send: the receiving functions belong to a class whose
     // destructor has run.
-    if (fxVoidPtrDict* inputs = getInputs()) muteInputs(*inputs);
+    disownChannels();
     // What is released may set properties anew.
-    while (properties->length() > 0) removeAllProperties();
+    do {
+        removeAllProperties();
+        discardRetired();
+    } while (properties->length() > 0);
     delete std::exchange(properties, nullptr);
+}
+
+fxBelongings& fxObj::makeBelongings() {
+    if (properties == nullptr) properties = new fxBelongings;
+    return *properties;
 }
 
 void fxObj::subClassMustDefine(char const* method) const {
@@ -71,7 +77,7 @@ fxProperty* fxObj::findProperty(char const* name, unsigned int* index) {
 }
 
 fxObj* fxObj::setProperty(fxProperty* property) {
-    if (properties == nullptr) properties = new fxVoidPtrArray;
+    makeBelongings();
     property->take();
     unsigned int index;
     fxProperty* old = findProperty(property->getTag(), &index);

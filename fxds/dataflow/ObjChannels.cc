@@ -7,6 +7,7 @@
 #include "fxds/StrArray.h"
 #include "fxds/StrData.h"
 #include "fxds/VoidPtrDict.h"
+#include "fxds/dataflow/Belongings.h"
 
 // The channels of an object stand in two dictionaries, which are kept as
 // properties. A property counts as a channel table only if its destructor is
@@ -15,38 +16,6 @@
 //
 // Tearing a channel down runs code that may come back here, so a channel
 // leaves its table first.
-
-// The inputs of an object, and with them those whose name was given away.
-class fxInputTable : public fxVoidPtrDict {
-public:
-    void retire(fxInputChannel* input) {
-        input->nextRetired = retired;
-        input->retiredLink = &retired;
-        if (retired != nullptr) retired->retiredLink = &input->nextRetired;
-        retired = input;
-    }
-
-    // Takes a retired input out and gives the caller a hold on it; null when
-    // there is none left.
-    fxInputChannel* takeRetired() {
-        fxInputChannel* input = retired;
-        if (input == nullptr) return nullptr;
-        retired = input->nextRetired;
-        if (retired != nullptr) retired->retiredLink = &retired;
-        input->nextRetired = nullptr;
-        input->retiredLink = nullptr;
-        input->take();
-        return input;
-    }
-
-    fxInputChannel* getRetired() const { return retired; }
-
-protected:
-    Finder* finder() const override { return finderFor(typeid(fxInputTable)); }
-
-private:
-    fxInputChannel* retired = nullptr;
-};
 
 namespace {
 
@@ -68,17 +37,31 @@ fxVoidPtrDict* findTable(fxObj& object, TableKind& kind) {
     return static_cast<fxVoidPtrDict*>(property->getAsVoidPtr());
 }
 
+// The tag of a kind of table, with its name entered at it: the names may have
+// been destroyed and made again since the tag was allotted.
+unsigned short tagOf(TableKind& kind) {
+    if (kind.tag == fxProperty::noTag) kind.tag = fxProperty::findTag(kind.name);
+    if (kind.tag == fxProperty::noTag) return kind.tag = fxProperty::allocNewTag(kind.name);
+    const bool isEntered = fx_propertyNames != nullptr && fx_propertyNames->length() > kind.tag &&
+                           (*fx_propertyNames)[kind.tag] == kind.name;
+    if (!isEntered) fxEnterPropertyName(kind.tag, kind.name);
+    return kind.tag;
+}
+
 // Enters a channel in the object's table, which is made if need be, and gives
 // back the channel whose name it takes, or null. Making the table a property is
 // the last step: another property may make way for it and run anybody's code.
-template <class Table>
-void* enter(fxObj& object, TableKind& kind, const char* name, void* channel) {
+template <class Channel>
+Channel* enter(fxObj& object, TableKind& kind, const char* name, Channel* channel) {
+    const unsigned short tag = tagOf(kind);
     fxVoidPtrDict* table = findTable(object, kind);
-    if (table != nullptr) return std::exchange((*table)[fxStr(name)], channel);
-    if (kind.tag == fxProperty::noTag) kind.tag = fxProperty::allocNewTag(kind.name);
-    table = new Table;
+    if (table != nullptr) {
+        void* const old = std::exchange((*table)[fxStr(name)], channel);
+        return static_cast<Channel*>(old);
+    }
+    table = new fxVoidPtrDict;
     (*table)[fxStr(name)] = channel;
-    object.setProperty(new fxProperty(kind.tag, static_cast<void*>(table), kind.destructor));
+    object.setProperty(new fxProperty(tag, static_cast<void*>(table), kind.destructor));
     return nullptr;
 }
 
@@ -137,23 +120,28 @@ fxEventHandler& eventHandler() {
 
 }  // namespace
 
-void fxObj::muteInputs(fxVoidPtrDict& table) {
-    for (auto [name, input] : table) static_cast<fxInputChannel*>(input)->mute();
-    auto* own = dynamic_cast<fxInputTable*>(&table);
-    if (own == nullptr) return;
-    for (fxInputChannel* input = own->getRetired(); input != nullptr; input = input->nextRetired) {
+void fxObj::disownChannels() {
+    properties->isEnding = true;
+    while (fxInputChannel* input = properties->inputs.getFirst()) input->disown();
+    while (fxOutputChannel* output = properties->outputs.getFirst()) output->disown();
+    for (auto* input = properties->retired.getFirst(); input != nullptr; input = input->nextOwned) {
         input->mute();
     }
 }
 
-// Silences an input that the caller holds, and lets go of it. The values that
-// the first flush deletes may run code that sends more, hence the second.
+// Silences an input, ends its messages and connections and lets go of it.
 void fxObj::discard(fxInputChannel* input) {
-    input->mute();
+    input->disown();
     input->flush();
     input->disconnect();
-    input->flush();
     input->release();
+}
+
+void fxObj::discardRetired() {
+    while (fxInputChannel* input = properties->retired.getFirst()) {
+        input->take();
+        discard(input);
+    }
 }
 
 fxVoidPtrDict* fxObj::getInputs() { return findTable(*this, inputKind); }
@@ -181,21 +169,31 @@ fxInputChannel* fxObj::addInput(char const* name, unsigned short type, void* clo
                                 void (*function)(), unsigned char replace) {
     fxInputChannel* input = new fxInputChannel(type, closure, function, replace);
     input->take();
-    input->owner = this;
-    void* old = enter<fxInputTable>(*this, inputKind, name, input);
-    if (old != nullptr) {
-        fxInputChannel* replaced = static_cast<fxInputChannel*>(old);
-        if (auto* table = dynamic_cast<fxInputTable*>(getInputs())) table->retire(replaced);
-        replaced->release();
+    fxBelongings& mine = makeBelongings();
+    if (mine.isEnding) {
+        input->mute();
+    } else {
+        input->owner = this;
+        mine.inputs.enter(input);
     }
+    fxInputChannel* replaced = enter(*this, inputKind, name, input);
+    if (replaced == nullptr) return input;
+    if (replaced->owner != nullptr) {
+        fxOwnedChannels<fxInputChannel>::leave(replaced);
+        replaced->owner->properties->retired.enter(replaced);
+    }
+    replaced->release();
     return input;
 }
 
 fxOutputChannel* fxObj::addOutput(char const* name, unsigned short type) {
     fxOutputChannel* output = new fxOutputChannel(type);
-    output->owner = this;
-    void* old = enter<fxVoidPtrDict>(*this, outputKind, name, output);
-    delete static_cast<fxOutputChannel*>(old);
+    fxBelongings& mine = makeBelongings();
+    if (!mine.isEnding) {
+        output->owner = this;
+        mine.outputs.enter(output);
+    }
+    delete enter(*this, outputKind, name, output);
     return output;
 }
 
@@ -277,17 +275,14 @@ void fxObj::sendStrArray(fxOutputChannel* output, const fxStrArray& value, fxSen
 }
 
 void fxObj::dt_input_dict(void* table) {
+    if (table == nullptr) return;
     fxVoidPtrDict* inputs = static_cast<fxVoidPtrDict*>(table);
-    muteInputs(*inputs);
-    std::vector<fxInputChannel*> retired;
-    if (auto* own = dynamic_cast<fxInputTable*>(inputs)) {
-        while (fxInputChannel* input = own->takeRetired()) retired.push_back(input);
-    }
+    for (auto [name, input] : *inputs) static_cast<fxInputChannel*>(input)->disown();
     for (fxInputChannel* input : emptyTable<fxInputChannel>(inputs)) discard(input);
-    for (fxInputChannel* input : retired) discard(input);
 }
 
 void fxObj::dt_output_dict(void* table) {
+    if (table == nullptr) return;
     for (fxOutputChannel* output : emptyTable<fxOutputChannel>(static_cast<fxVoidPtrDict*>(table)))
         delete output;
 }

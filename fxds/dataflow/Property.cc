@@ -9,6 +9,7 @@
 #include "fxds/Obj.h"
 #include "fxds/Str.h"
 #include "fxds/StrArray.h"
+#include "fxds/dataflow/Belongings.h"
 
 // A property is a tag, a kind and two slots of eight bytes. Values are copied
 // into zeroed slots and out of them as bytes, so that reading a property as
@@ -43,9 +44,42 @@ void takeIfAny(Counted* target) {
     if (target != nullptr) target->take();
 }
 
-template <class Counted>
-void releaseIfAny(Counted* target) {
+void releaseIfAny(fxData* target) {
     if (target != nullptr) target->release();
+}
+
+// How many objects may end inside one another, each held by a property of the
+// one before.
+constexpr int maxNesting = 128;
+
+int nesting = 0;                    // how many do
+fxVoidPtrArray* waiting = nullptr;  // of fxObj*, each held; null until the limit is reached
+
+// Lets go of an object. Those that end with it end inside this call, in the
+// order in which they are let go, down to the limit. An object that lies deeper
+// is held by the list of the call at the limit, which lets go of what it holds
+// before it returns. So the stack stays short however long a chain of objects is.
+void releaseIfAny(fxObj* target) {
+    if (target == nullptr) return;
+    if (target->refCount != 1) return target->release();
+    if (waiting != nullptr) {
+        waiting->append(target);
+        return;
+    }
+    ++nesting;
+    if (nesting < maxNesting) {
+        target->release();
+    } else {
+        fxVoidPtrArray deeper;
+        waiting = &deeper;
+        target->release();
+        while (!deeper.isEmpty()) {
+            const fxVoidPtrArray next(std::move(deeper));
+            for (void* object : next) static_cast<fxObj*>(object)->release();
+        }
+        waiting = nullptr;
+    }
+    --nesting;
 }
 
 }  // namespace
@@ -94,16 +128,20 @@ fxProperty::fxProperty(unsigned short tag_, fxData* data) : fxProperty(tag_, fxD
 fxProperty::~fxProperty() { cleanup(); }
 
 unsigned short fxProperty::allocNewTag(char const* name) {
-    constructPropertyNames();
     const unsigned short tag = nextTag++;
+    fxEnterPropertyName(tag, name);
+    return tag;
+}
+
+// The table may have been destroyed and made again; tags go on from where they
+// were, so it may lack more than one name.
+void fxEnterPropertyName(unsigned short tag, char const* name) {
+    fxProperty::constructPropertyNames();
     if (fx_propertyNames->length() <= tag) {
         fx_propertyNames->setMaxLength(fx_propertyNames->length() + 50u);
-        // One name, except after the table was destroyed and made again: tags
-        // go on from where they were.
         while (fx_propertyNames->length() <= tag) fx_propertyNames->append(fxStr());
     }
     (*fx_propertyNames)[tag] = name;
-    return tag;
 }
 
 unsigned short fxProperty::findTag(char const* name) {
@@ -197,15 +235,17 @@ void fxProperty::setAsData(fxData* data) {
 }
 
 void fxProperty::cleanup() {
+    const bool isOwner = type == fxDT_fxStr || type == fxDT_ObjPtr || type == fxDT_DataPtr ||
+                         ((type == fxDT_CharPtr || type == fxDT_VoidPtr) && extra != 0);
+    if (!isOwner) return;
     const unsigned long oldValue = std::exchange(value, 0);
     const unsigned long oldExtra = std::exchange(extra, 0);
     if (type == fxDT_CharPtr) {
-        if (fromSlot<unsigned char>(oldExtra) != 0) ::operator delete(fromSlot<char*>(oldValue));
+        ::operator delete(fromSlot<char*>(oldValue));
     } else if (type == fxDT_fxStr) {
         delete fromSlot<fxStr*>(oldValue);
     } else if (type == fxDT_VoidPtr) {
-        Destructor* destructor = fromSlot<Destructor*>(oldExtra);
-        if (destructor != nullptr) destructor(fromSlot<void*>(oldValue));
+        fromSlot<Destructor*>(oldExtra)(fromSlot<void*>(oldValue));
     } else if (type == fxDT_ObjPtr) {
         releaseIfAny(fromSlot<fxObj*>(oldValue));
     } else if (type == fxDT_DataPtr) {

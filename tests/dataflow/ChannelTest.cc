@@ -16,67 +16,34 @@ void (*asFunction(void (*function)(void*, T)))() {
 
 class Channels : public Dataflow {
 protected:
-    // One sender and three receivers, connected in order.
-    void fanOut() {
-        for (Node* node : {&a, &b, &c}) sender.feed(*node);
-    }
     static void now(Node& node, int value) { fxObj::sendInt(node.out, value, fxObj::fxSendNow); }
 
     Node sender, a, b, c;
 };
 
-TEST_F(Channels, ConnectOnceAndBothEndsKnow) {
-    sender.feed(a);
-    sender.feed(a);
-    EXPECT_EQ(sender.out->getNumberOfConnections(), 1u);
-    EXPECT_EQ(a.in->getOutputs()->length(), 1u);
-    EXPECT_EQ(a.in->refCount, 2u);
-    EXPECT_TRUE(sender.out->isConnectedTo(a.in));
+TEST_F(Channels, WhatIsMissingIsIgnoredAndWhatCannotBeIsFatal) {
+    fxObj empty;
     sender.connect("out", nullptr, "in");
     sender.connect("no such output", &a, "in");
     sender.connect("out", &a, "no such input");
-    fxObj empty;
     sender.connect("out", &empty, "in");
     empty.connect("out", &a, "in");
     empty.disconnect("out", &a, "in");
     empty.removeInput("in");
     empty.removeOutput("out");
-    EXPECT_EQ(sender.out->getNumberOfConnections(), 1u);
-    sender.disconnect("out", &a, "in");
-    sender.disconnect("out", &a, "in");
     EXPECT_EQ(sender.out->getNumberOfConnections(), 0u);
-    EXPECT_EQ(a.in->refCount, 1u);
-    now(sender, 1);
-    EXPECT_TRUE(a.seen.empty());
-}
+    fxObj::sendData(nullptr, new CountedData(1), fxObj::fxSendNow);
+    // Modes that do not exist neither deliver nor delete.
+    sender.feed(a);
+    auto* data = new CountedData(9);
+    fxObj::sendData(sender.out, data, static_cast<fxObj::fxSendFlags>(7));
+    EXPECT_EQ(CountedData::alive, 1);
+    delete data;
+    EXPECT_EQ(fxInputChannel(fxDT_int, nullptr, nullptr, 2).isReplacing(), false);
 
-TEST_F(Channels, ConvertersAreSplicedInAndGoWithTheInput) {
-    fxObj target;
-    static int got;
-    got = -1;
-    auto receive = reinterpret_cast<void (*)()>(+[](void*, unsigned char v) { got = v; });
-    fxInputChannel* in = target.addInput("bool", fxDT_fxBool, nullptr, receive);
-    sender.connect("out", &target, "bool");
-    EXPECT_TRUE((*sender.out)[0]->isConverter());
-    EXPECT_TRUE(sender.out->isConnectedTo(in));
-    EXPECT_EQ((*sender.out)[0]->target(), in);
-    now(sender, 257);
-    EXPECT_EQ(got, 1);
-    fxObj::sendInt(sender.out, 2);
-    target.removeInput("bool");
-    EXPECT_EQ(sender.out->getNumberOfConnections(), 0u);
-    distribute();
-    EXPECT_EQ(got, 1) << "what waited behind the converter is discarded";
-
-    fxObj longTarget;
-    longTarget.addInput("long", fxDT_long, nullptr, nullptr);
-    EXPECT_DEATH(sender.connect("out", &longTarget, "long"), "^Can't convert from 2 to 3\n$");
-    EXPECT_DEATH(
-        {
-            sender.feed(a);
-            a.in->remove(b.out);
-        },
-        "^ic/oc connections busted\n$");
+    empty.addInput("long", fxDT_long, nullptr, nullptr);
+    EXPECT_DEATH(sender.connect("out", &empty, "long"), "^Can't convert from 2 to 3\n$");
+    EXPECT_DEATH(a.in->remove(b.out), "^ic/oc connections busted\n$");
 }
 
 TEST_F(Channels, VoidInputsTakeAnythingWithoutItsValue) {
@@ -92,147 +59,6 @@ TEST_F(Channels, VoidInputsTakeAnythingWithoutItsValue) {
     fxObj::sendData(sender.out, new CountedData(3), fxObj::fxSendNow);
     distribute();
     EXPECT_EQ(calls, 3);
-}
-
-TEST_F(Channels, SendModesOrderAndDeleteTheirValues) {
-    fanOut();
-    std::vector<std::string> order;
-    for (auto [node, name] : {std::pair(&a, "a"), {&b, "b"}, {&c, "c"}}) {
-        node->onReceive = [&order, label = std::string(name)](int v) {
-            order.push_back(label + std::to_string(v));
-        };
-    }
-    fxObj::sendData(sender.out, new CountedData(1), fxObj::fxSendQueued);
-    fxObj::sendData(sender.out, new CountedData(2), fxObj::fxSendUrgent);
-    EXPECT_EQ(CountedData::alive, 2);
-    fxObj::sendData(sender.out, new CountedData(3), fxObj::fxSendNow);
-    EXPECT_EQ(CountedData::alive, 2);
-    distribute();
-    EXPECT_EQ(CountedData::alive, 0);
-    EXPECT_EQ(order,
-              (std::vector<std::string>{"a3", "b3", "c3", "c2", "b2", "a2", "a1", "b1", "c1"}));
-    Node alone;
-    fxObj::sendData(alone.out, new CountedData(1), fxObj::fxSendQueued);
-    fxObj::sendData(nullptr, new CountedData(1), fxObj::fxSendNow);
-    EXPECT_EQ(CountedData::alive, 0);
-    // Modes that do not exist neither deliver nor delete.
-    auto* data = new CountedData(9);
-    fxObj::sendData(sender.out, data, static_cast<fxObj::fxSendFlags>(7));
-    EXPECT_EQ(CountedData::alive, 1);
-    delete data;
-}
-
-TEST_F(Channels, ReplacingInputsKeepOnlyTheNewestMessage) {
-    Node newest(1);
-    sender.feed(newest);
-    sender.feed(a);
-    for (int v : {1, 2}) fxObj::sendInt(sender.out, v);
-    distribute();
-    EXPECT_EQ(newest.seen, Seen{2});
-    EXPECT_EQ(a.seen, (Seen{1, 2}));
-    fxObj::sendInt(sender.out, 3);
-    now(sender, 4);
-    EXPECT_EQ(newest.in->pending, nullptr);
-    fxObj::sendInt(sender.out, 5);
-    fxObj::sendInt(sender.out, 0, static_cast<fxObj::fxSendFlags>(7));
-    distribute();
-    EXPECT_EQ(newest.seen, (Seen{2, 4}));
-    // The same value object twice: the old message goes after the new one came.
-    auto* data = new CountedData(6);
-    sender.disconnect("out", &a, "in");
-    fxObj::sendData(sender.out, data);
-    fxObj::sendData(sender.out, data);
-    distribute();
-    EXPECT_EQ(newest.seen, (Seen{2, 4, 6}));
-    EXPECT_EQ(fxInputChannel(fxDT_int, nullptr, nullptr, 2).isReplacing(), false);
-}
-
-TEST_F(Channels, ReceiversMayDestroyAnything) {
-    // Who dies: the receiver itself, one served, one to come, the sender, the output.
-    for (int victim = 0; victim < 6; ++victim) {
-        auto* source = new Node;
-        std::vector<Node*> ends = {new Node, new Node, new Node};
-        for (Node* end : ends) source->feed(*end);
-        bool sourceDied = false;
-        std::vector<int> reached;
-        for (int i = 0; i < 3; ++i) {
-            ends[static_cast<size_t>(i)]->onReceive = [&, i](int) {
-                reached.push_back(i);
-                if (i != 1) return;
-                if (victim < 3) delete std::exchange(ends[static_cast<size_t>(victim)], nullptr);
-                if (victim == 3) delete source;
-                sourceDied = victim == 3;
-                if (victim == 4) source->removeOutput("out");
-                if (victim == 5) ends[1]->removeInput("in");
-            };
-        }
-        now(*source, 1);
-        const bool lastIsServed = victim != 2 && victim != 3 && victim != 4;
-        EXPECT_EQ(reached, lastIsServed ? (Seen{0, 1, 2}) : (Seen{0, 1})) << "victim " << victim;
-        for (Node* end : ends) delete end;
-        if (!sourceDied) delete source;
-    }
-}
-
-TEST_F(Channels, ConvertersSurviveTheirInputsDeath) {
-    auto* end = new fxObj;
-    static fxObj* victim;
-    victim = end;
-    end->addInput("bool", fxDT_fxBool, end, reinterpret_cast<void (*)()>(+[](void*, unsigned char) {
-                      delete std::exchange(victim, nullptr);
-                  }));
-    sender.connect("out", end, "bool");
-    sender.feed(a);
-    now(sender, 1);
-    EXPECT_EQ(victim, nullptr);
-    EXPECT_EQ(a.seen, Seen{1});
-    EXPECT_EQ(sender.out->getNumberOfConnections(), 1u);
-}
-
-TEST_F(Channels, ReplacedInputsStayConnectedUntilTheirObjectDies) {
-    auto* end = new Node;
-    sender.feed(*end);
-    fxInputChannel* old = end->in;
-    end->in = end->addInput<&Node::receive>("in");
-    now(sender, 1);
-    EXPECT_EQ(end->seen, Seen{1}) << "through the old channel";
-    EXPECT_FALSE(sender.out->isConnectedTo(end->in));
-    EXPECT_TRUE(sender.out->isConnectedTo(old));
-    fxObj::sendInt(sender.out, 2);
-    delete end;
-    EXPECT_EQ(sender.out->getNumberOfConnections(), 0u);
-    EXPECT_EQ(fx_theEventHandler->getCount(), 0u);
-}
-
-TEST_F(Channels, ValuesMayDestroyTheReceiverTheyWaitedFor) {
-    // Withdrawing the old message runs code that destroys the very receiver.
-    auto* end = new Node(1);
-    sender.feed(*end);
-    auto* first = new CountedData(1);
-    first->onDeath = [&] { delete std::exchange(end, nullptr); };
-    fxObj::sendData(sender.out, first);
-    fxObj::sendData(sender.out, new CountedData(2));
-    EXPECT_EQ(end, nullptr);
-    EXPECT_EQ(CountedData::alive, 0);
-}
-
-TEST_F(Channels, SendingAtOnceMayDestroyItsReceiverBeforeReachingIt) {
-    // The value that is withdrawn destroys the receiver of the newer one, which
-    // comes boxed, bare and through a converter.
-    for (int way = 0; way < 3; ++way) {
-        auto* end = new fxObj;
-        int heard = 0;
-        end->addInput("int", fxDT_int, &heard, asFunction(count<int>), 1);
-        end->addInput("bool", fxDT_fxBool, &heard, asFunction(count<unsigned char>), 1);
-        sender.connect("out", end, way == 2 ? "bool" : "int");
-        auto* old = new CountedData(1);
-        old->onDeath = [&] { delete std::exchange(end, nullptr); };
-        fxObj::sendData(sender.out, old);
-        if (way == 0) fxObj::sendData(sender.out, new CountedData(2), fxObj::fxSendNow);
-        if (way != 0) now(sender, 2);
-        EXPECT_EQ(end, nullptr);
-        EXPECT_EQ(heard, 0) << "way " << way;
-    }
 }
 
 TEST_F(Channels, DyingObjectsHearNothing) {
@@ -291,6 +117,94 @@ TEST_F(Channels, ChannelNamesMayBeUsedForOtherProperties) {
     EXPECT_EQ(copied->getNumberOfProperties(), 0u) << "copies carry no channels";
     ++Node::alive;
     delete copied;
+}
+
+// By each of the four ways in which a table leaves its object's list: the object
+// is told of what is sent while it lives and of nothing once it has begun to end.
+TEST_F(Channels, TablesThatAreHeldWorkAsLongAsTheirObjectLives) {
+    for (int way = 0; way < 4; ++way) {
+        auto* end = new Node;
+        int heard = 0;
+        end->onReceive = [&](int) { ++heard; };
+        sender.feed(*end);
+        end->feed(a);
+        fxObj other;
+        fxProperty* const tables[] = {end->findProperty("inputs"), end->findProperty("outputs")};
+        for (fxProperty* table : tables) {
+            table->take();
+            if (way == 0) end->removeProperty(table->getTag());
+            if (way == 1) end->setProperty(new fxProperty(table->getTag(), 1));
+            if (way == 2) other.setProperty(table);
+        }
+        if (way == 2) end->removeAllProperties();
+        now(sender, 1);
+        EXPECT_EQ(end->out->getOwner(), end);
+        if (way == 1) end->setProperty(tables[0])->setProperty(tables[0]);
+        if (way == 1) {
+            EXPECT_EQ(end->getInput("in"), end->in);
+        }
+        now(sender, 2);
+        EXPECT_EQ(heard, 2);
+        fxOutputChannel* const out = end->out;
+        fxObj::sendInt(sender.out, 3);
+        delete end;
+        now(sender, 4);
+        fxObj::sendInt(sender.out, 5);
+        distribute();
+        EXPECT_EQ(heard, 2) << "way " << way;
+        EXPECT_EQ(out->getOwner(), nullptr);
+        now(sender, 6);
+        a.seen.clear();
+        fxObj::sendInt(out, 7, fxObj::fxSendNow);
+        EXPECT_EQ(a.seen, Seen{7});
+        for (fxProperty* table : tables) table->release();
+    }
+    EXPECT_EQ(sender.out->getNumberOfConnections(), 0u);
+}
+
+// Holds itself, and what it hears of is sent by a property that ends later.
+TEST_F(Channels, ObjectsMayDieWhileTheirPropertiesLeave) {
+    struct Farewell : Node {
+        ~Farewell() override { now(*this, 1); }
+    };
+    for (const bool isDeleted : {false, true}) {
+        auto* host = new Node;
+        auto* last = new Farewell;
+        int heard = 0;
+        host->onReceive = [&](int) { ++heard; };
+        last->feed(*host);
+        host->setProperty(new fxProperty(0, host))->setProperty(new fxProperty(1, last));
+        isDeleted ? delete host : static_cast<void>(host->removeAllProperties());
+        EXPECT_EQ(heard, 0);
+    }
+}
+
+TEST_F(Channels, ExceptionsLeaveThroughTheCallThatLedToThem) {
+    fxObj end;
+    auto* const raise = asFunction<int>([](void*, int) { throw 1; });
+    auto* const raiseByte = asFunction<unsigned char>([](void*, unsigned char) { throw 1; });
+    end.addInput("plain", fxDT_int, nullptr, raise);
+    end.addInput("replacing", fxDT_int, nullptr, raise, 1);
+    end.addInput("converted", fxDT_fxBool, nullptr, raiseByte);
+    end.addInput("void", fxDT_void, nullptr, reinterpret_cast<void (*)()>(+[](void*) { throw 1; }));
+    for (const fxStr& name : end.getInputNames()) {
+        sender.connect("out", &end, name);
+        fxInputChannel* const input = end.getInput(name);
+        fxInputChannel* const entry = (*sender.out)[0];
+        const auto holders = [&] { return std::pair(input->refCount, entry->refCount); };
+        const auto before = holders();
+        for (const auto how : {fxObj::fxSendNow, fxObj::fxSendQueued}) {
+            const auto send = [&](fxData* data) {
+                fxObj::sendData(sender.out, data, how);
+                distribute();
+            };
+            EXPECT_THROW(send(new CountedData(1)), int);
+        }
+        EXPECT_THROW(now(sender, 1), int);
+        EXPECT_EQ(holders(), before) << name.c_str();
+        EXPECT_EQ(CountedData::alive, 0);
+        sender.disconnect("out", &end, name);
+    }
 }
 
 }  // namespace

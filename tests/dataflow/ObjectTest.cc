@@ -1,4 +1,8 @@
 // Counted objects, fatal errors, type records and properties.
+#include <pthread.h>
+
+#include <algorithm>
+
 #include "tests/support/Dataflow.h"
 
 namespace {
@@ -34,6 +38,22 @@ TEST(Object, FatalErrorsPrintOneLineAndAbort) {
     EXPECT_EXIT(fxFatal("code %d", 5), testing::KilledBySignal(SIGABRT), "^code 5\n$");
     fxObj plain;
     EXPECT_DEATH(plain.compare(&plain), "^fxXDRObj: Sub class must define method \"compare\"\n$");
+}
+
+// Lets itself be held and let go while it is destroyed.
+struct Clinging : fxObj {
+    explicit Clinging(int& deaths_) : deaths(deaths_) {}
+    ~Clinging() override {
+        ++deaths;
+        fxObj().setProperty(new fxProperty(0, this));
+    }
+    int& deaths;
+};
+
+TEST(Object, DestructorsRunOnce) {
+    int deaths = 0;
+    fxObj().setProperty(new fxProperty(0, new Clinging(deaths)));
+    EXPECT_EQ(deaths, 1);
 }
 
 struct Target : Counted {
@@ -134,6 +154,7 @@ protected:
 };
 
 TEST_F(Properties, TagsAreHandedOutOnceAndFoundByTheirFirstName) {
+    { const Node withTables; }
     const unsigned short first = fxProperty::allocNewTag("twice");
     EXPECT_EQ(fxProperty::allocNewTag("twice"), first + 1);
     EXPECT_EQ(fxProperty::findTag("twice"), first);
@@ -145,6 +166,15 @@ TEST_F(Properties, TagsAreHandedOutOnceAndFoundByTheirFirstName) {
     const unsigned short next = fxProperty::allocNewTag("after");  // makes a table of its own
     EXPECT_EQ(next, first + 2);
     EXPECT_EQ(fx_propertyNames->length(), next + 1u);
+    EXPECT_EQ(fxProperty::findTag("inputs"), 65535);
+    const unsigned short inputs = fxProperty::allocNewTag("inputs");
+    Node node;  // the tables of channels keep their tags and enter their names there
+    for (const char* name : {"inputs", "outputs"}) {
+        const unsigned short tag = fxProperty::findTag(name);
+        EXPECT_LT(tag, inputs);
+        ASSERT_NE(node.findProperty(tag), nullptr);
+        EXPECT_STREQ(node.findProperty(tag)->getName(), name);
+    }
     fxProperty::destroyPropertyNames();
     EXPECT_EQ(fx_propertyNames, nullptr);
     fx_propertyNames = names;
@@ -184,7 +214,8 @@ TEST_F(Properties, KindsKeepAndReleaseTheirValues) {
     EXPECT_EQ(truth.getAsLong(), 0);
     fxProperty number(0, 5);
     number.setAsLong(-7);
-    EXPECT_EQ(number.getAsLong(), -7);
+    number.cleanup();
+    EXPECT_EQ(number.getAsLong(), -7) << "there is nothing to release";
     fxProperty real(0, 2.5);
     real.setAsDouble(-0.5);
     EXPECT_EQ(real.getAsDouble(), -0.5);
@@ -199,6 +230,7 @@ TEST_F(Properties, KindsKeepAndReleaseTheirValues) {
     text.setAsCharPtr(text.getAsCharPtr(), 1);
     text.setAsCharPtr(fxCopyCharPtr("two"), 1);
     text.setAsCharPtr("borrowed", 0);
+    text.cleanup();
     EXPECT_STREQ(text.getAsCharPtr(), "borrowed");
 
     static int destroyed;
@@ -262,6 +294,41 @@ TEST_F(Properties, CyclesAndCallbacksDestroyEverythingOnce) {
     };
     object.setProperty(new fxProperty(tag(2), &object, look));
     object.setProperty(new fxProperty(tag(2), 5));
+}
+
+// One object more in a chain, or in a tree, of objects that hold one another.
+struct Link : fxObj {
+    explicit Link(fxObj* next) {
+        if (next != nullptr) setProperty(new fxProperty(0, next));
+    }
+    ~Link() override {
+        deepest = std::max(deepest, ++depth);
+        deaths.push_back(this);
+        removeAllProperties();  // as ~fxObj() does, inside this destructor
+        --depth;
+    }
+    static inline int depth = 0, deepest = 0;
+    static inline std::vector<fxObj*> deaths;
+};
+
+TEST_F(Properties, ChainsOfAnyLengthEndOnAShortStack) {
+    const auto endChain = [](void*) -> void* {
+        std::vector<fxObj*> links(1000000);
+        for (size_t i = links.size(); i-- > 0;) {
+            links[i] = new Link(i + 1 < links.size() ? links[i + 1] : nullptr);
+        }
+        delete links[0];
+        EXPECT_EQ(Link::deaths, links);
+        EXPECT_EQ(Link::deepest, 129) << "the first, and 128 inside one another";
+        return nullptr;
+    };
+    pthread_attr_t attributes;
+    pthread_attr_init(&attributes);
+    pthread_attr_setstacksize(&attributes, 256 * 1024);
+    pthread_t thread;
+    ASSERT_EQ(pthread_create(&thread, &attributes, endChain, nullptr), 0);
+    pthread_join(thread, nullptr);
+    pthread_attr_destroy(&attributes);
 }
 
 }  // namespace

@@ -270,6 +270,7 @@ void Model::release(Id id) {
     const int fd = object.fd;
     if (fd >= 0 && handlers[static_cast<size_t>(fd)] == id) removeHandler(id);
     removeAllProperties(id);
+    for (const Id input : std::exchange(object.retired, {})) endInput(input);
     objects.erase(id);
     died.push_back(id);
 }
@@ -348,7 +349,6 @@ void Model::endInputs(Object& object) {
     for (Id& input : object.inputs) {
         if (input != 0) endInput(std::exchange(input, 0));
     }
-    for (const Id input : std::exchange(object.retired, {})) endInput(input);
     object.hasInputs = false;
 }
 

@@ -1,0 +1,58 @@
+// What an object has: its properties, and the channels that belong to it.
+#ifndef FXDS_DATAFLOW_BELONGINGS_H
+#define FXDS_DATAFLOW_BELONGINGS_H
+
+#include "fxds/Channel.h"
+#include "fxds/VoidPtrArray.h"
+
+// A table of channels is a property, so it may be held by others, stand in the
+// lists of several objects, leave a list and come back. Which channels belong
+// to an object therefore does not depend on tables: each channel is linked to
+// the object that it was added to.
+//
+// Invariants: (1) A channel's `owner` is the object in one of whose lists it is
+// linked, or null when it is in none; the exception are retired inputs of an
+// object that is ending, which are still linked. (2) When an object begins to
+// end, its channels get no owner and its inputs are muted, and so is what is
+// added from then on.
+
+/// The channels of one kind that belong to one object.
+template <class Channel>
+class fxOwnedChannels {
+public:
+    Channel* getFirst() const { return first; }
+
+    /// Links a channel that is in no list.
+    void enter(Channel* channel) {
+        channel->nextOwned = first;
+        channel->ownedLink = &first;
+        if (first != nullptr) first->ownedLink = &channel->nextOwned;
+        first = channel;
+    }
+    /// Takes the channel out of the list that it is in; nothing when it is in none.
+    static void leave(Channel* channel) {
+        if (channel->ownedLink == nullptr) return;
+        *channel->ownedLink = channel->nextOwned;
+        if (channel->nextOwned != nullptr) channel->nextOwned->ownedLink = channel->ownedLink;
+        channel->nextOwned = nullptr;
+        channel->ownedLink = nullptr;
+    }
+
+private:
+    Channel* first = nullptr;
+};
+
+/// Made with an object's first property or channel; the elements are its
+/// fxProperty*, ascending by tag, each held.
+class fxBelongings : public fxVoidPtrArray {
+public:
+    fxOwnedChannels<fxInputChannel> inputs;
+    fxOwnedChannels<fxInputChannel> retired;  // inputs whose name was given to another
+    fxOwnedChannels<fxOutputChannel> outputs;
+    bool isEnding = false;
+};
+
+/// Makes `name` the name of the tag; defined beside fxProperty::allocNewTag().
+void fxEnterPropertyName(unsigned short tag, char const* name);
+
+#endif
