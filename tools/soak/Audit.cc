@@ -103,8 +103,15 @@ void Torturer::end() {
     for (const Id id : std::vector<Id>(living)) {
         if (objects.count(id) != 0) destroy(id);
     }
+    while (report.empty() && !living.empty()) {  // the oldest, which holds itself
+        const Id id = living.front();
+        fxObj* const object = objects.at(id).object;
+        Activity nothing(model);
+        model.removeAllProperties(id);
+        during(nothing, [&] { object->removeAllProperties(); });
+        if (objects.count(id) != 0) fail("object %ld outlived its holders", id);
+    }
     audit();
-    if (!living.empty()) fail("%zu objects outlived their holders", living.size());
     while (fxEvent* event = fx_theEventHandler->get()) delete event;
     ears.clear();
     if (alive != 0) fail("%ld objects, events, values and receivers are left alive", alive);

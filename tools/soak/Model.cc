@@ -125,6 +125,11 @@ Call HandDelivery::next() {
     return model.deliver(event);
 }
 
+Call Ending::next() {
+    if (thing == 0) return Call();
+    return {Call::end, std::exchange(thing, 0), 0};
+}
+
 Removal::Removal(Model& model_)
     : Activity(model_), following(model_.queue.empty() ? 0 : model_.queue[0].id) {
     model.removals.push_back(this);
@@ -443,7 +448,8 @@ void Model::send(Id output, long value, Mode mode) {
 
 void Model::discardMessages(Id input) {
     for (size_t i = queue.size(); i-- > 0;) {
-        if (queue[i].input == input) forget(take(i));
+        const bool isBound = queue[i].input == 0 && queue[i].entry == input;
+        if (queue[i].input == input || isBound) forget(take(i));
     }
 }
 

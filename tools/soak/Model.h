@@ -20,7 +20,19 @@ typedef long Id;  // 0 is nobody
 
 /// One call that the library makes.
 struct Call {
-    enum Kind { none, receive, deliver, judge, tick, read, write, exception, function, select };
+    enum Kind {
+        none,
+        receive,
+        deliver,
+        judge,
+        end,
+        tick,
+        read,
+        write,
+        exception,
+        function,
+        select
+    };
 
     Kind kind = none;
     Id who = 0;
@@ -65,8 +77,8 @@ struct Input {
 
 struct Event {
     Id id;
-    Id input;  // 0 for one that is no message
-    Id entry;
+    Id input;  // 0 for one of the application's own
+    Id entry;  // or, for one of those, the input that it is bound for
     long value;
 };
 
@@ -166,6 +178,16 @@ public:
 private:
     const Event event;
     bool isDone = false;
+};
+
+/// The end of a thing that a property held, which acts.
+class Ending : public Activity {
+public:
+    Ending(Model& model_, Id thing_) : Activity(model_), thing(thing_) {}
+    Call next() override;
+
+private:
+    Id thing;  // 0: there is none, or it has come
 };
 
 /// A walk over the queue that asks about each event and removes it if told so.

@@ -67,10 +67,12 @@ long number(fxStr& value) { return std::strtol(value.c_str(), nullptr, 10); }
 template <class T>
 void hear(void* closure, T value) {
     torturer->call(Call::receive, static_cast<Ear*>(closure)->input, number(value));
+    torturer->maybeThrow();
 }
 
 void hearVoid(void* closure) {
     torturer->call(Call::receive, static_cast<Ear*>(closure)->input, noValue);
+    torturer->maybeThrow();
 }
 
 template <class T>
@@ -87,7 +89,7 @@ void (*const functions[functionCount])() = {function<1>, function<2>, function<3
 
 unsigned char judgeEvent(fxEvent* event, void*) { return torturer->judge(event); }
 
-void releaseThing(void* thing) { torturer->thingReleased(thing); }
+void releaseThing(void* thing) { torturer->thingReleased(reinterpret_cast<Id>(thing)); }
 
 template <class Data>
 struct Boxed : Data, Counted {
@@ -309,7 +311,7 @@ void Torturer::reallySend(fxOutputChannel* output, int type, long value, Mode mo
     if (type == fxDT_fxStr) fxObj::sendStr(output, fxStr(text.c_str()), how);
 }
 
-// Objects hold only younger ones, so that holding makes no circles.
+// Objects hold only themselves and younger ones: there are no other circles.
 void Torturer::changeProperty() {
     const Id id = anyObject();
     fxObj& object = *objects.at(id).object;
@@ -323,9 +325,19 @@ void Torturer::changeProperty() {
         during(nothing, [&] { object.removeAllProperties(); });
         return;
     }
+    const auto& before = model.objects.at(id).properties;
+    const auto old = before.find(place);
+    const Id thing = old != before.end() ? old->second.thing : 0;
+    Ending ending(model, thing);
+    const auto change = [&](auto inModel, auto inLibrary) {
+        inModel();
+        if (thing != 0) model.released.clear();  // it tells of itself, see thingReleased()
+        acting = thing;
+        actingOwner = id;
+        during(ending, inLibrary);
+    };
     if (kind < 6) {
-        model.removeProperty(id, place);
-        during(nothing, [&] { object.removeProperty(tag); });
+        change([&] { model.removeProperty(id, place); }, [&] { object.removeProperty(tag); });
         return;
     }
     Held held{0, 0};
@@ -339,11 +351,10 @@ void Torturer::changeProperty() {
         property = new fxProperty(tag, reinterpret_cast<void*>(held.thing), releaseThing);
     } else {
         held.object = anyObject();
-        if (held.object <= id) return;
+        if (held.object < id) return;
         property = new fxProperty(tag, objects.at(held.object).object);
     }
-    model.setProperty(id, place, held);
-    during(nothing, [&] { object.setProperty(property); });
+    change([&] { model.setProperty(id, place, held); }, [&] { object.setProperty(property); });
 }
 
 void Torturer::changeTimer() {
@@ -400,8 +411,9 @@ void Torturer::changeFunctions() {
 void Torturer::changeQueue() {
     if (taken.size() > 4 || (!taken.empty() && chance(30))) return changeTaken();
     if (chance(40)) {
-        auto* const notice = new Notice;
-        const Event event{++model.lastEvent, 0, 0, 0};
+        const Id input = chance(40) ? anyInput(0).channel : 0;
+        auto* const notice = new Notice(input, input != 0 ? inputs.at(input) : nullptr);
+        const Event event{++model.lastEvent, 0, input, 0};
         const bool isUrgent = chance(50);
         note("post: event, urgently", event.id, isUrgent);
         model.post(event, isUrgent);

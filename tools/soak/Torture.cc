@@ -26,6 +26,7 @@ long alive = 0;
 void Notice::deliver() {
     if (!torturer->isDue(Call::deliver, static_cast<Id>(getSequence()))) return;
     torturer->repost(this);  // which may be the end of this notice
+    torturer->maybeThrow();
 }
 
 Torturer::Torturer(unsigned int seed) : rng(seed) {
@@ -106,7 +107,16 @@ void Torturer::react() {
 bool Torturer::judge(const fxEvent* event) {
     Activity* const removal = stack.back();
     if (!call(Call::judge, static_cast<Id>(event->getSequence()))) return false;
+    maybeThrow();
     return static_cast<Removal*>(removal)->verdict = chance(30);
+}
+
+// The property has left by now, or its successor is in place.
+void Torturer::thingReleased(Id thing) {
+    if (thing != acting) return reallyReleased.push_back(thing);
+    acting = 0;
+    auditObject(actingOwner);
+    call(Call::end, thing);
 }
 
 bool Torturer::tick(Id timer) {
@@ -119,7 +129,7 @@ bool Torturer::tick(Id timer) {
 void Torturer::repost(Notice* notice) {
     if (chance(50)) {
         const bool isUrgent = chance(50);
-        model.post({static_cast<Id>(notice->getSequence()), 0, 0, 0}, isUrgent);
+        model.post({static_cast<Id>(notice->getSequence()), 0, notice->input, 0}, isUrgent);
         fx_theEventHandler->postEvent(notice, isUrgent);
     }
     react();

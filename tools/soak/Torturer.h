@@ -41,11 +41,26 @@ struct Ear : Counted {
     const Id input;
 };
 
+// An event of the application's own; bound for an input, it is a message.
 struct Notice : fxEvent, Counted {
-    Notice() : fxEvent(noticeType) {}
+    Notice(Id input_, fxInputChannel* channel_)
+        : fxEvent(channel_ != nullptr ? fxET_MessageEvent : noticeType),
+          input(input_),
+          channel(channel_) {
+        if (channel != nullptr) channel->take();
+    }
+    ~Notice() override {
+        if (channel != nullptr) channel->release();
+    }
     void deliver() override;
+    fxInputChannel* getChannel() override { return channel; }
     static constexpr unsigned long noticeType = 99;
+    const Id input;
+    fxInputChannel* const channel;
 };
+
+// What receivers, events and predicates throw now and then.
+struct Thrown {};
 
 class Torturer {
 public:
@@ -65,7 +80,10 @@ public:
     void repost(Notice* notice);
     int select(int count, fd_set* const (&sets)[3], const timeval& wait);
     void objectDied(Id object) { reallyDied.push_back(object); }
-    void thingReleased(void* thing) { reallyReleased.push_back(reinterpret_cast<Id>(thing)); }
+    void thingReleased(Id thing);
+    void maybeThrow() {
+        if (report.empty() && chance(3)) throw Thrown();
+    }
 
     long clock = 0;
 
@@ -144,14 +162,22 @@ private:
     std::map<Id, std::unique_ptr<Ear>> ears;
     std::vector<std::pair<Event, fxEvent*>> taken;
     std::vector<Id> reallyDied, reallyReleased;
+    Id acting = 0;       // the thing whose end acts
+    Id actingOwner = 0;  // what it was a property of
     unsigned short firstTag = 0;
 };
 
 template <class Action>
 void Torturer::during(Activity& activity, Action action) {
     stack.push_back(&activity);
-    action();
-    const Call missed = report.empty() ? activity.next() : Call();
+    bool isWhole = true;
+    try {
+        action();
+    } catch (const Thrown&) {
+        note("<- thrown");
+        isWhole = false;
+    }
+    const Call missed = report.empty() && isWhole ? activity.next() : Call();
     if (missed.kind != Call::none) {
         fail("missed call: kind %d, who %ld, value %ld", missed.kind, missed.who, missed.value);
     }
