@@ -39,7 +39,9 @@ class fxOutput;
 /// The send functions take a null or unconnected output, which reaches nobody.
 /// The type of the value must be that of the output: converting is the
 /// connections' business. What a property or a channel lets go of may run
-/// anybody's code, which may change this object again and destroy it.
+/// anybody's code, which may change this object again and destroy it. Receivers
+/// may throw: the exception leaves through the send, which calls none after it.
+/// Destructors may not.
 class FX_API fxObj : public fxXDRObj {
 public:
     /// When a value is delivered. Any other value cancels the messages that
