@@ -88,7 +88,8 @@ public:
 /// iteration. A new entry goes to the front of its chain. Entries of up to 64
 /// bytes are allocated many at a time, and their memory is used again for others
 /// before it is given back, which happens when all entries are cleared away.
-/// Finding, adding and removing take about constant time, however few the chains.
+/// Finding, adding and removing take about constant time, however few the chains,
+/// unless many keys have one fingerprint; see fingerprintKey().
 ///
 /// What finds or adds answers pointers into the entry. They are views that
 /// last as long as the entry does, whatever happens to others.
@@ -196,7 +197,7 @@ protected:
     /// A number by which keys are told apart before they are compared; equal
     /// keys have equal ones. This one answers `hash`, the key's hashKey().
     /// Override it where hashKey() sees little of the key, so that keys which
-    /// it cannot tell apart are still found fast.
+    /// it cannot tell apart are still found fast; fxFingerprint() may help.
     virtual unsigned long fingerprintKey(const void* key, unsigned long hash) const;
 
     /// How to search: this one says, by the hooks. The ready-made classes answer
@@ -212,8 +213,13 @@ protected:
     template <class Key>
     static Finder* directFinder();
 
+    /// Moves the place of the values up to a multiple of `alignment`, and
+    /// keySize with it. hashKey() goes on to read as many bytes as before, and
+    /// streams with that size are read. For a constructor.
+    void alignValues(unsigned int alignment);
+
     unsigned int count;      ///< Number of entries.
-    unsigned int keySize;    ///< Bytes of a stored key.
+    unsigned int keySize;    ///< Bytes of a stored key: where its value lies.
     unsigned int valueSize;  ///< Bytes of a stored value.
     fxDictBuckets buckets;   ///< The first node of each chain, or null.
     fxDictIters iters;       ///< The iterators that walk here, borrowed.

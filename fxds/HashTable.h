@@ -77,7 +77,9 @@ public:
     HashEntry* searchBucketFor(HashEntry* head, unsigned long key) const;
     /// Adds an entry with a null value, before any of the same key.
     HashEntry* addElement(unsigned long key);
-    void rebuildTable();  ///< Doubles the buckets.
+    /// Doubles the buckets, as far as an int can count them and there is memory.
+    /// Beyond 2048 of them, all keys fall into the first one.
+    void rebuildTable();
 
 private:
     struct Walk;

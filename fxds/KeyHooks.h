@@ -2,12 +2,16 @@
 #ifndef FXDS_KEYHOOKS_H
 #define FXDS_KEYHOOKS_H
 
+#include <cstddef>
 #include <cstdint>
 #include <new>
 #include <type_traits>
 #include <typeinfo>
 
 #include "fxds/Str.h"
+
+/// For fingerprintKey(): a number that depends on all of the bytes.
+FX_API unsigned long fxFingerprint(const void* bytes, std::size_t count);
 
 /// Hashing and comparing of keys of type Key, for fxTypedDictionary and
 /// fxTypedSet. Specialise it for a key type of your own:

@@ -23,7 +23,8 @@ public:
     NameSpace& operator=(const NameSpace&) = delete;
     ~NameSpace();
 
-    /// The atom of the name, the first `len` bytes of `name`. An unknown name
+    /// The atom of the name, the first `len` bytes of `name`; null is the empty
+    /// name. An unknown name
     /// gets the next number when `create` is set, else the answer is 0.
     /// Aborts when `create` is set and the name space frozen, even if the name
     /// is known. Requires, within the initialiser: the text outlives the name

@@ -67,6 +67,15 @@ public:
 /// hooks treat a key as plain bytes, so a set of plain records needs only
 /// xdrKey() and a destructor that calls cleanup(). For keys of a C++ type take
 /// fxTypedSet; fxStrSet is the set of strings.
+///
+/// Cost: the hash of these hooks sees whole words of 8 bytes. Keys that are
+/// shorter, or alike in their words, have one hash and are all in one chain:
+/// finding one among n takes time in proportion to n. For many such keys have
+/// all bytes looked at, which leaves the chains as they are:
+///
+///     unsigned long fingerprintKey(const void* key, unsigned long) const override {
+///         return fxFingerprint(key, keySize);
+///     }
 class FX_API fxSet : public fxXDRObj {
 public:
     /// Size in bytes. `nBuckets` chains; 0 stands for 31.
@@ -78,7 +87,7 @@ public:
     /// As many chains as the source, which come out reversed. The elements are
     /// copied with the hooks of `source`.
     fxSet(const fxSet& source);
-    fxSet(const fxTmpSet& source);  ///< Takes the elements over; see fxTmpSet.
+    fxSet(const fxTmpSet& source);  ///< Copies the bytes of the elements; see fxTmpSet.
     /// Destroys all elements, then becomes like `other`: key size, number of
     /// chains and elements, each chain reversed. Assigning a set to itself does
     /// nothing. Iterators over this set end.
@@ -172,9 +181,9 @@ private:
 };
 
 /// The result type of the set operators that make a new set: a set of plain
-/// bytes, which destroys no key. What the source's hooks made in its elements
-/// passes to the set that is made from it. It cannot be transcribed, unless it
-/// is empty.
+/// bytes. It copies the bytes of the elements and tells them apart by these; it
+/// neither makes nor ends what they refer to. So only sets of plain records go
+/// through it. It cannot be transcribed, unless it is empty.
 class FX_API fxTmpSet : public fxSet {
 public:
     fxTmpSet(const fxSet& source);  ///< A copy of the elements' bytes.

@@ -2,10 +2,15 @@
 #ifndef FXDS_TYPEDDICTIONARY_H
 #define FXDS_TYPEDDICTIONARY_H
 
+#include <cstddef>
 #include <new>
+#include <optional>
+#include <type_traits>
+#include <utility>
 
 #include "fxds/Dictionary.h"
 #include "fxds/KeyHooks.h"
+#include "fxds/detail/MovesAsBytes.h"
 
 template <class Key, class Value>
 class fxTypedDictIter;
@@ -23,16 +28,22 @@ class fxTypedDictIter;
 template <class Key, class Value>
 class FX_API fxTypedDictionary : public fxTypedKeys<Key, fxDictionary> {
     typedef fxTypedKeys<Key, fxDictionary> Keys;
+    static_assert(alignof(Key) <= alignof(std::max_align_t) &&
+                      alignof(Value) <= alignof(std::max_align_t),
+                  "keys and values lie in malloc() memory, which is not aligned for this type");
 
 public:
     typedef fxTypedDictIter<Key, Value> Iter;  ///< What begin() gives.
 
     /// `nBuckets` chains; 0 stands for 31.
     explicit fxTypedDictionary(unsigned int nBuckets = 0)
-        : Keys(sizeof(Key), sizeof(Value), nBuckets) {}
+        : Keys(sizeof(Key), sizeof(Value), nBuckets) {
+        this->alignValues(alignof(Value));
+    }
     explicit fxTypedDictionary(fxTypeObj& type) : Keys(type) {
         this->keySize = sizeof(Key);
         this->valueSize = sizeof(Value);
+        this->alignValues(alignof(Value));
     }
     fxTypedDictionary(const fxTypedDictionary&) = default;
     /// Merges, as fxDictionary does.
@@ -55,10 +66,23 @@ public:
     /// Whether an equal key is there.
     bool contains(const Key& key) const { return find(key) != nullptr; }
     void remove(const Key& key) { Keys::remove(&key); }  ///< Destroys the entry, if there is one.
-    /// Takes the value out; see fxDictionary::cut() for what is to be done
-    /// with the block. The value moves by its bytes, so this is not for a Value
-    /// that keeps a pointer into itself.
-    Value* cut(const Key& key) { return static_cast<Value*>(Keys::cut(&key)); }
+    /// Takes the value out; see fxDictionary::cut() for what is to be done with
+    /// the block. The value moves by its bytes, which fxMovesAsBytes<Value> must
+    /// allow. For other values, and with less to do for the caller: take().
+    Value* cut(const Key& key) {
+        static_assert(
+            fxMovesAsBytes<Value>::value,
+            "cut() moves the value by its bytes, which its type does not bear: take() it");
+        return static_cast<Value*>(Keys::cut(&key));
+    }
+    /// Moves the value out and removes the entry. Nothing when the key is absent.
+    std::optional<Value> take(const Key& key) {
+        Value* const value = find(key);
+        if (value == nullptr) return std::nullopt;
+        std::optional<Value> taken(std::move(*value));
+        remove(key);
+        return taken;
+    }
 
     Iter begin() const { return Iter(const_cast<fxTypedDictionary&>(*this)); }
 
@@ -89,7 +113,13 @@ public:
     fxTypedDictIter(Dictionary& dictionary) : fxDictIter(dictionary) {}
     /// Requires: not null.
     fxTypedDictIter(Dictionary* dictionary) : fxDictIter(*dictionary) {}
-    using fxDictIter::operator=;
+    /// Starts over with another dictionary, of these types.
+    template <class Other, class = std::enable_if_t<std::is_base_of_v<fxDictionary, Other>>>
+    void operator=(Other& other) {
+        static_assert(std::is_base_of_v<Dictionary, Other>,
+                      "an iterator walks dictionaries of its own key and value types only");
+        fxDictIter::operator=(other);
+    }
 
     /// Requires: a current entry (see fxDictIter).
     const Key& key() const { return *static_cast<const Key*>(getKey()); }

@@ -2,6 +2,9 @@
 #ifndef FXDS_TYPEDSET_H
 #define FXDS_TYPEDSET_H
 
+#include <cstddef>
+#include <type_traits>
+
 #include "fxds/KeyHooks.h"
 #include "fxds/Set.h"
 
@@ -15,6 +18,8 @@ class fxTypedSetIter;
 template <class Key>
 class FX_API fxTypedSet : public fxTypedKeys<Key, fxSet> {
     typedef fxTypedKeys<Key, fxSet> Keys;
+    static_assert(alignof(Key) <= alignof(std::max_align_t),
+                  "keys lie in malloc() memory, which is not aligned for this type");
 
 public:
     typedef fxTypedSetIter<Key> Iter;  ///< What begin() gives.
@@ -38,10 +43,34 @@ public:
     const Key* find(const Key& key) const { return static_cast<const Key*>(Keys::find(&key)); }
     void remove(const Key& key) { Keys::remove(&key); }  ///< Destroys the element, if it is there.
 
+    ///@{
+    /// As in fxSet, with a set of the same key type.
+    template <class Other>
+    void operator|=(const Other& other) {
+        Keys::operator|=(sameKeys(other));
+    }
+    template <class Other>
+    void operator&=(const Other& other) {
+        Keys::operator&=(sameKeys(other));
+    }
+    template <class Other>
+    void operator-=(const Other& other) {
+        Keys::operator-=(sameKeys(other));
+    }
+    ///@}
+
     Iter begin() const { return Iter(const_cast<fxTypedSet&>(*this)); }
 
 protected:
     typename Keys::Finder* finder() const override { return this->finderFor(typeid(fxTypedSet)); }
+
+private:
+    template <class Other>
+    static const fxSet& sameKeys(const Other& other) {
+        static_assert(std::is_base_of_v<fxTypedSet, Other>,
+                      "|=, &= and -= need two sets of the same key type");
+        return other;
+    }
 };
 
 /// fxSetIter with a type.
@@ -53,7 +82,13 @@ public:
     fxTypedSetIter(fxTypedSet<Key>& elements) : fxSetIter(elements) {}
     /// Requires: not null.
     fxTypedSetIter(fxTypedSet<Key>* elements) : fxSetIter(*elements) {}
-    using fxSetIter::operator=;
+    /// Starts over with another set, of this key type.
+    template <class Other, class = std::enable_if_t<std::is_base_of_v<fxSet, Other>>>
+    void operator=(Other& other) {
+        static_assert(std::is_base_of_v<fxTypedSet<Key>, Other>,
+                      "an iterator walks sets of its own key type only");
+        fxSetIter::operator=(other);
+    }
 
     ///@{
     /// Requires: a current element (see fxSetIter).

@@ -26,6 +26,8 @@ fxDictionary::fxDictionary(const fxDictionary& source)
       keySize(source.keySize),
       valueSize(source.valueSize),
       buckets(source.buckets.length()) {
+    extra.keyBytes = source.extra.keyBytes;
+    extra.storedKeyBytes = source.extra.storedKeyBytes;
     Core::copyAll(*this, source);
 }
 
@@ -100,7 +102,15 @@ fxBool fxDictionary::xdr(void* object, fxTranscriber& transcriber) {
     return transcriber.conclude(self.xdr(transcriber) != 0, self, object);
 }
 
-unsigned long fxDictionary::hashKey(const void* key) const { return fxHashWords(key, keySize); }
+unsigned long fxDictionary::hashKey(const void* key) const {
+    return fxHashWords(key, Core::keyBytes(*this));
+}
+
+void fxDictionary::alignValues(unsigned int alignment) {
+    extra.keyBytes = keySize;
+    keySize = (keySize + alignment - 1) / alignment * alignment;
+    extra.storedKeyBytes = keySize;
+}
 
 void fxDictionary::destroyKey(void*) const {}
 

@@ -238,6 +238,12 @@ struct fxHashCore {
         return static_cast<char*>(node->element) + table.keySize;
     }
 
+    /// The bytes of a key, without those that align its value.
+    static unsigned int keyBytes(const Container& table) {
+        const auto& extra = table.extra;
+        return table.keySize == extra.storedKeyBytes ? extra.keyBytes : table.keySize;
+    }
+
     // Iterators. The chains of an empty table are not looked at, as a stream may
     // claim many.
 
@@ -378,15 +384,10 @@ private:
     // have changed. No hook is called for a key before that. A key that was
     // complete from the start gets a checksum that does not fit.
     static bool isComplete(const Container& table, const Node* node) {
-        return node->tag != checksum(node->element, table.keySize);
+        return node->tag != checksum(table, node->element);
     }
-    static unsigned int checksum(const void* key, unsigned int keySize) {
-        uint64_t sum = 0;
-        for (const char *at = static_cast<const char*>(key), *end = at + keySize; at != end; ++at) {
-            sum = fxMix64(sum ^ static_cast<unsigned char>(*at));
-            sum ^= sum >> 32U;
-        }
-        return fxMix32(sum);
+    static unsigned int checksum(const Container& table, const void* key) {
+        return fxMix32(fxFingerprint(key, table.keySize));
     }
 
     // Gives every late node its tag, or stops at the first that cannot have one.

@@ -1,8 +1,10 @@
 #include "fxds/HashTable.h"
 
+#include <algorithm>
 #include <climits>
 #include <cstdlib>
 
+#include "fxds/detail/Allocate.h"
 #include "fxds/detail/HashIndex.h"
 #include "fxds/detail/Mix.h"
 
@@ -43,7 +45,7 @@ struct HashTable::Walk : fxWalk<Walk> {
 };
 
 HashTable::HashTable()
-    : buckets(new HashEntry*[1u << firstLevel]()),
+    : buckets(static_cast<HashEntry**>(fxNewZeroBlock(sizeof(HashEntry*) << firstLevel))),
       count(0),
       size(1 << firstLevel),
       level(firstLevel),
@@ -56,7 +58,7 @@ HashTable::~HashTable() {
             delete entry;
         }
     }
-    delete[] buckets;
+    std::free(buckets);
     delete index;
 }
 
@@ -125,7 +127,7 @@ HashEntry* HashTable::find(unsigned long key) const {
 // lets in, is found first.
 void HashTable::buildIndex() const {
     index = new Index;
-    index->build(4 * static_cast<unsigned int>(size));
+    index->build(4U << std::min(level, lastLevel));
     for (int i = 0; i < size; ++i) {
         HashEntry* entry = buckets[i];
         while (entry != nullptr && entry->next != nullptr) entry = entry->next;
@@ -142,7 +144,7 @@ void HashTable::linkAtHead(HashEntry* entry) {
 }
 
 HashEntry* HashTable::addElement(unsigned long key) {
-    if (count >= 4 * size && level < lastLevel && walks.isEmpty()) rebuildTable();
+    if (level < lastLevel && count >= 4 * size && walks.isEmpty()) rebuildTable();
     HashEntry* entry = new HashEntry(key, fxMix32(key));
     linkAtHead(entry);
     if (index != nullptr) index->insert(entry);
@@ -150,19 +152,24 @@ HashEntry* HashTable::addElement(unsigned long key) {
     return entry;
 }
 
+// The system commits the pages of calloc() when they are used, so a table that
+// was grown far by hand costs its size in address space only.
 void HashTable::rebuildTable() {
-    HashEntry** old = buckets;
+    if (size > INT_MAX / 2) return;
+    void* const doubled = std::calloc(2 * static_cast<size_t>(size), sizeof(HashEntry*));
+    if (doubled == nullptr) return;
+    HashEntry** const old = buckets;
     const int oldSize = size;
+    buckets = static_cast<HashEntry**>(doubled);
     size *= 2;
     ++level;
-    buckets = new HashEntry*[static_cast<size_t>(size)]();
     for (int i = 0; i < oldSize; ++i) {
         for (HashEntry *entry = old[i], *next; entry != nullptr; entry = next) {
             next = entry->next;
             linkAtHead(entry);
         }
     }
-    delete[] old;
+    std::free(old);
     // The order of equal keys has turned round; a search makes a new index.
     delete index;
     index = nullptr;

@@ -75,7 +75,10 @@ private:
             return false;
         }
         if (!transcriber.isReading()) return true;
-        if (isKnown) return keySize == table.keySize && valueSize == knownValueSize;
+        if (isKnown) {
+            return (keySize == table.keySize || keySize == Core::keyBytes(table)) &&
+                   valueSize == knownValueSize;
+        }
         if (size_t{keySize} + valueSize > maxReadEntryBytes) return false;
         if (keySize == 0 && entries != 0) return false;
         table.keySize = keySize;
@@ -117,7 +120,7 @@ private:
         if (!xdrNumber(transcriber, bucket, 0) || bucket >= table.buckets.length()) return false;
         table.extra.index.drop();
         read.node->isLate = 1;
-        read.node->tag = Core::checksum(block, table.keySize) ^ (isWhole ? 1U : 0U);
+        read.node->tag = Core::checksum(table, block) ^ (isWhole ? 1U : 0U);
         Core::link(table, std::exchange(read.node, nullptr), bucket);
         return true;
     }

@@ -33,11 +33,14 @@ unsigned long fold(unsigned long sum, unsigned long word) {
 
 }  // namespace
 
+unsigned long fxFingerprint(const void* bytes, std::size_t count) {
+    const char* const text = static_cast<const char*>(bytes);
+    if (count < 8) return fold(count, shortWord(text, count));
+    unsigned long sum = count;
+    for (std::size_t i = 0; i + 8 < count; i += 8) sum = fold(sum, load<unsigned long>(text + i));
+    return fold(sum, load<unsigned long>(text + count - 8));
+}
+
 unsigned long fxKeyHooks<fxStr>::fingerprint(const fxStr& key, unsigned long) {
-    const char* const text = key.c_str();
-    const size_t length = std::strlen(text);
-    if (length < 8) return fold(length, shortWord(text, length));
-    unsigned long sum = length;
-    for (size_t i = 0; i + 8 < length; i += 8) sum = fold(sum, load<unsigned long>(text + i));
-    return fold(sum, load<unsigned long>(text + length - 8));
+    return fxFingerprint(key.c_str(), std::strlen(key.c_str()));
 }

@@ -72,7 +72,8 @@ unsigned long NameSpace::makeAtom(const char* name, unsigned int len, int create
 }
 
 unsigned long NameSpace::makeAtom(const char* name, int create) {
-    return makeAtom(name, static_cast<unsigned int>(std::strlen(name)), create);
+    return makeAtom(name, name != nullptr ? static_cast<unsigned int>(std::strlen(name)) : 0,
+                    create);
 }
 
 unsigned long NameSpace::makeAtom(unsigned long atom, const char* name, unsigned int len,
@@ -116,6 +117,10 @@ NameSpace_Node** NameSpace::findPlace(unsigned int hash, const char* name, unsig
 
 unsigned long NameSpace::internAtom(unsigned long atom, const char* name, unsigned int len,
                                     int create) {
+    if (name == nullptr) {
+        name = "";
+        len = 0;
+    }
     const unsigned int hash = hashOf(name, len);
     NameSpace_Node** place = findPlace(hash, name, len);
     if (*place != nullptr) return (*place)->atom;

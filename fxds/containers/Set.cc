@@ -152,7 +152,8 @@ fxSetIter& fxSetIter::operator++() {
 
 // Temporary set.
 
-fxTmpSet::fxTmpSet(const fxSet& source) : fxSet(source) {}
+// Not the copy constructor, which asks the source's hooks.
+fxTmpSet::fxTmpSet(const fxSet& source) : fxSet(0U) { fxSet::operator=(source); }
 
 fxTmpSet::~fxTmpSet() = default;
 

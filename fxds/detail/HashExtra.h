@@ -31,6 +31,8 @@ struct fxHashExtra {
     fxHashFinder<Container, Node>* finder = nullptr;  // chosen by the first search
     fxNodeStore<Node> nodes;
     fxHashIndex<Node> index;
+    unsigned int keyBytes = 0;  // of a key that is stored in storedKeyBytes
+    unsigned int storedKeyBytes = 0;
     unsigned int linked = 0;       // entries in the chains
     unsigned long additions = 0;   // ever made
     fxHashHold* holds = nullptr;   // under way, innermost first

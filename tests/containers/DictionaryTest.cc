@@ -46,6 +46,33 @@ protected:
     }
 };
 
+struct alignas(16) Wide {
+    double number = 0;
+};
+
+}  // namespace
+
+template <>
+struct fxKeyHooks<int> {
+    static unsigned long hash(const int& key) { return static_cast<unsigned int>(key); }
+    static int compare(const int& a, const int& b) { return a - b; }
+};
+
+namespace {
+
+/// Keys that are smaller than what their values are aligned to.
+class WideDict : public fxTypedDictionary<int, Wide> {
+public:
+    using fxTypedDictionary::keySize;
+    unsigned long wordsOf(const int& key) const { return fxDictionary::hashKey(&key); }
+
+protected:
+    bool xdrKey(fxTranscriber& t, void* key) override { return t.xdr(static_cast<char*>(key), 4); }
+    bool xdrValue(fxTranscriber& t, void* value) override {
+        return t.xdr(static_cast<double*>(value), 1);
+    }
+};
+
 /// Shows the chains, which the library keeps to itself.
 class OpenDict : public fxStrStrDictionary {
 public:
@@ -245,6 +272,27 @@ TEST(Dictionary, SubclassesSayWhichKeysAreEqual) {
             EXPECT_EQ(*dict->find(fxStr(i, "content-type-%d")), fxStr(i, nullptr));
         }
     }
+}
+
+TEST(Dictionary, ValuesAreAligned) {
+    WideDict dict;
+    for (int i = 0; i < 100; ++i) dict[i].number = i;
+    for (int i = 0; i < 100; ++i) {
+        EXPECT_EQ(reinterpret_cast<uintptr_t>(dict.find(i)) % alignof(Wide), 0U);
+        EXPECT_EQ(dict.find(i)->number, i);
+    }
+    EXPECT_EQ(dict.keySize, 16U);
+    EXPECT_EQ(dict.wordsOf(7), 0U);  // reads no more than there is
+    // The size of the key as it is may be in a stream too.
+    std::string bytes = written(dict);
+    ASSERT_EQ(bytes.substr(8, 8), word(16, 16));
+    bytes.replace(8, 8, word(4, 16));
+    WideDict back;
+    MemoryTranscriber in(bytes);
+    ASSERT_TRUE(back.doxdr(in));
+    EXPECT_EQ(back.find(42)->number, 42);
+    EXPECT_EQ(back.take(42)->number, 42);
+    EXPECT_FALSE(back.take(42).has_value());
 }
 
 TEST(Dictionary, AssignmentMerges) {

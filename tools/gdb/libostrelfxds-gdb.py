@@ -249,7 +249,8 @@ def nodes_in(table, node_class):
 def entries_in(dictionary, key_type, value_type):
     """The keys and values of a dictionary."""
     key_bytes, value_bytes = int(dictionary["keySize"]), int(dictionary["valueSize"])
-    if key_bytes != key_type.sizeof or value_bytes != value_type.sizeof:
+    aligned = -(-key_type.sizeof // value_type.alignof) * value_type.alignof
+    if key_bytes != aligned or value_bytes != value_type.sizeof:
         raise Corrupt(f"keys of {key_bytes} and values of {value_bytes} bytes")
     for node in nodes_in(dictionary, "fxDictBucket"):
         block = int(node["element"])
