@@ -10,14 +10,18 @@
 # of virtual functions. These are left out; exports.map bounds them.
 set -euo pipefail
 
-# What several sources share, but programs do not get.
-private='^(fxEnterPropertyName\(|fxPool::|fxReaderGraph::|fxRecordReader::|fxRegProgram::|fxTraceLines::|makeBinaryReader\()'
+# What several sources share, but programs do not get: the classes of private
+# headers and their namespaces, and two functions.
+fxds=$(dirname "${BASH_SOURCE[0]}")/../fxds
+private=$(find "$fxds" -mindepth 2 -name '*.h' -not -path '*/detail/*' -exec cat {} + |
+    sed -nE 's/^(class|struct|namespace) (fx[A-Za-z]+)( final)?( :.*| \{.*)$/\2::/p' | paste -sd '|')
+private="^($private|fxEnterPropertyName\\(|makeBinaryReader\\()"
 
 hidden() {
     local found
     found=$(readelf -sW "$@" | awk '$5 == "GLOBAL" && $6 == "HIDDEN" && $7 != "UND" {print $8}' |
         sort -u | c++filt | grep -Ev "$private") || return 0
-    echo 'Neither marked FX_API nor named as private in cmake/exports.sh:'
+    echo 'Neither marked FX_API nor of a class in a private header:'
     echo "$found"
     exit 1
 }
