@@ -89,6 +89,7 @@ public:
     void placesMoved(const void* from, size_t byteCount, void* to) override;
     size_t placesNoted() const override;
     void forgetPlaces(size_t count) override;
+    void setOwner(const void* slot) override;
     bool xdrText(fxStr& string, char** text, unsigned int byteCount) override;
     fxBool conclude(bool succeeded, fxXDRObj& object, void* address) override;
 
@@ -148,6 +149,7 @@ private:
     bool hasFailed;       // the body that was read last, or a part of it
     fxXDRObj* concluded;  // the object of that body, when it has succeeded
     bool hasReadBody;     // data may follow which that has left unread
+    const void* owner;    // the slot of a pointer that owns what it gets, or null
     fxTypeObj* rootType;  // what the root that is read next must be
     std::unique_ptr<fxRecordReader> records;
     std::unique_ptr<fxReaderGraph> graph;

@@ -103,6 +103,9 @@ public:
     bool xdr(unsigned int**, unsigned int count) override;
     ///@}
 
+    void setOwner(const void* slot) override;
+    bool embeds(const void* object) override;
+    bool isEmbedded(const void* object) const override;
     fxBool conclude(bool succeeded, fxXDRObj& object, void* address) override;
 
     /// Fatal: a writer does not read.
@@ -146,8 +149,8 @@ protected:
 private:
     class Graph;
 
-    bool writePrimPointer(const void* block, size_t byteCount, fxBinaryOTTag bodyTag,
-                          bool isOfInts);
+    bool writePrimPointer(const void* slot, const void* block, size_t byteCount,
+                          fxBinaryOTTag bodyTag, bool isOfInts = false);
     unsigned int idOf(const void* address, bool& isNew);
     unsigned int push(fxBinaryWriterItem* item, unsigned int id);
     bool writeRecord(const char* payload, unsigned int payloadBytes);
@@ -159,11 +162,16 @@ private:
     bool writeBlock(const fxBinaryWriterItem& item);
     void dropPending();
 
-    std::unique_ptr<fxAddressIndex> seen;  // objects, blocks and base parts
-    fxTypeObj* lastType;                   // the type that was asked for last,
-    unsigned int lastTypeId;               // and its id
-    bool isInPart;                         // of an object: its end is not that of the object
-    bool isInGraph;                        // in writeObject()
+    std::unique_ptr<fxAddressIndex> seen;      // objects, blocks and base parts
+    std::unique_ptr<fxAddressIndex> embedded;  // objects that are fields of others
+    unsigned int embeddedCount;
+    std::unique_ptr<fxAddressIndex> owned;  // objects that a pointer field owns
+    unsigned int ownedCount;
+    const void* owner;        // the slot of a pointer that owns its block, or null
+    fxTypeObj* lastType;      // the type that was asked for last,
+    unsigned int lastTypeId;  // and its id
+    bool isInPart;            // of an object: its end is not that of the object
+    bool isInGraph;           // in writeObject()
     std::unique_ptr<fxOutBuffer> outgoing;
 };
 

@@ -157,6 +157,20 @@ public:
     virtual void forgetPlaces(size_t count);
     ///@}
 
+    /// Tells that the pointer field at `slot`, with which an operation is called
+    /// next, is to be the only owner of what it gets: of a block of its own, which
+    /// is written anew for each such field, or of an object that no other such
+    /// field gets. Null ends this. See fxXdrOwning.
+    virtual void setOwner(const void* slot);
+
+    ///@{
+    /// Tells a writer that the object at the address is transcribed as a field of
+    /// another one, and asks it whether one was. A pointer to such an object
+    /// would lead to another one when it is read. False when there is one already.
+    virtual bool embeds(const void* object);
+    virtual bool isEmbedded(const void* object) const;
+    ///@}
+
     /// How fxStr transcribes its text, which has `byteCount` bytes with the
     /// terminator, more than 1; `*text` is the field that leads to it. This one
     /// answers xdr(text, byteCount). A reader that fills places in later leaves
@@ -175,7 +189,8 @@ public:
 
     /// Whether it moves values from the stream to memory.
     bool isReading() const { return reading != 0; }
-    fxStream* getStream() const { return stream; }  ///< Null when there is none. View.
+    fxStream* getStream() const { return stream; }    ///< Null when there is none. View.
+    unsigned int& nestingLevel() { return nesting; }  ///< See fxXdrNesting.
 
     /// The reader that streams name `name` are read with; replaces an earlier
     /// one of the name.
@@ -205,6 +220,8 @@ protected:
     size_t attemptBegan = 0;  ///< placesNoted() when the innermost attempt() began.
 
 private:
+    unsigned int nesting = 0;
+
     /// Notes where an attempt began, until it ends.
     struct Attempt {
         explicit Attempt(fxTranscriber& t) : transcriber(t), outer(t.attemptBegan) {
@@ -221,6 +238,20 @@ private:
 
     static fxVoidPtrDict* readers;
     static WriterFactory* writerFactory;
+};
+
+/// For a scope, has a pointer field own what it gets: see setOwner().
+class fxXdrOwning {
+public:
+    fxXdrOwning(fxTranscriber& transcriber_, const void* slot) : transcriber(transcriber_) {
+        transcriber.setOwner(slot);
+    }
+    fxXdrOwning(const fxXdrOwning&) = delete;
+    fxXdrOwning& operator=(const fxXdrOwning&) = delete;
+    ~fxXdrOwning() { transcriber.setOwner(nullptr); }
+
+private:
+    fxTranscriber& transcriber;
 };
 
 #endif

@@ -9,7 +9,30 @@
 
 class fxStr;
 class fxTranscriber;
+class fxTypeObj;
 class fxVoidPtrDict;
+
+/// Says that objects of an unregistered class, which adds nothing to a
+/// registered one that is transcribed, are written as objects of that one.
+/// FX_TRANSCRIBED_AS makes it. Must be a global.
+class FX_API fxTypeStandIn {
+public:
+    typedef void* Upcast(void*);  ///< From the class to that of the record.
+
+    fxTypeStandIn(fxTypeObj& record, const std::type_info& typeInfo, Upcast* upcast);
+    fxTypeStandIn(const fxTypeStandIn&) = delete;
+    fxTypeStandIn& operator=(const fxTypeStandIn&) = delete;
+
+private:
+    friend class fxTypeObj;
+
+    fxTypeObj& record;
+    const std::type_info& typeInfo;
+    Upcast* const upcast;
+    const fxTypeStandIn* const next;
+
+    static const fxTypeStandIn* first;
+};
 
 /// Describes a transcribable type: how to make, destroy and transcribe an
 /// object of it, and the name under which streams know it. Each transcribable
@@ -59,6 +82,11 @@ public:
     /// `other`. Requires: isA(other).
     void* upcast(void* object, const fxTypeObj& other) const;
 
+    /// A pointer to this record's class, from one to the object's own class,
+    /// whose type `typeInfo` is; null for an object of another class that no
+    /// fxTypeStandIn stands for. Of a record without a typeInfo, `object` itself.
+    void* addressOf(void* object, const std::type_info& typeInfo) const;
+
     const char* name;                ///< Under which streams know the type. Borrowed.
     unsigned int version;            ///< Readers refuse objects of another one.
     NewInstance* newInstance;        ///< Null for a type that cannot be made by name.
@@ -71,6 +99,7 @@ public:
     fxTypeObj* const* bases;         ///< Null-terminated, or null: none declared.
     Upcast* const* upcasts;          ///< One for each base, or null: no pointer changes.
     const std::type_info* typeInfo;  ///< Of the class, or null: not known.
+    bool answersToName = false;      ///< Whether findType(name) answers this record.
 };
 
 /// The functions of a registered class, written once for every class.

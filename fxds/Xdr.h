@@ -9,9 +9,11 @@
 #include <vector>
 
 #include "fxds/MemoryStream.h"
+#include "fxds/Str.h"
 #include "fxds/Transcriber.h"
 #include "fxds/VoidPtrArray.h"
 #include "fxds/XDRObj.h"
+#include "fxds/XdrValues.h"
 
 // A class in full:
 //
@@ -106,6 +108,7 @@ struct fxXdrTypeOf<const C> : fxXdrTypeOf<C> {};
     template <>                                             \
     struct fxXdrTypeOf<Class> {                             \
         static fxTypeObj& record() { return Class##_type; } \
+        static constexpr bool isOfLibrary = true;           \
     }
 // NOLINTEND(bugprone-macro-parentheses)
 
@@ -128,6 +131,15 @@ FX_XDR_LIBRARY_TYPE(fxStrSet);
 FX_XDR_LIBRARY_TYPE(fxDictionary);
 FX_XDR_LIBRARY_TYPE(fxStrStrDictionary);
 #undef FX_XDR_LIBRARY_TYPE
+
+// Whether C has a record, or should have one.
+template <class C, class = void>
+inline constexpr bool fxXdrHasRecord = false;
+template <class C>
+inline constexpr bool fxXdrHasRecord<C, std::void_t<typename C::fxSelf>> = true;
+template <class C>
+inline constexpr bool
+    fxXdrHasRecord<C, std::enable_if_t<fxXdrTypeOf<C>::isOfLibrary && !std::is_const_v<C>>> = true;
 
 // Whether C may have an xdrSuccess() of its own: it is not known to be fxXDRObj's.
 template <class C, class = void>
@@ -191,46 +203,58 @@ struct fxXdrRecord {
                                                                             upcastToRoot, nullptr};
 };
 
-/// An object as a transcriber wants it: its address as a pointer to the class of
-/// its record, and something that knows the record.
-class FX_API fxXdrReferent : public fxXDRObj {
-public:
-    /// `object` is borrowed. `declared` is the record of C.
-    template <class C>
-    explicit fxXdrReferent(C* object, fxTypeObj& declared) : record(&declared), address_(nullptr) {
-        typedef std::remove_const_t<C> Plain;
-        Plain* const self = const_cast<Plain*>(object);
-        address_ = self;
-        if constexpr (std::is_base_of_v<fxXDRObj, Plain>) {
-            record = self->getTypeObj();
-            if (record == nullptr) {
-                address_ = nullptr;
-            } else if (record != &declared) {
-                const bool isRecorded =
-                    record->typeInfo == nullptr || *record->typeInfo == typeid(*self);
-                address_ = isRecorded ? dynamic_cast<void*>(self) : nullptr;
-            }
-        }
-    }
-    ~fxXdrReferent() override;
+/// FX_TRANSCRIBED_AS(Class, Base) stands in a source file: objects of Class,
+/// which derives from Base and adds nothing that is transcribed, are written as
+/// objects of Base, and are that when they are read. Objects of other classes
+/// without a record of their own are not written.
+#define FX_TRANSCRIBED_AS(Class, Base)                                                  \
+    static_assert(std::is_base_of_v<Base, Class>);                                      \
+    static const fxTypeStandIn Class##_isTranscribedAs(                                 \
+        fxXdrTypeOf<Base>::record(), typeid(Class), [](void* object) {                  \
+            return static_cast<void*>(static_cast<Base*>(static_cast<Class*>(object))); \
+        })
 
+/// An object as a transcriber's operations want it: an object that knows the
+/// record, as which this stands in because not every object has just one
+/// fxXDRObj; and a pointer to the class of the record.
+struct FX_API fxXdrAddress : public fxXDRObj {
+    fxXdrAddress() = default;
+    ~fxXdrAddress() override;
     fxTypeObj* getTypeObj() const override { return record; }
-    /// Null when the object is of a class that derives from a registered one
-    /// and is not registered itself, so that it cannot be told where the
-    /// registered part lies.
-    void* address() const { return address_; }
 
-private:
-    fxTypeObj* record;
-    void* address_;
+    fxTypeObj* record = nullptr;
+    void* address = nullptr;  ///< Null when a reader could not make the object.
 };
+
+/// The address of `object`, which is borrowed and not null, for a pointer that
+/// is declared with the record `declared`, of C. It is null when what is written
+/// could not be read back: when the object's class has no record of its own, when
+/// streams know another class by the name of the record, or when the record
+/// names no base that `declared` is the record of.
+template <class C>
+void fxXdrFindAddress(C* object, fxTypeObj& declared, fxXdrAddress& found) {
+    typedef std::remove_const_t<C> Plain;
+    Plain* const self = const_cast<Plain*>(object);
+    if constexpr (std::is_base_of_v<fxXDRObj, Plain>) {
+        found.record = self->getTypeObj();
+        if (found.record == nullptr) return;
+        const bool isReadable = found.record == &declared ||
+                                (found.record->answersToName && found.record->isA(declared));
+        if (isReadable)
+            found.address = found.record->addressOf(dynamic_cast<void*>(self), typeid(*self));
+    } else {
+        found.record = &declared;
+        found.address = self;
+    }
+}
 
 /// Writes the graph that hangs on `root`; see fxTranscriber::writeObject().
 template <class C>
 bool fxWriteObject(fxTranscriber& t, C* root) {
     if (root == nullptr) return false;
-    fxXdrReferent referent(root, fxXdrTypeOf<C>::record());
-    return t.writeObject(referent.address(), &referent);
+    fxXdrAddress found;
+    fxXdrFindAddress(root, fxXdrTypeOf<C>::record(), found);
+    return !t.isEmbedded(found.address) && t.writeObject(found.address, &found);
 }
 
 /// Reads a graph whose root is a C or derives from it. Given; null when there
@@ -255,39 +279,28 @@ C* fxXdrCopy(C* root) {
     return reader != nullptr ? fxReadObject<C>(*reader) : nullptr;
 }
 
-///@{
-/// Single fields. A value that cannot be read leaves the field as it is.
-inline bool fxXdr(fxTranscriber& t, char& v) { return t.xdr(&v, 1); }
-inline bool fxXdr(fxTranscriber& t, unsigned char& v) { return t.xdr(&v, 1); }
-inline bool fxXdr(fxTranscriber& t, short& v) { return t.xdr(&v, 1); }
-inline bool fxXdr(fxTranscriber& t, unsigned short& v) { return t.xdr(&v, 1); }
-inline bool fxXdr(fxTranscriber& t, int& v) { return t.xdr(&v, 1); }
-inline bool fxXdr(fxTranscriber& t, unsigned int& v) { return t.xdr(&v, 1); }
-inline bool fxXdr(fxTranscriber& t, long& v) { return t.xdr(&v, 1); }
-inline bool fxXdr(fxTranscriber& t, unsigned long& v) { return t.xdr(&v, 1); }
-inline bool fxXdr(fxTranscriber& t, float& v) { return t.xdr(&v, 1); }
-inline bool fxXdr(fxTranscriber& t, double& v) { return t.xdr(&v, 1); }
-///@}
-
-/// One byte; any but 0 reads as true.
-inline bool fxXdr(fxTranscriber& t, bool& v) {
-    unsigned char byte = v;
-    if (!t.xdr(&byte, 1)) return false;
-    v = byte != 0;
-    return true;
-}
-
-/// A string, an array, a string collection or an embedded transcribable object:
-/// whatever has an xdr() of its own. An enumeration travels as an int; whether
-/// what was read is one of its values is for the class to check.
+/// One field: a number, a bool (one byte; any but 0 reads as true), an
+/// enumeration, a type of the standard library that XdrValues.h knows, and
+/// whatever has an xdr() of its own: a string, an array, a string collection, an
+/// embedded transcribable object. A number that cannot be read leaves the field
+/// as it is. An enumeration travels as an int, or as a long when it has 8 bytes;
+/// whether what was read is one of its values is for the class to check.
+///
+/// For a type of another kind, overload it beside the type.
 template <class T>
 bool fxXdr(fxTranscriber& t, T& v) {
-    if constexpr (std::is_enum_v<T>) {
-        static_assert(sizeof(T) <= sizeof(int));
-        int number = static_cast<int>(v);
+    if constexpr (std::is_arithmetic_v<T>) {
+        return fxXdrNumber(t, v);
+    } else if constexpr (std::is_enum_v<T>) {
+        std::conditional_t<(sizeof(T) > sizeof(int)), long, int> number =
+            static_cast<decltype(number)>(v);
         if (!t.xdr(&number, 1)) return false;
         v = static_cast<T>(number);
         return true;
+    } else if constexpr (fxXdrStd<T>::isKnown) {
+        return fxXdrStd<T>::xdr(t, v);
+    } else if constexpr (std::is_base_of_v<fxXDRObj, T>) {
+        return t.embeds(&v) && v.xdr(t) != 0;
     } else {
         return v.xdr(t) != 0;
     }
@@ -312,26 +325,43 @@ bool fxXdrAll(fxTranscriber& t, Fields&... fields) {
     return (fxXdr(t, fields) && ...);
 }
 
-/// A zero-terminated text held by pointer, or null. Given when read: free().
+///@{
+/// A zero-terminated text held by pointer, or null. Given when read: free(). The
+/// field gets a block of its own, whatever the stream says; what fields share is
+/// written for each of them. fxXdrSharedString() gives fields that share a text
+/// one block again, which they must agree on freeing once.
 template <class Char>
-bool fxXdrString(fxTranscriber& t, Char*& text) {
+bool fxXdrSharedString(fxTranscriber& t, Char*& text) {
     bool isThere = text != nullptr;
     if (!fxXdr(t, isThere)) return false;
     if (t.isReading()) text = nullptr;
     return !isThere || t.xdr(&text);
 }
+template <class Char>
+bool fxXdrString(fxTranscriber& t, Char*& text) {
+    const fxXdrOwning owning(t, &text);
+    return fxXdrSharedString(t, text);
+}
+///@}
 
+///@{
 /// A block of `count` numbers held by pointer, or null, whose count is then read
 /// as 0. Given when read: free(). The count is there at once, the block only
-/// when the graph is complete.
+/// when the graph is complete. Blocks are shared as texts are.
 template <class T>
-bool fxXdrBlock(fxTranscriber& t, T*& block, unsigned int& count) {
+bool fxXdrSharedBlock(fxTranscriber& t, T*& block, unsigned int& count) {
     bool isThere = block != nullptr;
     if (t.isReading()) block = nullptr;
     if (!fxXdr(t, count) || !fxXdr(t, isThere)) return false;
     if (!isThere && t.isReading()) count = 0;
     return !isThere || t.xdr(&block, count);
 }
+template <class T>
+bool fxXdrBlock(fxTranscriber& t, T*& block, unsigned int& count) {
+    const fxXdrOwning owning(t, &block);
+    return fxXdrSharedBlock(t, block, count);
+}
+///@}
 
 ///@{
 /// A pointer to a transcribable object, to an fxStr, or null. Whose the object
@@ -342,9 +372,10 @@ template <class C>
 bool fxXdrObject(fxTranscriber& t, C*& object, fxTypeObj& declared) {
     if (t.isReading()) object = nullptr;
     if (object == nullptr) return t.xdr(&object, nullptr, declared, nullptr, nullptr);
-    fxXdrReferent referent(object, declared);
-    return referent.address() != nullptr &&
-           t.xdr(&object, nullptr, declared, &referent, referent.address());
+    fxXdrAddress found;
+    fxXdrFindAddress(object, declared, found);
+    return found.address != nullptr && !t.isEmbedded(found.address) &&
+           t.xdr(&object, nullptr, declared, &found, found.address);
 }
 template <class C>
 bool fxXdrObject(fxTranscriber& t, C*& object) {
@@ -352,61 +383,71 @@ bool fxXdrObject(fxTranscriber& t, C*& object) {
 }
 ///@}
 
-/// As many pointers to objects as there are, each as by fxXdrObject().
+/// The only owner of an object. One of a class with a record travels as by
+/// fxXdrObject(), so that plain pointers may lead to it; no stream gives it a
+/// second owner, and it is written once until the writer is reset. Another one
+/// travels in place, as an optional does: it is made by its default constructor,
+/// and an object of a derived class is not written.
+template <class T>
+struct fxXdrStd<std::unique_ptr<T>> {
+    static constexpr bool isKnown = true;
+    static bool xdr(fxTranscriber& t, std::unique_ptr<T>& v) {
+        if constexpr (fxXdrHasRecord<T>) {
+            static_assert(sizeof v == sizeof(T*));
+            if (t.isReading()) v.reset();
+            T*& slot = reinterpret_cast<T*&>(v);  // which a reader fills in later
+            const fxXdrOwning owning(t, &slot);
+            return fxXdrObject(t, slot);
+        } else {
+            const fxXdrNesting nesting(t);
+            bool isThere = v != nullptr;
+            if constexpr (std::is_polymorphic_v<T>) {
+                if (!t.isReading() && isThere && typeid(*v) != typeid(T)) return false;
+            }
+            if (!nesting || !fxXdr(t, isThere)) return false;
+            if (t.isReading()) v = isThere ? std::make_unique<T>() : nullptr;
+            return !isThere || fxXdr(t, *v);
+        }
+    }
+};
+
+///@{
+/// As many pointers to objects as there are, each as by fxXdrObject(). Those of
+/// an array are to objects of class C: `fxXdrObjects<Node>(t, nodes)`.
 template <class C>
 bool fxXdrObjects(fxTranscriber& t, std::vector<C*>& objects) {
-    unsigned int count = static_cast<unsigned int>(objects.size());
-    if (count != objects.size() || !fxXdr(t, count)) return false;
-    if (!t.isReading()) {
-        for (C*& object : objects) {
-            if (!fxXdrObject(t, object)) return false;
-        }
-        return true;
-    }
-    // The count is only a claim: room is made as the pointers arrive.
-    objects.clear();
-    return t.attempt([&] {
-        for (unsigned int i = 0; i < count; ++i) {
-            if (i == objects.capacity()) {
-                std::vector<C*> roomier;
-                roomier.reserve(2 * size_t{i} + 16);
-                roomier = objects;
-                t.placesMoved(objects.data(), i * sizeof(C*), roomier.data());
-                objects.swap(roomier);
-            }
-            objects.push_back(nullptr);
-            if (!fxXdrObject(t, objects.back())) return false;
-        }
-        return true;
-    });
+    return fxXdrParts(
+        t, objects, [&t](C*& object) { return fxXdrObject(t, object); },
+        [&] {
+            fxXdrAppend(t, objects);
+            return fxXdrObject(t, objects.back());
+        });
 }
-
-/// Likewise an array of pointers to objects of class C:
-/// `fxXdrObjects<Node>(t, nodes)`.
 template <class C>
 bool fxXdrObjects(fxTranscriber& t, fxVoidPtrArray& objects) {
-    unsigned int count = objects.length();
-    if (!fxXdr(t, count)) return false;
-    if (t.isReading()) objects.resize(0);
-    return t.attempt([&] {
-        for (unsigned int i = 0; i < count; ++i) {
-            if (t.isReading()) {
-                if (i == objects.getMaxLength()) {
-                    const void* const before = objects.begin();
-                    objects.setMaxLength(2 * i + 16);
-                    t.placesMoved(before, i * sizeof(void*), objects.begin());
-                }
-                objects.append(nullptr);
-                if (!t.xdr(&objects[i], nullptr, fxXdrTypeOf<C>::record(), nullptr, nullptr))
-                    return false;
-            } else {
-                C* object = static_cast<C*>(objects[i]);
-                if (!fxXdrObject(t, object)) return false;
-            }
-        }
-        return true;
-    });
+    struct Parts {
+        fxVoidPtrArray& array;
+        size_t size() const { return array.length(); }
+        void** begin() const { return array.begin(); }
+        void** end() const { return array.end(); }
+        void clear() const { array.resize(0); }
+    } parts = {objects};
+    return fxXdrParts(
+        t, parts,
+        [&t](void* element) {
+            C* object = static_cast<C*>(element);
+            return fxXdrObject(t, object);
+        },
+        [&] {
+            const unsigned int length = objects.length();
+            const void* const before = objects.begin();
+            if (length == objects.getMaxLength()) objects.setMaxLength(2 * length + 16);
+            t.placesMoved(before, length * sizeof(void*), objects.begin());
+            objects.append(nullptr);
+            return t.xdr(&objects[length], nullptr, fxXdrTypeOf<C>::record(), nullptr, nullptr);
+        });
 }
+///@}
 
 /// The part of `*self` that it inherits from B. A class transcribes its bases
 /// first, each by one call:

@@ -58,6 +58,7 @@
 #include "fxds/StdioStream.h"
 #include "fxds/TypedStream.h"
 #include "fxds/Xdr.h"
+#include "fxds/XdrValues.h"
 
 // Objects, values and connections.
 #include "fxds/Channel.h"

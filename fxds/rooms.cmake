@@ -43,6 +43,7 @@ fxds_room(containers
 fxds_room(streams
   ON containers
   HEADERS BinaryReader BinaryTranscriber BinaryWriter MemoryStream StdioStream TypedStream Xdr
+    XdrValues
   PRIVATE OutBuffer ReaderGraph ReaderNumbers RecordFormat RecordReader TextChunks WriterNumbers
   SOURCES BinaryReader BinaryTranscriber BinaryWriter MemoryStream ReaderGraph RecordReader StdioStream
     StreamHeader Xdr)

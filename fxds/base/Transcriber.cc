@@ -55,6 +55,12 @@ size_t fxTranscriber::placesNoted() const { return 0; }
 
 void fxTranscriber::forgetPlaces(size_t) {}
 
+void fxTranscriber::setOwner(const void*) {}
+
+bool fxTranscriber::embeds(const void*) { return true; }
+
+bool fxTranscriber::isEmbedded(const void*) const { return false; }
+
 bool fxTranscriber::xdrText(fxStr&, char** text, unsigned int byteCount) {
     return xdr(text, byteCount);
 }

@@ -8,6 +8,12 @@
 // initialiser of its own: it is null before the first of them runs.
 
 fxVoidPtrDict* fxTypeObj::knownTypes = nullptr;
+const fxTypeStandIn* fxTypeStandIn::first = nullptr;
+
+fxTypeStandIn::fxTypeStandIn(fxTypeObj& record_, const std::type_info& typeInfo_, Upcast* upcast_)
+    : record(record_), typeInfo(typeInfo_), upcast(upcast_), next(first) {
+    first = this;
+}
 
 fxTypeObj::fxTypeObj(const char* name_, unsigned int version_, NewInstance* newInstance_,
                      DeleteInstance* deleteInstance_, Transcribe* xdr_, fxTypeObj* const* bases_,
@@ -25,7 +31,10 @@ fxTypeObj::fxTypeObj(const char* name_, unsigned int version_, NewInstance* newI
 
 void fxTypeObj::registerType(fxTypeObj* type) {
     if (knownTypes == nullptr) knownTypes = new fxVoidPtrDict;
-    (*knownTypes)[fxStr(type->name)] = type;
+    void*& known = (*knownTypes)[fxStr(type->name)];
+    if (known != nullptr) static_cast<fxTypeObj*>(known)->answersToName = false;
+    known = type;
+    type->answersToName = true;
 }
 
 fxTypeObj* fxTypeObj::findType(const char* name) {
@@ -36,6 +45,15 @@ fxTypeObj* fxTypeObj::findType(const fxStr& name) {
     if (knownTypes == nullptr) return nullptr;
     void** found = knownTypes->find(name);
     return found != nullptr ? static_cast<fxTypeObj*>(*found) : nullptr;
+}
+
+void* fxTypeObj::addressOf(void* object, const std::type_info& ofObject) const {
+    if (typeInfo == nullptr || *typeInfo == ofObject) return object;
+    const fxTypeStandIn* found = fxTypeStandIn::first;
+    while (found != nullptr && (&found->record != this || found->typeInfo != ofObject)) {
+        found = found->next;
+    }
+    return found != nullptr ? found->upcast(object) : nullptr;
 }
 
 bool fxTypeObj::isA(const fxTypeObj& other) const {

@@ -62,7 +62,7 @@ struct Described {
     fxBinaryReader* binaryReader;
     fxBinaryWriter* binaryWriter;
     fxBinaryWriterItem* binaryWriterItem;
-    fxXdrReferent* xdrReferent;
+    fxXdrAddress* xdrAddress;
     fxStdioStream* stdioStream;
     fxMemoryStream* memoryStream;
 

@@ -39,11 +39,13 @@ fxOrderedGlobal* transcriberNeeds[] = {&fxOG_Init, nullptr};
 }  // namespace
 
 // A class that can be made by name.
-#define FX_RECORD(Class, name, bases) \
-    fxTypeObj Class##_type(name, 1, Class::newInstance, Class::deleteInstance, Class::xdr, bases)
+#define FX_RECORD(Class, name, bases)                                                             \
+    fxTypeObj Class##_type(name, 1, Class::newInstance, Class::deleteInstance, Class::xdr, bases, \
+                           nullptr, &typeid(Class))
 // One that can only be written.
-#define FX_ABSTRACT_RECORD(Class, name) \
-    fxTypeObj Class##_type(name, 1, nullptr, nullptr, Class::xdr, xdrObjBase)
+#define FX_ABSTRACT_RECORD(Class, name)                                                \
+    fxTypeObj Class##_type(name, 1, nullptr, nullptr, Class::xdr, xdrObjBase, nullptr, \
+                           &typeid(Class))
 
 FX_RECORD(fxUnsignedShortArray, "ARRAY", arrayBase);
 FX_RECORD(fxUnsignedLongArray, "ARRAY", arrayBase);

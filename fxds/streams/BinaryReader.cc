@@ -149,6 +149,7 @@ fxBinaryReader::fxBinaryReader(fxStream* inStream, short shortMark, long longMar
       hasFailed(false),
       concluded(nullptr),
       hasReadBody(false),
+      owner(nullptr),
       rootType(nullptr),
       records(std::make_unique<fxRecordReader>(inStream, buffer, bufferBytes)),
       graph(std::make_unique<fxReaderGraph>(table, *records)) {
@@ -228,6 +229,7 @@ bool fxBinaryReader::xdr(void* slot, fxXDRObj*, fxTypeObj& declared, fxXDRObj*, 
     const bool suits = entry.isObject() ? entry.record().isA(declared)
                                         : entry.kind() == fxReaderEntry::awaitedObject;
     if (!suits) fxFatal("XXX bad news!");
+    if (slot == owner && !graph->claim(entry)) fxFatal("XXX bad news!");
     graph->notePointer(slot, fieldA, declared);
     return true;
 }
@@ -260,6 +262,8 @@ void fxBinaryReader::placesMoved(const void* from, size_t byteCount, void* to) {
 size_t fxBinaryReader::placesNoted() const { return graph->placesNoted(); }
 
 void fxBinaryReader::forgetPlaces(size_t count) { graph->forgetPlaces(count); }
+
+void fxBinaryReader::setOwner(const void* slot) { owner = slot; }
 
 bool fxBinaryReader::xdrText(fxStr& string, char**, unsigned int byteCount) {
     if (!awaitBlock(byteCount, true)) return false;
@@ -326,7 +330,7 @@ bool fxBinaryReader::fill() { return next() && records->stage(); }
 bool fxBinaryReader::readPrimPointer(void* slot, size_t byteCount) {
     if (!awaitBlock(byteCount, false)) return false;
     std::memset(slot, 0, sizeof(void*));
-    graph->noteBlock(slot, fieldA);
+    graph->noteBlock(slot, fieldA, slot == owner);
     return true;
 }
 
@@ -400,6 +404,7 @@ bool fxBinaryReader::readGraph(fxTypeObj& expected, unsigned int& rootId) {
     if (tag != fxTagObject || fieldA == 0) fxFatal("XXX baddest news");
     rootId = fieldA;
     graph->await(graph->at(rootId), fxReaderEntry::awaitedObject);
+    graph->at(rootId).claim();
     rootType = &expected;
     if (!readInstance()) return false;
     while (graph->isAwaiting()) {

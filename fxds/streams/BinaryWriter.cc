@@ -36,7 +36,8 @@
 //     and the fields; cursor == buffer + used and room == bufferBytes - used.
 //     room > 0: a full buffer goes out at once.
 // (2) Every number below nextId is that of one type (in `table`, with null as 0)
-//     or of one object, block or base part (in `seen`), until reset().
+//     or of one object, block or base part (in `seen`), until reset(); or of the
+//     block of a field that owns it, which no other field refers to.
 // (3) The item of every object and block that was announced and not yet written
 //     is in `pending`, with its number.
 // (4) A writer that has failed has room == 0, used == 0 and no items, for good,
@@ -66,6 +67,14 @@ void fetchSoon(const void* address) {
 template <class T>
 size_t bytesOf(unsigned int count) {
     return size_t{count} * sizeof(T);
+}
+
+// Enters the address in a set; whether it was not there.
+bool isFirst(fxAddressIndex& set, unsigned int& count, const void* address) {
+    const unsigned int next = count + 1;
+    const bool isNew = set.findOrSet(address, next) == next;
+    count += isNew;
+    return isNew;
 }
 
 }  // namespace
@@ -104,6 +113,11 @@ fxBinaryWriter::fxBinaryWriter(fxStream* outStream)
       fieldD(0),
       name(nullptr),
       seen(std::make_unique<fxAddressIndex>()),
+      embedded(std::make_unique<fxAddressIndex>()),
+      embeddedCount(0),
+      owned(std::make_unique<fxAddressIndex>()),
+      ownedCount(0),
+      owner(nullptr),
       lastType(nullptr),
       lastTypeId(0),
       isInPart(false),
@@ -120,6 +134,8 @@ void fxBinaryWriter::reset() {
     if (isInGraph) return;
     table.clear();
     seen->clear();
+    embedded->clear();
+    owned->clear();
     lastType = nullptr;
     dropPending();
 }
@@ -150,44 +166,45 @@ bool fxBinaryWriter::xdr(fxStr* strings, unsigned int count) {
     return std::all_of(strings, strings + count, [this](fxStr& s) { return s.xdr(*this) != 0; });
 }
 
-bool fxBinaryWriter::xdr(char** p, unsigned int n) { return writePrimPointer(*p, n, fxTagBytes); }
+bool fxBinaryWriter::xdr(char** p, unsigned int n) {
+    return writePrimPointer(p, *p, n, fxTagBytes);
+}
 bool fxBinaryWriter::xdr(unsigned char** p, unsigned int n) {
-    return writePrimPointer(*p, n, fxTagBytes);
+    return writePrimPointer(p, *p, n, fxTagBytes);
 }
 bool fxBinaryWriter::xdr(short** p, unsigned int n) {
-    return writePrimPointer(*p, bytesOf<short>(n), fxTagShorts);
+    return writePrimPointer(p, *p, bytesOf<short>(n), fxTagShorts);
 }
 bool fxBinaryWriter::xdr(unsigned short** p, unsigned int n) {
-    return writePrimPointer(*p, bytesOf<short>(n), fxTagShorts);
+    return writePrimPointer(p, *p, bytesOf<short>(n), fxTagShorts);
 }
 bool fxBinaryWriter::xdr(long** p, unsigned int n) {
-    return writePrimPointer(*p, bytesOf<long>(n), fxTagLongs);
+    return writePrimPointer(p, *p, bytesOf<long>(n), fxTagLongs);
 }
 bool fxBinaryWriter::xdr(unsigned long** p, unsigned int n) {
-    return writePrimPointer(*p, bytesOf<long>(n), fxTagLongs);
+    return writePrimPointer(p, *p, bytesOf<long>(n), fxTagLongs);
 }
 bool fxBinaryWriter::xdr(float** p, unsigned int n) {
-    return writePrimPointer(*p, bytesOf<float>(n), fxTagFloats);
+    return writePrimPointer(p, *p, bytesOf<float>(n), fxTagFloats);
 }
 bool fxBinaryWriter::xdr(double** p, unsigned int n) {
-    return writePrimPointer(*p, bytesOf<double>(n), fxTagDoubles);
+    return writePrimPointer(p, *p, bytesOf<double>(n), fxTagDoubles);
 }
 bool fxBinaryWriter::xdr(char** p) {
-    return writePrimPointer(*p, *p != nullptr ? std::strlen(*p) + 1 : 0, fxTagBytes);
+    return writePrimPointer(p, *p, *p != nullptr ? std::strlen(*p) + 1 : 0, fxTagBytes);
 }
-bool fxBinaryWriter::xdr(unsigned char** p) {
-    char* text = reinterpret_cast<char*>(*p);
-    return xdr(&text);
-}
+bool fxBinaryWriter::xdr(unsigned char** p) { return xdr(reinterpret_cast<char**>(p)); }
 bool fxBinaryWriter::xdr(int** p, unsigned int n) {
-    return writePrimPointer(*p, bytesOf<long>(n), fxTagLongs, true);
+    return writePrimPointer(p, *p, bytesOf<long>(n), fxTagLongs, true);
 }
 bool fxBinaryWriter::xdr(unsigned int** p, unsigned int n) {
-    return writePrimPointer(*p, bytesOf<long>(n), fxTagLongs, true);
+    return writePrimPointer(p, *p, bytesOf<long>(n), fxTagLongs, true);
 }
 
-bool fxBinaryWriter::xdr(void*, fxXDRObj*, fxTypeObj& declared, fxXDRObj* object, void* address) {
+bool fxBinaryWriter::xdr(void* slot, fxXDRObj*, fxTypeObj& declared, fxXDRObj* object,
+                         void* address) {
     if (address == nullptr) return writeNullPointer();
+    if (slot == owner && slot != nullptr && !isFirst(*owned, ownedCount, address)) return false;
     seen->prefetch(address);
     fxTypeObj* const type = object != nullptr ? object->getTypeObj() : &declared;
     unsigned int typeId = 0;
@@ -215,6 +232,16 @@ bool fxBinaryWriter::xdr(fxTypeObj& base, void* derived, void* baseAddress) {
     const fxScoped<bool> part(isInPart, true);
     return base.xdr(baseAddress, *this) != 0;
 }
+
+void fxBinaryWriter::setOwner(const void* slot) { owner = slot; }
+
+bool fxBinaryWriter::embeds(const void* object) {
+    if (seen->find(object) != 0) return false;
+    isFirst(*embedded, embeddedCount, object);
+    return true;
+}
+
+bool fxBinaryWriter::isEmbedded(const void* object) const { return embedded->find(object) != 0; }
 
 fxBool fxBinaryWriter::conclude(bool succeeded, fxXDRObj& object, void* address) {
     return succeeded && isInPart ? 1 : fxTranscriber::conclude(succeeded, object, address);
@@ -332,7 +359,7 @@ bool fxBinaryWriter::writeNullPointer() {
 }
 
 bool fxBinaryWriter::writePrimPointer(const void* block, size_t byteCount, fxBinaryOTTag bodyTag) {
-    return writePrimPointer(block, byteCount, bodyTag, false);
+    return writePrimPointer(nullptr, block, byteCount, bodyTag);
 }
 
 // Private functions.
@@ -354,13 +381,15 @@ unsigned int fxBinaryWriter::push(fxBinaryWriterItem* item, unsigned int id) {
     return id;
 }
 
-bool fxBinaryWriter::writePrimPointer(const void* block, size_t byteCount, fxBinaryOTTag bodyTag,
-                                      bool isOfInts) {
+// A field that owns its block gets a number for it that no other field sees.
+bool fxBinaryWriter::writePrimPointer(const void* slot, const void* block, size_t byteCount,
+                                      fxBinaryOTTag bodyTag, bool isOfInts) {
     if (block == nullptr) return writeNullPointer();
-    seen->prefetch(block);
+    const bool isOwn = slot != nullptr && slot == owner;
+    if (!isOwn) seen->prefetch(block);
     if (byteCount > maxBlockBytes || !flush()) return false;
-    bool isNew = false;
-    const unsigned int id = idOf(block, isNew);
+    bool isNew = isOwn;
+    const unsigned int id = isOwn ? nextId++ : idOf(block, isNew);
     fieldA = id;
     if (!isNew) {
         tag = fxTagBlockAgain;

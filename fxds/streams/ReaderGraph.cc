@@ -34,10 +34,16 @@ void fxReaderGraph::notePointer(void* slot, unsigned int id, fxTypeObj& declared
     note({slot, id, fxBinaryReaderItem::objectMark | static_cast<unsigned int>(lastType)});
 }
 
-void fxReaderGraph::noteBlock(void* slot, unsigned int id) { note({slot, id, 0}); }
+void fxReaderGraph::noteBlock(void* slot, unsigned int id, bool isOwn) {
+    note({slot, id, isOwn ? fxBinaryReaderItem::ownBlockMark : 0});
+}
 
 void fxReaderGraph::noteText(fxStr* string, unsigned int id, unsigned int lengthBytes) {
     note({string, id, lengthBytes});
+}
+
+bool fxReaderGraph::claim(fxReaderEntry& entry) {
+    return !(entry.isDefined() && isHandedOut(entry)) && entry.claim();
 }
 
 void fxReaderGraph::forgetPlaces(size_t count) {
@@ -146,7 +152,7 @@ void fxReaderGraph::commit(const fxReaderEntry& root, fxTranscriber& transcriber
 void fxReaderGraph::drop() {
     const size_t filled = isBodyOpen ? bodies.back().firstItem : items.size();
     for (size_t i = looseCount; i < filled; ++i) {
-        if (!items[i].isText()) setPointer(items[i].slot, nullptr);
+        empty(items[i]);
     }
     fxChunkList<Body> dropped;
     dropped.swap(bodies);
@@ -230,10 +236,23 @@ void fxReaderGraph::fill(const fxBinaryReaderItem& item) {
         char* const copy = static_cast<char*>(fxNewBlock(item.wanted));
         std::memcpy(copy, entry.source(), item.wanted);
         static_cast<fxStr*>(item.slot)->adopt(copy, item.wanted);
+    } else if (item.isOwnBlock()) {
+        void* const own = numbers.takeMemoryOf(entry);
+        if (own == nullptr) fxFatal("format error");
+        setPointer(item.slot, own);
     } else {
         setPointer(item.slot, numbers.memoryOf(entry));
         blocks.push_back(&entry);
     }
+}
+
+// Makes a pointer null again. A linked one is null.
+void fxReaderGraph::empty(const fxBinaryReaderItem& item) {
+    if (item.isText()) return;
+    void* value = nullptr;
+    std::memcpy(&value, item.slot, sizeof value);
+    if (item.isOwnBlock() && value != nullptr) numbers.takeBack(at(item.id), value);
+    setPointer(item.slot, nullptr);
 }
 
 // A text must end where its string does.
@@ -265,7 +284,8 @@ std::vector<unsigned int> fxReaderGraph::reach(const fxReaderEntry& root) {
     const auto visit = [&](const fxBinaryReaderItem& item) {
         fxReaderEntry& entry = at(item.id);
         if (item.isObject()) follow(entry);
-        if (entry.kind() == fxReaderEntry::block && !item.isText()) numbers.give(entry);
+        const bool isShared = !item.isText() && !item.isOwnBlock();
+        if (entry.kind() == fxReaderEntry::block && isShared) numbers.give(entry);
     };
     follow(root);
     for (size_t i = 0; i < looseCount; ++i) visit(items[i]);
@@ -300,7 +320,7 @@ void fxReaderGraph::leaveOrphans() {
         if (orphan.body.isReached) continue;
         for (size_t i = orphan.body.firstItem; i < endOfItems(body); ++i) {
             if (items[i].isText()) continue;  // a string keeps its text, which is its own
-            setPointer(items[i].slot, nullptr);
+            empty(items[i]);
             orphan.items.push_back(items[i]);
         }
         orphans.push_back(std::move(orphan));

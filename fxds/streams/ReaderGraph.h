@@ -16,16 +16,20 @@ class fxXDRObj;
 /// A place to fill: a pointer field, or a string that waits for its text. There
 /// are as many as the graph has pointers, so they are small.
 struct fxBinaryReaderItem {
-    static constexpr unsigned int objectMark = 0x80000000;  ///< See `wanted`.
+    static constexpr unsigned int objectMark = 0x80000000;    ///< See `wanted`.
+    static constexpr unsigned int ownBlockMark = 0xFFFFFFFF;  ///< See `wanted`.
 
-    bool isObject() const { return (wanted & objectMark) != 0; }  ///< Whether it is for an object.
-    bool isText() const { return !isObject() && wanted != 0; }    ///< Whether it is for a text.
+    /// Whether it is for an object.
+    bool isObject() const { return (wanted & objectMark) != 0 && !isOwnBlock(); }
+    bool isText() const { return (wanted & objectMark) == 0 && wanted != 0; }  ///< For a text.
+    bool isOwnBlock() const { return wanted == ownBlockMark; }  ///< For a block of its own.
 
     void* slot;           ///< Address of the pointer, or the fxStr.
     unsigned int id;      ///< The number that it waits for; while it is linked, the place that
                           ///< was linked before it, as its index + 1, or 0.
-    unsigned int wanted;  ///< 0 for a block, for a string its length with the terminator,
-                          ///< for an object the mark and the number of the declared type.
+    unsigned int wanted;  ///< 0 for a block that may be shared, ownBlockMark for one of the
+                          ///< field's own, for a string its length with the terminator, for
+                          ///< an object the mark and the number of the declared type.
 };
 
 /// An object whose record's function reads or has read its fields is a *body*.
@@ -39,8 +43,9 @@ struct fxBinaryReaderItem {
 ///
 /// Invariants, between any two bodies of a graph:
 /// (1) A pointer in a body is null, or it leads to the object or block of the
-///     number that it was noted with. It is null exactly while its item is linked
-///     with an awaited number. Strings own their texts.
+///     number that it was noted with, or to a copy of that block, which it owns.
+///     It is null exactly while its item is linked with an awaited number. Strings
+///     own their texts.
 /// (2) Loose places are empty.
 /// (3) The items of bodies[i] begin at its firstItem and end where those of the
 ///     next body begin. Those before the first body are loose.
@@ -64,12 +69,12 @@ public:
     bool isAwaiting() const { return awaited > 0; }
 
     ///@{
-    /// Notes an empty place: a pointer to an object, a pointer to a block, or a
-    /// string that is to get a text of `lengthBytes` with its terminator. Its
-    /// number is awaited or defined as what suits the place. Outside of readings,
-    /// what is handed out already is filled in at once.
+    /// Notes an empty place: a pointer to an object, a pointer to a block, which
+    /// may get one of its own, or a string that is to get a text of `lengthBytes`
+    /// with its terminator. Its number is awaited or defined as what suits the place. Outside of
+    /// readings, what is handed out already is filled in at once.
     void notePointer(void* slot, unsigned int id, fxTypeObj& declared);
-    void noteBlock(void* slot, unsigned int id);
+    void noteBlock(void* slot, unsigned int id, bool isOwn);
     void noteText(fxStr* string, unsigned int id, unsigned int lengthBytes);
     ///@}
 
@@ -91,6 +96,10 @@ public:
         }
         return true;
     }
+
+    /// Takes the object for the one place that may own it; false when another has
+    /// it, or when it was handed out by an earlier graph.
+    bool claim(fxReaderEntry& entry);
 
     bool isInBody() const { return isBodyOpen; }
     /// What follows belongs to the body of an object of the type.
@@ -151,6 +160,7 @@ private:
     void settle(size_t index);
     void fillLinked(unsigned int last, unsigned int id);
     void fill(const fxBinaryReaderItem& item);
+    void empty(const fxBinaryReaderItem& item);
     void checkText(const fxBinaryReaderItem& item);
     void fillLoose();
     std::vector<unsigned int> reach(const fxReaderEntry& root);

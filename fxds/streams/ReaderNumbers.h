@@ -73,6 +73,9 @@ public:
     void* address() const { return address_; }   ///< Object, part.
     unsigned int body() const { return body_; }  ///< Object, part: serial number of the body.
 
+    /// Object, awaited or not: whether the caller is the first one to own it.
+    bool claim() { return !std::exchange(isOwned_, true); }
+
     unsigned int bytes() const { return bytes_; }  ///< Block: its length.
     /// Block: what copies are made from; null once a pointer field has got it and
     /// may have freed it.
@@ -88,6 +91,8 @@ private:
     enum Holder : unsigned char { table, fieldSinceNow, field };
 
     Kind kind_ = unknown;
+    bool isOwned_ = false;   // an object, by the caller or a place; a block's memory, by a place
+    bool isShared_ = false;  // a block's memory, by places that share it
     Holder holder = table;
     bool isWantedPlain_ = false;
     union {
@@ -136,12 +141,35 @@ public:
     /// The malloc() memory of a block, with a zero behind its bytes: for the
     /// pointer fields, which share it.
     void* memoryOf(fxReaderEntry& block) {
-        if (block.address_ == nullptr) {
-            block.address_ = fxNewBlock(block.bytes_ + size_t{1});
-            std::memcpy(block.address_, block.u.text, block.bytes_ + size_t{1});
+        if (block.address_ == nullptr || block.isOwned_) {
+            block.address_ = copyOf(block);
+            block.isOwned_ = false;
+            block.holder = fxReaderEntry::table;
             ++blocksHeld;
         }
+        block.isShared_ = true;
         return block.address_;
+    }
+    /// Memory for one pointer field alone: that of the block, if nothing else has
+    /// it, or else a copy; null when the bytes are not ours to look at any more.
+    void* takeMemoryOf(fxReaderEntry& block) {
+        if (block.source() == nullptr) return nullptr;
+        const bool isFree =
+            block.address_ != nullptr && block.holder == fxReaderEntry::table && !block.isShared_;
+        if (!isFree) return copyOf(block);
+        block.isOwned_ = true;
+        give(block);
+        return block.address_;
+    }
+    /// Takes such memory back.
+    void takeBack(fxReaderEntry& block, void* memory) {
+        if (block.kind_ == fxReaderEntry::block && block.isOwned_ && block.address_ == memory) {
+            block.isOwned_ = false;
+            block.holder = fxReaderEntry::table;
+            ++blocksHeld;
+        } else {
+            std::free(memory);
+        }
     }
     /// Tells that a pointer field has got the block now.
     void give(fxReaderEntry& block) {
@@ -152,7 +180,9 @@ public:
     }
     /// Tells that the caller gets control, and may free what was given.
     void endPeriod() {
-        for (fxReaderEntry* block : given) block->holder = fxReaderEntry::field;
+        for (fxReaderEntry* block : given) {
+            if (block->holder == fxReaderEntry::fieldSinceNow) block->holder = fxReaderEntry::field;
+        }
         given.clear();
     }
 
@@ -186,6 +216,12 @@ private:
             index = farOnes.size();
         }
         return *farOnes[index - 1];
+    }
+    // With a zero behind the bytes.
+    static void* copyOf(const fxReaderEntry& block) {
+        void* const copy = fxNewBlock(block.bytes_ + size_t{1});
+        std::memcpy(copy, block.source(), block.bytes_ + size_t{1});
+        return copy;
     }
     const void* firstFar() const {
         const fxBinaryOTDictIter first(far);

@@ -1,3 +1,3 @@
 #include "fxds/Xdr.h"
 
-fxXdrReferent::~fxXdrReferent() = default;
+fxXdrAddress::~fxXdrAddress() = default;

@@ -103,10 +103,11 @@ inline fxBool Rich::xdr(fxTranscriber& t) {
     return fxXdrBase<First>(t, this) && fxXdrBase<Second>(t, this) &&
            fxXdrAll(t, flag, small, row, real, ints, bools, strings, set, dictionary) &&
            fxXdrBlock(t, shorts, count) && fxXdrBlock(t, integers, count) &&
-           fxXdrBlock(t, doubles, count) && fxXdrBlock(t, floats, count) && fxXdrString(t, text) &&
-           fxXdrString(t, same) && fxXdrObject(t, other) && fxXdrObject(t, second) &&
-           fxXdrObject(t, any) && fxXdrObject(t, anything) && fxXdrObject(t, shortArray) &&
-           fxXdrObject(t, stringArray) && fxXdrObject(t, string) && fxXdrObjects(t, many);
+           fxXdrBlock(t, doubles, count) && fxXdrBlock(t, floats, count) &&
+           fxXdrSharedString(t, text) && fxXdrSharedString(t, same) && fxXdrObject(t, other) &&
+           fxXdrObject(t, second) && fxXdrObject(t, any) && fxXdrObject(t, anything) &&
+           fxXdrObject(t, shortArray) && fxXdrObject(t, stringArray) && fxXdrObject(t, string) &&
+           fxXdrObjects(t, many);
 }
 
 /// Reads all that it was given, so that a sanitizer sees what is not there.

@@ -1,0 +1,303 @@
+// Fields of the types of C++ and its standard library, for Xdr.h.
+#ifndef FXDS_XDRVALUES_H
+#define FXDS_XDRVALUES_H
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <map>
+#include <optional>
+#include <string>
+#include <type_traits>
+#include <unordered_map>
+#include <utility>
+#include <vector>
+
+#include "fxds/Transcriber.h"
+
+// One rule of layout: a value of a type with parts is its parts, one after the
+// other, each as it would be alone. Where their number is not the type's, it
+// comes first, as an unsigned int. docs/stream-format.md has the table.
+//
+// What a stream claims costs nothing: containers grow as their elements arrive,
+// and values in values go `fxXdrNesting::most` deep.
+
+template <class T>
+bool fxXdr(fxTranscriber& t, T& v);
+
+/// For a scope, one more level of values that are held by values. False when
+/// there are too many for the stack.
+class fxXdrNesting {
+public:
+    explicit fxXdrNesting(fxTranscriber& transcriber) : level(transcriber.nestingLevel()) {
+        ++level;
+    }
+    fxXdrNesting(const fxXdrNesting&) = delete;
+    fxXdrNesting& operator=(const fxXdrNesting&) = delete;
+    ~fxXdrNesting() { --level; }
+    explicit operator bool() const { return level <= most; }
+
+    static constexpr unsigned int most = 500;  ///< Levels.
+
+private:
+    unsigned int& level;
+};
+
+/// Whether numbers of type T travel by an operation of their own type.
+template <class T>
+inline constexpr bool fxXdrIsPlain =
+    std::is_same_v<T, char> || std::is_same_v<T, unsigned char> || std::is_same_v<T, short> ||
+    std::is_same_v<T, unsigned short> || std::is_same_v<T, long> ||
+    std::is_same_v<T, unsigned long> || std::is_same_v<T, float> || std::is_same_v<T, double>;
+
+/// The type whose operation numbers of type T travel by otherwise.
+template <class T>
+using fxXdrWire =
+    std::conditional_t<sizeof(T) == 1, unsigned char,
+                       std::conditional_t<sizeof(T) == 2, unsigned short, unsigned long>>;
+
+/// Numbers that lie side by side, each as it would be alone: an integer of 4
+/// bytes is followed by 4 zero bytes.
+template <class T>
+bool fxXdrRun(fxTranscriber& t, T* values, size_t count) {
+    static_assert(std::is_arithmetic_v<T> && sizeof(T) <= sizeof(long));
+    if constexpr (fxXdrIsPlain<T>) {
+        return t.xdr(values, static_cast<unsigned int>(count));
+    } else {
+        constexpr size_t step = 256;
+        fxXdrWire<T> wire[step];
+        for (size_t done = 0; done < count;) {
+            const size_t n = std::min(step, count - done);
+            for (size_t i = 0; i < n && !t.isReading(); ++i) {
+                wire[i] = 0;
+                std::memcpy(&wire[i], &values[done + i], sizeof(T));
+            }
+            if (!t.xdr(wire, static_cast<unsigned int>(n))) return false;
+            for (size_t i = 0; i < n && t.isReading(); ++i) {
+                std::memcpy(&values[done + i], &wire[i], sizeof(T));
+            }
+            done += n;
+        }
+        return true;
+    }
+}
+
+/// Whether a run of them is as quick to move as its bytes.
+template <class T>
+inline constexpr bool fxXdrIsRun =
+    std::is_arithmetic_v<T> && !std::is_same_v<T, bool> && sizeof(T) <= sizeof(long);
+
+/// A single number. One that cannot be read leaves the field as it is. A long
+/// double travels as two doubles that add up to it; one beyond their range is
+/// refused.
+template <class T>
+bool fxXdrNumber(fxTranscriber& t, T& v) {
+    if constexpr (std::is_same_v<T, bool>) {
+        unsigned char byte = v;
+        if (!t.xdr(&byte, 1)) return false;
+        v = byte != 0;
+        return true;
+    } else if constexpr (sizeof(T) > sizeof(long)) {
+        static_assert(std::is_same_v<T, long double>);
+        double parts[2] = {static_cast<double>(v), 0};
+        if (std::isfinite(parts[0])) parts[1] = static_cast<double>(v - parts[0]);
+        const T sum = static_cast<T>(parts[0]) + parts[1];
+        if (!t.isReading() && !std::isnan(v) && sum != v) return false;
+        if (!t.xdr(parts, 2)) return false;
+        if (t.isReading()) v = static_cast<T>(parts[0]) + parts[1];
+        return true;
+    } else if constexpr (std::is_same_v<T, int> || std::is_same_v<T, unsigned int>) {
+        return t.xdr(&v, 1);
+    } else {
+        return fxXdrRun(t, &v, 1);
+    }
+}
+
+/// How a type of the standard library travels; `isKnown` for those that do.
+template <class T>
+struct fxXdrStd {
+    static constexpr bool isKnown = false;
+};
+
+/// Whether a T that was read is whole at once, so that it can be a key: neither
+/// pointers nor texts of fxStr are there before the graph is complete.
+template <class T>
+inline constexpr bool fxXdrIsWhole = std::is_arithmetic_v<T> || std::is_enum_v<T>;
+template <>
+inline constexpr bool fxXdrIsWhole<std::string> = true;
+template <class A, class B>
+inline constexpr bool fxXdrIsWhole<std::pair<A, B>> = fxXdrIsWhole<A>&& fxXdrIsWhole<B>;
+template <class T, size_t count>
+inline constexpr bool fxXdrIsWhole<std::array<T, count>> = fxXdrIsWhole<T>;
+template <class T, class A>
+inline constexpr bool fxXdrIsWhole<std::vector<T, A>> = fxXdrIsWhole<T>;
+template <class T>
+inline constexpr bool fxXdrIsWhole<std::optional<T>> = fxXdrIsWhole<T>;
+
+/// The number of elements, which comes before them. False when there are too
+/// many to be counted.
+inline bool fxXdrCount(fxTranscriber& t, size_t size, unsigned int& count) {
+    count = static_cast<unsigned int>(size);
+    return count == size && t.xdr(&count, 1);
+}
+
+/// Elements of numbers: a string or a vector of them.
+template <class Numbers>
+bool fxXdrNumbers(fxTranscriber& t, Numbers& numbers) {
+    constexpr size_t piece = size_t{1} << 16;
+    unsigned int count = 0;
+    if (!fxXdrCount(t, numbers.size(), count)) return false;
+    if (!t.isReading()) return fxXdrRun(t, numbers.data(), count);
+    numbers.clear();
+    while (numbers.size() < count) {
+        const size_t have = numbers.size();
+        const size_t n = std::min(piece, count - have);
+        numbers.resize(have + n);
+        if (fxXdrRun(t, &numbers[have], n)) continue;
+        numbers.clear();
+        return false;
+    }
+    return true;
+}
+
+template <class Traits, class A>
+struct fxXdrStd<std::basic_string<char, Traits, A>> {
+    static constexpr bool isKnown = true;
+    static bool xdr(fxTranscriber& t, std::basic_string<char, Traits, A>& v) {
+        return fxXdrNumbers(t, v);
+    }
+};
+
+/// Appends to the vector, telling the reader where the elements go when they
+/// move.
+template <class T, class A>
+void fxXdrAppend(fxTranscriber& t, std::vector<T, A>& v) {
+    if (v.size() == v.capacity()) {
+        std::vector<T, A> roomier;
+        roomier.reserve(2 * v.size() + 16);
+        for (T& element : v) roomier.push_back(std::move(element));
+        t.placesMoved(v.data(), v.size() * sizeof(T), roomier.data());
+        v.swap(roomier);
+    }
+    v.emplace_back();
+}
+
+/// Parts of any kind, as many as come first: `write()` writes those that are in
+/// `v`, `readOne()` appends one that it reads.
+template <class Parts, class Write, class ReadOne>
+bool fxXdrParts(fxTranscriber& t, Parts& v, Write write, ReadOne readOne) {
+    unsigned int count = 0;
+    const fxXdrNesting nesting(t);
+    if (!nesting || !fxXdrCount(t, v.size(), count)) return false;
+    if (!t.isReading()) return std::all_of(v.begin(), v.end(), write);
+    v.clear();
+    const bool isRead = t.attempt([&] {
+        for (unsigned int i = 0; i < count; ++i) {
+            if (!readOne()) return false;
+        }
+        return true;
+    });
+    if (!isRead) v.clear();
+    return isRead;
+}
+
+template <class T, class A>
+struct fxXdrStd<std::vector<T, A>> {
+    static_assert(!std::is_empty_v<T>, "elements without content cannot be counted");
+    static constexpr bool isKnown = true;
+    static bool xdr(fxTranscriber& t, std::vector<T, A>& v) {
+        if constexpr (fxXdrIsRun<T>) {
+            return fxXdrNumbers(t, v);
+        } else {
+            return fxXdrParts(
+                t, v, [&t](T& element) { return fxXdr(t, element); },
+                [&] {
+                    fxXdrAppend(t, v);
+                    return fxXdr(t, v.back());
+                });
+        }
+    }
+};
+
+/// One byte for each.
+template <class A>
+struct fxXdrStd<std::vector<bool, A>> {
+    static constexpr bool isKnown = true;
+    static bool xdr(fxTranscriber& t, std::vector<bool, A>& v) {
+        std::basic_string<char> bytes(v.begin(), v.end());
+        if (!fxXdrNumbers(t, bytes)) return false;
+        if (t.isReading()) v.assign(bytes.begin(), bytes.end());
+        return true;
+    }
+};
+
+template <class T, size_t count>
+struct fxXdrStd<std::array<T, count>> {
+    static_assert(count > 0, "an array without elements has nothing to transcribe");
+    static constexpr bool isKnown = true;
+    static bool xdr(fxTranscriber& t, std::array<T, count>& v) {
+        if constexpr (fxXdrIsRun<T>) return fxXdrRun(t, v.data(), count);
+        return std::all_of(v.begin(), v.end(), [&t](T& element) { return fxXdr(t, element); });
+    }
+};
+
+template <class A, class B>
+struct fxXdrStd<std::pair<A, B>> {
+    static constexpr bool isKnown = true;
+    static bool xdr(fxTranscriber& t, std::pair<A, B>& v) {
+        return fxXdr(t, v.first) && fxXdr(t, v.second);
+    }
+};
+
+template <class T>
+struct fxXdrStd<std::optional<T>> {
+    static constexpr bool isKnown = true;
+    static bool xdr(fxTranscriber& t, std::optional<T>& v) {
+        bool isThere = v.has_value();
+        if (!fxXdrNumber(t, isThere)) return false;
+        if (t.isReading()) {
+            v.reset();
+            if (isThere) v.emplace();
+        }
+        return !isThere || fxXdr(t, *v);
+    }
+};
+
+/// Entries in the order of the map. A key that comes twice is refused.
+template <class Map>
+bool fxXdrEntries(fxTranscriber& t, Map& v) {
+    typedef typename Map::key_type Key;
+    static_assert(fxXdrIsWhole<Key>,
+                  "a key must be whole when it is read: a number, an enumeration, a std::string, "
+                  "or made of these");
+    return fxXdrParts(
+        t, v,
+        [&t](auto& entry) {
+            return fxXdr(t, const_cast<Key&>(entry.first)) && fxXdr(t, entry.second);
+        },
+        [&] {
+            Key key{};
+            if (!fxXdr(t, key)) return false;
+            const auto made = v.try_emplace(std::move(key));
+            return made.second && fxXdr(t, made.first->second);
+        });
+}
+
+template <class Key, class T, class Less, class A>
+struct fxXdrStd<std::map<Key, T, Less, A>> {
+    static constexpr bool isKnown = true;
+    static bool xdr(fxTranscriber& t, std::map<Key, T, Less, A>& v) { return fxXdrEntries(t, v); }
+};
+
+template <class Key, class T, class Hash, class Equal, class A>
+struct fxXdrStd<std::unordered_map<Key, T, Hash, Equal, A>> {
+    static constexpr bool isKnown = true;
+    static bool xdr(fxTranscriber& t, std::unordered_map<Key, T, Hash, Equal, A>& v) {
+        return fxXdrEntries(t, v);
+    }
+};
+
+#endif
