@@ -117,7 +117,7 @@ public:
 
     const char* className() const override = 0;  ///< The name of the class, for people.
     /// Moves nothing and answers what the transcriber does for a base part at
-    /// the object's own address: the generic array has no contents to speak of.
+    /// the object's own address: the generic array has no contents.
     fxBool xdr(fxTranscriber& transcriber) override;
     fxTypeObj* getTypeObj() const override;
 

@@ -26,9 +26,9 @@ class fxRecordReader;
 /// memory that is not its own: ids are checked for the kind of thing that they
 /// stand for, an object is stored only in a pointer to its own class or to one of
 /// its declared bases, and of an object's parts only those that it inherits can
-/// be pointed to. A type whose record was made by hand without
-/// declaring its bases is taken at its word, which leaves its pointers to the
-/// goodwill of the stream; FX_TRANSCRIBABLE_TYPE (Xdr.h) declares them.
+/// be pointed to. A type whose record was made by hand without declaring its
+/// bases is not checked: a hostile stream can make pointers to its objects that
+/// are declared with other classes. FX_TRANSCRIBABLE_TYPE (Xdr.h) declares them.
 ///
 /// **Byte orders.** Shorts and ints from any machine read right. An 8-byte long
 /// reads right from machines that store its low half first; floats and doubles

@@ -22,7 +22,7 @@ class fxOutputChannel;
 /// converter that feeds it and each queued message. Made by fxObj::addInput().
 ///
 /// Not polymorphic: a converter copy (see fxConverter) is an input channel too
-/// and is told apart by a flag, which release() looks at.
+/// and is distinguished by converterBit, which release() checks.
 ///
 /// An input that its object has removed, and every input of an object that has
 /// begun to end, calls nothing any more: it has the type fxDT_void then and a
@@ -55,7 +55,7 @@ public:
     fxObj* getOwner() const { return owner; }
 
     /// The name under which getOwner() has this input, or null when it has none:
-    /// its name was given to another, or nobody owns it. View, good until the
+    /// its name was given to another, or it has no owner. View, good until the
     /// object's inputs change.
     const char* getName() const;
 
@@ -176,8 +176,8 @@ public:
     /// or to one that has begun to end.
     fxObj* getOwner() const { return owner; }
 
-    /// The name under which getOwner() has this output, or null when nobody
-    /// owns it. View, good until the object's outputs change.
+    /// The name under which getOwner() has this output, or null when it
+    /// has no owner. View, good until the object's outputs change.
     const char* getName() const;
 
     /// Connects the input, through a converter when the data types differ and

@@ -18,8 +18,8 @@ public:
     fxConverter(unsigned short from, unsigned short to, void (*function)());
     ~fxConverter();
 
-    /// A new converter copy for the two types, owned by the caller and held by
-    /// nobody, or null when there is no converter.
+    /// A new converter copy for the two types, owned by the caller and without
+    /// holders, or null when there is no converter.
     static fxInputChannel* findConverter(unsigned short from, unsigned short to);
 
     /// Makes this copy feed `input`, which it holds from now on. What it fed

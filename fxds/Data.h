@@ -10,10 +10,10 @@
 
 /// A value with its data type number and a count of holders. Holders take()
 /// and release() it; the one that brings the count to 0 destroys it. A send
-/// takes over a value that nobody holds.
+/// takes over a value that has no holder.
 class FX_API fxData {
 public:
-    explicit fxData(unsigned short type);  ///< Nobody holds it yet.
+    explicit fxData(unsigned short type);  ///< It has no holder yet.
     fxData(const fxData&) = delete;
     fxData& operator=(const fxData&) = delete;
     virtual ~fxData();
@@ -83,25 +83,25 @@ public:
 /// A boxed int.
 class FX_API fxIntData : public fxValueData<int> {
 public:
-    explicit fxIntData(int value);  ///< Nobody holds it yet.
+    explicit fxIntData(int value);  ///< It has no holder yet.
 };
 
 /// A boxed long.
 class FX_API fxLongData : public fxValueData<long> {
 public:
-    explicit fxLongData(long value);  ///< Nobody holds it yet.
+    explicit fxLongData(long value);  ///< It has no holder yet.
 };
 
 /// A boxed float.
 class FX_API fxFloatData : public fxValueData<float> {
 public:
-    explicit fxFloatData(float value);  ///< Nobody holds it yet.
+    explicit fxFloatData(float value);  ///< It has no holder yet.
 };
 
 /// A boxed double.
 class FX_API fxDoubleData : public fxValueData<double> {
 public:
-    explicit fxDoubleData(double value);  ///< Nobody holds it yet.
+    explicit fxDoubleData(double value);  ///< It has no holder yet.
 };
 
 /// Boxes a text that it takes over: `text` must come from `operator new` (see

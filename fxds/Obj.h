@@ -36,10 +36,10 @@ class fxOutput;
 /// object that held it and must not look at that one; it ends before the call
 /// that set this off returns.
 ///
-/// The send functions take a null or unconnected output, which reaches nobody.
+/// The send functions take a null or unconnected output, which reaches no input.
 /// The type of the value must be that of the output: converting is the
-/// connections' business. What a property or a channel lets go of may run
-/// anybody's code, which may change this object again and destroy it. Receivers
+/// connections' business. What a property or a channel lets go of may run code
+/// of the program, which may change this object again and destroy it. Receivers
 /// may throw: the exception leaves through the send, which calls none after it.
 /// Destructors may not.
 class FX_API fxObj : public fxXDRObj {
@@ -155,7 +155,7 @@ public:
 
     // Sending.
 
-    /// Sends a boxed value, which is taken over: nobody else may hold it.
+    /// Sends a boxed value, which is taken over: it must have no holder yet.
     static void sendData(fxOutputChannel* output, fxData* data, fxSendFlags how = fxSendQueued);
     ///@{
     /// Sends one value of the kind that the name tells; nothing is boxed when
@@ -263,7 +263,7 @@ class fxOutput<void> {
 public:
     /// `channel_` may be null: what is sent goes nowhere then.
     explicit fxOutput(fxOutputChannel* channel_ = nullptr) : channel(channel_) {}
-    /// Tells everybody who is connected.
+    /// Reaches every connected input.
     void send(fxObj::fxSendFlags how = fxObj::fxSendQueued) const {
         fxObj::send<void>(channel, nullptr, how);
     }

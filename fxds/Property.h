@@ -35,9 +35,9 @@ public:
     /// `destructor` is called on the pointer when the property lets go of it,
     /// even if the pointer is null; it may be null itself.
     fxProperty(unsigned short tag, void* pointer, Destructor* destructor);
-    /// Shared. A null object is held by nobody.
+    /// Shared. It may be null.
     fxProperty(unsigned short tag, fxObj* object);
-    /// Shared. A null value is held by nobody.
+    /// Shared. It may be null.
     fxProperty(unsigned short tag, fxData* data);
     /// A bool makes a boolean property, an int a long one. (A template, so that
     /// no pointer is ever taken for a bool.)

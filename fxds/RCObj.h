@@ -15,7 +15,7 @@
 class FX_API fxRCObj {
 public:
     fxRCObj() : refCount(0) {}
-    /// A copy is a new object that nobody holds yet.
+    /// A copy is a new object without holders.
     fxRCObj(const fxRCObj&) : refCount(0) {}
     /// Assignment changes what the object is, not who holds it.
     fxRCObj& operator=(const fxRCObj&) { return *this; }

@@ -27,7 +27,7 @@ public:
     fxStdioStream(int fd, fxStreamType type);
     /// Adopts an open FILE, which may be null (hasError()).
     fxStdioStream(FILE* openFile, fxStreamType type);
-    /// Flushes and closes, as close() does, with nobody to tell the result.
+    /// Flushes and closes, as close() does, without reporting the result.
     ~fxStdioStream() override;
 
     bool hasError() override;  ///< Whether there was no FILE from the start.

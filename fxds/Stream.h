@@ -26,7 +26,7 @@ private:
 /// the contents of a buffer that was read into are unspecified.
 ///
 /// A stream starts with no holder. A transcriber holds the stream it is made
-/// on, so a stream that nobody else holds dies with its transcriber. A stream
+/// on, so a stream without another holder dies with its transcriber. A stream
 /// on the stack must be taken (take()) before it is given to one.
 class FX_API fxStream : public fxRCObj {
 public:

@@ -202,7 +202,7 @@ public:
     static void resetToDefaultWriter();  ///< Makes getWriter() use makeDefaultWriter() again.
     /// Makes a writer and writes the header of the stream. Given: delete it.
     /// Null when the factory makes none or when the stream fails; in the latter
-    /// case the writer is deleted, and with it a stream that nobody else holds.
+    /// case the writer is deleted, and with it a stream without another holder.
     static fxTranscriber* getWriter(fxStream*);
     /// Reads the header and makes the reader that it names. Given: delete it.
     /// Null when the stream fails, which then stays the caller's, or when no

@@ -54,7 +54,7 @@ public:
     /// for a type that cannot be made by name.
     /// `bases` is a null-terminated list (kept) of the records of the classes
     /// that an object of this type may also be pointed to as; null when the
-    /// class has declared none, so that nobody can tell.
+    /// class has declared none, and nothing is known of them.
     /// `typeInfo`, if not null, is that of the class itself.
     /// `upcasts` holds for each base the function that makes a pointer to it
     /// from a pointer to the class; null when all pointers are the same.
@@ -75,7 +75,7 @@ public:
 
     /// Whether an object of this type may stand where a pointer to the class of
     /// `other` is declared: it is the same record, or that of a base at any
-    /// distance. A type that has declared no bases is taken at its word.
+    /// distance. A type that has declared no bases is not checked.
     bool isA(const fxTypeObj& other) const;
 
     /// `object`, a pointer to this record's class, as a pointer to the class of

@@ -107,8 +107,8 @@ void hearNothing(void*) {}
 
 }  // namespace
 
-// What is still on its way here (the rest of a send, a message that somebody
-// took out of the queue) must not reach a closure that may be gone.
+// What is still on its way here (the rest of a send, a message that the
+// program took out of the queue) must not reach a closure that may be gone.
 void fxInputChannel::mute() {
     owner = nullptr;
     word = (word & (replaceBit | converterBit)) | mutedBit |

@@ -6,9 +6,9 @@
 #include "fxds/dataflow/TraceLines.h"
 
 // A replacing input has at most one message waiting. Its new message is queued
-// before the old one is withdrawn: deleting the old one may run anybody's code,
-// and by then everything that the new one needs is held by the queue, where a
-// receiver that dies meanwhile can find and discard it.
+// before the old one is withdrawn: deleting the old one may run code of the
+// program, and by then everything that the new one needs is held by the queue,
+// where a receiver that dies meanwhile can find and discard it.
 
 fxEventHandler* fx_theEventHandler = nullptr;
 

@@ -6,10 +6,11 @@
 #include "fxds/dataflow/Belongings.h"
 #include "fxds/dataflow/TraceLines.h"
 
-// Properties stand in one array, ascending by tag. Letting go of a property
-// may run anybody's code (destructors of opaque pointers, of shared objects, of
-// boxed values), which may well come back to this object. So a property always
-// leaves the list, or its successor is already in place, before it is released.
+// Properties are in one array, ascending by tag. Letting go of a property
+// may run code of the program (destructors of opaque pointers, of shared
+// objects, of boxed values), which may come back to this object. So a property
+// always leaves the list, or its successor is already in place, before it is
+// released.
 
 namespace {
 

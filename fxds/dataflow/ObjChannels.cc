@@ -11,7 +11,7 @@
 
 // The channels of an object stand in two dictionaries, which are kept as
 // properties. A property counts as a channel table only if its destructor is
-// the one that tables have: somebody may use the names for properties of
+// the one that tables have: a program may use the names for properties of
 // another kind.
 //
 // Tearing a channel down runs code that may come back here, so a channel
@@ -50,7 +50,7 @@ unsigned short tagOf(TableKind& kind) {
 
 // Enters a channel in the object's table, which is made if need be, and gives
 // back the channel whose name it takes, or null. Making the table a property is
-// the last step: another property may make way for it and run anybody's code.
+// the last step: another property may make way for it and run code of the program.
 template <class Channel>
 Channel* enter(fxObj& object, TableKind& kind, const char* name, Channel* channel) {
     const unsigned short tag = tagOf(kind);

@@ -15,7 +15,7 @@
 // into zeroed slots and out of them as bytes, so that reading a property as
 // another kind than its own gives defined, if useless, values.
 //
-// What lets go of a value may run anybody's code, which may look at this
+// What lets go of a value may run code of the program, which may look at this
 // property again: the slots are rewritten before anything is let go.
 
 fxStrArray* fx_propertyNames = nullptr;

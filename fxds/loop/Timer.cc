@@ -140,7 +140,7 @@ void fxTimer::removeFromActiveList() {
     unlink();
 }
 
-// Takes the timer off the list and leaves its delta to nobody.
+// Unlinks the timer without adding its delta to its successor.
 void fxTimer::unlink() {
     (previous != nullptr ? previous->next : activeTimers) = next;
     if (next != nullptr) next->previous = previous;

@@ -161,7 +161,7 @@ int fxregexec(fxregexp* compiled, const char* subject, const char* from, const c
     return search(*plan, subject, from, compiled->startp, compiled->endp, effort) ? 1 : 0;
 }
 
-// The caller vouches for the room, so nothing is cut.
+// `dest` must be large enough; nothing is truncated.
 void fxregsub(const fxregexp* compiled, const char* text, char* dest) {
     if (dest == nullptr) {
         fxregerror("NULL parm to regsub");
