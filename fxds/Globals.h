@@ -1,10 +1,11 @@
-// Ordered start-up and shutdown, and the library's identification.
+// Ordered start-up and shutdown.
 #ifndef FXDS_GLOBALS_H
 #define FXDS_GLOBALS_H
 
 #include "fxds/Config.h"
 #include "fxds/DataTypes.h"
 #include "fxds/Debug.h"
+#include "fxds/Library.h"
 #include "fxds/VoidPtrArray.h"
 
 class fxSequencer;
@@ -54,7 +55,7 @@ public:
 
     /// Moves services behind what they depend on, in one selecting pass over
     /// direct dependences. Cycles and chains that would need a second pass stay
-    /// as the pass leaves them, without a word.
+    /// as the pass leaves them; no error is reported.
     void sort();
     /// Sorts if need be and runs every `init`, first to last.
     void create();
@@ -98,15 +99,5 @@ FX_API void fxCleanupGlobalOrderings();
 // them. They are never freed.
 extern FX_API fxSequencer* fx_nextDataType;   ///< Hands out data type numbers.
 extern FX_API fxSequencer* fx_nextEventType;  ///< Hands out event type numbers.
-
-extern "C" {
-/// Prints one line that names the library, its version and its build. Returns
-/// the number of characters.
-FX_API int libostrelfxds_print_verid();
-/// The same line into `buffer`, which needs room for 256 bytes.
-FX_API int libostrelfxds_sprintf_verid(char* buffer);
-/// Nine lines of 73 characters and a null pointer. View.
-FX_API const char** libostrelfxds_copyright_array();
-}
 
 #endif

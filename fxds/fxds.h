@@ -92,5 +92,6 @@
 // Start-up.
 #include "fxds/Debug.h"
 #include "fxds/Globals.h"
+#include "fxds/Library.h"
 
 #endif

@@ -71,12 +71,12 @@ fxds_room(search
   SOURCES Path PathFunctions RegBacktracker RegEx RegExp RegInStep RegMatch RegParser RegPlan
     SLinearPattern SearchList TextPattern)
 
-# Start-up, the type records and globals whose order of construction shows,
-# names for debuggers.
+# Start-up, the library's identification, the type records and globals whose
+# order of construction shows, names for debuggers.
 fxds_room(library
   ON streams loop search
-  HEADERS Debug Globals fxds
-  SOURCES Debug GdbTypes Globals StaticOrder)
+  HEADERS Debug Globals Library fxds
+  SOURCES Debug GdbTypes Globals Library StaticOrder)
 
 # Includes of a higher room, each with its reason.
 fxds_exception(base/TypeObj.cc VoidPtrDict "The registry of types is an fxVoidPtrDict.")

@@ -1,6 +1,5 @@
 #include "fxds/Globals.h"
 
-#include "Version.h"
 #include "fxds/BinaryReader.h"
 #include "fxds/Converter.h"
 #include "fxds/EventHandler.h"
@@ -8,7 +7,6 @@
 #include "fxds/Property.h"
 #include "fxds/Sequencer.h"
 #include "fxds/Transcriber.h"
-#include "ostrelks/ostrelks.h"
 
 // Ordered globals register themselves from static initialisers, in whatever
 // order those run, so the orderings are plain pointers that start null. The
@@ -135,29 +133,3 @@ void fxOG_Init_cons() {
 }
 
 void fxOG_Init_dest() {}
-
-namespace {
-
-constexpr const char* verIdFormat = "%-*s %s (%s) %s\n";
-constexpr int nameWidth = 33;
-constexpr const char* libraryName = "libostrelfxds";
-
-constexpr const char* banner[] = {FXDS_BANNER};
-static_assert(sizeof banner / sizeof banner[0] == 9, "the banner has nine lines");
-
-}  // namespace
-
-int libostrelfxds_print_verid() {
-    return imsg_print(0, verIdFormat, -1, nameWidth, libraryName, FXDS_VERSION, FXDS_BUILD_DATE,
-                      "64-bit");
-}
-
-int libostrelfxds_sprintf_verid(char* buffer) {
-    return imsg_sprintf(buffer, verIdFormat, -1, nameWidth, libraryName, FXDS_VERSION,
-                        FXDS_BUILD_DATE, "64-bit");
-}
-
-const char** libostrelfxds_copyright_array() {
-    static const char* lines[] = {FXDS_BANNER, nullptr};
-    return lines;
-}
