@@ -9,6 +9,7 @@
 
 class fxApplication;
 class fxExec;
+class fxHandlerTable;
 class fxSelectHandler;
 
 /// A set of file descriptors in the layout that select() takes, 16 times as
@@ -144,22 +145,21 @@ public:
 
 private:
     friend class fxApplication;
-    friend class fxSelectHandler;
     struct ReadySets;
     struct Walk;
 
-    static void forget(const fxSelectHandler* handler);
-    static void bury(fxApplication* application);
-    bool isGhost(void* application) const;
+    static void markDestroyed(fxApplication* application);
+    bool isDestroyed(void* application) const;
     template <class Visit>
     void walkApplications(unsigned int end, Visit visit);
 
-    fxSelectHandler*& entryOf(const fxSelectHandler* handler, const char* operation);
+    int descriptorOf(const fxSelectHandler* handler, const char* operation) const;
     void updateSelectState();
     int wait(ReadySets& ready, float seconds) const;
     void callHandlers(const ReadySets& ready);
 
-    fxVoidPtrArray ghosts;  // addresses of destroyed applications that are still counted
+    fxHandlerTable* const table;  // over `handlers`
+    fxVoidPtrArray destroyed;     // applications that are destroyed but still counted
     fxWalks<Walk> walks;
     fxExec* nextExec;
 

@@ -61,7 +61,8 @@ fxds_room(dataflow
 fxds_room(loop
   ON dataflow
   HEADERS Application Exec SelectHandler Timer Wakeup
-  SOURCES Application Exec SelectHandler Timer Wakeup)
+  PRIVATE HandlerTable
+  SOURCES Application Exec HandlerTable SelectHandler Timer Wakeup)
 
 # Regular expressions, text patterns, paths.
 fxds_room(search

@@ -6,7 +6,7 @@ fxApplication::fxApplication() : isOpen(0) { fxExec::theExecutive()->add(this); 
 
 fxApplication::~fxApplication() {
     if (isOpen) fxApplication::close();
-    fxExec::bury(this);
+    fxExec::markDestroyed(this);
 }
 
 void fxApplication::open() { isOpen = 1; }

@@ -12,14 +12,15 @@
 #include "fxds/SelectHandler.h"
 #include "fxds/Timer.h"
 #include "fxds/dataflow/TraceLines.h"
+#include "fxds/loop/HandlerTable.h"
 
 // What poll() calls may change everything that poll() looks at. So the result
 // of a select() stands on poll()'s own stack and tells only about descriptors;
-// the handler of each is looked up again before every call, and dying handlers
-// are taken out of the tables of all executives (forget()). Lists of functions
-// are walked by index under their current length, the list of applications by
-// walks that removal corrects. A destroyed application that is still counted is
-// known as a ghost (bury()): its address is compared but never followed.
+// the handler of each is looked up again before every call, and a handler that
+// is destroyed leaves all tables (fxHandlerTable). Lists of functions are walked
+// by index under their current length, the list of applications by walks that
+// removal corrects. An application that is destroyed while it is still counted
+// is marked (markDestroyed()): its address is compared but never followed.
 
 fxExec* fx_theExecutive = nullptr;
 fxExec* fxExec::allExecs = nullptr;
@@ -146,11 +147,13 @@ fxExec::fxExec()
       exceptionSet{},
       handlers{},
       reserved(0),
+      table(new fxHandlerTable(handlers, maxHandlers, dirty)),
       nextExec(allExecs) {
     allExecs = this;
 }
 
 fxExec::~fxExec() {
+    delete table;
     fxExec** link = &allExecs;
     while (*link != this) link = &(*link)->nextExec;
     *link = nextExec;
@@ -162,13 +165,11 @@ fxExec* fxExec::theExecutive() {
 }
 
 void fxExec::addSelectHandler(fxSelectHandler* handler) {
-    entryOf(handler, "addSelectHandler") = handler;
-    dirty = 1;
+    table->set(descriptorOf(handler, "addSelectHandler"), handler);
 }
 
 void fxExec::removeSelectHandler(fxSelectHandler* handler) {
-    entryOf(handler, "removeSelectHandler") = nullptr;
-    dirty = 1;
+    table->set(descriptorOf(handler, "removeSelectHandler"), nullptr);
 }
 
 void fxExec::addPreSelectFunc(void (*function)()) { preSelectFuncs.append(function); }
@@ -179,9 +180,10 @@ void fxExec::removePreSelectFunc(void (*function)()) { removeFirst(preSelectFunc
 
 void fxExec::removePostSelectFunc(void (*function)()) { removeFirst(postSelectFuncs, function); }
 
-// A ghost at this address makes way: from now on the address means the new one.
+// A destroyed application at this address leaves the list first: from now on the
+// address means the new one.
 void fxExec::add(fxApplication* application) {
-    if (isGhost(application)) {
+    if (isDestroyed(application)) {
         while (contains(application)) remove(application);
     }
     applications.append(application);
@@ -195,7 +197,7 @@ void fxExec::remove(fxApplication* application) {
         if (index < walk.next) --walk.next;
         if (index < walk.end) --walk.end;
     });
-    if (!contains(application)) removeFirst(ghosts, static_cast<void*>(application));
+    if (!contains(application)) removeFirst(destroyed, static_cast<void*>(application));
 }
 
 bool fxExec::contains(fxApplication* application) const {
@@ -258,29 +260,18 @@ void fxExec::loop() {
     } while (!applications.isEmpty());
 }
 
-// Takes a dying handler out of every table that has it, under whichever
-// descriptor.
-void fxExec::forget(const fxSelectHandler* handler) {
+// Keeps an application that is being destroyed from being called where it is
+// still counted.
+void fxExec::markDestroyed(fxApplication* application) {
     for (fxExec* exec = allExecs; exec != nullptr; exec = exec->nextExec) {
-        for (fxSelectHandler*& entry : exec->handlers) {
-            if (entry != handler) continue;
-            entry = nullptr;
-            exec->dirty = 1;
+        if (exec->contains(application) && !exec->isDestroyed(application)) {
+            exec->destroyed.append(application);
         }
     }
 }
 
-// Remembers that a dying application must not be called where it is counted.
-void fxExec::bury(fxApplication* application) {
-    for (fxExec* exec = allExecs; exec != nullptr; exec = exec->nextExec) {
-        if (exec->contains(application) && !exec->isGhost(application)) {
-            exec->ghosts.append(application);
-        }
-    }
-}
-
-bool fxExec::isGhost(void* application) const {
-    return ghosts.find(application) != fxArray::notFound;
+bool fxExec::isDestroyed(void* application) const {
+    return destroyed.find(application) != fxArray::notFound;
 }
 
 template <class Visit>
@@ -288,16 +279,16 @@ void fxExec::walkApplications(unsigned int end, Visit visit) {
     Walk walk(*this, end);
     while (walk.next < walk.end && walk.next < applications.length()) {
         void* const application = applications[walk.next++];
-        if (!isGhost(application)) visit(static_cast<fxApplication*>(application));
+        if (!isDestroyed(application)) visit(static_cast<fxApplication*>(application));
     }
 }
 
-fxSelectHandler*& fxExec::entryOf(const fxSelectHandler* handler, const char* operation) {
+int fxExec::descriptorOf(const fxSelectHandler* handler, const char* operation) const {
     const int fd = handler->fd;
-    if (fd < 0 || fd >= maxHandlers) {
+    if (!table->has(fd)) {
         fxFatal("fxExec::%s: descriptor %d is not in 0..%d", operation, fd, maxHandlers - 1);
     }
-    return handlers[fd];
+    return fd;
 }
 
 void fxExec::updateSelectState() {

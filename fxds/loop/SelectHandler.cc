@@ -2,14 +2,14 @@
 
 #include <unistd.h>
 
-#include "fxds/Exec.h"
+#include "fxds/loop/HandlerTable.h"
 
 fxSelectHandler::fxSelectHandler(int fd_, fxBool wantRead_, fxBool wantWrite_,
                                  fxBool wantException_)
     : fd(fd_), wantRead(wantRead_), wantWrite(wantWrite_), wantException(wantException_) {}
 
 fxSelectHandler::~fxSelectHandler() {
-    fxExec::forget(this);
+    fxHandlerTable::forget(this);
     if (fd >= 0) ::close(fd);
 }
 

@@ -400,7 +400,7 @@ TEST_F(Exec, NewApplicationInThePlaceOfADestroyedOneIsServed) {
     exec.open();
     EXPECT_EQ(log, Log{"2o"});
     EXPECT_EQ(fx_theExecutive->applications.length(), 1U);
-    (new (room) App(log, "3"))->~App();  // counted twice by now, buried once
+    (new (room) App(log, "3"))->~App();  // counted twice by now, marked once
     App* fourth = new (room) App(log, "4");
     exec.add(fourth);
     exec.open();
