@@ -6,9 +6,24 @@
 #include "fxds/detail/Walk.h"
 
 /// Sends a void message on its output "tick" some seconds after it was
-/// started: once, or again and again. Time is what fxExec::poll() measures, so
-/// timers run only while the loop does and a select handler is registered (an
-/// fxWakeup will do).
+/// started: once, or again and again.
+///
+/// What counts is the time that fxExec::poll() waits in select(), and nothing
+/// else:
+///  - Timers run only while the loop does and a select handler is registered (an
+///    fxWakeup will do).
+///  - Time spent in handlers, ticks and receivers does not count. The timers of a
+///    busy program are late by all of it, without bound.
+///  - Time counts in hundredths of a second. A wait that nothing interrupts ends
+///    with the exact time of the timer that is due; a wait that a descriptor ends
+///    counts as 0, 10, 20 ... ms.
+///  - What is left is a float, from which each turn of the loop takes its time.
+///    Where every turn takes 10 ms, an hour ends 0.1 % wrong, a day 2 %, 72 hours
+///    13 %, and what is longer than 72.8 hours never ends. An idle loop, which
+///    waits for its timers alone, is exact.
+///
+/// So timers are good for short intervals that may be late: blinking, retrying,
+/// polling. For long or exact ones compare a clock in the tick.
 ///
 /// A timer may be started, stopped and destroyed from anywhere, ticks included.
 /// Copies make no sense and are not allowed.
@@ -35,6 +50,11 @@ public:
     /// Starts the timer, or starts it again, with its full interval. Timers
     /// that are due together tick in the order in which they were started.
     ///
+    /// The interval counts from the moment in which the timer is due, not from
+    /// now: when much more time has passed than its interval, as after a
+    /// suspended process, a timer that starts itself in its tick() ticks once
+    /// for each interval in it, all in one turn. A repeating timer ticks once.
+    ///
     /// When timers are being advanced (that is, from a tick): a timer with
     /// interval 0, or one too short to take anything from the time that is
     /// still to be accounted for, waits for the next advance. A repeating timer
@@ -43,12 +63,17 @@ public:
     void startTimer();
 
     /// Stops the timer. From within a tick this also keeps a repeating timer
-    /// that has ticked, the caller included, from being started again.
+    /// that has ticked, the caller included, from being started again. Where the
+    /// program has written to `active`, the list stays as it is.
     void stopTimer();
 
-    /// Called when the time has come; the timer is not active meanwhile. This
-    /// one queues a void message on the output that is now called "tick"; when
-    /// there is none, or one of another type, nothing is sent.
+    /// Called when the time has come; the timer is not active meanwhile. This one
+    /// queues a void message on the output that is now called "tick"; when there
+    /// is none, or one of another type, nothing is sent.
+    ///
+    /// An exception leaves alarm(), and with it poll(). The timers that were still
+    /// due tick in the next turn, and the repeating ones that have ticked, this
+    /// one included, are started again.
     virtual void tick();
 
     /// Lets `seconds` pass: every timer that is due (a whole wait passed counts)
@@ -70,13 +95,13 @@ public:
 
 private:
     struct Pass;
+    struct Restarts;
 
     void addToActiveList();
+    bool isListed() const;
     void removeFromActiveList();
     void unlink();
     bool withdraw();
-    bool waitsFor(const Pass& pass) const;
-    static fxTimer* firstDue(const Pass& pass);
 
     fxTimer* previous;
     unsigned long startedIn;  // number of the pass to wait for the end of; 0: none

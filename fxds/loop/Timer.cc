@@ -2,27 +2,85 @@
 
 #include <cfloat>
 #include <cmath>
-#include <utility>
 
 #include "fxds/dataflow/TraceLines.h"
 
-// Active timers stand in one list in the order of expiry, each with the time by
-// which it is due after its predecessor, so that letting time pass changes only
-// the first one.
+// Active timers are listed in the order of expiry, each with the time by which
+// it is due after its predecessor, so that letting time pass changes only the
+// first one.
 //
-// A tick may start, stop and destroy any timer and may itself let time pass.
-// The one mechanism for this is the pass: every alarm() keeps one on its stack,
-// and stopping a timer, which destroying it does too, withdraws it from all of
-// them. Between ticks a pass holds on to nothing but the timers in it.
+// A tick may start, stop and destroy any timer, may itself let time pass, and may
+// throw. The one mechanism for this is the pass: every alarm() has one on its
+// stack, and stopping a timer, which destroying it does too, withdraws it from all
+// of them.
+//
+// Invariants: (1) Every delta is at least 0. (2) A timer is in the list exactly
+// when it has a predecessor or is the first. `active` says the same unless the
+// program has written to it, so the list is changed only by what the links say.
+// (3) A timer that waits for the end of a pass is in the list and active, as every
+// started timer is, with a delta of 0: a pass that begins meanwhile finds it due.
+// Only the number of the pass in which it was started tells it from the others.
+// (4) A pass refers to no timers but those that withdraw() takes out of it.
+
+// Repeating timers that ticked in a pass, in that order. They are started again
+// when the pass is over, also when it ends by an exception.
+struct fxTimer::Restarts {
+    Restarts() = default;
+    Restarts(const Restarts&) = delete;
+    Restarts& operator=(const Restarts&) = delete;
+    ~Restarts() {
+        for (void* timer : timers) static_cast<fxTimer*>(timer)->startTimer();
+    }
+
+    fxVoidPtrArray timers;
+};
 
 struct fxTimer::Pass : fxWalk<Pass> {
-    Pass(unsigned long number_, float seconds_)
-        : fxWalk(passes), number(number_), seconds(seconds_), ticking(nullptr) {}
+    Pass(unsigned long number_, float seconds_, Restarts& restarts_)
+        : fxWalk(passes),
+          number(number_),
+          seconds(seconds_),
+          ticking(nullptr),
+          restarts(restarts_) {}
 
-    unsigned long number;         // higher than those of the passes around it
-    float seconds;                // what is still to be accounted for
-    fxTimer* ticking;             // null once it is withdrawn
-    fxVoidPtrArray toStartAgain;  // repeating timers that ticked, in that order
+    // Takes the time that is left from the timers that are left. Some of these are
+    // due only if a tick has thrown; they tick in the next pass.
+    ~Pass() {
+        endTick();
+        for (fxTimer* timer = activeTimers; timer != nullptr; timer = timer->next) {
+            if (seconds < timer->delta) {
+                timer->delta -= seconds;
+                return;
+            }
+            seconds -= timer->delta;
+            timer->delta = 0;
+        }
+    }
+
+    bool isWaitedFor(const fxTimer& timer) const {
+        return timer.startedIn >= number && !(timer.delta > 0);
+    }
+
+    // The timer whose turn it is, taken off the list; null when there is none.
+    fxTimer* takeFirstDue() {
+        fxTimer* timer = activeTimers;
+        while (timer != nullptr && isWaitedFor(*timer)) timer = timer->next;
+        if (timer == nullptr || seconds < timer->delta) return nullptr;
+        seconds -= timer->delta;
+        timer->unlink();
+        ticking = timer;
+        return timer;
+    }
+
+    void endTick() {
+        if (ticking != nullptr && ticking->repeating) restarts.timers.append(ticking);
+        ticking = nullptr;
+    }
+
+    const unsigned long number;  // higher than those of the passes around it
+    float seconds;               // what is still to be accounted for
+    fxTimer* ticking;            // null once it is withdrawn
+    Restarts& restarts;
 };
 
 fxTimer* fxTimer::activeTimers = nullptr;
@@ -49,7 +107,10 @@ fxTimer::fxTimer(unsigned char repeating_)
       previous(nullptr),
       startedIn(0) {}
 
-fxTimer::~fxTimer() { stopTimer(); }
+fxTimer::~fxTimer() {
+    active = isListed();
+    stopTimer();
+}
 
 void fxTimer::setInterval(float seconds) { interval = usable(seconds); }
 
@@ -62,10 +123,10 @@ void fxTimer::startTimer() {
 }
 
 void fxTimer::stopTimer() {
-    const bool wasActive = active != 0;
-    removeFromActiveList();
-    const bool wasWaiting = withdraw();
-    if ((wasActive || wasWaiting) && fxTrace::isOn(fxTrace::timers)) {
+    const bool wasWaiting = active && isListed();
+    if (wasWaiting) removeFromActiveList();
+    const bool wasToStart = withdraw();
+    if ((wasWaiting || wasToStart) && fxTrace::isOn(fxTrace::timers)) {
         fxTraceLines::timer("stop", *this, interval);
     }
 }
@@ -76,35 +137,14 @@ void fxTimer::tick() {
 }
 
 void fxTimer::alarm(float seconds) {
-    fxVoidPtrArray toStartAgain;
-    {
-        Pass pass(++lastPass, std::isnan(seconds) ? 0 : seconds);
-        while (fxTimer* timer = firstDue(pass)) {
-            pass.seconds -= timer->delta;
-            timer->unlink();
-            pass.ticking = timer;
-            if (fxTrace::isOn(fxTrace::timers))
-                fxTraceLines::timer("tick", *timer, timer->interval);
-            timer->tick();
-            if (pass.ticking != nullptr && timer->repeating) pass.toStartAgain.append(timer);
-        }
-        toStartAgain = std::move(pass.toStartAgain);
+    Restarts restarts;
+    Pass pass(++lastPass, std::isnan(seconds) ? 0 : seconds, restarts);
+    while (fxTimer* timer = pass.takeFirstDue()) {
+        if (fxTrace::isOn(fxTrace::timers)) fxTraceLines::timer("tick", *timer, timer->interval);
+        timer->tick();
+        pass.endTick();
     }
-    for (void* timer : toStartAgain) static_cast<fxTimer*>(timer)->startTimer();
 }
-
-// The timer whose turn it is in the pass, or null after the remaining time was
-// taken from the one that is due next. Timers that wait for the end of the pass
-// are due at once, so they take no part in the sum of the deltas.
-fxTimer* fxTimer::firstDue(const Pass& pass) {
-    fxTimer* timer = activeTimers;
-    while (timer != nullptr && timer->waitsFor(pass)) timer = timer->next;
-    if (timer == nullptr || !(pass.seconds < timer->delta)) return timer;
-    timer->delta -= pass.seconds;
-    return nullptr;
-}
-
-bool fxTimer::waitsFor(const Pass& pass) const { return startedIn >= pass.number; }
 
 // In a pass, a timer that would take nothing from the time still to pass would
 // tick for ever if each tick started it again; it waits for the end of the
@@ -134,8 +174,10 @@ void fxTimer::addToActiveList() {
     }
 }
 
+bool fxTimer::isListed() const { return previous != nullptr || activeTimers == this; }
+
 void fxTimer::removeFromActiveList() {
-    if (!active) return;
+    if (!isListed()) return;
     if (next != nullptr) next->delta += delta;
     unlink();
 }
@@ -148,18 +190,20 @@ void fxTimer::unlink() {
     active = 0;
 }
 
+// Takes the timer out of all passes. Whether one would have started it again.
 bool fxTimer::withdraw() {
-    bool hasBeenInPass = false;
+    bool wasToStart = false;
     passes.each([&](Pass& pass) {
         if (pass.ticking == this) {
             pass.ticking = nullptr;
-            hasBeenInPass = repeating != 0;
+            wasToStart = repeating != 0;
         }
-        for (unsigned int i = pass.toStartAgain.length(); i-- > 0;) {
-            if (pass.toStartAgain[i] != this) continue;
-            pass.toStartAgain.remove(i, 1);
-            hasBeenInPass = true;
+        fxVoidPtrArray& timers = pass.restarts.timers;
+        for (unsigned int i = timers.length(); i-- > 0;) {
+            if (timers[i] != this) continue;
+            timers.remove(i, 1);
+            wasToStart = true;
         }
     });
-    return hasBeenInPass;
+    return wasToStart;
 }
