@@ -29,6 +29,14 @@ struct FX_API fxSelectSet {
 /// the timers, calls the handlers of what is ready, then the post-select
 /// functions, and last distributes the events that are queued.
 ///
+/// Descriptors 0 to 16383 are served. An open file of the process takes one
+/// whatever it is for, so a program with many of them asks canServe() before it
+/// keeps one that others have chosen, as that of an accepted connection.
+///
+/// A descriptor that is closed while its handler is registered makes one poll()
+/// serve no handlers. From then on it is left out until its number is open again,
+/// and all others are served; FXDS_TRACE=loop tells of it.
+///
 /// Nothing waits without a handler: while none is registered, poll() only
 /// distributes events and returns at once, timers stand still and loop() spins.
 /// A program that has only timers registers an fxWakeup.
@@ -37,11 +45,16 @@ struct FX_API fxSelectSet {
 /// receivers that poll() runs, poll() included; they may add, remove and
 /// destroy handlers, functions and applications. Only the executive itself must
 /// stay. It serves the thread that runs it and no other.
+///
+/// An exception from any of them leaves poll() and loop(), initialize(), open()
+/// or close() at once. Nothing is lost: the next poll() finds the same
+/// descriptors ready and the same events queued.
 class FX_API fxExec {
 public:
-    /// Descriptors that can be served: [0, maxHandlers).
-    static constexpr int maxHandlers = 100;
-    /// What minFd is when there is no handler.
+    /// Descriptors that can be served: [0, maxDescriptors).
+    static constexpr int maxDescriptors = 16384;
+    static constexpr int maxHandlers = 100;  ///< Entries of `handlers`.
+    /// What minFd is when there is no handler; then nfds is 0.
     static constexpr unsigned short noHandler = maxHandlers + 1;
 
     fxExec();
@@ -55,15 +68,19 @@ public:
 
     // Handlers.
 
-    /// Serves `handler` (borrowed; taken out when it is destroyed) from the next poll() on, in
-    /// place of any other that has its descriptor. Registered while handlers are being called, for
-    /// a descriptor that was found ready and whose turn is still to come, it is served right then.
-    /// Fatal for a descriptor outside [0, 100).
+    /// Whether a handler of this descriptor can be registered.
+    static bool canServe(int descriptor) { return descriptor >= 0 && descriptor < maxDescriptors; }
+
+    /// Serves `handler` (borrowed; taken out when it is destroyed) from the next
+    /// poll() on, in place of any other that has its descriptor. Registered while
+    /// handlers are being called, for a descriptor that was found ready and whose
+    /// turn is still to come, it is served right then. Fatal for a descriptor
+    /// that canServe() refuses.
     void addSelectHandler(fxSelectHandler* handler);
 
     /// Stops serving the descriptor of `handler`, whichever handler it has; it
     /// is not called any more, in a poll() under way either. Fatal for a
-    /// descriptor outside [0, 100).
+    /// descriptor that canServe() refuses.
     void removeSelectHandler(fxSelectHandler* handler);
 
     ///@{
@@ -122,8 +139,8 @@ public:
     // The state, for inspection. The bounds and sets are up to date when `dirty`
     // is 0; the next poll() or query of a set brings them up to date.
 
-    unsigned short minFd;  ///< Lowest descriptor with a handler, or noHandler.
-    unsigned short nfds;   ///< Highest descriptor with a handler, plus 1; or 0.
+    unsigned short minFd;  ///< Lowest descriptor with a handler; noHandler if nfds is 0.
+    unsigned short nfds;   ///< Highest descriptor with a handler, plus 1; 0: no handler.
     unsigned char dirty;   ///< Whether a handler came or went.
     ///@{
     /// Whether the set of this kind has any member.
@@ -137,15 +154,16 @@ public:
     fxSelectSet writeSet;
     fxSelectSet exceptionSet;
     ///@}
-    fxSelectHandler* handlers[maxHandlers];  ///< By descriptor; null: none.
-    fxStubFuncArray preSelectFuncs;          ///< Called before each wait, in this order.
-    fxStubFuncArray postSelectFuncs;         ///< Called after each wait, in this order.
-    fxVoidPtrArray applications;             ///< of fxApplication*
-    unsigned long reserved;                  ///< Not used.
+    /// By descriptor, for those below maxHandlers; null: none.
+    fxSelectHandler* handlers[maxHandlers];
+    fxStubFuncArray preSelectFuncs;   ///< Called before each wait, in this order.
+    fxStubFuncArray postSelectFuncs;  ///< Called after each wait, in this order.
+    fxVoidPtrArray applications;      ///< of fxApplication*
+    unsigned long reserved;           ///< Not used.
 
 private:
     friend class fxApplication;
-    struct ReadySets;
+    class ReadySets;
     struct Walk;
 
     static void markDestroyed(fxApplication* application);
@@ -153,12 +171,14 @@ private:
     template <class Visit>
     void walkApplications(unsigned int end, Visit visit);
 
-    int descriptorOf(const fxSelectHandler* handler, const char* operation) const;
+    static int descriptorOf(const fxSelectHandler* handler, const char* operation);
     void updateSelectState();
-    int wait(ReadySets& ready, float seconds) const;
-    void callHandlers(const ReadySets& ready);
+    void leaveOutClosed(ReadySets& ready);
+    int select(ReadySets& ready, float seconds);
+    int wait(ReadySets& ready, float seconds);
+    void callHandlers(const ReadySets& ready, int found);
 
-    fxHandlerTable* const table;  // over `handlers`
+    fxHandlerTable* const table;  // `handlers` and those of higher descriptors
     fxVoidPtrArray destroyed;     // applications that are destroyed but still counted
     fxWalks<Walk> walks;
     fxExec* nextExec;

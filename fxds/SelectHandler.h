@@ -6,7 +6,10 @@
 
 /// Owns a file descriptor and is called by the executive when it is ready.
 /// Derive, say in the constructor what to wait for, and register the handler
-/// with fxExec::addSelectHandler().
+/// with fxExec::addSelectHandler(), which serves descriptors 0 to 16383.
+///
+/// Close the descriptor by destroying the handler. One that is closed otherwise
+/// is not served until its number is open again, perhaps as another file.
 ///
 /// The descriptor should be non-blocking when handlers come and go or when poll()
 /// is called from within a handler: what was found ready may have been read

@@ -14,8 +14,8 @@
 class FX_API fxWakeup : public fxSelectHandler {
 public:
     /// Makes fx_theExecutive when there is none yet. When the system has no
-    /// descriptor left the object is made but isValid() is false. Fatal when
-    /// descriptors 0 to 99 are all in use, as for any handler.
+    /// descriptor left, or none that the executive can serve, the object is made
+    /// but isValid() is false.
     fxWakeup();
     /// Requires: no call of wake() is under way or still to come.
     ~fxWakeup() override;

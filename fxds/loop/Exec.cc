@@ -1,10 +1,15 @@
 #include "fxds/Exec.h"
 
+#include <fcntl.h>
 #include <sys/select.h>
 #include <sys/times.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <climits>
 #include <cmath>
+#include <cstring>
+#include <memory>
 
 #include "fxds/Application.h"
 #include "fxds/EventHandler.h"
@@ -15,12 +20,16 @@
 #include "fxds/loop/HandlerTable.h"
 
 // What poll() calls may change everything that poll() looks at. So the result
-// of a select() stands on poll()'s own stack and tells only about descriptors;
+// of a select() is kept on poll()'s own stack and names only descriptors;
 // the handler of each is looked up again before every call, and a handler that
 // is destroyed leaves all tables (fxHandlerTable). Lists of functions are walked
 // by index under their current length, the list of applications by walks that
 // removal corrects. An application that is destroyed while it is still counted
 // is marked (markDestroyed()): its address is compared but never followed.
+//
+// What poll() calls may also throw. Between two calls nothing is pending but what
+// the next poll() finds again: descriptors stay ready, events stay queued, and
+// walks are registered by objects that leave their list however they end.
 
 fxExec* fx_theExecutive = nullptr;
 fxExec* fxExec::allExecs = nullptr;
@@ -28,26 +37,8 @@ fxExec* fxExec::allExecs = nullptr;
 namespace {
 
 constexpr int bitsPerWord = 64;
-constexpr int usedWords = (fxExec::maxHandlers + bitsPerWord - 1) / bitsPerWord;
 constexpr float longestWait = 1e8F;     // seconds; a bound that every timeval can hold
 constexpr double ticksPerSecond = 100;  // of times(), fixed by the kernel's interface
-
-// As many of a set's words as handlers can have bits in. The kernel looks at no
-// more than its first argument says.
-struct UsedBits {
-    unsigned long words[usedWords];
-
-    bool isSet(int descriptor) const {
-        return (words[descriptor / bitsPerWord] >> (descriptor % bitsPerWord) & 1) != 0;
-    }
-    fd_set* forSystem() { return reinterpret_cast<fd_set*>(words); }
-};
-
-UsedBits usedPart(const fxSelectSet& set) {
-    UsedBits used;
-    for (int i = 0; i < usedWords; ++i) used.words[i] = set.bits[i];
-    return used;
-}
 
 void setBit(fxSelectSet& set, unsigned int descriptor) {
     set.bits[descriptor / bitsPerWord] |= 1UL << (descriptor % bitsPerWord);
@@ -89,6 +80,13 @@ timeval toTimeval(float seconds) {
     return {whole, static_cast<long>(static_cast<double>(fraction) * 1000000.0)};
 }
 
+bool isOpenDescriptor(int fd) {
+    const int callersErrno = errno;
+    const bool isOpen = fcntl(fd, F_GETFD) != -1;
+    errno = callersErrno;
+    return isOpen;
+}
+
 unsigned long clockTicks() { return static_cast<unsigned long>(times(nullptr)); }
 
 float secondsSince(unsigned long start) {
@@ -98,33 +96,89 @@ float secondsSince(unsigned long start) {
 
 }  // namespace
 
-// What a select() found, with the conditions that it was asked for.
-struct fxExec::ReadySets {
-    explicit ReadySets(const fxExec& exec)
-        : hasRead(exec.hasRead),
-          hasWrite(exec.hasWrite),
-          hasException(exec.hasException),
-          read(hasRead ? usedPart(exec.readSet) : UsedBits{}),
-          write(hasWrite ? usedPart(exec.writeSet) : UsedBits{}),
-          exception(hasException ? usedPart(exec.exceptionSet) : UsedBits{}) {}
+// What one select() is asked for and what it finds: copies of as many words of
+// the sets as the descriptors take, which is all that the system looks at.
+//
+// Two words are room for the usual program; more are taken from the heap, for
+// polls may be nested deeply on a small stack.
+class fxExec::ReadySets {
+public:
+    enum Kind { read, write, exception };
+    static constexpr int none = INT_MAX;
 
-    int select(int fdCount, timeval wait) {
+    explicit ReadySets(const fxExec& exec)
+        : fdCount(exec.nfds), wordCount((fdCount + bitsPerWord - 1) / bitsPerWord) {
+        unsigned long* place = few;
+        if (wordCount > fewWords) {
+            many.reset(new unsigned long[static_cast<size_t>(kinds * wordCount)]);
+            place = many.get();
+        }
+        copy(read, place, exec.hasRead, exec.readSet);
+        copy(write, place, exec.hasWrite, exec.writeSet);
+        copy(exception, place, exec.hasException, exec.exceptionSet);
+    }
+
+    int select(timeval wait) {
         if (fxTrace::isOn(fxTrace::loop)) {
             const double microseconds = static_cast<double>(wait.tv_usec);
             fxTraceLines::phase("select, at most %g s",
                                 static_cast<double>(wait.tv_sec) + microseconds / 1000000.0);
         }
-        return ::select(fdCount, hasRead ? read.forSystem() : nullptr,
-                        hasWrite ? write.forSystem() : nullptr,
-                        hasException ? exception.forSystem() : nullptr, &wait);
+        const int result = ::select(fdCount, reinterpret_cast<fd_set*>(sets[read]),
+                                    reinterpret_cast<fd_set*>(sets[write]),
+                                    reinterpret_cast<fd_set*>(sets[exception]), &wait);
+        if (result < 0 && fxTrace::isOn(fxTrace::loop)) {
+            fxTraceLines::phase("select failed: %s", std::strerror(errno));
+        }
+        return result;
     }
 
-    const bool hasRead;
-    const bool hasWrite;
-    const bool hasException;
-    UsedBits read;
-    UsedBits write;
-    UsedBits exception;
+    bool has(Kind kind, int descriptor) const {
+        return sets[kind] != nullptr &&
+               (sets[kind][descriptor / bitsPerWord] >> (descriptor % bitsPerWord) & 1) != 0;
+    }
+
+    // In how many of the sets the descriptor is.
+    int countOf(int descriptor) const {
+        return has(read, descriptor) + has(write, descriptor) + has(exception, descriptor);
+    }
+
+    void leaveOut(int descriptor) {
+        if (descriptor >= fdCount) return;
+        for (unsigned long* set : sets) {
+            if (set != nullptr)
+                set[descriptor / bitsPerWord] &= ~(1UL << (descriptor % bitsPerWord));
+        }
+    }
+
+    // The lowest descriptor from `descriptor` on that is in a set, or `none`.
+    int next(int descriptor) const {
+        while (descriptor < fdCount) {
+            unsigned long word = 0;
+            for (const unsigned long* set : sets) {
+                if (set != nullptr) word |= set[descriptor / bitsPerWord];
+            }
+            word >>= descriptor % bitsPerWord;
+            if (word != 0) return descriptor + __builtin_ctzl(word);
+            descriptor += bitsPerWord - descriptor % bitsPerWord;
+        }
+        return none;
+    }
+
+private:
+    static constexpr int kinds = 3;
+    static constexpr int fewWords = 2;
+
+    void copy(Kind kind, unsigned long*& place, unsigned char isAsked, const fxSelectSet& set) {
+        sets[kind] = isAsked ? place : nullptr;
+        if (isAsked) place = std::copy_n(set.bits, wordCount, place);
+    }
+
+    const int fdCount;
+    const int wordCount;
+    unsigned long* sets[kinds];  // null: not asked for
+    unsigned long few[kinds * fewWords];
+    std::unique_ptr<unsigned long[]> many;
 };
 
 // A walk over the applications.
@@ -237,19 +291,21 @@ fxSelectSet fxExec::getExceptionSet() {
 
 bool fxExec::willBlock() {
     if (dirty) updateSelectState();
-    if (minFd == noHandler) return false;
-    return ReadySets(*this).select(nfds, {0, 0}) == 0;
+    if (nfds == 0) return false;
+    return ReadySets(*this).select({0, 0}) == 0;
 }
 
 void fxExec::poll(float seconds) {
     if (dirty) updateSelectState();
-    if (minFd == noHandler) {
+    if (nfds == 0) {
         distributeEvents();
         return;
     }
     callFunctions("pre-select", preSelectFuncs);
     ReadySets ready(*this);
-    if (wait(ready, seconds) > 0) callHandlers(ready);
+    if (!table->closed.empty()) leaveOutClosed(ready);
+    const int found = wait(ready, seconds);
+    if (found > 0) callHandlers(ready, found);
     callFunctions("post-select", postSelectFuncs);
     distributeEvents();
 }
@@ -283,10 +339,10 @@ void fxExec::walkApplications(unsigned int end, Visit visit) {
     }
 }
 
-int fxExec::descriptorOf(const fxSelectHandler* handler, const char* operation) const {
+int fxExec::descriptorOf(const fxSelectHandler* handler, const char* operation) {
     const int fd = handler->fd;
-    if (!table->has(fd)) {
-        fxFatal("fxExec::%s: descriptor %d is not in 0..%d", operation, fd, maxHandlers - 1);
+    if (!canServe(fd)) {
+        fxFatal("fxExec::%s: descriptor %d is not in 0..%d", operation, fd, maxDescriptors - 1);
     }
     return fd;
 }
@@ -296,39 +352,39 @@ void fxExec::updateSelectState() {
     nfds = 0;
     hasRead = hasWrite = hasException = 0;
     readSet = writeSet = exceptionSet = fxSelectSet{};
-    for (unsigned short fd = 0; fd < maxHandlers; ++fd) {
-        const fxSelectHandler* handler = handlers[fd];
+    for (int fd = 0; fd < table->end(); ++fd) {
+        const fxSelectHandler* handler = table->at(fd);
         if (handler == nullptr) continue;
         if (handler->wantRead) {
-            setBit(readSet, fd);
+            setBit(readSet, static_cast<unsigned int>(fd));
             hasRead = 1;
         }
         if (handler->wantWrite) {
-            setBit(writeSet, fd);
+            setBit(writeSet, static_cast<unsigned int>(fd));
             hasWrite = 1;
         }
         if (handler->wantException) {
-            setBit(exceptionSet, fd);
+            setBit(exceptionSet, static_cast<unsigned int>(fd));
             hasException = 1;
         }
-        if (fd < minFd) minFd = fd;
+        if (nfds == 0) minFd = static_cast<unsigned short>(fd);
         nfds = static_cast<unsigned short>(fd + 1);
     }
     dirty = 0;
 }
 
-// Waits in select() and lets the timers have the time that it took. Answers
+// Waits in select() and lets the timers have the time that it took. Returns
 // what select() did, and leaves its errno.
-int fxExec::wait(ReadySets& ready, float seconds) const {
+int fxExec::wait(ReadySets& ready, float seconds) {
     if (std::isnan(seconds) || eventsWait()) seconds = 0;
 
     fxTimer* const first = fxTimer::activeTimers;
-    if (first == nullptr) return ready.select(nfds, toTimeval(seconds));
+    if (first == nullptr) return select(ready, seconds);
 
     const float remaining = first->delta;
     const unsigned long start = clockTicks();
     const bool shortened = seconds > remaining;
-    const int result = ready.select(nfds, toTimeval(shortened ? remaining : seconds));
+    const int result = select(ready, shortened ? remaining : seconds);
     const int selectErrno = errno;
     if (result == 0 && shortened) {
         advanceTimers(remaining);
@@ -344,19 +400,46 @@ int fxExec::wait(ReadySets& ready, float seconds) const {
     return result;
 }
 
+// A bad descriptor makes every select() fail that asks for it. So those that are
+// closed are looked for after the first failure, and left out from then on.
+int fxExec::select(ReadySets& ready, float seconds) {
+    const int result = ready.select(toTimeval(seconds));
+    if (result >= 0 || errno != EBADF) return result;
+    for (int fd = ready.next(0); fd < nfds; fd = ready.next(fd + 1)) {
+        if (isOpenDescriptor(fd)) continue;
+        table->closed.push_back(fd);
+        if (fxTrace::isOn(fxTrace::loop)) fxTraceLines::phase("fd %d is closed, left out", fd);
+    }
+    errno = EBADF;
+    return result;
+}
+
+// Each poll asks again: by now a number may be that of another file.
+void fxExec::leaveOutClosed(ReadySets& ready) {
+    const auto isOver = [this](int fd) { return table->at(fd) == nullptr || isOpenDescriptor(fd); };
+    std::vector<int>& closed = table->closed;
+    closed.erase(std::remove_if(closed.begin(), closed.end(), isOver), closed.end());
+    for (const int fd : closed) ready.leaveOut(fd);
+}
+
 // Three calls for each descriptor, each only while the handler found for it is
-// still the one registered.
-void fxExec::callHandlers(const ReadySets& ready) {
-    for (int fd = minFd; fd < nfds; ++fd) {
-        fxSelectHandler* const handler = handlers[fd];
-        const auto serves = [&](const UsedBits& set, const char* what) {
-            const bool isServed = set.isSet(fd) && handler != nullptr && handlers[fd] == handler;
+// still the one registered. No more than `found` bits are looked at: the system
+// leaves those alone that are above all descriptors it has ever opened.
+void fxExec::callHandlers(const ReadySets& ready, int found) {
+    const int lowest = minFd;
+    for (int fd = ready.next(0); found > 0 && fd < nfds; fd = ready.next(fd + 1)) {
+        found -= ready.countOf(fd);
+        if (fd < lowest) continue;
+        fxSelectHandler* const handler = table->at(fd);
+        const auto serves = [&](ReadySets::Kind kind, const char* what) {
+            const bool isServed =
+                ready.has(kind, fd) && handler != nullptr && table->at(fd) == handler;
             if (isServed && fxTrace::isOn(fxTrace::loop))
                 fxTraceLines::phase("%s, fd %d", what, fd);
             return isServed;
         };
-        if (serves(ready.read, "read")) handler->handleRead();
-        if (serves(ready.write, "write")) handler->handleWrite();
-        if (serves(ready.exception, "exception")) handler->handleException();
+        if (serves(ReadySets::read, "read")) handler->handleRead();
+        if (serves(ReadySets::write, "write")) handler->handleWrite();
+        if (serves(ReadySets::exception, "exception")) handler->handleException();
     }
 }

@@ -1,31 +1,47 @@
-// Which handler serves which descriptor.
+// Which handler serves which descriptor, and which descriptors are closed.
 #ifndef FXDS_LOOP_HANDLERTABLE_H
 #define FXDS_LOOP_HANDLERTABLE_H
+
+#include <cstddef>
+#include <vector>
 
 class fxSelectHandler;
 
 // One for each executive. All tables are linked, so that a handler that is
-// destroyed leaves them without the help of an executive.
+// destroyed leaves them without the help of an executive. Handlers are compared
+// by address and not followed.
 
 class fxHandlerTable {
 public:
-    // `handlers_` has `count_` places, by descriptor; `dirty_` is set whenever
-    // one of them changes. Both are borrowed.
-    fxHandlerTable(fxSelectHandler** handlers_, int count_, unsigned char& dirty_);
+    // The handlers of descriptors below `lowCount_` are in the array `low_`, those
+    // of higher ones in a table of its own. `dirty_` is set whenever an entry
+    // changes. The array and the flag are borrowed.
+    fxHandlerTable(fxSelectHandler** low_, int lowCount_, unsigned char& dirty_);
     fxHandlerTable(const fxHandlerTable&) = delete;
     fxHandlerTable& operator=(const fxHandlerTable&) = delete;
     ~fxHandlerTable();
 
-    bool has(int descriptor) const { return descriptor >= 0 && descriptor < count; }
-    // Requires: has(descriptor).
+    // Descriptors from here on have no handler.
+    int end() const { return lowCount + static_cast<int>(high.size()); }
+    // The handler of the descriptor, or null. Requires: 0 <= descriptor.
+    fxSelectHandler* at(int descriptor) const {
+        if (descriptor < lowCount) return low[descriptor];
+        return descriptor < end() ? high[static_cast<size_t>(descriptor - lowCount)] : nullptr;
+    }
+    // Requires: 0 <= descriptor.
     void set(int descriptor, fxSelectHandler* handler);
 
     // Takes the handler out of every table, under whichever descriptor.
     static void forget(const fxSelectHandler* handler);
 
+    // Descriptors for which a select() has failed and that were closed when the
+    // executive last looked; without those that are open again.
+    std::vector<int> closed;
+
 private:
-    fxSelectHandler** const handlers;
-    const int count;
+    fxSelectHandler** const low;
+    const int lowCount;
+    std::vector<fxSelectHandler*> high;  // from descriptor `lowCount` on
     unsigned char& dirty;
     fxHandlerTable* next;
 

@@ -5,24 +5,25 @@
 #include <gtest/gtest.h>
 #include <stdlib.h>
 #include <sys/ioctl.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <termios.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cmath>
 #include <cstring>
 #include <functional>
 #include <limits>
 #include <memory>
-#include <new>
 #include <string>
 #include <vector>
 
-#include "fxds/Application.h"
 #include "fxds/EventHandler.h"
 #include "fxds/SelectHandler.h"
 #include "fxds/Timer.h"
+#include "fxds/Trace.h"
 #include "tests/support/Surroundings.h"
 
 namespace {
@@ -80,15 +81,14 @@ private:
 
 class Exec : public testing::Test {
 protected:
-    Exec() : descriptors(openDescriptors()), handlers(Handler::alive) {
+    Exec() : descriptors(openDescriptors()), aliveBefore(Handler::alive) {
         if (fx_theEventHandler == nullptr) fx_theEventHandler = new fxEventHandler;
     }
     ~Exec() override {
         EXPECT_EQ(openDescriptors(), descriptors) << "descriptors left open";
-        EXPECT_EQ(Handler::alive, handlers) << "handlers left alive";
+        EXPECT_EQ(Handler::alive, aliveBefore) << "handlers left alive";
         EXPECT_EQ(fxTimer::activeTimers, nullptr) << "timers left active";
         EXPECT_TRUE(fx_theEventHandler->isEmpty()) << "events left in the queue";
-        EXPECT_TRUE(fx_theExecutive == nullptr || fx_theExecutive->applications.isEmpty());
     }
 
     // A handler on one end of `pair`, registered.
@@ -103,7 +103,7 @@ protected:
 
 private:
     const int descriptors;
-    const int handlers;
+    const int aliveBefore;
 };
 
 // What the function that the loop calls does; it has no closure.
@@ -114,35 +114,56 @@ void post() { onPost(); }
 
 // Keeping the state.
 
-TEST_F(Exec, BoundsCoverEveryHandlerAlsoOneThatWantsNothing) {
-    EXPECT_EQ(exec.minFd, 101);
-    EXPECT_EQ(exec.nfds, 0);
-    Handler three(log, "3", 3, true), seven(log, "7", 7, false, true), nine(log, "9", 9, false);
-    for (Handler* handler : {&three, &seven, &nine}) exec.addSelectHandler(handler);
-    EXPECT_TRUE(exec.dirty);
-    EXPECT_TRUE(exec.getReadSet().isSet(3));
-    EXPECT_FALSE(exec.dirty);
-    EXPECT_FALSE(exec.getReadSet().isSet(7));
-    EXPECT_TRUE(exec.getWriteSet().isSet(7));
-    EXPECT_EQ(exec.minFd, 3);
-    EXPECT_EQ(exec.nfds, 10);
-    EXPECT_FALSE(exec.hasException);
-    for (Handler* handler : {&three, &seven, &nine}) exec.removeSelectHandler(handler);
-    EXPECT_FALSE(exec.getExceptionSet().isSet(9));
-    EXPECT_EQ(exec.minFd, 101);
-    EXPECT_EQ(exec.nfds, 0);
-    for (Handler* handler : {&three, &seven, &nine}) handler->keepOpen();
+// First, while the system's own table of open files is small.
+TEST_F(Exec, DescriptorThatWasNeverOpenIsNotReady) {
+    Handler never(log, "n", 16000, true);
+    Pair pair;
+    auto handler = serve("h", pair, true);
+    exec.addSelectHandler(&never);
+    pair.makeReadable();
+    exec.poll(0);
+    exec.poll(0);
+    EXPECT_EQ(log, (Log{"hr", "hr"}));
+    never.keepOpen();
 }
 
-TEST_F(Exec, SetsHaveTheLayoutOfTheSystem) {
-    Handler high(log, "h", 99, true);
-    exec.addSelectHandler(&high);
-    const fxSelectSet set = exec.getReadSet();
-    EXPECT_EQ(sizeof set * 8, 16384U);
+TEST_F(Exec, BoundsAndSetsCoverEveryHandler) {
+    struct Row {
+        int fd;
+        bool read, write;
+        int minFd, nfds;  // once it is registered too
+    };
+    EXPECT_EQ(exec.minFd, 101);
+    std::vector<std::unique_ptr<Handler>> all;
+    for (const Row& row : {Row{16383, true, false, 16383, 16384},
+                           {101, true, true, 101, 16384},
+                           {100, false, true, 100, 16384},
+                           {99, true, false, 99, 16384},
+                           {7, false, false, 7, 16384}}) {
+        all.push_back(std::make_unique<Handler>(log, "h", row.fd, row.read, row.write));
+        exec.addSelectHandler(all.back().get());
+        EXPECT_TRUE(exec.dirty);
+        const fxSelectSet reads = exec.getReadSet();
+        EXPECT_FALSE(exec.dirty || exec.hasException);
+        EXPECT_EQ(reads.isSet(row.fd), row.read);
+        EXPECT_EQ(exec.getWriteSet().isSet(row.fd), row.write);
+        EXPECT_EQ(exec.minFd, row.minFd);
+        EXPECT_EQ(exec.nfds, row.nfds);
+    }
     fd_set systems;
-    std::memcpy(&systems, &set, sizeof systems);
-    EXPECT_TRUE(FD_ISSET(99, &systems));
-    high.keepOpen();
+    std::memcpy(&systems, &exec.readSet, sizeof systems);
+    EXPECT_TRUE(FD_ISSET(101, &systems)) << "the layout is not the system's";
+    EXPECT_EQ(exec.handlers[99], all[3].get());
+    for (size_t i : {0, 4, 3, 2}) exec.removeSelectHandler(all[i].get());
+    EXPECT_FALSE(exec.getExceptionSet().isSet(16383));
+    EXPECT_EQ(exec.minFd, 101) << "which is that of a handler here";
+    EXPECT_EQ(exec.nfds, 102);
+    for (const auto& handler : all) {
+        exec.removeSelectHandler(handler.get());
+        handler->keepOpen();
+    }
+    EXPECT_FALSE(exec.willBlock());
+    EXPECT_EQ(exec.nfds, 0);
 }
 
 TEST_F(Exec, DyingHandlerLeavesTheTablesButNotItsSuccessor) {
@@ -165,13 +186,42 @@ TEST_F(Exec, DyingHandlerLeavesTheTablesButNotItsSuccessor) {
 }
 
 TEST_F(Exec, DescriptorsOutsideTheTableAreFatal) {
-    for (int fd : {-1, 100, 16384}) {
+    for (int fd : {-1, 16384}) {
+        EXPECT_FALSE(fxExec::canServe(fd));
         Handler handler(log, "h", fd, true);
-        const std::string message = "descriptor " + std::to_string(fd) + " is not in 0..99";
+        const std::string message = "descriptor " + std::to_string(fd) + " is not in 0..16383";
         EXPECT_DEATH(exec.addSelectHandler(&handler), "addSelectHandler: " + message);
         EXPECT_DEATH(exec.removeSelectHandler(&handler), "removeSelectHandler: " + message);
         handler.keepOpen();
     }
+    EXPECT_TRUE(fxExec::canServe(0) && fxExec::canServe(16383));
+}
+
+TEST_F(Exec, ThousandsOfSocketsAreServed) {
+    constexpr size_t count = 5000;
+    rlimit before;
+    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &before), 0);
+    rlimit limit = before;
+    limit.rlim_cur = std::max<rlim_t>(before.rlim_cur, 2 * count + 300);
+    if (limit.rlim_cur > before.rlim_max) {
+        GTEST_SKIP() << "needs " << limit.rlim_cur << " descriptors; the hard limit is "
+                     << before.rlim_max;
+    }
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
+    {
+        std::vector<Pair> pairs(count);
+        std::vector<std::unique_ptr<Handler>> all;
+        for (Pair& pair : pairs) all.push_back(serve("h", pair, true));
+        onStackOf(64 * 1024, [&] { exec.poll(0); });
+        EXPECT_EQ(log.size(), 0U);
+        for (Pair& pair : pairs) pair.makeReadable();
+        onStackOf(64 * 1024, [&] { exec.poll(1000); });
+        EXPECT_EQ(log.size(), count);
+        all[count / 2].reset();
+        exec.poll(1000);
+        EXPECT_EQ(log.size(), 2 * count - 1);
+    }
+    EXPECT_EQ(setrlimit(RLIMIT_NOFILE, &before), 0);
 }
 
 // What poll() waits for.
@@ -241,24 +291,50 @@ TEST_F(Exec, OddTimesAreUsable) {
     EXPECT_EQ(log, Log{"hr"});
 }
 
-TEST_F(Exec, FailedSelectStillServesTimersAndFunctionsAndKeepsErrno) {
+TEST_F(Exec, ClosedDescriptorFailsOnceAndIsThenLeftOut) {
     class Clobber : public fxTimer {
         void tick() override { errno = ENOTTY; }
     } timer;
-    Pair pair;
-    auto handler = serve("h", pair, true, true);
-    const int copy = dup(handler->getFd());
-    close(handler->getFd());
-    timer.startTimer();
+    Pair pair, other, third;
+    auto handler = serve("h", pair, true), served = serve("s", other, true);
+    const int fd = handler->getFd();
+    const int copy = dup(fd);
+    pair.makeReadable();
+    other.makeReadable();
+    static std::string lines;
+    lines.clear();
+    fxTrace::setSink([](void*, const char* line, size_t) { lines += std::string(line) + "|"; },
+                     nullptr);
+    fxTrace::enable(fxTrace::loop);
     int seen = 0;
     onPost = [&] { seen = errno; };
     exec.addPostSelectFunc(post);
-    exec.poll(0);
-    EXPECT_EQ(seen, EBADF);
+    close(fd);
+    timer.startTimer();
+    exec.poll(1000);
+    EXPECT_EQ(seen, EBADF) << "timers and functions are served, and errno is kept";
     EXPECT_FALSE(timer.isActive());
-    EXPECT_FALSE(exec.willBlock());
     EXPECT_EQ(log, Log());
-    EXPECT_EQ(dup2(copy, handler->getFd()), handler->getFd());
+    for (int i = 0; i < 3; ++i) exec.poll(1000);
+    EXPECT_EQ(log, (Log{"sr", "sr", "sr"}));
+    EXPECT_FALSE(exec.willBlock()) << "the system says that the descriptors are bad";
+    EXPECT_TRUE(exec.getReadSet().isSet(fd));
+    dup2(copy, fd);
+    log.clear();
+    exec.poll(1000);
+    EXPECT_EQ(log, (fd < served->getFd() ? Log{"hr", "sr"} : Log{"sr", "hr"}));
+    close(fd);
+    exec.poll(0);
+    exec.removeSelectHandler(handler.get());
+    dup2(copy, fd);
+    exec.poll(0);
+    fxTrace::enable(0U);
+    fxTrace::setSink(nullptr, nullptr);
+    const std::string told = "fd " + std::to_string(fd) + " is closed, left out|";
+    const size_t first = lines.find("select failed: Bad file descriptor|fxds loop    " + told);
+    EXPECT_NE(first, std::string::npos) << lines;
+    EXPECT_NE(lines.find(told, lines.find(told) + 1), std::string::npos) << "closed again";
+    EXPECT_EQ(lines.find("failed", lines.rfind(told)), std::string::npos);
     close(copy);
 }
 
@@ -281,132 +357,21 @@ TEST_F(Exec, ExceptionalConditionsAreServed) {
     close(slave);
 }
 
-// Applications.
-
-namespace {
-
-class App : public fxApplication {
-public:
-    App(Log& log_, std::string name_) : log(log_), name(std::move(name_)) {}
-    const char* className() const override { return "App"; }
-    void initialize(int argc, char**) override {
-        log.push_back(name + "i" + std::to_string(argc));
-        if (onInitialize) onInitialize();
-    }
-    void open() override {
-        fxApplication::open();
-        log.push_back(name + "o");
-        if (onOpen) onOpen();
-    }
-    void close() override {
-        log.push_back(name + "c");
-        fxApplication::close();
-        if (onClose) onClose();
-    }
-    std::function<void()> onInitialize, onOpen, onClose;
-
-private:
-    Log& log;
-    const std::string name;
-};
-
-void openOnly(App& app) { app.open(); }
-
-}  // namespace
-
-TEST_F(Exec, ApplicationsAreServedInTheOrderOfRegistration) {
-    App a(log, "a"), b(log, "b"), c(log, "c");
-    fx_theExecutive->initialize(2, nullptr);
-    EXPECT_EQ(log, (Log{"ai2", "bi2", "ci2"}));
-    log.clear();
-    openOnly(a);
-    openOnly(c);
-    EXPECT_TRUE(a.isOpen && !b.isOpen);
-    log.clear();
-    fx_theExecutive->close();
-    EXPECT_EQ(log, (Log{"ac", "cc"})) << "every open one, although the list shrinks";
-    EXPECT_TRUE(fx_theExecutive->contains(&b));
-    EXPECT_FALSE(fx_theExecutive->contains(&a) || fx_theExecutive->contains(&c));
-    a.close();  // a second time
-    fx_theExecutive->remove(&b);
-}
-
-TEST_F(Exec, LoopRunsUntilTheLastApplicationHasClosed) {
-    exec.loop();  // turns once without any
-    Pair pair;
-    Handler handler(log, "h", pair.take(), true);
-    App app(log, "a");
-    fx_theExecutive->addSelectHandler(&handler);
-    fx_theExecutive->open();
-    pair.makeReadable();
-    int turns = 0;
-    handler.onRead = [&] {
-        if (++turns == 3) fx_theExecutive->close();
-    };
-    fx_theExecutive->loop();
-    EXPECT_EQ(turns, 3);
-}
-
-TEST_F(Exec, ApplicationsMayComeAndGoInAWalk) {
-    auto a = std::make_unique<App>(log, "a"), b = std::make_unique<App>(log, "b");
-    App c(log, "c");
-    std::unique_ptr<App> added;
-    b->onOpen = [&] {
-        a->close();                               // before the place in the walk
-        added = std::make_unique<App>(log, "d");  // at the end
-    };
-    fx_theExecutive->open();
-    EXPECT_EQ(log, (Log{"ao", "bo", "ac", "co", "do"}));
-    log.clear();
-    b->onClose = [&] {
-        added.reset();                            // still to come: not called
-        added = std::make_unique<App>(log, "e");  // not there at the start
-        openOnly(*added);
-    };
-    fx_theExecutive->close();
-    EXPECT_EQ(log, (Log{"bc", "eo", "cc"}));
-    EXPECT_TRUE(fx_theExecutive->contains(added.get()));
-    added->close();
-}
-
-TEST_F(Exec, DestroyedApplicationIsUnregisteredOnlyIfItWasOpen) {
-    alignas(App) unsigned char rooms[2][sizeof(App)];
-    App* const opened = new (rooms[0]) App(log, "o");
-    App* const never = new (rooms[1]) App(log, "n");
-    openOnly(*opened);
-    opened->~App();
-    never->~App();
-    log.clear();
-    EXPECT_FALSE(fx_theExecutive->contains(opened));
-    EXPECT_TRUE(fx_theExecutive->contains(never));
-    fx_theExecutive->initialize(0, nullptr);
-    fx_theExecutive->open();
-    fx_theExecutive->close();
-    EXPECT_EQ(log, Log()) << "a destroyed application was called";
-    fx_theExecutive->remove(never);
-}
-
-TEST_F(Exec, NewApplicationInThePlaceOfADestroyedOneIsServed) {
-    alignas(App) unsigned char room[sizeof(App)];
-    (new (room) App(log, "1"))->~App();
-    App* second = new (room) App(log, "2");
-    EXPECT_EQ(fx_theExecutive->applications.length(), 1U);
-    fx_theExecutive->open();
-    EXPECT_EQ(log, Log{"2o"});
-    exec.add(second);              // is served by two executives
-    fx_theExecutive->add(second);  // is in the list twice, and once more than it will leave
-    second->~App();
-    fx_theExecutive->open();
-    exec.open();
-    EXPECT_EQ(log, Log{"2o"});
-    EXPECT_EQ(fx_theExecutive->applications.length(), 1U);
-    (new (room) App(log, "3"))->~App();  // counted twice by now, marked once
-    App* fourth = new (room) App(log, "4");
-    exec.add(fourth);
-    exec.open();
-    EXPECT_EQ(log, (Log{"2o", "4o"}));
-    fourth->~App();
-    EXPECT_FALSE(fx_theExecutive->contains(fourth));
-    exec.remove(fourth);
-    EXPECT_FALSE(exec.contains(fourth));
+TEST_F(Exec, ThrowingLeavesATurnAndTheNextOneServesTheRest) {
+    Pair one, two;
+    auto first = serve("1", one, true), second = serve("2", two, true);
+    Handler* const lower = first->getFd() < second->getFd() ? first.get() : second.get();
+    one.makeReadable();
+    two.makeReadable();
+    lower->onRead = [] { throw 1; };
+    EXPECT_THROW(exec.poll(0), int);
+    EXPECT_EQ(log.size(), 1U);
+    lower->onRead = nullptr;
+    onPost = [] { throw 2; };
+    exec.addPreSelectFunc(post);
+    exec.addPostSelectFunc(post);
+    EXPECT_THROW(exec.poll(0), int);
+    exec.removePreSelectFunc(post);
+    EXPECT_THROW(exec.poll(0), int);
+    EXPECT_EQ(log.size(), 3U);
 }

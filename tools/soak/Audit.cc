@@ -9,7 +9,7 @@ namespace soak {
 void Torturer::audit() {
     auditQueue();
     auditTimers();
-    for (size_t fd = 0; fd < maxFd; ++fd) {
+    for (size_t fd = 0; fd < fxExec::maxHandlers; ++fd) {
         const Id id = model.handlers[fd];
         const fxObj* due = id != 0 ? objects.at(id).object : nullptr;
         if (fx_theExecutive->handlers[fd] != due) fail("descriptor %zu has another handler", fd);

@@ -196,13 +196,19 @@ Call Pass::next() {
 Call Asking::next() {
     if (std::exchange(isDone, true)) return Call();
     model.lookAtHandlers();
-    if (model.selectState.lowest > maxFd) return Call();
+    if (model.selectState.count == 0) return Call();
     selecting.asked = model.selectState;
     return {Call::select, 0, 0};
 }
 
 void Poll::chooseWait() {
     selecting.asked = model.selectState;
+    for (const int fd : std::exchange(model.leftOut, {})) {
+        const auto place = static_cast<size_t>(fd);
+        if (model.handlers[place] == 0 || !model.isClosed[place]) continue;
+        model.leftOut.insert(fd);
+        for (auto& set : selecting.asked.sets) set[place] = false;
+    }
     selecting.seconds = model.queue.empty() ? seconds : 0;
     hasTimer = !model.active.empty();
     if (!hasTimer) return;
@@ -219,7 +225,7 @@ bool Poll::advance(Call& call) {
     switch (entered) {
         case looking:
             model.lookAtHandlers();
-            if (model.selectState.lowest > maxFd) {
+            if (model.selectState.count == 0) {
                 phase = distributing;
             } else {
                 part = std::make_unique<Functions>(model, model.preFunctions);
@@ -230,6 +236,11 @@ bool Poll::advance(Call& call) {
             call = {Call::select, 0, 0};
             return true;
         case timing:
+            for (int fd = 0; fd < maxFd; ++fd) {
+                if (selecting.asks(fd) && model.isClosed[static_cast<size_t>(fd)]) {
+                    model.leftOut.insert(fd);
+                }
+            }
             if (hasTimer) {
                 const bool isOver = selecting.result == 0 && isShortened;
                 part = std::make_unique<Pass>(model, isOver ? headWait : selecting.units);
@@ -492,6 +503,13 @@ void Model::addHandler(Id id) {
 void Model::removeHandler(Id id) {
     handlers[static_cast<size_t>(objects.at(id).fd)] = 0;
     isDirty = true;
+}
+
+bool Model::asksForClosed(const Selecting& selecting) const {
+    for (int fd = 0; fd < maxFd; ++fd) {
+        if (selecting.asks(fd) && isClosed[static_cast<size_t>(fd)]) return true;
+    }
+    return false;
 }
 
 void Model::lookAtHandlers() {

@@ -5,6 +5,7 @@
 #include <array>
 #include <map>
 #include <memory>
+#include <set>
 #include <vector>
 
 // The model knows nothing of the library: objects, channels, connections,
@@ -49,8 +50,8 @@ enum : long { noValue = -1 };
 
 constexpr int slots = 4;  // names for inputs and for outputs; a timer's last output is "tick"
 constexpr int tickSlot = slots - 1;
-constexpr int dataTypes = 8;  // fxDT_void to fxDT_fxStr
-constexpr int maxFd = 100;
+constexpr int dataTypes = 8;   // fxDT_void to fxDT_fxStr
+constexpr int maxFd = 200;     // twice as many as the executive's public table has
 constexpr long perSecond = 4;  // units of time
 
 /// What an input of type `to` hears of a value sent on an output of type `from`.
@@ -115,12 +116,17 @@ typedef std::array<std::array<bool, maxFd>, 3> FdSets;
 struct SelectState {
     FdSets sets{};
     std::array<bool, 3> has{};
-    int lowest = maxFd + 1;
+    int lowest = maxFd;
     int count = 0;
 };
 
 /// select() as the executive must call it, and what it answers.
 struct Selecting {
+    bool asks(int fd) const {
+        const auto place = static_cast<size_t>(fd);
+        return asked.sets[0][place] || asked.sets[1][place] || asked.sets[2][place];
+    }
+
     SelectState asked;
     double seconds = 0;
     int result = 0;
@@ -293,6 +299,8 @@ public:
     void addHandler(Id handler);
     void removeHandler(Id handler);
     void lookAtHandlers();
+    /// Whether select() cannot but fail.
+    bool asksForClosed(const Selecting& selecting) const;
 
     std::map<Id, Object> objects;
     std::map<Id, Output> outputs;
@@ -304,6 +312,8 @@ public:
     std::vector<Pass*> passes;
     long time = 0;
     std::array<Id, maxFd> handlers{};
+    std::array<bool, maxFd> isClosed{};  // behind the executive's back
+    std::set<int> leftOut;               // found closed by a failed select()
     bool isDirty = false;
     SelectState selectState;
     std::vector<int> preFunctions, postFunctions;

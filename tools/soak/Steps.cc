@@ -378,6 +378,12 @@ void Torturer::changeTimer() {
 void Torturer::changeHandler() {
     const Id id = anyObject(handler);
     if (id == 0) return;
+    if (chance(15)) {
+        bool& isClosed = model.isClosed[static_cast<size_t>(model.objects.at(id).fd)];
+        isClosed = !isClosed && chance(40);
+        note("descriptor: fd, closed", model.objects.at(id).fd, isClosed);
+        return;
+    }
     auto* const real = static_cast<fxSelectHandler*>(objects.at(id).object);
     const bool adds = chance(75);
     note(adds ? "add handler: object, fd" : "remove handler: object, fd", id, real->getFd());

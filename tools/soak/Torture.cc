@@ -144,7 +144,8 @@ int Torturer::select(int count, fd_set* const (&sets)[3], const timeval& wait) {
     }
     selecting.units = below(10);
     clock += selecting.units * ticksPerUnit;
-    const bool fails = chance(10);
+    const bool hasClosed = model.asksForClosed(selecting);
+    const bool fails = hasClosed || chance(10);
     for (size_t i = 0; i < 3; ++i) {
         if ((sets[i] != nullptr) != selecting.asked.has[i]) fail("select() of other conditions");
         for (int fd = 0; sets[i] != nullptr && fd < count; ++fd) {
@@ -158,11 +159,13 @@ int Torturer::select(int count, fd_set* const (&sets)[3], const timeval& wait) {
         }
     }
     if (fails) {
-        errno = chance(50) ? EINTR : EBADF;
+        errno = hasClosed ? EBADF : EINTR;
         selecting.result = -1;
     }
     return selecting.result;
 }
+
+bool Torturer::isOpen(int fd) const { return !model.isClosed[static_cast<size_t>(fd)]; }
 
 Id Torturer::anyObject(Kind kind) {
     for (int i = 0; i < 20; ++i) {
@@ -228,5 +231,12 @@ __attribute__((visibility("default"))) int select(int count, fd_set* read, fd_se
         return -1;
     }
     return soak::torturer->select(count, {read, write, exception}, *wait);
+}
+
+// The library only asks whether a descriptor is open.
+__attribute__((visibility("default"))) int fcntl(int fd, int, ...) {
+    if (soak::torturer != nullptr && soak::torturer->isOpen(fd)) return 0;
+    errno = soak::torturer != nullptr ? EBADF : ENOSYS;
+    return -1;
 }
 }

@@ -14,7 +14,8 @@ namespace soak {
 /// steps do the same again.
 ///
 /// Time and descriptors are made up: the program that this is linked into gets
-/// a times() and a select() that serve the torture alone. Nothing sleeps.
+/// a times(), a select() and an fcntl() that serve the torture alone. Nothing
+/// sleeps.
 std::string torture(unsigned int seed, unsigned long steps);
 
 }  // namespace soak

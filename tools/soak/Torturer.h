@@ -79,6 +79,7 @@ public:
     bool tick(Id timer);
     void repost(Notice* notice);
     int select(int count, fd_set* const (&sets)[3], const timeval& wait);
+    bool isOpen(int fd) const;
     void objectDied(Id object) { reallyDied.push_back(object); }
     void thingReleased(Id thing);
     void maybeThrow() {
