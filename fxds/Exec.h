@@ -112,7 +112,9 @@ public:
     void initialize(int argc, char** argv);
     void open();
     ///@}
-    /// Closes the applications that are open when it is called, likewise.
+    /// Closes the applications that are open when it is called, in the order of
+    /// registration: each once, if it still exists, is registered and is open
+    /// when its turn comes.
     void close();
 
     ///@{
@@ -164,12 +166,13 @@ public:
 private:
     friend class fxApplication;
     class ReadySets;
+    struct Closing;
     struct Walk;
 
     static void markDestroyed(fxApplication* application);
     bool isDestroyed(void* application) const;
     template <class Visit>
-    void walkApplications(unsigned int end, Visit visit);
+    void walkApplications(Visit visit);
 
     static int descriptorOf(const fxSelectHandler* handler, const char* operation);
     void updateSelectState();
@@ -181,6 +184,7 @@ private:
     fxHandlerTable* const table;  // `handlers` and those of higher descriptors
     fxVoidPtrArray destroyed;     // applications that are destroyed but still counted
     fxWalks<Walk> walks;
+    fxWalks<Closing> closings;
     fxExec* nextExec;
 
     static fxExec* allExecs;

@@ -183,10 +183,23 @@ private:
 
 // A walk over the applications.
 struct fxExec::Walk : fxWalk<Walk> {
-    Walk(fxExec& exec, unsigned int end_) : fxWalk(exec.walks), next(0), end(end_) {}
+    explicit Walk(fxExec& exec) : fxWalk(exec.walks), next(0) {}
 
     unsigned int next;  // index of the application to call next
-    unsigned int end;   // indices from here on are not visited
+};
+
+// The applications that were open when close() was called, each once. Null for
+// one that has been destroyed, whose address may mean another by now.
+struct fxExec::Closing : fxWalk<Closing> {
+    explicit Closing(fxExec& exec) : fxWalk(exec.closings) {
+        for (void* application : exec.applications) {
+            if (exec.isDestroyed(application)) continue;
+            if (!static_cast<fxApplication*>(application)->isOpen) continue;
+            if (open.find(application) == fxArray::notFound) open.append(application);
+        }
+    }
+
+    fxVoidPtrArray open;
 };
 
 fxExec::fxExec()
@@ -249,7 +262,6 @@ void fxExec::remove(fxApplication* application) {
     applications.remove(index, 1);
     walks.each([index](Walk& walk) {
         if (index < walk.next) --walk.next;
-        if (index < walk.end) --walk.end;
     });
     if (!contains(application)) removeFirst(destroyed, static_cast<void*>(application));
 }
@@ -259,19 +271,22 @@ bool fxExec::contains(fxApplication* application) const {
 }
 
 void fxExec::initialize(int argc, char** argv) {
-    walkApplications(fxArray::notFound, [argc, argv](fxApplication* application) {
-        application->initialize(argc, argv);
-    });
+    walkApplications(
+        [argc, argv](fxApplication* application) { application->initialize(argc, argv); });
 }
 
 void fxExec::open() {
-    walkApplications(fxArray::notFound, [](fxApplication* application) { application->open(); });
+    walkApplications([](fxApplication* application) { application->open(); });
 }
 
 void fxExec::close() {
-    walkApplications(applications.length(), [](fxApplication* application) {
-        if (application->isOpen) application->close();
-    });
+    Closing closing(*this);
+    for (unsigned int i = 0; i < closing.open.length(); ++i) {
+        auto* const application = static_cast<fxApplication*>(closing.open[i]);
+        if (application != nullptr && contains(application) && application->isOpen) {
+            application->close();
+        }
+    }
 }
 
 fxSelectSet fxExec::getReadSet() {
@@ -320,6 +335,10 @@ void fxExec::loop() {
 // still counted.
 void fxExec::markDestroyed(fxApplication* application) {
     for (fxExec* exec = allExecs; exec != nullptr; exec = exec->nextExec) {
+        exec->closings.each([application](Closing& closing) {
+            const unsigned int index = closing.open.find(application);
+            if (index != fxArray::notFound) closing.open[index] = nullptr;
+        });
         if (exec->contains(application) && !exec->isDestroyed(application)) {
             exec->destroyed.append(application);
         }
@@ -331,9 +350,9 @@ bool fxExec::isDestroyed(void* application) const {
 }
 
 template <class Visit>
-void fxExec::walkApplications(unsigned int end, Visit visit) {
-    Walk walk(*this, end);
-    while (walk.next < walk.end && walk.next < applications.length()) {
+void fxExec::walkApplications(Visit visit) {
+    Walk walk(*this);
+    while (walk.next < applications.length()) {
         void* const application = applications[walk.next++];
         if (!isDestroyed(application)) visit(static_cast<fxApplication*>(application));
     }
