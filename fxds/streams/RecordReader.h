@@ -42,6 +42,7 @@ public:
     /// Takes `byteCount` bytes of payload if they are ready.
     bool takeReady(void* bytes, size_t byteCount) {
         if (byteCount > ready || byteCount > hand->size()) return false;
+        if (byteCount == 0) return true;  // the window may have no buffer
         std::memcpy(bytes, *hand->next, byteCount);
         *hand->next += byteCount;
         ready -= static_cast<unsigned int>(byteCount);
