@@ -82,7 +82,6 @@ void fxMessageEvent::hold() {
 // Leaves its queue while it is what the queue counts it as.
 fxMessageEvent::~fxMessageEvent() {
     leaveQueue();
-    origin = Origin::other;
     if (channel->pending == this) channel->pending = nullptr;
     channel->countMessages(-1UL);
     channel->release();

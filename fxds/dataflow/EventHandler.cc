@@ -65,11 +65,12 @@ void fxEventHandler::postMessage(fxOutputChannel* output, fxData* data, fxObj::f
     }
     const Sent sent(data, how);
     fxDelivery walk(*output);
+    if (sent.isQueued) {
+        const unsigned char urgent = how == fxObj::fxSendUrgent;
+        while (fxInputChannel* input = walk.next()) queueMessage(input, data, urgent);
+        return;
+    }
     while (fxInputChannel* input = walk.next()) {
-        if (sent.isQueued) {
-            queueMessage(input, data, how == fxObj::fxSendUrgent);
-            continue;
-        }
         const fxHold<fxInputChannel> hold(input);
         if (input->isReplacing()) input->cancelPending();
         if (!sent.isAtOnce) continue;
@@ -81,7 +82,7 @@ void fxEventHandler::postMessage(fxOutputChannel* output, fxData* data, fxObj::f
 // Nothing is queued for an input that calls nothing any more, so that discarding
 // its messages once is enough.
 void fxEventHandler::queueMessage(fxInputChannel* input, fxData* data, unsigned char urgent) {
-    if (input->target()->isMuted()) return;
+    if ((input->isConverter() ? input->target() : input)->isMuted()) return;
     fxMessageEvent* event = new fxMessageEvent(input, data);
     event->origin = fxEvent::Origin::sent;
     postEvent(event, urgent);
