@@ -57,47 +57,10 @@ namespace {
 
 typedef fxTypedSet<Key> KeySet;
 
-class OpenStrSet : public fxStrSet {
-public:
-    using fxStrSet::fxStrSet;
-    const fxStr* walkFor(const fxStr& key) const {
-        for (fxSetBucket* i = buckets[static_cast<unsigned int>(key.hash() % buckets.length())];
-             i != nullptr; i = i->next) {
-            const fxStr* const stored = static_cast<const fxStr*>(i->element);
-            if (compare(key, *stored) == 0) return stored;
-        }
-        return nullptr;
-    }
-
-protected:
-    Finder* finder() const override { return finderFor(typeid(OpenStrSet)); }
-};
-
-std::vector<std::string> listOf(const fxStrSet& set) {
-    std::vector<std::string> keys;
-    for (const fxStr& key : set) keys.emplace_back(key.view());
-    return keys;
-}
-
-std::vector<std::string> keysOf(const ChainModel& model) {
-    std::vector<std::string> keys;
-    for (const auto& entry : model.list()) keys.push_back(entry.first);
-    return keys;
-}
-
 std::vector<int> numbersOf(const KeySet& set) {
     std::vector<int> numbers;
     for (const Key& key : set) numbers.push_back(key.number);
     return numbers;
-}
-
-TEST(Set, KeepsTheFirstOfEqualKeys) {
-    fxStrSet set;
-    set.add("x");
-    const fxStr* const stored = set.find("x");
-    set.add("x");
-    EXPECT_EQ(set.find("x"), stored);
-    EXPECT_STREQ(set.className(), "fxXDRObj");
 }
 
 TEST(Set, PlainRecordsNeedNoHooks) {
@@ -109,73 +72,31 @@ TEST(Set, PlainRecordsNeedNoHooks) {
     EXPECT_EQ(number, -1);
 }
 
-TEST(Set, AgreesWithModel) {
-    for (const unsigned int chains : {1U, 7U, 31U, 1009U}) {
-        for (const unsigned int range : {20U, 3000U}) {
-            std::mt19937 rng(testSeed());
-            OpenStrSet set(chains);
-            ChainModel model(chains);
-            for (int step = 0; step < 5000; ++step) {
-                const std::string key = randomKey(rng, range);
-                if (rng() % 3 == 0) {
-                    set.remove(toStr(key));
-                    model.remove(key);
-                } else {
-                    set.add(toStr(key));
-                    model.add(key, "");
-                }
-                const fxStr probe = toStr(randomKey(rng, range));
-                ASSERT_EQ(set.find(probe), set.walkFor(probe)) << "step " << step;
-            }
-            EXPECT_EQ(listOf(set), keysOf(model));
-            EXPECT_EQ(set.size(), model.list().size());
-            const fxStrSet copy(set);
-            fxStrSet assigned(3);
-            assigned.add("goes");
-            assigned = set;
-            model.reverse();
-            EXPECT_EQ(listOf(copy), keysOf(model));
-            EXPECT_EQ(listOf(assigned), keysOf(model));
-        }
-    }
-}
-
+// The other set may be the same one.
 TEST(Set, AlgebraAgreesWithModel) {
     std::mt19937 rng(testSeed());
     for (int round = 0; round < 300; ++round) {
         KeySet a(static_cast<unsigned int>(rng() % 40));
-        KeySet b(static_cast<unsigned int>(rng() % 40));
+        KeySet other(static_cast<unsigned int>(rng() % 40));
+        const KeySet& b = rng() % 4 == 0 ? a : other;
         std::vector<int> expected;
-        const int kind = round % 3;
+        const int kind = round % 4;
         for (int i = 0; i < 60; ++i) {
-            const bool inA = rng() % 2 == 0, inB = rng() % 2 == 0;
+            const bool inA = rng() % 2 == 0, inB = &a == &b ? inA : rng() % 2 == 0;
             if (inA) a.add(Key(i));
-            if (inB) b.add(Key(i));
-            const bool wanted[] = {inA || inB, inA && inB, inA && !inB};
+            if (inB) other.add(Key(i));
+            const bool wanted[] = {inA || inB, inA && inB, inA && !inB, inB};
             if (wanted[kind]) expected.push_back(i);
         }
         if (kind == 0) a |= b;
         if (kind == 1) a &= b;
         if (kind == 2) a -= b;
+        if (kind == 3) a = b;
         std::vector<int> result = numbersOf(a);
         std::sort(result.begin(), result.end());
         EXPECT_EQ(result, expected);
         EXPECT_EQ(a.size(), expected.size());
     }
-    EXPECT_EQ(Key::alive, 0);
-}
-
-TEST(Set, AlgebraWithItself) {
-    KeySet set;
-    for (int i = 0; i < 100; ++i) set.add(Key(i));
-    const KeySet& same = set;
-    set |= same;
-    set &= same;
-    EXPECT_EQ(set.size(), 100U);
-    set = same;
-    EXPECT_EQ(set.size(), 100U);
-    set -= same;
-    EXPECT_TRUE(set.isEmpty());
     EXPECT_EQ(Key::alive, 0);
 }
 
@@ -203,22 +124,6 @@ TEST(Set, AKeyBeingCopiedMayChangeTheNumberOfChains) {
     EXPECT_TRUE(set.contains(Key(5)));
 }
 
-TEST(Set, WithoutChainsItIsEmptyAndUsable) {
-    fxStrSet none(fxStrSet_type);
-    EXPECT_FALSE(none.contains("x"));
-    none.remove("x");
-    EXPECT_FALSE(fxStrSetIter(none).notDone());
-    fxStrSet copy(none);
-    fxStrSet set;
-    set.add("x");
-    set &= none;
-    EXPECT_TRUE(set.isEmpty());
-    set = none;
-    set.add("y");
-    copy |= set;
-    EXPECT_TRUE(copy.contains("y"));
-}
-
 TEST(Set, GoesThroughATemporary) {
     const unsigned long words[] = {1, 2, 3};
     RecordSet set(8);
@@ -241,43 +146,6 @@ TEST(SetDeathTest, OperatorsThatMakeASetSayTheyDoNot) {
     EXPECT_DEATH((dup2(2, 1), set | set), line + "\\|\\(fxSet const &\\)\n$");
     EXPECT_DEATH((dup2(2, 1), set & set), line + "&\\(fxSet const &\\)\n$");
     EXPECT_DEATH((dup2(2, 1), set - set), line + "-\\(fxSet const &\\)\n$");
-}
-
-TEST(SetIter, AgreesWithModel) {
-    for (const unsigned int chains : {1U, 5U, 31U}) {
-        fxStrSet set(chains);
-        compareWalks<fxStrSet, fxStrSetIter>(set, ChainModel(chains),
-                                             [](fxStrSet& s, const fxStr& key) { s.add(key); });
-    }
-}
-
-TEST(SetIter, OutlivesItsSet) {
-    fxStrSetIter i;
-    {
-        fxStrSet set;
-        set.add("x");
-        i = set;
-        EXPECT_EQ(i.key(), "x");
-        EXPECT_EQ(i.set, &set);
-    }
-    EXPECT_FALSE(i);
-    EXPECT_EQ(i.set, nullptr);
-    ++i;
-}
-
-TEST(SetXdr, ReadsBackWholeStreamsOnly) {
-    fxStrSet set(1);
-    set.add("a");
-    set.add("b");
-    const std::string bytes = written(set);
-    for (size_t length = 0; length <= bytes.size(); ++length) {
-        MemoryTranscriber in(bytes.substr(0, length));
-        fxStrSet back;
-        EXPECT_EQ(back.xdr(in), length == bytes.size()) << length;
-        EXPECT_EQ(back.size(), length == bytes.size() ? 2U : 0U);
-    }
-    MemoryTranscriber foreign(word(1) + word(8) + word(1) + text("k") + word(0));
-    EXPECT_EQ(fxStrSet().xdr(foreign), 0);
 }
 
 // What derives from a set finds its fields in this order.

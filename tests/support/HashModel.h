@@ -5,11 +5,13 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdlib>
 #include <cstring>
 #include <list>
 #include <memory>
 #include <random>
 #include <string>
+#include <typeinfo>
 #include <utility>
 #include <vector>
 
@@ -171,6 +173,53 @@ void compareWalks(Container& container, ChainModel model, Add addTo) {
         }
     }
 }
+
+/// Shows the chains and the iterators of a table of texts.
+template <class Base>
+class Open : public Base {
+public:
+    using Base::Base;
+    using Base::buckets;
+    using Base::iters;
+
+    /// The stored key that walking its chain finds, or null.
+    const fxStr* walkFor(const fxStr& key) const {
+        const unsigned long chain = key.hash() % buckets.length();
+        for (auto* i = buckets[static_cast<unsigned int>(chain)]; i != nullptr; i = i->next) {
+            const fxStr* const stored = static_cast<const fxStr*>(i->element);
+            if (compare(key, *stored) == 0) return stored;
+        }
+        return nullptr;
+    }
+
+protected:
+    typename Base::Finder* finder() const override { return this->finderFor(typeid(Open)); }
+};
+
+/// Fills in texts only when it is told to, as the reader of streams does.
+class LateTexts : public MemoryTranscriber {
+public:
+    using MemoryTranscriber::MemoryTranscriber;
+    using MemoryTranscriber::xdr;
+    bool xdrText(fxStr& string, char**, unsigned int size) override {
+        if (bytes.size() - taken < size) return false;
+        waiting.emplace_back(&string, bytes.substr(taken, size));
+        taken += size;
+        return true;
+    }
+    void arrive() {
+        for (auto& [string, text] : waiting) {
+            char* const block = static_cast<char*>(std::malloc(text.size()));
+            std::memcpy(block, text.data(), text.size());
+            string->adopt(block, static_cast<unsigned int>(text.size()));
+        }
+    }
+    size_t placesNoted() const override { return waiting.size(); }
+    void forgetPlaces(size_t count) override { waiting.resize(count); }
+
+private:
+    std::vector<std::pair<fxStr*, std::string>> waiting;
+};
 
 /// The bytes that a dictionary or set hands over.
 template <class Container>
