@@ -90,10 +90,11 @@ private:
     friend class fxWalkList<Self>;
     friend class fxWalks<Self>;
 
-    // Null once it has been destroyed. Volatile, so that the compiler does not store
-    // it and `outer` as one vector: that doubles the time of a send to one receiver.
-    fxWalkList<Self>* volatile list;
-    fxWalk* outer;  // the walk that began before this one, or null
+    fxWalkList<Self>* list;  // null once it has been destroyed
+    // The walk that began before this one, or null. Volatile, so that the compiler
+    // does not store it and a neighbour as one vector: each send loads what the one
+    // before has stored here, and the latency doubles the time of a send.
+    fxWalk* volatile outer;
 };
 
 #endif
