@@ -74,7 +74,8 @@ void releaseIfAny(fxObj* target) {
         waiting = &deeper;
         target->release();
         while (!deeper.isEmpty()) {
-            const fxVoidPtrArray next(std::move(deeper));
+            fxVoidPtrArray next;
+            std::swap(next, deeper);
             for (void* object : next) static_cast<fxObj*>(object)->release();
         }
         waiting = nullptr;

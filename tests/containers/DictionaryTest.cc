@@ -62,7 +62,9 @@ namespace {
 class WideDict : public fxTypedDictionary<int, Wide> {
 public:
     using fxTypedDictionary::keySize;
-    unsigned long wordsOf(const int& key) const { return fxDictionary::hashKey(&key); }
+    unsigned long wordsOf(const int& key) const {
+        return fxDictionary::hashKey(&key);  // NOLINT(bugprone-parent-virtual-call): not our hash
+    }
 
 protected:
     bool xdrKey(fxTranscriber& t, void* key) override { return t.xdr(static_cast<char*>(key), 4); }

@@ -45,7 +45,9 @@ struct Clinging : fxObj {
     explicit Clinging(int& deaths_) : deaths(deaths_) {}
     ~Clinging() override {
         ++deaths;
-        fxObj().setProperty(new fxProperty(0, this));
+        auto* const holding =
+            new fxProperty(0, this);  // NOLINT(bugprone-unhandled-exception-at-new)
+        fxObj().setProperty(holding);
     }
     int& deaths;
 };

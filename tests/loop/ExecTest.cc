@@ -154,7 +154,7 @@ TEST_F(Exec, BoundsAndSetsCoverEveryHandler) {
     std::memcpy(&systems, &exec.readSet, sizeof systems);
     EXPECT_TRUE(FD_ISSET(101, &systems)) << "the layout is not the system's";
     EXPECT_EQ(exec.handlers[99], all[3].get());
-    for (size_t i : {0, 4, 3, 2}) exec.removeSelectHandler(all[i].get());
+    for (const size_t i : {0U, 4U, 3U, 2U}) exec.removeSelectHandler(all[i].get());
     EXPECT_FALSE(exec.getExceptionSet().isSet(16383));
     EXPECT_EQ(exec.minFd, 101) << "which is that of a handler here";
     EXPECT_EQ(exec.nfds, 102);
