@@ -57,7 +57,9 @@ public:
     long insert(fxLinkItem* link) { return insertAt(0, link); }      ///< At the front.
     long append(fxLinkItem* link) { return insertAt(count, link); }  ///< At the end.
     /// Behind the link at `index`.
-    long appendAt(long index, fxLinkItem* link) { return insertAt(index + 1, link); }
+    long appendAt(long index, fxLinkItem* link) {
+        return insertAt(index < count ? index + 1 : count, link);
+    }
 
     /// Takes the link out. Requires: it stands in this list.
     void unlink(fxLinkItem* link);

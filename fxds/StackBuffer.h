@@ -62,7 +62,7 @@ public:
     char* next;                    ///< Where the next byte goes.
     char* end;                     ///< One past the last usable byte.
     char* base;                    ///< `buffer`, or a block of ours.
-    unsigned int growthIncrement;  ///< Least number of bytes that a growth adds.
+    unsigned int growthIncrement;  ///< Least number of bytes that a growth adds; 0 is taken as 1.
 };
 
 #endif

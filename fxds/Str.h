@@ -19,6 +19,13 @@
 class fxTranscriber;
 class fxTypeObj;
 
+namespace fxDetail {
+/// Types of a text's contents, of a truth and of fractions.
+template <class T>
+inline constexpr bool countsNothing =
+    std::is_same_v<T, char> || std::is_same_v<T, bool> || std::is_floating_point_v<T>;
+}  // namespace fxDetail
+
 /// A byte string with a terminating zero, copied by value. It may contain zero
 /// bytes; what works on zero-terminated text (ordering, `<<`) says so.
 ///
@@ -41,6 +48,9 @@ public:
     /// The same for a plain int, so that a literal 0 is a count and no pointer.
     template <class Int, class = std::enable_if_t<std::is_same_v<Int, int>>>
     explicit fxStr(Int n) : fxStr(static_cast<unsigned int>(n)) {}
+    /// Not for what no one counts in.
+    template <class T, std::enable_if_t<fxDetail::countsNothing<T>, int> = 0>
+    explicit fxStr(T) = delete;  // fxStr(n) is n zero bytes: write fxStr(&c, 1) or fxStr(x, "%g")
     /// The zero-terminated text at `s`; null is the empty text.
     fxStr(const char* s);
     /// Exactly the `n` bytes at `s`, zero bytes included.
@@ -79,6 +89,8 @@ public:
     operator const char*() const { return data; }
     std::string_view view() const { return {data, length()}; }
     ///@}
+    /// Not a question: the pointer is never null.
+    explicit operator bool() const = delete;  // always true: ask isEmpty()
 
     char* begin() { return data; }
     char* end() { return data + length(); }
@@ -107,9 +119,19 @@ public:
     /// and a count, `n` = 0 stands for strlen(s).
     void append(const char* s, unsigned int n = 0);
     void append(char c);  ///< Also a zero byte.
+    ///@{
+    /// Appends the whole text, zero bytes included.
+    void append(const fxStr& text) { append(text.view()); }
+    void append(std::string_view text);
+    ///@}
     /// Inserts the `n` bytes at `s` before position `pos`.
     void insert(const char* s, unsigned int pos = 0, unsigned int n = 0);
     void insert(char c, unsigned int pos = 0);  ///< Also a zero byte.
+    ///@{
+    /// Inserts the whole text, zero bytes included.
+    void insert(const fxStr& text, unsigned int pos = 0) { insert(text.view(), pos); }
+    void insert(std::string_view text, unsigned int pos = 0);
+    ///@}
     /// Removes `n` bytes at `start`. Everything goes when `n` is the whole
     /// length or more, wherever `start` is.
     void remove(unsigned int start, unsigned int n = 1);
@@ -117,6 +139,11 @@ public:
     fxStr cut(unsigned int start, unsigned int n);
     /// Overwrites `n` bytes at `pos`; the length stays as it is.
     void replace(const char* s, unsigned int pos, unsigned int n = 0);
+    ///@{
+    /// Overwrites as many bytes as the text has, zero bytes included.
+    void replace(const fxStr& text, unsigned int pos) { replace(text.view(), pos); }
+    void replace(std::string_view text, unsigned int pos);
+    ///@}
     /// Makes the text exactly `n` bytes long. New bytes are zero, whatever `fill`:
     /// part of the contract.
     void resize(unsigned int n, unsigned char fill = 0);
@@ -181,8 +208,9 @@ public:
     ///@{
     /// Replaces the text with what printf() would write, up to the first zero
     /// byte of that, and returns the new `slength` (the text length plus one).
-    /// The string may be among its own arguments. On an output error (more than
-    /// INT_MAX bytes, an invalid wide character) the string becomes empty.
+    /// The string may be among its own arguments. On an error (an invalid wide
+    /// character, a '%' at the end) it holds what comes before; more than INT_MAX
+    /// bytes leave it empty.
     unsigned int format(const char* fmt, ...) __attribute__((format(printf, 2, 3)));
     unsigned int vformat(const char* fmt, va_list arguments) __attribute__((format(printf, 2, 0)));
     ///@}
@@ -219,6 +247,7 @@ private:
     void clear();
     void resizeInternal(unsigned int n);
     void assignBytes(const char* s, size_t n);
+    void keepWritten(const char* fmt, va_list arguments);
     fxBool readText(fxTranscriber& transcriber, unsigned int lengthBytes);
 
 public:
@@ -268,9 +297,13 @@ inline bool operator==(const fxStr& a, const fxStr& b) {
 }
 FX_API bool operator==(const fxStr& a, const char* b);
 inline bool operator==(const char* a, const fxStr& b) { return b == a; }
+inline bool operator==(const fxStr& a, std::string_view b) { return a.view() == b; }
+inline bool operator==(std::string_view a, const fxStr& b) { return a == b.view(); }
 inline bool operator!=(const fxStr& a, const fxStr& b) { return !(a == b); }
 inline bool operator!=(const fxStr& a, const char* b) { return !(a == b); }
 inline bool operator!=(const char* a, const fxStr& b) { return !(b == a); }
+inline bool operator!=(const fxStr& a, std::string_view b) { return !(a == b); }
+inline bool operator!=(std::string_view a, const fxStr& b) { return !(a == b); }
 ///@}
 
 ///@{
@@ -284,6 +317,12 @@ inline fxTempStr operator|(const fxStr& a, const char* b) {
 inline fxTempStr operator|(const char* a, const fxStr& b) {
     return fxTempStr(a, fxStr::textLength(a), b.data, b.length());
 }
+inline fxTempStr operator|(const fxStr& a, std::string_view b) {
+    return fxTempStr(a.data, a.length(), b.data(), fxLengthField(b.size()));
+}
+inline fxTempStr operator|(std::string_view a, const fxStr& b) {
+    return fxTempStr(a.data(), fxLengthField(a.size()), b.data, b.length());
+}
 ///@}
 
 ///@{
@@ -295,6 +334,9 @@ inline fxTempStr& operator|(const fxTempStr& a, const fxStr& b) {
 }
 inline fxTempStr& operator|(const fxTempStr& a, const char* b) {
     return const_cast<fxTempStr&>(a).concat(b, fxStr::textLength(b));
+}
+inline fxTempStr& operator|(const fxTempStr& a, std::string_view b) {
+    return const_cast<fxTempStr&>(a).concat(b.data(), fxLengthField(b.size()));
 }
 ///@}
 

@@ -28,7 +28,7 @@ fxStackBuffer::~fxStackBuffer() {
 
 void fxStackBuffer::grow(unsigned int n) {
     const size_t used = length();
-    const size_t bytes = fxLengthField(size_t{capacity()} + std::max(n, growthIncrement));
+    const size_t bytes = fxLengthField(size_t{capacity()} + std::max({n, growthIncrement, 1U}));
     if (base == buffer) {
         base = static_cast<char*>(fxNewBlock(bytes));
         std::memcpy(base, buffer, used);

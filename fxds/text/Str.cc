@@ -103,8 +103,13 @@ fxStr& fxStr::operator=(const fxTempStr& text) {
 // Editing.
 
 void fxStr::append(const char* s, unsigned int n) {
-    if (n == 0) n = textLength(s);
-    if (n == 0) return;
+    append(std::string_view(s, n != 0 ? n : textLength(s)));
+}
+
+void fxStr::append(std::string_view text) {
+    if (text.empty()) return;
+    const char* const s = text.data();
+    const unsigned int n = fxLengthField(text.size());
     if (!ownsBlock()) {
         assignBytes(s, n);
         return;
@@ -130,9 +135,14 @@ void fxStr::append(char c) {
 }
 
 void fxStr::insert(const char* s, unsigned int pos, unsigned int n) {
+    insert(std::string_view(s, n != 0 ? n : textLength(s)), pos);
+}
+
+void fxStr::insert(std::string_view text, unsigned int pos) {
     FX_ASSERT(pos <= length());
-    if (n == 0) n = textLength(s);
-    if (n == 0) return;
+    if (text.empty()) return;
+    const char* const s = text.data();
+    const unsigned int n = fxLengthField(text.size());
     if (!ownsBlock()) {
         assignBytes(s, n);
         return;
@@ -153,7 +163,7 @@ void fxStr::insert(const char* s, unsigned int pos, unsigned int n) {
     std::memcpy(gap + before, data + within + before + n, n - before);
 }
 
-void fxStr::insert(char c, unsigned int pos) { insert(&c, pos, 1); }
+void fxStr::insert(char c, unsigned int pos) { insert(std::string_view(&c, 1), pos); }
 
 void fxStr::remove(unsigned int start, unsigned int n) {
     if (n >= length()) {
@@ -173,9 +183,12 @@ fxStr fxStr::cut(unsigned int start, unsigned int n) {
 }
 
 void fxStr::replace(const char* s, unsigned int pos, unsigned int n) {
-    if (n == 0) n = textLength(s);
-    FX_ASSERT(n <= length() && pos <= length() - n);
-    if (n != 0) std::memmove(data + pos, s, n);
+    replace(std::string_view(s, n != 0 ? n : textLength(s)), pos);
+}
+
+void fxStr::replace(std::string_view text, unsigned int pos) {
+    FX_ASSERT(text.size() <= length() && pos <= length() - text.size());
+    if (!text.empty()) std::memmove(data + pos, text.data(), text.size());
 }
 
 void fxStr::resize(unsigned int n, unsigned char) {

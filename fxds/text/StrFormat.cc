@@ -1,7 +1,9 @@
+#include <cerrno>
 #include <charconv>
 #include <climits>
 #include <cstdarg>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 
 #include "fxds/Str.h"
@@ -107,7 +109,7 @@ unsigned int fxStr::vformat(const char* fmt, va_list arguments) {
     va_copy(again, arguments);
     const int total = std::vsnprintf(local, sizeof local, fmt, arguments);
     if (total < 0) {
-        clear();
+        keepWritten(fmt, again);
     } else if (static_cast<size_t>(total) < sizeof local) {
         assignBytes(local, std::strlen(local));  // a zero from %c ends the text
     } else {
@@ -118,4 +120,20 @@ unsigned int fxStr::vformat(const char* fmt, va_list arguments) {
     }
     va_end(again);
     return slength;
+}
+
+// What an erroneous format writes before the error, of whatever length.
+void fxStr::keepWritten(const char* fmt, va_list arguments) {
+    if (errno == EOVERFLOW) {
+        clear();
+        return;
+    }
+    char* written = nullptr;
+    size_t bytes = 0;
+    std::FILE* const stream = open_memstream(&written, &bytes);
+    if (stream == nullptr) fxFatal("out of memory for a text");
+    std::vfprintf(stream, fmt, arguments);
+    std::fclose(stream);
+    assignBytes(written, std::strlen(written));
+    std::free(written);
 }

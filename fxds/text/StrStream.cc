@@ -59,7 +59,8 @@ std::istream& operator>>(std::istream& in, fxStr& str) {
         const unsigned int grown = fxLengthField(count + std::max<size_t>(run.size(), 1));
         if (grown > str.length()) {
             const size_t step = size_t{count} + std::max(count, fxStr::resizeIncrement);
-            str.resize(std::max(grown, fxLengthField(step)));
+            constexpr size_t longest = UINT_MAX - 1;
+            str.resize(std::max(grown, static_cast<unsigned int>(std::min(step, longest))));
         }
         if (run.empty()) {  // an unbuffered stream
             str.data[count] = static_cast<char>(in.get());

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <climits>
 #include <string>
 
@@ -38,6 +39,7 @@ TEST(TempStr, AChainMakesOneObject) {
     EXPECT_EQ(t.c_str()[t.length()], '\0');
     EXPECT_EQ((a | static_cast<const char*>(nullptr)).view(), "a");
     EXPECT_EQ((a | b) | (b | a), "abba");  // the right side becomes a string first
+    EXPECT_EQ(std::string("<") | a | std::string("\0>", 2), std::string("<a\0>", 4));
 }
 
 TEST(TempStr, BecomesAString) {
@@ -111,16 +113,18 @@ TEST(StackBuffer, GrowsByTheIncrementOrTheShortfall) {
     fxStackBuffer put;
     put.put(big.data(), 2000);
     EXPECT_EQ(put.capacity(), 2000U);
-    EXPECT_EQ(put.view(), big);
     put.put("!", 1);
-    EXPECT_EQ(put.capacity(), 2500U);
     put.put(nullptr, 0);
-    EXPECT_EQ(put.length(), 2001U);
+    EXPECT_EQ(put.capacity(), 2500U);
+    EXPECT_EQ(put.view(), big + "!");
 
-    fxStackBuffer small(10);
-    small.put(big.data(), 1000);
-    small.addc('!');
-    EXPECT_EQ(small.capacity(), 1010U);
+    for (const unsigned int increment : {10U, 1U, 0U}) {
+        fxStackBuffer small;
+        small.growthIncrement = increment;
+        small.put(big.data(), 1000);
+        small.addc('!');
+        EXPECT_EQ(small.capacity(), 1000 + std::max(increment, 1U));
+    }
 }
 
 TEST(StackBuffer, CopiesAreTheirOwn) {
