@@ -25,7 +25,10 @@
 ///
 /// Any operation that may raise the capacity ends the validity of pointers to
 /// elements. An item that is passed in may lie in the array itself. A hook
-/// must not change the array that it is called for.
+/// must not change the array that it is called for. createElements() and
+/// copyElements() may throw, having ended what they had made; the array then
+/// holds what it held, assignment excepted, which leaves it empty.
+/// compareElements() may throw, too.
 class FX_API fxArray : public fxXDRObj {
 public:
     /// The index that means not found.
@@ -45,8 +48,10 @@ public:
     fxArray(unsigned int elementSize, unsigned int lengthBytes, void* block);
     /// Empty, for xdr() to fill. A subclass sets `elementSize` afterwards.
     explicit fxArray(fxTypeObj& type);
-    /// Frees the block. The hooks are out of force here, so a subclass that
-    /// overrides destroyElements() calls destroy() in its destructor.
+    /// Frees the block. The hooks are out of force here, so the destructor of a
+    /// class that overrides destroyElements() calls destroy(). Where a base has
+    /// such a destructor already, as the owning arrays and fxStrArray have, it
+    /// calls resize(0) instead, for elements end once.
     ~fxArray() override;
 
     /// In elements, as everything here but the hooks.
@@ -128,7 +133,8 @@ public:
 
     // Element hooks. Byte counts are multiples of the element size, never 0.
     // A subclass that overrides copyElements() or destroyElements() also sets
-    // `ownsElements` in its constructors.
+    // `ownsElements` in its constructors; for the class that fxTypedArray is
+    // given as Self, fxTypedArray does.
 
     /// Turns raw bytes into default elements. This one leaves them as they are.
     virtual void createElements(void* at, unsigned int byteCount);
@@ -152,8 +158,8 @@ protected:
     /// Destroys the elements and takes over the source's block.
     fxArray& operator=(fxArray&& source) noexcept;
 
-    /// Takes the capacity and, with the hook, the elements of `source` into
-    /// this array, which must have no block yet.
+    /// For copy constructors: takes the capacity and, with the source's hook, the
+    /// elements of `source` into this array, which must have no block yet.
     void copyFrom(const fxArray& source);
 
     /// Transcribes byte length and element size; `byteCount` is what must
@@ -194,7 +200,8 @@ private:
     bool resizeBlock(std::size_t bytes);
     void takeBlock(fxArray& source);
     void raiseCapacity(std::size_t bytes);
-    void openGap(std::size_t offset, std::size_t bytes);
+    void fillFrom(const fxArray& source, const fxArray& hooks);
+    void takeIn(std::size_t offset, std::size_t bytes);
     void closeGap(std::size_t offset, std::size_t bytes);
     void* copyOf(std::size_t offset, std::size_t bytes) const;
 

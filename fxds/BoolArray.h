@@ -8,11 +8,13 @@ extern FX_API fxTypeObj fxBoolArray_type;
 
 /// An array of booleans. Its elements are bytes, 0 being false, so that no
 /// byte from a stream or a new, unspecified element is ever taken for a bool.
-/// What append(), insert() and xdr() store is 0 or 1; find() looks for that
+/// What braces, append(), insert() and xdr() store is 0 or 1; find() looks for that
 /// byte.
 class FX_API fxBoolArray : public fxRecordedArray<fxBoolArray, fxBool, fxBoolArray_type> {
 public:
     using fxRecordedArray::fxRecordedArray;
+    /// As in fxTypedArray, with 0 or 1 for each item.
+    fxBoolArray(fxDetail::ArrayItems<fxBool> items) : fxRecordedArray(items) { normalise(); }
 
     ///@{
     /// As in fxTypedArray, with 0 or 1 for each bool.
@@ -29,6 +31,9 @@ public:
 
     using fxRecordedArray::xdr;
     fxBool xdr(fxTranscriber& transcriber) override;
+
+private:
+    void normalise();
 };
 
 #endif

@@ -17,13 +17,14 @@ extern FX_API fxTypeObj fxStrArray_type;
 /// reason xdr() drops, without freeing them, a block that holds strings when it
 /// starts to read: a text may still be on its way there. Read into empty arrays.
 class FX_API fxStrArray
-    : public fxRecordedArray<fxStrArray, fxStr, fxStrArray_type, fxOwningArray<fxStr>> {
+    : public fxRecorded<fxStrArray, fxTypedArray<fxStrArray, fxStr, fxOwningArray<fxStr>>,
+                        fxStrArray_type> {
 public:
-    using fxRecordedArray::fxRecordedArray;
+    using fxRecorded::fxRecorded;
 
     int compareElements(const void* a, const void* b) const override;
 
-    using fxRecordedArray::xdr;
+    using fxRecorded::xdr;
     fxBool xdr(fxTranscriber& transcriber) override;
 
 private:

@@ -2,15 +2,75 @@
 #ifndef FXDS_TYPEDARRAY_H
 #define FXDS_TYPEDARRAY_H
 
+#include <algorithm>
+#include <cstddef>
 #include <cstring>
 #include <functional>
+#include <initializer_list>
+#include <memory>
 #include <new>
 #include <type_traits>
+#include <typeinfo>
 #include <utility>
 
 #include "fxds/Array.h"
 #include "fxds/Transcriber.h"
+#include "fxds/detail/Allocate.h"
+#include "fxds/detail/MovesAsBytes.h"
 #include "fxds/detail/Recorded.h"
+
+namespace fxDetail {
+
+/// Whether Self's elements multiply, and whether they end, by the hooks of
+/// fxArray, which take them for their bytes.
+template <class Self, class = void>
+inline constexpr bool copiesBytes = false;
+template <class Self>
+inline constexpr bool
+    copiesBytes<Self, std::enable_if_t<std::is_same_v<decltype(&Self::copyElements),
+                                                      decltype(&fxArray::copyElements)>>> = true;
+template <class Self, class = void>
+inline constexpr bool dropsBytes = false;
+template <class Self>
+inline constexpr bool
+    dropsBytes<Self, std::enable_if_t<std::is_same_v<decltype(&Self::destroyElements),
+                                                     decltype(&fxArray::destroyElements)>>> = true;
+
+template <class T, class U>
+inline constexpr bool cutsFractions = std::is_integral_v<T>&& std::is_floating_point_v<U>;
+
+/// One item between the braces of an array, of whatever becomes a T by itself.
+template <class T>
+class ArrayItem {
+    template <class U>
+    static constexpr bool isWhole =
+        std::is_integral_v<U> && !std::is_same_v<U, bool> && !std::is_same_v<U, char>;
+
+public:
+    template <class U, class Plain = std::decay_t<U>,
+              std::enable_if_t<std::is_convertible_v<U, T> && !cutsFractions<T, Plain>, int> = 0>
+    ArrayItem(U&& item)
+        : value(static_cast<T>(std::forward<U>(item))), isCount(isWhole<Plain>), count(0) {
+        if constexpr (isWhole<Plain>) count = static_cast<unsigned long>(item);
+    }
+
+    template <class U, std::enable_if_t<cutsFractions<T, U>, int> = 0>
+    ArrayItem(U) = delete;  // an array of whole numbers holds no fractions
+
+    const T value;
+    const bool isCount;  ///< Alone between braces, it is a number of elements.
+    unsigned long count;
+};
+
+/// Plain structs are given in braces of their own.
+template <class T>
+using ArrayItems =
+    std::initializer_list<std::conditional_t<std::is_aggregate_v<T>, T, ArrayItem<T>>>;
+
+}  // namespace fxDetail
+
+template <class T>
+class fxOwningArray;
 
 /// An array of T. A class of this family is its own template argument:
 ///
@@ -26,23 +86,33 @@
 template <class Self, class T, class Hooks = fxArray>
 class FX_API fxTypedArray : public Hooks {
     static_assert(sizeof(T) <= 0xFFFF);
+    static_assert(alignof(T) <= alignof(std::max_align_t), "the block is malloc() memory");
 
 public:
-    fxTypedArray() : Hooks(itemBytes, 0U) {}  ///< Empty; owns no block.
+    /// Empty; owns no block.
+    fxTypedArray() : Hooks(itemBytes, 0U) { checkHooks(); }
     /// Holds `count` default elements: unspecified ones in an array of numbers.
     explicit fxTypedArray(unsigned int count) : Hooks(itemBytes, count) {
+        checkHooks();
         if (count != 0) Hooks::createElements(this->data, this->lengthBytes);
     }
+    /// Holds the items, as in fxIntArray{4, 8, 0}. A single whole number is no
+    /// item: fxIntArray{4} holds four elements, as fxIntArray(4) does.
+    fxTypedArray(fxDetail::ArrayItems<T> items) : fxTypedArray() { addItems(items); }
     fxTypedArray(const fxTypedArray& source) : Hooks(itemBytes, 0U) { this->copyFrom(source); }
     fxTypedArray(fxTypedArray&& source) noexcept = default;
     /// Adopts `block`, malloc() memory with `byteCount` bytes of elements.
     /// Requires: givenBytes is sizeof(T).
     fxTypedArray(unsigned int givenBytes, unsigned int byteCount, void* block)
         : Hooks(givenBytes, byteCount, block) {
+        checkHooks();
         FX_ASSERT(givenBytes == itemBytes);
     }
     /// Empty, for xdr() to fill.
-    explicit fxTypedArray(fxTypeObj& type) : Hooks(type) { this->elementSize = itemBytes; }
+    explicit fxTypedArray(fxTypeObj& type) : Hooks(type) {
+        checkHooks();
+        this->elementSize = itemBytes;
+    }
     ~fxTypedArray() override { this->destroy(); }
 
     fxTypedArray& operator=(const fxTypedArray& source) = default;
@@ -68,8 +138,9 @@ public:
     /// Copies `item`, which may lie in this array, to the end. For growth see
     /// fxArray.
     void append(const T& item) {
-        if constexpr (std::is_trivially_copyable_v<T>) {
-            if (this->lengthBytes != this->maxBytes && !this->ownsElements) {
+        if constexpr (std::is_trivially_copyable_v<T> && fxDetail::copiesBytes<Self>) {
+            // A class derived from Self may have a hook of its own.
+            if (this->lengthBytes != this->maxBytes && &typeid(*this) == &typeid(Self)) {
                 std::memcpy(this->data + this->lengthBytes, &item, itemBytes);
                 this->lengthBytes += itemBytes;
                 return;
@@ -107,6 +178,14 @@ public:
     /// The last `count` elements, copied.
     Self tail(unsigned int count) const { return adopt(count, this->raw_tail(count)); }
 
+    ///@{
+    /// Whether both have equal elements in the same order.
+    friend bool operator==(const Self& a, const Self& b) {
+        return std::equal(a.begin(), a.end(), b.begin(), b.end());
+    }
+    friend bool operator!=(const Self& a, const Self& b) { return !(a == b); }
+    ///@}
+
     /// The name of the family: "ARRAY" for all of them.
     const char* className() const override { return "ARRAY"; }
 
@@ -117,6 +196,31 @@ private:
     static Self adopt(unsigned int count, void* block) {
         return Self(itemBytes, count * itemBytes, block);
     }
+    // Self is complete where a constructor is used.
+    void checkHooks() {
+        static_assert(std::is_trivially_copyable_v<T> || !fxDetail::copiesBytes<Self>,
+                      "elements with constructors and destructors need hooks: "
+                      "fxTypedArray<Self, T, fxOwningArray<T>>");
+        static_assert(fxMovesAsBytes<T>::value,
+                      "an array moves its elements by their bytes; see fxMovesAsBytes");
+        if (!fxDetail::copiesBytes<Self> || !fxDetail::dropsBytes<Self>) this->ownsElements = true;
+    }
+    void addItems(fxDetail::ArrayItems<T> items) {
+        if constexpr (!std::is_aggregate_v<T>) {
+            if (items.size() == 1 && items.begin()->isCount) {
+                fxArray::resize(fxLengthField(items.begin()->count));
+                return;
+            }
+        }
+        fxArray::setMaxLength(static_cast<unsigned int>(items.size()));
+        for (const auto& item : items) {
+            if constexpr (std::is_aggregate_v<T>) {
+                fxArray::append(&item);
+            } else {
+                fxArray::append(&item.value);
+            }
+        }
+    }
 };
 
 /// A typed array that can be transcribed: its type record is `record`, and its
@@ -124,6 +228,9 @@ private:
 /// leaves the array empty.
 template <class Self, class T, fxTypeObj& record, class Hooks = fxArray>
 class FX_API fxRecordedArray : public fxRecorded<Self, fxTypedArray<Self, T, Hooks>, record> {
+    static_assert(std::is_trivially_copyable_v<T> && !std::is_base_of_v<fxOwningArray<T>, Hooks>,
+                  "xdr() of this class reads raw elements into raw memory: an array of others "
+                  "derives from fxTypedArray and transcribes them itself, as fxStrArray does");
     typedef fxRecorded<Self, fxTypedArray<Self, T, Hooks>, record> Recorded;
 
 public:
@@ -145,10 +252,13 @@ protected:
     }
 };
 
-/// Hooks for elements with constructors and destructors. A T must survive
-/// being moved as bytes (it holds no pointer into itself).
+/// Hooks for elements with constructors and destructors, which may throw when
+/// they are made. A T must survive being moved as bytes (see fxMovesAsBytes).
 template <class T>
 class FX_API fxOwningArray : public fxArray {
+    static_assert(fxMovesAsBytes<T>::value,
+                  "an array moves its elements by their bytes; see fxMovesAsBytes");
+
 public:
     /// As fxArray, with hooks for the elements.
     fxOwningArray(unsigned short itemBytes, unsigned int count) : fxArray(itemBytes, count) {
@@ -165,9 +275,8 @@ public:
     fxOwningArray& operator=(fxOwningArray&&) noexcept = default;
 
     void createElements(void* at, unsigned int byteCount) override {
-        T* const elements = static_cast<T*>(at);
-        if (elements == nullptr) return;
-        for (unsigned int i = 0; i < countOf(byteCount); ++i) new (elements + i) T();
+        if (at == nullptr) return;
+        std::uninitialized_value_construct_n(static_cast<T*>(at), countOf(byteCount));
     }
     void destroyElements(void* at, unsigned int byteCount) override {
         T* const elements = static_cast<T*>(at);
@@ -177,13 +286,18 @@ public:
     /// overwritten before it is read.
     void copyElements(const void* from, void* to, unsigned int byteCount) const override {
         const T* const originals = static_cast<const T*>(from);
-        T* const copies = static_cast<T*>(to);
         const unsigned int count = countOf(byteCount);
-        if (std::less<>()(from, to)) {
-            for (unsigned int i = count; i-- > 0;) new (copies + i) T(originals[i]);
-        } else {
-            for (unsigned int i = 0; i < count; ++i) new (copies + i) T(originals[i]);
+        const bool isUpward = !std::less<>()(from, to);
+        Made made = {static_cast<T*>(to), isUpward ? 0 : count, isUpward ? 0 : count};
+        while (isUpward && made.end < count) {
+            new (made.copies + made.end) T(originals[made.end]);
+            ++made.end;
         }
+        while (!isUpward && made.begin > 0) {
+            new (made.copies + made.begin - 1) T(originals[made.begin - 1]);
+            --made.begin;
+        }
+        made.end = made.begin;
     }
 
 private:
@@ -191,6 +305,14 @@ private:
         return byteCount / static_cast<unsigned int>(sizeof(T));
     }
     void own() { this->ownsElements = true; }
+
+    // The copies made so far, which end when the next one throws.
+    struct Made {
+        T* const copies;
+        unsigned int begin;
+        unsigned int end;
+        ~Made() { std::destroy(copies + begin, copies + end); }
+    };
 };
 
 #endif

@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <limits>
+#include <memory>
 
 #include "fxds/Transcriber.h"
 #include "fxds/detail/Allocate.h"
@@ -97,10 +98,9 @@ void fxArray::insert(const void* item, unsigned int index) {
     const std::size_t within = fxOffsetIn(data, lengthBytes, item);
     const std::size_t offset = std::size_t{index} * elementSize;
     if (maxBytes <= lengthBytes) raiseCapacity(std::size_t{lengthBytes} + elementSize);
-    openGap(offset, elementSize);
-    if (within != fxOutside) item = data + within + (within >= offset ? elementSize : 0);
-    copyElements(item, data + offset, elementSize);
-    lengthBytes += elementSize;
+    if (within != fxOutside) item = data + within;
+    copyElements(item, data + lengthBytes, elementSize);
+    takeIn(offset, elementSize);
 }
 
 void fxArray::insert(const fxArray& other, unsigned int index) {
@@ -111,16 +111,8 @@ void fxArray::insert(const fxArray& other, unsigned int index) {
     const std::size_t offset = std::size_t{index} * elementSize;
     const std::size_t sum = std::size_t{lengthBytes} + bytes;
     if (sum > maxBytes) raiseCapacity(sum);
-    openGap(offset, bytes);
-    char* const gap = data + offset;
-    if (&other != this) {
-        copyElements(other.data, gap, bytes);
-    } else {  // the gap has split the source in two
-        const unsigned int before = static_cast<unsigned int>(offset);
-        if (before != 0) copyElements(data, gap, before);
-        if (before != bytes) copyElements(gap + bytes, gap + before, bytes - before);
-    }
-    lengthBytes += bytes;
+    copyElements(other.data, data + lengthBytes, bytes);
+    takeIn(offset, bytes);
 }
 
 void fxArray::remove(unsigned int start, unsigned int count) {
@@ -244,7 +236,7 @@ fxArray& fxArray::operator=(const fxArray& source) {
     if (&source != this) {
         destroy();
         discard();
-        copyFrom(source);
+        fillFrom(source, *this);
     }
     return *this;
 }
@@ -259,11 +251,17 @@ fxArray& fxArray::operator=(fxArray&& source) noexcept {
     return *this;
 }
 
+// The own hooks are not in force in a constructor; the source is whole.
 void fxArray::copyFrom(const fxArray& source) {
+    fillFrom(source, source);
+    ownsElements = source.ownsElements;
+}
+
+void fxArray::fillFrom(const fxArray& source, const fxArray& hooks) {
     FX_ASSERT(data == nullptr);
     maxBytes = source.maxBytes;
     getmem();
-    if (source.lengthBytes != 0) copyElements(source.data, data, source.lengthBytes);
+    if (source.lengthBytes != 0) hooks.copyElements(source.data, data, source.lengthBytes);
     lengthBytes = source.lengthBytes;
 }
 
@@ -369,10 +367,19 @@ void fxArray::raiseCapacity(std::size_t bytes) {
     getmem();
 }
 
-void fxArray::openGap(std::size_t offset, std::size_t bytes) {
+// Copies are made behind the last element, where one that throws leaves the
+// array as it is; then their bytes change place with the elements from `offset`
+// on.
+void fxArray::takeIn(std::size_t offset, std::size_t bytes) {
     if (offset < lengthBytes) {
+        char few[256];
+        char* const aside = bytes <= sizeof few ? few : static_cast<char*>(fxNewBlock(bytes));
+        std::memcpy(aside, data + lengthBytes, bytes);
         std::memmove(data + offset + bytes, data + offset, lengthBytes - offset);
+        std::memcpy(data + offset, aside, bytes);
+        if (aside != few) std::free(aside);
     }
+    lengthBytes += static_cast<unsigned int>(bytes);
 }
 
 void fxArray::closeGap(std::size_t offset, std::size_t bytes) {
@@ -383,9 +390,9 @@ void fxArray::closeGap(std::size_t offset, std::size_t bytes) {
 
 void* fxArray::copyOf(std::size_t offset, std::size_t bytes) const {
     if (bytes == 0) return nullptr;
-    void* const block = fxNewBlock(bytes);
-    copyElements(data + offset, block, static_cast<unsigned int>(bytes));
-    return block;
+    std::unique_ptr<void, decltype(&std::free)> block(fxNewBlock(bytes), &std::free);
+    copyElements(data + offset, block.get(), static_cast<unsigned int>(bytes));
+    return block.release();
 }
 
 void fxZeroFilledArray::createElements(void* start, unsigned int byteCount) {

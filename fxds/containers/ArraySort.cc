@@ -33,10 +33,16 @@ public:
           numbers(count_),
           result((count_ + 1) * size_) {
         std::iota(numbers.begin(), numbers.end(), std::size_t{0});
-        if (owns) array.createElements(element(count), bytesOfOne());
+        if (!owns) return;
+        made.reserve(1);
+        array.createElements(element(count), bytesOfOne());
+        made.push_back(element(count));
     }
     NumberedRun(const NumberedRun&) = delete;
     NumberedRun& operator=(const NumberedRun&) = delete;
+    ~NumberedRun() {
+        for (void* element : made) array.destroyElements(element, bytesOfOne());
+    }
 
     int compare(std::size_t i, std::size_t j) const {
         return array.compareElements(element(numbers[i]), element(numbers[j]));
@@ -47,19 +53,23 @@ public:
 
     // Builds the run that the numbers tell. Of elements that own something, the
     // first position that names one takes its bytes, each further one a copy; an
-    // element that no position names ends here.
+    // element that no position names ends here. Copies may throw: until all are
+    // made the elements stay as they are.
     void materialise() {
         std::vector<bool> placed(count + 1, !owns);
         for (std::size_t i = 0; i < count; ++i) {
             const std::size_t number = numbers[i];
             char* const place = result.data() + i * size;
             if (owns && placed[number]) {
+                made.reserve(made.size() + 1);
                 array.copyElements(element(number), place, bytesOfOne());
+                made.push_back(place);
             } else {
                 std::memcpy(place, element(number), size);
                 placed[number] = true;
             }
         }
+        made.clear();
         for (std::size_t number = 0; number <= count; ++number) {
             if (!placed[number]) array.destroyElements(element(number), bytesOfOne());
         }
@@ -80,6 +90,7 @@ private:
     std::size_t scratch;
     std::vector<std::size_t> numbers;
     mutable std::vector<char> result;  // the new run, then the first scratch element
+    std::vector<void*> made;           // elements in `result` that are not the array's yet
 };
 
 struct Range {

@@ -30,8 +30,10 @@ fxBool fxIntArray::xdr(fxTranscriber& transcriber) {
 
 fxBool fxBoolArray::xdr(fxTranscriber& transcriber) {
     if (!fxRecordedArray::xdr(transcriber)) return 0;
-    if (transcriber.isReading()) {
-        std::transform(begin(), end(), begin(), [](fxBool byte) { return fxBool{byte != 0}; });
-    }
+    if (transcriber.isReading()) normalise();
     return 1;
+}
+
+void fxBoolArray::normalise() {
+    std::transform(begin(), end(), begin(), [](fxBool byte) { return fxBool{byte != 0}; });
 }

@@ -3,6 +3,7 @@
 #include <cstring>
 #include <memory>
 #include <random>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -12,16 +13,19 @@
 #include "fxds/CharArray.h"
 #include "fxds/DoubleArray.h"
 #include "fxds/FloatArray.h"
+#include "fxds/Globals.h"
 #include "fxds/IntArray.h"
 #include "fxds/LongArray.h"
 #include "fxds/MemoryStream.h"
 #include "fxds/SeqRangeArray.h"
 #include "fxds/ShortArray.h"
+#include "fxds/StrArray.h"
 #include "fxds/StubFuncArray.h"
 #include "fxds/UnsignedCharArray.h"
 #include "fxds/UnsignedLongArray.h"
 #include "fxds/UnsignedShortArray.h"
 #include "fxds/VoidPtrArray.h"
+#include "fxds/Xdr.h"
 #include "tests/support/ArrayModel.h"
 #include "tests/support/MemoryTranscriber.h"
 
@@ -33,36 +37,46 @@ std::vector<typename std::decay<decltype(*std::declval<Array>().begin())>::type>
     return {array.begin(), array.end()};
 }
 
-fxIntArray ints(std::initializer_list<int> values) {
-    fxIntArray array;
-    for (int value : values) array.append(value);
-    return array;
-}
-
 typedef std::vector<int> Ints;
+typedef std::vector<std::string> Texts;
 
-// Its elements count themselves and own memory, so that a lost or doubled one
-// shows.
+Texts texts(const fxStrArray& array) { return {array.begin(), array.end()}; }
+
+// Elements that count themselves and own memory, so that a lost or doubled one
+// shows. When the fuse burns down, making or comparing the next one throws.
 struct Tracked {
     static int alive;
     static int copies;
+    static int fuse;
     std::unique_ptr<int> value;
 
-    explicit Tracked(int v = 0) : value(new int(v)) { ++alive; }
-    Tracked(const Tracked& other) : Tracked(*other.value) { ++copies; }
-    Tracked& operator=(const Tracked& other) {
-        *value = *other.value;
-        return *this;
+    explicit Tracked(int v = 0) : value(new int(v)) {
+        burn();
+        ++alive;
     }
+    Tracked(const Tracked& other) : Tracked(*other.value) { ++copies; }
+    Tracked& operator=(const Tracked&) = delete;
     ~Tracked() { --alive; }
+    static void burn() {
+        if (fuse > 0 && --fuse == 0) throw std::runtime_error("burnt down");
+    }
 };
 int Tracked::alive = 0;
 int Tracked::copies = 0;
+int Tracked::fuse = 0;
+
+}  // namespace
+
+template <>
+struct fxMovesAsBytes<Tracked> : std::true_type {};
+
+namespace {
 
 class TrackedArray : public fxTypedArray<TrackedArray, Tracked, fxOwningArray<Tracked>> {
 public:
     using fxTypedArray::fxTypedArray;
     int compareElements(const void* a, const void* b) const override {
+        Tracked::burn();
         return *static_cast<const Tracked*>(a)->value - *static_cast<const Tracked*>(b)->value;
     }
 };
@@ -122,10 +136,10 @@ TEST(Array, AppendGrowsByFourAndInsertByOne) {
         array.insert(1, i / 2);
         EXPECT_EQ(array.getMaxLength(), i);
     }
-    array.append(ints({1, 2, 3}));
+    array.append(fxIntArray{1, 2, 3});
     EXPECT_EQ(array.getMaxLength(), 52U);
     array.setMaxLength(100);
-    array.insert(ints({1, 2, 3}), 5);
+    array.insert(fxIntArray{1, 2, 3}, 5);
     EXPECT_EQ(array.getMaxLength(), 100U);
 }
 
@@ -180,6 +194,25 @@ TEST(Array, NothingIsTakenFromEmptyRuns) {
     EXPECT_EQ(array.begin(), array.end());
 }
 
+TEST(Array, BracesHoldItemsOrOneCount) {
+    const unsigned int five = 5;
+    void* const here = &Tracked::alive;
+    EXPECT_EQ(items(fxIntArray{4, 8, 0}), Ints({4, 8, 0}));
+    EXPECT_EQ((fxIntArray{five, five}), (fxIntArray{5, 5}));
+    EXPECT_NE((fxIntArray{5, 5}), (fxIntArray{5, 6}));
+    EXPECT_EQ(fxIntArray{five}.length() + fxDoubleArray{4}.length() + fxBoolArray{3}.length(), 12U);
+    EXPECT_EQ(fxStrArray{2}.length() + fxCharArray{300}.length() + fxVoidPtrArray{0}.length(),
+              302U);
+    EXPECT_EQ(items(fxDoubleArray{4.5}), std::vector<double>({4.5}));
+    EXPECT_EQ(items(fxCharArray{'a'}), std::vector<char>({'a'}));
+    EXPECT_EQ(items(fxBoolArray{true, false, true}), std::vector<fxBool>({1, 0, 1}));
+    EXPECT_EQ(items(fxBoolArray{2, 0}), std::vector<fxBool>({1, 0}));
+    EXPECT_EQ(items(fxVoidPtrArray{here, nullptr}), std::vector<void*>({here, nullptr}));
+    EXPECT_EQ(texts(fxStrArray{"a", fxStr("b")}), Texts({"a", "b"}));
+    EXPECT_EQ((fxSeqRangeArray{{1, 2}, {3, 4}})[1].length, 4U);
+    EXPECT_TRUE(fxIntArray(4, 0, 0).isEmpty()) << "the null block of an adopted array";
+}
+
 TEST(Array, AdoptsMallocMemory) {
     int* block = static_cast<int*>(std::malloc(2 * sizeof(int)));
     block[0] = 5;
@@ -206,24 +239,19 @@ TEST(Array, PointersAreItemsNotAddressesOfItems) {
     EXPECT_EQ(items(array), std::vector<void*>(3));
     array.append(&array);
     EXPECT_EQ(array.find(&array), 3U);
-    fxStubFuncArray functions;
+    fxStubFuncArray functions{std::abort};
     EXPECT_EQ(array.find(&functions), fxArray::notFound);
-    functions.append(std::abort);
     EXPECT_EQ(functions.find(std::abort), 0U);
-    fxSeqRangeArray ranges;
-    ranges.append({3, 4});
-    EXPECT_EQ(ranges[0].length, 4U);
 }
 
 TEST(Array, BooleansAreBytesOfZeroOrOne) {
-    fxBoolArray array(2);
-    array.append(true);
+    fxBoolArray array{false, false, true};
     array.insert(false, 0);
-    array.append(array);
+    array.append(true);
     array[0] = 9;  // any byte but 0 is true
-    EXPECT_EQ(items(array), std::vector<fxBool>({9, 0, 0, 1, 0, 0, 0, 1}));
+    EXPECT_EQ(items(array), std::vector<fxBool>({9, 0, 0, 1, 1}));
     EXPECT_EQ(array.find(true), 3U);
-    EXPECT_EQ(array.find(false, 3), 4U);
+    EXPECT_EQ(array.find(false, 2), 2U);
 }
 
 TEST(Array, AnswersAsAnArray) {
@@ -312,6 +340,17 @@ TEST(ArrayOrder, SortIsStableAndNeedsFewComparisons) {
     }
 }
 
+TEST(ArrayOrder, StringsGoByTheirTexts) {
+    fxStrArray array{"pear", "apple", "zebra", "apple", "fig"};
+    array.sort();
+    EXPECT_EQ(texts(array), Texts({"apple", "apple", "fig", "pear", "zebra"}));
+    EXPECT_EQ(array.find("apple", 1), 1U);
+    fxStrArray placed{"b", "c", "a"};
+    placed.qsort();
+    EXPECT_EQ(texts(placed), Texts({"c", "c", "c"}));
+    EXPECT_NE(placed[0].c_str(), placed[1].c_str()) << "two strings share a block";
+}
+
 // Elements that own something.
 
 TEST(OwningArray, MovesElementsAsBytesAndCopiesOnlyToDouble) {
@@ -341,6 +380,81 @@ TEST(OwningArray, MovesElementsAsBytesAndCopiesOnlyToDouble) {
     EXPECT_EQ(Tracked::alive, 0);
 }
 
+// Whichever copy, default or comparison throws.
+TEST(OwningArray, KeepsItsElementsWhenOneThrows) {
+    const Ints before = {3, 1, 2, 2};
+    void (*const operations[])(TrackedArray&) = {[](TrackedArray& a) { a.append(a[1]); },
+                                                 [](TrackedArray& a) { a.insert(a[3], 1); },
+                                                 [](TrackedArray& a) { a.append(a); },
+                                                 [](TrackedArray& a) { a.insert(a, 2); },
+                                                 [](TrackedArray& a) { TrackedArray copy(a); },
+                                                 [](TrackedArray& a) { a.extract(1, 3); },
+                                                 [](TrackedArray& a) { a.resize(7); },
+                                                 [](TrackedArray& a) { a.sort(); },
+                                                 [](TrackedArray& a) { a.qsort(); },
+                                                 [](TrackedArray& a) { a.find(a[2]); },
+                                                 [](TrackedArray& a) {
+                                                     TrackedArray{a[0], a[1]};
+                                                 }};
+    for (const auto operation : operations) {
+        for (int step = 1; Tracked::fuse == 0; ++step) {
+            TrackedArray array = tracked(before);
+            Tracked::fuse = step;
+            try {
+                operation(array);
+            } catch (const std::runtime_error&) {
+                EXPECT_EQ(values(array), before);
+            }
+            EXPECT_EQ(Tracked::alive, static_cast<int>(array.length()));
+        }
+        Tracked::fuse = 0;  // burns on after the operation: all of its steps were tried
+    }
+}
+
+// Hooks of a class, and of one that derives from it, told to nobody.
+class Copies : public fxTypedArray<Copies, int> {
+public:
+    using fxTypedArray::fxTypedArray;
+    void copyElements(const void* from, void* to, unsigned int byteCount) const override {
+        count += byteCount / itemBytes;
+        fxArray::copyElements(from, to, byteCount);
+    }
+    static unsigned int count;
+};
+unsigned int Copies::count = 0;
+
+TEST(ArrayHooks, CopyWhateverIsDoubled) {
+    class MoreCopies : public fxIntArray {
+        void copyElements(const void* from, void* to, unsigned int byteCount) const override {
+            Copies().copyElements(from, to, byteCount);
+        }
+    } more;
+    Copies array;
+    for (int i = 0; i < 8; ++i) array.append(i);
+    for (int i = 0; i < 8; ++i) more.append(i);
+    EXPECT_EQ(Copies::count, 16U);
+    const Copies copy(array);
+    const fxIntArray part(more);
+    EXPECT_EQ(Copies::count, 32U);
+    EXPECT_EQ(copy, array);
+}
+
+// A class over an owning array ends its elements once.
+TEST(ArrayHooks, EndElementsOnce) {
+    struct Ends : fxStrArray {
+        unsigned int& count;
+        explicit Ends(unsigned int& count_) : count(count_) {}
+        ~Ends() override { resize(0); }
+        void destroyElements(void* at, unsigned int byteCount) override {
+            count += byteCount / itemBytes;
+            fxStrArray::destroyElements(at, byteCount);
+        }
+    };
+    unsigned int ends = 0;
+    Ends(ends).append("a text");
+    EXPECT_EQ(ends, 1U);
+}
+
 TEST(OwningArray, CopiesOverlappingRunsInTheSafeDirection) {
     class Numbers : public fxTypedArray<Numbers, int, fxOwningArray<int>> {};
     const Numbers hooks;
@@ -356,18 +470,26 @@ TEST(OwningArray, CopiesOverlappingRunsInTheSafeDirection) {
 template <class Array>
 using ItemOf = typename std::decay<decltype(*std::declval<Array>().begin())>::type;
 
+template <class Item>
+Item itemOf(unsigned int n) {
+    if constexpr (std::is_same_v<Item, fxStr>) {
+        return fxStr(std::string(n * 3, static_cast<char>('a' + n)));
+    } else {
+        return static_cast<Item>(static_cast<Item>(n * 11) - static_cast<Item>(40));
+    }
+}
+
 template <class Array>
 class TypedArray : public testing::Test {};
 typedef testing::Types<fxCharArray, fxUnsignedCharArray, fxShortArray, fxUnsignedShortArray,
-                       fxIntArray, fxFloatArray, fxLongArray, fxUnsignedLongArray, fxDoubleArray>
-    NumberArrays;
-TYPED_TEST_SUITE(TypedArray, NumberArrays, );
+                       fxIntArray, fxFloatArray, fxLongArray, fxUnsignedLongArray, fxDoubleArray,
+                       fxStrArray>
+    ScalarArrays;
+TYPED_TEST_SUITE(TypedArray, ScalarArrays, );
 
 TYPED_TEST(TypedArray, AgreesWithModel) {
     typedef ItemOf<TypeParam> Item;
-    checkAgainstModel<TypeParam, Item>(5000, [](unsigned int n) {
-        return static_cast<Item>(static_cast<Item>(n * 11) - static_cast<Item>(40));
-    });
+    checkAgainstModel<TypeParam, Item>(5000, itemOf<Item>);
 }
 
 template <class Array>
@@ -380,24 +502,56 @@ std::string written(Array& array) {
 TYPED_TEST(TypedArray, ReadsBackWhatItWrote) {
     typedef ItemOf<TypeParam> Item;
     TypeParam array;
-    for (unsigned int i = 0; i < 5; ++i) array.append(static_cast<Item>(i * 25));
+    for (unsigned int i = 0; i < 5; ++i) array.append(itemOf<Item>(i));
     const std::string bytes = written(array);
     EXPECT_EQ(array.getMaxLength(), 5U);  // no spare capacity travels
 
     TypeParam copy;
-    copy.append(Item{1});
+    copy.setMaxLength(20);
     MemoryTranscriber reader(bytes);
     ASSERT_TRUE(copy.xdr(reader));
     EXPECT_EQ(reader.taken, bytes.size());
-    EXPECT_EQ(items(copy), items(array));
+    EXPECT_EQ(copy, array);
     EXPECT_EQ(copy.getMaxLength(), 5U);
 
     for (std::size_t length = 0; length < bytes.size(); ++length) {
+        TypeParam part;
         MemoryTranscriber prefix(bytes.substr(0, length));
-        ASSERT_FALSE(copy.xdr(prefix)) << length;
-        ASSERT_TRUE(copy.isEmpty());
-        copy.append(Item{1});
+        ASSERT_FALSE(part.xdr(prefix)) << length;
+        ASSERT_TRUE(part.isEmpty());
+        part.append(itemOf<Item>(1));
     }
+}
+
+TYPED_TEST(TypedArray, RefusesForeignSizesAndClaimsWithoutBytes) {
+    constexpr unsigned int size = sizeof(ItemOf<TypeParam>);
+    const struct {
+        unsigned int byteCount, size;
+    } headers[] = {{2 * size, 0},      {4 * size, 2 * size}, {2 * size, size + 1},
+                   {0xFFFFFFF0, size}, {0x80000000, size},   {3 * size / 2, size}};
+    for (const auto& header : headers) {
+        if (header.byteCount == size) continue;  // half a byte too many is none
+        std::string bytes(4096, '\0');
+        std::memcpy(&bytes[0], &header.byteCount, 4);
+        std::memcpy(&bytes[8], &header.size, 2);
+        TypeParam array;
+        array.setMaxLength(3);
+        MemoryTranscriber reader(bytes);
+        EXPECT_FALSE(array.xdr(reader));
+        EXPECT_TRUE(array.isEmpty());
+        EXPECT_EQ(array.getMaxLength(), 0U);
+    }
+}
+
+// The reader fills the texts in after it has read the array, which has moved by
+// then.
+TEST(ArrayXdr, StringsComeWhereverTheyAreAwaited) {
+    fxStrArray array;
+    for (int i = 0; i < 1000; ++i) array.append(i % 7 == 0 ? fxStr() : fxStr(i, nullptr));
+    fxInitializeToolkit();
+    const std::unique_ptr<fxStrArray> copy(fxXdrCopy(&array));
+    ASSERT_NE(copy, nullptr);
+    EXPECT_EQ(*copy, array);
 }
 
 /// Counts the calls for elements.
@@ -443,24 +597,6 @@ TEST(ArrayXdr, LargeIntArraysAreLaidOutAsSmallOnes) {
             EXPECT_EQ(copy.xdr(fromStream), isWhole);
             EXPECT_EQ(items(copy), isWhole ? items(array) : std::vector<int>());
         }
-    }
-}
-
-TEST(ArrayXdr, RefusesForeignSizesAndClaimsWithoutBytes) {
-    const struct {
-        unsigned int byteCount;
-        unsigned short size;
-    } headers[] = {{8, 0}, {8, 4}, {8, 16}, {12, 8}, {0xFFFFFFF8, 8}, {0x80000000, 8}};
-    for (const auto& header : headers) {
-        std::string bytes(4096, '\1');
-        std::memset(&bytes[0], 0, 8);
-        std::memcpy(&bytes[0], &header.byteCount, 4);
-        std::memcpy(&bytes[8], &header.size, 2);
-        fxLongArray array(3);
-        MemoryTranscriber reader(bytes);
-        EXPECT_FALSE(array.xdr(reader));
-        EXPECT_TRUE(array.isEmpty());
-        EXPECT_EQ(array.getMaxLength(), 0U);
     }
 }
 
