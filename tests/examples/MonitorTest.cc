@@ -78,6 +78,7 @@ public:
             EXPECT_EQ(0, openpty(&ours, &theirs, nullptr, nullptr, &size));
             for (const int end : {ours, theirs}) fcntl(end, F_SETFD, FD_CLOEXEC);
             for (int& file : program.files) file = theirs;
+            before = attributes();
         } else {
             int ends[2];
             EXPECT_EQ(0, pipe2(ends, O_CLOEXEC));
@@ -132,8 +133,9 @@ public:
         return result;
     }
 
-    int ours = -1;    // the reading end, or the terminal's master
-    int theirs = -1;  // the terminal itself
+    termios before = {};  // what attributes() are when the program starts
+    int ours = -1;        // the reading end, or the terminal's master
+    int theirs = -1;      // the terminal itself
     pid_t process = 0;
     std::string output;
 
@@ -329,11 +331,10 @@ TEST(MonitorOptions, GraphShowsObjectsTypesAndConverters) {
 TEST(MonitorTerminal, KeysActAndQuittingLeavesItAsItWas) {
     FakeProc proc;
     Session session(Session::terminal, onFake(proc));
-    const termios before = session.attributes();
     ASSERT_TRUE(session.sees("\33[?1049h"));
     ASSERT_TRUE(session.sees("75.0%"));
     ASSERT_TRUE(session.sees("every 0.02 s  smoothing on"));
-    EXPECT_FALSE(sameAttributes(before, session.attributes()));
+    EXPECT_FALSE(sameAttributes(session.before, session.attributes()));
     session.type("s");
     EXPECT_TRUE(session.sees("every 0.02 s  smoothing off"));
     session.type("+");
@@ -344,7 +345,7 @@ TEST(MonitorTerminal, KeysActAndQuittingLeavesItAsItWas) {
     EXPECT_TRUE(session.sees("every 0.1 s  smoothing on"));
     session.type("q");
     EXPECT_EQ(0, session.end());
-    EXPECT_TRUE(sameAttributes(before, session.attributes()));
+    EXPECT_TRUE(sameAttributes(session.before, session.attributes()));
     EXPECT_TRUE(endsWith(session.output, terminalGivenBack));
 }
 
@@ -352,12 +353,11 @@ TEST(MonitorTerminal, EveryDeathLeavesItAsItWas) {
     for (const int signalNumber : {SIGTERM, SIGINT, SIGHUP, SIGABRT}) {
         FakeProc proc;
         Session session(Session::terminal, onFake(proc));
-        const termios before = session.attributes();
         ASSERT_TRUE(session.sees("sample"));
         kill(session.process, signalNumber);
         const int status = session.end();
         EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == signalNumber) << status;
-        EXPECT_TRUE(sameAttributes(before, session.attributes())) << signalNumber;
+        EXPECT_TRUE(sameAttributes(session.before, session.attributes())) << signalNumber;
         EXPECT_TRUE(endsWith(session.output, terminalGivenBack)) << signalNumber;
     }
 }
