@@ -1,3 +1,3 @@
 #include "fxds/base/FreeLists.h"
 
-fxPool::Block* fxPool::freeBlocks[fxPool::classes] = {};
+fxFreeLists::Block* fxFreeLists::freeBlocks[fxFreeLists::classes] = {};

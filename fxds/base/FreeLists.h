@@ -13,7 +13,7 @@
 // library the lists belong to the loop's thread. Checked builds use the plain
 // heap, so that sanitizers see every use of freed memory.
 
-class fxPool {
+class fxFreeLists {
 public:
     static void* allocate(size_t size) {
 #ifndef FXDS_CHECKED

@@ -8,9 +8,9 @@ fxData::fxData(unsigned short type_) : count(0), type(type_) {}
 
 fxData::~fxData() = default;
 
-void* fxData::operator new(size_t size) { return fxPool::allocate(size); }
+void* fxData::operator new(size_t size) { return fxFreeLists::allocate(size); }
 
-void fxData::operator delete(void* memory, size_t size) { fxPool::release(memory, size); }
+void fxData::operator delete(void* memory, size_t size) { fxFreeLists::release(memory, size); }
 
 fxBoolData::fxBoolData(unsigned char value_) : fxValueData(value_) {}
 

@@ -104,9 +104,11 @@ void fxMessageEvent::dump(FILE* file) { fxEvent::dump(file); }
 
 fxInputChannel* fxMessageEvent::getChannel() { return channel; }
 
-void* fxMessageEvent::operator new(size_t size) { return fxPool::allocate(size); }
+void* fxMessageEvent::operator new(size_t size) { return fxFreeLists::allocate(size); }
 
-void fxMessageEvent::operator delete(void* memory, size_t size) { fxPool::release(memory, size); }
+void fxMessageEvent::operator delete(void* memory, size_t size) {
+    fxFreeLists::release(memory, size);
+}
 
 // A walk over the queue, which tells it of every event that leaves.
 class fxEventQueue::Walk : public fxWalk<Walk> {

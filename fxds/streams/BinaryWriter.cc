@@ -100,8 +100,10 @@ fxBinaryWriterItem::fxBinaryWriterItem(const void* address_, unsigned int byteCo
 
 fxBinaryWriterItem::~fxBinaryWriterItem() = default;
 
-void* fxBinaryWriterItem::operator new(size_t size) { return fxPool::allocate(size); }
-void fxBinaryWriterItem::operator delete(void* item, size_t size) { fxPool::release(item, size); }
+void* fxBinaryWriterItem::operator new(size_t size) { return fxFreeLists::allocate(size); }
+void fxBinaryWriterItem::operator delete(void* item, size_t size) {
+    fxFreeLists::release(item, size);
+}
 
 fxBinaryWriter::fxBinaryWriter(fxStream* outStream)
     : fxTranscriber(outStream, false),
