@@ -132,6 +132,8 @@ protected:
 private:
     struct Reading;
 
+    bool hasOwnNumbers() const;
+    [[gnu::noinline]] bool readPieces(char* bytes, size_t byteCount);
     bool next();
     bool fillPastTypes();
     bool nextInstance();

@@ -3,6 +3,7 @@
 #define FXDS_STREAM_H
 
 #include <cstddef>
+#include <cstring>
 
 #include "fxds/RCObj.h"
 
@@ -18,6 +19,22 @@ struct fxStreamWindow {
 
 private:
     inline static char* nothing = nullptr;
+};
+
+/// The next `count` bytes of a window, as far as it still has them.
+struct fxReadyBytes {
+    /// Takes `byteCount` bytes, or takes none and returns false.
+    bool take(void* bytes, size_t byteCount) {
+        if (byteCount > count || byteCount > window->size()) return false;
+        if (byteCount == 0) return true;  // the window may have no buffer
+        std::memcpy(bytes, *window->next, byteCount);
+        *window->next += byteCount;
+        count -= static_cast<unsigned int>(byteCount);
+        return true;
+    }
+
+    const fxStreamWindow* window;
+    unsigned int count;
 };
 
 /// Moves elements in the machine's own byte order and representation; it

@@ -5,9 +5,9 @@
 #include <cstddef>
 
 #include "fxds/RCObj.h"
+#include "fxds/Stream.h"
 
 class fxStr;
-class fxStream;
 class fxTypeObj;
 class fxVoidPtrDict;
 class fxXDRObj;
@@ -171,6 +171,13 @@ public:
     virtual bool isEmbedded(const void* object) const;
     ///@}
 
+    /// Reads a number, if the stream has it at hand just as this machine stores
+    /// it. Otherwise nothing happens, and xdr() is to be called.
+    template <class T>
+    bool takeReady(T& number) {
+        return ready != nullptr && ready->take(&number, sizeof number);
+    }
+
     /// How fxStr transcribes its text, which has `byteCount` bytes with the
     /// terminator, more than 1; `*text` is the field that leads to it. This one
     /// answers xdr(text, byteCount). A reader that fills places in later leaves
@@ -216,6 +223,10 @@ protected:
 
     fxBool reading;    ///< What isReading() answers.
     fxStream* stream;  ///< Shared; null fails every operation.
+
+    /// What takeReady() takes from. Null unless the numbers of the stream are
+    /// stored as in this machine, and no subclass has a say in reading them.
+    fxReadyBytes* ready = nullptr;
 
     size_t attemptBegan = 0;  ///< placesNoted() when the innermost attempt() began.
 

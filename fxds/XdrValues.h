@@ -111,8 +111,10 @@ bool fxXdrNumber(fxTranscriber& t, T& v) {
         return true;
     } else if constexpr (std::is_same_v<T, int> || std::is_same_v<T, unsigned int>) {
         return t.xdr(&v, 1);
-    } else {
+    } else if constexpr (sizeof(T) == sizeof(int) && !std::is_floating_point_v<T>) {
         return fxXdrRun(t, &v, 1);
+    } else {
+        return t.takeReady(v) || fxXdrRun(t, &v, 1);
     }
 }
 

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
+#include <typeinfo>
 #include <utility>
 
 #include "fxds/Fatal.h"
@@ -280,10 +281,14 @@ fxBool fxBinaryReader::conclude(bool succeeded, fxXDRObj& object, void* address)
 /// Whatever ends the reading of a graph before it is complete, an exception of a
 /// record's function too: all that it made is destroyed, and no more is read.
 struct fxBinaryReader::Reading {
-    explicit Reading(fxBinaryReader& reader_) : reader(reader_) { reader.isBusy = true; }
+    explicit Reading(fxBinaryReader& reader_) : reader(reader_) {
+        reader.isBusy = true;
+        if (reader.hasOwnNumbers()) reader.ready = &reader.records->ready;
+    }
     ~Reading() {
         if (!isComplete) reader.records->fail();
         if (!isComplete) reader.graph->drop();
+        reader.ready = nullptr;
         reader.isBusy = false;
     }
     Reading(const Reading&) = delete;
@@ -313,19 +318,11 @@ bool fxBinaryReader::writeObject(void*, fxXDRObj*) {
 }
 
 bool fxBinaryReader::readBytes(void* bytes, size_t byteCount) {
-    if (records->takeReady(bytes, byteCount)) return true;
-    char* place = static_cast<char*>(bytes);
-    while (true) {
-        const size_t piece = std::min(byteCount, records->left());
-        if (!records->take(place, piece)) return false;
-        place += piece;
-        byteCount -= piece;
-        if (byteCount == 0) return true;
-        if (!next()) return false;
-    }
+    return records->ready.take(bytes, byteCount) ||
+           readPieces(static_cast<char*>(bytes), byteCount);
 }
 
-bool fxBinaryReader::fill() { return next() && records->stage(); }
+bool fxBinaryReader::fill() { return next() && (records->left() == 0 || records->stage()); }
 
 bool fxBinaryReader::readPrimPointer(void* slot, size_t byteCount) {
     if (!awaitBlock(byteCount, false)) return false;
@@ -361,6 +358,25 @@ bool fxBinaryReader::readInstance() {
 }
 
 // Private functions.
+
+// Reads what is not ready, perhaps from several records.
+bool fxBinaryReader::readPieces(char* bytes, size_t byteCount) {
+    while (true) {
+        const size_t piece = std::min(byteCount, records->left());
+        if (!records->take(bytes, piece)) return false;
+        bytes += piece;
+        byteCount -= piece;
+        if (byteCount == 0) return true;
+        if (!next()) return false;
+    }
+}
+
+// Whether numbers are read as they stand, by functions of this class.
+bool fxBinaryReader::hasOwnNumbers() const {
+    return shorts == fxBinaryReader_shorts && longs == fxBinaryReader_longs &&
+           floats == fxBinaryReader_floats && doubles == fxBinaryReader_doubles &&
+           typeid(*this) == typeid(fxBinaryReader);
+}
 
 bool fxBinaryReader::next() {
     if (!records->next()) return false;
@@ -432,7 +448,7 @@ bool fxBinaryReader::readBlock(fxReaderEntry& entry) {
         if (block == nullptr) return false;
     }
     if (entry.isDefined()) fxFatal("XXX baddest news");  // by a record in between
-    graph->defineBlock(id, byteCount, text, block.release());
+    graph->defineBlock(id, entry, byteCount, text, block.release());
     return true;
 }
 
@@ -499,7 +515,7 @@ bool fxBinaryReader::readBody(fxReaderEntry& entry) {
     graph->beginBody(type);
     void* const object = type.newInstance != nullptr ? type.newInstance(type) : nullptr;
     if (object == nullptr) fxFatal("XXX error handling is missing");
-    graph->defineObject(id, object);
+    graph->defineObject(id, entry, object);
     concluded = nullptr;
     hasFailed = false;
     if (type.xdr(object, *this) == 0) fxFatal("XXX error handling is missing");

@@ -74,16 +74,15 @@ void fxReaderGraph::beginBody(fxTypeObj& type) {
     isBodyOpen = true;
 }
 
-void fxReaderGraph::defineObject(unsigned int id, void* object) {
+void fxReaderGraph::defineObject(unsigned int id, fxReaderEntry& entry, void* object) {
     Body& body = bodies.back();
     body.address = object;
-    fxReaderEntry& entry = at(id);
     const bool isAwaited = entry.kind() == fxReaderEntry::awaitedObject;
     awaited -= isAwaited;
     isOrderly &= isAwaited;
     const unsigned int linked = entry.waiting();
     entry.defineObject(fxReaderEntry::object, *body.type, object, nextBody() - 1);
-    fillLinked(linked, id);
+    fillLinked(linked, id, entry);
 }
 
 bool fxReaderGraph::definePart(fxReaderEntry& entry, fxTypeObj& base, void* derived,
@@ -118,13 +117,12 @@ void fxReaderGraph::endBody(bool isForgiven, fxXDRObj* concluded) {
     for (size_t i = first; i < items.size(); ++i) settle(i);
 }
 
-void fxReaderGraph::defineBlock(unsigned int id, unsigned int length, const char* text,
-                                void* adopted) {
-    fxReaderEntry& entry = at(id);
+void fxReaderGraph::defineBlock(unsigned int id, fxReaderEntry& entry, unsigned int length,
+                                const char* text, void* adopted) {
     const unsigned int linked = entry.waiting();
     awaited -= entry.kind() == fxReaderEntry::awaitedBlock;
     numbers.defineBlock(entry, length, text, adopted);
-    fillLinked(linked, id);
+    fillLinked(linked, id, entry);
 }
 
 void fxReaderGraph::commit(const fxReaderEntry& root, fxTranscriber& transcriber) {
@@ -192,7 +190,7 @@ bool fxReaderGraph::isHandedOut(const fxReaderEntry& entry) {
 
 void fxReaderGraph::note(const fxBinaryReaderItem& item) {
     if (bodies.empty() && isHandedOut(at(item.id))) {
-        fill(item);
+        fill(item, at(item.id));
         for (fxReaderEntry* block : blocks) numbers.give(*block);
         blocks.clear();
         numbers.endPeriod();
@@ -206,24 +204,23 @@ void fxReaderGraph::settle(size_t index) {
     fxBinaryReaderItem& item = items[index];
     fxReaderEntry& entry = at(item.id);
     if (entry.isDefined()) {
-        fill(item);
+        fill(item, entry);
     } else {
         item.id = entry.waiting();
         entry.setWaiting(static_cast<unsigned int>(index + 1));
     }
 }
 
-void fxReaderGraph::fillLinked(unsigned int last, unsigned int id) {
+void fxReaderGraph::fillLinked(unsigned int last, unsigned int id, fxReaderEntry& entry) {
     while (last != 0) {
         fxBinaryReaderItem& item = items[last - 1];
         const bool isLoose = last <= looseCount;
         last = std::exchange(item.id, id);
-        if (!isLoose) fill(item);
+        if (!isLoose) fill(item, entry);
     }
 }
 
-void fxReaderGraph::fill(const fxBinaryReaderItem& item) {
-    fxReaderEntry& entry = at(item.id);
+void fxReaderGraph::fill(const fxBinaryReaderItem& item, fxReaderEntry& entry) {
     if (item.isObject()) {
         // A body that was left over may be handed out now.
         isOrderly &= entry.body() >= firstBody || orphans.empty();
@@ -232,7 +229,7 @@ void fxReaderGraph::fill(const fxBinaryReaderItem& item) {
                                   ? entry.address()
                                   : entry.record().upcast(entry.address(), declared));
     } else if (item.isText()) {
-        checkText(item);
+        checkText(item, entry);
         char* const copy = static_cast<char*>(fxNewBlock(item.wanted));
         std::memcpy(copy, entry.source(), item.wanted);
         static_cast<fxStr*>(item.slot)->adopt(copy, item.wanted);
@@ -256,16 +253,16 @@ void fxReaderGraph::empty(const fxBinaryReaderItem& item) {
 }
 
 // A text must end where its string does.
-void fxReaderGraph::checkText(const fxBinaryReaderItem& item) {
+void fxReaderGraph::checkText(const fxBinaryReaderItem& item, const fxReaderEntry& entry) {
     if (!item.isText()) return;
-    const char* const text = at(item.id).source();
+    const char* const text = entry.source();
     if (text == nullptr || text[item.wanted - 1] != '\0') fxFatal("format error");
 }
 
 // Decides all before anything changes.
 void fxReaderGraph::fillLoose() {
-    for (size_t i = 0; i < looseCount; ++i) checkText(items[i]);
-    for (size_t i = 0; i < looseCount; ++i) fill(items[i]);
+    for (size_t i = 0; i < looseCount; ++i) checkText(items[i], at(items[i].id));
+    for (size_t i = 0; i < looseCount; ++i) fill(items[i], at(items[i].id));
 }
 
 // Goes from the root and the loose places to all that they lead to, and gives
@@ -295,7 +292,7 @@ std::vector<unsigned int> fxReaderGraph::reach(const fxReaderEntry& root) {
         if (serial < firstBody) {
             reached.push_back(serial);
             for (const fxBinaryReaderItem& item : orphanOf(serial)->items) {
-                fill(item);
+                fill(item, at(item.id));
                 visit(item);
             }
             continue;

@@ -105,7 +105,7 @@ public:
     /// What follows belongs to the body of an object of the type.
     void beginBody(fxTypeObj& type);
     /// The object has been made; the places that wait for it are filled.
-    void defineObject(unsigned int id, void* object);
+    void defineObject(unsigned int id, fxReaderEntry& entry, void* object);
     /// Defines a part of the object, or of one that is embedded in it, when
     /// `derived` is the latter. False when the address is that of a part already.
     bool definePart(fxReaderEntry& entry, fxTypeObj& base, void* derived, void* baseAddress);
@@ -119,7 +119,8 @@ public:
     /// Room for a text that only strings await.
     char* textRoom(size_t bytes) { return numbers.textRoom(bytes); }
     /// Defines a block and fills the places that wait for it; see fxReaderNumbers.
-    void defineBlock(unsigned int id, unsigned int length, const char* text, void* adopted);
+    void defineBlock(unsigned int id, fxReaderEntry& entry, unsigned int length, const char* text,
+                     void* adopted);
 
     /// Ends a graph that is complete: fills the loose places, and hands out what
     /// these and the root lead to. Then tells the objects, in the order in which
@@ -158,10 +159,10 @@ private:
     bool isHandedOut(const fxReaderEntry& entry);
     void note(const fxBinaryReaderItem& item);
     void settle(size_t index);
-    void fillLinked(unsigned int last, unsigned int id);
-    void fill(const fxBinaryReaderItem& item);
+    void fillLinked(unsigned int last, unsigned int id, fxReaderEntry& entry);
+    void fill(const fxBinaryReaderItem& item, fxReaderEntry& entry);
     void empty(const fxBinaryReaderItem& item);
-    void checkText(const fxBinaryReaderItem& item);
+    static void checkText(const fxBinaryReaderItem& item, const fxReaderEntry& entry);
     void fillLoose();
     std::vector<unsigned int> reach(const fxReaderEntry& root);
     void adopt(std::vector<unsigned int> serials);

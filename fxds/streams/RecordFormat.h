@@ -28,7 +28,9 @@ inline constexpr unsigned int tagCount = sizeof fieldBytes;
 
 /// Whether an id is all that the record's fields hold.
 constexpr bool hasOneId(unsigned int tag) {
-    return tag == fxTagBlockAgain || (tag >= fxTagPointer && tag <= fxTagPartAgain);
+    constexpr unsigned int tags = 1U << fxTagBlockAgain | 1U << fxTagPointer |
+                                  1U << fxTagPointerAgain | 1U << fxTagPart | 1U << fxTagPartAgain;
+    return tag < tagCount && (tags >> tag & 1U) != 0;
 }
 
 /// Whether the record holds the contents of a block.
@@ -91,11 +93,11 @@ public:
     void follow(const Head& head) {
         left = hasOneId(head.tag) && head.payloadBytes == 0 && !isWide_ ? fillerBytes : 0;
     }
+    bool isWide() const { return isWide_; }
     /// Bytes that fill the fields of the record.
     unsigned int bytesIn(unsigned int tag) const {
         return isWide_ && hasOneId(tag) ? fillerBytes : 0;
     }
-    bool isWide() const { return isWide_; }
 
 private:
     static constexpr unsigned int fillerBytes = 4;
@@ -104,22 +106,30 @@ private:
     unsigned char left = 0;  // bytes that may follow
 };
 
-constexpr unsigned int lengthBytes(unsigned char first) { return first < 0xC0 ? first >> 6U : 4; }
+/// Bytes of the length, and what it keeps of four bytes, by the high bits of a head.
+inline constexpr unsigned char lengthBytes[] = {0, 1, 2, 4};
+inline constexpr unsigned int lengthMask[] = {0, 0xFF, 0xFFFF, 0xFFFFFFFF};
 
-/// Bytes of the head behind the first one; of an unknown tag, of its length.
-inline unsigned int restBytes(unsigned char first, const Filler& filler) {
-    const unsigned int tag = first & 0x3FU;
-    return lengthBytes(first) + (tag < tagCount ? fieldBytes[tag] + filler.bytesIn(tag) : 0);
-}
+/// Bytes of a head by its first byte; of an unknown tag, as far as the length.
+struct HeadBytes {
+    constexpr HeadBytes() {
+        for (unsigned int first = 0; first < 0x100; ++first) {
+            const unsigned int tag = first & 0x3FU;
+            of[first] = static_cast<unsigned char>(1 + lengthBytes[first >> 6U] +
+                                                   (tag < tagCount ? fieldBytes[tag] : 0));
+        }
+    }
+    unsigned char of[0x100] = {};
+};
+inline constexpr HeadBytes headBytes;
 
 /// Decodes a head. All of the maxHeadBytes at `bytes` are looked at.
-inline void decode(const unsigned char* bytes, Head& head) {
-    constexpr unsigned int masks[] = {0, 0xFF, 0xFFFF, 0, 0xFFFFFFFF};
-    const unsigned int size = lengthBytes(*bytes);
-    const unsigned char* const fields = bytes + 1 + size;
-    head.tag = *bytes & 0x3FU;
-    head.payloadBytes = word(bytes + 1) & masks[size];
-    for (unsigned int i = 0; i < 3; ++i) head.fields[i] = word(fields + 4 * i);
+inline Head decode(const unsigned char* bytes) {
+    const unsigned int code = *bytes >> 6U;
+    const unsigned char* const fields = bytes + 1 + lengthBytes[code];
+    return {*bytes & 0x3FU,
+            word(bytes + 1) & lengthMask[code],
+            {word(fields), word(fields + 4), word(fields + 8)}};
 }
 
 }  // namespace fxRecordFormat

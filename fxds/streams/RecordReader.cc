@@ -14,61 +14,57 @@ const fxStreamWindow nothing;
 
 fxRecordReader::fxRecordReader(fxStream* heldStream, char* stagingBuffer,
                                unsigned int stagingBytes_)
-    : stream(heldStream),
+    : ready{&nothing, 0},
+      stream(heldStream),
       source(&nothing),
-      hand(&nothing),
       staging(stagingBuffer),
       stagingBytes(stagingBytes_) {
     if (stream != nullptr && !stream->isReading()) stream = nullptr;
-    if (stream != nullptr) hand = source = &stream->window();
+    if (stream != nullptr) ready.window = source = &stream->window();
 }
 
 bool fxRecordReader::next() {
-    while (left() > 0) {
-        if (ready == 0 && !stage()) return false;
-        const size_t piece = std::min<size_t>(ready, hand->size());
-        *hand->next += piece;
-        ready = 0;
-    }
+    if ((ready.count | payloadLeft) != 0 && !skip()) return false;
     const unsigned char* const head = reinterpret_cast<const unsigned char*>(*source->next);
+    // A zero may be a filler.
     if (source->size() < maxHeadBytes || *head == 0 || filler.isWide()) {
         if (!readHead()) return false;
     } else {
-        decode(head, current);
-        *source->next += 1 + restBytes(*head, filler);
+        current = decode(head);
+        *source->next += headBytes.of[*head];
     }
     if (current.tag >= tagCount) fxFatal("Whoops!");
     payloadLeft = current.payloadBytes;
     filler.follow(current);
-    idsRead += fieldBytes[current.tag] != 0;
+    idsRead += current.tag > fxTagNull;
     return current.tag != fxTagType || readName();
 }
 
 bool fxRecordReader::stage() {
     const unsigned int piece = std::min(payloadLeft, stagingBytes);
-    hand = source;
-    if (hand->size() < piece) {
+    ready.window = source;
+    if (source->size() < piece) {
         if (!get(staging, piece)) return false;
         stagedNext = staging;
         stagedEnd = staging + piece;
-        hand = &staged;
+        ready.window = &staged;
     }
     payloadLeft -= piece;
-    ready = piece;
+    ready.count = piece;
     return true;
 }
 
 bool fxRecordReader::take(char* bytes, size_t byteCount) {
     while (byteCount > 0) {
-        if (ready == 0 && byteCount < std::min(payloadLeft, stagingBytes)) {
+        if (ready.count == 0 && byteCount < std::min(payloadLeft, stagingBytes)) {
             if (!stage()) return false;
-        } else if (ready == 0) {
+        } else if (ready.count == 0) {
             // A long value goes straight to its place.
             payloadLeft -= static_cast<unsigned int>(byteCount);
             return get(bytes, byteCount);
         }
-        const size_t piece = std::min<size_t>(byteCount, ready);
-        if (!takeReady(bytes, piece)) return false;
+        const size_t piece = std::min<size_t>(byteCount, ready.count);
+        if (!ready.take(bytes, piece)) return false;
         bytes += piece;
         byteCount -= piece;
     }
@@ -77,11 +73,21 @@ bool fxRecordReader::take(char* bytes, size_t byteCount) {
 
 void fxRecordReader::fail() {
     stream = nullptr;
-    source = hand = &nothing;
-    ready = payloadLeft = 0;
+    source = &nothing;
+    ready = {&nothing, 0};
+    payloadLeft = 0;
 }
 
 // Private functions.
+
+bool fxRecordReader::skip() {
+    while (left() > 0) {
+        if (ready.count == 0 && !stage()) return false;
+        *ready.window->next += std::min<size_t>(ready.count, ready.window->size());
+        ready.count = 0;
+    }
+    return true;
+}
 
 bool fxRecordReader::get(char* bytes, size_t byteCount) {
     const size_t atHand = std::min(byteCount, source->size());
@@ -102,8 +108,9 @@ bool fxRecordReader::readHead() {
     do {
         if (!get(bytes, 1)) return false;
     } while (filler.takes(*head));
-    if (!get(bytes + 1, restBytes(*head, filler))) return false;
-    decode(head, current);
+    const size_t rest = size_t{headBytes.of[*head]} - 1 + filler.bytesIn(*head & 0x3FU);
+    if (!get(bytes + 1, rest)) return false;
+    current = decode(head);
     return true;
 }
 

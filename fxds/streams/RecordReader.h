@@ -14,9 +14,8 @@
 //
 // Invariants, between any two calls:
 // (1) Nothing beyond the current record has been asked for.
-// (2) Of its payload, `ready` bytes begin at the front of `hand`, which is the
-//     window of the stream or `staged`; `payloadLeft` bytes follow in the stream,
-//     behind the ready ones.
+// (2) Of its payload, the `ready` bytes are at the front of the window of the
+//     stream or of `staged`; `payloadLeft` bytes follow in the stream, behind them.
 // (3) After the first failure of the stream nothing is at hand, and the stream is
 //     not asked again.
 // What the program does to the stream in between cannot harm: before each use the
@@ -37,17 +36,12 @@ public:
 
     const fxRecordFormat::Head& head() const { return current; }  ///< Of the current record.
     const char* name() const { return typeName.getBase(); }       ///< Of a type record.
-    size_t left() const { return size_t{ready} + payloadLeft; }   ///< Bytes of payload not taken.
+    /// Bytes of payload not taken.
+    size_t left() const { return size_t{ready.count} + payloadLeft; }
 
-    /// Takes `byteCount` bytes of payload if they are ready.
-    bool takeReady(void* bytes, size_t byteCount) {
-        if (byteCount > ready || byteCount > hand->size()) return false;
-        if (byteCount == 0) return true;  // the window may have no buffer
-        std::memcpy(bytes, *hand->next, byteCount);
-        *hand->next += byteCount;
-        ready -= static_cast<unsigned int>(byteCount);
-        return true;
-    }
+    /// The bytes of the payload that are ready, to take from.
+    fxReadyBytes ready;
+
     /// Takes `byteCount` bytes of payload. False when the stream ends.
     /// Requires: byteCount <= left().
     bool take(char* bytes, size_t byteCount);
@@ -58,14 +52,14 @@ public:
     size_t numbered() const { return idsRead; }
 
 private:
+    // Rare, and kept out of the way of what is not.
+    [[gnu::noinline]] bool skip();
+    [[gnu::noinline]] bool readHead();
+    [[gnu::noinline]] bool readName();
     bool get(char* bytes, size_t byteCount);
-    bool readHead();
-    bool readName();
 
     fxStream* stream;
     const fxStreamWindow* source;  // of the stream
-    const fxStreamWindow* hand;
-    unsigned int ready = 0;
     unsigned int payloadLeft = 0;
     fxRecordFormat::Head current;
     fxRecordFormat::Filler filler;

@@ -56,17 +56,16 @@ RecordParser::Outcome RecordParser::next(Record& record) {
     }
     if (left() == 0) return ended;
     record.at = cursor;
-    const unsigned int rest = restBytes(byteAt(cursor), filler);
     unsigned char bytes[maxHeadBytes] = {};
     stream.copy(reinterpret_cast<char*>(bytes), sizeof bytes, cursor);
-    Head head;
-    decode(bytes, head);
+    const Head head = decode(bytes);
     record.tag = head.tag;
     if (head.tag >= tagCount) {
         return lose(record, "tag " + std::to_string(head.tag) + " does not exist");
     }
-    if (left() <= rest) return lose(record, "the stream ends within the head of a record");
-    cursor += 1 + rest;
+    const size_t size = size_t{headBytes.of[bytes[0]]} + filler.bytesIn(head.tag);
+    if (left() < size) return lose(record, "the stream ends within the head of a record");
+    cursor += size;
     if (fieldBytes[head.tag] > 0) record.id = head.id();
     if (head.tag == fxTagObject) {
         record.typeId = head.typeId();
