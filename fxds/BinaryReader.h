@@ -137,6 +137,7 @@ private:
     bool next();
     bool fillPastTypes();
     bool nextInstance();
+    void noteMention();
     void defineType();
     bool awaitBlock(size_t byteCount, bool isText);
     bool readBlock(fxReaderEntry& entry);

@@ -275,7 +275,9 @@ bool fxBinaryReader::xdrText(fxStr& string, char**, unsigned int byteCount) {
 fxBool fxBinaryReader::conclude(bool succeeded, fxXDRObj& object, void* address) {
     if (succeeded && !isInPart) concluded = &object;
     hasFailed |= !succeeded;
-    return succeeded ? 1 : object.xdrFail(*this, address);
+    if (succeeded) return 1;
+    // The end of a part is not that of the object, which is asked then.
+    return isInPart ? 0 : object.xdrFail(*this, address);
 }
 
 /// Whatever ends the reading of a graph before it is complete, an exception of a
@@ -397,12 +399,29 @@ bool fxBinaryReader::fillPastTypes() {
     return true;
 }
 
-// Data that the body before has left unread is passed over.
+// Data that the body before has left unread is passed over, and of one that made
+// do with what it got before a failure the places, too.
 bool fxBinaryReader::nextInstance() {
     do {
         if (!fill()) return false;
-    } while (tag == fxTagType || (tag == fxTagData && hasReadBody));
+        if (hasFailed) noteMention();
+    } while (tag == fxTagType || (tag == fxTagData && hasReadBody) ||
+             (hasFailed && !isContents(tag) && tag != fxTagObject));
+    hasFailed = false;
     return true;
+}
+
+// What a place names that no object has asked for is awaited all the same, for
+// its definition is to come.
+void fxBinaryReader::noteMention() {
+    if (fieldA == 0) return;
+    if (tag == fxTagBlock || tag == fxTagBlockAgain) {
+        graph->awaitInVain(graph->at(fieldA), fxReaderEntry::awaitedBlock);
+    } else if (tag == fxTagPointer || tag == fxTagPointerAgain) {
+        graph->awaitInVain(graph->at(fieldA), fxReaderEntry::awaitedObject);
+    } else if (tag == fxTagPart) {
+        graph->definePassedPart(graph->at(fieldA));
+    }
 }
 
 void fxBinaryReader::defineType() {
@@ -416,14 +435,19 @@ void fxBinaryReader::defineType() {
 
 // Reads a whole graph. False when the stream ends before.
 bool fxBinaryReader::readGraph(fxTypeObj& expected, unsigned int& rootId) {
+    const unsigned int awaitedBefore = graph->awaitedCount();
     if (!nextInstance()) return false;
+    // What the last object of the graph before named and did not ask for.
+    while (graph->awaitedCount() > awaitedBefore) {
+        if (!readInstance() || !nextInstance()) return false;
+    }
     if (tag != fxTagObject || fieldA == 0) fxFatal("XXX baddest news");
     rootId = fieldA;
     graph->await(graph->at(rootId), fxReaderEntry::awaitedObject);
     graph->at(rootId).claim();
     rootType = &expected;
     if (!readInstance()) return false;
-    while (graph->isAwaiting()) {
+    while (graph->awaitedCount() > 0) {
         if (!nextInstance() || !readInstance()) return false;
     }
     return true;

@@ -25,6 +25,11 @@ void fxReaderGraph::await(fxReaderEntry& entry, fxReaderEntry::Kind kind) {
     ++awaited;
 }
 
+void fxReaderGraph::awaitInVain(fxReaderEntry& entry, fxReaderEntry::Kind kind) {
+    await(entry, kind);
+    isOrderly = false;
+}
+
 void fxReaderGraph::notePointer(void* slot, unsigned int id, fxTypeObj& declared) {
     if (lastType == types.size() || types[lastType] != &declared) {
         const auto found = std::find(types.begin(), types.end(), &declared);
@@ -102,6 +107,11 @@ bool fxReaderGraph::definePart(fxReaderEntry& entry, fxTypeObj& base, void* deri
     entry.defineObject(isInner ? fxReaderEntry::innerPart : fxReaderEntry::part, base, baseAddress,
                        nextBody() - 1);
     return true;
+}
+
+void fxReaderGraph::definePassedPart(fxReaderEntry& entry) {
+    if (entry.kind() != fxReaderEntry::unknown) return;
+    entry.defineObject(fxReaderEntry::innerPart, fxXDRObj_type, nullptr, firstBody);
 }
 
 bool fxReaderGraph::isPart(const fxReaderEntry& entry, const void* baseAddress) const {

@@ -65,8 +65,10 @@ public:
     fxReaderEntry& at(unsigned int id) { return numbers.at(id, records.numbered()); }
     /// Makes an unknown number an awaited one.
     void await(fxReaderEntry& entry, fxReaderEntry::Kind kind);
-    /// Whether numbers are awaited and not defined.
-    bool isAwaiting() const { return awaited > 0; }
+    /// The same, for what no place is to get.
+    void awaitInVain(fxReaderEntry& entry, fxReaderEntry::Kind kind);
+    /// How many numbers are awaited and not defined.
+    unsigned int awaitedCount() const { return awaited; }
 
     ///@{
     /// Notes an empty place: a pointer to an object, a pointer to a block, which
@@ -109,6 +111,8 @@ public:
     /// Defines a part of the object, or of one that is embedded in it, when
     /// `derived` is the latter. False when the address is that of a part already.
     bool definePart(fxReaderEntry& entry, fxTypeObj& base, void* derived, void* baseAddress);
+    /// Defines a part whose fields are passed over.
+    void definePassedPart(fxReaderEntry& entry);
     /// Whether the address is the part that has the number.
     bool isPart(const fxReaderEntry& entry, const void* baseAddress) const;
     /// Ends the body and fills or links its places, or forgets those of an object
