@@ -27,7 +27,7 @@
 // (4) A part of an object is read once, and only parts that the object itself
 //     inherits can be pointed to.
 // (5) A claimed size only ever limits what is read: memory grows with the bytes
-//     that have arrived.
+//     that have arrived, also when many strings name one text.
 
 using namespace fxRecordFormat;
 

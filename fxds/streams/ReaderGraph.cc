@@ -15,6 +15,13 @@
 
 namespace {
 
+// How many bytes a graph may hold in texts and in blocks of one owner. Each has a
+// copy of its own, so that a stream could name a long one very often. One that our
+// writer made names each text once in a graph, unless an object transcribes a
+// string repeatedly.
+constexpr size_t freeBytes = size_t{1} << 16;
+constexpr size_t copiesOfEach = 16;
+
 void setPointer(void* slot, void* value) { std::memcpy(slot, &value, sizeof value); }
 
 }  // namespace
@@ -131,6 +138,7 @@ void fxReaderGraph::defineBlock(unsigned int id, fxReaderEntry& entry, unsigned 
                                 const char* text, void* adopted) {
     const unsigned int linked = entry.waiting();
     awaited -= entry.kind() == fxReaderEntry::awaitedBlock;
+    blockBytes += length;
     numbers.defineBlock(entry, length, text, adopted);
     fillLinked(linked, id, entry);
 }
@@ -145,6 +153,7 @@ void fxReaderGraph::commit(const fxReaderEntry& root, fxTranscriber& transcriber
         adopt(reached);
     }
     isOrderly = true;
+    copiedBytes = 0;
     firstBody = nextBody();
     bodies.clear();
     items.clear();
@@ -203,6 +212,7 @@ void fxReaderGraph::note(const fxBinaryReaderItem& item) {
         fill(item, at(item.id));
         for (fxReaderEntry* block : blocks) numbers.give(*block);
         blocks.clear();
+        copiedBytes = 0;
         numbers.endPeriod();
     } else {
         items.push_back(item);
@@ -240,10 +250,12 @@ void fxReaderGraph::fill(const fxBinaryReaderItem& item, fxReaderEntry& entry) {
                                   : entry.record().upcast(entry.address(), declared));
     } else if (item.isText()) {
         checkText(item, entry);
+        chargeCopy(item.wanted);
         char* const copy = static_cast<char*>(fxNewBlock(item.wanted));
         std::memcpy(copy, entry.source(), item.wanted);
         static_cast<fxStr*>(item.slot)->adopt(copy, item.wanted);
     } else if (item.isOwnBlock()) {
+        chargeCopy(entry.bytes());
         void* const own = numbers.takeMemoryOf(entry);
         if (own == nullptr) fxFatal("format error");
         setPointer(item.slot, own);
@@ -251,6 +263,11 @@ void fxReaderGraph::fill(const fxBinaryReaderItem& item, fxReaderEntry& entry) {
         setPointer(item.slot, numbers.memoryOf(entry));
         blocks.push_back(&entry);
     }
+}
+
+void fxReaderGraph::chargeCopy(size_t byteCount) {
+    copiedBytes += byteCount;
+    if (copiedBytes > freeBytes + copiesOfEach * blockBytes) fxFatal("format error");
 }
 
 // Makes a pointer null again. A linked one is null.

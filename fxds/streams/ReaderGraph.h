@@ -165,6 +165,7 @@ private:
     void settle(size_t index);
     void fillLinked(unsigned int last, unsigned int id, fxReaderEntry& entry);
     void fill(const fxBinaryReaderItem& item, fxReaderEntry& entry);
+    void chargeCopy(size_t byteCount);
     void empty(const fxBinaryReaderItem& item);
     static void checkText(const fxBinaryReaderItem& item, const fxReaderEntry& entry);
     void fillLoose();
@@ -182,6 +183,8 @@ private:
     bool isBodyOpen = false;
     bool isOrderly = true;       // a place noted earlier leads to each of the bodies
     unsigned int firstBody = 0;  // serial number of bodies[0]
+    size_t blockBytes = 0;       // of all blocks of the stream
+    size_t copiedBytes = 0;      // of the copies in this graph
     size_t looseCount = 0;
     fxChunkList<Body> bodies;
     fxChunkList<fxBinaryReaderItem> items;

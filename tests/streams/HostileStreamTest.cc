@@ -258,6 +258,21 @@ TEST_F(HostileStream, BasePartsAreReadOnceAndBelongToTheirObject) {
               "XXX old base previously unseen");
 }
 
+TEST_F(HostileStream, TextNamedVeryOftenIsRefused) {
+    const std::string text(5000, 'x');
+    const std::string names = record(0, "", long8(5001)) + record(4, word(3));
+    const auto named = [&](unsigned int times) {
+        std::string records =
+            typeRecord(2, "ARRAY") +
+            objectRecord(1, 2, word(16 * times) + word(16) + word(16, 2) + long8(5001)) +
+            record(4, word(3));
+        for (unsigned int i = 1; i < times; ++i) records += names;
+        return endOfRecords<fxStrArray>(records + record(5, word(3) + word(5001), text + '\0'));
+    };
+    EXPECT_EQ(named(20), "read");
+    EXPECT_EQ(named(2000), formatError);
+}
+
 TEST_F(HostileStream, ClaimedSizesCostNothing) {
     rusage before, after;
     getrusage(RUSAGE_SELF, &before);
