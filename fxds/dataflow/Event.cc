@@ -44,7 +44,7 @@ fxEvent::~fxEvent() {
 }
 
 void fxEvent::leaveQueue() {
-    if (queue != nullptr) queue->unlink(this);
+    if (__builtin_expect(queue != nullptr, 0)) queue->unlink(this);
 }
 
 // An event that is posted or deleted while it is delivered is no longer its

@@ -113,8 +113,11 @@ std::vector<Channel*> emptyTable(fxVoidPtrDict* table) {
     return channels;
 }
 
+// Out of line, so that the sends do not call a function to ask whether there is one.
+[[gnu::cold, gnu::noinline]] void makeEventHandler() { fx_theEventHandler = new fxEventHandler; }
+
 fxEventHandler& eventHandler() {
-    if (__builtin_expect(fx_theEventHandler == nullptr, 0)) fx_theEventHandler = new fxEventHandler;
+    if (fx_theEventHandler == nullptr) makeEventHandler();
     return *fx_theEventHandler;
 }
 
