@@ -4,13 +4,14 @@
 
 #include <cstddef>
 #include <cstring>
+#include <new>
 #include <type_traits>
 
 #include "fxds/DataTypes.h"
 
 /// A value with its data type number and a count of holders. Holders take()
 /// and release() it; the one that brings the count to 0 destroys it. A send
-/// takes over a value that has no holder.
+/// adopts a value that has no holder.
 class FX_API fxData {
 public:
     explicit fxData(unsigned short type);  ///< It has no holder yet.
@@ -25,9 +26,10 @@ public:
     /// signature that belongs to the data type.
     virtual void deliverTo(void (*function)(), void* closure) = 0;
 
-    /// Copies the value to `target`, which has room for getSize() bytes; for
-    /// strings and string arrays `target` is a live object that is assigned
-    /// to. `type` is not consulted.
+    /// Copies the value to `target`, which has room for getSize() bytes and may
+    /// be unaligned; for strings and string arrays `target` is a live object
+    /// that is assigned to. A text is copied as its pointer, which stays the
+    /// box's: a view, good as long as the box. `type` is not consulted.
     virtual void getValue(unsigned short type, void* target) = 0;
 
     /// Size of the value in bytes.
@@ -40,8 +42,16 @@ public:
         if (--count == 0) delete this;
     }
 
+    ///@{
+    /// Storage from the library's free lists; aligned as the class asks when
+    /// that is more than usual, or the caller's own.
     static void* operator new(size_t size);
+    static void* operator new(size_t size, std::align_val_t alignment);
+    static void* operator new(size_t, void* place) noexcept { return place; }
     static void operator delete(void* memory, size_t size);
+    static void operator delete(void* memory, std::align_val_t alignment);
+    static void operator delete(void*, void*) noexcept {}
+    ///@}
 
     unsigned long count;  ///< Number of holders, 0 when made.
     unsigned short type;  ///< Data type number.

@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <cstdio>
+#include <new>
 
 #include "fxds/Obj.h"
 #include "fxds/detail/Walk.h"
@@ -77,8 +78,16 @@ public:
     fxInputChannel* getChannel() override;
     fxData* getData() const { return data; }  ///< The value, which the event goes on holding.
 
+    ///@{
+    /// Storage from the library's free lists; aligned as the class asks when
+    /// that is more than usual, or the caller's own.
     static void* operator new(size_t size);
+    static void* operator new(size_t size, std::align_val_t alignment);
+    static void* operator new(size_t, void* place) noexcept { return place; }
     static void operator delete(void* memory, size_t size);
+    static void operator delete(void* memory, std::align_val_t alignment);
+    static void operator delete(void*, void*) noexcept {}
+    ///@}
 
 private:
     friend class fxEventHandler;

@@ -10,7 +10,15 @@ fxData::~fxData() = default;
 
 void* fxData::operator new(size_t size) { return fxFreeLists::allocate(size); }
 
+void* fxData::operator new(size_t size, std::align_val_t alignment) {
+    return ::operator new(size, alignment);
+}
+
 void fxData::operator delete(void* memory, size_t size) { fxFreeLists::release(memory, size); }
+
+void fxData::operator delete(void* memory, std::align_val_t alignment) {
+    ::operator delete(memory, alignment);
+}
 
 fxBoolData::fxBoolData(unsigned char value_) : fxValueData(value_) {}
 

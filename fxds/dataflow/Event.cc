@@ -73,6 +73,7 @@ fxMessageEvent::fxMessageEvent(const fxMessageEvent& other)
 }
 
 void fxMessageEvent::hold() {
+    FX_ASSERT(channel != nullptr && data != nullptr);
     origin = Origin::message;
     channel->take();
     data->take();
@@ -106,8 +107,16 @@ fxInputChannel* fxMessageEvent::getChannel() { return channel; }
 
 void* fxMessageEvent::operator new(size_t size) { return fxFreeLists::allocate(size); }
 
+void* fxMessageEvent::operator new(size_t size, std::align_val_t alignment) {
+    return ::operator new(size, alignment);
+}
+
 void fxMessageEvent::operator delete(void* memory, size_t size) {
     fxFreeLists::release(memory, size);
+}
+
+void fxMessageEvent::operator delete(void* memory, std::align_val_t alignment) {
+    ::operator delete(memory, alignment);
 }
 
 // A walk over the queue, which tells it of every event that leaves.
