@@ -89,8 +89,8 @@ public:
     Destructor* getDestructor() const;
 
     ///@{
-    /// Replaces the value of a property of this kind, and treats the argument
-    /// as the constructor of the kind does.
+    /// Replaces the value, and treats the argument as the constructor of the
+    /// kind does. Requires: getKind() is this kind.
     void setAsBool(unsigned char value);
     void setAsLong(long value);
     void setAsDouble(double value);
@@ -99,9 +99,11 @@ public:
     void setAsVoidPtr(void* pointer, Destructor* destructor);
     ///@}
     /// The new target is held before the old one is let go, so setting what is
-    /// already set changes nothing.
+    /// already set changes nothing. Requires: getKind() is fxDT_ObjPtr.
     void setAsObjPtr(fxObj* object);
-    void setAsData(fxData* data);  ///< Shared, and held before the old value is let go.
+    /// Shared, and held before the old value is let go.
+    /// Requires: getKind() is fxDT_DataPtr.
+    void setAsData(fxData* data);
 
     /// Lets go of what the property owns or shares, and is null then; a value
     /// that is neither (numbers, borrowed texts and pointers) stays. May be called

@@ -23,7 +23,8 @@ public:
         events = 2,  ///< values reaching an input, events being delivered
         timers = 4,  ///< timers being started and stopped, and their ticks
         loop = 8,    ///< the phases of a poll
-        all = 15
+        all = 15,    ///< these four
+        held = 16    ///< objects that are deleted while they have holders
     };
 
     /// Receives a line, which has no newline and ends with a zero byte: a view.
@@ -35,7 +36,7 @@ public:
     /// forgets the numbers of objects.
     static void enable(unsigned int kinds);
 
-    /// Traces the kinds named in `words`, as in "send,timers" or "all";
+    /// Traces the kinds named in `words`, as in "send,timers", "all" or "held";
     /// separated by commas, with spaces around as you like. Unknown words are
     /// told in one line of the trace each, and make the answer false; the rest
     /// counts. Null and "" switch tracing off.

@@ -21,8 +21,9 @@ unsigned short tagAt(const fxVoidPtrArray& properties, unsigned int index) {
 }  // namespace
 
 fxObj::~fxObj() {
+    if (__builtin_expect(properties == nullptr && fx_traceKinds == 0, 1)) return;
+    if (fx_traceKinds != 0) fxTraceLines::dying(*this, refCount & ~ending);
     if (properties == nullptr) return;
-    if (fx_traceKinds != 0) fxTraceLines::dying(*this);
     // Properties that lead back here may let go of this object.
     refCount |= ending;
     // What is released may send: the receiving functions belong to a class whose
@@ -78,6 +79,7 @@ fxProperty* fxObj::findProperty(char const* name, unsigned int* index) {
 }
 
 fxObj* fxObj::setProperty(fxProperty* property) {
+    FX_ASSERT(property != nullptr);
     makeBelongings();
     property->take();
     unsigned int index;

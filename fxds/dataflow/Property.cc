@@ -10,6 +10,7 @@
 #include "fxds/Str.h"
 #include "fxds/StrArray.h"
 #include "fxds/dataflow/Belongings.h"
+#include "fxds/dataflow/TraceLines.h"
 
 // A property is a tag, a kind and two slots of eight bytes. Values are copied
 // into zeroed slots and out of them as bytes, so that reading a property as
@@ -42,6 +43,11 @@ T fromSlot(const unsigned long& slot) {
 template <class Counted>
 void takeIfAny(Counted* target) {
     if (target != nullptr) target->take();
+}
+
+void hold(fxObj* object) {
+    takeIfAny(object);
+    if (fxTrace::isOn(fxTrace::held) && object != nullptr) fxTraceLines::holding(*object);
 }
 
 void releaseIfAny(fxData* target) {
@@ -117,7 +123,7 @@ fxProperty::fxProperty(unsigned short tag_, void* pointer, Destructor* destructo
 }
 
 fxProperty::fxProperty(unsigned short tag_, fxObj* object) : fxProperty(tag_, fxDT_ObjPtr) {
-    takeIfAny(object);
+    hold(object);
     value = asSlot(object);
 }
 
@@ -191,13 +197,23 @@ fxProperty::Destructor* fxProperty::getDestructor() const {
     return type == fxDT_VoidPtr ? fromSlot<Destructor*>(extra) : nullptr;
 }
 
-void fxProperty::setAsBool(unsigned char value_) { value = asSlot(value_); }
+void fxProperty::setAsBool(unsigned char value_) {
+    FX_ASSERT(type == fxDT_fxBool);
+    value = asSlot(value_);
+}
 
-void fxProperty::setAsLong(long value_) { value = asSlot(value_); }
+void fxProperty::setAsLong(long value_) {
+    FX_ASSERT(type == fxDT_long);
+    value = asSlot(value_);
+}
 
-void fxProperty::setAsDouble(double value_) { value = asSlot(value_); }
+void fxProperty::setAsDouble(double value_) {
+    FX_ASSERT(type == fxDT_double);
+    value = asSlot(value_);
+}
 
 void fxProperty::setAsCharPtr(char const* text, unsigned char owned) {
+    FX_ASSERT(type == fxDT_CharPtr);
     char* old = fromSlot<char*>(value);
     const bool freeOld = fromSlot<unsigned char>(extra) != 0 && old != text;
     value = asSlot(text);
@@ -206,6 +222,7 @@ void fxProperty::setAsCharPtr(char const* text, unsigned char owned) {
 }
 
 void fxProperty::setAsStr(fxStr const& value_) {
+    FX_ASSERT(type == fxDT_fxStr);
     if (value == 0) {
         value = asSlot(new fxStr(value_));  // cleaned up before
     } else {
@@ -214,6 +231,7 @@ void fxProperty::setAsStr(fxStr const& value_) {
 }
 
 void fxProperty::setAsVoidPtr(void* pointer, Destructor* destructor) {
+    FX_ASSERT(type == fxDT_VoidPtr);
     void* old = fromSlot<void*>(value);
     Destructor* oldDestructor = fromSlot<Destructor*>(extra);
     value = asSlot(pointer);
@@ -222,13 +240,15 @@ void fxProperty::setAsVoidPtr(void* pointer, Destructor* destructor) {
 }
 
 void fxProperty::setAsObjPtr(fxObj* object) {
-    takeIfAny(object);
+    FX_ASSERT(type == fxDT_ObjPtr);
+    hold(object);
     fxObj* old = getAsObjPtr();
     value = asSlot(object);
     releaseIfAny(old);
 }
 
 void fxProperty::setAsData(fxData* data) {
+    FX_ASSERT(type == fxDT_DataPtr);
     takeIfAny(data);
     fxData* old = getAsData();
     value = asSlot(data);

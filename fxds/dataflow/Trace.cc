@@ -36,11 +36,9 @@ struct KindName {
     const char* name;
     unsigned int kinds;
 };
-constexpr KindName kindNames[] = {{"send", fxTrace::sends},
-                                  {"events", fxTrace::events},
-                                  {"timers", fxTrace::timers},
-                                  {"loop", fxTrace::loop},
-                                  {"all", fxTrace::all}};
+constexpr KindName kindNames[] = {{"send", fxTrace::sends},    {"events", fxTrace::events},
+                                  {"timers", fxTrace::timers}, {"loop", fxTrace::loop},
+                                  {"all", fxTrace::all},       {"held", fxTrace::held}};
 
 unsigned int kindsCalled(std::string_view word) {
     for (const KindName& known : kindNames) {
@@ -66,7 +64,7 @@ std::string_view nextWord(std::string_view& words) {
 }  // namespace
 
 void fxTrace::enable(unsigned int kinds) {
-    fx_traceKinds = kinds & all;
+    fx_traceKinds = kinds & (all | held);
     if (fx_traceKinds == 0) fxTraceLines::forgetNames();
 }
 

@@ -237,16 +237,19 @@ void fxDetail::traceDelivering(fxInputChannel& input, const TracedValue& value) 
     putReaching("deliver", input, value);
 }
 
-std::string fxTraceLines::classNameOf(const fxObj& object) {
-    std::string given = object.className();
-    if (given != object.fxXDRObj::className()) return given;
+std::string fxTraceLines::nameOf(const std::type_info& type) {
     int status = 0;
     const std::unique_ptr<char, void (*)(void*)> readable(
-        abi::__cxa_demangle(typeid(object).name(), nullptr, nullptr, &status), std::free);
-    if (readable == nullptr) return given;
+        abi::__cxa_demangle(type.name(), nullptr, nullptr, &status), std::free);
+    if (readable == nullptr) return type.name();
     const std::string_view name(readable.get());
     const size_t scope = name.substr(0, name.find('<')).rfind("::");
     return std::string(name.substr(scope != std::string_view::npos ? scope + 2 : 0));
+}
+
+std::string fxTraceLines::classNameOf(const fxObj& object) {
+    std::string given = object.className();
+    return given == object.fxXDRObj::className() ? nameOf(typeid(object)) : given;
 }
 
 void fxTraceLines::sending(const fxOutputChannel& output, fxData* data, int how) {
@@ -281,9 +284,20 @@ void fxTraceLines::unknownWord(std::string_view word) {
     if (isInLine) return;
     Line line("trace");
     line << "unknown word ";
-    line.quote(word) << "; there are send, events, timers, loop, all";
+    line.quote(word) << "; there are send, events, timers, loop, all, held";
 }
 
-void fxTraceLines::dying(const fxObj& object) { Names::theNames().forget(object); }
+void fxTraceLines::holding(const fxObj& object) {
+    if (isToWrite(fxTrace::held)) Names::theNames().of(object);
+}
+
+void fxTraceLines::dying(const fxObj& object, unsigned long holders) {
+    if (holders != 0 && isToWrite(fxTrace::held)) {
+        Line line("held");
+        line << Names::theNames().of(object) << ", deleted with " << static_cast<long>(holders)
+             << (holders == 1 ? " holder" : " holders");
+    }
+    Names::theNames().forget(object);
+}
 
 void fxTraceLines::forgetNames() { Names::theNames().forgetAll(); }

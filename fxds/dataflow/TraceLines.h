@@ -4,6 +4,7 @@
 
 #include <string>
 #include <string_view>
+#include <typeinfo>
 
 #include "fxds/Trace.h"
 
@@ -18,6 +19,7 @@ namespace fxTraceLines {
 /// The name of an object's class: its className(), or, when no class below the
 /// root defines that, the compiler's name without namespaces. Writes nothing.
 std::string classNameOf(const fxObj& object);
+std::string nameOf(const std::type_info& type);  ///< The compiler's name, without namespaces.
 
 [[gnu::cold]] void sending(const fxOutputChannel& output, fxData* data,
                            int how);  ///< `how` is an fxObj::fxSendFlags.
@@ -29,8 +31,13 @@ std::string classNameOf(const fxObj& object);
 
 void unknownWord(std::string_view word);  ///< Written whatever is on.
 
-/// Forgets the number of an object that is being destroyed.
-[[gnu::cold]] void dying(const fxObj& object);
+/// Notes the class of an object that gets a holder: the destructor of fxObj
+/// does not know it any more. Writes nothing.
+[[gnu::cold]] void holding(const fxObj& object);
+
+/// Reports the holders of an object that is being destroyed, and forgets its
+/// number.
+[[gnu::cold]] void dying(const fxObj& object, unsigned long holders);
 void forgetNames();  ///< Forgets the numbers of all objects.
 
 /// Hands a line to the sink. Defined in Trace.cc.

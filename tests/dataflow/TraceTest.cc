@@ -269,14 +269,31 @@ TEST_F(Trace, ToleratesDeathInASend) {
     }
 }
 
+TEST_F(Trace, ReportsHoldersOfDeletedObjects) {
+    EXPECT_TRUE(fxTrace::enable("held"));
+    fxObj holder;
+    const unsigned short tag = fxProperty::allocNewTag("held");
+    for (unsigned long holders = 0; holders < 3; ++holders) {
+        Printer printer;
+        printer.take();
+        holder.setProperty(new fxProperty(tag, &printer));
+        holder.removeProperty(tag);
+        printer.refCount = holders;
+    }
+    EXPECT_EQ(taken(),
+              "fxds held    Printer#2, deleted with 1 holder\n"
+              "fxds held    Printer#3, deleted with 2 holders\n");
+}
+
 TEST_F(Trace, TellsOfUnknownWords) {
     EXPECT_FALSE(fxTrace::enable("sends,loop, \x01x ,loop"));
     EXPECT_EQ(fx_traceKinds, fxTrace::loop);
     EXPECT_TRUE(fxTrace::enable(static_cast<const char*>(nullptr)));
     EXPECT_EQ(fx_traceKinds, 0U);
-    EXPECT_EQ(taken(),
-              "fxds trace   unknown word \"sends\"; there are send, events, timers, loop, all\n"
-              "fxds trace   unknown word \"\\x01x\"; there are send, events, timers, loop, all\n");
+    EXPECT_EQ(
+        taken(),
+        "fxds trace   unknown word \"sends\"; there are send, events, timers, loop, all, held\n"
+        "fxds trace   unknown word \"\\x01x\"; there are send, events, timers, loop, all, held\n");
 }
 
 // The environment asks, and the lines go to standard error, also after main().
@@ -291,7 +308,7 @@ TEST(TraceOfAProcess, IsAskedForByTheEnvironment) {
         {{"/proc/self/exe", "--gtest_filter=TraceOfAProcess.*"}, ".", {{"FXDS_TRACE", "send,x"}}});
     EXPECT_EQ(traced.status, 0);
     EXPECT_EQ(traced.errors,
-              "fxds trace   unknown word \"x\"; there are send, events, timers, loop, all\n"
+              "fxds trace   unknown word \"x\"; there are send, events, timers, loop, all, held\n"
               "fxds send    Counter#1.count int 1, queued, 0 connections\n"
               "fxds send    Counter#2.count int 2, queued, 0 connections\n");
 }
