@@ -9,6 +9,7 @@
 #include "fxds/VoidPtrArray.h"
 #include "fxds/detail/Hold.h"
 #include "fxds/detail/TraceHooks.h"
+#include "fxds/detail/TypedChannels.h"
 #include "fxds/detail/Walk.h"
 
 class fxData;
@@ -19,10 +20,12 @@ class fxOutputChannel;
 
 /// The receiving end: a function and the closure that it is called with.
 /// Counted by its holders: the object's table, each output connection, each
-/// converter that feeds it and each queued message. Made by fxObj::addInput().
+/// converter that feeds it and each queued message; the last of them destroys
+/// it. So an input that is connected or sent to is made with `new`, as
+/// fxObj::addInput() does, and ended by release() alone.
 ///
 /// Not polymorphic: a converter copy (see fxConverter) is an input channel too
-/// and is distinguished by converterBit, which release() checks.
+/// and is distinguished by isConverter(), which release() checks.
 ///
 /// An input that its object has removed, and every input of an object that has
 /// begun to end, calls nothing any more: it has the type fxDT_void then and a
@@ -34,6 +37,7 @@ public:
     /// that belongs to the data type (see DataTypes.h). Bit 0 of `replace`
     /// keeps at most one message waiting for this input, the newest.
     /// `closure` is borrowed. The channel starts with no holder.
+    /// Requires: `function` is not null when a value arrives.
     fxInputChannel(unsigned short type, void* closure, void (*function)(), fxBool replace);
     fxInputChannel(const fxInputChannel&) = delete;
     fxInputChannel& operator=(const fxInputChannel&) = delete;
@@ -63,15 +67,16 @@ public:
     /// the first connection. View.
     const fxVoidPtrArray* getOutputs() const { return outputs; }
 
-    /// Enters a feeding output. Called by fxOutputChannel::add().
+    /// Enters a feeding output. For fxOutputChannel::add() to call: disconnect()
+    /// is fatal for an output that is entered here without being connected.
     void add(fxOutputChannel* output);
 
     /// Removes the first entry of the output. An output that is missing means
     /// broken connections and is fatal.
     void remove(fxOutputChannel* output);
 
-    /// Cuts all connections. The channel may be gone afterwards, when they
-    /// were its last holders.
+    /// Cuts all connections. Fatal when one is missing at the output. The channel
+    /// may be gone afterwards, when they were its last holders.
     void disconnect();
 
     /// Discards every message that waits for this input: what
@@ -90,13 +95,16 @@ public:
     /// input has the type fxDT_void.
     void deliver(fxData* data);
 
-    /// Calls the receiving function. A value goes along unless this input has
-    /// the type fxDT_void.
-    template <class... Passed>
-    void call(Passed... value) {
+    /// Calls the receiving function. The value, as the receiving function takes
+    /// it, goes along unless this input has the type fxDT_void.
+    /// Requires: the value's type is that of the input; nothing is converted.
+    template <class... Values>
+    void call(Values... value) {
+        if (__builtin_expect(isUntested(), 0)) testClass(true);
         // NOLINTNEXTLINE(bugprone-branch-clone): the same where nothing is passed
-        if (sizeof...(Passed) == 0 || getType() != fxDT_void) {
-            callAs<Passed...>(value...);
+        if (sizeof...(Values) == 0 || getType() != fxDT_void) {
+            FX_ASSERT(fxDetail::areTakenBy<Values...>(getType()));
+            callAs<fxDetail::Passed<Values>...>(fxDetail::pass<Values>(value)...);
         } else {
             callAs<>();
         }
@@ -107,8 +115,7 @@ public:
     static void operator delete(void* memory) { ::operator delete(memory); }
 
     void* closure;  ///< What `function` is called with first. Borrowed.
-    /// The receiving function, cast: only its data type tells the real
-    /// signature.
+    /// The receiving function, cast: its real signature is that of the data type.
     void (*function)();
 
 protected:
@@ -136,8 +143,15 @@ private:
     template <class Channel>
     friend class fxOwnedChannels;
 
+    // The owner of a typed input is tested when the input is connected or called
+    // first: a base class may register receivers of the classes derived from it.
+    static constexpr unsigned int untestedBit = 1u << 30;  // of `word`
+    bool isUntested() const { return (word & untestedBit) != 0; }
+    void testClass(bool isCalled);
+
     template <class... Passed>
     void callAs(Passed... value) {
+        FX_ASSERT(function != nullptr);
         reinterpret_cast<void (*)(void*, Passed...)>(function)(closure, value...);
     }
 
@@ -154,6 +168,7 @@ private:
     fxObj* owner;             // borrowed; in one of whose lists it is linked
     fxInputChannel* nextOwned;
     fxInputChannel** ownedLink;
+    fxDetail::ClassTest* classTest;  // for the owner while isUntested()
 };
 
 /// The sending end: a data type and the inputs connected to it. Made by
@@ -176,8 +191,8 @@ public:
     /// or to one that has begun to end.
     fxObj* getOwner() const { return owner; }
 
-    /// The name under which getOwner() has this output, or null when it
-    /// has no owner. View, good until the object's outputs change.
+    /// The name under which getOwner() has this output, or null when it has no
+    /// owner. View, good until the object's outputs change.
     const char* getName() const;
 
     /// Connects the input, through a converter when the data types differ and
@@ -204,8 +219,12 @@ public:
 
     /// Calls every connected input at once, in the order of connection. The
     /// values are what receiving functions of this type take after the closure.
-    template <class... Passed>
-    void deliver(Passed... value);
+    /// Requires: they are of this type; nothing is converted before.
+    template <class... Values>
+    void deliver(Values... value) {
+        FX_ASSERT(fxDetail::areTakenBy<Values...>(type));
+        deliverPassed<fxDetail::Passed<Values>...>(fxDetail::pass<Values>(value)...);
+    }
 
 private:
     friend class fxDelivery;
@@ -214,6 +233,8 @@ private:
     friend class fxOwnedChannels;
 
     void disown();
+    template <class... Passed>
+    void deliverPassed(Passed... value);
     template <class... Passed>
     [[gnu::cold, gnu::noinline]] void deliverTraced(Passed... value);
 
@@ -255,7 +276,7 @@ private:
 };
 
 template <class... Passed>
-inline void fxOutputChannel::deliver(Passed... value) {
+inline void fxOutputChannel::deliverPassed(Passed... value) {
     if (__builtin_expect(fx_traceKinds != 0, 0)) {
         deliverTraced<Passed...>(value...);
         return;
@@ -266,7 +287,7 @@ inline void fxOutputChannel::deliver(Passed... value) {
     while (fxInputChannel* input = walk.next()) input->receive<Passed...>(valueType, value...);
 }
 
-// The same, telling what happens before it does.
+// The same, traced: each line is written before what it says happens.
 template <class... Passed>
 void fxOutputChannel::deliverTraced(Passed... value) {
     const unsigned short valueType = type;

@@ -8,13 +8,26 @@
 /// in the list of converters, the newest first, so it shadows older ones for
 /// the same two types; destroying it takes it out again.
 ///
-/// The conversion function has the receiving signature of the source type. Its
-/// closure is the fxInputChannel to feed, which it calls with the converted
-/// value: static_cast<fxInputChannel*>(closure)->call(converted).
+/// Converters are made by add(), from a function that takes the one value and
+/// returns the other:
+///
+///     float halved(int value) { return 0.5f * static_cast<float>(value); }
+///     fxConverter::add<halved>();
+///
+/// Connections that were made with a converter go on calling its function when
+/// the converter is destroyed.
 class FX_API fxConverter : public fxInputChannel {
 public:
-    /// Enters the converter for the types `from` and `to`; both are data type
-    /// numbers.
+    /// Enters a converter that calls `function` as function(value); the two data
+    /// types are those of its argument and of its result. The argument is
+    /// declared as receivers declare theirs. The converter is given (`delete`).
+    template <auto function>
+    static fxConverter* add();
+
+    /// Enters a converter for the data type numbers `from` and `to`, of which one
+    /// may be the application's own; add() is for all others. `function` has the
+    /// receiving signature of `from`. Its closure is the fxInputChannel to feed,
+    /// on which it calls call() with a value of exactly the type `to`.
     fxConverter(unsigned short from, unsigned short to, void (*function)());
     ~fxConverter();
 
@@ -23,7 +36,8 @@ public:
     static fxInputChannel* findConverter(unsigned short from, unsigned short to);
 
     /// Makes this copy feed `input`, which it holds from now on. What it fed
-    /// before is released. Requires: the copy is in no connection yet.
+    /// before is released. Requires: this is a copy that findConverter() made, in
+    /// no connection yet; `input` not null.
     void splice(fxInputChannel* input);
 
     /// Makes the library's converters. Called once at start-up. Whatever is
@@ -50,6 +64,19 @@ public:
 private:
     fxConverter(const fxConverter& found, void* spliced);
 };
+
+template <auto function>
+inline fxConverter* fxConverter::add() {
+    typedef fxDetail::Conversion<decltype(+function)> Conversion;
+    static_assert(Conversion::isFit,
+                  "a conversion is a function that takes and returns one of:" FX_SENT_NAMES);
+    if constexpr (Conversion::isFit) {
+        auto thunk = &Conversion::template run<function, fxInputChannel>;
+        return new fxConverter(Conversion::from(), Conversion::to(),
+                               reinterpret_cast<void (*)()>(thunk));
+    }
+    return nullptr;
+}
 
 /// The newest converter; each leads to the next older one.
 extern FX_API fxConverter* fx_theConverters;

@@ -57,8 +57,14 @@ public:
     ///@{
     /// Null when nothing is held; Requires for the operators: something is.
     T* get() const { return static_cast<T*>(pointer); }
-    T* operator->() const { return get(); }
-    T& operator*() const { return *get(); }
+    T* operator->() const {
+        FX_ASSERT(pointer != nullptr);
+        return get();
+    }
+    T& operator*() const {
+        FX_ASSERT(pointer != nullptr);
+        return *get();
+    }
     ///@}
     explicit operator bool() const { return pointer != nullptr; }
 

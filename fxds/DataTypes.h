@@ -16,7 +16,8 @@ class fxStrArray;
 /// A receiving function takes its closure first and then the value as in the
 /// column "receiver": void f(void*, int), void f(void*, fxStr&); for fxDT_void
 /// it takes the closure alone: void f(void*). Text and references live for the
-/// duration of the call: copy what you keep.
+/// duration of the call, and all receivers of a value get the same ones: copy
+/// what you keep, and change nothing.
 ///
 /// Applications draw numbers for kinds of their own from fx_nextDataType, the
 /// first of them 12.

@@ -15,7 +15,8 @@ public:
     /// Queues the event (adopted) at the back, or at the front when urgent.
     void postEvent(fxEvent* event, unsigned char urgent = 0);
 
-    /// Sends `data` to every input connected to `output`, as fxObj::sendData().
+    /// Sends `data` to every input connected to `output`, as fxObj::sendData(),
+    /// with the same requirements.
     /// A value sent at once is deleted afterwards whoever holds it; a queued
     /// one goes with the last message that holds it.
     void postMessage(fxOutputChannel* output, fxData* data, fxObj::fxSendFlags how);

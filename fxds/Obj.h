@@ -10,6 +10,7 @@
 #include "fxds/Property.h"
 #include "fxds/VoidPtrArray.h"
 #include "fxds/XDRObj.h"
+#include "fxds/detail/TypedChannels.h"
 
 class fxBelongings;
 class fxData;
@@ -18,7 +19,7 @@ class fxStrArray;
 class fxVoidPtrDict;
 
 template <class T>
-class fxOutput;
+class fxOutputView;
 
 /// Base of objects that carry properties and exchange values through named,
 /// typed channels. The channels are kept as two properties, "inputs" and
@@ -37,11 +38,11 @@ class fxOutput;
 /// that set this off returns.
 ///
 /// The send functions take a null or unconnected output, which reaches no input.
-/// The type of the value must be that of the output: converting is the
-/// connections' business. What a property or a channel lets go of may run code
-/// of the program, which may change this object again and destroy it. Receivers
-/// may throw: the exception leaves through the send, which calls none after it.
-/// Destructors may not.
+/// Requires: the type of the value is that of the output; connections convert.
+/// What a property or a channel lets go of may run any code of the program,
+/// which may change this object again and destroy it. Receivers may throw: the
+/// exception leaves through the send, which calls none after it. Destructors may
+/// not.
 class FX_API fxObj : public fxXDRObj {
 public:
     /// When a value is delivered. Any other value cancels the messages that
@@ -85,7 +86,7 @@ public:
     ///@}
 
     /// Takes the property in (shared), in place of one with the same tag.
-    /// Returns this object, as do the other three.
+    /// Returns this object, as do the other three. Requires: it is not null.
     fxObj* setProperty(fxProperty* property);
     ///@{
     /// Lets go of the property; nothing when there is none.
@@ -102,7 +103,8 @@ public:
     /// never had one. Requires: index < getNumberOfProperties() otherwise.
     fxProperty* getProperty(unsigned int index) const;
 
-    // Channels. The names are copied; the channels belong to the object.
+    // Channels. The names are copied, and null is the name ""; the channels
+    // belong to the object.
 
     /// Adds an input; see fxInputChannel for the arguments. An input that has
     /// the name already makes way but keeps its connections until they are cut or
@@ -113,16 +115,19 @@ public:
     /// Adds an input that calls a member function of the object's class, as in
     /// addInput<&Gauge::setLevel>("level"). The data type follows from the
     /// function's parameter; a function without one makes a fxDT_void input.
+    /// Fatal when the object turns out to be of another class; that is seen when
+    /// the input is connected or called for the first time, so a base class may
+    /// add inputs for the classes derived from it.
     template <auto Method>
     fxInputChannel* addInput(char const* name, unsigned char replace = 0);
 
     /// Adds an output. One that has the name already is destroyed.
     fxOutputChannel* addOutput(char const* name, unsigned short type);
 
-    /// Adds an output for values of type T; what does not convert to T does
-    /// not compile when sent.
+    /// Adds an output for values of type T. Sending what is not a T for every
+    /// value of its type does not compile.
     template <class T>
-    fxOutput<T> addOutput(char const* name);
+    fxOutputView<T> addOutput(char const* name);
 
     /// Removes the channel; unknown names are ignored. Messages that wait for
     /// the input are discarded, and its function is not called any more, in a
@@ -155,7 +160,8 @@ public:
 
     // Sending.
 
-    /// Sends a boxed value, which is taken over: it must have no holder yet.
+    /// Sends a boxed value (adopted). Requires: it is of the output's type, and
+    /// has no holder when it is sent at once; it is not null if it is delivered.
     static void sendData(fxOutputChannel* output, fxData* data, fxSendFlags how = fxSendQueued);
     ///@{
     /// Sends one value of the kind that the name tells; nothing is boxed when
@@ -196,23 +202,25 @@ public:
     ///@}
 
 private:
+    fxInputChannel* addInput(char const* name, void* closure,
+                             const fxDetail::InputFunction& function, unsigned char replace);
     fxBelongings& makeBelongings();
     void disownChannels();
     void discardRetired();
     static void discard(fxInputChannel* input);
 
     template <class T>
-    friend class fxOutput;
+    friend class fxOutputView;
 
     // All typed sends. T is an fxChannelType's Value, and `value` is null for
     // void. Immediate sends of numbers and of void skip boxing; the difference
     // is not observable. Text is always boxed: receivers get a copy.
     template <class T>
     static void send(fxOutputChannel* output, const T* value, fxSendFlags how) {
+        FX_ASSERT(output == nullptr || output->getType() == fxChannelType<T>::type());
         if constexpr (std::is_arithmetic_v<T> || std::is_void_v<T>) {
             if (how == fxSendNow) {
                 if (output == nullptr) return;
-                FX_ASSERT(output->getType() == fxChannelType<T>::type());
                 if constexpr (std::is_void_v<T>) {
                     output->deliver();
                 } else {
@@ -233,19 +241,26 @@ private:
     fxBelongings* properties;  // null until the first
 };
 
-/// An output together with its C++ type. A view: good as long as the output.
+/// An output together with its C++ type, as addOutput() gives it. A view: good as
+/// long as the output, and freely copied. Keep it in an fxOutput.
 template <class T>
-class fxOutput {
+class fxOutputView {
+    static_assert(fxDetail::IsSent<T>::value, "an output carries one of:" FX_SENT_NAMES);
+
 public:
     /// `channel_` may be null: what is sent goes nowhere then.
-    explicit fxOutput(fxOutputChannel* channel_ = nullptr) : channel(channel_) {}
+    /// Requires: the output has the data type of T.
+    explicit fxOutputView(fxOutputChannel* channel_ = nullptr) : channel(channel_) {}
 
     /// Sends a value; for fxStr and const char* a copy of it.
-    void send(const T& value, fxObj::fxSendFlags how = fxObj::fxSendQueued) const;
-    /// A number with a fraction does not fit an output of whole ones or truths.
-    template <class V,
-              std::enable_if_t<std::is_floating_point_v<V> && std::is_integral_v<T>, int> = 0>
-    void send(V value, fxObj::fxSendFlags how = fxObj::fxSendQueued) const = delete;
+    void send(const T& value, fxObj::fxSendFlags how = fxObj::fxSendQueued) const {
+        const typename fxChannelType<T>::Value& sent = value;
+        fxObj::send(channel, &sent, how);
+    }
+    // clang-format off
+    template <class V, std::enable_if_t<!fxDetail::fits<T, V>(), int> = 0>
+    void send(const V&, fxObj::fxSendFlags = fxObj::fxSendQueued) const = delete;  // not every value of this type is one of the output's
+    // clang-format on
 
     ///@{
     /// The channel, or null. View.
@@ -259,11 +274,12 @@ private:
 
 /// An output that tells only that something happened.
 template <>
-class fxOutput<void> {
+class fxOutputView<void> {
 public:
     /// `channel_` may be null: what is sent goes nowhere then.
-    explicit fxOutput(fxOutputChannel* channel_ = nullptr) : channel(channel_) {}
-    /// Reaches every connected input.
+    /// Requires: the output has the data type fxDT_void.
+    explicit fxOutputView(fxOutputChannel* channel_ = nullptr) : channel(channel_) {}
+    /// Calls every connected input without a value.
     void send(fxObj::fxSendFlags how = fxObj::fxSendQueued) const {
         fxObj::send<void>(channel, nullptr, how);
     }
@@ -277,56 +293,58 @@ private:
     fxOutputChannel* channel;
 };
 
-namespace fxDetail {
-
-// What a member function receives, without the reference and const around it.
-template <class Method>
-struct Receiver;
-template <class C>
-struct Receiver<void (C::*)()> {
-    typedef C Class;
-    static unsigned short type() { return fxDT_void; }
-    template <auto method>
-    static void call(void* self) {
-        (static_cast<C*>(self)->*method)();
+/// An output as a member of the object that adds it:
+///
+///     Gauge() : changed(addOutput<int>("changed")) {}
+///     fxOutput<int> changed;
+///
+/// It is not copied, and so neither are objects with such a member: copies of
+/// objects carry no channels, and the member would go on sending on the channel
+/// of the original.
+template <class T>
+class fxOutput : public fxOutputView<T> {
+public:
+    using fxOutputView<T>::fxOutputView;
+    fxOutput() = default;
+    fxOutput(const fxOutputView<T>& output)
+        : fxOutputView<T>(output) {}  ///< As addOutput() gives it.
+    /// The output that is sent on from now on.
+    fxOutput& operator=(const fxOutputView<T>& output) {
+        fxOutputView<T>::operator=(output);
+        return *this;
     }
+    // clang-format off
+    fxOutput(const fxOutput&) = delete;  // an fxOutput sends for one object: copies of objects carry no channels
+    fxOutput& operator=(const fxOutput&) = delete;  // an fxOutput sends for one object: copies of objects carry no channels
+    template <class U>
+    fxOutput(const fxOutputView<U>&) = delete;  // this output has another type
+    // clang-format on
 };
-template <class C, class Argument>
-struct Receiver<void (C::*)(Argument)> {
-    typedef C Class;
-    typedef fxChannelType<std::remove_cv_t<std::remove_reference_t<Argument>>> Channel;
-    static unsigned short type() { return Channel::type(); }
-    template <auto method>
-    static void call(void* self, typename Channel::Passed value) {
-        (static_cast<C*>(self)->*method)(static_cast<Argument>(value));
-    }
-};
-template <class C, class... Arguments>
-struct Receiver<void (C::*)(Arguments...) const> : Receiver<void (C::*)(Arguments...)> {};
-template <class C, class... Arguments>
-struct Receiver<void (C::*)(Arguments...) noexcept> : Receiver<void (C::*)(Arguments...)> {};
-template <class C, class... Arguments>
-struct Receiver<void (C::*)(Arguments...) const noexcept> : Receiver<void (C::*)(Arguments...)> {};
-
-}  // namespace fxDetail
 
 template <auto Method>
 inline fxInputChannel* fxObj::addInput(char const* name, unsigned char replace) {
     typedef fxDetail::Receiver<decltype(Method)> Receiver;
-    auto thunk = &Receiver::template call<Method>;
-    return addInput(name, Receiver::type(), static_cast<typename Receiver::Class*>(this),
-                    reinterpret_cast<void (*)()>(thunk), replace);
+    static_assert(Receiver::isFit,
+                  "a receiver is a member function that returns void and takes nothing or one "
+                  "of:" FX_SENT_NAMES);
+    if constexpr (Receiver::isFit) {
+        typedef typename Receiver::Class Class;
+        static_assert(fxDetail::IsObject<Class>::value,
+                      "a receiver's class derives from fxObj, once and not virtually");
+        if constexpr (fxDetail::IsObject<Class>::value) {
+            auto thunk = &Receiver::template call<Method>;
+            return addInput(name, static_cast<Class*>(this),
+                            {Receiver::type(), reinterpret_cast<void (*)()>(thunk),
+                             &fxDetail::testClass<Class>},
+                            replace);
+        }
+    }
+    return nullptr;
 }
 
 template <class T>
-inline fxOutput<T> fxObj::addOutput(char const* name) {
-    return fxOutput<T>(addOutput(name, fxChannelType<T>::type()));
-}
-
-template <class T>
-inline void fxOutput<T>::send(const T& value, fxObj::fxSendFlags how) const {
-    const typename fxChannelType<T>::Value& sent = value;
-    fxObj::send(channel, &sent, how);
+inline fxOutputView<T> fxObj::addOutput(char const* name) {
+    return fxOutputView<T>(addOutput(name, fxChannelType<T>::type()));
 }
 
 #endif

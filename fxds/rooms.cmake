@@ -52,7 +52,7 @@ fxds_room(streams
 fxds_room(dataflow
   ON containers
   HEADERS Channel Converter Data DataTypes Event EventHandler Network Obj Property StrData Trace
-  DETAIL TraceHooks
+  DETAIL TraceHooks TypedChannels
   PRIVATE Belongings TraceLines
   SOURCES Channel Converter Data DataTypes Event EventHandler Network Obj ObjChannels Property
     StrData Trace TraceLines)

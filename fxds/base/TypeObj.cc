@@ -65,6 +65,7 @@ bool fxTypeObj::isA(const fxTypeObj& other) const {
 }
 
 void* fxTypeObj::upcast(void* object, const fxTypeObj& other) const {
+    FX_ASSERT(isA(other));
     if (this == &other || bases == nullptr) return object;
     for (unsigned int i = 0; bases[i] != nullptr; ++i) {
         const bool isOnTheWay =

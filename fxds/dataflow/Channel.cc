@@ -1,5 +1,8 @@
 #include "fxds/Channel.h"
 
+#include <cxxabi.h>
+
+#include <typeinfo>
 #include <utility>
 
 #include "fxds/Converter.h"
@@ -10,6 +13,7 @@
 #include "fxds/Str.h"
 #include "fxds/VoidPtrDict.h"
 #include "fxds/dataflow/Belongings.h"
+#include "fxds/dataflow/TraceLines.h"
 
 // A connection is kept at both ends: the output lists its entries, each a real
 // input or a converter copy that leads to one, and each real input lists the
@@ -26,7 +30,8 @@ fxInputChannel::fxInputChannel(unsigned short type, void* closure_, void (*funct
       queued(0),
       owner(nullptr),
       nextOwned(nullptr),
-      ownedLink(nullptr) {}
+      ownedLink(nullptr),
+      classTest(nullptr) {}
 
 fxInputChannel::~fxInputChannel() {
     fxOwnedChannels<fxInputChannel>::leave(this);
@@ -81,7 +86,9 @@ void fxInputChannel::remove(fxOutputChannel* output) {
 void fxInputChannel::disconnect() {
     const fxHold<fxInputChannel> hold(this);  // the connections may be the only holders
     while (outputs != nullptr && outputs->length() > 0) {
+        const unsigned int count = outputs->length();
         static_cast<fxOutputChannel*>((*outputs)[0])->remove(this);
+        if (outputs->length() == count) fxFatal("ic/oc connections busted");
     }
 }
 
@@ -94,11 +101,16 @@ void fxInputChannel::countMessages(unsigned long count) {
 }
 
 void fxInputChannel::deliver(fxData* data) {
-    if (getType() == fxDT_void && data->getType() != fxDT_void) {
-        callAs<>();
-    } else {
-        data->deliverTo(function, closure);
+    FX_ASSERT(function != nullptr);
+    // The whole word, so that an input whose owner is still to be tested differs.
+    if (__builtin_expect(word >> typeShift != data->getType(), 0)) {
+        if (isUntested()) testClass(true);
+        if (getType() == fxDT_void && data->getType() != fxDT_void) {
+            callAs<>();
+            return;
+        }
     }
+    data->deliverTo(function, closure);
 }
 
 namespace {
@@ -119,6 +131,38 @@ void fxInputChannel::mute() {
 void fxInputChannel::disown() {
     fxOwnedChannels<fxInputChannel>::leave(this);
     mute();
+}
+
+namespace {
+
+// Whether `type` is one of the bases of `derived`, at any distance.
+bool isBaseOf(const std::type_info& type, const std::type_info& derived) {
+    if (const auto* single = dynamic_cast<const abi::__si_class_type_info*>(&derived)) {
+        return *single->__base_type == type || isBaseOf(type, *single->__base_type);
+    }
+    const auto* multiple = dynamic_cast<const abi::__vmi_class_type_info*>(&derived);
+    if (multiple == nullptr) return false;
+    for (unsigned int i = 0; i < multiple->__base_count; ++i) {
+        const std::type_info& base = *multiple->__base_info[i].__base_type;
+        if (base == type || isBaseOf(type, base)) return true;
+    }
+    return false;
+}
+
+}  // namespace
+
+// An owner that is of a base of the receiver's class may be under construction:
+// then only a call is fatal. No constructor runs while an object is a plain fxObj.
+void fxInputChannel::testClass(bool isCalled) {
+    const std::type_info* missing = owner != nullptr ? classTest(*owner) : nullptr;
+    if (missing != nullptr) {
+        const std::type_info& actual = typeid(*owner);
+        if (!isCalled && actual != typeid(fxObj) && isBaseOf(actual, *missing)) return;
+        const char* name = getName();
+        fxFatal("%s: input \"%s\" is for objects of class %s", fxTraceLines::nameOf(actual).c_str(),
+                name != nullptr ? name : "", fxTraceLines::nameOf(*missing).c_str());
+    }
+    word &= ~untestedBit;
 }
 
 void fxInputChannel::cancelPending() {
@@ -151,6 +195,7 @@ const char* fxOutputChannel::getName() const {
 
 void fxOutputChannel::add(fxInputChannel* input) {
     FX_ASSERT(!input->isConverter());
+    if (input->isUntested()) input->testClass(false);
     input->add(this);
     fxInputChannel* entry = input;
     if (input->getType() != type && input->getType() != fxDT_void) {

@@ -38,6 +38,7 @@ fxInputChannel* fxConverter::findConverter(unsigned short from, unsigned short t
 }
 
 void fxConverter::splice(fxInputChannel* input) {
+    FX_ASSERT(isConverter() && input != nullptr);
     input->take();
     fxInputChannel* old = static_cast<fxInputChannel*>(closure);
     if (old != nullptr) old->countMessages(-queued);

@@ -59,10 +59,14 @@ void fxEventHandler::postEvent(fxEvent* event, unsigned char urgent) {
 void fxEventHandler::postMessage(fxOutputChannel* output, fxData* data, fxObj::fxSendFlags how) {
     if (fxTrace::isOn(fxTrace::sends) && output != nullptr)
         fxTraceLines::sending(*output, data, how);
+    FX_ASSERT(output == nullptr || data == nullptr || data->getType() == output->getType());
+    FX_ASSERT(data == nullptr || how != fxObj::fxSendNow || data->count == 0);
     if (output == nullptr || output->getNumberOfConnections() == 0) {
         delete data;
         return;
     }
+    FX_ASSERT(data != nullptr || (how != fxObj::fxSendQueued && how != fxObj::fxSendUrgent &&
+                                  how != fxObj::fxSendNow));
     const Sent sent(data, how);
     fxDelivery walk(*output);
     if (sent.isQueued) {

@@ -170,7 +170,14 @@ fxOutputChannel* fxObj::getOutput(char const* name, unsigned short type) {
 
 fxInputChannel* fxObj::addInput(char const* name, unsigned short type, void* closure,
                                 void (*function)(), unsigned char replace) {
-    fxInputChannel* input = new fxInputChannel(type, closure, function, replace);
+    return addInput(name, closure, {type, function, nullptr}, replace);
+}
+
+fxInputChannel* fxObj::addInput(char const* name, void* closure,
+                                const fxDetail::InputFunction& function, unsigned char replace) {
+    auto* input = new fxInputChannel(function.type, closure, function.function, replace);
+    input->classTest = function.classTest;
+    if (input->classTest != nullptr) input->word |= fxInputChannel::untestedBit;
     input->take();
     fxBelongings& mine = makeBelongings();
     if (mine.isEnding) {

@@ -18,10 +18,10 @@ class Channels : public Dataflow {
 protected:
     static void now(Node& node, int value) { fxObj::sendInt(node.out, value, fxObj::fxSendNow); }
 
-    Node sender, a, b, c;
+    Node sender, a;
 };
 
-TEST_F(Channels, WhatIsMissingIsIgnoredAndWhatCannotBeIsFatal) {
+TEST_F(Channels, UnknownNamesAndModesDoNothing) {
     fxObj empty;
     sender.connect("out", nullptr, "in");
     sender.connect("no such output", &a, "in");
@@ -33,17 +33,15 @@ TEST_F(Channels, WhatIsMissingIsIgnoredAndWhatCannotBeIsFatal) {
     empty.removeOutput("out");
     EXPECT_EQ(sender.out->getNumberOfConnections(), 0u);
     fxObj::sendData(nullptr, new CountedData(1), fxObj::fxSendNow);
+    EXPECT_FALSE(fxInputChannel(fxDT_int, nullptr, nullptr, 2).isReplacing());
     // Modes that do not exist neither deliver nor delete.
     sender.feed(a);
     auto* data = new CountedData(9);
     fxObj::sendData(sender.out, data, static_cast<fxObj::fxSendFlags>(7));
+    fxObj::sendInt(sender.out, 9, static_cast<fxObj::fxSendFlags>(7));
     EXPECT_EQ(CountedData::alive, 1);
     delete data;
-    EXPECT_EQ(fxInputChannel(fxDT_int, nullptr, nullptr, 2).isReplacing(), false);
-
-    empty.addInput("long", fxDT_long, nullptr, nullptr);
-    EXPECT_DEATH(sender.connect("out", &empty, "long"), "^Can't convert from 2 to 3\n$");
-    EXPECT_DEATH(a.in->remove(b.out), "^ic/oc connections busted\n$");
+    EXPECT_EQ(a.seen, Seen{});
 }
 
 TEST_F(Channels, VoidInputsTakeAnythingWithoutItsValue) {
@@ -61,7 +59,105 @@ TEST_F(Channels, VoidInputsTakeAnythingWithoutItsValue) {
     EXPECT_EQ(calls, 3);
 }
 
-TEST_F(Channels, DyingObjectsHearNothing) {
+class Meter : public fxObj {
+public:
+    void set(int value_) { value = value_; }
+    int value = 0;
+};
+
+// Adds the input before the object is a Late, and connects it.
+template <class Derived>
+class Early : public fxObj {
+public:
+    explicit Early(Node& source) {
+        this->template addInput<&Derived::set>("in");
+        source.connect("out", this, "in");
+    }
+};
+class Late : public Early<Late> {
+public:
+    using Early::Early;
+    void set(int value_) { value = value_; }
+    int value = 0;
+};
+
+// What can only be seen when it happens.
+TEST_F(Channels, MisuseIsFatal) {
+    Late late(sender);
+    now(sender, 3);
+    EXPECT_EQ(late.value, 3);
+    const std::pair<std::function<void()>, const char*> rows[] = {
+        {[&] {
+             fxObj target;
+             target.addInput("long", fxDT_long, nullptr, asFunction(count<long>));
+             sender.connect("out", &target, "long");
+         },
+         "^Can't convert from 2 to 3\n$"},
+        {[&] {
+             sender.feed(a);
+             a.in->remove(a.out);
+         },
+         "^ic/oc connections busted\n$"},
+        {[&] {
+             a.in->add(sender.out);
+             a.in->disconnect();
+         },
+         "^ic/oc connections busted\n$"},
+        {[&] {
+             a.addInput<&Meter::set>("set");
+             sender.connect("out", &a, "set");
+         },
+         "^Node: input \"set\" is for objects of class Meter\n$"},
+        {[&] { fxObj().addInput<&Meter::set>("set")->call(1); },
+         "^fxObj: input \"set\" is for objects of class Meter\n$"},
+        {[&] {
+             fxIntData one(1);
+             a.addInput<&Meter::set>("set")->deliver(&one);
+         },
+         "^Node: input \"set\" is for objects of class Meter\n$"},
+#ifdef FXDS_CHECKED
+        {[&] { a.in->call(1L); }, "areTakenBy"},
+        {[&] { sender.out->deliver(0.5f); }, "areTakenBy"},
+        {[&] { fxConverter::findConverter(fxDT_int, fxDT_float)->call("1"); }, "areTakenBy"},
+        {[&] { fxObj::sendLong(sender.out, 1); }, "getType"},
+        {[&] { fxObj::sendData(sender.out, new fxVoidData); }, "getType"},
+        {[&] {
+             sender.feed(a);
+             fxObj::sendData(sender.out, nullptr);
+         },
+         "data != nullptr"},
+        {[&] {
+             auto* held = new CountedData(1);
+             held->take();
+             fxObj::sendData(sender.out, held, fxObj::fxSendNow);
+         },
+         "count == 0"},
+        {[&] {
+             a.addInput("none", fxDT_int, nullptr, nullptr);
+             a.getInput("none")->call(1);
+         },
+         "function != nullptr"},
+        {[&] { static_cast<fxConverter*>(fx_theConverters)->splice(a.in); }, "isConverter"},
+        {[&] {
+             static_cast<fxConverter*>(fxConverter::findConverter(fxDT_int, fxDT_float))
+                 ->splice(nullptr);
+         },
+         "input != nullptr"},
+        {[&] { fxMessageEvent(a.in, nullptr); }, "data != nullptr"},
+        {[&] { a.setProperty(nullptr); }, "property != nullptr"},
+        {[&] { fxProperty(0, &a).setAsLong(1); }, "type == fxDT_long"},
+        {[&] { fxProperty(0, 5L).setAsObjPtr(&a); }, "type == fxDT_ObjPtr"},
+        {[&] { fxProperty(0, 5L).setAsStr(fxStr("text")); }, "type == fxDT_fxStr"},
+        {[&] { fxProperty(0, fxStr("text")).setAsVoidPtr(nullptr, nullptr); },
+         "type == fxDT_VoidPtr"},
+        {[&] { static_cast<void>(*RPtr<Counted>()); }, "pointer != nullptr"},
+        {[&] { fxStrArray_type.upcast(&a, fxStrSet_type); }, "isA"},
+#endif
+    };
+    for (const auto& [misuse, words] : rows) EXPECT_DEATH(misuse(), words);
+}
+
+TEST_F(Channels, InputsOfADestroyedObjectAreMuted) {
     static Node* source;
     source = &sender;
     const auto sendMore = [] {

@@ -342,10 +342,11 @@ def channel_place(channel, end):
 
 
 def input_type(channel):
-    """The data type of an input, which shares a word with two flags."""
-    number = int(channel["word"]) >> 2
+    """The data type of an input, which shares a word with flags at both ends."""
+    word_ = int(channel["word"])
+    number = (word_ & 0x3FFFFFFF) >> 2
     if number > 0xFFFF:
-        raise Corrupt(f"data type {number}")
+        raise Corrupt(f"data type {word_ >> 2}")
     return data_type_name(number)
 
 
@@ -834,7 +835,7 @@ class OutputPrinter(Printer):
 
 
 class TypedOutputPrinter(Printer):
-    """fxOutput<T>: a view of an output."""
+    """fxOutput<T> and fxOutputView<T>: an output by its type."""
 
     def summary(self):
         channel = self.base["channel"]
@@ -903,7 +904,7 @@ FAMILIES = (
     ("fxEventQueue", "fxEventQueue", EventQueuePrinter),
     ("fxInputChannel", "fxInputChannel", InputPrinter),
     ("fxOutputChannel", "fxOutputChannel", OutputPrinter),
-    ("fxOutput", "fxOutput<.*>", TypedOutputPrinter),
+    ("fxOutput", "fxOutput(View)?<.*>", TypedOutputPrinter),
     ("fxTypeObj", "fxTypeObj", TypeObjPrinter),
     ("RPtr", "RPtr<.*>", RPtrPrinter),
 )

@@ -1,0 +1,199 @@
+// What typed inputs, outputs, converters and calls are made and checked with.
+// Part of the public headers, not of the interface.
+#ifndef FXDS_DETAIL_TYPEDCHANNELS_H
+#define FXDS_DETAIL_TYPEDCHANNELS_H
+
+#include <limits>
+#include <type_traits>
+#include <typeinfo>
+
+#include "fxds/DataTypes.h"
+
+class fxObj;
+
+namespace fxDetail {
+
+// The names of the kinds that are sent, for messages of the compiler.
+#define FX_SENT_NAME(number, name, Value, Passed, Box) " " name
+#define FX_HELD_NAME(number, name)
+#define FX_SENT_NAMES FX_DATA_TYPES(FX_SENT_NAME, FX_HELD_NAME)
+
+template <class T>
+using Bare = std::remove_cv_t<std::remove_reference_t<T>>;
+
+// Whether channels carry values of type T.
+template <class T, class = void>
+struct IsSent : std::false_type {};
+template <class T>
+struct IsSent<T, std::void_t<typename fxChannelType<T>::Value>> : std::true_type {};
+
+// Whether every value of type V, a number, is a value of type T. A boolean byte
+// is a truth and the other way round; that apart, truths are no numbers' target.
+template <class T, class V>
+constexpr bool holds() {
+    typedef std::numeric_limits<T> To;
+    typedef std::numeric_limits<V> From;
+    if (std::is_same_v<T, bool>) return std::is_same_v<V, bool> || std::is_same_v<V, unsigned char>;
+    return From::digits <= To::digits && (To::is_signed || !From::is_signed) &&
+           (From::is_integer || !To::is_integer);
+}
+
+// Whether a V may be sent on an output of T: it converts, no value changes on
+// the way, and no pointer becomes a truth.
+template <class T, class V>
+constexpr bool fits() {
+    typedef std::decay_t<V> From;
+    if constexpr (!std::is_convertible_v<From, T>) {
+        return false;
+    } else if constexpr (!std::is_arithmetic_v<T> || std::is_class_v<From>) {
+        return true;
+    } else if constexpr (std::is_enum_v<From>) {
+        return holds<T, std::make_signed_t<std::underlying_type_t<From>>>();
+    } else {
+        return std::is_arithmetic_v<From> && holds<T, From>();
+    }
+}
+
+// What a receiving function takes for a T: its kind's, or T itself for kinds of
+// the application's own.
+template <class T, bool = IsSent<Bare<T>>::value>
+struct PassedFor {
+    typedef T Type;
+};
+template <class T>
+struct PassedFor<T, true> {
+    typedef typename fxChannelType<Bare<T>>::Passed Type;
+};
+template <class T>
+using Passed = typename PassedFor<T>::Type;
+
+// `value` as it is passed. Text and strings lose their const on the way to the
+// receivers, which may not change them.
+template <class T>
+inline Passed<T> pass(std::remove_reference_t<T>& value) {
+    if constexpr (!IsSent<Bare<T>>::value) {
+        return static_cast<T>(value);
+    } else if constexpr (std::is_arithmetic_v<Bare<T>>) {
+        return value;
+    } else {
+        return const_cast<Passed<T>>(value);
+    }
+}
+
+// Whether receiving functions of `type` take just these values. Those of kinds of
+// the application's own may take anything, those of kinds that no channel of the
+// library carries what is no kind itself.
+template <class... Values>
+inline bool areTakenBy(unsigned short type) {
+    bool isSent = false;
+    bool isHeld = false;
+#define FX_SENT(number, ...) isSent = isSent || type == number;
+#define FX_HELD(number, ...) isHeld = isHeld || type == number;
+    FX_DATA_TYPES(FX_SENT, FX_HELD)
+#undef FX_HELD
+#undef FX_SENT
+    if (!isSent && !isHeld) return true;
+    const auto isTaken = [&](auto* none) {
+        typedef std::remove_pointer_t<decltype(none)> T;
+        if constexpr (IsSent<T>::value) {
+            return type == fxChannelType<T>::type();
+        } else {
+            return isHeld;
+        }
+    };
+    if constexpr (sizeof...(Values) == 0) return isTaken(static_cast<void*>(nullptr));
+    return sizeof...(Values) == 1 && (isTaken(static_cast<Bare<Values>*>(nullptr)) && ...);
+}
+
+// Whether a receiver may declare its argument so: the value, a reference to
+// const, or the reference that is passed.
+template <class Argument, bool = IsSent<Bare<Argument>>::value && !std::is_void_v<Argument>>
+struct IsReceived : std::false_type {};
+template <class Argument>
+struct IsReceived<Argument, true>
+    : std::bool_constant<!std::is_reference_v<Argument> ||
+                         std::is_same_v<Argument, const Bare<Argument>&> ||
+                         std::is_same_v<Argument, Passed<Argument>>> {};
+
+// Whether an fxObj* can be cast to C*.
+template <class C, class = void>
+struct IsObject : std::false_type {};
+template <class C>
+struct IsObject<C, std::void_t<decltype(static_cast<C*>(static_cast<fxObj*>(nullptr)))>>
+    : std::true_type {};
+
+// Tells whether an object lacks the class that a receiver belongs to: gives
+// that class, or null when it has it.
+typedef const std::type_info* ClassTest(fxObj& owner);
+
+// What an input is made of, but for its name and closure.
+struct InputFunction {
+    unsigned short type;
+    void (*function)();
+    ClassTest* classTest;  // or null
+};
+
+template <class C>
+const std::type_info* testClass(fxObj& owner) {
+#ifdef __GXX_RTTI
+    return dynamic_cast<C*>(&owner) != nullptr ? nullptr : &typeid(C);
+#else
+    static_cast<void>(owner);
+    return nullptr;
+#endif
+}
+
+// A member function as a receiver. `isFit` is false for those that are none.
+template <class Method>
+struct Receiver {
+    static constexpr bool isFit = false;
+};
+template <class C>
+struct Receiver<void (C::*)()> {
+    typedef C Class;
+    static constexpr bool isFit = true;
+    static unsigned short type() { return fxDT_void; }
+    template <auto method>
+    static void call(void* self) {
+        (static_cast<C*>(self)->*method)();
+    }
+};
+template <class C, class Argument>
+struct Receiver<void (C::*)(Argument)> {
+    typedef C Class;
+    static constexpr bool isFit = IsReceived<Argument>::value;
+    static unsigned short type() { return fxChannelType<Bare<Argument>>::type(); }
+    template <auto method>
+    static void call(void* self, Passed<Argument> value) {
+        (static_cast<C*>(self)->*method)(static_cast<Argument>(value));
+    }
+};
+template <class C, class... Arguments>
+struct Receiver<void (C::*)(Arguments...) const> : Receiver<void (C::*)(Arguments...)> {};
+template <class C, class... Arguments>
+struct Receiver<void (C::*)(Arguments...) noexcept> : Receiver<void (C::*)(Arguments...)> {};
+template <class C, class... Arguments>
+struct Receiver<void (C::*)(Arguments...) const noexcept> : Receiver<void (C::*)(Arguments...)> {};
+
+// A function as a conversion. `isFit` is false for those that are none.
+template <class Function>
+struct Conversion {
+    static constexpr bool isFit = false;
+};
+template <class To, class From>
+struct Conversion<To (*)(From)> {
+    static constexpr bool isFit =
+        IsReceived<From>::value && IsSent<To>::value && !std::is_void_v<To>;
+    static unsigned short from() { return fxChannelType<Bare<From>>::type(); }
+    static unsigned short to() { return fxChannelType<To>::type(); }
+    template <auto function, class Input>
+    static void run(void* input, Passed<From> value) {
+        static_cast<Input*>(input)->call(function(static_cast<From>(value)));
+    }
+};
+template <class To, class From>
+struct Conversion<To (*)(From) noexcept> : Conversion<To (*)(From)> {};
+
+}  // namespace fxDetail
+
+#endif
