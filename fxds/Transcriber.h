@@ -139,15 +139,13 @@ public:
     virtual void placesMoved(const void* from, size_t byteCount, void* to);
 
     /// Runs `read()`, a part of a reading that either succeeds or is given up,
-    /// and returns its result. When that is false, the places that were given
-    /// meanwhile are forgotten: they stay empty and may go. All containers read
-    /// like this.
+    /// and returns its result. When that is false, or an exception leaves it, the
+    /// places that were given meanwhile are forgotten: they stay empty and may
+    /// go. All containers read like this.
     template <class Read>
     bool attempt(Read read) {
-        const Attempt began(*this);
-        if (read()) return true;
-        forgetPlaces(began.places);
-        return false;
+        Attempt under(*this);
+        return under.succeeded = read();
     }
 
     ///@{
@@ -238,13 +236,17 @@ private:
         explicit Attempt(fxTranscriber& t) : transcriber(t), outer(t.attemptBegan) {
             transcriber.attemptBegan = places;
         }
-        ~Attempt() { transcriber.attemptBegan = outer; }
+        ~Attempt() {
+            if (!succeeded) transcriber.forgetPlaces(places);
+            transcriber.attemptBegan = outer;
+        }
         Attempt(const Attempt&) = delete;
         Attempt& operator=(const Attempt&) = delete;
 
         fxTranscriber& transcriber;
         const size_t outer;
         const size_t places = transcriber.placesNoted();
+        bool succeeded = false;
     };
 
     static fxVoidPtrDict* readers;

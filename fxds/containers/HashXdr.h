@@ -20,11 +20,19 @@ template <class Container>
 struct fxHashXdr {
     static bool transcribe(Container& table, fxTranscriber& transcriber) {
         if (!transcriber.isReading()) return writeEntries(table, transcriber);
+        struct EmptyUnlessRead {
+            ~EmptyUnlessRead() {
+                if (isRead) return;
+                Core::clear(table);
+                table.count = table.extra.linked;
+            }
+            Container& table;
+            bool isRead;
+        };
         Core::clear(table);
-        if (transcriber.attempt([&] { return readAll(table, transcriber); })) return true;
-        Core::clear(table);
-        table.count = table.extra.linked;
-        return false;
+        EmptyUnlessRead result{table, false};
+        result.isRead = transcriber.attempt([&] { return readAll(table, transcriber); });
+        return result.isRead;
     }
 
 private:

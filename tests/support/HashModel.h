@@ -202,11 +202,13 @@ public:
     using MemoryTranscriber::MemoryTranscriber;
     using MemoryTranscriber::xdr;
     bool xdrText(fxStr& string, char**, unsigned int size) override {
-        if (bytes.size() - taken < size) return false;
+        if (bytes.size() - taken < size) return throws ? throw EndOfTexts() : false;
         waiting.emplace_back(&string, bytes.substr(taken, size));
         taken += size;
         return true;
     }
+    struct EndOfTexts {};
+    bool throws = false;  // at the end of the bytes, instead of failing
     void arrive() {
         for (auto& [string, text] : waiting) {
             char* const block = static_cast<char*>(std::malloc(text.size()));
