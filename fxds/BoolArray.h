@@ -30,6 +30,7 @@ public:
     ///@}
 
     using fxRecordedArray::xdr;
+    /// As that of the base; what is read becomes 0 or 1. False on failure.
     fxBool xdr(fxTranscriber& transcriber) override;
 
 private:

@@ -13,6 +13,7 @@ public:
     using fxRecordedArray::fxRecordedArray;
 
     using fxRecordedArray::xdr;
+    /// As that of the base; the ints travel as longs. False on failure.
     fxBool xdr(fxTranscriber& transcriber) override;
 };
 

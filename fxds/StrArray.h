@@ -22,9 +22,11 @@ class FX_API fxStrArray
 public:
     using fxRecorded::fxRecorded;
 
+    /// Compares as ::compare() does.
     int compareElements(const void* a, const void* b) const override;
 
     using fxRecorded::xdr;
+    /// Transcribes the number of strings and each string. False on failure.
     fxBool xdr(fxTranscriber& transcriber) override;
 
 private:

@@ -19,6 +19,7 @@ class FX_API fxTypeStandIn {
 public:
     typedef void* Upcast(void*);  ///< From the class to that of the record.
 
+    /// `record` is borrowed and stands for objects of the class `typeInfo`.
     fxTypeStandIn(fxTypeObj& record, const std::type_info& typeInfo, Upcast* upcast);
     fxTypeStandIn(const fxTypeStandIn&) = delete;
     fxTypeStandIn& operator=(const fxTypeStandIn&) = delete;

@@ -222,8 +222,8 @@ struct FX_API fxXdrAddress : public fxXDRObj {
     ~fxXdrAddress() override;
     fxTypeObj* getTypeObj() const override { return record; }
 
-    fxTypeObj* record = nullptr;
-    void* address = nullptr;  ///< Null when a reader could not make the object.
+    fxTypeObj* record = nullptr;  ///< Borrowed: which class `address` points to.
+    void* address = nullptr;      ///< Null when a reader could not make the object.
 };
 
 /// The address of `object`, which is borrowed and not null, for a pointer that
