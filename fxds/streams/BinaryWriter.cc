@@ -284,14 +284,14 @@ bool fxBinaryWriter::writeObject(void* address, fxXDRObj* object) {
 
 unsigned int fxBinaryWriter::putHeader(char* place, unsigned int tag, unsigned long payloadBytes) {
     if (tag > fxTagPartAgain) fxFatal("Whoops!");
-    const unsigned int lengthBytes = payloadBytes == 0        ? 0
-                                     : payloadBytes < 0x100   ? 1
-                                     : payloadBytes < 0x10000 ? 2
-                                                              : 4;
-    const unsigned int lengthCode = lengthBytes == 4 ? 3 : lengthBytes;
+    const unsigned int sizeBytes = payloadBytes == 0        ? 0
+                                   : payloadBytes < 0x100   ? 1
+                                   : payloadBytes < 0x10000 ? 2
+                                                            : 4;
+    const unsigned int lengthCode = sizeBytes == 4 ? 3 : sizeBytes;
     *place = static_cast<char>(lengthCode << 6U | tag);
     putWord(place + 1, payloadBytes);
-    return 1 + lengthBytes;
+    return 1 + sizeBytes;
 }
 
 bool fxBinaryWriter::writeBytes(const void* bytes, size_t byteCount) {
