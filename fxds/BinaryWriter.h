@@ -154,7 +154,8 @@ private:
     unsigned int idOf(const void* address, bool& isNew);
     unsigned int push(fxBinaryWriterItem* item, unsigned int id);
     bool writeRecord(const char* payload, unsigned int payloadBytes);
-    unsigned int putFields(char* place) const;
+    [[gnu::noinline]] bool writeParts(const char* payload, unsigned int payloadBytes);
+    unsigned int putHead(char* place, unsigned int payloadBytes) const;
     bool fail();
     fxBinaryWriterItem* itemAt(unsigned int index);
     bool writePending();

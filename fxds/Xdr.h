@@ -240,8 +240,10 @@ void fxXdrFindAddress(C* object, fxTypeObj& declared, fxXdrAddress& found) {
         if (found.record == nullptr) return;
         const bool isReadable = found.record == &declared ||
                                 (found.record->answersToName && found.record->isA(declared));
-        if (isReadable)
-            found.address = found.record->addressOf(dynamic_cast<void*>(self), typeid(*self));
+        if (!isReadable) return;
+        found.address = dynamic_cast<void*>(self);
+        if (found.record->typeInfo == &typeid(*self)) return;  // most are: no need to ask
+        found.address = found.record->addressOf(found.address, typeid(*self));
     } else {
         found.record = &declared;
         found.address = self;

@@ -44,7 +44,8 @@ fxds_room(streams
   ON containers
   HEADERS BinaryReader BinaryTranscriber BinaryWriter MemoryStream StdioStream TypedStream Xdr
     XdrValues
-  PRIVATE OutBuffer ReaderGraph ReaderNumbers RecordFormat RecordReader TextChunks WriterNumbers
+  PRIVATE AddressIndex OutBuffer ReaderGraph ReaderNumbers RecordFormat RecordReader StreamMarks
+    TextChunks
   SOURCES BinaryReader BinaryTranscriber BinaryWriter MemoryStream ReaderGraph RecordReader StdioStream
     StreamHeader Xdr)
 

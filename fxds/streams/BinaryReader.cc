@@ -13,6 +13,7 @@
 #include "fxds/base/Scoped.h"
 #include "fxds/streams/ReaderGraph.h"
 #include "fxds/streams/RecordReader.h"
+#include "fxds/streams/StreamMarks.h"
 
 // fxRecordReader takes the stream apart into records. This class says what each
 // means: it checks it and tells fxReaderGraph, which holds what has been made.
@@ -30,6 +31,7 @@
 //     that have arrived, also when many strings name one text.
 
 using namespace fxRecordFormat;
+using namespace fxStreamMarks;
 
 namespace {
 
@@ -163,7 +165,7 @@ fxBinaryReader::fxBinaryReader(fxStream* inStream, short shortMark, long longMar
     if (longs == nullptr) {
         fxFatal("fxBinaryReader: unknown long ordering %x", static_cast<unsigned int>(longMark));
     }
-    if (floatFormat == nullptr || std::strcmp(floatFormat, "ieee") != 0) {
+    if (floatFormat == nullptr || !isFloatFormat(floatFormat)) {
         fxFatal("fxBinaryReader: unsupported floating point format %s",
                 floatFormat != nullptr ? floatFormat : "(null)");
     }

@@ -9,19 +9,12 @@
 #include "fxds/XDRObj.h"
 #include "fxds/base/FreeLists.h"
 #include "fxds/base/Scoped.h"
+#include "fxds/streams/AddressIndex.h"
 #include "fxds/streams/OutBuffer.h"
 #include "fxds/streams/RecordFormat.h"
-#include "fxds/streams/WriterNumbers.h"
 
-// A record, all numbers with the least significant byte first:
-//
-//     1 byte     tag in the low 6 bits, size of the length in the high 2
-//     0 1 2 4    length of the payload; absent when there is none
-//     4 each     the fields of the tag
-//     n + 1      name and zero byte, tag 2 only
-//     length     payload
-//
-// Scalars are staged in the buffer as the payload of the record being built.
+// RecordFormat.h draws a record. Scalars are staged in the buffer as the payload
+// of the record being built.
 // A pointer ends that record and begins its own, which stays open: scalars that
 // follow become its payload. A full buffer goes out under the record's tag, and
 // what follows under tag 0. Payload that fills whole buffers skips the buffer.
@@ -50,13 +43,6 @@ using namespace fxRecordFormat;
 namespace {
 
 constexpr unsigned int maxId = 0x7FFFFFFF;
-
-char* putWord(char* place, unsigned long word) {
-    for (unsigned int shift = 0; shift < 32; shift += 8) {
-        *place++ = static_cast<char>(word >> shift & 0xFFU);
-    }
-    return place;
-}
 
 // Asks for memory that will be written soon: the beginning of an object or block.
 void fetchSoon(const void* address) {
@@ -284,14 +270,7 @@ bool fxBinaryWriter::writeObject(void* address, fxXDRObj* object) {
 
 unsigned int fxBinaryWriter::putHeader(char* place, unsigned int tag, unsigned long payloadBytes) {
     if (tag > fxTagPartAgain) fxFatal("Whoops!");
-    const unsigned int sizeBytes = payloadBytes == 0        ? 0
-                                   : payloadBytes < 0x100   ? 1
-                                   : payloadBytes < 0x10000 ? 2
-                                                            : 4;
-    const unsigned int lengthCode = sizeBytes == 4 ? 3 : sizeBytes;
-    *place = static_cast<char>(lengthCode << 6U | tag);
-    putWord(place + 1, payloadBytes);
-    return 1 + sizeBytes;
+    return putLength(place, tag, static_cast<unsigned int>(payloadBytes));
 }
 
 bool fxBinaryWriter::writeBytes(const void* bytes, size_t byteCount) {
@@ -404,12 +383,25 @@ bool fxBinaryWriter::writePrimPointer(const void* slot, const void* block, size_
 }
 
 // Writes the record being built with this payload, of up to a buffer's length.
-// What comes next is data.
+// What comes next is data. Most payloads are short, and then they are copied
+// without regard to their length. Requires: a short one is at the front of `buffer`.
 bool fxBinaryWriter::writeRecord(const char* payload, unsigned int payloadBytes) {
-    char* const head = outgoing->headRoom();
-    unsigned int length = putHeader(head, tag, payloadBytes);
-    length += putFields(head + length);
-    if (!outgoing->put(head, length)) return false;
+    constexpr unsigned int shortBytes = 64;
+    char* const place = outgoing->room(maxHeadBytes + shortBytes);
+    if (place == nullptr || tag == fxTagType || payloadBytes > shortBytes) {
+        return writeParts(payload, payloadBytes);
+    }
+    const unsigned int length = putHead(place, payloadBytes);
+    std::memcpy(place + length, payload, shortBytes);
+    outgoing->added(length + payloadBytes);
+    tag = fxTagData;
+    return true;
+}
+
+// The same part by part.
+bool fxBinaryWriter::writeParts(const char* payload, unsigned int payloadBytes) {
+    char head[maxHeadBytes];
+    if (!outgoing->put(head, putHead(head, payloadBytes))) return false;
     if (tag == fxTagType && !outgoing->put(name, std::strlen(name) + 1)) return false;
     if (payloadBytes != 0 && !outgoing->put(payload, payloadBytes)) return false;
     tag = fxTagData;
@@ -426,13 +418,15 @@ bool fxBinaryWriter::fail() {
     return false;
 }
 
-// Puts the fields of the record being built and returns their length. There is
-// room for 12 bytes, which may all change.
-unsigned int fxBinaryWriter::putFields(char* place) const {
-    putWord(place, tag == fxTagType ? fieldB : fieldA);
-    putWord(place + 4, tag == fxTagObject ? fieldB : fieldD);
-    putWord(place + 8, fieldC);
-    return fieldBytes[tag];
+// Puts the head of the record being built and returns its length. There is room
+// for maxHeadBytes, which may all change.
+inline unsigned int fxBinaryWriter::putHead(char* place, unsigned int payloadBytes) const {
+    const unsigned int length = putHeader(place, tag, payloadBytes);
+    char* const fields = place + length;
+    putWord(fields, static_cast<unsigned int>(tag == fxTagType ? fieldB : fieldA));
+    putWord(fields + 4, tag == fxTagObject ? static_cast<unsigned int>(fieldB) : fieldD);
+    putWord(fields + 8, static_cast<unsigned int>(fieldC));
+    return length + fieldBytes[tag];
 }
 
 fxBinaryWriterItem* fxBinaryWriter::itemAt(unsigned int index) {

@@ -6,17 +6,15 @@
 #include <cstring>
 #include <memory>
 #include <typeinfo>
-#include <utility>
 
 #include "fxds/MemoryStream.h"
 #include "fxds/StdioStream.h"
-#include "fxds/streams/RecordFormat.h"
 
 // Invariants:
-// (1) bytes[0, used) was put and is not with the stream yet; used <= capacity.
-// (2) Only while a Collecting exists is there a capacity. Without, each put() is
-//     one write of the stream. A stream that is not one of the library's own
-//     always gets each put() as one write.
+// (1) [bytes, next) was put and is not with the stream yet.
+// (2) Only while a Collecting exists is there room, [next, end). Without, each
+//     put() is one write of the stream. A stream that is not one of the library's
+//     own always gets each put() as one write.
 // (3) Once the stream has refused bytes, or fail() was called, it gets no more:
 //     they would not be where a reader expects them.
 
@@ -29,23 +27,29 @@ public:
         mayCollect = type == typeid(fxStdioStream) || type == typeid(fxMemoryStream);
     }
 
-    /// Room for the head of a record, which may be built there and then put().
-    char* headRoom() { return capacity - used >= sizeof spare ? bytes.get() + used : spare; }
+    ///@{
+    /// Room to build up to `most` bytes in, of which added() tells how many were.
+    /// Null when each put() is to be a write of its own, and when the stream does
+    /// not take what stands there.
+    char* room(size_t most) { return left() >= most ? next : makeRoom(); }
+    void added(size_t byteCount) { next += byteCount; }
+    ///@}
 
     /// Appends the bytes. More than are collected at once go to the stream behind
     /// what was collected. False when the stream has failed.
     bool put(const char* from, size_t byteCount) {
-        if (byteCount > capacity - used && !send()) return false;
-        if (byteCount > capacity) return write(from, byteCount);
-        if (from != bytes.get() + used) std::memcpy(bytes.get() + used, from, byteCount);
-        used += byteCount;
+        if (byteCount > left() && !send()) return false;
+        if (byteCount > left()) return write(from, byteCount);
+        if (byteCount != 0) std::memcpy(next, from, byteCount);
+        next += byteCount;
         return true;
     }
 
     /// Hands what was collected to the stream. False when that has failed.
     bool send() {
-        const size_t byteCount = std::exchange(used, 0);
-        return byteCount == 0 ? !hasFailed_ : write(bytes.get(), byteCount);
+        const size_t byteCount = static_cast<size_t>(next - bytes.get());
+        next = bytes.get();
+        return byteCount == 0 ? !hasFailed_ : write(next, byteCount);
     }
 
     /// Whether the stream has refused bytes, or fail() was called.
@@ -59,11 +63,12 @@ public:
         explicit Collecting(fxOutBuffer& buffer_) : buffer(buffer_) {
             if (!buffer.mayCollect) return;
             if (buffer.bytes == nullptr) buffer.bytes.reset(new char[collectedBytes]);
-            buffer.capacity = collectedBytes;
+            buffer.next = buffer.bytes.get();
+            buffer.end = buffer.next + collectedBytes;
         }
         Collecting(const Collecting&) = delete;
         Collecting& operator=(const Collecting&) = delete;
-        ~Collecting() { buffer.capacity = buffer.used = 0; }
+        ~Collecting() { buffer.next = buffer.end = buffer.bytes.get(); }
 
     private:
         fxOutBuffer& buffer;
@@ -72,6 +77,9 @@ public:
 private:
     static constexpr size_t collectedBytes = size_t{1} << 13;  // stays in the nearest cache
 
+    size_t left() const { return static_cast<size_t>(end - next); }
+    // Out of line, which keeps room() small.
+    [[gnu::noinline]] char* makeRoom() { return end != bytes.get() && send() ? next : nullptr; }
     bool write(const char* from, size_t byteCount) {
         hasFailed_ = hasFailed_ || stream == nullptr || !stream->isWriting() ||
                      !stream->putBytes(from, static_cast<unsigned int>(byteCount));
@@ -80,11 +88,10 @@ private:
 
     fxStream* const stream;
     std::unique_ptr<char[]> bytes;
-    size_t capacity = 0;
-    size_t used = 0;
+    char* next = nullptr;
+    char* end = nullptr;
     bool mayCollect = false;
     bool hasFailed_ = false;
-    char spare[fxRecordFormat::maxHeadBytes];
 };
 
 #endif

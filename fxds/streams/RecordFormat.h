@@ -36,34 +36,16 @@ constexpr bool hasOneId(unsigned int tag) {
 /// Whether the record holds the contents of a block.
 constexpr bool isContents(unsigned int tag) { return tag >= fxTagBytes && tag <= fxTagDoubles; }
 
-/// How a machine orders the bytes of a number, as seen from this machine.
-enum class Order : unsigned char { same, swapped, halves, reversed, unknown };
-
-struct Mark {
-    unsigned long mark;  ///< As this machine reads it.
-    Order order;
-};
-inline constexpr Mark shortMarks[] = {{0x1122, Order::same}, {0x2211, Order::swapped}};
-inline constexpr Mark longMarks[] = {{0x33445566, Order::same},
-                                     {0x44336655, Order::swapped},
-                                     {0x55663344, Order::halves},
-                                     {0x66554433, Order::reversed}};
-
-template <unsigned int count>
-constexpr Order orderOf(unsigned long mark, const Mark (&marks)[count]) {
-    for (const Mark& known : marks) {
-        if (known.mark == mark) return known.order;
-    }
-    return Order::unknown;
-}
-/// The order that the short mark of a stream tells.
-constexpr Order shortOrder(unsigned short mark) { return orderOf(mark, shortMarks); }
-/// The order that the long mark of a stream tells.
-constexpr Order longOrder(unsigned long mark) { return orderOf(mark, longMarks); }
-
 constexpr unsigned int word(const unsigned char* bytes) {
     return bytes[0] | static_cast<unsigned int>(bytes[1]) << 8U |
            static_cast<unsigned int>(bytes[2]) << 16U | static_cast<unsigned int>(bytes[3]) << 24U;
+}
+
+inline void putWord(char* place, unsigned int word) {
+    place[0] = static_cast<char>(word & 0xFFU);
+    place[1] = static_cast<char>(word >> 8U & 0xFFU);
+    place[2] = static_cast<char>(word >> 16U & 0xFFU);
+    place[3] = static_cast<char>(word >> 24U);
 }
 
 /// Fields that the tag does not have mean nothing.
@@ -122,6 +104,30 @@ struct HeadBytes {
     unsigned char of[0x100] = {};
 };
 inline constexpr HeadBytes headBytes;
+
+/// The same of heads that need no second look: 0 for a type, whose name follows,
+/// for a tag that does not exist, and for a zero, which may be a filler.
+struct QuickHeadBytes {
+    constexpr QuickHeadBytes() {
+        for (unsigned int first = 1; first < 0x100; ++first) {
+            const unsigned int tag = first & 0x3FU;
+            if (tag < tagCount && tag != fxTagType) of[first] = headBytes.of[first];
+        }
+    }
+    unsigned char of[0x100] = {};
+};
+inline constexpr QuickHeadBytes quickHeadBytes;
+
+/// Puts the tag and the length of a payload at `place`, which has room for 5 bytes
+/// that may all change. Returns how many it takes.
+inline unsigned int putLength(char* place, unsigned int tag, unsigned int payloadBytes) {
+    const unsigned int code = payloadBytes < 0x100     ? payloadBytes != 0
+                              : payloadBytes < 0x10000 ? 2
+                                                       : 3;
+    *place = static_cast<char>(code << 6U | tag);
+    putWord(place + 1, payloadBytes);
+    return 1U + lengthBytes[code];
+}
 
 /// Decodes a head. All of the maxHeadBytes at `bytes` are looked at.
 inline Head decode(const unsigned char* bytes) {

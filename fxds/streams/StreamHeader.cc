@@ -8,27 +8,17 @@
 #include "fxds/Stream.h"
 #include "fxds/Transcriber.h"
 #include "fxds/VoidPtrDict.h"
+#include "fxds/streams/StreamMarks.h"
 
-// The header of a stream, in the byte order of the machine that writes it:
-//
-//     name of the writer, zero byte
-//     float format "ieee", zero byte
-//     short mark                       2 bytes, 0x1122
-//     long mark                        8 bytes, 0x33445566
-//
-// The name chooses the reader; the marks tell it the byte order.
+using namespace fxStreamMarks;
 
 namespace {
-
-constexpr char floatFormat[] = "ieee";
-constexpr short shortMark = 0x1122;
-constexpr long longMark = 0x33445566;
 
 bool writeHeader(fxStream& stream, const char* name) {
     const size_t nameBytes = std::strlen(name) + 1;
     return stream.putBytes(name, static_cast<unsigned int>(nameBytes)) &&
-           stream.putBytes(floatFormat, sizeof floatFormat) && stream.putShorts(&shortMark, 1) &&
-           stream.putLongs(&longMark, 1);
+           stream.putBytes(ownFloatFormat, sizeof ownFloatFormat) &&
+           stream.putShorts(&ownShortMark, 1) && stream.putLongs(&ownLongMark, 1);
 }
 
 bool readName(fxStream& stream, fxStackBuffer& name) {

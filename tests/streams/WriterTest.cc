@@ -7,7 +7,7 @@
 #include "fxds/Globals.h"
 #include "fxds/StrSet.h"
 #include "fxds/StrStrDictionary.h"
-#include "fxds/streams/WriterNumbers.h"
+#include "fxds/streams/AddressIndex.h"
 #include "tests/support/StreamKit.h"
 
 namespace {

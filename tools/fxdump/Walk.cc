@@ -4,6 +4,7 @@
 
 #include "Text.h"
 #include "fxds/BinaryTranscriber.h"
+#include "fxds/streams/StreamMarks.h"
 
 // The rules are those of fxBinaryReader, as far as they can be told without the
 // classes: which ids are defined and as what, and in which order the kinds of
@@ -19,6 +20,7 @@
 // After a fault the walk goes on as if the offending record had said nothing.
 
 using namespace fxRecordFormat;
+using namespace fxStreamMarks;
 
 namespace {
 
@@ -82,7 +84,7 @@ std::string_view StreamWalk::typeName(unsigned int typeId) const {
 
 void StreamWalk::checkHeader(const Header& header) {
     if (header.writer != "fxBinaryWriter") fault(0, "not a stream of fxBinaryWriter");
-    if (header.floats != "ieee") {
+    if (!isFloatFormat(header.floats)) {
         fault(header.floatsAt, "unsupported format of floating-point numbers");
     }
     if (shortOrder(header.shortMark) == Order::unknown) {

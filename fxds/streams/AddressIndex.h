@@ -1,6 +1,6 @@
 // The writer's fast map from addresses to record numbers.
-#ifndef FXDS_STREAMS_WRITERNUMBERS_H
-#define FXDS_STREAMS_WRITERNUMBERS_H
+#ifndef FXDS_STREAMS_ADDRESSINDEX_H
+#define FXDS_STREAMS_ADDRESSINDEX_H
 
 #include <cstddef>
 #include <cstdint>
@@ -27,24 +27,29 @@ class fxAddressIndex {
 public:
     /// The number entered for the address, or 0. Null has none.
     unsigned int find(const void* address) const {
-        const unsigned int slot = slotCount == 0 ? 0 : slots[indexOf(address)];
+        if (slotCount == 0) return 0;
+        const unsigned int slot = slots[search(address).index];
         return slot == 0 ? 0 : numberIn(slot);
     }
 
     /// The number entered for the address; `number` is entered when there is
     /// none. Requires: neither is 0; `number` is higher than all before.
     unsigned int findOrSet(const void* address, unsigned int number) {
-        unsigned int& slot = room(address, number);
+        makeRoom(number);
+        const Found found = search(address);
+        const unsigned int slot = slots[found.index];
         if (slot != 0) return numberIn(slot);
-        enter(slot, address, number);
+        enter(found, address, number);
         return number;
     }
 
     /// Enters a number, in place of an earlier one. Requires: as above.
     void set(const void* address, unsigned int number) {
-        unsigned int& slot = room(address, number);
+        makeRoom(number);
+        const Found found = search(address);
+        const unsigned int slot = slots[found.index];
         if (slot != 0) addresses[positionIn(slot)] = nullptr;
-        enter(slot, address, number);
+        enter(found, address, number);
     }
 
     /// Brings the slot near while the caller does something else.
@@ -54,7 +59,7 @@ public:
 
     void clear() {
         slots.reset();
-        slotCount = 0;
+        slotCount = most = 0;
         addresses.clear();
     }
 
@@ -81,36 +86,40 @@ private:
         return lowest + static_cast<unsigned int>(positionIn(slot));
     }
 
-    size_t indexOf(const void* address) const {
+    struct Found {
+        size_t index;  // of the slot of the address, or of the free one where it belongs
+        unsigned int mark;
+    };
+    Found search(const void* address) const {
         const uint64_t hash = hashOf(address);
         const unsigned int mark = markOf(address, hash);
+        const unsigned int* const table = slots.get();
         size_t i = startOf(address, hash);
-        while (slots[i] != 0) {
-            const bool isMarked = (slots[i] & ~positionMask) == mark;
-            if (isMarked && addresses[positionIn(slots[i])] == address) break;
+        for (unsigned int slot = table[i]; slot != 0; slot = table[i]) {
+            const bool isMarked = ((slot ^ mark) & ~positionMask) == 0;
+            if (isMarked && addresses[positionIn(slot)] == address) break;
             i = (i + 1) & (slotCount - 1);
         }
-        return i;
+        return {i, mark};
     }
 
-    // The slot of the address, in a table that has room for the number.
-    unsigned int& room(const void* address, unsigned int number) {
+    // Three quarters of the slots are used at most.
+    void makeRoom(unsigned int number) {
         if (addresses.empty()) lowest = number;
-        while (number - lowest >= slotCount / 4 * 3) grow();
-        return slots[indexOf(address)];
+        while (number - lowest >= most) grow();
     }
 
-    void enter(unsigned int& slot, const void* address, unsigned int number) {
-        while (addresses.size() < number - lowest) addresses.push_back(nullptr);
+    void enter(const Found& found, const void* address, unsigned int number) {
+        while (addresses.size() != number - lowest) addresses.push_back(nullptr);
         addresses.push_back(address);
-        const unsigned int position = static_cast<unsigned int>(addresses.size());
-        slot = markOf(address, hashOf(address)) | position;
+        slots[found.index] = found.mark | static_cast<unsigned int>(addresses.size());
     }
 
     // Every address is another, so that none needs to be compared.
-    void grow() {
+    [[gnu::noinline]] void grow() {
         slotCount = slotCount == 0 ? 4 * partSlots : 4 * slotCount;
         positionMask = static_cast<unsigned int>(slotCount - 1);
+        most = static_cast<unsigned int>(slotCount / 4 * 3);
         shift = 64;
         for (size_t n = slotCount; n > 1; n /= 2) --shift;
         slots.reset();
@@ -131,6 +140,7 @@ private:
     };
     std::unique_ptr<unsigned int[], Free> slots;  // mark and position + 1; 0 when free
     size_t slotCount = 0;
+    unsigned int most = 0;  // how many numbers the slots serve
     unsigned int positionMask = 0;
     unsigned int shift = 0;              // leaves as many high bits of the hash as the table needs
     fxChunkList<const void*> addresses;  // null for numbers that were not entered here
