@@ -23,37 +23,6 @@ fxRecordReader::fxRecordReader(fxStream* heldStream, char* stagingBuffer,
     if (stream != nullptr) ready.window = source = &stream->window();
 }
 
-bool fxRecordReader::next() {
-    if ((ready.count | payloadLeft) != 0 && !skip()) return false;
-    const unsigned char* const head = reinterpret_cast<const unsigned char*>(*source->next);
-    // A zero may be a filler.
-    if (source->size() < maxHeadBytes || *head == 0 || filler.isWide()) {
-        if (!readHead()) return false;
-    } else {
-        current = decode(head);
-        *source->next += headBytes.of[*head];
-    }
-    if (current.tag >= tagCount) fxFatal("Whoops!");
-    payloadLeft = current.payloadBytes;
-    filler.follow(current);
-    idsRead += current.tag > fxTagNull;
-    return current.tag != fxTagType || readName();
-}
-
-bool fxRecordReader::stage() {
-    const unsigned int piece = std::min(payloadLeft, stagingBytes);
-    ready.window = source;
-    if (source->size() < piece) {
-        if (!get(staging, piece)) return false;
-        stagedNext = staging;
-        stagedEnd = staging + piece;
-        ready.window = &staged;
-    }
-    payloadLeft -= piece;
-    ready.count = piece;
-    return true;
-}
-
 bool fxRecordReader::take(char* bytes, size_t byteCount) {
     while (byteCount > 0) {
         if (ready.count == 0 && byteCount < std::min(payloadLeft, stagingBytes)) {
@@ -80,6 +49,20 @@ void fxRecordReader::fail() {
 
 // Private functions.
 
+bool fxRecordReader::stagePiece() {
+    const unsigned int piece = std::min(payloadLeft, stagingBytes);
+    ready.window = source;
+    if (source->size() < piece) {
+        if (!get(staging, piece)) return false;
+        stagedNext = staging;
+        stagedEnd = staging + piece;
+        ready.window = &staged;
+    }
+    payloadLeft -= piece;
+    ready.count = piece;
+    return true;
+}
+
 bool fxRecordReader::skip() {
     while (left() > 0) {
         if (ready.count == 0 && !stage()) return false;
@@ -101,17 +84,23 @@ bool fxRecordReader::get(char* bytes, size_t byteCount) {
     return stream != nullptr;
 }
 
-// The head of a record that is not at hand as a whole, or that follows a filler.
+// The head of a record that is not at hand as a whole, that a filler may precede,
+// or that is of a rare kind.
 bool fxRecordReader::readHead() {
     char bytes[maxHeadBytes] = {};
     const unsigned char* const head = reinterpret_cast<unsigned char*>(bytes);
+    filler.follow(current);
     do {
         if (!get(bytes, 1)) return false;
     } while (filler.takes(*head));
+    if (filler.isWide()) quickBytes = SIZE_MAX;
     const size_t rest = size_t{headBytes.of[*head]} - 1 + filler.bytesIn(*head & 0x3FU);
     if (!get(bytes + 1, rest)) return false;
     current = decode(head);
-    return true;
+    if (current.tag >= tagCount) fxFatal("Whoops!");
+    payloadLeft = current.payloadBytes;
+    idsRead += current.tag > fxTagNull;
+    return current.tag != fxTagType || readName();
 }
 
 bool fxRecordReader::readName() {

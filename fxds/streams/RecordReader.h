@@ -29,10 +29,26 @@ public:
 
     /// Drops what is left of the payload and takes the head of the next record.
     /// False when the stream ends. A tag that does not exist is fatal.
-    bool next();
+    bool next() {
+        if ((ready.count | payloadLeft) != 0 && !skip()) return false;
+        if (source->size() < quickBytes) return readHead();
+        const unsigned char* const head = reinterpret_cast<const unsigned char*>(*source->next);
+        const unsigned int bytes = fxRecordFormat::quickHeadBytes.of[*head];
+        if (bytes == 0) return readHead();
+        current = fxRecordFormat::decode(head);
+        *source->next += bytes;
+        payloadLeft = current.payloadBytes;
+        idsRead += current.tag > fxTagNull;
+        return true;
+    }
     /// Makes the next piece of the payload ready, if there is one. False when the
     /// stream ends in it. Requires: no bytes are ready.
-    bool stage();
+    bool stage() {
+        if (payloadLeft > stagingBytes || source->size() < payloadLeft) return stagePiece();
+        ready = {source, payloadLeft};
+        payloadLeft = 0;
+        return true;
+    }
 
     const fxRecordFormat::Head& head() const { return current; }  ///< Of the current record.
     const char* name() const { return typeName.getBase(); }       ///< Of a type record.
@@ -54,6 +70,7 @@ public:
 private:
     // Rare, and kept out of the way of what is not.
     [[gnu::noinline]] bool skip();
+    [[gnu::noinline]] bool stagePiece();
     [[gnu::noinline]] bool readHead();
     [[gnu::noinline]] bool readName();
     bool get(char* bytes, size_t byteCount);
@@ -63,6 +80,7 @@ private:
     unsigned int payloadLeft = 0;
     fxRecordFormat::Head current;
     fxRecordFormat::Filler filler;
+    size_t quickBytes = fxRecordFormat::maxHeadBytes;  // how many let a head be taken at once
     size_t idsRead = 0;
 
     char* const staging;
