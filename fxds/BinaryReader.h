@@ -3,6 +3,7 @@
 #define FXDS_BINARYREADER_H
 
 #include <memory>
+#include <string>
 
 #include "fxds/BinaryTranscriber.h"
 
@@ -22,7 +23,9 @@ class fxRecordReader;
 /// **Damaged streams.** An end that comes too early is a null or false result;
 /// among the fields of an object it is fatal, because no record's function can
 /// go on without them. Contradictions in the records are fatal, with the
-/// messages listed in docs/stream-format.md. No stream can make the reader touch
+/// messages listed in docs/stream-format.md; a line before them tells where they
+/// are. Neither is fatal to a reader that was made with an fxStreamFault: see
+/// fxTranscriber::getReader(). No stream can make the reader touch
 /// memory that is not its own: ids are checked for the kind of thing that they
 /// stand for, an object is stored only in a pointer to its own class or to one of
 /// its declared bases, and of an object's parts only those that it inherits can
@@ -131,19 +134,27 @@ protected:
 
 private:
     struct Reading;
+    friend class fxTranscriber;  // asks for headerComplaint()
 
+    // The stated message for a header that no supported machine writes; or "".
+    static std::string headerComplaint(short shortMark, long longMark, const char* floatFormat);
+
+    [[gnu::cold, gnu::noinline]] bool refuse(fxStreamFault::Kind kind, const std::string& message);
+    bool hasRefused() const { return answer != nullptr && *answer; }
+    void noteEnd();
+    fxStreamFault faultHere(fxStreamFault::Kind kind, const std::string& message) const;
     bool hasOwnNumbers() const;
     [[gnu::noinline]] bool readPieces(char* bytes, size_t byteCount);
     bool next();
     bool fillPastTypes();
     bool nextInstance();
     void noteMention();
-    void defineType();
+    bool defineType();
     bool awaitBlock(size_t byteCount, bool isText);
     bool readBlock(fxReaderEntry& entry);
     char* readGrowing(Converter* converter, unsigned int byteCount);
     Converter* converterOf(unsigned int bodyTag) const;
-    fxTypeObj& typeOfBody(const fxReaderEntry& entry);
+    fxTypeObj* typeOfBody(const fxReaderEntry& entry);
     bool readBody(fxReaderEntry& entry);
     bool readGraph(fxTypeObj& expected, unsigned int& rootId);
 
@@ -154,6 +165,7 @@ private:
     bool hasReadBody;     // data may follow which that has left unread
     const void* owner;    // the slot of a pointer that owns what it gets, or null
     fxTypeObj* rootType;  // what the root that is read next must be
+    fxTypeObj* bodyType;  // of the object or part that is being read, or null
     std::unique_ptr<fxRecordReader> records;
     std::unique_ptr<fxReaderGraph> graph;
 };

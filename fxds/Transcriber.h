@@ -3,9 +3,11 @@
 #define FXDS_TRANSCRIBER_H
 
 #include <cstddef>
+#include <memory>
 
 #include "fxds/RCObj.h"
 #include "fxds/Stream.h"
+#include "fxds/StreamFault.h"
 
 class fxStr;
 class fxTypeObj;
@@ -189,7 +191,8 @@ public:
     /// the object's xdrSuccess() is called: at once by this one and by a writer,
     /// by a reader when readObject() has filled every place, in the order in
     /// which the objects were made. xdrSuccess() is where a class takes its
-    /// counted references; it must not destroy an object of the graph.
+    /// counted references; it must not destroy an object of the graph, nor throw:
+    /// its objects could not be released then.
     virtual fxBool conclude(bool succeeded, fxXDRObj& object, void* address);
 
     /// Whether it moves values from the stream to memory.
@@ -214,6 +217,23 @@ public:
     /// reader is registered yet: call fxInitializeToolkit() first. A header that
     /// names an unknown reader is fatal.
     static fxTranscriber* getReader(fxStream*);
+    /// The same; but nothing that is in the stream ends the program. What is wrong
+    /// with it is noted in `fault`, which is borrowed for as long as the reader
+    /// lives. The operation that meets it answers null or false, and so do those
+    /// that follow; everything that the graph under way has made is destroyed. A
+    /// reader of the program's own, registered with addTranscriber(), may do
+    /// otherwise.
+    static fxTranscriber* getReader(fxStream*, fxStreamFault& fault);
+
+    /// How a class's xdr() gives up for a reason of its own, as in `return
+    /// t.refuse("a limit below zero")`: answers false. The reason becomes that of
+    /// the fault, unless the object's xdrFail() forgives it.
+    bool refuse(const char* reason);
+    /// The same for an edition that the class does not know; see fxXdrEdition().
+    bool refuseEdition(const fxTypeObj& type, unsigned int edition, bool isNewer);
+    /// What refuse() was told first and no object has forgiven, or null. A writer
+    /// also notes here the class of the object that it could not write. View.
+    const fxStreamFault* objection() const { return complaint.get(); }
 
 protected:
     /// `heldStream` is shared and may be null, which fails every operation.
@@ -227,6 +247,12 @@ protected:
     fxReadyBytes* ready = nullptr;
 
     size_t attemptBegan = 0;  ///< placesNoted() when the innermost attempt() began.
+
+    /// Where what is wrong is noted; borrowed. Null: the stated operations apply.
+    fxStreamFault* answer = nullptr;
+    size_t headerBytes = 0;  ///< Of a stream that is read.
+    /// What refuse() was told first, or null: a subclass takes it into account.
+    std::unique_ptr<fxStreamFault> complaint;
 
 private:
     unsigned int nesting = 0;

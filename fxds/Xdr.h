@@ -250,13 +250,17 @@ void fxXdrFindAddress(C* object, fxTypeObj& declared, fxXdrAddress& found) {
     }
 }
 
+/// Why a pointer is not written; see fxXdrFindAddress().
+inline constexpr char fxXdrUnreadable[] = "an object that could not be read back";
+
 /// Writes the graph that hangs on `root`; see fxTranscriber::writeObject().
 template <class C>
 bool fxWriteObject(fxTranscriber& t, C* root) {
     if (root == nullptr) return false;
     fxXdrAddress found;
     fxXdrFindAddress(root, fxXdrTypeOf<C>::record(), found);
-    return !t.isEmbedded(found.address) && t.writeObject(found.address, &found);
+    if (found.address == nullptr || t.isEmbedded(found.address)) return t.refuse(fxXdrUnreadable);
+    return t.writeObject(found.address, &found);
 }
 
 /// Reads a graph whose root is a C or derives from it. Given; null when there
@@ -376,8 +380,8 @@ bool fxXdrObject(fxTranscriber& t, C*& object, fxTypeObj& declared) {
     if (object == nullptr) return t.xdr(&object, nullptr, declared, nullptr, nullptr);
     fxXdrAddress found;
     fxXdrFindAddress(object, declared, found);
-    return found.address != nullptr && !t.isEmbedded(found.address) &&
-           t.xdr(&object, nullptr, declared, &found, found.address);
+    if (found.address == nullptr || t.isEmbedded(found.address)) return t.refuse(fxXdrUnreadable);
+    return t.xdr(&object, nullptr, declared, &found, found.address);
 }
 template <class C>
 bool fxXdrObject(fxTranscriber& t, C*& object) {

@@ -14,10 +14,10 @@
 # Failing, assertions, counting and allocation; type records; the abstract
 # transcriber and the abstract stream that it works on.
 fxds_room(base
-  HEADERS Config Counted Fatal RCObj Stream Transcriber TypeObj XDRObj
+  HEADERS Config Counted Fatal RCObj Stream StreamFault Transcriber TypeObj XDRObj
   DETAIL Allocate Hold Mix MovesAsBytes Walk
   PRIVATE ChunkList FreeLists PackedInts Scoped
-  SOURCES Counted Fatal FreeLists RCObj Stream Transcriber TypeObj XDRObj)
+  SOURCES Counted Fatal FreeLists RCObj Stream StreamFault Transcriber TypeObj XDRObj)
 
 # The string, and what builds texts.
 fxds_room(text
@@ -42,12 +42,12 @@ fxds_room(containers
 # Byte streams, and object graphs written to them and read from them.
 fxds_room(streams
   ON containers
-  HEADERS BinaryReader BinaryTranscriber BinaryWriter MemoryStream StdioStream TypedStream Xdr
-    XdrValues
+  HEADERS BinaryReader BinaryTranscriber BinaryWriter MemoryStream Save StdioStream TypedStream
+    Xdr XdrValues
   PRIVATE AddressIndex OutBuffer ReaderGraph ReaderNumbers RecordFormat RecordReader StreamMarks
     TextChunks
-  SOURCES BinaryReader BinaryTranscriber BinaryWriter MemoryStream ReaderGraph RecordReader StdioStream
-    StreamHeader Xdr)
+  SOURCES BinaryReader BinaryTranscriber BinaryWriter MemoryStream ReaderConverters
+    ReaderFaults ReaderGraph RecordReader Save StdioStream StreamHeader Xdr)
 
 # Objects with properties, inputs and outputs; values sent at once or queued.
 fxds_room(dataflow

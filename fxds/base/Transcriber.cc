@@ -1,6 +1,7 @@
 #include "fxds/Transcriber.h"
 
 #include "fxds/Stream.h"
+#include "fxds/TypeObj.h"
 #include "fxds/XDRObj.h"
 #include "fxds/base/PackedInts.h"
 
@@ -63,6 +64,23 @@ bool fxTranscriber::isEmbedded(const void*) const { return false; }
 
 bool fxTranscriber::xdrText(fxStr&, char** text, unsigned int byteCount) {
     return xdr(text, byteCount);
+}
+
+bool fxTranscriber::refuse(const char* reason) {
+    if (complaint != nullptr) return false;
+    complaint = std::make_unique<fxStreamFault>();
+    complaint->kind = fxStreamFault::refused;
+    complaint->reason = reason;
+    return false;
+}
+
+bool fxTranscriber::refuseEdition(const fxTypeObj& type, unsigned int edition, bool isNewer) {
+    if (complaint != nullptr) return false;
+    refuse("");
+    complaint->kind = isNewer ? fxStreamFault::newer : fxStreamFault::older;
+    complaint->className = type.name;
+    complaint->edition = edition;
+    return false;
 }
 
 fxBool fxTranscriber::conclude(bool succeeded, fxXDRObj& object, void* address) {

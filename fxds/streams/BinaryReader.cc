@@ -1,6 +1,7 @@
 #include "fxds/BinaryReader.h"
 
 #include <algorithm>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <typeinfo>
@@ -29,11 +30,21 @@
 //     inherits can be pointed to.
 // (5) A claimed size only ever limits what is read: memory grows with the bytes
 //     that have arrived, also when many strings name one text.
+// Each function that meets a contradiction answers false through refuse(), which
+// ends the program unless the reader was made to answer. No function may rely on
+// that end: it leaves its objects so that they can be destroyed.
 
 using namespace fxRecordFormat;
 using namespace fxStreamMarks;
 
 namespace {
+
+typedef fxStreamFault Fault;
+
+constexpr char badNews[] = "XXX bad news!";
+constexpr char baddestNews[] = "XXX baddest news";
+constexpr char formatError[] = "format error";
+constexpr char missing[] = "XXX error handling is missing";
 
 constexpr size_t firstPiece = size_t{1} << 16;  // of a block that is read as it grows
 
@@ -50,13 +61,6 @@ struct Free {
     void operator()(char* block) const { std::free(block); }
 };
 typedef std::unique_ptr<char[], Free> Block;
-
-// Rearranges each whole group of `size` bytes.
-template <size_t size, class Arrange>
-void eachGroup(void* bytes, size_t byteCount, Arrange arrange) {
-    unsigned char* group = static_cast<unsigned char*>(bytes);
-    for (size_t left = byteCount / size; left > 0; --left, group += size) arrange(group);
-}
 
 struct OrderConverter {
     Order order;
@@ -78,57 +82,6 @@ fxBinaryReader::Converter* converterFor(const OrderConverter (&known)[count], Or
 }
 
 }  // namespace
-
-// The converters.
-
-bool fxBinaryReader_shorts(fxBinaryReader& reader, void* bytes, size_t byteCount) {
-    return reader.readBytes(bytes, byteCount);
-}
-
-bool fxBinaryReader_longs(fxBinaryReader& reader, void* bytes, size_t byteCount) {
-    return reader.readBytes(bytes, byteCount);
-}
-
-bool fxBinaryReader_floats(fxBinaryReader& reader, void* bytes, size_t byteCount) {
-    return reader.readBytes(bytes, byteCount);
-}
-
-bool fxBinaryReader_doubles(fxBinaryReader& reader, void* bytes, size_t byteCount) {
-    return reader.readBytes(bytes, byteCount);
-}
-
-bool fxBinaryReader_BS(fxBinaryReader& reader, void* bytes, size_t byteCount) {
-    if (!reader.readBytes(bytes, byteCount)) return false;
-    eachGroup<2>(bytes, byteCount, [](unsigned char* pair) { std::swap(pair[0], pair[1]); });
-    return true;
-}
-
-bool fxBinaryReader_longsSS(fxBinaryReader& reader, void* bytes, size_t byteCount) {
-    if (!reader.readBytes(bytes, byteCount)) return false;
-    eachGroup<4>(bytes, byteCount, [](unsigned char* word) {
-        std::swap(word[0], word[2]);
-        std::swap(word[1], word[3]);
-    });
-    return true;
-}
-
-bool fxBinaryReader_longsBSSS(fxBinaryReader& reader, void* bytes, size_t byteCount) {
-    if (!reader.readBytes(bytes, byteCount)) return false;
-    eachGroup<4>(bytes, byteCount, [](unsigned char* word) {
-        std::swap(word[0], word[3]);
-        std::swap(word[1], word[2]);
-    });
-    return true;
-}
-
-bool fxBinaryReader_floatsVAX(fxBinaryReader&, void*, size_t) {
-    fxFatal("fxBinaryReader_floatsVAX: not implemented");
-}
-
-// The message is that of the floats.
-bool fxBinaryReader_doublesVAX(fxBinaryReader&, void*, size_t) {
-    fxFatal("fxBinaryReader_floatsVAX: not implemented");
-}
 
 fxTranscriber* makeBinaryReader(fxStream* stream, short shortMark, long longMark,
                                 const char* floatFormat) {
@@ -154,21 +107,31 @@ fxBinaryReader::fxBinaryReader(fxStream* inStream, short shortMark, long longMar
       hasReadBody(false),
       owner(nullptr),
       rootType(nullptr),
+      bodyType(nullptr),
       records(std::make_unique<fxRecordReader>(inStream, buffer, bufferBytes)),
       graph(std::make_unique<fxReaderGraph>(table, *records)) {
-    // A mark that is unknown is reported by the long mark in both cases.
+    const std::string wrong = headerComplaint(shortMark, longMark, floatFormat);
+    if (!wrong.empty()) fxFatal("%s", wrong.c_str());
     shorts = converterFor(shortConverters, shortOrder(static_cast<unsigned short>(shortMark)));
-    if (shorts == nullptr) {
-        fxFatal("fxBinaryReader: unknown short ordering %x", static_cast<unsigned int>(longMark));
-    }
     longs = converterFor(longConverters, longOrder(static_cast<unsigned long>(longMark)));
-    if (longs == nullptr) {
-        fxFatal("fxBinaryReader: unknown long ordering %x", static_cast<unsigned int>(longMark));
+}
+
+std::string fxBinaryReader::headerComplaint(short shortMark, long longMark,
+                                            const char* floatFormat) {
+    // A mark that is unknown is reported by the long mark in both cases.
+    char hex[20];
+    std::snprintf(hex, sizeof hex, "%x", static_cast<unsigned int>(longMark));
+    if (shortOrder(static_cast<unsigned short>(shortMark)) == Order::unknown) {
+        return std::string("fxBinaryReader: unknown short ordering ") + hex;
+    }
+    if (longOrder(static_cast<unsigned long>(longMark)) == Order::unknown) {
+        return std::string("fxBinaryReader: unknown long ordering ") + hex;
     }
     if (floatFormat == nullptr || !isFloatFormat(floatFormat)) {
-        fxFatal("fxBinaryReader: unsupported floating point format %s",
-                floatFormat != nullptr ? floatFormat : "(null)");
+        return std::string("fxBinaryReader: unsupported floating point format ") +
+               (floatFormat != nullptr ? floatFormat : "(null)");
     }
+    return "";
 }
 
 fxBinaryReader::~fxBinaryReader() = default;
@@ -226,33 +189,32 @@ bool fxBinaryReader::xdr(void* slot, fxXDRObj*, fxTypeObj& declared, fxXDRObj*, 
     if (!fillPastTypes()) return false;
     std::memset(slot, 0, sizeof(void*));
     if (tag == fxTagNull) return true;
-    if ((tag != fxTagPointer && tag != fxTagPointerAgain) || fieldA == 0) fxFatal("XXX bad news!");
+    if ((tag != fxTagPointer && tag != fxTagPointerAgain) || fieldA == 0) {
+        return refuse(Fault::damaged, badNews);
+    }
     fxReaderEntry& entry = graph->at(fieldA);
     graph->await(entry, fxReaderEntry::awaitedObject);
     const bool suits = entry.isObject() ? entry.record().isA(declared)
                                         : entry.kind() == fxReaderEntry::awaitedObject;
-    if (!suits) fxFatal("XXX bad news!");
-    if (slot == owner && !graph->claim(entry)) fxFatal("XXX bad news!");
-    graph->notePointer(slot, fieldA, declared);
-    return true;
+    if (!suits || (slot == owner && !graph->claim(entry))) return refuse(Fault::damaged, badNews);
+    return graph->notePointer(slot, fieldA, declared) || refuse(Fault::damaged, formatError);
 }
 
 bool fxBinaryReader::xdr(fxTypeObj& base, void* derived, void* baseAddress) {
     if (derived == baseAddress) return true;
     if (!fillPastTypes()) return false;
-    if (tag != fxTagPart && tag != fxTagPartAgain) fxFatal("XXX bad news!");
+    if (tag != fxTagPart && tag != fxTagPartAgain) return refuse(Fault::damaged, badNews);
     fxReaderEntry* const entry = fieldA != 0 ? &graph->at(fieldA) : nullptr;
     if (tag == fxTagPartAgain) {
-        if (entry == nullptr || !graph->isPart(*entry, baseAddress)) {
-            fxFatal("XXX old base previously unseen");
-        }
-        return true;
+        return (entry != nullptr && graph->isPart(*entry, baseAddress)) ||
+               refuse(Fault::damaged, "XXX old base previously unseen");
     }
     if (entry == nullptr || entry->kind() != fxReaderEntry::unknown ||
         !graph->definePart(*entry, base, derived, baseAddress)) {
-        fxFatal("XXX new base for old base");
+        return refuse(Fault::damaged, "XXX new base for old base");
     }
     const fxScoped<bool> part(isInPart, true);
+    const fxScoped<fxTypeObj*> type(bodyType, &base);
     return base.xdr(baseAddress, *this) != 0;
 }
 
@@ -270,8 +232,7 @@ void fxBinaryReader::setOwner(const void* slot) { owner = slot; }
 
 bool fxBinaryReader::xdrText(fxStr& string, char**, unsigned int byteCount) {
     if (!awaitBlock(byteCount, true)) return false;
-    graph->noteText(&string, fieldA, byteCount);
-    return true;
+    return graph->noteText(&string, fieldA, byteCount) || refuse(Fault::damaged, formatError);
 }
 
 fxBool fxBinaryReader::conclude(bool succeeded, fxXDRObj& object, void* address) {
@@ -287,9 +248,11 @@ fxBool fxBinaryReader::conclude(bool succeeded, fxXDRObj& object, void* address)
 struct fxBinaryReader::Reading {
     explicit Reading(fxBinaryReader& reader_) : reader(reader_) {
         reader.isBusy = true;
+        reader.bodyType = nullptr;
         if (reader.hasOwnNumbers()) reader.ready = &reader.records->ready;
     }
     ~Reading() {
+        if (!isComplete) reader.noteEnd();
         if (!isComplete) reader.records->fail();
         if (!isComplete) reader.graph->drop();
         reader.ready = nullptr;
@@ -308,12 +271,15 @@ void* fxBinaryReader::readObject(fxTypeObj& expected) {
     {
         Reading graphReading(*this);
         graph->beginGraph();
-        graphReading.isComplete = readGraph(expected, rootId);
+        const bool isWhole = readGraph(expected, rootId) && !hasRefused();
+        if (isWhole && !graph->completes(graph->at(rootId))) refuse(Fault::damaged, formatError);
+        graphReading.isComplete = isWhole && !hasRefused();
         if (!graphReading.isComplete) return nullptr;
     }
     const fxReaderEntry& root = graph->at(rootId);
     void* const result = root.record().upcast(root.address(), expected);
-    graph->commit(root, *this);
+    graph->commit();
+    graph->tell(*this);
     return result;
 }
 
@@ -331,16 +297,17 @@ bool fxBinaryReader::fill() { return next() && (records->left() == 0 || records-
 bool fxBinaryReader::readPrimPointer(void* slot, size_t byteCount) {
     if (!awaitBlock(byteCount, false)) return false;
     std::memset(slot, 0, sizeof(void*));
-    graph->noteBlock(slot, fieldA, slot == owner);
-    return true;
+    return graph->noteBlock(slot, fieldA, slot == owner) || refuse(Fault::damaged, formatError);
 }
 
 // Reads the record of a block that a place is to get, and checks the two against
 // each other.
 bool fxBinaryReader::awaitBlock(size_t byteCount, bool isText) {
     if (byteCount > maxBlockBytes || !fillPastTypes()) return false;
-    if ((tag != fxTagBlock && tag != fxTagBlockAgain) || fieldA == 0) fxFatal("format error");
-    if (tag == fxTagBlock && fieldD > maxBlockBytes) fxFatal("format error");
+    if ((tag != fxTagBlock && tag != fxTagBlockAgain) || fieldA == 0 ||
+        (tag == fxTagBlock && fieldD > maxBlockBytes)) {
+        return refuse(Fault::damaged, formatError);
+    }
     const unsigned int least = static_cast<unsigned int>(byteCount);
     fxReaderEntry& entry = graph->at(fieldA);
     graph->await(entry, fxReaderEntry::awaitedBlock);
@@ -348,15 +315,16 @@ bool fxBinaryReader::awaitBlock(size_t byteCount, bool isText) {
         entry.raiseLeast(least);
         if (!isText) entry.wantPlain();
     } else if (entry.kind() != fxReaderEntry::block || entry.bytes() < least) {
-        fxFatal("format error");
+        return refuse(Fault::damaged, formatError);
     }
     return true;
 }
 
 bool fxBinaryReader::readInstance() {
-    if ((!isContents(tag) && tag != fxTagObject) || fieldA == 0) fxFatal("XXX baddest news");
+    if ((!isContents(tag) && tag != fxTagObject) || fieldA == 0 || graph->at(fieldA).isDefined()) {
+        return refuse(Fault::damaged, baddestNews);
+    }
     fxReaderEntry& entry = graph->at(fieldA);
-    if (entry.isDefined()) fxFatal("XXX baddest news");
     hasReadBody = true;
     return tag == fxTagObject ? readBody(entry) : readBlock(entry);
 }
@@ -383,15 +351,14 @@ bool fxBinaryReader::hasOwnNumbers() const {
 }
 
 bool fxBinaryReader::next() {
-    if (!records->next()) return false;
+    if (!records->next()) return records->isOfNoTag() && refuse(Fault::damaged, "Whoops!");
     const Head& head = records->head();
     tag = head.tag;
     fieldA = head.id();
     fieldB = head.typeId();
     fieldC = head.version();
     fieldD = head.byteCount();
-    if (tag == fxTagType) defineType();
-    return true;
+    return tag != fxTagType || defineType();
 }
 
 bool fxBinaryReader::fillPastTypes() {
@@ -426,13 +393,16 @@ void fxBinaryReader::noteMention() {
     }
 }
 
-void fxBinaryReader::defineType() {
+bool fxBinaryReader::defineType() {
     fxTypeObj* const type = fxTypeObj::findType(records->name());
-    if (type == nullptr) fxFatal("unknown type %s", records->name());
-    if (fieldA == 0) fxFatal("XXX baddest news");
-    fxReaderEntry& entry = graph->at(fieldA);
-    if (entry.kind() != fxReaderEntry::unknown) fxFatal("XXX baddest news");
-    entry.defineType(*type);
+    if (type == nullptr) {
+        return refuse(Fault::unknownType, std::string("unknown type ") + records->name());
+    }
+    if (fieldA == 0 || graph->at(fieldA).kind() != fxReaderEntry::unknown) {
+        return refuse(Fault::damaged, baddestNews);
+    }
+    graph->at(fieldA).defineType(*type);
+    return true;
 }
 
 // Reads a whole graph. False when the stream ends before.
@@ -443,7 +413,7 @@ bool fxBinaryReader::readGraph(fxTypeObj& expected, unsigned int& rootId) {
     while (graph->awaitedCount() > awaitedBefore) {
         if (!readInstance() || !nextInstance()) return false;
     }
-    if (tag != fxTagObject || fieldA == 0) fxFatal("XXX baddest news");
+    if (tag != fxTagObject || fieldA == 0) return refuse(Fault::damaged, baddestNews);
     rootId = fieldA;
     graph->await(graph->at(rootId), fxReaderEntry::awaitedObject);
     graph->at(rootId).claim();
@@ -456,10 +426,11 @@ bool fxBinaryReader::readGraph(fxTypeObj& expected, unsigned int& rootId) {
 }
 
 bool fxBinaryReader::readBlock(fxReaderEntry& entry) {
-    if (fieldD > maxBlockBytes) return false;
-    if (entry.kind() == fxReaderEntry::awaitedObject) fxFatal("XXX bad news!");
+    // Not fatal even where faults are.
+    if (fieldD > maxBlockBytes) return answer != nullptr && refuse(Fault::damaged, formatError);
+    if (entry.kind() == fxReaderEntry::awaitedObject) return refuse(Fault::damaged, badNews);
     const bool isAwaited = entry.kind() == fxReaderEntry::awaitedBlock;
-    if (isAwaited && fieldD < entry.least()) fxFatal("format error");
+    if (isAwaited && fieldD < entry.least()) return refuse(Fault::damaged, formatError);
     Converter* const converter = converterOf(tag);
     const unsigned int id = fieldA;
     const unsigned int byteCount = fieldD;
@@ -473,9 +444,10 @@ bool fxBinaryReader::readBlock(fxReaderEntry& entry) {
         block.reset(readGrowing(converter, byteCount));
         if (block == nullptr) return false;
     }
-    if (entry.isDefined()) fxFatal("XXX baddest news");  // by a record in between
-    graph->defineBlock(id, entry, byteCount, text, block.release());
-    return true;
+    // By a record in between.
+    if (entry.isDefined()) return refuse(Fault::damaged, baddestNews);
+    return graph->defineBlock(id, entry, byteCount, text, block.release()) ||
+           refuse(Fault::damaged, formatError);
 }
 
 // Given: a malloc() block with a zero behind its bytes, or null.
@@ -513,10 +485,11 @@ fxBinaryReader::Converter* fxBinaryReader::converterOf(unsigned int bodyTag) con
 
 // Several types may share a name. When a place that waits for this body wants
 // one of the name that the stream gives, that is the one, from now on.
-fxTypeObj& fxBinaryReader::typeOfBody(const fxReaderEntry& entry) {
-    if (fieldB == 0) fxFatal("XXX baddest news");
+// Null when the record names no type.
+fxTypeObj* fxBinaryReader::typeOfBody(const fxReaderEntry& entry) {
+    if (fieldB == 0) return nullptr;
     fxReaderEntry& typeEntry = graph->at(fieldB);
-    if (typeEntry.kind() != fxReaderEntry::type) fxFatal("XXX baddest news");
+    if (typeEntry.kind() != fxReaderEntry::type) return nullptr;
     fxTypeObj* type = &typeEntry.record();
     fxTypeObj* namesake = nullptr;
     const auto isOther = [&](fxTypeObj& wanted) {
@@ -525,26 +498,35 @@ fxTypeObj& fxBinaryReader::typeOfBody(const fxReaderEntry& entry) {
     };
     if ((rootType == nullptr || isOther(*rootType))) graph->eachWanted(entry, isOther);
     if (namesake != nullptr && namesake != type) typeEntry.defineType(*namesake);
-    return typeEntry.record();
+    return &typeEntry.record();
 }
 
 bool fxBinaryReader::readBody(fxReaderEntry& entry) {
-    if (entry.kind() == fxReaderEntry::awaitedBlock) fxFatal("format error");
-    fxTypeObj& type = typeOfBody(entry);
-    if (fieldC != type.version) fxFatal("XXX version error handling is missing");
+    if (entry.kind() == fxReaderEntry::awaitedBlock) return refuse(Fault::damaged, formatError);
+    fxTypeObj* const type = typeOfBody(entry);
+    if (type == nullptr) return refuse(Fault::damaged, baddestNews);
+    bodyType = type;
+    if (fieldC != type->version) {
+        refuseEdition(*type, fieldC, fieldC > type->version);
+        return refuse(complaint->kind, "XXX version error handling is missing");
+    }
     fxTypeObj* const root = std::exchange(rootType, nullptr);
-    if (root != nullptr && !type.isA(*root)) fxFatal("XXX baddest news");
-    if (!graph->eachWanted(entry, [&](fxTypeObj& wanted) { return type.isA(wanted); })) {
-        fxFatal("XXX bad news!");
+    if (root != nullptr && !type->isA(*root)) return refuse(Fault::foreign, baddestNews);
+    if (!graph->eachWanted(entry, [&](fxTypeObj& wanted) { return type->isA(wanted); })) {
+        return refuse(Fault::damaged, badNews);
     }
     const unsigned int id = fieldA;
-    graph->beginBody(type);
-    void* const object = type.newInstance != nullptr ? type.newInstance(type) : nullptr;
-    if (object == nullptr) fxFatal("XXX error handling is missing");
+    graph->beginBody(*type);
+    void* const object = type->newInstance != nullptr ? type->newInstance(*type) : nullptr;
+    if (object == nullptr) return refuse(Fault::damaged, missing);
     graph->defineObject(id, entry, object);
     concluded = nullptr;
     hasFailed = false;
-    if (type.xdr(object, *this) == 0) fxFatal("XXX error handling is missing");
-    graph->endBody(hasFailed, concluded);
+    if (type->xdr(object, *this) == 0) {
+        return refuse(records->hasFailed() ? Fault::ended : Fault::refused, missing);
+    }
+    complaint.reset();
+    if (!graph->endBody(hasFailed, concluded)) return refuse(Fault::damaged, formatError);
+    bodyType = nullptr;
     return true;
 }

@@ -457,7 +457,15 @@ bool fxBinaryWriter::writeItem(const fxBinaryWriterItem& item) {
     fieldA = id;
     fieldB = typeId;
     fieldC = item.type->version;
-    return item.type->xdr(const_cast<void*>(item.address), *this) != 0;
+    if (item.type->xdr(const_cast<void*>(item.address), *this) == 0) {
+        if (!outgoing->hasFailed()) refuse("");
+        if (complaint != nullptr && complaint->className.empty()) {
+            complaint->className = item.type->name;
+        }
+        return false;
+    }
+    complaint.reset();
+    return true;
 }
 
 bool fxBinaryWriter::writeBlock(const fxBinaryWriterItem& item) {

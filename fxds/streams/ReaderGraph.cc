@@ -4,7 +4,6 @@
 #include <cstring>
 #include <utility>
 
-#include "fxds/Fatal.h"
 #include "fxds/Str.h"
 #include "fxds/XDRObj.h"
 #include "fxds/detail/Allocate.h"
@@ -37,21 +36,21 @@ void fxReaderGraph::awaitInVain(fxReaderEntry& entry, fxReaderEntry::Kind kind) 
     isOrderly = false;
 }
 
-void fxReaderGraph::notePointer(void* slot, unsigned int id, fxTypeObj& declared) {
+bool fxReaderGraph::notePointer(void* slot, unsigned int id, fxTypeObj& declared) {
     if (lastType == types.size() || types[lastType] != &declared) {
         const auto found = std::find(types.begin(), types.end(), &declared);
         lastType = static_cast<size_t>(found - types.begin());
         if (found == types.end()) types.push_back(&declared);
     }
-    note({slot, id, fxBinaryReaderItem::objectMark | static_cast<unsigned int>(lastType)});
+    return note({slot, id, fxBinaryReaderItem::objectMark | static_cast<unsigned int>(lastType)});
 }
 
-void fxReaderGraph::noteBlock(void* slot, unsigned int id, bool isOwn) {
-    note({slot, id, isOwn ? fxBinaryReaderItem::ownBlockMark : 0});
+bool fxReaderGraph::noteBlock(void* slot, unsigned int id, bool isOwn) {
+    return note({slot, id, isOwn ? fxBinaryReaderItem::ownBlockMark : 0});
 }
 
-void fxReaderGraph::noteText(fxStr* string, unsigned int id, unsigned int lengthBytes) {
-    note({string, id, lengthBytes});
+bool fxReaderGraph::noteText(fxStr* string, unsigned int id, unsigned int lengthBytes) {
+    return note({string, id, lengthBytes});
 }
 
 bool fxReaderGraph::claim(fxReaderEntry& entry) {
@@ -76,7 +75,7 @@ void fxReaderGraph::placesMoved(const void* from, size_t byteCount, void* to, si
 void fxReaderGraph::beginGraph() {
     looseCount = items.size();
     for (size_t i = 0; i < looseCount; ++i) {
-        if (!at(items[i].id).isDefined()) settle(i);
+        if (!at(items[i].id).isDefined()) link(i);
     }
 }
 
@@ -126,32 +125,48 @@ bool fxReaderGraph::isPart(const fxReaderEntry& entry, const void* baseAddress) 
            entry.body() == nextBody() - 1 && entry.address() == baseAddress;
 }
 
-void fxReaderGraph::endBody(bool isForgiven, fxXDRObj* concluded) {
+bool fxReaderGraph::endBody(bool isForgiven, fxXDRObj* concluded) {
     const size_t first = bodies.back().firstItem;
     if (isForgiven) forgetPlaces(first);
     if (concluded != nullptr) concludedOnes.push_back({concluded, nextBody() - 1});
     isBodyOpen = false;
-    for (size_t i = first; i < items.size(); ++i) settle(i);
+    for (size_t i = first; i < items.size(); ++i) {
+        fxReaderEntry& entry = at(items[i].id);
+        if (!entry.isDefined()) {
+            link(i);
+        } else if (!fillIfAdmitted(items[i], entry)) {
+            return false;
+        }
+    }
+    return true;
 }
 
-void fxReaderGraph::defineBlock(unsigned int id, fxReaderEntry& entry, unsigned int length,
+bool fxReaderGraph::defineBlock(unsigned int id, fxReaderEntry& entry, unsigned int length,
                                 const char* text, void* adopted) {
     const unsigned int linked = entry.waiting();
     awaited -= entry.kind() == fxReaderEntry::awaitedBlock;
     blockBytes += length;
     numbers.defineBlock(entry, length, text, adopted);
-    fillLinked(linked, id, entry);
+    return fillLinked(linked, id, entry);
 }
 
-void fxReaderGraph::commit(const fxReaderEntry& root, fxTranscriber& transcriber) {
-    fillLoose();
-    if (isOrderly) {
-        for (fxReaderEntry* block : blocks) numbers.give(*block);
-    } else {
-        const std::vector<unsigned int> reached = reach(root);
-        leaveOrphans();
-        adopt(reached);
+bool fxReaderGraph::completes(const fxReaderEntry& root) {
+    for (size_t i = 0; i < looseCount; ++i) {
+        if (!admits(items[i], at(items[i].id))) return false;
     }
+    return isOrderly || reach(root);
+}
+
+void fxReaderGraph::commit() {
+    for (size_t i = 0; i < looseCount; ++i) fill(items[i], at(items[i].id));
+    if (!isOrderly) {
+        blocks.swap(reachedBlocks);
+        leaveOrphans();
+        adopt();
+    }
+    for (fxReaderEntry* block : blocks) numbers.give(*block);
+    reachedBlocks.clear();
+    reachedOrphans.clear();
     isOrderly = true;
     copiedBytes = 0;
     firstBody = nextBody();
@@ -160,6 +175,9 @@ void fxReaderGraph::commit(const fxReaderEntry& root, fxTranscriber& transcriber
     blocks.clear();
     looseCount = 0;
     numbers.endPeriod();
+}
+
+void fxReaderGraph::tell(fxTranscriber& transcriber) {
     std::vector<Concluded> told;
     told.swap(concludedOnes);
     for (const Concluded& concluded : told) concluded.object->xdrSuccess(transcriber);
@@ -170,6 +188,9 @@ void fxReaderGraph::drop() {
     const size_t filled = isBodyOpen ? bodies.back().firstItem : items.size();
     for (size_t i = looseCount; i < filled; ++i) {
         empty(items[i]);
+    }
+    for (const Orphan& orphan : orphans) {
+        for (const fxBinaryReaderItem& item : orphan.items) empty(item);
     }
     fxChunkList<Body> dropped;
     dropped.swap(bodies);
@@ -182,6 +203,8 @@ void fxReaderGraph::drop() {
     looseCount = 0;
     items.clear();
     blocks.clear();
+    reachedBlocks.clear();
+    reachedOrphans.clear();
     concludedOnes.clear();
     const auto destroy = [](const Body& body) {
         if (body.address != nullptr && body.type->deleteInstance != nullptr) {
@@ -207,9 +230,9 @@ bool fxReaderGraph::isHandedOut(const fxReaderEntry& entry) {
     return entry.isObject() && entry.body() < firstBody && orphanOf(entry.body()) == nullptr;
 }
 
-void fxReaderGraph::note(const fxBinaryReaderItem& item) {
+bool fxReaderGraph::note(const fxBinaryReaderItem& item) {
     if (bodies.empty() && isHandedOut(at(item.id))) {
-        fill(item, at(item.id));
+        if (!fillIfAdmitted(item, at(item.id))) return false;
         for (fxReaderEntry* block : blocks) numbers.give(*block);
         blocks.clear();
         copiedBytes = 0;
@@ -217,57 +240,64 @@ void fxReaderGraph::note(const fxBinaryReaderItem& item) {
     } else {
         items.push_back(item);
     }
+    return true;
 }
 
-// Fills a place, or links it with the number that it waits for.
-void fxReaderGraph::settle(size_t index) {
+// Links a place with the number that it waits for.
+void fxReaderGraph::link(size_t index) {
     fxBinaryReaderItem& item = items[index];
     fxReaderEntry& entry = at(item.id);
-    if (entry.isDefined()) {
-        fill(item, entry);
-    } else {
-        item.id = entry.waiting();
-        entry.setWaiting(static_cast<unsigned int>(index + 1));
-    }
+    item.id = entry.waiting();
+    entry.setWaiting(static_cast<unsigned int>(index + 1));
 }
 
-void fxReaderGraph::fillLinked(unsigned int last, unsigned int id, fxReaderEntry& entry) {
+bool fxReaderGraph::fillLinked(unsigned int last, unsigned int id, fxReaderEntry& entry) {
     while (last != 0) {
         fxBinaryReaderItem& item = items[last - 1];
         const bool isLoose = last <= looseCount;
         last = std::exchange(item.id, id);
-        if (!isLoose) fill(item, entry);
+        if (!isLoose && !fillIfAdmitted(item, entry)) return false;
     }
+    return true;
+}
+
+// Whether the place may have what its number is defined as; counts the copy. A
+// text must end where its string does, and what a field has got is out of reach.
+bool fxReaderGraph::admits(const fxBinaryReaderItem& item, const fxReaderEntry& entry) {
+    if (item.isObject()) {
+        // A body that was left over may be handed out now.
+        isOrderly &= entry.body() >= firstBody || orphans.empty();
+        return true;
+    }
+    if (!item.isText() && !item.isOwnBlock()) return true;
+    const char* const bytes = entry.source();
+    if (bytes == nullptr || (item.isText() && bytes[item.wanted - 1] != '\0')) return false;
+    copiedBytes += item.isText() ? item.wanted : entry.bytes();
+    return copiedBytes <= freeBytes + copiesOfEach * blockBytes;
+}
+
+bool fxReaderGraph::fillIfAdmitted(const fxBinaryReaderItem& item, fxReaderEntry& entry) {
+    if (!admits(item, entry)) return false;
+    fill(item, entry);
+    return true;
 }
 
 void fxReaderGraph::fill(const fxBinaryReaderItem& item, fxReaderEntry& entry) {
     if (item.isObject()) {
-        // A body that was left over may be handed out now.
-        isOrderly &= entry.body() >= firstBody || orphans.empty();
         fxTypeObj& declared = typeOf(item);
         setPointer(item.slot, &entry.record() == &declared
                                   ? entry.address()
                                   : entry.record().upcast(entry.address(), declared));
     } else if (item.isText()) {
-        checkText(item, entry);
-        chargeCopy(item.wanted);
         char* const copy = static_cast<char*>(fxNewBlock(item.wanted));
         std::memcpy(copy, entry.source(), item.wanted);
         static_cast<fxStr*>(item.slot)->adopt(copy, item.wanted);
     } else if (item.isOwnBlock()) {
-        chargeCopy(entry.bytes());
-        void* const own = numbers.takeMemoryOf(entry);
-        if (own == nullptr) fxFatal("format error");
-        setPointer(item.slot, own);
+        setPointer(item.slot, numbers.takeMemoryOf(entry));
     } else {
         setPointer(item.slot, numbers.memoryOf(entry));
         blocks.push_back(&entry);
     }
-}
-
-void fxReaderGraph::chargeCopy(size_t byteCount) {
-    copiedBytes += byteCount;
-    if (copiedBytes > freeBytes + copiesOfEach * blockBytes) fxFatal("format error");
 }
 
 // Makes a pointer null again. A linked one is null.
@@ -279,24 +309,10 @@ void fxReaderGraph::empty(const fxBinaryReaderItem& item) {
     setPointer(item.slot, nullptr);
 }
 
-// A text must end where its string does.
-void fxReaderGraph::checkText(const fxBinaryReaderItem& item, const fxReaderEntry& entry) {
-    if (!item.isText()) return;
-    const char* const text = entry.source();
-    if (text == nullptr || text[item.wanted - 1] != '\0') fxFatal("format error");
-}
-
-// Decides all before anything changes.
-void fxReaderGraph::fillLoose() {
-    for (size_t i = 0; i < looseCount; ++i) checkText(items[i], at(items[i].id));
-    for (size_t i = 0; i < looseCount; ++i) fill(items[i], at(items[i].id));
-}
-
-// Goes from the root and the loose places to all that they lead to, and gives
-// the blocks away that pointers there have got. The serial numbers of the
-// orphans among it.
-std::vector<unsigned int> fxReaderGraph::reach(const fxReaderEntry& root) {
-    std::vector<unsigned int> reached;
+// Goes from the root and the loose places to all that they lead to; notes the
+// orphans among it, and the blocks that pointers there have got. False when the
+// place of an orphan cannot be filled.
+bool fxReaderGraph::reach(const fxReaderEntry& root) {
     std::vector<unsigned int> found;  // and not yet gone on from
     const auto follow = [&](const fxReaderEntry& entry) {
         const bool isNew = entry.body() >= firstBody;
@@ -309,7 +325,7 @@ std::vector<unsigned int> fxReaderGraph::reach(const fxReaderEntry& root) {
         fxReaderEntry& entry = at(item.id);
         if (item.isObject()) follow(entry);
         const bool isShared = !item.isText() && !item.isOwnBlock();
-        if (entry.kind() == fxReaderEntry::block && isShared) numbers.give(entry);
+        if (entry.kind() == fxReaderEntry::block && isShared) reachedBlocks.push_back(&entry);
     };
     follow(root);
     for (size_t i = 0; i < looseCount; ++i) visit(items[i]);
@@ -317,9 +333,9 @@ std::vector<unsigned int> fxReaderGraph::reach(const fxReaderEntry& root) {
         const unsigned int serial = found.back();
         found.pop_back();
         if (serial < firstBody) {
-            reached.push_back(serial);
+            reachedOrphans.push_back(serial);
             for (const fxBinaryReaderItem& item : orphanOf(serial)->items) {
-                fill(item, at(item.id));
+                if (!fillIfAdmitted(item, at(item.id))) return false;
                 visit(item);
             }
             continue;
@@ -327,7 +343,7 @@ std::vector<unsigned int> fxReaderGraph::reach(const fxReaderEntry& root) {
         const size_t index = serial - firstBody;
         for (size_t i = bodies[index].firstItem; i < endOfItems(index); ++i) visit(items[i]);
     }
-    return reached;
+    return true;
 }
 
 // Makes orphans of the bodies that were not reached; those are not told now.
@@ -352,17 +368,17 @@ void fxReaderGraph::leaveOrphans() {
     concludedOnes.swap(told);
 }
 
-// Lets these orphans go, which are part of the graph now. They are told first.
-void fxReaderGraph::adopt(std::vector<unsigned int> serials) {
-    std::sort(serials.begin(), serials.end());
+// Lets the orphans go that are part of the graph now. They are told first.
+void fxReaderGraph::adopt() {
+    std::sort(reachedOrphans.begin(), reachedOrphans.end());
     std::vector<Concluded> told;
-    for (const unsigned int serial : serials) {
+    for (const unsigned int serial : reachedOrphans) {
         Orphan& orphan = *orphanOf(serial);
         for (fxXDRObj* concluded : orphan.concluded) told.push_back({concluded, serial});
         orphan = Orphan{{}, serial, {}, {}};
     }
     concludedOnes.insert(concludedOnes.begin(), told.begin(), told.end());
-    adoptedCount += serials.size();
+    adoptedCount += reachedOrphans.size();
     if (2 * adoptedCount <= orphans.size()) return;
     const auto isAdopted = [](const Orphan& orphan) { return orphan.body.address == nullptr; };
     orphans.erase(std::remove_if(orphans.begin(), orphans.end(), isAdopted), orphans.end());

@@ -74,10 +74,12 @@ public:
     /// Notes an empty place: a pointer to an object, a pointer to a block, which
     /// may get one of its own, or a string that is to get a text of `lengthBytes`
     /// with its terminator. Its number is awaited or defined as what suits the place. Outside of
-    /// readings, what is handed out already is filled in at once.
-    void notePointer(void* slot, unsigned int id, fxTypeObj& declared);
-    void noteBlock(void* slot, unsigned int id, bool isOwn);
-    void noteText(fxStr* string, unsigned int id, unsigned int lengthBytes);
+    /// readings, what is handed out already is filled in at once. False when what
+    /// is handed out, or was defined, does not serve the place; so are the results
+    /// of endBody(), defineBlock() and completes(), after which drop() is due.
+    bool notePointer(void* slot, unsigned int id, fxTypeObj& declared);
+    bool noteBlock(void* slot, unsigned int id, bool isOwn);
+    bool noteText(fxStr* string, unsigned int id, unsigned int lengthBytes);
     ///@}
 
     ///@{
@@ -118,18 +120,23 @@ public:
     /// Ends the body and fills or links its places, or forgets those of an object
     /// that makes do with what it got before a failure. `concluded` is to be told
     /// of success, or null.
-    void endBody(bool isForgiven, fxXDRObj* concluded);
+    bool endBody(bool isForgiven, fxXDRObj* concluded);
 
     /// Room for a text that only strings await.
     char* textRoom(size_t bytes) { return numbers.textRoom(bytes); }
     /// Defines a block and fills the places that wait for it; see fxReaderNumbers.
-    void defineBlock(unsigned int id, fxReaderEntry& entry, unsigned int length, const char* text,
+    bool defineBlock(unsigned int id, fxReaderEntry& entry, unsigned int length, const char* text,
                      void* adopted);
 
-    /// Ends a graph that is complete: fills the loose places, and hands out what
-    /// these and the root lead to. Then tells the objects, in the order in which
-    /// they were made.
-    void commit(const fxReaderEntry& root, fxTranscriber& transcriber);
+    ///@{
+    /// Ends a graph whose numbers are all defined. completes() says whether every
+    /// place can be filled; if so, commit() fills the loose ones, and hands out
+    /// what these and the root lead to. Then tell() tells the objects, in the order
+    /// in which they were made.
+    bool completes(const fxReaderEntry& root);
+    void commit();
+    void tell(fxTranscriber& transcriber);
+    ///@}
 
     void drop();   ///< Destroys all that was not handed out, and forgets the loose places.
     void reset();  ///< Forgets the numbers, too.
@@ -161,16 +168,15 @@ private:
     }
     unsigned int nextBody() const { return firstBody + static_cast<unsigned int>(bodies.size()); }
     bool isHandedOut(const fxReaderEntry& entry);
-    void note(const fxBinaryReaderItem& item);
-    void settle(size_t index);
-    void fillLinked(unsigned int last, unsigned int id, fxReaderEntry& entry);
+    bool note(const fxBinaryReaderItem& item);
+    void link(size_t index);
+    bool fillLinked(unsigned int last, unsigned int id, fxReaderEntry& entry);
+    bool admits(const fxBinaryReaderItem& item, const fxReaderEntry& entry);
+    bool fillIfAdmitted(const fxBinaryReaderItem& item, fxReaderEntry& entry);
     void fill(const fxBinaryReaderItem& item, fxReaderEntry& entry);
-    void chargeCopy(size_t byteCount);
     void empty(const fxBinaryReaderItem& item);
-    static void checkText(const fxBinaryReaderItem& item, const fxReaderEntry& entry);
-    void fillLoose();
-    std::vector<unsigned int> reach(const fxReaderEntry& root);
-    void adopt(std::vector<unsigned int> serials);
+    bool reach(const fxReaderEntry& root);
+    void adopt();
     void leaveOrphans();
     Orphan* orphanOf(unsigned int serial);
     size_t endOfItems(size_t body) {
@@ -188,7 +194,9 @@ private:
     size_t looseCount = 0;
     fxChunkList<Body> bodies;
     fxChunkList<fxBinaryReaderItem> items;
-    std::vector<fxReaderEntry*> blocks;  // that pointers were filled with
+    std::vector<fxReaderEntry*> blocks;         // that pointers were filled with
+    std::vector<fxReaderEntry*> reachedBlocks;  // of a graph that completes: those to give
+    std::vector<unsigned int> reachedOrphans;   // likewise: serial numbers, to be adopted
     std::vector<Concluded> concludedOnes;
     std::vector<Part> parts;        // of the open body, by address
     std::vector<Orphan> orphans;    // by serial number; adopted ones have no address

@@ -26,6 +26,15 @@ inline constexpr unsigned char fieldBytes[] = {0, 0, 4, 8, 4, 8, 8, 8, 8, 8, 12,
 /// Tags from here on do not exist.
 inline constexpr unsigned int tagCount = sizeof fieldBytes;
 
+/// What docs/stream-format.md calls a tag; "" for one that does not exist.
+constexpr const char* tagName(unsigned int tag) {
+    constexpr const char* names[] = {"data",   "null",    "type",          "block",  "block again",
+                                     "bytes",  "shorts",  "longs",         "floats", "doubles",
+                                     "object", "pointer", "pointer again", "part",   "part again"};
+    static_assert(sizeof names / sizeof *names == tagCount);
+    return tag < tagCount ? names[tag] : "";
+}
+
 /// Whether an id is all that the record's fields hold.
 constexpr bool hasOneId(unsigned int tag) {
     constexpr unsigned int tags = 1U << fxTagBlockAgain | 1U << fxTagPointer |

@@ -2,8 +2,6 @@
 
 #include <algorithm>
 
-#include "fxds/Fatal.h"
-
 using namespace fxRecordFormat;
 
 namespace {
@@ -21,6 +19,7 @@ fxRecordReader::fxRecordReader(fxStream* heldStream, char* stagingBuffer,
       stagingBytes(stagingBytes_) {
     if (stream != nullptr && !stream->isReading()) stream = nullptr;
     if (stream != nullptr) ready.window = source = &stream->window();
+    mark = *source->next;
 }
 
 bool fxRecordReader::take(char* bytes, size_t byteCount) {
@@ -41,8 +40,10 @@ bool fxRecordReader::take(char* bytes, size_t byteCount) {
 }
 
 void fxRecordReader::fail() {
+    leaveWindow();
     stream = nullptr;
     source = &nothing;
+    mark = nullptr;
     ready = {&nothing, 0};
     payloadLeft = 0;
 }
@@ -80,8 +81,21 @@ bool fxRecordReader::get(char* bytes, size_t byteCount) {
     }
     const unsigned int rest = static_cast<unsigned int>(byteCount - atHand);
     if (rest == 0) return true;
-    if (stream != nullptr && !stream->getBytes(bytes + atHand, rest)) fail();
-    return stream != nullptr;
+    if (stream == nullptr) return false;
+    leaveWindow();
+    const bool isDone = stream->getBytes(bytes + atHand, rest);
+    mark = *source->next;
+    if (isDone) marked += rest;
+    if (!isDone) fail();
+    return isDone;
+}
+
+// The window is going to change.
+void fxRecordReader::leaveWindow() {
+    headAt = recordAt();
+    headNext = nullptr;
+    marked = taken();
+    mark = *source->next;
 }
 
 // The head of a record that is not at hand as a whole, that a filler may precede,
@@ -94,21 +108,24 @@ bool fxRecordReader::readHead() {
         if (!get(bytes, 1)) return false;
     } while (filler.takes(*head));
     if (filler.isWide()) quickBytes = SIZE_MAX;
+    headNext = nullptr;
+    headAt = taken() - 1;
     const size_t rest = size_t{headBytes.of[*head]} - 1 + filler.bytesIn(*head & 0x3FU);
     if (!get(bytes + 1, rest)) return false;
     current = decode(head);
-    if (current.tag >= tagCount) fxFatal("Whoops!");
+    if (isOfNoTag()) return false;
     payloadLeft = current.payloadBytes;
     idsRead += current.tag > fxTagNull;
     return current.tag != fxTagType || readName();
 }
 
 bool fxRecordReader::readName() {
+    constexpr unsigned int longest = 1U << 24U;  // no type has a name like that
     typeName.reset();
     char byte = 0;
     do {
         if (!get(&byte, 1)) return false;
-        typeName.addc(byte);
+        if (typeName.length() < longest || byte == '\0') typeName.addc(byte);
     } while (byte != '\0');
     return true;
 }

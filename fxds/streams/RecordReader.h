@@ -28,19 +28,21 @@ public:
     fxRecordReader(fxStream* heldStream, char* stagingBuffer, unsigned int stagingBytes);
 
     /// Drops what is left of the payload and takes the head of the next record.
-    /// False when the stream ends. A tag that does not exist is fatal.
+    /// False when the stream ends, and for a tag that does not exist.
     bool next() {
         if ((ready.count | payloadLeft) != 0 && !skip()) return false;
         if (source->size() < quickBytes) return readHead();
         const unsigned char* const head = reinterpret_cast<const unsigned char*>(*source->next);
         const unsigned int bytes = fxRecordFormat::quickHeadBytes.of[*head];
         if (bytes == 0) return readHead();
+        headNext = *source->next;
         current = fxRecordFormat::decode(head);
         *source->next += bytes;
         payloadLeft = current.payloadBytes;
         idsRead += current.tag > fxTagNull;
         return true;
     }
+    bool isOfNoTag() const { return current.tag >= fxRecordFormat::tagCount; }
     /// Makes the next piece of the payload ready, if there is one. False when the
     /// stream ends in it. Requires: no bytes are ready.
     bool stage() {
@@ -62,7 +64,11 @@ public:
     /// Requires: byteCount <= left().
     bool take(char* bytes, size_t byteCount);
 
-    void fail();  ///< Treats the stream as ended.
+    void fail();                                          ///< Treats the stream as ended.
+    bool hasFailed() const { return stream == nullptr; }  ///< Whether it has, or is so treated.
+
+    /// How many bytes of the stream stood before the current record.
+    size_t recordAt() const { return headNext != nullptr ? takenUpTo(headNext) : headAt; }
 
     /// Number of records with an id so far.
     size_t numbered() const { return idsRead; }
@@ -74,9 +80,16 @@ private:
     [[gnu::noinline]] bool readHead();
     [[gnu::noinline]] bool readName();
     bool get(char* bytes, size_t byteCount);
+    size_t taken() const { return takenUpTo(*source->next); }
+    size_t takenUpTo(const char* next) const { return marked + static_cast<size_t>(next - mark); }
+    void leaveWindow();
 
     fxStream* stream;
     const fxStreamWindow* source;  // of the stream
+    size_t marked = 0;             // bytes taken when `mark` was next in the window
+    const char* mark = nullptr;
+    const char* headNext = nullptr;  // the current record, where the window still shows it,
+    size_t headAt = 0;               // or else how many bytes were taken before it
     unsigned int payloadLeft = 0;
     fxRecordFormat::Head current;
     fxRecordFormat::Filler filler;

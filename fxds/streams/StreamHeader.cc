@@ -1,6 +1,9 @@
+#include <cstdint>
 #include <cstring>
 #include <memory>
+#include <string_view>
 
+#include "fxds/BinaryReader.h"
 #include "fxds/BinaryWriter.h"
 #include "fxds/Fatal.h"
 #include "fxds/StackBuffer.h"
@@ -21,13 +24,40 @@ bool writeHeader(fxStream& stream, const char* name) {
            stream.putShorts(&ownShortMark, 1) && stream.putLongs(&ownLongMark, 1);
 }
 
-bool readName(fxStream& stream, fxStackBuffer& name) {
-    char byte = 0;
-    do {
-        if (!stream.getBytes(&byte, 1)) return false;
-        name.addc(byte);
-    } while (byte != '\0');
-    return true;
+// What stands in a header.
+struct Header {
+    bool read(fxStream& stream, size_t longestName) {
+        return readName(stream, name, longestName) && readName(stream, format, longestName) &&
+               stream.getShorts(&shorts, 1) && stream.getLongs(&longs, 1);
+    }
+    size_t bytes() const {
+        return size_t{name.length()} + format.length() + sizeof shorts + sizeof longs;
+    }
+    static bool readName(fxStream& stream, fxStackBuffer& text, size_t longest) {
+        char byte = 0;
+        do {
+            if (text.length() > longest || !stream.getBytes(&byte, 1)) return false;
+            text.addc(byte);
+        } while (byte != '\0');
+        return true;
+    }
+
+    fxStackBuffer name;
+    fxStackBuffer format;
+    short shorts = 0;
+    long longs = 0;
+};
+
+// Whether the first bytes of a header might stand here.
+bool mayBegin(const fxStackBuffer& name, const fxVoidPtrDict& readers) {
+    const std::string_view begun = name.view();
+    for (const auto [known, factory] : readers) {
+        if (std::string_view(known.c_str(), known.length() + size_t{1}).substr(0, begun.size()) ==
+            begun) {
+            return true;
+        }
+    }
+    return false;
 }
 
 }  // namespace
@@ -60,14 +90,46 @@ fxTranscriber* fxTranscriber::getWriter(fxStream* stream) {
 
 fxTranscriber* fxTranscriber::getReader(fxStream* stream) {
     if (readers == nullptr || stream == nullptr || !stream->isReading()) return nullptr;
-    fxStackBuffer name;
-    fxStackBuffer format;
-    if (!readName(*stream, name) || !readName(*stream, format)) return nullptr;
-    short shorts = 0;
-    long longs = 0;
-    if (!stream->getShorts(&shorts, 1) || !stream->getLongs(&longs, 1)) return nullptr;
+    Header header;
+    if (!header.read(*stream, SIZE_MAX)) return nullptr;
+    void** found = readers->find(fxStr(header.name.getBase()));
+    if (found == nullptr) fxFatal("Unknown transcriber type \"%s\"", header.name.getBase());
+    fxTranscriber* const reader = reinterpret_cast<ReaderFactory*>(*found)(
+        stream, header.shorts, header.longs, header.format.getBase());
+    if (reader != nullptr) reader->headerBytes = header.bytes();
+    return reader;
+}
 
-    void** found = readers->find(fxStr(name.getBase()));
-    if (found == nullptr) fxFatal("Unknown transcriber type \"%s\"", name.getBase());
-    return reinterpret_cast<ReaderFactory*>(*found)(stream, shorts, longs, format.getBase());
+fxTranscriber* fxTranscriber::getReader(fxStream* stream, fxStreamFault& fault) {
+    constexpr size_t longestName = 1000;
+    fault = fxStreamFault();
+    fault.kind = fxStreamFault::foreign;
+    fault.record = "header";
+    if (readers == nullptr || stream == nullptr || !stream->isReading()) {
+        fault.reason =
+            readers == nullptr ? "fxInitializeToolkit() comes first" : "the stream cannot be read";
+        return nullptr;
+    }
+    Header header;
+    if (!header.read(*stream, longestName)) {
+        if (mayBegin(header.name, *readers)) fault.kind = fxStreamFault::ended;
+        return nullptr;
+    }
+    void** const found = readers->find(fxStr(header.name.getBase()));
+    ReaderFactory* const factory =
+        found != nullptr ? reinterpret_cast<ReaderFactory*>(*found) : nullptr;
+    if (factory == nullptr) {
+        fault.reason = "no reader is registered for the name in the header";
+    } else if (factory == makeBinaryReader) {
+        fault.reason =
+            fxBinaryReader::headerComplaint(header.shorts, header.longs, header.format.getBase());
+    }
+    if (!fault.reason.empty()) return nullptr;
+    fxTranscriber* const reader =
+        factory(stream, header.shorts, header.longs, header.format.getBase());
+    if (reader == nullptr) return nullptr;
+    fault = fxStreamFault();
+    reader->answer = &fault;
+    reader->headerBytes = header.bytes();
+    return reader;
 }

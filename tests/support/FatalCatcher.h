@@ -49,7 +49,7 @@ private:
     int file;
 };
 
-/// The fatal message of `action`, without the newline; "" when it ends well.
+/// The fatal message of `action`, which is the last line; "" when it ends well.
 template <class Action>
 std::string fatalMessage(Action action) {
     const ErrorText error;
@@ -58,7 +58,7 @@ std::string fatalMessage(Action action) {
     } catch (const Fatal&) {
         std::string text = error.text();
         if (!text.empty() && text.back() == '\n') text.pop_back();
-        return text;
+        return text.substr(text.rfind('\n') + 1);
     }
     return "";
 }

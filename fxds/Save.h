@@ -1,0 +1,149 @@
+// Saving object graphs to files and loading them, with every failure an answer.
+#ifndef FXDS_SAVE_H
+#define FXDS_SAVE_H
+
+#include <cstddef>
+#include <type_traits>
+#include <utility>
+
+#include "fxds/StreamFault.h"
+#include "fxds/Xdr.h"
+
+// In full:
+//
+//     if (const fxStreamFault fault = fxSave("settings.fx", &settings)) {
+//         showError(fault.text());
+//     }
+//
+//     fxLoaded<Settings> loaded = fxLoad<Settings>("settings.fx");
+//     if (!loaded) showError(loaded.fault().text());
+//     else use(*loaded);
+//
+// Both need fxInitializeToolkit(). A file holds one graph; what may follow it in
+// the file is not looked at.
+
+/// The root of a graph that was loaded, or what is wrong with it. The root has
+/// this as its holder, if its class is counted, and is deleted otherwise.
+template <class C>
+class fxLoaded {
+public:
+    fxLoaded(C* newRoot, fxStreamFault newFault) : root(newRoot), fault_(std::move(newFault)) {
+        if constexpr (isCounted) {
+            if (root != nullptr) counted()->take();
+        }
+    }
+    fxLoaded(fxLoaded&& other) noexcept
+        : root(std::exchange(other.root, nullptr)), fault_(std::move(other.fault_)) {}
+    fxLoaded& operator=(fxLoaded&& other) noexcept {
+        std::swap(root, other.root);
+        std::swap(fault_, other.fault_);
+        return *this;
+    }
+    ~fxLoaded() {
+        if constexpr (isCounted) {
+            if (root != nullptr) counted()->release();
+        } else {
+            delete root;
+        }
+    }
+
+    explicit operator bool() const { return root != nullptr; }  ///< Whether there is a root.
+    const fxStreamFault& fault() const { return fault_; }       ///< What is wrong, or nothing.
+    C* get() const { return root; }                             ///< View; null without a root.
+    C* operator->() const { return root; }                      ///< View.
+    C& operator*() const { return *root; }                      ///< Requires: there is a root.
+
+    /// Given: the root as fxReadObject() gives it, without a holder.
+    C* release() {
+        if constexpr (isCounted) {
+            if (root != nullptr) --counted()->refCount;
+        }
+        return std::exchange(root, nullptr);
+    }
+
+private:
+    static constexpr bool isCounted = std::is_convertible_v<C*, fxRCObj*>;
+
+    fxRCObj* counted() const { return root; }  // the class may have a take() of its own
+
+    C* root;
+    fxStreamFault fault_;
+};
+
+// What the templates below share.
+namespace fxDetail {
+
+typedef bool WriteRoot(fxTranscriber& writer, void* root);
+FX_API fxStreamFault saveRoot(const char* path, WriteRoot* write, void* root);
+FX_API fxStreamFault saveRoot(fxStream& stream, WriteRoot* write, void* root);
+FX_API void* loadRoot(const char* path, fxTypeObj& type, fxStreamFault& fault);
+FX_API void* loadRoot(fxStream& stream, fxTypeObj& type, fxStreamFault& fault);
+
+template <class C, class Target>
+fxStreamFault save(Target& target, C* root) {
+    typedef std::remove_const_t<C> Plain;
+    return saveRoot(
+        target,
+        [](fxTranscriber& writer, void* object) {
+            return fxWriteObject(writer, static_cast<Plain*>(object));
+        },
+        const_cast<Plain*>(root));
+}
+
+template <class C, class Source>
+fxLoaded<C> load(Source& source) {
+    fxStreamFault fault;
+    C* const root = static_cast<C*>(loadRoot(source, fxXdrTypeOf<C>::record(), fault));
+    return fxLoaded<C>(root, std::move(fault));
+}
+
+}  // namespace fxDetail
+
+/// Saves the graph that hangs on `root` in the file at `path`. The file has the
+/// old content or the whole new one, whatever happens: the bytes go to a new
+/// file in the same folder, whose name begins with ".saving-"; it is synced, takes
+/// the place of the file, and the folder is synced. What is at `path` must be a
+/// file that the caller may write to, a symbolic link to one, or nothing; the
+/// new file has the permission bits of the old one, and its owner where the
+/// system allows it. Other hard links keep the old content.
+///
+/// After a failure, and when an xdr() throws, the new file is removed, and the
+/// old one is as it was. Only when the folder cannot be synced the new one stands
+/// already, and may not outlive a loss of power.
+template <class C>
+[[nodiscard]] fxStreamFault fxSave(const char* path, C* root) {
+    return fxDetail::save<C>(path, root);
+}
+
+/// Loads a graph whose root is a C, or derives from it, from the file at `path`.
+/// No content of the file ends the program, as long as no xdr() does; a class's
+/// exception that derives from std::exception is a fault like any other, and all
+/// others pass. Of what was not loaded nothing is left.
+template <class C>
+[[nodiscard]] fxLoaded<C> fxLoad(const char* path) {
+    return fxDetail::load<C>(path);
+}
+
+///@{
+/// The same with a stream, which stays the caller's and goes on behind the graph:
+/// one message, with its own header. So messages do not know of one another, and
+/// what was in one may be gone when the next is saved or loaded.
+template <class C>
+[[nodiscard]] fxStreamFault fxSave(fxStream& stream, C* root) {
+    return fxDetail::save<C>(stream, root);
+}
+template <class C>
+[[nodiscard]] fxLoaded<C> fxLoad(fxStream& stream) {
+    return fxDetail::load<C>(stream);
+}
+///@}
+
+/// The same from `byteCount` bytes in memory.
+template <class C>
+[[nodiscard]] fxLoaded<C> fxLoad(const void* bytes, size_t byteCount) {
+    fxMemoryStream stream(bytes, byteCount);
+    stream.take();  // stands on the stack
+    return fxDetail::load<C>(static_cast<fxStream&>(stream));
+}
+
+#endif

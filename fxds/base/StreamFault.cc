@@ -1,0 +1,44 @@
+#include "fxds/StreamFault.h"
+
+#include <cstring>
+
+// Each sentence says what the user can do about it: take another copy, or a
+// newer program. Details are left to place() and `reason`.
+
+std::string fxStreamFault::place() const {
+    std::string text = "offset " + std::to_string(offset);
+    if (*record != '\0') text += std::string(", ") + record;
+    if (!className.empty()) text += ", class " + className;
+    if (kind == newer || kind == older) text += ", edition " + std::to_string(edition);
+    return text;
+}
+
+std::string fxStreamFault::text() const {
+    const std::string what = path.empty() ? "the data" : path;
+    const std::string ofClass = className.empty() ? "" : ": class " + className;
+    switch (kind) {
+        case none:
+            break;
+        case system:
+            return what + ": " + (error != 0 ? std::strerror(error) : reason.c_str());
+        case ended:
+            return what + " is not complete: something is missing after byte " +
+                   std::to_string(offset);
+        case foreign:
+            return what + " is not a file of this kind" + ofClass;
+        case damaged:
+            return what + " is damaged at byte " + std::to_string(offset);
+        case unknownType:
+            return what + " is from a newer version of this program, or from another one" + ofClass;
+        case newer:
+        case older:
+            return what + " is from " + (kind == newer ? "a newer" : "an older") +
+                   " version of this program" + ofClass + ", edition " + std::to_string(edition);
+        case refused:
+            return what + " holds what this program cannot use" + ofClass +
+                   (reason.empty() ? "" : ", " + reason);
+        case unwritable:
+            return what + " cannot be saved" + ofClass + (reason.empty() ? "" : ", " + reason);
+    }
+    return "";
+}

@@ -1,0 +1,60 @@
+#include <cstdio>
+
+#include "fxds/BinaryReader.h"
+#include "fxds/Fatal.h"
+#include "fxds/TypeObj.h"
+#include "fxds/streams/RecordReader.h"
+
+// What the reader does about a stream that is wrong. A fault is noted or fatal;
+// once it is noted, the records answer as at the end of the stream, so that no
+// operation needs to ask whether there is one.
+
+namespace {
+
+// What a stream says is not for terminals as it is.
+std::string printable(const std::string& text) {
+    constexpr size_t longest = 200;
+    std::string shown = text.substr(0, longest);
+    for (char& c : shown) {
+        if (c < ' ' || c > '~') c = '?';
+    }
+    return shown;
+}
+
+}  // namespace
+
+// Private functions.
+
+bool fxBinaryReader::refuse(fxStreamFault::Kind kind, const std::string& message) {
+    if (hasRefused()) return false;
+    const fxStreamFault fault = faultHere(kind, message);
+    records->fail();
+    if (answer != nullptr) {
+        *answer = fault;
+        return false;
+    }
+    const char* const why = complaint != nullptr ? complaint->reason.c_str() : "";
+    std::fprintf(stderr, "fxds: stream at %s%s%s\n", fault.place().c_str(), *why != 0 ? ": " : "",
+                 why);
+    fxFatal("%s", message.c_str());
+}
+
+// Nothing was refused; the graph is left before it is complete.
+void fxBinaryReader::noteEnd() {
+    if (answer == nullptr || *answer) return;
+    *answer = faultHere(records->hasFailed() ? fxStreamFault::ended : fxStreamFault::refused, "");
+}
+
+fxStreamFault fxBinaryReader::faultHere(fxStreamFault::Kind kind,
+                                        const std::string& message) const {
+    fxStreamFault fault;
+    // A class that gives up does so because of the end, when there is one.
+    if (complaint != nullptr && kind != fxStreamFault::ended) fault = *complaint;
+    if (fault.kind == fxStreamFault::none) fault.kind = kind;
+    fault.offset = headerBytes + records->recordAt();
+    fault.record = fxRecordFormat::tagName(records->head().tag);
+    if (fault.className.empty() && bodyType != nullptr) fault.className = bodyType->name;
+    if (kind == fxStreamFault::unknownType) fault.className = printable(records->name());
+    if (fault.reason.empty()) fault.reason = printable(message);
+    return fault;
+}
