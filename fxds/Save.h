@@ -27,11 +27,14 @@
 template <class C>
 class fxLoaded {
 public:
+    /// Holds `newRoot`, which may be null, from now on.
     fxLoaded(C* newRoot, fxStreamFault newFault) : root(newRoot), fault_(std::move(newFault)) {
         if constexpr (isCounted) {
             if (root != nullptr) counted()->take();
         }
     }
+    ///@{
+    /// Moves the root; the other one has none, or that of this one.
     fxLoaded(fxLoaded&& other) noexcept
         : root(std::exchange(other.root, nullptr)), fault_(std::move(other.fault_)) {}
     fxLoaded& operator=(fxLoaded&& other) noexcept {
@@ -39,6 +42,7 @@ public:
         std::swap(fault_, other.fault_);
         return *this;
     }
+    ///@}
     ~fxLoaded() {
         if constexpr (isCounted) {
             if (root != nullptr) counted()->release();
