@@ -1,3 +1,4 @@
+#include "fxds/dataflow/Belongings.h"
 #include "fxds/fxds.h"
 
 // No code: what the debugger should know about our types in every build.
@@ -5,7 +6,8 @@
 // Compilers describe a class with virtual functions only beside its vtable, that
 // is in this library, and an optimised build has no debug information. So a
 // program compiled with -g could not show a single fxIntArray. This file is
-// always compiled with it, and with complete descriptions. They take some
+// always compiled with it, and with complete descriptions: of the public classes,
+// and of the private ones through which the printers follow a pointer. They take some
 // 100 KB of the file, are not loaded, and go where strip puts them.
 
 namespace {
@@ -47,6 +49,7 @@ struct Described {
 #undef FX_BOX
 
     fxProperty* property;
+    fxBelongings* belongings;
     fxObj* object;
     fxConverter* converter;
     fxOutputChannel* output;
