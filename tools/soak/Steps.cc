@@ -1,5 +1,7 @@
 #include <algorithm>
 #include <cstdlib>
+#include <string>
+#include <type_traits>
 
 #include "Torturer.h"
 
@@ -56,13 +58,37 @@ Subject<Base>::~Subject() {
     torturer->objectDied(id);
 }
 
-long number(unsigned char value) { return value; }
-long number(int value) { return value; }
-long number(long value) { return value; }
-long number(float value) { return static_cast<long>(value); }
-long number(double value) { return static_cast<long>(value); }
+// The model knows a value by a number: text is its digits.
+template <class T>
+long number(T value) {
+    return static_cast<long>(value);
+}
 long number(char* value) { return std::strtol(value, nullptr, 10); }
 long number(fxStr& value) { return std::strtol(value.c_str(), nullptr, 10); }
+long number(fxStrArray& value) { return number(value[0]); }
+
+// The value of a kind that has the number; `digits` lasts as long as it.
+template <class T>
+T valueOf(long number, const std::string& digits) {
+    if constexpr (std::is_arithmetic_v<T>) {
+        return static_cast<T>(number);
+    } else if constexpr (std::is_same_v<T, fxStrArray>) {
+        return {fxStr(digits.c_str())};
+    } else {
+        return T(digits.c_str());
+    }
+}
+
+// Calls `use` with the fxChannelType of a data type number.
+template <class Use>
+void withKind(int type, Use use) {
+#define FX_USE(number, name, Value, ...) \
+    if (type == (number)) use(fxChannelType<Value>());
+#define FX_PASS_OVER(...)
+    FX_DATA_TYPES(FX_USE, FX_PASS_OVER)
+#undef FX_PASS_OVER
+#undef FX_USE
+}
 
 template <class T>
 void hear(void* closure, T value) {
@@ -75,9 +101,17 @@ void hearVoid(void* closure) {
     torturer->maybeThrow();
 }
 
-template <class T>
-void (*hearer())() {
-    return reinterpret_cast<void (*)()>(hear<T>);
+void (*hearer(int type))() {
+    void (*function)() = nullptr;
+    withKind(type, [&](auto kind) {
+        using Passed = typename decltype(kind)::Passed;
+        if constexpr (std::is_void_v<Passed>) {
+            function = reinterpret_cast<void (*)()>(hearVoid);
+        } else {
+            function = reinterpret_cast<void (*)()>(hear<Passed>);
+        }
+    });
+    return function;
 }
 
 template <int number>
@@ -96,16 +130,33 @@ struct Boxed : Data, Counted {
     using Data::Data;
 };
 
-fxData* box(int type, long value) {
-    const std::string text = std::to_string(value);
-    if (type == fxDT_void) return new Boxed<fxVoidData>();
-    if (type == fxDT_fxBool) return new Boxed<fxBoolData>(static_cast<unsigned char>(value));
-    if (type == fxDT_int) return new Boxed<fxIntData>(static_cast<int>(value));
-    if (type == fxDT_long) return new Boxed<fxLongData>(value);
-    if (type == fxDT_float) return new Boxed<fxFloatData>(static_cast<float>(value));
-    if (type == fxDT_double) return new Boxed<fxDoubleData>(static_cast<double>(value));
-    if (type == fxDT_CharPtr) return new Boxed<fxCharPtrData>(fxCopyCharPtr(text.c_str()));
-    return new Boxed<fxStrData>(fxStr(text.c_str()));
+fxData* box(int type, long number) {
+    fxData* made = nullptr;
+    withKind(type, [&](auto kind) {
+        using Value = typename decltype(kind)::Value;
+        using Box = Boxed<typename decltype(kind)::Box>;
+        if constexpr (std::is_void_v<Value>) {
+            made = new Box();
+        } else if constexpr (std::is_same_v<Value, const char*>) {
+            made = new Box(fxCopyCharPtr(std::to_string(number).c_str()));
+        } else {
+            made = new Box(valueOf<Value>(number, std::to_string(number)));
+        }
+    });
+    return made;
+}
+
+void send(fxOutputChannel* output, int type, long number, fxObj::fxSendFlags how) {
+    withKind(type, [&](auto kind) {
+        using Value = typename decltype(kind)::Value;
+        const fxOutputView<Value> view(output);
+        if constexpr (std::is_void_v<Value>) {
+            view.send(how);
+        } else {
+            const std::string digits = std::to_string(number);
+            view.send(valueOf<Value>(number, digits), how);
+        }
+    });
 }
 
 }  // namespace
@@ -175,14 +226,6 @@ void Torturer::destroy(Id id) {
 }
 
 void Torturer::changeInput(Id id) {
-    static void (*const hearers[dataTypes])() = {reinterpret_cast<void (*)()>(hearVoid),
-                                                 hearer<unsigned char>(),
-                                                 hearer<int>(),
-                                                 hearer<long>(),
-                                                 hearer<float>(),
-                                                 hearer<double>(),
-                                                 hearer<char*>(),
-                                                 hearer<fxStr&>()};
     fxObj& object = *objects.at(id).object;
     const int place = slot();
     Activity nothing(model);
@@ -198,7 +241,7 @@ void Torturer::changeInput(Id id) {
     note("add input: object, slot, input", id, place, input);
     ears[input] = std::make_unique<Ear>(input);
     during(nothing, [&] {
-        inputs[input] = object.addInput(inputNames[place], type, ears[input].get(), hearers[type],
+        inputs[input] = object.addInput(inputNames[place], type, ears[input].get(), hearer(type),
                                         replaces ? 3 : 2);
     });
 }
@@ -300,15 +343,7 @@ void Torturer::reallySend(fxOutputChannel* output, int type, long value, Mode mo
         if (isLeft) delete data;
         return;
     }
-    const std::string text = std::to_string(value);
-    if (type == fxDT_void) fxObj::sendVoid(output, how);
-    if (type == fxDT_fxBool) fxObj::sendBool(output, static_cast<unsigned char>(value), how);
-    if (type == fxDT_int) fxObj::sendInt(output, static_cast<int>(value), how);
-    if (type == fxDT_long) fxObj::sendLong(output, value, how);
-    if (type == fxDT_float) fxObj::sendFloat(output, static_cast<float>(value), how);
-    if (type == fxDT_double) fxObj::sendDouble(output, static_cast<double>(value), how);
-    if (type == fxDT_CharPtr) fxObj::sendCharPtr(output, text.c_str(), how);
-    if (type == fxDT_fxStr) fxObj::sendStr(output, fxStr(text.c_str()), how);
+    soak::send(output, type, value, how);
 }
 
 // Objects hold only themselves and younger ones: there are no other circles.
