@@ -1,4 +1,5 @@
-// The mechanism of dictionary and set: chains, search, iterators.
+// The mechanism of dictionary and set: chains, search, iterators. Private to
+// the library.
 #ifndef FXDS_CONTAINERS_HASHCONTAINER_H
 #define FXDS_CONTAINERS_HASHCONTAINER_H
 
@@ -88,25 +89,22 @@ struct fxHashCore {
 
     /// While one lives, what is removed from the table stays whole. The outermost
     /// one ends it.
-    class Hold : private fxHashHold {
+    class Hold {
     public:
-        FX_REGISTERS_LOCAL_BEGIN
         /// `value` is to be entered; it may lie in the table.
-        explicit Hold(const Container& table_, const void* value_ = nullptr)
-            : fxHashHold{value_, table_.extra.holds}, table(const_cast<Container&>(table_)) {
-            table.extra.holds = this;
-        }
-        FX_REGISTERS_LOCAL_END
-        Hold(const Hold&) = delete;
-        Hold& operator=(const Hold&) = delete;
-        ~Hold() {
-            table.extra.holds = this->outer;
-            if (this->outer == nullptr && table.extra.lastRemoved != nullptr) endRemoved(table);
-        }
-        void setValue(const void* value_) { this->value = value_; }
+        explicit Hold(const Container& table, const void* value = nullptr)
+            : removed{const_cast<Container&>(table)}, hold(table.extra.holds, value) {}
+        void setValue(const void* value) { hold.value = value; }
 
     private:
-        Container& table;
+        struct Removed {
+            ~Removed() {
+                if (table.extra.lastRemoved != nullptr) endRemoved(table);
+            }
+            Container& table;
+        };
+        const Removed removed;  // ends after the hold, so that it may be the outermost
+        fxHashHold hold;
     };
 
     /// Enters the key with the value that `makeValue(void* at)` constructs. A
@@ -173,7 +171,7 @@ struct fxHashCore {
     static void remove(Container& table, Node* node) {
         unlink(table, node);
         invalidate(table, node);
-        if (table.extra.holds == nullptr) {
+        if (table.extra.holds.isEmpty()) {
             end(table, table, node);
             return;
         }
@@ -473,7 +471,7 @@ private:
     // hold then goes on from here.
     [[gnu::noinline]] static void endRemoved(Container& table) {
         Node*& last = table.extra.lastRemoved;
-        while (last != nullptr && table.extra.holds == nullptr) {
+        while (last != nullptr && table.extra.holds.isEmpty()) {
             Node* const node = last->alike;
             if (node == last) {
                 last = nullptr;
@@ -499,11 +497,12 @@ private:
     static bool isArgument(const Container& table, const Node* node) {
         const std::less<const char*> less;
         const char* const begin = valueOf(table, node);
-        for (const fxHashHold* hold = table.extra.holds; hold != nullptr; hold = hold->outer) {
-            const char* const value = static_cast<const char*>(hold->value);
-            if (!less(value, begin) && less(value, begin + table.valueSize)) return true;
-        }
-        return false;
+        bool isOne = false;
+        table.extra.holds.each([&](const fxHashHold& hold) {
+            const char* const value = static_cast<const char*>(hold.value);
+            isOne = isOne || (!less(value, begin) && less(value, begin + table.valueSize));
+        });
+        return isOne;
     }
 
     // The old value's end, or the making of the new one, may remove the entry or

@@ -1,10 +1,12 @@
-// What dictionaries and sets keep besides their fields.
+// What dictionaries and sets keep besides their fields. Part of the public
+// headers, not of the interface.
 #ifndef FXDS_DETAIL_HASHEXTRA_H
 #define FXDS_DETAIL_HASHEXTRA_H
 
 #include "fxds/detail/HashIndex.h"
 #include "fxds/detail/HashNode.h"
 #include "fxds/detail/NodeStore.h"
+#include "fxds/detail/Walk.h"
 
 /// Where a key belongs.
 struct fxHashPlace {
@@ -19,10 +21,11 @@ template <class Container, class Node>
 using fxHashFinder = Node*(const Container& table, const Container& hooks, const void* key,
                            fxHashPlace& place);
 
-/// An operation that has arguments and may call hooks; it is on the stack.
-struct fxHashHold {
+/// An operation that has arguments and may call hooks. Not a walk over nodes, but
+/// registered as one: the table asks it whether a value is its argument.
+struct fxHashHold : fxWalk<fxHashHold> {
+    fxHashHold(fxWalkList<fxHashHold>& list_, const void* value_) : fxWalk(list_), value(value_) {}
     const void* value;  // that is to be entered, or null
-    fxHashHold* outer;
 };
 
 /// What a container keeps besides its chains; nothing of it shows.
@@ -35,7 +38,7 @@ struct fxHashExtra {
     unsigned int storedKeyBytes = 0;
     unsigned int linked = 0;       // entries in the chains
     unsigned long additions = 0;   // ever made
-    fxHashHold* holds = nullptr;   // under way, innermost first
+    fxWalkList<fxHashHold> holds;  // under way
     Node* lastRemoved = nullptr;   // ring of what was removed meanwhile
     unsigned int divisor = 0;      // a bucket count and its reciprocal 2^64 / n,
     unsigned long reciprocal = 0;  // which save the division

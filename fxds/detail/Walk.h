@@ -1,4 +1,5 @@
-// Walks over what may change, or end, while they are under way.
+// Walks over what may change, or end, while they are under way. Part of the
+// public headers, not of the interface.
 #ifndef FXDS_DETAIL_WALK_H
 #define FXDS_DETAIL_WALK_H
 
@@ -19,8 +20,9 @@ template <class Self>
 class fxWalk;
 
 /// The walks now under way over one thing, which holds this list as a member and
-/// corrects them when it changes. This class is for lists with static storage:
-/// it has no destructor, so it may be used until the process ends.
+/// corrects them when it changes. This class is for things that outlive their
+/// walks: it has no destructor, so one with static storage may be used until the
+/// process ends.
 template <class Self>
 class fxWalkList {
 public:
