@@ -56,6 +56,14 @@ std::uint64_t lastBytes(const char* bytes, unsigned int n) {
     return word << 8 * (8 - n);
 }
 
+// Gives the block room for `more` behind the text, and returns where `more` lies
+// then: it may be in the block. The string owns its block.
+const char* makeRoom(fxStr& s, std::string_view more) {
+    const size_t within = fxOffsetIn(s.data, s.slength, more.data());
+    s.data = static_cast<char*>(fxGrowBlock(s.data, fxLengthField(s.slength + more.size())));
+    return within != fxOutside ? s.data + within : more.data();
+}
+
 }  // namespace
 
 // Construction.
@@ -108,21 +116,13 @@ void fxStr::append(const char* s, unsigned int n) {
 
 void fxStr::append(std::string_view text) {
     if (text.empty()) return;
-    const char* const s = text.data();
-    const unsigned int n = fxLengthField(text.size());
     if (!ownsBlock()) {
-        assignBytes(s, n);
+        assignBytes(text.data(), text.size());
         return;
     }
-    const size_t within = fxOffsetIn(data, slength, s);
-    const unsigned int grown = fxLengthField(size_t{slength} + n);
-    resizeInternal(grown - 1);
-    if (within != fxOutside) {
-        std::memmove(data + length(), data + within, n);  // may reach over the terminator
-    } else {
-        std::memcpy(data + length(), s, n);
-    }
-    slength = grown;
+    const char* const from = makeRoom(*this, text);
+    std::memmove(data + length(), from, text.size());  // may reach over the terminator
+    slength += static_cast<unsigned int>(text.size());
     data[length()] = '\0';
 }
 
@@ -141,20 +141,18 @@ void fxStr::insert(const char* s, unsigned int pos, unsigned int n) {
 void fxStr::insert(std::string_view text, unsigned int pos) {
     FX_ASSERT(pos <= length());
     if (text.empty()) return;
-    const char* const s = text.data();
-    const unsigned int n = fxLengthField(text.size());
     if (!ownsBlock()) {
-        assignBytes(s, n);
+        assignBytes(text.data(), text.size());
         return;
     }
-    const size_t within = fxOffsetIn(data, slength, s);
-    const unsigned int grown = fxLengthField(size_t{slength} + n);
-    resizeInternal(grown - 1);
+    const char* const from = makeRoom(*this, text);
+    const auto n = static_cast<unsigned int>(text.size());
+    const size_t within = fxOffsetIn(data, slength, from);
     char* gap = data + pos;
     std::memmove(gap + n, gap, slength - pos);
-    slength = grown;
+    slength += n;
     if (within == fxOutside) {
-        std::memcpy(gap, s, n);
+        std::memcpy(gap, from, n);
         return;
     }
     // What lay before the gap is where it was, the rest has moved up by n.
