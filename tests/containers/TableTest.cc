@@ -13,6 +13,7 @@
 #include "fxds/BoundingBox.h"
 #include "fxds/HashTable.h"
 #include "fxds/NameSpace.h"
+#include "fxds/detail/Mix.h"
 #include "tests/support/Surroundings.h"
 #include "tests/support/TestSeed.h"
 
@@ -153,7 +154,7 @@ TEST(HashTables, FindTheNewestOfEqualKeys) {
 // These keys, multiplied by what the index mixes them with, are small numbers,
 // so that the index cannot tell them apart.
 TEST(HashTables, FindKeysThatTheIndexConfuses) {
-    const unsigned long mixer = 0x9E3779B97F4A7C15UL;
+    const unsigned long mixer = fxMix64(1);
     unsigned long inverse = mixer;
     for (int i = 0; i < 6; ++i) inverse *= 2 - mixer * inverse;
     ASSERT_EQ(mixer * inverse, 1u);
@@ -170,11 +171,7 @@ TEST(HashTables, FindKeysThatTheIndexConfuses) {
 TEST(HashTables, FoldTheKeyByLevel) {
     HashTable table;
     const unsigned long key = 0xABCDE;
-    const unsigned int k = 0xABCDE;
-    const unsigned int expected[] = {(k >> 12 ^ k >> 6 ^ k) & 63,  (k >> 13 ^ k >> 7 ^ k) & 127,
-                                     (k >> 16 ^ k >> 8 ^ k) & 255, (k >> 9 ^ k) & 511,
-                                     (k >> 10 ^ k) & 1023,         (k >> 11 ^ k) & 2047};
-    for (unsigned int bucket : expected) {
+    for (unsigned int bucket : {6u, 114u, 104u, 384u, 625u, 1417u}) {
         EXPECT_EQ(table.hash(key), bucket);
         table.rebuildTable();
     }

@@ -8,6 +8,9 @@
 #include <cstdlib>
 #include <string>
 
+/// What each target defines: runs one input.
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size);
+
 /// Hands out the bytes of an input one decision after the other. When they are
 /// used up, every number is 0 and every text empty.
 class FuzzInput {

@@ -10,7 +10,7 @@
 #include <iterator>
 #include <vector>
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size);
+#include "tests/fuzz/Input.h"
 
 namespace {
 

@@ -42,16 +42,30 @@ struct Program {
     bool hasTerminal = false;     ///< files[0] is a terminal that becomes its own.
 };
 
-/// Starts the program and returns at once; waitpid() tells its end.
-inline pid_t start(const Program& program) {
+/// Runs `body()` in a process of its own, with these standard files, and returns at
+/// once. The process ends with the status that `body` returns.
+template <class Body>
+pid_t startCopy(const int (&files)[3], Body body) {
     const pid_t child = fork();
     if (child != 0) return child;
+    for (int i = 0; i < 3; ++i) {
+        if (files[i] >= 0) dup2(files[i], i);
+    }
+    _exit(body());
+}
+
+/// Waits for the end of a process: its status, -1 when a signal ended it.
+inline int statusOf(pid_t child) {
+    int end = 0;
+    const bool hasEnded = waitpid(child, &end, 0) == child;
+    return hasEnded && WIFEXITED(end) ? WEXITSTATUS(end) : -1;
+}
+
+// Becomes the program; returns only when that fails.
+inline int become(const Program& program) {
     if (program.hasTerminal) {
         setsid();
-        ioctl(program.files[0], TIOCSCTTY, 0);
-    }
-    for (int i = 0; i < 3; ++i) {
-        if (program.files[i] >= 0) dup2(program.files[i], i);
+        ioctl(STDIN_FILENO, TIOCSCTTY, 0);
     }
     for (const auto& [name, value] : program.environment) {
         value != nullptr ? setenv(name, value, 1) : unsetenv(name);
@@ -60,7 +74,12 @@ inline pid_t start(const Program& program) {
     for (const std::string& word : program.words) words.push_back(const_cast<char*>(word.c_str()));
     words.push_back(nullptr);
     if (chdir(program.directory.c_str()) == 0) execv(words[0], words.data());
-    _exit(127);
+    return 127;
+}
+
+/// Starts the program and returns at once.
+inline pid_t start(const Program& program) {
+    return startCopy(program.files, [&] { return become(program); });
 }
 
 /// What came of a run.
@@ -85,9 +104,7 @@ inline Result run(Program program, const std::string& input = "") {
     }
     const pid_t child = start(program);
     close(output[1]);
-    Result result = {readAll(output[0]), "", -1};
-    int end = 0;
-    if (waitpid(child, &end, 0) == child && WIFEXITED(end)) result.status = WEXITSTATUS(end);
+    Result result = {readAll(output[0]), "", statusOf(child)};
     lseek(fileno(errors), 0, SEEK_SET);
     result.errors = readAll(fileno(errors));
     close(output[0]);

@@ -12,7 +12,7 @@
 #include <utility>
 #include <vector>
 
-#include "tests/fuzz/StrFuzz.cc"
+#include "tests/fuzz/Input.h"
 #include "tests/support/TestSeed.h"
 
 namespace {

@@ -1,7 +1,6 @@
 // The tool that shows, draws and checks streams.
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -88,16 +87,13 @@ std::string nodeStream() {
 /// Whether a reader in a process of its own gets a graph from the stream, or
 /// as many as there are.
 bool isReadable(const std::string& stream) {
-    const pid_t child = fork();
-    if (child == 0) {
-        const int nowhere = open("/dev/null", O_WRONLY);
-        dup2(nowhere, STDERR_FILENO);
+    const int nowhere = open("/dev/null", O_WRONLY | O_CLOEXEC);
+    const pid_t child = startCopy({-1, -1, nowhere}, [&] {
         signal(SIGABRT, SIG_DFL);
-        _exit(loaded<Listed>(stream) != nullptr ? 0 : 1);
-    }
-    int status = 1;
-    waitpid(child, &status, 0);
-    return WIFEXITED(status) && WEXITSTATUS(status) == 0;
+        return loaded<Listed>(stream) != nullptr ? 0 : 1;
+    });
+    close(nowhere);
+    return statusOf(child) == 0;
 }
 
 class Fxdump : public ::testing::Test {
