@@ -117,7 +117,7 @@ void readByLibevent(evutil_socket_t, short, void* reader) {
     static_cast<Reader*>(reader)->handleRead();
 }
 
-void hearNothing(evutil_socket_t, short, void*) {}
+void ignore(evutil_socket_t, short, void*) {}
 
 void TurnLibevent(benchmark::State& state) {
     Pipe pipe;
@@ -126,7 +126,7 @@ void TurnLibevent(benchmark::State& state) {
     event* const source =
         event_new(base, reader.getFd(), EV_READ | EV_PERSIST, readByLibevent, &reader);
     event_add(source, nullptr);
-    event* const timer = evtimer_new(base, hearNothing, nullptr);
+    event* const timer = evtimer_new(base, ignore, nullptr);
     const timeval late = {1000000, 0};
     if (state.range(0) != 0) evtimer_add(timer, &late);
     for (auto _ : state) {
@@ -182,8 +182,7 @@ void StartAndStopLibevent(benchmark::State& state) {
     event_base* const base = event_base_new();
     std::vector<std::pair<event*, timeval>> timers;
     for (float seconds : intervals(state)) {
-        timers.push_back(
-            {evtimer_new(base, hearNothing, nullptr), {static_cast<time_t>(seconds), 0}});
+        timers.push_back({evtimer_new(base, ignore, nullptr), {static_cast<time_t>(seconds), 0}});
     }
     for (auto _ : state) {
         for (auto& [timer, interval] : timers) evtimer_add(timer, &interval);

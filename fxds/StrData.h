@@ -9,14 +9,14 @@
 /// Boxes a copy of a string.
 class FX_API fxStrData : public fxValueData<fxStr, fxStr&> {
 public:
-    explicit fxStrData(const fxStr& value);  ///< Copies the string. Nobody holds it yet.
+    explicit fxStrData(const fxStr& value);  ///< Copies the string. It has no holder yet.
     const char* dataName() const override { return "fxStr"; }
 };
 
 /// Boxes a copy of a string array.
 class FX_API fxStrArrayData : public fxValueData<fxStrArray, fxStrArray&> {
 public:
-    explicit fxStrArrayData(const fxStrArray& value);  ///< Copies the array. Nobody holds it yet.
+    explicit fxStrArrayData(const fxStrArray& value);  ///< Copies the array. It has no holder yet.
     const char* dataName() const override { return "fxStrArray"; }
 };
 

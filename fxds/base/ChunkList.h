@@ -1,4 +1,4 @@
-// A list that grows without moving what it holds.
+// A list that grows without moving what it holds. Private to the library.
 #ifndef FXDS_BASE_CHUNKLIST_H
 #define FXDS_BASE_CHUNKLIST_H
 

@@ -1,4 +1,5 @@
-// Free lists for small, short-lived blocks: boxed values and events.
+// Free lists for small, short-lived blocks: boxed values and events. Private to
+// the library.
 #ifndef FXDS_BASE_FREELISTS_H
 #define FXDS_BASE_FREELISTS_H
 

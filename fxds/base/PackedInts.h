@@ -1,4 +1,4 @@
-// How ints travel: n of them as n longs.
+// How ints travel: n of them as n longs. Private to the library.
 #ifndef FXDS_BASE_PACKEDINTS_H
 #define FXDS_BASE_PACKEDINTS_H
 

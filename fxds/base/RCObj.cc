@@ -1,3 +1,5 @@
 #include "fxds/RCObj.h"
 
+// Anchors the vtable; the counting is inline.
+
 fxRCObj::~fxRCObj() = default;

@@ -1,4 +1,5 @@
 // A value that a place has for the length of a scope, whichever way that ends.
+// Private to the library.
 #ifndef FXDS_BASE_SCOPED_H
 #define FXDS_BASE_SCOPED_H
 

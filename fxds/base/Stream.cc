@@ -1,5 +1,8 @@
 #include "fxds/Stream.h"
 
+// A stream without a buffer of its own shows an empty window; its users then call
+// read() and write().
+
 fxStream::~fxStream() = default;
 
 const fxStreamWindow& fxStream::window() {

@@ -1,5 +1,7 @@
 #include "fxds/XDRObj.h"
 
+// An object without fields: it transcribes nothing, and succeeds.
+
 const char* fxXDRObj::className() const { return "fxXDRObj"; }
 
 fxBool fxXDRObj::xdr(fxTranscriber&) { return 1; }

@@ -1,4 +1,4 @@
-// How dictionaries and sets travel.
+// How dictionaries and sets travel. Private to the library.
 #ifndef FXDS_CONTAINERS_HASHXDR_H
 #define FXDS_CONTAINERS_HASHXDR_H
 

@@ -1,4 +1,5 @@
-// Strings in the entries of dictionaries and sets travel.
+// Strings in the entries of dictionaries and sets travel. Private to the
+// library.
 #ifndef FXDS_CONTAINERS_STRINPLACE_H
 #define FXDS_CONTAINERS_STRINPLACE_H
 

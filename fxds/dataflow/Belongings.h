@@ -1,4 +1,5 @@
 // What an object has: its properties, and the channels that belong to it.
+// Private to the library.
 #ifndef FXDS_DATAFLOW_BELONGINGS_H
 #define FXDS_DATAFLOW_BELONGINGS_H
 

@@ -115,7 +115,7 @@ void fxInputChannel::deliver(fxData* data) {
 
 namespace {
 
-void hearNothing(void*) {}
+void callNothing(void*) {}
 
 }  // namespace
 
@@ -125,7 +125,7 @@ void fxInputChannel::mute() {
     owner = nullptr;
     word = (word & (replaceBit | converterBit)) | mutedBit |
            static_cast<unsigned int>(fxDT_void) << typeShift;
-    function = reinterpret_cast<void (*)()>(hearNothing);
+    function = reinterpret_cast<void (*)()>(callNothing);
 }
 
 void fxInputChannel::disown() {

@@ -4,6 +4,9 @@
 
 #include "fxds/base/FreeLists.h"
 
+// Boxed values come from the free lists, those that are aligned more strictly from
+// the heap. The classes add only their constructors to fxValueData.
+
 fxData::fxData(unsigned short type_) : count(0), type(type_) {}
 
 fxData::~fxData() = default;

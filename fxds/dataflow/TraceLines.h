@@ -1,4 +1,5 @@
 // The lines of a trace: one function for each thing that the library traces.
+// Private to the library.
 #ifndef FXDS_DATAFLOW_TRACELINES_H
 #define FXDS_DATAFLOW_TRACELINES_H
 

@@ -1,5 +1,6 @@
 // Blocks that grow and change hands: malloc() with the failures taken out, and
-// sources that lie in the block that is about to move.
+// sources that lie in the block that is about to move. Part of the public
+// headers, not of the interface.
 #ifndef FXDS_DETAIL_ALLOCATE_H
 #define FXDS_DETAIL_ALLOCATE_H
 

@@ -1,4 +1,5 @@
 // The index of hash containers: an open-addressing table from tag to nodes.
+// Part of the public headers, not of the interface.
 #ifndef FXDS_DETAIL_HASHINDEX_H
 #define FXDS_DETAIL_HASHINDEX_H
 

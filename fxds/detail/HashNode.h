@@ -1,4 +1,5 @@
-// The entry of a dictionary or a set: a node of a chain.
+// The entry of a dictionary or a set: a node of a chain. Part of the public
+// headers, not of the interface.
 #ifndef FXDS_DETAIL_HASHNODE_H
 #define FXDS_DETAIL_HASHNODE_H
 

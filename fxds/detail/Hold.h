@@ -1,4 +1,5 @@
-// A hold on a counted thing for the time of one function.
+// A hold on a counted thing for the time of one function. Part of the public
+// headers, not of the interface.
 #ifndef FXDS_DETAIL_HOLD_H
 #define FXDS_DETAIL_HOLD_H
 

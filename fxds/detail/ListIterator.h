@@ -1,4 +1,5 @@
-// Finding a position in a doubly linked list that remembers the last one.
+// Finding a position in a doubly linked list that remembers the last one. Part
+// of the public headers, not of the interface.
 #ifndef FXDS_DETAIL_LISTITERATOR_H
 #define FXDS_DETAIL_LISTITERATOR_H
 

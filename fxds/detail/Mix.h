@@ -1,4 +1,5 @@
-// The multiplication that all hash tables of the library mix bits with.
+// The multiplication that all hash tables of the library mix bits with. Part of
+// the public headers, not of the interface.
 #ifndef FXDS_DETAIL_MIX_H
 #define FXDS_DETAIL_MIX_H
 

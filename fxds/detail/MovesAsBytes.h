@@ -1,4 +1,5 @@
-// Which types may be moved by their bytes.
+// Which types may be moved by their bytes. Part of the public headers, not of
+// the interface.
 #ifndef FXDS_DETAIL_MOVESASBYTES_H
 #define FXDS_DETAIL_MOVESASBYTES_H
 

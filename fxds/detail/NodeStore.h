@@ -1,4 +1,5 @@
-// Where the nodes of hash containers live.
+// Where the nodes of hash containers live. Part of the public headers, not of
+// the interface.
 #ifndef FXDS_DETAIL_NODESTORE_H
 #define FXDS_DETAIL_NODESTORE_H
 

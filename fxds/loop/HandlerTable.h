@@ -1,4 +1,5 @@
 // Which handler serves which descriptor, and which descriptors are closed.
+// Private to the library.
 #ifndef FXDS_LOOP_HANDLERTABLE_H
 #define FXDS_LOOP_HANDLERTABLE_H
 

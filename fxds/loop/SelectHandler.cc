@@ -4,6 +4,9 @@
 
 #include "fxds/loop/HandlerTable.h"
 
+// A handler owns its descriptor: it leaves the table of handlers before the
+// descriptor is closed, since the number may then be given to another file.
+
 fxSelectHandler::fxSelectHandler(int fd_, fxBool wantRead_, fxBool wantWrite_,
                                  fxBool wantException_)
     : fd(fd_), wantRead(wantRead_), wantWrite(wantWrite_), wantException(wantException_) {}

@@ -1,4 +1,5 @@
 // Matching by trying one way at a time: quick, as long as it seldom goes back.
+// Private to the library.
 #ifndef FXDS_SEARCH_REGBACKTRACKER_H
 #define FXDS_SEARCH_REGBACKTRACKER_H
 

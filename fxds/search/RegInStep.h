@@ -1,5 +1,5 @@
-// Matching by walking all ways in step: time in proportion to the subject times the
-// pattern, whatever they are.
+// Matching by walking all ways in step: time in proportion to the subject times
+// the pattern, whatever they are. Private to the library.
 #ifndef FXDS_SEARCH_REGINSTEP_H
 #define FXDS_SEARCH_REGINSTEP_H
 

@@ -1,4 +1,5 @@
-// What the compiler of regular expressions and the matcher share.
+// What the compiler of regular expressions and the matcher share. Private to
+// the library.
 #ifndef FXDS_SEARCH_REGINTERNALS_H
 #define FXDS_SEARCH_REGINTERNALS_H
 

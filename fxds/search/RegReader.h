@@ -1,5 +1,5 @@
 // What both ways of matching need: reading the subject through the tables of a
-// plan.
+// plan. Private to the library.
 #ifndef FXDS_SEARCH_REGREADER_H
 #define FXDS_SEARCH_REGREADER_H
 
