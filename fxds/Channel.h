@@ -158,6 +158,10 @@ private:
     template <class... Passed>
     void receive(unsigned short type, Passed... value);
     bool isMuted() const { return (word & mutedBit) != 0; }
+    // Requires: a converter copy is spliced.
+    bool leadsToMuted() {
+        return __builtin_expect((word & (converterBit | mutedBit)) != 0, 0) && target()->isMuted();
+    }
     void cancelPending();
     void mute();
     void disown();

@@ -205,6 +205,7 @@ private:
     fxInputChannel* addInput(char const* name, void* closure,
                              const fxDetail::InputFunction& function, unsigned char replace);
     fxBelongings& makeBelongings();
+    [[gnu::noinline]] void endBelongings();
     void disownChannels();
     void discardRetired();
     static void discard(fxInputChannel* input);

@@ -86,7 +86,7 @@ void fxEventHandler::postMessage(fxOutputChannel* output, fxData* data, fxObj::f
 // Nothing is queued for an input that calls nothing any more, so that discarding
 // its messages once is enough.
 void fxEventHandler::queueMessage(fxInputChannel* input, fxData* data, unsigned char urgent) {
-    if ((input->isConverter() ? input->target() : input)->isMuted()) return;
+    if (input->leadsToMuted()) return;
     fxMessageEvent* event = new fxMessageEvent(input, data);
     event->origin = fxEvent::Origin::sent;
     postEvent(event, urgent);

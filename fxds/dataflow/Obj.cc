@@ -21,7 +21,11 @@ unsigned short tagAt(const fxVoidPtrArray& properties, unsigned int index) {
 }  // namespace
 
 fxObj::~fxObj() {
-    if (__builtin_expect(properties == nullptr && fx_traceKinds == 0, 1)) return;
+    if (__builtin_expect(properties != nullptr || fx_traceKinds != 0, 0)) endBelongings();
+}
+
+// Out of line, as most objects that end are events, which have none.
+void fxObj::endBelongings() {
     if (fx_traceKinds != 0) fxTraceLines::dying(*this, refCount & ~ending);
     if (properties == nullptr) return;
     // Properties that lead back here may let go of this object.
