@@ -263,7 +263,12 @@ public:
           end(output_.getNumberOfConnections()) {}
 
     /// The next connection to serve, or null at the end.
-    fxInputChannel* next() { return position < end ? output[position++] : nullptr; }
+    fxInputChannel* next() {
+        if (position >= end) return nullptr;
+        fxInputChannel* const input = output[position++];
+        if (input == nullptr) __builtin_unreachable();  // spares each receiver a test
+        return input;
+    }
 
 private:
     friend class fxOutputChannel;

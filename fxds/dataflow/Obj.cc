@@ -84,7 +84,7 @@ fxProperty* fxObj::findProperty(char const* name, unsigned int* index) {
 
 fxObj* fxObj::setProperty(fxProperty* property) {
     FX_ASSERT(property != nullptr);
-    makeBelongings();
+    if (properties == nullptr) makeBelongings();
     property->take();
     unsigned int index;
     fxProperty* old = findProperty(property->getTag(), &index);
