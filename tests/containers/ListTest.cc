@@ -47,21 +47,19 @@ TEST(GenericLists, AgreeWithAModel) {
         void* item = &pool[rng() % 1000];
         const long size = static_cast<long>(model.size());
         const long at = size > 0 ? static_cast<long>(rng()) % size : 0;
-        switch (rng() % 8) {
+        const long places[] = {size, 0, at};
+        const unsigned long kind = rng() % 8;
+        switch (kind) {
             case 0:
-                EXPECT_EQ(list.append(item)->getItem(), item);
-                model.push_back(item);
-                remembered = size;
-                break;
             case 1:
-                list.prepend(item);
-                model.insert(model.begin(), item);
-                remembered = 0;
-                break;
             case 2:
-                list.insertAt(at, item);
-                model.insert(model.begin() + at, item);
-                remembered = at;
+                if (kind == 0) {
+                    EXPECT_EQ(list.append(item)->getItem(), item);
+                }
+                if (kind == 1) list.prepend(item);
+                if (kind == 2) list.insertAt(at, item);
+                remembered = places[kind];
+                model.insert(model.begin() + remembered, item);
                 break;
             case 3:
                 if (size == 0) break;
@@ -327,8 +325,24 @@ TEST_F(IndexableLists, ForgetWhatLeavesThem) {
     EXPECT_EQ(list.cachedLink, list.getHead());
 }
 
-// Whatever is done after a tail has stayed behind: the chain is whole, the tail
-// and the remembered link are in it, and what has gone is not touched again.
+/// The links of a list, which is whole, with its tail and the remembered link in it.
+long countLinks(OpenList& list) {
+    long count = 0;
+    bool hasTail = list.isEmpty(), hasRemembered = list.cachedLink == nullptr;
+    const fxLinkItem* previous = nullptr;
+    for (fxLinkItem* link : list) {
+        EXPECT_EQ(link->prev, previous);
+        previous = link;
+        ++count;
+        hasTail = hasTail || link == list.getTail();
+        hasRemembered = hasRemembered || link == list.cachedLink;
+    }
+    EXPECT_TRUE(hasTail && hasRemembered && count == list.getCount());
+    return count;
+}
+
+// Whatever is done after a tail has stayed behind, and what has gone is not
+// touched again.
 TEST(TailsLeftBehind, LoseNoLinkAndKeepNone) {
     std::mt19937 rng(testSeed());
     std::vector<OpenList> lists(3);
@@ -380,19 +394,7 @@ TEST(TailsLeftBehind, LoseNoLinkAndKeepNone) {
         long found = 0;
         for (OpenList& each : lists) {
             each.findLink(static_cast<long>(rng()) % (each.getCount() + 2));
-            long count = 0;
-            bool hasTail = each.isEmpty(), hasRemembered = each.cachedLink == nullptr;
-            const fxLinkItem* previous = nullptr;
-            for (fxLinkItem* link : each) {
-                ASSERT_EQ(link->prev, previous) << "step " << step;
-                previous = link;
-                ++count;
-                hasTail = hasTail || link == each.getTail();
-                hasRemembered = hasRemembered || link == each.cachedLink;
-            }
-            ASSERT_EQ(each.getCount(), count) << "step " << step;
-            ASSERT_TRUE(hasTail && hasRemembered) << "step " << step;
-            found += count;
+            found += countLinks(each);
         }
         ASSERT_EQ(found, linked) << "step " << step;
     }

@@ -116,10 +116,12 @@ TEST_F(Trace, TellsOfANetworkLineByLine) {
                   "fxds loop    distribute, events 1\n"
                   "fxds deliver Redraw, event type 77\n");
     fx_theExecutive->removePreSelectFunc(nothing);
+}
 
-    // Numbers go with the object, and start again when tracing does.
-    counter = std::make_unique<Counter>();
+TEST_F(Trace, NumbersObjectsAsLongAsTheyLive) {
     EXPECT_TRUE(fxTrace::enable("send"));
+    std::make_unique<Counter>()->count.send(1);
+    auto counter = std::make_unique<Counter>();
     counter->count.send(1);
     std::optional<Counter> place(std::in_place);
     place->count.send(1);
@@ -131,6 +133,7 @@ TEST_F(Trace, TellsOfANetworkLineByLine) {
     fxTrace::enable(fxTrace::timers);
     counter->stopTimer();
     EXPECT_EQ(taken(),
+              "fxds send    Counter#1.count int 1, queued, 0 connections\n"
               "fxds send    Counter#2.count int 1, queued, 0 connections\n"
               "fxds send    Counter#3.count int 1, queued, 0 connections\n"
               "fxds send    Counter#4.count int 1, queued, 0 connections\n"
