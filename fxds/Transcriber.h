@@ -257,7 +257,8 @@ protected:
 private:
     unsigned int nesting = 0;
 
-    /// Notes where an attempt began, until it ends.
+    /// Notes where an attempt began, until it ends. Only the innermost one is asked,
+    /// and nothing corrects the others, so a number serves and no registered walk.
     struct Attempt {
         explicit Attempt(fxTranscriber& t) : transcriber(t), outer(t.attemptBegan) {
             transcriber.attemptBegan = places;
