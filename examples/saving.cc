@@ -1,12 +1,10 @@
 // Saves an album to a file and loads it again: the program of docs/guide/saving.md.
-#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <vector>
 
 #include "fxds/fxds.h"
-#include "guide/Files.h"
 
 class Item : public fxXDRObj {
     FX_TRANSCRIBABLE(Item)
@@ -56,18 +54,26 @@ FX_TRANSCRIBABLE_TYPE(Artist, "Artist", 1, Item);
 FX_TRANSCRIBABLE_TYPE(Track, "Track", 1, Item);
 FX_TRANSCRIBABLE_TYPE(Album, "Album", 1, Item);
 
-fxBool Item::xdr(fxTranscriber& t) { return fxXdr(t, title); }
+fxBool Item::xdr(fxTranscriber& t) {
+    int edition = 1;
+    return fxXdrEdition(t, this, edition) && fxXdr(t, title);
+}
 
-fxBool Artist::xdr(fxTranscriber& t) { return fxXdrBase<Item>(t, this) && fxXdr(t, born); }
+fxBool Artist::xdr(fxTranscriber& t) {
+    int edition = 1;
+    return fxXdrEdition(t, this, edition) && fxXdrBase<Item>(t, this) && fxXdr(t, born);
+}
 
 fxBool Album::xdr(fxTranscriber& t) {
-    return fxXdrBase<Item>(t, this) && fxXdr(t, ratings) && fxXdrObjects(t, tracks);
+    int edition = 1;
+    return fxXdrEdition(t, this, edition) && fxXdrBase<Item>(t, this) && fxXdr(t, ratings) &&
+           fxXdrObjects(t, tracks);
 }
 
 fxBool Track::xdr(fxTranscriber& t) {
     int edition = 2;  // 1: the first; 2: with plays
-    if (!fxXdr(t, edition) || edition < 1 || edition > 2) return false;
-    if (!fxXdrBase<Item>(t, this) || !fxXdr(t, seconds)) return false;
+    if (!fxXdrEdition(t, this, edition) || !fxXdrBase<Item>(t, this)) return false;
+    if (!fxXdr(t, seconds)) return false;
     if (!fxXdrString(t, note) || !fxXdrBlock(t, peaks, peakCount)) return false;
     if (!fxXdrObject(t, artist)) return false;
     return edition < 2 || fxXdr(t, plays);
@@ -146,23 +152,20 @@ void print(const Album& album) {
 int saveCommand(const char* path) {
     Album* const album = makeAlbum();
     album->take();
-    const bool isSaved = save(*album, path);
-    const int error = errno;
+    const fxStreamFault fault = fxSave(path, album);
     album->release();
-    if (isSaved) return 0;
-    std::fprintf(stderr, "cannot save %s: %s\n", path, std::strerror(error));
+    if (!fault) return 0;
+    std::fprintf(stderr, "saving: %s\n", fault.text().c_str());
     return 1;
 }
 
 int loadCommand(const char* path) {
-    Album* const album = canBeLoaded<Album>(path) ? load<Album>(path) : nullptr;
-    if (album == nullptr) {
-        std::fprintf(stderr, "%s is no album, or damaged\n", path);
+    const fxLoaded<Album> album = fxLoad<Album>(path);
+    if (!album) {
+        std::fprintf(stderr, "saving: %s\n", album.fault().text().c_str());
         return 1;
     }
-    album->take();  // what was read has no holder yet
     print(*album);
-    album->release();
     return 0;
 }
 

@@ -230,7 +230,7 @@ public:
     /// the fault, unless the object's xdrFail() forgives it.
     bool refuse(const char* reason);
     /// The same for an edition that the class does not know; see fxXdrEdition().
-    bool refuseEdition(const fxTypeObj& type, unsigned int edition, bool isNewer);
+    bool refuseEdition(const fxTypeObj& type, long edition, bool isNewer);
     /// What refuse() was told first and no object has forgiven, or null. A writer
     /// also notes here the class of the object that it could not write. View.
     const fxStreamFault* objection() const { return complaint.get(); }

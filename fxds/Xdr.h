@@ -33,8 +33,9 @@
 //     FX_TRANSCRIBABLE_TYPE(Node, "Node", 1);    // Node.cc
 //
 //     fxBool Node::xdr(fxTranscriber& t) {
-//         return fxXdrAll(t, value, name) && fxXdrBlock(t, samples, sampleCount) &&
-//                fxXdrObject(t, next);
+//         int edition = 1;  // see XdrEvolution.h
+//         return fxXdrEdition(t, this, edition) && fxXdrAll(t, value, name) &&
+//                fxXdrBlock(t, samples, sampleCount) && fxXdrObject(t, next);
 //     }
 //
 // Saving and loading:
@@ -67,7 +68,7 @@ public:                                                          \
 /// file, in the namespace of the class. Registers the class under `name`, which
 /// is kept, and defines its record `Class_type`. The reader refuses streams of
 /// another version: a class that is to read its own older streams keeps the
-/// version and transcribes a number of its own first. The bases that pointers
+/// version and transcribes an edition first (XdrEvolution.h). The bases that pointers
 /// may be declared with follow, all of them transcribable; fxXDRObj need not be
 /// named. An abstract class is registered without a way to make it.
 ///
@@ -456,10 +457,12 @@ bool fxXdrObjects(fxTranscriber& t, fxVoidPtrArray& objects) {
 ///@}
 
 /// The part of `*self` that it inherits from B. A class transcribes its bases
-/// first, each by one call:
+/// behind its edition, each by one call:
 ///
 ///     fxBool Truck::xdr(fxTranscriber& t) {
-///         return fxXdrBase<Vehicle>(t, this) && fxXdrBase<Load>(t, this) && ...
+///         int edition = 1;
+///         return fxXdrEdition(t, this, edition) && fxXdrBase<Vehicle>(t, this) &&
+///                fxXdrBase<Load>(t, this) && ...
 ///     }
 ///
 /// Virtual bases travel once, however many classes name them.

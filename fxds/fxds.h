@@ -60,6 +60,7 @@
 #include "fxds/StdioStream.h"
 #include "fxds/TypedStream.h"
 #include "fxds/Xdr.h"
+#include "fxds/XdrEvolution.h"
 #include "fxds/XdrValues.h"
 
 // Objects, values and connections.

@@ -43,7 +43,7 @@ fxds_room(containers
 fxds_room(streams
   ON containers
   HEADERS BinaryReader BinaryTranscriber BinaryWriter MemoryStream Save StdioStream TypedStream
-    Xdr XdrValues
+    Xdr XdrEvolution XdrValues
   PRIVATE AddressIndex OutBuffer ReaderGraph ReaderNumbers RecordFormat RecordReader StreamMarks
     TextChunks
   SOURCES BinaryReader BinaryTranscriber BinaryWriter MemoryStream ReaderConverters

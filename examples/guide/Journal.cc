@@ -5,7 +5,6 @@ FX_TRANSCRIBABLE_TYPE(Journal, "Journal", 1);
 
 fxBool Journal::xdr(fxTranscriber& t) {
     int edition = written;
-    if (!fxXdr(t, edition) || edition < 1 || edition > newest) return false;
-    if (!fxXdrAll(t, limit, lines)) return false;
+    if (!fxXdrEdition(t, this, edition) || !fxXdrAll(t, limit, lines)) return false;
     return edition < 2 || fxXdr(t, place);  // what is older has none: the default stays
 }

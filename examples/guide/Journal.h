@@ -2,8 +2,8 @@
 #ifndef GUIDE_JOURNAL_H
 #define GUIDE_JOURNAL_H
 
-#include "Files.h"
 #include "Settings.h"
+#include "fxds/fxds.h"
 
 // A day's log. Edition 1 had no place.
 class Journal : public fxXDRObj {

@@ -1,22 +1,27 @@
 // Step 5: saving and loading, with evolving classes.
+#include <unistd.h>
+
 #include "Journal.h"
 
 namespace {
 
 bool report(const char* path) {
-    Journal* const journal = canBeLoaded<Journal>(path) ? load<Journal>(path) : nullptr;
-    if (journal == nullptr) return false;
-    journal->take();  // what was read has no holder yet
+    const fxLoaded<Journal> journal = fxLoad<Journal>(path);
+    if (!journal) {
+        std::printf("%s\n", journal.fault().text().c_str());
+        return false;
+    }
     std::printf("%u lines, limit %g, place %s\n", journal->lines.length(),
                 static_cast<double>(journal->limit), journal->place.c_str());
-    journal->release();
     return true;
 }
 
 bool saveAndReport(Journal& journal, const char* path) {
-    if (save(journal, path)) return report(path);
-    std::fprintf(stderr, "cannot save %s: %s\n", path, std::strerror(errno));
-    return false;
+    if (const fxStreamFault fault = fxSave(path, &journal)) {
+        std::fprintf(stderr, "%s\n", fault.text().c_str());
+        return false;
+    }
+    return report(path);
 }
 
 }  // namespace
@@ -37,8 +42,7 @@ int main(int argc, char** argv) {
     journal.written = Journal::newest;
     isDone = saveAndReport(journal, path) && isDone;
 
-    isDone = truncate(path, 100) == 0 && isDone;  // an accident
-    std::printf("%s\n", report(path) ? "whole" : "no journal, or damaged");
+    isDone = truncate(path, 100) == 0 && !report(path) && isDone;  // an accident
     std::remove(path);
     fxCleanupGlobalOrderings();
     return isDone ? 0 : 1;

@@ -2,8 +2,6 @@
 
 #include <unistd.h>
 
-#include <cerrno>
-#include <cstring>
 #include <ctime>
 #include <limits>
 
@@ -251,9 +249,7 @@ void Monitor::open() {
 void Monitor::close() {
     timer.stopTimer();
     if (terminal != nullptr) terminal->leave();
-    if (isOpen && recorder != nullptr && !recordPath.isEmpty() && !saveTo(recordPath)) {
-        failure.format("cannot write %s: %s", recordPath.c_str(), std::strerror(errno));
-    }
+    if (isOpen && recorder != nullptr && !recordPath.isEmpty()) saveTo(recordPath, failure);
     fxApplication::close();
 }
 
@@ -295,11 +291,11 @@ void Monitor::setSmoothing(bool on) {
     smoothing.send(on, fxSendNow);
 }
 
-bool Monitor::saveTo(const fxStr& path) {
+bool Monitor::saveTo(const fxStr& path, fxStr& error) {
     Recording& recording = recorder->getRecording();
     recording.intervalSeconds = timer.getInterval();
     recording.smoothing = smoothingOn;
-    return saveRecording(recording, path);
+    return saveRecording(recording, path, error);
 }
 
 void Monitor::save() {
@@ -312,11 +308,9 @@ void Monitor::save() {
                     parts.tm_mday, parts.tm_hour, parts.tm_min, parts.tm_sec);
     }
     fxStr words;
-    if (saveTo(path)) {
+    if (saveTo(path, words)) {
         words.format("saved %u samples to %s", recorder->getRecording().sampleCount(),
                      path.c_str());
-    } else {
-        words.format("cannot write %s: %s", path.c_str(), std::strerror(errno));
     }
     message.send(words, fxSendNow);
     changed.send();

@@ -80,7 +80,7 @@ private:
     void connectPlayer();
     void connectScreen();
     void connectReport(int lines);
-    bool saveTo(const fxStr& path);
+    bool saveTo(const fxStr& path, fxStr& error);
     void stepInterval(int direction);
     void setSmoothing(bool on);
 

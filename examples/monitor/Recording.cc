@@ -1,16 +1,8 @@
 #include "Recording.h"
 
-#include <fcntl.h>
-#include <sys/resource.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
-#include <cerrno>
-#include <cstdio>
-#include <cstring>
-
-#include "../guide/Files.h"
 #include "Options.h"
+#include "fxds/Save.h"
+#include "fxds/XdrEvolution.h"
 
 // Samples are counted: the recording holds each, and so do the alarms that they
 // raised. A reader makes objects that nobody holds; they are taken when all
@@ -20,7 +12,10 @@ FX_TRANSCRIBABLE_TYPE(Sample, "monitor.Sample", 1);
 FX_TRANSCRIBABLE_TYPE(AlarmEvent, "monitor.AlarmEvent", 1);
 FX_TRANSCRIBABLE_TYPE(Recording, "monitor.Recording", 1);
 
-fxBool Sample::xdr(fxTranscriber& t) { return fxXdrAll(t, time, values); }
+fxBool Sample::xdr(fxTranscriber& t) {
+    int edition = 1;
+    return fxXdrEdition(t, this, edition) && fxXdrAll(t, time, values);
+}
 
 AlarmEvent::AlarmEvent(int quantity_, bool isActive_, Sample* sample_)
     : quantity(quantity_), isActive(isActive_), sample(sample_) {
@@ -32,7 +27,9 @@ AlarmEvent::~AlarmEvent() {
 }
 
 fxBool AlarmEvent::xdr(fxTranscriber& t) {
-    return fxXdrAll(t, quantity, isActive) && fxXdrObject(t, sample);
+    int edition = 1;
+    return fxXdrEdition(t, this, edition) && fxXdrAll(t, quantity, isActive) &&
+           fxXdrObject(t, sample);
 }
 
 void AlarmEvent::xdrSuccess(fxTranscriber& t) {
@@ -62,8 +59,9 @@ Recording::~Recording() {
 }
 
 fxBool Recording::xdr(fxTranscriber& t) {
-    return fxXdrAll(t, names, intervalSeconds, smoothing) && fxXdrObjects<Sample>(t, samples) &&
-           fxXdrObjects<AlarmEvent>(t, alarms);
+    int edition = 1;
+    return fxXdrEdition(t, this, edition) && fxXdrAll(t, names, intervalSeconds, smoothing) &&
+           fxXdrObjects<Sample>(t, samples) && fxXdrObjects<AlarmEvent>(t, alarms);
 }
 
 void Recording::xdrSuccess(fxTranscriber& t) {
@@ -119,61 +117,16 @@ bool Recording::isConsistent() const {
     return true;
 }
 
-bool saveRecording(Recording& recording, const char* path) { return save(recording, path); }
-
-namespace {
-
-// Null when there is no consistent recording in the file.
-Recording* readRecording(int fd) {
-    fxStdioStream* const stream = new fxStdioStream(dup(fd), fxStream::fxStreamRead);
-    stream->take();
-    Recording* recording = nullptr;
-    fxTranscriber* const reader = stream->hasError() ? nullptr : fxTranscriber::getReader(stream);
-    if (reader != nullptr) {
-        reader->take();
-        recording = fxReadObject<Recording>(*reader);
-        reader->release();
-    }
-    stream->release();
-    if (recording == nullptr) return nullptr;
-    recording->take();
-    if (recording->isConsistent()) {
-        --recording->refCount;  // given to the caller, with nobody holding it yet
-        return recording;
-    }
-    recording->release();
-    return nullptr;
+bool saveRecording(Recording& recording, const char* path, fxStr& error) {
+    const fxStreamFault fault = fxSave(path, &recording);
+    error = fault.text().c_str();
+    return !fault;
 }
-
-// Reads in a child process, whose death is no harm.
-bool canBeRead(int fd) {
-    std::fflush(nullptr);  // or the child writes what waits once more
-    const pid_t child = fork();
-    if (child < 0) return false;
-    if (child == 0) {
-        const rlimit noCore = {0, 0};
-        setrlimit(RLIMIT_CORE, &noCore);
-        const int silence = open("/dev/null", O_WRONLY);
-        dup2(silence, STDERR_FILENO);
-        _exit(readRecording(fd) != nullptr ? 0 : 1);
-    }
-    int status = -1;
-    while (waitpid(child, &status, 0) < 0 && errno == EINTR) {
-    }
-    return status == 0;
-}
-
-}  // namespace
 
 Recording* loadRecording(const char* path, fxStr& error) {
-    const int fd = open(path, O_RDONLY | O_CLOEXEC);
-    if (fd < 0) {
-        error.format("cannot open %s: %s", path, std::strerror(errno));
-        return nullptr;
-    }
-    Recording* recording = nullptr;
-    if (canBeRead(fd) && lseek(fd, 0, SEEK_SET) == 0) recording = readRecording(fd);
-    close(fd);
-    if (recording == nullptr) error.format("%s is damaged or no recording", path);
-    return recording;
+    fxLoaded<Recording> recording = fxLoad<Recording>(path);
+    if (recording && recording->isConsistent()) return recording.release();
+    error.format("%s", recording ? "" : recording.fault().text().c_str());
+    if (recording) error.format("%s holds no recording that makes sense", path);
+    return nullptr;
 }

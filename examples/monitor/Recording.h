@@ -66,12 +66,12 @@ private:
 };
 
 /// Writes the recording to the file, in place of what is there only when
-/// everything has arrived. Returns false, with the reason in errno, otherwise.
-bool saveRecording(Recording& recording, const char* path);
+/// everything has arrived. Otherwise returns false, with one line for the user
+/// in `error`.
+bool saveRecording(Recording& recording, const char* path, fxStr& error);
 
 /// Given (hold it with take(), let go with release()): the recording in the
-/// file, or null with one line for the user in `error`. A damaged file, which
-/// may end the process that reads it, is found out in a child process first.
+/// file, or null with one line for the user in `error`.
 Recording* loadRecording(const char* path, fxStr& error);
 
 #endif

@@ -74,7 +74,7 @@ bool fxTranscriber::refuse(const char* reason) {
     return false;
 }
 
-bool fxTranscriber::refuseEdition(const fxTypeObj& type, unsigned int edition, bool isNewer) {
+bool fxTranscriber::refuseEdition(const fxTypeObj& type, long edition, bool isNewer) {
     if (complaint != nullptr) return false;
     refuse("");
     complaint->kind = isNewer ? fxStreamFault::newer : fxStreamFault::older;

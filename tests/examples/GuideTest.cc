@@ -32,7 +32,7 @@ const Page pages[] = {
      4},
     {"docs/guide/6-searching.md", "guide/guide_step6", {"guide/Search.h", "guide/step6.cc"}, 4},
     // Its program has a test of its own.
-    {"docs/guide/saving.md", nullptr, {"guide/Files.h", "saving.cc"}, 7},
+    {"docs/guide/saving.md", nullptr, {"saving.cc"}, 7},
     {"docs/guide/exceptions.md", nullptr, {}, 0},
 };
 

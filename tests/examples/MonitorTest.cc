@@ -271,7 +271,7 @@ TEST(MonitorRecording, DamagedFilesGetOneLineAndStatus1) {
         proc.write("damaged", bytes.substr(0, length));
         const Result result = run({"--replay", damaged});
         EXPECT_EQ(1, result.status) << length;
-        EXPECT_EQ("monitor: " + damaged + " is damaged or no recording\n", result.errors);
+        EXPECT_EQ(0U, result.errors.find("monitor: " + damaged + " is not complete: "));
         EXPECT_EQ("", result.output);
     }
     for (size_t at = 0; at < bytes.size(); at += 11) {
@@ -285,8 +285,7 @@ TEST(MonitorRecording, DamagedFilesGetOneLineAndStatus1) {
     EXPECT_EQ(1, run({"--replay", proc.directory}).status);
     const Result unwritable = run(onFake(proc, {"--samples", "1", "--record", "/nowhere/file"}));
     EXPECT_EQ(1, unwritable.status);
-    EXPECT_EQ("monitor: cannot write /nowhere/file: No such file or directory\n",
-              unwritable.errors);
+    EXPECT_EQ("monitor: /nowhere/file: No such file or directory\n", unwritable.errors);
 }
 
 TEST(MonitorOptions, BadOnesGetOneLineAndStatus2) {

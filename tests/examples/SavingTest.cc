@@ -44,7 +44,8 @@ TEST_F(Saving, WhatIsSavedLoads) {
 TEST_F(Saving, ReadsEditionOne) {
     run("save");
     std::string bytes = contents(path);
-    const std::string second("\x02\0\0\0\0\0\0\0\x07\0\0\0\0\0\0\0", 16);  // edition, title
+    // The edition, that of the base, the length of the title.
+    const std::string second("\x02\0\0\0\0\0\0\0\x01\0\0\0\0\0\0\0\x07\0\0\0\0\0\0\0", 24);
     const std::string plays("\x4b\x08\x0b\0\0\0\x07\0\0\0\0\0\0\0", 14);
     const size_t edition = bytes.find(second);
     const size_t pointer = bytes.find(plays);
@@ -58,7 +59,9 @@ TEST_F(Saving, ReadsEditionOne) {
 
     bytes[edition] = 3;  // from the future
     std::ofstream(path, std::ios::binary) << bytes;
-    EXPECT_EQ(run("load"), path + " is no album, or damaged\n");
+    EXPECT_EQ(run("load"), "saving: " + path +
+                               " is from a newer version of this program: class Track, "
+                               "edition 3\n");
     EXPECT_EQ(status, 1);
 }
 
@@ -67,7 +70,7 @@ TEST_F(Saving, ADamagedFileIsOneLine) {
     const std::string bytes = contents(path);
     for (const size_t length : {size_t{0}, size_t{20}, size_t{100}, bytes.size() - 1}) {
         std::ofstream(path, std::ios::binary) << bytes.substr(0, length);
-        EXPECT_EQ(run("load"), path + " is no album, or damaged\n");
+        EXPECT_EQ(run("load").find("saving: " + path + " is not complete: "), 0U);
         EXPECT_EQ(status, 1);
     }
 }
@@ -76,7 +79,7 @@ TEST_F(Saving, AFullDiskLeavesTheOldFile) {
     run("save");
     const std::string before = contents(path);
     EXPECT_EQ(outputOf("trap '' XFSZ; ulimit -f 0; exec " FXDS_SAVING " save " + path, status),
-              "cannot save " + path + ": File too large\n");
+              "saving: " + path + ": File too large\n");
     EXPECT_EQ(status, 1);
     EXPECT_EQ(contents(path), before);
 }
