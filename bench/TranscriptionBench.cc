@@ -1,12 +1,21 @@
 // Saving and loading through a file in memory-backed storage, against the
-// least that could be written by hand for the same facts and, where it is
+// least that could be written by hand for the same facts, against a writer and a
+// loader of the same bytes for this one class (DirectGraph.h) and, where it is
 // installed, against Boost.Serialization's binary archive.
 //
-// The graph: 100,000 nodes of a long, a double, a text of 12 characters and two
-// pointers, shared and cyclic. The array: 10 million longs.
+// The graphs: 100,000 nodes of a long, a double, a text of 12 characters and two
+// pointers, shared and cyclic: a tree whose leaves point back to nodes on the way
+// from the root, and a ring in which each node names the next and a random one.
+// Rows in a fresh process count what memory costs that was never used before.
+// The array: 10 million longs.
 
 #include <benchmark/benchmark.h>
+#include <pthread.h>
+#include <sys/wait.h>
 #include <unistd.h>
+
+#include <chrono>
+#include <cstring>
 
 #include <cstdio>
 #include <fstream>
@@ -15,6 +24,7 @@
 #include <string>
 #include <vector>
 
+#include "bench/DirectGraph.h"
 #include "fxds/Globals.h"
 #include "fxds/LongArray.h"
 #include "fxds/StdioStream.h"
@@ -96,11 +106,17 @@ void connectTree(std::vector<T*>& nodes, unsigned int begin, unsigned int end, s
     way.pop_back();
 }
 
+enum Shape { tree, ring };
+
 template <class T>
-void connect(std::vector<T*>& nodes) {
+void connect(std::vector<T*>& nodes, Shape shape) {
     std::mt19937 rng(1);
     std::vector<T*> way;
     connectTree(nodes, 0, nodeCount, way, rng);
+    for (unsigned int i = 0; shape == ring && i < nodeCount; ++i) {
+        nodes[i]->left = nodes[(i + 1) % nodeCount];
+        nodes[i]->right = nodes[rng() % nodeCount];
+    }
 }
 
 template <class T>
@@ -158,10 +174,10 @@ void deleteAll(const std::vector<T*>& nodes) {
     for (T* node : nodes) delete node;
 }
 
-std::vector<Plain*> plainNodes() {
+std::vector<Plain*> plainNodes(Shape shape) {
     std::vector<Plain*> nodes = makeNodes<Plain>();
     for (unsigned int i = 0; i < nodeCount; ++i) nodes[i]->index = i;
-    connect(nodes);
+    connect(nodes, shape);
     return nodes;
 }
 
@@ -178,115 +194,201 @@ void save(C* root) {
 }
 
 template <class C>
-C* load() {
+C* load(const std::string& from = path()) {
     const std::unique_ptr<fxTranscriber> reader(
-        fxTranscriber::getReader(new fxStdioStream(path().c_str(), fxStream::fxStreamRead, 0)));
+        fxTranscriber::getReader(new fxStdioStream(from.c_str(), fxStream::fxStreamRead, 0)));
     C* const root = reader != nullptr && isInitialized ? fxReadObject<C>(*reader) : nullptr;
     if (root == nullptr) std::abort();
     return root;
 }
 
 /// The nodes of a graph that was read, found by their numbers.
-std::vector<Node*> nodesOf(Node* root) {
-    std::vector<Node*> nodes(nodeCount);
-    std::vector<Node*> walk = {root};
+template <class T>
+std::vector<T*> nodesOf(T* root) {
+    std::vector<T*> nodes(nodeCount);
+    std::vector<T*> walk = {root};
     while (!walk.empty()) {
-        Node* node = walk.back();
+        T* const node = walk.back();
         walk.pop_back();
-        if (nodes[static_cast<size_t>(node->number)] != nullptr) continue;
-        nodes[static_cast<size_t>(node->number)] = node;
+        if (std::exchange(nodes[static_cast<size_t>(node->number)], node) != nullptr) continue;
         walk.push_back(node->left);
         walk.push_back(node->right);
     }
     return nodes;
 }
 
-void SaveGraph(benchmark::State& state) {
-    std::vector<Node*> nodes = makeNodes<Node>();
-    connect(nodes);
-    for (auto _ : state) save(nodes[0]);
-    deleteAll(nodes);
+void saveDirectly(const Node* root) {
+    FILE* const file = std::fopen(path().c_str(), "w");
+    DirectWriter<Node>(file).write(root);
+    std::fclose(file);
 }
-void SaveGraphByHand(benchmark::State& state) {
-    const std::vector<Plain*> nodes = plainNodes();
-    for (auto _ : state) {
-        unlink(path().c_str());
-        saveByHand(nodes);
-    }
-    deleteAll(nodes);
+Node* loadDirectly(const std::string& from = path()) {
+    Node* const root = DirectLoader<Node>(from.c_str()).load();
+    if (root == nullptr) std::abort();
+    return root;
 }
-void LoadGraph(benchmark::State& state) {
-    std::vector<Node*> nodes = makeNodes<Node>();
-    connect(nodes);
-    save(nodes[0]);
-    deleteAll(nodes);
-    for (auto _ : state) {
-        Node* root = load<Node>();
-        state.PauseTiming();
-        deleteAll(nodesOf(root));
-        state.ResumeTiming();
-    }
-}
-void LoadGraphByHand(benchmark::State& state) {
-    std::vector<Plain*> nodes = plainNodes();
-    saveByHand(nodes);
-    deleteAll(nodes);
-    for (auto _ : state) {
-        nodes = loadByHand();
-        state.PauseTiming();
-        deleteAll(nodes);
-        state.ResumeTiming();
-    }
-}
-BENCHMARK(SaveGraphByHand)->Unit(benchmark::kMillisecond);
-BENCHMARK(SaveGraph)->Unit(benchmark::kMillisecond);
-BENCHMARK(LoadGraphByHand)->Unit(benchmark::kMillisecond);
-BENCHMARK(LoadGraph)->Unit(benchmark::kMillisecond);
 
 #ifdef FXDS_BENCH_BOOST
+// It recurses along the ring.
+void onDeepStack(void* (*run)(void*), void* argument) {
+    pthread_attr_t attributes;
+    pthread_t thread;
+    pthread_attr_init(&attributes);
+    pthread_attr_setstacksize(&attributes, size_t{1} << 30U);
+    if (pthread_create(&thread, &attributes, run, argument) != 0) std::abort();
+    pthread_join(thread, nullptr);
+}
 void saveWithBoost(const Plain* root) {
     std::ofstream out(path(), std::ios::binary);
     boost::archive::binary_oarchive archive(out);
     archive << root;
 }
+Plain* loadWithBoost() {
+    Plain* root = nullptr;
+    std::ifstream in(path(), std::ios::binary);
+    boost::archive::binary_iarchive archive(in);
+    archive >> root;
+    return root;
+}
+#endif
 
-void SaveGraphWithBoost(benchmark::State& state) {
-    const std::vector<Plain*> nodes = plainNodes();
+/// The ways of saving a graph of T. `save(nodes)`.
+template <class T, class Save>
+void saveGraph(benchmark::State& state, Shape shape, Save save) {
+    std::vector<T*> nodes = makeNodes<T>();
+    if constexpr (std::is_same_v<T, Plain>) {
+        deleteAll(nodes);
+        nodes = plainNodes(shape);
+    } else {
+        connect(nodes, shape);
+    }
     for (auto _ : state) {
         unlink(path().c_str());
-        saveWithBoost(nodes[0]);
+        save(nodes);
     }
     deleteAll(nodes);
 }
-void LoadGraphWithBoost(benchmark::State& state) {
-    std::vector<Plain*> nodes = plainNodes();
-    saveWithBoost(nodes[0]);
+/// The ways of loading one, from what `save(nodes)` saves.
+template <class T, class Save, class Load>
+void loadGraph(benchmark::State& state, Shape shape, Save save, Load load) {
+    std::vector<T*> nodes = makeNodes<T>();
+    if constexpr (std::is_same_v<T, Plain>) {
+        deleteAll(nodes);
+        nodes = plainNodes(shape);
+    } else {
+        connect(nodes, shape);
+    }
+    save(nodes);
     deleteAll(nodes);
     for (auto _ : state) {
-        Plain* root = nullptr;
-        {
-            std::ifstream in(path(), std::ios::binary);
-            boost::archive::binary_iarchive archive(in);
-            archive >> root;
-        }
+        nodes = load();
         state.PauseTiming();
-        std::vector<Plain*> found(nodeCount);
-        std::vector<Plain*> walk = {root};
-        while (!walk.empty()) {
-            Plain* node = walk.back();
-            walk.pop_back();
-            Plain*& place = found[static_cast<size_t>(node->number)];
-            if (place != nullptr) continue;
-            place = node;
-            walk.push_back(node->left);
-            walk.push_back(node->right);
-        }
-        deleteAll(found);
+        if (nodes.size() == 1) nodes = nodesOf(nodes[0]);
+        deleteAll(nodes);
         state.ResumeTiming();
     }
 }
-BENCHMARK(SaveGraphWithBoost)->Unit(benchmark::kMillisecond);
-BENCHMARK(LoadGraphWithBoost)->Unit(benchmark::kMillisecond);
+
+const auto saveNodes = [](const std::vector<Node*>& nodes) { save(nodes[0]); };
+const auto loadNodes = [] { return std::vector<Node*>{load<Node>()}; };
+const auto saveNodesDirectly = [](const std::vector<Node*>& nodes) { saveDirectly(nodes[0]); };
+const auto loadNodesDirectly = [] { return std::vector<Node*>{loadDirectly()}; };
+
+void SaveGraph(benchmark::State& state, Shape shape) { saveGraph<Node>(state, shape, saveNodes); }
+void SaveGraphDirectly(benchmark::State& state, Shape shape) {
+    saveGraph<Node>(state, shape, saveNodesDirectly);
+}
+void SaveGraphByHand(benchmark::State& state, Shape shape) {
+    saveGraph<Plain>(state, shape, saveByHand);
+}
+void LoadGraph(benchmark::State& state, Shape shape) {
+    loadGraph<Node>(state, shape, saveNodes, loadNodes);
+}
+void LoadGraphDirectly(benchmark::State& state, Shape shape) {
+    loadGraph<Node>(state, shape, saveNodes, loadNodesDirectly);
+}
+void LoadGraphByHand(benchmark::State& state, Shape shape) {
+    loadGraph<Plain>(state, shape, saveByHand, loadByHand);
+}
+
+// A program of its own loads the graph, and tells how long that took.
+void loadFresh(benchmark::State& state, Shape shape, const char* how) {
+    std::vector<Node*> nodes = makeNodes<Node>();
+    connect(nodes, shape);
+    save(nodes[0]);
+    deleteAll(nodes);
+    const std::string file = path();
+    for (auto _ : state) {
+        int ends[2];
+        if (pipe(ends) != 0) std::abort();
+        const pid_t child = fork();
+        if (child == 0) {
+            dup2(ends[1], STDOUT_FILENO);
+            execl("/proc/self/exe", "fresh", "--load", how, file.c_str(), nullptr);
+            _exit(1);
+        }
+        close(ends[1]);
+        double seconds = 0;
+        if (read(ends[0], &seconds, sizeof seconds) != sizeof seconds) std::abort();
+        state.SetIterationTime(seconds);
+        close(ends[0]);
+        waitpid(child, nullptr, 0);
+    }
+}
+void LoadGraphFresh(benchmark::State& state, Shape shape) { loadFresh(state, shape, "library"); }
+void LoadGraphFreshDirectly(benchmark::State& state, Shape shape) {
+    loadFresh(state, shape, "directly");
+}
+
+#define BOTH(function, unit)                                                \
+    void function##Ring(benchmark::State& state) { function(state, ring); } \
+    void function##Tree(benchmark::State& state) { function(state, tree); } \
+    BENCHMARK(function##Tree)->Name(#function)->unit;                       \
+    BENCHMARK(function##Ring)->unit
+BOTH(SaveGraphByHand, Unit(benchmark::kMillisecond));
+BOTH(SaveGraphDirectly, Unit(benchmark::kMillisecond));
+BOTH(SaveGraph, Unit(benchmark::kMillisecond));
+BOTH(LoadGraphByHand, Unit(benchmark::kMillisecond));
+BOTH(LoadGraphDirectly, Unit(benchmark::kMillisecond));
+BOTH(LoadGraph, Unit(benchmark::kMillisecond));
+BOTH(LoadGraphFreshDirectly, Unit(benchmark::kMillisecond)->UseManualTime());
+BOTH(LoadGraphFresh, Unit(benchmark::kMillisecond)->UseManualTime());
+
+#ifdef FXDS_BENCH_BOOST
+void SaveGraphWithBoost(benchmark::State& state, Shape shape) {
+    saveGraph<Plain>(state, shape, [](std::vector<Plain*>& nodes) {
+        onDeepStack(
+            [](void* root) -> void* {
+                saveWithBoost(static_cast<const Plain*>(root));
+                return nullptr;
+            },
+            nodes[0]);
+    });
+}
+void LoadGraphWithBoost(benchmark::State& state, Shape shape) {
+    loadGraph<Plain>(
+        state, shape,
+        [](std::vector<Plain*>& nodes) {
+            onDeepStack(
+                [](void* root) -> void* {
+                    saveWithBoost(static_cast<const Plain*>(root));
+                    return nullptr;
+                },
+                nodes[0]);
+        },
+        [] {
+            std::vector<Plain*> root(1);
+            onDeepStack(
+                [](void* place) -> void* {
+                    *static_cast<Plain**>(place) = loadWithBoost();
+                    return nullptr;
+                },
+                root.data());
+            return root;
+        });
+}
+BOTH(SaveGraphWithBoost, Unit(benchmark::kMillisecond)->MeasureProcessCPUTime());
+BOTH(LoadGraphWithBoost, Unit(benchmark::kMillisecond)->MeasureProcessCPUTime());
 #endif
 
 fxLongArray someLongs() {
@@ -341,3 +443,18 @@ BENCHMARK(LoadLongsByHand)->Unit(benchmark::kMillisecond);
 BENCHMARK(LoadLongs)->Unit(benchmark::kMillisecond);
 
 }  // namespace
+
+// As benchmark_main, but for the programs that loadFresh() starts.
+int main(int count, char** arguments) {
+    if (count == 4 && std::strcmp(arguments[1], "--load") == 0) {
+        const bool isDirect = std::strcmp(arguments[2], "directly") == 0;
+        const auto start = std::chrono::steady_clock::now();
+        const Node* const root = isDirect ? loadDirectly(arguments[3]) : load<Node>(arguments[3]);
+        const std::chrono::duration<double> taken = std::chrono::steady_clock::now() - start;
+        const double seconds = root != nullptr ? taken.count() : 0;
+        return write(STDOUT_FILENO, &seconds, sizeof seconds) == sizeof seconds ? 0 : 1;
+    }
+    benchmark::Initialize(&count, arguments);
+    benchmark::RunSpecifiedBenchmarks();
+    return 0;
+}
