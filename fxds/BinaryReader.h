@@ -7,6 +7,9 @@
 
 #include "fxds/BinaryTranscriber.h"
 
+namespace fxRecordFormat {
+struct Head;
+}
 class fxReaderEntry;
 class fxReaderGraph;
 class fxRecordReader;
@@ -125,13 +128,6 @@ protected:
     Converter* doubles;
     ///@}
 
-    // The current record; fields that its tag does not have mean nothing.
-    unsigned int tag;     ///< Of the current record.
-    unsigned int fieldA;  ///< Its id.
-    unsigned int fieldB;  ///< Id of a type.
-    unsigned int fieldC;  ///< Version of a type.
-    unsigned int fieldD;  ///< Byte count of a block.
-
 private:
     struct Reading;
     friend class fxTranscriber;  // asks for headerComplaint()
@@ -139,13 +135,14 @@ private:
     // The stated message for a header that no supported machine writes; or "".
     static std::string headerComplaint(short shortMark, long longMark, const char* floatFormat);
 
-    [[gnu::cold, gnu::noinline]] bool refuse(fxStreamFault::Kind kind, const std::string& message);
+    [[gnu::cold, gnu::noinline]] bool refuse(fxStreamFault::Kind kind, const char* message);
     bool hasRefused() const { return answer != nullptr && *answer; }
     void noteEnd();
-    fxStreamFault faultHere(fxStreamFault::Kind kind, const std::string& message) const;
+    fxStreamFault faultHere(fxStreamFault::Kind kind, const char* message) const;
     bool hasOwnNumbers() const;
     [[gnu::noinline]] bool readPieces(char* bytes, size_t byteCount);
     bool next();
+    [[gnu::cold, gnu::noinline]] bool noRecord();
     bool fillPastTypes();
     bool nextInstance();
     void noteMention();
@@ -154,19 +151,21 @@ private:
     bool readBlock(fxReaderEntry& entry);
     char* readGrowing(Converter* converter, unsigned int byteCount);
     Converter* converterOf(unsigned int bodyTag) const;
-    fxTypeObj* typeOfBody(const fxReaderEntry& entry);
-    bool readBody(fxReaderEntry& entry);
+    bool readDefinition(fxTypeObj* root);
+    fxReaderEntry* typeOfBody();
+    void chooseNamesake(fxReaderEntry& typeEntry, const fxReaderEntry& entry, fxTypeObj* root);
+    bool readBody(fxReaderEntry& entry, fxTypeObj* root);
     bool readGraph(fxTypeObj& expected, unsigned int& rootId);
 
     bool isBusy;          // readObject() runs
     bool isInPart;        // of an object: its end is not that of the object
     bool hasFailed;       // the body that was read last, or a part of it
     fxXDRObj* concluded;  // the object of that body, when it has succeeded
-    bool hasReadBody;     // data may follow which that has left unread
+    bool mayLeaveData;    // there was a body: data may follow which that has left unread
     const void* owner;    // the slot of a pointer that owns what it gets, or null
-    fxTypeObj* rootType;  // what the root that is read next must be
     fxTypeObj* bodyType;  // of the object or part that is being read, or null
     std::unique_ptr<fxRecordReader> records;
+    const fxRecordFormat::Head& head;  // of the current record
     std::unique_ptr<fxReaderGraph> graph;
 };
 

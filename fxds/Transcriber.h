@@ -177,6 +177,11 @@ public:
     bool takeReady(T& number) {
         return ready != nullptr && ready->take(&number, sizeof number);
     }
+    ///@{
+    /// An int is the first half of a long.
+    bool takeReady(int& number) { return takeReadyHalf(number); }
+    bool takeReady(unsigned int& number) { return takeReadyHalf(number); }
+    ///@}
 
     /// How fxStr transcribes its text, which has `byteCount` bytes with the
     /// terminator, more than 1; `*text` is the field that leads to it. This one
@@ -255,6 +260,15 @@ protected:
     std::unique_ptr<fxStreamFault> complaint;
 
 private:
+    template <class Int>
+    bool takeReadyHalf(Int& number) {
+        Int halves[2];
+        static_assert(sizeof halves == sizeof(long));
+        if (!takeReady(halves)) return false;
+        number = halves[0];
+        return true;
+    }
+
     unsigned int nesting = 0;
 
     /// Notes where an attempt began, until it ends. Only the innermost one is asked,

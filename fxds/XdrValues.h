@@ -110,7 +110,7 @@ bool fxXdrNumber(fxTranscriber& t, T& v) {
         if (t.isReading()) v = static_cast<T>(parts[0]) + parts[1];
         return true;
     } else if constexpr (std::is_same_v<T, int> || std::is_same_v<T, unsigned int>) {
-        return t.xdr(&v, 1);
+        return t.takeReady(v) || t.xdr(&v, 1);
     } else if constexpr (sizeof(T) == sizeof(int) && !std::is_floating_point_v<T>) {
         return fxXdrRun(t, &v, 1);
     } else {

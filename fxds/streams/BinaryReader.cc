@@ -95,20 +95,15 @@ fxBinaryReader::fxBinaryReader(fxStream* inStream, short shortMark, long longMar
       longs(nullptr),
       floats(fxBinaryReader_floats),
       doubles(fxBinaryReader_doubles),
-      tag(fxTagData),
-      fieldA(0),
-      fieldB(0),
-      fieldC(0),
-      fieldD(0),
       isBusy(false),
       isInPart(false),
       hasFailed(false),
       concluded(nullptr),
-      hasReadBody(false),
+      mayLeaveData(false),
       owner(nullptr),
-      rootType(nullptr),
       bodyType(nullptr),
       records(std::make_unique<fxRecordReader>(inStream, buffer, bufferBytes)),
+      head(records->head()),
       graph(std::make_unique<fxReaderGraph>(table, *records)) {
     const std::string wrong = headerComplaint(shortMark, longMark, floatFormat);
     if (!wrong.empty()) fxFatal("%s", wrong.c_str());
@@ -188,24 +183,24 @@ bool fxBinaryReader::xdr(unsigned char** p) { return readPrimPointer(p, 0); }
 bool fxBinaryReader::xdr(void* slot, fxXDRObj*, fxTypeObj& declared, fxXDRObj*, void*) {
     if (!fillPastTypes()) return false;
     std::memset(slot, 0, sizeof(void*));
-    if (tag == fxTagNull) return true;
-    if ((tag != fxTagPointer && tag != fxTagPointerAgain) || fieldA == 0) {
+    if (head.tag == fxTagNull) return true;
+    if ((head.tag != fxTagPointer && head.tag != fxTagPointerAgain) || head.id() == 0) {
         return refuse(Fault::damaged, badNews);
     }
-    fxReaderEntry& entry = graph->at(fieldA);
+    fxReaderEntry& entry = graph->at(head.id());
     graph->await(entry, fxReaderEntry::awaitedObject);
     const bool suits = entry.isObject() ? entry.record().isA(declared)
                                         : entry.kind() == fxReaderEntry::awaitedObject;
     if (!suits || (slot == owner && !graph->claim(entry))) return refuse(Fault::damaged, badNews);
-    return graph->notePointer(slot, fieldA, declared) || refuse(Fault::damaged, formatError);
+    return graph->notePointer(slot, head.id(), declared) || refuse(Fault::damaged, formatError);
 }
 
 bool fxBinaryReader::xdr(fxTypeObj& base, void* derived, void* baseAddress) {
     if (derived == baseAddress) return true;
     if (!fillPastTypes()) return false;
-    if (tag != fxTagPart && tag != fxTagPartAgain) return refuse(Fault::damaged, badNews);
-    fxReaderEntry* const entry = fieldA != 0 ? &graph->at(fieldA) : nullptr;
-    if (tag == fxTagPartAgain) {
+    if (head.tag != fxTagPart && head.tag != fxTagPartAgain) return refuse(Fault::damaged, badNews);
+    fxReaderEntry* const entry = head.id() != 0 ? &graph->at(head.id()) : nullptr;
+    if (head.tag == fxTagPartAgain) {
         return (entry != nullptr && graph->isPart(*entry, baseAddress)) ||
                refuse(Fault::damaged, "XXX old base previously unseen");
     }
@@ -232,7 +227,7 @@ void fxBinaryReader::setOwner(const void* slot) { owner = slot; }
 
 bool fxBinaryReader::xdrText(fxStr& string, char**, unsigned int byteCount) {
     if (!awaitBlock(byteCount, true)) return false;
-    return graph->noteText(&string, fieldA, byteCount) || refuse(Fault::damaged, formatError);
+    return graph->noteText(&string, head.id(), byteCount) || refuse(Fault::damaged, formatError);
 }
 
 fxBool fxBinaryReader::conclude(bool succeeded, fxXDRObj& object, void* address) {
@@ -292,24 +287,27 @@ bool fxBinaryReader::readBytes(void* bytes, size_t byteCount) {
            readPieces(static_cast<char*>(bytes), byteCount);
 }
 
-bool fxBinaryReader::fill() { return next() && (records->left() == 0 || records->stage()); }
+bool fxBinaryReader::fill() {
+    if (!next()) return false;
+    return records->left() == 0 || records->stage();
+}
 
 bool fxBinaryReader::readPrimPointer(void* slot, size_t byteCount) {
     if (!awaitBlock(byteCount, false)) return false;
     std::memset(slot, 0, sizeof(void*));
-    return graph->noteBlock(slot, fieldA, slot == owner) || refuse(Fault::damaged, formatError);
+    return graph->noteBlock(slot, head.id(), slot == owner) || refuse(Fault::damaged, formatError);
 }
 
 // Reads the record of a block that a place is to get, and checks the two against
 // each other.
 bool fxBinaryReader::awaitBlock(size_t byteCount, bool isText) {
     if (byteCount > maxBlockBytes || !fillPastTypes()) return false;
-    if ((tag != fxTagBlock && tag != fxTagBlockAgain) || fieldA == 0 ||
-        (tag == fxTagBlock && fieldD > maxBlockBytes)) {
+    if ((head.tag != fxTagBlock && head.tag != fxTagBlockAgain) || head.id() == 0 ||
+        (head.tag == fxTagBlock && head.byteCount() > maxBlockBytes)) {
         return refuse(Fault::damaged, formatError);
     }
     const unsigned int least = static_cast<unsigned int>(byteCount);
-    fxReaderEntry& entry = graph->at(fieldA);
+    fxReaderEntry& entry = graph->at(head.id());
     graph->await(entry, fxReaderEntry::awaitedBlock);
     if (entry.kind() == fxReaderEntry::awaitedBlock) {
         entry.raiseLeast(least);
@@ -320,16 +318,20 @@ bool fxBinaryReader::awaitBlock(size_t byteCount, bool isText) {
     return true;
 }
 
-bool fxBinaryReader::readInstance() {
-    if ((!isContents(tag) && tag != fxTagObject) || fieldA == 0 || graph->at(fieldA).isDefined()) {
-        return refuse(Fault::damaged, baddestNews);
-    }
-    fxReaderEntry& entry = graph->at(fieldA);
-    hasReadBody = true;
-    return tag == fxTagObject ? readBody(entry) : readBlock(entry);
-}
+bool fxBinaryReader::readInstance() { return readDefinition(nullptr); }
 
 // Private functions.
+
+// `root` is what the object is asked for as, if it is a root.
+bool fxBinaryReader::readDefinition(fxTypeObj* root) {
+    if ((!isContents(head.tag) && head.tag != fxTagObject) || head.id() == 0 ||
+        graph->at(head.id()).isDefined()) {
+        return refuse(Fault::damaged, baddestNews);
+    }
+    fxReaderEntry& entry = graph->at(head.id());
+    mayLeaveData = true;
+    return head.tag == fxTagObject ? readBody(entry, root) : readBlock(entry);
+}
 
 // Reads what is not ready, perhaps from several records.
 bool fxBinaryReader::readPieces(char* bytes, size_t byteCount) {
@@ -351,20 +353,18 @@ bool fxBinaryReader::hasOwnNumbers() const {
 }
 
 bool fxBinaryReader::next() {
-    if (!records->next()) return records->isOfNoTag() && refuse(Fault::damaged, "Whoops!");
-    const Head& head = records->head();
-    tag = head.tag;
-    fieldA = head.id();
-    fieldB = head.typeId();
-    fieldC = head.version();
-    fieldD = head.byteCount();
-    return tag != fxTagType || defineType();
+    return records->next() ? head.tag != fxTagType || defineType() : noRecord();
+}
+
+// What there is instead of a record. False.
+bool fxBinaryReader::noRecord() {
+    return records->isOfNoTag() && refuse(Fault::damaged, "Whoops!");
 }
 
 bool fxBinaryReader::fillPastTypes() {
     do {
         if (!fill()) return false;
-    } while (tag == fxTagType);
+    } while (head.tag == fxTagType);
     return true;
 }
 
@@ -374,8 +374,8 @@ bool fxBinaryReader::nextInstance() {
     do {
         if (!fill()) return false;
         if (hasFailed) noteMention();
-    } while (tag == fxTagType || (tag == fxTagData && hasReadBody) ||
-             (hasFailed && !isContents(tag) && tag != fxTagObject));
+    } while (head.tag == fxTagType || (head.tag == fxTagData && mayLeaveData) ||
+             (hasFailed && !isContents(head.tag) && head.tag != fxTagObject));
     hasFailed = false;
     return true;
 }
@@ -383,25 +383,25 @@ bool fxBinaryReader::nextInstance() {
 // What a place names that no object has asked for is awaited all the same, for
 // its definition is to come.
 void fxBinaryReader::noteMention() {
-    if (fieldA == 0) return;
-    if (tag == fxTagBlock || tag == fxTagBlockAgain) {
-        graph->awaitInVain(graph->at(fieldA), fxReaderEntry::awaitedBlock);
-    } else if (tag == fxTagPointer || tag == fxTagPointerAgain) {
-        graph->awaitInVain(graph->at(fieldA), fxReaderEntry::awaitedObject);
-    } else if (tag == fxTagPart) {
-        graph->definePassedPart(graph->at(fieldA));
+    if (head.id() == 0) return;
+    if (head.tag == fxTagBlock || head.tag == fxTagBlockAgain) {
+        graph->awaitInVain(graph->at(head.id()), fxReaderEntry::awaitedBlock);
+    } else if (head.tag == fxTagPointer || head.tag == fxTagPointerAgain) {
+        graph->awaitInVain(graph->at(head.id()), fxReaderEntry::awaitedObject);
+    } else if (head.tag == fxTagPart) {
+        graph->definePassedPart(graph->at(head.id()));
     }
 }
 
 bool fxBinaryReader::defineType() {
     fxTypeObj* const type = fxTypeObj::findType(records->name());
     if (type == nullptr) {
-        return refuse(Fault::unknownType, std::string("unknown type ") + records->name());
+        return refuse(Fault::unknownType, (std::string("unknown type ") + records->name()).c_str());
     }
-    if (fieldA == 0 || graph->at(fieldA).kind() != fxReaderEntry::unknown) {
+    if (head.id() == 0 || graph->at(head.id()).kind() != fxReaderEntry::unknown) {
         return refuse(Fault::damaged, baddestNews);
     }
-    graph->at(fieldA).defineType(*type);
+    graph->at(head.id()).defineType(*type);
     return true;
 }
 
@@ -413,12 +413,11 @@ bool fxBinaryReader::readGraph(fxTypeObj& expected, unsigned int& rootId) {
     while (graph->awaitedCount() > awaitedBefore) {
         if (!readInstance() || !nextInstance()) return false;
     }
-    if (tag != fxTagObject || fieldA == 0) return refuse(Fault::damaged, baddestNews);
-    rootId = fieldA;
+    if (head.tag != fxTagObject || head.id() == 0) return refuse(Fault::damaged, baddestNews);
+    rootId = head.id();
     graph->await(graph->at(rootId), fxReaderEntry::awaitedObject);
     graph->at(rootId).claim();
-    rootType = &expected;
-    if (!readInstance()) return false;
+    if (!readDefinition(&expected)) return false;
     while (graph->awaitedCount() > 0) {
         if (!nextInstance() || !readInstance()) return false;
     }
@@ -427,18 +426,21 @@ bool fxBinaryReader::readGraph(fxTypeObj& expected, unsigned int& rootId) {
 
 bool fxBinaryReader::readBlock(fxReaderEntry& entry) {
     // Not fatal even where faults are.
-    if (fieldD > maxBlockBytes) return answer != nullptr && refuse(Fault::damaged, formatError);
+    if (head.byteCount() > maxBlockBytes)
+        return answer != nullptr && refuse(Fault::damaged, formatError);
     if (entry.kind() == fxReaderEntry::awaitedObject) return refuse(Fault::damaged, badNews);
     const bool isAwaited = entry.kind() == fxReaderEntry::awaitedBlock;
-    if (isAwaited && fieldD < entry.least()) return refuse(Fault::damaged, formatError);
-    Converter* const converter = converterOf(tag);
-    const unsigned int id = fieldA;
-    const unsigned int byteCount = fieldD;
+    if (isAwaited && head.byteCount() < entry.least()) return refuse(Fault::damaged, formatError);
+    Converter* const converter = converterOf(head.tag);
+    const unsigned int id = head.id();
+    const unsigned int byteCount = head.byteCount();
     char* text = nullptr;
     Block block;
     if (isAwaited && !entry.isWantedPlain() && byteCount < fxTextChunks::maxText) {
         text = graph->textRoom(byteCount + size_t{1});
-        if (!converter(*this, text, byteCount)) return false;
+        // As a converter of bytes would do it.
+        const bool isTaken = head.tag == fxTagBytes && records->ready.take(text, byteCount);
+        if (!isTaken && !converter(*this, text, byteCount)) return false;
         text[byteCount] = '\0';
     } else {
         block.reset(readGrowing(converter, byteCount));
@@ -483,39 +485,43 @@ fxBinaryReader::Converter* fxBinaryReader::converterOf(unsigned int bodyTag) con
     }
 }
 
-// Several types may share a name. When a place that waits for this body wants
-// one of the name that the stream gives, that is the one, from now on.
-// Null when the record names no type.
-fxTypeObj* fxBinaryReader::typeOfBody(const fxReaderEntry& entry) {
-    if (fieldB == 0) return nullptr;
-    fxReaderEntry& typeEntry = graph->at(fieldB);
-    if (typeEntry.kind() != fxReaderEntry::type) return nullptr;
-    fxTypeObj* type = &typeEntry.record();
-    fxTypeObj* namesake = nullptr;
-    const auto isOther = [&](fxTypeObj& wanted) {
-        if (&wanted == type || std::strcmp(wanted.name, type->name) == 0) namesake = &wanted;
-        return &wanted != type;
-    };
-    if ((rootType == nullptr || isOther(*rootType))) graph->eachWanted(entry, isOther);
-    if (namesake != nullptr && namesake != type) typeEntry.defineType(*namesake);
-    return &typeEntry.record();
+// The entry of the type that the record of an object names; null for none.
+fxReaderEntry* fxBinaryReader::typeOfBody() {
+    if (head.typeId() == 0) return nullptr;
+    fxReaderEntry& entry = graph->at(head.typeId());
+    return entry.kind() == fxReaderEntry::type ? &entry : nullptr;
 }
 
-bool fxBinaryReader::readBody(fxReaderEntry& entry) {
+// Several types may share a name. When a place that waits for this body wants
+// one of the name that the stream gives, that is the one, from now on.
+void fxBinaryReader::chooseNamesake(fxReaderEntry& typeEntry, const fxReaderEntry& entry,
+                                    fxTypeObj* root) {
+    fxTypeObj& type = typeEntry.record();
+    fxTypeObj* namesake = nullptr;
+    const auto isOther = [&](fxTypeObj& wanted) {
+        if (&wanted == &type || std::strcmp(wanted.name, type.name) == 0) namesake = &wanted;
+        return &wanted != &type;
+    };
+    if (root == nullptr || isOther(*root)) graph->eachWanted(entry, isOther);
+    if (namesake != nullptr) typeEntry.defineType(*namesake);
+}
+
+bool fxBinaryReader::readBody(fxReaderEntry& entry, fxTypeObj* root) {
     if (entry.kind() == fxReaderEntry::awaitedBlock) return refuse(Fault::damaged, formatError);
-    fxTypeObj* const type = typeOfBody(entry);
-    if (type == nullptr) return refuse(Fault::damaged, baddestNews);
+    fxReaderEntry* const typeEntry = typeOfBody();
+    if (typeEntry == nullptr) return refuse(Fault::damaged, baddestNews);
+    const bool isAsWanted = root == nullptr && graph->isWantedAs(entry, typeEntry->record());
+    if (!isAsWanted) chooseNamesake(*typeEntry, entry, root);
+    fxTypeObj* const type = &typeEntry->record();
     bodyType = type;
-    if (fieldC != type->version) {
-        refuseEdition(*type, fieldC, fieldC > type->version);
+    if (head.version() != type->version) {
+        refuseEdition(*type, head.version(), head.version() > type->version);
         return refuse(complaint->kind, "XXX version error handling is missing");
     }
-    fxTypeObj* const root = std::exchange(rootType, nullptr);
     if (root != nullptr && !type->isA(*root)) return refuse(Fault::foreign, baddestNews);
-    if (!graph->eachWanted(entry, [&](fxTypeObj& wanted) { return type->isA(wanted); })) {
-        return refuse(Fault::damaged, badNews);
-    }
-    const unsigned int id = fieldA;
+    const auto suits = [&](fxTypeObj& wanted) { return type->isA(wanted); };
+    if (!isAsWanted && !graph->eachWanted(entry, suits)) return refuse(Fault::damaged, badNews);
+    const unsigned int id = head.id();
     graph->beginBody(*type);
     void* const object = type->newInstance != nullptr ? type->newInstance(*type) : nullptr;
     if (object == nullptr) return refuse(Fault::damaged, missing);

@@ -25,7 +25,7 @@ std::string printable(const std::string& text) {
 
 // Private functions.
 
-bool fxBinaryReader::refuse(fxStreamFault::Kind kind, const std::string& message) {
+bool fxBinaryReader::refuse(fxStreamFault::Kind kind, const char* message) {
     if (hasRefused()) return false;
     const fxStreamFault fault = faultHere(kind, message);
     records->fail();
@@ -36,7 +36,7 @@ bool fxBinaryReader::refuse(fxStreamFault::Kind kind, const std::string& message
     const char* const why = complaint != nullptr ? complaint->reason.c_str() : "";
     std::fprintf(stderr, "fxds: stream at %s%s%s\n", fault.place().c_str(), *why != 0 ? ": " : "",
                  why);
-    fxFatal("%s", message.c_str());
+    fxFatal("%s", message);
 }
 
 // Nothing was refused; the graph is left before it is complete.
@@ -45,8 +45,7 @@ void fxBinaryReader::noteEnd() {
     *answer = faultHere(records->hasFailed() ? fxStreamFault::ended : fxStreamFault::refused, "");
 }
 
-fxStreamFault fxBinaryReader::faultHere(fxStreamFault::Kind kind,
-                                        const std::string& message) const {
+fxStreamFault fxBinaryReader::faultHere(fxStreamFault::Kind kind, const char* message) const {
     fxStreamFault fault;
     // A class that gives up does so because of the end, when there is one.
     if (complaint != nullptr && kind != fxStreamFault::ended) fault = *complaint;

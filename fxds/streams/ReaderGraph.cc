@@ -25,6 +25,72 @@ void setPointer(void* slot, void* value) { std::memcpy(slot, &value, sizeof valu
 
 }  // namespace
 
+// Links a place with the number that it waits for.
+inline void fxReaderGraph::link(size_t index, fxReaderEntry& entry) {
+    items[index].id = entry.waiting();
+    entry.setWaiting(static_cast<unsigned int>(index + 1));
+}
+
+// Fills the places that are linked with a number, but for loose ones.
+inline bool fxReaderGraph::fillLinked(unsigned int last, unsigned int id, fxReaderEntry& entry) {
+    while (last != 0) {
+        fxBinaryReaderItem& item = items[last - 1];
+        const bool isLoose = last <= looseCount;
+        last = std::exchange(item.id, id);
+        if (!isLoose && !fillIfAdmitted(item, entry)) return false;
+    }
+    return true;
+}
+
+// Whether the place may have what its number is defined as; counts the copy. A
+// text must end where its string does, and what a field has got is out of reach.
+bool fxReaderGraph::admits(const fxBinaryReaderItem& item, const fxReaderEntry& entry) {
+    if (item.isObject()) {
+        // A body that was left over may be handed out now.
+        isOrderly &= entry.body() >= firstBody || orphans.empty();
+        return true;
+    }
+    if (!item.isText() && !item.isOwnBlock()) return true;
+    const char* const bytes = entry.source();
+    if (bytes == nullptr || (item.isText() && bytes[item.wanted - 1] != '\0')) return false;
+    copiedBytes += item.isText() ? item.wanted : entry.bytes();
+    return copiedBytes <= freeBytes + copiesOfEach * blockBytes;
+}
+
+inline bool fxReaderGraph::fillIfAdmitted(const fxBinaryReaderItem& item, fxReaderEntry& entry) {
+    if (!admits(item, entry)) return false;
+    fill(item, entry);
+    return true;
+}
+
+inline void fxReaderGraph::fill(const fxBinaryReaderItem& item, fxReaderEntry& entry) {
+    if (item.isObject()) {
+        fillPointer(item, entry);
+    } else {
+        fillBlock(item, entry);
+    }
+}
+
+inline void fxReaderGraph::fillPointer(const fxBinaryReaderItem& item, const fxReaderEntry& entry) {
+    fxTypeObj& declared = typeOf(item);
+    setPointer(item.slot, &entry.record() == &declared
+                              ? entry.address()
+                              : entry.record().upcast(entry.address(), declared));
+}
+
+void fxReaderGraph::fillBlock(const fxBinaryReaderItem& item, fxReaderEntry& entry) {
+    if (item.isText()) {
+        char* const copy = static_cast<char*>(fxNewBlock(item.wanted));
+        std::memcpy(copy, entry.source(), item.wanted);
+        static_cast<fxStr*>(item.slot)->adopt(copy, item.wanted);
+    } else if (item.isOwnBlock()) {
+        setPointer(item.slot, numbers.takeMemoryOf(entry));
+    } else {
+        setPointer(item.slot, numbers.memoryOf(entry));
+        blocks.push_back(&entry);
+    }
+}
+
 void fxReaderGraph::await(fxReaderEntry& entry, fxReaderEntry::Kind kind) {
     if (entry.kind() != fxReaderEntry::unknown) return;
     entry.await(kind);
@@ -34,23 +100,6 @@ void fxReaderGraph::await(fxReaderEntry& entry, fxReaderEntry::Kind kind) {
 void fxReaderGraph::awaitInVain(fxReaderEntry& entry, fxReaderEntry::Kind kind) {
     await(entry, kind);
     isOrderly = false;
-}
-
-bool fxReaderGraph::notePointer(void* slot, unsigned int id, fxTypeObj& declared) {
-    if (lastType == types.size() || types[lastType] != &declared) {
-        const auto found = std::find(types.begin(), types.end(), &declared);
-        lastType = static_cast<size_t>(found - types.begin());
-        if (found == types.end()) types.push_back(&declared);
-    }
-    return note({slot, id, fxBinaryReaderItem::objectMark | static_cast<unsigned int>(lastType)});
-}
-
-bool fxReaderGraph::noteBlock(void* slot, unsigned int id, bool isOwn) {
-    return note({slot, id, isOwn ? fxBinaryReaderItem::ownBlockMark : 0});
-}
-
-bool fxReaderGraph::noteText(fxStr* string, unsigned int id, unsigned int lengthBytes) {
-    return note({string, id, lengthBytes});
 }
 
 bool fxReaderGraph::claim(fxReaderEntry& entry) {
@@ -75,7 +124,8 @@ void fxReaderGraph::placesMoved(const void* from, size_t byteCount, void* to, si
 void fxReaderGraph::beginGraph() {
     looseCount = items.size();
     for (size_t i = 0; i < looseCount; ++i) {
-        if (!at(items[i].id).isDefined()) link(i);
+        fxReaderEntry& entry = at(items[i].id);
+        if (!entry.isDefined()) link(i, entry);
     }
 }
 
@@ -133,7 +183,7 @@ bool fxReaderGraph::endBody(bool isForgiven, fxXDRObj* concluded) {
     for (size_t i = first; i < items.size(); ++i) {
         fxReaderEntry& entry = at(items[i].id);
         if (!entry.isDefined()) {
-            link(i);
+            link(i, entry);
         } else if (!fillIfAdmitted(items[i], entry)) {
             return false;
         }
@@ -230,74 +280,22 @@ bool fxReaderGraph::isHandedOut(const fxReaderEntry& entry) {
     return entry.isObject() && entry.body() < firstBody && orphanOf(entry.body()) == nullptr;
 }
 
-bool fxReaderGraph::note(const fxBinaryReaderItem& item) {
-    if (bodies.empty() && isHandedOut(at(item.id))) {
-        if (!fillIfAdmitted(item, at(item.id))) return false;
-        for (fxReaderEntry* block : blocks) numbers.give(*block);
-        blocks.clear();
-        copiedBytes = 0;
-        numbers.endPeriod();
-    } else {
-        items.push_back(item);
-    }
+// Finds the number of a declared type.
+void fxReaderGraph::chooseType(fxTypeObj& declared) {
+    const auto found = std::find(types.begin(), types.end(), &declared);
+    lastMark = fxBinaryReaderItem::objectMark | static_cast<unsigned int>(found - types.begin());
+    lastDeclared = &declared;
+    if (found == types.end()) types.push_back(&declared);
+}
+
+// A place outside of readings.
+bool fxReaderGraph::fillAtOnce(const fxBinaryReaderItem& item) {
+    if (!fillIfAdmitted(item, at(item.id))) return false;
+    for (fxReaderEntry* block : blocks) numbers.give(*block);
+    blocks.clear();
+    copiedBytes = 0;
+    numbers.endPeriod();
     return true;
-}
-
-// Links a place with the number that it waits for.
-void fxReaderGraph::link(size_t index) {
-    fxBinaryReaderItem& item = items[index];
-    fxReaderEntry& entry = at(item.id);
-    item.id = entry.waiting();
-    entry.setWaiting(static_cast<unsigned int>(index + 1));
-}
-
-bool fxReaderGraph::fillLinked(unsigned int last, unsigned int id, fxReaderEntry& entry) {
-    while (last != 0) {
-        fxBinaryReaderItem& item = items[last - 1];
-        const bool isLoose = last <= looseCount;
-        last = std::exchange(item.id, id);
-        if (!isLoose && !fillIfAdmitted(item, entry)) return false;
-    }
-    return true;
-}
-
-// Whether the place may have what its number is defined as; counts the copy. A
-// text must end where its string does, and what a field has got is out of reach.
-bool fxReaderGraph::admits(const fxBinaryReaderItem& item, const fxReaderEntry& entry) {
-    if (item.isObject()) {
-        // A body that was left over may be handed out now.
-        isOrderly &= entry.body() >= firstBody || orphans.empty();
-        return true;
-    }
-    if (!item.isText() && !item.isOwnBlock()) return true;
-    const char* const bytes = entry.source();
-    if (bytes == nullptr || (item.isText() && bytes[item.wanted - 1] != '\0')) return false;
-    copiedBytes += item.isText() ? item.wanted : entry.bytes();
-    return copiedBytes <= freeBytes + copiesOfEach * blockBytes;
-}
-
-bool fxReaderGraph::fillIfAdmitted(const fxBinaryReaderItem& item, fxReaderEntry& entry) {
-    if (!admits(item, entry)) return false;
-    fill(item, entry);
-    return true;
-}
-
-void fxReaderGraph::fill(const fxBinaryReaderItem& item, fxReaderEntry& entry) {
-    if (item.isObject()) {
-        fxTypeObj& declared = typeOf(item);
-        setPointer(item.slot, &entry.record() == &declared
-                                  ? entry.address()
-                                  : entry.record().upcast(entry.address(), declared));
-    } else if (item.isText()) {
-        char* const copy = static_cast<char*>(fxNewBlock(item.wanted));
-        std::memcpy(copy, entry.source(), item.wanted);
-        static_cast<fxStr*>(item.slot)->adopt(copy, item.wanted);
-    } else if (item.isOwnBlock()) {
-        setPointer(item.slot, numbers.takeMemoryOf(entry));
-    } else {
-        setPointer(item.slot, numbers.memoryOf(entry));
-        blocks.push_back(&entry);
-    }
 }
 
 // Makes a pointer null again. A linked one is null.

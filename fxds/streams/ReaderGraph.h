@@ -77,9 +77,16 @@ public:
     /// readings, what is handed out already is filled in at once. False when what
     /// is handed out, or was defined, does not serve the place; so are the results
     /// of endBody(), defineBlock() and completes(), after which drop() is due.
-    bool notePointer(void* slot, unsigned int id, fxTypeObj& declared);
-    bool noteBlock(void* slot, unsigned int id, bool isOwn);
-    bool noteText(fxStr* string, unsigned int id, unsigned int lengthBytes);
+    bool notePointer(void* slot, unsigned int id, fxTypeObj& declared) {
+        if (&declared != lastDeclared) chooseType(declared);
+        return note({slot, id, lastMark});
+    }
+    bool noteBlock(void* slot, unsigned int id, bool isOwn) {
+        return note({slot, id, isOwn ? fxBinaryReaderItem::ownBlockMark : 0});
+    }
+    bool noteText(fxStr* string, unsigned int id, unsigned int lengthBytes) {
+        return note({string, id, lengthBytes});
+    }
     ///@}
 
     ///@{
@@ -99,6 +106,11 @@ public:
             if (!use(typeOf(items[i - 1]))) return false;
         }
         return true;
+    }
+
+    /// Whether each linked place is declared with just this type.
+    bool isWantedAs(const fxReaderEntry& awaitedObject, const fxTypeObj& type) const {
+        return eachWanted(awaitedObject, [&](fxTypeObj& wanted) { return &wanted == &type; });
     }
 
     /// Takes the object for the one place that may own it; false when another has
@@ -168,12 +180,20 @@ private:
     }
     unsigned int nextBody() const { return firstBody + static_cast<unsigned int>(bodies.size()); }
     bool isHandedOut(const fxReaderEntry& entry);
-    bool note(const fxBinaryReaderItem& item);
-    void link(size_t index);
+    bool note(const fxBinaryReaderItem& item) {
+        if (bodies.empty() && isHandedOut(at(item.id))) return fillAtOnce(item);
+        items.push_back(item);
+        return true;
+    }
+    void chooseType(fxTypeObj& declared);
+    [[gnu::noinline]] bool fillAtOnce(const fxBinaryReaderItem& item);
+    void link(size_t index, fxReaderEntry& entry);
     bool fillLinked(unsigned int last, unsigned int id, fxReaderEntry& entry);
     bool admits(const fxBinaryReaderItem& item, const fxReaderEntry& entry);
     bool fillIfAdmitted(const fxBinaryReaderItem& item, fxReaderEntry& entry);
     void fill(const fxBinaryReaderItem& item, fxReaderEntry& entry);
+    void fillPointer(const fxBinaryReaderItem& item, const fxReaderEntry& entry);
+    void fillBlock(const fxBinaryReaderItem& item, fxReaderEntry& entry);
     void empty(const fxBinaryReaderItem& item);
     bool reach(const fxReaderEntry& root);
     void adopt();
@@ -198,11 +218,12 @@ private:
     std::vector<fxReaderEntry*> reachedBlocks;  // of a graph that completes: those to give
     std::vector<unsigned int> reachedOrphans;   // likewise: serial numbers, to be adopted
     std::vector<Concluded> concludedOnes;
-    std::vector<Part> parts;        // of the open body, by address
-    std::vector<Orphan> orphans;    // by serial number; adopted ones have no address
-    size_t adoptedCount = 0;        // how many of these
-    std::vector<fxTypeObj*> types;  // that places are declared with; not many
-    size_t lastType = 0;            // the one that was asked for last
+    std::vector<Part> parts;            // of the open body, by address
+    std::vector<Orphan> orphans;        // by serial number; adopted ones have no address
+    size_t adoptedCount = 0;            // how many of these
+    std::vector<fxTypeObj*> types;      // that places are declared with; not many
+    fxTypeObj* lastDeclared = nullptr;  // of a place: the one that was asked for last,
+    unsigned int lastMark = 0;          // and what `wanted` is for it
 };
 
 #endif

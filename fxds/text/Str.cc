@@ -250,7 +250,8 @@ fxBool fxStr::xdr(fxTranscriber& transcriber) {
     const bool isReading = transcriber.isReading();
     if (isReading) clear();
     unsigned int lengthBytes = slength;
-    if (!transcriber.xdr(&lengthBytes, 1) || lengthBytes == 0) return 0;
+    const bool isDone = transcriber.takeReady(lengthBytes) || transcriber.xdr(&lengthBytes, 1);
+    if (!isDone || lengthBytes == 0) return 0;
     if (lengthBytes == 1) return 1;
     return isReading ? readText(transcriber, lengthBytes)
                      : transcriber.xdrText(*this, &data, lengthBytes);
