@@ -447,8 +447,11 @@ private:
     // A node that is not linked yet: it ends unless it is taken out of here.
     struct Unlinked {
         ~Unlinked() {
-            if (node != nullptr && hasKey) end(table, hooks, node);
-            if (node != nullptr && !hasKey) table.extra.nodes.drop(node);
+            if (__builtin_expect(node != nullptr, 0)) undo();
+        }
+        [[gnu::cold, gnu::noinline]] void undo() {
+            if (hasKey) return end(table, hooks, node);
+            table.extra.nodes.drop(node);
         }
         Container& table;
         const Container& hooks;
