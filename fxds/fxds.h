@@ -7,6 +7,7 @@
 #include "fxds/Counted.h"
 #include "fxds/Fatal.h"
 #include "fxds/RCObj.h"
+#include "fxds/Ref.h"
 #include "fxds/Stream.h"
 #include "fxds/StreamFault.h"
 #include "fxds/Transcriber.h"

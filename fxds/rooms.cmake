@@ -14,10 +14,10 @@
 # Failing, assertions, counting and allocation; type records; the abstract
 # transcriber and the abstract stream that it works on.
 fxds_room(base
-  HEADERS Config Counted Fatal RCObj Stream StreamFault Transcriber TypeObj XDRObj
-  DETAIL Allocate Hold Mix MovesAsBytes Walk
+  HEADERS Config Counted Fatal RCObj Ref Stream StreamFault Transcriber TypeObj XDRObj
+  DETAIL Allocate Hold Mix MovesAsBytes NestedRelease Walk
   PRIVATE ChunkList FreeLists PackedInts Scoped
-  SOURCES Counted Fatal FreeLists RCObj Stream StreamFault Transcriber TypeObj XDRObj)
+  SOURCES Counted Fatal FreeLists NestedRelease RCObj Stream StreamFault Transcriber TypeObj XDRObj)
 
 # The string, and what builds texts.
 fxds_room(text

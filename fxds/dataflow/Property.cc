@@ -11,6 +11,7 @@
 #include "fxds/StrArray.h"
 #include "fxds/dataflow/Belongings.h"
 #include "fxds/dataflow/TraceLines.h"
+#include "fxds/detail/NestedRelease.h"
 
 // A property is a tag, a kind and two slots of eight bytes. Values are copied
 // into zeroed slots and out of them as bytes, so that reading a property as
@@ -54,39 +55,8 @@ void releaseIfAny(fxData* target) {
     if (target != nullptr) target->release();
 }
 
-// How many objects may end inside one another, each held by a property of the
-// one before.
-constexpr int maxNesting = 128;
-
-int nesting = 0;                    // how many do
-fxVoidPtrArray* waiting = nullptr;  // of fxObj*, each held; null until the limit is reached
-
-// Lets go of an object. Those that end with it end inside this call, in the
-// order in which they are let go, down to the limit. An object that lies deeper
-// is held by the list of the call at the limit, which lets go of what it holds
-// before it returns. So the stack stays short however long a chain of objects is.
 void releaseIfAny(fxObj* target) {
-    if (target == nullptr) return;
-    if (target->refCount != 1) return target->release();
-    if (waiting != nullptr) {
-        waiting->append(target);
-        return;
-    }
-    ++nesting;
-    if (nesting < maxNesting) {
-        target->release();
-    } else {
-        fxVoidPtrArray deeper;
-        waiting = &deeper;
-        target->release();
-        while (!deeper.isEmpty()) {
-            fxVoidPtrArray next;
-            std::swap(next, deeper);
-            for (void* object : next) static_cast<fxObj*>(object)->release();
-        }
-        waiting = nullptr;
-    }
-    --nesting;
+    if (target != nullptr) fxDetail::releaseNested(target);
 }
 
 }  // namespace

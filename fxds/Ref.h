@@ -1,0 +1,162 @@
+// fxRef: a pointer that holds what it points to.
+#ifndef FXDS_REF_H
+#define FXDS_REF_H
+
+#include <cstddef>
+#include <functional>
+#include <type_traits>
+#include <utility>
+
+#include "fxds/Config.h"
+#include "fxds/detail/MovesAsBytes.h"
+#include "fxds/detail/NestedRelease.h"
+
+/// Shares a T, which counts its holders itself: an fxRCObj or anything that
+/// derives from it (objects, properties, events, streams), a boxed value
+/// (fxData), an input channel. The last holder to let go ends it.
+///
+///     fxRef<Song> song = fxMake<Song>("title");
+///     list.append(song);        // a second holder
+///
+/// A reference converts to its T*, so it is accepted wherever the library takes a
+/// T*; functions that share what they are given hold it themselves. Chains of
+/// objects that hold one another end with bounded recursion: those that lie more
+/// than 128 deep end after the object that held them.
+///
+/// Like the objects, references belong to one thread.
+template <class T>
+class fxRef {
+public:
+    typedef T element_type;  ///< What is pointed to.
+
+    fxRef() = default;
+    fxRef(std::nullptr_t) {}
+    /// Holds `target`, which may be null. Implicit: `fxRef<T> r = new T`.
+    fxRef(T* target) : pointer(target) {
+        if (pointer != nullptr) fxDetail::mutableOf(pointer)->take();
+    }
+    fxRef(const fxRef& other) : fxRef(other.pointer) {}
+    fxRef(fxRef&& other) noexcept : pointer(std::exchange(other.pointer, nullptr)) {}
+    ///@{
+    /// A reference to a class that T is a base of.
+    template <class U, std::enable_if_t<std::is_convertible_v<U*, T*>, int> = 0>
+    fxRef(const fxRef<U>& other) : fxRef(static_cast<T*>(other.get())) {}
+    template <class U, std::enable_if_t<std::is_convertible_v<U*, T*>, int> = 0>
+    fxRef(fxRef<U>&& other) noexcept : pointer(std::exchange(other.pointer, nullptr)) {}
+    ///@}
+    ~fxRef() { reset(); }
+
+    /// The new target is held before the old one is let go.
+    fxRef& operator=(fxRef other) noexcept {
+        swap(other);
+        return *this;
+    }
+
+    /// Lets go of the target. The reference is null before the target ends.
+    void reset() noexcept {
+        T* const target = std::exchange(pointer, nullptr);
+        if (target != nullptr) fxDetail::releaseNested(fxDetail::mutableOf(target));
+    }
+    /// Gives the target to the caller: it has one holder less and lives on, even if
+    /// there is none left. For functions that adopt what nothing holds.
+    [[nodiscard]] T* release() noexcept {
+        T* const target = std::exchange(pointer, nullptr);
+        if (target != nullptr) fxDetail::forget(*fxDetail::mutableOf(target));
+        return target;
+    }
+    void swap(fxRef& other) noexcept { std::swap(pointer, other.pointer); }
+
+    ///@{
+    /// Null when nothing is held. Requires for the operators `->` and `*`: something
+    /// is. The conversion is a template so that `delete ref` does not compile.
+    T* get() const noexcept { return pointer; }
+    template <class U, std::enable_if_t<std::is_convertible_v<T*, U*>, int> = 0>
+    operator U*() const noexcept {
+        return pointer;
+    }
+    T* operator->() const noexcept {
+        FX_ASSERT(pointer != nullptr);
+        return pointer;
+    }
+    T& operator*() const noexcept {
+        FX_ASSERT(pointer != nullptr);
+        return *pointer;
+    }
+    ///@}
+    explicit operator bool() const noexcept { return pointer != nullptr; }
+
+private:
+    template <class U>
+    friend class fxRef;
+
+    T* pointer = nullptr;
+};
+
+///@{
+/// They compare which object is held, not what it is like.
+template <class T, class U>
+bool operator==(const fxRef<T>& a, const fxRef<U>& b) {
+    return a.get() == b.get();
+}
+template <class T, class U>
+bool operator!=(const fxRef<T>& a, const fxRef<U>& b) {
+    return a.get() != b.get();
+}
+template <class T, class U>
+bool operator==(const fxRef<T>& a, U* b) {
+    return a.get() == b;
+}
+template <class T, class U>
+bool operator!=(const fxRef<T>& a, U* b) {
+    return a.get() != b;
+}
+template <class T, class U>
+bool operator==(U* a, const fxRef<T>& b) {
+    return a == b.get();
+}
+template <class T, class U>
+bool operator!=(U* a, const fxRef<T>& b) {
+    return a != b.get();
+}
+template <class T>
+bool operator==(const fxRef<T>& a, std::nullptr_t) {
+    return a.get() == nullptr;
+}
+template <class T>
+bool operator!=(const fxRef<T>& a, std::nullptr_t) {
+    return a.get() != nullptr;
+}
+///@}
+
+/// Makes a T from the arguments and holds it.
+template <class T, class... Arguments>
+fxRef<T> fxMake(Arguments&&... arguments) {
+    return fxRef<T>(new T(std::forward<Arguments>(arguments)...));
+}
+
+///@{
+/// The target as a class that derives from its own: unchecked, or null where it is
+/// of another class.
+template <class T, class U>
+fxRef<T> fxStaticRef(const fxRef<U>& ref) {
+    return fxRef<T>(static_cast<T*>(ref.get()));
+}
+template <class T, class U>
+fxRef<T> fxDynamicRef(const fxRef<U>& ref) {
+    return fxRef<T>(dynamic_cast<T*>(ref.get()));
+}
+///@}
+
+template <class T>
+struct fxMovesAsBytes<fxRef<T>> : std::true_type {};
+
+namespace std {
+/// Of which object is held, not of what it is like.
+template <class T>
+struct hash<fxRef<T>> {
+    /// Equal references hash equal.
+    size_t operator()(const fxRef<T>& ref) const noexcept { return hash<T*>()(ref.get()); }
+};
+}  // namespace std
+
+#endif

@@ -1,0 +1,43 @@
+#include "fxds/detail/NestedRelease.h"
+
+#include <utility>
+#include <vector>
+
+namespace {
+
+struct Waiting {
+    void* target;
+    void (*release)(void*);
+};
+
+// How many targets may end inside one another, each held by the one before.
+constexpr int maxNesting = 128;
+
+// Invariant: `waiting` is not null just while a call at the limit is under way.
+// Counted objects belong to one thread, but which one is the program's choice.
+thread_local int nesting = 0;
+thread_local std::vector<Waiting>* waiting = nullptr;
+
+}  // namespace
+
+void fxDetail::releaseLast(void* target, void (*release)(void*)) {
+    if (waiting != nullptr) {
+        waiting->push_back({target, release});
+        return;
+    }
+    ++nesting;
+    if (nesting < maxNesting) {
+        release(target);
+    } else {
+        std::vector<Waiting> deeper;
+        waiting = &deeper;
+        release(target);
+        while (!deeper.empty()) {
+            std::vector<Waiting> next;
+            std::swap(next, deeper);
+            for (const Waiting& each : next) each.release(each.target);
+        }
+        waiting = nullptr;
+    }
+    --nesting;
+}

@@ -1,0 +1,49 @@
+// Letting go of what is counted, with bounded recursion. Part of the public
+// headers, not of the interface.
+#ifndef FXDS_DETAIL_NESTEDRELEASE_H
+#define FXDS_DETAIL_NESTEDRELEASE_H
+
+#include <type_traits>
+
+#include "fxds/Config.h"
+
+namespace fxDetail {
+
+// Lets go of the last hold on `target` by `release(target)`. What ends with it
+// ends inside this call, in the order in which it is let go, 128 deep. What lies
+// deeper is kept by the call at that depth, which lets go of it before it returns.
+// So the stack stays short however long a chain of counted objects is.
+FX_API void releaseLast(void* target, void (*release)(void*));
+
+// The count of holders, under either of its names.
+template <class Counted>
+auto countOf(Counted& target, int) -> decltype((target.refCount)) {
+    return (target.refCount);
+}
+template <class Counted>
+auto countOf(Counted& target, long) -> decltype((target.count)) {
+    return (target.count);
+}
+
+// Who holds a constant object changes its count, not what it is.
+template <class Counted>
+std::remove_const_t<Counted>* mutableOf(Counted* target) {
+    return const_cast<std::remove_const_t<Counted>*>(target);
+}
+
+template <class Counted>
+void releaseNested(Counted* target) {
+    if (countOf(*target, 0) != 1) return target->release();
+    releaseLast(static_cast<void*>(target),
+                [](void* last) { static_cast<Counted*>(last)->release(); });
+}
+
+// One holder less, without an end.
+template <class Counted>
+void forget(Counted& target) {
+    --countOf(target, 0);
+}
+
+}  // namespace fxDetail
+
+#endif
