@@ -130,6 +130,9 @@ protected:
 
     unsigned int word;  ///< The two flags, and the data type number above them.
 
+private:
+    bool keepsCallable;  // `callable` is what the union holds
+
 public:
     fxMessageEvent* pending;  ///< The message that waits, for a replacing input.
     unsigned long refCount;   ///< Number of holders.
@@ -142,6 +145,9 @@ private:
     friend class fxOutputChannel;
     template <class Channel>
     friend class fxOwnedChannels;
+    friend fxInputChannel* fxDetail::newInputFor(fxDetail::KeptCallable* callable, void* closure,
+                                                 const fxDetail::InputFunction& function,
+                                                 unsigned char replace);
 
     // The owner of a typed input is tested when the input is connected or called
     // first: a base class may register receivers of the classes derived from it.
@@ -172,7 +178,10 @@ private:
     fxObj* owner;             // borrowed; in one of whose lists it is linked
     fxInputChannel* nextOwned;
     fxInputChannel** ownedLink;
-    fxDetail::ClassTest* classTest;  // for the owner while isUntested()
+    union {
+        fxDetail::ClassTest* classTest;    ///< For the owner while isUntested().
+        fxDetail::KeptCallable* callable;  ///< Owned.
+    };
 };
 
 /// The sending end: a data type and the inputs connected to it. Made by
@@ -231,6 +240,7 @@ public:
     }
 
 private:
+    friend class fxConnection;
     friend class fxDelivery;
     friend class fxObj;
     template <class Channel>
@@ -243,6 +253,7 @@ private:
     [[gnu::cold, gnu::noinline]] void deliverTraced(Passed... value);
 
     unsigned short type;
+    unsigned int serial;     // tells it from others that had its address
     fxVoidPtrArray* inputs;  // of fxInputChannel*, each holding one count
     fxWalks<fxDelivery> deliveries;
     fxObj* owner;  // borrowed; in whose list it is linked

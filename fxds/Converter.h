@@ -31,6 +31,14 @@ public:
     fxConverter(unsigned short from, unsigned short to, void (*function)());
     ~fxConverter();
 
+    /// Enters a converter that calls a function object without state, such as a
+    /// lambda that captures nothing; otherwise as the other add().
+    template <class Function, std::enable_if_t<std::is_class_v<Function>, int> = 0>
+    static fxConverter* add(Function function);
+
+    /// Whether there is a converter for the two types.
+    static bool converts(unsigned short from, unsigned short to);
+
     /// A new converter copy for the two types, owned by the caller and without
     /// holders, or null when there is no converter.
     static fxInputChannel* findConverter(unsigned short from, unsigned short to);
@@ -58,20 +66,53 @@ public:
     /// as far as it is a number, and is 0 when it does not begin with one.
     static void createStandardConverters();
 
+    /// Adds what people expect besides. For a program to call once, at its start.
+    ///
+    /// | From | To |
+    /// |---|---|
+    /// | boolean | long, fxStr |
+    /// | int | long, double, fxStr |
+    /// | long | double, fxStr |
+    /// | float, double | fxStr |
+    /// | text | long, double |
+    /// | fxStr | boolean, int, long, float, double |
+    ///
+    /// Numbers become text that reads back as the same number, truths "true" and
+    /// "false". Text becomes a number as far as it is one, cut to the range of the
+    /// type, and is 0 when it does not begin with one; "true" and numbers other than
+    /// 0 are true.
+    static void createMoreConverters();
+
     unsigned short to;  ///< Data type number of what it converts to.
     fxConverter* next;  ///< The next older converter.
 
 private:
+    template <class Conversion, class Call>
+    static fxConverter* make();
+    static const fxConverter* find(unsigned short from, unsigned short to);
     fxConverter(const fxConverter& found, void* spliced);
 };
 
 template <auto function>
 inline fxConverter* fxConverter::add() {
-    typedef fxDetail::Conversion<decltype(+function)> Conversion;
+    return make<fxDetail::Conversion<decltype(+function)>, fxDetail::FixedCall<function>>();
+}
+
+template <class Function, std::enable_if_t<std::is_class_v<Function>, int>>
+inline fxConverter* fxConverter::add(Function function) {
+    static_assert(std::is_empty_v<Function>,
+                  "a conversion has no state: it is called as long as there are connections");
+    fxDetail::StatelessCall<Function>::function.emplace(function);
+    return make<fxDetail::Conversion<decltype(&Function::operator())>,
+                fxDetail::StatelessCall<Function>>();
+}
+
+template <class Conversion, class Call>
+inline fxConverter* fxConverter::make() {
     static_assert(Conversion::isFit,
                   "a conversion is a function that takes and returns one of:" FX_SENT_NAMES);
     if constexpr (Conversion::isFit) {
-        auto thunk = &Conversion::template run<function, fxInputChannel>;
+        auto thunk = &Conversion::template run<Call, fxInputChannel>;
         return new fxConverter(Conversion::from(), Conversion::to(),
                                reinterpret_cast<void (*)()>(thunk));
     }

@@ -2,6 +2,9 @@
 #ifndef FXDS_DATATYPES_H
 #define FXDS_DATATYPES_H
 
+#include <string>
+#include <string_view>
+
 #include "fxds/Config.h"
 
 class fxStr;
@@ -66,9 +69,21 @@ struct fxChannelType<bool> : fxChannelType<unsigned char> {};
 /// Travels as any text.
 template <>
 struct fxChannelType<char*> : fxChannelType<const char*> {};
+///@{
+/// Travels as a string: all its bytes, zero bytes included. A receiver's view is
+/// good for the duration of the call.
+template <>
+struct fxChannelType<std::string> : fxChannelType<fxStr> {};
+template <>
+struct fxChannelType<std::string_view> : fxChannelType<fxStr> {};
+///@}
 
-/// What a data type is called in print: "int", "fxStr" ...; "type 12" and so on
-/// for the application's own. View, good until the next call.
+/// What a data type is called in print: "int", "fxStr" ...; the application's own
+/// as it has named them, otherwise "type 12" and so on. View, good until the next
+/// call.
 FX_API const char* fxDataTypeName(unsigned short type);
+
+/// Names a data type of the application's own in print. The text is copied.
+FX_API void fxNameDataType(unsigned short type, const char* name);
 
 #endif

@@ -3,13 +3,16 @@
 #ifndef FXDS_OBJ_H
 #define FXDS_OBJ_H
 
+#include <string_view>
 #include <type_traits>
+#include <utility>
 
 #include "fxds/Channel.h"
 #include "fxds/DataTypes.h"
 #include "fxds/Property.h"
 #include "fxds/VoidPtrArray.h"
 #include "fxds/XDRObj.h"
+#include "fxds/detail/Callable.h"
 #include "fxds/detail/TypedChannels.h"
 
 class fxBelongings;
@@ -103,6 +106,15 @@ public:
     /// never had one. Requires: index < getNumberOfProperties() otherwise.
     fxProperty* getProperty(unsigned int index) const;
 
+    ///@{
+    /// An output that sends, at once, whenever the property is set or removed
+    /// through this object; what is written into the property itself is not
+    /// noticed. It belongs to the object and has no name; a property name without
+    /// a tag gets one. Nothing is sent while the object ends.
+    fxOutputView<void> propertyChanged(unsigned short tag);
+    fxOutputView<void> propertyChanged(char const* name);
+    ///@}
+
     // Channels. The names are copied, and null is the name ""; the channels
     // belong to the object.
 
@@ -120,6 +132,19 @@ public:
     /// add inputs for the classes derived from it.
     template <auto Method>
     fxInputChannel* addInput(char const* name, unsigned char replace = 0);
+
+    ///@{
+    /// Adds an input that calls `receiver`, a function object, with each value of
+    /// type T; a receiver that takes nothing is called without it. T is what the
+    /// receiver takes, unless it is said. The channel keeps the receiver until it
+    /// ends itself, so a receiver that holds the object keeps it for ever.
+    ///
+    ///     addInput("level", [this](int level) { draw(level); });
+    ///     addInput<fxStr>("name", [this](std::string_view name) { greet(name); });
+    template <class T = fxDetail::Deduced, class F,
+              std::enable_if_t<fxDetail::isCallable<F>, int> = 0>
+    fxInputChannel* addInput(char const* name, F receiver, unsigned char replace = 0);
+    ///@}
 
     /// Adds an output. One that has the name already is destroyed.
     fxOutputChannel* addOutput(char const* name, unsigned short type);
@@ -202,20 +227,23 @@ public:
     ///@}
 
 private:
+    friend class fxConnection;
     fxInputChannel* addInput(char const* name, void* closure,
                              const fxDetail::InputFunction& function, unsigned char replace);
+    fxInputChannel* addInput(char const* name, fxInputChannel* input);
+    void adoptInput(fxInputChannel* input);
     fxBelongings& makeBelongings();
     [[gnu::noinline]] void endBelongings();
     void disownChannels();
-    void discardRetired();
+    void discardNameless();
     static void discard(fxInputChannel* input);
 
     template <class T>
     friend class fxOutputView;
 
     // All typed sends. T is an fxChannelType's Value, and `value` is null for
-    // void. Immediate sends of numbers and of void skip boxing; the difference
-    // is not observable. Text is always boxed: receivers get a copy.
+    // void. Immediate sends of numbers, of void and of a program's own values skip
+    // boxing. Text is always boxed: receivers get a copy.
     template <class T>
     static void send(fxOutputChannel* output, const T* value, fxSendFlags how) {
         FX_ASSERT(output == nullptr || output->getType() == fxChannelType<T>::type());
@@ -230,7 +258,16 @@ private:
                 return;
             }
         }
-        sendBoxed(output, value, how);
+        if constexpr (fxDetail::isOwnKind<T>) {
+            if (how == fxSendNow) {
+                if (output != nullptr) output->deliver<const T&>(*value);
+            } else {
+                typedef typename fxChannelType<T>::Box Box;
+                sendData(output, fxDetail::delivers(how) ? new Box(*value) : nullptr, how);
+            }
+        } else {
+            sendBoxed(output, value, how);
+        }
     }
 #define FX_SENT(number, name, Value, Passed, Box) \
     static void sendBoxed(fxOutputChannel* output, Value const* value, fxSendFlags how);
@@ -255,11 +292,21 @@ public:
 
     /// Sends a value; for fxStr and const char* a copy of it.
     void send(const T& value, fxObj::fxSendFlags how = fxObj::fxSendQueued) const {
-        const typename fxChannelType<T>::Value& sent = value;
+        const typename fxChannelType<T>::Value& sent = fxDetail::sentFor<T>(value);
         fxObj::send(channel, &sent, how);
     }
+    /// Sends any text on an output for texts: a view, a concatenation.
+    template <class V, std::enable_if_t<fxDetail::isText<T, V>(), int> = 0>
+    void send(const V& text, fxObj::fxSendFlags how = fxObj::fxSendQueued) const {
+        if constexpr (std::is_convertible_v<const V&, std::string_view>) {
+            const std::string_view view = text;
+            send(fxStr(view), how);
+        } else {
+            send(fxStr(text), how);
+        }
+    }
     // clang-format off
-    template <class V, std::enable_if_t<!fxDetail::fits<T, V>(), int> = 0>
+    template <class V, std::enable_if_t<!fxDetail::fits<T, V>() && !fxDetail::isText<T, V>(), int> = 0>
     void send(const V&, fxObj::fxSendFlags = fxObj::fxSendQueued) const = delete;  // not every value of this type is one of the output's
     // clang-format on
 
@@ -341,6 +388,21 @@ __attribute__((no_sanitize("vptr"))) inline fxInputChannel* fxObj::addInput(char
                             {Receiver::type(), reinterpret_cast<void (*)()>(thunk),
                              &fxDetail::testClass<Class>},
                             replace);
+        }
+    }
+    return nullptr;
+}
+
+template <class T, class F, std::enable_if_t<fxDetail::isCallable<F>, int>>
+inline fxInputChannel* fxObj::addInput(char const* name, F receiver, unsigned char replace) {
+    typedef typename fxDetail::ReceivedBy<T, F>::Type Value;
+    static_assert(fxDetail::IsSent<Value>::value,
+                  "a receiver takes nothing or one of:" FX_SENT_NAMES);
+    if constexpr (fxDetail::IsSent<Value>::value) {
+        static_assert(fxDetail::receives<Value, F>,
+                      "the receiver cannot be called with a value of the input's type");
+        if constexpr (fxDetail::receives<Value, F>) {
+            return addInput(name, fxDetail::newInput<Value>(std::move(receiver), replace));
         }
     }
     return nullptr;

@@ -30,7 +30,7 @@ public:
     typedef T element_type;  ///< What is pointed to.
 
     fxRef() = default;
-    fxRef(std::nullptr_t) {}
+    fxRef(std::nullptr_t) {}  ///< Holds nothing.
     /// Holds `target`, which may be null. Implicit: `fxRef<T> r = new T`.
     fxRef(T* target) : pointer(target) {
         if (pointer != nullptr) fxDetail::mutableOf(pointer)->take();
@@ -64,6 +64,7 @@ public:
         if (target != nullptr) fxDetail::forget(*fxDetail::mutableOf(target));
         return target;
     }
+    /// Exchanges what the two hold.
     void swap(fxRef& other) noexcept { std::swap(pointer, other.pointer); }
 
     ///@{

@@ -66,6 +66,7 @@
 
 // Objects, values and connections.
 #include "fxds/Channel.h"
+#include "fxds/Connection.h"
 #include "fxds/Converter.h"
 #include "fxds/Data.h"
 #include "fxds/DataTypes.h"
@@ -74,6 +75,7 @@
 #include "fxds/Network.h"
 #include "fxds/Obj.h"
 #include "fxds/Property.h"
+#include "fxds/PropertyAccess.h"
 #include "fxds/StrData.h"
 #include "fxds/Trace.h"
 
@@ -94,6 +96,7 @@
 #include "fxds/TextPattern.h"
 
 // Start-up.
+#include "fxds/ChannelValue.h"
 #include "fxds/Debug.h"
 #include "fxds/Globals.h"
 #include "fxds/Library.h"

@@ -52,10 +52,11 @@ fxds_room(streams
 # Objects with properties, inputs and outputs; values sent at once or queued.
 fxds_room(dataflow
   ON containers
-  HEADERS Channel Converter Data DataTypes Event EventHandler Network Obj Property StrData Trace
-  DETAIL TraceHooks TypedChannels
-  PRIVATE Belongings TraceLines
-  SOURCES Channel Converter Data DataTypes Event EventHandler Network Obj ObjChannels Property
+  HEADERS Channel Connection Converter Data DataTypes Event EventHandler Network Obj Property PropertyAccess
+    StrData Trace
+  DETAIL Callable TraceHooks TypedChannels
+  PRIVATE Belongings Explain TraceLines
+  SOURCES Channel Connection Converter Data DataTypes Event EventHandler Network Obj ObjChannels Property
     StrData Trace TraceLines)
 
 # The select() loop: timers, descriptors, applications.
@@ -77,7 +78,7 @@ fxds_room(search
 # order of construction shows, names for debuggers.
 fxds_room(library
   ON streams loop search
-  HEADERS Debug Globals Library fxds
+  HEADERS ChannelValue Debug Globals Library fxds
   SOURCES Debug GdbTypes Globals Library StaticOrder)
 
 # Includes of a higher room, each with its reason.

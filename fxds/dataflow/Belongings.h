@@ -3,6 +3,9 @@
 #ifndef FXDS_DATAFLOW_BELONGINGS_H
 #define FXDS_DATAFLOW_BELONGINGS_H
 
+#include <map>
+#include <memory>
+
 #include "fxds/Channel.h"
 #include "fxds/VoidPtrArray.h"
 
@@ -12,7 +15,7 @@
 // the object that it was added to.
 //
 // Invariants: (1) A channel's `owner` is the object in one of whose lists it is
-// linked, or null when it is in none; the exception are retired inputs of an
+// linked, or null when it is in none; the exception are nameless inputs of an
 // object that is ending, which are still linked. (2) When an object begins to
 // end, its channels get no owner and its inputs are muted, and so is what is
 // added from then on.
@@ -47,8 +50,13 @@ private:
 /// fxProperty*, ascending by tag, each held.
 class fxBelongings : public fxVoidPtrArray {
 public:
+    /// Outputs that tell of changed properties, by tag. A change keeps the list while
+    /// it tells: receivers may end the object, which empties the list.
+    typedef std::map<unsigned short, std::unique_ptr<fxOutputChannel>> Watches;
+
+    std::shared_ptr<Watches> watches;  // null until the first
     fxOwnedChannels<fxInputChannel> inputs;
-    fxOwnedChannels<fxInputChannel> retired;  // inputs whose name was given to another
+    fxOwnedChannels<fxInputChannel> nameless;  // whose name went to another, or that never had one
     fxOwnedChannels<fxOutputChannel> outputs;
     bool isEnding = false;
 };

@@ -24,6 +24,7 @@ fxInputChannel::fxInputChannel(unsigned short type, void* closure_, void (*funct
     : closure(closure_),
       function(function_),
       word(static_cast<unsigned int>(type) << typeShift | (replace & replaceBit)),
+      keepsCallable(false),
       pending(nullptr),
       refCount(0),
       outputs(nullptr),
@@ -37,6 +38,18 @@ fxInputChannel::~fxInputChannel() {
     fxOwnedChannels<fxInputChannel>::leave(this);
     delete outputs;
     if (isConverter() && closure != nullptr) static_cast<fxInputChannel*>(closure)->release();
+    if (keepsCallable) delete callable;
+}
+
+fxDetail::KeptCallable::~KeptCallable() = default;
+
+fxInputChannel* fxDetail::newInputFor(KeptCallable* callable, void* closure,
+                                      const InputFunction& function, unsigned char replace) {
+    auto* const input = new fxInputChannel(function.type, closure, function.function, replace);
+    callable->channel = input;
+    input->callable = callable;
+    input->keepsCallable = true;
+    return input;
 }
 
 void fxInputChannel::destroy() {
@@ -170,8 +183,19 @@ void fxInputChannel::cancelPending() {
     if (event != nullptr) event->withdraw();
 }
 
+namespace {
+
+unsigned int lastSerial = 0;  // of outputs
+
+}  // namespace
+
 fxOutputChannel::fxOutputChannel(unsigned short type_)
-    : type(type_), inputs(nullptr), owner(nullptr), nextOwned(nullptr), ownedLink(nullptr) {}
+    : type(type_),
+      serial(++lastSerial),
+      inputs(nullptr),
+      owner(nullptr),
+      nextOwned(nullptr),
+      ownedLink(nullptr) {}
 
 void fxOutputChannel::disown() {
     fxOwnedChannels<fxOutputChannel>::leave(this);
@@ -195,6 +219,7 @@ const char* fxOutputChannel::getName() const {
 
 void fxOutputChannel::add(fxInputChannel* input) {
     FX_ASSERT(!input->isConverter());
+    if (fxTrace::isOn(fxTrace::connects)) fxTraceLines::connecting(*this, *input);
     if (input->isUntested()) input->testClass(false);
     input->add(this);
     fxInputChannel* entry = input;

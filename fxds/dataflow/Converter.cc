@@ -1,8 +1,12 @@
 #include "fxds/Converter.h"
 
+#include <algorithm>
 #include <climits>
 #include <cstdio>
 #include <cstdlib>
+#include <limits>
+#include <string>
+#include <type_traits>
 
 #include "fxds/DataTypes.h"
 #include "fxds/Str.h"
@@ -30,11 +34,19 @@ fxConverter::~fxConverter() {
     if (*link == this) *link = next;
 }
 
+const fxConverter* fxConverter::find(unsigned short from, unsigned short to) {
+    const fxConverter* here = fx_theConverters;
+    while (here != nullptr && (here->getType() != from || here->to != to)) here = here->next;
+    return here;
+}
+
+bool fxConverter::converts(unsigned short from, unsigned short to) {
+    return find(from, to) != nullptr;
+}
+
 fxInputChannel* fxConverter::findConverter(unsigned short from, unsigned short to) {
-    for (const fxConverter* here = fx_theConverters; here != nullptr; here = here->next) {
-        if (here->getType() == from && here->to == to) return new fxConverter(*here, nullptr);
-    }
-    return nullptr;
+    const fxConverter* const found = find(from, to);
+    return found != nullptr ? new fxConverter(*found, nullptr) : nullptr;
 }
 
 void fxConverter::splice(fxInputChannel* input) {
@@ -132,6 +144,75 @@ void create(unsigned short from, unsigned short to, void (*function)(void*, Pass
 }
 
 }  // namespace
+
+namespace {
+
+template <class To, class From>
+To widen(From value) {
+    return static_cast<To>(value);
+}
+
+// A float needs 9 digits to read back as itself, a double 17; fewer are tried first.
+template <class Number>
+fxStr asText(Number value) {
+    if constexpr (std::is_integral_v<Number>) {
+        return fxStr(std::to_string(value));
+    } else {
+        char text[numberSize];
+        for (int digits = std::numeric_limits<Number>::digits10;; ++digits) {
+            std::snprintf(text, sizeof text, "%.*g", digits, static_cast<double>(value));
+            const auto read = static_cast<Number>(std::strtod(text, nullptr));
+            if (read == value || digits >= std::numeric_limits<Number>::max_digits10) break;
+        }
+        return fxStr(text);
+    }
+}
+
+template <class Number>
+Number asNumber(const char* text) {
+    if (text == nullptr) return 0;
+    if constexpr (std::is_integral_v<Number>) {
+        constexpr long lowest = std::numeric_limits<Number>::min();
+        constexpr long highest = std::numeric_limits<Number>::max();
+        return static_cast<Number>(std::clamp(std::strtol(text, nullptr, 10), lowest, highest));
+    } else if constexpr (std::is_same_v<Number, float>) {
+        return std::strtof(text, nullptr);
+    } else {
+        return std::strtod(text, nullptr);
+    }
+}
+
+template <class Number>
+Number fromString(const fxStr& text) {
+    return asNumber<Number>(text.c_str());
+}
+
+fxStr truthAsText(bool value) { return value ? "true" : "false"; }
+
+bool truthFromString(const fxStr& text) {
+    return text == "true" || asNumber<double>(text.c_str()) != 0;
+}
+
+}  // namespace
+
+void fxConverter::createMoreConverters() {
+    add<widen<long, bool>>();
+    add<widen<long, int>>();
+    add<widen<double, int>>();
+    add<widen<double, long>>();
+    add<truthAsText>();
+    add<asText<int>>();
+    add<asText<long>>();
+    add<asText<float>>();
+    add<asText<double>>();
+    add<asNumber<long>>();
+    add<asNumber<double>>();
+    add<truthFromString>();
+    add<fromString<int>>();
+    add<fromString<long>>();
+    add<fromString<float>>();
+    add<fromString<double>>();
+}
 
 void fxConverter::createStandardConverters() {
     create(fxDT_fxBool, fxDT_int, CBool2int);

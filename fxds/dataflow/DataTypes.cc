@@ -1,6 +1,8 @@
 #include "fxds/DataTypes.h"
 
 #include <cstdio>
+#include <map>
+#include <string>
 
 // The numbers are constants from the start, so that objects made before
 // start-up have their kinds. Start-up draws the same numbers from the
@@ -11,6 +13,12 @@ namespace {
 #define FX_POSITION(number, ...) at_##number,
 enum Position : unsigned short { FX_DATA_TYPES(FX_POSITION, FX_POSITION) dataTypes };
 #undef FX_POSITION
+
+// The application's own.
+std::map<unsigned short, std::string>& ownNames() {
+    static auto* const names = new std::map<unsigned short, std::string>;  // never freed
+    return *names;
+}
 
 }  // namespace
 
@@ -25,7 +33,11 @@ const char* fxDataTypeName(unsigned short type) {
 #undef FX_HELD_NAME
 #undef FX_SENT_NAME
     if (type < dataTypes) return names[type];
+    const auto own = ownNames().find(type);
+    if (own != ownNames().end()) return own->second.c_str();
     static char other[16];
     std::snprintf(other, sizeof other, "type %u", static_cast<unsigned int>(type));
     return other;
 }
+
+void fxNameDataType(unsigned short type, const char* name) { ownNames()[type] = name; }

@@ -18,6 +18,13 @@ unsigned short tagAt(const fxVoidPtrArray& properties, unsigned int index) {
     return static_cast<const fxProperty*>(properties[index])->getTag();
 }
 
+// Tells that a property has changed. Whoever calls it touches the object no more.
+void tell(const std::shared_ptr<fxBelongings::Watches>& watches, unsigned short tag) {
+    if (__builtin_expect(watches == nullptr, 1)) return;
+    const auto watch = watches->find(tag);
+    if (watch != watches->end()) watch->second->deliver();
+}
+
 }  // namespace
 
 fxObj::~fxObj() {
@@ -33,10 +40,11 @@ void fxObj::endBelongings() {
     // What is released may send: the receiving functions belong to a class whose
     // destructor has run.
     disownChannels();
+    if (const auto watches = std::move(properties->watches)) watches->clear();
     // What is released may set properties anew.
     do {
         removeAllProperties();
-        discardRetired();
+        discardNameless();
     } while (properties->length() > 0);
     delete std::exchange(properties, nullptr);
 }
@@ -85,20 +93,23 @@ fxProperty* fxObj::findProperty(char const* name, unsigned int* index) {
 fxObj* fxObj::setProperty(fxProperty* property) {
     FX_ASSERT(property != nullptr);
     if (properties == nullptr) makeBelongings();
+    const auto watches = properties->watches;
+    const unsigned short tag = property->getTag();
     property->take();
     unsigned int index;
-    fxProperty* old = findProperty(property->getTag(), &index);
+    fxProperty* old = findProperty(tag, &index);
     if (old != nullptr) {
         (*properties)[index] = property;
         old->release();
-        return this;
-    }
-    if (index < properties->length() && tagAt(*properties, index) < property->getTag()) ++index;
-    if (index == properties->length()) {
-        properties->append(property);
     } else {
-        properties->insert(property, index);
+        if (index < properties->length() && tagAt(*properties, index) < tag) ++index;
+        if (index == properties->length()) {
+            properties->append(property);
+        } else {
+            properties->insert(property, index);
+        }
     }
+    tell(watches, tag);
     return this;
 }
 
@@ -106,8 +117,10 @@ fxObj* fxObj::removeProperty(unsigned short tag) {
     unsigned int index;
     fxProperty* property = findProperty(tag, &index);
     if (property == nullptr) return this;
+    const auto watches = properties->watches;
     properties->remove(index, 1);
     property->release();
+    tell(watches, tag);
     return this;
 }
 
@@ -115,11 +128,29 @@ fxObj* fxObj::removeProperty(char const* name) { return removeProperty(fxPropert
 
 fxObj* fxObj::removeAllProperties() {
     if (properties == nullptr) return this;
+    const auto watches = properties->watches;
     const fxVoidPtrArray released(std::move(*properties));
     for (unsigned int i = 0; i < released.length(); ++i) {
-        static_cast<fxProperty*>(released[i])->release();
+        fxProperty* const property = static_cast<fxProperty*>(released[i]);
+        const unsigned short tag = property->getTag();
+        property->release();
+        tell(watches, tag);
     }
     return this;
+}
+
+fxOutputView<void> fxObj::propertyChanged(unsigned short tag) {
+    fxBelongings& mine = makeBelongings();
+    if (mine.isEnding) return fxOutputView<void>();
+    if (mine.watches == nullptr) mine.watches = std::make_shared<fxBelongings::Watches>();
+    std::unique_ptr<fxOutputChannel>& watch = (*mine.watches)[tag];
+    if (watch == nullptr) watch = std::make_unique<fxOutputChannel>(fxDT_void);
+    return fxOutputView<void>(watch.get());
+}
+
+fxOutputView<void> fxObj::propertyChanged(char const* name) {
+    const unsigned short tag = fxProperty::findTag(name);
+    return propertyChanged(tag != fxProperty::noTag ? tag : fxProperty::allocNewTag(name));
 }
 
 unsigned int fxObj::getNumberOfProperties() const {

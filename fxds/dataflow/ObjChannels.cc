@@ -8,6 +8,8 @@
 #include "fxds/StrData.h"
 #include "fxds/VoidPtrDict.h"
 #include "fxds/dataflow/Belongings.h"
+#include "fxds/dataflow/Explain.h"
+#include "fxds/dataflow/TraceLines.h"
 
 // The channels of an object stand in two dictionaries, which are kept as
 // properties. A property counts as a channel table only if its destructor is
@@ -127,7 +129,8 @@ void fxObj::disownChannels() {
     properties->isEnding = true;
     while (fxInputChannel* input = properties->inputs.getFirst()) input->disown();
     while (fxOutputChannel* output = properties->outputs.getFirst()) output->disown();
-    for (auto* input = properties->retired.getFirst(); input != nullptr; input = input->nextOwned) {
+    for (auto* input = properties->nameless.getFirst(); input != nullptr;
+         input = input->nextOwned) {
         input->mute();
     }
 }
@@ -140,8 +143,8 @@ void fxObj::discard(fxInputChannel* input) {
     input->release();
 }
 
-void fxObj::discardRetired() {
-    while (fxInputChannel* input = properties->retired.getFirst()) {
+void fxObj::discardNameless() {
+    while (fxInputChannel* input = properties->nameless.getFirst()) {
         input->take();
         discard(input);
     }
@@ -178,6 +181,10 @@ fxInputChannel* fxObj::addInput(char const* name, void* closure,
     auto* input = new fxInputChannel(function.type, closure, function.function, replace);
     input->classTest = function.classTest;
     if (input->classTest != nullptr) input->word |= fxInputChannel::untestedBit;
+    return addInput(name, input);
+}
+
+fxInputChannel* fxObj::addInput(char const* name, fxInputChannel* input) {
     input->take();
     fxBelongings& mine = makeBelongings();
     if (mine.isEnding) {
@@ -190,10 +197,20 @@ fxInputChannel* fxObj::addInput(char const* name, void* closure,
     if (replaced == nullptr) return input;
     if (replaced->owner != nullptr) {
         fxOwnedChannels<fxInputChannel>::leave(replaced);
-        replaced->owner->properties->retired.enter(replaced);
+        replaced->owner->properties->nameless.enter(replaced);
     }
     replaced->release();
     return input;
+}
+
+void fxObj::adoptInput(fxInputChannel* input) {
+    fxBelongings& mine = makeBelongings();
+    if (mine.isEnding) {
+        input->mute();
+    } else {
+        input->owner = this;
+        mine.nameless.enter(input);
+    }
 }
 
 fxOutputChannel* fxObj::addOutput(char const* name, unsigned short type) {
@@ -222,11 +239,16 @@ void fxObj::removeOutput(char const* name) {
 }
 
 void fxObj::connect(const char* outputName, fxObj* target, const char* inputName) {
-    if (target == nullptr) return;
     fxOutputChannel* output = getOutput(outputName);
-    fxInputChannel* input = target->getInput(inputName);
-    if (output == nullptr || input == nullptr || output->isConnectedTo(input)) return;
-    output->add(input);
+    fxInputChannel* input = target != nullptr ? target->getInput(inputName) : nullptr;
+    if (output == nullptr || input == nullptr) {
+        if (fxTrace::isOn(fxTrace::connects)) {
+            const std::string why = fxExplain::whyNotJoined(this, outputName, target, inputName);
+            fxTraceLines::notConnecting(why);
+        }
+        return;
+    }
+    if (!output->isConnectedTo(input)) output->add(input);
 }
 
 void fxObj::disconnect(const char* outputName, fxObj* target, const char* inputName) {
@@ -242,13 +264,10 @@ void fxObj::sendData(fxOutputChannel* output, fxData* data, fxSendFlags how) {
 
 namespace {
 
-// A mode that does not exist only cancels: nothing would delete a box.
 template <class T>
 fxData* box(const T* value, fxObj::fxSendFlags how) {
     typedef typename fxChannelType<T>::Box Box;
-    const bool delivers =
-        how == fxObj::fxSendQueued || how == fxObj::fxSendNow || how == fxObj::fxSendUrgent;
-    if (!delivers) return nullptr;
+    if (!fxDetail::delivers(how)) return nullptr;
     if constexpr (std::is_void_v<T>) {
         return new Box;
     } else if constexpr (std::is_same_v<T, const char*>) {

@@ -36,15 +36,22 @@ struct KindName {
     const char* name;
     unsigned int kinds;
 };
-constexpr KindName kindNames[] = {{"send", fxTrace::sends},    {"events", fxTrace::events},
-                                  {"timers", fxTrace::timers}, {"loop", fxTrace::loop},
-                                  {"all", fxTrace::all},       {"held", fxTrace::held}};
+constexpr KindName kindNames[] = {{"send", fxTrace::sends},      {"events", fxTrace::events},
+                                  {"timers", fxTrace::timers},   {"loop", fxTrace::loop},
+                                  {"all", fxTrace::all},         {"held", fxTrace::held},
+                                  {"connect", fxTrace::connects}};
 
 unsigned int kindsCalled(std::string_view word) {
     for (const KindName& known : kindNames) {
         if (word == known.name) return known.kinds;
     }
     return 0;
+}
+
+std::string knownWords() {
+    std::string words;
+    for (const KindName& known : kindNames) (words += words.empty() ? "" : ", ") += known.name;
+    return words;
 }
 
 // The next word of the list, without the spaces around it; it may be empty.
@@ -64,7 +71,7 @@ std::string_view nextWord(std::string_view& words) {
 }  // namespace
 
 void fxTrace::enable(unsigned int kinds) {
-    fx_traceKinds = kinds & (all | held);
+    fx_traceKinds = kinds & (all | held | connects);
     if (fx_traceKinds == 0) fxTraceLines::forgetNames();
 }
 
@@ -79,7 +86,7 @@ bool fxTrace::enable(const char* words) {
         kinds |= called;
         if (called != 0) continue;
         isUnderstood = false;
-        fxTraceLines::unknownWord(word);
+        fxTraceLines::unknownWord(word, knownWords());
     }
     enable(kinds);
     return isUnderstood;

@@ -17,6 +17,7 @@
 #include "fxds/Obj.h"
 #include "fxds/Str.h"
 #include "fxds/StrArray.h"
+#include "fxds/dataflow/Explain.h"
 
 // Each function here is called before what it traces happens, while all objects
 // named in the line still exist. A line is put together in full and then written
@@ -280,11 +281,26 @@ void fxTraceLines::phase(const char* format, ...) {
     Line("loop") << text;
 }
 
-void fxTraceLines::unknownWord(std::string_view word) {
+void fxTraceLines::unknownWord(std::string_view word, std::string_view known) {
     if (isInLine) return;
     Line line("trace");
     line << "unknown word ";
-    line.quote(word) << "; there are send, events, timers, loop, all, held";
+    line.quote(word) << "; there are " << known;
+}
+
+void fxTraceLines::connecting(const fxOutputChannel& output, const fxInputChannel& input) {
+    if (!isToWrite(fxTrace::connects)) return;
+    const std::string why = fxExplain::unlikeTypes(output.getType(), input.getType());
+    Line line("connect");
+    putChannel(line, output);
+    line << " (" << fxDataTypeName(output.getType()) << ") -> ";
+    putChannel(line, input);
+    line << " (" << fxDataTypeName(input.getType()) << ")";
+    if (!why.empty()) line << ": " << why;
+}
+
+void fxTraceLines::notConnecting(std::string_view why) {
+    if (isToWrite(fxTrace::connects)) Line("connect") << why;
 }
 
 void fxTraceLines::holding(const fxObj& object) {

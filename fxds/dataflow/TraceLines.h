@@ -30,7 +30,12 @@ std::string nameOf(const std::type_info& type);  ///< The compiler's name, witho
 [[gnu::cold]] void timer(const char* what, const fxObj& timer, double seconds);
 [[gnu::cold, gnu::format(printf, 1, 2)]] void phase(const char* format, ...);
 
-void unknownWord(std::string_view word);  ///< Written whatever is on.
+[[gnu::cold]] void connecting(const fxOutputChannel& output, const fxInputChannel& input);
+/// `why` is what fxExplain says.
+[[gnu::cold]] void notConnecting(std::string_view why);
+
+/// Written whatever is on; `known` lists the words that there are.
+void unknownWord(std::string_view word, std::string_view known);
 
 /// Notes the class of an object that gets a holder: the destructor of fxObj
 /// does not know it any more. Writes nothing.

@@ -4,11 +4,14 @@
 #define FXDS_DETAIL_TYPEDCHANNELS_H
 
 #include <limits>
+#include <optional>
 #include <type_traits>
 #include <typeinfo>
+#include <utility>
 
 #include "fxds/DataTypes.h"
 
+class fxInputChannel;
 class fxObj;
 
 namespace fxDetail {
@@ -115,6 +118,67 @@ struct IsReceived<Argument, true>
                          std::is_same_v<Argument, const Bare<Argument>&> ||
                          std::is_same_v<Argument, Passed<Argument>>> {};
 
+// The argument of a receiver, from what is passed: a reference only where that is
+// the same object.
+template <class Argument>
+using Received = std::conditional_t<std::is_same_v<Bare<Argument>, Bare<Passed<Argument>>>,
+                                    Argument, Bare<Argument>>;
+template <class Argument>
+Received<Argument> received(std::remove_reference_t<Passed<Argument>>& value) {
+    if constexpr (std::is_same_v<Bare<Argument>, std::string> ||
+                  std::is_same_v<Bare<Argument>, std::string_view>) {
+        return Bare<Argument>(value.data, value.length());
+    } else {
+        return static_cast<Received<Argument>>(value);
+    }
+}
+
+// Whether a send of this mode (fxObj::fxSendFlags) delivers its value: one that does
+// not exist only cancels, and nothing would delete a box.
+constexpr bool delivers(int how) { return how >= 0 && how <= 2; }
+
+// Whether T is a kind of value of the program's own (see ChannelValue.h).
+template <class T, class = void>
+inline constexpr bool isOwnKind = false;
+template <class T>
+inline constexpr bool isOwnKind<T, std::enable_if_t<fxChannelType<T>::isOwnKind>> = true;
+
+// Whether a V that does not convert to T, a kind of text, may be sent on an output
+// of T all the same: a view, or what converts to one.
+template <class T, class V>
+constexpr bool isText() {
+    typedef std::decay_t<V> From;
+    if constexpr (std::is_same_v<T, fxStr> || std::is_same_v<T, const char*>) {
+        return !std::is_convertible_v<From, T> && (std::is_convertible_v<From, std::string_view> ||
+                                                   std::is_convertible_v<From, fxStr>);
+    } else {
+        return false;
+    }
+}
+
+// What travels for a value of type T.
+template <class T>
+decltype(auto) sentFor(const T& value) {
+    typedef typename fxChannelType<T>::Value Value;
+    if constexpr (std::is_same_v<T, std::string> || std::is_same_v<T, std::string_view>) {
+        return Value(std::string_view(value));
+    } else if constexpr (std::is_same_v<T, Value>) {
+        return static_cast<const Value&>(value);
+    } else {
+        return static_cast<Value>(value);
+    }
+}
+
+// The result of a conversion to T, as what travels for it.
+template <class T, class Make>
+auto inTransit(Make make) {
+    if constexpr (std::is_same_v<typename fxChannelType<T>::Value, T>) {
+        return make();
+    } else {
+        return typename fxChannelType<T>::Value(sentFor<T>(make()));
+    }
+}
+
 // Whether an fxObj* can be cast to C*.
 template <class C, class = void>
 struct IsObject : std::false_type {};
@@ -126,12 +190,27 @@ struct IsObject<C, std::void_t<decltype(static_cast<C*>(static_cast<fxObj*>(null
 // that class, or null when it has it.
 typedef const std::type_info* ClassTest(fxObj& owner);
 
+// What an input keeps when a program hands it a callable; ends with the channel.
+class FX_API KeptCallable {
+public:
+    KeptCallable() = default;
+    KeptCallable(const KeptCallable&) = delete;
+    KeptCallable& operator=(const KeptCallable&) = delete;
+    virtual ~KeptCallable();
+
+    fxInputChannel* channel = nullptr;  // that keeps it
+};
+
 // What an input is made of, but for its name and closure.
 struct InputFunction {
     unsigned short type;
     void (*function)();
     ClassTest* classTest;  // or null
 };
+
+// A new input without holders and name, for a callable that it adopts.
+FX_API fxInputChannel* newInputFor(KeptCallable* callable, void* closure,
+                                   const InputFunction& function, unsigned char replace);
 
 template <class C>
 const std::type_info* testClass(fxObj& owner) {
@@ -165,7 +244,7 @@ struct Receiver<void (C::*)(Argument)> {
     static unsigned short type() { return fxChannelType<Bare<Argument>>::type(); }
     template <auto method>
     static void call(void* self, Passed<Argument> value) {
-        (static_cast<C*>(self)->*method)(static_cast<Argument>(value));
+        (static_cast<C*>(self)->*method)(received<Argument>(value));
     }
 };
 template <class C, class... Arguments>
@@ -186,13 +265,130 @@ struct Conversion<To (*)(From)> {
         IsReceived<From>::value && IsSent<To>::value && !std::is_void_v<To>;
     static unsigned short from() { return fxChannelType<Bare<From>>::type(); }
     static unsigned short to() { return fxChannelType<To>::type(); }
-    template <auto function, class Input>
+    template <class Call, class Input>
     static void run(void* input, Passed<From> value) {
-        static_cast<Input*>(input)->call(function(static_cast<From>(value)));
+        static_cast<Input*>(input)->call(
+            inTransit<To>([&]() -> To { return Call::call(received<From>(value)); }));
     }
 };
 template <class To, class From>
 struct Conversion<To (*)(From) noexcept> : Conversion<To (*)(From)> {};
+template <class C, class To, class From>
+struct Conversion<To (C::*)(From) const> : Conversion<To (*)(From)> {};
+template <class C, class To, class From>
+struct Conversion<To (C::*)(From) const noexcept> : Conversion<To (*)(From)> {};
+
+// What conversions call: a function, or an object that has no state.
+template <auto function>
+struct FixedCall {
+    template <class Value>
+    static decltype(auto) call(Value&& value) {
+        return function(std::forward<Value>(value));
+    }
+};
+template <class Function>
+struct StatelessCall {
+    template <class Value>
+    static decltype(auto) call(Value&& value) {
+        return (*function)(std::forward<Value>(value));
+    }
+    inline static std::optional<Function> function;
+};
+
+// Callables that are objects: what they take, as declared; void for nothing. No
+// Type for those with several signatures.
+template <class Member>
+struct CallableOf {};
+template <class C, class Result>
+struct CallableOf<Result (C::*)()> {
+    typedef void Type;
+};
+template <class C, class Result, class Argument>
+struct CallableOf<Result (C::*)(Argument)> {
+    typedef Argument Type;
+};
+template <class C, class Result, class... Arguments>
+struct CallableOf<Result (C::*)(Arguments...) const> : CallableOf<Result (C::*)(Arguments...)> {};
+template <class C, class Result, class... Arguments>
+struct CallableOf<Result (C::*)(Arguments...) noexcept> : CallableOf<Result (C::*)(Arguments...)> {
+};
+template <class C, class Result, class... Arguments>
+struct CallableOf<Result (C::*)(Arguments...) const noexcept>
+    : CallableOf<Result (C::*)(Arguments...)> {};
+
+template <class F, class = void>
+struct ArgumentOf {};
+template <class F>
+struct ArgumentOf<F, std::void_t<decltype(&F::operator())>> : CallableOf<decltype(&F::operator())> {
+};
+template <class Result>
+struct ArgumentOf<Result (*)()> {
+    typedef void Type;
+};
+template <class Result, class Argument>
+struct ArgumentOf<Result (*)(Argument)> {
+    typedef Argument Type;
+};
+
+// Whether a receiver's argument, if it is a number, holds every value of a T.
+template <class T, class Argument, class = void>
+inline constexpr bool keepsValue = true;
+template <class T, class Argument>
+inline constexpr bool
+    keepsValue<T, Argument,
+               std::enable_if_t<std::is_arithmetic_v<T> &&
+                                std::is_arithmetic_v<Bare<typename Argument::Type>>>> =
+        fits<Bare<typename Argument::Type>, T>();
+
+// Function objects and pointers to functions.
+template <class F>
+inline constexpr bool isCallable =
+    std::is_class_v<F> || std::is_function_v<std::remove_pointer_t<F>>;
+
+template <class T>
+struct Tag {
+    typedef T Type;
+};
+
+// Stands for a type that follows from what the callable takes.
+struct Deduced {};
+
+template <class T, class F>
+struct ReceivedBy {
+    typedef T Type;
+};
+template <class F>
+struct ReceivedBy<Deduced, F> {
+    typedef Bare<typename ArgumentOf<F>::Type> Type;
+};
+
+// What F is called with for the value of a T: what is passed, or for strings a view
+// or a string of C++ where F takes only those; void when it takes nothing.
+template <class T, class F>
+constexpr auto argumentFor() {
+    if constexpr (std::is_invocable_v<F&>) {
+        return Tag<void>();
+    } else if constexpr (std::is_void_v<T>) {
+        return Tag<Deduced>();
+    } else if constexpr (!std::is_same_v<T, std::string> && !std::is_same_v<T, std::string_view> &&
+                         std::is_invocable_v<F&, Passed<T>>) {
+        return Tag<Passed<T>>();
+    } else if constexpr (!std::is_same_v<typename fxChannelType<T>::Value, fxStr>) {
+        return Tag<Deduced>();
+    } else if constexpr (std::is_invocable_v<F&, std::string_view>) {
+        return Tag<std::string_view>();
+    } else if constexpr (std::is_invocable_v<F&, std::string>) {
+        return Tag<std::string>();
+    } else {
+        return Tag<Deduced>();
+    }
+}
+template <class T, class F>
+using ArgumentFor = typename decltype(argumentFor<T, F>())::Type;
+
+// Whether F may be called with the value of a T, or with nothing.
+template <class T, class F>
+inline constexpr bool receives = !std::is_same_v<ArgumentFor<T, F>, Deduced>;
 
 }  // namespace fxDetail
 

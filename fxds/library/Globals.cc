@@ -1,6 +1,7 @@
 #include "fxds/Globals.h"
 
 #include "fxds/BinaryReader.h"
+#include "fxds/ChannelValue.h"
 #include "fxds/Converter.h"
 #include "fxds/EventHandler.h"
 #include "fxds/Exec.h"
@@ -121,6 +122,13 @@ void drawEventTypes() {
 }
 
 }  // namespace
+
+unsigned short fxDrawDataType(const char* name) {
+    drawDataTypes();
+    const auto number = static_cast<unsigned short>((*fx_nextDataType)());
+    fxNameDataType(number, name);
+    return number;
+}
 
 void fxOG_Init_cons() {
     fxProperty::constructPropertyNames();

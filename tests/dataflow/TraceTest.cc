@@ -293,10 +293,11 @@ TEST_F(Trace, TellsOfUnknownWords) {
     EXPECT_EQ(fx_traceKinds, fxTrace::loop);
     EXPECT_TRUE(fxTrace::enable(static_cast<const char*>(nullptr)));
     EXPECT_EQ(fx_traceKinds, 0U);
-    EXPECT_EQ(
-        taken(),
-        "fxds trace   unknown word \"sends\"; there are send, events, timers, loop, all, held\n"
-        "fxds trace   unknown word \"\\x01x\"; there are send, events, timers, loop, all, held\n");
+    EXPECT_EQ(taken(),
+              "fxds trace   unknown word \"sends\"; there are send, events, timers, loop, all, "
+              "held, connect\n"
+              "fxds trace   unknown word \"\\x01x\"; there are send, events, timers, loop, all, "
+              "held, connect\n");
 }
 
 // The environment asks, and the lines go to standard error, also after main().
@@ -311,7 +312,8 @@ TEST(TraceOfAProcess, IsAskedForByTheEnvironment) {
         {{"/proc/self/exe", "--gtest_filter=TraceOfAProcess.*"}, ".", {{"FXDS_TRACE", "send,x"}}});
     EXPECT_EQ(traced.status, 0);
     EXPECT_EQ(traced.errors,
-              "fxds trace   unknown word \"x\"; there are send, events, timers, loop, all, held\n"
+              "fxds trace   unknown word \"x\"; there are send, events, timers, loop, all, held, "
+              "connect\n"
               "fxds send    Counter#1.count int 1, queued, 0 connections\n"
               "fxds send    Counter#2.count int 2, queued, 0 connections\n");
 }

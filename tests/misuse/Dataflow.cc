@@ -158,4 +158,29 @@ inline void convert() {
     // a conversion is a function that takes and returns one of: void bool int
     fxConverter::add<sum>();
 #endif
+#ifdef ConversionWithState
+    // a conversion has no state: it is called as long as there are connections
+    int offset = 1;
+    fxConverter::add([offset](int value) { return static_cast<long>(value) + offset; });
+#endif
+}
+
+inline void join(fxOutputView<double> output, [[maybe_unused]] fxRef<fxObj> object) {
+    fxConnect(output, [](double) {});
+#ifdef ReceiverThatCuts
+    // not every value of the output is one of the receiver's
+    fxConnect(output, [](int) {});
+#endif
+#ifdef ReceiverOfSomethingElse
+    // the receiver cannot be called with a value of the output's type
+    fxConnect(output, [](fxStr&) {});
+#endif
+#ifdef CallableOfAnUnknownType
+    // a receiver takes nothing or one of: void bool int
+    object->addInput("in", [](unsigned) {});
+#endif
+#ifdef ReferenceDeleted
+    // delete
+    delete object;
+#endif
 }

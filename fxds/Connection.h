@@ -1,0 +1,152 @@
+// Connections as values: made, asked about and cut.
+#ifndef FXDS_CONNECTION_H
+#define FXDS_CONNECTION_H
+
+#include <string>
+#include <type_traits>
+#include <utility>
+
+#include "fxds/Obj.h"
+#include "fxds/Ref.h"
+#include "fxds/Str.h"
+
+class fxConnection;
+
+namespace fxDetail {
+
+// Joins the output to an input without a name, made for the receiver.
+template <class T, class Function>
+fxConnection connectTo(const fxOutputView<T>& output, fxObj* context, Function receiver,
+                       unsigned char replace);
+
+}  // namespace fxDetail
+
+/// What fxConnect() answers: whether two ends were joined, and why not. It may
+/// outlive both and holds neither object; copies speak of the same connection.
+/// The connection stays when it goes: for one that ends with a scope see
+/// fxScopedConnection.
+class FX_API fxConnection {
+public:
+    fxConnection() = default;  ///< Joins nothing.
+    /// Why there is no connection.
+    explicit fxConnection(fxStr reason_) : reason(std::move(reason_)) {}
+    /// Joins the output to the input, unless it is already. Where that is not
+    /// possible, or one of them is null, the answer says why.
+    fxConnection(fxOutputChannel* output, fxInputChannel* input);
+
+    ///@{
+    /// Whether the two ends are joined now.
+    bool isConnected() const;
+    explicit operator bool() const { return isConnected(); }
+    ///@}
+    /// Cuts it; nothing when the ends are not joined. Messages already queued are
+    /// still delivered.
+    void disconnect();
+    /// Why the ends could not be joined; empty when they were.
+    const fxStr& whyNot() const { return reason; }
+
+private:
+    template <class T, class Function>
+    friend fxConnection fxDetail::connectTo(const fxOutputView<T>& output, fxObj* context,
+                                            Function receiver, unsigned char replace);
+
+    static fxConnection adopt(fxOutputChannel* output, fxObj* context, fxInputChannel* input);
+
+    fxRef<fxInputChannel> input;
+    fxOutputChannel* output = nullptr;  // dangles when the output has gone
+    unsigned int serial = 0;            // of the output
+    fxStr reason;
+};
+
+/// A connection that is cut at the end of a scope, or of the object that has it
+/// as a member.
+class fxScopedConnection {
+public:
+    fxScopedConnection() = default;
+    /// Implicit: `fxScopedConnection c = fxConnect(...)`.
+    fxScopedConnection(fxConnection connection_) : connection(std::move(connection_)) {}
+    /// Leaves `other` without a connection.
+    fxScopedConnection(fxScopedConnection&& other) noexcept
+        : connection(std::exchange(other.connection, fxConnection())) {}
+    /// Cuts the connection that it had.
+    fxScopedConnection& operator=(fxScopedConnection&& other) noexcept {
+        if (this != &other) {
+            connection.disconnect();
+            connection = std::exchange(other.connection, fxConnection());
+        }
+        return *this;
+    }
+    ~fxScopedConnection() { connection.disconnect(); }
+
+    /// The connection, which stays this one's business.
+    const fxConnection& get() const { return connection; }
+    bool isConnected() const { return connection.isConnected(); }  ///< As fxConnection's.
+    void disconnect() { connection.disconnect(); }                 ///< As fxConnection's.
+    /// The connection, which stays from now on.
+    fxConnection release() { return std::exchange(connection, fxConnection()); }
+
+private:
+    fxConnection connection;
+};
+
+/// Joins the named output of `source` to the named input of `target`, as
+/// fxObj::connect() does, and tells what became of it. Nothing is fatal but a
+/// receiver of another class:
+///
+///     if (auto c = fxConnect(&clock, "tick", &bar, "levle"); !c) report(c.whyNot());
+///
+///     Clock.tick -> Bar.levle: Bar has no input "levle"; did you mean "level"?
+FX_API fxConnection fxConnect(fxObj* source, const char* output, fxObj* target, const char* input);
+
+template <class T, class Function>
+fxConnection fxDetail::connectTo(const fxOutputView<T>& output, fxObj* context, Function receiver,
+                                 unsigned char replace) {
+    static_assert(fxDetail::receives<T, Function>,
+                  "the receiver cannot be called with a value of the output's type");
+    static_assert(fxDetail::keepsValue<T, fxDetail::ArgumentOf<Function>>,
+                  "not every value of the output is one of the receiver's");
+    if constexpr (fxDetail::receives<T, Function>) {
+        return fxConnection::adopt(output.get(), context,
+                                   fxDetail::newInput<T>(std::move(receiver), replace));
+    }
+    return fxConnection();
+}
+
+///@{
+/// Calls `receiver`, a function object, with each value of the output, until the
+/// connection is cut or the output goes; with a `context` (borrowed, not null) also
+/// until that object begins to end. The receiver ends with the connection. The
+/// bit `replace` is that of fxInputChannel.
+///
+///     fxConnect(slider.moved, [](int level) { print(level); });
+///     fxConnect(slider.moved, this, [this](int level) { draw(level); });
+template <class T, class Function, std::enable_if_t<fxDetail::isCallable<Function>, int> = 0>
+fxConnection fxConnect(const fxOutputView<T>& output, Function receiver) {
+    return fxDetail::connectTo(output, nullptr, std::move(receiver), 0);
+}
+template <class T, class Function, std::enable_if_t<fxDetail::isCallable<Function>, int> = 0>
+fxConnection fxConnect(const fxOutputView<T>& output, fxObj* context, Function receiver,
+                       unsigned char replace = 0) {
+    return fxDetail::connectTo(output, context, std::move(receiver), replace);
+}
+///@}
+
+/// Calls a member function of `target` (borrowed) with each value of the output,
+/// until the connection is cut or the target begins to end. The compiler checks
+/// that every value of the output is one of the function's.
+///
+///     fxConnect(slider.moved, &view, &View::draw);
+template <class T, class C, class Method,
+          std::enable_if_t<std::is_member_function_pointer_v<Method>, int> = 0>
+fxConnection fxConnect(const fxOutputView<T>& output, C* target, Method method,
+                       unsigned char replace = 0) {
+    static_assert(fxDetail::keepsValue<T, fxDetail::CallableOf<Method>>,
+                  "not every value of the output is one of the receiver's");
+    const auto call = [target, method](auto&&... value)
+        -> decltype((target->*method)(std::forward<decltype(value)>(value)...)) {
+        return (target->*method)(std::forward<decltype(value)>(value)...);
+    };
+    return fxDetail::connectTo(output, target, call, replace);
+}
+
+#endif

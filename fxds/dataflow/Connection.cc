@@ -1,0 +1,136 @@
+#include "fxds/Connection.h"
+
+#include <algorithm>
+#include <numeric>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "fxds/Converter.h"
+#include "fxds/StrArray.h"
+#include "fxds/dataflow/Explain.h"
+#include "fxds/dataflow/TraceLines.h"
+
+// A connection is known by its two ends. The input is held, so its list of the
+// outputs that feed it can always be asked. An output that is in the list exists,
+// and its serial number tells whether it is this one or another at its address.
+
+fxConnection::fxConnection(fxOutputChannel* output_, fxInputChannel* input_) {
+    if (output_ == nullptr || input_ == nullptr) {
+        reason = output_ == nullptr ? "there is no output" : "there is no input";
+        return;
+    }
+    const std::string why = fxExplain::unlikeTypes(output_->getType(), input_->getType());
+    if (!why.empty()) {
+        reason = fxStr(why);
+        return;
+    }
+    input = input_;
+    output = output_;
+    serial = output_->serial;
+    if (!output_->isConnectedTo(input_)) output_->add(input_);
+}
+
+fxConnection fxConnection::adopt(fxOutputChannel* output, fxObj* context, fxInputChannel* input) {
+    const fxRef<fxInputChannel> held(input);  // deletes it where nothing else holds it
+    if (context != nullptr) context->adoptInput(input);
+    return fxConnection(output, input);
+}
+
+bool fxConnection::isConnected() const {
+    const fxVoidPtrArray* const outputs = input != nullptr ? input->getOutputs() : nullptr;
+    return outputs != nullptr && outputs->find(output) != fxArray::notFound &&
+           output->serial == serial;
+}
+
+void fxConnection::disconnect() {
+    if (isConnected()) output->remove(input);
+}
+
+fxConnection fxConnect(fxObj* source, const char* output, fxObj* target, const char* input) {
+    fxOutputChannel* const from = source != nullptr ? source->getOutput(output) : nullptr;
+    fxInputChannel* const to = target != nullptr ? target->getInput(input) : nullptr;
+    fxConnection connection(from, to);
+    if (connection.whyNot().isEmpty()) return connection;
+    const std::string why = fxExplain::whyNotJoined(source, output, target, input);
+    if (fxTrace::isOn(fxTrace::connects)) fxTraceLines::notConnecting(why);
+    return fxConnection(fxStr(why));
+}
+
+namespace {
+
+std::string quoted(const char* name) {
+    return '"' + std::string(name != nullptr ? name : "") + '"';
+}
+
+// The number of letters to insert, remove or exchange that makes one the other.
+size_t distance(std::string_view a, std::string_view b) {
+    std::vector<size_t> row(b.size() + 1);
+    std::iota(row.begin(), row.end(), size_t{0});
+    for (size_t i = 0; i < a.size(); ++i) {
+        size_t diagonal = row[0];
+        row[0] = i + 1;
+        for (size_t j = 0; j < b.size(); ++j) {
+            const size_t exchanged = diagonal + (a[i] == b[j] ? 0 : 1);
+            diagonal = row[j + 1];
+            row[j + 1] = std::min({row[j] + 1, diagonal + 1, exchanged});
+        }
+    }
+    return row.back();
+}
+
+// What is said of a name that an object does not have.
+std::string missing(const fxObj& object, const char* kind, const char* name,
+                    const fxStrArray& known) {
+    std::string text = fxTraceLines::classNameOf(object) + " has no " + kind + ' ' + quoted(name);
+    if (known.isEmpty()) return text + ", nor any other";
+    const std::string_view wanted = name != nullptr ? name : "";
+    const auto* const nearest =
+        std::min_element(known.begin(), known.end(), [&](const fxStr& a, const fxStr& b) {
+            return distance(wanted, a.view()) < distance(wanted, b.view());
+        });
+    if (distance(wanted, nearest->view()) <= 1 + wanted.size() / 3) {
+        return text + "; did you mean " + quoted(*nearest) + '?';
+    }
+    const char* separator = "; it has ";
+    for (const fxStr& each : known) {
+        (text += separator) += quoted(each);
+        separator = ", ";
+    }
+    return text;
+}
+
+template <class Channel>
+std::string described(fxObj* object, const char* name, const Channel* channel) {
+    std::string text = object != nullptr ? fxTraceLines::classNameOf(*object) : "null";
+    (text += '.') += name != nullptr ? name : "";
+    if (channel != nullptr) ((text += " (") += fxDataTypeName(channel->getType())) += ')';
+    return text;
+}
+
+}  // namespace
+
+std::string fxExplain::unlikeTypes(unsigned short from, unsigned short to) {
+    if (from == to || to == fxDT_void || fxConverter::converts(from, to)) return "";
+    std::string text = "no converter leads from ";
+    (text += fxDataTypeName(from)) += " to ";
+    return text += fxDataTypeName(to);
+}
+
+std::string fxExplain::whyNotJoined(fxObj* source, const char* output, fxObj* target,
+                                    const char* input) {
+    fxOutputChannel* const from = source != nullptr ? source->getOutput(output) : nullptr;
+    fxInputChannel* const to = target != nullptr ? target->getInput(input) : nullptr;
+    std::string why;
+    if (source == nullptr || target == nullptr) {
+        why = source == nullptr ? "there is no source" : "there is no target";
+    } else if (from == nullptr) {
+        why = missing(*source, "output", output, source->getOutputNames());
+    } else if (to == nullptr) {
+        why = missing(*target, "input", input, target->getInputNames());
+    } else {
+        why = unlikeTypes(from->getType(), to->getType());
+    }
+    if (why.empty()) return why;
+    return described(source, output, from) + " -> " + described(target, input, to) + ": " + why;
+}
