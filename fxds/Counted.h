@@ -34,10 +34,17 @@ protected:
     /// that a destructor which looks at it sees no dying object.
     void drop() {
         Counted* target = std::exchange(pointer, nullptr);
-        if (target != nullptr && --target->count <= 0) delete target;
+        if (target == nullptr || --target->count > 0) return;
+        target->count = ending;
+        delete target;
     }
 
     Counted* pointer;  ///< Shared, may be null.
+
+private:
+    // Puts 0 out of reach, so that the target may be held and let go while it is
+    // being destroyed.
+    static constexpr int ending = 1 << 30;
 };
 
 /// Shares a T, which derives from Counted: the last RPtr to let go deletes it.

@@ -8,10 +8,12 @@
 #include <type_traits>
 
 #include "fxds/DataTypes.h"
+#include "fxds/detail/Hold.h"
 
 /// A value with its data type number and a count of holders. Holders take()
-/// and release() it; the one that brings the count to 0 destroys it. A send
-/// adopts a value that has no holder.
+/// and release() it; the one that brings the count to 0 destroys it, once, even
+/// if its destructor lets it be held and let go. A send adopts a value that has
+/// no holder.
 class FX_API fxData {
 public:
     explicit fxData(unsigned short type);  ///< It has no holder yet.
@@ -39,7 +41,7 @@ public:
     void take() { ++count; }                         ///< Adds one holder.
     /// Removes one holder; the last one destroys the value.
     void release() {
-        if (--count == 0) delete this;
+        if (--count == 0) fxEnd(this, count);
     }
 
     ///@{

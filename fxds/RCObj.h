@@ -3,14 +3,16 @@
 #define FXDS_RCOBJ_H
 
 #include "fxds/Config.h"
+#include "fxds/detail/Hold.h"
 
 /// An object that knows how many holders it has. A new object has none; a
 /// holder calls take() when it stores the object and release() when it lets go.
 /// The holder that brings the count to exactly 0 destroys the object, so every
 /// release() must pair with an earlier take(): releasing at 0 wraps the count.
-/// From then on the count is out of reach, so that the object may be held and
-/// let go while it is being destroyed. Deleted by other means than release(), it
-/// may not: its destructor would run twice.
+/// From then on 0 is out of reach, so that the object may be held and let go
+/// while it is being destroyed. That holds for whatever the library deletes; an
+/// object that a program deletes itself may not let itself be held: its
+/// destructor would run twice.
 /// Nothing is atomic: an object belongs to one thread.
 class FX_API fxRCObj {
 public:
@@ -25,16 +27,10 @@ public:
 
     /// Destroys the object when this was the last holder.
     void release() {
-        if (--refCount != 0) return;
-        refCount = ending;
-        delete this;
+        if (--refCount == 0) fxEnd(this, refCount);
     }
 
     unsigned long refCount;  ///< Number of holders.
-
-protected:
-    /// What the count of an object that is being destroyed starts from.
-    static constexpr unsigned long ending = 1ul << 63;
 };
 
 #endif

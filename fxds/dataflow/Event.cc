@@ -199,7 +199,7 @@ void fxEventQueue::remove(fxEvent* event) {
     } else {
         --count;
     }
-    delete event;
+    fxEnd(event, event->refCount);
 }
 
 void fxEventQueue::unlink(fxEvent* event) {

@@ -14,21 +14,20 @@ fxEventHandler* fx_theEventHandler = nullptr;
 
 namespace {
 
-// A boxed value while it is sent. Messages that are discarded meanwhile must not
-// end it; at once, it ends with the send.
+// A boxed value while it is sent. It is held, so that it ends with the last that
+// holds it: the send, if nothing is queued. A send that only cancels leaves it.
 class Sent {
 public:
     Sent(fxData* data_, fxObj::fxSendFlags how)
         : data(data_),
           isQueued(how == fxObj::fxSendQueued || how == fxObj::fxSendUrgent),
           isAtOnce(how == fxObj::fxSendNow) {
-        if (isQueued) data->take();
+        if (isQueued || isAtOnce) data->take();
     }
     Sent(const Sent&) = delete;
     Sent& operator=(const Sent&) = delete;
     ~Sent() {
-        if (isQueued) data->release();
-        if (isAtOnce) delete data;
+        if (isQueued || isAtOnce) data->release();
     }
 
     fxData* const data;
@@ -41,7 +40,9 @@ struct Delivered {
     explicit Delivered(fxEvent* event_) : event(event_) {}
     Delivered(const Delivered&) = delete;
     Delivered& operator=(const Delivered&) = delete;
-    ~Delivered() { delete event; }
+    ~Delivered() {
+        if (event != nullptr) fxEnd(event, event->refCount);
+    }
 
     fxEvent* event;  // null once it has changed hands
 };
@@ -62,7 +63,7 @@ void fxEventHandler::postMessage(fxOutputChannel* output, fxData* data, fxObj::f
     FX_ASSERT(output == nullptr || data == nullptr || data->getType() == output->getType());
     FX_ASSERT(data == nullptr || how != fxObj::fxSendNow || data->count == 0);
     if (output == nullptr || output->getNumberOfConnections() == 0) {
-        delete data;
+        if (data != nullptr) fxHold<fxData>{data};
         return;
     }
     FX_ASSERT(data != nullptr || (how != fxObj::fxSendQueued && how != fxObj::fxSendUrgent &&

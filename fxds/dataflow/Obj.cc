@@ -33,10 +33,10 @@ fxObj::~fxObj() {
 
 // Out of line, as most objects that end are events, which have none.
 void fxObj::endBelongings() {
-    if (fx_traceKinds != 0) fxTraceLines::dying(*this, refCount & ~ending);
+    if (fx_traceKinds != 0) fxTraceLines::dying(*this, refCount & ~fxEndingCount);
     if (properties == nullptr) return;
     // Properties that lead back here may let go of this object.
-    refCount |= ending;
+    refCount |= fxEndingCount;
     // What is released may send: the receiving functions belong to a class whose
     // destructor has run.
     disownChannels();

@@ -1,7 +1,19 @@
-// A hold on a counted thing for the time of one function. Part of the public
-// headers, not of the interface.
+// Holding a counted thing for the time of one function, and ending it once. Part
+// of the public headers, not of the interface.
 #ifndef FXDS_DETAIL_HOLD_H
 #define FXDS_DETAIL_HOLD_H
+
+/// Added to the count of a thing before it is deleted, which puts 0 out of reach:
+/// it may be held and let go while it is being destroyed.
+inline constexpr unsigned long fxEndingCount = 1ul << 63;
+
+/// Deletes a thing whoever holds it. Its destructor runs once, even if it lets
+/// itself be held and let go. `count` is the thing's own.
+template <class Thing>
+void fxEnd(Thing* thing, unsigned long& count) {
+    count |= fxEndingCount;
+    delete thing;
+}
 
 /// A local variable that keeps `held` alive until the function ends, by an
 /// exception too.

@@ -40,22 +40,39 @@ TEST(Object, FatalErrorsPrintOneLineAndAbort) {
     EXPECT_DEATH(plain.compare(&plain), "^fxXDRObj: Sub class must define method \"compare\"\n$");
 }
 
-// Lets itself be held and let go while it is destroyed.
-struct Clinging : fxObj {
-    explicit Clinging(int& deaths_) : deaths(deaths_) {}
-    ~Clinging() override {
-        ++deaths;
-        auto* const holding =
-            new fxProperty(0, this);  // NOLINT(bugprone-unhandled-exception-at-new)
-        fxObj().setProperty(holding);
-    }
-    int& deaths;
+int ends = 0;
+
+void holdAndLetGo(fxRCObj* object) { object->take(), object->release(); }
+void holdAndLetGo(fxData* box) { box->take(), box->release(); }
+void holdAndLetGo(Counted* target) { const RPtr<Counted> hold(target); }
+
+struct One : fxIntData {
+    One() : fxIntData(1) {}
+};
+
+struct Silent : fxEvent {
+    Silent() : fxEvent(fxET_Unknown) {}
+    void deliver() override {}
+};
+
+template <class Base>
+struct Clinging : Base {
+    ~Clinging() override { ++ends, holdAndLetGo(this); }
 };
 
 TEST(Object, DestructorsRunOnce) {
-    int deaths = 0;
-    fxObj().setProperty(new fxProperty(0, new Clinging(deaths)));
-    EXPECT_EQ(deaths, 1);
+    Node node;
+    ends = 0;
+    fxObj::sendData(node.out, new Clinging<One>);  // to no one
+    node.feed(node);
+    fxObj::sendData(node.out, new Clinging<One>, fxObj::fxSendNow);
+    fx_theEventHandler->postEvent(new Clinging<Silent>);
+    fx_theEventHandler->distributeEvents();
+    { const RPtr<Counted> target(new Clinging<Counted>); }
+    node.setProperty(new fxProperty(99, new Clinging<fxObj>));
+    node.setProperty(new fxProperty(99, new Clinging<One>));
+    node.removeAllProperties();
+    EXPECT_EQ(ends, 6);
 }
 
 struct Target : Counted {
