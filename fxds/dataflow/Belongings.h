@@ -15,10 +15,11 @@
 // the object that it was added to.
 //
 // Invariants: (1) A channel's `owner` is the object in one of whose lists it is
-// linked, or null when it is in none; the exception are nameless inputs of an
-// object that is ending, which are still linked. (2) When an object begins to
+// linked, or null when it is in none; the exception are the inputs of an object
+// that is ending, which are all linked as nameless. (2) When an object begins to
 // end, its channels get no owner and its inputs are muted, and so is what is
-// added from then on.
+// added from then on. (3) No nameless input outlives its object's end with a
+// message or a connection, whoever holds it or its table.
 
 /// The channels of one kind that belong to one object.
 template <class Channel>
@@ -56,7 +57,9 @@ public:
 
     std::shared_ptr<Watches> watches;  // null until the first
     fxOwnedChannels<fxInputChannel> inputs;
-    fxOwnedChannels<fxInputChannel> nameless;  // whose name went to another, or that never had one
+    // Inputs whose name went to another, or that never had one; all when the object
+    // begins to end.
+    fxOwnedChannels<fxInputChannel> nameless;
     fxOwnedChannels<fxOutputChannel> outputs;
     bool isEnding = false;
 };

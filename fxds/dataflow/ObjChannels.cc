@@ -127,7 +127,10 @@ fxEventHandler& eventHandler() {
 
 void fxObj::disownChannels() {
     properties->isEnding = true;
-    while (fxInputChannel* input = properties->inputs.getFirst()) input->disown();
+    while (fxInputChannel* input = properties->inputs.getFirst()) {
+        fxOwnedChannels<fxInputChannel>::leave(input);
+        properties->nameless.enter(input);
+    }
     while (fxOutputChannel* output = properties->outputs.getFirst()) output->disown();
     for (auto* input = properties->nameless.getFirst(); input != nullptr;
          input = input->nextOwned) {

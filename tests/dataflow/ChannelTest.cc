@@ -221,49 +221,6 @@ TEST_F(Channels, ChannelNamesMayBeUsedForOtherProperties) {
     delete copied;
 }
 
-// By each of the four ways in which a table leaves its object's list: the object
-// is told of what is sent while it lives and of nothing once it has begun to end.
-TEST_F(Channels, TablesThatAreHeldWorkAsLongAsTheirObjectLives) {
-    for (int way = 0; way < 4; ++way) {
-        auto* end = new Node;
-        int heard = 0;
-        end->onReceive = [&](int) { ++heard; };
-        sender.feed(*end);
-        end->feed(a);
-        fxObj other;
-        fxProperty* const tables[] = {end->findProperty("inputs"), end->findProperty("outputs")};
-        for (fxProperty* table : tables) {
-            table->take();
-            if (way == 0) end->removeProperty(table->getTag());
-            if (way == 1) end->setProperty(new fxProperty(table->getTag(), 1));
-            if (way == 2) other.setProperty(table);
-        }
-        if (way == 2) end->removeAllProperties();
-        now(sender, 1);
-        EXPECT_EQ(end->out->getOwner(), end);
-        if (way == 1) end->setProperty(tables[0])->setProperty(tables[0]);
-        if (way == 1) {
-            EXPECT_EQ(end->getInput("in"), end->in);
-        }
-        now(sender, 2);
-        EXPECT_EQ(heard, 2);
-        fxOutputChannel* const out = end->out;
-        fxObj::sendInt(sender.out, 3);
-        delete end;
-        now(sender, 4);
-        fxObj::sendInt(sender.out, 5);
-        distribute();
-        EXPECT_EQ(heard, 2) << "way " << way;
-        EXPECT_EQ(out->getOwner(), nullptr);
-        now(sender, 6);
-        a.seen.clear();
-        fxObj::sendInt(out, 7, fxObj::fxSendNow);
-        EXPECT_EQ(a.seen, Seen{7});
-        for (fxProperty* table : tables) table->release();
-    }
-    EXPECT_EQ(sender.out->getNumberOfConnections(), 0u);
-}
-
 // Holds itself, and what it hears of is sent by a property that ends later.
 TEST_F(Channels, ObjectsMayDieWhileTheirPropertiesLeave) {
     struct Farewell : Node {

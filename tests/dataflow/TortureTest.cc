@@ -6,7 +6,7 @@
 #include "tests/support/TestSeed.h"
 
 TEST(Torture, EveryCallComesAsTheModelSays) {
-    for (unsigned int seed = testSeed(); seed < testSeed() + 3; ++seed) {
-        EXPECT_EQ(soak::torture(seed, 15000), "") << "soak --seed " << seed << " --steps 15000";
+    for (unsigned int seed = testSeed(); seed < testSeed() + 4; ++seed) {
+        EXPECT_EQ(soak::torture(seed, 25000), "") << "soak --seed " << seed << " --steps 25000";
     }
 }

@@ -356,22 +356,3 @@ TEST_F(Exec, ExceptionalConditionsAreServed) {
     EXPECT_TRUE(exec.getExceptionSet().isSet(master));
     close(slave);
 }
-
-TEST_F(Exec, ThrowingLeavesATurnAndTheNextOneServesTheRest) {
-    Pair one, two;
-    auto first = serve("1", one, true), second = serve("2", two, true);
-    Handler* const lower = first->getFd() < second->getFd() ? first.get() : second.get();
-    one.makeReadable();
-    two.makeReadable();
-    lower->onRead = [] { throw 1; };
-    EXPECT_THROW(exec.poll(0), int);
-    EXPECT_EQ(log.size(), 1U);
-    lower->onRead = nullptr;
-    onPost = [] { throw 2; };
-    exec.addPreSelectFunc(post);
-    exec.addPostSelectFunc(post);
-    EXPECT_THROW(exec.poll(0), int);
-    exec.removePreSelectFunc(post);
-    EXPECT_THROW(exec.poll(0), int);
-    EXPECT_EQ(log.size(), 3U);
-}

@@ -14,6 +14,14 @@ void Torturer::audit() {
         const fxObj* due = id != 0 ? objects.at(id).object : nullptr;
         if (fx_theExecutive->handlers[fd] != due) fail("descriptor %zu has another handler", fd);
     }
+    const fxVoidPtrArray& applications = fx_theExecutive->applications;
+    if (applications.length() != model.applications.size()) fail("other applications");
+    for (unsigned int i = 0; i < applications.length() && report.empty(); ++i) {
+        const auto real = objects.find(model.applications[i]);
+        if (real != objects.end() && applications[i] != real->second.object) {
+            fail("another application than %ld", real->first);
+        }
+    }
     for (const Id id : living) auditObject(id);
 }
 
@@ -49,7 +57,8 @@ void Torturer::auditTimers() {
 void Torturer::auditObject(Id id) {
     const Object& object = model.objects.at(id);
     fxObj& real = *objects.at(id).object;
-    const size_t count = object.properties.size() + object.hasInputs + object.hasOutputs;
+    const size_t count =
+        object.properties.size() + (object.tables[in] != 0) + (object.tables[out] != 0);
     if (real.getNumberOfProperties() != count) fail("object %ld has other properties", id);
     if (real.refCount != static_cast<unsigned long>(object.holders)) {
         fail("object %ld has %lu holders", id, real.refCount);
@@ -59,12 +68,15 @@ void Torturer::auditObject(Id id) {
             fail("object %ld lacks property %d", id, tag);
         }
     }
-    for (size_t place = 0; place < slots; ++place) {
-        const Id input = object.inputs[place];
-        const Id output = object.outputs[place];
+    const auto ownerOf = [this](Id owner) {
+        return owner != 0 ? objects.at(owner).object : nullptr;
+    };
+    for (int place = 0; place < slots; ++place) {
+        const Id input = model.channel(id, in, place);
+        const Id output = model.channel(id, out, place);
         fxInputChannel* const realInput = real.getInput(inputNames[place]);
         if (realInput != (input != 0 ? inputs.at(input) : nullptr)) {
-            fail("object %ld has another input %zu", id, place);
+            fail("object %ld has another input %d", id, place);
         }
         const auto waiting = model.pending.find(input);
         const Id due = waiting != model.pending.end() ? waiting->second : 0;
@@ -74,9 +86,16 @@ void Torturer::auditObject(Id id) {
         }
         fxOutputChannel* const realOutput = real.getOutput(outputNames[place]);
         if (realOutput != (output != 0 ? outputs.at(output) : nullptr)) {
-            fail("object %ld has another output %zu", id, place);
+            fail("object %ld has another output %d", id, place);
+        }
+        if (realInput != nullptr && report.empty() &&
+            realInput->getOwner() != ownerOf(model.inputs.at(input).object)) {
+            fail("input %ld has another owner", input);
         }
         if (output == 0 || !report.empty()) continue;
+        if (realOutput->getOwner() != ownerOf(model.outputs.at(output).object)) {
+            fail("output %ld has another owner", output);
+        }
         const auto& connections = model.outputs.at(output).connections;
         if (realOutput->getNumberOfConnections() != connections.size()) {
             return fail("output %ld has other connections", output);
@@ -97,6 +116,13 @@ void Torturer::end() {
         delete taken.back().second;
         taken.pop_back();
     }
+    while (!heldTables.empty()) {
+        Activity nothing(model);
+        const auto [table, property] = heldTables.back();
+        heldTables.pop_back();
+        model.dropTable(table);
+        during(nothing, [real = property] { real->release(); });
+    }
     fxExec& exec = *fx_theExecutive;
     while (!exec.preSelectFuncs.isEmpty()) exec.removePreSelectFunc(exec.preSelectFuncs[0]);
     while (!exec.postSelectFuncs.isEmpty()) exec.removePostSelectFunc(exec.postSelectFuncs[0]);
@@ -112,6 +138,9 @@ void Torturer::end() {
         if (objects.count(id) != 0) fail("object %ld outlived its holders", id);
     }
     audit();
+    while (!exec.applications.isEmpty()) {
+        exec.remove(static_cast<fxApplication*>(exec.applications[0]));
+    }
     while (fxEvent* event = fx_theEventHandler->get()) delete event;
     ears.clear();
     if (alive != 0) fail("%ld objects, events, values and receivers are left alive", alive);

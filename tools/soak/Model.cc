@@ -10,59 +10,6 @@ namespace {
 
 enum { typeVoid, typeBool, typeInt, typeLong, typeFloat, typeDouble, typeText, typeString };
 
-template <class Items, class Item>
-bool holds(const Items& items, const Item& item) {
-    return std::find(items.begin(), items.end(), item) != items.end();
-}
-
-template <class Items, class Item>
-void removeFirst(Items& items, const Item& item) {
-    const auto found = std::find(items.begin(), items.end(), item);
-    if (found != items.end()) items.erase(found);
-}
-
-// Functions around the wait: the index goes on whatever is removed.
-class Functions : public Activity {
-public:
-    Functions(Model& model_, const std::vector<int>& functions_)
-        : Activity(model_), functions(functions_), count(functions_.size()) {}
-    Call next() override {
-        if (position >= count || position >= functions.size()) return Call();
-        return {Call::function, functions[position++], 0};
-    }
-
-private:
-    const std::vector<int>& functions;
-    const size_t count;
-    size_t position = 0;
-};
-
-// Handlers of what is ready, by descriptor, each while it stays registered.
-class Handling : public Activity {
-public:
-    Handling(Model& model_, const Selecting& selected_)
-        : Activity(model_), selected(selected_), fd(model_.selectState.lowest) {}
-    Call next() override {
-        for (; fd < model.selectState.count; ++fd, condition = 0) {
-            const auto place = static_cast<size_t>(fd);
-            if (condition == 0) found = model.handlers[place];
-            while (condition < 3) {
-                const size_t asked = condition++;
-                if (!selected.ready[asked][place] || found == 0) continue;
-                if (model.handlers[place] != found) continue;
-                return {static_cast<Call::Kind>(Call::read + static_cast<int>(asked)), found, 0};
-            }
-        }
-        return Call();
-    }
-
-private:
-    const Selecting& selected;
-    int fd;
-    size_t condition = 0;
-    Id found = 0;
-};
-
 }  // namespace
 
 bool isConvertible(int from, int to) {
@@ -84,8 +31,8 @@ long converted(int type, long value) {
 
 // A value that goes round.
 
-Delivery::Delivery(Model& model_, Id output_, long value_)
-    : Activity(model_), output(output_), value(value_) {
+Delivery::Delivery(Model& model_, Id output_, long value_, Id box_)
+    : Activity(model_), output(output_), value(value_), box(box_) {
     const auto found = model.outputs.find(output);
     if (found != model.outputs.end()) served = found->second.connections;
 }
@@ -94,7 +41,7 @@ Call Delivery::next() {
     while (position < served.size()) {
         const Connection& connection = served[position++];
         const auto found = model.outputs.find(output);
-        if (found == model.outputs.end()) return Call();
+        if (found == model.outputs.end()) break;
         const auto& left = found->second.connections;
         if (std::none_of(left.begin(), left.end(),
                          [&](const Connection& one) { return one.id == connection.id; })) {
@@ -102,9 +49,11 @@ Call Delivery::next() {
         }
         const Input& input = model.inputs.at(connection.input);
         if (input.replaces) model.cancel(connection.entry);
+        if (input.object == 0) continue;
         return {Call::receive, connection.input, converted(input.type, value)};
     }
-    return Call();
+    position = served.size();
+    return box != 0 ? Call{Call::end, std::exchange(box, 0), 0} : Call();
 }
 
 // The queue.
@@ -112,6 +61,7 @@ Call Delivery::next() {
 Distribution::Distribution(Model& model_) : Activity(model_), remaining(model_.queue.size()) {}
 
 Call Distribution::next() {
+    if (model.ending != 0) return {Call::end, std::exchange(model.ending, 0), 0};
     for (; remaining > 0 && !model.queue.empty();) {
         --remaining;
         const Call call = model.deliver(model.take(0));
@@ -157,120 +107,6 @@ Call Removal::next() {
     return {Call::judge, current, 0};
 }
 
-// Time.
-
-Pass::Pass(Model& model_, long units)
-    : Activity(model_), remaining(units), beganAt(model_.tellTime()) {
-    model.passes.push_back(this);
-}
-
-Pass::~Pass() { removeFirst(model.passes, this); }
-
-void Pass::withdraw(Id id) {
-    if (ticking == id) ticking = 0;
-    while (holds(again, id)) removeFirst(again, id);  // it may have ticked twice
-}
-
-Call Pass::next() {
-    if (ticking != 0 && model.objects.at(ticking).repeats) again.push_back(ticking);
-    ticking = 0;
-    for (const Id id : model.active) {
-        const Object& object = model.objects.at(id);
-        if (object.waits && object.startedAt > beganAt) continue;  // for the next pass
-        const long wait = std::max(0L, object.due - model.time);
-        if (wait > remaining) break;
-        remaining -= wait;
-        model.time += wait;
-        removeFirst(model.active, id);
-        ticking = id;
-        return {Call::tick, id, 0};
-    }
-    model.time += std::exchange(remaining, 0);
-    removeFirst(model.passes, this);
-    for (const Id id : std::exchange(again, {})) model.start(id);
-    return Call();
-}
-
-// The loop.
-
-Call Asking::next() {
-    if (std::exchange(isDone, true)) return Call();
-    model.lookAtHandlers();
-    if (model.selectState.count == 0) return Call();
-    selecting.asked = model.selectState;
-    return {Call::select, 0, 0};
-}
-
-void Poll::chooseWait() {
-    selecting.asked = model.selectState;
-    for (const int fd : std::exchange(model.leftOut, {})) {
-        const auto place = static_cast<size_t>(fd);
-        if (model.handlers[place] == 0 || !model.isClosed[place]) continue;
-        model.leftOut.insert(fd);
-        for (auto& set : selecting.asked.sets) set[place] = false;
-    }
-    selecting.seconds = model.queue.empty() ? seconds : 0;
-    hasTimer = !model.active.empty();
-    if (!hasTimer) return;
-    headWait = std::max(0L, model.objects.at(model.active[0]).due - model.time);
-    const double headSeconds = static_cast<double>(headWait) / perSecond;
-    isShortened = selecting.seconds > headSeconds;
-    if (isShortened) selecting.seconds = headSeconds;
-}
-
-// Goes on to the next phase; true when that makes a call itself.
-bool Poll::advance(Call& call) {
-    const Phase entered = phase;
-    phase = static_cast<Phase>(phase + 1);
-    switch (entered) {
-        case looking:
-            model.lookAtHandlers();
-            if (model.selectState.count == 0) {
-                phase = distributing;
-            } else {
-                part = std::make_unique<Functions>(model, model.preFunctions);
-            }
-            return false;
-        case waiting:
-            chooseWait();
-            call = {Call::select, 0, 0};
-            return true;
-        case timing:
-            for (int fd = 0; fd < maxFd; ++fd) {
-                if (selecting.asks(fd) && model.isClosed[static_cast<size_t>(fd)]) {
-                    model.leftOut.insert(fd);
-                }
-            }
-            if (hasTimer) {
-                const bool isOver = selecting.result == 0 && isShortened;
-                part = std::make_unique<Pass>(model, isOver ? headWait : selecting.units);
-            }
-            return false;
-        case handling:
-            if (selecting.result > 0) part = std::make_unique<Handling>(model, selecting);
-            return false;
-        case finishing:
-            part = std::make_unique<Functions>(model, model.postFunctions);
-            return false;
-        default:
-            part = std::make_unique<Distribution>(model);
-            return false;
-    }
-}
-
-Call Poll::next() {
-    Call call;
-    while (call.kind == Call::none && (part != nullptr || phase != done)) {
-        if (part == nullptr) {
-            if (advance(call)) return call;
-            continue;
-        }
-        call = part->next();
-        if (call.kind == Call::none) part.reset();
-    }
-    return call;
-}
-
 // Objects and what they hold.
 
 Id Model::addObject(const Object& object) {
@@ -285,8 +121,23 @@ void Model::release(Id id) {
     stop(id);
     const int fd = object.fd;
     if (fd >= 0 && handlers[static_cast<size_t>(fd)] == id) removeHandler(id);
+    if (object.isOpen) removeApplication(id);
+    std::vector<Id> heard;
+    for (auto& [number, input] : inputs) {
+        if (input.object != id) continue;
+        input = {0, typeVoid, input.replaces};
+        heard.push_back(number);
+        silenced.push_back(number);
+    }
+    for (auto& [number, output] : outputs) {
+        if (output.object == id) output.object = 0;
+    }
     removeAllProperties(id);
-    for (const Id input : std::exchange(object.retired, {})) endInput(input);
+    for (const Id input : heard) {  // those that a table which is held has, or none
+        if (inputs.count(input) == 0) continue;
+        flush(input);
+        disconnectAll(input);
+    }
     objects.erase(id);
     died.push_back(id);
 }
@@ -312,41 +163,62 @@ void Model::removeProperty(Id id, int tag) {
 
 void Model::removeAllProperties(Id id) {
     Object& object = objects.at(id);
-    endInputs(object);
-    endOutputs(object);
+    for (Id& table : object.tables) dropTable(std::exchange(table, 0));
     for (const auto& [tag, held] : std::exchange(object.properties, {})) letGo(held);
 }
 
 // Channels.
 
+Id Model::channel(Id id, Side side, int slot) const {
+    const auto table = tables.find(objects.at(id).tables[side]);
+    return table != tables.end() ? table->second.channels[static_cast<size_t>(slot)] : 0;
+}
+
+Id& Model::place(Id id, Side side, int slot) {
+    Id& table = objects.at(id).tables[side];
+    if (table == 0) {
+        table = newId();
+        tables[table] = {side, 1};
+    }
+    return tables.at(table).channels[static_cast<size_t>(slot)];
+}
+
+void Model::dropTable(Id id) {
+    if (id == 0 || --tables.at(id).holders > 0) return;
+    const Table table = tables.at(id);
+    tables.erase(id);
+    for (const Id channel : table.channels) {
+        if (channel != 0) table.side == in ? endInput(channel) : endOutput(channel);
+    }
+}
+
+void Model::setTable(Id id, Side side, Id table) {
+    if (table != 0) takeTable(table);
+    dropTable(std::exchange(objects.at(id).tables[side], table));
+}
+
+// An input whose name is given to another lives on until its object ends.
 Id Model::addInput(Id id, int slot, int type, bool replaces) {
-    Object& object = objects.at(id);
-    Id& place = object.inputs[static_cast<size_t>(slot)];
-    if (place != 0) object.retired.push_back(place);
-    object.hasInputs = true;
-    place = newId();
-    inputs[place] = {id, type, replaces};
-    return place;
+    const Id input = newId();
+    place(id, in, slot) = input;
+    inputs[input] = {id, type, replaces};
+    return input;
 }
 
 Id Model::addOutput(Id id, int slot, int type) {
-    Object& object = objects.at(id);
-    Id& place = object.outputs[static_cast<size_t>(slot)];
-    if (place != 0) endOutput(place);
-    object.hasOutputs = true;
-    place = newId();
-    outputs[place] = {id, type, {}};
-    return place;
+    const Id output = newId();
+    const Id replaced = std::exchange(place(id, out, slot), output);
+    if (replaced != 0) endOutput(replaced);
+    outputs[output] = {id, type, {}};
+    return output;
 }
 
 void Model::removeInput(Id id, int slot) {
-    const Id input = std::exchange(objects.at(id).inputs[static_cast<size_t>(slot)], 0);
-    if (input != 0) endInput(input);
+    if (channel(id, in, slot) != 0) endInput(std::exchange(place(id, in, slot), 0));
 }
 
 void Model::removeOutput(Id id, int slot) {
-    const Id output = std::exchange(objects.at(id).outputs[static_cast<size_t>(slot)], 0);
-    if (output != 0) endOutput(output);
+    if (channel(id, out, slot) != 0) endOutput(std::exchange(place(id, out, slot), 0));
 }
 
 void Model::endInput(Id input) {
@@ -359,20 +231,6 @@ void Model::endInput(Id input) {
 void Model::endOutput(Id output) {
     outputs.erase(output);
     ended.push_back(output);
-}
-
-void Model::endInputs(Object& object) {
-    for (Id& input : object.inputs) {
-        if (input != 0) endInput(std::exchange(input, 0));
-    }
-    object.hasInputs = false;
-}
-
-void Model::endOutputs(Object& object) {
-    for (Id& output : object.outputs) {
-        if (output != 0) endOutput(std::exchange(output, 0));
-    }
-    object.hasOutputs = false;
 }
 
 void Model::connect(Id output, Id input) {
@@ -431,7 +289,7 @@ Call Model::deliver(const Event& event) {
     if (event.input == 0) return {Call::deliver, event.id, 0};
     pending.erase(event.entry);
     const auto input = inputs.find(event.input);
-    if (input == inputs.end()) return Call();
+    if (input == inputs.end() || input->second.object == 0) return Call();
     return {Call::receive, event.input, converted(input->second.type, event.value)};
 }
 
@@ -448,6 +306,7 @@ void Model::send(Id output, long value, Mode mode) {
     if (found == outputs.end()) return;
     for (const Connection& connection : found->second.connections) {
         const bool replaces = inputs.at(connection.input).replaces;
+        if (mode != cancelOnly && inputs.at(connection.input).object == 0) continue;
         const Event event{mode != cancelOnly ? ++lastEvent : 0, connection.input, connection.entry,
                           value};
         if (mode != cancelOnly) post(event, mode == urgent);
@@ -472,59 +331,6 @@ void Model::flush(Id input) {
 void Model::removeMessages(Id entry) {
     for (size_t i = queue.size(); i-- > 0;) {
         if (queue[i].entry == entry) forget(take(i));
-    }
-}
-
-// Timers.
-
-void Model::start(Id id) {
-    removeFirst(active, id);
-    Object& object = objects.at(id);
-    object.due = time + object.interval;
-    object.waits = object.interval == 0;
-    object.startedAt = tellTime();
-    auto place = active.begin();
-    while (place != active.end() && objects.at(*place).due <= object.due) ++place;
-    active.insert(place, id);
-}
-
-void Model::stop(Id id) {
-    removeFirst(active, id);
-    for (Pass* pass : passes) pass->withdraw(id);
-}
-
-// Handlers.
-
-void Model::addHandler(Id id) {
-    handlers[static_cast<size_t>(objects.at(id).fd)] = id;
-    isDirty = true;
-}
-
-void Model::removeHandler(Id id) {
-    handlers[static_cast<size_t>(objects.at(id).fd)] = 0;
-    isDirty = true;
-}
-
-bool Model::asksForClosed(const Selecting& selecting) const {
-    for (int fd = 0; fd < maxFd; ++fd) {
-        if (selecting.asks(fd) && isClosed[static_cast<size_t>(fd)]) return true;
-    }
-    return false;
-}
-
-void Model::lookAtHandlers() {
-    if (!std::exchange(isDirty, false)) return;
-    selectState = SelectState();
-    for (int fd = 0; fd < maxFd; ++fd) {
-        const auto place = static_cast<size_t>(fd);
-        if (handlers[place] == 0) continue;
-        selectState.lowest = std::min(selectState.lowest, fd);
-        selectState.count = fd + 1;
-        for (size_t i = 0; i < 3; ++i) {
-            if (!objects.at(handlers[place]).wants[i]) continue;
-            selectState.sets[i][place] = true;
-            selectState.has[i] = true;
-        }
     }
 }
 

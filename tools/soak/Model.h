@@ -2,6 +2,7 @@
 #ifndef FXDS_SOAK_MODEL_H
 #define FXDS_SOAK_MODEL_H
 
+#include <algorithm>
 #include <array>
 #include <map>
 #include <memory>
@@ -19,6 +20,17 @@ namespace soak {
 
 typedef long Id;  // 0 is nobody
 
+template <class Items, class Item>
+bool holds(const Items& items, const Item& item) {
+    return std::find(items.begin(), items.end(), item) != items.end();
+}
+
+template <class Items, class Item>
+void removeFirst(Items& items, const Item& item) {
+    const auto found = std::find(items.begin(), items.end(), item);
+    if (found != items.end()) items.erase(found);
+}
+
 /// One call that the library makes.
 struct Call {
     enum Kind {
@@ -32,7 +44,10 @@ struct Call {
         write,
         exception,
         function,
-        select
+        select,
+        initialize,
+        open,
+        close
     };
 
     Kind kind = none;
@@ -45,7 +60,8 @@ struct Call {
 };
 
 enum Mode { queued = 0, now = 1, urgent = 2, cancelOnly = 7 };
-enum Kind { plain, timer, handler };
+enum Kind { plain, timer, handler, application };
+enum Side { in, out };
 enum : long { noValue = -1 };
 
 constexpr int slots = 4;  // names for inputs and for outputs; a timer's last output is "tick"
@@ -65,15 +81,22 @@ struct Connection {
 };
 
 struct Output {
-    Id object;
+    Id object;  // 0: it has begun to end
     int type;
     std::vector<Connection> connections;
 };
 
 struct Input {
-    Id object;
+    Id object;  // 0: it has begun to end, and nothing is called any more
     int type;
     bool replaces;
+};
+
+/// The channels of an object on one side, which others may hold and have, too.
+struct Table {
+    Side side;
+    int holders;
+    std::array<Id, slots> channels{};
 };
 
 struct Event {
@@ -93,12 +116,9 @@ struct Held {
 struct Object {
     Kind kind;
     int holders = 1;
-    std::array<Id, slots> inputs{};
-    std::array<Id, slots> outputs{};
-    std::vector<Id> retired;  // inputs whose name was given to another
-    bool hasInputs = false;   // whether there is a table, be it empty
-    bool hasOutputs = false;
+    std::array<Id, 2> tables{};  // by side
     std::map<int, Held> properties;
+    bool isOpen = false;  // of applications
     // Timers.
     bool repeats = false;
     long interval = 0;
@@ -145,6 +165,8 @@ public:
     virtual ~Activity() = default;
     /// The call that must come now that the one before has returned.
     virtual Call next() { return Call(); }
+    /// The last call has thrown: none but the ends of what was under way come now.
+    virtual void abandon() {}
     /// The select() that it is about, if it is about one.
     virtual Selecting* getSelecting() { return nullptr; }
 
@@ -152,15 +174,18 @@ protected:
     Model& model;
 };
 
-/// A value sent at once: whoever was connected at the start and still is.
+/// A value sent at once: whoever was connected at the start and still is. Then the
+/// end of its box, if that acts.
 class Delivery : public Activity {
 public:
-    Delivery(Model& model, Id output, long value);
+    Delivery(Model& model, Id output, long value, Id box);
     Call next() override;
+    void abandon() override { position = served.size(); }
 
 private:
     const Id output;
     const long value;
+    Id box;  // 0: none that acts, or its end has come
     std::vector<Connection> served;
     size_t position = 0;
 };
@@ -170,6 +195,7 @@ class Distribution : public Activity {
 public:
     explicit Distribution(Model& model);
     Call next() override;
+    void abandon() override { remaining = 0; }
 
 private:
     size_t remaining;
@@ -202,6 +228,7 @@ public:
     explicit Removal(Model& model);
     ~Removal() override;
     Call next() override;
+    void abandon() override { current = following = 0; }
     void leaves(Id event, Id successor);
 
     bool verdict = false;  // of the last call
@@ -215,13 +242,15 @@ private:
 class Pass : public Activity {
 public:
     Pass(Model& model, long units);
-    ~Pass() override;
+    ~Pass() override { abandon(); }
     Call next() override;
+    void abandon() override;
     void withdraw(Id timer);
 
 private:
     long remaining;
     const long beganAt;
+    bool isOver = false;
     Id ticking = 0;
     std::vector<Id> again;
 };
@@ -244,6 +273,7 @@ class Poll : public Activity {
 public:
     Poll(Model& model_, double seconds_) : Activity(model_), seconds(seconds_) {}
     Call next() override;
+    void abandon() override;
     Selecting* getSelecting() override { return &selecting; }
 
 private:
@@ -260,6 +290,31 @@ private:
     long headWait = 0;
 };
 
+/// A call to all applications: those that come meanwhile, too.
+class Opening : public Activity {
+public:
+    Opening(Model& model, Call::Kind kind);
+    ~Opening() override;
+    Call next() override;
+    void abandon() override { position = static_cast<size_t>(-1); }
+
+    size_t position = 0;
+
+private:
+    const Call::Kind kind;
+};
+
+/// A call to the applications that are open at the start, each once.
+class Closing : public Activity {
+public:
+    explicit Closing(Model& model);
+    Call next() override;
+    void abandon() override { remaining.clear(); }
+
+private:
+    std::vector<Id> remaining;  // the next one last
+};
+
 class Model {
 public:
     Id newId() { return ++lastId; }
@@ -272,6 +327,12 @@ public:
     void setProperty(Id object, int tag, Held held);
     void removeProperty(Id object, int tag);
     void removeAllProperties(Id object);
+
+    /// The channel that an object has under a name, or 0.
+    Id channel(Id object, Side side, int slot) const;
+    void takeTable(Id table) { ++tables.at(table).holders; }
+    void dropTable(Id table);
+    void setTable(Id object, Side side, Id table);
 
     Id addInput(Id object, int slot, int type, bool replaces);
     Id addOutput(Id object, int slot, int type);
@@ -293,6 +354,10 @@ public:
     void forget(const Event& event);
     void removeMessages(Id entry);
 
+    void addApplication(Id application) { applications.push_back(application); }
+    void removeApplication(Id application);
+    bool isApplication(Id id) const;
+
     void start(Id timer);
     void stop(Id timer);
 
@@ -305,6 +370,7 @@ public:
     std::map<Id, Object> objects;
     std::map<Id, Output> outputs;
     std::map<Id, Input> inputs;
+    std::map<Id, Table> tables;
     std::map<Id, Id> pending;  // entry to event
     std::vector<Event> queue;
     std::vector<Removal*> removals;
@@ -317,11 +383,15 @@ public:
     bool isDirty = false;
     SelectState selectState;
     std::vector<int> preFunctions, postFunctions;
+    std::vector<Id> applications;  // with repetitions, and some that are no more
+    std::vector<Opening*> openings;
+    Id ending = 0;  // the event that was delivered last, whose end acts
 
     // What the last operations ended.
     std::vector<Id> died;      // objects
     std::vector<Id> released;  // things, in order
     std::vector<Id> ended;     // channels
+    std::vector<Id> silenced;  // inputs
 
     Id lastEvent = 0;  // events are numbered for themselves, as the library does
 
@@ -330,8 +400,7 @@ private:
     void discardMessages(Id input);
     void endInput(Id input);
     void endOutput(Id output);
-    void endInputs(Object& object);
-    void endOutputs(Object& object);
+    Id& place(Id object, Side side, int slot);
     void letGo(const Held& held);
 
     Id lastId = 0;

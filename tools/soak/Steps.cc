@@ -39,6 +39,25 @@ struct Serving : fxSelectHandler {
     virtual Id getId() const = 0;
 };
 
+struct Applying : fxApplication {
+    explicit Applying(const Object&) {}
+    const char* className() const override { return "Applying"; }
+    void initialize(int, char**) override { torturer->callObject(Call::initialize, getId()); }
+    void open() override {
+        const Id id = getId();
+        if (!torturer->callObject(Call::open, id)) return;
+        torturer->open(id);
+        fxApplication::open();
+    }
+    void close() override {
+        const Id id = getId();
+        if (!torturer->callObject(Call::close, id) || torturer->isRefused()) return;
+        torturer->close(id);
+        fxApplication::close();
+    }
+    virtual Id getId() const = 0;
+};
+
 template <class Base>
 struct Subject final : Base, Counted {
     Subject(Id id_, const Object& object) : Base(object), id(id_) {}
@@ -51,11 +70,13 @@ void Ticking::tick() {
     if (torturer->tick(getId())) fxTimer::tick();
 }
 
-void Serving::handle(Call::Kind kind) { torturer->call(kind, getId()); }
+void Serving::handle(Call::Kind kind) { torturer->callObject(kind, getId()); }
 
 template <class Base>
 Subject<Base>::~Subject() {
     torturer->objectDied(id);
+    this->take();
+    this->release();
 }
 
 // The model knows a value by a number: text is its digits.
@@ -117,6 +138,7 @@ void (*hearer(int type))() {
 template <int number>
 void function() {
     torturer->call(Call::function, number);
+    torturer->maybeThrow();
 }
 
 void (*const functions[functionCount])() = {function<1>, function<2>, function<3>, function<4>};
@@ -125,10 +147,30 @@ unsigned char judgeEvent(fxEvent* event, void*) { return torturer->judge(event);
 
 void releaseThing(void* thing) { torturer->thingReleased(reinterpret_cast<Id>(thing)); }
 
-template <class Data>
-struct Boxed : Data, Counted {
-    using Data::Data;
+// A value whose end is told or, when it is sent, a call.
+struct Acting {
+    Id thing = 0;
+    bool isSent = false;
 };
+
+template <class Data>
+struct Boxed : Data, Acting, Counted {
+    using Data::Data;
+    ~Boxed() override {
+        if (isSent) torturer->call(Call::end, thing);
+        if (!isSent && thing != 0) torturer->thingReleased(thing);
+        if (thing == 0) return;
+        Data::take();
+        Data::release();
+    }
+};
+
+fxData* withEnd(fxData* data, Id thing, bool isSent) {
+    auto& end = dynamic_cast<Acting&>(*data);
+    end.thing = thing;
+    end.isSent = isSent;
+    return data;
+}
 
 fxData* box(int type, long number) {
     fxData* made = nullptr;
@@ -172,8 +214,10 @@ void Torturer::step() {
     if (kind < 14) return changeOutput(anyObject());
     if (kind < 40) return changeConnection();
     if (kind < 43) return changeInputsConnections();
-    if (kind < 69) return sendSomething();
-    if (kind < 75) return changeProperty();
+    if (kind < 67) return sendSomething();
+    if (kind < 69) return changeApplications();
+    if (kind < 74) return changeProperty();
+    if (kind < 75) return changeTable();
     if (kind < 80) return changeTimer();
     if (kind < 85) return changeHandler();
     if (kind < 87) return changeFunctions();
@@ -187,7 +231,7 @@ void Torturer::step() {
 
 void Torturer::create() {
     Object object;
-    object.kind = static_cast<Kind>(below(3));
+    object.kind = static_cast<Kind>(below(4));
     object.repeats = object.kind == timer && chance(50);
     if (object.kind == handler) {
         object.fd = static_cast<int>(below(maxFd));
@@ -202,6 +246,12 @@ void Torturer::create() {
         outputs[model.addOutput(id, tickSlot, 0)] = made->tickOutput;
     } else if (object.kind == handler) {
         real = new Subject<Serving>(id, object);
+    } else if (object.kind == application) {
+        real = new Subject<Applying>(id, object);
+        for (const auto& [old, place] : graves) {
+            while (place == real && model.isApplication(old)) model.removeApplication(old);
+        }
+        model.addApplication(id);
     } else {
         real = new Subject<Plain>(id, object);
     }
@@ -320,12 +370,14 @@ void Torturer::sendSomething() {
     const Mode mode = modes[below(8)];
     const int type = model.outputs.at(output).type;
     const long value = converted(type, below(100000));
-    const bool isBoxed = chance(40);
+    fxData* const data = chance(40) ? box(type, value) : nullptr;
+    const Id thing = data != nullptr && mode == now ? model.newId() : 0;
+    if (thing != 0) withEnd(data, thing, true);
     fxOutputChannel* const real = outputs.at(output);
     note("send: output, value, mode", output, value, mode);
-    const auto send = [&] { reallySend(real, type, value, mode, isBoxed); };
+    const auto send = [&] { reallySend(real, type, value, mode, data); };
     if (mode == now) {
-        Delivery delivery(model, output, value);
+        Delivery delivery(model, output, value, thing);
         during(delivery, send);
     } else {
         model.send(output, value, mode);
@@ -334,10 +386,9 @@ void Torturer::sendSomething() {
     }
 }
 
-void Torturer::reallySend(fxOutputChannel* output, int type, long value, Mode mode, bool isBoxed) {
+void Torturer::reallySend(fxOutputChannel* output, int type, long value, Mode mode, fxData* data) {
     const auto how = static_cast<fxObj::fxSendFlags>(mode);
-    if (isBoxed) {
-        fxData* const data = box(type, value);
+    if (data != nullptr) {
         const bool isLeft = mode == cancelOnly && output->getNumberOfConnections() > 0;
         fxObj::sendData(output, data, how);
         if (isLeft) delete data;
@@ -380,7 +431,8 @@ void Torturer::changeProperty() {
     if (kind < 9) {
         property = new fxProperty(tag, kind);
     } else if (kind < 12) {
-        property = new fxProperty(tag, box(fxDT_int, kind));
+        held.thing = model.newId();
+        property = new fxProperty(tag, withEnd(box(fxDT_int, kind), held.thing, false));
     } else if (kind < 16) {
         held.thing = model.newId();
         property = new fxProperty(tag, reinterpret_cast<void*>(held.thing), releaseThing);
@@ -392,42 +444,34 @@ void Torturer::changeProperty() {
     change([&] { model.setProperty(id, place, held); }, [&] { object.setProperty(property); });
 }
 
-void Torturer::changeTimer() {
-    const Id id = anyObject(timer);
-    if (id == 0) return;
-    auto& real = static_cast<fxTimer&>(*objects.at(id).object);
-    const bool starts = chance(80);
-    note(starts ? "start: timer" : "stop: timer", id);
-    if (starts) {
-        Object& object = model.objects.at(id);
-        object.interval = chance(20) ? 0 : below(40);
-        real.setInterval(static_cast<float>(object.interval) / perSecond);
-        model.start(id);
-        real.startTimer();
-    } else {
-        model.stop(id);
-        real.stopTimer();
-    }
-}
-
-void Torturer::changeHandler() {
-    const Id id = anyObject(handler);
-    if (id == 0) return;
-    if (chance(15)) {
-        bool& isClosed = model.isClosed[static_cast<size_t>(model.objects.at(id).fd)];
-        isClosed = !isClosed && chance(40);
-        note("descriptor: fd, closed", model.objects.at(id).fd, isClosed);
-        return;
-    }
-    auto* const real = static_cast<fxSelectHandler*>(objects.at(id).object);
-    const bool adds = chance(75);
-    note(adds ? "add handler: object, fd" : "remove handler: object, fd", id, real->getFd());
-    if (adds) {
-        model.addHandler(id);
-        fx_theExecutive->addSelectHandler(real);
-    } else {
-        model.removeHandler(id);
-        fx_theExecutive->removeSelectHandler(real);
+// A table that somebody holds, or that several objects have.
+void Torturer::changeTable() {
+    const Id id = anyObject();
+    fxObj& object = *objects.at(id).object;
+    Side side = chance(50) ? in : out;
+    const char* const name = side == in ? "inputs" : "outputs";
+    const Id table = model.objects.at(id).tables[side];
+    const long kind = below(4);
+    note("change table: object, table, kind", id, table, kind);
+    Activity nothing(model);
+    if (kind == 0 && table != 0 && heldTables.size() < 8) {
+        model.takeTable(table);
+        heldTables.emplace_back(table, object.findProperty(name));
+        heldTables.back().second->take();
+    } else if (kind == 1) {
+        model.setTable(id, side, 0);
+        during(nothing, [&] { object.removeProperty(name); });
+    } else if (kind > 1 && !heldTables.empty()) {
+        const auto [other, property] = heldTables.back();
+        side = model.tables.at(other).side;
+        if (kind == 2) {
+            model.setTable(id, side, other);
+            during(nothing, [&, real = property] { object.setProperty(real); });
+            return;
+        }
+        heldTables.pop_back();
+        model.dropTable(other);
+        during(nothing, [real = property] { real->release(); });
     }
 }
 
@@ -499,29 +543,6 @@ void Torturer::removeEvents() {
     note("remove events", static_cast<long>(model.queue.size()));
     Removal removal(model);
     during(removal, [] { fx_theEventHandler->removeEvents(judgeEvent, nullptr); });
-}
-
-void Torturer::letTimePass() {
-    const long units = below(20);
-    note("let time pass", units);
-    Pass pass(model, units);
-    during(pass, [&] { fxTimer::alarm(static_cast<float>(units) / perSecond); });
-}
-
-void Torturer::poll() {
-    static const double waits[] = {0, 0.25, 1.5, 7, 1000};
-    const double seconds = waits[below(5)];
-    note("poll", static_cast<long>(seconds * perSecond));
-    Poll turn(model, seconds);
-    during(turn, [&] { fx_theExecutive->poll(static_cast<float>(seconds)); });
-}
-
-void Torturer::askWhetherBlocked() {
-    note("will it block");
-    Asking asking(model);
-    bool blocks = false;
-    during(asking, [&] { blocks = fx_theExecutive->willBlock(); });
-    if (blocks != asking.blocks()) fail("willBlock() is %d", blocks);
 }
 
 }  // namespace soak

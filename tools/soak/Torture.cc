@@ -29,6 +29,15 @@ void Notice::deliver() {
     torturer->maybeThrow();
 }
 
+// The library deletes what it has delivered, once, though this lets go of it.
+Notice::~Notice() {
+    if (channel != nullptr) channel->release();
+    if (!acts) return;
+    torturer->call(Call::end, static_cast<Id>(getSequence()));
+    take();
+    release();
+}
+
 Torturer::Torturer(unsigned int seed) : rng(seed) {
     torturer = this;
     fxInitializeToolkit();
@@ -67,9 +76,11 @@ void Torturer::settle() {
     if (model.died != reallyDied) fail("other objects died than should have");
     if (model.released != reallyReleased) fail("properties were not released in order");
     for (const Id id : std::exchange(model.died, {})) {
+        if (model.isApplication(id)) graves[id] = objects.at(id).object;
         objects.erase(id);
         living.erase(std::find(living.begin(), living.end(), id));
     }
+    for (const Id id : std::exchange(model.silenced, {})) ears.erase(id);
     for (const Id id : std::exchange(model.ended, {})) {
         inputs.erase(id);
         outputs.erase(id);
@@ -96,6 +107,12 @@ bool Torturer::call(Call::Kind kind, Id who, long value) {
     return report.empty();
 }
 
+bool Torturer::callObject(Call::Kind kind, Id who) {
+    if (!call(kind, who)) return false;
+    maybeThrow();
+    return model.objects.count(who) != 0;
+}
+
 void Torturer::react() {
     const long count = below(3);
     for (long i = 0; i < count && stack.size() < deepest && reactionsLeft > 0; ++i) {
@@ -120,19 +137,23 @@ void Torturer::thingReleased(Id thing) {
 }
 
 bool Torturer::tick(Id timer) {
-    if (!call(Call::tick, timer) || model.objects.count(timer) == 0 || chance(30)) return false;
-    const Id output = model.objects.at(timer).outputs[tickSlot];
+    if (!callObject(Call::tick, timer) || chance(30)) return false;
+    const Id output = model.channel(timer, out, tickSlot);
     if (output != 0 && model.outputs.at(output).type == 0) model.send(output, noValue, queued);
     return true;
 }
 
 void Torturer::repost(Notice* notice) {
     if (chance(50)) {
+        notice->acts = stack.size() < deepest;
+        react();
+        if (notice->acts) model.ending = static_cast<Id>(notice->getSequence());
+    } else {
         const bool isUrgent = chance(50);
         model.post({static_cast<Id>(notice->getSequence()), 0, notice->input, 0}, isUrgent);
         fx_theEventHandler->postEvent(notice, isUrgent);
+        react();
     }
-    react();
 }
 
 int Torturer::select(int count, fd_set* const (&sets)[3], const timeval& wait) {
@@ -179,7 +200,7 @@ Torturer::Place Torturer::anyOutput(bool isConnected) {
     Place place{};
     for (int i = 0; i < 8; ++i) {
         place = {anyObject(), slot(), 0};
-        place.channel = model.objects.at(place.object).outputs[static_cast<size_t>(place.slot)];
+        place.channel = model.channel(place.object, out, place.slot);
         if (place.channel == 0) continue;
         if (!isConnected || !model.outputs.at(place.channel).connections.empty()) break;
     }
@@ -190,7 +211,7 @@ Torturer::Place Torturer::anyInput(Id output) {
     Place place{};
     for (int i = 0; i < 8; ++i) {
         place = {anyObject(), slot(), 0};
-        place.channel = model.objects.at(place.object).inputs[static_cast<size_t>(place.slot)];
+        place.channel = model.channel(place.object, in, place.slot);
         if (place.channel == 0) continue;
         if (output == 0) break;
         if (isConvertible(model.outputs.at(output).type, model.inputs.at(place.channel).type))

@@ -49,17 +49,16 @@ struct Notice : fxEvent, Counted {
           channel(channel_) {
         if (channel != nullptr) channel->take();
     }
-    ~Notice() override {
-        if (channel != nullptr) channel->release();
-    }
+    ~Notice() override;
     void deliver() override;
     fxInputChannel* getChannel() override { return channel; }
     static constexpr unsigned long noticeType = 99;
     const Id input;
     fxInputChannel* const channel;
+    bool acts = false;  // at its end
 };
 
-// What receivers, events and predicates throw now and then.
+// What everything that the library calls throws now and then, but for ends.
 struct Thrown {};
 
 class Torturer {
@@ -75,7 +74,15 @@ public:
     // not to come.
     bool isDue(Call::Kind kind, Id who, long value = 0);
     bool call(Call::Kind kind, Id who, long value = 0);
+    // As call(); true if the object is still there and did not throw.
+    bool callObject(Call::Kind kind, Id who);
     bool judge(const fxEvent* event);
+    bool isRefused() { return chance(20); }
+    void open(Id application) { model.objects.at(application).isOpen = true; }
+    void close(Id application) {
+        model.removeApplication(application);
+        model.objects.at(application).isOpen = false;
+    }
     bool tick(Id timer);
     void repost(Notice* notice);
     int select(int count, fd_set* const (&sets)[3], const timeval& wait);
@@ -83,7 +90,9 @@ public:
     void objectDied(Id object) { reallyDied.push_back(object); }
     void thingReleased(Id thing);
     void maybeThrow() {
-        if (report.empty() && chance(3)) throw Thrown();
+        if (!report.empty() || !chance(3)) return;
+        stack.back()->abandon();
+        throw Thrown();
     }
 
     long clock = 0;
@@ -129,8 +138,10 @@ private:
     void changeConnection();
     void changeInputsConnections();
     void sendSomething();
-    void reallySend(fxOutputChannel* output, int type, long value, Mode mode, bool isBoxed);
+    void reallySend(fxOutputChannel* output, int type, long value, Mode mode, fxData* data);
     void changeProperty();
+    void changeTable();
+    void changeApplications();
     void changeTimer();
     void changeHandler();
     void changeFunctions();
@@ -162,6 +173,8 @@ private:
     std::map<Id, fxOutputChannel*> outputs;
     std::map<Id, std::unique_ptr<Ear>> ears;
     std::vector<std::pair<Event, fxEvent*>> taken;
+    std::vector<std::pair<Id, fxProperty*>> heldTables;
+    std::map<Id, const void*> graves;  // of applications that are still counted
     std::vector<Id> reallyDied, reallyReleased;
     Id acting = 0;       // the thing whose end acts
     Id actingOwner = 0;  // what it was a property of
@@ -171,14 +184,12 @@ private:
 template <class Action>
 void Torturer::during(Activity& activity, Action action) {
     stack.push_back(&activity);
-    bool isWhole = true;
     try {
         action();
     } catch (const Thrown&) {
         note("<- thrown");
-        isWhole = false;
     }
-    const Call missed = report.empty() && isWhole ? activity.next() : Call();
+    const Call missed = report.empty() ? activity.next() : Call();
     if (missed.kind != Call::none) {
         fail("missed call: kind %d, who %ld, value %ld", missed.kind, missed.who, missed.value);
     }

@@ -1,0 +1,94 @@
+#include "Torturer.h"
+
+// Steps that concern the loop and what it serves.
+
+namespace soak {
+
+namespace {
+
+constexpr size_t manyApplications = 250;
+
+}  // namespace
+
+void Torturer::changeApplications() {
+    static char* noArguments[] = {nullptr};
+    fxExec& exec = *fx_theExecutive;
+    const long kind = below(5);
+    note("applications, kind", static_cast<long>(model.applications.size()), kind);
+    if (kind < 2) {
+        Opening opening(model, kind == 0 ? Call::initialize : Call::open);
+        during(opening, [&] { kind == 0 ? exec.initialize(0, noArguments) : exec.open(); });
+    } else if (kind == 2) {
+        Closing closing(model);
+        during(closing, [&] { exec.close(); });
+    } else if (const Id id = anyObject(application)) {
+        auto* const real = static_cast<fxApplication*>(objects.at(id).object);
+        const bool adds = kind == 3 && model.applications.size() < manyApplications;
+        adds ? model.addApplication(id) : model.removeApplication(id);
+        adds ? exec.add(real) : exec.remove(real);
+    }
+}
+
+void Torturer::changeTimer() {
+    const Id id = anyObject(timer);
+    if (id == 0) return;
+    auto& real = static_cast<fxTimer&>(*objects.at(id).object);
+    const bool starts = chance(80);
+    note(starts ? "start: timer" : "stop: timer", id);
+    if (starts) {
+        Object& object = model.objects.at(id);
+        object.interval = chance(20) ? 0 : below(40);
+        real.setInterval(static_cast<float>(object.interval) / perSecond);
+        model.start(id);
+        real.startTimer();
+    } else {
+        model.stop(id);
+        real.stopTimer();
+    }
+}
+
+void Torturer::changeHandler() {
+    const Id id = anyObject(handler);
+    if (id == 0) return;
+    if (chance(15)) {
+        bool& isClosed = model.isClosed[static_cast<size_t>(model.objects.at(id).fd)];
+        isClosed = !isClosed && chance(40);
+        note("descriptor: fd, closed", model.objects.at(id).fd, isClosed);
+        return;
+    }
+    auto* const real = static_cast<fxSelectHandler*>(objects.at(id).object);
+    const bool adds = chance(75);
+    note(adds ? "add handler: object, fd" : "remove handler: object, fd", id, real->getFd());
+    if (adds) {
+        model.addHandler(id);
+        fx_theExecutive->addSelectHandler(real);
+    } else {
+        model.removeHandler(id);
+        fx_theExecutive->removeSelectHandler(real);
+    }
+}
+
+void Torturer::letTimePass() {
+    const long units = below(20);
+    note("let time pass", units);
+    Pass pass(model, units);
+    during(pass, [&] { fxTimer::alarm(static_cast<float>(units) / perSecond); });
+}
+
+void Torturer::poll() {
+    static const double waits[] = {0, 0.25, 1.5, 7, 1000};
+    const double seconds = waits[below(5)];
+    note("poll", static_cast<long>(seconds * perSecond));
+    Poll turn(model, seconds);
+    during(turn, [&] { fx_theExecutive->poll(static_cast<float>(seconds)); });
+}
+
+void Torturer::askWhetherBlocked() {
+    note("will it block");
+    Asking asking(model);
+    bool blocks = false;
+    during(asking, [&] { blocks = fx_theExecutive->willBlock(); });
+    if (blocks != asking.blocks()) fail("willBlock() is %d", blocks);
+}
+
+}  // namespace soak
