@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <string>
+#include <string_view>
 
 #include "fxds/Config.h"
 
@@ -13,7 +14,7 @@ struct FX_API fxStreamFault {
     /// What is wrong. The program may want to act on it; text() tells it.
     enum Kind {
         none,         ///< Nothing.
-        system,       ///< The system refused the file: `error`.
+        systemError,  ///< The system refused the file: `error`.
         ended,        ///< The bytes end too early: a file that was cut off.
         foreign,      ///< These are no saved objects, or not what the program asked for.
         damaged,      ///< The bytes contradict themselves.
@@ -34,6 +35,10 @@ struct FX_API fxStreamFault {
     /// Where it is, for developers: "offset 322, object, class Album",
     /// and the edition of what is newer or older.
     std::string place() const;
+
+    /// What a stream says, as text for a terminal: shortened, and without anything
+    /// but printable ASCII.
+    static std::string printable(std::string_view bytes);
 
     Kind kind = none;         ///< What is wrong.
     std::string path;         ///< Of the file; empty for bytes that are in none.

@@ -56,6 +56,7 @@
 #include "fxds/BinaryReader.h"
 #include "fxds/BinaryTranscriber.h"
 #include "fxds/BinaryWriter.h"
+#include "fxds/CheckStream.h"
 #include "fxds/MemoryStream.h"
 #include "fxds/Save.h"
 #include "fxds/StdioStream.h"

@@ -42,12 +42,12 @@ fxds_room(containers
 # Byte streams, and object graphs written to them and read from them.
 fxds_room(streams
   ON containers
-  HEADERS BinaryReader BinaryTranscriber BinaryWriter MemoryStream Save StdioStream TypedStream
+  HEADERS BinaryReader BinaryTranscriber BinaryWriter CheckStream MemoryStream Save StdioStream TypedStream
     Xdr XdrEvolution XdrValues
-  PRIVATE AddressIndex OutBuffer ReaderGraph ReaderNumbers RecordFormat RecordReader StreamMarks
-    TextChunks
-  SOURCES BinaryReader BinaryTranscriber BinaryWriter MemoryStream ReaderConverters
-    ReaderFaults ReaderGraph RecordReader Save StdioStream StreamHeader Xdr)
+  PRIVATE AddressIndex OutBuffer ReaderGraph ReaderNumbers RecordFormat RecordParser RecordReader
+    StreamMarks StreamWalk TextChunks
+  SOURCES BinaryReader BinaryTranscriber BinaryWriter CheckStream MemoryStream ReaderConverters
+    ReaderFaults ReaderGraph RecordParser RecordReader Save StdioStream StreamHeader StreamWalk Xdr)
 
 # Objects with properties, inputs and outputs; values sent at once or queued.
 fxds_room(dataflow

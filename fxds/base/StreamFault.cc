@@ -5,6 +5,15 @@
 // Each sentence says what the user can do about it: take another copy, or a
 // newer program. Details are left to place() and `reason`.
 
+std::string fxStreamFault::printable(std::string_view bytes) {
+    constexpr size_t longest = 200;
+    std::string shown(bytes.substr(0, longest));
+    for (char& c : shown) {
+        if (c < ' ' || c > '~') c = '?';
+    }
+    return shown;
+}
+
 std::string fxStreamFault::place() const {
     std::string text = "offset " + std::to_string(offset);
     if (*record != '\0') text += std::string(", ") + record;
@@ -19,7 +28,7 @@ std::string fxStreamFault::text() const {
     switch (kind) {
         case none:
             break;
-        case system:
+        case systemError:
             return what + ": " + (error != 0 ? std::strerror(error) : reason.c_str());
         case ended:
             return what + " is not complete: something is missing after byte " +

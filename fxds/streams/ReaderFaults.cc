@@ -9,20 +9,6 @@
 // once it is noted, the records answer as at the end of the stream, so that no
 // operation needs to ask whether there is one.
 
-namespace {
-
-// What a stream says is not for terminals as it is.
-std::string printable(const std::string& text) {
-    constexpr size_t longest = 200;
-    std::string shown = text.substr(0, longest);
-    for (char& c : shown) {
-        if (c < ' ' || c > '~') c = '?';
-    }
-    return shown;
-}
-
-}  // namespace
-
 // Private functions.
 
 bool fxBinaryReader::refuse(fxStreamFault::Kind kind, const char* message) {
@@ -53,7 +39,8 @@ fxStreamFault fxBinaryReader::faultHere(fxStreamFault::Kind kind, const char* me
     fault.offset = headerBytes + records->recordAt();
     fault.record = fxRecordFormat::tagName(records->head().tag);
     if (fault.className.empty() && bodyType != nullptr) fault.className = bodyType->name;
-    if (kind == fxStreamFault::unknownType) fault.className = printable(records->name());
-    if (fault.reason.empty()) fault.reason = printable(message);
+    if (kind == fxStreamFault::unknownType)
+        fault.className = fxStreamFault::printable(records->name());
+    if (fault.reason.empty()) fault.reason = fxStreamFault::printable(message);
     return fault;
 }

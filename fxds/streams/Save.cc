@@ -127,7 +127,7 @@ fxStreamFault writeTo(fxStream& stream, fxDetail::WriteRoot* writeRoot, void* ro
     if (objection != nullptr) fault = *objection;
     if (root == nullptr) fault.reason = "there is no object";
     const bool isUnwritable = objection != nullptr || root == nullptr;
-    fault.kind = isUnwritable ? fxStreamFault::unwritable : fxStreamFault::system;
+    fault.kind = isUnwritable ? fxStreamFault::unwritable : fxStreamFault::systemError;
     if (!isUnwritable) fault.error = error;
     if (!isUnwritable) fault.reason = "the stream does not take the bytes";
     return fault;
@@ -180,7 +180,7 @@ fxStreamFault fxDetail::saveRoot(const char* path, WriteRoot* write, void* root)
     try {
         saveAs(linkTarget(path), write, root, fault);
     } catch (const Failure& failure) {
-        fault.kind = fxStreamFault::system;
+        fault.kind = fxStreamFault::systemError;
         fault.error = failure.error;
     }
     if (fault) fault.path = path;
@@ -204,7 +204,7 @@ void* fxDetail::loadRoot(const char* path, fxTypeObj& type, fxStreamFault& fault
         if (stream.hasError()) ::close(fd);
     }
     if (error != 0) fault = fxStreamFault();
-    if (error != 0) fault.kind = fxStreamFault::system;
+    if (error != 0) fault.kind = fxStreamFault::systemError;
     fault.error = error;
     if (root == nullptr) fault.path = path;
     return root;

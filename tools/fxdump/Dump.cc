@@ -3,18 +3,21 @@
 #include <map>
 
 #include "Graph.h"
+#include "Json.h"
 #include "Listing.h"
 #include "Text.h"
-#include "Walk.h"
+#include "fxds/streams/StreamWalk.h"
+
+using namespace fxStreamParts;
 
 namespace {
 
 // Keeps the first fault.
 class Check : public StreamVisitor {
 public:
-    void fault(const StreamWalk& walk, size_t offset, const std::string& what) override {
+    void fault(const StreamWalk& walk, const fxStreamFault& fault) override {
         if (!complaint.empty()) return;
-        complaint = "offset " + std::to_string(offset) + ": " + what;
+        complaint = "offset " + std::to_string(fault.offset) + ": " + fault.reason;
         if (walk.isComplete()) complaint += " (nothing is missing before that)";
     }
 
@@ -43,6 +46,13 @@ bool dumpStream(std::string_view stream, const std::string& name, DumpMode mode,
         graph.begin();
         walk.run();
         graph.end(walk);
+        return true;
+    }
+    if (mode == DumpMode::json) {
+        Json json(out);
+        json.begin();
+        StreamWalk(stream, json).run();
+        json.end();
         return true;
     }
     Check check;

@@ -6,9 +6,9 @@
 #include <string>
 #include <string_view>
 
-enum class DumpMode { listing, graph, check };
+enum class DumpMode { listing, graph, json, check };
 
-/// Prints the stream to `out`, as a listing or as a graph, or whether it is
+/// Prints the stream to `out`, as a listing, as a graph or as JSON, or whether it is
 /// valid. Returns false when it was checked and has a fault. Does nothing to the
 /// stream and makes none of its objects; any bytes at all will do. `name` is
 /// what a check calls the stream.

@@ -3,6 +3,8 @@
 #include "Text.h"
 #include "fxds/BinaryTranscriber.h"
 
+using namespace fxStreamParts;
+
 namespace {
 
 constexpr size_t labelBytes = 24;
@@ -21,7 +23,7 @@ std::string labelText(const std::string& text) {
 
 std::string contentsText(const Record& record) {
     if (record.tag != fxTagBytes) {
-        return counted(record.byteCount, "byte") + " of " + tagName(record.tag);
+        return counted(record.byteCount, "byte") + " of " + fxRecordFormat::tagName(record.tag);
     }
     std::string_view text = record.payload;
     if (!text.empty() && text.back() == '\0') text.remove_suffix(1);
@@ -57,8 +59,8 @@ void Graph::record(const StreamWalk& walk, const Record& record) {
     }
 }
 
-void Graph::fault(const StreamWalk&, size_t offset, const std::string& what) {
-    std::fprintf(out, "    // fault at offset %zu: %s\n", offset, what.c_str());
+void Graph::fault(const StreamWalk&, const fxStreamFault& fault) {
+    std::fprintf(out, "    // fault at offset %zu: %s\n", fault.offset, fault.reason.c_str());
 }
 
 void Graph::end(const StreamWalk& walk) {

@@ -4,25 +4,26 @@
 
 #include <cstdio>
 
-#include "Walk.h"
+#include "fxds/streams/StreamWalk.h"
 
 /// A digraph in the language of Graphviz: objects as ellipses (roots doubled),
 /// blocks and texts as boxes, base parts as dashed boxes hanging on their
 /// object; what the stream promises and does not hold is red. Faults come as
 /// comments.
-class Graph : public StreamVisitor {
+class Graph : public fxStreamParts::StreamVisitor {
 public:
     /// `out` is borrowed.
     explicit Graph(FILE* out);
 
     void begin();
-    void record(const StreamWalk& walk, const Record& record) override;
-    void fault(const StreamWalk& walk, size_t offset, const std::string& what) override;
-    void end(const StreamWalk& walk);
+    void record(const fxStreamParts::StreamWalk& walk,
+                const fxStreamParts::Record& record) override;
+    void fault(const fxStreamParts::StreamWalk& walk, const fxStreamFault& fault) override;
+    void end(const fxStreamParts::StreamWalk& walk);
 
 private:
     void node(unsigned int id, const std::string& label, const char* look);
-    void edge(const StreamWalk& walk, unsigned int to, const char* look);
+    void edge(const fxStreamParts::StreamWalk& walk, unsigned int to, const char* look);
 
     FILE* out;
     bool hasStart;  // pointers that stand outside of any object begin there

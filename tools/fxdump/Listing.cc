@@ -5,6 +5,8 @@
 #include "Text.h"
 #include "fxds/BinaryTranscriber.h"
 
+using namespace fxStreamParts;
+
 namespace {
 
 constexpr size_t bytesPerLine = 16;
@@ -73,7 +75,7 @@ void Listing::record(const StreamWalk& walk, const Record& record) {
         line(record.at - record.fillers, "   filler", counted(record.fillers, "zero byte"));
     }
     char tag[32];
-    std::snprintf(tag, sizeof tag, "%2u %s", record.tag, tagName(record.tag));
+    std::snprintf(tag, sizeof tag, "%2u %s", record.tag, fxRecordFormat::tagName(record.tag));
     std::string what = fieldsText(walk, record, isFull ? std::string::npos : shortPayload);
     if (walk.filling() != 0 && record.tag == fxTagData) what = "of " + idText(walk.filling());
     if (!record.payload.empty()) {
@@ -83,8 +85,8 @@ void Listing::record(const StreamWalk& walk, const Record& record) {
     payload(record.payloadAt, record.payload);
 }
 
-void Listing::fault(const StreamWalk&, size_t offset, const std::string& what) {
-    line(offset, "!! fault", what);
+void Listing::fault(const StreamWalk&, const fxStreamFault& fault) {
+    line(fault.offset, "!! fault", fault.reason);
 }
 
 void Listing::rest(size_t offset, std::string_view bytes) {

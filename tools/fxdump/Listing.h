@@ -4,18 +4,19 @@
 
 #include <cstdio>
 
-#include "Walk.h"
+#include "fxds/streams/StreamWalk.h"
 
 /// One line for each record: its offset, its tag and what that means, and what
 /// its ids stand for; then its payload, 16 bytes a line; then its faults.
-class Listing : public StreamVisitor {
+class Listing : public fxStreamParts::StreamVisitor {
 public:
     /// `out` is borrowed. Unless `isFull`, long payloads and names are shortened.
     Listing(FILE* out, bool isFull);
 
-    void header(const Header& header) override;
-    void record(const StreamWalk& walk, const Record& record) override;
-    void fault(const StreamWalk& walk, size_t offset, const std::string& what) override;
+    void header(const fxStreamParts::Header& header) override;
+    void record(const fxStreamParts::StreamWalk& walk,
+                const fxStreamParts::Record& record) override;
+    void fault(const fxStreamParts::StreamWalk& walk, const fxStreamFault& fault) override;
     void rest(size_t offset, std::string_view bytes) override;
 
 private:

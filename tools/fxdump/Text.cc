@@ -1,5 +1,7 @@
 #include "Text.h"
 
+#include "fxds/streams/RecordParser.h"
+
 namespace {
 
 constexpr size_t bytesPerLine = 16;
@@ -35,12 +37,8 @@ std::string escaped(std::string_view bytes, size_t limit) {
 
 std::string quoted(std::string_view bytes, size_t limit) {
     std::string text = '"' + escaped(bytes, limit) + '"';
-    if (bytes.size() > limit) text += " (" + counted(bytes.size(), "byte") + ")";
+    if (bytes.size() > limit) text += " (" + fxStreamParts::counted(bytes.size(), "byte") + ")";
     return text;
-}
-
-std::string counted(size_t count, const char* what) {
-    return std::to_string(count) + " " + what + (count == 1 ? "" : "s");
 }
 
 std::string dumped(std::string_view bytes) {

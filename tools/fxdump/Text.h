@@ -13,9 +13,6 @@ std::string escaped(std::string_view bytes, size_t limit = 60);
 /// The same in quotes, followed by the number of bytes when it is shortened.
 std::string quoted(std::string_view bytes, size_t limit = 60);
 
-/// "1 byte", "2 bytes", ...
-std::string counted(size_t count, const char* what);
-
 /// "2a 00 ...  |*.|": up to 16 bytes in hexadecimal, and as characters.
 std::string dumped(std::string_view bytes);
 

@@ -1,10 +1,12 @@
 // fxdump: shows, draws and checks streams of fxBinaryWriter.
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <memory>
 #include <new>
 #include <string>
+#include <vector>
 
 #include "Dump.h"
 #include "Text.h"
@@ -15,24 +17,25 @@ constexpr int faultStatus = 1;
 constexpr int failureStatus = 2;
 
 constexpr char helpText[] =
-    "Usage: fxdump [OPTION]... [FILE]\n"
-    "Prints a stream of fxBinaryWriter record by record. Without FILE, or with -,\n"
+    "Usage: fxdump [OPTION]... [FILE]...\n"
+    "Prints streams of fxBinaryWriter record by record. Without FILE, or with -,\n"
     "reads standard input.\n"
     "\n"
     "  --full   prints long payloads in full\n"
     "  --dot    draws the objects and their pointers instead, for Graphviz\n"
-    "  --check  only tells whether the stream is valid, and the offset of its first\n"
+    "  --json   prints everything that is in the stream, as JSON\n"
+    "  --check  only tells whether each stream is valid, and the offset of its first\n"
     "           fault; makes none of its objects\n"
     "  --help   prints this\n"
     "\n"
     "Exit status: 0, also for a listing of a damaged stream; 1 when a check found a\n"
-    "fault; 2 when the options are wrong, or FILE cannot be read.\n";
+    "fault; 2 when the options are wrong, or a FILE cannot be read.\n";
 
 struct Options {
     DumpMode mode = DumpMode::listing;
     bool isFull = false;
     bool isHelp = false;
-    std::string path = "-";
+    std::vector<std::string> paths;
 };
 
 int fail(const std::string& what) {
@@ -44,7 +47,7 @@ std::string nameText(const std::string& name) { return escaped(name, std::string
 
 bool setMode(Options& options, DumpMode mode, std::string& error) {
     if (options.mode != DumpMode::listing && options.mode != mode) {
-        error = "--dot and --check exclude each other";
+        error = "--dot, --json and --check exclude each other";
         return false;
     }
     options.mode = mode;
@@ -53,31 +56,29 @@ bool setMode(Options& options, DumpMode mode, std::string& error) {
 
 // False with what is wrong in `error`.
 bool parseOptions(int argc, char** argv, Options& options, std::string& error) {
-    bool hasPath = false;
     bool isOnlyPaths = false;
     for (int i = 1; i < argc; ++i) {
         const std::string word = argv[i];
         if (isOnlyPaths || word == "-" || word.empty() || word[0] != '-') {
-            if (hasPath) {
-                error = "one FILE at a time, please (see --help)";
-                return false;
-            }
-            hasPath = true;
-            options.path = word;
+            options.paths.push_back(word);
         } else if (word == "--") {
             isOnlyPaths = true;
         } else if (word == "--full") {
             options.isFull = true;
         } else if (word == "--help") {
             options.isHelp = true;
-        } else if (word == "--dot" || word == "--check") {
-            const DumpMode mode = word == "--dot" ? DumpMode::graph : DumpMode::check;
-            if (!setMode(options, mode, error)) return false;
+        } else if (word == "--dot") {
+            if (!setMode(options, DumpMode::graph, error)) return false;
+        } else if (word == "--json") {
+            if (!setMode(options, DumpMode::json, error)) return false;
+        } else if (word == "--check") {
+            if (!setMode(options, DumpMode::check, error)) return false;
         } else {
             error = "unknown option " + nameText(word) + " (see --help)";
             return false;
         }
     }
+    if (options.paths.empty()) options.paths.emplace_back("-");
     return true;
 }
 
@@ -108,13 +109,17 @@ int run(const Options& options) {
         std::fputs(helpText, stdout);
         return finish(0);
     }
-    std::string bytes;
-    const std::string name = options.path == "-" ? "standard input" : options.path;
-    if (!readAll(options.path, bytes)) {
-        return fail(nameText(name) + ": " + std::strerror(errno));
+    int status = 0;
+    for (const std::string& path : options.paths) {
+        std::string bytes;
+        const std::string name = path == "-" ? "standard input" : path;
+        if (!readAll(path, bytes)) {
+            status = fail(nameText(name) + ": " + std::strerror(errno));
+        } else if (!dumpStream(bytes, name, options.mode, options.isFull, stdout)) {
+            status = std::max(status, faultStatus);
+        }
     }
-    const bool isValid = dumpStream(bytes, name, options.mode, options.isFull, stdout);
-    return finish(isValid ? 0 : faultStatus);
+    return finish(status);
 }
 
 }  // namespace

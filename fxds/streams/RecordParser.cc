@@ -1,9 +1,8 @@
-#include "Records.h"
+#include "fxds/streams/RecordParser.h"
 
 #include <cstring>
 #include <utility>
 
-#include "Text.h"
 #include "fxds/BinaryTranscriber.h"
 
 // Heads are decoded as the library decodes them. What differs from its reader is
@@ -11,12 +10,9 @@
 
 using namespace fxRecordFormat;
 
-namespace {
+namespace fxStreamParts {
 
-constexpr const char* tagNames[] = {"data",   "null",    "type",          "block",  "block again",
-                                    "bytes",  "shorts",  "longs",         "floats", "doubles",
-                                    "object", "pointer", "pointer again", "part",   "part again"};
-static_assert(sizeof tagNames / sizeof *tagNames == tagCount);
+namespace {
 
 // The text that begins at `at` and ends before a zero; `at` moves past that.
 bool takeText(std::string_view stream, size_t& at, std::string_view& text) {
@@ -28,6 +24,10 @@ bool takeText(std::string_view stream, size_t& at, std::string_view& text) {
 }
 
 }  // namespace
+
+std::string counted(size_t count, const char* what) {
+    return std::to_string(count) + " " + what + (count == 1 ? "" : "s");
+}
 
 // The marks tell the byte order of the writer when they are read in our own.
 bool parseHeader(std::string_view stream, Header& header) {
@@ -44,8 +44,6 @@ bool parseHeader(std::string_view stream, Header& header) {
     return true;
 }
 
-const char* tagName(unsigned int tag) { return tagNames[tag]; }
-
 RecordParser::RecordParser(std::string_view bytes, size_t at) : stream(bytes), cursor(at) {}
 
 RecordParser::Outcome RecordParser::next(Record& record) {
@@ -61,10 +59,12 @@ RecordParser::Outcome RecordParser::next(Record& record) {
     const Head head = decode(bytes);
     record.tag = head.tag;
     if (head.tag >= tagCount) {
-        return lose(record, "tag " + std::to_string(head.tag) + " does not exist");
+        return lose(record, fxStreamFault::damaged,
+                    "tag " + std::to_string(head.tag) + " does not exist");
     }
     const size_t size = size_t{headBytes.of[bytes[0]]} + filler.bytesIn(head.tag);
-    if (left() < size) return lose(record, "the stream ends within the head of a record");
+    if (left() < size)
+        return lose(record, fxStreamFault::ended, "the stream ends within the head of a record");
     cursor += size;
     if (fieldBytes[head.tag] > 0) record.id = head.id();
     if (head.tag == fxTagObject) {
@@ -73,11 +73,12 @@ RecordParser::Outcome RecordParser::next(Record& record) {
     } else if (head.tag == fxTagBlock || isContents(head.tag)) {
         record.byteCount = head.byteCount();
     } else if (head.tag == fxTagType && !takeText(stream, cursor, record.name)) {
-        return lose(record, "the name of the type has no end");
+        return lose(record, fxStreamFault::ended, "the name of the type has no end");
     }
     if (left() < head.payloadBytes) {
-        return lose(record, "the record claims " + counted(head.payloadBytes, "byte") +
-                                " of payload and " + counted(left(), "byte") + " follow");
+        return lose(record, fxStreamFault::ended,
+                    "the record claims " + counted(head.payloadBytes, "byte") + " of payload and " +
+                        counted(left(), "byte") + " follow");
     }
     record.payloadAt = cursor;
     record.payload = stream.substr(cursor, head.payloadBytes);
@@ -86,7 +87,9 @@ RecordParser::Outcome RecordParser::next(Record& record) {
     return found;
 }
 
-RecordParser::Outcome RecordParser::lose(const Record& record, std::string why) {
+RecordParser::Outcome RecordParser::lose(const Record& record, fxStreamFault::Kind newKind,
+                                         std::string why) {
+    kind = newKind;
     complaint_ = std::move(why);
     cursor = record.at;
     return lost;
@@ -95,3 +98,5 @@ RecordParser::Outcome RecordParser::lose(const Record& record, std::string why) 
 unsigned char RecordParser::byteAt(size_t at) const {
     return static_cast<unsigned char>(stream[at]);
 }
+
+}  // namespace fxStreamParts

@@ -1,8 +1,7 @@
-#include "Walk.h"
+#include "fxds/streams/StreamWalk.h"
 
 #include <algorithm>
 
-#include "Text.h"
 #include "fxds/BinaryTranscriber.h"
 #include "fxds/streams/StreamMarks.h"
 
@@ -22,6 +21,8 @@
 using namespace fxRecordFormat;
 using namespace fxStreamMarks;
 
+namespace fxStreamParts {
+
 namespace {
 
 std::string idText(unsigned int id) { return "id " + std::to_string(id); }
@@ -39,7 +40,7 @@ const char* kindName(Entry::Kind kind) {
 StreamVisitor::~StreamVisitor() = default;
 void StreamVisitor::header(const Header&) {}
 void StreamVisitor::record(const StreamWalk&, const Record&) {}
-void StreamVisitor::fault(const StreamWalk&, size_t, const std::string&) {}
+void StreamVisitor::fault(const StreamWalk&, const fxStreamFault&) {}
 void StreamVisitor::rest(size_t, std::string_view) {}
 
 StreamWalk::StreamWalk(std::string_view bytes, StreamVisitor& visitor_)
@@ -48,7 +49,14 @@ StreamWalk::StreamWalk(std::string_view bytes, StreamVisitor& visitor_)
 void StreamWalk::run() {
     Header header;
     if (!parseHeader(stream, header)) {
-        fault(stream.size(), "the stream ends within its header");
+        static constexpr char begin[] = "fxBinaryWriter\0ieee";
+        const std::string_view own(begin, sizeof begin);
+        const size_t length = std::min(own.size(), stream.size());
+        if (stream.substr(0, length) == own.substr(0, length)) {
+            fault(fxStreamFault::ended, stream.size(), "the stream ends within its header");
+        } else {
+            fault(fxStreamFault::foreign, 0, "not a stream of fxBinaryWriter");
+        }
         visitor.rest(0, stream);
         return;
     }
@@ -59,11 +67,13 @@ void StreamWalk::run() {
     RecordParser::Outcome outcome = RecordParser::ended;
     while ((outcome = parser.next(record)) == RecordParser::found) {
         ++records_;
+        recordName = tagName(record.tag);
         visitor.record(*this, record);
         take(record);
     }
     if (outcome == RecordParser::lost) {
-        fault(record.at, parser.complaint());
+        recordName = "";
+        fault(parser.complaintKind(), record.at, parser.complaint());
         visitor.rest(record.at, stream.substr(record.at));
     } else {
         finish();
@@ -83,15 +93,19 @@ std::string_view StreamWalk::typeName(unsigned int typeId) const {
 // Private functions.
 
 void StreamWalk::checkHeader(const Header& header) {
-    if (header.writer != "fxBinaryWriter") fault(0, "not a stream of fxBinaryWriter");
+    if (header.writer != "fxBinaryWriter")
+        fault(fxStreamFault::foreign, 0, "not a stream of fxBinaryWriter");
     if (!isFloatFormat(header.floats)) {
-        fault(header.floatsAt, "unsupported format of floating-point numbers");
+        fault(fxStreamFault::foreign, header.floatsAt,
+              "unsupported format of floating-point numbers");
     }
     if (shortOrder(header.shortMark) == Order::unknown) {
-        fault(header.shortMarkAt, "a short mark that no supported machine writes");
+        fault(fxStreamFault::foreign, header.shortMarkAt,
+              "a short mark that no supported machine writes");
     }
     if (longOrder(header.longMark) == Order::unknown) {
-        fault(header.longMarkAt, "a long mark that no supported machine writes");
+        fault(fxStreamFault::foreign, header.longMarkAt,
+              "a long mark that no supported machine writes");
     }
 }
 
@@ -208,10 +222,12 @@ void StreamWalk::define(const Record& record, Entry::Kind kind) {
 }
 
 void StreamWalk::finish() {
-    if (!hasContent) fault(stream.size(), "the stream ends before its first object");
+    if (!hasContent)
+        fault(fxStreamFault::ended, stream.size(), "the stream ends before its first object");
     if (missing > 0) {
-        fault(stream.size(), "the stream ends within the contents of " + idText(filling_) +
-                                 ", which lack " + counted(missing, "byte"));
+        fault(fxStreamFault::ended, stream.size(),
+              "the stream ends within the contents of " + idText(filling_) + ", which lack " +
+                  counted(missing, "byte"));
     }
     if (awaited_ == 0) return;
     const Entry* first = nullptr;
@@ -223,11 +239,20 @@ void StreamWalk::finish() {
             firstId = id;
         }
     }
-    fault(stream.size(), "the stream ends before " + idText(firstId) + ", " +
-                             kindName(first->awaited) + " that the pointer" +
-                             atText(first->mentionedAt) + " leads to");
+    fault(fxStreamFault::ended, stream.size(),
+          "the stream ends before " + idText(firstId) + ", " + kindName(first->awaited) +
+              " that the pointer" + atText(first->mentionedAt) + " leads to");
 }
 
-void StreamWalk::fault(size_t offset, const std::string& what) {
-    visitor.fault(*this, offset, what);
+void StreamWalk::fault(fxStreamFault::Kind kind, size_t offset, const std::string& what) {
+    fxStreamFault fault;
+    fault.kind = kind;
+    fault.offset = offset;
+    fault.record = recordName;
+    const Entry* const object = find(owner_);
+    if (object != nullptr) fault.className = fxStreamFault::printable(typeName(object->typeId));
+    fault.reason = what;
+    visitor.fault(*this, fault);
 }
+
+}  // namespace fxStreamParts

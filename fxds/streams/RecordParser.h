@@ -1,12 +1,18 @@
 // The records of a binary stream, as they stand in the file.
-#ifndef FXDUMP_RECORDS_H
-#define FXDUMP_RECORDS_H
+#ifndef FXDS_STREAMS_RECORDPARSER_H
+#define FXDS_STREAMS_RECORDPARSER_H
 
 #include <cstddef>
 #include <string>
 #include <string_view>
 
+#include "fxds/StreamFault.h"
 #include "fxds/streams/RecordFormat.h"
+
+namespace fxStreamParts {
+
+/// "1 byte", "2 bytes", ...
+std::string counted(size_t count, const char* what);
 
 /// What a stream begins with. Views of the stream.
 struct Header {
@@ -37,9 +43,6 @@ struct Record {
     std::string_view payload;
 };
 
-/// The name of a tag, as docs/stream-format.md has it. Requires: tag <= 14.
-const char* tagName(unsigned int tag);
-
 /// Takes a stream apart, one record after the other, and never looks outside
 /// of it. Knows nothing of what the records mean together.
 class RecordParser {
@@ -51,13 +54,14 @@ public:
 
     /// Takes the next record. `ended` when the stream ends where a record might
     /// begin. `lost` when the rest, which begins at `record.at`, cannot be taken
-    /// apart; complaint() tells why.
+    /// apart; complaint() tells why, and complaintKind() what that amounts to.
     Outcome next(Record& record);
 
     const std::string& complaint() const { return complaint_; }
+    fxStreamFault::Kind complaintKind() const { return kind; }
 
 private:
-    Outcome lose(const Record& record, std::string why);
+    Outcome lose(const Record& record, fxStreamFault::Kind newKind, std::string why);
     unsigned char byteAt(size_t at) const;
     size_t left() const { return stream.size() - cursor; }
 
@@ -65,6 +69,9 @@ private:
     size_t cursor;
     fxRecordFormat::Filler filler;
     std::string complaint_;
+    fxStreamFault::Kind kind = fxStreamFault::none;
 };
+
+}  // namespace fxStreamParts
 
 #endif

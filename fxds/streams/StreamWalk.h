@@ -1,13 +1,15 @@
 // Walks through a binary stream and keeps account of what its records define.
-#ifndef FXDUMP_WALK_H
-#define FXDUMP_WALK_H
+#ifndef FXDS_STREAMS_STREAMWALK_H
+#define FXDS_STREAMS_STREAMWALK_H
 
 #include <cstddef>
 #include <map>
 #include <string>
 #include <string_view>
 
-#include "Records.h"
+#include "fxds/streams/RecordParser.h"
+
+namespace fxStreamParts {
 
 /// What stands behind an id.
 struct Entry {
@@ -34,7 +36,8 @@ public:
     virtual void header(const Header& header);
     /// Before the record has taken effect on the tables of the walk.
     virtual void record(const StreamWalk& walk, const Record& record);
-    virtual void fault(const StreamWalk& walk, size_t offset, const std::string& what);
+    /// `fault` has all but the path.
+    virtual void fault(const StreamWalk& walk, const fxStreamFault& fault);
     /// From `offset` on, the stream cannot be taken apart. Follows a fault.
     virtual void rest(size_t offset, std::string_view bytes);
 };
@@ -73,7 +76,10 @@ private:
     void mention(const Record& record, Entry::Kind wanted);
     void define(const Record& record, Entry::Kind kind);
     void finish();
-    void fault(size_t offset, const std::string& what);
+    void fault(fxStreamFault::Kind kind, size_t offset, const std::string& what);
+    void fault(size_t offset, const std::string& what) {
+        fault(fxStreamFault::damaged, offset, what);
+    }
 
     std::string_view stream;
     StreamVisitor& visitor;
@@ -85,6 +91,9 @@ private:
     bool hasContent = false;  // any records but those of types
     unsigned int owner_ = 0;
     unsigned int filling_ = 0;
+    const char* recordName = "header";
 };
+
+}  // namespace fxStreamParts
 
 #endif

@@ -1,0 +1,25 @@
+// Looking for damage in saved objects without having their classes.
+#ifndef FXDS_CHECKSTREAM_H
+#define FXDS_CHECKSTREAM_H
+
+#include <cstddef>
+
+#include "fxds/StreamFault.h"
+
+class fxStream;
+
+///@{
+/// The first thing that is wrong with the bytes of a stream, to its end: the kind,
+/// the offset, the record, the class of the object whose fields stand there, and
+/// in `reason` what it is. Makes none of the objects, and needs none of their
+/// classes: it finds contradictions between records and what is missing. What only
+/// a class can tell, such as which fields an object has, it does not find; so
+/// fxLoad() may refuse what this accepts.
+///
+/// The bytes of a stream and of a file are taken into memory.
+[[nodiscard]] FX_API fxStreamFault fxCheckStream(const void* bytes, size_t byteCount);
+[[nodiscard]] FX_API fxStreamFault fxCheckStream(fxStream& stream);
+[[nodiscard]] FX_API fxStreamFault fxCheckStream(const char* path);
+///@}
+
+#endif
