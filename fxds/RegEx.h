@@ -31,6 +31,9 @@ public:
     /// the distance. Returns expression(), or null when there is none.
     /// Requires: `from` lies in the zero-terminated `buf` or at its end.
     const fxregexp* search(const char* buf, const char* from) const;
+    /// As search(), to go on in a buffer that is unchanged since the last search, if
+    /// that was of this buffer; see fxregnext().
+    const fxregexp* searchNext(const char* buf, const char* from) const;
 
     /// View: the compiled expression with the groups of the last search, whose
     /// buffer they point into; null when the pattern did not compile.

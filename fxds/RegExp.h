@@ -69,7 +69,17 @@ FX_API int fxregexec(fxregexp* compiled, const char* subject);
 /// Requires: `from` lies in `subject` or at its end.
 FX_API int fxregexec(fxregexp* compiled, const char* subject, const char* from);
 
-/// As above, and tells why there is no result: when the search could not be made,
+/// Searches as fxregexec(compiled, subject, from) does, to go on in a subject that
+/// has been searched before: what was found to lead nowhere there is not tried again.
+/// So all matches of a subject, each found behind the one before, take one expression
+/// time in proportion to its length and the logarithm of that. By fxregexec(), which
+/// does not remember, each may take time in proportion to the length: those of
+/// `a[^b]*b|a` in n times `a` take n * n together.
+/// Requires: since the last search with `compiled`, nothing from `from` on has changed
+/// in `subject`, unless that search was of another subject.
+FX_API int fxregnext(fxregexp* compiled, const char* subject, const char* from);
+
+/// As fxregexec(), and tells why there is no result: when the search could not be made,
 /// `*message` is set to the reason, a text that lives as long as the program; when
 /// 0 means that there is no match, and after a match, it is set to null.
 /// Requires: message not null.

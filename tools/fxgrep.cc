@@ -147,13 +147,15 @@ public:
     bool find(char* line, char* end, const char* from) override {
         const char behind = *end;
         *end = 0;
-        if (from == line || from[-1] == 0) part = from;
-        bool isFound = findIn(from);
+        const bool isNew = from == line || from[-1] == 0;
+        if (isNew) part = from;
+        bool isFound =
+            isFoundBy(isNew ? expression.search(part, from) : expression.searchNext(part, from));
         while (!isFound) {
             from += std::strlen(from) + 1;
             if (from > end) break;
             part = from;
-            isFound = findIn(from);
+            isFound = isFoundBy(expression.search(part, from));
         }
         *end = behind;
         return isFound;
@@ -170,8 +172,7 @@ public:
     }
 
 private:
-    bool findIn(const char* from) {
-        const fxregexp* const found = expression.search(part, from);
+    bool isFoundBy(const fxregexp* found) {
         if (found == nullptr) return false;
         matchBegin = found->startp[0];
         matchEnd = found->endp[0];

@@ -44,4 +44,8 @@ const fxregexp* fxRegEx::search(const char* buf, const char* from) const {
     return fxregexec(compiled, buf, from) != 0 ? compiled : nullptr;
 }
 
+const fxregexp* fxRegEx::searchNext(const char* buf, const char* from) const {
+    return fxregnext(compiled, buf, from) != 0 ? compiled : nullptr;
+}
+
 bool fxIsRegEx(const char* s) { return s[std::strcspn(s, ".+*^$(){}[]")] != 0; }

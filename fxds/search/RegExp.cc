@@ -116,6 +116,30 @@ bool expand(const fxregexp* compiled, const char* text, Expansion& out) {
     return true;
 }
 
+int execute(fxregexp* compiled, const char* subject, const char* from, const char** message,
+            bool goesOn) {
+    FX_ASSERT(message != nullptr);
+    *message = nullptr;
+    if (compiled == nullptr || subject == nullptr || from == nullptr) {
+        fxregerror(*message = "NULL parameter");
+        return 0;
+    }
+    std::fill_n(compiled->startp, groupCount, nullptr);
+    std::fill_n(compiled->endp, groupCount, nullptr);
+    const Plan* const plan = hasMagic(compiled) ? planOf(compiled) : nullptr;
+    if (plan == nullptr) {
+        fxregerror(*message = "corrupted program");
+        return 0;
+    }
+    if (!goesOn) plan->room.known->subject = nullptr;
+    if (compiled->regmust != nullptr && std::strstr(from, compiled->regmust) == nullptr) return 0;
+    size_t effort = 0;
+    return search(*plan, subject, from, compiled->startp, compiled->endp, effort, Patience(),
+                  goesOn)
+               ? 1
+               : 0;
+}
+
 }  // namespace
 
 void fxregerror(const char*) {}
@@ -143,22 +167,12 @@ int fxregexec(fxregexp* compiled, const char* subject, const char* from) {
 }
 
 int fxregexec(fxregexp* compiled, const char* subject, const char* from, const char** message) {
-    FX_ASSERT(message != nullptr);
-    *message = nullptr;
-    if (compiled == nullptr || subject == nullptr || from == nullptr) {
-        fxregerror(*message = "NULL parameter");
-        return 0;
-    }
-    std::fill_n(compiled->startp, groupCount, nullptr);
-    std::fill_n(compiled->endp, groupCount, nullptr);
-    const Plan* const plan = hasMagic(compiled) ? planOf(compiled) : nullptr;
-    if (plan == nullptr) {
-        fxregerror(*message = "corrupted program");
-        return 0;
-    }
-    if (compiled->regmust != nullptr && std::strstr(from, compiled->regmust) == nullptr) return 0;
-    size_t effort = 0;
-    return search(*plan, subject, from, compiled->startp, compiled->endp, effort) ? 1 : 0;
+    return execute(compiled, subject, from, message, false);
+}
+
+int fxregnext(fxregexp* compiled, const char* subject, const char* from) {
+    const char* message;
+    return execute(compiled, subject, from, &message, true);
 }
 
 // `dest` must be large enough; nothing is truncated.

@@ -19,6 +19,9 @@
 //     on behind a repetition that has had its least is a place of its own.
 // (4) When there is a match, every thread comes before it in that order: a thread
 //     that reaches END replaces it.
+// (5) A way that has led nowhere from a place at a position leads nowhere from there
+//     in any search of the subject: what is known of later positions stays true until
+//     a match is found there. A later walk takes such places for come to already.
 // While a step is followed from a thread, `pending` holds the ways not followed yet,
 // the next one on top, each below the positions to restore before it. A step pushes
 // only when it is first come to at a position, so there is room for all.
@@ -40,22 +43,91 @@ inline void InStep::beginTurn() {
 }
 
 bool InStep::walk(const char* from) {
-    at = from;
+    at = walkStart = from;
     ahead.count = 0;
+    forgetUpTo(from);
     beginTurn();
     start();
+    DeadEnds& known = *plan.room.known;
+    size_t next = 0;  // of the known positions
+    size_t distance = DeadEnds::closest;
     while (ahead.count != 0) {
         std::swap(here, ahead);
         ahead.count = 0;
         ++at;
         beginTurn();
         isCut = false;
+        const bool isKnown = next < known.count && known.positions[next].at == at;
+        if (isKnown) recall(known.positions[next]);
         for (size_t i = 0; i < here.count && !isCut; ++i) {
             advance(here.threads[i], here.slots + i * slotCount);
         }
         if (!hasMatch) start();
+        const bool isDistant = at == from + distance;
+        if (isDistant) distance *= DeadEnds::widening;
+        if (isCut) {
+            forgetUpTo(at);
+            next = 0;
+        } else if (isKnown || isDistant) {
+            next = keep(next, isKnown);
+        }
     }
     return hasMatch;
+}
+
+// Takes the places from which no match can be reached for places come to already.
+void InStep::recall(const DeadEnds::Position& position) {
+    for (size_t place = 0; place < plan.placeCount; ++place) {
+        if ((position.places[place / 64] >> place % 64 & 1) != 0) plan.room.marks[place] = turn;
+    }
+}
+
+// Notes all places come to here. They are dead ends unless a match is found from here
+// on, and then this position is forgotten. Returns the index of the next position.
+size_t InStep::keep(size_t index, bool isKnown) {
+    DeadEnds& known = *plan.room.known;
+    DeadEnds::Position* const kept = known.positions;
+    if (!isKnown) {
+        if (known.count == DeadEnds::room) index -= thinOut() < index;
+        std::rotate(kept + index, kept + known.count, kept + known.count + 1);
+        kept[index].at = at;
+        ++known.count;
+    }
+    std::fill_n(kept[index].places, known.words, 0);
+    for (size_t place = 0; place < plan.placeCount; ++place) {
+        const uint64_t isHere = plan.room.marks[place] == turn;
+        kept[index].places[place / 64] |= isHere << place % 64;
+    }
+    return index + 1;
+}
+
+// Gives up a position that lies between two close ones, as seen from the start of the
+// walk, and returns its index. Up to a gigabyte there is one, as there is room for
+// twice as many as the widenings up to there; behind, the last but one.
+size_t InStep::thinOut() {
+    DeadEnds& known = *plan.room.known;
+    const auto distance = [&](size_t i) { return known.positions[i].at - walkStart; };
+    size_t index = 1;
+    while (index + 2 < known.count &&
+           distance(index + 1) / static_cast<long>(DeadEnds::widening) > distance(index - 1)) {
+        ++index;
+    }
+    drop(index, index + 1);
+    return index;
+}
+
+void InStep::forgetUpTo(const char* position) {
+    const DeadEnds& known = *plan.room.known;
+    size_t count = 0;
+    while (count < known.count && known.positions[count].at <= position) ++count;
+    drop(0, count);
+}
+
+// Gives up the positions [from, to).
+void InStep::drop(size_t from, size_t to) {
+    DeadEnds& known = *plan.room.known;
+    std::rotate(known.positions + from, known.positions + to, known.positions + known.count);
+    known.count -= to - from;
 }
 
 // Adds the ways that start here.
@@ -69,6 +141,7 @@ void InStep::start() {
 // Goes on behind the byte that the thread has taken. Most threads come to where an
 // earlier one has been, so nothing is copied before that is known.
 inline void InStep::advance(const Thread& thread, const char* const* recorded) {
+    ++work;
     const Step* const step = &steps[thread.step];
     if (step->op == EXACTLY && thread.offset + 1U < step->length) {
         if (!isNew(step->place + thread.offset + 1U)) return;

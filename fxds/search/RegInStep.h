@@ -27,6 +27,11 @@ public:
     size_t workDone() const { return work; }
 
 private:
+    void recall(const DeadEnds::Position& position);
+    size_t keep(size_t index, bool isKnown);
+    size_t thinOut();
+    void forgetUpTo(const char* position);
+    void drop(size_t from, size_t to);
     void start();
     void advance(const Thread& thread, const char* const* slots);
     void follow(const Step* step);
@@ -45,6 +50,7 @@ private:
     size_t depth = 0;  // pending entries in use
     size_t work = 0;
     const char* at = nullptr;
+    const char* walkStart = nullptr;
     uint32_t turn = 0;
     bool hasMatch = false;
     bool isCut = false;                          // what comes after the match just found is dropped

@@ -111,12 +111,34 @@ struct ThreadList {
     size_t count;
 };
 
+/// What searches of a subject have found out for those that go on in it: the places
+/// from which no match can be reached, at some positions. Memory for few positions
+/// is enough: they lie closely ahead of where a walk has started and widely further
+/// on, so a walk soon comes to one, and walks between two of them add others there.
+struct DeadEnds {
+    static constexpr size_t room = 32;
+    static constexpr size_t closest = 8;   // bytes behind the start of a walk
+    static constexpr size_t widening = 4;  // each is so many times further away
+    struct Position {
+        const char* at;
+        uint64_t* places;  // bits
+    };
+
+    const char* subject;  // of the last search; null before the first
+    const char* begin;    // where the first search of the subject began
+    size_t work;          // that going back has taken in it since then
+    size_t words;         // of `places`
+    size_t count;
+    Position positions[room];  // ascending
+};
+
 /// Room for walking in step. It is part of the block of the compiled expression, so
 /// a search allocates nothing.
 struct WalkRoom {
     ThreadList lists[2];
     uint32_t* marks;  // by place: the turn in which it was come to last
     Entry* pending;   // one for each step
+    DeadEnds* known;
 };
 
 /// How the places are found where a match may start.
@@ -159,9 +181,10 @@ struct Patience {
 
 /// Searches the subject for matches that start at `from` or later and sets the
 /// positions of the first and of the groups that the pattern has. Adds the steps that
-/// it took to `effort`; the result does not depend on `patience`.
+/// it took to `effort`; the result does not depend on `patience`. `goesOn`: the
+/// subject is unchanged since the last search, if it is the same.
 bool search(const Plan& plan, const char* subject, const char* from, const char** startp,
-            const char** endp, size_t& effort, Patience patience = Patience());
+            const char** endp, size_t& effort, Patience patience = Patience(), bool goesOn = false);
 
 }  // namespace fxRegProgram
 

@@ -26,6 +26,7 @@ public:
 
     /// The slots of the match, null when there is none.
     const char* const* run();
+    size_t workGoingBack() const { return tries.workDone(); }
     size_t workDone() const { return tries.workDone() + (walks ? walks->workDone() : 0); }
 
 private:
@@ -106,10 +107,22 @@ const char* Search::findRunAndText(const char* from) const {
 
 }  // namespace
 
+// Searches that go on in a subject may each look far ahead, for little. When going
+// back has taken more than a search may for all the way that they have come, the rest
+// is walked, as walks remember what they have found to lead nowhere.
 bool search(const Plan& plan, const char* subject, const char* from, const char** startp,
-            const char** endp, size_t& effort, Patience patience) {
+            const char** endp, size_t& effort, Patience patience, bool goesOn) {
+    DeadEnds& known = *plan.room.known;
+    if (!goesOn || known.subject != subject || from < known.begin) {
+        known.subject = subject;
+        known.begin = from;
+        known.work = known.count = 0;
+    }
+    const size_t way = static_cast<size_t>(from - known.begin);
+    if (known.work > 16 * patience.atLeast + patience.perByte * way) patience = {0, 0};
     Search search(plan, subject, from, patience);
     const char* const* const slots = search.run();
+    known.work += search.workGoingBack();
     effort += search.workDone();
     if (slots == nullptr) return false;
     startp[0] = slots[0];

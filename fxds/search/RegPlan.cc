@@ -108,6 +108,7 @@ private:
     size_t roomOffset() const {
         return aligned(sizeof(Plan) + steps.size() * sizeof(Step) + tables.size() + program.size);
     }
+    size_t placeWords() const { return (plan.placeCount + size_t{63}) / 64; }
     size_t roomBytes() const;
     WalkRoom roomAt(char* at) const;
 
@@ -325,18 +326,29 @@ void Planner::makeStart() {
     }
 }
 
-// In the order of their alignment: pending, slots, marks, threads.
+// In the order of their alignment: dead ends and their places, pending, slots, marks,
+// threads.
 size_t Planner::roomBytes() const {
     const size_t places = plan.placeCount;
-    return plan.stepCount * sizeof(Entry) +
+    return sizeof(DeadEnds) + DeadEnds::room * placeWords() * sizeof(uint64_t) +
+           plan.stepCount * sizeof(Entry) +
            2 * places * (plan.slotCount * sizeof(const char*) + sizeof(Thread)) +
            places * sizeof(uint32_t);
 }
 
 WalkRoom Planner::roomAt(char* at) const {
     const size_t places = plan.placeCount;
+    static_assert(alignof(DeadEnds) == alignof(uint64_t) && alignof(Entry) == alignof(uint64_t));
     WalkRoom room{};
-    room.pending = reinterpret_cast<Entry*>(at);
+    room.known = reinterpret_cast<DeadEnds*>(at);
+    auto* const bits = reinterpret_cast<uint64_t*>(at + sizeof(DeadEnds));
+    DeadEnds known{};
+    known.words = placeWords();
+    for (size_t i = 0; i < DeadEnds::room; ++i) {
+        known.positions[i].places = bits + i * known.words;
+    }
+    std::memcpy(at, &known, sizeof known);
+    room.pending = reinterpret_cast<Entry*>(bits + DeadEnds::room * known.words);
     room.lists[0].slots = reinterpret_cast<const char**>(room.pending + plan.stepCount);
     room.lists[1].slots = room.lists[0].slots + places * plan.slotCount;
     room.marks = reinterpret_cast<uint32_t*>(room.lists[1].slots + places * plan.slotCount);

@@ -343,13 +343,18 @@ TEST(RegExpHostile, LongSubjectsNeedNoDeepStack) {
 
 // The steps that all searches of a text take together, for each byte of it.
 double effortOf(const std::string& pattern, const std::string& text) {
-    const Compiled compiled = compile(pattern);
+    const Compiled compiled = compile(pattern), forgetful = compile(pattern);
     size_t effort = 0;
     const char* from = text.c_str();
     const char* startp[10];
     const char* endp[10];
     while (fxRegProgram::search(*fxRegProgram::planOf(compiled.get()), text.c_str(), from, startp,
-                                endp, effort)) {
+                                endp, effort, fxRegProgram::Patience(), true)) {
+        if (text.size() < 2000) {
+            EXPECT_EQ(fxregexec(forgetful.get(), text.c_str(), from), 1);
+            EXPECT_EQ(startp[0], forgetful->startp[0]);
+            EXPECT_EQ(endp[0], forgetful->endp[0]);
+        }
         if (*endp[0] == 0) break;
         from = endp[0] == startp[0] ? endp[0] + 1 : endp[0];
     }
@@ -368,6 +373,11 @@ TEST(RegExpHostile, StepsAreInProportionToSubjectTimesProgram) {
                  {"((a|a)+b?)+$", "a"},
                  {"(a*a*a*a*a*b)?$", "a"},
                  {"a*a*a*a*a*[bc]", "a"},
+                 {"a[^b]*b|a", "a"},  // many matches, each after a look far ahead
+                 {"(a|ac|ca)*b|[ac]", "acca"},
+                 {"(a|c)*bc|[ac]|b",
+                  "acccccccccccccccccccccccccccccccccccccccccccccccccccccc"
+                  "cccccccccccccccccccccccccccccccccccccccccccccccbcacab"},
                  {"(.*)(.*)(.*)(.*)(.*)[xy]", "a"},
                  {"(ab|a|b)*[cd]", "ab"},
                  {"([a-z]+ )+[0-9]", "word "},
