@@ -10,6 +10,7 @@
 #include "fxds/Channel.h"
 #include "fxds/DataTypes.h"
 #include "fxds/Property.h"
+#include "fxds/Str.h"
 #include "fxds/VoidPtrArray.h"
 #include "fxds/XDRObj.h"
 #include "fxds/detail/Callable.h"
@@ -17,7 +18,6 @@
 
 class fxBelongings;
 class fxData;
-class fxStr;
 class fxStrArray;
 class fxVoidPtrDict;
 

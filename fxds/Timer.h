@@ -23,7 +23,7 @@
 ///    waits for its timers alone, is exact.
 ///
 /// So timers are good for short intervals that may be late: blinking, retrying,
-/// polling. For long or exact ones compare a clock in the tick.
+/// polling. For long or exact ones there is fxClockTimer (Clock.h).
 ///
 /// A timer may be started, stopped and destroyed from anywhere, ticks included.
 /// Copies make no sense and are not allowed.

@@ -82,6 +82,7 @@
 
 // The loop.
 #include "fxds/Application.h"
+#include "fxds/Clock.h"
 #include "fxds/Exec.h"
 #include "fxds/SelectHandler.h"
 #include "fxds/Timer.h"

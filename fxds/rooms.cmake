@@ -62,9 +62,9 @@ fxds_room(dataflow
 # The select() loop: timers, descriptors, applications.
 fxds_room(loop
   ON dataflow
-  HEADERS Application Exec SelectHandler Timer Wakeup
-  PRIVATE HandlerTable
-  SOURCES Application Exec HandlerTable SelectHandler Timer Wakeup)
+  HEADERS Application Clock Exec SelectHandler Timer Wakeup
+  PRIVATE AlarmClock HandlerTable
+  SOURCES Application Clock Exec HandlerTable SelectHandler Timer Wakeup)
 
 # Regular expressions, text patterns, paths.
 fxds_room(search

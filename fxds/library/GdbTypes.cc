@@ -56,6 +56,7 @@ struct Described {
     fxMessageEvent* messageEvent;
     fxEventHandler* eventHandler;
     fxTimer* timer;
+    fxClockTimer* clockTimer;
     fxWakeup* wakeup;
     fxApplication* application;
     fxExec* executive;

@@ -1,0 +1,159 @@
+// Timers that count steady time.
+#ifndef FXDS_CLOCK_H
+#define FXDS_CLOCK_H
+
+#include <chrono>
+#include <cstddef>
+#include <type_traits>
+#include <utility>
+
+#include "fxds/Connection.h"
+#include "fxds/Obj.h"
+#include "fxds/Ref.h"
+
+class fxClock;
+
+/// Something that is done at a time of the steady clock, once or again and again:
+/// the base of fxClockTimer and of what fxAfter() and fxEvery() make.
+///
+/// All time counts: waiting, time in receivers, time in which the loop did not run.
+/// Nothing drifts: the ticks of a repeating alarm are due at whole multiples of its
+/// interval after its start. Where some have been missed, it ticks once for all of
+/// them, and goes on with the next that is due. Alarms that are due together tick in
+/// the order in which they were started.
+///
+/// Alarms run while the loop does. One descriptor serves all of them; its handler is
+/// registered with fx_theExecutive only while there are active ones, and then poll()
+/// waits. They belong to the loop's thread. An alarm may be started, stopped and
+/// destroyed from anywhere, ticks included. An exception from a tick leaves poll();
+/// what else is due ticks in the next turn.
+///
+/// Cost: starting and stopping are logarithmic in the number of active alarms.
+class FX_API fxAlarm : public fxObj {
+public:
+    typedef std::chrono::steady_clock Clock;  ///< Whose time counts.
+    typedef Clock::time_point Time;           ///< A moment, to the nanosecond.
+    typedef std::chrono::nanoseconds Span;    ///< Any duration of std::chrono converts.
+
+    fxAlarm(const fxAlarm&) = delete;
+    fxAlarm& operator=(const fxAlarm&) = delete;
+    /// Stops the alarm.
+    ~fxAlarm() override;
+
+    ///@{
+    /// Starts the alarm, anew if it is active: to tick once, `delay` from now or at
+    /// `due`, in the next turn of the loop if that is past; or every `interval`, for
+    /// the first time one interval from now. False, and not active, when the system
+    /// has no descriptor left.
+    /// Requires: interval > 0.
+    bool start(Span delay);
+    bool startAt(Time due);
+    bool startEvery(Span interval);
+    ///@}
+    void stop();                                        ///< Nothing when it is not active.
+    bool isActive() const { return index != noIndex; }  ///< Whether a tick is to come.
+    Time getDue() const { return due; }                 ///< Of the next tick, while active.
+    Span getInterval() const { return interval; }       ///< 0 for an alarm that ticks once.
+    /// How many ticks were passed over before this one; 0 for most.
+    unsigned long getMissed() const { return missed; }
+
+protected:
+    /// `isOwned`: the clock holds the alarm while it is active.
+    explicit fxAlarm(bool isOwned_ = false) : isOwned(isOwned_) {}
+
+    /// Called when the time has come. A repeating alarm is active again by then.
+    virtual void tick() = 0;
+
+private:
+    friend class fxClock;
+    bool start(Time due, Span interval);
+    void expire();
+
+    static constexpr size_t noIndex = static_cast<size_t>(-1);
+
+    Time due;
+    Span interval = Span(0);
+    unsigned long order = 0;  // of the starts
+    unsigned long missed = 0;
+    size_t index = noIndex;  // in the clock's heap
+    const bool isOwned;
+};
+
+/// A timer as an object: queues a void message on its output "tick".
+class FX_API fxClockTimer : public fxAlarm {
+public:
+    fxClockTimer() = default;
+    const char* className() const override;
+
+    fxOutput<void> ticked = addOutput<void>("tick");  ///< The output "tick".
+
+protected:
+    void tick() override;
+};
+
+namespace fxDetail {
+
+// An alarm that calls a function object, or no more once its context has gone.
+template <class Function>
+class AlarmCall final : public fxAlarm {
+public:
+    explicit AlarmCall(Function function_) : fxAlarm(true), function(std::move(function_)) {}
+
+private:
+    void tick() override {
+        const fxRef<AlarmCall> hold(this);  // it may stop itself
+        function();
+    }
+    Function function;
+};
+
+class FX_API AlarmSignal final : public fxAlarm {
+public:
+    AlarmSignal() : fxAlarm(true), output(fxDT_void) {}
+    fxOutputView<void> getOutput() { return fxOutputView<void>(&output); }
+
+private:
+    void tick() override;
+    fxOutputChannel output;
+};
+
+template <class Function>
+fxRef<fxAlarm> newAlarm(fxObj* context, Function function) {
+    if (context == nullptr) return new AlarmCall<Function>(std::move(function));
+    const fxRef<AlarmSignal> alarm = new AlarmSignal;
+    fxConnect(alarm->getOutput(), context, std::move(function));
+    return alarm;
+}
+
+}  // namespace fxDetail
+
+///@{
+/// Calls `function`, which takes nothing, once after `delay` or every `interval`; with
+/// a `context` (borrowed) only until that object begins to end. The clock holds the
+/// alarm while it is active; keep the reference to ask it or to stop it.
+///
+///     fxAfter(2s, [] { giveUp(); });
+///     blinking = fxEvery(500ms, this, [this] { blink(); });
+template <class Function, std::enable_if_t<std::is_invocable_v<Function&>, int> = 0>
+fxRef<fxAlarm> fxAfter(fxAlarm::Span delay, fxObj* context, Function function) {
+    fxRef<fxAlarm> alarm = fxDetail::newAlarm(context, std::move(function));
+    alarm->start(delay);
+    return alarm;
+}
+template <class Function, std::enable_if_t<std::is_invocable_v<Function&>, int> = 0>
+fxRef<fxAlarm> fxAfter(fxAlarm::Span delay, Function function) {
+    return fxAfter(delay, nullptr, std::move(function));
+}
+template <class Function, std::enable_if_t<std::is_invocable_v<Function&>, int> = 0>
+fxRef<fxAlarm> fxEvery(fxAlarm::Span interval, fxObj* context, Function function) {
+    fxRef<fxAlarm> alarm = fxDetail::newAlarm(context, std::move(function));
+    alarm->startEvery(interval);
+    return alarm;
+}
+template <class Function, std::enable_if_t<std::is_invocable_v<Function&>, int> = 0>
+fxRef<fxAlarm> fxEvery(fxAlarm::Span interval, Function function) {
+    return fxEvery(interval, nullptr, std::move(function));
+}
+///@}
+
+#endif

@@ -1,0 +1,58 @@
+// The active alarms and the handler that wakes the loop for them. Private to Clock.cc.
+#ifndef FXDS_LOOP_ALARMCLOCK_H
+#define FXDS_LOOP_ALARMCLOCK_H
+
+#include <vector>
+
+#include "fxds/Clock.h"
+#include "fxds/SelectHandler.h"
+
+// The active alarms are a binary heap, the one that is due first on top. One timer
+// descriptor is armed for the top. It is never read: while it is readable, the loop
+// comes here, and arming it anew makes it unreadable until the next time.
+//
+// Invariants: (1) heap[i]->index is i; an alarm that is not in the heap has noIndex.
+// (2) No alarm is due before its parent in the heap, and of two that are due together
+// the one that was started first comes first. (3) The handler is registered just while
+// the heap has elements. (4) While it is, the descriptor is readable from `armed` on,
+// and no alarm is due before that.
+
+/// All active alarms, and the handler of their descriptor.
+class fxClock : public fxSelectHandler {
+public:
+    static fxClock& theClock() {
+        static fxClock* const clock = new fxClock;  // never freed: alarms may outlive main()
+        return *clock;
+    }
+
+    bool hasDescriptor();
+    void add(fxAlarm& alarm);
+    void remove(fxAlarm& alarm);
+
+    const char* className() const override { return "fxClock"; }
+    void handleRead() override;
+
+private:
+    // Arms the descriptor again, however serving the alarms ends.
+    struct Serving;
+
+    fxClock() : fxSelectHandler(-1, 1) {}
+
+    static bool isBefore(const fxAlarm& a, const fxAlarm& b) {
+        return a.due != b.due ? a.due < b.due : a.order < b.order;
+    }
+    void put(fxAlarm* alarm, size_t index) {
+        heap[index] = alarm;
+        alarm->index = index;
+    }
+    void rise(fxAlarm* alarm, size_t index);
+    void sink(fxAlarm* alarm, size_t index);
+    void takeOut(fxAlarm& alarm);
+    void arm();
+
+    std::vector<fxAlarm*> heap;
+    unsigned long lastOrder = 0;
+    fxAlarm::Time armed = fxAlarm::Time::max();
+};
+
+#endif

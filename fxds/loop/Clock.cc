@@ -1,0 +1,172 @@
+#include "fxds/Clock.h"
+
+#include <sys/timerfd.h>
+#include <unistd.h>
+
+#include <algorithm>
+
+#include "fxds/Exec.h"
+#include "fxds/dataflow/TraceLines.h"
+#include "fxds/loop/AlarmClock.h"
+
+namespace {
+
+// No moment is later than the last.
+fxAlarm::Time later(fxAlarm::Time time, fxAlarm::Span span) {
+    return span > fxAlarm::Time::max() - time ? fxAlarm::Time::max() : time + span;
+}
+
+double inSeconds(fxAlarm::Span span) {
+    return std::chrono::duration_cast<std::chrono::duration<double>>(span).count();
+}
+
+}  // namespace
+
+bool fxClock::hasDescriptor() {
+    if (fxExec::canServe(fd)) return true;
+    if (fd >= 0) ::close(fd);
+    fd = timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC | TFD_NONBLOCK);
+    return fxExec::canServe(fd);
+}
+
+// Moves the gap at `index` towards the top until `alarm` fits in.
+void fxClock::rise(fxAlarm* alarm, size_t index) {
+    while (index > 0 && isBefore(*alarm, *heap[(index - 1) / 2])) {
+        put(heap[(index - 1) / 2], index);
+        index = (index - 1) / 2;
+    }
+    put(alarm, index);
+}
+
+// The same away from the top.
+void fxClock::sink(fxAlarm* alarm, size_t index) {
+    for (size_t child = 2 * index + 1; child < heap.size(); child = 2 * index + 1) {
+        if (child + 1 < heap.size() && isBefore(*heap[child + 1], *heap[child])) ++child;
+        if (!isBefore(*heap[child], *alarm)) break;
+        put(heap[child], index);
+        index = child;
+    }
+    put(alarm, index);
+}
+
+void fxClock::add(fxAlarm& alarm) {
+    alarm.order = ++lastOrder;
+    heap.push_back(nullptr);
+    rise(&alarm, heap.size() - 1);
+    if (heap.size() == 1) fxExec::theExecutive()->addSelectHandler(this);
+    if (heap.front()->due < armed) arm();
+}
+
+void fxClock::takeOut(fxAlarm& alarm) {
+    const size_t index = alarm.index;
+    alarm.index = fxAlarm::noIndex;
+    fxAlarm* const last = heap.back();
+    heap.pop_back();
+    if (last == &alarm) return;
+    rise(last, index);
+    sink(last, last->index);
+}
+
+void fxClock::remove(fxAlarm& alarm) {
+    takeOut(alarm);
+    if (heap.empty()) arm();
+}
+
+// For the top of the heap. Where there is none, the handler leaves the loop.
+void fxClock::arm() {
+    armed = heap.empty() ? fxAlarm::Time::max() : heap.front()->due;
+    itimerspec spec = {};
+    if (!heap.empty()) {
+        const auto due = std::max<fxAlarm::Span>(armed.time_since_epoch(), fxAlarm::Span(1));
+        spec.it_value.tv_sec = static_cast<time_t>(due.count() / 1000000000);
+        spec.it_value.tv_nsec = static_cast<long>(due.count() % 1000000000);
+    }
+    timerfd_settime(fd, TFD_TIMER_ABSTIME, &spec, nullptr);
+    if (heap.empty()) fxExec::theExecutive()->removeSelectHandler(this);
+}
+
+struct fxClock::Serving {
+    explicit Serving(fxClock& clock_) : clock(clock_) { clock.armed = fxAlarm::Time::min(); }
+    Serving(const Serving&) = delete;
+    Serving& operator=(const Serving&) = delete;
+    ~Serving() { clock.arm(); }
+    fxClock& clock;
+};
+
+// Serves what is due now and was started before. An alarm leaves the heap, or has its
+// next time, before it ticks; nothing of it is touched afterwards.
+void fxClock::handleRead() {
+    const Serving serving(*this);
+    const fxAlarm::Time now = fxAlarm::Clock::now();
+    const unsigned long last = lastOrder;
+    while (!heap.empty() && heap.front()->due <= now && heap.front()->order <= last) {
+        fxAlarm& alarm = *heap.front();
+        if (alarm.interval.count() > 0) {
+            const auto passed = (now - alarm.due) / alarm.interval;
+            alarm.missed = static_cast<unsigned long>(passed);
+            alarm.due = later(alarm.due + passed * alarm.interval, alarm.interval);
+            sink(&alarm, 0);
+            alarm.expire();
+            continue;
+        }
+        takeOut(alarm);
+        const fxRef<fxAlarm> hold(alarm.isOwned ? &alarm : nullptr);
+        if (alarm.isOwned) alarm.release();
+        alarm.expire();
+    }
+}
+
+void fxAlarm::expire() {
+    if (fxTrace::isOn(fxTrace::timers)) fxTraceLines::timer("tick", *this, inSeconds(interval));
+    tick();
+}
+
+fxAlarm::~fxAlarm() {
+    // Nothing holds an alarm that ends, so the clock's hold is not given back.
+    if (isActive()) fxClock::theClock().remove(*this);
+}
+
+bool fxAlarm::startAt(Time due_) { return start(due_, Span(0)); }
+
+bool fxAlarm::start(Span delay) {
+    return start(later(Clock::now(), std::max(delay, Span(0))), Span(0));
+}
+
+bool fxAlarm::startEvery(Span interval_) {
+    FX_ASSERT(interval_.count() > 0);
+    const Span positive = std::max(interval_, Span(1));
+    return start(later(Clock::now(), positive), positive);
+}
+
+bool fxAlarm::start(Time due_, Span interval_) {
+    fxClock& clock = fxClock::theClock();
+    if (!clock.hasDescriptor()) return false;
+    const fxRef<fxAlarm> hold(isOwned ? this : nullptr);
+    stop();
+    due = due_;
+    interval = interval_;
+    missed = 0;
+    if (fxTrace::isOn(fxTrace::timers)) {
+        fxTraceLines::timer("start", *this, inSeconds(due - Clock::now()));
+    }
+    if (isOwned) take();
+    clock.add(*this);
+    return true;
+}
+
+void fxAlarm::stop() {
+    if (!isActive()) return;
+    if (fxTrace::isOn(fxTrace::timers)) fxTraceLines::timer("stop", *this, inSeconds(interval));
+    fxClock::theClock().remove(*this);
+    if (isOwned) release();
+}
+
+const char* fxClockTimer::className() const { return "fxClockTimer"; }
+
+void fxClockTimer::tick() { ticked.send(); }
+
+void fxDetail::AlarmSignal::tick() {
+    if (output.getNumberOfConnections() == 0) return stop();
+    const fxRef<AlarmSignal> hold(this);
+    output.deliver();
+}
