@@ -27,6 +27,12 @@ public:
     /// again or delete itself from within its deliver(); it is not deleted then.
     void distributeEvents();
 
+    /// Calls distributeEvents() until nothing waits: for programs without a loop. A
+    /// circle of queued sends that does not come to rest keeps it for ever.
+    void drain() {
+        while (!isEmpty()) distributeEvents();
+    }
+
     /// Deletes every event for which `predicate(event, argument)` is not 0.
     void removeEvents(Predicate* predicate, void* argument);
 

@@ -101,7 +101,7 @@ public:
         feed.connect("end", this, "end");
         fx_theExecutive->open();
         fx_theExecutive->loop();
-        distributeAll();  // the loop ends at once, whatever still waits
+        fx_theEventHandler->drain();  // the loop ends at once, whatever still waits
         return true;
     }
 

@@ -23,9 +23,4 @@ public:
     void show(const char* text) { std::printf("[display: %s]\n", text); }
 };
 
-// Delivers what waits, and what that sends in turn, until nothing is left.
-inline void distributeAll() {
-    while (!fx_theEventHandler->isEmpty()) fx_theEventHandler->distributeEvents();
-}
-
 #endif

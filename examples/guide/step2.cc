@@ -19,7 +19,7 @@ int main() {
     std::printf("queued:\n");
     sending = fxObj::fxSendQueued;
     house.set(33);
-    distributeAll();
+    fx_theEventHandler->drain();
 
     std::printf("with a display:\n");
     Display display;
@@ -27,6 +27,6 @@ int main() {
     house.set(20);
     house.set(21);
     house.set(22);
-    distributeAll();
+    fx_theEventHandler->drain();
     fxCleanupGlobalOrderings();
 }

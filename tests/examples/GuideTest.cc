@@ -31,6 +31,7 @@ const Page pages[] = {
      {"guide/Journal.h", "guide/Journal.cc", "guide/step5.cc"},
      4},
     {"docs/guide/6-searching.md", "guide/guide_step6", {"guide/Search.h", "guide/step6.cc"}, 4},
+    {"docs/guide/connections.md", "guide/guide_connections", {"guide/connections.cc"}, 5},
     // Its program has a test of its own.
     {"docs/guide/saving.md", nullptr, {"saving.cc"}, 7},
     {"docs/guide/exceptions.md", nullptr, {}, 0},
