@@ -70,6 +70,9 @@ set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS
 string(TIMESTAMP changelog_date "%a, %d %b %Y %H:%M:%S +0000" UTC)
 configure_file(${CMAKE_CURRENT_LIST_DIR}/debian/changelog.in
   ${PROJECT_BINARY_DIR}/debian/changelog @ONLY)
+file(STRINGS ${PROJECT_SOURCE_DIR}/LICENSE license)
+list(TRANSFORM license PREPEND " ")
+list(JOIN license "\n" FXDS_LICENSE_TEXT)
 configure_file(${CMAKE_CURRENT_LIST_DIR}/debian/copyright.in
   ${PROJECT_BINARY_DIR}/debian/copyright @ONLY)
 set(CPACK_PRE_BUILD_SCRIPTS ${CMAKE_CURRENT_LIST_DIR}/debian/Finish.cmake)

@@ -1,4 +1,5 @@
-// Export macro, checked-build assertions and the library's boolean byte.
+// Export macro, checked-build assertions and the library's boolean byte. The terms of
+// use of this header and of all others are in LICENSE.
 #ifndef FXDS_CONFIG_H
 #define FXDS_CONFIG_H
 

@@ -1,4 +1,4 @@
-// The whole library, room by room.
+// The whole library, room by room; the terms of use are in LICENSE.
 #ifndef FXDS_FXDS_H
 #define FXDS_FXDS_H
 

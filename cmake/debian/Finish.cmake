@@ -15,7 +15,7 @@ foreach(component IN LISTS CPACK_COMPONENTS_ALL)
 
   if(EXISTS ${usr}/${CPACK_FXDS_DOCDIR})
     file(RENAME ${usr}/${CPACK_FXDS_DOCDIR} ${documents})
-    file(REMOVE ${documents}/CHANGELOG.md)
+    file(REMOVE ${documents}/CHANGELOG.md ${documents}/LICENSE)
   endif()
   file(MAKE_DIRECTORY ${documents})
   file(COPY_FILE ${CPACK_FXDS_DEBIAN_DIR}/copyright ${documents}/copyright)
