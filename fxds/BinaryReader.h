@@ -98,6 +98,7 @@ public:
     void setOwner(const void* slot) override;
     bool xdrText(fxStr& string, char** text, unsigned int byteCount) override;
     fxBool conclude(bool succeeded, fxXDRObj& object, void* address) override;
+    void countsBlock(unsigned int& count) override;
 
     /// Null also in the middle of another readObject().
     void* readObject(fxTypeObj& expected) override;
@@ -157,13 +158,12 @@ private:
     bool readBody(fxReaderEntry& entry, fxTypeObj* root);
     bool readGraph(fxTypeObj& expected, unsigned int& rootId);
 
-    bool isBusy;          // readObject() runs
-    bool isInPart;        // of an object: its end is not that of the object
-    bool hasFailed;       // the body that was read last, or a part of it
-    fxXDRObj* concluded;  // the object of that body, when it has succeeded
-    bool mayLeaveData;    // there was a body: data may follow which that has left unread
-    const void* owner;    // the slot of a pointer that owns what it gets, or null
-    fxTypeObj* bodyType;  // of the object or part that is being read, or null
+    bool isBusy;               // readObject() runs
+    const void* partUnderWay;  // of an object, or null
+    bool hasFailed;            // the body that was read last, or a part of it
+    bool mayLeaveData;         // there was a body: data may follow which that has left unread
+    const void* owner;         // the slot of a pointer that owns what it gets, or null
+    fxTypeObj* bodyType;       // of the object or part that is being read, or null
     std::unique_ptr<fxRecordReader> records;
     const fxRecordFormat::Head& head;  // of the current record
     std::unique_ptr<fxReaderGraph> graph;

@@ -37,6 +37,8 @@ public:
     bool xdr(unsigned int*, unsigned int count) override;
     ///@}
 
+    bool claimChains(long chains) override;
+
 protected:
     /// Bytes of payload that the writer puts into one record.
     static constexpr unsigned int bufferBytes = 512;
@@ -50,6 +52,9 @@ protected:
     unsigned int used;         ///< Writer: staged bytes.
     fxBinaryOTDict table;      ///< Addresses and ids; see the writer and the reader.
     fxVoidPtrArray pending;    ///< The writer's items, owned; a stack.
+
+private:
+    long chainsLeft;  // see claimChains()
 };
 
 #endif

@@ -3,6 +3,7 @@
 #define FXDS_BINARYWRITER_H
 
 #include <memory>
+#include <vector>
 
 #include "fxds/BinaryTranscriber.h"
 
@@ -152,6 +153,7 @@ private:
     bool writePrimPointer(const void* slot, const void* block, size_t byteCount,
                           fxBinaryOTTag bodyTag, bool isOfInts = false);
     unsigned int idOf(const void* address, bool& isNew);
+    unsigned int idOfPart(const void* address, bool& isNew);
     unsigned int push(fxBinaryWriterItem* item, unsigned int id);
     bool writeRecord(const char* payload, unsigned int payloadBytes);
     [[gnu::noinline]] bool writeParts(const char* payload, unsigned int payloadBytes);
@@ -163,16 +165,21 @@ private:
     bool writeBlock(const fxBinaryWriterItem& item);
     void dropPending();
 
-    std::unique_ptr<fxAddressIndex> seen;      // objects, blocks and base parts
+    std::unique_ptr<fxAddressIndex> seen;   // objects, blocks and base parts
+    std::unique_ptr<fxAddressIndex> parts;  // base parts, by their latest numbers
+    unsigned int partCount;
     std::unique_ptr<fxAddressIndex> embedded;  // objects that are fields of others
     unsigned int embeddedCount;
     std::unique_ptr<fxAddressIndex> owned;  // objects that a pointer field owns
     unsigned int ownedCount;
-    const void* owner;        // the slot of a pointer that owns its block, or null
-    fxTypeObj* lastType;      // the type that was asked for last,
-    unsigned int lastTypeId;  // and its id
-    bool isInPart;            // of an object: its end is not that of the object
-    bool isInGraph;           // in writeObject()
+    const void* owner;                   // the slot of a pointer that owns its block, or null
+    fxTypeObj* lastType;                 // the type that was asked for last,
+    unsigned int lastTypeId;             // and its id
+    const void* partUnderWay;            // of an object, or null
+    const void* bodyUnderWay;            // the object that is being written, or null
+    unsigned int firstOfBody;            // the numbers of its parts are not below this one
+    std::vector<const void*> toldRoots;  // of its parts
+    bool isInGraph;                      // in writeObject()
     std::unique_ptr<fxOutBuffer> outgoing;
 };
 

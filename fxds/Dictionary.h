@@ -174,7 +174,8 @@ public:
     /// adding one enters it a second time.
     /// Returns false at the first failure; a dictionary being read is then empty.
     /// Numbers that cannot be right are failures: sizes other than this
-    /// dictionary's, a chain that does not exist, more than 2^24 chains.
+    /// dictionary's, a chain that does not exist, more chains than
+    /// fxTranscriber::claimChains() grants.
     bool doxdr(fxTranscriber& transcriber);
     /// The function of fxDictionary_type; forwards to the member.
     static fxBool xdr(void* object, fxTranscriber& transcriber);

@@ -163,6 +163,17 @@ public:
     /// field gets. Null ends this. See fxXdrOwning.
     virtual void setOwner(const void* slot);
 
+    /// Asks for that many chains of a hash container, of which a stream says only how
+    /// many there are; a negative number earns them by entries that have passed. The
+    /// binary transcribers refuse more than 2^24 in a stream beyond 256 in each
+    /// container and 16 for each entry: a reader, for their memory and the time of
+    /// walking them, and so a writer, which what it writes is to be read back.
+    virtual bool claimChains(long chains);
+
+    /// Tells a reader that the number was read as the count of a block: it is set to
+    /// 0 when the object that holds it makes do without what was not read.
+    virtual void countsBlock(unsigned int& count);
+
     ///@{
     /// Tells a writer that the object at the address is transcribed as a field of
     /// another one, and asks it whether one was. A pointer to such an object
@@ -192,12 +203,16 @@ public:
 
     /// Ends the transcription of the object at `address`, which `succeeded` or
     /// not: the last thing that a record's function does. After a failure the
-    /// answer is that of the object's xdrFail(). After a success it is 1, and
-    /// the object's xdrSuccess() is called: at once by this one and by a writer,
-    /// by a reader when readObject() has filled every place, in the order in
-    /// which the objects were made. xdrSuccess() is where a class takes its
-    /// counted references; it must not destroy an object of the graph, nor throw:
-    /// its objects could not be released then.
+    /// answer is that of the object's xdrFail(), but for an object that another one
+    /// inherits or holds as a field: such a one is asked, too, with its own address,
+    /// but the answer is 0, because the other one lacks some of its fields then. A
+    /// part that has no fxXDRObj of its own is not asked; the object is. After a
+    /// success it is 1, and the object's xdrSuccess() is called: at once by this one and by a
+    /// writer, by a reader when readObject() has filled every place, in the order in which the
+    /// objects were made. xdrSuccess() is where a class takes its counted references; it must not
+    /// destroy an object of the graph, nor throw: its objects could not be released then. A reader
+    /// does not call it for what an object holds that makes do after a failure, nor for what is
+    /// given up.
     virtual fxBool conclude(bool succeeded, fxXDRObj& object, void* address);
 
     /// Whether it moves values from the stream to memory.

@@ -25,7 +25,8 @@ public:
     virtual fxTypeObj* getTypeObj() const;
 
     /// Asked when transcription of the object at `object` failed; the answer
-    /// is the result of the transcription. This one answers 0.
+    /// is the result of the transcription, unless another object inherits or holds
+    /// this one, which then fails in turn. This one answers 0.
     virtual fxBool xdrFail(fxTranscriber& transcriber, void* object);
 
     /// Told when transcription succeeded: by a writer at once, by a reader

@@ -142,6 +142,13 @@ template <class C>
 inline constexpr bool
     fxXdrHasRecord<C, std::enable_if_t<fxXdrTypeOf<C>::isOfLibrary && !std::is_const_v<C>>> = true;
 
+/// Whether C itself stands in FX_TRANSCRIBABLE, and not only a base of it.
+template <class C, class = void>
+inline constexpr bool fxXdrIsRegistered = false;
+template <class C>
+inline constexpr bool
+    fxXdrIsRegistered<C, std::enable_if_t<std::is_same_v<typename C::fxSelf, C>>> = true;
+
 // Whether C may have an xdrSuccess() of its own: it is not known to be fxXDRObj's.
 template <class C, class = void>
 inline constexpr bool fxXdrMayWait = true;
@@ -286,6 +293,20 @@ C* fxXdrCopy(C* root) {
     return reader != nullptr ? fxReadObject<C>(*reader) : nullptr;
 }
 
+/// A transcribable object that is a field: what its record's function does, which
+/// also tells it of its end. Its class may be unregistered.
+template <class T>
+bool fxXdrEmbedded(fxTranscriber& t, T& v) {
+    if constexpr (fxXdrIsRegistered<T>) {
+        if (typeid(v) == typeid(T)) return T::xdr(static_cast<void*>(&v), t) != 0;
+    }
+    const bool isDone = v.xdr(t) != 0;
+    if constexpr (fxXdrMayWait<T> && std::is_convertible_v<T*, fxXDRObj*>) {
+        return t.conclude(isDone, v, dynamic_cast<void*>(&v)) != 0;
+    }
+    return isDone;
+}
+
 /// One field: a number, a bool (one byte; any but 0 reads as true), an
 /// enumeration, a type of the standard library that XdrValues.h knows, and
 /// whatever has an xdr() of its own: a string, an array, a string collection, an
@@ -307,7 +328,7 @@ bool fxXdr(fxTranscriber& t, T& v) {
     } else if constexpr (fxXdrStd<T>::isKnown) {
         return fxXdrStd<T>::xdr(t, v);
     } else if constexpr (std::is_base_of_v<fxXDRObj, T>) {
-        return t.embeds(&v) && v.xdr(t) != 0;
+        return t.embeds(&v) && fxXdrEmbedded(t, v);
     } else {
         return v.xdr(t) != 0;
     }
@@ -361,7 +382,9 @@ bool fxXdrSharedBlock(fxTranscriber& t, T*& block, unsigned int& count) {
     if (t.isReading()) block = nullptr;
     if (!fxXdr(t, count) || !fxXdr(t, isThere)) return false;
     if (!isThere && t.isReading()) count = 0;
-    return !isThere || t.xdr(&block, count);
+    if (!isThere) return true;
+    t.countsBlock(count);
+    return t.xdr(&block, count);
 }
 template <class T>
 bool fxXdrBlock(fxTranscriber& t, T*& block, unsigned int& count) {

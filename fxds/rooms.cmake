@@ -44,8 +44,8 @@ fxds_room(streams
   ON containers
   HEADERS BinaryReader BinaryTranscriber BinaryWriter CheckStream MemoryStream Save StdioStream TypedStream
     Xdr XdrEvolution XdrValues
-  PRIVATE AddressIndex OutBuffer ReaderGraph ReaderNumbers RecordFormat RecordParser RecordReader
-    StreamMarks StreamWalk TextChunks
+  PRIVATE AddressIndex AddressSet OutBuffer PartRoot ReaderGraph ReaderNumbers RecordFormat
+    RecordParser RecordReader StreamMarks StreamWalk TextChunks
   SOURCES BinaryReader BinaryTranscriber BinaryWriter CheckStream MemoryStream ReaderConverters
     ReaderFaults ReaderGraph RecordParser RecordReader Save StdioStream StreamHeader StreamWalk Xdr)
 

@@ -19,6 +19,7 @@ public:
     T& operator[](size_t i) { return chunks[i / chunkItems][i % chunkItems]; }
     const T& operator[](size_t i) const { return chunks[i / chunkItems][i % chunkItems]; }
     T& back() { return (*this)[count - 1]; }
+    const T& back() const { return (*this)[count - 1]; }
 
     void push_back(const T& item) {
         if (next == end) addChunk();

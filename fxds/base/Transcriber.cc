@@ -58,6 +58,10 @@ void fxTranscriber::forgetPlaces(size_t) {}
 
 void fxTranscriber::setOwner(const void*) {}
 
+bool fxTranscriber::claimChains(long) { return true; }
+
+void fxTranscriber::countsBlock(unsigned int&) {}
+
 bool fxTranscriber::embeds(const void*) { return true; }
 
 bool fxTranscriber::isEmbedded(const void*) const { return false; }

@@ -52,7 +52,12 @@ private:
         for (unsigned int i = 0; i < entries; ++i) {
             if (!readEntry(table, transcriber)) return false;
         }
-        return true;
+        return earnChains(transcriber, entries);
+    }
+
+    static bool earnChains(fxTranscriber& transcriber, unsigned int entries) {
+        constexpr long chainsOfEntry = 16;
+        return transcriber.claimChains(-chainsOfEntry * static_cast<long>(entries));
     }
 
     // Foreign byte orders are undone in groups of 4 bytes, so the pair keeps its
@@ -100,7 +105,7 @@ private:
         table.count = 0;
         unsigned int chains = 0;
         if (!xdrNumber(transcriber, chains, 0) || chains > maxReadChains ||
-            (chains == 0 && entries != 0)) {
+            (chains == 0 && entries != 0) || !transcriber.claimChains(chains)) {
             return false;
         }
         if (chains == table.buckets.length()) return true;
@@ -139,7 +144,9 @@ private:
         const typename Core::Hold hold(table);
         unsigned int entries = table.count;
         unsigned int chains = table.buckets.length();
-        if (!xdrSizes(table, transcriber, entries) || !xdrNumber(transcriber, chains, 0)) {
+        const unsigned int claimed = entries;
+        if (!transcriber.claimChains(chains) || !xdrSizes(table, transcriber, entries) ||
+            !xdrNumber(transcriber, chains, 0)) {
             return false;
         }
         Iter walk;
@@ -154,7 +161,7 @@ private:
             }
             if (!xdrNumber(transcriber, bucket, 0)) return false;
         }
-        return entries == 0;
+        return entries == 0 && earnChains(transcriber, claimed);
     }
 };
 

@@ -12,6 +12,7 @@
 #include "fxds/TypeObj.h"
 #include "fxds/XDRObj.h"
 #include "fxds/base/Scoped.h"
+#include "fxds/streams/PartRoot.h"
 #include "fxds/streams/ReaderGraph.h"
 #include "fxds/streams/RecordReader.h"
 #include "fxds/streams/StreamMarks.h"
@@ -96,9 +97,8 @@ fxBinaryReader::fxBinaryReader(fxStream* inStream, short shortMark, long longMar
       floats(fxBinaryReader_floats),
       doubles(fxBinaryReader_doubles),
       isBusy(false),
-      isInPart(false),
+      partUnderWay(nullptr),
       hasFailed(false),
-      concluded(nullptr),
       mayLeaveData(false),
       owner(nullptr),
       bodyType(nullptr),
@@ -208,7 +208,7 @@ bool fxBinaryReader::xdr(fxTypeObj& base, void* derived, void* baseAddress) {
         !graph->definePart(*entry, base, derived, baseAddress)) {
         return refuse(Fault::damaged, "XXX new base for old base");
     }
-    const fxScoped<bool> part(isInPart, true);
+    const fxScoped<const void*> part(partUnderWay, baseAddress);
     const fxScoped<fxTypeObj*> type(bodyType, &base);
     return base.xdr(baseAddress, *this) != 0;
 }
@@ -230,13 +230,23 @@ bool fxBinaryReader::xdrText(fxStr& string, char**, unsigned int byteCount) {
     return graph->noteText(&string, head.id(), byteCount) || refuse(Fault::damaged, formatError);
 }
 
+// Only the object that a body is of answers for it: what it inherits and what it
+// holds is asked, but leaves it without some of its fields.
 fxBool fxBinaryReader::conclude(bool succeeded, fxXDRObj& object, void* address) {
-    if (succeeded && !isInPart) concluded = &object;
     hasFailed |= !succeeded;
+    if (address == partUnderWay) {
+        if (!fxIsRootOfPart(object)) return succeeded;  // the object is told, or asked
+        if (succeeded) graph->noteEndOfPart(object);
+    } else if (succeeded) {
+        graph->noteEnd(object);
+    }
     if (succeeded) return 1;
-    // The end of a part is not that of the object, which is asked then.
-    return isInPart ? 0 : object.xdrFail(*this, address);
+    const fxBool isForgiven = object.xdrFail(*this, address);
+    const bool isHeld = graph->isInBody() && !graph->isBodyOf(address);
+    return isHeld ? 0 : isForgiven;
 }
+
+void fxBinaryReader::countsBlock(unsigned int& count) { graph->noteCount(&count); }
 
 /// Whatever ends the reading of a graph before it is complete, an exception of a
 /// record's function too: all that it made is destroyed, and no more is read.
@@ -526,13 +536,12 @@ bool fxBinaryReader::readBody(fxReaderEntry& entry, fxTypeObj* root) {
     void* const object = type->newInstance != nullptr ? type->newInstance(*type) : nullptr;
     if (object == nullptr) return refuse(Fault::damaged, missing);
     graph->defineObject(id, entry, object);
-    concluded = nullptr;
     hasFailed = false;
     if (type->xdr(object, *this) == 0) {
         return refuse(records->hasFailed() ? Fault::ended : Fault::refused, missing);
     }
     complaint.reset();
-    if (!graph->endBody(hasFailed, concluded)) return refuse(Fault::damaged, formatError);
+    if (!graph->endBody(hasFailed)) return refuse(Fault::damaged, formatError);
     bodyType = nullptr;
     return true;
 }

@@ -5,11 +5,16 @@
 namespace {
 
 constexpr unsigned int stagedLongs = 4096;
+constexpr long freeChains = 1L << 24;
 
 }  // namespace
 
 fxBinaryTranscriber::fxBinaryTranscriber()
-    : fxTranscriber(nullptr, false), cursor(buffer), room(bufferBytes), used(0) {}
+    : fxTranscriber(nullptr, false),
+      cursor(buffer),
+      room(bufferBytes),
+      used(0),
+      chainsLeft(freeChains) {}
 
 fxBinaryTranscriber::~fxBinaryTranscriber() = default;
 
@@ -19,4 +24,11 @@ bool fxBinaryTranscriber::xdr(int* ints, unsigned int count) {
 
 bool fxBinaryTranscriber::xdr(unsigned int* ints, unsigned int count) {
     return fxXdrPackedInts<unsigned long>(*this, ints, count, stagedLongs);
+}
+
+bool fxBinaryTranscriber::claimChains(long chains) {
+    constexpr long fewChains = 256;
+    if (chains > fewChains) chainsLeft -= chains - fewChains;
+    if (chains < 0) chainsLeft -= chains;
+    return chainsLeft >= 0;
 }

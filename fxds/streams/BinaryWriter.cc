@@ -11,6 +11,7 @@
 #include "fxds/base/Scoped.h"
 #include "fxds/streams/AddressIndex.h"
 #include "fxds/streams/OutBuffer.h"
+#include "fxds/streams/PartRoot.h"
 #include "fxds/streams/RecordFormat.h"
 
 // RecordFormat.h draws a record. Scalars are staged in the buffer as the payload
@@ -101,6 +102,8 @@ fxBinaryWriter::fxBinaryWriter(fxStream* outStream)
       fieldD(0),
       name(nullptr),
       seen(std::make_unique<fxAddressIndex>()),
+      parts(std::make_unique<fxAddressIndex>()),
+      partCount(0),
       embedded(std::make_unique<fxAddressIndex>()),
       embeddedCount(0),
       owned(std::make_unique<fxAddressIndex>()),
@@ -108,7 +111,9 @@ fxBinaryWriter::fxBinaryWriter(fxStream* outStream)
       owner(nullptr),
       lastType(nullptr),
       lastTypeId(0),
-      isInPart(false),
+      partUnderWay(nullptr),
+      bodyUnderWay(nullptr),
+      firstOfBody(0),
       isInGraph(false),
       outgoing(std::make_unique<fxOutBuffer>(outStream)) {
     table.add(nullptr, 0);
@@ -122,6 +127,7 @@ void fxBinaryWriter::reset() {
     if (isInGraph) return;
     table.clear();
     seen->clear();
+    parts->clear();
     embedded->clear();
     owned->clear();
     lastType = nullptr;
@@ -208,16 +214,12 @@ bool fxBinaryWriter::xdr(void* slot, fxXDRObj*, fxTypeObj& declared, fxXDRObj* o
 bool fxBinaryWriter::xdr(fxTypeObj& base, void* derived, void* baseAddress) {
     if (derived == baseAddress) return true;
     if (!flush()) return false;
-    const unsigned int id = alreadyWritten(baseAddress);
-    if (id != 0) {
-        fieldA = id;
-        tag = fxTagPartAgain;
-        return true;
-    }
-    fieldA = recordIdForAddress(baseAddress);
+    bool isNew = false;
+    fieldA = idOfPart(baseAddress, isNew);
     if (fieldA > maxId) return false;
-    tag = fxTagPart;
-    const fxScoped<bool> part(isInPart, true);
+    tag = isNew ? fxTagPart : fxTagPartAgain;
+    if (!isNew) return true;
+    const fxScoped<const void*> part(partUnderWay, baseAddress);
     return base.xdr(baseAddress, *this) != 0;
 }
 
@@ -231,8 +233,21 @@ bool fxBinaryWriter::embeds(const void* object) {
 
 bool fxBinaryWriter::isEmbedded(const void* object) const { return embedded->find(object) != 0; }
 
+// Only the object that is being written answers for itself: what it inherits and
+// what it holds is asked, but is not written to its end.
 fxBool fxBinaryWriter::conclude(bool succeeded, fxXDRObj& object, void* address) {
-    return succeeded && isInPart ? 1 : fxTranscriber::conclude(succeeded, object, address);
+    if (address == partUnderWay) {
+        if (!fxIsRootOfPart(object)) return succeeded;  // the object is told, or asked
+        const auto told = std::find(toldRoots.begin(), toldRoots.end(), &object);
+        if (told != toldRoots.end()) return succeeded;
+        toldRoots.push_back(&object);
+    }
+    if (succeeded) {
+        object.xdrSuccess(*this);
+        return 1;
+    }
+    const fxBool isForgiven = object.xdrFail(*this, address);
+    return bodyUnderWay != nullptr && bodyUnderWay != address ? 0 : isForgiven;
 }
 
 void* fxBinaryWriter::readObject(fxTypeObj&) {
@@ -353,6 +368,18 @@ unsigned int fxBinaryWriter::idOf(const void* address, bool& isNew) {
     return id;
 }
 
+// The same of a part of the object under way. A part is given once with each
+// writing of its object, so that one that was written with an earlier graph gets a
+// new number: references lead to parts of the same object only.
+unsigned int fxBinaryWriter::idOfPart(const void* address, bool& isNew) {
+    const unsigned int known = alreadyWritten(address);
+    const unsigned int count = parts->find(address);
+    isNew = known == 0 || (count != 0 && known < firstOfBody);
+    if (!isNew) return known;
+    parts->set(address, ++partCount);
+    return recordIdForAddress(address);
+}
+
 unsigned int fxBinaryWriter::push(fxBinaryWriterItem* item, unsigned int id) {
     item->id = id;
     fetchSoon(item->address);
@@ -457,6 +484,9 @@ bool fxBinaryWriter::writeItem(const fxBinaryWriterItem& item) {
     fieldA = id;
     fieldB = typeId;
     fieldC = item.type->version;
+    const fxScoped<const void*> body(bodyUnderWay, item.address);
+    firstOfBody = nextId;
+    toldRoots.clear();
     if (item.type->xdr(const_cast<void*>(item.address), *this) == 0) {
         if (!outgoing->hasFailed()) refuse("");
         if (complaint != nullptr && complaint->className.empty()) {

@@ -109,6 +109,8 @@ bool fxReaderGraph::claim(fxReaderEntry& entry) {
 void fxReaderGraph::forgetPlaces(size_t count) {
     if (count >= items.size()) return;
     items.resize(count);
+    parts.forget(count);
+    roots.forget(count);
     isOrderly = false;
 }
 
@@ -119,9 +121,12 @@ void fxReaderGraph::placesMoved(const void* from, size_t byteCount, void* to, si
         const uintptr_t offset = reinterpret_cast<uintptr_t>(items[i].slot) - begin;
         if (offset < byteCount) items[i].slot = static_cast<char*>(to) + offset;
     }
+    parts.moved(from, byteCount, to);
+    roots.moved(from, byteCount, to);
 }
 
 void fxReaderGraph::beginGraph() {
+    if (hasMarks) takeMarks(0, false);
     looseCount = items.size();
     for (size_t i = 0; i < looseCount; ++i) {
         fxReaderEntry& entry = at(items[i].id);
@@ -132,6 +137,7 @@ void fxReaderGraph::beginGraph() {
 void fxReaderGraph::beginBody(fxTypeObj& type) {
     bodies.push_back({nullptr, &type, static_cast<unsigned int>(items.size()), false});
     parts.clear();
+    roots.clear();
     isBodyOpen = true;
 }
 
@@ -148,18 +154,10 @@ void fxReaderGraph::defineObject(unsigned int id, fxReaderEntry& entry, void* ob
 
 bool fxReaderGraph::definePart(fxReaderEntry& entry, fxTypeObj& base, void* derived,
                                void* baseAddress) {
-    const auto byAddress = [](const Part& part, const void* address) {
-        return std::less<>()(part.address, address);
-    };
-    const auto find = [&](const void* address) {
-        return std::lower_bound(parts.begin(), parts.end(), address, byAddress);
-    };
-    const auto place = find(baseAddress);
-    if (place != parts.end() && place->address == baseAddress) return false;
-    const auto outer = find(derived);
-    const bool isInner = derived != bodies.back().address &&
-                         (outer == parts.end() || outer->address != derived || outer->isInner);
-    parts.insert(place, {baseAddress, isInner});
+    const fxAddressSet::Entry* const outer = parts.find(derived);
+    const bool isInner = !isBodyOf(derived) && (outer == nullptr || outer->isInner);
+    if (!parts.add({baseAddress, items.size(), isInner})) return false;
+    mark(baseAddress, fxBinaryReaderItem::partMark);
     entry.defineObject(isInner ? fxReaderEntry::innerPart : fxReaderEntry::part, base, baseAddress,
                        nextBody() - 1);
     return true;
@@ -175,10 +173,27 @@ bool fxReaderGraph::isPart(const fxReaderEntry& entry, const void* baseAddress) 
            entry.body() == nextBody() - 1 && entry.address() == baseAddress;
 }
 
-bool fxReaderGraph::endBody(bool isForgiven, fxXDRObj* concluded) {
+// Takes the marks out of the items that follow the first of them.
+void fxReaderGraph::takeMarks(size_t first, bool isForgiven) {
+    size_t kept = first;
+    for (size_t i = first; i < items.size(); ++i) {
+        const fxBinaryReaderItem item = items[i];
+        if (!item.isMark()) {
+            items[kept++] = item;
+        } else if (item.wanted == fxBinaryReaderItem::endMark && !isForgiven) {
+            concludedOnes.push_back({static_cast<fxXDRObj*>(item.slot), nextBody() - 1});
+        } else if (item.wanted == fxBinaryReaderItem::countMark && isForgiven) {
+            *static_cast<unsigned int*>(item.slot) = 0;
+        }
+    }
+    items.resize(kept);
+    hasMarks = false;
+}
+
+bool fxReaderGraph::endBody(bool isForgiven) {
     const size_t first = bodies.back().firstItem;
+    if (hasMarks) takeMarks(first, isForgiven);
     if (isForgiven) forgetPlaces(first);
-    if (concluded != nullptr) concludedOnes.push_back({concluded, nextBody() - 1});
     isBodyOpen = false;
     for (size_t i = first; i < items.size(); ++i) {
         fxReaderEntry& entry = at(items[i].id);
@@ -250,6 +265,7 @@ void fxReaderGraph::drop() {
     firstBody += static_cast<unsigned int>(dropped.size());
     isBodyOpen = false;
     isOrderly = true;
+    hasMarks = false;
     looseCount = 0;
     items.clear();
     blocks.clear();
@@ -300,7 +316,7 @@ bool fxReaderGraph::fillAtOnce(const fxBinaryReaderItem& item) {
 
 // Makes a pointer null again. A linked one is null.
 void fxReaderGraph::empty(const fxBinaryReaderItem& item) {
-    if (item.isText()) return;
+    if (item.isText() || item.isMark()) return;
     void* value = nullptr;
     std::memcpy(&value, item.slot, sizeof value);
     if (item.isOwnBlock() && value != nullptr) numbers.takeBack(at(item.id), value);
@@ -348,6 +364,10 @@ bool fxReaderGraph::reach(const fxReaderEntry& root) {
 void fxReaderGraph::leaveOrphans() {
     std::vector<Concluded> told;
     auto next = concludedOnes.begin();
+    // Those that were read outside of bodies come first.
+    while (next != concludedOnes.end() && next->body - firstBody >= bodies.size()) {
+        told.push_back(*next++);
+    }
     for (size_t body = 0; body < bodies.size(); ++body) {
         const unsigned int serial = firstBody + static_cast<unsigned int>(body);
         Orphan orphan{bodies[body], serial, {}, {}};

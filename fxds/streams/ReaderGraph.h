@@ -7,6 +7,7 @@
 
 #include "fxds/TypeObj.h"
 #include "fxds/base/ChunkList.h"
+#include "fxds/streams/AddressSet.h"
 #include "fxds/streams/ReaderNumbers.h"
 #include "fxds/streams/RecordReader.h"
 
@@ -14,22 +15,29 @@ class fxTranscriber;
 class fxXDRObj;
 
 /// A place to fill: a pointer field, or a string that waits for its text. There
-/// are as many as the graph has pointers, so they are small.
+/// are as many as the graph has pointers, so they are small. Or, while a body is
+/// open, a mark of something else that may move or be given up like a place.
 struct fxBinaryReaderItem {
     static constexpr unsigned int objectMark = 0x80000000;    ///< See `wanted`.
+    static constexpr unsigned int partMark = 0xFFFFFFFC;      ///< See `wanted`.
+    static constexpr unsigned int countMark = 0xFFFFFFFD;     ///< See `wanted`.
+    static constexpr unsigned int endMark = 0xFFFFFFFE;       ///< See `wanted`.
     static constexpr unsigned int ownBlockMark = 0xFFFFFFFF;  ///< See `wanted`.
 
     /// Whether it is for an object.
-    bool isObject() const { return (wanted & objectMark) != 0 && !isOwnBlock(); }
-    bool isText() const { return (wanted & objectMark) == 0 && wanted != 0; }  ///< For a text.
-    bool isOwnBlock() const { return wanted == ownBlockMark; }  ///< For a block of its own.
+    bool isObject() const { return wanted >= objectMark && wanted < partMark; }
+    bool isText() const { return wanted < objectMark && wanted != 0; }  ///< For a text.
+    bool isOwnBlock() const { return wanted == ownBlockMark; }          ///< For a block of its own.
+    bool isMark() const { return wanted >= partMark && !isOwnBlock(); }  ///< For nothing.
 
-    void* slot;           ///< Address of the pointer, or the fxStr.
+    void* slot;           ///< Address of the pointer, or the fxStr. Of a mark: the part, the
+                          ///< count of a block, or the fxXDRObj that is told of success.
     unsigned int id;      ///< The number that it waits for; while it is linked, the place that
                           ///< was linked before it, as its index + 1, or 0.
     unsigned int wanted;  ///< 0 for a block that may be shared, ownBlockMark for one of the
                           ///< field's own, for a string its length with the terminator, for
-                          ///< an object the mark and the number of the declared type.
+                          ///< an object the mark and the number of the declared type; of
+                          ///< a mark, which.
 };
 
 /// An object whose record's function reads or has read its fields is a *body*.
@@ -129,10 +137,24 @@ public:
     void definePassedPart(fxReaderEntry& entry);
     /// Whether the address is the part that has the number.
     bool isPart(const fxReaderEntry& entry, const void* baseAddress) const;
+    ///@{
+    /// Marks of the body or, outside of bodies, of what is loose: an object that is
+    /// told of success, when nothing that it was read with is given up; and the
+    /// count of a block, which is set to 0 when the object makes do without.
+    void noteEnd(fxXDRObj& object) { mark(&object, fxBinaryReaderItem::endMark); }
+    void noteCount(unsigned int* count) { mark(count, fxBinaryReaderItem::countMark); }
+    ///@}
+    /// The same for the root of a part, which several parts may share: once.
+    void noteEndOfPart(fxXDRObj& root) {
+        if (roots.add({&root, items.size(), false})) noteEnd(root);
+    }
+    /// Whether the address is that of the object whose body is open.
+    bool isBodyOf(const void* address) const {
+        return isBodyOpen && bodies.back().address == address;
+    }
     /// Ends the body and fills or links its places, or forgets those of an object
-    /// that makes do with what it got before a failure. `concluded` is to be told
-    /// of success, or null.
-    bool endBody(bool isForgiven, fxXDRObj* concluded);
+    /// that makes do with what it got before a failure.
+    bool endBody(bool isForgiven);
 
     /// Room for a text that only strings await.
     char* textRoom(size_t bytes) { return numbers.textRoom(bytes); }
@@ -170,10 +192,6 @@ private:
         std::vector<fxBinaryReaderItem> items;
         std::vector<fxXDRObj*> concluded;
     };
-    struct Part {
-        void* address;
-        bool isInner;
-    };
 
     fxTypeObj& typeOf(const fxBinaryReaderItem& item) const {
         return *types[item.wanted & ~fxBinaryReaderItem::objectMark];
@@ -185,6 +203,11 @@ private:
         items.push_back(item);
         return true;
     }
+    void mark(void* slot, unsigned int wanted) {
+        items.push_back({slot, 0, wanted});
+        hasMarks = true;
+    }
+    void takeMarks(size_t first, bool isForgiven);
     void chooseType(fxTypeObj& declared);
     [[gnu::noinline]] bool fillAtOnce(const fxBinaryReaderItem& item);
     void link(size_t index, fxReaderEntry& entry);
@@ -218,7 +241,9 @@ private:
     std::vector<fxReaderEntry*> reachedBlocks;  // of a graph that completes: those to give
     std::vector<unsigned int> reachedOrphans;   // likewise: serial numbers, to be adopted
     std::vector<Concluded> concludedOnes;
-    std::vector<Part> parts;            // of the open body, by address
+    fxAddressSet parts;                 // of the open body
+    fxAddressSet roots;                 // of these: those that are told
+    bool hasMarks = false;              // among the items of the open body or the loose ones
     std::vector<Orphan> orphans;        // by serial number; adopted ones have no address
     size_t adoptedCount = 0;            // how many of these
     std::vector<fxTypeObj*> types;      // that places are declared with; not many

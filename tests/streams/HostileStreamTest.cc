@@ -257,6 +257,24 @@ TEST_F(HostileStream, TextNamedVeryOftenIsRefused) {
     EXPECT_EQ(named(2000), formatError);
 }
 
+// Many chains are granted once, and not again and again.
+TEST_F(HostileStream, ChainsAreGrantedInProportion) {
+    HeldStream memory;
+    fxBinaryWriter writer(memory);
+    fxStrSet set(1U << 23);
+    ASSERT_TRUE(fxWriteObject(writer, &set) && fxWriteObject(writer, &set));
+    EXPECT_FALSE(fxWriteObject(writer, &set));
+
+    std::string records = setRoot(0, 16, 1UL << 23U);
+    for (unsigned int id : {3U, 4U}) {
+        records += objectRecord(id, 2, word(0) + word(16) + long8(16) + long8(1L << 23U));
+    }
+    memory.set(records);
+    fxBinaryReader reader(memory, 0x1122, 0x33445566, "ieee");
+    for (int i = 0; i < 2; ++i) delete fxReadObject<fxStrSet>(reader);
+    EXPECT_EQ(fatalMessage([&] { fxReadObject<fxStrSet>(reader); }), missing);
+}
+
 TEST_F(HostileStream, ClaimedSizesCostNothing) {
     rusage before, after;
     getrusage(RUSAGE_SELF, &before);
