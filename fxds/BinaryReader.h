@@ -44,7 +44,9 @@ class fxRecordReader;
 /// pointers. Two plain pointers that were equal when they were written share
 /// one block; a string always gets its own. Reference counts of the objects are
 /// 0 (see fxXDRObj::xdrSuccess()). Objects that no place refers to stay with
-/// the reader and die with it or with reset().
+/// the reader and die with it, with reset() or with forgetObjects(). A later graph
+/// of the stream may refer to what an earlier one has: objects and blocks live for
+/// as long as such graphs are read, or the reader forgets them before they go.
 class FX_API fxBinaryReader : public virtual fxBinaryTranscriber, public virtual fxTranscriber {
 public:
     /// Reads `byteCount` bytes and converts them in place. False when the
@@ -61,6 +63,7 @@ public:
     /// Forgets what the records seen so far stand for. References to them can
     /// not be read any more.
     void reset() override;
+    void forgetObjects() override;
 
     bool xdr(char*, unsigned int count) override;
     bool xdr(unsigned char*, unsigned int count) override;

@@ -66,6 +66,7 @@ public:
 
     /// In the middle of writeObject() it does nothing.
     void reset() override;
+    void forgetObjects() override;  ///< Likewise.
 
     /// Completes the record that is being built and hands it to the stream.
     /// False when the stream did not take it.

@@ -25,7 +25,9 @@ class fxXDRObj;
 ///
 /// **Lifetime.** A writer writes what pointers lead to after the call that was
 /// handed the pointer: everything that it is given stays where it is, unchanged,
-/// until writeObject() returns. A reader fills a place when the object around it
+/// until writeObject() returns. It also knows what it has written by its address:
+/// that lives until the writer is reset, forgets it or is gone, for what comes to
+/// the same address would be taken for it. A reader fills a place when the object around it
 /// has been read and what the place leads to has arrived, and a place outside of
 /// objects when the graph is complete: every place that it is given stays where
 /// it is until readObject() returns (but see placesMoved() and attempt()). So
@@ -127,6 +129,11 @@ public:
     virtual bool xdr(int**, unsigned int count);
     virtual bool xdr(unsigned int**, unsigned int count);
     ///@}
+
+    /// As reset(), but for the types, which need not be written again. For graphs on one
+    /// stream that have nothing in common: the writer forgets after each what it has
+    /// written, which may then go, and the reader what it has read. This one resets.
+    virtual void forgetObjects();
 
     /// Whether a container that reads elements may ask for them in pieces, so
     /// that its memory grows with what has arrived. Of any other transcriber all

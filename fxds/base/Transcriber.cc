@@ -48,6 +48,8 @@ bool fxTranscriber::xdr(unsigned int** block, unsigned int count) {
     return xdr(reinterpret_cast<unsigned long**>(block), count);
 }
 
+void fxTranscriber::forgetObjects() { reset(); }
+
 bool fxTranscriber::readsInPieces() const { return false; }
 
 void fxTranscriber::placesMoved(const void*, size_t, void*) {}

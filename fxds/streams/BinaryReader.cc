@@ -137,6 +137,10 @@ void fxBinaryReader::reset() {
     if (!isBusy) graph->reset();
 }
 
+void fxBinaryReader::forgetObjects() {
+    if (!isBusy) graph->forgetObjects();
+}
+
 bool fxBinaryReader::xdr(char* v, unsigned int n) { return readBytes(v, n); }
 bool fxBinaryReader::xdr(unsigned char* v, unsigned int n) { return readBytes(v, n); }
 bool fxBinaryReader::xdr(short* v, unsigned int n) { return shorts(*this, v, bytesOf<short>(n)); }
@@ -411,7 +415,7 @@ bool fxBinaryReader::defineType() {
     if (head.id() == 0 || graph->at(head.id()).kind() != fxReaderEntry::unknown) {
         return refuse(Fault::damaged, baddestNews);
     }
-    graph->at(head.id()).defineType(*type);
+    graph->defineType(head.id(), *type);
     return true;
 }
 

@@ -125,12 +125,17 @@ const char* fxBinaryWriter::className() const { return "fxBinaryWriter"; }
 
 void fxBinaryWriter::reset() {
     if (isInGraph) return;
+    forgetObjects();
     table.clear();
+    lastType = nullptr;
+}
+
+void fxBinaryWriter::forgetObjects() {
+    if (isInGraph) return;
     seen->clear();
     parts->clear();
     embedded->clear();
     owned->clear();
-    lastType = nullptr;
     dropPending();
 }
 

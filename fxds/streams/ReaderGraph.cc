@@ -288,6 +288,13 @@ void fxReaderGraph::reset() {
     firstBody = 0;
 }
 
+void fxReaderGraph::forgetObjects() {
+    drop();
+    numbers.clearObjects(records.numbered());
+    awaited = 0;
+    firstBody = 0;
+}
+
 // Private functions.
 
 // Whether the entry is defined, and is not of a body that may still be dropped.

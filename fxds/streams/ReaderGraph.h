@@ -71,6 +71,8 @@ public:
     fxReaderGraph& operator=(const fxReaderGraph&) = delete;
 
     fxReaderEntry& at(unsigned int id) { return numbers.at(id, records.numbered()); }
+    /// Defines a type.
+    void defineType(unsigned int id, fxTypeObj& type) { numbers.defineType(id, at(id), type); }
     /// Makes an unknown number an awaited one.
     void await(fxReaderEntry& entry, fxReaderEntry::Kind kind);
     /// The same, for what no place is to get.
@@ -174,6 +176,8 @@ public:
 
     void drop();   ///< Destroys all that was not handed out, and forgets the loose places.
     void reset();  ///< Forgets the numbers, too.
+    /// The same but for those of types.
+    void forgetObjects();
 
 private:
     struct Body {

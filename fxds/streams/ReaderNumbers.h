@@ -112,7 +112,8 @@ private:
 /// stand in one array, indexed by number. It grows only in proportion to the
 /// number of records with numbers that were read; a number far beyond it gets an
 /// entry of its own, which the dictionary finds. Once there is one of those,
-/// later numbers beyond the array follow it.
+/// later numbers beyond the array follow it. Types that outlive the objects have
+/// such entries, too.
 class fxReaderNumbers {
 public:
     explicit fxReaderNumbers(fxBinaryOTDict& farIndices) : far(farIndices) {}
@@ -123,7 +124,8 @@ public:
     /// The entry of the number, made if need be; `records` is how many records
     /// with numbers were read. View: good until clear().
     fxReaderEntry& at(unsigned int id, size_t records) {
-        return id < near.size() ? near[id] : make(id, records);
+        const size_t index = size_t{id} - first;  // huge for lower ones
+        return index < near.size() ? near[index] : make(id, records);
     }
 
     /// Room for a short text, kept until clear().
@@ -186,6 +188,11 @@ public:
         given.clear();
     }
 
+    void defineType(unsigned int id, fxReaderEntry& entry, fxTypeObj& type) {
+        entry.defineType(type);
+        typeIds.push_back(id);
+    }
+
     /// Forgets every entry and frees the blocks that were not given away.
     void clear() {
         if (blocksHeld > 0) {
@@ -195,27 +202,55 @@ public:
             }
         }
         blocksHeld = 0;
+        first = 0;
+        recordsBefore = 0;
+        mayGrow = true;
         near.clear();
         farOnes.clear();
         given.clear();
         texts.clear();
+        typeIds.clear();
         while (const void* key = firstFar()) far.remove(key);
+    }
+    /// The same for all but the types. Later numbers are expected to be higher, so
+    /// that what this and they cost does not depend on those before.
+    void clearObjects(size_t records) {
+        std::vector<unsigned int> ids;
+        ids.swap(typeIds);
+        std::vector<fxTypeObj*> types;
+        for (const unsigned int id : ids) types.push_back(&at(id, records).record());
+        clear();
+        for (size_t i = 0; i < ids.size(); ++i) defineType(ids[i], makeFar(ids[i]), *types[i]);
+        first = unplaced;
+        recordsBefore = records;
     }
 
 private:
     // Out of line, which keeps at() small.
     [[gnu::noinline]] fxReaderEntry& make(unsigned int id, size_t records) {
-        if (farOnes.empty() && id < 2 * records + slack) {
-            near.resize(id / step * step + step);
-            return near[id];
+        if (const unsigned long* const index = far.find(keyOf(id))) return *farOnes[*index - 1];
+        if (first == unplaced) place(id);
+        const size_t index = size_t{id} - first;
+        if (mayGrow && index < 2 * (records - recordsBefore) + slack) {
+            near.resize(index / step * step + step);
+            return near[index];
         }
-        const void* const key = reinterpret_cast<const void*>(uintptr_t{id});
-        unsigned long& index = far[key];
-        if (index == 0) {
-            farOnes.push_back(std::make_unique<fxReaderEntry>());
-            index = farOnes.size();
-        }
-        return *farOnes[index - 1];
+        mayGrow = false;
+        return makeFar(id);
+    }
+    // Some numbers before the first one that shows up may follow it; the types,
+    // which stand apart, come before.
+    void place(unsigned int id) {
+        first = id - std::min<size_t>(id, step);
+        for (const unsigned int type : typeIds) first = std::max(first, type + size_t{1});
+    }
+    static const void* keyOf(unsigned int id) {
+        return reinterpret_cast<const void*>(uintptr_t{id});
+    }
+    fxReaderEntry& makeFar(unsigned int id) {
+        farOnes.push_back(std::make_unique<fxReaderEntry>());
+        far[keyOf(id)] = farOnes.size();
+        return *farOnes.back();
     }
     // With a zero behind the bytes.
     static void* copyOf(const fxReaderEntry& block) {
@@ -224,8 +259,8 @@ private:
         return copy;
     }
     const void* firstFar() const {
-        const fxBinaryOTDictIter first(far);
-        return first.notDone() ? first.key() : nullptr;
+        const fxBinaryOTDictIter walk(far);
+        return walk.notDone() ? walk.key() : nullptr;
     }
     static void release(const fxReaderEntry& entry) {
         if (entry.kind_ == fxReaderEntry::block && entry.holder == fxReaderEntry::table)
@@ -234,9 +269,14 @@ private:
 
     static constexpr size_t slack = 1024;
     static constexpr size_t step = 256;
+    static constexpr size_t unplaced = SIZE_MAX;
 
     fxBinaryOTDict& far;  // number to index + 1
     fxChunkList<fxReaderEntry> near;
+    size_t first = 0;          // the number of near[0]; unplaced until there is one
+    size_t recordsBefore = 0;  // how many records with numbers came before that
+    bool mayGrow = true;       // `near`: there are no far ones beyond it
+    std::vector<unsigned int> typeIds;
     std::vector<std::unique_ptr<fxReaderEntry>> farOnes;
     std::vector<fxReaderEntry*> given;  // those with a fieldSinceNow
     fxTextChunks texts;

@@ -243,6 +243,33 @@ TEST_F(Reader, ResetForgetsWhatWasRead) {
     EXPECT_DEATH(fxReadObject<Node>(reader), "XXX baddest news");
 }
 
+// Each message is deleted when it was written, and when it was read, so that
+// addresses come again; the type is written once.
+TEST_F(Reader, ForgottenObjectsMayGo) {
+    HeldStream stream;
+    fxBinaryWriter writer(stream);
+    fxBinaryReader reader(stream, 0x1122, 0x33445566, "ieee");
+    for (int i = 0; i < 3000; ++i) {
+        const auto message = std::make_unique<Node>();
+        message->text.format("%d", i);
+        message->right = message.get();
+        ASSERT_TRUE(fxWriteObject(writer, message.get()));
+        writer.forgetObjects();
+        const std::unique_ptr<Node> read(fxReadObject<Node>(reader));
+        reader.forgetObjects();
+        ASSERT_EQ(read->text, message->text);
+        ASSERT_EQ(read->right, read.get());
+    }
+    EXPECT_EQ(stream->view().find("Node"), stream->view().rfind("Node"));
+    // A reference to what the reader has forgotten leads nowhere.
+    Node first, second;
+    second.right = &first;
+    ASSERT_TRUE(fxWriteObject(writer, &first) && fxWriteObject(writer, &second));
+    ASSERT_NE(fxReadObject<Node>(reader), nullptr);
+    reader.forgetObjects();
+    EXPECT_EQ(fxReadObject<Node>(reader), nullptr);
+}
+
 TEST_F(Reader, SameTextWrittenTwiceIsReadAsTwoTexts) {
     HeldStream stream;
     fxStr text("text");
