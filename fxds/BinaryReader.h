@@ -142,6 +142,7 @@ private:
     [[gnu::cold, gnu::noinline]] bool refuse(fxStreamFault::Kind kind, const char* message);
     bool hasRefused() const { return answer != nullptr && *answer; }
     void noteEnd();
+    [[gnu::cold]] void trace() const;
     fxStreamFault faultHere(fxStreamFault::Kind kind, const char* message) const;
     bool hasOwnNumbers() const;
     [[gnu::noinline]] bool readPieces(char* bytes, size_t byteCount);

@@ -160,6 +160,7 @@ private:
     [[gnu::noinline]] bool writeParts(const char* payload, unsigned int payloadBytes);
     unsigned int putHead(char* place, unsigned int payloadBytes) const;
     bool fail();
+    [[gnu::cold]] void trace() const;
     fxBinaryWriterItem* itemAt(unsigned int index);
     bool writePending();
     bool writeItem(const fxBinaryWriterItem& item);
@@ -176,6 +177,7 @@ private:
     const void* owner;                   // the slot of a pointer that owns its block, or null
     fxTypeObj* lastType;                 // the type that was asked for last,
     unsigned int lastTypeId;             // and its id
+    fxTypeObj* itemType;                 // of the object that is being written, or was last
     const void* partUnderWay;            // of an object, or null
     const void* bodyUnderWay;            // the object that is being written, or null
     unsigned int firstOfBody;            // the numbers of its parts are not below this one

@@ -19,13 +19,14 @@ class FX_API fxTrace {
 public:
     /// Kinds of lines, to be combined with |.
     enum Kind : unsigned int {
-        sends = 1,     ///< values leaving an output
-        events = 2,    ///< values reaching an input, events being delivered
-        timers = 4,    ///< timers being started and stopped, and their ticks
-        loop = 8,      ///< the phases of a poll
-        all = 15,      ///< these four
-        held = 16,     ///< objects that are deleted while they have holders
-        connects = 32  ///< attempts to join channels, those that do nothing included
+        sends = 1,      ///< values leaving an output
+        events = 2,     ///< values reaching an input, events being delivered
+        timers = 4,     ///< timers being started and stopped, and their ticks
+        loop = 8,       ///< the phases of a poll
+        all = 15,       ///< these four
+        held = 16,      ///< objects that are deleted while they have holders
+        connects = 32,  ///< attempts to join channels, those that do nothing included
+        streams = 64    ///< records of streams being read and written
     };
 
     /// Receives a line, which has no newline and ends with a zero byte: a view.

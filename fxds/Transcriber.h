@@ -277,7 +277,7 @@ protected:
 
     /// Where what is wrong is noted; borrowed. Null: the stated operations apply.
     fxStreamFault* answer = nullptr;
-    size_t headerBytes = 0;  ///< Of a stream that is read.
+    size_t headerBytes = 0;  ///< Of the stream, before its first record.
     /// What refuse() was told first, or null: a subclass takes it into account.
     std::unique_ptr<fxStreamFault> complaint;
 

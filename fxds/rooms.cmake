@@ -16,8 +16,9 @@
 fxds_room(base
   HEADERS Config Counted Fatal RCObj Ref Stream StreamFault Transcriber TypeObj XDRObj
   DETAIL Allocate Hold Mix MovesAsBytes NestedRelease Walk
-  PRIVATE ChunkList FreeLists PackedInts Scoped
-  SOURCES Counted Fatal FreeLists NestedRelease RCObj Stream StreamFault Transcriber TypeObj XDRObj)
+  PRIVATE ChunkList FreeLists PackedInts Scoped StreamTrace
+  SOURCES Counted Fatal FreeLists NestedRelease RCObj Stream StreamFault StreamTrace Transcriber
+    TypeObj XDRObj)
 
 # The string, and what builds texts.
 fxds_room(text

@@ -7,6 +7,7 @@
 #include <string>
 #include <string_view>
 
+#include "fxds/base/StreamTrace.h"
 #include "fxds/dataflow/TraceLines.h"
 
 // Which kinds of lines are written, and where to. TraceLines.cc makes the lines.
@@ -36,10 +37,10 @@ struct KindName {
     const char* name;
     unsigned int kinds;
 };
-constexpr KindName kindNames[] = {{"send", fxTrace::sends},      {"events", fxTrace::events},
-                                  {"timers", fxTrace::timers},   {"loop", fxTrace::loop},
-                                  {"all", fxTrace::all},         {"held", fxTrace::held},
-                                  {"connect", fxTrace::connects}};
+constexpr KindName kindNames[] = {{"send", fxTrace::sends},       {"events", fxTrace::events},
+                                  {"timers", fxTrace::timers},    {"loop", fxTrace::loop},
+                                  {"all", fxTrace::all},          {"held", fxTrace::held},
+                                  {"connect", fxTrace::connects}, {"streams", fxTrace::streams}};
 
 unsigned int kindsCalled(std::string_view word) {
     for (const KindName& known : kindNames) {
@@ -71,7 +72,8 @@ std::string_view nextWord(std::string_view& words) {
 }  // namespace
 
 void fxTrace::enable(unsigned int kinds) {
-    fx_traceKinds = kinds & (all | held | connects);
+    fx_traceKinds = kinds & (all | held | connects | streams);
+    fxStreamTrace::sink = isOn(streams) ? fxTraceLines::record : nullptr;
     if (fx_traceKinds == 0) fxTraceLines::forgetNames();
 }
 

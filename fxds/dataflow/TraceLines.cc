@@ -281,6 +281,10 @@ void fxTraceLines::phase(const char* format, ...) {
     Line("loop") << text;
 }
 
+void fxTraceLines::record(const std::string& text) {
+    if (isToWrite(fxTrace::streams)) Line("stream") << text;
+}
+
 void fxTraceLines::unknownWord(std::string_view word, std::string_view known) {
     if (isInLine) return;
     Line line("trace");

@@ -29,6 +29,7 @@ std::string nameOf(const std::type_info& type);  ///< The compiler's name, witho
 [[gnu::cold]] void replacing(fxEvent& event);
 [[gnu::cold]] void timer(const char* what, const fxObj& timer, double seconds);
 [[gnu::cold, gnu::format(printf, 1, 2)]] void phase(const char* format, ...);
+[[gnu::cold]] void record(const std::string& text);  ///< See fxStreamTrace.
 
 [[gnu::cold]] void connecting(const fxOutputChannel& output, const fxInputChannel& input);
 /// `why` is what fxExplain says.

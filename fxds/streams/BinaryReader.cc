@@ -12,6 +12,7 @@
 #include "fxds/TypeObj.h"
 #include "fxds/XDRObj.h"
 #include "fxds/base/Scoped.h"
+#include "fxds/base/StreamTrace.h"
 #include "fxds/streams/PartRoot.h"
 #include "fxds/streams/ReaderGraph.h"
 #include "fxds/streams/RecordReader.h"
@@ -367,7 +368,9 @@ bool fxBinaryReader::hasOwnNumbers() const {
 }
 
 bool fxBinaryReader::next() {
-    return records->next() ? head.tag != fxTagType || defineType() : noRecord();
+    if (!records->next()) return noRecord();
+    if (fxStreamTrace::isOn()) trace();
+    return head.tag != fxTagType || defineType();
 }
 
 // What there is instead of a record. False.

@@ -9,6 +9,7 @@
 #include "fxds/XDRObj.h"
 #include "fxds/base/FreeLists.h"
 #include "fxds/base/Scoped.h"
+#include "fxds/base/StreamTrace.h"
 #include "fxds/streams/AddressIndex.h"
 #include "fxds/streams/OutBuffer.h"
 #include "fxds/streams/PartRoot.h"
@@ -111,6 +112,7 @@ fxBinaryWriter::fxBinaryWriter(fxStream* outStream)
       owner(nullptr),
       lastType(nullptr),
       lastTypeId(0),
+      itemType(nullptr),
       partUnderWay(nullptr),
       bodyUnderWay(nullptr),
       firstOfBody(0),
@@ -419,6 +421,7 @@ bool fxBinaryWriter::writePrimPointer(const void* slot, const void* block, size_
 // without regard to their length. Requires: a short one is at the front of `buffer`.
 bool fxBinaryWriter::writeRecord(const char* payload, unsigned int payloadBytes) {
     constexpr unsigned int shortBytes = 64;
+    if (fxStreamTrace::isOn()) trace();
     char* const place = outgoing->room(maxHeadBytes + shortBytes);
     if (place == nullptr || tag == fxTagType || payloadBytes > shortBytes) {
         return writeParts(payload, payloadBytes);
@@ -428,6 +431,15 @@ bool fxBinaryWriter::writeRecord(const char* payload, unsigned int payloadBytes)
     outgoing->added(length + payloadBytes);
     tag = fxTagData;
     return true;
+}
+
+void fxBinaryWriter::trace() const {
+    const unsigned long id = tag == fxTagType ? fieldB : fieldA;
+    const char* className = itemType != nullptr ? itemType->name : nullptr;
+    if (tag == fxTagType) className = name;
+    if (isContents(tag)) className = nullptr;
+    fxStreamTrace::record("write", headerBytes + outgoing->total(), tagName(tag),
+                          fieldBytes[tag] > 0 ? static_cast<unsigned int>(id) : 0, className);
 }
 
 // The same part by part.
@@ -484,7 +496,9 @@ bool fxBinaryWriter::writeItem(const fxBinaryWriterItem& item) {
         return writeBlock(item);
     }
     unsigned int typeId = 0;
+    itemType = nullptr;
     if (!writeType(*item.type, typeId)) return false;
+    itemType = item.type;
     tag = fxTagObject;
     fieldA = id;
     fieldB = typeId;

@@ -52,6 +52,9 @@ public:
         return byteCount == 0 ? !hasFailed_ : write(next, byteCount);
     }
 
+    /// How many bytes were put so far.
+    size_t total() const { return sent + static_cast<size_t>(next - bytes.get()); }
+
     /// Whether the stream has refused bytes, or fail() was called.
     bool hasFailed() const { return hasFailed_; }
     void fail() { hasFailed_ = true; }
@@ -83,6 +86,7 @@ private:
     bool write(const char* from, size_t byteCount) {
         hasFailed_ = hasFailed_ || stream == nullptr || !stream->isWriting() ||
                      !stream->putBytes(from, static_cast<unsigned int>(byteCount));
+        sent += byteCount;
         return !hasFailed_;
     }
 
@@ -90,6 +94,7 @@ private:
     std::unique_ptr<char[]> bytes;
     char* next = nullptr;
     char* end = nullptr;
+    size_t sent = 0;
     bool mayCollect = false;
     bool hasFailed_ = false;
 };

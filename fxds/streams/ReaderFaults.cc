@@ -3,6 +3,8 @@
 #include "fxds/BinaryReader.h"
 #include "fxds/Fatal.h"
 #include "fxds/TypeObj.h"
+#include "fxds/base/StreamTrace.h"
+#include "fxds/streams/ReaderGraph.h"
 #include "fxds/streams/RecordReader.h"
 
 // What the reader does about a stream that is wrong. A fault is noted or fatal;
@@ -43,4 +45,18 @@ fxStreamFault fxBinaryReader::faultHere(fxStreamFault::Kind kind, const char* me
         fault.className = fxStreamFault::printable(records->name());
     if (fault.reason.empty()) fault.reason = fxStreamFault::printable(message);
     return fault;
+}
+
+void fxBinaryReader::trace() const {
+    const fxRecordFormat::Head& head_ = records->head();
+    const char* className = bodyType != nullptr ? bodyType->name : nullptr;
+    if (head_.tag == fxTagType) className = records->name();
+    if (fxRecordFormat::isContents(head_.tag)) className = nullptr;
+    if (head_.tag == fxTagObject) {
+        const fxReaderEntry& type = graph->at(head_.typeId());
+        className = type.kind() == fxReaderEntry::type ? type.record().name : nullptr;
+    }
+    fxStreamTrace::record("read", headerBytes + records->recordAt(),
+                          fxRecordFormat::tagName(head_.tag),
+                          fxRecordFormat::fieldBytes[head_.tag] > 0 ? head_.id() : 0, className);
 }

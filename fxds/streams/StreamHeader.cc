@@ -85,7 +85,10 @@ fxTranscriber* fxTranscriber::getWriter(fxStream* stream) {
     std::unique_ptr<fxTranscriber> writer(writerFactory(stream));
     if (writer == nullptr) return nullptr;
     if (stream == nullptr || !stream->isWriting()) return nullptr;
-    return writeHeader(*stream, writer->className()) ? writer.release() : nullptr;
+    if (!writeHeader(*stream, writer->className())) return nullptr;
+    writer->headerBytes = std::strlen(writer->className()) + 1 + sizeof ownFloatFormat +
+                          sizeof ownShortMark + sizeof ownLongMark;
+    return writer.release();
 }
 
 fxTranscriber* fxTranscriber::getReader(fxStream* stream) {

@@ -295,9 +295,9 @@ TEST_F(Trace, TellsOfUnknownWords) {
     EXPECT_EQ(fx_traceKinds, 0U);
     EXPECT_EQ(taken(),
               "fxds trace   unknown word \"sends\"; there are send, events, timers, loop, all, "
-              "held, connect\n"
+              "held, connect, streams\n"
               "fxds trace   unknown word \"\\x01x\"; there are send, events, timers, loop, all, "
-              "held, connect\n");
+              "held, connect, streams\n");
 }
 
 // The environment asks, and the lines go to standard error, also after main().
@@ -313,7 +313,7 @@ TEST(TraceOfAProcess, IsAskedForByTheEnvironment) {
     EXPECT_EQ(traced.status, 0);
     EXPECT_EQ(traced.errors,
               "fxds trace   unknown word \"x\"; there are send, events, timers, loop, all, held, "
-              "connect\n"
+              "connect, streams\n"
               "fxds send    Counter#1.count int 1, queued, 0 connections\n"
               "fxds send    Counter#2.count int 2, queued, 0 connections\n");
 }

@@ -10,9 +10,11 @@
 #include <cerrno>
 #include <csignal>
 #include <map>
+#include <regex>
 #include <stdexcept>
 
 #include "fxds/Globals.h"
+#include "fxds/Trace.h"
 #include "tests/support/RichGraph.h"
 #include "tests/support/RunProgram.h"
 #include "tests/support/Surroundings.h"
@@ -230,6 +232,32 @@ TEST_F(Save, PlaceNamesOffsetRecordAndClass) {
     EXPECT_EQ(fault.place(),
               "offset " + std::to_string(bytes.size()) + ", pointer again, class Wilful");
     EXPECT_EQ(fault.reason, "format error");
+    EXPECT_DEATH(loaded<Wilful>(wrong), "^fxds: stream at " + fault.place() + "\nformat error\n$");
+}
+
+TEST_F(Save, TracingShowsTheRecords) {
+    std::string traced;
+    const auto note = [](void* text, const char* line, size_t) {
+        *static_cast<std::string*>(text) += std::string(line) + '\n';
+    };
+    Node node;
+    node.text = "x";
+    node.left = &node;
+    fxTrace::setSink(note, &traced);
+    fxTrace::enable("streams");
+    const std::string bytes = saved(&node);
+    const std::string written = std::exchange(traced, "");
+    delete loaded<Node>(bytes);
+    fxTrace::enable(0U);
+    fxTrace::setSink(nullptr, nullptr);
+    EXPECT_EQ(written,
+              "fxds stream  write offset 30, type #2, class Node\n"
+              "fxds stream  write offset 40, object #1, class Node\n"
+              "fxds stream  write offset 70, block #3, class Node\n"
+              "fxds stream  write offset 79, pointer again #1, class Node\n"
+              "fxds stream  write offset 84, null, class Node\n"
+              "fxds stream  write offset 85, bytes #3\n");
+    EXPECT_EQ(traced, std::regex_replace(written, std::regex("write"), "read"));
 }
 
 // Two messages on one stream, of which the second names what was in the first.
