@@ -6,6 +6,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <string>
 #include <vector>
@@ -54,8 +55,17 @@ TEST_F(Fxgrep, PrintsLinesAndMatchesOfStandardInput) {
                  {{"-c", "q"}, "a\n", "0\n", 1},
                  {{"a.c"}, "abc\na.c\n", "abc\na.c\n", 0},
                  {{"-F", "a.c"}, "abc\na.c\n", "a.c\n", 0},
-                 {{"a|b"}, "a\na|b\n", "a|b\n", 0},
-                 {{"-E", "a|b"}, "a\nc\na|b\n", "a\na|b\n", 0},
+                 {{"a|b"}, "a\nc\na|b\n", "a\na|b\n", 0},
+                 {{"a{b}"}, "ab\na{b}\n", "a{b}\n", 0},
+                 {{"-F", "a|b"}, "a\na|b\n", "a|b\n", 0},
+                 {{"b\na.c"}, "a.c\nab\nac\n", "a.c\nab\n", 0},
+                 {{"-o", "-w", "--replace", "\\1", "(a)b?"}, "ab abc\n", "a\n", 0},
+                 {{"-i", "[]a-c^-]x|^Q"}, "BX\n^X\nqr\nxx\n", "BX\n^X\nqr\n", 0},
+                 {{"--json", "-i", "B."},
+                  "ab\"\377\n",
+                  "{\"path\": \"(standard input)\", \"line\": 1, \"text\": \"ab\\\"\\ufffd\", "
+                  "\"matches\": [{\"start\": 1, \"end\": 3}]}\n",
+                  0},
                  {{"^$"}, "a\n\nb\n", "\n", 0},
                  {{""}, "a\n\n", "a\n\n", 0},
                  {{"--", "-n"}, "-n\n", "-n\n", 0},
@@ -150,7 +160,18 @@ TEST_F(Fxgrep, RefusesWhatItDoesNotUnderstand) {
     EXPECT_EQ(run({"(a"}).errors, "fxgrep: (a: unmatched ()\n");
     EXPECT_EQ(run({"(a"}).status, 2);
     EXPECT_EQ(run({"--path", ".", "--name", "*", "a"}).status, 2);
-    for (const Arguments& arguments : {Arguments{}, Arguments{"-i", "a"},
+    const char* const dialects[][2] = {{"[0-9]\\d", "\\d"},
+                                       {"a{2,}", "{2,}"},
+                                       {"[[:digit:]]", "[:digit:]"},
+                                       {"\\bword", "\\b"},
+                                       {"(a)\\1", "\\1"}};
+    for (const auto& [pattern, what] : dialects) {
+        const Result result = run({pattern});
+        EXPECT_EQ(result.errors.find(std::string("fxgrep: ") + what + ": not known"), 0u)
+            << pattern;
+        EXPECT_EQ(result.status, 2);
+    }
+    for (const Arguments& arguments : {Arguments{}, Arguments{"-y", "a"},
                                        Arguments{"--name", "a", "b"}, Arguments{"--what", "a"}}) {
         const Result result = run(arguments);
         EXPECT_EQ(result.status, 2);
@@ -159,6 +180,75 @@ TEST_F(Fxgrep, RefusesWhatItDoesNotUnderstand) {
     const Result help = run({"--help"});
     EXPECT_EQ(help.status, 0);
     EXPECT_NE(help.output.find("--replace TEMPLATE"), std::string::npos);
+}
+
+// Where both mean the same, the lines are those of grep -E.
+TEST_F(Fxgrep, AgreesWithGrep) {
+    directory.directory("tree");
+    directory.directory("tree/.git");
+    directory.directory("tree/below");
+    directory.file("tree/.git/config", "class alpha\n");
+    directory.file("tree/binary", std::string("class\0alpha\n", 12));
+    directory.file("tree/one.cc", "class Alpha {\n  int alpha;\n\n};\nint beta(alpha);\n// end\n");
+    directory.file("tree/two.h", "none\n\nalphabet\nALPHA\n int x_alpha; \n");
+    directory.file("tree/below/three.cc", "a\nb\nc\nclass\nd\ne\nalpha beta\nf\ng");
+    const char* const patterns[] = {
+        "alpha|foo", "^(class|int) [a-z]+", "[^a-z ]$", "\\<alpha", "^$", "x*", "."};
+    const Arguments options[] = {{},
+                                 {"-i"},
+                                 {"-v"},
+                                 {"-w"},
+                                 {"-x"},
+                                 {"-n"},
+                                 {"-c"},
+                                 {"-l"},
+                                 {"-L"},
+                                 {"-h", "-n"},
+                                 {"-m", "2"},
+                                 {"-q"},
+                                 {"-A1"},
+                                 {"-B", "2", "-n"},
+                                 {"-C1", "-v"},
+                                 {"-i", "-w", "-o"},
+                                 {"-c", "-v", "-i"}};
+    const auto sorted = [](const std::string& text) {
+        std::vector<std::string> lines;
+        size_t at = 0;
+        for (size_t end; (end = text.find('\n', at)) != std::string::npos; at = end + 1) {
+            lines.push_back(text.substr(at, end - at));
+        }
+        std::sort(lines.begin(), lines.end());
+        return lines;
+    };
+    for (const char* pattern : patterns) {
+        for (Arguments arguments : options) {
+            if (!arguments.empty() && arguments.back() == "-o" &&
+                std::string(pattern) != "\\<alpha")
+                continue;
+            arguments.insert(arguments.begin(), {"-E", "-r", "-e", pattern});
+            arguments.emplace_back("tree");
+            const Result ours = run(arguments);
+            Program grep = {{"/usr/bin/env", "grep", "--exclude=binary", "--exclude-dir=.git"},
+                            directory.path,
+                            {{"LC_ALL", "C"}},
+                            {-1, -1, -1}};
+            grep.words.insert(grep.words.end(), arguments.begin(), arguments.end());
+            const Result theirs = ::run(grep, "");
+            EXPECT_EQ(sorted(ours.output), sorted(theirs.output))
+                << testing::PrintToString(arguments);
+            EXPECT_EQ(ours.status, theirs.status) << testing::PrintToString(arguments);
+            EXPECT_EQ(ours.errors, "");
+        }
+    }
+    const std::string one = "tree/one.cc:  int alpha;\ntree/one.cc:int beta(alpha);\n";
+    EXPECT_EQ(run({"-r", "--include", "o*", "--exclude", "below", "[^a-z_]alpha", "tree"}).output,
+              one);
+    EXPECT_EQ(run({"-ra", "-c", "class", "tree/.git"}).output, "tree/.git/config:1\n");
+    EXPECT_EQ(run({"-l", "--null", "-r", "ALPHA"}).output, std::string("tree/two.h\0", 11));
+    directory.file("patterns", "ALPHA\nx_\n");
+    EXPECT_EQ(run({"-c", "-f", "patterns", "tree/two.h"}).output, "2\n");
+    EXPECT_EQ(run({"--version"}).output.find("fxgrep of libostrelfxds "), 0u);
+    EXPECT_EQ(run({"-sq", "none", "missing", "tree/two.h"}).status, 0);
 }
 
 TEST_F(Fxgrep, ColoursMatchesOnATerminal) {

@@ -1,0 +1,56 @@
+// The lines of a file, a block at a time.
+#ifndef FXGREP_BLOCKS_H
+#define FXGREP_BLOCKS_H
+
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstddef>
+#include <cstring>
+#include <vector>
+
+/// Blocks of whole lines, which grow with the longest line.
+class Blocks {
+public:
+    explicit Blocks(int file_) : file(file_), buffer(size_t{1} << 17) {}
+
+    /// Reads on until there is a block of whole lines; the last one may lack its
+    /// newline. Returns false at the end and on trouble, which `error` tells.
+    bool next() {
+        if (kept != 0) std::memmove(buffer.data(), end, kept);
+        while (error == 0 && !isAtEnd) {
+            const size_t searched = kept;
+            // One byte stays free, for a terminator behind the last line.
+            if (kept + 1 == buffer.size()) buffer.resize(2 * buffer.size());
+            const ssize_t count = read(file, buffer.data() + kept, buffer.size() - 1 - kept);
+            if (count < 0 && errno == EINTR) continue;
+            if (count < 0) error = errno;
+            if (count == 0) isAtEnd = true;
+            if (count <= 0) break;
+            kept += static_cast<size_t>(count);
+            const void* const newline =
+                memrchr(buffer.data() + searched, '\n', static_cast<size_t>(count));
+            if (newline != nullptr) return take(static_cast<const char*>(newline) + 1);
+        }
+        return kept != 0 && take(buffer.data() + kept);
+    }
+
+    char* begin = nullptr;
+    char* end = nullptr;
+    int error = 0;
+
+private:
+    bool take(const char* blockEnd) {
+        begin = buffer.data();
+        end = begin + (blockEnd - begin);
+        kept -= static_cast<size_t>(end - begin);
+        return true;
+    }
+
+    const int file;
+    std::vector<char> buffer;
+    size_t kept = 0;  // bytes behind the block, for the next one
+    bool isAtEnd = false;
+};
+
+#endif
