@@ -274,14 +274,6 @@ TEST(MonitorRecording, DamagedFilesGetOneLineAndStatus1) {
         EXPECT_EQ(0U, result.errors.find("monitor: " + damaged + " is not complete: "));
         EXPECT_EQ("", result.output);
     }
-    for (size_t at = 0; at < bytes.size(); at += 11) {
-        std::string flipped = bytes;
-        flipped[at] = static_cast<char>(flipped[at] ^ 0x41);
-        proc.write("damaged", flipped);
-        const Result result = run({"--replay", damaged});
-        // Another value may be as good as the one that was there.
-        EXPECT_TRUE(result.status == 0 || result.status == 1) << at << result.errors;
-    }
     EXPECT_EQ(1, run({"--replay", proc.directory}).status);
     const Result unwritable = run(onFake(proc, {"--samples", "1", "--record", "/nowhere/file"}));
     EXPECT_EQ(1, unwritable.status);
