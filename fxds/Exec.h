@@ -39,7 +39,8 @@ struct FX_API fxSelectSet {
 ///
 /// Nothing waits without a handler: while none is registered, poll() only
 /// distributes events and returns at once, timers stand still and loop() spins.
-/// A program that has only timers registers an fxWakeup.
+/// A program that has only timers registers an fxWakeup; the trace of the loop tells
+/// where it is missing, and a checked build does so on standard error, once.
 ///
 /// Everything may be called from within the functions, handlers, ticks and
 /// receivers that poll() runs, poll() included; they may add, remove and
@@ -135,8 +136,14 @@ public:
     /// the select()'s errno as it was.
     void poll(float seconds);
 
-    /// Polls until no application is registered, at least once.
+    /// Polls until no application is registered or quit() is called, at least once.
     void loop();
+
+    /// Makes loop() return when the turn under way is over: the innermost one if it
+    /// is nested, the next one, after one turn, if none is running. Applications
+    /// stay as they are, registered and open, and what is queued stays queued; a
+    /// loop() that is called later serves them as ever. Other threads post this.
+    void quit() { isQuitting = true; }
 
     // The state, for inspection. The bounds and sets are up to date when `dirty`
     // is 0; the next poll() or query of a set brings them up to date.
@@ -186,6 +193,7 @@ private:
     fxWalks<Walk> walks;
     fxWalks<Closing> closings;
     fxExec* nextExec;
+    bool isQuitting = false;  // whether quit() was called and no loop() has returned since
 
     static fxExec* allExecs;
 };

@@ -41,10 +41,14 @@ protected:
     explicit fxSelectHandler(int fd_ = -1, fxBool wantRead_ = 0, fxBool wantWrite_ = 0,
                              fxBool wantException_ = 0);
 
+    /// Sets what to wait for. Where the handler is registered for its descriptor, it
+    /// is registered again, so that the next poll() looks.
+    void setWishes(bool read, bool write, bool exception = false);
+
     int fd;  ///< The descriptor, which the destructor closes unless it is negative.
     ///@{
-    /// What to wait for. After a change register the handler again: only then
-    /// does the executive look.
+    /// What to wait for; see setWishes(). After writing to them register the handler
+    /// again: only then does the executive look.
     unsigned char wantRead;
     unsigned char wantWrite;
     unsigned char wantException;

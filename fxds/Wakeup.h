@@ -32,6 +32,11 @@ public:
     /// Queues the message on the output that is now called "wakeup"; when there
     /// is none, or one of another type, nothing is sent.
     void handleRead() override;
+
+protected:
+    /// Takes the calls of wake() that have not been noticed yet. Whether there
+    /// were any.
+    bool takeCalls();
 };
 
 #endif

@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <climits>
 #include <cmath>
+#include <cstdio>
 #include <cstring>
 #include <memory>
 
@@ -70,6 +71,18 @@ void distributeEvents() {
 void advanceTimers(float seconds) {
     if (fxTrace::isOn(fxTrace::loop)) fxTraceLines::phase("timers, %g s passed", double{seconds});
     fxTimer::alarm(seconds);
+}
+
+// A program that has timers and nothing else to wait for spins, and its timers never
+// tick.
+void tellOfStandingTimers() {
+    constexpr char text[] = "timers stand still: no select handler is registered";
+    if (fxTrace::isOn(fxTrace::loop)) fxTraceLines::phase("%s", text);
+#ifdef FXDS_CHECKED
+    static bool isTold = false;
+    if (!isTold) std::fprintf(stderr, "fxExec::poll: %s; make an fxWakeup\n", text);
+    isTold = true;
+#endif
 }
 
 timeval toTimeval(float seconds) {
@@ -313,6 +326,7 @@ bool fxExec::willBlock() {
 void fxExec::poll(float seconds) {
     if (dirty) updateSelectState();
     if (nfds == 0) {
+        if (fxTimer::activeTimers != nullptr) tellOfStandingTimers();
         distributeEvents();
         return;
     }
@@ -326,9 +340,13 @@ void fxExec::poll(float seconds) {
 }
 
 void fxExec::loop() {
+    struct Running {
+        ~Running() { isQuitting = false; }
+        bool& isQuitting;
+    } running{isQuitting};
     do {
         poll(1000.0F);
-    } while (!applications.isEmpty());
+    } while (!isQuitting && !applications.isEmpty());
 }
 
 // Keeps an application that is being destroyed from being called where it is

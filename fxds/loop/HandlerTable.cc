@@ -38,3 +38,9 @@ void fxHandlerTable::forget(const fxSelectHandler* handler) {
         }
     }
 }
+
+void fxHandlerTable::renew(fxSelectHandler* handler, int descriptor) {
+    for (fxHandlerTable* table = first; table != nullptr; table = table->next) {
+        if (table->at(descriptor) == handler) table->set(descriptor, handler);
+    }
+}

@@ -35,6 +35,10 @@ public:
     // Takes the handler out of every table, under whichever descriptor.
     static void forget(const fxSelectHandler* handler);
 
+    // Registers the handler again in each table that has it under `descriptor`.
+    // Requires: 0 <= descriptor.
+    static void renew(fxSelectHandler* handler, int descriptor);
+
     // Descriptors for which a select() has failed and that were closed when the
     // executive last looked; without those that are open again.
     std::vector<int> closed;

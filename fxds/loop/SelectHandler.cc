@@ -16,6 +16,13 @@ fxSelectHandler::~fxSelectHandler() {
     if (fd >= 0) ::close(fd);
 }
 
+void fxSelectHandler::setWishes(bool read, bool write, bool exception) {
+    wantRead = read;
+    wantWrite = write;
+    wantException = exception;
+    if (fd >= 0) fxHandlerTable::renew(this, fd);
+}
+
 void fxSelectHandler::handleWrite() {}
 
 void fxSelectHandler::handleException() {}

@@ -44,8 +44,10 @@ void fxWakeup::wake() const {
 }
 
 void fxWakeup::handleRead() {
+    if (takeCalls()) sendVoid(getOutput(outputName, fxDT_void), fxSendQueued);
+}
+
+bool fxWakeup::takeCalls() {
     std::uint64_t calls = 0;
-    const ssize_t bytesRead = read(fd, &calls, sizeof calls);
-    if (bytesRead != static_cast<ssize_t>(sizeof calls)) return;
-    sendVoid(getOutput(outputName, fxDT_void), fxSendQueued);
+    return read(fd, &calls, sizeof calls) == static_cast<ssize_t>(sizeof calls);
 }
