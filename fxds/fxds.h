@@ -84,7 +84,11 @@
 #include "fxds/Application.h"
 #include "fxds/Clock.h"
 #include "fxds/Exec.h"
+#include "fxds/Lines.h"
+#include "fxds/Post.h"
+#include "fxds/Process.h"
 #include "fxds/SelectHandler.h"
+#include "fxds/Signal.h"
 #include "fxds/Timer.h"
 #include "fxds/Wakeup.h"
 

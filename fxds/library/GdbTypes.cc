@@ -58,6 +58,10 @@ struct Described {
     fxTimer* timer;
     fxClockTimer* clockTimer;
     fxWakeup* wakeup;
+    fxSignal* signal;
+    fxLineReader* lineReader;
+    fxLineWriter* lineWriter;
+    fxProcess* process;
     fxApplication* application;
     fxExec* executive;
     fxSequencer* sequencer;

@@ -1,15 +1,10 @@
 #include "fxds/Wakeup.h"
 
-#include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sys/resource.h>
 #include <unistd.h>
 
 #include <cerrno>
-#include <csignal>
 #include <cstdint>
-#include <memory>
-#include <thread>
 
 #include "fxds/EventHandler.h"
 #include "fxds/Exec.h"
@@ -26,10 +21,6 @@ public:
     void count() { ++received; }
     int received = 0;
 };
-
-const fxWakeup* signalled = nullptr;
-
-void onSignal(int) { signalled->wake(); }
 
 void expectUnregistered() {
     for (const fxSelectHandler* handler : fx_theExecutive->handlers) EXPECT_EQ(handler, nullptr);
@@ -52,26 +43,6 @@ TEST(Wakeup, CallsThatWereNotNoticedYetMakeOneMessage) {
         EXPECT_EQ(counter.received, 2);
     }
     expectUnregistered();
-}
-
-TEST(Wakeup, OtherThreadsReachTheWaitingLoop) {
-    fxWakeup wakeup;
-    Counter counter(wakeup, "wakeup");
-    std::thread other([&] { wakeup.wake(); });
-    fx_theExecutive->poll(1000);
-    other.join();
-    EXPECT_EQ(counter.received, 1);
-}
-
-TEST(Wakeup, SignalHandlersReachTheLoop) {
-    fxWakeup wakeup;
-    Counter counter(wakeup, "wakeup");
-    signalled = &wakeup;
-    const auto before = std::signal(SIGUSR1, onSignal);
-    std::raise(SIGUSR1);
-    std::signal(SIGUSR1, before);
-    fx_theExecutive->poll(1000);
-    EXPECT_EQ(counter.received, 1);
 }
 
 TEST(Wakeup, NeitherBlocksNorTouchesErrnoWhenTheCounterIsFull) {
@@ -103,28 +74,4 @@ TEST(Wakeup, SendsNothingWithoutItsOutput) {
     fx_theExecutive->poll(1000);
     wakeup.handleRead();  // nothing to read
     EXPECT_TRUE(fx_theExecutive->willBlock());
-}
-
-TEST(Wakeup, IsHarmlessWhenNoDescriptorIsLeft) {
-    fxExec::theExecutive();
-    rlimit limit;
-    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &limit), 0);
-    rlimit none = limit;
-    none.rlim_cur = 0;
-    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
-    {
-        fxWakeup wakeup;
-        EXPECT_FALSE(wakeup.isValid());
-        wakeup.wake();
-        expectUnregistered();
-    }
-    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
-}
-
-TEST(Wakeup, ClosesItsDescriptor) {
-    auto wakeup = std::make_unique<fxWakeup>();
-    const int fd = wakeup->getFd();
-    wakeup.reset();
-    EXPECT_EQ(fcntl(fd, F_GETFD), -1);
-    expectUnregistered();
 }

@@ -1,0 +1,118 @@
+// Child processes: started with pipes, ended with a message.
+#ifndef FXDS_PROCESS_H
+#define FXDS_PROCESS_H
+
+#include <sys/types.h>
+
+#include <climits>
+#include <initializer_list>
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "fxds/Lines.h"
+#include "fxds/Obj.h"
+
+/// What to start, and how.
+struct fxCommand {
+    /// What becomes of a standard stream of the child.
+    enum Stream {
+        inherited,  ///< It is ours.
+        none,       ///< It is /dev/null.
+        piped,      ///< It is one end of a pipe; see the process's input() and so on.
+        joined      ///< For `errors`: it is what `output` is.
+    };
+
+    fxCommand() = default;
+    ///@{
+    /// Implicit: `fxProcess sort({"sort", "-u"})`.
+    fxCommand(std::initializer_list<const char*> words_) : words(words_.begin(), words_.end()) {}
+    fxCommand(std::vector<std::string> words_) : words(std::move(words_)) {}
+    ///@}
+
+    /// The program and its arguments. A program without a slash is looked up in our
+    /// PATH.
+    std::vector<std::string> words;
+    /// "NAME=value" entries, in place of ours of the same names or beside them; one
+    /// without "=" takes ours away.
+    std::vector<std::string> environment;
+    std::string directory;      ///< To start in; "" is ours.
+    Stream input = inherited;   ///< Its standard input.
+    Stream output = inherited;  ///< Its standard output.
+    Stream errors = inherited;  ///< Its standard error.
+    /// Whether it leads a process group of its own; kill() then reaches all of the
+    /// group, so the children of the child too.
+    bool ownGroup = false;
+};
+
+/// A child process. Sends on the output "exited" an int when it has ended: its exit
+/// status, the negative number of the signal that ended it, or unknownStatus when
+/// the program has ignored SIGCHLD or waited for all children itself. The message is
+/// queued; what the process itself has written to pipes is sent as lines before,
+/// unless the reader is paused or a pipe holds more than 64 KB. What its own children
+/// write may come later: they may keep a pipe, and so the reader's "end", as long as
+/// they like.
+///
+///     fxProcess make({"make", "-k"});
+///     fxConnect(make.exited(), [](int status) { report(status); });
+///
+/// The child gets the standard streams and those descriptors that are not marked
+/// close-on-exec, as all of the library's are. Its signal mask is empty, and SIGPIPE
+/// ends it even where we ignore it. It is waited for by a handler in fx_theExecutive,
+/// so it stays a zombie while no loop runs.
+class FX_API fxProcess : public fxObj {
+public:
+    static constexpr int unknownStatus = INT_MIN;  ///< See above.
+
+    /// Starts the process. When that fails isRunning() is false and getError() tells
+    /// the errno, as ENOENT for a program or a directory that does not exist.
+    explicit fxProcess(const fxCommand& command);
+    fxProcess(const fxProcess&) = delete;
+    fxProcess& operator=(const fxProcess&) = delete;
+    /// Ends a process that is still running by SIGKILL, and its group if it has its
+    /// own; see detach(). Closes our ends of its pipes. The loop takes the zombie away.
+    ~fxProcess() override;
+
+    const char* className() const override;
+
+    bool isRunning() const;                   ///< Until "exited" is queued, or detach().
+    int getError() const { return error; }    ///< Why it could not be started; 0: it was.
+    pid_t getPid() const { return pid; }      ///< 0 when it could not be started.
+    int getStatus() const { return status; }  ///< As "exited" tells it; before, unknownStatus.
+    /// The output that is now called "exited"; what is sent goes nowhere when there
+    /// is none, or one of another type.
+    fxOutputView<int> exited();
+
+    ///@{
+    /// Our ends of the pipes; null for a stream that is not piped. Views, as long as
+    /// the process object. Without finish() of its input a program that reads to the
+    /// end does not end.
+    fxLineWriter* input() const { return inputPipe.get(); }
+    fxLineReader* output() const { return outputPipe.get(); }
+    fxLineReader* errors() const { return errorPipe.get(); }
+    ///@}
+
+    /// Sends the signal. False when the process is not running, or the system
+    /// refuses.
+    bool kill(int signal = 15);
+    /// Lets it run on when this object goes. It is not running for us any more and
+    /// "exited" is not sent; the loop takes its zombie away when it ends.
+    void detach();
+
+private:
+    class Exit;
+    struct Pipes;
+
+    void end(int newStatus);
+
+    std::unique_ptr<fxLineWriter> inputPipe;
+    std::unique_ptr<fxLineReader> outputPipe;
+    std::unique_ptr<fxLineReader> errorPipe;
+    Exit* exit = nullptr;  // null when it is not running
+    pid_t pid = 0;
+    int error = 0;
+    int status = unknownStatus;
+};
+
+#endif

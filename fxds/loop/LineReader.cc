@@ -1,0 +1,171 @@
+#include <poll.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <memory>
+#include <utility>
+
+#include "fxds/EventHandler.h"
+#include "fxds/Exec.h"
+#include "fxds/Lines.h"
+
+// Receivers are called in the middle of the buffer, so whatever they do is done
+// between two lines: a line is taken out of the buffer before it is sent, and every
+// call finds its place in the members. A Delivery on the stack tells whether the
+// reader still exists.
+//
+// Invariants, between any two calls: (1) If there are whole lines in the buffer, or
+// `state` is ending, then the reader is paused, is delivering, or has a continuation.
+// (2) It wants to read exactly when it is neither paused nor at the end.
+
+namespace {
+
+constexpr char lineName[] = "line";
+constexpr char endName[] = "end";
+constexpr size_t chunkBytes = 64 * 1024;
+constexpr size_t keptBytes = 4096;  // what an empty buffer may keep of its memory
+
+}  // namespace
+
+// Delivers the rest of the buffer from the queue. It may be deleted by whoever
+// empties the queue.
+class fxLineReader::Continuation : public fxEvent {
+public:
+    explicit Continuation(fxLineReader* reader_) : fxEvent(fxET_Unknown), reader(reader_) {}
+    ~Continuation() override {
+        if (reader != nullptr) reader->continuation = nullptr;
+    }
+    void deliver() override {
+        fxLineReader* const called = std::exchange(reader, nullptr);
+        called->continuation = nullptr;
+        called->deliver();
+    }
+
+private:
+    fxLineReader* reader;
+};
+
+// One call of deliver(). A receiver that throws leaves lines behind, for which the
+// descriptor may never be ready again.
+struct fxLineReader::Delivery : fxWalk<Delivery> {
+    explicit Delivery(fxLineReader& reader_) : fxWalk(reader_.deliveries), reader(reader_) {}
+    ~Delivery() {
+        if (!isDone && !isOrphan()) reader.continueLater();
+    }
+    bool goesOn() const { return !isOrphan() && !reader.paused; }
+
+    fxLineReader& reader;
+    bool isDone = false;
+};
+
+fxLineReader::fxLineReader(int fd_, size_t limit_) : fxSelectHandler(fd_, 1), limit(limit_) {
+    addOutput(lineName, fxDT_fxStr);
+    addOutput(endName, fxDT_int);
+    if (fd >= 0 && !fxExec::canServe(fd)) {
+        ::close(fd);
+        fd = -1;
+    }
+    if (fd >= 0) fxExec::theExecutive()->addSelectHandler(this);
+}
+
+fxLineReader::~fxLineReader() { delete continuation; }
+
+const char* fxLineReader::className() const { return "fxLineReader"; }
+
+fxOutputView<fxStr> fxLineReader::line() {
+    return fxOutputView<fxStr>(getOutput(lineName, fxDT_fxStr));
+}
+
+fxOutputView<int> fxLineReader::end() { return fxOutputView<int>(getOutput(endName, fxDT_int)); }
+
+void fxLineReader::pause() {
+    paused = true;
+    updateWishes();
+}
+
+void fxLineReader::resume() {
+    paused = false;
+    if (state == ended && growing && error == 0) state = reading;
+    updateWishes();
+    continueLater();
+}
+
+void fxLineReader::handleRead() {
+    if (paused || state == ended) return;
+    if (state == reading && continuation == nullptr) readMore();
+    deliver();
+}
+
+// What interrupts the read, or says that there is nothing after all, is no end.
+void fxLineReader::readMore() {
+    pollfd asked = {fd, POLLIN, 0};
+    if (poll(&asked, 1, 0) == 0) return;
+    const std::unique_ptr<char[]> chunk(new char[chunkBytes]);
+    const ssize_t count = read(fd, chunk.get(), chunkBytes);
+    if (count > 0) {
+        buffer.append(chunk.get(), static_cast<size_t>(count));
+    } else if (count == 0 || (errno != EINTR && errno != EAGAIN)) {
+        error = count == 0 ? 0 : errno;
+        state = ending;
+    }
+    updateWishes();
+}
+
+void fxLineReader::deliver() {
+    Delivery delivery(*this);
+    while (delivery.goesOn()) {
+        fxStr text;
+        if (takeLine(text)) {
+            line().send(text, fxSendNow);
+        } else if (state == ending) {
+            state = ended;
+            end().send(error, fxSendNow);
+        } else {
+            break;
+        }
+    }
+    delivery.isDone = true;
+}
+
+// Takes the next line; the last one, too, which needs no newline.
+bool fxLineReader::takeLine(fxStr& text) {
+    while (start < buffer.size()) {
+        const char* const begin = buffer.data() + start;
+        const size_t size = buffer.size() - start;
+        const void* const newline = std::memchr(begin + searched, '\n', size - searched);
+        const bool isLast = newline == nullptr && state == ending && !(growing && error == 0);
+        size_t length = size;
+        size_t taken = size;
+        if (newline != nullptr) {
+            length = static_cast<size_t>(static_cast<const char*>(newline) - begin);
+            taken = length + 1;
+        } else if (!isLast && !skipping && size <= limit) {
+            searched = size;
+            break;
+        }
+        const bool isRest = std::exchange(skipping, newline == nullptr && !isLast);
+        if (!isRest) text = fxStr(std::string_view(begin, std::min(length, limit)));
+        if (!isRest && length > limit) ++cuts;
+        start += taken;
+        searched = 0;
+        if (!isRest) return true;
+    }
+    buffer.erase(0, start);
+    start = 0;
+    if (buffer.empty() && buffer.capacity() > keptBytes) buffer = std::string();
+    return false;
+}
+
+void fxLineReader::continueLater() {
+    if (continuation != nullptr || (start == buffer.size() && state != ending)) return;
+    if (fx_theEventHandler == nullptr) fx_theEventHandler = new fxEventHandler;
+    continuation = new Continuation(this);
+    fx_theEventHandler->postEvent(continuation);
+}
+
+void fxLineReader::updateWishes() {
+    const bool wanted = !paused && state == reading;
+    if (wanted != (wantRead != 0)) setWishes(wanted, false);
+}

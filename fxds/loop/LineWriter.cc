@@ -1,0 +1,152 @@
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <climits>
+#include <csignal>
+#include <ctime>
+
+#include "fxds/Exec.h"
+#include "fxds/Lines.h"
+#include "fxds/loop/HandlerTable.h"
+
+// Both outputs are queued, so no receiver runs within any function here.
+//
+// Invariant: between any two calls, the writer waits for room exactly when something
+// is left to write.
+
+namespace {
+
+constexpr char drainedName[] = "drained";
+constexpr char endName[] = "end";
+constexpr size_t keptBytes = 4096;  // what an empty buffer may keep of its memory
+
+bool isSocket(int fd) {
+    struct stat state;
+    return fstat(fd, &state) == 0 && S_ISSOCK(state.st_mode);
+}
+
+// A write that gets SIGPIPE for this thread alone and takes it away again, unless one
+// was pending before.
+ssize_t writeWithoutSignal(int fd, const char* bytes, size_t count) {
+    sigset_t pipe, before, pending;
+    sigemptyset(&pipe);
+    sigaddset(&pipe, SIGPIPE);
+    pthread_sigmask(SIG_BLOCK, &pipe, &before);
+    sigpending(&pending);
+    const ssize_t written = write(fd, bytes, count);
+    const int writesErrno = errno;
+    if (written < 0 && writesErrno == EPIPE && sigismember(&pending, SIGPIPE) == 0) {
+        const timespec noWait = {0, 0};
+        sigtimedwait(&pipe, nullptr, &noWait);
+    }
+    pthread_sigmask(SIG_SETMASK, &before, nullptr);
+    errno = writesErrno;
+    return written;
+}
+
+}  // namespace
+
+fxLineWriter::fxLineWriter(int fd_, size_t high_, size_t low_)
+    : fxSelectHandler(fd_), high(high_), low(low_), socket(isSocket(fd_)) {
+    FX_ASSERT(low < high);
+    addOutput(drainedName, fxDT_void);
+    addOutput(endName, fxDT_int);
+    if (fd >= 0 && !fxExec::canServe(fd)) {
+        ::close(fd);
+        fd = -1;
+    }
+    if (fd >= 0) fxExec::theExecutive()->addSelectHandler(this);
+}
+
+fxLineWriter::fxLineWriter(const fxLineReader& reader, size_t high_, size_t low_)
+    : fxLineWriter(fcntl(reader.getFd(), F_DUPFD_CLOEXEC, 0), high_, low_) {}
+
+fxLineWriter::~fxLineWriter() = default;
+
+const char* fxLineWriter::className() const { return "fxLineWriter"; }
+
+fxOutputView<void> fxLineWriter::drained() {
+    return fxOutputView<void>(getOutput(drainedName, fxDT_void));
+}
+
+fxOutputView<int> fxLineWriter::end() { return fxOutputView<int>(getOutput(endName, fxDT_int)); }
+
+bool fxLineWriter::write(std::string_view bytes) {
+    if (fd < 0 || finishing) return false;
+    buffer += bytes;
+    full = full || getPending() >= high;
+    if (wantWrite == 0 && getPending() > 0) setWishes(false, true);
+    return true;
+}
+
+bool fxLineWriter::writeLine(std::string_view line) {
+    if (fd < 0 || finishing) return false;
+    buffer += line;
+    return write("\n");
+}
+
+bool fxLineWriter::flush() {
+    while (fd >= 0 && getPending() > 0) {
+        const ssize_t written = writeSome(buffer.data() + start, getPending());
+        if (written >= 0) {
+            start += static_cast<size_t>(written);
+        } else if (errno == EAGAIN) {
+            break;
+        } else if (errno != EINTR) {
+            close(errno);
+            return false;
+        }
+    }
+    if (start > buffer.size() / 2) {
+        buffer.erase(0, start);
+        start = 0;
+        if (buffer.empty() && buffer.capacity() > keptBytes) buffer = std::string();
+    }
+    if (full && getPending() <= low) {
+        full = false;
+        drained().send();
+    }
+    if (getPending() > 0) return false;
+    if (finishing && fd >= 0) close(0);
+    if (fd >= 0 && wantWrite != 0) setWishes(false, false);
+    return error == 0;
+}
+
+void fxLineWriter::finish() {
+    if (fd < 0 || finishing) return;
+    finishing = true;
+    if (getPending() == 0) close(0);
+}
+
+void fxLineWriter::handleRead() {}
+
+void fxLineWriter::handleWrite() { flush(); }
+
+// The other direction of a socket lives on, under another descriptor.
+void fxLineWriter::close(int withError) {
+    error = withError;
+    full = false;
+    buffer = std::string();
+    start = 0;
+    fxHandlerTable::forget(this);
+    if (socket) shutdown(fd, SHUT_WR);
+    ::close(fd);
+    fd = -1;
+    end().send(error);
+}
+
+// Tells EAGAIN when there is no room. A pipe that has room takes PIPE_BUF bytes.
+ssize_t fxLineWriter::writeSome(const char* bytes, size_t count) {
+    if (socket) return ::send(fd, bytes, count, MSG_NOSIGNAL | MSG_DONTWAIT);
+    pollfd asked = {fd, POLLOUT, 0};
+    if (poll(&asked, 1, 0) == 0) {
+        errno = EAGAIN;
+        return -1;
+    }
+    return writeWithoutSignal(fd, bytes, std::min<size_t>(count, PIPE_BUF));
+}

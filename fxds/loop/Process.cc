@@ -1,0 +1,257 @@
+#include "fxds/Process.h"
+
+#include <fcntl.h>
+#include <spawn.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <csignal>
+#include <cstring>
+
+#include "fxds/Exec.h"
+#include "fxds/SelectHandler.h"
+
+// A descriptor of the process tells its end: it becomes readable then, whatever the
+// program does with SIGCHLD. Its handler, the Exit, outlives the object of a process
+// that still runs, and takes the zombie away.
+
+namespace {
+
+constexpr char exitedName[] = "exited";
+constexpr int standardCount = 3;
+
+int processDescriptor(pid_t pid) {
+    const auto fd = static_cast<int>(syscall(SYS_pidfd_open, pid, 0));
+    if (fd < 0 || fxExec::canServe(fd)) return fd;
+    close(fd);
+    errno = EMFILE;
+    return -1;
+}
+
+// Whether a process could be watched, asked before there is one.
+int watchError() {
+    const int fd = processDescriptor(getpid());
+    if (fd < 0) return errno;
+    close(fd);
+    return 0;
+}
+
+// A descriptor above the standard ones, which the child's are moved onto.
+int aboveStandard(int fd) {
+    if (fd < 0 || fd >= standardCount) return fd;
+    const int moved = fcntl(fd, F_DUPFD_CLOEXEC, standardCount);
+    const int movesErrno = errno;
+    close(fd);
+    errno = movesErrno;
+    return moved;
+}
+
+// A descriptor that is closed unless it is taken.
+class Descriptor {
+public:
+    Descriptor() = default;
+    explicit Descriptor(int fd_) : fd(fd_) {}
+    Descriptor(const Descriptor&) = delete;
+    Descriptor& operator=(const Descriptor&) = delete;
+    ~Descriptor() {
+        if (fd >= 0) close(fd);
+    }
+    void set(int newFd) { fd = newFd; }
+    int get() const { return fd; }
+    int take() { return std::exchange(fd, -1); }
+
+private:
+    int fd = -1;
+};
+
+std::vector<char*> pointersTo(std::vector<std::string>& texts) {
+    std::vector<char*> pointers;
+    for (std::string& text : texts) pointers.push_back(text.data());
+    pointers.push_back(nullptr);
+    return pointers;
+}
+
+std::string nameOf(const std::string& entry) { return entry.substr(0, entry.find('=')); }
+
+std::vector<std::string> environmentWith(const std::vector<std::string>& changes) {
+    std::vector<std::string> all;
+    for (char** entry = environ; *entry != nullptr; ++entry) all.emplace_back(*entry);
+    for (const std::string& change : changes) {
+        const auto isNamesake = [&](const std::string& e) { return nameOf(e) == nameOf(change); };
+        all.erase(std::remove_if(all.begin(), all.end(), isNamesake), all.end());
+        if (change.find('=') != std::string::npos) all.push_back(change);
+    }
+    return all;
+}
+
+// What the child does before its program starts.
+class Spawn {
+public:
+    Spawn() {
+        posix_spawn_file_actions_init(&actions);
+        posix_spawnattr_init(&attributes);
+    }
+    Spawn(const Spawn&) = delete;
+    Spawn& operator=(const Spawn&) = delete;
+    ~Spawn() {
+        posix_spawn_file_actions_destroy(&actions);
+        posix_spawnattr_destroy(&attributes);
+    }
+
+    void stream(int fd, fxCommand::Stream kind, int childEnd) {
+        if (kind == fxCommand::piped) posix_spawn_file_actions_adddup2(&actions, childEnd, fd);
+        if (kind == fxCommand::joined) {
+            posix_spawn_file_actions_adddup2(&actions, STDOUT_FILENO, fd);
+        }
+        if (kind == fxCommand::none) {
+            posix_spawn_file_actions_addopen(&actions, fd, "/dev/null", O_RDWR, 0);
+        }
+    }
+
+    // An error number, or 0 and the process.
+    int start(const fxCommand& command, pid_t& pid) {
+        std::vector<std::string> words = command.words;
+        std::vector<std::string> environment = environmentWith(command.environment);
+        if (!command.directory.empty()) {
+            posix_spawn_file_actions_addchdir_np(&actions, command.directory.c_str());
+        }
+        short flags = POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF;
+        if (command.ownGroup) flags |= POSIX_SPAWN_SETPGROUP;
+        sigset_t none, usual;
+        sigemptyset(&none);
+        sigemptyset(&usual);
+        sigaddset(&usual, SIGPIPE);
+        posix_spawnattr_setsigmask(&attributes, &none);
+        posix_spawnattr_setsigdefault(&attributes, &usual);
+        posix_spawnattr_setflags(&attributes, flags);
+        return posix_spawnp(&pid, words[0].c_str(), &actions, &attributes, pointersTo(words).data(),
+                            pointersTo(environment).data());
+    }
+
+private:
+    posix_spawn_file_actions_t actions;
+    posix_spawnattr_t attributes;
+};
+
+}  // namespace
+
+// Our ends of the pipes and the child's.
+struct fxProcess::Pipes {
+    // Whether the pipe, if the stream is one, could be made.
+    bool open(int stream, fxCommand::Stream kind) {
+        if (kind != fxCommand::piped) return true;
+        int ends[2];
+        if (pipe2(ends, O_CLOEXEC) != 0) return false;
+        const bool isInput = stream == STDIN_FILENO;
+        childs[stream].set(aboveStandard(ends[isInput ? 0 : 1]));
+        ours[stream].set(aboveStandard(ends[isInput ? 1 : 0]));
+        if (ours[stream].get() < 0 || childs[stream].get() < 0) return false;
+        errno = EMFILE;
+        return fxExec::canServe(ours[stream].get());
+    }
+
+    Descriptor ours[standardCount];
+    Descriptor childs[standardCount];
+};
+
+class fxProcess::Exit : public fxSelectHandler {
+public:
+    Exit(int fd_, pid_t pid_, bool hasGroup_, fxProcess* process_)
+        : fxSelectHandler(fd_, 1), process(process_), pid(pid_), hasGroup(hasGroup_) {
+        fxExec::theExecutive()->addSelectHandler(this);
+    }
+    const char* className() const override { return "fxProcess"; }
+
+    // The lines first: their receivers may destroy the process, or throw, and then
+    // the descriptor is still readable; or call poll(), which may do all of this.
+    void handleRead() override {
+        const Turn turn(turns);
+        for (const auto pipe : {&fxProcess::outputPipe, &fxProcess::errorPipe}) {
+            if (turn.isOver()) return;
+            if (process != nullptr && process->*pipe != nullptr) (process->*pipe)->handleRead();
+        }
+        if (turn.isOver()) return;
+        int state = 0;
+        const pid_t waited = waitpid(pid, &state, WNOHANG);
+        if (waited == 0 || (waited < 0 && errno == EINTR)) return;
+        fxProcess* const told = process;
+        delete this;
+        if (told != nullptr) told->end(waited > 0 ? statusOf(state) : unknownStatus);
+    }
+
+    bool kill(int signal) {
+        if (hasGroup) return ::kill(-pid, signal) == 0;
+        return syscall(SYS_pidfd_send_signal, fd, signal, nullptr, 0) == 0;
+    }
+
+    fxProcess* process;  // null once it is detached or destroyed
+
+private:
+    struct Turn : fxWalk<Turn> {
+        explicit Turn(fxWalks<Turn>& turns) : fxWalk(turns) {}
+        bool isOver() const { return isOrphan(); }
+    };
+
+    static int statusOf(int state) {
+        return WIFEXITED(state) ? WEXITSTATUS(state) : -WTERMSIG(state);
+    }
+
+    const pid_t pid;
+    const bool hasGroup;
+    fxWalks<Turn> turns;
+};
+
+fxProcess::fxProcess(const fxCommand& command) {
+    addOutput(exitedName, fxDT_int);
+    Pipes pipes;
+    Spawn spawn;
+    const fxCommand::Stream kinds[] = {command.input, command.output, command.errors};
+    error = command.words.empty() ? EINVAL : watchError();
+    for (int stream = 0; stream < standardCount && error == 0; ++stream) {
+        if (!pipes.open(stream, kinds[stream])) error = errno;
+        spawn.stream(stream, kinds[stream], pipes.childs[stream].get());
+    }
+    if (error == 0) error = spawn.start(command, pid);
+    if (error != 0) return;
+
+    const int fd = processDescriptor(pid);
+    if (fd < 0) {
+        error = errno;
+        ::kill(pid, SIGKILL);
+        waitpid(pid, nullptr, 0);
+        pid = 0;
+        return;
+    }
+    exit = new Exit(fd, pid, command.ownGroup, this);
+    const auto ours = [&](int stream) { return pipes.ours[stream].take(); };
+    if (command.input == fxCommand::piped) inputPipe = std::make_unique<fxLineWriter>(ours(0));
+    if (command.output == fxCommand::piped) outputPipe = std::make_unique<fxLineReader>(ours(1));
+    if (command.errors == fxCommand::piped) errorPipe = std::make_unique<fxLineReader>(ours(2));
+}
+
+fxProcess::~fxProcess() {
+    kill(SIGKILL);
+    detach();
+}
+
+const char* fxProcess::className() const { return "fxProcess"; }
+
+bool fxProcess::isRunning() const { return exit != nullptr; }
+
+fxOutputView<int> fxProcess::exited() { return fxOutputView<int>(getOutput(exitedName, fxDT_int)); }
+
+bool fxProcess::kill(int signal) { return exit != nullptr && exit->kill(signal); }
+
+void fxProcess::detach() {
+    if (exit != nullptr) exit->process = nullptr;
+    exit = nullptr;
+}
+
+void fxProcess::end(int newStatus) {
+    exit = nullptr;
+    status = newStatus;
+    exited().send(status);
+}

@@ -1,0 +1,540 @@
+// What reaches the loop from outside: other threads, signals, text, processes.
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <csignal>
+#include <cstring>
+#include <fstream>
+#include <functional>
+#include <memory>
+#include <random>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "fxds/fxds.h"
+#include "tests/support/RunProgram.h"
+#include "tests/support/Surroundings.h"
+#include "tests/support/TestSeed.h"
+
+namespace {
+
+typedef std::vector<std::string> Log;
+
+struct Thrown {};
+
+class Outside : public testing::Test {
+protected:
+    Outside() {
+        fxInitializeToolkit();
+        fxSignal first(SIGUSR1);  // opens what stays open
+        descriptors = openDescriptors();
+    }
+    ~Outside() override {
+        fx_theExecutive->getReadSet();
+        EXPECT_EQ(fx_theExecutive->nfds, 0) << "handlers left";
+        EXPECT_EQ(openDescriptors(), descriptors) << "descriptors left open";
+        EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1) << "children left";
+    }
+    static void turn() { fx_theExecutive->poll(0); }
+    // Turns until it is so; an exception ends only a turn.
+    static void until(const std::function<bool()>& isSo) {
+        for (int turns = 0; turns < 10000 && !isSo(); ++turns) {
+            try {
+                fx_theExecutive->poll(10);
+            } catch (const Thrown&) {
+            }
+        }
+        EXPECT_TRUE(isSo());
+    }
+    // Notes the lines, and the end as a number in brackets.
+    void note(fxLineReader& reader) {
+        fxConnect(reader.line(), [this](const std::string& line) { log.push_back(line); });
+        fxConnect(reader.end(), [this](int error) { noteEnd(error); });
+    }
+    void noteEnd(int error) { log.push_back("[" + std::to_string(error) + "]"); }
+    bool hasEnded() const { return !log.empty() && log.back()[0] == '['; }
+
+    Log log;
+    int descriptors;
+};
+
+// What we have inherited ourselves is not for the children.
+const bool isKept = [] {
+    for (int fd = 3; fd < 1024; ++fd) fcntl(fd, F_SETFD, FD_CLOEXEC);
+    return true;
+}();
+
+struct Pipe {
+    Pipe() { EXPECT_EQ(pipe2(ends, O_CLOEXEC), 0); }
+    int ends[2];
+};
+
+}  // namespace
+
+// Posting and quitting.
+
+TEST_F(Outside, FunctionsAreCalledInOrderTurnByTurn) {
+    auto queue = std::make_unique<fxPostQueue>(3);
+    const auto noting = [this](const char* text) { return [this, text] { log.push_back(text); }; };
+    struct Last {  // posts from its destructor
+        Last(fxPostQueue& queue_, bool& result_) : queue(queue_), result(result_) {}
+        ~Last() {
+            result = queue.post([] {});
+        }
+        fxPostQueue& queue;
+        bool& result;
+    };
+    bool posted = true;
+    queue->post([&] {
+        log.push_back("a");
+        EXPECT_TRUE(queue->post([&] {
+            log.push_back("b");
+            turn();  // nested
+            throw Thrown();
+        }));
+    });
+    EXPECT_TRUE(queue->post(noting("c")) && queue->post(noting("d")));
+    EXPECT_FALSE(queue->post(noting("full")));
+    turn();
+    EXPECT_EQ(log, (Log{"a", "c", "d"}));
+    EXPECT_TRUE(queue->post(noting("e")));
+    EXPECT_THROW(turn(), Thrown);
+    EXPECT_EQ(queue->getCount(), 0U);
+    EXPECT_EQ(log, (Log{"a", "c", "d", "b", "e"}));
+    EXPECT_TRUE(fx_theExecutive->willBlock());
+    queue->post([] { throw Thrown(); });
+    queue->post([&queue] { queue.reset(); });
+    queue->post([last = std::make_unique<Last>(*queue, posted)] { ADD_FAILURE(); });
+    EXPECT_THROW(turn(), Thrown);
+    turn();
+    EXPECT_EQ(queue, nullptr);
+    EXPECT_FALSE(posted) << "by the destructor of a function that was not called";
+}
+
+TEST_F(Outside, ThreadsPost) {
+    constexpr int threads = 3, count = 2000;
+    fxPostQueue queue;
+    std::vector<int> next(threads);
+    int called = 0;
+    std::vector<std::thread> all;
+    for (int id = 0; id < threads; ++id) {
+        all.emplace_back([&, id] {
+            for (int i = 0; i < count; ++i) {
+                queue.post([&, id, i] {
+                    EXPECT_EQ(next[static_cast<size_t>(id)]++, i);
+                    if (++called % 500 == 0) throw Thrown();
+                });
+            }
+        });
+    }
+    until([&] { return called == threads * count; });
+    for (std::thread& thread : all) thread.join();
+    EXPECT_EQ(queue.getCount(), 0U);
+}
+
+TEST_F(Outside, QuitEndsTheInnermostLoopAfterItsTurn) {
+    class App : public fxApplication {
+        const char* className() const override { return "App"; }
+        void initialize(int, char**) override {}
+    } app;
+    fx_theExecutive->open();
+    fxPostQueue queue;
+    queue.post([&] {
+        queue.post([] { fx_theExecutive->quit(); });
+        fx_theExecutive->loop();
+        log.push_back("inner");
+        queue.post([] { fx_theExecutive->quit(); });
+    });
+    fx_theExecutive->loop();
+    EXPECT_TRUE(app.isOpen && fx_theExecutive->contains(&app));
+    queue.post([] { throw Thrown(); });
+    fx_theExecutive->quit();
+    EXPECT_THROW(fx_theExecutive->loop(), Thrown);  // which ends a quit() too
+    queue.post([&] { queue.post([] { fx_theExecutive->quit(); }); });
+    fx_theExecutive->loop();
+    EXPECT_EQ(queue.getCount(), 0U);
+    app.close();
+    EXPECT_EQ(log, Log{"inner"});
+}
+
+TEST_F(Outside, StandingTimersAreTold) {
+    static std::string lines;
+    fxTrace::setSink([](void*, const char* line, size_t) { lines += line; }, nullptr);
+    fxTrace::enable(fxTrace::loop);
+    fxTimer timer;
+    timer.startTimer();
+    testing::internal::CaptureStderr();
+    turn();
+    turn();
+    [[maybe_unused]] const std::string told = testing::internal::GetCapturedStderr();
+    fxTrace::enable(0U);
+    fxTrace::setSink(nullptr, nullptr);
+    EXPECT_NE(lines.find("timers stand still: no select handler is registered"), std::string::npos);
+#ifdef FXDS_CHECKED
+    EXPECT_EQ(told,
+              "fxExec::poll: timers stand still: no select handler is registered; make an "
+              "fxWakeup\n");
+#endif
+}
+
+// Signals.
+
+TEST_F(Outside, SignalsAreMessages) {
+    const auto theirs = [](int) {};
+    for (const int number : {SIGUSR1, SIGCHLD, SIGRTMAX}) {
+        const auto before = std::signal(number, theirs);
+        auto one = std::make_unique<fxSignal>(number), two = std::make_unique<fxSignal>(number);
+        fxConnect(one->signal(), [&](int n) {
+            log.push_back("one" + std::to_string(n - number));
+            one.reset();
+        });
+        fxConnect(two->signal(), [&](int) { log.push_back("two"); });
+        std::raise(number);
+        std::thread([number] { std::raise(number); }).join();
+        turn();
+        EXPECT_EQ(log, (Log{"one0", "two"}));
+        std::raise(number);
+        turn();
+        EXPECT_EQ(log, (Log{"one0", "two", "two"}));
+        log.clear();
+        two.reset();
+        EXPECT_EQ(std::signal(number, before), theirs) << "the disposition did not come back";
+    }
+    std::signal(SIGUSR2, SIG_IGN);
+    {
+        fxSignal replaced(SIGUSR2);
+        std::signal(SIGUSR2, theirs);
+    }
+    EXPECT_EQ(std::signal(SIGUSR2, SIG_DFL), theirs) << "it was the program's by then";
+    for (const int number : {-1, 0, SIGKILL, SIGSTOP, SIGSEGV, SIGRTMAX + 1}) {
+        EXPECT_FALSE(fxSignal(number).isValid()) << number;
+    }
+}
+
+TEST_F(Outside, NoSignalIsLost) {
+    std::atomic<int> raised{0};
+    int seen = 0;
+    fxSignal signal(SIGUSR1);
+    fxConnect(signal.signal(), [&](int) { seen = raised; });
+    std::thread other([&] {
+        for (int i = 0; i < 500; ++i) {
+            ++raised;
+            kill(getpid(), SIGUSR1);
+        }
+    });
+    until([&] { return seen == 500; });
+    other.join();
+    turn();
+}
+
+// Lines.
+
+// Feeds a reader in pieces, while receivers pause and throw, and compares with the
+// text cut into lines.
+TEST_F(Outside, ReaderAgreesWithTheText) {
+    std::mt19937 rng(testSeed());
+    for (int round = 0; round < 60; ++round) {
+        const size_t limit = rng() % 3 == 0 ? 20000 : rng() % 7;
+        const size_t longest = rng() % 4 == 0 ? 40000 : 12;
+        std::string text;
+        Log expected;
+        unsigned long cuts = 0;
+        for (auto lines = rng() % 30; lines > 0; --lines) {
+            std::string line(rng() % longest, static_cast<char>(rng() % 2 ? 'x' : '\0'));
+            text += line + "\n";
+            cuts += line.size() > limit;
+            expected.push_back(line.substr(0, limit));
+        }
+        if (rng() % 2 == 0) {
+            text += "rest";
+            cuts += limit < 4;
+            expected.push_back(std::string("rest").substr(0, limit));
+        }
+        expected.push_back("[0]");
+        Pipe pipe;
+        std::thread feeder([&, seed = rng()] {
+            std::mt19937 sizes(static_cast<unsigned int>(seed));
+            for (size_t at = 0; at < text.size();) {
+                const size_t size = std::min<size_t>(text.size() - at, 1 + sizes() % 9000);
+                at += static_cast<size_t>(write(pipe.ends[1], text.data() + at, size));
+            }
+            close(pipe.ends[1]);
+        });
+        log.clear();
+        fxLineReader reader(pipe.ends[0], limit);
+        fxConnect(reader.line(), [&](const std::string& line) {
+            EXPECT_FALSE(reader.isPaused());
+            log.push_back(line);
+            const auto kind = rng() % 8;
+            if (kind == 0) reader.pause();
+            if (kind < 2) turn();
+            if (kind < 3) throw Thrown();
+        });
+        fxConnect(reader.end(), [this](int error) { noteEnd(error); });
+        until([&] {
+            if (reader.isPaused()) reader.resume();
+            return hasEnded();
+        });
+        feeder.join();
+        turn();
+        EXPECT_EQ(log, expected);
+        EXPECT_EQ(reader.getCutCount(), cuts);
+        EXPECT_TRUE(reader.isAtEnd());
+        if (HasFailure()) return;
+    }
+}
+
+TEST_F(Outside, ReadersEndInTheirReceivers) {
+    for (const char* at : {"one", "two", "[0]"}) {
+        Pipe pipe;
+        ASSERT_EQ(write(pipe.ends[1], "one\ntwo", 7), 7);
+        close(pipe.ends[1]);
+        log.clear();
+        auto reader = std::make_unique<fxLineReader>(pipe.ends[0]);
+        fxPostQueue idle;
+        note(*reader);
+        const auto destroy = [&] {
+            if (log.back() == at) reader.reset();
+        };
+        fxConnect(reader->line(), [&](const fxStr&) { destroy(); });
+        fxConnect(reader->end(), [&](int) { destroy(); });
+        until([&] { return reader == nullptr; });
+        turn();
+        EXPECT_EQ(log.back(), at);
+    }
+}
+
+TEST_F(Outside, WhatCannotBeReadEndsWithItsError) {
+    const int folder = open("/", O_RDONLY | O_CLOEXEC), closed = 900;
+    for (const auto& [fd, error] : {std::pair(folder, EISDIR), {closed, EBADF}}) {
+        fxLineReader reader(fd);
+        note(reader);
+        reader.handleRead();
+        EXPECT_EQ(log.back(), "[" + std::to_string(error) + "]");
+        reader.resume();
+        reader.handleRead();
+    }
+    EXPECT_EQ(log.size(), 2U);
+    fxLineReader none(-1);
+    EXPECT_FALSE(none.isValid() || fxLineWriter(none).isValid());
+    none.handleRead();
+}
+
+TEST_F(Outside, GrowingFilesAreReadOn) {
+    TestDirectory directory;
+    const std::string path = directory.file("log", "one\ntw");
+    fxLineReader reader(open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    reader.setGrowing(true);
+    note(reader);
+    until([&] { return hasEnded(); });
+    std::ofstream(path, std::ios::app) << "o\nthree\n";
+    turn();
+    reader.resume();
+    until([&] { return log.size() > 2 && hasEnded(); });
+    EXPECT_EQ(log, (Log{"one", "[0]", "two", "three", "[0]"}));
+}
+
+TEST_F(Outside, WriterKeepsEveryByteAndBlocksNowhere) {
+    for (const bool isSocket : {false, true}) {
+        Pipe pipe;
+        if (isSocket) {
+            close(pipe.ends[0]);
+            close(pipe.ends[1]);
+            ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, pipe.ends), 0);
+        }
+        fxLineWriter writer(pipe.ends[1], 300000, 1000);
+        int drained = 0;
+        fxConnect(writer.drained(), [&] { ++drained; });
+        fxConnect(writer.end(), [this](int error) { noteEnd(error); });
+        std::string expected;
+        for (int i = 0; !writer.isFull(); ++i) {
+            const std::string line(static_cast<size_t>(i % 1000), 'x');
+            EXPECT_TRUE(writer.writeLine(line));
+            expected += line + "\n";
+        }
+        while (writer.getPending() > 0) {
+            const size_t before = writer.getPending();
+            turn();
+            if (writer.getPending() == before) break;
+        }
+        EXPECT_TRUE(writer.getPending() > 0 && drained == 0) << "the other end takes all";
+        writer.finish();
+        EXPECT_FALSE(writer.write("more"));
+        std::string received;
+        std::thread other([&] { received = readAll(pipe.ends[0]); });
+        until([&] { return hasEnded(); });
+        other.join();
+        close(pipe.ends[0]);
+        EXPECT_TRUE(received == expected);
+        EXPECT_EQ(drained, 1);
+        EXPECT_EQ(log.back(), "[0]");
+        log.clear();
+    }
+}
+
+TEST_F(Outside, WriterTellsWhenNothingReads) {
+    for (const int domain : {0, AF_UNIX}) {
+        Pipe pipe;
+        if (domain != 0) {
+            close(pipe.ends[0]);
+            close(pipe.ends[1]);
+            ASSERT_EQ(socketpair(domain, SOCK_STREAM, 0, pipe.ends), 0);
+        }
+        close(pipe.ends[0]);
+        auto writer = std::make_unique<fxLineWriter>(pipe.ends[1]);
+        fxConnect(writer->end(), [&](int error) {
+            noteEnd(error);
+            writer.reset();
+        });
+        writer->writeLine("x");
+        EXPECT_FALSE(writer->flush());
+        EXPECT_EQ(writer->getError(), EPIPE);
+        EXPECT_FALSE(writer->isValid() || writer->writeLine("y"));
+        turn();
+        EXPECT_EQ(writer, nullptr);
+    }
+    EXPECT_EQ(log, (Log{"[32]", "[32]"}));
+}
+
+// Processes.
+
+TEST_F(Outside, ProcessesAreLinesAndAnExit) {
+    setenv("FXDS_OURS", "ours", 1);
+    TestDirectory directory;
+    const struct Row {
+        const char* script;
+        int status;
+        Log lines;
+    } rows[] = {
+        {"exit 3", 3, {}},
+        {"kill -9 $$", -9, {}},
+        {"echo out; echo err >&2; printf rest", 0, {"out", "err", "rest"}},
+        {"read a; echo $a; cat", 0, {"from", "us"}},
+        {"echo $FXDS_OURS; echo $FXDS_ADDED; pwd", 0, {"", "added", directory.path}},
+        {"cd /proc/self/fd; echo *", 0, {"0 1 2 3"}},
+        {"trap", 0, {}},
+        {"yes | head -10000 | tail -1", 0, {"y"}},
+        {"sleep 1000 & echo on; kill -15 $$", -15, {"on"}},
+    };
+    std::signal(SIGPIPE, SIG_IGN);
+    for (const Row& row : rows) {
+        fxCommand command({"sh", "-c", row.script});
+        command.input = command.output = fxCommand::piped;
+        command.errors = fxCommand::joined;
+        command.environment = {"FXDS_ADDED=added", "FXDS_OURS"};
+        command.directory = directory.path;
+        command.ownGroup = true;
+        fxProcess process(command);
+        ASSERT_TRUE(process.isRunning()) << strerror(process.getError());
+        EXPECT_TRUE(process.input()->writeLine("from") && process.input()->write("us"));
+        process.input()->finish();
+        note(*process.output());
+        bool hasExited = false;
+        fxConnect(process.exited(), [&](int status) {
+            EXPECT_EQ(status, row.status) << row.script;
+            log.erase(std::remove(log.begin(), log.end(), "[0]"), log.end());
+            if (log.size() < row.lines.size()) log.push_back("rest");  // unfinished so far
+            hasExited = true;
+        });
+        until([&] { return hasExited; });
+        EXPECT_EQ(log, row.lines) << row.script;
+        EXPECT_FALSE(process.isRunning() || process.kill());
+        EXPECT_EQ(process.getStatus(), row.status);
+        kill(-process.getPid(), SIGKILL);  // what it has left behind
+        log.clear();
+    }
+    std::signal(SIGPIPE, SIG_DFL);
+    for (const auto& [name, error] :
+         {std::pair("fxds-no-such-program", ENOENT), {"/", EACCES}, {"/etc/passwd", EACCES}}) {
+        const fxProcess process({name, "x"});
+        EXPECT_FALSE(process.isRunning());
+        EXPECT_EQ(process.getError(), error) << name;
+    }
+    EXPECT_EQ(fxProcess(fxCommand()).getError(), EINVAL);
+}
+
+TEST_F(Outside, ProcessesMayGoAtAnyTime) {
+    fxCommand command({"sh", "-c", "echo one; echo two; sleep 1000"});
+    command.output = fxCommand::piped;
+    command.ownGroup = true;
+    const auto isGone = [](pid_t pid) { return kill(pid, 0) != 0; };
+    for (const int when : {0, 1, 2, 3}) {
+        auto process = std::make_unique<fxProcess>(command);
+        const pid_t pid = process->getPid();
+        fxConnect(process->output()->line(), [&](const std::string& line) {
+            EXPECT_NE(process, nullptr) << line;
+            if (when == 1) process.reset();
+            if (when == 2) process->kill();
+        });
+        fxConnect(process->exited(), [&](int status) {
+            EXPECT_EQ(status, -SIGTERM);
+            process.reset();
+        });
+        if (when == 0) process.reset();
+        if (when == 3) {
+            process->kill();
+            process->detach();
+            EXPECT_FALSE(process->isRunning() || process->kill());
+        }
+        until([&] { return isGone(pid) && (process == nullptr || when == 3); });
+    }
+}
+
+// The last line of the process is delivered by the handler of its end, whose receivers
+// then serve that end themselves.
+TEST_F(Outside, ExitIsServedFromWithinTheLastLine) {
+    fxCommand command({"echo", "last"});
+    command.output = fxCommand::piped;
+    auto process = std::make_unique<fxProcess>(command);
+    siginfo_t info;
+    waitid(P_PID, static_cast<id_t>(process->getPid()), &info, WEXITED | WNOWAIT);
+    process->output()->pause();
+    fxConnect(process->output()->line(), [&](const fxStr&) {
+        until([&] { return process == nullptr; });
+        throw Thrown();
+    });
+    fxConnect(process->exited(), [&](int status) {
+        EXPECT_EQ(status, 0);
+        process.reset();
+    });
+    fx_theExecutive->poll(0);
+    if (process != nullptr) {
+        process->output()->resume();
+        until([&] { return process == nullptr; });
+    }
+    EXPECT_EQ(process, nullptr);
+}
+
+TEST_F(Outside, SomeoneElseMayHaveWaited) {
+    fxProcess process({"true"});
+    while (waitpid(process.getPid(), nullptr, 0) < 0) {
+    }
+    until([&] { return !process.isRunning(); });
+    EXPECT_EQ(process.getStatus(), fxProcess::unknownStatus);
+}
+
+TEST_F(Outside, NothingIsMadeWithoutDescriptors) {
+    rlimit limit;
+    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &limit), 0);
+    rlimit none = limit;
+    none.rlim_cur = 0;
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
+    {
+        fxPostQueue queue;
+        EXPECT_FALSE(queue.isValid() || queue.post([] {}));
+        fxWakeup wakeup;
+        EXPECT_FALSE(wakeup.isValid());
+        wakeup.wake();
+        fxCommand command({"true"});
+        EXPECT_EQ(fxProcess(command).getError(), EMFILE);
+    }
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
+}
