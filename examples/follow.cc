@@ -1,0 +1,187 @@
+// A log follower: follow [-s STATE] FILE EXPRESSION...
+//
+// Prints the lines of FILE that match an expression, those that are there and those
+// that come; "-" is standard input, to its end. SIGUSR1 prints how often each
+// expression has matched; SIGTERM and SIGINT too, and end the program. With a STATE
+// file it goes on where it has ended, and counts on. A file that was replaced or cut
+// is read from its start.
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <csignal>
+#include <cstdio>
+#include <cstring>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "fxds/fxds.h"
+
+using namespace std::chrono_literals;
+
+// What survives the program.
+class State : public fxXDRObj {
+    FX_TRANSCRIBABLE(State)
+
+    long inode = 0;
+    long offset = 0;  // behind the last line that was seen
+    fxStrArray expressions;
+    fxLongArray counts;
+};
+FX_TRANSCRIBABLE_TYPE(State, "follow.State", 1);
+
+fxBool State::xdr(fxTranscriber& t) {
+    int edition = 1;
+    return fxXdrEdition(t, this, edition) && fxXdr(t, inode) && fxXdr(t, offset) &&
+           fxXdr(t, expressions) && fxXdr(t, counts);
+}
+
+class Follower : public fxApplication {
+public:
+    Follower(const char* path_, const char* statePath_) : path(path_), statePath(statePath_) {
+        for (const int number : {SIGTERM, SIGINT, SIGUSR1}) {
+            signals.push_back(std::make_unique<fxSignal>(number));
+            fxConnect(signals.back()->signal(), this, [this](int n) {
+                report();
+                if (n != SIGUSR1) close();
+            });
+        }
+    }
+    const char* className() const override { return "Follower"; }
+
+    // Whether it is one; the reason otherwise.
+    bool add(const char* expression) {
+        expressions.push_back(std::make_unique<fxRegEx>(expression));
+        state.expressions.append(expression);
+        state.counts.append(0L);
+        return expressions.back()->isValid();
+    }
+
+    bool load() {
+        if (statePath == nullptr || access(statePath, F_OK) != 0) return true;
+        fxLoaded<State> loaded = fxLoad<State>(statePath);
+        if (!loaded) {
+            std::fprintf(stderr, "%s: %s\n", statePath, loaded.fault().text().c_str());
+            return false;
+        }
+        state.inode = loaded->inode;
+        state.offset = loaded->offset;
+        for (unsigned int i = 0; i < state.expressions.length(); ++i) {
+            const unsigned int known = loaded->expressions.find(state.expressions[i]);
+            if (known != fxArray::notFound) state.counts[i] = loaded->counts[known];
+        }
+        return true;
+    }
+
+    void initialize(int, char**) override {}
+    void open() override {
+        fxApplication::open();
+        if (std::strcmp(path, "-") == 0) {
+            read(STDIN_FILENO);
+            fxConnect(reader->end(), this, [this](int) {
+                report();
+                close();
+            });
+            return;
+        }
+        openFile();
+        looking = fxEvery(100ms, this, [this] { look(); });
+    }
+    void close() override {
+        looking.reset();
+        if (statePath != nullptr) {
+            if (const fxStreamFault fault = fxSave(statePath, &state)) {
+                std::fprintf(stderr, "%s: %s\n", statePath, fault.text().c_str());
+                status = 1;
+            }
+        }
+        fxApplication::close();
+    }
+    int status = 0;
+
+private:
+    void read(int fd) {
+        reader = std::make_unique<fxLineReader>(fd);
+        fxConnect(reader->line(), this, [this](const fxStr& line) { take(line); });
+    }
+
+    // A file that is not there yet may come.
+    void openFile() {
+        const int fd = ::open(path, O_RDONLY | O_CLOEXEC);
+        struct stat found;
+        if (fd < 0 || fstat(fd, &found) != 0) return;
+        const long inode = static_cast<long>(found.st_ino);
+        if (inode != state.inode || found.st_size < state.offset) state.offset = 0;
+        state.inode = inode;
+        lseek(fd, state.offset, SEEK_SET);
+        read(fd);
+        reader->setGrowing(true);
+    }
+
+    void look() {
+        if (reader == nullptr) return openFile();
+        if (!reader->isAtEnd()) return;
+        struct stat now, named;
+        const bool isNamed = stat(path, &named) == 0;
+        if (fstat(reader->getFd(), &now) != 0) return;
+        if (now.st_size < state.offset || (isNamed && named.st_ino != now.st_ino)) {
+            openFile();
+        } else {
+            reader->resume();
+        }
+    }
+
+    void take(const fxStr& line) {
+        state.offset += static_cast<long>(line.length()) + 1;
+        bool matches = false;
+        for (unsigned int i = 0; i < expressions.size(); ++i) {
+            int start = -1, end = -1;
+            expressions[i]->bracket(line, start, end);
+            if (start < 0) continue;
+            ++state.counts[i];
+            matches = true;
+        }
+        if (matches) std::printf("%s\n", line.c_str());
+        std::fflush(stdout);
+    }
+
+    void report() {
+        for (unsigned int i = 0; i < expressions.size(); ++i) {
+            std::printf("%ld %s\n", state.counts[i], state.expressions[i].c_str());
+        }
+        std::fflush(stdout);
+    }
+
+    const char* const path;
+    const char* const statePath;
+    State state;
+    std::vector<std::unique_ptr<fxRegEx>> expressions;
+    std::vector<std::unique_ptr<fxSignal>> signals;
+    std::unique_ptr<fxLineReader> reader;
+    fxRef<fxAlarm> looking;
+};
+
+int main(int argc, char** argv) {
+    fxInitializeToolkit();
+    const char* statePath = nullptr;
+    for (int option; (option = getopt(argc, argv, "s:")) != -1;) {
+        if (option == 's') statePath = optarg;
+    }
+    if (argc - optind < 2) {
+        std::fputs("usage: follow [-s STATE] FILE EXPRESSION...\n", stderr);
+        return 2;
+    }
+    Follower follower(argv[optind], statePath);
+    for (int i = optind + 1; i < argc; ++i) {
+        if (follower.add(argv[i])) continue;
+        std::fprintf(stderr, "follow: no expression: %s\n", argv[i]);
+        fx_theExecutive->remove(&follower);
+        return 2;
+    }
+    if (!follower.load()) return 1;
+    fx_theExecutive->open();
+    fx_theExecutive->loop();
+    return follower.status;
+}
