@@ -16,7 +16,7 @@
 fxds_room(base
   HEADERS Config Counted Fatal RCObj Ref Stream StreamFault Transcriber TypeObj XDRObj
   DETAIL Allocate Hold Mix MovesAsBytes NestedRelease Walk
-  PRIVATE ChunkList FreeLists PackedInts Scoped StreamTrace
+  PRIVATE ChunkList FreeLists PackedInts Scoped StartUp StreamTrace
   SOURCES Counted Fatal FreeLists NestedRelease RCObj Stream StreamFault StreamTrace Transcriber
     TypeObj XDRObj)
 

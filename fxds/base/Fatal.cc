@@ -4,6 +4,8 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include "fxds/base/StartUp.h"
+
 // abort() runs no handlers and flushes nothing, so the message is flushed here.
 
 void fxFatal(const char* format, ...) {
@@ -18,4 +20,10 @@ void fxFatal(const char* format, ...) {
 
 void fxAssertFailed(const char* condition, const char* file, int line) {
     fxFatal("%s:%d: precondition violated: %s", file, line, condition);
+}
+
+void fxStartUp::hint(const char* missing) {
+    static bool isTold = false;
+    if (!isTold) std::fprintf(stderr, "There are no %s yet: call fxInitializeToolkit()\n", missing);
+    isTold = true;
 }

@@ -12,6 +12,7 @@
 #include "fxds/Obj.h"
 #include "fxds/Str.h"
 #include "fxds/VoidPtrDict.h"
+#include "fxds/base/StartUp.h"
 #include "fxds/dataflow/Belongings.h"
 #include "fxds/dataflow/TraceLines.h"
 
@@ -225,6 +226,7 @@ void fxOutputChannel::add(fxInputChannel* input) {
     fxInputChannel* entry = input;
     if (input->getType() != type && input->getType() != fxDT_void) {
         entry = fxConverter::findConverter(type, input->getType());
+        if (fx_theConverters == nullptr) fxStartUp::hint("converters");
         if (entry == nullptr) fxFatal("Can't convert from %d to %d", type, input->getType());
         static_cast<fxConverter*>(entry)->splice(input);
     }

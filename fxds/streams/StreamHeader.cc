@@ -11,6 +11,7 @@
 #include "fxds/Stream.h"
 #include "fxds/Transcriber.h"
 #include "fxds/VoidPtrDict.h"
+#include "fxds/base/StartUp.h"
 #include "fxds/streams/StreamMarks.h"
 
 using namespace fxStreamMarks;
@@ -92,6 +93,7 @@ fxTranscriber* fxTranscriber::getWriter(fxStream* stream) {
 }
 
 fxTranscriber* fxTranscriber::getReader(fxStream* stream) {
+    if (readers == nullptr) fxStartUp::hint("readers");
     if (readers == nullptr || stream == nullptr || !stream->isReading()) return nullptr;
     Header header;
     if (!header.read(*stream, SIZE_MAX)) return nullptr;

@@ -5,15 +5,33 @@
 #include <string>
 #include <vector>
 
+#include "fxds/Converter.h"
 #include "fxds/Debug.h"
 #include "fxds/EventHandler.h"
 #include "fxds/Exec.h"
 #include "fxds/Globals.h"
 #include "fxds/Sequencer.h"
+#include "fxds/Str.h"
+#include "fxds/Transcriber.h"
 
 namespace {
 
 std::vector<std::string> calls;
+
+// First: nothing has started the library.
+TEST(StartUp, IsHintedAtWhereItIsMissing) {
+    if (fx_theConverters != nullptr) GTEST_SKIP() << "started already";
+    fxObj source, target;
+    source.addOutput<int>("out");
+    target.addInput("in", [](const fxStr&) {});
+    EXPECT_DEATH(source.connect("out", &target, "in"),
+                 "^There are no converters yet: call fxInitializeToolkit\\(\\)\n"
+                 "Can't convert from [0-9]+ to [0-9]+\n$");
+    testing::internal::CaptureStderr();
+    for (int i = 0; i < 2; ++i) EXPECT_EQ(fxTranscriber::getReader(nullptr), nullptr);
+    EXPECT_EQ(testing::internal::GetCapturedStderr(),
+              "There are no readers yet: call fxInitializeToolkit()\n");
+}
 
 TEST(StartUp, RunsBothOrderingsOnceEachWay) {
     // In one process, since it happens but once: library first, application last.
