@@ -86,7 +86,8 @@ public:
 
     ///@{
     /// Our ends of the pipes; null for a stream that is not piped. Views, as long as
-    /// the process object. Without finish() of its input a program that reads to the
+    /// the process object. Those of a process that could not be started lead nowhere,
+    /// and are not valid. Without finish() of its input a program that reads to the
     /// end does not end.
     fxLineWriter* input() const { return inputPipe.get(); }
     fxLineReader* output() const { return outputPipe.get(); }
@@ -104,6 +105,7 @@ private:
     class Exit;
     struct Pipes;
 
+    int watch(bool hasGroup);
     void end(int newStatus);
 
     std::unique_ptr<fxLineWriter> inputPipe;

@@ -215,21 +215,25 @@ fxProcess::fxProcess(const fxCommand& command) {
         spawn.stream(stream, kinds[stream], pipes.childs[stream].get());
     }
     if (error == 0) error = spawn.start(command, pid);
-    if (error != 0) return;
-
-    const int fd = processDescriptor(pid);
-    if (fd < 0) {
-        error = errno;
-        ::kill(pid, SIGKILL);
-        waitpid(pid, nullptr, 0);
-        pid = 0;
-        return;
-    }
-    exit = new Exit(fd, pid, command.ownGroup, this);
-    const auto ours = [&](int stream) { return pipes.ours[stream].take(); };
+    if (error == 0) error = watch(command.ownGroup);
+    const auto ours = [&](int stream) { return error == 0 ? pipes.ours[stream].take() : -1; };
     if (command.input == fxCommand::piped) inputPipe = std::make_unique<fxLineWriter>(ours(0));
     if (command.output == fxCommand::piped) outputPipe = std::make_unique<fxLineReader>(ours(1));
     if (command.errors == fxCommand::piped) errorPipe = std::make_unique<fxLineReader>(ours(2));
+}
+
+// An error number, and the process is gone, or 0.
+int fxProcess::watch(bool hasGroup) {
+    const int fd = processDescriptor(pid);
+    if (fd < 0) {
+        const int watchesErrno = errno;
+        ::kill(pid, SIGKILL);
+        waitpid(pid, nullptr, 0);
+        pid = 0;
+        return watchesErrno;
+    }
+    exit = new Exit(fd, pid, hasGroup, this);
+    return 0;
 }
 
 fxProcess::~fxProcess() {

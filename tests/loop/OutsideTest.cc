@@ -454,7 +454,10 @@ TEST_F(Outside, ProcessesAreLinesAndAnExit) {
     std::signal(SIGPIPE, SIG_DFL);
     for (const auto& [name, error] :
          {std::pair("fxds-no-such-program", ENOENT), {"/", EACCES}, {"/etc/passwd", EACCES}}) {
-        const fxProcess process({name, "x"});
+        fxCommand command({name, "x"});
+        command.input = command.output = fxCommand::piped;
+        const fxProcess process(command);
+        EXPECT_FALSE(process.input()->writeLine("x") || process.output()->isValid());
         EXPECT_FALSE(process.isRunning());
         EXPECT_EQ(process.getError(), error) << name;
     }
