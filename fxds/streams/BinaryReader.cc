@@ -259,12 +259,14 @@ struct fxBinaryReader::Reading {
     explicit Reading(fxBinaryReader& reader_) : reader(reader_) {
         reader.isBusy = true;
         reader.bodyType = nullptr;
+        reader.records->enterWindow();
         if (reader.hasOwnNumbers()) reader.ready = &reader.records->ready;
     }
     ~Reading() {
         if (!isComplete) reader.noteEnd();
         if (!isComplete) reader.records->fail();
         if (!isComplete) reader.graph->drop();
+        reader.records->leaveWindow();
         reader.ready = nullptr;
         reader.isBusy = false;
     }

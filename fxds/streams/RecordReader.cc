@@ -90,7 +90,6 @@ bool fxRecordReader::get(char* bytes, size_t byteCount) {
     return isDone;
 }
 
-// The window is going to change.
 void fxRecordReader::leaveWindow() {
     headAt = recordAt();
     headNext = nullptr;

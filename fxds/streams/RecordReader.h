@@ -67,6 +67,13 @@ public:
     void fail();                                          ///< Treats the stream as ended.
     bool hasFailed() const { return stream == nullptr; }  ///< Whether it has, or is so treated.
 
+    ///@{
+    /// Between readings others may move the window, as one who writes to the stream
+    /// does: the count of bytes is kept apart from it until the next reading begins.
+    void leaveWindow();
+    void enterWindow() { mark = *source->next; }
+    ///@}
+
     /// How many bytes of the stream stood before the current record.
     size_t recordAt() const { return headNext != nullptr ? takenUpTo(headNext) : headAt; }
 
@@ -82,7 +89,6 @@ private:
     bool get(char* bytes, size_t byteCount);
     size_t taken() const { return takenUpTo(*source->next); }
     size_t takenUpTo(const char* next) const { return marked + static_cast<size_t>(next - mark); }
-    void leaveWindow();
 
     fxStream* stream;
     const fxStreamWindow* source;  // of the stream
