@@ -29,7 +29,7 @@
 /// Memory: what one turn reads, 64 KB at most, and one unfinished line.
 class FX_API fxLineReader : public fxSelectHandler {
 public:
-    static constexpr size_t usualLimit = 1024 * 1024;  ///< Of the length of a line.
+    static constexpr size_t usualLimit = size_t{1} << 20;  ///< Of the length of a line.
 
     /// `fd` is adopted. What a line has beyond `limit` bytes is left out.
     /// isValid() is false for a descriptor that the executive cannot serve; it is
@@ -101,8 +101,8 @@ private:
 /// output is stopped may block it.
 class FX_API fxLineWriter : public fxSelectHandler {
 public:
-    static constexpr size_t usualHigh = 256 * 1024;  ///< Bytes that make it full.
-    static constexpr size_t usualLow = 64 * 1024;    ///< Bytes at which it has drained.
+    static constexpr size_t usualHigh = size_t{1} << 18;  ///< Bytes that make it full.
+    static constexpr size_t usualLow = size_t{1} << 16;   ///< Bytes at which it has drained.
 
     ///@{
     /// `fd` is adopted; with a reader, the writer takes the other direction of its

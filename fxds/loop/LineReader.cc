@@ -24,7 +24,7 @@ namespace {
 
 constexpr char lineName[] = "line";
 constexpr char endName[] = "end";
-constexpr size_t chunkBytes = 64 * 1024;
+constexpr size_t chunkBytes = size_t{1} << 16;
 constexpr size_t keptBytes = 4096;  // what an empty buffer may keep of its memory
 
 }  // namespace

@@ -33,7 +33,9 @@ bool isSocket(int fd) {
 // A write that gets SIGPIPE for this thread alone and takes it away again, unless one
 // was pending before.
 ssize_t writeWithoutSignal(int fd, const char* bytes, size_t count) {
-    sigset_t pipe, before, pending;
+    sigset_t pipe;
+    sigset_t before;
+    sigset_t pending;
     sigemptyset(&pipe);
     sigaddset(&pipe, SIGPIPE);
     pthread_sigmask(SIG_BLOCK, &pipe, &before);

@@ -69,6 +69,7 @@ private:
 
 std::vector<char*> pointersTo(std::vector<std::string>& texts) {
     std::vector<char*> pointers;
+    pointers.reserve(texts.size() + 1);
     for (std::string& text : texts) pointers.push_back(text.data());
     pointers.push_back(nullptr);
     return pointers;
@@ -120,7 +121,8 @@ public:
         }
         short flags = POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF;
         if (command.ownGroup) flags |= POSIX_SPAWN_SETPGROUP;
-        sigset_t none, usual;
+        sigset_t none;
+        sigset_t usual;
         sigemptyset(&none);
         sigemptyset(&usual);
         sigaddset(&usual, SIGPIPE);
