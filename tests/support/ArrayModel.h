@@ -1,4 +1,5 @@
-// Random edits of a typed array, checked against std::vector step by step.
+// Random edits of a typed array, checked against std::vector and the stated
+// capacities step by step.
 #ifndef FXDS_ARRAYMODEL_H
 #define FXDS_ARRAYMODEL_H
 
@@ -68,7 +69,7 @@ private:
                 resize();
                 break;
             case 10:
-                array.setMaxLength(number(100));
+                reserve();
                 break;
             case 11:
                 exchange();
@@ -90,18 +91,26 @@ private:
 
     void append(const Item& added) {
         array.append(added);
+        grownByAppend();
         model.push_back(added);
     }
+    void grownByAppend() {
+        if (model.size() == capacity) capacity += 4;
+    }
+    void grownTo(std::size_t length) { capacity = std::max<std::size_t>(capacity, length); }
     void insert(const Item& added, unsigned int index) {
         array.insert(added, index);
+        grownTo(model.size() + 1);
         model.insert(place(index), added);
     }
     void appendOwn(unsigned int index) {
         array.append(array[index]);
+        grownByAppend();
         model.push_back(Item(model[index]));
     }
     void insertOwn(unsigned int from, unsigned int to) {
         array.insert(array[from], to);
+        grownTo(model.size() + 1);
         model.insert(place(to), Item(model[from]));
     }
     void insertMany(unsigned int index) {
@@ -116,6 +125,7 @@ private:
         } else {
             array.insert(others, index);
         }
+        if (!otherModel.empty()) grownTo(model.size() + otherModel.size());
         model.insert(place(index), otherModel.begin(), otherModel.end());
     }
     void insertSelf(unsigned int index) {
@@ -126,6 +136,7 @@ private:
         } else {
             array.insert(array, index);
         }
+        if (!copy.empty()) grownTo(2 * copy.size());
         model.insert(place(index), copy.begin(), copy.end());
     }
     void remove() {
@@ -137,6 +148,7 @@ private:
     void shorten() {
         array.resize(5);
         model.resize(5);
+        capacity = 5;
     }
     // What new elements hold is the array's business; they get a value here.
     void resize() {
@@ -145,7 +157,12 @@ private:
         array.resize(length);
         model.resize(length);
         for (unsigned int i = had; i < length; ++i) array[i] = model[i] = item();
-        EXPECT_EQ(array.getMaxLength(), length);
+        capacity = length;
+    }
+    void reserve() {
+        const unsigned int wanted = number(100);
+        array.setMaxLength(wanted);
+        capacity = std::max<std::size_t>(wanted, model.size());
     }
     void exchange() {
         if (model.empty()) return;
@@ -179,7 +196,7 @@ private:
     }
     void replaceWhole() {
         Array copy(array);
-        EXPECT_EQ(copy.getMaxLength(), array.getMaxLength());
+        EXPECT_EQ(copy.getMaxLength(), capacity);
         Array moved(std::move(copy));
         EXPECT_TRUE(copy.isEmpty());
         if (number(2) == 0) {
@@ -201,7 +218,7 @@ private:
         return std::equal(a.begin(), a.end(), items.begin(), items.end());
     }
     bool agrees() const {
-        return array.length() == model.size() && array.getMaxLength() >= array.length() &&
+        return array.length() == model.size() && array.getMaxLength() == capacity &&
                array.isEmpty() == model.empty() && same(array, model);
     }
 
@@ -209,6 +226,7 @@ private:
     std::mt19937 random;
     Array array;
     Items model;
+    std::size_t capacity = 0;
 };
 
 template <class Array, class Item, class MakeItem>
