@@ -91,7 +91,7 @@ public:
     /// Sorts all elements, or `count` of them from `start` on: stable, in the
     /// order of compareElements(), O(n log n) comparisons, moving bytes.
     /// Mind what the hook compares: the arrays of numbers compare bytes. For
-    /// numeric order use std::sort(a.begin(), a.end()).
+    /// numeric order use sortByValue().
     void sort() { sort(0, length()); }
     void sort(unsigned int start, unsigned int count);  ///< Requires: the run lies in the array.
 
@@ -152,6 +152,12 @@ protected:
     /// Makes or fills `count` elements at `at` on the way through a
     /// transcriber.
     typedef bool XdrElements(fxTranscriber& transcriber, void* at, unsigned int count);
+
+    /// Whether the element at `a` belongs before that at `b`.
+    typedef bool Less(const void* context, const void* a, const void* b);
+    /// As sort(), in the order of `less`, which gets the context and may throw: the
+    /// elements then keep their places. It is fatal if it changes the array.
+    void sortBy(unsigned int start, unsigned int count, Less* less, const void* context);
 
     /// Copies the elements with the hooks; the capacity becomes the source's.
     fxArray& operator=(const fxArray& source);

@@ -2,6 +2,9 @@
 #ifndef FXDS_DICTIONARY_H
 #define FXDS_DICTIONARY_H
 
+#include <iterator>
+#include <string_view>
+
 #include "fxds/TypedArray.h"
 #include "fxds/XDRObj.h"
 #include "fxds/detail/HashExtra.h"
@@ -63,7 +66,11 @@ public:
     explicit operator bool() const { return notDone(); }
 
     fxDictIter& operator++();
-    void operator++(int) { ++*this; }
+    fxHashPassed<fxDictIter> operator++(int) {
+        const fxHashPassed<fxDictIter> passed(*this);
+        ++*this;
+        return passed;
+    }
 
     /// What range-for gives: views, good until the entry goes.
     struct Entry {
@@ -71,7 +78,22 @@ public:
         void* value;      ///< Null when there is no current entry.
     };
     Entry operator*() const { return {getKey(), getValue()}; }
-    bool operator!=(fxHashEnd) const { return notDone(); }
+    static Entry entry(void* key, void* value) { return {key, value}; }  ///< For `*i++`.
+    ///@{
+    /// For the standard's algorithms.
+    typedef std::input_iterator_tag iterator_category;
+    typedef Entry value_type;
+    typedef std::ptrdiff_t difference_type;
+    typedef void pointer;
+    typedef Entry reference;
+    ///@}
+    ///@{
+    /// Whether both stand on the same entry, or neither on any.
+    bool operator==(const fxDictIter& other) const {
+        return node == other.node && (node == nullptr || moved == other.moved);
+    }
+    bool operator!=(const fxDictIter& other) const { return !(*this == other); }
+    ///@}
 
     fxDictionary* dict;        ///< Null when detached or at the end.
     unsigned int bucketIndex;  ///< The chain that is being walked.
@@ -122,6 +144,11 @@ public:
     /// Merges: adds the entries of `other`, which replace the values of equal
     /// keys. Entries that `other` lacks stay. Requires: equal sizes.
     void operator=(const fxDictionary& other);
+    /// Takes over the entries, in their order, and leaves `source` without any; its
+    /// iterators end. While a hook of `source` runs the entries are copied instead,
+    /// which may throw. There is no assignment of that kind: it would look like the
+    /// one above.
+    fxDictionary(fxDictionary&& source);
     /// Cannot reach the hooks: a subclass calls cleanup() in its destructor.
     ~fxDictionary() override;
 
@@ -153,7 +180,7 @@ public:
     void* cut(const void* key);
 
     fxDictIter begin() const;
-    fxHashEnd end() const { return {}; }
+    fxDictIter end() const { return {}; }  ///< A detached iterator.
 
     /// Destroys every entry, also those that are added meanwhile, and detaches
     /// every iterator. size() is not reset: this belongs in the destructors of
@@ -213,6 +240,15 @@ protected:
     /// The direct search for keys of type Key, which is fxStr or const void*.
     template <class Key>
     static Finder* directFinder();
+    ///@{
+    /// As find() and remove(), where keys are fxStr: in the direct search without
+    /// copying the text.
+    void* findText(std::string_view text) const;
+    void removeText(std::string_view text);
+    ///@}
+    /// For a constructor that has added something: how to search is not settled
+    /// yet, as a class that derives from this one may override hooks.
+    void forgetFinder() { extra.finder = nullptr; }
 
     /// Moves the place of the values up to a multiple of `alignment`, and
     /// keySize with it. hashKey() goes on to read as many bytes as before, and

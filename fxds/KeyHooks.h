@@ -5,6 +5,8 @@
 #include <cstddef>
 #include <cstdint>
 #include <new>
+#include <string>
+#include <string_view>
 #include <type_traits>
 #include <typeinfo>
 
@@ -14,12 +16,41 @@
 FX_API unsigned long fxFingerprint(const void* bytes, std::size_t count);
 
 /// Hashing and comparing of keys of type Key, for fxTypedDictionary and
-/// fxTypedSet. Specialise it for a key type of your own:
+/// fxTypedSet. There are hooks for fxStr, addresses, all integers, enumerations,
+/// std::string and std::string_view. Specialise it for a key type of your own:
 ///
 ///     static unsigned long hash(const Key&);         // decides the chain
 ///     static int compare(const Key&, const Key&);    // 0 when equal
 template <class Key>
 struct fxKeyHooks;
+
+namespace fxDetail {
+template <class Key, class = void>
+struct KeyHooks {
+    static_assert(sizeof(Key) == 0, "keys of this type need hooks: specialise fxKeyHooks");
+};
+
+/// Integers and enumerations are their own hash.
+template <class Key>
+struct KeyHooks<Key, std::enable_if_t<std::is_integral_v<Key> || std::is_enum_v<Key>>> {
+    static unsigned long hash(Key key) { return static_cast<unsigned long>(key); }
+    static int compare(Key a, Key b) { return a == b ? 0 : 1; }
+};
+
+/// The standard's texts are equal in all of their bytes. Views are borrowed: the
+/// texts must outlive the entries.
+template <class Key>
+struct KeyHooks<Key, std::enable_if_t<std::is_same_v<Key, std::string> ||
+                                      std::is_same_v<Key, std::string_view>>> {
+    static unsigned long hash(std::string_view key) {
+        return fxFingerprint(key.data(), key.size());
+    }
+    static int compare(std::string_view a, std::string_view b) { return a == b ? 0 : 1; }
+};
+}  // namespace fxDetail
+
+template <class Key>
+struct fxKeyHooks : fxDetail::KeyHooks<Key> {};
 
 /// Texts are equal up to their first zero byte.
 template <>
@@ -40,6 +71,14 @@ struct fxKeyHooks<const void*> {
     /// For fingerprintKey(): what hash() leaves out hardly tells addresses apart.
     static unsigned long fingerprint(const void*, unsigned long hash) { return hash; }
 };
+
+namespace fxDetail {
+/// What is looked up as a view where keys are strings: every other kind of text.
+template <class Key, class Text>
+using IfLookedUp = std::enable_if_t<std::is_same_v<Key, fxStr> && !std::is_base_of_v<fxStr, Text> &&
+                                        std::is_convertible_v<const Text&, std::string_view>,
+                                    int>;
+}  // namespace fxDetail
 
 /// The hooks for keys of type Key over Base, which is fxDictionary or fxSet.
 template <class Key, class Base>

@@ -2,6 +2,9 @@
 #ifndef FXDS_SET_H
 #define FXDS_SET_H
 
+#include <iterator>
+#include <string_view>
+
 #include "fxds/TypedArray.h"
 #include "fxds/XDRObj.h"
 #include "fxds/detail/HashExtra.h"
@@ -51,10 +54,29 @@ public:
     explicit operator bool() const { return notDone(); }
 
     fxSetIter& operator++();
-    void operator++(int) { ++*this; }
+    fxHashPassed<fxSetIter> operator++(int) {
+        const fxHashPassed<fxSetIter> passed(*this);
+        ++*this;
+        return passed;
+    }
 
     const void* operator*() const { return getKey(); }
-    bool operator!=(fxHashEnd) const { return notDone(); }
+    static const void* entry(void* key, void*) { return key; }  ///< For `*i++`.
+    ///@{
+    /// For the standard's algorithms.
+    typedef std::input_iterator_tag iterator_category;
+    typedef const void* value_type;
+    typedef std::ptrdiff_t difference_type;
+    typedef void pointer;
+    typedef const void* reference;
+    ///@}
+    ///@{
+    /// Whether both stand on the same element, or neither on any.
+    bool operator==(const fxSetIter& other) const {
+        return node == other.node && (node == nullptr || moved == other.moved);
+    }
+    bool operator!=(const fxSetIter& other) const { return !(*this == other); }
+    ///@}
 
     fxSet* set;                ///< Null when detached or at the end.
     unsigned int bucketIndex;  ///< The chain that is being walked.
@@ -92,6 +114,11 @@ public:
     /// chains and elements, each chain reversed. Assigning a set to itself does
     /// nothing. Iterators over this set end.
     void operator=(const fxSet& other);
+    /// Takes over the entries, in their order, and leaves `source` without any; its
+    /// iterators end. While a hook of `source` runs the entries are copied instead,
+    /// which may throw. There is no assignment of that kind: it would look like the
+    /// one above.
+    fxSet(fxSet&& source);
     /// Cannot reach the hooks: a subclass calls cleanup() in its destructor.
     ~fxSet() override;
 
@@ -129,7 +156,7 @@ public:
     ///@}
 
     fxSetIter begin() const;
-    fxHashEnd end() const { return {}; }
+    fxSetIter end() const { return {}; }  ///< A detached iterator.
 
     /// Destroys every element, also those that are added meanwhile, and detaches
     /// every iterator. This belongs in the destructors of subclasses.
@@ -164,6 +191,15 @@ protected:
     /// The direct search for keys of type Key, which is fxStr or const void*.
     template <class Key>
     static Finder* directFinder();
+    ///@{
+    /// As find() and remove(), where keys are fxStr: in the direct search without
+    /// copying the text.
+    void* findText(std::string_view text) const;
+    void removeText(std::string_view text);
+    ///@}
+    /// For a constructor that has added something: how to search is not settled
+    /// yet, as a class that derives from this one may override hooks.
+    void forgetFinder() { extra.finder = nullptr; }
 
     fxSetBuckets buckets;  ///< The first node of each chain, or null.
     unsigned int count;    ///< Number of elements.

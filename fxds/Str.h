@@ -7,24 +7,23 @@
 #include <cstring>
 #include <functional>
 #include <iosfwd>
+#include <optional>
+#include <string>
 #include <string_view>
 #include <type_traits>
 #include <utility>
 
 #include "fxds/Config.h"
 #include "fxds/TempStr.h"
+#include "fxds/TextView.h"
 #include "fxds/detail/Allocate.h"
 #include "fxds/detail/MovesAsBytes.h"
+#include "fxds/detail/TextTraits.h"
 
+class fxStr;
+class fxStrArray;
 class fxTranscriber;
 class fxTypeObj;
-
-namespace fxDetail {
-/// Types of a text's contents, of a truth and of fractions.
-template <class T>
-inline constexpr bool countsNothing =
-    std::is_same_v<T, char> || std::is_same_v<T, bool> || std::is_floating_point_v<T>;
-}  // namespace fxDetail
 
 /// A byte string with a terminating zero, copied by value. It may contain zero
 /// bytes; what works on zero-terminated text (ordering, `<<`) says so.
@@ -40,6 +39,8 @@ inline constexpr bool countsNothing =
 /// Moving the bytes of a string moves the string: arrays rely on it.
 class FX_API fxStr {
 public:
+    typedef char value_type;  ///< For std::back_inserter() and its like.
+
     // Construction.
 
     fxStr() noexcept : slength(1), data(&emptyString) {}
@@ -56,6 +57,9 @@ public:
     /// Exactly the `n` bytes at `s`, zero bytes included.
     fxStr(const char* s, unsigned int n);
     explicit fxStr(std::string_view text);  ///< The bytes of the view, zero bytes included.
+    /// The same, also where a std::string is passed as an fxStr.
+    template <class Text, fxDetail::IfStdString<Text> = 0>
+    fxStr(const Text& text) : fxStr(static_cast<std::string_view>(text)) {}
     fxStr(const fxStr& other);
     /// Takes over the text and leaves `other` empty.
     fxStr(fxStr&& other) noexcept
@@ -76,6 +80,11 @@ public:
     fxStr& operator=(const char* s);           ///< Null is the empty text.
     /// The bytes of the view, which may lie in this string.
     fxStr& operator=(std::string_view text);
+    /// The same from a std::string.
+    template <class Text, fxDetail::IfStdString<Text> = 0>
+    fxStr& operator=(const Text& text) {
+        return *this = static_cast<std::string_view>(text);
+    }
     fxStr& operator=(const fxTempStr& text);
 
     // Queries. Pointers and views are good until the string changes or moves.
@@ -83,12 +92,19 @@ public:
     unsigned int length() const { return slength - 1; }  ///< Without the terminator.
     bool isEmpty() const { return slength == 1; }
     ///@{
+    /// The same, for std::size() and std::empty().
+    unsigned int size() const { return length(); }
+    bool empty() const { return isEmpty(); }
+    ///@}
+    ///@{
     /// The text: a pointer to zero-terminated bytes, or a view that knows the
     /// length.
     const char* c_str() const { return data; }
     operator const char*() const { return data; }
     std::string_view view() const { return {data, length()}; }
+    operator std::string_view() const { return view(); }
     ///@}
+    std::string toStdString() const { return std::string(view()); }  ///< A copy, zero bytes too.
     /// Not a question: the pointer is never null.
     explicit operator bool() const = delete;  // always true: ask isEmpty()
 
@@ -124,6 +140,19 @@ public:
     void append(const fxStr& text) { append(text.view()); }
     void append(std::string_view text);
     ///@}
+    /// The same for a std::string.
+    template <class Text, fxDetail::IfStdString<Text> = 0>
+    void append(const Text& text) {
+        append(static_cast<std::string_view>(text));
+    }
+    ///@{
+    /// As append(), for a text of any kind or a char.
+    fxStr& operator+=(fxTextView text) {
+        append(static_cast<std::string_view>(text));
+        return *this;
+    }
+    void push_back(char c) { append(c); }
+    ///@}
     /// Inserts the `n` bytes at `s` before position `pos`.
     void insert(const char* s, unsigned int pos = 0, unsigned int n = 0);
     void insert(char c, unsigned int pos = 0);  ///< Also a zero byte.
@@ -131,6 +160,10 @@ public:
     /// Inserts the whole text, zero bytes included.
     void insert(const fxStr& text, unsigned int pos = 0) { insert(text.view(), pos); }
     void insert(std::string_view text, unsigned int pos = 0);
+    template <class Text, fxDetail::IfStdString<Text> = 0>
+    void insert(const Text& text, unsigned int pos = 0) {
+        insert(static_cast<std::string_view>(text), pos);
+    }
     ///@}
     /// Removes `n` bytes at `start`. Everything goes when `n` is the whole
     /// length or more, wherever `start` is.
@@ -143,7 +176,16 @@ public:
     /// Overwrites as many bytes as the text has, zero bytes included.
     void replace(const fxStr& text, unsigned int pos) { replace(text.view(), pos); }
     void replace(std::string_view text, unsigned int pos);
+    template <class Text, fxDetail::IfStdString<Text> = 0>
+    void replace(const Text& text, unsigned int pos) {
+        replace(static_cast<std::string_view>(text), pos);
+    }
     ///@}
+    /// Puts `with` in the place of each occurrence of `what`, from left to right; an
+    /// empty `what` occurs nowhere. Returns how many there were. Both may lie in
+    /// this string.
+    unsigned int replaceAll(fxTextView what, fxTextView with);
+    void clear();  ///< Leaves the empty text and frees the block.
     /// Makes the text exactly `n` bytes long. New bytes are zero, whatever `fill`:
     /// part of the contract.
     void resize(unsigned int n, unsigned char fill = 0);
@@ -160,6 +202,8 @@ public:
     fxStr head(unsigned int n) const;                         ///< The first `n` bytes.
     fxStr tail(unsigned int n) const;                         ///< The last `n` bytes.
     fxStr copy() const;                                       ///< The same as copying.
+    /// As much of the `n` bytes at `start` as there is: no range is too large.
+    fxStr substr(std::size_t start, std::size_t n = npos) const;
     ///@{
     /// Without the bytes of `set` at both ends, or at the end; empty when nothing
     /// else is there.
@@ -198,12 +242,64 @@ public:
     fxStr tokenR(unsigned int& pos, const char* set, unsigned int n = 0) const;
     ///@}
 
+    // Texts in texts; every argument may be a text of any kind or one char.
+
+    /// What find() and rfind() return for nothing found. They return a std::size_t:
+    /// keep it in one, or compare it at once.
+    static constexpr std::size_t npos = std::string_view::npos;
+    /// Where `text` occurs first at `pos` or later.
+    std::size_t find(fxTextView text, std::size_t pos = 0) const { return view().find(text, pos); }
+    /// Where `text` occurs last, at `pos` or before.
+    std::size_t rfind(fxTextView text, std::size_t pos = npos) const {
+        return view().rfind(text, pos);
+    }
+    bool contains(fxTextView text) const { return find(text) != npos; }  ///< Anywhere.
+    /// Whether the text begins with `text`, as every text does with the empty one.
+    bool startsWith(fxTextView text) const { return view().substr(0, text.size()) == text; }
+    /// Whether it ends with `text`.
+    bool endsWith(fxTextView text) const {
+        return length() >= text.size() && view().substr(length() - text.size()) == text;
+    }
+    /// The texts between the occurrences of `separator`, empty ones too: one more
+    /// than there are separators. An empty separator occurs nowhere. Needs
+    /// StrArray.h.
+    fxStrArray split(fxTextView separator) const;
+    /// The parts, which are texts of any kind, with `separator` between them.
+    template <class Parts>
+    static fxStr join(const Parts& parts, fxTextView separator);
+
+    // Numbers.
+
+    /// The number as text: an integer in digits to `base`, 2 to 36; a fraction
+    /// with as few digits as read back to it.
+    template <class Number>
+    static fxStr number(Number value, int base = 10);
+    ///@{
+    /// The number that the whole text is: digits to `base`, with a sign in front
+    /// perhaps. Nothing when the text is anything else, blanks around it included,
+    /// or when the type does not hold the number. Fractions as strtod() reads them in
+    /// the C locale, decimal ones only. The form with an argument tells whether it
+    /// has set it.
+    template <class Number = int>
+    std::optional<Number> toNumber(int base = 10) const;
+    template <class Number>
+    bool toNumber(Number& number, int base = 10) const {
+        const std::optional<Number> read = toNumber<Number>(base);
+        if (read) number = *read;
+        return read.has_value();
+    }
+    std::optional<int> toInt(int base = 10) const { return toNumber<int>(base); }
+    std::optional<long> toLong(int base = 10) const { return toNumber<long>(base); }
+    std::optional<double> toDouble() const { return readFraction(); }
+    ///@}
+
     // Hashing and formatting.
 
     /// A cheap hash of at most the first 16 bytes; equal texts have equal
     /// hashes. Texts of 9 to 15 bytes are told apart by their first 8 only.
     /// 0 for the empty string.
     unsigned long hash() const;
+    static unsigned long hash(std::string_view text);  ///< The hash of a string of these bytes.
 
     ///@{
     /// Replaces the text with what printf() would write, up to the first zero
@@ -244,11 +340,16 @@ private:
     void dropBlock() {
         if (ownsBlock()) std::free(data);
     }
-    void clear();
     void resizeInternal(unsigned int n);
     void assignBytes(const char* s, size_t n);
     void keepWritten(const char* fmt, va_list arguments);
     fxBool readText(fxTranscriber& transcriber, unsigned int lengthBytes);
+    static fxStr writtenInteger(bool isNegative, unsigned long long magnitude, int base);
+    static fxStr writtenFraction(double value);
+    static fxStr writtenFraction(float value);
+    bool readInteger(bool& isNegative, unsigned long long& magnitude, int base) const;
+    std::optional<double> readFraction() const;
+    std::optional<float> readFloat() const;
 
 public:
     // The string itself. Read them freely; writing them is this class's business.
@@ -272,6 +373,12 @@ FX_API int compare(char const* a, char const* b);
 inline int compare(fxStr const& a, fxStr const& b) { return std::strcmp(a.data, b.data); }
 inline int compare(fxStr const& a, char const* b) { return compare(a.data, b); }
 inline int compare(char const* a, fxStr const& b) { return compare(a, b.data); }
+/// Also for texts that are not terminated.
+FX_API int fxCompareTexts(std::string_view a, std::string_view b);
+template <class A, class B, fxDetail::IfMixed<A, B> = 0>
+int compare(A const& a, B const& b) {
+    return fxCompareTexts(fxTextView(a), fxTextView(b));
+}
 ///@}
 
 ///@{
@@ -288,6 +395,22 @@ inline bool operator>(const char* a, const fxStr& b) { return compare(a, b) > 0;
 inline bool operator>=(const fxStr& a, const fxStr& b) { return compare(a, b) >= 0; }
 inline bool operator>=(const fxStr& a, const char* b) { return compare(a, b) >= 0; }
 inline bool operator>=(const char* a, const fxStr& b) { return compare(a, b) >= 0; }
+template <class A, class B, fxDetail::IfMixed<A, B> = 0>
+bool operator<(const A& a, const B& b) {
+    return compare(a, b) < 0;
+}
+template <class A, class B, fxDetail::IfMixed<A, B> = 0>
+bool operator<=(const A& a, const B& b) {
+    return compare(a, b) <= 0;
+}
+template <class A, class B, fxDetail::IfMixed<A, B> = 0>
+bool operator>(const A& a, const B& b) {
+    return compare(a, b) > 0;
+}
+template <class A, class B, fxDetail::IfMixed<A, B> = 0>
+bool operator>=(const A& a, const B& b) {
+    return compare(a, b) >= 0;
+}
 ///@}
 
 ///@{
@@ -297,13 +420,17 @@ inline bool operator==(const fxStr& a, const fxStr& b) {
 }
 FX_API bool operator==(const fxStr& a, const char* b);
 inline bool operator==(const char* a, const fxStr& b) { return b == a; }
-inline bool operator==(const fxStr& a, std::string_view b) { return a.view() == b; }
-inline bool operator==(std::string_view a, const fxStr& b) { return a == b.view(); }
 inline bool operator!=(const fxStr& a, const fxStr& b) { return !(a == b); }
 inline bool operator!=(const fxStr& a, const char* b) { return !(a == b); }
 inline bool operator!=(const char* a, const fxStr& b) { return !(b == a); }
-inline bool operator!=(const fxStr& a, std::string_view b) { return !(a == b); }
-inline bool operator!=(std::string_view a, const fxStr& b) { return !(a == b); }
+template <class A, class B, fxDetail::IfMixed<A, B> = 0>
+bool operator==(const A& a, const B& b) {
+    return static_cast<std::string_view>(fxTextView(a)) == fxTextView(b);
+}
+template <class A, class B, fxDetail::IfMixed<A, B> = 0>
+bool operator!=(const A& a, const B& b) {
+    return !(a == b);
+}
 ///@}
 
 ///@{
@@ -317,11 +444,12 @@ inline fxTempStr operator|(const fxStr& a, const char* b) {
 inline fxTempStr operator|(const char* a, const fxStr& b) {
     return fxTempStr(a, fxStr::textLength(a), b.data, b.length());
 }
-inline fxTempStr operator|(const fxStr& a, std::string_view b) {
-    return fxTempStr(a.data, a.length(), b.data(), fxLengthField(b.size()));
-}
-inline fxTempStr operator|(std::string_view a, const fxStr& b) {
-    return fxTempStr(a.data(), fxLengthField(a.size()), b.data, b.length());
+template <class A, class B, fxDetail::IfJoins<A, B> = 0>
+fxTempStr operator|(const A& a, const B& b) {
+    const fxTextView left(a);
+    const fxTextView right(b);
+    return fxTempStr(left.data(), fxLengthField(left.size()), right.data(),
+                     fxLengthField(right.size()));
 }
 ///@}
 
@@ -335,10 +463,15 @@ inline fxTempStr& operator|(const fxTempStr& a, const fxStr& b) {
 inline fxTempStr& operator|(const fxTempStr& a, const char* b) {
     return const_cast<fxTempStr&>(a).concat(b, fxStr::textLength(b));
 }
-inline fxTempStr& operator|(const fxTempStr& a, std::string_view b) {
-    return const_cast<fxTempStr&>(a).concat(b.data(), fxLengthField(b.size()));
+template <class Text, fxDetail::IfAppends<Text> = 0>
+fxTempStr& operator|(const fxTempStr& a, const Text& b) {
+    const fxTextView text(b);
+    return const_cast<fxTempStr&>(a).concat(text.data(), fxLengthField(text.size()));
 }
 ///@}
+/// Pointers would be added: texts are joined by `|`.
+template <class A, class B, fxDetail::IfTexts<A, B> = 0>
+void operator+(const A& a, const B& b) = delete;  // texts are joined by a | b
 
 /// Writes the text up to its first zero byte.
 FX_API std::ostream& operator<<(std::ostream& out, const fxStr& str);
@@ -390,5 +523,7 @@ inline fxStr& fxStr::operator=(fxStr&& other) noexcept {
     }
     return *this;
 }
+
+#include "fxds/detail/StrTemplates.h"
 
 #endif

@@ -22,6 +22,9 @@ class FX_API fxStrArray
 public:
     using fxRecorded::fxRecorded;
 
+    /// The texts with `separator` between them; see fxStr::split() for the way back.
+    fxStr join(fxTextView separator) const { return fxStr::join(*this, separator); }
+
     /// Compares as ::compare() does.
     int compareElements(const void* a, const void* b) const override;
 

@@ -9,6 +9,7 @@
 #include <initializer_list>
 #include <memory>
 #include <new>
+#include <optional>
 #include <type_traits>
 #include <typeinfo>
 #include <utility>
@@ -18,6 +19,9 @@
 #include "fxds/detail/Allocate.h"
 #include "fxds/detail/MovesAsBytes.h"
 #include "fxds/detail/Recorded.h"
+
+template <class T>
+class fxOwningArray;
 
 namespace fxDetail {
 
@@ -35,6 +39,17 @@ template <class Self>
 inline constexpr bool
     dropsBytes<Self, std::enable_if_t<std::is_same_v<decltype(&Self::destroyElements),
                                                      decltype(&fxArray::destroyElements)>>> = true;
+
+/// Whether Self's elements multiply by the hook of fxOwningArray<T>, which is
+/// their copy constructor.
+template <class Self, class T, class = void>
+inline constexpr bool copiesObjects = false;
+template <class Self, class T>
+inline constexpr bool
+    copiesObjects<Self, T,
+                  std::enable_if_t<std::is_same_v<decltype(&Self::copyElements),
+                                                  decltype(&fxOwningArray<T>::copyElements)>>> =
+        true;
 
 template <class T, class U>
 inline constexpr bool cutsFractions = std::is_integral_v<T>&& std::is_floating_point_v<U>;
@@ -69,9 +84,6 @@ using ArrayItems =
 
 }  // namespace fxDetail
 
-template <class T>
-class fxOwningArray;
-
 /// An array of T. A class of this family is its own template argument:
 ///
 ///     class fxIntRow : public fxTypedArray<fxIntRow, int> {
@@ -89,6 +101,10 @@ class FX_API fxTypedArray : public Hooks {
     static_assert(alignof(T) <= alignof(std::max_align_t), "the block is malloc() memory");
 
 public:
+    typedef T value_type;             ///< For the standard's algorithms and adapters.
+    typedef T* iterator;              ///< Likewise.
+    typedef const T* const_iterator;  ///< Likewise.
+
     /// Empty; owns no block.
     fxTypedArray() : Hooks(itemBytes, 0U) { checkHooks(); }
     /// Holds `count` default elements: unspecified ones in an array of numbers.
@@ -115,10 +131,21 @@ public:
     }
     ~fxTypedArray() override { this->destroy(); }
 
+    /// An array of just these items: of(4) has one element, where braces would make
+    /// four.
+    template <class... Items>
+    static Self of(Items&&... items) {
+        Self made;
+        (made.append(itemOf(std::forward<Items>(items))), ...);
+        return made;
+    }
+
     fxTypedArray& operator=(const fxTypedArray& source) = default;
     fxTypedArray& operator=(fxTypedArray&& source) noexcept = default;
 
     unsigned int length() const { return this->lengthBytes / itemBytes; }  ///< In elements.
+    unsigned int size() const { return length(); }  ///< The same, for std::size().
+    bool empty() const { return this->isEmpty(); }  ///< As isEmpty(), for std::empty().
 
     /// Requires: index < length().
     T& operator[](unsigned int index) {
@@ -148,6 +175,35 @@ public:
         }
         fxArray::append(static_cast<const void*>(&item));
     }
+    /// Moves `item`, which may lie in this array, to the end: as emplace().
+    void append(T&& item) {
+        if constexpr (std::is_trivially_copyable_v<T>) {
+            append(static_cast<const T&>(item));
+        } else {
+            emplace(std::move(item));
+        }
+    }
+    /// As append(), for std::back_inserter().
+    void push_back(const T& item) { self().append(item); }
+    /// Appends an element that is made of `arguments`, which may lie in this array.
+    /// It is made in place, or copied in by copyElements() where a class overrides
+    /// that. Returns the element, good until the array grows.
+    template <class... Arguments>
+    T& emplace(Arguments&&... arguments) {
+        if constexpr (std::is_trivially_copyable_v<T> || !fxDetail::copiesObjects<Self, T>) {
+            self().append(static_cast<const T&>(T(std::forward<Arguments>(arguments)...)));
+        } else if (&typeid(*this) != &typeid(Self)) {
+            const T item(std::forward<Arguments>(arguments)...);
+            append(item);
+        } else {
+            Apart apart(std::forward<Arguments>(arguments)...);
+            if (this->lengthBytes == this->maxBytes) this->expand();
+            std::memcpy(this->data + this->lengthBytes, apart.bytes, itemBytes);
+            this->lengthBytes += itemBytes;
+            apart.isMoved = true;
+        }
+        return begin()[length() - 1];
+    }
     /// Copies all elements of `other` to the end.
     void append(const Self& other) { fxArray::append(static_cast<const fxArray&>(other)); }
     /// Copies `item` in before `index`.
@@ -164,6 +220,37 @@ public:
     unsigned int find(const T& item, unsigned int start = 0) const {
         return fxArray::find(&item, start);
     }
+
+    /// Whether find() finds it.
+    bool contains(const T& item) const { return find(item) != this->notFound; }
+
+    /// Moves the element out and removes it. Nothing where there is none.
+    std::optional<T> take(unsigned int index) {
+        if (index >= length()) return std::nullopt;
+        std::optional<T> taken(std::move(begin()[index]));
+        fxArray::remove(index, 1);
+        return taken;
+    }
+    /// The same for the last element.
+    std::optional<T> takeLast() { return take(length() - 1); }
+    void clear() { this->resize(0); }  ///< Destroys all elements and frees the block.
+
+    using Hooks::sort;
+    /// Sorts all elements: stable, so that less(a, b) is false for neighbours b, a.
+    /// `less` may throw, and the elements then keep their places; it must not change
+    /// the array, which is fatal.
+    template <class Less>
+    void sort(const Less& less) {
+        this->sortBy(
+            0, length(),
+            [](const void* context, const void* a, const void* b) -> bool {
+                return (*static_cast<const Less*>(context))(*static_cast<const T*>(a),
+                                                            *static_cast<const T*>(b));
+            },
+            &less);
+    }
+    /// Sorts all elements by their operator<, where sort() goes by compareElements().
+    void sortByValue() { sort(std::less<T>()); }
 
     /// Moves a run out of this array into a new one.
     Self cut(unsigned int start, unsigned int count) {
@@ -193,6 +280,31 @@ protected:
     static constexpr unsigned short itemBytes = sizeof(T);  ///< Bytes of one element.
 
 private:
+    // An element that is made before it has a place: making it may throw, and
+    // so may growing.
+    struct Apart {
+        template <class... Arguments>
+        explicit Apart(Arguments&&... arguments) {
+            new (bytes) T(std::forward<Arguments>(arguments)...);
+        }
+        Apart(const Apart&) = delete;
+        Apart& operator=(const Apart&) = delete;
+        ~Apart() {
+            if (!isMoved) std::launder(reinterpret_cast<T*>(bytes))->~T();
+        }
+        alignas(T) unsigned char bytes[sizeof(T)];
+        bool isMoved = false;
+    };
+
+    Self& self() { return static_cast<Self&>(*this); }
+    template <class Item>
+    static decltype(auto) itemOf(Item&& item) {
+        if constexpr (std::is_aggregate_v<T> || std::is_same_v<std::decay_t<Item>, T>) {
+            return std::forward<Item>(item);
+        } else {
+            return T(fxDetail::ArrayItem<T>(std::forward<Item>(item)).value);
+        }
+    }
     static Self adopt(unsigned int count, void* block) {
         return Self(itemBytes, count * itemBytes, block);
     }

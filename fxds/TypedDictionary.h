@@ -3,6 +3,8 @@
 #define FXDS_TYPEDDICTIONARY_H
 
 #include <cstddef>
+#include <initializer_list>
+#include <iterator>
 #include <new>
 #include <optional>
 #include <type_traits>
@@ -14,6 +16,8 @@
 
 template <class Key, class Value>
 class fxTypedDictIter;
+template <class Key, class Value>
+class fxConstDictIter;
 
 /// A dictionary from Key to Value, which need nothing but a copy constructor,
 /// a destructor and (Value) a default constructor. A subclass may override the
@@ -33,12 +37,21 @@ class FX_API fxTypedDictionary : public fxTypedKeys<Key, fxDictionary> {
                   "keys and values lie in malloc() memory, which is not aligned for this type");
 
 public:
-    typedef fxTypedDictIter<Key, Value> Iter;  ///< What begin() gives.
+    typedef fxTypedDictIter<Key, Value> Iter;       ///< What begin() gives.
+    typedef fxConstDictIter<Key, Value> ConstIter;  ///< What begin() of a constant gives.
+    typedef std::initializer_list<std::pair<Key, Value>> Entries;  ///< In braces.
 
     /// `nBuckets` chains; 0 stands for 31.
     explicit fxTypedDictionary(unsigned int nBuckets = 0)
         : Keys(sizeof(Key), sizeof(Value), nBuckets) {
         this->alignValues(alignof(Value));
+    }
+    /// Holds the entries, as in {{"left", 1}, {"right", 2}}; of equal keys the last
+    /// one counts. It enters them by the hooks of this class: a subclass that
+    /// overrides hooks has a constructor of its own, which calls addAll().
+    fxTypedDictionary(Entries entries) : fxTypedDictionary() {
+        addAll(entries);
+        this->forgetFinder();
     }
     explicit fxTypedDictionary(fxTypeObj& type) : Keys(type) {
         this->keySize = sizeof(Key);
@@ -46,6 +59,8 @@ public:
         this->alignValues(alignof(Value));
     }
     fxTypedDictionary(const fxTypedDictionary&) = default;
+    /// Leaves the source empty, as fxDictionary does.
+    fxTypedDictionary(fxTypedDictionary&&) = default;
     /// Merges, as fxDictionary does.
     fxTypedDictionary& operator=(const fxTypedDictionary& other) {
         Keys::operator=(other);
@@ -55,14 +70,38 @@ public:
 
     const char* className() const override { return "DICT"; }
 
+    bool empty() const { return this->isEmpty(); }  ///< The same, for std::empty().
+
     /// Enters the value under the key; see addInternal().
     void add(const Key& key, const Value& value) { this->addInternal(&key, &value); }
+    /// Enters every entry.
+    void addAll(Entries entries) {
+        for (const auto& entry : entries) add(entry.first, entry.second);
+    }
+    /// Enters a value that is made of `arguments`, unless the key is there. Returns
+    /// the value that is stored then, and whether it is the new one. The value is
+    /// made first and copied in, so that overridden hooks see it; null when they
+    /// have removed the entry.
+    template <class... Arguments>
+    std::pair<Value*, bool> emplace(const Key& key, Arguments&&... arguments) {
+        if (Value* const there = find(key)) return {there, false};
+        const Value made(std::forward<Arguments>(arguments)...);
+        this->addInternal(&key, &made);
+        return {find(key), true};
+    }
     /// The value stored under the key, or null.
-    Value* find(const Key& key) const { return static_cast<Value*>(Keys::find(&key)); }
+    Value* find(const Key& key) { return static_cast<Value*>(Keys::find(&key)); }
+    /// The same in a constant dictionary, whose values are constant.
+    const Value* find(const Key& key) const { return static_cast<const Value*>(Keys::find(&key)); }
     /// The value stored under the key, which is added with a default value
     /// when it is missing.
     Value* findCreate(const Key& key) { return static_cast<Value*>(Keys::findCreate(&key)); }
     Value& operator[](const Key& key) { return *findCreate(key); }  ///< As findCreate().
+    /// A copy of the value stored under the key, or `fallback`.
+    Value value(const Key& key, const Value& fallback = Value()) const {
+        const Value* const stored = find(key);
+        return stored != nullptr ? *stored : fallback;
+    }
     /// Whether an equal key is there.
     bool contains(const Key& key) const { return find(key) != nullptr; }
     void remove(const Key& key) { Keys::remove(&key); }  ///< Destroys the entry, if there is one.
@@ -84,7 +123,55 @@ public:
         return taken;
     }
 
-    Iter begin() const { return Iter(const_cast<fxTypedDictionary&>(*this)); }
+    /// The same for keys that are strings, with a text of another kind, zero-terminated
+    /// or a view: it is copied only to be entered, and where hooks are overridden,
+    /// which expect a string.
+    template <class Text, fxDetail::IfLookedUp<Key, Text> = 0>
+    Value* find(const Text& text) {
+        return static_cast<Value*>(this->findText(fxTextView(text)));
+    }
+    /// As find() with a key.
+    template <class Text, fxDetail::IfLookedUp<Key, Text> = 0>
+    const Value* find(const Text& text) const {
+        return static_cast<const Value*>(this->findText(fxTextView(text)));
+    }
+    /// As operator[] with a key.
+    template <class Text, fxDetail::IfLookedUp<Key, Text> = 0>
+    Value& operator[](const Text& text) {
+        Value* const stored = find(text);
+        return stored != nullptr ? *stored : *findCreate(fxStr(fxTextView(text)));
+    }
+    /// As contains() with a key.
+    template <class Text, fxDetail::IfLookedUp<Key, Text> = 0>
+    bool contains(const Text& text) const {
+        return find(text) != nullptr;
+    }
+    /// As remove() with a key.
+    template <class Text, fxDetail::IfLookedUp<Key, Text> = 0>
+    void remove(const Text& text) {
+        this->removeText(fxTextView(text));
+    }
+
+    ///@{
+    /// Whether both have the same keys with equal values.
+    friend bool operator==(const fxTypedDictionary& a, const fxTypedDictionary& b) {
+        if (a.size() != b.size()) return false;
+        for (ConstIter i = a.begin(); i.notDone(); ++i) {
+            const Value* const mine = a.find(i.key());
+            const Value* const other = b.find(i.key());
+            if (mine == nullptr || other == nullptr || !(*mine == *other)) return false;
+        }
+        return true;
+    }
+    friend bool operator!=(const fxTypedDictionary& a, const fxTypedDictionary& b) {
+        return !(a == b);
+    }
+    ///@}
+
+    Iter begin() { return Iter(*this); }
+    Iter end() { return Iter(); }
+    ConstIter begin() const { return ConstIter(*this); }
+    ConstIter end() const { return ConstIter(); }
 
 protected:
     void copyValue(const void* from, void* to) const override {
@@ -102,25 +189,11 @@ protected:
     }
 };
 
-/// fxDictIter with types.
-template <class Key, class Value>
-class FX_API fxTypedDictIter : public fxDictIter {
+namespace fxDetail {
+/// What iterators over entries share; Self is the class that derives from it.
+template <class Self, class Key, class Value>
+class FX_API EntryIter : public fxDictIter {
 public:
-    typedef fxTypedDictionary<Key, Value> Dictionary;  ///< What it walks.
-
-    fxTypedDictIter() = default;
-    /// Stands on the first entry.
-    fxTypedDictIter(Dictionary& dictionary) : fxDictIter(dictionary) {}
-    /// Requires: not null.
-    fxTypedDictIter(Dictionary* dictionary) : fxDictIter(*dictionary) {}
-    /// Starts over with another dictionary, of these types.
-    template <class Other, class = std::enable_if_t<std::is_base_of_v<fxDictionary, Other>>>
-    void operator=(Other& other) {
-        static_assert(std::is_base_of_v<Dictionary, Other>,
-                      "an iterator walks dictionaries of its own key and value types only");
-        fxDictIter::operator=(other);
-    }
-
     /// Requires: a current entry (see fxDictIter).
     const Key& key() const { return *static_cast<const Key*>(getKey()); }
     /// Requires: a current entry.
@@ -129,9 +202,72 @@ public:
     /// What range-for gives: views, good until the entry goes.
     struct Entry {
         const Key& key;  ///< Not to be changed in what makes it equal.
-        Value& value;    ///< May be changed.
+        Value& value;    ///< May be changed, unless the dictionary is constant.
     };
     Entry operator*() const { return {key(), value()}; }
+    /// For `*i++`.
+    static Entry entry(void* key, void* value) {
+        return {*static_cast<const Key*>(key), *static_cast<Value*>(value)};
+    }
+    ///@{
+    /// For the standard's algorithms.
+    typedef Entry value_type;
+    typedef Entry reference;
+    ///@}
+
+    Self& operator++() {
+        fxDictIter::operator++();
+        return static_cast<Self&>(*this);
+    }
+    fxHashPassed<Self> operator++(int) {
+        const fxHashPassed<Self> passed(static_cast<const Self&>(*this));
+        ++*this;
+        return passed;
+    }
+
+protected:
+    EntryIter() = default;
+    EntryIter(const fxDictIter& other) : fxDictIter(other) {}
+    EntryIter(fxDictionary& dictionary) : fxDictIter(dictionary) {}
+};
+}  // namespace fxDetail
+
+/// fxDictIter with types.
+template <class Key, class Value>
+class FX_API fxTypedDictIter : public fxDetail::EntryIter<fxTypedDictIter<Key, Value>, Key, Value> {
+    typedef fxDetail::EntryIter<fxTypedDictIter<Key, Value>, Key, Value> Walk;
+
+public:
+    typedef fxTypedDictionary<Key, Value> Dictionary;  ///< What it walks.
+
+    fxTypedDictIter() = default;
+    /// Stands on the first entry.
+    fxTypedDictIter(Dictionary& dictionary) : Walk(dictionary) {}
+    /// Requires: not null.
+    fxTypedDictIter(Dictionary* dictionary) : Walk(*dictionary) {}
+    /// Starts over with another dictionary, of these types.
+    template <class Other, class = std::enable_if_t<std::is_base_of_v<fxDictionary, Other>>>
+    void operator=(Other& other) {
+        static_assert(std::is_base_of_v<Dictionary, Other>,
+                      "an iterator walks dictionaries of its own key and value types only");
+        fxDictIter::operator=(other);
+    }
+};
+
+/// The same for a constant dictionary, whose values it does not change.
+template <class Key, class Value>
+class FX_API fxConstDictIter
+    : public fxDetail::EntryIter<fxConstDictIter<Key, Value>, Key, const Value> {
+    typedef fxDetail::EntryIter<fxConstDictIter<Key, Value>, Key, const Value> Walk;
+
+public:
+    typedef fxTypedDictionary<Key, Value> Dictionary;  ///< What it walks.
+
+    fxConstDictIter() = default;
+    /// Stands on the first entry.
+    fxConstDictIter(const Dictionary& dictionary) : Walk(dictionary.fxDictionary::begin()) {}
+    /// Stands where the other one does.
+    fxConstDictIter(const fxTypedDictIter<Key, Value>& other) : Walk(other) {}
 };
 
 #endif

@@ -3,7 +3,10 @@
 #define FXDS_TYPEDSET_H
 
 #include <cstddef>
+#include <iterator>
+#include <optional>
 #include <type_traits>
+#include <utility>
 
 #include "fxds/KeyHooks.h"
 #include "fxds/Set.h"
@@ -26,8 +29,17 @@ public:
 
     /// `nBuckets` chains; 0 stands for 31.
     explicit fxTypedSet(unsigned int nBuckets = 0) : Keys(sizeof(Key), nBuckets) {}
+    /// Holds the keys, as in {"left", "right"}. A single whole number is none: it is
+    /// `nBuckets`, as in parentheses. It enters them by the hooks of this class: a
+    /// subclass that overrides hooks has a constructor of its own, which calls addAll().
+    fxTypedSet(fxDetail::ArrayItems<Key> items) : fxTypedSet(chainsOf(items)) {
+        if (!isCount(items)) addAll(items);
+        this->forgetFinder();
+    }
     explicit fxTypedSet(fxTypeObj& type) : Keys(type) { this->keySize = sizeof(Key); }
     fxTypedSet(const fxTypedSet&) = default;
+    /// Leaves the source empty, as fxSet does.
+    fxTypedSet(fxTypedSet&&) = default;
     /// Becomes like `other`, as fxSet does.
     fxTypedSet& operator=(const fxTypedSet& other) {
         Keys::operator=(other);
@@ -35,8 +47,37 @@ public:
     }
     ~fxTypedSet() override { this->cleanup(); }
 
+    bool empty() const { return this->isEmpty(); }  ///< The same, for std::empty().
+
     /// Adds a copy of the key, unless an equal one is there, which stays.
     void add(const Key& key) { Keys::add(&key); }
+    /// Adds every key.
+    void addAll(fxDetail::ArrayItems<Key> items) {
+        for (const auto& item : items) {
+            if constexpr (std::is_aggregate_v<Key>) {
+                add(item);
+            } else {
+                add(item.value);
+            }
+        }
+    }
+    /// Adds a key that is made of `arguments`, as add() does. Returns whether it was
+    /// missing.
+    template <class... Arguments>
+    bool emplace(Arguments&&... arguments) {
+        const Key key(std::forward<Arguments>(arguments)...);
+        if (contains(key)) return false;
+        add(key);
+        return true;
+    }
+    /// Moves the key out and removes the element. Nothing when it is absent.
+    std::optional<Key> take(const Key& key) {
+        const Key* const stored = find(key);
+        if (stored == nullptr) return std::nullopt;
+        std::optional<Key> taken(*stored);
+        remove(key);
+        return taken;
+    }
     /// Whether an equal key is there.
     bool contains(const Key& key) const { return find(key) != nullptr; }
     /// The stored key that is equal to `key`, or null.
@@ -59,12 +100,56 @@ public:
     }
     ///@}
 
+    /// The same for keys that are strings, with a text of another kind, zero-terminated
+    /// or a view: it is copied only where hooks are overridden, which expect a string.
+    template <class Text, fxDetail::IfLookedUp<Key, Text> = 0>
+    const Key* find(const Text& text) const {
+        return static_cast<const Key*>(this->findText(fxTextView(text)));
+    }
+    /// As contains() with a key.
+    template <class Text, fxDetail::IfLookedUp<Key, Text> = 0>
+    bool contains(const Text& text) const {
+        return find(text) != nullptr;
+    }
+    /// As remove() with a key.
+    template <class Text, fxDetail::IfLookedUp<Key, Text> = 0>
+    void remove(const Text& text) {
+        this->removeText(fxTextView(text));
+    }
+
+    ///@{
+    /// Whether both have the same keys.
+    friend bool operator==(const fxTypedSet& a, const fxTypedSet& b) {
+        if (a.size() != b.size()) return false;
+        for (Iter i = a.begin(); i.notDone(); ++i) {
+            if (!b.contains(i.key())) return false;
+        }
+        return true;
+    }
+    friend bool operator!=(const fxTypedSet& a, const fxTypedSet& b) { return !(a == b); }
+    ///@}
+
     Iter begin() const { return Iter(const_cast<fxTypedSet&>(*this)); }
+    Iter end() const { return Iter(); }
 
 protected:
     typename Keys::Finder* finder() const override { return this->finderFor(typeid(fxTypedSet)); }
 
 private:
+    // Whether the braces hold one whole number.
+    static bool isCount(fxDetail::ArrayItems<Key> items) {
+        if constexpr (std::is_aggregate_v<Key>) {
+            return false;
+        } else {
+            return items.size() == 1 && items.begin()->isCount;
+        }
+    }
+    static unsigned int chainsOf(fxDetail::ArrayItems<Key> items) {
+        if constexpr (!std::is_aggregate_v<Key>) {
+            if (isCount(items)) return fxLengthField(items.begin()->count);
+        }
+        return 0;
+    }
     template <class Other>
     static const fxSet& sameKeys(const Other& other) {
         static_assert(std::is_base_of_v<fxTypedSet, Other>,
@@ -95,6 +180,23 @@ public:
     const Key& key() const { return *static_cast<const Key*>(getKey()); }
     const Key& operator*() const { return key(); }
     ///@}
+    const Key* operator->() const { return &key(); }  ///< Requires: a current element.
+    /// For `*i++`.
+    static const Key& entry(void* key, void*) { return *static_cast<const Key*>(key); }
+    typedef std::forward_iterator_tag iterator_category;  ///< For the standard's algorithms.
+    typedef Key value_type;                               ///< Likewise.
+    typedef const Key* pointer;                           ///< Likewise.
+    typedef const Key& reference;                         ///< Likewise.
+
+    fxTypedSetIter& operator++() {
+        fxSetIter::operator++();
+        return *this;
+    }
+    fxHashPassed<fxTypedSetIter> operator++(int) {
+        const fxHashPassed<fxTypedSetIter> passed(*this);
+        ++*this;
+        return passed;
+    }
 };
 
 #endif

@@ -23,8 +23,9 @@ fxds_room(base
 # The string, and what builds texts.
 fxds_room(text
   ON base
-  HEADERS StackBuffer Str TempStr
-  SOURCES StackBuffer Str StrFormat StrSearch StrStream TempStr)
+  HEADERS StackBuffer Str TempStr TextView
+  DETAIL StrTemplates TextTraits
+  SOURCES StackBuffer Str StrFormat StrNumber StrSearch StrStream TempStr)
 
 # Arrays, dictionaries and sets, lists, integer tables, atoms, boxes, number
 # ranges.
@@ -36,7 +37,7 @@ fxds_room(containers
     TypedDictionary TypedSet UnsignedCharArray UnsignedLongArray UnsignedShortArray VoidPtrArray
     VoidPtrDict
   DETAIL HashExtra HashIndex HashNode ListIterator NodeStore Recorded
-  PRIVATE HashContainer HashXdr StrInPlace
+  PRIVATE HashContainer HashHooks HashXdr StrInPlace
   SOURCES Array ArraySort BinaryOTDict BoundingBox Dictionary GenericList HashTable IndexableList
     KeyHooks NameSpace Sequencer Set StrArray StrSet StrStrDictionary TypedArray VoidPtrDict)
 

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "fxds/Array.h"
+#include "fxds/Fatal.h"
 
 // The ordering of elements: fxArray::sort() and qsort().
 //
@@ -167,15 +168,12 @@ void mergePass(const std::vector<std::size_t>& from, std::vector<std::size_t>& t
     }
 }
 
-}  // namespace
-
-void fxArray::sort(unsigned int start, unsigned int count) {
-    FX_ASSERT(start <= length() && count <= length() - start);
+// Sorts the `count` elements of `size` bytes at `first`.
+template <class Less>
+void sortBytes(char* first, std::size_t size, std::size_t count, const Less& isLess) {
     if (count < 2) return;
-    const std::size_t size = elementSize;
-    char* const first = at(start);
     const auto less = [&](std::size_t a, std::size_t b) {
-        return compareElements(first + a * size, first + b * size) < 0;
+        return isLess(first + a * size, first + b * size);
     };
     std::vector<std::size_t> order(count);
     std::vector<std::size_t> merged(count);
@@ -189,6 +187,25 @@ void fxArray::sort(unsigned int start, unsigned int count) {
         std::memcpy(sorted.data() + i * size, first + order[i] * size, size);
     }
     std::memcpy(first, sorted.data(), sorted.size());
+}
+
+}  // namespace
+
+void fxArray::sort(unsigned int start, unsigned int count) {
+    FX_ASSERT(start <= length() && count <= length() - start);
+    sortBytes(at(start), elementSize, count,
+              [this](const char* a, const char* b) { return compareElements(a, b) < 0; });
+}
+
+void fxArray::sortBy(unsigned int start, unsigned int count, Less* less, const void* context) {
+    FX_ASSERT(start <= length() && count <= length() - start);
+    const char* const block = data;
+    const unsigned int bytes = lengthBytes;
+    sortBytes(at(start), elementSize, count, [&](const char* a, const char* b) {
+        const bool isLess = less(context, a, b);
+        if (data != block || lengthBytes != bytes) fxFatal("a comparison changed its array");
+        return isLess;
+    });
 }
 
 void fxArray::qsort(unsigned int start, unsigned int count) {

@@ -31,6 +31,18 @@ fxDictionary::fxDictionary(const fxDictionary& source)
     Core::copyAll(*this, source);
 }
 
+// NOLINTNEXTLINE(performance-noexcept-move-constructor): copies may throw
+fxDictionary::fxDictionary(fxDictionary&& source)
+    : fxXDRObj(source),
+      count(0),
+      keySize(source.keySize),
+      valueSize(source.valueSize),
+      buckets(source.buckets.length()) {
+    extra.keyBytes = source.extra.keyBytes;
+    extra.storedKeyBytes = source.extra.storedKeyBytes;
+    Core::moveAll(*this, source);
+}
+
 void fxDictionary::operator=(const fxDictionary& other) {
     if (this == &other) return;
     Core::Hold hold(other);
@@ -74,6 +86,16 @@ void* fxDictionary::findCreate(const void* key) {
 
 void fxDictionary::remove(const void* key) {
     fxDictBucket* const node = Core::find(*this, key);
+    if (node != nullptr) Core::remove(*this, node);
+}
+
+void* fxDictionary::findText(std::string_view text) const {
+    fxDictBucket* const node = Core::findText(*this, text);
+    return node != nullptr && !Core::isEnding(node) ? Core::valueOf(*this, node) : nullptr;
+}
+
+void fxDictionary::removeText(std::string_view text) {
+    fxDictBucket* const node = Core::findText(*this, text);
     if (node != nullptr) Core::remove(*this, node);
 }
 

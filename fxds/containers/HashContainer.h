@@ -9,7 +9,7 @@
 #include <utility>
 
 #include "fxds/Array.h"
-#include "fxds/KeyHooks.h"
+#include "fxds/containers/HashHooks.h"
 #include "fxds/detail/Allocate.h"
 #include "fxds/detail/HashExtra.h"
 #include "fxds/detail/Mix.h"
@@ -81,6 +81,19 @@ struct fxHashCore {
     static Node* find(const Container& table, const void* key) {
         Place place;
         return table.buckets.isEmpty() ? nullptr : find(table, table, key, place);
+    }
+
+    /// Where keys are fxStr.
+    static Node* findText(const Container& table, std::string_view text) {
+        if (table.buckets.isEmpty()) return nullptr;
+        Place place;
+        Finder*& finder = table.extra.finder;
+        if (finder == nullptr) finder = table.finder();
+        if (finder == &findDirectly<fxStr>) {
+            return search(table, DirectHooks<std::string_view>(), &text, place);
+        }
+        const fxStr key(text);
+        return finder(table, table, &key, place);
     }
 
     // Changing. `hooks` as above.
@@ -224,6 +237,24 @@ struct fxHashCore {
         }
     }
 
+    /// Fills a container that is being constructed, and has as many chains, with the
+    /// entries of its source. A node that is in use and in no chain is one that an
+    /// operation of the source is at work on: it must stay with its store.
+    static void moveAll(Container& table, Container& source) {
+        auto& from = source.extra;
+        if (!from.holds.isEmpty() || from.nodes.nodesInUse() != from.linked) {
+            copyAll(table, source);
+            clear(source);
+            return;
+        }
+        detachAll(source);
+        std::swap(table.buckets, source.buckets);
+        std::swap(table.count, source.count);
+        std::swap(table.extra.linked, from.linked);
+        table.extra.nodes.swap(from.nodes);
+        table.extra.index.swap(from.index);
+    }
+
     static bool isEnding(const Node* node) { return node->isEnding; }
 
     /// What is left to a destructor that reaches no hook any more.
@@ -323,18 +354,10 @@ private:
         unsigned long fingerprint(const void* key, unsigned long hash) const {
             return container.fingerprintKey(key, hash);
         }
+        VirtualHooks ofStored() const { return *this; }
     };
     template <class Key>
-    struct DirectHooks {
-        static const Key& at(const void* key) { return *static_cast<const Key*>(key); }
-        static unsigned long hash(const void* key) { return fxKeyHooks<Key>::hash(at(key)); }
-        static int compare(const void* a, const void* b) {
-            return fxKeyHooks<Key>::compare(at(a), at(b));
-        }
-        static unsigned long fingerprint(const void* key, unsigned long hash) {
-            return fxKeyHooks<Key>::fingerprint(at(key), hash);
-        }
-    };
+    using DirectHooks = fxDirectHooks<Key>;
 
     template <class Hooks>
     static Node* search(const Container& table, Hooks hooks, const void* key, Place& place) {
@@ -357,7 +380,7 @@ private:
             node = node->next;
             ++walked;
         }
-        if (walked > fxHashIndex<Node>::longWalk) buildIndex(table, hooks);
+        if (walked > fxHashIndex<Node>::longWalk) buildIndex(table, hooks.ofStored());
         return node;
     }
 
@@ -565,17 +588,5 @@ private:
         table.iters.resize(0);
     }
 };
-
-/// XOR of the whole 8-byte words of a key: the default hash of both containers.
-inline unsigned long fxHashWords(const void* key, unsigned int keySize) {
-    unsigned long hash = 0;
-    const char* at = static_cast<const char*>(key);
-    for (unsigned int left = keySize; left >= sizeof hash; left -= 8, at += 8) {
-        unsigned long word;
-        std::memcpy(&word, at, sizeof word);
-        hash ^= word;
-    }
-    return hash;
-}
 
 #endif

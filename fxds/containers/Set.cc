@@ -22,6 +22,12 @@ fxSet::fxSet(const fxSet& source)
     Core::copyAll(*this, source);
 }
 
+// NOLINTNEXTLINE(performance-noexcept-move-constructor): copies may throw
+fxSet::fxSet(fxSet&& source)
+    : fxXDRObj(source), buckets(source.buckets.length()), count(0), keySize(source.keySize) {
+    Core::moveAll(*this, source);
+}
+
 fxSet::fxSet(const fxTmpSet& source) : fxSet(static_cast<const fxSet&>(source)) {}
 
 void fxSet::operator=(const fxSet& other) {
@@ -49,6 +55,16 @@ void* fxSet::find(const void* key) const {
 
 void fxSet::remove(const void* key) {
     fxSetBucket* const node = Core::find(*this, key);
+    if (node != nullptr) Core::remove(*this, node);
+}
+
+void* fxSet::findText(std::string_view text) const {
+    fxSetBucket* const node = Core::findText(*this, text);
+    return node != nullptr ? node->element : nullptr;
+}
+
+void fxSet::removeText(std::string_view text) {
+    fxSetBucket* const node = Core::findText(*this, text);
     if (node != nullptr) Core::remove(*this, node);
 }
 

@@ -13,6 +13,18 @@ int fxStrArray::compareElements(const void* a, const void* b) const {
     return compare(*static_cast<const fxStr*>(a), *static_cast<const fxStr*>(b));
 }
 
+fxStrArray fxStr::split(fxTextView separator) const {
+    fxStrArray parts;
+    std::string_view rest = view();
+    std::size_t end = npos;
+    while (!separator.empty() && (end = rest.find(separator)) != npos) {
+        parts.append(fxStr(rest.substr(0, end)));
+        rest.remove_prefix(end + separator.size());
+    }
+    parts.append(fxStr(rest));
+    return parts;
+}
+
 fxBool fxStrArray::xdr(fxTranscriber& transcriber) {
     unsigned int byteCount = 0;
     if (!xdrSizes(transcriber, byteCount)) return 0;

@@ -44,7 +44,26 @@ struct fxHashExtra {
     unsigned long reciprocal = 0;  // which save the division
 };
 
-/// The end of a range-based for over a dictionary or a set.
-struct fxHashEnd {};
+/// What `i++` leaves of a dictionary's or a set's iterator, for `*i++`: where it
+/// stood, as long as that entry is there.
+template <class Iter>
+class fxHashPassed {
+public:
+    explicit fxHashPassed(const Iter& iter) : key(iter.getKey()), value(valueOf(iter, 0)) {}
+    decltype(auto) operator*() const { return Iter::entry(key, value); }
+
+private:
+    template <class Walk>
+    static auto valueOf(const Walk& iter, int) -> decltype(iter.getValue()) {
+        return iter.getValue();
+    }
+    template <class Walk>
+    static void* valueOf(const Walk&, long) {
+        return nullptr;
+    }
+
+    void* const key;
+    void* const value;
+};
 
 #endif

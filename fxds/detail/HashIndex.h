@@ -4,6 +4,7 @@
 #define FXDS_DETAIL_HASHINDEX_H
 
 #include <cstdlib>
+#include <utility>
 
 #include "fxds/detail/Allocate.h"
 
@@ -43,6 +44,12 @@ public:
     void remove(Node* node);
     /// Forgets all nodes; it is not built then. Allowed at any time.
     void drop();
+    void swap(fxHashIndex& other) {
+        std::swap(slots, other.slots);
+        std::swap(mask, other.mask);
+        std::swap(shift, other.shift);
+        std::swap(used, other.used);
+    }
 
 private:
     struct Slot {

@@ -43,6 +43,17 @@ public:
     void drop(Node* node);
     /// Gives the chunks back if no node is in use.
     void shrink();
+    unsigned int nodesInUse() const { return inUse; }
+    void swap(fxNodeStore& other) {
+        std::swap(chunks, other.chunks);
+        std::swap(freed, other.freed);
+        std::swap(fresh, other.fresh);
+        std::swap(freshNodes, other.freshNodes);
+        std::swap(perChunk, other.perChunk);
+        std::swap(inUse, other.inUse);
+        std::swap(bytesBehind, other.bytesBehind);
+        std::swap(step, other.step);
+    }
 
 private:
     struct Chunk {
@@ -74,6 +85,7 @@ private:
 template <class Node>
 Node* fxNodeStore<Node>::make(size_t blockBytes) {
 #ifdef FXDS_CHECKED
+    ++inUse;
     return new Node(fxNewBlock(blockBytes));
 #else
     if (blockBytes > bytesBehind && inUse == 0) setBytesBehind(blockBytes);
@@ -87,6 +99,7 @@ Node* fxNodeStore<Node>::make(size_t blockBytes) {
 template <class Node>
 Node* fxNodeStore<Node>::adopt(void* block) {
 #ifdef FXDS_CHECKED
+    ++inUse;
     return new Node(block);
 #else
     ++inUse;
@@ -96,10 +109,10 @@ Node* fxNodeStore<Node>::adopt(void* block) {
 
 template <class Node>
 void fxNodeStore<Node>::drop(Node* node) {
+    --inUse;
 #ifdef FXDS_CHECKED
     delete node;
 #else
-    --inUse;
     if (node->element == behind(node)) node->element = nullptr;
     node->~Node();
     freed = new (node) Free{freed};

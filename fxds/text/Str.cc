@@ -189,6 +189,30 @@ void fxStr::replace(std::string_view text, unsigned int pos) {
     if (!text.empty()) std::memmove(data + pos, text.data(), text.size());
 }
 
+// The result is put together aside: both arguments may lie in the text.
+unsigned int fxStr::replaceAll(fxTextView what, fxTextView with) {
+    unsigned int count = 0;
+    if (what.empty()) return count;
+    std::size_t at = 0;
+    for (; (at = find(what, at)) != npos; at += what.size()) ++count;
+    if (count == 0) return count;
+    const std::size_t kept = length() - count * what.size();
+    fxStr result(fxLengthField(kept + count * with.size()));
+    char* to = result.data;
+    const auto copy = [&to](std::string_view text) {
+        to = std::copy(text.begin(), text.end(), to);
+    };
+    for (at = 0; to != result.end();) {
+        const std::size_t next = find(what, at);
+        copy(view().substr(at, next - at));
+        if (next == npos) break;
+        copy(with);
+        at = next + what.size();
+    }
+    *this = std::move(result);
+    return count;
+}
+
 void fxStr::resize(unsigned int n, unsigned char) {
     const unsigned int wanted = fxLengthField(size_t{n} + 1);
     resizeInternal(n);
@@ -223,10 +247,17 @@ fxStr fxStr::tail(unsigned int n) const { return extract(length() - n, n); }
 
 fxStr fxStr::copy() const { return *this; }
 
+fxStr fxStr::substr(std::size_t start, std::size_t n) const {
+    return start < length() ? fxStr(view().substr(start, n)) : fxStr();
+}
+
 // Hashing.
 
-unsigned long fxStr::hash() const {
-    const unsigned int len = length();
+unsigned long fxStr::hash() const { return hash(view()); }
+
+unsigned long fxStr::hash(std::string_view text) {
+    const char* const data = text.data();
+    const auto len = static_cast<unsigned int>(text.size());
     if (len > 15) return wordAt(data + 8) << 3 ^ wordAt(data);
     if (len <= 8) return lastBytes(data, len) << 3;
     // Part of the contract: the bytes from 8 on stay out.
@@ -318,6 +349,10 @@ void fxStr::assignBytes(const char* s, size_t n) {
 
 int compare(char const* a, char const* b) {
     return std::strcmp(a != nullptr ? a : "", b != nullptr ? b : "");
+}
+
+int fxCompareTexts(std::string_view a, std::string_view b) {
+    return a.substr(0, a.find('\0')).compare(b.substr(0, b.find('\0')));
 }
 
 bool operator==(const fxStr& a, const char* b) {

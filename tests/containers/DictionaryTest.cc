@@ -48,16 +48,6 @@ struct alignas(16) Wide {
     double number = 0;
 };
 
-}  // namespace
-
-template <>
-struct fxKeyHooks<int> {
-    static unsigned long hash(const int& key) { return static_cast<unsigned int>(key); }
-    static int compare(const int& a, const int& b) { return a - b; }
-};
-
-namespace {
-
 /// Keys that are smaller than what their values are aligned to.
 class WideDict : public fxTypedDictionary<int, Wide> {
 public:

@@ -1,0 +1,55 @@
+// Hooks of the direct search, which calls them without virtual calls.
+#ifndef FXDS_CONTAINERS_HASHHOOKS_H
+#define FXDS_CONTAINERS_HASHHOOKS_H
+
+#include <cstring>
+#include <string_view>
+
+#include "fxds/KeyHooks.h"
+
+/// The hooks of fxKeyHooks<Key>, for keys that are looked for and keys that are
+/// stored alike.
+template <class Key>
+struct fxDirectHooks {
+    static const Key& at(const void* key) { return *static_cast<const Key*>(key); }
+    static unsigned long hash(const void* key) { return fxKeyHooks<Key>::hash(at(key)); }
+    static int compare(const void* a, const void* b) {
+        return fxKeyHooks<Key>::compare(at(a), at(b));
+    }
+    static unsigned long fingerprint(const void* key, unsigned long hash) {
+        return fxKeyHooks<Key>::fingerprint(at(key), hash);
+    }
+    static fxDirectHooks ofStored() { return {}; }
+};
+
+/// What is looked for is a view, what is stored an fxStr. As there, the hash sees all
+/// bytes, comparison and fingerprint those before the first zero.
+template <>
+struct fxDirectHooks<std::string_view> {
+    static std::string_view at(const void* key) {
+        return *static_cast<const std::string_view*>(key);
+    }
+    static unsigned long hash(const void* key) { return fxStr::hash(at(key)); }
+    static int compare(const void* text, const void* stored) {
+        return fxCompareTexts(at(text), static_cast<const fxStr*>(stored)->view());
+    }
+    static unsigned long fingerprint(const void* key, unsigned long) {
+        const std::string_view text = at(key).substr(0, at(key).find('\0'));
+        return fxFingerprint(text.data(), text.size());
+    }
+    static fxDirectHooks<fxStr> ofStored() { return {}; }
+};
+
+/// XOR of the whole 8-byte words of a key: the default hash of both containers.
+inline unsigned long fxHashWords(const void* key, unsigned int keySize) {
+    unsigned long hash = 0;
+    const char* at = static_cast<const char*>(key);
+    for (unsigned int left = keySize; left >= sizeof hash; left -= 8, at += 8) {
+        unsigned long word;
+        std::memcpy(&word, at, sizeof word);
+        hash ^= word;
+    }
+    return hash;
+}
+
+#endif
