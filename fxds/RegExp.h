@@ -51,6 +51,12 @@ FX_API fxregexp* fxregcomp(const char* pattern);
 /// Requires: message not null.
 FX_API fxregexp* fxregcomp(const char* pattern, const char** message);
 
+/// As above. When null is returned, `*offset` tells where in the pattern the fault
+/// is: the byte that cannot be there, what has no counterpart, or the end of a
+/// pattern that is too big; otherwise it is set to 0.
+/// Requires: message and offset not null.
+FX_API fxregexp* fxregcomp(const char* pattern, const char** message, size_t* offset);
+
 /// Searches the zero-terminated `subject`. Returns 1 and sets `startp` and
 /// `endp` when there is a match: the leftmost, and there the first that trying
 /// alternatives in order and repeating as often as possible leads to. Returns 0

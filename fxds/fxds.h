@@ -94,6 +94,7 @@
 #include "fxds/Wakeup.h"
 
 // Patterns and paths.
+#include "fxds/Match.h"
 #include "fxds/Path.h"
 #include "fxds/PathFunctions.h"
 #include "fxds/RegEx.h"

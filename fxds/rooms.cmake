@@ -72,9 +72,9 @@ fxds_room(loop
 # Regular expressions, text patterns, paths.
 fxds_room(search
   ON containers
-  HEADERS Path PathFunctions RegEx RegExp SLinearPattern SearchList TextPattern
+  HEADERS Match Path PathFunctions RegEx RegExp SLinearPattern SearchList TextPattern
   PRIVATE RegBacktracker RegInStep RegInternals RegReader
-  SOURCES Path PathFunctions RegBacktracker RegEx RegExp RegInStep RegMatch RegParser RegPlan
+  SOURCES Match Path PathFunctions RegBacktracker RegEx RegExp RegInStep RegMatch RegParser RegPlan
     SLinearPattern SearchList TextPattern)
 
 # Start-up, the library's identification, the type records and globals whose

@@ -41,12 +41,12 @@ void findShortcuts(fxregexp* compiled, bool startsRepeated) {
     }
 }
 
-const char* compile(const char* pattern, fxregexp*& compiled) {
+const char* compile(const char* pattern, fxregexp*& compiled, size_t& offset) {
     if (pattern == nullptr) return "NULL argument";
     try {
         std::vector<char> code;
         bool startsRepeated = false;
-        const char* const why = parse(pattern, code, startsRepeated);
+        const char* const why = parse(pattern, code, startsRepeated, offset);
         if (why != nullptr) return why;
         compiled = makeBlock(code);
         if (compiled == nullptr) return "out of space";
@@ -150,9 +150,15 @@ fxregexp* fxregcomp(const char* pattern) {
 }
 
 fxregexp* fxregcomp(const char* pattern, const char** message) {
-    FX_ASSERT(message != nullptr);
+    size_t offset;
+    return fxregcomp(pattern, message, &offset);
+}
+
+fxregexp* fxregcomp(const char* pattern, const char** message, size_t* offset) {
+    FX_ASSERT(message != nullptr && offset != nullptr);
     fxregexp* compiled = nullptr;
-    *message = compile(pattern, compiled);
+    *offset = 0;
+    *message = compile(pattern, compiled, *offset);
     if (*message != nullptr) fxregerror(*message);
     return compiled;
 }

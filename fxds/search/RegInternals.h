@@ -56,9 +56,11 @@ public:
     const size_t size;
 };
 
-/// Parses `pattern` into `code`. Returns the reason when it is faulty, otherwise
-/// null. `startsRepeated`: some alternative starts with `*` or `+`.
-const char* parse(const char* pattern, std::vector<char>& code, bool& startsRepeated);
+/// Parses `pattern` into `code`. Returns the reason when it is faulty, and sets the
+/// offset of the fault; otherwise null. `startsRepeated`: some alternative starts
+/// with `*` or `+`.
+const char* parse(const char* pattern, std::vector<char>& code, bool& startsRepeated,
+                  size_t& offset);
 
 /// One step of the matcher: a node, decoded, with what helps to be quick.
 /// Steps that only lead on (NOTHING, BACK, a BRANCH without choice) are never

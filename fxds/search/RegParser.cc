@@ -30,7 +30,8 @@ unsigned char byteOf(char c) { return static_cast<unsigned char>(c); }
 class Parser {
 public:
     // `code` null: only count.
-    Parser(const char* pattern, char* code_) : at(pattern), code(code_) {}
+    Parser(const char* pattern_, char* code_)
+        : pattern(pattern_), at(pattern_), faultAt(pattern_), code(code_) {}
 
     // Parses the whole pattern; false with `message` set when it is faulty.
     bool run() {
@@ -44,6 +45,7 @@ public:
     size_t size = 0;
     bool startsRepeated = false;
     const char* message = nullptr;
+    size_t faultOffset() const { return static_cast<size_t>(faultAt - pattern); }
 
 private:
     size_t reg(bool isGroup, int& flags);
@@ -55,8 +57,9 @@ private:
     bool range();
     size_t literal(int& flags);
 
-    size_t fail(const char* why) {
+    size_t fail(const char* why, const char* where) {
         message = why;
+        faultAt = where;
         return 0;
     }
 
@@ -70,7 +73,9 @@ private:
     void tail(size_t chain, size_t target);
     void operandTail(size_t branch, size_t target);
 
-    const char* at;  // rest of the pattern
+    const char* const pattern;
+    const char* at;       // rest of the pattern
+    const char* faultAt;  // with a message: what it is about
     char* code;
     int groups = 1;  // groups so far, the whole match included
 };
@@ -111,8 +116,9 @@ void Parser::operandTail(size_t branch, size_t target) {
 size_t Parser::reg(bool isGroup, int& flags) {
     size_t start = 0;
     const int group = groups;
+    const char* const open = at - (isGroup ? 1 : 0);
     if (isGroup) {
-        if (groups >= groupCount) return fail("too many ()");
+        if (groups >= groupCount) return fail("too many ()", open);
         ++groups;
         start = node(OPEN + group);
     }
@@ -135,8 +141,8 @@ size_t Parser::reg(bool isGroup, int& flags) {
     tail(start, end);
     for (size_t branch = start; branch != 0; branch = next(branch)) operandTail(branch, end);
 
-    if (isGroup && *at++ != ')') return fail("unmatched ()");
-    if (!isGroup && *at != 0) return fail(*at == ')' ? "unmatched ()" : "junk on end");
+    if (isGroup && *at++ != ')') return fail("unmatched ()", open);
+    if (!isGroup && *at != 0) return fail(*at == ')' ? "unmatched ()" : "junk on end", at);
     return start;
 }
 
@@ -171,11 +177,11 @@ size_t Parser::piece(int& flags) {
         flags = atomFlags;
         return start;
     }
-    if (op != '?' && (atomFlags & HASWIDTH) == 0) return fail("*+ operand could be empty");
+    if (op != '?' && (atomFlags & HASWIDTH) == 0) return fail("*+ operand could be empty", at);
     flags = op == '*' ? SPSTART : op == '+' ? HASWIDTH | SPSTART : WORST;
     repeat(op, start, (atomFlags & SIMPLE) != 0);
     ++at;
-    if (isRepeat(*at)) return fail("nested *?+");
+    if (isRepeat(*at)) return fail("nested *?+", at);
     return start;
 }
 
@@ -234,13 +240,13 @@ size_t Parser::atom(int& flags) {
         case '|':
         case '\n':
         case ')':
-            return fail("internal urp");
+            return fail("internal urp", at);
         case '*':
         case '+':
         case '?':
-            return fail("?+* follows nothing");
+            return fail("?+* follows nothing", at);
         case '\\':
-            if (at[1] == 0) return fail("trailing \\");
+            if (at[1] == 0) return fail("trailing \\", at);
             if (at[1] == '<' || at[1] == '>') {
                 at += 2;
                 return node(at[-1] == '<' ? WORDA : WORDZ);
@@ -254,6 +260,7 @@ size_t Parser::atom(int& flags) {
 // A set, from behind its opening bracket. A closing bracket or a dash that comes
 // first is a member.
 size_t Parser::set() {
+    const char* const open = at - 1;
     const bool isComplement = *at == '^';
     if (isComplement) ++at;
     const size_t start = node(isComplement ? ANYBUT : ANYOF);
@@ -266,7 +273,7 @@ size_t Parser::set() {
         }
     }
     emit(0);
-    if (*at != ']') return fail("unmatched []");
+    if (*at != ']') return fail("unmatched []", open);
     ++at;
     return start;
 }
@@ -275,7 +282,7 @@ size_t Parser::set() {
 bool Parser::range() {
     const int first = byteOf(at[-1]);
     const int last = byteOf(at[1]);
-    if (first > last) return fail("invalid [] range") != 0;
+    if (first > last) return fail("invalid [] range", at) != 0;
     for (int c = first + 1; c <= last; ++c) emit(static_cast<char>(c));
     at += 2;
     return true;
@@ -318,10 +325,17 @@ size_t Program::following(size_t node) const {
     return node + nodeHead + (hasText(node) ? std::strlen(operand(node)) + 1 : 0);
 }
 
-const char* parse(const char* pattern, std::vector<char>& code, bool& startsRepeated) {
+const char* parse(const char* pattern, std::vector<char>& code, bool& startsRepeated,
+                  size_t& offset) {
     Parser counter(pattern, nullptr);
-    if (!counter.run()) return counter.message;
-    if (counter.size >= programLimit) return "regexp too big";
+    if (!counter.run()) {
+        offset = counter.faultOffset();
+        return counter.message;
+    }
+    if (counter.size >= programLimit) {
+        offset = std::strlen(pattern);
+        return "regexp too big";
+    }
     code.resize(counter.size);
     startsRepeated = counter.startsRepeated;
     Parser emitter(pattern, code.data());
