@@ -49,6 +49,12 @@ void useTables(fxStrSet& names, fxTypedSet<const void*>& addresses, fxVoidPtrDic
 #endif
 }
 
+#ifdef KeysWithoutHooks
+// keys of this type need hooks: specialise fxKeyHooks
+fxTypedSet<PointsIntoItself> hookless;
+#else
+fxTypedSet<unsigned short> hookless;
+#endif
 #ifdef KeysThatNeedMoreAlignment
 // keys lie in malloc() memory, which is not aligned for this type
 fxTypedSet<Wide> wide;

@@ -32,3 +32,36 @@ bool isNamed(const fxStr& name) {
     return !name.isEmpty() && *name != '\0' && name != nullptr;
 #endif
 }
+
+fxStr joined(const fxStr& a, const fxStr& b) {
+#ifdef TextsAdded
+    // texts are joined by a | b
+    return a + b;
+#else
+    return a | b;
+#endif
+}
+
+#ifdef NumberThatIsNone
+// a number is an integer, but no char or bool, or a float or double
+const fxStr number = fxStr::number(true);
+#else
+const fxStr number = fxStr::number(1);
+#endif
+
+std::size_t lettersIn(const fxExpression& letter, const fxStr& text) {
+#ifdef GroupsOfATextThatIsGone
+    // groups are views: keep the text
+    const fxMatch first = letter.search(text | "x");
+#else
+    const fxMatch first = letter.search(text);
+#endif
+    std::size_t count = first.text().size();
+#ifdef MatchesInATextThatIsGone
+    // groups are views: keep the text
+    for (const fxMatch& match : letter.all(fxStr(text))) count += match.text().size();
+#else
+    for (const fxMatch& match : letter.all(text)) count += match.text().size();
+#endif
+    return count;
+}
