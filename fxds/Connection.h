@@ -149,4 +149,12 @@ fxConnection fxConnect(const fxOutputView<T>& output, C* target, Method method,
     return fxDetail::connectTo(output, target, call, replace);
 }
 
+/// The same for a target that a reference holds; the connection does not hold it.
+template <class T, class C, class Method,
+          std::enable_if_t<std::is_member_function_pointer_v<Method>, int> = 0>
+fxConnection fxConnect(const fxOutputView<T>& output, const fxRef<C>& target, Method method,
+                       unsigned char replace = 0) {
+    return fxConnect(output, target.get(), method, replace);
+}
+
 #endif

@@ -83,6 +83,8 @@ public:
     /// 0 are true.
     static void createMoreConverters();
 
+    static bool hasMoreConverters;  ///< Whether createMoreConverters() was called.
+
     unsigned short to;  ///< Data type number of what it converts to.
     fxConverter* next;  ///< The next older converter.
 

@@ -137,9 +137,12 @@ public:
     void poll(float seconds);
 
     /// Polls until no application is registered or quit() is called, at least once.
+    /// Without an application this is a single turn: see run().
     void loop();
+    /// Polls until quit() is called, whatever is registered.
+    void run();
 
-    /// Makes loop() return when the turn under way is over: the innermost one if it
+    /// Makes loop() or run() return when the turn under way is over: the innermost one if it
     /// is nested, the next one, after one turn, if none is running. Applications
     /// stay as they are, registered and open, and what is queued stays queued; a
     /// loop() that is called later serves them as ever. Other threads post this.
@@ -180,6 +183,8 @@ private:
     bool isDestroyed(void* application) const;
     template <class Visit>
     void walkApplications(Visit visit);
+    template <class Condition>
+    void pollWhile(Condition goesOn);
 
     static int descriptorOf(const fxSelectHandler* handler, const char* operation);
     void updateSelectState();

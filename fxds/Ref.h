@@ -18,10 +18,10 @@
 ///     fxRef<Song> song = fxMake<Song>("title");
 ///     list.append(song);        // a second holder
 ///
-/// A reference converts to its T*, so it is accepted wherever the library takes a
-/// T*; functions that share what they are given hold it themselves. Chains of
-/// objects that hold one another end with bounded recursion: those that lie more
-/// than 128 deep end after the object that held them.
+/// A reference converts to its T*, so it is accepted wherever a T* is; a template that
+/// deduces the class from a pointer wants get(). Functions that share what they are given hold it
+/// themselves. Chains of objects that hold one another end with bounded recursion: those that lie
+/// more than 128 deep end after the object that held them.
 ///
 /// Like the objects, references belong to one thread.
 template <class T>

@@ -6,6 +6,7 @@
 #include <type_traits>
 #include <utility>
 
+#include "fxds/Ref.h"
 #include "fxds/StreamFault.h"
 #include "fxds/Xdr.h"
 
@@ -117,6 +118,12 @@ fxLoaded<C> load(Source& source) {
 template <class C>
 [[nodiscard]] fxStreamFault fxSave(const char* path, C* root) {
     return fxDetail::save<C>(path, root);
+}
+
+/// The same for a root that a reference holds.
+template <class C>
+[[nodiscard]] fxStreamFault fxSave(const char* path, const fxRef<C>& root) {
+    return fxDetail::save<C>(path, root.get());
 }
 
 /// Loads a graph whose root is a C, or derives from it, from the file at `path`.

@@ -2,6 +2,7 @@
 #ifndef FXDS_STREAMFAULT_H
 #define FXDS_STREAMFAULT_H
 
+#include <cerrno>
 #include <cstddef>
 #include <string>
 #include <string_view>
@@ -26,6 +27,8 @@ struct FX_API fxStreamFault {
     };
 
     explicit operator bool() const { return kind != none; }  ///< Whether anything is wrong.
+    /// Whether there is no file at the path, as before a program has saved anything.
+    bool isMissing() const { return kind == systemError && error == ENOENT; }
 
     /// A sentence without a full stop for the user of the program, as in
     /// "settings.fx is from a newer version of this program: class Album,

@@ -28,7 +28,8 @@ class fxConstDictIter;
 ///     for (auto [key, value] : dict) use(key, value);
 ///
 /// It cannot be transcribed unless a subclass overrides xdrKey() and
-/// xdrValue(). Assigning merges. See fxDictionary for everything else.
+/// xdrValue(), as fxXdrDictionary does (XdrTables.h). Assigning merges. See fxDictionary for
+/// everything else.
 template <class Key, class Value>
 class FX_API fxTypedDictionary : public fxTypedKeys<Key, fxDictionary> {
     typedef fxTypedKeys<Key, fxDictionary> Keys;

@@ -16,7 +16,8 @@ class fxTypedSetIter;
 
 /// A set of Key, which needs nothing but a copy constructor and a destructor.
 /// A subclass may override the hooks further; then it calls cleanup() in its
-/// destructor. It cannot be transcribed unless a subclass overrides xdrKey().
+/// destructor. It cannot be transcribed unless a subclass overrides xdrKey(),
+/// as fxXdrSet does (XdrTables.h).
 /// See fxSet for everything else.
 template <class Key>
 class FX_API fxTypedSet : public fxTypedKeys<Key, fxSet> {

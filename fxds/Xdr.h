@@ -11,6 +11,8 @@
 #include "fxds/MemoryStream.h"
 #include "fxds/Str.h"
 #include "fxds/Transcriber.h"
+#include "fxds/TypedDictionary.h"
+#include "fxds/TypedSet.h"
 #include "fxds/VoidPtrArray.h"
 #include "fxds/XDRObj.h"
 #include "fxds/XdrValues.h"
@@ -307,6 +309,14 @@ bool fxXdrEmbedded(fxTranscriber& t, T& v) {
     return isDone;
 }
 
+// Tables that do not know how their elements travel.
+template <class T>
+inline constexpr bool fxXdrIsBareTable = false;
+template <class Key, class Value>
+inline constexpr bool fxXdrIsBareTable<fxTypedDictionary<Key, Value>> = true;
+template <class Key>
+inline constexpr bool fxXdrIsBareTable<fxTypedSet<Key>> = true;
+
 /// One field: a number, a bool (one byte; any but 0 reads as true), an
 /// enumeration, a type of the standard library that XdrValues.h knows, and
 /// whatever has an xdr() of its own: a string, an array, a string collection, an
@@ -317,6 +327,8 @@ bool fxXdrEmbedded(fxTranscriber& t, T& v) {
 /// For a type of another kind, overload it beside the type.
 template <class T>
 bool fxXdr(fxTranscriber& t, T& v) {
+    static_assert(!fxXdrIsBareTable<T>,
+                  "how its elements travel is not known: take fxXdrDictionary or fxXdrSet");
     if constexpr (std::is_arithmetic_v<T>) {
         return fxXdrNumber(t, v);
     } else if constexpr (std::is_enum_v<T>) {

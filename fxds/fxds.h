@@ -64,6 +64,7 @@
 #include "fxds/TypedStream.h"
 #include "fxds/Xdr.h"
 #include "fxds/XdrEvolution.h"
+#include "fxds/XdrTables.h"
 #include "fxds/XdrValues.h"
 
 // Objects, values and connections.

@@ -45,7 +45,7 @@ fxds_room(containers
 fxds_room(streams
   ON containers
   HEADERS BinaryReader BinaryTranscriber BinaryWriter CheckStream MemoryStream Save StdioStream TypedStream
-    Xdr XdrEvolution XdrValues
+    Xdr XdrEvolution XdrTables XdrValues
   PRIVATE AddressIndex AddressSet OutBuffer PartRoot ReaderGraph ReaderNumbers RecordFormat
     RecordParser RecordReader StreamMarks StreamWalk TextChunks
   SOURCES BinaryReader BinaryTranscriber BinaryWriter CheckStream MemoryStream ReaderConverters

@@ -114,7 +114,9 @@ std::string fxExplain::unlikeTypes(unsigned short from, unsigned short to) {
     if (from == to || to == fxDT_void || fxConverter::converts(from, to)) return "";
     std::string text = "no converter leads from ";
     (text += fxDataTypeName(from)) += " to ";
-    return text += fxDataTypeName(to);
+    text += fxDataTypeName(to);
+    if (fxConverter::hasMoreConverters) return text;
+    return text += " (fxConverter::createMoreConverters() adds some)";
 }
 
 std::string fxExplain::whyNotJoined(fxObj* source, const char* output, fxObj* target,

@@ -195,7 +195,10 @@ bool truthFromString(const fxStr& text) {
 
 }  // namespace
 
+bool fxConverter::hasMoreConverters = false;
+
 void fxConverter::createMoreConverters() {
+    hasMoreConverters = true;
     add<widen<long, bool>>();
     add<widen<long, int>>();
     add<widen<double, int>>();

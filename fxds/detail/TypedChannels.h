@@ -19,7 +19,7 @@ namespace fxDetail {
 // The names of the kinds that are sent, for messages of the compiler.
 #define FX_SENT_NAME(number, name, Value, Passed, Box) " " name
 #define FX_HELD_NAME(number, name)
-#define FX_SENT_NAMES FX_DATA_TYPES(FX_SENT_NAME, FX_HELD_NAME)
+#define FX_SENT_NAMES FX_DATA_TYPES(FX_SENT_NAME, FX_HELD_NAME) ", or a type of FX_CHANNEL_VALUE"
 
 template <class T>
 using Bare = std::remove_cv_t<std::remove_reference_t<T>>;

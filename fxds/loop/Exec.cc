@@ -339,14 +339,24 @@ void fxExec::poll(float seconds) {
     distributeEvents();
 }
 
-void fxExec::loop() {
+// Polls once, and as long as `goesOn` and nobody quits.
+template <class Condition>
+void fxExec::pollWhile(Condition goesOn) {
     struct Running {
         ~Running() { isQuitting = false; }
         bool& isQuitting;
     } running{isQuitting};
     do {
         poll(1000.0F);
-    } while (!isQuitting && !applications.isEmpty());
+    } while (!isQuitting && goesOn());
+}
+
+void fxExec::loop() {
+    pollWhile([this] { return !applications.isEmpty(); });
+}
+
+void fxExec::run() {
+    pollWhile([] { return true; });
 }
 
 // Keeps an application that is being destroyed from being called where it is

@@ -23,3 +23,13 @@ FX_TRANSCRIBABLE_TYPE(Mixed, "Mixed", 1, fxXDRObj, Shape);
 #else
 FX_TRANSCRIBABLE_TYPE(Mixed, "Mixed", 1, fxXDRObj);
 #endif
+
+inline bool transcribe(fxTranscriber& t) {
+#ifdef TableThatCannotTravel
+    // how its elements travel is not known: take fxXdrDictionary or fxXdrSet
+    fxTypedDictionary<fxStr, long> counts;
+#else
+    fxXdrDictionary<fxStr, long> counts;
+#endif
+    return fxXdr(t, counts);
+}

@@ -14,7 +14,9 @@
 #include <stdexcept>
 
 #include "fxds/Globals.h"
+#include "fxds/Ref.h"
 #include "fxds/Trace.h"
+#include "fxds/XdrTables.h"
 #include "tests/support/RichGraph.h"
 #include "tests/support/RunProgram.h"
 #include "tests/support/Surroundings.h"
@@ -352,6 +354,37 @@ TEST_F(Save, OnlyFilesAreReplacedAndRead) {
     }
     EXPECT_EQ(fxSave(path.c_str(), static_cast<Node*>(nullptr)).text(),
               path + " cannot be saved, there is no object");
+}
+
+class Tables : public fxXDRObj {
+    FX_TRANSCRIBABLE(Tables)
+
+    fxXdrDictionary<fxStr, std::map<int, std::string>> values;
+    fxXdrSet<fxStr> keys;
+};
+FX_TRANSCRIBABLE_TYPE(Tables, "Tables", 1);
+
+fxBool Tables::xdr(fxTranscriber& t) { return fxXdrAll(t, values, keys); }
+
+TEST_F(Save, TablesTravelWithWhatTheyHold) {
+    const fxRef<Tables> tables = fxMake<Tables>();
+    const auto name = [](int i) { return fxStr(i, "a key that is long enough %d"); };
+    for (int i = 0; i < 100; ++i) {
+        tables->values[name(i)][i] = std::to_string(i);
+        tables->keys.add(name(i));
+    }
+    ASSERT_FALSE(fxSave(path.c_str(), tables));
+    const std::string bytes = contents(path);
+    for (size_t cut = 0; cut < bytes.size(); cut += 97) {
+        EXPECT_FALSE(fxLoad<Tables>(bytes.data(), cut));
+    }
+    const fxLoaded<Tables> loaded = fxLoad<Tables>(path.c_str());
+    ASSERT_TRUE(loaded) << loaded.fault().text();
+    for (int i = 0; i < 100; ++i) {
+        EXPECT_EQ(loaded->values[name(i)][i], std::to_string(i));
+        EXPECT_TRUE(loaded->keys.contains(name(i)));
+    }
+    EXPECT_TRUE(fxLoad<Tables>((path + "?").c_str()).fault().isMissing());
 }
 
 }  // namespace
