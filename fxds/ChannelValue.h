@@ -36,6 +36,7 @@
 
 /// A data type number that nothing else has, with its name in print. The library's
 /// own numbers are drawn before it, so a program's first is 12.
+/// Fatal when all 65,536 are drawn.
 FX_API unsigned short fxDrawDataType(const char* name);
 
 /// A boxed value of a program's own type; see FX_CHANNEL_VALUE.

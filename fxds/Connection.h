@@ -33,6 +33,16 @@ public:
     /// Joins the output to the input, unless it is already. Where that is not
     /// possible, or one of them is null, the answer says why.
     fxConnection(fxOutputChannel* output, fxInputChannel* input);
+    fxConnection(const fxConnection&) = default;
+    fxConnection(fxConnection&&) = default;
+    /// Lets go of what it spoke of last, which may run code of the program.
+    fxConnection& operator=(fxConnection other) noexcept {
+        std::swap(input, other.input);
+        std::swap(output, other.output);
+        std::swap(serial, other.serial);
+        std::swap(reason, other.reason);
+        return *this;
+    }
 
     ///@{
     /// Whether the two ends are joined now.
@@ -70,10 +80,8 @@ public:
         : connection(std::exchange(other.connection, fxConnection())) {}
     /// Cuts the connection that it had.
     fxScopedConnection& operator=(fxScopedConnection&& other) noexcept {
-        if (this != &other) {
-            connection.disconnect();
-            connection = std::exchange(other.connection, fxConnection());
-        }
+        fxScopedConnection last(std::move(other));  // cut last: that may come back here
+        std::swap(connection, last.connection);
         return *this;
     }
     ~fxScopedConnection() { connection.disconnect(); }
@@ -142,11 +150,16 @@ fxConnection fxConnect(const fxOutputView<T>& output, C* target, Method method,
                        unsigned char replace = 0) {
     static_assert(fxDetail::keepsValue<T, fxDetail::CallableOf<Method>>,
                   "not every value of the output is one of the receiver's");
-    const auto call = [target, method](auto&&... value)
-        -> decltype((target->*method)(std::forward<decltype(value)>(value)...)) {
-        return (target->*method)(std::forward<decltype(value)>(value)...);
-    };
-    return fxDetail::connectTo(output, target, call, replace);
+    typedef typename fxDetail::CallableOf<Method>::Type Argument;
+    if constexpr (std::is_void_v<Argument>) {
+        const auto call = [target, method] { (target->*method)(); };
+        return fxDetail::connectTo(output, target, call, replace);
+    } else {
+        const auto call = [target, method](Argument value) {
+            (target->*method)(static_cast<Argument>(value));
+        };
+        return fxDetail::connectTo(output, target, call, replace);
+    }
 }
 
 /// The same for a target that a reference holds; the connection does not hold it.

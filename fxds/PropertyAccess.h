@@ -89,6 +89,8 @@ void fxSetProperty(fxObj& object, Key key, const T& value) {
     } else if constexpr (fxDetail::isOwnKind<Value>) {
         property = new fxProperty(
             tag, static_cast<fxData*>(new typename fxChannelType<Value>::Box(value)));
+    } else if constexpr (std::is_pointer_v<Value> && std::is_convertible_v<Value, const char*>) {
+        property = new fxProperty(tag, fxStr(static_cast<const char*>(value)));  // null is empty
     } else if constexpr (std::is_convertible_v<T, std::string_view>) {
         property = new fxProperty(tag, fxStr(std::string_view(value)));
     } else if constexpr (std::is_convertible_v<T, fxStr>) {

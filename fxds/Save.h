@@ -129,7 +129,8 @@ template <class C>
 /// Loads a graph whose root is a C, or derives from it, from the file at `path`.
 /// No content of the file ends the program, as long as no xdr() does; a class's
 /// exception that derives from std::exception is a fault like any other, and all
-/// others pass. Of what was not loaded nothing is left.
+/// others pass. Of what was not loaded nothing is left. What is no regular file is not
+/// opened: reading it might never end.
 template <class C>
 [[nodiscard]] fxLoaded<C> fxLoad(const char* path) {
     return fxDetail::load<C>(path);

@@ -46,7 +46,7 @@ fxds_room(streams
   ON containers
   HEADERS BinaryReader BinaryTranscriber BinaryWriter CheckStream MemoryStream Save StdioStream TypedStream
     Xdr XdrEvolution XdrTables XdrValues
-  PRIVATE AddressIndex AddressSet OutBuffer PartRoot ReaderGraph ReaderNumbers RecordFormat
+  PRIVATE AddressIndex AddressSet OpenFile OutBuffer PartRoot ReaderGraph ReaderNumbers RecordFormat
     RecordParser RecordReader StreamMarks StreamWalk TextChunks
   SOURCES BinaryReader BinaryTranscriber BinaryWriter CheckStream MemoryStream ReaderConverters
     ReaderFaults ReaderGraph RecordParser RecordReader Save StdioStream StreamHeader StreamWalk Xdr)

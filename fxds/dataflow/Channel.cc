@@ -2,6 +2,7 @@
 
 #include <cxxabi.h>
 
+#include <memory>
 #include <typeinfo>
 #include <utility>
 
@@ -206,12 +207,13 @@ void fxOutputChannel::disown() {
 fxOutputChannel::~fxOutputChannel() {
     disown();
     deliveries.each([](fxDelivery& walk) { walk.stop(); });
-    for (unsigned int i = 0; i < getNumberOfConnections(); ++i) {
-        fxInputChannel* entry = (*this)[i];
-        entry->target()->remove(this);
-        entry->release();
+    // What an input lets go of may send and connect here once more. The inputs know
+    // nothing of this output by then, and it of none.
+    while (inputs != nullptr) {
+        const std::unique_ptr<fxVoidPtrArray> released(std::exchange(inputs, nullptr));
+        for (void* entry : *released) static_cast<fxInputChannel*>(entry)->target()->remove(this);
+        for (void* entry : *released) static_cast<fxInputChannel*>(entry)->release();
     }
-    delete inputs;
 }
 
 const char* fxOutputChannel::getName() const {

@@ -118,16 +118,23 @@ struct IsReceived<Argument, true>
                          std::is_same_v<Argument, const Bare<Argument>&> ||
                          std::is_same_v<Argument, Passed<Argument>>> {};
 
+template <class T>
+inline constexpr bool isStandardText =
+    std::is_same_v<T, std::string> || std::is_same_v<T, std::string_view>;
+
 // The argument of a receiver, from what is passed: a reference only where that is
 // the same object.
 template <class Argument>
 using Received = std::conditional_t<std::is_same_v<Bare<Argument>, Bare<Passed<Argument>>>,
                                     Argument, Bare<Argument>>;
-template <class Argument>
-Received<Argument> received(std::remove_reference_t<Passed<Argument>>& value) {
-    if constexpr (std::is_same_v<Bare<Argument>, std::string> ||
-                  std::is_same_v<Bare<Argument>, std::string_view>) {
-        return Bare<Argument>(value.data, value.length());
+template <class Argument, class Value>
+Received<Argument> received(Value& value) {
+    if constexpr (isStandardText<Bare<Argument>>) {
+        if constexpr (std::is_pointer_v<Value>) {
+            return value != nullptr ? Bare<Argument>(value) : Bare<Argument>();
+        } else {
+            return Bare<Argument>(value.data, value.length());
+        }
     } else {
         return static_cast<Received<Argument>>(value);
     }
@@ -345,6 +352,14 @@ template <class F>
 inline constexpr bool isCallable =
     std::is_class_v<F> || std::is_function_v<std::remove_pointer_t<F>>;
 
+// Whether F declares that it takes a text of C++, which null is none.
+template <class F, class = void>
+inline constexpr bool takesStandardText = false;
+template <class F>
+inline constexpr bool
+    takesStandardText<F, std::enable_if_t<isStandardText<Bare<typename ArgumentOf<F>::Type>>>> =
+        true;
+
 template <class T>
 struct Tag {
     typedef T Type;
@@ -370,8 +385,9 @@ constexpr auto argumentFor() {
         return Tag<void>();
     } else if constexpr (std::is_void_v<T>) {
         return Tag<Deduced>();
-    } else if constexpr (!std::is_same_v<T, std::string> && !std::is_same_v<T, std::string_view> &&
-                         std::is_invocable_v<F&, Passed<T>>) {
+    } else if constexpr (std::is_pointer_v<Passed<T>> && takesStandardText<F>) {
+        return Tag<Bare<typename ArgumentOf<F>::Type>>();
+    } else if constexpr (!isStandardText<T> && std::is_invocable_v<F&, Passed<T>>) {
         return Tag<Passed<T>>();
     } else if constexpr (!std::is_same_v<typename fxChannelType<T>::Value, fxStr>) {
         return Tag<Deduced>();

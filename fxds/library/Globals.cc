@@ -1,10 +1,13 @@
 #include "fxds/Globals.h"
 
+#include <climits>
+
 #include "fxds/BinaryReader.h"
 #include "fxds/ChannelValue.h"
 #include "fxds/Converter.h"
 #include "fxds/EventHandler.h"
 #include "fxds/Exec.h"
+#include "fxds/Fatal.h"
 #include "fxds/Property.h"
 #include "fxds/Sequencer.h"
 #include "fxds/Transcriber.h"
@@ -125,7 +128,9 @@ void drawEventTypes() {
 
 unsigned short fxDrawDataType(const char* name) {
     drawDataTypes();
-    const auto number = static_cast<unsigned short>((*fx_nextDataType)());
+    const unsigned int drawn = (*fx_nextDataType)();
+    if (drawn > USHRT_MAX) fxFatal("no data type number is left for %s", name);
+    const auto number = static_cast<unsigned short>(drawn);
     fxNameDataType(number, name);
     return number;
 }

@@ -7,6 +7,7 @@
 #include <string>
 
 #include "fxds/Stream.h"
+#include "fxds/streams/OpenFile.h"
 #include "fxds/streams/StreamWalk.h"
 
 namespace {
@@ -54,10 +55,7 @@ fxStreamFault fxCheckStream(fxStream& stream) {
 fxStreamFault fxCheckStream(const char* path) {
     fxStreamFault fault;
     std::string bytes;
-    int fd = -1;
-    do {
-        fd = ::open(path, O_RDONLY | O_CLOEXEC);
-    } while (fd < 0 && errno == EINTR);
+    const int fd = fxOpenFile(path);
     const bool isRead = fd >= 0 && readAll(fd, bytes);
     const int error = errno;
     if (fd >= 0) ::close(fd);

@@ -13,6 +13,7 @@
 #include <string>
 
 #include "fxds/StdioStream.h"
+#include "fxds/streams/OpenFile.h"
 
 // A file is replaced by renaming another one onto it, in the same folder, which
 // is on the same file system. Everything that may fail is tried before that: what
@@ -192,7 +193,7 @@ fxStreamFault fxDetail::saveRoot(fxStream& stream, WriteRoot* write, void* root)
 }
 
 void* fxDetail::loadRoot(const char* path, fxTypeObj& type, fxStreamFault& fault) {
-    const int fd = uninterrupted([&] { return ::open(path, O_RDONLY | O_CLOEXEC); });
+    const int fd = fxOpenFile(path);
     void* root = nullptr;
     int error = fd < 0 ? errno : 0;
     if (fd >= 0) {

@@ -4,8 +4,10 @@
 
 #include <cmath>
 #include <cstdlib>
+#include <functional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "fxds/ChannelValue.h"
@@ -212,6 +214,55 @@ TEST_F(Receivers, ConnectionsSayWhatTheyAreAndEnd) {
     joined = fxConnect(source.number, [&](int) { joined.disconnect(); });
     source.number.send(5, now);
     EXPECT_FALSE(joined);
+}
+
+// Acts when it ends.
+struct Ending {
+    explicit Ending(std::function<void()> act_) : act(std::move(act_)) {}
+    Ending(Ending&& other) noexcept : act(std::exchange(other.act, nullptr)) {}
+    ~Ending() {
+        if (act) std::exchange(act, nullptr)();
+    }
+    void operator()(int) const {}
+    std::function<void()> act;
+};
+
+TEST_F(Receivers, WhatEndsMaySendConnectAndCut) {
+    int calls = 0;
+    {
+        fxObj object;
+        const auto output = object.addOutput<int>("out");
+        Sink other;
+        fxConnect(output, [&calls] { ++calls; });
+        fxConnect(output, Ending([output, &other] {
+                      output.send(1, now);
+                      output.send(2);
+                      fxConnect(output, [](int) {});
+                      other.removeInput("number");
+                  }));
+        fxConnect(output.get() != nullptr ? &object : nullptr, "out", &other, "number");
+        object.removeOutput("out");
+    }
+    fx_theEventHandler->drain();
+    EXPECT_EQ(calls, 0);
+    {
+        fxScopedConnection scoped;
+        scoped = fxConnect(source.number, Ending([&] {
+                               scoped = fxConnect(source.number, [&calls](int) { ++calls; });
+                           }));
+        scoped = fxConnect(source.number, [](int) {});
+        EXPECT_TRUE(scoped.isConnected());
+    }
+    EXPECT_EQ(source.number.get()->getNumberOfConnections(), 0u);
+    const auto texts = source.addOutput<const char*>("texts");
+    fxConnect(texts,
+              [&](std::string_view text) { calls += text.data() == nullptr || text.empty(); });
+    fxConnect(texts, [&](const std::string& text) { calls += text.empty(); });
+    fxConnect(texts, &sink, &Sink::setText);
+    texts.send(nullptr, now);
+    EXPECT_EQ(calls, 2);
+    fxSetProperty(sink, "text", static_cast<const char*>(nullptr));
+    EXPECT_EQ(fxGetProperty<std::string>(sink, "text", "none"), "");
 }
 
 TEST_F(Receivers, PropertiesAreReadAndSetByType) {

@@ -342,13 +342,12 @@ TEST_F(Save, OnlyFilesAreReplacedAndRead) {
         std::string path;
         int saving, loading;
     } cases[] = {{directory.path, EISDIR, EISDIR},
-                 {fifo, EINVAL, 0},
+                 {fifo, EINVAL, EINVAL},
                  {loop, ELOOP, ELOOP},
                  {directory.path + "/no/file", ENOENT, ENOENT},
                  {path + "/", ENOENT, ENOENT}};
     for (const auto& c : cases) {
         EXPECT_EQ(fxSave(c.path.c_str(), &root).error, c.saving) << c.path;
-        if (c.loading == 0) continue;
         const Fault fault = fxLoad<Node>(c.path.c_str()).fault();
         EXPECT_EQ(fault.text(), c.path + ": " + std::strerror(c.loading));
     }

@@ -1,0 +1,25 @@
+// Opens what is to be read whole. Private to the streams.
+#ifndef FXDS_STREAMS_OPENFILE_H
+#define FXDS_STREAMS_OPENFILE_H
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+
+/// A descriptor for reading the file at `path`; negative, with the reason in errno,
+/// when there is none. What is no file is not opened: reading it might never end.
+inline int fxOpenFile(const char* path) {
+    int fd;
+    do {
+        fd = ::open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
+    } while (fd < 0 && errno == EINTR);
+    struct stat status;
+    if (fd < 0 || (fstat(fd, &status) == 0 && S_ISREG(status.st_mode))) return fd;
+    ::close(fd);
+    errno = S_ISDIR(status.st_mode) ? EISDIR : EINVAL;
+    return -1;
+}
+
+#endif
