@@ -123,7 +123,8 @@ private:
     void look() {
         if (reader == nullptr) return openFile();
         if (!reader->isAtEnd()) return;
-        struct stat now, named;
+        struct stat now;
+        struct stat named;
         const bool isNamed = stat(path, &named) == 0;
         if (fstat(reader->getFd(), &now) != 0) return;
         if (now.st_size < state.offset || (isNamed && named.st_ino != now.st_ino)) {
@@ -137,7 +138,8 @@ private:
         state.offset += static_cast<long>(line.length()) + 1;
         bool matches = false;
         for (unsigned int i = 0; i < expressions.size(); ++i) {
-            int start = -1, end = -1;
+            int start = -1;
+            int end = -1;
             expressions[i]->bracket(line, start, end);
             if (start < 0) continue;
             ++state.counts[i];

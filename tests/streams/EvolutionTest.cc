@@ -12,6 +12,7 @@
 namespace {
 
 // Two classes may stand for one of two programs: they have one name in streams.
+// NOLINTBEGIN(bugprone-macro-parentheses): the parameters are classes and fields
 #define CLASS(Class, name, version, Base, fields, body) \
     class Class : public Base {                         \
         FX_TRANSCRIBABLE(Class)                         \
@@ -19,6 +20,7 @@ namespace {
     };                                                  \
     FX_TRANSCRIBABLE_TYPE(Class, name, version);        \
     fxBool Class::xdr(fxTranscriber& t) { body }
+// NOLINTEND(bugprone-macro-parentheses)
 
 #define EDITION(newest)   \
     int edition = newest; \
