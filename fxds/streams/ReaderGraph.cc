@@ -219,6 +219,8 @@ bool fxReaderGraph::completes(const fxReaderEntry& root) {
     for (size_t i = 0; i < looseCount; ++i) {
         if (!admits(items[i], at(items[i].id))) return false;
     }
+    // In an orderly graph all bodies are reached. To walk it all the same would be 12 %
+    // of loading one of 100,000 nodes (210 instead of 187 million instructions).
     return isOrderly || reach(root);
 }
 
