@@ -118,7 +118,7 @@ public:
     /// iterators end. While a hook of `source` runs the entries are copied instead,
     /// which may throw. There is no assignment of that kind: it would look like the
     /// one above.
-    fxSet(fxSet&& source);
+    fxSet(fxSet&& source);  // NOLINT(performance-noexcept-move-constructor)
     /// Cannot reach the hooks: a subclass calls cleanup() in its destructor.
     ~fxSet() override;
 

@@ -61,6 +61,7 @@ public:
     }
     fxTypedDictionary(const fxTypedDictionary&) = default;
     /// Leaves the source empty, as fxDictionary does.
+    // NOLINTNEXTLINE(performance-noexcept-move-constructor): copies may throw
     fxTypedDictionary(fxTypedDictionary&&) = default;
     /// Merges, as fxDictionary does.
     fxTypedDictionary& operator=(const fxTypedDictionary& other) {

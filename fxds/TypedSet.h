@@ -40,7 +40,7 @@ public:
     explicit fxTypedSet(fxTypeObj& type) : Keys(type) { this->keySize = sizeof(Key); }
     fxTypedSet(const fxTypedSet&) = default;
     /// Leaves the source empty, as fxSet does.
-    fxTypedSet(fxTypedSet&&) = default;
+    fxTypedSet(fxTypedSet&&) = default;  // NOLINT(performance-noexcept-move-constructor)
     /// Becomes like `other`, as fxSet does.
     fxTypedSet& operator=(const fxTypedSet& other) {
         Keys::operator=(other);

@@ -31,9 +31,10 @@ fxDictionary::fxDictionary(const fxDictionary& source)
     Core::copyAll(*this, source);
 }
 
-// NOLINTNEXTLINE(performance-noexcept-move-constructor): copies may throw
+// Copies may throw, and what is counted starts anew.
+// NOLINTNEXTLINE(performance-noexcept-move-constructor)
 fxDictionary::fxDictionary(fxDictionary&& source)
-    : fxXDRObj(source),
+    : fxXDRObj(),
       count(0),
       keySize(source.keySize),
       valueSize(source.valueSize),

@@ -22,9 +22,10 @@ fxSet::fxSet(const fxSet& source)
     Core::copyAll(*this, source);
 }
 
-// NOLINTNEXTLINE(performance-noexcept-move-constructor): copies may throw
+// Copies may throw, and what is counted starts anew.
+// NOLINTNEXTLINE(performance-noexcept-move-constructor)
 fxSet::fxSet(fxSet&& source)
-    : fxXDRObj(source), buckets(source.buckets.length()), count(0), keySize(source.keySize) {
+    : fxXDRObj(), buckets(source.buckets.length()), count(0), keySize(source.keySize) {
     Core::moveAll(*this, source);
 }
 

@@ -141,7 +141,7 @@ TEST_F(Receivers, EveryKindOfReceiverGetsEveryWayOfSending) {
     EXPECT_EQ(fxChannelType<Point>::type(), 12);
 }
 
-TEST_F(Receivers, ConnectionsSayWhatTheyAreAndEnd) {
+TEST_F(Receivers, ConnectionsSayWhyTheyAreNotMade) {
     const struct {
         const char* output;
         fxObj* target;
@@ -179,7 +179,9 @@ TEST_F(Receivers, ConnectionsSayWhatTheyAreAndEnd) {
     ASSERT_EQ(lines.size(), 2u);
     EXPECT_NE(lines[0].find("no input \"levle\""), std::string::npos);
     EXPECT_EQ(lines[1], "fxds connect Source#1.number (int) -> Sink#1.any (void)");
+}
 
+TEST_F(Receivers, ConnectionsEndWithTheirEndsAndWhenTheyAreCut) {
     fxConnection joined = fxConnect(&source, "number", &sink, "wide");
     joined.disconnect();
     EXPECT_FALSE(joined);

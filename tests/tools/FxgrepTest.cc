@@ -35,6 +35,18 @@ protected:
         return ::run(program, input);
     }
 
+    void makeTree() const {
+        directory.directory("tree");
+        directory.directory("tree/.git");
+        directory.directory("tree/below");
+        directory.file("tree/.git/config", "class alpha\n");
+        directory.file("tree/binary", std::string("class\0alpha\n", 12));
+        directory.file("tree/one.cc",
+                       "class Alpha {\n  int alpha;\n\n};\nint beta(alpha);\n// end\n");
+        directory.file("tree/two.h", "none\n\nalphabet\nALPHA\n int x_alpha; \n");
+        directory.file("tree/below/three.cc", "a\nb\nc\nclass\nd\ne\nalpha beta\nf\ng");
+    }
+
     const TestDirectory directory;
 };
 
@@ -184,14 +196,7 @@ TEST_F(Fxgrep, RefusesWhatItDoesNotUnderstand) {
 
 // Where both mean the same, the lines are those of grep -E.
 TEST_F(Fxgrep, AgreesWithGrep) {
-    directory.directory("tree");
-    directory.directory("tree/.git");
-    directory.directory("tree/below");
-    directory.file("tree/.git/config", "class alpha\n");
-    directory.file("tree/binary", std::string("class\0alpha\n", 12));
-    directory.file("tree/one.cc", "class Alpha {\n  int alpha;\n\n};\nint beta(alpha);\n// end\n");
-    directory.file("tree/two.h", "none\n\nalphabet\nALPHA\n int x_alpha; \n");
-    directory.file("tree/below/three.cc", "a\nb\nc\nclass\nd\ne\nalpha beta\nf\ng");
+    makeTree();
     const char* const patterns[] = {
         "alpha|foo", "^(class|int) [a-z]+", "[^a-z ]$", "\\<alpha", "^$", "x*", "."};
     const Arguments options[] = {{},
@@ -240,6 +245,10 @@ TEST_F(Fxgrep, AgreesWithGrep) {
             EXPECT_EQ(ours.errors, "");
         }
     }
+}
+
+TEST_F(Fxgrep, ChoosesFilesAndPatterns) {
+    makeTree();
     const std::string one = "tree/one.cc:  int alpha;\ntree/one.cc:int beta(alpha);\n";
     EXPECT_EQ(run({"-r", "--include", "o*", "--exclude", "below", "[^a-z_]alpha", "tree"}).output,
               one);
