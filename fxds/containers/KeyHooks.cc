@@ -22,7 +22,7 @@ unsigned long shortWord(const char* text, size_t length) {
                static_cast<unsigned long>(load<unsigned int>(text + length - 4)) << 32;
     }
     unsigned long word = 0;
-    std::memcpy(&word, text, length);
+    if (length != 0) std::memcpy(&word, text, length);  // of no bytes, null
     return word;
 }
 

@@ -343,7 +343,11 @@ TEST_F(Properties, ChainsOfAnyLengthEndOnAShortStack) {
     };
     pthread_attr_t attributes;
     pthread_attr_init(&attributes);
+#ifdef __SANITIZE_ADDRESS__
+    pthread_attr_setstacksize(&attributes, 1024 * 1024);  // frames that are watched are larger
+#else
     pthread_attr_setstacksize(&attributes, 256 * 1024);
+#endif
     pthread_t thread;
     ASSERT_EQ(pthread_create(&thread, &attributes, endChain, nullptr), 0);
     pthread_join(thread, nullptr);
