@@ -165,7 +165,7 @@ TEST_F(Outside, QuitEndsTheInnermostLoopAfterItsTurn) {
     EXPECT_EQ(log, Log{"inner"});
 }
 
-TEST_F(Outside, StandingTimersAreTold) {
+TEST_F(Outside, CheckedLoopsTellOfStandingTimers) {
     static std::string lines;
     fxTrace::setSink([](void*, const char* line, size_t) { lines += line; }, nullptr);
     fxTrace::enable(fxTrace::loop);
