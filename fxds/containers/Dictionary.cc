@@ -34,8 +34,7 @@ fxDictionary::fxDictionary(const fxDictionary& source)
 // Copies may throw, and what is counted starts anew.
 // NOLINTNEXTLINE(performance-noexcept-move-constructor)
 fxDictionary::fxDictionary(fxDictionary&& source)
-    : fxXDRObj(),
-      count(0),
+    : count(0),
       keySize(source.keySize),
       valueSize(source.valueSize),
       buckets(source.buckets.length()) {

@@ -24,8 +24,7 @@ fxSet::fxSet(const fxSet& source)
 
 // Copies may throw, and what is counted starts anew.
 // NOLINTNEXTLINE(performance-noexcept-move-constructor)
-fxSet::fxSet(fxSet&& source)
-    : fxXDRObj(), buckets(source.buckets.length()), count(0), keySize(source.keySize) {
+fxSet::fxSet(fxSet&& source) : buckets(source.buckets.length()), count(0), keySize(source.keySize) {
     Core::moveAll(*this, source);
 }
 
