@@ -252,16 +252,21 @@ Plain* loadWithBoost() {
 }
 #endif
 
+template <class T>
+std::vector<T*> connectedNodes(Shape shape) {
+    if constexpr (std::is_same_v<T, Plain>) {
+        return plainNodes(shape);
+    } else {
+        std::vector<T*> nodes = makeNodes<T>();
+        connect(nodes, shape);
+        return nodes;
+    }
+}
+
 /// The ways of saving a graph of T. `save(nodes)`.
 template <class T, class Save>
 void saveGraph(benchmark::State& state, Shape shape, Save save) {
-    std::vector<T*> nodes = makeNodes<T>();
-    if constexpr (std::is_same_v<T, Plain>) {
-        deleteAll(nodes);
-        nodes = plainNodes(shape);
-    } else {
-        connect(nodes, shape);
-    }
+    std::vector<T*> nodes = connectedNodes<T>(shape);
     for (auto _ : state) {
         unlink(path().c_str());
         save(nodes);
@@ -271,13 +276,7 @@ void saveGraph(benchmark::State& state, Shape shape, Save save) {
 /// The ways of loading one, from what `save(nodes)` saves.
 template <class T, class Save, class Load>
 void loadGraph(benchmark::State& state, Shape shape, Save save, Load load) {
-    std::vector<T*> nodes = makeNodes<T>();
-    if constexpr (std::is_same_v<T, Plain>) {
-        deleteAll(nodes);
-        nodes = plainNodes(shape);
-    } else {
-        connect(nodes, shape);
-    }
+    std::vector<T*> nodes = connectedNodes<T>(shape);
     save(nodes);
     deleteAll(nodes);
     for (auto _ : state) {

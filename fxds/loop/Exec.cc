@@ -339,7 +339,7 @@ void fxExec::poll(float seconds) {
     distributeEvents();
 }
 
-// Polls once, and as long as `goesOn` and nobody quits.
+// Polls once, and then while goesOn() is true and quit() has not been called.
 template <class Condition>
 void fxExec::pollWhile(Condition goesOn) {
     struct Running {

@@ -444,7 +444,8 @@ void Torturer::changeProperty() {
     change([&] { model.setProperty(id, place, held); }, [&] { object.setProperty(property); });
 }
 
-// A table that somebody holds, or that several objects have.
+// Takes a holder for an object's table of channels, or puts the table into
+// another object.
 void Torturer::changeTable() {
     const Id id = anyObject();
     fxObj& object = *objects.at(id).object;
