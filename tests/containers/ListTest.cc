@@ -38,71 +38,81 @@ std::vector<void*> items(const GenericList& list) {
     return result;
 }
 
-TEST(GenericLists, AgreeWithAModel) {
-    std::mt19937 rng(testSeed());
-    OpenGenericList list;
-    std::vector<void*> model;
-    long remembered = 0;
-    for (int step = 0; step < 20000; ++step) {
-        void* item = &pool[rng() % 1000];
-        const long size = static_cast<long>(model.size());
-        const long at = size > 0 ? static_cast<long>(rng()) % size : 0;
-        const long places[] = {size, 0, at};
-        const unsigned long kind = rng() % 8;
-        switch (kind) {
-            case 0:
-            case 1:
-            case 2:
-                if (kind == 0) {
-                    EXPECT_EQ(list.append(item)->getItem(), item);
-                }
-                if (kind == 1) list.prepend(item);
-                if (kind == 2) list.insertAt(at, item);
-                remembered = places[kind];
-                model.insert(model.begin() + remembered, item);
-                break;
-            case 3:
-                if (size == 0) break;
-                ASSERT_EQ(list.remove(at), model[static_cast<size_t>(at)]);
-                model.erase(model.begin() + at);
-                remembered = 0;
-                break;
-            case 4: {
-                auto found = std::find(model.begin(), model.end(), item);
-                ASSERT_EQ(list.remove(item), found == model.end() ? nullptr : item);
-                if (found == model.end()) break;
-                model.erase(found);
-                remembered = 0;
-                break;
-            }
-            default:
-                // From any position to any other, near ones included.
-                for (long i = at; i < std::min(at + 3, size); ++i) {
-                    ASSERT_EQ(list.findItem(i), model[static_cast<size_t>(i)]);
-                    modelFind(remembered, i, size);
-                }
+// A list and what it must hold and remember.
+struct GenericModel {
+    void insert(unsigned long kind, long at, void* item) {
+        const long places[] = {static_cast<long>(model.size()), 0, at};
+        if (kind == 0) {
+            EXPECT_EQ(list.append(item)->getItem(), item);
         }
-        ASSERT_EQ(list.cachedIndex, remembered) << "step " << step;
+        if (kind == 1) list.prepend(item);
+        if (kind == 2) list.insertAt(at, item);
+        remembered = places[kind];
+        model.insert(model.begin() + remembered, item);
+    }
+    void removeAt(long at) {
+        if (model.empty()) return;
+        ASSERT_EQ(list.remove(at), model[static_cast<size_t>(at)]);
+        model.erase(model.begin() + at);
+        remembered = 0;
+    }
+    void removeItem(void* item) {
+        const auto found = std::find(model.begin(), model.end(), item);
+        ASSERT_EQ(list.remove(item), found == model.end() ? nullptr : item);
+        if (found == model.end()) return;
+        model.erase(found);
+        remembered = 0;
+    }
+    // From any position to any other, near ones included.
+    void findFrom(long at) {
+        const long size = static_cast<long>(model.size());
+        for (long i = at; i < std::min(at + 3, size); ++i) {
+            ASSERT_EQ(list.findItem(i), model[static_cast<size_t>(i)]);
+            modelFind(remembered, i, size);
+        }
+    }
+    void expectRemembered() {
+        ASSERT_EQ(list.cachedIndex, remembered);
         ASSERT_EQ(list.cachedNode == nullptr, model.empty());
         if (!model.empty()) {
             ASSERT_EQ(list.cachedNode->getItem(), model[static_cast<size_t>(remembered)]);
         }
+    }
+
+    OpenGenericList list;
+    std::vector<void*> model;
+    long remembered = 0;
+};
+
+TEST(GenericLists, AgreeWithAModel) {
+    std::mt19937 rng(testSeed());
+    GenericModel m;
+    for (int step = 0; step < 20000 && !HasFailure(); ++step) {
+        void* item = &pool[rng() % 1000];
+        const long size = static_cast<long>(m.model.size());
+        const long at = size > 0 ? static_cast<long>(rng()) % size : 0;
+        const unsigned long kind = rng() % 8;
+        if (kind < 3) m.insert(kind, at, item);
+        if (kind == 3) m.removeAt(at);
+        if (kind == 4) m.removeItem(item);
+        if (kind > 4) m.findFrom(at);
+        m.expectRemembered();
         if (step % 100 == 0) {
-            ASSERT_EQ(items(list), model);
+            ASSERT_EQ(items(m.list), m.model);
         }
     }
-    EXPECT_EQ(std::vector<void*>(list.begin(), list.end()), model);
-    GenericList copy(list);
-    EXPECT_EQ(items(copy), model);
+    EXPECT_EQ(std::vector<void*>(m.list.begin(), m.list.end()), m.model);
+    GenericList copy(m.list);
+    EXPECT_EQ(items(copy), m.model);
     const GenericList& itself = copy;
     copy = itself;
     GenericList assigned;
     assigned.append(&pool[0]);
     assigned = copy;
-    EXPECT_EQ(items(assigned), model);
-    list.clear();
-    EXPECT_TRUE(list.isEmpty());
-    EXPECT_EQ(list.remove(static_cast<void*>(&pool[1])), nullptr);
+    EXPECT_EQ(items(assigned), m.model);
+    m.list.clear();
+    EXPECT_TRUE(m.list.isEmpty());
+    EXPECT_EQ(m.list.remove(static_cast<void*>(&pool[1])), nullptr);
 }
 
 TEST(GenericLists, BadPositionsAreFatal) {
@@ -175,101 +185,105 @@ protected:
     size_t used = 0;
 };
 
-TEST_F(IndexableLists, AgreeWithAModel) {
-    std::mt19937 rng(testSeed());
-    OpenList list;
-    Links model;
-    long remembered = -1;  // none; the next lookup starts from the head
-    const auto find = [&](long index, long size) {
-        if (remembered < 0) remembered = 0;
+// A list of links, what it must hold, and the position that it must remember.
+class IndexableModel : public IndexableLists {
+protected:
+    long size() const { return static_cast<long>(model.size()); }
+    fxLinkItem* item(long at) const {
+        return at == size() ? nullptr : model[static_cast<size_t>(at)];
+    }
+    void find(long index, long size) {
+        if (remembered < 0) remembered = 0;  // the search starts from the head
         modelFind(remembered, index, size);
-    };
-    for (int step = 0; step < 4000; ++step) {
-        const long size = static_cast<long>(model.size());
-        const long at = static_cast<long>(rng()) % (size + 1);
-        switch (rng() % 8) {
-            case 0:
-            case 1: {
-                fxLinkItem* link = chain(1)[0];
-                EXPECT_EQ(list.insertAt(at, link), size + 1);
-                model.insert(model.begin() + at, link);
-                if (size == 0) {
-                    remembered = 0;
-                } else if (at < size) {
-                    find(at, size);
-                    if (at <= remembered) ++remembered;
-                }
-                break;
-            }
-            case 2:
-                if (size > 0) find(at, size);
-                if (at == size) {
-                    ASSERT_EQ(list.unlinkAt(at), nullptr);
-                } else {
-                    ASSERT_EQ(list.unlinkAt(at), model[static_cast<size_t>(at)]);
-                    model.erase(model.begin() + at);
-                    const bool hadNoSuccessor = at == remembered && at == size - 1;
-                    if (at < remembered || hadNoSuccessor) --remembered;
-                }
-                break;
-            case 3:
-                if (at == size) break;
-                list.unlink(model[static_cast<size_t>(at)]);
-                model.erase(model.begin() + at);
-                remembered = size > 1 ? 0 : -1;
-                break;
-            case 4: {
-                Links more = chain(rng() % 4);
-                fxIndexableList other(more.empty() ? nullptr : more[0]);
-                if (rng() % 2 == 0) {
-                    ASSERT_EQ(list.insertListAt(at, &other), static_cast<long>(more.size()));
-                    model.insert(model.begin() + at, more.begin(), more.end());
-                } else if (at != size - 1) {  // behind the last one is another story
-                    const long grown = size + static_cast<long>(more.size());
-                    ASSERT_EQ(list.appendListAt(at, &other), grown);
-                    model.insert(model.begin() + std::min(at + 1, size), more.begin(), more.end());
-                } else {
-                    break;
-                }
-                if (!more.empty()) remembered = -1;
-                expectSame(other, {});
-                break;
-            }
-            case 5: {
-                if (size < 20 || at == size) break;
-                fxLinkItem* cut = model[static_cast<size_t>(at)];
-                if (rng() % 2 == 0) {
-                    find(at, size);
-                    EXPECT_EQ(list.splitAt(at), cut);
-                    if (remembered >= at) remembered = 0;
-                } else {
-                    list.split(cut);
-                    remembered = 0;
-                }
-                if (at == 0) remembered = -1;
-                EXPECT_EQ(collect(cut), Links(model.begin() + at, model.end()));
-                model.resize(static_cast<size_t>(at));
-                break;
-            }
-            default:
-                EXPECT_EQ(list.findLink(at), at == size ? nullptr : model[static_cast<size_t>(at)]);
-                if (size > 0) find(at, size);
+    }
+    void insertOne(long at) {
+        const long before = size();
+        fxLinkItem* link = chain(1)[0];
+        EXPECT_EQ(list.insertAt(at, link), before + 1);
+        model.insert(model.begin() + at, link);
+        if (before == 0) {
+            remembered = 0;
+        } else if (at < before) {
+            find(at, before);
+            if (at <= remembered) ++remembered;
         }
+    }
+    void unlinkAt(long at) {
+        const long before = size();
+        if (before > 0) find(at, before);
+        ASSERT_EQ(list.unlinkAt(at), item(at));
+        if (at == before) return;
+        model.erase(model.begin() + at);
+        const bool hadNoSuccessor = at == remembered && at == before - 1;
+        if (at < remembered || hadNoSuccessor) --remembered;
+    }
+    void unlink(long at) {
+        if (at == size()) return;
+        list.unlink(item(at));
+        model.erase(model.begin() + at);
+        remembered = model.empty() ? -1 : 0;
+    }
+    void splice(long at, size_t count, bool before) {
+        if (!before && at == size() - 1) return;  // see SurviveOddSplices
+        Links more = chain(count);
+        fxIndexableList other(more.empty() ? nullptr : more[0]);
+        const long added = static_cast<long>(count), grown = size() + added;
+        ASSERT_EQ(before ? list.insertListAt(at, &other) : list.appendListAt(at, &other),
+                  before ? added : grown);
+        model.insert(model.begin() + (before ? at : std::min(at + 1, size())), more.begin(),
+                     more.end());
+        if (!more.empty()) remembered = -1;
+        expectSame(other, {});
+    }
+    void split(long at, bool byPosition) {
+        if (size() < 20 || at == size()) return;
+        fxLinkItem* cut = item(at);
+        if (byPosition) {
+            find(at, size());
+            EXPECT_EQ(list.splitAt(at), cut);
+            if (remembered >= at) remembered = 0;
+        } else {
+            list.split(cut);
+            remembered = 0;
+        }
+        if (at == 0) remembered = -1;
+        EXPECT_EQ(collect(cut), Links(model.begin() + at, model.end()));
+        model.resize(static_cast<size_t>(at));
+    }
+    void lookAt(long at) {
+        EXPECT_EQ(list.findLink(at), item(at));
+        if (size() > 0) find(at, size());
+    }
+    void expectRemembered() {
         // Splicing nothing in, or looking where nothing is, may look first.
         if (remembered < 0 && list.cachedLink != nullptr) remembered = 0;
-        ASSERT_EQ(list.cachedLink,
-                  remembered < 0 ? nullptr : model[static_cast<size_t>(remembered)])
-            << "step " << step;
+        ASSERT_EQ(list.cachedLink, remembered < 0 ? nullptr : item(remembered));
         if (remembered >= 0) {
-            ASSERT_EQ(list.cachedIndex, remembered) << "step " << step;
+            ASSERT_EQ(list.cachedIndex, remembered);
         }
+    }
+
+    OpenList list;
+    Links model;
+    long remembered = -1;  // none
+};
+
+TEST_F(IndexableModel, AgreesWithTheList) {
+    std::mt19937 rng(testSeed());
+    for (int step = 0; step < 4000 && !HasFailure(); ++step) {
+        const long at = static_cast<long>(rng()) % (size() + 1);
+        const unsigned long kind = rng() % 8;
+        if (kind < 2) insertOne(at);
+        if (kind == 2) unlinkAt(at);
+        if (kind == 3) unlink(at);
+        if (kind == 4) splice(at, rng() % 4, rng() % 2 == 0);
+        if (kind == 5) split(at, rng() % 2 == 0);
+        if (kind > 5) lookAt(at);
+        expectRemembered();
         if (step % 10 == 0) {
             expectSame(list, model);
-            for (long i = 0; i < static_cast<long>(model.size()); ++i) {
-                find(i, static_cast<long>(model.size()));
-            }
+            for (long i = 0; i < size(); ++i) find(i, size());
         }
-        if (HasFailure()) return;
     }
 }
 
