@@ -80,11 +80,29 @@ using IfLookedUp = std::enable_if_t<std::is_same_v<Key, fxStr> && !std::is_base_
                                     int>;
 }  // namespace fxDetail
 
-/// The hooks for keys of type Key over Base, which is fxDictionary or fxSet.
+/// What a key of type Key needs over Base, which is fxDictionary or fxSet: the hooks,
+/// and the operations that return no entry.
 template <class Key, class Base>
 class FX_API fxTypedKeys : public Base {
 public:
     using Base::Base;
+
+    /// Whether an equal key is there.
+    bool contains(const Key& key) const { return Base::find(&key) != nullptr; }
+    /// Destroys the entry of an equal key, if there is one.
+    void remove(const Key& key) { Base::remove(&key); }
+
+    /// The same for keys that are strings, with a text of another kind, zero-terminated
+    /// or a view: it is copied only where hooks are overridden, which expect a string.
+    template <class Text, fxDetail::IfLookedUp<Key, Text> = 0>
+    bool contains(const Text& text) const {
+        return this->findText(fxTextView(text)) != nullptr;
+    }
+    /// As remove() with a key.
+    template <class Text, fxDetail::IfLookedUp<Key, Text> = 0>
+    void remove(const Text& text) {
+        this->removeText(fxTextView(text));
+    }
 
 protected:
     unsigned long hashKey(const void* key) const override {

@@ -41,6 +41,11 @@ protected:
     explicit fxSelectHandler(int fd_ = -1, fxBool wantRead_ = 0, fxBool wantWrite_ = 0,
                              fxBool wantException_ = 0);
 
+    /// Registers the handler, for a constructor of a class that does so by itself.
+    /// A descriptor that the executive cannot serve is closed; getFd() is negative
+    /// then. Returns whether the handler is registered.
+    bool serve();
+
     /// Sets what to wait for. Where the handler is registered for its descriptor, it
     /// is registered again, so that the next poll() looks.
     void setWishes(bool read, bool write, bool exception = false);

@@ -104,9 +104,6 @@ public:
         const Value* const stored = find(key);
         return stored != nullptr ? *stored : fallback;
     }
-    /// Whether an equal key is there.
-    bool contains(const Key& key) const { return find(key) != nullptr; }
-    void remove(const Key& key) { Keys::remove(&key); }  ///< Destroys the entry, if there is one.
     /// Takes the value out; see fxDictionary::cut() for what is to be done with
     /// the block. The value moves by its bytes, which fxMovesAsBytes<Value> must
     /// allow. For other values, and with less to do for the caller: take().
@@ -121,7 +118,7 @@ public:
         Value* const value = find(key);
         if (value == nullptr) return std::nullopt;
         std::optional<Value> taken(std::move(*value));
-        remove(key);
+        this->remove(key);
         return taken;
     }
 
@@ -142,16 +139,6 @@ public:
     Value& operator[](const Text& text) {
         Value* const stored = find(text);
         return stored != nullptr ? *stored : *findCreate(fxStr(fxTextView(text)));
-    }
-    /// As contains() with a key.
-    template <class Text, fxDetail::IfLookedUp<Key, Text> = 0>
-    bool contains(const Text& text) const {
-        return find(text) != nullptr;
-    }
-    /// As remove() with a key.
-    template <class Text, fxDetail::IfLookedUp<Key, Text> = 0>
-    void remove(const Text& text) {
-        this->removeText(fxTextView(text));
     }
 
     ///@{

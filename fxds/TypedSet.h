@@ -67,7 +67,7 @@ public:
     template <class... Arguments>
     bool emplace(Arguments&&... arguments) {
         const Key key(std::forward<Arguments>(arguments)...);
-        if (contains(key)) return false;
+        if (this->contains(key)) return false;
         add(key);
         return true;
     }
@@ -76,14 +76,11 @@ public:
         const Key* const stored = find(key);
         if (stored == nullptr) return std::nullopt;
         std::optional<Key> taken(*stored);
-        remove(key);
+        this->remove(key);
         return taken;
     }
-    /// Whether an equal key is there.
-    bool contains(const Key& key) const { return find(key) != nullptr; }
     /// The stored key that is equal to `key`, or null.
     const Key* find(const Key& key) const { return static_cast<const Key*>(Keys::find(&key)); }
-    void remove(const Key& key) { Keys::remove(&key); }  ///< Destroys the element, if it is there.
 
     ///@{
     /// As in fxSet, with a set of the same key type.
@@ -106,16 +103,6 @@ public:
     template <class Text, fxDetail::IfLookedUp<Key, Text> = 0>
     const Key* find(const Text& text) const {
         return static_cast<const Key*>(this->findText(fxTextView(text)));
-    }
-    /// As contains() with a key.
-    template <class Text, fxDetail::IfLookedUp<Key, Text> = 0>
-    bool contains(const Text& text) const {
-        return find(text) != nullptr;
-    }
-    /// As remove() with a key.
-    template <class Text, fxDetail::IfLookedUp<Key, Text> = 0>
-    void remove(const Text& text) {
-        this->removeText(fxTextView(text));
     }
 
     ///@{

@@ -63,11 +63,7 @@ struct fxLineReader::Delivery : fxWalk<Delivery> {
 fxLineReader::fxLineReader(int fd_, size_t limit_) : fxSelectHandler(fd_, 1), limit(limit_) {
     addOutput(lineName, fxDT_fxStr);
     addOutput(endName, fxDT_int);
-    if (fd >= 0 && !fxExec::canServe(fd)) {
-        ::close(fd);
-        fd = -1;
-    }
-    if (fd >= 0) fxExec::theExecutive()->addSelectHandler(this);
+    serve();
 }
 
 fxLineReader::~fxLineReader() { delete continuation; }

@@ -58,11 +58,7 @@ fxLineWriter::fxLineWriter(int fd_, size_t high_, size_t low_)
     FX_ASSERT(low < high);
     addOutput(drainedName, fxDT_void);
     addOutput(endName, fxDT_int);
-    if (fd >= 0 && !fxExec::canServe(fd)) {
-        ::close(fd);
-        fd = -1;
-    }
-    if (fd >= 0) fxExec::theExecutive()->addSelectHandler(this);
+    serve();
 }
 
 fxLineWriter::fxLineWriter(const fxLineReader& reader, size_t high_, size_t low_)

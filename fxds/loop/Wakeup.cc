@@ -21,11 +21,7 @@ const char outputName[] = "wakeup";
 
 fxWakeup::fxWakeup() : fxSelectHandler(eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC), 1) {
     addOutput(outputName, fxDT_void);
-    if (isValid() && !fxExec::canServe(fd)) {
-        close(fd);
-        fd = -1;
-    }
-    if (isValid()) fxExec::theExecutive()->addSelectHandler(this);
+    serve();
 }
 
 fxWakeup::~fxWakeup() = default;
