@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <sys/select.h>
 #include <sys/times.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -242,6 +243,16 @@ fxExec::~fxExec() {
 fxExec* fxExec::theExecutive() {
     if (fx_theExecutive == nullptr) fx_theExecutive = new fxExec;
     return fx_theExecutive;
+}
+
+// In this file, so that SelectHandler.cc needs no executive.
+bool fxSelectHandler::serve() {
+    if (fd >= 0 && !fxExec::canServe(fd)) {
+        close(fd);
+        fd = -1;
+    }
+    if (fd >= 0) fxExec::theExecutive()->addSelectHandler(this);
+    return fd >= 0;
 }
 
 void fxExec::addSelectHandler(fxSelectHandler* handler) {

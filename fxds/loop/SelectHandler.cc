@@ -2,7 +2,6 @@
 
 #include <unistd.h>
 
-#include "fxds/Exec.h"
 #include "fxds/loop/HandlerTable.h"
 
 // A handler owns its descriptor: it leaves the table of handlers before the
@@ -15,15 +14,6 @@ fxSelectHandler::fxSelectHandler(int fd_, fxBool wantRead_, fxBool wantWrite_,
 fxSelectHandler::~fxSelectHandler() {
     fxHandlerTable::forget(this);
     if (fd >= 0) ::close(fd);
-}
-
-bool fxSelectHandler::serve() {
-    if (fd >= 0 && !fxExec::canServe(fd)) {
-        ::close(fd);
-        fd = -1;
-    }
-    if (fd >= 0) fxExec::theExecutive()->addSelectHandler(this);
-    return fd >= 0;
 }
 
 void fxSelectHandler::setWishes(bool read, bool write, bool exception) {
