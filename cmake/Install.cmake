@@ -96,11 +96,13 @@ install(DIRECTORY ${PROJECT_SOURCE_DIR}/docs DESTINATION ${CMAKE_INSTALL_DOCDIR}
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/examples DESTINATION ${CMAKE_INSTALL_DOCDIR}
   COMPONENT dev FILES_MATCHING PATTERN *.h PATTERN *.cc PATTERN CMakeLists.txt)
 
-# gdb looks for the printers under the full name of the library; the prefix is
-# the one that is installed to.
-set(printers ${PROJECT_SOURCE_DIR}/tools/gdb/libostrelfxds-gdb.py)
+# gdb looks for the printers under the full name of the library, and they for their
+# modules beside them; the prefix is the one that is installed to.
+set(printers ${PROJECT_SOURCE_DIR}/tools/gdb)
 if(EXISTS ${printers})
-  install(FILES ${printers}
-    DESTINATION ${CMAKE_INSTALL_DATADIR}/gdb/auto-load/\${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_LIBDIR}
+  set(place ${CMAKE_INSTALL_DATADIR}/gdb/auto-load/\${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_LIBDIR})
+  install(FILES ${printers}/libostrelfxds-gdb.py DESTINATION ${place}
     RENAME libostrelfxds.so.${PROJECT_VERSION}-gdb.py COMPONENT dev)
+  install(DIRECTORY ${printers}/fxds_gdb DESTINATION ${place} COMPONENT dev
+    FILES_MATCHING PATTERN *.py)
 endif()
