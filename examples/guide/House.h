@@ -1,4 +1,4 @@
-// Step 1: a greenhouse, an alarm and a log, which know nothing of each other.
+// Step 1: a greenhouse, an alarm and a log, none of which uses another's class.
 #ifndef GUIDE_HOUSE_H
 #define GUIDE_HOUSE_H
 
@@ -11,9 +11,9 @@ inline fxObj::fxSendFlags sending = fxObj::fxSendNow;
 
 class House : public fxObj {
 public:
-    House() : celsius(addOutput<float>("celsius")) {
+    House() {
         addInput<&House::set>("celsius");
-        addInput<&House::change>("change");
+        addInput("change", [this](float difference) { set(now + difference); });
     }
     const char* className() const override { return "House"; }
 
@@ -21,16 +21,16 @@ public:
         now = value;
         celsius.send(now, sending);
     }
-    void change(float difference) { set(now + difference); }
+
+    const fxOutput<float> celsius = addOutput<float>("celsius");
 
 private:
-    fxOutput<float> celsius;
     float now = 0;
 };
 
 class Alarm : public fxObj {
 public:
-    Alarm() : excess(addOutput<float>("excess")) { addInput<&Alarm::check>("celsius"); }
+    Alarm() { addInput<&Alarm::check>("celsius"); }
     const char* className() const override { return "Alarm"; }
 
     virtual float limit() { return 30; }
@@ -38,20 +38,17 @@ public:
         if (value > limit()) excess.send(value - limit(), sending);
     }
 
-private:
-    fxOutput<float> excess;
+    const fxOutput<float> excess = addOutput<float>("excess");
 };
 
 class Log : public fxObj {
 public:
     Log() {
-        addInput<&Log::reading>("reading");
-        addInput<&Log::alarm>("alarm");
+        addInput("reading", [this](const char* text) { add("celsius " | fxStr(text)); });
+        addInput("alarm", [this](const char* text) { add("alarm: " | fxStr(text) | " too warm"); });
     }
     const char* className() const override { return "Log"; }
 
-    void reading(const char* text) { add("celsius " | fxStr(text)); }
-    void alarm(const char* text) { add("alarm: " | fxStr(text) | " too warm"); }
     void add(const fxStr& line) {
         lines.append(line);
         if (isPrinting) std::printf("%s\n", line.c_str());

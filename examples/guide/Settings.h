@@ -15,7 +15,7 @@ private:
     unsigned short tag = fxPropertyTag("limit");  // looked up once: by name it takes a search
 };
 
-// Knows nothing of the class of the object.
+// Needs no class but fxObj.
 inline void describe(fxObj& object) {
     std::printf("%s:\n", object.className());
     for (unsigned int i = 0; i < object.getNumberOfProperties(); ++i) {
@@ -31,7 +31,7 @@ inline void describe(fxObj& object) {
     }
 }
 
-// The day of step 4 once more, without a word.
+// The day of step 4 once more, without output.
 inline bool runQuietly(TunedAlarm& alarm, Log& log) {
     sending = fxObj::fxSendQueued;
     fxSetProperty(alarm, "limit", 25.0);

@@ -1,92 +1,52 @@
-// Step 3: readings come in through a pipe, at the pace of a timer.
+// Step 3: readings arrive through a pipe, at the pace of a timer.
 #ifndef GUIDE_STATION_H
 #define GUIDE_STATION_H
 
-#include <fcntl.h>
 #include <unistd.h>
 
-#include <cerrno>
-#include <cstring>
+#include <chrono>
 
 #include "Vent.h"
 
-// Sends on each line that arrives at the descriptor (adopted), and its end.
-class Feed : public fxSelectHandler {
+// In place of a real thermometer: writes one reading into a pipe, the next one when
+// the last has had its effects, and closes the pipe after the last.
+class Thermometer : public fxClockTimer {
 public:
-    explicit Feed(int descriptor)
-        : fxSelectHandler(descriptor, true),
-          line(addOutput<const char*>("line")),
-          end(addOutput<void>("end")) {
-        fcntl(fd, F_SETFL, O_NONBLOCK);
-        fx_theExecutive->addSelectHandler(this);
-    }
-    const char* className() const override { return "Feed"; }
-
-    void handleRead() override {
-        char bytes[256];
-        const ssize_t count = read(fd, bytes, sizeof bytes);
-        if (count < 0 && (errno == EAGAIN || errno == EINTR)) return;  // the next poll asks again
-        if (count > 0) {
-            take(bytes, static_cast<unsigned int>(count));
-            return;
-        }
-        fx_theExecutive->removeSelectHandler(this);  // or an end is found for ever
-        end.send();
-    }
-
-private:
-    // A line may arrive in pieces, and several at once.
-    void take(const char* bytes, unsigned int count) {
-        text.append(bytes, count);
-        unsigned int position;
-        while ((position = text.next(0, '\n')) != text.length()) {
-            line.send(text.head(position));
-            text.remove(0, position + 1);
-        }
-    }
-
-    fxOutput<const char*> line;
-    fxOutput<void> end;
-    fxStr text;  // that has come without its line end
-};
-
-// Stands for the thermometer: writes the next line a moment after the last one
-// was taken, and hangs up after the last.
-class Thermometer : public fxTimer {
-public:
-    // `descriptor` is adopted, `readings_` borrowed and ended by a null.
+    // `descriptor` is adopted; `readings_` is borrowed and ended by a null.
     Thermometer(int descriptor, const char* const* readings_)
-        : fd(descriptor), readings(readings_) {
-        addInput<&Thermometer::startTimer>("next");
-        setInterval(0.01f);
-        startTimer();
+        : pipe(descriptor), readings(readings_) {
+        addInput<&Thermometer::begin>("next");
+        begin();
     }
+    const char* className() const override { return "Thermometer"; }
 
+    void begin() { startEvery(std::chrono::milliseconds(10)); }
+
+protected:
     void tick() override {
-        if (!fx_theEventHandler->isEmpty()) {
-            startTimer();  // what the last reading set off goes on: later, then
-        } else if (*readings != nullptr) {
-            dprintf(fd, "%s\n", *readings++);
+        if (!fx_theEventHandler->isEmpty()) return;  // the last reading still has effects
+        stop();
+        if (*readings != nullptr) {
+            pipe.writeLine(*readings++);
         } else {
-            close(fd);
+            pipe.finish();
         }
     }
 
 private:
-    int fd;
+    fxLineWriter pipe;
     const char* const* readings;
 };
 
-// The program: lives until the feed ends.
+// The program: runs until the readings end.
 class Station : public fxApplication {
 public:
     Station(Alarm& alarm, Log& log) {
-        addInput<&Station::close>("end");
-        house.connect("celsius", &log, "reading");
-        house.connect("celsius", &alarm, "celsius");
-        alarm.connect("excess", &log, "alarm");
-        alarm.connect("excess", &vent, "excess");
-        vent.connect("change", &house, "change");
+        fxConnect(&house, "celsius", &log, "reading");
+        fxConnect(&house, "celsius", &alarm, "celsius");
+        fxConnect(&alarm, "excess", &log, "alarm");
+        fxConnect(&alarm, "excess", &vent, "excess");
+        fxConnect(&vent, "change", &house, "change");
     }
     const char* className() const override { return "Station"; }
     void initialize(int, char**) override {}
@@ -94,14 +54,16 @@ public:
     bool run(const char* const* readings) {
         int ends[2];
         if (pipe(ends) != 0) return false;
-        Feed feed(ends[0]);
+        fxLineReader reader(ends[0]);
         Thermometer thermometer(ends[1], readings);
-        feed.connect("line", &house, "celsius");     // text to float
-        feed.connect("line", &thermometer, "next");  // no value: that one came is enough
-        feed.connect("end", this, "end");
+        fxConnect(reader.line(), &house, [this](const fxStr& line) {
+            if (const auto celsius = line.toNumber<float>()) house.set(*celsius);
+        });
+        fxConnect(&reader, "line", &thermometer, "next");  // an input without a parameter
+        fxConnect(reader.end(), this, [this] { close(); });
         fx_theExecutive->open();
         fx_theExecutive->loop();
-        fx_theEventHandler->drain();  // the loop ends at once, whatever still waits
+        fx_theEventHandler->drain();  // the loop ends at once, with events in the queue
         return true;
     }
 
@@ -110,7 +72,7 @@ private:
     Vent vent;
 };
 
-// What the thermometer says in the steps from here on.
+// The readings of the thermometer from here on.
 inline const char* const someDay[] = {"21.5", "24", "31", "26.5", "33.5", nullptr};
 
 #endif

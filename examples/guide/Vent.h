@@ -6,13 +6,12 @@
 
 class Vent : public fxObj {
 public:
-    Vent() : change(addOutput<float>("change")) { addInput<&Vent::open>("excess"); }
+    Vent() {
+        addInput("excess", [this](float excess) { change.send(-excess - 4, sending); });
+    }
     const char* className() const override { return "Vent"; }
 
-    void open(float excess) { change.send(-excess - 4, sending); }
-
-private:
-    fxOutput<float> change;
+    const fxOutput<float> change = addOutput<float>("change");
 };
 
 class Display : public fxObj {

@@ -9,7 +9,7 @@ struct Point {
 };
 FX_CHANNEL_VALUE(Point, "Point")
 
-// A thing that moves, and says where it is.
+// A thing that moves, and sends its place.
 class Ship : public fxObj {
 public:
     Ship() {

@@ -7,11 +7,11 @@ int main() {
     Alarm alarm;
     Vent vent;
     Log log;
-    house.connect("celsius", &alarm, "celsius");  // the alarm is told first
-    house.connect("celsius", &log, "reading");
-    alarm.connect("excess", &vent, "excess");
-    alarm.connect("excess", &log, "alarm");
-    vent.connect("change", &house, "change");
+    fxConnect(&house, "celsius", &alarm, "celsius");  // the alarm receives first
+    fxConnect(&house, "celsius", &log, "reading");
+    fxConnect(&alarm, "excess", &vent, "excess");
+    fxConnect(&alarm, "excess", &log, "alarm");
+    fxConnect(&vent, "change", &house, "change");
 
     std::printf("at once:\n");
     house.set(33);
@@ -23,7 +23,7 @@ int main() {
 
     std::printf("with a display:\n");
     Display display;
-    house.connect("celsius", &display, "text");
+    fxConnect(&house, "celsius", &display, "text");
     house.set(20);
     house.set(21);
     house.set(22);

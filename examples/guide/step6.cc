@@ -7,21 +7,25 @@ int main() {
     Log log;
     const bool isDone = runQuietly(alarm, log);
 
-    for (const char* const typed : {"31", "1.5", "alarm: [^ ]+", "(oops"}) {
-        std::printf("%s\n", typed);
-        if (const auto pattern = patternFor(typed)) {
-            printMatches(log, *pattern);
-        } else {
-            std::printf("  no expression\n");
+    for (const char* const pattern : {"31", "1.5", "alarm: [^ ]+", "(oops"}) {
+        std::printf("%s\n", pattern);
+        printMatches(log, fxExpression(pattern));
+    }
+    const fxStr literal = fxExpression::escape("1.5");
+    std::printf("%s\n", literal.c_str());
+    printMatches(log, fxExpression(literal));
+
+    const fxExpression reading("^celsius ([0-9]+)(\\.[0-9]+)?$");
+    for (const fxStr& line : log.lines) {
+        if (const fxMatch match = reading.search(line)) {
+            std::printf("%s|%s\n", fxStr(match[1]).c_str(), fxStr(match[2]).c_str());
         }
     }
-
-    const fxRegEx reading("^celsius ([0-9]+)(\\.[0-9]+)?$");
-    for (const fxStr& line : log.lines) {
-        const fxregexp* const match = reading.search(line, line);
-        if (match == nullptr) continue;
-        std::printf("%s|%s\n", groupOf(*match, 1).c_str(), groupOf(*match, 2).c_str());
-    }
+    const fxExpression fraction("[0-9]+\\.[0-9]+");
+    const auto round = [](const fxMatch& match) {
+        return fxStr::number(static_cast<int>(*fxStr(match.text()).toDouble() + 0.5));
+    };
+    std::printf("%s\n", fraction.replace(log.lines[0], round).c_str());
     fxCleanupGlobalOrderings();
     return isDone ? 0 : 1;
 }

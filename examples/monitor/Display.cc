@@ -100,7 +100,7 @@ void Report::print() {
             line | "  " | gauge.getName() | " " | gauge.valueText() | (gauge.hasAlarm() ? "!" : "");
     }
     std::printf("%s\n", line.c_str());
-    // Each line at once: somebody may be waiting for it at the end of a pipe.
+    // Each line at once: a pipe may lead to a program that waits for it.
     if (std::fflush(stdout) != 0) linesLeft = 1;
     if (--linesLeft == 0) done.send();
 }

@@ -355,7 +355,7 @@ TEST(OwningArray, KeepsItsElementsWhenOneThrows) {
     }
 }
 
-// Hooks of a class, and of one that derives from it, told to nobody.
+// Classes that override a copying hook and declare it nowhere else.
 class Copies : public fxTypedArray<Copies, int> {
 public:
     using fxTypedArray::fxTypedArray;

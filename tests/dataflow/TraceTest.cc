@@ -202,8 +202,8 @@ TEST_F(Trace, ShowsValues) {
     number.send(7);
     number.send(8, fxObj::fxSendNow);
     fxObj::sendData(number, new CountedData(9), fxObj::fxSendNow);
-    fxOutputChannel nobodys(fxDT_VoidPtr);
-    nobodys.deliver(static_cast<void*>(&hub));
+    fxOutputChannel ownerless(fxDT_VoidPtr);
+    ownerless.deliver(static_cast<void*>(&hub));
     fxTrace::enable(0U);
     const std::string expected =
         "fxds send    fxObj#1.flag bool true, now, 0 connections\n"

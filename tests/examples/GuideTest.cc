@@ -24,7 +24,7 @@ const Page pages[] = {
     {"README.md", "quickstart", {"quickstart.cc"}, 1},
     {"docs/guide/1-objects.md", "guide/guide_step1", {"guide/House.h", "guide/step1.cc"}, 4},
     {"docs/guide/2-sending.md", "guide/guide_step2", {"guide/Vent.h", "guide/step2.cc"}, 4},
-    {"docs/guide/3-loop.md", "guide/guide_step3", {"guide/Station.h", "guide/step3.cc"}, 4},
+    {"docs/guide/3-loop.md", "guide/guide_step3", {"guide/Station.h", "guide/step3.cc"}, 3},
     {"docs/guide/4-properties.md", "guide/guide_step4", {"guide/Settings.h", "guide/step4.cc"}, 4},
     {"docs/guide/5-saving.md",
      "guide/guide_step5",
@@ -32,6 +32,8 @@ const Page pages[] = {
      4},
     {"docs/guide/6-searching.md", "guide/guide_step6", {"guide/Search.h", "guide/step6.cc"}, 4},
     {"docs/guide/connections.md", "guide/guide_connections", {"guide/connections.cc"}, 5},
+    {"docs/guide/ownership.md", "guide/guide_ownership", {"guide/ownership.cc"}, 3},
+    {"docs/guide/values.md", "guide/guide_values", {"guide/values.cc"}, 5},
     // Its program has a test of its own.
     {"docs/guide/saving.md", nullptr, {"saving.cc"}, 7},
     {"docs/guide/exceptions.md", nullptr, {}, 0},

@@ -130,7 +130,7 @@ TEST(Evolution, IsAsTheGuideSays) {
     const std::string table =
         "| Change | New program, old file | Old program, new file |\n|---|---|---|\n" +
         row<Plain, Added>("a field is added at the end, in a new edition") +
-        row<Full, Less>("a field goes, and `fxXdrSkipped()` stands in its place") +
+        row<Full, Less>("a field goes, and `fxXdrSkipped()` takes its place") +
         row<Full, Lessened>("a field goes, and is skipped in what is of an older edition") +
         row<Plain, Retyped>("a field gets another type, in a new edition") +
         "| the class gets another name, and an alias | " + outcomeOf<Renamed>(written<Plain>()) +

@@ -1,4 +1,4 @@
-// What a network of objects must do, told as simply as possible.
+// The expected behaviour of a network of objects, in the simplest form.
 #ifndef FXDS_SOAK_MODEL_H
 #define FXDS_SOAK_MODEL_H
 
@@ -9,16 +9,16 @@
 #include <set>
 #include <vector>
 
-// The model knows nothing of the library: objects, channels, connections,
-// events and so on are numbers in plain tables, and time is counted in quarters
-// of a second, which a float adds up exactly. Operations that call nobody
-// change the tables at once. Those that call somebody are activities: asked
-// for the next call that must come, each looks at the tables as they are then,
-// so that whatever the calls before it did is taken into account.
+// The model uses nothing of the library: objects, channels, connections, events
+// and so on are numbers in plain tables, and time is counted in quarters of a
+// second, which a float adds up exactly. An operation without callbacks changes the
+// tables at once. An operation with callbacks is an activity: it computes the next
+// expected call from the tables as they are at that time, so that it includes the
+// effects of all calls before.
 
 namespace soak {
 
-typedef long Id;  // 0 is nobody
+typedef long Id;  // 0 means none
 
 template <class Items, class Item>
 bool holds(const Items& items, const Item& item) {
