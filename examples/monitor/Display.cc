@@ -7,10 +7,6 @@
 
 namespace {
 
-const Gauge& gaugeAt(const fxVoidPtrArray& gauges, unsigned int index) {
-    return *static_cast<const Gauge*>(gauges[index]);
-}
-
 // The time of day as hh:mm:ss.
 fxStr timeOfDay(double seconds) {
     const time_t when = static_cast<time_t>(seconds);
@@ -50,7 +46,7 @@ fxStr StatusLine::text(unsigned int width) const {
     return line.length() > width ? line.head(width) : line;
 }
 
-Display::Display(Terminal& terminal_, const fxVoidPtrArray& gauges_, const StatusLine& status_)
+Display::Display(Terminal& terminal_, const std::vector<Gauge*>& gauges_, const StatusLine& status_)
     : terminal(terminal_), gauges(gauges_), status(status_) {
     addInput<&Display::redraw>("redraw", true);
     addInput<&Display::suspend>("suspend");
@@ -62,9 +58,11 @@ void Display::redraw() {
     const unsigned int width = terminal.columns();
     unsigned int rowsLeft = terminal.rows() - 1;
     fxStr picture = "\33[H";
-    for (unsigned int i = 0; i < gauges.length() && rowsLeft > 0; ++i, --rowsLeft) {
-        picture.append(gaugeAt(gauges, i).row(width, terminal.getLook()));
+    for (const Gauge* gauge : gauges) {
+        if (rowsLeft == 0) break;
+        picture.append(gauge->row(width, terminal.getLook()));
         picture.append("\33[K\r\n");
+        --rowsLeft;
     }
     const fxStr notices = status.notices();
     for (unsigned int at = 0; at < notices.length() && rowsLeft > 0; --rowsLeft) {
@@ -84,8 +82,8 @@ void Display::suspend() {
     redraw();
 }
 
-Report::Report(const fxVoidPtrArray& gauges_, int lines)
-    : gauges(gauges_), done(addOutput<void>("done")), linesLeft(lines), time(0) {
+Report::Report(const std::vector<Gauge*>& gauges_, int lines)
+    : gauges(gauges_), linesLeft(lines), time(0) {
     addInput<&Report::setTime>("time");
     addInput<&Report::print>("print");
     addInput<&Report::complain>("notice");
@@ -94,10 +92,9 @@ Report::Report(const fxVoidPtrArray& gauges_, int lines)
 void Report::print() {
     if (linesLeft == 0) return;
     fxStr line = timeOfDay(time);
-    for (unsigned int i = 0; i < gauges.length(); ++i) {
-        const Gauge& gauge = gaugeAt(gauges, i);
-        line =
-            line | "  " | gauge.getName() | " " | gauge.valueText() | (gauge.hasAlarm() ? "!" : "");
+    for (const Gauge* gauge : gauges) {
+        line = line | "  " | gauge->getName() | " " | gauge->valueText() |
+               (gauge->hasAlarm() ? "!" : "");
     }
     std::printf("%s\n", line.c_str());
     // Each line at once: a pipe may lead to a program that waits for it.

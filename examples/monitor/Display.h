@@ -2,12 +2,13 @@
 #ifndef MONITOR_DISPLAY_H
 #define MONITOR_DISPLAY_H
 
+#include <vector>
+
 #include "Gauge.h"
 #include "Terminal.h"
-#include "fxds/VoidPtrArray.h"
 
-/// The last line of the display. Everything arrives as the text or the number
-/// that it shows, whatever its source deals in.
+/// The last line of the display. Its inputs take the texts and numbers that it shows;
+/// the connections convert.
 class StatusLine : public fxObj {
 public:
     StatusLine();
@@ -37,13 +38,12 @@ private:
     bool smoothing;
 };
 
-/// Draws gauges and status line over the last picture when its input "redraw"
-/// is told to. However often it is told to in one turn of the loop, it draws
-/// once.
+/// Draws gauges and status line over the last picture after a message on its input
+/// "redraw", once for all messages of a turn of the loop.
 class Display : public fxObj {
 public:
-    /// Everything is borrowed; the array is one of Gauge*.
-    Display(Terminal& terminal, const fxVoidPtrArray& gauges, const StatusLine& status);
+    /// Everything is borrowed.
+    Display(Terminal& terminal, const std::vector<Gauge*>& gauges, const StatusLine& status);
     const char* className() const override { return "Display"; }
 
     void redraw();
@@ -53,7 +53,7 @@ public:
 
 private:
     Terminal& terminal;
-    const fxVoidPtrArray& gauges;
+    const std::vector<Gauge*>& gauges;
     const StatusLine& status;
 };
 
@@ -61,18 +61,18 @@ private:
 /// until it has printed as many as it should; then it sends "done".
 class Report : public fxObj {
 public:
-    /// The gauges are borrowed; the array is one of Gauge*.
-    Report(const fxVoidPtrArray& gauges, int lines);
+    /// The gauges are borrowed.
+    Report(const std::vector<Gauge*>& gauges, int lines);
     const char* className() const override { return "Report"; }
 
     void setTime(double seconds) { time = seconds; }
     void print();
-    /// Says on standard error that something is missing.
+    /// Writes the notice to standard error.
     void complain(const char* notice);
 
 private:
-    const fxVoidPtrArray& gauges;
-    const fxOutput<void> done;
+    const std::vector<Gauge*>& gauges;
+    const fxOutput<void> done = addOutput<void>("done");
     int linesLeft;
     double time;  // seconds since 1970
 };

@@ -43,25 +43,16 @@ void Smoothing::setValue(float value) {
 
 void Smoothing::restart() { average = notYet; }
 
-unsigned short Alarm::highTag() {
-    static const unsigned short tag = fxProperty::allocNewTag("high");
-    return tag;
-}
-
-unsigned short Alarm::lowTag() {
-    static const unsigned short tag = fxProperty::allocNewTag("low");
-    return tag;
-}
-
 Alarm::Alarm(double high, double low) : active(addOutput<bool>("active")), isActive(false) {
-    setProperty(new fxProperty(highTag(), high));
-    setProperty(new fxProperty(lowTag(), low));
+    fxSetProperty(*this, highTag, high);
+    fxSetProperty(*this, lowTag, low);
     addInput<&Alarm::setValue>("value");
 }
 
 void Alarm::setValue(float value) {
-    const double limit = findProperty(isActive ? lowTag() : highTag())->getAsDouble();
-    if ((value >= limit) == isActive) return;
-    isActive = !isActive;
+    const double limit = fxGetProperty<double>(*this, isActive ? lowTag : highTag, notYet);
+    const bool isOver = value >= limit;
+    if (isOver == isActive || std::isnan(limit)) return;
+    isActive = isOver;
     active.send(isActive, fxSendNow);
 }

@@ -3,6 +3,7 @@
 #define MONITOR_FILTERS_H
 
 #include "fxds/Obj.h"
+#include "fxds/PropertyAccess.h"
 
 /// Turns counters into rates: by how much "count" grew, for each unit by which
 /// "base" grew, times a scale. Each count is taken together with the base that
@@ -39,9 +40,9 @@ private:
     double average;  // NaN before the first value
 };
 
-/// Tells on its output "active" when the value has risen to the property "high"
-/// and when it has fallen below the property "low" again. Both are doubles and
-/// may be changed at any time.
+/// Sends on its output "active" when the value has risen to the property "high"
+/// and when it has fallen below the property "low" again. Both are numbers and
+/// may be changed at any time; without them nothing is sent.
 class Alarm : public fxObj {
 public:
     Alarm(double high, double low);
@@ -49,11 +50,10 @@ public:
 
     void setValue(float value);
 
-    static unsigned short highTag();
-    static unsigned short lowTag();
-
 private:
     const fxOutput<bool> active;
+    const unsigned short highTag = fxPropertyTag("high");  // looked up once
+    const unsigned short lowTag = fxPropertyTag("low");
     bool isActive;
 };
 

@@ -2,15 +2,20 @@
 
 #include <unistd.h>
 
+#include <algorithm>
+#include <chrono>
+#include <csignal>
 #include <ctime>
 #include <limits>
 
 #include "fxds/Exec.h"
+#include "fxds/PropertyAccess.h"
+#include "fxds/Save.h"
 
 // A tick of the timer is queued for the samplers first, then for the counting
 // and for the screen or the report. The samplers' values go through at once, so
 // what is shown is always one complete sample. In a replay the player has the
-// samplers' place and tells itself when a sample is complete.
+// samplers' place and sends "sent" after each sample.
 
 namespace {
 
@@ -20,26 +25,21 @@ const float intervalSteps[] = {0.1F, 0.2F, 0.5F, 1, 2, 5, 10, 30, 60};
 float processorCount() { return static_cast<float>(sysconf(_SC_NPROCESSORS_ONLN)); }
 
 double secondsSince1970() {
-    timespec now;
-    clock_gettime(CLOCK_REALTIME, &now);
-    return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) * 1e-9;
+    const auto now = std::chrono::system_clock::now().time_since_epoch();
+    return std::chrono::duration<double>(now).count();
 }
 
 constexpr double never = std::numeric_limits<double>::infinity();
 
-// Gives an object the property "name", by which it is told from its likes in the
-// graph.
-void setName(fxObj& object, const fxStr& name) {
-    static const unsigned short tag = fxProperty::allocNewTag("name");
-    object.setProperty(new fxProperty(tag, name));
-}
+// The graph shows the property.
+void setName(fxObj& object, const char* name) { fxSetProperty(object, "name", name); }
 
 }  // namespace
 
 Quantity::Quantity(const char* name, Gauge::Unit unit, float fullScale, double alarmAt,
                    double calmAt)
-    : alarm(alarmAt, calmAt), gauge(name, unit, fullScale), source(nullptr), sourceOutput(nullptr) {
-    alarm.connect("active", &gauge, "alarm");
+    : alarm(alarmAt, calmAt), gauge(name, unit, fullScale) {
+    fxConnect(&alarm, "active", &gauge, "alarm");
     setName(smoothing, name);
     setName(alarm, name);
     setName(gauge, name);
@@ -51,27 +51,15 @@ void Quantity::setSource(fxObj& object, const char* output) {
 }
 
 void Quantity::setSmoothing(bool on) {
-    if (on) {
-        joinDirectly(&fxObj::disconnect);
-        joinSmoothed(&fxObj::connect);
-    } else {
-        joinSmoothed(&fxObj::disconnect);
-        joinDirectly(&fxObj::connect);
-    }
+    for (fxScopedConnection& joint : joints) joint.disconnect();
+    fxObj* const last = on ? &smoothing : source;
+    const char* const lastOutput = on ? "smooth" : sourceOutput;
+    if (on) joints[0] = fxConnect(source, sourceOutput, &smoothing, "value");
+    joints[1] = fxConnect(last, lastOutput, &gauge, "level");
+    joints[2] = fxConnect(last, lastOutput, &alarm, "value");
 }
 
-void Quantity::joinSmoothed(Join join) {
-    (source->*join)(sourceOutput, &smoothing, "value");
-    (smoothing.*join)("smooth", &gauge, "level");
-    (smoothing.*join)("smooth", &alarm, "value");
-}
-
-void Quantity::joinDirectly(Join join) {
-    (source->*join)(sourceOutput, &gauge, "level");
-    (source->*join)(sourceOutput, &alarm, "value");
-}
-
-Monitor::Monitor(const Options& options, Recording* replayed)
+Monitor::Monitor(const Options& options, const fxRef<Recording>& replayed)
     : cpuSampler(options.procDirectory),
       memorySampler(options.procDirectory),
       loadSampler(options.procDirectory),
@@ -87,19 +75,10 @@ Monitor::Monitor(const Options& options, Recording* replayed)
       sent("net out", Gauge::bytesPerSecond, 1000, never, never),
       samplers{&cpuSampler, &memorySampler, &loadSampler, &netSampler},
       quantities{&cpu, &memory, &swap, &load, &received, &sent},
-      timer(true),
-      prime(addOutput<void>("prime")),
-      changed(addOutput<void>("changed")),
-      interval(addOutput<double>("interval")),
-      paused(addOutput<bool>("paused")),
-      smoothing(addOutput<bool>("smoothing")),
-      samples(addOutput<int>("samples")),
-      time(addOutput<double>("time")),
-      message(addOutput<const char*>("message")),
       recordPath(options.record),
-      sampleCount(0),
-      smoothingOn(false) {
+      intervalSeconds(options.intervalSeconds) {
     addInput<&Monitor::quit>("quit");
+    addInput<&Monitor::quitBy>("quit by");
     addInput<&Monitor::togglePause>("pause");
     addInput<&Monitor::lengthenInterval>("longer");
     addInput<&Monitor::shortenInterval>("shorter");
@@ -107,11 +86,10 @@ Monitor::Monitor(const Options& options, Recording* replayed)
     addInput<&Monitor::save>("save");
     addInput<&Monitor::countSample>("count");
     addInput<&Monitor::endReplay>("end");
-    timer.setInterval(options.intervalSeconds);
-    for (Quantity* quantity : quantities) gauges.append(&quantity->gauge);
+    for (Quantity* quantity : quantities) gauges.push_back(&quantity->gauge);
 
-    if (replayed != nullptr) {
-        player = std::make_unique<Player>(*replayed);
+    if (replayed) {
+        player = std::make_unique<Player>(replayed);
         connectPlayer();
     } else {
         recorder = std::make_unique<Recorder>();
@@ -119,7 +97,7 @@ Monitor::Monitor(const Options& options, Recording* replayed)
         connectSources();
         connectRecorder();
     }
-    signals.connect("quit", this, "quit");
+    for (const int number : {SIGINT, SIGTERM, SIGHUP}) connectSignal(number, *this, "quit by");
     if (options.samples > 0) {
         connectReport(options.samples);
     } else {
@@ -134,16 +112,16 @@ void Monitor::connectSamplers() {
     setName(receivedRate, "net in");
     setName(sentRate, "net out");
     for (Sampler* sampler : samplers) {
-        connect("prime", sampler, "sample");
-        timer.connect("tick", sampler, "sample");
+        fxConnect(this, "prime", sampler, "sample");
+        fxConnect(&timer, "tick", sampler, "sample");
     }
-    cpuSampler.connect("total", &cpuRate, "base");
-    cpuSampler.connect("busy", &cpuRate, "count");
-    netSampler.connect("time", &receivedRate, "base");
-    netSampler.connect("received", &receivedRate, "count");
-    netSampler.connect("time", &sentRate, "base");
-    netSampler.connect("sent", &sentRate, "count");
-    timer.connect("tick", this, "count");
+    fxConnect(&cpuSampler, "total", &cpuRate, "base");
+    fxConnect(&cpuSampler, "busy", &cpuRate, "count");
+    fxConnect(&netSampler, "time", &receivedRate, "base");
+    fxConnect(&netSampler, "received", &receivedRate, "count");
+    fxConnect(&netSampler, "time", &sentRate, "base");
+    fxConnect(&netSampler, "sent", &sentRate, "count");
+    fxConnect(&timer, "tick", this, "count");
 }
 
 void Monitor::connectSources() {
@@ -153,11 +131,11 @@ void Monitor::connectSources() {
     load.setSource(loadSampler, "one");
     received.setSource(receivedRate, "rate");
     sent.setSource(sentRate, "rate");
-    memorySampler.connect("detail", &memory.gauge, "detail");
-    memorySampler.connect("swapDetail", &swap.gauge, "detail");
-    loadSampler.connect("detail", &load.gauge, "detail");
+    fxConnect(&memorySampler, "detail", &memory.gauge, "detail");
+    fxConnect(&memorySampler, "swapDetail", &swap.gauge, "detail");
+    fxConnect(&loadSampler, "detail", &load.gauge, "detail");
     for (Quantity* quantity : quantities) {
-        connect("smoothing", &quantity->smoothing, "restart");
+        fxConnect(this, "smoothing", &quantity->smoothing, "restart");
         quantity->setSmoothing(false);
     }
 }
@@ -166,23 +144,23 @@ void Monitor::connectRecorder() {
     for (Quantity* quantity : quantities) {
         const char* const name = quantity->gauge.getName();
         recorder->addQuantity(name);
-        quantity->gauge.connect("shown", recorder.get(), valueChannel(name));
-        quantity->alarm.connect("active", recorder.get(), alarmChannel(name));
+        fxConnect(&quantity->gauge, "shown", recorder.get(), valueChannel(name));
+        fxConnect(&quantity->alarm, "active", recorder.get(), alarmChannel(name));
     }
-    connect("time", recorder.get(), "time");
-    timer.connect("tick", recorder.get(), "finish");
+    fxConnect(this, "time", recorder.get(), "time");
+    fxConnect(&timer, "tick", recorder.get(), "finish");
 }
 
 void Monitor::connectPlayer() {
     for (Quantity* quantity : quantities) {
         const char* const name = quantity->gauge.getName();
-        player->connect(valueChannel(name), &quantity->gauge, "level");
-        player->connect(alarmChannel(name), &quantity->gauge, "alarm");
+        fxConnect(player.get(), valueChannel(name), &quantity->gauge, "level");
+        fxConnect(player.get(), alarmChannel(name), &quantity->gauge, "alarm");
     }
-    connect("prime", player.get(), "next");
-    timer.connect("tick", player.get(), "next");
-    player->connect("sent", this, "count");
-    player->connect("end", this, "end");
+    fxConnect(this, "prime", player.get(), "next");
+    fxConnect(&timer, "tick", player.get(), "next");
+    fxConnect(player.get(), "sent", this, "count");
+    fxConnect(player.get(), "end", this, "end");
 }
 
 void Monitor::connectScreen() {
@@ -190,30 +168,30 @@ void Monitor::connectScreen() {
     display = std::make_unique<Display>(*terminal, gauges, status);
     keyboard = std::make_unique<Keyboard>();
 
-    keyboard->connect("quit", this, "quit");
-    keyboard->connect("pause", this, "pause");
-    keyboard->connect("longer", this, "longer");
-    keyboard->connect("shorter", this, "shorter");
+    fxConnect(keyboard.get(), "quit", this, "quit");
+    fxConnect(keyboard.get(), "pause", this, "pause");
+    fxConnect(keyboard.get(), "longer", this, "longer");
+    fxConnect(keyboard.get(), "shorter", this, "shorter");
     if (recorder != nullptr) {
-        keyboard->connect("smoothing", this, "toggle smoothing");
-        keyboard->connect("save", this, "save");
+        fxConnect(keyboard.get(), "smoothing", this, "toggle smoothing");
+        fxConnect(keyboard.get(), "save", this, "save");
     }
 
-    connect("interval", &status, "interval");
-    connect("samples", &status, "samples");
-    connect("paused", &status, "paused");
-    connect("smoothing", &status, "smoothing");
-    connect("message", &status, "message");
-    connect("time", &status, "time");
-    for (Sampler* sampler : samplers) sampler->connect("notice", &status, "notice");
+    fxConnect(this, "interval", &status, "interval");
+    fxConnect(this, "samples", &status, "samples");
+    fxConnect(this, "paused", &status, "paused");
+    fxConnect(this, "smoothing", &status, "smoothing");
+    fxConnect(this, "message", &status, "message");
+    fxConnect(this, "time", &status, "time");
+    for (Sampler* sampler : samplers) fxConnect(sampler, "notice", &status, "notice");
 
-    connect("prime", display.get(), "redraw");
-    connect("changed", display.get(), "redraw");
-    timer.connect("tick", display.get(), "redraw");
-    signals.connect("resized", display.get(), "redraw");
-    signals.connect("suspend", display.get(), "suspend");
+    fxConnect(this, "prime", display.get(), "redraw");
+    fxConnect(this, "changed", display.get(), "redraw");
+    fxConnect(&timer, "tick", display.get(), "redraw");
+    connectSignal(SIGWINCH, *display, "redraw");
+    connectSignal(SIGTSTP, *display, "suspend");
     if (player != nullptr) {
-        player->connect("time", &status, "time");
+        fxConnect(player.get(), "time", &status, "time");
         smoothing.send(player->getRecording().smoothing, fxSendNow);
     } else {
         setSmoothing(true);
@@ -222,19 +200,34 @@ void Monitor::connectScreen() {
 
 void Monitor::connectReport(int lines) {
     report = std::make_unique<Report>(gauges, lines);
-    for (Sampler* sampler : samplers) sampler->connect("notice", report.get(), "notice");
+    for (Sampler* sampler : samplers) fxConnect(sampler, "notice", report.get(), "notice");
     if (player != nullptr) {
-        player->connect("time", report.get(), "time");
-        player->connect("sent", report.get(), "print");
+        fxConnect(player.get(), "time", report.get(), "time");
+        fxConnect(player.get(), "sent", report.get(), "print");
     } else {
-        connect("time", report.get(), "time");
-        timer.connect("tick", report.get(), "print");
+        fxConnect(this, "time", report.get(), "time");
+        fxConnect(&timer, "tick", report.get(), "print");
     }
-    report->connect("done", this, "quit");
+    fxConnect(report.get(), "done", this, "quit");
+}
+
+// A signal that is ignored, as SIGHUP is under nohup, stays ignored.
+void Monitor::connectSignal(int number, fxObj& target, const char* input) {
+    struct sigaction action;
+    if (sigaction(number, nullptr, &action) == 0 && action.sa_handler == SIG_IGN) return;
+    signals.push_back(std::make_unique<fxSignal>(number));
+    fxConnect(signals.back().get(), "signal", &target, input);
+}
+
+// Without an interval as fast as the loop turns.
+void Monitor::startTimer() {
+    const std::chrono::duration<float> seconds(intervalSeconds);
+    const auto span = std::chrono::duration_cast<fxAlarm::Span>(seconds);
+    timer.startEvery(std::max(span, fxAlarm::Span(1)));
 }
 
 void Monitor::initialize(int, char**) {
-    interval.send(timer.getInterval(), fxSendNow);
+    interval.send(intervalSeconds, fxSendNow);
     samples.send(sampleCount, fxSendNow);
     time.send(secondsSince1970(), fxSendNow);
 }
@@ -243,22 +236,29 @@ void Monitor::open() {
     fxApplication::open();
     if (terminal != nullptr) terminal->enter();
     prime.send();
-    timer.startTimer();
+    startTimer();
+}
+
+void Monitor::quitBy(int signalNumber) {
+    quitSignal = signalNumber;
+    close();
 }
 
 void Monitor::close() {
-    timer.stopTimer();
+    timer.stop();
     if (terminal != nullptr) terminal->leave();
-    if (isOpen && recorder != nullptr && !recordPath.isEmpty()) saveTo(recordPath, failure);
+    if (isOpen && recorder != nullptr && !recordPath.isEmpty()) {
+        failure = saveTo(recordPath).text();
+    }
     fxApplication::close();
 }
 
 void Monitor::togglePause() {
     const bool pause = timer.isActive();
     if (pause) {
-        timer.stopTimer();
+        timer.stop();
     } else {
-        timer.startTimer();
+        startTimer();
     }
     paused.send(pause, fxSendNow);
     changed.send();
@@ -268,14 +268,14 @@ void Monitor::lengthenInterval() { stepInterval(+1); }
 void Monitor::shortenInterval() { stepInterval(-1); }
 
 void Monitor::stepInterval(int direction) {
-    const float now = timer.getInterval();
+    const float now = intervalSeconds;
     float next = now;
     for (const float step : intervalSteps) {
         if (direction < 0 && step < now) next = step;
         if (direction > 0 && step > now && next == now) next = step;
     }
-    timer.setInterval(next);
-    if (timer.isActive()) timer.startTimer();
+    intervalSeconds = next;
+    if (timer.isActive()) startTimer();
     interval.send(next, fxSendNow);
     changed.send();
 }
@@ -291,11 +291,11 @@ void Monitor::setSmoothing(bool on) {
     smoothing.send(on, fxSendNow);
 }
 
-bool Monitor::saveTo(const fxStr& path, fxStr& error) {
+fxStreamFault Monitor::saveTo(const fxStr& path) {
     Recording& recording = recorder->getRecording();
-    recording.intervalSeconds = timer.getInterval();
+    recording.intervalSeconds = intervalSeconds;
     recording.smoothing = smoothingOn;
-    return saveRecording(recording, path, error);
+    return fxSave(path, &recording);
 }
 
 void Monitor::save() {
@@ -307,12 +307,12 @@ void Monitor::save() {
         path.format("monitor-%04d%02d%02d-%02d%02d%02d.rec", parts.tm_year + 1900, parts.tm_mon + 1,
                     parts.tm_mday, parts.tm_hour, parts.tm_min, parts.tm_sec);
     }
-    fxStr words;
-    if (saveTo(path, words)) {
-        words.format("saved %u samples to %s", recorder->getRecording().sampleCount(),
-                     path.c_str());
+    if (const fxStreamFault fault = saveTo(path)) {
+        message.send(fault.text(), fxSendNow);
+    } else {
+        const fxStr count = fxStr::number(recorder->getRecording().sampleCount());
+        message.send("saved " | count | " samples to " | path, fxSendNow);
     }
-    message.send(words, fxSendNow);
     changed.send();
 }
 
@@ -326,7 +326,7 @@ void Monitor::endReplay() {
         close();
         return;
     }
-    timer.stopTimer();
+    timer.stop();
     paused.send(true, fxSendNow);
     message.send("end of the recording", fxSendNow);
     changed.send();

@@ -3,6 +3,7 @@
 #define MONITOR_MONITOR_H
 
 #include <memory>
+#include <vector>
 
 #include "Display.h"
 #include "Filters.h"
@@ -11,9 +12,11 @@
 #include "Options.h"
 #include "Recorder.h"
 #include "Sampler.h"
-#include "Signals.h"
 #include "fxds/Application.h"
-#include "fxds/Timer.h"
+#include "fxds/Clock.h"
+#include "fxds/Connection.h"
+#include "fxds/Signal.h"
+#include "fxds/StreamFault.h"
 
 /// One quantity on its way from its source to its gauge:
 ///
@@ -33,21 +36,17 @@ struct Quantity {
     Gauge gauge;
 
 private:
-    typedef void (fxObj::*Join)(const char*, fxObj*, const char*);
-
-    void joinSmoothed(Join join);
-    void joinDirectly(Join join);
-
-    fxObj* source;
-    const char* sourceOutput;
+    fxObj* source = nullptr;
+    const char* sourceOutput = nullptr;
+    fxScopedConnection joints[3];  // with smoothing or without
 };
 
 /// Builds the network for what the options ask and runs until told to quit, or
 /// until a recording that is replayed without a terminal is over.
 class Monitor : public fxApplication {
 public:
-    /// `replayed`: what to show instead of the machine (shared), or null.
-    Monitor(const Options& options, Recording* replayed);
+    /// `replayed`: what to show instead of the machine, or null.
+    Monitor(const Options& options, const fxRef<Recording>& replayed);
     ~Monitor() override;
     const char* className() const override { return "Monitor"; }
 
@@ -58,9 +57,12 @@ public:
 
     /// What went wrong in the end, for the user; empty when nothing did.
     const fxStr& getFailure() const { return failure; }
+    /// The signal that asked to quit, or 0.
+    int getQuitSignal() const { return quitSignal; }
 
-    // What the keys do.
+    // What the keys and signals do.
     void quit() { close(); }
+    void quitBy(int signalNumber);
     void togglePause();
     void lengthenInterval();
     void shortenInterval();
@@ -80,7 +82,9 @@ private:
     void connectPlayer();
     void connectScreen();
     void connectReport(int lines);
-    bool saveTo(const fxStr& path, fxStr& error);
+    void connectSignal(int number, fxObj& target, const char* input);
+    void startTimer();
+    fxStreamFault saveTo(const fxStr& path);
     void stepInterval(int direction);
     void setSmoothing(bool on);
 
@@ -99,13 +103,13 @@ private:
     Quantity sent;
     Sampler* const samplers[samplerCount];
     Quantity* const quantities[quantityCount];
-    fxVoidPtrArray gauges;
+    std::vector<Gauge*> gauges;
     // One records the machine, the other takes the place of all the above.
     std::unique_ptr<Recorder> recorder;
     std::unique_ptr<Player> player;
 
-    fxTimer timer;
-    Signals signals;
+    fxClockTimer timer;
+    std::vector<std::unique_ptr<fxSignal>> signals;
     StatusLine status;
     // Only on a terminal, or only without one.
     std::unique_ptr<Terminal> terminal;
@@ -113,18 +117,24 @@ private:
     std::unique_ptr<Display> display;
     std::unique_ptr<Report> report;
 
-    const fxOutput<void> prime;    // a first sample, so that rates have a beginning
-    const fxOutput<void> changed;  // something that is shown is different now
-    const fxOutput<double> interval;
-    const fxOutput<bool> paused;
-    const fxOutput<bool> smoothing;
-    const fxOutput<int> samples;
-    const fxOutput<double> time;          // of the sample, in seconds since 1970
-    const fxOutput<const char*> message;  // what came of what the user asked for
+    // A first sample, so that rates have a beginning.
+    const fxOutput<void> prime = addOutput<void>("prime");
+    // Something that is shown is different now.
+    const fxOutput<void> changed = addOutput<void>("changed");
+    const fxOutput<double> interval = addOutput<double>("interval");
+    const fxOutput<bool> paused = addOutput<bool>("paused");
+    const fxOutput<bool> smoothing = addOutput<bool>("smoothing");
+    const fxOutput<int> samples = addOutput<int>("samples");
+    // Of the sample, in seconds since 1970.
+    const fxOutput<double> time = addOutput<double>("time");
+    // The result of what the user asked for.
+    const fxOutput<const char*> message = addOutput<const char*>("message");
     const fxStr recordPath;
     fxStr failure;
-    int sampleCount;
-    bool smoothingOn;
+    float intervalSeconds;
+    int sampleCount = 0;
+    int quitSignal = 0;
+    bool smoothingOn = false;
 };
 
 #endif

@@ -17,7 +17,7 @@ const char usageText[] =
     "  --replay FILE       show what was saved instead of the machine\n"
     "  --graph             print the network of objects as Graphviz dot text and end\n"
     "  --proc DIRECTORY    read stat, meminfo, loadavg and net/dev there (default /proc)\n"
-    "  --help              print this text and end\n"
+    "  --help, --version   print this text, or the version, and end\n"
     "\n"
     "Keys: q quit, p pause, + and - longer and shorter interval, s smoothing on or off,\n"
     "w or S save now (to the file of --record, or one named after the time).\n"
@@ -41,7 +41,16 @@ bool parseInterval(const char* text, float& seconds) {
     return end != text && *end == '\0' && seconds >= shortestInterval && seconds <= longestInterval;
 }
 
-enum Code { intervalCode = 1, samplesCode, graphCode, procCode, recordCode, replayCode, helpCode };
+enum Code {
+    intervalCode = 1,
+    samplesCode,
+    graphCode,
+    procCode,
+    recordCode,
+    replayCode,
+    helpCode,
+    versionCode
+};
 
 const option longOptions[] = {{"interval", required_argument, nullptr, intervalCode},
                               {"samples", required_argument, nullptr, samplesCode},
@@ -50,6 +59,7 @@ const option longOptions[] = {{"interval", required_argument, nullptr, intervalC
                               {"record", required_argument, nullptr, recordCode},
                               {"replay", required_argument, nullptr, replayCode},
                               {"help", no_argument, nullptr, helpCode},
+                              {"version", no_argument, nullptr, versionCode},
                               {nullptr, 0, nullptr, 0}};
 
 // False when the value does not suit the option.
@@ -67,6 +77,9 @@ bool apply(int code, const char* value, Options& options) {
             return true;
         case helpCode:
             options.action = Options::showHelp;
+            return true;
+        case versionCode:
+            options.action = Options::showVersion;
             return true;
         case recordCode:
             options.record = value;

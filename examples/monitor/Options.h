@@ -5,7 +5,7 @@
 #include "fxds/Str.h"
 
 struct Options {
-    enum Action { watch, showHelp, showGraph };
+    enum Action { watch, showHelp, showVersion, showGraph };
 
     Action action = watch;
     int samples = 0;            ///< Lines to print; 0: draw in place until told to quit.

@@ -1,15 +1,18 @@
-// Writing down what is shown, and showing it again.
+// Recording what is shown, and showing it again.
 #ifndef MONITOR_RECORDER_H
 #define MONITOR_RECORDER_H
 
+#include <vector>
+
 #include "Recording.h"
 #include "fxds/Obj.h"
+#include "fxds/Ref.h"
 
 /// The names of the channels for a quantity.
 fxStr valueChannel(const char* quantity);
 fxStr alarmChannel(const char* quantity);
 
-/// Writes down the quantities that come in on "value NAME" and their alarms on
+/// Records the quantities that come in on "value NAME" and their alarms on
 /// "alarm NAME". A message on "finish" ends a sample. At most `mostSamples` are
 /// kept: when there are more, the oldest quarter is forgotten.
 class Recorder : public fxObj {
@@ -17,7 +20,6 @@ public:
     static constexpr unsigned int mostSamples = 100000;
 
     Recorder();
-    ~Recorder() override;
     const char* className() const override { return "Recorder"; }
 
     /// Adds the inputs for a quantity.
@@ -29,20 +31,11 @@ public:
     Recording& getRecording() { return *recording; }
 
 private:
-    // The closure of the inputs of one quantity.
-    struct Slot {
-        Recorder* recorder;
-        int index;
-    };
-
-    static void takeValue(void* slot, float value);
-    static void takeAlarm(void* slot, unsigned char isActive);
     Sample& current();
 
-    Recording* const recording;  // shared
-    fxVoidPtrArray slots;        // of Slot*, owned
-    Sample* unfinished;          // shared; null between samples
-    double time;
+    const fxRef<Recording> recording = fxMake<Recording>();
+    fxRef<Sample> unfinished;  // null between samples
+    double time = 0;
 };
 
 /// Sends the samples of a recording one after the other: each message on
@@ -51,21 +44,22 @@ private:
 /// nothing is left it sends "end" instead.
 class Player : public fxObj {
 public:
-    explicit Player(Recording& recording);
-    ~Player() override;
+    explicit Player(fxRef<Recording> recording);
     const char* className() const override { return "Player"; }
 
     void sendNext();
 
-    const Recording& getRecording() const { return recording; }
+    const Recording& getRecording() const { return *recording; }
 
 private:
-    Recording& recording;  // shared
-    const fxOutput<double> time;
-    const fxOutput<void> sent;
-    const fxOutput<void> end;
-    unsigned int nextSample;
-    unsigned int nextAlarm;
+    const fxRef<Recording> recording;
+    const fxOutput<double> time = addOutput<double>("time");
+    const fxOutput<void> sent = addOutput<void>("sent");
+    const fxOutput<void> end = addOutput<void>("end");
+    std::vector<fxOutputView<float>> values;  // of each quantity
+    std::vector<fxOutputView<bool>> alarms;
+    unsigned int nextSample = 0;
+    unsigned int nextAlarm = 0;
 };
 
 #endif

@@ -117,16 +117,14 @@ bool Recording::isConsistent() const {
     return true;
 }
 
-bool saveRecording(Recording& recording, const char* path, fxStr& error) {
-    const fxStreamFault fault = fxSave(path, &recording);
-    error = fault.text().c_str();
-    return !fault;
-}
-
-Recording* loadRecording(const char* path, fxStr& error) {
-    fxLoaded<Recording> recording = fxLoad<Recording>(path);
-    if (recording && recording->isConsistent()) return recording.release();
-    error.format("%s", recording ? "" : recording.fault().text().c_str());
-    if (recording) error.format("%s holds no recording that makes sense", path);
+fxRef<Recording> loadRecording(const char* path, fxStr& error) {
+    const fxLoaded<Recording> recording = fxLoad<Recording>(path);
+    if (!recording) {
+        error = recording.fault().text();
+    } else if (!recording->isConsistent()) {
+        error.format("%s holds no recording that makes sense", path);
+    } else {
+        return recording.get();
+    }
     return nullptr;
 }

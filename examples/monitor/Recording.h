@@ -3,6 +3,7 @@
 #define MONITOR_RECORDING_H
 
 #include "fxds/FloatArray.h"
+#include "fxds/Ref.h"
 #include "fxds/Str.h"
 #include "fxds/StrArray.h"
 #include "fxds/VoidPtrArray.h"
@@ -65,13 +66,7 @@ private:
     fxVoidPtrArray alarms;   // of AlarmEvent*, oldest first
 };
 
-/// Writes the recording to the file, in place of what is there only when
-/// everything has arrived. Otherwise returns false, with one line for the user
-/// in `error`.
-bool saveRecording(Recording& recording, const char* path, fxStr& error);
-
-/// Given (hold it with take(), let go with release()): the recording in the
-/// file, or null with one line for the user in `error`.
-Recording* loadRecording(const char* path, fxStr& error);
+/// The recording in the file, or null with one line for the user in `error`.
+fxRef<Recording> loadRecording(const char* path, fxStr& error);
 
 #endif

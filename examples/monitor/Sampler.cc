@@ -5,28 +5,14 @@
 #include <cstdio>
 #include <cstring>
 #include <ctime>
+#include <fstream>
+#include <iterator>
+#include <string>
 
 // Values go on at once: when sample() returns, everything behind this sampler
 // has seen them. Only the tick that starts it all is queued.
 
 namespace {
-
-// Reads all of a file; its length cannot be asked for under /proc. Returns
-// false, with errno set, when that fails.
-bool readFile(const char* path, fxStr& text) {
-    FILE* const file = std::fopen(path, "re");
-    if (file == nullptr) return false;
-    char part[4096];
-    size_t count;
-    text = "";
-    while ((count = std::fread(part, 1, sizeof part, file)) > 0) {
-        text.append(part, static_cast<unsigned int>(count));
-    }
-    const int error = std::ferror(file) != 0 ? errno : 0;
-    std::fclose(file);
-    errno = error;
-    return error == 0;
-}
 
 // The number behind `name` at the start of a line; `missing` when there is none.
 double field(const char* text, const char* name, double missing) {
@@ -50,10 +36,11 @@ Sampler::Sampler(const fxStr& path_, const char* what_)
 }
 
 void Sampler::sample() {
-    fxStr text;
-    if (!readFile(path, text)) {
+    std::ifstream file(path);
+    const std::string text(std::istreambuf_iterator<char>(file), {});
+    if (!file.is_open()) {
         switchOff(std::strerror(errno));
-    } else if (!parse(text)) {
+    } else if (!parse(text.c_str())) {
         switchOff("not in the form expected");
     }
 }

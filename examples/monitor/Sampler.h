@@ -1,11 +1,11 @@
-// Where values come from: the files in which the kernel tells about the machine.
+// Where values come from: the files in which the kernel describes the machine.
 #ifndef MONITOR_SAMPLER_H
 #define MONITOR_SAMPLER_H
 
 #include "fxds/Obj.h"
 #include "fxds/Str.h"
 
-/// Reads a file whenever its input "sample" is told to and sends what it finds
+/// Reads a file after each message on its input "sample" and sends what it finds
 /// there. When the file cannot be read or understood, it sends the reason on
 /// its output "notice" and removes the input: it is off from then on.
 class Sampler : public fxObj {

@@ -1,9 +1,8 @@
 // A monitor of the machine for a corner of the screen, whose every value
 // travels through the dataflow of the library.
 
-#include <csignal>
-
 #include <climits>
+#include <csignal>
 #include <cstdio>
 #include <iostream>
 
@@ -11,6 +10,7 @@
 #include "Options.h"
 #include "fxds/Exec.h"
 #include "fxds/Globals.h"
+#include "fxds/Library.h"
 #include "fxds/Network.h"
 
 namespace {
@@ -22,7 +22,7 @@ int fail(const fxStr& reason, int status) {
     return status;
 }
 
-// What was not said on the command line: a replay takes the interval of its
+// The defaults of the command line: a replay takes the interval of its
 // recording or, when it is printed, goes as fast as it can.
 void setDefaults(Options& options, const Recording* replayed) {
     const bool drawn =
@@ -38,29 +38,25 @@ void setDefaults(Options& options, const Recording* replayed) {
     }
 }
 
-// Runs the monitor and returns the exit status.
-int run(Options& options, int argc, char** argv) {
-    Recording* replayed = nullptr;
+// Runs the monitor. Returns the exit status; `signalNumber` is what ended it, or 0.
+int run(Options& options, int argc, char** argv, int& signalNumber) {
+    fxRef<Recording> replayed;
     fxStr error;
     if (!options.replay.isEmpty()) {
         replayed = loadRecording(options.replay, error);
-        if (replayed == nullptr) return fail(error, 1);
-        replayed->take();
+        if (!replayed) return fail(error, 1);
     }
     setDefaults(options, replayed);
-    {
-        Monitor monitor(options, replayed);
-        if (replayed != nullptr) replayed->release();
-        if (options.action == Options::showGraph) {
-            fxDumpNetwork(std::cout, &monitor);
-        } else {
-            fx_theExecutive->initialize(argc, argv);
-            fx_theExecutive->open();
-            fx_theExecutive->loop();
-        }
-        error = monitor.getFailure();
+    Monitor monitor(options, replayed);
+    if (options.action == Options::showGraph) {
+        fxDumpNetwork(std::cout, &monitor);
+    } else {
+        fx_theExecutive->initialize(argc, argv);
+        fx_theExecutive->open();
+        fx_theExecutive->loop();
     }
-    return error.isEmpty() ? 0 : fail(error, 1);
+    signalNumber = monitor.getQuitSignal();
+    return monitor.getFailure().isEmpty() ? 0 : fail(monitor.getFailure(), 1);
 }
 
 }  // namespace
@@ -73,16 +69,20 @@ int main(int argc, char** argv) {
         return fail(error | " (see monitor --help)", 2);
     }
     int status = 0;
+    int signalNumber = 0;
     if (options.action == Options::showHelp) {
         std::fputs(usageText, stdout);
+    } else if (options.action == Options::showVersion) {
+        std::fputs("monitor of ", stdout);
+        libostrelfxds_print_verid();
     } else {
-        status = run(options, argc, argv);
+        status = run(options, argc, argv, signalNumber);
     }
     std::cout.flush();
     if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0 || std::cout.fail()) {
         return fail("standard output cannot be written", 1);
     }
-    // Whoever waits for us should see what ended us.
-    if (status == 0 && Signals::quitSignal() != 0) raise(Signals::quitSignal());
+    // The signal's own effect, so that the parent process sees what ended this one.
+    if (status == 0 && signalNumber != 0) raise(signalNumber);
     return status;
 }

@@ -295,6 +295,7 @@ TEST(MonitorOptions, BadOnesGetOneLineAndStatus2) {
                                             {"--record", ""},
                                             {"--record", "a", "--replay", "b"}};
     const std::string help = run({"--help"}).output;
+    EXPECT_EQ(0U, run({"--version"}).output.find("monitor of libostrelfxds "));
     for (const std::vector<std::string>& arguments : bad) {
         if (arguments.size() == 2) {
             EXPECT_TRUE(has(help, arguments[0])) << arguments[0];
@@ -312,7 +313,7 @@ TEST(MonitorOptions, GraphShowsObjectsTypesAndConverters) {
     EXPECT_EQ(0, result.status);
     EXPECT_EQ(0U, result.output.find("digraph network {\n"));
     EXPECT_TRUE(endsWith(result.output, "\n}\n"));
-    for (const char* part : {"CpuSampler", "Rate", "Smoothing", "Gauge", "Keyboard", "fxWakeup",
+    for (const char* part : {"CpuSampler", "Rate", "Smoothing", "Gauge", "Keyboard", "fxSignal",
                              "high : double = 90", "double to float", "char* to float",
                              "bool to int", "char* to fxStr", "double to char*", "int to char*"}) {
         EXPECT_TRUE(has(result.output, part)) << part;
