@@ -1,7 +1,8 @@
 #include "fxds/dataflow/Belongings.h"
 #include "fxds/fxds.h"
 
-// No code: what the debugger should know about our types in every build.
+// No code: what the debugger should know about our types and global variables in
+// every build.
 //
 // Compilers describe a class with virtual functions only beside its vtable, that
 // is in this library, and an optimised build has no debug information. So a
@@ -86,5 +87,12 @@ struct Described {
 };
 
 [[gnu::used]] const Described* const described = nullptr;
+
+// g++ describes global variables where they are used, too; clang++ only where they
+// are defined.
+[[gnu::used]] const void* const describedGlobals[] = {
+    &fx_theEventHandler,    &fx_theExecutive,           &fx_theConverters, &fx_theDebugger,
+    &fx_propertyNames,      &fx_nextDataType,           &fx_nextEventType, &fxTypeObj::knownTypes,
+    &fx_toolkitGlobalOrder, &fx_applicationGlobalOrder, &fxOG_Init,        &fxOG_Transcriber};
 
 }  // namespace

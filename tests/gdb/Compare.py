@@ -1,11 +1,13 @@
 """Compares what gdb prints with a table, within gdb and on a core.
 
-A line `p expression` of the table is followed by the output expected. Addresses
-are written 0x#, and so is what else stands in for them: `<symbol>` goes.
+A line `p expression` of the table is followed by the output expected, in the frame
+of the function that the last line `frame function NAME` names. Addresses are written
+0x#, and so is what else stands in for them: `<symbol>` goes.
 """
 
 import os
 import re
+import traceback
 
 import gdb
 
@@ -23,26 +25,27 @@ def shown(command):
 
 
 def cases(lines):
-    """The commands of the table, each with the output expected."""
+    """The commands of the table, each with the output expected, or None."""
     command, expected = None, []
-    for line in lines:
-        if line.startswith("p "):
+    for line in [*lines, "p end"]:
+        if line.startswith(("p ", "frame ")):
             if command is not None:
                 yield command, "\n".join(expected).strip()
             command, expected = line, []
         elif not line.startswith("#"):
             expected.append(line)
-    yield command, "\n".join(expected).strip()
 
 
 def main():
     """Shows what differs; the exit status tells whether anything did."""
     gdb.execute("set print elements 20")
     gdb.execute("set width 0")
-    gdb.execute("frame function showAll", to_string=True)
     failures = 0
     with open(os.environ["TABLE"], encoding="utf-8") as table:
         for command, expected in cases(table.read().splitlines()):
+            if command.startswith("frame "):
+                gdb.execute(command, to_string=True)
+                continue
             text = shown(command)
             if text != expected:
                 failures += 1
@@ -51,4 +54,8 @@ def main():
     gdb.execute(f"quit {1 if failures else 0}")
 
 
-main()
+try:
+    main()
+except Exception:  # gdb itself would end with 0
+    traceback.print_exc()
+    gdb.execute("quit 1")

@@ -2,11 +2,13 @@
 #include <cstdint>
 #include <cstdlib>
 #include <new>
+#include <string>
 
 #include "fxds/fxds.h"
 
 // Only gdb reads them.
 #pragma GCC diagnostic ignored "-Wunused-variable"
+#pragma GCC diagnostic ignored "-Wunused-but-set-variable"
 
 namespace {
 
@@ -57,6 +59,11 @@ struct Shared : Counted {
 
 struct Link : fxLinkItem {};
 
+struct Record {
+    fxStr name;
+    fxIntArray numbers;
+};
+
 int enterNames(NameSpace* names) {
     names->makeAtom("left", 1);
     names->makeAtom("right", 1);
@@ -83,7 +90,37 @@ void damage(T& object, size_t offset, Field value) {
     *reinterpret_cast<Field*>(reinterpret_cast<char*>(&object) + offset) = value;
 }
 
-[[noreturn]] void showAll() {
+// Damaged values. The program ends by abort(): nothing of this is ever destroyed.
+[[noreturn]] void showDamaged(const GenericList& list, fxProperty* property) {
+    fxStrStrDictionary* garbageDictionary = garbage<fxStrStrDictionary>();
+    fxStrStrDictionary* freedDictionary = unmade<fxStrStrDictionary>();
+    fxStr* freedStr = unmade<fxStr>();
+    fxObj* freedObject = unmade<fxObj>();
+    fxInputChannel* freedInput = unmade<fxInputChannel>();
+    fxIntArray* destroyedArray = new (unmade<fxIntArray>()) fxIntArray;
+    *reinterpret_cast<void**>(destroyedArray) = *reinterpret_cast<void**>(property);
+    fxIntArray& overlong = *new fxIntArray(4);
+    damage(overlong, 28, 0x7FFFFFF0U);  // lengthBytes
+    fxIntArray& huge = *new fxIntArray(4);
+    damage(huge, 16, garbage<char>());  // data
+    damage(huge, 24, 0xFFFFFFF0U);      // maxBytes
+    damage(huge, 28, 0xFFFFFFF0U);
+    fxStr& hugeStr = *new fxStr("short");
+    hugeStr.slength = 0;
+    GenericList& cyclicList = *new GenericList(list);
+    cyclicList.getTail()->next = cyclicList.getHead();
+    fxStrSet& cyclicSet = *new fxStrSet(1);
+    cyclicSet.add("a");
+    cyclicSet.add("b");
+    auto* node = static_cast<fxStrSetIter>(cyclicSet).node;
+    node->next->next = node;
+    fxVoidPtrDict& brokenChain = *new fxVoidPtrDict;
+    brokenChain["key"] = nullptr;
+    (*static_cast<fxVoidPtrDictIter>(brokenChain).node).next = garbage<fxDictBucket>();
+    std::abort();
+}
+
+[[noreturn]] void showSound() {
     fxStr text("hello");
     fxStr withZero("a\0b", 3);
     fxPath path("/tmp/x");
@@ -168,40 +205,31 @@ void damage(T& object, size_t offset, Field value) {
     fxInputChannel& converter = *output[1];
     RPtr<Shared> shared(new Shared);
     RPtr<Shared> nobody;
+    fxRef<Gauge> held(new Gauge);
+    const fxStr searched("abbc");
+    fxRegEx regEx("(b+)(x)?c");
+    (void)regEx.find(searched);
+    fxRegEx notValid("(");
+    fxExpression expression("[a-z]+");
+    const std::string subject("12 ab");
+    const fxMatch match = expression.search(subject);
+    fxSLinearPattern pattern("needle");
+    fxStdioStream closed("/nonexistent/file", fxStream::fxStreamRead, 0);
+    fxMemoryStream bytes;
+    bytes.putBytes("xyz", 3);
 
-    // Damage. The program ends by abort(): nothing of this is ever destroyed.
-    fxStrStrDictionary* garbageDictionary = garbage<fxStrStrDictionary>();
-    fxStrStrDictionary* freedDictionary = unmade<fxStrStrDictionary>();
-    fxStr* freedStr = unmade<fxStr>();
-    fxObj* freedObject = unmade<fxObj>();
-    fxInputChannel* freedInput = unmade<fxInputChannel>();
-    fxIntArray* destroyedArray = new (unmade<fxIntArray>()) fxIntArray;
-    *reinterpret_cast<void**>(destroyedArray) = *reinterpret_cast<void**>(property);
-    fxIntArray& overlong = *new fxIntArray(4);
-    damage(overlong, 28, 0x7FFFFFF0U);  // lengthBytes
-    fxIntArray& huge = *new fxIntArray(4);
-    damage(huge, 16, garbage<char>());  // data
-    damage(huge, 24, 0xFFFFFFF0U);      // maxBytes
-    damage(huge, 28, 0xFFFFFFF0U);
-    fxStr& hugeStr = *new fxStr("short");
-    hugeStr.slength = 0;
-    GenericList& cyclicList = *new GenericList(list);
-    cyclicList.getTail()->next = cyclicList.getHead();
-    fxStrSet& cyclicSet = *new fxStrSet(1);
-    cyclicSet.add("a");
-    cyclicSet.add("b");
-    auto* node = static_cast<fxStrSetIter>(cyclicSet).node;
-    node->next->next = node;
-    fxVoidPtrDict& brokenChain = *new fxVoidPtrDict;
-    brokenChain["key"] = nullptr;
-    (*static_cast<fxVoidPtrDictIter>(brokenChain).node).next = garbage<fxDictBucket>();
+    Record plain;
+    plain.name = "a record";
+    plain.numbers = ints;
+    Gauge* live = new Gauge;
+    fxStrArrayData* liveBox = new fxStrArrayData(strings);
 
-    std::abort();
+    showDamaged(list, property);
 }
 
 }  // namespace
 
 int main() {
     fxInitializeToolkit();
-    showAll();
+    showSound();
 }

@@ -20,7 +20,7 @@ import gdb.printing
 # The rest is in the folder beside this file, which may be a link.
 sys.path.insert(0, os.path.dirname(os.path.realpath(__file__)))
 
-from fxds_gdb import printers  # noqa: E402
+from fxds_gdb import printers, search_and_streams  # noqa: E402
 from fxds_gdb.memory import Corrupt, lineage, plain, whole
 
 # Regular expressions of the family's names.
@@ -49,6 +49,14 @@ FAMILIES = (
     ("fxOutput", "fxOutput(View)?<.*>", printers.TypedOutputPrinter),
     ("fxTypeObj", "fxTypeObj", printers.TypeObjPrinter),
     ("RPtr", "RPtr<.*>", printers.RPtrPrinter),
+    ("fxRef", "fxRef<.*>", printers.RefPrinter),
+    ("fxregexp", "fxregexp", search_and_streams.CompiledPrinter),
+    ("fxRegEx", "fxRegEx", search_and_streams.RegExPrinter),
+    ("fxExpression", "fxExpression", search_and_streams.ExpressionPrinter),
+    ("fxMatch", "fxMatch", search_and_streams.MatchPrinter),
+    ("fxSLinearPattern", "fxSLinearPattern", search_and_streams.PatternPrinter),
+    ("fxStdioStream", "fxStdioStream", search_and_streams.StreamPrinter),
+    ("fxMemoryStream", "fxMemoryStream", search_and_streams.MemoryStreamPrinter),
 )
 
 
@@ -82,7 +90,9 @@ class Collection(gdb.printing.RegexpCollectionPrettyPrinter):
             except Corrupt as error:
                 return printers.BrokenPrinter(value, error)
             printer, base = self.family(value.type)
-        return printer(value, value.cast(base), name)
+        # gdb goes on with a value that is cast to its own type after Python has freed it.
+        part = value if base == plain(value.type) else value.cast(base)
+        return printer(value, part, name)
 
 
 gdb.printing.register_pretty_printer(gdb.current_objfile(), Collection(), replace=True)

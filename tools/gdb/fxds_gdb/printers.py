@@ -5,8 +5,8 @@ import struct
 import gdb
 
 from fxds_gdb.memory import (chain, complaint, Corrupt, data_type_name, fields_of, is_a, name_at,
-                             plain, read, READING_ERRORS, target_of, value_at, WORD, word,
-                             words)
+                             plain, read, READING_ERRORS, reference_to, target_of, value_at, WORD,
+                             word, words)
 from fxds_gdb.structures import (array_length, CHANNEL_CLASSES, channel_place, channels_of,
                                  connections_from, connections_to, entries_in, held, in_one_line,
                                  input_type, is_channel_table, is_converter, nodes_in,
@@ -498,3 +498,12 @@ class RPtrPrinter(Printer):
 
     def items(self):
         yield "get()", self.base["pointer"].cast(self.base.type.template_argument(0).pointer())
+
+
+class RefPrinter(Printer):
+    """fxRef<T>."""
+
+    def summary(self):
+        address = int(self.base["pointer"])
+        target = self.base.type.template_argument(0)
+        return f"{self.name} to {reference_to(address, target)}" if address else self.name
