@@ -64,8 +64,20 @@ if(TARGET fxgrep)
   foreach(tool fxgrep fxdump)
     set_target_properties(${tool} PROPERTIES INSTALL_RPATH "$ORIGIN/${libraries_from_tools}")
     install(TARGETS ${tool} RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tools)
-    install(FILES ${PROJECT_SOURCE_DIR}/tools/${tool}.1
+    configure_file(${PROJECT_SOURCE_DIR}/tools/${tool}.1
+      ${CMAKE_CURRENT_BINARY_DIR}/install/${tool}.1 @ONLY)
+    install(FILES ${CMAKE_CURRENT_BINARY_DIR}/install/${tool}.1
       DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT tools)
+    get_target_property(has_completions ${tool} HAS_COMPLETIONS)
+    if(has_completions)
+      foreach(place bash:bash-completion/completions/${tool} zsh:zsh/site-functions/_${tool}
+          fish:fish/vendor_completions.d/${tool}.fish)
+        string(REGEX MATCH "([a-z]+):(.*)/(.*)" place ${place})
+        install(FILES ${PROJECT_BINARY_DIR}/tools/${tool}.${CMAKE_MATCH_1}
+          DESTINATION ${CMAKE_INSTALL_DATADIR}/${CMAKE_MATCH_2} RENAME ${CMAKE_MATCH_3}
+          COMPONENT tools)
+      endforeach()
+    endif()
   endforeach()
 endif()
 

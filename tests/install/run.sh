@@ -27,7 +27,7 @@ for component in runtime dev tools; do
 done
 files() (cd "$old/$1" && find . ! -type d)
 expect runtime "$(files runtime)" '/lib(ostrelfxds|ostrelks)\.so\.[0-9.]+$'
-expect tools "$(files tools)" '/bin/fx[a-z]+$|/man1/fx[a-z]+\.1$'
+expect tools "$(files tools)" '/bin/fx[a-z]+$|/man1/fx[a-z]+\.1$|/(completions|site-functions|vendor_completions\.d)/'
 expect dev "$(files dev)" '^\./include/|^\./share/(doc|gdb)/|/cmake/ostrelfxds/|\.pc$|\.so$'
 rm -r "$old"
 
@@ -38,6 +38,12 @@ mv "$old" "$new"
 
 step 'the tools find their library'
 "$new/bin/fxgrep" -c hello "$here/first.cc" >/dev/null
+
+step 'bash completes their options'
+for tool in fxgrep fxdump; do
+    ( . "$new/share/bash-completion/completions/$tool"; _$tool $tool --h ''; [[ ${COMPREPLY[*]} == *--help* ]] ) ||
+        fail "no --help of $tool"
+done
 
 step 'pkg-config and the compiler'
 pc=$(find "$new" -name ostrelfxds.pc)

@@ -1,4 +1,6 @@
 // fxdump: shows, draws and checks streams of fxBinaryWriter.
+#include <getopt.h>
+
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
@@ -26,15 +28,17 @@ constexpr char helpText[] =
     "  --json   prints everything that is in the stream, as JSON\n"
     "  --check  only tells whether each stream is valid, and the offset of its first\n"
     "           fault; makes none of its objects\n"
-    "  --help   prints this\n"
+    "  --help, --version   prints this, prints the version\n"
     "\n"
     "Exit status: 0, also for a listing of a damaged stream; 1 when a check found a\n"
     "fault; 2 when the options are wrong, or a FILE cannot be read.\n";
 
+constexpr char versionText[] = "fxdump of libostrelfxds " FXDUMP_VERSION "\n";
+
 struct Options {
     DumpMode mode = DumpMode::listing;
     bool isFull = false;
-    bool isHelp = false;
+    const char* answer = nullptr;  // printed instead
     std::vector<std::string> paths;
 };
 
@@ -54,30 +58,52 @@ bool setMode(Options& options, DumpMode mode, std::string& error) {
     return true;
 }
 
+enum Code { fullCode = 1, dotCode, jsonCode, checkCode, helpCode, versionCode };
+
+const option longOptions[] = {{"full", no_argument, nullptr, fullCode},
+                              {"dot", no_argument, nullptr, dotCode},
+                              {"json", no_argument, nullptr, jsonCode},
+                              {"check", no_argument, nullptr, checkCode},
+                              {"help", no_argument, nullptr, helpCode},
+                              {"version", no_argument, nullptr, versionCode},
+                              {nullptr, 0, nullptr, 0}};
+
+// The option that getopt_long() has just refused: optopt is a letter, or what it was
+// taken for.
+std::string refusedOption(char** argv) {
+    const bool isLetter = optopt > ' ';
+    return isLetter ? std::string("-") + static_cast<char>(optopt) : argv[optind - 1];
+}
+
 // False with what is wrong in `error`.
 bool parseOptions(int argc, char** argv, Options& options, std::string& error) {
-    bool isOnlyPaths = false;
-    for (int i = 1; i < argc; ++i) {
-        const std::string word = argv[i];
-        if (isOnlyPaths || word == "-" || word.empty() || word[0] != '-') {
-            options.paths.push_back(word);
-        } else if (word == "--") {
-            isOnlyPaths = true;
-        } else if (word == "--full") {
-            options.isFull = true;
-        } else if (word == "--help") {
-            options.isHelp = true;
-        } else if (word == "--dot") {
-            if (!setMode(options, DumpMode::graph, error)) return false;
-        } else if (word == "--json") {
-            if (!setMode(options, DumpMode::json, error)) return false;
-        } else if (word == "--check") {
-            if (!setMode(options, DumpMode::check, error)) return false;
-        } else {
-            error = "unknown option " + nameText(word) + " (see --help)";
-            return false;
+    opterr = 0;
+    for (int code = 0; (code = getopt_long(argc, argv, "", longOptions, nullptr)) != -1;) {
+        switch (code) {
+            case fullCode:
+                options.isFull = true;
+                break;
+            case dotCode:
+                if (!setMode(options, DumpMode::graph, error)) return false;
+                break;
+            case jsonCode:
+                if (!setMode(options, DumpMode::json, error)) return false;
+                break;
+            case checkCode:
+                if (!setMode(options, DumpMode::check, error)) return false;
+                break;
+            case helpCode:
+                options.answer = helpText;
+                break;
+            case versionCode:
+                options.answer = versionText;
+                break;
+            default:
+                error = "unknown option " + nameText(refusedOption(argv)) + " (see --help)";
+                return false;
         }
     }
+    options.paths.assign(argv + optind, argv + argc);
     if (options.paths.empty()) options.paths.emplace_back("-");
     return true;
 }
@@ -105,8 +131,8 @@ int finish(int status) {
 }
 
 int run(const Options& options) {
-    if (options.isHelp) {
-        std::fputs(helpText, stdout);
+    if (options.answer != nullptr) {
+        std::fputs(options.answer, stdout);
         return finish(0);
     }
     int status = 0;
