@@ -25,28 +25,20 @@ class Track : public Item {
     Track(const Track&) = delete;
     Track& operator=(const Track&) = delete;
     ~Track() override;
-    void xdrSuccess(fxTranscriber& t) override;
 
     double seconds = 0;
     char* note = nullptr;    // ours, of malloc(); may be null
     float* peaks = nullptr;  // likewise
     unsigned int peakCount = 0;
-    Artist* artist = nullptr;  // shared, counted; may be null
+    fxRef<Artist> artist;  // shared; may be null
     long plays = 0;
 };
 
 class Album : public Item {
     FX_TRANSCRIBABLE(Album)
 
-    Album() = default;
-    Album(const Album&) = delete;
-    Album& operator=(const Album&) = delete;
-    ~Album() override;
-    void xdrSuccess(fxTranscriber& t) override;
-    void add(Track* track);
-
     fxIntArray ratings;
-    std::vector<Track*> tracks;  // shared, counted
+    std::vector<fxRef<Track>> tracks;  // shared; some may be null
 };
 
 FX_TRANSCRIBABLE_TYPE(Item, "Item", 1);
@@ -67,7 +59,7 @@ fxBool Artist::xdr(fxTranscriber& t) {
 fxBool Album::xdr(fxTranscriber& t) {
     int edition = 1;
     return fxXdrEdition(t, this, edition) && fxXdrBase<Item>(t, this) && fxXdr(t, ratings) &&
-           fxXdrObjects(t, tracks);
+           fxXdr(t, tracks);
 }
 
 fxBool Track::xdr(fxTranscriber& t) {
@@ -75,57 +67,32 @@ fxBool Track::xdr(fxTranscriber& t) {
     if (!fxXdrEdition(t, this, edition) || !fxXdrBase<Item>(t, this)) return false;
     if (!fxXdr(t, seconds)) return false;
     if (!fxXdrString(t, note) || !fxXdrBlock(t, peaks, peakCount)) return false;
-    if (!fxXdrObject(t, artist)) return false;
-    return edition < 2 || fxXdr(t, plays);
-}
-
-void Track::xdrSuccess(fxTranscriber& t) {
-    if (t.isReading() && artist != nullptr) artist->take();
+    return fxXdr(t, artist) && (edition < 2 || fxXdr(t, plays));
 }
 
 Track::~Track() {
     std::free(note);
     std::free(peaks);
-    if (artist != nullptr) artist->release();
 }
 
-void Album::xdrSuccess(fxTranscriber& t) {
-    if (!t.isReading()) return;
-    for (Track* track : tracks) {
-        if (track != nullptr) track->take();
-    }
-}
-
-Album::~Album() {
-    for (Track* track : tracks) {
-        if (track != nullptr) track->release();
-    }
-}
-
-void Album::add(Track* track) {
-    tracks.push_back(track);
-    track->take();
-}
-
-Track* makeTrack(const char* title, double seconds, Artist* artist) {
-    Track* const track = new Track;
+fxRef<Track> makeTrack(const char* title, double seconds, const fxRef<Artist>& artist) {
+    const fxRef<Track> track = fxMake<Track>();
     track->title = title;
     track->seconds = seconds;
     track->artist = artist;
-    artist->take();
     return track;
 }
 
-Album* makeAlbum() {
-    Artist* const artist = new Artist;
+fxRef<Album> makeAlbum() {
+    const fxRef<Artist> artist = fxMake<Artist>();
     artist->title = "Ada";
     artist->born = 1815;
-    Album* const album = new Album;
+    const fxRef<Album> album = fxMake<Album>();
     album->title = "Engines";
     album->ratings.append(4);
     album->ratings.append(5);
-    album->add(makeTrack("Cards", 61.5, artist));
-    album->add(makeTrack("Wheels", 183, artist));
+    album->tracks.push_back(makeTrack("Cards", 61.5, artist));
+    album->tracks.push_back(makeTrack("Wheels", 183, artist));
     Track& second = *album->tracks[1];
     second.note = strdup("live");
     second.peakCount = 3;
@@ -137,7 +104,7 @@ Album* makeAlbum() {
 void print(const Album& album) {
     std::printf("%s, rated %u times\n", static_cast<const char*>(album.title),
                 album.ratings.length());
-    for (const Track* track : album.tracks) {
+    for (const fxRef<Track>& track : album.tracks) {
         if (track == nullptr) continue;
         std::printf("  %s: %.1f s, %u peaks, %ld plays", static_cast<const char*>(track->title),
                     track->seconds, track->peakCount, track->plays);
@@ -150,10 +117,7 @@ void print(const Album& album) {
 }
 
 int saveCommand(const char* path) {
-    Album* const album = makeAlbum();
-    album->take();
-    const fxStreamFault fault = fxSave(path, album);
-    album->release();
+    const fxStreamFault fault = fxSave(path, makeAlbum());
     if (!fault) return 0;
     std::fprintf(stderr, "saving: %s\n", fault.text().c_str());
     return 1;

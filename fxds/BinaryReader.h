@@ -99,6 +99,7 @@ public:
     size_t placesNoted() const override;
     void forgetPlaces(size_t count) override;
     void setOwner(const void* slot) override;
+    void setHolder(const void* slot, TakeHold* hold) override;
     bool xdrText(fxStr& string, char** text, unsigned int byteCount) override;
     fxBool conclude(bool succeeded, fxXDRObj& object, void* address) override;
     void countsBlock(unsigned int& count) override;
@@ -167,6 +168,8 @@ private:
     bool hasFailed;            // the body that was read last, or a part of it
     bool mayLeaveData;         // there was a body: data may follow which that has left unread
     const void* owner;         // the slot of a pointer that owns what it gets, or null
+    const void* holder;        // the slot of a pointer that holds what it gets, or null
+    TakeHold* takeHold;        // by what it holds that
     fxTypeObj* bodyType;       // of the object or part that is being read, or null
     std::unique_ptr<fxRecordReader> records;
     const fxRecordFormat::Head& head;  // of the current record

@@ -11,6 +11,9 @@
 #include "fxds/detail/MovesAsBytes.h"
 #include "fxds/detail/NestedRelease.h"
 
+template <class T>
+struct fxXdrStd;
+
 /// Shares a T, which counts its holders itself: an fxRCObj or anything that
 /// derives from it (objects, properties, events, streams), a boxed value
 /// (fxData), an input channel. The last holder to let go ends it.
@@ -89,6 +92,7 @@ public:
 private:
     template <class U>
     friend class fxRef;
+    friend fxXdrStd<fxRef>;
 
     T* pointer = nullptr;
 };

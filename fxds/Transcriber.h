@@ -40,6 +40,8 @@ public:
     typedef fxTranscriber* ReaderFactory(fxStream*, short, long, const char*);
     /// Makes a writer on a stream, without writing anything.
     typedef fxTranscriber* WriterFactory(fxStream*);
+    /// Takes a hold on what a pointer field leads to.
+    typedef void TakeHold(void* target);
 
     fxTranscriber(const fxTranscriber&) = delete;
     fxTranscriber& operator=(const fxTranscriber&) = delete;
@@ -169,6 +171,12 @@ public:
     /// is written anew for each such field, or of an object that no other such
     /// field gets. Null ends this. See fxXdrOwning.
     virtual void setOwner(const void* slot);
+
+    /// Tells that the pointer field at `slot`, with which the operation for objects is
+    /// called next, holds what it gets. A reader that fills it later calls hold()
+    /// with what is in it when the graph has succeeded, before any xdrSuccess(). What
+    /// is there when the operation returns is for the caller to take. See fxRef.
+    virtual void setHolder(const void* slot, TakeHold* hold);
 
     /// Asks for that many chains of a hash container, of which a stream says only how
     /// many there are; a negative number earns them by entries that have passed. The

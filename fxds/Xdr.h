@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "fxds/MemoryStream.h"
+#include "fxds/Ref.h"
 #include "fxds/Str.h"
 #include "fxds/Transcriber.h"
 #include "fxds/TypedDictionary.h"
@@ -407,8 +408,8 @@ bool fxXdrBlock(fxTranscriber& t, T*& block, unsigned int& count) {
 
 ///@{
 /// A pointer to a transcribable object, to an fxStr, or null. Whose the object
-/// is when it has been read is for the classes to agree on; xdrSuccess() is the
-/// moment to take counted references. The record may be given for a class
+/// is when it has been read is for the classes to agree on: an fxRef holds it, and
+/// xdrSuccess() is the moment to take other counted references. The record may be given for a class
 /// that is registered without FX_TRANSCRIBABLE.
 template <class C>
 bool fxXdrObject(fxTranscriber& t, C*& object, fxTypeObj& declared) {
@@ -424,6 +425,27 @@ bool fxXdrObject(fxTranscriber& t, C*& object) {
     return fxXdrObject(t, object, fxXdrTypeOf<C>::record());
 }
 ///@}
+
+/// A reference travels as the pointer does, by fxXdrObject(): what is written as the one is
+/// read as the other. One that was read holds its object from the time on when the graph is
+/// complete, before the first xdrSuccess().
+template <class T>
+struct fxXdrStd<fxRef<T>> {
+    static constexpr bool isKnown = true;
+    static bool xdr(fxTranscriber& t, fxRef<T>& v) {
+        T* target = v.get();
+        if (!t.isReading()) return fxXdrObject(t, target);
+        v.reset();
+        t.setHolder(&v.pointer, take);
+        if (!fxXdrObject(t, v.pointer)) return false;
+        if (v.pointer != nullptr) take(const_cast<Plain*>(v.pointer));
+        return true;
+    }
+
+private:
+    typedef std::remove_const_t<T> Plain;
+    static void take(void* target) { static_cast<Plain*>(target)->take(); }
+};
 
 /// The only owner of an object. One of a class with a record travels as by
 /// fxXdrObject(), so that plain pointers may lead to it; no stream gives it a

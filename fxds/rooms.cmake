@@ -46,8 +46,8 @@ fxds_room(streams
   ON containers
   HEADERS BinaryReader BinaryTranscriber BinaryWriter CheckStream MemoryStream Save StdioStream TypedStream
     Xdr XdrEvolution XdrTables XdrValues
-  PRIVATE AddressIndex AddressSet OpenFile OutBuffer PartRoot ReaderGraph ReaderNumbers RecordFormat
-    RecordParser RecordReader StreamMarks StreamWalk TextChunks
+  PRIVATE AddressIndex AddressSet OpenFile OutBuffer PartRoot ReaderEntry ReaderGraph ReaderNumbers
+    RecordFormat RecordParser RecordReader StreamMarks StreamWalk TextChunks
   SOURCES BinaryReader BinaryTranscriber BinaryWriter CheckStream MemoryStream ReaderConverters
     ReaderFaults ReaderGraph RecordParser RecordReader Save StdioStream StreamHeader StreamWalk Xdr)
 

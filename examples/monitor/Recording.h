@@ -2,11 +2,12 @@
 #ifndef MONITOR_RECORDING_H
 #define MONITOR_RECORDING_H
 
+#include <vector>
+
 #include "fxds/FloatArray.h"
 #include "fxds/Ref.h"
 #include "fxds/Str.h"
 #include "fxds/StrArray.h"
-#include "fxds/VoidPtrArray.h"
 #include "fxds/Xdr.h"
 
 /// What all quantities showed at one time.
@@ -22,36 +23,27 @@ class AlarmEvent : public fxXDRObj {
     FX_TRANSCRIBABLE(AlarmEvent)
 
     AlarmEvent() = default;
-    AlarmEvent(int quantity, bool isActive, Sample* sample);
-    AlarmEvent(const AlarmEvent&) = delete;
-    AlarmEvent& operator=(const AlarmEvent&) = delete;
-    ~AlarmEvent() override;
-    void xdrSuccess(fxTranscriber& transcriber) override;
+    AlarmEvent(int quantity_, bool isActive_, Sample* sample_)
+        : quantity(quantity_), isActive(isActive_), sample(sample_) {}
 
-    int quantity = 0;          ///< Index in Recording::names.
-    bool isActive = false;     ///< Whether it began.
-    Sample* sample = nullptr;  ///< What raised or ended it. Shared.
+    int quantity = 0;       ///< Index in Recording::names.
+    bool isActive = false;  ///< Whether it began.
+    fxRef<Sample> sample;   ///< What raised or ended it.
 };
 
 /// The history of one run. The samples and alarms are shared.
 class Recording : public fxXDRObj {
     FX_TRANSCRIBABLE(Recording)
 
-    Recording() = default;
-    Recording(const Recording&) = delete;
-    Recording& operator=(const Recording&) = delete;
-    ~Recording() override;
-    void xdrSuccess(fxTranscriber& transcriber) override;
-
-    void add(Sample* sample);
-    void add(AlarmEvent* event);
+    void add(Sample* sample) { samples.emplace_back(sample); }
+    void add(AlarmEvent* event) { alarms.emplace_back(event); }
     /// Drops the oldest samples, and the alarms that they raised or ended.
     void dropSamples(unsigned int count);
 
-    const Sample& sampleAt(unsigned int index) const;
-    const AlarmEvent& alarmAt(unsigned int index) const;
-    unsigned int sampleCount() const { return samples.length(); }
-    unsigned int alarmCount() const { return alarms.length(); }
+    const Sample& sampleAt(unsigned int index) const { return *samples[index]; }
+    const AlarmEvent& alarmAt(unsigned int index) const { return *alarms[index]; }
+    unsigned int sampleCount() const { return static_cast<unsigned int>(samples.size()); }
+    unsigned int alarmCount() const { return static_cast<unsigned int>(alarms.size()); }
 
     /// Whether everything refers to something that is there: what comes from a
     /// file may be of the right form and yet make no sense.
@@ -62,8 +54,8 @@ class Recording : public fxXDRObj {
     bool smoothing = false;     ///< As last set.
 
 private:
-    fxVoidPtrArray samples;  // of Sample*, oldest first
-    fxVoidPtrArray alarms;   // of AlarmEvent*, oldest first
+    std::vector<fxRef<Sample>> samples;     // oldest first
+    std::vector<fxRef<AlarmEvent>> alarms;  // oldest first
 };
 
 /// The recording in the file, or null with one line for the user in `error`.

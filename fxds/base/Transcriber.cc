@@ -59,6 +59,7 @@ size_t fxTranscriber::placesNoted() const { return 0; }
 void fxTranscriber::forgetPlaces(size_t) {}
 
 void fxTranscriber::setOwner(const void*) {}
+void fxTranscriber::setHolder(const void*, TakeHold*) {}
 
 bool fxTranscriber::claimChains(long) { return true; }
 

@@ -102,6 +102,8 @@ fxBinaryReader::fxBinaryReader(fxStream* inStream, short shortMark, long longMar
       hasFailed(false),
       mayLeaveData(false),
       owner(nullptr),
+      holder(nullptr),
+      takeHold(nullptr),
       bodyType(nullptr),
       records(std::make_unique<fxRecordReader>(inStream, buffer, bufferBytes)),
       head(records->head()),
@@ -186,6 +188,7 @@ bool fxBinaryReader::xdr(char** p) { return readPrimPointer(p, 0); }
 bool fxBinaryReader::xdr(unsigned char** p) { return readPrimPointer(p, 0); }
 
 bool fxBinaryReader::xdr(void* slot, fxXDRObj*, fxTypeObj& declared, fxXDRObj*, void*) {
+    const bool isHolder = std::exchange(holder, nullptr) == slot;
     if (!fillPastTypes()) return false;
     std::memset(slot, 0, sizeof(void*));
     if (head.tag == fxTagNull) return true;
@@ -196,8 +199,11 @@ bool fxBinaryReader::xdr(void* slot, fxXDRObj*, fxTypeObj& declared, fxXDRObj*, 
     graph->await(entry, fxReaderEntry::awaitedObject);
     const bool suits = entry.isObject() ? entry.record().isA(declared)
                                         : entry.kind() == fxReaderEntry::awaitedObject;
-    if (!suits || (slot == owner && !graph->claim(entry))) return refuse(Fault::damaged, badNews);
-    return graph->notePointer(slot, head.id(), declared) || refuse(Fault::damaged, formatError);
+    const bool mayHave = (slot != owner || graph->claim(entry)) && (!isHolder || entry.share());
+    if (!suits || !mayHave) return refuse(Fault::damaged, badNews);
+    const bool isNoted = isHolder ? graph->noteHolder(slot, head.id(), declared, takeHold)
+                                  : graph->notePointer(slot, head.id(), declared);
+    return isNoted || refuse(Fault::damaged, formatError);
 }
 
 bool fxBinaryReader::xdr(fxTypeObj& base, void* derived, void* baseAddress) {
@@ -229,6 +235,11 @@ size_t fxBinaryReader::placesNoted() const { return graph->placesNoted(); }
 void fxBinaryReader::forgetPlaces(size_t count) { graph->forgetPlaces(count); }
 
 void fxBinaryReader::setOwner(const void* slot) { owner = slot; }
+
+void fxBinaryReader::setHolder(const void* slot, TakeHold* hold) {
+    holder = slot;
+    takeHold = hold;
+}
 
 bool fxBinaryReader::xdrText(fxStr& string, char**, unsigned int byteCount) {
     if (!awaitBlock(byteCount, true)) return false;
@@ -435,7 +446,7 @@ bool fxBinaryReader::readGraph(fxTypeObj& expected, unsigned int& rootId) {
     if (head.tag != fxTagObject || head.id() == 0) return refuse(Fault::damaged, baddestNews);
     rootId = head.id();
     graph->await(graph->at(rootId), fxReaderEntry::awaitedObject);
-    graph->at(rootId).claim();
+    graph->at(rootId).share();  // with the caller
     if (!readDefinition(&expected)) return false;
     while (graph->awaitedCount() > 0) {
         if (!nextInstance() || !readInstance()) return false;

@@ -125,6 +125,19 @@ void fxReaderGraph::placesMoved(const void* from, size_t byteCount, void* to, si
     roots.moved(from, byteCount, to);
 }
 
+bool fxReaderGraph::noteHolder(void* slot, unsigned int id, fxTypeObj& declared,
+                               void (*take)(void*)) {
+    if (!notePointer(slot, id, declared)) return false;
+    void* filled = nullptr;
+    std::memcpy(&filled, slot, sizeof filled);
+    if (filled != nullptr) return true;  // at once: for the caller to hold
+    const auto found = std::find(takes.begin(), takes.end(), take);
+    const auto index = static_cast<unsigned int>(found - takes.begin());
+    if (found == takes.end()) takes.push_back(take);
+    mark(slot, fxBinaryReaderItem::holderMark, index + 1);
+    return true;
+}
+
 void fxReaderGraph::beginGraph() {
     if (hasMarks) takeMarks(0, false);
     looseCount = items.size();
@@ -180,10 +193,10 @@ void fxReaderGraph::takeMarks(size_t first, bool isForgiven) {
         const fxBinaryReaderItem item = items[i];
         if (!item.isMark()) {
             items[kept++] = item;
-        } else if (item.wanted == fxBinaryReaderItem::endMark && !isForgiven) {
-            concludedOnes.push_back({static_cast<fxXDRObj*>(item.slot), nextBody() - 1});
-        } else if (item.wanted == fxBinaryReaderItem::countMark && isForgiven) {
-            *static_cast<unsigned int*>(item.slot) = 0;
+        } else if (item.wanted == fxBinaryReaderItem::countMark) {
+            if (isForgiven) *static_cast<unsigned int*>(item.slot) = 0;
+        } else if (item.wanted != fxBinaryReaderItem::partMark && !isForgiven) {
+            concludedOnes.push_back({item.slot, nextBody() - 1, item.id});
         }
     }
     items.resize(kept);
@@ -247,7 +260,14 @@ void fxReaderGraph::commit() {
 void fxReaderGraph::tell(fxTranscriber& transcriber) {
     std::vector<Concluded> told;
     told.swap(concludedOnes);
-    for (const Concluded& concluded : told) concluded.object->xdrSuccess(transcriber);
+    for (const Concluded& holder : told) {
+        void* object = nullptr;
+        if (holder.take != 0) std::memcpy(&object, holder.what, sizeof object);
+        if (object != nullptr) takes[holder.take - 1](object);
+    }
+    for (const Concluded& concluded : told) {
+        if (concluded.take == 0) static_cast<fxXDRObj*>(concluded.what)->xdrSuccess(transcriber);
+    }
 }
 
 // Destructors may do anything, so that everything is detached first.
@@ -382,7 +402,7 @@ void fxReaderGraph::leaveOrphans() {
         Orphan orphan{bodies[body], serial, {}, {}};
         for (; next != concludedOnes.end() && next->body == serial; ++next) {
             if (orphan.body.isReached) told.push_back(*next);
-            if (!orphan.body.isReached) orphan.concluded.push_back(next->object);
+            if (!orphan.body.isReached) orphan.concluded.push_back(*next);
         }
         if (orphan.body.isReached) continue;
         for (size_t i = orphan.body.firstItem; i < endOfItems(body); ++i) {
@@ -401,7 +421,7 @@ void fxReaderGraph::adopt() {
     std::vector<Concluded> told;
     for (const unsigned int serial : reachedOrphans) {
         Orphan& orphan = *orphanOf(serial);
-        for (fxXDRObj* concluded : orphan.concluded) told.push_back({concluded, serial});
+        told.insert(told.end(), orphan.concluded.begin(), orphan.concluded.end());
         orphan = Orphan{{}, serial, {}, {}};
     }
     concludedOnes.insert(concludedOnes.begin(), told.begin(), told.end());

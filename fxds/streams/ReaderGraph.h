@@ -19,21 +19,24 @@ class fxXDRObj;
 /// open, a mark of something else that may move or be given up like a place.
 struct fxBinaryReaderItem {
     static constexpr unsigned int objectMark = 0x80000000;    ///< See `wanted`.
+    static constexpr unsigned int holderMark = 0xFFFFFFFB;    ///< See `wanted`.
     static constexpr unsigned int partMark = 0xFFFFFFFC;      ///< See `wanted`.
     static constexpr unsigned int countMark = 0xFFFFFFFD;     ///< See `wanted`.
     static constexpr unsigned int endMark = 0xFFFFFFFE;       ///< See `wanted`.
     static constexpr unsigned int ownBlockMark = 0xFFFFFFFF;  ///< See `wanted`.
 
     /// Whether it is for an object.
-    bool isObject() const { return wanted >= objectMark && wanted < partMark; }
+    bool isObject() const { return wanted >= objectMark && wanted < holderMark; }
     bool isText() const { return wanted < objectMark && wanted != 0; }  ///< For a text.
     bool isOwnBlock() const { return wanted == ownBlockMark; }          ///< For a block of its own.
-    bool isMark() const { return wanted >= partMark && !isOwnBlock(); }  ///< For nothing.
+    bool isMark() const { return wanted >= holderMark && !isOwnBlock(); }  ///< For nothing.
 
     void* slot;           ///< Address of the pointer, or the fxStr. Of a mark: the part, the
-                          ///< count of a block, or the fxXDRObj that is told of success.
+                          ///< count of a block, the fxXDRObj that is told of success, or the
+                          ///< pointer that holds what it gets.
     unsigned int id;      ///< The number that it waits for; while it is linked, the place that
-                          ///< was linked before it, as its index + 1, or 0.
+                          ///< was linked before it, as its index + 1, or 0. Of a holder, by
+                          ///< what it holds: an index + 1.
     unsigned int wanted;  ///< 0 for a block that may be shared, ownBlockMark for one of the
                           ///< field's own, for a string its length with the terminator, for
                           ///< an object the mark and the number of the declared type; of
@@ -81,7 +84,8 @@ public:
     unsigned int awaitedCount() const { return awaited; }
 
     ///@{
-    /// Notes an empty place: a pointer to an object, a pointer to a block, which
+    /// Notes an empty place: a pointer to an object, one that holds its object by
+    /// `take(object)` once the graph has succeeded, a pointer to a block, which
     /// may get one of its own, or a string that is to get a text of `lengthBytes`
     /// with its terminator. Its number is awaited or defined as what suits the place. Outside of
     /// readings, what is handed out already is filled in at once. False when what
@@ -91,6 +95,7 @@ public:
         if (&declared != lastDeclared) chooseType(declared);
         return note({slot, id, lastMark});
     }
+    bool noteHolder(void* slot, unsigned int id, fxTypeObj& declared, void (*take)(void*));
     bool noteBlock(void* slot, unsigned int id, bool isOwn) {
         return note({slot, id, isOwn ? fxBinaryReaderItem::ownBlockMark : 0});
     }
@@ -167,8 +172,8 @@ public:
     ///@{
     /// Ends a graph whose numbers are all defined. completes() says whether every
     /// place can be filled; if so, commit() fills the loose ones, and hands out
-    /// what these and the root lead to. Then tell() tells the objects, in the order
-    /// in which they were made.
+    /// what these and the root lead to. Then tell() has the holders hold their objects,
+    /// and tells the objects, in the order in which they were made.
     bool completes(const fxReaderEntry& root);
     void commit();
     void tell(fxTranscriber& transcriber);
@@ -187,14 +192,15 @@ private:
         bool isReached;
     };
     struct Concluded {
-        fxXDRObj* object;
+        void* what;         // an fxXDRObj to tell, or a pointer that is to hold its object
         unsigned int body;  // serial number
+        unsigned int take;  // by what it holds, as an index + 1; 0 for an fxXDRObj
     };
     struct Orphan {
         Body body;
         unsigned int serial;
         std::vector<fxBinaryReaderItem> items;
-        std::vector<fxXDRObj*> concluded;
+        std::vector<Concluded> concluded;
     };
 
     fxTypeObj& typeOf(const fxBinaryReaderItem& item) const {
@@ -207,8 +213,8 @@ private:
         items.push_back(item);
         return true;
     }
-    void mark(void* slot, unsigned int wanted) {
-        items.push_back({slot, 0, wanted});
+    void mark(void* slot, unsigned int wanted, unsigned int id = 0) {
+        items.push_back({slot, id, wanted});
         hasMarks = true;
     }
     void takeMarks(size_t first, bool isForgiven);
@@ -245,14 +251,15 @@ private:
     std::vector<fxReaderEntry*> reachedBlocks;  // of a graph that completes: those to give
     std::vector<unsigned int> reachedOrphans;   // likewise: serial numbers, to be adopted
     std::vector<Concluded> concludedOnes;
-    fxAddressSet parts;                 // of the open body
-    fxAddressSet roots;                 // of these: those that are told
-    bool hasMarks = false;              // among the items of the open body or the loose ones
-    std::vector<Orphan> orphans;        // by serial number; adopted ones have no address
-    size_t adoptedCount = 0;            // how many of these
-    std::vector<fxTypeObj*> types;      // that places are declared with; not many
-    fxTypeObj* lastDeclared = nullptr;  // of a place: the one that was asked for last,
-    unsigned int lastMark = 0;          // and what `wanted` is for it
+    fxAddressSet parts;                  // of the open body
+    fxAddressSet roots;                  // of these: those that are told
+    bool hasMarks = false;               // among the items of the open body or the loose ones
+    std::vector<Orphan> orphans;         // by serial number; adopted ones have no address
+    size_t adoptedCount = 0;             // how many of these
+    std::vector<void (*)(void*)> takes;  // by which objects are held; not many
+    std::vector<fxTypeObj*> types;       // that places are declared with; not many
+    fxTypeObj* lastDeclared = nullptr;   // of a place: the one that was asked for last,
+    unsigned int lastMark = 0;           // and what `wanted` is for it
 };
 
 #endif

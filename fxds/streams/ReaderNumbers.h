@@ -1,4 +1,4 @@
-// What the reader knows of each record number.
+// The record numbers that the reader has met, and the blocks that they stand for.
 #ifndef FXDS_STREAMS_READERNUMBERS_H
 #define FXDS_STREAMS_READERNUMBERS_H
 
@@ -7,7 +7,6 @@
 #include <cstdint>
 #include <cstdlib>
 #include <memory>
-#include <utility>
 #include <vector>
 
 #include "fxds/BinaryOTDict.h"
@@ -15,98 +14,8 @@
 #include "fxds/Fatal.h"
 #include "fxds/TypeObj.h"
 #include "fxds/base/ChunkList.h"
+#include "fxds/streams/ReaderEntry.h"
 #include "fxds/streams/TextChunks.h"
-
-/// A number is unknown, then perhaps awaited as an object or as a block, and
-/// then defined, once. There is one entry for each number, so they are small.
-class fxReaderEntry {
-public:
-    enum Kind : unsigned char {
-        unknown,
-        awaitedObject,
-        awaitedBlock,
-        type,
-        object,
-        part,       // of an object, and a place may point to it
-        innerPart,  // of an object that is embedded in another; no place may
-        block
-    };
-
-    Kind kind() const { return kind_; }
-    bool isDefined() const { return kind_ >= type; }
-    bool isObject() const { return kind_ == object || kind_ == part; }  ///< For a place.
-
-    void await(Kind kind) {
-        kind_ = kind;
-        waiting_ = 0;
-        u.least = 0;
-    }
-    ///@{
-    /// Awaited: the place that waits and was linked last, as its index + 1; 0 for
-    /// none.
-    unsigned int waiting() const { return isDefined() ? 0 : waiting_; }
-    void setWaiting(unsigned int place) { waiting_ = place; }
-    ///@}
-    ///@{
-    /// Awaited block: the length that it must have.
-    unsigned int least() const { return u.least; }
-    void raiseLeast(unsigned int bytes) { u.least = std::max(u.least, bytes); }
-    ///@}
-    ///@{
-    /// Awaited block: whether a pointer field wants it, and not only strings.
-    bool isWantedPlain() const { return isWantedPlain_; }
-    void wantPlain() { isWantedPlain_ = true; }
-    ///@}
-
-    void defineType(fxTypeObj& newType) {
-        kind_ = type;
-        u.type = &newType;
-    }
-    void defineObject(Kind kind, fxTypeObj& newType, void* newAddress, unsigned int newBody) {
-        kind_ = kind;
-        body_ = newBody;
-        address_ = newAddress;
-        u.type = &newType;
-    }
-    /// Type, object, part.
-    fxTypeObj& record() const { return *u.type; }
-    void* address() const { return address_; }   ///< Object, part.
-    unsigned int body() const { return body_; }  ///< Object, part: serial number of the body.
-
-    /// Object, awaited or not: whether the caller is the first one to own it.
-    bool claim() { return !std::exchange(isOwned_, true); }
-
-    unsigned int bytes() const { return bytes_; }  ///< Block: its length.
-    /// Block: what copies are made from; null once a pointer field has got it and
-    /// may have freed it.
-    const char* source() const {
-        return u.text != nullptr || holder == field ? u.text : static_cast<const char*>(address_);
-    }
-
-private:
-    friend class fxReaderNumbers;
-
-    /// Who has the malloc() memory of a block: we, or a pointer field since now
-    /// or since before the caller last had control.
-    enum Holder : unsigned char { table, fieldSinceNow, field };
-
-    Kind kind_ = unknown;
-    bool isOwned_ = false;   // an object, by the caller or a place; a block's memory, by a place
-    bool isShared_ = false;  // a block's memory, by places that share it
-    Holder holder = table;
-    bool isWantedPlain_ = false;
-    union {
-        unsigned int waiting_ = 0;  // awaited
-        unsigned int body_;         // object, part
-        unsigned int bytes_;        // block
-    };
-    void* address_ = nullptr;  // object, part; block: its malloc() memory or null
-    union {
-        unsigned int least;
-        fxTypeObj* type;
-        const char* text;  // block: if only strings want it, in the text chunks
-    } u = {0};
-};
 
 /// The entries. Numbers run from 1 on in the streams of our writer, so that most
 /// stand in one array, indexed by number. It grows only in proportion to the

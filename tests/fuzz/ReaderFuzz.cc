@@ -39,34 +39,27 @@ fxBool Both::xdr(fxTranscriber& t) { return fxXdrBase<Left>(t, this) && fxXdrBas
 /// Makes do with what it got before a failure.
 class Crate : public Listed {
     FX_TRANSCRIBABLE(Crate)
-    ~Crate() override {
-        if (isHolding && other != nullptr) other->release();
-        if (isHolding && words != nullptr) words->release();
-    }
-
     Both inside;
-    Crate* other = nullptr;
-    Words* words = nullptr;
+    fxRef<Crate> other;
+    fxRef<const Words> words;
     fxStr label;
-    bool isHolding = false;
+    bool isTold = false;
 
     fxBool xdrFail(fxTranscriber&, void*) override { return 1; }
     void xdrSuccess(fxTranscriber& t) override {
-        if (!t.isReading()) return;
-        if (std::exchange(isHolding, true)) __builtin_trap();  // told twice
-        if (other != nullptr) other->take();
-        if (words != nullptr) words->take();
+        if (std::exchange(isTold, t.isReading())) __builtin_trap();  // told twice
+        if (other != nullptr && other->refCount == 0) __builtin_trap();
     }
     static void forgetAll() {
         for (Listed* object : Listed::all()) {
-            if (Crate* crate = dynamic_cast<Crate*>(object)) crate->other = nullptr;
+            if (Crate* crate = dynamic_cast<Crate*>(object))
+                static_cast<void>(crate->other.release());
         }
     }
 };
 FX_TRANSCRIBABLE_TYPE(Crate, "Crate", 1, Listed);
 fxBool Crate::xdr(fxTranscriber& t) {
-    return fxXdrBase<Listed>(t, this) && fxXdr(t, inside) && fxXdrObject(t, other) &&
-           fxXdrObject(t, words) && fxXdr(t, label);
+    return fxXdrBase<Listed>(t, this) && fxXdrAll(t, inside, other, words, label);
 }
 
 namespace {

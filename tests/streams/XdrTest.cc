@@ -107,6 +107,17 @@ fxBool Owners::xdr(fxTranscriber& t) {
            fxXdrSharedString(t, again) && fxXdrAll(t, one, other);
 }
 
+/// References, one of them beside an owner.
+class Linked : public Listed {
+    FX_TRANSCRIBABLE(Linked)
+    fxRef<Linked> next;
+    std::vector<fxRef<const Listed>> others;
+    std::unique_ptr<Listed> own;
+    fxRef<Listed> last;
+};
+FX_TRANSCRIBABLE_TYPE(Linked, "Linked", 1, Listed);
+fxBool Linked::xdr(fxTranscriber& t) { return fxXdrAll(t, next, others, own, last); }
+
 /// Holds an object, and points to it or to another.
 class Holder : public Listed {
     FX_TRANSCRIBABLE(Holder)
@@ -265,6 +276,47 @@ TEST_F(Xdr, ObjectsHaveOneOwner) {
     };
     EXPECT_DEATH(loaded<Owners>(streamOf(3)), "XXX bad news!");
     EXPECT_DEATH(loaded<Owners>(streamOf(1)), "XXX bad news!");  // the root has one
+    for (const bool isOwnerFirst : {false, true}) {
+        const std::string owned = record(11, word(3)), none = record(1);
+        EXPECT_DEATH(loaded<Linked>(header() + typeRecord(2, "Linked") + objectRecord(1, 2, "") +
+                                    (isOwnerFirst ? none : owned) + record(0, "", long8(0)) +
+                                    owned + (isOwnerFirst ? owned : none)),
+                     "XXX bad news!");
+    }
+}
+
+TEST_F(Xdr, ReferencesHoldOnceTheGraphIsThere) {
+    const fxRef<Linked> in = fxMake<Linked>();
+    in->next = fxMake<Linked>();
+    for (int i = 0; i < 20; ++i) in->others.emplace_back(i % 2 == 0 ? in->next : nullptr);
+    in->next->next = in;  // a circle
+    in->last = fxMake<Listed>();
+    const std::string bytes = saved(in.get());
+    in->next->next = nullptr;
+    const size_t before = Listed::all().size();
+    for (size_t cut = 1; cut < bytes.size() - header().size(); ++cut) {
+        HeldStream stream(bytes.substr(0, bytes.size() - cut));
+        fxStreamFault fault;
+        const std::unique_ptr<fxTranscriber> reader(fxTranscriber::getReader(stream, fault));
+        EXPECT_EQ(fxReadObject<Linked>(*reader), nullptr);
+        EXPECT_EQ(Listed::all().size(), before);
+    }
+    HeldStream stream(bytes);
+    {
+        const std::unique_ptr<fxTranscriber> reader(fxTranscriber::getReader(stream));
+        const fxRef<Linked> out(fxReadObject<Linked>(*reader));
+        ASSERT_TRUE(out != nullptr && out->next->next == out && out->others.size() == 20);
+        EXPECT_EQ(out->refCount, 2U);
+        EXPECT_EQ(out->next->refCount, 11U);
+        EXPECT_EQ(out->last->refCount, 1U);
+        fxRef<Listed> again;  // outside of objects: what was handed out is there at once
+        const std::string name = record(12, word(1));
+        stream->putBytes(name.data(), static_cast<unsigned int>(name.size()));
+        stream->setPosition(bytes.size());
+        EXPECT_TRUE(fxXdr(*reader, again) && again == out && out->refCount == 3);
+        out->next->next = nullptr;
+    }
+    EXPECT_EQ(Listed::all().size(), before);
 }
 
 TEST_F(Xdr, WhatCannotBeReadBackIsNotWritten) {
