@@ -50,7 +50,9 @@ void fxObj::endBelongings() {
 }
 
 fxBelongings& fxObj::makeBelongings() {
-    if (properties == nullptr) properties = new fxBelongings;
+    if (properties != nullptr) return *properties;
+    properties = new fxBelongings;
+    properties->setMaxLength(3);  // what the smallest block of the heap has room for
     return *properties;
 }
 

@@ -50,24 +50,7 @@ unsigned short tagOf(TableKind& kind) {
     return kind.tag;
 }
 
-// Enters a channel in the object's table, which is made if need be, and gives
-// back the channel whose name it takes, or null. Making the table a property is
-// the last step: another property may make way for it and run code of the program.
-template <class Channel>
-Channel* enter(fxObj& object, TableKind& kind, const char* name, Channel* channel) {
-    const unsigned short tag = tagOf(kind);
-    fxVoidPtrDict* table = findTable(object, kind);
-    if (table != nullptr) {
-        void* const old = std::exchange((*table)[fxStr(name)], channel);
-        return static_cast<Channel*>(old);
-    }
-    table = new fxVoidPtrDict;
-    (*table)[fxStr(name)] = channel;
-    object.setProperty(new fxProperty(tag, static_cast<void*>(table), kind.destructor));
-    return nullptr;
-}
-
-// A name as the key of a search: a string that only borrows its text.
+// A name as a key: a string that only borrows its text.
 class Name {
 public:
     explicit Name(const char* name) {
@@ -87,6 +70,23 @@ public:
 private:
     fxStr text;
 };
+
+// Enters a channel in the object's table, which is made if need be, and gives
+// back the channel whose name it takes, or null. Making the table a property is
+// the last step: another property may make way for it and run code of the program.
+template <class Channel>
+Channel* enter(fxObj& object, TableKind& kind, const char* name, Channel* channel) {
+    const unsigned short tag = tagOf(kind);
+    fxVoidPtrDict* table = findTable(object, kind);
+    if (table != nullptr) {
+        void* const old = std::exchange((*table)[Name(name)], channel);
+        return static_cast<Channel*>(old);
+    }
+    table = new fxVoidPtrDict;
+    (*table)[Name(name)] = channel;
+    object.setProperty(new fxProperty(tag, static_cast<void*>(table), kind.destructor));
+    return nullptr;
+}
 
 template <class Channel>
 Channel* findChannel(fxVoidPtrDict* table, const char* name) {
@@ -230,14 +230,14 @@ fxOutputChannel* fxObj::addOutput(char const* name, unsigned short type) {
 void fxObj::removeInput(char const* name) {
     fxInputChannel* input = getInput(name);
     if (input == nullptr) return;
-    getInputs()->remove(fxStr(name));
+    getInputs()->remove(Name(name));
     discard(input);
 }
 
 void fxObj::removeOutput(char const* name) {
     fxOutputChannel* output = getOutput(name);
     if (output == nullptr) return;
-    getOutputs()->remove(fxStr(name));
+    getOutputs()->remove(Name(name));
     delete output;
 }
 

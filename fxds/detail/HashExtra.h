@@ -37,11 +37,11 @@ struct fxHashExtra {
     unsigned int keyBytes = 0;  // of a key that is stored in storedKeyBytes
     unsigned int storedKeyBytes = 0;
     unsigned int linked = 0;       // entries in the chains
+    unsigned int divisor = 0;      // a bucket count and its reciprocal 2^64 / n,
+    unsigned long reciprocal = 0;  // which save the division
     unsigned long additions = 0;   // ever made
     fxWalkList<fxHashHold> holds;  // under way
     Node* lastRemoved = nullptr;   // ring of what was removed meanwhile
-    unsigned int divisor = 0;      // a bucket count and its reciprocal 2^64 / n,
-    unsigned long reciprocal = 0;  // which save the division
 };
 
 /// What `i++` leaves of a dictionary's or a set's iterator, for `*i++`: where it

@@ -46,7 +46,6 @@ public:
     void drop();
     void swap(fxHashIndex& other) {
         std::swap(slots, other.slots);
-        std::swap(mask, other.mask);
         std::swap(shift, other.shift);
         std::swap(used, other.used);
     }
@@ -59,11 +58,11 @@ private:
 
     unsigned int home(unsigned int tag) const { return tag >> shift; }
     unsigned int slotOf(unsigned int tag) const;
+    unsigned int mask() const { return ~0U >> shift; }  // number of slots less 1
     void allocate(unsigned int bits);
     void grow();
 
     Slot* slots = nullptr;
-    unsigned int mask = 0;   // number of slots less 1
     unsigned int shift = 0;  // what leaves the home of a tag
     unsigned int used = 0;   // slots that are not free
 };
@@ -72,14 +71,13 @@ private:
 template <class Node>
 unsigned int fxHashIndex<Node>::slotOf(unsigned int tag) const {
     unsigned int slot = home(tag);
-    while (slots[slot].node != nullptr && slots[slot].tag != tag) slot = (slot + 1) & mask;
+    while (slots[slot].node != nullptr && slots[slot].tag != tag) slot = (slot + 1) & mask();
     return slot;
 }
 
 template <class Node>
 void fxHashIndex<Node>::allocate(unsigned int bits) {
     slots = static_cast<Slot*>(fxNewZeroBlock(sizeof(Slot) << bits));
-    mask = (1U << bits) - 1;
     shift = 32 - bits;
     used = 0;
 }
@@ -101,7 +99,7 @@ void fxHashIndex<Node>::drop() {
 template <class Node>
 void fxHashIndex<Node>::grow() {
     Slot* const old = slots;
-    const unsigned int oldMask = mask;
+    const unsigned int oldMask = mask();
     const unsigned int oldUsed = used;
     allocate(33 - shift);
     used = oldUsed;
@@ -115,7 +113,7 @@ template <class Node>
 void fxHashIndex<Node>::insert(Node* node) {
     unsigned int slot = slotOf(node->tag);
     if (slots[slot].node == nullptr) {
-        if (used >= mask - mask / 4 && shift > 1) {
+        if (used >= mask() - mask() / 4 && shift > 1) {
             grow();
             slot = slotOf(node->tag);
         }
@@ -136,8 +134,9 @@ void fxHashIndex<Node>::remove(Node* node) {
     *link = node->alike;
     if (slots[hole].node != nullptr) return;
     --used;
-    for (unsigned int i = (hole + 1) & mask; slots[i].node != nullptr; i = (i + 1) & mask) {
-        if (((i - home(slots[i].tag)) & mask) < ((i - hole) & mask)) continue;
+    const unsigned int last = mask();
+    for (unsigned int i = (hole + 1) & last; slots[i].node != nullptr; i = (i + 1) & last) {
+        if (((i - home(slots[i].tag)) & last) < ((i - hole) & last)) continue;
         slots[hole] = slots[i];
         slots[i].node = nullptr;
         hole = i;

@@ -3,6 +3,7 @@
 #ifndef FXDS_DETAIL_NODESTORE_H
 #define FXDS_DETAIL_NODESTORE_H
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
@@ -49,8 +50,8 @@ public:
         std::swap(freed, other.freed);
         std::swap(fresh, other.fresh);
         std::swap(freshNodes, other.freshNodes);
-        std::swap(perChunk, other.perChunk);
         std::swap(inUse, other.inUse);
+        std::swap(perChunk, other.perChunk);
         std::swap(bytesBehind, other.bytesBehind);
         std::swap(step, other.step);
     }
@@ -62,8 +63,8 @@ private:
     struct Free {
         Free* next;
     };
-    static constexpr unsigned int leastPerChunk = 4;
-    static constexpr unsigned int mostPerChunk = 256;
+    static constexpr unsigned int secondChunk = 4;  // nodes; the first has one
+    static constexpr unsigned int mostPerChunk = 128;
     static constexpr size_t mostBytesBehind = 64;
     static constexpr size_t cacheLine = 64;
     static constexpr size_t blockAlignment = alignof(std::max_align_t);
@@ -73,13 +74,13 @@ private:
     void* place();
 
     Chunk* chunks = nullptr;
-    Free* freed = nullptr;                  // nodes that were dropped
-    char* fresh = nullptr;                  // the rest of the newest chunk
-    unsigned int freshNodes = 0;            // nodes that fit there
-    unsigned int perChunk = leastPerChunk;  // nodes of the next chunk
+    Free* freed = nullptr;  // nodes that were dropped
+    char* fresh = nullptr;  // the rest of the newest chunk
     unsigned int inUse = 0;
-    unsigned int bytesBehind = 0;      // room for a block behind each node
-    unsigned int step = sizeof(Node);  // from a node to the next
+    unsigned char freshNodes = 0;       // nodes that fit there
+    unsigned char perChunk = 1;         // nodes of the next chunk
+    unsigned char bytesBehind = 0;      // room for a block behind each node
+    unsigned char step = sizeof(Node);  // from a node to the next
 };
 
 template <class Node>
@@ -121,28 +122,32 @@ void fxNodeStore<Node>::drop(Node* node) {
 
 template <class Node>
 void fxNodeStore<Node>::setBytesBehind(size_t blockBytes) {
+    static_assert(sizeof(Node) + mostBytesBehind + blockAlignment <= 255);
     if (blockBytes > mostBytesBehind) return;
     shrink();
-    bytesBehind = static_cast<unsigned int>(blockBytes);
+    bytesBehind = static_cast<unsigned char>(blockBytes);
     const size_t bytes = sizeof(Node) + blockBytes + blockAlignment - 1;
-    step = static_cast<unsigned int>(bytes - bytes % blockAlignment);
+    step = static_cast<unsigned char>(bytes - bytes % blockAlignment);
 }
 
 // A chunk starts with its link and goes on so that the block of the first node
 // is aligned. The entry of a text and a pointer has the size of a cache
-// line, and is laid such that all that a search looks at is in one.
+// line, and is laid such that all that a search looks at is in one. Tables of one
+// entry are many, as each object with an input has one: their chunk has no more.
 template <class Node>
 void* fxNodeStore<Node>::place() {
     if (freed != nullptr) return std::exchange(freed, freed->next);
     if (freshNodes == 0) {
         static_assert((sizeof(Chunk) + sizeof(Node)) % blockAlignment == 0);
-        const size_t bytes = sizeof(Chunk) + size_t{perChunk} * step + cacheLine - blockAlignment;
+        const size_t slack = perChunk > 1 ? cacheLine - blockAlignment : 0;
+        const size_t bytes = sizeof(Chunk) + size_t{perChunk} * step + slack;
         char* const chunk = static_cast<char*>(fxNewBlock(bytes));
         chunks = new (chunk) Chunk{chunks};
-        const size_t beyondLine = reinterpret_cast<uintptr_t>(chunk) % cacheLine;
-        fresh = chunk + sizeof(Chunk) + (cacheLine - beyondLine) % cacheLine;
+        fresh = chunk + sizeof(Chunk);
+        if (slack != 0) fresh += -reinterpret_cast<uintptr_t>(chunk) % cacheLine;
         freshNodes = perChunk;
-        if (perChunk < mostPerChunk) perChunk *= 2;
+        perChunk = static_cast<unsigned char>(
+            perChunk == 1 ? secondChunk : std::min(2U * perChunk, mostPerChunk));
     }
     --freshNodes;
     return std::exchange(fresh, fresh + step);
@@ -154,7 +159,7 @@ void fxNodeStore<Node>::shrink() {
     while (chunks != nullptr) std::free(std::exchange(chunks, chunks->next));
     freed = nullptr;
     freshNodes = 0;
-    perChunk = leastPerChunk;
+    perChunk = 1;
 }
 
 #endif
