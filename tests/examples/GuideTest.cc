@@ -1,10 +1,13 @@
 // The pages that teach show programs that we build, and what these print.
 #include <gtest/gtest.h>
 
+#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <map>
 #include <ostream>
+#include <sstream>
 #include <vector>
 
 #include "tests/support/RunProgram.h"
@@ -34,6 +37,10 @@ const Page pages[] = {
     {"docs/guide/connections.md", "guide/guide_connections", {"guide/connections.cc"}, 5},
     {"docs/guide/ownership.md", "guide/guide_ownership", {"guide/ownership.cc"}, 3},
     {"docs/guide/values.md", "guide/guide_values", {"guide/values.cc"}, 5},
+    {"docs/guide/coming-from.md",
+     "guide/guide_peers",
+     {"guide/peers/ours.cc", "guide/peers/qt.cc", "guide/peers/glib.cc", "guide/peers/boost.cc"},
+     38},
     // Its program has a test of its own.
     {"docs/guide/saving.md", nullptr, {"saving.cc"}, 7},
     {"docs/guide/exceptions.md", nullptr, {}, 0},
@@ -83,6 +90,29 @@ TEST_P(Guide, ShowsWhatTheProgramPrints) {
 
 INSTANTIATE_TEST_SUITE_P(Pages, Guide, ::testing::ValuesIn(pages),
                          [](const auto& page) { return "Page" + std::to_string(page.index); });
+
+// What the program prints for each topic, the word before the colon.
+std::map<std::string, std::string> topicsOf(const std::string& program) {
+    int status = -1;
+    std::istringstream lines(outputOf(FXDS_EXAMPLES "/guide/" + program, status));
+    EXPECT_EQ(status, 0) << program;
+    std::map<std::string, std::string> topics;
+    for (std::string line; std::getline(lines, line);) {
+        topics[line.substr(0, line.find(':'))] += line + '\n';
+    }
+    return topics;
+}
+
+TEST(ComingFrom, OtherLibrariesPrintTheSame) {
+    std::map<std::string, std::string> ours = topicsOf("guide_peers");
+    for (const std::string peer : {"peer_qt", "peer_glib", "peer_boost"}) {
+        if (!std::filesystem::exists(FXDS_EXAMPLES "/guide/" + peer)) {
+            std::printf("left out: %s is not built\n", peer.c_str());
+            continue;
+        }
+        for (const auto& [topic, text] : topicsOf(peer)) EXPECT_EQ(text, ours[topic]) << peer;
+    }
+}
 
 #ifdef FXDS_BUILD_DIR
 // The command below the first program, with this build in place of the one that
