@@ -6,7 +6,6 @@
 #include <filesystem>
 #include <fstream>
 #include <map>
-#include <ostream>
 #include <sstream>
 #include <vector>
 
@@ -20,8 +19,6 @@ struct Page {
     std::vector<const char*> sources;  // in examples/, whose code the page shows
     unsigned int codeBlocks;           // at least so many
 };
-
-void PrintTo(const Page& page, std::ostream* out) { *out << page.name; }
 
 const Page pages[] = {
     {"README.md", "quickstart", {"quickstart.cc"}, 1},
@@ -60,36 +57,27 @@ std::vector<std::string> blocksOf(const std::string& page, const std::string& la
     return blocks;
 }
 
-class Guide : public ::testing::TestWithParam<Page> {
-protected:
-    const std::string text = contents(FXDS_SOURCE_DIR "/" + std::string(GetParam().name));
-};
-
-TEST_P(Guide, ShowsTheProgramThatWeBuild) {
-    std::string program;
-    for (const char* source : GetParam().sources) {
-        const std::string part = contents(FXDS_SOURCE_DIR "/examples/" + std::string(source));
-        EXPECT_FALSE(part.empty()) << source;
-        program += part;
-    }
-    const std::vector<std::string> blocks = blocksOf(text, "cpp");
-    EXPECT_GE(blocks.size(), GetParam().codeBlocks);
-    for (const std::string& block : blocks) {
-        EXPECT_NE(program.find(block), std::string::npos) << block;
+TEST(Guide, ShowsTheProgramsThatWeBuildAndWhatTheyPrint) {
+    for (const Page& page : pages) {
+        SCOPED_TRACE(page.name);
+        const std::string text = contents(FXDS_SOURCE_DIR "/" + std::string(page.name));
+        std::string code;
+        for (const char* source : page.sources) {
+            code += contents(FXDS_SOURCE_DIR "/examples/" + std::string(source));
+        }
+        const std::vector<std::string> blocks = blocksOf(text, "cpp");
+        EXPECT_GE(blocks.size(), page.codeBlocks);
+        for (const std::string& block : blocks) {
+            EXPECT_NE(code.find(block), std::string::npos) << block;
+        }
+        if (page.program == nullptr) continue;
+        std::string shown;
+        for (const std::string& block : blocksOf(text, "text")) shown += block;
+        int status = -1;
+        EXPECT_EQ(outputOf(FXDS_EXAMPLES "/" + std::string(page.program), status), shown);
+        EXPECT_EQ(status, 0);
     }
 }
-
-TEST_P(Guide, ShowsWhatTheProgramPrints) {
-    std::string shown;
-    for (const std::string& block : blocksOf(text, "text")) shown += block;
-    if (GetParam().program == nullptr) return;
-    int status = -1;
-    EXPECT_EQ(outputOf(FXDS_EXAMPLES "/" + std::string(GetParam().program), status), shown);
-    EXPECT_EQ(status, 0);
-}
-
-INSTANTIATE_TEST_SUITE_P(Pages, Guide, ::testing::ValuesIn(pages),
-                         [](const auto& page) { return "Page" + std::to_string(page.index); });
 
 // What the program prints for each topic, the word before the colon.
 std::map<std::string, std::string> topicsOf(const std::string& program) {
@@ -103,7 +91,7 @@ std::map<std::string, std::string> topicsOf(const std::string& program) {
     return topics;
 }
 
-TEST(ComingFrom, OtherLibrariesPrintTheSame) {
+TEST(Guide, OtherLibrariesPrintTheSame) {
     std::map<std::string, std::string> ours = topicsOf("guide_peers");
     for (const std::string peer : {"peer_qt", "peer_glib", "peer_boost"}) {
         if (!std::filesystem::exists(FXDS_EXAMPLES "/guide/" + peer)) {
@@ -141,7 +129,7 @@ TEST(Readme, BuildsAndRunsTheFirstProgram) {
 #endif
 
 // A reader gets from the first page to the last.
-TEST(GuideIndex, LeadsToEveryPage) {
+TEST(Guide, IndexLeadsToEveryPage) {
     const std::string index = contents(FXDS_SOURCE_DIR "/docs/guide/README.md");
     const std::string folder = "docs/guide/";
     for (const Page& page : pages) {
