@@ -355,7 +355,7 @@ TEST(OwningArray, KeepsItsElementsWhenOneThrows) {
     }
 }
 
-// Classes that override a copying hook and declare it nowhere else.
+// Overrides a copying hook and declares it nowhere else.
 class Copies : public fxTypedArray<Copies, int> {
 public:
     using fxTypedArray::fxTypedArray;
@@ -368,18 +368,11 @@ public:
 unsigned int Copies::count = 0;
 
 TEST(ArrayHooks, CopyWhateverIsDoubled) {
-    class MoreCopies : public fxIntArray {
-        void copyElements(const void* from, void* to, unsigned int byteCount) const override {
-            Copies().copyElements(from, to, byteCount);
-        }
-    } more;
     Copies array;
     for (int i = 0; i < 8; ++i) array.append(i);
-    for (int i = 0; i < 8; ++i) more.append(i);
-    EXPECT_EQ(Copies::count, 16U);
+    EXPECT_EQ(Copies::count, 8U);
     const Copies copy(array);
-    const fxIntArray part(more);
-    EXPECT_EQ(Copies::count, 32U);
+    EXPECT_EQ(Copies::count, 16U);
     EXPECT_EQ(copy, array);
 }
 

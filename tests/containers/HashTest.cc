@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <cctype>
 #include <cstdlib>
 
 #include "fxds/StrSet.h"
@@ -10,33 +9,6 @@
 #include "tests/support/HashModel.h"
 
 namespace {
-
-/// Texts are equal whatever their case, and told apart by all of their bytes if
-/// it is told to. Counts how often they are compared.
-template <class Base>
-class Folding : public Base {
-public:
-    explicit Folding(bool isFast_) : isFast(isFast_) {}
-    mutable unsigned long comparisons = 0;
-
-protected:
-    static fxStr folded(const void* key) {
-        std::string text(static_cast<const fxStr*>(key)->view());
-        for (char& c : text) c = static_cast<char>(std::tolower(c));
-        return fxStr(text);
-    }
-    unsigned long hashKey(const void* key) const override { return folded(key).hash(); }
-    int compareKeys(const void* a, const void* b) const override {
-        ++comparisons;
-        return compare(folded(a), folded(b));
-    }
-    unsigned long fingerprintKey(const void* key, unsigned long hash) const override {
-        return isFast ? fxKeyHooks<fxStr>::fingerprint(folded(key), hash) : hash;
-    }
-
-private:
-    const bool isFast;
-};
 
 struct Dictionaries {
     typedef fxStrStrDictionary Table;
@@ -154,31 +126,6 @@ TYPED_TEST(Hash, IteratorsAgreeWithModel) {
         compareWalks<typename TypeParam::Table, typename TypeParam::Iter>(
             table, ChainModel(chains),
             [](auto& t, const fxStr& key) { TypeParam::add(t, key, ""); });
-    }
-}
-
-// The keys are alike in all bytes that their hash sees.
-TYPED_TEST(Hash, SubclassesSayWhatAKeyIs) {
-    for (const bool isFast : {true, false}) {
-        Folding<typename TypeParam::Table> table(isFast);
-        const unsigned long count = isFast ? 5000 : 300;
-        const auto name = [](unsigned long i, const char* pattern) {
-            return fxStr(static_cast<int>(i), pattern);
-        };
-        for (unsigned long i = 0; i < count; ++i) {
-            TypeParam::add(table, name(i, "/a/common/prefix/longer/than/the/hash/sees/%d"), "x");
-            TypeParam::add(table, name(i, "/A/COMMON/prefix/longer/than/the/hash/sees/%d"), "x");
-        }
-        EXPECT_EQ(table.size(), count);
-        for (unsigned long i = 0; i < count; ++i) {
-            const fxStr key = name(i, "/a/common/prefix/longer/THAN/THE/hash/sees/%d");
-            ASSERT_NE(TypeParam::find(table, key), nullptr);
-            table.remove(key);
-        }
-        EXPECT_TRUE(table.isEmpty());
-        if (isFast) {
-            EXPECT_LT(table.comparisons, 4 * count);
-        }
     }
 }
 

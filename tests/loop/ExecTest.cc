@@ -243,19 +243,6 @@ TEST_F(Exec, WithoutHandlersOnlyEventsAreServed) {
     EXPECT_TRUE(timer.isActive());
 }
 
-TEST_F(Exec, TimerShortensTheWaitAndGetsExactlyItsTime) {
-    Pair idle;
-    auto handler = serve("h", idle, true);
-    fxTimer first, second;
-    first.setInterval(1.0F / 128);
-    second.setInterval(1.0F / 128 + 512);
-    first.startTimer();
-    second.startTimer();
-    exec.poll(1000);
-    EXPECT_FALSE(first.isActive());
-    EXPECT_EQ(second.delta, 512.0F);
-}
-
 TEST_F(Exec, PollingDoesNotFireWhatIsNotDue) {
     Pair ready;
     auto handler = serve("h", ready, true);

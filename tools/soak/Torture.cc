@@ -14,7 +14,6 @@ namespace soak {
 
 namespace {
 
-constexpr size_t deepest = 5;
 constexpr int reactions = 40;      // steps inside calls that one outermost step may lead to
 constexpr long ticksPerUnit = 25;  // of times(), which has 100 in a second
 
@@ -48,6 +47,7 @@ Torturer::Torturer(unsigned int seed) : rng(seed) {
     }();
     firstTag = tag;
     model.lastEvent = static_cast<Id>(fxEvent::nextSequenceNumber);
+    collections = makeCollections();
 }
 
 void Torturer::fail(const char* format, ...) {

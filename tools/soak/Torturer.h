@@ -21,8 +21,10 @@
 namespace soak {
 
 class Torturer;
+struct Collections;
 extern Torturer* torturer;  // what the library's calls come to
 
+constexpr size_t deepest = 5;  // calls of the library within one another
 constexpr int tags = 6;
 constexpr const char* inputNames[slots] = {"in", "set", "clear", "more"};
 constexpr const char* outputNames[slots] = {"out", "changed", "done", "tick"};
@@ -89,6 +91,10 @@ public:
     bool isOpen(int fd) const;
     void objectDied(Id object) { reallyDied.push_back(object); }
     void thingReleased(Id thing);
+    void act();  // of a hook, which may do so at any time
+    unsigned long getActions() const { return actions; }
+    long below(size_t limit) { return static_cast<long>(rng() % limit); }
+    void fail(const char* format, ...) __attribute__((format(printf, 2, 3)));
     void maybeThrow() {
         if (!report.empty() || !chance(3)) return;
         stack.back()->abandon();
@@ -108,10 +114,8 @@ private:
         bool isOurs;  // whether we hold it
     };
 
-    void fail(const char* format, ...) __attribute__((format(printf, 2, 3)));
     void note(const char* what, long a = 0, long b = 0, long c = 0);
     bool chance(unsigned int percent) { return rng() % 100 < percent; }
-    long below(size_t limit) { return static_cast<long>(rng() % limit); }
     int slot() { return static_cast<int>(below(slots)); }
     template <class Action>
     void during(Activity& activity, Action action);
@@ -145,6 +149,11 @@ private:
     void changeTimer();
     void changeHandler();
     void changeFunctions();
+    static std::shared_ptr<Collections> makeCollections();
+    template <class Table>
+    void changeTables(std::unique_ptr<Table> (&tables)[2]);
+    void changeCollection();
+    void endCollections();
     void changeQueue();
     void changeTaken();
     void distribute();
@@ -162,6 +171,7 @@ private:
     std::vector<Activity*> stack;
     int reactionsLeft = 0;
     unsigned long stepsTaken = 0;
+    unsigned long actions = 0;
     std::string report;
     static constexpr size_t traceLength = 60;
     Step trace[traceLength] = {};
@@ -174,6 +184,7 @@ private:
     std::map<Id, std::unique_ptr<Ear>> ears;
     std::vector<std::pair<Event, fxEvent*>> taken;
     std::vector<std::pair<Id, fxProperty*>> heldTables;
+    std::shared_ptr<Collections> collections;
     std::map<Id, const void*> graves;  // of applications that are still counted
     std::vector<Id> reallyDied, reallyReleased;
     Id acting = 0;       // the thing whose end acts
