@@ -243,26 +243,14 @@ TEST_F(Exec, WithoutHandlersOnlyEventsAreServed) {
     EXPECT_TRUE(timer.isActive());
 }
 
-TEST_F(Exec, PollingDoesNotFireWhatIsNotDue) {
-    Pair ready;
-    auto handler = serve("h", ready, true);
-    ready.makeReadable();
+TEST_F(Exec, TimeThatWasWaitedPasses) {
     fxTimer timer;
     timer.setInterval(1000);
     timer.startTimer();
-    exec.poll(0);
-    exec.poll(2000);
-    EXPECT_TRUE(timer.isActive());
-    EXPECT_LE(timer.delta, 1000.0F);
-    EXPECT_GT(timer.delta, 900.0F);
-    EXPECT_EQ(log, (Log{"hr", "hr"}));
-    exec.removeSelectHandler(handler.get());
-
     Pair idle;
     auto waiting = serve("w", idle, true);
-    const float before = timer.delta;
     exec.poll(1.0F / 64);  // more than one tick of the clock
-    EXPECT_LT(timer.delta, before);
+    EXPECT_LT(timer.delta, 1000.0F);
 }
 
 TEST_F(Exec, OddTimesAreUsable) {

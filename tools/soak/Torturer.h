@@ -66,7 +66,10 @@ struct Thrown {};
 class Torturer {
 public:
     explicit Torturer(unsigned int seed);
-    ~Torturer() { torturer = nullptr; }
+    ~Torturer() {
+        collections.reset();
+        torturer = nullptr;
+    }
 
     void run(unsigned long steps);
     void end();
@@ -93,6 +96,7 @@ public:
     void thingReleased(Id thing);
     void act();  // of a hook, which may do so at any time
     unsigned long getActions() const { return actions; }
+    bool isNested() const { return stack.size() > 1; }
     long below(size_t limit) { return static_cast<long>(rng() % limit); }
     void fail(const char* format, ...) __attribute__((format(printf, 2, 3)));
     void maybeThrow() {
