@@ -1,7 +1,8 @@
-# Holds fxds/ against its table, fxds/rooms.cmake: every file stands there and
+# Compares fxds/ with its table, fxds/rooms.cmake: every file is in the table and
 # every name has a file; a file includes only its own room and those below, but
 # for the exceptions, and none of these is idle; headers that are installed need
-# none that is not; fxds/fxds.h includes every public header, in order.
+# none that is not; fxds/fxds.h includes every public header, in order; the files and
+# functions that docs/architecture.md names exist.
 #   cmake -P cmake/CheckRooms.cmake
 cmake_minimum_required(VERSION 3.25)
 include(${CMAKE_CURRENT_LIST_DIR}/Rooms.cmake)
@@ -59,6 +60,23 @@ if(NOT "${includes_of_fxds.h}" STREQUAL "${expected}")
   list(JOIN expected "\n    " expected)
   string(APPEND faults "  fxds/fxds.h does not include just these, in this order:\n    ${expected}\n")
 endif()
+
+# docs/architecture.md names files, and functions as `name()`, `file`, that exist.
+file(READ ${folder}/../docs/architecture.md page)
+string(REGEX MATCHALL "`fxds/[A-Za-z/]+[.](cc|h)`" named "${page}")
+string(REGEX MATCHALL "`[A-Za-z:~]+\\(\\)`, `fxds/[A-Za-z/]+[.](cc|h)`" functions "${page}")
+foreach(entry IN LISTS named functions)
+  string(REGEX MATCH "fxds/[A-Za-z/]+[.](cc|h)" file "${entry}")
+  set(text "")
+  if(EXISTS ${folder}/../${file})
+    file(READ ${folder}/../${file} text)
+  endif()
+  string(REGEX MATCH "[A-Za-z~]+\\(" function "${entry}")
+  string(FIND "${text}" "${function}" at)
+  if(text STREQUAL "" OR at EQUAL -1)
+    string(APPEND faults "  docs/architecture.md names what is not there: ${entry}\n")
+  endif()
+endforeach()
 
 if(faults)
   message(FATAL_ERROR "The rooms are not kept:\n${faults}")

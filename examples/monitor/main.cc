@@ -10,7 +10,6 @@
 #include "Options.h"
 #include "fxds/Exec.h"
 #include "fxds/Globals.h"
-#include "fxds/Library.h"
 #include "fxds/Network.h"
 
 namespace {
@@ -73,8 +72,7 @@ int main(int argc, char** argv) {
     if (options.action == Options::showHelp) {
         std::fputs(usageText, stdout);
     } else if (options.action == Options::showVersion) {
-        std::fputs("monitor of ", stdout);
-        libostrelfxds_print_verid();
+        std::puts("monitor of libostrelfxds " MONITOR_VERSION);
     } else {
         status = run(options, argc, argv, signalNumber);
     }
