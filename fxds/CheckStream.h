@@ -16,7 +16,9 @@ class fxStream;
 /// a class can tell, such as which fields an object has, it does not find; so
 /// fxLoad() may refuse what this accepts.
 ///
-/// The bytes of a stream and of a file are taken into memory.
+/// The bytes of a stream are taken into memory. Of a file only what the records
+/// say of themselves is looked at, and zeros behind the records are a fault at once:
+/// a huge file, which may be one of holes, costs no more than its records.
 [[nodiscard]] FX_API fxStreamFault fxCheckStream(const void* bytes, size_t byteCount);
 [[nodiscard]] FX_API fxStreamFault fxCheckStream(fxStream& stream);
 [[nodiscard]] FX_API fxStreamFault fxCheckStream(const char* path);

@@ -1,10 +1,12 @@
 #include "fxds/CheckStream.h"
 
-#include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <string>
+#include <string_view>
 
 #include "fxds/Stream.h"
 #include "fxds/streams/OpenFile.h"
@@ -22,22 +24,58 @@ public:
     fxStreamFault first;
 };
 
-// False with the reason in errno.
-bool readAll(int fd, std::string& bytes) {
-    char piece[1 << 16];
-    while (true) {
-        const ssize_t got = ::read(fd, piece, sizeof piece);
-        if (got > 0) bytes.append(piece, static_cast<size_t>(got));
-        if (got == 0) return true;
-        if (got < 0 && errno != EINTR) return false;
+// A file, of which one piece is in memory.
+class FileBytes : public fxStreamParts::StreamBytes {
+public:
+    // A negative `fd` has its reason in errno.
+    explicit FileBytes(int fd_) : fd(fd_) {
+        struct stat status;
+        if (fd < 0 || fstat(fd, &status) != 0) error = errno;
+        if (error == 0) bytes = static_cast<size_t>(status.st_size);
     }
-}
+    FileBytes(const FileBytes&) = delete;
+    FileBytes& operator=(const FileBytes&) = delete;
+    ~FileBytes() override {
+        if (fd >= 0) ::close(fd);
+    }
+
+    size_t size() const override { return bytes; }
+    std::string_view at(size_t offset, size_t count) override {
+        const bool isHeld = offset >= pieceAt && offset + count <= pieceAt + pieceBytes;
+        if (!isHeld) read(offset);
+        const size_t skipped = std::min(offset - pieceAt, pieceBytes);
+        return std::string_view(piece, pieceBytes).substr(skipped, count);
+    }
+    std::string_view held(size_t, size_t) override { return {}; }
+
+    int error = 0;
+
+private:
+    // One that fails is the end.
+    void read(size_t offset) {
+        pieceAt = offset;
+        pieceBytes = 0;
+        ssize_t got = 1;
+        while (got != 0 && pieceBytes < sizeof piece && error == 0) {
+            got = ::pread(fd, piece + pieceBytes, sizeof piece - pieceBytes,
+                          static_cast<off_t>(offset + pieceBytes));
+            if (got > 0) pieceBytes += static_cast<size_t>(got);
+            if (got < 0 && errno != EINTR) error = errno;
+        }
+    }
+
+    const int fd;
+    size_t bytes = 0;
+    size_t pieceAt = 0;
+    size_t pieceBytes = 0;
+    char piece[1 << 16];
+};
 
 }  // namespace
 
 fxStreamFault fxCheckStream(const void* bytes, size_t byteCount) {
     Check check;
-    fxStreamParts::StreamWalk({static_cast<const char*>(bytes), byteCount}, check).run();
+    fxStreamParts::StreamWalk(check).run({static_cast<const char*>(bytes), byteCount});
     return check.first;
 }
 
@@ -53,18 +91,14 @@ fxStreamFault fxCheckStream(fxStream& stream) {
 }
 
 fxStreamFault fxCheckStream(const char* path) {
-    fxStreamFault fault;
-    std::string bytes;
-    const int fd = fxOpenFile(path);
-    const bool isRead = fd >= 0 && readAll(fd, bytes);
-    const int error = errno;
-    if (fd >= 0) ::close(fd);
-    if (isRead) {
-        fault = fxCheckStream(bytes.data(), bytes.size());
-    } else {
-        fault.kind = fxStreamFault::systemError;
-        fault.error = error;
+    FileBytes file(fxOpenFile(path));
+    Check check;
+    if (file.error == 0) fxStreamParts::StreamWalk(check).run(file);
+    if (file.error != 0) {
+        check.first = fxStreamFault();
+        check.first.kind = fxStreamFault::systemError;
+        check.first.error = file.error;
     }
-    if (fault) fault.path = path;
-    return fault;
+    if (check.first) check.first.path = fxShownPath(path);
+    return check.first;
 }

@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <string>
 
 /// A descriptor for reading the file at `path`; negative, with the reason in errno,
 /// when there is none. What is no file is not opened: reading it might never end.
@@ -20,6 +21,11 @@ inline int fxOpenFile(const char* path) {
     ::close(fd);
     errno = S_ISDIR(status.st_mode) ? EISDIR : EINVAL;
     return -1;
+}
+
+/// The path as a fault names it: an empty one shows, too. It may be null.
+inline std::string fxShownPath(const char* path) {
+    return path != nullptr && *path != '\0' ? path : "''";
 }
 
 #endif

@@ -1,5 +1,6 @@
 #include "fxds/streams/RecordParser.h"
 
+#include <algorithm>
 #include <cstring>
 #include <utility>
 
@@ -14,13 +15,22 @@ namespace fxStreamParts {
 
 namespace {
 
-// The text that begins at `at` and ends before a zero; `at` moves past that.
-bool takeText(std::string_view stream, size_t& at, std::string_view& text) {
-    const size_t end = stream.find('\0', at);
-    if (end == std::string_view::npos) return false;
-    text = stream.substr(at, end - at);
-    at = end + 1;
-    return true;
+// Appends the text that begins at `at` and ends before a zero; `at` moves past that.
+// False when there is no zero in the stream. Of a text that is longer than `longest`,
+// the rest is passed over.
+bool takeText(StreamBytes& stream, size_t& at, std::string& text, size_t longest) {
+    constexpr size_t piece = 256;
+    while (true) {
+        const std::string_view bytes = stream.at(at, piece);
+        const size_t end = bytes.find('\0');
+        const size_t length = std::min(end, bytes.size());
+        text.append(bytes.substr(0, std::min(length, longest - text.size())));
+        at += length;
+        if (bytes.empty()) return false;
+        if (end == std::string_view::npos) continue;
+        ++at;
+        return true;
+    }
 }
 
 }  // namespace
@@ -29,22 +39,27 @@ std::string counted(size_t count, const char* what) {
     return std::to_string(count) + " " + what + (count == 1 ? "" : "s");
 }
 
+StreamBytes::~StreamBytes() = default;
+
 // The marks tell the byte order of the writer when they are read in our own.
-bool parseHeader(std::string_view stream, Header& header) {
+bool parseHeader(StreamBytes& stream, Header& header) {
+    constexpr size_t longest = 1000;
     size_t at = 0;
-    if (!takeText(stream, at, header.writer)) return false;
+    if (!takeText(stream, at, header.writer, longest)) return false;
     header.floatsAt = at;
-    if (!takeText(stream, at, header.floats)) return false;
+    if (!takeText(stream, at, header.floats, longest)) return false;
     header.shortMarkAt = at;
     header.longMarkAt = at + sizeof header.shortMark;
     header.end = header.longMarkAt + sizeof header.longMark;
     if (header.end > stream.size()) return false;
-    std::memcpy(&header.shortMark, stream.data() + header.shortMarkAt, sizeof header.shortMark);
-    std::memcpy(&header.longMark, stream.data() + header.longMarkAt, sizeof header.longMark);
+    const std::string_view marks = stream.at(at, header.end - at);
+    if (marks.size() < header.end - at) return false;
+    std::memcpy(&header.shortMark, marks.data(), sizeof header.shortMark);
+    std::memcpy(&header.longMark, marks.data() + sizeof header.shortMark, sizeof header.longMark);
     return true;
 }
 
-RecordParser::RecordParser(std::string_view bytes, size_t at) : stream(bytes), cursor(at) {}
+RecordParser::RecordParser(StreamBytes& bytes, size_t at) : stream(bytes), cursor(at) {}
 
 RecordParser::Outcome RecordParser::next(Record& record) {
     record = Record();
@@ -55,7 +70,7 @@ RecordParser::Outcome RecordParser::next(Record& record) {
     if (left() == 0) return ended;
     record.at = cursor;
     unsigned char bytes[maxHeadBytes] = {};
-    stream.copy(reinterpret_cast<char*>(bytes), sizeof bytes, cursor);
+    stream.at(cursor, sizeof bytes).copy(reinterpret_cast<char*>(bytes), sizeof bytes);
     const Head head = decode(bytes);
     record.tag = head.tag;
     if (head.tag >= tagCount) {
@@ -72,7 +87,7 @@ RecordParser::Outcome RecordParser::next(Record& record) {
         record.version = head.version();
     } else if (head.tag == fxTagBlock || isContents(head.tag)) {
         record.byteCount = head.byteCount();
-    } else if (head.tag == fxTagType && !takeText(stream, cursor, record.name)) {
+    } else if (head.tag == fxTagType && !takeName(record.name)) {
         return lose(record, fxStreamFault::ended, "the name of the type has no end");
     }
     if (left() < head.payloadBytes) {
@@ -81,7 +96,8 @@ RecordParser::Outcome RecordParser::next(Record& record) {
                         counted(left(), "byte") + " follow");
     }
     record.payloadAt = cursor;
-    record.payload = stream.substr(cursor, head.payloadBytes);
+    record.payloadBytes = head.payloadBytes;
+    record.payload = stream.held(cursor, head.payloadBytes);
     cursor += head.payloadBytes;
     filler.follow(head);
     return found;
@@ -95,8 +111,14 @@ RecordParser::Outcome RecordParser::lose(const Record& record, fxStreamFault::Ki
     return lost;
 }
 
+bool RecordParser::takeName(std::string& name) {
+    constexpr size_t longest = size_t{1} << 24;  // as the reader keeps
+    return takeText(stream, cursor, name, longest);
+}
+
 unsigned char RecordParser::byteAt(size_t at) const {
-    return static_cast<unsigned char>(stream[at]);
+    const std::string_view byte = stream.at(at, 1);
+    return byte.empty() ? 0 : static_cast<unsigned char>(byte[0]);
 }
 
 }  // namespace fxStreamParts

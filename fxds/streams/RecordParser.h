@@ -14,10 +14,23 @@ namespace fxStreamParts {
 /// "1 byte", "2 bytes", ...
 std::string counted(size_t count, const char* what);
 
-/// What a stream begins with. Views of the stream.
+/// Where the bytes of a stream are. They need not all be in memory.
+class StreamBytes {
+public:
+    virtual ~StreamBytes();
+
+    virtual size_t size() const = 0;
+    /// Up to `count` bytes from `offset` on, fewer at the end of the stream. View:
+    /// good until the next call.
+    virtual std::string_view at(size_t offset, size_t count) = 0;
+    /// The same, good for as long as this; empty when they are not in memory.
+    virtual std::string_view held(size_t offset, size_t count) = 0;
+};
+
+/// What a stream begins with.
 struct Header {
-    std::string_view writer;
-    std::string_view floats;
+    std::string writer;
+    std::string floats;
     unsigned short shortMark = 0;
     unsigned long longMark = 0;
     size_t floatsAt = 0;  ///< Offsets of the fields; the writer's name is at 0.
@@ -26,10 +39,10 @@ struct Header {
     size_t end = 0;
 };
 
-/// Reads the header. False when the stream ends in it.
-bool parseHeader(std::string_view stream, Header& header);
+/// Reads the header. False when the stream ends in it, or a name in it is too long.
+bool parseHeader(StreamBytes& stream, Header& header);
 
-/// One record. Fields that its tag does not have are 0. Views of the stream.
+/// One record. Fields that its tag does not have are 0.
 struct Record {
     size_t at = 0;       ///< Offset of its first byte.
     size_t fillers = 0;  ///< Zero bytes that fill the id of the record before.
@@ -38,9 +51,10 @@ struct Record {
     unsigned int typeId = 0;
     unsigned int version = 0;
     unsigned int byteCount = 0;
-    std::string_view name;
+    std::string name;
     size_t payloadAt = 0;
-    std::string_view payload;
+    size_t payloadBytes = 0;
+    std::string_view payload;  ///< Empty when it is not held in memory.
 };
 
 /// Takes a stream apart, one record after the other, and never looks outside
@@ -50,7 +64,7 @@ public:
     enum Outcome { found, ended, lost };
 
     /// `stream` is borrowed; `at` is where its first record begins.
-    RecordParser(std::string_view stream, size_t at);
+    RecordParser(StreamBytes& stream, size_t at);
 
     /// Takes the next record. `ended` when the stream ends where a record might
     /// begin. `lost` when the rest, which begins at `record.at`, cannot be taken
@@ -62,10 +76,11 @@ public:
 
 private:
     Outcome lose(const Record& record, fxStreamFault::Kind newKind, std::string why);
+    bool takeName(std::string& name);
     unsigned char byteAt(size_t at) const;
     size_t left() const { return stream.size() - cursor; }
 
-    std::string_view stream;
+    StreamBytes& stream;
     size_t cursor;
     fxRecordFormat::Filler filler;
     std::string complaint_;

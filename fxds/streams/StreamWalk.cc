@@ -1,6 +1,7 @@
 #include "fxds/streams/StreamWalk.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "fxds/BinaryTranscriber.h"
 #include "fxds/streams/StreamMarks.h"
@@ -43,21 +44,34 @@ void StreamVisitor::record(const StreamWalk&, const Record&) {}
 void StreamVisitor::fault(const StreamWalk&, const fxStreamFault&) {}
 void StreamVisitor::rest(size_t, std::string_view) {}
 
-StreamWalk::StreamWalk(std::string_view bytes, StreamVisitor& visitor_)
-    : stream(bytes), visitor(visitor_) {}
+void StreamWalk::run(std::string_view bytes) {
+    class InMemory : public StreamBytes {
+    public:
+        explicit InMemory(std::string_view bytes_) : bytes(bytes_) {}
+        size_t size() const override { return bytes.size(); }
+        std::string_view at(size_t offset, size_t count) override {
+            return offset < bytes.size() ? bytes.substr(offset, count) : std::string_view();
+        }
+        std::string_view held(size_t offset, size_t count) override { return at(offset, count); }
 
-void StreamWalk::run() {
+    private:
+        const std::string_view bytes;
+    } stream(bytes);
+    run(stream);
+}
+
+void StreamWalk::run(StreamBytes& stream) {
     Header header;
     if (!parseHeader(stream, header)) {
         static constexpr char begin[] = "fxBinaryWriter\0ieee";
         const std::string_view own(begin, sizeof begin);
-        const size_t length = std::min(own.size(), stream.size());
-        if (stream.substr(0, length) == own.substr(0, length)) {
+        const std::string_view begun = stream.at(0, own.size());
+        if (begun == own.substr(0, begun.size())) {
             fault(fxStreamFault::ended, stream.size(), "the stream ends within its header");
         } else {
             fault(fxStreamFault::foreign, 0, "not a stream of fxBinaryWriter");
         }
-        visitor.rest(0, stream);
+        visitor.rest(0, stream.held(0, stream.size()));
         return;
     }
     visitor.header(header);
@@ -65,7 +79,15 @@ void StreamWalk::run() {
     RecordParser parser(stream, header.end);
     Record record;
     RecordParser::Outcome outcome = RecordParser::ended;
+    bool isEmpty = false;
     while ((outcome = parser.next(record)) == RecordParser::found) {
+        const bool isBehindEmpty =
+            std::exchange(isEmpty, record.tag == fxTagData && record.payloadBytes == 0);
+        if (isEmpty && (isBehindEmpty || isComplete())) {
+            recordName = "";
+            fault(record.at, "zeros where a record must begin");
+            return visitor.rest(record.at, stream.held(record.at, stream.size() - record.at));
+        }
         ++records_;
         recordName = tagName(record.tag);
         visitor.record(*this, record);
@@ -74,9 +96,9 @@ void StreamWalk::run() {
     if (outcome == RecordParser::lost) {
         recordName = "";
         fault(parser.complaintKind(), record.at, parser.complaint());
-        visitor.rest(record.at, stream.substr(record.at));
+        visitor.rest(record.at, stream.held(record.at, stream.size() - record.at));
     } else {
-        finish();
+        finish(stream.size());
     }
 }
 
@@ -148,7 +170,7 @@ void StreamWalk::take(const Record& record) {
 // A reader takes the payload of any record as more contents; of those, only
 // types also mean something.
 void StreamWalk::takeContinuation(const Record& record) {
-    missing -= std::min(missing, record.payload.size());
+    missing -= std::min(missing, record.payloadBytes);
     if (record.tag == fxTagType) define(record, Entry::type);
 }
 
@@ -158,7 +180,7 @@ void StreamWalk::takeContents(const Record& record) {
     if (record.byteCount > maxBlockBytes) {
         fault(record.at, "an impossible number of bytes for a block");
     } else {
-        missing = record.byteCount - std::min<size_t>(record.byteCount, record.payload.size());
+        missing = record.byteCount - std::min<size_t>(record.byteCount, record.payloadBytes);
         filling_ = record.id;
     }
     define(record, Entry::block);
@@ -221,11 +243,10 @@ void StreamWalk::define(const Record& record, Entry::Kind kind) {
     entry.name = record.name;
 }
 
-void StreamWalk::finish() {
-    if (!hasContent)
-        fault(fxStreamFault::ended, stream.size(), "the stream ends before its first object");
+void StreamWalk::finish(size_t end) {
+    if (!hasContent) fault(fxStreamFault::ended, end, "the stream ends before its first object");
     if (missing > 0) {
-        fault(fxStreamFault::ended, stream.size(),
+        fault(fxStreamFault::ended, end,
               "the stream ends within the contents of " + idText(filling_) + ", which lack " +
                   counted(missing, "byte"));
     }
@@ -239,7 +260,7 @@ void StreamWalk::finish() {
             firstId = id;
         }
     }
-    fault(fxStreamFault::ended, stream.size(),
+    fault(fxStreamFault::ended, end,
           "the stream ends before " + idText(firstId) + ", " + kindName(first->awaited) +
               " that the pointer" + atText(first->mentionedAt) + " leads to");
 }

@@ -20,7 +20,7 @@ struct Entry {
     size_t definedAt = 0;
     size_t mentionedAt = 0;  ///< By the first pointer.
     unsigned int typeId = 0;
-    std::string_view name;  ///< Of a type.
+    std::string name;  ///< Of a type.
 };
 
 /// "a block", "an object", ...
@@ -46,10 +46,11 @@ public:
 /// mentions, and nothing else that grows.
 class StreamWalk {
 public:
-    /// Both are borrowed.
-    StreamWalk(std::string_view stream, StreamVisitor& visitor);
+    /// Borrowed.
+    explicit StreamWalk(StreamVisitor& visitor_) : visitor(visitor_) {}
 
-    void run();
+    void run(StreamBytes& stream);
+    void run(std::string_view stream);  ///< The same of bytes in memory.
 
     const std::map<unsigned int, Entry>& entries() const { return entries_; }
     /// Null when the id has not been mentioned.
@@ -75,13 +76,12 @@ private:
     void takePart(const Record& record);
     void mention(const Record& record, Entry::Kind wanted);
     void define(const Record& record, Entry::Kind kind);
-    void finish();
+    void finish(size_t end);
     void fault(fxStreamFault::Kind kind, size_t offset, const std::string& what);
     void fault(size_t offset, const std::string& what) {
         fault(fxStreamFault::damaged, offset, what);
     }
 
-    std::string_view stream;
     StreamVisitor& visitor;
     std::map<unsigned int, Entry> entries_;
     size_t awaited_ = 0;  // ids mentioned and not defined

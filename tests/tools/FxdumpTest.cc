@@ -284,6 +284,8 @@ TEST_F(Fxdump, NamesTheFirstFault) {
         {start + record(4, word(1)), after, "which is an object since offset 40"},
         {start + record(12, word(2)), after, "which is a type since offset 30"},
         {start + record(11, word(0)), after, "id 0"},
+        {start + record(1) + record(0), after + 1, "zeros where a record must begin"},
+        {start + pointer + std::string(6, '\0'), after + 10, "zeros where a record must begin"},
         {start + objectRecord(0, 2, ""), after, "a definition of id 0"},
         {start + objectRecord(7, 1, ""), after, "id 1, is not a type"},
         {start + record(14, word(6)), after, "not a base part seen before"},

@@ -37,27 +37,27 @@ bool dumpStream(std::string_view stream, const std::string& name, DumpMode mode,
                 FILE* out) {
     if (mode == DumpMode::listing) {
         Listing listing(out, isFull);
-        StreamWalk(stream, listing).run();
+        StreamWalk(listing).run(stream);
         return true;
     }
     if (mode == DumpMode::graph) {
         Graph graph(out);
-        StreamWalk walk(stream, graph);
+        StreamWalk walk(graph);
         graph.begin();
-        walk.run();
+        walk.run(stream);
         graph.end(walk);
         return true;
     }
     if (mode == DumpMode::json) {
         Json json(out);
         json.begin();
-        StreamWalk(stream, json).run();
+        StreamWalk(json).run(stream);
         json.end();
         return true;
     }
     Check check;
-    StreamWalk walk(stream, check);
-    walk.run();
+    StreamWalk walk(check);
+    walk.run(stream);
     const bool isValid = check.complaint.empty();
     std::fprintf(out, "%s: %s\n", escaped(name, std::string::npos).c_str(),
                  isValid ? ("valid: " + summary(walk)).c_str() : check.complaint.c_str());
