@@ -2,6 +2,7 @@
 #ifndef FXDS_PROPERTYACCESS_H
 #define FXDS_PROPERTYACCESS_H
 
+#include <cmath>
 #include <limits>
 #include <string>
 #include <string_view>
@@ -23,7 +24,7 @@ inline unsigned short fxPropertyTag(const char* name) {
 
 /// The value of a property as a T, or `fallback` when there is none or it is of
 /// another kind. `key` is a tag or a name. Whole numbers are read from whole numbers
-/// that they can hold; fractions from all numbers; strings (fxStr, std::string) from
+/// that they can hold; fractions from all numbers in their range; strings (fxStr, std::string) from
 /// texts, null ones being empty; a pointer to a class that derives from fxObj from an
 /// object that is of it (a view); a type of FX_CHANNEL_VALUE from a boxed value.
 template <class T, class Key>
@@ -40,8 +41,11 @@ T fxGetProperty(const fxObj& object, Key key, T fallback = T()) {
         return static_cast<long>(result) == value && (result < 0) == (value < 0) ? result
                                                                                  : fallback;
     } else if constexpr (std::is_floating_point_v<T>) {
-        if (kind == fxDT_double) return static_cast<T>(property->getAsDouble());
-        return kind == fxDT_long ? static_cast<T>(property->getAsLong()) : fallback;
+        if (kind == fxDT_long) return static_cast<T>(property->getAsLong());
+        if (kind != fxDT_double) return fallback;
+        const double value = property->getAsDouble();
+        constexpr double most = static_cast<double>(std::numeric_limits<T>::max());
+        return std::isfinite(value) && std::abs(value) > most ? fallback : static_cast<T>(value);
     } else if constexpr (std::is_pointer_v<T>) {
         if (kind != fxDT_ObjPtr) return fallback;
         T const found = dynamic_cast<T>(property->getAsObjPtr());

@@ -134,5 +134,8 @@ std::string fxExplain::whyNotJoined(fxObj* source, const char* output, fxObj* ta
         why = unlikeTypes(from->getType(), to->getType());
     }
     if (why.empty()) return why;
-    return described(source, output, from) + " -> " + described(target, input, to) + ": " + why;
+    why = described(source, output, from) + " -> " + described(target, input, to) + ": " + why;
+    const auto isControl = [](char c) { return (c >= 0 && c < ' ') || c == '\x7F'; };
+    std::replace_if(why.begin(), why.end(), isControl, '?');  // names may hold anything
+    return why;
 }

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <climits>
+#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <limits>
@@ -174,7 +175,13 @@ Number asNumber(const char* text) {
     if constexpr (std::is_integral_v<Number>) {
         constexpr long lowest = std::numeric_limits<Number>::min();
         constexpr long highest = std::numeric_limits<Number>::max();
-        return static_cast<Number>(std::clamp(std::strtol(text, nullptr, 10), lowest, highest));
+        char* endOfDigits = nullptr;
+        char* end = nullptr;
+        const long whole = std::strtol(text, &endOfDigits, 10);
+        const double fraction = std::strtod(text, &end);
+        if (end <= endOfDigits) return static_cast<Number>(std::clamp(whole, lowest, highest));
+        if (!(fraction < static_cast<double>(highest))) return std::isnan(fraction) ? 0 : highest;
+        return fraction > static_cast<double>(lowest) ? static_cast<Number>(fraction) : lowest;
     } else if constexpr (std::is_same_v<Number, float>) {
         return std::strtof(text, nullptr);
     } else {

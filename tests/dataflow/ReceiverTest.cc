@@ -117,6 +117,7 @@ TEST_F(Receivers, EveryKindOfReceiverGetsEveryWayOfSending) {
         {"text", "truth", [](Source& s, auto how) { s.text.send("true", how); }, 1, ""},
         {"text", "number", [](Source& s, auto how) { s.text.send("99999999999", how); }, 2147483647,
          ""},
+        {"text", "number", [](Source& s, auto how) { s.text.send("-1.5e3x", how); }, -1500, ""},
     };
     for (const auto& row : rows) {
         for (const auto how : {now, fxObj::fxSendQueued, fxObj::fxSendUrgent}) {
@@ -154,8 +155,8 @@ TEST_F(Receivers, ConnectionsSayWhyTheyAreNotMade) {
         {"nmber", &sink, "number",
          "Source.nmber -> Sink.number (int): Source has no output \"nmber\"; did you mean "
          "\"number\"?"},
-        {"number", &source, "zzz",
-         "Source.number (int) -> Source.zzz: Source has no input \"zzz\", nor any other"},
+        {"number", &source, "z\033z",
+         "Source.number (int) -> Source.z?z: Source has no input \"z?z\", nor any other"},
         {"place", &sink, "names",
          "Source.place (Point) -> Sink.names (fxStrArray): no converter leads from Point to "
          "fxStrArray"},
@@ -278,6 +279,8 @@ TEST_F(Receivers, PropertiesAreReadAndSetByType) {
     EXPECT_EQ(fxGetProperty<bool>(object, fxPropertyTag("no such property"), true), true);
     fxSetProperty(object, "size", -3L);
     EXPECT_EQ(fxGetProperty<unsigned long>(object, "size", 7UL), 7UL);
+    fxSetProperty(object, "far", 1e300);
+    EXPECT_EQ(fxGetProperty<float>(object, "far", 7.0F), 7.0F);
     for (int i = 0; i < 3; ++i) {
         if (i == 0) fxSetProperty(object, "name", "text");
         if (i == 1) fxSetProperty(object, "name", std::string_view("text"));
