@@ -96,6 +96,7 @@ public:
 
     bool readsInPieces() const override;  ///< True.
     void placesMoved(const void* from, size_t byteCount, void* to) override;
+    void placesLieIn(void* container, const Container& kind, size_t before) override;
     size_t placesNoted() const override;
     void forgetPlaces(size_t count) override;
     void setOwner(const void* slot) override;

@@ -39,9 +39,16 @@ struct FX_API fxStreamFault {
     /// and the edition of what is newer or older.
     std::string place() const;
 
+    /// What the stated operations do about it: they say place() and the reason on
+    /// standard error, and end the program with the message.
+    [[noreturn]] void end(const char* message) const;
+
     /// What a stream says, as text for a terminal: shortened, and without anything
     /// but printable ASCII.
     static std::string printable(std::string_view bytes);
+
+    /// One of kind foreign, in the header.
+    static fxStreamFault inHeader();
 
     Kind kind = none;         ///< What is wrong.
     std::string path;         ///< Of the file; empty for bytes that are in none.

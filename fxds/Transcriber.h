@@ -101,7 +101,8 @@ public:
 
     /// The part at `baseAddress` that the object at `derived` inherits from the
     /// class of `base`, by that record's function. A part that was transcribed
-    /// before is not again. Nothing is moved when the addresses are equal.
+    /// before is not again. Nothing is moved when the addresses are equal. A null
+    /// `derived` lets a reader take a part that has no address of its own any more.
     virtual bool xdr(fxTypeObj& base, void* derived, void* baseAddress) = 0;
 
     /// Reads the next graph and returns its root, which is an object of the
@@ -157,6 +158,35 @@ public:
     bool attempt(Read read) {
         Attempt under(*this);
         return under.succeeded = read();
+    }
+
+    /// What a reader asks of a kind of containers.
+    struct Container {
+        /// A number that changes when the container gives up or moves its elements,
+        /// or has more or fewer of them.
+        size_t (*print)(const void* container);
+        /// Makes it as it is without elements; null for one whose elements are not
+        /// just texts or pointers.
+        void (*empty)(void* container);
+    };
+    /// Does the same for a container. When the xdr() of the object around it has
+    /// returned, and before it fills the places that were given meanwhile, a reader
+    /// asks whether the container has changed, and refuses that: there may be nothing
+    /// left to fill. When the object makes do without them, it empties the container, if
+    /// it can.
+    template <class Read>
+    bool attempt(void* container, const Container& kind, Read read) {
+        const size_t before = placesNoted();
+        const bool isRead = attempt(read);
+        if (isRead && placesNoted() > before) placesLieIn(container, kind, before);
+        return isRead;
+    }
+    /// Tells a reader that all places but the oldest `before` lie in the container; see
+    /// attempt(). `kind` is borrowed for good. The same exemption as for placesMoved().
+    virtual void placesLieIn(void* container, const Container& kind, size_t before);
+    /// What a print may be made of: the address of the elements and their number.
+    static size_t printOf(const void* elements, size_t count) {
+        return (reinterpret_cast<size_t>(elements) * 31 + count) * 0x9E3779B97F4A7C15U;
     }
 
     ///@{

@@ -426,6 +426,9 @@ bool fxXdrObject(fxTranscriber& t, C*& object) {
 }
 ///@}
 
+template <class T>
+inline constexpr bool fxXdrIsLate<fxRef<T>> = true;
+
 /// A reference travels as the pointer does, by fxXdrObject(): what is written as the one is
 /// read as the other. One that was read holds its object from the time on when the graph is
 /// complete, before the first xdrSuccess().
@@ -470,7 +473,13 @@ struct fxXdrStd<std::unique_ptr<T>> {
             }
             if (!nesting || !fxXdr(t, isThere)) return false;
             if (t.isReading()) v = isThere ? std::make_unique<T>() : nullptr;
-            return !isThere || fxXdr(t, *v);
+            static constexpr fxTranscriber::Container kind = {
+                [](const void* field) {
+                    const auto& made = *static_cast<const std::unique_ptr<T>*>(field);
+                    return fxTranscriber::printOf(made.get(), 1);
+                },
+                nullptr};
+            return !isThere || t.attempt(&v, kind, [&] { return fxXdr(t, *v); });
         }
     }
 };
@@ -496,6 +505,12 @@ bool fxXdrObjects(fxTranscriber& t, fxVoidPtrArray& objects) {
         void** end() const { return array.end(); }
         void clear() const { array.resize(0); }
     } parts = {objects};
+    static constexpr fxTranscriber::Container kind = {
+        [](const void* container) {
+            const fxVoidPtrArray& array = *static_cast<const fxVoidPtrArray*>(container);
+            return fxTranscriber::printOf(array.begin(), array.length());
+        },
+        [](void* container) { static_cast<fxVoidPtrArray*>(container)->resize(0); }};
     return fxXdrParts(
         t, parts,
         [&t](void* element) {
@@ -509,7 +524,8 @@ bool fxXdrObjects(fxTranscriber& t, fxVoidPtrArray& objects) {
             t.placesMoved(before, length * sizeof(void*), objects.begin());
             objects.append(nullptr);
             return t.xdr(&objects[length], nullptr, fxXdrTypeOf<C>::record(), nullptr, nullptr);
-        });
+        },
+        &objects, kind);
 }
 ///@}
 

@@ -81,6 +81,18 @@ bool fxXdrFirstBase(fxTranscriber& t, D* self) {
     return base->B::xdr(t) != 0;
 }
 
+/// The reverse: the part that `*self` inherits from B, which is its first base, from an
+/// edition in which B had another base in front, whose fields are skipped before. Only
+/// for reading:
+///
+///     edition < 3 ? fxXdrSkipped<Tagged>(t) && fxXdrBaseBehind<Item>(t, this)
+///                 : fxXdrBase<Item>(t, this)
+template <class B, class D>
+bool fxXdrBaseBehind(fxTranscriber& t, D* self) {
+    B* const base = self;
+    return t.isReading() && t.xdr(fxXdrTypeOf<B>::record(), nullptr, base);
+}
+
 /// What FX_TRANSCRIBABLE_ALIAS makes: a second record of a class.
 template <class C>
 class fxXdrAlias {

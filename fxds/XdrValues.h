@@ -139,6 +139,12 @@ inline constexpr bool fxXdrIsWhole<std::vector<T, A>> = fxXdrIsWhole<T>;
 template <class T>
 inline constexpr bool fxXdrIsWhole<std::optional<T>> = fxXdrIsWhole<T>;
 
+/// Whether the elements lie side by side.
+template <class T>
+inline constexpr bool fxXdrIsVector = false;
+template <class T, class A>
+inline constexpr bool fxXdrIsVector<std::vector<T, A>> = true;
+
 /// The number of elements, which comes before them. False when there are too
 /// many to be counted.
 inline bool fxXdrCount(fxTranscriber& t, size_t size, unsigned int& count) {
@@ -187,16 +193,41 @@ void fxXdrAppend(fxTranscriber& t, std::vector<T, A>& v) {
     v.emplace_back();
 }
 
+/// Of a container: elements side by side go by the address of the first, others
+/// each by its own.
+template <class Parts>
+size_t fxXdrPrint(const void* container) {
+    const Parts& parts = *static_cast<const Parts*>(container);
+    size_t all = 0;
+    if constexpr (fxXdrIsVector<Parts>) {
+        all = reinterpret_cast<size_t>(parts.data());
+    } else {
+        for (const auto& part : parts) all += fxTranscriber::printOf(&part, 1);
+    }
+    return fxTranscriber::printOf(nullptr, all + parts.size());
+}
+
+/// Whether nothing of a T is there before the graph is complete.
+template <class T>
+inline constexpr bool fxXdrIsLate = std::is_pointer_v<T> || std::is_same_v<T, fxStr>;
+
+/// Of a container: empties it if it holds nothing else than such.
+template <class Parts, class T>
+inline constexpr auto fxXdrEmpty = fxXdrIsLate<T>
+                                       ? +[](void* parts) { static_cast<Parts*>(parts)->clear(); }
+                                       : nullptr;
+
 /// Parts of any kind, as many as come first: `write()` writes those that are in
-/// `v`, `readOne()` appends one that it reads.
+/// `v`, `readOne()` appends one that it reads. They are in `container`.
 template <class Parts, class Write, class ReadOne>
-bool fxXdrParts(fxTranscriber& t, Parts& v, Write write, ReadOne readOne) {
+bool fxXdrParts(fxTranscriber& t, Parts& v, Write write, ReadOne readOne, void* container,
+                const fxTranscriber::Container& kind) {
     unsigned int count = 0;
     const fxXdrNesting nesting(t);
     if (!nesting || !fxXdrCount(t, v.size(), count)) return false;
     if (!t.isReading()) return std::all_of(v.begin(), v.end(), write);
     v.clear();
-    const bool isRead = t.attempt([&] {
+    const bool isRead = t.attempt(container, kind, [&] {
         for (unsigned int i = 0; i < count; ++i) {
             if (!readOne()) return false;
         }
@@ -204,6 +235,12 @@ bool fxXdrParts(fxTranscriber& t, Parts& v, Write write, ReadOne readOne) {
     });
     if (!isRead) v.clear();
     return isRead;
+}
+template <class Parts, class Write, class ReadOne>
+bool fxXdrParts(fxTranscriber& t, Parts& v, Write write, ReadOne readOne) {
+    static constexpr fxTranscriber::Container kind = {
+        fxXdrPrint<Parts>, fxXdrEmpty<Parts, typename Parts::value_type>};
+    return fxXdrParts(t, v, write, readOne, &v, kind);
 }
 
 template <class T, class A>
@@ -264,7 +301,12 @@ struct fxXdrStd<std::optional<T>> {
             v.reset();
             if (isThere) v.emplace();
         }
-        return !isThere || fxXdr(t, *v);
+        static constexpr fxTranscriber::Container kind = {
+            [](const void* field) {
+                return size_t{static_cast<const std::optional<T>*>(field)->has_value()};
+            },
+            nullptr};
+        return !isThere || t.attempt(&v, kind, [&] { return fxXdr(t, *v); });
     }
 };
 

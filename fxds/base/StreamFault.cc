@@ -1,6 +1,9 @@
 #include "fxds/StreamFault.h"
 
+#include <cstdio>
 #include <cstring>
+
+#include "fxds/Fatal.h"
 
 // Each sentence says what the user can do about it: take another copy, or a
 // newer program. Details are left to place() and `reason`.
@@ -14,12 +17,26 @@ std::string fxStreamFault::printable(std::string_view bytes) {
     return shown;
 }
 
+fxStreamFault fxStreamFault::inHeader() {
+    fxStreamFault fault;
+    fault.kind = foreign;
+    fault.record = "header";
+    return fault;
+}
+
 std::string fxStreamFault::place() const {
     std::string text = "offset " + std::to_string(offset);
     if (*record != '\0') text += std::string(", ") + record;
     if (!className.empty()) text += ", class " + className;
     if (kind == newer || kind == older) text += ", edition " + std::to_string(edition);
     return text;
+}
+
+void fxStreamFault::end(const char* message) const {
+    const char* const separator = reason.empty() || reason == printable(message) ? "" : ": ";
+    const char* const why = *separator != '\0' ? reason.c_str() : "";
+    std::fprintf(stderr, "fxds: stream at %s%s%s\n", place().c_str(), separator, why);
+    fxFatal("%s", message);
 }
 
 std::string fxStreamFault::text() const {

@@ -54,6 +54,8 @@ bool fxTranscriber::readsInPieces() const { return false; }
 
 void fxTranscriber::placesMoved(const void*, size_t, void*) {}
 
+void fxTranscriber::placesLieIn(void*, const Container&, size_t) {}
+
 size_t fxTranscriber::placesNoted() const { return 0; }
 
 void fxTranscriber::forgetPlaces(size_t) {}

@@ -22,16 +22,16 @@ struct fxHashXdr {
         if (!transcriber.isReading()) return writeEntries(table, transcriber);
         struct EmptyUnlessRead {
             ~EmptyUnlessRead() {
-                if (isRead) return;
-                Core::clear(table);
-                table.count = table.extra.linked;
+                if (!isRead) empty(&table);
             }
             Container& table;
             bool isRead;
         };
         Core::clear(table);
         EmptyUnlessRead result{table, false};
-        result.isRead = transcriber.attempt([&] { return readAll(table, transcriber); });
+        static constexpr fxTranscriber::Container kind = {print, empty};
+        result.isRead =
+            transcriber.attempt(&table, kind, [&] { return readAll(table, transcriber); });
         return result.isRead;
     }
 
@@ -39,6 +39,17 @@ private:
     typedef fxHashCore<Container> Core;
     typedef typename Container::Node Node;
     typedef typename Container::Iter Iter;
+
+    static size_t print(const void* container) {
+        const Container& table = *static_cast<const Container*>(container);
+        const size_t chains = fxTranscriber::printOf(table.buckets.begin(), table.extra.linked);
+        return fxTranscriber::printOf(nullptr, chains + table.extra.additions);
+    }
+    static void empty(void* container) {
+        Container& table = *static_cast<Container*>(container);
+        Core::clear(table);
+        table.count = table.extra.linked;
+    }
 
     static constexpr unsigned int maxReadChains = 1U << 24;
     static constexpr size_t maxReadEntryBytes = 1U << 20;

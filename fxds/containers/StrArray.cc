@@ -29,7 +29,15 @@ fxBool fxStrArray::xdr(fxTranscriber& transcriber) {
     unsigned int byteCount = 0;
     if (!xdrSizes(transcriber, byteCount)) return 0;
     if (!transcriber.isReading()) return writeStrings(transcriber);
-    if (transcriber.attempt([&] { return readStrings(transcriber, byteCount); })) return 1;
+    static constexpr fxTranscriber::Container kind = {
+        [](const void* array) {
+            const fxStrArray& self = *static_cast<const fxStrArray*>(array);
+            return fxTranscriber::printOf(self.data, self.lengthBytes);
+        },
+        [](void* array) { static_cast<fxStrArray*>(array)->resize(0); }};
+    if (transcriber.attempt(this, kind, [&] { return readStrings(transcriber, byteCount); })) {
+        return 1;
+    }
     destroy();
     discard();
     return 0;

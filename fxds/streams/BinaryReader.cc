@@ -46,6 +46,7 @@ typedef fxStreamFault Fault;
 constexpr char badNews[] = "XXX bad news!";
 constexpr char baddestNews[] = "XXX baddest news";
 constexpr char formatError[] = "format error";
+constexpr char changed[] = "a container was changed in xdr() after it was read";
 constexpr char missing[] = "XXX error handling is missing";
 
 constexpr size_t firstPiece = size_t{1} << 16;  // of a block that is read as it grows
@@ -109,7 +110,7 @@ fxBinaryReader::fxBinaryReader(fxStream* inStream, short shortMark, long longMar
       head(records->head()),
       graph(std::make_unique<fxReaderGraph>(table, *records)) {
     const std::string wrong = headerComplaint(shortMark, longMark, floatFormat);
-    if (!wrong.empty()) fxFatal("%s", wrong.c_str());
+    if (!wrong.empty()) Fault::inHeader().end(wrong.c_str());
     shorts = converterFor(shortConverters, shortOrder(static_cast<unsigned short>(shortMark)));
     longs = converterFor(longConverters, longOrder(static_cast<unsigned long>(longMark)));
 }
@@ -230,6 +231,10 @@ void fxBinaryReader::placesMoved(const void* from, size_t byteCount, void* to) {
     graph->placesMoved(from, byteCount, to, attemptBegan);
 }
 
+void fxBinaryReader::placesLieIn(void* container, const Container& kind, size_t before) {
+    graph->watch(container, kind, before);
+}
+
 size_t fxBinaryReader::placesNoted() const { return graph->placesNoted(); }
 
 void fxBinaryReader::forgetPlaces(size_t count) { graph->forgetPlaces(count); }
@@ -295,6 +300,7 @@ void* fxBinaryReader::readObject(fxTypeObj& expected) {
         Reading graphReading(*this);
         graph->beginGraph();
         const bool isWhole = readGraph(expected, rootId) && !hasRefused();
+        if (isWhole && !graph->isAsNoted()) refuse(Fault::refused, changed);
         if (isWhole && !graph->completes(graph->at(rootId))) refuse(Fault::damaged, formatError);
         graphReading.isComplete = isWhole && !hasRefused();
         if (!graphReading.isComplete) return nullptr;
@@ -561,6 +567,7 @@ bool fxBinaryReader::readBody(fxReaderEntry& entry, fxTypeObj* root) {
         return refuse(records->hasFailed() ? Fault::ended : Fault::refused, missing);
     }
     complaint.reset();
+    if (!hasFailed && !graph->isAsNoted()) return refuse(Fault::refused, changed);
     if (!graph->endBody(hasFailed)) return refuse(Fault::damaged, formatError);
     bodyType = nullptr;
     return true;

@@ -1,4 +1,4 @@
-#include <utility>
+#include <cstring>
 
 #include "fxds/BinaryReader.h"
 #include "fxds/Fatal.h"
@@ -7,11 +7,17 @@
 
 namespace {
 
-// Rearranges each whole group of `size` bytes.
-template <size_t size, class Arrange>
-void eachGroup(void* bytes, size_t byteCount, Arrange arrange) {
+// Reads, and puts the bytes of each whole group in the given order.
+template <size_t... order>
+bool readReordered(fxBinaryReader& reader, void* bytes, size_t byteCount) {
+    constexpr size_t size = sizeof...(order);
+    if (!reader.readBytes(bytes, byteCount)) return false;
     unsigned char* group = static_cast<unsigned char*>(bytes);
-    for (size_t left = byteCount / size; left > 0; --left, group += size) arrange(group);
+    for (size_t left = byteCount / size; left > 0; --left, group += size) {
+        const unsigned char arranged[] = {group[order]...};
+        std::memcpy(group, arranged, size);
+    }
+    return true;
 }
 
 }  // namespace
@@ -33,27 +39,15 @@ bool fxBinaryReader_doubles(fxBinaryReader& reader, void* bytes, size_t byteCoun
 }
 
 bool fxBinaryReader_BS(fxBinaryReader& reader, void* bytes, size_t byteCount) {
-    if (!reader.readBytes(bytes, byteCount)) return false;
-    eachGroup<2>(bytes, byteCount, [](unsigned char* pair) { std::swap(pair[0], pair[1]); });
-    return true;
+    return readReordered<1, 0>(reader, bytes, byteCount);
 }
 
 bool fxBinaryReader_longsSS(fxBinaryReader& reader, void* bytes, size_t byteCount) {
-    if (!reader.readBytes(bytes, byteCount)) return false;
-    eachGroup<4>(bytes, byteCount, [](unsigned char* word) {
-        std::swap(word[0], word[2]);
-        std::swap(word[1], word[3]);
-    });
-    return true;
+    return readReordered<2, 3, 0, 1>(reader, bytes, byteCount);
 }
 
 bool fxBinaryReader_longsBSSS(fxBinaryReader& reader, void* bytes, size_t byteCount) {
-    if (!reader.readBytes(bytes, byteCount)) return false;
-    eachGroup<4>(bytes, byteCount, [](unsigned char* word) {
-        std::swap(word[0], word[3]);
-        std::swap(word[1], word[2]);
-    });
-    return true;
+    return readReordered<3, 2, 1, 0>(reader, bytes, byteCount);
 }
 
 bool fxBinaryReader_floatsVAX(fxBinaryReader&, void*, size_t) {

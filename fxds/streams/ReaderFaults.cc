@@ -1,7 +1,4 @@
-#include <cstdio>
-
 #include "fxds/BinaryReader.h"
-#include "fxds/Fatal.h"
 #include "fxds/TypeObj.h"
 #include "fxds/base/StreamTrace.h"
 #include "fxds/streams/ReaderGraph.h"
@@ -21,10 +18,7 @@ bool fxBinaryReader::refuse(fxStreamFault::Kind kind, const char* message) {
         *answer = fault;
         return false;
     }
-    const char* const why = complaint != nullptr ? complaint->reason.c_str() : "";
-    std::fprintf(stderr, "fxds: stream at %s%s%s\n", fault.place().c_str(), *why != 0 ? ": " : "",
-                 why);
-    fxFatal("%s", message);
+    fault.end(message);
 }
 
 // Nothing was refused; the graph is left before it is complete.

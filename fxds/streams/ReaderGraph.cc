@@ -111,6 +111,7 @@ void fxReaderGraph::forgetPlaces(size_t count) {
     items.resize(count);
     parts.forget(count);
     roots.forget(count);
+    watched.forget(count);
     isOrderly = false;
 }
 
@@ -123,6 +124,7 @@ void fxReaderGraph::placesMoved(const void* from, size_t byteCount, void* to, si
     }
     parts.moved(from, byteCount, to);
     roots.moved(from, byteCount, to);
+    watched.moved(from, byteCount, to, firstMoved);
 }
 
 bool fxReaderGraph::noteHolder(void* slot, unsigned int id, fxTypeObj& declared,
@@ -141,6 +143,7 @@ bool fxReaderGraph::noteHolder(void* slot, unsigned int id, fxTypeObj& declared,
 void fxReaderGraph::beginGraph() {
     if (hasMarks) takeMarks(0, false);
     looseCount = items.size();
+    looseWatched = watched.count();
     for (size_t i = 0; i < looseCount; ++i) {
         fxReaderEntry& entry = at(items[i].id);
         if (!entry.isDefined()) link(i, entry);
@@ -167,6 +170,7 @@ void fxReaderGraph::defineObject(unsigned int id, fxReaderEntry& entry, void* ob
 
 bool fxReaderGraph::definePart(fxReaderEntry& entry, fxTypeObj& base, void* derived,
                                void* baseAddress) {
+    if (derived == nullptr) derived = baseAddress;
     const fxAddressSet::Entry* const outer = parts.find(derived);
     const bool isInner = !isBodyOf(derived) && (outer == nullptr || outer->isInner);
     if (!parts.add({baseAddress, items.size(), isInner})) return false;
@@ -193,9 +197,8 @@ void fxReaderGraph::takeMarks(size_t first, bool isForgiven) {
         const fxBinaryReaderItem item = items[i];
         if (!item.isMark()) {
             items[kept++] = item;
-        } else if (item.wanted == fxBinaryReaderItem::countMark) {
-            if (isForgiven) *static_cast<unsigned int*>(item.slot) = 0;
-        } else if (item.wanted != fxBinaryReaderItem::partMark && !isForgiven) {
+        } else if (item.wanted != fxBinaryReaderItem::partMark &&
+                   item.wanted != fxBinaryReaderItem::countMark && !isForgiven) {
             concludedOnes.push_back({item.slot, nextBody() - 1, item.id});
         }
     }
@@ -203,11 +206,25 @@ void fxReaderGraph::takeMarks(size_t first, bool isForgiven) {
     hasMarks = false;
 }
 
+// Of an object that makes do without what it points to: empties the containers, and
+// sets the counts of blocks to 0 that do not lie in them.
+void fxReaderGraph::giveUpBlocks(size_t first) {
+    auto emptied = watched.empty(looseWatched);
+    for (size_t i = first; i < items.size(); ++i) {
+        if (items[i].wanted != fxBinaryReaderItem::countMark) continue;
+        while (!emptied.empty() && emptied.back().end <= i) emptied.pop_back();
+        const bool isGone = !emptied.empty() && emptied.back().first <= i;
+        if (!isGone) *static_cast<unsigned int*>(items[i].slot) = 0;
+    }
+}
+
 bool fxReaderGraph::endBody(bool isForgiven) {
     const size_t first = bodies.back().firstItem;
+    if (isForgiven) giveUpBlocks(first);
     if (hasMarks) takeMarks(first, isForgiven);
     if (isForgiven) forgetPlaces(first);
     isBodyOpen = false;
+    watched.shrink(looseWatched);
     for (size_t i = first; i < items.size(); ++i) {
         fxReaderEntry& entry = at(items[i].id);
         if (!entry.isDefined()) {
@@ -254,6 +271,8 @@ void fxReaderGraph::commit() {
     items.clear();
     blocks.clear();
     looseCount = 0;
+    looseWatched = 0;
+    watched.shrink(0);
     numbers.endPeriod();
 }
 
@@ -289,6 +308,8 @@ void fxReaderGraph::drop() {
     isOrderly = true;
     hasMarks = false;
     looseCount = 0;
+    looseWatched = 0;
+    watched.shrink(0);
     items.clear();
     blocks.clear();
     reachedBlocks.clear();

@@ -10,8 +10,8 @@
 #include "fxds/streams/AddressSet.h"
 #include "fxds/streams/ReaderNumbers.h"
 #include "fxds/streams/RecordReader.h"
+#include "fxds/streams/WatchedContainers.h"
 
-class fxTranscriber;
 class fxXDRObj;
 
 /// A place to fill: a pointer field, or a string that waits for its text. There
@@ -109,6 +109,15 @@ public:
     size_t placesNoted() const { return items.size(); }
     void forgetPlaces(size_t count);
     void placesMoved(const void* from, size_t byteCount, void* to, size_t firstMoved);
+    void watch(void* container, const fxTranscriber::Container& kind, size_t before) {
+        watched.add(container, kind, before, items.size());
+    }
+    /// Whether the containers of the body or, outside of bodies, the loose ones
+    /// are as they were when they were read.
+    bool isAsNoted() const {
+        const size_t first = isBodyOpen ? looseWatched : 0;
+        return watched.count() == first || watched.areUnchanged(first);
+    }
     ///@}
 
     /// Links the loose places, before the first body is read.
@@ -138,7 +147,8 @@ public:
     /// The object has been made; the places that wait for it are filled.
     void defineObject(unsigned int id, fxReaderEntry& entry, void* object);
     /// Defines a part of the object, or of one that is embedded in it, when
-    /// `derived` is the latter. False when the address is that of a part already.
+    /// `derived` is the latter; null for a part at the address of either. False when the address is
+    /// that of a part already.
     bool definePart(fxReaderEntry& entry, fxTypeObj& base, void* derived, void* baseAddress);
     /// Defines a part whose fields are passed over.
     void definePassedPart(fxReaderEntry& entry);
@@ -218,6 +228,7 @@ private:
         hasMarks = true;
     }
     void takeMarks(size_t first, bool isForgiven);
+    void giveUpBlocks(size_t first);
     void chooseType(fxTypeObj& declared);
     [[gnu::noinline]] bool fillAtOnce(const fxBinaryReaderItem& item);
     void link(size_t index, fxReaderEntry& entry);
@@ -251,6 +262,8 @@ private:
     std::vector<fxReaderEntry*> reachedBlocks;  // of a graph that completes: those to give
     std::vector<unsigned int> reachedOrphans;   // likewise: serial numbers, to be adopted
     std::vector<Concluded> concludedOnes;
+    fxWatchedContainers watched;         // the loose ones, then those of the open body
+    size_t looseWatched = 0;             // how many of these are loose
     fxAddressSet parts;                  // of the open body
     fxAddressSet roots;                  // of these: those that are told
     bool hasMarks = false;               // among the items of the open body or the loose ones

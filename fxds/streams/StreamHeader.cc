@@ -1,11 +1,11 @@
 #include <cstdint>
 #include <cstring>
 #include <memory>
+#include <string>
 #include <string_view>
 
 #include "fxds/BinaryReader.h"
 #include "fxds/BinaryWriter.h"
-#include "fxds/Fatal.h"
 #include "fxds/StackBuffer.h"
 #include "fxds/Str.h"
 #include "fxds/Stream.h"
@@ -98,7 +98,10 @@ fxTranscriber* fxTranscriber::getReader(fxStream* stream) {
     Header header;
     if (!header.read(*stream, SIZE_MAX)) return nullptr;
     void** found = readers->find(fxStr(header.name.getBase()));
-    if (found == nullptr) fxFatal("Unknown transcriber type \"%s\"", header.name.getBase());
+    if (found == nullptr || *found == nullptr) {
+        const std::string name(header.name.getBase());
+        fxStreamFault::inHeader().end(("Unknown transcriber type \"" + name + '"').c_str());
+    }
     fxTranscriber* const reader = reinterpret_cast<ReaderFactory*>(*found)(
         stream, header.shorts, header.longs, header.format.getBase());
     if (reader != nullptr) reader->headerBytes = header.bytes();
@@ -107,9 +110,7 @@ fxTranscriber* fxTranscriber::getReader(fxStream* stream) {
 
 fxTranscriber* fxTranscriber::getReader(fxStream* stream, fxStreamFault& fault) {
     constexpr size_t longestName = 1000;
-    fault = fxStreamFault();
-    fault.kind = fxStreamFault::foreign;
-    fault.record = "header";
+    fault = fxStreamFault::inHeader();
     if (readers == nullptr || stream == nullptr || !stream->isReading()) {
         fault.reason =
             readers == nullptr ? "fxInitializeToolkit() comes first" : "the stream cannot be read";

@@ -121,6 +121,9 @@ TEST_F(HostileStream, NumbersAreOfOneKindAndDefinedOnce) {
         {"an unknown type", typeRecord(2, "Nobody"), "unknown type Nobody"},
         {"a type that cannot be made", typeRecord(2, "fxArray") + objectRecord(1, 2, ""),
          baddestNews},
+        {"the version of another type",
+         typeRecord(3, "Leaf") + typeRecord(2, "Node") + objectRecord(1, 2, node, 2),
+         "XXX version error handling is missing"},
     };
     for (const Case& c : cases) EXPECT_EQ(endOfRecords<Node>(c.records), c.message) << c.what;
     EXPECT_EQ(endOfRecords<fxXDRObj>(typeRecord(2, "fxArray") + objectRecord(1, 2, "")), missing);
@@ -146,35 +149,33 @@ TEST_F(HostileStream, ObjectsMustSuitTheirPlaces) {
 }
 
 TEST_F(HostileStream, BlocksMustServeTheirPlaces) {
-    const std::string abc = std::string("abc", 4);
-    EXPECT_EQ(endOfRecords<fxStr>(stringRoot(4) + record(3, word(3) + word(4)) +
-                                  record(5, word(3) + word(4), abc)),
-              "read");
-    EXPECT_EQ(endOfRecords<fxStr>(stringRoot(0)), missing);
-    EXPECT_EQ(endOfRecords<fxStr>(stringRoot(5) + record(3, word(3) + word(5)) +
-                                  record(5, word(3) + word(4), abc)),
-              formatError);  // shorter than its place
-    EXPECT_EQ(endOfRecords<fxStr>(stringRoot(3) + record(3, word(3) + word(4)) +
-                                  record(5, word(3) + word(4), abc)),
-              formatError);  // no zero at the end
-    EXPECT_EQ(endOfRecords<fxStr>(stringRoot(4) + record(1)), formatError);
-    EXPECT_EQ(endOfRecords<fxStr>(stringRoot(4) + record(4, word(1))), formatError);
-    EXPECT_EQ(endOfRecords<fxStr>(stringRoot(4) + record(4, word(0))), formatError);
-    EXPECT_EQ(endOfRecords<fxStr>(stringRoot(4) + record(3, word(0) + word(4))), formatError);
-    EXPECT_EQ(endOfRecords<fxStr>(stringRoot(4) + record(3, word(2) + word(4))), formatError);
-    // Impossible sizes: never allocated.
-    EXPECT_EQ(endOfRecords<fxStr>(stringRoot(4) + record(3, word(3) + word(0xFFFFFFFF))),
-              formatError);
-    EXPECT_EQ(endOfRecords<fxStr>(stringRoot(0x80000001)), missing);
-    EXPECT_EQ(endOfRecords<fxStr>(stringRoot(4) + record(3, word(3) + word(4)) +
-                                  record(5, word(3) + word(0x80000000), abc)),
-              "null");
-    EXPECT_EQ(endOfRecords<fxStr>(stringRoot(4) + record(3, word(3) + word(4)) +
-                                  record(5, word(3) + word(0x7FFFFFFF), abc)),
-              "null");
-    EXPECT_EQ(endOfRecords<fxStr>(stringRoot(4) + record(3, word(3) + word(4)) +
-                                  objectRecord(3, 2, long8(1))),
-              formatError);  // an object instead
+    const std::string four = record(3, word(3) + word(4));
+    const auto bytes = [](unsigned int count) {
+        return record(5, word(3) + word(count), std::string("abc", 4));
+    };
+    const struct {
+        unsigned int length;
+        std::string records, how;
+    } cases[] = {
+        {4, four + bytes(4), "read"},
+        {0, "", missing},
+        {5, record(3, word(3) + word(5)) + bytes(4), formatError},  // shorter than its place
+        {3, four + bytes(4), formatError},                          // no zero at the end
+        {4, record(1), formatError},
+        {4, record(4, word(1)), formatError},
+        {4, record(4, word(0)), formatError},
+        {4, record(3, word(0) + word(4)), formatError},
+        {4, record(3, word(2) + word(4)), formatError},
+        {4, four + objectRecord(3, 2, long8(1)), formatError},  // an object instead
+        // Impossible sizes: never allocated.
+        {4, record(3, word(3) + word(0xFFFFFFFF)), formatError},
+        {0x80000001, "", missing},
+        {4, four + bytes(0x80000000), "null"},
+        {4, four + bytes(0x7FFFFFFF), "null"},
+    };
+    for (const auto& c : cases) {
+        EXPECT_EQ(endOfRecords<fxStr>(stringRoot(c.length) + c.records), c.how) << &c - cases;
+    }
 }
 
 TEST_F(HostileStream, BlocksAreLeftAloneOnceTheyAreGiven) {

@@ -209,15 +209,16 @@ TEST_F(Reader, SeveralGraphsOfOneStreamShareTheirObjects) {
     {
         fxBinaryWriter writer(stream);
         ASSERT_TRUE(fxWriteObject(writer, &first));
-        ASSERT_TRUE(fxWriteObject(writer, &text));
+        ASSERT_TRUE(fxWriteObject(writer, &text) && fxWriteObject(writer, &text));
         ASSERT_TRUE(fxWriteObject(writer, &second));
     }
     fxBinaryReader reader(stream, 0x1122, 0x33445566, "ieee");
     const Node* readFirst = fxReadObject<Node>(reader);
-    const std::unique_ptr<fxStr> readText(fxReadObject<fxStr>(reader));
-    ASSERT_NE(readText, nullptr);
-    EXPECT_EQ(*readText, "text");
-    *readText = "the reader keeps its own";
+    for (int i = 0; i < 2; ++i) {
+        const std::unique_ptr<fxStr> readText(fxReadObject<fxStr>(reader));
+        ASSERT_NE(readText, nullptr);
+        EXPECT_EQ(*readText, "text");
+    }
     const Node* readSecond = fxReadObject<Node>(reader);
     ASSERT_NE(readSecond, nullptr);
     EXPECT_EQ(readSecond->left, readFirst);
@@ -268,27 +269,6 @@ TEST_F(Reader, ForgottenObjectsMayGo) {
     ASSERT_NE(fxReadObject<Node>(reader), nullptr);
     reader.forgetObjects();
     EXPECT_EQ(fxReadObject<Node>(reader), nullptr);
-}
-
-TEST_F(Reader, SameTextWrittenTwiceIsReadAsTwoTexts) {
-    HeldStream stream;
-    fxStr text("text");
-    fxBinaryWriter writer(stream);
-    ASSERT_TRUE(fxWriteObject(writer, &text));
-    ASSERT_TRUE(fxWriteObject(writer, &text));
-    writer.reset();
-    text = "changed";
-    ASSERT_TRUE(fxWriteObject(writer, &text));
-
-    fxBinaryReader reader(stream, 0x1122, 0x33445566, "ieee");
-    std::unique_ptr<fxStr> first(fxReadObject<fxStr>(reader));
-    first.reset();
-    const std::unique_ptr<fxStr> second(fxReadObject<fxStr>(reader));
-    const std::unique_ptr<fxStr> third(fxReadObject<fxStr>(reader));
-    ASSERT_TRUE(second != nullptr && third != nullptr);
-    EXPECT_EQ(*second, "text");
-    EXPECT_EQ(*third, "changed");
-    EXPECT_EQ(fxReadObject<fxStr>(reader), nullptr);
 }
 
 TEST_F(Reader, PlainPointersShareTheirBlockAndStringsDoNot) {
@@ -433,32 +413,6 @@ TEST_F(Reader, ObjectsThatNothingLeadsToDieWithTheReader) {
         EXPECT_EQ(Listed::all().size(), 3U);
     }
     EXPECT_EQ(Listed::all().size(), 2U);
-}
-
-TEST_F(Reader, FailedReadReleasesWhatItMade) {
-    Node a, b;
-    a.left = &b;
-    b.left = &a;
-    a.text = "some text";
-    b.text = fxStr(std::string(9000, 'x').c_str());
-    const std::string bytes = saved(&a);
-    ASSERT_EQ(Listed::all().size(), 2U);
-    // Cut in the bodies of the texts, which come last.
-    for (size_t cut : {1U, 5U, 100U, 5000U, 9000U}) {
-        EXPECT_EQ(loaded<Node>(bytes.substr(0, bytes.size() - cut)), nullptr) << cut;
-        EXPECT_EQ(Listed::all().size(), 2U) << cut;
-    }
-}
-
-TEST_F(Reader, ObjectsOfAnotherVersionAreRefused) {
-    const std::string root = header() + typeRecord(2, "Node") +
-                             objectRecord(1, 2, long8(0) + long8(1)) + record(11, word(4)) +
-                             typeRecord(3, "Leaf") + record(1);
-    for (unsigned int version : {0U, 2U}) {
-        const std::string bytes =
-            root + objectRecord(4, 2, long8(0) + long8(1), version) + record(1) + record(1);
-        EXPECT_DEATH(loaded<Node>(bytes), "XXX version error handling is missing") << version;
-    }
 }
 
 TEST_F(Reader, FillersOfIdsArePassedOver) {

@@ -236,34 +236,6 @@ TEST_F(Writer, LengthHasOneTwoOrFourBytes) {
     EXPECT_EQ(head(14, 65536), std::string("\xCE\0\0\x01\0", 5));
 }
 
-TEST_F(Writer, OneIntMovesEightBytes) {
-    unsigned int value = 0x01020304;
-    EXPECT_TRUE(writer->xdr(&value, 1));
-    EXPECT_TRUE(writer->flush());
-    EXPECT_EQ(stream->view(), record(0, "", word(0x01020304) + word(0)));
-}
-
-TEST_F(Writer, WhatIsTranscribedDirectlyComesBeforeTheObject) {
-    long value = 9;
-    Listed root;
-    EXPECT_TRUE(writer->xdr(&value, 1));
-    EXPECT_TRUE(fxWriteObject(*writer, &root));
-    EXPECT_EQ(stream->view(),
-              record(0, "", long8(9)) + typeRecord(2, "Listed") + objectRecord(1, 2, long8(0)));
-}
-
-TEST_F(Writer, LaterObjectsReferToEarlierOnes) {
-    Listed first;
-    Node second;
-    second.right = &first;
-    ASSERT_TRUE(fxWriteObject(*writer, &first));
-    const size_t end = stream->view().size();
-    ASSERT_TRUE(fxWriteObject(*writer, &second));
-    EXPECT_EQ(stream->view().substr(end), typeRecord(4, "Node") +
-                                              objectRecord(3, 4, long8(0) + long8(1)) + record(1) +
-                                              record(12, word(1)));
-}
-
 TEST_F(Writer, ContainersAreToldOfTheirSuccess) {
     Told strings;
     ASSERT_TRUE(writer->writeObject(&strings, &strings));
