@@ -110,7 +110,10 @@ fxLoaded<C> load(Source& source) {
 /// the place of the file, and the folder is synced. What is at `path` must be a
 /// file that the caller may write to, a symbolic link to one, or nothing; the
 /// new file has the permission bits of the old one, and its owner where the
-/// system allows it. Other hard links keep the old content.
+/// system allows it. Other hard links keep the old content. The path is looked up
+/// once: neither an xdr() that changes the working folder nor a folder that gets
+/// another name meanwhile matters. What has come to the path in the meantime is
+/// replaced only if it is a file; a symbolic link is not followed then.
 ///
 /// After a failure, and when an xdr() throws, the new file is removed, and the
 /// old one is as it was. Only when the folder cannot be synced the new one stands

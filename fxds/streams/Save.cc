@@ -50,37 +50,68 @@ public:
     const int fd;
 };
 
-// The path that symbolic links lead to, whether something is there or not.
-std::string linkTarget(std::string path) {
-    constexpr int mostLinks = 40;
-    char target[PATH_MAX];
-    for (int i = 0; i < mostLinks; ++i) {
-        const ssize_t length = ::readlink(path.c_str(), target, sizeof target);
-        if (length < 0) return path;
-        const size_t slash = path.rfind('/');
-        const bool isAbsolute = length > 0 && *target == '/';
-        path.erase(isAbsolute || slash == std::string::npos ? 0 : slash + 1);
-        path.append(target, static_cast<size_t>(length));
+// A file in its folder, where symbolic links lead to, whether it is there or not.
+// Paths are looked up once: an xdr() may change the working folder, and folders may
+// get other names meanwhile.
+class Target {
+public:
+    explicit Target(std::string path) {
+        constexpr int mostLinks = 40;
+        char link[PATH_MAX];
+        if (path.empty()) throw Failure{ENOENT};
+        for (int i = 0; i < mostLinks; ++i) {
+            const size_t slash = path.rfind('/');
+            const bool hasFolder = slash != std::string::npos;
+            name = hasFolder ? path.substr(slash + 1) : path;
+            enter(hasFolder ? path.substr(0, slash + 1) : ".", O_PATH);
+            const ssize_t length = ::readlinkat(folder->fd, name.c_str(), link, sizeof link);
+            if (length < 0) {
+                enter(".", O_RDONLY);  // which can be synced
+                return;
+            }
+            path.assign(link, static_cast<size_t>(length));
+        }
+        throw Failure{ELOOP};
     }
-    throw Failure{ELOOP};
-}
 
-std::string folderOf(const std::string& path) {
-    const size_t slash = path.rfind('/');
-    return slash == std::string::npos ? "." : path.substr(0, slash + 1);
-}
+    // Whether a file is there; what is no regular file is not replaced.
+    bool isThere(struct stat& status) const {
+        const int flags = AT_SYMLINK_NOFOLLOW;
+        if (name.empty()) throw Failure{EISDIR};
+        const int result = ::fstatat(folder->fd, name.c_str(), &status, flags);
+        if (result != 0 && errno == ENOENT) return false;
+        checked(result);
+        if (S_ISDIR(status.st_mode)) throw Failure{EISDIR};
+        if (!S_ISREG(status.st_mode)) throw Failure{S_ISLNK(status.st_mode) ? ELOOP : EINVAL};
+        return true;
+    }
+    void checkIsWritable() const {
+        checked(::faccessat(folder->fd, name.c_str(), W_OK, AT_EACCESS));
+    }
+
+    std::unique_ptr<Descriptor> folder;
+    std::string name;
+
+private:
+    void enter(const std::string& path, int mode) {
+        const int from = folder != nullptr ? folder->fd : AT_FDCWD;
+        const int flags = mode | O_DIRECTORY | O_CLOEXEC;
+        folder = std::make_unique<Descriptor>(::openat(from, path.c_str(), flags));
+    }
+};
 
 // The file that takes the place of another one, or goes.
 class NewFile {
 public:
     // Requires: `old` is null or a file that is replaced.
-    NewFile(const std::string& folder, const struct stat* old) {
+    NewFile(const Target& target_, const struct stat* old) : target(target_) {
         static std::atomic<unsigned int> count{0};
         const unsigned int mode = old != nullptr ? S_IRUSR | S_IWUSR : 0666;
-        const std::string prefix = folder + "/.saving-" + std::to_string(::getpid()) + '-';
+        const std::string prefix = ".saving-" + std::to_string(::getpid()) + '-';
+        const int folder = target.folder->fd;
         do {
-            path = prefix + std::to_string(++count);
-            fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, mode);
+            name = prefix + std::to_string(++count);
+            fd = ::openat(folder, name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, mode);
         } while (fd < 0 && (errno == EEXIST || errno == EINTR));
         checked(fd);
         if (old == nullptr) return;
@@ -91,17 +122,21 @@ public:
     NewFile(const NewFile&) = delete;
     NewFile& operator=(const NewFile&) = delete;
     ~NewFile() {
-        if (!path.empty()) ::unlink(path.c_str());
+        if (!name.empty()) ::unlinkat(target.folder->fd, name.c_str(), 0);
     }
 
-    void rename(const std::string& to) {
-        checked(::rename(path.c_str(), to.c_str()));
-        path.clear();
+    void takePlace() {
+        const int folder = target.folder->fd;
+        checked(::renameat(folder, name.c_str(), folder, target.name.c_str()));
+        name.clear();
     }
 
-    std::string path;  // empty once it was renamed
-    int fd = -1;       // not owned: a stream adopts it
-    int error = 0;     // of its permissions
+    int fd = -1;    // not owned: a stream adopts it
+    int error = 0;  // of its permissions
+
+private:
+    const Target& target;
+    std::string name;  // empty once it is that of the target
 };
 
 // Keeps a stream from dying with its transcriber.
@@ -134,15 +169,12 @@ fxStreamFault writeTo(fxStream& stream, fxDetail::WriteRoot* writeRoot, void* ro
     return fault;
 }
 
-void saveAs(const std::string& path, fxDetail::WriteRoot* writeRoot, void* root,
+void saveAs(const Target& target, fxDetail::WriteRoot* writeRoot, void* root,
             fxStreamFault& fault) {
     struct stat old = {};
-    const bool isThere = ::stat(path.c_str(), &old) == 0;
-    if (!isThere && errno != ENOENT) throw Failure{errno};
-    if (isThere && !S_ISREG(old.st_mode)) throw Failure{S_ISDIR(old.st_mode) ? EISDIR : EINVAL};
-    if (isThere) checked(::faccessat(AT_FDCWD, path.c_str(), W_OK, AT_EACCESS));
-    const Descriptor folder(::open(folderOf(path).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    NewFile file(folderOf(path), isThere ? &old : nullptr);
+    const bool isThere = target.isThere(old);
+    if (isThere) target.checkIsWritable();
+    NewFile file(target, isThere ? &old : nullptr);
     fxStdioStream stream(file.fd, fxStream::fxStreamWrite);
     if (stream.hasError()) {
         ::close(file.fd);
@@ -155,9 +187,10 @@ void saveAs(const std::string& path, fxDetail::WriteRoot* writeRoot, void* root,
     checked(stream.flush() ? 0 : -1);  // a full disk shows here at the latest
     checked(uninterrupted([&] { return ::fsync(file.fd); }));
     checked(stream.close() ? 0 : -1);
-    file.rename(path);
+    target.isThere(old);  // what came to the path meanwhile is looked at, too
+    file.takePlace();
     // Some file systems have nothing to sync.
-    if (uninterrupted([&] { return ::fsync(folder.fd); }) != 0 && errno != EINVAL) {
+    if (uninterrupted([&] { return ::fsync(target.folder->fd); }) != 0 && errno != EINVAL) {
         throw Failure{errno};
     }
 }
@@ -179,12 +212,12 @@ void* loadFrom(fxStream& stream, fxTypeObj& type, fxStreamFault& fault) {
 fxStreamFault fxDetail::saveRoot(const char* path, WriteRoot* write, void* root) {
     fxStreamFault fault;
     try {
-        saveAs(linkTarget(path), write, root, fault);
+        saveAs(Target(path != nullptr ? path : ""), write, root, fault);
     } catch (const Failure& failure) {
         fault.kind = fxStreamFault::systemError;
         fault.error = failure.error;
     }
-    if (fault) fault.path = path;
+    if (fault) fault.path = fxShownPath(path);
     return fault;
 }
 
@@ -207,7 +240,7 @@ void* fxDetail::loadRoot(const char* path, fxTypeObj& type, fxStreamFault& fault
     if (error != 0) fault = fxStreamFault();
     if (error != 0) fault.kind = fxStreamFault::systemError;
     fault.error = error;
-    if (root == nullptr) fault.path = path;
+    if (root == nullptr) fault.path = fxShownPath(path);
     return root;
 }
 

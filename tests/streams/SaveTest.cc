@@ -9,6 +9,8 @@
 
 #include <cerrno>
 #include <csignal>
+#include <filesystem>
+#include <functional>
 #include <map>
 #include <regex>
 #include <stdexcept>
@@ -40,9 +42,9 @@ extern "C" __attribute__((visibility("default"))) int fsync(int fd) {
     return step(S_ISDIR(status.st_mode) ? 'D' : 'F');
 }
 
-extern "C" __attribute__((visibility("default"))) int rename(const char* from,
-                                                             const char* to) noexcept {
-    return step('R') != 0 ? -1 : renameat(AT_FDCWD, from, AT_FDCWD, to);
+extern "C" __attribute__((visibility("default"))) int renameat(int folder, const char* from,
+                                                               int other, const char* to) noexcept {
+    return step('R') != 0 ? -1 : renameat2(folder, from, other, to, 0);
 }
 
 namespace {
@@ -83,6 +85,7 @@ fxBool Extra::xdr(fxTranscriber& t) {
 class Wilful : public Listed {
     FX_TRANSCRIBABLE(Wilful)
     enum Way { plain, refuses, throws, ignores, swallows };
+    static inline std::function<void()> act;  // while it is written
     int way = plain;
     fxStr text = "text";
     Listed* other = nullptr;
@@ -90,6 +93,7 @@ class Wilful : public Listed {
 FX_TRANSCRIBABLE_TYPE(Wilful, "Wilful", 1, Listed);
 fxBool Wilful::xdr(fxTranscriber& t) {
     if (!fxXdr(t, way)) return 0;
+    if (!t.isReading() && act) act();
     if (way == refuses) return t.refuse("its way");
     if (way == throws && t.isReading()) throw std::runtime_error("thrown");
     const auto rest = [&]() noexcept { return fxXdr(t, text) && fxXdrObject(t, other); };
@@ -235,6 +239,7 @@ TEST_F(Save, PlaceNamesOffsetRecordAndClass) {
               "offset " + std::to_string(bytes.size()) + ", pointer again, class Wilful");
     EXPECT_EQ(fault.reason, "format error");
     EXPECT_DEATH(loaded<Wilful>(wrong), "^fxds: stream at " + fault.place() + "\nformat error\n$");
+    EXPECT_DEATH(loaded<Wilful>(header(1)), "^fxds: stream at offset 0, header\nfxBinaryReader: ");
 }
 
 TEST_F(Save, TracingShowsTheRecords) {
@@ -247,9 +252,10 @@ TEST_F(Save, TracingShowsTheRecords) {
     node.left = &node;
     fxTrace::setSink(note, &traced);
     fxTrace::enable("streams");
-    const std::string bytes = saved(&node);
+    HeldStream stream;
+    EXPECT_FALSE(fxSave(*static_cast<fxStream*>(stream), &node));
     const std::string written = std::exchange(traced, "");
-    delete loaded<Node>(bytes);
+    delete loaded<Node>(*static_cast<fxStream*>(stream));
     fxTrace::enable(0U);
     fxTrace::setSink(nullptr, nullptr);
     EXPECT_EQ(written,
@@ -345,11 +351,13 @@ TEST_F(Save, OnlyFilesAreReplacedAndRead) {
                  {fifo, EINVAL, EINVAL},
                  {loop, ELOOP, ELOOP},
                  {directory.path + "/no/file", ENOENT, ENOENT},
-                 {path + "/", ENOENT, ENOENT}};
+                 {path + "/", ENOENT, ENOENT},
+                 {"", ENOENT, ENOENT}};
     for (const auto& c : cases) {
         EXPECT_EQ(fxSave(c.path.c_str(), &root).error, c.saving) << c.path;
         const Fault fault = fxLoad<Node>(c.path.c_str()).fault();
-        EXPECT_EQ(fault.text(), c.path + ": " + std::strerror(c.loading));
+        const std::string shown = c.path.empty() ? "''" : c.path;
+        EXPECT_EQ(fault.text(), shown + ": " + std::strerror(c.loading));
     }
     EXPECT_EQ(fxSave(path.c_str(), static_cast<Node*>(nullptr)).text(),
               path + " cannot be saved, there is no object");
@@ -384,6 +392,102 @@ TEST_F(Save, TablesTravelWithWhatTheyHold) {
         EXPECT_TRUE(loaded->keys.contains(name(i)));
     }
     EXPECT_TRUE(fxLoad<Tables>((path + "?").c_str()).fault().isMissing());
+}
+
+/// Does with its containers what a test wants, right after they were read.
+class Collector : public Listed {
+    FX_TRANSCRIBABLE(Collector)
+    fxBool xdrFail(fxTranscriber&, void*) override { return 1; }
+    static inline bool (*act)(Collector& self) = nullptr;
+
+    fxStrArray array = {"a", "bb"};
+    fxXdrDictionary<fxStr, fxStr> table;
+    std::vector<std::vector<fxStr>> rows{{"a"}, {"b"}};
+    std::map<std::string, std::optional<fxStr>> map{{"a", "b"}, {"c", "d"}};
+    std::unique_ptr<std::pair<long, fxStr>> own{new std::pair<long, fxStr>(1, "own")};
+    std::vector<Listed*> objects{this};
+    fxVoidPtrArray nodes;
+};
+FX_TRANSCRIBABLE_TYPE(Collector, "Collector", 1, Listed);
+fxBool Collector::xdr(fxTranscriber& t) {
+    return fxXdrAll(t, array, table, rows, map, own) && fxXdrObjects(t, objects) &&
+           fxXdrObjects<Node>(t, nodes) && (!t.isReading() || act == nullptr || act(*this));
+}
+
+TEST_F(Save, ContainersThatChangeBeforeTheyAreWholeAreRefused) {
+    typedef Collector C;
+    Node node;
+    Collector written;
+    written.table["a"] = "b";
+    written.nodes.append(&node);
+    const std::string bytes = saved(&written);
+    const auto reasonWith = [&](bool (*act)(C&)) {
+        C::act = act;
+        fxLoaded<C> read = fxLoad<C>(bytes.data(), bytes.size());
+        if (read) delete static_cast<Node*>(read->nodes[0]);
+        return read.fault().reason;
+    };
+    EXPECT_EQ(reasonWith(nullptr), "");
+    bool (*const acts[])(C&) = {
+        [](C& c) { return c.array.append("new"), true; },
+        [](C& c) { return c.array.remove(0), true; },
+        [](C& c) {
+            return c.array = fxStrArray{"1", "2"}, true;
+        },
+        [](C& c) { return c.table.cleanup(), true; },
+        [](C& c) { return c.table["new"] = "entry", true; },
+        [](C& c) { return c.rows.clear(), true; },
+        [](C& c) { return c.rows.resize(100), true; },
+        [](C& c) { return c.rows[1].push_back("new"), true; },
+        [](C& c) { return c.map.erase("a") == 1; },
+        [](C& c) { return c.map["c"].reset(), true; },
+        [](C& c) { return c.own.reset(), true; },
+        [](C& c) { return c.objects.push_back(nullptr), true; },
+        [](C& c) { return c.nodes.append(nullptr), true; },
+    };
+    for (const auto& act : acts) {
+        EXPECT_EQ(reasonWith(act), "a container was changed in xdr() after it was read");
+    }
+    // One that makes do with what it got before has no elements without any content.
+    C::act = [](C& c) { return c.own.reset(), false; };
+    const fxLoaded<C> read = fxLoad<C>(bytes.data(), bytes.size());
+    ASSERT_TRUE(read);
+    EXPECT_TRUE(read->array.isEmpty() && read->table.isEmpty() && read->objects.empty() &&
+                read->nodes.isEmpty() && read->rows.size() == 2 && read->rows[1].empty());
+    C::act = nullptr;
+}
+
+// What an xdr(), or another program, does to folders and files while it is saved.
+TEST_F(Save, WhatMovesMeanwhileIsFollowed) {
+    const std::string folder = directory.path + "/folder", moved = directory.path + "/moved";
+    const auto filesIn = [](const std::string& path_) {
+        return std::distance(std::filesystem::directory_iterator(path_), {});
+    };
+    std::filesystem::create_directory(folder);
+    Wilful root;
+    const std::filesystem::path before = std::filesystem::current_path();
+    std::filesystem::current_path(folder);
+    Wilful::act = [] { std::filesystem::current_path("/"); };
+    EXPECT_FALSE(fxSave("it.fx", &root));
+    std::filesystem::current_path(before);
+    Wilful::act = [&] { std::filesystem::rename(folder, moved); };
+    EXPECT_FALSE(fxSave((folder + "/other.fx").c_str(), &root));
+    EXPECT_EQ(filesIn(moved), 2);
+    EXPECT_EQ(contents(moved + "/it.fx"), contents(moved + "/other.fx"));
+    // What is no file any more is not replaced.
+    const std::string target = moved + "/it.fx";
+    Wilful::act = [&] {
+        std::filesystem::remove(target);
+        mkfifo(target.c_str(), 0600);
+    };
+    EXPECT_EQ(fxSave(target.c_str(), &root).error, EINVAL);
+    EXPECT_TRUE(std::filesystem::is_fifo(target));
+    std::filesystem::remove(target);
+    Wilful::act = [&] { std::filesystem::create_symlink("other.fx", target); };
+    EXPECT_EQ(fxSave(target.c_str(), &root).error, ELOOP);
+    EXPECT_TRUE(std::filesystem::is_symlink(target));
+    Wilful::act = nullptr;
+    EXPECT_EQ(filesIn(moved), 2);
 }
 
 }  // namespace
