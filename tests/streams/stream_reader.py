@@ -2,9 +2,15 @@
 
     stream_reader.py STREAM          the objects of the graphs, one line of JSON each
     stream_reader.py STREAM JSON     whether `fxdump --json` says the same of the records
+    stream_reader.py --all FXDUMP SAVED SEEDS
+                                     whether every stream of two folders is read: those that
+                                     tests have SAVED, by the operations noted beside each, and
+                                     the SEEDS of a fuzzer, if they are whole
 """
 import json
+import os
 import struct
+import subprocess
 import sys
 
 FIELDS = {0: 0, 1: 0, 2: 1, 3: 2, 4: 1, 5: 2, 6: 2, 7: 2, 8: 2, 9: 2, 10: 3, 11: 1, 12: 1, 13: 1, 14: 1}
@@ -12,8 +18,16 @@ NUMBERS = {'char': 'c', 'bool': 'B', 'short': 'h', 'long': 'q', 'float': 'f', 'd
 BLOCKS = {5: 'B', 6: 'h', 7: 'q', 8: 'f', 9: 'd'}
 ARRAYS = {'short': 'h', 'int': 'i', 'float': 'f', 'bool': 'B'}
 
+# How the numbers of a machine are put in order, by its marks.
+SHORT_ORDERS = {b'\x22\x11': (0, 1), b'\x11\x22': (1, 0)}
+LONG_ORDERS = {bytes(b'\x66\x55\x44\x33'[i] for i in order) + bytes(4): order
+               for order in ((0, 1, 2, 3), (1, 0, 3, 2), (2, 3, 0, 1), (3, 2, 1, 0))}
+SIZES = {'byte': 1, 'short': 2, 'int': 8, 'long': 8, 'float': 4, 'double': 8}
+
 # The fields of the classes of the tests, as a reader must know them.
 LISTED = [('number', 'long')]
+WORDS = [('dictionary', 'dictionary'), ('set', 'set')]
+BOTH = [('', ('part', WORDS)), ('', ('part', [('', ('part', WORDS))]))]
 NODE = [('', ('here', LISTED)), ('text', 'str'), ('left', 'pointer'), ('right', 'pointer')]
 CLASSES = {
     'Listed': LISTED,
@@ -37,6 +51,12 @@ CLASSES = {
                ('here', ('optional', 'long')), ('gone', ('optional', 'long')), ('only', 'pointer'),
                ('value', ('optional', 'int')), ('null', ('block', 'd'))],
     'fxStr': [('', 'str')],
+    'SET': [('', 'set')],
+    'DICT': [('', 'dictionary')],
+    'Words': WORDS,
+    'Both': BOTH,
+    'Crate': [('', ('here', LISTED)), ('', ('here', BOTH)), ('other', 'pointer'),
+              ('words', 'pointer'), ('label', 'str')],
 }
 
 
@@ -75,7 +95,7 @@ class Reader:
     def __init__(self, data):
         writer, floats, rest = data.split(b'\0', 2)
         assert (writer, floats) == (b'fxBinaryWriter', b'ieee')
-        assert struct.unpack('<hq', rest[:10]) == (0x1122, 0x33445566)
+        self.short, self.long = SHORT_ORDERS[rest[:2]], LONG_ORDERS[rest[2:10]]
         self.records = list(records(data, len(data) - len(rest) + 10))
         self.next, self.payload = 0, b''
         self.types, self.blocks, self.objects, self.wanted = {}, {}, {}, {}
@@ -106,12 +126,19 @@ class Reader:
         taken, self.payload = self.payload[:size], self.payload[size:]
         return taken
 
+    def ordered(self, data, form):
+        order = {'h': self.short, 'H': self.short, 'q': self.long, 'i': self.long, 'I': self.long}.get(form)
+        if order is None:
+            return data
+        return b''.join(bytes(data[at + i] for i in order) for at in range(0, len(data), len(order)))
+
     def number(self, kind):
         form = NUMBERS[kind]
-        return struct.unpack('<' + form, self.take(struct.calcsize('<' + form)))[0]
+        data = self.take(struct.calcsize('<' + form))
+        return struct.unpack('<' + form, self.ordered(data, form))[0]
 
     def ints(self, count):
-        values = list(struct.unpack('<%di' % count, self.take(4 * count)))
+        values = list(struct.unpack('<%di' % count, self.ordered(self.take(4 * count), 'i')))
         assert self.take(4 * count) == bytes(4 * count)
         return values
 
@@ -193,12 +220,13 @@ class Reader:
         return list(struct.unpack('<%d%s' % (count, form), self.take(count * self.size)))
 
     def array(self, elements):
-        size, self.size, zero, again = struct.unpack('<IHHH', self.take(10))
+        size, self.size, zero = struct.unpack('<IHH', self.ordered(self.take(8), 'I'))
+        again = self.number('short')
         assert zero == 0 and again == self.size
         return elements(size // self.size)
 
     def entries(self, entry, sizes):
-        count, key, key2, value = struct.unpack('<4I', self.take(16))
+        count, key, key2, value = struct.unpack('<4I', self.ordered(self.take(16), 'I'))
         assert key == key2 == 16 and value == (16 if sizes == 2 else 0)
         if sizes == 2:
             assert self.ints(1) == [16]
@@ -227,9 +255,10 @@ class Reader:
                 number, self.current = r.fields[0], r.fields[0]
                 name = self.types[r.fields[1]]
                 self.define(number, self.objects, number)
-                # Which array an ARRAY is, is known to the pointer: to a Rich, by its size.
+                # Which array an ARRAY is, is known to the pointer: here, by the size of an element.
                 if name == 'ARRAY':
-                    kind = 'strings' if self.payload[4:5] == b'\x10' else ('array', 'short')
+                    size = self.ordered(self.payload[4:6], 'h')[0]
+                    kind = 'strings' if size == 16 else ('array', 'int' if size == 4 else 'short')
                     found.append((number, name, {'': self.value(kind)}))
                 else:
                     found.append((number, name, self.fields(CLASSES[name])))
@@ -241,6 +270,72 @@ class Reader:
         return found
 
 
+class NotedReader(Reader):
+    """Reads by the operations that a stream was written by, without knowing its classes."""
+
+    def definitions(self):
+        """Those that begin here: of objects, whose fields follow, and of contents."""
+        while not self.payload and self.next < len(self.records) and self.records[self.next].tag in (2, 5, 6, 7, 8, 9, 10):
+            if self.records[self.next].tag == 2:
+                r = self.records[self.next]
+                self.define(r.fields[0], self.types, r.name.decode())
+                self.next += 1
+                continue
+            r = self.record()
+            if r.tag == 10:
+                assert r.fields[1] in self.types
+                self.define(r.fields[0], self.objects, r.fields[0])
+                return
+            self.define(r.fields[0], self.blocks, self.take(r.fields[1]))
+
+    def run(self, operations):
+        for line in operations:
+            kind, _, count = line.partition(' ')
+            self.definitions()
+            while kind not in SIZES and not self.payload and self.records[self.next].tag == 10:
+                self.definitions()
+            if kind in SIZES:
+                self.sized(SIZES[kind] * int(count))
+            elif kind == 'part':
+                r = self.record()
+                assert r.tag == 14 and r.fields[0] in self.objects or r.tag == 13
+                if r.tag == 13:
+                    self.define(r.fields[0], self.objects, r.fields[0])
+            else:
+                self.place((3, 4) if kind == 'block' else (11, 12))
+        while self.next < len(self.records) or self.payload:
+            before = self.next
+            self.definitions()
+            assert self.next > before, 'what no operation has written'
+        assert not self.awaited
+
+    def sized(self, size):
+        """Bytes of the fields, perhaps behind objects that have none."""
+        while size and not self.payload and self.records[self.next].tag != 0:
+            before = self.next
+            self.definitions()
+            assert self.next > before
+        self.take(size)
+
+
+def readAll(fxdump, saved, seeds):
+    names = sorted(name for name in os.listdir(saved) if name.endswith('.fx'))
+    for name in names:
+        path = os.path.join(saved, name)
+        try:
+            NotedReader(open(path, 'rb').read()).run(open(path[:-2] + 'ops').read().splitlines())
+        except Exception as error:
+            sys.exit('%s: %r' % (path, error))
+    whole = 0
+    for name in sorted(os.listdir(seeds)):
+        data = open(os.path.join(seeds, name), 'rb').read()
+        check = subprocess.run([fxdump, '--check', '-'], input=data[1:], stdout=subprocess.PIPE)
+        if check.returncode == 0 and not name.startswith('found'):
+            whole += len(contents(data[1:])) > 0
+    print('%d saved streams and %d seeds' % (len(names), whole))
+    assert names and whole
+
+
 def settled(value):
     if callable(value):
         return value()
@@ -249,11 +344,17 @@ def settled(value):
     return [settled(each) for each in value] if isinstance(value, list) else value
 
 
-def printed(data):
+def contents(data):
     reader = Reader(data)
+    lines = []
     while reader.next < len(reader.records):
         for number, name, fields in reader.graph():
-            print('#%d %s %s' % (number, name, json.dumps(settled(fields))))
+            lines.append('#%d %s %s' % (number, name, json.dumps(settled(fields))))
+    return lines
+
+
+def printed(data):
+    print('\n'.join(contents(data)))
 
 
 def compared(data, path):
@@ -266,5 +367,7 @@ def compared(data, path):
 
 
 if __name__ == '__main__':
+    if sys.argv[1] == '--all':
+        sys.exit(readAll(*sys.argv[2:]))
     stream = open(sys.argv[1], 'rb').read()
     compared(stream, sys.argv[2]) if len(sys.argv) > 2 else printed(stream)

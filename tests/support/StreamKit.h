@@ -5,6 +5,8 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <fstream>
+#include <functional>
 #include <memory>
 #include <set>
 #include <string>
@@ -113,12 +115,83 @@ inline std::string header(short shortMark = 0x1122, long longMark = 0x33445566) 
 
 // Saving to and loading from memory.
 
+/// Notes which operations a writer was asked for: "long 2" for two longs, "block" for
+/// what is held by pointer, "object", "part".
+class NotingWriter : public fxBinaryWriter {
+    typedef fxBinaryWriter Base;
+
+public:
+    explicit NotingWriter(fxStream* stream_) : fxTranscriber(stream_, false), Base(stream_) {}
+    using fxBinaryWriter::xdr;
+
+#define NOTED(Type, name)                                                            \
+    bool xdr(Type* v, unsigned int n) override {                                     \
+        return noted(name " " + std::to_string(n), [&] { return Base::xdr(v, n); }); \
+    }                                                                                \
+    bool xdr(Type** v, unsigned int n) override {                                    \
+        return noted("block", [&] { return Base::xdr(v, n); });                      \
+    }
+    NOTED(char, "byte")
+    NOTED(unsigned char, "byte")
+    NOTED(short, "short")
+    NOTED(unsigned short, "short")
+    NOTED(int, "int")
+    NOTED(unsigned int, "int")
+    NOTED(long, "long")
+    NOTED(unsigned long, "long")
+    NOTED(float, "float")
+    NOTED(double, "double")
+#undef NOTED
+    bool xdr(char** v) override {
+        return noted("block", [&] { return Base::xdr(v); });
+    }
+    bool xdr(void* slot, fxXDRObj* from, fxTypeObj& type, fxXDRObj* object, void* at) override {
+        return noted("object", [&] { return Base::xdr(slot, from, type, object, at); });
+    }
+    bool xdr(fxTypeObj& base, void* derived, void* at) override {
+        if (derived != at) notes += "part\n";
+        return Base::xdr(base, derived, at);
+    }
+
+    std::string notes;
+
+private:
+    // The base may ask itself for another operation, and for those of contents.
+    template <class Do>
+    bool noted(const std::string& what, Do operation) {
+        const bool isOfContents = tag >= fxTagBytes && tag <= fxTagDoubles;
+        if (depth++ == 0 && !isOfContents) notes += what + '\n';
+        const bool isDone = operation();
+        --depth;
+        return isDone;
+    }
+    int depth = 0;
+};
+
+/// Leaves the stream in the folder that the environment names, with the operations
+/// that it was written by, for a reader in another language.
+template <class C>
+void keep(const std::string& bytes, C* root) {
+    const char* const folder = std::getenv("FX_SAVED_STREAMS");
+    if (folder == nullptr) return;
+    HeldStream stream;
+    NotingWriter writer(stream);
+    const bool isWritten = fxWriteObject(writer, root);
+    const bool isSame = isWritten && bytes.substr(30) == stream->view();
+    const std::string path =
+        std::string(folder) + '/' + std::to_string(std::hash<std::string>()(bytes));
+    std::ofstream(path + ".fx") << bytes;
+    std::ofstream(path + ".ops") << (isSame ? writer.notes : "written otherwise\n");
+}
+
 template <class C>
 std::string saved(C* root) {
     HeldStream stream;
     const std::unique_ptr<fxTranscriber> writer(fxTranscriber::getWriter(stream));
-    return writer != nullptr && fxWriteObject(*writer, root) ? std::string(stream->view())
-                                                             : "failed";
+    if (writer == nullptr || !fxWriteObject(*writer, root)) return "failed";
+    const std::string bytes(stream->view());
+    keep(bytes, root);
+    return bytes;
 }
 
 template <class C>
