@@ -426,6 +426,7 @@ bool fxXdrObject(fxTranscriber& t, C*& object) {
 }
 ///@}
 
+/// A reference is null until then.
 template <class T>
 inline constexpr bool fxXdrIsLate<fxRef<T>> = true;
 

@@ -236,6 +236,7 @@ bool fxXdrParts(fxTranscriber& t, Parts& v, Write write, ReadOne readOne, void* 
     if (!isRead) v.clear();
     return isRead;
 }
+/// The same of parts that are their own container.
 template <class Parts, class Write, class ReadOne>
 bool fxXdrParts(fxTranscriber& t, Parts& v, Write write, ReadOne readOne) {
     static constexpr fxTranscriber::Container kind = {

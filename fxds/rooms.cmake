@@ -47,7 +47,7 @@ fxds_room(streams
   HEADERS BinaryReader BinaryTranscriber BinaryWriter CheckStream MemoryStream Save StdioStream TypedStream
     Xdr XdrEvolution XdrTables XdrValues
   PRIVATE AddressIndex AddressSet OpenFile OutBuffer PartRoot ReaderEntry ReaderGraph ReaderNumbers
-    RecordFormat RecordParser RecordReader StreamMarks StreamWalk TextChunks WatchedContainers
+    RecordFormat RecordParser RecordReader StackBounds StreamMarks StreamWalk TextChunks WatchedContainers
   SOURCES BinaryReader BinaryTranscriber BinaryWriter CheckStream MemoryStream ReaderConverters
     ReaderFaults ReaderGraph RecordParser RecordReader Save StdioStream StreamHeader StreamWalk Xdr)
 

@@ -47,6 +47,7 @@ constexpr char badNews[] = "XXX bad news!";
 constexpr char baddestNews[] = "XXX baddest news";
 constexpr char formatError[] = "format error";
 constexpr char changed[] = "a container was changed in xdr() after it was read";
+constexpr char local[] = "a local variable of xdr() waits for what it leads to";
 constexpr char missing[] = "XXX error handling is missing";
 
 constexpr size_t firstPiece = size_t{1} << 16;  // of a block that is read as it grows
@@ -298,7 +299,7 @@ void* fxBinaryReader::readObject(fxTypeObj& expected) {
     unsigned int rootId = 0;
     {
         Reading graphReading(*this);
-        graph->beginGraph();
+        graph->beginGraph(fxStackPart::beneath(__builtin_frame_address(0)));
         const bool isWhole = readGraph(expected, rootId) && !hasRefused();
         if (isWhole && !graph->isAsNoted()) refuse(Fault::refused, changed);
         if (isWhole && !graph->completes(graph->at(rootId))) refuse(Fault::damaged, formatError);
@@ -567,8 +568,13 @@ bool fxBinaryReader::readBody(fxReaderEntry& entry, fxTypeObj* root) {
         return refuse(records->hasFailed() ? Fault::ended : Fault::refused, missing);
     }
     complaint.reset();
-    if (!hasFailed && !graph->isAsNoted()) return refuse(Fault::refused, changed);
-    if (!graph->endBody(hasFailed)) return refuse(Fault::damaged, formatError);
+    if (!hasFailed && !graph->isAsNoted()) {
+        return refuse(Fault::refused, graph->metLocal() ? local : changed);
+    }
+    if (!graph->endBody(hasFailed)) {
+        return graph->metLocal() ? refuse(Fault::refused, local)
+                                 : refuse(Fault::damaged, formatError);
+    }
     bodyType = nullptr;
     return true;
 }

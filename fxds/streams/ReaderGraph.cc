@@ -140,7 +140,9 @@ bool fxReaderGraph::noteHolder(void* slot, unsigned int id, fxTypeObj& declared,
     return true;
 }
 
-void fxReaderGraph::beginGraph() {
+void fxReaderGraph::beginGraph(fxStackPart frames) {
+    dying = frames;
+    hasLocal = false;
     if (hasMarks) takeMarks(0, false);
     looseCount = items.size();
     looseWatched = watched.count();
@@ -199,6 +201,7 @@ void fxReaderGraph::takeMarks(size_t first, bool isForgiven) {
             items[kept++] = item;
         } else if (item.wanted != fxBinaryReaderItem::partMark &&
                    item.wanted != fxBinaryReaderItem::countMark && !isForgiven) {
+            hasLocal |= dying.holds(item.slot);
             concludedOnes.push_back({item.slot, nextBody() - 1, item.id});
         }
     }
@@ -209,12 +212,12 @@ void fxReaderGraph::takeMarks(size_t first, bool isForgiven) {
 // Of an object that makes do without what it points to: empties the containers, and
 // sets the counts of blocks to 0 that do not lie in them.
 void fxReaderGraph::giveUpBlocks(size_t first) {
-    auto emptied = watched.empty(looseWatched);
+    auto emptied = watched.empty(looseWatched, dying);
     for (size_t i = first; i < items.size(); ++i) {
         if (items[i].wanted != fxBinaryReaderItem::countMark) continue;
         while (!emptied.empty() && emptied.back().end <= i) emptied.pop_back();
         const bool isGone = !emptied.empty() && emptied.back().first <= i;
-        if (!isGone) *static_cast<unsigned int*>(items[i].slot) = 0;
+        if (!isGone && !dying.holds(items[i].slot)) *static_cast<unsigned int*>(items[i].slot) = 0;
     }
 }
 
@@ -226,6 +229,11 @@ bool fxReaderGraph::endBody(bool isForgiven) {
     isBodyOpen = false;
     watched.shrink(looseWatched);
     for (size_t i = first; i < items.size(); ++i) {
+        if (dying.holds(items[i].slot)) hasLocal = true;
+        if (hasLocal) {
+            items.resize(i);  // these are not filled
+            return false;
+        }
         fxReaderEntry& entry = at(items[i].id);
         if (!entry.isDefined()) {
             link(i, entry);
@@ -233,7 +241,7 @@ bool fxReaderGraph::endBody(bool isForgiven) {
             return false;
         }
     }
-    return true;
+    return !hasLocal;
 }
 
 bool fxReaderGraph::defineBlock(unsigned int id, fxReaderEntry& entry, unsigned int length,

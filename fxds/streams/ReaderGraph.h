@@ -10,6 +10,7 @@
 #include "fxds/streams/AddressSet.h"
 #include "fxds/streams/ReaderNumbers.h"
 #include "fxds/streams/RecordReader.h"
+#include "fxds/streams/StackBounds.h"
 #include "fxds/streams/WatchedContainers.h"
 
 class fxXDRObj;
@@ -114,14 +115,20 @@ public:
     }
     /// Whether the containers of the body or, outside of bodies, the loose ones
     /// are as they were when they were read.
-    bool isAsNoted() const {
+    bool isAsNoted() {
         const size_t first = isBodyOpen ? looseWatched : 0;
-        return watched.count() == first || watched.areUnchanged(first);
+        if (watched.count() == first) return true;
+        hasLocal = watched.anyIsIn(dying, first);
+        return !hasLocal && watched.areUnchanged(first);
     }
     ///@}
 
-    /// Links the loose places, before the first body is read.
-    void beginGraph();
+    /// Links the loose places, before the first body is read. Places of bodies that are
+    /// in `frames` are gone when a body ends.
+    void beginGraph(fxStackPart frames);
+    /// Whether there was such a place or container, which is why endBody() or
+    /// isAsNoted() answered false.
+    bool metLocal() const { return hasLocal; }
     /// Calls `use(type)` for what each linked place is declared with until it
     /// returns false; whether it never did.
     template <class Use>
@@ -264,6 +271,8 @@ private:
     std::vector<Concluded> concludedOnes;
     fxWatchedContainers watched;         // the loose ones, then those of the open body
     size_t looseWatched = 0;             // how many of these are loose
+    fxStackPart dying;                   // where no place may be when a body has ended
+    bool hasLocal = false;               // there was one
     fxAddressSet parts;                  // of the open body
     fxAddressSet roots;                  // of these: those that are told
     bool hasMarks = false;               // among the items of the open body or the loose ones

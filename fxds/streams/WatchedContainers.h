@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "fxds/Transcriber.h"
+#include "fxds/streams/StackBounds.h"
 
 /// Containers whose elements a reader is to fill in later, each with what its
 /// print was when it had been read. One that is held by another is entered before
@@ -42,14 +43,22 @@ public:
     struct Range {
         size_t first, end;  // of places
     };
-    /// Empties those from the `first` on that have not changed. Returns which places
+    /// Whether one of those from the `first` on is a local variable.
+    bool anyIsIn(const fxStackPart& frames, size_t first) const {
+        for (size_t i = first; i < count(); ++i) {
+            if (frames.holds(entries[i].container)) return true;
+        }
+        return false;
+    }
+    /// Empties those from the `first` on that have not changed, nor been in the frames,
+    /// which are gone. Returns which places
     /// are gone with them and with those that have, the last ones first.
-    std::vector<Range> empty(size_t first) {
+    std::vector<Range> empty(size_t first, const fxStackPart& frames) {
         std::vector<Range> gone;
         for (size_t i = count(); i-- > first;) {
             const Entry& entry = entries[i];
             if (!gone.empty() && entry.endPlace > gone.back().first) continue;
-            const bool isLost = hasChanged(entry);
+            const bool isLost = frames.holds(entry.container) || hasChanged(entry);
             if (!isLost && entry.kind->empty != nullptr) entry.kind->empty(entry.container);
             if (isLost || entry.kind->empty != nullptr) {
                 gone.push_back({entry.firstPlace, entry.endPlace});

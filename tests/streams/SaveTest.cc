@@ -399,7 +399,10 @@ class Collector : public Listed {
     FX_TRANSCRIBABLE(Collector)
     fxBool xdrFail(fxTranscriber&, void*) override { return 1; }
     static inline bool (*act)(Collector& self) = nullptr;
+    static inline int local = 0;  // what is read into a variable, 1 or 2
 
+    fxStr text = "text";
+    std::vector<fxStr> texts{"a", "b"};
     fxStrArray array = {"a", "bb"};
     fxXdrDictionary<fxStr, fxStr> table;
     std::vector<std::vector<fxStr>> rows{{"a"}, {"b"}};
@@ -410,7 +413,10 @@ class Collector : public Listed {
 };
 FX_TRANSCRIBABLE_TYPE(Collector, "Collector", 1, Listed);
 fxBool Collector::xdr(fxTranscriber& t) {
-    return fxXdrAll(t, array, table, rows, map, own) && fxXdrObjects(t, objects) &&
+    fxStr copy;
+    std::vector<fxStr> copies;
+    return fxXdr(t, local == 1 ? copy : text) && fxXdr(t, local == 2 ? copies : texts) &&
+           fxXdrAll(t, array, table, rows, map, own) && fxXdrObjects(t, objects) &&
            fxXdrObjects<Node>(t, nodes) && (!t.isReading() || act == nullptr || act(*this));
 }
 
@@ -448,6 +454,10 @@ TEST_F(Save, ContainersThatChangeBeforeTheyAreWholeAreRefused) {
     for (const auto& act : acts) {
         EXPECT_EQ(reasonWith(act), "a container was changed in xdr() after it was read");
     }
+    for (C::local = 1; C::local < 3; ++C::local) {
+        EXPECT_EQ(reasonWith(nullptr), "a local variable of xdr() waits for what it leads to");
+    }
+    C::local = 0;
     // One that makes do with what it got before has no elements without any content.
     C::act = [](C& c) { return c.own.reset(), false; };
     const fxLoaded<C> read = fxLoad<C>(bytes.data(), bytes.size());
