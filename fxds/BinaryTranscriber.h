@@ -54,6 +54,8 @@ protected:
     fxVoidPtrArray pending;    ///< The writer's items, owned; a stack.
 
 private:
+    friend class fxBinaryWriter;  // whose hot code finds this virtual base once
+
     long chainsLeft;  // see claimChains()
 };
 

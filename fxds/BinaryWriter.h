@@ -14,7 +14,7 @@ class fxOutBuffer;
 class FX_API fxBinaryWriterItem {
 public:
     /// What an item stands for.
-    enum Kind { object = 0, block = 1 };
+    enum Kind : unsigned char { object = 0, block = 1 };
 
     /// The object at `address`, a pointer to the class of `type`. Borrowed.
     fxBinaryWriterItem(const void* address, fxTypeObj& type);
@@ -28,13 +28,16 @@ public:
     static void* operator new(size_t size);
     static void operator delete(void* item, size_t size);
 
-    Kind kind;               ///< Whether `type` or the block's fields count.
-    const void* address;     ///< Of the object or the block. Borrowed.
-    fxTypeObj* type;         ///< Of the object; null for a block.
-    unsigned int byteCount;  ///< Of the block's body.
-    fxBinaryOTTag tag;       ///< Of the block's record.
-    bool isOfInts;           ///< Whether the block has ints, which travel as longs.
-    unsigned int id;         ///< The number that the address was queued under.
+    // Small: as many may wait as the graph has objects and blocks.
+    Kind kind;            ///< Whether `type` or the block's fields count.
+    fxBinaryOTTag tag;    ///< Of the block's record.
+    bool isOfInts;        ///< Whether the block has ints, which travel as longs.
+    unsigned int id;      ///< The number that the address was queued under.
+    const void* address;  ///< Of the object or the block. Borrowed.
+    union {
+        fxTypeObj* type;         ///< Of the object.
+        unsigned int byteCount;  ///< Of the block's body.
+    };
 };
 
 /// Writes what it is given as the records of docs/stream-format.md, every
@@ -153,13 +156,14 @@ private:
 
     bool writePrimPointer(const void* slot, const void* block, size_t byteCount,
                           fxBinaryOTTag bodyTag, bool isOfInts = false);
-    unsigned int idOf(const void* address, bool& isNew);
     unsigned int idOfPart(const void* address, bool& isNew);
     unsigned int push(fxBinaryWriterItem* item, unsigned int id);
     bool writeRecord(const char* payload, unsigned int payloadBytes);
+    bool idOf(const void* address, unsigned int& id);
     [[gnu::noinline]] bool writeParts(const char* payload, unsigned int payloadBytes);
     unsigned int putHead(char* place, unsigned int payloadBytes) const;
-    bool fail();
+    [[gnu::noinline]] bool writeNewType(fxTypeObj& type, unsigned int& id);
+    [[gnu::cold, gnu::noinline]] bool fail();
     [[gnu::cold]] void trace() const;
     fxBinaryWriterItem* itemAt(unsigned int index);
     bool writePending();

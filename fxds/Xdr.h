@@ -415,6 +415,16 @@ template <class C>
 bool fxXdrObject(fxTranscriber& t, C*& object, fxTypeObj& declared) {
     if (t.isReading()) object = nullptr;
     if (object == nullptr) return t.xdr(&object, nullptr, declared, nullptr, nullptr);
+    if constexpr (std::is_convertible_v<C*, fxXDRObj*>) {
+        // Most are just what they are declared as. Where they begin need not be asked
+        // then, which would wait for the object's memory.
+        const bool isAsDeclared = &typeid(*object) == &typeid(C) &&
+                                  declared.typeInfo == &typeid(C) &&
+                                  object->getTypeObj() == &declared;
+        if (isAsDeclared && !t.isEmbedded(object)) {
+            return t.xdr(&object, nullptr, declared, object, object);
+        }
+    }
     fxXdrAddress found;
     fxXdrFindAddress(object, declared, found);
     if (found.address == nullptr || t.isEmbedded(found.address)) return t.refuse(fxXdrUnreadable);

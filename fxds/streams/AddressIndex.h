@@ -2,149 +2,122 @@
 #ifndef FXDS_STREAMS_ADDRESSINDEX_H
 #define FXDS_STREAMS_ADDRESSINDEX_H
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
 #include <memory>
+#include <utility>
+#include <vector>
 
-#include "fxds/base/ChunkList.h"
 #include "fxds/detail/Allocate.h"
 #include "fxds/detail/Mix.h"
 
-// The addresses stand in a list by number. A flat table, a power of two in size
-// and at most three quarters full, finds them: a slot has the position in the
-// list in as many low bits as the size needs, and bits of the hash in the rest,
-// so that hardly ever an address is compared in vain.
+// Waiting for memory is nearly all that a look-up costs in a large graph, and what is
+// written together mostly lies together. So memory is divided into stretches of 4,096
+// bytes, and each that something lies in has an array of numbers, one for each granule
+// of 16 bytes, which is what malloc() aligns to. A flat hash table finds the array; it
+// is small enough for a near cache. An array takes a quarter of its stretch.
 //
-// Waiting for memory is nearly all that a look-up in a large table costs, which
-// is why slots are small. And what is written together mostly lies together: so
-// addresses that are near each other share a part of the table. The hash is that
-// of a stretch of memory and says where its part begins, and the place in the
-// stretch says where the search starts in that part. Parts overlap where they
-// must.
+//     address   | stretch             | 8 bits: granule | 4 bits |
+//     key       | stretch             | 4 bits |
+//
+// The lowest bits are part of the key, so that addresses in one granule have different
+// arrays. Most have the same lowest bits.
+//
+// A ring of 100,000 nodes with random links is saved in nine tenths of the time that it
+// takes with a table of addresses.
 
 class fxAddressIndex {
 public:
-    /// The number entered for the address, or 0. Null has none.
+    fxAddressIndex() = default;
+    fxAddressIndex(const fxAddressIndex&) = delete;
+    fxAddressIndex& operator=(const fxAddressIndex&) = delete;
+    ~fxAddressIndex() { clear(); }
+
+    /// The number entered for the address, or 0.
     unsigned int find(const void* address) const {
-        if (slotCount == 0) return 0;
-        const unsigned int slot = slots[search(address).index];
-        return slot == 0 ? 0 : numberIn(slot);
+        if (used == 0) return 0;
+        const unsigned int* const numbers = slots[search(keyOf(address))].numbers;
+        return numbers != nullptr ? numbers[granuleOf(address)] : 0;
     }
-
-    /// The number entered for the address; `number` is entered when there is
-    /// none. Requires: neither is 0; `number` is higher than all before.
-    unsigned int findOrSet(const void* address, unsigned int number) {
-        makeRoom(number);
-        const Found found = search(address);
-        const unsigned int slot = slots[found.index];
-        if (slot != 0) return numberIn(slot);
-        enter(found, address, number);
-        return number;
-    }
-
-    /// Enters a number, in place of an earlier one. Requires: as above.
-    void set(const void* address, unsigned int number) {
-        makeRoom(number);
-        const Found found = search(address);
-        const unsigned int slot = slots[found.index];
-        if (slot != 0) addresses[positionIn(slot)] = nullptr;
-        enter(found, address, number);
-    }
-
-    /// Brings the slot near while the caller does something else.
-    void prefetch(const void* address) const {
-        if (slotCount != 0) __builtin_prefetch(&slots[startOf(address, hashOf(address))]);
+    /// The place of the number entered for the address, or of 0, which may be replaced.
+    /// View: good until clear().
+    unsigned int& at(const void* address) {
+        const uintptr_t key = keyOf(address);
+        unsigned int* const numbers = used != 0 ? slots[search(key)].numbers : nullptr;
+        return (numbers != nullptr ? numbers : enter(key))[granuleOf(address)];
     }
 
     void clear() {
+        for (void* block : blocks) std::free(block);
+        blocks.clear();
         slots.reset();
-        slotCount = most = 0;
-        addresses.clear();
+        slotCount = used = stretchesLeft = 0;
     }
 
 private:
-    static constexpr unsigned int granuleBits = 4;  // what malloc() aligns to
-    static constexpr unsigned int partBits = 5;
-    static constexpr size_t partSlots = size_t{1} << partBits;
+    static constexpr unsigned int granuleBits = 4;
+    static constexpr unsigned int stretchBits = 12;
+    static constexpr size_t granules = size_t{1} << (stretchBits - granuleBits);  // of a stretch
+    static constexpr size_t firstSlots = 8;
+    static constexpr size_t firstStretches = 2;  // in the first block of memory; in each
+    static constexpr size_t mostStretches = 64;  // further one twice as many, up to so many
 
-    static uint64_t granuleOf(const void* address) {
-        return reinterpret_cast<uintptr_t>(address) >> granuleBits;
-    }
-    static uint64_t hashOf(const void* address) { return fxMix64(granuleOf(address) >> partBits); }
-    size_t startOf(const void* address, uint64_t hash) const {
-        return ((hash >> shift) + granuleOf(address) % partSlots) & (slotCount - 1);
-    }
-    // The bits of a slot that are the same for the same address, its low ones
-    // among them, which tell those apart that share a part.
-    unsigned int markOf(const void* address, uint64_t hash) const {
-        const uint64_t bits = hash >> 32U ^ reinterpret_cast<uintptr_t>(address) << 20U;
-        return static_cast<unsigned int>(bits) & ~positionMask;
-    }
-    size_t positionIn(unsigned int slot) const { return (slot & positionMask) - 1; }
-    unsigned int numberIn(unsigned int slot) const {
-        return lowest + static_cast<unsigned int>(positionIn(slot));
-    }
-
-    struct Found {
-        size_t index;  // of the slot of the address, or of the free one where it belongs
-        unsigned int mark;
+    struct Slot {
+        uintptr_t key;
+        unsigned int* numbers;  // null: the slot is free
     };
-    Found search(const void* address) const {
-        const uint64_t hash = hashOf(address);
-        const unsigned int mark = markOf(address, hash);
-        const unsigned int* const table = slots.get();
-        size_t i = startOf(address, hash);
-        for (unsigned int slot = table[i]; slot != 0; slot = table[i]) {
-            const bool isMarked = ((slot ^ mark) & ~positionMask) == 0;
-            if (isMarked && addresses[positionIn(slot)] == address) break;
-            i = (i + 1) & (slotCount - 1);
+
+    static size_t granuleOf(const void* address) {
+        return reinterpret_cast<uintptr_t>(address) >> granuleBits & (granules - 1);
+    }
+    static uintptr_t keyOf(const void* address) {
+        const uintptr_t bits = reinterpret_cast<uintptr_t>(address);
+        constexpr uintptr_t lowest = (uintptr_t{1} << granuleBits) - 1;
+        return bits >> stretchBits << granuleBits | (bits & lowest);
+    }
+    // The slot of the key, or the free one where it belongs.
+    size_t search(uintptr_t key) const {
+        size_t i = fxMix64(key) >> shift;
+        while (slots[i].numbers != nullptr && slots[i].key != key) i = (i + 1) & (slotCount - 1);
+        return i;
+    }
+    // Enters a new stretch. Out of line, which keeps at() small.
+    [[gnu::noinline]] unsigned int* enter(uintptr_t key) {
+        if (4 * used >= 3 * slotCount) grow();
+        unsigned int* const numbers = newNumbers();
+        slots[search(key)] = {key, numbers};
+        ++used;
+        return numbers;
+    }
+    unsigned int* newNumbers() {
+        constexpr size_t bytes = granules * sizeof(unsigned int);
+        if (stretchesLeft == 0) {
+            stretchesLeft =
+                std::min(mostStretches, firstStretches << std::min<size_t>(blocks.size(), 8));
+            blocks.push_back(static_cast<unsigned int*>(fxNewZeroBlock(stretchesLeft * bytes)));
         }
-        return {i, mark};
+        return blocks.back() + --stretchesLeft * granules;
     }
-
-    // Three quarters of the slots are used at most.
-    void makeRoom(unsigned int number) {
-        if (addresses.empty()) lowest = number;
-        while (number - lowest >= most) grow();
-    }
-
-    void enter(const Found& found, const void* address, unsigned int number) {
-        while (addresses.size() != number - lowest) addresses.push_back(nullptr);
-        addresses.push_back(address);
-        slots[found.index] = found.mark | static_cast<unsigned int>(addresses.size());
-    }
-
-    // Every address is another, so that none needs to be compared.
-    [[gnu::noinline]] void grow() {
-        slotCount = slotCount == 0 ? 4 * partSlots : 4 * slotCount;
-        positionMask = static_cast<unsigned int>(slotCount - 1);
-        most = static_cast<unsigned int>(slotCount / 4 * 3);
+    void grow() {
+        const std::unique_ptr<Slot[]> old = std::move(slots);
+        const size_t oldCount = slotCount;
+        slotCount = std::max(firstSlots, 2 * slotCount);
+        slots = std::make_unique<Slot[]>(slotCount);
         shift = 64;
         for (size_t n = slotCount; n > 1; n /= 2) --shift;
-        slots.reset();
-        slots.reset(static_cast<unsigned int*>(fxNewZeroBlock(slotCount * sizeof(unsigned int))));
-        unsigned int position = 0;
-        addresses.each([&](const void* address) {
-            ++position;
-            if (address == nullptr) return;
-            const uint64_t hash = hashOf(address);
-            size_t i = startOf(address, hash);
-            while (slots[i] != 0) i = (i + 1) & (slotCount - 1);
-            slots[i] = markOf(address, hash) | position;
-        });
+        for (size_t i = 0; i < oldCount; ++i) {
+            if (old[i].numbers != nullptr) slots[search(old[i].key)] = old[i];
+        }
     }
 
-    struct Free {
-        void operator()(unsigned int* block) const { std::free(block); }
-    };
-    std::unique_ptr<unsigned int[], Free> slots;  // mark and position + 1; 0 when free
+    std::unique_ptr<Slot[]> slots;  // a power of two, at most three quarters of them used
     size_t slotCount = 0;
-    unsigned int most = 0;  // how many numbers the slots serve
-    unsigned int positionMask = 0;
-    unsigned int shift = 0;              // leaves as many high bits of the hash as the table needs
-    fxChunkList<const void*> addresses;  // null for numbers that were not entered here
-    unsigned int lowest = 0;             // numbers go on after clear(), and may be high then
+    size_t used = 0;
+    unsigned int shift = 0;  // leaves as many high bits of the hash as there are slots
+    std::vector<unsigned int*> blocks;
+    size_t stretchesLeft = 0;  // of the last block
 };
 
 #endif

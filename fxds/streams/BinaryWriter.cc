@@ -59,32 +59,25 @@ size_t bytesOf(unsigned int count) {
 
 // Enters the address in a set; whether it was not there.
 bool isFirst(fxAddressIndex& set, unsigned int& count, const void* address) {
-    const unsigned int next = count + 1;
-    const bool isNew = set.findOrSet(address, next) == next;
-    count += isNew;
-    return isNew;
+    unsigned int& number = set.at(address);
+    if (number != 0) return false;
+    number = ++count;
+    return true;
 }
 
 }  // namespace
 
 fxBinaryWriterItem::fxBinaryWriterItem(const void* address_, fxTypeObj& type_)
-    : kind(object),
-      address(address_),
-      type(&type_),
-      byteCount(0),
-      tag(fxTagObject),
-      isOfInts(false),
-      id(0) {}
+    : kind(object), tag(fxTagObject), isOfInts(false), id(0), address(address_), type(&type_) {}
 
 fxBinaryWriterItem::fxBinaryWriterItem(const void* address_, unsigned int byteCount_,
                                        fxBinaryOTTag tag_, bool isOfInts_)
     : kind(block),
-      address(address_),
-      type(nullptr),
-      byteCount(byteCount_),
       tag(tag_),
       isOfInts(isOfInts_),
-      id(0) {}
+      id(0),
+      address(address_),
+      byteCount(byteCount_) {}
 
 fxBinaryWriterItem::~fxBinaryWriterItem() = default;
 
@@ -142,11 +135,12 @@ void fxBinaryWriter::forgetObjects() {
 }
 
 bool fxBinaryWriter::flush() {
-    if (tag == fxTagData && used == 0) return !outgoing->hasFailed();
-    if (!writeRecord(buffer, used)) return fail();
-    used = 0;
-    room = bufferBytes;
-    cursor = buffer;
+    fxBinaryTranscriber& staged = *this;  // a virtual base, found once
+    if (tag == fxTagData && staged.used == 0) return !outgoing->hasFailed();
+    if (!writeRecord(staged.buffer, staged.used)) return fail();
+    staged.used = 0;
+    staged.room = bufferBytes;
+    staged.cursor = staged.buffer;
     return true;
 }
 
@@ -206,14 +200,13 @@ bool fxBinaryWriter::xdr(void* slot, fxXDRObj*, fxTypeObj& declared, fxXDRObj* o
                          void* address) {
     if (address == nullptr) return writeNullPointer();
     if (slot == owner && slot != nullptr && !isFirst(*owned, ownedCount, address)) return false;
-    seen->prefetch(address);
     fxTypeObj* const type = object != nullptr ? object->getTypeObj() : &declared;
     unsigned int typeId = 0;
     if (type == nullptr || !flush() || !writeType(*type, typeId)) return false;
-    bool isNew = false;
-    const unsigned int id = idOf(address, isNew);
-    fieldA = id;
+    unsigned int id = 0;
+    const bool isNew = idOf(address, id);
     if (isNew) push(new fxBinaryWriterItem(address, *type), id);
+    fieldA = id;
     tag = isNew ? fxTagPointer : fxTagPointerAgain;
     return id <= maxId;
 }
@@ -296,11 +289,13 @@ unsigned int fxBinaryWriter::putHeader(char* place, unsigned int tag, unsigned l
 }
 
 bool fxBinaryWriter::writeBytes(const void* bytes, size_t byteCount) {
-    if (byteCount == sizeof(long) && room > sizeof(long)) {
-        std::memcpy(cursor, bytes, sizeof(long));  // all numbers but shorts and floats
-        cursor += sizeof(long);
-        used += static_cast<unsigned int>(sizeof(long));
-        room -= static_cast<unsigned int>(sizeof(long));
+    fxBinaryTranscriber& staged = *this;  // a virtual base, found once
+    if (byteCount == sizeof(long) && staged.room > sizeof(long)) {
+        char* const place = staged.cursor;  // all numbers but shorts and floats
+        staged.cursor = place + sizeof(long);
+        staged.used += static_cast<unsigned int>(sizeof(long));
+        staged.room -= static_cast<unsigned int>(sizeof(long));
+        std::memcpy(place, bytes, sizeof(long));
         return true;
     }
     if (outgoing->hasFailed()) return false;
@@ -329,7 +324,7 @@ unsigned int fxBinaryWriter::alreadyWritten(const void* address) const {
 }
 
 unsigned int fxBinaryWriter::recordIdForAddress(const void* address) {
-    seen->set(address, nextId);
+    seen->at(address) = nextId;
     return nextId++;
 }
 
@@ -344,8 +339,10 @@ bool fxBinaryWriter::writeType(fxTypeObj& type, unsigned int& id) {
         lastType = &type;
     }
     id = lastTypeId;
-    if (id != 0) return true;
+    return id != 0 || writeNewType(type, id);
+}
 
+bool fxBinaryWriter::writeNewType(fxTypeObj& type, unsigned int& id) {
     id = lastTypeId = nextId++;
     if (id > maxId) return false;
     table.add(&type, id);
@@ -367,15 +364,16 @@ bool fxBinaryWriter::writePrimPointer(const void* block, size_t byteCount, fxBin
 
 // Private functions.
 
-// The id of the address, which is entered under the next one if it is new.
-unsigned int fxBinaryWriter::idOf(const void* address, bool& isNew) {
-    const unsigned int id = seen->findOrSet(address, nextId);
-    isNew = id == nextId;
-    nextId += isNew;
-    return id;
+// The id of the address, which is entered under the next one if it is new: true then.
+bool fxBinaryWriter::idOf(const void* address, unsigned int& id) {
+    unsigned int& entered = seen->at(address);
+    const bool isNew = entered == 0;
+    if (isNew) entered = nextId++;
+    id = entered;
+    return isNew;
 }
 
-// The same of a part of the object under way. A part is given once with each
+// The id of a part of the object under way. A part is given once with each
 // writing of its object, so that one that was written with an earlier graph gets a
 // new number: references lead to parts of the same object only.
 unsigned int fxBinaryWriter::idOfPart(const void* address, bool& isNew) {
@@ -383,7 +381,7 @@ unsigned int fxBinaryWriter::idOfPart(const void* address, bool& isNew) {
     const unsigned int count = parts->find(address);
     isNew = known == 0 || (count != 0 && known < firstOfBody);
     if (!isNew) return known;
-    parts->set(address, ++partCount);
+    parts->at(address) = ++partCount;
     return recordIdForAddress(address);
 }
 
@@ -401,10 +399,9 @@ bool fxBinaryWriter::writePrimPointer(const void* slot, const void* block, size_
                                       fxBinaryOTTag bodyTag, bool isOfInts) {
     if (block == nullptr) return writeNullPointer();
     const bool isOwn = slot != nullptr && slot == owner;
-    if (!isOwn) seen->prefetch(block);
     if (byteCount > maxBlockBytes || !flush()) return false;
-    bool isNew = isOwn;
-    const unsigned int id = isOwn ? nextId++ : idOf(block, isNew);
+    unsigned int id = isOwn ? nextId++ : 0;
+    const bool isNew = isOwn || idOf(block, id);
     fieldA = id;
     if (!isNew) {
         tag = fxTagBlockAgain;
@@ -465,12 +462,18 @@ bool fxBinaryWriter::fail() {
 // Puts the head of the record being built and returns its length. There is room
 // for maxHeadBytes, which may all change.
 inline unsigned int fxBinaryWriter::putHead(char* place, unsigned int payloadBytes) const {
-    const unsigned int length = putHeader(place, tag, payloadBytes);
+    // All is read before bytes are put, which might be those of the fields for all that
+    // the compiler knows.
+    const unsigned int tag_ = tag;
+    const unsigned int first = static_cast<unsigned int>(tag_ == fxTagType ? fieldB : fieldA);
+    const unsigned int second = tag_ == fxTagObject ? static_cast<unsigned int>(fieldB) : fieldD;
+    const unsigned int third = static_cast<unsigned int>(fieldC);
+    const unsigned int length = putHeader(place, tag_, payloadBytes);
     char* const fields = place + length;
-    putWord(fields, static_cast<unsigned int>(tag == fxTagType ? fieldB : fieldA));
-    putWord(fields + 4, tag == fxTagObject ? static_cast<unsigned int>(fieldB) : fieldD);
-    putWord(fields + 8, static_cast<unsigned int>(fieldC));
-    return length + fieldBytes[tag];
+    putWord(fields, first);
+    putWord(fields + 4, second);
+    putWord(fields + 8, third);
+    return length + fieldBytes[tag_];
 }
 
 fxBinaryWriterItem* fxBinaryWriter::itemAt(unsigned int index) {
@@ -482,8 +485,10 @@ bool fxBinaryWriter::writePending() {
         const unsigned int last = pending.length() - 1;
         const std::unique_ptr<fxBinaryWriterItem> item(itemAt(last));
         pending.remove(last, 1);
-        // Memory is what costs here: the next item can be on its way meanwhile.
+        // Memory is what costs here: what the next item stands for can be on its way
+        // meanwhile, and some items after that.
         if (last > 0) fetchSoon(itemAt(last - 1)->address);
+        if (last > 3) __builtin_prefetch(itemAt(last - 4));
         if (!writeItem(*item) || !flush()) return false;
     }
     return true;

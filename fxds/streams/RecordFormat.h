@@ -2,6 +2,8 @@
 #ifndef FXDS_STREAMS_RECORDFORMAT_H
 #define FXDS_STREAMS_RECORDFORMAT_H
 
+#include <cstring>
+
 #include "fxds/BinaryTranscriber.h"
 
 // A record, all numbers with the least significant byte first:
@@ -51,10 +53,10 @@ constexpr unsigned int word(const unsigned char* bytes) {
 }
 
 inline void putWord(char* place, unsigned int word) {
-    place[0] = static_cast<char>(word & 0xFFU);
-    place[1] = static_cast<char>(word >> 8U & 0xFFU);
-    place[2] = static_cast<char>(word >> 16U & 0xFFU);
-    place[3] = static_cast<char>(word >> 24U);
+#if __BYTE_ORDER__ == __ORDER_BIG_ENDIAN__
+    word = __builtin_bswap32(word);
+#endif
+    std::memcpy(place, &word, sizeof word);
 }
 
 /// Fields that the tag does not have mean nothing.
