@@ -270,12 +270,12 @@ public:
 
     // Numbers.
 
-    /// The number as text: an integer in digits to `base`, 2 to 36; a fraction
-    /// with as few digits as read back to it.
+    /// The number as text: an integer in digits to `base`, 2 to 36, of which any other
+    /// is fatal; a fraction with as few digits as read back to it.
     template <class Number>
     static fxStr number(Number value, int base = 10);
     ///@{
-    /// The number that the whole text is: digits to `base`, with a sign in front
+    /// The number that the whole text is: digits to `base`, as above, with a sign in front
     /// perhaps. Nothing when the text is anything else, blanks around it included,
     /// or when the type does not hold the number. Fractions as strtod() reads them in
     /// the C locale, decimal ones only. The form with an argument tells whether it

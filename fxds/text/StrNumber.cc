@@ -1,5 +1,6 @@
 #include <charconv>
 
+#include "fxds/Fatal.h"
 #include "fxds/Str.h"
 
 // Numbers from and to text, in the C locale whatever is in force. Integers go as
@@ -30,10 +31,14 @@ fxStr written(Fraction value) {
     return fxStr(digits, static_cast<unsigned int>(result.ptr - digits));
 }
 
+void checkBase(int base) {
+    if (base < 2 || base > 36) fxFatal("fxStr: %d is no base of numbers: 2 to 36 are", base);
+}
+
 }  // namespace
 
 fxStr fxStr::writtenInteger(bool isNegative, unsigned long long magnitude, int base) {
-    FX_ASSERT(base >= 2 && base <= 36);
+    checkBase(base);
     char digits[1 + 64] = "-";
     char* const begin = digits + 1;
     const auto result = std::to_chars(begin, digits + sizeof digits, magnitude, base);
@@ -46,7 +51,7 @@ fxStr fxStr::writtenFraction(double value) { return written(value); }
 fxStr fxStr::writtenFraction(float value) { return written(value); }
 
 bool fxStr::readInteger(bool& isNegative, unsigned long long& magnitude, int base) const {
-    FX_ASSERT(base >= 2 && base <= 36);
+    checkBase(base);
     std::string_view digits = withoutPlus(view());
     isNegative = !digits.empty() && digits[0] == '-';
     if (isNegative) digits.remove_prefix(1);

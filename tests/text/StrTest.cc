@@ -360,6 +360,7 @@ TEST(StrDeathTest, LengthsThatDoNotFitAreFatal) {
     fxStr s("a");
     EXPECT_DEATH(s.append("b", UINT_MAX), "does not fit 32 bits");
     EXPECT_DEATH(s.resize(UINT_MAX), "does not fit 32 bits");
+    EXPECT_DEATH(fxStr::number(1, 37), "37 is no base of numbers");
 }
 
 #ifdef FXDS_CHECKED
