@@ -23,10 +23,10 @@ inline constexpr bool isTerminated =
     std::is_convertible_v<const Text&, const char*>;
 
 /// Texts that end with the expression that they are part of.
-template <class Text>
+template <class Text, class Plain = std::remove_const_t<Text>>
 using IfTemporary =
-    std::enable_if_t<std::is_same_v<Text, fxStr> || std::is_same_v<Text, std::string> ||
-                         std::is_same_v<Text, fxTempStr>,
+    std::enable_if_t<std::is_same_v<Plain, fxStr> || std::is_same_v<Plain, std::string> ||
+                         std::is_same_v<Plain, fxTempStr>,
                      int>;
 }  // namespace fxDetail
 
@@ -82,7 +82,7 @@ class FX_API fxExpression {
 public:
     /// Compiles the pattern; a faulty one shows in isValid().
     explicit fxExpression(fxTextView pattern);
-    fxExpression(const fxExpression& other) : fxExpression(other.source) {}
+    fxExpression(const fxExpression& other);
     fxExpression(fxExpression&&) = default;  ///< Leaves an expression that is not valid.
     fxExpression& operator=(const fxExpression& other) { return *this = fxExpression(other); }
     fxExpression& operator=(fxExpression&&) = default;
@@ -107,7 +107,8 @@ public:
 
     /// All matches, for range-for: each is searched for from the end of the one
     /// before, or one byte further when that was empty. The text must stay as it is
-    /// meanwhile; the expression need not.
+    /// meanwhile; the expression need not. Together they cost what fxregnext() tells,
+    /// unless the expression is used otherwise in between.
     template <class Text>
     fxMatches all(const Text& text) const;
     template <class Text, fxDetail::IfTemporary<Text> = 0>
@@ -127,6 +128,8 @@ public:
 
 private:
     friend class fxMatches;
+
+    void compile();
 
     fxStr source;
     std::shared_ptr<fxregexp> compiled;  // shared with the walks over its matches
@@ -187,6 +190,8 @@ private:
     friend class fxExpression;
     fxMatches(const fxExpression& expression, std::string_view text, bool isTerminated);
     fxMatch first(std::size_t from) const;
+    fxMatch next(std::size_t from) const;
+    fxMatch found(int isFound) const;
 
     const std::shared_ptr<fxregexp> compiled;
     const std::string_view subject;

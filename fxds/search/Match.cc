@@ -6,7 +6,9 @@
 #include "fxds/search/RegInternals.h"
 
 // The engine records a match in the compiled expression. Each search copies the
-// positions out at once, so that walks over one expression may be nested.
+// positions out at once, so that walks over one expression may be nested. What the
+// engine remembers of a subject is good for as long as the subject of a walk stays as
+// it is; the first search of each walk begins anew.
 
 std::size_t fxMatch::start(unsigned int group) const {
     FX_ASSERT(has(group));
@@ -33,6 +35,16 @@ fxStr fxMatch::expand(fxTextView form) const {
 }
 
 fxExpression::fxExpression(fxTextView pattern) : source(static_cast<std::string_view>(pattern)) {
+    compile();
+}
+
+// One that is not valid has nothing to compile: its pattern may have been moved away.
+fxExpression::fxExpression(const fxExpression& other)
+    : source(other.source), message(other.message), offset(other.offset) {
+    if (other.isValid()) compile();
+}
+
+void fxExpression::compile() {
     const std::size_t zero = source.find('\0');
     if (zero != fxStr::npos) {
         message = "zero byte in the pattern";
@@ -53,14 +65,24 @@ fxStr fxExpression::escape(fxTextView text) {
 
 fxMatches::fxMatches(const fxExpression& expression, std::string_view text, bool isTerminated)
     : compiled(expression.compiled),
-      subject(text.substr(0, text.find('\0'))),
+      subject(text.data() != nullptr ? text.substr(0, text.find('\0')) : ""),
       copy(isTerminated ? std::string_view() : subject),
       terminated(isTerminated ? text.data() : copy.c_str()) {}
 
 fxMatch fxMatches::first(std::size_t from) const {
+    if (compiled == nullptr || from > subject.size()) return fxMatch();
+    return found(fxregexec(compiled.get(), terminated, terminated + from));
+}
+
+// A match behind that of first() or next().
+fxMatch fxMatches::next(std::size_t from) const {
+    if (from > subject.size()) return fxMatch();
+    return found(fxregnext(compiled.get(), terminated, terminated + from));
+}
+
+fxMatch fxMatches::found(int isFound) const {
     fxMatch match;
-    if (compiled == nullptr || from > subject.size()) return match;
-    if (fxregexec(compiled.get(), terminated, terminated + from) == 0) return match;
+    if (isFound == 0) return match;
     match.subject = subject;
     for (unsigned int i = 0; i < fxMatch::groupCount; ++i) {
         const char* const begin = compiled->startp[i];
@@ -74,6 +96,6 @@ fxMatch fxMatches::first(std::size_t from) const {
 
 fxMatches::Iter& fxMatches::Iter::operator++() {
     FX_ASSERT(match);
-    match = matches->first(match.end() + (match.text().empty() ? 1 : 0));
+    match = matches->next(match.end() + (match.text().empty() ? 1 : 0));
     return *this;
 }
