@@ -47,6 +47,10 @@ struct FX_API fxSelectSet {
 /// destroy handlers, functions and applications. Only the executive itself must
 /// stay. It serves the thread that runs it and no other.
 ///
+/// A process made by fork() shares all descriptors with its parent, those of the
+/// library too: what one of them takes, the other does not get. So only one of the two
+/// polls. Where that is the parent, the child calls exec() or _exit().
+///
 /// An exception from any of them leaves poll() and loop(), initialize(), open()
 /// or close() at once. Nothing is lost: the next poll() finds the same
 /// descriptors ready and the same events queued.
@@ -130,7 +134,8 @@ public:
     bool willBlock();
 
     /// One pass of the loop, which waits at most `seconds`; not at all when
-    /// events are queued or no handler is registered. NaN counts as 0, more
+    /// events are queued, no handler is registered or a loop that is under way
+    /// was told to quit(). NaN counts as 0, more
     /// than three years as three years. A failed select(), as with a negative
     /// time, calls no handler; all else is done, and the timers' work leaves
     /// the select()'s errno as it was.
@@ -143,7 +148,7 @@ public:
     void run();
 
     /// Makes loop() or run() return when the turn under way is over: the innermost one if it
-    /// is nested, the next one, after one turn, if none is running. Applications
+    /// is nested, the next one, after one turn that does not wait, if none is running. Applications
     /// stay as they are, registered and open, and what is queued stays queued; a
     /// loop() that is called later serves them as ever. Other threads post this.
     void quit() { isQuitting = true; }
@@ -199,6 +204,7 @@ private:
     fxWalks<Closing> closings;
     fxExec* nextExec;
     bool isQuitting = false;  // whether quit() was called and no loop() has returned since
+    unsigned int loops = 0;   // of loop() and run() under way
 
     static fxExec* allExecs;
 };

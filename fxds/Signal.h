@@ -19,7 +19,8 @@
 /// many as there may be; each sends. When the last of them goes, the disposition
 /// from before the first comes back, unless the program has installed another one
 /// meanwhile. The descriptor through which signal handlers reach the loop is shared
-/// by all objects and stays open.
+/// by all objects and stays open. A child made by fork() has the handler too, and its
+/// signals do nothing unless it polls in the parent's place; exec() takes it away.
 class FX_API fxSignal : public fxObj {
 public:
     /// Registers with fx_theExecutive and makes it when there is none yet. An object

@@ -354,9 +354,15 @@ void fxExec::poll(float seconds) {
 template <class Condition>
 void fxExec::pollWhile(Condition goesOn) {
     struct Running {
-        ~Running() { isQuitting = false; }
-        bool& isQuitting;
-    } running{isQuitting};
+        explicit Running(fxExec& exec_) : exec(exec_) { ++exec.loops; }
+        Running(const Running&) = delete;
+        Running& operator=(const Running&) = delete;
+        ~Running() {
+            --exec.loops;
+            exec.isQuitting = false;
+        }
+        fxExec& exec;
+    } running(*this);
     do {
         poll(1000.0F);
     } while (!isQuitting && goesOn());
@@ -434,7 +440,7 @@ void fxExec::updateSelectState() {
 // Waits in select() and lets the timers have the time that it took. Returns
 // what select() did, and leaves its errno.
 int fxExec::wait(ReadySets& ready, float seconds) {
-    if (std::isnan(seconds) || eventsWait()) seconds = 0;
+    if (std::isnan(seconds) || eventsWait() || (isQuitting && loops != 0)) seconds = 0;
 
     fxTimer* const first = fxTimer::activeTimers;
     if (first == nullptr) return select(ready, seconds);
