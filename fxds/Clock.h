@@ -33,7 +33,7 @@ class FX_API fxAlarm : public fxObj {
 public:
     typedef std::chrono::steady_clock Clock;  ///< Whose time counts.
     typedef Clock::time_point Time;           ///< A moment, to the nanosecond.
-    typedef std::chrono::nanoseconds Span;    ///< Any duration of std::chrono converts.
+    typedef std::chrono::nanoseconds Span;    ///< See spanOf() for other durations.
 
     fxAlarm(const fxAlarm&) = delete;
     fxAlarm& operator=(const fxAlarm&) = delete;
@@ -47,9 +47,26 @@ public:
     /// has no descriptor left.
     /// Requires: interval > 0.
     bool start(Span delay);
+    template <class Rep, class Period>
+    bool start(std::chrono::duration<Rep, Period> delay) {
+        return start(spanOf(delay));
+    }
     bool startAt(Time due);
     bool startEvery(Span interval);
+    template <class Rep, class Period>
+    bool startEvery(std::chrono::duration<Rep, Period> span) {
+        return startEvery(spanOf(span));
+    }
     ///@}
+    /// Any duration of std::chrono, as whole nanoseconds. What is longer than a Span can
+    /// tell, as std::chrono::hours::max(), is the longest there is; so is NaN.
+    template <class Rep, class Period>
+    static constexpr Span spanOf(std::chrono::duration<Rep, Period> duration) {
+        typedef std::chrono::duration<long double> Seconds;
+        if (!(Seconds(duration) < Seconds(Span::max()))) return Span::max();
+        if (Seconds(duration) <= Seconds(Span::min())) return Span::min();
+        return std::chrono::duration_cast<Span>(duration);
+    }
     void stop();                                        ///< Nothing when it is not active.
     bool isActive() const { return index != noIndex; }  ///< Whether a tick is to come.
     Time getDue() const { return due; }                 ///< Of the next tick, while active.
@@ -134,24 +151,30 @@ fxRef<fxAlarm> newAlarm(fxObj* context, Function function) {
 ///
 ///     fxAfter(2s, [] { giveUp(); });
 ///     blinking = fxEvery(500ms, this, [this] { blink(); });
-template <class Function, std::enable_if_t<std::is_invocable_v<Function&>, int> = 0>
-fxRef<fxAlarm> fxAfter(fxAlarm::Span delay, fxObj* context, Function function) {
+template <class Rep, class Period, class Function,
+          std::enable_if_t<std::is_invocable_v<Function&>, int> = 0>
+fxRef<fxAlarm> fxAfter(std::chrono::duration<Rep, Period> delay, fxObj* context,
+                       Function function) {
     fxRef<fxAlarm> alarm = fxDetail::newAlarm(context, std::move(function));
     alarm->start(delay);
     return alarm;
 }
-template <class Function, std::enable_if_t<std::is_invocable_v<Function&>, int> = 0>
-fxRef<fxAlarm> fxAfter(fxAlarm::Span delay, Function function) {
+template <class Rep, class Period, class Function,
+          std::enable_if_t<std::is_invocable_v<Function&>, int> = 0>
+fxRef<fxAlarm> fxAfter(std::chrono::duration<Rep, Period> delay, Function function) {
     return fxAfter(delay, nullptr, std::move(function));
 }
-template <class Function, std::enable_if_t<std::is_invocable_v<Function&>, int> = 0>
-fxRef<fxAlarm> fxEvery(fxAlarm::Span interval, fxObj* context, Function function) {
+template <class Rep, class Period, class Function,
+          std::enable_if_t<std::is_invocable_v<Function&>, int> = 0>
+fxRef<fxAlarm> fxEvery(std::chrono::duration<Rep, Period> interval, fxObj* context,
+                       Function function) {
     fxRef<fxAlarm> alarm = fxDetail::newAlarm(context, std::move(function));
     alarm->startEvery(interval);
     return alarm;
 }
-template <class Function, std::enable_if_t<std::is_invocable_v<Function&>, int> = 0>
-fxRef<fxAlarm> fxEvery(fxAlarm::Span interval, Function function) {
+template <class Rep, class Period, class Function,
+          std::enable_if_t<std::is_invocable_v<Function&>, int> = 0>
+fxRef<fxAlarm> fxEvery(std::chrono::duration<Rep, Period> interval, Function function) {
     return fxEvery(interval, nullptr, std::move(function));
 }
 ///@}

@@ -53,6 +53,7 @@ private:
     std::vector<fxAlarm*> heap;
     unsigned long lastOrder = 0;
     fxAlarm::Time armed = fxAlarm::Time::max();
+    fxAlarm::Time served = fxAlarm::Time::min();  // the turn's, while it is served
 };
 
 #endif

@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <utility>
 
 #include "fxds/Exec.h"
 #include "fxds/dataflow/TraceLines.h"
@@ -49,8 +50,11 @@ void fxClock::sink(fxAlarm* alarm, size_t index) {
     put(alarm, index);
 }
 
+// What a tick starts for a time that is past comes behind what is due now; otherwise it
+// would keep that from ticking in this turn, and in each if it does so again.
 void fxClock::add(fxAlarm& alarm) {
     alarm.order = ++lastOrder;
+    alarm.due = std::max(alarm.due, served);
     heap.push_back(nullptr);
     rise(&alarm, heap.size() - 1);
     if (heap.size() == 1) fxExec::theExecutive()->addSelectHandler(this);
@@ -86,18 +90,25 @@ void fxClock::arm() {
 }
 
 struct fxClock::Serving {
-    explicit Serving(fxClock& clock_) : clock(clock_) { clock.armed = fxAlarm::Time::min(); }
+    Serving(fxClock& clock_, fxAlarm::Time now)
+        : clock(clock_), outer(std::exchange(clock.served, now)) {
+        clock.armed = fxAlarm::Time::min();
+    }
     Serving(const Serving&) = delete;
     Serving& operator=(const Serving&) = delete;
-    ~Serving() { clock.arm(); }
+    ~Serving() {
+        clock.served = outer;
+        clock.arm();
+    }
     fxClock& clock;
+    const fxAlarm::Time outer;
 };
 
 // Serves what is due now and was started before. An alarm leaves the heap, or has its
 // next time, before it ticks; nothing of it is touched afterwards.
 void fxClock::handleRead() {
-    const Serving serving(*this);
     const fxAlarm::Time now = fxAlarm::Clock::now();
+    const Serving serving(*this, now);
     const unsigned long last = lastOrder;
     while (!heap.empty() && heap.front()->due <= now && heap.front()->order <= last) {
         fxAlarm& alarm = *heap.front();
@@ -147,7 +158,10 @@ bool fxAlarm::start(Time due_, Span interval_) {
     interval = interval_;
     missed = 0;
     if (fxTrace::isOn(fxTrace::timers)) {
-        fxTraceLines::timer("start", *this, inSeconds(due - Clock::now()));
+        const auto now = Clock::now();
+        const double seconds =
+            inSeconds(due.time_since_epoch()) - inSeconds(now.time_since_epoch());
+        fxTraceLines::timer("start", *this, seconds);
     }
     if (isOwned) take();
     clock.add(*this);

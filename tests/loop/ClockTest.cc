@@ -123,6 +123,14 @@ TEST_F(Clocks, TicksMayStopStartDestroyThrowAndPoll) {
     }
     pollUntil([&] { return !isRegistered(); });
 
+    // One that always starts itself again for a time long past does not keep others waiting.
+    self = fxAfter(std::chrono::duration<double>(0), [&] { self->startAt(fxAlarm::Time::min()); });
+    fxAfter(1ms, [&] { ticks = 50; });
+    pollUntil([&] { return ticks == 50; });
+    self->start(std::chrono::hours::max());
+    EXPECT_EQ(self->getDue(), fxAlarm::Time::max());
+    self->stop();
+
     fxAfter(0ms, [] { throw std::runtime_error("tick"); });
     fxAfter(0ms, [&] { ticks = 100; });
     EXPECT_THROW(pollUntil([] { return false; }), std::runtime_error);
