@@ -19,7 +19,9 @@
 ///
 /// Lines are sent at once, from within poll(). A receiver may do anything, pause and
 /// destroy the reader included; after that it sends nothing. When a receiver throws,
-/// the next turn goes on with the line after.
+/// the next turn goes on with the line after. Each line waits until the receivers of
+/// the one before have returned: a poll() that one of them calls does not serve this
+/// reader.
 ///
 /// The reader registers itself with fx_theExecutive. It leaves the flags of the
 /// descriptor alone, since other processes may share them, and reads only what the
@@ -52,7 +54,7 @@ public:
 
     /// Says that the input is a file that may grow: "end" then tells only that there
     /// is no more for now, an unfinished line waits for its rest, and resume() reads
-    /// on.
+    /// on. When it has ceased to grow, resume() sends the unfinished line.
     void setGrowing(bool isGrowing) { growing = isGrowing; }
     /// Sends nothing, and reads nothing, until resume(): the process at the other end
     /// of a pipe or socket then has to wait when that is full.
@@ -68,7 +70,7 @@ private:
     class Continuation;
     enum State { reading, ending, ended };
 
-    void deliver();
+    bool deliver();
     void readMore();
     bool takeLine(fxStr& text);
     void continueLater();

@@ -50,7 +50,8 @@ struct fxCommand {
 /// status, the negative number of the signal that ended it, or unknownStatus when
 /// the program has ignored SIGCHLD or waited for all children itself. The message is
 /// queued; what the process itself has written to pipes is sent as lines before,
-/// unless the reader is paused or a pipe holds more than 64 KB. What its own children
+/// unless the reader is paused, a receiver of a line is polling or a pipe holds more than
+/// 64 KB. What its own children
 /// write may come later: they may keep a pipe, and so the reader's "end", as long as
 /// they like.
 ///
@@ -66,7 +67,9 @@ public:
     static constexpr int unknownStatus = INT_MIN;  ///< See above.
 
     /// Starts the process. When that fails isRunning() is false and getError() tells
-    /// the errno, as ENOENT for a program or a directory that does not exist.
+    /// the errno, as ENOENT for a program or a directory that does not exist, or EINVAL
+    /// for texts with zero bytes in them, no words, and streams that are joined to
+    /// nothing.
     explicit fxProcess(const fxCommand& command);
     fxProcess(const fxProcess&) = delete;
     fxProcess& operator=(const fxProcess&) = delete;

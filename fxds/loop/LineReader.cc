@@ -18,7 +18,9 @@
 //
 // Invariants, between any two calls: (1) If there are whole lines in the buffer, or
 // `state` is ending, then the reader is paused, is delivering, or has a continuation.
-// (2) It wants to read exactly when it is neither paused nor at the end.
+// (2) It wants to read exactly when it is neither paused nor at the end; while it is
+// delivering, only until a nested poll() has found something to read. (3) There is at
+// most one Delivery.
 
 namespace {
 
@@ -52,7 +54,9 @@ private:
 struct fxLineReader::Delivery : fxWalk<Delivery> {
     explicit Delivery(fxLineReader& reader_) : fxWalk(reader_.deliveries), reader(reader_) {}
     ~Delivery() {
-        if (!isDone && !isOrphan()) reader.continueLater();
+        if (isOrphan()) return;
+        reader.updateWishes();
+        if (!isDone) reader.continueLater();
     }
     bool goesOn() const { return !isOrphan() && !reader.paused; }
 
@@ -83,14 +87,17 @@ void fxLineReader::pause() {
 
 void fxLineReader::resume() {
     paused = false;
-    if (state == ended && growing && error == 0) state = reading;
+    if (state == ended && error == 0 && (growing || start < buffer.size())) state = reading;
     updateWishes();
     continueLater();
 }
 
+// What an exception has left behind comes first.
 void fxLineReader::handleRead() {
+    if (!deliveries.isEmpty()) return setWishes(false, false);
     if (paused || state == ended) return;
-    if (state == reading && continuation == nullptr) readMore();
+    if (continuation != nullptr && !deliver()) return;
+    if (state == reading) readMore();
     deliver();
 }
 
@@ -109,7 +116,9 @@ void fxLineReader::readMore() {
     updateWishes();
 }
 
-void fxLineReader::deliver() {
+// Whether all was sent, and the reader is there and may go on.
+bool fxLineReader::deliver() {
+    if (!deliveries.isEmpty()) return false;
     Delivery delivery(*this);
     while (delivery.goesOn()) {
         fxStr text;
@@ -123,6 +132,9 @@ void fxLineReader::deliver() {
         }
     }
     delivery.isDone = true;
+    if (!delivery.goesOn()) return false;
+    delete std::exchange(continuation, nullptr);
+    return true;
 }
 
 // Takes the next line; the last one, too, which needs no newline.

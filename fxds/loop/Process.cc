@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <spawn.h>
+#include <sys/eventfd.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -75,11 +76,24 @@ std::vector<char*> pointersTo(std::vector<std::string>& texts) {
     return pointers;
 }
 
+// What the system would cut short, or take for something else.
+bool isFit(const fxCommand& command) {
+    const auto isCut = [](const std::string& text) { return text.find('\0') != text.npos; };
+    const auto areCut = [&](const std::vector<std::string>& texts) {
+        return std::any_of(texts.begin(), texts.end(), isCut);
+    };
+    return !command.words.empty() && !areCut(command.words) && !areCut(command.environment) &&
+           !isCut(command.directory) && command.input != fxCommand::joined &&
+           command.output != fxCommand::joined;
+}
+
 std::string nameOf(const std::string& entry) { return entry.substr(0, entry.find('=')); }
 
 std::vector<std::string> environmentWith(const std::vector<std::string>& changes) {
     std::vector<std::string> all;
-    for (char** entry = environ; *entry != nullptr; ++entry) all.emplace_back(*entry);
+    char* nothing = nullptr;
+    char** entry = environ != nullptr ? environ : &nothing;  // see clearenv()
+    for (; *entry != nullptr; ++entry) all.emplace_back(*entry);
     for (const std::string& change : changes) {
         const auto isNamesake = [&](const std::string& e) { return nameOf(e) == nameOf(change); };
         all.erase(std::remove_if(all.begin(), all.end(), isNamesake), all.end());
@@ -211,7 +225,7 @@ fxProcess::fxProcess(const fxCommand& command) {
     Pipes pipes;
     Spawn spawn;
     const fxCommand::Stream kinds[] = {command.input, command.output, command.errors};
-    error = command.words.empty() ? EINVAL : watchError();
+    error = isFit(command) ? watchError() : EINVAL;
     for (int stream = 0; stream < standardCount && error == 0; ++stream) {
         if (!pipes.open(stream, kinds[stream])) error = errno;
         spawn.stream(stream, kinds[stream], pipes.childs[stream].get());
@@ -224,9 +238,13 @@ fxProcess::fxProcess(const fxCommand& command) {
     if (command.errors == fxCommand::piped) errorPipe = std::make_unique<fxLineReader>(ours(2));
 }
 
-// An error number, and the process is gone, or 0.
+// An error number, and the process is gone, or 0. Where SIGCHLD is ignored the system may
+// have taken the process away by now; then a descriptor that is ready tells of its end.
 int fxProcess::watch(bool hasGroup) {
-    const int fd = processDescriptor(pid);
+    int fd = processDescriptor(pid);
+    const bool isGone = fd < 0 && errno == ESRCH;
+    if (isGone) fd = eventfd(1, EFD_CLOEXEC | EFD_NONBLOCK);
+    if (isGone && fd < 0) return errno;
     if (fd < 0) {
         const int watchesErrno = errno;
         ::kill(pid, SIGKILL);
@@ -234,7 +252,7 @@ int fxProcess::watch(bool hasGroup) {
         pid = 0;
         return watchesErrno;
     }
-    exit = new Exit(fd, pid, hasGroup, this);
+    exit = new Exit(fd, pid, hasGroup && !isGone, this);
     return 0;
 }
 

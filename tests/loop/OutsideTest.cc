@@ -160,6 +160,8 @@ TEST_F(Outside, QuitEndsTheInnermostLoopAfterItsTurn) {
     EXPECT_THROW(fx_theExecutive->loop(), Thrown);  // which ends a quit() too
     queue.post([&] { queue.post([] { fx_theExecutive->quit(); }); });
     fx_theExecutive->loop();
+    fx_theExecutive->quit();
+    fx_theExecutive->run();  // does not wait
     EXPECT_EQ(queue.getCount(), 0U);
     app.close();
     EXPECT_EQ(log, Log{"inner"});
@@ -270,12 +272,15 @@ TEST_F(Outside, ReaderAgreesWithTheText) {
         });
         log.clear();
         fxLineReader reader(pipe.ends[0], limit);
+        bool isCalled = false;
         fxConnect(reader.line(), [&](const std::string& line) {
-            EXPECT_FALSE(reader.isPaused());
+            EXPECT_FALSE(reader.isPaused() || isCalled);
             log.push_back(line);
             const auto kind = rng() % 8;
+            isCalled = true;
             if (kind == 0) reader.pause();
             if (kind < 2) turn();
+            isCalled = false;
             if (kind < 3) throw Thrown();
         });
         fxConnect(reader.end(), [this](int error) { noteEnd(error); });
@@ -335,11 +340,14 @@ TEST_F(Outside, GrowingFilesAreReadOn) {
     reader.setGrowing(true);
     note(reader);
     until([&] { return hasEnded(); });
-    std::ofstream(path, std::ios::app) << "o\nthree\n";
+    std::ofstream(path, std::ios::app) << "o\nthree";
     turn();
     reader.resume();
     until([&] { return log.size() > 2 && hasEnded(); });
-    EXPECT_EQ(log, (Log{"one", "[0]", "two", "three", "[0]"}));
+    reader.setGrowing(false);
+    reader.resume();
+    until([&] { return log.size() > 4 && hasEnded(); });
+    EXPECT_EQ(log, (Log{"one", "[0]", "two", "[0]", "three", "[0]"}));
 }
 
 TEST_F(Outside, WriterKeepsEveryByteAndBlocksNowhere) {
@@ -437,6 +445,7 @@ TEST_F(Outside, ProcessesAreLinesAndAnExit) {
         EXPECT_TRUE(process.input()->writeLine("from") && process.input()->write("us"));
         process.input()->finish();
         note(*process.output());
+        fxConnect(process.output()->line(), [](const fxStr&) { throw Thrown(); });
         bool hasExited = false;
         fxConnect(process.exited(), [&](int status) {
             EXPECT_EQ(status, row.status) << row.script;
@@ -462,6 +471,10 @@ TEST_F(Outside, ProcessesAreLinesAndAnExit) {
         EXPECT_EQ(process.getError(), error) << name;
     }
     EXPECT_EQ(fxProcess(fxCommand()).getError(), EINVAL);
+    EXPECT_EQ(fxProcess(std::vector{std::string("tr\0ue", 5)}).getError(), EINVAL);
+    char** const ours = std::exchange(environ, nullptr);
+    EXPECT_EQ(fxProcess({"fxds-no-such-program"}).getError(), ENOENT);
+    environ = ours;
 }
 
 TEST_F(Outside, ProcessesMayGoAtAnyTime) {
@@ -522,6 +535,13 @@ TEST_F(Outside, SomeoneElseMayHaveWaited) {
     }
     until([&] { return !process.isRunning(); });
     EXPECT_EQ(process.getStatus(), fxProcess::unknownStatus);
+    std::signal(SIGCHLD, SIG_IGN);
+    for (int i = 0; i < 20; ++i) {  // some have been taken away before they can be watched
+        const fxProcess brief({"true"});
+        until([&] { return !brief.isRunning(); });
+        EXPECT_EQ(brief.getError(), 0);
+    }
+    std::signal(SIGCHLD, SIG_DFL);
 }
 
 #ifndef __SANITIZE_ADDRESS__
