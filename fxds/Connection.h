@@ -122,8 +122,9 @@ fxConnection fxDetail::connectTo(const fxOutputView<T>& output, fxObj* context, 
 
 ///@{
 /// Calls `receiver`, a function object, with each value of the output, until the
-/// connection is cut or the output goes; with a `context` (borrowed, not null) also
-/// until that object begins to end. The receiver ends with the connection. The
+/// connection is cut or the output goes; with a `context` (borrowed; null joins
+/// nothing) also until that object begins to end. Messages already queued when the
+/// connection is cut are still delivered; the receiver ends with the last of them. The
 /// bit `replace` is that of fxInputChannel.
 ///
 ///     fxConnect(slider.moved, [](int level) { print(level); });
@@ -135,12 +136,13 @@ fxConnection fxConnect(const fxOutputView<T>& output, Function receiver) {
 template <class T, class Function, std::enable_if_t<fxDetail::isCallable<Function>, int> = 0>
 fxConnection fxConnect(const fxOutputView<T>& output, fxObj* context, Function receiver,
                        unsigned char replace = 0) {
+    if (context == nullptr) return fxConnection("there is no context");
     return fxDetail::connectTo(output, context, std::move(receiver), replace);
 }
 ///@}
 
-/// Calls a member function of `target` (borrowed) with each value of the output,
-/// until the connection is cut or the target begins to end. The compiler checks
+/// Calls a member function of `target` (borrowed; null joins nothing) with each value of
+/// the output, until the connection is cut or the target begins to end. The compiler checks
 /// that every value of the output is one of the function's.
 ///
 ///     fxConnect(slider.moved, &view, &View::draw);
@@ -150,6 +152,7 @@ fxConnection fxConnect(const fxOutputView<T>& output, C* target, Method method,
                        unsigned char replace = 0) {
     static_assert(fxDetail::keepsValue<T, fxDetail::CallableOf<Method>>,
                   "not every value of the output is one of the receiver's");
+    if (target == nullptr) return fxConnection("there is no target");
     typedef typename fxDetail::CallableOf<Method>::Type Argument;
     if constexpr (std::is_void_v<Argument>) {
         const auto call = [target, method] { (target->*method)(); };

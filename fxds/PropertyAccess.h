@@ -46,7 +46,7 @@ T fxGetProperty(const fxObj& object, Key key, T fallback = T()) {
         const double value = property->getAsDouble();
         constexpr double most = static_cast<double>(std::numeric_limits<T>::max());
         return std::isfinite(value) && std::abs(value) > most ? fallback : static_cast<T>(value);
-    } else if constexpr (std::is_pointer_v<T>) {
+    } else if constexpr (std::is_pointer_v<T> && std::is_convertible_v<T, const fxObj*>) {
         if (kind != fxDT_ObjPtr) return fallback;
         T const found = dynamic_cast<T>(property->getAsObjPtr());
         return found != nullptr ? found : fallback;

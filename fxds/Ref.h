@@ -36,7 +36,7 @@ public:
     fxRef(std::nullptr_t) {}  ///< Holds nothing.
     /// Holds `target`, which may be null. Implicit: `fxRef<T> r = new T`.
     fxRef(T* target) : pointer(target) {
-        if (pointer != nullptr) fxDetail::mutableOf(pointer)->take();
+        if (pointer != nullptr) fxDetail::countedOf(pointer)->take();
     }
     fxRef(const fxRef& other) : fxRef(other.pointer) {}
     fxRef(fxRef&& other) noexcept : pointer(std::exchange(other.pointer, nullptr)) {}
@@ -58,13 +58,13 @@ public:
     /// Lets go of the target. The reference is null before the target ends.
     void reset() noexcept {
         T* const target = std::exchange(pointer, nullptr);
-        if (target != nullptr) fxDetail::releaseNested(fxDetail::mutableOf(target));
+        if (target != nullptr) fxDetail::releaseNested(fxDetail::countedOf(target));
     }
     /// Gives the target to the caller: it has one holder less and lives on, even if
     /// there is none left. For functions that adopt what nothing holds.
     [[nodiscard]] T* release() noexcept {
         T* const target = std::exchange(pointer, nullptr);
-        if (target != nullptr) fxDetail::forget(*fxDetail::mutableOf(target));
+        if (target != nullptr) fxDetail::forget(*fxDetail::countedOf(target));
         return target;
     }
     /// Exchanges what the two hold.
@@ -122,6 +122,11 @@ bool operator==(U* a, const fxRef<T>& b) {
 template <class T, class U>
 bool operator!=(U* a, const fxRef<T>& b) {
     return a != b.get();
+}
+/// By address, for ordered containers.
+template <class T>
+bool operator<(const fxRef<T>& a, const fxRef<T>& b) {
+    return std::less<T*>()(a.get(), b.get());
 }
 template <class T>
 bool operator==(const fxRef<T>& a, std::nullptr_t) {

@@ -7,6 +7,8 @@
 
 #include "fxds/Config.h"
 
+class fxRCObj;
+
 namespace fxDetail {
 
 // Lets go of the last hold on `target` by `release(target)`. What ends with it
@@ -25,10 +27,16 @@ auto countOf(Counted& target, long) -> decltype((target.count)) {
     return (target.count);
 }
 
-// Who holds a constant object changes its count, not what it is.
+// The target as what counts its holders: who holds a constant object changes its
+// count, not what it is; and a class may have a take() and a release() of its own.
 template <class Counted>
-std::remove_const_t<Counted>* mutableOf(Counted* target) {
-    return const_cast<std::remove_const_t<Counted>*>(target);
+auto* countedOf(Counted* target) {
+    auto* const changed = const_cast<std::remove_const_t<Counted>*>(target);
+    if constexpr (std::is_base_of_v<fxRCObj, std::remove_const_t<Counted>>) {
+        return static_cast<fxRCObj*>(changed);
+    } else {
+        return changed;
+    }
 }
 
 template <class Counted>

@@ -62,6 +62,7 @@ struct Sink : fxObj {
     void setPlace(const Point& p) { value = p.y; }
     void setText(std::string_view v) { text = v; }
     void setLong(long v) noexcept { value = static_cast<int>(v); }
+    void take(int) {}  // hides what counts the holders
 
     int value = 0;
     double fraction = 0;
@@ -168,6 +169,9 @@ TEST_F(Receivers, ConnectionsSayWhyTheyAreNotMade) {
         EXPECT_STREQ(joined.whyNot(), row.why);
         EXPECT_EQ(joined.isConnected(), row.why[0] == '\0');
     }
+    Sink* const none = nullptr;
+    EXPECT_STREQ(fxConnect(source.number, none, &Sink::setLong).whyNot(), "there is no target");
+    EXPECT_STREQ(fxConnect(source.number, none, [](int) {}).whyNot(), "there is no context");
     std::vector<std::string> lines;
     fxTrace::setSink([](void* to, const char* line,
                         size_t) { static_cast<std::vector<std::string>*>(to)->push_back(line); },

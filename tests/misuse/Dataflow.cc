@@ -179,6 +179,10 @@ inline void join(fxOutputView<double> output, [[maybe_unused]] fxRef<fxObj> obje
     // a receiver takes nothing or one of: void bool int
     object->addInput("in", [](unsigned) {});
 #endif
+#ifdef PropertyReadAsPointer
+    // a property is read as a number, a truth, an fxStr, a std::string, a pointer to an object
+    fxGetProperty(*object, "name", "none");
+#endif
 #ifdef ReferenceDeleted
     // delete
     delete object;
