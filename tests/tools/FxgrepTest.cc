@@ -256,6 +256,7 @@ TEST_F(Fxgrep, ChoosesFilesAndPatterns) {
     EXPECT_EQ(run({"-l", "--null", "-r", "ALPHA"}).output, std::string("tree/two.h\0", 11));
     directory.file("patterns", "ALPHA\nx_\n");
     EXPECT_EQ(run({"-c", "-f", "patterns", "tree/two.h"}).output, "2\n");
+    EXPECT_EQ(run({"-f", "tree", "tree/two.h"}).errors, "fxgrep: tree: Is a directory\n");
     EXPECT_EQ(run({"--version"}).output.find("fxgrep of libostrelfxds "), 0u);
     EXPECT_EQ(run({"-sq", "none", "missing", "tree/two.h"}).status, 0);
 }

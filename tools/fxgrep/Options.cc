@@ -7,9 +7,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <fstream>
-#include <iostream>
-#include <iterator>
 #include <string>
 #include <vector>
 
@@ -146,15 +143,16 @@ void addPatterns(const std::string& text, std::vector<std::string>& patterns) {
 
 bool addPatternFile(const char* path, std::vector<std::string>& patterns) {
     const bool isStandard = std::strcmp(path, "-") == 0;
-    std::ifstream file;
-    if (!isStandard) file.open(path);
-    std::istream& in = isStandard ? std::cin : file;
-    const std::string text{std::istreambuf_iterator<char>(in), {}};
-    if (in.bad() || (!isStandard && !file.is_open())) {
-        complain(path, std::strerror(errno));
-        return false;
+    FILE* const file = isStandard ? stdin : std::fopen(path, "re");
+    std::string text;
+    char part[4096];
+    for (size_t count = 1; file != nullptr && count != 0; text.append(part, count)) {
+        count = std::fread(part, 1, sizeof part, file);
     }
-    if (text.empty()) return true;
+    const bool isRead = file != nullptr && std::ferror(file) == 0;
+    if (!isRead) complain(path, std::strerror(errno));
+    if (file != nullptr && !isStandard) std::fclose(file);
+    if (!isRead || text.empty()) return isRead;
     addPatterns(text.back() == '\n' ? text.substr(0, text.size() - 1) : text, patterns);
     return true;
 }

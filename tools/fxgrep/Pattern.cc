@@ -322,7 +322,9 @@ std::unique_ptr<Search> makeSearch(const Options& options) {
     auto search =
         std::make_unique<ExpressionSearch>(fxStr(all), options.isWholeLine || options.isWholeWord);
     if (!search->isValid()) {
-        complain("the pattern", "too long, or more than nine groups");
+        const bool hasZero = all.find('\0') != std::string::npos;
+        complain("the pattern",
+                 hasZero ? "a zero byte in it" : "too long, or more than nine groups");
         return nullptr;
     }
     if (!options.isWholeWord) return search;
