@@ -2,7 +2,7 @@
 # every name has a file; a file includes only its own room and those below, but
 # for the exceptions, and none of these is idle; headers that are installed need
 # none that is not; fxds/fxds.h includes every public header, in order; the files and
-# functions that docs/architecture.md names exist.
+# functions that docs/architecture.md names exist, and what commands in documents name.
 #   cmake -P cmake/CheckRooms.cmake
 cmake_minimum_required(VERSION 3.25)
 include(${CMAKE_CURRENT_LIST_DIR}/Rooms.cmake)
@@ -76,6 +76,28 @@ foreach(entry IN LISTS named functions)
   if(text STREQUAL "" OR at EQUAL -1)
     string(APPEND faults "  docs/architecture.md names what is not there: ${entry}\n")
   endif()
+endforeach()
+
+# The commands in the documents name programs of this tree and presets that exist.
+file(READ ${folder}/../CMakePresets.json presets)
+file(GLOB pages ${folder}/../*.md ${folder}/../docs/*.md ${folder}/../docs/guide/*.md)
+foreach(page IN LISTS pages)
+  file(STRINGS ${page} commands REGEX "^    .*(--preset|[.]/|bench/|tests/)")
+  foreach(command IN LISTS commands)
+    string(REGEX MATCHALL "--preset [a-z]+" named "${command}")
+    foreach(preset IN LISTS named)
+      string(REPLACE "--preset " "" preset ${preset})
+      if(NOT presets MATCHES "\"name\": \"${preset}\"")
+        string(APPEND faults "  ${page}: there is no preset ${preset}\n")
+      endif()
+    endforeach()
+    string(REGEX MATCH "^    [.]?/?((bench|tests)/[a-z]|run|check)[a-z/]*( |$)"
+      program "${command}")
+    string(STRIP "${program}" program)
+    if(program AND NOT EXISTS ${folder}/../${program})
+      string(APPEND faults "  ${page}: there is no ${program}\n")
+    endif()
+  endforeach()
 endforeach()
 
 if(faults)
