@@ -1,4 +1,6 @@
 // Step 6: searching text.
+#include <cmath>
+
 #include "Search.h"
 
 int main() {
@@ -23,7 +25,7 @@ int main() {
     }
     const fxExpression fraction("[0-9]+\\.[0-9]+");
     const auto round = [](const fxMatch& match) {
-        return fxStr::number(static_cast<int>(*fxStr(match.text()).toDouble() + 0.5));
+        return fxStr::number(std::lround(*fxStr(match.text()).toDouble()));
     };
     std::printf("%s\n", fraction.replace(log.lines[0], round).c_str());
     fxCleanupGlobalOrderings();
