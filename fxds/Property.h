@@ -51,7 +51,7 @@ public:
     ~fxProperty() override;
 
     /// Gives `name` a new tag, even if it has one already (findTag() goes on
-    /// answering the first). Tags are never reused; there is room for 65,535.
+    /// answering the first). Tags are never reused; the 65,536th is fatal.
     static unsigned short allocNewTag(char const* name);
     /// The first tag of `name`, or 65535. Searches all names: keep the tag.
     static unsigned short findTag(char const* name);

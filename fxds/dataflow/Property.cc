@@ -6,6 +6,7 @@
 
 #include "fxds/Data.h"
 #include "fxds/DataTypes.h"
+#include "fxds/Fatal.h"
 #include "fxds/Obj.h"
 #include "fxds/Str.h"
 #include "fxds/StrArray.h"
@@ -105,6 +106,7 @@ fxProperty::fxProperty(unsigned short tag_, fxData* data) : fxProperty(tag_, fxD
 fxProperty::~fxProperty() { cleanup(); }
 
 unsigned short fxProperty::allocNewTag(char const* name) {
+    if (nextTag == noTag) fxFatal("fxProperty::allocNewTag: all %d tags are taken", noTag);
     const unsigned short tag = nextTag++;
     fxEnterPropertyName(tag, name);
     return tag;

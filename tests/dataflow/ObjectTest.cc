@@ -38,6 +38,7 @@ TEST(Object, FatalErrorsPrintOneLineAndAbort) {
     EXPECT_EXIT(fxFatal("code %d", 5), testing::KilledBySignal(SIGABRT), "^code 5\n$");
     fxObj plain;
     EXPECT_DEATH(plain.compare(&plain), "^fxXDRObj: Sub class must define method \"compare\"\n$");
+    EXPECT_DEATH(for (;;) fxProperty::allocNewTag(""), "all 65535 tags are taken\n$");
 }
 
 struct Target : Counted {
