@@ -64,12 +64,6 @@ protected:
 };
 
 TEST(Dictionary, CreatingLookUpMakesDefaultValuesOnce) {
-    fxStrStrDictionary texts;
-    EXPECT_EQ(texts["new"], "");
-    texts["new"] = "x";
-    EXPECT_EQ(*texts.findCreate("new"), "x");
-    for (auto [key, value] : texts) value = key;
-    EXPECT_EQ(*texts.find("new"), "new");
     EXPECT_EQ(fxVoidPtrDict()["new"], nullptr);
     fxBinaryOTDict numbers;
     const auto at = [](unsigned long address) { return reinterpret_cast<const void*>(address); };
