@@ -41,10 +41,13 @@ public:
             if (offset >= byteCount) break;
             entry->address = static_cast<const char*>(to) + offset;
         }
-        if (entry == first) return;
-        std::sort(entries.begin(), entries.end(), [](const Entry& one, const Entry& other) {
-            return std::less<>()(one.address, other.address);
-        });
+        // They keep their order among themselves.
+        const auto before = std::lower_bound(entries.begin(), first, to, isBefore);
+        if (before != first) {
+            std::rotate(before, first, entry);
+        } else {
+            std::rotate(first, entry, std::lower_bound(entry, entries.end(), to, isBefore));
+        }
     }
     /// Drops those that were added when there were `places` places or more.
     void forget(size_t places) {
