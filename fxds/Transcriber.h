@@ -275,7 +275,8 @@ public:
     static void resetToDefaultWriter();  ///< Makes getWriter() use makeDefaultWriter() again.
     /// Makes a writer and writes the header of the stream. Given: delete it.
     /// Null when the factory makes none or when the stream fails; in the latter
-    /// case the writer is deleted, and with it a stream without another holder.
+    /// case the writer is deleted, and with it a stream without another holder. So one
+    /// that is a local variable is taken before; otherwise that is fatal.
     static fxTranscriber* getWriter(fxStream*);
     /// Reads the header and makes the reader that it names. Given: delete it.
     /// Null when the stream fails, which then stays the caller's, or when no

@@ -1,6 +1,6 @@
 // Where the stack of a thread is.
-#ifndef FXDS_STREAMS_STACKBOUNDS_H
-#define FXDS_STREAMS_STACKBOUNDS_H
+#ifndef FXDS_BASE_STACKBOUNDS_H
+#define FXDS_BASE_STACKBOUNDS_H
 
 #include <pthread.h>
 
@@ -11,13 +11,16 @@
 class fxStackPart {
 public:
     fxStackPart() = default;
-    /// From the end that the stack of this thread grows to, up to the frame.
+    /// The stack of this thread.
+    static fxStackPart whole() {
+        static thread_local const fxStackPart known = ofThread();
+        return known;
+    }
+    /// From the end that the stack of this thread grows to, up to the frame; empty when
+    /// that is on no such stack.
     static fxStackPart beneath(const void* frame) {
-        static thread_local const uintptr_t end = endOfStack();
-        fxStackPart part;
-        part.begin = end;
-        const uintptr_t top = reinterpret_cast<uintptr_t>(frame);
-        if (end != 0 && top > end) part.bytes = top - end;
+        fxStackPart part = whole();
+        part.bytes = part.holds(frame) ? reinterpret_cast<uintptr_t>(frame) - part.begin : 0;
         return part;
     }
     bool holds(const void* address) const {
@@ -25,14 +28,18 @@ public:
     }
 
 private:
-    static uintptr_t endOfStack() {
+    static fxStackPart ofThread() {
+        fxStackPart stack;
         pthread_attr_t attributes;
-        if (pthread_getattr_np(pthread_self(), &attributes) != 0) return 0;
-        void* end = nullptr;
+        if (pthread_getattr_np(pthread_self(), &attributes) != 0) return stack;
+        void* begin = nullptr;
         size_t size = 0;
-        const bool isKnown = pthread_attr_getstack(&attributes, &end, &size) == 0;
+        if (pthread_attr_getstack(&attributes, &begin, &size) == 0) {
+            stack.begin = reinterpret_cast<uintptr_t>(begin);
+            stack.bytes = size;
+        }
         pthread_attr_destroy(&attributes);
-        return isKnown ? reinterpret_cast<uintptr_t>(end) : 0;
+        return stack;
     }
 
     uintptr_t begin = 0;

@@ -1,9 +1,11 @@
 #include "fxds/Transcriber.h"
 
+#include "fxds/Fatal.h"
 #include "fxds/Stream.h"
 #include "fxds/TypeObj.h"
 #include "fxds/XDRObj.h"
 #include "fxds/base/PackedInts.h"
+#include "fxds/base/StackBounds.h"
 
 // What needs no stream format. The functions that write and read the header of
 // a stream and choose the transcriber are in streams/StreamHeader.cc, beside the
@@ -29,7 +31,11 @@ fxTranscriber::fxTranscriber(fxStream* heldStream, bool isReader)
 }
 
 fxTranscriber::~fxTranscriber() {
-    if (stream != nullptr) stream->release();
+    if (stream == nullptr) return;
+    if (stream->refCount == 1 && fxStackPart::whole().holds(stream)) {
+        fxFatal("the stream of a transcriber is a local variable: take() it first");
+    }
+    stream->release();
 }
 
 bool fxTranscriber::xdr(int* ints, unsigned int count) {

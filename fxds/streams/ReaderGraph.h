@@ -7,10 +7,10 @@
 
 #include "fxds/TypeObj.h"
 #include "fxds/base/ChunkList.h"
+#include "fxds/base/StackBounds.h"
 #include "fxds/streams/AddressSet.h"
 #include "fxds/streams/ReaderNumbers.h"
 #include "fxds/streams/RecordReader.h"
-#include "fxds/streams/StackBounds.h"
 #include "fxds/streams/WatchedContainers.h"
 
 class fxXDRObj;

@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "fxds/Transcriber.h"
-#include "fxds/streams/StackBounds.h"
+#include "fxds/base/StackBounds.h"
 
 /// Containers whose elements a reader is to fill in later, each with what its
 /// print was when it had been read. One that is held by another is entered before

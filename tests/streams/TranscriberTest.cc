@@ -371,6 +371,8 @@ TEST_F(Streams, TranscriberHoldsItsStream) {
     EXPECT_EQ(fxTranscriber::getWriter(new CountedStream(3)), nullptr);  // which lets go of it
     EXPECT_EQ(CountedStream::alive, 0);
 
+    fxMemoryStream local;
+    EXPECT_DEATH(delete fxTranscriber::getWriter(&local), "take\\(\\) it first|not malloc");
     CountedStream* held = new CountedStream;
     held->take();
     delete fxTranscriber::getWriter(held);
