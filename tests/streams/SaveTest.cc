@@ -454,10 +454,12 @@ TEST_F(Save, ContainersThatChangeBeforeTheyAreWholeAreRefused) {
     for (const auto& act : acts) {
         EXPECT_EQ(reasonWith(act), "a container was changed in xdr() after it was read");
     }
+#ifndef __SANITIZE_ADDRESS__  // which has local variables elsewhere, and tells of them itself
     for (C::local = 1; C::local < 3; ++C::local) {
         EXPECT_EQ(reasonWith(nullptr), "a local variable of xdr() waits for what it leads to");
     }
     C::local = 0;
+#endif
     // One that makes do with what it got before has no elements without any content.
     C::act = [](C& c) { return c.own.reset(), false; };
     const fxLoaded<C> read = fxLoad<C>(bytes.data(), bytes.size());
