@@ -18,6 +18,24 @@ unsigned short tagAt(const fxVoidPtrArray& properties, unsigned int index) {
     return static_cast<const fxProperty*>(properties[index])->getTag();
 }
 
+// The property with the tag, or null; `position` is where it was looked for last.
+inline fxProperty* search(const fxVoidPtrArray& properties, unsigned short tag,
+                          unsigned int& position) {
+    int low = 0;
+    int high = static_cast<int>(properties.length()) - 1;
+    while (low <= high) {
+        position = static_cast<unsigned int>((low + high) / 2);
+        const unsigned short here = tagAt(properties, position);
+        if (tag == here) return static_cast<fxProperty*>(properties[position]);
+        if (tag < here) {
+            high = static_cast<int>(position) - 1;
+        } else {
+            low = static_cast<int>(position) + 1;
+        }
+    }
+    return nullptr;
+}
+
 // Tells that a property has changed. Whoever calls it touches the object no more.
 void tell(const std::shared_ptr<fxBelongings::Watches>& watches, unsigned short tag) {
     if (__builtin_expect(watches == nullptr, 1)) return;
@@ -67,20 +85,7 @@ int fxObj::compare(fxObj const*) const {
 
 fxProperty* fxObj::findProperty(unsigned short tag, unsigned int* index) {
     unsigned int position = 0;
-    fxProperty* found = nullptr;
-    int low = 0;
-    int high = properties != nullptr ? static_cast<int>(properties->length()) - 1 : -1;
-    while (low <= high && found == nullptr) {
-        position = static_cast<unsigned int>((low + high) / 2);
-        const unsigned short here = tagAt(*properties, position);
-        if (tag == here) {
-            found = static_cast<fxProperty*>((*properties)[position]);
-        } else if (tag < here) {
-            high = static_cast<int>(position) - 1;
-        } else {
-            low = static_cast<int>(position) + 1;
-        }
-    }
+    fxProperty* const found = properties != nullptr ? search(*properties, tag, position) : nullptr;
     if (index != nullptr) *index = position;
     return found;
 }
@@ -98,8 +103,8 @@ fxObj* fxObj::setProperty(fxProperty* property) {
     const auto watches = properties->watches;
     const unsigned short tag = property->getTag();
     property->take();
-    unsigned int index;
-    fxProperty* old = findProperty(tag, &index);
+    unsigned int index = 0;
+    fxProperty* const old = search(*properties, tag, index);
     if (old != nullptr) {
         (*properties)[index] = property;
         old->release();
