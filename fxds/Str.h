@@ -73,6 +73,18 @@ public:
     fxStr(float v, const char* fmt);
     fxStr(double v, const char* fmt);
     ///@}
+    /// The same for the integers that no int can hold; a null `fmt` gives their digits.
+    template <class Int,
+              std::enable_if_t<std::is_integral_v<Int> &&
+                                   (sizeof(Int) > sizeof(int) || std::is_same_v<Int, unsigned>),
+                               int> = 0>
+    fxStr(Int v, const char* fmt) : fxStr() {
+        if (fmt != nullptr) {
+            format(fmt, v);
+        } else {
+            *this = number(v);
+        }
+    }
     ~fxStr() { dropBlock(); }
 
     fxStr& operator=(const fxStr& other);
