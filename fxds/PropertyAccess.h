@@ -15,6 +15,18 @@
 #include "fxds/Ref.h"
 #include "fxds/Str.h"
 
+namespace fxDetail {
+// What an fxRef holds; void for another type.
+template <class T>
+struct HeldBy {
+    typedef void Type;
+};
+template <class T>
+struct HeldBy<fxRef<T>> {
+    typedef T Type;
+};
+}  // namespace fxDetail
+
 /// The tag of a property name, which gets one if it has none. Other ways to a
 /// property by name search all names; with many properties keep the tag.
 inline unsigned short fxPropertyTag(const char* name) {
@@ -26,7 +38,7 @@ inline unsigned short fxPropertyTag(const char* name) {
 /// another kind. `key` is a tag or a name. Whole numbers are read from whole numbers
 /// that they can hold; fractions from all numbers in their range; strings (fxStr, std::string) from
 /// texts, null ones being empty; a pointer to a class that derives from fxObj from an
-/// object that is of it (a view); a type of FX_CHANNEL_VALUE from a boxed value.
+/// object that is of it (a view), and so an fxRef; a type of FX_CHANNEL_VALUE from a boxed value.
 template <class T, class Key>
 T fxGetProperty(const fxObj& object, Key key, T fallback = T()) {
     const fxProperty* const property = const_cast<fxObj&>(object).findProperty(key);
@@ -50,6 +62,8 @@ T fxGetProperty(const fxObj& object, Key key, T fallback = T()) {
         if (kind != fxDT_ObjPtr) return fallback;
         T const found = dynamic_cast<T>(property->getAsObjPtr());
         return found != nullptr ? found : fallback;
+    } else if constexpr (!std::is_void_v<typename fxDetail::HeldBy<T>::Type>) {
+        return fxGetProperty<typename fxDetail::HeldBy<T>::Type*>(object, key, fallback.get());
     } else if constexpr (fxDetail::isOwnKind<T>) {
         if (kind != fxDT_DataPtr || property->getType() != fxChannelType<T>::type()) {
             return fallback;

@@ -148,6 +148,10 @@ template <class C>
     return fxDetail::save<C>(stream, root);
 }
 template <class C>
+[[nodiscard]] fxStreamFault fxSave(fxStream& stream, const fxRef<C>& root) {
+    return fxDetail::save<C>(stream, root.get());
+}
+template <class C>
 [[nodiscard]] fxLoaded<C> fxLoad(fxStream& stream) {
     return fxDetail::load<C>(stream);
 }

@@ -273,6 +273,11 @@ bool fxWriteObject(fxTranscriber& t, C* root) {
     if (found.address == nullptr || t.isEmbedded(found.address)) return t.refuse(fxXdrUnreadable);
     return t.writeObject(found.address, &found);
 }
+/// The same for what a reference holds.
+template <class C>
+bool fxWriteObject(fxTranscriber& t, const fxRef<C>& root) {
+    return fxWriteObject(t, root.get());
+}
 
 /// Reads a graph whose root is a C or derives from it. Given; null when there
 /// is none. See fxTranscriber::readObject().
@@ -294,6 +299,11 @@ C* fxXdrCopy(C* root) {
     if (writer == nullptr || !fxWriteObject(*writer, root)) return nullptr;
     const std::unique_ptr<fxTranscriber> reader(fxTranscriber::getReader(&stream));
     return reader != nullptr ? fxReadObject<C>(*reader) : nullptr;
+}
+/// The same, held.
+template <class C>
+fxRef<C> fxXdrCopy(const fxRef<C>& root) {
+    return fxXdrCopy(root.get());
 }
 
 /// A transcribable object that is a field: what its record's function does, which

@@ -296,7 +296,7 @@ TEST_F(Receivers, PropertiesAreReadAndSetByType) {
     const fxRef<Sink> held = fxMake<Sink>();
     fxSetProperty(object, "held", held);
     EXPECT_EQ(fxGetProperty<Sink*>(object, "held"), held);
-    EXPECT_EQ(fxGetProperty<Source*>(object, "held"), nullptr);
+    EXPECT_EQ(fxGetProperty<fxRef<Source>>(object, "held"), nullptr);
     EXPECT_EQ(held->refCount, 2u);
     const fxScopedConnection bound = fxBindProperty(object, "size", source.number);
     source.number.send(12, now);

@@ -110,10 +110,10 @@ fxBool Careless::xdr(fxTranscriber& t) {
 class Link : public fxXDRObj {
     FX_TRANSCRIBABLE(Link)
     long number = 0;
-    Link* next = nullptr;
+    fxRef<Link> next;
 };
 FX_TRANSCRIBABLE_TYPE(Link, "Link", 1);
-fxBool Link::xdr(fxTranscriber& t) { return fxXdr(t, number) && fxXdrObject(t, next); }
+fxBool Link::xdr(fxTranscriber& t) { return fxXdrAll(t, number, next); }
 
 class Reader : public ::testing::Test {
 protected:
@@ -506,19 +506,16 @@ TEST_F(Reader, RandomGraphsReadBackTheSame) {
 TEST_F(Reader, MillionObjectsInAChainNeedNoStack) {
     onStackOf(size_t{256} << 10U, [] {
         constexpr long count = 1000000;
-        Link* first = nullptr;
+        fxRef<Link> first;
         for (long i = count; i-- > 0;) {
-            Link* link = new Link;
+            const fxRef<Link> link = fxMake<Link>();
             link->number = i;
             link->next = std::exchange(first, link);
         }
-        Link* read = fxXdrCopy(first);
+        const fxRef<Link> read = fxXdrCopy(first);
         long good = 0;
-        while (read != nullptr) {
-            good += read->number == good;
-            delete std::exchange(read, read->next);
-            delete std::exchange(first, first->next);
-        }
+        for (const Link* link = read; link != nullptr; link = link->next)
+            good += link->number == good;
         EXPECT_EQ(good, count);
     });
 }
