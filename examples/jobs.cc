@@ -7,8 +7,8 @@
 //     quit             says goodbye
 //
 // Every other line goes to all other clients. SIGTERM and SIGINT end the server and
-// its jobs. It has no helper for sockets: fxLineReader and fxLineWriter take accepted
-// descriptors as they are.
+// its jobs. It has no helper for sockets: fxReadNotifier takes the one that listens,
+// fxLineReader and fxLineWriter take those that are accepted.
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
@@ -27,7 +27,9 @@ class Client;
 
 class Server : public fxApplication {
 public:
-    Server() : stop(SIGTERM), interrupt(SIGINT) {
+    // Adopts the socket, which listens.
+    explicit Server(int socket) : stop(SIGTERM), interrupt(SIGINT), listener(socket) {
+        fxConnect(listener.readable(), this, [this] { accept(); });
         fxConnect(stop.signal(), this, [this](int) { close(); });
         fxConnect(interrupt.signal(), this, [this](int) { close(); });
     }
@@ -35,7 +37,6 @@ public:
     void initialize(int, char**) override {}
     void close() override;
 
-    void welcome(int socket);
     // Ends the client when the turn is over: it may be on the stack.
     void drop(int id) {
         ending.post([this, id] { clients.erase(id); });
@@ -45,9 +46,13 @@ public:
     int nextJob = 1;
 
 private:
+    void accept();
+    void welcome(int socket);
+
     std::map<int, std::unique_ptr<Client>> clients;
     int nextClient = 1;
     fxSignal stop, interrupt;
+    fxReadNotifier listener;
     fxPostQueue ending;
 };
 
@@ -143,20 +148,10 @@ private:
     std::map<int, std::unique_ptr<fxProcess>> jobs;
 };
 
-class Listener : public fxSelectHandler {
-public:
-    Listener(int fd_, Server& server_) : fxSelectHandler(fd_, 1), server(server_) {
-        fx_theExecutive->addSelectHandler(this);
-    }
-    const char* className() const override { return "Listener"; }
-    void handleRead() override {
-        const int socket = accept4(fd, nullptr, nullptr, SOCK_CLOEXEC);
-        if (socket >= 0) server.welcome(socket);
-    }
-
-private:
-    Server& server;
-};
+void Server::accept() {
+    const int socket = accept4(listener.getFd(), nullptr, nullptr, SOCK_CLOEXEC);
+    if (socket >= 0) welcome(socket);
+}
 
 void Server::welcome(int socket) {
     const int id = nextClient++;
@@ -201,8 +196,7 @@ int main(int argc, char** argv) {
         return 1;
     }
     {
-        Server server;
-        const Listener listener(socket, server);
+        Server server(socket);
         fx_theExecutive->initialize(argc, argv);
         fx_theExecutive->open();
         std::puts("listening");

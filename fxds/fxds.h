@@ -89,6 +89,7 @@
 #include "fxds/Lines.h"
 #include "fxds/Post.h"
 #include "fxds/Process.h"
+#include "fxds/ReadNotifier.h"
 #include "fxds/SelectHandler.h"
 #include "fxds/Signal.h"
 #include "fxds/Timer.h"

@@ -64,10 +64,11 @@ fxds_room(dataflow
 # The select() loop: timers, descriptors, applications.
 fxds_room(loop
   ON dataflow
-  HEADERS Application Clock Exec Lines Post Process SelectHandler Signal Timer Wakeup
+  HEADERS Application Clock Exec Lines Post Process ReadNotifier SelectHandler Signal Timer
+    Wakeup
   PRIVATE AlarmClock HandlerTable
-  SOURCES Application Clock Exec HandlerTable LineReader LineWriter Post Process SelectHandler Signal
-    Timer Wakeup)
+  SOURCES Application Clock Exec HandlerTable LineReader LineWriter Post Process ReadNotifier
+    SelectHandler Signal Timer Wakeup)
 
 # Regular expressions, text patterns, paths.
 fxds_room(search

@@ -81,6 +81,24 @@ struct Pipe {
 
 // Posting and quitting.
 
+TEST_F(Outside, NotifiersSendUntilAllIsReadOrTheyAreDestroyed) {
+    int ends[2];
+    ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
+    auto notifier = std::make_unique<fxReadNotifier>(ends[0]);
+    EXPECT_FALSE(fxReadNotifier(-1).isValid());
+    int calls = 0;
+    fxConnect(notifier->readable(), [&] {
+        char byte;
+        EXPECT_EQ(read(notifier->getFd(), &byte, 1), 1);
+        if (++calls == 3) notifier.reset();
+    });
+    turn();
+    EXPECT_EQ(write(ends[1], "abcd", 4), 4);
+    for (int turns = 0; turns < 5; ++turns) turn();
+    EXPECT_EQ(calls, 3);
+    close(ends[1]);
+}
+
 TEST_F(Outside, FunctionsAreCalledInOrderTurnByTurn) {
     auto queue = std::make_unique<fxPostQueue>(3);
     const auto noting = [this](const char* text) { return [this, text] { log.push_back(text); }; };
