@@ -403,7 +403,7 @@ class Collector : public Listed {
 
     fxStr text = "text";
     std::vector<fxStr> texts{"a", "b"};
-    fxStrArray array = {"a", "bb"};
+    fxStrArray array;
     fxXdrDictionary<fxStr, fxStr> table;
     std::vector<std::vector<fxStr>> rows{{"a"}, {"b"}};
     std::map<std::string, std::optional<fxStr>> map{{"a", "b"}, {"c", "d"}};
@@ -424,6 +424,7 @@ TEST_F(Save, ContainersThatChangeBeforeTheyAreWholeAreRefused) {
     typedef Collector C;
     Node node;
     Collector written;
+    written.array = {"a", "bb"};
     written.table["a"] = "b";
     written.nodes.append(&node);
     const std::string bytes = saved(&written);
