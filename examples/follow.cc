@@ -60,10 +60,11 @@ public:
     }
 
     bool load() {
-        if (statePath == nullptr || access(statePath, F_OK) != 0) return true;
+        if (statePath == nullptr) return true;
         fxLoaded<State> loaded = fxLoad<State>(statePath);
+        if (loaded.fault().isMissing()) return true;
         if (!loaded) {
-            std::fprintf(stderr, "%s: %s\n", statePath, loaded.fault().text().c_str());
+            std::fprintf(stderr, "%s\n", loaded.fault().text().c_str());
             return false;
         }
         state.inode = loaded->inode;
@@ -93,7 +94,7 @@ public:
         looking.reset();
         if (statePath != nullptr) {
             if (const fxStreamFault fault = fxSave(statePath, &state)) {
-                std::fprintf(stderr, "%s: %s\n", statePath, fault.text().c_str());
+                std::fprintf(stderr, "%s\n", fault.text().c_str());
                 status = 1;
             }
         }
