@@ -10,7 +10,7 @@
 
 /// A block of elements of equal size, which knows nothing of them but that
 /// size. Four virtual hooks let a subclass give its elements a life: creation,
-/// end, copy and order. Elements must bear being moved as bytes: only making a
+/// end, copy and order. Elements must allow being moved as bytes: only making a
 /// second one of an element goes through the hook.
 ///
 /// This class is for those who write a new array; to use one, take a typed

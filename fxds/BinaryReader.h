@@ -26,7 +26,7 @@ class fxRecordReader;
 /// **Damaged streams.** An end that comes too early is a null or false result;
 /// among the fields of an object it is fatal, because no record's function can
 /// go on without them. Contradictions in the records are fatal, with the
-/// messages listed in docs/stream-format.md; a line before them tells where they
+/// messages listed in docs/stream-format.md; a line before them says where they
 /// are. Neither is fatal to a reader that was made with an fxStreamFault: see
 /// fxTranscriber::getReader(). No stream can make the reader touch
 /// memory that is not its own: ids are checked for the kind of thing that they

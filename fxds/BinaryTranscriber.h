@@ -6,7 +6,7 @@
 #include "fxds/Transcriber.h"
 #include "fxds/VoidPtrArray.h"
 
-/// The kinds of records in a binary stream. docs/stream-format.md tells them.
+/// The kinds of records in a binary stream. docs/stream-format.md describes them.
 enum fxBinaryOTTag : unsigned int {
     fxTagData = 0,           ///< More payload of the record before.
     fxTagNull = 1,           ///< A null pointer.

@@ -48,7 +48,7 @@ public:
 /// Usually made by fxTranscriber::getWriter(), which writes the header of the
 /// stream as well. Scalars may also be transcribed directly, before and between
 /// objects; call flush() when no object follows. Bytes of scalars are those of
-/// this machine: the header tells readers which machine that was.
+/// this machine: readers learn from the header which machine that was.
 ///
 /// **Failure.** Once the stream has refused bytes, or a graph could not be
 /// written to its end, every operation answers false, after reset() too: what

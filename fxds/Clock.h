@@ -59,7 +59,7 @@ public:
     }
     ///@}
     /// Any duration of std::chrono, as whole nanoseconds. What is longer than a Span can
-    /// tell, as std::chrono::hours::max(), is the longest there is; so is NaN.
+    /// hold, such as std::chrono::hours::max(), becomes the longest Span; so does NaN.
     template <class Rep, class Period>
     static constexpr Span spanOf(std::chrono::duration<Rep, Period> duration) {
         typedef std::chrono::duration<long double> Seconds;

@@ -35,7 +35,7 @@ public:
     fxConnection(fxOutputChannel* output, fxInputChannel* input);
     fxConnection(const fxConnection&) = default;
     fxConnection(fxConnection&&) = default;
-    /// Lets go of what it spoke of last, which may run code of the program.
+    /// Releases what it referred to before, which may run code of the program.
     fxConnection& operator=(fxConnection other) noexcept {
         std::swap(input, other.input);
         std::swap(output, other.output);
@@ -98,7 +98,7 @@ private:
 };
 
 /// Joins the named output of `source` to the named input of `target`, as
-/// fxObj::connect() does, and tells what became of it. Nothing is fatal but a
+/// fxObj::connect() does, and returns the result. Nothing is fatal but a
 /// receiver of another class:
 ///
 ///     if (auto c = fxConnect(&clock, "tick", &bar, "levle"); !c) report(c.whyNot());

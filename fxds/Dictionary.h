@@ -223,12 +223,12 @@ protected:
     ///@}
 
     /// A number by which keys are told apart before they are compared; equal
-    /// keys have equal ones. This one answers `hash`, the key's hashKey().
+    /// keys have equal ones. This one returns `hash`, the key's hashKey().
     /// Override it where hashKey() sees little of the key, so that keys which
     /// it cannot tell apart are still found fast; fxFingerprint() may help.
     virtual unsigned long fingerprintKey(const void* key, unsigned long hash) const;
 
-    /// How to search: this one says, by the hooks. The ready-made classes answer
+    /// How to search: this one returns a search by the hooks, the ready-made classes
     /// a direct search, which has their hooks built in and tells texts apart by
     /// all of their bytes; their subclasses, which may have overridden the
     /// hooks, are searched by them. A class of texts that overrides neither

@@ -35,11 +35,11 @@ struct FX_API fxSelectSet {
 ///
 /// A descriptor that is closed while its handler is registered makes one poll()
 /// serve no handlers. From then on it is left out until its number is open again,
-/// and all others are served; FXDS_TRACE=loop tells of it.
+/// and all others are served; FXDS_TRACE=loop reports it.
 ///
 /// Nothing waits without a handler: while none is registered, poll() only
 /// distributes events and returns at once, timers stand still and loop() spins.
-/// A program that has only timers registers an fxWakeup; the trace of the loop tells
+/// A program that has only timers registers an fxWakeup; the trace of the loop says
 /// where it is missing, and a checked build does so on standard error, once.
 ///
 /// Everything may be called from within the functions, handlers, ticks and

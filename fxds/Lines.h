@@ -52,7 +52,7 @@ public:
     bool isAtEnd() const { return state == ended; }     ///< Whether "end" has been sent.
     unsigned long getCutCount() const { return cuts; }  ///< Lines that were too long, so far.
 
-    /// Says that the input is a file that may grow: "end" then tells only that there
+    /// Says that the input is a file that may grow: "end" then means only that there
     /// is no more for now, an unfinished line waits for its rest, and resume() reads
     /// on. When it has ceased to grow, resume() sends the unfinished line.
     void setGrowing(bool isGrowing) { growing = isGrowing; }
@@ -84,7 +84,7 @@ private:
     bool paused = false;
     bool growing = false;
     State state = reading;
-    int error = 0;  // what "end" tells
+    int error = 0;  // what "end" sends
     unsigned long cuts = 0;
     Continuation* continuation = nullptr;
     fxWalks<Delivery> deliveries;

@@ -68,14 +68,14 @@ private:
     std::string_view groups[groupCount];  // null where there is none
 };
 
-/// A compiled expression. RegExp.h tells the syntax and what a search costs.
+/// A compiled expression. RegExp.h describes the syntax and the cost of a search.
 ///
 ///     const fxExpression setting("([a-z]+)=([0-9]+)");
 ///     for (const fxMatch& match : setting.all(line)) use(match[1], match[2]);
 ///
 /// A text ends at its first zero byte for all searches. What is known to be
 /// terminated (an fxStr, a std::string, a `const char*`) is searched where it is; of
-/// any other text a copy is. An expression that did not compile matches nothing. One
+/// any other text a copy is searched. An expression that did not compile matches nothing. One
 /// object belongs to one thread at a time; a copy is compiled anew and may
 /// belong to another.
 class FX_API fxExpression {
@@ -107,7 +107,7 @@ public:
 
     /// All matches, for range-for: each is searched for from the end of the one
     /// before, or one byte further when that was empty. The text must stay as it is
-    /// meanwhile; the expression need not. Together they cost what fxregnext() tells,
+    /// meanwhile; the expression need not. Together they cost what fxregnext() states,
     /// unless the expression is used otherwise in between.
     template <class Text>
     fxMatches all(const Text& text) const;

@@ -189,7 +189,7 @@ public:
     /// has no holder when it is sent at once; it is not null if it is delivered.
     static void sendData(fxOutputChannel* output, fxData* data, fxSendFlags how = fxSendQueued);
     ///@{
-    /// Sends one value of the kind that the name tells; nothing is boxed when
+    /// Sends one value of the kind in the name; nothing is boxed when
     /// it is sent at once.
     static void sendVoid(fxOutputChannel* output, fxSendFlags how = fxSendQueued);
     static void sendBool(fxOutputChannel* output, unsigned char value,
@@ -320,7 +320,7 @@ private:
     fxOutputChannel* channel;
 };
 
-/// An output that tells only that something happened.
+/// An output without a value: it signals only that something happened.
 template <>
 class fxOutputView<void> {
 public:

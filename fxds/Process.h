@@ -66,15 +66,15 @@ class FX_API fxProcess : public fxObj {
 public:
     static constexpr int unknownStatus = INT_MIN;  ///< See above.
 
-    /// Starts the process. When that fails isRunning() is false and getError() tells
-    /// the errno, as ENOENT for a program or a directory that does not exist, or EINVAL
+    /// Starts the process. When that fails isRunning() is false and getError() is
+    /// the errno, such as ENOENT for a program or a directory that does not exist, or EINVAL
     /// for texts with zero bytes in them, no words, and streams that are joined to
     /// nothing.
     explicit fxProcess(const fxCommand& command);
     fxProcess(const fxProcess&) = delete;
     fxProcess& operator=(const fxProcess&) = delete;
     /// Ends a process that is still running by SIGKILL, and its group if it has its
-    /// own; see detach(). Closes our ends of its pipes. The loop takes the zombie away.
+    /// own; see detach(). Closes our ends of its pipes. The loop reaps the child.
     ~fxProcess() override;
 
     const char* className() const override;
@@ -82,7 +82,7 @@ public:
     bool isRunning() const;                   ///< Until "exited" is queued, or detach().
     int getError() const { return error; }    ///< Why it could not be started; 0: it was.
     pid_t getPid() const { return pid; }      ///< 0 when it could not be started.
-    int getStatus() const { return status; }  ///< As "exited" tells it; before, unknownStatus.
+    int getStatus() const { return status; }  ///< As "exited" sends it; before, unknownStatus.
     /// The output that is now called "exited"; what is sent goes nowhere when there
     /// is none, or one of another type.
     fxOutputView<int> exited();
@@ -101,7 +101,7 @@ public:
     /// refuses.
     bool kill(int signal = 15);
     /// Lets it run on when this object goes. It is not running for us any more and
-    /// "exited" is not sent; the loop takes its zombie away when it ends.
+    /// "exited" is not sent; the loop still reaps it when it ends.
     void detach();
 
 private:

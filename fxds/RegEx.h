@@ -5,7 +5,7 @@
 #include "fxds/RegExp.h"
 #include "fxds/TextPattern.h"
 
-/// Finds a regular expression; RegExp.h tells the syntax and what a search costs.
+/// Finds a regular expression; RegExp.h describes the syntax and the cost of a search.
 ///
 /// The searches ignore `len` and look at the whole of the zero-terminated
 /// buffer. An expression that did not compile is found nowhere, with -2 for the

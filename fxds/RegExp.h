@@ -51,7 +51,7 @@ FX_API fxregexp* fxregcomp(const char* pattern);
 /// Requires: message not null.
 FX_API fxregexp* fxregcomp(const char* pattern, const char** message);
 
-/// As above. When null is returned, `*offset` tells where in the pattern the fault
+/// As above. When null is returned, `*offset` is set to where in the pattern the fault
 /// is: the byte that cannot be there, what has no counterpart, or the end of a
 /// pattern that is too big; otherwise it is set to 0.
 /// Requires: message and offset not null.
@@ -85,7 +85,7 @@ FX_API int fxregexec(fxregexp* compiled, const char* subject, const char* from);
 /// in `subject`, unless that search was of another subject.
 FX_API int fxregnext(fxregexp* compiled, const char* subject, const char* from);
 
-/// As fxregexec(), and tells why there is no result: when the search could not be made,
+/// As fxregexec(), and reports why there is no result: when the search could not be made,
 /// `*message` is set to the reason, a text that lives as long as the program; when
 /// 0 means that there is no match, and after a match, it is set to null.
 /// Requires: message not null.

@@ -132,7 +132,7 @@ template <class C>
 /// Loads a graph whose root is a C, or derives from it, from the file at `path`.
 /// No content of the file ends the program, as long as no xdr() does; a class's
 /// exception that derives from std::exception is a fault like any other, and all
-/// others pass. Of what was not loaded nothing is left. What is no regular file is not
+/// others pass. Nothing stays of what was not loaded. What is no regular file is not
 /// opened: reading it might never end.
 template <class C>
 [[nodiscard]] fxLoaded<C> fxLoad(const char* path) {
@@ -141,8 +141,8 @@ template <class C>
 
 ///@{
 /// The same with a stream, which stays the caller's and goes on behind the graph:
-/// one message, with its own header. So messages do not know of one another, and
-/// what was in one may be gone when the next is saved or loaded.
+/// one message, with its own header. So messages are independent, and the
+/// objects of one may be destroyed before the next is saved or loaded.
 template <class C>
 [[nodiscard]] fxStreamFault fxSave(fxStream& stream, C* root) {
     return fxDetail::save<C>(stream, root);

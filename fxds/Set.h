@@ -217,7 +217,7 @@ private:
 };
 
 /// The result type of the set operators that make a new set: a set of plain
-/// bytes. It copies the bytes of the elements and tells them apart by these; it
+/// bytes. It copies the bytes of the elements and compares them; it
 /// neither makes nor ends what they refer to. So only sets of plain records go
 /// through it. It cannot be transcribed, unless it is empty.
 class FX_API fxTmpSet : public fxSet {

@@ -49,7 +49,7 @@ public:
     /// The same for a plain int, so that a literal 0 is a count and no pointer.
     template <class Int, class = std::enable_if_t<std::is_same_v<Int, int>>>
     explicit fxStr(Int n) : fxStr(static_cast<unsigned int>(n)) {}
-    /// Not for what no one counts in.
+    /// Not for types that are no counts: char, bool, fractions.
     template <class T, std::enable_if_t<fxDetail::countsNothing<T>, int> = 0>
     explicit fxStr(T) = delete;  // fxStr(n) is n zero bytes: write fxStr(&c, 1) or fxStr(x, "%g")
     /// The zero-terminated text at `s`; null is the empty text.

@@ -9,7 +9,7 @@ extern FX_API fxTypeObj fxStrArray_type;
 
 /// An array of strings, held in place. New elements are empty strings. find()
 /// and sort() go by compare(), the byte order of the texts up to their first
-/// zero byte. qsort() places texts as fxArray::qsort() tells, each of them a
+/// zero byte. qsort() places texts as fxArray::qsort() does, each of them a
 /// string of its own.
 ///
 /// While a reader runs, the texts are yet to come: an array that xdr() has read

@@ -12,7 +12,7 @@
 /// Why something could not be loaded or saved, and where in its bytes: for the
 /// user as a sentence, for the program as a kind, for developers in detail.
 struct FX_API fxStreamFault {
-    /// What is wrong. The program may want to act on it; text() tells it.
+    /// What is wrong, for the program to act on; text() puts it into words.
     enum Kind {
         none,         ///< Nothing.
         systemError,  ///< The system refused the file: `error`.

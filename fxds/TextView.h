@@ -18,14 +18,14 @@ public:
     fxTextView(const char* text) : std::string_view(text != nullptr ? text : "") {}
     fxTextView(const fxTempStr& text) : std::string_view(text.view()) {}
     ///@}
-    /// Whatever object converts to a std::string_view. Pointers are for the first one,
-    /// which bears null.
+    /// Any object that converts to a std::string_view. Pointers go to the first one,
+    /// which accepts null.
     template <class Text,
               std::enable_if_t<(std::is_class_v<Text> || std::is_union_v<Text>)&&  //
                                std::is_convertible_v<const Text&, std::string_view>,
                                int> = 0>
     fxTextView(const Text& text) : std::string_view(static_cast<std::string_view>(text)) {}
-    /// One byte; numbers are none.
+    /// One byte. Numbers are not accepted.
     template <class Char, std::enable_if_t<std::is_same_v<Char, char>, int> = 0>
     fxTextView(const Char& byte) : std::string_view(&byte, 1) {}
 };

@@ -19,7 +19,7 @@
 
 /// The edition of the class of `self`. Called with the newest one, which is what
 /// is written; what is read, from `oldest` on, is then in `edition`. Another one
-/// is refused: the fault tells the class and the number. In a stream it is an int.
+/// is refused: the fault names the class and the number. In a stream it is an int.
 template <class C>
 bool fxXdrEdition(fxTranscriber& t, const C*, int& edition, int oldest = 1) {
     const int newest = edition;
