@@ -61,12 +61,15 @@ public:
     /// | text | int, float, fxStr |
     /// | fxStr | text |
     ///
+    /// Text is `const char*`; receivers of std::string and std::string_view are of the
+    /// type fxStr.
+    ///
     /// A number is cut to an int as fxTruncateToInt() does. It becomes a
     /// boolean by the low eight bits of that int, so 256 is false. Text is read
     /// as far as it is a number, and is 0 when it does not begin with one.
     static void createStandardConverters();
 
-    /// Adds what people expect besides. For a program to call once, at its start.
+    /// Adds conversions that the list above lacks. To be called once, at the start.
     ///
     /// | From | To |
     /// |---|---|

@@ -1,4 +1,4 @@
-// Objects that are told when a file descriptor is ready.
+// Objects that are called when a file descriptor is ready.
 #ifndef FXDS_SELECTHANDLER_H
 #define FXDS_SELECTHANDLER_H
 

@@ -14,7 +14,7 @@
 ///
 /// Objects are called by their class (by what the compiler calls it when it has
 /// no className() of its own) and a number, as in "Counter#2": the second
-/// Counter that a line spoke of since tracing began.
+/// Counter that a line named since tracing began.
 class FX_API fxTrace {
 public:
     /// Kinds of lines, to be combined with |.
@@ -40,8 +40,8 @@ public:
 
     /// Traces the kinds named in `words`, as in "send,timers", "all" or "held";
     /// separated by commas, with spaces around as you like. Unknown words are
-    /// told in one line of the trace each, and make the answer false; the rest
-    /// counts. Null and "" switch tracing off.
+    /// reported in one line of the trace each, and make the result false; the rest
+    /// takes effect. Null and "" switch tracing off.
     static bool enable(const char* words);
 
     /// Whether any of the kinds is traced.
