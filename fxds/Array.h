@@ -8,7 +8,7 @@
 #include "fxds/XDRObj.h"
 #include "fxds/detail/MovesAsBytes.h"
 
-/// A block of elements of equal size, which knows nothing of them but that
+/// A block of elements, which it treats as blocks of one
 /// size. Four virtual hooks let a subclass give its elements a life: creation,
 /// end, copy and order. Elements must allow being moved as bytes: only making a
 /// second one of an element goes through the hook.

@@ -4,7 +4,7 @@
 
 #include "fxds/TypedDictionary.h"
 
-/// Maps addresses, of which it knows nothing else, to numbers. A default value
+/// Maps addresses, which it does not follow, to numbers. A default value
 /// is 0. It cannot be transcribed, unless it is empty.
 class FX_API fxBinaryOTDict : public fxTypedDictionary<const void*, unsigned long> {
 public:

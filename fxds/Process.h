@@ -48,12 +48,11 @@ struct fxCommand {
 
 /// A child process. Sends on the output "exited" an int when it has ended: its exit
 /// status, the negative number of the signal that ended it, or unknownStatus when
-/// the program has ignored SIGCHLD or waited for all children itself. The message is
-/// queued; what the process itself has written to pipes is sent as lines before,
-/// unless the reader is paused, a receiver of a line is polling or a pipe holds more than
-/// 64 KB. What its own children
-/// write may come later: they may keep a pipe, and so the reader's "end", as long as
-/// they like.
+/// the program has ignored SIGCHLD or waited for all children itself; nothing when the
+/// child could not be started, which getError() gives. The message is queued; what the process
+/// itself has written to pipes is sent as lines before, unless the reader is paused, a receiver of
+/// a line is polling or a pipe holds more than 64 KB. Its own children may write later: they may
+/// keep a pipe open, and so delay the reader's "end", as long as they like.
 ///
 ///     fxProcess make({"make", "-k"});
 ///     fxConnect(make.exited(), [](int status) { report(status); });

@@ -9,10 +9,9 @@
 /// holder calls take() when it stores the object and release() when it lets go.
 /// The holder that brings the count to exactly 0 destroys the object, so every
 /// release() must pair with an earlier take(): releasing at 0 wraps the count.
-/// From then on 0 is out of reach, so that the object may be held and let go
-/// while it is being destroyed. That holds for whatever the library deletes; an
-/// object that a program deletes itself may not let itself be held: its
-/// destructor would run twice.
+/// From then on the count cannot reach 0 again, so a destructor that takes a reference
+/// to its object does not destroy it twice. That holds for objects that the library
+/// deletes; the destructor of one that a program deletes itself must take none.
 /// Nothing is atomic: an object belongs to one thread.
 class FX_API fxRCObj {
 public:

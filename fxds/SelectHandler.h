@@ -5,7 +5,7 @@
 #include "fxds/Obj.h"
 
 /// Owns a file descriptor and is called by the executive when it is ready.
-/// Derive, say in the constructor what to wait for, and register the handler
+/// Derive, pass to the constructor what to wait for, and register the handler
 /// with fxExec::addSelectHandler(), which serves descriptors 0 to 16383.
 ///
 /// Close the descriptor by destroying the handler. One that is closed otherwise
