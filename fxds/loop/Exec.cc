@@ -117,7 +117,7 @@ float secondsSince(unsigned long start) {
 // polls may be nested deeply on a small stack.
 class fxExec::ReadySets {
 public:
-    enum Kind { read, write, exception };
+    enum Kind { readable, writable, exceptional };
     static constexpr int none = INT_MAX;
 
     explicit ReadySets(const fxExec& exec)
@@ -127,9 +127,9 @@ public:
             many.reset(new unsigned long[static_cast<size_t>(kinds * wordCount)]);
             place = many.get();
         }
-        copy(read, place, exec.hasRead, exec.readSet);
-        copy(write, place, exec.hasWrite, exec.writeSet);
-        copy(exception, place, exec.hasException, exec.exceptionSet);
+        copy(readable, place, exec.hasRead, exec.readSet);
+        copy(writable, place, exec.hasWrite, exec.writeSet);
+        copy(exceptional, place, exec.hasException, exec.exceptionSet);
     }
 
     int select(timeval wait) {
@@ -138,9 +138,9 @@ public:
             fxTraceLines::phase("select, at most %g s",
                                 static_cast<double>(wait.tv_sec) + microseconds / 1000000.0);
         }
-        const int result = ::select(fdCount, reinterpret_cast<fd_set*>(sets[read]),
-                                    reinterpret_cast<fd_set*>(sets[write]),
-                                    reinterpret_cast<fd_set*>(sets[exception]), &wait);
+        const int result = ::select(fdCount, reinterpret_cast<fd_set*>(sets[readable]),
+                                    reinterpret_cast<fd_set*>(sets[writable]),
+                                    reinterpret_cast<fd_set*>(sets[exceptional]), &wait);
         if (result < 0 && fxTrace::isOn(fxTrace::loop)) {
             fxTraceLines::phase("select failed: %s", std::strerror(errno));
         }
@@ -154,7 +154,7 @@ public:
 
     // In how many of the sets the descriptor is.
     int countOf(int descriptor) const {
-        return has(read, descriptor) + has(write, descriptor) + has(exception, descriptor);
+        return has(readable, descriptor) + has(writable, descriptor) + has(exceptional, descriptor);
     }
 
     void leaveOut(int descriptor) {
@@ -502,8 +502,8 @@ void fxExec::callHandlers(const ReadySets& ready, int found) {
                 fxTraceLines::phase("%s, fd %d", what, fd);
             return isServed;
         };
-        if (serves(ReadySets::read, "read")) handler->handleRead();
-        if (serves(ReadySets::write, "write")) handler->handleWrite();
-        if (serves(ReadySets::exception, "exception")) handler->handleException();
+        if (serves(ReadySets::readable, "read")) handler->handleRead();
+        if (serves(ReadySets::writable, "write")) handler->handleWrite();
+        if (serves(ReadySets::exceptional, "exception")) handler->handleException();
     }
 }

@@ -525,7 +525,12 @@ void Torturer::endCollections() {
     during(nothing, [&] {
         for (auto& table : collections->dictionaries) renew(table);
         for (auto& table : collections->sets) renew(table);
-        for (Numbers& array : collections->arrays) array.resize(0);
+        for (Numbers& array : collections->arrays) {
+            array.isInUse = true;
+            array.resize(0);
+            array.model.clear();
+            array.isInUse = false;
+        }
     });
     reactionsLeft = 0;  // what was added meanwhile ends quietly
     collections.reset();
