@@ -76,7 +76,7 @@ Track::~Track() {
 }
 
 fxRef<Track> makeTrack(const char* title, double seconds, const fxRef<Artist>& artist) {
-    const fxRef<Track> track = fxMake<Track>();
+    fxRef<Track> track = fxMake<Track>();
     track->title = title;
     track->seconds = seconds;
     track->artist = artist;
@@ -87,7 +87,7 @@ fxRef<Album> makeAlbum() {
     const fxRef<Artist> artist = fxMake<Artist>();
     artist->title = "Ada";
     artist->born = 1815;
-    const fxRef<Album> album = fxMake<Album>();
+    fxRef<Album> album = fxMake<Album>();
     album->title = "Engines";
     album->ratings.append(4);
     album->ratings.append(5);

@@ -78,7 +78,7 @@ std::vector<char*> pointersTo(std::vector<std::string>& texts) {
 
 // What the system would cut short, or take for something else.
 bool isFit(const fxCommand& command) {
-    const auto isCut = [](const std::string& text) { return text.find('\0') != text.npos; };
+    const auto isCut = [](const std::string& text) { return text.find('\0') != std::string::npos; };
     const auto areCut = [&](const std::vector<std::string>& texts) {
         return std::any_of(texts.begin(), texts.end(), isCut);
     };

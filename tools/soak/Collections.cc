@@ -309,7 +309,7 @@ private:
         ++alive;
         return new long(value);
     }
-    static void end(long* number) {
+    static void end(const long* number) {
         --alive;
         delete number;
     }
@@ -324,6 +324,7 @@ template <class Table>
 void copy(const Table& table) {
     const typename Table::Use use(table, true);
     const unsigned long before = torturer->getActions();
+    // NOLINTNEXTLINE(performance-unnecessary-copy-initialization): it is what is tested
     Table made(table);
     made.learn();
     if (torturer->getActions() != before || table.isUncertain()) return;
@@ -371,7 +372,8 @@ void renew(std::unique_ptr<Table>& table) {
 }
 
 void change(Dictionary& table, Dictionary& other, long kind) {
-    const fxStr key = name(), second = name();
+    const fxStr key = name();
+    const fxStr second = name();
     const fxStr value(static_cast<int>(torturer->below(1000)), "value %d");
     if (kind < 5) return table.add(key, value);
     if (kind < 7) {
@@ -403,7 +405,8 @@ void change(Set& table, Set& other, long kind) {
     } else if (kind < 12) {
         table |= other;
     } else if (kind < 15) {
-        const Contents mine = table.contents(), others = other.contents();
+        const Contents mine = table.contents();
+        const Contents others = other.contents();
         const unsigned long before = torturer->getActions();
         const bool isCertain = !table.isUncertain() && !other.isUncertain();
         {
@@ -427,7 +430,8 @@ void change(Set& table, Set& other, long kind) {
 void change(Numbers& array, const Numbers& other, long kind, std::vector<long>& model) {
     const long from = torturer->below(model.size() + 1);
     const long count = torturer->below(model.size() - static_cast<size_t>(from) + 1);
-    const auto place = static_cast<unsigned int>(from), run = static_cast<unsigned int>(count);
+    const auto place = static_cast<unsigned int>(from);
+    const auto run = static_cast<unsigned int>(count);
     const auto at = model.begin() + from;
     long item = torturer->below(20) - 10;
     if (kind < 3) {
@@ -450,6 +454,7 @@ void change(Numbers& array, const Numbers& other, long kind, std::vector<long>& 
                          [](long a, long b) { return std::abs(a) < std::abs(b); });
         array.sort();
     } else if (kind < 12) {
+        // NOLINTNEXTLINE(performance-unnecessary-copy-initialization): it is what is tested
         const Numbers copied(array);
         if (!copied.holds(model)) torturer->fail("another copy");
         Numbers::endAll(copied.extract(place, run));
@@ -492,7 +497,8 @@ void Torturer::changeTables(std::unique_ptr<Table> (&tables)[2]) {
         return;
     }
     auto& other = *tables[below(2)];
-    const typename Table::Use use(*table, false), source(other, false);
+    const typename Table::Use use(*table, false);
+    const typename Table::Use source(other, false);
     during(nothing, [&] { change(*table, other, kind); });
     table->check();
 }
