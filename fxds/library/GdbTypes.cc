@@ -77,6 +77,7 @@ struct Described {
     fxMemoryStream* memoryStream;
 
     fxRegEx* regEx;
+    fxExpression* expression;
     fxSLinearPattern* linearPattern;
 
     Counted* counted;
