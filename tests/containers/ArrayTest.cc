@@ -368,11 +368,18 @@ public:
 unsigned int Copies::count = 0;
 
 TEST(ArrayHooks, CopyWhateverIsDoubled) {
+    class MoreCopies : public fxIntArray {
+        void copyElements(const void* from, void* to, unsigned int byteCount) const override {
+            Copies().copyElements(from, to, byteCount);
+        }
+    } more;
     Copies array;
     for (int i = 0; i < 8; ++i) array.append(i);
-    EXPECT_EQ(Copies::count, 8U);
-    const Copies copy(array);
+    for (int i = 0; i < 8; ++i) more.append(i);
     EXPECT_EQ(Copies::count, 16U);
+    const Copies copy(array);
+    const fxIntArray part(more);
+    EXPECT_EQ(Copies::count, 32U);
     EXPECT_EQ(copy, array);
 }
 

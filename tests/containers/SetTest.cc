@@ -4,6 +4,8 @@
 #include <unistd.h>
 
 #include <cstring>
+#include <functional>
+#include <utility>
 
 #include "fxds/StrSet.h"
 #include "tests/support/HashModel.h"
@@ -50,6 +52,28 @@ TEST(Set, AlgebraMovesIteratorsOn) {
     EXPECT_EQ(i.key(), "2");
     set &= some;
     EXPECT_FALSE(i.notDone());
+}
+
+// Calls a function while it copies a key.
+struct Acting : fxStrSet {
+    using fxStrSet::fxStrSet;
+    ~Acting() override { cleanup(); }
+    void copyKey(const void* from, void* to) const override {
+        if (const auto action = std::exchange(onCopy, nullptr)) action();
+        fxStrSet::copyKey(from, to);
+    }
+    mutable std::function<void()> onCopy;
+};
+
+TEST(Set, AKeyBeingCopiedMayChangeTheNumberOfChains) {
+    const fxStrSet wide(100);
+    Acting acting(3);
+    fxStrSet& set = acting;
+    acting.onCopy = [&] { set = wide; };
+    set.add("5");
+    const fxStrSet& itself = set;
+    set = itself;
+    EXPECT_TRUE(set.contains("5"));
 }
 
 TEST(Set, GoesThroughATemporary) {
