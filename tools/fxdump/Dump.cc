@@ -17,7 +17,7 @@ class Check : public StreamVisitor {
 public:
     void fault(const StreamWalk& walk, const fxStreamFault& fault) override {
         if (!complaint.empty()) return;
-        complaint = "offset " + std::to_string(fault.offset) + ": " + fault.reason;
+        complaint = fault.place() + ": " + fault.reason;
         if (walk.isComplete()) complaint += " (nothing is missing before that)";
     }
 
@@ -31,35 +31,47 @@ std::string summary(const StreamWalk& walk) {
            counted(count[Entry::object], "object") + ", " + counted(count[Entry::block], "block");
 }
 
+// Whether the bytes begin as every stream does; one that is cut off has fewer of them.
+bool isStream(std::string_view bytes) {
+    static constexpr char writer[] = "fxBinaryWriter";
+    const std::string_view begin(writer, sizeof writer);
+    return !bytes.empty() && bytes.substr(0, begin.size()) == begin.substr(0, bytes.size());
+}
+
+DumpResult checkStream(std::string_view stream, const std::string& name, FILE* out) {
+    Check check;
+    StreamWalk walk(check);
+    walk.run(stream);
+    const bool isValid = check.complaint.empty();
+    std::fprintf(out, "%s: %s\n", name.c_str(),
+                 isValid ? ("valid: " + summary(walk)).c_str() : check.complaint.c_str());
+    return isValid ? DumpResult::done : DumpResult::faulty;
+}
+
 }  // namespace
 
-bool dumpStream(std::string_view stream, const std::string& name, DumpMode mode, bool isFull,
-                FILE* out) {
-    if (mode == DumpMode::listing) {
-        Listing listing(out, isFull);
+DumpResult dumpStream(std::string_view stream, const std::string& name, const DumpOptions& options,
+                      FILE* out) {
+    if (!isStream(stream)) return DumpResult::noStream;
+    const std::string shownName = escaped(name, std::string::npos);
+    if (options.mode == DumpMode::listing) {
+        if (options.isOneOfSeveral) std::fprintf(out, "%s:\n", shownName.c_str());
+        Listing listing(out, options.isFull);
         StreamWalk(listing).run(stream);
-        return true;
-    }
-    if (mode == DumpMode::graph) {
+    } else if (options.mode == DumpMode::graph) {
+        if (options.isOneOfSeveral) std::fprintf(out, "// %s\n", shownName.c_str());
         Graph graph(out);
         StreamWalk walk(graph);
         graph.begin();
         walk.run(stream);
         graph.end(walk);
-        return true;
-    }
-    if (mode == DumpMode::json) {
+    } else if (options.mode == DumpMode::json) {
         Json json(out);
-        json.begin();
+        json.begin(name);
         StreamWalk(json).run(stream);
         json.end();
-        return true;
+    } else {
+        return checkStream(stream, shownName, out);
     }
-    Check check;
-    StreamWalk walk(check);
-    walk.run(stream);
-    const bool isValid = check.complaint.empty();
-    std::fprintf(out, "%s: %s\n", escaped(name, std::string::npos).c_str(),
-                 isValid ? ("valid: " + summary(walk)).c_str() : check.complaint.c_str());
-    return isValid;
+    return DumpResult::done;
 }

@@ -8,11 +8,20 @@
 
 enum class DumpMode { listing, graph, json, check };
 
+struct DumpOptions {
+    DumpMode mode = DumpMode::listing;
+    bool isFull = false;          ///< Listings show long payloads in full.
+    bool isOneOfSeveral = false;  ///< Listings and graphs tell the stream's name.
+};
+
+/// `noStream`: the bytes do not begin as a stream does, and nothing was printed.
+/// `faulty`: a check found a fault.
+enum class DumpResult { done, faulty, noStream };
+
 /// Prints the stream to `out`, as a listing, as a graph or as JSON, or whether it is
-/// valid. Returns false when it was checked and has a fault. Does nothing to the
-/// stream and makes none of its objects; any bytes at all will do. `name` is
-/// what a check calls the stream.
-bool dumpStream(std::string_view stream, const std::string& name, DumpMode mode, bool isFull,
-                FILE* out);
+/// valid. Does nothing to the stream and makes none of its objects; any bytes at
+/// all will do. `name` is what the stream is called.
+DumpResult dumpStream(std::string_view stream, const std::string& name, const DumpOptions& options,
+                      FILE* out);
 
 #endif

@@ -40,7 +40,9 @@ std::string member(const char* name, const std::string& value) {
 
 }  // namespace
 
-void Json::begin() { std::fputs("{\"header\": ", out); }
+void Json::begin(const std::string& name) {
+    std::fprintf(out, "{\"file\": %s, \"header\": ", quotedJson(name).c_str());
+}
 
 void Json::header(const Header& header) {
     const std::string marks =
@@ -75,7 +77,8 @@ void Json::record(const StreamWalk& walk, const Record& record) {
 
 void Json::fault(const StreamWalk&, const fxStreamFault& fault) {
     faults += (faults.empty() ? "\n  {\"offset\": " : ",\n  {\"offset\": ") +
-              std::to_string(fault.offset) + member("class", quotedJson(fault.className)) +
+              std::to_string(fault.offset) + member("record", quotedJson(fault.record)) +
+              member("class", quotedJson(fault.className)) +
               member("reason", quotedJson(fault.reason)) + '}';
 }
 

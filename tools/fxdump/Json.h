@@ -14,7 +14,7 @@ public:
     /// `out` is borrowed.
     explicit Json(FILE* out_) : out(out_) {}
 
-    void begin();
+    void begin(const std::string& name);
     void header(const fxStreamParts::Header& header) override;
     void record(const fxStreamParts::StreamWalk& walk,
                 const fxStreamParts::Record& record) override;

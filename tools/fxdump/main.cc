@@ -20,24 +20,23 @@ constexpr int failureStatus = 2;
 
 constexpr char helpText[] =
     "Usage: fxdump [OPTION]... [FILE]...\n"
-    "Prints streams of fxBinaryWriter record by record. Without FILE, or with -,\n"
-    "reads standard input.\n"
+    "Prints streams of fxBinaryWriter record by record, of several FILEs one after the\n"
+    "other. Without FILE, or with -, reads standard input.\n"
     "\n"
     "  --full   prints long payloads in full\n"
     "  --dot    draws the objects and their pointers instead, for Graphviz\n"
     "  --json   prints everything that is in the stream, as JSON\n"
-    "  --check  only tells whether each stream is valid, and the offset of its first\n"
-    "           fault; makes none of its objects\n"
+    "  --check  only tells whether each stream is valid, and the offset, the record and\n"
+    "           the class of its first fault; makes none of its objects\n"
     "  --help, --version   prints this, prints the version\n"
     "\n"
     "Exit status: 0, also for a listing of a damaged stream; 1 when a check found a\n"
-    "fault; 2 when the options are wrong, or a FILE cannot be read.\n";
+    "fault; 2 when the options are wrong, or a FILE cannot be read or is no stream.\n";
 
 constexpr char versionText[] = "fxdump of libostrelfxds " FXDUMP_VERSION "\n";
 
 struct Options {
-    DumpMode mode = DumpMode::listing;
-    bool isFull = false;
+    DumpOptions dump;
     const char* answer = nullptr;  // printed instead
     std::vector<std::string> paths;
 };
@@ -50,11 +49,11 @@ int fail(const std::string& what) {
 std::string nameText(const std::string& name) { return escaped(name, std::string::npos); }
 
 bool setMode(Options& options, DumpMode mode, std::string& error) {
-    if (options.mode != DumpMode::listing && options.mode != mode) {
+    if (options.dump.mode != DumpMode::listing && options.dump.mode != mode) {
         error = "--dot, --json and --check exclude each other";
         return false;
     }
-    options.mode = mode;
+    options.dump.mode = mode;
     return true;
 }
 
@@ -81,7 +80,7 @@ bool parseOptions(int argc, char** argv, Options& options, std::string& error) {
     for (int code = 0; (code = getopt_long(argc, argv, "", longOptions, nullptr)) != -1;) {
         switch (code) {
             case fullCode:
-                options.isFull = true;
+                options.dump.isFull = true;
                 break;
             case dotCode:
                 if (!setMode(options, DumpMode::graph, error)) return false;
@@ -105,6 +104,7 @@ bool parseOptions(int argc, char** argv, Options& options, std::string& error) {
     }
     options.paths.assign(argv + optind, argv + argc);
     if (options.paths.empty()) options.paths.emplace_back("-");
+    options.dump.isOneOfSeveral = options.paths.size() > 1;
     return true;
 }
 
@@ -141,7 +141,13 @@ int run(const Options& options) {
         const std::string name = path == "-" ? "standard input" : path;
         if (!readAll(path, bytes)) {
             status = fail(nameText(name) + ": " + std::strerror(errno));
-        } else if (!dumpStream(bytes, name, options.mode, options.isFull, stdout)) {
+            continue;
+        }
+        const DumpResult result = dumpStream(bytes, name, options.dump, stdout);
+        if (result == DumpResult::noStream) {
+            std::fflush(stdout);  // keeps the order where both go to the same place
+            status = fail(nameText(name) + ": not a stream of fxBinaryWriter");
+        } else if (result == DumpResult::faulty) {
             status = std::max(status, faultStatus);
         }
     }
