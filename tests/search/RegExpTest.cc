@@ -93,6 +93,7 @@ TEST(RegExp, PatternsMatchWhatTheyStandFor) {
                  {"[a-\xFF]", "\xFE", "0-1"},
                  {"[\x80-\xFF]", "a", "no"},
                  {"a|ab", "ab", "0-1"},
+                 {"(a|ab)(c)d|abce", "abce", "0-4"},
                  {"(a|ab)(c|bcd)(d*)", "abcd", "0-4 1:0-1 2:1-4 3:4-4"},
                  {"((x)|(y))*", "xy", "0-2 1:1-2 2:0-1 3:1-2"}};
     for (const auto& c : cases) {
