@@ -25,6 +25,9 @@ fxConnection connectTo(const fxOutputView<T>& output, fxObj* context, Function r
 /// outlive both and holds neither object; copies speak of the same connection.
 /// The connection stays when it goes: for one that ends with a scope see
 /// fxScopedConnection.
+///
+/// A failure is not lost: the last copy of an answer that says why not, and was never
+/// asked, writes that to standard error when it goes.
 class FX_API fxConnection {
 public:
     fxConnection() = default;  ///< Joins nothing.
@@ -33,27 +36,43 @@ public:
     /// Joins the output to the input, unless it is already. Where that is not
     /// possible, or one of them is null, the answer says why.
     fxConnection(fxOutputChannel* output, fxInputChannel* input);
-    fxConnection(const fxConnection&) = default;
+    /// A copy, which is to be asked in place of `other`.
+    fxConnection(const fxConnection& other)
+        : input(other.input),
+          output(other.output),
+          serial(other.serial),
+          isAsked(std::exchange(other.isAsked, true)),
+          reason(other.reason) {}
     fxConnection(fxConnection&&) = default;
+    ~fxConnection() {
+        if (!isAsked && !reason.isEmpty()) tellReason();
+    }
     /// Releases what it referred to before, which may run code of the program.
     fxConnection& operator=(fxConnection other) noexcept {
         std::swap(input, other.input);
         std::swap(output, other.output);
         std::swap(serial, other.serial);
+        std::swap(isAsked, other.isAsked);
         std::swap(reason, other.reason);
         return *this;
     }
 
     ///@{
     /// Whether the two ends are joined now.
-    bool isConnected() const;
+    bool isConnected() const {
+        isAsked = true;
+        return isJoined();
+    }
     explicit operator bool() const { return isConnected(); }
     ///@}
     /// Cuts it; nothing when the ends are not joined. Messages already queued are
     /// still delivered.
     void disconnect();
     /// Why the ends could not be joined; empty when they were.
-    const fxStr& whyNot() const { return reason; }
+    const fxStr& whyNot() const {
+        isAsked = true;
+        return reason;
+    }
 
 private:
     template <class T, class Function>
@@ -61,10 +80,13 @@ private:
                                             Function receiver, unsigned char replace);
 
     static fxConnection adopt(fxOutputChannel* output, fxObj* context, fxInputChannel* input);
+    bool isJoined() const;
+    void tellReason() const noexcept;
 
     fxRef<fxInputChannel> input;
     fxOutputChannel* output = nullptr;  // dangles when the output has gone
     unsigned int serial = 0;            // of the output
+    mutable bool isAsked = false;       // or a copy is
     fxStr reason;
 };
 
@@ -152,6 +174,9 @@ fxConnection fxConnect(const fxOutputView<T>& output, C* target, Method method,
                        unsigned char replace = 0) {
     static_assert(fxDetail::keepsValue<T, fxDetail::CallableOf<Method>>,
                   "not every value of the output is one of the receiver's");
+    static_assert(
+        std::is_base_of_v<fxObj, C>,
+        "the target is an fxObj, with whose end the connection ends; others: by a lambda");
     if (target == nullptr) return fxConnection("there is no target");
     typedef typename fxDetail::CallableOf<Method>::Type Argument;
     if constexpr (std::is_void_v<Argument>) {

@@ -1,6 +1,7 @@
 #include "fxds/Connection.h"
 
 #include <algorithm>
+#include <cstdio>
 #include <numeric>
 #include <string>
 #include <string_view>
@@ -37,14 +38,18 @@ fxConnection fxConnection::adopt(fxOutputChannel* output, fxObj* context, fxInpu
     return fxConnection(output, input);
 }
 
-bool fxConnection::isConnected() const {
+bool fxConnection::isJoined() const {
     const fxVoidPtrArray* const outputs = input != nullptr ? input->getOutputs() : nullptr;
     return outputs != nullptr && outputs->find(output) != fxArray::notFound &&
            output->serial == serial;
 }
 
 void fxConnection::disconnect() {
-    if (isConnected()) output->remove(input);
+    if (isJoined()) output->remove(input);
+}
+
+void fxConnection::tellReason() const noexcept {
+    std::fprintf(stderr, "fxConnect: %s\n", reason.c_str());
 }
 
 fxConnection fxConnect(fxObj* source, const char* output, fxObj* target, const char* input) {

@@ -172,6 +172,15 @@ TEST_F(Receivers, ConnectionsSayWhyTheyAreNotMade) {
     Sink* const none = nullptr;
     EXPECT_STREQ(fxConnect(source.number, none, &Sink::setLong).whyNot(), "there is no target");
     EXPECT_STREQ(fxConnect(source.number, none, [](int) {}).whyNot(), "there is no context");
+    testing::internal::CaptureStderr();
+    {
+        fxConnection last = fxConnection(fxConnection("copied"));
+        last = fxConnection(last);
+        const fxScopedConnection other = fxConnection("moved");
+    }
+    fxConnect(source.number, none, &Sink::setLong).disconnect();
+    EXPECT_EQ(testing::internal::GetCapturedStderr(),
+              "fxConnect: moved\nfxConnect: copied\nfxConnect: there is no target\n");
     std::vector<std::string> lines;
     fxTrace::setSink([](void* to, const char* line,
                         size_t) { static_cast<std::vector<std::string>*>(to)->push_back(line); },
