@@ -61,8 +61,7 @@ public:
 
     bool load() {
         if (statePath == nullptr) return true;
-        fxLoaded<State> loaded = fxLoad<State>(statePath);
-        if (loaded.fault().isMissing()) return true;
+        fxLoaded<State> loaded = fxLoadOrMake<State>(statePath);
         if (!loaded) {
             std::fprintf(stderr, "%s\n", loaded.fault().text().c_str());
             return false;

@@ -5,6 +5,7 @@
 #include <cstddef>
 
 #include "fxds/StreamFault.h"
+#include "fxds/detail/FilePath.h"
 
 class fxStream;
 
@@ -21,7 +22,7 @@ class fxStream;
 /// a huge file, which may be one of holes, costs no more than its records.
 [[nodiscard]] FX_API fxStreamFault fxCheckStream(const void* bytes, size_t byteCount);
 [[nodiscard]] FX_API fxStreamFault fxCheckStream(fxStream& stream);
-[[nodiscard]] FX_API fxStreamFault fxCheckStream(const char* path);
+[[nodiscard]] FX_API fxStreamFault fxCheckStream(const fxDetail::FilePath& path);
 ///@}
 
 #endif

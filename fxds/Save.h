@@ -3,12 +3,14 @@
 #define FXDS_SAVE_H
 
 #include <cstddef>
+#include <string>
 #include <type_traits>
 #include <utility>
 
 #include "fxds/Ref.h"
 #include "fxds/StreamFault.h"
 #include "fxds/Xdr.h"
+#include "fxds/detail/FilePath.h"
 
 // In full:
 //
@@ -19,6 +21,9 @@
 //     fxLoaded<Settings> loaded = fxLoad<Settings>("settings.fx");
 //     if (!loaded) showError(loaded.fault().text());
 //     else use(*loaded);
+//
+// fxLoadOrMake() makes the object where there is no file yet. A path is text of any
+// kind or a std::filesystem::path.
 //
 // Both need fxInitializeToolkit(). A file holds one graph; what may follow it in
 // the file is not looked at.
@@ -79,9 +84,9 @@ private:
 namespace fxDetail {
 
 typedef bool WriteRoot(fxTranscriber& writer, void* root);
-FX_API fxStreamFault saveRoot(const char* path, WriteRoot* write, void* root);
+FX_API fxStreamFault saveRoot(const std::string& path, WriteRoot* write, void* root);
 FX_API fxStreamFault saveRoot(fxStream& stream, WriteRoot* write, void* root);
-FX_API void* loadRoot(const char* path, fxTypeObj& type, fxStreamFault& fault);
+FX_API void* loadRoot(const std::string& path, fxTypeObj& type, fxStreamFault& fault);
 FX_API void* loadRoot(fxStream& stream, fxTypeObj& type, fxStreamFault& fault);
 
 template <class C, class Target>
@@ -119,13 +124,13 @@ fxLoaded<C> load(Source& source) {
 /// old one is as it was. Only when the folder cannot be synced the new one stands
 /// already, and may not outlive a loss of power.
 template <class C>
-[[nodiscard]] fxStreamFault fxSave(const char* path, C* root) {
+[[nodiscard]] fxStreamFault fxSave(const fxDetail::FilePath& path, C* root) {
     return fxDetail::save<C>(path, root);
 }
 
 /// The same for a root that a reference holds.
 template <class C>
-[[nodiscard]] fxStreamFault fxSave(const char* path, const fxRef<C>& root) {
+[[nodiscard]] fxStreamFault fxSave(const fxDetail::FilePath& path, const fxRef<C>& root) {
     return fxDetail::save<C>(path, root.get());
 }
 
@@ -135,8 +140,17 @@ template <class C>
 /// others pass. Nothing stays of what was not loaded. What is no regular file is not
 /// opened: reading it might never end.
 template <class C>
-[[nodiscard]] fxLoaded<C> fxLoad(const char* path) {
+[[nodiscard]] fxLoaded<C> fxLoad(const fxDetail::FilePath& path) {
     return fxDetail::load<C>(path);
+}
+
+/// The same, where there is a file at `path`; where there is none, as before a program
+/// has saved anything, an object made of `arguments`. Every other fault stays one.
+template <class C, class... Arguments>
+[[nodiscard]] fxLoaded<C> fxLoadOrMake(const fxDetail::FilePath& path, Arguments&&... arguments) {
+    fxLoaded<C> loaded = fxLoad<C>(path);
+    if (!loaded.fault().isMissing()) return loaded;
+    return fxLoaded<C>(new C(std::forward<Arguments>(arguments)...), fxStreamFault());
 }
 
 ///@{

@@ -90,7 +90,7 @@ fxStreamFault fxCheckStream(fxStream& stream) {
     return fxCheckStream(bytes.data(), bytes.size());
 }
 
-fxStreamFault fxCheckStream(const char* path) {
+fxStreamFault fxCheckStream(const fxDetail::FilePath& path) {
     FileBytes file(fxOpenFile(path));
     Check check;
     if (file.error == 0) fxStreamParts::StreamWalk(check).run(file);

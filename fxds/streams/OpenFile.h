@@ -11,10 +11,11 @@
 
 /// A descriptor for reading the file at `path`; negative, with the reason in errno,
 /// when there is none. What is no file is not opened: reading it might never end.
-inline int fxOpenFile(const char* path) {
+inline int fxOpenFile(const std::string& path) {
+    if (path.find('\0') != std::string::npos) return errno = EINVAL, -1;
     int fd;
     do {
-        fd = ::open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
+        fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
     } while (fd < 0 && errno == EINTR);
     struct stat status;
     if (fd < 0 || (fstat(fd, &status) == 0 && S_ISREG(status.st_mode))) return fd;
@@ -23,9 +24,7 @@ inline int fxOpenFile(const char* path) {
     return -1;
 }
 
-/// The path as a fault names it: an empty one shows, too. It may be null.
-inline std::string fxShownPath(const char* path) {
-    return path != nullptr && *path != '\0' ? path : "''";
-}
+/// The path as a fault names it: an empty one shows, too.
+inline std::string fxShownPath(const std::string& path) { return !path.empty() ? path : "''"; }
 
 #endif

@@ -59,6 +59,7 @@ public:
         constexpr int mostLinks = 40;
         char link[PATH_MAX];
         if (path.empty()) throw Failure{ENOENT};
+        if (path.find('\0') != std::string::npos) throw Failure{EINVAL};
         for (int i = 0; i < mostLinks; ++i) {
             const size_t slash = path.rfind('/');
             const bool hasFolder = slash != std::string::npos;
@@ -209,10 +210,10 @@ void* loadFrom(fxStream& stream, fxTypeObj& type, fxStreamFault& fault) {
 
 }  // namespace
 
-fxStreamFault fxDetail::saveRoot(const char* path, WriteRoot* write, void* root) {
+fxStreamFault fxDetail::saveRoot(const std::string& path, WriteRoot* write, void* root) {
     fxStreamFault fault;
     try {
-        saveAs(Target(path != nullptr ? path : ""), write, root, fault);
+        saveAs(Target(path), write, root, fault);
     } catch (const Failure& failure) {
         fault.kind = fxStreamFault::systemError;
         fault.error = failure.error;
@@ -225,7 +226,7 @@ fxStreamFault fxDetail::saveRoot(fxStream& stream, WriteRoot* write, void* root)
     return writeTo(stream, write, root);
 }
 
-void* fxDetail::loadRoot(const char* path, fxTypeObj& type, fxStreamFault& fault) {
+void* fxDetail::loadRoot(const std::string& path, fxTypeObj& type, fxStreamFault& fault) {
     const int fd = fxOpenFile(path);
     void* root = nullptr;
     int error = fd < 0 ? errno : 0;

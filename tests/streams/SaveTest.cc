@@ -391,7 +391,13 @@ TEST_F(Save, TablesTravelWithWhatTheyHold) {
         EXPECT_EQ(loaded->values[name(i)][i], std::to_string(i));
         EXPECT_TRUE(loaded->keys.contains(name(i)));
     }
-    EXPECT_TRUE(fxLoad<Tables>((path + "?").c_str()).fault().isMissing());
+
+    // Paths are texts of any kind. Only where there is no file an object is made.
+    EXPECT_TRUE(fxLoad<Tables>(path + "?").fault().isMissing());
+    EXPECT_TRUE(fxLoadOrMake<Tables>(std::filesystem::path(path + "?"))->values.empty());
+    EXPECT_EQ(fxLoadOrMake<Tables>(fxStr(path))->values.size(), 100U);
+    EXPECT_EQ(fxLoadOrMake<Tables>(path + '\0').fault().error, EINVAL);
+    EXPECT_EQ(fxSave(path + '\0', loaded.get()).error, EINVAL);
 }
 
 /// Does with its containers what a test wants, right after they were read.
