@@ -98,6 +98,9 @@ public:
         return *this = static_cast<std::string_view>(text);
     }
     fxStr& operator=(const fxTempStr& text);
+    /// Not for types that the constructors refuse.
+    template <class T, std::enable_if_t<fxDetail::countsNothing<T>, int> = 0>
+    fxStr& operator=(T) = delete;  // write fxStr(&c, 1) or fxStr::number(x)
 
     // Queries. Pointers and views are good until the string changes or moves.
 
@@ -163,6 +166,8 @@ public:
         append(static_cast<std::string_view>(text));
         return *this;
     }
+    template <class T, std::enable_if_t<fxDetail::IsNumber<T>::value, int> = 0>
+    fxStr& operator+=(T number) = delete;  // a number as text is fxStr::number(n)
     void push_back(char c) { append(c); }
     ///@}
     /// Inserts the `n` bytes at `s` before position `pos`.
@@ -484,6 +489,13 @@ fxTempStr& operator|(const fxTempStr& a, const Text& b) {
 /// Pointers would be added: texts are joined by `|`.
 template <class A, class B, fxDetail::IfTexts<A, B> = 0>
 void operator+(const A& a, const B& b) = delete;  // texts are joined by a | b
+///@{
+/// A number would move a pointer into the text, and 0 be a null pointer.
+template <class A, class B, fxDetail::IfNumbered<A, B> = 0>
+void operator+(const A& a, const B& b) = delete;  // a | fxStr::number(n), or a.c_str() + n
+template <class A, class B, fxDetail::IfNumbered<A, B> = 0>
+void operator|(const A& a, const B& b) = delete;  // a number as text is fxStr::number(n)
+///@}
 
 /// Writes the text up to its first zero byte.
 FX_API std::ostream& operator<<(std::ostream& out, const fxStr& str);

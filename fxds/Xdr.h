@@ -93,13 +93,20 @@ public:                                                          \
     const char* Class::className() const { return name; }                                      \
     static_assert(true, "")
 
+/// Whether C itself stands in FX_TRANSCRIBABLE, and not only a base of it.
+template <class C, class = void>
+inline constexpr bool fxXdrIsRegistered = false;
+template <class C>
+inline constexpr bool
+    fxXdrIsRegistered<C, std::enable_if_t<std::is_same_v<typename C::fxSelf, C>>> = true;
+
 /// The record of a class: fxXdrTypeOf<C>::record().
 template <class C>
 struct fxXdrTypeOf {
     /// The record of the class.
     static fxTypeObj& record() {
-        static_assert(std::is_same_v<typename C::fxSelf, C>, "FX_TRANSCRIBABLE is missing");
-        return C::typeRecord();
+        static_assert(fxXdrIsRegistered<C>, "FX_TRANSCRIBABLE is missing");
+        if constexpr (fxXdrIsRegistered<C>) return C::typeRecord();
     }
 };
 template <class C>
@@ -144,13 +151,6 @@ inline constexpr bool fxXdrHasRecord<C, std::void_t<typename C::fxSelf>> = true;
 template <class C>
 inline constexpr bool
     fxXdrHasRecord<C, std::enable_if_t<fxXdrTypeOf<C>::isOfLibrary && !std::is_const_v<C>>> = true;
-
-/// Whether C itself stands in FX_TRANSCRIBABLE, and not only a base of it.
-template <class C, class = void>
-inline constexpr bool fxXdrIsRegistered = false;
-template <class C>
-inline constexpr bool
-    fxXdrIsRegistered<C, std::enable_if_t<std::is_same_v<typename C::fxSelf, C>>> = true;
 
 // Whether C may have an xdrSuccess() of its own: it is not known to be fxXDRObj's.
 template <class C, class = void>
@@ -328,6 +328,13 @@ inline constexpr bool fxXdrIsBareTable<fxTypedDictionary<Key, Value>> = true;
 template <class Key>
 inline constexpr bool fxXdrIsBareTable<fxTypedSet<Key>> = true;
 
+// Whether v.xdr(transcriber) is there.
+template <class T, class = void>
+inline constexpr bool fxXdrHasFunction = false;
+template <class T>
+inline constexpr bool fxXdrHasFunction<
+    T, std::void_t<decltype(std::declval<T&>().xdr(std::declval<fxTranscriber&>()))>> = true;
+
 /// One field: a number, a bool (one byte; any but 0 reads as true), an
 /// enumeration, a type of the standard library that XdrValues.h knows, and
 /// whatever has an xdr() of its own: a string, an array, a string collection, an
@@ -338,6 +345,7 @@ inline constexpr bool fxXdrIsBareTable<fxTypedSet<Key>> = true;
 /// For a type of another kind, overload it beside the type.
 template <class T>
 bool fxXdr(fxTranscriber& t, T& v) {
+    static_assert(!std::is_const_v<T>, "a field is read too, so it is no constant");
     static_assert(!fxXdrIsBareTable<T>,
                   "how its elements travel is not known: take fxXdrDictionary or fxXdrSet");
     if constexpr (std::is_arithmetic_v<T>) {
@@ -352,8 +360,12 @@ bool fxXdr(fxTranscriber& t, T& v) {
         return fxXdrStd<T>::xdr(t, v);
     } else if constexpr (std::is_base_of_v<fxXDRObj, T>) {
         return t.embeds(&v) && fxXdrEmbedded(t, v);
-    } else {
+    } else if constexpr (fxXdrHasFunction<T>) {
         return v.xdr(t) != 0;
+    } else {
+        static_assert(!std::is_pointer_v<T>, "a pointer to an object travels by fxXdrObject()");
+        static_assert(std::is_pointer_v<T>, "fields of this type need an fxXdr() beside the type");
+        return false;
     }
 }
 

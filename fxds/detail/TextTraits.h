@@ -52,14 +52,20 @@ using IfJoins =
 template <class T>
 using IfAppends = std::enable_if_t<IsJoined<T>::value, int>;
 
-/// A text of ours and any other text, for what is refused.
+/// A text of ours with any other text, or with a number, for what is refused.
+template <class T>
+using IsNumber = std::conjunction<std::is_arithmetic<T>, std::negation<IsByte<T>>>;
 template <class T>
 using IsText =
-    std::conjunction<std::negation<std::is_integral<T>>, std::is_convertible<const T&, fxTextView>>;
+    std::conjunction<std::negation<IsNumber<T>>, std::is_convertible<const T&, fxTextView>>;
 template <class A, class B>
 using IfTexts = std::enable_if_t<std::disjunction_v<std::conjunction<IsOurs<A>, IsText<B>>,
                                                     std::conjunction<IsOurs<B>, IsText<A>>>,
                                  int>;
+template <class A, class B>
+using IfNumbered = std::enable_if_t<std::disjunction_v<std::conjunction<IsOurs<A>, IsNumber<B>>,
+                                                       std::conjunction<IsOurs<B>, IsNumber<A>>>,
+                                    int>;
 }  // namespace fxDetail
 
 #endif

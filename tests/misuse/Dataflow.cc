@@ -1,4 +1,5 @@
 // Misuses of objects and channels; run.sh tells how the rows are read.
+// clang-format off
 
 class Gauge : public fxObj {
 public:
@@ -7,47 +8,25 @@ public:
         addInput<&Gauge::setText>("text");
         addInput<&Gauge::setTruth>("truth");
         addInput<&Gauge::pulse>("pulse");
+        // a receiver is a member function that returns void and takes nothing or one of: void bool int
+        MISUSE(ReceiverThatReturns, addInput<&Gauge::answer>("in");)
+        MISUSE(ReceiverOfAnUnknownType, addInput<&Gauge::setSize>("in");)
+        MISUSE(ReceiverThatEmptiesTheBox, addInput<&Gauge::take>("in");)
+        MISUSE(ReceiverThatChangesItsCopy, addInput<&Gauge::change>("in");)
+        MISUSE(ReceiverOfTwo, addInput<&Gauge::setBoth>("in");)
+        MISUSE(ReceiverThatIsNoFunction, addInput<&Gauge::value>("in");)
     }
-
-#ifdef ReceiverThatReturns
-    // a receiver is a member function that returns void and takes nothing or one of: void bool int
     int answer(int) { return 1; }
-    fxInputChannel* answers() { return addInput<&Gauge::answer>("answer"); }
-#endif
-#ifdef ReceiverOfAnUnknownType
-    // a receiver is a member function that returns void and takes nothing or one of: void bool int
     void setSize(unsigned) {}
-    fxInputChannel* sizes() { return addInput<&Gauge::setSize>("size"); }
-#endif
-#ifdef ReceiverThatEmptiesTheBox
-    // a receiver is a member function that returns void and takes nothing or one of: void bool int
     void take(fxStr&&) {}
-    fxInputChannel* takes() { return addInput<&Gauge::take>("take"); }
-#endif
-#ifdef ReceiverThatChangesItsCopy
-    // a receiver is a member function that returns void and takes nothing or one of: void bool int
     void change(int&) {}
-    fxInputChannel* changes() { return addInput<&Gauge::change>("change"); }
-#endif
-#ifdef ReceiverOfTwo
-    // a receiver is a member function that returns void and takes nothing or one of: void bool int
     void setBoth(int, int) {}
-    fxInputChannel* both() { return addInput<&Gauge::setBoth>("both"); }
-#endif
-#ifdef ReceiverThatIsNoFunction
-    // a receiver is a member function that returns void and takes nothing or one of: void bool int
     int value = 0;
-    fxInputChannel* values() { return addInput<&Gauge::value>("value"); }
-#endif
 
-#ifdef OutputOfAnUnknownType
     // an output carries one of: void bool int
-    fxOutput<unsigned> size;
-#endif
-#ifdef OutputOfAnotherType
+    MISUSE(OutputOfAnUnknownType, fxOutput<unsigned> size;)
     // this output has another type
-    fxOutput<float> part{addOutput<int>("part")};
-#endif
+    MISUSE(OutputOfAnotherType, fxOutput<float> part{addOutput<int>("part")};)
 
     void sendAll(const fxStr& string, short small, char letter, float part) {
         level.send(small);
@@ -62,38 +41,15 @@ public:
         texts.send(string);
         texts.send("string");
         pulses.send();
-#ifdef FractionSentAsInt
         // not every value of this type is one of the output's
-        level.send(0.5);
-#endif
-#ifdef WiderIntegerSent
-        // not every value of this type is one of the output's
-        level.send(1L << 40);
-#endif
-#ifdef UnsignedSentAsInt
-        // not every value of this type is one of the output's
-        level.send(4000000000u);
-#endif
-#ifdef IntSentAsTruth
-        // not every value of this type is one of the output's
-        truth.send(256);
-#endif
-#ifdef TextSentAsTruth
-        // not every value of this type is one of the output's
-        truth.send("false");
-#endif
-#ifdef PointerSentAsTruth
-        // not every value of this type is one of the output's
-        truth.send(this);
-#endif
-#ifdef TextSentAsInt
-        // not every value of this type is one of the output's
-        level.send("5");
-#endif
-#ifdef LongSentAsDouble
-        // not every value of this type is one of the output's
-        real.send(1L);
-#endif
+        MISUSE(FractionSentAsInt, level.send(0.5);)
+        MISUSE(WiderIntegerSent, level.send(1L << 40);)
+        MISUSE(UnsignedSentAsInt, level.send(4000000000u);)
+        MISUSE(IntSentAsTruth, truth.send(256);)
+        MISUSE(TextSentAsTruth, truth.send("false");)
+        MISUSE(PointerSentAsTruth, truth.send(this);)
+        MISUSE(TextSentAsInt, level.send("5");)
+        MISUSE(LongSentAsDouble, real.send(1L);)
     }
 
 private:
@@ -110,14 +66,9 @@ private:
     fxOutput<void> pulses;
 };
 
-#ifdef ObjectWithAnOutputCopied
 // an fxOutput sends for one object: copies of objects carry no channels
-Gauge copyOf(const Gauge& gauge) { return gauge; }
-#endif
-#ifdef ObjectWithAnOutputMoved
-// an fxOutput sends for one object: copies of objects carry no channels
-Gauge movedFrom(Gauge& gauge) { return std::move(gauge); }
-#endif
+MISUSE(ObjectWithAnOutputCopied, Gauge copyOf(const Gauge& gauge) { return gauge; })
+MISUSE(ObjectWithAnOutputMoved, Gauge movedFrom(Gauge& gauge) { return std::move(gauge); })
 
 class Mixin {
 public:
@@ -125,66 +76,41 @@ public:
 };
 class Mixed : public fxObj, public Mixin {
 public:
-    void listen() {
-#ifdef ReceiverOfAMixin
-        // a receiver's class derives from fxObj, once and not virtually
-        addInput<&Mixed::hear>("in");
-#endif
-    }
+    // a receiver's class derives from fxObj, once and not virtually
+    MISUSE(ReceiverOfAMixin, void listen() { addInput<&Mixed::hear>("in"); })
 };
 class Shared : public virtual fxObj {
 public:
     void hear(int) {}
-    void listen() {
-#ifdef ReceiverOfAVirtualBase
-        // a receiver's class derives from fxObj, once and not virtually
-        addInput<&Shared::hear>("in");
-#endif
-    }
+    MISUSE(ReceiverOfAVirtualBase, void listen() { addInput<&Shared::hear>("in"); })
 };
 
 inline float half(int value) { return 0.5f * static_cast<float>(value); }
 inline fxStr quoted(const fxStr& text) { return text; }
 inline unsigned size(int) { return 0; }
 inline int sum(int, int) { return 0; }
-inline void convert() {
+
+inline void join(fxOutputView<double> output, [[maybe_unused]] fxRef<fxObj> object,
+                 [[maybe_unused]] int offset, [[maybe_unused]] Mixin* mixin) {
     fxConverter::add<half>();
     fxConverter::add<quoted>();
-#ifdef ConversionToAnUnknownType
     // a conversion is a function that takes and returns one of: void bool int
-    fxConverter::add<size>();
-#endif
-#ifdef ConversionOfTwo
-    // a conversion is a function that takes and returns one of: void bool int
-    fxConverter::add<sum>();
-#endif
-#ifdef ConversionWithState
+    MISUSE(ConversionToAnUnknownType, fxConverter::add<size>();)
+    MISUSE(ConversionOfTwo, fxConverter::add<sum>();)
     // a conversion has no state: it is called as long as there are connections
-    int offset = 1;
-    fxConverter::add([offset](int value) { return static_cast<long>(value) + offset; });
-#endif
-}
+    MISUSE(ConversionWithState, fxConverter::add([offset](int n) { return long{n} + offset; });)
 
-inline void join(fxOutputView<double> output, [[maybe_unused]] fxRef<fxObj> object) {
     fxConnect(output, [](double) {});
-#ifdef ReceiverThatCuts
     // not every value of the output is one of the receiver's
-    fxConnect(output, [](int) {});
-#endif
-#ifdef ReceiverOfSomethingElse
+    MISUSE(ReceiverThatCuts, fxConnect(output, [](int) {});)
     // the receiver cannot be called with a value of the output's type
-    fxConnect(output, [](fxStr&) {});
-#endif
-#ifdef CallableOfAnUnknownType
+    MISUSE(ReceiverOfSomethingElse, fxConnect(output, [](fxStr&) {});)
+    // the target is an fxObj
+    MISUSE(TargetThatIsNoObject, fxConnect(output, mixin, &Mixin::hear);)
     // a receiver takes nothing or one of: void bool int
-    object->addInput("in", [](unsigned) {});
-#endif
-#ifdef PropertyReadAsPointer
+    MISUSE(CallableOfAnUnknownType, object->addInput("in", [](unsigned) {});)
     // a property is read as a number, a truth, an fxStr, a std::string, a pointer to an object
-    fxGetProperty(*object, "name", "none");
-#endif
-#ifdef ReferenceDeleted
+    MISUSE(PropertyReadAsPointer, fxGetProperty(*object, "name", "none");)
     // delete
-    delete object;
-#endif
+    MISUSE(ReferenceDeleted, delete object;)
 }

@@ -1,4 +1,5 @@
 // Misuses of dictionaries and sets; run.sh tells how the rows are read.
+// clang-format off
 
 struct PointsIntoItself {
     PointsIntoItself() : self(this) {}
@@ -7,59 +8,31 @@ struct PointsIntoItself {
 };
 struct alignas(64) Wide {};
 
-void useTables(fxStrSet& names, fxTypedSet<const void*>& addresses, fxVoidPtrDict& pointers,
-               fxTypedDictionary<fxStr, PointsIntoItself>& values, fxStrSetIter& name,
-               fxVoidPtrDictIter& pointer, const fxTypedSet<fxStr>& others) {
-#ifdef UnionOfUnlikeSets
-    // |=, &= and -= need two sets of the same key type
-    names |= addresses;
-#else
+void useTables(fxStrSet& names, [[maybe_unused]] fxTypedSet<const void*>& addresses,
+               fxVoidPtrDict& pointers, fxTypedDictionary<fxStr, PointsIntoItself>& values,
+               fxStrSetIter& name, fxVoidPtrDictIter& pointer, const fxTypedSet<fxStr>& others) {
     names |= others;
-#endif
-#ifdef IntersectionOfUnlikeSets
-    // |=, &= and -= need two sets of the same key type
-    names &= addresses;
-#else
     names &= others;
-#endif
-#ifdef DifferenceOfUnlikeSets
-    // |=, &= and -= need two sets of the same key type
-    names -= addresses;
-#else
     names -= others;
-    static_cast<void>(addresses);
-#endif
-#ifdef IteratorOverAnotherSet
-    // an iterator walks sets of its own key type only
-    name = addresses;
-#else
     name = names;
-#endif
-#ifdef IteratorOverAnotherDictionary
-    // an iterator walks dictionaries of its own key and value types only
-    pointer = values;
-#else
     pointer = pointers;
-#endif
-#ifdef CutOfWhatPointsIntoItself
-    // cut() moves the value by its bytes, which its type does not bear: take() it
-    values.cut("name");
-#else
     values.take("name");
-#endif
+    // |=, &= and -= need two sets of the same key type
+    MISUSE(UnionOfUnlikeSets, names |= addresses;)
+    MISUSE(IntersectionOfUnlikeSets, names &= addresses;)
+    MISUSE(DifferenceOfUnlikeSets, names -= addresses;)
+    // an iterator walks sets of its own key type only
+    MISUSE(IteratorOverAnotherSet, name = addresses;)
+    // an iterator walks dictionaries of its own key and value types only
+    MISUSE(IteratorOverAnotherDictionary, pointer = values;)
+    // cut() moves the value by its bytes, which its type does not bear: take() it
+    MISUSE(CutOfWhatPointsIntoItself, values.cut("name");)
 }
 
-#ifdef KeysWithoutHooks
+fxTypedSet<unsigned short> keys;
 // keys of this type need hooks: specialise fxKeyHooks
-fxTypedSet<PointsIntoItself> hookless;
-#else
-fxTypedSet<unsigned short> hookless;
-#endif
-#ifdef KeysThatNeedMoreAlignment
+MISUSE(KeysWithoutHooks, fxTypedSet<PointsIntoItself> hookless;)
 // keys lie in malloc() memory, which is not aligned for this type
-fxTypedSet<Wide> wide;
-#endif
-#ifdef ValuesThatNeedMoreAlignment
+MISUSE(KeysThatNeedMoreAlignment, fxTypedSet<Wide> wide;)
 // keys and values lie in malloc() memory, which is not aligned for this type
-fxTypedDictionary<fxStr, Wide> wider;
-#endif
+MISUSE(ValuesThatNeedMoreAlignment, fxTypedDictionary<fxStr, Wide> wider;)

@@ -1,67 +1,42 @@
 // Misuses of strings; run.sh tells how the rows are read.
+// clang-format off
 
-#ifdef CharacterAsText
-// write fxStr(&c, 1)
-const fxStr letter('a');
-#else
-const fxStr letter("a");
-#endif
-
-#ifdef TruthAsText
-// fxStr(n) is n zero bytes
-const fxStr truth(true);
-#else
-const fxStr truth(true ? "yes" : "no");
-#endif
-
-#ifdef FractionAsText
-// fxStr(x, "%g")
-const fxStr fraction(3.14);
-#else
-const fxStr fraction(3.14, nullptr);
-#endif
-
-// Counts of every other integer type.
+// Counts of every integer type but char and bool.
 const fxStr counts[] = {fxStr(1), fxStr(1U), fxStr(1L), fxStr(short{1}), fxStr(1ULL), fxStr(L'\1')};
 
-bool isNamed(const fxStr& name) {
-#ifdef StringAsTruth
+inline fxStr use(const fxStr& a, const fxStr& b) {
+    fxStr text = a | b;
+    text = 0;
+    if (a.isEmpty() || *a == '\0' || a == nullptr) text += 'c';
+    // write fxStr(&c, 1)
+    MISUSE(CharacterAsText, fxStr letter('a');)
+    MISUSE(CharacterAssigned, text = 'a';)
+    // fxStr(n) is n zero bytes
+    MISUSE(TruthAsText, fxStr truth(true);)
+    // fxStr(x, "%g")
+    MISUSE(FractionAsText, fxStr fraction(3.14);)
     // always true: ask isEmpty()
-    return name ? true : false;
-#else
-    return !name.isEmpty() && *name != '\0' && name != nullptr;
-#endif
-}
-
-fxStr joined(const fxStr& a, const fxStr& b) {
-#ifdef TextsAdded
+    MISUSE(StringAsTruth, if (a) return b;)
     // texts are joined by a | b
-    return a + b;
-#else
-    return a | b;
-#endif
+    MISUSE(TextsAdded, return a + b;)
+    MISUSE(CharacterAdded, return a + 'b';)
+    // a | fxStr::number(n), or a.c_str() + n
+    MISUSE(NumberAdded, return a + 1;)
+    MISUSE(NumberAddedTo, return 1 + (a | b);)
+    // a number as text is fxStr::number(n)
+    MISUSE(NumberJoined, return a | 0;)
+    MISUSE(NumberJoinedOn, return a | b | 2.5;)
+    MISUSE(NumberAppended, text += 65;)
+    // a number is an integer, but no char or bool, or a float or double
+    MISUSE(NumberThatIsNone, return fxStr::number(true);)
+    return text | fxStr::number(1);
 }
 
-#ifdef NumberThatIsNone
-// a number is an integer, but no char or bool, or a float or double
-const fxStr number = fxStr::number(true);
-#else
-const fxStr number = fxStr::number(1);
-#endif
-
-std::size_t lettersIn(const fxExpression& letter, const fxStr& text) {
-#ifdef GroupsOfATextThatIsGone
-    // groups are views: keep the text
-    const fxMatch first = letter.search(text | "x");
-#else
-    const fxMatch first = letter.search(text);
-#endif
-    std::size_t count = first.text().size();
-#ifdef MatchesInATextThatIsGone
-    // groups are views: keep the text
-    for (const fxMatch& match : letter.all(fxStr(text))) count += match.text().size();
-#else
+inline std::size_t lettersIn(const fxExpression& letter, const fxStr& text) {
+    std::size_t count = letter.search(text).text().size();
     for (const fxMatch& match : letter.all(text)) count += match.text().size();
-#endif
+    // groups are views: keep the text
+    MISUSE(GroupsOfATextThatIsGone, letter.search(text | "x");)
+    MISUSE(MatchesInATextThatIsGone, letter.all(fxStr(text));)
     return count;
 }

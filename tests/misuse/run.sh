@@ -1,19 +1,17 @@
 #!/usr/bin/env bash
 # What cannot work does not compile, and the compiler says why: the tables *.cc
-# of this folder are rows of a use that compiles and a misuse that does not:
+# of this folder are rows of misuses, each below what the compiler must say of it:
 #
-#     #ifdef CharacterAsText
-#     // what the compiler must say of the next line, in just these words
-#     const fxStr text('a');
-#     #else
-#     const fxStr text("a");
-#     #endif
+#     // what the compiler must say of the next lines, in just these words
+#     MISUSE(CharacterAsText, const fxStr text('a');)
+#     MISUSE(CharacterAssigned, text = 'a';)
 #
 # The words of a deleted function stand behind its declaration, in the same line,
 # which both compilers show.
 #
-# Each table is compiled once with nothing defined, which must succeed, and once
-# per row with the row's name defined, which must fail with its sentence.
+# Each table is compiled once with nothing defined, which leaves the right uses
+# between the rows and must succeed, and once per row with the row's name defined,
+# which must fail with its sentence.
 #   run.sh COMPILER SOURCE-DIRECTORY WORK-DIRECTORY TABLE...
 set -euo pipefail
 compiler=$1 sources=$2 work=$3
@@ -22,7 +20,15 @@ export LC_ALL=C  # the compilers' messages, untranslated
 rm -rf "$work" && mkdir -p "$work"
 
 flags=(-std=c++17 -Wall -Wextra -I"$sources" -fdiagnostics-color=never -fmessage-length=0)
-echo '#include "fxds/fxds.h"' >"$work/all.h"
+cat >"$work/all.h" <<'END'
+#include "fxds/fxds.h"
+// The code of a row whose name is defined, as `~, _now`; other names end in nothing.
+#define MISUSE(row, ...) FX_PICK(row, _never, ~)(__VA_ARGS__)
+#define FX_PICK(...) FX_CALL(__VA_ARGS__)
+#define FX_CALL(first, second, ...) FX_ROW##second
+#define FX_ROW_now(...) __VA_ARGS__
+#define FX_ROW_never(...)
+END
 case $("$compiler" --version) in *clang*) precompiled=$work/all.h.pch ;; *) precompiled=$work/all.h.gch ;; esac
 "$compiler" "${flags[@]}" -x c++-header "$work/all.h" -o "$precompiled"
 
@@ -38,14 +44,21 @@ fault() {
 }
 for table; do
     compile "$table" -Werror || fault "${table##*/}: the right uses do not compile"
-    while IFS=$'\t' read -r row sentence; do
-        rows=$((rows + 1))
-        if compile "$table" -D"$row"; then
-            fault "${table##*/}: $row compiles"
-        elif ! grep -qF -- "$sentence" "$work/messages"; then
-            fault "${table##*/}: $row does not compile, but without the words: $sentence"
-        fi
-    done < <(sed -n '/^#ifdef /{s///;N;s,\n *\(// \)\?,\t,p}' "$table")
+    sentence=
+    while read -r word rest; do
+        case $word in
+            //) sentence=$rest ;;
+            MISUSE*)
+                row=${word#MISUSE(} row=${row%,}
+                rows=$((rows + 1))
+                if compile "$table" "-D$row=~, _now"; then
+                    fault "${table##*/}: $row compiles"
+                elif ! grep -qF -- "$sentence" "$work/messages"; then
+                    fault "${table##*/}: $row does not compile, but without the words: $sentence"
+                fi
+                ;;
+        esac
+    done <"$table"
 done
 echo "$rows misuses, $faults faults"
 ((rows > 0 && faults == 0))
