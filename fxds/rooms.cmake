@@ -74,9 +74,9 @@ fxds_room(loop
 fxds_room(search
   ON containers
   HEADERS Match Path PathFunctions RegEx RegExp SLinearPattern SearchList TextPattern
-  PRIVATE RegBacktracker RegInStep RegInternals RegReader
+  PRIVATE RegBacktracker RegByteSet RegInStep RegInternals RegReader RegSignposts RegStarts
   SOURCES Match Path PathFunctions RegBacktracker RegEx RegExp RegInStep RegMatch RegParser RegPlan
-    SLinearPattern SearchList TextPattern)
+    RegSignposts RegStarts SLinearPattern SearchList TextPattern)
 
 # Start-up, the library's identification, the type records and globals whose
 # order of construction shows, names for debuggers.

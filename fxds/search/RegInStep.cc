@@ -132,7 +132,7 @@ void InStep::drop(size_t from, size_t to) {
 
 // Adds the ways that start here.
 void InStep::start() {
-    if (plan.startKind == Start::set && !isIn(plan.start, plan.startMask, at)) return;
+    if (plan.start.mask != 0 && !isIn(plan.start, at)) return;
     std::fill_n(slots, slotCount, nullptr);
     slots[0] = at;
     follow(&steps[plan.first]);

@@ -144,26 +144,66 @@ struct WalkRoom {
 };
 
 /// How the places are found where a match may start.
-enum class Start : unsigned char { anchored, text, runAndText, byte, set, anywhere };
+enum class Start : unsigned char { anchored, text, runAndText, pairs, needed, set, anywhere };
+
+/// The bytes from `least` to `least + span`.
+struct ByteRange {
+    unsigned char least;
+    unsigned char span;
+};
+
+/// A table and the mask in it of a set of bytes; the mask is 0 where there is none.
+struct TableSet {
+    unsigned int table;
+    unsigned char mask;
+};
+
+/// The first two bytes of a match, and if they begin a text, that.
+struct BytePair {
+    unsigned char first;
+    unsigned char second;
+    unsigned short length;  // of the text; 0 for none
+    unsigned int text;      // offset in the copy of the program
+};
+
+/// What the part of a match before a certain byte consists of, as an automaton that is
+/// run backwards from there. A place takes one byte; a set of places is a set of bits.
+struct alignas(uint32_t) Prefix {
+    static constexpr size_t limit = 16;
+    uint16_t taking[256];       // the places that take a byte
+    uint16_t preceding[limit];  // those that may take the byte before the one of a place
+    uint16_t last;              // those that may take the byte before the certain one
+    uint16_t first;             // those that may take the first byte of a match
+    bool canBeEmpty;
+};
 
 /// What the matcher works from. It follows the program in the block of the
 /// compiled expression.
 struct Plan {
+    static constexpr size_t rangeLimit = 4;
+    static constexpr size_t pairLimit = 8;
+
     const Step* steps;
     const unsigned char* tables;
     const char* program;  // copy of the program, to notice damage
     size_t programSize;
     WalkRoom room;
-    unsigned int start;        // Start::set: offset of a table, with the byte 0 added, so
-                               // that a search stops at the end
-    unsigned short first;      // step to start with
-    unsigned short startStep;  // Start::text, runAndText: the EXACTLY
-    unsigned short runFirst;   // the STAR or PLUS that every match starts with, or Step::none
+    TableSet start;  // bytes that a match may start with, and 0, so that a search stops at
+                     // the end; none if other things tell more or it may start with any
+    // Start::needed: the bytes of which every match has one, and 0; the same as at most
+    // rangeLimit ranges, or none; what comes before the first of them, or null.
+    TableSet needed;
+    const Prefix* prefix;
+    ByteRange ranges[rangeLimit];
+    BytePair pairs[pairLimit];  // Start::pairs: how every match begins
+    unsigned short first;       // step to start with
+    unsigned short startStep;   // Start::text, runAndText: the EXACTLY
+    unsigned short runFirst;    // the STAR or PLUS that every match starts with, or Step::none
     unsigned short stepCount;
     unsigned short placeCount;  // places where a thread can be
     Start startKind;
-    unsigned char startMask;
-    unsigned char startByte;
+    unsigned char rangeCount;
+    unsigned char pairCount;
     bool startsAtEnd;         // Start::set: a match may start at the terminator
     unsigned char slotCount;  // recorded positions: 0 for the match, from 2 on the groups'
 };

@@ -2,9 +2,12 @@
 #include <cstdlib>
 #include <cstring>
 #include <new>
+#include <optional>
 #include <type_traits>
 
+#include "fxds/search/RegByteSet.h"
 #include "fxds/search/RegInternals.h"
+#include "fxds/search/RegSignposts.h"
 
 // The program is the compiled expression as callers can see it; the plan is the
 // same thing laid out for speed. Each node becomes a step of fixed size with its
@@ -16,58 +19,11 @@
 // sets are stored once. Byte 0 is the end of the subject: a step that can go on
 // there has it in its set.
 //
-// Block: fxregexp with the program | Plan | steps | tables | copy of the program |
-// room for walking in step
+// Block: fxregexp with the program | Plan | prefix, if there is one | steps | tables |
+// copy of the program | room for walking in step
 
 namespace fxRegProgram {
 namespace {
-
-struct ByteSet {
-    uint64_t words[4] = {0, 0, 0, 0};
-
-    static ByteSet all() { return ~ByteSet(); }
-    void add(unsigned char c) { words[c >> 6] |= uint64_t{1} << (c & 63); }
-    void remove(unsigned char c) { words[c >> 6] &= ~(uint64_t{1} << (c & 63)); }
-    bool has(unsigned char c) const { return (words[c >> 6] >> (c & 63) & 1) != 0; }
-    int count() const {
-        int sum = 0;
-        for (const uint64_t word : words) sum += __builtin_popcountll(word);
-        return sum;
-    }
-    unsigned char lowest() const {
-        int c = 0;
-        while (!has(static_cast<unsigned char>(c))) ++c;
-        return static_cast<unsigned char>(c);
-    }
-    ByteSet operator~() const {
-        return combine(*this, [](uint64_t a, uint64_t) { return ~a; });
-    }
-    ByteSet operator|(const ByteSet& b) const {
-        return combine(b, [](uint64_t x, uint64_t y) { return x | y; });
-    }
-    ByteSet operator&(const ByteSet& b) const {
-        return combine(b, [](uint64_t x, uint64_t y) { return x & y; });
-    }
-    bool operator==(const ByteSet& b) const {
-        return std::memcmp(words, b.words, sizeof words) == 0;
-    }
-    template <class F>
-    void forEach(F f) const {
-        for (size_t i = 0; i < 4; ++i) {
-            for (uint64_t left = words[i]; left != 0; left &= left - 1) {
-                f(64 * i + static_cast<size_t>(__builtin_ctzll(left)));
-            }
-        }
-    }
-
-private:
-    template <class F>
-    ByteSet combine(const ByteSet& b, F f) const {
-        ByteSet result;
-        for (int i = 0; i < 4; ++i) result.words[i] = f(words[i], b.words[i]);
-        return result;
-    }
-};
 
 size_t aligned(size_t size) {
     constexpr size_t unit = alignof(std::max_align_t);
@@ -96,6 +52,7 @@ private:
     ByteSet firstOf(size_t node, bool followsBack) const;
     ByteSet firstFrom(size_t node) const { return first[indexOf[node]]; }
     ByteSet matched(size_t node) const;
+    ByteSet takenBy(size_t node) const;
     bool isChoice(size_t node) const {
         return program.opcode(node) == BRANCH && program.opcode(program.next(node)) == BRANCH;
     }
@@ -104,9 +61,19 @@ private:
     Step stepFor(size_t node);
     void repeatStep(Step& step, size_t operand, size_t after);
     void makeStart();
+    void makeSignposts();
+    void makeRanges(const ByteSet& set);
     unsigned int intern(const ByteSet& set, unsigned char& mask);
+    TableSet internStops(ByteSet set) {
+        TableSet result{};
+        set.add(0);
+        result.table = intern(set, result.mask);
+        return result;
+    }
+    size_t prefixBytes() const { return prefix ? sizeof(Prefix) : 0; }
     size_t roomOffset() const {
-        return aligned(sizeof(Plan) + steps.size() * sizeof(Step) + tables.size() + program.size);
+        return aligned(sizeof(Plan) + prefixBytes() + steps.size() * sizeof(Step) + tables.size() +
+                       program.size);
     }
     size_t placeWords() const { return (plan.placeCount + size_t{63}) / 64; }
     size_t roomBytes() const;
@@ -119,6 +86,7 @@ private:
     std::vector<Step> steps;
     std::vector<ByteSet> sets;
     std::vector<unsigned char> tables;
+    std::optional<Prefix> prefix;
     Plan plan{};
 };
 
@@ -188,6 +156,24 @@ ByteSet Planner::matched(size_t node) const {
     }
     set.add(0);
     return ~set;
+}
+
+// The bytes that the step for a node takes one of; none for those that take none, and
+// for texts.
+ByteSet Planner::takenBy(size_t node) const {
+    switch (program.opcode(node)) {
+        case ANY:
+        case ANYOF:
+        case ANYBUT:
+            return matched(node);
+        case STAR:
+        case PLUS:
+            return matched(program.following(node));
+        case BRANCH:
+            return optionalIn(node) != 0 ? matched(optionalIn(node)) : ByteSet();
+        default:
+            return ByteSet();
+    }
 }
 
 // The one-character node that a BRANCH makes optional, 0 for none: its other
@@ -306,24 +292,57 @@ void Planner::makeStart() {
     const bool isRun = (lead->op == STAR || lead->op == PLUS) && lead->run != Step::ofOptional;
     plan.runFirst = isRun ? leadIndex : Step::none;
     plan.startStep = plan.runFirst == Step::none ? leadIndex : skipGroups(lead->next);
+    plan.startsAtEnd = set.has(0);
     const Step& text = steps[plan.startStep];
-    const bool hasText = text.op == EXACTLY && text.length > 1;
     if (lead->op == BOL) {
         plan.startKind = Start::anchored;
-    } else if (hasText) {
+    } else if (text.op == EXACTLY && text.length > 1) {
         plan.startKind = plan.runFirst == Step::none ? Start::text : Start::runAndText;
-    } else if (set.count() == 1) {
-        plan.startKind = Start::byte;
-        plan.startByte = set.lowest();
-    } else if (set.count() < 256) {
-        ByteSet stops = set;
-        stops.add(0);
-        plan.startKind = Start::set;
-        plan.startsAtEnd = set.has(0);
-        plan.start = intern(stops, plan.startMask);
     } else {
         plan.startKind = Start::anywhere;
+        if (set.count() < 256) {
+            plan.startKind = Start::set;
+            plan.start = internStops(set);
+        }
+        makeSignposts();
     }
+}
+
+// Looks for what is rarer than the bytes that a match may start with.
+void Planner::makeSignposts() {
+    std::vector<ByteSet> takes;
+    takes.reserve(nodes.size());
+    for (const size_t node : nodes) takes.push_back(takenBy(node));
+    Signposts signposts(steps, takes, first, program.code, plan.first);
+    FirstPairs pairs;
+    const bool hasPairs = signposts.findFirstPairs(pairs);
+    NeededSet needed;
+    if (hasPairs) needed.cost = pairs.cost;
+    const bool hasNeeded = signposts.findNeeded(needed);
+    if (hasPairs && needed.cost == pairs.cost) {
+        plan.startKind = Start::pairs;
+        for (const BytePair& pair : pairs.pairs) plan.pairs[plan.pairCount++] = pair;
+    } else if (hasNeeded) {
+        plan.startKind = Start::needed;
+        plan.needed = internStops(needed.set);
+        if (needed.hasPrefix) prefix = needed.prefix;
+        makeRanges(needed.set);
+    }
+}
+
+// The set as ranges, none if these are too many.
+void Planner::makeRanges(const ByteSet& set) {
+    int last = -2;
+    size_t count = 0;
+    set.forEach([&](unsigned char c) {
+        if (c != last + 1) ++count;
+        if (count > Plan::rangeLimit) return;
+        ByteRange& range = plan.ranges[count - 1];
+        if (c != last + 1) range.least = c;
+        range.span = static_cast<unsigned char>(c - range.least);
+        last = c;
+    });
+    plan.rangeCount = static_cast<unsigned char>(count <= Plan::rangeLimit ? count : 0);
 }
 
 // In the order of their alignment: dead ends and their places, pending, slots, marks,
@@ -359,9 +378,9 @@ WalkRoom Planner::roomAt(char* at) const {
 
 // Copies the plan and what belongs to it to its place in the block.
 void Planner::place(char* block) const {
-    static_assert(sizeof(Plan) % alignof(Step) == 0 && std::is_trivially_copyable_v<Plan> &&
-                  std::is_trivially_copyable_v<Step>);
-    char* const stepsAt = block + sizeof(Plan);
+    static_assert(sizeof(Plan) % alignof(Step) == 0 && sizeof(Prefix) % alignof(Step) == 0 &&
+                  std::is_trivially_copyable_v<Plan> && std::is_trivially_copyable_v<Step>);
+    char* const stepsAt = block + sizeof(Plan) + prefixBytes();
     char* const tablesAt = stepsAt + steps.size() * sizeof(Step);
     char* const copyAt = tablesAt + tables.size();
     std::memcpy(stepsAt, steps.data(), steps.size() * sizeof(Step));
@@ -369,6 +388,10 @@ void Planner::place(char* block) const {
     std::memcpy(copyAt, program.code, program.size);
 
     Plan placed = plan;
+    if (prefix) {
+        std::memcpy(block + sizeof(Plan), &*prefix, sizeof(Prefix));
+        placed.prefix = reinterpret_cast<const Prefix*>(block + sizeof(Plan));
+    }
     placed.steps = reinterpret_cast<const Step*>(stepsAt);
     placed.tables = reinterpret_cast<const unsigned char*>(tablesAt);
     placed.program = copyAt;

@@ -24,6 +24,8 @@ protected:
         return (tables[table + byteAt(p)] & mask) != 0;
     }
 
+    bool isIn(const TableSet& set, const char* p) const { return isIn(set.table, set.mask, p); }
+
     /// Whether BOL, EOL, WORDA or WORDZ holds at `p`.
     bool holds(unsigned char op, const char* p) const {
         switch (op) {

@@ -61,16 +61,24 @@ std::string matchOf(const std::string& pattern, const std::string& subject) {
     return compiled != nullptr ? matchOf(compiled.get(), subject) : "faulty";
 }
 
-// What a search from an offset on finds, also when it walks in step from the first.
-std::string matchFrom(fxregexp* compiled, const std::string& subject, size_t offset) {
-    const char* const from = subject.c_str() + offset;
+// The same with the parts of the engine: walking in step from every place.
+std::string walkFrom(const fxregexp* compiled, const std::string& subject, size_t offset,
+                     bool isEverywhere) {
+    fxRegProgram::Plan plan = *fxRegProgram::planOf(compiled);
+    if (isEverywhere) plan.startKind = fxRegProgram::Start::anywhere;
     const char* startp[10] = {};
     const char* endp[10] = {};
     size_t effort = 0;
-    fxRegProgram::search(*fxRegProgram::planOf(compiled), subject.c_str(), from, startp, endp,
-                         effort, {0, 0});
-    fxregexec(compiled, subject.c_str(), from);
-    const std::string walked = show(subject.c_str(), startp, endp);
+    fxRegProgram::search(plan, subject.c_str(), subject.c_str() + offset, startp, endp, effort,
+                         {0, 0});
+    return show(subject.c_str(), startp, endp);
+}
+
+// What a search from an offset on finds, whichever way it goes.
+std::string matchFrom(fxregexp* compiled, const std::string& subject, size_t offset) {
+    fxregexec(compiled, subject.c_str(), subject.c_str() + offset);
+    const std::string walked = walkFrom(compiled, subject, offset, true);
+    EXPECT_EQ(walkFrom(compiled, subject, offset, false), walked);
     EXPECT_EQ(show(subject.c_str(), compiled->startp, compiled->endp), walked);
     return walked;
 }
@@ -319,6 +327,32 @@ TEST(RegExpModel, AgreesOnRandomPatterns) {
         pairs += expectModel(pattern, subjects);
     }
     EXPECT_GT(pairs, rounds / 20);
+}
+
+// Where matches are far apart, vectors find the places where they may start.
+TEST(RegExpModel, FindsFarMatches) {
+    std::mt19937 rng(testSeed());
+    const auto pick = [&rng](auto& choices) { return choices[rng() % std::size(choices)]; };
+    const char* const tokens[] = {"q",     "qu",   "v",      "vix",   "=",    "[0-9]+", "[a-z]+",
+                                  "[qvw]", "[^q]", "[A-Zx]", "(qu|v", "(a|q", "|jz",    ")",
+                                  ")*",    " *",   "u?",     ".",     "\\<",  "$",      "[^a-z]"};
+    const char* const parts[] = {"qu", "vix", "jz", "=", "7", "a", " ", "q", "X", "u", "\xE9"};
+    int matches = 0;
+    for (int round = 0; round < 4000 && !HasFailure(); ++round) {
+        std::string pattern;
+        for (size_t n = 1 + rng() % 6; n > 0; --n) pattern += pick(tokens);
+        const Compiled compiled = compile(pattern);
+        if (compiled == nullptr) continue;
+        std::string subject;
+        for (size_t n = rng() % 6; n > 0; --n) {
+            subject += std::string(rng() % 3 == 0 ? rng() % 700 : rng() % 40, "a -Z"[rng() % 4]);
+            subject += pick(parts);
+        }
+        const std::string match = matchFrom(compiled.get(), subject, rng() % (subject.size() + 1));
+        if (match != "no") ++matches;
+        EXPECT_FALSE(HasFailure()) << pattern << " in " << subject;
+    }
+    EXPECT_GT(matches, 100);
 }
 
 std::string repeated(const std::string& text, size_t bytes) {

@@ -1,0 +1,205 @@
+#include "fxds/search/RegSignposts.h"
+
+#include <algorithm>
+#include <array>
+
+namespace fxRegProgram {
+namespace {
+
+// How often each byte comes in text, of 10,000: prose and programs mixed.
+constexpr std::array<unsigned short, 256> frequencies = [] {
+    std::array<unsigned short, 256> table{};
+    for (size_t c = 0; c < table.size(); ++c) table[c] = c > ' ' && c < 0x7F ? 30 : 5;
+    for (size_t c = '0'; c <= '9'; ++c) table[c] = 60;
+    for (size_t c = 'A'; c <= 'Z'; ++c) table[c] = 40;
+    constexpr unsigned short letters[] = {570, 110, 200, 290, 860, 160, 150, 370, 520,
+                                          10,  60,  270, 180, 500, 530, 140, 10,  420,
+                                          460, 630, 220, 80,  130, 15,  120, 10};
+    for (size_t i = 0; i < std::size(letters); ++i) table['a' + i] = letters[i];
+    for (const char c : {'_', '-', '.', ',', '/', '(', ')', '"'})
+        table[static_cast<size_t>(c)] = 80;
+    table[' '] = 1500;
+    table['\n'] = 250;
+    return table;
+}();
+
+constexpr unsigned int tooOften = 1200;  // looking for what comes more often saves little
+
+unsigned int frequencyOf(unsigned char c) { return frequencies[c]; }
+unsigned int frequencyOf(char c) { return frequencyOf(static_cast<unsigned char>(c)); }
+
+unsigned int frequencyOf(const ByteSet& set) {
+    constexpr int many = 64;
+    if (set.count() > many) return tooOften + 1;
+    unsigned int sum = 0;
+    set.forEach([&sum](unsigned char c) { sum += frequencyOf(c); });
+    return sum;
+}
+
+ByteSet rarestOf(const char* text, size_t length) {
+    return ByteSet::of(static_cast<unsigned char>(*std::min_element(
+        text, text + length, [](char a, char b) { return frequencyOf(a) < frequencyOf(b); })));
+}
+
+bool isRepetition(const Step& step) { return step.op == STAR || step.op == PLUS; }
+
+}  // namespace
+
+// A set is needed if END cannot be reached by taking other bytes only.
+bool Signposts::isNeeded(const ByteSet& set) {
+    isReached.assign(steps.size(), 0);
+    isReached[start] = 1;
+    for (size_t i = start; i < steps.size(); ++i) {
+        if (isReached[i] == 0) continue;
+        const Step& step = steps[i];
+        if (step.op == END) return false;
+        bool goesOn = takes[i].isEmpty() || !(takes[i] & ~set).isEmpty();
+        if (step.op == EXACTLY) {
+            const char* const text = program + step.text;
+            goesOn = std::none_of(text, text + step.length, [&set](char c) {
+                return set.has(static_cast<unsigned char>(c));
+            });
+        }
+        if (step.op == BRANCH) {
+            isReached[step.body] = 1;
+            if (step.later != Step::none) isReached[step.later] = 1;
+        } else if (goesOn || (isRepetition(step) && step.least == 0)) {
+            isReached[step.next] = 1;  // the start of a loop has been reached before
+        }
+    }
+    return true;
+}
+
+// What comes before a needed byte is held against the subject before a match is tried,
+// so a set with something before it is worth more than one that is rarer.
+void Signposts::consider(const ByteSet& set, NeededSet& best) {
+    constexpr unsigned int withoutPrefix = 16;
+    const unsigned int often = frequencyOf(set);
+    if (set.isEmpty() || often > tooOften || often >= best.cost || !isNeeded(set)) return;
+    Prefix prefix{};
+    const bool hasPrefix = findPrefix(set, prefix);
+    const unsigned int cost = hasPrefix && !prefix.canBeEmpty ? often : often * withoutPrefix;
+    if (cost >= best.cost) return;
+    best.set = set;
+    best.cost = cost;
+    best.hasPrefix = hasPrefix;
+    if (hasPrefix) best.prefix = prefix;
+}
+
+// A big expression is not looked at whole.
+bool Signposts::findNeeded(NeededSet& best) {
+    constexpr size_t most = 32;
+    for (size_t i = start; i < std::min(steps.size(), start + most); ++i) {
+        if (steps[i].op == EXACTLY) {
+            consider(rarestOf(program + steps[i].text, steps[i].length), best);
+        } else if (steps[i].op != BRANCH) {
+            consider(takes[i], best);
+        } else if (!first[i].has(0)) {
+            consider(first[i], best);
+        }
+    }
+    return best.cost != ~0U;
+}
+
+// A place is a way of taking a byte that is not in the set. False if there are too many.
+bool Signposts::findPrefix(const ByteSet& set, Prefix& prefix) const {
+    Few<Way, Prefix::limit> places;
+    Ways ways;
+    if (!collectWays(start, ways)) return false;
+    uint16_t before = 0;  // the place that the ways are behind, 0 for the start
+    for (size_t done = 0;; ++done) {
+        for (const Way& way : ways) {
+            const ByteSet taken = takenBy(way);
+            if (!(taken & set).isEmpty()) {
+                prefix.last = static_cast<uint16_t>(prefix.last | before);
+                if (before == 0) prefix.canBeEmpty = true;
+            }
+            const ByteSet others = taken & ~set;
+            if (others.isEmpty()) continue;
+            const size_t place = places.find(way);
+            const auto bit = static_cast<uint16_t>(1U << place);
+            if (place == places.size()) {
+                if (!places.add(way)) return false;
+                others.forEach([&prefix, bit](unsigned char c) {
+                    prefix.taking[c] = static_cast<uint16_t>(prefix.taking[c] | bit);
+                });
+            }
+            uint16_t& joined = before == 0 ? prefix.first : prefix.preceding[place];
+            joined = static_cast<uint16_t>(joined | (before == 0 ? bit : before));
+        }
+        if (done == places.size()) return true;
+        ways.clear();
+        if (!waysBehind(places[done], ways)) return false;
+        before = static_cast<uint16_t>(1U << done);
+    }
+}
+
+// Collects the ways of taking a byte from a step on. False when a match can end
+// before, or there are too many.
+bool Signposts::collectWays(unsigned short from, Ways& ways) const {
+    Few<unsigned short, 64> met;
+    met.add(from);
+    for (size_t done = 0; done < met.size(); ++done) {
+        const unsigned short index = met[done];
+        const Step& step = steps[index];
+        if (step.op == END) return false;
+        const auto meet = [&met](unsigned short next) {
+            return met.find(next) < met.size() || met.add(next);
+        };
+        if (step.op == BRANCH) {
+            if (!meet(step.body) || (step.later != Step::none && !meet(step.later))) return false;
+            continue;
+        }
+        const bool takesByte = step.op == EXACTLY || !takes[index].isEmpty();
+        if (takesByte && !ways.add({index, 0})) return false;
+        const bool isPassed = !takesByte || (isRepetition(step) && step.least == 0);
+        if (isPassed && !meet(step.next)) return false;
+    }
+    return true;
+}
+
+bool Signposts::waysBehind(const Way& way, Ways& ways) const {
+    const Step& step = steps[way.step];
+    if (step.op == EXACTLY && way.offset + 1U < step.length) {
+        return ways.add({way.step, static_cast<unsigned short>(way.offset + 1)});
+    }
+    if (isRepetition(step) && step.run != Step::ofOptional && !ways.add(way)) return false;
+    return collectWays(step.next, ways);
+}
+
+ByteSet Signposts::takenBy(const Way& way) const {
+    const Step& step = steps[way.step];
+    return step.op == EXACTLY
+               ? ByteSet::of(static_cast<unsigned char>(program[step.text + way.offset]))
+               : takes[way.step];
+}
+
+// Neighbours are no accident, so pairs come more often than chance would have it; and
+// they tell less than a set whose prefix is known.
+bool Signposts::findFirstPairs(FirstPairs& found) const {
+    constexpr unsigned int bias = 4;
+    found.cost = 150;
+    Ways ways;
+    if (!collectWays(start, ways)) return false;
+    for (const Way& way : ways) {
+        Ways behind;
+        if (!waysBehind(way, behind)) return false;
+        ByteSet seconds;
+        for (const Way& second : behind) seconds = seconds | takenBy(second);
+        const ByteSet firsts = takenBy(way);
+        const auto count = static_cast<size_t>(firsts.count() * seconds.count());
+        if (found.pairs.size() + count > Plan::pairLimit) return false;
+        const Step& step = steps[way.step];
+        const bool isText = step.op == EXACTLY && step.length > 2;
+        firsts.forEach([&](unsigned char a) {
+            seconds.forEach([&](unsigned char b) {
+                found.pairs.add({a, b, static_cast<unsigned short>(isText ? step.length : 0),
+                                 isText ? step.text : 0});
+                found.cost += bias * frequencyOf(a) * frequencyOf(b) / 10000;
+            });
+        });
+    }
+    return true;
+}
+
+}  // namespace fxRegProgram

@@ -1,0 +1,97 @@
+// What a search can look for to find the places where a match may start, worked out
+// from the steps. Private to the library.
+#ifndef FXDS_SEARCH_REGSIGNPOSTS_H
+#define FXDS_SEARCH_REGSIGNPOSTS_H
+
+#include <cstddef>
+#include <vector>
+
+#include "fxds/search/RegByteSet.h"
+#include "fxds/search/RegInternals.h"
+
+namespace fxRegProgram {
+
+/// At most `limit` items in an array: what is worked out here is small or not wanted.
+template <class T, size_t limit>
+class Few {
+public:
+    bool add(const T& item) {
+        if (count == limit) return false;
+        items[count++] = item;
+        return true;
+    }
+    /// The index of an item, size() for one that is not there.
+    size_t find(const T& item) const {
+        size_t i = 0;
+        while (i < count && !(items[i] == item)) ++i;
+        return i;
+    }
+    void clear() { count = 0; }
+    size_t size() const { return count; }
+    const T& operator[](size_t i) const { return items[i]; }
+    const T* begin() const { return items; }
+    const T* end() const { return items + count; }
+
+private:
+    T items[limit];
+    size_t count = 0;
+};
+
+/// A set of bytes of which every match contains one.
+struct NeededSet {
+    ByteSet set;
+    unsigned int cost = ~0U;  // the less the better; this is none
+    bool hasPrefix = false;
+    Prefix prefix;  // of the part of a match before the first of them
+};
+
+/// How every match begins, where there are few ways: with one of these pairs.
+struct FirstPairs {
+    Few<BytePair, Plan::pairLimit> pairs;
+    unsigned int cost = ~0U;
+};
+
+/// The steps of a plan that is being made. They lead to later ones, but for the ways
+/// back of loops.
+class Signposts {
+public:
+    /// `takes`: for each step the bytes that it takes one of, but for an EXACTLY;
+    /// `first`: for each the bytes that can come next, from there on.
+    Signposts(const std::vector<Step>& steps_, const std::vector<ByteSet>& takes_,
+              const std::vector<ByteSet>& first_, const char* program_, unsigned short start_)
+        : steps(steps_), takes(takes_), first(first_), program(program_), start(start_) {}
+
+    /// Whether there is a set that is rare in text, and the best.
+    bool findNeeded(NeededSet& best);
+
+    /// Whether there are few pairs.
+    bool findFirstPairs(FirstPairs& found) const;
+
+private:
+    struct Way {
+        unsigned short step;
+        unsigned short offset;  // of its text, for an EXACTLY
+        bool operator==(const Way& other) const {
+            return step == other.step && offset == other.offset;
+        }
+    };
+    typedef Few<Way, 2 * Prefix::limit> Ways;
+
+    bool isNeeded(const ByteSet& set);
+    void consider(const ByteSet& set, NeededSet& best);
+    bool findPrefix(const ByteSet& set, Prefix& prefix) const;
+    bool collectWays(unsigned short from, Ways& ways) const;
+    bool waysBehind(const Way& way, Ways& ways) const;
+    ByteSet takenBy(const Way& way) const;
+
+    const std::vector<Step>& steps;
+    const std::vector<ByteSet>& takes;
+    const std::vector<ByteSet>& first;
+    const char* const program;
+    const unsigned short start;
+    std::vector<unsigned char> isReached;
+};
+
+}  // namespace fxRegProgram
+
+#endif
