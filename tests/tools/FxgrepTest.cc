@@ -174,7 +174,16 @@ TEST_F(Fxgrep, RefusesWhatItDoesNotUnderstand) {
     EXPECT_EQ(run({"--path", ".", "--name", "*", "a"}).status, 2);
     const char* const dialects[][2] = {{"[0-9]\\d", "\\d"},
                                        {"a{2,}", "{2,}"},
-                                       {"[[:digit:]]", "[:digit:]"},
+                                       {"a{,2}", "{,2}"},
+                                       {"[[:digit:]_]", "[:digit:]"},
+                                       {"[x[:punct:][:digit:]]", "[:punct:]"},
+                                       {"[^\\w.]", "\\w in a set"},
+                                       {"[^\\]]*x", "\\] in a set"},
+                                       {"x[\u00e4\u00f6]", "\u00e4"},
+                                       {"caf\u00e9?s", "\u00e9?"},
+                                       {"(?i)a", "(?"},
+                                       {"one\\|two", "\\|"},
+                                       {"[ab]\\{2\\}", "\\{"},
                                        {"\\bword", "\\b"},
                                        {"(a)\\1", "\\1"}};
     for (const auto& [pattern, what] : dialects) {
@@ -183,6 +192,9 @@ TEST_F(Fxgrep, RefusesWhatItDoesNotUnderstand) {
             << pattern;
         EXPECT_EQ(result.status, 2);
     }
+    EXPECT_EQ(run({"-E", "a\\|b\\{2"}, "a|b{2\n").status, 0);
+    EXPECT_EQ(run({"caf\u00e9|[\\\\/]"}, "a/b\n").status, 0);
+    EXPECT_EQ(run({"--color=often", "a"}).errors, "fxgrep: often: not always, never or auto\n");
     for (const Arguments& arguments : {Arguments{}, Arguments{"-y", "a"},
                                        Arguments{"--name", "a", "b"}, Arguments{"--what", "a"}}) {
         const Result result = run(arguments);
@@ -198,7 +210,10 @@ TEST_F(Fxgrep, RefusesWhatItDoesNotUnderstand) {
 TEST_F(Fxgrep, AgreesWithGrep) {
     makeTree();
     const char* const patterns[] = {
-        "alpha|foo", "^(class|int) [a-z]+", "[^a-z ]$", "\\<alpha", "^$", "x*", "."};
+        "alpha|foo", "^(class|int) [a-z]+",
+        "[^a-z ]$",  "\\<alpha",
+        "^$",        "(class|none|//* end|beta|alphabet)?(cl[au]ss|ALPHA|in+t|beta|none)",
+        "x*",        "."};
     const Arguments options[] = {{},
                                  {"-i"},
                                  {"-v"},
@@ -254,6 +269,13 @@ TEST_F(Fxgrep, ChoosesFilesAndPatterns) {
               one);
     EXPECT_EQ(run({"-ra", "-c", "class", "tree/.git"}).output, "tree/.git/config:1\n");
     EXPECT_EQ(run({"-l", "--null", "-r", "ALPHA"}).output, std::string("tree/two.h\0", 11));
+    std::string names;  // in their order, whichever thread finds it
+    for (int i = 100; i < 300; ++i) {
+        const std::string name = "tree/below/" + std::to_string(i);
+        directory.file(name, std::string(i % 7 == 0 ? 100000 : 0, '\n') + "many\n");
+        names += name + '\n';
+    }
+    EXPECT_EQ(run({"-r", "-l", "man[y]", "tree"}).output, names);
     directory.file("patterns", "ALPHA\nx_\n");
     EXPECT_EQ(run({"-c", "-f", "patterns", "tree/two.h"}).output, "2\n");
     EXPECT_EQ(run({"-f", "tree", "tree/two.h"}).errors, "fxgrep: tree: Is a directory\n");

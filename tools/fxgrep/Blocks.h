@@ -9,10 +9,20 @@
 #include <cstring>
 #include <vector>
 
-/// Blocks of whole lines, which grow with the longest line.
+/// Blocks of whole lines, which grow with the longest line. One object serves any
+/// number of files, one after the other: making the buffer takes longer than
+/// reading a small file.
 class Blocks {
 public:
-    explicit Blocks(int file_) : file(file_), buffer(size_t{1} << 17) {}
+    Blocks() : buffer(size_t{1} << 16) {}
+
+    /// Goes on with this file, from where it is.
+    void start(int newFile) {
+        file = newFile;
+        kept = 0;
+        error = 0;
+        isAtEnd = false;
+    }
 
     /// Reads on until there is a block of whole lines; the last one may lack its
     /// newline. Returns false at the end and on trouble, which `error` tells.
@@ -47,7 +57,7 @@ private:
         return true;
     }
 
-    const int file;
+    int file = -1;
     std::vector<char> buffer;
     size_t kept = 0;  // bytes behind the block, for the next one
     bool isAtEnd = false;

@@ -36,13 +36,13 @@ bool appendExpanded(const fxStr& directory, fxStr& list) {
     return true;
 }
 
-void searchPath(Grep& grep, const Options& options) {
+void searchPath(Crew& crew, const Options& options) {
     const fxStr path(options.path);
     fxStr directories;
     for (unsigned int at = 0; at < path.length();) {
         const fxStr directory = path.token(at, ':');
         if (directory.isEmpty() || appendExpanded(directory, directories)) continue;
-        grep.reportTrouble(directory, "a variable is not set");
+        crew.reportTrouble(directory.c_str(), "a variable is not set");
     }
     for (unsigned int at = 0; at < directories.length();) {
         const fxStr directory = directories.token(at, ':');
@@ -50,10 +50,12 @@ void searchPath(Grep& grep, const Options& options) {
         if (entries != nullptr) {
             closedir(entries);
         } else if (!directory.isEmpty()) {
-            grep.reportTrouble(directory, std::strerror(errno));
+            crew.reportTrouble(directory.c_str(), std::strerror(errno));
         }
     }
-    for (const fxStr& file : fxSearchList(directories, options.name)) grep.searchFound(file, true);
+    for (const fxStr& file : fxSearchList(directories, options.name)) {
+        crew.search(file.c_str(), Grep::found);
+    }
 }
 
 bool isOneOf(const std::vector<std::string>& globs, const char* name) {
@@ -62,44 +64,61 @@ bool isOneOf(const std::vector<std::string>& globs, const char* name) {
     });
 }
 
-// The names in a folder, in the order of their bytes.
-bool readFolder(const std::string& path, std::vector<std::string>& names) {
+// What a folder holds: its name, and what it is, as far as the folder tells.
+struct Entry {
+    std::string name;
+    unsigned char type;  // DT_REG, ...
+};
+
+// In the order of the bytes of their names. False, with the reason in errno, when the
+// folder cannot be read.
+bool readFolder(const std::string& path, std::vector<Entry>& entries) {
     const std::unique_ptr<DIR, int (*)(DIR*)> folder(opendir(path.c_str()), closedir);
     if (folder == nullptr) return false;
+    errno = 0;
     while (const dirent* const entry = readdir(folder.get())) {
-        const std::string name = entry->d_name;
-        if (name != "." && name != "..") names.push_back(name);
+        std::string name = entry->d_name;
+        if (name != "." && name != "..") entries.push_back({std::move(name), entry->d_type});
     }
-    std::sort(names.begin(), names.end());
-    return true;
+    const int error = errno;
+    std::sort(entries.begin(), entries.end(),
+              [](const Entry& a, const Entry& b) { return a.name < b.name; });
+    errno = error;
+    return error == 0;
 }
 
 // Symbolic links are not followed, so no folder is met twice.
-void searchFolder(Grep& grep, const Options& options, const std::string& top) {
-    std::vector<std::string> waiting = {top};
-    while (!waiting.empty() && !grep.isDone()) {
-        const std::string path = std::move(waiting.back());
+unsigned char typeOf(const std::string& path) {
+    struct stat status;
+    if (lstat(path.c_str(), &status) != 0) return DT_UNKNOWN;
+    return S_ISREG(status.st_mode) ? DT_REG : S_ISDIR(status.st_mode) ? DT_DIR : DT_LNK;
+}
+
+// `top` was named, so it is searched also where it is a link.
+void searchFolder(Crew& crew, const Options& options, const std::string& top) {
+    std::vector<Entry> waiting = {{top, DT_DIR}};
+    while (!waiting.empty() && !crew.isDone()) {
+        Entry file = std::move(waiting.back());
         waiting.pop_back();
-        struct stat status;
-        if (lstat(path.empty() ? "." : path.c_str(), &status) != 0) {
-            grep.reportTrouble(path.c_str(), std::strerror(errno));
-            continue;
+        const std::string& path = file.name;
+        if (file.type == DT_UNKNOWN) file.type = typeOf(path);
+        if (file.type == DT_UNKNOWN) crew.reportTrouble(path, std::strerror(errno));
+        if (file.type == DT_REG) {
+            const char* const slash = std::strrchr(path.c_str(), '/');
+            const char* const base = slash != nullptr ? slash + 1 : path.c_str();
+            if (!options.includes.empty() && !isOneOf(options.includes, base)) continue;
+            crew.search(path, options.takesAll ? Grep::found : Grep::foundText);
         }
-        const char* const slash = std::strrchr(path.c_str(), '/');
-        const char* const base = slash != nullptr ? slash + 1 : path.c_str();
-        const bool isIncluded = options.includes.empty() || isOneOf(options.includes, base);
-        if (S_ISREG(status.st_mode) && isIncluded) grep.searchFound(path.c_str(), options.takesAll);
-        const bool isTop = path == top;
-        if (!S_ISDIR(status.st_mode) && !(isTop && S_ISLNK(status.st_mode))) continue;
-        std::vector<std::string> names;
-        if (!readFolder(path.empty() ? "." : path, names)) {
-            grep.reportTrouble(path.c_str(), std::strerror(errno));
+        if (file.type != DT_DIR) continue;
+        std::vector<Entry> entries;
+        if (!readFolder(path.empty() ? "." : path, entries)) {
+            crew.reportTrouble(path.empty() ? "." : path, std::strerror(errno));
         }
         const std::string prefix = path.empty() || path.back() == '/' ? path : path + '/';
-        for (auto name = names.rbegin(); name != names.rend(); ++name) {
-            if (!options.takesAll && *name == ".git") continue;
-            if (isOneOf(options.excludes, name->c_str())) continue;
-            waiting.push_back(prefix + *name);
+        for (auto entry = entries.rbegin(); entry != entries.rend(); ++entry) {
+            if (!options.takesAll && entry->name == ".git") continue;
+            if (isOneOf(options.excludes, entry->name.c_str())) continue;
+            waiting.push_back({prefix + entry->name, entry->type});
         }
     }
 }
@@ -111,21 +130,32 @@ bool isFolder(const std::string& path) {
 
 }  // namespace
 
-void searchFiles(Grep& grep, const Options& options) {
-    if (options.path != nullptr) searchPath(grep, options);
+void searchFiles(Crew& crew, const Options& options) {
+    if (options.path != nullptr) searchPath(crew, options);
     if (options.path == nullptr && options.files.empty()) {
         if (options.isRecursive) {
-            searchFolder(grep, options, "");
+            searchFolder(crew, options, "");
         } else {
-            grep.searchNamed("-");
+            crew.search("-", Grep::named);
         }
     }
     for (const std::string& file : options.files) {
-        if (grep.isDone()) return;
+        if (crew.isDone()) return;
         if (options.isRecursive && isFolder(file)) {
-            searchFolder(grep, options, file);
+            searchFolder(crew, options, file);
         } else {
-            grep.searchNamed(file.c_str());
+            crew.search(file, Grep::named);
         }
     }
+}
+
+bool areSeveral(const Options& options) {
+    if (options.path != nullptr || options.isRecursive) {
+        return std::find(options.files.begin(), options.files.end(), "-") == options.files.end();
+    }
+    return options.files.size() > 1 &&
+           std::none_of(options.files.begin(), options.files.end(), [](const std::string& file) {
+               struct stat status;
+               return stat(file.c_str(), &status) != 0 || !S_ISREG(status.st_mode);
+           });
 }

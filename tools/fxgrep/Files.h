@@ -2,10 +2,13 @@
 #ifndef FXGREP_FILES_H
 #define FXGREP_FILES_H
 
-#include "Grep.h"
+#include "Crew.h"
 #include "Options.h"
 
 /// Searches what the options name: a path, files and folders, or standard input.
-void searchFiles(Grep& grep, const Options& options);
+void searchFiles(Crew& crew, const Options& options);
+
+/// Whether there may be several files, none of them standard input.
+bool areSeveral(const Options& options);
 
 #endif

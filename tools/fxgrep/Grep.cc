@@ -15,54 +15,47 @@
 // matching line must contain a certain text, whole blocks are searched for that,
 // and the lines in between are never looked at.
 
-Grep::Grep(const Options& options_, Search& search_)
-    : options(options_), search(search_), mayCopy(options_.before != 0 || options_.after != 0) {
+Grep::Grep(const Options& options_, Search& search_, Printer& printer_)
+    : options(options_),
+      searcher(search_),
+      printer(printer_),
+      mayCopy(options_.before != 0 || options_.after != 0) {
     if (fstat(STDOUT_FILENO, &output) != 0) output.st_mode = 0;
 }
 
-void Grep::reportTrouble(const char* path, const char* why) {
-    if (!options.isSilent) complain(path, why);
-    hadTrouble = true;
-}
-
-void Grep::searchNamed(const char* path) {
-    const bool isStandard = std::strcmp(path, "-") == 0;
-    name = isStandard ? "(standard input)" : path;
-    const int file = isStandard ? STDIN_FILENO : open(path, O_RDONLY | O_CLOEXEC);
-    const char* const why = file < 0 ? std::strerror(errno) : searchFile(file, {true, true});
-    if (why != nullptr) reportTrouble(name, why);
+// A file that was found may become another before it is opened, so opening does not
+// wait.
+void Grep::search(const std::string& path, Kind kind, Findings& ours) {
+    findings = &ours;
+    const bool isStandard = kind == named && path == "-";
+    name = isStandard ? "(standard input)" : path.c_str();
+    const int flags = kind == named ? 0 : O_NOCTTY | O_NONBLOCK;
+    const int file = isStandard ? STDIN_FILENO : open(path.c_str(), O_RDONLY | O_CLOEXEC | flags);
+    const char* const why = file < 0 ? std::strerror(errno) : searchFile(file, kind);
+    if (why != nullptr) ours.complaint = complaintText(name, why);
     if (file >= 0 && !isStandard) close(file);
-}
-
-// The file may become another between the two looks, so opening does not wait.
-void Grep::searchFound(const char* path, bool mayBeBinary) {
-    name = path;
-    struct stat status;
-    if (stat(path, &status) == 0 && !S_ISREG(status.st_mode)) return;
-    const int file = open(path, O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK);
-    const char* const why =
-        file < 0 ? std::strerror(errno) : searchFile(file, {false, mayBeBinary});
-    if (why != nullptr) reportTrouble(name, why);
-    if (file >= 0) close(file);
 }
 
 // Returns what kept it from searching all of the file, null for nothing. A file that
 // is also the output would grow by each match that is found in it.
-const char* Grep::searchFile(int file, Kinds kinds) {
+const char* Grep::searchFile(int file, Kind kind) {
     struct stat status;
     if (fstat(file, &status) != 0) return std::strerror(errno);
     const bool isRegular = S_ISREG(status.st_mode);
-    if (!kinds.special && !isRegular) return nullptr;
+    if (kind != named && !isRegular) return nullptr;
     if (isRegular && status.st_dev == output.st_dev && status.st_ino == output.st_ino) {
         return "the input is also the output";
     }
     try {
-        Blocks blocks(file);
+        blocks.start(file);
         lineNumber = lineCount = toFollow = lastPrinted = 0;
         before.clear();
         bool goesOn = blocks.next();
-        if (goesOn && !kinds.binary && isBinary(blocks)) return nullptr;
-        while (goesOn && searchBlock(blocks.begin, blocks.end)) goesOn = blocks.next();
+        if (goesOn && kind == foundText && isBinary()) return nullptr;
+        while (goesOn && searchBlock(blocks.begin, blocks.end)) {
+            printer.print(*findings);
+            goesOn = blocks.next();
+        }
         finishFile();
         return blocks.error != 0 ? std::strerror(blocks.error) : nullptr;
     } catch (const std::bad_alloc&) {
@@ -70,23 +63,24 @@ const char* Grep::searchFile(int file, Kinds kinds) {
     }
 }
 
-bool Grep::isBinary(const Blocks& blocks) const {
+bool Grep::isBinary() const {
     return std::memchr(blocks.begin, 0, static_cast<size_t>(blocks.end - blocks.begin)) != nullptr;
 }
 
 void Grep::finishFile() {
     const bool isListed = lineCount == 0 ? options.output == Options::namesWithout
                                          : options.output == Options::namesWith;
-    if (lineCount != 0) hasFound = true;
+    if (lineCount != 0) findings->hasFound = true;
     if (options.output == Options::counts) {
         if (options.isJson) {
-            std::printf("{\"path\": %s, \"count\": %lu}\n", jsonText(name).c_str(), lineCount);
+            text() += "{\"path\": " + jsonText(name) + ", \"count\": " + std::to_string(lineCount) +
+                      "}\n";
             return;
         }
         if (options.names == Options::always) printName(':');
-        std::printf("%lu\n", lineCount);
+        text() += std::to_string(lineCount) + '\n';
     } else if (isListed && options.isJson) {
-        std::printf("{\"path\": %s}\n", jsonText(name).c_str());
+        text() += "{\"path\": " + jsonText(name) + "}\n";
     } else if (isListed) {
         printName('\n');
     }
@@ -103,7 +97,7 @@ bool Grep::searchBlock(char* begin, char* end) {
             static_cast<char*>(std::memchr(line, '\n', static_cast<size_t>(end - line)));
         if (lineEnd == nullptr) lineEnd = end;
         ++lineNumber;
-        if (lineCount < options.most && search.find(line, lineEnd, line) != options.isInverted) {
+        if (lineCount < options.most && searcher.find(line, lineEnd, line) != options.isInverted) {
             ++lineCount;
             if (isNameEnough) return false;
             take(line, lineEnd);
@@ -119,7 +113,7 @@ bool Grep::searchBlock(char* begin, char* end) {
 // The first line from `begin` on that may be selected: past those without the
 // required text, where these do not matter.
 char* Grep::skipLines(char* begin, char* end) {
-    const Literal* const required = search.required();
+    const TextSet* const required = searcher.required();
     if (required == nullptr || begin == end || options.isInverted || mayCopy) return begin;
     const char* const hit = required->find(begin, end);
     char* const stop = hit != nullptr ? begin + (hit - begin) : end;
@@ -137,18 +131,16 @@ void Grep::take(char* line, char* end) {
     if (options.output == Options::matches) return printMatches(line, end);
     if (mayCopy) {
         const unsigned long first = lineNumber - before.size();
-        if (hasPrinted && (lastPrinted == 0 || lastPrinted + 1 < first)) std::puts("--");
+        if (lastPrinted != 0 && lastPrinted + 1 < first) text() += "--\n";
         unsigned long number = first;
         for (const std::string& earlier : before) {
             printHead(number++, '-');
-            print(earlier.data(), earlier.data() + earlier.size());
-            std::putchar('\n');
+            (text() += earlier) += '\n';
         }
         before.clear();
         toFollow = options.after;
         lastPrinted = lineNumber;
     }
-    hasPrinted = true;
     printLine(line, end);
 }
 
@@ -162,8 +154,8 @@ void Grep::printContext(const char* line, const char* end) {
         --toFollow;
         lastPrinted = lineNumber;
         printHead(lineNumber, '-');
-        print(line, end);
-        std::putchar('\n');
+        printText(line, end);
+        text() += '\n';
         return;
     }
     if (options.before == 0) return;
@@ -173,36 +165,41 @@ void Grep::printContext(const char* line, const char* end) {
 
 void Grep::printName(char separator) {
     printColoured("35", name);
-    std::putchar(options.endsNamesWithZero ? '\0' : separator);
+    text() += options.endsNamesWithZero ? '\0' : separator;
+}
+
+void Grep::printColoured(const char* code, std::string_view words) {
+    if (options.isColoured) ((text() += "\33[") += code) += 'm';
+    text() += words;
+    if (options.isColoured) text() += "\33[m";
 }
 
 void Grep::printHead(unsigned long number, char separator) {
     if (options.names == Options::always) printName(separator);
     if (!options.isNumbered) return;
     printColoured("32", std::to_string(number));
-    std::putchar(separator);
+    text() += separator;
 }
 
-// The match behind the last one; an empty one does not stop the search.
+// The match behind the last one; an empty one does not stop the searcher.
 bool Grep::nextMatch(char* line, char* end) {
-    const char* const next = std::max(search.matchEnd, search.matchBegin + 1);
-    return next <= end && search.find(line, end, next);
+    const char* const next = std::max(searcher.matchEnd, searcher.matchBegin + 1);
+    return next <= end && searcher.find(line, end, next);
 }
 
 // Each match on a line of its own. The first one has been found.
 void Grep::printMatches(char* line, char* end) {
     if (options.isInverted) return;
     do {
-        if (search.matchBegin == search.matchEnd) continue;
+        if (searcher.matchBegin == searcher.matchEnd) continue;
         printHead(lineNumber, ':');
         if (options.replacement != nullptr) {
-            const std::string text = search.expand(options.replacement);
-            print(text.data(), text.data() + text.size());
+            text() += searcher.expand(options.replacement);
         } else {
-            printColoured("1;31", {search.matchBegin,
-                                   static_cast<size_t>(search.matchEnd - search.matchBegin)});
+            printColoured("1;31", {searcher.matchBegin,
+                                   static_cast<size_t>(searcher.matchEnd - searcher.matchBegin)});
         }
-        std::putchar('\n');
+        text() += '\n';
     } while (nextMatch(line, end));
 }
 
@@ -212,14 +209,14 @@ void Grep::printLine(char* line, char* end) {
     const char* at = line;
     if (options.isColoured && !options.isInverted) {
         do {
-            print(at, search.matchBegin);
-            const auto length = static_cast<size_t>(search.matchEnd - search.matchBegin);
-            if (length != 0) printColoured("1;31", {search.matchBegin, length});
-            at = search.matchEnd;
+            printText(at, searcher.matchBegin);
+            const auto length = static_cast<size_t>(searcher.matchEnd - searcher.matchBegin);
+            if (length != 0) printColoured("1;31", {searcher.matchBegin, length});
+            at = searcher.matchEnd;
         } while (nextMatch(line, end));
     }
-    print(at, end);
-    std::putchar('\n');
+    printText(at, end);
+    text() += '\n';
 }
 
 void Grep::printJson(char* line, char* end) {
@@ -228,17 +225,17 @@ void Grep::printJson(char* line, char* end) {
     const char* separator = "";
     if (!options.isInverted) {
         do {
-            const auto from = search.matchBegin - line;
+            const auto from = searcher.matchBegin - line;
             matches += separator + ("{\"start\": " + std::to_string(from)) +
-                       ", \"end\": " + std::to_string(search.matchEnd - line);
+                       ", \"end\": " + std::to_string(searcher.matchEnd - line);
             if (hasReplacement) {
-                matches += ", \"replacement\": " + jsonText(search.expand(options.replacement));
+                matches += ", \"replacement\": " + jsonText(searcher.expand(options.replacement));
             }
             matches += '}';
             separator = ", ";
         } while (nextMatch(line, end));
     }
-    const std::string text = jsonText({line, static_cast<size_t>(end - line)});
-    std::printf("{\"path\": %s, \"line\": %lu, \"text\": %s, \"matches\": [%s]}\n",
-                jsonText(name).c_str(), lineNumber, text.c_str(), matches.c_str());
+    text() += "{\"path\": " + jsonText(name) + ", \"line\": " + std::to_string(lineNumber) +
+              ", \"text\": " + jsonText({line, static_cast<size_t>(end - line)}) +
+              ", \"matches\": [" + matches + "]}\n";
 }

@@ -1,10 +1,9 @@
-// Searches files and prints what was found.
+// Searches files.
 #ifndef FXGREP_GREP_H
 #define FXGREP_GREP_H
 
 #include <sys/stat.h>
 
-#include <cstdio>
 #include <deque>
 #include <string>
 #include <string_view>
@@ -12,37 +11,27 @@
 #include "Blocks.h"
 #include "Options.h"
 #include "Pattern.h"
+#include "Printer.h"
 
-/// Searches one file after the other and prints.
+/// Searches one file after the other.
 class Grep {
 public:
-    Grep(const Options& options, Search& search);
+    /// Everything is borrowed.
+    Grep(const Options& options, Search& search, Printer& printer);
 
-    /// Searches a file that the user named, or - for standard input.
-    void searchNamed(const char* path);
+    /// Named by the user (- is standard input), or found in a folder. Of those found
+    /// only regular files are searched, as reading from others might wait for ever or
+    /// change something; and of those in `foundText` only the ones without zero bytes.
+    enum Kind { named, found, foundText };
 
-    /// Searches a file that was found in a folder. Only regular ones are read:
-    /// reading from others might wait for ever or change something.
-    void searchFound(const char* path, bool mayBeBinary);
-
-    /// Tells of what keeps a file from being searched.
-    void reportTrouble(const char* path, const char* why);
-
-    /// Whether what is known already is all that is asked for.
-    bool isDone() const { return options.output == Options::nothing && hasFound; }
-
-    bool hasFound = false;
-    bool hadTrouble = false;
+    /// Searches the file, prints what it can and leaves the rest in `findings`.
+    void search(const std::string& path, Kind kind, Findings& findings);
 
 private:
-    // Which files are searched: others than regular ones, and those with zero bytes.
-    struct Kinds {
-        bool special, binary;
-    };
-    const char* searchFile(int file, Kinds kinds);
+    const char* searchFile(int file, Kind kind);
     bool searchBlock(char* begin, char* end);
     char* skipLines(char* begin, char* end);
-    bool isBinary(const Blocks& blocks) const;
+    bool isBinary() const;
     void finishFile();
 
     void take(char* line, char* end);
@@ -52,29 +41,23 @@ private:
     void printJson(char* line, char* end);
     void printHead(unsigned long number, char separator);
     void printName(char separator);
-    void print(const char* begin, const char* end) const {
-        std::fwrite(begin, 1, static_cast<size_t>(end - begin), stdout);
-    }
-    void colour(const char* code) const {
-        if (options.isColoured) std::printf("\33[%sm", code);
-    }
-    void printColoured(const char* code, std::string_view text) const {
-        colour(code);
-        print(text.data(), text.data() + text.size());
-        colour("");
-    }
+    std::string& text() { return findings->text; }
+    void printText(const char* begin, const char* end) { text().append(begin, end); }
+    void printColoured(const char* code, std::string_view words);
     bool nextMatch(char* line, char* end);
 
     const Options& options;
-    Search& search;
-    const bool mayCopy;  // lines around matches are printed
+    Search& searcher;
+    Printer& printer;
+    Blocks blocks;
+    Findings* findings = nullptr;  // of the file that is searched
+    const bool mayCopy;            // lines around matches are printed
     struct stat output = {};
     const char* name = "";
     unsigned long lineNumber = 0;
     unsigned long lineCount = 0;  // lines that were selected
     unsigned long toFollow = 0;   // lines behind the last of these still to print
     unsigned long lastPrinted = 0;
-    bool hasPrinted = false;         // a line, of any file
     std::deque<std::string> before;  // the last lines that were not printed
 };
 

@@ -2,9 +2,6 @@
 
 #include <cstdio>
 
-namespace {
-
-// The length of the UTF-8 character that the text begins with; 0 when it is none.
 size_t characterLength(std::string_view text) {
     const auto byte = [&](size_t i) { return static_cast<unsigned char>(text[i]); };
     const unsigned char first = byte(0);
@@ -20,8 +17,6 @@ size_t characterLength(std::string_view text) {
     if ((first == 0xF0 && second < 0x90) || (first == 0xF4 && second > 0x8F)) return 0;
     return length;
 }
-
-}  // namespace
 
 std::string jsonText(std::string_view text) {
     std::string result = "\"";

@@ -58,7 +58,7 @@ const char help[] =
     "  -s                  be silent about files that cannot be read\n"
     "  --help, --version   print this, print the version\n"
     "\n"
-    "An expression: a|b alternatives; x* x+ x? repetition; (x) group; . any character;\n"
+    "An expression: a|b alternatives; x* x+ x? repetition; (x) group; . any byte;\n"
     "^ $ start and end of the line; [a-z] [^a-z] sets; \\< start of a word; \\> no word\n"
     "character follows; \\x the character x itself. A zero byte ends a line for it.\n"
     "\n"
@@ -157,12 +157,19 @@ bool addPatternFile(const char* path, std::vector<std::string>& patterns) {
     return true;
 }
 
-bool wantsColour(const char* when) {
-    if (std::strcmp(when, "always") == 0) return true;
-    if (std::strcmp(when, "never") == 0) return false;
+bool wantsColour(const std::string& when) {
+    if (when == "always" || when == "never") return when == "always";
     const char* const term = std::getenv("TERM");
     return isatty(STDOUT_FILENO) != 0 && std::getenv("NO_COLOR") == nullptr && term != nullptr &&
            std::strcmp(term, "dumb") != 0;
+}
+
+bool readColour(const char* word, const char*& when) {
+    for (const char* const known : {"always", "never", "auto"}) {
+        if (std::strcmp(word, known) == 0) return when = known, true;
+    }
+    complain(word, "not always, never or auto");
+    return false;
 }
 
 // Options that only set something.
@@ -232,8 +239,7 @@ int take(int c, Options& options, const char*& colour) {
             (c == includeOption ? options.includes : options.excludes).emplace_back(optarg);
             return -1;
         case colourOption:
-            colour = optarg != nullptr ? optarg : "always";
-            return -1;
+            return readColour(optarg != nullptr ? optarg : "auto", colour) ? -1 : trouble;
         default:
             return refuse();
     }
@@ -247,9 +253,12 @@ int answer(const char* first, const char* second) {
 
 }  // namespace
 
+std::string complaintText(const char* subject, const char* why) {
+    return std::string("fxgrep: ") + subject + ": " + why + '\n';
+}
+
 void complain(const char* subject, const char* why) {
-    std::fflush(stdout);  // keeps the order where both go to the same place
-    std::fprintf(stderr, "fxgrep: %s: %s\n", subject, why);
+    std::fputs(complaintText(subject, why).c_str(), stderr);
 }
 
 int readOptions(int argc, char** argv, Options& options) {

@@ -43,6 +43,9 @@ struct Options {
 /// Reads the command line. Returns -1 to go on, or the status to exit with.
 int readOptions(int argc, char** argv, Options& options);
 
+/// The line that tells of trouble.
+std::string complaintText(const char* subject, const char* why);
+
 /// Tells of trouble on standard error.
 void complain(const char* subject, const char* why);
 

@@ -6,22 +6,7 @@
 #include <string>
 
 #include "Options.h"
-#include "fxds/SLinearPattern.h"
-
-/// A literal text. The library's offsets are ints, so long texts are searched in
-/// parts that overlap.
-class Literal {
-public:
-    explicit Literal(const fxStr& text) : length(text.length()), pattern(text) {}
-
-    /// Where it is first in [from, end), or null.
-    const char* find(const char* from, const char* end) const;
-
-    const size_t length;
-
-private:
-    const fxSLinearPattern pattern;
-};
+#include "TextSet.h"
 
 /// Something to look for in a line. The byte behind the line is ours to write.
 class Search {
@@ -32,8 +17,8 @@ public:
     /// sets its ends. `from` is `line` first and then lies behind the last match.
     virtual bool find(char* line, char* end, const char* from) = 0;
 
-    /// Text that is in every line with a match; null when nothing is known.
-    virtual const Literal* required() const { return nullptr; }
+    /// Texts of which one is in every line with a match; null when nothing is known.
+    virtual const TextSet* required() const { return nullptr; }
 
     /// The template with the last match, which must still be there.
     virtual std::string expand(const char* text) const { return text; }

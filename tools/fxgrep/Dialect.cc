@@ -1,0 +1,352 @@
+#include "Dialect.h"
+
+#include <algorithm>
+#include <cctype>
+#include <cstring>
+
+#include "Json.h"
+#include "Options.h"
+#include "TextSet.h"
+
+namespace {
+
+// The set that begins at `at`, behind the bracket and a ^; `at` then is behind its
+// end. As the engine reads it: a bracket or a bar that comes first is one of the set.
+std::vector<bool> readSet(const std::string& text, size_t& at) {
+    std::vector<bool> set(256);
+    bool isFirst = true;
+    for (; at < text.size() && (text[at] != ']' || isFirst); ++at, isFirst = false) {
+        unsigned int last = static_cast<unsigned char>(text[at]);
+        const unsigned int first = last;
+        if (at + 2 < text.size() && text[at + 1] == '-' && text[at + 2] != ']') {
+            at += 2;
+            last = static_cast<unsigned char>(text[at]);
+        }
+        for (unsigned int c = first; c <= last; ++c) set[c] = true;
+    }
+    if (at < text.size()) ++at;
+    return set;
+}
+
+unsigned char otherCase(unsigned int c) {
+    const int byte = static_cast<int>(c);
+    return static_cast<unsigned char>(std::islower(byte) != 0 ? std::toupper(byte)
+                                                              : std::tolower(byte));
+}
+
+// Brackets and bars stand where they mean themselves.
+std::string writeSet(const std::vector<bool>& set, bool isNegated) {
+    std::string members;
+    for (unsigned int c = 1; c < 256; ++c) {
+        if (set[c] && std::strchr("]^-", static_cast<int>(c)) == nullptr)
+            members += static_cast<char>(c);
+    }
+    if (set[']']) members.insert(0, "]");
+    if (set['^'] && members.empty() && !isNegated && !set['-']) return "\\^";
+    if (set['^'] && members.empty() && !isNegated) return "(\\^|-)";
+    if (set['^']) members += '^';
+    if (set['-']) members += '-';
+    return (isNegated ? "[^" : "[") + members + ']';
+}
+
+// What other dialects write, and how it is written here.
+const struct {
+    const char* other;
+    const char* here;
+} dialects[] = {{"\\d", "write [0-9]"},
+                {"\\D", "write [^0-9]"},
+                {"\\w", "write [A-Za-z0-9_]"},
+                {"\\W", "write [^A-Za-z0-9_]"},
+                {"\\s", "write a set with a space and a tab in it"},
+                {"\\S", "write [^...] with a space and a tab in it"},
+                {"\\b", "write \\< for the start of a word, \\> for its end"},
+                {"\\t", "write the tab itself"},
+                {"\\n", "a line has none; give several patterns with -e"},
+                {"(?", "groups are (x); for letters of either case there is -i"}};
+
+// What stands between brackets and colons in a set.
+const struct {
+    const char* name;
+    const char* here;
+} classes[] = {{"digit", "write 0-9"},
+               {"alpha", "write A-Za-z"},
+               {"alnum", "write A-Za-z0-9"},
+               {"upper", "write A-Z"},
+               {"lower", "write a-z"},
+               {"xdigit", "write 0-9A-Fa-f"},
+               {"space", "write a space and a tab"},
+               {"blank", "write a space and a tab"}};
+
+// The length of {2}, {2,}, {,3} or {2,3} at `at`; 0 where there is none.
+size_t countLength(const std::string& text, size_t at) {
+    const size_t begin = at;
+    if (at >= text.size() || text[at++] != '{') return 0;
+    const size_t counts = at;
+    const auto skipDigits = [&] {
+        while (at < text.size() && std::isdigit(static_cast<unsigned char>(text[at])) != 0) ++at;
+    };
+    skipDigits();
+    if (at < text.size() && text[at] == ',') ++at;
+    skipDigits();
+    const bool hasDigits = at > counts && (text[counts] != ',' || at > counts + 1);
+    return hasDigits && at < text.size() && text[at] == '}' ? at + 1 - begin : 0;
+}
+
+bool refuse(const std::string& what, const std::string& advice) {
+    complain(what.c_str(), ("not known in expressions here: " + advice).c_str());
+    return false;
+}
+
+// The advice for what other dialects mean something by and begins at `at`; or null,
+// and its length is 0.
+const char* findAdvice(const std::string& text, size_t at, size_t& length) {
+    for (const auto& [other, here] : dialects) {
+        length = std::strlen(other);
+        if (text.compare(at, length, other) == 0) return here;
+    }
+    length = 0;
+    return nullptr;
+}
+
+// Of a set only the bytes between the brackets. A class such as [:digit:] ends a set
+// of this dialect with its colon: the bracket behind it is the set's.
+bool isGoodSet(const std::string& members, char behind) {
+    for (const char kind : {':', '.', '='}) {
+        const size_t begin = members.find(std::string("[") + kind);
+        if (begin == std::string::npos || members.size() < begin + 4 || members.back() != kind)
+            continue;
+        const std::string name = members.substr(begin + 2, members.size() - begin - 3);
+        if (kind != ':' && behind != ']') continue;
+        const auto known = std::find_if(std::begin(classes), std::end(classes),
+                                        [&](const auto& each) { return name == each.name; });
+        const bool isKnown = kind == ':' && known != std::end(classes);
+        return refuse(members.substr(begin) + ']', isKnown ? known->here : "write the characters");
+    }
+    for (size_t at = 0; at < members.size(); ++at) {
+        const size_t length = characterLength(std::string_view(members).substr(at));
+        if (length > 1) {
+            const std::string character = members.substr(at, length);
+            return refuse(character, "a set is of bytes; write (" + character + "|x)");
+        }
+        size_t size = 0;
+        const char* const advice = findAdvice(members, at, size);
+        if (advice != nullptr && members[at] == '\\' &&
+            std::strchr("<>", members[at + 1]) == nullptr)
+            return refuse(members.substr(at, size) + " in a set", advice);
+    }
+    size_t backslashes = 0;
+    while (backslashes < members.size() && members[members.size() - 1 - backslashes] == '\\') {
+        ++backslashes;
+    }
+    if (backslashes % 2 == 0 || behind != ']') return true;
+    return refuse("\\] in a set", "write ] first, and a backslash before another character");
+}
+
+// What follows the set that ends before `at`, if that is the next bracket.
+char nextBracket(const std::string& text, size_t at) {
+    const size_t next = text.find_first_of("[]", at);
+    return next != std::string::npos ? text[next] : '\0';
+}
+
+// What begins outside of sets and `length` bytes long is a character.
+bool isGoodCharacter(const std::string& text, size_t at, size_t length, bool isGuessed) {
+    if (text[at] == '\\' && length == 2) {
+        const char c = text[at + 1];
+        if (std::isalnum(static_cast<unsigned char>(c)) != 0)
+            return refuse(text.substr(at, 2), "for the character itself write it alone");
+        if (isGuessed && c == '|')
+            return refuse("\\|", "alternatives are a|b; for the character use [|], -E or -F");
+        if (isGuessed && c == '{' && at + 2 < text.size() &&
+            std::isdigit(static_cast<unsigned char>(text[at + 2])) != 0)
+            return refuse("\\{", "write what is repeated so often; for the brace use -E or -F");
+    } else if (const size_t count = countLength(text, at)) {
+        return refuse(text.substr(at, count),
+                      "write what is repeated so often, or \\{ for a brace");
+    } else if (length > 1 && at + length < text.size() &&
+               std::strchr("*+?", text[at + length]) != nullptr) {
+        const std::string character = text.substr(at, length);
+        return refuse(text.substr(at, length + 1), "write (" + character + ")" + text[at + length]);
+    }
+    return true;
+}
+
+// What is known of the matches of a part of an expression.
+struct Matches {
+    bool areAll = false;             // `texts` are all there can be
+    std::vector<std::string> texts;  // where areAll
+    std::vector<std::string> parts;  // one of these is in each; none when none are known
+};
+
+constexpr size_t mostTexts = 16;  // that are combined with others
+
+// Reads an expression that compiles, and knows less rather than what is not so.
+class Reader {
+public:
+    Reader(const std::string& text_, bool ignoresCase_) : text(text_), ignoresCase(ignoresCase_) {}
+
+    Matches readAlternatives() {
+        Matches all = readSequence();
+        bool haveParts = collect(all);
+        while (at < text.size() && (text[at] == '|' || text[at] == '\n')) {
+            ++at;
+            Matches next = readSequence();
+            haveParts = collect(next) && haveParts;
+            all.areAll =
+                all.areAll && next.areAll && all.texts.size() + next.texts.size() <= mostTexts;
+            all.texts.insert(all.texts.end(), next.texts.begin(), next.texts.end());
+            all.parts.insert(all.parts.end(), next.parts.begin(), next.parts.end());
+        }
+        if (!haveParts) all.parts.clear();
+        return all;
+    }
+
+private:
+    // What is known of a whole alternative are its parts.
+    bool collect(Matches& matches) const {
+        if (matches.areAll) improve(matches.parts, matches.texts);
+        return !matches.parts.empty();
+    }
+
+    Matches readSequence() {
+        Matches all = {true, {""}, {}};  // the texts: all that the last pieces can be
+        while (at < text.size() && std::strchr("|)\n", text[at]) == nullptr) {
+            Matches piece = readAtom();
+            const char sign = at < text.size() ? text[at] : '\0';
+            if (sign != '\0' && std::strchr("*+?", sign) != nullptr) ++at;
+            if (sign == '?' && piece.areAll) {
+                piece.texts.emplace_back();
+                piece.parts.clear();
+            } else if (sign == '*' || sign == '?') {
+                piece = {};
+            }
+            const bool fits = piece.areAll && all.texts.size() * piece.texts.size() <= mostTexts;
+            std::vector<std::string> longer;
+            if (fits) {
+                for (const std::string& before : all.texts) {
+                    for (const std::string& behind : piece.texts) longer.push_back(before + behind);
+                }
+            }
+            if (fits && sign != '+') {
+                all.texts = std::move(longer);
+                continue;
+            }
+            // The pieces before it are what they are; the last one of its repetitions
+            // begins what follows.
+            improve(all.parts, fits ? longer : all.texts);
+            improve(all.parts, piece.areAll ? piece.texts : piece.parts);
+            all.areAll = false;
+            all.texts = piece.areAll && piece.texts.size() <= mostTexts
+                            ? piece.texts
+                            : std::vector<std::string>{""};
+        }
+        if (!all.areAll) improve(all.parts, all.texts);
+        return all;
+    }
+
+    Matches readAtom() {
+        const char c = text[at++];
+        if (c == '(') {
+            Matches group = readAlternatives();
+            ++at;
+            return group;
+        }
+        if (c == '.') return {};
+        if (c == '^' || c == '$') return {true, {""}, {}};
+        if (c == '[') return readSetAtom();
+        if (c != '\\' || at == text.size()) return {true, {std::string(1, c)}, {}};
+        const char quotedOne = text[at++];
+        if (quotedOne == '<' || quotedOne == '>') return {true, {""}, {}};
+        return {true, {std::string(1, quotedOne)}, {}};
+    }
+
+    Matches readSetAtom() {
+        const bool isNegated = at < text.size() && text[at] == '^';
+        if (isNegated) ++at;
+        const std::vector<bool> set = readSet(text, at);
+        Matches matches;
+        for (size_t c = 0; c < set.size() && !isNegated; ++c) {
+            if (set[c]) matches.texts.emplace_back(1, static_cast<char>(c));
+        }
+        matches.areAll = !isNegated && matches.texts.size() <= mostTexts;
+        return matches;
+    }
+
+    void improve(std::vector<std::string>& parts, const std::vector<std::string>& others) const {
+        if (TextSet::worthOf(others, ignoresCase) > TextSet::worthOf(parts, ignoresCase))
+            parts = others;
+    }
+
+    const std::string& text;
+    const bool ignoresCase;
+    size_t at = 0;
+};
+
+}  // namespace
+
+bool looksLikeExpression(const std::string& text) {
+    if (text.find_first_of(".+*?^$()[]|\\") != std::string::npos) return true;
+    for (size_t at = 0; (at = text.find('{', at)) != std::string::npos; ++at) {
+        if (countLength(text, at) != 0) return true;
+    }
+    return false;
+}
+
+bool isOfThisDialect(const std::string& text, bool isGuessed) {
+    for (size_t at = 0; at < text.size();) {
+        if (text[at] == '[') {
+            at += at + 1 < text.size() && text[at + 1] == '^' ? 2 : 1;
+            const size_t begin = at;
+            readSet(text, at);
+            const size_t end = at > begin && text[at - 1] == ']' ? at - 1 : at;
+            if (!isGoodSet(text.substr(begin, end - begin), nextBracket(text, at))) return false;
+            continue;
+        }
+        size_t length = 0;
+        const char* const advice = findAdvice(text, at, length);
+        if (advice != nullptr) return refuse(text.substr(at, length), advice);
+        const bool isQuoted = text[at] == '\\' && at + 1 < text.size();
+        length =
+            isQuoted ? 2 : std::max<size_t>(1, characterLength(std::string_view(text).substr(at)));
+        if (!isGoodCharacter(text, at, length, isGuessed)) return false;
+        at += length;
+    }
+    return true;
+}
+
+std::string quoted(const std::string& text) {
+    std::string result;
+    for (const char c : text) {
+        if (std::strchr("\n$().[^|*+?\\", c) != nullptr) result += '\\';
+        result += c;
+    }
+    return result;
+}
+
+std::string withoutCase(const std::string& text) {
+    std::string result;
+    for (size_t at = 0; at < text.size();) {
+        const char c = text[at++];
+        if (c == '\\' && at < text.size()) {
+            (result += c) += text[at++];
+        } else if (c == '[') {
+            const bool isNegated = at < text.size() && text[at] == '^';
+            if (isNegated) ++at;
+            std::vector<bool> set = readSet(text, at);
+            for (unsigned int letter = 'A'; letter <= 'Z'; ++letter) {
+                const bool isIn = set[letter] || set[otherCase(letter)];
+                set[letter] = set[otherCase(letter)] = isIn;
+            }
+            result += writeSet(set, isNegated);
+        } else if (std::isalpha(static_cast<unsigned char>(c)) != 0) {
+            (((result += '[') += c) +=
+             static_cast<char>(otherCase(static_cast<unsigned char>(c)))) += ']';
+        } else {
+            result += c;
+        }
+    }
+    return result;
+}
+
+std::vector<std::string> requiredTexts(const std::string& expression, bool ignoresCase) {
+    return Reader(expression, ignoresCase).readAlternatives().parts;
+}

@@ -1,0 +1,61 @@
+// Literal texts, and the search for any of several.
+#ifndef FXGREP_TEXTSET_H
+#define FXGREP_TEXTSET_H
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "fxds/SLinearPattern.h"
+
+/// A literal text. The library's offsets are ints, so long texts are searched in
+/// parts that overlap.
+class Literal {
+public:
+    explicit Literal(const std::string& text);
+
+    /// Where it is first in [from, end), or null.
+    const char* find(const char* from, const char* end) const;
+
+    const size_t length;
+
+private:
+    const fxSLinearPattern pattern;
+};
+
+/// Any of several texts.
+class TextSet {
+public:
+    /// Requires: worthOf(texts, ignoresCase) is not 0. When the case is ignored, so it is of the
+    /// letters A to Z.
+    TextSet(const std::vector<std::string>& texts, bool ignoresCase);
+
+    /// Where the first of them begins in [from, end), or null.
+    const char* find(const char* from, const char* end) const;
+
+    /// How much such a search saves the search for an expression that all matches of
+    /// need one of the texts: 0 when it may well cost more than it saves.
+    static size_t worthOf(const std::vector<std::string>& texts, bool ignoresCase);
+
+private:
+    static constexpr unsigned int pairs = 4096;
+    static unsigned int pair(unsigned char a, unsigned char b) { return (a * 32U ^ b) % pairs; }
+    void enter(size_t text);
+    bool isAt(const char* place, const char* end) const;
+    const char* findFew(const char* from, const char* end) const;
+    const char* findMany(const char* from, const char* end) const;
+
+    std::vector<std::unique_ptr<const Literal>> few;  // instead of all that follows
+    std::vector<std::string> texts;
+    size_t shortest = 0;
+    unsigned char plain[256];  // a byte as it is compared
+    // How far the window, of the length of the shortest text, can move on when its last
+    // two bytes are these; 0 when a text may begin with the window's bytes.
+    std::vector<unsigned char> moves;
+    // For those, by the last two bytes again, a list of the texts: its head, and for each
+    // text the next one. A text is told by its index plus 1.
+    std::vector<uint32_t> heads, nexts;
+};
+
+#endif
