@@ -132,7 +132,10 @@ int execute(fxregexp* compiled, const char* subject, const char* from, const cha
         return 0;
     }
     if (!goesOn) plan->room.known->subject = nullptr;
-    if (compiled->regmust != nullptr && std::strstr(from, compiled->regmust) == nullptr) return 0;
+    if (compiled->regmust != nullptr && !plan->findsNeeded() &&
+        std::strstr(from, compiled->regmust) == nullptr) {
+        return 0;
+    }
     size_t effort = 0;
     return search(*plan, subject, from, compiled->startp, compiled->endp, effort, Patience(),
                   goesOn)

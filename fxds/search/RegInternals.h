@@ -144,7 +144,7 @@ struct WalkRoom {
 };
 
 /// How the places are found where a match may start.
-enum class Start : unsigned char { anchored, text, runAndText, pairs, needed, set, anywhere };
+enum class Start : unsigned char { anchored, pairs, runAndPair, needed, set, anywhere };
 
 /// The bytes from `least` to `least + span`.
 struct ByteRange {
@@ -158,10 +158,11 @@ struct TableSet {
     unsigned char mask;
 };
 
-/// The first two bytes of a match, and if they begin a text, that.
+/// Two neighbouring bytes, and the text that they belong to, if it has more.
 struct BytePair {
     unsigned char first;
     unsigned char second;
+    unsigned short before;  // bytes of the text before them
     unsigned short length;  // of the text; 0 for none
     unsigned int text;      // offset in the copy of the program
 };
@@ -183,6 +184,11 @@ struct Plan {
     static constexpr size_t rangeLimit = 4;
     static constexpr size_t pairLimit = 8;
 
+    /// Whether what every match needs is looked for before anything is tried.
+    bool findsNeeded() const {
+        return startKind == Start::runAndPair || startKind == Start::needed;
+    }
+
     const Step* steps;
     const unsigned char* tables;
     const char* program;  // copy of the program, to notice damage
@@ -195,10 +201,11 @@ struct Plan {
     TableSet needed;
     const Prefix* prefix;
     ByteRange ranges[rangeLimit];
-    BytePair pairs[pairLimit];  // Start::pairs: how every match begins
-    unsigned short first;       // step to start with
-    unsigned short startStep;   // Start::text, runAndText: the EXACTLY
-    unsigned short runFirst;    // the STAR or PLUS that every match starts with, or Step::none
+    // Start::pairs: how every match begins; the bytes before a pair are none where there
+    // are several. Start::runAndPair: what every match has behind its first run.
+    BytePair pairs[pairLimit];
+    unsigned short first;     // step to start with
+    unsigned short runFirst;  // the STAR or PLUS that every match starts with, or Step::none
     unsigned short stepCount;
     unsigned short placeCount;  // places where a thread can be
     Start startKind;

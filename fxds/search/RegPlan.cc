@@ -36,6 +36,8 @@ public:
     explicit Planner(const std::vector<char>& code) : program(code.data(), code.size()) {
         plan.slotCount = 1;
         number();
+        sets.reserve(8);  // one table; most need no more
+        tables.reserve(256);
         steps.reserve(nodes.size());
         firstSets();
         for (const size_t node : nodes) steps.push_back(stepFor(node));
@@ -92,6 +94,7 @@ private:
 
 void Planner::number() {
     indexOf.assign(program.size, Step::none);
+    nodes.reserve(program.size / nodeHead);
     for (size_t node = 1; node < program.size; node = program.following(node)) {
         indexOf[node] = static_cast<unsigned short>(nodes.size());
         nodes.push_back(node);
@@ -291,13 +294,13 @@ void Planner::makeStart() {
     const Step* const lead = &steps[leadIndex];
     const bool isRun = (lead->op == STAR || lead->op == PLUS) && lead->run != Step::ofOptional;
     plan.runFirst = isRun ? leadIndex : Step::none;
-    plan.startStep = plan.runFirst == Step::none ? leadIndex : skipGroups(lead->next);
     plan.startsAtEnd = set.has(0);
-    const Step& text = steps[plan.startStep];
+    const Step& text = steps[isRun ? skipGroups(lead->next) : leadIndex];
     if (lead->op == BOL) {
         plan.startKind = Start::anchored;
     } else if (text.op == EXACTLY && text.length > 1) {
-        plan.startKind = plan.runFirst == Step::none ? Start::text : Start::runAndText;
+        plan.startKind = isRun ? Start::runAndPair : Start::pairs;
+        plan.pairs[plan.pairCount++] = rarestPair(program.code, text);
     } else {
         plan.startKind = Start::anywhere;
         if (set.count() < 256) {

@@ -43,7 +43,28 @@ ByteSet rarestOf(const char* text, size_t length) {
 
 bool isRepetition(const Step& step) { return step.op == STAR || step.op == PLUS; }
 
+// The pair of a text that has some bytes before it.
+BytePair pairAt(const char* program, const Step& text, size_t before) {
+    const char* const pair = program + text.text + before;
+    return {static_cast<unsigned char>(pair[0]), static_cast<unsigned char>(pair[1]),
+            static_cast<unsigned short>(before), static_cast<unsigned short>(text.length),
+            text.text};
+}
+
 }  // namespace
+
+BytePair rarestPair(const char* program, const Step& text) {
+    size_t best = 0;
+    unsigned int least = ~0U;
+    for (size_t i = 0; i + 1 < text.length; ++i) {
+        const char* const pair = program + text.text + i;
+        const unsigned int often = frequencyOf(pair[0]) * frequencyOf(pair[1]);
+        if (often >= least) continue;
+        least = often;
+        best = i;
+    }
+    return pairAt(program, text, best);
+}
 
 // A set is needed if END cannot be reached by taking other bytes only.
 bool Signposts::isNeeded(const ByteSet& set) {
@@ -190,11 +211,10 @@ bool Signposts::findFirstPairs(FirstPairs& found) const {
         const auto count = static_cast<size_t>(firsts.count() * seconds.count());
         if (found.pairs.size() + count > Plan::pairLimit) return false;
         const Step& step = steps[way.step];
-        const bool isText = step.op == EXACTLY && step.length > 2;
+        const bool isText = step.op == EXACTLY && step.length > 1;
         firsts.forEach([&](unsigned char a) {
             seconds.forEach([&](unsigned char b) {
-                found.pairs.add({a, b, static_cast<unsigned short>(isText ? step.length : 0),
-                                 isText ? step.text : 0});
+                found.pairs.add(isText ? pairAt(program, step, 0) : BytePair{a, b, 0, 0, 0});
                 found.cost += bias * frequencyOf(a) * frequencyOf(b) / 10000;
             });
         });

@@ -45,6 +45,9 @@ struct NeededSet {
     Prefix prefix;  // of the part of a match before the first of them
 };
 
+/// The pair of a text of at least two bytes that is rarest in other texts.
+BytePair rarestPair(const char* program, const Step& text);
+
 /// How every match begins, where there are few ways: with one of these pairs.
 struct FirstPairs {
     Few<BytePair, Plan::pairLimit> pairs;

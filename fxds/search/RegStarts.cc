@@ -57,16 +57,12 @@ const char* StartFinder::inStretches(const char* from, Find find) {
     }
 }
 
-// What the kinds save against a table: text 84 % of the time (needle[a-z]*), runAndText
-// 37 % ([a-z]+ing [a-z]+).
 const char* StartFinder::find(const char* from) {
     switch (plan.startKind) {
-        case Start::text:
-            return std::strstr(from, plan.program + steps[plan.startStep].text);
-        case Start::runAndText:
-            return findRunAndText(from);
         case Start::pairs:
             return findPair(from);
+        case Start::runAndPair:
+            return findRunAndPair(from);
         case Start::needed:
             return findBeforeNeeded(from);
         case Start::set:
@@ -93,15 +89,12 @@ const char* StartFinder::skipTo(const TableSet& set, const char* from) const {
 
 // Where every match is a run and then a text, the first text tells where the first
 // run may be, all of it up to there.
-const char* StartFinder::findRunAndText(const char* from) const {
-    const char* const text = plan.program + steps[plan.startStep].text;
+const char* StartFinder::findRunAndPair(const char* from) {
     const Step* const firstRun = &steps[plan.runFirst];
-    for (const char* least = from; *least != 0; ++least) {
-        least = std::strstr(least, text);
-        if (least == nullptr) return nullptr;
-        const char* first = least;
+    for (const char* text = from; (text = findPair(text)) != nullptr; ++text) {
+        const char* first = text;
         while (first != from && isIn(firstRun->set, firstRun->setMask, first - 1)) --first;
-        if (least - first >= firstRun->least) return first;
+        if (text - first >= firstRun->least) return first;
     }
     return nullptr;
 }
@@ -191,22 +184,37 @@ bool StartFinder::isPair(const char* p) const {
     for (size_t i = 0; i < plan.pairCount; ++i) {
         const BytePair& pair = plan.pairs[i];
         if (byteAt(p) != pair.first || byteAt(p + 1) != pair.second) continue;
-        size_t same = 2;
-        while (same < pair.length && p[same] == plan.program[pair.text + same]) ++same;
-        if (same >= pair.length) return true;
+        const char* const text = plan.program + pair.text;
+        size_t same = 0;
+        while (same < pair.length && p[same - pair.before] == text[same]) ++same;
+        if (same == pair.length) return true;
     }
     return false;
 }
 
+// The first place at `from` or later where one of the pairs is with its text.
 const char* StartFinder::findPair(const char* from) {
-    __m128i firsts[Plan::pairLimit];
-    __m128i seconds[Plan::pairLimit];
-    const size_t count = plan.pairCount;
+    const size_t before = plan.pairs[0].before;
+    if (strnlen(from, before) < before) return nullptr;
+    from += before;
+    const char* const found = plan.pairCount == 1   ? findAmong<1>(from)
+                              : plan.pairCount <= 2 ? findAmong<2>(from)
+                              : plan.pairCount <= 4 ? findAmong<4>(from)
+                                                    : findAmong<Plan::pairLimit>(from);
+    return *found != 0 ? found - before : nullptr;
+}
+
+// `count` pairs at most: the last one is looked for several times.
+template <size_t count>
+const char* StartFinder::findAmong(const char* from) {
+    __m128i firsts[count];
+    __m128i seconds[count];
     for (size_t i = 0; i < count; ++i) {
-        firsts[i] = sixteen(plan.pairs[i].first);
-        seconds[i] = sixteen(plan.pairs[i].second);
+        const BytePair& pair = plan.pairs[std::min(i, plan.pairCount - size_t{1})];
+        firsts[i] = sixteen(pair.first);
+        seconds[i] = sixteen(pair.second);
     }
-    const char* const found = inStretches(from, [&](const char* begin, size_t length) {
+    return inStretches(from, [&](const char* begin, size_t length) {
         const char* const end = begin + length;
         for (; end - begin >= static_cast<long>(vectorSize); begin += vectorSize) {
             const __m128i here = load(begin);
@@ -224,7 +232,6 @@ const char* StartFinder::findPair(const char* from) {
         while (begin != end && !isPair(begin)) ++begin;
         return begin;
     });
-    return *found != 0 ? found : nullptr;
 }
 
 }  // namespace fxRegProgram

@@ -19,7 +19,9 @@ private:
     const char* findNeeded(const char* from);
     void goBack(const char* from, size_t most);
     const char* findPair(const char* from);
-    const char* findRunAndText(const char* from) const;
+    template <size_t count>
+    const char* findAmong(const char* from);
+    const char* findRunAndPair(const char* from);
     const char* skipTo(const TableSet& set, const char* from) const;
     bool isPair(const char* p) const;
     template <class Find>
