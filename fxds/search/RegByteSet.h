@@ -21,9 +21,11 @@ struct ByteSet {
     void remove(unsigned char c) { words[c >> 6] &= ~(uint64_t{1} << (c & 63)); }
     bool has(unsigned char c) const { return (words[c >> 6] >> (c & 63) & 1) != 0; }
     bool isEmpty() const { return (words[0] | words[1] | words[2] | words[3]) == 0; }
-    int count() const {
-        int sum = 0;
-        for (const uint64_t word : words) sum += __builtin_popcountll(word);
+    size_t count() const {
+        size_t sum = 0;
+        for (const uint64_t word : words) {
+            sum += static_cast<size_t>(__builtin_popcountll(word));
+        }
         return sum;
     }
     unsigned char lowest() const {

@@ -16,8 +16,8 @@ constexpr std::array<unsigned short, 256> frequencies = [] {
                                           10,  60,  270, 180, 500, 530, 140, 10,  420,
                                           460, 630, 220, 80,  130, 15,  120, 10};
     for (size_t i = 0; i < std::size(letters); ++i) table['a' + i] = letters[i];
-    for (const char c : {'_', '-', '.', ',', '/', '(', ')', '"'})
-        table[static_cast<size_t>(c)] = 80;
+    constexpr unsigned char signs[] = {'_', '-', '.', ',', '/', '(', ')', '"'};
+    for (const unsigned char c : signs) table[c] = 80;
     table[' '] = 1500;
     table['\n'] = 250;
     return table;
@@ -29,7 +29,7 @@ unsigned int frequencyOf(unsigned char c) { return frequencies[c]; }
 unsigned int frequencyOf(char c) { return frequencyOf(static_cast<unsigned char>(c)); }
 
 unsigned int frequencyOf(const ByteSet& set) {
-    constexpr int many = 64;
+    constexpr size_t many = 64;
     if (set.count() > many) return tooOften + 1;
     unsigned int sum = 0;
     set.forEach([&sum](unsigned char c) { sum += frequencyOf(c); });
@@ -208,7 +208,7 @@ bool Signposts::findFirstPairs(FirstPairs& found) const {
         ByteSet seconds;
         for (const Way& second : behind) seconds = seconds | takenBy(second);
         const ByteSet firsts = takenBy(way);
-        const auto count = static_cast<size_t>(firsts.count() * seconds.count());
+        const size_t count = firsts.count() * seconds.count();
         if (found.pairs.size() + count > Plan::pairLimit) return false;
         const Step& step = steps[way.step];
         const bool isText = step.op == EXACTLY && step.length > 1;
