@@ -1,4 +1,4 @@
-// Timers that count steady time.
+// Alarms by the steady clock, and by the time of day.
 #ifndef FXDS_CLOCK_H
 #define FXDS_CLOCK_H
 
@@ -13,16 +13,17 @@
 
 class fxClock;
 
-/// Something that is done at a time of the steady clock, once or again and again:
-/// the base of fxClockTimer and of what fxAfter() and fxEvery() make.
+/// Something that is done at a time, once or again and again: the base of fxClockTimer
+/// and of what fxAfter(), fxEvery() and fxAt() make.
 ///
-/// All time counts: waiting, time in receivers, time in which the loop did not run.
-/// Nothing drifts: the ticks of a repeating alarm are due at whole multiples of its
-/// interval after its start. Where some have been missed, it ticks once for all of
-/// them, and goes on with the next that is due. Alarms that are due together tick in
-/// the order in which they were started.
+/// Time is that of the steady clock, unless startAt() is given one of the system's clock.
+/// All of it counts: waiting, time in receivers, time in which the loop did not run; but
+/// the steady clock stops while the machine is suspended. Nothing drifts: the ticks of a repeating
+/// alarm are due at whole multiples of its interval after its start. Where some have been missed,
+/// it ticks once for all of them, and goes on with the next that is due. Alarms that are due
+/// together tick in the order in which they were started.
 ///
-/// Alarms run while the loop does. One descriptor serves all of them; its handler is
+/// Alarms run while the loop does. One descriptor serves all of a clock; its handler is
 /// registered with fx_theExecutive only while there are active ones, and then poll()
 /// waits. They belong to the loop's thread. An alarm may be started, stopped and
 /// destroyed from anywhere, ticks included. An exception from a tick leaves poll();
@@ -33,7 +34,9 @@ class FX_API fxAlarm : public fxObj {
 public:
     typedef std::chrono::steady_clock Clock;  ///< Whose time counts.
     typedef Clock::time_point Time;           ///< A moment, to the nanosecond.
-    typedef std::chrono::nanoseconds Span;    ///< See spanOf() for other durations.
+    /// A time of day, as the system's clock shows it.
+    typedef std::chrono::system_clock::time_point WallTime;
+    typedef std::chrono::nanoseconds Span;  ///< See spanOf() for other durations.
 
     fxAlarm(const fxAlarm&) = delete;
     fxAlarm& operator=(const fxAlarm&) = delete;
@@ -52,6 +55,7 @@ public:
         return start(spanOf(delay));
     }
     bool startAt(Time due);
+    bool startAt(WallTime due);  ///< When the system's clock shows it, however often it is set.
     bool startEvery(Span interval);
     template <class Rep, class Period>
     bool startEvery(std::chrono::duration<Rep, Period> span) {
@@ -69,8 +73,9 @@ public:
     }
     void stop();                                        ///< Nothing when it is not active.
     bool isActive() const { return index != noIndex; }  ///< Whether a tick is to come.
-    Time getDue() const { return due; }                 ///< Of the next tick, while active.
-    Span getInterval() const { return interval; }       ///< 0 for an alarm that ticks once.
+    /// Of the next tick, while active; of a time of day, where the clock is not set meanwhile.
+    Time getDue() const;
+    Span getInterval() const { return interval; }  ///< 0 for an alarm that ticks once.
     /// How many ticks were passed over before this one; 0 for most.
     unsigned long getMissed() const { return missed; }
 
@@ -83,17 +88,18 @@ protected:
 
 private:
     friend class fxClock;
-    bool start(Time due, Span interval);
+    bool start(bool isWall, Time due, Span interval);
     void expire();
 
     static constexpr size_t noIndex = static_cast<size_t>(-1);
 
-    Time due;
+    Time due;  // of the clock that it is started by
     Span interval = Span(0);
     unsigned long order = 0;  // of the starts
     unsigned long missed = 0;
     size_t index = noIndex;  // in the clock's heap
     const bool isOwned;
+    bool isWall = false;  // whether that is the system's clock
 };
 
 /// A timer as an object: queues a void message on its output "tick".
@@ -145,12 +151,14 @@ fxRef<fxAlarm> newAlarm(fxObj* context, Function function) {
 }  // namespace fxDetail
 
 ///@{
-/// Calls `function`, which takes nothing, once after `delay` or every `interval`; with
-/// a `context` (borrowed) only until that object begins to end. The clock holds the
-/// alarm while it is active; keep the reference to ask it or to stop it.
+/// Calls `function`, which takes nothing, once after `delay`, every `interval`, or at
+/// `due`, a time of the steady or of the system's clock; with a `context` (borrowed) only until
+/// that object begins to end. The clock holds the alarm while it is active; keep the reference to
+/// ask it or to stop it.
 ///
 ///     fxAfter(2s, [] { giveUp(); });
 ///     blinking = fxEvery(500ms, this, [this] { blink(); });
+///     fxAt(std::chrono::system_clock::from_time_t(std::mktime(&morning)), [] { ring(); });
 template <class Rep, class Period, class Function,
           std::enable_if_t<std::is_invocable_v<Function&>, int> = 0>
 fxRef<fxAlarm> fxAfter(std::chrono::duration<Rep, Period> delay, fxObj* context,
@@ -176,6 +184,19 @@ template <class Rep, class Period, class Function,
           std::enable_if_t<std::is_invocable_v<Function&>, int> = 0>
 fxRef<fxAlarm> fxEvery(std::chrono::duration<Rep, Period> interval, Function function) {
     return fxEvery(interval, nullptr, std::move(function));
+}
+template <class Clock, class Duration, class Function,
+          std::enable_if_t<std::is_invocable_v<Function&>, int> = 0>
+fxRef<fxAlarm> fxAt(std::chrono::time_point<Clock, Duration> due, fxObj* context,
+                    Function function) {
+    fxRef<fxAlarm> alarm = fxDetail::newAlarm(context, std::move(function));
+    alarm->startAt(due);
+    return alarm;
+}
+template <class Clock, class Duration, class Function,
+          std::enable_if_t<std::is_invocable_v<Function&>, int> = 0>
+fxRef<fxAlarm> fxAt(std::chrono::time_point<Clock, Duration> due, Function function) {
+    return fxAt(due, nullptr, std::move(function));
 }
 ///@}
 

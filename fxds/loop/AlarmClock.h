@@ -1,4 +1,5 @@
-// The active alarms and the handler that wakes the loop for them. Private to Clock.cc.
+// The active alarms of a clock and the handler that wakes the loop for them. Private to
+// Clock.cc.
 #ifndef FXDS_LOOP_ALARMCLOCK_H
 #define FXDS_LOOP_ALARMCLOCK_H
 
@@ -9,7 +10,10 @@
 
 // The active alarms are a binary heap, the one that is due first on top. One timer
 // descriptor is armed for the top. It is never read: while it is readable, the loop
-// comes here, and arming it anew makes it unreadable until the next time.
+// comes here, and arming it anew makes it unreadable until the next time. It is armed for
+// a moment, not for a duration: when the system's clock is set, the system itself makes
+// the descriptor of that clock readable earlier or later. Moments of both clocks are kept
+// as fxAlarm::Time, and compared with those of the same clock only.
 //
 // Invariants: (1) heap[i]->index is i; an alarm that is not in the heap has noIndex.
 // (2) No alarm is due before its parent in the heap, and of two that are due together
@@ -17,14 +21,17 @@
 // the heap has elements. (4) While it is, the descriptor is readable from `armed` on,
 // and no alarm is due before that.
 
-/// All active alarms, and the handler of their descriptor.
+/// All active alarms of a clock, and the handler of their descriptor.
 class fxClock : public fxSelectHandler {
 public:
-    static fxClock& theClock() {
-        static fxClock* const clock = new fxClock;  // never freed: alarms may outlive main()
-        return *clock;
+    /// The system's clock, or the steady one.
+    static fxClock& theClock(bool isWall) {
+        // Never freed: alarms may outlive main().
+        static fxClock* const clocks[] = {new fxClock(false), new fxClock(true)};
+        return *clocks[isWall ? 1 : 0];
     }
 
+    fxAlarm::Time now() const;
     bool hasDescriptor();
     void add(fxAlarm& alarm);
     void remove(fxAlarm& alarm);
@@ -36,7 +43,7 @@ private:
     // Arms the descriptor again, however serving the alarms ends.
     struct Serving;
 
-    fxClock() : fxSelectHandler(-1, 1) {}
+    explicit fxClock(bool isWall_) : fxSelectHandler(-1, 1), isWall(isWall_) {}
 
     static bool isBefore(const fxAlarm& a, const fxAlarm& b) {
         return a.due != b.due ? a.due < b.due : a.order < b.order;
@@ -50,6 +57,7 @@ private:
     void takeOut(fxAlarm& alarm);
     void arm();
 
+    const bool isWall;
     std::vector<fxAlarm*> heap;
     unsigned long lastOrder = 0;
     fxAlarm::Time armed = fxAlarm::Time::max();

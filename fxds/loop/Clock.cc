@@ -23,10 +23,15 @@ double inSeconds(fxAlarm::Span span) {
 
 }  // namespace
 
+fxAlarm::Time fxClock::now() const {
+    if (!isWall) return fxAlarm::Clock::now();
+    return fxAlarm::Time(fxAlarm::spanOf(std::chrono::system_clock::now().time_since_epoch()));
+}
+
 bool fxClock::hasDescriptor() {
     if (fxExec::canServe(fd)) return true;
     if (fd >= 0) ::close(fd);
-    fd = timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC | TFD_NONBLOCK);
+    fd = timerfd_create(isWall ? CLOCK_REALTIME : CLOCK_MONOTONIC, TFD_CLOEXEC | TFD_NONBLOCK);
     return fxExec::canServe(fd);
 }
 
@@ -107,13 +112,13 @@ struct fxClock::Serving {
 // Serves what is due now and was started before. An alarm leaves the heap, or has its
 // next time, before it ticks; nothing of it is touched afterwards.
 void fxClock::handleRead() {
-    const fxAlarm::Time now = fxAlarm::Clock::now();
-    const Serving serving(*this, now);
+    const fxAlarm::Time turn = now();
+    const Serving serving(*this, turn);
     const unsigned long last = lastOrder;
-    while (!heap.empty() && heap.front()->due <= now && heap.front()->order <= last) {
+    while (!heap.empty() && heap.front()->due <= turn && heap.front()->order <= last) {
         fxAlarm& alarm = *heap.front();
         if (alarm.interval.count() > 0) {
-            const auto passed = (now - alarm.due) / alarm.interval;
+            const auto passed = (turn - alarm.due) / alarm.interval;
             alarm.missed = static_cast<unsigned long>(passed);
             alarm.due = later(alarm.due + passed * alarm.interval, alarm.interval);
             sink(&alarm, 0);
@@ -134,33 +139,43 @@ void fxAlarm::expire() {
 
 fxAlarm::~fxAlarm() {
     // Nothing holds an alarm that ends, so the clock's hold is not given back.
-    if (isActive()) fxClock::theClock().remove(*this);
+    if (isActive()) fxClock::theClock(isWall).remove(*this);
 }
 
-bool fxAlarm::startAt(Time due_) { return start(due_, Span(0)); }
+fxAlarm::Time fxAlarm::getDue() const {
+    if (!isWall) return due;
+    const Time now = fxClock::theClock(true).now();
+    return later(Clock::now(), due > now ? due - std::max(now, Time()) : Span(0));
+}
+
+bool fxAlarm::startAt(Time due_) { return start(false, due_, Span(0)); }
+
+bool fxAlarm::startAt(WallTime due_) {
+    return start(true, Time(spanOf(due_.time_since_epoch())), Span(0));
+}
 
 bool fxAlarm::start(Span delay) {
-    return start(later(Clock::now(), std::max(delay, Span(0))), Span(0));
+    return start(false, later(Clock::now(), std::max(delay, Span(0))), Span(0));
 }
 
 bool fxAlarm::startEvery(Span interval_) {
     FX_ASSERT(interval_.count() > 0);
     const Span positive = std::max(interval_, Span(1));
-    return start(later(Clock::now(), positive), positive);
+    return start(false, later(Clock::now(), positive), positive);
 }
 
-bool fxAlarm::start(Time due_, Span interval_) {
-    fxClock& clock = fxClock::theClock();
+bool fxAlarm::start(bool isWall_, Time due_, Span interval_) {
+    fxClock& clock = fxClock::theClock(isWall_);
     if (!clock.hasDescriptor()) return false;
     const fxRef<fxAlarm> hold(isOwned ? this : nullptr);
     stop();
+    isWall = isWall_;
     due = due_;
     interval = interval_;
     missed = 0;
     if (fxTrace::isOn(fxTrace::timers)) {
-        const auto now = Clock::now();
         const double seconds =
-            inSeconds(due.time_since_epoch()) - inSeconds(now.time_since_epoch());
+            inSeconds(due.time_since_epoch()) - inSeconds(clock.now().time_since_epoch());
         fxTraceLines::timer("start", *this, seconds);
     }
     if (isOwned) take();
@@ -171,7 +186,7 @@ bool fxAlarm::start(Time due_, Span interval_) {
 void fxAlarm::stop() {
     if (!isActive()) return;
     if (fxTrace::isOn(fxTrace::timers)) fxTraceLines::timer("stop", *this, inSeconds(interval));
-    fxClock::theClock().remove(*this);
+    fxClock::theClock(isWall).remove(*this);
     if (isOwned) release();
 }
 

@@ -1,4 +1,5 @@
-// Alarms by the steady clock, against a model that looks at the same clock.
+// Alarms by the steady clock and by the time of day, against a model that looks at the
+// same clock.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -43,7 +44,9 @@ TEST_F(Clocks, AlarmsTickInTheOrderOfTheirTimesWhateverHappensToThem) {
         std::vector<fxRef<fxAlarm>> alarms(60);
         std::vector<Expected> expected(alarms.size(), {fxAlarm::Time::max(), 0});
         std::vector<size_t> ticked;
+        const bool isWall = round % 2 == 1;
         const fxAlarm::Time base = fxAlarm::Clock::now();
+        const fxAlarm::WallTime wallBase = std::chrono::system_clock::now();
         for (int step = 1; step <= 200; ++step) {
             const size_t i = random() % alarms.size();
             if (alarms[i] == nullptr) {
@@ -54,7 +57,11 @@ TEST_F(Clocks, AlarmsTickInTheOrderOfTheirTimesWhateverHappensToThem) {
                 expected[i] = {fxAlarm::Time::max(), 0};
             } else {
                 expected[i] = {base + (random() % 8) * 500us, step};
-                alarms[i]->startAt(expected[i].due);
+                if (isWall) {
+                    alarms[i]->startAt(wallBase + (expected[i].due - base));
+                } else {
+                    alarms[i]->startAt(expected[i].due);
+                }
             }
         }
         std::vector<size_t> order;
@@ -68,7 +75,10 @@ TEST_F(Clocks, AlarmsTickInTheOrderOfTheirTimesWhateverHappensToThem) {
         });
         pollUntil([&] { return ticked.size() == order.size(); });
         EXPECT_EQ(ticked, order);
-        EXPECT_GE(fxAlarm::Clock::now(), expected[order.back()].due);
+        const auto last = expected[order.back()].due - base;
+        EXPECT_GE(
+            isWall ? std::chrono::system_clock::now() - wallBase : fxAlarm::Clock::now() - base,
+            last);
         EXPECT_FALSE(isRegistered());
     }
 }
@@ -129,6 +139,8 @@ TEST_F(Clocks, TicksMayStopStartDestroyThrowAndPoll) {
     pollUntil([&] { return ticks == 50; });
     self->start(std::chrono::hours::max());
     EXPECT_EQ(self->getDue(), fxAlarm::Time::max());
+    self->startAt(fxAlarm::WallTime::max());
+    EXPECT_GT(self->getDue(), fxAlarm::Clock::now() + 1h);
     self->stop();
 
     fxAfter(0ms, [] { throw std::runtime_error("tick"); });
@@ -146,8 +158,9 @@ TEST_F(Clocks, TicksMayStopStartDestroyThrowAndPoll) {
     EXPECT_FALSE(isRegistered());
 
     const fxRef<fxAlarm> never = fxAfter(fxAlarm::Span::max(), [] {});
-    const fxRef<fxAlarm> past = fxAfter(fxAlarm::Span::min(), [&] { ticks = 400; });
-    pollUntil([&] { return ticks == 400; });
+    const fxRef<fxAlarm> past = fxAfter(fxAlarm::Span::min(), [&] { ticks += 100; });
+    fxAt(fxAlarm::WallTime::min(), [&] { ticks += 100; });
+    pollUntil([&] { return ticks == 500; });
     never->stop();
     EXPECT_FALSE(isRegistered());
 }
