@@ -5,11 +5,8 @@
 // expression has matched; SIGTERM and SIGINT too, and end the program. With a STATE
 // file it goes on where it has ended, and counts on. A file that was replaced or cut
 // is read from its start.
-#include <fcntl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
-#include <chrono>
 #include <csignal>
 #include <cstdio>
 #include <cstring>
@@ -19,14 +16,11 @@
 
 #include "fxds/fxds.h"
 
-using namespace std::chrono_literals;
-
 // What survives the program.
 class State : public fxXDRObj {
     FX_TRANSCRIBABLE(State)
 
-    long inode = 0;
-    long offset = 0;  // behind the last line that was seen
+    fxFilePlace place;
     fxStrArray expressions;
     fxLongArray counts;
 };
@@ -34,8 +28,8 @@ FX_TRANSCRIBABLE_TYPE(State, "follow.State", 1);
 
 fxBool State::xdr(fxTranscriber& t) {
     int edition = 1;
-    return fxXdrEdition(t, this, edition) && fxXdr(t, inode) && fxXdr(t, offset) &&
-           fxXdr(t, expressions) && fxXdr(t, counts);
+    return fxXdrEdition(t, this, edition) &&
+           fxXdrAll(t, place.file, place.offset, expressions, counts);
 }
 
 class Follower : public fxApplication {
@@ -66,8 +60,7 @@ public:
             std::fprintf(stderr, "%s\n", loaded.fault().text().c_str());
             return false;
         }
-        state.inode = loaded->inode;
-        state.offset = loaded->offset;
+        state.place = loaded->place;
         for (unsigned int i = 0; i < state.expressions.length(); ++i) {
             const unsigned int known = loaded->expressions.find(state.expressions[i]);
             if (known != fxArray::notFound) state.counts[i] = loaded->counts[known];
@@ -79,18 +72,19 @@ public:
     void open() override {
         fxApplication::open();
         if (std::strcmp(path, "-") == 0) {
-            read(STDIN_FILENO);
-            fxConnect(reader->end(), this, [this](int) {
+            input = std::make_unique<fxLineReader>(STDIN_FILENO);
+            fxConnect(input->line(), this, [this](const fxStr& line) { take(line); });
+            fxConnect(input->end(), this, [this](int) {
                 report();
                 close();
             });
             return;
         }
-        openFile();
-        looking = fxEvery(100ms, this, [this] { look(); });
+        file = std::make_unique<fxFileFollower>(path, state.place);
+        fxConnect(file->line(), this, [this](const fxStr& line) { take(line); });
     }
     void close() override {
-        looking.reset();
+        if (file != nullptr) state.place = file->getPlace();
         if (statePath != nullptr) {
             if (const fxStreamFault fault = fxSave(statePath, &state)) {
                 std::fprintf(stderr, "%s\n", fault.text().c_str());
@@ -102,40 +96,7 @@ public:
     int status = 0;
 
 private:
-    void read(int fd) {
-        reader = std::make_unique<fxLineReader>(fd);
-        fxConnect(reader->line(), this, [this](const fxStr& line) { take(line); });
-    }
-
-    // A file that is not there yet may come.
-    void openFile() {
-        const int fd = ::open(path, O_RDONLY | O_CLOEXEC);
-        struct stat found;
-        if (fd < 0 || fstat(fd, &found) != 0) return;
-        const long inode = static_cast<long>(found.st_ino);
-        if (inode != state.inode || found.st_size < state.offset) state.offset = 0;
-        state.inode = inode;
-        lseek(fd, state.offset, SEEK_SET);
-        read(fd);
-        reader->setGrowing(true);
-    }
-
-    void look() {
-        if (reader == nullptr) return openFile();
-        if (!reader->isAtEnd()) return;
-        struct stat now;
-        struct stat named;
-        const bool isNamed = stat(path, &named) == 0;
-        if (fstat(reader->getFd(), &now) != 0) return;
-        if (now.st_size < state.offset || (isNamed && named.st_ino != now.st_ino)) {
-            openFile();
-        } else {
-            reader->resume();
-        }
-    }
-
     void take(const fxStr& line) {
-        state.offset += static_cast<long>(line.length()) + 1;
         bool matches = false;
         for (unsigned int i = 0; i < expressions.size(); ++i) {
             int start = -1;
@@ -161,8 +122,8 @@ private:
     State state;
     std::vector<std::unique_ptr<fxRegEx>> expressions;
     std::vector<std::unique_ptr<fxSignal>> signals;
-    std::unique_ptr<fxLineReader> reader;
-    fxRef<fxAlarm> looking;
+    std::unique_ptr<fxLineReader> input;
+    std::unique_ptr<fxFileFollower> file;
 };
 
 int main(int argc, char** argv) {

@@ -51,6 +51,8 @@ public:
     bool isPaused() const { return paused; }            ///< See pause().
     bool isAtEnd() const { return state == ended; }     ///< Whether "end" has been sent.
     unsigned long getCutCount() const { return cuts; }  ///< Lines that were too long, so far.
+    /// Bytes of the input up to the end of the last line that was sent, its newline included.
+    unsigned long getPassed() const { return passed; }
 
     /// Says that the input is a file that may grow: "end" then means only that there
     /// is no more for now, an unfinished line waits for its rest, and resume() reads
@@ -86,6 +88,7 @@ private:
     State state = reading;
     int error = 0;  // what "end" sends
     unsigned long cuts = 0;
+    unsigned long passed = 0;
     Continuation* continuation = nullptr;
     fxWalks<Delivery> deliveries;
 };

@@ -86,6 +86,7 @@
 #include "fxds/Application.h"
 #include "fxds/Clock.h"
 #include "fxds/Exec.h"
+#include "fxds/FileFollower.h"
 #include "fxds/Lines.h"
 #include "fxds/Post.h"
 #include "fxds/Process.h"

@@ -64,10 +64,10 @@ fxds_room(dataflow
 # The select() loop: timers, descriptors, applications.
 fxds_room(loop
   ON dataflow
-  HEADERS Application Clock Exec Lines Post Process ReadNotifier SelectHandler Signal Timer
+  HEADERS Application Clock Exec FileFollower Lines Post Process ReadNotifier SelectHandler Signal Timer
     Wakeup
   PRIVATE AlarmClock HandlerTable
-  SOURCES Application Clock Exec HandlerTable LineReader LineWriter Post Process ReadNotifier
+  SOURCES Application Clock Exec FileFollower HandlerTable LineReader LineWriter Post Process ReadNotifier
     SelectHandler Signal Timer Wakeup)
 
 # Regular expressions, text patterns, paths.

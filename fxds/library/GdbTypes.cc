@@ -62,6 +62,7 @@ struct Described {
     fxSignal* signal;
     fxLineReader* lineReader;
     fxLineWriter* lineWriter;
+    fxFileFollower* fileFollower;
     fxReadNotifier* readNotifier;
     fxProcess* process;
     fxApplication* application;

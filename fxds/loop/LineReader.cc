@@ -157,6 +157,7 @@ bool fxLineReader::takeLine(fxStr& text) {
         if (!isRest) text = fxStr(std::string_view(begin, std::min(length, limit)));
         if (!isRest && length > limit) ++cuts;
         start += taken;
+        passed += taken;
         searched = 0;
         if (!isRest) return true;
     }

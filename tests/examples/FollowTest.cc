@@ -42,11 +42,15 @@ TEST(Follow, FollowsCountsAndGoesOnWhereItEnded) {
             append("error meanwhile\n");
         } else {
             EXPECT_EQ(readUntil(output[0], "\n"), "error meanwhile\n");
+            append("error at last\nerr");
             std::filesystem::rename(log, log + ".1");
             directory.file("log", "error in the new file\n");
-            EXPECT_EQ(readUntil(output[0], "\n"), "error in the new file\n");
+            EXPECT_EQ(readUntil(output[0], "file\n"),
+                      "error at last\nerr\nerror in the new file\n");
+            directory.file("log", "error, cut\n");
+            EXPECT_EQ(readUntil(output[0], "\n"), "error, cut\n");
             kill(child, SIGINT);
-            EXPECT_EQ(readAll(output[0]), "4 err(or)?\n1 two$\n");
+            EXPECT_EQ(readAll(output[0]), "7 err(or)?\n1 two$\n");
         }
         int end = -1;
         EXPECT_EQ(waitpid(child, &end, 0), child);
