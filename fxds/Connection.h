@@ -21,20 +21,20 @@ fxConnection connectTo(const fxOutputView<T>& output, fxObj* context, Function r
 
 }  // namespace fxDetail
 
-/// What fxConnect() answers: whether two ends were joined, and why not. It may
+/// What fxConnect() returns: whether two ends were joined, and why not. It may
 /// outlive both and holds neither object; copies speak of the same connection.
 /// The connection stays when it goes: for one that ends with a scope see
 /// fxScopedConnection.
 ///
-/// A failure is not lost: the last copy of an answer that says why not, and was never
-/// asked, writes that to standard error when it goes.
+/// A failure is not lost: unless it is asked, the last copy of a result with a reason
+/// writes the reason to standard error when it ends.
 class FX_API fxConnection {
 public:
     fxConnection() = default;  ///< Joins nothing.
     /// Why there is no connection.
     explicit fxConnection(fxStr reason_) : reason(std::move(reason_)) {}
     /// Joins the output to the input, unless it is already. Where that is not
-    /// possible, or one of them is null, the answer says why.
+    /// possible, or one of them is null, whyNot() tells the reason.
     fxConnection(fxOutputChannel* output, fxInputChannel* input);
     /// A copy, which is to be asked in place of `other`.
     fxConnection(const fxConnection& other)

@@ -1,4 +1,4 @@
-// Saving object graphs to files and loading them, with every failure an answer.
+// Saving object graphs to files and loading them, with every failure as a value.
 #ifndef FXDS_SAVE_H
 #define FXDS_SAVE_H
 

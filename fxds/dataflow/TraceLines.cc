@@ -115,7 +115,7 @@ private:
 template <class Channel>
 void putChannel(Line& line, const Channel& channel) {
     if (channel.getOwner() == nullptr) {
-        line << "nobody";
+        line << "(no object)";
         return;
     }
     const char* const name = channel.getName();

@@ -225,7 +225,7 @@ TEST_F(Trace, ShowsValues) {
         "fxds replace Printer#1.latest int 7\n"
         "fxds send    fxObj#1.number int 9, now, 1 connection\n"
         "fxds deliver Printer#1.latest int 9\n"
-        "fxds send    nobody void*, now, 0 connections\n";
+        "fxds send    (no object) void*, now, 0 connections\n";
     EXPECT_EQ(taken(), expected);
 }
 

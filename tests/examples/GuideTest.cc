@@ -1,10 +1,13 @@
 // The pages that teach show programs that we build, and what these print.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <filesystem>
+#include <iterator>
 #include <map>
 #include <regex>
+#include <set>
 #include <sstream>
 #include <vector>
 
@@ -107,22 +110,88 @@ TEST(Guide, OtherLibrariesPrintTheSame) {
 }
 
 #ifdef FXDS_BUILD_DIR
-// The command below the first program, with this build in place of the one that
-// ./run makes.
-TEST(Readme, BuildsAndRunsTheFirstProgram) {
-    const std::string text = contents(FXDS_SOURCE_DIR "/README.md");
-    const size_t begin = text.find("    g++ ");
-    ASSERT_NE(begin, std::string::npos);
-    std::string command = text.substr(begin, text.find("\n\n", begin) - begin);
-    command = std::regex_replace(command, std::regex("build/release"), FXDS_BUILD_DIR);
-    command = std::regex_replace(command, std::regex("-I\\."), "-I" FXDS_SOURCE_DIR);
-    command = std::regex_replace(command, std::regex("^ *g\\+\\+"), FXDS_COMPILER);
+// Commands that are not run here.
+struct Left {
+    const char* begin;
+    const char* reason;
+} const left[] = {
+    {"./run", "builds all, and starts the monitor, which its own test does"},
+    {"./check", "builds all, and runs this test"},
+    {"cmake ", "builds or installs; Rooms finds its presets, and Install installs"},
+    {"g++ -std=c++17 program.cc", "needs what is installed; Install runs it"},
+    {"bench/", "measures for minutes"},
+    {"build/bench/", "is not built here"},
+    {"build/fuzz/", "runs for a minute, and is not built here"},
+    {"build/asan/tools/soak --seconds", "runs for ten minutes"},
+    {"clang-tidy ", "needs the preset clang; ./check looks at every file with it"},
+    {"tests/mutations/run", "runs for half an hour; MutationsApply looks at its faults"},
+};
+
+/// The commands that the page shows, without what is said of them.
+std::vector<std::string> commandsOf(const std::string& page) {
+    const std::regex command(
+        "    (([A-Z_]+=\\S+ )?((\\./|build/|bench/|tests/)[a-z]|"
+        "(cmake|g\\+\\+|clang-tidy|mkdir|fxdump|fxgrep) ).*)");
+    std::vector<std::string> commands;
+    std::istringstream lines(page);
+    bool isFenced = false;
+    for (std::string line, next; std::getline(lines, line);) {
+        if (line.rfind("```", 0) == 0) isFenced = !isFenced;
+        while (!line.empty() && line.back() == '\\' && std::getline(lines, next)) {
+            line.replace(line.size() - 1, 1, next);
+        }
+        std::smatch match;
+        if (isFenced || !std::regex_match(line, match, command)) continue;
+        commands.push_back(std::regex_replace(match[1].str(), std::regex(" +# .*"), ""));
+    }
+    return commands;
+}
+
+// One after the other in one folder, where the first program is, with this build in
+// place of those that they name.
+TEST(Documents, CommandsWork) {
+    const std::pair<const char*, std::string> replaced[] = {
+        {"build/[a-z]+(?=/)", FXDS_BUILD_DIR},
+        {"-I\\.", "-I" FXDS_SOURCE_DIR},
+        {"^g\\+\\+", FXDS_COMPILER},
+        {"/tmp/new", FXDS_SOURCE_DIR "/tests/fuzz/corpus/Str"},
+        {"( |^)tests/", "$1" FXDS_SOURCE_DIR "/tests/"}};
+    const std::string readme = contents(FXDS_SOURCE_DIR "/README.md");
     const TestDirectory folder;
-    folder.file("first.cc", blocksOf(text, "cpp").at(0));
-    int status = -1;
-    EXPECT_EQ(outputOf("cd " + folder.path + " && (" + command + ")", status),
-              blocksOf(text, "text").at(0));
-    EXPECT_EQ(status, 0);
+    folder.file("first.cc", blocksOf(readme, "cpp").at(0));
+    std::vector<std::filesystem::path> files = {FXDS_SOURCE_DIR "/README.md"};
+    for (const char* const place : {"", "docs", "docs/guide"}) {
+        for (const auto& entry :
+             std::filesystem::directory_iterator(FXDS_SOURCE_DIR "/" + std::string(place))) {
+            const bool isPage = entry.path().extension() == ".md";
+            if (isPage && entry.path() != files[0]) files.push_back(entry);
+        }
+    }
+    std::set<const char*> used;
+    for (const auto& file : files) {
+        for (std::string command : commandsOf(contents(file))) {
+            SCOPED_TRACE(file.string() + ": " + command);
+            const auto* const found =
+                std::find_if(std::begin(left), std::end(left),
+                             [&](const Left& row) { return command.rfind(row.begin, 0) == 0; });
+            if (found != std::end(left)) {
+                std::printf("left out: %s: %s\n", command.c_str(), found->reason);
+                used.insert(found->begin);
+                continue;
+            }
+            for (const auto& [what, with] : replaced) {
+                command = std::regex_replace(command, std::regex(what), with);
+            }
+            int status = -1;
+            const std::string shown =
+                outputOf("cd " + folder.path + " && (" + command + ")", status);
+            EXPECT_EQ(status, 0) << shown;
+            if (command.find("first.cc") != std::string::npos) {
+                EXPECT_EQ(shown, blocksOf(readme, "text").at(0));
+            }
+        }
+    }
+    EXPECT_EQ(used.size(), std::size(left)) << "commands that no page shows";
 }
 #endif
 

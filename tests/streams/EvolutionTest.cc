@@ -129,14 +129,15 @@ TEST(Evolution, IsAsTheGuideSays) {
     const std::string table =
         "| Change | New program, old file | Old program, new file |\n|---|---|---|\n" +
         row<Plain, Added>("a field is added at the end, in a new edition") +
-        row<Full, Less>("a field goes, and `fxXdrSkipped()` takes its place") +
-        row<Full, Lessened>("a field goes, and is skipped in what is of an older edition") +
+        row<Full, Less>("a field is removed, and `fxXdrSkipped()` takes its place") +
+        row<Full, Lessened>("a field is removed, and is skipped in what is of an older edition") +
         row<Plain, Retyped>("a field gets another type, in a new edition") +
         "| the class gets another name, and an alias | " + outcomeOf<Renamed>(written<Plain>()) +
         " | " + outcomeOf<Plain>(unknown(written<Renamed>(), "New name")) + " |\n" +
         row<Based, Behind>("a base is added behind the others, in a new edition") +
         row<Based, Front>("a base is added in front, in a new edition, with `fxXdrFirstBase()`") +
-        row<Front, Single>("the base in front goes, in a new edition, with `fxXdrBaseBehind()`") +
+        row<Front, Single>(
+            "the base in front is removed, in a new edition, with `fxXdrBaseBehind()`") +
         row<Plain, Raised>("the version in `FX_TRANSCRIBABLE_TYPE` is raised") +
         row<Bare, BareInserted>("a number is inserted in a class without editions");
     EXPECT_NE(contents(FXDS_SOURCE_DIR "/docs/guide/saving.md").find(table), std::string::npos)
