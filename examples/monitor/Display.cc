@@ -1,7 +1,7 @@
 #include "Display.h"
 
+#include <algorithm>
 #include <csignal>
-
 #include <cstdio>
 #include <ctime>
 
@@ -16,6 +16,16 @@ fxStr timeOfDay(double seconds) {
     text.format("%02d:%02d:%02d", parts.tm_hour, parts.tm_min, parts.tm_sec);
     return text;
 }
+
+const char* const helpLines[] = {"q     quit",
+                                 "p     pause, and go on",
+                                 "+ -   longer, shorter interval",
+                                 "s     smoothing on or off",
+                                 "w S   save the recording now",
+                                 "^L    draw again",
+                                 "?     back to the values",
+                                 "",
+                                 "Red: past its limit."};
 
 }  // namespace
 
@@ -34,22 +44,55 @@ void StatusLine::addNotice(const fxStr& text) {
     noticeText.append('\n');
 }
 
+void StatusLine::setMessage(const fxStr& text) {
+    message = text;
+    messageTime = time;
+}
+
 // The message goes first: on a small screen it should not be what is cut off.
 fxStr StatusLine::notices() const {
-    return message.isEmpty() ? noticeText : fxStr(message | "\n" | noticeText);
+    constexpr double shownSeconds = 5;
+    const bool isOver = message.isEmpty() || time - messageTime > shownSeconds;
+    return isOver ? noticeText : fxStr(message | "\n" | noticeText);
 }
 
 fxStr StatusLine::text(unsigned int width) const {
+    const fxStr parts[] = {"  every " | interval | " s", paused ? "  PAUSED" : "",
+                           fxStr("  smoothing ") | (smoothing ? "on" : "off"),
+                           "  sample " | samples, "  ? help  q quit"};
     fxStr line = timeOfDay(time);
-    line = line | "  every " | interval | " s" | (paused ? "  PAUSED" : "") | "  smoothing " |
-           (smoothing ? "on" : "off") | "  sample " | samples | "  keys q p + - s w";
+    for (const fxStr& part : parts) {
+        if (line.length() + part.length() > width) break;
+        line.append(part);
+    }
     return line.length() > width ? line.head(width) : line;
 }
 
 Display::Display(Terminal& terminal_, const std::vector<Gauge*>& gauges_, const StatusLine& status_)
     : terminal(terminal_), gauges(gauges_), status(status_) {
     addInput<&Display::redraw>("redraw", true);
+    addInput<&Display::drawAgain>("draw again");
+    addInput<&Display::toggleHelp>("help");
     addInput<&Display::suspend>("suspend");
+}
+
+// All but the status line.
+std::vector<fxStr> Display::lines(unsigned int width) const {
+    const auto cut = [width](const fxStr& text) {
+        return text.head(std::min(text.length(), width));
+    };
+    std::vector<fxStr> result;
+    if (isHelping) {
+        for (const char* const line : helpLines) result.push_back(cut(line));
+        return result;
+    }
+    for (const Gauge* gauge : gauges) {
+        if (gauge->isPresent()) result.push_back(gauge->row(width, terminal.getLook()));
+    }
+    const fxStr notices = status.notices();
+    for (unsigned int at = 0; at < notices.length();)
+        result.push_back(cut(notices.token(at, '\n')));
+    return result;
 }
 
 void Display::redraw() {
@@ -58,21 +101,24 @@ void Display::redraw() {
     const unsigned int width = terminal.columns();
     unsigned int rowsLeft = terminal.rows() - 1;
     fxStr picture = "\33[H";
-    for (const Gauge* gauge : gauges) {
-        if (rowsLeft == 0) break;
-        picture.append(gauge->row(width, terminal.getLook()));
-        picture.append("\33[K\r\n");
-        --rowsLeft;
-    }
-    const fxStr notices = status.notices();
-    for (unsigned int at = 0; at < notices.length() && rowsLeft > 0; --rowsLeft) {
-        const fxStr notice = notices.token(at, '\n');
-        picture.append(notice.length() > width ? notice.head(width) : notice);
+    for (const fxStr& line : lines(width)) {
+        if (rowsLeft-- == 0) break;
+        picture.append(line, line.length());
         picture.append("\33[K\r\n");
     }
     picture.append(status.text(width));
     picture.append("\33[J");
     terminal.write(picture);
+}
+
+void Display::drawAgain() {
+    terminal.write("\33[2J");
+    redraw();
+}
+
+void Display::toggleHelp() {
+    isHelping = !isHelping;
+    redraw();
 }
 
 void Display::suspend() {
@@ -93,6 +139,7 @@ void Report::print() {
     if (linesLeft == 0) return;
     fxStr line = timeOfDay(time);
     for (const Gauge* gauge : gauges) {
+        if (!gauge->isPresent()) continue;
         line = line | "  " | gauge->getName() | " " | gauge->valueText() |
                (gauge->hasAlarm() ? "!" : "");
     }

@@ -19,11 +19,11 @@ public:
     void setSamples(const char* text) { samples = text; }
     void setPaused(int on) { paused = on != 0; }
     void setSmoothing(int on) { smoothing = on != 0; }
-    /// Notices stay, a message makes way for the next.
+    /// Notices stay, a message makes way for the next and is shown for some seconds.
     void addNotice(const fxStr& text);
-    void setMessage(const fxStr& text) { message = text; }
+    void setMessage(const fxStr& text);
 
-    /// At most `width` columns.
+    /// At most `width` columns: what does not fit whole is left out.
     fxStr text(unsigned int width) const;
     /// Message and notices, each on a line.
     fxStr notices() const;
@@ -34,6 +34,7 @@ private:
     fxStr noticeText;  // ends in a line end
     fxStr message;
     double time;  // seconds since 1970
+    double messageTime = 0;
     bool paused;
     bool smoothing;
 };
@@ -47,14 +48,21 @@ public:
     const char* className() const override { return "Display"; }
 
     void redraw();
+    /// Draws on a screen that holds anything at all.
+    void drawAgain();
+    /// Shows what the keys do in place of the gauges, and these again.
+    void toggleHelp();
     /// Gives the terminal back, stops the process and takes it up again when
     /// it is continued.
     void suspend();
 
 private:
     Terminal& terminal;
+    std::vector<fxStr> lines(unsigned int width) const;
+
     const std::vector<Gauge*>& gauges;
     const StatusLine& status;
+    bool isHelping = false;
 };
 
 /// Prints one line for each message on its input "print", to standard output,

@@ -2,9 +2,11 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdlib>
 
 // A row is  name value bar sparkline detail.  The columns are shared out from
-// the left; bar and sparkline get what the fixed columns leave.
+// the left; bar and sparkline get what the fixed columns leave. In a few columns the
+// value goes before the name.
 
 namespace {
 
@@ -13,6 +15,7 @@ constexpr unsigned int nameColumns = 8;
 constexpr unsigned int valueColumns = 11;
 constexpr unsigned int detailColumns = 24;
 constexpr unsigned int leastGraphColumns = 6;
+constexpr unsigned int leastBesideDetail = 36;
 constexpr unsigned int mostBarColumns = 30;
 
 // Eighths of a column, from the left and from below, and what is used instead
@@ -72,6 +75,23 @@ Gauge::Gauge(const char* name_, Unit unit_, float fullScale_)
     addInput<&Gauge::setLevel>("level");
     addInput<&Gauge::setDetail>("detail");
     addInput<&Gauge::setAlarm>("alarm");
+    addInput<&Gauge::setParts>("parts");
+    addInput<&Gauge::setPresent>("present");
+}
+
+void Gauge::setPresent(int on) {
+    present = on != 0;
+    existence.send(present, fxSendNow);
+}
+
+void Gauge::setParts(const char* percentages) {
+    parts.resize(0);
+    char* end = nullptr;
+    for (float part = std::strtof(percentages, &end); end != percentages;
+         part = std::strtof(percentages, &end)) {
+        parts.append(part);
+        percentages = end;
+    }
 }
 
 void Gauge::setLevel(float level) {
@@ -91,6 +111,9 @@ fxStr Gauge::valueText() const {
         case plain:
             text.format("%.2f", value);
             break;
+        case count:
+            text.format("%.0f", value);
+            break;
         case bytesPerSecond:
             text = bytesText(value);
             break;
@@ -108,15 +131,39 @@ float Gauge::scaleFor(unsigned int columns) const {
     return largest;
 }
 
+// A column for each part, or for several where there are more than columns; those of
+// the most busy one.
+fxStr Gauge::detailText(unsigned int columns, const Look& look) const {
+    if (parts.length() == 0) return detail.head(std::min(detail.length(), columns));
+    const unsigned int each = (parts.length() + columns - 1) / columns;
+    constexpr float leastShown = 100.0F / 12;  // draws something
+    fxFloatArray bars;
+    for (unsigned int i = 0; i < parts.length(); ++i) {
+        if (i % each == 0) bars.append(leastShown);
+        bars[bars.length() - 1] = std::max(bars[bars.length() - 1], parts[i]);
+    }
+    fxStr text = sparkline(bars, 100, bars.length(), look.unicode);
+    const fxStr words = fxStr(" ") | fxStr::number(static_cast<int>(parts.length())) |
+                        (parts.length() == 1 ? " core" : " cores");
+    if (bars.length() + words.length() <= columns) text.append(words);
+    return text;
+}
+
 fxStr Gauge::row(unsigned int width, const Look& look) const {
+    if (width < nameColumns + valueColumns - 1) {
+        const fxStr words = valueText() | (alarm ? "!" : " ") | name;
+        const fxStr row = words.head(std::min(words.length(), width));
+        return alarm && look.colour ? fxStr("\33[1;31m" | row | "\33[0m") : row;
+    }
     fxStr text;
     text.format("%-*s%*s", nameColumns, name, valueColumns - 1, valueText().c_str());
-    if (text.length() >= width) return text.head(width);
+    if (text.length() >= width) return text;
     unsigned int left = width - text.length() - 1;
     text.append(alarm ? '!' : ' ');
     if (alarm && look.colour) text = fxStr("\33[1;31m" | text | "\33[0m");
 
-    const unsigned int graphs = left > detailColumns + 40 ? left - detailColumns : left;
+    const unsigned int graphs =
+        left >= detailColumns + leastBesideDetail ? left - detailColumns : left;
     const unsigned int barColumns = std::min(mostBarColumns, graphs / 2);
     if (barColumns < leastGraphColumns + 3) {
         // Room for one of them at best.
@@ -128,13 +175,14 @@ fxStr Gauge::row(unsigned int width, const Look& look) const {
     const unsigned int sparkColumns = graphs - barColumns - 1;
     const float scale = scaleFor(sparkColumns);
     const float level = history.length() > 0 ? history[history.length() - 1] : 0;
+    const fxStr graph = bar(level, scale, barColumns - 3, look.unicode);
     text.append(' ');
-    text.append(bar(level, scale, barColumns - 3, look.unicode));
+    text.append(look.colour ? fxStr((alarm ? "\33[31m" : "\33[32m") | graph | "\33[0m") : graph);
     text.append(' ');
     text.append(sparkline(history, scale, sparkColumns, look.unicode));
     if (graphs < left) {
         text.append(' ');
-        text.append(detail.head(std::min(detail.length(), detailColumns - 1)));
+        text.append(detailText(detailColumns - 1, look));
     }
     return text;
 }

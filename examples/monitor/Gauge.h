@@ -13,10 +13,10 @@ struct Look {
 };
 
 /// Takes a quantity in on "level" and shows it as text, bar and sparkline. What
-/// it shows it passes on on "shown".
+/// it shows it passes on on "shown", and whether it is shown, on "existence".
 class Gauge : public fxObj {
 public:
-    enum Unit { percent, plain, bytesPerSecond };
+    enum Unit { percent, plain, count, bytesPerSecond };
 
     /// The bar is full at `fullScale`, or at the largest value that can be seen
     /// when that is larger. `name` is borrowed.
@@ -29,6 +29,11 @@ public:
     void setLevel(float level);
     void setDetail(const fxStr& words) { detail = words; }
     void setAlarm(int on) { alarm = on != 0; }
+    /// Percentages with blanks between, which are bars in place of the detail.
+    void setParts(const char* percentages);
+    /// Whether there is what it measures, such as swap. A gauge without is not shown.
+    void setPresent(int on);
+    bool isPresent() const { return present; }
 
     /// The value with its unit, "-" before the first one.
     fxStr valueText() const;
@@ -39,14 +44,18 @@ public:
 
 private:
     float scaleFor(unsigned int columns) const;
+    fxStr detailText(unsigned int columns, const Look& look) const;
 
     const fxOutput<float> shown;
+    const fxOutput<bool> existence = addOutput<bool>("existence");
     const char* const name;
     const Unit unit;
     const float fullScale;
     fxFloatArray history;  // the newest last
     fxStr detail;
+    fxFloatArray parts;
     bool alarm;
+    bool present = true;
 };
 
 #endif

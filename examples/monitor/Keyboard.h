@@ -5,8 +5,8 @@
 #include "fxds/SelectHandler.h"
 
 /// Sends a void message on the output that belongs to the key pressed: "quit",
-/// "pause", "longer", "shorter", "smoothing", "save". When the terminal is gone, that
-/// is "quit" too.
+/// "pause", "longer", "shorter", "smoothing", "save", "help", "draw again". When the
+/// terminal is gone, that is "quit" too.
 class Keyboard : public fxSelectHandler {
 public:
     /// Listens to standard input from now on.
@@ -15,6 +15,9 @@ public:
     const char* className() const override { return "Keyboard"; }
 
     void handleRead() override;
+
+private:
+    const bool isTerminal;
 };
 
 #endif

@@ -63,18 +63,24 @@ Monitor::Monitor(const Options& options, const fxRef<Recording>& replayed)
     : cpuSampler(options.procDirectory),
       memorySampler(options.procDirectory),
       loadSampler(options.procDirectory),
+      diskSampler(options.procDirectory),
       netSampler(options.procDirectory),
       cpuRate(100),
+      readRate(1),
+      writtenRate(1),
       receivedRate(1),
       sentRate(1),
       cpu("cpu", Gauge::percent, 100, 90, 80),
       memory("memory", Gauge::percent, 100, 90, 85),
       swap("swap", Gauge::percent, 100, 50, 40),
       load("load", Gauge::plain, processorCount(), 2 * processorCount(), processorCount()),
+      tasks("tasks", Gauge::count, 100, never, never),
+      read("read", Gauge::bytesPerSecond, 1000, never, never),
+      written("write", Gauge::bytesPerSecond, 1000, never, never),
       received("net in", Gauge::bytesPerSecond, 1000, never, never),
       sent("net out", Gauge::bytesPerSecond, 1000, never, never),
-      samplers{&cpuSampler, &memorySampler, &loadSampler, &netSampler},
-      quantities{&cpu, &memory, &swap, &load, &received, &sent},
+      samplers{&cpuSampler, &memorySampler, &loadSampler, &diskSampler, &netSampler},
+      quantities{&cpu, &memory, &swap, &load, &tasks, &read, &written, &received, &sent},
       recordPath(options.record),
       intervalSeconds(options.intervalSeconds) {
     addInput<&Monitor::quit>("quit");
@@ -109,19 +115,22 @@ Monitor::~Monitor() { fx_theExecutive->remove(this); }
 
 void Monitor::connectSamplers() {
     setName(cpuRate, "cpu");
-    setName(receivedRate, "net in");
-    setName(sentRate, "net out");
     for (Sampler* sampler : samplers) {
         fxConnect(this, "prime", sampler, "sample");
         fxConnect(&timer, "tick", sampler, "sample");
     }
     fxConnect(&cpuSampler, "total", &cpuRate, "base");
     fxConnect(&cpuSampler, "busy", &cpuRate, "count");
-    fxConnect(&netSampler, "time", &receivedRate, "base");
-    fxConnect(&netSampler, "received", &receivedRate, "count");
-    fxConnect(&netSampler, "time", &sentRate, "base");
-    fxConnect(&netSampler, "sent", &sentRate, "count");
+    connectTraffic(diskSampler, readRate, writtenRate);
+    connectTraffic(netSampler, receivedRate, sentRate);
     fxConnect(&timer, "tick", this, "count");
+}
+
+void Monitor::connectTraffic(TrafficSampler& sampler, Rate& in, Rate& out) {
+    fxConnect(&sampler, "time", &in, "base");
+    fxConnect(&sampler, "in", &in, "count");
+    fxConnect(&sampler, "time", &out, "base");
+    fxConnect(&sampler, "out", &out, "count");
 }
 
 void Monitor::connectSources() {
@@ -129,8 +138,23 @@ void Monitor::connectSources() {
     memory.setSource(memorySampler, "used");
     swap.setSource(memorySampler, "swap");
     load.setSource(loadSampler, "one");
-    received.setSource(receivedRate, "rate");
-    sent.setSource(sentRate, "rate");
+    tasks.setSource(loadSampler, "tasks");
+    const struct {
+        Quantity& quantity;
+        Rate& rate;
+        TrafficSampler& sampler;
+    } traffic[] = {{read, readRate, diskSampler},
+                   {written, writtenRate, diskSampler},
+                   {received, receivedRate, netSampler},
+                   {sent, sentRate, netSampler}};
+    for (const auto& [quantity, rate, sampler] : traffic) {
+        setName(rate, quantity.gauge.getName());
+        quantity.setSource(rate, "rate");
+        fxConnect(&sampler, "exists", &quantity.gauge, "present");
+    }
+    fxConnect(&cpuSampler, "cores", &cpu.gauge, "parts");
+    fxConnect(&memorySampler, "hasSwap", &swap.gauge, "present");
+    fxConnect(&loadSampler, "running", &tasks.gauge, "detail");
     fxConnect(&memorySampler, "detail", &memory.gauge, "detail");
     fxConnect(&memorySampler, "swapDetail", &swap.gauge, "detail");
     fxConnect(&loadSampler, "detail", &load.gauge, "detail");
@@ -146,6 +170,7 @@ void Monitor::connectRecorder() {
         recorder->addQuantity(name);
         fxConnect(&quantity->gauge, "shown", recorder.get(), valueChannel(name));
         fxConnect(&quantity->alarm, "active", recorder.get(), alarmChannel(name));
+        fxConnect(&quantity->gauge, "existence", recorder.get(), presentChannel(name));
     }
     fxConnect(this, "time", recorder.get(), "time");
     fxConnect(&timer, "tick", recorder.get(), "finish");
@@ -156,6 +181,7 @@ void Monitor::connectPlayer() {
         const char* const name = quantity->gauge.getName();
         fxConnect(player.get(), valueChannel(name), &quantity->gauge, "level");
         fxConnect(player.get(), alarmChannel(name), &quantity->gauge, "alarm");
+        quantity->gauge.setPresent(player->getRecording().isPresent(name));
     }
     fxConnect(this, "prime", player.get(), "next");
     fxConnect(&timer, "tick", player.get(), "next");
@@ -172,6 +198,8 @@ void Monitor::connectScreen() {
     fxConnect(keyboard.get(), "pause", this, "pause");
     fxConnect(keyboard.get(), "longer", this, "longer");
     fxConnect(keyboard.get(), "shorter", this, "shorter");
+    fxConnect(keyboard.get(), "help", display.get(), "help");
+    fxConnect(keyboard.get(), "draw again", display.get(), "draw again");
     if (recorder != nullptr) {
         fxConnect(keyboard.get(), "smoothing", this, "toggle smoothing");
         fxConnect(keyboard.get(), "save", this, "save");
@@ -201,6 +229,7 @@ void Monitor::connectScreen() {
 void Monitor::connectReport(int lines) {
     report = std::make_unique<Report>(gauges, lines);
     for (Sampler* sampler : samplers) fxConnect(sampler, "notice", report.get(), "notice");
+    fxConnect(this, "message", report.get(), "notice");
     if (player != nullptr) {
         fxConnect(player.get(), "time", report.get(), "time");
         fxConnect(player.get(), "sent", report.get(), "print");
@@ -247,9 +276,7 @@ void Monitor::quitBy(int signalNumber) {
 void Monitor::close() {
     timer.stop();
     if (terminal != nullptr) terminal->leave();
-    if (isOpen && recorder != nullptr && !recordPath.isEmpty()) {
-        failure = saveTo(recordPath).text();
-    }
+    if (isOpen) failure = saveRecord().text();
     fxApplication::close();
 }
 
@@ -298,6 +325,22 @@ fxStreamFault Monitor::saveTo(const fxStr& path) {
     return fxSave(path, &recording);
 }
 
+fxStreamFault Monitor::saveRecord() {
+    return recorder == nullptr || recordPath.isEmpty() ? fxStreamFault() : saveTo(recordPath);
+}
+
+// So that what ends the monitor without a word, such as a power failure, takes few
+// samples with it. Of a long recording, saving takes at most a twentieth of the time.
+void Monitor::saveNowAndThen() {
+    const auto begin = std::chrono::steady_clock::now();
+    if (begin < nextSave) return;
+    const fxStreamFault fault = saveRecord();
+    const auto end = std::chrono::steady_clock::now();
+    nextSave = end + 20 * (end - begin);
+    if (fault && !hasSavingFailed) message.send(fault.text(), fxSendNow);
+    hasSavingFailed = static_cast<bool>(fault);
+}
+
 void Monitor::save() {
     fxStr path = recordPath;
     if (path.isEmpty()) {
@@ -317,7 +360,9 @@ void Monitor::save() {
 }
 
 void Monitor::countSample() {
+    constexpr int samplesPerSave = 10;
     samples.send(++sampleCount, fxSendNow);
+    if (sampleCount % samplesPerSave == 0) saveNowAndThen();
     if (recorder != nullptr) time.send(secondsSince1970(), fxSendNow);
 }
 

@@ -2,6 +2,7 @@
 #ifndef MONITOR_MONITOR_H
 #define MONITOR_MONITOR_H
 
+#include <chrono>
 #include <memory>
 #include <vector>
 
@@ -55,6 +56,8 @@ public:
     /// Saves the history when --record asks for it.
     void close() override;
 
+    /// Saves the history so far when --record asks for it. Returns why it could not.
+    fxStreamFault saveRecord();
     /// What went wrong in the end, for the user; empty when nothing did.
     const fxStr& getFailure() const { return failure; }
     /// The signal that asked to quit, or 0.
@@ -73,10 +76,11 @@ public:
     void endReplay();
 
 private:
-    static constexpr int quantityCount = 6;
-    static constexpr int samplerCount = 4;
+    static constexpr int quantityCount = 9;
+    static constexpr int samplerCount = 5;
 
     void connectSources();
+    void connectTraffic(TrafficSampler& sampler, Rate& in, Rate& out);
     void connectSamplers();
     void connectRecorder();
     void connectPlayer();
@@ -85,20 +89,27 @@ private:
     void connectSignal(int number, fxObj& target, const char* input);
     void startTimer();
     fxStreamFault saveTo(const fxStr& path);
+    void saveNowAndThen();
     void stepInterval(int direction);
     void setSmoothing(bool on);
 
     CpuSampler cpuSampler;
     MemorySampler memorySampler;
     LoadSampler loadSampler;
+    DiskSampler diskSampler;
     NetSampler netSampler;
     Rate cpuRate;
+    Rate readRate;
+    Rate writtenRate;
     Rate receivedRate;
     Rate sentRate;
     Quantity cpu;
     Quantity memory;
     Quantity swap;
     Quantity load;
+    Quantity tasks;
+    Quantity read;
+    Quantity written;
     Quantity received;
     Quantity sent;
     Sampler* const samplers[samplerCount];
@@ -133,6 +144,8 @@ private:
     fxStr failure;
     float intervalSeconds;
     int sampleCount = 0;
+    std::chrono::steady_clock::time_point nextSave;  // not before
+    bool hasSavingFailed = false;                    // and was told
     int quitSignal = 0;
     bool smoothingOn = false;
 };

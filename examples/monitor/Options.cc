@@ -8,20 +8,24 @@
 
 const char usageText[] =
     "Usage: monitor [OPTION]...\n"
-    "Watches the machine: processor, memory, swap, load and network.\n"
+    "Watches the machine: processor, memory, swap, load, tasks, disks and network.\n"
     "\n"
     "  --interval SECONDS  time between samples, 0.01 to 3600 (default 1)\n"
     "  --samples N         print N lines and end; the default, with N = 5, when the\n"
     "                      output is no terminal\n"
-    "  --record FILE       save the history, its alarms and the settings in the end\n"
+    "  --record FILE       save the history, its alarms and the settings, every few\n"
+    "                      samples and in the end\n"
     "  --replay FILE       show what was saved instead of the machine\n"
-    "  --graph             print the network of objects as Graphviz dot text and end\n"
-    "  --proc DIRECTORY    read stat, meminfo, loadavg and net/dev there (default /proc)\n"
+    "  --graph[=FILE]      print the network of objects as Graphviz dot text, or draw it\n"
+    "                      to a FILE such as net.svg, and end\n"
+    "  --proc DIRECTORY    read stat, meminfo, loadavg, diskstats and net/dev there\n"
+    "                      (default /proc)\n"
     "  --help, --version   print this text, or the version, and end\n"
     "\n"
     "Keys: q quit, p pause, + and - longer and shorter interval, s smoothing on or off,\n"
-    "w or S save now (to the file of --record, or one named after the time).\n"
-    "A red value is past its limit. Colours are left out when NO_COLOR is set.\n";
+    "w or S save now (to the file of --record, or one named after the time), ? help.\n"
+    "A red value is past its limit. Colours are those that the terminal has for red and\n"
+    "green; they are left out when NO_COLOR is set and where TERM names none.\n";
 
 namespace {
 
@@ -54,7 +58,7 @@ enum Code {
 
 const option longOptions[] = {{"interval", required_argument, nullptr, intervalCode},
                               {"samples", required_argument, nullptr, samplesCode},
-                              {"graph", no_argument, nullptr, graphCode},
+                              {"graph", optional_argument, nullptr, graphCode},
                               {"proc", required_argument, nullptr, procCode},
                               {"record", required_argument, nullptr, recordCode},
                               {"replay", required_argument, nullptr, replayCode},
@@ -71,7 +75,8 @@ bool apply(int code, const char* value, Options& options) {
             return parseSamples(value, options.samples);
         case graphCode:
             options.action = Options::showGraph;
-            return true;
+            if (value != nullptr) options.picture = value;
+            return value == nullptr || *value != '\0';
         case procCode:
             options.procDirectory = value;
             return true;

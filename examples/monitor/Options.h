@@ -11,8 +11,9 @@ struct Options {
     int samples = 0;            ///< Lines to print; 0: draw in place until told to quit.
     float intervalSeconds = 0;  ///< Between samples; 0: not given.
     fxStr procDirectory = "/proc";
-    fxStr record;  ///< Where to save in the end; empty: nowhere.
-    fxStr replay;  ///< What to show instead of the machine; empty: nothing.
+    fxStr record;   ///< Where to save; empty: nowhere.
+    fxStr replay;   ///< What to show instead of the machine; empty: nothing.
+    fxStr picture;  ///< Where showGraph draws; empty: text to standard output.
 };
 
 /// Shortest and longest time between samples.

@@ -6,6 +6,7 @@
 
 fxStr valueChannel(const char* quantity) { return fxStr("value ") | quantity; }
 fxStr alarmChannel(const char* quantity) { return fxStr("alarm ") | quantity; }
+fxStr presentChannel(const char* quantity) { return fxStr("present ") | quantity; }
 
 Recorder::Recorder() {
     addInput<&Recorder::setTime>("time");
@@ -16,6 +17,8 @@ void Recorder::addQuantity(const char* name) {
     const unsigned int index = recording->names.length();
     recording->names.append(name);
     addInput(valueChannel(name), [this, index](float value) { current().values[index] = value; });
+    addInput(presentChannel(name),
+             [this, name](bool isPresent) { recording->setPresent(name, isPresent); });
     addInput(alarmChannel(name), [this, index](bool isActive) {
         recording->add(fxMake<AlarmEvent>(static_cast<int>(index), isActive, &current()));
     });

@@ -11,10 +11,12 @@
 /// The names of the channels for a quantity.
 fxStr valueChannel(const char* quantity);
 fxStr alarmChannel(const char* quantity);
+fxStr presentChannel(const char* quantity);
 
 /// Records the quantities that come in on "value NAME" and their alarms on
-/// "alarm NAME". A message on "finish" ends a sample. At most `mostSamples` are
-/// kept: when there are more, the oldest quarter is forgotten.
+/// "alarm NAME", and on "present NAME" whether there is what they measure. A message on "finish"
+/// ends a sample. At most `mostSamples` are kept: when there are more, the oldest quarter is
+/// forgotten.
 class Recorder : public fxObj {
 public:
     static constexpr unsigned int mostSamples = 100000;
@@ -22,7 +24,7 @@ public:
     Recorder();
     const char* className() const override { return "Recorder"; }
 
-    /// Adds the inputs for a quantity.
+    /// Adds the inputs for a quantity, whose name is borrowed.
     void addQuantity(const char* name);
 
     void setTime(double seconds) { time = seconds; }

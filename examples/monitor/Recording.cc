@@ -18,10 +18,12 @@ fxBool AlarmEvent::xdr(fxTranscriber& t) {
     return fxXdrEdition(t, this, edition) && fxXdrAll(t, quantity, isActive, sample);
 }
 
+// Edition 2 knows what was absent.
 fxBool Recording::xdr(fxTranscriber& t) {
-    int edition = 1;
+    int edition = 2;
     return fxXdrEdition(t, this, edition) &&
-           fxXdrAll(t, names, intervalSeconds, smoothing, samples, alarms);
+           fxXdrAll(t, names, intervalSeconds, smoothing, samples, alarms) &&
+           (edition < 2 || fxXdr(t, absent));
 }
 
 void Recording::dropSamples(unsigned int count) {
@@ -31,6 +33,14 @@ void Recording::dropSamples(unsigned int count) {
         }
     }
     samples.erase(samples.begin(), samples.begin() + count);
+}
+
+void Recording::setPresent(const char* name, bool isPresent) {
+    if (isPresent) {
+        absent.remove(name);
+    } else {
+        absent.add(name);
+    }
 }
 
 bool Recording::isConsistent() const {

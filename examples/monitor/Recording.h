@@ -8,6 +8,7 @@
 #include "fxds/Ref.h"
 #include "fxds/Str.h"
 #include "fxds/StrArray.h"
+#include "fxds/StrSet.h"
 #include "fxds/Xdr.h"
 
 /// What all quantities showed at one time.
@@ -45,6 +46,12 @@ class Recording : public fxXDRObj {
     unsigned int sampleCount() const { return static_cast<unsigned int>(samples.size()); }
     unsigned int alarmCount() const { return static_cast<unsigned int>(alarms.size()); }
 
+    ///@{
+    /// Whether the machine has, as last set, what the quantity measures, such as swap.
+    void setPresent(const char* name, bool isPresent);
+    bool isPresent(const char* name) const { return !absent.contains(name); }
+    ///@}
+
     /// Whether everything refers to something that is there: what comes from a
     /// file may be of the right form and yet make no sense.
     bool isConsistent() const;
@@ -54,6 +61,7 @@ class Recording : public fxXDRObj {
     bool smoothing = false;     ///< As last set.
 
 private:
+    fxStrSet absent;                        // names of quantities
     std::vector<fxRef<Sample>> samples;     // oldest first
     std::vector<fxRef<AlarmEvent>> alarms;  // oldest first
 };

@@ -28,6 +28,14 @@ double field(const char* text, const char* name, double missing) {
 
 constexpr double kibPerGib = 1024.0 * 1024.0;
 
+// Whether the device only passes on to others what it is given, or keeps it in memory.
+bool isNoDisk(const std::string& name) {
+    for (const char* const prefix : {"loop", "ram", "zram", "dm-", "md", "sr", "fd"}) {
+        if (name.compare(0, std::strlen(prefix), prefix) == 0) return true;
+    }
+    return false;
+}
+
 }  // namespace
 
 Sampler::Sampler(const fxStr& path_, const char* what_)
@@ -53,19 +61,48 @@ void Sampler::switchOff(const char* reason) {
 CpuSampler::CpuSampler(const fxStr& procDirectory)
     : Sampler(procDirectory | "/stat", "cpu"),
       total(addOutput<double>("total")),
-      busy(addOutput<double>("busy")) {}
+      busy(addOutput<double>("busy")),
+      cores(addOutput<const char*>("cores")) {}
+
+// name user nice system idle iowait irq softirq steal; old kernels have only four
+bool CpuSampler::parseLine(const char* line, Ticks& ticks) {
+    double parts[8] = {};
+    if (std::strncmp(line, "cpu", 3) != 0) return false;
+    const int found = std::sscanf(line, "%*s %lf %lf %lf %lf %lf %lf %lf %lf", &parts[0], &parts[1],
+                                  &parts[2], &parts[3], &parts[4], &parts[5], &parts[6], &parts[7]);
+    if (found < 4) return false;
+    ticks = {};
+    for (const double part : parts) ticks.total += part;
+    ticks.busy = ticks.total - parts[3] - parts[4];
+    return true;
+}
 
 bool CpuSampler::parse(const char* text) {
-    // user nice system idle iowait irq softirq steal; old kernels have only four
-    double ticks[8] = {};
-    const int found = std::sscanf(text, "cpu %lf %lf %lf %lf %lf %lf %lf %lf", &ticks[0], &ticks[1],
-                                  &ticks[2], &ticks[3], &ticks[4], &ticks[5], &ticks[6], &ticks[7]);
-    if (found < 4) return false;
-    double all = 0;
-    for (const double part : ticks) all += part;
-    total.send(all, fxSendNow);
-    busy.send(all - ticks[3] - ticks[4], fxSendNow);
+    Ticks all;
+    if (!parseLine(text, all)) return false;
+    sendCores(text);
+    total.send(all.total, fxSendNow);
+    busy.send(all.busy, fxSendNow);
     return true;
+}
+
+// A line for each processor follows the one for all.
+void CpuSampler::sendCores(const char* text) {
+    std::vector<Ticks> now;
+    Ticks ticks;
+    for (const char* end = std::strchr(text, '\n'); end != nullptr; end = std::strchr(end, '\n')) {
+        if (!parseLine(++end, ticks)) break;
+        now.push_back(ticks);
+    }
+    fxStr words;
+    for (size_t i = 0; i < now.size() && now.size() == lastOfCores.size(); ++i) {
+        const double passed = now[i].total - lastOfCores[i].total;
+        const double used = now[i].busy - lastOfCores[i].busy;
+        const fxStr share = fxStr::number(passed > 0 ? static_cast<int>(100 * used / passed) : 0);
+        words = words | share | " ";
+    }
+    if (!words.isEmpty()) cores.send(words, fxSendNow);
+    lastOfCores = now;
 }
 
 MemorySampler::MemorySampler(const fxStr& procDirectory)
@@ -87,6 +124,7 @@ bool MemorySampler::parse(const char* text) {
     detail.send(words, fxSendNow);
     words.format("%.1f of %.1f GiB", swapUsed / kibPerGib, swapTotal / kibPerGib);
     swapDetail.send(words, fxSendNow);
+    hasSwap.send(swapTotal > 0, fxSendNow);
     used.send(100 * (total - available) / total, fxSendNow);
     swap.send(swapTotal > 0 ? 100 * swapUsed / swapTotal : 0, fxSendNow);
     return true;
@@ -99,28 +137,40 @@ LoadSampler::LoadSampler(const fxStr& procDirectory)
 
 bool LoadSampler::parse(const char* text) {
     char minutes[3][32];
-    char tasks[32];
-    if (std::sscanf(text, "%31s %31s %31s %31s", minutes[0], minutes[1], minutes[2], tasks) != 4)
+    char counts[32];
+    if (std::sscanf(text, "%31s %31s %31s %31s", minutes[0], minutes[1], minutes[2], counts) != 4)
         return false;
     fxStr words;
-    words.format("%s %s, %s tasks", minutes[1], minutes[2], tasks);
+    words.format("%s %s", minutes[1], minutes[2]);
     detail.send(words, fxSendNow);
     one.send(minutes[0], fxSendNow);
+    int runningTasks = 0;
+    int allTasks = 0;
+    if (std::sscanf(counts, "%d/%d", &runningTasks, &allTasks) != 2) return true;
+    running.send(fxStr::number(runningTasks) | " running", fxSendNow);
+    tasks.send(allTasks, fxSendNow);
     return true;
 }
 
+void TrafficSampler::send(bool isThere, double bytesIn, double bytesOut) {
+    timespec now;
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    exists.send(isThere, fxSendNow);
+    time.send(static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) * 1e-9, fxSendNow);
+    in.send(bytesIn, fxSendNow);
+    out.send(bytesOut, fxSendNow);
+}
+
 NetSampler::NetSampler(const fxStr& procDirectory)
-    : Sampler(procDirectory | "/net/dev", "network"),
-      time(addOutput<double>("time")),
-      received(addOutput<double>("received")),
-      sent(addOutput<double>("sent")) {}
+    : TrafficSampler(procDirectory | "/net/dev", "network") {}
 
 bool NetSampler::parse(const char* text) {
     // Two lines of headings, then a line for each interface:
     //   name: received-bytes (seven more) sent-bytes ...
-    double in = 0;
-    double out = 0;
-    bool anyLine = false;
+    double received = 0;
+    double sent = 0;
+    int interfaces = 0;
+    int lines = 0;
     for (const char* colon = std::strchr(text, ':'); colon != nullptr;
          colon = std::strchr(colon + 1, ':')) {
         double receivedBytes;
@@ -128,18 +178,43 @@ bool NetSampler::parse(const char* text) {
         if (std::sscanf(colon + 1, "%lf %*s %*s %*s %*s %*s %*s %*s %lf", &receivedBytes,
                         &sentBytes) != 2)
             return false;
-        anyLine = true;
+        ++lines;
         const bool loopback = colon - text >= 3 && std::strncmp(colon - 3, " lo", 3) == 0;
         if (loopback) continue;
-        in += receivedBytes;
-        out += sentBytes;
+        ++interfaces;
+        received += receivedBytes;
+        sent += sentBytes;
     }
-    if (!anyLine) return false;
+    if (lines == 0) return false;
+    send(interfaces != 0, received, sent);
+    return true;
+}
 
-    timespec now;
-    clock_gettime(CLOCK_MONOTONIC, &now);
-    time.send(static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) * 1e-9, fxSendNow);
-    received.send(in, fxSendNow);
-    sent.send(out, fxSendNow);
+DiskSampler::DiskSampler(const fxStr& procDirectory)
+    : TrafficSampler(procDirectory | "/diskstats", "disk") {}
+
+bool DiskSampler::parse(const char* text) {
+    // major minor name reads merged read-sectors ms writes merged written-sectors ...
+    // A disk stands before its partitions, whose names begin with its name.
+    constexpr double sectorBytes = 512;  // whatever the disk's own are
+    double read = 0;
+    double written = 0;
+    std::string disk;
+    for (const char* line = text; line != nullptr && *line != '\0';
+         line = std::strchr(line, '\n'), line += line != nullptr) {
+        char name[64];
+        double readSectors;
+        double writtenSectors;
+        if (std::sscanf(line, "%*u %*u %63s %*u %*u %lf %*u %*u %*u %lf", name, &readSectors,
+                        &writtenSectors) != 3)
+            return false;
+        const bool isPartition =
+            !disk.empty() && std::string(name).compare(0, disk.size(), disk) == 0;
+        if (isPartition || isNoDisk(name)) continue;
+        disk = name;
+        read += readSectors * sectorBytes;
+        written += writtenSectors * sectorBytes;
+    }
+    send(!disk.empty(), read, written);
     return true;
 }

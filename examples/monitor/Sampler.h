@@ -2,6 +2,8 @@
 #ifndef MONITOR_SAMPLER_H
 #define MONITOR_SAMPLER_H
 
+#include <vector>
+
 #include "fxds/Obj.h"
 #include "fxds/Str.h"
 
@@ -28,7 +30,8 @@ private:
 };
 
 /// "busy" and "total": time spent by all processors since the system started,
-/// in clock ticks. "total" goes first.
+/// in clock ticks. "total" goes first. "cores": how busy each processor was since the
+/// last sample, in percent, as numbers with blanks between.
 class CpuSampler : public Sampler {
 public:
     explicit CpuSampler(const fxStr& procDirectory);
@@ -38,11 +41,21 @@ protected:
     bool parse(const char* text) override;
 
 private:
+    struct Ticks {
+        double busy = 0;
+        double total = 0;
+    };
+    static bool parseLine(const char* line, Ticks& ticks);
+    void sendCores(const char* text);
+
     const fxOutput<double> total;
     const fxOutput<double> busy;
+    const fxOutput<const char*> cores;
+    std::vector<Ticks> lastOfCores;
 };
 
-/// "used" and "swap": percentages; "detail" and "swapDetail": the same in GiB.
+/// "used" and "swap": percentages; "detail" and "swapDetail": the same in GiB;
+/// "hasSwap".
 class MemorySampler : public Sampler {
 public:
     explicit MemorySampler(const fxStr& procDirectory);
@@ -56,10 +69,11 @@ private:
     const fxOutput<double> swap;
     const fxOutput<const char*> detail;
     const fxOutput<const char*> swapDetail;
+    const fxOutput<bool> hasSwap = addOutput<bool>("hasSwap");
 };
 
-/// "one": the load average over one minute, in the kernel's own digits;
-/// "detail": what else the file says.
+/// "one": the load average over one minute, in the kernel's own digits; "detail": those
+/// over five and fifteen; "tasks": how many there are; "running": how many run.
 class LoadSampler : public Sampler {
 public:
     explicit LoadSampler(const fxStr& procDirectory);
@@ -71,22 +85,43 @@ protected:
 private:
     const fxOutput<const char*> one;
     const fxOutput<const char*> detail;
+    const fxOutput<int> tasks = addOutput<int>("tasks");
+    const fxOutput<const char*> running = addOutput<const char*>("running");
 };
 
-/// "received" and "sent": bytes that went through all interfaces but the
-/// loopback; "time", in seconds, goes first.
-class NetSampler : public Sampler {
+/// Bytes that went in and out: "in" and "out"; "time", in seconds, goes first. "exists":
+/// whether there is anything that they can go through.
+class TrafficSampler : public Sampler {
+protected:
+    using Sampler::Sampler;
+
+    void send(bool isThere, double bytesIn, double bytesOut);
+
+private:
+    const fxOutput<double> time = addOutput<double>("time");
+    const fxOutput<double> in = addOutput<double>("in");
+    const fxOutput<double> out = addOutput<double>("out");
+    const fxOutput<bool> exists = addOutput<bool>("exists");
+};
+
+/// All interfaces but the loopback.
+class NetSampler : public TrafficSampler {
 public:
     explicit NetSampler(const fxStr& procDirectory);
     const char* className() const override { return "NetSampler"; }
 
 protected:
     bool parse(const char* text) override;
+};
 
-private:
-    const fxOutput<double> time;
-    const fxOutput<double> received;
-    const fxOutput<double> sent;
+/// All disks: in is what was read.
+class DiskSampler : public TrafficSampler {
+public:
+    explicit DiskSampler(const fxStr& procDirectory);
+    const char* className() const override { return "DiskSampler"; }
+
+protected:
+    bool parse(const char* text) override;
 };
 
 #endif

@@ -1,14 +1,22 @@
 #include "Terminal.h"
 
+#include <langinfo.h>
+#include <locale.h>
 #include <sys/ioctl.h>
 #include <termios.h>
 #include <unistd.h>
-#include <csignal>
 
 #include <cerrno>
+#include <csignal>
 #include <cstdlib>
 #include <cstring>
+#include <string>
 
+// The sequences are those of ECMA-48, which every terminal of a Linux system takes, the
+// console and its emulators alike. terminfo, which knows others too, would be the only
+// thing that the examples need beside the library and libc. Colours are the
+// terminal's own red and green, so that they suit a light and a dark ground.
+//
 // What giving the terminal back takes is kept in static storage and done with
 // calls that are allowed in signal handlers: a process that is dying can still
 // do it, once, whichever way it dies.
@@ -57,8 +65,14 @@ void restoreOnErrors() {
     }
 }
 
-// The first of these variables that is set decides about the character set.
+// What the locale says; where it is not installed, what its name says.
 bool localeIsUtf8() {
+    const locale_t locale = newlocale(LC_CTYPE_MASK, "", nullptr);
+    if (locale != nullptr) {
+        const bool isUtf8 = std::strcmp(nl_langinfo_l(CODESET, locale), "UTF-8") == 0;
+        freelocale(locale);
+        return isUtf8;
+    }
     for (const char* name : {"LC_ALL", "LC_CTYPE", "LANG"}) {
         const char* const value = std::getenv(name);
         if (value != nullptr && *value != '\0')
@@ -67,11 +81,20 @@ bool localeIsUtf8() {
     return false;
 }
 
+// Kinds of terminals without colours.
+bool hasColour(const std::string& kind) {
+    for (const char* const plain : {"vt1", "vt2", "vt3", "ansi-m", "linux-m", "sun"}) {
+        if (kind.compare(0, std::strlen(plain), plain) == 0) return false;
+    }
+    return kind.find("-mono") == std::string::npos && kind.find("-vt") == std::string::npos;
+}
+
 }  // namespace
 
 Terminal::Terminal() {
     const char* const noColour = std::getenv("NO_COLOR");
-    look.colour = noColour == nullptr || *noColour == '\0';
+    const char* const kind = std::getenv("TERM");
+    look.colour = (noColour == nullptr || *noColour == '\0') && kind != nullptr && hasColour(kind);
     look.unicode = localeIsUtf8();
     hasSavedAttributes = tcgetattr(STDIN_FILENO, &savedAttributes) == 0;
     restoreOnErrors();

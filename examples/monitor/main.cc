@@ -8,6 +8,7 @@
 
 #include "Monitor.h"
 #include "Options.h"
+#include "Picture.h"
 #include "fxds/Exec.h"
 #include "fxds/Globals.h"
 #include "fxds/Network.h"
@@ -47,13 +48,18 @@ int run(Options& options, int argc, char** argv, int& signalNumber) {
     }
     setDefaults(options, replayed);
     Monitor monitor(options, replayed);
-    if (options.action == Options::showGraph) {
+    if (options.action == Options::showGraph && options.picture.isEmpty()) {
         fxDumpNetwork(std::cout, &monitor);
+    } else if (options.action == Options::showGraph) {
+        error = drawNetwork(monitor, options.picture);
+    } else if (const fxStreamFault fault = monitor.saveRecord()) {
+        error = fault.text();  // now, not when hours have been recorded
     } else {
         fx_theExecutive->initialize(argc, argv);
         fx_theExecutive->open();
         fx_theExecutive->loop();
     }
+    if (!error.isEmpty()) return fail(error, 1);
     signalNumber = monitor.getQuitSignal();
     return monitor.getFailure().isEmpty() ? 0 : fail(monitor.getFailure(), 1);
 }

@@ -42,6 +42,7 @@ public:
               "MemTotal:  8388608 kB\nMemFree: 9 kB\nMemAvailable:  2097152 kB\n"
               "SwapTotal: 1000 kB\nSwapFree:  400 kB\n");
         write("loadavg", "0.52 0.40 0.30 2/345 6789\n");
+        write("diskstats", "8 0 sda 9 0 2 0 9 0 4 0\n8 1 sda1 9 0 2 0 9 0 4 0\n");
         write("net/dev",
               "Inter-|   Receive  |  Transmit\n face |bytes packets|bytes packets\n"
               "    lo:  900 1 0 0 0 0 0 0  900 1 0 0 0 0 0 0\n"
@@ -53,7 +54,9 @@ public:
         std::filesystem::rename(room.file("new", text), directory + "/" + name);
     }
     void writeStat(int busy, int idle) const {
-        write("stat", "cpu  " + std::to_string(busy) + " 0 0 " + std::to_string(idle) + "\n");
+        const std::string ticks =
+            " " + std::to_string(busy) + " 0 0 " + std::to_string(idle) + "\n";
+        write("stat", "cpu " + ticks + "cpu0" + ticks + "cpu1 0 0 0 1\n");
     }
 
     const std::string directory = room.path;
@@ -186,9 +189,14 @@ TEST(MonitorLines, AsManyAsAskedEachWithEveryQuantity) {
     EXPECT_EQ("", result.errors);
     EXPECT_EQ(3, countLines(result.output));
     EXPECT_TRUE(has(result.output,
-                    "  cpu -  memory 75.0%  swap 60.0%!  load 0.52  net in 0 B/s"
-                    "  net out 0 B/s\n"))
+                    "  cpu -  memory 75.0%  swap 60.0%!  load 0.52  tasks 345  read 0 B/s"
+                    "  write 0 B/s  net in 0 B/s  net out 0 B/s\n"))
         << result.output;
+    // What there is none of is left out.
+    proc.write("meminfo", "MemTotal:  8388608 kB\nMemAvailable:  2097152 kB\nSwapTotal: 0 kB\n");
+    proc.write("diskstats", "7 0 loop0 9 0 2 0 9 0 4 0\n");
+    EXPECT_TRUE(has(run(onFake(proc, {"--samples", "1"})).output,
+                    "memory 75.0%  load 0.52  tasks 345  net in"));
     EXPECT_EQ(5, countLines(run({"--interval", "0.02"}).output)) << "when it is no terminal";
 }
 
@@ -222,7 +230,7 @@ TEST(MonitorLines, MissingAndStrangeFilesSwitchOffTheirSamplerOnly) {
     EXPECT_EQ(2, countLines(result.output));
     EXPECT_TRUE(has(result.output, "cpu -  memory 75.0%")) << result.output;
     EXPECT_TRUE(has(result.output, "net in -  net out -\n")) << result.output;
-    EXPECT_EQ(2, countLines(result.errors)) << result.errors;  // said once, not every time
+    EXPECT_EQ(2, countLines(result.errors)) << result.errors;  // told once, not every time
     EXPECT_TRUE(has(result.errors, "network is off: ")) << result.errors;
     EXPECT_TRUE(has(result.errors, "/net/dev: No such file or directory\n")) << result.errors;
     EXPECT_TRUE(has(result.errors, "cpu is off: ")) << result.errors;
@@ -248,18 +256,19 @@ TEST(MonitorRecording, ReplaysWhatWasShown) {
     EXPECT_EQ(0, session.end());
 }
 
-TEST(MonitorRecording, AKeySavesAndSoDoesASignal) {
+TEST(MonitorRecording, SurvivesWhateverEndsIt) {
     FakeProc proc;
     const std::string file = proc.directory + "/recording";
-    Session session(Session::terminal, onFake(proc, {"--record", file}));
-    ASSERT_TRUE(session.sees("sample 2"));
-    session.type("w");
-    ASSERT_TRUE(session.sees("saved "));
-    EXPECT_LE(2, countLines(run({"--replay", file}).output));
-    std::filesystem::remove(file);
-    kill(session.process, SIGTERM);
-    session.end();
-    EXPECT_LE(2, countLines(run({"--replay", file}).output));
+    for (const int signalNumber : {SIGTERM, SIGKILL}) {
+        Session session(Session::terminal, onFake(proc, {"--record", file}));
+        ASSERT_TRUE(session.sees("sample 2"));
+        session.type("w");
+        ASSERT_TRUE(session.sees("saved "));
+        ASSERT_TRUE(session.sees("sample 41"));  // at the tenth of them it was saved
+        kill(session.process, signalNumber);
+        session.end();
+        EXPECT_LE(9, countLines(run({"--replay", file}).output));
+    }
 }
 
 TEST(MonitorRecording, DamagedFilesGetOneLineAndStatus1) {
@@ -276,6 +285,7 @@ TEST(MonitorRecording, DamagedFilesGetOneLineAndStatus1) {
     const Result unwritable = run(onFake(proc, {"--samples", "1", "--record", "/nowhere/file"}));
     EXPECT_EQ(1, unwritable.status);
     EXPECT_EQ("monitor: /nowhere/file: No such file or directory\n", unwritable.errors);
+    EXPECT_EQ("", unwritable.output);  // before it begins
 }
 
 TEST(MonitorOptions, BadOnesGetOneLineAndStatus2) {
@@ -316,6 +326,15 @@ TEST(MonitorOptions, GraphShowsObjectsTypesAndConverters) {
                              "bool to int", "char* to fxStr", "double to char*", "int to char*"}) {
         EXPECT_TRUE(has(result.output, part)) << part;
     }
+    const TestDirectory room;
+    EXPECT_EQ(0, run({"--graph=" + room.path + "/net.gv"}).status);
+    EXPECT_EQ(0U, contents(room.path + "/net.gv").find("digraph network {\n"));
+    const Result picture = run({"--graph=" + room.path + "/net.svg"});
+    const bool hasGraphviz = std::system("command -v dot >/dev/null") == 0;
+    EXPECT_EQ(hasGraphviz ? 0 : 1, picture.status);
+    EXPECT_TRUE(has(hasGraphviz ? contents(room.path + "/net.svg") : picture.errors,
+                    hasGraphviz ? "</svg>" : "dot, of Graphviz, cannot be run"));
+    EXPECT_EQ(1, run({"--graph=" + room.path}).status);
 }
 
 TEST(MonitorTerminal, KeysActAndQuittingLeavesItAsItWas) {
@@ -333,6 +352,10 @@ TEST(MonitorTerminal, KeysActAndQuittingLeavesItAsItWas) {
     EXPECT_TRUE(session.sees("every 0.1 s  PAUSED  smoothing on"));
     session.type("p");
     EXPECT_TRUE(session.sees("every 0.1 s  smoothing on"));
+    session.type("?");
+    EXPECT_TRUE(session.sees("pause, and go on"));
+    session.type("?");
+    EXPECT_TRUE(session.sees("75.0%"));
     session.type("q");
     EXPECT_EQ(0, session.end());
     EXPECT_TRUE(sameAttributes(session.before, session.attributes()));
