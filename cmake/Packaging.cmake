@@ -10,6 +10,10 @@ set(package_version ${PROJECT_VERSION}-1)
 
 set(CPACK_GENERATOR DEB)
 set(CPACK_COMPONENTS_ALL runtime dev tools)
+find_package(Doxygen QUIET)
+if(FXDS_MANUAL AND DOXYGEN_FOUND)
+  list(APPEND CPACK_COMPONENTS_ALL doc)
+endif()
 set(CPACK_DEB_COMPONENT_INSTALL ON)
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION})
@@ -47,7 +51,7 @@ This package holds the shared libraries.")
 set(CPACK_DEBIAN_DEV_PACKAGE_NAME ${dev_package})
 set(CPACK_DEBIAN_DEV_PACKAGE_SECTION libdevel)
 set(CPACK_DEBIAN_DEV_PACKAGE_DEPENDS "${runtime_package} (= ${package_version})")
-set(CPACK_DEBIAN_DEV_PACKAGE_SUGGESTS "pkg-config, cmake, gdb")
+set(CPACK_DEBIAN_DEV_PACKAGE_SUGGESTS "pkg-config, cmake, gdb, libostrelfxds-doc")
 set(CPACK_COMPONENT_DEV_DESCRIPTION "${introduction}
 .
 This package holds what it takes to build programs with the library: headers,
@@ -61,6 +65,14 @@ set(CPACK_COMPONENT_TOOLS_DESCRIPTION "${introduction}
 .
 This package holds fxgrep, which prints the lines of files that a pattern
 occurs in, and fxdump, which shows, draws and checks saved objects.")
+
+set(CPACK_DEBIAN_DOC_PACKAGE_NAME libostrelfxds-doc)
+set(CPACK_DEBIAN_DOC_PACKAGE_SECTION doc)
+set(CPACK_DEBIAN_DOC_PACKAGE_ARCHITECTURE all)
+set(CPACK_COMPONENT_DOC_DESCRIPTION "${introduction}
+.
+This package holds the manual: the guide, the contracts of all classes grouped by
+topic, and the pages on how the library is built.")
 
 # The tools need a library that is not installed yet.
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS

@@ -1,7 +1,25 @@
 # Filters a header for the manual. What all classes have in common is told here
 # once instead of in each header; what has no contract of its own goes: what the
 # compiler writes or refuses, copying without a word, storage of small objects.
-# A line stays a line, so that messages name the right one.
+# A line stays a line, so that messages name the right one. Doxygen alone would hide
+# such members, or warn of each; it could not do both, tell of what was forgotten and
+# be silent about these.
+#
+# A class belongs to the group of its room. The file `rooms` has a line for each
+# header: its path and its room.
+
+BEGIN {
+    while ((getline line < rooms) > 0) {
+        split(line, words, " ")
+        roomOf[words[1]] = words[2]
+    }
+}
+
+function room(path) {
+    path = FILENAME
+    sub(/.*\/fxds\//, "", path)
+    return roomOf[path]
+}
 
 function isCopying(line, parts) {  # X(const X&), operator=(const X&), X(X&&)
     if (line ~ /operator=\(/) return line ~ /operator=\((const )?[A-Za-z_]+(<[A-Za-z, ]+>)?&&? ?[a-z]*\)/
@@ -69,5 +87,16 @@ block != "" {
         match($0, /^ */)
         $0 = substr($0, 1, RLENGTH) "/** " text " */ " substr($0, RLENGTH + 1)
     }
-    print
+}
+
+# The last line of a comment is kept back until it shows whether it is a class's.
+/^\/\/\/ / { print_held(); held = $0; next }
+held != "" && /^template </ { behind = behind "\n" $0; next }
+held != "" && /^(class|struct) / && room() != "" { held = held " @ingroup " room() }
+{ print_held(); print }
+END { print_held() }
+
+function print_held() {
+    if (held != "") print held behind
+    held = behind = ""
 }
