@@ -2,10 +2,10 @@
 #ifndef FXDS_BINARYREADER_H
 #define FXDS_BINARYREADER_H
 
-#include <memory>
 #include <string>
 
 #include "fxds/BinaryTranscriber.h"
+#include "fxds/detail/Owned.h"
 
 namespace fxRecordFormat {
 struct Head;
@@ -172,9 +172,9 @@ private:
     const void* holder;        // the slot of a pointer that holds what it gets, or null
     TakeHold* takeHold;        // by what it holds that
     fxTypeObj* bodyType;       // of the object or part that is being read, or null
-    std::unique_ptr<fxRecordReader> records;
+    fxDetail::Owned<fxRecordReader> records;
     const fxRecordFormat::Head& head;  // of the current record
-    std::unique_ptr<fxReaderGraph> graph;
+    fxDetail::Owned<fxReaderGraph> graph;
 };
 
 ///@{

@@ -2,10 +2,10 @@
 #ifndef FXDS_BINARYWRITER_H
 #define FXDS_BINARYWRITER_H
 
-#include <memory>
 #include <vector>
 
 #include "fxds/BinaryTranscriber.h"
+#include "fxds/detail/Owned.h"
 
 class fxAddressIndex;
 class fxOutBuffer;
@@ -171,12 +171,12 @@ private:
     bool writeBlock(const fxBinaryWriterItem& item);
     void dropPending();
 
-    std::unique_ptr<fxAddressIndex> seen;   // objects, blocks and base parts
-    std::unique_ptr<fxAddressIndex> parts;  // base parts, by their latest numbers
+    fxDetail::Owned<fxAddressIndex> seen;   // objects, blocks and base parts
+    fxDetail::Owned<fxAddressIndex> parts;  // base parts, by their latest numbers
     unsigned int partCount;
-    std::unique_ptr<fxAddressIndex> embedded;  // objects that are fields of others
+    fxDetail::Owned<fxAddressIndex> embedded;  // objects that are fields of others
     unsigned int embeddedCount;
-    std::unique_ptr<fxAddressIndex> owned;  // objects that a pointer field owns
+    fxDetail::Owned<fxAddressIndex> owned;  // objects that a pointer field owns
     unsigned int ownedCount;
     const void* owner;                   // the slot of a pointer that owns its block, or null
     fxTypeObj* lastType;                 // the type that was asked for last,
@@ -187,7 +187,7 @@ private:
     unsigned int firstOfBody;            // the numbers of its parts are not below this one
     std::vector<const void*> toldRoots;  // of its parts
     bool isInGraph;                      // in writeObject()
-    std::unique_ptr<fxOutBuffer> outgoing;
+    fxDetail::Owned<fxOutBuffer> outgoing;
 };
 
 #endif

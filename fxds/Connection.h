@@ -2,7 +2,6 @@
 #ifndef FXDS_CONNECTION_H
 #define FXDS_CONNECTION_H
 
-#include <string>
 #include <type_traits>
 #include <utility>
 
@@ -37,25 +36,13 @@ public:
     /// possible, or one of them is null, whyNot() tells the reason.
     fxConnection(fxOutputChannel* output, fxInputChannel* input);
     /// A copy, which is to be asked in place of `other`.
-    fxConnection(const fxConnection& other)
-        : input(other.input),
-          output(other.output),
-          serial(other.serial),
-          isAsked(std::exchange(other.isAsked, true)),
-          reason(other.reason) {}
+    fxConnection(const fxConnection& other);
     fxConnection(fxConnection&&) = default;
     ~fxConnection() {
         if (!isAsked && !reason.isEmpty()) tellReason();
     }
     /// Releases what it referred to before, which may run code of the program.
-    fxConnection& operator=(fxConnection other) noexcept {
-        std::swap(input, other.input);
-        std::swap(output, other.output);
-        std::swap(serial, other.serial);
-        std::swap(isAsked, other.isAsked);
-        std::swap(reason, other.reason);
-        return *this;
-    }
+    fxConnection& operator=(fxConnection other) noexcept;
 
     ///@{
     /// Whether the two ends are joined now.
@@ -92,20 +79,15 @@ private:
 
 /// A connection that is cut at the end of a scope, or of the object that has it
 /// as a member.
-class fxScopedConnection {
+class FX_API fxScopedConnection {
 public:
     fxScopedConnection() = default;
     /// Implicit: `fxScopedConnection c = fxConnect(...)`.
     fxScopedConnection(fxConnection connection_) : connection(std::move(connection_)) {}
     /// Leaves `other` without a connection.
-    fxScopedConnection(fxScopedConnection&& other) noexcept
-        : connection(std::exchange(other.connection, fxConnection())) {}
+    fxScopedConnection(fxScopedConnection&& other) noexcept : connection(other.release()) {}
     /// Cuts the connection that it had.
-    fxScopedConnection& operator=(fxScopedConnection&& other) noexcept {
-        fxScopedConnection last(std::move(other));  // cut last: that may come back here
-        std::swap(connection, last.connection);
-        return *this;
-    }
+    fxScopedConnection& operator=(fxScopedConnection&& other) noexcept;
     ~fxScopedConnection() { connection.disconnect(); }
 
     /// The connection, which stays this one's business.
@@ -113,7 +95,7 @@ public:
     bool isConnected() const { return connection.isConnected(); }  ///< As fxConnection's.
     void disconnect() { connection.disconnect(); }                 ///< As fxConnection's.
     /// The connection, which stays from now on.
-    fxConnection release() { return std::exchange(connection, fxConnection()); }
+    fxConnection release();
 
 private:
     fxConnection connection;

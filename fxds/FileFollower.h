@@ -3,13 +3,13 @@
 #define FXDS_FILEFOLLOWER_H
 
 #include <chrono>
-#include <memory>
 #include <string>
 
 #include "fxds/Clock.h"
 #include "fxds/Lines.h"
 #include "fxds/Obj.h"
 #include "fxds/detail/FilePath.h"
+#include "fxds/detail/Owned.h"
 
 /// How far a file has been read; to be saved, and gone on from in another process.
 struct fxFilePlace {
@@ -52,7 +52,7 @@ private:
 
     const std::string path;
     fxFilePlace begin;                     // of what the reader reads
-    std::unique_ptr<fxLineReader> reader;  // null where there is no file
+    fxDetail::Owned<fxLineReader> reader;  // null where there is no file
     bool hasFailed = false;                // whether reading has
     bool isLeaving = false;                // whether the reader finishes a file that was replaced
     fxRef<fxAlarm> looking;

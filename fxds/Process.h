@@ -6,13 +6,13 @@
 
 #include <climits>
 #include <initializer_list>
-#include <memory>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "fxds/Lines.h"
 #include "fxds/Obj.h"
+#include "fxds/detail/Owned.h"
 
 /// What to start, and how.
 struct fxCommand {
@@ -110,9 +110,9 @@ private:
     int watch(bool hasGroup);
     void end(int newStatus);
 
-    std::unique_ptr<fxLineWriter> inputPipe;
-    std::unique_ptr<fxLineReader> outputPipe;
-    std::unique_ptr<fxLineReader> errorPipe;
+    fxDetail::Owned<fxLineWriter> inputPipe;
+    fxDetail::Owned<fxLineReader> outputPipe;
+    fxDetail::Owned<fxLineReader> errorPipe;
     Exit* exit = nullptr;  // null when it is not running
     pid_t pid = 0;
     int error = 0;

@@ -305,9 +305,9 @@ public:
         if (read) number = *read;
         return read.has_value();
     }
-    std::optional<int> toInt(int base = 10) const { return toNumber<int>(base); }
-    std::optional<long> toLong(int base = 10) const { return toNumber<long>(base); }
-    std::optional<double> toDouble() const { return readFraction(); }
+    std::optional<int> toInt(int base = 10) const;
+    std::optional<long> toLong(int base = 10) const;
+    std::optional<double> toDouble() const;
     ///@}
 
     // Hashing and formatting.

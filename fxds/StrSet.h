@@ -16,7 +16,7 @@ class FX_API fxStrSet : public fxRecorded<fxStrSet, fxTypedSet<fxStr>, fxStrSet_
 public:
     explicit fxStrSet(unsigned int nBuckets = 0);  ///< `nBuckets` chains; 0 stands for 31.
     explicit fxStrSet(fxTypeObj& type);
-    fxStrSet(fxDetail::ArrayItems<fxStr> items) : fxRecorded(items) {}  ///< Holds the keys.
+    fxStrSet(fxDetail::ArrayItems<fxStr> items);  ///< Holds the keys.
     fxStrSet(const fxStrSet&) = default;
     fxStrSet(fxStrSet&&) = default;
     fxStrSet& operator=(const fxStrSet&) = default;

@@ -3,11 +3,11 @@
 #define FXDS_TRANSCRIBER_H
 
 #include <cstddef>
-#include <memory>
 
 #include "fxds/RCObj.h"
 #include "fxds/Stream.h"
 #include "fxds/StreamFault.h"
+#include "fxds/detail/Owned.h"
 
 class fxStr;
 class fxTypeObj;
@@ -318,7 +318,7 @@ protected:
     fxStreamFault* answer = nullptr;
     size_t headerBytes = 0;  ///< Of the stream, before its first record.
     /// What refuse() was told first, or null: a subclass takes it into account.
-    std::unique_ptr<fxStreamFault> complaint;
+    fxDetail::Owned<fxStreamFault> complaint;
 
 private:
     template <class Int>

@@ -17,6 +17,7 @@
 #include "fxds/VoidPtrArray.h"
 #include "fxds/XDRObj.h"
 #include "fxds/XdrValues.h"
+#include "fxds/detail/Owned.h"
 
 // A class in full:
 //
@@ -295,9 +296,9 @@ template <class C>
 C* fxXdrCopy(C* root) {
     fxMemoryStream stream;
     stream.take();  // stands on the stack: no transcriber shall delete it
-    const std::unique_ptr<fxTranscriber> writer(fxTranscriber::getWriter(&stream));
+    const fxDetail::Owned<fxTranscriber> writer(fxTranscriber::getWriter(&stream));
     if (writer == nullptr || !fxWriteObject(*writer, root)) return nullptr;
-    const std::unique_ptr<fxTranscriber> reader(fxTranscriber::getReader(&stream));
+    const fxDetail::Owned<fxTranscriber> reader(fxTranscriber::getReader(&stream));
     return reader != nullptr ? fxReadObject<C>(*reader) : nullptr;
 }
 /// The same, held.

@@ -4,6 +4,8 @@
 
 fxBinaryOTDict::fxBinaryOTDict(unsigned int nBuckets) : fxTypedDictionary(nBuckets) {}
 
+fxBinaryOTDict::fxBinaryOTDict(Entries entries) : fxTypedDictionary(entries) {}
+
 fxBinaryOTDict::~fxBinaryOTDict() { cleanup(); }
 
 void fxBinaryOTDict::clear() {

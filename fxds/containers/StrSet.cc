@@ -9,6 +9,8 @@ fxStrSet::fxStrSet(unsigned int nBuckets) : fxRecorded(nBuckets) {}
 
 fxStrSet::fxStrSet(fxTypeObj& type) : fxRecorded(type) {}
 
+fxStrSet::fxStrSet(fxDetail::ArrayItems<fxStr> items) : fxRecorded(items) {}
+
 fxStrSet::~fxStrSet() { cleanup(); }
 
 fxBool fxStrSet::xdr(fxTranscriber& transcriber) { return doxdr(transcriber); }

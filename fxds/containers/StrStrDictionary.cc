@@ -9,6 +9,8 @@ fxStrStrDictionary::fxStrStrDictionary(unsigned int nBuckets) : fxRecorded(nBuck
 
 fxStrStrDictionary::fxStrStrDictionary(fxTypeObj& type) : fxRecorded(type) {}
 
+fxStrStrDictionary::fxStrStrDictionary(Entries entries) : fxRecorded(entries) {}
+
 fxStrStrDictionary::~fxStrStrDictionary() { cleanup(); }
 
 fxBool fxStrStrDictionary::xdr(fxTranscriber& transcriber) { return doxdr(transcriber); }

@@ -4,6 +4,8 @@
 
 fxVoidPtrDict::fxVoidPtrDict(unsigned int nBuckets) : fxTypedDictionary(nBuckets) {}
 
+fxVoidPtrDict::fxVoidPtrDict(Entries entries) : fxTypedDictionary(entries) {}
+
 fxVoidPtrDict::~fxVoidPtrDict() { cleanup(); }
 
 fxVoidPtrDict::Finder* fxVoidPtrDict::finder() const { return finderFor(typeid(fxVoidPtrDict)); }

@@ -5,6 +5,7 @@
 #include <numeric>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "fxds/Converter.h"
@@ -32,6 +33,22 @@ fxConnection::fxConnection(fxOutputChannel* output_, fxInputChannel* input_) {
     if (!output_->isConnectedTo(input_)) output_->add(input_);
 }
 
+fxConnection::fxConnection(const fxConnection& other)
+    : input(other.input),
+      output(other.output),
+      serial(other.serial),
+      isAsked(std::exchange(other.isAsked, true)),
+      reason(other.reason) {}
+
+fxConnection& fxConnection::operator=(fxConnection other) noexcept {
+    std::swap(input, other.input);
+    std::swap(output, other.output);
+    std::swap(serial, other.serial);
+    std::swap(isAsked, other.isAsked);
+    std::swap(reason, other.reason);
+    return *this;
+}
+
 fxConnection fxConnection::adopt(fxOutputChannel* output, fxObj* context, fxInputChannel* input) {
     const fxRef<fxInputChannel> held(input);  // deletes it where nothing else holds it
     if (context != nullptr) context->adoptInput(input);
@@ -47,6 +64,14 @@ bool fxConnection::isJoined() const {
 void fxConnection::disconnect() {
     if (isJoined()) output->remove(input);
 }
+
+fxScopedConnection& fxScopedConnection::operator=(fxScopedConnection&& other) noexcept {
+    fxScopedConnection last(std::move(other));  // cut last: that may come back here
+    std::swap(connection, last.connection);
+    return *this;
+}
+
+fxConnection fxScopedConnection::release() { return std::exchange(connection, fxConnection()); }
 
 void fxConnection::tellReason() const noexcept {
     std::fprintf(stderr, "fxConnect: %s\n", reason.c_str());

@@ -60,6 +60,9 @@ bool fxStr::readInteger(bool& isNegative, unsigned long long& magnitude, int bas
     return result.ec == std::errc() && result.ptr == end;
 }
 
+std::optional<int> fxStr::toInt(int base) const { return toNumber<int>(base); }
+std::optional<long> fxStr::toLong(int base) const { return toNumber<long>(base); }
+std::optional<double> fxStr::toDouble() const { return readFraction(); }
 std::optional<double> fxStr::readFraction() const { return readAs<double>(view()); }
 
 std::optional<float> fxStr::readFloat() const { return readAs<float>(view()); }
