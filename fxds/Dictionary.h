@@ -246,9 +246,15 @@ protected:
     void* findText(std::string_view text) const;
     void removeText(std::string_view text);
     ///@}
+    /// Whether enter() is allowed: the hooks are those of a ready-made class, and nothing
+    /// is under way that may refer to entries.
+    bool isCalm() const { return extra.hasOwnHooks && extra.holds.isEmpty() && !buckets.isEmpty(); }
+    /// The entry of the key: its block. A new one is raw, and the caller makes it whole
+    /// before anything else happens. Requires: isCalm()
+    void* enter(const void* key, bool& isNew);
     /// For a constructor that has added something: how to search is not settled
     /// yet, as a class that derives from this one may override hooks.
-    void forgetFinder() { extra.finder = nullptr; }
+    void forgetFinder() { extra.forgetFinder(); }
 
     /// Moves the place of the values up to a multiple of `alignment`, and
     /// keySize with it. hashKey() goes on to read as many bytes as before, and
@@ -264,9 +270,19 @@ protected:
 private:
     friend struct fxHashCore<fxDictionary>;
     friend struct fxHashXdr<fxDictionary>;
+    template <class Key, class Base>
+    friend class fxTypedKeys;
     typedef fxDictBucket Node;
     typedef fxDictIter Iter;
     static constexpr bool hasValues = true;
+
+    // Without entries, and like `other` otherwise.
+    explicit fxDictionary(const fxDictionary* other);
+
+    // What a search returns that has found the node.
+    void* found(const Node* node) const {
+        return node->is(Node::ending) ? nullptr : static_cast<char*>(node->element) + keySize;
+    }
 
     mutable fxHashExtra<fxDictionary, fxDictBucket> extra;
 };

@@ -11,6 +11,7 @@
 #include <typeinfo>
 
 #include "fxds/Str.h"
+#include "fxds/detail/Mix.h"
 
 /// For fingerprintKey(): a number that depends on all of the bytes.
 FX_API unsigned long fxFingerprint(const void* bytes, std::size_t count);
@@ -78,6 +79,10 @@ template <class Key, class Text>
 using IfLookedUp = std::enable_if_t<std::is_same_v<Key, fxStr> && !std::is_base_of_v<fxStr, Text> &&
                                         std::is_convertible_v<const Text&, std::string_view>,
                                     int>;
+
+/// Whether copies and ends of a T neither throw nor run code of the program.
+template <class T>
+inline constexpr bool isCalm = std::is_trivially_copyable_v<T> || std::is_same_v<T, fxStr>;
 }  // namespace fxDetail
 
 /// What a key of type Key needs over Base, which is fxDictionary or fxSet: the hooks,
@@ -88,7 +93,7 @@ public:
     using Base::Base;
 
     /// Whether an equal key is there.
-    bool contains(const Key& key) const { return Base::find(&key) != nullptr; }
+    bool contains(const Key& key) const { return findKey(key) != nullptr; }
     /// Destroys the entry of an equal key, if there is one.
     void remove(const Key& key) { Base::remove(&key); }
 
@@ -105,6 +110,36 @@ public:
     }
 
 protected:
+    /// As Base::find(). Numbers and addresses are looked for here, where the hooks are
+    /// those of this class: their hash is their fingerprint.
+    void* findKey(const Key& key) const {
+        if constexpr (std::is_scalar_v<Key>) {
+            auto& own = this->extra;
+            const unsigned int chains = this->buckets.length();
+            if (own.hasOwnHooks && own.divisor == chains) {
+                const unsigned long hash = fxKeyHooks<Key>::hash(key);
+                const unsigned int chain = own.chainOf(hash, chains);
+                const auto isEqual = [&key](const auto* node) {
+                    return fxKeyHooks<Key>::compare(key, *static_cast<Key*>(node->element)) == 0;
+                };
+                if (own.index.isBuilt()) {
+                    const auto* node = own.index.first(fxMix32(hash));
+                    while (node != nullptr && (node->bucket() != chain || !isEqual(node))) {
+                        node = node->alike;
+                    }
+                    return node != nullptr ? this->found(node) : nullptr;
+                }
+                const auto* node = this->buckets.begin()[chain];
+                for (unsigned int left = own.index.longWalk; left != 0; --left) {
+                    if (node == nullptr) return nullptr;
+                    if (isEqual(node)) return this->found(node);
+                    node = node->next;
+                }
+            }
+        }
+        return Base::find(&key);
+    }
+
     unsigned long hashKey(const void* key) const override {
         return fxKeyHooks<Key>::hash(*static_cast<const Key*>(key));
     }
@@ -125,6 +160,12 @@ protected:
             if (typeid(*this) == exact) return Base::template directFinder<Key>();
         }
         return Base::finder();
+    }
+
+    /// The same for a class that overrides no hook of this one.
+    typename Base::Finder* ownFinder(const std::type_info& exact) const {
+        this->extra.hasOwnHooks = typeid(*this) == exact;
+        return finderFor(exact);
     }
 };
 

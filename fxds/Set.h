@@ -197,9 +197,15 @@ protected:
     void* findText(std::string_view text) const;
     void removeText(std::string_view text);
     ///@}
+    /// Whether enter() is allowed: the hooks are those of a ready-made class, and nothing
+    /// is under way that may refer to entries.
+    bool isCalm() const { return extra.hasOwnHooks && extra.holds.isEmpty() && !buckets.isEmpty(); }
+    /// The entry of the key: its block. A new one is raw, and the caller makes it whole
+    /// before anything else happens. Requires: isCalm()
+    void* enter(const void* key, bool& isNew);
     /// For a constructor that has added something: how to search is not settled
     /// yet, as a class that derives from this one may override hooks.
-    void forgetFinder() { extra.finder = nullptr; }
+    void forgetFinder() { extra.forgetFinder(); }
 
     fxSetBuckets buckets;  ///< The first node of each chain, or null.
     unsigned int count;    ///< Number of elements.
@@ -209,9 +215,13 @@ protected:
 private:
     friend struct fxHashCore<fxSet>;
     friend struct fxHashXdr<fxSet>;
+    template <class Key, class Base>
+    friend class fxTypedKeys;
     typedef fxSetBucket Node;
     typedef fxSetIter Iter;
     static constexpr bool hasValues = false;
+
+    static void* found(const Node* node) { return node->element; }
 
     mutable fxHashExtra<fxSet, fxSetBucket> extra;
 };

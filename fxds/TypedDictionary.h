@@ -75,7 +75,24 @@ public:
     bool empty() const { return this->isEmpty(); }  ///< The same, for std::empty().
 
     /// Enters the value under the key; see addInternal().
-    void add(const Key& key, const Value& value) { this->addInternal(&key, &value); }
+    void add(const Key& key, const Value& value) {
+        if constexpr (fxDetail::isCalm<Key> && fxDetail::isCalm<Value>) {
+            if (this->isCalm()) {
+                bool isNew = false;
+                char* const entry = static_cast<char*>(this->enter(&key, isNew));
+                auto* const at = reinterpret_cast<Value*>(entry + this->keySize);
+                if (at == &value) return;
+                if (isNew) {
+                    new (entry) Key(key);
+                } else {
+                    at->~Value();
+                }
+                new (at) Value(value);
+                return;
+            }
+        }
+        this->addInternal(&key, &value);
+    }
     /// Enters every entry.
     void addAll(Entries entries) {
         for (const auto& entry : entries) add(entry.first, entry.second);
@@ -92,9 +109,11 @@ public:
         return {find(key), true};
     }
     /// The value stored under the key, or null.
-    Value* find(const Key& key) { return static_cast<Value*>(Keys::find(&key)); }
+    Value* find(const Key& key) { return static_cast<Value*>(this->findKey(key)); }
     /// The same in a constant dictionary, whose values are constant.
-    const Value* find(const Key& key) const { return static_cast<const Value*>(Keys::find(&key)); }
+    const Value* find(const Key& key) const {
+        return static_cast<const Value*>(this->findKey(key));
+    }
     /// The value stored under the key, which is added with a default value
     /// when it is missing.
     Value* findCreate(const Key& key) { return static_cast<Value*>(Keys::findCreate(&key)); }
@@ -174,7 +193,7 @@ protected:
     bool xdrValue(fxTranscriber&, void*) override { return false; }
 
     typename Keys::Finder* finder() const override {
-        return this->finderFor(typeid(fxTypedDictionary));
+        return this->ownFinder(typeid(fxTypedDictionary));
     }
 };
 

@@ -51,7 +51,17 @@ public:
     bool empty() const { return this->isEmpty(); }  ///< The same, for std::empty().
 
     /// Adds a copy of the key, unless an equal one is there, which stays.
-    void add(const Key& key) { Keys::add(&key); }
+    void add(const Key& key) {
+        if constexpr (fxDetail::isCalm<Key>) {
+            if (this->isCalm()) {
+                bool isNew = false;
+                void* const element = this->enter(&key, isNew);
+                if (isNew) new (element) Key(key);
+                return;
+            }
+        }
+        Keys::add(&key);
+    }
     /// Adds every key.
     void addAll(fxDetail::ArrayItems<Key> items) {
         for (const auto& item : items) {
@@ -80,7 +90,7 @@ public:
         return taken;
     }
     /// The stored key that is equal to `key`, or null.
-    const Key* find(const Key& key) const { return static_cast<const Key*>(Keys::find(&key)); }
+    const Key* find(const Key& key) const { return static_cast<const Key*>(this->findKey(key)); }
 
     ///@{
     /// As in fxSet, with a set of the same key type.
@@ -121,7 +131,7 @@ public:
     Iter end() const { return Iter(); }
 
 protected:
-    typename Keys::Finder* finder() const override { return this->finderFor(typeid(fxTypedSet)); }
+    typename Keys::Finder* finder() const override { return this->ownFinder(typeid(fxTypedSet)); }
 
 private:
     // Whether the braces hold one whole number.

@@ -13,4 +13,4 @@ void fxBinaryOTDict::clear() {
     count = 0;
 }
 
-fxBinaryOTDict::Finder* fxBinaryOTDict::finder() const { return finderFor(typeid(fxBinaryOTDict)); }
+fxBinaryOTDict::Finder* fxBinaryOTDict::finder() const { return ownFinder(typeid(fxBinaryOTDict)); }

@@ -20,26 +20,23 @@ fxDictionary::fxDictionary(unsigned int keySize_, unsigned int valueSize_, unsig
 
 fxDictionary::fxDictionary(fxTypeObj& type) : fxXDRObj(type), count(0), keySize(0), valueSize(0) {}
 
-fxDictionary::fxDictionary(const fxDictionary& source)
-    : fxXDRObj(source),
-      count(0),
-      keySize(source.keySize),
-      valueSize(source.valueSize),
-      buckets(source.buckets.length()) {
-    extra.keyBytes = source.extra.keyBytes;
-    extra.storedKeyBytes = source.extra.storedKeyBytes;
+fxDictionary::fxDictionary(const fxDictionary* other)
+    : count(0),
+      keySize(other->keySize),
+      valueSize(other->valueSize),
+      buckets(other->buckets.length()) {
+    extra.paddedKeyBytes = other->extra.paddedKeyBytes;
+    extra.keyPadding = other->extra.keyPadding;
+}
+
+// NOLINTNEXTLINE(bugprone-copy-constructor-init): the base has no fields
+fxDictionary::fxDictionary(const fxDictionary& source) : fxDictionary(&source) {
     Core::copyAll(*this, source);
 }
 
 // Copies may throw, and what is counted starts anew.
 // NOLINTNEXTLINE(performance-noexcept-move-constructor)
-fxDictionary::fxDictionary(fxDictionary&& source)
-    : count(0),
-      keySize(source.keySize),
-      valueSize(source.valueSize),
-      buckets(source.buckets.length()) {
-    extra.keyBytes = source.extra.keyBytes;
-    extra.storedKeyBytes = source.extra.storedKeyBytes;
+fxDictionary::fxDictionary(fxDictionary&& source) : fxDictionary(&source) {
     Core::moveAll(*this, source);
 }
 
@@ -66,10 +63,10 @@ void fxDictionary::addInternal(const void* key, const void* value) {
 }
 
 void* fxDictionary::find(const void* key, void** bucketOut) const {
-    fxDictBucket* node = Core::find(*this, key);
-    if (node != nullptr && Core::isEnding(node)) node = nullptr;
-    if (bucketOut != nullptr) *bucketOut = node;
-    return node != nullptr ? Core::valueOf(*this, node) : nullptr;
+    fxDictBucket* const node = Core::findQuickly(*this, key);
+    void* const value = node != nullptr ? found(node) : nullptr;
+    if (bucketOut != nullptr) *bucketOut = value != nullptr ? node : nullptr;
+    return value;
 }
 
 namespace {
@@ -106,9 +103,13 @@ void fxDictionary::remove(const void* key) {
     if (node != nullptr) Core::remove(*this, node);
 }
 
+void* fxDictionary::enter(const void* key, bool& isNew) {
+    return Core::enter(*this, key, isNew)->element;
+}
+
 void* fxDictionary::findText(std::string_view text) const {
     fxDictBucket* const node = Core::findText(*this, text);
-    return node != nullptr && !Core::isEnding(node) ? Core::valueOf(*this, node) : nullptr;
+    return node != nullptr ? found(node) : nullptr;
 }
 
 void fxDictionary::removeText(std::string_view text) {
@@ -146,9 +147,10 @@ unsigned long fxDictionary::hashKey(const void* key) const {
 }
 
 void fxDictionary::alignValues(unsigned int alignment) {
-    extra.keyBytes = keySize;
+    const unsigned int keyBytes = keySize;
     keySize = (keySize + alignment - 1) / alignment * alignment;
-    extra.storedKeyBytes = keySize;
+    extra.paddedKeyBytes = keySize;
+    extra.keyPadding = static_cast<unsigned char>(keySize - keyBytes);
 }
 
 void fxDictionary::destroyKey(void*) const {}

@@ -19,7 +19,7 @@
 // fields and hooks of a container, which has declared it a friend.
 //
 // Invariants, between any two calls and whenever a hook runs:
-// (1) The nodes of chain b hang on buckets[b], each in one chain. node->bucket
+// (1) The nodes of chain b hang on buckets[b], each in one chain. node->bucket()
 //     is b, and node->previous is the node before it, or null. extra.linked is
 //     the number of all of them.
 // (2) A linked node has a key and a value. Only while the value is being
@@ -27,7 +27,8 @@
 //     addition of its key, which removes it, and iterators meet it.
 // (3) Equal keys have equal tags, which are mixed from their fingerprints. So a
 //     search compares keys only where the tags are equal. A late node, whose
-//     key may still lack its text, has no such tag; see isComplete().
+//     key may still lack its text, has no such tag; see fxHashXdr. While
+//     there is one, extra.hasLate is set.
 // (4) If the index is built, it has all linked nodes and no other, those of a
 //     tag in the order of their chain. None of them is late.
 // (5) An iterator in `iters` is attached: its node is linked, and is in chain
@@ -74,26 +75,31 @@ struct fxHashCore {
 
     static Node* find(const Container& table, const Container& hooks, const void* key,
                       Place& place) {
-        Finder*& finder = hooks.extra.finder;
-        if (finder == nullptr) finder = hooks.finder();
-        return finder(table, hooks, key, place);
+        if (__builtin_expect(hooks.extra.finder == nullptr, 0)) chooseFinder(hooks);
+        return hooks.extra.finder(table, hooks, key, place);
     }
     static Node* find(const Container& table, const void* key) {
         Place place;
         return table.buckets.isEmpty() ? nullptr : find(table, table, key, place);
     }
 
+    /// The same, quicker where keys are fxStr.
+    [[gnu::always_inline]] static Node* findQuickly(const Container& table, const void* key) {
+        if (table.extra.finder != &findDirectly<fxStr>) return find(table, key);
+        Place place;
+        return table.buckets.isEmpty() ? nullptr : search(table, DirectHooks<fxStr>(), key, place);
+    }
+
     /// Where keys are fxStr.
     static Node* findText(const Container& table, std::string_view text) {
         if (table.buckets.isEmpty()) return nullptr;
         Place place;
-        Finder*& finder = table.extra.finder;
-        if (finder == nullptr) finder = table.finder();
-        if (finder == &findDirectly<fxStr>) {
+        if (table.extra.finder == nullptr) chooseFinder(table);
+        if (table.extra.finder == &findDirectly<fxStr>) {
             return search(table, DirectHooks<std::string_view>(), &text, place);
         }
         const fxStr key(text);
-        return finder(table, table, &key, place);
+        return table.extra.finder(table, table, &key, place);
     }
 
     // Changing. `hooks` as above.
@@ -129,11 +135,11 @@ struct fxHashCore {
                         bool isNewer, MakeValue makeValue) {
         const unsigned long additions = table.extra.additions;
         Unlinked made{table, hooks, table.extra.nodes.make(blockBytes(table))};
-        made.node->isEnding = 1;
+        made.node->word = Node::ending;
         hooks.copyKey(key, made.node->element);
         made.hasKey = true;
         makeValue(valueOf(table, made.node));
-        made.node->isEnding = 0;
+        made.node->word = 0;
         if (table.extra.additions != additions || table.buckets.length() != place.chains) {
             if (table.buckets.isEmpty()) makeChains(table, defaultChains);
             Node* const other = find(table, hooks, made.node->element, place);
@@ -151,7 +157,7 @@ struct fxHashCore {
     static Node* findToChange(Container& table, const Container& hooks, const void* key,
                               Place& place) {
         Node* const node = find(table, hooks, key, place);
-        if (node == nullptr || !node->isEnding) return node;
+        if (node == nullptr || !node->is(Node::ending)) return node;
         remove(table, node);
         return nullptr;
     }
@@ -180,6 +186,19 @@ struct fxHashCore {
         }
     }
 
+    /// The node of the key, or a new one, whose key and value the caller makes before
+    /// anything else happens. Requires: there are chains and a finder, and no holds.
+    static Node* enter(Container& table, const void* key, bool& isNew) {
+        Place place;
+        Node* node = table.extra.finder(table, table, key, place);
+        isNew = node == nullptr;
+        if (!isNew) return node;
+        node = table.extra.nodes.make(blockBytes(table));
+        node->tag = place.tag;
+        link(table, node, place.bucket);
+        return node;
+    }
+
     /// Removes a node from its chain and from under the iterators, and ends it.
     static void remove(Container& table, Node* node) {
         unlink(table, node);
@@ -196,10 +215,10 @@ struct fxHashCore {
     /// Removes the entry and gives a malloc() block with its value's bytes.
     static void* cut(Container& table, const void* key) {
         Node* const node = find(table, key);
-        if (node == nullptr || node->isEnding || isArgument(table, node)) return nullptr;
+        if (node == nullptr || node->is(Node::ending) || isArgument(table, node)) return nullptr;
         void* const value = fxNewBlock(table.valueSize != 0 ? table.valueSize : 1);
         std::memcpy(value, valueOf(table, node), table.valueSize);
-        node->isEnding = 1;
+        node->word |= Node::ending;
         remove(table, node);
         return value;
     }
@@ -216,6 +235,7 @@ struct fxHashCore {
             for (; walk.node != nullptr; ++removed) remove(table, walk.node);  // moves it on
         } while (table.extra.linked != 0);
         table.extra.index.drop();
+        table.extra.hasLate = false;
         table.extra.nodes.shrink();
         return removed;
     }
@@ -226,13 +246,15 @@ struct fxHashCore {
         try {
             Hold hold(source);
             for (Iter i(source.begin()); i.node != nullptr; step(i)) {
-                if (i.node->isEnding) continue;
+                if (i.node->is(Node::ending)) continue;
                 const void* const value = valueOf(source, i.node);
                 hold.setValue(value);
                 add(table, source, i.node->element, value);
             }
         } catch (...) {
             freeNodes(table, [&](const Node* node) { endLives(source, node); });
+            table.buckets.resize(0);
+            table.extra.linked = 0;
             throw;
         }
     }
@@ -251,11 +273,12 @@ struct fxHashCore {
         std::swap(table.buckets, source.buckets);
         std::swap(table.count, source.count);
         std::swap(table.extra.linked, from.linked);
+        std::swap(table.extra.hasLate, from.hasLate);
         table.extra.nodes.swap(from.nodes);
         table.extra.index.swap(from.index);
     }
 
-    static bool isEnding(const Node* node) { return node->isEnding; }
+    static bool isEnding(const Node* node) { return node->is(Node::ending); }
 
     /// What is left to a destructor that reaches no hook any more.
     static void freeAll(Container& table) {
@@ -270,7 +293,8 @@ struct fxHashCore {
     /// The bytes of a key, without those that align its value.
     static unsigned int keyBytes(const Container& table) {
         const auto& extra = table.extra;
-        return table.keySize == extra.storedKeyBytes ? extra.keyBytes : table.keySize;
+        const bool isPadded = table.keySize == extra.paddedKeyBytes;
+        return table.keySize - (isPadded ? extra.keyPadding : 0U);
     }
 
     // Iterators. The chains of an empty table are not looked at, as a stream may
@@ -351,6 +375,7 @@ private:
         const Container& container;
         unsigned long hash(const void* key) const { return container.hashKey(key); }
         int compare(const void* a, const void* b) const { return container.compareKeys(a, b); }
+        bool isEqual(const void* a, const void* b) const { return compare(a, b) == 0; }
         unsigned long fingerprint(const void* key, unsigned long hash) const {
             return container.fingerprintKey(key, hash);
         }
@@ -360,22 +385,38 @@ private:
     using DirectHooks = fxDirectHooks<Key>;
 
     template <class Hooks>
-    static Node* search(const Container& table, Hooks hooks, const void* key, Place& place) {
+    [[gnu::always_inline]] static Node* search(const Container& table, Hooks hooks, const void* key,
+                                               Place& place) {
         place.hash = hooks.hash(key);
         place.chains = table.buckets.length();
-        place.bucket = bucketOf(table, place.hash);
+        place.bucket = table.extra.chainOf(place.hash, place.chains);
         place.tag = fxMix32(hooks.fingerprint(key, place.hash));
         if (table.extra.index.isBuilt()) {
             Node* node = table.extra.index.first(place.tag);
             while (node != nullptr &&
-                   (node->bucket != place.bucket || hooks.compare(key, node->element) != 0)) {
+                   (node->bucket() != place.bucket || !hooks.isEqual(key, node->element))) {
                 node = node->alike;
             }
             return node;
         }
+        if (__builtin_expect(table.extra.hasLate, 0)) return searchLate(table, hooks, key, place);
         Node* node = table.buckets[place.bucket];
         unsigned int walked = 0;
-        while (node != nullptr && ((node->tag != place.tag && !node->isLate) ||
+        while (node != nullptr && (node->tag != place.tag || !hooks.isEqual(key, node->element))) {
+            node = node->next;
+            ++walked;
+        }
+        if (walked > fxHashIndex<Node>::longWalk) buildIndex(table, hooks.ofStored());
+        return node;
+    }
+
+    // The same where late nodes may be in the chain, which are found by their keys.
+    template <class Hooks>
+    [[gnu::noinline]] static Node* searchLate(const Container& table, Hooks hooks, const void* key,
+                                              const Place& place) {
+        Node* node = table.buckets[place.bucket];
+        unsigned int walked = 0;
+        while (node != nullptr && ((node->tag != place.tag && !node->is(Node::late)) ||
                                    hooks.compare(key, node->element) != 0)) {
             node = node->next;
             ++walked;
@@ -384,53 +425,15 @@ private:
         return node;
     }
 
-    static unsigned int bucketOf(const Container& table, unsigned long hash) {
-        __extension__ typedef unsigned __int128 Wide;
-        const unsigned int chains = table.buckets.length();
-        auto& extra = table.extra;
-        if (extra.divisor != chains) {
-            extra.divisor = chains;
-            extra.reciprocal = ~0UL / chains;
-        }
-        // The quotient comes out right or 1 too small.
-        const unsigned long quotient =
-            static_cast<unsigned long>((Wide(hash) * extra.reciprocal) >> 64);
-        const unsigned long rest = hash - quotient * chains;
-        return static_cast<unsigned int>(rest >= chains ? rest - chains : rest);
-    }
-
-    // A reader fills in texts and pointers when it has the whole graph, and
-    // nothing tells the container when that is. So a node that was read keeps a
-    // checksum of its key's bytes for a tag, and its key is complete when they
-    // have changed. No hook is called for a key before that. A key that was
-    // complete from the start gets a checksum that does not fit.
-    static bool isComplete(const Container& table, const Node* node) {
-        return node->tag != checksum(table, node->element);
-    }
-    static unsigned int checksum(const Container& table, const void* key) {
-        return fxMix32(fxFingerprint(key, table.keySize));
-    }
-
-    // Gives every late node its tag, or stops at the first that cannot have one.
-    template <class Hooks>
-    static bool setTags(const Container& table, Hooks hooks) {
-        for (Node* node : table.buckets) {
-            for (; node != nullptr; node = node->next) {
-                if (!node->isLate) continue;
-                if (!isComplete(table, node)) return false;
-                const void* const key = node->element;
-                node->tag = fxMix32(hooks.fingerprint(key, hooks.hash(key)));
-                node->isLate = 0;
-            }
-        }
-        return true;
+    [[gnu::cold, gnu::noinline]] static void chooseFinder(const Container& hooks) {
+        hooks.extra.finder = hooks.finder();
     }
 
     // Entering a node makes it the first of its tag, so each chain is entered
     // from its end. Out of line, which keeps the search small.
     template <class Hooks>
     [[gnu::noinline]] static void buildIndex(const Container& table, Hooks hooks) {
-        if (!setTags(table, hooks)) return;
+        if (!fxHashXdr<Container>::setTags(table, hooks)) return;
         auto& index = table.extra.index;
         index.build(table.extra.linked);
         for (Node* node : table.buckets) {
@@ -444,7 +447,7 @@ private:
 
     static void link(Container& table, Node* node, unsigned int bucket) {
         Node*& head = table.buckets[bucket];
-        node->bucket = bucket & Node::bucketMask;
+        node->word = (node->word & Node::late) | bucket;
         node->next = head;
         if (head != nullptr) head->previous = node;
         head = node;
@@ -458,10 +461,10 @@ private:
         if (node->previous != nullptr) {
             node->previous->next = node->next;
         } else {
-            table.buckets[node->bucket] = node->next;
+            table.buckets[node->bucket()] = node->next;
         }
         if (node->next != nullptr) node->next->previous = node->previous;
-        node->isRemoved = 1;
+        node->word |= Node::removed;
         --table.count;
         --table.extra.linked;
         if (table.extra.index.isBuilt()) table.extra.index.remove(node);
@@ -485,7 +488,7 @@ private:
     static void endLives(const Container& hooks, const Node* node) {
         hooks.destroyKey(node->element);
         if constexpr (Container::hasValues) {
-            if (!node->isEnding) hooks.destroyValue(valueOf(hooks, node));
+            if (!node->is(Node::ending)) hooks.destroyValue(valueOf(hooks, node));
         }
     }
     static void end(Container& table, const Container& hooks, Node* node) {
@@ -538,21 +541,22 @@ private:
     static void replace(Container& table, const Container& hooks, Node* node, const void* value) {
         struct Valueless {
             ~Valueless() {
-                if (node->isEnding && !node->isRemoved) remove(table, node);
+                if ((node->word & (Node::ending | Node::removed)) == Node::ending)
+                    remove(table, node);
             }
             Container& table;
             Node* node;
         };
         char* const stored = valueOf(table, node);
         if (value == stored) return;
-        node->isEnding = 1;
+        node->word |= Node::ending;
         hooks.destroyValue(stored);
-        if (!node->isRemoved) {
+        if (!node->is(Node::removed)) {
             const Valueless unlessMade{table, node};
             hooks.copyValue(value, stored);
-            node->isEnding = 0;
+            node->word &= ~Node::ending;
         }
-        if (node->isRemoved) add(table, hooks, node->element, value);
+        if (node->is(Node::removed)) add(table, hooks, node->element, value);
     }
 
     // Iterators.

@@ -6,6 +6,7 @@
 #include <string_view>
 
 #include "fxds/KeyHooks.h"
+#include "fxds/containers/TextKeys.h"
 
 /// The hooks of fxKeyHooks<Key>, for keys that are looked for and keys that are
 /// stored alike.
@@ -16,8 +17,25 @@ struct fxDirectHooks {
     static int compare(const void* a, const void* b) {
         return fxKeyHooks<Key>::compare(at(a), at(b));
     }
+    static bool isEqual(const void* a, const void* b) { return compare(a, b) == 0; }
     static unsigned long fingerprint(const void* key, unsigned long hash) {
         return fxKeyHooks<Key>::fingerprint(at(key), hash);
+    }
+    static fxDirectHooks ofStored() { return {}; }
+};
+
+/// Texts of the same bytes are equal; only others need to be looked at up to their zeros.
+/// Requires of isEqual(): neither key is one that may still lack its text.
+template <>
+struct fxDirectHooks<fxStr> {
+    static const fxStr& at(const void* key) { return *static_cast<const fxStr*>(key); }
+    static unsigned long hash(const void* key) { return at(key).hash(); }
+    static int compare(const void* a, const void* b) { return ::compare(at(a), at(b)); }
+    [[gnu::always_inline]] static bool isEqual(const void* a, const void* b) {
+        return fxTextKeys::areSame(at(a).view(), at(b).view()) || compare(a, b) == 0;
+    }
+    static unsigned long fingerprint(const void* key, unsigned long) {
+        return fxTextKeys::fingerprint(at(key).view());
     }
     static fxDirectHooks ofStored() { return {}; }
 };
@@ -33,9 +51,12 @@ struct fxDirectHooks<std::string_view> {
     static int compare(const void* text, const void* stored) {
         return fxCompareTexts(at(text), static_cast<const fxStr*>(stored)->view());
     }
+    static bool isEqual(const void* text, const void* stored) {
+        return fxTextKeys::areSame(at(text), static_cast<const fxStr*>(stored)->view()) ||
+               compare(text, stored) == 0;
+    }
     static unsigned long fingerprint(const void* key, unsigned long) {
-        const std::string_view text = at(key).substr(0, at(key).find('\0'));
-        return fxFingerprint(text.data(), text.size());
+        return fxTextKeys::fingerprint(at(key));
     }
     static fxDirectHooks<fxStr> ofStored() { return {}; }
 };

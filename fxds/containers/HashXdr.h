@@ -18,6 +18,9 @@
 
 template <class Container>
 struct fxHashXdr {
+    typedef fxHashCore<Container> Core;
+    typedef typename Container::Node Node;
+
     static bool transcribe(Container& table, fxTranscriber& transcriber) {
         if (!transcriber.isReading()) return writeEntries(table, transcriber);
         struct EmptyUnlessRead {
@@ -35,9 +38,23 @@ struct fxHashXdr {
         return result.isRead;
     }
 
+    /// Gives every late node its tag, or stops at the first that cannot have one.
+    template <class Hooks>
+    static bool setTags(const Container& table, Hooks hooks) {
+        for (Node* node : table.buckets) {
+            for (; node != nullptr; node = node->next) {
+                if (!node->is(Node::late)) continue;
+                if (!isComplete(table, node)) return false;
+                const void* const key = node->element;
+                node->tag = fxMix32(hooks.fingerprint(key, hooks.hash(key)));
+                node->word &= ~Node::late;
+            }
+        }
+        table.extra.hasLate = false;
+        return true;
+    }
+
 private:
-    typedef fxHashCore<Container> Core;
-    typedef typename Container::Node Node;
     typedef typename Container::Iter Iter;
 
     static size_t print(const void* container) {
@@ -49,6 +66,18 @@ private:
         Container& table = *static_cast<Container*>(container);
         Core::clear(table);
         table.count = table.extra.linked;
+    }
+
+    // A reader fills in texts and pointers when it has the whole graph, and
+    // nothing tells the container when that is. So a node that was read keeps a
+    // checksum of its key's bytes for a tag, and its key is complete when they
+    // have changed. No hook is called for a key before that. A key that was
+    // complete from the start gets a checksum that does not fit.
+    static bool isComplete(const Container& table, const Node* node) {
+        return node->tag != checksum(table, node->element);
+    }
+    static unsigned int checksum(const Container& table, const void* key) {
+        return fxMix32(fxFingerprint(key, table.keySize));
     }
 
     static constexpr unsigned int maxReadChains = 1U << 24;
@@ -131,7 +160,7 @@ private:
         void* const block = std::calloc(1, Core::blockBytes(table));
         if (block == nullptr) return false;
         typename Core::Unlinked read{table, table, table.extra.nodes.adopt(block)};
-        read.node->isEnding = 1;
+        read.node->word |= Node::ending;
         const size_t placesBefore = transcriber.placesNoted();
         if (!table.xdrKey(transcriber, block)) return false;
         read.hasKey = true;
@@ -139,12 +168,13 @@ private:
         if constexpr (Container::hasValues) {
             if (!table.xdrValue(transcriber, Core::valueOf(table, read.node))) return false;
         }
-        read.node->isEnding = 0;
+        read.node->word &= ~Node::ending;
         unsigned int bucket = 0;
         if (!xdrNumber(transcriber, bucket, 0) || bucket >= table.buckets.length()) return false;
         table.extra.index.drop();
-        read.node->isLate = 1;
-        read.node->tag = Core::checksum(table, block) ^ (isWhole ? 1U : 0U);
+        read.node->word |= Node::late;
+        table.extra.hasLate = true;
+        read.node->tag = checksum(table, block) ^ (isWhole ? 1U : 0U);
         Core::link(table, std::exchange(read.node, nullptr), bucket);
         return true;
     }
@@ -164,10 +194,10 @@ private:
         for (Core::attach(walk, table); walk.node != nullptr; Core::step(walk), --entries) {
             Node* const node = walk.node;
             unsigned int bucket = walk.bucketIndex;
-            if (entries == 0 || node->isEnding) return false;
+            if (entries == 0 || node->is(Node::ending)) return false;
             if (!table.xdrKey(transcriber, node->element)) return false;
             if constexpr (Container::hasValues) {
-                if (node->isRemoved || node->isEnding) return false;
+                if (node->is(Node::removed | Node::ending)) return false;
                 if (!table.xdrValue(transcriber, Core::valueOf(table, node))) return false;
             }
             if (!xdrNumber(transcriber, bucket, 0)) return false;

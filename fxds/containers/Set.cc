@@ -49,7 +49,7 @@ fxTypeObj* fxSet::getTypeObj() const { return &fxSet_type; }
 void fxSet::add(const void* key) { Core::add(*this, *this, key, nullptr); }
 
 void* fxSet::find(const void* key) const {
-    fxSetBucket* const node = Core::find(*this, key);
+    fxSetBucket* const node = Core::findQuickly(*this, key);
     return node != nullptr ? node->element : nullptr;
 }
 
@@ -57,6 +57,8 @@ void fxSet::remove(const void* key) {
     fxSetBucket* const node = Core::find(*this, key);
     if (node != nullptr) Core::remove(*this, node);
 }
+
+void* fxSet::enter(const void* key, bool& isNew) { return Core::enter(*this, key, isNew)->element; }
 
 void* fxSet::findText(std::string_view text) const {
     fxSetBucket* const node = Core::findText(*this, text);

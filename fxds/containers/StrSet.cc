@@ -19,4 +19,4 @@ bool fxStrSet::xdrKey(fxTranscriber& transcriber, void* key) {
     return fxXdrStrInPlace(transcriber, key);
 }
 
-fxStrSet::Finder* fxStrSet::finder() const { return finderFor(typeid(fxStrSet)); }
+fxStrSet::Finder* fxStrSet::finder() const { return ownFinder(typeid(fxStrSet)); }

@@ -24,5 +24,5 @@ bool fxStrStrDictionary::xdrValue(fxTranscriber& transcriber, void* value) {
 }
 
 fxStrStrDictionary::Finder* fxStrStrDictionary::finder() const {
-    return finderFor(typeid(fxStrStrDictionary));
+    return ownFinder(typeid(fxStrStrDictionary));
 }

@@ -8,4 +8,4 @@ fxVoidPtrDict::fxVoidPtrDict(Entries entries) : fxTypedDictionary(entries) {}
 
 fxVoidPtrDict::~fxVoidPtrDict() { cleanup(); }
 
-fxVoidPtrDict::Finder* fxVoidPtrDict::finder() const { return finderFor(typeid(fxVoidPtrDict)); }
+fxVoidPtrDict::Finder* fxVoidPtrDict::finder() const { return ownFinder(typeid(fxVoidPtrDict)); }

@@ -34,14 +34,34 @@ struct fxHashExtra {
     fxHashFinder<Container, Node>* finder = nullptr;  // chosen by the first search
     fxNodeStore<Node> nodes;
     fxHashIndex<Node> index;
-    unsigned int keyBytes = 0;  // of a key that is stored in storedKeyBytes
-    unsigned int storedKeyBytes = 0;
-    unsigned int linked = 0;       // entries in the chains
-    unsigned int divisor = 0;      // a bucket count and its reciprocal 2^64 / n,
-    unsigned long reciprocal = 0;  // which save the division
-    unsigned long additions = 0;   // ever made
-    fxWalkList<fxHashHold> holds;  // under way
-    Node* lastRemoved = nullptr;   // ring of what was removed meanwhile
+    fxWalkList<fxHashHold> holds;     // under way
+    Node* lastRemoved = nullptr;      // ring of what was removed meanwhile
+    unsigned long additions = 0;      // ever made
+    unsigned long reciprocal = 0;     // 2^64 / divisor, which saves the division
+    unsigned int divisor = ~0U;       // a number of chains
+    unsigned int linked = 0;          // entries in the chains
+    unsigned int paddedKeyBytes = 0;  // a key size that includes keyPadding
+    unsigned char keyPadding = 0;     // bytes that align the value
+    bool hasLate = false;             // a chain may have late nodes
+    bool hasOwnHooks = false;         // the hooks are those of a ready-made class
+
+    void forgetFinder() {
+        finder = nullptr;
+        hasOwnHooks = false;
+    }
+
+    /// The chain of a hash. Requires: there are `chains` of them, at least one.
+    unsigned int chainOf(unsigned long hash, unsigned int chains) {
+        __extension__ typedef unsigned __int128 Wide;
+        if (__builtin_expect(divisor != chains, 0)) {
+            divisor = chains;
+            reciprocal = ~0UL / chains;
+        }
+        // The quotient comes out right or 1 too small.
+        const auto quotient = static_cast<unsigned long>((Wide(hash) * reciprocal) >> 64);
+        const unsigned long rest = hash - quotient * chains;
+        return static_cast<unsigned int>(rest >= chains ? rest - chains : rest);
+    }
 };
 
 /// What `i++` leaves of a dictionary's or a set's iterator, for `*i++`: where it

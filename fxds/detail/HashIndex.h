@@ -34,9 +34,9 @@ public:
     fxHashIndex& operator=(const fxHashIndex&) = delete;
     ~fxHashIndex() { drop(); }
 
-    bool isBuilt() const { return slots != nullptr; }
+    bool isBuilt() const { return table != nullptr; }
     /// The first node of `tag`, or null. Requires, as all below: isBuilt().
-    Node* first(unsigned int tag) const { return slots[slotOf(tag)].node; }
+    Node* first(unsigned int tag) const { return table->slots()[slotOf(tag)].node; }
     /// Makes an empty index for about `expected` nodes, built or not.
     void build(unsigned int expected);
     /// Enters a node as the first of its tag.
@@ -44,11 +44,7 @@ public:
     void remove(Node* node);
     /// Forgets all nodes; it is not built then. Allowed at any time.
     void drop();
-    void swap(fxHashIndex& other) {
-        std::swap(slots, other.slots);
-        std::swap(shift, other.shift);
-        std::swap(used, other.used);
-    }
+    void swap(fxHashIndex& other) { std::swap(table, other.table); }
 
 private:
     struct Slot {
@@ -56,30 +52,39 @@ private:
         unsigned int tag;
     };
 
-    unsigned int home(unsigned int tag) const { return tag >> shift; }
+    // The slots lie behind it: most containers have none, and keep one pointer.
+    struct Table {
+        unsigned int home(unsigned int tag) const { return tag >> shift; }
+        Slot* slots() { return reinterpret_cast<Slot*>(this + 1); }
+
+        unsigned int mask;   // number of slots less 1
+        unsigned int shift;  // what leaves the home of a tag
+        unsigned int used;   // slots that are not free
+        unsigned int unnamed;
+    };
+    static_assert(sizeof(Table) % alignof(Slot) == 0);
+
     unsigned int slotOf(unsigned int tag) const;
-    unsigned int mask() const { return ~0U >> shift; }  // number of slots less 1
     void allocate(unsigned int bits);
     void grow();
 
-    Slot* slots = nullptr;
-    unsigned int shift = 0;  // what leaves the home of a tag
-    unsigned int used = 0;   // slots that are not free
+    Table* table = nullptr;
 };
 
 // The slot of the tag, or the free one where it belongs.
 template <class Node>
 unsigned int fxHashIndex<Node>::slotOf(unsigned int tag) const {
-    unsigned int slot = home(tag);
-    while (slots[slot].node != nullptr && slots[slot].tag != tag) slot = (slot + 1) & mask();
+    const Slot* const slots = table->slots();
+    unsigned int slot = table->home(tag);
+    while (slots[slot].node != nullptr && slots[slot].tag != tag) slot = (slot + 1) & table->mask;
     return slot;
 }
 
 template <class Node>
 void fxHashIndex<Node>::allocate(unsigned int bits) {
-    slots = static_cast<Slot*>(fxNewZeroBlock(sizeof(Slot) << bits));
-    shift = 32 - bits;
-    used = 0;
+    table = static_cast<Table*>(fxNewZeroBlock(sizeof(Table) + (sizeof(Slot) << bits)));
+    table->mask = (1U << bits) - 1;
+    table->shift = 32 - bits;
 }
 
 template <class Node>
@@ -92,51 +97,51 @@ void fxHashIndex<Node>::build(unsigned int expected) {
 
 template <class Node>
 void fxHashIndex<Node>::drop() {
-    std::free(slots);
-    slots = nullptr;
+    std::free(table);
+    table = nullptr;
 }
 
 template <class Node>
 void fxHashIndex<Node>::grow() {
-    Slot* const old = slots;
-    const unsigned int oldMask = mask();
-    const unsigned int oldUsed = used;
-    allocate(33 - shift);
-    used = oldUsed;
-    for (unsigned int i = 0; i <= oldMask; ++i) {
-        if (old[i].node != nullptr) slots[slotOf(old[i].tag)] = old[i];
+    Table* const old = table;
+    const Slot* const slots = old->slots();
+    allocate(33 - old->shift);
+    table->used = old->used;
+    for (unsigned int i = 0; i <= old->mask; ++i) {
+        if (slots[i].node != nullptr) table->slots()[slotOf(slots[i].tag)] = slots[i];
     }
     std::free(old);
 }
 
 template <class Node>
 void fxHashIndex<Node>::insert(Node* node) {
-    unsigned int slot = slotOf(node->tag);
-    if (slots[slot].node == nullptr) {
-        if (used >= mask() - mask() / 4 && shift > 1) {
+    Slot* slot = table->slots() + slotOf(node->tag);
+    if (slot->node == nullptr) {
+        if (table->used >= table->mask - table->mask / 4 && table->shift > 1) {
             grow();
-            slot = slotOf(node->tag);
+            slot = table->slots() + slotOf(node->tag);
         }
-        slots[slot].tag = node->tag;
-        ++used;
+        slot->tag = node->tag;
+        ++table->used;
     }
-    node->alike = slots[slot].node;
-    slots[slot].node = node;
+    node->alike = slot->node;
+    slot->node = node;
 }
 
 // Keeps (2): a slot that gets free is filled with the next one whose home is
 // not behind it, and so on.
 template <class Node>
 void fxHashIndex<Node>::remove(Node* node) {
+    Slot* const slots = table->slots();
     unsigned int hole = slotOf(node->tag);
     Node** link = &slots[hole].node;
     while (*link != node) link = &(*link)->alike;
     *link = node->alike;
     if (slots[hole].node != nullptr) return;
-    --used;
-    const unsigned int last = mask();
+    --table->used;
+    const unsigned int last = table->mask;
     for (unsigned int i = (hole + 1) & last; slots[i].node != nullptr; i = (i + 1) & last) {
-        if (((i - home(slots[i].tag)) & last) < ((i - hole) & last)) continue;
+        if (((i - table->home(slots[i].tag)) & last) < ((i - hole) & last)) continue;
         slots[hole] = slots[i];
         slots[i].node = nullptr;
         hole = i;

@@ -13,6 +13,7 @@ template <class Container>
 struct fxHashXdr;  // containers/HashXdr.h, likewise
 template <class Node>
 class fxHashIndex;
+class fxDictionary;
 
 /// The entry of a chain; `Self` is the class that derives from this one.
 template <class Self>
@@ -21,15 +22,7 @@ public:
     /// Adopts `block`, which is malloc() memory; a store that has made it of
     /// something else takes it back before the node ends.
     explicit fxHashNode(void* block)
-        : element(block),
-          next(nullptr),
-          previous(nullptr),
-          alike(nullptr),
-          tag(0),
-          bucket(0),
-          isLate(0),
-          isEnding(0),
-          isRemoved(0) {}
+        : element(block), next(nullptr), previous(nullptr), alike(nullptr), tag(0), word(0) {}
     fxHashNode(const fxHashNode&) = delete;
     fxHashNode& operator=(const fxHashNode&) = delete;
     /// Frees the block only: the container has ended the key's life before.
@@ -45,16 +38,25 @@ private:
     friend struct fxHashXdr;
     template <class Node>
     friend class fxHashIndex;
+    friend class fxDictionary;
+    template <class Key, class Base>
+    friend class fxTypedKeys;
 
-    static constexpr unsigned int bucketMask = 0x1FFFFFFF;
+    // The parts of `word`, which no bit-fields make: the compiler writes those in
+    // bytes, and reading the word then waits until the byte has reached the cache.
+    static constexpr unsigned int bucketMask = 0x1FFFFFFF;  // the chain; an array has no more
+    static constexpr unsigned int late = 1U << 29;     // the key came from a stream and may lack
+                                                       // its text
+    static constexpr unsigned int ending = 1U << 30;   // there is no value, or it is ending
+    static constexpr unsigned int removed = 1U << 31;  // it is out of its chain
 
-    Self* previous;              // in the chain
-    Self* alike;                 // next node of the same tag, in the order of its chain
-    unsigned int tag;            // of the key; see HashContainer.h
-    unsigned int bucket : 29;    // the chain; an array has no more of them
-    unsigned int isLate : 1;     // the key came from a stream and may lack its text
-    unsigned int isEnding : 1;   // there is no value, or it is ending
-    unsigned int isRemoved : 1;  // it is out of its chain
+    unsigned int bucket() const { return word & bucketMask; }
+    bool is(unsigned int flag) const { return (word & flag) != 0; }
+
+    Self* previous;    // in the chain
+    Self* alike;       // next node of the same tag, in the order of its chain
+    unsigned int tag;  // of the key; see HashContainer.h
+    unsigned int word;
 };
 
 #endif

@@ -19,8 +19,8 @@
 // that sanitizers see every use of one that is gone and every step beyond.
 //
 // Invariants:
-// (1) All nodes lie `step` bytes apart in the chunks. Each is in use, in the
-//     list `freed`, or one of the `freshNodes` at `fresh`.
+// (1) All nodes lie `step` bytes apart in the chunks. Each is in use or in the
+//     list `freed`.
 // (2) A node's element is either behind(node), and then has room for
 //     `bytesBehind` bytes, or malloc() memory. `bytesBehind` and `step` change
 //     only while no node is in use.
@@ -48,8 +48,6 @@ public:
     void swap(fxNodeStore& other) {
         std::swap(chunks, other.chunks);
         std::swap(freed, other.freed);
-        std::swap(fresh, other.fresh);
-        std::swap(freshNodes, other.freshNodes);
         std::swap(inUse, other.inUse);
         std::swap(perChunk, other.perChunk);
         std::swap(bytesBehind, other.bytesBehind);
@@ -72,12 +70,11 @@ private:
     static void* behind(Node* node) { return node + 1; }
     void setBytesBehind(size_t blockBytes);
     void* place();
+    void makeChunk();
 
     Chunk* chunks = nullptr;
-    Free* freed = nullptr;  // nodes that were dropped
-    char* fresh = nullptr;  // the rest of the newest chunk
+    Free* freed = nullptr;  // nodes that are not in use
     unsigned int inUse = 0;
-    unsigned char freshNodes = 0;       // nodes that fit there
     unsigned char perChunk = 1;         // nodes of the next chunk
     unsigned char bytesBehind = 0;      // room for a block behind each node
     unsigned char step = sizeof(Node);  // from a node to the next
@@ -89,8 +86,10 @@ Node* fxNodeStore<Node>::make(size_t blockBytes) {
     ++inUse;
     return new Node(fxNewBlock(blockBytes));
 #else
-    if (blockBytes > bytesBehind && inUse == 0) setBytesBehind(blockBytes);
-    if (blockBytes > bytesBehind) return adopt(fxNewBlock(blockBytes));
+    if (__builtin_expect(blockBytes > bytesBehind, 0)) {
+        if (inUse == 0) setBytesBehind(blockBytes);
+        if (blockBytes > bytesBehind) return adopt(fxNewBlock(blockBytes));
+    }
     ++inUse;
     Node* const node = static_cast<Node*>(place());
     return new (node) Node(behind(node));
@@ -130,27 +129,28 @@ void fxNodeStore<Node>::setBytesBehind(size_t blockBytes) {
     step = static_cast<unsigned char>(bytes - bytes % blockAlignment);
 }
 
+template <class Node>
+inline void* fxNodeStore<Node>::place() {
+    if (__builtin_expect(freed == nullptr, 0)) makeChunk();
+    return std::exchange(freed, freed->next);
+}
+
 // A chunk starts with its link and goes on so that the block of the first node
 // is aligned. The entry of a text and a pointer has the size of a cache
 // line, and is laid such that all that a search looks at is in one. Tables of one
 // entry are many, as each object with an input has one: their chunk has no more.
 template <class Node>
-void* fxNodeStore<Node>::place() {
-    if (freed != nullptr) return std::exchange(freed, freed->next);
-    if (freshNodes == 0) {
-        static_assert((sizeof(Chunk) + sizeof(Node)) % blockAlignment == 0);
-        const size_t slack = perChunk > 1 ? cacheLine - blockAlignment : 0;
-        const size_t bytes = sizeof(Chunk) + size_t{perChunk} * step + slack;
-        char* const chunk = static_cast<char*>(fxNewBlock(bytes));
-        chunks = new (chunk) Chunk{chunks};
-        fresh = chunk + sizeof(Chunk);
-        if (slack != 0) fresh += -reinterpret_cast<uintptr_t>(chunk) % cacheLine;
-        freshNodes = perChunk;
-        perChunk = static_cast<unsigned char>(
-            perChunk == 1 ? secondChunk : std::min(2U * perChunk, mostPerChunk));
-    }
-    --freshNodes;
-    return std::exchange(fresh, fresh + step);
+[[gnu::noinline]] void fxNodeStore<Node>::makeChunk() {
+    static_assert((sizeof(Chunk) + sizeof(Node)) % blockAlignment == 0);
+    const size_t slack = perChunk > 1 ? cacheLine - blockAlignment : 0;
+    const size_t bytes = sizeof(Chunk) + size_t{perChunk} * step + slack;
+    char* const chunk = static_cast<char*>(fxNewBlock(bytes));
+    chunks = new (chunk) Chunk{chunks};
+    char* first = chunk + sizeof(Chunk);
+    if (slack != 0) first += -reinterpret_cast<uintptr_t>(chunk) % cacheLine;
+    for (size_t i = perChunk; i > 0; --i) freed = new (first + (i - 1) * step) Free{freed};
+    perChunk = static_cast<unsigned char>(perChunk == 1 ? secondChunk
+                                                        : std::min(2U * perChunk, mostPerChunk));
 }
 
 template <class Node>
@@ -158,7 +158,6 @@ void fxNodeStore<Node>::shrink() {
     if (inUse != 0) return;
     while (chunks != nullptr) std::free(std::exchange(chunks, chunks->next));
     freed = nullptr;
-    freshNodes = 0;
     perChunk = 1;
 }
 
