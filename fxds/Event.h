@@ -57,6 +57,8 @@ protected:
     unsigned long sequence;  ///< Drawn when the event was made.
 
 private:
+    class Delivered;
+    void deliverAndEnd();
     void changeHands();
     void leaveQueue();
 

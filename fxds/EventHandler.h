@@ -43,7 +43,10 @@ private:
     friend class fxInputChannel;
 
     static unsigned char leadsTo(fxEvent* event, void* input);
-    void queueMessage(fxInputChannel* input, fxData* data, unsigned char urgent);
+    [[gnu::noinline]] void queueMessages(fxOutputChannel& output, fxData* data, bool isUrgent);
+    void queueMessage(fxInputChannel* input, fxData* data, bool isUrgent);
+    [[gnu::noinline]] static void deliverNow(fxOutputChannel& output, fxData* data);
+    [[gnu::noinline]] static void cancelMessages(fxOutputChannel& output);
 };
 
 /// Whether `event` is a message bound for the fxInputChannel `input`; if so

@@ -119,6 +119,42 @@ void fxMessageEvent::operator delete(void* memory, std::align_val_t alignment) {
     ::operator delete(memory, alignment);
 }
 
+// An event that is being delivered, and is deleted afterwards, also by an exception.
+// What was made by a send is of a known class, whose functions need not be looked for.
+class fxEvent::Delivered {
+public:
+    explicit Delivered(fxEvent& event_) : event(&event_), isSent(event_.origin == Origin::sent) {
+        event->deliverer = &event;
+    }
+    Delivered(const Delivered&) = delete;
+    Delivered& operator=(const Delivered&) = delete;
+    ~Delivered() {
+        if (event == nullptr) return;
+        if (isSent) {
+            event->refCount |= fxEndingCount;
+            auto* const message = static_cast<fxMessageEvent*>(event);
+            message->fxMessageEvent::~fxMessageEvent();
+            fxMessageEvent::operator delete(message, sizeof *message);
+        } else {
+            fxEnd(event, event->refCount);
+        }
+    }
+
+    void deliver() {
+        if (isSent) {
+            static_cast<fxMessageEvent*>(event)->fxMessageEvent::deliver();
+        } else {
+            event->deliver();
+        }
+    }
+
+private:
+    fxEvent* event;  // null once it has changed hands
+    const bool isSent;
+};
+
+void fxEvent::deliverAndEnd() { Delivered(*this).deliver(); }
+
 // A walk over the queue, which tells it of every event that leaves.
 class fxEventQueue::Walk : public fxWalk<Walk> {
 public:

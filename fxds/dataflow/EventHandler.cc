@@ -12,43 +12,6 @@
 
 fxEventHandler* fx_theEventHandler = nullptr;
 
-namespace {
-
-// A boxed value while it is sent. It is held, so that it ends with the last that
-// holds it: the send, if nothing is queued. A send that only cancels leaves it.
-class Sent {
-public:
-    Sent(fxData* data_, fxObj::fxSendFlags how)
-        : data(data_),
-          isQueued(how == fxObj::fxSendQueued || how == fxObj::fxSendUrgent),
-          isAtOnce(how == fxObj::fxSendNow) {
-        if (isQueued || isAtOnce) data->take();
-    }
-    Sent(const Sent&) = delete;
-    Sent& operator=(const Sent&) = delete;
-    ~Sent() {
-        if (isQueued || isAtOnce) data->release();
-    }
-
-    fxData* const data;
-    const bool isQueued;
-    const bool isAtOnce;
-};
-
-// Deletes an event that has been delivered, also by throwing an exception.
-struct Delivered {
-    explicit Delivered(fxEvent* event_) : event(event_) {}
-    Delivered(const Delivered&) = delete;
-    Delivered& operator=(const Delivered&) = delete;
-    ~Delivered() {
-        if (event != nullptr) fxEnd(event, event->refCount);
-    }
-
-    fxEvent* event;  // null once it has changed hands
-};
-
-}  // namespace
-
 void fxEventHandler::postEvent(fxEvent* event, unsigned char urgent) {
     if (urgent != 0) {
         insert(event);
@@ -57,40 +20,74 @@ void fxEventHandler::postEvent(fxEvent* event, unsigned char urgent) {
     }
 }
 
+namespace {
+
+// Ends what reaches no input, unless it is held.
+void drop(fxData* data) {
+    if (data != nullptr) fxHold<fxData>{data};
+}
+
+}  // namespace
+
+// The ways of sending are functions of their own, so that this one needs no stack.
 void fxEventHandler::postMessage(fxOutputChannel* output, fxData* data, fxObj::fxSendFlags how) {
     if (fxTrace::isOn(fxTrace::sends) && output != nullptr)
         fxTraceLines::sending(*output, data, how);
     FX_ASSERT(output == nullptr || data == nullptr || data->getType() == output->getType());
     FX_ASSERT(data == nullptr || how != fxObj::fxSendNow || data->count == 0);
-    if (output == nullptr || output->getNumberOfConnections() == 0) {
-        if (data != nullptr) fxHold<fxData>{data};
-        return;
-    }
+    if (output == nullptr || output->getNumberOfConnections() == 0) return drop(data);
     FX_ASSERT(data != nullptr || (how != fxObj::fxSendQueued && how != fxObj::fxSendUrgent &&
                                   how != fxObj::fxSendNow));
-    const Sent sent(data, how);
-    fxDelivery walk(*output);
-    if (sent.isQueued) {
-        const unsigned char urgent = how == fxObj::fxSendUrgent;
-        while (fxInputChannel* input = walk.next()) queueMessage(input, data, urgent);
-        return;
+    switch (how) {
+        case fxObj::fxSendQueued:
+            queueMessages(*output, data, false);
+            break;
+        case fxObj::fxSendUrgent:
+            queueMessages(*output, data, true);
+            break;
+        case fxObj::fxSendNow:
+            deliverNow(*output, data);
+            break;
+        default:
+            cancelMessages(*output);
     }
+}
+
+// The value is held, so that it ends with the last that holds it: the send, if nothing
+// is queued. What is done with the only connection needs no walk.
+void fxEventHandler::queueMessages(fxOutputChannel& output, fxData* data, bool isUrgent) {
+    const fxHold<fxData> hold(data);
+    if (output.getNumberOfConnections() == 1) return queueMessage(output[0], data, isUrgent);
+    fxDelivery walk(output);
+    while (fxInputChannel* input = walk.next()) queueMessage(input, data, isUrgent);
+}
+
+void fxEventHandler::deliverNow(fxOutputChannel& output, fxData* data) {
+    const fxHold<fxData> holdData(data);
+    fxDelivery walk(output);
     while (fxInputChannel* input = walk.next()) {
         const fxHold<fxInputChannel> hold(input);
         if (input->isReplacing()) input->cancelPending();
-        if (!sent.isAtOnce) continue;
         if (fxTrace::isOn(fxTrace::events)) fxTraceLines::delivering(*input, data);
         input->deliver(data);
     }
 }
 
+void fxEventHandler::cancelMessages(fxOutputChannel& output) {
+    fxDelivery walk(output);
+    while (fxInputChannel* input = walk.next()) {
+        const fxHold<fxInputChannel> hold(input);
+        if (input->isReplacing()) input->cancelPending();
+    }
+}
+
 // Nothing is queued for an input that calls nothing any more, so that discarding
 // its messages once is enough.
-void fxEventHandler::queueMessage(fxInputChannel* input, fxData* data, unsigned char urgent) {
+inline void fxEventHandler::queueMessage(fxInputChannel* input, fxData* data, bool isUrgent) {
     if (input->leadsToMuted()) return;
     fxMessageEvent* event = new fxMessageEvent(input, data);
     event->origin = fxEvent::Origin::sent;
-    postEvent(event, urgent);
+    postEvent(event, isUrgent);
     if (!input->isReplacing()) return;
     fxMessageEvent* old = std::exchange(input->pending, event);
     if (old != nullptr) old->withdraw();
@@ -101,9 +98,7 @@ void fxEventHandler::distributeEvents() {
         fxEvent* event = get();
         if (event == nullptr) return;
         if (fxTrace::isOn(fxTrace::events)) fxTraceLines::delivering(*event);
-        Delivered ours(event);
-        event->deliverer = &ours.event;
-        event->deliver();
+        event->deliverAndEnd();
     }
 }
 

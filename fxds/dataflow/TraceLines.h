@@ -22,11 +22,11 @@ namespace fxTraceLines {
 std::string classNameOf(const fxObj& object);
 std::string nameOf(const std::type_info& type);  ///< The compiler's name, without namespaces.
 
-[[gnu::cold]] void sending(const fxOutputChannel& output, fxData* data,
-                           int how);  ///< `how` is an fxObj::fxSendFlags.
-[[gnu::cold]] void delivering(fxInputChannel& input, fxData* data);
-[[gnu::cold]] void delivering(fxEvent& event);
-[[gnu::cold]] void replacing(fxEvent& event);
+[[gnu::cold, gnu::noinline]] void sending(const fxOutputChannel& output, fxData* data,
+                                          int how);  ///< `how` is an fxObj::fxSendFlags.
+[[gnu::cold, gnu::noinline]] void delivering(fxInputChannel& input, fxData* data);
+[[gnu::cold, gnu::noinline]] void delivering(fxEvent& event);
+[[gnu::cold, gnu::noinline]] void replacing(fxEvent& event);
 [[gnu::cold]] void timer(const char* what, const fxObj& timer, double seconds);
 [[gnu::cold, gnu::format(printf, 1, 2)]] void phase(const char* format, ...);
 [[gnu::cold]] void record(const std::string& text);  ///< See fxStreamTrace.
