@@ -190,7 +190,7 @@ private:
 /// While a value goes round, receivers may connect and disconnect, and may
 /// destroy inputs, this output and any object. Connections made meanwhile wait
 /// for the next value, those cut are not served any more.
-class FX_API fxOutputChannel {
+class FX_API fxOutputChannel : private fxWalks<fxDelivery> {
 public:
     /// A channel without connections that belongs to no object.
     explicit fxOutputChannel(unsigned short type);
@@ -252,11 +252,12 @@ private:
     template <class... Passed>
     [[gnu::cold, gnu::noinline]] void deliverTraced(Passed... value);
 
+    // The base is the list of the walks over the connections: a walk that knows its list
+    // knows the output.
     unsigned short type;
     unsigned int serial;     // tells it from others that had its address
     fxVoidPtrArray* inputs;  // of fxInputChannel*, each holding one count
-    fxWalks<fxDelivery> deliveries;
-    fxObj* owner;  // borrowed; in whose list it is linked
+    fxObj* owner;            // borrowed; in whose list it is linked
     fxOutputChannel* nextOwned;
     fxOutputChannel** ownedLink;
 };
@@ -268,15 +269,12 @@ class FX_API fxDelivery : public fxWalk<fxDelivery> {
 public:
     /// Begins a walk over what is connected now.
     explicit fxDelivery(fxOutputChannel& output_)
-        : fxWalk(output_.deliveries),
-          output(output_),
-          position(0),
-          end(output_.getNumberOfConnections()) {}
+        : fxWalk(output_), position(0), end(output_.getNumberOfConnections()) {}
 
     /// The next connection to serve, or null at the end.
     fxInputChannel* next() {
         if (position >= end) return nullptr;
-        fxInputChannel* const input = output[position++];
+        fxInputChannel* const input = static_cast<fxOutputChannel&>(*getList())[position++];
         if (input == nullptr) __builtin_unreachable();  // spares each receiver a test
         return input;
     }
@@ -290,7 +288,6 @@ private:
     }
     void stop() { end = 0; }
 
-    fxOutputChannel& output;
     unsigned int position;  // of the connection to serve next
     unsigned int end;       // what was connected when the walk began, and still is
 };

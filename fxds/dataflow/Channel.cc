@@ -2,6 +2,7 @@
 
 #include <cxxabi.h>
 
+#include <algorithm>
 #include <memory>
 #include <typeinfo>
 #include <utility>
@@ -93,9 +94,9 @@ void fxInputChannel::add(fxOutputChannel* output) {
 
 void fxInputChannel::remove(fxOutputChannel* output) {
     if (outputs == nullptr) return;
-    const unsigned int index = outputs->find(output);
-    if (index == fxArray::notFound) fxFatal("ic/oc connections busted");
-    outputs->remove(index, 1);
+    const auto at = std::find(outputs->begin(), outputs->end(), output);
+    if (at == outputs->end()) fxFatal("ic/oc connections busted");
+    outputs->remove(static_cast<unsigned int>(at - outputs->begin()), 1);
 }
 
 void fxInputChannel::disconnect() {
@@ -206,7 +207,7 @@ void fxOutputChannel::disown() {
 
 fxOutputChannel::~fxOutputChannel() {
     disown();
-    deliveries.each([](fxDelivery& walk) { walk.stop(); });
+    each([](fxDelivery& walk) { walk.stop(); });
     // What an input lets go of may send and connect here once more. The inputs know
     // nothing of this output by then, and it of none.
     while (inputs != nullptr) {
@@ -242,7 +243,7 @@ void fxOutputChannel::remove(fxInputChannel* input) {
     if (index == fxArray::notFound) return;
     fxInputChannel* entry = (*this)[index];
     inputs->remove(index, 1);
-    deliveries.each([index](fxDelivery& walk) { walk.connectionRemoved(index); });
+    each([index](fxDelivery& walk) { walk.connectionRemoved(index); });
     input->remove(this);
     entry->release();
 }

@@ -87,6 +87,8 @@ protected:
 
     /// Whether what is walked over has been destroyed.
     bool isOrphan() const { return list == nullptr; }
+    /// The list that the walk is in, or null.
+    fxWalkList<Self>* getList() const { return list; }
 
 private:
     friend class fxWalkList<Self>;
