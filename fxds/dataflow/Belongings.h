@@ -3,11 +3,16 @@
 #ifndef FXDS_DATAFLOW_BELONGINGS_H
 #define FXDS_DATAFLOW_BELONGINGS_H
 
+#include <algorithm>
+#include <cstdlib>
 #include <map>
 #include <memory>
+#include <utility>
 
 #include "fxds/Channel.h"
-#include "fxds/VoidPtrArray.h"
+#include "fxds/Property.h"
+#include "fxds/Ref.h"
+#include "fxds/detail/Allocate.h"
 
 // A table of channels is a property, so it may be held by others, stand in the
 // lists of several objects, leave a list and come back. Which channels belong
@@ -47,15 +52,70 @@ private:
     Channel* first = nullptr;
 };
 
-/// Made with an object's first property or channel; the elements are its
-/// fxProperty*, ascending by tag, each held.
-class fxBelongings : public fxVoidPtrArray {
+/// Properties, each held by who fills and empties the list. Two lie in the list itself:
+/// most objects have the tables of their channels and no other.
+class fxPropertyList {
+public:
+    fxPropertyList() = default;
+    fxPropertyList(const fxPropertyList&) = delete;
+    fxPropertyList& operator=(const fxPropertyList&) = delete;
+    ~fxPropertyList() {
+        if (items != few) std::free(items);
+    }
+
+    unsigned int length() const { return count; }
+    fxProperty*& operator[](unsigned int index) {
+        FX_ASSERT(index < count);
+        return items[index];
+    }
+    void insert(fxProperty* property, unsigned int index) {
+        FX_ASSERT(index <= count);
+        if (count == room) grow();
+        std::copy_backward(items + index, items + count, items + count + 1);
+        items[index] = property;
+        ++count;
+    }
+    void remove(unsigned int index) {
+        FX_ASSERT(index < count);
+        std::copy(items + index + 1, items + count, items + index);
+        --count;
+    }
+    /// Takes over all that `source` has. Requires: this list has none.
+    void takeAll(fxPropertyList& source) {
+        FX_ASSERT(count == 0 && items == few);
+        std::copy(source.few, source.few + fewest, few);
+        if (source.items != source.few) items = std::exchange(source.items, source.few);
+        count = std::exchange(source.count, 0);
+        room = std::exchange(source.room, fewest);
+    }
+
+private:
+    static constexpr unsigned int fewest = 2;
+
+    void grow() {
+        void* const block = fxNewBlock(2 * size_t{room} * sizeof *items);
+        std::copy(items, items + count, static_cast<fxProperty**>(block));
+        if (items != few) std::free(items);
+        items = static_cast<fxProperty**>(block);
+        room *= 2;
+    }
+
+    fxProperty** items = few;
+    unsigned int count = 0;
+    unsigned int room = fewest;
+    fxProperty* few[fewest] = {};
+};
+
+/// Made with an object's first property or channel.
+class fxBelongings {
 public:
     /// Outputs that tell of changed properties, by tag. A change keeps the list while
     /// it tells: receivers may end the object, which empties the list.
-    typedef std::map<unsigned short, std::unique_ptr<fxOutputChannel>> Watches;
+    class Watches : public fxRCObj,
+                    public std::map<unsigned short, std::unique_ptr<fxOutputChannel>> {};
 
-    std::shared_ptr<Watches> watches;  // null until the first
+    fxPropertyList properties;  // ascending by tag
+    fxRef<Watches> watches;     // null until the first
     fxOwnedChannels<fxInputChannel> inputs;
     // Inputs whose name went to another, or that never had one; all when the object
     // begins to end.

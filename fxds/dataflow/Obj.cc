@@ -14,19 +14,18 @@
 
 namespace {
 
-unsigned short tagAt(const fxVoidPtrArray& properties, unsigned int index) {
-    return static_cast<const fxProperty*>(properties[index])->getTag();
+unsigned short tagAt(fxPropertyList& properties, unsigned int index) {
+    return properties[index]->getTag();
 }
 
 // The property with the tag, or null; `position` is where it was looked for last.
-inline fxProperty* search(const fxVoidPtrArray& properties, unsigned short tag,
-                          unsigned int& position) {
+inline fxProperty* search(fxPropertyList& properties, unsigned short tag, unsigned int& position) {
     int low = 0;
     int high = static_cast<int>(properties.length()) - 1;
     while (low <= high) {
         position = static_cast<unsigned int>((low + high) / 2);
         const unsigned short here = tagAt(properties, position);
-        if (tag == here) return static_cast<fxProperty*>(properties[position]);
+        if (tag == here) return properties[position];
         if (tag < here) {
             high = static_cast<int>(position) - 1;
         } else {
@@ -37,7 +36,7 @@ inline fxProperty* search(const fxVoidPtrArray& properties, unsigned short tag,
 }
 
 // Tells that a property has changed. Whoever calls it touches the object no more.
-void tell(const std::shared_ptr<fxBelongings::Watches>& watches, unsigned short tag) {
+void tell(const fxRef<fxBelongings::Watches>& watches, unsigned short tag) {
     if (__builtin_expect(watches == nullptr, 1)) return;
     const auto watch = watches->find(tag);
     if (watch != watches->end()) watch->second->deliver();
@@ -63,14 +62,13 @@ void fxObj::endBelongings() {
     do {
         removeAllProperties();
         discardNameless();
-    } while (properties->length() > 0);
+    } while (properties->properties.length() > 0);
     delete std::exchange(properties, nullptr);
 }
 
 fxBelongings& fxObj::makeBelongings() {
     if (properties != nullptr) return *properties;
     properties = new fxBelongings;
-    properties->setMaxLength(3);  // what the smallest block of the heap has room for
     return *properties;
 }
 
@@ -85,7 +83,8 @@ int fxObj::compare(fxObj const*) const {
 
 fxProperty* fxObj::findProperty(unsigned short tag, unsigned int* index) {
     unsigned int position = 0;
-    fxProperty* const found = properties != nullptr ? search(*properties, tag, position) : nullptr;
+    fxProperty* const found =
+        properties != nullptr ? search(properties->properties, tag, position) : nullptr;
     if (index != nullptr) *index = position;
     return found;
 }
@@ -99,22 +98,18 @@ fxProperty* fxObj::findProperty(char const* name, unsigned int* index) {
 
 fxObj* fxObj::setProperty(fxProperty* property) {
     FX_ASSERT(property != nullptr);
-    if (properties == nullptr) makeBelongings();
-    const auto watches = properties->watches;
+    fxBelongings& mine = makeBelongings();
+    const auto watches = mine.watches;
     const unsigned short tag = property->getTag();
     property->take();
     unsigned int index = 0;
-    fxProperty* const old = search(*properties, tag, index);
+    fxProperty* const old = search(mine.properties, tag, index);
     if (old != nullptr) {
-        (*properties)[index] = property;
+        mine.properties[index] = property;
         old->release();
     } else {
-        if (index < properties->length() && tagAt(*properties, index) < tag) ++index;
-        if (index == properties->length()) {
-            properties->append(property);
-        } else {
-            properties->insert(property, index);
-        }
+        if (index < mine.properties.length() && tagAt(mine.properties, index) < tag) ++index;
+        mine.properties.insert(property, index);
     }
     tell(watches, tag);
     return this;
@@ -125,7 +120,7 @@ fxObj* fxObj::removeProperty(unsigned short tag) {
     fxProperty* property = findProperty(tag, &index);
     if (property == nullptr) return this;
     const auto watches = properties->watches;
-    properties->remove(index, 1);
+    properties->properties.remove(index);
     property->release();
     tell(watches, tag);
     return this;
@@ -136,9 +131,10 @@ fxObj* fxObj::removeProperty(char const* name) { return removeProperty(fxPropert
 fxObj* fxObj::removeAllProperties() {
     if (properties == nullptr) return this;
     const auto watches = properties->watches;
-    const fxVoidPtrArray released(std::move(*properties));
+    fxPropertyList released;
+    released.takeAll(properties->properties);
     for (unsigned int i = 0; i < released.length(); ++i) {
-        fxProperty* const property = static_cast<fxProperty*>(released[i]);
+        fxProperty* const property = released[i];
         const unsigned short tag = property->getTag();
         property->release();
         tell(watches, tag);
@@ -149,7 +145,7 @@ fxObj* fxObj::removeAllProperties() {
 fxOutputView<void> fxObj::propertyChanged(unsigned short tag) {
     fxBelongings& mine = makeBelongings();
     if (mine.isEnding) return fxOutputView<void>();
-    if (mine.watches == nullptr) mine.watches = std::make_shared<fxBelongings::Watches>();
+    if (mine.watches == nullptr) mine.watches = fxMake<fxBelongings::Watches>();
     std::unique_ptr<fxOutputChannel>& watch = (*mine.watches)[tag];
     if (watch == nullptr) watch = std::make_unique<fxOutputChannel>(fxDT_void);
     return fxOutputView<void>(watch.get());
@@ -161,9 +157,9 @@ fxOutputView<void> fxObj::propertyChanged(char const* name) {
 }
 
 unsigned int fxObj::getNumberOfProperties() const {
-    return properties != nullptr ? properties->length() : 0;
+    return properties != nullptr ? properties->properties.length() : 0;
 }
 
 fxProperty* fxObj::getProperty(unsigned int index) const {
-    return properties != nullptr ? static_cast<fxProperty*>((*properties)[index]) : nullptr;
+    return properties != nullptr ? properties->properties[index] : nullptr;
 }

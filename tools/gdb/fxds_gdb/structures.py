@@ -67,7 +67,12 @@ def properties_of(obj):
     """The properties of an fxObj, as pointers."""
     if int(obj["properties"]) == 0:
         return iter(())
-    return pointers_in(target_of(obj["properties"]), gdb.lookup_type("fxProperty"))
+    listed = target_of(obj["properties"])["properties"]
+    count, room = int(listed["count"]), int(listed["room"])
+    if count > room:
+        raise Corrupt(f"{count} properties in room for {room}")
+    type_ = gdb.lookup_type("fxProperty").pointer()
+    return (gdb.Value(pointer).cast(type_) for pointer in words(int(listed["items"]), count))
 
 
 def property_name(tag):
