@@ -298,7 +298,9 @@ TEST_F(Fxgrep, ColoursMatchesOnATerminal) {
 TEST_F(Fxgrep, ReportsOutputThatCannotBeWritten) {
     const int full = open("/dev/full", O_WRONLY);
     if (full < 0) GTEST_SKIP() << "no /dev/full";
-    EXPECT_EQ(run({"a"}, "a\n", full).status, 2);
+    const std::string command = std::string("yes a | ") + FXGREP_PATH + " a";
+    const Program program = {{"/bin/sh", "-c", command}, directory.path, {}, {-1, full, -1}};
+    EXPECT_EQ(::run(program, "").status, 2);
     close(full);
 }
 
@@ -321,8 +323,10 @@ TEST_F(Fxgrep, ReportsLinesThatAreTooLongForTheMemory) {
     getrlimit(RLIMIT_AS, &before);
     const rlimit small = {rlim_t{64} << 20, before.rlim_max};
     directory.file("long", std::string(40 << 20, 'a'));
+    directory.directory("tree");
+    ASSERT_EQ(truncate(directory.file("tree/holes", "").c_str(), off_t{1} << 32), 0);
     setrlimit(RLIMIT_AS, &small);
-    const Result result = run({"-c", "(a|b)*c", "long", "-"}, "abc\n");
+    const Result result = run({"-cr", "(a|b)*c", "long", "tree", "-"}, "abc\n");
     setrlimit(RLIMIT_AS, &before);
     EXPECT_EQ(result.output, "(standard input):1\n");
     EXPECT_EQ(result.errors, "fxgrep: long: a line is too long for the memory\n");

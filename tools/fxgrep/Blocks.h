@@ -16,16 +16,19 @@ class Blocks {
 public:
     Blocks() : buffer(size_t{1} << 16) {}
 
-    /// Goes on with this file, from where it is.
-    void start(int newFile) {
+    /// Goes on with this file, from where it is; with `looksForZero_` not where the first
+    /// block has a zero byte.
+    void start(int newFile, bool looksForZero_) {
         file = newFile;
         kept = 0;
         error = 0;
-        isAtEnd = false;
+        isAtEnd = isBinary = false;
+        looksForZero = looksForZero_;
     }
 
     /// Reads on until there is a block of whole lines; the last one may lack its
-    /// newline. Returns false at the end and on trouble, which `error` tells.
+    /// newline. Returns false at the end, at a zero byte that is looked for, and on
+    /// trouble, which `error` tells.
     bool next() {
         if (kept != 0) std::memmove(buffer.data(), end, kept);
         while (error == 0 && !isAtEnd) {
@@ -38,9 +41,15 @@ public:
             if (count == 0) isAtEnd = true;
             if (count <= 0) break;
             kept += static_cast<size_t>(count);
-            const void* const newline =
-                memrchr(buffer.data() + searched, '\n', static_cast<size_t>(count));
-            if (newline != nullptr) return take(static_cast<const char*>(newline) + 1);
+            const char* const added = buffer.data() + searched;
+            const void* const newline = memrchr(added, '\n', static_cast<size_t>(count));
+            const char* const lineEnd = static_cast<const char*>(newline);
+            // Seen at once, as the holes of a file may be longer than memory.
+            const size_t looked = lineEnd != nullptr ? static_cast<size_t>(lineEnd - added)
+                                                     : static_cast<size_t>(count);
+            isBinary = looksForZero && std::memchr(added, 0, looked) != nullptr;
+            if (isBinary) return false;
+            if (lineEnd != nullptr) return take(lineEnd + 1);
         }
         return kept != 0 && take(buffer.data() + kept);
     }
@@ -48,12 +57,14 @@ public:
     char* begin = nullptr;
     char* end = nullptr;
     int error = 0;
+    bool isBinary = false;  // whether a zero byte was found that is looked for
 
 private:
     bool take(const char* blockEnd) {
         begin = buffer.data();
         end = begin + (blockEnd - begin);
         kept -= static_cast<size_t>(end - begin);
+        looksForZero = false;
         return true;
     }
 
@@ -61,6 +72,7 @@ private:
     std::vector<char> buffer;
     size_t kept = 0;  // bytes behind the block, for the next one
     bool isAtEnd = false;
+    bool looksForZero = false;
 };
 
 #endif

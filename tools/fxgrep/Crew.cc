@@ -48,7 +48,10 @@ void Crew::reportTrouble(const std::string& path, const char* why) {
     printer.finish(std::move(findings));
 }
 
-bool Crew::isDone() const { return options.output == Options::nothing && printer.hasFound(); }
+bool Crew::isDone() const {
+    if (printer.outputError() != 0) return true;
+    return options.output == Options::nothing && printer.hasFound();
+}
 
 void Crew::finish() {
     {

@@ -32,7 +32,7 @@ public:
     void search(std::string path, Grep::Kind kind);
     /// Tells of what keeps a file from being searched.
     void reportTrouble(const std::string& path, const char* why);
-    /// Whether what is known already is all that is asked for.
+    /// Whether what is known already is all that is asked for, or can be told.
     bool isDone() const;
     /// Waits until all files have been searched. No search may follow.
     void finish();

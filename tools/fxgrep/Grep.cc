@@ -47,24 +47,19 @@ const char* Grep::searchFile(int file, Kind kind) {
         return "the input is also the output";
     }
     try {
-        blocks.start(file);
+        blocks.start(file, kind == foundText);
         lineNumber = lineCount = toFollow = lastPrinted = 0;
         before.clear();
         bool goesOn = blocks.next();
-        if (goesOn && kind == foundText && isBinary()) return nullptr;
+        if (blocks.isBinary) return nullptr;
         while (goesOn && searchBlock(blocks.begin, blocks.end)) {
-            printer.print(*findings);
-            goesOn = blocks.next();
+            goesOn = printer.print(*findings) && blocks.next();
         }
         finishFile();
         return blocks.error != 0 ? std::strerror(blocks.error) : nullptr;
     } catch (const std::bad_alloc&) {
         return "a line is too long for the memory";
     }
-}
-
-bool Grep::isBinary() const {
-    return std::memchr(blocks.begin, 0, static_cast<size_t>(blocks.end - blocks.begin)) != nullptr;
 }
 
 void Grep::finishFile() {

@@ -31,7 +31,6 @@ private:
     const char* searchFile(int file, Kind kind);
     bool searchBlock(char* begin, char* end);
     char* skipLines(char* begin, char* end);
-    bool isBinary() const;
     void finishFile();
 
     void take(char* line, char* end);

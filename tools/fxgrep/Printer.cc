@@ -2,23 +2,29 @@
 
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdio>
 #include <utility>
 
 namespace {
 constexpr size_t mostWaiting = size_t{32} << 20;
-}
+constexpr size_t mostOfOne = size_t{4} << 20;
+}  // namespace
 
 Printer::Printer(bool separatesFiles_, bool isSilent_)
     : separatesFiles(separatesFiles_), isSilent(isSilent_), isAtOnce(isatty(STDOUT_FILENO) != 0) {}
 
-void Printer::print(Findings& findings) {
-    const std::lock_guard<std::mutex> lock(mutex);
+// A file whose turn has not come waits while too much is waiting: its thread then
+// searches no further. The thread of the turn itself never waits, and threads take files
+// in the order of their turns.
+bool Printer::print(Findings& findings) {
+    std::unique_lock<std::mutex> lock(mutex);
+    const bool isMuch = findings.text.size() > mostOfOne;
+    advanced.wait(lock, [&] { return findings.turn == turn || !isMuch; });
     if (findings.turn == turn) write(findings);
+    return error == 0;
 }
 
-// A file whose turn has not come waits while too much is waiting: its thread then
-// searches no further file. The thread of the turn itself never waits.
 void Printer::finish(Findings&& findings) {
     std::unique_lock<std::mutex> lock(mutex);
     found = found || findings.hasFound;
@@ -60,6 +66,7 @@ void Printer::write(Findings& findings) {
         if (separatesFiles && hasWritten && isFirst) std::fputs("--\n", stdout);
         std::fwrite(findings.text.data(), 1, findings.text.size(), stdout);
         if (isAtOnce) std::fflush(stdout);
+        if (error == 0 && std::ferror(stdout) != 0) error = errno;
         hasWritten = true;
         lastWritten = findings.turn;
         findings.text.clear();

@@ -2,6 +2,7 @@
 #ifndef FXGREP_PRINTER_H
 #define FXGREP_PRINTER_H
 
+#include <atomic>
 #include <condition_variable>
 #include <cstddef>
 #include <map>
@@ -24,13 +25,16 @@ public:
     /// `separatesFiles_`: a line with -- stands between files of which lines are printed.
     Printer(bool separatesFiles_, bool isSilent_);
 
-    /// Prints and clears the text when it is this file's turn; else leaves it.
-    void print(Findings& findings);
+    /// Prints and clears the text when it is this file's turn; else leaves it, or waits
+    /// for the turn where that is too much. False when the output takes nothing more.
+    bool print(Findings& findings);
     /// Ends the file's turn: prints what is left, then or when its turn has come.
     void finish(Findings&& findings);
 
     bool hasFound() const;
     bool hadTrouble() const;
+    /// The errno of the first write that failed, 0 for none.
+    int outputError() const { return error; }
 
 private:
     void write(Findings& findings);
@@ -47,6 +51,7 @@ private:
     bool hasWritten = false;
     bool found = false;
     bool trouble = false;
+    std::atomic<int> error{0};  // of the output
 };
 
 #endif

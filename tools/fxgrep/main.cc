@@ -34,8 +34,10 @@ int main(int argc, char** argv) {
     Crew crew(options, std::move(searches));
     searchFiles(crew, options);
     crew.finish();
-    if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {
-        complain("standard output", std::strerror(errno));
+    int error = crew.getPrinter().outputError();
+    if (error == 0 && (std::fflush(stdout) != 0 || std::ferror(stdout) != 0)) error = errno;
+    if (error != 0) {
+        complain("standard output", std::strerror(error));
         return trouble;
     }
     if (crew.isDone()) return 0;
