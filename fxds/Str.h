@@ -298,8 +298,8 @@ public:
     /// the C locale, decimal ones only. The form with an argument tells whether it
     /// has set it.
     template <class Number = int>
-    std::optional<Number> toNumber(int base = 10) const;
-    template <class Number>
+    std::optional<Number> toNumber(const int& base = 10) const;
+    template <int = 0, class Number>  // deduced only: toNumber<int>(base) is the one above
     bool toNumber(Number& number, int base = 10) const {
         const std::optional<Number> read = toNumber<Number>(base);
         if (read) number = *read;

@@ -51,7 +51,7 @@ fxStr fxStr::number(Number value, int base) {
 }
 
 template <class Number>
-std::optional<Number> fxStr::toNumber(int base) const {
+std::optional<Number> fxStr::toNumber(const int& base) const {
     static_assert(fxDetail::isNumber<Number>,
                   "a number is an integer, but no char or bool, or a float or double");
     if constexpr (std::is_integral_v<Number>) {
