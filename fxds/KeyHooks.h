@@ -83,6 +83,13 @@ using IfLookedUp = std::enable_if_t<std::is_same_v<Key, fxStr> && !std::is_base_
 /// Whether copies and ends of a T neither throw nor run code of the program.
 template <class T>
 inline constexpr bool isCalm = std::is_trivially_copyable_v<T> || std::is_same_v<T, fxStr>;
+
+/// What is looked up as a copy where keys are std::string: texts that do not become one.
+template <class Key, class Text>
+using IfCopied = std::enable_if_t<std::is_same_v<Key, std::string> &&
+                                      !std::is_convertible_v<Text, std::string> &&
+                                      std::is_convertible_v<const Text&, std::string_view>,
+                                  int>;
 }  // namespace fxDetail
 
 /// What a key of type Key needs over Base, which is fxDictionary or fxSet: the hooks,
@@ -108,6 +115,17 @@ public:
     void remove(const Text& text) {
         this->removeText(fxTextView(text));
     }
+    ///@{
+    /// The same for keys that are std::string, with a view or an fxStr, which is copied.
+    template <class Text, fxDetail::IfCopied<Key, Text> = 0>
+    bool contains(const Text& text) const {
+        return contains(Key(fxTextView(text)));
+    }
+    template <class Text, fxDetail::IfCopied<Key, Text> = 0>
+    void remove(const Text& text) {
+        remove(Key(fxTextView(text)));
+    }
+    ///@}
 
 protected:
     /// As Base::find(). Numbers and addresses are looked for here, where the hooks are

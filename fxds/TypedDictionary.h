@@ -160,6 +160,22 @@ public:
         return stored != nullptr ? *stored : *findCreate(fxStr(fxTextView(text)));
     }
 
+    /// The same for keys that are std::string, with a view or an fxStr, which is copied.
+    template <class Text, fxDetail::IfCopied<Key, Text> = 0>
+    Value* find(const Text& text) {
+        return find(Key(fxTextView(text)));
+    }
+    /// As find() with a key.
+    template <class Text, fxDetail::IfCopied<Key, Text> = 0>
+    const Value* find(const Text& text) const {
+        return find(Key(fxTextView(text)));
+    }
+    /// As operator[] with a key.
+    template <class Text, fxDetail::IfCopied<Key, Text> = 0>
+    Value& operator[](const Text& text) {
+        return (*this)[Key(fxTextView(text))];
+    }
+
     ///@{
     /// Whether both have the same keys with equal values.
     friend bool operator==(const fxTypedDictionary& a, const fxTypedDictionary& b) {

@@ -115,6 +115,12 @@ public:
         return static_cast<const Key*>(this->findText(fxTextView(text)));
     }
 
+    /// The same for keys that are std::string, with a view or an fxStr, which is copied.
+    template <class Text, fxDetail::IfCopied<Key, Text> = 0>
+    const Key* find(const Text& text) const {
+        return find(Key(fxTextView(text)));
+    }
+
     ///@{
     /// Whether both have the same keys.
     friend bool operator==(const fxTypedSet& a, const fxTypedSet& b) {
