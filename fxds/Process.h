@@ -15,7 +15,7 @@
 #include "fxds/detail/Owned.h"
 
 /// What to start, and how.
-struct fxCommand {
+struct FX_API fxCommand {
     /// What becomes of a standard stream of the child.
     enum Stream {
         inherited,  ///< It is ours.
@@ -30,6 +30,7 @@ struct fxCommand {
     fxCommand(std::initializer_list<const char*> words_) : words(words_.begin(), words_.end()) {}
     fxCommand(std::vector<std::string> words_) : words(std::move(words_)) {}
     ///@}
+    fxCommand(std::string program, std::vector<std::string> arguments);  ///< A program's words.
 
     /// The program and its arguments. A program without a slash is looked up in our
     /// PATH.
@@ -70,6 +71,8 @@ public:
     /// for texts with zero bytes in them, no words, and streams that are joined to
     /// nothing.
     explicit fxProcess(const fxCommand& command);
+    /// The same: `fxProcess sort("sort", {"-u"})`.
+    fxProcess(std::string program, std::vector<std::string> arguments);
     fxProcess(const fxProcess&) = delete;
     fxProcess& operator=(const fxProcess&) = delete;
     /// Ends a process that is still running by SIGKILL, and its group if it has its

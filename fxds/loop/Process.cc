@@ -220,6 +220,14 @@ private:
     fxWalks<Turn> turns;
 };
 
+fxCommand::fxCommand(std::string program, std::vector<std::string> arguments)
+    : words(std::move(arguments)) {
+    words.insert(words.begin(), std::move(program));
+}
+
+fxProcess::fxProcess(std::string program, std::vector<std::string> arguments)
+    : fxProcess(fxCommand(std::move(program), std::move(arguments))) {}
+
 fxProcess::fxProcess(const fxCommand& command) {
     addOutput(exitedName, fxDT_int);
     Pipes pipes;

@@ -452,7 +452,7 @@ TEST_F(Outside, ProcessesAreLinesAndAnExit) {
     };
     std::signal(SIGPIPE, SIG_IGN);
     for (const Row& row : rows) {
-        fxCommand command({"sh", "-c", row.script});
+        fxCommand command("sh", {"-c", row.script});
         command.input = command.output = fxCommand::piped;
         command.errors = fxCommand::joined;
         command.environment = {"FXDS_ADDED=added", "FXDS_OURS"};
@@ -491,7 +491,7 @@ TEST_F(Outside, ProcessesAreLinesAndAnExit) {
     EXPECT_EQ(fxProcess(fxCommand()).getError(), EINVAL);
     EXPECT_EQ(fxProcess(std::vector{std::string("tr\0ue", 5)}).getError(), EINVAL);
     char** const ours = std::exchange(environ, nullptr);
-    EXPECT_EQ(fxProcess({"fxds-no-such-program"}).getError(), ENOENT);
+    EXPECT_EQ(fxProcess("fxds-no-such-program", {"x", "y"}).getError(), ENOENT);
     environ = ours;
 }
 
