@@ -9,7 +9,8 @@
 
 namespace fxRecordFormat {
 struct Head;
-}
+struct ShortBlock;
+}  // namespace fxRecordFormat
 class fxReaderEntry;
 class fxReaderGraph;
 class fxRecordReader;
@@ -152,9 +153,12 @@ private:
     [[gnu::cold, gnu::noinline]] bool noRecord();
     bool fillPastTypes();
     bool nextInstance();
+    [[gnu::noinline]] bool passToInstance();
     void noteMention();
     bool defineType();
     bool awaitBlock(size_t byteCount, bool isText);
+    bool settle();
+    [[gnu::noinline]] bool takePlaces();
     bool readBlock(fxReaderEntry& entry);
     char* readGrowing(Converter* converter, unsigned int byteCount);
     Converter* converterOf(unsigned int bodyTag) const;
@@ -163,6 +167,8 @@ private:
     void chooseNamesake(fxReaderEntry& typeEntry, const fxReaderEntry& entry, fxTypeObj* root);
     bool readBody(fxReaderEntry& entry, fxTypeObj* root);
     bool readGraph(fxTypeObj& expected, unsigned int& rootId);
+    fxReaderEntry* peekText(fxRecordFormat::ShortBlock& text);
+    bool readText(fxReaderEntry& entry, const fxRecordFormat::ShortBlock& text);
 
     bool isBusy;               // readObject() runs
     const void* partUnderWay;  // of an object, or null

@@ -360,7 +360,7 @@ private:
     void resizeInternal(unsigned int n);
     void assignBytes(const char* s, size_t n);
     void keepWritten(const char* fmt, va_list arguments);
-    fxBool readText(fxTranscriber& transcriber, unsigned int lengthBytes);
+    fxBool readText(fxTranscriber& transcriber);
     static fxStr writtenInteger(bool isNegative, unsigned long long magnitude, int base);
     static fxStr writtenFraction(double value);
     static fxStr writtenFraction(float value);

@@ -8,6 +8,7 @@
 #include "fxds/Stream.h"
 #include "fxds/StreamFault.h"
 #include "fxds/detail/Owned.h"
+#include "fxds/detail/ReadyRecords.h"
 
 class fxStr;
 class fxTypeObj;
@@ -239,6 +240,16 @@ public:
     bool takeReady(unsigned int& number) { return takeReadyHalf(number); }
     ///@}
 
+    ///@{
+    /// Reads a pointer to an object, which is null, or a string, which is empty, with its
+    /// length, if the stream has the records at hand. Otherwise nothing happens, and
+    /// xdr() is to be called.
+    bool takeReadyPointer(void* slot, const fxTypeObj& declared) {
+        return ready != nullptr && ready->takePointer(slot, declared);
+    }
+    bool takeReadyText(fxStr& string) { return ready != nullptr && ready->takeText(&string); }
+    ///@}
+
     /// How fxStr transcribes its text, which has `byteCount` bytes with the
     /// terminator, more than 1; `*text` is the field that leads to it. This one
     /// answers xdr(text, byteCount). A reader that fills places in later leaves
@@ -308,9 +319,9 @@ protected:
     fxBool reading;    ///< What isReading() answers.
     fxStream* stream;  ///< Shared; null fails every operation.
 
-    /// What takeReady() takes from. Null unless the numbers of the stream are
+    /// What takeReady() and its like take from. Null unless the numbers of the stream are
     /// stored as in this machine, and no subclass has a say in reading them.
-    fxReadyBytes* ready = nullptr;
+    fxReadyRecords* ready = nullptr;
 
     size_t attemptBegan = 0;  ///< placesNoted() when the innermost attempt() began.
 

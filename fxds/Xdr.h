@@ -429,14 +429,9 @@ bool fxXdrBlock(fxTranscriber& t, T*& block, unsigned int& count) {
 }
 ///@}
 
-///@{
-/// A pointer to a transcribable object, to an fxStr, or null. Whose the object
-/// is when it has been read is for the classes to agree on: an fxRef holds it, and
-/// xdrSuccess() is the moment to take other counted references. The record may be given for a class
-/// that is registered without FX_TRANSCRIBABLE.
+/// How fxXdrObject() writes a pointer.
 template <class C>
-bool fxXdrObject(fxTranscriber& t, C*& object, fxTypeObj& declared) {
-    if (t.isReading()) object = nullptr;
+bool fxXdrWriteObject(fxTranscriber& t, C*& object, fxTypeObj& declared) {
     if (object == nullptr) return t.xdr(&object, nullptr, declared, nullptr, nullptr);
     if constexpr (std::is_convertible_v<C*, fxXDRObj*>) {
         // Most are just what they are declared as. Where they begin need not be asked
@@ -452,6 +447,19 @@ bool fxXdrObject(fxTranscriber& t, C*& object, fxTypeObj& declared) {
     fxXdrFindAddress(object, declared, found);
     if (found.address == nullptr || t.isEmbedded(found.address)) return t.refuse(fxXdrUnreadable);
     return t.xdr(&object, nullptr, declared, &found, found.address);
+}
+
+///@{
+/// A pointer to a transcribable object, to an fxStr, or null. Whose the object
+/// is when it has been read is for the classes to agree on: an fxRef holds it, and
+/// xdrSuccess() is the moment to take other counted references. The record may be given for a class
+/// that is registered without FX_TRANSCRIBABLE.
+template <class C>
+bool fxXdrObject(fxTranscriber& t, C*& object, fxTypeObj& declared) {
+    if (!t.isReading()) return fxXdrWriteObject(t, object, declared);
+    object = nullptr;
+    return t.takeReadyPointer(&object, declared) ||
+           t.xdr(&object, nullptr, declared, nullptr, nullptr);
 }
 template <class C>
 bool fxXdrObject(fxTranscriber& t, C*& object) {

@@ -15,7 +15,7 @@
 # transcriber and the abstract stream that it works on.
 fxds_room(base
   HEADERS Config Counted Fatal RCObj Ref Stream StreamFault Transcriber TypeObj XDRObj
-  DETAIL Allocate FilePath Hold Mix MovesAsBytes NestedRelease Owned Walk
+  DETAIL Allocate FilePath Hold Mix MovesAsBytes NestedRelease Owned ReadyRecords Walk
   PRIVATE ChunkList FreeLists PackedInts Scoped StackBounds StartUp StreamTrace
   SOURCES Counted Fatal FreeLists NestedRelease RCObj Stream StreamFault StreamTrace Transcriber
     TypeObj XDRObj)

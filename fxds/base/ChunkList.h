@@ -11,17 +11,17 @@
 // touches each page of memory once, which is most of what long lists that live
 // for one call cost; and pointers to elements stay good.
 
-template <class T>
+template <class T, size_t chunkItems = 1024>
 class fxChunkList {
 public:
     size_t size() const { return count; }
     bool empty() const { return count == 0; }
     T& operator[](size_t i) { return chunks[i / chunkItems][i % chunkItems]; }
     const T& operator[](size_t i) const { return chunks[i / chunkItems][i % chunkItems]; }
-    T& back() { return (*this)[count - 1]; }
-    const T& back() const { return (*this)[count - 1]; }
+    T& back() { return next[-1]; }
+    const T& back() const { return next[-1]; }
 
-    void push_back(const T& item) {
+    [[gnu::always_inline]] void push_back(const T& item) {
         if (next == end) addChunk();
         *next++ = item;
         ++count;
@@ -47,6 +47,12 @@ public:
             left -= used;
         }
     }
+    /// Adds a chunk of elements with default values. Requires: all chunks are full.
+    void grow() {
+        addChunk();
+        next = end;
+        count += chunkItems;
+    }
     void clear() {
         chunks.clear();
         count = 0;
@@ -60,9 +66,7 @@ public:
     }
 
 private:
-    static constexpr size_t chunkItems = 1024;
-
-    void addChunk() {
+    [[gnu::noinline]] void addChunk() {
         const size_t chunk = count / chunkItems;
         if (chunk == chunks.size()) chunks.emplace_back(new T[chunkItems]);
         next = chunks[chunk].get();
@@ -71,8 +75,8 @@ private:
 
     std::vector<std::unique_ptr<T[]>> chunks;
     size_t count = 0;
-    T* next = nullptr;  // where the next item goes,
-    T* end = nullptr;   // unless its chunk is full
+    T* next = nullptr;  // where the next item goes, right behind the last one,
+    T* end = nullptr;   // unless that one's chunk is full
 };
 
 #endif

@@ -1,7 +1,6 @@
 #include "fxds/BinaryReader.h"
 
 #include <algorithm>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <typeinfo>
@@ -61,6 +60,12 @@ bool readPlain(fxBinaryReader& reader, void* bytes, size_t byteCount) {
     return reader.readBytes(bytes, byteCount);
 }
 
+// Out of line: the compiler would copy in line what it knows to be short, by a string
+// instruction, which takes longer than a call.
+[[gnu::noinline]] void copyBytes(char* to, const unsigned char* from, size_t byteCount) {
+    std::memcpy(to, from, byteCount);
+}
+
 struct Free {
     void operator()(char* block) const { std::free(block); }
 };
@@ -114,24 +119,6 @@ fxBinaryReader::fxBinaryReader(fxStream* inStream, short shortMark, long longMar
     if (!wrong.empty()) Fault::inHeader().end(wrong.c_str());
     shorts = converterFor(shortConverters, shortOrder(static_cast<unsigned short>(shortMark)));
     longs = converterFor(longConverters, longOrder(static_cast<unsigned long>(longMark)));
-}
-
-std::string fxBinaryReader::headerComplaint(short shortMark, long longMark,
-                                            const char* floatFormat) {
-    // A mark that is unknown is reported by the long mark in both cases.
-    char hex[20];
-    std::snprintf(hex, sizeof hex, "%x", static_cast<unsigned int>(longMark));
-    if (shortOrder(static_cast<unsigned short>(shortMark)) == Order::unknown) {
-        return std::string("fxBinaryReader: unknown short ordering ") + hex;
-    }
-    if (longOrder(static_cast<unsigned long>(longMark)) == Order::unknown) {
-        return std::string("fxBinaryReader: unknown long ordering ") + hex;
-    }
-    if (floatFormat == nullptr || !isFloatFormat(floatFormat)) {
-        return std::string("fxBinaryReader: unsupported floating point format ") +
-               (floatFormat != nullptr ? floatFormat : "(null)");
-    }
-    return "";
 }
 
 fxBinaryReader::~fxBinaryReader() = default;
@@ -198,13 +185,12 @@ bool fxBinaryReader::xdr(void* slot, fxXDRObj*, fxTypeObj& declared, fxXDRObj*, 
         return refuse(Fault::damaged, badNews);
     }
     fxReaderEntry& entry = graph->at(head.id());
-    graph->await(entry, fxReaderEntry::awaitedObject);
-    const bool suits = entry.isObject() ? entry.record().isA(declared)
-                                        : entry.kind() == fxReaderEntry::awaitedObject;
+    const bool suits = graph->awaitObject(entry, declared);
     const bool mayHave = (slot != owner || graph->claim(entry)) && (!isHolder || entry.share());
     if (!suits || !mayHave) return refuse(Fault::damaged, badNews);
     const bool isNoted = isHolder ? graph->noteHolder(slot, head.id(), declared, takeHold)
                                   : graph->notePointer(slot, head.id(), declared);
+    if (owner != nullptr) records->ready.lastDeclared = nullptr;
     return isNoted || refuse(Fault::damaged, formatError);
 }
 
@@ -229,21 +215,31 @@ bool fxBinaryReader::xdr(fxTypeObj& base, void* derived, void* baseAddress) {
 bool fxBinaryReader::readsInPieces() const { return true; }
 
 void fxBinaryReader::placesMoved(const void* from, size_t byteCount, void* to) {
+    settle();
     graph->placesMoved(from, byteCount, to, attemptBegan);
 }
 
 void fxBinaryReader::placesLieIn(void* container, const Container& kind, size_t before) {
+    settle();
     graph->watch(container, kind, before);
 }
 
 size_t fxBinaryReader::placesNoted() const { return graph->placesNoted(); }
 
-void fxBinaryReader::forgetPlaces(size_t count) { graph->forgetPlaces(count); }
+void fxBinaryReader::forgetPlaces(size_t count) {
+    settle();
+    graph->forgetPlaces(count);
+}
 
-void fxBinaryReader::setOwner(const void* slot) { owner = slot; }
+// A pointer that is not plain is for the operation to read.
+void fxBinaryReader::setOwner(const void* slot) {
+    owner = slot;
+    records->ready.lastDeclared = nullptr;
+}
 
 void fxBinaryReader::setHolder(const void* slot, TakeHold* hold) {
     holder = slot;
+    records->ready.lastDeclared = nullptr;
     takeHold = hold;
 }
 
@@ -255,6 +251,7 @@ bool fxBinaryReader::xdrText(fxStr& string, char**, unsigned int byteCount) {
 // Only the object that a body is of answers for it: what it inherits and what it
 // holds is asked, but leaves it without some of its fields.
 fxBool fxBinaryReader::conclude(bool succeeded, fxXDRObj& object, void* address) {
+    settle();
     hasFailed |= !succeeded;
     if (address == partUnderWay) {
         if (!fxIsRootOfPart(object)) return succeeded;  // the object is told, or asked
@@ -268,7 +265,10 @@ fxBool fxBinaryReader::conclude(bool succeeded, fxXDRObj& object, void* address)
     return isHeld ? 0 : isForgiven;
 }
 
-void fxBinaryReader::countsBlock(unsigned int& count) { graph->noteCount(&count); }
+void fxBinaryReader::countsBlock(unsigned int& count) {
+    settle();
+    graph->noteCount(&count);
+}
 
 /// Whatever ends the reading of a graph before it is complete, an exception of a
 /// record's function too: all that it made is destroyed, and no more is read.
@@ -277,7 +277,9 @@ struct fxBinaryReader::Reading {
         reader.isBusy = true;
         reader.bodyType = nullptr;
         reader.records->enterWindow();
-        if (reader.hasOwnNumbers()) reader.ready = &reader.records->ready;
+        if (reader.hasOwnNumbers() && !fxStreamTrace::isOn()) {
+            reader.ready = &reader.records->ready;
+        }
     }
     ~Reading() {
         if (!isComplete) reader.noteEnd();
@@ -342,15 +344,8 @@ bool fxBinaryReader::awaitBlock(size_t byteCount, bool isText) {
         return refuse(Fault::damaged, formatError);
     }
     const unsigned int least = static_cast<unsigned int>(byteCount);
-    fxReaderEntry& entry = graph->at(head.id());
-    graph->await(entry, fxReaderEntry::awaitedBlock);
-    if (entry.kind() == fxReaderEntry::awaitedBlock) {
-        entry.raiseLeast(least);
-        if (!isText) entry.wantPlain();
-    } else if (entry.kind() != fxReaderEntry::block || entry.bytes() < least) {
-        return refuse(Fault::damaged, formatError);
-    }
-    return true;
+    return graph->awaitBlock(graph->at(head.id()), least, isText) ||
+           refuse(Fault::damaged, formatError);
 }
 
 bool fxBinaryReader::readInstance() { return readDefinition(nullptr); }
@@ -359,11 +354,10 @@ bool fxBinaryReader::readInstance() { return readDefinition(nullptr); }
 
 // `root` is what the object is asked for as, if it is a root.
 bool fxBinaryReader::readDefinition(fxTypeObj* root) {
-    if ((!isContents(head.tag) && head.tag != fxTagObject) || head.id() == 0 ||
-        graph->at(head.id()).isDefined()) {
-        return refuse(Fault::damaged, baddestNews);
-    }
+    const bool isGood = (isContents(head.tag) || head.tag == fxTagObject) && head.id() != 0;
+    if (!isGood) return refuse(Fault::damaged, baddestNews);
     fxReaderEntry& entry = graph->at(head.id());
+    if (entry.isDefined()) return refuse(Fault::damaged, baddestNews);
     mayLeaveData = true;
     return head.tag == fxTagObject ? readBody(entry, root) : readBlock(entry);
 }
@@ -398,7 +392,16 @@ bool fxBinaryReader::noRecord() {
     return records->isOfNoTag() && refuse(Fault::damaged, "Whoops!");
 }
 
+// Takes in the places that helpers have read, before any other is.
+inline bool fxBinaryReader::settle() { return records->ready.placeCount == 0 || takePlaces(); }
+
+bool fxBinaryReader::takePlaces() {
+    if (graph->takeReadyPlaces()) return true;
+    return refuse(Fault::damaged, graph->takesPointer() ? badNews : formatError);
+}
+
 bool fxBinaryReader::fillPastTypes() {
+    if (!settle()) return false;
     do {
         if (!fill()) return false;
     } while (head.tag == fxTagType);
@@ -407,27 +410,9 @@ bool fxBinaryReader::fillPastTypes() {
 
 // Data that the body before has left unread is passed over, and of one that made
 // do with what it got before a failure the places, too.
-bool fxBinaryReader::nextInstance() {
-    do {
-        if (!fill()) return false;
-        if (hasFailed) noteMention();
-    } while (head.tag == fxTagType || (head.tag == fxTagData && mayLeaveData) ||
-             (hasFailed && !isContents(head.tag) && head.tag != fxTagObject));
-    hasFailed = false;
-    return true;
-}
-
-// What a place names that no object has asked for is awaited all the same, for
-// its definition is to come.
-void fxBinaryReader::noteMention() {
-    if (head.id() == 0) return;
-    if (head.tag == fxTagBlock || head.tag == fxTagBlockAgain) {
-        graph->awaitInVain(graph->at(head.id()), fxReaderEntry::awaitedBlock);
-    } else if (head.tag == fxTagPointer || head.tag == fxTagPointerAgain) {
-        graph->awaitInVain(graph->at(head.id()), fxReaderEntry::awaitedObject);
-    } else if (head.tag == fxTagPart) {
-        graph->definePassedPart(graph->at(head.id()));
-    }
+inline bool fxBinaryReader::nextInstance() {
+    const bool isUsual = !hasFailed && !fxStreamTrace::isOn();
+    return (isUsual && records->nextDefinition()) || passToInstance();
 }
 
 bool fxBinaryReader::defineType() {
@@ -456,9 +441,35 @@ bool fxBinaryReader::readGraph(fxTypeObj& expected, unsigned int& rootId) {
     graph->at(rootId).share();  // with the caller
     if (!readDefinition(&expected)) return false;
     while (graph->awaitedCount() > 0) {
-        if (!nextInstance() || !readInstance()) return false;
+        ShortBlock text;
+        fxReaderEntry* const entry = peekText(text);
+        const bool isRead =
+            entry != nullptr ? readText(*entry, text) : nextInstance() && readInstance();
+        if (!isRead) return false;
     }
     return true;
+}
+
+// The entry of a short text that only strings await, if one is at hand; otherwise null,
+// and nothing has happened.
+inline fxReaderEntry* fxBinaryReader::peekText(ShortBlock& text) {
+    if (hasFailed || fxStreamTrace::isOn()) return nullptr;
+    text = records->peekShortBlock();
+    if (text.record == nullptr || text.id() == 0) return nullptr;
+    fxReaderEntry& entry = graph->at(text.id());
+    return entry.isAwaitedText() && text.byteCount() >= entry.least() ? &entry : nullptr;
+}
+
+// As readBlock() does it.
+inline bool fxBinaryReader::readText(fxReaderEntry& entry, const ShortBlock& text) {
+    const unsigned int id = text.id();
+    const unsigned int byteCount = text.byteCount();
+    char* const copy = graph->textRoom(byteCount + size_t{1});
+    copyBytes(copy, text.bytes(), byteCount);
+    copy[byteCount] = '\0';
+    records->pass(text);
+    return graph->defineBlock(id, entry, byteCount, copy, nullptr) ||
+           refuse(Fault::damaged, formatError);
 }
 
 bool fxBinaryReader::readBlock(fxReaderEntry& entry) {
@@ -547,6 +558,7 @@ bool fxBinaryReader::readBody(fxReaderEntry& entry, fxTypeObj* root) {
     if (entry.kind() == fxReaderEntry::awaitedBlock) return refuse(Fault::damaged, formatError);
     fxReaderEntry* const typeEntry = typeOfBody();
     if (typeEntry == nullptr) return refuse(Fault::damaged, baddestNews);
+    graph->fetchPlaces(entry);
     const bool isAsWanted = root == nullptr && graph->isWantedAs(entry, typeEntry->record());
     if (!isAsWanted) chooseNamesake(*typeEntry, entry, root);
     fxTypeObj* const type = &typeEntry->record();
@@ -568,12 +580,14 @@ bool fxBinaryReader::readBody(fxReaderEntry& entry, fxTypeObj* root) {
         return refuse(records->hasFailed() ? Fault::ended : Fault::refused, missing);
     }
     complaint.reset();
+    // In a large graph, waiting for memory is what takes most of the time.
+    records->eachIdAhead([this](unsigned int ahead) { graph->fetchSoon(ahead); });
     if (!hasFailed && !graph->isAsNoted()) {
         return refuse(Fault::refused, graph->metLocal() ? local : changed);
     }
     if (!graph->endBody(hasFailed)) {
-        return graph->metLocal() ? refuse(Fault::refused, local)
-                                 : refuse(Fault::damaged, formatError);
+        if (graph->metLocal()) return refuse(Fault::refused, local);
+        return refuse(Fault::damaged, graph->takesPointer() ? badNews : formatError);
     }
     bodyType = nullptr;
     return true;

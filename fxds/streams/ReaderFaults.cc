@@ -1,14 +1,40 @@
 #include "fxds/BinaryReader.h"
+
+#include <cstdio>
+
 #include "fxds/TypeObj.h"
 #include "fxds/base/StreamTrace.h"
 #include "fxds/streams/ReaderGraph.h"
 #include "fxds/streams/RecordReader.h"
+#include "fxds/streams/StreamMarks.h"
 
 // What the reader does about a stream that is wrong. A fault is noted or fatal;
 // once it is noted, the records answer as at the end of the stream, so that no
-// operation needs to ask whether there is one.
+// operation needs to ask whether there is one. An object that makes do after a failure
+// leaves records unread, which are passed over.
+
+using namespace fxRecordFormat;
+using namespace fxStreamMarks;
 
 // Private functions.
+
+std::string fxBinaryReader::headerComplaint(short shortMark, long longMark,
+                                            const char* floatFormat) {
+    // A mark that is unknown is reported by the long mark in both cases.
+    char hex[20];
+    std::snprintf(hex, sizeof hex, "%x", static_cast<unsigned int>(longMark));
+    if (shortOrder(static_cast<unsigned short>(shortMark)) == Order::unknown) {
+        return std::string("fxBinaryReader: unknown short ordering ") + hex;
+    }
+    if (longOrder(static_cast<unsigned long>(longMark)) == Order::unknown) {
+        return std::string("fxBinaryReader: unknown long ordering ") + hex;
+    }
+    if (floatFormat == nullptr || !isFloatFormat(floatFormat)) {
+        return std::string("fxBinaryReader: unsupported floating point format ") +
+               (floatFormat != nullptr ? floatFormat : "(null)");
+    }
+    return "";
+}
 
 bool fxBinaryReader::refuse(fxStreamFault::Kind kind, const char* message) {
     if (hasRefused()) return false;
@@ -29,6 +55,7 @@ void fxBinaryReader::noteEnd() {
 
 fxStreamFault fxBinaryReader::faultHere(fxStreamFault::Kind kind, const char* message) const {
     fxStreamFault fault;
+    records->sync();
     // A class that gives up does so because of the end, when there is one.
     if (complaint != nullptr && kind != fxStreamFault::ended) fault = *complaint;
     if (fault.kind == fxStreamFault::none) fault.kind = kind;
@@ -53,4 +80,28 @@ void fxBinaryReader::trace() const {
     fxStreamTrace::record("read", headerBytes + records->recordAt(),
                           fxRecordFormat::tagName(head_.tag),
                           fxRecordFormat::fieldBytes[head_.tag] > 0 ? head_.id() : 0, className);
+}
+
+// Passes over what the body before has left unread.
+bool fxBinaryReader::passToInstance() {
+    do {
+        if (!fill()) return false;
+        if (hasFailed) noteMention();
+    } while (head.tag == fxTagType || (head.tag == fxTagData && mayLeaveData) ||
+             (hasFailed && !isContents(head.tag) && head.tag != fxTagObject));
+    hasFailed = false;
+    return true;
+}
+
+// What a place names that no object has asked for is awaited all the same, for
+// its definition is to come.
+void fxBinaryReader::noteMention() {
+    if (head.id() == 0) return;
+    if (head.tag == fxTagBlock || head.tag == fxTagBlockAgain) {
+        graph->awaitInVain(graph->at(head.id()), fxReaderEntry::awaitedBlock);
+    } else if (head.tag == fxTagPointer || head.tag == fxTagPointerAgain) {
+        graph->awaitInVain(graph->at(head.id()), fxReaderEntry::awaitedObject);
+    } else if (head.tag == fxTagPart) {
+        graph->definePassedPart(graph->at(head.id()));
+    }
 }

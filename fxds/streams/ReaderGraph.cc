@@ -26,9 +26,19 @@ void setPointer(void* slot, void* value) { std::memcpy(slot, &value, sizeof valu
 }  // namespace
 
 // Links a place with the number that it waits for.
-inline void fxReaderGraph::link(size_t index, fxReaderEntry& entry) {
-    items[index].id = entry.waiting();
+inline void fxReaderGraph::link(fxBinaryReaderItem& item, size_t index, fxReaderEntry& entry) {
+    if (entry.firstSlot() == nullptr || entry.firstWanted() != item.wanted) entry.setMixed();
+    item.id = entry.waiting();
     entry.setWaiting(static_cast<unsigned int>(index + 1));
+}
+
+// The same for a place of a body; the first one that waits is kept in the entry.
+inline void fxReaderGraph::wait(fxBinaryReaderItem& item, size_t index, fxReaderEntry& entry) {
+    if (entry.waiting() == 0 && entry.firstSlot() == nullptr) {
+        entry.setFirst(item.slot, item.wanted);
+    } else {
+        link(item, index, entry);
+    }
 }
 
 // Fills the places that are linked with a number, but for loose ones.
@@ -44,22 +54,41 @@ inline bool fxReaderGraph::fillLinked(unsigned int last, unsigned int id, fxRead
 
 // Whether the place may have what its number is defined as; counts the copy. A
 // text must end where its string does, and what a field has got is out of reach.
-bool fxReaderGraph::admits(const fxBinaryReaderItem& item, const fxReaderEntry& entry) {
+inline bool fxReaderGraph::admits(const fxBinaryReaderItem& item, const fxReaderEntry& entry) {
     if (item.isObject()) {
-        // A body that was left over may be handed out now.
-        isOrderly &= entry.body() >= firstBody || orphans.empty();
+        follow(entry);
         return true;
     }
-    if (!item.isText() && !item.isOwnBlock()) return true;
-    const char* const bytes = entry.source();
-    if (bytes == nullptr || (item.isText() && bytes[item.wanted - 1] != '\0')) return false;
-    copiedBytes += item.isText() ? item.wanted : entry.bytes();
+    if (item.isText()) return admitsText(item.wanted, entry.source());
+    return !item.isOwnBlock() || (entry.source() != nullptr && admitsCopy(entry.bytes()));
+}
+
+inline bool fxReaderGraph::admitsText(unsigned int lengthBytes, const char* bytes) {
+    return bytes != nullptr && bytes[lengthBytes - 1] == '\0' && admitsCopy(lengthBytes);
+}
+
+inline bool fxReaderGraph::admitsCopy(unsigned int byteCount) {
+    copiedBytes += byteCount;
     return copiedBytes <= freeBytes + copiesOfEach * blockBytes;
 }
 
 inline bool fxReaderGraph::fillIfAdmitted(const fxBinaryReaderItem& item, fxReaderEntry& entry) {
+    if (item.isObject()) {
+        follow(entry);
+        fillPointer(item, entry);
+        return true;
+    }
+    if (!item.isText()) return fillBlockIfAdmitted(item, entry);
+    const char* const bytes = entry.source();
+    const bool isAdmitted = admitsText(item.wanted, bytes);
+    if (isAdmitted) fillText(item, bytes);
+    return isAdmitted;
+}
+
+// Out of line, which keeps the loops around it small.
+bool fxReaderGraph::fillBlockIfAdmitted(const fxBinaryReaderItem& item, fxReaderEntry& entry) {
     if (!admits(item, entry)) return false;
-    fill(item, entry);
+    fillBlock(item, entry);
     return true;
 }
 
@@ -72,17 +101,21 @@ inline void fxReaderGraph::fill(const fxBinaryReaderItem& item, fxReaderEntry& e
 }
 
 inline void fxReaderGraph::fillPointer(const fxBinaryReaderItem& item, const fxReaderEntry& entry) {
-    fxTypeObj& declared = typeOf(item);
+    fxTypeObj& declared = typeOf(item.wanted);
     setPointer(item.slot, &entry.record() == &declared
                               ? entry.address()
                               : entry.record().upcast(entry.address(), declared));
 }
 
-void fxReaderGraph::fillBlock(const fxBinaryReaderItem& item, fxReaderEntry& entry) {
+inline void fxReaderGraph::fillText(const fxBinaryReaderItem& item, const char* bytes) {
+    char* const copy = static_cast<char*>(fxNewBlock(item.wanted));
+    std::memcpy(copy, bytes, item.wanted);
+    static_cast<fxStr*>(item.slot)->adopt(copy, item.wanted);
+}
+
+inline void fxReaderGraph::fillBlock(const fxBinaryReaderItem& item, fxReaderEntry& entry) {
     if (item.isText()) {
-        char* const copy = static_cast<char*>(fxNewBlock(item.wanted));
-        std::memcpy(copy, entry.source(), item.wanted);
-        static_cast<fxStr*>(item.slot)->adopt(copy, item.wanted);
+        fillText(item, entry.source());
     } else if (item.isOwnBlock()) {
         setPointer(item.slot, numbers.takeMemoryOf(entry));
     } else {
@@ -91,10 +124,38 @@ void fxReaderGraph::fillBlock(const fxBinaryReaderItem& item, fxReaderEntry& ent
     }
 }
 
-void fxReaderGraph::await(fxReaderEntry& entry, fxReaderEntry::Kind kind) {
-    if (entry.kind() != fxReaderEntry::unknown) return;
-    entry.await(kind);
-    ++awaited;
+bool fxReaderGraph::awaitObject(fxReaderEntry& entry, const fxTypeObj& declared) {
+    await(entry, fxReaderEntry::awaitedObject);
+    return entry.isObject() ? entry.record().isA(declared)
+                            : entry.kind() == fxReaderEntry::awaitedObject;
+}
+
+bool fxReaderGraph::awaitBlock(fxReaderEntry& entry, unsigned int least, bool isText) {
+    await(entry, fxReaderEntry::awaitedBlock);
+    if (entry.kind() == fxReaderEntry::awaitedBlock) {
+        entry.raiseLeast(least);
+        if (!isText) entry.wantPlain();
+        return true;
+    }
+    return entry.kind() == fxReaderEntry::block && entry.bytes() >= least;
+}
+
+bool fxReaderGraph::suits(const fxReadyRecords::Place& place, fxReaderEntry& entry) {
+    const fxBinaryReaderItem item{place.slot, place.id, place.wanted};
+    const bool isGood = place.id != 0 && (item.isObject() ? awaitObject(entry, typeOf(item.wanted))
+                                                          : awaitBlock(entry, place.wanted, true));
+    isBadPointer = !isGood && item.isObject();
+    return isGood;
+}
+
+bool fxReaderGraph::takeReadyPlaces() {
+    const unsigned int count = std::exchange(ready.placeCount, 0);
+    for (unsigned int i = 0; i < count; ++i) {
+        const fxReadyRecords::Place& place = ready.places[i];
+        if (!suits(place, at(place.id))) return false;
+        items.push_back({place.slot, place.id, place.wanted});
+    }
+    return true;
 }
 
 void fxReaderGraph::awaitInVain(fxReaderEntry& entry, fxReaderEntry::Kind kind) {
@@ -148,7 +209,7 @@ void fxReaderGraph::beginGraph(fxStackPart frames) {
     looseWatched = watched.count();
     for (size_t i = 0; i < looseCount; ++i) {
         fxReaderEntry& entry = at(items[i].id);
-        if (!entry.isDefined()) link(i, entry);
+        if (!entry.isDefined()) link(items[i], i, entry);
     }
 }
 
@@ -165,9 +226,11 @@ void fxReaderGraph::defineObject(unsigned int id, fxReaderEntry& entry, void* ob
     const bool isAwaited = entry.kind() == fxReaderEntry::awaitedObject;
     awaited -= isAwaited;
     isOrderly &= isAwaited;
-    const unsigned int linked = entry.waiting();
+    const fxReaderEntry before = entry;
     entry.defineObject(fxReaderEntry::object, *body.type, object, nextBody() - 1);
-    fillLinked(linked, id, entry);
+    const fxBinaryReaderItem first{before.firstSlot(), id, before.firstWanted()};
+    if (first.slot != nullptr) fillPointer(first, entry);
+    if (before.waiting() != 0) fillLinked(before.waiting(), id, entry);
 }
 
 bool fxReaderGraph::definePart(fxReaderEntry& entry, fxTypeObj& base, void* derived,
@@ -223,6 +286,7 @@ void fxReaderGraph::giveUpBlocks(size_t first) {
 
 bool fxReaderGraph::endBody(bool isForgiven) {
     const size_t first = bodies.back().firstItem;
+    if (isForgiven && !takeReadyPlaces()) return false;
     if (isForgiven) giveUpBlocks(first);
     if (hasMarks) takeMarks(first, isForgiven);
     if (isForgiven) forgetPlaces(first);
@@ -236,21 +300,61 @@ bool fxReaderGraph::endBody(bool isForgiven) {
         }
         fxReaderEntry& entry = at(items[i].id);
         if (!entry.isDefined()) {
-            link(i, entry);
+            wait(items[i], i, entry);
         } else if (!fillIfAdmitted(items[i], entry)) {
             return false;
         }
     }
-    return !hasLocal;
+    if (hasLocal) return false;
+    const fxReadyRecords::Place* const end = ready.places + std::exchange(ready.placeCount, 0);
+    for (const fxReadyRecords::Place* place = ready.places; place != end; ++place) {
+        if (!settle(*place)) return false;
+    }
+    return true;
+}
+
+// Takes in a place and fills or links it.
+inline bool fxReaderGraph::settle(const fxReadyRecords::Place& place) {
+    const fxBinaryReaderItem item{place.slot, place.id, place.wanted};
+    const bool isPointer = item.isObject();
+    fxReaderEntry& entry = at(item.id);
+    if (dying.holds(item.slot) || item.id == 0) return settleUnusual(place, entry);
+    const bool isUsual = isPointer && entry.kind() == fxReaderEntry::object &&
+                         &entry.record() == &typeOf(item.wanted);
+    if (isUsual) {
+        items.push_back(item);
+        follow(entry);
+        setPointer(item.slot, entry.address());
+        return true;
+    }
+    const auto awaitedKind = isPointer ? fxReaderEntry::awaitedObject : fxReaderEntry::awaitedBlock;
+    await(entry, awaitedKind);
+    if (entry.kind() != awaitedKind) return settleUnusual(place, entry);
+    if (!isPointer) entry.raiseLeast(item.wanted);
+    const bool isFirst = entry.waiting() == 0 && entry.firstSlot() == nullptr;
+    if (isFirst) entry.setFirst(item.slot, item.wanted);
+    if (isFirst && !isPointer) return true;  // a string need not be emptied again
+    items.push_back(item);
+    if (!isFirst) link(items.back(), items.size() - 1, entry);
+    return true;
+}
+
+bool fxReaderGraph::settleUnusual(const fxReadyRecords::Place& place, fxReaderEntry& entry) {
+    hasLocal = dying.holds(place.slot);
+    if (hasLocal || !suits(place, entry)) return false;
+    items.push_back({place.slot, place.id, place.wanted});
+    return fillIfAdmitted(items.back(), entry);
 }
 
 bool fxReaderGraph::defineBlock(unsigned int id, fxReaderEntry& entry, unsigned int length,
                                 const char* text, void* adopted) {
-    const unsigned int linked = entry.waiting();
+    const fxReaderEntry before = entry;
     awaited -= entry.kind() == fxReaderEntry::awaitedBlock;
     blockBytes += length;
     numbers.defineBlock(entry, length, text, adopted);
-    return fillLinked(linked, id, entry);
+    const fxBinaryReaderItem first{before.firstSlot(), id, before.firstWanted()};
+    return (first.slot == nullptr || fillIfAdmitted(first, entry)) &&
+           (before.waiting() == 0 || fillLinked(before.waiting(), id, entry));
 }
 
 bool fxReaderGraph::completes(const fxReaderEntry& root) {
@@ -299,6 +403,7 @@ void fxReaderGraph::tell(fxTranscriber& transcriber) {
 
 // Destructors may do anything, so that everything is detached first.
 void fxReaderGraph::drop() {
+    ready.placeCount = 0;
     const size_t filled = isBodyOpen ? bodies.back().firstItem : items.size();
     for (size_t i = looseCount; i < filled; ++i) {
         empty(items[i]);
@@ -341,7 +446,7 @@ void fxReaderGraph::reset() {
 
 void fxReaderGraph::forgetObjects() {
     drop();
-    numbers.clearObjects(records.numbered());
+    numbers.clearObjects(ready.idCount);
     awaited = 0;
     firstBody = 0;
 }
@@ -357,8 +462,8 @@ bool fxReaderGraph::isHandedOut(const fxReaderEntry& entry) {
 // Finds the number of a declared type.
 void fxReaderGraph::chooseType(fxTypeObj& declared) {
     const auto found = std::find(types.begin(), types.end(), &declared);
-    lastMark = fxBinaryReaderItem::objectMark | static_cast<unsigned int>(found - types.begin());
-    lastDeclared = &declared;
+    ready.mark = fxBinaryReaderItem::objectMark | static_cast<unsigned int>(found - types.begin());
+    ready.lastDeclared = &declared;
     if (found == types.end()) types.push_back(&declared);
 }
 

@@ -36,7 +36,8 @@ struct fxBinaryReaderItem {
                           ///< count of a block, the fxXDRObj that is told of success, or the
                           ///< pointer that holds what it gets.
     unsigned int id;      ///< The number that it waits for; while it is linked, the place that
-                          ///< was linked before it, as its index + 1, or 0. Of a holder, by
+                          ///< was linked before it, as its index + 1, or 0. The first place that
+                          ///< waits for a number is not linked. Of a holder, by
                           ///< what it holds: an index + 1.
     unsigned int wanted;  ///< 0 for a block that may be shared, ownBlockMark for one of the
                           ///< field's own, for a string its length with the terminator, for
@@ -56,8 +57,9 @@ struct fxBinaryReaderItem {
 /// Invariants, between any two bodies of a graph:
 /// (1) A pointer in a body is null, or it leads to the object or block of the
 ///     number that it was noted with, or to a copy of that block, which it owns.
-///     It is null exactly while its item is linked with an awaited number. Strings
-///     own their texts.
+///     It is null exactly while that number is awaited: then the first place is
+///     kept in the number's entry, and the items of others are linked with it.
+///     Strings own their texts; one whose place is the first may have no item.
 /// (2) Loose places are empty.
 /// (3) The items of bodies[i] begin at its firstItem and end where those of the
 ///     next body begin. Those before the first body are loose.
@@ -68,17 +70,34 @@ struct fxBinaryReaderItem {
 ///     are null. They become part of the graph that leads to them.
 class fxReaderGraph {
 public:
-    fxReaderGraph(fxBinaryOTDict& farIndices, const fxRecordReader& recordReader)
-        : numbers(farIndices), records(recordReader) {}
+    fxReaderGraph(fxBinaryOTDict& farIndices, fxRecordReader& recordReader)
+        : numbers(farIndices), ready(recordReader.ready) {}
     ~fxReaderGraph() { drop(); }
     fxReaderGraph(const fxReaderGraph&) = delete;
     fxReaderGraph& operator=(const fxReaderGraph&) = delete;
 
-    fxReaderEntry& at(unsigned int id) { return numbers.at(id, records.numbered()); }
+    [[gnu::always_inline]] fxReaderEntry& at(unsigned int id) {
+        return numbers.at(id, ready.idCount);
+    }
     /// Defines a type.
     void defineType(unsigned int id, fxTypeObj& type) { numbers.defineType(id, at(id), type); }
     /// Makes an unknown number an awaited one.
-    void await(fxReaderEntry& entry, fxReaderEntry::Kind kind);
+    void await(fxReaderEntry& entry, fxReaderEntry::Kind kind) {
+        if (entry.kind() != fxReaderEntry::unknown) return;
+        entry.await(kind);
+        ++awaited;
+    }
+    ///@{
+    /// The same for a place; whether what the number stands for suits it: a pointer to
+    /// an object, a block of at least so many bytes, for a string or a pointer.
+    bool awaitObject(fxReaderEntry& entry, const fxTypeObj& declared);
+    bool awaitBlock(fxReaderEntry& entry, unsigned int least, bool isText);
+    ///@}
+    /// Takes in the places that helpers have entered in the list of what is ready, which
+    /// comes before whatever else has to do with places. False when one does not suit its
+    /// number; it and those behind it are forgotten. takesPointer() tells which kind it was.
+    bool takeReadyPlaces();
+    bool takesPointer() const { return isBadPointer; }
     /// The same, for what no place is to get.
     void awaitInVain(fxReaderEntry& entry, fxReaderEntry::Kind kind);
     /// How many numbers are awaited and not defined.
@@ -93,8 +112,8 @@ public:
     /// is handed out, or was defined, does not serve the place; so are the results
     /// of endBody(), defineBlock() and completes(), after which drop() is due.
     bool notePointer(void* slot, unsigned int id, fxTypeObj& declared) {
-        if (&declared != lastDeclared) chooseType(declared);
-        return note({slot, id, lastMark});
+        if (&declared != ready.lastDeclared) chooseType(declared);
+        return note({slot, id, ready.mark});
     }
     bool noteHolder(void* slot, unsigned int id, fxTypeObj& declared, void (*take)(void*));
     bool noteBlock(void* slot, unsigned int id, bool isOwn) {
@@ -107,7 +126,7 @@ public:
 
     ///@{
     /// Of the body or, outside of bodies, of the loose places; see fxTranscriber.
-    size_t placesNoted() const { return items.size(); }
+    size_t placesNoted() const { return items.size() + ready.placeCount; }
     void forgetPlaces(size_t count);
     void placesMoved(const void* from, size_t byteCount, void* to, size_t firstMoved);
     void watch(void* container, const fxTranscriber::Container& kind, size_t before) {
@@ -116,6 +135,7 @@ public:
     /// Whether the containers of the body or, outside of bodies, the loose ones
     /// are as they were when they were read.
     bool isAsNoted() {
+        if (watched.isEmpty()) return true;
         const size_t first = isBodyOpen ? looseWatched : 0;
         if (watched.count() == first) return true;
         hasLocal = watched.anyIsIn(dying, first);
@@ -134,14 +154,15 @@ public:
     template <class Use>
     bool eachWanted(const fxReaderEntry& awaitedObject, Use use) const {
         for (unsigned int i = awaitedObject.waiting(); i != 0; i = items[i - 1].id) {
-            if (!use(typeOf(items[i - 1]))) return false;
+            if (!use(typeOf(items[i - 1].wanted))) return false;
         }
-        return true;
+        return awaitedObject.firstSlot() == nullptr || use(typeOf(awaitedObject.firstWanted()));
     }
 
-    /// Whether each linked place is declared with just this type.
+    /// Whether places wait, and each is known to be declared with just this type.
     bool isWantedAs(const fxReaderEntry& awaitedObject, const fxTypeObj& type) const {
-        return eachWanted(awaitedObject, [&](fxTypeObj& wanted) { return &wanted == &type; });
+        return awaitedObject.firstSlot() != nullptr && !awaitedObject.isMixed() &&
+               &typeOf(awaitedObject.firstWanted()) == &type;
     }
 
     /// Takes the object for the one place that may own it; false when another has
@@ -149,6 +170,13 @@ public:
     bool claim(fxReaderEntry& entry);
 
     bool isInBody() const { return isBodyOpen; }
+    /// Asks for the memory of what is known of the number, which is needed next.
+    void fetchSoon(unsigned int id) { numbers.fetchSoon(id); }
+    /// The same for the places that wait for it.
+    void fetchPlaces(const fxReaderEntry& entry) const {
+        __builtin_prefetch(entry.firstSlot(), 1);
+        if (entry.waiting() != 0) __builtin_prefetch(&items[entry.waiting() - 1], 1);
+    }
     /// What follows belongs to the body of an object of the type.
     void beginBody(fxTypeObj& type);
     /// The object has been made; the places that wait for it are filled.
@@ -220,13 +248,13 @@ private:
         std::vector<Concluded> concluded;
     };
 
-    fxTypeObj& typeOf(const fxBinaryReaderItem& item) const {
-        return *types[item.wanted & ~fxBinaryReaderItem::objectMark];
+    fxTypeObj& typeOf(unsigned int wanted) const {
+        return *types[wanted & ~fxBinaryReaderItem::objectMark];
     }
     unsigned int nextBody() const { return firstBody + static_cast<unsigned int>(bodies.size()); }
     bool isHandedOut(const fxReaderEntry& entry);
     bool note(const fxBinaryReaderItem& item) {
-        if (bodies.empty() && isHandedOut(at(item.id))) return fillAtOnce(item);
+        if (!isBodyOpen && bodies.empty() && isHandedOut(at(item.id))) return fillAtOnce(item);
         items.push_back(item);
         return true;
     }
@@ -238,10 +266,23 @@ private:
     void giveUpBlocks(size_t first);
     void chooseType(fxTypeObj& declared);
     [[gnu::noinline]] bool fillAtOnce(const fxBinaryReaderItem& item);
-    void link(size_t index, fxReaderEntry& entry);
+    static void link(fxBinaryReaderItem& item, size_t index, fxReaderEntry& entry);
+    static void wait(fxBinaryReaderItem& item, size_t index, fxReaderEntry& entry);
+    bool suits(const fxReadyRecords::Place& place, fxReaderEntry& entry);
+    bool settle(const fxReadyRecords::Place& place);
+    [[gnu::noinline]] bool settleUnusual(const fxReadyRecords::Place& place, fxReaderEntry& entry);
     bool fillLinked(unsigned int last, unsigned int id, fxReaderEntry& entry);
+    void follow(const fxReaderEntry& entry) {
+        // A body that was left over may be handed out now.
+        isOrderly &= entry.body() >= firstBody || orphans.empty();
+    }
     bool admits(const fxBinaryReaderItem& item, const fxReaderEntry& entry);
+    bool admitsText(unsigned int lengthBytes, const char* bytes);
+    bool admitsCopy(unsigned int byteCount);
+    static void fillText(const fxBinaryReaderItem& item, const char* bytes);
     bool fillIfAdmitted(const fxBinaryReaderItem& item, fxReaderEntry& entry);
+    [[gnu::noinline]] bool fillBlockIfAdmitted(const fxBinaryReaderItem& item,
+                                               fxReaderEntry& entry);
     void fill(const fxBinaryReaderItem& item, fxReaderEntry& entry);
     void fillPointer(const fxBinaryReaderItem& item, const fxReaderEntry& entry);
     void fillBlock(const fxBinaryReaderItem& item, fxReaderEntry& entry);
@@ -255,7 +296,7 @@ private:
     }
 
     fxReaderNumbers numbers;
-    const fxRecordReader& records;
+    fxReadyRecords& ready;
     unsigned int awaited = 0;  // numbers
     bool isBodyOpen = false;
     bool isOrderly = true;       // a place noted earlier leads to each of the bodies
@@ -280,8 +321,7 @@ private:
     size_t adoptedCount = 0;             // how many of these
     std::vector<void (*)(void*)> takes;  // by which objects are held; not many
     std::vector<fxTypeObj*> types;       // that places are declared with; not many
-    fxTypeObj* lastDeclared = nullptr;   // of a place: the one that was asked for last,
-    unsigned int lastMark = 0;           // and what `wanted` is for it
+    bool isBadPointer = false;           // see takesPointer()
 };
 
 #endif

@@ -32,9 +32,14 @@ public:
 
     /// The entry of the number, made if need be; `records` is how many records
     /// with numbers were read. View: good until clear().
-    fxReaderEntry& at(unsigned int id, size_t records) {
+    [[gnu::always_inline]] fxReaderEntry& at(unsigned int id, size_t records) {
         const size_t index = size_t{id} - first;  // huge for lower ones
         return index < near.size() ? near[index] : make(id, records);
+    }
+    /// Asks for the memory of the entry, if there is one.
+    void fetchSoon(unsigned int id) {
+        const size_t index = size_t{id} - first;
+        if (index < near.size()) __builtin_prefetch(&near[index]);
     }
 
     /// Room for a short text, kept until clear().
@@ -141,7 +146,7 @@ private:
         if (first == unplaced) place(id);
         const size_t index = size_t{id} - first;
         if (mayGrow && index < 2 * (records - recordsBefore) + slack) {
-            near.resize(index / step * step + step);
+            while (near.size() <= index) near.grow();
             return near[index];
         }
         mayGrow = false;
@@ -181,7 +186,7 @@ private:
     static constexpr size_t unplaced = SIZE_MAX;
 
     fxBinaryOTDict& far;  // number to index + 1
-    fxChunkList<fxReaderEntry> near;
+    fxChunkList<fxReaderEntry, step> near;
     size_t first = 0;          // the number of near[0]; unplaced until there is one
     size_t recordsBefore = 0;  // how many records with numbers came before that
     bool mayGrow = true;       // `near`: there are no far ones beyond it

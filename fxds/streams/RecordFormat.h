@@ -149,6 +149,17 @@ inline Head decode(const unsigned char* bytes) {
             {word(fields), word(fields + 4), word(fields + 8)}};
 }
 
+/// A whole record of a block of bytes with one byte of length.
+struct ShortBlock {
+    const unsigned char* record = nullptr;  ///< Null: there is none.
+
+    unsigned int id() const { return word(record + 2); }
+    unsigned int byteCount() const { return word(record + 6); }
+    const unsigned char* bytes() const { return record + headBytes; }
+
+    static constexpr unsigned int headBytes = 10;
+};
+
 }  // namespace fxRecordFormat
 
 #endif

@@ -12,23 +12,24 @@ const fxStreamWindow nothing;
 
 fxRecordReader::fxRecordReader(fxStream* heldStream, char* stagingBuffer,
                                unsigned int stagingBytes_)
-    : ready{&nothing, 0},
+    : ready(nothing),
       stream(heldStream),
       source(&nothing),
       staging(stagingBuffer),
       stagingBytes(stagingBytes_) {
     if (stream != nullptr && !stream->isReading()) stream = nullptr;
     if (stream != nullptr) ready.window = source = &stream->window();
+    ready.quickBytes = maxHeadBytes;
     mark = *source->next;
 }
 
 bool fxRecordReader::take(char* bytes, size_t byteCount) {
     while (byteCount > 0) {
-        if (ready.count == 0 && byteCount < std::min(payloadLeft, stagingBytes)) {
+        if (ready.count == 0 && byteCount < std::min(ready.payloadLeft, stagingBytes)) {
             if (!stage()) return false;
         } else if (ready.count == 0) {
             // A long value goes straight to its place.
-            payloadLeft -= static_cast<unsigned int>(byteCount);
+            ready.payloadLeft -= static_cast<unsigned int>(byteCount);
             return get(bytes, byteCount);
         }
         const size_t piece = std::min<size_t>(byteCount, ready.count);
@@ -44,14 +45,15 @@ void fxRecordReader::fail() {
     stream = nullptr;
     source = &nothing;
     mark = nullptr;
-    ready = {&nothing, 0};
-    payloadLeft = 0;
+    ready.window = &nothing;
+    ready.count = 0;
+    ready.payloadLeft = 0;
 }
 
 // Private functions.
 
 bool fxRecordReader::stagePiece() {
-    const unsigned int piece = std::min(payloadLeft, stagingBytes);
+    const unsigned int piece = std::min(ready.payloadLeft, stagingBytes);
     ready.window = source;
     if (source->size() < piece) {
         if (!get(staging, piece)) return false;
@@ -59,7 +61,7 @@ bool fxRecordReader::stagePiece() {
         stagedEnd = staging + piece;
         ready.window = &staged;
     }
-    payloadLeft -= piece;
+    ready.payloadLeft -= piece;
     ready.count = piece;
     return true;
 }
@@ -92,7 +94,7 @@ bool fxRecordReader::get(char* bytes, size_t byteCount) {
 
 void fxRecordReader::leaveWindow() {
     headAt = recordAt();
-    headNext = nullptr;
+    ready.record = nullptr;
     marked = taken();
     mark = *source->next;
 }
@@ -102,19 +104,21 @@ void fxRecordReader::leaveWindow() {
 bool fxRecordReader::readHead() {
     char bytes[maxHeadBytes] = {};
     const unsigned char* const head = reinterpret_cast<unsigned char*>(bytes);
+    sync();
     filler.follow(current);
     do {
         if (!get(bytes, 1)) return false;
     } while (filler.takes(*head));
-    if (filler.isWide()) quickBytes = SIZE_MAX;
-    headNext = nullptr;
+    if (filler.isWide()) ready.quickBytes = fxReadyRecords::never;
+    ready.record = nullptr;
     headAt = taken() - 1;
     const size_t rest = size_t{headBytes.of[*head]} - 1 + filler.bytesIn(*head & 0x3FU);
     if (!get(bytes + 1, rest)) return false;
+    ready.window = source;
     current = decode(head);
     if (isOfNoTag()) return false;
-    payloadLeft = current.payloadBytes;
-    idsRead += current.tag > fxTagNull;
+    ready.payloadLeft = current.payloadBytes;
+    ready.idCount += current.tag > fxTagNull;
     return current.tag != fxTagType || readName();
 }
 

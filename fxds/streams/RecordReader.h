@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <cstring>
+#include <utility>
 
 #include "fxds/StackBuffer.h"
 #include "fxds/Stream.h"
@@ -15,7 +16,8 @@
 // Invariants, between any two calls:
 // (1) Nothing beyond the current record has been asked for.
 // (2) Of its payload, the `ready` bytes are at the front of the window of the
-//     stream or of `staged`; `payloadLeft` bytes follow in the stream, behind them.
+//     stream or of `staged`; `ready.payloadLeft` bytes follow in the stream, behind
+//     them. With `ready.tag`, the current record has that, and no payload left.
 // (3) After the first failure of the stream nothing is at hand, and the stream is
 //     not asked again.
 // What the program does to the stream in between cannot harm: before each use the
@@ -30,35 +32,101 @@ public:
     /// Drops what is left of the payload and takes the head of the next record.
     /// False when the stream ends, and for a tag that does not exist.
     bool next() {
-        if ((ready.count | payloadLeft) != 0 && !skip()) return false;
-        if (source->size() < quickBytes) return readHead();
+        if ((ready.count | ready.payloadLeft) != 0 && !skip()) return false;
+        if (source->size() < ready.quickBytes) return readHead();
         const unsigned char* const head = reinterpret_cast<const unsigned char*>(*source->next);
         const unsigned int bytes = fxRecordFormat::quickHeadBytes.of[*head];
         if (bytes == 0) return readHead();
-        headNext = *source->next;
         current = fxRecordFormat::decode(head);
-        *source->next += bytes;
-        payloadLeft = current.payloadBytes;
-        idsRead += current.tag > fxTagNull;
+        advance(bytes);
+        ready.payloadLeft = current.payloadBytes;
+        ready.idCount += current.tag > fxTagNull;
         return true;
+    }
+    /// The same, and makes the payload ready, when the record defines an object or a block
+    /// and is short and at hand as a whole. Otherwise nothing happens, and next() is to be
+    /// called.
+    bool nextDefinition() {
+        using namespace fxRecordFormat;
+        constexpr unsigned int longest = 2 + fieldBytes[fxTagObject];
+        const unsigned char* const record = reinterpret_cast<unsigned char*>(*source->next);
+        const size_t size = source->size();
+        if ((ready.count | ready.payloadLeft) != 0 || size < ready.quickBytes) return false;
+        const unsigned int tag = *record - (1U << 6U);  // with a length of one byte
+        const unsigned int payloadBytes = record[1];
+        if (tag - fxTagBytes > fxTagObject - fxTagBytes || size - longest < payloadBytes) {
+            return false;
+        }
+        const unsigned int fields[] = {word(record + 2), word(record + 6), word(record + 10)};
+        current = {tag, payloadBytes, {fields[0], fields[1], fields[2]}};
+        advance(tag == fxTagObject ? longest : longest - 4);
+        ready.count = payloadBytes;
+        ++ready.idCount;
+        return true;
+    }
+    /// Calls `use(id)` for what is most likely the number of the next definition, and for
+    /// the first pointers of that when it is a short one of an object.
+    template <class Use>
+    void eachIdAhead(Use use) const {
+        using namespace fxRecordFormat;
+        constexpr size_t longest = maxHeadBytes + 0xFF;
+        const unsigned char* next = reinterpret_cast<unsigned char*>(*source->next);
+        if (source->size() < longest + 3 * maxHeadBytes) return;
+        use(word(next + 2));
+        if (*next != (1U << 6U | fxTagObject)) return;
+        next += 2U + fieldBytes[fxTagObject] + next[1];
+        for (unsigned int i = 0; i < 3; ++i) {
+            const unsigned int tag = *next;
+            if (tag == fxTagPointer || tag == fxTagPointerAgain) {
+                use(word(next + 1));
+            } else if (tag != fxTagBlock) {
+                return;
+            }
+            next += 1U + fieldBytes[tag];
+        }
+    }
+    /// The same for a block of bytes with one byte of length that is at hand as a whole.
+    fxRecordFormat::ShortBlock peekShortBlock() const {
+        using fxRecordFormat::ShortBlock;
+        const unsigned char* const record = reinterpret_cast<unsigned char*>(*source->next);
+        const size_t size = source->size();
+        const bool isShort = (ready.count | ready.payloadLeft) == 0 && size >= ready.quickBytes &&
+                             *record == (1U << 6U | fxTagBytes);
+        if (!isShort) return {nullptr};
+        const ShortBlock block{record};
+        const bool isWhole =
+            record[1] == block.byteCount() && record[1] <= size - ShortBlock::headBytes;
+        return isWhole ? block : ShortBlock{nullptr};
+    }
+    void pass(const fxRecordFormat::ShortBlock& block) {
+        advance(fxRecordFormat::ShortBlock::headBytes + block.record[1]);
+        ready.tag = fxTagBytes;
+        ++ready.idCount;
     }
     bool isOfNoTag() const { return current.tag >= fxRecordFormat::tagCount; }
     /// Makes the next piece of the payload ready, if there is one. False when the
     /// stream ends in it. Requires: no bytes are ready.
     bool stage() {
-        if (payloadLeft > stagingBytes || source->size() < payloadLeft) return stagePiece();
-        ready = {source, payloadLeft};
-        payloadLeft = 0;
+        if (ready.payloadLeft > stagingBytes || source->size() < ready.payloadLeft) {
+            return stagePiece();
+        }
+        ready.window = source;
+        ready.count = std::exchange(ready.payloadLeft, 0);
         return true;
     }
 
-    const fxRecordFormat::Head& head() const { return current; }  ///< Of the current record.
-    const char* name() const { return typeName.getBase(); }       ///< Of a type record.
+    /// Of the current record, unless that is a place which was taken from `ready` or a
+    /// short block; then sync() comes before, and its fields stay unknown.
+    const fxRecordFormat::Head& head() const { return current; }
+    void sync() {
+        if (ready.tag != 0) current = {std::exchange(ready.tag, 0), 0, {}};
+    }
+    const char* name() const { return typeName.getBase(); }  ///< Of a type record.
     /// Bytes of payload not taken.
-    size_t left() const { return size_t{ready.count} + payloadLeft; }
+    size_t left() const { return size_t{ready.count} + ready.payloadLeft; }
 
-    /// The bytes of the payload that are ready, to take from.
-    fxReadyBytes ready;
+    /// The bytes of the payload that are ready, to take from, and the places that were.
+    fxReadyRecords ready;
 
     /// Takes `byteCount` bytes of payload. False when the stream ends.
     /// Requires: byteCount <= left().
@@ -75,12 +143,19 @@ public:
     ///@}
 
     /// How many bytes of the stream stood before the current record.
-    size_t recordAt() const { return headNext != nullptr ? takenUpTo(headNext) : headAt; }
+    size_t recordAt() const { return ready.record != nullptr ? takenUpTo(ready.record) : headAt; }
 
     /// Number of records with an id so far.
-    size_t numbered() const { return idsRead; }
+    size_t numbered() const { return ready.idCount; }
 
 private:
+    // Takes a head from the window.
+    void advance(unsigned int headBytes) {
+        ready.tag = 0;
+        ready.window = source;
+        ready.record = *source->next;
+        *source->next += headBytes;
+    }
     // Rare, and kept out of the way of what is not.
     [[gnu::noinline]] bool skip();
     [[gnu::noinline]] bool stagePiece();
@@ -94,13 +169,9 @@ private:
     const fxStreamWindow* source;  // of the stream
     size_t marked = 0;             // bytes taken when `mark` was next in the window
     const char* mark = nullptr;
-    const char* headNext = nullptr;  // the current record, where the window still shows it,
-    size_t headAt = 0;               // or else how many bytes were taken before it
-    unsigned int payloadLeft = 0;
+    size_t headAt = 0;  // without a `ready.record`: how many bytes were taken before the current
     fxRecordFormat::Head current;
     fxRecordFormat::Filler filler;
-    size_t quickBytes = fxRecordFormat::maxHeadBytes;  // how many let a head be taken at once
-    size_t idsRead = 0;
 
     char* const staging;
     const unsigned int stagingBytes;

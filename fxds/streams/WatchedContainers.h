@@ -21,6 +21,7 @@ public:
         entries.push_back({container, &kind, kind.print(container), firstPlace, endPlace});
     }
     size_t count() const { return entries.size(); }
+    bool isEmpty() const { return entries.empty(); }  // without a division
     /// Of those with places beyond `firstPlace`, what was at `from` is at `to`.
     void moved(const void* from, size_t byteCount, void* to, size_t firstPlace) {
         for (size_t i = count(); i-- > 0 && entries[i].endPlace > firstPlace;) {
@@ -67,7 +68,9 @@ public:
         return gone;
     }
     /// Drops all but the oldest `kept`.
-    void shrink(size_t kept) { entries.resize(kept); }
+    void shrink(size_t kept) {
+        if (!isEmpty()) entries.resize(kept);
+    }
 
 private:
     struct Entry {

@@ -278,19 +278,23 @@ fxBool fxStr::xdr(void* str, fxTranscriber& transcriber) {
 }
 
 fxBool fxStr::xdr(fxTranscriber& transcriber) {
-    const bool isReading = transcriber.isReading();
-    if (isReading) clear();
+    if (transcriber.isReading()) {
+        const bool isTaken = !ownsBlock() && transcriber.takeReadyText(*this);
+        return isTaken || readText(transcriber);
+    }
     unsigned int lengthBytes = slength;
-    const bool isDone = transcriber.takeReady(lengthBytes) || transcriber.xdr(&lengthBytes, 1);
-    if (!isDone || lengthBytes == 0) return 0;
-    if (lengthBytes == 1) return 1;
-    return isReading ? readText(transcriber, lengthBytes)
-                     : transcriber.xdrText(*this, &data, lengthBytes);
+    if (!transcriber.xdr(&lengthBytes, 1) || lengthBytes == 0) return 0;
+    return lengthBytes == 1 || transcriber.xdrText(*this, &data, lengthBytes);
 }
 
 // The length is taken over with the block and never before it, so that the
 // string is whole at every moment, whenever (and if ever) the block comes.
-fxBool fxStr::readText(fxTranscriber& transcriber, unsigned int lengthBytes) {
+fxBool fxStr::readText(fxTranscriber& transcriber) {
+    clear();
+    unsigned int lengthBytes = slength;
+    const bool hasLength = transcriber.takeReady(lengthBytes) || transcriber.xdr(&lengthBytes, 1);
+    if (!hasLength || lengthBytes == 0) return 0;
+    if (lengthBytes == 1) return 1;
     const bool isDone = transcriber.xdrText(*this, &data, lengthBytes);
     if (isDone && data == &emptyString) return 1;  // the text comes later
     const bool isText = isDone && data != nullptr && data[lengthBytes - 1] == '\0';
