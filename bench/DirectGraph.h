@@ -7,23 +7,28 @@
 #include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <string_view>
+#include <typeinfo>
 #include <vector>
 
 #include "fxds/Str.h"
 
 // Both know what an fxBinaryWriter writes of a graph of N (a long, a double, an
-// fxStr, two pointers to N), to the byte, and nothing else. The loader checks what
-// a reader must: that a number is defined once and as what its places want, that
-// texts are as long as their strings and end in a zero, and that nothing lies
-// beyond the end; it can destroy what it has made. What the library does on top
-// is to serve any class, any stream and any order of records.
+// fxStr, two pointers to N), to the byte, and nothing else. The writer refuses
+// objects of derived classes and notices when the stream does not take the bytes. The
+// loader checks what a reader must: that a number is not 0 and is defined once, as what
+// its places want, that a node is of a type that was defined, that texts are as long as
+// their strings, zeros included, and end in a zero, and that nothing lies beyond the end;
+// it destroys what it has made when it fails, by an exception too. What the library
+// does on top is to serve any class, any stream and any order of records.
 
 template <class N>
 class DirectWriter {
 public:
     explicit DirectWriter(FILE* file_) : file(file_) { grow(); }
 
-    void write(const N* root) {
+    /// Whether all could be written.
+    bool write(const N* root) {
         static const char head[] = "fxBinaryWriter\0ieee";
         put(head, sizeof head);
         const short shorts = 0x1122;
@@ -46,7 +51,8 @@ public:
                 writeText(static_cast<const char*>(item.address), item.length, item.id);
             }
         }
-        std::fwrite(bytes, 1, used, file);
+        flush();
+        return isGood;
     }
 
 private:
@@ -65,14 +71,16 @@ private:
         items.push_back(item);
     }
     void put(const void* from, size_t byteCount) {
-        if (used + byteCount > sizeof bytes) {
-            std::fwrite(bytes, 1, used, file);
-            used = 0;
-        }
+        if (used + byteCount > sizeof bytes) flush();
         std::memcpy(bytes + used, from, byteCount);
         used += byteCount;
     }
+    void flush() {
+        isGood &= std::fwrite(bytes, 1, used, file) == used;
+        used = 0;
+    }
     void writeNode(const N& node, unsigned int id, unsigned int type) {
+        isGood &= typeid(node) == typeid(N);
         const unsigned int fields[] = {id, type, 1};
         const long length = node.text.length() + 1L;
         put("\x4a\x18", 2);
@@ -138,6 +146,7 @@ private:
     FILE* const file;
     char bytes[8192];
     size_t used = 0;
+    bool isGood = true;
     std::vector<Item> items;
     std::vector<Slot> table;
     unsigned int shift = 0;
@@ -151,13 +160,22 @@ public:
     explicit DirectLoader(const char* path) {
         FILE* const file = std::fopen(path, "r");
         if (file == nullptr) return;
-        std::fseek(file, 0, SEEK_END);
-        const size_t size = static_cast<size_t>(std::ftell(file));
-        std::rewind(file);
-        bytes.reset(new unsigned char[size + 32]);  // heads are looked at as a whole
-        at = bytes.get();
-        end = at + std::fread(bytes.get(), 1, size, file);
+        const long length = std::fseek(file, 0, SEEK_END) == 0 ? std::ftell(file) : -1;
+        if (length > 0) {
+            const size_t size = static_cast<size_t>(length);
+            std::rewind(file);
+            bytes.reset(new unsigned char[size + 32]);  // heads are looked at as a whole
+            at = bytes.get();
+            end = at + std::fread(bytes.get(), 1, size, file);
+        }
         std::fclose(file);
+    }
+    DirectLoader(const DirectLoader&) = delete;
+    DirectLoader& operator=(const DirectLoader&) = delete;
+    ~DirectLoader() {
+        if (!nodes.empty() && nodes.back() == nullptr) nodes.pop_back();  // could not be made
+        for (N* node : nodes) node->left = node->right = nullptr;
+        for (N* node : nodes) delete node;
     }
 
     /// The root, or null.
@@ -165,12 +183,10 @@ public:
         static const char head[] = "fxBinaryWriter\0ieee\0\x22\x11\x66\x55\x44\x33\0\0\0";
         if (end - at < 30 || std::memcmp(at, head, 30) != 0) return nullptr;
         at += 30;
-        if (!readGraph()) {
-            for (N* node : nodes) node->left = node->right = nullptr;
-            for (N* node : nodes) delete node;
-            return nullptr;
-        }
-        return nodes.front();
+        if (!readGraph()) return nullptr;
+        N* const root = nodes.front();
+        nodes.clear();  // given
+        return root;
     }
 
 private:
@@ -213,8 +229,8 @@ private:
         const bool isAwaited = entry.kind == awaitedNode;
         if (!(isAwaited || (entry.kind == unknown && nodes.empty()))) return false;
         if (entryOf(word(at + 6)).kind != type || word(at + 10) != 1 || at[1] != 24) return false;
-        N* const made = new N;
-        nodes.push_back(made);
+        nodes.push_back(nullptr);
+        N* const made = nodes.back() = new N;
         fill(entry, made);
         entry.kind = object;
         entry.address = made;
@@ -274,7 +290,8 @@ private:
         }
         for (unsigned int i = entry.waiting; i != 0; i = places[i - 1].next) {
             if (at[10 + places[i - 1].length - 1] != 0) return false;
-            *static_cast<fxStr*>(places[i - 1].slot) = reinterpret_cast<const char*>(at + 10);
+            *static_cast<fxStr*>(places[i - 1].slot) =
+                std::string_view(reinterpret_cast<const char*>(at + 10), places[i - 1].length - 1);
         }
         entry.kind = block;
         --awaited;
@@ -286,10 +303,12 @@ private:
         std::memcpy(&value, from, 4);
         return value;
     }
-    // Grows with the bytes that were read.
+    // Grows with the bytes that were read. What no stream of the writer has suits no place.
     Entry& entryOf(unsigned int id) {
-        if (id >= entries.size()) {
-            if (id > static_cast<size_t>(at - bytes.get())) return none = {type, 0, {nullptr}};
+        if (id == 0 || id >= entries.size()) {
+            if (id == 0 || id > static_cast<size_t>(at - bytes.get())) {
+                return none = {block, 0, {nullptr}};
+            }
             entries.resize(std::max<size_t>(id + 1, 2 * entries.size()));
         }
         return entries[id];

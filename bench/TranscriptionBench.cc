@@ -219,8 +219,8 @@ std::vector<T*> nodesOf(T* root) {
 
 void saveDirectly(const Node* root) {
     FILE* const file = std::fopen(path().c_str(), "w");
-    DirectWriter<Node>(file).write(root);
-    std::fclose(file);
+    const bool isGood = DirectWriter<Node>(file).write(root);
+    if (std::fclose(file) != 0 || !isGood) std::abort();
 }
 Node* loadDirectly(const std::string& from = path()) {
     Node* const root = DirectLoader<Node>(from.c_str()).load();
