@@ -56,6 +56,15 @@ public:
     }
     bool startAt(Time due);
     bool startAt(WallTime due);  ///< When the system's clock shows it, however often it is set.
+    template <class Duration>
+    bool startAt(std::chrono::time_point<Clock, Duration> moment) {
+        return startAt(Time(spanOf(moment.time_since_epoch())));
+    }
+    template <class Duration>
+    bool startAt(std::chrono::time_point<WallTime::clock, Duration> moment) {
+        const Span span = spanOf(moment.time_since_epoch());
+        return startAt(WallTime(std::chrono::duration_cast<WallTime::duration>(span)));
+    }
     bool startEvery(Span interval);
     template <class Rep, class Period>
     bool startEvery(std::chrono::duration<Rep, Period> span) {

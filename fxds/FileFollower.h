@@ -21,7 +21,7 @@ struct fxFilePlace {
 /// an fxStr on the output "line", at once, from within poll(). A file that is not there
 /// yet may come; one that has taken its place is read from its start, after all of the
 /// old one, and so is one that has become shorter. An unfinished line waits for its rest
-/// as long as its file stays. What is no regular file is not read.
+/// as long as its file stays. What is no regular file is not opened.
 ///
 ///     fxFileFollower log("/var/log/messages");
 ///     fxConnect(log.line(), this, [this](const fxStr& line) { take(line); });
@@ -47,7 +47,7 @@ public:
     fxFilePlace getPlace() const;                      ///< While a line is sent, behind that line.
 
 private:
-    void open();
+    void open(fxFilePlace from);
     void look();
 
     const std::string path;

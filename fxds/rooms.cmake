@@ -16,7 +16,7 @@
 fxds_room(base
   HEADERS Config Counted Fatal RCObj Ref Stream StreamFault Transcriber TypeObj XDRObj
   DETAIL Allocate FilePath Hold Mix MovesAsBytes NestedRelease Owned ReadyRecords Walk
-  PRIVATE ChunkList FreeLists PackedInts Scoped StackBounds StartUp StreamTrace
+  PRIVATE ChunkList FreeLists OpenFile PackedInts Scoped StackBounds StartUp StreamTrace
   SOURCES Counted Fatal FreeLists NestedRelease RCObj Stream StreamFault StreamTrace Transcriber
     TypeObj XDRObj)
 
@@ -46,7 +46,7 @@ fxds_room(streams
   ON containers
   HEADERS BinaryReader BinaryTranscriber BinaryWriter CheckStream MemoryStream Save StdioStream TypedStream
     Xdr XdrEvolution XdrTables XdrValues
-  PRIVATE AddressIndex AddressSet OpenFile OutBuffer PartRoot ReaderEntry ReaderGraph ReaderNumbers
+  PRIVATE AddressIndex AddressSet OutBuffer PartRoot ReaderEntry ReaderGraph ReaderNumbers
     RecordFormat RecordParser RecordReader StreamMarks StreamWalk TextChunks WatchedContainers
   SOURCES BinaryReader BinaryTranscriber BinaryWriter CheckStream MemoryStream ReaderConverters
     ReaderFaults ReaderGraph RecordParser RecordReader Save StdioStream StreamHeader StreamWalk Xdr)

@@ -166,9 +166,9 @@ bool fxAlarm::startEvery(Span interval_) {
 
 bool fxAlarm::start(bool isWall_, Time due_, Span interval_) {
     fxClock& clock = fxClock::theClock(isWall_);
-    if (!clock.hasDescriptor()) return false;
-    const fxRef<fxAlarm> hold(isOwned ? this : nullptr);
+    const fxRef<fxAlarm> hold(isOwned && isActive() ? this : nullptr);
     stop();
+    if (!clock.hasDescriptor()) return false;
     isWall = isWall_;
     due = due_;
     interval = interval_;

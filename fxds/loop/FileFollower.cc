@@ -1,13 +1,16 @@
 #include "fxds/FileFollower.h"
 
-#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "fxds/base/OpenFile.h"
+
 // A line reader reads the file to its end, and is resumed when the file has grown. Its
-// descriptor's offset is what has been read, so a file whose size differs has grown or
-// was cut. A file that was replaced is left when the reader has come to its end, with
-// its unfinished line; the one at the path is opened then.
+// descriptor's offset is what has been read, so a file that is longer has grown, and one
+// that is shorter was cut, if it has not got what was read: in /proc all sizes are 0. A
+// file that was cut or replaced is left when the reader has come to its end, with
+// its unfinished line; the one at the path is then read from its start, also where it
+// has the number of the old one, as files of two systems may, and has grown meanwhile.
 
 namespace {
 
@@ -17,9 +20,9 @@ constexpr char lineName[] = "line";
 
 fxFileFollower::fxFileFollower(const fxDetail::FilePath& path_, fxFilePlace from,
                                fxAlarm::Span interval)
-    : path(path_), begin(from) {
+    : path(path_) {
     addOutput(lineName, fxDT_fxStr);
-    open();
+    open(from);
     looking = fxEvery(interval, this, [this] { look(); });
 }
 
@@ -37,17 +40,13 @@ fxFilePlace fxFileFollower::getPlace() const {
     return place;
 }
 
-void fxFileFollower::open() {
-    begin = getPlace();
+void fxFileFollower::open(fxFilePlace from) {
+    begin = from;
     reader.reset();
     hasFailed = isLeaving = false;
-    if (path.find('\0') != std::string::npos) return;
-    const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
+    const int fd = fxOpenFile(path);
     struct stat found = {};
-    if (fd < 0 || fstat(fd, &found) != 0 || !S_ISREG(found.st_mode)) {
-        if (fd >= 0) ::close(fd);
-        return;
-    }
+    if (fd < 0 || fstat(fd, &found) != 0) return;
     if (found.st_ino != begin.file || static_cast<unsigned long>(found.st_size) < begin.offset) {
         begin = {found.st_ino, 0};
     }
@@ -61,20 +60,23 @@ void fxFileFollower::open() {
 }
 
 void fxFileFollower::look() {
-    if (reader == nullptr || hasFailed) return open();
+    if (reader == nullptr || hasFailed) return open(getPlace());
     if (!reader->isAtEnd()) return;
+    const int fd = reader->getFd();
     struct stat now = {};
     struct stat named = {};
-    if (!isLeaving && fstat(reader->getFd(), &now) == 0) {
-        const off_t read = lseek(reader->getFd(), 0, SEEK_CUR);
+    if (!isLeaving && fstat(fd, &now) == 0) {
+        const off_t read = lseek(fd, 0, SEEK_CUR);
+        if (now.st_size > read) return reader->resume();
+        char last;
+        const bool isCut = now.st_size < read && pread(fd, &last, 1, read - 1) != 1;
         const bool isReplaced = stat(path.c_str(), &named) == 0 &&
                                 (named.st_ino != now.st_ino || named.st_dev != now.st_dev);
-        if (now.st_size > read) return reader->resume();
-        if (now.st_size == read && !isReplaced) return;
+        if (!isCut && !isReplaced) return;
         isLeaving = true;
         reader->setGrowing(false);
         reader->resume();
         if (!reader->isAtEnd()) return;
     }
-    open();
+    open(fxFilePlace());
 }

@@ -9,7 +9,7 @@
 #include <string_view>
 
 #include "fxds/Stream.h"
-#include "fxds/streams/OpenFile.h"
+#include "fxds/base/OpenFile.h"
 #include "fxds/streams/StreamWalk.h"
 
 namespace {

@@ -13,7 +13,7 @@
 #include <string>
 
 #include "fxds/StdioStream.h"
-#include "fxds/streams/OpenFile.h"
+#include "fxds/base/OpenFile.h"
 
 // A file is replaced by renaming another one onto it, in the same folder, which
 // is on the same file system. Everything that may fail is tried before that: what

@@ -160,8 +160,11 @@ TEST_F(Clocks, TicksMayStopStartDestroyThrowAndPoll) {
     const fxRef<fxAlarm> never = fxAfter(fxAlarm::Span::max(), [] {});
     const fxRef<fxAlarm> past = fxAfter(fxAlarm::Span::min(), [&] { ticks += 100; });
     fxAt(fxAlarm::WallTime::min(), [&] { ticks += 100; });
+    typedef std::chrono::time_point<std::chrono::system_clock, std::chrono::hours> Hour;
+    const fxRef<fxAlarm> neither = fxAt(Hour::max(), [&] { ticks = 0; });
     pollUntil([&] { return ticks == 500; });
     never->stop();
+    neither->stop();
     EXPECT_FALSE(isRegistered());
 }
 

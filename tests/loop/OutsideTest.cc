@@ -35,6 +35,7 @@ protected:
     Outside() {
         fxInitializeToolkit();
         fxSignal first(SIGUSR1);  // opens what stays open
+        fxClockTimer().start(fxAlarm::Span(0));
         descriptors = openDescriptors();
     }
     ~Outside() override {
@@ -368,6 +369,35 @@ TEST_F(Outside, GrowingFilesAreReadOn) {
     EXPECT_EQ(log, (Log{"one", "[0]", "two", "[0]", "three", "[0]"}));
 }
 
+TEST_F(Outside, FollowersBeginAgainOnlyWhereAFileWasCut) {
+    TestDirectory directory;
+    const std::string path = directory.file("log", "one\ntw");
+    const auto write = [&](const char* text, std::ios::openmode mode) {
+        std::ofstream(path, mode) << text;
+    };
+    const std::chrono::milliseconds soon(1);
+    fxFileFollower follower(path, fxFilePlace(), soon);
+    fxConnect(follower.line(), [&](const std::string& line) {
+        log.push_back(line);
+        if (line == "one") write("", std::ios::trunc);
+        if (line == "tw") write("the first\nthe second\n", std::ios::app);
+    });
+    until([&] { return !log.empty() && log.back() == "the second"; });
+    EXPECT_EQ(log, (Log{"one", "tw", "the first", "the second"}));
+
+    std::ifstream limits("/proc/self/limits");
+    Log expected;
+    for (std::string line; std::getline(limits, line);) expected.push_back(line);
+    log.clear();
+    fxFileFollower shown("/proc/self/limits", fxFilePlace(), soon);
+    fxConnect(shown.line(), [this](const std::string& line) { log.push_back(line); });
+    int ticks = 0;
+    const fxRef<fxAlarm> ticking = fxEvery(soon, [&] { ++ticks; });
+    until([&] { return ticks > 20; });
+    ticking->stop();
+    EXPECT_EQ(log, expected);
+}
+
 TEST_F(Outside, WriterKeepsEveryByteAndBlocksNowhere) {
     for (const bool isSocket : {false, true}) {
         Pipe pipe;
@@ -570,8 +600,11 @@ TEST_F(Outside, NothingIsMadeWithoutDescriptors) {
     ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &limit), 0);
     rlimit none = limit;
     none.rlim_cur = 0;
+    fxClockTimer timer;
+    EXPECT_TRUE(timer.start(fxAlarm::Span::max()));
     ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
     {
+        EXPECT_FALSE(timer.startAt(fxAlarm::WallTime::max()) || timer.isActive());
         fxPostQueue queue;
         EXPECT_FALSE(queue.isValid() || queue.post([] {}));
         fxWakeup wakeup;

@@ -3,6 +3,7 @@
 #include "fxds/Save.h"
 
 #include <gtest/gtest.h>
+#include <sys/inotify.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -353,12 +354,17 @@ TEST_F(Save, OnlyFilesAreReplacedAndRead) {
                  {directory.path + "/no/file", ENOENT, ENOENT},
                  {path + "/", ENOENT, ENOENT},
                  {"", ENOENT, ENOENT}};
+    const int opened = inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
+    ASSERT_NE(inotify_add_watch(opened, fifo.c_str(), IN_OPEN), -1);
     for (const auto& c : cases) {
         EXPECT_EQ(fxSave(c.path.c_str(), &root).error, c.saving) << c.path;
         const Fault fault = fxLoad<Node>(c.path.c_str()).fault();
         const std::string shown = c.path.empty() ? "''" : c.path;
         EXPECT_EQ(fault.text(), shown + ": " + std::strerror(c.loading));
     }
+    char event[sizeof(inotify_event)];
+    EXPECT_EQ(read(opened, event, sizeof event), -1) << "a writer of the FIFO would go on";
+    close(opened);
     EXPECT_EQ(fxSave(path.c_str(), static_cast<Node*>(nullptr)).text(),
               path + " cannot be saved, there is no object");
 }

@@ -1,0 +1,34 @@
+// Opens what is to be read whole. Private to the library.
+#ifndef FXDS_BASE_OPENFILE_H
+#define FXDS_BASE_OPENFILE_H
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <string>
+
+/// A descriptor for reading the file at `path`; negative, with the reason in errno,
+/// when there is none. What is no file is not opened: reading it might never end, and
+/// opening it may already do something, as letting the writers of a FIFO go on.
+inline int fxOpenFile(const std::string& path) {
+    if (path.find('\0') != std::string::npos) return errno = EINVAL, -1;
+    struct stat status;
+    if (::stat(path.c_str(), &status) != 0) return -1;
+    if (S_ISREG(status.st_mode)) {
+        int fd;
+        do {
+            fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
+        } while (fd < 0 && errno == EINTR);
+        if (fd < 0 || (fstat(fd, &status) == 0 && S_ISREG(status.st_mode))) return fd;
+        ::close(fd);  // it has become something else
+    }
+    errno = S_ISDIR(status.st_mode) ? EISDIR : EINVAL;
+    return -1;
+}
+
+/// The path as a fault names it: an empty one shows, too.
+inline std::string fxShownPath(const std::string& path) { return !path.empty() ? path : "''"; }
+
+#endif
