@@ -1,12 +1,12 @@
 #include "Terminal.h"
 
 #include <langinfo.h>
-#include <locale.h>
 #include <sys/ioctl.h>
 #include <termios.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <clocale>
 #include <csignal>
 #include <cstdlib>
 #include <cstring>

@@ -94,7 +94,7 @@ void fxInputChannel::add(fxOutputChannel* output) {
 
 void fxInputChannel::remove(fxOutputChannel* output) {
     if (outputs == nullptr) return;
-    const auto at = std::find(outputs->begin(), outputs->end(), output);
+    auto* const at = std::find(outputs->begin(), outputs->end(), output);
     if (at == outputs->end()) fxFatal("ic/oc connections busted");
     outputs->remove(static_cast<unsigned int>(at - outputs->begin()), 1);
 }
