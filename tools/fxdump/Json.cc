@@ -41,7 +41,7 @@ std::string member(const char* name, const std::string& value) {
 }  // namespace
 
 void Json::begin(const std::string& name) {
-    std::fprintf(out, "{\"file\": %s, \"header\": ", quotedJson(name).c_str());
+    std::fprintf(out, R"({"file": %s, "header": )", quotedJson(name).c_str());
 }
 
 void Json::header(const Header& header) {

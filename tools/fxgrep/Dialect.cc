@@ -117,8 +117,8 @@ bool isGoodSet(const std::string& members, char behind) {
             continue;
         const std::string name = members.substr(begin + 2, members.size() - begin - 3);
         if (kind != ':' && behind != ']') continue;
-        const auto known = std::find_if(std::begin(classes), std::end(classes),
-                                        [&](const auto& each) { return name == each.name; });
+        const auto* const known = std::find_if(std::begin(classes), std::end(classes),
+                                               [&](const auto& each) { return name == each.name; });
         const bool isKnown = kind == ':' && known != std::end(classes);
         return refuse(members.substr(begin) + ']', isKnown ? known->here : "write the characters");
     }

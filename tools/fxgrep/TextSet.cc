@@ -128,7 +128,7 @@ const char* TextSet::findFew(const char* from, const char* end) const {
 
 const char* TextSet::findMany(const char* from, const char* end) const {
     const size_t window = shortest - 1;
-    const auto bytes = reinterpret_cast<const unsigned char*>(from);
+    const auto* const bytes = reinterpret_cast<const unsigned char*>(from);
     const auto count = static_cast<size_t>(end - from);
     for (size_t at = window; at < count;) {
         const unsigned char move = moves[pair(plain[bytes[at - 1]], plain[bytes[at]])];
