@@ -23,9 +23,7 @@ struct ByteSet {
     bool isEmpty() const { return (words[0] | words[1] | words[2] | words[3]) == 0; }
     size_t count() const {
         size_t sum = 0;
-        for (const uint64_t word : words) {
-            sum += static_cast<size_t>(__builtin_popcountll(word));
-        }
+        for (const uint64_t word : words) sum += bitsOf(word);
         return sum;
     }
     unsigned char lowest() const {
@@ -55,6 +53,13 @@ struct ByteSet {
     }
 
 private:
+    // Not the compiler's, which is a call where the machine may lack the instruction.
+    static size_t bitsOf(uint64_t word) {
+        word -= word >> 1 & 0x5555555555555555;
+        word = (word & 0x3333333333333333) + (word >> 2 & 0x3333333333333333);
+        return ((word + (word >> 4)) & 0x0F0F0F0F0F0F0F0F) * 0x0101010101010101 >> 56;
+    }
+
     template <class F>
     ByteSet combine(const ByteSet& b, F f) const {
         ByteSet result;

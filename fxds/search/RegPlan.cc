@@ -266,16 +266,17 @@ void Planner::repeatStep(Step& step, size_t operand, size_t after) {
     step.least = step.op == PLUS ? 1 : 0;
     step.set = intern(set, step.setMask);
     step.follow = intern(follow, step.followMask);
-    step.isPossessive = (set & follow).count() == 0;
+    step.isPossessive = (set & follow).isEmpty();
+    const size_t count = set.count();
     ++plan.placeCount;
-    if (set.count() == 255) {
+    if (count == 255) {
         step.run = Step::ofAny;
-    } else if (set.count() == 254) {
+    } else if (count == 254) {
         ByteSet missing = ~set;
         missing.remove(0);
         step.run = Step::ofAllBut;
         step.byte = missing.lowest();
-    } else if (set.count() == 1) {
+    } else if (count == 1) {
         step.run = Step::ofOne;
         step.byte = set.lowest();
     } else {
@@ -321,15 +322,15 @@ void Planner::makeSignposts() {
     const bool hasPairs = signposts.findFirstPairs(pairs);
     NeededSet needed;
     if (hasPairs) needed.cost = pairs.cost;
-    const bool hasNeeded = signposts.findNeeded(needed);
-    if (hasPairs && needed.cost == pairs.cost) {
-        plan.startKind = Start::pairs;
-        for (const BytePair& pair : pairs.pairs) plan.pairs[plan.pairCount++] = pair;
-    } else if (hasNeeded) {
+    if (signposts.findNeeded(needed)) {
         plan.startKind = Start::needed;
         plan.needed = internStops(needed.set);
-        if (needed.hasPrefix) prefix = needed.prefix;
         makeRanges(needed.set);
+        prefix.emplace();
+        if (!signposts.findPrefix(needed.set, *prefix)) prefix.reset();
+    } else if (hasPairs) {
+        plan.startKind = Start::pairs;
+        for (const BytePair& pair : pairs.pairs) plan.pairs[plan.pairCount++] = pair;
     }
 }
 

@@ -95,21 +95,18 @@ bool Signposts::isNeeded(const ByteSet& set) {
 // so a set with something before it is worth more than one that is rarer.
 void Signposts::consider(const ByteSet& set, NeededSet& best) {
     constexpr unsigned int withoutPrefix = 16;
-    const unsigned int often = frequencyOf(set);
-    if (set.isEmpty() || often > tooOften || often >= best.cost || !isNeeded(set)) return;
-    Prefix prefix{};
-    const bool hasPrefix = findPrefix(set, prefix);
-    const unsigned int cost = hasPrefix && !prefix.canBeEmpty ? often : often * withoutPrefix;
-    if (cost >= best.cost) return;
+    unsigned int cost = frequencyOf(set);
+    if (set.isEmpty() || cost > tooOften) return;
+    if (!(set & first[start]).isEmpty()) cost *= withoutPrefix;
+    if (cost >= best.cost || !isNeeded(set)) return;
     best.set = set;
     best.cost = cost;
-    best.hasPrefix = hasPrefix;
-    if (hasPrefix) best.prefix = prefix;
 }
 
 // A big expression is not looked at whole.
 bool Signposts::findNeeded(NeededSet& best) {
     constexpr size_t most = 32;
+    const unsigned int before = best.cost;
     for (size_t i = start; i < std::min(steps.size(), start + most); ++i) {
         if (steps[i].op == EXACTLY) {
             consider(rarestOf(program + steps[i].text, steps[i].length), best);
@@ -119,7 +116,7 @@ bool Signposts::findNeeded(NeededSet& best) {
             consider(first[i], best);
         }
     }
-    return best.cost != ~0U;
+    return best.cost < before;
 }
 
 // A place is a way of taking a byte that is not in the set. False if there are too many.

@@ -41,8 +41,6 @@ private:
 struct NeededSet {
     ByteSet set;
     unsigned int cost = ~0U;  // the less the better; this is none
-    bool hasPrefix = false;
-    Prefix prefix;  // of the part of a match before the first of them
 };
 
 /// The pair of a text of at least two bytes that is rarest in other texts.
@@ -64,8 +62,12 @@ public:
               const std::vector<ByteSet>& first_, const char* program_, unsigned short start_)
         : steps(steps_), takes(takes_), first(first_), program(program_), start(start_) {}
 
-    /// Whether there is a set that is rare in text, and the best.
+    /// Whether there is a set that is rare in text and costs less than `best`; sets that.
     bool findNeeded(NeededSet& best);
+
+    /// Adds to an empty prefix the part of a match before the first byte of a needed set;
+    /// false if it has too many places.
+    bool findPrefix(const ByteSet& set, Prefix& prefix) const;
 
     /// Whether there are few pairs.
     bool findFirstPairs(FirstPairs& found) const;
@@ -82,7 +84,6 @@ private:
 
     bool isNeeded(const ByteSet& set);
     void consider(const ByteSet& set, NeededSet& best);
-    bool findPrefix(const ByteSet& set, Prefix& prefix) const;
     bool collectWays(unsigned short from, Ways& ways) const;
     bool waysBehind(const Way& way, Ways& ways) const;
     ByteSet takenBy(const Way& way) const;
