@@ -176,12 +176,16 @@ void Monitor::connectRecorder() {
     fxConnect(&timer, "tick", recorder.get(), "finish");
 }
 
+// Not every recording has each quantity.
 void Monitor::connectPlayer() {
+    const Recording& recording = player->getRecording();
     for (Quantity* quantity : quantities) {
         const char* const name = quantity->gauge.getName();
+        const bool isRecorded = recording.names.find(name) != fxArray::notFound;
+        quantity->gauge.setPresent(isRecorded && recording.isPresent(name));
+        if (!isRecorded) continue;
         fxConnect(player.get(), valueChannel(name), &quantity->gauge, "level");
         fxConnect(player.get(), alarmChannel(name), &quantity->gauge, "alarm");
-        quantity->gauge.setPresent(player->getRecording().isPresent(name));
     }
     fxConnect(this, "prime", player.get(), "next");
     fxConnect(&timer, "tick", player.get(), "next");

@@ -46,6 +46,9 @@ void Recording::setPresent(const char* name, bool isPresent) {
 bool Recording::isConsistent() const {
     constexpr double latest = 1e11;  // some thousand years; also keeps out NaN
     if (!(intervalSeconds >= shortestInterval && intervalSeconds <= longestInterval)) return false;
+    fxStrSet distinct;
+    for (const fxStr& name : names) distinct.add(name);
+    if (distinct.size() != names.length()) return false;
     for (const fxRef<Sample>& sample : samples) {
         if (sample == nullptr || sample->values.length() != names.length() ||
             !(sample->time >= 0 && sample->time < latest))
