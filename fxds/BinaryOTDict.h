@@ -9,7 +9,7 @@
 class FX_API fxBinaryOTDict : public fxTypedDictionary<const void*, unsigned long> {
 public:
     explicit fxBinaryOTDict(unsigned int nBuckets = 0);  ///< `nBuckets` chains; 0 stands for 31.
-    fxBinaryOTDict(Entries entries);                     ///< Holds the entries.
+    fxBinaryOTDict(Entries entries);                     ///< See fxTypedDictionary.
     fxBinaryOTDict(const fxBinaryOTDict&) = default;
     fxBinaryOTDict(fxBinaryOTDict&&) = default;
     fxBinaryOTDict& operator=(const fxBinaryOTDict&) = default;  // merges

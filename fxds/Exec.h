@@ -52,8 +52,8 @@ struct FX_API fxSelectSet {
 /// polls. Where that is the parent, the child calls exec() or _exit().
 ///
 /// An exception from any of them leaves poll() and loop(), initialize(), open()
-/// or close() at once. Nothing is lost: the next poll() finds the same
-/// descriptors ready and the same events queued.
+/// or close() at once. What has not been served is not lost: the next poll() finds the
+/// same descriptors ready, and the events behind the one whose delivery has failed queued.
 class FX_API fxExec {
 public:
     /// Descriptors that can be served: [0, maxDescriptors).

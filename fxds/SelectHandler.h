@@ -5,8 +5,9 @@
 #include "fxds/Obj.h"
 
 /// Owns a file descriptor and is called by the executive when it is ready.
-/// Derive, pass to the constructor what to wait for, and register the handler
-/// with fxExec::addSelectHandler(), which serves descriptors 0 to 16383.
+/// Derive, pass to the constructor what to wait for, and call serve(), which registers
+/// the handler with fx_theExecutive, for descriptors 0 to 16383. Forgotten, it is never
+/// called.
 ///
 /// Close the descriptor by destroying the handler. One that is closed otherwise
 /// is not served until its number is open again, perhaps as another file.

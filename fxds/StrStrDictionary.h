@@ -15,7 +15,7 @@ public:
     /// `nBuckets` chains; 0 stands for 31.
     explicit fxStrStrDictionary(unsigned int nBuckets = 0);
     explicit fxStrStrDictionary(fxTypeObj& type);
-    fxStrStrDictionary(Entries entries);  ///< Holds the entries.
+    fxStrStrDictionary(Entries entries);  ///< See fxTypedDictionary.
     fxStrStrDictionary(const fxStrStrDictionary&) = default;
     fxStrStrDictionary(fxStrStrDictionary&&) = default;
     fxStrStrDictionary& operator=(const fxStrStrDictionary&) = default;  // merges

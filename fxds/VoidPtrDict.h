@@ -9,7 +9,7 @@
 class FX_API fxVoidPtrDict : public fxTypedDictionary<fxStr, void*> {
 public:
     explicit fxVoidPtrDict(unsigned int nBuckets = 0);  ///< `nBuckets` chains; 0 stands for 31.
-    fxVoidPtrDict(Entries entries);                     ///< Holds the entries.
+    fxVoidPtrDict(Entries entries);                     ///< See fxTypedDictionary.
     fxVoidPtrDict(const fxVoidPtrDict&) = default;
     fxVoidPtrDict(fxVoidPtrDict&&) = default;
     fxVoidPtrDict& operator=(const fxVoidPtrDict&) = default;  // merges
