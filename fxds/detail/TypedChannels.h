@@ -368,14 +368,23 @@ struct Tag {
 // Stands for a type that follows from what the callable takes.
 struct Deduced {};
 
+// The type that F takes; Deduced, which is no type of a value, where it takes several or
+// has several signatures.
+template <class F, class = void>
+struct DeducedFrom {
+    typedef Deduced Type;
+};
+template <class F>
+struct DeducedFrom<F, std::void_t<typename ArgumentOf<F>::Type>> {
+    typedef Bare<typename ArgumentOf<F>::Type> Type;
+};
+
 template <class T, class F>
 struct ReceivedBy {
     typedef T Type;
 };
 template <class F>
-struct ReceivedBy<Deduced, F> {
-    typedef Bare<typename ArgumentOf<F>::Type> Type;
-};
+struct ReceivedBy<Deduced, F> : DeducedFrom<F> {};
 
 // What F is called with for the value of a T: what is passed, or for strings a view
 // or a string of C++ where F takes only those; void when it takes nothing.
