@@ -83,11 +83,13 @@ void dataflow() {
     std::vector<std::unique_ptr<Sink>> sinks(count);
     for (auto& source : sources) source = std::make_unique<Source>();
     for (auto& sink : sinks) sink = std::make_unique<Sink>();
-    row("further input of it", [&](int i) {
-        Sink* const sink = sinks[static_cast<size_t>(i)].get();
-        sink->addInput("more", [](int) {});
-        return Ending([sink] { sink->removeInput("more"); });
-    });
+    for (const char* name : {"second input of it", "further input of it"}) {
+        row(name, [&](int i) {
+            Sink* const sink = sinks[static_cast<size_t>(i)].get();
+            sink->addInput("more", [](int) {});
+            return Ending([sink] { sink->removeInput("more"); });
+        });
+    }
     row("connection by name", [&](int i) {
         const auto n = static_cast<size_t>(i);
         return fxScopedConnection(fxConnect(sources[n].get(), "out", sinks[n].get(), "in"));

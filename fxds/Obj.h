@@ -227,7 +227,10 @@ public:
     ///@}
 
 private:
+    friend class fxBelongings;
     friend class fxConnection;
+    friend class fxInputChannel;
+    friend class fxOutputChannel;
     fxInputChannel* addInput(char const* name, void* closure,
                              const fxDetail::InputFunction& function, unsigned char replace);
     fxInputChannel* addInput(char const* name, fxInputChannel* input);

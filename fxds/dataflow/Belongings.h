@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <cstring>
 #include <map>
 #include <memory>
 #include <utility>
@@ -12,6 +13,7 @@
 #include "fxds/Channel.h"
 #include "fxds/Property.h"
 #include "fxds/Ref.h"
+#include "fxds/Str.h"
 #include "fxds/detail/Allocate.h"
 
 // A table of channels is a property, so it may be held by others, stand in the
@@ -25,6 +27,14 @@
 // end, its channels get no owner and its inputs are muted, and so is what is
 // added from then on. (3) No nameless input outlives its object's end with a
 // message or a connection, whoever holds it or its table.
+//
+// Most objects have one channel of a kind, and few programs look at its table, which
+// takes some 600 bytes. So a table is due, and not made, while it has held no more than
+// one channel and the program has asked for neither table nor property.
+//
+// Invariants: (4) A due table has a tag, under which there is no property. Whatever
+// would show that the property is missing makes the tables first. (5) Making one runs
+// no code of the program, and leaves names where they are.
 
 /// The channels of one kind that belong to one object.
 template <class Channel>
@@ -68,6 +78,34 @@ public:
         FX_ASSERT(index < count);
         return items[index];
     }
+    /// The property with the tag, or null; `position` is where it was looked for last.
+    fxProperty* find(unsigned short tag, unsigned int& position) const {
+        int low = 0;
+        int high = static_cast<int>(count) - 1;
+        while (low <= high) {
+            position = static_cast<unsigned int>((low + high) / 2);
+            const unsigned short here = items[position]->getTag();
+            if (tag == here) return items[position];
+            if (tag < here) {
+                high = static_cast<int>(position) - 1;
+            } else {
+                low = static_cast<int>(position) + 1;
+            }
+        }
+        return nullptr;
+    }
+    /// Enters the property at its place and returns the one that it takes it from, or null.
+    fxProperty* put(fxProperty* property) {
+        unsigned int index = 0;
+        fxProperty* const old = find(property->getTag(), index);
+        if (old != nullptr) {
+            items[index] = property;
+        } else {
+            if (index < count && items[index]->getTag() < property->getTag()) ++index;
+            insert(property, index);
+        }
+        return old;
+    }
     void insert(fxProperty* property, unsigned int index) {
         FX_ASSERT(index <= count);
         if (count == room) grow();
@@ -106,9 +144,28 @@ private:
     fxProperty* few[fewest] = {};
 };
 
+/// What a due table holds: one channel and its name, or none.
+template <class Channel>
+struct fxSoleChannel {
+    bool isNamed(const char* other) const {
+        return channel != nullptr && std::strcmp(name.c_str(), other != nullptr ? other : "") == 0;
+    }
+    fxStr name;
+    Channel* channel = nullptr;
+};
+
 /// Made with an object's first property or channel.
 class fxBelongings {
 public:
+    /// Whether the tag is that of a due table.
+    bool isDue(unsigned short tag) const { return tag == dueInputs || tag == dueOutputs; }
+    bool hasDueTables() const { return (dueInputs & dueOutputs) != fxProperty::noTag; }
+    /// Makes the tables that are due.
+    void makeTables();
+    /// Ends the channels of the tables that are due, as the tables' ends would, by tags.
+    /// Requires: there is no property.
+    void endDueTables();
+
     /// Outputs that tell of changed properties, by tag. A change keeps the list while
     /// it tells: receivers may end the object, which empties the list.
     class Watches : public fxRCObj,
@@ -121,6 +178,10 @@ public:
     // begins to end.
     fxOwnedChannels<fxInputChannel> nameless;
     fxOwnedChannels<fxOutputChannel> outputs;
+    fxSoleChannel<fxInputChannel> soleInput;
+    fxSoleChannel<fxOutputChannel> soleOutput;
+    unsigned short dueInputs = fxProperty::noTag;   // the tag of the due table of inputs
+    unsigned short dueOutputs = fxProperty::noTag;  // of that of outputs
     bool isEnding = false;
 };
 

@@ -13,7 +13,6 @@
 #include "fxds/Fatal.h"
 #include "fxds/Obj.h"
 #include "fxds/Str.h"
-#include "fxds/VoidPtrDict.h"
 #include "fxds/base/StartUp.h"
 #include "fxds/dataflow/Belongings.h"
 #include "fxds/dataflow/TraceLines.h"
@@ -69,22 +68,6 @@ fxInputChannel* fxInputChannel::target() {
         input = static_cast<fxInputChannel*>(input->closure);
     }
     return input;
-}
-
-namespace {
-
-const char* nameIn(fxVoidPtrDict* table, const void* channel) {
-    if (table == nullptr) return nullptr;
-    for (fxVoidPtrDictIter entry(*table); entry.notDone(); ++entry) {
-        if (entry.value() == channel) return entry.key().c_str();
-    }
-    return nullptr;
-}
-
-}  // namespace
-
-const char* fxInputChannel::getName() const {
-    return owner != nullptr ? nameIn(owner->getInputs(), this) : nullptr;
 }
 
 void fxInputChannel::add(fxOutputChannel* output) {
@@ -215,10 +198,6 @@ fxOutputChannel::~fxOutputChannel() {
         for (void* entry : *released) static_cast<fxInputChannel*>(entry)->target()->remove(this);
         for (void* entry : *released) static_cast<fxInputChannel*>(entry)->release();
     }
-}
-
-const char* fxOutputChannel::getName() const {
-    return owner != nullptr ? nameIn(owner->getOutputs(), this) : nullptr;
 }
 
 void fxOutputChannel::add(fxInputChannel* input) {

@@ -14,27 +14,6 @@
 
 namespace {
 
-unsigned short tagAt(fxPropertyList& properties, unsigned int index) {
-    return properties[index]->getTag();
-}
-
-// The property with the tag, or null; `position` is where it was looked for last.
-inline fxProperty* search(fxPropertyList& properties, unsigned short tag, unsigned int& position) {
-    int low = 0;
-    int high = static_cast<int>(properties.length()) - 1;
-    while (low <= high) {
-        position = static_cast<unsigned int>((low + high) / 2);
-        const unsigned short here = tagAt(properties, position);
-        if (tag == here) return properties[position];
-        if (tag < here) {
-            high = static_cast<int>(position) - 1;
-        } else {
-            low = static_cast<int>(position) + 1;
-        }
-    }
-    return nullptr;
-}
-
 // Tells that a property has changed. Whoever calls it touches the object no more.
 void tell(const fxRef<fxBelongings::Watches>& watches, unsigned short tag) {
     if (__builtin_expect(watches == nullptr, 1)) return;
@@ -62,7 +41,7 @@ void fxObj::endBelongings() {
     do {
         removeAllProperties();
         discardNameless();
-    } while (properties->properties.length() > 0);
+    } while (properties->properties.length() > 0 || properties->hasDueTables());
     delete std::exchange(properties, nullptr);
 }
 
@@ -83,8 +62,11 @@ int fxObj::compare(fxObj const*) const {
 
 fxProperty* fxObj::findProperty(unsigned short tag, unsigned int* index) {
     unsigned int position = 0;
-    fxProperty* const found =
-        properties != nullptr ? search(properties->properties, tag, position) : nullptr;
+    fxProperty* found = nullptr;
+    if (properties != nullptr) {
+        if (index != nullptr || properties->isDue(tag)) properties->makeTables();
+        found = properties->properties.find(tag, position);
+    }
     if (index != nullptr) *index = position;
     return found;
 }
@@ -101,23 +83,19 @@ fxObj* fxObj::setProperty(fxProperty* property) {
     fxBelongings& mine = makeBelongings();
     const auto watches = mine.watches;
     const unsigned short tag = property->getTag();
+    if (mine.isDue(tag)) mine.makeTables();
     property->take();
-    unsigned int index = 0;
-    fxProperty* const old = search(mine.properties, tag, index);
-    if (old != nullptr) {
-        mine.properties[index] = property;
-        old->release();
-    } else {
-        if (index < mine.properties.length() && tagAt(mine.properties, index) < tag) ++index;
-        mine.properties.insert(property, index);
-    }
+    fxProperty* const old = mine.properties.put(property);
+    if (old != nullptr) old->release();
     tell(watches, tag);
     return this;
 }
 
 fxObj* fxObj::removeProperty(unsigned short tag) {
-    unsigned int index;
-    fxProperty* property = findProperty(tag, &index);
+    if (properties == nullptr) return this;
+    if (properties->isDue(tag)) properties->makeTables();
+    unsigned int index = 0;
+    fxProperty* const property = properties->properties.find(tag, index);
     if (property == nullptr) return this;
     const auto watches = properties->watches;
     properties->properties.remove(index);
@@ -131,6 +109,13 @@ fxObj* fxObj::removeProperty(char const* name) { return removeProperty(fxPropert
 fxObj* fxObj::removeAllProperties() {
     if (properties == nullptr) return this;
     const auto watches = properties->watches;
+    if (properties->hasDueTables()) {
+        if (watches == nullptr && properties->properties.length() == 0) {
+            properties->endDueTables();
+            return this;
+        }
+        properties->makeTables();
+    }
     fxPropertyList released;
     released.takeAll(properties->properties);
     for (unsigned int i = 0; i < released.length(); ++i) {
@@ -157,9 +142,13 @@ fxOutputView<void> fxObj::propertyChanged(char const* name) {
 }
 
 unsigned int fxObj::getNumberOfProperties() const {
-    return properties != nullptr ? properties->properties.length() : 0;
+    if (properties == nullptr) return 0;
+    properties->makeTables();
+    return properties->properties.length();
 }
 
 fxProperty* fxObj::getProperty(unsigned int index) const {
-    return properties != nullptr ? properties->properties[index] : nullptr;
+    if (properties == nullptr) return nullptr;
+    properties->makeTables();
+    return properties->properties[index];
 }

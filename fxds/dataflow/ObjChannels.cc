@@ -12,8 +12,8 @@
 #include "fxds/dataflow/TraceLines.h"
 
 // The channels of an object stand in two dictionaries, which are kept as
-// properties. A property counts as a channel table only if its destructor is
-// the one that tables have: a program may use the names for properties of
+// properties and made when they are needed (see Belongings.h). A property counts as a channel table
+// only if its destructor is the one that tables have: a program may use the names for properties of
 // another kind.
 //
 // Tearing a channel down runs code that may come back here, so a channel
@@ -21,17 +21,24 @@
 
 namespace {
 
-// One of the two tables: how its property is called and ends.
+// One of the two tables: how its property is called and ends, and where it is due.
+template <class ChannelOfKind>
 struct TableKind {
+    typedef ChannelOfKind Channel;
     const char* name;
     fxProperty::Destructor* destructor;
-    unsigned short tag;
+    fxSoleChannel<Channel> fxBelongings::*sole;
+    unsigned short fxBelongings::*due;
+    unsigned short tag = fxProperty::noTag;
 };
 
-TableKind inputKind = {"inputs", fxObj::dt_input_dict, fxProperty::noTag};
-TableKind outputKind = {"outputs", fxObj::dt_output_dict, fxProperty::noTag};
+TableKind<fxInputChannel> inputKind = {"inputs", fxObj::dt_input_dict, &fxBelongings::soleInput,
+                                       &fxBelongings::dueInputs};
+TableKind<fxOutputChannel> outputKind = {"outputs", fxObj::dt_output_dict,
+                                         &fxBelongings::soleOutput, &fxBelongings::dueOutputs};
 
-fxVoidPtrDict* findTable(fxObj& object, TableKind& kind) {
+template <class Kind>
+fxVoidPtrDict* findTable(fxObj& object, Kind& kind) {
     if (kind.tag == fxProperty::noTag) kind.tag = fxProperty::findTag(kind.name);
     if (kind.tag == fxProperty::noTag) return nullptr;
     const fxProperty* property = object.findProperty(kind.tag);
@@ -41,7 +48,8 @@ fxVoidPtrDict* findTable(fxObj& object, TableKind& kind) {
 
 // The tag of a kind of table, with its name entered at it: the names may have
 // been destroyed and made again since the tag was allotted.
-unsigned short tagOf(TableKind& kind) {
+template <class Kind>
+unsigned short tagOf(Kind& kind) {
     if (kind.tag == fxProperty::noTag) kind.tag = fxProperty::findTag(kind.name);
     if (kind.tag == fxProperty::noTag) return kind.tag = fxProperty::allocNewTag(kind.name);
     const bool isEntered = fx_propertyNames != nullptr && fx_propertyNames->length() > kind.tag &&
@@ -71,12 +79,22 @@ private:
     fxStr text;
 };
 
-// Enters a channel in the object's table, which is made if need be, and gives
+// Enters a channel in the object's table, which is due or made if need be, and gives
 // back the channel whose name it takes, or null. Making the table a property is
 // the last step: another property may make way for it and run code of the program.
-template <class Channel>
-Channel* enter(fxObj& object, TableKind& kind, const char* name, Channel* channel) {
+template <class Kind, class Channel = typename Kind::Channel>
+Channel* enter(fxObj& object, fxBelongings& mine, Kind& kind, const char* name, Channel* channel) {
     const unsigned short tag = tagOf(kind);
+    auto& sole = mine.*kind.sole;
+    unsigned int position = 0;
+    const bool isDue = mine.*kind.due != fxProperty::noTag;
+    const bool mayBeDue =
+        mine.watches == nullptr && !mine.isEnding && mine.properties.find(tag, position) == nullptr;
+    if (isDue ? sole.channel == nullptr || sole.isNamed(name) : mayBeDue) {
+        mine.*kind.due = tag;
+        if (sole.channel == nullptr) sole.name = fxStr(name);
+        return std::exchange(sole.channel, channel);
+    }
     fxVoidPtrDict* table = findTable(object, kind);
     if (table != nullptr) {
         void* const old = std::exchange((*table)[Name(name)], channel);
@@ -88,11 +106,58 @@ Channel* enter(fxObj& object, TableKind& kind, const char* name, Channel* channe
     return nullptr;
 }
 
-template <class Channel>
-Channel* findChannel(fxVoidPtrDict* table, const char* name) {
+template <class Kind, class Channel = typename Kind::Channel>
+Channel* findChannel(fxObj& object, const fxBelongings* mine, Kind& kind, const char* name) {
+    if (mine == nullptr) return nullptr;
+    if (mine->*kind.due != fxProperty::noTag) {
+        const auto& sole = mine->*kind.sole;
+        return sole.isNamed(name) ? sole.channel : nullptr;
+    }
+    fxVoidPtrDict* const table = findTable(object, kind);
     if (table == nullptr) return nullptr;
     void** found = table->find(Name(name));
     return found != nullptr ? static_cast<Channel*>(*found) : nullptr;
+}
+
+// Takes a channel that is there out of the object's table.
+template <class Kind>
+void leaveTable(fxObj& object, fxBelongings& mine, Kind& kind, const char* name) {
+    if (mine.*kind.due != fxProperty::noTag) {
+        (mine.*kind.sole).channel = nullptr;
+    } else {
+        findTable(object, kind)->remove(Name(name));
+    }
+}
+
+template <class Kind>
+void makeTable(fxBelongings& mine, Kind& kind) {
+    if (mine.*kind.due == fxProperty::noTag) return;
+    auto& sole = mine.*kind.sole;
+    auto* const table = new fxVoidPtrDict;
+    if (sole.channel != nullptr) {
+        (*table)[sole.name] = std::exchange(sole.channel, nullptr);
+        // The key gets the very text, as there may be views of it.
+        const_cast<fxStr&>((*table->begin()).key) = std::move(sole.name);
+    }
+    const unsigned short tag = std::exchange(mine.*kind.due, fxProperty::noTag);
+    auto* const property = new fxProperty(tag, static_cast<void*>(table), kind.destructor);
+    property->take();
+    mine.properties.put(property);
+}
+
+template <class Kind>
+const char* nameOf(fxObj& object, const fxBelongings* mine, Kind& kind, const void* channel) {
+    if (mine == nullptr) return nullptr;
+    const auto& sole = mine->*kind.sole;
+    if (mine->*kind.due != fxProperty::noTag) {
+        return sole.channel == channel ? sole.name.c_str() : nullptr;
+    }
+    fxVoidPtrDict* const table = findTable(object, kind);
+    if (table == nullptr) return nullptr;
+    for (auto [name, other] : *table) {
+        if (other == channel) return name.c_str();
+    }
+    return nullptr;
 }
 
 fxStrArray namesIn(fxVoidPtrDict* table) {
@@ -124,6 +189,22 @@ fxEventHandler& eventHandler() {
 }
 
 }  // namespace
+
+void fxBelongings::makeTables() {
+    makeTable(*this, inputKind);
+    makeTable(*this, outputKind);
+}
+
+// What ends may run code of the program, which finds no table, and may end the object.
+void fxBelongings::endDueTables() {
+    const bool inputsFirst = dueInputs < dueOutputs;
+    dueInputs = dueOutputs = fxProperty::noTag;
+    fxInputChannel* const input = std::exchange(soleInput.channel, nullptr);
+    fxOutputChannel* const output = std::exchange(soleOutput.channel, nullptr);
+    if (!inputsFirst) delete output;
+    if (input != nullptr) fxObj::discard(input);
+    if (inputsFirst) delete output;
+}
 
 void fxObj::disownChannels() {
     properties->isEnding = true;
@@ -162,11 +243,19 @@ fxStrArray fxObj::getInputNames() { return namesIn(getInputs()); }
 fxStrArray fxObj::getOutputNames() { return namesIn(getOutputs()); }
 
 fxInputChannel* fxObj::getInput(char const* name) {
-    return findChannel<fxInputChannel>(getInputs(), name);
+    return findChannel(*this, properties, inputKind, name);
 }
 
 fxOutputChannel* fxObj::getOutput(char const* name) {
-    return findChannel<fxOutputChannel>(getOutputs(), name);
+    return findChannel(*this, properties, outputKind, name);
+}
+
+const char* fxInputChannel::getName() const {
+    return owner != nullptr ? nameOf(*owner, owner->properties, inputKind, this) : nullptr;
+}
+
+const char* fxOutputChannel::getName() const {
+    return owner != nullptr ? nameOf(*owner, owner->properties, outputKind, this) : nullptr;
 }
 
 fxOutputChannel* fxObj::getOutput(char const* name, unsigned short type) {
@@ -196,7 +285,7 @@ fxInputChannel* fxObj::addInput(char const* name, fxInputChannel* input) {
         input->owner = this;
         mine.inputs.enter(input);
     }
-    fxInputChannel* replaced = enter(*this, inputKind, name, input);
+    fxInputChannel* replaced = enter(*this, mine, inputKind, name, input);
     if (replaced == nullptr) return input;
     if (replaced->owner != nullptr) {
         fxOwnedChannels<fxInputChannel>::leave(replaced);
@@ -223,21 +312,21 @@ fxOutputChannel* fxObj::addOutput(char const* name, unsigned short type) {
         output->owner = this;
         mine.outputs.enter(output);
     }
-    delete enter(*this, outputKind, name, output);
+    delete enter(*this, mine, outputKind, name, output);
     return output;
 }
 
 void fxObj::removeInput(char const* name) {
     fxInputChannel* input = getInput(name);
     if (input == nullptr) return;
-    getInputs()->remove(Name(name));
+    leaveTable(*this, *properties, inputKind, name);
     discard(input);
 }
 
 void fxObj::removeOutput(char const* name) {
     fxOutputChannel* output = getOutput(name);
     if (output == nullptr) return;
-    getOutputs()->remove(Name(name));
+    leaveTable(*this, *properties, outputKind, name);
     delete output;
 }
 

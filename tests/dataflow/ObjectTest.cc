@@ -2,8 +2,12 @@
 #include <pthread.h>
 
 #include <algorithm>
+#include <memory>
+#include <random>
+#include <string>
 
 #include "tests/support/Dataflow.h"
+#include "tests/support/TestSeed.h"
 
 namespace {
 
@@ -185,6 +189,49 @@ TEST_F(Properties, AreFoundWithTheirIndex) {
     EXPECT_EQ(object.getNumberOfProperties(), 0u);
     object.setProperty(new fxProperty(tag(4), true));  // into a list that was emptied
     EXPECT_EQ(object.getNumberOfProperties(), 1u);
+}
+
+// Tables of channels are made when they are needed. Of two objects that live through
+// the same, one is looked at all the time; the other one must not tell.
+TEST_F(Properties, TablesOfChannelsSeemToBeThereAllTheTime) {
+    for (unsigned int seed = testSeed(); seed < testSeed() + 400; ++seed) {
+        std::string told[2];
+        for (std::string& log : told) {
+            std::mt19937 rng(seed);
+            fxObj other;
+            other.addInput("in", [](int) {});
+            other.addOutput<int>("out");
+            auto* object = new fxObj;
+            for (unsigned long step = rng() % 12; step > 0; --step) {
+                const char* name = rng() % 3 != 0 ? "a" : "b";
+                const unsigned long what = rng() % 9;
+                const std::shared_ptr<int> end(new int, [&log](int* p) {
+                    log += " end";
+                    delete p;
+                });
+                if (what < 3) object->addInput(name, [end](int) {});
+                if (what == 3) object->addOutput<int>(name);
+                if (what == 4) object->removeInput(name);
+                if (what == 5) object->removeOutput(name);
+                if (what == 6) other.connect("out", object, name);
+                if (what == 7) object->connect(name, &other, "in");
+                if (what == 8 && rng() % 2 != 0) object->removeProperty("inputs");
+                if (&log == &told[0]) object->getNumberOfProperties();
+                fxInputChannel* const input = object->getInput(name);
+                if (input != nullptr) (log += input->getName()) += std::to_string(input->refCount);
+                log += object->getOutput(name) != nullptr ? '+' : '-';
+                if (rng() % 5 != 0) continue;
+                const char* const held = input != nullptr ? input->getName() : nullptr;
+                log += std::to_string(object->getNumberOfProperties());
+                EXPECT_TRUE(input == nullptr || input->getName() == held) << "a view";
+                if (object->getInputs() == nullptr) continue;
+                for (auto [key, value] : *object->getInputs()) log += key.c_str();
+            }
+            delete object;
+            log += other.getInput("in")->getOutputs() != nullptr ? "fed" : "";
+        }
+        EXPECT_EQ(told[0], told[1]) << "seed " << seed;
+    }
 }
 
 TEST_F(Properties, KindsKeepAndReleaseTheirValues) {

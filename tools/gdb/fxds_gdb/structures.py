@@ -119,6 +119,11 @@ def is_channel_table(prop, end):
 
 def channels_of(obj, end):
     """The names and channels of an object, as pointers."""
+    if int(obj["properties"]) != 0:
+        sole = target_of(obj["properties"])["sole" + end.capitalize()]
+        if int(sole["channel"]) != 0:
+            yield text_of(sole["name"]), sole["channel"]
+            return
     table = channel_table(obj, end)
     if table is None:
         return
