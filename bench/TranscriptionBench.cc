@@ -310,7 +310,7 @@ void LoadGraphByHand(benchmark::State& state, Shape shape) {
     loadGraph<Plain>(state, shape, saveByHand, loadByHand);
 }
 
-// A program of its own loads the graph, and tells how long that took.
+// Loads the graph in a process of its own and returns the time that took.
 void loadFresh(benchmark::State& state, Shape shape, const char* how) {
     std::vector<Node*> nodes = makeNodes<Node>();
     connect(nodes, shape);

@@ -36,7 +36,7 @@ void row(const char* name, Make make) {
         const double start = nanoseconds();
         for (int i = 0; i < count; ++i) things.push_back(make(i));
         making = std::min(making, (nanoseconds() - start) / count);
-        // Pools keep what ended in an earlier round; the first one tells.
+        // Pools keep what ended in an earlier round; only the first round shows the cost.
         if (round == 0) bytes = static_cast<double>(mallinfo2().uordblks - before) / count;
         const double middle = nanoseconds();
         things.clear();

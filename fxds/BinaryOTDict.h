@@ -8,7 +8,7 @@
 /// is 0. It cannot be transcribed, unless it is empty.
 class FX_API fxBinaryOTDict : public fxTypedDictionary<const void*, unsigned long> {
 public:
-    explicit fxBinaryOTDict(unsigned int nBuckets = 0);  ///< `nBuckets` chains; 0 stands for 31.
+    explicit fxBinaryOTDict(unsigned int nBuckets = 0);  ///< `nBuckets` chains; 0 means 31.
     fxBinaryOTDict(Entries entries);                     ///< See fxTypedDictionary.
     fxBinaryOTDict(const fxBinaryOTDict&) = default;
     fxBinaryOTDict(fxBinaryOTDict&&) = default;

@@ -255,7 +255,7 @@ private:
     // The base is the list of the walks over the connections: a walk that knows its list
     // knows the output.
     unsigned short type;
-    unsigned int serial;     // tells it from others that had its address
+    unsigned int serial;     // differs from that of any output that had its address
     fxVoidPtrArray* inputs;  // of fxInputChannel*, each holding one count
     fxObj* owner;            // borrowed; in whose list it is linked
     fxOutputChannel* nextOwned;

@@ -33,7 +33,7 @@ public:
     /// Why there is no connection.
     explicit fxConnection(fxStr reason_) : reason(std::move(reason_)) {}
     /// Joins the output to the input, unless it is already. Where that is not
-    /// possible, or one of them is null, whyNot() tells the reason.
+    /// possible, or one of them is null, whyNot() gives the reason.
     fxConnection(fxOutputChannel* output, fxInputChannel* input);
     /// A copy, which is to be asked in place of `other`.
     fxConnection(const fxConnection& other);

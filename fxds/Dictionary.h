@@ -36,7 +36,7 @@ public:
 ///     for (fxDictIter i(dict); i.notDone(); ++i) use(i.getKey(), i.getValue());
 ///
 /// The iterator is registered with the dictionary while it walks. Removing the
-/// entry that it stands on moves it to the next one and sets `moved`: there is
+/// entry that it is at moves it to the next one and sets `moved`: there is
 /// no current entry until the next ++, which then skips nothing. Entries added
 /// during the walk may or may not be met. It ends by itself after the last
 /// entry and when the dictionary is cleaned up or dies.
@@ -46,7 +46,7 @@ public:
     fxDictIter() : dict(nullptr), bucketIndex(0), moved(0), node(nullptr) {}
     /// Stands on the first entry; borrowed only while it walks.
     explicit fxDictIter(fxDictionary& dictionary);
-    /// A copy stands where the other one stands and walks on its own.
+    /// A copy is at the same entry as the other one and walks on its own.
     fxDictIter(const fxDictIter& other);
     ~fxDictIter();
 
@@ -132,7 +132,7 @@ public:
 /// it was replacing is gone.
 class FX_API fxDictionary : public fxXDRObj {
 public:
-    /// Sizes in bytes. `nBuckets` chains; 0 stands for 31.
+    /// Sizes in bytes. `nBuckets` chains; 0 means 31.
     fxDictionary(unsigned int keySize, unsigned int valueSize, unsigned int nBuckets = 0);
     /// Without chains and sizes, for doxdr() to fill. A subclass should set
     /// keySize and valueSize, so that streams with other sizes are refused. Used
@@ -229,7 +229,7 @@ protected:
     virtual unsigned long fingerprintKey(const void* key, unsigned long hash) const;
 
     /// How to search: this one returns a search by the hooks, the ready-made classes
-    /// a direct search, which has their hooks built in and tells texts apart by
+    /// a direct search, which has their hooks built in and compares texts by
     /// all of their bytes; their subclasses, which may have overridden the
     /// hooks, are searched by them. A class of texts that overrides neither
     /// hashKey() nor compareKeys() can have the direct search again:

@@ -28,7 +28,7 @@ public:
     fxOrderedGlobal(const fxOrderedGlobal&) = delete;  // the ordering would not know the copy
     fxOrderedGlobal& operator=(const fxOrderedGlobal&) = delete;
 
-    /// Whether `other` stands in the list of direct dependences.
+    /// Whether `other` is in the list of direct dependences.
     bool dependsOn(fxOrderedGlobal const& other) const;
 
     Function* init;          ///< May be null.

@@ -9,7 +9,7 @@
 class FX_API fxLinkItem {
 public:
     fxLinkItem() : next(nullptr), prev(nullptr) {}
-    /// A copy stands in no list.
+    /// A copy is in no list.
     fxLinkItem(const fxLinkItem&) : fxLinkItem() {}
     fxLinkItem& operator=(const fxLinkItem&) { return *this; }
 
@@ -29,8 +29,8 @@ public:
 /// outside the list nothing is found, and what is added where nothing is found
 /// goes to the end.
 ///
-/// Requires throughout: a link handed in stands in no list, unless the
-/// operation says that it stands in this one.
+/// Requires throughout: a link handed in is in no list, unless the
+/// operation says that it is in this one.
 class FX_API fxIndexableList {
 public:
     fxIndexableList();
@@ -61,13 +61,13 @@ public:
         return insertAt(index < count ? index + 1 : count, link);
     }
 
-    /// Takes the link out. Requires: it stands in this list.
+    /// Takes the link out. Requires: it is in this list.
     void unlink(fxLinkItem* link);
     /// Takes the link at a position out and answers it; null outside the list.
     fxLinkItem* unlinkAt(long index);
 
     /// Cuts the list before the link: the chain from there on is no longer
-    /// this list's. Null changes nothing. Requires: the link stands in this list.
+    /// this list's. Null changes nothing. Requires: the link is in this list.
     void split(fxLinkItem* link);
     /// The same by position; answers the first link of the chain cut off, or
     /// null outside the list.

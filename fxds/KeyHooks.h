@@ -69,7 +69,7 @@ struct fxKeyHooks<const void*> {
         return (reinterpret_cast<std::uintptr_t>(key) & 0xFFFFFFFFU) >> 2;
     }
     static int compare(const void* a, const void* b) { return a == b ? 0 : 1; }
-    /// For fingerprintKey(): what hash() leaves out hardly tells addresses apart.
+    /// For fingerprintKey(): what hash() leaves out hardly differs between addresses.
     static unsigned long fingerprint(const void*, unsigned long hash) { return hash; }
 };
 

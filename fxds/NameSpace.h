@@ -49,7 +49,7 @@ public:
     /// Forgets all names. The name space can be used again.
     void freeAllAtoms();
 
-    unsigned long getNoAtom() const { return noAtom; }      ///< What stands for no name: 0.
+    unsigned long getNoAtom() const { return noAtom; }      ///< The atom of no name: 0.
     unsigned long getLastAtom() const { return lastAtom; }  ///< The greatest number in use.
     unsigned long getCapacity() const { return capacity; }  ///< Numbers that there is room for.
     int isFrozen() const { return frozen; }  ///< Whether unknown names get no number.

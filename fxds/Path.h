@@ -20,7 +20,7 @@ public:
     int split(fxPath* dir, fxPath* leaf) const;
 
     fxPath leaf() const;       ///< The last component, as split() finds it.
-    fxPath directory() const;  ///< What stands before the last component, as split() finds it.
+    fxPath directory() const;  ///< What precedes the last component, as split() finds it.
 };
 
 #endif

@@ -10,7 +10,7 @@
 /// a/b/, the empty text when there is nothing but slashes. Null for null.
 FX_API char* pathbasename(const char* path);
 
-/// Returns what stands before the last component and the slashes that lead to
+/// Returns what precedes the last component and the slashes that lead to
 /// it: a for a//b and for a/b/, "." for b. Slashes alone give "/"; but /usr gives
 /// the empty text, so that result + "/" + leaf names the file in every case.
 /// Null when memory runs out. Requires: path not null.

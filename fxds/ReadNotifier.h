@@ -1,4 +1,4 @@
-// A descriptor that tells when it can be read.
+// Sends a message when a descriptor can be read.
 #ifndef FXDS_READNOTIFIER_H
 #define FXDS_READNOTIFIER_H
 

@@ -41,7 +41,7 @@ struct fxregexp {
 /// character, newline too), `^` and `$` (start and end of the subject, wherever
 /// they stand), a set such as `[a-z_]` or its complement `[^a-z_]`, `\<` (start
 /// of a word), `\>` (no word character follows), a backslash and the character
-/// that it stands for, or a character standing for itself. Braces are ordinary.
+/// that it names, or a character that matches itself. Braces are ordinary.
 ///
 /// What `*` and `+` repeat must not be able to match the empty text.
 FX_API fxregexp* fxregcomp(const char* pattern);
@@ -94,7 +94,7 @@ FX_API int fxregexec(fxregexp* compiled, const char* subject, const char* from,
 
 /// Expands `text` with the last match: `&` and `\0` stand for the whole match,
 /// `\1` to `\9` for the groups (nothing for one without part), `\&` and `\\` for
-/// `&` and `\`; any other backslash stands for itself. Writes nothing when an
+/// `&` and `\`; any other backslash is copied. Writes nothing when an
 /// argument is null or the expression is damaged. Ends early when the subject
 /// has been cut short by a zero byte within a group.
 /// Requires: the subject of the match is still there; `dest` has room for the

@@ -14,7 +14,7 @@
 /// length of the pattern. Results are offsets below 2 GiB.
 class FX_API fxSLinearPattern : public fxTextPattern {
 public:
-    /// Copies the `len` bytes at `s`; `len` 0 stands for strlen(s).
+    /// Copies the `len` bytes at `s`; `len` 0 means strlen(s).
     fxSLinearPattern(const char* s, unsigned int len);
     /// The same for a whole string; an empty one is the empty pattern.
     explicit fxSLinearPattern(const fxStr& s);

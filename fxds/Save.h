@@ -121,7 +121,7 @@ fxLoaded<C> load(Source& source) {
 /// replaced only if it is a file; a symbolic link is not followed then.
 ///
 /// After a failure, and when an xdr() throws, the new file is removed, and the
-/// old one is as it was. Only when the folder cannot be synced the new one stands
+/// old one is as it was. Only when the folder cannot be synced is the new one in place
 /// already, and may not outlive a loss of power.
 template <class C>
 [[nodiscard]] fxStreamFault fxSave(const fxDetail::FilePath& path, C* root) {
@@ -175,7 +175,7 @@ template <class C>
 template <class C>
 [[nodiscard]] fxLoaded<C> fxLoad(const void* bytes, size_t byteCount) {
     fxMemoryStream stream(bytes, byteCount);
-    stream.take();  // stands on the stack
+    stream.take();  // it is on the stack
     return fxDetail::load<C>(static_cast<fxStream&>(stream));
 }
 

@@ -100,7 +100,7 @@ public:
 ///     }
 class FX_API fxSet : public fxXDRObj {
 public:
-    /// Size in bytes. `nBuckets` chains; 0 stands for 31.
+    /// Size in bytes. `nBuckets` chains; 0 means 31.
     explicit fxSet(unsigned int keySize, unsigned int nBuckets = 0);
     /// Without chains and key size, for doxdr() to fill. A subclass should set
     /// keySize, so that streams with another size are refused. Used without

@@ -13,7 +13,7 @@
 class FX_API fxStackBuffer {
 public:
     /// `growthIncrement` is the least number of bytes that a growth adds; 0
-    /// stands for 500.
+    /// means 500.
     explicit fxStackBuffer(unsigned int growthIncrement = 0);
     fxStackBuffer(const fxStackBuffer& src);
     fxStackBuffer& operator=(const fxStackBuffer&) = delete;

@@ -147,7 +147,7 @@ public:
     // Editing.
 
     /// Appends the `n` bytes at `s`. As in every operation that takes a text
-    /// and a count, `n` = 0 stands for strlen(s).
+    /// and a count, `n` = 0 means strlen(s).
     void append(const char* s, unsigned int n = 0);
     void append(char c);  ///< Also a zero byte.
     ///@{
@@ -295,7 +295,7 @@ public:
     /// The number that the whole text is: digits to `base`, as above, with a sign in front
     /// perhaps. Nothing when the text is anything else, blanks around it included,
     /// or when the type does not hold the number. Fractions as strtod() reads them in
-    /// the C locale, decimal ones only. The form with an argument tells whether it
+    /// the C locale, decimal ones only. The form with an argument returns whether it
     /// has set it.
     template <class Number = int>
     std::optional<Number> toNumber(const int& base = 10) const;

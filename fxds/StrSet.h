@@ -14,7 +14,7 @@ extern FX_API fxTypeObj fxStrSet_type;
 ///     for (const fxStr& name : names) std::cout << name << '\n';
 class FX_API fxStrSet : public fxRecorded<fxStrSet, fxTypedSet<fxStr>, fxStrSet_type> {
 public:
-    explicit fxStrSet(unsigned int nBuckets = 0);  ///< `nBuckets` chains; 0 stands for 31.
+    explicit fxStrSet(unsigned int nBuckets = 0);  ///< `nBuckets` chains; 0 means 31.
     explicit fxStrSet(fxTypeObj& type);
     fxStrSet(fxDetail::ArrayItems<fxStr> items);  ///< Holds the keys.
     fxStrSet(const fxStrSet&) = default;

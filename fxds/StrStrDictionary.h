@@ -12,7 +12,7 @@ class FX_API fxStrStrDictionary
     : public fxRecorded<fxStrStrDictionary, fxTypedDictionary<fxStr, fxStr>,
                         fxStrStrDictionary_type> {
 public:
-    /// `nBuckets` chains; 0 stands for 31.
+    /// `nBuckets` chains; 0 means 31.
     explicit fxStrStrDictionary(unsigned int nBuckets = 0);
     explicit fxStrStrDictionary(fxTypeObj& type);
     fxStrStrDictionary(Entries entries);  ///< See fxTypedDictionary.

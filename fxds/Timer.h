@@ -85,7 +85,7 @@ public:
 
     float interval;               ///< Seconds from start to tick.
     float delta;                  ///< Seconds after the predecessor's expiry; first: from now.
-    unsigned char active;         ///< Whether it stands in the list of active timers.
+    unsigned char active;         ///< Whether it is in the list of active timers.
     unsigned char repeating;      ///< Whether it is started again after a tick.
     fxOutputChannel* tickOutput;  ///< The output "tick" as of construction or the last tick().
     fxTimer* next;                ///< The active timer that is due after this one.

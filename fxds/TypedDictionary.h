@@ -42,7 +42,7 @@ public:
     typedef fxConstDictIter<Key, Value> ConstIter;  ///< What begin() of a constant gives.
     typedef std::initializer_list<std::pair<Key, Value>> Entries;  ///< In braces.
 
-    /// `nBuckets` chains; 0 stands for 31.
+    /// `nBuckets` chains; 0 means 31.
     explicit fxTypedDictionary(unsigned int nBuckets = 0)
         : Keys(sizeof(Key), sizeof(Value), nBuckets) {
         this->alignValues(alignof(Value));

@@ -28,7 +28,7 @@ class FX_API fxTypedSet : public fxTypedKeys<Key, fxSet> {
 public:
     typedef fxTypedSetIter<Key> Iter;  ///< What begin() gives.
 
-    /// `nBuckets` chains; 0 stands for 31.
+    /// `nBuckets` chains; 0 means 31.
     explicit fxTypedSet(unsigned int nBuckets = 0) : Keys(sizeof(Key), nBuckets) {}
     /// Holds the keys, as in {"left", "right"}. A single whole number is none: it is
     /// `nBuckets`, as in parentheses. It enters them by the hooks of this class: a

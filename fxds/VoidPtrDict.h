@@ -8,7 +8,7 @@
 /// cannot be transcribed, unless it is empty.
 class FX_API fxVoidPtrDict : public fxTypedDictionary<fxStr, void*> {
 public:
-    explicit fxVoidPtrDict(unsigned int nBuckets = 0);  ///< `nBuckets` chains; 0 stands for 31.
+    explicit fxVoidPtrDict(unsigned int nBuckets = 0);  ///< `nBuckets` chains; 0 means 31.
     fxVoidPtrDict(Entries entries);                     ///< See fxTypedDictionary.
     fxVoidPtrDict(const fxVoidPtrDict&) = default;
     fxVoidPtrDict(fxVoidPtrDict&&) = default;

@@ -68,7 +68,7 @@ public:                                                          \
     fxTypeObj* getTypeObj() const override;                      \
     const char* className() const override;
 
-/// FX_TRANSCRIBABLE_TYPE(Class, name, version, bases...) stands once in a source
+/// FX_TRANSCRIBABLE_TYPE(Class, name, version, bases...) is written once in a source
 /// file, in the namespace of the class. Registers the class under `name`, which
 /// is kept, and defines its record `Class_type`. The reader refuses streams of
 /// another version: a class that is to read its own older streams keeps the
@@ -94,7 +94,7 @@ public:                                                          \
     const char* Class::className() const { return name; }                                      \
     static_assert(true, "")
 
-/// Whether C itself stands in FX_TRANSCRIBABLE, and not only a base of it.
+/// Whether C itself is named in FX_TRANSCRIBABLE, and not only a base of it.
 template <class C, class = void>
 inline constexpr bool fxXdrIsRegistered = false;
 template <class C>
@@ -215,7 +215,7 @@ struct fxXdrRecord {
                                                                             upcastToRoot, nullptr};
 };
 
-/// FX_TRANSCRIBED_AS(Class, Base) stands in a source file: objects of Class,
+/// FX_TRANSCRIBED_AS(Class, Base) is written in a source file: objects of Class,
 /// which derives from Base and adds nothing that is transcribed, are written as
 /// objects of Base, and are that when they are read. Objects of other classes
 /// without a record of their own are not written.
@@ -295,7 +295,7 @@ C* fxReadObject(fxTranscriber& t) {
 template <class C>
 C* fxXdrCopy(C* root) {
     fxMemoryStream stream;
-    stream.take();  // stands on the stack: no transcriber shall delete it
+    stream.take();  // on the stack: no transcriber may delete it
     const fxDetail::Owned<fxTranscriber> writer(fxTranscriber::getWriter(&stream));
     if (writer == nullptr || !fxWriteObject(*writer, root)) return nullptr;
     const fxDetail::Owned<fxTranscriber> reader(fxTranscriber::getReader(&stream));

@@ -107,7 +107,7 @@ private:
     fxTypeObj record;
 };
 
-/// FX_TRANSCRIBABLE_ALIAS(Class, "former name", version) stands in a source file,
+/// FX_TRANSCRIBABLE_ALIAS(Class, "former name", version) is written in a source file,
 /// once for each name that the class had before: what was saved under it, with
 /// this version, is read as an object of Class.
 #define FX_TRANSCRIBABLE_ALIAS(Class, name, version) \

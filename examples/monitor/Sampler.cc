@@ -195,7 +195,7 @@ DiskSampler::DiskSampler(const fxStr& procDirectory)
 
 bool DiskSampler::parse(const char* text) {
     // major minor name reads merged read-sectors ms writes merged written-sectors ...
-    // A disk stands before its partitions, whose names begin with its name.
+    // A disk is listed before its partitions, whose names begin with its name.
     constexpr double sectorBytes = 512;  // whatever the disk's own are
     double read = 0;
     double written = 0;

@@ -15,7 +15,7 @@
 // The longs are staged, so that nothing beside the ints is read or changed.
 
 /// Transcribes `count` ints through the transcriber's operation for Long, at
-/// most `mostLongs` in one call. `place(first, n)` tells where the n ints from
+/// most `mostLongs` in one call. `place(first, n)` gives where the n ints from
 /// index `first` on are; null gives up.
 template <class Long, class Place>
 bool fxXdrPackedInts(fxTranscriber& transcriber, size_t count, size_t mostLongs, Place place) {

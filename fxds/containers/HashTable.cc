@@ -11,7 +11,7 @@
 // The table grows by the number of additions ever made, not by the number of
 // entries: count never falls.
 //
-// A walk stands on the stack of mapcar(), registered with the table, which moves
+// A walk is on the stack of mapcar(), registered with the table, which moves
 // it on when the entry that it would meet next is removed. The table does not
 // grow under a walk, because entries would change their places.
 //

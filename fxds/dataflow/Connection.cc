@@ -15,7 +15,7 @@
 
 // A connection is known by its two ends. The input is held, so its list of the
 // outputs that feed it can always be asked. An output that is in the list exists,
-// and its serial number tells whether it is this one or another at its address.
+// and its serial number shows whether it is this one or another at its address.
 
 fxConnection::fxConnection(fxOutputChannel* output_, fxInputChannel* input_) {
     if (output_ == nullptr || input_ == nullptr) {

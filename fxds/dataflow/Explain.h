@@ -6,7 +6,7 @@
 
 class fxObj;
 
-/// Each answers "" when nothing stands in the way.
+/// Each returns "" when the two can be joined.
 namespace fxExplain {
 
 std::string unlikeTypes(unsigned short from, unsigned short to);

@@ -18,7 +18,7 @@
 
 // Everything that loading the library constructs, in the order in which it is
 // entered. The order shows: all typed arrays share one name, under which the
-// last of them is found. It stands in one source file because only within one
+// last of them is found. It is in one source file because only within one
 // file does the language promise an order.
 //
 // The bases, by which a reader tells whether an object may stand where a

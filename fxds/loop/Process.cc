@@ -15,7 +15,7 @@
 #include "fxds/Exec.h"
 #include "fxds/SelectHandler.h"
 
-// A descriptor of the process tells its end: it becomes readable then, whatever the
+// A descriptor of the process becomes readable at its end, whatever the
 // program does with SIGCHLD. Its handler, the Exit, outlives the object of a process
 // that still runs, and takes the zombie away.
 

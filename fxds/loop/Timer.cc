@@ -19,7 +19,7 @@
 // program has written to it, so the list is changed only by what the links say.
 // (3) A timer that waits for the end of a pass is in the list and active, as every
 // started timer is, with a delta of 0: a pass that begins meanwhile finds it due.
-// Only the number of the pass in which it was started tells it from the others.
+// Only the number of the pass in which it was started distinguishes it from the others.
 // (4) A pass refers to no timers but those that withdraw() takes out of it.
 
 // Repeating timers that ticked in a pass, in that order. They are started again

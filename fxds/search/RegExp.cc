@@ -18,7 +18,7 @@ namespace {
 
 // Fills in what lets a search skip places without entering the matcher. A text
 // that every match contains is looked for only when the expression starts with a
-// repetition, as otherwise the first character already tells much: the longest
+// repetition, as otherwise the first character already selects well: the longest
 // one of the chain, the last of several.
 void findShortcuts(fxregexp* compiled, bool startsRepeated) {
     char* const code = reinterpret_cast<char*>(compiled) + offsetof(fxregexp, program);

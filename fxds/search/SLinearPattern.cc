@@ -5,7 +5,7 @@
 
 #include "fxds/detail/Allocate.h"
 
-// The byte of the text that is under the pattern's last byte tells how far the
+// The byte of the text that is under the pattern's last byte gives how far the
 // pattern can move on: to where that byte occurs in it last, not counting its
 // own last byte. The search of the C library looks at several bytes at once and
 // is faster in the long run, but takes a while to start: what is not found in

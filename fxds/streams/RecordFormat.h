@@ -14,7 +14,7 @@
 //     n + 1      name and zero byte, tag 2 only
 //     length     payload
 //
-// The head is what stands before the name and the payload. Everything here is
+// The head is what precedes the name and the payload. Everything here is
 // header-only and fails by its result, so that tools which must survive damaged
 // streams share it with the reader.
 
@@ -77,7 +77,7 @@ struct Head {
 /// seen, these fields are taken to have 8 bytes.
 class Filler {
 public:
-    /// Whether the byte, which stands where a head is due, is a filler.
+    /// Whether the byte, which is where a head is due, is a filler.
     bool takes(unsigned char byte) {
         if (byte != 0 || left == 0) return false;
         isWide_ = --left == 0;

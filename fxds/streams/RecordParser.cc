@@ -7,7 +7,7 @@
 #include "fxds/BinaryTranscriber.h"
 
 // Heads are decoded as the library decodes them. What differs from its reader is
-// what follows from a fault: this parser tells and lives on.
+// what follows from a fault: this parser reports and goes on.
 
 using namespace fxRecordFormat;
 

@@ -68,7 +68,7 @@ public:
 
     /// Takes the next record. `ended` when the stream ends where a record might
     /// begin. `lost` when the rest, which begins at `record.at`, cannot be taken
-    /// apart; complaint() tells why, and complaintKind() what that amounts to.
+    /// apart; complaint() gives the reason, and complaintKind() its kind.
     Outcome next(Record& record);
 
     const std::string& complaint() const { return complaint_; }

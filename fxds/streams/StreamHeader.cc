@@ -25,7 +25,7 @@ bool writeHeader(fxStream& stream, const char* name) {
            stream.putShorts(&ownShortMark, 1) && stream.putLongs(&ownLongMark, 1);
 }
 
-// What stands in a header.
+// The content of a header.
 struct Header {
     bool read(fxStream& stream, size_t longestName) {
         return readName(stream, name, longestName) && readName(stream, format, longestName) &&

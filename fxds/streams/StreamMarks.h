@@ -1,4 +1,4 @@
-// What the header of a binary stream tells of the machine that wrote it.
+// What the header of a binary stream says about the machine that wrote it.
 #ifndef FXDS_STREAMS_STREAMMARKS_H
 #define FXDS_STREAMS_STREAMMARKS_H
 
@@ -39,9 +39,9 @@ constexpr Order orderOf(unsigned long mark, const Mark (&marks)[count]) {
     }
     return Order::unknown;
 }
-/// The order that the short mark of a stream tells.
+/// The order that the short mark of a stream shows.
 constexpr Order shortOrder(unsigned short mark) { return orderOf(mark, shortMarks); }
-/// The order that the long mark of a stream tells.
+/// The order that the long mark of a stream shows.
 constexpr Order longOrder(unsigned long mark) { return orderOf(mark, longMarks); }
 
 /// Whether this machine stores floating-point numbers in the format of the name.

@@ -6,7 +6,7 @@
 #include "fxds/detail/Allocate.h"
 
 // The storage is the buffer in the object until it first grows, and a block
-// of ours from then on; `base` tells which.
+// of ours from then on; `base` shows which.
 
 fxStackBuffer::fxStackBuffer(unsigned int increment)
     : next(buffer),

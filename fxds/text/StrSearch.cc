@@ -22,7 +22,7 @@ public:
 // Membership of a byte in a set, in one step whatever the size of the set.
 class ByteSet {
 public:
-    // `n` = 0 stands for strlen(set).
+    // `n` = 0 means strlen(set).
     ByteSet(const char* set, unsigned int n) {
         if (n == 0) n = fxStr::textLength(set);
         for (unsigned int i = 0; i < n; ++i) {

@@ -64,7 +64,7 @@ const struct {
                 {"\\n", "a line has none; give several patterns with -e"},
                 {"(?", "groups are (x); for letters of either case there is -i"}};
 
-// What stands between brackets and colons in a set.
+// What is between brackets and colons in a set.
 const struct {
     const char* name;
     const char* here;

@@ -64,7 +64,7 @@ bool isOneOf(const std::vector<std::string>& globs, const char* name) {
     });
 }
 
-// What a folder holds: its name, and what it is, as far as the folder tells.
+// What a folder holds: its name, and what it is, as far as the folder says.
 struct Entry {
     std::string name;
     unsigned char type;  // DT_REG, ...

@@ -43,7 +43,7 @@ struct Options {
 /// Reads the command line. Returns -1 to go on, or the status to exit with.
 int readOptions(int argc, char** argv, Options& options);
 
-/// The line that tells of trouble.
+/// The line that reports trouble.
 std::string complaintText(const char* subject, const char* why);
 
 /// Tells of trouble on standard error.

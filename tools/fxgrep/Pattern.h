@@ -31,7 +31,7 @@ public:
 /// of them is faulty.
 std::unique_ptr<Search> makeSearch(const Options& options);
 
-/// Whether the expression compiles; tells why not.
+/// Whether the expression compiles; reports why not.
 bool isGoodExpression(const char* text);
 
 #endif

@@ -22,7 +22,7 @@ struct Findings {
 /// Any thread may call any function.
 class Printer {
 public:
-    /// `separatesFiles_`: a line with -- stands between files of which lines are printed.
+    /// `separatesFiles_`: a line with -- is printed between files of which lines are printed.
     Printer(bool separatesFiles_, bool isSilent_);
 
     /// Prints and clears the text when it is this file's turn; else leaves it, or waits
