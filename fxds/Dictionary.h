@@ -246,14 +246,12 @@ protected:
     void* findText(std::string_view text) const;
     void removeText(std::string_view text);
     ///@}
-    /// Whether enter() is allowed: the hooks are those of a ready-made class, and nothing
-    /// is under way that may refer to entries.
-    bool isCalm() const { return extra.hasOwnHooks && extra.holds.isEmpty() && !buckets.isEmpty(); }
     /// The entry of the key: its block. A new one is raw, and the caller makes it whole
-    /// before anything else happens. Requires: isCalm()
+    /// before anything else happens. Requires: fxTypedKeys::mayEnter()
     void* enter(const void* key, bool& isNew);
-    /// For a constructor that has added something: how to search is not settled
-    /// yet, as a class that derives from this one may override hooks.
+    /// For a constructor that has added something, or lets another base of its class
+    /// do that: how to search is not settled yet, as a class that derives from this one
+    /// may override hooks.
     void forgetFinder() { extra.forgetFinder(); }
 
     /// Moves the place of the values up to a multiple of `alignment`, and

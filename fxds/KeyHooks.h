@@ -185,6 +185,21 @@ protected:
         this->extra.hasOwnHooks = typeid(*this) == exact;
         return finderFor(exact);
     }
+    /// Whether enter() is allowed: the hooks are those of a ready-made class, and nothing
+    /// is under way that may refer to entries.
+    bool mayEnter() const {
+        FX_ASSERT(!this->extra.hasOwnHooks || hasOwnHooksNow());
+        return this->extra.hasOwnHooks && this->extra.holds.isEmpty() && !this->buckets.isEmpty();
+    }
+
+private:
+    // Asks again: when another base of the object's class has used the table, a constructor
+    // has to call forgetFinder().
+    bool hasOwnHooksNow() const {
+        this->extra.hasOwnHooks = false;
+        static_cast<void>(this->finder());
+        return this->extra.hasOwnHooks;
+    }
 };
 
 #endif

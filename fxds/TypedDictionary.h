@@ -77,7 +77,7 @@ public:
     /// Enters the value under the key; see addInternal().
     void add(const Key& key, const Value& value) {
         if constexpr (fxDetail::isCalm<Key> && fxDetail::isCalm<Value>) {
-            if (this->isCalm()) {
+            if (this->mayEnter()) {
                 bool isNew = false;
                 char* const entry = static_cast<char*>(this->enter(&key, isNew));
                 auto* const at = reinterpret_cast<Value*>(entry + this->keySize);

@@ -53,7 +53,7 @@ public:
     /// Adds a copy of the key, unless an equal one is there, which stays.
     void add(const Key& key) {
         if constexpr (fxDetail::isCalm<Key>) {
-            if (this->isCalm()) {
+            if (this->mayEnter()) {
                 bool isNew = false;
                 void* const element = this->enter(&key, isNew);
                 if (isNew) new (element) Key(key);

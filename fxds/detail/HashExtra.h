@@ -34,16 +34,16 @@ struct fxHashExtra {
     fxHashFinder<Container, Node>* finder = nullptr;  // chosen by the first search
     fxNodeStore<Node> nodes;
     fxHashIndex<Node> index;
-    fxWalkList<fxHashHold> holds;     // under way
-    Node* lastRemoved = nullptr;      // ring of what was removed meanwhile
-    unsigned long additions = 0;      // ever made
-    unsigned long reciprocal = 0;     // 2^64 / divisor, which saves the division
-    unsigned int divisor = ~0U;       // a number of chains
-    unsigned int linked = 0;          // entries in the chains
-    unsigned int paddedKeyBytes = 0;  // a key size that includes keyPadding
-    unsigned char keyPadding = 0;     // bytes that align the value
-    bool hasLate = false;             // a chain may have late nodes
-    bool hasOwnHooks = false;         // the hooks are those of a ready-made class
+    fxWalkList<fxHashHold> holds;           // under way
+    Node* lastRemoved = nullptr;            // ring of what was removed meanwhile
+    unsigned long additions = 0;            // ever made
+    unsigned long reciprocal = ~0UL / ~0U;  // 2^64 / divisor, which saves the division
+    unsigned int divisor = ~0U;             // a number of chains
+    unsigned int linked = 0;                // entries in the chains
+    unsigned int paddedKeyBytes = 0;        // a key size that includes keyPadding
+    unsigned char keyPadding = 0;           // bytes that align the value
+    bool hasLate = false;                   // a chain may have late nodes
+    bool hasOwnHooks = false;               // the hooks are those of a ready-made class
 
     void forgetFinder() {
         finder = nullptr;

@@ -148,6 +148,39 @@ TEST(Dictionary, CleanUpEndsWhatIsAddedMeanwhile) {
     EXPECT_FALSE(dict.begin().notDone());
 }
 
+TEST(Dictionary, ValuesThatAreEnteredElsewhereStayWhole) {
+    fxStrStrDictionary source{{"key", "the value that is entered"}};
+    struct Merging : fxStrStrDictionary {
+        ~Merging() override { cleanup(); }
+        void addInternal(const void* key, const void* value) override {
+            from.add(*static_cast<const fxStr*>(key), "another");
+            fxStrStrDictionary::addInternal(key, value);
+        }
+        explicit Merging(fxStrStrDictionary& from_) : from(from_) {}
+        fxStrStrDictionary& from;
+    } merged(source);
+    ASSERT_TRUE(source.contains("key"));  // from then on it adds without hooks
+    static_cast<fxDictionary&>(merged) = source;
+    EXPECT_EQ(*merged.find("key"), "the value that is entered");
+    EXPECT_EQ(*source.find("key"), "another");
+}
+
+#ifdef FXDS_CHECKED
+// Its hooks are settled before its class is.
+TEST(DictionaryDeathTest, CheckedTableThatABaseHasUsedIsFatal) {
+    struct User {
+        explicit User(fxVoidPtrDict& dict) { dict.add("x", nullptr); }
+    };
+    struct Used : fxVoidPtrDict, User {
+        Used() : User(static_cast<fxVoidPtrDict&>(*this)) {}
+        using fxVoidPtrDict::forgetFinder;
+    } used;
+    EXPECT_DEATH(used.add("y", nullptr), "hasOwnHooksNow");
+    used.forgetFinder();
+    used.add("y", nullptr);
+}
+#endif
+
 // Iterators.
 
 TEST(DictIter, ShowsNothingWhereItsEntryWent) {
