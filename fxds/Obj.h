@@ -171,7 +171,8 @@ public:
     fxOutputChannel* getOutput(char const* name, unsigned short type);
 
     ///@{
-    /// Name to channel; null before the first channel. View.
+    /// Name to channel; null before the first channel. View. An entry without a channel,
+    /// which [] makes where a name is missing, counts as missing.
     fxVoidPtrDict* getInputs();
     fxVoidPtrDict* getOutputs();
     ///@}

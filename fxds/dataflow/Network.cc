@@ -26,7 +26,7 @@ Channels<Channel> channelsOf(fxVoidPtrDict* table) {
     Channels<Channel> channels;
     if (table == nullptr) return channels;
     for (auto [name, channel] : *table) {
-        channels.emplace_back(name.c_str(), static_cast<Channel*>(channel));
+        if (channel != nullptr) channels.emplace_back(name.c_str(), static_cast<Channel*>(channel));
     }
     std::sort(channels.begin(), channels.end());
     return channels;

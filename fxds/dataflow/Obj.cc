@@ -116,10 +116,16 @@ fxObj* fxObj::removeAllProperties() {
         }
         properties->makeTables();
     }
-    fxPropertyList released;
+    struct Released : fxPropertyList {
+        // What is left when a watcher has thrown.
+        ~Released() {
+            while (next < length()) (*this)[next++]->release();
+        }
+        unsigned int next = 0;
+    } released;
     released.takeAll(properties->properties);
-    for (unsigned int i = 0; i < released.length(); ++i) {
-        fxProperty* const property = released[i];
+    while (released.next < released.length()) {
+        fxProperty* const property = released[released.next++];
         const unsigned short tag = property->getTag();
         property->release();
         tell(watches, tag);

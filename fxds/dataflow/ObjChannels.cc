@@ -17,7 +17,8 @@
 // another kind.
 //
 // Tearing a channel down runs code that may come back here, so a channel
-// leaves its table first.
+// leaves its table first. The tables are open to programs, which may have made
+// an entry without a channel by asking for one that is missing with [].
 
 namespace {
 
@@ -163,7 +164,9 @@ const char* nameOf(fxObj& object, const fxBelongings* mine, Kind& kind, const vo
 fxStrArray namesIn(fxVoidPtrDict* table) {
     fxStrArray names;
     if (table == nullptr) return names;
-    for (fxVoidPtrDictIter entry(*table); entry.notDone(); ++entry) names.append(entry.key());
+    for (fxVoidPtrDictIter entry(*table); entry.notDone(); ++entry) {
+        if (entry.value() != nullptr) names.append(entry.key());
+    }
     names.sort();
     return names;
 }
@@ -174,7 +177,7 @@ std::vector<Channel*> emptyTable(fxVoidPtrDict* table) {
     std::vector<Channel*> channels;
     channels.reserve(table->size());
     for (fxVoidPtrDictIter entry(*table); entry.notDone(); ++entry) {
-        channels.push_back(static_cast<Channel*>(entry.value()));
+        if (entry.value() != nullptr) channels.push_back(static_cast<Channel*>(entry.value()));
     }
     delete table;
     return channels;
@@ -398,7 +401,9 @@ void fxObj::sendStrArray(fxOutputChannel* output, const fxStrArray& value, fxSen
 void fxObj::dt_input_dict(void* table) {
     if (table == nullptr) return;
     fxVoidPtrDict* inputs = static_cast<fxVoidPtrDict*>(table);
-    for (auto [name, input] : *inputs) static_cast<fxInputChannel*>(input)->disown();
+    for (auto [name, input] : *inputs) {
+        if (input != nullptr) static_cast<fxInputChannel*>(input)->disown();
+    }
     for (fxInputChannel* input : emptyTable<fxInputChannel>(inputs)) discard(input);
 }
 

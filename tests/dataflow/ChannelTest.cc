@@ -32,6 +32,12 @@ TEST_F(Channels, UnknownNamesAndModesDoNothing) {
     empty.removeInput("in");
     empty.removeOutput("out");
     EXPECT_EQ(sender.out->getNumberOfConnections(), 0u);
+    (*sender.getInputs())["asked for"];
+    (*sender.getOutputs())["asked for"];
+    EXPECT_TRUE(sender.getInputNames() == a.getInputNames());
+    std::ostringstream network;
+    fxDumpNetwork(network, &sender);
+    EXPECT_EQ(network.str().find("asked for"), std::string::npos);
     fxObj::sendData(nullptr, new CountedData(1), fxObj::fxSendNow);
     EXPECT_FALSE(fxInputChannel(fxDT_int, nullptr, nullptr, 2).isReplacing());
     // Modes that do not exist neither deliver nor delete.
@@ -264,6 +270,10 @@ TEST_F(Channels, ExceptionsLeaveThroughTheCallThatLedToThem) {
         EXPECT_EQ(CountedData::alive, 0);
         sender.disconnect("out", &end, name);
     }
+    fxConnect(end.propertyChanged("inputs"), [] { throw 1; });
+    end.setProperty(new fxProperty(fxProperty::allocNewTag("behind"), new Node));
+    EXPECT_THROW(end.removeAllProperties(), int);
+    EXPECT_EQ(Node::alive, 2) << "what comes behind is let go of";
 }
 
 }  // namespace
