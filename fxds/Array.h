@@ -193,6 +193,14 @@ protected:
     /// The largest piece in which elements are read.
     static constexpr unsigned int pieceBytes = 1U << 20;
 
+    /// Raises the capacity by so many bytes where the block has them already; else
+    /// false. For classes that override neither expand() nor getmem().
+    bool raiseInBlock(unsigned int bytes) {
+        if (blockBytes - maxBytes < bytes || maxBytes > blockBytes) return false;
+        maxBytes += bytes;
+        return true;
+    }
+
     /// The element, as bytes. Requires: index <= length().
     char* at(std::size_t index) const { return data + index * elementSize; }
 

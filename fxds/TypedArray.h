@@ -40,6 +40,15 @@ inline constexpr bool
     dropsBytes<Self, std::enable_if_t<std::is_same_v<decltype(&Self::destroyElements),
                                                      decltype(&fxArray::destroyElements)>>> = true;
 
+/// Whether Self's capacity grows as that of fxArray does.
+template <class Self, class = void>
+inline constexpr bool growsPlainly = false;
+template <class Self>
+inline constexpr bool growsPlainly<
+    Self, std::enable_if_t<std::is_same_v<decltype(&Self::expand), decltype(&fxArray::expand)> &&
+                           std::is_same_v<decltype(&Self::getmem), decltype(&fxArray::getmem)>>> =
+    true;
+
 /// Whether Self's elements multiply by the hook of fxOwningArray<T>, which is
 /// their copy constructor.
 template <class Self, class T, class = void>
@@ -166,10 +175,16 @@ public:
     /// fxArray.
     void append(const T& item) {
         if constexpr (std::is_trivially_copyable_v<T> && fxDetail::copiesBytes<Self>) {
-            // A class derived from Self may have a hook of its own.
-            if (this->lengthBytes != this->maxBytes && &typeid(*this) == &typeid(Self)) {
-                std::memcpy(this->data + this->lengthBytes, &item, itemBytes);
-                this->lengthBytes += itemBytes;
+            const unsigned int used = this->lengthBytes;  // the item's store might change it
+            if (__builtin_expect(hasOwnHooks() && (used != this->maxBytes || expandInBlock()),
+                                 true)) {
+                std::memcpy(this->data + used, &item, itemBytes);
+                this->lengthBytes = used + itemBytes;
+                return;
+            }
+            if constexpr (sizeof(T) <= sizeof(void*) && std::is_copy_constructible_v<T>) {
+                const T copy(item);  // so that the caller's variable can stay in a register
+                fxArray::append(static_cast<const void*>(&copy));
                 return;
             }
         }
@@ -192,7 +207,7 @@ public:
     T& emplace(Arguments&&... arguments) {
         if constexpr (std::is_trivially_copyable_v<T> || !fxDetail::copiesObjects<Self, T>) {
             self().append(static_cast<const T&>(T(std::forward<Arguments>(arguments)...)));
-        } else if (&typeid(*this) != &typeid(Self)) {
+        } else if (!hasOwnHooks()) {
             const T item(std::forward<Arguments>(arguments)...);
             append(item);
         } else {
@@ -297,6 +312,12 @@ private:
     };
 
     Self& self() { return static_cast<Self&>(*this); }
+    // Whether the hooks are those of Self: a class derived from it may override them.
+    bool hasOwnHooks() const { return &typeid(*this) == &typeid(Self); }
+    // As expand(), where the block has the room already; else false.
+    bool expandInBlock() {
+        return fxDetail::growsPlainly<Self> && this->raiseInBlock(4U * itemBytes);
+    }
     template <class Item>
     static decltype(auto) itemOf(Item&& item) {
         if constexpr (std::is_aggregate_v<T> || std::is_same_v<std::decay_t<Item>, T>) {

@@ -189,9 +189,9 @@ fxBool fxArray::xdr(fxTranscriber& transcriber) {
 
 fxTypeObj* fxArray::getTypeObj() const { return &fxArray_type; }
 
-// A block is enlarged by half at least and given back when less than half of
-// it is needed, so that neither growth nor shrinkage in small steps moves it
-// each time.
+// A block is doubled at least, from a page on enlarged by half, and given back when
+// less than half of it is needed, so that neither growth nor shrinkage in small steps
+// moves it each time.
 void fxArray::getmem() {
     if (maxBytes == 0) {
         std::free(data);
@@ -199,7 +199,9 @@ void fxArray::getmem() {
         blockBytes = 0;
         return;
     }
-    const std::size_t roomy = std::size_t{blockBytes} + blockBytes / 2;
+    constexpr unsigned int page = 4096;
+    const std::size_t roomy =
+        std::size_t{blockBytes} + (blockBytes < page ? blockBytes : blockBytes / 2);
     std::size_t bytes = blockBytes;
     if (maxBytes > blockBytes) {
         bytes = std::min<std::size_t>(std::max<std::size_t>(maxBytes, roomy),

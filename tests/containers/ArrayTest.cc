@@ -373,13 +373,16 @@ TEST(ArrayHooks, CopyWhateverIsDoubled) {
             Copies().copyElements(from, to, byteCount);
         }
     } more;
+    struct Grows : fxTypedArray<Grows, int> {
+        void expand() override { fxArray::setMaxLength(length() + 7); }
+    } grows;
     Copies array;
-    for (int i = 0; i < 8; ++i) array.append(i);
-    for (int i = 0; i < 8; ++i) more.append(i);
-    EXPECT_EQ(Copies::count, 16U);
+    for (int i = 0; i < 29; ++i) array.append(i), more.append(i), grows.append(i);
+    EXPECT_EQ(grows.getMaxLength(), 35U);
+    EXPECT_EQ(Copies::count, 58U);
     const Copies copy(array);
     const fxIntArray part(more);
-    EXPECT_EQ(Copies::count, 32U);
+    EXPECT_EQ(Copies::count, 116U);
     EXPECT_EQ(copy, array);
 }
 
