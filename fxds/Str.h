@@ -3,6 +3,7 @@
 #define FXDS_STR_H
 
 #include <cstdarg>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <functional>
@@ -33,8 +34,9 @@ class fxTypeObj;
 /// the string that is changed. A text that would not fit a 32-bit length is
 /// fatal, and so is running out of memory.
 ///
-/// Cost: the block is exactly as large as the text needed when it last grew,
-/// so an append is one realloc(). Empty strings own no block.
+/// Cost: a block is as large as the text needed when it was made. append() enlarges it
+/// by up to as much again, so that appends cost amortised O(1). Empty strings own no
+/// block.
 ///
 /// Moving the bytes of a string moves the string: arrays rely on it.
 class FX_API fxStr {
@@ -43,7 +45,7 @@ public:
 
     // Construction.
 
-    fxStr() noexcept : slength(1), data(&emptyString) {}
+    fxStr() noexcept : slength(1), roomNote(0), data(&emptyString) {}
     /// `n` zero bytes.
     explicit fxStr(unsigned int n);
     /// The same for a plain int, so that a literal 0 is a count and no pointer.
@@ -64,6 +66,7 @@ public:
     /// Takes over the text and leaves `other` empty.
     fxStr(fxStr&& other) noexcept
         : slength(std::exchange(other.slength, 1U)),
+          roomNote(std::exchange(other.roomNote, 0U)),
           data(std::exchange(other.data, &emptyString)) {}
     fxStr(const fxTempStr& text);  ///< The text that a concatenation has built.
     ///@{
@@ -149,7 +152,18 @@ public:
     /// Appends the `n` bytes at `s`. As in every operation that takes a text
     /// and a count, `n` = 0 means strlen(s).
     void append(const char* s, unsigned int n = 0);
-    void append(char c);  ///< Also a zero byte.
+    void append(char c) {  ///< Also a zero byte.
+        const unsigned int used = slength;
+        if (used >= knownRoom()) {
+            appendGrowing(c);
+            return;
+        }
+        slength = used + 1;
+        roomNote += noteStep;
+        char* const end = data + used;
+        end[-1] = c;
+        end[0] = '\0';
+    }
     ///@{
     /// Appends the whole text, zero bytes included.
     void append(const fxStr& text) { append(text.view()); }
@@ -206,9 +220,9 @@ public:
     /// Makes the text exactly `n` bytes long. New bytes are zero, whatever `fill`:
     /// part of the contract.
     void resize(unsigned int n, unsigned char fill = 0);
-    /// Enlarges the block of a non-empty string to hold `n` bytes of text. The
-    /// next growth sizes the block to its own need again, so this reserves
-    /// nothing for appends.
+    /// Enlarges the block of a non-empty string to hold `n` bytes of text, so that the
+    /// text reaches that length without another block. Assignment from a longer text,
+    /// format() and reading end that.
     void setMaxLength(unsigned int n);
     void lower();  ///< As tolower() of the C locale in force, byte by byte.
     void raise();  ///< As toupper(), likewise.
@@ -357,7 +371,27 @@ private:
     void dropBlock() {
         if (ownsBlock()) std::free(data);
     }
-    void resizeInternal(unsigned int n);
+    // What roomNote says: the key of the address and the length that it was made for
+    // in the upper bits, a size of five significant bits in the lower ones.
+    static constexpr unsigned int sizeBits = 10;
+    static constexpr unsigned int mantissaBits = 5;
+    static constexpr unsigned int noteStep = 0x9E3779B1U << sizeBits;
+    unsigned int noteKey() const {
+        const auto address = static_cast<unsigned int>(reinterpret_cast<uintptr_t>(data) >> 4);
+        return (address << sizeBits) + slength * noteStep;
+    }
+    // A number of bytes that the block surely has; 0 when nothing is noted.
+    size_t knownRoom() const {
+        const unsigned int size = roomNote - noteKey();
+        if (size >> sizeBits != 0) return 0;
+        return size_t{size & ((1U << mantissaBits) - 1)} << (size >> mantissaBits);
+    }
+    void setLength(unsigned int lengthBytes, size_t room);
+    void appendGrowing(char c);
+    const char* makeRoom(std::string_view more, bool isAppended, size_t& room);
+    void reserve(size_t bytes);
+    static unsigned int noteShift(size_t bytes);
+    void noteRoom(size_t bytes);
     void assignBytes(const char* s, size_t n);
     void keepWritten(const char* fmt, va_list arguments);
     fxBool readText(fxTranscriber& transcriber);
@@ -370,8 +404,9 @@ private:
 
 public:
     // The string itself. Read them freely; writing them is this class's business.
-    unsigned int slength;  ///< Bytes in use, the terminating zero included: 1 when empty.
-    char* data;            ///< A malloc() block of ours, or &emptyString.
+    unsigned int slength;   ///< Bytes in use, the terminating zero included: 1 when empty.
+    unsigned int roomNote;  ///< What append() remembers of the block. Of no use to others.
+    char* data;             ///< A malloc() block of ours, or &emptyString.
 
     static char emptyString;              ///< What every empty string points at: a zero.
     static unsigned int resizeIncrement;  ///< Least step by which `>>` grows a string.
@@ -536,6 +571,7 @@ struct hash<fxStr> {
 inline void fxStr::clear() {
     dropBlock();
     slength = 1;
+    roomNote = 0;
     data = &emptyString;
 }
 
@@ -543,6 +579,7 @@ inline fxStr& fxStr::operator=(fxStr&& other) noexcept {
     if (this != &other) {
         dropBlock();
         slength = std::exchange(other.slength, 1U);
+        roomNote = std::exchange(other.roomNote, 0U);
         data = std::exchange(other.data, &emptyString);
     }
     return *this;

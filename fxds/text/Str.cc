@@ -19,6 +19,10 @@
 //     does not matter.
 // (3) An empty string points at emptyString: an operation that removes the last
 //     byte frees the block (clear()).
+// (4) roomNote is 0, or knownRoom() is no more than what the block has.
+// The note is good for one address and one length only. So a block or a length that
+// is set without it, by a program too, makes it void, and the next append asks for a
+// block as if there were none.
 // A source may lie in the own block: a function either has finished with the
 // source before the block moves, or finds it again by its offset.
 
@@ -56,19 +60,12 @@ std::uint64_t lastBytes(const char* bytes, unsigned int n) {
     return word << 8 * (8 - n);
 }
 
-// Gives the block room for `more` behind the text, and returns where `more` lies
-// then: it may be in the block. The string owns its block.
-const char* makeRoom(fxStr& s, std::string_view more) {
-    const size_t within = fxOffsetIn(s.data, s.slength, more.data());
-    s.data = static_cast<char*>(fxGrowBlock(s.data, fxLengthField(s.slength + more.size())));
-    return within != fxOutside ? s.data + within : more.data();
-}
-
 }  // namespace
 
 // Construction.
 
-fxStr::fxStr(unsigned int n) : slength(fxLengthField(size_t{n} + 1)), data(&emptyString) {
+fxStr::fxStr(unsigned int n)
+    : slength(fxLengthField(size_t{n} + 1)), roomNote(0), data(&emptyString) {
     if (n == 0) {
         emptyString = '\0';
     } else {
@@ -120,19 +117,13 @@ void fxStr::append(std::string_view text) {
         assignBytes(text.data(), text.size());
         return;
     }
-    const char* const from = makeRoom(*this, text);
+    size_t room = 0;
+    const char* const from = makeRoom(text, true, room);
     std::memmove(data + length(), from, text.size());  // may reach over the terminator
-    slength += static_cast<unsigned int>(text.size());
-    data[length()] = '\0';
+    setLength(slength + static_cast<unsigned int>(text.size()), room);
 }
 
-void fxStr::append(char c) {
-    const unsigned int grown = fxLengthField(size_t{slength} + 1);
-    resizeInternal(grown - 1);
-    data[slength - 1] = c;
-    data[slength] = '\0';
-    slength = grown;
-}
+void fxStr::appendGrowing(char c) { append(std::string_view(&c, 1)); }
 
 void fxStr::insert(const char* s, unsigned int pos, unsigned int n) {
     insert(std::string_view(s, n != 0 ? n : textLength(s)), pos);
@@ -145,12 +136,13 @@ void fxStr::insert(std::string_view text, unsigned int pos) {
         assignBytes(text.data(), text.size());
         return;
     }
-    const char* const from = makeRoom(*this, text);
+    size_t room = 0;
+    const char* const from = makeRoom(text, false, room);
     const auto n = static_cast<unsigned int>(text.size());
     const size_t within = fxOffsetIn(data, slength, from);
     char* gap = data + pos;
     std::memmove(gap + n, gap, slength - pos);
-    slength += n;
+    setLength(slength + n, room);
     if (within == fxOutside) {
         std::memcpy(gap, from, n);
         return;
@@ -169,9 +161,10 @@ void fxStr::remove(unsigned int start, unsigned int n) {
         return;
     }
     FX_ASSERT(start <= length() - n);
+    const size_t room = knownRoom();
     char* gap = data + start;
-    std::memmove(gap, gap + n, slength - start - n);
-    slength -= n;
+    std::memmove(gap, gap + n, length() - start - n);
+    setLength(slength - n, room);
 }
 
 fxStr fxStr::cut(unsigned int start, unsigned int n) {
@@ -215,15 +208,20 @@ unsigned int fxStr::replaceAll(fxTextView what, fxTextView with) {
 
 void fxStr::resize(unsigned int n, unsigned char) {
     const unsigned int wanted = fxLengthField(size_t{n} + 1);
-    resizeInternal(n);
-    if (n == 0) return;
+    if (n == 0) {
+        clear();
+        return;
+    }
+    reserve(wanted);
     if (wanted > slength) std::memset(data + length(), 0, wanted - length());
-    slength = wanted;
-    data[n] = '\0';
+    setLength(wanted, knownRoom());
 }
 
 void fxStr::setMaxLength(unsigned int n) {
-    if (ownsBlock()) resizeInternal(std::max(n, length()));
+    if (!ownsBlock()) return;
+    const size_t bytes = size_t{std::max(n, length())} + 1;
+    const size_t rest = (size_t{1} << noteShift(bytes)) - 1;
+    reserve((bytes + rest) & ~rest);  // as much as is noted
 }
 
 void fxStr::lower() {
@@ -311,23 +309,59 @@ void fxStr::adopt(char* block, unsigned int lengthBytes) {
     dropBlock();
     data = block;
     slength = lengthBytes;
+    roomNote = 0;
     if (lengthBytes == 1) clear();
 }
 
 // Private functions.
 
-// Gives the block room for `n` bytes of text and the terminator; the text and
-// `slength` stay. Blocks never get smaller than the text that is there.
-void fxStr::resizeInternal(unsigned int n) {
+// How far a size is shifted for its leading bits, which are all that is noted of it.
+unsigned int fxStr::noteShift(size_t bytes) {
+    const auto bits = static_cast<unsigned int>(64 - __builtin_clzl(bytes | 1));
+    return bits > mantissaBits ? bits - mantissaBits : 0;
+}
+
+// Sets the length and its terminator in a block that has `room` bytes at least.
+void fxStr::setLength(unsigned int lengthBytes, size_t room) {
+    slength = lengthBytes;
+    data[length()] = '\0';
+    noteRoom(room);
+}
+
+// A length never gets beyond what is noted, so that it stays within its field.
+void fxStr::noteRoom(size_t bytes) {
+    bytes = std::min<size_t>(bytes, UINT32_MAX);
+    const unsigned int shift = noteShift(bytes);
+    roomNote = noteKey() + (shift << mantissaBits | static_cast<unsigned int>(bytes >> shift));
+}
+
+// Gives the block `bytes` bytes; the text and `slength` stay. Blocks never get
+// smaller.
+void fxStr::reserve(size_t bytes) {
     if (!ownsBlock()) {
-        if (n == 0) return;
-        data = static_cast<char*>(fxNewBlock(size_t{n} + 1));
+        data = static_cast<char*>(fxNewBlock(bytes));
         data[0] = '\0';
-    } else if (n == 0) {
-        clear();
-    } else if (n >= slength) {
-        data = static_cast<char*>(fxGrowBlock(data, size_t{n} + 1));
+    } else if (bytes > std::max<size_t>(slength, knownRoom())) {
+        data = static_cast<char*>(fxGrowBlock(data, bytes));
+    } else {
+        return;
     }
+    noteRoom(bytes);
+}
+
+// Gives the block room for `more` behind the text, and returns where `more` lies
+// then: it may be in the block. The string owns its block.
+const char* fxStr::makeRoom(std::string_view more, bool isAppended, size_t& room) {
+    const size_t needed = fxLengthField(slength + more.size());
+    room = knownRoom();
+    if (needed <= room) return more.data();
+    const size_t within = fxOffsetIn(data, slength, more.data());
+    constexpr size_t leastBlock = 24;  // which malloc() hands out in any case
+    room = isAppended ? std::clamp<size_t>(2 * needed, leastBlock, UINT32_MAX) : needed;
+    void* block = std::realloc(data, room);
+    if (block == nullptr) block = fxGrowBlock(data, room = needed);
+    data = static_cast<char*>(block);
+    return within != fxOutside ? data + within : more.data();
 }
 
 // Makes the text a copy of the `n` bytes at `s`, which may lie in the block.
@@ -337,16 +371,17 @@ void fxStr::assignBytes(const char* s, size_t n) {
         return;
     }
     const unsigned int bytes = fxLengthField(n + 1);
-    if (ownsBlock() && bytes <= slength) {
+    size_t room = ownsBlock() ? std::max<size_t>(slength, knownRoom()) : 0;
+    if (bytes <= room) {
         std::memmove(data, s, n);
     } else {
-        char* block = static_cast<char*>(fxNewBlock(bytes));
+        room = bytes;
+        char* block = static_cast<char*>(fxNewBlock(room));
         std::memcpy(block, s, n);
         dropBlock();
         data = block;
     }
-    slength = bytes;
-    data[n] = '\0';
+    setLength(bytes, room);
 }
 
 // Comparison.

@@ -2,8 +2,10 @@
 // reading from streams.
 #include <algorithm>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <sstream>
+#include <utility>
 
 #include "fxds/Str.h"
 #include "tests/fuzz/Input.h"
@@ -65,8 +67,15 @@ void edit(FuzzInput& input, fxStr& s, std::string& model) {
                     std::string(target > 1 ? target - 1 : 0, ' ') + "7";
             break;
         default:
-            s.append(static_cast<char>(target));
-            model += static_cast<char>(target);
+            if (isOwn && !s.isEmpty()) {  // another block, by both ways, has no room behind
+                char* const block = static_cast<char*>(std::malloc(s.slength));
+                std::memcpy(block, s.data, s.slength);
+                if (isCounted) s.adopt(block, s.slength);
+                if (!isCounted) std::free(std::exchange(s.data, block));
+                FUZZ_REQUIRE(s.data == block);
+            }
+            for (unsigned int i = 0; i <= count % 50; ++i) s.append(static_cast<char>(target));
+            model.append(count % 50 + 1, static_cast<char>(target));
     }
 }
 
