@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <chrono>
 #include <cstdlib>
 #include <map>
 #include <memory>
@@ -12,8 +13,10 @@
 #include <utility>
 #include <vector>
 
+#include "fxds/Clock.h"
 #include "fxds/EventHandler.h"
 #include "fxds/Exec.h"
+#include "fxds/Globals.h"
 #include "fxds/SelectHandler.h"
 #include "fxds/Timer.h"
 
@@ -72,17 +75,23 @@ void TurnPoll(benchmark::State& state) {
     Pipe pipe;
     Reader reader(pipe.ends[0]);
     fxExec exec;
-    exec.addSelectHandler(&reader);
     fxTimer timer;
     timer.setInterval(1e6F);
-    if (state.range(0) != 0) timer.startTimer();
+    if (state.range(0) == 1) timer.startTimer();
+    fxInitializeToolkit();
+    fxExec& loop = state.range(0) == 2 ? *fx_theExecutive : exec;  // which has the clock
+    fxClockTimer clockTimer;
+    if (state.range(0) == 2) clockTimer.start(std::chrono::hours(24));
+    loop.addSelectHandler(&reader);
     for (auto _ : state) {
         pipe.fill();
-        exec.poll(1000);
+        loop.poll(1000);
     }
+    loop.removeSelectHandler(&reader);
     benchmark::DoNotOptimize(reader.bytes);
 }
-BENCHMARK(TurnPoll)->ArgName("timer")->Arg(0)->Arg(1);
+// 0: none, 1: of the loop's time, 2: of the clock.
+BENCHMARK(TurnPoll)->ArgName("timer")->DenseRange(0, 2);
 
 #ifdef FXDS_HAVE_GLIB
 
@@ -142,6 +151,11 @@ BENCHMARK(TurnLibevent)->ArgName("timer")->Arg(0)->Arg(1);
 
 #endif
 
+// Beyond a thousand, only for what does not walk.
+void numbersOfTimers(benchmark::internal::Benchmark* bench) {
+    for (const int timers : {10, 100, 1000, 100000, 1000000}) bench->Arg(timers);
+}
+
 // Distinct intervals in random order.
 std::vector<float> intervals(benchmark::State& state) {
     std::vector<float> result;
@@ -160,7 +174,7 @@ void StartAndStopMultimap(benchmark::State& state) {
     }
     state.SetItemsProcessed(state.iterations() * state.range(0));
 }
-BENCHMARK(StartAndStopMultimap)->Arg(10)->Arg(100)->Arg(1000);
+BENCHMARK(StartAndStopMultimap)->Apply(numbersOfTimers);
 
 void StartAndStopTimers(benchmark::State& state) {
     std::vector<std::unique_ptr<fxTimer>> timers;
@@ -175,6 +189,22 @@ void StartAndStopTimers(benchmark::State& state) {
     state.SetItemsProcessed(state.iterations() * state.range(0));
 }
 BENCHMARK(StartAndStopTimers)->Arg(10)->Arg(100)->Arg(1000);
+
+// Of the clock.
+void StartAndStopClockTimers(benchmark::State& state) {
+    fxInitializeToolkit();
+    const std::vector<float> seconds = intervals(state);
+    std::vector<std::unique_ptr<fxClockTimer>> timers(seconds.size());
+    for (auto& timer : timers) timer = std::make_unique<fxClockTimer>();
+    for (auto _ : state) {
+        for (size_t i = 0; i < seconds.size(); ++i) {
+            timers[i]->start(std::chrono::duration<float>(seconds[i]));
+        }
+        for (auto& timer : timers) timer->stop();
+    }
+    state.SetItemsProcessed(state.iterations() * state.range(0));
+}
+BENCHMARK(StartAndStopClockTimers)->Apply(numbersOfTimers);
 
 #ifdef FXDS_HAVE_LIBEVENT
 
@@ -192,7 +222,7 @@ void StartAndStopLibevent(benchmark::State& state) {
     event_base_free(base);
     state.SetItemsProcessed(state.iterations() * state.range(0));
 }
-BENCHMARK(StartAndStopLibevent)->Arg(10)->Arg(100)->Arg(1000);
+BENCHMARK(StartAndStopLibevent)->Apply(numbersOfTimers);
 
 #endif
 

@@ -28,8 +28,8 @@
 /// A timer may be started, stopped and destroyed from anywhere, ticks included.
 /// Copies make no sense and are not allowed.
 ///
-/// Cost: starting walks the list of active timers up to the timer's place;
-/// stopping is O(1).
+/// Cost: starting takes the delta of each active timer that is due before it, some
+/// 1.5 ns each; stopping is O(1).
 class FX_API fxTimer : public fxObj {
 public:
     /// The interval is 0 until setInterval() is called.
@@ -96,14 +96,15 @@ public:
 private:
     struct Pass;
     struct Restarts;
+    struct Chunk;
 
     void addToActiveList();
-    bool isListed() const;
+    bool isListed() const { return chunk != nullptr; }
     void removeFromActiveList();
-    void unlink();
+    fxTimer* unlink();
     bool withdraw();
 
-    fxTimer* previous;
+    Chunk* chunk;             // where the list has this timer; null when it has not
     unsigned long startedIn;  // number of the pass to wait for the end of; 0: none
 
     static fxWalkList<Pass> passes;

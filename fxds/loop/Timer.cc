@@ -1,9 +1,14 @@
 #include "fxds/Timer.h"
 
+#include <algorithm>
 #include <cfloat>
 #include <cmath>
+#include <cstdlib>
+#include <cstring>
+#include <new>
 
 #include "fxds/dataflow/TraceLines.h"
+#include "fxds/detail/Allocate.h"
 
 // Active timers are listed in the order of expiry, each with the time by which
 // it is due after its predecessor, so that letting time pass changes only the
@@ -14,9 +19,14 @@
 // stack, and stopping a timer, which destroying it does too, withdraws it from all
 // of them.
 //
+// A new timer's wait is what is left after each delta before it in turn: floats, which
+// sums would round otherwise. So the list is walked, and what the walk costs is the way
+// from timer to timer. The list is therefore kept in chunks of pointers, which are read
+// ahead while the subtractions wait for each other; `next` follows it.
+//
 // Invariants: (1) Every delta is at least 0. (2) A timer is in the list exactly
-// when it has a predecessor or is the first. `active` says the same unless the
-// program has written to it, so the list is changed only by what the links say.
+// when its `chunk` has it. `active` says the same unless the program has written to it,
+// so the list is changed only by what the chunks say. No chunk but the first is empty.
 // (3) A timer that waits for the end of a pass is in the list and active, as every
 // started timer is, with a delta of 0: a pass that begins meanwhile finds it due.
 // Only the number of the pass in which it was started distinguishes it from the others.
@@ -33,6 +43,63 @@ struct fxTimer::Restarts {
     }
 
     fxVoidPtrArray timers;
+};
+
+// A run of the list. The first one is always there.
+struct fxTimer::Chunk {
+    // The next place, which may be in the next chunk; null behind the last.
+    fxTimer* at(unsigned int index) const {
+        if (index < count) return timers[index];
+        return next != nullptr ? next->timers[0] : nullptr;
+    }
+    fxTimer* before(unsigned int index) const {
+        if (index > 0) return timers[index - 1];
+        return previous != nullptr && previous->count > 0 ? previous->timers[previous->count - 1]
+                                                          : nullptr;
+    }
+    unsigned int indexOf(const fxTimer* timer) const {
+        unsigned int index = 0;
+        while (timers[index] != timer) ++index;
+        return index;
+    }
+    void insert(fxTimer* timer, unsigned int index) {
+        if (count == capacity) {
+            split();
+            if (index > count) return next->insert(timer, index - count);
+        }
+        std::memmove(timers + index + 1, timers + index, (count - index) * sizeof *timers);
+        timers[index] = timer;
+        timer->chunk = this;
+        ++count;
+    }
+    void erase(unsigned int index) {
+        timers[index]->chunk = nullptr;
+        --count;
+        std::memmove(timers + index, timers + index + 1, (count - index) * sizeof *timers);
+        if (count > 0 || previous == nullptr) return;
+        previous->next = next;
+        if (next != nullptr) next->previous = previous;
+        std::free(this);
+    }
+    void split() {
+        Chunk* const upper = new (fxNewBlock(sizeof(Chunk))) Chunk();
+        upper->next = next;
+        upper->previous = this;
+        if (next != nullptr) next->previous = upper;
+        next = upper;
+        upper->count = count - capacity / 2;
+        count = capacity / 2;
+        std::memcpy(upper->timers, timers + count, upper->count * sizeof *timers);
+        for (unsigned int i = 0; i < upper->count; ++i) upper->timers[i]->chunk = upper;
+    }
+
+    static constexpr unsigned int capacity = 60;
+    static Chunk first;
+
+    Chunk* next = nullptr;
+    Chunk* previous = nullptr;
+    unsigned int count = 0;
+    fxTimer* timers[capacity];
 };
 
 struct fxTimer::Pass : fxWalk<Pass> {
@@ -84,6 +151,7 @@ struct fxTimer::Pass : fxWalk<Pass> {
 };
 
 fxTimer* fxTimer::activeTimers = nullptr;
+fxTimer::Chunk fxTimer::Chunk::first;
 fxWalkList<fxTimer::Pass> fxTimer::passes;
 
 namespace {
@@ -93,7 +161,7 @@ const char tickName[] = "tick";
 unsigned long lastPass = 0;
 
 // Keeps NaN and infinity out of the list, where they would spread.
-float usable(float seconds) { return seconds > 0 ? std::fmin(seconds, FLT_MAX) : 0; }
+float usable(float seconds) { return seconds > 0 ? std::min(seconds, FLT_MAX) : 0; }
 
 }  // namespace
 
@@ -104,7 +172,7 @@ fxTimer::fxTimer(unsigned char repeating_)
       repeating(repeating_),
       tickOutput(addOutput(tickName, fxDT_void)),
       next(nullptr),
-      previous(nullptr),
+      chunk(nullptr),
       startedIn(0) {}
 
 fxTimer::~fxTimer() {
@@ -156,43 +224,47 @@ void fxTimer::addToActiveList() {
         startedIn = lastPass;
         wait = 0;
     }
-    fxTimer* before = nullptr;
-    fxTimer* after = activeTimers;
-    while (after != nullptr && wait >= after->delta) {
-        wait -= after->delta;
-        before = after;
-        after = after->next;
+    Chunk* place = &Chunk::first;
+    unsigned int index = 0;
+    while (true) {
+        for (index = 0; index < place->count; ++index) {
+            const float step = place->timers[index]->delta;
+            if (!(wait >= step)) break;
+            wait -= step;
+        }
+        if (index < place->count || place->next == nullptr) break;
+        place = place->next;
     }
     delta = wait;
     active = 1;
-    next = after;
-    previous = before;
+    next = place->at(index);
+    fxTimer* const before = place->before(index);
     (before != nullptr ? before->next : activeTimers) = this;
-    if (after != nullptr) {
-        after->previous = this;
-        after->delta -= wait;
-    }
+    if (next != nullptr) next->delta -= wait;
+    place->insert(this, index);
 }
-
-bool fxTimer::isListed() const { return previous != nullptr || activeTimers == this; }
 
 void fxTimer::removeFromActiveList() {
     if (!isListed()) return;
-    if (next != nullptr) next->delta += delta;
-    unlink();
+    if (fxTimer* const after = unlink()) after->delta += delta;
 }
 
-// Unlinks the timer without adding its delta to its successor.
-void fxTimer::unlink() {
-    (previous != nullptr ? previous->next : activeTimers) = next;
-    if (next != nullptr) next->previous = previous;
-    next = previous = nullptr;
+// Unlinks the timer without adding its delta to its successor, which is returned.
+fxTimer* fxTimer::unlink() {
+    const unsigned int index = chunk->indexOf(this);
+    fxTimer* const before = chunk->before(index);
+    fxTimer* const after = chunk->at(index + 1);
+    (before != nullptr ? before->next : activeTimers) = after;
+    chunk->erase(index);
+    next = nullptr;
     active = 0;
+    return after;
 }
 
 // Takes the timer out of all passes. Whether one would have started it again.
 bool fxTimer::withdraw() {
     bool wasToStart = false;
+    if (passes.isEmpty()) return wasToStart;
     passes.each([&](Pass& pass) {
         if (pass.ticking == this) {
             pass.ticking = nullptr;
