@@ -17,6 +17,8 @@ class fxDelivery;
 class fxMessageEvent;
 class fxObj;
 class fxOutputChannel;
+template <class Channel>
+class fxLinks;
 
 /// The receiving end: a function and the closure that it is called with.
 /// Counted by its holders: the object's table, each output connection, each
@@ -65,7 +67,10 @@ public:
 
     /// The outputs that feed this input, one entry per connection; null before
     /// the first connection. View.
-    const fxVoidPtrArray* getOutputs() const { return outputs; }
+    const fxVoidPtrArray* getOutputs() const {
+        if (hasManyOutputs) settle();
+        return outputs;
+    }
 
     /// Enters a feeding output. For fxOutputChannel::add() to call: disconnect()
     /// is fatal for an output that is entered here without being connected.
@@ -131,15 +136,17 @@ protected:
     unsigned int word;  ///< The two flags, and the data type number above them.
 
 private:
-    bool keepsCallable;  // `callable` is what the union holds
+    bool keepsCallable;   // `callable` is what the union holds
+    bool hasManyOutputs;  // `outputs` is an fxLinks
 
 public:
     fxMessageEvent* pending;  ///< The message that waits, for a replacing input.
     unsigned long refCount;   ///< Number of holders.
 
 private:
-    friend class fxEventHandler;
+    friend class fxConnection;
     friend class fxConverter;
+    friend class fxEventHandler;
     friend class fxMessageEvent;
     friend class fxObj;
     friend class fxOutputChannel;
@@ -172,6 +179,9 @@ private:
     void mute();
     void disown();
     void destroy();
+    fxLinks<fxOutputChannel>& links() const;
+    unsigned int findOutput(const fxOutputChannel* output) const;
+    void settle() const;
 
     fxVoidPtrArray* outputs;  // of fxOutputChannel*, borrowed
     unsigned long queued;     // messages that there are for it and for converters leading here
@@ -225,10 +235,13 @@ public:
 
     /// The entry at `index`: the input, or the converter copy that leads to it.
     fxInputChannel* operator[](unsigned int index) const {
-        return static_cast<fxInputChannel*>((*inputs)[index]);
+        if (__builtin_expect(inputs == nullptr, 0)) settle();
+        return getEntry(index);
     }
     /// Connections made and not cut; two to one input count twice.
-    unsigned int getNumberOfConnections() const { return inputs != nullptr ? inputs->length() : 0; }
+    unsigned int getNumberOfConnections() const {
+        return inputs != nullptr ? inputs->length() : countUnsettled();
+    }
 
     /// Calls every connected input at once, in the order of connection. The
     /// values are what receiving functions of this type take after the closure.
@@ -247,6 +260,12 @@ private:
     friend class fxOwnedChannels;
 
     void disown();
+    unsigned int findTarget(fxInputChannel* input) const;
+    void settle() const;
+    unsigned int countUnsettled() const;
+    fxInputChannel* getEntry(unsigned int index) const {
+        return static_cast<fxInputChannel*>((*inputs)[index]);
+    }
     template <class... Passed>
     void deliverPassed(Passed... value);
     template <class... Passed>
@@ -255,9 +274,12 @@ private:
     // The base is the list of the walks over the connections: a walk that knows its list
     // knows the output.
     unsigned short type;
-    unsigned int serial;     // differs from that of any output that had its address
-    fxVoidPtrArray* inputs;  // of fxInputChannel*, each holding one count
-    fxObj* owner;            // borrowed; in whose list it is linked
+    unsigned int serial;  // differs from that of any output that had its address
+    // Of fxInputChannel*, each holding one count; null before the first, and while `links`
+    // has holes. There is no walk meanwhile.
+    mutable fxVoidPtrArray* inputs;
+    fxLinks<fxInputChannel>* links;  // the connections when they are many, or null
+    fxObj* owner;                    // borrowed; in whose list it is linked
     fxOutputChannel* nextOwned;
     fxOutputChannel** ownedLink;
 };
@@ -269,12 +291,15 @@ class FX_API fxDelivery : public fxWalk<fxDelivery> {
 public:
     /// Begins a walk over what is connected now.
     explicit fxDelivery(fxOutputChannel& output_)
-        : fxWalk(output_), position(0), end(output_.getNumberOfConnections()) {}
+        : fxWalk(output_), position(0), end(output_.getNumberOfConnections()) {
+        if (__builtin_expect(output_.inputs == nullptr, 0)) output_.settle();
+    }
 
     /// The next connection to serve, or null at the end.
     fxInputChannel* next() {
         if (position >= end) return nullptr;
-        fxInputChannel* const input = static_cast<fxOutputChannel&>(*getList())[position++];
+        fxInputChannel* const input =
+            static_cast<fxOutputChannel&>(*getList()).getEntry(position++);
         if (input == nullptr) __builtin_unreachable();  // spares each receiver a test
         return input;
     }

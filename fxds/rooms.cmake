@@ -57,7 +57,7 @@ fxds_room(dataflow
   HEADERS Channel Connection Converter Data DataTypes Event EventHandler Network Obj Property PropertyAccess
     StrData Trace
   DETAIL Callable TraceHooks TypedChannels
-  PRIVATE Belongings Explain TraceLines
+  PRIVATE Belongings Explain Links TraceLines
   SOURCES Channel Connection Converter Data DataTypes Event EventHandler Network Obj ObjChannels Property
     StrData Trace TraceLines)
 

@@ -15,11 +15,13 @@
 #include "fxds/Str.h"
 #include "fxds/base/StartUp.h"
 #include "fxds/dataflow/Belongings.h"
+#include "fxds/dataflow/Links.h"
 #include "fxds/dataflow/TraceLines.h"
 
 // A connection is kept at both ends: the output lists its entries, each a real
 // input or a converter copy that leads to one, and each real input lists the
-// outputs that feed it, once per connection. Removal starts at the output.
+// outputs that feed it, once per connection. Removal starts at the output. Long lists
+// are of the class fxLinks.
 
 fxInputChannel::fxInputChannel(unsigned short type, void* closure_, void (*function_)(),
                                fxBool replace)
@@ -27,6 +29,7 @@ fxInputChannel::fxInputChannel(unsigned short type, void* closure_, void (*funct
       function(function_),
       word(static_cast<unsigned int>(type) << typeShift | (replace & replaceBit)),
       keepsCallable(false),
+      hasManyOutputs(false),
       pending(nullptr),
       refCount(0),
       outputs(nullptr),
@@ -71,23 +74,51 @@ fxInputChannel* fxInputChannel::target() {
 }
 
 void fxInputChannel::add(fxOutputChannel* output) {
+    if (!hasManyOutputs && fxLinks<fxOutputChannel>::isMany(outputs)) {
+        const std::unique_ptr<fxVoidPtrArray> plain(outputs);
+        outputs = new fxLinks<fxOutputChannel>(std::move(*plain));
+        hasManyOutputs = true;
+    }
+    if (hasManyOutputs) return links().enter(output);
     if (outputs == nullptr) outputs = new fxVoidPtrArray;
     outputs->append(output);
 }
 
+// Requires: hasManyOutputs
+fxLinks<fxOutputChannel>& fxInputChannel::links() const {
+    return static_cast<fxLinks<fxOutputChannel>&>(*outputs);
+}
+
+void fxInputChannel::settle() const {
+    if (links().hasHoles()) links().close();
+}
+
+// The position in `outputs`, which is an index when there are no holes.
+unsigned int fxInputChannel::findOutput(const fxOutputChannel* output) const {
+    if (outputs == nullptr) return fxArray::notFound;
+    if (hasManyOutputs) return links().find(output);
+    auto* const at = std::find(outputs->begin(), outputs->end(), output);
+    return at != outputs->end() ? static_cast<unsigned int>(at - outputs->begin())
+                                : fxArray::notFound;
+}
+
 void fxInputChannel::remove(fxOutputChannel* output) {
     if (outputs == nullptr) return;
-    auto* const at = std::find(outputs->begin(), outputs->end(), output);
-    if (at == outputs->end()) fxFatal("ic/oc connections busted");
-    outputs->remove(static_cast<unsigned int>(at - outputs->begin()), 1);
+    const unsigned int at = findOutput(output);
+    if (at == fxArray::notFound) fxFatal("ic/oc connections busted");
+    if (hasManyOutputs) return links().leave(at);
+    outputs->remove(at, 1);
 }
 
 void fxInputChannel::disconnect() {
     const fxHold<fxInputChannel> hold(this);  // the connections may be the only holders
-    while (outputs != nullptr && outputs->length() > 0) {
-        const unsigned int count = outputs->length();
-        static_cast<fxOutputChannel*>((*outputs)[0])->remove(this);
-        if (outputs->length() == count) fxFatal("ic/oc connections busted");
+    const auto count = [this] { return hasManyOutputs ? links().count() : outputs->length(); };
+    while (outputs != nullptr && count() > 0) {
+        const unsigned int before = count();
+        fxOutputChannel* const first =
+            hasManyOutputs ? links().first() : static_cast<fxOutputChannel*>((*outputs)[0]);
+        first->remove(this);
+        if (count() == before) fxFatal("ic/oc connections busted");
     }
 }
 
@@ -179,6 +210,7 @@ fxOutputChannel::fxOutputChannel(unsigned short type_)
     : type(type_),
       serial(++lastSerial),
       inputs(nullptr),
+      links(nullptr),
       owner(nullptr),
       nextOwned(nullptr),
       ownedLink(nullptr) {}
@@ -193,7 +225,9 @@ fxOutputChannel::~fxOutputChannel() {
     each([](fxDelivery& walk) { walk.stop(); });
     // What an input lets go of may send and connect here once more. The inputs know
     // nothing of this output by then, and it of none.
-    while (inputs != nullptr) {
+    while (inputs != nullptr || links != nullptr) {
+        if (inputs == nullptr) settle();
+        links = nullptr;
         const std::unique_ptr<fxVoidPtrArray> released(std::exchange(inputs, nullptr));
         for (void* entry : *released) static_cast<fxInputChannel*>(entry)->target()->remove(this);
         for (void* entry : *released) static_cast<fxInputChannel*>(entry)->release();
@@ -213,28 +247,57 @@ void fxOutputChannel::add(fxInputChannel* input) {
         static_cast<fxConverter*>(entry)->splice(input);
     }
     entry->take();
+    if (links == nullptr && fxLinks<fxInputChannel>::isMany(inputs)) {
+        const std::unique_ptr<fxVoidPtrArray> plain(inputs);
+        inputs = links = new fxLinks<fxInputChannel>(std::move(*plain));
+    }
+    if (links != nullptr) return links->enter(entry);
     if (inputs == nullptr) inputs = new fxVoidPtrArray;
     inputs->append(entry);
 }
 
+void fxOutputChannel::settle() const {
+    if (links == nullptr) return;
+    if (links->hasHoles()) links->close();
+    inputs = links;
+}
+
+unsigned int fxOutputChannel::countUnsettled() const {
+    return links != nullptr ? links->count() : 0;
+}
+
 void fxOutputChannel::remove(fxInputChannel* input) {
-    const unsigned int index = find(input);
+    const unsigned int index = findTarget(input);
     if (index == fxArray::notFound) return;
-    fxInputChannel* entry = (*this)[index];
-    inputs->remove(index, 1);
+    fxVoidPtrArray& entries = links != nullptr ? *links : *inputs;
+    auto* const entry = static_cast<fxInputChannel*>(entries[index]);
+    if (links != nullptr) {
+        links->leave(index);
+        if (!isEmpty()) settle();
+        inputs = links->hasHoles() ? nullptr : links;
+    } else {
+        inputs->remove(index, 1);
+    }
     each([index](fxDelivery& walk) { walk.connectionRemoved(index); });
     input->remove(this);
     entry->release();
 }
 
-unsigned int fxOutputChannel::find(fxInputChannel* input) const {
+// The position in `links` or `inputs`, which is an index when there are no holes.
+unsigned int fxOutputChannel::findTarget(fxInputChannel* input) const {
+    if (links != nullptr) return links->find(input);
     const unsigned int count = getNumberOfConnections();
     for (unsigned int i = 0; i < count; ++i) {
-        if ((*this)[i]->target() == input) return i;
+        if (getEntry(i)->target() == input) return i;
     }
     return fxArray::notFound;
 }
 
+unsigned int fxOutputChannel::find(fxInputChannel* input) const {
+    settle();
+    return findTarget(input);
+}
+
 bool fxOutputChannel::isConnectedTo(fxInputChannel* input) const {
-    return find(input) != fxArray::notFound;
+    return findTarget(input) != fxArray::notFound;
 }

@@ -56,8 +56,7 @@ fxConnection fxConnection::adopt(fxOutputChannel* output, fxObj* context, fxInpu
 }
 
 bool fxConnection::isJoined() const {
-    const fxVoidPtrArray* const outputs = input != nullptr ? input->getOutputs() : nullptr;
-    return outputs != nullptr && outputs->find(output) != fxArray::notFound &&
+    return input != nullptr && input->findOutput(output) != fxArray::notFound &&
            output->serial == serial;
 }
 

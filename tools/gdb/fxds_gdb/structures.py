@@ -165,10 +165,14 @@ def is_converter(channel):
 
 def connections_to(output):
     """What an output leads to, as texts."""
-    if int(output["inputs"]) == 0:
-        return
     type_ = gdb.lookup_type("fxInputChannel")
-    for pointer in pointers_in(target_of(output["inputs"]), type_):
+    listed = output["links"] if int(output["links"]) != 0 else output["inputs"]
+    if int(listed) == 0:
+        return
+    listed = listed.cast(gdb.lookup_type("fxVoidPtrArray").pointer())
+    for pointer in pointers_in(target_of(listed), type_):
+        if int(pointer) == 0:
+            continue  # one of many has left
         target, converted = pointer, ""
         if is_converter(pointer):
             target = pointer["closure"].cast(type_.pointer())
@@ -182,7 +186,8 @@ def connections_from(channel):
         return
     type_ = gdb.lookup_type("fxOutputChannel")
     for pointer in pointers_in(target_of(channel["outputs"]), type_):
-        yield channel_place(target_of(pointer), "output")
+        if int(pointer) != 0:
+            yield channel_place(target_of(pointer), "output")
 
 
 def in_one_line(type_name, arrow, places):

@@ -1,0 +1,176 @@
+// The connections of a channel that has many. Private to the library.
+#ifndef FXDS_DATAFLOW_LINKS_H
+#define FXDS_DATAFLOW_LINKS_H
+
+#include <algorithm>
+#include <memory>
+#include <utility>
+
+#include "fxds/Channel.h"
+#include "fxds/detail/Mix.h"
+
+// An output lists its entries and an input the outputs that feed it, in the order of
+// connection. To find one of many in such a list takes an index, from the channel at the
+// other end to the first link that leads there. To take one out of the middle moves what
+// is behind it, which would change what the index says; so it leaves a hole, and whoever
+// looks at the list has the holes closed first. Many that leave one after the other, as
+// when a window with all its parts is closed, are found and taken out in constant time.
+//
+// The index is built when searches and removals have walked some times over the list, so
+// that a list that is sent to after each change is not made slower by it.
+//
+// Invariants: (1) The list is an array of links, and of null where one has left: `holes`
+// of them. (2) There are holes only while there is an index. (3) The index has a slot for
+// each channel that links lead to: the position of the first one, and how many there
+// are. (4) No position below `begun` has a link.
+
+/// `Channel` is what is listed: entries of outputs, which lead to target(), or outputs.
+template <class Channel>
+class fxLinks : public fxVoidPtrArray {
+public:
+    /// How many links a plain array is good enough for.
+    static constexpr unsigned int few = 32;
+
+    /// Whether a plain array, or null, is full of links: the next one makes it one of
+    /// this class.
+    static bool isMany(const fxVoidPtrArray* links) {
+        return links != nullptr && links->end() - links->begin() >= few;
+    }
+    /// Takes over what a plain array has.
+    explicit fxLinks(fxVoidPtrArray&& links) : fxVoidPtrArray(std::move(links)) {}
+
+    /// The number of links.
+    unsigned int count() const { return length() - holes; }
+    bool hasHoles() const { return holes != 0; }
+    bool isIndexed() const { return slots != nullptr; }
+    /// The first link, or null.
+    Channel* first() {
+        while (begun < length() && (*this)[begun] == nullptr) ++begun;
+        return begun < length() ? at(begun) : nullptr;
+    }
+
+    /// Enters a link behind all others.
+    void enter(Channel* link) {
+        append(link);
+        if (isIndexed()) note(endOf(link), length() - 1);
+    }
+    /// The position of the first link that leads to `end`, or notFound.
+    unsigned int find(const void* end) {
+        if (!isIndexed()) {
+            if (walked < walksBeforeIndex * static_cast<unsigned long>(length())) return walk(end);
+            build();
+        }
+        const Slot& slot = *slotOf(end);
+        if (slot.count == 0) return notFound;
+        // Converters are public: what they lead to may have been changed.
+        return endOf(at(slot.first)) == end ? slot.first : walk(end);
+    }
+    /// Takes out the link at a position that find() gave, and keeps the positions of
+    /// others where there is an index.
+    void leave(unsigned int position) {
+        if (!isIndexed()) {
+            walked += (length() - position) / linksMovedPerWalked;
+            return remove(position, 1);
+        }
+        Slot* const slot = slotOf(endOf(at(position)));
+        const bool isNoted = slot->count != 0 && slot->first == position;
+        (*this)[position] = nullptr;
+        ++holes;
+        if (!isNoted) return close();
+        if (--slot->count == 0) return forget(slot);
+        slot->first = walk(slot->end, position + 1);
+        if (slot->first == notFound) close();
+    }
+    /// Closes the holes, after which positions are those of the list.
+    void close() {
+        slots.reset();
+        walked = 0;
+        begun = 0;
+        void** const kept = std::remove(begin(), end(), nullptr);
+        remove(static_cast<unsigned int>(kept - begin()), std::exchange(holes, 0));
+    }
+
+private:
+    static constexpr unsigned long walksBeforeIndex = 8;
+    static constexpr unsigned int linksMovedPerWalked = 8;
+
+    struct Slot {
+        const void* end;
+        unsigned int first;
+        unsigned int count;  // 0: the slot is free
+    };
+
+    static const void* endOf(fxInputChannel* entry) { return entry->target(); }
+    static const void* endOf(fxOutputChannel* output) { return output; }
+    Channel* at(unsigned int position) { return static_cast<Channel*>((*this)[position]); }
+
+    unsigned int walk(const void* end, unsigned int from = 0) {
+        unsigned int i = std::max(from, begun);
+        while (i < length() && ((*this)[i] == nullptr || endOf(at(i)) != end)) ++i;
+        walked += i - from;
+        return i < length() ? i : notFound;
+    }
+
+    // The slot of `end`, or the free one where it belongs.
+    Slot* slotOf(const void* end) {
+        size_t i = home(end);
+        while (slots[i].count != 0 && slots[i].end != end) i = (i + 1) & mask;
+        return &slots[i];
+    }
+    size_t home(const void* end) const {
+        return fxMix64(reinterpret_cast<uintptr_t>(end)) >> shift;
+    }
+    void build() {
+        makeSlots(2 * size_t{length()});
+        for (unsigned int i = 0; i < length(); ++i) note(endOf(at(i)), i);
+    }
+    void note(const void* end, unsigned int position) {
+        Slot* slot = slotOf(end);
+        if (slot->count++ != 0) return;
+        slot->end = end;
+        slot->first = position;
+        if (++used > mask - mask / 4) grow();
+    }
+    void makeSlots(size_t atLeast) {
+        shift = 64;
+        size_t size = 1;
+        while (size < atLeast) {
+            size *= 2;
+            --shift;
+        }
+        slots = std::make_unique<Slot[]>(size);
+        mask = size - 1;
+        used = 0;
+    }
+    void grow() {
+        const std::unique_ptr<Slot[]> old = std::move(slots);
+        const size_t oldSize = mask + 1;
+        makeSlots(2 * oldSize);
+        for (size_t i = 0; i < oldSize; ++i) {
+            if (old[i].count == 0) continue;
+            *slotOf(old[i].end) = old[i];
+            ++used;
+        }
+    }
+    // Frees the slot, and fills it with the next one whose home is not behind it, and so on.
+    void forget(Slot* slot) {
+        size_t hole = static_cast<size_t>(slot - slots.get());
+        --used;
+        for (size_t i = (hole + 1) & mask; slots[i].count != 0; i = (i + 1) & mask) {
+            if (((i - home(slots[i].end)) & mask) < ((i - hole) & mask)) continue;
+            slots[hole] = slots[i];
+            slots[i].count = 0;
+            hole = i;
+        }
+    }
+
+    std::unique_ptr<Slot[]> slots;  // a power of two, three quarters of them used at most
+    size_t mask = 0;                // their number less 1
+    size_t used = 0;
+    unsigned int shift = 0;  // what leaves the home of a channel
+    unsigned int holes = 0;
+    unsigned int begun = 0;
+    unsigned long walked = 0;  // links passed without an index, or moved, at a lower rate
+};
+
+#endif
