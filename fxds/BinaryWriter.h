@@ -112,6 +112,8 @@ public:
     bool embeds(const void* object) override;
     bool isEmbedded(const void* object) const override;
     fxBool conclude(bool succeeded, fxXDRObj& object, void* address) override;
+    bool writePointer(void* slot, fxTypeObj& declared, fxXDRObj* object, void* address) override;
+    bool writeKnownPointer(const void* pointer, const fxTypeObj& declared) override;
 
     /// Fatal: a writer does not read.
     void* readObject(fxTypeObj& expected) override;
@@ -158,8 +160,14 @@ private:
                           fxBinaryOTTag bodyTag, bool isOfInts = false);
     unsigned int idOfPart(const void* address, bool& isNew);
     unsigned int push(fxBinaryWriterItem* item, unsigned int id);
+    [[gnu::noinline]] bool writePieces(const char* from, size_t byteCount);
+    bool putBare();
+    bool putShort(const fxBinaryWriterItem& item);
     bool writeRecord(const char* payload, unsigned int payloadBytes);
-    bool idOf(const void* address, unsigned int& id);
+    bool idOf(const void* address, unsigned int& id, unsigned int mark = 0);
+    bool refer(const void* slot, fxTypeObj& declared, fxXDRObj* object, const void* address,
+               unsigned int mark);
+    [[gnu::noinline]] void chooseMark(const fxTypeObj& declared);
     [[gnu::noinline]] bool writeParts(const char* payload, unsigned int payloadBytes);
     unsigned int putHead(char* place, unsigned int payloadBytes) const;
     [[gnu::noinline]] bool writeNewType(fxTypeObj& type, unsigned int& id);
@@ -187,6 +195,10 @@ private:
     unsigned int firstOfBody;            // the numbers of its parts are not below this one
     std::vector<const void*> toldRoots;  // of its parts
     bool isInGraph;                      // in writeObject()
+    bool isOfThisClass;                  // likewise, and no subclass has a say in it
+    std::vector<const fxTypeObj*> declaredOnes;  // what known pointers were declared with
+    const fxTypeObj* lastDeclared;               // the last of a known pointer
+    unsigned int lastMark;                       // and what its number is entered with
     fxDetail::Owned<fxOutBuffer> outgoing;
 };
 

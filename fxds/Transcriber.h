@@ -271,6 +271,17 @@ public:
     /// given up.
     virtual fxBool conclude(bool succeeded, fxXDRObj& object, void* address);
 
+    ///@{
+    /// How the helpers write a pointer, which stands at `slot`, to an object that can be
+    /// read back; the other arguments are those of the operation for objects, which this
+    /// one calls. A writer may keep what the pointer is and was declared with, and write
+    /// an equal one by writeKnownPointer(), which looks at the object no more. That one
+    /// answers false, and nothing has happened, when the pointer is not known, or may not
+    /// be written like this. This one always does.
+    virtual bool writePointer(void* slot, fxTypeObj& declared, fxXDRObj* object, void* address);
+    virtual bool writeKnownPointer(const void* pointer, const fxTypeObj& declared);
+    ///@}
+
     /// Whether it moves values from the stream to memory.
     bool isReading() const { return reading != 0; }
     fxStream* getStream() const { return stream; }    ///< Null when there is none. View.

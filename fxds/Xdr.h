@@ -434,19 +434,19 @@ template <class C>
 bool fxXdrWriteObject(fxTranscriber& t, C*& object, fxTypeObj& declared) {
     if (object == nullptr) return t.xdr(&object, nullptr, declared, nullptr, nullptr);
     if constexpr (std::is_convertible_v<C*, fxXDRObj*>) {
-        // Most are just what they are declared as. Where they begin need not be asked
-        // then, which would wait for the object's memory.
+        if (t.writeKnownPointer(object, declared)) return true;
+        // Most are just what they are declared as, and begin where the pointer leads to.
         const bool isAsDeclared = &typeid(*object) == &typeid(C) &&
                                   declared.typeInfo == &typeid(C) &&
                                   object->getTypeObj() == &declared;
         if (isAsDeclared && !t.isEmbedded(object)) {
-            return t.xdr(&object, nullptr, declared, object, object);
+            return t.writePointer(&object, declared, object, object);
         }
     }
     fxXdrAddress found;
     fxXdrFindAddress(object, declared, found);
     if (found.address == nullptr || t.isEmbedded(found.address)) return t.refuse(fxXdrUnreadable);
-    return t.xdr(&object, nullptr, declared, &found, found.address);
+    return t.writePointer(&object, declared, &found, found.address);
 }
 
 ///@{

@@ -49,7 +49,8 @@ fxds_room(streams
   PRIVATE AddressIndex AddressSet OutBuffer PartRoot ReaderEntry ReaderGraph ReaderNumbers
     RecordFormat RecordParser RecordReader StreamMarks StreamWalk TextChunks WatchedContainers
   SOURCES BinaryReader BinaryTranscriber BinaryWriter CheckStream MemoryStream ReaderConverters
-    ReaderFaults ReaderGraph RecordParser RecordReader Save StdioStream StreamHeader StreamWalk Xdr)
+    ReaderFaults ReaderGraph RecordParser RecordReader Save StdioStream StreamHeader StreamWalk
+    WriterRecords Xdr)
 
 # Objects with properties, inputs and outputs; values sent at once or queued.
 fxds_room(dataflow

@@ -77,6 +77,12 @@ bool fxTranscriber::embeds(const void*) { return true; }
 
 bool fxTranscriber::isEmbedded(const void*) const { return false; }
 
+bool fxTranscriber::writePointer(void* slot, fxTypeObj& declared, fxXDRObj* object, void* address) {
+    return xdr(slot, nullptr, declared, object, address);
+}
+
+bool fxTranscriber::writeKnownPointer(const void*, const fxTypeObj&) { return false; }
+
 bool fxTranscriber::xdrText(fxStr&, char** text, unsigned int byteCount) {
     return xdr(text, byteCount);
 }

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <typeinfo>
 
 #include "fxds/Fatal.h"
 #include "fxds/Str.h"
@@ -33,18 +34,36 @@
 // (2) Every number below nextId is that of one type (in `table`, with null as 0)
 //     or of one object, block or base part (in `seen`), until reset(); or of the
 //     block of a field that owns it, which no other field refers to.
+//     A number of an object may stand in `seen` with a mark: a helper has written a
+//     pointer to this address that was declared with declaredOnes[the mark's index].
 // (3) The item of every object and block that was announced and not yet written
 //     is in `pending`, with its number.
 // (4) A writer that has failed has room == 0, used == 0 and no items, for good,
-//     and refuses everything. It fails when the stream refuses bytes, and when
-//     writeObject() is left before its graph is whole, be it by an exception:
-//     records are missing then that others refer to.
+//     and refuses everything. It fails when the stream refuses bytes, when numbers run
+//     out, and when writeObject() is left before its graph is whole, be it by an
+//     exception: records are missing then that others refer to.
 
 using namespace fxRecordFormat;
 
 namespace {
 
 constexpr unsigned int maxId = 0x7FFFFFFF;
+
+// An entry of `seen`, without a mark and with one:
+//
+//     | 0 | number                    |
+//     | 1 | index   | number, if < 2^26 |
+constexpr unsigned int marked = 1U << 31U;
+constexpr unsigned int markedIdBits = 26;
+constexpr unsigned int mostMarks = marked >> markedIdBits;
+
+constexpr unsigned int idIn(unsigned int entry) {
+    return entry < marked ? entry : entry & ((1U << markedIdBits) - 1);
+}
+constexpr unsigned int indexIn(unsigned int entry) { return (entry & ~marked) >> markedIdBits; }
+constexpr unsigned int withMark(unsigned int id, unsigned int mark) {
+    return id >> markedIdBits == 0 ? id | mark : id;
+}
 
 // Asks for memory that will be written soon: the beginning of an object or block.
 void fetchSoon(const void* address) {
@@ -110,6 +129,9 @@ fxBinaryWriter::fxBinaryWriter(fxStream* outStream)
       bodyUnderWay(nullptr),
       firstOfBody(0),
       isInGraph(false),
+      isOfThisClass(false),
+      lastDeclared(nullptr),
+      lastMark(0),
       outgoing(std::make_unique<fxOutBuffer>(outStream)) {
     table.add(nullptr, 0);
 }
@@ -123,6 +145,8 @@ void fxBinaryWriter::reset() {
     forgetObjects();
     table.clear();
     lastType = nullptr;
+    declaredOnes.clear();
+    lastDeclared = nullptr;
 }
 
 void fxBinaryWriter::forgetObjects() {
@@ -132,16 +156,6 @@ void fxBinaryWriter::forgetObjects() {
     embedded->clear();
     owned->clear();
     dropPending();
-}
-
-bool fxBinaryWriter::flush() {
-    fxBinaryTranscriber& staged = *this;  // a virtual base, found once
-    if (tag == fxTagData && staged.used == 0) return !outgoing->hasFailed();
-    if (!writeRecord(staged.buffer, staged.used)) return fail();
-    staged.used = 0;
-    staged.room = bufferBytes;
-    staged.cursor = staged.buffer;
-    return true;
 }
 
 bool fxBinaryWriter::xdr(char* v, unsigned int n) { return writeBytes(v, n); }
@@ -198,17 +212,28 @@ bool fxBinaryWriter::xdr(unsigned int** p, unsigned int n) {
 
 bool fxBinaryWriter::xdr(void* slot, fxXDRObj*, fxTypeObj& declared, fxXDRObj* object,
                          void* address) {
-    if (address == nullptr) return writeNullPointer();
-    if (slot == owner && slot != nullptr && !isFirst(*owned, ownedCount, address)) return false;
-    fxTypeObj* const type = object != nullptr ? object->getTypeObj() : &declared;
-    unsigned int typeId = 0;
-    if (type == nullptr || !flush() || !writeType(*type, typeId)) return false;
-    unsigned int id = 0;
-    const bool isNew = idOf(address, id);
-    if (isNew) push(new fxBinaryWriterItem(address, *type), id);
-    fieldA = id;
-    tag = isNew ? fxTagPointer : fxTagPointerAgain;
-    return id <= maxId;
+    return address != nullptr ? refer(slot, declared, object, address, 0) : writeNullPointer();
+}
+
+// A pointer that leads into its object's middle is not known: `seen` has the object's
+// address, where another object might be that the pointer could lead to.
+bool fxBinaryWriter::writePointer(void* slot, fxTypeObj& declared, fxXDRObj* object,
+                                  void* address) {
+    if (!isOfThisClass) return xdr(slot, nullptr, declared, object, address);
+    void* pointer = nullptr;
+    std::memcpy(&pointer, slot, sizeof pointer);
+    if (&declared != lastDeclared) chooseMark(declared);
+    return refer(slot, declared, object, address, pointer == address ? lastMark : 0);
+}
+
+// Only looked up: to touch the object would take longer than all of this.
+bool fxBinaryWriter::writeKnownPointer(const void* pointer, const fxTypeObj& declared) {
+    const unsigned int entry = seen->find(pointer);
+    const bool isKnown = entry >= marked && declaredOnes[indexIn(entry)] == &declared;
+    if (!isKnown || owner != nullptr || !isOfThisClass || !flush()) return false;
+    fieldA = idIn(entry);
+    tag = fxTagPointerAgain;
+    return true;
 }
 
 bool fxBinaryWriter::xdr(fxTypeObj& base, void* derived, void* baseAddress) {
@@ -216,7 +241,7 @@ bool fxBinaryWriter::xdr(fxTypeObj& base, void* derived, void* baseAddress) {
     if (!flush()) return false;
     bool isNew = false;
     fieldA = idOfPart(baseAddress, isNew);
-    if (fieldA > maxId) return false;
+    if (fieldA > maxId) return fail();
     tag = isNew ? fxTagPart : fxTagPartAgain;
     if (!isNew) return true;
     const fxScoped<const void*> part(partUnderWay, baseAddress);
@@ -278,49 +303,14 @@ bool fxBinaryWriter::writeObject(void* address, fxXDRObj* object) {
     fxTypeObj* const type = object->getTypeObj();
     if (type == nullptr || !flush()) return false;
     Graph graph(*this);
+    isOfThisClass = typeid(*this) == typeid(fxBinaryWriter);
     graph.isWhole = queue(new fxBinaryWriterItem(address, *type)) <= maxId && writePending() &&
                     outgoing->send();
     return graph.isWhole;
 }
 
-unsigned int fxBinaryWriter::putHeader(char* place, unsigned int tag, unsigned long payloadBytes) {
-    if (tag > fxTagPartAgain) fxFatal("Whoops!");
-    return putLength(place, tag, static_cast<unsigned int>(payloadBytes));
-}
-
-bool fxBinaryWriter::writeBytes(const void* bytes, size_t byteCount) {
-    fxBinaryTranscriber& staged = *this;  // a virtual base, found once
-    if (byteCount == sizeof(long) && staged.room > sizeof(long)) {
-        char* const place = staged.cursor;  // all numbers but shorts and floats
-        staged.cursor = place + sizeof(long);
-        staged.used += static_cast<unsigned int>(sizeof(long));
-        staged.room -= static_cast<unsigned int>(sizeof(long));
-        std::memcpy(place, bytes, sizeof(long));
-        return true;
-    }
-    if (outgoing->hasFailed()) return false;
-    const char* from = static_cast<const char*>(bytes);
-    while (byteCount > 0) {
-        if (used == 0 && byteCount >= bufferBytes) {
-            if (!writeRecord(from, bufferBytes)) return fail();
-            from += bufferBytes;
-            byteCount -= bufferBytes;
-            continue;
-        }
-        const unsigned int piece = static_cast<unsigned int>(std::min<size_t>(byteCount, room));
-        std::memcpy(cursor, from, piece);
-        cursor += piece;
-        used += piece;
-        room -= piece;
-        from += piece;
-        byteCount -= piece;
-        if (room == 0 && !flush()) return false;
-    }
-    return true;
-}
-
 unsigned int fxBinaryWriter::alreadyWritten(const void* address) const {
-    return seen->find(address);
+    return idIn(seen->find(address));
 }
 
 unsigned int fxBinaryWriter::recordIdForAddress(const void* address) {
@@ -344,7 +334,7 @@ bool fxBinaryWriter::writeType(fxTypeObj& type, unsigned int& id) {
 
 bool fxBinaryWriter::writeNewType(fxTypeObj& type, unsigned int& id) {
     id = lastTypeId = nextId++;
-    if (id > maxId) return false;
+    if (id > maxId) return fail();
     table.add(&type, id);
     tag = fxTagType;
     fieldB = id;
@@ -365,12 +355,36 @@ bool fxBinaryWriter::writePrimPointer(const void* block, size_t byteCount, fxBin
 // Private functions.
 
 // The id of the address, which is entered under the next one if it is new: true then.
-bool fxBinaryWriter::idOf(const void* address, unsigned int& id) {
-    unsigned int& entered = seen->at(address);
-    const bool isNew = entered == 0;
-    if (isNew) entered = nextId++;
-    id = entered;
+bool fxBinaryWriter::idOf(const void* address, unsigned int& id, unsigned int mark) {
+    unsigned int& entry = seen->at(address);
+    const bool isNew = entry == 0;
+    id = isNew ? nextId++ : idIn(entry);
+    if (entry < marked) entry = withMark(id, mark);
     return isNew;
+}
+
+// Writes a pointer to what is at the address, which is not null.
+inline bool fxBinaryWriter::refer(const void* slot, fxTypeObj& declared, fxXDRObj* object,
+                                  const void* address, unsigned int mark) {
+    if (slot == owner && slot != nullptr && !isFirst(*owned, ownedCount, address)) return false;
+    fxTypeObj* const type = object != nullptr ? object->getTypeObj() : &declared;
+    unsigned int typeId = 0;
+    if (type == nullptr || !flush() || !writeType(*type, typeId)) return false;
+    unsigned int id = 0;
+    const bool isNew = idOf(address, id, mark);
+    if (isNew) push(new fxBinaryWriterItem(address, *type), id);
+    fieldA = id;
+    tag = isNew ? fxTagPointer : fxTagPointerAgain;
+    return id <= maxId || fail();
+}
+
+// Finds the mark of a declared type, or 0 when there are too many.
+void fxBinaryWriter::chooseMark(const fxTypeObj& declared) {
+    const auto found = std::find(declaredOnes.begin(), declaredOnes.end(), &declared);
+    const auto index = static_cast<unsigned int>(found - declaredOnes.begin());
+    if (found == declaredOnes.end() && index < mostMarks) declaredOnes.push_back(&declared);
+    lastMark = index < mostMarks ? marked | index << markedIdBits : 0;
+    lastDeclared = &declared;
 }
 
 // The id of a part of the object under way. A part is given once with each
@@ -389,7 +403,9 @@ unsigned int fxBinaryWriter::push(fxBinaryWriterItem* item, unsigned int id) {
     item->id = id;
     fetchSoon(item->address);
     const unsigned int length = pending.length();
-    if (length == pending.getMaxLength()) pending.setMaxLength(2 * length + 16);
+    const bool isPower = (length & (length - 1)) == 0;  // the room is one, too
+    if (isPower && length == pending.getMaxLength())
+        pending.setMaxLength(std::max(16U, 2 * length));
     pending.append(item);
     return id;
 }
@@ -410,70 +426,7 @@ bool fxBinaryWriter::writePrimPointer(const void* slot, const void* block, size_
     fieldD = static_cast<unsigned int>(byteCount);
     push(new fxBinaryWriterItem(block, fieldD, bodyTag, isOfInts), id);
     tag = fxTagBlock;
-    return id <= maxId;
-}
-
-// Writes the record being built with this payload, of up to a buffer's length.
-// What comes next is data. Most payloads are short, and then they are copied
-// without regard to their length. Requires: a short one is at the front of `buffer`.
-bool fxBinaryWriter::writeRecord(const char* payload, unsigned int payloadBytes) {
-    constexpr unsigned int shortBytes = 64;
-    if (fxStreamTrace::isOn()) trace();
-    char* const place = outgoing->room(maxHeadBytes + shortBytes);
-    if (place == nullptr || tag == fxTagType || payloadBytes > shortBytes) {
-        return writeParts(payload, payloadBytes);
-    }
-    const unsigned int length = putHead(place, payloadBytes);
-    std::memcpy(place + length, payload, shortBytes);
-    outgoing->added(length + payloadBytes);
-    tag = fxTagData;
-    return true;
-}
-
-void fxBinaryWriter::trace() const {
-    const unsigned long id = tag == fxTagType ? fieldB : fieldA;
-    const char* className = itemType != nullptr ? itemType->name : nullptr;
-    if (tag == fxTagType) className = name;
-    if (isContents(tag)) className = nullptr;
-    fxStreamTrace::record("write", headerBytes + outgoing->total(), tagName(tag),
-                          fieldBytes[tag] > 0 ? static_cast<unsigned int>(id) : 0, className);
-}
-
-// The same part by part.
-bool fxBinaryWriter::writeParts(const char* payload, unsigned int payloadBytes) {
-    char head[maxHeadBytes];
-    if (!outgoing->put(head, putHead(head, payloadBytes))) return false;
-    if (tag == fxTagType && !outgoing->put(name, std::strlen(name) + 1)) return false;
-    if (payloadBytes != 0 && !outgoing->put(payload, payloadBytes)) return false;
-    tag = fxTagData;
-    return true;
-}
-
-// Keeps invariant (4). What is pending may be gone by the next call.
-bool fxBinaryWriter::fail() {
-    outgoing->fail();
-    dropPending();
-    tag = fxTagData;
-    used = room = 0;
-    cursor = buffer;
-    return false;
-}
-
-// Puts the head of the record being built and returns its length. There is room
-// for maxHeadBytes, which may all change.
-inline unsigned int fxBinaryWriter::putHead(char* place, unsigned int payloadBytes) const {
-    // All is read before bytes are put, which might be those of the fields for all that
-    // the compiler knows.
-    const unsigned int tag_ = tag;
-    const unsigned int first = static_cast<unsigned int>(tag_ == fxTagType ? fieldB : fieldA);
-    const unsigned int second = tag_ == fxTagObject ? static_cast<unsigned int>(fieldB) : fieldD;
-    const unsigned int third = static_cast<unsigned int>(fieldC);
-    const unsigned int length = putHeader(place, tag_, payloadBytes);
-    char* const fields = place + length;
-    putWord(fields, first);
-    putWord(fields + 4, second);
-    putWord(fields + 8, third);
-    return length + fieldBytes[tag_];
+    return id <= maxId || fail();
 }
 
 fxBinaryWriterItem* fxBinaryWriter::itemAt(unsigned int index) {
@@ -489,6 +442,7 @@ bool fxBinaryWriter::writePending() {
         // meanwhile, and some items after that.
         if (last > 0) fetchSoon(itemAt(last - 1)->address);
         if (last > 3) __builtin_prefetch(itemAt(last - 4));
+        if (item->kind == fxBinaryWriterItem::object) seen->fetchSoon(item->address);
         if (!writeItem(*item) || !flush()) return false;
     }
     return true;
@@ -520,14 +474,6 @@ bool fxBinaryWriter::writeItem(const fxBinaryWriterItem& item) {
     }
     complaint.reset();
     return true;
-}
-
-bool fxBinaryWriter::writeBlock(const fxBinaryWriterItem& item) {
-    tag = item.tag;
-    fieldD = item.byteCount;
-    if (!item.isOfInts) return writeBytes(item.address, item.byteCount);
-    const unsigned int count = static_cast<unsigned int>(item.byteCount / sizeof(long));
-    return fxBinaryTranscriber::xdr(static_cast<int*>(const_cast<void*>(item.address)), count);
 }
 
 void fxBinaryWriter::dropPending() {
