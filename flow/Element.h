@@ -1,0 +1,293 @@
+// Elements: classes whose objects a flow can name, set and connect.
+#ifndef FLOW_ELEMENT_H
+#define FLOW_ELEMENT_H
+
+#include <exception>
+#include <functional>
+#include <limits>
+#include <string>
+#include <string_view>
+#include <type_traits>
+#include <utility>
+#include <vector>
+
+#include "flow/Time.h"
+#include "flow/ValueType.h"
+#include "fxds/Obj.h"
+
+class fxFlow;
+class fxTranscriber;
+
+/// What an element may derive from to take part in the life of its flow. Any other class
+/// that derives from fxObj and is made without arguments will do for an element that only
+/// receives and sends.
+///
+/// Elements send at once (fxSendNow): how a value travels is a matter of the connection.
+class FX_API fxElement : public fxObj {
+public:
+    fxElement() = default;
+    fxElement(const fxElement&) = delete;
+    fxElement& operator=(const fxElement&) = delete;
+
+    /// Begins the work: opens files, starts alarms. Called once, when the properties are
+    /// set and before anything is connected; not by a test, which sends in its place.
+    /// Returns why it cannot, or "".
+    virtual std::string start() { return ""; }
+    /// Looks at all properties together, when they are set. Returns what is wrong, or "".
+    virtual std::string settle() { return ""; }
+    /// Transcribes what the element has to remember, for flows that are saved.
+    virtual bool xdrState(fxTranscriber&) { return true; }
+
+    /// Whether it may send without being sent anything: it waits for a time, a line, a
+    /// process. A flow in which no element is busy, and nothing is queued, ends.
+    bool isBusy() const { return busy; }
+
+protected:
+    void setBusy(bool isNowBusy);  ///< See isBusy().
+    fxFlowTime& time() const;      ///< Of its flow.
+    /// Tells the user of the flow, with the name of the object.
+    void complain(const std::string& text) const;
+
+private:
+    friend class fxFlow;
+    fxFlow* flow = nullptr;  // borrowed; null before it is part of one
+    bool busy = false;
+};
+
+/// A property of an element: what flows may set.
+struct FX_API fxElementProperty {
+    std::string name;
+    std::string type;         ///< "text", "number", "whole number", "yes or no".
+    std::string sentence;     ///< What it means.
+    std::string standard;     ///< The value where none is given, as text.
+    bool isRequired = false;  ///< Whether one must be given.
+    std::string unitName;     ///< "" for none.
+    double lowest = -std::numeric_limits<double>::infinity();  ///< Of a number.
+    double highest = std::numeric_limits<double>::infinity();  ///< Of a number.
+    std::vector<std::string> choices;  ///< The texts that it may be; empty for any.
+    /// A further test of a value: returns what is wrong with it, or "".
+    std::function<std::string(const std::string&)> test;
+
+    std::function<bool(const std::string&)> fits;         ///< Whether it is of the type.
+    std::function<void(fxObj&, const std::string&)> set;  ///< Requires: whyNot() is "".
+    std::function<std::string(const fxObj&)> get;         ///< As set() takes it.
+
+    ///@{
+    /// For descriptions: `element.property("per", &Rate::per, 60.0, "...").unit("s")`.
+    fxElementProperty& unit(const char* unitName_);
+    fxElementProperty& range(double lowest_, double highest_);
+    fxElementProperty& oneOf(std::vector<std::string> choices_);
+    fxElementProperty& testedBy(std::function<std::string(const std::string&)> test_);
+    ///@}
+
+    /// What is wrong with a value, such as "is not a number"; "" for nothing.
+    std::string whyNot(const std::string& value) const;
+};
+
+/// An input or output of an element.
+struct FX_API fxElementChannel {
+    std::string name;
+    std::string sentence;
+    const fxFlowType* type;
+
+    unsigned short typeNumber() const { return type->number(); }  ///< The data type number.
+    const char* typeName() const;  ///< View, as fxDataTypeName() gives it.
+};
+
+/// The description of a class of elements. Descriptions are made by FX_ELEMENT, live as
+/// long as the program, and are found by name.
+class FX_API fxElementKind {
+public:
+    fxElementKind(const fxElementKind&) = delete;
+    fxElementKind& operator=(const fxElementKind&) = delete;
+    virtual ~fxElementKind();
+
+    const std::string name;
+    const std::string sentence;  ///< What it does.
+    std::vector<fxElementProperty> properties;
+    std::vector<fxElementChannel> inputs;
+    std::vector<fxElementChannel> outputs;
+
+    /// A new object with its channels, and its properties as they are when none is given.
+    /// Whatever the constructor throws passes.
+    virtual fxRef<fxObj> make() const = 0;
+
+    ///@{
+    /// What is described under the name, or null.
+    const fxElementProperty* findProperty(std::string_view name) const;
+    const fxElementChannel* findInput(std::string_view name) const;
+    const fxElementChannel* findOutput(std::string_view name) const;
+    ///@}
+
+    static const fxElementKind* find(std::string_view name);  ///< Or null.
+    static std::vector<const fxElementKind*> all();           ///< By name.
+    /// Names that were described more than once; the first description holds.
+    static const std::vector<std::string>& duplicates();
+
+protected:
+    fxElementKind(const char* name, const char* sentence);
+    /// Enters the description.
+    void enter();
+
+    // Tells the flow of `object` that it threw.
+    static void complainOf(const fxObj& object, const char* what);
+};
+
+/// Describes the class C; what FX_ELEMENT hands to its body.
+template <class C>
+class fxElementOf final : public fxElementKind {
+    static_assert(std::is_base_of_v<fxObj, C>, "an element derives from fxObj");
+    static_assert(std::is_default_constructible_v<C>, "an element is made without arguments");
+
+public:
+    typedef void Describe(fxElementOf& element);
+
+    fxElementOf(const char* name_, const char* sentence_, Describe* describe)
+        : fxElementKind(name_, sentence_) {
+        describe(*this);
+        enter();
+    }
+
+    ///@{
+    /// A property that is a member: a bool, a whole number, a double, an fxStr or a
+    /// std::string. It is `standard` where a flow does not give it; without that a flow
+    /// must.
+    template <class T, class Standard>
+    fxElementProperty& property(const char* name_, T C::*member, const Standard& standard,
+                                const char* sentence_) {
+        fxElementProperty& made = property(name_, member, sentence_);
+        made.isRequired = false;
+        made.standard = fxFlowDetail::shown<typename Stored<T>::Type>(
+            static_cast<typename Stored<T>::Type>(standard));
+        return made;
+    }
+    template <class T>
+    fxElementProperty& property(const char* name_, T C::*member, const char* sentence_) {
+        typedef typename Stored<T>::Type Value;
+        fxElementProperty made;
+        made.name = name_;
+        made.sentence = sentence_;
+        made.isRequired = true;
+        made.type = std::is_same_v<Value, unsigned char> ? "yes or no"
+                    : std::is_integral_v<Value>          ? "whole number"
+                    : std::is_floating_point_v<Value>    ? "number"
+                                                         : "text";
+        made.fits = [](const std::string& text) {
+            return fxFlowDetail::parsed<Value>(text, [](const Value&) {});
+        };
+        made.set = [member](fxObj& object, const std::string& text) {
+            fxFlowDetail::parsed<Value>(text, [&](const Value& value) {
+                static_cast<C&>(object).*member = static_cast<T>(Stored<T>::from(value));
+            });
+        };
+        made.get = [member](const fxObj& object) {
+            return fxFlowDetail::shown<Value>(
+                static_cast<Value>(Stored<T>::to(static_cast<const C&>(object).*member)));
+        };
+        properties.push_back(std::move(made));
+        return properties.back();
+    }
+    ///@}
+
+    /// An input that calls a member function, which takes a value or none. What it throws
+    /// is told to the user of the flow.
+    template <class Method, std::enable_if_t<std::is_member_function_pointer_v<Method>, int> = 0>
+    void input(const char* name_, Method method, const char* sentence_) {
+        typedef typename fxDetail::CallableOf<Method>::Type Argument;
+        typedef fxDetail::Bare<Argument> T;
+        inputs.push_back({name_, sentence_, &fxFlowTypeOf<T>()});
+        const std::string channel = name_;
+        makers.push_back([channel, method](C& object) {
+            C* const self = &object;
+            if constexpr (std::is_void_v<Argument>) {
+                object.addInput(channel.c_str(),
+                                [self, method] { guarded(*self, [&] { (self->*method)(); }); });
+            } else {
+                object.template addInput<T>(channel.c_str(), [self, method](const T& value) {
+                    guarded(*self, [&] { (self->*method)(value); });
+                });
+            }
+        });
+    }
+    /// An input that the class adds itself, for values of type T.
+    template <class T>
+    void input(const char* name_, const char* sentence_) {
+        inputs.push_back({name_, sentence_, &fxFlowTypeOf<T>()});
+    }
+
+    /// An output that is a member.
+    template <class T>
+    void output(const char* name_, fxOutputView<T> C::*member, const char* sentence_) {
+        output<T>(name_, sentence_);
+        const std::string channel = name_;
+        makers.push_back([channel, member](C& object) {
+            object.*member = object.template addOutput<T>(channel.c_str());
+        });
+    }
+    /// An output that the class adds itself, for values of type T.
+    template <class T>
+    void output(const char* name_, const char* sentence_) {
+        outputs.push_back({name_, sentence_, &fxFlowTypeOf<T>()});
+    }
+
+    fxRef<fxObj> make() const override {
+        const fxRef<C> object = new C;
+        for (const auto& maker : makers) maker(*object);
+        for (const fxElementProperty& each : properties) {
+            if (!each.isRequired) each.set(*object, each.standard);
+        }
+        return object;
+    }
+
+private:
+    // As what a member travels, and how it becomes that.
+    template <class T, class = void>
+    struct Stored {
+        typedef typename fxChannelType<T>::Value Type;
+        static const Type& from(const Type& value) { return value; }
+        static const T& to(const T& value) { return value; }
+    };
+    template <class Nothing>
+    struct Stored<std::string, Nothing> {
+        typedef fxStr Type;
+        static std::string from(const fxStr& value) { return std::string(value.view()); }
+        static fxStr to(const std::string& value) { return fxStr(std::string_view(value)); }
+    };
+
+    template <class Call>
+    static void guarded(C& object, Call call) {
+        const fxRef<fxObj> hold(&object);  // the receiver may make the flow drop it
+        try {
+            call();
+        } catch (const std::exception& thrown) {
+            complainOf(object, thrown.what());
+        } catch (...) {
+            complainOf(object, "an exception of an unknown kind");
+        }
+    }
+
+    std::vector<std::function<void(C&)>> makers;
+};
+
+/// FX_ELEMENT(Class, sentence) { ... } stands once in a source file, in the global
+/// namespace, and makes the class an element under its own name. Its body describes what
+/// flows may set and connect, with `element`, an fxElementOf<Class>:
+///
+///     class Level : public fxElement {
+///     public:
+///         void take(double value);
+///         double high;
+///         fxOutputView<bool> active;
+///     };
+///
+///     FX_ELEMENT(Level, "tells when a value has become high") {
+///         element.property("high", &Level::high, 1.0, "what is high");
+///         element.input("level", &Level::take, "the value");
+///         element.output("active", &Level::active, "whether it is high, when that changes");
+///     }
+#define FX_ELEMENT(Class, sentence)                                                               \
+    static void fxDescribe##Class(fxElementOf<Class>& element);                                   \
+    static const fxElementOf<Class> fxElementKindOf##Class(#Class, sentence, &fxDescribe##Class); \
+    static void fxDescribe##Class(fxElementOf<Class>& element)
+
+#endif

@@ -1,0 +1,95 @@
+// A running flow: objects and connections made from a text, and changed with it.
+#ifndef FLOW_FLOW_H
+#define FLOW_FLOW_H
+
+#include <iosfwd>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "flow/Element.h"
+#include "flow/Text.h"
+#include "flow/Time.h"
+#include "fxds/Obj.h"
+#include "fxds/StreamFault.h"
+
+/// A network of elements that a text describes.
+///
+///     fxFlowText text = fxFlowText::load("errors.flow");
+///     fxFlow flow;
+///     for (const fxFlowProblem& problem : flow.apply(text)) print(problem.line());
+///     fx_theExecutive->run();
+///
+/// Objects may be dropped while they send and receive. The flow holds its objects; one
+/// that ends all the same is not used any more.
+///
+/// Needs fxInitializeToolkit(). A flow belongs to the loop's thread.
+class FX_API fxFlow : public fxObj {
+public:
+    /// What a flow is made for.
+    enum class Purpose {
+        running,  ///< All elements start.
+        testing   ///< Those that reach outside the flow do not: a test sends in their place.
+    };
+
+    /// `time` is borrowed.
+    explicit fxFlow(Purpose purpose = Purpose::running, fxFlowTime& time = fxFlowTime::steady());
+    fxFlow(const fxFlow&) = delete;
+    fxFlow& operator=(const fxFlow&) = delete;
+    ~fxFlow() override;
+
+    const char* className() const override;
+
+    /// Makes the flow that of the text, from nothing or from what it was: objects of which
+    /// the text says the same keep their state and their connections, others are made and
+    /// dropped. Returns what is wrong; when that is an error nothing has changed.
+    std::vector<fxFlowProblem> apply(fxFlowText text);
+
+    /// Whether a value may still come of itself: an element is busy, or something that a
+    /// class without isBusy() does. What is queued does not count.
+    bool isBusy() const;
+
+    fxObj* find(std::string_view name) const;       ///< The object of this name, or null.
+    std::string nameOf(const fxObj& object) const;  ///< "" for an object of others.
+    fxFlowTime& time() const;                       ///< As it was given.
+
+    /// The flow as it is now, with the properties as they are; see fxFlowText::write().
+    std::string write() const;
+    /// The flow as Graphviz dot text; deliveries other than "queued" and conversions are
+    /// labels of edges.
+    void writeDot(std::ostream& out) const;
+
+    ///@{
+    /// Saves the flow with what its elements remember in the file at `path`, and makes this
+    /// flow the saved one. Loading changes nothing when it fails. Plug-ins that the flow
+    /// needs must have been loaded.
+    [[nodiscard]] fxStreamFault save(const std::string& path);
+    [[nodiscard]] fxStreamFault load(const std::string& path);
+    ///@}
+
+    /// Calls the watcher with each value, as text, that leaves an output, or that an output
+    /// sends to an input; until the flow ends or the end is dropped. Returns why not, or "".
+    std::string watch(const std::string& object, const std::string& channel,
+                      fxFlowType::Watcher watcher);
+    /// Sends a value from an output, or to an input. Returns why not, or "".
+    std::string send(const std::string& object, const std::string& channel,
+                     const std::string& value);
+
+    /// "alarm: cannot write: No space left on device": what elements complain of.
+    const fxOutput<fxStr> complaint = addOutput<fxStr>("complaint");
+
+private:
+    friend class fxElement;
+    friend class fxElementKind;
+    class Network;
+
+    void complain(const fxObj& object, const std::string& text);
+
+    const std::unique_ptr<Network> network;
+};
+
+/// Loads the elements of a shared object, once. Returns why not, or "". It stays loaded.
+FX_API std::string fxLoadPlugin(const std::string& path);
+
+#endif

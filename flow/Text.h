@@ -1,0 +1,133 @@
+// The text of a flow: what it says, and everything that is wrong with it.
+#ifndef FLOW_TEXT_H
+#define FLOW_TEXT_H
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "flow/ValueType.h"
+
+class fxElementKind;
+
+/// Where in the text of a flow something is. Lines and columns count from 1, columns in
+/// bytes; 0 for what has no place, such as a setting of the command line.
+struct fxFlowPlace {
+    std::string file;
+    unsigned int line = 0;
+    unsigned int column = 0;
+};
+
+/// Something that is wrong with a flow, or deserves a warning.
+struct FX_API fxFlowProblem {
+    fxFlowPlace place;
+    std::string text;  ///< Without the place: "Lines has no output \"lin\"; it has: end, line".
+    bool isWarning = false;
+
+    /// As compilers write it: "errors.flow:7:5: error: ..."; without a place only the rest.
+    std::string line() const;
+};
+
+/// A flow as text: objects with their properties, connections, and tests.
+/// docs/flow/grammar.md has the grammar.
+///
+///     log   = Lines file="/var/log/app.log" follow=yes
+///     error = Match pattern="ERROR|FATAL"
+///     log.line -> error.text (newest)
+///
+/// Reading and checking a text makes no object and opens nothing but the files that it
+/// includes. All that is wrong is found, not only the first of it.
+class FX_API fxFlowText {
+public:
+    /// What a statement names, with its place.
+    struct Word {
+        std::string text;
+        fxFlowPlace place;
+    };
+    struct Setting {
+        Word name;
+        Word value;
+    };
+    struct Object {
+        Word name;
+        Word className;
+        std::vector<Setting> settings;
+        const fxElementKind* kind = nullptr;  ///< Set by check(); null for an unknown class.
+
+        bool operator==(const Object& other) const;  ///< Whether both say the same.
+    };
+    /// One end of a connection: `object.channel`.
+    struct End {
+        Word object;
+        Word channel;
+    };
+    struct Connection {
+        End from;
+        End to;
+        fxFlowDelivery delivery = fxFlowDelivery::queued;
+
+        bool operator==(const Connection& other) const;  ///< Whether both say the same.
+    };
+    /// One line of a test.
+    struct Step {
+        enum class Kind {
+            send,        ///< `send END [VALUE] [COUNT times]`: from an output, or to an input
+            pass,        ///< `pass SECONDS`: lets time pass
+            expect,      ///< `expect END [VALUE]`: that is the next value, or any
+            expectLast,  ///< `expect last END VALUE`: that is the last of all that came
+            expectNo     ///< `expect no END`: there is none
+        };
+        Kind kind;
+        End end;
+        bool hasValue = false;
+        Word value;
+        unsigned long count = 1;  ///< How often to send.
+        double seconds = 0;
+        fxFlowPlace place;
+    };
+    struct Test {
+        Word name;
+        std::vector<Step> steps;
+    };
+
+    ///@{
+    /// Reads a text, or the file at a path, with the files that it includes, relative to
+    /// the one that includes them. `name` is what places call the text.
+    static fxFlowText parse(std::string_view text, const std::string& name);
+    static fxFlowText load(const std::string& path);
+    ///@}
+
+    /// Gives a property of an object another value, as `--set log.file=...` does. An object
+    /// that there is none of is a problem.
+    void set(const std::string& object, const std::string& property, const std::string& value);
+
+    /// Looks up classes, names, types and converters, and warns of circles that only
+    /// immediate connections make. Adds to `problems`. Plug-ins are to be loaded before.
+    /// Returns whether there is no error.
+    bool check();
+
+    bool hasErrors() const;  ///< Whether a problem is more than a warning.
+    const Object* find(std::string_view object) const;  ///< Or null.
+    /// The same flow in one text without includes and comments; reading it gives the same
+    /// objects and connections. Tests are left out.
+    std::string write() const;
+
+    std::vector<Object> objects;
+    std::vector<Connection> connections;
+    std::vector<Test> tests;
+    std::vector<Word> plugins;       ///< Paths of shared objects, complete.
+    std::vector<std::string> files;  ///< What was read, the flow itself first.
+    std::vector<fxFlowProblem> problems;
+};
+
+/// A value as a flow writes it: bare where that is possible, in quotes otherwise.
+FX_API std::string fxFlowQuoted(std::string_view value);
+
+namespace fxFlowDetail {
+
+/// What to say behind `X has no output "lin"`: the nearest name, or all that there are.
+FX_API std::string suggestion(std::string_view wanted, const std::vector<std::string>& known);
+
+}  // namespace fxFlowDetail
+
+#endif

@@ -1,0 +1,61 @@
+// The time of a flow: that of the clock, or one that is made up for a test.
+#ifndef FLOW_TIME_H
+#define FLOW_TIME_H
+
+#include <functional>
+#include <memory>
+
+#include "fxds/Clock.h"
+#include "fxds/Ref.h"
+
+/// Something that a flow does later. Counted: it stays active while nothing holds it.
+class FX_API fxFlowAlarm : public fxRCObj {
+public:
+    virtual void stop() = 0;                               ///< Nothing when it is not active.
+    virtual void setInterval(fxAlarm::Span interval) = 0;  ///< Starts it anew. Requires: > 0.
+};
+
+/// Where the elements of a flow get the time from, so that a test can make it up.
+class FX_API fxFlowTime {
+public:
+    typedef std::function<void()> Action;  ///< What an alarm calls.
+
+    virtual ~fxFlowTime() = default;
+
+    virtual fxAlarm::Time now() const = 0;  ///< Never goes back.
+    ///@{
+    /// Calls `action` once after `delay`, or every `interval`, until the alarm is stopped
+    /// or `context` (borrowed) begins to end. Requires: interval > 0.
+    virtual fxRef<fxFlowAlarm> after(fxAlarm::Span delay, fxObj* context, Action action) = 0;
+    virtual fxRef<fxFlowAlarm> every(fxAlarm::Span interval, fxObj* context, Action action) = 0;
+    ///@}
+
+    static fxFlowTime& steady();  ///< The time of the steady clock.
+    /// A duration from a number of seconds, as properties give it; what is below 1 ns is 1 ns.
+    static fxAlarm::Span seconds(double count);
+};
+
+/// A time that passes only when it is told to, for tests. It begins at 0.
+class FX_API fxMadeUpTime : public fxFlowTime {
+public:
+    fxMadeUpTime();
+    ~fxMadeUpTime() override;
+
+    fxAlarm::Time now() const override;
+    fxRef<fxFlowAlarm> after(fxAlarm::Span delay, fxObj* context, Action action) override;
+    fxRef<fxFlowAlarm> every(fxAlarm::Span interval, fxObj* context, Action action) override;
+
+    /// Lets time pass: what becomes due is done in the order of its moments, and what was
+    /// started first goes first; after each, all that is queued is delivered.
+    void pass(fxAlarm::Span span);
+
+private:
+    class Alarm;
+    struct Alarms;
+    fxRef<fxFlowAlarm> start(fxAlarm::Span delay, fxAlarm::Span interval, fxObj* context,
+                             Action action);
+
+    const std::unique_ptr<Alarms> alarms;
+};
+
+#endif
