@@ -69,8 +69,9 @@ public:
     ///@}
 
     /// Calls the watcher with each value, as text, that leaves an output, or that an output
-    /// sends to an input; until the flow ends or the end is dropped. Returns why not, or "".
-    std::string watch(const std::string& object, const std::string& channel,
+    /// sends to an input; until the flow ends, the end is dropped, or `context` (borrowed)
+    /// begins to end. Returns why not, or "".
+    std::string watch(const std::string& object, const std::string& channel, fxObj* context,
                       fxFlowType::Watcher watcher);
     /// Sends a value from an output, or to an input. Returns why not, or "".
     std::string send(const std::string& object, const std::string& channel,
