@@ -107,6 +107,9 @@ public:
     std::vector<fxElementProperty> properties;
     std::vector<fxElementChannel> inputs;
     std::vector<fxElementChannel> outputs;
+    /// Whether its objects read or write what is outside the flow: files, processes, the
+    /// screen. A test does not start them; see fxFlow::Purpose.
+    bool outside = false;
 
     /// A new object with its channels, and its properties as they are when none is given.
     /// Whatever the constructor throws passes.
@@ -188,6 +191,9 @@ public:
         return properties.back();
     }
     ///@}
+
+    /// Says that its objects reach outside the flow, by what start() begins.
+    void reachesOutside() { outside = true; }
 
     /// An input that calls a member function, which takes a value or none. What it throws
     /// is told to the user of the flow.
