@@ -57,10 +57,10 @@ fxds_room(dataflow
   ON containers
   HEADERS Channel Connection Converter Data DataTypes Event EventHandler Network Obj Property PropertyAccess
     StrData Trace
-  DETAIL Callable TraceHooks TypedChannels
+  DETAIL Callable Suggestion TraceHooks TypedChannels
   PRIVATE Belongings Explain Links TraceLines
   SOURCES Channel Connection Converter Data DataTypes Event EventHandler Network Obj ObjChannels Property
-    StrData Trace TraceLines)
+    StrData Suggestion Trace TraceLines)
 
 # The select() loop: timers, descriptors, applications.
 fxds_room(loop

@@ -2,16 +2,15 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <numeric>
 #include <string>
 #include <string_view>
 #include <utility>
 #include <vector>
 
-#include "fxds/Converter.h"
 #include "fxds/StrArray.h"
 #include "fxds/dataflow/Explain.h"
 #include "fxds/dataflow/TraceLines.h"
+#include "fxds/detail/Suggestion.h"
 
 // A connection is known by its two ends. The input is held, so its list of the
 // outputs that feed it can always be asked. An output that is in the list exists,
@@ -22,7 +21,7 @@ fxConnection::fxConnection(fxOutputChannel* output_, fxInputChannel* input_) {
         reason = output_ == nullptr ? "there is no output" : "there is no input";
         return;
     }
-    const std::string why = fxExplain::unlikeTypes(output_->getType(), input_->getType());
+    const std::string why = fxDetail::unlikeTypes(output_->getType(), input_->getType());
     if (!why.empty()) {
         reason = fxStr(why);
         return;
@@ -92,41 +91,13 @@ std::string quoted(const char* name) {
     return '"' + std::string(name != nullptr ? name : "") + '"';
 }
 
-// The number of letters to insert, remove or exchange that makes one the other.
-size_t distance(std::string_view a, std::string_view b) {
-    std::vector<size_t> row(b.size() + 1);
-    std::iota(row.begin(), row.end(), size_t{0});
-    for (size_t i = 0; i < a.size(); ++i) {
-        size_t diagonal = row[0];
-        row[0] = i + 1;
-        for (size_t j = 0; j < b.size(); ++j) {
-            const size_t exchanged = diagonal + (a[i] == b[j] ? 0 : 1);
-            diagonal = row[j + 1];
-            row[j + 1] = std::min({row[j] + 1, diagonal + 1, exchanged});
-        }
-    }
-    return row.back();
-}
-
 // What is said of a name that an object does not have.
 std::string missing(const fxObj& object, const char* kind, const char* name,
                     const fxStrArray& known) {
     std::string text = fxTraceLines::classNameOf(object) + " has no " + kind + ' ' + quoted(name);
-    if (known.isEmpty()) return text + ", nor any other";
-    const std::string_view wanted = name != nullptr ? name : "";
-    const auto* const nearest =
-        std::min_element(known.begin(), known.end(), [&](const fxStr& a, const fxStr& b) {
-            return distance(wanted, a.view()) < distance(wanted, b.view());
-        });
-    if (distance(wanted, nearest->view()) <= 1 + wanted.size() / 3) {
-        return text + "; did you mean " + quoted(*nearest) + '?';
-    }
-    const char* separator = "; it has ";
-    for (const fxStr& each : known) {
-        (text += separator) += quoted(each);
-        separator = ", ";
-    }
-    return text;
+    std::vector<std::string_view> names;
+    for (const fxStr& each : known) names.push_back(each.view());
+    return text + fxDetail::suggestion(name != nullptr ? name : "", names);
 }
 
 template <class Channel>
@@ -138,15 +109,6 @@ std::string described(fxObj* object, const char* name, const Channel* channel) {
 }
 
 }  // namespace
-
-std::string fxExplain::unlikeTypes(unsigned short from, unsigned short to) {
-    if (from == to || to == fxDT_void || fxConverter::converts(from, to)) return "";
-    std::string text = "no converter leads from ";
-    (text += fxDataTypeName(from)) += " to ";
-    text += fxDataTypeName(to);
-    if (fxConverter::hasMoreConverters) return text;
-    return text += " (fxConverter::createMoreConverters() adds some)";
-}
 
 std::string fxExplain::whyNotJoined(fxObj* source, const char* output, fxObj* target,
                                     const char* input) {
@@ -160,7 +122,7 @@ std::string fxExplain::whyNotJoined(fxObj* source, const char* output, fxObj* ta
     } else if (to == nullptr) {
         why = missing(*target, "input", input, target->getInputNames());
     } else {
-        why = unlikeTypes(from->getType(), to->getType());
+        why = fxDetail::unlikeTypes(from->getType(), to->getType());
     }
     if (why.empty()) return why;
     why = described(source, output, from) + " -> " + described(target, input, to) + ": " + why;

@@ -6,11 +6,9 @@
 
 class fxObj;
 
-/// Each returns "" when the two can be joined.
 namespace fxExplain {
 
-std::string unlikeTypes(unsigned short from, unsigned short to);
-/// The ends by class, name and type, and what is missing.
+/// The ends by class, name and type, and what is missing; "" when the two can be joined.
 std::string whyNotJoined(fxObj* source, const char* output, fxObj* target, const char* input);
 
 }  // namespace fxExplain

@@ -17,7 +17,7 @@
 #include "fxds/Obj.h"
 #include "fxds/Str.h"
 #include "fxds/StrArray.h"
-#include "fxds/dataflow/Explain.h"
+#include "fxds/detail/Suggestion.h"
 
 // Each function here is called before what it traces happens, while all objects
 // named in the line still exist. A line is put together in full and then written
@@ -294,7 +294,7 @@ void fxTraceLines::unknownWord(std::string_view word, std::string_view known) {
 
 void fxTraceLines::connecting(const fxOutputChannel& output, const fxInputChannel& input) {
     if (!isToWrite(fxTrace::connects)) return;
-    const std::string why = fxExplain::unlikeTypes(output.getType(), input.getType());
+    const std::string why = fxDetail::unlikeTypes(output.getType(), input.getType());
     Line line("connect");
     putChannel(line, output);
     line << " (" << fxDataTypeName(output.getType()) << ") -> ";

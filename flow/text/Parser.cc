@@ -1,0 +1,308 @@
+#include "flow/text/Parser.h"
+
+#include <array>
+#include <charconv>
+
+#include "fxds/detail/Suggestion.h"
+
+// One function for each rule of the grammar. `token` is the first that no rule has taken.
+// A rule that fails has told one problem and passed over the rest of its statement.
+
+namespace {
+
+constexpr std::array deliveries = {fxFlowDelivery::queued, fxFlowDelivery::urgent,
+                                   fxFlowDelivery::newest, fxFlowDelivery::now};
+
+bool isDigit(char c) { return c >= '0' && c <= '9'; }
+bool isNamePart(char c) {
+    return isDigit(c) || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || c == '_';
+}
+
+bool isChannel(std::string_view text) {
+    for (const char c : text) {
+        if (!isNamePart(c)) return false;
+    }
+    return !text.empty();
+}
+
+bool isName(std::string_view text) { return isChannel(text) && !isDigit(text[0]); }
+
+// The number that is the whole text, or false.
+template <class Number>
+bool readNumber(const std::string& text, Number& number) {
+    const char* const end = text.data() + text.size();
+    const auto [last, fault] = std::from_chars(text.data(), end, number);
+    return fault == std::errc() && last == end;
+}
+
+}  // namespace
+
+fxFlowParser::fxFlowParser(fxFlowReading& reading_, std::string_view text, const std::string& file_)
+    : reading(reading_), file(file_), lexer(text, file_, reading_.problems) {
+    advance();
+}
+
+void fxFlowParser::read() {
+    while (token.kind != Kind::textEnd && !reading.isOver()) {
+        if (token.kind == Kind::lineEnd) {
+            advance();
+        } else {
+            statement();
+        }
+    }
+}
+
+bool fxFlowParser::tell(const fxFlowPlace& place, const std::string& what) {
+    if (token.kind != Kind::unknown) reading.problems.add(place, what);
+    skipLine();
+    return false;
+}
+
+bool fxFlowParser::fail(const std::string& expected) {
+    return tell(token.place, "expected " + expected + ", not " + token.shown());
+}
+
+// Passes over what is left of a statement, and over the block that it begins.
+void fxFlowParser::skipLine() {
+    lexer.setTelling(false);
+    bool isBlock = false;
+    while (!token.endsLine()) {
+        isBlock = token.is('{');
+        advance();
+    }
+    if (isBlock) {
+        while (token.kind != Kind::textEnd && !token.is('}')) advance();
+    }
+    while (!token.endsLine()) advance();
+    lexer.setTelling(true);
+}
+
+bool fxFlowParser::endLine() { return token.endsLine() || fail("the end of the line"); }
+
+void fxFlowParser::statement() {
+    if (token.kind != Kind::word) {
+        fail("a statement");
+        return;
+    }
+    const fxFlowToken first = token;
+    advance();
+    const bool isEnd = first.text.find('.') != std::string::npos;
+    if (token.is('=')) {
+        takeObject(first);
+    } else if (token.kind == Kind::arrow || isEnd) {
+        takeConnections(first);
+    } else if (first.text == "include" || first.text == "use") {
+        takeFile(first);
+    } else if (first.text == "test") {
+        takeTest();
+    } else if (token.isValue()) {
+        tell(first.place, "there is no statement " + fxFlowShown(first.text) +
+                              fxDetail::suggestion(first.text, {"include", "test", "use"}));
+    } else {
+        fail("\"=\" or \"->\" behind " + fxFlowShown(first.text));
+    }
+}
+
+bool fxFlowParser::takeName(const fxFlowToken& from, const char* what, Word& name) {
+    if (from.kind != Kind::word || !isName(from.text)) {
+        return tell(from.place, std::string("expected ") + what + ", not " + from.shown());
+    }
+    name = {from.text, from.place};
+    return true;
+}
+
+bool fxFlowParser::takeValue(const char* expected, Word& value) {
+    if (!token.isValue()) return fail(expected);
+    value = {token.text, token.place};
+    advance();
+    return !token.isValue() || !token.isGlued || fail("a blank");
+}
+
+// NAME = CLASS {PROPERTY=VALUE}
+bool fxFlowParser::takeObject(const fxFlowToken& name) {
+    fxFlowText::Object object;
+    if (!takeName(name, "the name of an object", object.name)) return false;
+    advance();
+    if (!takeName(token, "the name of a class", object.className)) return false;
+    advance();
+    while (!token.endsLine()) {
+        fxFlowText::Setting setting;
+        if (!takeName(token, "a property", setting.name)) return false;
+        advance();
+        if (!token.is('=')) return fail("\"=\" behind " + fxFlowShown(setting.name.text));
+        advance();
+        if (!takeValue("a value", setting.value)) return false;
+        if (!reading.hasRoom(setting.name.place)) return false;
+        object.settings.push_back(std::move(setting));
+    }
+    if (!reading.hasRoom(object.name.place)) return false;
+    reading.flow.objects.push_back(std::move(object));
+    return true;
+}
+
+bool fxFlowParser::takeEnd(fxFlowText::End& end) {
+    if (token.kind != Kind::word) return fail("OBJECT.CHANNEL");
+    const fxFlowToken first = token;
+    advance();
+    return takeEnd(first, end);
+}
+
+// NAME.CHANNEL; the token behind the word is the next.
+bool fxFlowParser::takeEnd(const fxFlowToken& first, fxFlowText::End& end) {
+    const std::string_view text = first.text;
+    const size_t dot = text.find('.');
+    if (dot == std::string_view::npos || !isName(text.substr(0, dot))) {
+        return tell(first.place, "expected OBJECT.CHANNEL, not " + first.shown());
+    }
+    const std::string_view channel = text.substr(dot + 1);
+    end.object = {std::string(text.substr(0, dot)), first.place};
+    end.channel = {std::string(channel), first.place};
+    end.channel.place.column += static_cast<unsigned int>(dot + 1);
+    if (channel.empty() && token.kind == Kind::quoted && token.isGlued) {
+        end.channel.text = token.text;
+        advance();
+    } else if (!isChannel(channel)) {
+        return tell(end.channel.place,
+                    "expected a channel behind " + fxFlowShown(text.substr(0, dot + 1)) +
+                        "; those of other characters than letters, digits and _ are in quotes");
+    }
+    return !token.isValue() || !token.isGlued || fail("a blank");
+}
+
+// END -> END [(DELIVERY)] {, END [(DELIVERY)]}
+bool fxFlowParser::takeConnections(const fxFlowToken& first) {
+    fxFlowText::Connection connection;
+    if (!takeEnd(first, connection.from)) return false;
+    if (token.kind != Kind::arrow) return fail("\"->\"");
+    do {
+        advance();
+        if (!takeEnd(connection.to)) return false;
+        connection.delivery = fxFlowDelivery::queued;
+        if (token.is('(') && !takeDelivery(connection.delivery)) return false;
+        if (!reading.hasRoom(connection.to.object.place)) return false;
+        reading.flow.connections.push_back(connection);
+    } while (token.is(','));
+    return token.endsLine() || fail("\",\" or the end of the line");
+}
+
+bool fxFlowParser::takeDelivery(fxFlowDelivery& delivery) {
+    advance();
+    std::vector<std::string_view> names;
+    for (const fxFlowDelivery each : deliveries) {
+        names.emplace_back(fxFlowDeliveryName(each));
+        if (token.isWord(names.back())) delivery = each;
+    }
+    if (!token.isWord(fxFlowDeliveryName(delivery))) {
+        if (token.kind != Kind::word) return fail("a delivery: now, urgent, newest or queued");
+        return tell(token.place, "there is no delivery " + token.shown() +
+                                     fxDetail::suggestion(token.text, names));
+    }
+    advance();
+    if (!token.is(')')) return fail("\")\"");
+    advance();
+    return true;
+}
+
+// include "FILE", or use "PLUGIN.so"
+bool fxFlowParser::takeFile(const fxFlowToken& keyword) {
+    Word path;
+    if (!takeValue("the path of a file", path) || !endLine()) return false;
+    if (!reading.hasRoom(path.place)) return false;
+    if (keyword.text == "use") {
+        path.text = fxFlowReading::complete(fxFlowReading::beside(file, path.text));
+        reading.flow.plugins.push_back(path);
+    } else {
+        reading.readFile(fxFlowReading::beside(file, path.text), &path);
+    }
+    return true;
+}
+
+// test "WHAT" {
+bool fxFlowParser::takeTest() {
+    fxFlowText::Test test;
+    if (!takeValue("the name of a test", test.name)) return false;
+    if (!token.is('{')) return fail("\"{\"");
+    advance();
+    if (!endLine()) return false;
+    takeSteps(test);
+    reading.flow.tests.push_back(std::move(test));
+    return endLine();
+}
+
+// The lines up to the closing brace. A line that begins another statement shows that the
+// brace is missing.
+void fxFlowParser::takeSteps(fxFlowText::Test& test) {
+    while (!reading.isOver()) {
+        if (token.kind == Kind::textEnd) {
+            reading.problems.add(test.name.place,
+                                 "the test " + fxFlowShown(test.name.text) + " has no end: \"}\"");
+            return;
+        }
+        if (token.is('}')) {
+            advance();
+            return;
+        }
+        if (token.kind == Kind::lineEnd) {
+            advance();
+            continue;
+        }
+        fxFlowText::Step step;
+        if (takeStep(step) && reading.hasRoom(step.place)) test.steps.push_back(std::move(step));
+    }
+}
+
+bool fxFlowParser::takeStep(fxFlowText::Step& step) {
+    typedef fxFlowText::Step::Kind StepKind;
+    step.place = token.place;
+    if (token.isWord("pass")) {
+        step.kind = StepKind::pass;
+        advance();
+        const bool isNumber = token.kind == Kind::word && readNumber(token.text, step.seconds);
+        if (!isNumber || !(step.seconds >= 0 && step.seconds <= 1e9)) {
+            return fail("a number of seconds");
+        }
+        advance();
+        return endLine();
+    }
+    if (token.isWord("send")) {
+        step.kind = StepKind::send;
+        advance();
+        return takeEnd(step.end) && takeSent(step) && endLine();
+    }
+    if (!token.isWord("expect")) return fail("send, pass, expect or \"}\"");
+    step.kind = StepKind::expect;
+    advance();
+    if (token.isWord("last") || token.isWord("no")) {
+        step.kind = token.text == "no" ? StepKind::expectNo : StepKind::expectLast;
+        advance();
+    }
+    if (!takeEnd(step.end)) return false;
+    step.hasValue =
+        step.kind == StepKind::expectLast || (step.kind == StepKind::expect && !token.endsLine());
+    return (!step.hasValue || takeValue("a value", step.value)) && endLine();
+}
+
+// [VALUE] [COUNT times]; one value alone is sent.
+bool fxFlowParser::takeSent(fxFlowText::Step& step) {
+    if (token.endsLine()) return true;
+    const fxFlowToken first = token;
+    if (!takeValue("a value", step.value)) return false;
+    fxFlowToken count = first;
+    if (!token.isWord("times")) {
+        step.hasValue = true;
+        if (token.endsLine()) return true;
+        count = token;
+        advance();
+        if (!token.isWord("times"))
+            return tell(count.place, "expected COUNT times, not " + count.shown());
+    } else {
+        step.value = {};
+    }
+    constexpr unsigned long most = 1'000'000;
+    if (count.kind != Kind::word || !readNumber(count.text, step.count) || step.count == 0 ||
+        step.count > most) {
+        return tell(count.place, "expected a count up to 1000000, not " + count.shown());
+    }
+    advance();
+    return true;
+}
