@@ -1,0 +1,40 @@
+// Texts made by a format with one conversion, as those of printf().
+#ifndef FLOW_ELEMENTS_FORMATTED_H
+#define FLOW_ELEMENTS_FORMATTED_H
+
+#include <string>
+
+#include "fxds/Str.h"
+
+namespace fxFlowDetail {
+
+/// A format such as "%s errors" or "%6.2f s": text around one conversion, or without one;
+/// "%%" is a percent sign. What printf() would read or write memory by, and widths that
+/// nobody reads, are refused, so a format may come from anyone.
+class Formatted {
+public:
+    /// What is wrong with a format; "" for nothing.
+    static std::string whyNot(const std::string& format);
+
+    Formatted() = default;
+    /// Requires: whyNot() is "".
+    explicit Formatted(const std::string& format);
+
+    /// The text with the value in it. Throws std::invalid_argument where the conversion
+    /// wants a number and the value does not begin with one.
+    std::string of(const fxStr& value) const;
+
+private:
+    std::string converted(const fxStr& value) const;
+
+    std::string before;
+    std::string flags;
+    int width = 0;
+    int precision = -1;   // -1: none was given
+    char conversion = 0;  // s, d, x, e, f or g; 0: there is none
+    std::string after;
+};
+
+}  // namespace fxFlowDetail
+
+#endif

@@ -1,0 +1,122 @@
+// Elements that values leave the flow by.
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <string>
+#include <string_view>
+
+#include "flow/Element.h"
+#include "flow/elements/Formatted.h"
+
+using fxFlowDetail::Formatted;
+
+namespace {
+
+// Each line at once: a pipe may lead to a program that waits for it.
+class Print final : public fxElement {
+public:
+    const char* className() const override { return "Print"; }
+
+    std::string settle() override {
+        formatted = Formatted(format);
+        return "";
+    }
+    std::string start() override {
+        isStarted = true;
+        return "";
+    }
+
+    void print(const fxStr& value) {
+        const std::string line = formatted.of(value);
+        if (isStarted) write(line + '\n');
+        printed.send(line, fxSendNow);
+    }
+
+    std::string format;
+    fxOutputView<fxStr> printed;
+
+private:
+    void write(const std::string& text) {
+        const bool isWritten = std::fwrite(text.data(), 1, text.size(), stdout) == text.size() &&
+                               std::fflush(stdout) == 0;
+        if (!isWritten && !hasFailed) {
+            complain(std::string("cannot write to standard output: ") + std::strerror(errno));
+        }
+        hasFailed = !isWritten;
+    }
+
+    Formatted formatted;
+    bool isStarted = false;
+    bool hasFailed = false;  // and that was told
+};
+
+// The file is opened again when another one has come to its place, as when logs rotate.
+class Append final : public fxElement {
+public:
+    ~Append() override { shut(); }
+    const char* className() const override { return "Append"; }
+
+    std::string start() override {
+        isStarted = true;
+        return reopen() ? "" : std::string(file.view()) + ": " + std::strerror(errno);
+    }
+
+    void append(const fxStr& line) {
+        if (!isStarted) return;
+        fxStr text(line);
+        text.append('\n');
+        const bool isWritten = (isCurrent() || reopen()) && write(text.view());
+        if (!isWritten && !hasFailed) {
+            complain("cannot write to " + std::string(file.view()) + ": " + std::strerror(errno));
+        }
+        hasFailed = !isWritten;
+    }
+
+    fxStr file;
+
+private:
+    bool isCurrent() const {
+        struct stat ours = {};
+        struct stat there = {};
+        return fd >= 0 && fstat(fd, &ours) == 0 && stat(file, &there) == 0 &&
+               ours.st_ino == there.st_ino && ours.st_dev == there.st_dev;
+    }
+    // A part is written only where there is no room for all.
+    bool write(std::string_view text) const {
+        errno = ENOSPC;
+        return ::write(fd, text.data(), text.size()) == static_cast<ssize_t>(text.size());
+    }
+    bool reopen() {
+        shut();
+        fd = open(file, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOCTTY | O_NONBLOCK, 0666);
+        return fd >= 0;
+    }
+    void shut() {
+        if (fd >= 0) close(fd);
+        fd = -1;
+    }
+
+    int fd = -1;
+    bool isStarted = false;
+    bool hasFailed = false;  // and that was told
+};
+
+}  // namespace
+
+FX_ELEMENT(Print, "prints values on standard output, each on a line") {
+    element.reachesOutside();
+    element.property("format", &Print::format, "%s", "the line, with one of %s, %d, %x, %e, %f, %g")
+        .testedBy(Formatted::whyNot);
+    element.input("value", &Print::print, "the value");
+    element.output("printed", &Print::printed, "the line, which a test does not print");
+}
+
+FX_ELEMENT(Append, "appends lines to a file") {
+    element.reachesOutside();
+    element.property("file", &Append::file, "path of the file, which is made if there is none");
+    element.input("line", &Append::append, "the line, without its line end");
+}

@@ -1,0 +1,109 @@
+// Elements that let values through, or not, or later.
+#include <chrono>
+#include <deque>
+
+#include "flow/Element.h"
+#include "fxds/Xdr.h"
+
+namespace {
+
+class Gate final : public fxElement {
+public:
+    const char* className() const override { return "Gate"; }
+
+    void pass(const fxStr& text) {
+        if (isOpen) value.send(text, fxSendNow);
+    }
+    void setOpen(bool on) { isOpen = on; }
+    bool xdrState(fxTranscriber& transcriber) override { return fxXdrAll(transcriber, isOpen); }
+
+    bool isOpen = false;
+    fxOutputView<fxStr> value;
+};
+
+// All values wait equally long, so one alarm for the first of them will do. It passes one
+// value on: whatever a receiver does then, another alarm runs where more wait.
+class Delay final : public fxElement {
+public:
+    const char* className() const override { return "Delay"; }
+
+    void take(const fxStr& text) {
+        if (waiting.size() >= static_cast<size_t>(limit)) {
+            if (!isFull)
+                complain("drops what comes while " + std::to_string(limit) + " values wait");
+            isFull = true;
+            return;
+        }
+        const fxAlarm::Time now = time().now();
+        const fxAlarm::Span span = fxFlowTime::seconds(by);
+        const bool isEver = span > fxAlarm::Time::max() - now;
+        waiting.push_back({isEver ? fxAlarm::Time::max() : now + span, text});
+        if (waiting.size() == 1) wait();
+    }
+
+    // Each value with the seconds that it has yet to wait.
+    bool xdrState(fxTranscriber& transcriber) override {
+        typedef std::chrono::duration<double> Seconds;
+        const fxAlarm::Time now = time().now();
+        unsigned long count = waiting.size();
+        if (!fxXdrAll(transcriber, count)) return false;
+        if (transcriber.isReading()) waiting.clear();
+        for (unsigned long i = 0; i < count; ++i) {
+            if (transcriber.isReading()) waiting.emplace_back();
+            Value& each = waiting[i];  // stays where it is when more come
+            double left = std::chrono::duration_cast<Seconds>(each.due - now).count();
+            if (!fxXdrAll(transcriber, left, each.text)) return false;
+            if (transcriber.isReading()) each.due = now + fxFlowTime::seconds(left);
+        }
+        if (transcriber.isReading() && !waiting.empty()) wait();
+        return true;
+    }
+
+    double by = 1;
+    long limit = 0;
+    fxOutputView<fxStr> value;
+
+private:
+    struct Value {
+        fxAlarm::Time due;
+        fxStr text;
+    };
+
+    void wait() {
+        setBusy(true);
+        alarm = time().after(waiting.front().due - time().now(), this, [this] { release(); });
+    }
+    void release() {
+        const fxRef<fxObj> hold(this);
+        const fxStr text = waiting.front().text;
+        waiting.pop_front();
+        isFull = false;
+        if (waiting.empty()) {
+            setBusy(false);
+        } else {
+            wait();
+        }
+        value.send(text, fxSendNow);
+    }
+
+    std::deque<Value> waiting;
+    bool isFull = false;  // and that was told
+    fxRef<fxFlowAlarm> alarm;
+};
+
+}  // namespace
+
+FX_ELEMENT(Gate, "lets values through while it is open") {
+    element.property("open", &Gate::isOpen, false, "whether it is open before it is told");
+    element.input("value", &Gate::pass, "what to let through");
+    element.input("open", &Gate::setOpen, "whether it is open from now on");
+    element.output("value", &Gate::value, "what came while it was open");
+}
+
+FX_ELEMENT(Delay, "passes values on later") {
+    element.property("by", &Delay::by, 1.0, "how much later").unit("s").range(1e-6, 1e9);
+    element.property("limit", &Delay::limit, 1000, "how many values may wait; others are dropped")
+        .range(1, 1e7);
+    element.input("value", &Delay::take, "what to pass on");
+    element.output("value", &Delay::value, "each value, when its time has come");
+}
