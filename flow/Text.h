@@ -23,6 +23,7 @@ struct FX_API fxFlowProblem {
     fxFlowPlace place;
     std::string text;  ///< Without the place: "Lines has no output \"lin\"; it has: end, line".
     bool isWarning = false;
+    bool isOfCheck = false;  ///< Whether fxFlowText::check() found it.
 
     /// As compilers write it: "errors.flow:7:5: error: ..."; without a place only the rest.
     std::string line() const;
@@ -102,12 +103,16 @@ public:
     void set(const std::string& object, const std::string& property, const std::string& value);
 
     /// Looks up classes, names, types and converters, and warns of circles that only
-    /// immediate connections make. Adds to `problems`. Plug-ins are to be loaded before.
-    /// Returns whether there is no error.
+    /// immediate connections make. Adds to `problems`, in place of what an earlier check
+    /// found. Plug-ins are to be loaded before. Returns whether there is no error.
     bool check();
+    /// The connections, by index, that close a circle of immediate connections alone. A
+    /// flow delivers these through the queue.
+    std::vector<size_t> closingConnections() const;
 
     bool hasErrors() const;  ///< Whether a problem is more than a warning.
-    const Object* find(std::string_view object) const;  ///< Or null.
+    /// The object of this name, or null. Cost: it is looked for from the first on.
+    const Object* find(std::string_view object) const;
     /// The same flow in one text without includes and comments; reading it gives the same
     /// objects and connections. Tests are left out.
     std::string write() const;
@@ -118,6 +123,8 @@ public:
     std::vector<Word> plugins;       ///< Paths of shared objects, complete.
     std::vector<std::string> files;  ///< What was read, the flow itself first.
     std::vector<fxFlowProblem> problems;
+    std::vector<std::string> unread;  ///< Objects whose statements have a fault.
+    bool isWhole = true;              ///< Whether every file was read to its end.
 };
 
 /// A value as a flow writes it: bare where that is possible, in quotes otherwise.

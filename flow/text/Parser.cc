@@ -96,8 +96,9 @@ void fxFlowParser::statement() {
     } else if (first.text == "test") {
         takeTest();
     } else if (token.isValue()) {
-        tell(first.place, "there is no statement " + fxFlowShown(first.text) +
-                              fxDetail::suggestion(first.text, {"include", "test", "use"}));
+        tell(first.place,
+             "there is no statement " + fxFlowShown(first.text) +
+                 fxDetail::suggestion(first.text, {"include", "test", "use"}, "there are"));
     } else {
         fail("\"=\" or \"->\" behind " + fxFlowShown(first.text));
     }
@@ -122,6 +123,15 @@ bool fxFlowParser::takeValue(const char* expected, Word& value) {
 bool fxFlowParser::takeObject(const fxFlowToken& name) {
     fxFlowText::Object object;
     if (!takeName(name, "the name of an object", object.name)) return false;
+    if (takeClass(object) && reading.hasRoom(object.name.place)) {
+        reading.flow.objects.push_back(std::move(object));
+        return true;
+    }
+    reading.flow.unread.push_back(object.name.text);
+    return false;
+}
+
+bool fxFlowParser::takeClass(fxFlowText::Object& object) {
     advance();
     if (!takeName(token, "the name of a class", object.className)) return false;
     advance();
@@ -135,8 +145,6 @@ bool fxFlowParser::takeObject(const fxFlowToken& name) {
         if (!reading.hasRoom(setting.name.place)) return false;
         object.settings.push_back(std::move(setting));
     }
-    if (!reading.hasRoom(object.name.place)) return false;
-    reading.flow.objects.push_back(std::move(object));
     return true;
 }
 
@@ -195,7 +203,7 @@ bool fxFlowParser::takeDelivery(fxFlowDelivery& delivery) {
     if (!token.isWord(fxFlowDeliveryName(delivery))) {
         if (token.kind != Kind::word) return fail("a delivery: now, urgent, newest or queued");
         return tell(token.place, "there is no delivery " + token.shown() +
-                                     fxDetail::suggestion(token.text, names));
+                                     fxDetail::suggestion(token.text, names, "there are"));
     }
     advance();
     if (!token.is(')')) return fail("\")\"");

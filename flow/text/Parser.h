@@ -72,6 +72,7 @@ private:
 
     void statement();
     bool takeObject(const fxFlowToken& name);
+    bool takeClass(fxFlowText::Object& object);
     bool takeConnections(const fxFlowToken& first);
     bool takeDelivery(fxFlowDelivery& delivery);
     bool takeFile(const fxFlowToken& keyword);

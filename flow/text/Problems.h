@@ -9,18 +9,22 @@
 
 #include "flow/Text.h"
 
-/// Adds problems to those of a flow, up to a number that nobody reads to its end: a text
-/// of nothing but faults must not take more room than it has.
+/// Adds problems to those of a flow, up to `most`: a text of nothing but faults would
+/// take a hundred times its size.
 class fxFlowProblems {
 public:
     static constexpr size_t most = 1000;
+    static constexpr size_t mostNames = 20;  ///< That a problem lists.
 
-    explicit fxFlowProblems(std::vector<fxFlowProblem>& problems_) : problems(problems_) {}
+    explicit fxFlowProblems(std::vector<fxFlowProblem>& problems_, bool isOfCheck_ = false)
+        : problems(problems_), isOfCheck(isOfCheck_) {}
 
     bool isFull() const { return problems.size() >= most; }
     void add(const fxFlowPlace& place, std::string text, bool isWarning = false);
 
+private:
     std::vector<fxFlowProblem>& problems;  // borrowed
+    const bool isOfCheck;
 };
 
 /// A name or value as problems show it: in quotes, and cut where it is long.

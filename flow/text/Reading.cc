@@ -36,12 +36,14 @@ void fxFlowReading::readText(std::string_view text, const std::string& name) {
         flow.files.push_back(name);
     }
     fxFlowParser(*this, text, name).read();
+    if (isOver()) flow.isWhole = false;
 }
 
 void fxFlowReading::readFile(const std::string& path, const fxFlowText::Word* from) {
     std::string text;
     const size_t depth = chain.size();
     const std::string why = contents(path, text);
+    if (!why.empty()) flow.isWhole = false;
     if (why.empty()) {
         readText(text, path);
     } else if (from != nullptr) {

@@ -21,7 +21,7 @@ std::string fxFlowProblem::line() const {
 void fxFlowProblems::add(const fxFlowPlace& place, std::string text, bool isWarning) {
     if (isFull()) return;
     if (problems.size() == most - 1) text = "there are more problems than can be told";
-    problems.push_back({place, std::move(text), isWarning});
+    problems.push_back({place, std::move(text), isWarning, isOfCheck});
 }
 
 std::string fxFlowShown(std::string_view value) {
@@ -38,7 +38,8 @@ std::string fxFlowQuoted(std::string_view value) {
 
 std::string fxFlowDetail::suggestion(std::string_view wanted,
                                      const std::vector<std::string>& known) {
-    return fxDetail::suggestion(wanted, {known.begin(), known.end()});
+    return fxDetail::suggestion(wanted, {known.begin(), known.end()}, "it has",
+                                fxFlowProblems::mostNames);
 }
 
 fxFlowText fxFlowText::parse(std::string_view text, const std::string& name) {
@@ -85,8 +86,9 @@ void fxFlowText::set(const std::string& object, const std::string& property,
     if (target == nullptr) {
         std::vector<std::string_view> names;
         for (const Object& each : objects) names.emplace_back(each.name.text);
-        fxFlowProblems(problems).add({}, "the flow has no object " + fxFlowShown(object) +
-                                             fxDetail::suggestion(object, names, 20));
+        fxFlowProblems(problems).add(
+            {}, "there is no object " + fxFlowShown(object) +
+                    fxDetail::suggestion(object, names, "there are", fxFlowProblems::mostNames));
         return;
     }
     for (Setting& each : target->settings) {

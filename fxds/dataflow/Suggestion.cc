@@ -47,14 +47,15 @@ std::string quoted(std::string_view name) { return '"' + std::string(name) + '"'
 }  // namespace
 
 std::string fxDetail::suggestion(std::string_view wanted,
-                                 const std::vector<std::string_view>& known, size_t most) {
+                                 const std::vector<std::string_view>& known, const char* has,
+                                 size_t most) {
     if (known.empty()) return ", nor any other";
     if (const std::string_view* const near = nearest(wanted, known); near != nullptr) {
         return "; did you mean " + quoted(*near) + '?';
     }
     const size_t shown = std::min(most, known.size());
-    std::string text;
-    for (size_t i = 0; i < shown; ++i) (text += i == 0 ? "; it has " : ", ") += quoted(known[i]);
+    std::string text = std::string("; ") + has;
+    for (size_t i = 0; i < shown; ++i) (text += i == 0 ? " " : ", ") += quoted(known[i]);
     if (shown < known.size()) text += " and " + std::to_string(known.size() - shown) + " more";
     return text;
 }

@@ -13,12 +13,13 @@
 namespace fxDetail {
 
 // Continues `Lines has no output "lin"`: `; did you mean "line"?` where a name is near,
-// else `; it has "end", "count"`, of which `most` are listed, or `, nor any other`.
+// else `; it has "end", "count"`, or `, nor any other`. "it has" is what `has` says; of
+// the names `most` are listed.
 //
 // Cost: O(length of `wanted` and of the names like it, multiplied) for a name of up to 256
 // bytes; longer ones are like no other.
 FX_API std::string suggestion(std::string_view wanted, const std::vector<std::string_view>& known,
-                              size_t most = static_cast<size_t>(-1));
+                              const char* has = "it has", size_t most = static_cast<size_t>(-1));
 
 // Why no output of the data type `from` can feed an input of the type `to`, or "".
 FX_API std::string unlikeTypes(unsigned short from, unsigned short to);
