@@ -92,5 +92,7 @@ private:
 
 /// Loads the elements of a shared object, once. Returns why not, or "". It stays loaded.
 FX_API std::string fxLoadPlugin(const std::string& path);
+/// Whether fxLoadPlugin() has loaded the file at the path.
+FX_API bool fxPluginIsLoaded(const std::string& path);
 
 #endif
