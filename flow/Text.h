@@ -104,7 +104,8 @@ public:
 
     /// Looks up classes, names, types and converters, and warns of circles that only
     /// immediate connections make. Adds to `problems`, in place of what an earlier check
-    /// found. Plug-ins are to be loaded before. Returns whether there is no error.
+    /// found, and brings them into the order of the text. Plug-ins are to be loaded before. Returns
+    /// whether there is no error.
     bool check();
     /// The connections, by index, that close a circle of immediate connections alone. A
     /// flow delivers these through the queue.

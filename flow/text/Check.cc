@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <tuple>
 #include <unordered_map>
 #include <unordered_set>
 #include <utility>
@@ -206,5 +207,15 @@ bool fxFlowText::check() {
                                   [](const fxFlowProblem& each) { return each.isOfCheck; }),
                    problems.end());
     Checking(*this).check();
+    // In the order of the text; what has no place comes first.
+    std::unordered_map<std::string_view, size_t> order;
+    for (const std::string& each : files) order.emplace(each, order.size() + 1);
+    const auto key = [&order](const fxFlowProblem& each) {
+        const auto file = order.find(each.place.file);
+        return std::tuple(file != order.end() ? file->second : 0, each.place.line,
+                          each.place.column);
+    };
+    std::stable_sort(problems.begin(), problems.end(),
+                     [&](const auto& a, const auto& b) { return key(a) < key(b); });
     return !hasErrors();
 }

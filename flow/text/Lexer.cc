@@ -69,12 +69,12 @@ fxFlowLexer::fxFlowLexer(std::string_view text_, const std::string& file_,
     if (text.substr(0, byteOrderMark.size()) == byteOrderMark) here = byteOrderMark.size();
 }
 
-fxFlowPlace fxFlowLexer::placeOf(size_t place) const {
-    return {file, line, static_cast<unsigned int>(place - lineBegin + 1)};
+unsigned int fxFlowLexer::columnOf(size_t place) const {
+    return static_cast<unsigned int>(place - lineBegin + 1);
 }
 
 void fxFlowLexer::tell(size_t place, const std::string& what) const {
-    if (isTelling) problems.add(placeOf(place), what);
+    problems.add({file, line, columnOf(place)}, what);
 }
 
 // Whether a backslash here ends its line.
@@ -114,7 +114,9 @@ void fxFlowLexer::next(fxFlowToken& token) {
     const bool isFirst = here == lineBegin;
     token.isGlued = !skipBlanks() && !isFirst;
     token.text.clear();
-    token.place = placeOf(here);
+    token.place.line = line;
+    token.place.column = columnOf(here);
+    if (token.place.file.empty()) token.place.file = file;  // once: that is a copy
     if (here >= text.size()) {
         token.kind = Kind::textEnd;
     } else if (const char c = text[here]; c == '\n') {
@@ -164,7 +166,8 @@ void fxFlowLexer::takeQuoted(fxFlowToken& token) {
         }
     }
     // A fault in a backslash may have hidden the end: that is one fault.
-    if (token.kind != fxFlowToken::Kind::unknown) tell(begin, "these quotes are not closed");
+    if (isTelling && token.kind != fxFlowToken::Kind::unknown)
+        tell(begin, "these quotes are not closed");
     token.kind = fxFlowToken::Kind::unknown;
 }
 
@@ -182,7 +185,9 @@ bool fxFlowLexer::takeEscape(std::string& value) {
         here += 2;
     } else {
         here = begin + 1;
-        tell(begin, R"(in quotes a backslash begins \" \\ \n \t or \xHH; one of its own is \\)");
+        if (isTelling)
+            tell(begin,
+                 R"(in quotes a backslash begins \" \\ \n \t or \xHH; one of its own is \\)");
         return false;
     }
     return true;
@@ -193,5 +198,6 @@ void fxFlowLexer::takeUnknown(fxFlowToken& token) {
     while ((static_cast<unsigned char>(at(here)) & 0xC0U) == 0x80U) ++here;  // the same character
     token.kind = fxFlowToken::Kind::unknown;
     token.text = text.substr(begin, here - begin);
-    tell(begin, "values with " + fxFlowShown(token.text) + " in them are written in quotes");
+    if (isTelling)
+        tell(begin, "values with " + fxFlowShown(token.text) + " in them are written in quotes");
 }

@@ -45,7 +45,7 @@ private:
     char at(size_t place) const { return place < text.size() ? text[place] : '\0'; }
     bool isArrow(size_t place) const { return at(place) == '-' && at(place + 1) == '>'; }
     void tell(size_t place, const std::string& what) const;
-    fxFlowPlace placeOf(size_t place) const;
+    unsigned int columnOf(size_t place) const;
 
     const std::string_view text;
     const std::string& file;

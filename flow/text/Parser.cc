@@ -86,6 +86,10 @@ void fxFlowParser::statement() {
     }
     const fxFlowToken first = token;
     advance();
+    statement(first);
+}
+
+void fxFlowParser::statement(const fxFlowToken& first) {
     const bool isEnd = first.text.find('.') != std::string::npos;
     if (token.is('=')) {
         takeObject(first);
@@ -179,16 +183,17 @@ bool fxFlowParser::takeEnd(const fxFlowToken& first, fxFlowText::End& end) {
 
 // END -> END [(DELIVERY)] {, END [(DELIVERY)]}
 bool fxFlowParser::takeConnections(const fxFlowToken& first) {
-    fxFlowText::Connection connection;
-    if (!takeEnd(first, connection.from)) return false;
+    fxFlowText::End from;
+    if (!takeEnd(first, from)) return false;
     if (token.kind != Kind::arrow) return fail("\"->\"");
     do {
         advance();
+        fxFlowText::Connection connection;
         if (!takeEnd(connection.to)) return false;
-        connection.delivery = fxFlowDelivery::queued;
         if (token.is('(') && !takeDelivery(connection.delivery)) return false;
         if (!reading.hasRoom(connection.to.object.place)) return false;
-        reading.flow.connections.push_back(connection);
+        connection.from = from;
+        reading.flow.connections.push_back(std::move(connection));
     } while (token.is(','));
     return token.endsLine() || fail("\",\" or the end of the line");
 }
@@ -232,39 +237,39 @@ bool fxFlowParser::takeTest() {
     if (!token.is('{')) return fail("\"{\"");
     advance();
     if (!endLine()) return false;
-    takeSteps(test);
-    reading.flow.tests.push_back(std::move(test));
-    return endLine();
-}
-
-// The lines up to the closing brace. A line that begins another statement shows that the
-// brace is missing.
-void fxFlowParser::takeSteps(fxFlowText::Test& test) {
-    while (!reading.isOver()) {
-        if (token.kind == Kind::textEnd) {
-            reading.problems.add(test.name.place,
-                                 "the test " + fxFlowShown(test.name.text) + " has no end: \"}\"");
-            return;
-        }
-        if (token.is('}')) {
-            advance();
-            return;
-        }
-        if (token.kind == Kind::lineEnd) {
-            advance();
-            continue;
-        }
-        fxFlowText::Step step;
-        if (takeStep(step) && reading.hasRoom(step.place)) test.steps.push_back(std::move(step));
+    while (takeLine(test)) {
     }
+    reading.flow.tests.push_back(std::move(test));
+    return true;
 }
 
-bool fxFlowParser::takeStep(fxFlowText::Step& step) {
+// One line of a test; false behind the last one. A line that begins another statement
+// shows that the closing brace is missing.
+bool fxFlowParser::takeLine(fxFlowText::Test& test) {
+    if (reading.isOver()) return false;
+    if (token.kind == Kind::lineEnd) return advance(), true;
+    if (token.is('}')) return advance(), endLine(), false;
+    const fxFlowToken first = token;
+    if (first.kind != Kind::textEnd) advance();
+    const bool isOther = token.is('=') || token.kind == Kind::arrow || first.isWord("test");
+    if (isOther || first.kind == Kind::textEnd) {
+        reading.problems.add(test.name.place,
+                             "the test " + fxFlowShown(test.name.text) + " has no end: \"}\"");
+        if (isOther) statement(first);
+        return false;
+    }
+    fxFlowText::Step step;
+    step.place = first.place;
+    if (takeStep(first, step) && reading.hasRoom(step.place)) {
+        test.steps.push_back(std::move(step));
+    }
+    return true;
+}
+
+bool fxFlowParser::takeStep(const fxFlowToken& first, fxFlowText::Step& step) {
     typedef fxFlowText::Step::Kind StepKind;
-    step.place = token.place;
-    if (token.isWord("pass")) {
+    if (first.isWord("pass")) {
         step.kind = StepKind::pass;
-        advance();
         const bool isNumber = token.kind == Kind::word && readNumber(token.text, step.seconds);
         if (!isNumber || !(step.seconds >= 0 && step.seconds <= 1e9)) {
             return fail("a number of seconds");
@@ -272,14 +277,14 @@ bool fxFlowParser::takeStep(fxFlowText::Step& step) {
         advance();
         return endLine();
     }
-    if (token.isWord("send")) {
+    if (first.isWord("send")) {
         step.kind = StepKind::send;
-        advance();
         return takeEnd(step.end) && takeSent(step) && endLine();
     }
-    if (!token.isWord("expect")) return fail("send, pass, expect or \"}\"");
+    if (!first.isWord("expect")) {
+        return tell(first.place, "expected send, pass, expect or \"}\", not " + first.shown());
+    }
     step.kind = StepKind::expect;
-    advance();
     if (token.isWord("last") || token.isWord("no")) {
         step.kind = token.text == "no" ? StepKind::expectNo : StepKind::expectLast;
         advance();

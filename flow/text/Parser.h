@@ -71,14 +71,15 @@ private:
     bool endLine();
 
     void statement();
+    void statement(const fxFlowToken& first);
     bool takeObject(const fxFlowToken& name);
     bool takeClass(fxFlowText::Object& object);
     bool takeConnections(const fxFlowToken& first);
     bool takeDelivery(fxFlowDelivery& delivery);
     bool takeFile(const fxFlowToken& keyword);
     bool takeTest();
-    void takeSteps(fxFlowText::Test& test);
-    bool takeStep(fxFlowText::Step& step);
+    bool takeLine(fxFlowText::Test& test);
+    bool takeStep(const fxFlowToken& first, fxFlowText::Step& step);
     bool takeSent(fxFlowText::Step& step);
     bool takeName(const fxFlowToken& from, const char* what, Word& name);
     bool takeEnd(fxFlowText::End& end);
