@@ -18,6 +18,36 @@
 class fxFlow;
 class fxTranscriber;
 
+namespace fxFlowDetail {
+
+// While one exists, objects that flows drop stay: they end when the last one goes.
+class FX_API Acting {
+public:
+    Acting();
+    Acting(const Acting&) = delete;
+    Acting& operator=(const Acting&) = delete;
+    ~Acting();
+};
+
+// Tells the flow of `object` that it threw; false when it belongs to none. The object
+// may have gone.
+FX_API bool complainOf(const fxObj& object, const char* what);
+
+// What elements do is called like this.
+template <class Call>
+void act(const fxObj& object, Call&& call) {
+    const Acting under;
+    try {
+        call();
+    } catch (const std::exception& thrown) {
+        if (!complainOf(object, thrown.what())) throw;
+    } catch (...) {
+        if (!complainOf(object, "an exception of an unknown kind")) throw;
+    }
+}
+
+}  // namespace fxFlowDetail
+
 /// What an element may derive from to take part in the life of its flow. Any other class
 /// that derives from fxObj and is made without arguments will do for an element that only
 /// receives and sends.
@@ -43,10 +73,18 @@ public:
     bool isBusy() const { return busy; }
 
 protected:
-    void setBusy(bool isNowBusy);  ///< See isBusy().
-    fxFlowTime& time() const;      ///< Of its flow.
+    void setBusy(bool isNowBusy) { busy = isNowBusy; }  ///< See isBusy().
+    fxFlowTime& time() const;  ///< Of its flow; fxFlowTime::steady() while it has none.
     /// Tells the user of the flow, with the name of the object.
     void complain(const std::string& text) const;
+    /// Calls `call()` as described inputs and the alarms of time() are called: what it
+    /// throws is complained of, and the element does not end before it returns when the
+    /// flow drops it. For what else calls an element, such as receivers of connections that
+    /// it makes.
+    template <class Call>
+    void act(Call call) const {
+        fxFlowDetail::act(*this, call);
+    }
 
 private:
     friend class fxFlow;
@@ -131,9 +169,6 @@ protected:
     fxElementKind(const char* name, const char* sentence);
     /// Enters the description.
     void enter();
-
-    // Tells the flow of `object` that it threw.
-    static void complainOf(const fxObj& object, const char* what);
 };
 
 /// Describes the class C; what FX_ELEMENT hands to its body.
@@ -206,11 +241,12 @@ public:
         makers.push_back([channel, method](C& object) {
             C* const self = &object;
             if constexpr (std::is_void_v<Argument>) {
-                object.addInput(channel.c_str(),
-                                [self, method] { guarded(*self, [&] { (self->*method)(); }); });
+                object.addInput(channel.c_str(), [self, method] {
+                    fxFlowDetail::act(*self, [&] { (self->*method)(); });
+                });
             } else {
                 object.template addInput<T>(channel.c_str(), [self, method](const T& value) {
-                    guarded(*self, [&] { (self->*method)(value); });
+                    fxFlowDetail::act(*self, [&] { (self->*method)(value); });
                 });
             }
         });
@@ -259,18 +295,6 @@ private:
         static std::string from(const fxStr& value) { return std::string(value.view()); }
         static fxStr to(const std::string& value) { return fxStr(std::string_view(value)); }
     };
-
-    template <class Call>
-    static void guarded(C& object, Call call) {
-        const fxRef<fxObj> hold(&object);  // the receiver may make the flow drop it
-        try {
-            call();
-        } catch (const std::exception& thrown) {
-            complainOf(object, thrown.what());
-        } catch (...) {
-            complainOf(object, "an exception of an unknown kind");
-        }
-    }
 
     std::vector<std::function<void(C&)>> makers;
 };

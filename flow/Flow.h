@@ -21,7 +21,8 @@
 ///     for (const fxFlowProblem& problem : flow.apply(text)) print(problem.line());
 ///     fx_theExecutive->run();
 ///
-/// Objects may be dropped while they send and receive. The flow holds its objects; one
+/// Objects may be dropped, and the flow may be destroyed, while described inputs and alarms of
+/// the flow's time run: what is dropped then ends afterwards. The flow holds its objects; one
 /// that ends all the same is not used any more.
 ///
 /// Needs fxInitializeToolkit(). A flow belongs to the loop's thread.
@@ -43,11 +44,12 @@ public:
 
     /// Makes the flow that of the text, from nothing or from what it was: objects of which
     /// the text says the same keep their state and their connections, others are made and
-    /// dropped. Returns what is wrong; when that is an error nothing has changed.
+    /// dropped. Plug-ins that the text names are loaded. Returns what is wrong; when that is
+    /// an error nothing has changed.
     std::vector<fxFlowProblem> apply(fxFlowText text);
 
-    /// Whether a value may still come of itself: an element is busy, or something that a
-    /// class without isBusy() does. What is queued does not count.
+    /// Whether a value may still come of itself: an element is busy. What is queued does not
+    /// count.
     bool isBusy() const;
 
     fxObj* find(std::string_view name) const;       ///< The object of this name, or null.
@@ -69,11 +71,13 @@ public:
     ///@}
 
     /// Calls the watcher with each value, as text, that leaves an output, or that an output
-    /// sends to an input; until the flow ends, the end is dropped, or `context` (borrowed)
-    /// begins to end. Returns why not, or "".
+    /// sends to an input; until the flow ends, a text has no such end, or `context` (borrowed)
+    /// begins to end. Of an output and an input of one name, the output. Returns why not,
+    /// or "".
     std::string watch(const std::string& object, const std::string& channel, fxObj* context,
                       fxFlowType::Watcher watcher);
-    /// Sends a value from an output, or to an input. Returns why not, or "".
+    /// Sends a value to an input, or from an output where there is no such input; at once.
+    /// Returns why not, or "".
     std::string send(const std::string& object, const std::string& channel,
                      const std::string& value);
 
@@ -82,12 +86,11 @@ public:
 
 private:
     friend class fxElement;
-    friend class fxElementKind;
+    friend bool fxFlowDetail::complainOf(const fxObj& object, const char* what);
+    class Change;
     class Network;
 
-    void complain(const fxObj& object, const std::string& text);
-
-    const std::unique_ptr<Network> network;
+    const std::shared_ptr<Network> network;  // held by what changes it
 };
 
 /// Loads the elements of a shared object, once. Returns why not, or "". It stays loaded.

@@ -25,7 +25,8 @@ public:
     virtual fxAlarm::Time now() const = 0;  ///< Never goes back.
     ///@{
     /// Calls `action` once after `delay`, or every `interval`, until the alarm is stopped
-    /// or `context` (borrowed) begins to end. Requires: interval > 0.
+    /// or `context` (borrowed; or null) begins to end. What an action throws is a complaint
+    /// of the context where that is an object of a flow. Requires: interval > 0.
     virtual fxRef<fxFlowAlarm> after(fxAlarm::Span delay, fxObj* context, Action action) = 0;
     virtual fxRef<fxFlowAlarm> every(fxAlarm::Span interval, fxObj* context, Action action) = 0;
     ///@}
@@ -46,16 +47,16 @@ public:
     fxRef<fxFlowAlarm> every(fxAlarm::Span interval, fxObj* context, Action action) override;
 
     /// Lets time pass: what becomes due is done in the order of its moments, and what was
-    /// started first goes first; after each, all that is queued is delivered.
-    void pass(fxAlarm::Span span);
+    /// started first goes first; before the first and after each, all that is queued is
+    /// delivered. No time, or less, delivers what is queued. Returns false, and lets no more
+    /// time pass, when the queue does not come to rest in a million rounds.
+    bool pass(fxAlarm::Span span);
 
 private:
     class Alarm;
     struct Alarms;
-    fxRef<fxFlowAlarm> start(fxAlarm::Span delay, fxAlarm::Span interval, fxObj* context,
-                             Action action);
 
-    const std::unique_ptr<Alarms> alarms;
+    const std::shared_ptr<Alarms> alarms;  // held while time passes
 };
 
 #endif

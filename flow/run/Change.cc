@@ -1,0 +1,197 @@
+#include <algorithm>
+#include <exception>
+
+#include "flow/run/Network.h"
+
+// A change is a transaction: the steps before commit() make objects and relays that are
+// connected to nothing, and only add to what the network knows. Code of elements runs in
+// make() and start() alone, and may do anything but change this flow again; what it may
+// end is asked for afterwards. prepare() finds all channels, and commit() joins them with
+// no code of elements in between.
+
+fxFlow::Change::Change(std::shared_ptr<Network> network_, fxFlowText text_, Keep keep_)
+    : network(std::move(network_)), text(std::move(text_)), keep(keep_) {
+    if (network->isChanging) {
+        problems.push_back(fxFlowDetail::problemAt({}, "the flow is being changed already"));
+    } else {
+        began = network->isChanging = true;
+    }
+}
+
+fxFlow::Change::~Change() {
+    for (const std::unique_ptr<Member>& each : fresh) network->leave(*each);
+    if (began) network->isChanging = false;
+    fxFlowDetail::bury(std::move(fresh));
+}
+
+bool fxFlow::Change::isFine() {
+    if (network->flow == nullptr && problems.empty()) {
+        problems.push_back(fxFlowDetail::problemAt({}, "the flow ended while it was changed"));
+    }
+    return std::all_of(problems.begin(), problems.end(),
+                       [](const fxFlowProblem& each) { return each.isWarning; });
+}
+
+bool fxFlow::Change::check() {
+    if (!began) return false;
+    for (const fxFlowText::Word& plugin : text.plugins) {
+        const std::string why = fxLoadPlugin(plugin.text);
+        if (!why.empty()) problems.push_back(fxFlowDetail::problemAt(plugin.place, why));
+    }
+    if (problems.empty()) text.check();
+    problems.insert(problems.begin(), text.problems.begin(), text.problems.end());
+    return isFine();
+}
+
+template <class Call>
+void fxFlow::Change::attempt(const Member& member, const fxFlowPlace& place, Call call) {
+    std::string why;
+    try {
+        why = call();
+    } catch (const std::exception& thrown) {
+        why = thrown.what();
+    } catch (...) {
+        why = "an exception of an unknown kind";
+    }
+    if (why.empty() && !member.isThere()) why = "it has ended itself";
+    if (!why.empty()) {
+        problems.push_back(fxFlowDetail::problemAt(place, member.name() + ": " + why));
+    }
+}
+
+std::unique_ptr<fxFlowDetail::Member> fxFlow::Change::made(const fxFlowText::Object& object) {
+    std::string why;
+    try {
+        const fxRef<fxObj> made = object.kind->make();
+        if (made != nullptr) return std::make_unique<Member>(object, made);
+        why = "there is none";
+    } catch (const std::exception& thrown) {
+        why = thrown.what();
+    } catch (...) {
+        why = "an exception of an unknown kind";
+    }
+    problems.push_back(fxFlowDetail::problemAt(
+        object.className.place, "cannot make a " + object.className.text + ": " + why));
+    return nullptr;
+}
+
+void fxFlow::Change::setUp(const Member& member) {
+    for (const fxFlowText::Setting& setting : member.said.settings) {
+        const fxElementProperty* const property = member.said.kind->findProperty(setting.name.text);
+        if (property == nullptr || !member.isThere()) continue;
+        attempt(member, setting.value.place, [&] {
+            property->set(*member.object, setting.value.text);
+            return std::string();
+        });
+    }
+    if (member.element() == nullptr) return;
+    attempt(member, member.said.name.place, [&] { return member.element()->settle(); });
+}
+
+bool fxFlow::Change::make() {
+    members.reserve(text.objects.size());
+    for (const fxFlowText::Object& object : text.objects) {
+        if (object.kind == nullptr) continue;
+        Member* const old = keep == Keep::same ? network->find(object.name.text) : nullptr;
+        if (old != nullptr && old->said.kind == object.kind && old->said == object) {
+            kept.insert(old);
+            members.push_back(old);
+        } else if (std::unique_ptr<Member> member = made(object)) {
+            members.push_back(member.get());
+            fresh.push_back(std::move(member));
+            if (network->flow != nullptr) network->enter(*members.back());
+            setUp(*members.back());
+        }
+        if (network->flow == nullptr) break;
+    }
+    for (Member* const each : members) byName[each->name()] = each;
+    return isFine();
+}
+
+bool fxFlow::Change::start() {
+    for (const std::unique_ptr<Member>& each : fresh) {
+        const bool isOff = network->purpose == Purpose::testing && each->said.kind->outside;
+        if (isOff || each->element() == nullptr || network->flow == nullptr) continue;
+        attempt(*each, each->said.name.place, [&] { return each->element()->start(); });
+    }
+    return isFine();
+}
+
+bool fxFlow::Change::stays(const fxFlowText::Connection& joint) const {
+    const auto isKept = [&](const fxFlowText::End& end) {
+        const auto found = byName.find(end.object.text);
+        return found != byName.end() && kept.count(found->second) != 0;
+    };
+    return isKept(joint.from) && isKept(joint.to);
+}
+
+void fxFlow::Change::prepareJoint(const fxFlowText::Connection& joint) {
+    const auto from = byName.find(joint.from.object.text);
+    const auto to = byName.find(joint.to.object.text);
+    if (from == byName.end() || to == byName.end()) return;  // check() told
+    fxOutputChannel* source = from->second->output(joint.from.channel.text);
+    fxInputChannel* const input = to->second->input(joint.to.channel.text);
+    const auto tell = [&](const fxFlowText::End& end, const char* what) {
+        problems.push_back(fxFlowDetail::problemAt(
+            end.channel.place, end.object.text + " has no " + what + ' ' + end.channel.text));
+    };
+    if (source == nullptr) return tell(joint.from, "output");
+    if (input == nullptr) return tell(joint.to, "input");
+    if (!fxFlowDetail::leadsTo(source->getType(), input->getType())) {
+        return tell(joint.to, "converter for its input");
+    }
+    if (joint.delivery != fxFlowDelivery::now) {
+        const Network::RelayKey key(joint.from.object.text, joint.from.channel.text,
+                                    joint.delivery);
+        fxRef<fxObj>& relay = relays[key];
+        const auto old = network->relays.find(key);
+        if (relay == nullptr && kept.count(from->second) != 0 && old != network->relays.end()) {
+            relay = old->second;
+        } else if (relay == nullptr) {
+            const fxElementKind& kind = *from->second->said.kind;
+            relay = kind.findOutput(joint.from.channel.text)->type->makeRelay(joint.delivery);
+            joins.push_back({source, relay->getInput("in")});
+        }
+        source = relay->getOutput("out");
+    }
+    if (before.count(fxFlowDetail::keyOf(joint)) == 0 || !stays(joint))
+        joins.push_back({source, input});
+}
+
+bool fxFlow::Change::prepare() {
+    joints = fxFlowDetail::restrained(text);
+    for (const fxFlowText::Connection& each : network->joints)
+        before.insert(fxFlowDetail::keyOf(each));
+    for (const fxFlowText::Connection& each : joints) {
+        after.insert(fxFlowDetail::keyOf(each));
+        prepareJoint(each);
+    }
+    return isFine();
+}
+
+void fxFlow::Change::commit() {
+    for (const fxFlowText::Connection& each : network->joints) {
+        if (after.count(fxFlowDetail::keyOf(each)) == 0 || !stays(each)) network->cut(each);
+    }
+    for (const Join& each : joins) each.from->add(each.to);
+
+    std::unordered_map<const Member*, std::unique_ptr<Member>> owned;
+    Network::Members dropped;
+    for (std::unique_ptr<Member>& each : fresh) owned[each.get()] = std::move(each);
+    fresh.clear();
+    for (std::unique_ptr<Member>& each : network->members) {
+        if (kept.count(each.get()) != 0) {
+            owned[each.get()] = std::move(each);
+        } else {
+            dropped.push_back(std::move(each));
+        }
+    }
+    network->members.clear();
+    for (const Member* const each : members) network->members.push_back(std::move(owned[each]));
+    network->byName = std::move(byName);
+    network->joints = std::move(joints);
+    network->relays.swap(relays);  // the old ones end with the change
+    network->said = std::move(text);
+    network->retire(std::move(dropped));
+    network->updateWatches();
+}

@@ -1,0 +1,127 @@
+#include "flow/Element.h"
+
+#include <algorithm>
+#include <map>
+
+#include "flow/run/Network.h"
+
+void fxElement::complain(const std::string& text) const {
+    if (flow != nullptr) flow->network->complain(*this, text);
+}
+
+fxFlowTime& fxElement::time() const {
+    return flow != nullptr ? flow->time() : fxFlowTime::steady();
+}
+
+fxElementProperty& fxElementProperty::unit(const char* unitName_) {
+    unitName = unitName_;
+    return *this;
+}
+
+fxElementProperty& fxElementProperty::range(double lowest_, double highest_) {
+    lowest = lowest_;
+    highest = highest_;
+    return *this;
+}
+
+fxElementProperty& fxElementProperty::oneOf(std::vector<std::string> choices_) {
+    choices = std::move(choices_);
+    return *this;
+}
+
+fxElementProperty& fxElementProperty::testedBy(
+    std::function<std::string(const std::string&)> test_) {
+    test = std::move(test_);
+    return *this;
+}
+
+std::string fxElementProperty::whyNot(const std::string& value) const {
+    using fxFlowDetail::fromText;
+    using fxFlowDetail::textOf;
+    double number = 0;
+    const bool isNumber = type == "number" || type == "whole number";
+    if (!fits(value)) {
+        long whole = 0;
+        if (isNumber && fromText(value, whole)) return "is out of range";
+        return type == "yes or no" ? "is neither yes nor no" : "is not a " + type;
+    }
+    if (isNumber && fromText(value, number)) {
+        const std::string space = unitName.empty() ? "" : " ";
+        if (number < lowest) return "is below " + textOf(lowest) + space + unitName;
+        if (number > highest) return "is above " + textOf(highest) + space + unitName;
+        if (std::isnan(number)) return "is not a number";
+    }
+    if (!choices.empty() && std::find(choices.begin(), choices.end(), value) == choices.end()) {
+        std::string text = "is none of ";
+        const char* separator = "";
+        for (const std::string& each : choices) {
+            (text += separator) += each;
+            separator = ", ";
+        }
+        return text;
+    }
+    return test != nullptr ? test(value) : "";
+}
+
+const char* fxElementChannel::typeName() const { return fxDataTypeName(type->number()); }
+
+// Kinds are entered while programs and plug-ins start, and leave when these end, in any
+// order: the table is never destroyed.
+
+namespace {
+
+struct Kinds {
+    std::map<std::string, const fxElementKind*, std::less<>> byName;
+    std::vector<std::string> duplicates;
+};
+
+Kinds& kinds() {
+    static Kinds& all = *new Kinds;
+    return all;
+}
+
+template <class Described>
+const Described* findNamed(const std::vector<Described>& all, std::string_view name) {
+    const auto found = std::find_if(all.begin(), all.end(),
+                                    [name](const Described& each) { return each.name == name; });
+    return found != all.end() ? &*found : nullptr;
+}
+
+}  // namespace
+
+fxElementKind::fxElementKind(const char* name_, const char* sentence_)
+    : name(name_), sentence(sentence_) {}
+
+fxElementKind::~fxElementKind() {
+    const auto found = kinds().byName.find(name);
+    if (found != kinds().byName.end() && found->second == this) kinds().byName.erase(found);
+}
+
+void fxElementKind::enter() {
+    if (!kinds().byName.emplace(name, this).second) kinds().duplicates.push_back(name);
+}
+
+const fxElementProperty* fxElementKind::findProperty(std::string_view wanted) const {
+    return findNamed(properties, wanted);
+}
+
+const fxElementChannel* fxElementKind::findInput(std::string_view wanted) const {
+    return findNamed(inputs, wanted);
+}
+
+const fxElementChannel* fxElementKind::findOutput(std::string_view wanted) const {
+    return findNamed(outputs, wanted);
+}
+
+const fxElementKind* fxElementKind::find(std::string_view wanted) {
+    const auto found = kinds().byName.find(wanted);
+    return found != kinds().byName.end() ? found->second : nullptr;
+}
+
+std::vector<const fxElementKind*> fxElementKind::all() {
+    std::vector<const fxElementKind*> all;
+    for (const auto& each : kinds().byName) all.push_back(each.second);
+    return all;
+}
+
+const std::vector<std::string>& fxElementKind::duplicates() { return kinds().duplicates; }

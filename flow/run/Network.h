@@ -1,0 +1,198 @@
+// What a flow consists of while it runs. For the sources of this folder only.
+#ifndef FLOW_RUN_NETWORK_H
+#define FLOW_RUN_NETWORK_H
+
+#include <map>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <tuple>
+#include <unordered_map>
+#include <unordered_set>
+#include <utility>
+#include <vector>
+
+#include "flow/Flow.h"
+
+namespace fxFlowDetail {
+
+// Tells whether an object (borrowed) exists, whatever ends it.
+class LifeSign {
+public:
+    explicit LifeSign(fxObj* object) : output(fxDT_void) {
+        fxConnect(fxOutputView<void>(&output), object, [] {});
+    }
+    bool isThere() const { return output.getNumberOfConnections() != 0; }
+
+private:
+    fxOutputChannel output;  // connected to the object until that begins to end
+};
+
+// An object of a flow. It is held, unless it has ended by itself.
+class Member {
+public:
+    Member(fxFlowText::Object said_, const fxRef<fxObj>& object_);
+    Member(const Member&) = delete;
+    Member& operator=(const Member&) = delete;
+    ~Member();
+
+    bool isThere() const { return life.isThere(); }
+    const std::string& name() const { return said.name.text; }
+    fxElement* element() const { return isThere() ? asElement : nullptr; }
+
+    ///@{
+    // The channel, if the object is there and has one of the type that is described.
+    fxOutputChannel* output(const std::string& channel) const;
+    fxInputChannel* input(const std::string& channel) const;
+    ///@}
+
+    const fxFlowText::Object said;  // by the text; its kind is not null
+    fxObj* const object;            // dangles once it is not there
+
+private:
+    fxElement* const asElement;
+    const LifeSign life;
+};
+
+typedef std::vector<std::unique_ptr<Member>> Members;
+
+// Keeps the members until nothing of them can be at work any more: see Acting.
+void bury(Members members);
+
+// What is wrong, at a place.
+fxFlowProblem problemAt(const fxFlowPlace& place, std::string text);
+
+// A text of a flow in which connections that make endless or very deep immediate sends
+// are queued, and none is said twice.
+std::vector<fxFlowText::Connection> restrained(const fxFlowText& text);
+
+// Tells connections from one another that do not say the same.
+std::string keyOf(const fxFlowText::Connection& joint);
+
+// Whether a connection of the two types does.
+bool leadsTo(unsigned short from, unsigned short to);
+
+}  // namespace fxFlowDetail
+
+// Invariants, outside of Change::commit():
+// (1) `members` has a member for each object of `said`, in its order; byName has the same.
+// (2) Each connection of `joints` is made if both ends are there: directly if it is "now",
+//     else from the relay for its output and delivery, which the output leads to.
+// (3) A relay is in `relays` exactly while a connection of `joints` needs it.
+// (4) byObject has the members, those that a change under way has made, and the retired.
+//
+// While a change is under way (isChanging) others are refused.
+class fxFlow::Network {
+public:
+    typedef fxFlowDetail::Member Member;
+    typedef fxFlowDetail::Members Members;
+    typedef std::tuple<std::string, std::string, fxFlowDelivery> RelayKey;  // object, channel
+    struct Watch;
+
+    Network(fxFlow& flow_, Purpose purpose_, fxFlowTime& time_);
+    Network(const Network&) = delete;
+    Network& operator=(const Network&) = delete;
+    ~Network();
+
+    void end();  // of the flow
+
+    Member* find(std::string_view name) const;    // or null; one that is there
+    Member* memberOf(const fxObj& object) const;  // the same, by byObject
+    // Where the values of the connection come from: an output or a relay's; or null.
+    fxOutputChannel* sourceOf(const fxFlowText::Connection& joint) const;
+    void cut(const fxFlowText::Connection& joint) const;
+    void complain(const fxObj& object, const std::string& text) const;
+    fxFlowText textNow() const;  // with the properties as they are
+
+    ///@{
+    // Make the member's object one of the flow, and no longer.
+    void enter(Member& member);
+    void leave(const Member& member);
+    ///@}
+    // Takes members out of the flow; they end with the next delivery of what is queued.
+    void retire(Members dropped);
+
+    std::string watch(const std::string& object, const std::string& channel, fxObj* context,
+                      fxFlowType::Watcher watcher);
+    void updateWatches();
+    std::string send(const std::string& object, const std::string& channel,
+                     const std::string& value);
+
+    fxFlow* flow;  // null when it has ended
+    const Purpose purpose;
+    fxFlowTime& time;
+    bool isChanging = false;
+
+    fxFlowText said;
+    Members members;
+    std::vector<fxFlowText::Connection> joints;
+    std::map<RelayKey, fxRef<fxObj>> relays;
+    std::unordered_map<std::string_view, Member*> byName;
+    std::unordered_map<const fxObj*, Member*> byObject;
+    Members retired;
+    std::vector<std::unique_ptr<Watch>> watches;
+
+    static std::vector<Network*>& all();
+
+private:
+    fxOutputChannel retiring;  // leads to what ends the retired
+};
+
+// A change of a network: all is made beside what there is, and then takes its place.
+class fxFlow::Change {
+public:
+    typedef fxFlowDetail::Member Member;
+
+    // Keeps what says the same, or nothing.
+    enum class Keep { same, nothing };
+
+    Change(std::shared_ptr<Network> network_, fxFlowText text_, Keep keep_);
+    Change(const Change&) = delete;
+    Change& operator=(const Change&) = delete;
+    ~Change();
+
+    ///@{
+    // The steps, in this order; each returns whether there is no error.
+    bool check();
+    bool make();
+    bool start();
+    bool prepare();
+    ///@}
+    void commit();
+
+    // Of the text, in its order; after make().
+    const std::vector<Member*>& all() const { return members; }
+
+    std::vector<fxFlowProblem> problems;  // all that is wrong
+
+private:
+    struct Join {
+        fxOutputChannel* from;
+        fxInputChannel* to;
+    };
+
+    bool isFine();
+    std::unique_ptr<Member> made(const fxFlowText::Object& object);
+    void setUp(const Member& member);
+    void startOne(const Member& member);
+    void prepareJoint(const fxFlowText::Connection& joint);
+    // Runs code of the member's; what it throws or returns is a problem.
+    template <class Call>
+    void attempt(const Member& member, const fxFlowPlace& place, Call call);
+    bool stays(const fxFlowText::Connection& joint) const;
+
+    const std::shared_ptr<Network> network;
+    fxFlowText text;
+    const Keep keep;
+    bool began = false;            // isChanging was set by this one
+    std::vector<Member*> members;  // kept and made; those of the text
+    Network::Members fresh;        // made, and not committed
+    std::unordered_set<const Member*> kept;
+    std::unordered_map<std::string_view, Member*> byName;
+    std::vector<fxFlowText::Connection> joints;
+    std::unordered_set<std::string> before, after;  // the connections that were, and will be
+    std::map<Network::RelayKey, fxRef<fxObj>> relays;
+    std::vector<Join> joins;  // to be made
+};
+
+#endif
