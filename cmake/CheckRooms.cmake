@@ -3,6 +3,7 @@
 # for the exceptions, and none of these is idle; headers that are installed need
 # none that is not; fxds/fxds.h includes every public header, in order; the files and
 # functions that docs/architecture.md names exist, and what commands in documents name.
+# What stands on fxds/ is another library: flow/ includes public headers of it alone.
 #   cmake -P cmake/CheckRooms.cmake
 cmake_minimum_required(VERSION 3.25)
 include(${CMAKE_CURRENT_LIST_DIR}/Rooms.cmake)
@@ -60,6 +61,35 @@ if(NOT "${includes_of_fxds.h}" STREQUAL "${expected}")
   list(JOIN expected "\n    " expected)
   string(APPEND faults "  fxds/fxds.h does not include just these, in this order:\n    ${expected}\n")
 endif()
+
+# The core includes nothing of flow/. What flow/ includes of the core is public, but for one
+# detail that is exported for it and one header of inline functions, both in sources only.
+include(${CMAKE_CURRENT_LIST_DIR}/FlowFiles.cmake)
+file(GLOB_RECURSE core_files ${folder}/*.h ${folder}/*.cc)
+foreach(file IN LISTS core_files)
+  file(STRINGS ${file} lines REGEX "^[ \t]*#[ \t]*include[ \t]*\"flow/")
+  if(lines)
+    string(APPEND faults "  ${file} includes of flow/: ${lines}\n")
+  endif()
+endforeach()
+foreach(file IN LISTS flow_public_headers flow_private_headers flow_sources)
+  file(STRINGS ${flow_folder}/${file} lines REGEX "^[ \t]*#[ \t]*include[ \t]*\"")
+  set(allowed ${fxds_public_headers})
+  if(NOT file IN_LIST flow_public_headers)
+    list(APPEND allowed detail/Suggestion.h base/OpenFile.h)
+  endif()
+  foreach(line IN LISTS lines)
+    string(REGEX REPLACE ".*\"([^\"]*)\".*" "\\1" included "${line}")
+    string(REGEX REPLACE "^(fxds|flow)/" "" name ${included})
+    if(included MATCHES "^fxds/" AND name IN_LIST allowed)
+    elseif(included MATCHES "^flow/" AND name IN_LIST flow_public_headers)
+    elseif(included MATCHES "^flow/" AND name IN_LIST flow_private_headers
+        AND NOT file IN_LIST flow_public_headers)
+    else()
+      string(APPEND faults "  flow/${file} includes ${included}\n")
+    endif()
+  endforeach()
+endforeach()
 
 # docs/architecture.md names files, and functions as `name()`, `file`, that exist.
 file(READ ${folder}/../docs/architecture.md page)

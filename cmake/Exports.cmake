@@ -8,7 +8,7 @@ if(FXDS_SANITIZE OR FXDS_COVERAGE)
 endif()
 
 set(update_exports)
-foreach(library ostrelks ostrelfxds)
+foreach(library ostrelks ostrelfxds ostrelfxflow)
   get_target_property(folder ${library} SOURCE_DIR)
   file(STRINGS ${folder}/exports.map version REGEX "_${PROJECT_VERSION_MAJOR} {$")
   if(NOT version)
@@ -25,11 +25,14 @@ foreach(library ostrelks ostrelfxds)
 endforeach()
 if(FXDS_TESTS)
   # Objects for optimisation at link time show nothing here.
-  add_test(NAME Exports_hidden COMMAND ${CMAKE_CURRENT_LIST_DIR}/exports.sh
-    hidden $<TARGET_OBJECTS:ostrelfxds> COMMAND_EXPAND_LISTS)
+  foreach(library ostrelfxds ostrelfxflow)
+    get_target_property(folder ${library} SOURCE_DIR)
+    add_test(NAME Exports_hidden_${library} COMMAND ${CMAKE_CURRENT_LIST_DIR}/exports.sh
+      hidden ${folder} $<TARGET_OBJECTS:${library}> COMMAND_EXPAND_LISTS)
+  endforeach()
 endif()
 add_custom_target(update_exports ${update_exports} VERBATIM)
-add_dependencies(update_exports ostrelks ostrelfxds)
+add_dependencies(update_exports ostrelks ostrelfxds ostrelfxflow)
 
 # Names alone do not show a size that has changed, nor a virtual function that has moved. The
 # baselines are those of the preset dev, with g++.

@@ -7,38 +7,49 @@ include(${CMAKE_CURRENT_LIST_DIR}/Rooms.cmake)
 # The headers stand in a folder of their own, which users get as an include
 # path: `#include "fxds/fxds.h"` works there as it does in the sources.
 set(FXDS_INSTALL_HEADERS ${CMAKE_INSTALL_INCLUDEDIR}/ostrelfxds)
-set(FXDS_INSTALL_CMAKE ${CMAKE_INSTALL_LIBDIR}/cmake/ostrelfxds)
+set(FXDS_INSTALL_CMAKE ${CMAKE_INSTALL_LIBDIR}/cmake)
 
 foreach(header IN LISTS fxds_public_headers fxds_detail_headers)
   get_filename_component(folder ${header} DIRECTORY)
   install(FILES ${PROJECT_SOURCE_DIR}/fxds/${header}
     DESTINATION ${FXDS_INSTALL_HEADERS}/fxds/${folder} COMPONENT dev)
 endforeach()
+include(${CMAKE_CURRENT_LIST_DIR}/FlowFiles.cmake)
+foreach(header IN LISTS flow_public_headers)
+  install(FILES ${PROJECT_SOURCE_DIR}/flow/${header}
+    DESTINATION ${FXDS_INSTALL_HEADERS}/flow COMPONENT dev)
+endforeach()
 install(FILES ${PROJECT_SOURCE_DIR}/ostrelks/ostrelks.h
   DESTINATION ${FXDS_INSTALL_HEADERS}/ostrelks COMPONENT dev)
 
-# The libraries. libostrelfxds looks for libostrelks beside itself.
-set_target_properties(ostrelfxds PROPERTIES INSTALL_RPATH "$ORIGIN")
-foreach(library ostrelks ostrelfxds)
+# The libraries, which look for one another beside themselves. ostrelfxds and ostrelfxflow
+# are packages for find_package() and pkg-config.
+set_target_properties(ostrelfxds ostrelfxflow PROPERTIES INSTALL_RPATH "$ORIGIN")
+set(package_of_ostrelks ostrelfxds)
+set(package_of_ostrelfxds ostrelfxds)
+set(package_of_ostrelfxflow ostrelfxflow)
+foreach(library ostrelks ostrelfxds ostrelfxflow)
   install(TARGETS ${library} EXPORT ${library}Targets
     LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
     COMPONENT runtime NAMELINK_COMPONENT dev
     INCLUDES DESTINATION ${FXDS_INSTALL_HEADERS})
   install(EXPORT ${library}Targets NAMESPACE ${library}::
-    DESTINATION ${FXDS_INSTALL_CMAKE} COMPONENT dev)
+    DESTINATION ${FXDS_INSTALL_CMAKE}/${package_of_${library}} COMPONENT dev)
 endforeach()
 
-configure_package_config_file(${CMAKE_CURRENT_LIST_DIR}/ostrelfxdsConfig.cmake.in
-  ${CMAKE_CURRENT_BINARY_DIR}/install/ostrelfxdsConfig.cmake
-  INSTALL_DESTINATION ${FXDS_INSTALL_CMAKE}
-  NO_SET_AND_CHECK_MACRO)
-write_basic_package_version_file(
-  ${CMAKE_CURRENT_BINARY_DIR}/install/ostrelfxdsConfigVersion.cmake
-  COMPATIBILITY SameMajorVersion)
-install(FILES
-  ${CMAKE_CURRENT_BINARY_DIR}/install/ostrelfxdsConfig.cmake
-  ${CMAKE_CURRENT_BINARY_DIR}/install/ostrelfxdsConfigVersion.cmake
-  DESTINATION ${FXDS_INSTALL_CMAKE} COMPONENT dev)
+foreach(package ostrelfxds ostrelfxflow)
+  configure_package_config_file(${CMAKE_CURRENT_LIST_DIR}/${package}Config.cmake.in
+    ${CMAKE_CURRENT_BINARY_DIR}/install/${package}Config.cmake
+    INSTALL_DESTINATION ${FXDS_INSTALL_CMAKE}/${package}
+    NO_SET_AND_CHECK_MACRO)
+  write_basic_package_version_file(
+    ${CMAKE_CURRENT_BINARY_DIR}/install/${package}ConfigVersion.cmake
+    COMPATIBILITY SameMajorVersion)
+  install(FILES
+    ${CMAKE_CURRENT_BINARY_DIR}/install/${package}Config.cmake
+    ${CMAKE_CURRENT_BINARY_DIR}/install/${package}ConfigVersion.cmake
+    DESTINATION ${FXDS_INSTALL_CMAKE}/${package} COMPONENT dev)
+endforeach()
 
 # For pkg-config. A library with checked preconditions wants its users checked,
 # too; the CMake targets say so by themselves.
@@ -52,10 +63,12 @@ set(FXDS_PC_DEFINITIONS "")
 if(FXDS_CHECKED)
   set(FXDS_PC_DEFINITIONS " -DFXDS_CHECKED")
 endif()
-configure_file(${CMAKE_CURRENT_LIST_DIR}/ostrelfxds.pc.in
-  ${CMAKE_CURRENT_BINARY_DIR}/install/ostrelfxds.pc @ONLY)
-install(FILES ${CMAKE_CURRENT_BINARY_DIR}/install/ostrelfxds.pc
-  DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT dev)
+foreach(package ostrelfxds ostrelfxflow)
+  configure_file(${CMAKE_CURRENT_LIST_DIR}/${package}.pc.in
+    ${CMAKE_CURRENT_BINARY_DIR}/install/${package}.pc @ONLY)
+  install(FILES ${CMAKE_CURRENT_BINARY_DIR}/install/${package}.pc
+    DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT dev)
+endforeach()
 
 # The tools, with their manual pages. The monitor is an example, not a tool: it
 # is there to be read.
@@ -88,6 +101,7 @@ foreach(component runtime tools)
     if(CMAKE_INSTALL_PREFIX STREQUAL \"/usr\")
       foreach(file
           ${CMAKE_INSTALL_LIBDIR}/libostrelfxds.so.${PROJECT_VERSION}
+          ${CMAKE_INSTALL_LIBDIR}/libostrelfxflow.so.${PROJECT_VERSION}
           ${CMAKE_INSTALL_BINDIR}/fxgrep
           ${CMAKE_INSTALL_BINDIR}/fxdump)
         if(EXISTS \"\$ENV{DESTDIR}/usr/\${file}\")

@@ -30,9 +30,10 @@ set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS
 
 set(introduction "libostrelfxds is a C++17 library for interactive programs: strings,
 containers, objects that send values to one another, a select() loop with
-timers, saving and loading of object graphs, and a regular-expression engine.")
+timers, saving and loading of object graphs, and a regular-expression engine;
+libostrelfxflow, on top of it, runs networks of such objects from texts.")
 
-# Both libraries always change their sonames together, so they share a package,
+# The libraries always change their sonames together, so they share a package,
 # as Debian's policy allows (8.1). The file shlibs tells dpkg-shlibdeps what
 # programs depend on.
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME ${runtime_package})
@@ -80,7 +81,7 @@ topic, and the pages on how the library is built.")
 
 # The tools need a library that is not installed yet.
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS
-  ${PROJECT_BINARY_DIR}/fxds ${PROJECT_BINARY_DIR}/ostrelks)
+  ${PROJECT_BINARY_DIR}/fxds ${PROJECT_BINARY_DIR}/ostrelks ${PROJECT_BINARY_DIR}/flow)
 
 # What only Debian wants is added to the trees when they are packed.
 string(TIMESTAMP changelog_date "%a, %d %b %Y %H:%M:%S +0000" UTC)

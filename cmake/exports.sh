@@ -2,7 +2,7 @@
 # Compares what a library exports with its list, or writes the list anew; or
 # looks in its objects for public functions that lack FX_API.
 #   exports.sh check|update LIBRARY LIST
-#   exports.sh hidden OBJECT...
+#   exports.sh hidden FOLDER OBJECT...
 # The list holds functions and variables that are defined once. What a compiler
 # emits in every program that needs it, or not at all, depends on compiler and
 # optimisation, and the linking program has its own: templates and inline
@@ -10,15 +10,17 @@
 # of virtual functions. These are left out; exports.map bounds them.
 set -euo pipefail
 
-# What several sources share, but programs do not get: the classes of private
-# headers and their namespaces, and two functions.
-fxds=$(dirname "${BASH_SOURCE[0]}")/../fxds
-private=$(find "$fxds" -mindepth 2 -name '*.h' -not -path '*/detail/*' -exec cat {} + |
-    sed -nE 's/^(class|struct|namespace) (fx[A-Za-z]+)( final)?( :.*| \{.*)$/\2::/p' | paste -sd '|')
-private="^($private|fxEnterPropertyName\\(|makeBinaryReader\\()"
-
+# What several sources share, but programs do not get: the classes, functions and
+# namespaces of private headers, and two functions. The classes of elements, whose
+# names do not begin with fx, are found by their descriptions alone.
 hidden() {
-    local found
+    local folder=$1 found private
+    shift
+    private=$(find "$folder" -mindepth 2 -name '*.h' -not -path '*/detail/*' -exec cat {} + |
+        sed -nE -e 's/^(class|struct|namespace) (fx[A-Za-z]+)( final)?( :.*| \{.*)$/\2::/p' \
+            -e 's/^[a-zA-Z].* (fxFlow[A-Za-z]+)\(.*;$/\1\\(/p' | paste -sd '|')
+    private="^($private|fxEnterPropertyName\\(|makeBinaryReader\\()"
+    [[ $folder != */flow ]] || private+='|^(f[^x]|[^f])'
     found=$(readelf -sW "$@" | awk '$5 == "GLOBAL" && $6 == "HIDDEN" && $7 != "UND" {print $8}' |
         sort -u | c++filt | grep -Ev "$private") || return 0
     echo 'Neither marked FX_API nor of a class in a private header:'

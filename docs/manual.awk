@@ -18,6 +18,7 @@ BEGIN {
 function room(path) {
     path = FILENAME
     sub(/.*\/fxds\//, "", path)
+    sub(/.*\/flow\//, "flow/", path)
     return roomOf[path]
 }
 

@@ -26,9 +26,9 @@ for component in runtime dev tools; do
     "$cmake" --install "$build" --prefix "$old/$component" --component $component >/dev/null
 done
 files() (cd "$old/$1" && find . ! -type d)
-expect runtime "$(files runtime)" '/lib(ostrelfxds|ostrelks)\.so\.[0-9.]+$'
+expect runtime "$(files runtime)" '/lib(ostrelfxds|ostrelfxflow|ostrelks)\.so\.[0-9.]+$'
 expect tools "$(files tools)" '/bin/fx[a-z]+$|/man1/fx[a-z]+\.1$|/(completions|site-functions|vendor_completions\.d)/'
-expect dev "$(files dev)" '^\./include/|^\./share/(doc|gdb)/|/cmake/ostrelfxds/|\.pc$|\.so$'
+expect dev "$(files dev)" '^\./include/|^\./share/(doc|gdb)/|/cmake/ostrelfx(ds|flow)/|\.pc$|\.so$'
 rm -r "$old"
 
 step 'nothing remembers where it was built or installed'
@@ -54,6 +54,9 @@ version=$(pkg-config --modversion ostrelfxds)
 read -ra flags <<<"$(pkg-config --cflags --libs ostrelfxds)"
 "$cxx" -std=c++17 "$here/first.cc" "${flags[@]}" -Wl,-rpath,"$libraries" -o "$work/first"
 [[ $("$work/first") == 'hello, 42' ]] || fail 'the program says something else'
+read -ra flags <<<"$(pkg-config --cflags --libs ostrelfxflow)"
+"$cxx" -std=c++17 "$here/flow.cc" "${flags[@]}" -Wl,-rpath,"$libraries" -o "$work/flow"
+[[ $("$work/flow") == 'hello, 42' ]] || fail 'the flow says something else'
 
 step 'find_package()'
 configure() {
@@ -63,6 +66,7 @@ configure() {
 configure "$here" "$work/package" -DCMAKE_PREFIX_PATH="$new"
 "$cmake" --build "$work/package" >"$work/log" || { cat "$work/log"; fail 'it does not build'; }
 [[ $("$work/package/first") == 'hello, 42' ]] || fail 'the program says something else'
+[[ $("$work/package/flow") == 'hello, 42' ]] || fail 'the flow says something else'
 [[ $(ldd "$work/package/first") == *"$libraries/libostrelfxds.so"* ]] || fail 'another library is taken'
 
 # A library with checked preconditions has its users checked, however they found it.
