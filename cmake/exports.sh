@@ -18,7 +18,7 @@ hidden() {
     shift
     private=$(find "$folder" -mindepth 2 -name '*.h' -not -path '*/detail/*' -exec cat {} + |
         sed -nE -e 's/^(class|struct|namespace) (fx[A-Za-z]+)( final)?( :.*| \{.*)$/\2::/p' \
-            -e 's/^[a-zA-Z].* (fxFlow[A-Za-z]+)\(.*;$/\1\\(/p' | paste -sd '|')
+            -e 's/^[a-zA-Z].* (fxFlow[A-Za-z]+)\(.*;$/\1[[(]/p' | paste -sd '|')
     private="^($private|fxEnterPropertyName\\(|makeBinaryReader\\()"
     [[ $folder != */flow ]] || private+='|^(f[^x]|[^f])'
     found=$(readelf -sW "$@" | awk '$5 == "GLOBAL" && $6 == "HIDDEN" && $7 != "UND" {print $8}' |

@@ -74,12 +74,14 @@ private:
 
     void checkSettings(const fxFlowText::Object& object) {
         std::unordered_set<std::string_view> given;
+        bool hasUnknown = false;  // which may be meant for one that is missing
         for (const fxFlowText::Setting& each : object.settings) {
             const std::string whole = object.name.text + '.' + each.name.text;
             const fxElementProperty* const property = object.kind->findProperty(each.name.text);
             if (!given.insert(each.name.text).second) {
                 problems.add(each.name.place, whole + " is given twice");
             } else if (property == nullptr) {
+                hasUnknown = true;
                 const bool isPlaced = each.name.place.line != 0;
                 tellMissing((isPlaced ? "" : whole + ": ") + object.kind->name + " has no property",
                             each.name, namesOf(object.kind->properties), "it has");
@@ -89,7 +91,7 @@ private:
             }
         }
         for (const fxElementProperty& each : object.kind->properties) {
-            if (each.isRequired && given.count(each.name) == 0) {
+            if (each.isRequired && !hasUnknown && given.count(each.name) == 0) {
                 problems.add(object.className.place,
                              object.kind->name + " needs the property " + fxFlowShown(each.name));
             }

@@ -62,19 +62,29 @@ bool fxFlowParser::fail(const std::string& expected) {
     return tell(token.place, "expected " + expected + ", not " + token.shown());
 }
 
-// Passes over what is left of a statement, and over the block that it begins.
-void fxFlowParser::skipLine() {
+// Passes over what is left of a statement. Returns whether that began a block.
+bool fxFlowParser::skipLine() {
     lexer.setTelling(false);
     bool isBlock = false;
     while (!token.endsLine()) {
         isBlock = token.is('{');
         advance();
     }
-    if (isBlock) {
-        while (token.kind != Kind::textEnd && !token.is('}')) advance();
-    }
-    while (!token.endsLine()) advance();
     lexer.setTelling(true);
+    return isBlock;
+}
+
+// Passes over lines up to a closing brace, or to one that begins another statement.
+void fxFlowParser::skipBlock() {
+    bool isEnd = false;
+    while (token.kind != Kind::textEnd && !isEnd) {
+        advance();
+        isEnd = token.is('}');
+        const fxFlowToken first = token;
+        if (!token.endsLine()) advance();
+        if (token.is('=') || token.kind == Kind::arrow) return statement(first);
+        skipLine();
+    }
 }
 
 bool fxFlowParser::endLine() { return token.endsLine() || fail("the end of the line"); }
@@ -100,9 +110,11 @@ void fxFlowParser::statement(const fxFlowToken& first) {
     } else if (first.text == "test") {
         takeTest();
     } else if (token.isValue()) {
-        tell(first.place,
-             "there is no statement " + fxFlowShown(first.text) +
-                 fxDetail::suggestion(first.text, {"include", "test", "use"}, "there are"));
+        reading.problems.add(
+            first.place,
+            "there is no statement " + fxFlowShown(first.text) +
+                fxDetail::suggestion(first.text, {"include", "test", "use"}, "there are"));
+        if (skipLine()) skipBlock();
     } else {
         fail("\"=\" or \"->\" behind " + fxFlowShown(first.text));
     }

@@ -67,7 +67,8 @@ private:
     // Returns false.
     bool fail(const std::string& expected);
     bool tell(const fxFlowPlace& place, const std::string& what);
-    void skipLine();
+    bool skipLine();
+    void skipBlock();
     bool endLine();
 
     void statement();
