@@ -65,7 +65,8 @@ public:
     virtual std::string start() { return ""; }
     /// Looks at all properties together, when they are set. Returns what is wrong, or "".
     virtual std::string settle() { return ""; }
-    /// Transcribes what the element has to remember, for flows that are saved.
+    /// Transcribes what the element has to remember, for flows that are saved. It is read
+    /// between settle() and start().
     virtual bool xdrState(fxTranscriber&) { return true; }
 
     /// Whether it may send without being sent anything: it waits for a time, a line, a

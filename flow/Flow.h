@@ -58,14 +58,14 @@ public:
 
     /// The flow as it is now, with the properties as they are; see fxFlowText::write().
     std::string write() const;
-    /// The flow as Graphviz dot text; deliveries other than "queued" and conversions are
-    /// labels of edges.
+    /// The flow as it is now as Graphviz dot text; see fxFlowText::writeDot().
     void writeDot(std::ostream& out) const;
 
     ///@{
     /// Saves the flow with what its elements remember in the file at `path`, and makes this
-    /// flow the saved one. Loading changes nothing when it fails. Plug-ins that the flow
-    /// needs must have been loaded.
+    /// flow the saved one, all of whose objects are new. Loading changes nothing when it
+    /// fails. Plug-ins that the flow needs must have been loaded: a saved flow loads none. What
+    /// is queued is not saved. Neither is possible while the flow is changed.
     [[nodiscard]] fxStreamFault save(const std::string& path);
     [[nodiscard]] fxStreamFault load(const std::string& path);
     ///@}

@@ -2,6 +2,7 @@
 #ifndef FLOW_TEXT_H
 #define FLOW_TEXT_H
 
+#include <iosfwd>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -97,6 +98,8 @@ public:
     static fxFlowText parse(std::string_view text, const std::string& name);
     static fxFlowText load(const std::string& path);
     ///@}
+    /// Reads a text that may lead to no other file: "include" and "use" are problems.
+    static fxFlowText parseAlone(std::string_view text, const std::string& name);
 
     /// Gives a property of an object another value, as `--set log.file=...` does. An object
     /// that there is none of is a problem.
@@ -117,6 +120,9 @@ public:
     /// The same flow in one text without includes and comments; reading it gives the same
     /// objects and connections. Tests are left out.
     std::string write() const;
+    /// The flow as Graphviz dot text; deliveries other than "queued" and conversions are
+    /// labels of edges. What check() does not know is left out.
+    void writeDot(std::ostream& out) const;
 
     std::vector<Object> objects;
     std::vector<Connection> connections;

@@ -38,6 +38,12 @@ fxFlowTime& fxFlow::time() const { return network->time; }
 
 std::string fxFlow::write() const { return network->textNow().write(); }
 
+void fxFlow::writeDot(std::ostream& out) const {
+    fxFlowText text = network->textNow();
+    text.connections = network->joints;
+    text.writeDot(out);
+}
+
 std::string fxFlow::watch(const std::string& object, const std::string& channel, fxObj* context,
                           fxFlowType::Watcher watcher) {
     return network->watch(object, channel, context, std::move(watcher));

@@ -62,8 +62,8 @@ void bury(Members members);
 // What is wrong, at a place.
 fxFlowProblem problemAt(const fxFlowPlace& place, std::string text);
 
-// A text of a flow in which connections that make endless or very deep immediate sends
-// are queued, and none is said twice.
+// The connections of a text, of which those that make endless or very deep immediate sends
+// are queued.
 std::vector<fxFlowText::Connection> restrained(const fxFlowText& text);
 
 // Tells connections from one another that do not say the same.

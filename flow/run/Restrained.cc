@@ -1,6 +1,5 @@
 #include <algorithm>
 #include <unordered_map>
-#include <unordered_set>
 
 #include "flow/run/Network.h"
 
@@ -61,8 +60,5 @@ std::vector<fxFlowText::Connection> fxFlowDetail::restrained(const fxFlowText& t
         const auto found = nodes.find(each.name.text);
         if (found != nodes.end()) follow(found->second, nodes, joints);
     }
-    std::unordered_set<std::string> said;
-    const auto isRepeated = [&](const auto& joint) { return !said.insert(keyOf(joint)).second; };
-    joints.erase(std::remove_if(joints.begin(), joints.end(), isRepeated), joints.end());
     return joints;
 }

@@ -233,6 +233,9 @@ bool fxFlowParser::takeFile(const fxFlowToken& keyword) {
     Word path;
     if (!takeValue("the path of a file", path) || !endLine()) return false;
     if (!reading.hasRoom(path.place)) return false;
+    if (reading.isAlone) {
+        return tell(path.place, "this flow may not " + keyword.text + " a file");
+    }
     if (keyword.text == "use") {
         path.text = fxFlowReading::complete(fxFlowReading::beside(file, path.text));
         reading.flow.plugins.push_back(path);

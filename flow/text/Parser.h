@@ -31,6 +31,7 @@ public:
 
     fxFlowText& flow;
     fxFlowProblems problems;
+    bool isAlone = false;  ///< Whether the text may lead to no other file.
 
 private:
     typedef std::pair<unsigned long, unsigned long> Identity;  // device and inode

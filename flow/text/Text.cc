@@ -48,6 +48,14 @@ fxFlowText fxFlowText::parse(std::string_view text, const std::string& name) {
     return flow;
 }
 
+fxFlowText fxFlowText::parseAlone(std::string_view text, const std::string& name) {
+    fxFlowText flow;
+    fxFlowReading reading(flow);
+    reading.isAlone = true;
+    reading.readText(text, name);
+    return flow;
+}
+
 fxFlowText fxFlowText::load(const std::string& path) {
     fxFlowText flow;
     fxFlowReading(flow).readFile(path, nullptr);
