@@ -78,10 +78,12 @@ bool fxFlowParser::skipLine() {
 void fxFlowParser::skipBlock() {
     bool isEnd = false;
     while (token.kind != Kind::textEnd && !isEnd) {
+        lexer.setTelling(false);
         advance();
         isEnd = token.is('}');
         const fxFlowToken first = token;
         if (!token.endsLine()) advance();
+        lexer.setTelling(true);
         if (token.is('=') || token.kind == Kind::arrow) return statement(first);
         skipLine();
     }
