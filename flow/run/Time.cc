@@ -60,7 +60,7 @@ struct fxMadeUpTime::Alarms {
     }
 
     fxAlarm::Time now{};
-    unsigned long started = 0;
+    unsigned long started = 1;  // 0 is the key of an alarm that was never started
     std::map<Key, fxRef<Alarm>> due;
 };
 
