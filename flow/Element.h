@@ -188,11 +188,11 @@ public:
     }
 
     ///@{
-    /// A property that is a member: a bool, a whole number, a double, an fxStr or a
-    /// std::string. It is `standard` where a flow does not give it; without that a flow
-    /// must.
-    template <class T, class Standard>
-    fxElementProperty& property(const char* name_, T C::*member, const Standard& standard,
+    /// A property that is a member of the class or of a base: a bool, a whole number, a
+    /// double, an fxStr or a std::string. It is `standard` where a flow does not give it;
+    /// without that a flow must.
+    template <class T, class B, class Standard>
+    fxElementProperty& property(const char* name_, T B::*member, const Standard& standard,
                                 const char* sentence_) {
         fxElementProperty& made = property(name_, member, sentence_);
         made.isRequired = false;
@@ -200,8 +200,8 @@ public:
             static_cast<typename Stored<T>::Type>(standard));
         return made;
     }
-    template <class T>
-    fxElementProperty& property(const char* name_, T C::*member, const char* sentence_) {
+    template <class T, class B>
+    fxElementProperty& property(const char* name_, T B::*member, const char* sentence_) {
         typedef typename Stored<T>::Type Value;
         fxElementProperty made;
         made.name = name_;
@@ -258,9 +258,9 @@ public:
         inputs.push_back({name_, sentence_, &fxFlowTypeOf<T>()});
     }
 
-    /// An output that is a member.
-    template <class T>
-    void output(const char* name_, fxOutputView<T> C::*member, const char* sentence_) {
+    /// An output that is a member of the class or of a base.
+    template <class T, class B>
+    void output(const char* name_, fxOutputView<T> B::*member, const char* sentence_) {
         output<T>(name_, sentence_);
         const std::string channel = name_;
         makers.push_back([channel, member](C& object) {

@@ -68,8 +68,9 @@ fxStr StatusLine::text(unsigned int width) const {
     return line.length() > width ? line.head(width) : line;
 }
 
-Display::Display(Terminal& terminal_, const std::vector<Gauge*>& gauges_, const StatusLine& status_)
-    : terminal(terminal_), gauges(gauges_), status(status_) {
+Display::Display(fxTerminal& terminal_, const std::vector<fxGauge*>& gauges_,
+                 const StatusLine& status_)
+    : terminal(terminal_), look(fxTerminal::look()), gauges(gauges_), status(status_) {
     addInput<&Display::redraw>("redraw", true);
     addInput<&Display::drawAgain>("draw again");
     addInput<&Display::toggleHelp>("help");
@@ -86,8 +87,8 @@ std::vector<fxStr> Display::lines(unsigned int width) const {
         for (const char* const line : helpLines) result.push_back(cut(line));
         return result;
     }
-    for (const Gauge* gauge : gauges) {
-        if (gauge->isPresent()) result.push_back(gauge->row(width, terminal.getLook()));
+    for (const fxGauge* gauge : gauges) {
+        if (gauge->isPresent()) result.push_back(gauge->row(width, look));
     }
     const fxStr notices = status.notices();
     for (unsigned int at = 0; at < notices.length();)
@@ -96,19 +97,8 @@ std::vector<fxStr> Display::lines(unsigned int width) const {
 }
 
 void Display::redraw() {
-    // Each line ends by clearing what an earlier, wider picture left behind it.
-    // The last one has no line end, so that nothing scrolls.
     const unsigned int width = terminal.columns();
-    unsigned int rowsLeft = terminal.rows() - 1;
-    fxStr picture = "\33[H";
-    for (const fxStr& line : lines(width)) {
-        if (rowsLeft-- == 0) break;
-        picture.append(line, line.length());
-        picture.append("\33[K\r\n");
-    }
-    picture.append(status.text(width));
-    picture.append("\33[J");
-    terminal.write(picture);
+    terminal.draw(lines(width), status.text(width));
 }
 
 void Display::drawAgain() {
@@ -128,7 +118,7 @@ void Display::suspend() {
     redraw();
 }
 
-Report::Report(const std::vector<Gauge*>& gauges_, int lines)
+Report::Report(const std::vector<fxGauge*>& gauges_, int lines)
     : gauges(gauges_), linesLeft(lines), time(0) {
     addInput<&Report::setTime>("time");
     addInput<&Report::print>("print");
@@ -138,7 +128,7 @@ Report::Report(const std::vector<Gauge*>& gauges_, int lines)
 void Report::print() {
     if (linesLeft == 0) return;
     fxStr line = timeOfDay(time);
-    for (const Gauge* gauge : gauges) {
+    for (const fxGauge* gauge : gauges) {
         if (!gauge->isPresent()) continue;
         line = line | "  " | gauge->getName() | " " | gauge->valueText() |
                (gauge->hasAlarm() ? "!" : "");

@@ -4,8 +4,8 @@
 
 #include <vector>
 
-#include "Gauge.h"
-#include "Terminal.h"
+#include "flow/Gauge.h"
+#include "flow/Terminal.h"
 
 /// The last line of the display. Its inputs take the texts and numbers that it shows;
 /// the connections convert.
@@ -44,7 +44,7 @@ private:
 class Display : public fxObj {
 public:
     /// Everything is borrowed.
-    Display(Terminal& terminal, const std::vector<Gauge*>& gauges, const StatusLine& status);
+    Display(fxTerminal& terminal, const std::vector<fxGauge*>& gauges, const StatusLine& status);
     const char* className() const override { return "Display"; }
 
     void redraw();
@@ -57,10 +57,11 @@ public:
     void suspend();
 
 private:
-    Terminal& terminal;
     std::vector<fxStr> lines(unsigned int width) const;
 
-    const std::vector<Gauge*>& gauges;
+    fxTerminal& terminal;
+    const fxLook look;
+    const std::vector<fxGauge*>& gauges;
     const StatusLine& status;
     bool isHelping = false;
 };
@@ -70,7 +71,7 @@ private:
 class Report : public fxObj {
 public:
     /// The gauges are borrowed.
-    Report(const std::vector<Gauge*>& gauges, int lines);
+    Report(const std::vector<fxGauge*>& gauges, int lines);
     const char* className() const override { return "Report"; }
 
     void setTime(double seconds) { time = seconds; }
@@ -79,7 +80,7 @@ public:
     void complain(const char* notice);
 
 private:
-    const std::vector<Gauge*>& gauges;
+    const std::vector<fxGauge*>& gauges;
     const fxOutput<void> done = addOutput<void>("done");
     int linesLeft;
     double time;  // seconds since 1970

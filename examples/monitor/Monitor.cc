@@ -8,6 +8,7 @@
 #include <ctime>
 #include <limits>
 
+#include "Elements.h"
 #include "fxds/Exec.h"
 #include "fxds/PropertyAccess.h"
 #include "fxds/Save.h"
@@ -22,26 +23,32 @@ namespace {
 // The intervals that the keys step through.
 const float intervalSteps[] = {0.1F, 0.2F, 0.5F, 1, 2, 5, 10, 30, 60};
 
-float processorCount() { return static_cast<float>(sysconf(_SC_NPROCESSORS_ONLN)); }
+double processorCount() { return static_cast<double>(sysconf(_SC_NPROCESSORS_ONLN)); }
 
 double secondsSince1970() {
     const auto now = std::chrono::system_clock::now().time_since_epoch();
     return std::chrono::duration<double>(now).count();
 }
 
-constexpr double never = std::numeric_limits<double>::infinity();
+constexpr double never = std::numeric_limits<float>::max();
+
+fxRef<fxObj> makeSampler(const char* kind, const Options& options) {
+    return makeElement(kind, {{"every", "0"}, {"proc", options.procDirectory}});
+}
 
 // The graph shows the property.
 void setName(fxObj& object, const char* name) { fxSetProperty(object, "name", name); }
 
 }  // namespace
 
-Quantity::Quantity(const char* name, Gauge::Unit unit, float fullScale, double alarmAt,
+Quantity::Quantity(const char* name, const char* unit, double fullScale, double alarmAt,
                    double calmAt)
-    : alarm(alarmAt, calmAt), gauge(name, unit, fullScale) {
-    fxConnect(&alarm, "active", &gauge, "alarm");
-    setName(smoothing, name);
-    setName(alarm, name);
+    : smoothing(makeElement("Smooth", {})),
+      alarm(makeElement("Level", {{"high", fxStr(alarmAt, "%g")}, {"low", fxStr(calmAt, "%g")}})),
+      gauge(name, unit, fullScale) {
+    fxConnect(alarm, "active", &gauge, "alarm");
+    setName(*smoothing, name);
+    setName(*alarm, name);
     setName(gauge, name);
 }
 
@@ -52,34 +59,29 @@ void Quantity::setSource(fxObj& object, const char* output) {
 
 void Quantity::setSmoothing(bool on) {
     for (fxScopedConnection& joint : joints) joint.disconnect();
-    fxObj* const last = on ? &smoothing : source;
-    const char* const lastOutput = on ? "smooth" : sourceOutput;
-    if (on) joints[0] = fxConnect(source, sourceOutput, &smoothing, "value");
+    fxObj* const last = on ? smoothing.get() : source;
+    const char* const lastOutput = on ? "value" : sourceOutput;
+    if (on) joints[0] = fxConnect(source, sourceOutput, smoothing, "value");
     joints[1] = fxConnect(last, lastOutput, &gauge, "level");
-    joints[2] = fxConnect(last, lastOutput, &alarm, "value");
+    joints[2] = fxConnect(last, lastOutput, alarm, "level");
 }
 
 Monitor::Monitor(const Options& options, const fxRef<Recording>& replayed)
-    : cpuSampler(options.procDirectory),
-      memorySampler(options.procDirectory),
-      loadSampler(options.procDirectory),
-      diskSampler(options.procDirectory),
-      netSampler(options.procDirectory),
-      cpuRate(100),
-      readRate(1),
-      writtenRate(1),
-      receivedRate(1),
-      sentRate(1),
-      cpu("cpu", Gauge::percent, 100, 90, 80),
-      memory("memory", Gauge::percent, 100, 90, 85),
-      swap("swap", Gauge::percent, 100, 50, 40),
-      load("load", Gauge::plain, processorCount(), 2 * processorCount(), processorCount()),
-      tasks("tasks", Gauge::count, 100, never, never),
-      read("read", Gauge::bytesPerSecond, 1000, never, never),
-      written("write", Gauge::bytesPerSecond, 1000, never, never),
-      received("net in", Gauge::bytesPerSecond, 1000, never, never),
-      sent("net out", Gauge::bytesPerSecond, 1000, never, never),
-      samplers{&cpuSampler, &memorySampler, &loadSampler, &diskSampler, &netSampler},
+    : cpuSampler(makeSampler("Cpu", options)),
+      memorySampler(makeSampler("Memory", options)),
+      loadSampler(makeSampler("Load", options)),
+      diskSampler(makeSampler("Disk", options)),
+      netSampler(makeSampler("Net", options)),
+      cpu("cpu", "percent", 100, 90, 80),
+      memory("memory", "percent", 100, 90, 85),
+      swap("swap", "percent", 100, 50, 40),
+      load("load", "number", processorCount(), 2 * processorCount(), processorCount()),
+      tasks("tasks", "count", 100, never, never),
+      read("read", "bytes", 1000, never, never),
+      written("write", "bytes", 1000, never, never),
+      received("net in", "bytes", 1000, never, never),
+      sent("net out", "bytes", 1000, never, never),
+      samplers{cpuSampler, memorySampler, loadSampler, diskSampler, netSampler},
       quantities{&cpu, &memory, &swap, &load, &tasks, &read, &written, &received, &sent},
       recordPath(options.record),
       intervalSeconds(options.intervalSeconds) {
@@ -114,52 +116,38 @@ Monitor::Monitor(const Options& options, const fxRef<Recording>& replayed)
 Monitor::~Monitor() { fx_theExecutive->remove(this); }
 
 void Monitor::connectSamplers() {
-    setName(cpuRate, "cpu");
-    for (Sampler* sampler : samplers) {
+    for (fxObj* sampler : samplers) {
+        static_cast<fxElement*>(sampler)->start();
         fxConnect(this, "prime", sampler, "sample");
         fxConnect(&timer, "tick", sampler, "sample");
     }
-    fxConnect(&cpuSampler, "total", &cpuRate, "base");
-    fxConnect(&cpuSampler, "busy", &cpuRate, "count");
-    connectTraffic(diskSampler, readRate, writtenRate);
-    connectTraffic(netSampler, receivedRate, sentRate);
     fxConnect(&timer, "tick", this, "count");
 }
 
-void Monitor::connectTraffic(TrafficSampler& sampler, Rate& in, Rate& out) {
-    fxConnect(&sampler, "time", &in, "base");
-    fxConnect(&sampler, "in", &in, "count");
-    fxConnect(&sampler, "time", &out, "base");
-    fxConnect(&sampler, "out", &out, "count");
-}
-
 void Monitor::connectSources() {
-    cpu.setSource(cpuRate, "rate");
-    memory.setSource(memorySampler, "used");
-    swap.setSource(memorySampler, "swap");
-    load.setSource(loadSampler, "one");
-    tasks.setSource(loadSampler, "tasks");
     const struct {
         Quantity& quantity;
-        Rate& rate;
-        TrafficSampler& sampler;
-    } traffic[] = {{read, readRate, diskSampler},
-                   {written, writtenRate, diskSampler},
-                   {received, receivedRate, netSampler},
-                   {sent, sentRate, netSampler}};
-    for (const auto& [quantity, rate, sampler] : traffic) {
-        setName(rate, quantity.gauge.getName());
-        quantity.setSource(rate, "rate");
-        fxConnect(&sampler, "exists", &quantity.gauge, "present");
+        fxObj& sampler;
+        const char* value;
+        const char* presence;
+        const char* detail;
+    } sources[] = {{cpu, *cpuSampler, "used", nullptr, nullptr},
+                   {memory, *memorySampler, "used", nullptr, "detail"},
+                   {swap, *memorySampler, "swap", "hasSwap", "swapDetail"},
+                   {load, *loadSampler, "one", nullptr, "detail"},
+                   {tasks, *loadSampler, "tasks", nullptr, "running"},
+                   {read, *diskSampler, "in", "exists", nullptr},
+                   {written, *diskSampler, "out", "exists", nullptr},
+                   {received, *netSampler, "in", "exists", nullptr},
+                   {sent, *netSampler, "out", "exists", nullptr}};
+    for (const auto& [quantity, sampler, value, presence, detail] : sources) {
+        quantity.setSource(sampler, value);
+        if (presence != nullptr) fxConnect(&sampler, presence, &quantity.gauge, "present");
+        if (detail != nullptr) fxConnect(&sampler, detail, &quantity.gauge, "detail");
     }
-    fxConnect(&cpuSampler, "cores", &cpu.gauge, "parts");
-    fxConnect(&memorySampler, "hasSwap", &swap.gauge, "present");
-    fxConnect(&loadSampler, "running", &tasks.gauge, "detail");
-    fxConnect(&memorySampler, "detail", &memory.gauge, "detail");
-    fxConnect(&memorySampler, "swapDetail", &swap.gauge, "detail");
-    fxConnect(&loadSampler, "detail", &load.gauge, "detail");
+    fxConnect(cpuSampler, "cores", &cpu.gauge, "parts");
     for (Quantity* quantity : quantities) {
-        fxConnect(this, "smoothing", &quantity->smoothing, "restart");
+        fxConnect(this, "smoothing", quantity->smoothing, "restart");
         quantity->setSmoothing(false);
     }
 }
@@ -169,7 +157,7 @@ void Monitor::connectRecorder() {
         const char* const name = quantity->gauge.getName();
         recorder->addQuantity(name);
         fxConnect(&quantity->gauge, "shown", recorder.get(), valueChannel(name));
-        fxConnect(&quantity->alarm, "active", recorder.get(), alarmChannel(name));
+        fxConnect(quantity->alarm, "active", recorder.get(), alarmChannel(name));
         fxConnect(&quantity->gauge, "existence", recorder.get(), presentChannel(name));
     }
     fxConnect(this, "time", recorder.get(), "time");
@@ -194,7 +182,7 @@ void Monitor::connectPlayer() {
 }
 
 void Monitor::connectScreen() {
-    terminal = std::make_unique<Terminal>();
+    terminal = std::make_unique<fxTerminal>();
     display = std::make_unique<Display>(*terminal, gauges, status);
     keyboard = std::make_unique<Keyboard>();
 
@@ -215,7 +203,7 @@ void Monitor::connectScreen() {
     fxConnect(this, "smoothing", &status, "smoothing");
     fxConnect(this, "message", &status, "message");
     fxConnect(this, "time", &status, "time");
-    for (Sampler* sampler : samplers) fxConnect(sampler, "notice", &status, "notice");
+    for (fxObj* sampler : samplers) fxConnect(sampler, "notice", &status, "notice");
 
     fxConnect(this, "prime", display.get(), "redraw");
     fxConnect(this, "changed", display.get(), "redraw");
@@ -232,7 +220,7 @@ void Monitor::connectScreen() {
 
 void Monitor::connectReport(int lines) {
     report = std::make_unique<Report>(gauges, lines);
-    for (Sampler* sampler : samplers) fxConnect(sampler, "notice", report.get(), "notice");
+    for (fxObj* sampler : samplers) fxConnect(sampler, "notice", report.get(), "notice");
     fxConnect(this, "message", report.get(), "notice");
     if (player != nullptr) {
         fxConnect(player.get(), "time", report.get(), "time");

@@ -7,12 +7,10 @@
 #include <vector>
 
 #include "Display.h"
-#include "Filters.h"
-#include "Gauge.h"
 #include "Keyboard.h"
 #include "Options.h"
 #include "Recorder.h"
-#include "Sampler.h"
+#include "flow/Gauge.h"
 #include "fxds/Application.h"
 #include "fxds/Clock.h"
 #include "fxds/Connection.h"
@@ -26,15 +24,15 @@
 ///
 /// or, with the smoothing taken out, source -> gauge and alarm directly.
 struct Quantity {
-    Quantity(const char* name, Gauge::Unit unit, float fullScale, double alarmAt, double calmAt);
+    Quantity(const char* name, const char* unit, double fullScale, double alarmAt, double calmAt);
 
     /// Connects the output that the quantity comes from. Borrowed.
     void setSource(fxObj& object, const char* output);
     void setSmoothing(bool on);
 
-    Smoothing smoothing;
-    Alarm alarm;
-    Gauge gauge;
+    const fxRef<fxObj> smoothing;
+    const fxRef<fxObj> alarm;
+    fxGauge gauge;
 
 private:
     fxObj* source = nullptr;
@@ -80,7 +78,6 @@ private:
     static constexpr int samplerCount = 5;
 
     void connectSources();
-    void connectTraffic(TrafficSampler& sampler, Rate& in, Rate& out);
     void connectSamplers();
     void connectRecorder();
     void connectPlayer();
@@ -93,16 +90,11 @@ private:
     void stepInterval(int direction);
     void setSmoothing(bool on);
 
-    CpuSampler cpuSampler;
-    MemorySampler memorySampler;
-    LoadSampler loadSampler;
-    DiskSampler diskSampler;
-    NetSampler netSampler;
-    Rate cpuRate;
-    Rate readRate;
-    Rate writtenRate;
-    Rate receivedRate;
-    Rate sentRate;
+    const fxRef<fxObj> cpuSampler;
+    const fxRef<fxObj> memorySampler;
+    const fxRef<fxObj> loadSampler;
+    const fxRef<fxObj> diskSampler;
+    const fxRef<fxObj> netSampler;
     Quantity cpu;
     Quantity memory;
     Quantity swap;
@@ -112,9 +104,9 @@ private:
     Quantity written;
     Quantity received;
     Quantity sent;
-    Sampler* const samplers[samplerCount];
+    fxObj* const samplers[samplerCount];
     Quantity* const quantities[quantityCount];
-    std::vector<Gauge*> gauges;
+    std::vector<fxGauge*> gauges;
     // One records the machine, the other takes the place of all the above.
     std::unique_ptr<Recorder> recorder;
     std::unique_ptr<Player> player;
@@ -123,7 +115,7 @@ private:
     std::vector<std::unique_ptr<fxSignal>> signals;
     StatusLine status;
     // Only on a terminal, or only without one.
-    std::unique_ptr<Terminal> terminal;
+    std::unique_ptr<fxTerminal> terminal;
     std::unique_ptr<Keyboard> keyboard;
     std::unique_ptr<Display> display;
     std::unique_ptr<Report> report;

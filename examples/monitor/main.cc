@@ -26,7 +26,7 @@ int fail(const fxStr& reason, int status) {
 // recording or, when it is printed, goes as fast as it can.
 void setDefaults(Options& options, const Recording* replayed) {
     const bool drawn =
-        options.samples == 0 && (options.action == Options::showGraph || Terminal::canDraw());
+        options.samples == 0 && (options.action == Options::showGraph || fxTerminal::canDraw());
     if (!drawn && options.samples == 0) {
         options.samples = replayed != nullptr ? INT_MAX : defaultSamples;
     }

@@ -21,6 +21,7 @@ public:
 
     std::string start() override {
         setBusy(true);
+        first = time().after(fxAlarm::Span(0), this, [this] { begin.send(fxSendNow); });
         alarm = time().every(fxFlowTime::seconds(every), this, [this] { beat(); });
         return "";
     }
@@ -28,6 +29,7 @@ public:
 
     double every = 1;
     long count = 0;
+    fxOutputView<void> begin;
     fxOutputView<void> tick;
 
 private:
@@ -41,6 +43,7 @@ private:
     }
 
     long done = 0;
+    fxRef<fxFlowAlarm> first;
     fxRef<fxFlowAlarm> alarm;
 };
 
@@ -138,6 +141,7 @@ FX_ELEMENT(Ticker, "sends a message again and again") {
         .range(1e-6, 1e9);
     element.property("count", &Ticker::count, 0, "how many messages there are; 0: without end")
         .range(0, 1e15);
+    element.output("start", &Ticker::begin, "a message as soon as the flow runs");
     element.output("tick", &Ticker::tick, "the message, for the first time after one interval");
 }
 

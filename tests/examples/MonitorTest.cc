@@ -321,9 +321,9 @@ TEST(MonitorOptions, GraphShowsObjectsTypesAndConverters) {
     EXPECT_EQ(0, result.status);
     EXPECT_EQ(0U, result.output.find("digraph network {\n"));
     EXPECT_TRUE(endsWith(result.output, "\n}\n"));
-    for (const char* part : {"CpuSampler", "Rate", "Smoothing", "Gauge", "Keyboard", "fxSignal",
-                             "high : double = 90", "double to float", "char* to float",
-                             "bool to int", "char* to fxStr", "double to char*", "int to char*"}) {
+    for (const char* part : {"Cpu\\n", "Smooth\\n", "Level\\n", "Gauge\\n", "Keyboard", "fxSignal",
+                             "high : fxStr = 90", "double to float", "bool to int",
+                             "char* to fxStr", "double to char*", "int to char*"}) {
         EXPECT_TRUE(has(result.output, part)) << part;
     }
     const TestDirectory room;

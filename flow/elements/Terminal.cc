@@ -1,4 +1,4 @@
-#include "Terminal.h"
+#include "flow/Terminal.h"
 
 #include <langinfo.h>
 #include <sys/ioctl.h>
@@ -91,25 +91,21 @@ bool hasColour(const std::string& kind) {
 
 }  // namespace
 
-Terminal::Terminal() {
-    const char* const noColour = std::getenv("NO_COLOR");
-    const char* const kind = std::getenv("TERM");
-    look.colour = (noColour == nullptr || *noColour == '\0') && kind != nullptr && hasColour(kind);
-    look.unicode = localeIsUtf8();
+fxTerminal::fxTerminal() {
     hasSavedAttributes = tcgetattr(STDIN_FILENO, &savedAttributes) == 0;
     restoreOnErrors();
     std::atexit(restore);
 }
 
-Terminal::~Terminal() { leave(); }
+fxTerminal::~fxTerminal() { leave(); }
 
-bool Terminal::canDraw() {
+bool fxTerminal::canDraw() {
     const char* const kind = std::getenv("TERM");
     return isatty(STDOUT_FILENO) != 0 && kind != nullptr && *kind != '\0' &&
            std::strcmp(kind, "dumb") != 0;
 }
 
-void Terminal::enter() {
+void fxTerminal::enter() {
     isTaken = 1;
     if (hasSavedAttributes) {
         termios attributes = savedAttributes;
@@ -122,16 +118,40 @@ void Terminal::enter() {
     writeAll(takeOver, sizeof takeOver - 1);
 }
 
-void Terminal::leave() { restore(); }
+void fxTerminal::leave() { restore(); }
 
-unsigned int Terminal::columns() const {
+fxLook fxTerminal::look() {
+    const char* const noColour = std::getenv("NO_COLOR");
+    const char* const kind = std::getenv("TERM");
+    fxLook look;
+    look.colour = (noColour == nullptr || *noColour == '\0') && kind != nullptr && hasColour(kind);
+    look.unicode = localeIsUtf8();
+    return look;
+}
+
+unsigned int fxTerminal::columns() {
     winsize size;
     return ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0 ? size.ws_col : 80;
 }
 
-unsigned int Terminal::rows() const {
+unsigned int fxTerminal::rows() {
     winsize size;
     return ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_row > 0 ? size.ws_row : 24;
 }
 
-void Terminal::write(const fxStr& text) const { writeAll(text.c_str(), text.length()); }
+// Each line ends by clearing what an earlier, wider picture left behind it. The last one
+// has no line end, so that nothing scrolls.
+void fxTerminal::draw(const std::vector<fxStr>& lines, const fxStr& last) const {
+    unsigned int rowsLeft = rows() - 1;
+    fxStr picture = "\33[H";
+    for (const fxStr& line : lines) {
+        if (rowsLeft-- == 0) break;
+        picture.append(line);
+        picture.append("\33[K\r\n");
+    }
+    picture.append(last);
+    picture.append("\33[J");
+    write(picture);
+}
+
+void fxTerminal::write(const fxStr& text) const { writeAll(text.c_str(), text.length()); }

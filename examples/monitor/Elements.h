@@ -1,0 +1,17 @@
+// Elements of flows, made by name: the program's samplers and filters.
+#ifndef MONITOR_ELEMENTS_H
+#define MONITOR_ELEMENTS_H
+
+#include <initializer_list>
+#include <utility>
+
+#include "fxds/Obj.h"
+#include "fxds/Ref.h"
+#include "fxds/Str.h"
+
+/// A new element of the kind with the properties, as a flow writes them.
+/// Requires: there are the kind and the properties, and the values fit.
+fxRef<fxObj> makeElement(const char* kind,
+                         std::initializer_list<std::pair<const char*, fxStr>> properties);
+
+#endif
