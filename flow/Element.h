@@ -95,7 +95,7 @@ private:
 
 /// A property of an element: what flows may set.
 struct FX_API fxElementProperty {
-    std::string name;
+    std::string name;         ///< As flows write it.
     std::string type;         ///< "text", "number", "whole number", "yes or no".
     std::string sentence;     ///< What it means.
     std::string standard;     ///< The value where none is given, as text.
@@ -125,9 +125,9 @@ struct FX_API fxElementProperty {
 
 /// An input or output of an element.
 struct FX_API fxElementChannel {
-    std::string name;
-    std::string sentence;
-    const fxFlowType* type;
+    std::string name;        ///< As flows write it.
+    std::string sentence;    ///< What its values mean.
+    const fxFlowType* type;  ///< Of its values; not null.
 
     unsigned short typeNumber() const { return type->number(); }  ///< The data type number.
     const char* typeName() const;  ///< View, as fxDataTypeName() gives it.
@@ -141,11 +141,11 @@ public:
     fxElementKind& operator=(const fxElementKind&) = delete;
     virtual ~fxElementKind();
 
-    const std::string name;
-    const std::string sentence;  ///< What it does.
-    std::vector<fxElementProperty> properties;
-    std::vector<fxElementChannel> inputs;
-    std::vector<fxElementChannel> outputs;
+    const std::string name;                     ///< That of the class.
+    const std::string sentence;                 ///< What it does.
+    std::vector<fxElementProperty> properties;  ///< In the order of the description.
+    std::vector<fxElementChannel> inputs;       ///< Likewise.
+    std::vector<fxElementChannel> outputs;      ///< Likewise.
     /// Whether its objects read or write what is outside the flow: files, processes, the
     /// screen. A test does not start them; see fxFlow::Purpose.
     bool outside = false;
@@ -167,6 +167,7 @@ public:
     static const std::vector<std::string>& duplicates();
 
 protected:
+    /// Copies both texts; see enter().
     fxElementKind(const char* name, const char* sentence);
     /// Enters the description.
     void enter();
@@ -179,8 +180,9 @@ class fxElementOf final : public fxElementKind {
     static_assert(std::is_default_constructible_v<C>, "an element is made without arguments");
 
 public:
-    typedef void Describe(fxElementOf& element);
+    typedef void Describe(fxElementOf& element);  ///< The body of FX_ELEMENT.
 
+    /// Describes the class by calling `describe`, and enters the description.
     fxElementOf(const char* name_, const char* sentence_, Describe* describe)
         : fxElementKind(name_, sentence_) {
         describe(*this);

@@ -14,16 +14,16 @@ class fxElementKind;
 /// Where in the text of a flow something is. Lines and columns count from 1, columns in
 /// bytes; 0 for what has no place, such as a setting of the command line.
 struct fxFlowPlace {
-    std::string file;
-    unsigned int line = 0;
-    unsigned int column = 0;
+    std::string file;         ///< As load() or parse() was given it.
+    unsigned int line = 0;    ///< From 1.
+    unsigned int column = 0;  ///< Of the first byte, from 1.
 };
 
 /// Something that is wrong with a flow, or deserves a warning.
 struct FX_API fxFlowProblem {
-    fxFlowPlace place;
-    std::string text;  ///< Without the place: "Lines has no output \"lin\"; it has: end, line".
-    bool isWarning = false;
+    fxFlowPlace place;  ///< Where it is.
+    std::string text;   ///< Without the place: "Lines has no output \"lin\"; it has: end, line".
+    bool isWarning = false;  ///< Whether the flow works all the same.
     bool isOfCheck = false;  ///< Whether fxFlowText::check() found it.
 
     /// As compilers write it: "errors.flow:7:5: error: ..."; without a place only the rest.
@@ -43,35 +43,39 @@ class FX_API fxFlowText {
 public:
     /// What a statement names, with its place.
     struct Word {
-        std::string text;
-        fxFlowPlace place;
+        std::string text;   ///< Without quotes and backslashes.
+        fxFlowPlace place;  ///< Of its first byte.
     };
+    /// `PROPERTY=VALUE`
     struct Setting {
-        Word name;
-        Word value;
+        Word name;   ///< Of the property.
+        Word value;  ///< As text.
     };
+    /// `NAME = CLASS {PROPERTY=VALUE}`
     struct Object {
-        Word name;
-        Word className;
-        std::vector<Setting> settings;
+        Word name;                            ///< By which connections refer to it.
+        Word className;                       ///< Of the element.
+        std::vector<Setting> settings;        ///< In the order of the text.
         const fxElementKind* kind = nullptr;  ///< Set by check(); null for an unknown class.
 
         bool operator==(const Object& other) const;  ///< Whether both say the same.
     };
     /// One end of a connection: `object.channel`.
     struct End {
-        Word object;
-        Word channel;
+        Word object;   ///< Its name.
+        Word channel;  ///< The name of the output or input.
     };
+    /// `END -> END (DELIVERY)`
     struct Connection {
-        End from;
-        End to;
-        fxFlowDelivery delivery = fxFlowDelivery::queued;
+        End from;                                          ///< An output.
+        End to;                                            ///< An input.
+        fxFlowDelivery delivery = fxFlowDelivery::queued;  ///< How values travel.
 
         bool operator==(const Connection& other) const;  ///< Whether both say the same.
     };
     /// One line of a test.
     struct Step {
+        /// What it does.
         enum class Kind {
             send,        ///< `send END [VALUE] [COUNT times]`: from an output, or to an input
             pass,        ///< `pass SECONDS`: lets time pass
@@ -79,17 +83,18 @@ public:
             expectLast,  ///< `expect last END VALUE`: that is the last of all that came
             expectNo     ///< `expect no END`: there is none
         };
-        Kind kind;
-        End end;
-        bool hasValue = false;
-        Word value;
+        Kind kind;                ///< Which of them.
+        End end;                  ///< Of all but `pass`.
+        bool hasValue = false;    ///< Whether there is a value.
+        Word value;               ///< To send or expect, as text.
         unsigned long count = 1;  ///< How often to send.
-        double seconds = 0;
-        fxFlowPlace place;
+        double seconds = 0;       ///< To pass.
+        fxFlowPlace place;        ///< Of its first word.
     };
+    /// `test "WHAT" { ... }`
     struct Test {
-        Word name;
-        std::vector<Step> steps;
+        Word name;                ///< What it shows.
+        std::vector<Step> steps;  ///< In their order.
     };
 
     ///@{
@@ -124,14 +129,14 @@ public:
     /// labels of edges. What check() does not know is left out.
     void writeDot(std::ostream& out) const;
 
-    std::vector<Object> objects;
-    std::vector<Connection> connections;
-    std::vector<Test> tests;
-    std::vector<Word> plugins;       ///< Paths of shared objects, complete.
-    std::vector<std::string> files;  ///< What was read, the flow itself first.
-    std::vector<fxFlowProblem> problems;
-    std::vector<std::string> unread;  ///< Objects whose statements have a fault.
-    bool isWhole = true;              ///< Whether every file was read to its end.
+    std::vector<Object> objects;          ///< In the order of the text.
+    std::vector<Connection> connections;  ///< Likewise.
+    std::vector<Test> tests;              ///< Likewise.
+    std::vector<Word> plugins;            ///< Paths of shared objects, complete.
+    std::vector<std::string> files;       ///< What was read, the flow itself first.
+    std::vector<fxFlowProblem> problems;  ///< What reading and check() have found.
+    std::vector<std::string> unread;      ///< Objects whose statements have a fault.
+    bool isWhole = true;                  ///< Whether every file was read to its end.
 };
 
 /// A value as a flow writes it: bare where that is possible, in quotes otherwise.
