@@ -239,7 +239,7 @@ bool fxFlowParser::takeFile(const fxFlowToken& keyword) {
         return tell(path.place, "this flow may not " + keyword.text + " a file");
     }
     if (keyword.text == "use") {
-        path.text = fxFlowReading::complete(fxFlowReading::beside(file, path.text));
+        path.text = reading.complete(fxFlowReading::beside(file, path.text));
         reading.flow.plugins.push_back(path);
     } else {
         reading.readFile(fxFlowReading::beside(file, path.text), &path);

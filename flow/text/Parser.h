@@ -24,7 +24,7 @@ public:
     ///@{
     /// A path as the text at `file` means it, and with the folder that it is relative to.
     static std::string beside(const std::string& file, const std::string& path);
-    static std::string complete(const std::string& path);
+    std::string complete(const std::string& path);
     ///@}
     /// Whether reading on would tell nothing.
     bool isOver() const { return parts > mostParts || problems.isFull(); }
@@ -46,6 +46,7 @@ private:
     std::string readAll(int fd, std::string& text);
 
     std::vector<Identity> chain;  // the files that are being read, outermost first
+    std::string folder;  // that the program is in, once it was asked for
     size_t parts = 0;
     size_t reads = 0;
     size_t bytes = 0;

@@ -27,8 +27,11 @@ std::string fxFlowReading::beside(const std::string& file, const std::string& pa
 
 std::string fxFlowReading::complete(const std::string& path) {
     if (!path.empty() && path[0] == '/') return path;
-    std::error_code fault;
-    return std::filesystem::current_path(fault).string() + '/' + path;
+    if (folder.empty()) {
+        std::error_code fault;
+        folder = std::filesystem::current_path(fault).string() + '/';
+    }
+    return folder + path;
 }
 
 void fxFlowReading::readText(std::string_view text, const std::string& name) {

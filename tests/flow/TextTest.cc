@@ -26,6 +26,14 @@ public:
 };
 int Probe::made = 0;
 
+class FlowText : public testing::Test {
+protected:
+    static void SetUpTestSuite() {
+        fxInitializeToolkit();
+        fxConverter::createMoreConverters();
+    }
+};
+
 std::string parts(const std::vector<fxFlowProblem>& problems) {
     std::string all;
     for (const fxFlowProblem& each : problems) all += each.line() + '\n';
@@ -56,7 +64,7 @@ FX_ELEMENT(Probe, "is there to be described") {
     element.output<fxStrArray>("groups", "texts");
 }
 
-TEST(FlowText, WhatIsReadIsWritten) {
+TEST_F(FlowText, WhatIsReadIsWritten) {
     const struct {
         std::string text, written;
     } rows[] = {
@@ -86,7 +94,7 @@ TEST(FlowText, WhatIsReadIsWritten) {
     }
 }
 
-TEST(FlowText, StepsOfTests) {
+TEST_F(FlowText, StepsOfTests) {
     const std::string text =
         "test \"all of it\" {\n"
         "  send a.b\n send a.b 5\n send a.b 5 times\n send a.b x 5 times # twice\n"
@@ -109,7 +117,7 @@ TEST(FlowText, StepsOfTests) {
 }
 
 // One problem for one fault, with its place; what stands beside it is read.
-TEST(FlowText, FaultsAreToldOnce) {
+TEST_F(FlowText, FaultsAreToldOnce) {
     const struct {
         const char *text, *told;
     } rows[] = {
@@ -167,8 +175,12 @@ TEST(FlowText, FaultsAreToldOnce) {
     }
 }
 
-TEST(FlowText, NumberOfProblemsIsBounded) {
+TEST_F(FlowText, SizeIsBounded) {
     std::string text;
+    for (int i = 0; i < 1'000'010; ++i) text += "use x\n";
+    EXPECT_EQ(parts(fxFlowText::parse(text, "f").problems),
+              "f:1000001:5: error: a flow has up to 1000000 parts\n");
+    text.clear();
     for (int i = 0; i < 2000; ++i) text += "1\n";
     const fxFlowText flow = fxFlowText::parse(text, "f");
     EXPECT_EQ(flow.problems.size(), 1000U);
@@ -176,8 +188,7 @@ TEST(FlowText, NumberOfProblemsIsBounded) {
     EXPECT_FALSE(flow.isWhole);
 }
 
-TEST(FlowText, CheckLooksEverythingUp) {
-    fxInitializeToolkit();
+TEST_F(FlowText, CheckLooksEverythingUp) {
     const struct {
         const char *text, *told;
     } rows[] = {
@@ -214,8 +225,7 @@ TEST(FlowText, CheckLooksEverythingUp) {
          "f:3:3: error: \"text\" is an input of Probe, not an output\n"
          "f:3:13: error: \"said\" is an output of Probe, not an input\n"},
         {"a.groups -> a.number",
-         "f:3:13: error: a.groups -> a.number: no converter leads from fxStrArray to double "
-         "(fxConverter::createMoreConverters() adds some)\n"},
+         "f:3:13: error: a.groups -> a.number: no converter leads from fxStrArray to double\n"},
         {"a.said -> a.text\na.said -> a.text (now)",
          "f:4:11: error: a.said -> a.text is connected already, in line 3\n"
          "f:4:11: warning: a -> a is a circle of immediate connections; this one is queued\n"},
@@ -241,7 +251,7 @@ TEST(FlowText, CheckLooksEverythingUp) {
     EXPECT_EQ(Probe::made, made) << "a check makes no objects";
 }
 
-TEST(FlowText, SettingsOfTheCommandLine) {
+TEST_F(FlowText, SettingsOfTheCommandLine) {
     fxFlowText flow = fxFlowText::parse("a = Probe name=x per=3", "f");
     flow.set("a", "name", "y z");
     flow.set("a", "per", "no");
@@ -255,7 +265,7 @@ TEST(FlowText, SettingsOfTheCommandLine) {
               "error: a.pre: Probe has no property \"pre\"; did you mean \"per\"?\n");
 }
 
-TEST(FlowText, ObjectsThatSayTheSame) {
+TEST_F(FlowText, ObjectsThatSayTheSame) {
     const auto object = [](const char* text) { return fxFlowText::parse(text, "f").objects[0]; };
     EXPECT_EQ(object("a = B x=1 y=2"), object("\n\na  = B  y=\"2\" x=1"));
     for (const char* other :
@@ -264,7 +274,7 @@ TEST(FlowText, ObjectsThatSayTheSame) {
     }
 }
 
-TEST(FlowText, FilesIncludeOthersBesideThem) {
+TEST_F(FlowText, FilesIncludeOthersBesideThem) {
     const TestDirectory folder;
     const auto told = [&](const std::string& path) {
         const fxFlowText flow = fxFlowText::load(path);
@@ -292,7 +302,11 @@ TEST(FlowText, FilesIncludeOthersBesideThem) {
     (void)folder.link("link", "ring");
     EXPECT_EQ(told(folder.path + "/ring"), "other:1:9: error: \"link\" includes itself\n");
     ASSERT_EQ(mkfifo((folder.path + "/fifo").c_str(), 0600), 0);
-    folder.file("big", std::string((16U << 20U) + 1, '\n'));
+    folder.file("big", std::string((16U << 20U) + 1, '#'));
+    folder.file("large", std::string(16U << 20U, '#'));
+    const std::string line = "include large\n";
+    EXPECT_EQ(told(folder.file("most", line + line + line + line)),
+              "most:4:9: error: \"large\" is too much: a flow has up to 64 MB of text\n");
     EXPECT_EQ(
         told(folder.file("all", "include sub\ninclude fifo\ninclude \"a\\x00b\"\ninclude big")),
         "all:1:9: error: \"sub\" cannot be read: Is a directory\n"
@@ -311,9 +325,29 @@ TEST(FlowText, FilesIncludeOthersBesideThem) {
               std::string::npos);
 }
 
+// The examples of the pages can be checked without a problem.
+TEST_F(FlowText, ExamplesOfThePagesAreRight) {
+    int count = 0;
+    for (const auto& page : std::filesystem::directory_iterator(FXDS_SOURCE_DIR "/docs/flow")) {
+        std::ifstream file(page.path());
+        std::string text;
+        bool isFlow = false;
+        for (std::string line; std::getline(file, line);) {
+            if (isFlow && line == "```") {
+                fxFlowText flow = fxFlowText::parse(std::exchange(text, ""), page.path());
+                EXPECT_TRUE(flow.check()) << parts(flow.problems);
+                ++count;
+            }
+            isFlow = isFlow ? line != "```" : line == "```flow";
+            if (isFlow && line != "```flow") text += line + '\n';
+        }
+    }
+    EXPECT_GE(count, 1);
+}
+
 // Random graphs: without the connections that close circles there is none left, and where
 // there was none, none is found.
-TEST(FlowText, NoImmediateCircleIsLeft) {
+TEST_F(FlowText, NoImmediateCircleIsLeft) {
     std::mt19937 random(testSeed());
     const auto rng = [&random] { return static_cast<unsigned int>(random()); };
     for (int round = 0; round < 300; ++round) {
