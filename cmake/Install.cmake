@@ -74,7 +74,7 @@ endforeach()
 # is there to be read.
 if(TARGET fxgrep)
   file(RELATIVE_PATH libraries_from_tools ${CMAKE_INSTALL_FULL_BINDIR} ${CMAKE_INSTALL_FULL_LIBDIR})
-  foreach(tool fxgrep fxdump)
+  foreach(tool fxgrep fxdump fxflow)
     set_target_properties(${tool} PROPERTIES INSTALL_RPATH "$ORIGIN/${libraries_from_tools}")
     install(TARGETS ${tool} RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tools)
     configure_file(${PROJECT_SOURCE_DIR}/tools/${tool}.1
@@ -103,7 +103,8 @@ foreach(component runtime tools)
           ${CMAKE_INSTALL_LIBDIR}/libostrelfxds.so.${PROJECT_VERSION}
           ${CMAKE_INSTALL_LIBDIR}/libostrelfxflow.so.${PROJECT_VERSION}
           ${CMAKE_INSTALL_BINDIR}/fxgrep
-          ${CMAKE_INSTALL_BINDIR}/fxdump)
+          ${CMAKE_INSTALL_BINDIR}/fxdump
+          ${CMAKE_INSTALL_BINDIR}/fxflow)
         if(EXISTS \"\$ENV{DESTDIR}/usr/\${file}\")
           file(RPATH_REMOVE FILE \"\$ENV{DESTDIR}/usr/\${file}\")
         endif()
@@ -120,7 +121,7 @@ install(FILES ${PROJECT_SOURCE_DIR}/README.md ${PROJECT_SOURCE_DIR}/CHANGELOG.md
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/docs DESTINATION ${CMAKE_INSTALL_DOCDIR}
   COMPONENT dev FILES_MATCHING PATTERN *.md PATTERN *.svg)
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/examples DESTINATION ${CMAKE_INSTALL_DOCDIR}
-  COMPONENT dev FILES_MATCHING PATTERN *.h PATTERN *.cc PATTERN CMakeLists.txt)
+  COMPONENT dev FILES_MATCHING PATTERN *.h PATTERN *.cc PATTERN *.flow PATTERN CMakeLists.txt)
 
 # gdb looks for the printers under the full name of the library, and they for their
 # modules beside them; the prefix is the one that is installed to.

@@ -69,7 +69,8 @@ set(CPACK_DEBIAN_TOOLS_PACKAGE_SHLIBDEPS ON)
 set(CPACK_COMPONENT_TOOLS_DESCRIPTION "${introduction}
 .
 This package holds fxgrep, which prints the lines of files that a pattern
-occurs in, and fxdump, which shows, draws and checks saved objects.")
+occurs in, fxdump, which shows, draws and checks saved objects, and fxflow, which
+runs, checks, tests and watches networks of objects that texts describe.")
 
 set(CPACK_DEBIAN_DOC_PACKAGE_NAME libostrelfxds-doc)
 set(CPACK_DEBIAN_DOC_PACKAGE_SECTION doc)

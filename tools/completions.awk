@@ -2,7 +2,8 @@
 #   PROGRAM --help | awk -v tool=NAME -v shell=bash|zsh|fish -f completions.awk
 # An option is in a line such as "  -A N, -B N    lines after, before" or
 # "  --color[=WHEN]    when to colour": names with their arguments, then two
-# spaces or more, then what it does.
+# spaces or more, then what it does. A command, which may be the first word, is in a
+# line such as "  test    runs the tests".
 
 /^  -/ {
     flush()
@@ -13,13 +14,26 @@
     }
     next
 }
-head != "" && /^       *[^ ]/ { text = text substr($0, match($0, /[^ ]/) - 1) }
+/^  [a-z]+  +[^ ]/ {
+    flush()
+    command = $1
+    sub(/^  [a-z]+ +/, "")
+    text = $0
+    next
+}
+(head != "" || command != "") && /^       *[^ ]/ { text = text substr($0, match($0, /[^ ]/) - 1) }
 !/^  / { flush() }
 
 # Enters the names of the line with the text, of which more lines may have followed.
 function flush(names, count, i, name, argument) {
     gsub(/['\[\]:\\]/, "", text)
     sub(/;.*/, "", text)
+    if (command != "") {
+        commands = commands (commands == "" ? "" : " ") command
+        if (shell == "fish") {
+            lines = lines sprintf("complete -c %s -n __fish_use_subcommand -a %s -d '%s'\n", tool, command, text)
+        }
+    }
     count = split(head, names, ", ")
     for (i = 1; i <= count; ++i) {
         name = argument = names[i]
@@ -29,7 +43,7 @@ function flush(names, count, i, name, argument) {
         if (argument ~ /:/) argument = "DIR"
         add(name, argument, names[i] ~ /\[/, text)
     }
-    head = text = ""
+    head = text = command = ""
 }
 
 function add(name, argument, isOptional, text, needed) {
@@ -49,9 +63,16 @@ function add(name, argument, isOptional, text, needed) {
 END {
     flush()
     if (shell == "bash") {
-        printf "_%s() {\n    [[ $2 != -* ]] || mapfile -t COMPREPLY < <(compgen -W '%s' -- \"$2\")\n}\n", tool, words
+        printf "_%s() {\n    [[ $2 != -* ]] || mapfile -t COMPREPLY < <(compgen -W '%s' -- \"$2\")\n", tool, words
+        if (commands != "") {
+            printf "    [[ ${COMP_CWORD-} != 1 || $2 == -* ]] || mapfile -t COMPREPLY < <(compgen -f -W '%s' -- \"$2\")\n", commands
+        }
+        printf "}\n"
         printf "complete -o default -F _%s %s\n", tool, tool
     } else if (shell == "zsh") {
+        if (commands != "") {
+            lines = lines sprintf(" \\\n    '1: :{_alternative \"commands:command:(%s)\" \"files:file:_files\"}'", commands)
+        }
         printf "#compdef %s\n_arguments -s%s \\\n    '*:file:_files'\n", tool, lines
     } else {
         printf "%s", lines

@@ -38,9 +38,10 @@ mv "$old" "$new"
 
 step 'the tools find their library'
 "$new/bin/fxgrep" -c hello "$here/first.cc" >/dev/null
+"$new/bin/fxflow" test "$(find "$new" -name errors.flow)" >/dev/null
 
 step 'bash completes their options'
-for tool in fxgrep fxdump; do
+for tool in fxgrep fxdump fxflow; do
     ( . "$new/share/bash-completion/completions/$tool"; _$tool $tool --h ''; [[ ${COMPREPLY[*]} == *--help* ]] ) ||
         fail "no --help of $tool"
 done

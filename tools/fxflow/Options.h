@@ -1,0 +1,49 @@
+// What the user of fxflow asks for.
+#ifndef FXFLOW_OPTIONS_H
+#define FXFLOW_OPTIONS_H
+
+#include <climits>
+#include <string>
+#include <string_view>
+#include <vector>
+
+struct Options {
+    enum class Command { run, check, dot, text, list, describe, test, tap, top, show, running };
+    Command command = Command::run;
+    std::vector<std::string> words;  // what is no option: files, classes, ends
+
+    struct Setting {
+        std::string object;
+        std::string property;
+        std::string value;
+    };
+    std::vector<Setting> settings;
+    std::vector<std::string> plugins;
+
+    // For run.
+    const char* loadPath = nullptr;
+    const char* savePath = nullptr;
+    std::string name;      // what other terminals call the flow; empty: as its file
+    bool isFixed = false;  // whether changes of the file wait for SIGHUP
+
+    const char* junitPath = nullptr;  // for test
+    // For top.
+    double interval = 1;              // in seconds
+    unsigned long count = ULONG_MAX;  // of the tables
+};
+
+/// The statuses that the program ends with.
+constexpr int failed = 1;
+constexpr int trouble = 2;
+
+/// Reads the command line. Returns -1 to go on, or the status to exit with.
+int readOptions(int argc, char** argv, Options& options);
+
+/// Writes "fxflow: ..." and a newline to standard error. Bytes that would do something to a
+/// terminal are written as \xHH.
+void complain(std::string_view what);
+
+/// The text with such bytes written out.
+std::string printable(std::string_view text);
+
+#endif

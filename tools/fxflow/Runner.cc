@@ -1,0 +1,148 @@
+// The loop turns by hand, so that the end of the flow is found between two turns: no
+// element is busy, and nothing is queued. The alarm that looks at the files keeps a
+// descriptor registered, so each turn waits.
+#include "Runner.h"
+
+#include <signal.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <cstdio>
+#include <cstring>
+#include <exception>
+
+#include "fxds/EventHandler.h"
+#include "fxds/Exec.h"
+#include "fxds/Signal.h"
+
+namespace {
+
+// The name of a flow from its path: without folders and the usual ending.
+std::string nameOf(const std::string& path) {
+    const std::string name = path.substr(path.rfind('/') + 1);
+    const size_t end = name.size() > 5 ? name.size() - 5 : 0;
+    return end != 0 && name.compare(end, 5, ".flow") == 0 ? name.substr(0, end) : name;
+}
+
+std::string counted(size_t count, const char* what) { return std::to_string(count) + ' ' + what; }
+
+// "1 new, 2 changed, 0 gone": the objects of a text against those of the one before.
+std::string difference(const fxFlowText& before, const fxFlowText& now) {
+    size_t added = 0;
+    size_t changed = 0;
+    for (const fxFlowText::Object& object : now.objects) {
+        const fxFlowText::Object* const old = before.find(object.name.text);
+        if (old == nullptr) ++added;
+        if (old != nullptr && !(*old == object)) ++changed;
+    }
+    const size_t gone = before.objects.size() + added - now.objects.size();
+    return counted(added, "new, ") + counted(changed, "changed, ") + counted(gone, "gone");
+}
+
+}  // namespace
+
+Runner::Runner(const Options& options_) : options(options_), path(options_.words[0]) {
+    fxConnect(flow.complaint, this, [](const fxStr& what) { complain(what.view()); });
+    if (!options.isFixed) fxConnect(files.changed, this, [this] { change(); });
+}
+
+int Runner::run() {
+    fxSignal interrupt(SIGINT);
+    fxSignal terminate(SIGTERM);
+    fxSignal hangup(SIGHUP);
+    fxConnect(interrupt.signal(), this, [this](int) { isEnding = true; });
+    fxConnect(terminate.signal(), this, [this](int) { isEnding = true; });
+    fxConnect(hangup.signal(), this, [this](int) { change(); });
+    if (!begin()) return failed;
+    openDoor();
+    loop();
+    finishQueue();
+    return end() && !hasFailed ? 0 : failed;
+}
+
+bool Runner::begin() { return loadState() && apply(readFlow(path, options)); }
+
+bool Runner::loadState() {
+    if (options.loadPath == nullptr) return true;
+    const fxStreamFault fault = flow.load(options.loadPath);
+    const bool isFirst = fault.isMissing() && options.savePath != nullptr &&
+                         std::strcmp(options.loadPath, options.savePath) == 0;
+    if (!fault || isFirst) return true;
+    complain(fault.text());
+    return false;
+}
+
+// Makes the flow what the text says. False, and the flow is as it was, for a faulty one.
+bool Runner::apply(fxFlowText read) {
+    // A file that the faulty text includes may be the one to mend.
+    std::vector<std::string> paths = read.files;
+    paths.insert(paths.end(), text.files.begin(), text.files.end());
+    paths.push_back(path);
+    std::sort(paths.begin(), paths.end());
+    paths.erase(std::unique(paths.begin(), paths.end()), paths.end());
+    files.watch(paths);
+    if (!tellProblems(flow.apply(read))) return false;
+    text = std::move(read);
+    if (door != nullptr) door->setText(text);
+    return true;
+}
+
+void Runner::change() {
+    fxFlowText read = readFlow(path, options);
+    const std::string what = difference(text, read);
+    if (apply(std::move(read))) {
+        complain(path + " is applied: " + what);
+    } else {
+        complain(path + " is faulty; the flow goes on as it was");
+    }
+}
+
+void Runner::openDoor() {
+    std::string why = folder.whyNot();
+    if (why.empty()) {
+        const std::string& name = options.name.empty() ? nameOf(path) : options.name;
+        const int socket = folder.listen(FlowFolder::nameFrom(name));
+        if (socket < 0) why = std::strerror(errno);
+        if (socket >= 0) door = std::make_unique<Door>(socket, flow);
+    }
+    if (door != nullptr) door->setText(text);
+    if (!why.empty()) complain("no other terminal can look into this flow: " + why);
+}
+
+// Classes may add inputs that tell nothing of what they throw.
+template <class Work>
+void Runner::attempt(Work work) {
+    try {
+        work();
+    } catch (const std::exception& thrown) {
+        complain(std::string("an element threw: ") + thrown.what());
+        hasFailed = true;
+    }
+}
+
+void Runner::loop() {
+    constexpr float years = 1e8F;
+    while (!isEnding && (flow.isBusy() || !fx_theEventHandler->isEmpty())) {
+        attempt([] { fx_theExecutive->poll(years); });
+    }
+}
+
+// What is queued when the flow is told to end still arrives, unless it goes in circles.
+void Runner::finishQueue() {
+    const auto limit = fxAlarm::Clock::now() + std::chrono::seconds(1);
+    while (!fx_theEventHandler->isEmpty() && fxAlarm::Clock::now() < limit) {
+        attempt([] { fx_theEventHandler->distributeEvents(); });
+    }
+}
+
+bool Runner::end() {
+    if (door != nullptr) door->closeAll();
+    door.reset();
+    folder.leave();
+    if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) hasFailed = true;
+    if (options.savePath == nullptr) return true;
+    const fxStreamFault fault = flow.save(options.savePath);
+    if (fault) complain(fault.text());
+    return !fault;
+}

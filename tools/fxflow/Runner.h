@@ -1,0 +1,46 @@
+// Runs the flow of a file until it ends, and changes it with the file.
+#ifndef FXFLOW_RUNNER_H
+#define FXFLOW_RUNNER_H
+
+#include <memory>
+#include <string>
+
+#include "Door.h"
+#include "FlowFile.h"
+#include "FlowFolder.h"
+#include "Options.h"
+#include "flow/Flow.h"
+
+class Runner : public fxObj {
+public:
+    /// `options` is borrowed.
+    explicit Runner(const Options& options);
+    const char* className() const override { return "Runner"; }
+
+    /// Runs the flow. Returns the status to exit with.
+    int run();
+
+private:
+    bool begin();
+    bool loadState();
+    void change();
+    bool apply(fxFlowText text);
+    void openDoor();
+    template <class Work>
+    void attempt(Work work);
+    void loop();
+    void finishQueue();
+    bool end();
+
+    const Options& options;
+    const std::string& path;
+    FlowFolder folder;
+    FileWatch files;
+    fxFlow flow;
+    std::unique_ptr<Door> door;  // looks into the flow
+    fxFlowText text;             // what the flow was made from
+    bool isEnding = false;
+    bool hasFailed = false;
+};
+
+#endif
