@@ -24,7 +24,7 @@ struct Page {
 };
 
 const Page pages[] = {
-    {"README.md", "quickstart", {"quickstart.cc"}, 1},
+    {"README.md", "quickstart", {"quickstart.cc", "flows/errors.flow"}, 2},
     {"docs/guide/1-objects.md", "guide/guide_step1", {"guide/House.h", "guide/step1.cc"}, 4},
     {"docs/guide/2-sending.md", "guide/guide_step2", {"guide/Vent.h", "guide/step2.cc"}, 4},
     {"docs/guide/3-loop.md", "guide/guide_step3", {"guide/Station.h", "guide/step3.cc"}, 3},
@@ -34,6 +34,7 @@ const Page pages[] = {
      {"guide/Journal.h", "guide/Journal.cc", "guide/step5.cc"},
      4},
     {"docs/guide/6-searching.md", "guide/guide_step6", {"guide/Search.h", "guide/step6.cc"}, 4},
+    {"docs/guide/7-flows.md", "guide/guide_step7", {"guide/step7.cc"}, 4},
     {"docs/guide/connections.md", "guide/guide_connections", {"guide/connections.cc"}, 5},
     {"docs/guide/ownership.md", "guide/guide_ownership", {"guide/ownership.cc"}, 3},
     {"docs/guide/values.md", "guide/guide_values", {"guide/values.cc"}, 5},
@@ -72,7 +73,8 @@ TEST(Guide, ShowsTheProgramsThatWeBuildAndWhatTheyPrint) {
         for (const char* source : page.sources) {
             code += contents(FXDS_SOURCE_DIR "/examples/" + std::string(source));
         }
-        const std::vector<std::string> blocks = blocksOf(text, "cpp");
+        std::vector<std::string> blocks = blocksOf(text, "cpp");
+        for (const std::string& block : blocksOf(text, "flow")) blocks.push_back(block);
         EXPECT_GE(blocks.size(), page.codeBlocks);
         for (const std::string& block : blocks) {
             EXPECT_NE(code.find(block), std::string::npos) << block;
@@ -131,7 +133,7 @@ struct Left {
 std::vector<std::string> commandsOf(const std::string& page) {
     const std::regex command(
         "    (([A-Z_]+=\\S+ )?((\\./|build/|bench/|tests/)[a-z]|"
-        "(cmake|g\\+\\+|clang-tidy|mkdir|fxdump|fxgrep) ).*)");
+        "(cmake|g\\+\\+|clang-tidy|mkdir|fxdump|fxgrep|fxflow) ).*)");
     std::vector<std::string> commands;
     std::istringstream lines(page);
     bool isFenced = false;
@@ -154,6 +156,7 @@ TEST(Documents, CommandsWork) {
         {"build/[a-z]+(?=/)", FXDS_BUILD_DIR},
         {"-I\\.", "-I" FXDS_SOURCE_DIR},
         {"^g\\+\\+", FXDS_COMPILER},
+        {"( )examples/", "$1" FXDS_SOURCE_DIR "/examples/"},
         {"/tmp/new", FXDS_SOURCE_DIR "/tests/fuzz/corpus/Str"},
         {"( |^)tests/", "$1" FXDS_SOURCE_DIR "/tests/"}};
     const std::string readme = contents(FXDS_SOURCE_DIR "/README.md");
