@@ -14,7 +14,7 @@ std::string inLabel(std::string_view text) {
     constexpr size_t longest = 60;
     std::string result;
     for (const char c : text.substr(0, longest)) {
-        if (std::string_view("{}|<>\"\\ ").find(c) != std::string_view::npos) result += '\\';
+        if (std::string_view("{}|<>\"\\").find(c) != std::string_view::npos) result += '\\';
         result += (c >= 0 && c < ' ') || c == '\x7F' ? '?' : c;
     }
     return text.size() > longest ? result + "..." : result;
@@ -32,7 +32,7 @@ void writeObject(std::ostream& out, size_t number, const fxFlowText::Object& obj
     writePorts(out, 'i', object.kind->inputs);
     out << "}|" << inLabel(object.name.text) << "\\n" << inLabel(object.className.text);
     for (const fxFlowText::Setting& each : object.settings) {
-        out << "\\n" << inLabel(each.name.text) << "\\ =\\ " << inLabel(each.value.text);
+        out << "\\n" << inLabel(each.name.text) << " = " << inLabel(each.value.text);
     }
     out << "|{";
     writePorts(out, 'o', object.kind->outputs);
