@@ -17,7 +17,7 @@ hidden() {
     local folder=$1 found private
     shift
     private=$(find "$folder" -mindepth 2 -name '*.h' -not -path '*/detail/*' -exec cat {} + |
-        sed -nE -e 's/^(class|struct|namespace) (fx[A-Za-z]+)( final)?( :.*| \{.*)$/\2::/p' \
+        sed -nE -e 's/^(class|struct|namespace) (FX_LOCAL )?(fx[A-Za-z:]+)( final)?( :.*| \{.*)$/\3::/p' \
             -e 's/^[a-zA-Z].* (fxFlow[A-Za-z]+)\(.*;$/\1[[(]/p' | paste -sd '|')
     private="^($private|fxEnterPropertyName\\(|makeBinaryReader\\()"
     [[ $folder != */flow ]] || private+='|^(f[^x]|[^f])'

@@ -14,6 +14,9 @@
 
 #include "flow/Flow.h"
 
+/// Not exported with the class that it is part of.
+#define FX_LOCAL __attribute__((visibility("hidden")))
+
 namespace fxFlowDetail {
 
 // Tells whether an object (borrowed) exists, whatever ends it.
@@ -82,7 +85,7 @@ bool leadsTo(unsigned short from, unsigned short to);
 // (4) byObject has the members, those that a change under way has made, and the retired.
 //
 // While a change is under way (isChanging) others are refused.
-class fxFlow::Network {
+class FX_LOCAL fxFlow::Network {
 public:
     typedef fxFlowDetail::Member Member;
     typedef fxFlowDetail::Members Members;
@@ -139,7 +142,7 @@ private:
 };
 
 // A change of a network: all is made beside what there is, and then takes its place.
-class fxFlow::Change {
+class FX_LOCAL fxFlow::Change {
 public:
     typedef fxFlowDetail::Member Member;
 
