@@ -10,7 +10,7 @@
 
 /// How a test of a flow went.
 struct FX_API fxFlowTestResult {
-    std::string name;
+    std::string name;     ///< Of the test.
     fxFlowPlace place;    ///< Of the test; where it failed, of the step.
     std::string failure;  ///< "expected 6 from rate.value, got 5"; "" for a test that passed.
     double seconds = 0;   ///< How long it took.
