@@ -46,7 +46,7 @@ private:
     std::string readAll(int fd, std::string& text);
 
     std::vector<Identity> chain;  // the files that are being read, outermost first
-    std::string folder;  // that the program is in, once it was asked for
+    std::string folder;           // that the program is in, once it was asked for
     size_t parts = 0;
     size_t reads = 0;
     size_t bytes = 0;
