@@ -134,6 +134,7 @@ public:
     std::unordered_map<const fxObj*, Member*> byObject;
     Members retired;
     std::vector<std::unique_ptr<Watch>> watches;
+    size_t watchesToSweep = 16;  // so many, and those of contexts that have gone are removed
 
     static std::vector<Network*>& all();
 

@@ -60,6 +60,13 @@ std::string fxFlow::Network::watch(const std::string& object, const std::string&
     auto made = std::make_unique<Watch>(object, channel, context != nullptr ? context : flow,
                                         std::move(watcher));
     if (!made->update(*this)) return "the context has ended";
+    if (watches.size() >= watchesToSweep) {
+        const auto isOver = [](const std::unique_ptr<Watch>& each) {
+            return !each->life.isThere();
+        };
+        watches.erase(std::remove_if(watches.begin(), watches.end(), isOver), watches.end());
+        watchesToSweep = 2 * watches.size() + 16;
+    }
     watches.push_back(std::move(made));
     return "";
 }

@@ -62,7 +62,7 @@ Visitor::Visitor(int fd, Door& door_)
 
 void Visitor::take(std::string_view request) {
     if (request == "tap") {
-        for (const std::string& end : door.getOutputs()) tap(end);
+        for (const auto& end : door.getOutputs()) tap(end.first);
     } else if (request.substr(0, 4) == "tap ") {
         tap(std::string(request.substr(4)));
     } else if (request.substr(0, 4) == "top ") {
@@ -106,7 +106,7 @@ void Visitor::watchAgain() {
         end = why.empty() || end->second.isTapped ? std::next(end) : ends.erase(end);
     }
     if (!isCounting) return;
-    for (const std::string& end : door.getOutputs()) add(end, false);
+    for (const auto& end : door.getOutputs()) add(end.first, false);
 }
 
 void Visitor::notice(Ends::value_type& end, const std::string& value) {
@@ -119,7 +119,14 @@ void Visitor::notice(Ends::value_type& end, const std::string& value) {
     }
     sendDropped();
     writer.writeLine("v " + std::to_string(wallMilliseconds()) + ' ' + end.first + ' ' +
-                     fxFlowQuoted(cut(value, longestValue)));
+                     shown(end.first, cut(value, longestValue)));
+}
+
+// A value as a flow writes it; nothing for the messages of an end without values.
+std::string Visitor::shown(const std::string& end, const std::string& value) const {
+    const auto output = door.getOutputs().find(end);
+    const bool hasValues = output == door.getOutputs().end() || output->second;
+    return hasValues || !value.empty() ? fxFlowQuoted(value) : "";
 }
 
 void Visitor::sendDropped() {
@@ -130,7 +137,7 @@ void Visitor::sendDropped() {
 void Visitor::top(unsigned long rows) {
     if (!isCounting) {
         isCounting = true;
-        for (const std::string& end : door.getOutputs()) add(end, false);
+        for (const auto& end : door.getOutputs()) add(end.first, false);
     }
     std::vector<const Ends::value_type*> order;
     for (const auto& each : ends) order.push_back(&each);
@@ -147,9 +154,10 @@ void Visitor::top(unsigned long rows) {
     order.erase(end, order.end());
     for (const auto* each : order) {
         const Watched& watched = each->second;
-        writer.writeLine("r " + std::to_string(watched.total - watched.asked) + ' ' +
-                         std::to_string(watched.total) + ' ' + each->first + ' ' +
-                         (watched.total != 0 ? fxFlowQuoted(cut(watched.last, shownBytes)) : ""));
+        writer.writeLine(
+            "r " + std::to_string(watched.total - watched.asked) + ' ' +
+            std::to_string(watched.total) + ' ' + each->first + ' ' +
+            (watched.total != 0 ? shown(each->first, cut(watched.last, shownBytes)) : ""));
     }
     const fxAlarm::Time now = fxAlarm::Clock::now();
     const auto passed = std::chrono::duration_cast<std::chrono::milliseconds>(now - asked);
@@ -182,7 +190,7 @@ void Door::setText(const fxFlowText& text) {
         const fxElementKind* const kind = fxElementKind::find(object.className.text);
         if (kind == nullptr) continue;
         for (const fxElementChannel& each : kind->outputs) {
-            outputs.push_back(object.name.text + '.' + each.name);
+            outputs[object.name.text + '.' + each.name] = each.typeNumber() != fxDT_void;
         }
     }
     for (const fxRef<Visitor>& each : visitors) each->watchAgain();

@@ -65,6 +65,7 @@ private:
     std::string add(const std::string& end, bool isTapped);
     std::string watch(Ends::value_type& end);
     void notice(Ends::value_type& end, const std::string& value);
+    std::string shown(const std::string& end, const std::string& value) const;
     void sendDropped();
 
     Door& door;
@@ -92,15 +93,15 @@ public:
     void closeAll();              ///< Says goodbye to all.
 
     fxFlow& getFlow() const { return flow; }
-    /// All of the flow: "OBJECT.CHANNEL".
-    const std::vector<std::string>& getOutputs() const { return outputs; }
+    /// All of the flow, "OBJECT.CHANNEL", and whether values leave them.
+    const std::map<std::string, bool>& getOutputs() const { return outputs; }
     size_t getObjectCount() const { return objectCount; }
 
     void handleRead() override;
 
 private:
     fxFlow& flow;
-    std::vector<std::string> outputs;
+    std::map<std::string, bool> outputs;
     size_t objectCount = 0;
     std::vector<fxRef<Visitor>> visitors;
 };

@@ -272,7 +272,7 @@ int tap(const Options& options) {
         if (kind == 'v') {
             char* words = nullptr;
             const long milliseconds = std::strtol(rest.c_str(), &words, 10);
-            std::printf("%s%s\n", clockTime(milliseconds).c_str(), words);
+            std::printf("%s%s\n", clockTime(milliseconds).c_str(), printable(words).c_str());
             std::fflush(stdout);
         } else if (kind == 'd') {
             complain(rest + " values are left out: this terminal is too slow for them");

@@ -13,7 +13,8 @@ typedef Options::Command Command;
 
 const char usage[] =
     "usage: fxflow [OPTION...] FILE\n"
-    "       fxflow --check|--dot|--text [OPTION...] FILE...\n"
+    "       fxflow --check [OPTION...] FILE...\n"
+    "       fxflow --dot|--text [OPTION...] FILE\n"
     "       fxflow --list\n"
     "       fxflow --describe CLASS...\n"
     "       fxflow test [OPTION...] FILE...\n"
