@@ -20,6 +20,7 @@ typedef fxFlowText::Word Word;
 template <class Described>
 std::vector<std::string_view> namesOf(const std::vector<Described>& all) {
     std::vector<std::string_view> names;
+    names.reserve(all.size());
     for (const Described& each : all) names.emplace_back(each.name);
     return names;
 }
@@ -82,9 +83,9 @@ private:
                 problems.add(each.name.place, whole + " is given twice");
             } else if (property == nullptr) {
                 hasUnknown = true;
-                const bool isPlaced = each.name.place.line != 0;
-                tellMissing((isPlaced ? "" : whole + ": ") + object.kind->name + " has no property",
-                            each.name, namesOf(object.kind->properties), "it has");
+                std::string what = each.name.place.line != 0 ? "" : whole + ": ";
+                (what += object.kind->name) += " has no property";
+                tellMissing(what, each.name, namesOf(object.kind->properties), "it has");
             } else if (const std::string why = property->whyNot(each.value.text); !why.empty()) {
                 problems.add(each.value.place,
                              whole + ": " + fxFlowShown(each.value.text) + ' ' + why);
