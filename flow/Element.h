@@ -58,6 +58,7 @@ public:
     fxElement() = default;
     fxElement(const fxElement&) = delete;
     fxElement& operator=(const fxElement&) = delete;
+    ~fxElement() override;
 
     /// Begins the work: opens files, starts alarms. Called once, when the properties are
     /// set and before anything is connected; not by a test, which sends in its place.

@@ -5,6 +5,8 @@
 
 #include "flow/run/Network.h"
 
+fxElement::~fxElement() = default;
+
 void fxElement::complain(const std::string& text) const {
     if (flow != nullptr) flow->network->complain(*this, text);
 }

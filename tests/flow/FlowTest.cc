@@ -249,7 +249,11 @@ TEST_F(FlowTest, AgreesWithModel) {
         }
         drain();  // ends the old ones
         ASSERT_EQ(static_cast<size_t>(Node::alive), model.objects.size());
-        ASSERT_EQ(fxFlowText::parse(flow->write(), "w").write(), flow->write());
+        const std::string written = flow->write();
+        for (const auto& [name, wide] : model.objects) old[name] = flow->find(name);
+        apply(written);
+        ASSERT_EQ(flow->write(), written);
+        for (const auto& [name, wide] : model.objects) ASSERT_EQ(flow->find(name), old[name]);
 
         watched.clear();
         Texts expectedWatched;
@@ -534,14 +538,27 @@ TEST_F(FlowTest, RefusesWhatItHasNotSaved) {
     EXPECT_EQ(node("b").taken, Texts{"7"});
 }
 
-// Only files that describe elements are plug-ins.
-TEST_F(FlowTest, RefusesOtherPlugins) {
+// Only files that describe elements are plug-ins; a flow that names one loads it, a saved one
+// does not.
+TEST_F(FlowTest, LoadsPlugins) {
     const char* const library = "/proc/self/exe";
     for (const char* file : {"", "/dev/zero", "/", "nothing.so", library, __FILE__, "a\nb"}) {
         EXPECT_EQ(fxLoadPlugin(file).find(std::string("cannot load ") + file + ": "), 0U);
         EXPECT_FALSE(fxPluginIsLoaded(file));
     }
     EXPECT_NE(fxLoadPlugin(std::string("a\0b", 3)), "");
+    EXPECT_EQ(fxElementKind::find("Doubled"), nullptr);
+    EXPECT_EQ(apply("use \"" PLUGIN_PATH "\"\na = Node\nb = Doubled\nb.twice -> a.in"), Texts());
+    EXPECT_EQ(fxLoadPlugin(PLUGIN_PATH), "");
+    EXPECT_TRUE(fxElementKind::duplicates().empty());
+    EXPECT_EQ(flow->send("b", "number", "4"), "");
+    drain();
+    EXPECT_EQ(node("a").taken, Texts{"8"});
+    EXPECT_EQ(flow->write().find("use"), 0U);
+    ASSERT_FALSE(flow->save(path));
+    ASSERT_FALSE(flow->load(path));
+    EXPECT_EQ(flow->write().find("use"), std::string::npos);
+    drain();
 }
 
 // Values read back from their text.
