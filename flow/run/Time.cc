@@ -66,7 +66,7 @@ struct fxMadeUpTime::Alarms {
 
 class fxMadeUpTime::Alarm final : public fxFlowAlarm {
 public:
-    Alarm(std::shared_ptr<Alarms> alarms_, fxObj * context, Action action)
+    Alarm(std::shared_ptr<Alarms> alarms_, fxObj* context, Action action)
         : alarms(alarms_), output(fxDT_void) {
         const fxOutputView<void> view(&output);
         if (context != nullptr) {
@@ -95,7 +95,7 @@ public:
     }
 
     // Requires: it is due, and held.
-    void tick(Alarms & all) {
+    void tick(Alarms& all) {
         all.due.erase(key);
         if (!connection.isConnected()) return;  // the context has gone
         if (interval > fxAlarm::Span(0) && key.first < fxAlarm::Time::max()) {

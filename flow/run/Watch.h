@@ -11,7 +11,7 @@
 // The values that an output sends, or those that all outputs and relays send to an input:
 // as many connections from these to the watcher.
 struct FX_LOCAL fxFlow::Network::Watch {
-    Watch(std::string object_, std::string channel_, fxObj * context_, fxFlowType::Watcher watcher_)
+    Watch(std::string object_, std::string channel_, fxObj* context_, fxFlowType::Watcher watcher_)
         : object(std::move(object_)),
           channel(std::move(channel_)),
           context(context_),
