@@ -18,7 +18,7 @@
 // fields `tag` and `alike`, which the index may use.
 //
 // Invariants, while the index is built:
-// (1) The number of slots is a power of 2, and at least one slot is free.
+// (1) The number of places is a power of 2, and at least one slot is free.
 // (2) Each tag has at most one slot, and no slot between its home and that one
 //     is free.
 // (3) The nodes of a slot have its tag. The one that was entered last is first.
@@ -36,7 +36,7 @@ public:
 
     bool isBuilt() const { return table != nullptr; }
     /// The first node of `tag`, or null. Requires, as all below: isBuilt().
-    Node* first(unsigned int tag) const { return table->slots()[slotOf(tag)].node; }
+    Node* first(unsigned int tag) const { return table->places()[slotOf(tag)].node; }
     /// Makes an empty index for about `expected` nodes, built or not.
     void build(unsigned int expected);
     /// Enters a node as the first of its tag.
@@ -52,14 +52,14 @@ private:
         unsigned int tag;
     };
 
-    // The slots lie behind it: most containers have none, and keep one pointer.
+    // The places lie behind it: most containers have none, and keep one pointer.
     struct Table {
         unsigned int home(unsigned int tag) const { return tag >> shift; }
-        Slot* slots() { return reinterpret_cast<Slot*>(this + 1); }
+        Slot* places() { return reinterpret_cast<Slot*>(this + 1); }
 
-        unsigned int mask;   // number of slots less 1
+        unsigned int mask;   // number of places less 1
         unsigned int shift;  // what leaves the home of a tag
-        unsigned int used;   // slots that are not free
+        unsigned int used;   // places that are not free
         unsigned int unnamed;
     };
     static_assert(sizeof(Table) % alignof(Slot) == 0);
@@ -74,9 +74,9 @@ private:
 // The slot of the tag, or the free one where it belongs.
 template <class Node>
 unsigned int fxHashIndex<Node>::slotOf(unsigned int tag) const {
-    const Slot* const slots = table->slots();
+    const Slot* const places = table->places();
     unsigned int slot = table->home(tag);
-    while (slots[slot].node != nullptr && slots[slot].tag != tag) slot = (slot + 1) & table->mask;
+    while (places[slot].node != nullptr && places[slot].tag != tag) slot = (slot + 1) & table->mask;
     return slot;
 }
 
@@ -104,22 +104,22 @@ void fxHashIndex<Node>::drop() {
 template <class Node>
 void fxHashIndex<Node>::grow() {
     Table* const old = table;
-    const Slot* const slots = old->slots();
+    const Slot* const places = old->places();
     allocate(33 - old->shift);
     table->used = old->used;
     for (unsigned int i = 0; i <= old->mask; ++i) {
-        if (slots[i].node != nullptr) table->slots()[slotOf(slots[i].tag)] = slots[i];
+        if (places[i].node != nullptr) table->places()[slotOf(places[i].tag)] = places[i];
     }
     std::free(old);
 }
 
 template <class Node>
 void fxHashIndex<Node>::insert(Node* node) {
-    Slot* slot = table->slots() + slotOf(node->tag);
+    Slot* slot = table->places() + slotOf(node->tag);
     if (slot->node == nullptr) {
         if (table->used >= table->mask - table->mask / 4 && table->shift > 1) {
             grow();
-            slot = table->slots() + slotOf(node->tag);
+            slot = table->places() + slotOf(node->tag);
         }
         slot->tag = node->tag;
         ++table->used;
@@ -132,18 +132,18 @@ void fxHashIndex<Node>::insert(Node* node) {
 // not behind it, and so on.
 template <class Node>
 void fxHashIndex<Node>::remove(Node* node) {
-    Slot* const slots = table->slots();
+    Slot* const places = table->places();
     unsigned int hole = slotOf(node->tag);
-    Node** link = &slots[hole].node;
+    Node** link = &places[hole].node;
     while (*link != node) link = &(*link)->alike;
     *link = node->alike;
-    if (slots[hole].node != nullptr) return;
+    if (places[hole].node != nullptr) return;
     --table->used;
     const unsigned int last = table->mask;
-    for (unsigned int i = (hole + 1) & last; slots[i].node != nullptr; i = (i + 1) & last) {
-        if (((i - table->home(slots[i].tag)) & last) < ((i - hole) & last)) continue;
-        slots[hole] = slots[i];
-        slots[i].node = nullptr;
+    for (unsigned int i = (hole + 1) & last; places[i].node != nullptr; i = (i + 1) & last) {
+        if (((i - table->home(places[i].tag)) & last) < ((i - hole) & last)) continue;
+        places[hole] = places[i];
+        places[i].node = nullptr;
         hole = i;
     }
 }

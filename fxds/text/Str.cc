@@ -370,7 +370,7 @@ void fxStr::assignBytes(const char* s, size_t n) {
         clear();
         return;
     }
-    const unsigned int bytes = fxLengthField(n + 1);
+    const unsigned int bytes = fxLengthField(std::max(n, n + 1));  // which may wrap
     size_t room = ownsBlock() ? std::max<size_t>(slength, knownRoom()) : 0;
     if (bytes <= room) {
         std::memmove(data, s, n);

@@ -19,7 +19,8 @@ shift 3
 export LC_ALL=C  # the compilers' messages, untranslated
 rm -rf "$work" && mkdir -p "$work"
 
-flags=(-std=c++17 -Wall -Wextra -I"$sources" -fdiagnostics-color=never -fmessage-length=0)
+# Qt takes the names that are defined here.
+flags=(-std=c++17 -Wall -Wextra -Dslots= -Dsignals=public -Demit= -I"$sources" -fdiagnostics-color=never -fmessage-length=0)
 cat >"$work/all.h" <<'END'
 #include "fxds/fxds.h"
 // The code of a row whose name is defined, as `~, _now`; other names end in nothing.
