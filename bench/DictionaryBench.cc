@@ -14,6 +14,9 @@
 #include "fxds/Str.h"
 #include "fxds/VoidPtrDict.h"
 
+#ifdef FXDS_HAVE_ABSL
+#include <absl/container/flat_hash_map.h>
+#endif
 #ifdef FXDS_HAVE_GLIB
 #include <glib.h>
 #endif
@@ -138,6 +141,41 @@ void mapFind(benchmark::State& state) {
     perEntry(state);
 }
 
+#ifdef FXDS_HAVE_ABSL
+
+template <class Kind>
+using AbslFor = absl::flat_hash_map<typename Kind::Map::key_type, typename Kind::Map::mapped_type>;
+
+// The second argument: whether it grows.
+template <class Kind>
+void abslInsert(benchmark::State& state) {
+    const auto keys = makeKeys(state, Kind::forMap);
+    for (auto _ : state) {
+        AbslFor<Kind> map;
+        if (state.range(1) == 0) map.reserve(keys.size());
+        for (const auto& key : keys) map.emplace(key, typename Kind::Map::mapped_type{});
+        benchmark::DoNotOptimize(map);
+        state.PauseTiming();
+        map.clear();
+        state.ResumeTiming();
+    }
+    perEntry(state);
+}
+
+template <class Kind>
+void abslFind(benchmark::State& state) {
+    auto keys = makeKeys(state, Kind::forMap);
+    AbslFor<Kind> map;
+    for (const auto& key : keys) map.emplace(key, typename Kind::Map::mapped_type{});
+    std::shuffle(keys.begin(), keys.end(), std::mt19937(2));
+    for (auto _ : state) {
+        for (const auto& key : keys) benchmark::DoNotOptimize(map.find(key));
+    }
+    perEntry(state);
+}
+
+#endif
+
 #ifdef FXDS_HAVE_GLIB
 
 // It keeps texts by their addresses; so do we here.
@@ -201,6 +239,16 @@ COMPARE(Names);
 COMPARE(LongNames);
 COMPARE(AlikeNames);
 COMPARE(Addresses);
+
+#ifdef FXDS_HAVE_ABSL
+#define COMPARE_ABSL(Kind)                     \
+    BENCHMARK(abslFind<Kind>)->Apply(loadOne); \
+    BENCHMARK(abslInsert<Kind>)->Apply(loadOne)->Apply(fewChains)
+
+COMPARE_ABSL(Names);
+COMPARE_ABSL(LongNames);
+COMPARE_ABSL(Addresses);
+#endif
 
 #ifdef FXDS_HAVE_GLIB
 #define COMPARE_GLIB(Kind)                     \

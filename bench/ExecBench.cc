@@ -1,6 +1,8 @@
 // What one turn of the loop and the start of a timer cost, against the system
 // call, a multimap and, where they are installed, other loops.
 #include <benchmark/benchmark.h>
+#include <sys/eventfd.h>
+#include <sys/resource.h>
 #include <sys/select.h>
 #include <unistd.h>
 
@@ -26,6 +28,9 @@
 #endif
 #ifdef FXDS_HAVE_LIBEVENT
 #include <event2/event.h>
+#endif
+#ifdef FXDS_HAVE_LIBUV
+#include <uv.h>
 #endif
 
 namespace {
@@ -148,6 +153,108 @@ void TurnLibevent(benchmark::State& state) {
     benchmark::DoNotOptimize(reader.bytes);
 }
 BENCHMARK(TurnLibevent)->ArgName("timer")->Arg(0)->Arg(1);
+
+#endif
+
+// With descriptors beside the busy one on which nothing happens.
+
+struct Idle {
+    explicit Idle(benchmark::State& state) {
+        const auto wanted = static_cast<rlim_t>(state.range(0)) + 100;
+        rlimit limit;
+        getrlimit(RLIMIT_NOFILE, &limit);
+        limit.rlim_cur = std::max(limit.rlim_cur, std::min(wanted, limit.rlim_max));
+        setrlimit(RLIMIT_NOFILE, &limit);
+        for (int64_t i = 0; i < state.range(0); ++i) {
+            const int descriptor = eventfd(0, 0);
+            if (descriptor < 0) state.SkipWithError("too few descriptors");
+            if (descriptor < 0) break;
+            descriptors.push_back(descriptor);
+        }
+    }
+    std::vector<int> descriptors;  // closed by whoever handles them
+};
+
+void numbersOfDescriptors(benchmark::internal::Benchmark* bench) {
+    for (const int idle : {10, 100, 1000, 10000}) bench->Arg(idle);
+}
+
+void TurnIdle(benchmark::State& state) {
+    Idle idle(state);
+    Pipe pipe;
+    Reader reader(pipe.ends[0]);
+    fxExec exec;
+    std::vector<std::unique_ptr<Reader>> others;
+    for (const int descriptor : idle.descriptors) {
+        others.push_back(std::make_unique<Reader>(descriptor));
+        exec.addSelectHandler(others.back().get());
+    }
+    exec.addSelectHandler(&reader);
+    for (auto _ : state) {
+        pipe.fill();
+        exec.poll(1000);
+    }
+    benchmark::DoNotOptimize(reader.bytes);
+}
+BENCHMARK(TurnIdle)->Apply(numbersOfDescriptors);
+
+#ifdef FXDS_HAVE_LIBEVENT
+
+void TurnIdleLibevent(benchmark::State& state) {
+    Idle idle(state);
+    Pipe pipe;
+    Reader reader(pipe.ends[0]);
+    event_base* const base = event_base_new();
+    std::vector<event*> events;
+    idle.descriptors.push_back(reader.getFd());
+    for (const int descriptor : idle.descriptors) {
+        events.push_back(
+            event_new(base, descriptor, EV_READ | EV_PERSIST, readByLibevent, &reader));
+        event_add(events.back(), nullptr);
+    }
+    for (auto _ : state) {
+        pipe.fill();
+        event_base_loop(base, EVLOOP_ONCE);
+    }
+    for (event* one : events) event_free(one);
+    idle.descriptors.pop_back();
+    for (const int descriptor : idle.descriptors) close(descriptor);
+    event_base_free(base);
+    benchmark::DoNotOptimize(reader.bytes);
+}
+BENCHMARK(TurnIdleLibevent)->Apply(numbersOfDescriptors);
+
+#endif
+
+#ifdef FXDS_HAVE_LIBUV
+
+void TurnIdleLibuv(benchmark::State& state) {
+    Idle idle(state);
+    Pipe pipe;
+    Reader reader(pipe.ends[0]);
+    uv_loop_t loop;
+    uv_loop_init(&loop);
+    idle.descriptors.push_back(reader.getFd());
+    std::vector<uv_poll_t> polls(idle.descriptors.size());
+    for (size_t i = 0; i < polls.size(); ++i) {
+        uv_poll_init(&loop, &polls[i], idle.descriptors[i]);
+        polls[i].data = &reader;
+        uv_poll_start(&polls[i], UV_READABLE, [](uv_poll_t* poll, int, int) {
+            static_cast<Reader*>(poll->data)->handleRead();
+        });
+    }
+    for (auto _ : state) {
+        pipe.fill();
+        uv_run(&loop, UV_RUN_ONCE);
+    }
+    for (uv_poll_t& poll : polls) uv_close(reinterpret_cast<uv_handle_t*>(&poll), nullptr);
+    uv_run(&loop, UV_RUN_DEFAULT);
+    uv_loop_close(&loop);
+    idle.descriptors.pop_back();
+    for (const int descriptor : idle.descriptors) close(descriptor);
+    benchmark::DoNotOptimize(reader.bytes);
+}
+BENCHMARK(TurnIdleLibuv)->Arg(0)->Apply(numbersOfDescriptors);
 
 #endif
 
