@@ -124,9 +124,11 @@ def svg(screen):
             while x < len(row) and row[x][1] == look:
                 x += 1
             text = ''.join(c for c, _ in row[begin:x])
-            if text.strip():
+            begin += len(text) - len(text.lstrip())  # some viewers drop spaces at the ends
+            text = text.strip()
+            if text:
                 lines.append('<text x="%.1f" y="%d" textLength="%.1f" class="%s">%s</text>' % (
-                    margin + begin * width, margin + 14 + y * height, (x - begin) * width,
+                    margin + begin * width, margin + 14 + y * height, len(text) * width,
                     looks.get(look, ''), escape(text.replace(' ', '\u00a0'))))
     return '''<svg xmlns="http://www.w3.org/2000/svg" width="%d" height="%d">
 <style>
