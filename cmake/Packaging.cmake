@@ -77,7 +77,7 @@ set(CPACK_DEBIAN_DOC_PACKAGE_SECTION doc)
 set(CPACK_DEBIAN_DOC_PACKAGE_ARCHITECTURE all)
 set(CPACK_COMPONENT_DOC_DESCRIPTION "${introduction}
 .
-This package holds the manual: the guide, the contracts of all classes grouped by
+This package holds the manual: the guide, the contracts of all classes by
 topic, and the pages on how the library is built.")
 
 # The tools need a library that is not installed yet.

@@ -27,11 +27,11 @@ FX_DATA_TYPES(FX_NUMBER, FX_NUMBER)
 #undef FX_NUMBER
 
 const char* fxDataTypeName(unsigned short type) {
-#define FX_SENT_NAME(number, name, Value, Passed, Box) name,
-#define FX_HELD_NAME(number, name) name,
-    static const char* const names[dataTypes] = {FX_DATA_TYPES(FX_SENT_NAME, FX_HELD_NAME)};
-#undef FX_HELD_NAME
-#undef FX_SENT_NAME
+#define FX_NAME_SENT(number, name, Value, Passed, Box) name,
+#define FX_NAME_HELD(number, name) name,
+    static const char* const names[dataTypes] = {FX_DATA_TYPES(FX_NAME_SENT, FX_NAME_HELD)};
+#undef FX_NAME_HELD
+#undef FX_NAME_SENT
     if (type < dataTypes) return names[type];
     const auto own = ownNames().find(type);
     if (own != ownNames().end()) return own->second.c_str();

@@ -51,11 +51,6 @@ constexpr char missing[] = "XXX error handling is missing";
 
 constexpr size_t firstPiece = size_t{1} << 16;  // of a block that is read as it grows
 
-template <class T>
-size_t bytesOf(unsigned int count) {
-    return size_t{count} * sizeof(T);
-}
-
 bool readPlain(fxBinaryReader& reader, void* bytes, size_t byteCount) {
     return reader.readBytes(bytes, byteCount);
 }

@@ -71,11 +71,6 @@ void fetchSoon(const void* address) {
     __builtin_prefetch(static_cast<const char*>(address) + 64);
 }
 
-template <class T>
-size_t bytesOf(unsigned int count) {
-    return size_t{count} * sizeof(T);
-}
-
 // Enters the address in a set; whether it was not there.
 bool isFirst(fxAddressIndex& set, unsigned int& count, const void* address) {
     unsigned int& number = set.at(address);

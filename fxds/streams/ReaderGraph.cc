@@ -63,8 +63,8 @@ inline bool fxReaderGraph::admits(const fxBinaryReaderItem& item, const fxReader
     return !item.isOwnBlock() || (entry.source() != nullptr && admitsCopy(entry.bytes()));
 }
 
-inline bool fxReaderGraph::admitsText(unsigned int lengthBytes, const char* bytes) {
-    return bytes != nullptr && bytes[lengthBytes - 1] == '\0' && admitsCopy(lengthBytes);
+inline bool fxReaderGraph::admitsText(unsigned int textBytes, const char* bytes) {
+    return bytes != nullptr && bytes[textBytes - 1] == '\0' && admitsCopy(textBytes);
 }
 
 inline bool fxReaderGraph::admitsCopy(unsigned int byteCount) {

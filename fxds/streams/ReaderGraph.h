@@ -277,7 +277,7 @@ private:
         isOrderly &= entry.body() >= firstBody || orphans.empty();
     }
     bool admits(const fxBinaryReaderItem& item, const fxReaderEntry& entry);
-    bool admitsText(unsigned int lengthBytes, const char* bytes);
+    bool admitsText(unsigned int textBytes, const char* bytes);
     bool admitsCopy(unsigned int byteCount);
     static void fillText(const fxBinaryReaderItem& item, const char* bytes);
     bool fillIfAdmitted(const fxBinaryReaderItem& item, fxReaderEntry& entry);

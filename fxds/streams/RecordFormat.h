@@ -2,6 +2,7 @@
 #ifndef FXDS_STREAMS_RECORDFORMAT_H
 #define FXDS_STREAMS_RECORDFORMAT_H
 
+#include <cstddef>
 #include <cstring>
 
 #include "fxds/BinaryTranscriber.h"
@@ -42,6 +43,12 @@ constexpr bool hasOneId(unsigned int tag) {
     constexpr unsigned int tags = 1U << fxTagBlockAgain | 1U << fxTagPointer |
                                   1U << fxTagPointerAgain | 1U << fxTagPart | 1U << fxTagPartAgain;
     return tag < tagCount && (tags >> tag & 1U) != 0;
+}
+
+/// The payload of `count` numbers of type T.
+template <class T>
+constexpr size_t bytesOf(unsigned int count) {
+    return size_t{count} * sizeof(T);
 }
 
 /// Whether the record holds the contents of a block.
