@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <cstdio>
+#include <memory>
 #include <new>
 
 #include "fxds/Obj.h"
@@ -45,6 +46,7 @@ private:
     friend class fxEventQueue;
     friend class fxEventHandler;
     friend class fxMessageEvent;
+    friend class fxMessageIndex;
 
     // `sent`: made by a send, and so an fxMessageEvent and nothing derived from it.
     enum class Origin : unsigned char { other, message, sent };
@@ -63,8 +65,12 @@ private:
     void leaveQueue();
 
     fxEventQueue* queue;  // the queue that it waits in, or null
-    fxEvent** deliverer;  // who delivers it and means to delete it afterwards, or null
+    union {
+        fxEvent** deliverer;  // who delivers it and means to delete it afterwards, or null
+        fxEvent* alike;       // while it is indexed: the next message for the same input
+    };
     Origin origin;
+    bool isIndexed;  // by an fxMessageIndex; only while it waits
 };
 
 /// A boxed value on its way to one input channel, both held.
@@ -94,6 +100,7 @@ public:
 private:
     friend class fxEventHandler;
     friend class fxInputChannel;
+    friend class fxMessageIndex;
 
     void hold();
     void withdraw();
@@ -145,15 +152,23 @@ protected:
     void removeWhere(unsigned char (*isDoomed)(fxEvent*, void*), void* argument);
     /// Whether every event that waits was made by a send.
     bool hasOnlySentMessages() const { return others == 0; }
+    /// Deletes every message that leads to `input`, in their order, if that takes no walk
+    /// over the queue; returns whether it has done so.
+    /// Requires: hasOnlySentMessages(), and no send makes further messages for the input.
+    bool removeIndexed(fxInputChannel* input);
+    /// To be called before waiting messages lead to another input.
+    void forgetInputs();
 
 private:
     friend class fxEvent;
+    class Index;
     class Walk;
 
     void link(fxEvent* event, fxEvent* before, fxEvent* after);
     void unlink(fxEvent* event);
 
-    unsigned int others;  // events that wait and were not made by a send
+    unsigned int others;           // events that wait and were not made by a send
+    std::unique_ptr<Index> index;  // a walk, which ends after the list of walks
     fxWalks<Walk> walks;
 };
 

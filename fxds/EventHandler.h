@@ -40,6 +40,7 @@ public:
     void removeMessageEvents(fxInputChannel* input);
 
 private:
+    friend class fxConverter;
     friend class fxInputChannel;
 
     static unsigned char leadsTo(fxEvent* event, void* input);

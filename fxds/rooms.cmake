@@ -58,7 +58,7 @@ fxds_room(dataflow
   HEADERS Channel Connection Converter Data DataTypes Event EventHandler Network Obj Property PropertyAccess
     StrData Trace
   DETAIL Callable Suggestion TraceHooks TypedChannels
-  PRIVATE Belongings Explain Links TraceLines
+  PRIVATE Belongings ChannelTable Explain Links MessageIndex TraceLines
   SOURCES Channel Connection Converter Data DataTypes Event EventHandler Network Obj ObjChannels Property
     StrData Suggestion Trace TraceLines)
 

@@ -10,6 +10,7 @@
 #include <type_traits>
 
 #include "fxds/DataTypes.h"
+#include "fxds/EventHandler.h"
 #include "fxds/Str.h"
 
 // A connection between unlike types holds a converter copy: an input channel
@@ -53,6 +54,7 @@ fxInputChannel* fxConverter::findConverter(unsigned short from, unsigned short t
 void fxConverter::splice(fxInputChannel* input) {
     FX_ASSERT(isConverter() && input != nullptr);
     input->take();
+    if (queued != 0 && fx_theEventHandler != nullptr) fx_theEventHandler->forgetInputs();
     fxInputChannel* old = static_cast<fxInputChannel*>(closure);
     if (old != nullptr) old->countMessages(-queued);
     closure = input;

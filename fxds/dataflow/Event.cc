@@ -5,14 +5,15 @@
 #include "fxds/Data.h"
 #include "fxds/Fatal.h"
 #include "fxds/base/FreeLists.h"
+#include "fxds/dataflow/MessageIndex.h"
 #include "fxds/dataflow/TraceLines.h"
 
 // The queue is threaded through the events themselves.
 //
 // Invariants: (1) An event's `queue` is the queue that it waits in, or null. (2)
 // Every event that leaves while there are walks over its queue goes through
-// unlink(), which corrects them. (3) `others` is the number of waiting events
-// whose origin is not `sent`; an event's origin does not change while it waits.
+// unlink(), which corrects them. An index is one of them, the outermost. (3) `others` is the number
+// of waiting events whose origin is not `sent`; an event's origin does not change while it waits.
 
 unsigned long fxET_Unknown = 0;
 unsigned long fxET_MessageEvent = 1;
@@ -26,7 +27,8 @@ fxEvent::fxEvent(unsigned long type_)
       sequence(++nextSequenceNumber),
       queue(nullptr),
       deliverer(nullptr),
-      origin(Origin::other) {}
+      origin(Origin::other),
+      isIndexed(false) {}
 
 fxEvent::fxEvent(const fxEvent& other)
     : fxObj(other),
@@ -36,7 +38,8 @@ fxEvent::fxEvent(const fxEvent& other)
       sequence(other.sequence),
       queue(nullptr),
       deliverer(nullptr),
-      origin(Origin::other) {}
+      origin(Origin::other),
+      isIndexed(false) {}
 
 fxEvent::~fxEvent() {
     leaveQueue();
@@ -158,7 +161,8 @@ void fxEvent::deliverAndEnd() { Delivered(*this).deliver(); }
 // A walk over the queue, which tells it of every event that leaves.
 class fxEventQueue::Walk : public fxWalk<Walk> {
 public:
-    explicit Walk(fxEventQueue& queue) : fxWalk(queue.walks), current(nullptr), next(queue.head) {}
+    explicit Walk(fxEventQueue& queue, fxMessageIndex* index_ = nullptr)
+        : fxWalk(queue.walks), current(nullptr), next(queue.head), index(index_) {}
 
     // The next event, or null at the end. Its successor is settled now: what
     // is queued behind the last event from here on is not walked over.
@@ -175,17 +179,25 @@ public:
         if (current == event) current = nullptr;
         if (next == event) next = event->getNext();
     }
+    fxMessageIndex* getIndex() const { return index; }
     void stop() { current = next = nullptr; }
 
 private:
     fxEvent* current;
     fxEvent* next;
+    fxMessageIndex* const index;  // that it is part of, or null
+};
+
+class fxEventQueue::Index : public fxMessageIndex, public Walk {
+public:
+    explicit Index(fxEventQueue& queue) : Walk(queue, this) { stop(); }
 };
 
 fxEventQueue::fxEventQueue() : head(nullptr), tail(nullptr), count(0), others(0) {}
 
 fxEventQueue::~fxEventQueue() {
     walks.each([](Walk& walk) { walk.stop(); });
+    if (index != nullptr) index->forget();
     while (head != nullptr) {
         fxEvent* event = std::exchange(head, head->next);
         event->next = event->prev = nullptr;
@@ -239,13 +251,18 @@ void fxEventQueue::remove(fxEvent* event) {
 }
 
 void fxEventQueue::unlink(fxEvent* event) {
-    walks.each([event](Walk& walk) { walk.eventLeaves(event); });
+    walks.each([event](Walk& walk) {
+        walk.eventLeaves(event);
+        if (walk.getIndex() != nullptr) walk.getIndex()->leave(event);
+    });
     (event->prev != nullptr ? event->prev->next : head) = event->next;
     (event->next != nullptr ? event->next->prev : tail) = event->prev;
     event->next = event->prev = nullptr;
     event->queue = nullptr;
     --count;
     if (event->origin != fxEvent::Origin::sent) --others;
+    // Without it, what leaves next need not go through here.
+    if (index != nullptr && index->isEmpty() && &walks.innermost() == index.get()) index.reset();
 }
 
 void fxEventQueue::removeWhere(unsigned char (*isDoomed)(fxEvent*, void*), void* argument) {
@@ -254,6 +271,26 @@ void fxEventQueue::removeWhere(unsigned char (*isDoomed)(fxEvent*, void*), void*
         const bool doomed = isDoomed(event, argument) != 0;
         if (doomed && walk.getCurrent() == event) remove(event);
     }
+}
+
+// What is deleted may run code of the program, which may empty the queue.
+bool fxEventQueue::removeIndexed(fxInputChannel* input) {
+    constexpr unsigned int longWalk = 64;
+    if (index == nullptr && count >= longWalk && walks.isEmpty()) {
+        index = std::make_unique<Index>(*this);
+    }
+    if (index == nullptr) return false;
+    index->extend(head, tail);
+    while (index != nullptr) {
+        fxEvent* const event = index->find(input);
+        if (event == nullptr) return true;
+        remove(event);
+    }
+    return false;
+}
+
+void fxEventQueue::forgetInputs() {
+    if (index != nullptr) index->forget();
 }
 
 bool fxEventQueue::contains(fxEvent* event) const {

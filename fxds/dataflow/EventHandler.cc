@@ -129,12 +129,16 @@ unsigned char fxEventHandler::leadsTo(fxEvent* event, void* input) {
 }
 
 // The walk is spared when there is nothing to find: no message of this input,
-// and no event of the application's own, which may be bound for it.
+// and no event of the application's own, which may be bound for it. Inputs that call
+// nothing any more get no further messages, and those that they have are indexed.
 void fxInputChannel::flush() {
     const fxHold<fxInputChannel> hold(this);  // the messages may be the only holders
     fxEventHandler* handler = fx_theEventHandler;
     if (handler != nullptr && (queued != 0 || !handler->hasOnlySentMessages())) {
-        handler->removeWhere(fxEventHandler::leadsTo, this);
+        const bool isIndexed = isMuted() && handler->hasOnlySentMessages();
+        if (!isIndexed || !handler->removeIndexed(this)) {
+            handler->removeWhere(fxEventHandler::leadsTo, this);
+        }
     }
     pending = nullptr;
 }

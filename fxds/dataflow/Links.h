@@ -3,11 +3,10 @@
 #define FXDS_DATAFLOW_LINKS_H
 
 #include <algorithm>
-#include <memory>
 #include <utility>
 
 #include "fxds/Channel.h"
-#include "fxds/detail/Mix.h"
+#include "fxds/dataflow/ChannelTable.h"
 
 // An output lists its entries and an input the outputs that feed it, in the order of
 // connection. To find one of many in such a list takes an index, from the channel at the
@@ -42,7 +41,7 @@ public:
     /// The number of links.
     unsigned int count() const { return length() - holes; }
     bool hasHoles() const { return holes != 0; }
-    bool isIndexed() const { return slots != nullptr; }
+    bool isIndexed() const { return slots.isMade(); }
     /// The first link, or null.
     Channel* first() {
         while (begun < length() && (*this)[begun] == nullptr) ++begun;
@@ -60,7 +59,7 @@ public:
             if (walked < walksBeforeIndex * static_cast<unsigned long>(length())) return walk(end);
             build();
         }
-        const Slot& slot = *slotOf(end);
+        const Slot& slot = *slots.find(end);
         if (slot.count == 0) return notFound;
         // Converters are public: what they lead to may have been changed.
         return endOf(at(slot.first)) == end ? slot.first : walk(end);
@@ -72,18 +71,18 @@ public:
             walked += (length() - position) / linksMovedPerWalked;
             return remove(position, 1);
         }
-        Slot* const slot = slotOf(endOf(at(position)));
+        Slot* const slot = slots.find(endOf(at(position)));
         const bool isNoted = slot->count != 0 && slot->first == position;
         (*this)[position] = nullptr;
         ++holes;
         if (!isNoted) return close();
-        if (--slot->count == 0) return forget(slot);
-        slot->first = walk(slot->end, position + 1);
+        if (--slot->count == 0) return slots.remove(slot);
+        slot->first = walk(slot->channel, position + 1);
         if (slot->first == notFound) close();
     }
     /// Closes the holes, after which positions are those of the list.
     void close() {
-        slots.reset();
+        slots.drop();
         walked = 0;
         begun = 0;
         void** const kept = std::remove(begin(), end(), nullptr);
@@ -95,12 +94,15 @@ private:
     static constexpr unsigned int linksMovedPerWalked = 8;
 
     struct Slot {
-        const void* end;
-        unsigned int first;
-        unsigned int count;  // 0: the slot is free
+        const void* channel = nullptr;
+        unsigned int first = 0;
+        unsigned int count = 0;
     };
 
-    static const void* endOf(fxInputChannel* entry) { return entry->target(); }
+    static const void* endOf(fxInputChannel* entry) {
+        const fxInputChannel* const target = entry->target();
+        return target != nullptr ? target : entry;
+    }
     static const void* endOf(fxOutputChannel* output) { return output; }
     Channel* at(unsigned int position) { return static_cast<Channel*>((*this)[position]); }
 
@@ -111,63 +113,16 @@ private:
         return i < length() ? i : notFound;
     }
 
-    // The slot of `end`, or the free one where it belongs.
-    Slot* slotOf(const void* end) {
-        size_t i = home(end);
-        while (slots[i].count != 0 && slots[i].end != end) i = (i + 1) & mask;
-        return &slots[i];
-    }
-    size_t home(const void* end) const {
-        return fxMix64(reinterpret_cast<uintptr_t>(end)) >> shift;
-    }
     void build() {
-        makeSlots(2 * size_t{length()});
+        slots.make(length());
         for (unsigned int i = 0; i < length(); ++i) note(endOf(at(i)), i);
     }
     void note(const void* end, unsigned int position) {
-        Slot* slot = slotOf(end);
-        if (slot->count++ != 0) return;
-        slot->end = end;
-        slot->first = position;
-        if (++used > mask - mask / 4) grow();
-    }
-    void makeSlots(size_t atLeast) {
-        shift = 64;
-        size_t size = 1;
-        while (size < atLeast) {
-            size *= 2;
-            --shift;
-        }
-        slots = std::make_unique<Slot[]>(size);
-        mask = size - 1;
-        used = 0;
-    }
-    void grow() {
-        const std::unique_ptr<Slot[]> old = std::move(slots);
-        const size_t oldSize = mask + 1;
-        makeSlots(2 * oldSize);
-        for (size_t i = 0; i < oldSize; ++i) {
-            if (old[i].count == 0) continue;
-            *slotOf(old[i].end) = old[i];
-            ++used;
-        }
-    }
-    // Frees the slot, and fills it with the next one whose home is not behind it, and so on.
-    void forget(Slot* slot) {
-        size_t hole = static_cast<size_t>(slot - slots.get());
-        --used;
-        for (size_t i = (hole + 1) & mask; slots[i].count != 0; i = (i + 1) & mask) {
-            if (((i - home(slots[i].end)) & mask) < ((i - hole) & mask)) continue;
-            slots[hole] = slots[i];
-            slots[i].count = 0;
-            hole = i;
-        }
+        Slot& slot = *slots.enter(end);
+        if (slot.count++ == 0) slot.first = position;
     }
 
-    std::unique_ptr<Slot[]> slots;  // a power of two, three quarters of them used at most
-    size_t mask = 0;                // their number less 1
-    size_t used = 0;
-    unsigned int shift = 0;  // what leaves the home of a channel
+    fxChannelTable<Slot> slots;
     unsigned int holes = 0;
     unsigned int begun = 0;
     unsigned long walked = 0;  // links passed without an index, or moved, at a lower rate

@@ -1,12 +1,15 @@
 #include "fxds/Property.h"
 
+#include <algorithm>
 #include <cstring>
 #include <new>
 #include <utility>
+#include <vector>
 
 #include "fxds/Data.h"
 #include "fxds/DataTypes.h"
 #include "fxds/Fatal.h"
+#include "fxds/KeyHooks.h"
 #include "fxds/Obj.h"
 #include "fxds/Str.h"
 #include "fxds/StrArray.h"
@@ -26,6 +29,78 @@ fxStrArray* fx_propertyNames = nullptr;
 namespace {
 
 unsigned short nextTag = 0;
+
+// Where a name may be in the table of names. The table is public and may be written, so
+// this is a hint: what it finds is compared, and what it does not find is looked for.
+class NameHint {
+public:
+    /// Tables with fewer names are walked over.
+    static constexpr unsigned int fewest = 16;
+
+    /// A tag of the name, or noTag.
+    unsigned short find(const fxStrArray& names, const char* name) {
+        if (&names != table || names.length() < entered) {
+            table = &names;
+            entered = 0;
+            clear(names.length());
+        }
+        while (entered < names.length()) enter(names, entered++);
+        return search(names, name)->tag;
+    }
+    /// Notes where a name was found.
+    void enter(const fxStrArray& names, unsigned int tag) {
+        if (4 * used >= 3 * slots.size()) {
+            clear(entered);
+            for (unsigned int i = 0; i < entered; ++i) put(names, i);
+        }
+        put(names, tag);
+    }
+    void forget() { table = nullptr; }
+
+private:
+    struct Slot {
+        unsigned short tag = fxProperty::noTag;  // of a free slot
+        unsigned short print = 0;                // of the name
+    };
+
+    void clear(unsigned int expected) {
+        size_t size = 64;
+        while (size < 2 * size_t{expected}) size *= 2;
+        slots.assign(size, Slot());
+        used = 0;
+    }
+    // The slot with a tag of the name, or the free one where it belongs.
+    Slot* search(const fxStrArray& names, const char* name) {
+        const unsigned long hash = fxFingerprint(name, std::strlen(name));
+        print = static_cast<unsigned short>(hash >> 48);
+        size_t i = hash & (slots.size() - 1);
+        while (slots[i].tag != fxProperty::noTag &&
+               (slots[i].print != print || slots[i].tag >= names.length() ||
+                names[slots[i].tag] != name)) {
+            i = (i + 1) & (slots.size() - 1);
+        }
+        return &slots[i];
+    }
+    // The first tag of a name stays.
+    void put(const fxStrArray& names, unsigned int tag) {
+        Slot* const slot = search(names, names[tag].c_str());
+        if (slot->tag != fxProperty::noTag) return;
+        *slot = {static_cast<unsigned short>(tag), print};
+        ++used;
+    }
+
+    std::vector<Slot> slots;  // a power of two, three quarters of them used at most
+    size_t used = 0;
+    unsigned int entered = 0;  // tags below have been entered
+    unsigned short print = 0;  // of the name that was searched for last
+    const fxStrArray* table = nullptr;
+};
+
+// Good until the process ends.
+NameHint& nameHint() {
+    static auto* const hint = new NameHint;
+    return *hint;
+}
 
 template <class T>
 unsigned long asSlot(T value) {
@@ -125,18 +200,25 @@ void fxEnterPropertyName(unsigned short tag, char const* name) {
 
 unsigned short fxProperty::findTag(char const* name) {
     if (fx_propertyNames == nullptr) return noTag;
-    const unsigned int count = fx_propertyNames->length();
-    for (unsigned int tag = 0; tag < count; ++tag) {
-        if ((*fx_propertyNames)[tag] == name) return static_cast<unsigned short>(tag);
-    }
-    return noTag;
+    const fxStrArray& names = *fx_propertyNames;
+    const bool isHinted = name != nullptr && names.length() >= NameHint::fewest;
+    const unsigned short hint = isHinted ? nameHint().find(names, name) : noTag;
+    if (hint != noTag) return hint;
+    const auto* const found = std::find(names.begin(), names.end(), name);
+    if (found == names.end()) return noTag;
+    const auto tag = static_cast<unsigned short>(found - names.begin());
+    if (isHinted) nameHint().enter(names, tag);
+    return tag;
 }
 
 void fxProperty::constructPropertyNames() {
     if (fx_propertyNames == nullptr) fx_propertyNames = new fxStrArray;
 }
 
-void fxProperty::destroyPropertyNames() { delete std::exchange(fx_propertyNames, nullptr); }
+void fxProperty::destroyPropertyNames() {
+    nameHint().forget();
+    delete std::exchange(fx_propertyNames, nullptr);
+}
 
 const char* fxProperty::getName() const {
     if (fx_propertyNames == nullptr || tag >= fx_propertyNames->length()) return nullptr;

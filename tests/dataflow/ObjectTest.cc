@@ -170,6 +170,18 @@ TEST_F(Properties, TagsAreHandedOutOnceAndFoundByTheirFirstName) {
     fxProperty::destroyPropertyNames();
     EXPECT_EQ(fx_propertyNames, nullptr);
     fx_propertyNames = names;
+
+    // Names are looked for where a hint says; the table is public and may be written.
+    for (int i = 0; i < 100; ++i) fxProperty::allocNewTag(("n" + std::to_string(i)).c_str());
+    const unsigned short tag = fxProperty::findTag("n50");
+    EXPECT_EQ((*fx_propertyNames)[tag], "n50");
+    std::swap((*fx_propertyNames)[tag], (*fx_propertyNames)[first]);
+    EXPECT_EQ(fxProperty::findTag("n50"), first);
+    EXPECT_EQ(fxProperty::findTag("n50"), first) << "the hint has changed";
+    EXPECT_EQ(fxProperty::findTag("twice"), first + 1);
+    (*fx_propertyNames)[first] = "none before";
+    EXPECT_EQ(fxProperty::findTag("n50"), 65535);
+    EXPECT_EQ(fxProperty::findTag("n99"), tag + 49);
 }
 
 TEST_F(Properties, AreFoundWithTheirIndex) {
