@@ -208,7 +208,9 @@ public:
     static fxBool xdr(void* object, fxTranscriber& transcriber);
 
 protected:
-    virtual unsigned long hashKey(const void* key) const = 0;  ///< This one: the XOR of its words.
+    /// Decides the chain. Pure, as a class has to choose; its body, which an override may
+    /// call, returns the XOR of the key's words of 8 bytes.
+    virtual unsigned long hashKey(const void* key) const = 0;
     virtual int compareKeys(const void* a, const void* b) const = 0;  ///< 0 when equal.
     virtual void copyKey(const void* from, void* to) const = 0;       ///< Into raw storage.
     virtual void destroyKey(void* key) const;                         ///< In place.

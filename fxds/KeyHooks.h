@@ -96,6 +96,8 @@ using IfCopied = std::enable_if_t<std::is_same_v<Key, std::string> &&
 /// and the operations that return no entry.
 template <class Key, class Base>
 class FX_API fxTypedKeys : public Base {
+    typedef typename Base::Node Node;
+
 public:
     using Base::Base;
 
@@ -116,45 +118,43 @@ public:
         this->removeText(fxTextView(text));
     }
     ///@{
-    /// The same for keys that are std::string, with a view or an fxStr, which is copied.
+    /// The same for keys that are std::string, with a view or an fxStr, which is copied
+    /// only where hooks are overridden, and by the first searches of a table.
     template <class Text, fxDetail::IfCopied<Key, Text> = 0>
     bool contains(const Text& text) const {
-        return contains(Key(fxTextView(text)));
+        return findView(fxTextView(text)) != nullptr;
     }
     template <class Text, fxDetail::IfCopied<Key, Text> = 0>
     void remove(const Text& text) {
-        remove(Key(fxTextView(text)));
+        const std::string_view view = fxTextView(text);
+        const Node* node = nullptr;
+        if (!findHere(view, node)) return remove(Key(view));
+        if (node != nullptr) Base::remove(node->element);
     }
     ///@}
 
+    /// Destroys every entry, also those that are added meanwhile, and ends every iterator.
+    /// The number of chains stays.
+    void clear() {
+        Base::cleanup();
+        this->count = 0;
+    }
+
 protected:
-    /// As Base::find(). Numbers and addresses are looked for here, where the hooks are
-    /// those of this class: their hash is their fingerprint.
+    /// As Base::find(). Numbers, addresses and std::string are looked for here, where the
+    /// hooks are those of this class: their hash is their fingerprint.
     void* findKey(const Key& key) const {
-        if constexpr (std::is_scalar_v<Key>) {
-            auto& own = this->extra;
-            const unsigned int chains = this->buckets.length();
-            if (own.hasOwnHooks && own.divisor == chains) {
-                const unsigned long hash = fxKeyHooks<Key>::hash(key);
-                const unsigned int chain = own.chainOf(hash, chains);
-                const auto isEqual = [&key](const auto* node) {
-                    return fxKeyHooks<Key>::compare(key, *static_cast<Key*>(node->element)) == 0;
-                };
-                if (own.index.isBuilt()) {
-                    const auto* node = own.index.first(fxMix32(hash));
-                    while (node != nullptr && (node->bucket() != chain || !isEqual(node))) {
-                        node = node->alike;
-                    }
-                    return node != nullptr ? this->found(node) : nullptr;
-                }
-                const auto* node = this->buckets.begin()[chain];
-                for (unsigned int left = own.index.longWalk; left != 0; --left) {
-                    if (node == nullptr) return nullptr;
-                    if (isEqual(node)) return this->found(node);
-                    node = node->next;
-                }
-            }
+        if constexpr (std::is_scalar_v<Key> || std::is_same_v<Key, std::string>) {
+            const Node* node = nullptr;
+            if (findHere(key, node)) return node != nullptr ? this->found(node) : nullptr;
         }
+        return Base::find(&key);
+    }
+    /// The same for keys that are std::string.
+    void* findView(std::string_view text) const {
+        const Node* node = nullptr;
+        if (findHere(text, node)) return node != nullptr ? this->found(node) : nullptr;
+        const Key key(text);
         return Base::find(&key);
     }
 
@@ -193,6 +193,33 @@ protected:
     }
 
 private:
+    // Looks for what is equal to a key, without an object of that type. False when this
+    // search is the library's: `node` says nothing then.
+    template <class Asked>
+    bool findHere(const Asked& asked, const Node*& node) const {
+        auto& own = this->extra;
+        const unsigned int chains = this->buckets.length();
+        if (!own.hasOwnHooks || own.divisor != chains) return false;
+        const unsigned long hash = fxKeyHooks<Key>::hash(asked);
+        const unsigned int chain = own.chainOf(hash, chains);
+        const auto isEqual = [&asked](const Node* other) {
+            return fxKeyHooks<Key>::compare(asked, *static_cast<Key*>(other->element)) == 0;
+        };
+        if (own.index.isBuilt()) {
+            node = own.index.first(fxMix32(hash));
+            while (node != nullptr && (node->bucket() != chain || !isEqual(node))) {
+                node = node->alike;
+            }
+            return true;
+        }
+        node = this->buckets.begin()[chain];
+        for (unsigned int left = own.index.longWalk; left != 0; --left) {
+            if (node == nullptr || isEqual(node)) return true;
+            node = node->next;
+        }
+        return false;
+    }
+
     // Asks again: when another base of the object's class has used the table, a constructor
     // has to call forgetFinder().
     bool hasOwnHooksNow() const {

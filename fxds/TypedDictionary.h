@@ -160,20 +160,22 @@ public:
         return stored != nullptr ? *stored : *findCreate(fxStr(fxTextView(text)));
     }
 
-    /// The same for keys that are std::string, with a view or an fxStr, which is copied.
+    /// The same for keys that are std::string, with a view or an fxStr, which is copied
+    /// only to be entered, where hooks are overridden, and by the first searches of a table.
     template <class Text, fxDetail::IfCopied<Key, Text> = 0>
     Value* find(const Text& text) {
-        return find(Key(fxTextView(text)));
+        return static_cast<Value*>(this->findView(fxTextView(text)));
     }
     /// As find() with a key.
     template <class Text, fxDetail::IfCopied<Key, Text> = 0>
     const Value* find(const Text& text) const {
-        return find(Key(fxTextView(text)));
+        return static_cast<const Value*>(this->findView(fxTextView(text)));
     }
     /// As operator[] with a key.
     template <class Text, fxDetail::IfCopied<Key, Text> = 0>
     Value& operator[](const Text& text) {
-        return (*this)[Key(fxTextView(text))];
+        Value* const stored = find(text);
+        return stored != nullptr ? *stored : *findCreate(Key(fxTextView(text)));
     }
 
     ///@{

@@ -115,10 +115,11 @@ public:
         return static_cast<const Key*>(this->findText(fxTextView(text)));
     }
 
-    /// The same for keys that are std::string, with a view or an fxStr, which is copied.
+    /// The same for keys that are std::string, with a view or an fxStr, which is copied
+    /// only where hooks are overridden, and by the first searches of a table.
     template <class Text, fxDetail::IfCopied<Key, Text> = 0>
     const Key* find(const Text& text) const {
-        return find(Key(fxTextView(text)));
+        return static_cast<const Key*>(this->findView(fxTextView(text)));
     }
 
     ///@{
