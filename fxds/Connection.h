@@ -109,6 +109,10 @@ private:
 ///
 ///     Clock.tick -> Bar.levle: Bar has no input "levle"; did you mean "level"?
 FX_API fxConnection fxConnect(fxObj* source, const char* output, fxObj* target, const char* input);
+/// The same for references.
+inline fxConnection fxConnect(fxObj& source, const char* output, fxObj& target, const char* input) {
+    return fxConnect(&source, output, &target, input);
+}
 
 template <class T, class Function>
 fxConnection fxDetail::connectTo(const fxOutputView<T>& output, fxObj* context, Function receiver,
@@ -178,6 +182,13 @@ template <class T, class C, class Method,
 fxConnection fxConnect(const fxOutputView<T>& output, const fxRef<C>& target, Method method,
                        unsigned char replace = 0) {
     return fxConnect(output, target.get(), method, replace);
+}
+
+/// The same for a target or a context by reference.
+template <class T, class C, class Receiver, std::enable_if_t<std::is_base_of_v<fxObj, C>, int> = 0>
+fxConnection fxConnect(const fxOutputView<T>& output, C& target, Receiver receiver,
+                       unsigned char replace = 0) {
+    return fxConnect(output, &target, std::move(receiver), replace);
 }
 
 #endif

@@ -128,7 +128,13 @@ template <class C>
     return fxDetail::save<C>(path, root);
 }
 
-/// The same for a root that a reference holds.
+/// The same for a root by reference.
+template <class C, std::enable_if_t<std::is_base_of_v<fxXDRObj, C>, int> = 0>
+[[nodiscard]] fxStreamFault fxSave(const fxDetail::FilePath& path, C& root) {
+    return fxDetail::save<C>(path, &root);
+}
+
+/// The same for a root that an fxRef holds.
 template <class C>
 [[nodiscard]] fxStreamFault fxSave(const fxDetail::FilePath& path, const fxRef<C>& root) {
     return fxDetail::save<C>(path, root.get());

@@ -291,6 +291,17 @@ public:
     bool endsWith(fxTextView text) const {
         return length() >= text.size() && view().substr(length() - text.size()) == text;
     }
+    ///@{
+    /// The same, by the names of the standard's strings.
+    bool starts_with(fxTextView text) const { return startsWith(text); }
+    bool ends_with(fxTextView text) const { return endsWith(text); }
+    ///@}
+    // clang-format off
+    template <class Index>
+    char at(Index) const = delete;  // an index is asked for, not tried: test it against length(), then use []
+    template <class... Places>
+    void erase(Places...) = delete;  // bytes are removed by remove(start, count)
+    // clang-format on
     /// The texts between the occurrences of `separator`, empty ones too: one more
     /// than there are separators. An empty separator occurs nowhere. Needs
     /// StrArray.h.

@@ -7,6 +7,7 @@
 #include <cstring>
 #include <functional>
 #include <initializer_list>
+#include <iterator>
 #include <memory>
 #include <new>
 #include <optional>
@@ -200,6 +201,29 @@ public:
     }
     /// As append(), for std::back_inserter().
     void push_back(const T& item) { self().append(item); }
+    T& front() { return self()[0]; }                        ///< Requires: not isEmpty().
+    const T& front() const { return self()[0]; }            ///< Requires: not isEmpty().
+    T& back() { return self()[length() - 1]; }              ///< Requires: not isEmpty().
+    const T& back() const { return self()[length() - 1]; }  ///< Requires: not isEmpty().
+    /// Destroys the last element. Requires: there is one. takeLast() returns it.
+    void pop_back() { this->remove(length() - 1); }
+    /// The last element, from which ++ leads to the first.
+    std::reverse_iterator<T*> rbegin() { return std::reverse_iterator<T*>(end()); }
+    std::reverse_iterator<T*> rend() { return std::reverse_iterator<T*>(begin()); }  ///< Its end.
+    /// The same for a constant array.
+    std::reverse_iterator<const T*> rbegin() const {
+        return std::reverse_iterator<const T*>(end());
+    }
+    /// The same for a constant array.
+    std::reverse_iterator<const T*> rend() const {
+        return std::reverse_iterator<const T*>(begin());
+    }
+    // clang-format off
+    template <class Index>
+    T& at(Index) const = delete;  // an index is asked for, not tried: test it against length(), then use []
+    template <class... Iterators>
+    void erase(Iterators...) = delete;  // elements are removed by index: remove(index, count)
+    // clang-format on
     /// Appends an element that is made of `arguments`, which may lie in this array.
     /// It is made in place, or copied in by copyElements() where a class overrides
     /// that. Returns the element, good until the array grows.

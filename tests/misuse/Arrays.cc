@@ -16,3 +16,7 @@ MISUSE(RecordedArrayThatOwns,
     class Owner : public fxRecordedArray<Owner, fxStr, savedType, fxOwningArray<fxStr>> {} owner;)
 // an array of whole numbers holds no fractions
 MISUSE(FractionsAsInts, const fxIntArray sizes{1.5, 2.5};)
+// an index is asked for, not tried
+MISUSE(ArrayAt, int first(const fxIntArray& a) { return a.at(0); })
+// elements are removed by index
+MISUSE(ArrayErase, void shorten(fxIntArray& a) { a.erase(a.begin()); })
