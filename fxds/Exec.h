@@ -40,7 +40,8 @@ struct FX_API fxSelectSet {
 /// Nothing waits without a handler: while none is registered, poll() only
 /// distributes events and returns at once, timers stand still and loop() spins.
 /// A program that has only timers registers an fxWakeup; the trace of the loop says
-/// where it is missing, and a checked build does so on standard error, once.
+/// when handlers are missing, and a checked build says on standard error, once, that
+/// timers stand still or that loop() spins, as when serve() has been forgotten.
 ///
 /// Everything may be called from within the functions, handlers, ticks and
 /// receivers that poll() runs, poll() included; they may add, remove and

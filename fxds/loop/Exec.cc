@@ -12,6 +12,7 @@
 #include <cstdio>
 #include <cstring>
 #include <memory>
+#include <utility>
 
 #include "fxds/Application.h"
 #include "fxds/EventHandler.h"
@@ -74,14 +75,22 @@ void advanceTimers(float seconds) {
     fxTimer::alarm(seconds);
 }
 
-// A program that has timers and nothing else to wait for spins, and its timers never
-// tick.
-void tellOfStandingTimers() {
-    constexpr char text[] = "timers stand still: no select handler is registered";
-    if (fxTrace::isOn(fxTrace::loop)) fxTraceLines::phase("%s", text);
+// What the last poll without handlers has been told of; null since one with handlers.
+const char* toldLast = nullptr;
+
+// A program without handlers spins, and its timers never tick. Told once, until that
+// changes. `isLooping`: not only this poll.
+void tellThatNothingWaits([[maybe_unused]] bool isLooping) {
+    const char* const text = fxTimer::activeTimers != nullptr
+                                 ? "timers stand still: no select handler is registered"
+                                 : "nothing waits: no select handler is registered";
+    const bool isNew = std::exchange(toldLast, text) != text;
+    if (isNew && fxTrace::isOn(fxTrace::loop)) fxTraceLines::phase("%s", text);
 #ifdef FXDS_CHECKED
     static bool isTold = false;
-    if (!isTold) std::fprintf(stderr, "fxExec::poll: %s; make an fxWakeup\n", text);
+    const bool isSpinning = isLooping && !isNew && !eventsWait();
+    if (isTold || (fxTimer::activeTimers == nullptr && !isSpinning)) return;
+    std::fprintf(stderr, "fxExec::poll: %s; make an fxWakeup\n", text);
     isTold = true;
 #endif
 }
@@ -337,10 +346,11 @@ bool fxExec::willBlock() {
 void fxExec::poll(float seconds) {
     if (dirty) updateSelectState();
     if (nfds == 0) {
-        if (fxTimer::activeTimers != nullptr) tellOfStandingTimers();
+        tellThatNothingWaits(loops > 0);
         distributeEvents();
         return;
     }
+    toldLast = nullptr;
     callFunctions("pre-select", preSelectFuncs);
     ReadySets ready(*this);
     if (!table->closed.empty()) leaveOutClosed(ready);
