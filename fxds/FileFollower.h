@@ -11,7 +11,8 @@
 #include "fxds/detail/FilePath.h"
 #include "fxds/detail/Owned.h"
 
-/// How far a file has been read; to be saved, and gone on from in another process.
+/// How far a file has been read; to be saved, and gone on from in another process. It does
+/// not name the file's system, whose number may be another after a restart of the machine.
 struct fxFilePlace {
     unsigned long file = 0;    ///< The number of the file (its inode); 0: of none yet.
     unsigned long offset = 0;  ///< In bytes, behind the last line that was sent.
@@ -31,7 +32,8 @@ struct fxFilePlace {
 class FX_API fxFileFollower : public fxObj {
 public:
     /// Begins at `from`, where the file is still that one and not shorter, and otherwise
-    /// at its start. `path` is a text of any kind. Requires: interval > 0.
+    /// at its start. `path` is a text of any kind; one that begins with no slash is that of
+    /// the working folder now, which may change later. Requires: interval > 0.
     explicit fxFileFollower(const fxDetail::FilePath& path, fxFilePlace from = fxFilePlace(),
                             fxAlarm::Span interval = std::chrono::milliseconds(100));
     fxFileFollower(const fxFileFollower&) = delete;

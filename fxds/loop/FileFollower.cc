@@ -3,6 +3,9 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cstdlib>
+#include <memory>
+
 #include "fxds/base/OpenFile.h"
 
 // A line reader reads the file to its end, and is resumed when the file has grown. Its
@@ -16,11 +19,18 @@ namespace {
 
 constexpr char lineName[] = "line";
 
+// The path from the root. As it is when the working folder has no path.
+std::string absolute(const std::string& path) {
+    if (path.empty() || path[0] == '/') return path;
+    const std::unique_ptr<char, void (*)(void*)> folder(getcwd(nullptr, 0), std::free);
+    return folder != nullptr ? folder.get() + ('/' + path) : path;
+}
+
 }  // namespace
 
 fxFileFollower::fxFileFollower(const fxDetail::FilePath& path_, fxFilePlace from,
                                fxAlarm::Span interval)
-    : path(path_) {
+    : path(absolute(path_)) {
     addOutput(lineName, fxDT_fxStr);
     open(from);
     looking = fxEvery(interval, this, [this] { look(); });

@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <csignal>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <memory>
 #include <random>
@@ -140,7 +141,10 @@ TEST_F(Outside, FollowersBeginAgainOnlyWhereAFileWasCut) {
         std::ofstream(path, mode) << text;
     };
     const std::chrono::milliseconds soon(1);
-    fxFileFollower follower(path, fxFilePlace(), soon);
+    const auto folder = std::filesystem::current_path();
+    std::filesystem::current_path(std::filesystem::path(path).parent_path());
+    fxFileFollower follower("log", fxFilePlace(), soon);
+    std::filesystem::current_path(folder);
     fxConnect(follower.line(), [&](const std::string& line) {
         log.push_back(line);
         if (line == "one") write("", std::ios::trunc);
