@@ -36,6 +36,7 @@ const Page pages[] = {
     {"docs/guide/6-searching.md", "guide/guide_step6", {"guide/Search.h", "guide/step6.cc"}, 4},
     {"docs/guide/7-flows.md", "guide/guide_step7", {"guide/step7.cc"}, 4},
     {"docs/guide/connections.md", "guide/guide_connections", {"guide/connections.cc"}, 5},
+    {"docs/guide/hooks.md", "guide/guide_hooks", {"guide/hooks.cc"}, 3},
     {"docs/guide/ownership.md", "guide/guide_ownership", {"guide/ownership.cc"}, 3},
     {"docs/guide/values.md", "guide/guide_values", {"guide/values.cc"}, 5},
     {"docs/guide/coming-from.md",
