@@ -75,6 +75,8 @@ TEST_F(Fxflow, AnswersCommandLines) {
                 "test \"after a second\" {\n"
                 "  send r.count\n  expect no r.value\n  pass 1\n  expect r.value 1.0\n"
                 "}\n");
+    folder.file("circle.flow",
+                "f = Format format=%s\nf.text -> f.value\ntest round {\n  send f.value x\n}\n");
     folder.file("lone.flow", "");
     folder.file("lone.flow.test", "test \"it\" {\n}\n");
     folder.link("upper.so", UPPER_PATH);
@@ -117,6 +119,8 @@ TEST_F(Fxflow, AnswersCommandLines) {
         {"grep -c '&amp;' report.xml", "1\n", 0},
         {"fxflow test beside.flow", "beside.flow\n  ok      after a second\n1 tests, 0 failed\n",
          0},
+        {"fxflow test circle.flow | sed -n 3p",
+         "    circle.flow:4:3: error: values go round without end\n", 0},
         {"fxflow test lone.flow", "lone.flow.test:1:1: error: does not include the flow...", 2},
         {"fxflow test errors.flow", "fxflow: errors.flow has no tests\n0 tests, 0 failed\n", 2},
         {"fxflow --list | grep '^Rate '", "Rate ...", 0},

@@ -82,7 +82,7 @@ void Visitor::tap(const std::string& end) {
 // Watches an end, unless that is done already. Returns why not, or "".
 std::string Visitor::add(const std::string& end, bool isTapped) {
     const auto [place, isNew] = ends.emplace(end, Watched());
-    const std::string why = isNew ? watch(*place) : "";
+    std::string why = isNew ? watch(*place) : "";
     if (why.empty()) {
         place->second.isTapped |= isTapped;
     } else {

@@ -3,11 +3,10 @@
 // descriptor registered, so each turn waits.
 #include "Runner.h"
 
-#include <signal.h>
-
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
+#include <csignal>
 #include <cstdio>
 #include <cstring>
 #include <exception>

@@ -73,7 +73,7 @@ bool writeReport(const char* path, const std::vector<Suite>& suites) {
         std::fprintf(file, "  <testsuite name=\"%s\" tests=\"%zu\" failures=\"%td\">\n",
                      escaped(suite.path).c_str(), suite.results.size(), failures);
         for (const fxFlowTestResult& each : suite.results) {
-            std::fprintf(file, "    <testcase name=\"%s\" classname=\"%s\" time=\"%.6f\"",
+            std::fprintf(file, R"(    <testcase name="%s" classname="%s" time="%.6f")",
                          escaped(each.name).c_str(), escaped(suite.path).c_str(), each.seconds);
             if (each.failure.empty()) {
                 std::fputs("/>\n", file);
