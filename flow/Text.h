@@ -3,18 +3,39 @@
 #define FLOW_TEXT_H
 
 #include <iosfwd>
+#include <memory>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "flow/ValueType.h"
 
 class fxElementKind;
 
+/// The name of a file, held once for all places in it.
+class fxFlowFile {
+public:
+    fxFlowFile() = default;  ///< Of no file.
+    ///@{
+    /// Implicit, so that places are written as {"errors.flow", 3, 1}.
+    fxFlowFile(std::string name_) : held(std::make_shared<const std::string>(std::move(name_))) {}
+    fxFlowFile(const char* name_) : fxFlowFile(std::string(name_)) {}
+    ///@}
+
+    /// View, as long as a copy exists; "" for no file.
+    std::string_view name() const { return held != nullptr ? std::string_view(*held) : ""; }
+    /// Whether both have the same name.
+    bool operator==(const fxFlowFile& other) const { return name() == other.name(); }
+
+private:
+    std::shared_ptr<const std::string> held;
+};
+
 /// Where in the text of a flow something is. Lines and columns count from 1, columns in
 /// bytes; 0 for what has no place, such as a setting of the command line.
 struct fxFlowPlace {
-    std::string file;         ///< As load() or parse() was given it.
+    fxFlowFile file;          ///< As load() or parse() was given it.
     unsigned int line = 0;    ///< From 1.
     unsigned int column = 0;  ///< Of the first byte, from 1.
 };

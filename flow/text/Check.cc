@@ -77,7 +77,7 @@ private:
         std::unordered_set<std::string_view> given;
         bool hasUnknown = false;  // which may be meant for one that is missing
         for (const fxFlowText::Setting& each : object.settings) {
-            const std::string whole = object.name.text + '.' + each.name.text;
+            const std::string whole = fxFlowCut(object.name.text) + '.' + fxFlowCut(each.name.text);
             const fxElementProperty* const property = object.kind->findProperty(each.name.text);
             if (!given.insert(each.name.text).second) {
                 problems.add(each.name.place, whole + " is given twice");
@@ -175,7 +175,7 @@ private:
 
     static std::string placeSeenFrom(const fxFlowPlace& place, const fxFlowPlace& from) {
         const std::string text = "in line " + std::to_string(place.line);
-        return place.file == from.file ? text : text + " of " + place.file;
+        return place.file == from.file ? text : text + " of " + std::string(place.file.name());
     }
 
     const std::vector<std::string_view>& classNames() {
@@ -214,7 +214,7 @@ bool fxFlowText::check() {
     std::unordered_map<std::string_view, size_t> order;
     for (const std::string& each : files) order.emplace(each, order.size() + 1);
     const auto key = [&order](const fxFlowProblem& each) {
-        const auto file = order.find(each.place.file);
+        const auto file = order.find(each.place.file.name());
         return std::tuple(file != order.end() ? file->second : 0, each.place.line,
                           each.place.column);
     };

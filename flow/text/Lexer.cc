@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <utility>
 
 // The lexer looks at each byte a fixed number of times, whatever the text holds.
 
@@ -62,9 +63,8 @@ std::string fxFlowToken::shown() const {
     return fxFlowShown(text);
 }
 
-fxFlowLexer::fxFlowLexer(std::string_view text_, const std::string& file_,
-                         fxFlowProblems& problems_)
-    : text(text_), file(file_), problems(problems_) {
+fxFlowLexer::fxFlowLexer(std::string_view text_, fxFlowFile file_, fxFlowProblems& problems_)
+    : text(text_), file(std::move(file_)), problems(problems_) {
     constexpr std::string_view byteOrderMark = "\xEF\xBB\xBF";
     if (text.substr(0, byteOrderMark.size()) == byteOrderMark) here = byteOrderMark.size();
 }
@@ -114,9 +114,7 @@ void fxFlowLexer::next(fxFlowToken& token) {
     const bool isFirst = here == lineBegin;
     token.isGlued = !skipBlanks() && !isFirst;
     token.text.clear();
-    token.place.line = line;
-    token.place.column = columnOf(here);
-    if (token.place.file.empty()) token.place.file = file;  // once: that is a copy
+    token.place = {file, line, columnOf(here)};
     if (here >= text.size()) {
         token.kind = Kind::textEnd;
     } else if (const char c = text[here]; c == '\n') {

@@ -28,8 +28,8 @@ struct fxFlowToken {
 /// "unknown" then. The end of a line that goes on in the next one is passed over.
 class fxFlowLexer {
 public:
-    /// All are borrowed.
-    fxFlowLexer(std::string_view text, const std::string& file, fxFlowProblems& problems);
+    /// The text and the problems are borrowed.
+    fxFlowLexer(std::string_view text, fxFlowFile file, fxFlowProblems& problems);
 
     void next(fxFlowToken& token);  ///< Keeps the room of the token's texts.
     /// What is no token is a problem or not: not in a statement that has one already.
@@ -48,7 +48,7 @@ private:
     unsigned int columnOf(size_t place) const;
 
     const std::string_view text;
-    const std::string& file;
+    const fxFlowFile file;
     fxFlowProblems& problems;
     size_t here = 0;
     size_t lineBegin = 0;

@@ -27,7 +27,9 @@ private:
     const bool isOfCheck;
 };
 
-/// A name or value as problems show it: in quotes, and cut where it is long.
+/// A name or value, cut where it is long: one that is long may be named a thousand times.
+std::string fxFlowCut(std::string_view value);
+/// The same in quotes.
 std::string fxFlowShown(std::string_view value);
 
 #endif

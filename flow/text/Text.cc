@@ -10,7 +10,9 @@
 
 std::string fxFlowProblem::line() const {
     std::string where;
-    if (!place.file.empty() || place.line != 0) where = place.file + ':';
+    if (!place.file.name().empty() || place.line != 0) {
+        (where += place.file.name()) += ':';
+    }
     for (const unsigned int number : {place.line, place.column}) {
         if (number != 0) (where += std::to_string(number)) += ':';
     }
@@ -24,13 +26,15 @@ void fxFlowProblems::add(const fxFlowPlace& place, std::string text, bool isWarn
     problems.push_back({place, std::move(text), isWarning, isOfCheck});
 }
 
-std::string fxFlowShown(std::string_view value) {
+std::string fxFlowCut(std::string_view value) {
     constexpr size_t most = 60;
-    if (value.size() <= most) return fxFlowInQuotes(value);
-    size_t end = most;
+    if (value.size() <= most) return std::string(value);
+    size_t end = most;  // not within a character
     while (end > 0 && (static_cast<unsigned char>(value[end]) & 0xC0U) == 0x80U) --end;
-    return fxFlowInQuotes(value.substr(0, end)) + "...";
+    return std::string(value.substr(0, end)) + "...";
 }
+
+std::string fxFlowShown(std::string_view value) { return fxFlowInQuotes(fxFlowCut(value)); }
 
 std::string fxFlowQuoted(std::string_view value) {
     return fxFlowIsBare(value) ? std::string(value) : fxFlowInQuotes(value);

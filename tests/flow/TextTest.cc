@@ -241,7 +241,7 @@ TEST_F(FlowText, CheckLooksEverythingUp) {
             const bool isFine = flow.check();
             std::string told;
             for (fxFlowProblem each : flow.problems) {
-                if (each.place.file == "/f/f") each.place.file = "f";
+                if (each.place.file.name() == "/f/f") each.place.file = "f";
                 told += each.line() + '\n';
             }
             EXPECT_EQ(told, row.told) << row.text;
@@ -294,7 +294,7 @@ TEST_F(FlowText, FilesIncludeOthersBesideThem) {
     EXPECT_EQ(flow.files,
               (std::vector<std::string>{folder.path + "/flow", folder.path + "/sub/deep",
                                         folder.path + "/sub/deeper"}));
-    EXPECT_EQ(flow.objects[1].name.place.file, folder.path + "/sub/deeper");
+    EXPECT_EQ(flow.objects[1].name.place.file.name(), folder.path + "/sub/deeper");
     EXPECT_TRUE(flow.isWhole);
 
     folder.file("ring", "include \"other\"");

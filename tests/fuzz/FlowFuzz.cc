@@ -22,7 +22,7 @@ std::string lineOf(std::string_view text, unsigned int number) {
 
 void checkProblem(const fxFlowProblem& problem, std::string_view text) {
     const auto lines = 1 + std::count(text.begin(), text.end(), '\n');
-    FUZZ_REQUIRE(problem.place.file == name);
+    FUZZ_REQUIRE(problem.place.file.name() == name);
     FUZZ_REQUIRE(problem.place.line >= 1 && problem.place.line <= lines);
     FUZZ_REQUIRE(problem.place.column >= 1);
     FUZZ_REQUIRE(problem.place.column <= lineOf(text, problem.place.line).size() + 1);
