@@ -1,0 +1,164 @@
+// The standard elements: what they send, and what they do outside.
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "flow/Flow.h"
+#include "flow/Tester.h"
+#include "fxds/Clock.h"
+#include "fxds/Converter.h"
+#include "fxds/EventHandler.h"
+#include "fxds/Exec.h"
+#include "fxds/Globals.h"
+#include "tests/support/RunProgram.h"
+#include "tests/support/Surroundings.h"
+
+namespace {
+
+const std::string folder = FXDS_SOURCE_DIR "/tests/flow/";
+
+// A flow that runs in the loop, with what it complains of and what chosen outputs send.
+class Running {
+public:
+    explicit Running(const std::string& text) : Running(fxFlowText::parse(text, "test.flow")) {}
+    explicit Running(fxFlowText text) {
+        fxConnect(flow.complaint, &flow,
+                  [this](const fxStr& what) { complaints += what.toStdString() + "\n"; });
+        for (const fxFlowProblem& problem : flow.apply(std::move(text))) {
+            problems += problem.line() + "\n";
+        }
+        EXPECT_EQ(problems, "");
+    }
+
+    void watch(const std::string& object, const std::string& channel) {
+        const auto take = [this](const std::string& value) { seen += value + "\n"; };
+        EXPECT_EQ(flow.watch(object, channel, &flow, take), "");
+    }
+
+    // Turns the loop until this has been seen, or the flow waits for nothing.
+    void runUntil(const std::string& wanted) {
+        const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+        while (seen.find(wanted) == std::string::npos && std::chrono::steady_clock::now() < end &&
+               (flow.isBusy() || !fx_theEventHandler->isEmpty())) {
+            fx_theExecutive->poll(1);
+        }
+    }
+    void runToEnd() { runUntil("what nothing sends"); }
+
+    std::string seen;
+    std::string complaints;
+    std::string problems;
+    fxFlow flow;
+};
+
+class Elements : public testing::Test {
+protected:
+    static void SetUpTestSuite() {
+        fxInitializeToolkit();
+        if (!fxConverter::hasMoreConverters) fxConverter::createMoreConverters();
+    }
+    const TestDirectory room;
+};
+
+}  // namespace
+
+TEST_F(Elements, SendWhatTheyShould) {
+    for (const char* name : {"elements.flow", "errors.flow"}) {
+        fxFlowText text = fxFlowText::load(folder + name);
+        EXPECT_GT(text.tests.size(), 0U);
+        for (const fxFlowTestResult& each : fxRunFlowTests(text)) EXPECT_EQ(each.line(), "");
+    }
+}
+
+TEST_F(Elements, RefuseSettingsThatMakeNoSense) {
+    const struct {
+        const char* text;
+        const char* problem;
+    } rows[] = {
+        {"a = Match pattern=\"(x\"",
+         "f:1:19: error: a.pattern: \"(x\" is no pattern: unmatched () at byte 1"},
+        {"a = Match pattern=\"x\" group=10", "is above 9"},
+        {"a = Match", "pattern"},
+        {"a = Format format=\"%s %s\"", "has more than one conversion"},
+        {"a = Format format=\"%n\"", "has the conversion \"%n\""},
+        {"a = Format format=\"%*d\"", "has the conversion \"%*\""},
+        {"a = Format format=\"%1001d\"", "more than 1000 columns"},
+        {"a = Print format=\"5%\"", "ends within a conversion"},
+        {"a = Merge format=\"%c\"", "is not %a, %b or %%"},
+        {"a = Ticker every=0", "is below 1e-06 s"},
+        {"a = Level high=1 low=2", "a low that is not above high"},
+        {"a = Rate per=5 every=2", "a multiple of every"},
+        {"a = Rate per=1000 every=0.0001", "a millionth of per"},
+        {"a = Bar lowest=1 highest=1", "a lowest that is below highest"},
+        {"a = Lines", "either a file or a command"},
+        {"a = Lines file=a command=b", "either a file or a command"},
+        {"a = Lines file=a from=end", "wants follow=yes"},
+        {"a = Lines file=- follow=yes", "cannot follow standard input"},
+        {"a = Lines file=/nowhere/at/all", "/nowhere/at/all: No such file or directory"},
+        {"a = Append file=/nowhere/at/all", "/nowhere/at/all: No such file or directory"},
+        {"a = Gauge name=x unit=miles", "is none of percent, number, count, bytes"},
+    };
+    for (const auto& row : rows) {
+        fxFlow flow;
+        std::string all;
+        for (const fxFlowProblem& problem : flow.apply(fxFlowText::parse(row.text, "f"))) {
+            all += problem.line();
+        }
+        EXPECT_NE(all.find(row.problem), std::string::npos) << row.text << ": " << all;
+    }
+}
+
+TEST_F(Elements, LinesComeFromFilesAndCommands) {
+    const std::string file = room.file("lines", "one\ntwo");
+    const struct {
+        std::string settings;
+        std::string seen;
+    } rows[] = {{"file=\"" + file + "\"", "one\ntwo\n0\n"},
+                {"command=\"echo a; echo b; exit 3\"", "a\nb\n3\n"},
+                {"command=\"kill -9 $$\"", "-9\n"}};
+    for (const auto& row : rows) {
+        Running run("l = Lines " + row.settings);
+        run.watch("l", "line");
+        run.watch("l", "end");
+        run.runToEnd();
+        EXPECT_EQ(run.seen, row.seen);
+    }
+    Running run("l = Lines follow=yes from=end file=\"" + file + "\"");
+    run.watch("l", "line");
+    std::ofstream(file, std::ios::app) << "\nthree\n";
+    run.runUntil("three");
+    EXPECT_EQ(run.seen, "\nthree\n");  // the first is the rest of the line "two"
+}
+
+TEST_F(Elements, AppendKeepsUpWithRotation) {
+    const std::string file = room.path + "/log";
+    Running run("a = Append file=\"" + file + "\"");
+    EXPECT_EQ(run.flow.send("a", "line", "one"), "");
+    fx_theEventHandler->drain();
+    std::filesystem::rename(file, file + ".1");
+    EXPECT_EQ(run.flow.send("a", "line", "two"), "");
+    fx_theEventHandler->drain();
+    EXPECT_EQ(contents(file + ".1") + contents(file), "one\ntwo\n");
+
+    Running full("a = Append file=/dev/full");
+    for (int i = 0; i < 3; ++i) full.flow.send("a", "line", "x");
+    fx_theEventHandler->drain();
+    EXPECT_EQ(full.complaints, "a: cannot write to /dev/full: No space left on device\n");
+}
+
+TEST_F(Elements, ComplainOfWhatTheyCannotUse) {
+    Running run("f = Format format=%d\nd = Delay limit=1\nc = Cpu proc=/nowhere");
+    run.watch("f", "text");
+    run.flow.send("f", "value", "abc");
+    run.flow.send("d", "value", "a");
+    run.flow.send("d", "value", "b");
+    run.flow.send("d", "value", "c");
+    run.runToEnd();
+    EXPECT_EQ(run.seen, "");
+    EXPECT_EQ(run.complaints,
+              "f: \"abc\" is no number\nd: drops what comes while 1 values wait\n"
+              "c: cpu is off: /nowhere/stat: No such file or directory\n");
+}
