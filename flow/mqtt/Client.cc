@@ -1,0 +1,272 @@
+#include "flow/mqtt/Client.h"
+
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <fstream>
+#include <utility>
+
+// Callbacks of the library only note what happened: inside of them it must not be called,
+// and what receivers do might end this element. follow() acts on the notes when the
+// library has returned.
+//
+// A socket of the library is served under a descriptor of our own, a duplicate, which the
+// handler may close. The handler goes when the connection is lost.
+
+class MqttClient::Socket final : public fxSelectHandler {
+public:
+    Socket(MqttClient& owner_, int fd_) : fxSelectHandler(fd_, true, true), owner(owner_) {
+        serve();
+    }
+    const char* className() const override { return "MqttSocket"; }
+
+    void handleRead() override {
+        const fxRef<fxObj> hold(&owner);
+        read();
+        owner.follow();
+    }
+    void handleWrite() override {
+        const fxRef<fxObj> hold(&owner);
+        const int result = mosquitto_loop_write(owner.client, 1);
+        if (result == MOSQ_ERR_SUCCESS && mayHoldMore) read();
+        owner.follow();
+    }
+    void look() {
+        const bool toWrite = mayHoldMore || mosquitto_want_write(owner.client);
+        if ((wantWrite != 0) != toWrite) setWishes(true, toWrite);
+    }
+
+private:
+    // Under TLS packets may have been read that the descriptor does not show any more, so it
+    // reads to the end; what a turn does not read is read when the socket takes data, which
+    // is nearly always.
+    void read() {
+        int packetsLeft = 100;
+        int result = MOSQ_ERR_SUCCESS;
+        do {
+            errno = 0;
+            result = mosquitto_loop_read(owner.client, 1);
+        } while (result == MOSQ_ERR_SUCCESS && errno != EAGAIN && --packetsLeft > 0);
+        mayHoldMore = packetsLeft == 0;
+    }
+
+    MqttClient& owner;
+    bool mayHoldMore = false;
+};
+
+namespace {
+
+bool isAddress(const std::string& name) {
+    unsigned char bytes[sizeof(in6_addr)];
+    return inet_pton(AF_INET, name.c_str(), bytes) == 1 ||
+           inet_pton(AF_INET6, name.c_str(), bytes) == 1;
+}
+
+// The first line of a small file. False when it cannot be read.
+bool firstLine(const std::string& path, std::string& line) {
+    std::ifstream file(path);
+    return static_cast<bool>(std::getline(file, line)) && line.size() < 65536;
+}
+
+}  // namespace
+
+MqttClient::MqttClient() = default;
+
+MqttClient::~MqttClient() {
+    socket.reset();
+    if (client == nullptr) return;
+    mosquitto_disconnect(client);
+    mosquitto_destroy(client);
+}
+
+std::string MqttClient::whyNoBroker(const std::string& name) {
+    if (isAddress(name)) return "";
+    const bool isName = !name.empty() && name.size() < 254 && name[0] != '-' &&
+                        std::all_of(name.begin(), name.end(), [](char c) {
+                            return isalnum(static_cast<unsigned char>(c)) || c == '.' || c == '-';
+                        });
+    return isName ? "" : "is neither an address nor a name";
+}
+
+std::string MqttClient::settle() {
+    if (qos == 2 && clientId.isEmpty()) return "with qos=2 wants a client, to be known by again";
+    if (certificate.isEmpty() != key.isEmpty()) return "wants certificate and key, or neither";
+    if (!certificate.isEmpty() && ca.isEmpty()) return "wants a ca with a certificate";
+    if (!ca.isEmpty() && !isAddress(broker.toStdString()))
+        return "with TLS wants the address of the broker, which its certificate has to name";
+    if (!passwordFile.empty() && userFile.empty()) return "wants a user with a password";
+    return "";
+}
+
+std::string MqttClient::start() {
+    if (std::string why = makeClient(); !why.empty()) return why;
+    upkeep = time().every(std::chrono::seconds(1), this, [this] {
+        const fxRef<fxObj> hold(this);
+        if (socket != nullptr) mosquitto_loop_misc(client);
+        follow();
+    });
+    resolve();
+    return "";
+}
+
+std::string MqttClient::makeClient() {
+    static const int initialised = mosquitto_lib_init();
+    client = initialised == MOSQ_ERR_SUCCESS
+                 ? mosquitto_new(clientId.isEmpty() ? nullptr : clientId.c_str(),
+                                 clientId.isEmpty(), this)
+                 : nullptr;
+    if (client == nullptr) return std::string("no client can be made: ") + std::strerror(errno);
+    // It then queues what it has to answer, and writes only when it is told to. Otherwise it
+    // writes at once, and drops a message that it cannot acknowledge without telling of it.
+    mosquitto_threaded_set(client, true);
+    mosquitto_connect_with_flags_callback_set(client, onConnect);
+    mosquitto_disconnect_callback_set(client, onDisconnect);
+    mosquitto_message_callback_set(client, onMessage);
+    mosquitto_publish_callback_set(client, onPublish);
+    mosquitto_subscribe_callback_set(client, onSubscribe);
+    return setCredentials();
+}
+
+void MqttClient::renew() {
+    isOnline = false;
+    socket.reset();
+    mosquitto_destroy(std::exchange(client, nullptr));
+    if (const std::string why = makeClient(); !why.empty()) {
+        complain(why);
+        setBusy(false);
+        upkeep->stop();
+    } else {
+        resolve();
+    }
+}
+
+std::string MqttClient::setCredentials() {
+    std::string user;
+    std::string password;
+    if (!userFile.empty() && !firstLine(userFile, user)) return userFile + ": cannot be read";
+    if (!passwordFile.empty() && !firstLine(passwordFile, password))
+        return passwordFile + ": cannot be read";
+    int result = MOSQ_ERR_SUCCESS;
+    if (!userFile.empty()) {
+        result = mosquitto_username_pw_set(client, user.c_str(),
+                                           passwordFile.empty() ? nullptr : password.c_str());
+    }
+    if (result == MOSQ_ERR_SUCCESS && !ca.isEmpty()) {
+        const auto orNull = [](const fxStr& path) {
+            return path.isEmpty() ? nullptr : path.c_str();
+        };
+        result = mosquitto_tls_set(client, ca.c_str(), nullptr, orNull(certificate), orNull(key),
+                                   nullptr);
+    }
+    return result == MOSQ_ERR_SUCCESS ? "" : mosquitto_strerror(result);
+}
+
+// getent asks what the system would ask: files, caches, name servers.
+void MqttClient::resolve() {
+    if (isAddress(broker.toStdString())) {
+        connectTo(broker.toStdString());
+        return;
+    }
+    fxCommand command({"getent", "ahosts", broker.c_str()});
+    command.input = fxCommand::none;
+    command.output = fxCommand::piped;
+    resolved.clear();
+    resolver = std::make_unique<fxProcess>(command);
+    if (resolver->getError() != 0) {
+        retryLater("getent, which resolves names, cannot be run");
+        return;
+    }
+    fxConnect(resolver->output()->line(), this, [this](const fxStr& line) {
+        if (resolved.empty()) resolved = line.view().substr(0, line.view().find(' '));
+    });
+    fxConnect(resolver->exited(), this, [this](int) {
+        if (isAddress(resolved)) {
+            connectTo(resolved);
+        } else {
+            retryLater("the name " + broker.toStdString() + " cannot be resolved");
+        }
+    });
+}
+
+void MqttClient::connectTo(const std::string& address) {
+    const fxRef<fxObj> hold(this);
+    const int result =
+        mosquitto_connect_async(client, address.c_str(), port, static_cast<int>(keepAlive));
+    const int fd = mosquitto_socket(client);
+    const int ours = fd >= 0 ? fcntl(fd, F_DUPFD_CLOEXEC, 3) : -1;
+    if (result != MOSQ_ERR_SUCCESS || ours < 0) {
+        retryLater(result == MOSQ_ERR_ERRNO || result == MOSQ_ERR_SUCCESS
+                       ? std::strerror(errno)
+                       : mosquitto_strerror(result));
+        return;
+    }
+    socket = std::make_unique<Socket>(*this, ours);
+    follow();
+}
+
+void MqttClient::retryLater(const std::string& why) {
+    constexpr double shortestPause = 0.1;
+    tellTrouble(why);
+    pause = pause == 0 ? shortestPause : std::min(2 * pause, longestPause);
+    retrying = time().after(fxFlowTime::seconds(pause), this, [this] { resolve(); });
+}
+
+// Each reason once, until it has been connected.
+void MqttClient::tellTrouble(const std::string& why) {
+    if (why != lastTrouble) complain("not connected to " + broker.toStdString() + ": " + why);
+    lastTrouble = why;
+}
+
+void MqttClient::follow() {
+    if (hasConnected) {
+        hasConnected = false;
+        isOnline = true;
+        pause = 0;
+        lastTrouble.clear();
+        if (!comeOnline(hasSession)) {
+            renew();
+            return;
+        }
+        connected.send(true, fxSendNow);
+    }
+    takeEvents();
+    if (isLost) {
+        isLost = false;
+        socket.reset();
+        if (isOnline) {
+            isOnline = false;
+            connected.send(false, fxSendNow);
+        }
+        retryLater(whyLost);
+    }
+    if (socket != nullptr) socket->look();
+}
+
+void MqttClient::onConnect(mosquitto*, void* self, int result, int flags) {
+    MqttClient& client = *static_cast<MqttClient*>(self);
+    client.hasConnected = result == 0;
+    client.hasSession = (flags & 1) != 0;
+    if (result != 0) client.tellTrouble(mosquitto_connack_string(result));
+}
+
+void MqttClient::onDisconnect(mosquitto*, void* self, int result) {
+    MqttClient& client = *static_cast<MqttClient*>(self);
+    client.isLost = true;
+    client.whyLost = result == MOSQ_ERR_ERRNO ? std::strerror(errno) : mosquitto_strerror(result);
+}
+
+void MqttClient::onMessage(mosquitto*, void* self, const mosquitto_message* message) {
+    static_cast<MqttClient*>(self)->noteMessage(*message);
+}
+
+void MqttClient::onPublish(mosquitto*, void* self, int id) {
+    static_cast<MqttClient*>(self)->noteAcknowledged(id);
+}
+
+void MqttClient::onSubscribe(mosquitto*, void* self, int, int, const int*) {
+    static_cast<MqttClient*>(self)->noteSubscribed();
+}
