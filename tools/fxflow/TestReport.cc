@@ -35,8 +35,10 @@ fxFlowText readTests(const std::string& path, const Options& options) {
         });
     if (!isIncluded) {
         const std::string name = path.substr(path.rfind('/') + 1);
-        text.problems.push_back(
-            {{beside, 1, 1}, "does not include the flow: include " + fxFlowQuoted(name)});
+        fxFlowProblem problem;
+        problem.place = {beside, 1, 1};
+        problem.text = "does not include the flow: include " + fxFlowQuoted(name);
+        text.problems.push_back(std::move(problem));
     }
     return text;
 }
