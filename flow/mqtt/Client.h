@@ -40,11 +40,11 @@ public:
     double keepAlive = 60;
     double longestPause = 60;
     ///@}
-    fxOutputView<bool> connected;
+    fxOutputView<bool> connected;  ///< Whether there is a connection, when that changes.
 
 protected:
-    bool isConnected() const { return isOnline; }
-    mosquitto* getClient() const { return client; }
+    bool isConnected() const { return isOnline; }    ///< Whether messages can be sent.
+    mosquitto* getClient() const { return client; }  ///< Null before the first connection.
 
     ///@{
     /// Called when the library may be called again. comeOnline() is told whether the broker has
