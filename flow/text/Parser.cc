@@ -118,7 +118,7 @@ void fxFlowParser::statement(const fxFlowToken& first) {
                 fxDetail::suggestion(first.text, {"include", "test", "use"}, "there are"));
         if (skipLine()) skipBlock();
     } else {
-        fail("\"=\" or \"->\" behind " + fxFlowShown(first.text));
+        fail(R"("=" or "->" behind )" + fxFlowShown(first.text));
     }
 }
 
