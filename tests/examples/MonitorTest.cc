@@ -75,8 +75,9 @@ class Session {
 public:
     enum Kind { pipes, terminal };
 
-    Session(Kind kind, const std::vector<std::string>& arguments) {
-        Program program = monitor(arguments);
+    Session(Kind kind, const std::vector<std::string>& arguments)
+        : Session(kind, monitor(arguments)) {}
+    Session(Kind kind, Program program) {
         program.hasTerminal = kind == terminal;
         if (kind == terminal) {
             const winsize size = {24, 80, 0, 0};
@@ -406,3 +407,47 @@ TEST(MonitorTerminal, LosingItEndsTheMonitor) {
     session.ours = session.theirs = open("/dev/null", O_RDWR);
     EXPECT_NE(-1, session.end());
 }
+
+#ifdef FXFLOW_PATH
+
+namespace {
+
+// The same network from a text.
+Program monitorFlow(const FakeProc& proc, const std::string& count) {
+    Program program = monitor({});
+    program.words = {FXFLOW_PATH, "--set", "tick.every=0.2", "--set", "tick.count=" + count};
+    for (const char* sampler : {"cpu", "memory", "load", "disk", "net"}) {
+        program.words.insert(program.words.end(), {"--set", sampler + (".proc=" + proc.directory)});
+    }
+    program.words.emplace_back(FXDS_SOURCE_DIR "/examples/monitor.flow");
+    return program;
+}
+
+// The rows of the picture that shows this sample.
+std::string rowsOf(Session& session, const std::string& sample) {
+    EXPECT_TRUE(session.sees(sample)) << session.output;
+    const size_t begin = session.output.rfind("\33[H");
+    return session.output.substr(begin, session.output.rfind("\33[K") - begin);
+}
+
+}  // namespace
+
+TEST(MonitorFlow, ShowsWhatTheProgramShows) {
+    const FakeProc proc;
+    const std::regex time("[0-9]+:[0-9]+:[0-9]+");
+    const Result lines = run(monitorFlow(proc, "2"));
+    EXPECT_EQ(lines.errors, "");
+    EXPECT_EQ(std::regex_replace(lines.output, time, ""),
+              std::regex_replace(run(onFake(proc, {"--samples", "2"})).output, time, ""));
+
+    Session text(Session::terminal, monitorFlow(proc, "0"));
+    Session program(Session::terminal, {"--interval", "0.2", "--proc", proc.directory});
+    const std::string rows = rowsOf(program, "sample 3");
+    EXPECT_EQ(rowsOf(text, "sample 3"), rows);
+    EXPECT_TRUE(has(rows, "memory")) << rows;
+    kill(text.process, SIGTERM);
+    text.end();
+    EXPECT_TRUE(has(text.output, terminalGivenBack));
+}
+
+#endif
