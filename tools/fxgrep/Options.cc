@@ -291,6 +291,7 @@ int readOptions(int argc, char** argv, Options& options) {
         (options.path != nullptr || options.files.size() > 1 || options.isRecursive)) {
         options.names = Options::always;
     }
+    options.isNumbered = options.isNumbered || options.isJson;
     options.isColoured = wantsColour(colour) && !options.isJson;
     return -1;
 }
