@@ -73,10 +73,10 @@ TEST_F(Fxgrep, PrintsLinesAndMatchesOfStandardInput) {
                  {{"b\na.c"}, "a.c\nab\nac\n", "a.c\nab\n", 0},
                  {{"-o", "-w", "--replace", "\\1", "(a)b?"}, "ab abc\n", "a\n", 0},
                  {{"-i", "[]a-c^-]x|^Q"}, "BX\n^X\nqr\nxx\n", "BX\n^X\nqr\n", 0},
-                 {{"--json", "b."},
+                 {{"--json", "ab"},
                   "x\nab\"\377\n",
                   "{\"path\": \"(standard input)\", \"line\": 2, \"text\": \"ab\\\"\\ufffd\", "
-                  "\"matches\": [{\"start\": 1, \"end\": 3}]}\n",
+                  "\"matches\": [{\"start\": 0, \"end\": 2}]}\n",
                   0},
                  {{"^$"}, "a\n\nb\n", "\n", 0},
                  {{""}, "a\n\n", "a\n\n", 0},
