@@ -49,7 +49,7 @@ public:
     /// Lets time pass: what becomes due is done in the order of its moments, and what was
     /// started first goes first; before the first and after each, all that is queued is
     /// delivered. No time, or less, delivers what is queued. Returns false, and lets no more
-    /// time pass, when the queue does not come to rest in a million rounds.
+    /// time pass, when the queue does not come to rest in 100,000 rounds.
     bool pass(fxAlarm::Span span);
 
 private:

@@ -66,7 +66,7 @@ struct fxMadeUpTime::Alarms {
 
 class fxMadeUpTime::Alarm final : public fxFlowAlarm {
 public:
-    Alarm(std::shared_ptr<Alarms> alarms_, fxObj* context, Action action)
+    Alarm(const std::shared_ptr<Alarms>& alarms_, fxObj* context, Action action)
         : alarms(alarms_), output(fxDT_void) {
         const fxOutputView<void> view(&output);
         if (context != nullptr) {
@@ -141,7 +141,7 @@ bool fxMadeUpTime::pass(fxAlarm::Span span) {
     const std::shared_ptr<Alarms> all = alarms;  // an action may end the time
     const auto comesToRest = [] {
         for (long round = 0; !fx_theEventHandler->isEmpty(); ++round) {
-            if (round == 1'000'000) return false;
+            if (round == 100'000) return false;
             fx_theEventHandler->distributeEvents();
         }
         return true;

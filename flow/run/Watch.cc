@@ -17,19 +17,19 @@ std::string missing(const fxFlowDetail::Member& member, const std::string& chann
 
 }  // namespace
 
-bool fxFlow::Network::Watch::update(const Network& network) {
-    const Member* const member = network.find(object);
+bool fxFlow::Network::Watch::update(const Network& its) {
+    const Member* const member = its.find(object);
     if (member == nullptr || !life.isThere()) return false;
     std::vector<Source> now;
     if (const fxElementChannel* const output = member->said.kind->findOutput(channel)) {
         now.push_back({member->output(channel), output->type, {}});
     } else if (member->said.kind->findInput(channel) != nullptr) {
-        for (const fxFlowText::Connection& joint : network.joints) {
+        for (const fxFlowText::Connection& joint : its.joints) {
             if (joint.to.object.text != object || joint.to.channel.text != channel) continue;
-            const Member* const from = network.find(joint.from.object.text);
+            const Member* const from = its.find(joint.from.object.text);
             if (from == nullptr) continue;
             const fxElementChannel& end = *from->said.kind->findOutput(joint.from.channel.text);
-            now.push_back({network.sourceOf(joint), end.type, {}});
+            now.push_back({its.sourceOf(joint), end.type, {}});
         }
     } else {
         return false;

@@ -19,7 +19,7 @@ struct FX_LOCAL fxFlow::Network::Watch {
           life(context_) {}
 
     // Watches what there is to watch now; false when the end or the context is gone.
-    bool update(const Network& network);
+    bool update(const Network& its);
 
     const std::string object;
     const std::string channel;
