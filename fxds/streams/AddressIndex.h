@@ -49,13 +49,6 @@ public:
         return (numbers != nullptr ? numbers : enter(key))[granuleOf(address)];
     }
 
-    /// Asks for the memory of the number, if there is a place for it.
-    void fetchSoon(const void* address) const {
-        if (used == 0) return;
-        const unsigned int* const numbers = slots[search(keyOf(address))].numbers;
-        if (numbers != nullptr) __builtin_prefetch(numbers + granuleOf(address), 1);
-    }
-
     void clear() {
         for (void* block : blocks) std::free(block);
         blocks.clear();

@@ -10,6 +10,7 @@
 #include "fxds/Str.h"
 #include "fxds/TypeObj.h"
 #include "fxds/XDRObj.h"
+#include "fxds/base/CopyShort.h"
 #include "fxds/base/Scoped.h"
 #include "fxds/base/StreamTrace.h"
 #include "fxds/streams/PartRoot.h"
@@ -53,12 +54,6 @@ constexpr size_t firstPiece = size_t{1} << 16;  // of a block that is read as it
 
 bool readPlain(fxBinaryReader& reader, void* bytes, size_t byteCount) {
     return reader.readBytes(bytes, byteCount);
-}
-
-// Out of line: the compiler would copy in line what it knows to be short, by a string
-// instruction, which takes longer than a call.
-[[gnu::noinline]] void copyBytes(char* to, const unsigned char* from, size_t byteCount) {
-    std::memcpy(to, from, byteCount);
 }
 
 struct Free {
@@ -348,7 +343,7 @@ bool fxBinaryReader::readInstance() { return readDefinition(nullptr); }
 // Private functions.
 
 // `root` is what the object is asked for as, if it is a root.
-bool fxBinaryReader::readDefinition(fxTypeObj* root) {
+[[gnu::always_inline]] inline bool fxBinaryReader::readDefinition(fxTypeObj* root) {
     const bool isGood = (isContents(head.tag) || head.tag == fxTagObject) && head.id() != 0;
     if (!isGood) return refuse(Fault::damaged, baddestNews);
     fxReaderEntry& entry = graph->at(head.id());
@@ -460,7 +455,7 @@ inline bool fxBinaryReader::readText(fxReaderEntry& entry, const ShortBlock& tex
     const unsigned int id = text.id();
     const unsigned int byteCount = text.byteCount();
     char* const copy = graph->textRoom(byteCount + size_t{1});
-    copyBytes(copy, text.bytes(), byteCount);
+    fxCopyShort(copy, reinterpret_cast<const char*>(text.bytes()), byteCount);
     copy[byteCount] = '\0';
     records->pass(text);
     return graph->defineBlock(id, entry, byteCount, copy, nullptr) ||
@@ -576,7 +571,7 @@ bool fxBinaryReader::readBody(fxReaderEntry& entry, fxTypeObj* root) {
     }
     complaint.reset();
     // In a large graph, waiting for memory is what takes most of the time.
-    records->eachIdAhead([this](unsigned int ahead) { graph->fetchSoon(ahead); });
+    graph->fetchReadyPlaces();
     if (!hasFailed && !graph->isAsNoted()) {
         return refuse(Fault::refused, graph->metLocal() ? local : changed);
     }

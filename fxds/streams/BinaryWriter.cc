@@ -437,7 +437,6 @@ bool fxBinaryWriter::writePending() {
         // meanwhile, and some items after that.
         if (last > 0) fetchSoon(itemAt(last - 1)->address);
         if (last > 3) __builtin_prefetch(itemAt(last - 4));
-        if (item->kind == fxBinaryWriterItem::object) seen->fetchSoon(item->address);
         if (!writeItem(*item) || !flush()) return false;
     }
     return true;

@@ -6,6 +6,7 @@
 
 #include "fxds/Str.h"
 #include "fxds/XDRObj.h"
+#include "fxds/base/CopyShort.h"
 #include "fxds/detail/Allocate.h"
 
 // The places of a body are filled when its record's function has returned,
@@ -78,8 +79,11 @@ inline bool fxReaderGraph::fillIfAdmitted(const fxBinaryReaderItem& item, fxRead
         fillPointer(item, entry);
         return true;
     }
-    if (!item.isText()) return fillBlockIfAdmitted(item, entry);
-    const char* const bytes = entry.source();
+    return item.isText() ? fillTextIfAdmitted(item, entry.source())
+                         : fillBlockIfAdmitted(item, entry);
+}
+
+inline bool fxReaderGraph::fillTextIfAdmitted(const fxBinaryReaderItem& item, const char* bytes) {
     const bool isAdmitted = admitsText(item.wanted, bytes);
     if (isAdmitted) fillText(item, bytes);
     return isAdmitted;
@@ -109,7 +113,7 @@ inline void fxReaderGraph::fillPointer(const fxBinaryReaderItem& item, const fxR
 
 inline void fxReaderGraph::fillText(const fxBinaryReaderItem& item, const char* bytes) {
     char* const copy = static_cast<char*>(fxNewBlock(item.wanted));
-    std::memcpy(copy, bytes, item.wanted);
+    fxCopyShort(copy, bytes, item.wanted);
     static_cast<fxStr*>(item.slot)->adopt(copy, item.wanted);
 }
 
@@ -353,8 +357,11 @@ bool fxReaderGraph::defineBlock(unsigned int id, fxReaderEntry& entry, unsigned 
     blockBytes += length;
     numbers.defineBlock(entry, length, text, adopted);
     const fxBinaryReaderItem first{before.firstSlot(), id, before.firstWanted()};
-    return (first.slot == nullptr || fillIfAdmitted(first, entry)) &&
-           (before.waiting() == 0 || fillLinked(before.waiting(), id, entry));
+    // Most blocks are texts for one string.
+    const bool isFilled = first.slot == nullptr ||
+                          (first.isText() && text != nullptr ? fillTextIfAdmitted(first, text)
+                                                             : fillIfAdmitted(first, entry));
+    return isFilled && (before.waiting() == 0 || fillLinked(before.waiting(), id, entry));
 }
 
 bool fxReaderGraph::completes(const fxReaderEntry& root) {

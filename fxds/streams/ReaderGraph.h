@@ -170,10 +170,13 @@ public:
     bool claim(fxReaderEntry& entry);
 
     bool isInBody() const { return isBodyOpen; }
-    /// Asks for the memory of what is known of the number, which is needed next.
-    void fetchSoon(unsigned int id) { numbers.fetchSoon(id); }
+    /// Asks for the memory of the numbers of the places that helpers have entered.
+    [[gnu::always_inline]] void fetchReadyPlaces() const {
+        const fxReadyRecords::Place* const end = ready.places + ready.placeCount;
+        for (const auto* place = ready.places; place != end; ++place) numbers.fetchSoon(place->id);
+    }
     /// The same for the places that wait for it.
-    void fetchPlaces(const fxReaderEntry& entry) const {
+    [[gnu::always_inline]] void fetchPlaces(const fxReaderEntry& entry) const {
         __builtin_prefetch(entry.firstSlot(), 1);
         if (entry.waiting() != 0) __builtin_prefetch(&items[entry.waiting() - 1], 1);
     }
@@ -280,6 +283,7 @@ private:
     bool admitsText(unsigned int textBytes, const char* bytes);
     bool admitsCopy(unsigned int byteCount);
     static void fillText(const fxBinaryReaderItem& item, const char* bytes);
+    bool fillTextIfAdmitted(const fxBinaryReaderItem& item, const char* bytes);
     bool fillIfAdmitted(const fxBinaryReaderItem& item, fxReaderEntry& entry);
     [[gnu::noinline]] bool fillBlockIfAdmitted(const fxBinaryReaderItem& item,
                                                fxReaderEntry& entry);

@@ -64,28 +64,7 @@ public:
         ++ready.idCount;
         return true;
     }
-    /// Calls `use(id)` for what is most likely the number of the next definition, and for
-    /// the first pointers of that when it is a short one of an object.
-    template <class Use>
-    void eachIdAhead(Use use) const {
-        using namespace fxRecordFormat;
-        constexpr size_t longest = maxHeadBytes + 0xFF;
-        const unsigned char* next = reinterpret_cast<unsigned char*>(*source->next);
-        if (source->size() < longest + 3 * maxHeadBytes) return;
-        use(word(next + 2));
-        if (*next != (1U << 6U | fxTagObject)) return;
-        next += 2U + fieldBytes[fxTagObject] + next[1];
-        for (unsigned int i = 0; i < 3; ++i) {
-            const unsigned int tag = *next;
-            if (tag == fxTagPointer || tag == fxTagPointerAgain) {
-                use(word(next + 1));
-            } else if (tag != fxTagBlock) {
-                return;
-            }
-            next += 1U + fieldBytes[tag];
-        }
-    }
-    /// The same for a block of bytes with one byte of length that is at hand as a whole.
+    /// Looks for a block of bytes with one byte of length that is at hand as a whole.
     fxRecordFormat::ShortBlock peekShortBlock() const {
         using fxRecordFormat::ShortBlock;
         const unsigned char* const record = reinterpret_cast<unsigned char*>(*source->next);

@@ -4,6 +4,7 @@
 #include "fxds/BinaryWriter.h"
 #include "fxds/Fatal.h"
 #include "fxds/TypeObj.h"
+#include "fxds/base/CopyShort.h"
 #include "fxds/base/StreamTrace.h"
 #include "fxds/streams/OutBuffer.h"
 #include "fxds/streams/RecordFormat.h"
@@ -100,7 +101,7 @@ inline bool fxBinaryWriter::putShort(const fxBinaryWriterItem& item) {
     char* const fields = place + putLength(place, fxTagBytes, item.byteCount);
     putWord(fields, item.id);
     putWord(fields + 4, item.byteCount);
-    std::memcpy(fields + 8, item.address, item.byteCount);
+    fxCopyShort(fields + 8, static_cast<const char*>(item.address), item.byteCount);
     outgoing->added(ShortBlock::headBytes + item.byteCount);
     return true;
 }
