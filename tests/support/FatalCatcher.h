@@ -49,7 +49,9 @@ private:
     int file;
 };
 
-/// The fatal message of `action`, which is the last line; "" when it ends well.
+/// The fatal message of `action`; "" when it ends well. It is what follows the line that
+/// says where in a stream it happened, if there is one: the name of a type in it may have
+/// any bytes. Otherwise it is the last line.
 template <class Action>
 std::string fatalMessage(Action action) {
     const ErrorText error;
@@ -58,7 +60,9 @@ std::string fatalMessage(Action action) {
     } catch (const Fatal&) {
         std::string text = error.text();
         if (!text.empty() && text.back() == '\n') text.pop_back();
-        return text.substr(text.rfind('\n') + 1);
+        const size_t place = text.find("fxds: stream at ");
+        const bool hasPlace = place != std::string::npos;
+        return text.substr((hasPlace ? text.find('\n', place) : text.rfind('\n')) + 1);
     }
     return "";
 }
