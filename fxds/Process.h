@@ -58,6 +58,13 @@ struct FX_API fxCommand {
 ///     fxProcess make({"make", "-k"});
 ///     fxConnect(make.exited(), [](int status) { report(status); });
 ///
+/// Lines come from a stream that is piped:
+///
+///     fxCommand list{"ls", "-l"};
+///     list.output = fxCommand::piped;
+///     fxProcess ls(list);
+///     fxConnect(ls.output()->line(), [](const fxStr& line) { show(line); });
+///
 /// The child gets the standard streams and those descriptors that are not marked
 /// close-on-exec, as all of the library's are. Its signal mask is empty, and SIGPIPE
 /// ends it even where we ignore it. It is waited for by a handler in fx_theExecutive,
