@@ -9,9 +9,7 @@ namespace {
 
 fxStr lower(const void* key) {
     fxStr text = *static_cast<const fxStr*>(key);
-    for (unsigned int i = 0; i < text.length(); ++i) {
-        text[i] = static_cast<char>(std::tolower(static_cast<unsigned char>(text[i])));
-    }
+    for (char& c : text) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
     return text;
 }
 

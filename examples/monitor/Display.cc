@@ -97,7 +97,7 @@ std::vector<fxStr> Display::lines(unsigned int width) const {
 }
 
 void Display::redraw() {
-    const unsigned int width = terminal.columns();
+    const unsigned int width = fxTerminal::columns();
     terminal.draw(lines(width), status.text(width));
 }
 

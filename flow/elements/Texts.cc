@@ -28,7 +28,9 @@ public:
     }
 
     void take(const fxStr& text) {
-        const fxStr subject(text);  // a receiver may end what the text belongs to
+        // A receiver may end what the text belongs to.
+        // NOLINTNEXTLINE(performance-unnecessary-copy-initialization)
+        const fxStr subject(text);
         const fxMatch match = expression.search(subject);
         if (!match) {
             missed.send(subject, fxSendNow);
