@@ -135,9 +135,9 @@ const auto qtProperty = [](int i) {
 };
 const auto qtMessage = [](int i) {
     static QObject receiver;
-    static long sum = 0;
+    static volatile long last = 0;  // so that the call is not left out
     QMetaObject::invokeMethod(
-        &receiver, [i] { sum += i; }, Qt::QueuedConnection);
+        &receiver, [i] { last = i; }, Qt::QueuedConnection);
     return Ending([] { QCoreApplication::sendPostedEvents(); });
 };
 const auto qtTimer = [](int) {

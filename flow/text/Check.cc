@@ -87,8 +87,9 @@ private:
                 (what += object.kind->name) += " has no property";
                 tellMissing(what, each.name, namesOf(object.kind->properties), "it has");
             } else if (const std::string why = property->whyNot(each.value.text); !why.empty()) {
-                problems.add(each.value.place,
-                             whole + ": " + fxFlowShown(each.value.text) + ' ' + why);
+                std::string what = whole + ": ";
+                ((what += fxFlowShown(each.value.text)) += ' ') += why;
+                problems.add(each.value.place, what);
             }
         }
         for (const fxElementProperty& each : object.kind->properties) {
