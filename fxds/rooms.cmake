@@ -16,7 +16,8 @@
 fxds_room(base
   HEADERS Config Counted Fatal RCObj Ref Stream StreamFault Transcriber TypeObj XDRObj
   DETAIL Allocate FilePath Hold Mix MovesAsBytes NestedRelease Owned ReadyRecords Walk
-  PRIVATE ChunkList CopyShort FreeLists OpenFile PackedInts Scoped StackBounds StartUp StreamTrace
+  PRIVATE ChunkList CopyShort FreeLists OpenFile PackedInts QuietWrite Scoped StackBounds StartUp
+    StreamTrace
   SOURCES Counted Fatal FreeLists NestedRelease RCObj Stream StreamFault StreamTrace Transcriber
     TypeObj XDRObj)
 

@@ -11,6 +11,7 @@
 
 #include "flow/Element.h"
 #include "flow/elements/Formatted.h"
+#include "fxds/base/QuietWrite.h"
 
 using fxFlowDetail::Formatted;
 
@@ -88,7 +89,8 @@ private:
     // A part is written only where there is no room for all.
     bool write(std::string_view text) const {
         errno = ENOSPC;
-        return ::write(fd, text.data(), text.size()) == static_cast<ssize_t>(text.size());
+        return fxWriteWithoutSignal(fd, text.data(), text.size()) ==
+               static_cast<ssize_t>(text.size());
     }
     bool reopen() {
         shut();

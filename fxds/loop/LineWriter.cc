@@ -7,11 +7,10 @@
 #include <algorithm>
 #include <cerrno>
 #include <climits>
-#include <csignal>
-#include <ctime>
 
 #include "fxds/Exec.h"
 #include "fxds/Lines.h"
+#include "fxds/base/QuietWrite.h"
 #include "fxds/loop/HandlerTable.h"
 
 // Both outputs are queued, so no receiver runs within any function here.
@@ -28,27 +27,6 @@ constexpr size_t keptBytes = 4096;  // what an empty buffer may keep of its memo
 bool isSocket(int fd) {
     struct stat state;
     return fstat(fd, &state) == 0 && S_ISSOCK(state.st_mode);
-}
-
-// A write that gets SIGPIPE for this thread alone and takes it away again, unless one
-// was pending before.
-ssize_t writeWithoutSignal(int fd, const char* bytes, size_t count) {
-    sigset_t pipe;
-    sigset_t before;
-    sigset_t pending;
-    sigemptyset(&pipe);
-    sigaddset(&pipe, SIGPIPE);
-    pthread_sigmask(SIG_BLOCK, &pipe, &before);
-    sigpending(&pending);
-    const ssize_t written = write(fd, bytes, count);
-    const int writesErrno = errno;
-    if (written < 0 && writesErrno == EPIPE && sigismember(&pending, SIGPIPE) == 0) {
-        const timespec noWait = {0, 0};
-        sigtimedwait(&pipe, nullptr, &noWait);
-    }
-    pthread_sigmask(SIG_SETMASK, &before, nullptr);
-    errno = writesErrno;
-    return written;
 }
 
 }  // namespace
@@ -146,5 +124,5 @@ ssize_t fxLineWriter::writeSome(const char* bytes, size_t count) {
         errno = EAGAIN;
         return -1;
     }
-    return writeWithoutSignal(fd, bytes, std::min<size_t>(count, PIPE_BUF));
+    return fxWriteWithoutSignal(fd, bytes, std::min<size_t>(count, PIPE_BUF));
 }

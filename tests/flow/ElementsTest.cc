@@ -1,5 +1,8 @@
 // The standard elements: what they send, and what they do outside.
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <chrono>
 #include <filesystem>
@@ -147,6 +150,15 @@ TEST_F(Elements, AppendKeepsUpWithRotation) {
     for (int i = 0; i < 3; ++i) full.flow.send("a", "line", "x");
     fx_theEventHandler->drain();
     EXPECT_EQ(full.complaints, "a: cannot write to /dev/full: No space left on device\n");
+
+    const std::string pipe = room.path + "/pipe";
+    ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+    const int reader = open(pipe.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    Running lost("a = Append file=\"" + pipe + "\"");
+    close(reader);
+    lost.flow.send("a", "line", "x");
+    fx_theEventHandler->drain();
+    EXPECT_EQ(lost.complaints, "a: cannot write to " + pipe + ": Broken pipe\n");
 }
 
 TEST_F(Elements, ComplainOfWhatTheyCannotUse) {
