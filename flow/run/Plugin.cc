@@ -23,7 +23,8 @@ std::set<Identity>& loaded() {
 }
 
 bool isFile(const std::string& path, struct stat& status) {
-    return path.find('\0') == std::string::npos && stat(path.c_str(), &status) == 0;
+    if (path.find('\0') != std::string::npos) return errno = EINVAL, false;
+    return stat(path.c_str(), &status) == 0;
 }
 
 }  // namespace

@@ -64,7 +64,7 @@ TEST_F(Fxflow, AnswersCommandLines) {
                 "}\n");
     folder.file("bad.flow",
                 "include \"good.flow\"\n"
-                "test \"five & more\" {\n"
+                "test \"five & ]]>\" {\n"
                 "  send log.line ERROR 5 times\n"
                 "  pass 1.5\n"
                 "  expect last count.value 6\n"
@@ -103,6 +103,8 @@ TEST_F(Fxflow, AnswersCommandLines) {
         {"fxflow nowhere.flow", "nowhere.flow: error: ...", 1},
         {"fxflow --check dear.flow", "dear.flow:2:5: error: the plug-in ...", 1},
         {"fxflow dear.flow", "dear.flow:2:5: error: ...", 1},
+        {"printf 'use \"x\\\\x00\"' > zero.flow; fxflow zero.flow 2>&1 | grep -o 'Invalid.*'",
+         "Invalid argument\n", 0},
         {"fxflow upper.flow | grep WELL", "ALL IS WELL\n", 0},
         {"fxflow --check upper.flow", "upper.flow:2:5: error: the plug-in ...", 1},
         {"fxflow --check --plugin ./upper.so upper.flow", "", 0},
@@ -112,11 +114,11 @@ TEST_F(Fxflow, AnswersCommandLines) {
         {"fxflow test --junit report.xml bad.flow",
          "bad.flow\n"
          "  ok      errors count\n"
-         "  FAILED  five & more\n"
+         "  FAILED  five & ]]>\n"
          "    bad.flow:5:3: error: expected 6 from count.value, got 5\n"
          "2 tests, 1 failed\n",
          1},
-        {"grep -c '&amp;' report.xml", "1\n", 0},
+        {"grep -c 'five &amp; ]]&gt;' report.xml", "1\n", 0},
         {"fxflow test beside.flow", "beside.flow\n  ok      after a second\n1 tests, 0 failed\n",
          0},
         {"fxflow test circle.flow | sed -n 3p",
@@ -226,6 +228,9 @@ TEST_F(Fxflow, ChangesAndIsWatchedWhileItRuns) {
     EXPECT_TRUE(contains(flow.errorWith(": error: "), "rest.flow:6:7: error: Count has no output"));
     EXPECT_TRUE(contains(flow.errorWith("faulty"), "the flow goes on"));
     EXPECT_NE(flow.lineWith("second"), "");
+
+    folder.file("rest.flow", "");
+    EXPECT_EQ(flow.errorWith("error"), "tick.flow: error: has no objects\n");
 
     folder.file("rest.flow", tickFlow("fourth %s."));
     flow.tell(SIGHUP);

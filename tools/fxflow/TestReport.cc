@@ -53,6 +53,9 @@ std::string escaped(const std::string& text) {
             case '<':
                 xml += "&lt;";
                 break;
+            case '>':  // "]]>" may not stand in text
+                xml += "&gt;";
+                break;
             case '"':
                 xml += "&quot;";
                 break;
