@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <cstdio>
+#include <map>
 #include <utility>
 
 #include "flow/Flow.h"
@@ -45,9 +46,17 @@ FileWatch::FileWatch() {
     looking = fxEvery(std::chrono::milliseconds(200), this, [this] { compare(); });
 }
 
+void FileWatch::mark() { told = seen = look(); }
+
 void FileWatch::watch(const std::vector<std::string>& paths) {
+    std::map<std::string, Stamp> marked;
+    for (size_t i = 0; i < files.size(); ++i) marked.emplace(files[i], told[i]);
     files = paths;
-    told = seen = look();
+    mark();
+    for (size_t i = 0; i < files.size(); ++i) {
+        const auto old = marked.find(files[i]);
+        if (old != marked.end()) told[i] = old->second;
+    }
 }
 
 bool FileWatch::Stamp::operator==(const Stamp& other) const {

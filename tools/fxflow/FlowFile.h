@@ -28,7 +28,11 @@ public:
     FileWatch();
     const char* className() const override { return "FileWatch"; }
 
-    /// The files to look at from now on, as they are now.
+    /// Takes the files as they are now for known. To be called before they are read: what
+    /// is saved while they are read is sent then.
+    void mark();
+    /// The files to look at from now on: those that are not looked at yet as they are now,
+    /// the others as they were marked.
     void watch(const std::vector<std::string>& paths);
 
     const fxOutput<void> changed = addOutput<void>("changed");

@@ -60,7 +60,11 @@ int Runner::run() {
     return end() && !hasFailed ? 0 : failed;
 }
 
-bool Runner::begin() { return loadState() && apply(readFlow(path, options)); }
+bool Runner::begin() {
+    if (!loadState()) return false;
+    files.watch({path});
+    return apply(readFlow(path, options));
+}
 
 bool Runner::loadState() {
     if (options.loadPath == nullptr) return true;
@@ -88,7 +92,12 @@ bool Runner::apply(fxFlowText read) {
 }
 
 void Runner::change() {
+    files.mark();
     fxFlowText read = readFlow(path, options);
+    // A disk that is full leaves an empty file, which would end the flow.
+    if (read.problems.empty() && read.objects.empty() && !text.objects.empty()) {
+        read.problems.push_back({{path, 0, 0}, "has no objects"});
+    }
     const std::string what = difference(text, read);
     if (apply(std::move(read))) {
         complain(path + " is applied: " + what);
@@ -122,7 +131,7 @@ void Runner::attempt(Work work) {
 
 void Runner::loop() {
     constexpr float years = 1e8F;
-    while (!isEnding && (flow.isBusy() || !fx_theEventHandler->isEmpty())) {
+    while (!isEnding && (!fx_theEventHandler->isEmpty() || flow.isBusy())) {
         attempt([] { fx_theExecutive->poll(years); });
     }
 }
