@@ -66,7 +66,7 @@ public:
     const char* getName() const;
 
     /// The outputs that feed this input, one entry per connection; null before
-    /// the first connection. View.
+    /// the first connection. View, good until the input's connections change.
     const fxVoidPtrArray* getOutputs() const {
         if (hasManyOutputs) settle();
         return outputs;

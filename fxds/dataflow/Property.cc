@@ -194,6 +194,8 @@ void fxEnterPropertyName(unsigned short tag, char const* name) {
     if (fx_propertyNames->length() <= tag) {
         fx_propertyNames->setMaxLength(fx_propertyNames->length() + 50u);
         while (fx_propertyNames->length() <= tag) fx_propertyNames->append(fxStr());
+    } else {
+        nameHint().forget();  // a later tag may have the name, too
     }
     (*fx_propertyNames)[tag] = name;
 }

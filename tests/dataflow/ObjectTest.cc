@@ -160,6 +160,8 @@ TEST_F(Properties, TagsAreHandedOutOnceAndFoundByTheirFirstName) {
     EXPECT_EQ(fx_propertyNames->length(), next + 1u);
     EXPECT_EQ(fxProperty::findTag("inputs"), 65535);
     const unsigned short inputs = fxProperty::allocNewTag("inputs");
+    for (int i = 0; i < 20; ++i) fxProperty::allocNewTag("more");
+    EXPECT_EQ(fxProperty::findTag("inputs"), inputs);
     Node node;  // the tables of channels keep their tags and enter their names there
     for (const char* name : {"inputs", "outputs"}) {
         const unsigned short tag = fxProperty::findTag(name);
