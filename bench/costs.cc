@@ -135,9 +135,8 @@ const auto qtProperty = [](int i) {
 };
 const auto qtMessage = [](int i) {
     static QObject receiver;
-    static volatile long last = 0;  // so that the call is not left out
     QMetaObject::invokeMethod(
-        &receiver, [i] { last = i; }, Qt::QueuedConnection);
+        &receiver, [i] { static_cast<void>(i); }, Qt::QueuedConnection);
     return Ending([] { QCoreApplication::sendPostedEvents(); });
 };
 const auto qtTimer = [](int) {
