@@ -87,17 +87,15 @@ fxConnection fxConnect(fxObj* source, const char* output, fxObj* target, const c
 
 namespace {
 
-std::string quoted(const char* name) {
-    return '"' + std::string(name != nullptr ? name : "") + '"';
-}
-
 // What is said of a name that an object does not have.
 std::string missing(const fxObj& object, const char* kind, const char* name,
                     const fxStrArray& known) {
-    std::string text = fxTraceLines::classNameOf(object) + " has no " + kind + ' ' + quoted(name);
+    const std::string_view wanted = name != nullptr ? name : "";
+    std::string text = fxTraceLines::classNameOf(object) + " has no " + kind + " \"";
+    (text += wanted) += '"';
     std::vector<std::string_view> names;
     for (const fxStr& each : known) names.push_back(each.view());
-    return text + fxDetail::suggestion(name != nullptr ? name : "", names);
+    return text + fxDetail::suggestion(wanted, names);
 }
 
 template <class Channel>

@@ -33,7 +33,7 @@ Channels<Channel> channelsOf(fxVoidPtrDict* table) {
 }
 
 // Text inside a record's label.
-std::string quoted(const std::string& text) {
+std::string escaped(const std::string& text) {
     std::string result;
     for (char c : text) {
         if (std::string("{}|<>\"\\ ").find(c) != std::string::npos) result += '\\';
@@ -77,7 +77,7 @@ private:
     template <class Channel>
     static void writePorts(std::ostream& out, char prefix, const Channels<Channel>& channels) {
         for (size_t i = 0; i < channels.size(); ++i) {
-            out << (i > 0 ? "|" : "") << '<' << prefix << i << "> " << quoted(channels[i].first)
+            out << (i > 0 ? "|" : "") << '<' << prefix << i << "> " << escaped(channels[i].first)
                 << " : " << fxDataTypeName(channels[i].second->getType());
         }
     }
@@ -86,7 +86,7 @@ private:
         fxObj& object = *objects[index];
         out << "    o" << index << " [label=\"{{";
         writePorts(out, 'i', channelsOf<fxInputChannel>(object.getInputs()));
-        out << "}|" << quoted(fxTraceLines::classNameOf(object));
+        out << "}|" << escaped(fxTraceLines::classNameOf(object));
         for (unsigned int i = 0; i < object.getNumberOfProperties(); ++i) {
             writeProperty(out, *object.getProperty(i));
         }
@@ -103,7 +103,7 @@ private:
         const char* const name = property.getName();
         out << "\\n";
         if (name != nullptr) {
-            out << quoted(name);
+            out << escaped(name);
         } else {
             out << "property " << property.getTag();
         }
@@ -111,7 +111,7 @@ private:
         const unsigned short kind = property.getKind();
         if (kind == fxDT_long) out << " = " << property.getAsLong();
         if (kind == fxDT_double) out << " = " << property.getAsDouble();
-        if (kind == fxDT_fxStr) out << " = " << quoted(property.getAsStr().c_str());
+        if (kind == fxDT_fxStr) out << " = " << escaped(property.getAsStr().c_str());
     }
 
     void writeEdges(std::ostream& out, size_t index) const {

@@ -1,4 +1,4 @@
-"""Tells which of the classes named in CLASSES the debugger knows too little of."""
+"""Prints which of CLASSES and of VARIABLES the debugger has no description of."""
 
 import os
 
@@ -13,7 +13,16 @@ def is_described(name):
         return False
 
 
+def has_type(variable):
+    """Whether the debugger needs no cast to show it."""
+    try:
+        return "type = " in gdb.execute(f"whatis {variable}", to_string=True)
+    except gdb.error:
+        return False
+
+
 missing = [name for name in os.environ["CLASSES"].split() if not is_described(name)]
+missing += [name for name in os.environ["VARIABLES"].split() if not has_type(name)]
 if missing:
-    print("These classes are to stand in fxds/library/GdbTypes.cc:", *missing)
+    print("Not described in fxds/library/GdbTypes.cc:", *missing)
 gdb.execute(f"quit {1 if missing else 0}")

@@ -1,7 +1,9 @@
 #!/bin/sh
-# described.sh GDB LIBRARY OBJECT: every class with virtual functions that LIBRARY
-# exports is described for the debugger in OBJECT, which is of fxds/library/GdbTypes.cc.
+# described.sh GDB LIBRARY OBJECT VARIABLES: every class with virtual functions that
+# LIBRARY exports is described for the debugger in OBJECT, which is of
+# fxds/library/GdbTypes.cc, and so are VARIABLES.
 gdb=$1 library=$2 object=$3
+export VARIABLES=$4
 
 if ! command -v "$gdb" >/dev/null; then
     echo 'skipped: there is no gdb'
