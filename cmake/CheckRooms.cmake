@@ -108,6 +108,17 @@ foreach(entry IN LISTS named functions)
   endif()
 endforeach()
 
+# docs/README.md leads to every page.
+file(READ ${folder}/../docs/README.md index)
+file(GLOB_RECURSE listed RELATIVE ${folder}/../docs ${folder}/../docs/*.md)
+foreach(page IN LISTS listed)
+  string(REGEX REPLACE "[0-9]-.*" "README.md" page ${page})  # the guide lists its steps
+  string(FIND "${index}" "](${page})" at)
+  if(at EQUAL -1 AND NOT page STREQUAL "README.md")
+    string(APPEND faults "  docs/README.md does not link to ${page}\n")
+  endif()
+endforeach()
+
 # The commands in the documents name programs of this tree and presets that exist.
 file(READ ${folder}/../CMakePresets.json presets)
 file(GLOB pages ${folder}/../*.md ${folder}/../docs/*.md ${folder}/../docs/guide/*.md)
