@@ -172,7 +172,7 @@ struct Idle {
             descriptors.push_back(descriptor);
         }
     }
-    std::vector<int> descriptors;  // closed by whoever handles them
+    std::vector<int> descriptors;  // closed by their handlers
 };
 
 void numbersOfDescriptors(benchmark::internal::Benchmark* bench) {

@@ -67,7 +67,7 @@ Cost measure(Make make) {
         const double start = nanoseconds();
         for (int i = 0; i < count; ++i) things.push_back(make(i));
         cost.making = std::min(cost.making, (nanoseconds() - start) / count);
-        // Pools keep what ended in an earlier round; the first one tells.
+        // Pools keep what ended in an earlier round; only the first one counts.
         if (round == 0) {
             cost.bytes = static_cast<double>(mallinfo2().uordblks - before) / count;
         }

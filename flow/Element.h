@@ -33,7 +33,7 @@ public:
 // may have gone.
 FX_API bool complainOf(const fxObj& object, const char* what);
 
-// What elements do is called like this.
+// Calls a function of an element: its exceptions become complaints where the flow takes them.
 template <class Call>
 void act(const fxObj& object, Call&& call) {
     const Acting under;
@@ -66,7 +66,7 @@ public:
     virtual std::string start() { return ""; }
     /// Looks at all properties together, when they are set. Returns what is wrong, or "".
     virtual std::string settle() { return ""; }
-    /// Transcribes what the element has to remember, for flows that are saved. It is read
+    /// Transcribes the state of the element, for flows that are saved. It is read
     /// between settle() and start().
     virtual bool xdrState(fxTranscriber&) { return true; }
 
@@ -235,7 +235,7 @@ public:
     void reachesOutside() { outside = true; }
 
     /// An input that calls a member function, which takes a value or none. What it throws
-    /// is told to the user of the flow.
+    /// is shown to the user of the flow.
     template <class Method, std::enable_if_t<std::is_member_function_pointer_v<Method>, int> = 0>
     void input(const char* name_, Method method, const char* sentence_) {
         typedef typename fxDetail::CallableOf<Method>::Type Argument;
@@ -303,7 +303,7 @@ private:
     std::vector<std::function<void(C&)>> makers;
 };
 
-/// FX_ELEMENT(Class, sentence) { ... } stands once in a source file, in the global
+/// FX_ELEMENT(Class, sentence) { ... } is written once in a source file, in the global
 /// namespace, and makes the class an element under its own name. Its body describes what
 /// flows may set and connect, with `element`, an fxElementOf<Class>:
 ///
@@ -314,7 +314,7 @@ private:
 ///         fxOutputView<bool> active;
 ///     };
 ///
-///     FX_ELEMENT(Level, "tells when a value has become high") {
+///     FX_ELEMENT(Level, "sends when a value has become high") {
 ///         element.property("high", &Level::high, 1.0, "what is high");
 ///         element.input("level", &Level::take, "the value");
 ///         element.output("active", &Level::active, "whether it is high, when that changes");

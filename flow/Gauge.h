@@ -16,7 +16,7 @@ struct fxLook {
 
 /// Takes a quantity in on "level" and shows it as text, bar and sparkline. What it shows it
 /// passes on on "shown", and whether it is shown, on "existence". The element Gauge; its
-/// description tells what the channels are for.
+/// description says what the channels are for.
 class FX_API fxGauge : public fxElement {
 public:
     fxGauge();  ///< One without a name.
@@ -28,7 +28,7 @@ public:
 
     static std::vector<std::string> units();  ///< "percent", "number", "count", "bytes".
 
-    const fxStr& getName() const { return name; }  ///< What stands before the value.
+    const fxStr& getName() const { return name; }  ///< The text before the value.
     bool hasAlarm() const { return alarm; }        ///< Whether it is marked.
     bool isPresent() const { return present; }     ///< Whether there is what it measures.
 
@@ -45,7 +45,7 @@ public:
     static fxStr bar(float share, unsigned int columns, bool isUnicode);
 
     ///@{
-    /// What a flow sets; the element's description tells what it means.
+    /// What a flow sets; the element's description says what it means.
     fxStr name;
     std::string unit = "number";
     double full = 100;

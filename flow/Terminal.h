@@ -38,7 +38,7 @@ public:
     /// place of what was there.
     void draw(const std::vector<fxStr>& lines, const fxStr& last) const;
 
-    /// Writes the text as it is. What the terminal does not take is lost.
+    /// Writes the text as it is. Bytes that the terminal does not accept are lost.
     void write(const fxStr& text) const;
 };
 

@@ -1,4 +1,4 @@
-// The text of a flow: what it says, and everything that is wrong with it.
+// The text of a flow: its statements, and all problems in it.
 #ifndef FLOW_TEXT_H
 #define FLOW_TEXT_H
 

@@ -25,18 +25,18 @@ public:
     virtual fxAlarm::Time now() const = 0;  ///< Never goes back.
     ///@{
     /// Calls `action` once after `delay`, or every `interval`, until the alarm is stopped
-    /// or `context` (borrowed; or null) begins to end. What an action throws is a complaint
+    /// or `context` (borrowed; or null) begins to end. An exception of an action is a complaint
     /// of the context where that is an object of a flow. Requires: interval > 0.
     virtual fxRef<fxFlowAlarm> after(fxAlarm::Span delay, fxObj* context, Action action) = 0;
     virtual fxRef<fxFlowAlarm> every(fxAlarm::Span interval, fxObj* context, Action action) = 0;
     ///@}
 
     static fxFlowTime& steady();  ///< The time of the steady clock.
-    /// A duration from a number of seconds, as properties give it; what is below 1 ns is 1 ns.
+    /// A duration from a number of seconds, as properties give it; at least 1 ns.
     static fxAlarm::Span seconds(double count);
 };
 
-/// A time that passes only when it is told to, for tests. It begins at 0.
+/// A time that only its owner advances, for tests. It begins at 0.
 class FX_API fxMadeUpTime : public fxFlowTime {
 public:
     fxMadeUpTime();

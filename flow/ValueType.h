@@ -134,7 +134,7 @@ struct fxFlowType {
     fxRef<fxObj> (*makeRelay)(fxFlowDelivery);  ///< From its input "in" to its output "out".
     /// Calls the watcher with each value of the output, until the context (borrowed) ends.
     fxConnection (*watch)(fxOutputChannel* output, fxObj* context, Watcher watcher);
-    /// Sends what the text says on the output, at once; false, and nothing is sent, when it
+    /// Sends the value of the text on the output, at once; false, and nothing is sent, when it
     /// is no value of the type.
     bool (*send)(fxOutputChannel* output, const std::string& text);
 };

@@ -34,7 +34,7 @@ double field(const char* text, const char* name, double missing) {
 
 constexpr double kibPerGib = 1024.0 * 1024.0;
 
-// Whether the device only passes on to others what it is given, or keeps it in memory.
+// Whether the device passes everything on to other devices, or is in memory.
 bool isNoDisk(const std::string& name) {
     for (const char* const prefix : {"loop", "ram", "zram", "dm-", "md", "sr", "fd"}) {
         if (name.compare(0, std::strlen(prefix), prefix) == 0) return true;
@@ -60,8 +60,8 @@ private:
     double lastCount = notYet;
 };
 
-// Reads a file when it is time, or when it is told to. When the file cannot be read or
-// understood, it tells the reason and is off from then on.
+// Reads a file when its time has come, and on request. When the file cannot be read or
+// understood, it reports the reason and is off from then on.
 class Sampler : public fxElement {
 public:
     // `file_` below the directory; `what_` names what is lost without it. Borrowed.

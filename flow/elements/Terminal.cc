@@ -17,7 +17,7 @@
 // thing that the examples need beside the library and libc. Colours are the
 // terminal's own red and green, so that they suit a light and a dark ground.
 //
-// What giving the terminal back takes is kept in static storage and done with
+// The data needed to give the terminal back is in static storage, and giving it back uses
 // calls that are allowed in signal handlers: a process that is dying can still
 // do it, once, whichever way it dies.
 
@@ -65,7 +65,7 @@ void restoreOnErrors() {
     }
 }
 
-// What the locale says; where it is not installed, what its name says.
+// The encoding of the locale; of one that is not installed, the encoding in its name.
 bool localeIsUtf8() {
     const locale_t locale = newlocale(LC_CTYPE_MASK, "", nullptr);
     if (locale != nullptr) {

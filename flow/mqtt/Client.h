@@ -47,7 +47,7 @@ protected:
     mosquitto* getClient() const { return client; }  ///< Null before the first connection.
 
     ///@{
-    /// Called when the library may be called again. comeOnline() is told whether the broker has
+    /// Called when the library may be called again. comeOnline() gets whether the broker has
     /// kept the session, and returns false for a client that is to be made anew and connected
     /// again.
     virtual bool comeOnline(bool isKnown) = 0;

@@ -11,7 +11,7 @@
 #include "fxds/detail/Suggestion.h"
 
 // Everything is looked up in descriptions; no object is made. What a fault leaves unknown
-// is not looked at further: each fault is told once.
+// is not looked at further: each fault is reported once.
 
 namespace {
 

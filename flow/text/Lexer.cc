@@ -169,7 +169,7 @@ void fxFlowLexer::takeQuoted(fxFlowToken& token) {
     token.kind = fxFlowToken::Kind::unknown;
 }
 
-// Returns false, and tells it, for what is none.
+// Returns false, and reports the problem, if there is none.
 bool fxFlowLexer::takeEscape(std::string& value) {
     const size_t begin = here;
     const char c = at(begin + 1);

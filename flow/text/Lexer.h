@@ -24,7 +24,7 @@ struct fxFlowToken {
     std::string shown() const;  ///< As problems name it.
 };
 
-/// Reads one token after the other. What is no token is a problem, told here; the token is
+/// Reads one token after the other. Anything else is a problem, reported here; the token is
 /// "unknown" then. The end of a line that goes on in the next one is passed over.
 class fxFlowLexer {
 public:
@@ -32,7 +32,7 @@ public:
     fxFlowLexer(std::string_view text, fxFlowFile file, fxFlowProblems& problems);
 
     void next(fxFlowToken& token);  ///< Keeps the room of the token's texts.
-    /// What is no token is a problem or not: not in a statement that has one already.
+    /// Whether a faulty token is a problem: not in a statement that has one already.
     void setTelling(bool isTold) { isTelling = isTold; }
 
 private:

@@ -57,7 +57,7 @@ void fxFlowReading::readFile(const std::string& path, const fxFlowText::Word* fr
     chain.resize(depth);
 }
 
-// Where it succeeds, the file stands at the end of the chain.
+// On success the file is at the end of the chain.
 std::string fxFlowReading::contents(const std::string& path, std::string& text) {
     if (chain.size() >= deepest) return "is included more than 32 deep";
     if (++reads > mostFiles) return "is one file too many: a flow has up to 1000";

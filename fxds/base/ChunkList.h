@@ -7,7 +7,7 @@
 #include <utility>
 #include <vector>
 
-// Elements stand in chunks of equal size. Against a vector that doubles, this
+// Elements are in chunks of equal size. Against a vector that doubles, this
 // touches each page of memory once, which is most of what long lists that live
 // for one call cost; and pointers to elements stay good.
 

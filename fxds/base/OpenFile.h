@@ -10,7 +10,7 @@
 #include <string>
 
 /// A descriptor for reading the file at `path`; negative, with the reason in errno,
-/// when there is none. What is no file is not opened: reading it might never end, and
+/// when there is none. Other kinds of files are not opened: reading them might never end, and
 /// opening it may already do something, as letting the writers of a FIFO go on.
 inline int fxOpenFile(const std::string& path) {
     if (path.find('\0') != std::string::npos) return errno = EINVAL, -1;

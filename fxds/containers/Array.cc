@@ -17,7 +17,7 @@
 // Keeping the two apart lets capacity grow by four elements at a time while
 // the block grows geometrically.
 //
-// What changes place is moved as bytes; hooks run only where an element begins,
+// Elements that change place are moved as bytes; hooks run only where an element begins,
 // ends or is doubled.
 
 fxArray::fxArray(unsigned short size, unsigned int count)

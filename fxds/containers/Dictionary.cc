@@ -5,7 +5,7 @@
 #include "fxds/containers/HashContainer.h"
 #include "fxds/containers/HashXdr.h"
 
-// The mechanism is fxHashCore's. What is left here is what makes a dictionary
+// The mechanism is fxHashCore's. This file adds what makes a dictionary
 // of it: values, merging, and which hooks are called.
 
 typedef fxHashCore<fxDictionary> Core;

@@ -40,7 +40,7 @@ struct fxDirectHooks<fxStr> {
     static fxDirectHooks ofStored() { return {}; }
 };
 
-/// What is looked for is a view, what is stored an fxStr. As there, the hash sees all
+/// The key of a search is a view, a stored key an fxStr. As there, the hash sees all
 /// bytes, comparison and fingerprint those before the first zero.
 template <>
 struct fxDirectHooks<std::string_view> {

@@ -1,6 +1,6 @@
 #include "fxds/Sequencer.h"
 
-// The taken numbers stand in `ranges`, ascending by start. Handing out needs
+// The taken numbers are in `ranges`, ascending by start. Handing out needs
 // only the first range: below its start everything is free, and once it starts
 // at 0 its end is the lowest free number. Ranges that come to touch are merged
 // at once, so that this stays true.

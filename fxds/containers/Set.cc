@@ -7,7 +7,7 @@
 #include "fxds/containers/HashContainer.h"
 #include "fxds/containers/HashXdr.h"
 
-// The mechanism is fxHashCore's. What is left here is the algebra. It walks by
+// The mechanism is fxHashCore's. This file adds the algebra. It walks by
 // registered iterators, so an operand may be the set itself.
 
 typedef fxHashCore<fxSet> Core;

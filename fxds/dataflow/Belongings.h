@@ -16,7 +16,7 @@
 #include "fxds/Str.h"
 #include "fxds/detail/Allocate.h"
 
-// A table of channels is a property, so it may be held by others, stand in the
+// A table of channels is a property, so others may hold it, it may be in the
 // lists of several objects, leave a list and come back. Which channels belong
 // to an object therefore does not depend on tables: each channel is linked to
 // the object that it was added to.

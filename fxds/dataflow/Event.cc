@@ -123,7 +123,7 @@ void fxMessageEvent::operator delete(void* memory, std::align_val_t alignment) {
 }
 
 // An event that is being delivered, and is deleted afterwards, also by an exception.
-// What was made by a send is of a known class, whose functions need not be looked for.
+// An event made by a send is of a known class, so its functions are called directly.
 class fxEvent::Delivered {
 public:
     explicit Delivered(fxEvent& event_) : event(&event_), isSent(event_.origin == Origin::sent) {
@@ -158,7 +158,7 @@ private:
 
 void fxEvent::deliverAndEnd() { Delivered(*this).deliver(); }
 
-// A walk over the queue, which tells it of every event that leaves.
+// A walk over the queue, which is called for every event that leaves.
 class fxEventQueue::Walk : public fxWalk<Walk> {
 public:
     explicit Walk(fxEventQueue& queue, fxMessageIndex* index_ = nullptr)

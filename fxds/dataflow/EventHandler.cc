@@ -22,7 +22,7 @@ void fxEventHandler::postEvent(fxEvent* event, unsigned char urgent) {
 
 namespace {
 
-// Ends what reaches no input, unless it is held.
+// Ends a value that reaches no input, unless it is held.
 void drop(fxData* data) {
     if (data != nullptr) fxHold<fxData>{data};
 }
@@ -119,7 +119,7 @@ unsigned char zapMessageEvents(fxEvent* event, void* input) {
 }
 
 // The channel of a message is held by it and may be followed to the real input;
-// what another event calls its channel may have ended and is only compared.
+// the channel of another event may have ended, so its address is only compared.
 unsigned char fxEventHandler::leadsTo(fxEvent* event, void* input) {
     if (event->origin != fxEvent::Origin::other &&
         static_cast<fxMessageEvent*>(event)->channel->target() == input) {

@@ -11,7 +11,7 @@
 #include "fxds/dataflow/Explain.h"
 #include "fxds/dataflow/TraceLines.h"
 
-// The channels of an object stand in two dictionaries, which are kept as
+// The channels of an object are in two dictionaries, which are kept as
 // properties and made when they are needed (see Belongings.h). A property counts as a channel table
 // only if its destructor is the one that tables have: a program may use the names for properties of
 // another kind.

@@ -31,7 +31,7 @@ namespace {
 unsigned short nextTag = 0;
 
 // Where a name may be in the table of names. The table is public and may be written, so
-// this is a hint: what it finds is compared, and what it does not find is looked for.
+// this is a hint: a hit is compared with the table, and a miss walks the table.
 class NameHint {
 public:
     /// Tables with fewer names are walked over.

@@ -14,7 +14,7 @@ class fxEvent;
 class fxObj;
 
 /// Unless said otherwise, a function writes a line, or nothing when its kind is
-/// off, and only looks at what it is given.
+/// off, and does not change its arguments.
 namespace fxTraceLines {
 
 /// The name of an object's class: its className(), or, when no class below the

@@ -1,4 +1,4 @@
-// What to say of a name that there is not, and of types that do not go together. Part of
+// Messages about names that do not exist, and about types that do not match. Part of
 // what libraries on top of this one use, not of the interface.
 #ifndef FXDS_DETAIL_SUGGESTION_H
 #define FXDS_DETAIL_SUGGESTION_H

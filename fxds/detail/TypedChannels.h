@@ -208,7 +208,7 @@ public:
     fxInputChannel* channel = nullptr;  // that keeps it
 };
 
-// What an input is made of, but for its name and closure.
+// The parts of an input, but for its name and closure.
 struct InputFunction {
     unsigned short type;
     void (*function)();

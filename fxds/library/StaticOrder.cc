@@ -21,7 +21,7 @@
 // last of them is found. It is in one source file because only within one
 // file does the language promise an order.
 //
-// The bases, by which a reader tells whether an object may stand where a
+// The bases, by which a reader decides whether an object may be where a
 // pointer of another class is declared, are constants and need no order.
 
 namespace {

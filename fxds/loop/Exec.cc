@@ -30,7 +30,7 @@
 // removal corrects. An application that is destroyed while it is still counted
 // is marked (markDestroyed()): its address is compared but never followed.
 //
-// What poll() calls may also throw. Between two calls nothing is pending but what
+// The functions that poll() calls may throw. Between two calls nothing is pending but what
 // the next poll() finds again: descriptors stay ready, events stay queued, and
 // walks are registered by objects that leave their list however they end.
 

@@ -13,7 +13,7 @@
 
 // Receivers are called in the middle of the buffer, so whatever they do is done
 // between two lines: a line is taken out of the buffer before it is sent, and every
-// call finds its place in the members. A Delivery on the stack tells whether the
+// call finds its place in the members. A Delivery on the stack records whether the
 // reader still exists.
 //
 // Invariants, between any two calls: (1) If there are whole lines in the buffer, or
@@ -31,7 +31,7 @@ constexpr size_t keptBytes = 4096;  // what an empty buffer may keep of its memo
 
 }  // namespace
 
-// Delivers the rest of the buffer from the queue. It may be deleted by whoever
+// Delivers the rest of the buffer from the queue. It may be deleted by the code that
 // empties the queue.
 class fxLineReader::Continuation : public fxEvent {
 public:
@@ -101,7 +101,7 @@ void fxLineReader::handleRead() {
     deliver();
 }
 
-// What interrupts the read, or says that there is nothing after all, is no end.
+// EINTR and EAGAIN do not end the input.
 void fxLineReader::readMore() {
     pollfd asked = {fd, POLLIN, 0};
     if (poll(&asked, 1, 0) == 0) return;

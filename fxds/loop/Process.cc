@@ -247,7 +247,7 @@ fxProcess::fxProcess(const fxCommand& command) {
 }
 
 // An error number, and the process is gone, or 0. Where SIGCHLD is ignored the system may
-// have taken the process away by now; then a descriptor that is ready tells of its end.
+// have taken the process away by now; then a ready descriptor reports its end.
 int fxProcess::watch(bool hasGroup) {
     int fd = processDescriptor(pid);
     const bool isGone = fd < 0 && errno == ESRCH;

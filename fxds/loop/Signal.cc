@@ -8,7 +8,7 @@
 #include "fxds/loop/HandlerTable.h"
 
 // A signal handler may run in any thread at any time, even while the last object
-// goes. So what it uses is never freed: a flag for each signal, and one fxWakeup,
+// goes. So the data it uses is never freed: a flag for each signal, and one fxWakeup,
 // which is in the executive's table only while there are objects.
 //
 // Invariants: (1) The signals of the valid objects, and no others, have count > 0,

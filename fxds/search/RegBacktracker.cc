@@ -197,7 +197,7 @@ const Step* Backtracker::resume() {
     return nullptr;
 }
 
-// Counts work, and tells whether to go on. `reached` has been looked at.
+// Counts work, and returns whether to go on. `reached` has been looked at.
 inline bool Backtracker::spend(size_t cost, const char* reached) {
     work += cost;
     return __builtin_expect(work <= workLimit, true) || isWorthMore(reached);

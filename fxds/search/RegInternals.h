@@ -84,7 +84,7 @@ struct Step {
     unsigned short place;      // number of the first place that a thread can be at
     unsigned int length;       // EXACTLY
     unsigned int text;         // EXACTLY: offset in the copy of the program
-    // Offsets of tables: table[c] & mask tells whether byte c is in the set.
+    // Offsets of tables: table[c] & mask is set if byte c is in the set.
     unsigned int set;     // what is matched (ANYOF, ANYBUT, STAR, PLUS)
     unsigned int follow;  // what can come first in the alternative (BRANCH), or
                           // behind the repetition (STAR, PLUS)
@@ -184,7 +184,7 @@ struct Plan {
     static constexpr size_t rangeLimit = 4;
     static constexpr size_t pairLimit = 8;
 
-    /// Whether what every match needs is looked for before anything is tried.
+    /// Whether the text that every match needs is searched before a match is tried.
     bool findsNeeded() const {
         return startKind == Start::runAndPair || startKind == Start::needed;
     }

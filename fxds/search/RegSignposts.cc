@@ -91,7 +91,7 @@ bool Signposts::isNeeded(const ByteSet& set) {
     return true;
 }
 
-// What comes before a needed byte is held against the subject before a match is tried,
+// The text before a needed byte is compared with the subject before a match is tried,
 // so a set with something before it is worth more than one that is rarer.
 void Signposts::consider(const ByteSet& set, NeededSet& best) {
     constexpr unsigned int withoutPrefix = 16;

@@ -11,7 +11,7 @@
 
 namespace fxRegProgram {
 
-/// At most `limit` items in an array: what is worked out here is small or not wanted.
+/// At most `limit` items in an array: larger results are not wanted here.
 template <class T, size_t limit>
 class Few {
 public:

@@ -87,7 +87,7 @@ const char* StartFinder::skipTo(const TableSet& set, const char* from) const {
     return from;
 }
 
-// Where every match is a run and then a text, the first text tells where the first
+// Where every match is a run and then a text, the first text gives where the first
 // run may be, all of it up to there.
 const char* StartFinder::findRunAndPair(const char* from) {
     const Step* const firstRun = &steps[plan.runFirst];

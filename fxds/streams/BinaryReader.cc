@@ -19,7 +19,7 @@
 #include "fxds/streams/StreamMarks.h"
 
 // fxRecordReader takes the stream apart into records. This class says what each
-// means: it checks it and tells fxReaderGraph, which holds what has been made.
+// means: it checks it and calls fxReaderGraph, which holds what has been made.
 // readObject() reads the body of the root, and then bodies and blocks as they
 // come for as long as some number is awaited that the stream has not defined.
 //
@@ -244,7 +244,7 @@ fxBool fxBinaryReader::conclude(bool succeeded, fxXDRObj& object, void* address)
     settle();
     hasFailed |= !succeeded;
     if (address == partUnderWay) {
-        if (!fxIsRootOfPart(object)) return succeeded;  // the object is told, or asked
+        if (!fxIsRootOfPart(object)) return succeeded;  // the object gets this call
         if (succeeded) graph->noteEndOfPart(object);
     } else if (succeeded) {
         graph->noteEnd(object);
@@ -342,7 +342,7 @@ bool fxBinaryReader::readInstance() { return readDefinition(nullptr); }
 
 // Private functions.
 
-// `root` is what the object is asked for as, if it is a root.
+// `root` is the base that the caller asked for, if the object is a root.
 [[gnu::always_inline]] inline bool fxBinaryReader::readDefinition(fxTypeObj* root) {
     const bool isGood = (isContents(head.tag) || head.tag == fxTagObject) && head.id() != 0;
     if (!isGood) return refuse(Fault::damaged, baddestNews);
@@ -364,7 +364,7 @@ bool fxBinaryReader::readPieces(char* bytes, size_t byteCount) {
     }
 }
 
-// Whether numbers are read as they stand, by functions of this class.
+// Whether numbers are read as they are, by functions of this class.
 bool fxBinaryReader::hasOwnNumbers() const {
     return shorts == fxBinaryReader_shorts && longs == fxBinaryReader_longs &&
            floats == fxBinaryReader_floats && doubles == fxBinaryReader_doubles &&
@@ -377,7 +377,7 @@ bool fxBinaryReader::next() {
     return head.tag != fxTagType || defineType();
 }
 
-// What there is instead of a record. False.
+// Reports why there is no record. Returns false.
 bool fxBinaryReader::noRecord() {
     return records->isOfNoTag() && refuse(Fault::damaged, "Whoops!");
 }

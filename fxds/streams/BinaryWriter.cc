@@ -22,7 +22,7 @@
 // follow become its payload. A full buffer goes out under the record's tag, and
 // what follows under tag 0. Payload that fills whole buffers skips the buffer.
 //
-// What a pointer leads to waits on the stack `pending` and is written when the
+// The target of a pointer waits on the stack `pending` and is written when the
 // object that holds the pointer is complete. So a chain of any length needs no
 // recursion, and the stack holds no more than the pointers of one object and
 // of those on the way to it.
@@ -34,7 +34,7 @@
 // (2) Every number below nextId is that of one type (in `table`, with null as 0)
 //     or of one object, block or base part (in `seen`), until reset(); or of the
 //     block of a field that owns it, which no other field refers to.
-//     A number of an object may stand in `seen` with a mark: a helper has written a
+//     A number of an object may be in `seen` with a mark: a helper has written a
 //     pointer to this address that was declared with declaredOnes[the mark's index].
 // (3) The item of every object and block that was announced and not yet written
 //     is in `pending`, with its number.
@@ -257,7 +257,7 @@ bool fxBinaryWriter::isEmbedded(const void* object) const { return embedded->fin
 // what it holds is asked, but is not written to its end.
 fxBool fxBinaryWriter::conclude(bool succeeded, fxXDRObj& object, void* address) {
     if (address == partUnderWay) {
-        if (!fxIsRootOfPart(object)) return succeeded;  // the object is told, or asked
+        if (!fxIsRootOfPart(object)) return succeeded;  // the object gets this call
         const auto told = std::find(toldRoots.begin(), toldRoots.end(), &object);
         if (told != toldRoots.end()) return succeeded;
         toldRoots.push_back(&object);
@@ -358,7 +358,7 @@ bool fxBinaryWriter::idOf(const void* address, unsigned int& id, unsigned int ma
     return isNew;
 }
 
-// Writes a pointer to what is at the address, which is not null.
+// Writes a pointer to an address, which is not null.
 inline bool fxBinaryWriter::refer(const void* slot, fxTypeObj& declared, fxXDRObj* object,
                                   const void* address, unsigned int mark) {
     if (slot == owner && slot != nullptr && !isFirst(*owned, ownedCount, address)) return false;
@@ -433,7 +433,7 @@ bool fxBinaryWriter::writePending() {
         const unsigned int last = pending.length() - 1;
         const std::unique_ptr<fxBinaryWriterItem> item(itemAt(last));
         pending.remove(last, 1);
-        // Memory is what costs here: what the next item stands for can be on its way
+        // Memory is what costs here: what the next item denotes can be on its way
         // meanwhile, and some items after that.
         if (last > 0) fetchSoon(itemAt(last - 1)->address);
         if (last > 3) __builtin_prefetch(itemAt(last - 4));

@@ -28,7 +28,7 @@ public:
     }
 
     ///@{
-    /// Room to build up to `most` bytes in, of which added() tells how many were.
+    /// Room to build up to `most` bytes in, of which added() says how many were used.
     /// Null when each put() is to be a write of its own, and when the stream does
     /// not take what is there.
     char* room(size_t most) { return left() >= most ? next : makeRoom(); }

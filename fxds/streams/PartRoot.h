@@ -10,7 +10,7 @@
 // each that brings its own. Its record counts the first as the object's.
 
 /// Whether `root`, of a part that an object inherits, is not that of the object,
-/// so that the part is told of its own end.
+/// so that the part gets the call for its own end.
 inline bool fxIsRootOfPart(fxXDRObj& root) {
     const fxTypeObj* const type = root.getTypeObj();
     if (type == nullptr || type->typeInfo == nullptr || *type->typeInfo != typeid(root)) {

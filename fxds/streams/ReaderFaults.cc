@@ -8,7 +8,7 @@
 #include "fxds/streams/RecordReader.h"
 #include "fxds/streams/StreamMarks.h"
 
-// What the reader does about a stream that is wrong. A fault is noted or fatal;
+// How the reader handles faults in a stream. A fault is noted or fatal;
 // once it is noted, the records answer as at the end of the stream, so that no
 // operation needs to ask whether there is one. An object that makes do after a failure
 // leaves records unread, which are passed over.

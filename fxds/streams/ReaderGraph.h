@@ -33,7 +33,7 @@ struct fxBinaryReaderItem {
     bool isMark() const { return wanted >= holderMark && !isOwnBlock(); }  ///< For nothing.
 
     void* slot;           ///< Address of the pointer, or the fxStr. Of a mark: the part, the
-                          ///< count of a block, the fxXDRObj that is told of success, or the
+                          ///< count of a block, the fxXDRObj whose xdrSuccess() is called, or the
                           ///< pointer that holds what it gets.
     unsigned int id;      ///< The number that it waits for; while it is linked, the place that
                           ///< was linked before it, as its index + 1, or 0. The first place that
@@ -88,17 +88,17 @@ public:
         ++awaited;
     }
     ///@{
-    /// The same for a place; whether what the number stands for suits it: a pointer to
+    /// The same for a place; whether what the number denotes suits it: a pointer to
     /// an object, a block of at least so many bytes, for a string or a pointer.
     bool awaitObject(fxReaderEntry& entry, const fxTypeObj& declared);
     bool awaitBlock(fxReaderEntry& entry, unsigned int least, bool isText);
     ///@}
     /// Takes in the places that helpers have entered in the list of what is ready, which
     /// comes before whatever else has to do with places. False when one does not suit its
-    /// number; it and those behind it are forgotten. takesPointer() tells which kind it was.
+    /// number; it and those behind it are forgotten. takesPointer() says which kind it was.
     bool takeReadyPlaces();
     bool takesPointer() const { return isBadPointer; }
-    /// The same, for what no place is to get.
+    /// The same, for a number that no place is to get.
     void awaitInVain(fxReaderEntry& entry, fxReaderEntry::Kind kind);
     /// How many numbers are awaited and not defined.
     unsigned int awaitedCount() const { return awaited; }
@@ -221,7 +221,7 @@ public:
     /// Ends a graph whose numbers are all defined. completes() says whether every
     /// place can be filled; if so, commit() fills the loose ones, and hands out
     /// what these and the root lead to. Then tell() has the holders hold their objects,
-    /// and tells the objects, in the order in which they were made.
+    /// and calls the objects, in the order in which they were made.
     bool completes(const fxReaderEntry& root);
     void commit();
     void tell(fxTranscriber& transcriber);

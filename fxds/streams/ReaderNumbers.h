@@ -1,4 +1,4 @@
-// The record numbers that the reader has met, and the blocks that they stand for.
+// The record numbers that the reader has met, and the blocks that they denote.
 #ifndef FXDS_STREAMS_READERNUMBERS_H
 #define FXDS_STREAMS_READERNUMBERS_H
 
@@ -18,7 +18,7 @@
 #include "fxds/streams/TextChunks.h"
 
 /// The entries. Numbers run from 1 on in the streams of our writer, so that most
-/// stand in one array, indexed by number. It grows only in proportion to the
+/// are in one array, indexed by number. It grows only in proportion to the
 /// number of records with numbers that were read; a number far beyond it gets an
 /// entry of its own, which the dictionary finds. Once there is one of those,
 /// later numbers beyond the array follow it. Types that outlive the objects have
@@ -154,7 +154,7 @@ private:
         return makeFar(id);
     }
     // Some numbers before the first one that shows up may follow it; the types,
-    // which stand apart, come before.
+    // which are kept apart, come before.
     void place(unsigned int id) {
         first = id - std::min<size_t>(id, step);
         for (const unsigned int type : typeIds) first = std::max(first, type + size_t{1});

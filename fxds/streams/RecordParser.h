@@ -1,4 +1,4 @@
-// The records of a binary stream, as they stand in the file.
+// The records of a binary stream, as they are in the file.
 #ifndef FXDS_STREAMS_RECORDPARSER_H
 #define FXDS_STREAMS_RECORDPARSER_H
 

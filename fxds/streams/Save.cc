@@ -75,7 +75,7 @@ public:
         throw Failure{ELOOP};
     }
 
-    // Whether a file is there; what is no regular file is not replaced.
+    // Whether a file is there; only regular files are replaced.
     bool isThere(struct stat& status) const {
         const int flags = AT_SYMLINK_NOFOLLOW;
         if (name.empty()) throw Failure{EISDIR};
@@ -188,7 +188,7 @@ void saveAs(const Target& target, fxDetail::WriteRoot* writeRoot, void* root,
     checked(stream.flush() ? 0 : -1);  // a full disk shows here at the latest
     checked(uninterrupted([&] { return ::fsync(file.fd); }));
     checked(stream.close() ? 0 : -1);
-    target.isThere(old);  // what came to the path meanwhile is looked at, too
+    target.isThere(old);  // the path may lead to another file by now
     file.takePlace();
     // Some file systems have nothing to sync.
     if (uninterrupted([&] { return ::fsync(target.folder->fd); }) != 0 && errno != EINVAL) {

@@ -171,7 +171,7 @@ bool fxStdioStream::get(void* bytes, size_t byteCount) {
     return true;
 }
 
-// The same from the buffer. What is as long as the buffer is read to its place.
+// The same from the buffer. A request as long as the buffer is read directly to its place.
 bool fxStdioStream::takeBytes(void* bytes, size_t byteCount) {
     char* place = static_cast<char*>(bytes);
     while (byteCount > 0) {

@@ -49,7 +49,7 @@ struct Header {
     long longs = 0;
 };
 
-// Whether the first bytes of a header might stand here.
+// Whether these may be the first bytes of a header.
 bool mayBegin(const fxStackBuffer& name, const fxVoidPtrDict& readers) {
     const std::string_view begun = name.view();
     for (const auto [known, factory] : readers) {

@@ -12,7 +12,7 @@
 // begin. A graph is complete when all ids that were mentioned are defined; then
 // an object must begin the next.
 //
-// What a class does with its fields is not known here. So a record is taken for
+// The fields of a class are not known here. So a record is taken for
 // what it says, although a reader that wants a number takes the payload of
 // whatever record comes. The contents of blocks do have a known length, and are
 // counted as the reader counts them.

@@ -11,7 +11,7 @@
 
 namespace fxStreamParts {
 
-/// What stands behind an id.
+/// What an id denotes.
 struct Entry {
     enum Kind { unknown, type, block, object, part };
 

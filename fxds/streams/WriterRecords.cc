@@ -107,7 +107,7 @@ inline bool fxBinaryWriter::putShort(const fxBinaryWriterItem& item) {
 }
 
 // Writes the record being built with this payload, of up to a buffer's length.
-// What comes next is data. Most payloads are short, and then they are copied
+// Data comes next. Most payloads are short, and then they are copied
 // without regard to their length. Requires: a short one is at the front of `buffer`.
 bool fxBinaryWriter::writeRecord(const char* payload, unsigned int payloadBytes) {
     if (fxStreamTrace::isOn()) trace();

@@ -147,7 +147,7 @@ void fxStr::insert(std::string_view text, unsigned int pos) {
         std::memcpy(gap, from, n);
         return;
     }
-    // What lay before the gap is where it was, the rest has moved up by n.
+    // The text before the gap is where it was, the rest has moved up by n.
     const size_t before = within < pos ? std::min<size_t>(n, pos - within) : 0;
     std::memcpy(gap, data + within, before);
     std::memcpy(gap + before, data + within + before + n, n - before);

@@ -4,7 +4,7 @@
 
 #include "fxds/Str.h"
 
-// Searches, and what is cut out between two finds. A search is for one byte or
+// Searches, and the pieces between two finds. A search is for one byte or
 // for a set of bytes: both are classes that answer whether a byte is wanted, and
 // each search is written once over them.
 

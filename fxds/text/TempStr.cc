@@ -2,7 +2,7 @@
 
 #include "fxds/detail/Allocate.h"
 
-// Where the text is, is told by the pointer and not by the length: a copy of
+// The pointer, not the length, decides where the text is: a copy of
 // exactly 100 bytes lies in a block, the result of a concatenation of 100 bytes
 // in the buffer. Blocks have one byte to spare.
 

@@ -26,7 +26,7 @@ private:
     void edge(const fxStreamParts::StreamWalk& walk, unsigned int to, const char* look);
 
     FILE* out;
-    bool hasStart;  // pointers that stand outside of any object begin there
+    bool hasStart;  // pointers outside of any object begin there
 };
 
 #endif

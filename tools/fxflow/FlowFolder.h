@@ -20,7 +20,7 @@ public:
         std::string file() const { return name + '.' + std::to_string(process); }
     };
 
-    /// Opens the folder, and makes it when there is none. Where whyNot() tells a reason
+    /// Opens the folder, and makes it when there is none. Where whyNot() gives a reason
     /// there is none to use.
     FlowFolder();
     FlowFolder(const FlowFolder&) = delete;

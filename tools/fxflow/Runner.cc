@@ -136,7 +136,7 @@ void Runner::loop() {
     }
 }
 
-// What is queued when the flow is told to end still arrives, unless it goes in circles.
+// What is queued when the flow is to end still arrives, unless it goes in circles.
 void Runner::finishQueue() {
     const auto limit = fxAlarm::Clock::now() + std::chrono::seconds(1);
     while (!fx_theEventHandler->isEmpty() && fxAlarm::Clock::now() < limit) {

@@ -53,7 +53,7 @@ std::string escaped(const std::string& text) {
             case '<':
                 xml += "&lt;";
                 break;
-            case '>':  // "]]>" may not stand in text
+            case '>':  // "]]>" may not be in text
                 xml += "&gt;";
                 break;
             case '"':

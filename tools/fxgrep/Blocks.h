@@ -28,7 +28,7 @@ public:
 
     /// Reads on until there is a block of whole lines; the last one may lack its
     /// newline. Returns false at the end, at a zero byte that is looked for, and on
-    /// trouble, which `error` tells.
+    /// trouble, which `error` names.
     bool next() {
         if (kept != 0) std::memmove(buffer.data(), end, kept);
         while (error == 0 && !isAtEnd) {

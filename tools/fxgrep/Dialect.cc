@@ -34,7 +34,7 @@ unsigned char otherCase(unsigned int c) {
                                                               : std::tolower(byte));
 }
 
-// Brackets and bars stand where they mean themselves.
+// Brackets and bars are where they mean themselves.
 std::string writeSet(const std::vector<bool>& set, bool isNegated) {
     std::string members;
     for (unsigned int c = 1; c < 256; ++c) {

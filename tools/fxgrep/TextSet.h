@@ -54,7 +54,7 @@ private:
     // two bytes are these; 0 when a text may begin with the window's bytes.
     std::vector<unsigned char> moves;
     // For those, by the last two bytes again, a list of the texts: its head, and for each
-    // text the next one. A text is told by its index plus 1.
+    // text the next one. A text is denoted by its index plus 1.
     std::vector<uint32_t> heads, nexts;
 };
 

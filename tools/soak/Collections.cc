@@ -331,7 +331,7 @@ void copy(const Table& table) {
     if (made.contents() != table.contents()) torturer->fail("another copy");
 }
 
-// Removes entries while iterators stand on them.
+// Removes entries that iterators are on.
 template <class Table>
 void removeSome(Table& table) {
     for (auto i = table.begin(); i.notDone(); ++i) {
