@@ -1,4 +1,5 @@
-// Damaged and hostile streams: every end is success, null or a documented message.
+// Streams by hand: what a reader makes of each is stated. Every end is a graph, null or
+// a documented message.
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 
@@ -13,70 +14,51 @@
 
 namespace {
 
-class HostileStream : public ::testing::Test {
-protected:
-    static void SetUpTestSuite() { fxInitializeToolkit(); }
-    void TearDown() override { Received::deleteAll(); }
-
-    /// How reading a C from the bytes ends: "read", "null" or a message. It makes
-    /// no difference how many of them the stream has at hand, and whether what is
-    /// wrong is fatal or an answer.
-    template <class C>
-    static std::string end(const std::string& bytes) {
-        C* root = nullptr;
-        const std::string message = fatalMessage([&] {
-            StingyStream stream(bytes, 0);
-            root = loaded<C>(stream);
-        });
-        const std::string how = endOf(root, message);
-        StingyStream stream(bytes, 90);
-        fxLoaded<C> answer = fxLoad<C>(stream);
-        EXPECT_TRUE(answer || Listed::all().empty());
-        EXPECT_EQ(endOf(answer.release(), how == "null" ? "" : answer.fault().reason), how);
-        return how;
-    }
-    template <class C>
-    static std::string endOf(C* root, const std::string& message) {
-        if constexpr (std::is_same_v<C, Rich>) {
-            if (root != nullptr) sumOf(*root);
-        } else if constexpr (!std::is_base_of_v<Listed, C>) {
-            delete root;
-        }
-        Received::deleteAll();
-        return !message.empty() ? message : root != nullptr ? "read" : "null";
-    }
-    template <class C>
-    static std::string endOfRecords(const std::string& records) {
-        return end<C>(header() + records);
-    }
-    static void expectDocumented(const std::string& how, size_t at) {
-        EXPECT_TRUE(how == "read" || how == "null" || isDocumentedMessage(how))
-            << at << ": " << how;
-    }
+/// Makes do when its transcription fails.
+class Forgiving : public Node {
+    FX_TRANSCRIBABLE(Forgiving)
+    fxBool xdrFail(fxTranscriber&, void* object) override { return object == this; }
 };
+FX_TRANSCRIBABLE_TYPE(Forgiving, "Forgiving", 1, Listed);
+fxBool Forgiving::xdr(fxTranscriber& t) { return fxXdr(t, text) && false; }
 
-const std::string node = long8(0) + long8(1);  // number, empty text
+/// Does not care whether its containers could be read, and throws away what
+/// they have got so far.
+class Careless : public Listed {
+    FX_TRANSCRIBABLE(Careless)
+    fxStrArray strings;
+    fxStrStrDictionary dictionary;
+    std::vector<Listed*> objects;
+};
+FX_TRANSCRIBABLE_TYPE(Careless, "Careless", 1, Listed);
+fxBool Careless::xdr(fxTranscriber& t) {
+    for (int i = 0; i < 2; ++i) {
+        if (!fxXdr(t, strings)) strings = fxStrArray();
+        if (!fxXdr(t, dictionary)) dictionary.cleanup();
+    }
+    if (!fxXdrObjects(t, objects)) std::vector<Listed*>().swap(objects);
+    return 1;
+}
 
-std::string nodeRoot() { return typeRecord(2, "Node") + objectRecord(1, 2, node); }
-std::string stringRoot(unsigned int length) {
-    return typeRecord(2, "fxStr") + objectRecord(1, 2, long8(length));
-}
-std::string arrayRoot(unsigned int byteCount, unsigned int size, const std::string& items = "") {
-    return typeRecord(2, "ARRAY") +
-           objectRecord(1, 2, word(byteCount) + word(size) + word(size, 2) + items);
-}
-std::string dictRoot(unsigned int count, unsigned int keySize, unsigned int valueSize,
-                     unsigned long buckets, const std::string& more = "") {
-    return typeRecord(2, "DICT") +
-           objectRecord(1, 2,
-                        word(count) + word(keySize) + word(keySize) + word(valueSize) +
-                            long8(valueSize) + long8(static_cast<long>(buckets)) + more);
-}
-std::string setRoot(unsigned int count, unsigned int keySize, unsigned long buckets,
-                    const std::string& more = "") {
-    return typeRecord(2, "SET") + objectRecord(1, 2,
-                                               word(count) + word(keySize) + long8(keySize) +
-                                                   long8(static_cast<long>(buckets)) + more);
+/// Owners and plain pointers of texts, and owners of objects.
+class Owners : public Listed {
+    FX_TRANSCRIBABLE(Owners)
+    ~Owners() override {
+        for (char* text : {first, second, shared}) std::free(text);
+    }
+    char* first = nullptr;
+    char* second = nullptr;
+    char* shared = nullptr;
+    char* again = nullptr;
+    fxStr string;
+    std::unique_ptr<Listed> one;
+    fxRef<Listed> reference;
+    std::unique_ptr<Listed> other;
+};
+FX_TRANSCRIBABLE_TYPE(Owners, "Owners", 1, Listed);
+fxBool Owners::xdr(fxTranscriber& t) {
+    return fxXdrString(t, first) && fxXdrSharedString(t, shared) && fxXdrString(t, second) &&
+           fxXdrSharedString(t, again) && fxXdrAll(t, string, one, reference, other);
 }
 
 class Wide : public Listed {
@@ -93,204 +75,272 @@ fxBool Wide::xdr(fxTranscriber& t) {
     return fxXdr(t, text);
 }
 
+/// Values in values, as deep as a stream says.
+struct Deep {
+    std::vector<Deep> inner;
+    bool xdr(fxTranscriber& t) { return fxXdr(t, inner); }
+};
+
+// What was read: of each object that is reached its number, its text, and to which
+// numbers its pointers lead.
+template <class C>
+std::string shown(C&) {
+    return "read";
+}
+std::string shown(fxStr& text) { return text.toStdString(); }
+std::string shown(Owners& o) {
+    const bool isShared = o.again == o.shared && o.first != o.shared && o.second != o.shared &&
+                          o.string.data != o.shared && o.first != o.second;
+    return std::string(o.first) + o.second + o.shared + o.string.c_str() + (isShared ? "!" : "");
+}
+std::string shown(Listed& root) {
+    std::string text;
+    std::set<Listed*> seen = {&root};
+    std::vector<Listed*> walk = {&root};
+    for (size_t i = 0; i < walk.size(); ++i) {
+        text += (i == 0 ? "" : " ") + std::to_string(walk[i]->number);
+        const auto* node = dynamic_cast<Node*>(walk[i]);
+        if (node == nullptr) continue;
+        text += node->text.c_str();
+        for (Listed* next : {static_cast<Listed*>(node->left), node->right}) {
+            text += next != nullptr ? '>' + std::to_string(next->number) : ">";
+            if (next != nullptr && seen.insert(next).second) walk.push_back(next);
+        }
+    }
+    return text;
+}
+std::string shown(Node& root) { return shown(static_cast<Listed&>(root)); }
+
+template <class C>
+void clear(C* root) {
+    if constexpr (!std::is_base_of_v<Listed, C>) delete root;
+    if constexpr (std::is_same_v<C, Rich>) {
+        if (root != nullptr) sumOf(*root);
+    }
+    Received::deleteAll();
+}
+
+/// What reading graphs of C comes to, one after the other up to the first that cannot be
+/// read: "null", or a message. How many bytes the stream has at hand makes no difference,
+/// nor whether what is wrong is fatal or an answer.
+template <class C>
+std::string endOf(const std::string& bytes) {
+    std::string how;
+    const std::string message = fatalMessage([&] {
+        StingyStream stream(bytes, 0);
+        const std::unique_ptr<fxTranscriber> reader(fxTranscriber::getReader(&stream));
+        while (C* root = reader != nullptr ? fxReadObject<C>(*reader) : nullptr) {
+            how += (how.empty() ? "" : "; ") + shown(*root);
+            if constexpr (!std::is_base_of_v<Listed, C>) delete root;
+        }
+    });
+    Received::deleteAll();
+    if (how.empty())
+        how = message.empty() ? "null" : message;
+    else if (!message.empty())
+        how += "; " + message;
+    for (const size_t atHand : {size_t{90}, bytes.size()}) {
+        StingyStream stream(bytes, atHand);
+        fxLoaded<C> answer = fxLoad<C>(stream);
+        EXPECT_TRUE(answer || Listed::all().empty());
+        const std::string first = answer ? shown(*answer) : answer.fault().reason;
+        EXPECT_TRUE(first == how.substr(0, how.find("; ")) || (!answer && how == "null")) << first;
+        clear(answer.release());
+    }
+    return how;
+}
+
+template <class C>
+std::string ending(const std::string& text) {
+    return endOf<C>(header() + records(text));
+}
+
+struct Row {
+    std::string records, end;
+};
+template <class C>
+void check(std::initializer_list<Row> rows) {
+    for (const Row& row : rows) EXPECT_EQ(ending<C>(row.records), row.end) << row.records;
+}
+
 constexpr char badNews[] = "XXX bad news!";
 constexpr char baddestNews[] = "XXX baddest news";
 constexpr char formatError[] = "format error";
 constexpr char missing[] = "XXX error handling is missing";
+constexpr char oldBase[] = "XXX old base previously unseen";
+constexpr char newBase[] = "XXX new base for old base";
+
+class HostileStream : public ::testing::Test {
+protected:
+    static void SetUpTestSuite() { fxInitializeToolkit(); }
+    void TearDown() override { Received::deleteAll(); }
+};
 
 }  // namespace
 
-TEST_F(HostileStream, NumbersAreOfOneKindAndDefinedOnce) {
-    struct Case {
-        const char* what;
-        std::string records;
-        std::string message;
-    };
-    const std::string body = std::string("abc", 4);
-    const Case cases[] = {
-        {"an object as a type", typeRecord(2, "Node") + objectRecord(1, 1, node), baddestNews},
-        {"an unknown type id", typeRecord(2, "Node") + objectRecord(1, 7, node), baddestNews},
-        {"a block that an object waits for",
-         nodeRoot() + record(11, word(3)) + record(1) + record(5, word(3) + word(4), body),
-         badNews},
-        {"an object defined twice",
-         nodeRoot() + record(11, word(3)) + record(1) + objectRecord(1, 2, node), baddestNews},
-        {"an object under the id of a type",
-         nodeRoot() + record(11, word(3)) + record(1) + objectRecord(2, 2, node), baddestNews},
-        {"a type defined twice", typeRecord(2, "Node") + typeRecord(2, "Leaf"), baddestNews},
-        {"a type under the id of an object", nodeRoot() + typeRecord(1, "Node") + record(1),
-         baddestNews},
-        {"a type with id 0", typeRecord(0, "Node"), baddestNews},
-        {"an object with id 0", typeRecord(2, "Node") + objectRecord(0, 2, node), baddestNews},
-        {"a root that is a block", record(5, word(1) + word(4), body), baddestNews},
-        {"a root that is a pointer", record(11, word(1)), baddestNews},
-        {"a root that is data", record(0, "", "x"), baddestNews},
-        {"a root that is a base part", record(13, word(1)), baddestNews},
-        {"a tag of 15", record(15), "Whoops!"},
-        {"a tag of 63", record(63), "Whoops!"},
-        {"an unknown type", typeRecord(2, "Nobody"), "unknown type Nobody"},
-        {"a type that cannot be made", typeRecord(2, "fxArray") + objectRecord(1, 2, ""),
-         baddestNews},
-        {"the version of another type",
-         typeRecord(3, "Leaf") + typeRecord(2, "Node") + objectRecord(1, 2, node, 2),
-         "XXX version error handling is missing"},
-    };
-    for (const Case& c : cases) EXPECT_EQ(endOfRecords<Node>(c.records), c.message) << c.what;
-    EXPECT_EQ(endOfRecords<fxXDRObj>(typeRecord(2, "fxArray") + objectRecord(1, 2, "")), missing);
+TEST_F(HostileStream, NodesEndAsStated) {
+    const std::string root = "t2:Node o1:2 0 1 ", leaf = "t4:Leaf o3:4:2 5 n 0 ";
+    check<Node>({
+        // Bodies in any order, fillers of ids, and what nothing leads to.
+        {"t2:Node o1:2 1 1 p3 p4 o3:2 3 1 P4 P4 o4:2 4 1 n P3", "1>3>4 3>4>4 4>>3"},
+        {"t2:Node o1:2 7 1 p1:0 P3:0 o3:2 8 1 p1:0 p3:0", "7>7>8 8>7>8"},
+        {"t2:Node t3:Listed o1:2 1 1 n P4 o5:2 5 1 p1 p4 o4:3 4", "1>>4 4"},
+        {"t2:Node t3:Listed o1:2 1 1 n P4 o5:2 5 1 p1 p4 o4:3 4 o6:2 6 1 p5 n",
+         "1>>4 4; 6>5> 5>1>4 1>>4 4"},
+        {"t2:Node o1:2 1 3 B3:3 n n c3:3 =hi~ o4:2 2 3 b3 p1 n", "1hi>>; 2hi>1> 1hi>>"},
+        // Numbers are of one kind and defined once.
+        {"t2:Node o1:1 0 1", baddestNews},
+        {"t2:Node o1:7 0 1", baddestNews},
+        {root + "P3 n c3:4 =abc~", badNews},
+        {root + "P3 n o1:2 0 1", baddestNews},
+        {root + "P3 n o2:2 0 1", baddestNews},
+        {"t2:Node t2:Leaf", baddestNews},
+        {root + "t1:Node n", baddestNews},
+        {"t0:Node", baddestNews},
+        {"t2:Node o0:2 0 1", baddestNews},
+        {"c1:4 =abc~", baddestNews},
+        {"P1", baddestNews},
+        {"d =x", baddestNews},
+        {"S1", baddestNews},
+        {"#15", "Whoops!"},
+        {"#63", "Whoops!"},
+        {"t2:Nobody", "unknown type Nobody"},
+        {"t2:fxArray o1:2", baddestNews},
+        {"t3:Leaf t2:Node o1:2:2 0 1", "XXX version error handling is missing"},
+        // Objects suit their places: left is a Node, right any Listed.
+        {root + "P3 n " + leaf, badNews},
+        {root + "n P3 " + leaf, "0>>5 5"},
+        {root + "P3 p3 " + leaf, badNews},
+        {"t2:fxStr o1:2 1", baddestNews},
+    });
+    check<Leaf>({{"t2:Leaf o1:2:2 0 p1", badNews}});
+    check<Rich>({{root + "n n", baddestNews}});
+    check<fxXDRObj>({{"t2:fxArray o1:2", missing}, {"t2:fxStr o1:2 1", baddestNews}});
+}
+
+TEST_F(HostileStream, BlocksEndAsStated) {
+    const std::string root = "t2:fxStr o1:2 ";
+    check<fxStr>({
+        {root + "4 B3:4 c3:4 =abc~", "abc"},
+        {root + "4 B3:8 c3:8 =abc~defg", "abc"},  // the start of a longer block
+        {root + "0", missing},
+        {root + "5 B3:5 c3:4 =abc~", formatError},  // shorter than its place
+        {root + "3 B3:4 c3:4 =abc~", formatError},  // no zero at the end
+        {root + "4 n", formatError},
+        {root + "4 b1", formatError},
+        {root + "4 b0", formatError},
+        {root + "4 B0:4", formatError},
+        {root + "4 B2:4", formatError},
+        {root + "4 B3:4 o3:2 1", formatError},  // an object instead
+        // Impossible sizes: never allocated.
+        {root + "4 B3:0xFFFFFFFF", formatError},
+        {root + "0x80000001", missing},
+        {root + "4 B3:4 c3:0x80000000 =abc~", "null"},
+        {root + "4 B3:4 c3:0x7FFFFFFF =abc~", "null"},
+        {"t2:Node o1:2 0 1 n n", baddestNews},
+    });
+    // An owner and a string get a block of their own, plain pointers the same one, which
+    // no text of a later graph can be copied from.
+    const std::string owners = "t2:Owners o1:2 1/1 B3:4 1/1 b3 1/1 b3 1/1 b3 ";
+    const std::string abc = "c3:4 =abc~ ";
+    check<Owners>({
+        {owners + "4 b3 n n n " + abc, "abcabcabcabc!"},
+        {owners + "4 b3 P4 n p4 " + abc, badNews},  // an object has one owner
+        {owners + "4 b3 p1 n n " + abc, badNews},   // the root has one
+        {owners + "4 b3 P4 p4 n " + abc, badNews},
+        {owners + "4 b3 n P4 p4 " + abc, badNews},
+    });
+    check<Listed>({{owners + "4 b3 n n n " + abc + "t7:Node o8:7 0 4 b3 n n", "0; format error"}});
+}
+
+// The first asks for a text, which follows unless it is empty, and fails. What it does not
+// ask for is passed over: a text, pointers and a part.
+TEST_F(HostileStream, WhoForgivesIsOwedNothing) {
+    const std::string more = "d 4 B4:4 P5 p1 n S8 1 t6:Listed o5:6 7 c4:4 =abc~ ";
+    check<Listed>({
+        {"t2:Forgiving o1:2 4 B3:4 " + more + "c3:4 =abc~ o7:6 9", "0>>; 9"},
+        {"t2:Forgiving o1:2 1 " + more + "o7:6 9", "0>>; 9"},
+    });
+    Forgiving written;
+    EXPECT_NE(saved(&written), "failed");
+    // Each container is promised two members, and the second is impossible.
+    std::string texts =
+        "t2:Careless o1:2 32 16/2 4 B3:4 0 2 16 16 1 4 B4:4 4 B5:4 0 0 "
+        "32 16/2 4 B6:4 0 2 16 16 1 4 B7:4 4 B8:4 0 0 0 ";
+    for (int id = 8; id > 2; --id) texts += "c" + std::to_string(id) + ":4 =abc~ ";
+    const std::string pointers = "t2:Careless o1:2 0 16/2 0 16 16 1 0 16/2 0 16 16 1 2 p1";
+    for (const std::string& each : {texts, pointers}) {
+        EXPECT_NE(loaded<Careless>(header() + records(each)), nullptr);
+    }
+}
+
+TEST_F(HostileStream, ContainersRefuseForeignSizes) {
+    const std::string array = "t2:ARRAY o1:2 ", dictionary = "t2:DICT o1:2 ", set = "t2:SET o1:2 ";
+    check<fxIntArray>({{array + "4/4 4/4 4/2 1", "read"}});
+    for (const std::string size : {"0", "1", "2", "8", "16", "65535"}) {
+        check<fxIntArray>({{array + "16/4 " + size + "/4 " + size + "/2 1", missing}});
+    }
+    for (const std::string count :
+         {"1", "7", "0xFFFFFFFF", "0xFFFFFFFC", "0x80000000", "0x40000000", "0xFFFFFFF0"}) {
+        check<fxIntArray>({{array + count + "/4 4/4 4/2 1", missing}});
+        check<fxStrArray>({{array + count + "/4 16/4 16/2 1", missing}});
+    }
+    check<fxStrStrDictionary>({
+        {dictionary + "1/4 16/4 16/4 16/4 16 31 1 1 30", "read"},
+        {dictionary + "1/4 16/4 16/4 16/4 16 31 1 1 31", missing},
+        {dictionary + "1/4 8/4 8/4 16/4 16 31 1 1 0", missing},
+        {dictionary + "1/4 16/4 16/4 24/4 24 31 1 1 0", missing},
+        {dictionary + "1/4 0/4 0/4 0/4 0 31 1 1 0", missing},
+        {dictionary + "0xFFFFFFFF/4 16/4 16/4 16/4 16 31 1 1", missing},
+    });
+    check<fxStrSet>({
+        {set + "1/4 16/4 16 31 1 30", "read"},
+        {set + "1/4 16/4 16 31 1 31", missing},
+        {set + "1/4 12/4 12 31 1 0", missing},
+    });
+    for (const std::string chains : {"0x20000001", "0xFFFFFFFF", "0x7FFFFFFF"}) {
+        check<fxStrStrDictionary>({{dictionary + "0/4 16/4 16/4 16/4 16 " + chains, missing}});
+        check<fxStrSet>({{set + "0/4 16/4 16 " + chains, missing}});
+    }
+}
+
+TEST_F(HostileStream, BasePartsAreReadOnceAndBelongToTheirObject) {
+    const std::string rich = "t2:Rich o1:2 ";
+    const std::string first = rich + "S3 1 d 1 ";  // First's Listed, its label
+    check<Rich>({
+        {rich + "s9", oldBase},
+        {rich + "s1", oldBase},
+        {rich + "S1", newBase},
+        {rich + "S0", newBase},
+        {rich + "n", badNews},
+        {rich + "P5", badNews},
+        // Second's Listed is the same: another number for it, and a number of another part.
+        {first + "S4 S5 1", newBase},
+        {first + "S4 s4", oldBase},
+    });
 }
 
 // The helpers take pointers and texts that are at hand without a look at their numbers,
 // up to so many of one object, which are checked together; the rest one by one.
 TEST_F(HostileStream, WrongNumbersAreFoundAmongManyPlaces) {
-    const std::string right = record(11, word(5));
-    const std::string wrongPointers[] = {record(12, word(2)), record(12, word(0)),
-                                         record(11, word(0)), record(12, word(1)),
-                                         record(3, word(3) + word(4))};
-    const std::string wrongTexts[] = {record(3, word(1) + word(4)), record(3, word(0) + word(4)),
-                                      record(4, word(2)), record(3, word(5) + word(4)), right};
-    std::string before = header() + typeRecord(2, "Wide") + objectRecord(1, 2, "");
-    std::string rest;
-    for (unsigned int i = 0; i < Wide::count; ++i) rest += right;
-    const auto expectEnd = [&](const std::string& wrong, const char* reason) {
-        const std::string bytes = before + wrong + rest;
-        for (const size_t atHand : {size_t{0}, size_t{200}, bytes.size()}) {
-            StingyStream stream(bytes, atHand);
-            const fxLoaded<Wide> answer = fxLoad<Wide>(stream);
-            EXPECT_EQ(answer.fault().reason, reason) << bytes.size() << " " << atHand;
-            EXPECT_TRUE(!answer && Listed::all().empty());
-        }
-    };
+    std::string before = "t2:Wide o1:2 ", rest;
+    for (unsigned int i = 0; i < Wide::count; ++i) rest += "P5 ";
     for (unsigned int place = 0; place < Wide::count; ++place) {
-        for (const std::string& wrong : wrongPointers) expectEnd(wrong, badNews);
-        before += place + 1 < Wide::count ? right : record(11, word(5), long8(4));
+        for (const std::string wrong : {"p2 ", "p0 ", "P0 ", "p1 ", "B3:4 "}) {
+            check<Wide>({{before + wrong + rest, badNews}});
+        }
+        before += place + 1 < Wide::count ? "P5 " : "P5 d 4 ";
     }
-    for (const std::string& wrong : wrongTexts) expectEnd(wrong, formatError);
-}
-
-TEST_F(HostileStream, ObjectsMustSuitTheirPlaces) {
-    const std::string leaf =
-        typeRecord(4, "Leaf") + objectRecord(3, 4, long8(0), 2) + record(1, "", long8(0));
-    // Node::left wants a Node, Node::right any Listed.
-    EXPECT_EQ(endOfRecords<Node>(nodeRoot() + record(11, word(3)) + record(1) + leaf), badNews);
-    EXPECT_EQ(endOfRecords<Node>(nodeRoot() + record(1) + record(11, word(3)) + leaf), "read");
-    // Two places of which one does not suit, in either order.
-    EXPECT_EQ(endOfRecords<Node>(nodeRoot() + record(11, word(3)) + record(12, word(3)) + leaf),
-              badNews);
-    EXPECT_EQ(endOfRecords<Rich>(nodeRoot() + record(1) + record(1)), baddestNews);
-    EXPECT_EQ(endOfRecords<fxStr>(nodeRoot() + record(1) + record(1)), baddestNews);
-    EXPECT_EQ(endOfRecords<Node>(stringRoot(1)), baddestNews);
-    EXPECT_EQ(endOfRecords<fxXDRObj>(stringRoot(1)), baddestNews);
-    // What is there already must suit, too.
-    EXPECT_EQ(endOfRecords<Leaf>(typeRecord(2, "Leaf") + objectRecord(1, 2, long8(0), 2) +
-                                 record(12, word(1))),
-              badNews);
-}
-
-TEST_F(HostileStream, BlocksMustServeTheirPlaces) {
-    const std::string four = record(3, word(3) + word(4));
-    const auto bytes = [](unsigned int count) {
-        return record(5, word(3) + word(count), std::string("abc", 4));
-    };
-    const struct {
-        unsigned int length;
-        std::string records, how;
-    } cases[] = {
-        {4, four + bytes(4), "read"},
-        {0, "", missing},
-        {5, record(3, word(3) + word(5)) + bytes(4), formatError},  // shorter than its place
-        {3, four + bytes(4), formatError},                          // no zero at the end
-        {4, record(1), formatError},
-        {4, record(4, word(1)), formatError},
-        {4, record(4, word(0)), formatError},
-        {4, record(3, word(0) + word(4)), formatError},
-        {4, record(3, word(2) + word(4)), formatError},
-        {4, four + objectRecord(3, 2, long8(1)), formatError},  // an object instead
-        // Impossible sizes: never allocated.
-        {4, record(3, word(3) + word(0xFFFFFFFF)), formatError},
-        {0x80000001, "", missing},
-        {4, four + bytes(0x80000000), "null"},
-        {4, four + bytes(0x7FFFFFFF), "null"},
-    };
-    for (const auto& c : cases) {
-        EXPECT_EQ(endOfRecords<fxStr>(stringRoot(c.length) + c.records), c.how) << &c - cases;
+    for (const std::string wrong : {"B1:4 ", "B0:4 ", "b2 ", "B5:4 ", "P5 "}) {
+        check<Wide>({{before + wrong + rest, formatError}});
     }
-}
-
-TEST_F(HostileStream, BlocksAreLeftAloneOnceTheyAreGiven) {
-    // The first graph gives a block to a plain pointer; a text of the second
-    // cannot be copied from it any more.
-    HeldStream stream(
-        record(3, word(1) + word(4)) + typeRecord(2, "Node") + objectRecord(3, 2, node) +
-        record(1) + record(1) + record(5, word(1) + word(4), std::string("abc", 4)) +
-        objectRecord(4, 2, long8(0) + long8(4)) + record(4, word(1)) + record(1) + record(1));
-    char* plain = nullptr;
-    const std::string message = fatalMessage([&] {
-        fxBinaryReader reader(stream, 0x1122, 0x33445566, "ieee");
-        EXPECT_TRUE(reader.xdr(&plain));
-        EXPECT_NE(fxReadObject<Node>(reader), nullptr);
-        EXPECT_STREQ(plain, "abc");
-        std::free(plain);
-        fxReadObject<Node>(reader);
-    });
-    EXPECT_EQ(message, formatError);
-}
-
-TEST_F(HostileStream, ContainersRefuseForeignSizes) {
-    EXPECT_EQ(endOfRecords<fxIntArray>(arrayRoot(4, 4, long8(1))), "read");
-    for (unsigned int size : {0U, 1U, 2U, 8U, 16U, 65535U}) {
-        EXPECT_EQ(endOfRecords<fxIntArray>(arrayRoot(16, size, long8(1))), missing) << size;
-    }
-    for (unsigned int byteCount : {1U, 7U, 0xFFFFFFFFU, 0xFFFFFFFCU, 0x80000000U, 0x40000000U}) {
-        EXPECT_EQ(endOfRecords<fxIntArray>(arrayRoot(byteCount, 4, long8(1))), missing);
-        EXPECT_EQ(endOfRecords<fxStrArray>(arrayRoot(byteCount, 16, long8(1))), missing);
-    }
-    EXPECT_EQ(endOfRecords<fxStrArray>(arrayRoot(0xFFFFFFF0, 16, long8(1))), missing);
-
-    const std::string entry = long8(1) + long8(1);
-    EXPECT_EQ(endOfRecords<fxStrStrDictionary>(dictRoot(1, 16, 16, 31, entry + long8(30))), "read");
-    EXPECT_EQ(endOfRecords<fxStrStrDictionary>(dictRoot(1, 16, 16, 31, entry + long8(31))),
-              missing);
-    EXPECT_EQ(endOfRecords<fxStrStrDictionary>(dictRoot(1, 8, 16, 31, entry + long8(0))), missing);
-    EXPECT_EQ(endOfRecords<fxStrStrDictionary>(dictRoot(1, 16, 24, 31, entry + long8(0))), missing);
-    EXPECT_EQ(endOfRecords<fxStrStrDictionary>(dictRoot(1, 0, 0, 31, entry + long8(0))), missing);
-    for (unsigned long buckets : {0x20000001UL, 0xFFFFFFFFUL, 0x7FFFFFFFUL}) {
-        EXPECT_EQ(endOfRecords<fxStrStrDictionary>(dictRoot(0, 16, 16, buckets)), missing);
-        EXPECT_EQ(endOfRecords<fxStrSet>(setRoot(0, 16, buckets)), missing);
-    }
-    EXPECT_EQ(endOfRecords<fxStrStrDictionary>(dictRoot(0xFFFFFFFF, 16, 16, 31, entry)), missing);
-    EXPECT_EQ(endOfRecords<fxStrSet>(setRoot(1, 16, 31, long8(1) + long8(30))), "read");
-    EXPECT_EQ(endOfRecords<fxStrSet>(setRoot(1, 16, 31, long8(1) + long8(31))), missing);
-    EXPECT_EQ(endOfRecords<fxStrSet>(setRoot(1, 12, 31, long8(1) + long8(0))), missing);
-}
-
-TEST_F(HostileStream, BasePartsAreReadOnceAndBelongToTheirObject) {
-    const std::string rich = typeRecord(2, "Rich") + objectRecord(1, 2, "");
-    const std::string part = record(13, word(3), long8(1));  // First's Listed
-    const std::string first = rich + part + record(0, "", long8(1));
-    EXPECT_EQ(endOfRecords<Rich>(rich + record(14, word(9))), "XXX old base previously unseen");
-    EXPECT_EQ(endOfRecords<Rich>(rich + record(14, word(1))), "XXX old base previously unseen");
-    EXPECT_EQ(endOfRecords<Rich>(rich + record(13, word(1))), "XXX new base for old base");
-    EXPECT_EQ(endOfRecords<Rich>(rich + record(13, word(0))), "XXX new base for old base");
-    EXPECT_EQ(endOfRecords<Rich>(rich + record(1)), badNews);
-    EXPECT_EQ(endOfRecords<Rich>(rich + record(11, word(5))), badNews);
-    // Second's Listed is the same: another number for it, and a number of another part.
-    const std::string second = record(13, word(4));
-    EXPECT_EQ(endOfRecords<Rich>(first + second + record(13, word(5), long8(1))),
-              "XXX new base for old base");
-    EXPECT_EQ(endOfRecords<Rich>(first + second + record(14, word(4))),
-              "XXX old base previously unseen");
 }
 
 TEST_F(HostileStream, TextNamedVeryOftenIsRefused) {
-    const std::string text(5000, 'x');
-    const std::string names = record(0, "", long8(5001)) + record(4, word(3));
-    const auto named = [&](unsigned int times) {
-        std::string records =
-            typeRecord(2, "ARRAY") +
-            objectRecord(1, 2, word(16 * times) + word(16) + word(16, 2) + long8(5001)) +
-            record(4, word(3));
-        for (unsigned int i = 1; i < times; ++i) records += names;
-        return endOfRecords<fxStrArray>(records + record(5, word(3) + word(5001), text + '\0'));
+    const auto named = [](int times) {
+        std::string all = "t2:ARRAY o1:2 " + std::to_string(16 * times) + "/4 16/4 16/2 5001 b3 ";
+        for (int i = 1; i < times; ++i) all += "d 5001 b3 ";
+        return ending<fxStrArray>(all + "c3:5001 =x*5000 =~");
     };
     EXPECT_EQ(named(20), "read");
     EXPECT_EQ(named(2000), formatError);
@@ -303,59 +353,69 @@ TEST_F(HostileStream, ChainsAreGrantedInProportion) {
     fxStrSet set(1U << 23);
     ASSERT_TRUE(fxWriteObject(writer, &set) && fxWriteObject(writer, &set));
     EXPECT_FALSE(fxWriteObject(writer, &set));
-
-    std::string records = setRoot(0, 16, 1UL << 23U);
-    for (unsigned int id : {3U, 4U}) {
-        records += objectRecord(id, 2, word(0) + word(16) + long8(16) + long8(1L << 23U));
-    }
-    memory.set(records);
-    fxBinaryReader reader(memory, 0x1122, 0x33445566, "ieee");
-    for (int i = 0; i < 2; ++i) delete fxReadObject<fxStrSet>(reader);
-    EXPECT_EQ(fatalMessage([&] { fxReadObject<fxStrSet>(reader); }), missing);
+    const std::string many = ":2 0/4 16/4 16 0x800000 ";
+    EXPECT_EQ(ending<fxStrSet>("t2:SET o1" + many + "o3" + many + "o4" + many),
+              std::string("read; read; ") + missing);
 }
 
 TEST_F(HostileStream, ClaimedSizesCostNothing) {
     rusage before, after;
     getrusage(RUSAGE_SELF, &before);
-    const std::string huge = word(0x7FFFFFF0);
-    const std::string streams[] = {
-        stringRoot(0x7FFFFFF0) + record(3, word(3) + huge) + record(5, word(3) + huge, "abc"),
-        arrayRoot(0xFFFFFFF0, 16, long8(1)),
-        arrayRoot(0x7FFFFFF0, 4, long8(1)),
-        dictRoot(0x7FFFFFFF, 16, 16, 31, long8(1)),
-        setRoot(0x7FFFFFFF, 16, 1UL << 23U, long8(1)),
-        nodeRoot() + record(11, word(0x7FFFFFFF)) + record(12, word(0xFFFFFFFF)),
-        std::string("\xC2\xFF\xFF\xFF\x7F", 5) + word(2) + std::string("Node\0x", 6),
+    const auto isStated = [](const std::string& how) {
+        return how == "null" || isDocumentedMessage(how);
     };
-    for (const std::string& records : streams) {
-        for (const auto& how :
-             {endOfRecords<Rich>(records), endOfRecords<fxStr>(records),
-              endOfRecords<fxIntArray>(records), endOfRecords<Node>(records),
-              endOfRecords<fxStrArray>(records), endOfRecords<fxStrStrDictionary>(records),
-              endOfRecords<fxStrSet>(records)}) {
-            expectDocumented(how, 0);
-        }
+    for (const std::string& each :
+         {records("t2:fxStr o1:2 0x7FFFFFF0 B3:0x7FFFFFF0 c3:0x7FFFFFF0 =abc"),
+          records("t2:ARRAY o1:2 0xFFFFFFF0/4 16/4 16/2 1"),
+          records("t2:ARRAY o1:2 0x7FFFFFF0/4 4/4 4/2 1"),
+          records("t2:DICT o1:2 0x7FFFFFFF/4 16/4 16/4 16/4 16 31 1"),
+          records("t2:SET o1:2 0x7FFFFFFF/4 16/4 16 0x800000 1"),
+          records("t2:Node o1:2 0 1 P0x7FFFFFFF p0xFFFFFFFF"),
+          std::string("\xC2\xFF\xFF\xFF\x7F", 5) + word(2) + std::string("Node\0x", 6)}) {
+        const std::string bytes = header() + each;
+        EXPECT_TRUE(isStated(endOf<fxStr>(bytes)) && isStated(endOf<Node>(bytes)) &&
+                    isStated(endOf<fxIntArray>(bytes)) && isStated(endOf<fxStrArray>(bytes)) &&
+                    isStated(endOf<fxStrStrDictionary>(bytes)) && isStated(endOf<fxStrSet>(bytes)));
     }
     getrusage(RUSAGE_SELF, &after);
     EXPECT_LT(after.ru_maxrss - before.ru_maxrss, 400000) << "KiB";
 }
 
+TEST_F(HostileStream, CountsAndDepthOfValuesCostNothing) {
+    const auto reads = [](const std::string& payload, auto value) {
+        HeldStream stream(records("d " + payload));
+        fxBinaryReader reader(stream, 0x1122, 0x33445566, "ieee");
+        return fxXdr(reader, value);
+    };
+    EXPECT_FALSE(reads("0xFFFFFFFF", std::string()) || reads("0xFFFFFFFF", std::vector<int>()));
+    EXPECT_FALSE(reads("0xFFFFFFFF", std::vector<bool>()) ||
+                 reads("0xFFFFFFFF", std::vector<std::string>()));
+    EXPECT_FALSE(reads("2 1 5 1 6", std::map<int, int>()));  // a key that comes twice
+    EXPECT_FALSE(reads("1*200000", Deep()));
+    Deep written;
+    Deep* level = &written;
+    for (unsigned int i = 0; i < fxXdrNesting::most; ++i) level = &level->inner.emplace_back();
+    HeldStream out;
+    fxBinaryWriter writer(out);
+    EXPECT_FALSE(fxXdr(writer, written));
+    long double huge = 1e4000L;
+    EXPECT_FALSE(fxXdr(writer, huge));
+}
+
 TEST_F(HostileStream, FarNumbersReadAsWellAsNearOnes) {
     // A chain whose numbers leap.
-    std::string records = typeRecord(0x7000000, "Node");
-    std::vector<unsigned int> ids;
+    std::vector<std::string> ids;
     std::mt19937 rng(testSeed());
     for (unsigned int i = 0; i < 500; ++i)
-        ids.push_back(1 + i + static_cast<unsigned int>(rng() % 1000000) * 1000);
+        ids.push_back(std::to_string(1 + i + rng() % 1000000 * 1000UL));
+    std::string all = "t0x7000000:Node ", end;
     for (size_t i = 0; i < ids.size(); ++i) {
-        records += objectRecord(ids[i], 0x7000000, long8(static_cast<long>(i)) + long8(1));
-        records += i + 1 < ids.size() ? record(11, word(ids[i + 1])) : record(1);
-        records += record(12, word(ids[i / 2]));
+        all += "o" + ids[i] + ":0x7000000 " + std::to_string(i) + " 1 ";
+        all += i + 1 < ids.size() ? "P" + ids[i + 1] : "n";
+        all += " p" + ids[i / 2] + " ";
+        end += (i == 0 ? "" : " ") + std::to_string(i);
+        end += '>' + (i + 1 < ids.size() ? std::to_string(i + 1) : "");
+        end += '>' + std::to_string(i / 2);
     }
-    const Node* read = loaded<Node>(header() + records);
-    for (long i = 0; i < 500; ++i, read = read->left) {
-        ASSERT_NE(read, nullptr);
-        EXPECT_EQ(read->number, i);
-        EXPECT_EQ(read->right->number, i / 2);
-    }
+    EXPECT_EQ(ending<Node>(all), end);
 }

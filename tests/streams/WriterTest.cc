@@ -6,14 +6,18 @@
 #include <map>
 #include <random>
 
+#include "fxds/BoolArray.h"
 #include "fxds/Globals.h"
 #include "fxds/StrSet.h"
 #include "fxds/StrStrDictionary.h"
+#include "fxds/XdrEvolution.h"
 #include "fxds/streams/AddressIndex.h"
 #include "tests/support/StreamKit.h"
 #include "tests/support/TestSeed.h"
 
 namespace {
+
+enum class Wide : long { one = 1L << 40 };
 
 /// A field of every kind of record.
 class Sample : public Listed {
@@ -65,6 +69,36 @@ fxBool Refusing::xdr(fxTranscriber& t) {
     return 0;
 }
 
+/// Holds an object, and points to it or to another.
+class Holder : public Listed {
+    FX_TRANSCRIBABLE(Holder)
+    Listed* before = nullptr;
+    Node own;
+    fxXDRObj* after = nullptr;
+};
+FX_TRANSCRIBABLE_TYPE(Holder, "Holder", 1, Listed);
+fxBool Holder::xdr(fxTranscriber& t) {
+    return fxXdrObject(t, before) && fxXdr(t, own) && fxXdrObject(t, after);
+}
+
+class Unregistered : public Node {};
+/// Its registered base lies at another address.
+class Ballast {
+public:
+    virtual ~Ballast() = default;
+    long weight = 0;
+};
+class Sturdy : public Ballast, public Node {};
+FX_TRANSCRIBED_AS(Sturdy, Node);
+class UnregisteredInts : public fxIntArray {};
+
+class Parent : public Listed {
+    FX_TRANSCRIBABLE(Parent)
+    std::unique_ptr<Listed> child = std::make_unique<Listed>();
+};
+FX_TRANSCRIBABLE_TYPE(Parent, "Parent", 1, Listed);
+fxBool Parent::xdr(fxTranscriber& t) { return fxXdr(t, child); }
+
 /// Notes how it is written to.
 class Pieces : public fxMemoryStream {
 public:
@@ -82,8 +116,8 @@ public:
     int times = 0;
 };
 
-/// What the records after the header are.
-std::string records(const std::string& stream) {
+/// What is behind the header.
+std::string body(const std::string& stream) {
     EXPECT_EQ(stream.substr(0, header().size()), header());
     return stream.substr(std::min(stream.size(), header().size()));
 }
@@ -110,7 +144,7 @@ protected:
 
 }  // namespace
 
-TEST_F(Writer, EveryKindOfRecordIsAsTheFormatHasIt) {
+TEST_F(Writer, EveryKindOfRecordIsAsThePageHasIt) {
     Sample sample;
     Leaf leaf;
     char text[] = "hey";
@@ -130,113 +164,88 @@ TEST_F(Writer, EveryKindOfRecordIsAsTheFormatHasIt) {
     sample.leaf = leaf.owner == nullptr ? &leaf : nullptr;
     leaf.weight = 1.0;
 
-    EXPECT_EQ(records(saved(&sample)),
-              typeRecord(2, "Sample")                                      // the root's type
-                  + objectRecord(1, 2, long8(7))                           // the root: count
-                  + record(3, word(3) + word(4))                           // name, 4 bytes
-                  + record(4, word(3))                                     // again: the same
-                  + record(3, word(4) + word(4))                           // shorts
-                  + record(3, word(5) + word(8))                           // longs
-                  + record(3, word(6) + word(4))                           // floats
-                  + record(3, word(7) + word(8))                           // doubles
-                  + record(3, word(8) + word(24))                          // ints, 8 bytes each
-                  + record(12, word(1))                                    // self
-                  + typeRecord(9, "Leaf")                                  // of what comes now
-                  + record(11, word(10))                                   // leaf
-                  + record(1, "", long8(5))                                // none; number behind it
-                  + objectRecord(10, 9, long8(0), 2)                       // leaf: its number
-                  + record(1, "", std::string("\0\0\0\0\0\0\xF0\x3F", 8))  // no owner; weight
-                  + record(7, word(8) + word(24),                          // 3 ints, then filler
-                           word(1) + word(2) + word(0xFFFFFFFD) + std::string(12, '\0')) +
-                  record(9, word(7) + word(8), std::string("\0\0\0\0\0\0\0\xC0", 8)) +
-                  record(8, word(6) + word(4), std::string("\0\0\x80\x3F", 4)) +
-                  record(7, word(5) + word(8), "\x08\x07\x06\x05\x04\x03\x02\x01") +
-                  record(6, word(4) + word(4), std::string("\x01\0\xFF\xFF", 4)) +
-                  record(5, word(3) + word(4), std::string("hey", 4)));
-}
-
-TEST_F(Writer, BasePartIsWrittenOnceAndThenReferredTo) {
-    Twice twice;
+    EXPECT_EQ(body(saved(&sample)),
+              records("t2:Sample o1:2 7 B3:4 b3 B4:4 B5:8 B6:4 B7:8 B8:24 p1 t9:Leaf P10 n 5 "
+                      "o10:9:2 0 n 0x3FF0000000000000 l8:24 1/4 2/4 -3/4 0/4*3 "
+                      "g7:8 -0x4000000000000000 f6:4 0x3F800000/4 l5:8 0x0102030405060708 "
+                      "h4:4 1/2 -1/2 c3:4 =hey~"));
+    Twice twice;  // a part, once, and then referred to
     twice.number = 3;
-    EXPECT_EQ(records(saved(&twice)), typeRecord(2, "Twice") + objectRecord(1, 2, "") +
-                                          record(13, word(3), long8(3) + long8(1)) +
-                                          record(14, word(3)));
+    EXPECT_EQ(body(saved(&twice)), records("t2:Twice o1:2 S3 3 1 s3"));
 }
 
-TEST_F(Writer, ContainersHaveTheirSizesBeforeTheirElements) {
-    fxIntArray ints;
-    for (int i : {1, -2, 3}) ints.append(i);
-    ASSERT_EQ(ints.getMaxLength(), 4U);
-    const std::string packed = word(1) + word(0xFFFFFFFE) + word(3) + std::string(12, '\0');
-    EXPECT_EQ(
-        records(saved(&ints)),
-        typeRecord(2, "ARRAY") + objectRecord(1, 2, word(12) + word(4) + word(4, 2) + packed));
+TEST_F(Writer, PayloadsAreThoseOfThePage) {
+    fxIntArray ints = {1, -2, 3};
+    EXPECT_EQ(body(saved(&ints)), records("t2:ARRAY o1:2 12/4 4/4 4/2 1/4 -2/4 3/4 0/4*3"));
+    const std::string chain = std::to_string(fxStr("k").hash() % 31);
+    fxStrStrDictionary dictionary = {{"k", "v"}};
+    EXPECT_EQ(body(saved(&dictionary)), records("t2:DICT o1:2 1/4 16/4*3 16 31 2 B3:2 2 B4:2 " +
+                                                chain + " c4:2 =v~ c3:2 =k~"));
+    fxStrSet set = {"k"};
+    EXPECT_EQ(body(saved(&set)),
+              records("t2:SET o1:2 1/4 16/4 16 31 2 B3:2 " + chain + " c3:2 =k~"));
 
-    fxStrStrDictionary dictionary;
-    dictionary.add("k", "v");
-    const std::string entry = long8(2);  // length with the terminator
-    const unsigned long bucket = fxStr("k").hash() % 31;
-    EXPECT_EQ(
-        records(saved(&dictionary)),
-        typeRecord(2, "DICT") +
-            objectRecord(1, 2,
-                         word(1) + word(16) + word(16) + word(16) + long8(16) + long8(31) + entry) +
-            record(3, word(3) + word(2), entry) +
-            record(3, word(4) + word(2), long8(static_cast<long>(bucket))) +
-            record(5, word(4) + word(2), std::string("v", 2)) +
-            record(5, word(3) + word(2), std::string("k", 2)));
-
-    fxStrSet set;
-    set.add("k");
-    EXPECT_EQ(records(saved(&set)),
-              typeRecord(2, "SET") +
-                  objectRecord(1, 2, word(1) + word(16) + long8(16) + long8(31) + entry) +
-                  record(3, word(3) + word(2), long8(static_cast<long>(bucket))) +
-                  record(5, word(3) + word(2), std::string("k", 2)));
+    char letter = 'c';
+    bool flag = true;
+    short small = -1;
+    unsigned int whole = 7, count = 2, none = 9;
+    int edition = 3;
+    int row[] = {1, -2};
+    Wide wide = Wide::one;
+    long double sum = 1;
+    std::array<wchar_t, 2> chars = {L'a', L'b'};
+    std::map<std::string, std::vector<int>> map = {{"k", {1, -1}}};
+    std::optional<signed char> absent, some = -1;
+    std::unique_ptr<Wide> held = std::make_unique<Wide>(Wide::one);
+    fxStr empty;
+    char text[] = "hi", *texts[] = {text, nullptr};
+    double numbers[] = {1, 1}, *blocks[] = {numbers, nullptr};
+    std::vector<Listed*> objects = {nullptr, nullptr};
+    ASSERT_TRUE(fxXdrAll(*writer, letter, flag, small, whole, row, wide, sum, chars, map, absent,
+                         some, held, empty) &&
+                fxXdrString(*writer, texts[0]) && fxXdrString(*writer, texts[1]) &&
+                fxXdrBlock(*writer, blocks[0], count) && fxXdrBlock(*writer, blocks[1], none) &&
+                fxXdrEdition(*writer, &set, edition) && fxXdrObjects(*writer, objects) &&
+                writer->flush());
+    EXPECT_EQ(stream->view(),
+              records("d =c 1/1 -1/2 7 1/4 -2/4 0 0x10000000000 0x3FF0000000000000 0 97 98 "
+                      "1 1 =k 2 1 0xFFFFFFFF 0/1 1/1 -1/1 1/1 0x10000000000 1 "
+                      "1/1 B1:3 0/1 2 1/1 B2:16 9 0/1 3 2 n n"));
 }
 
+// As a block, at once as scalars, and as scalars one by one.
 TEST_F(Writer, PayloadIsCutAt512Bytes) {
     for (size_t n : {0U, 1U, 255U, 256U, 511U, 512U, 513U, 1000U, 1024U, 100000U}) {
         std::string payload;
         for (size_t i = 0; i < n; ++i) payload += static_cast<char>(i * 7 % 251);
-        std::string expected = record(5, word(1) + word(n), payload.substr(0, 512));
         std::string data;
         for (size_t i = 0; i < n; i += 512) data += record(0, "", payload.substr(i, 512));
-        if (n > 512) expected += data.substr(record(0, "", payload.substr(0, 512)).size());
-
-        // As a block, at once as scalars, and as scalars one by one.
-        HeldStream block;
-        OpenWriter blockWriter(block);
+        HeldStream block, atOnce, singly;
+        OpenWriter blockWriter(block), atOnceWriter(atOnce), singlyWriter(singly);
         Listed root;
         char* p = payload.data();
         EXPECT_TRUE(blockWriter.xdr(&p, static_cast<unsigned int>(n)));
         EXPECT_TRUE(fxWriteObject(blockWriter, &root));
-        EXPECT_NE(block->view().find(expected), std::string::npos) << n;
-
-        HeldStream atOnce;
-        OpenWriter atOnceWriter(atOnce);
+        const size_t first = record(0, "", payload.substr(0, 512)).size();
+        EXPECT_NE(block->view().find(record(5, word(1) + word(n), payload.substr(0, 512)) +
+                                     (n > 512 ? data.substr(first) : "")),
+                  std::string::npos);
         EXPECT_TRUE(atOnceWriter.xdr(payload.data(), static_cast<unsigned int>(n)));
-        EXPECT_TRUE(atOnceWriter.flush());
-        HeldStream singly;
-        OpenWriter singlyWriter(singly);
         for (char& byte : payload) EXPECT_TRUE(singlyWriter.xdr(&byte, 1));
-        EXPECT_TRUE(singlyWriter.flush());
-        EXPECT_EQ(atOnce->view(), data) << n;
-        EXPECT_EQ(singly->view(), data) << n;
+        EXPECT_TRUE(atOnceWriter.flush() && singlyWriter.flush());
+        EXPECT_TRUE(atOnce->view() == data && singly->view() == data) << n;
     }
 }
 
 TEST_F(Writer, LengthHasOneTwoOrFourBytes) {
-    const auto head = [](unsigned int tag, unsigned long length) {
+    for (const unsigned int length : {0U, 1U, 255U, 256U, 65535U, 65536U}) {
         char bytes[5];
-        return std::string(bytes, OpenWriter::putHeader(bytes, tag, length));
-    };
-    EXPECT_EQ(head(5, 0), "\x05");
-    EXPECT_EQ(head(5, 1), "\x45\x01");
-    EXPECT_EQ(head(5, 255), "\x45\xFF");
-    EXPECT_EQ(head(5, 256), std::string("\x85\0\x01", 3));
-    EXPECT_EQ(head(5, 65535), "\x85\xFF\xFF");
-    EXPECT_EQ(head(14, 65536), std::string("\xCE\0\0\x01\0", 5));
+        EXPECT_EQ(std::string(bytes, OpenWriter::putHeader(bytes, 5, length)),
+                  record(5, "", std::string(length, 'x'))
+                      .substr(0, length < 256     ? 1 + (length != 0)
+                                 : length < 65536 ? 3
+                                                  : 5));
+    }
 }
 
 TEST_F(Writer, ContainersAreToldOfTheirSuccess) {
@@ -250,13 +259,11 @@ TEST_F(Writer, ResetForgetsButNumbersGoOn) {
     ASSERT_TRUE(fxWriteObject(*writer, &text));
     stream->reset();
     ASSERT_TRUE(fxWriteObject(*writer, &text));
-    EXPECT_EQ(stream->view(), objectRecord(4, 2, long8(4)) + record(4, word(3)));
+    EXPECT_EQ(stream->view(), records("o4:2 4 b3"));
     stream->reset();
     writer->reset();
     ASSERT_TRUE(fxWriteObject(*writer, &text));
-    EXPECT_EQ(stream->view(), typeRecord(6, "fxStr") + objectRecord(5, 6, long8(4)) +
-                                  record(3, word(7) + word(4)) +
-                                  record(5, word(7) + word(4), std::string("abc", 4)));
+    EXPECT_EQ(stream->view(), records("t6:fxStr o5:6 4 B7:4 c7:4 =abc~"));
 }
 
 // Near and far from each other, in one granule of memory too.
@@ -341,4 +348,45 @@ TEST_F(Writer, RefusesWhatItCannotWrite) {
 TEST_F(Writer, FatalCasesAreNamed) {
     EXPECT_DEATH(writer->readObject(fxStr_type), "tried to invoke fxBinaryWriter::readObject");
     EXPECT_DEATH((writer->setTag(15), writer->flush()), "Whoops!");
+}
+
+TEST_F(Writer, WhatCannotBeReadBackIsNotWritten) {
+    Holder holder;
+    EXPECT_NE(saved(&holder), "failed");
+    holder.before = &holder.own;
+    EXPECT_EQ(saved(&holder), "failed");
+    holder.before = nullptr;
+    holder.after = &holder.own;
+    EXPECT_EQ(saved(&holder), "failed");
+
+    Unregistered unregistered;
+    UnregisteredInts ints;
+    fxIntArray plainInts;  // readers know another array by its name
+    fxBoolArray bools;
+    fxVoidPtrArray pointers;
+    for (fxXDRObj* object :
+         {static_cast<fxXDRObj*>(&unregistered), static_cast<fxXDRObj*>(&ints),
+          static_cast<fxXDRObj*>(&plainInts), static_cast<fxXDRObj*>(&pointers)}) {
+        holder.after = object;
+        EXPECT_EQ(saved(&holder), "failed");
+    }
+    EXPECT_EQ(saved<Node>(&unregistered), "failed");
+    EXPECT_EQ(saved<fxIntArray>(&ints), "failed");
+    EXPECT_NE(saved(&plainInts), "failed");
+    holder.after = &bools;
+    EXPECT_NE(saved(&holder), "failed");
+
+    Sturdy sturdy;
+    sturdy.number = 4;
+    holder.after = nullptr;
+    holder.before = &sturdy;
+    const std::unique_ptr<Holder> read(loaded<Holder>(saved(&holder)));
+    ASSERT_NE(read, nullptr);
+    EXPECT_EQ(read->before->number, 4);
+    delete read->before;
+
+    // A second time on one stream, its child would have two owners.
+    Parent parent;
+    EXPECT_TRUE(fxWriteObject(*writer, &parent));
+    EXPECT_FALSE(fxWriteObject(*writer, &parent));
 }

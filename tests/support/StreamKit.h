@@ -9,6 +9,7 @@
 #include <functional>
 #include <memory>
 #include <set>
+#include <sstream>
 #include <string>
 #include <utility>
 #include <vector>
@@ -25,14 +26,22 @@
 /// A stream that has no more than some bytes at hand.
 class StingyStream : public fxMemoryStream {
 public:
+    explicit StingyStream(size_t ahead_) : ahead(ahead_) { take(); }
     StingyStream(const std::string& bytes, size_t ahead_)
         : fxMemoryStream(bytes.data(), bytes.size()), ahead(ahead_) {
         take();
     }
 
+    size_t taken() const {
+        return end != nullptr ? static_cast<size_t>(next - bytes()) : getPosition();
+    }
     const fxStreamWindow& window() override { return atHand; }
+    bool putBytes(const char* p, unsigned int n) override {
+        setPosition(taken());
+        return shown(fxMemoryStream::putBytes(p, n));
+    }
     bool getBytes(char* p, unsigned int n) override {
-        if (end != nullptr) setPosition(static_cast<size_t>(next - bytes()));
+        setPosition(taken());
         return shown(fxMemoryStream::getBytes(p, n));
     }
     bool getShorts(short* p, unsigned int n) override {
@@ -108,6 +117,57 @@ inline std::string objectRecord(unsigned int id, unsigned int typeId, const std:
 
 inline std::string long8(long value) { return word(static_cast<unsigned long>(value), 8); }
 
+/// The bytes of a word of a payload: 7 and 7/4 are numbers of 8 and of 4 bytes, =ab~
+/// bytes, of which ~ is a zero. Each may be repeated: =x*5000.
+inline std::string payloadOf(const std::string& text) {
+    const std::string once = text.substr(0, text.find('*'));
+    std::string bytes = once.substr(1), all;
+    if (once[0] == '=') {
+        for (char& byte : bytes) byte = byte == '~' ? '\0' : byte;
+    } else {
+        size_t slash = 0;
+        const long value = std::stol(once, &slash, 0);
+        bytes = word(static_cast<unsigned long>(value),
+                     slash < once.size() ? static_cast<unsigned int>(once[slash + 1] - '0') : 8);
+    }
+    const int times = once.size() < text.size() ? std::stoi(text.substr(once.size() + 1)) : 1;
+    for (int i = 0; i < times; ++i) all += bytes;
+    return all;
+}
+
+/// Records as a text: a letter for each tag, or # and its number; fields with colons
+/// between them; the words of the payload. An object's version is 1 where it lacks.
+inline std::string records(const std::string& text) {
+    static const std::string tags = "dntBbchlfgoPpSs";
+    std::string all, fields, payload;
+    unsigned int tag = 0;
+    bool isOpen = false;
+    const auto finish = [&] {
+        if (isOpen) all += record(tag, fields, payload);
+        fields = payload = "";
+    };
+    std::istringstream words(text);
+    for (std::string each; words >> each;) {
+        const size_t found = tags.find(each[0]);
+        if (found == std::string::npos && each[0] != '#') {
+            payload += payloadOf(each);
+            continue;
+        }
+        finish();
+        isOpen = true;
+        tag = static_cast<unsigned int>(each[0] == '#' ? std::stoul(each.substr(1)) : found);
+        std::istringstream parts(each[0] == '#' ? "" : each.substr(1));
+        int count = 0;
+        for (std::string part; std::getline(parts, part, ':'); ++count) {
+            const bool isName = tag == 2 && count == 1;
+            fields += isName ? part + '\0' : word(std::stoul(part, nullptr, 0));
+        }
+        if (tag == 10 && count == 2) fields += word(1);
+    }
+    finish();
+    return all;
+}
+
 inline std::string header(short shortMark = 0x1122, long longMark = 0x33445566) {
     return std::string("fxBinaryWriter\0ieee\0", 20) +
            word(static_cast<unsigned short>(shortMark), 2) + long8(longMark);
@@ -168,30 +228,42 @@ private:
     int depth = 0;
 };
 
-/// Leaves the stream in the folder that the environment names, with the operations
-/// that it was written by, for a reader in another language.
-template <class C>
-void keep(const std::string& bytes, C* root) {
-    const char* const folder = std::getenv("FX_SAVED_STREAMS");
-    if (folder == nullptr) return;
+/// Writes a stream for a second time, and leaves it in the folder that the environment
+/// names, with the operations that it was written by, for a reader in another language.
+class NotedStream {
+public:
+    template <class Write>
+    bool write(Write write_) {
+        return write_(writer) && writer.flush();
+    }
+    void reset() { writer.reset(); }
+    void forget() { writer.forgetObjects(); }
+    /// `bytes` is the stream as it was written without notes.
+    void keep(std::string_view bytes) const {
+        const char* const folder = std::getenv("FX_SAVED_STREAMS");
+        if (folder == nullptr) return;
+        const std::string path =
+            std::string(folder) + '/' + std::to_string(std::hash<std::string_view>()(bytes));
+        std::ofstream(path + ".fx") << bytes;
+        const bool isSame = bytes.substr(30) == stream->view();
+        std::ofstream(path + ".ops") << (isSame ? writer.notes : "written otherwise\n");
+    }
+
+private:
     HeldStream stream;
-    NotingWriter writer(stream);
-    const bool isWritten = fxWriteObject(writer, root);
-    const bool isSame = isWritten && bytes.substr(30) == stream->view();
-    const std::string path =
-        std::string(folder) + '/' + std::to_string(std::hash<std::string>()(bytes));
-    std::ofstream(path + ".fx") << bytes;
-    std::ofstream(path + ".ops") << (isSame ? writer.notes : "written otherwise\n");
-}
+    NotingWriter writer{stream};
+};
 
 template <class C>
 std::string saved(C* root) {
     HeldStream stream;
     const std::unique_ptr<fxTranscriber> writer(fxTranscriber::getWriter(stream));
     if (writer == nullptr || !fxWriteObject(*writer, root)) return "failed";
-    const std::string bytes(stream->view());
-    keep(bytes, root);
-    return bytes;
+    NotedStream notes;
+    if (notes.write([root](fxTranscriber& t) { return fxWriteObject(t, root); })) {
+        notes.keep(stream->view());
+    }
+    return std::string(stream->view());
 }
 
 template <class C>
