@@ -42,8 +42,8 @@ public:
 
     const char* className() const override;
 
-    /// The output that is now called "line"; what is sent goes nowhere when there is
-    /// none, or one of another type.
+    /// The output "line", which is looked up by its name. Where there is none of that
+    /// name and type, what is sent goes nowhere.
     fxOutputView<fxStr> line();
     bool isOpen() const { return reader != nullptr; }  ///< Whether there is a file.
     fxFilePlace getPlace() const;                      ///< While a line is sent, behind that line.

@@ -43,8 +43,8 @@ public:
 
     bool isValid() const { return fd >= 0; }  ///< Whether there is a descriptor.
     ///@{
-    /// The outputs that are now called "line" and "end"; what is sent goes nowhere
-    /// when there is none, or one of another type.
+    /// The outputs "line" and "end", which are looked up by their names. Where there is none
+    /// of that name and type, what is sent goes nowhere.
     fxOutputView<fxStr> line();
     fxOutputView<int> end();
     ///@}
@@ -124,8 +124,8 @@ public:
 
     bool isValid() const { return fd >= 0; }  ///< Whether there is a descriptor; not after "end".
     ///@{
-    /// The outputs that are now called "drained" and "end"; what is sent goes nowhere
-    /// when there is none, or one of another type.
+    /// The outputs "drained" and "end", which are looked up by their names. Where there is none
+    /// of that name and type, what is sent goes nowhere.
     fxOutputView<void> drained();
     fxOutputView<int> end();
     ///@}

@@ -92,8 +92,8 @@ public:
     int getError() const { return error; }    ///< Why it could not be started; 0: it was.
     pid_t getPid() const { return pid; }      ///< 0 when it could not be started.
     int getStatus() const { return status; }  ///< As "exited" sends it; before, unknownStatus.
-    /// The output that is now called "exited"; what is sent goes nowhere when there
-    /// is none, or one of another type.
+    /// The output "exited", which is looked up by its name. Where there is none of that
+    /// name and type, what is sent goes nowhere.
     fxOutputView<int> exited();
 
     ///@{

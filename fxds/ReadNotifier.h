@@ -22,8 +22,8 @@ public:
     const char* className() const override;
 
     bool isValid() const { return fd >= 0; }  ///< Whether there is a descriptor.
-    /// The output that is now called "readable"; what is sent goes nowhere when there
-    /// is none, or one of another type.
+    /// The output "readable", which is looked up by its name. Where there is none of that
+    /// name and type, what is sent goes nowhere.
     fxOutputView<void> readable();
 
     /// Sends the message.

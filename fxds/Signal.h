@@ -36,8 +36,8 @@ public:
 
     bool isValid() const { return valid; }    ///< Whether the signal is caught.
     int getNumber() const { return number; }  ///< As it was given.
-    /// The output that is now called "signal"; what is sent goes nowhere when there
-    /// is none, or one of another type.
+    /// The output "signal", which is looked up by its name. Where there is none of that
+    /// name and type, what is sent goes nowhere.
     fxOutputView<int> signal();
 
 private:

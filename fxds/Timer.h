@@ -68,8 +68,8 @@ public:
     void stopTimer();
 
     /// Called when the time has come; the timer is not active meanwhile. This one
-    /// queues a void message on the output that is now called "tick"; when there
-    /// is none, or one of another type, nothing is sent.
+    /// queues a void message on the output "tick", which is looked up by its name; where
+    /// there is none of that name and type, nothing is sent.
     ///
     /// An exception leaves alarm(), and with it poll(). The timers that were still
     /// due tick in the next turn, and the repeating ones that have ticked, this

@@ -29,8 +29,8 @@ public:
     /// as it was. Everything else here belongs to the loop's thread.
     void wake() const;
 
-    /// Queues the message on the output that is now called "wakeup"; when there
-    /// is none, or one of another type, nothing is sent.
+    /// Queues the message on the output "wakeup", which is looked up by its name; where
+    /// there is none of that name and type, nothing is sent.
     void handleRead() override;
 
 protected:
