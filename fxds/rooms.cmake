@@ -17,7 +17,7 @@ fxds_room(base
   HEADERS Config Counted Fatal RCObj Ref Stream StreamFault Transcriber TypeObj XDRObj
   DETAIL Allocate FilePath Hold Mix MovesAsBytes NestedRelease Owned ReadyRecords Walk
   PRIVATE ChunkList CopyShort FreeLists OpenFile PackedInts QuietWrite Scoped StackBounds StartUp
-    StreamTrace
+    StreamTrace Utf8
   SOURCES Counted Fatal FreeLists NestedRelease RCObj Stream StreamFault StreamTrace Transcriber
     TypeObj XDRObj)
 

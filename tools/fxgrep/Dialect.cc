@@ -4,9 +4,9 @@
 #include <cctype>
 #include <cstring>
 
-#include "Json.h"
 #include "Options.h"
 #include "TextSet.h"
+#include "fxds/base/Utf8.h"
 
 namespace {
 
@@ -123,7 +123,7 @@ bool isGoodSet(const std::string& members, char behind) {
         return refuse(members.substr(begin) + ']', isKnown ? known->here : "write the characters");
     }
     for (size_t at = 0; at < members.size(); ++at) {
-        const size_t length = characterLength(std::string_view(members).substr(at));
+        const size_t length = fxUtf8Length(std::string_view(members).substr(at));
         if (length > 1) {
             const std::string character = members.substr(at, length);
             return refuse(character, "a set is of bytes; write (" + character + "|x)");
@@ -306,7 +306,7 @@ bool isOfThisDialect(const std::string& text, bool isGuessed) {
         if (advice != nullptr) return refuse(text.substr(at, length), advice);
         const bool isQuoted = text[at] == '\\' && at + 1 < text.size();
         length =
-            isQuoted ? 2 : std::max<size_t>(1, characterLength(std::string_view(text).substr(at)));
+            isQuoted ? 2 : std::max<size_t>(1, fxUtf8Length(std::string_view(text).substr(at)));
         if (!isGoodCharacter(text, at, length, isGuessed)) return false;
         at += length;
     }
