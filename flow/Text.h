@@ -168,6 +168,10 @@ namespace fxFlowDetail {
 /// What to say behind `X has no output "lin"`: the nearest name, or all that there are.
 FX_API std::string suggestion(std::string_view wanted, const std::vector<std::string>& known);
 
+/// The text for a terminal or a report: control characters, and bytes that are no character
+/// of UTF-8, are written as \xHH.
+FX_API std::string printable(std::string_view text);
+
 }  // namespace fxFlowDetail
 
 #endif

@@ -3,6 +3,7 @@
 
 #include "flow/Element.h"
 #include "flow/Text.h"
+#include "flow/text/Problems.h"
 
 // An object is a record of three columns: inputs; name, class and settings; outputs. The
 // channels are ports, numbered as they are described.
@@ -11,13 +12,12 @@ namespace {
 
 // Text inside a record's label: bounded, and without what has a meaning there.
 std::string inLabel(std::string_view text) {
-    constexpr size_t longest = 60;
     std::string result;
-    for (const char c : text.substr(0, longest)) {
+    for (const char c : fxFlowDetail::printable(fxFlowCut(text))) {
         if (std::string_view("{}|<>\"\\").find(c) != std::string_view::npos) result += '\\';
-        result += (c >= 0 && c < ' ') || c == '\x7F' ? '?' : c;
+        result += c;
     }
-    return text.size() > longest ? result + "..." : result;
+    return result;
 }
 
 void writePorts(std::ostream& out, char prefix, const std::vector<fxElementChannel>& channels) {

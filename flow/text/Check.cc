@@ -7,6 +7,7 @@
 #include "flow/Element.h"
 #include "flow/Flow.h"
 #include "flow/text/Circles.h"
+#include "flow/text/Lexer.h"
 #include "flow/text/Problems.h"
 #include "fxds/detail/Suggestion.h"
 
@@ -23,6 +24,15 @@ std::vector<std::string_view> namesOf(const std::vector<Described>& all) {
     names.reserve(all.size());
     for (const Described& each : all) names.emplace_back(each.name);
     return names;
+}
+
+// The path as a shell takes it.
+std::string forShell(const std::string& path) {
+    constexpr size_t most = 4096;  // the system opens none that is longer
+    if (fxFlowIsBare(path)) return path.substr(0, most);
+    std::string quoted;
+    for (const char c : path.substr(0, most)) quoted += c == '\'' ? "'\\''" : std::string(1, c);
+    return fxFlowDetail::printable('\'' + quoted + '\'');
 }
 
 class Checking {
@@ -52,8 +62,9 @@ private:
 
     void checkPlugin(const Word& plugin) {
         if (fxPluginIsLoaded(plugin.text)) return;
-        problems.add(plugin.place, "the plug-in " + fxFlowShown(plugin.text) +
-                                       " is not loaded: a check loads what --plugin names");
+        problems.add(plugin.place,
+                     "a check loads no plug-in but those of the command line; add --plugin " +
+                         forShell(plugin.text));
         lacksPlugin = true;
     }
 

@@ -4,6 +4,8 @@
 #include <array>
 #include <utility>
 
+#include "fxds/base/Utf8.h"
+
 // The lexer looks at each byte a fixed number of times, whatever the text holds.
 
 namespace {
@@ -31,6 +33,28 @@ int hexValue(char c) {
     return value < 16 ? static_cast<int>(value) : -1;
 }
 
+// Whether it is a control character, or one that XML does not take. Requires: UTF-8.
+bool isControl(std::string_view character) {
+    const char first = character[0];
+    if (character.size() == 1) return (first >= 0 && first < ' ') || first == '\x7F';
+    if (character.size() == 2) return first == '\xC2' && character[1] < '\xA0';
+    return character == "\xEF\xBF\xBE" || character == "\xEF\xBF\xBF";
+}
+
+// Moves the first character of the text to the end of `shown`, or its first byte as \xHH.
+void appendPrintable(std::string_view& text, std::string& shown) {
+    const size_t length = fxUtf8Length(text);
+    const std::string_view character = text.substr(0, length);
+    const auto byte = static_cast<unsigned char>(text[0]);
+    const bool isShown = length != 0 && !isControl(character);
+    if (isShown) {
+        shown += character;
+    } else {
+        ((shown += "\\x") += hexDigits[byte / 16]) += hexDigits[byte % 16];
+    }
+    text.remove_prefix(isShown ? length : 1);
+}
+
 }  // namespace
 
 bool fxFlowIsBare(std::string_view value) {
@@ -42,19 +66,25 @@ bool fxFlowIsBare(std::string_view value) {
 
 std::string fxFlowInQuotes(std::string_view value) {
     std::string quoted = "\"";
-    for (const char c : value) {
-        const auto byte = static_cast<unsigned char>(c);
+    while (!value.empty()) {
+        const char c = value.front();
         if (c == '"' || c == '\\') {
             (quoted += '\\') += c;
         } else if (c == '\n' || c == '\t') {
             quoted += c == '\n' ? "\\n" : "\\t";
-        } else if (byte < ' ' || byte == 0x7F) {
-            ((quoted += "\\x") += hexDigits[byte / 16]) += hexDigits[byte % 16];
         } else {
-            quoted += c;
+            appendPrintable(value, quoted);
+            continue;
         }
+        value.remove_prefix(1);
     }
     return quoted += '"';
+}
+
+std::string fxFlowDetail::printable(std::string_view text) {
+    std::string shown;
+    while (!text.empty()) appendPrintable(text, shown);
+    return shown;
 }
 
 std::string fxFlowToken::shown() const {

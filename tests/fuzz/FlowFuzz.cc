@@ -27,8 +27,7 @@ void checkProblem(const fxFlowProblem& problem, std::string_view text) {
     FUZZ_REQUIRE(problem.place.column >= 1);
     FUZZ_REQUIRE(problem.place.column <= lineOf(text, problem.place.line).size() + 1);
     FUZZ_REQUIRE(!problem.text.empty());
-    const auto isControl = [](char c) { return (c >= 0 && c < ' ') || c == '\x7F'; };
-    FUZZ_REQUIRE(std::none_of(problem.text.begin(), problem.text.end(), isControl));
+    FUZZ_REQUIRE(fxFlowDetail::printable(problem.text) == problem.text);
 }
 
 }  // namespace

@@ -24,7 +24,7 @@ typedef std::vector<FlowFolder::Flow> Flows;
 std::string listOf(const Flows& flows) {
     std::string list;
     for (const FlowFolder::Flow& each : flows) {
-        list += "\n  " + each.name + " (process " + std::to_string(each.process) + ')';
+        list += "\n  " + printable(each.name) + " (process " + std::to_string(each.process) + ')';
     }
     return list;
 }
@@ -166,7 +166,8 @@ public:
         if (!isTerminal && hasShown) std::fputs("\n", stdout);
     }
     void print(const std::string& line) const {
-        std::printf("%s%s\n", fitted(line, columns - 1).c_str(), isTerminal ? "\033[K" : "");
+        std::printf("%s%s\n", fitted(printable(line), columns - 1).c_str(),
+                    isTerminal ? "\033[K" : "");
     }
     void finish() {
         if (isTerminal) std::fputs("\033[J", stdout);
@@ -248,7 +249,7 @@ int listRunning() {
     const FlowFolder folder;
     if (!folder.whyNot().empty()) return complain(folder.whyNot()), failed;
     for (const FlowFolder::Flow& each : folder.flows()) {
-        std::printf("%s %ld\n", each.name.c_str(), each.process);
+        std::printf("%s %ld\n", printable(each.name).c_str(), each.process);
     }
     return 0;
 }
@@ -314,7 +315,7 @@ int show(const Options& options) {
     if (!session.ask("show")) return failed;
     char kind = '\0';
     for (std::string rest; session.next(kind, rest) && kind == 's';) {
-        std::printf("%s\n", rest.c_str());
+        std::printf("%s\n", printable(rest).c_str());
     }
     return kind == '.' ? 0 : failed;
 }

@@ -196,20 +196,6 @@ int take(int code, Options& options) {
 
 }  // namespace
 
-std::string printable(std::string_view text) {
-    std::string shown;
-    for (const char c : text) {
-        if (static_cast<unsigned char>(c) >= ' ' && c != '\x7f') {
-            shown += c;
-        } else {
-            char code[5];
-            std::snprintf(code, sizeof code, "\\x%02x", static_cast<unsigned int>(c) & 0xff);
-            shown += code;
-        }
-    }
-    return shown;
-}
-
 void complain(std::string_view what) {
     std::fprintf(stderr, "fxflow: %s\n", printable(what).c_str());
 }

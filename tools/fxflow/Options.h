@@ -7,6 +7,8 @@
 #include <string_view>
 #include <vector>
 
+#include "flow/Text.h"
+
 struct Options {
     enum class Command { run, check, dot, text, list, describe, test, tap, top, show, running };
     Command command = Command::run;
@@ -39,11 +41,9 @@ constexpr int trouble = 2;
 /// Reads the command line. Returns -1 to go on, or the status to exit with.
 int readOptions(int argc, char** argv, Options& options);
 
-/// Writes "fxflow: ..." and a newline to standard error. Bytes that would do something to a
-/// terminal are written as \xHH.
+/// Writes "fxflow: ..." and a newline to standard error, printable.
 void complain(std::string_view what);
 
-/// The text with such bytes written out.
-std::string printable(std::string_view text);
+using fxFlowDetail::printable;
 
 #endif
