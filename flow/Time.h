@@ -4,6 +4,7 @@
 
 #include <functional>
 #include <memory>
+#include <string>
 
 #include "fxds/Clock.h"
 #include "fxds/Ref.h"
@@ -48,9 +49,10 @@ public:
 
     /// Lets time pass: what becomes due is done in the order of its moments, and what was
     /// started first goes first; before the first and after each, all that is queued is
-    /// delivered. No time, or less, delivers what is queued. Returns false, and lets no more
-    /// time pass, when the queue does not come to rest in 100,000 rounds.
-    bool pass(fxAlarm::Span span);
+    /// delivered. No time, or less, delivers what is queued. Returns "", or why it lets no
+    /// more time pass: the queue does not come to rest in 100,000 rounds or a million
+    /// messages, or one call needs more than a million alarms or ten million messages.
+    std::string pass(fxAlarm::Span span);
 
 private:
     class Alarm;

@@ -137,23 +137,39 @@ fxRef<fxFlowAlarm> fxMadeUpTime::every(fxAlarm::Span interval, fxObj* context, A
     return alarm;
 }
 
-bool fxMadeUpTime::pass(fxAlarm::Span span) {
+namespace {
+
+// Delivers what is queued, and counts it. False when that has no end.
+bool comesToRest(unsigned long& messages) {
+    constexpr int mostRounds = 100'000;
+    constexpr unsigned long mostMessages = 1'000'000;
+    const unsigned long most = messages + mostMessages;
+    for (int round = 0; !fx_theEventHandler->isEmpty(); ++round) {
+        messages += fx_theEventHandler->getCount();
+        if (round == mostRounds || messages > most) return false;
+        fx_theEventHandler->distributeEvents();
+    }
+    return true;
+}
+
+}  // namespace
+
+std::string fxMadeUpTime::pass(fxAlarm::Span span) {
+    constexpr unsigned long mostAlarms = 1'000'000;
+    constexpr unsigned long mostMessages = 10'000'000;
     const std::shared_ptr<Alarms> all = alarms;  // an action may end the time
-    const auto comesToRest = [] {
-        for (long round = 0; !fx_theEventHandler->isEmpty(); ++round) {
-            if (round == 100'000) return false;
-            fx_theEventHandler->distributeEvents();
-        }
-        return true;
-    };
     const fxAlarm::Time end = all->in(span);
-    if (!comesToRest()) return false;
-    while (!all->due.empty() && all->due.begin()->first.first <= end) {
+    unsigned long messages = 0;
+    for (unsigned long count = 0;; ++count) {
+        if (!comesToRest(messages)) return "values go round without end";
+        if (all->due.empty() || all->due.begin()->first.first > end) break;
+        if (count == mostAlarms || messages > mostMessages) {
+            return "too much happens in this time: more than 1000000 alarms or 10000000 messages";
+        }
         const fxRef<Alarm> alarm = all->due.begin()->second;
         all->now = std::max(all->now, all->due.begin()->first.first);
         alarm->tick(*all);
-        if (!comesToRest()) return false;
     }
     all->now = std::max(all->now, end);
-    return true;
+    return "";
 }
