@@ -75,6 +75,8 @@ public:
     bool isBusy() const { return busy; }
 
 protected:
+    /// Whether start() was called: not in a test for what reaches outside.
+    bool hasStarted() const { return started; }
     void setBusy(bool isNowBusy) { busy = isNowBusy; }  ///< See isBusy().
     fxFlowTime& time() const;  ///< Of its flow; fxFlowTime::steady() while it has none.
     /// Tells the user of the flow, with the name of the object.
@@ -92,6 +94,7 @@ private:
     friend class fxFlow;
     fxFlow* flow = nullptr;  // borrowed; null before it is part of one
     bool busy = false;
+    bool started = false;
 };
 
 /// A property of an element: what flows may set.

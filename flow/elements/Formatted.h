@@ -9,8 +9,8 @@
 namespace fxFlowDetail {
 
 /// A format such as "%s errors" or "%6.2f s": text around one conversion, or without one;
-/// "%%" is a percent sign. What printf() would read or write memory by, and widths that
-/// nobody reads, are refused, so a format may come from anyone.
+/// "%%" is a percent sign. A hostile format does no harm: conversions by which printf() would
+/// read or write memory, and widths above 1000 columns, are faults.
 class Formatted {
 public:
     /// What is wrong with a format; "" for nothing.

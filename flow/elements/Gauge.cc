@@ -4,6 +4,7 @@
 #include <cmath>
 #include <cstdlib>
 
+#include "flow/elements/Settings.h"
 #include "fxds/Xdr.h"
 
 // A row is  name value bar sparkline detail.  The columns are shared out from
@@ -78,7 +79,9 @@ fxGauge::fxGauge(const char* name_, const char* unit_, double fullScale) : fxGau
 const char* fxGauge::className() const { return "Gauge"; }
 
 bool fxGauge::xdrState(fxTranscriber& transcriber) {
-    return fxXdrAll(transcriber, history, parts, detail, alarm, present);
+    if (!fxXdrAll(transcriber, history, parts, detail, alarm, present)) return false;
+    if (history.length() > historyLength) history.remove(0, history.length() - historyLength);
+    return true;
 }
 
 std::vector<std::string> fxGauge::units() { return {"percent", "number", "count", "bytes"}; }
@@ -232,7 +235,8 @@ public:
 }  // namespace
 
 FX_ELEMENT(Gauge, "shows a quantity as text, bar and sparkline") {
-    element.property("name", &Gauge::name, "what stands before the value");
+    element.property("name", &Gauge::name, "what stands before the value")
+        .testedBy(fxFlowDetail::whyZeroByte);
     element.property("unit", &Gauge::unit, "number", "what the value is").oneOf(Gauge::units());
     element.property("full", &Gauge::full, 100.0, "at what the bar is full").range(1e-9, 1e18);
     element.property("width", &Gauge::width, 80, "of a row").unit("columns").range(0, 10000);

@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "flow/Element.h"
+#include "flow/elements/Settings.h"
 
 // Values go on at once: when sample() returns, everything behind this sampler has seen
 // them. Counters of the kernel become rates here, so the first sample has none to send.
@@ -339,10 +340,11 @@ protected:
 template <class C>
 void describe(fxElementOf<C>& element) {
     element.reachesOutside();
-    element.property("every", &C::every, 1.0, "between two samples; 0: only when told to")
+    element.property("every", &C::every, 1.0, "between two samples; 0: only those of \"sample\"")
         .unit("s")
         .range(0, 1e9);
-    element.property("proc", &C::directory, "/proc", "the directory in which the kernel tells");
+    element.property("proc", &C::directory, "/proc", "the directory of the kernel's files")
+        .testedBy(fxFlowDetail::whyZeroByte);
     element.input("sample", &C::sample, "takes a sample");
     element.output("notice", &C::notice, "why there are no samples any more");
 }

@@ -3,6 +3,7 @@
 #include <cmath>
 #include <deque>
 #include <limits>
+#include <numeric>
 #include <utility>
 
 #include "flow/Element.h"
@@ -49,15 +50,20 @@ public:
     }
     // Of the slots that are over, too, as if the newest had just begun.
     bool xdrState(fxTranscriber& transcriber) override {
+        constexpr long most = 1'000'000'000'000;  // in a slot: a million of them make a sum
         unsigned long size = slots.size();
-        if (!fxXdrAll(transcriber, size, sum, sent)) return false;
+        if (!fxXdrAll(transcriber, size, sent)) return false;
         if (transcriber.isReading()) {
-            if (size > slotCount) return false;
+            if (size > slotCount + 1) return false;
             if (size != 0) begin();
             slots.resize(size);
         }
         for (long& slot : slots) {
-            if (!fxXdrAll(transcriber, slot)) return false;
+            if (!fxXdrAll(transcriber, slot) || slot < 0 || slot > most) return false;
+        }
+        if (transcriber.isReading() && size != 0) {
+            sum = std::accumulate(slots.begin(), slots.end() - 1, 0L);
+            setBusy(slots.back() != 0);
         }
         return true;
     }

@@ -11,6 +11,7 @@
 
 #include "flow/Element.h"
 #include "flow/elements/Formatted.h"
+#include "flow/elements/Settings.h"
 #include "fxds/base/QuietWrite.h"
 
 using fxFlowDetail::Formatted;
@@ -26,14 +27,10 @@ public:
         formatted = Formatted(format);
         return "";
     }
-    std::string start() override {
-        isStarted = true;
-        return "";
-    }
 
     void print(const fxStr& value) {
         const std::string line = formatted.of(value);
-        if (isStarted) write(line + '\n');
+        if (hasStarted()) write(line + '\n');
         printed.send(line, fxSendNow);
     }
 
@@ -51,8 +48,7 @@ private:
     }
 
     Formatted formatted;
-    bool isStarted = false;
-    bool hasFailed = false;  // and that was told
+    bool hasFailed = false;  // and has complained of that
 };
 
 // The file is opened again when another one has come to its place, as when logs rotate.
@@ -62,19 +58,18 @@ public:
     const char* className() const override { return "Append"; }
 
     std::string start() override {
-        isStarted = true;
         return reopen() ? "" : std::string(file.view()) + ": " + std::strerror(errno);
     }
 
     void append(const fxStr& line) {
-        if (!isStarted) return;
+        if (!hasStarted()) return;
         fxStr text(line);
         text.append('\n');
-        const bool isWritten = (isCurrent() || reopen()) && write(text.view());
-        if (!isWritten && !hasFailed) {
-            complain("cannot write to " + std::string(file.view()) + ": " + std::strerror(errno));
+        const std::string why = isCurrent() || reopen() ? write(text.view()) : std::strerror(errno);
+        if (!why.empty() && !hasFailed) {
+            complain("cannot write to " + std::string(file.view()) + ": " + why);
         }
-        hasFailed = !isWritten;
+        hasFailed = !why.empty();
     }
 
     fxStr file;
@@ -86,11 +81,17 @@ private:
         return fd >= 0 && fstat(fd, &ours) == 0 && stat(file, &there) == 0 &&
                ours.st_ino == there.st_ino && ours.st_dev == there.st_dev;
     }
-    // A part is written only where there is no room for all.
-    bool write(std::string_view text) const {
-        errno = ENOSPC;
-        return fxWriteWithoutSignal(fd, text.data(), text.size()) ==
-               static_cast<ssize_t>(text.size());
+    // A part is written where there is no room for all. It is cut off again, unless
+    // another program has appended to it since. Returns why not all is written, or "".
+    std::string write(std::string_view text) const {
+        const ssize_t written = fxWriteWithoutSignal(fd, text.data(), text.size());
+        if (written < 0) return std::strerror(errno);
+        if (static_cast<size_t>(written) == text.size()) return "";
+        const off_t end = lseek(fd, 0, SEEK_CUR);  // of what was appended
+        struct stat status = {};
+        const bool isLast = fstat(fd, &status) == 0 && status.st_size == end;
+        const bool isCut = isLast && ftruncate(fd, end - written) == 0;
+        return std::strerror(ENOSPC) + std::string(isCut ? "" : "; a part of the line is written");
     }
     bool reopen() {
         shut();
@@ -103,8 +104,7 @@ private:
     }
 
     int fd = -1;
-    bool isStarted = false;
-    bool hasFailed = false;  // and that was told
+    bool hasFailed = false;  // and has complained of that
 };
 
 }  // namespace
@@ -119,6 +119,7 @@ FX_ELEMENT(Print, "prints values on standard output, each on a line") {
 
 FX_ELEMENT(Append, "appends lines to a file") {
     element.reachesOutside();
-    element.property("file", &Append::file, "path of the file, which is made if there is none");
+    element.property("file", &Append::file, "path of the file, which is made if there is none")
+        .testedBy(fxFlowDetail::whyZeroByte);
     element.input("line", &Append::append, "the line, without its line end");
 }

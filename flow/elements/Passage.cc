@@ -1,4 +1,5 @@
 // Elements that let values through, or not, or later.
+#include <algorithm>
 #include <chrono>
 #include <deque>
 
@@ -29,15 +30,11 @@ public:
 
     void take(const fxStr& text) {
         if (waiting.size() >= static_cast<size_t>(limit)) {
-            if (!isFull)
-                complain("drops what comes while " + std::to_string(limit) + " values wait");
+            if (!isFull) complain("drops what comes: its limit is " + std::to_string(limit));
             isFull = true;
             return;
         }
-        const fxAlarm::Time now = time().now();
-        const fxAlarm::Span span = fxFlowTime::seconds(by);
-        const bool isEver = span > fxAlarm::Time::max() - now;
-        waiting.push_back({isEver ? fxAlarm::Time::max() : now + span, text});
+        waiting.push_back({in(by), text});
         if (waiting.size() == 1) wait();
     }
 
@@ -53,7 +50,7 @@ public:
             Value& each = waiting[i];  // stays where it is when more come
             double left = std::chrono::duration_cast<Seconds>(each.due - now).count();
             if (!fxXdrAll(transcriber, left, each.text)) return false;
-            if (transcriber.isReading()) each.due = now + fxFlowTime::seconds(left);
+            if (transcriber.isReading()) each.due = in(left);
         }
         if (transcriber.isReading() && !waiting.empty()) wait();
         return true;
@@ -69,6 +66,11 @@ private:
         fxStr text;
     };
 
+    // That moment, or the last one that there is.
+    fxAlarm::Time in(double seconds) const {
+        const fxAlarm::Time now = time().now();
+        return now + std::min(fxFlowTime::seconds(seconds), fxAlarm::Time::max() - now);
+    }
     void wait() {
         setBusy(true);
         alarm = time().after(waiting.front().due - time().now(), this, [this] { release(); });
@@ -87,14 +89,14 @@ private:
     }
 
     std::deque<Value> waiting;
-    bool isFull = false;  // and that was told
+    bool isFull = false;  // and has complained of that
     fxRef<fxFlowAlarm> alarm;
 };
 
 }  // namespace
 
 FX_ELEMENT(Gate, "lets values through while it is open") {
-    element.property("open", &Gate::isOpen, false, "whether it is open before it is told");
+    element.property("open", &Gate::isOpen, false, "whether it is open at first");
     element.input("value", &Gate::pass, "what to let through");
     element.input("open", &Gate::setOpen, "whether it is open from now on");
     element.output("value", &Gate::value, "what came while it was open");

@@ -7,6 +7,7 @@
 
 #include "flow/Element.h"
 #include "flow/Terminal.h"
+#include "flow/elements/Settings.h"
 
 namespace {
 
@@ -14,18 +15,13 @@ class Clock final : public fxElement {
 public:
     const char* className() const override { return "Clock"; }
 
-    std::string start() override {
-        isStarted = true;
-        return "";
-    }
-
     // A test, which does not start it, has days that begin with its own time.
     void ask() {
         tm parts = {};
         const auto passed =
             std::chrono::duration_cast<std::chrono::seconds>(time().now().time_since_epoch());
-        const time_t now = isStarted ? std::time(nullptr) : static_cast<time_t>(passed.count());
-        (isStarted ? localtime_r : gmtime_r)(&now, &parts);
+        const time_t now = hasStarted() ? std::time(nullptr) : static_cast<time_t>(passed.count());
+        (hasStarted() ? localtime_r : gmtime_r)(&now, &parts);
         char shown[1024];
         text.send(fxStr(shown, static_cast<unsigned int>(
                                    std::strftime(shown, sizeof shown, format.c_str(), &parts))),
@@ -34,41 +30,30 @@ public:
 
     static std::string whyNotFormat(const std::string& form) {
         if (form.empty()) return "is empty";
-        return form.size() <= 100 ? "" : "is longer than 100 bytes";
+        return form.size() <= 100 ? fxFlowDetail::whyZeroByte(form) : "is longer than 100 bytes";
     }
 
     fxStr format;
     fxOutputView<fxStr> text;
-
-private:
-    bool isStarted = false;
 };
 
 class Terminal final : public fxElement {
 public:
     const char* className() const override { return "Terminal"; }
 
-    std::string start() override {
-        isStarted = true;
-        return "";
-    }
-
     // A test, which does not start it, has a plain one of 80 columns.
     void measure() {
         fxStr words;
-        if (isStarted && fxTerminal::canDraw()) {
+        if (hasStarted() && fxTerminal::canDraw()) {
             const fxLook now = fxTerminal::look();
             words = (now.colour ? "colour " : "") | fxStr(now.unicode ? "unicode" : "");
         }
         look.send(words, fxSendNow);
-        columns.send(isStarted ? static_cast<int>(fxTerminal::columns()) : 80, fxSendNow);
+        columns.send(hasStarted() ? static_cast<int>(fxTerminal::columns()) : 80, fxSendNow);
     }
 
     fxOutputView<int> columns;
     fxOutputView<fxStr> look;
-
-private:
-    bool isStarted = false;
 };
 
 // Draws on the terminal. Where there is none, lines pass through it to be printed.

@@ -8,10 +8,13 @@
 #include <memory>
 
 #include "flow/Element.h"
+#include "flow/elements/Settings.h"
 #include "fxds/FileFollower.h"
 #include "fxds/Lines.h"
 #include "fxds/Process.h"
 #include "fxds/Xdr.h"
+
+using fxFlowDetail::whyZeroByte;
 
 namespace {
 
@@ -20,8 +23,9 @@ public:
     const char* className() const override { return "Ticker"; }
 
     std::string start() override {
-        setBusy(true);
         first = time().after(fxAlarm::Span(0), this, [this] { begin.send(fxSendNow); });
+        if (count != 0 && done >= count) return "";  // so it was saved
+        setBusy(true);
         alarm = time().every(fxFlowTime::seconds(every), this, [this] { beat(); });
         return "";
     }
@@ -39,7 +43,7 @@ private:
             alarm->stop();
             setBusy(false);
         }
-        if (count == 0 || done <= count) tick.send(fxSendNow);
+        tick.send(fxSendNow);
     }
 
     long done = 0;
@@ -147,8 +151,10 @@ FX_ELEMENT(Ticker, "sends a message again and again") {
 
 FX_ELEMENT(Lines, "sends the lines of a file, or of what a command prints") {
     element.reachesOutside();
-    element.property("file", &Lines::file, "", "path of the file; \"-\" is standard input");
-    element.property("command", &Lines::command, "", "what a shell is to run instead");
+    element.property("file", &Lines::file, "", "path of the file; \"-\" is standard input")
+        .testedBy(whyZeroByte);
+    element.property("command", &Lines::command, "", "what a shell is to run instead")
+        .testedBy(whyZeroByte);
     element.property("follow", &Lines::follow, false,
                      "whether to wait for what the file gets, and for the file itself");
     element.property("from", &Lines::from, "start", "where to begin in a file that is followed")

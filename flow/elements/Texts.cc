@@ -1,4 +1,6 @@
 // Elements that look into texts and make others of them.
+#include <algorithm>
+#include <iterator>
 #include <string>
 
 #include "flow/Element.h"
@@ -11,7 +13,6 @@ using fxFlowDetail::Formatted;
 namespace {
 
 std::string whyNoPattern(const std::string& pattern) {
-    if (pattern.find('\0') != std::string::npos) return "has a zero byte, which no text matches";
     const fxExpression expression(pattern);
     if (expression.isValid()) return "";
     return std::string("is no pattern: ") + expression.error() + " at byte " +
@@ -160,6 +161,10 @@ public:
             joined.append(piece);
         }
         text.send(joined, fxSendNow);
+    }
+    bool xdrState(fxTranscriber& transcriber) override {
+        return std::all_of(std::begin(pieces), std::end(pieces),
+                           [&](fxStr& piece) { return fxXdr(transcriber, piece); });
     }
 
     fxStr separator;

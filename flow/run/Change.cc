@@ -112,7 +112,10 @@ bool fxFlow::Change::start() {
     for (const std::unique_ptr<Member>& each : fresh) {
         const bool isOff = network->purpose == Purpose::testing && each->said.kind->outside;
         if (isOff || each->element() == nullptr || network->flow == nullptr) continue;
-        attempt(*each, each->said.name.place, [&] { return each->element()->start(); });
+        attempt(*each, each->said.name.place, [&] {
+            each->element()->started = true;
+            return each->element()->start();
+        });
     }
     return isFine();
 }

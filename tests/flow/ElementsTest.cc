@@ -1,6 +1,7 @@
 // The standard elements: what they send, and what they do outside.
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -20,8 +21,6 @@
 #include "tests/support/Surroundings.h"
 
 namespace {
-
-const std::string folder = FXDS_SOURCE_DIR "/tests/flow/";
 
 // A flow that runs in the loop, with what it complains of and what chosen outputs send.
 class Running {
@@ -69,8 +68,8 @@ protected:
 }  // namespace
 
 TEST_F(Elements, SendWhatTheyShould) {
-    for (const char* name : {"elements.flow", "errors.flow"}) {
-        fxFlowText text = fxFlowText::load(folder + name);
+    for (const char* name : {"tests/flow/elements.flow", "examples/flows/errors.flow"}) {
+        fxFlowText text = fxFlowText::load(FXDS_SOURCE_DIR "/" + std::string(name));
         EXPECT_GT(text.tests.size(), 0U);
         for (const fxFlowTestResult& each : fxRunFlowTests(text)) EXPECT_EQ(each.line(), "");
     }
@@ -103,6 +102,13 @@ TEST_F(Elements, RefuseSettingsThatMakeNoSense) {
         {"a = Lines file=/nowhere/at/all", "/nowhere/at/all: No such file or directory"},
         {"a = Append file=/nowhere/at/all", "/nowhere/at/all: No such file or directory"},
         {"a = Gauge name=x unit=miles", "is none of percent, number, count, bytes"},
+        {R"(a = Gauge name="\x00")", "has a zero byte"},
+        {R"(a = Match pattern="x\x00")", "zero byte in the pattern"},
+        {R"(a = Lines file="/dev/null\x00x")", "has a zero byte"},
+        {R"(a = Lines command="echo\x00x")", "has a zero byte"},
+        {R"(a = Append file="/dev/null\x00x")", "has a zero byte"},
+        {R"(a = Cpu proc="/proc\x00x")", "has a zero byte"},
+        {R"(a = Clock format="%H\x00")", "has a zero byte"},
     };
     for (const auto& row : rows) {
         fxFlow flow;
@@ -134,6 +140,11 @@ TEST_F(Elements, LinesComeFromFilesAndCommands) {
     std::ofstream(file, std::ios::app) << "\nthree\n";
     run.runUntil("three");
     EXPECT_EQ(run.seen, "\nthree\n");  // the first is the rest of the line "two"
+    EXPECT_FALSE(run.flow.save(room.path + "/state"));
+    std::ofstream(file, std::ios::app) << "four\n";
+    EXPECT_FALSE(run.flow.load(room.path + "/state"));
+    run.runUntil("four");
+    EXPECT_EQ(run.seen, "\nthree\nfour\n");
 }
 
 TEST_F(Elements, AppendKeepsUpWithRotation) {
@@ -150,6 +161,18 @@ TEST_F(Elements, AppendKeepsUpWithRotation) {
     for (int i = 0; i < 3; ++i) full.flow.send("a", "line", "x");
     fx_theEventHandler->drain();
     EXPECT_EQ(full.complaints, "a: cannot write to /dev/full: No space left on device\n");
+
+    // There is room for a part of the line, of which nothing stays.
+    const rlimit little = {8, RLIM_INFINITY};
+    rlimit usual = {};
+    getrlimit(RLIMIT_FSIZE, &usual);
+    setrlimit(RLIMIT_FSIZE, &little);
+    run.flow.send("a", "line", "three");
+    setrlimit(RLIMIT_FSIZE, &usual);
+    run.flow.send("a", "line", "four");
+    fx_theEventHandler->drain();
+    EXPECT_EQ(contents(file), "two\nfour\n");
+    EXPECT_EQ(run.complaints, "a: cannot write to " + file + ": No space left on device\n");
 
     const std::string pipe = room.path + "/pipe";
     ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
@@ -171,6 +194,6 @@ TEST_F(Elements, ComplainOfWhatTheyCannotUse) {
     run.runToEnd();
     EXPECT_EQ(run.seen, "");
     EXPECT_EQ(run.complaints,
-              "f: \"abc\" is no number\nd: drops what comes while 1 values wait\n"
+              "f: \"abc\" is no number\nd: drops what comes: its limit is 1\n"
               "c: cpu is off: /nowhere/stat: No such file or directory\n");
 }
