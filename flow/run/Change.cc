@@ -1,5 +1,5 @@
 #include <algorithm>
-#include <exception>
+#include <cstdlib>
 
 #include "flow/run/Network.h"
 
@@ -8,6 +8,22 @@
 // make() and start() alone, and may do anything but change this flow again; what it may
 // end is asked for afterwards. prepare() finds all channels, and commit() joins them with
 // no code of elements in between.
+
+namespace {
+
+bool isNumber(unsigned short type) {
+    return type == fxDT_int || type == fxDT_long || type == fxDT_float || type == fxDT_double ||
+           type == fxDT_fxBool;
+}
+
+// As the converters read it.
+bool beginsWithNumber(const std::string& text) {
+    char* end = nullptr;
+    static_cast<void>(std::strtod(text.c_str(), &end));
+    return end != text.c_str();
+}
+
+}  // namespace
 
 fxFlow::Change::Change(std::shared_ptr<Network> network_, fxFlowText text_, Keep keep_)
     : network(std::move(network_)), text(std::move(text_)), keep(keep_) {
@@ -45,14 +61,7 @@ bool fxFlow::Change::check() {
 
 template <class Call>
 void fxFlow::Change::attempt(const Member& member, const fxFlowPlace& place, Call call) {
-    std::string why;
-    try {
-        why = call();
-    } catch (const std::exception& thrown) {
-        why = thrown.what();
-    } catch (...) {
-        why = "an exception of an unknown kind";
-    }
+    std::string why = fxFlowDetail::outcomeOf(call);
     if (why.empty() && !member.isThere()) why = "it has ended itself";
     if (!why.empty()) {
         problems.push_back(fxFlowDetail::problemAt(place, member.name() + ": " + why));
@@ -60,16 +69,12 @@ void fxFlow::Change::attempt(const Member& member, const fxFlowPlace& place, Cal
 }
 
 std::unique_ptr<fxFlowDetail::Member> fxFlow::Change::made(const fxFlowText::Object& object) {
-    std::string why;
-    try {
-        const fxRef<fxObj> made = object.kind->make();
-        if (made != nullptr) return std::make_unique<Member>(object, made);
-        why = "there is none";
-    } catch (const std::exception& thrown) {
-        why = thrown.what();
-    } catch (...) {
-        why = "an exception of an unknown kind";
-    }
+    fxRef<fxObj> made;
+    const std::string why = fxFlowDetail::outcomeOf([&] {
+        made = object.kind->make();
+        return made != nullptr ? "" : "there is none";
+    });
+    if (why.empty()) return std::make_unique<Member>(object, made);
     problems.push_back(fxFlowDetail::problemAt(
         object.className.place, "cannot make a " + object.className.text + ": " + why));
     return nullptr;
@@ -106,6 +111,23 @@ bool fxFlow::Change::make() {
     }
     for (Member* const each : members) byName[each->name()] = each;
     return isFine();
+}
+
+bool fxFlow::Change::give(fxFlowText given) {
+    given.check();
+    problems.insert(problems.end(), given.problems.begin(), given.problems.end());
+    const bool isSame = std::equal(
+        members.begin(), members.end(), given.objects.begin(), given.objects.end(),
+        [](const Member* member, const fxFlowText::Object& object) {
+            return member->name() == object.name.text && member->said.kind == object.kind;
+        });
+    if (!isSame) problems.push_back(fxFlowDetail::problemAt({}, "it has two different texts"));
+    if (!isFine()) return false;
+    for (size_t i = 0; i < members.size(); ++i) {
+        members[i]->said.settings = given.objects[i].settings;
+    }
+    text.objects = std::move(given.objects);
+    return true;
 }
 
 bool fxFlow::Change::start() {
@@ -157,8 +179,30 @@ void fxFlow::Change::prepareJoint(const fxFlowText::Connection& joint) {
         }
         source = relay->getOutput("out");
     }
-    if (before.count(fxFlowDetail::keyOf(joint)) == 0 || !stays(joint))
-        joins.push_back({source, input});
+    if (before.count(fxFlowDetail::keyOf(joint)) != 0 && stays(joint)) return;
+    joins.push_back({source, input});
+    const bool isText = source->getType() == fxDT_fxStr || source->getType() == fxDT_CharPtr;
+    if (isText && isNumber(input->getType())) mind(joint, source, input->getType());
+}
+
+void fxFlow::Change::mind(const fxFlowText::Connection& joint, fxOutputChannel* source,
+                          unsigned short type) {
+    fxObj* const target = byName[joint.to.object.text]->object;
+    const std::string from = joint.from.object.text + '.' + joint.from.channel.text;
+    const bool isTruth = type == fxDT_fxBool;
+    // Complains of the first that is no number, and of none behind it before one is.
+    const auto look = [its = network.get(), target, from, to = joint.to.channel.text, isTruth,
+                       hasFailed = false](const std::string& value) mutable {
+        const bool isFine =
+            (isTruth && (value == "true" || value == "false")) || beginsWithNumber(value);
+        const bool isFirst = !std::exchange(hasFailed, !isFine);
+        if (isFine || !isFirst) return;
+        its->complain(*target, '"' + fxFlowDetail::printable(value.substr(0, 60)) + "\" from " +
+                                   from + " is no number for " + to);
+    };
+    const fxElementKind& kind = *byName[joint.from.object.text]->said.kind;
+    minding[fxFlowDetail::keyOf(joint)] =
+        kind.findOutput(joint.from.channel.text)->type->watch(source, target, look);
 }
 
 bool fxFlow::Change::prepare() {
@@ -194,6 +238,7 @@ void fxFlow::Change::commit() {
     network->byName = std::move(byName);
     network->joints = std::move(joints);
     network->relays.swap(relays);  // the old ones end with the change
+    for (auto& [key, connection] : minding) network->minding[key] = std::move(connection);
     network->said = std::move(text);
     network->retire(std::move(dropped));
     network->updateWatches();

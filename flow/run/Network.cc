@@ -160,7 +160,8 @@ fxOutputChannel* fxFlow::Network::sourceOf(const fxFlowText::Connection& joint) 
     return relay != relays.end() ? relay->second->getOutput("out") : nullptr;
 }
 
-void fxFlow::Network::cut(const fxFlowText::Connection& joint) const {
+void fxFlow::Network::cut(const fxFlowText::Connection& joint) {
+    minding.erase(fxFlowDetail::keyOf(joint));
     const Member* const to = find(joint.to.object.text);
     fxInputChannel* const input = to != nullptr ? to->input(joint.to.channel.text) : nullptr;
     fxOutputChannel* const output = sourceOf(joint);

@@ -2,6 +2,7 @@
 #ifndef FLOW_RUN_NETWORK_H
 #define FLOW_RUN_NETWORK_H
 
+#include <exception>
 #include <map>
 #include <memory>
 #include <string>
@@ -49,8 +50,8 @@ public:
     fxInputChannel* input(const std::string& channel) const;
     ///@}
 
-    const fxFlowText::Object said;  // by the text; its kind is not null
-    fxObj* const object;            // dangles once it is not there
+    fxFlowText::Object said;  // by the text; its kind is not null
+    fxObj* const object;      // dangles once it is not there
 
 private:
     fxElement* const asElement;
@@ -61,6 +62,18 @@ typedef std::vector<std::unique_ptr<Member>> Members;
 
 // Keeps the members until nothing of them can be at work any more: see Acting.
 void bury(Members members);
+
+// What the call returns, or what it throws as text.
+template <class Call>
+std::string outcomeOf(Call call) {
+    try {
+        return call();
+    } catch (const std::exception& thrown) {
+        return *thrown.what() != '\0' ? thrown.what() : "an exception without a text";
+    } catch (...) {
+        return "an exception of an unknown kind";
+    }
+}
 
 // What is wrong, at a place.
 fxFlowProblem problemAt(const fxFlowPlace& place, std::string text);
@@ -82,7 +95,8 @@ bool leadsTo(unsigned short from, unsigned short to);
 // (2) Each connection of `joints` is made if both ends are there: directly if it is "now",
 //     else from the relay for its output and delivery, which the output leads to.
 // (3) A relay is in `relays` exactly while a connection of `joints` needs it.
-// (4) byObject has the members, those that a change under way has made, and the retired.
+// (4) `minding` has a connection for each of `joints` that makes numbers of texts.
+// (5) byObject has the members, those that a change under way has made, and the retired.
 //
 // While a change is under way (isChanging) others are refused.
 class FX_LOCAL fxFlow::Network {
@@ -103,7 +117,7 @@ public:
     Member* memberOf(const fxObj& object) const;  // the same, by byObject
     // Where the values of the connection come from: an output or a relay's; or null.
     fxOutputChannel* sourceOf(const fxFlowText::Connection& joint) const;
-    void cut(const fxFlowText::Connection& joint) const;
+    void cut(const fxFlowText::Connection& joint);
     void complain(const fxObj& object, const std::string& text) const;
     fxFlowText textNow() const;  // with the properties as they are
 
@@ -130,6 +144,7 @@ public:
     Members members;
     std::vector<fxFlowText::Connection> joints;
     std::map<RelayKey, fxRef<fxObj>> relays;
+    std::map<std::string, fxScopedConnection> minding;  // by keyOf(); see Change::mind()
     std::unordered_map<std::string_view, Member*> byName;
     std::unordered_map<const fxObj*, Member*> byObject;
     Members retired;
@@ -162,6 +177,9 @@ public:
     bool start();
     bool prepare();
     ///@}
+    // After make(): lets each object be that of a text with other settings, which later
+    // changes compare with. False where the text has other objects, or an error.
+    bool give(fxFlowText given);
     void commit();
 
     // Of the text, in its order; after make().
@@ -180,6 +198,8 @@ private:
     void setUp(const Member& member);
     void startOne(const Member& member);
     void prepareJoint(const fxFlowText::Connection& joint);
+    // Complains of texts that a connection makes numbers of, and that do not begin with one.
+    void mind(const fxFlowText::Connection& joint, fxOutputChannel* source, unsigned short type);
     // Runs code of the member's; what it throws or returns is a problem.
     template <class Call>
     void attempt(const Member& member, const fxFlowPlace& place, Call call);
@@ -196,6 +216,7 @@ private:
     std::vector<fxFlowText::Connection> joints;
     std::unordered_set<std::string> before, after;  // the connections that were, and will be
     std::map<Network::RelayKey, fxRef<fxObj>> relays;
+    std::map<std::string, fxScopedConnection> minding;
     std::vector<Join> joins;  // to be made
 };
 

@@ -4,10 +4,11 @@
 #include "fxds/Save.h"
 #include "fxds/XdrEvolution.h"
 
-// A saved flow is one object: the edition, the text, and for each object of the text its
-// name, what its element transcribes, and the name again, which shows an element that took
-// more or less than it had written. The objects are no objects of the graph: the text, which
-// is read first, makes them beside those of the flow, and then they read their part.
+// A saved flow is one object: the edition, the text as it was given and the text with the
+// properties as they are, and for each object its name, what its element transcribes, and the
+// name again, which shows an element that took more or less than it had written. The objects
+// are no objects of the graph: the second text makes them beside those of the flow, and then
+// they read their part. The first text is what the next change of the flow compares with.
 
 namespace {
 
@@ -56,15 +57,15 @@ bool xdrName(fxTranscriber& t, const fxFlowDetail::Member& member) {
 // The states of elements, whose code runs here and may do anything.
 bool xdrStates(fxTranscriber& t, const std::vector<fxFlowDetail::Member*>& members) {
     for (const fxFlowDetail::Member* const each : members) {
-        try {
-            if (!xdrName(t, *each)) return false;
-            if (each->element() != nullptr && !each->element()->xdrState(t)) return false;
-            if (!xdrName(t, *each)) return false;
-        } catch (const std::exception& thrown) {
-            return refuse(t, each->name(), thrown.what());
-        } catch (...) {
-            return refuse(t, each->name(), "an exception of an unknown kind");
-        }
+        bool isDone = false;
+        const std::string why = fxFlowDetail::outcomeOf([&] {
+            isDone = xdrName(t, *each) &&
+                     (each->element() == nullptr || each->element()->xdrState(t)) &&
+                     xdrName(t, *each);
+            return "";
+        });
+        if (!why.empty()) return refuse(t, each->name(), why);
+        if (!isDone) return false;
         if (!each->isThere()) return refuse(t, each->name(), "it has ended itself");
     }
     return true;
@@ -95,12 +96,15 @@ fxStreamFault fxFlow::save(const std::string& path) {
         return faultOf(fxStreamFault::unwritable, path, firstError(nothing.problems));
     }
     fxFlowText now = hold->textNow();
+    fxFlowText given = hold->said;
     now.plugins.clear();
+    given.plugins.clear();
     std::string text = now.write();
+    std::string givenText = given.write();
     std::vector<fxFlowDetail::Member*> members;
     for (const auto& each : hold->members) members.push_back(each.get());
     const Content content(
-        [&](fxTranscriber& t) { return fxXdr(t, text) && xdrStates(t, members); });
+        [&](fxTranscriber& t) { return fxXdrAll(t, givenText, text) && xdrStates(t, members); });
     const fxRef<fxSavedFlow> root = new fxSavedFlow;
     return fxSave(path, root);
 }
@@ -110,11 +114,15 @@ fxStreamFault fxFlow::load(const std::string& path) {
     const std::shared_ptr<Network> hold = network;  // elements may end the flow
     std::unique_ptr<Change> change;
     const Content content([&](fxTranscriber& t) {
+        std::string given;
         std::string text;
-        if (!t.isReading() || !fxXdr(t, text)) return false;
+        if (!t.isReading() || !fxXdrAll(t, given, text)) return false;
         change = std::make_unique<Change>(hold, fxFlowText::parseAlone(text, "saved flow"),
                                           Change::Keep::nothing);
-        if (change->check() && change->make()) return xdrStates(t, change->all());
+        if (change->check() && change->make() &&
+            change->give(fxFlowText::parseAlone(given, "saved flow"))) {
+            return xdrStates(t, change->all());
+        }
         return t.refuse(firstError(change->problems).c_str());
     });
     const fxLoaded<fxSavedFlow> loaded = fxLoad<fxSavedFlow>(path);

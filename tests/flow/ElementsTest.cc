@@ -7,6 +7,7 @@
 
 #include <chrono>
 #include <filesystem>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -196,4 +197,48 @@ TEST_F(Elements, ComplainOfWhatTheyCannotUse) {
     EXPECT_EQ(run.complaints,
               "f: \"abc\" is no number\nd: drops what comes: its limit is 1\n"
               "c: cpu is off: /nowhere/stat: No such file or directory\n");
+}
+
+// A flow that is saved, loaded, and given its text again after any step goes on as if
+// nothing had happened.
+TEST_F(Elements, SaveAllThatTheyRemember) {
+    const fxFlowText text = fxFlowText::load(FXDS_SOURCE_DIR "/tests/flow/elements.flow");
+    const auto play = [&](const fxFlowText::Test& test, size_t saveBefore) {
+        std::map<std::string, std::string> seen;  // by output
+        fxMadeUpTime time;
+        fxFlow flow(fxFlow::Purpose::testing, time);
+        EXPECT_TRUE(flow.apply(text).empty());
+        for (const fxFlowText::Object& each : text.objects) {
+            for (const fxElementChannel& output :
+                 fxElementKind::find(each.className.text)->outputs) {
+                std::string& values = seen[each.name.text + '.' + output.name];
+                flow.watch(each.name.text, output.name, &flow,
+                           [&values](const std::string& value) { values += value + '\n'; });
+            }
+        }
+        for (size_t i = 0; i < test.steps.size(); ++i) {
+            if (i == saveBefore) {
+                EXPECT_FALSE(flow.save(room.path + "/state"));
+                EXPECT_FALSE(flow.load(room.path + "/state"));
+                const fxObj* const gate = flow.find("gate");
+                EXPECT_TRUE(flow.apply(text).empty());
+                EXPECT_EQ(flow.find("gate"), gate);
+            }
+            const fxFlowText::Step& step = test.steps[i];
+            const bool isSend = step.kind == fxFlowText::Step::Kind::send;
+            for (unsigned long n = 0; isSend && n < step.count; ++n) {
+                flow.send(step.end.object.text, step.end.channel.text, step.value.text);
+            }
+            const bool isPass = step.kind == fxFlowText::Step::Kind::pass;
+            EXPECT_EQ(time.pass(fxFlowTime::seconds(isPass ? step.seconds : 0)), "");
+        }
+        seen.erase("tick.start");  // of each start
+        return seen;
+    };
+    for (const fxFlowText::Test& test : text.tests) {
+        const auto expected = play(test, test.steps.size());
+        for (size_t i = 0; i < test.steps.size(); ++i) {
+            EXPECT_EQ(play(test, i), expected) << test.name.text << ", before step " << i + 1;
+        }
+    }
 }

@@ -492,6 +492,27 @@ TEST_F(FlowTest, WatchesFollowTheirEnd) {
     drain();
 }
 
+// What a converter would make 0 of, the flow names: the first of each row of them.
+TEST_F(FlowTest, ComplainsOfTextsThatAreNoNumbers) {
+    Texts complaints;
+    fxConnect(flow->complaint, [&](const fxStr& text) { complaints.emplace_back(text.view()); });
+    for (const char* delivery : {"now", "queued"}) {
+        const std::string objects = "a = Gate open=yes\nb = Node\nc = Gate\n";
+        const std::string joints = std::string("a.value -> b.in (") + delivery + "), c.open\n";
+        EXPECT_EQ(apply(objects + joints), Texts());
+        complaints.clear();
+        for (const char* text : {"1", "x", "y", " 5 m", "true"})
+            flow->send("a", "value", text), drain();
+        EXPECT_EQ(complaints, (Texts{"b: \"x\" from a.value is no number for in",
+                                     "c: \"x\" from a.value is no number for open",
+                                     "b: \"true\" from a.value is no number for in"}));
+        EXPECT_EQ(apply(objects), Texts());
+        flow->send("a", "value", "x");
+        drain();
+        EXPECT_EQ(complaints.size(), 3U);
+    }
+}
+
 // A picture has all objects and ends, and says how values travel.
 TEST_F(FlowTest, IsDrawn) {
     EXPECT_EQ(apply("a = Node step=2\nb = Outside\na.out -> b.in (newest)\na.out -> a.text"),
