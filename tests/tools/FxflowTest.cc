@@ -24,6 +24,11 @@ const char errorsFlow[] =
     "error.matched -> count.count\n"
     "count.value -> say.value\n";
 
+std::string tickFlow(const std::string& format) {
+    return "ticker = Ticker every=0.01\ncount = Count\nsay = Print format=\"" + format +
+           "\"\nticker.tick -> count.count\ncount.value -> say.value\n";
+}
+
 bool contains(const std::string& text, const std::string& part) {
     return text.find(part) != std::string::npos;
 }
@@ -83,6 +88,10 @@ TEST_F(Fxflow, AnswersCommandLines) {
     folder.file("upper.flow",
                 "include errors.flow\nuse upper.so\nup = Upper\ncry = Print\n"
                 "error.missed -> up.text\nup.text -> cry.value\n");
+    folder.file("tick.flow", tickFlow("%s"));
+    folder.file(
+        "round.flow",
+        tickFlow("%s") + "f = Format format=%s\ncount.value -> f.value\nf.text -> f.value\n");
     folder.file("dear.flow", "a = Print\nuse \"nowhere.so\"\nb = Unknown\n");
     const struct {
         const char* command;
@@ -110,7 +119,7 @@ TEST_F(Fxflow, AnswersCommandLines) {
          "", 0},
         {"fxflow --plugin ./upper.so --describe Upper", "Upper: ...", 0},
         {"fxflow --plugin ./nowhere.so errors.flow", "fxflow: ...", 1},
-        {"fxflow test good.flow", "good.flow\n  ok      errors count\n1 tests, 0 failed\n", 0},
+        {"fxflow test good.flow", "good.flow\n  ok      errors count\n1 test, 0 failed\n", 0},
         {"fxflow test --junit report.xml bad.flow",
          "bad.flow\n"
          "  ok      errors count\n"
@@ -119,11 +128,13 @@ TEST_F(Fxflow, AnswersCommandLines) {
          "2 tests, 1 failed\n",
          1},
         {"grep -c 'five &amp; ]]&gt;.xff.xc2.x9b\xC3\xA9\"' report.xml", "1\n", 0},
-        {"fxflow test beside.flow", "beside.flow\n  ok      after a second\n1 tests, 0 failed\n",
-         0},
+        {"fxflow test beside.flow", "beside.flow\n  ok      after a second\n1 test, 0 failed\n", 0},
         {"fxflow test circle.flow | sed -n 3p",
          "    circle.flow:4:3: error: values go round without end\n", 0},
-        {"fxflow test lone.flow", "lone.flow.test:1:1: error: does not include the flow...", 2},
+        {"fxflow test lone.flow", "lone.flow.test:1:1: error: does not include the flow...", 1},
+        {"fxflow test --junit report.xml dear.flow 2>/dev/null",
+         "0 tests, 0 failed, not tested: 1 file\n", 1},
+        {"grep -c 'errors=\"1\"\\|<error message=\"dear.flow:2:5' report.xml", "2\n", 0},
         {"fxflow test errors.flow", "fxflow: errors.flow has no tests\n0 tests, 0 failed\n", 2},
         {"fxflow --list | grep '^Rate '", "Rate ...", 0},
         {"fxflow --describe Level", "Level: ...", 0},
@@ -132,7 +143,8 @@ TEST_F(Fxflow, AnswersCommandLines) {
         {"fxflow --text good.flow > again.flow && fxflow --text again.flow | cmp - again.flow", "",
          0},
         {"fxflow --dot errors.flow", "digraph ...", 0},
-        {"fxflow running", "", 0},
+        {"cd fxflow; touch x.99999999 .99999999; fxflow running; ls -A; rm x.* .9*",
+         ".99999999\nx.99999999\n", 0},
         {"fxflow top", "fxflow: no flow is running\n", 1},
         {"fxflow", "usage: fxflow ...", 2},
         {"fxflow --check --list errors.flow", "usage: fxflow ...", 2},
@@ -140,6 +152,9 @@ TEST_F(Fxflow, AnswersCommandLines) {
         {"fxflow --load s --save s errors.flow", "1 so far\n2 so far\n", 0},
         {"fxflow --load s --save s --set log.file=other.log errors.flow", "3 so far\n", 0},
         {"fxflow errors.flow > /dev/full", "fxflow: say: cannot write...", 1},
+        {"fxflow --save piped tick.flow 2>/dev/null | sed q; test -s piped", "1\n", 0},
+        {"timeout 0.2 fxflow round.flow 2>&1 >/dev/null",
+         "fxflow: still queued at the end, and lost: ...", 124},
         {"chmod 755 fxflow; fxflow errors.flow", "fxflow: no other terminal can look into...", 0},
         {"rmdir fxflow; ln -s . fxflow; fxflow running", "fxflow: ...", 1},
     };
@@ -202,11 +217,6 @@ private:
     std::FILE* output = nullptr;
     std::FILE* errors = nullptr;
 };
-
-std::string tickFlow(const std::string& format) {
-    return "ticker = Ticker every=0.01\ncount = Count\nsay = Print format=\"" + format +
-           "\"\nticker.tick -> count.count\ncount.value -> say.value\n";
-}
 
 int numberIn(const std::string& line) {
     const size_t digit = line.find_first_of("0123456789");

@@ -72,6 +72,13 @@ FlowFolder::State FlowFolder::stateOf(const Flow& flow) const {
     return errno == ECONNREFUSED ? State::died : State::begins;
 }
 
+// Whether a flow of the user's may have made it: a program may keep other files there.
+bool FlowFolder::isOwnSocket(const std::string& file) const {
+    struct stat status;
+    return fstatat(folder, file.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0 &&
+           S_ISSOCK(status.st_mode) && status.st_uid == geteuid();
+}
+
 std::vector<FlowFolder::Flow> FlowFolder::flows() const {
     std::vector<Flow> found;
     DIR* const entries = folder >= 0 ? opendir(pathOf(".").c_str()) : nullptr;
@@ -81,7 +88,7 @@ std::vector<FlowFolder::Flow> FlowFolder::flows() const {
         const size_t dot = file.rfind('.');
         if (dot == std::string::npos) continue;
         const Flow flow = {file.substr(0, dot), std::atol(file.c_str() + dot + 1)};
-        if (flow.process <= 0 || flow.file() != file) continue;
+        if (flow.process <= 0 || flow.file() != file || !isOwnSocket(file)) continue;
         const State state = stateOf(flow);
         if (state == State::runs) found.push_back(flow);
         if (state == State::died) unlinkat(folder, file.c_str(), 0);
@@ -98,12 +105,15 @@ int FlowFolder::listen(const std::string& name) {
     const std::string quiet = '.' + std::to_string(flow.process);
     const int made = newSocket();
     if (made < 0) return -1;
-    unlinkat(folder, quiet.c_str(), 0);
+    // A flow of the same process number may have died and left both.
+    for (const std::string& each : {quiet, flow.file()}) {
+        if (isOwnSocket(each)) unlinkat(folder, each.c_str(), 0);
+    }
     const mode_t mask = umask(0177);
     const bool isBound = withAddress(pathOf(quiet), made, bind);
     umask(mask);
     if (isBound && ::listen(made, 8) == 0 &&
-        renameat(folder, quiet.c_str(), folder, flow.file().c_str()) == 0) {
+        renameat2(folder, quiet.c_str(), folder, flow.file().c_str(), RENAME_NOREPLACE) == 0) {
         own = flow.file();
         return made;
     }

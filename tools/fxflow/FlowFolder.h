@@ -11,7 +11,8 @@
 /// is a symbolic link, is not used.
 ///
 /// A socket is called NAME.PID. It gets that name when it listens already, so that one
-/// which refuses belongs to a flow that has died, and is removed.
+/// which refuses belongs to a flow that has died, and is removed. Other files stay as they
+/// are.
 class FlowFolder {
 public:
     struct Flow {
@@ -44,6 +45,7 @@ private:
     enum class State { begins, runs, died };
 
     std::string open();
+    bool isOwnSocket(const std::string& file) const;
     State stateOf(const Flow& flow) const;
     std::string pathOf(const std::string& file) const;
 

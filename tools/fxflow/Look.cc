@@ -223,9 +223,8 @@ bool readAnswer(Session& session, Answer& answer) {
 
 void draw(Table& table, const Session& session, const Answer& answer) {
     table.begin();
-    table.print(session.getName() + " (process " + std::to_string(session.getProcess()) +
-                "): " + std::to_string(answer.objects) + " objects, " +
-                std::to_string(answer.outputs) + " outputs");
+    table.print(session.getName() + " (process " + std::to_string(session.getProcess()) + "): " +
+                counted(answer.objects, "object") + ", " + counted(answer.outputs, "output"));
     size_t width = 6;
     for (const Answer::Row& row : answer.rows) width = std::max(width, row.end.size());
     width = std::min<size_t>(width, 40);
@@ -276,7 +275,8 @@ int tap(const Options& options) {
             std::printf("%s%s\n", clockTime(milliseconds).c_str(), printable(words).c_str());
             std::fflush(stdout);
         } else if (kind == 'd') {
-            complain(rest + " values are left out: this terminal is too slow for them");
+            complain("left out, as this terminal is too slow: " +
+                     counted(std::strtoul(rest.c_str(), nullptr, 10), "value"));
         } else {
             complain(rest);
         }

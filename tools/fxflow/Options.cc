@@ -55,7 +55,7 @@ const char help[] =
     "  --help, --version   print this, print the version\n"
     "\n"
     "Exit status: 0; 1 when a flow is faulty or ends because of a fault, or a test\n"
-    "fails; 2 when the command line is wrong, or there is nothing to test.\n";
+    "fails; 2 when the command line is wrong, or a file has no tests.\n";
 
 enum Code {
     checkCode = 256,
@@ -195,6 +195,10 @@ int take(int code, Options& options) {
 }
 
 }  // namespace
+
+std::string counted(unsigned long count, const char* what) {
+    return std::to_string(count) + ' ' + what + (count == 1 ? "" : "s");
+}
 
 void complain(std::string_view what) {
     std::fprintf(stderr, "fxflow: %s\n", printable(what).c_str());

@@ -46,4 +46,7 @@ void complain(std::string_view what);
 
 using fxFlowDetail::printable;
 
+/// "1 test", "2 tests".
+std::string counted(unsigned long count, const char* what);
+
 #endif

@@ -3,6 +3,9 @@
 // descriptor registered, so each turn waits.
 #include "Runner.h"
 
+#include <poll.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
@@ -24,7 +27,11 @@ std::string nameOf(const std::string& path) {
     return end != 0 && name.compare(end, 5, ".flow") == 0 ? name.substr(0, end) : name;
 }
 
-std::string counted(size_t count, const char* what) { return std::to_string(count) + ' ' + what; }
+// Whether standard output is a pipe that nothing reads any more.
+bool hasLostReader() {
+    pollfd output = {STDOUT_FILENO, 0, 0};
+    return ::poll(&output, 1, 0) == 1 && (output.revents & POLLERR) != 0;
+}
 
 // "1 new, 2 changed, 0 gone": the objects of a text against those of the one before.
 std::string difference(const fxFlowText& before, const fxFlowText& now) {
@@ -36,7 +43,8 @@ std::string difference(const fxFlowText& before, const fxFlowText& now) {
         if (old != nullptr && !(*old == object)) ++changed;
     }
     const size_t gone = before.objects.size() + added - now.objects.size();
-    return counted(added, "new, ") + counted(changed, "changed, ") + counted(gone, "gone");
+    return std::to_string(added) + " new, " + std::to_string(changed) + " changed, " +
+           std::to_string(gone) + " gone";
 }
 
 }  // namespace
@@ -50,9 +58,12 @@ int Runner::run() {
     fxSignal interrupt(SIGINT);
     fxSignal terminate(SIGTERM);
     fxSignal hangup(SIGHUP);
+    fxSignal pipe(SIGPIPE);
     fxConnect(interrupt.signal(), this, [this](int) { isEnding = true; });
     fxConnect(terminate.signal(), this, [this](int) { isEnding = true; });
     fxConnect(hangup.signal(), this, [this](int) { change(); });
+    // The flow goes on where another descriptor than standard output has lost its reader.
+    fxConnect(pipe.signal(), this, [this](int) { isEnding = isEnding || hasLostReader(); });
     if (!begin()) return failed;
     openDoor();
     loop();
@@ -142,6 +153,8 @@ void Runner::finishQueue() {
     while (!fx_theEventHandler->isEmpty() && fxAlarm::Clock::now() < limit) {
         attempt([] { fx_theEventHandler->distributeEvents(); });
     }
+    const unsigned long lost = fx_theEventHandler->getCount();
+    if (lost != 0) complain("still queued at the end, and lost: " + counted(lost, "message"));
 }
 
 bool Runner::end() {

@@ -17,6 +17,13 @@ namespace {
 struct Suite {
     std::string path;
     std::vector<fxFlowTestResult> results;
+    std::string fault;  // for which it was not tested
+
+    size_t failures() const {
+        return static_cast<size_t>(
+            std::count_if(results.begin(), results.end(),
+                          [](const fxFlowTestResult& each) { return !each.failure.empty(); }));
+    }
 };
 
 // Reads what has the tests of a flow: the file beside it, or the flow itself.
@@ -66,32 +73,63 @@ std::string escaped(const std::string& text) {
     return xml;
 }
 
+// A test of the report, with what went wrong, if anything.
+void writeCase(FILE* file, const Suite& suite, const fxFlowTestResult& result, const char* kind) {
+    std::fprintf(file, R"(    <testcase name="%s" classname="%s" time="%.6f")",
+                 escaped(result.name).c_str(), escaped(suite.path).c_str(), result.seconds);
+    if (result.failure.empty()) {
+        std::fputs("/>\n", file);
+    } else {
+        std::fprintf(file, "><%s message=\"%s\">%s</%s></testcase>\n", kind,
+                     escaped(result.failure).c_str(), escaped(result.line()).c_str(), kind);
+    }
+}
+
 // As build servers read it.
 bool writeReport(const char* path, const std::vector<Suite>& suites) {
     FILE* const file = std::fopen(path, "we");
     if (file == nullptr) return false;
     std::fputs("<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<testsuites>\n", file);
     for (const Suite& suite : suites) {
-        const auto failures =
-            std::count_if(suite.results.begin(), suite.results.end(),
-                          [](const fxFlowTestResult& each) { return !each.failure.empty(); });
-        std::fprintf(file, "  <testsuite name=\"%s\" tests=\"%zu\" failures=\"%td\">\n",
-                     escaped(suite.path).c_str(), suite.results.size(), failures);
+        const size_t errors = suite.fault.empty() ? 0 : 1;
+        std::fprintf(
+            file, "  <testsuite name=\"%s\" tests=\"%zu\" failures=\"%zu\" errors=\"%zu\">\n",
+            escaped(suite.path).c_str(), suite.results.size() + errors, suite.failures(), errors);
         for (const fxFlowTestResult& each : suite.results) {
-            std::fprintf(file, R"(    <testcase name="%s" classname="%s" time="%.6f")",
-                         escaped(each.name).c_str(), escaped(suite.path).c_str(), each.seconds);
-            if (each.failure.empty()) {
-                std::fputs("/>\n", file);
-            } else {
-                std::fprintf(file, "><failure message=\"%s\">%s</failure></testcase>\n",
-                             escaped(each.failure).c_str(), escaped(each.line()).c_str());
-            }
+            writeCase(file, suite, each, "failure");
         }
+        if (errors != 0) writeCase(file, suite, {suite.path, {}, suite.fault, 0}, "error");
         std::fputs("  </testsuite>\n", file);
     }
     std::fputs("</testsuites>\n", file);
     const bool isGood = std::ferror(file) == 0;
     return std::fclose(file) == 0 && isGood;
+}
+
+// The flow of a file with its tests, checked with its plug-ins.
+fxFlowText checkedTests(const std::string& path, const Options& options) {
+    fxFlowText text = readTests(path, options);
+    bool isLoaded = true;
+    for (const fxFlowText::Word& plugin : text.plugins) {
+        const std::string why = fxLoadPlugin(plugin.text);
+        if (!why.empty()) text.problems.push_back({plugin.place, why});
+        isLoaded = isLoaded && why.empty();
+    }
+    if (isLoaded) text.check();
+    return text;
+}
+
+// Runs the tests of a flow, and prints how each went.
+void run(const fxFlowText& text, Suite& suite) {
+    std::printf("%s\n", printable(suite.path).c_str());
+    for (const fxFlowText::Test& test : text.tests) {
+        suite.results.push_back(fxRunFlowTest(text, test));
+        const fxFlowTestResult& result = suite.results.back();
+        const bool isPassed = result.failure.empty();
+        std::printf("  %s  %s\n", isPassed ? "ok    " : "FAILED", printable(result.name).c_str());
+        if (!isPassed) std::printf("    %s\n", printable(result.line()).c_str());
+        std::fflush(stdout);
+    }
 }
 
 }  // namespace
@@ -100,40 +138,32 @@ int runTests(const Options& options) {
     std::vector<Suite> suites;
     size_t count = 0;
     size_t failures = 0;
+    size_t faulty = 0;
     bool isTroubled = false;
     for (const std::string& path : options.words) {
-        fxFlowText text = readTests(path, options);
-        bool isLoaded = true;
-        for (const fxFlowText::Word& plugin : text.plugins) {
-            const std::string why = fxLoadPlugin(plugin.text);
-            if (!why.empty()) text.problems.push_back({plugin.place, why});
-            isLoaded = isLoaded && why.empty();
-        }
-        if (isLoaded) text.check();
-        const bool isGood = tellProblems(text.problems);
-        if (isGood && text.tests.empty()) complain(path + " has no tests");
-        if (!isGood || text.tests.empty()) {
+        Suite suite = {path, {}, ""};
+        const fxFlowText text = checkedTests(path, options);
+        if (!tellProblems(text.problems)) {
+            const auto first = std::find_if(text.problems.begin(), text.problems.end(),
+                                            [](const auto& each) { return !each.isWarning; });
+            suite.fault = first->line();
+            ++faulty;
+        } else if (text.tests.empty()) {
+            complain(path + " has no tests");
             isTroubled = true;
             continue;
+        } else {
+            run(text, suite);
         }
-        suites.push_back({path, {}});
-        std::printf("%s\n", printable(path).c_str());
-        for (const fxFlowText::Test& test : text.tests) {
-            suites.back().results.push_back(fxRunFlowTest(text, test));
-            const fxFlowTestResult& result = suites.back().results.back();
-            const bool isPassed = result.failure.empty();
-            std::printf("  %s  %s\n", isPassed ? "ok    " : "FAILED",
-                        printable(result.name).c_str());
-            if (!isPassed) std::printf("    %s\n", printable(result.line()).c_str());
-            std::fflush(stdout);
-            ++count;
-            failures += isPassed ? 0 : 1;
-        }
+        count += suite.results.size();
+        failures += suite.failures();
+        suites.push_back(std::move(suite));
     }
-    std::printf("%zu tests, %zu failed\n", count, failures);
+    std::printf("%s, %zu failed%s\n", counted(count, "test").c_str(), failures,
+                faulty == 0 ? "" : (", not tested: " + counted(faulty, "file")).c_str());
     if (options.junitPath != nullptr && !writeReport(options.junitPath, suites)) {
         complain(std::string(options.junitPath) + ": " + std::strerror(errno));
         isTroubled = true;
     }
-    return failures != 0 ? failed : isTroubled ? trouble : 0;
+    return failures + faulty != 0 ? failed : isTroubled ? trouble : 0;
 }
