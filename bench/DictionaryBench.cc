@@ -72,45 +72,67 @@ void perEntry(benchmark::State& state) {
     state.SetItemsProcessed(state.iterations() * state.range(0));
 }
 
-template <class Kind>
-void dictInsert(benchmark::State& state) {
-    const auto keys = makeKeys(state, Kind::forDict);
-    const unsigned int chains = chainsFor(state);
+template <class Table, class Key>
+void enter(Table& table, const Key& key) {
+    if constexpr (std::is_base_of_v<fxDictionary, Table>) {
+        table.add(key, {});
+    } else {
+        table.emplace(key, typename Table::mapped_type{});
+    }
+}
+
+// Into tables that `make()` returns.
+template <class Keys, class Make>
+void insertAll(benchmark::State& state, const Keys& keys, Make make) {
     for (auto _ : state) {
-        typename Kind::Dict dict(chains);
-        for (const auto& key : keys) dict.add(key, {});
-        benchmark::DoNotOptimize(dict);
+        auto table = make();
+        for (const auto& key : keys) enter(table, key);
+        benchmark::DoNotOptimize(table);
         state.PauseTiming();
-        dict.cleanup();
+        table.clear();
         state.ResumeTiming();
     }
     perEntry(state);
+}
+
+template <class Table, class Keys>
+void fill(Table& table, Keys& keys) {
+    for (const auto& key : keys) enter(table, key);
+    std::shuffle(keys.begin(), keys.end(), std::mt19937(2));
+}
+
+template <class Table, class Keys>
+void findAll(benchmark::State& state, Table& table, Keys keys) {
+    fill(table, keys);
+    for (auto _ : state) {
+        for (const auto& key : keys) benchmark::DoNotOptimize(table.find(key));
+    }
+    perEntry(state);
+}
+
+template <class Kind>
+void dictInsert(benchmark::State& state) {
+    const unsigned int chains = chainsFor(state);
+    insertAll(state, makeKeys(state, Kind::forDict), [&] { return typename Kind::Dict(chains); });
 }
 
 template <class Kind>
 void mapInsert(benchmark::State& state) {
     const auto keys = makeKeys(state, Kind::forMap);
-    for (auto _ : state) {
-        typename Kind::Map map(keys.size());
-        for (const auto& key : keys) map.emplace(key, typename Kind::Map::mapped_type{});
-        benchmark::DoNotOptimize(map);
-        state.PauseTiming();
-        map.clear();
-        state.ResumeTiming();
-    }
-    perEntry(state);
+    insertAll(state, keys, [&] { return typename Kind::Map(keys.size()); });
 }
 
 template <class Kind>
 void dictFind(benchmark::State& state) {
-    auto keys = makeKeys(state, Kind::forDict);
     typename Kind::Dict dict(chainsFor(state));
-    for (const auto& key : keys) dict.add(key, {});
-    std::shuffle(keys.begin(), keys.end(), std::mt19937(2));
-    for (auto _ : state) {
-        for (const auto& key : keys) benchmark::DoNotOptimize(dict.find(key));
-    }
-    perEntry(state);
+    findAll(state, dict, makeKeys(state, Kind::forDict));
+}
+
+template <class Kind>
+void mapFind(benchmark::State& state) {
+    const auto keys = makeKeys(state, Kind::forMap);
+    typename Kind::Map map(keys.size());
+    findAll(state, map, keys);
 }
 
 // What one entry costs that comes and goes in a table that is full otherwise.
@@ -118,25 +140,12 @@ template <class Kind>
 void dictRemove(benchmark::State& state) {
     auto keys = makeKeys(state, Kind::forDict);
     typename Kind::Dict dict(chainsFor(state));
-    for (const auto& key : keys) dict.add(key, {});
-    std::shuffle(keys.begin(), keys.end(), std::mt19937(2));
+    fill(dict, keys);
     for (auto _ : state) {
         for (const auto& key : keys) {
             dict.remove(key);
             dict.add(key, {});
         }
-    }
-    perEntry(state);
-}
-
-template <class Kind>
-void mapFind(benchmark::State& state) {
-    auto keys = makeKeys(state, Kind::forMap);
-    typename Kind::Map map(keys.size());
-    for (const auto& key : keys) map.emplace(key, typename Kind::Map::mapped_type{});
-    std::shuffle(keys.begin(), keys.end(), std::mt19937(2));
-    for (auto _ : state) {
-        for (const auto& key : keys) benchmark::DoNotOptimize(map.find(key));
     }
     perEntry(state);
 }
@@ -150,28 +159,17 @@ using AbslFor = absl::flat_hash_map<typename Kind::Map::key_type, typename Kind:
 template <class Kind>
 void abslInsert(benchmark::State& state) {
     const auto keys = makeKeys(state, Kind::forMap);
-    for (auto _ : state) {
+    insertAll(state, keys, [&] {
         AbslFor<Kind> map;
         if (state.range(1) == 0) map.reserve(keys.size());
-        for (const auto& key : keys) map.emplace(key, typename Kind::Map::mapped_type{});
-        benchmark::DoNotOptimize(map);
-        state.PauseTiming();
-        map.clear();
-        state.ResumeTiming();
-    }
-    perEntry(state);
+        return map;
+    });
 }
 
 template <class Kind>
 void abslFind(benchmark::State& state) {
-    auto keys = makeKeys(state, Kind::forMap);
     AbslFor<Kind> map;
-    for (const auto& key : keys) map.emplace(key, typename Kind::Map::mapped_type{});
-    std::shuffle(keys.begin(), keys.end(), std::mt19937(2));
-    for (auto _ : state) {
-        for (const auto& key : keys) benchmark::DoNotOptimize(map.find(key));
-    }
-    perEntry(state);
+    findAll(state, map, makeKeys(state, Kind::forMap));
 }
 
 #endif

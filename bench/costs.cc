@@ -7,7 +7,6 @@
 #include <chrono>
 #include <cmath>
 #include <cstdio>
-#include <ctime>
 #include <memory>
 #include <string>
 #include <vector>
@@ -23,18 +22,11 @@
 #include <glib-object.h>
 #endif
 
-#include "fxds/fxds.h"
+#include "bench/Things.h"
 
 namespace {
 
 constexpr int count = 10000;
-
-// Of processor time: other programs run meanwhile.
-double nanoseconds() {
-    timespec now;
-    clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &now);
-    return static_cast<double>(now.tv_sec) * 1e9 + static_cast<double>(now.tv_nsec);
-}
 
 // Calls a function when it goes.
 template <class End>
@@ -94,18 +86,6 @@ void row(const char* name, Make make, Qt qt = {}, Glib glib = {}) {
     std::printf("| %s | %.0f | %s | %s | %.0f | %.0f |\n", name, cost.bytes, bytesOf(qt).c_str(),
                 bytesOf(glib).c_str(), cost.making, cost.ending);
 }
-
-class Sink : public fxObj {
-public:
-    Sink() { addInput<&Sink::receive>("in"); }
-    void receive(int value) { sum += value; }
-    long sum = 0;
-};
-
-class Source : public fxObj {
-public:
-    const fxOutput<int> out = addOutput<int>("out");
-};
 
 // The same things of others; a slot or a signal of an object takes nothing there.
 namespace theirs {

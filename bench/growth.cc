@@ -6,23 +6,15 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
-#include <ctime>
 #include <memory>
 #include <numeric>
 #include <random>
 #include <string>
 #include <vector>
 
-#include "fxds/fxds.h"
+#include "bench/Things.h"
 
 namespace {
-
-// Of processor time: other programs run meanwhile.
-double nanoseconds() {
-    timespec now;
-    clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &now);
-    return static_cast<double>(now.tv_sec) * 1e9 + static_cast<double>(now.tv_nsec);
-}
 
 size_t most = 1000000;
 
@@ -55,18 +47,6 @@ std::vector<size_t> order(size_t n, const char* how) {
     if (how[0] == 's') std::shuffle(indices.begin(), indices.end(), std::mt19937(1));
     return indices;
 }
-
-class Sink : public fxObj {
-public:
-    Sink() { addInput<&Sink::receive>("in"); }
-    void receive(int value) { sum += value; }
-    long sum = 0;
-};
-
-class Source : public fxObj {
-public:
-    const fxOutput<int> out = addOutput<int>("out");
-};
 
 // One source and many sinks, or one sink and many sources.
 template <class One, class Many>

@@ -12,7 +12,6 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
-#include <ctime>
 #include <map>
 #include <memory>
 #include <string>
@@ -29,19 +28,13 @@
 #include <glib-object.h>
 #endif
 
+#include "bench/Things.h"
 #include "fxds/LongArray.h"
 #include "fxds/NameSpace.h"
-#include "fxds/fxds.h"
 
 namespace {
 
 size_t count = 1000000;
-
-double seconds() {
-    timespec now;
-    clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &now);
-    return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) / 1e9;
-}
 
 double peakBytes() {
     rusage usage;
@@ -58,17 +51,17 @@ void measure(size_t things) {
     if (child == 0) {
         fxInitializeToolkit();
         const double before = peakBytes();
-        double times[4] = {seconds()};
+        double times[4] = {nanoseconds()};
         {
             Things made(things);
-            times[1] = seconds();
+            times[1] = nanoseconds();
             made.use();
-            times[2] = seconds();
+            times[2] = nanoseconds();
         }
-        times[3] = seconds();
+        times[3] = nanoseconds();
         const auto one = static_cast<double>(things);
         std::printf(" %.0f |", (peakBytes() - before) / one);
-        for (int i = 0; i < 3; ++i) std::printf(" %.0f |", (times[i + 1] - times[i]) * 1e9 / one);
+        for (int i = 0; i < 3; ++i) std::printf(" %.0f |", (times[i + 1] - times[i]) / one);
         std::fflush(stdout);
         _exit(0);
     }
@@ -91,18 +84,6 @@ void row(const char* name, const char* peer) {
         std::printf("\n");
     }
 }
-
-class Sink : public fxObj {
-public:
-    Sink() { addInput<&Sink::receive>("in"); }
-    void receive(int value) { sum += value; }
-    long sum = 0;
-};
-
-class Source : public fxObj {
-public:
-    const fxOutput<int> out = addOutput<int>("out");
-};
 
 struct Objects {
     explicit Objects(size_t n) : objects(n) {
@@ -158,8 +139,10 @@ struct Atoms {
     NameSpace names{nullptr, 0};
 };
 
-struct Entries {
-    explicit Entries(size_t n) : number(n) {
+// In a table from long to long.
+template <class Table>
+struct EntriesOf {
+    explicit EntriesOf(size_t n) : number(n) {
         for (size_t i = 0; i < n; ++i) table[static_cast<long>(i * 7919)] = 1;
     }
     void use() {
@@ -167,8 +150,9 @@ struct Entries {
     }
     const size_t number;
     long sum = 0;
-    fxTypedDictionary<long, long> table;
+    Table table;
 };
+typedef EntriesOf<fxTypedDictionary<long, long>> Entries;
 
 #ifdef FXDS_HAVE_QT
 
@@ -207,17 +191,7 @@ struct QtProperties {
     std::vector<QObject> objects;
 };
 
-struct QtEntries {
-    explicit QtEntries(size_t n) : number(n) {
-        for (size_t i = 0; i < n; ++i) table[static_cast<long>(i * 7919)] = 1;
-    }
-    void use() {
-        for (size_t i = 0; i < number; ++i) sum += table[static_cast<long>(i * 7919)];
-    }
-    const size_t number;
-    long sum = 0;
-    QHash<long, long> table;
-};
+typedef EntriesOf<QHash<long, long>> QtEntries;
 
 #else
 typedef Nothing QtObjects;
@@ -263,15 +237,16 @@ void bigFile(const char* path) {
     fxInitializeToolkit();
     fxLongArray longs(static_cast<unsigned int>(count * 128));
     for (unsigned int i = 0; i < longs.length(); ++i) longs[i] = i;
-    const double start = seconds();
+    const double start = nanoseconds();
     const bool isSaved = !fxSave(path, &longs);
-    const double middle = seconds();
-    std::printf("\nSaved %s, %.2f s of processor time\n", isSaved ? "well" : "NOT", middle - start);
+    const double middle = nanoseconds();
+    std::printf("\nSaved %s, %.2f s of processor time\n", isSaved ? "well" : "NOT",
+                (middle - start) / 1e9);
     const auto loaded = fxLoad<fxLongArray>(path);
     if (!loaded) std::printf("%s\n", loaded.fault().text().c_str());
     const bool isSame = loaded && *loaded == longs;
     std::printf("Loaded %s, %.2f s; %.2f GB of memory at the most\n", isSame ? "the same" : "NOT",
-                seconds() - middle, peakBytes() / 1e9);
+                (nanoseconds() - middle) / 1e9, peakBytes() / 1e9);
 }
 
 }  // namespace
