@@ -5,7 +5,7 @@
 #include "fxds/Config.h"
 #include "fxds/detail/Walk.h"
 
-template <class Node>
+template <class Node, bool keepsPrevious>
 class fxHashIndex;
 
 /// One entry of a HashTable, made and destroyed by it. View: good until the
@@ -29,12 +29,11 @@ public:
 
 private:
     friend class HashTable;
-    friend class fxHashIndex<HashEntry>;
+    friend class fxHashIndex<HashEntry, false>;
 
     HashEntry(unsigned long key_, unsigned int tag_)
-        : key(key_), value(nullptr), next(nullptr), prev(nullptr), alike(nullptr), tag(tag_) {}
+        : key(key_), value(nullptr), next(nullptr), prev(nullptr), tag(tag_) {}
 
-    HashEntry* alike;  // another entry of the same tag
     unsigned int tag;  // mixed from the whole key
 };
 
@@ -93,7 +92,7 @@ private:
     int size;
     unsigned int level;  // base-2 logarithm of size
     fxWalks<Walk> walks;
-    mutable fxHashIndex<HashEntry>* index;  // null until a search walks far
+    mutable fxHashIndex<HashEntry, false>* index;  // null until a search walks far
 };
 
 #endif

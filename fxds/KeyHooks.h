@@ -127,9 +127,9 @@ public:
     template <class Text, fxDetail::IfCopied<Key, Text> = 0>
     void remove(const Text& text) {
         const std::string_view view = fxTextView(text);
-        const Node* node = nullptr;
-        if (!findHere(view, node)) return remove(Key(view));
-        if (node != nullptr) Base::remove(node->element);
+        const Result found = findHere(view);
+        if (!found.isKnown) return remove(Key(view));
+        if (found.node != nullptr) Base::remove(found.node->element);
     }
     ///@}
 
@@ -145,15 +145,15 @@ protected:
     /// hooks are those of this class: their hash is their fingerprint.
     void* findKey(const Key& key) const {
         if constexpr (std::is_scalar_v<Key> || std::is_same_v<Key, std::string>) {
-            const Node* node = nullptr;
-            if (findHere(key, node)) return node != nullptr ? this->found(node) : nullptr;
+            const Result result = findHere(key);
+            if (result.isKnown) return valueOf(result);
         }
         return Base::find(&key);
     }
     /// The same for keys that are std::string.
     void* findView(std::string_view text) const {
-        const Node* node = nullptr;
-        if (findHere(text, node)) return node != nullptr ? this->found(node) : nullptr;
+        const Result result = findHere(text);
+        if (result.isKnown) return valueOf(result);
         const Key key(text);
         return Base::find(&key);
     }
@@ -193,37 +193,58 @@ protected:
     }
 
 private:
-    // Looks for what is equal to a key, without an object of that type. False when this
-    // search is the library's: `node` says nothing then.
+    // What a search in the program's code has come to.
+    struct Result {
+        bool isKnown;  // or this search is the library's
+        const Node* node;
+    };
+
+    void* valueOf(const Result& result) const {
+        return result.node != nullptr ? this->found(result.node) : nullptr;
+    }
+
+    // Looks for what is equal to a key, without an object of that type.
     template <class Asked>
-    bool findHere(const Asked& asked, const Node*& node) const {
-        auto& own = this->extra;
+    [[gnu::always_inline]] Result findHere(const Asked& asked) const {
+        const auto& own = this->extra;
         const unsigned int chains = this->buckets.length();
-        if (!own.hasOwnHooks || own.divisor != chains) return false;
+        if (__builtin_expect(own.plainChains != chains, 0)) return findIndexed(asked);
         const unsigned long hash = fxKeyHooks<Key>::hash(asked);
-        const unsigned int chain = own.chainOf(hash, chains);
-        const auto isEqual = [&asked](const Node* other) {
-            return fxKeyHooks<Key>::compare(asked, *static_cast<Key*>(other->element)) == 0;
-        };
-        if (own.index.isBuilt()) {
-            node = own.index.first(fxMix32(hash));
-            while (node != nullptr && (node->bucket() != chain || !isEqual(node))) {
-                node = node->alike;
-            }
-            return true;
-        }
-        node = this->buckets.begin()[chain];
+        const Node* node = this->buckets.begin()[own.restOfShort(hash, chains)];
         for (unsigned int left = own.index.longWalk; left != 0; --left) {
-            if (node == nullptr || isEqual(node)) return true;
+            if (node == nullptr || isEqual(asked, node)) return {true, node};
             node = node->next;
         }
-        return false;
+        return {false, nullptr};
+    }
+    template <class Asked>
+    static bool isEqual(const Asked& asked, const Node* node) {
+        return fxKeyHooks<Key>::compare(asked, *static_cast<Key*>(node->element)) == 0;
+    }
+
+    // The same where there may be an index. If there is none the next search is plain.
+    template <class Asked>
+    [[gnu::noinline]] Result findIndexed(const Asked& asked) const {
+        auto& own = this->extra;
+        const unsigned int chains = this->buckets.length();
+        if (!own.hasOwnHooks || own.divisor != chains) return {false, nullptr};
+        if (!own.index.isBuilt()) {
+            own.plainChains = chains;
+            return {false, nullptr};
+        }
+        const unsigned long hash = fxKeyHooks<Key>::hash(asked);
+        const unsigned int chain = own.restOfShort(hash, chains);
+        const auto isWanted = [chain, &asked](const Node* other) {
+            return other->bucket() == chain && isEqual(asked, other);
+        };
+        return {true, own.index.find(fxMix32(hash), isWanted)};
     }
 
     // Asks again: when another base of the object's class has used the table, a constructor
     // has to call forgetFinder().
     bool hasOwnHooksNow() const {
         this->extra.hasOwnHooks = false;
+        this->extra.plainChains = ~0U;
         static_cast<void>(this->finder());
         return this->extra.hasOwnHooks;
     }

@@ -20,8 +20,7 @@
 //
 // Invariants, between any two calls and whenever a hook runs:
 // (1) The nodes of chain b hang on buckets[b], each in one chain. node->bucket()
-//     is b, and node->previous is the node before it, or null. extra.linked is
-//     the number of all of them.
+//     is b. extra.linked is the number of all of them.
 // (2) A linked node has a key and a value. Only while the value is being
 //     replaced the node is marked as ending and has none: then only removal, an
 //     addition of its key, which removes it, and iterators meet it.
@@ -29,8 +28,9 @@
 //     search compares keys only where the tags are equal. A late node, whose
 //     key may still lack its text, has no such tag; see fxHashXdr. While
 //     there is one, extra.hasLate is set.
-// (4) If the index is built, it has all linked nodes and no other, those of a
-//     tag in the order of their chain. None of them is late.
+// (4) If the index is built, it has all linked nodes and no other, each with the
+//     one before it in its chain. Equal keys of one chain, which only a stream
+//     brings, are in the order of the chain. No node is late.
 // (5) An iterator in `iters` is attached: its node is linked, and is in chain
 //     bucketIndex.
 // (6) While there is a hold, what is removed keeps its key, its value and its
@@ -55,6 +55,7 @@ struct fxHashCore {
     typedef fxHashPlace Place;
 
     static constexpr unsigned int defaultChains = 31;
+    static constexpr unsigned int longWalk = fxHashIndex<Node, true>::longWalk;
 
     // Searching.
 
@@ -70,7 +71,7 @@ struct fxHashCore {
     template <class Key>
     static Node* findDirectly(const Container& table, const Container& /*hooks*/, const void* key,
                               Place& place) {
-        return search(table, DirectHooks<Key>(), key, place);
+        return search(table, fxDirectHooks<Key>(), key, place);
     }
 
     static Node* find(const Container& table, const Container& hooks, const void* key,
@@ -87,7 +88,8 @@ struct fxHashCore {
     [[gnu::always_inline]] static Node* findQuickly(const Container& table, const void* key) {
         if (table.extra.finder != &findDirectly<fxStr>) return find(table, key);
         Place place;
-        return table.buckets.isEmpty() ? nullptr : search(table, DirectHooks<fxStr>(), key, place);
+        return table.buckets.isEmpty() ? nullptr
+                                       : search(table, fxDirectHooks<fxStr>(), key, place);
     }
 
     /// Where keys are fxStr.
@@ -96,7 +98,7 @@ struct fxHashCore {
         Place place;
         if (table.extra.finder == nullptr) chooseFinder(table);
         if (table.extra.finder == &findDirectly<fxStr>) {
-            return search(table, DirectHooks<std::string_view>(), &text, place);
+            return search(table, fxDirectHooks<std::string_view>(), &text, place);
         }
         const fxStr key(text);
         return table.extra.finder(table, table, &key, place);
@@ -203,12 +205,9 @@ struct fxHashCore {
     static void remove(Container& table, Node* node) {
         unlink(table, node);
         invalidate(table, node);
-        if (table.extra.holds.isEmpty()) {
-            end(table, table, node);
-            return;
-        }
+        if (table.extra.holds.isEmpty()) return end(table, table, node);
         Node*& last = table.extra.lastRemoved;
-        node->alike = last != nullptr ? std::exchange(last->alike, node) : node;
+        node->next = last != nullptr ? std::exchange(last->next, node) : node;
         last = node;
     }
 
@@ -236,6 +235,7 @@ struct fxHashCore {
         } while (table.extra.linked != 0);
         table.extra.index.drop();
         table.extra.hasLate = false;
+        table.extra.isUnindexable = false;
         table.extra.nodes.shrink();
         return removed;
     }
@@ -274,6 +274,7 @@ struct fxHashCore {
         std::swap(table.count, source.count);
         std::swap(table.extra.linked, from.linked);
         std::swap(table.extra.hasLate, from.hasLate);
+        std::swap(table.extra.isUnindexable, from.isUnindexable);
         table.extra.nodes.swap(from.nodes);
         table.extra.index.swap(from.index);
     }
@@ -292,9 +293,8 @@ struct fxHashCore {
 
     /// The bytes of a key, without those that align its value.
     static unsigned int keyBytes(const Container& table) {
-        const auto& extra = table.extra;
-        const bool isPadded = table.keySize == extra.paddedKeyBytes;
-        return table.keySize - (isPadded ? extra.keyPadding : 0U);
+        const bool isPadded = table.keySize == table.extra.paddedKeyBytes;
+        return table.keySize - (isPadded ? table.extra.keyPadding : 0U);
     }
 
     // Iterators. The chains of an empty table are not looked at, as a stream may
@@ -325,11 +325,8 @@ struct fxHashCore {
 
     static void step(Iter& iter) {
         if (home(iter) == nullptr) return;
-        if (iter.moved) {
-            iter.moved = 0;
-        } else {
-            advance(iter);
-        }
+        if (!iter.moved) return advance(iter);
+        iter.moved = 0;
     }
 
     static void unregister(Container& table, Iter* iter) {
@@ -381,8 +378,6 @@ private:
         }
         VirtualHooks ofStored() const { return *this; }
     };
-    template <class Key>
-    using DirectHooks = fxDirectHooks<Key>;
 
     template <class Hooks>
     [[gnu::always_inline]] static Node* search(const Container& table, Hooks hooks, const void* key,
@@ -392,12 +387,9 @@ private:
         place.bucket = table.extra.chainOf(place.hash, place.chains);
         place.tag = fxMix32(hooks.fingerprint(key, place.hash));
         if (table.extra.index.isBuilt()) {
-            Node* node = table.extra.index.first(place.tag);
-            while (node != nullptr &&
-                   (node->bucket() != place.bucket || !hooks.isEqual(key, node->element))) {
-                node = node->alike;
-            }
-            return node;
+            return table.extra.index.find(place.tag, [&](const Node* node) {
+                return node->bucket() == place.bucket && hooks.isEqual(key, node->element);
+            });
         }
         if (__builtin_expect(table.extra.hasLate, 0)) return searchLate(table, hooks, key, place);
         Node* node = table.buckets[place.bucket];
@@ -406,7 +398,7 @@ private:
             node = node->next;
             ++walked;
         }
-        if (walked > fxHashIndex<Node>::longWalk) buildIndex(table, hooks.ofStored());
+        if (walked > longWalk) buildIndex(table, hooks.ofStored());
         return node;
     }
 
@@ -421,7 +413,7 @@ private:
             node = node->next;
             ++walked;
         }
-        if (walked > fxHashIndex<Node>::longWalk) buildIndex(table, hooks.ofStored());
+        if (walked > longWalk) buildIndex(table, hooks.ofStored());
         return node;
     }
 
@@ -429,17 +421,19 @@ private:
         hooks.extra.finder = hooks.finder();
     }
 
-    // Entering a node makes it the first of its tag, so each chain is entered
-    // from its end. Out of line, which keeps the search small.
+    // Out of line, which keeps the search small.
     template <class Hooks>
     [[gnu::noinline]] static void buildIndex(const Container& table, Hooks hooks) {
-        if (!fxHashXdr<Container>::setTags(table, hooks)) return;
-        auto& index = table.extra.index;
-        index.build(table.extra.linked);
+        auto& extra = table.extra;
+        if (extra.isUnindexable || !fxHashXdr<Container>::setTags(table, hooks)) return;
+        extra.index.build(extra.linked);
+        extra.plainChains = ~0U;
         for (Node* node : table.buckets) {
-            if (node == nullptr) continue;
-            while (node->next != nullptr) node = node->next;
-            for (; node != nullptr; node = node->previous) index.insert(node);
+            for (Node* previous = nullptr; node != nullptr; node = node->next) {
+                extra.isUnindexable = !extra.index.append(node, previous);
+                if (extra.isUnindexable) return;
+                previous = node;
+            }
         }
     }
 
@@ -449,25 +443,38 @@ private:
         Node*& head = table.buckets[bucket];
         node->word = (node->word & Node::late) | bucket;
         node->next = head;
-        if (head != nullptr) head->previous = node;
         head = node;
         ++table.count;
         ++table.extra.linked;
         ++table.extra.additions;
-        if (table.extra.index.isBuilt()) table.extra.index.insert(node);
+        auto& index = table.extra.index;
+        if (!index.isBuilt()) return;
+        if (node->next != nullptr) index.setPrevious(node->next, node);
+        table.extra.isUnindexable = !index.insert(node);
+    }
+
+    // The node before a linked one, or null. Chains without an index are short, but for
+    // those that a stream has brought and no search has walked.
+    static Node* before(const Container& table, const Node* node) {
+        if (table.extra.index.isBuilt()) return table.extra.index.previous(node);
+        Node* previous = nullptr;
+        unsigned int walked = 0;
+        Node* at = table.buckets[node->bucket()];
+        for (; at != node; previous = at, at = at->next) ++walked;
+        if (walked > longWalk) buildIndex(table, VirtualHooks{table});
+        return previous;
     }
 
     static void unlink(Container& table, Node* node) {
-        if (node->previous != nullptr) {
-            node->previous->next = node->next;
-        } else {
-            table.buckets[node->bucket()] = node->next;
-        }
-        if (node->next != nullptr) node->next->previous = node->previous;
+        Node* const previous = before(table, node);
+        (previous != nullptr ? previous->next : table.buckets[node->bucket()]) = node->next;
         node->word |= Node::removed;
         --table.count;
         --table.extra.linked;
-        if (table.extra.index.isBuilt()) table.extra.index.remove(node);
+        auto& index = table.extra.index;
+        if (!index.isBuilt()) return;
+        if (node->next != nullptr) index.setPrevious(node->next, previous);
+        index.remove(node);
     }
 
     // A node that is not linked yet: it ends unless it is taken out of here.
@@ -501,12 +508,9 @@ private:
     [[gnu::noinline]] static void endRemoved(Container& table) {
         Node*& last = table.extra.lastRemoved;
         while (last != nullptr && table.extra.holds.isEmpty()) {
-            Node* const node = last->alike;
-            if (node == last) {
-                last = nullptr;
-            } else {
-                last->alike = node->alike;
-            }
+            Node* const node = last->next;
+            last->next = node->next;
+            if (node == last) last = nullptr;
             end(table, table, node);
         }
     }

@@ -32,7 +32,9 @@ struct Fold {
 };
 constexpr Fold folds[] = {{12, 6}, {13, 7}, {16, 8}, {9, 0}, {10, 0}, {11, 0}};
 
-typedef fxHashIndex<HashEntry> Index;
+typedef fxHashIndex<HashEntry, false> Index;
+
+bool isBuilt(const Index* index) { return index != nullptr && index->isBuilt(); }
 
 }  // namespace
 
@@ -84,7 +86,7 @@ void HashTable::remove(unsigned long key) {
     if (entry == head) head = entry->next;
     if (entry->prev != nullptr) entry->prev->next = entry->next;
     if (entry->next != nullptr) entry->next->prev = entry->prev;
-    if (index != nullptr) index->remove(entry);
+    if (isBuilt(index)) index->remove(entry);
     delete entry;
 }
 
@@ -117,21 +119,19 @@ HashEntry* HashTable::searchBucketFor(HashEntry* head, unsigned long key) const 
 }
 
 HashEntry* HashTable::find(unsigned long key) const {
-    if (index == nullptr) return searchBucketFor(buckets[hash(key)], key);
-    HashEntry* entry = index->first(fxMix32(key));
-    while (entry != nullptr && entry->key != key) entry = entry->alike;
-    return entry;
+    if (!isBuilt(index)) return searchBucketFor(buckets[hash(key)], key);
+    return index->find(fxMix32(key), [key](const HashEntry* entry) { return entry->key == key; });
 }
 
-// Each chain from its end, so that the first of equal keys, which addElement()
-// lets in, is found first.
+// In the order of the chains, so that the first of equal keys, which addElement()
+// lets in, is found first. An index that has dropped itself is not built again.
 void HashTable::buildIndex() const {
     index = new Index;
     index->build(4U << std::min(level, lastLevel));
     for (int i = 0; i < size; ++i) {
-        HashEntry* entry = buckets[i];
-        while (entry != nullptr && entry->next != nullptr) entry = entry->next;
-        for (; entry != nullptr; entry = entry->prev) index->insert(entry);
+        for (HashEntry* entry = buckets[i]; entry != nullptr; entry = entry->next) {
+            if (!index->append(entry, nullptr)) return;
+        }
     }
 }
 
@@ -147,7 +147,7 @@ HashEntry* HashTable::addElement(unsigned long key) {
     if (level < lastLevel && count >= 4 * size && walks.isEmpty()) rebuildTable();
     HashEntry* entry = new HashEntry(key, fxMix32(key));
     linkAtHead(entry);
-    if (index != nullptr) index->insert(entry);
+    if (isBuilt(index)) index->insert(entry);
     if (count < INT_MAX) ++count;
     return entry;
 }

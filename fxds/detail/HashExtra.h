@@ -33,34 +33,50 @@ template <class Container, class Node>
 struct fxHashExtra {
     fxHashFinder<Container, Node>* finder = nullptr;  // chosen by the first search
     fxNodeStore<Node> nodes;
-    fxHashIndex<Node> index;
+    fxHashIndex<Node, true> index;
     fxWalkList<fxHashHold> holds;           // under way
     Node* lastRemoved = nullptr;            // ring of what was removed meanwhile
     unsigned long additions = 0;            // ever made
     unsigned long reciprocal = ~0UL / ~0U;  // 2^64 / divisor, which saves the division
     unsigned int divisor = ~0U;             // a number of chains
+    unsigned int plainChains = ~0U;         // the divisor if a search in the program's code has
+                                            // seen that hasOwnHooks is set and no index is built
     unsigned int linked = 0;                // entries in the chains
     unsigned int paddedKeyBytes = 0;        // a key size that includes keyPadding
     unsigned char keyPadding = 0;           // bytes that align the value
     bool hasLate = false;                   // a chain may have late nodes
     bool hasOwnHooks = false;               // the hooks are those of a ready-made class
+    bool isUnindexable = false;             // an index has dropped itself
 
     void forgetFinder() {
         finder = nullptr;
         hasOwnHooks = false;
+        plainChains = ~0U;
     }
 
     /// The chain of a hash. Requires: there are `chains` of them, at least one.
     unsigned int chainOf(unsigned long hash, unsigned int chains) {
-        __extension__ typedef unsigned __int128 Wide;
         if (__builtin_expect(divisor != chains, 0)) {
             divisor = chains;
             reciprocal = ~0UL / chains;
+            plainChains = ~0U;
         }
+        return restOf(hash, chains);
+    }
+    /// The same where `chains` is the divisor.
+    unsigned int restOf(unsigned long hash, unsigned int chains) const {
+        __extension__ typedef unsigned __int128 Wide;
         // The quotient comes out right or 1 too small.
         const auto quotient = static_cast<unsigned long>((Wide(hash) * reciprocal) >> 64);
         const unsigned long rest = hash - quotient * chains;
         return static_cast<unsigned int>(rest >= chains ? rest - chains : rest);
+    }
+    /// The same where most hashes have 32 bits: of the product with the reciprocal the lower
+    /// 64 bits are the fraction, which tells the rest exactly.
+    unsigned int restOfShort(unsigned long hash, unsigned int chains) const {
+        __extension__ typedef unsigned __int128 Wide;
+        if (hash >> 32 != 0) return restOf(hash, chains);
+        return static_cast<unsigned int>((Wide((reciprocal + 1) * hash) * chains) >> 64);
     }
 };
 

@@ -4,6 +4,7 @@
 #define FXDS_DETAIL_HASHINDEX_H
 
 #include <cstdlib>
+#include <type_traits>
 #include <utility>
 
 #include "fxds/detail/Allocate.h"
@@ -13,17 +14,22 @@
 // which no chain is walked any more.
 //
 // A tag is a number of 32 bits whose upper bits are well mixed; its upper bits
-// are the slot where its search begins (its home). A slot holds the first node
-// of its tag, and the others hang on that one through `alike`. A Node has the
-// fields `tag` and `alike`, which the index may use.
+// are the slot where its search begins (its home). Each node has a slot. Tags
+// and nodes lie in two arrays, so that a search passes over 16 slots in a cache
+// line. With keepsPrevious the slot of a node names the one before it, too, for
+// chains that have no way back. A Node has a field `tag`.
+//
+// Many nodes of one tag, or of tags near each other, lie in slots that each
+// search for one of them passes over. When an addition would pass over more
+// than mostPassed slots the index drops itself: chains are as good then.
 //
 // Invariants, while the index is built:
 // (1) The number of places is a power of 2, and at least one slot is free.
-// (2) Each tag has at most one slot, and no slot between its home and that one
-//     is free.
-// (3) The nodes of a slot have its tag. The one that was entered last is first.
+// (2) Each node that was entered has one slot, and no slot between the home of
+//     its tag and that one is free.
+// (3) Of the nodes of one tag, those come first that were entered as first ones.
 
-template <class Node>
+template <class Node, bool keepsPrevious>
 class fxHashIndex {
 public:
     /// Nodes of a chain after which a search is long enough to pay for an index.
@@ -35,117 +41,172 @@ public:
     ~fxHashIndex() { drop(); }
 
     bool isBuilt() const { return table != nullptr; }
-    /// The first node of `tag`, or null. Requires, as all below: isBuilt().
-    Node* first(unsigned int tag) const { return table->places()[slotOf(tag)].node; }
+    /// The first node of `tag` that `isWanted(node)` agrees to, or null. Requires, as all
+    /// below: isBuilt().
+    template <class IsWanted>
+    Node* find(unsigned int tag, IsWanted isWanted) const;
     /// Makes an empty index for about `expected` nodes, built or not.
     void build(unsigned int expected);
-    /// Enters a node as the first of its tag.
-    void insert(Node* node);
-    void remove(Node* node);
+    /// Enters a node as the first of its tag. Returns false when the index has dropped itself.
+    bool insert(Node* node) { return enter<true>(Place(node)); }
+    /// Enters a node as the last of its tag, and the one before it. Returns as insert().
+    bool append(Node* node, Node* previous) { return enter<false>(Place(node, previous)); }
+    void remove(const Node* node);
+    ///@{
+    /// The node before a node that was entered.
+    Node* previous(const Node* node) const { return table->places()[slotOf(node)].previous; }
+    void setPrevious(const Node* node, Node* previous) {
+        table->places()[slotOf(node)].previous = previous;
+    }
+    ///@}
     /// Forgets all nodes; it is not built then. Allowed at any time.
     void drop();
     void swap(fxHashIndex& other) { std::swap(table, other.table); }
 
 private:
-    struct Slot {
-        Node* node;  // null in a free slot
-        unsigned int tag;
-    };
+    static constexpr unsigned int mostPassed = 4096;
 
-    // The places lie behind it: most containers have none, and keep one pointer.
+    struct Alone {
+        explicit Alone(Node* node_, Node* = nullptr) : node(node_) {}
+        Node* node;
+    };
+    struct WithPrevious {
+        explicit WithPrevious(Node* node_, Node* previous_ = nullptr)
+            : node(node_), previous(previous_) {}
+        Node* node;
+        Node* previous;
+    };
+    typedef std::conditional_t<keepsPrevious, WithPrevious, Alone> Place;
+
+    // The places and the tags lie behind it: most containers have none, and keep one pointer.
     struct Table {
         unsigned int home(unsigned int tag) const { return tag >> shift; }
-        Slot* places() { return reinterpret_cast<Slot*>(this + 1); }
+        unsigned int after(unsigned int slot) const { return (slot + 1) & mask; }
+        Place* places() { return reinterpret_cast<Place*>(this + 1); }
+        unsigned int* tags() {
+            return reinterpret_cast<unsigned int*>(places() + (size_t{mask} + 1));
+        }
 
         unsigned int mask;   // number of places less 1
         unsigned int shift;  // what leaves the home of a tag
         unsigned int used;   // places that are not free
         unsigned int unnamed;
     };
-    static_assert(sizeof(Table) % alignof(Slot) == 0);
+    static_assert(sizeof(Table) % alignof(Place) == 0);
 
-    unsigned int slotOf(unsigned int tag) const;
+    // 0 in a free slot.
+    static unsigned int stored(unsigned int tag) { return tag != 0 ? tag : 1; }
+    unsigned int slotOf(const Node* node) const;
+    template <bool isFirst>
+    bool enter(Place place);
     void allocate(unsigned int bits);
     void grow();
 
     Table* table = nullptr;
 };
 
-// The slot of the tag, or the free one where it belongs.
-template <class Node>
-unsigned int fxHashIndex<Node>::slotOf(unsigned int tag) const {
-    const Slot* const places = table->places();
-    unsigned int slot = table->home(tag);
-    while (places[slot].node != nullptr && places[slot].tag != tag) slot = (slot + 1) & table->mask;
+template <class Node, bool keepsPrevious>
+template <class IsWanted>
+[[gnu::always_inline]] inline Node* fxHashIndex<Node, keepsPrevious>::find(
+    unsigned int tag, IsWanted isWanted) const {
+    const unsigned int* const tags = table->tags();
+    const unsigned int wanted = stored(tag);
+    for (unsigned int slot = table->home(wanted);; slot = table->after(slot)) {
+        if (tags[slot] == wanted) {
+            Node* const node = table->places()[slot].node;
+            if (isWanted(node)) return node;
+        }
+        if (tags[slot] == 0) return nullptr;
+    }
+}
+
+template <class Node, bool keepsPrevious>
+unsigned int fxHashIndex<Node, keepsPrevious>::slotOf(const Node* node) const {
+    unsigned int slot = table->home(stored(node->tag));
+    while (table->places()[slot].node != node) slot = table->after(slot);
     return slot;
 }
 
-template <class Node>
-void fxHashIndex<Node>::allocate(unsigned int bits) {
-    table = static_cast<Table*>(fxNewZeroBlock(sizeof(Table) + (sizeof(Slot) << bits)));
+template <class Node, bool keepsPrevious>
+void fxHashIndex<Node, keepsPrevious>::allocate(unsigned int bits) {
+    constexpr size_t bytesOfSlot = sizeof(Place) + sizeof(unsigned int);
+    table = static_cast<Table*>(fxNewZeroBlock(sizeof(Table) + (bytesOfSlot << bits)));
     table->mask = (1U << bits) - 1;
     table->shift = 32 - bits;
 }
 
-template <class Node>
-void fxHashIndex<Node>::build(unsigned int expected) {
+template <class Node, bool keepsPrevious>
+void fxHashIndex<Node, keepsPrevious>::build(unsigned int expected) {
     drop();
     unsigned int bits = 6;
     while (bits < 31 && (1U << bits) / 2 < expected) ++bits;
     allocate(bits);
 }
 
-template <class Node>
-void fxHashIndex<Node>::drop() {
+template <class Node, bool keepsPrevious>
+void fxHashIndex<Node, keepsPrevious>::drop() {
     std::free(table);
     table = nullptr;
 }
 
-template <class Node>
-void fxHashIndex<Node>::grow() {
+// From behind a free slot on, so that nodes of one tag stay in their order.
+template <class Node, bool keepsPrevious>
+void fxHashIndex<Node, keepsPrevious>::grow() {
     Table* const old = table;
-    const Slot* const places = old->places();
     allocate(33 - old->shift);
-    table->used = old->used;
-    for (unsigned int i = 0; i <= old->mask; ++i) {
-        if (places[i].node != nullptr) table->places()[slotOf(places[i].tag)] = places[i];
+    Table* const grown = std::exchange(table, old);
+    grown->used = old->used;
+    unsigned int from = 0;
+    while (old->tags()[from] != 0) ++from;
+    for (unsigned int left = old->mask; left > 0; --left) {
+        from = old->after(from);
+        const unsigned int tag = old->tags()[from];
+        if (tag == 0) continue;
+        unsigned int slot = grown->home(tag);
+        while (grown->tags()[slot] != 0) slot = grown->after(slot);
+        grown->tags()[slot] = tag;
+        grown->places()[slot] = old->places()[from];
     }
-    std::free(old);
+    std::free(std::exchange(table, grown));
 }
 
-template <class Node>
-void fxHashIndex<Node>::insert(Node* node) {
-    Slot* slot = table->places() + slotOf(node->tag);
-    if (slot->node == nullptr) {
-        if (table->used >= table->mask - table->mask / 4 && table->shift > 1) {
-            grow();
-            slot = table->places() + slotOf(node->tag);
+// The first one of its tag takes the slot of the former first one, that one the
+// slot of the second, and so on.
+template <class Node, bool keepsPrevious>
+template <bool isFirst>
+bool fxHashIndex<Node, keepsPrevious>::enter(Place place) {
+    if (table->used >= table->mask - table->mask / 16 * 3 && table->shift > 1) grow();
+    const unsigned int tag = stored(place.node->tag);
+    unsigned int slot = table->home(tag);
+    for (unsigned int passed = 0; table->tags()[slot] != 0; slot = table->after(slot)) {
+        if (++passed > mostPassed) {
+            drop();
+            return false;
         }
-        slot->tag = node->tag;
-        ++table->used;
+        if (isFirst && table->tags()[slot] == tag) std::swap(place, table->places()[slot]);
     }
-    node->alike = slot->node;
-    slot->node = node;
+    table->places()[slot] = place;
+    table->tags()[slot] = tag;
+    ++table->used;
+    return true;
 }
 
-// Keeps (2): a slot that gets free is filled with the next one whose home is
-// not behind it, and so on.
-template <class Node>
-void fxHashIndex<Node>::remove(Node* node) {
-    Slot* const places = table->places();
-    unsigned int hole = slotOf(node->tag);
-    Node** link = &places[hole].node;
-    while (*link != node) link = &(*link)->alike;
-    *link = node->alike;
-    if (places[hole].node != nullptr) return;
-    --table->used;
+// Keeps (2) and (3): a slot that gets free is filled with the next one whose home
+// is not behind it, and so on.
+template <class Node, bool keepsPrevious>
+void fxHashIndex<Node, keepsPrevious>::remove(const Node* node) {
+    unsigned int* const tags = table->tags();
+    unsigned int hole = slotOf(node);
     const unsigned int last = table->mask;
-    for (unsigned int i = (hole + 1) & last; places[i].node != nullptr; i = (i + 1) & last) {
-        if (((i - table->home(places[i].tag)) & last) < ((i - hole) & last)) continue;
-        places[hole] = places[i];
-        places[i].node = nullptr;
+    for (unsigned int i = table->after(hole); tags[i] != 0; i = table->after(i)) {
+        if (((i - table->home(tags[i])) & last) < ((i - hole) & last)) continue;
+        tags[hole] = tags[i];
+        table->places()[hole] = table->places()[i];
         hole = i;
     }
+    tags[hole] = 0;
+    table->places()[hole].node = nullptr;
+    --table->used;
 }
 
 #endif

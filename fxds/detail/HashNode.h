@@ -11,7 +11,7 @@ template <class Container>
 struct fxHashCore;  // containers/HashContainer.h, which only the containers include
 template <class Container>
 struct fxHashXdr;  // containers/HashXdr.h, likewise
-template <class Node>
+template <class Node, bool keepsPrevious>
 class fxHashIndex;
 class fxDictionary;
 
@@ -21,8 +21,7 @@ class fxHashNode {
 public:
     /// Adopts `block`, which is malloc() memory; a store that has made it of
     /// something else takes it back before the node ends.
-    explicit fxHashNode(void* block)
-        : element(block), next(nullptr), previous(nullptr), alike(nullptr), tag(0), word(0) {}
+    explicit fxHashNode(void* block) : element(block), next(nullptr), tag(0), word(0) {}
     fxHashNode(const fxHashNode&) = delete;
     fxHashNode& operator=(const fxHashNode&) = delete;
     /// Frees the block only: the container has ended the key's life before.
@@ -36,7 +35,7 @@ private:
     friend struct fxHashCore;
     template <class Container>
     friend struct fxHashXdr;
-    template <class Node>
+    template <class Node, bool keepsPrevious>
     friend class fxHashIndex;
     friend class fxDictionary;
     template <class Key, class Base>
@@ -53,8 +52,6 @@ private:
     unsigned int bucket() const { return word & bucketMask; }
     bool is(unsigned int flag) const { return (word & flag) != 0; }
 
-    Self* previous;    // in the chain
-    Self* alike;       // next node of the same tag, in the order of its chain
     unsigned int tag;  // of the key; see HashContainer.h
     unsigned int word;
 };

@@ -149,6 +149,11 @@ TEST(HashTables, FindTheNewestOfEqualKeys) {
     table.remove(7);
     EXPECT_EQ(table.lookup(7), nullptr);
     EXPECT_EQ(table.lookup(7 + (99ul << 20)), &table);
+    HashEntry* newest = nullptr;
+    for (int i = 0; i < 5000; ++i) newest = table.addElement(7);  // the index drops itself
+    newest->setValue(&newest);
+    EXPECT_EQ(table.lookup(7), &newest);
+    EXPECT_EQ(table.lookup(7 + (99ul << 20)), &table);
 }
 
 // These keys, multiplied by what the index mixes them with, are small numbers,
