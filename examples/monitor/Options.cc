@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <climits>
 #include <cstdlib>
+#include <iterator>
 
 const char usageText[] =
     "Usage: monitor [OPTION]...\n"
@@ -45,61 +46,57 @@ bool parseInterval(const char* text, float& seconds) {
     return end != text && *end == '\0' && seconds >= shortestInterval && seconds <= longestInterval;
 }
 
-enum Code {
-    intervalCode = 1,
-    samplesCode,
-    graphCode,
-    procCode,
-    recordCode,
-    replayCode,
-    helpCode,
-    versionCode
-};
-
-const option longOptions[] = {{"interval", required_argument, nullptr, intervalCode},
-                              {"samples", required_argument, nullptr, samplesCode},
-                              {"graph", optional_argument, nullptr, graphCode},
-                              {"proc", required_argument, nullptr, procCode},
-                              {"record", required_argument, nullptr, recordCode},
-                              {"replay", required_argument, nullptr, replayCode},
-                              {"help", no_argument, nullptr, helpCode},
-                              {"version", no_argument, nullptr, versionCode},
-                              {nullptr, 0, nullptr, 0}};
-
-// False when the value does not suit the option.
-bool apply(int code, const char* value, Options& options) {
-    switch (code) {
-        case intervalCode:
-            return parseInterval(value, options.intervalSeconds);
-        case samplesCode:
-            return parseSamples(value, options.samples);
-        case graphCode:
-            options.action = Options::showGraph;
-            if (value != nullptr) options.picture = value;
-            return value == nullptr || *value != '\0';
-        case procCode:
-            options.procDirectory = value;
-            return true;
-        case helpCode:
-            options.action = Options::showHelp;
-            return true;
-        case versionCode:
-            options.action = Options::showVersion;
-            return true;
-        case recordCode:
-            options.record = value;
-            return *value != '\0';
-        case replayCode:
-            options.replay = value;
-            return *value != '\0';
-        default:
-            return false;
-    }
-}
+// Every option once: what getopt_long() is told, and what the option does. `take` returns
+// false when the value does not suit the option.
+const struct Choice {
+    const char* name;
+    int argument;
+    bool (*take)(Options& options, const char* value);
+} choices[] = {
+    {"interval", required_argument,
+     [](Options& options, const char* value) {
+         return parseInterval(value, options.intervalSeconds);
+     }},
+    {"samples", required_argument,
+     [](Options& options, const char* value) { return parseSamples(value, options.samples); }},
+    {"graph", optional_argument,
+     [](Options& options, const char* value) {
+         options.action = Options::showGraph;
+         if (value != nullptr) options.picture = value;
+         return value == nullptr || *value != '\0';
+     }},
+    {"proc", required_argument,
+     [](Options& options, const char* value) {
+         options.procDirectory = value;
+         return true;
+     }},
+    {"record", required_argument,
+     [](Options& options, const char* value) {
+         options.record = value;
+         return *value != '\0';
+     }},
+    {"replay", required_argument,
+     [](Options& options, const char* value) {
+         options.replay = value;
+         return *value != '\0';
+     }},
+    {"help", no_argument,
+     [](Options& options, const char*) {
+         options.action = Options::showHelp;
+         return true;
+     }},
+    {"version", no_argument, [](Options& options, const char*) {
+         options.action = Options::showVersion;
+         return true;
+     }}};
 
 }  // namespace
 
 bool parseOptions(int argc, char** argv, Options& options, fxStr& error) {
+    option longOptions[std::size(choices) + 1] = {};
+    for (size_t i = 0; i < std::size(choices); ++i) {
+        longOptions[i] = {choices[i].name, choices[i].argument, nullptr, 0};
+    }
     opterr = 0;  // the messages are ours
     optind = 1;
     for (;;) {
@@ -111,8 +108,8 @@ bool parseOptions(int argc, char** argv, Options& options, fxStr& error) {
             error.format("unknown option %s", word);
         } else if (code == ':') {
             error.format("%s wants a value", word);
-        } else if (!apply(code, optarg, options)) {
-            error.format("--%s does not take %s", longOptions[index].name, optarg);
+        } else if (!choices[index].take(options, optarg)) {
+            error.format("--%s does not take %s", choices[index].name, optarg);
         } else {
             continue;
         }
