@@ -258,9 +258,9 @@ TEST(MonitorRecording, ReplaysWhatWasShown) {
 }
 
 TEST(MonitorRecording, SurvivesWhateverEndsIt) {
-    FakeProc proc;
-    const std::string file = proc.directory + "/recording";
     for (const int signalNumber : {SIGTERM, SIGKILL}) {
+        FakeProc proc;
+        const std::string file = proc.directory + "/recording";
         Session session(Session::terminal, onFake(proc, {"--record", file}));
         ASSERT_TRUE(session.sees("sample 2"));
         session.type("w");
