@@ -11,7 +11,7 @@
 
 namespace {
 
-constexpr double notYet = std::numeric_limits<double>::quiet_NaN();
+constexpr double noAverage = std::numeric_limits<double>::quiet_NaN();
 
 class Count final : public fxElement {
 public:
@@ -109,14 +109,14 @@ public:
         average = std::isnan(average) ? number : average + weight * (number - average);
         value.send(average, fxSendNow);
     }
-    void restart() { average = notYet; }
+    void restart() { average = noAverage; }
     bool xdrState(fxTranscriber& transcriber) override { return fxXdrAll(transcriber, average); }
 
     double weight = 0;
     fxOutputView<double> value;
 
 private:
-    double average = notYet;  // NaN before the first value
+    double average = noAverage;  // before the first value
 };
 
 class Level final : public fxElement {

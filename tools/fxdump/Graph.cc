@@ -9,8 +9,6 @@ namespace {
 
 constexpr size_t labelBytes = 24;
 
-std::string idText(unsigned int id) { return "#" + std::to_string(id); }
-
 // Within a label, backslashes and quotes are escaped once more.
 std::string labelText(const std::string& text) {
     std::string label;

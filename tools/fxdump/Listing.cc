@@ -9,10 +9,7 @@ using namespace fxStreamParts;
 
 namespace {
 
-constexpr size_t bytesPerLine = 16;
 constexpr size_t shortPayload = 4 * bytesPerLine;
-
-std::string idText(unsigned int id) { return "#" + std::to_string(id); }
 
 std::string hexText(unsigned long number) {
     char text[2 * sizeof number + 1];

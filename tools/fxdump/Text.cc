@@ -4,7 +4,6 @@
 
 namespace {
 
-constexpr size_t bytesPerLine = 16;
 constexpr char digits[] = "0123456789abcdef";
 
 // Not by isprint(), whose answer depends on the locale.
@@ -40,6 +39,8 @@ std::string quoted(std::string_view bytes, size_t limit) {
     if (bytes.size() > limit) text += " (" + fxStreamParts::counted(bytes.size(), "byte") + ")";
     return text;
 }
+
+std::string idText(unsigned int id) { return "#" + std::to_string(id); }
 
 std::string dumped(std::string_view bytes) {
     std::string text;

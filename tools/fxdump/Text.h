@@ -13,7 +13,12 @@ std::string escaped(std::string_view bytes, size_t limit = 60);
 /// The same in quotes, followed by the number of bytes when it is shortened.
 std::string quoted(std::string_view bytes, size_t limit = 60);
 
-/// "2a 00 ...  |*.|": up to 16 bytes in hexadecimal, and as characters.
+/// "#7".
+std::string idText(unsigned int id);
+
+constexpr size_t bytesPerLine = 16;
+
+/// "2a 00 ...  |*.|": up to `bytesPerLine` bytes in hexadecimal, and as characters.
 std::string dumped(std::string_view bytes);
 
 #endif
