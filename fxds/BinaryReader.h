@@ -167,7 +167,7 @@ private:
     void chooseNamesake(fxReaderEntry& typeEntry, const fxReaderEntry& entry, fxTypeObj* root);
     bool readBody(fxReaderEntry& entry, fxTypeObj* root);
     bool readGraph(fxTypeObj& expected, unsigned int& rootId);
-    fxReaderEntry* peekText(fxRecordFormat::ShortBlock& text);
+    fxReaderEntry* awaitedText(const fxRecordFormat::ShortBlock& text);
     bool readText(fxReaderEntry& entry, const fxRecordFormat::ShortBlock& text);
 
     bool isBusy;               // readObject() runs

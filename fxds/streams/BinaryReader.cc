@@ -402,7 +402,7 @@ bool fxBinaryReader::fillPastTypes() {
 // do with what it got before a failure the places, too.
 inline bool fxBinaryReader::nextInstance() {
     const bool isUsual = !hasFailed && !fxStreamTrace::isOn();
-    return (isUsual && records->nextDefinition()) || passToInstance();
+    return (isUsual && records->nextDefinition(records->peek())) || passToInstance();
 }
 
 bool fxBinaryReader::defineType() {
@@ -431,21 +431,23 @@ bool fxBinaryReader::readGraph(fxTypeObj& expected, unsigned int& rootId) {
     graph->at(rootId).share();  // with the caller
     if (!readDefinition(&expected)) return false;
     while (graph->awaitedCount() > 0) {
-        ShortBlock text;
-        fxReaderEntry* const entry = peekText(text);
-        const bool isRead =
-            entry != nullptr ? readText(*entry, text) : nextInstance() && readInstance();
-        if (!isRead) return false;
+        const bool isUsual = !hasFailed && !fxStreamTrace::isOn();
+        const unsigned char* const record = isUsual ? records->peek() : nullptr;
+        const ShortBlock text = records->shortBlock(record);
+        fxReaderEntry* const entry = text.record != nullptr ? awaitedText(text) : nullptr;
+        if (entry != nullptr) {
+            if (!readText(*entry, text)) return false;
+            continue;
+        }
+        const bool isNext = records->nextDefinition(record) || passToInstance();
+        if (!isNext || !readDefinition(nullptr)) return false;
     }
     return true;
 }
 
-// The entry of a short text that only strings await, if one is at hand; otherwise null,
-// and nothing has happened.
-inline fxReaderEntry* fxBinaryReader::peekText(ShortBlock& text) {
-    if (hasFailed || fxStreamTrace::isOn()) return nullptr;
-    text = records->peekShortBlock();
-    if (text.record == nullptr || text.id() == 0) return nullptr;
+// The entry of a text that only strings await; otherwise null.
+inline fxReaderEntry* fxBinaryReader::awaitedText(const ShortBlock& text) {
+    if (text.id() == 0) return nullptr;
     fxReaderEntry& entry = graph->at(text.id());
     return entry.isAwaitedText() && text.byteCount() >= entry.least() ? &entry : nullptr;
 }
@@ -455,10 +457,11 @@ inline bool fxBinaryReader::readText(fxReaderEntry& entry, const ShortBlock& tex
     const unsigned int id = text.id();
     const unsigned int byteCount = text.byteCount();
     char* const copy = graph->textRoom(byteCount + size_t{1});
-    fxCopyShort(copy, reinterpret_cast<const char*>(text.bytes()), byteCount);
+    const char* const bytes = reinterpret_cast<const char*>(text.bytes());
+    fxCopyShort(copy, bytes, byteCount);
     copy[byteCount] = '\0';
     records->pass(text);
-    return graph->defineBlock(id, entry, byteCount, copy, nullptr) ||
+    return graph->defineText(id, entry, byteCount, copy, bytes) ||
            refuse(Fault::damaged, formatError);
 }
 
@@ -571,7 +574,7 @@ bool fxBinaryReader::readBody(fxReaderEntry& entry, fxTypeObj* root) {
     }
     complaint.reset();
     // In a large graph, waiting for memory is what takes most of the time.
-    graph->fetchReadyPlaces();
+    graph->findReadyPlaces();
     if (!hasFailed && !graph->isAsNoted()) {
         return refuse(Fault::refused, graph->metLocal() ? local : changed);
     }

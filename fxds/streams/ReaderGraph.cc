@@ -310,18 +310,17 @@ bool fxReaderGraph::endBody(bool isForgiven) {
         }
     }
     if (hasLocal) return false;
-    const fxReadyRecords::Place* const end = ready.places + std::exchange(ready.placeCount, 0);
-    for (const fxReadyRecords::Place* place = ready.places; place != end; ++place) {
-        if (!settle(*place)) return false;
+    const unsigned int count = std::exchange(ready.placeCount, 0);
+    for (unsigned int i = 0; i < count; ++i) {
+        if (!settle(ready.places[i], *readyEntries[i])) return false;
     }
     return true;
 }
 
 // Takes in a place and fills or links it.
-inline bool fxReaderGraph::settle(const fxReadyRecords::Place& place) {
+inline bool fxReaderGraph::settle(const fxReadyRecords::Place& place, fxReaderEntry& entry) {
     const fxBinaryReaderItem item{place.slot, place.id, place.wanted};
     const bool isPointer = item.isObject();
-    fxReaderEntry& entry = at(item.id);
     if (dying.holds(item.slot) || item.id == 0) return settleUnusual(place, entry);
     const bool isUsual = isPointer && entry.kind() == fxReaderEntry::object &&
                          &entry.record() == &typeOf(item.wanted);
@@ -361,6 +360,18 @@ bool fxReaderGraph::defineBlock(unsigned int id, fxReaderEntry& entry, unsigned 
     const bool isFilled = first.slot == nullptr ||
                           (first.isText() && text != nullptr ? fillTextIfAdmitted(first, text)
                                                              : fillIfAdmitted(first, entry));
+    return isFilled && (before.waiting() == 0 || fillLinked(before.waiting(), id, entry));
+}
+
+// The first string is filled from the bytes themselves, which are in the near cache.
+bool fxReaderGraph::defineText(unsigned int id, fxReaderEntry& entry, unsigned int length,
+                               const char* text, const char* bytes) {
+    const fxReaderEntry before = entry;
+    --awaited;
+    blockBytes += length;
+    numbers.defineBlock(entry, length, text, nullptr);
+    const fxBinaryReaderItem first{before.firstSlot(), id, before.firstWanted()};
+    const bool isFilled = first.slot == nullptr || fillTextIfAdmitted(first, bytes);
     return isFilled && (before.waiting() == 0 || fillLinked(before.waiting(), id, entry));
 }
 

@@ -170,10 +170,14 @@ public:
     bool claim(fxReaderEntry& entry);
 
     bool isInBody() const { return isBodyOpen; }
-    /// Asks for the memory of the numbers of the places that helpers have entered.
-    [[gnu::always_inline]] void fetchReadyPlaces() const {
-        const fxReadyRecords::Place* const end = ready.places + ready.placeCount;
-        for (const auto* place = ready.places; place != end; ++place) numbers.fetchSoon(place->id);
+    /// Finds the entries of the places that helpers have entered, for endBody(), and asks
+    /// for their memory. By force in line: the compiler leaves out calls of functions that
+    /// only do this.
+    [[gnu::always_inline]] void findReadyPlaces() {
+        for (unsigned int i = 0; i < ready.placeCount; ++i) {
+            readyEntries[i] = &at(ready.places[i].id);
+            __builtin_prefetch(readyEntries[i], 1);
+        }
     }
     /// The same for the places that wait for it.
     [[gnu::always_inline]] void fetchPlaces(const fxReaderEntry& entry) const {
@@ -208,7 +212,7 @@ public:
         return isBodyOpen && bodies.back().address == address;
     }
     /// Ends the body and fills or links its places, or forgets those of an object
-    /// that makes do with what it got before a failure.
+    /// that makes do with what it got before a failure. findReadyPlaces() comes before.
     bool endBody(bool isForgiven);
 
     /// Room for a text that only strings await.
@@ -216,6 +220,9 @@ public:
     /// Defines a block and fills the places that wait for it; see fxReaderNumbers.
     bool defineBlock(unsigned int id, fxReaderEntry& entry, unsigned int length, const char* text,
                      void* adopted);
+    /// The same for a text that only strings await, of which `bytes` is a copy.
+    bool defineText(unsigned int id, fxReaderEntry& entry, unsigned int length, const char* text,
+                    const char* bytes);
 
     ///@{
     /// Ends a graph whose numbers are all defined. completes() says whether every
@@ -272,7 +279,7 @@ private:
     static void link(fxBinaryReaderItem& item, size_t index, fxReaderEntry& entry);
     static void wait(fxBinaryReaderItem& item, size_t index, fxReaderEntry& entry);
     bool suits(const fxReadyRecords::Place& place, fxReaderEntry& entry);
-    bool settle(const fxReadyRecords::Place& place);
+    bool settle(const fxReadyRecords::Place& place, fxReaderEntry& entry);
     [[gnu::noinline]] bool settleUnusual(const fxReadyRecords::Place& place, fxReaderEntry& entry);
     bool fillLinked(unsigned int last, unsigned int id, fxReaderEntry& entry);
     void follow(const fxReaderEntry& entry) {
@@ -326,6 +333,7 @@ private:
     std::vector<void (*)(void*)> takes;  // by which objects are held; not many
     std::vector<fxTypeObj*> types;       // that places are declared with; not many
     bool isBadPointer = false;           // see takesPointer()
+    fxReaderEntry* readyEntries[fxReadyRecords::mostPlaces];  // by findReadyPlaces()
 };
 
 #endif

@@ -36,12 +36,6 @@ public:
         const size_t index = size_t{id} - first;  // huge for lower ones
         return index < near.size() ? near[index] : make(id, records);
     }
-    /// Asks for the memory of the entry, if there is one. By force in line, as all functions
-    /// that only do this: the compiler leaves out a call of one, since it has no result.
-    [[gnu::always_inline]] void fetchSoon(unsigned int id) const {
-        const size_t index = size_t{id} - first;
-        if (index < near.size()) __builtin_prefetch(&near[index]);
-    }
 
     /// Room for a short text, kept until clear().
     char* textRoom(size_t bytes) { return texts.add(bytes); }

@@ -43,18 +43,24 @@ public:
         ready.idCount += current.tag > fxTagNull;
         return true;
     }
-    /// The same, and makes the payload ready, when the record defines an object or a block
-    /// and is short and at hand as a whole. Otherwise nothing happens, and next() is to be
-    /// called.
-    bool nextDefinition() {
+    /// The next record, when nothing is left of the payload of the current one and the head
+    /// is at hand as a whole; otherwise null.
+    const unsigned char* peek() const {
+        const bool isAtHand =
+            (ready.count | ready.payloadLeft) == 0 && source->size() >= ready.quickBytes;
+        return isAtHand ? reinterpret_cast<unsigned char*>(*source->next) : nullptr;
+    }
+    /// As next(), and makes the payload ready, when the record that peek() found, which may
+    /// be null, defines an object or a block and is short and at hand as a whole.
+    /// Otherwise nothing happens, and next() is to be called.
+    bool nextDefinition(const unsigned char* record) {
         using namespace fxRecordFormat;
         constexpr unsigned int longest = 2 + fieldBytes[fxTagObject];
-        const unsigned char* const record = reinterpret_cast<unsigned char*>(*source->next);
-        const size_t size = source->size();
-        if ((ready.count | ready.payloadLeft) != 0 || size < ready.quickBytes) return false;
+        if (record == nullptr) return false;
         const unsigned int tag = *record - (1U << 6U);  // with a length of one byte
         const unsigned int payloadBytes = record[1];
-        if (tag - fxTagBytes > fxTagObject - fxTagBytes || size - longest < payloadBytes) {
+        if (tag - fxTagBytes > fxTagObject - fxTagBytes ||
+            source->size() - longest < payloadBytes) {
             return false;
         }
         const unsigned int fields[] = {word(record + 2), word(record + 6), word(record + 10)};
@@ -64,17 +70,14 @@ public:
         ++ready.idCount;
         return true;
     }
-    /// Looks for a block of bytes with one byte of length that is at hand as a whole.
-    fxRecordFormat::ShortBlock peekShortBlock() const {
+    /// The record that peek() found, which may be null, if it is a block of bytes with one
+    /// byte of length that is at hand as a whole.
+    fxRecordFormat::ShortBlock shortBlock(const unsigned char* record) const {
         using fxRecordFormat::ShortBlock;
-        const unsigned char* const record = reinterpret_cast<unsigned char*>(*source->next);
-        const size_t size = source->size();
-        const bool isShort = (ready.count | ready.payloadLeft) == 0 && size >= ready.quickBytes &&
-                             *record == (1U << 6U | fxTagBytes);
-        if (!isShort) return {nullptr};
+        if (record == nullptr || *record != (1U << 6U | fxTagBytes)) return {nullptr};
         const ShortBlock block{record};
         const bool isWhole =
-            record[1] == block.byteCount() && record[1] <= size - ShortBlock::headBytes;
+            record[1] == block.byteCount() && record[1] <= source->size() - ShortBlock::headBytes;
         return isWhole ? block : ShortBlock{nullptr};
     }
     void pass(const fxRecordFormat::ShortBlock& block) {
