@@ -111,7 +111,6 @@ void Torturer::auditObject(Id id) {
 // Destroys everything and looks whether anything is left.
 void Torturer::end() {
     if (!report.empty()) return;
-    endCollections();
     while (!taken.empty()) {
         model.forget(taken.back().first);
         delete taken.back().second;

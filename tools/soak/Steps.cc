@@ -212,8 +212,7 @@ void Torturer::step() {
     if (kind < 4) return destroy(anyObject());
     if (kind < 9) return changeInput(anyObject());
     if (kind < 14) return changeOutput(anyObject());
-    if (kind < 37) return changeConnection();
-    if (kind < 40) return changeCollection();
+    if (kind < 40) return changeConnection();
     if (kind < 43) return changeInputsConnections();
     if (kind < 67) return sendSomething();
     if (kind < 69) return changeApplications();

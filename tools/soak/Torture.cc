@@ -47,7 +47,6 @@ Torturer::Torturer(unsigned int seed) : rng(seed) {
     }();
     firstTag = tag;
     model.lastEvent = static_cast<Id>(fxEvent::nextSequenceNumber);
-    collections = makeCollections();
 }
 
 void Torturer::fail(const char* format, ...) {

@@ -21,7 +21,6 @@
 namespace soak {
 
 class Torturer;
-struct Collections;
 extern Torturer* torturer;  // what the library's calls come to
 
 constexpr size_t deepest = 5;  // calls of the library within one another
@@ -66,10 +65,7 @@ struct Thrown {};
 class Torturer {
 public:
     explicit Torturer(unsigned int seed);
-    ~Torturer() {
-        collections.reset();
-        torturer = nullptr;
-    }
+    ~Torturer() { torturer = nullptr; }
 
     void run(unsigned long steps);
     void end();
@@ -94,9 +90,6 @@ public:
     bool isOpen(int fd) const;
     void objectDied(Id object) { reallyDied.push_back(object); }
     void thingReleased(Id thing);
-    void act();  // of a hook, which may do so at any time
-    unsigned long getActions() const { return actions; }
-    bool isNested() const { return stack.size() > 1; }
     long below(size_t limit) { return static_cast<long>(rng() % limit); }
     void fail(const char* format, ...) __attribute__((format(printf, 2, 3)));
     void maybeThrow() {
@@ -153,11 +146,6 @@ private:
     void changeTimer();
     void changeHandler();
     void changeFunctions();
-    static std::shared_ptr<Collections> makeCollections();
-    template <class Table>
-    void changeTables(std::unique_ptr<Table> (&tables)[2]);
-    void changeCollection();
-    void endCollections();
     void changeQueue();
     void changeTaken();
     void distribute();
@@ -175,7 +163,6 @@ private:
     std::vector<Activity*> stack;
     int reactionsLeft = 0;
     unsigned long stepsTaken = 0;
-    unsigned long actions = 0;
     std::string report;
     static constexpr size_t traceLength = 60;
     Step trace[traceLength] = {};
@@ -188,7 +175,6 @@ private:
     std::map<Id, std::unique_ptr<Ear>> ears;
     std::vector<std::pair<Event, fxEvent*>> taken;
     std::vector<std::pair<Id, fxProperty*>> heldTables;
-    std::shared_ptr<Collections> collections;
     std::map<Id, const void*> graves;  // of applications that are still counted
     std::vector<Id> reallyDied, reallyReleased;
     Id acting = 0;       // the thing whose end acts
