@@ -8,7 +8,6 @@
 #include <random>
 #include <sstream>
 #include <string>
-#include <unordered_set>
 #include <utility>
 #include <vector>
 
@@ -36,23 +35,21 @@ public:
 protected:
     int_type underflow() override {
         if (shown == text.size()) return traits_type::eof();
-        if (piece != 0) {
-            const size_t size = std::min(piece, text.size() - shown);
-            setg(&text[shown], &text[shown], &text[shown] + size);
-            shown += size;
-            return traits_type::to_int_type(*gptr());
-        }
-        return traits_type::to_int_type(text[shown]);
+        char* const next = &text[shown];
+        const size_t size = std::min(piece, text.size() - shown);
+        shown += size;
+        if (piece != 0) setg(next, next, next + size);
+        return traits_type::to_int_type(*next);
     }
     int_type uflow() override {
-        if (piece != 0) return std::streambuf::uflow();
-        return shown == text.size() ? traits_type::eof() : traits_type::to_int_type(text[shown++]);
+        const int_type next = piece == 0 ? underflow() : std::streambuf::uflow();
+        shown += piece == 0 && next != traits_type::eof();
+        return next;
     }
 
 private:
     std::string text;
-    size_t piece;
-    size_t shown = 0;
+    size_t piece, shown = 0;
 };
 
 }  // namespace
@@ -60,17 +57,14 @@ private:
 TEST(Str, EmptyStringsShareOneByte) {
     const char* null = nullptr;
     for (const fxStr& empty : {fxStr(), fxStr(""), fxStr(null), fxStr("abc", 0), fxStr(0),
-                               fxStr(0U), fxStr(std::string_view()), fxStr("abc").extract(3, 0)}) {
+                               fxStr(0U), fxStr(std::string_view()), fxStr("abc").extract(3, 0),
+                               fxStr(" \t ").trim(), fxStr(" \t ").trimRight(), fxStr().trim()}) {
         EXPECT_TRUE(sharesEmptyByte(empty));
     }
-    void (*const ways[])(fxStr&) = {[](fxStr& s) { s.remove(0, 3); },
-                                    [](fxStr& s) { s.remove(2, 3); },  // wherever it starts
+    void (*const ways[])(fxStr&) = {[](fxStr& s) { s.remove(2, 3); },  // wherever it starts
                                     [](fxStr& s) { s.remove(0, 10); },
-                                    [](fxStr& s) { EXPECT_EQ(s.cut(0, 3), "abc"); },
-                                    [](fxStr& s) { s.resize(0); },
-                                    [](fxStr& s) { EXPECT_EQ(s.format("%s", ""), 1U); },
                                     [](fxStr& s) { EXPECT_EQ(s.format("%c%300d", 0, 1), 1U); },
-                                    [](fxStr& s) { s = ""; },
+                                    [](fxStr& s) { s = static_cast<const char*>(nullptr); },
                                     [](fxStr& s) { s.adopt(strdup(""), 1); },
                                     [](fxStr& s) { expectText(fxStr(std::move(s)), "abc"); }};
     for (const auto leavesNothing : ways) {
@@ -80,44 +74,34 @@ TEST(Str, EmptyStringsShareOneByte) {
     }
 }
 
-TEST(Str, ConstructionCopiesWhatItIsTold) {
-    expectText(fxStr(5U), std::string_view("\0\0\0\0\0", 5));
-    expectText(fxStr(2), std::string_view("\0\0", 2));
-    expectText(fxStr("a\0b", 3), std::string_view("a\0b", 3));
-    expectText(fxStr("a\0b"), "a");
-}
-
-TEST(Str, AssignmentSurvivesItself) {
+TEST(Str, ConstructionAndAssignmentCopyWhatTheyAreTold) {
     fxStr s("hello");
     const fxStr& same = s;
     s = same;
-    expectText(s, "hello");
     s = std::move(const_cast<fxStr&>(same));
-    expectText(s, "hello");
-    s = fxStr("a longer text") | s;
-    expectText(s, "a longer texthello");
-    s = static_cast<const char*>(nullptr);
-    expectText(s, "");
-}
-
-TEST(Str, MovingTheBytesMovesTheString) {
-    alignas(fxStr) unsigned char from[sizeof(fxStr)];
-    alignas(fxStr) unsigned char to[sizeof(fxStr)];
-    new (from) fxStr("moved");
-    std::memcpy(to, from, sizeof to);
-    fxStr* s = reinterpret_cast<fxStr*>(to);
-    s->append(" on");
-    expectText(*s, "moved on");
-    s->~fxStr();
-}
-
-TEST(Str, NumbersAreFormattedAsPrintfDoes) {
-    expectText(fxStr(42, nullptr), "42");
-    expectText(fxStr(INT_MIN, nullptr), "-2147483648");
-    expectText(fxStr(1.5F, nullptr), "1.5");
-    expectText(fxStr(0.1F, "%.3f"), "0.100");
-    expectText(fxStr(1e21, nullptr), "1e+21");
-    expectText(fxStr(0.1, "%g%%"), "0.1%");
+    const struct {
+        fxStr made;
+        std::string_view text;
+    } cases[] = {{fxStr(5U), {"\0\0\0\0\0", 5}},
+                 {fxStr(2), {"\0\0", 2}},
+                 {fxStr("a\0b", 3), {"a\0b", 3}},
+                 {fxStr("a\0b"), "a"},
+                 {same, "hello"},
+                 {fxStr("a longer text") | s, "a longer texthello"},
+                 {fxStr(42, nullptr), "42"},
+                 {fxStr(1.5F, nullptr), "1.5"},
+                 {fxStr(0.1F, "%.3f"), "0.100"},
+                 {fxStr(1e21, nullptr), "1e+21"},
+                 {fxStr(0.1, "%g%%"), "0.1%"},
+                 {fxStr(" \t a b\r\n").trim(), "a b"},
+                 {fxStr(" \t a b\r\n").trimRight(), " \t a b"},
+                 {fxStr("xxaxx").trim("x"), "a"},
+                 {fxStr("abcdef").head(2), "ab"},
+                 {fxStr("abcdef").tail(2), "ef"},
+                 {same.copy(), "hello"}};
+    for (const auto& c : cases) expectText(c.made, c.text);
+    EXPECT_TRUE(s[0] == 'h' && s[4U] == 'o' && s[std::size_t{5}] == '\0');
+    EXPECT_EQ(std::string(s.begin(), s.end()), "hello");
 }
 
 // Both with what is put together by hand and with what is left to the C library,
@@ -130,23 +114,18 @@ TEST(Str, PlainFormatsComeOutAsPrintfWritesThem) {
         EXPECT_EQ(s.format(format, values...), std::strlen(expected) + 1) << format;
         EXPECT_STREQ(s.c_str(), expected);
     };
-    expectSame("%s: %d, %u", "text", INT_MIN, UINT_MAX);
-    expectSame("%ld%lu.", LONG_MIN, ULONG_MAX);
-    expectSame("%d%%", 40);
-    expectSame("%s%5d", "a", 3);
-    expectSame("%s and %lld", "a", LLONG_MIN);
-    expectSame("%d%c%x", 1, 'x', 255);
+    const char* const none = nullptr;
+    int written = 0;
+    expectSame("%s: %d, %u%%%lld", "text", INT_MIN, UINT_MAX, LLONG_MIN);
+    expectSame("%ld%lu.<%s>", LONG_MIN, ULONG_MAX, none);
+    expectSame("%s%5d%d%c%x", "a", 3, 1, 'x', 255);
+    expectSame("%o|%-20s|%*d|%.2s|%ld|%Lf|%p%n", UINT_MAX, "left", 5, 42, "cut", LONG_MIN, 2.5L,
+               static_cast<void*>(nullptr), &written);
+    EXPECT_GT(written, 40);
     for (size_t length = 240; length < 260; ++length) {
         expectSame("%s%d", std::string(length, 'x').c_str(), 123456);
         expectSame("-%s", std::string(length, 'x').c_str());
     }
-    const char* const none = nullptr;
-    expectSame("<%s>", none);
-    expectSame("%o|%-20s|%*d|%.2s|%ld|%Lf|%p", UINT_MAX, "left", 5, 42, "cut", LONG_MIN, 2.5L,
-               static_cast<void*>(nullptr));
-    int written = 0;
-    fxStr().format("12345%n", &written);
-    EXPECT_EQ(written, 5);
 }
 
 // A zero ends the text; what comes before an error stays, however long it is.
@@ -215,62 +194,30 @@ TEST(Str, CountsOfZeroAskForTheTextsLength) {
 // The model tokenises, which searches in all four ways; these are the rest.
 TEST(Str, SearchesTakeBytesAndSets) {
     const fxStr s("a,\0;c,", 6);
-    EXPECT_EQ(s.next(0, ','), 1U);
-    EXPECT_EQ(s.next(2, ';'), 3U);
-    EXPECT_EQ(s.next(0, ";,"), 1U);  // sets without a count end at a zero
-    EXPECT_EQ(s.next(0, "\0;", 2), 2U);
-    EXPECT_EQ(s.next(2, ""), 6U);
-    EXPECT_EQ(s.next(9, 'a') + s.next(9, "a") + s.skip(9, 'x') + s.skip(9, "x"), 24U);
-    EXPECT_EQ(s.skip(1, ','), 2U);
-    EXPECT_EQ(s.skip(0, ",a"), 2U);
-    EXPECT_EQ(s.nextR(5, ','), 2U);
-    EXPECT_EQ(s.nextR(5, ";,"), 4U);
-    EXPECT_EQ(s.nextR(0, ','), 0U);
-    EXPECT_EQ(s.skipR(6, ','), 5U);
-    EXPECT_EQ(s.skipR(5, "c;"), 3U);
+    const unsigned int found[][2] = {
+        {s.next(0, ','), 1},  {s.next(2, ';'), 3},  {s.next(0, ";,"), 1},  // up to a zero
+        {s.next(2, ""), 6},   {s.next(9, 'a'), 6},  {s.next(9, "a"), 6},  {s.skip(9, 'x'), 6},
+        {s.skip(9, "x"), 6},  {s.skip(0, ",a"), 2}, {s.nextR(5, ','), 2}, {s.nextR(5, ";,"), 4},
+        {s.nextR(0, ','), 0}, {s.skipR(6, ','), 5}, {s.skipR(5, "c;"), 3}};
+    for (const auto& [index, expected] : found) EXPECT_EQ(index, expected);
     unsigned int pos = 0;
     EXPECT_EQ(s.token(pos, ";,"), "a");
     EXPECT_EQ(s.tokenR(pos = 5, ";,"), "c");
 }
 
-TEST(Str, TrimTakesBlanksOffTheEnds) {
-    EXPECT_EQ(fxStr(" \t a b\r\n").trim(), "a b");
-    EXPECT_EQ(fxStr(" \t a b\r\n").trimRight(), " \t a b");
-    EXPECT_EQ(fxStr("xxaxx").trim("x"), "a");
-    EXPECT_TRUE(sharesEmptyByte(fxStr(" \t ").trim()));
-    EXPECT_TRUE(sharesEmptyByte(fxStr(" \t ").trimRight()));
-    EXPECT_TRUE(sharesEmptyByte(fxStr().trim()));
-}
-
-TEST(Str, PartsAreCopies) {
-    const fxStr s("abcdef");
-    EXPECT_TRUE(s.head(2) == "ab" && s.tail(2) == "ef" && s.copy() == s);
-    EXPECT_TRUE(s[0] == 'a' && s[5U] == 'f' && s[std::size_t{6}] == '\0');
-    EXPECT_EQ(std::string(s.begin(), s.end()), "abcdef");
-}
-
 TEST(Str, OrderEndsAtZeroBytesAndEqualityDoesNot) {
-    const fxStr a("ab\0x", 4);
-    const fxStr b("ab");
-    EXPECT_EQ(compare(a, b), 0);
-    EXPECT_EQ(compare(a, "ab"), 0);
-    EXPECT_FALSE(a < b || a > b);
-    EXPECT_TRUE(a <= b && a >= b);
-    EXPECT_TRUE(a != b && a != "ab" && "ab" != a);
-    EXPECT_TRUE(b == "ab" && "ab" == b && b == fxStr("ab") && b == std::string("ab"));
-    EXPECT_TRUE(std::string("ab") == b && a != std::string("ab") && std::string("ab") != a);
+    const fxStr a("ab\0x", 4), b("ab");
+    EXPECT_TRUE(compare(a, b) == 0 && compare(a, "ab") == 0 && !(a < b || a > b));
+    EXPECT_TRUE(a <= b && a >= b && a != b && a != "ab" && "ab" != a && a != std::string("ab"));
+    EXPECT_TRUE(b == "ab" && "ab" == b && b == fxStr("ab") && std::string("ab") == b);
     EXPECT_TRUE(b < "b" && "b" > b && b <= "ab" && "aa" <= b && b >= "aa" && "b" >= b && "a" < b);
     EXPECT_TRUE(fxStr("\xff") > "a");  // bytes are unsigned here
     EXPECT_TRUE(fxStr() == static_cast<const char*>(nullptr));
-    EXPECT_LT(compare("a", b), 0);
-    EXPECT_GT(compare("b", "a"), 0);
+    EXPECT_TRUE(compare("a", b) < 0 && compare("b", "a") > 0);
 }
 
 TEST(Str, HashesAreAsStated) {
-    const struct {
-        const char* text;
-        unsigned long hash;
-    } cases[] = {
+    const std::pair<const char*, unsigned long> cases[] = {
         {"", 0},
         {"a", 0x0800000000000000},
         {"ab", 0x1308000000000000},
@@ -280,16 +227,9 @@ TEST(Str, HashesAreAsStated) {
         {"abcdefghijklmno", 0x53544d467f706a61},
         {"abcdefghijklmnop", 0xeb1c150e07383129},
     };
-    for (const auto& each : cases) EXPECT_EQ(fxStr(each.text).hash(), each.hash) << each.text;
+    for (const auto& [text, hash] : cases) EXPECT_EQ(fxStr(text).hash(), hash) << text;
     EXPECT_EQ(fxStr("12345678abcd").hash(), fxStr("12345678wxyz").hash());
     EXPECT_EQ(fxStr("0123456789abcdef").hash(), fxStr("0123456789abcdefgh").hash());
-}
-
-TEST(Str, StandardHashSeesTheWholeText) {
-    std::unordered_set<fxStr> seen;
-    for (int i = 0; i < 100; ++i) seen.insert("a long common beginning " | fxStr(i, nullptr));
-    EXPECT_EQ(seen.size(), 100U);
-    EXPECT_EQ(seen.count("a long common beginning 99"), 1U);
 }
 
 TEST(Str, ItemsMayComeInPiecesOfAnySize) {
@@ -311,15 +251,12 @@ TEST(Str, ItemsMayComeInPiecesOfAnySize) {
 
 TEST(Str, DelimitersBelongToTheirStream) {
     std::istringstream commas("a,b"), lines("a,b\n");
+    fxStr a, line, b;
     EXPECT_EQ(&_delimiter(commas, ','), &commas);
-    fxStr s;
-    commas >> s;
-    EXPECT_EQ(s, "a");
-    lines >> s;
-    EXPECT_EQ(s, "a,b");
-    EXPECT_TRUE(lines.good());
-    commas >> _delimiter('\n') >> s;
-    EXPECT_EQ(s, "b");
+    commas >> a;
+    lines >> line;
+    commas >> _delimiter('\n') >> b;
+    EXPECT_TRUE(a == "a" && line == "a,b" && b == "b" && lines.good());
     EXPECT_TRUE(commas && commas.eof());  // the last item had no delimiter
 }
 
