@@ -2,6 +2,7 @@
 
 #include <arpa/inet.h>
 #include <fcntl.h>
+#include <openssl/ssl.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -72,6 +73,41 @@ bool firstLine(const std::string& path, std::string& line) {
     return static_cast<bool>(std::getline(file, line)) && line.size() < 65536;
 }
 
+// Brokers that serve several names choose the certificate by this one. It replaces the
+// address, which the library has just set.
+void nameBroker(const SSL* connection, int event, int) {
+    if ((event & SSL_CB_HANDSHAKE_START) == 0) return;
+    void* const name = SSL_CTX_get_app_data(SSL_get_SSL_CTX(connection));
+    SSL_ctrl(const_cast<SSL*>(connection), SSL_CTRL_SET_TLSEXT_HOSTNAME, TLSEXT_NAMETYPE_host_name,
+             name);
+}
+
+// Verifies the certificate as OpenSSL does by default, and nothing else: the library's
+// own function compares it with the address, and refuses all where the context is not its own.
+int verifyAsUsual(X509_STORE_CTX* chain, void*) {
+    X509_STORE_CTX_set_verify_cb(chain, [](int isGood, X509_STORE_CTX*) { return isGood; });
+    return X509_verify_cert(chain);
+}
+
+// The library connects to an address, since it would wait while it resolves a name. So
+// OpenSSL compares the certificate with the name, as a part of verifying it. `name` is to
+// live as long as the client.
+int verifyName(mosquitto* client, std::string& name) {
+    SSL_CTX* const context = SSL_CTX_new(TLS_client_method());
+    if (context == nullptr) return MOSQ_ERR_NOMEM;
+    int result = MOSQ_ERR_NOMEM;
+    if (X509_VERIFY_PARAM_set1_host(SSL_CTX_get0_param(context), name.c_str(), name.size()) == 1) {
+        SSL_CTX_set_app_data(context, name.data());
+        SSL_CTX_set_info_callback(context, nameBroker);
+        SSL_CTX_set_cert_verify_callback(context, verifyAsUsual, nullptr);
+        result = mosquitto_void_option(client, MOSQ_OPT_SSL_CTX, context);
+    }
+    SSL_CTX_free(context);  // the client shares it
+    return result == MOSQ_ERR_SUCCESS
+               ? mosquitto_int_option(client, MOSQ_OPT_SSL_CTX_WITH_DEFAULTS, 1)
+               : result;
+}
+
 }  // namespace
 
 MqttClient::MqttClient() = default;
@@ -96,8 +132,6 @@ std::string MqttClient::settle() {
     if (qos == 2 && clientId.isEmpty()) return "with qos=2 wants a client, to be known by again";
     if (certificate.isEmpty() != key.isEmpty()) return "wants certificate and key, or neither";
     if (!certificate.isEmpty() && ca.isEmpty()) return "wants a ca with a certificate";
-    if (!ca.isEmpty() && !isAddress(broker.toStdString()))
-        return "with TLS wants the address of the broker, which its certificate has to name";
     if (!passwordFile.empty() && userFile.empty()) return "wants a user with a password";
     return "";
 }
@@ -161,6 +195,9 @@ std::string MqttClient::setCredentials() {
         };
         result = mosquitto_tls_set(client, ca.c_str(), nullptr, orNull(certificate), orNull(key),
                                    nullptr);
+        verifiedName = broker.toStdString();
+        if (result == MOSQ_ERR_SUCCESS && !isAddress(verifiedName))
+            result = verifyName(client, verifiedName);
     }
     return result == MOSQ_ERR_SUCCESS ? "" : mosquitto_strerror(result);
 }

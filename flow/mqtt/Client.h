@@ -83,6 +83,7 @@ private:
     std::unique_ptr<Socket> socket;
     std::unique_ptr<fxProcess> resolver;
     std::string resolved;
+    std::string verifiedName;  // which the broker's certificate has to have
     fxRef<fxFlowAlarm> retrying;
     fxRef<fxFlowAlarm> upkeep;
     double pause = 0;  // before the next attempt; 0: connected since
@@ -114,7 +115,9 @@ void describe(fxElementOf<C>& element) {
                      "has one of its own");
     element.property("user", &C::userFile, "", "path of a file with the name of the user");
     element.property("password", &C::passwordFile, "", "path of a file with the password");
-    element.property("ca", &C::ca, "", "path of the certificates to trust; turns TLS on");
+    element.property("ca", &C::ca, "",
+                     "path of the certificates to trust; turns TLS on, and the "
+                     "broker's certificate must name what `broker` says");
     element.property("certificate", &C::certificate, "", "path of its own certificate, for TLS");
     element.property("key", &C::key, "", "path of the key of that");
     element.property("alive", &C::keepAlive, 60.0, "how soon a silent connection is tested")

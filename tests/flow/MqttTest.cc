@@ -98,16 +98,17 @@ public:
         for (const fxFlowProblem& problem : flow.apply(fxFlowText::parse(text, "mqtt.flow"))) {
             ADD_FAILURE() << problem.line();
         }
+        const auto keep = [](std::string& last) {
+            return [&last](const std::string& value) { last = value; };
+        };
         if (flow.find("in") != nullptr) {
+            flow.watch("in", "connected", &flow, keep(connected));
             flow.watch("in", "value", &flow, [this](const std::string& value) {
                 ++received[value];
                 order += value + " ";
             });
         }
         if (flow.find("out") == nullptr) return;
-        const auto keep = [](std::string& last) {
-            return [&last](const std::string& value) { last = value; };
-        };
         flow.watch("out", "acknowledged", &flow, keep(acknowledged));
         flow.watch("out", "dropped", &flow, keep(dropped));
     }
@@ -131,6 +132,7 @@ public:
     std::string order;
     std::string acknowledged;
     std::string dropped;
+    std::string connected;
     std::string complaints;
 };
 
@@ -212,9 +214,6 @@ TEST_F(Mqtt, QueuesAreBoundedAndDropWhatIsTold) {
         fx_theExecutive->poll(0);
         broker.start();
         Flow receiver(in(broker, "qos=1"));
-        bool isOnline = false;
-        receiver.flow.watch("in", "connected", &receiver.flow,
-                            [&](const std::string&) { isOnline = true; });
         EXPECT_TRUE(sender.runUntil([&] { return sender.acknowledged == "3"; }));
         EXPECT_EQ(sender.dropped, "2");
         EXPECT_FALSE(sender.flow.isBusy());
@@ -228,18 +227,24 @@ TEST_F(Mqtt, RetainedValuesUsersAndTls) {
     int status = 0;
     const std::string made =
         outputOf("cd " + room.path +
-                     " && openssl req -x509 -newkey rsa:2048 -nodes -days 2 -subj /CN=broker "
-                     "-addext subjectAltName=IP:127.0.0.1 -keyout key -out certificate"
+                     " && for name in localhost elsewhere; do openssl req -x509 -newkey rsa:2048 "
+                     "-nodes -days 2 -subj /CN=broker -addext subjectAltName=DNS:$name "
+                     "-keyout $name.key -out $name; done"
                      " && mosquitto_passwd -b -c users tester secret && chmod 644 *",
                  status);
     if (status != 0) GTEST_SKIP() << made;
     room.file("user", "tester\n");
     room.file("right", "secret\n");
     room.file("wrong", "guess\n");
-    Broker broker("allow_anonymous false\npassword_file " + room.path + "/users\ncertfile " +
-                  room.path + "/certificate\nkeyfile " + room.path + "/key\n");
+    const auto named = [&](const std::string& name) {
+        return "certfile " + room.path + "/" + name + "\nkeyfile " + room.path + "/" + name +
+               ".key\n";
+    };
+    Broker broker("allow_anonymous false\npassword_file " + room.path + "/users\n" +
+                  named("localhost"));
     broker.start();
-    const std::string tls = "qos=1 ca=" + room.path + "/certificate user=" + room.path + "/user ";
+    const std::string trust = "qos=1 broker=localhost ca=" + room.path;
+    const std::string tls = trust + "/localhost user=" + room.path + "/user ";
     Flow sender(out(broker, tls + "retain=yes password=" + room.path + "/right"));
     for (const char* value : {"first", "last"}) sender.send(value);
     EXPECT_TRUE(sender.runUntil([&] { return sender.acknowledged == "2"; })) << sender.complaints;
@@ -252,6 +257,13 @@ TEST_F(Mqtt, RetainedValuesUsersAndTls) {
     EXPECT_TRUE(stranger.runUntil([&] { return !stranger.complaints.empty(); }));
     EXPECT_NE(stranger.complaints.find("not authorised"), std::string::npos) << stranger.complaints;
     EXPECT_EQ(stranger.order, "");
+
+    // It has a certificate that is trusted, but names another.
+    Broker impostor("allow_anonymous true\n" + named("elsewhere"));
+    impostor.start();
+    Flow misled(in(impostor, trust + "/elsewhere"));
+    EXPECT_TRUE(misled.runUntil([&] { return !misled.complaints.empty(); }));
+    EXPECT_EQ(misled.connected, "");
 }
 
 TEST_F(Mqtt, NamesAreResolvedAndNonsenseIsRefused) {
@@ -263,9 +275,8 @@ TEST_F(Mqtt, NamesAreResolvedAndNonsenseIsRefused) {
 
     for (const char* text :
          {"a = MqttIn topic=\"a/#/b\"", "a = MqttOut topic=a/+", "a = MqttIn topic=a qos=2",
-          "a = MqttIn topic=a broker=\"a b\"", "a = MqttIn topic=a ca=x broker=localhost",
-          "a = MqttIn topic=a password=x", "a = MqttIn topic=a user=/nowhere/at/all",
-          "a = MqttIn topic=a ca=/nowhere/at/all"}) {
+          "a = MqttIn topic=a broker=\"a b\"", "a = MqttIn topic=a password=x",
+          "a = MqttIn topic=a user=/nowhere/at/all", "a = MqttIn topic=a ca=/nowhere/at/all"}) {
         fxFlow flow;
         EXPECT_NE(flow.apply(fxFlowText::parse(text, "mqtt.flow")).size(), 0U) << text;
     }
