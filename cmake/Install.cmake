@@ -94,14 +94,21 @@ if(TARGET fxgrep)
   endforeach()
 endif()
 
-# What stands in the system's own folders is found without a search path, which
-# would only get in the way of whoever replaces a library.
-foreach(component runtime tools)
+# Flows name plug-ins by their paths.
+if(TARGET fxflow_mqtt)
+  set_target_properties(fxflow_mqtt PROPERTIES INSTALL_RPATH "$ORIGIN/..")
+  install(TARGETS fxflow_mqtt LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}/fxflow COMPONENT mqtt)
+endif()
+
+# Files in the system's own folders find their libraries without a search path, which
+# would only get in the way of another version of a library.
+foreach(component runtime tools mqtt)
   install(CODE "
     if(CMAKE_INSTALL_PREFIX STREQUAL \"/usr\")
       foreach(file
           ${CMAKE_INSTALL_LIBDIR}/libostrelfxds.so.${PROJECT_VERSION}
           ${CMAKE_INSTALL_LIBDIR}/libostrelfxflow.so.${PROJECT_VERSION}
+          ${CMAKE_INSTALL_LIBDIR}/fxflow/mqtt.so
           ${CMAKE_INSTALL_BINDIR}/fxgrep
           ${CMAKE_INSTALL_BINDIR}/fxdump
           ${CMAKE_INSTALL_BINDIR}/fxflow)

@@ -14,6 +14,9 @@ find_package(Doxygen QUIET)
 if(FXDS_MANUAL AND DOXYGEN_FOUND)
   list(APPEND CPACK_COMPONENTS_ALL doc)
 endif()
+if(TARGET fxflow_mqtt)
+  list(APPEND CPACK_COMPONENTS_ALL mqtt)
+endif()
 set(CPACK_DEB_COMPONENT_INSTALL ON)
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION})
@@ -71,6 +74,17 @@ set(CPACK_COMPONENT_TOOLS_DESCRIPTION "${introduction}
 This package holds fxgrep, which prints the lines of files that a pattern
 occurs in, fxdump, which shows, draws and checks saved objects, and fxflow, which
 runs, checks, tests and watches networks of objects that texts describe.")
+
+# By itself, so that the tools do not depend on what it links.
+set(CPACK_DEBIAN_MQTT_PACKAGE_NAME fxflow-mqtt)
+set(CPACK_DEBIAN_MQTT_PACKAGE_SECTION utils)
+set(CPACK_DEBIAN_MQTT_PACKAGE_DEPENDS "${runtime_package} (>= ${PROJECT_VERSION})")
+set(CPACK_DEBIAN_MQTT_PACKAGE_SHLIBDEPS ON)
+set(CPACK_DEBIAN_MQTT_PACKAGE_ENHANCES ${tools_package})
+set(CPACK_COMPONENT_MQTT_DESCRIPTION "${introduction}
+.
+This package holds a plug-in for fxflow: elements that exchange values with the
+topics of an MQTT broker.")
 
 set(CPACK_DEBIAN_DOC_PACKAGE_NAME libostrelfxds-doc)
 set(CPACK_DEBIAN_DOC_PACKAGE_SECTION doc)

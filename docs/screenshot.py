@@ -57,8 +57,8 @@ class Screen:
 class Proc:
     """What the kernel of a machine tells that works in waves."""
 
-    def __init__(self, folder):
-        self.folder, self.began = folder, time.time()
+    def __init__(self, folder, phase=0):
+        self.folder, self.began, self.phase = folder, time.time(), phase
         self.busy, self.moved, self.at = [0.0] * 4, [0.0] * 4, 0.0
         os.mkdir(folder + '/net')
         self.write()
@@ -71,7 +71,7 @@ class Proc:
     def write(self):
         now = time.time() - self.began
         step, self.at = now - self.at, now
-        wave = lambda slow, phase: 0.5 + 0.5 * math.sin(now / slow + phase)
+        wave = lambda slow, phase: 0.5 + 0.5 * math.sin(now / slow + phase + self.phase)
         shares = [wave(1.7, 0), 0.6 * wave(0.6, 1), 0.3 + 0.6 * wave(2.3, 2), 0.2 * wave(0.4, 3)]
         speeds = [3e4 * wave(0.7, 1) ** 4, 4e3 * wave(1.1, 4) ** 2, 2.4e6 * wave(1.3, 0) ** 2, 1.1e5 * wave(0.9, 5)]
         self.busy = [b + 1e4 * step * s for b, s in zip(self.busy, shares)]
@@ -86,9 +86,9 @@ class Proc:
         self.put('net/dev', 'x\nx\n eth0: %d 1 0 0 0 0 0 0 %d 1 0 0 0 0 0 0\n' % tuple(self.moved[2:]))
 
 
-def run(program, screen, seconds, keys):
+def run(program, screen, seconds, keys, procs=()):
     folder = tempfile.TemporaryDirectory()
-    proc = Proc(folder.name) if 'PROC' in program else None
+    procs = [*procs, Proc(folder.name)] if 'PROC' in program else procs
     program = [folder.name if word == 'PROC' else word for word in program]
     pid, master = pty.fork()
     if pid == 0:
@@ -98,7 +98,7 @@ def run(program, screen, seconds, keys):
     end = time.time() + seconds
     text = b''
     while time.time() < end:
-        if proc:
+        for proc in procs:
             proc.write()
         if keys and time.time() > end - seconds / 4:
             os.write(master, keys.encode())
@@ -161,4 +161,5 @@ def main():
     sys.exit(screen.hasScrolled)
 
 
-main()
+if __name__ == '__main__':
+    main()
