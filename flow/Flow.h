@@ -63,10 +63,11 @@ public:
 
     ///@{
     /// Saves the flow with what its elements remember in the file at `path`, and makes this
-    /// flow the saved one, all of whose objects are new. Loading changes nothing when it
-    /// fails. Plug-ins that the flow needs must have been loaded: a saved flow loads none. What
-    /// is queued is not saved. Neither is possible while the flow is changed. A saved flow, like
-    /// a text, says which files are written and which commands run: load only what is trusted.
+    /// flow the saved one, all of whose objects are new; apply() of the text that the saved one
+    /// had keeps them. Loading changes nothing when it fails. Plug-ins that the flow needs must
+    /// have been loaded: a saved flow loads none. What is queued is not saved. Neither is
+    /// possible while the flow is changed. A saved flow, like a text, says which files are
+    /// written and which commands run: load only what is trusted.
     [[nodiscard]] fxStreamFault save(const std::string& path);
     [[nodiscard]] fxStreamFault load(const std::string& path);
     ///@}

@@ -4,6 +4,7 @@
 
 #include <string>
 
+#include "flow/Element.h"
 #include "fxds/Str.h"
 
 namespace fxFlowDetail {
@@ -33,6 +34,20 @@ private:
     int precision = -1;   // -1: none was given
     char conversion = 0;  // s, d, x, e, f or g; 0: there is none
     std::string after;
+};
+
+/// An element that makes texts by a format.
+class FormattingElement : public fxElement {
+public:
+    std::string settle() override {
+        formatted = Formatted(format);
+        return "";
+    }
+
+    std::string format;
+
+protected:
+    Formatted formatted;
 };
 
 }  // namespace fxFlowDetail

@@ -9,24 +9,16 @@
 #include <string>
 #include <string_view>
 
-#include "flow/Element.h"
 #include "flow/elements/Formatted.h"
 #include "flow/elements/Settings.h"
 #include "fxds/base/QuietWrite.h"
 
-using fxFlowDetail::Formatted;
-
 namespace {
 
 // Each line at once: a pipe may lead to a program that waits for it.
-class Print final : public fxElement {
+class Print final : public fxFlowDetail::FormattingElement {
 public:
     const char* className() const override { return "Print"; }
-
-    std::string settle() override {
-        formatted = Formatted(format);
-        return "";
-    }
 
     void print(const fxStr& value) {
         const std::string line = formatted.of(value);
@@ -34,7 +26,6 @@ public:
         printed.send(line, fxSendNow);
     }
 
-    std::string format;
     fxOutputView<fxStr> printed;
 
 private:
@@ -47,7 +38,6 @@ private:
         hasFailed = !isWritten;
     }
 
-    Formatted formatted;
     bool hasFailed = false;  // and has complained of that
 };
 
@@ -112,7 +102,7 @@ private:
 FX_ELEMENT(Print, "prints values on standard output, each on a line") {
     element.reachesOutside();
     element.property("format", &Print::format, "%s", "the line, with one of %s, %d, %x, %e, %f, %g")
-        .testedBy(Formatted::whyNot);
+        .testedBy(fxFlowDetail::Formatted::whyNot);
     element.input("value", &Print::print, "the value");
     element.output("printed", &Print::printed, "the line, which a test does not print");
 }

@@ -3,12 +3,9 @@
 #include <iterator>
 #include <string>
 
-#include "flow/Element.h"
 #include "flow/elements/Formatted.h"
 #include "fxds/Match.h"
 #include "fxds/Xdr.h"
-
-using fxFlowDetail::Formatted;
 
 namespace {
 
@@ -19,14 +16,22 @@ std::string whyNoPattern(const std::string& pattern) {
            std::to_string(expression.errorOffset() + 1);
 }
 
-class Match final : public fxElement {
+class SearchingElement : public fxElement {
 public:
-    const char* className() const override { return "Match"; }
-
     std::string settle() override {
         expression = fxExpression(pattern);
         return "";
     }
+
+    fxStr pattern;
+
+protected:
+    fxExpression expression{""};
+};
+
+class Match final : public SearchingElement {
+public:
+    const char* className() const override { return "Match"; }
 
     void take(const fxStr& text) {
         // A receiver may end what the text belongs to.
@@ -47,50 +52,30 @@ public:
         matched.send(subject, fxSendNow);
     }
 
-    fxStr pattern;
     int number = 1;
     fxOutputView<fxStr> matched;
     fxOutputView<fxStr> missed;
     fxOutputView<fxStrArray> groups;
     fxOutputView<fxStr> group;
-
-private:
-    fxExpression expression{""};
 };
 
-class Replace final : public fxElement {
+class Replace final : public SearchingElement {
 public:
     const char* className() const override { return "Replace"; }
 
-    std::string settle() override {
-        expression = fxExpression(pattern);
-        return "";
-    }
     void take(const fxStr& subject) { text.send(expression.replace(subject, with), fxSendNow); }
 
-    fxStr pattern;
     fxStr with;
     fxOutputView<fxStr> text;
-
-private:
-    fxExpression expression{""};
 };
 
-class Format final : public fxElement {
+class Format final : public fxFlowDetail::FormattingElement {
 public:
     const char* className() const override { return "Format"; }
 
-    std::string settle() override {
-        formatted = Formatted(format);
-        return "";
-    }
     void take(const fxStr& value) { text.send(formatted.of(value), fxSendNow); }
 
-    std::string format;
     fxOutputView<fxStr> text;
-
-private:
-    Formatted formatted;
 };
 
 class Merge final : public fxElement {
@@ -200,7 +185,7 @@ FX_ELEMENT(Replace, "replaces what matches a pattern") {
 FX_ELEMENT(Format, "writes a value into a text") {
     element
         .property("format", &Format::format, "the text, with one of %s, %d, %x, %e, %f, %g in it")
-        .testedBy(Formatted::whyNot);
+        .testedBy(fxFlowDetail::Formatted::whyNot);
     element.input("value", &Format::take, "the value");
     element.output("text", &Format::text, "the text with the value in it");
 }
