@@ -1,4 +1,5 @@
-// The string of the library: a byte string that knows its length.
+// The string of the library: a byte string with a length. Its operators
+// are in TextOperators.h, which this header includes.
 #ifndef FXDS_STR_H
 #define FXDS_STR_H
 
@@ -115,7 +116,7 @@ public:
     bool empty() const { return isEmpty(); }
     ///@}
     ///@{
-    /// The text: a pointer to zero-terminated bytes, or a view that knows the
+    /// The text: a pointer to zero-terminated bytes, or a view with the
     /// length.
     const char* c_str() const { return data; }
     operator const char*() const { return data; }
@@ -125,6 +126,11 @@ public:
     std::string toStdString() const { return std::string(view()); }  ///< A copy, zero bytes too.
     /// Not a question: the pointer is never null.
     explicit operator bool() const = delete;  // always true: ask isEmpty()
+
+    char& front() { return (*this)[0]; }                ///< Requires: not isEmpty().
+    char front() const { return (*this)[0]; }           ///< Requires: not isEmpty().
+    char& back() { return (*this)[slength - 2]; }       ///< Requires: not isEmpty().
+    char back() const { return (*this)[slength - 2]; }  ///< Requires: not isEmpty().
 
     char* begin() { return data; }
     char* end() { return data + length(); }
@@ -199,6 +205,9 @@ public:
     /// Removes `n` bytes at `start`. Everything goes when `n` is the whole
     /// length or more, wherever `start` is.
     void remove(unsigned int start, unsigned int n = 1);
+    void pop_back() {  ///< Removes the last byte, if there is one.
+        if (!isEmpty()) remove(length() - 1);
+    }
     /// Removes `n` bytes at `start` and returns them.
     fxStr cut(unsigned int start, unsigned int n);
     /// Overwrites `n` bytes at `pos`; the length stays as it is.
@@ -338,7 +347,7 @@ public:
     // Hashing and formatting.
 
     /// A cheap hash of at most the first 16 bytes; equal texts have equal
-    /// hashes. Texts of 9 to 15 bytes are told apart by their first 8 only.
+    /// hashes. Of texts of 9 to 15 bytes only the first 8 count.
     /// 0 for the empty string.
     unsigned long hash() const;
     static unsigned long hash(std::string_view text);  ///< The hash of a string of these bytes.
@@ -414,9 +423,9 @@ private:
     std::optional<float> readFloat() const;
 
 public:
-    // The string itself. Read them freely; writing them is this class's business.
+    // The string itself. Programs may read these; only this class writes them.
     unsigned int slength;   ///< Bytes in use, the terminating zero included: 1 when empty.
-    unsigned int roomNote;  ///< What append() remembers of the block. Of no use to others.
+    unsigned int roomNote;  ///< For append(): the size of the block, encoded; see knownRoom().
     char* data;             ///< A malloc() block of ours, or &emptyString.
 
     static char emptyString;              ///< What every empty string points at: a zero.
@@ -428,144 +437,6 @@ extern FX_API fxTypeObj fxStr_type;
 
 static_assert(sizeof(fxStr) == 16 && std::is_standard_layout_v<fxStr>,
               "strings are kept in arrays by their bytes");
-
-///@{
-/// strcmp() of the texts: the comparison ends at the first zero byte. A null
-/// `char const*` counts as the empty text, here and in all the operators.
-FX_API int compare(char const* a, char const* b);
-inline int compare(fxStr const& a, fxStr const& b) { return std::strcmp(a.data, b.data); }
-inline int compare(fxStr const& a, char const* b) { return compare(a.data, b); }
-inline int compare(char const* a, fxStr const& b) { return compare(a, b.data); }
-/// Also for texts that are not terminated.
-FX_API int fxCompareTexts(std::string_view a, std::string_view b);
-template <class A, class B, fxDetail::IfMixed<A, B> = 0>
-int compare(A const& a, B const& b) {
-    return fxCompareTexts(fxTextView(a), fxTextView(b));
-}
-///@}
-
-///@{
-/// Ordered as compare() orders.
-inline bool operator<(const fxStr& a, const fxStr& b) { return compare(a, b) < 0; }
-inline bool operator<(const fxStr& a, const char* b) { return compare(a, b) < 0; }
-inline bool operator<(const char* a, const fxStr& b) { return compare(a, b) < 0; }
-inline bool operator<=(const fxStr& a, const fxStr& b) { return compare(a, b) <= 0; }
-inline bool operator<=(const fxStr& a, const char* b) { return compare(a, b) <= 0; }
-inline bool operator<=(const char* a, const fxStr& b) { return compare(a, b) <= 0; }
-inline bool operator>(const fxStr& a, const fxStr& b) { return compare(a, b) > 0; }
-inline bool operator>(const fxStr& a, const char* b) { return compare(a, b) > 0; }
-inline bool operator>(const char* a, const fxStr& b) { return compare(a, b) > 0; }
-inline bool operator>=(const fxStr& a, const fxStr& b) { return compare(a, b) >= 0; }
-inline bool operator>=(const fxStr& a, const char* b) { return compare(a, b) >= 0; }
-inline bool operator>=(const char* a, const fxStr& b) { return compare(a, b) >= 0; }
-template <class A, class B, fxDetail::IfMixed<A, B> = 0>
-bool operator<(const A& a, const B& b) {
-    return compare(a, b) < 0;
-}
-template <class A, class B, fxDetail::IfMixed<A, B> = 0>
-bool operator<=(const A& a, const B& b) {
-    return compare(a, b) <= 0;
-}
-template <class A, class B, fxDetail::IfMixed<A, B> = 0>
-bool operator>(const A& a, const B& b) {
-    return compare(a, b) > 0;
-}
-template <class A, class B, fxDetail::IfMixed<A, B> = 0>
-bool operator>=(const A& a, const B& b) {
-    return compare(a, b) >= 0;
-}
-///@}
-
-///@{
-/// Equal in length and in every byte, so zero bytes within the text count here.
-inline bool operator==(const fxStr& a, const fxStr& b) {
-    return a.slength == b.slength && std::memcmp(a.data, b.data, a.slength) == 0;
-}
-FX_API bool operator==(const fxStr& a, const char* b);
-inline bool operator==(const char* a, const fxStr& b) { return b == a; }
-inline bool operator!=(const fxStr& a, const fxStr& b) { return !(a == b); }
-inline bool operator!=(const fxStr& a, const char* b) { return !(a == b); }
-inline bool operator!=(const char* a, const fxStr& b) { return !(b == a); }
-template <class A, class B, fxDetail::IfMixed<A, B> = 0>
-bool operator==(const A& a, const B& b) {
-    return static_cast<std::string_view>(fxTextView(a)) == fxTextView(b);
-}
-template <class A, class B, fxDetail::IfMixed<A, B> = 0>
-bool operator!=(const A& a, const B& b) {
-    return !(a == b);
-}
-///@}
-
-///@{
-/// Concatenation (see TempStr.h). A null `const char*` counts as the empty text.
-inline fxTempStr operator|(const fxStr& a, const fxStr& b) {
-    return fxTempStr(a.data, a.length(), b.data, b.length());
-}
-inline fxTempStr operator|(const fxStr& a, const char* b) {
-    return fxTempStr(a.data, a.length(), b, fxStr::textLength(b));
-}
-inline fxTempStr operator|(const char* a, const fxStr& b) {
-    return fxTempStr(a, fxStr::textLength(a), b.data, b.length());
-}
-template <class A, class B, fxDetail::IfJoins<A, B> = 0>
-fxTempStr operator|(const A& a, const B& b) {
-    const fxTextView left(a);
-    const fxTextView right(b);
-    return fxTempStr(left.data(), fxLengthField(left.size()), right.data(),
-                     fxLengthField(right.size()));
-}
-///@}
-
-///@{
-/// Appends to `a` itself and returns it: `a` is the accumulator, although it
-/// is taken by constant reference so that a temporary can be bound to it.
-/// Requires: `a` was not defined as a constant object.
-inline fxTempStr& operator|(const fxTempStr& a, const fxStr& b) {
-    return const_cast<fxTempStr&>(a).concat(b.data, b.length());
-}
-inline fxTempStr& operator|(const fxTempStr& a, const char* b) {
-    return const_cast<fxTempStr&>(a).concat(b, fxStr::textLength(b));
-}
-template <class Text, fxDetail::IfAppends<Text> = 0>
-fxTempStr& operator|(const fxTempStr& a, const Text& b) {
-    const fxTextView text(b);
-    return const_cast<fxTempStr&>(a).concat(text.data(), fxLengthField(text.size()));
-}
-///@}
-/// Pointers would be added: texts are joined by `|`.
-template <class A, class B, fxDetail::IfTexts<A, B> = 0>
-void operator+(const A& a, const B& b) = delete;  // texts are joined by a | b
-///@{
-/// A number would move a pointer into the text, and 0 be a null pointer.
-template <class A, class B, fxDetail::IfNumbered<A, B> = 0>
-void operator+(const A& a, const B& b) = delete;  // a | fxStr::number(n), or a.c_str() + n
-template <class A, class B, fxDetail::IfNumbered<A, B> = 0>
-void operator|(const A& a, const B& b) = delete;  // a number as text is fxStr::number(n)
-///@}
-
-/// Writes the text up to its first zero byte.
-FX_API std::ostream& operator<<(std::ostream& out, const fxStr& str);
-
-/// Reads one item: everything up to the delimiter of the stream, which is
-/// taken but not stored, or up to the end of the stream. An empty item is an
-/// empty string and no failure; the read fails, leaving an empty string, when
-/// nothing is left. So `while (in >> item)` sees every item once. Blanks are
-/// not skipped. When the stream throws, some of the item may be in the string.
-FX_API std::istream& operator>>(std::istream& in, fxStr& str);
-
-/// Sets the delimiter of this stream's items; it is '\n' before. Any byte will
-/// do. Also as a manipulator: `in >> _delimiter(',') >> item`.
-FX_API std::istream& _delimiter(std::istream& in, char c);
-
-/// What `in >> _delimiter(c)` hands over.
-struct fxDelimiter {
-    char c;  ///< The byte that ends an item.
-};
-inline fxDelimiter _delimiter(char c) { return {c}; }  ///< The manipulator form.
-/// Sets the delimiter; see _delimiter().
-inline std::istream& operator>>(std::istream& in, fxDelimiter delimiter) {
-    return _delimiter(in, delimiter.c);
-}
 
 template <>
 struct fxMovesAsBytes<fxStr> : std::true_type {};
@@ -596,6 +467,7 @@ inline fxStr& fxStr::operator=(fxStr&& other) noexcept {
     return *this;
 }
 
+#include "fxds/TextOperators.h"
 #include "fxds/detail/StrTemplates.h"
 
 #endif

@@ -9,7 +9,7 @@
 #include "fxds/Config.h"
 
 /// Accumulates the text of a chain of `|`. The first `|` between two strings
-/// makes one (see Str.h); every further `|` appends to it, so a chain costs
+/// makes one (see TextOperators.h); every further `|` appends to it, so a chain costs
 /// one buffer however long it is, and none from the heap for up to 100 bytes
 /// with the terminator. Turn the result into an fxStr to keep it:
 ///

@@ -18,6 +18,7 @@
 #include "fxds/StackBuffer.h"
 #include "fxds/Str.h"
 #include "fxds/TempStr.h"
+#include "fxds/TextOperators.h"
 #include "fxds/TextView.h"
 
 // Containers.

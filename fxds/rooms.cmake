@@ -24,7 +24,7 @@ fxds_room(base
 # The string, and what builds texts.
 fxds_room(text
   ON base
-  HEADERS StackBuffer Str TempStr TextView
+  HEADERS StackBuffer Str TempStr TextOperators TextView
   DETAIL StrTemplates TextTraits
   SOURCES StackBuffer Str StrFormat StrNumber StrSearch StrStream TempStr)
 
