@@ -24,6 +24,10 @@ public:
     void insert(const fxBoolArray& other, unsigned int index) {
         fxRecordedArray::insert(other, index);
     }
+    template <class Place, class... Items, fxDetail::IfPlace<fxBool, Place> = 0>
+    fxBool* insert(Place place, Items... items) {
+        return fxRecordedArray::insert(place, items...);
+    }
     unsigned int find(bool item, unsigned int start = 0) const {
         return fxRecordedArray::find(fxBool{item}, start);
     }

@@ -61,6 +61,10 @@ inline constexpr bool
                                                   decltype(&fxOwningArray<T>::copyElements)>>> =
         true;
 
+/// For a type that is an iterator of an array of T.
+template <class T, class Place>
+using IfPlace = std::enable_if_t<std::is_same_v<Place, T*> || std::is_same_v<Place, const T*>, int>;
+
 template <class T, class U>
 inline constexpr bool cutsFractions = std::is_integral_v<T>&& std::is_floating_point_v<U>;
 
@@ -104,7 +108,7 @@ using ArrayItems =
 /// `Hooks` supplies the element hooks: fxArray (elements are their bytes, new
 /// ones are unspecified), fxZeroFilledArray, or fxOwningArray<T>. Copies are
 /// deep and take the source's capacity; moves leave the source empty.
-/// Capacity, invalidation and preconditions are told in fxArray.
+/// For capacity, invalidation and preconditions see fxArray.
 template <class Self, class T, class Hooks = fxArray>
 class FX_API fxTypedArray : public Hooks {
     static_assert(sizeof(T) <= 0xFFFF);
@@ -201,12 +205,14 @@ public:
     }
     /// As append(), for std::back_inserter().
     void push_back(const T& item) { self().append(item); }
-    T& front() { return self()[0]; }                        ///< Requires: not isEmpty().
-    const T& front() const { return self()[0]; }            ///< Requires: not isEmpty().
-    T& back() { return self()[length() - 1]; }              ///< Requires: not isEmpty().
-    const T& back() const { return self()[length() - 1]; }  ///< Requires: not isEmpty().
-    /// Destroys the last element. Requires: there is one. takeLast() returns it.
-    void pop_back() { this->remove(length() - 1); }
+    T& front() { return (*this)[0]; }                        ///< Requires: not isEmpty().
+    const T& front() const { return (*this)[0]; }            ///< Requires: not isEmpty().
+    T& back() { return (*this)[length() - 1]; }              ///< Requires: not isEmpty().
+    const T& back() const { return (*this)[length() - 1]; }  ///< Requires: not isEmpty().
+    /// Destroys the last element, if there is one. takeLast() returns it.
+    void pop_back() {
+        if (!this->isEmpty()) this->remove(length() - 1);
+    }
     /// The last element, from which ++ leads to the first.
     std::reverse_iterator<T*> rbegin() { return std::reverse_iterator<T*>(end()); }
     std::reverse_iterator<T*> rend() { return std::reverse_iterator<T*>(begin()); }  ///< Its end.
@@ -221,8 +227,8 @@ public:
     // clang-format off
     template <class Index>
     T& at(Index) const = delete;  // an index is asked for, not tried: test it against length(), then use []
-    template <class... Iterators>
-    void erase(Iterators...) = delete;  // elements are removed by index: remove(index, count)
+    template <class Index, std::enable_if_t<std::is_integral_v<Index>, int> = 0>
+    void erase(Index, unsigned int = 1) = delete;  // elements are removed by index with remove(index, count)
     // clang-format on
     /// Appends an element that is made of `arguments`, which may lie in this array.
     /// It is made in place, or copied in by copyElements() where a class overrides
@@ -252,6 +258,33 @@ public:
     /// Copies all elements of `other` in before `index`.
     void insert(const Self& other, unsigned int index) {
         fxArray::insert(static_cast<const fxArray&>(other), index);
+    }
+    ///@{
+    /// Puts an item, or those of a range, in before `place`; they may lie in this array.
+    /// Returns the place of the first new one, or `place`. Requires: it is of this array.
+    template <class Place, class Item, fxDetail::IfPlace<T, Place> = 0,
+              std::enable_if_t<std::is_convertible_v<Item&&, T>, int> = 0>
+    T* insert(Place place, Item&& item) {
+        const unsigned int index = indexOf(place);
+        self().insert(std::forward<Item>(item), index);
+        return begin() + index;
+    }
+    template <class Place, class Iterator, fxDetail::IfPlace<T, Place> = 0>
+    T* insert(Place place, Iterator first, Iterator last) {
+        const unsigned int index = indexOf(place);
+        Self items;
+        std::copy(first, last, std::back_inserter(items));
+        self().insert(static_cast<const Self&>(items), index);
+        return begin() + index;
+    }
+    ///@}
+    /// Removes the element at `place` and returns the place of what followed it.
+    T* erase(const T* place) { return erase(place, place + 1); }
+    /// The same for a range.
+    T* erase(const T* first, const T* last) {
+        const unsigned int index = indexOf(first);
+        if (first != last) this->remove(index, indexOf(last) - index);
+        return begin() + index;
     }
 
     /// The first index from `start` on whose element equals `item`, byte for
@@ -336,6 +369,10 @@ private:
     };
 
     Self& self() { return static_cast<Self&>(*this); }
+    unsigned int indexOf(const T* place) const {
+        FX_ASSERT(place >= begin() && place <= end());
+        return static_cast<unsigned int>(place - begin());
+    }
     // Whether the hooks are those of Self: a class derived from it may override them.
     bool hasOwnHooks() const { return &typeid(*this) == &typeid(Self); }
     // As expand(), where the block has the room already; else false.

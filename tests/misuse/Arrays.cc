@@ -19,4 +19,4 @@ MISUSE(FractionsAsInts, const fxIntArray sizes{1.5, 2.5};)
 // an index is asked for, not tried
 MISUSE(ArrayAt, int first(const fxIntArray& a) { return a.at(0); })
 // elements are removed by index
-MISUSE(ArrayErase, void shorten(fxIntArray& a) { a.erase(a.begin()); })
+MISUSE(ArrayEraseByIndex, void shorten(fxIntArray& a) { a.erase(0); })
