@@ -186,7 +186,7 @@ struct fxXdrRecord {
     static fxBool transcribe(void* object, fxTranscriber& transcriber) {
         C* const self = static_cast<C*>(object);
         const bool isDone = self->C::xdr(transcriber) != 0;
-        // An object that is a C and no more than that has nothing to be told later.
+        // An object that is exactly a C has no xdrSuccess() or xdrFail() to be called later.
         if (!fxXdrMayWait<C> && isDone && typeid(*self) == typeid(C)) return 1;
         if constexpr (hasOneRoot) {
             return transcriber.conclude(isDone, *self, object);
@@ -226,9 +226,9 @@ struct fxXdrRecord {
             return static_cast<void*>(static_cast<Base*>(static_cast<Class*>(object))); \
         })
 
-/// An object as a transcriber's operations want it: an object that knows the
-/// record, as which this stands in because not every object has just one
-/// fxXDRObj; and a pointer to the class of the record.
+/// An object in the form that a transcriber's operations take: the record and a pointer
+/// to the record's class. It takes the place of the object's own fxXDRObj, of which an
+/// object with several bases may have more than one.
 struct FX_API fxXdrAddress : public fxXDRObj {
     fxXdrAddress() = default;
     ~fxXdrAddress() override;
@@ -307,8 +307,8 @@ fxRef<C> fxXdrCopy(const fxRef<C>& root) {
     return fxXdrCopy(root.get());
 }
 
-/// A transcribable object that is a field: what its record's function does, which
-/// also tells it of its end. Its class may be unregistered.
+/// A transcribable object that is a field: does what its record's function does, which
+/// also calls xdrSuccess() or xdrFail() later. Its class may be unregistered.
 template <class T>
 bool fxXdrEmbedded(fxTranscriber& t, T& v) {
     if constexpr (fxXdrIsRegistered<T>) {
@@ -321,7 +321,7 @@ bool fxXdrEmbedded(fxTranscriber& t, T& v) {
     return isDone;
 }
 
-// Tables that do not know how their elements travel.
+// Tables without functions to transcribe their elements.
 template <class T>
 inline constexpr bool fxXdrIsBareTable = false;
 template <class Key, class Value>
@@ -337,11 +337,11 @@ inline constexpr bool fxXdrHasFunction<
     T, std::void_t<decltype(std::declval<T&>().xdr(std::declval<fxTranscriber&>()))>> = true;
 
 /// One field: a number, a bool (one byte; any but 0 reads as true), an
-/// enumeration, a type of the standard library that XdrValues.h knows, and
-/// whatever has an xdr() of its own: a string, an array, a string collection, an
+/// enumeration, a type of the standard library that XdrValues.h covers, and
+/// every type with an xdr() of its own: a string, an array, a string collection, an
 /// embedded transcribable object. A number that cannot be read leaves the field
 /// as it is. An enumeration travels as an int, or as a long when it has 8 bytes;
-/// whether what was read is one of its values is for the class to check.
+/// the class checks whether it is one of the enumerators.
 ///
 /// For a type of another kind, overload it beside the type.
 template <class T>
@@ -364,9 +364,7 @@ bool fxXdr(fxTranscriber& t, T& v) {
     } else if constexpr (fxXdrHasFunction<T>) {
         return v.xdr(t) != 0;
     } else {
-        static_assert(!std::is_pointer_v<T>, "a pointer to an object travels by fxXdrObject()");
-        static_assert(std::is_pointer_v<T>, "fields of this type need an fxXdr() beside the type");
-        return false;
+        return fxXdrRefuse<T>();
     }
 }
 
@@ -391,7 +389,7 @@ bool fxXdrAll(fxTranscriber& t, Fields&... fields) {
 
 ///@{
 /// A zero-terminated text held by pointer, or null. Given when read: free(). The
-/// field gets a block of its own, whatever the stream says; what fields share is
+/// field always gets a block of its own; a text that fields share is
 /// written for each of them. fxXdrSharedString() gives fields that share a text
 /// one block again, which they must agree on freeing once.
 template <class Char>
@@ -471,8 +469,8 @@ bool fxXdrObject(fxTranscriber& t, C*& object) {
 template <class T>
 inline constexpr bool fxXdrIsLate<fxRef<T>> = true;
 
-/// A reference travels as the pointer does, by fxXdrObject(): what is written as the one is
-/// read as the other. One that was read holds its object from the time on when the graph is
+/// A reference travels as the pointer does, by fxXdrObject(): each can be read as
+/// the other. One that was read holds its object from the time on when the graph is
 /// complete, before the first xdrSuccess().
 template <class T>
 struct fxXdrStd<fxRef<T>> {

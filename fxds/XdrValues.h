@@ -8,9 +8,11 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <initializer_list>
 #include <map>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <type_traits>
 #include <unordered_map>
 #include <utility>
@@ -344,5 +346,55 @@ struct fxXdrStd<std::unordered_map<Key, T, Hash, Equal, A>> {
         return fxXdrEntries(t, v);
     }
 };
+
+/// Whether T is one of the templates or classes of the standard library with these
+/// names. By name, so that their headers need not be included.
+template <class T>
+constexpr bool fxXdrIsNamed(std::initializer_list<std::string_view> names) {
+    constexpr std::string_view parameter = "T = std::";
+    std::string_view name = __PRETTY_FUNCTION__;
+    if (name.find(parameter) == name.npos) return false;
+    name.remove_prefix(name.find(parameter) + parameter.size());
+    if (name.substr(0, 2) == "__" && name.find("::") < name.find('<')) {  // an inline namespace
+        name.remove_prefix(name.find("::") + 2);
+    }
+    for (const std::string_view each : names) {
+        if (name.substr(0, each.size()) == each) return true;
+    }
+    return false;
+}
+
+/// Fails to compile, with what to do instead of a field of type T, which does not travel.
+template <class T>
+bool fxXdrRefuse() {
+    constexpr bool isSet =
+        fxXdrIsNamed<T>({"set<", "multiset<", "unordered_set<", "unordered_multiset<"});
+    constexpr bool isMulti = fxXdrIsNamed<T>({"multimap<", "unordered_multimap<"});
+    constexpr bool isList = fxXdrIsNamed<T>({"list<", "deque<", "forward_list<", "queue<", "stack<",
+                                             "priority_queue<", "basic_string<"});
+    constexpr bool isView = fxXdrIsNamed<T>({"basic_string_view<", "span<", "reference_wrapper<"});
+    constexpr bool isPointer = fxXdrIsNamed<T>({"shared_ptr<", "weak_ptr<", "unique_ptr<"});
+    constexpr bool isSum = fxXdrIsNamed<T>({"tuple<", "variant<", "any"});
+    constexpr bool isTime = fxXdrIsNamed<T>({"chrono::"});
+    constexpr bool isPath = fxXdrIsNamed<T>({"filesystem::"});
+    static_assert(!std::is_pointer_v<T>, "a pointer to an object travels by fxXdrObject()");
+    static_assert(!isSet, "a set travels as an fxXdrSet, or as a std::vector of its keys");
+    static_assert(!isMulti, "keys that may come twice travel as a std::vector of std::pair");
+    static_assert(!isList,
+                  "a sequence travels as a std::vector, text as a std::string or an fxStr");
+    static_assert(!isView,
+                  "a view owns nothing that could be read: take a std::string or a std::vector");
+    static_assert(!isPointer,
+                  "an object with several holders travels by fxRef, with a single one by "
+                  "std::unique_ptr with its usual deleter");
+    static_assert(!isSum,
+                  "a tuple or variant travels as a struct of its parts, with an fxXdr() beside it");
+    static_assert(!isTime, "a time travels as a number: the count() of its duration, in a long");
+    static_assert(!isPath, "a path travels as its text: take a std::string");
+    static_assert(std::is_pointer_v<T> || isSet || isMulti || isList || isView || isPointer ||
+                      isSum || isTime || isPath,
+                  "fields of this type need an fxXdr() beside the type");
+    return false;
+}
 
 #endif

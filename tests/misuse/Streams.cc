@@ -1,6 +1,10 @@
 // Misuses of saving and reading; run.sh tells how the rows are read.
 // clang-format off
 
+#include <deque>
+#include <filesystem>
+#include <set>
+
 class Shape : public fxXDRObj {
     FX_TRANSCRIBABLE(Shape)
 };
@@ -22,6 +26,22 @@ inline bool transcribe(fxTranscriber& t, fxXdrDictionary<fxStr, long>& counts,
     MISUSE(TableThatCannotTravel, fxTypedDictionary<fxStr, long> bare; fxXdr(t, bare);)
     // fields of this type need an fxXdr() beside the type
     MISUSE(FieldOfAnUnknownType, std::vector<Plain> plain; fxXdr(t, plain);)
+    // a set travels as an fxXdrSet, or as a std::vector of its keys
+    MISUSE(SetAsField, std::set<int> set; fxXdr(t, set);)
+    // keys that may come twice travel as a std::vector of std::pair
+    MISUSE(MultimapAsField, std::multimap<int, int> map; fxXdr(t, map);)
+    // a sequence travels as a std::vector
+    MISUSE(DequeAsField, std::deque<int> deque; fxXdr(t, deque);)
+    // a view owns nothing that could be read
+    MISUSE(ViewAsField, std::string_view view; fxXdr(t, view);)
+    // an object with several holders travels by fxRef
+    MISUSE(SharedPointerAsField, std::shared_ptr<Shape> shared; fxXdr(t, shared);)
+    // a tuple or variant travels as a struct of its parts
+    MISUSE(TupleAsField, std::tuple<int, int> tuple; fxXdr(t, tuple);)
+    // a time travels as a number
+    MISUSE(TimeAsField, std::chrono::seconds wait; fxXdr(t, wait);)
+    // a path travels as its text
+    MISUSE(PathAsField, std::filesystem::path path; fxXdr(t, path);)
     // a pointer to an object travels by fxXdrObject()
     MISUSE(PointerAsField, fxXdr(t, shape);)
     // a field is read too, so it is no constant
