@@ -31,8 +31,8 @@ class fxLinks;
 ///
 /// An input that its object has removed, and every input of an object that has
 /// begun to end, calls nothing any more: it has the type fxDT_void then and a
-/// function that does nothing, whoever still holds it or the table that it is
-/// in. An object begins to end when ~fxObj() begins.
+/// function that does nothing, whichever holders it and its table still
+/// have. An object begins to end when ~fxObj() begins.
 class FX_API fxInputChannel {
 public:
     /// `function` is called as function(closure, value), with the signature
@@ -136,8 +136,10 @@ protected:
     unsigned int word;  ///< The two flags, and the data type number above them.
 
 private:
-    bool keepsCallable;   // `callable` is what the union holds
-    bool hasManyOutputs;  // `outputs` is an fxLinks
+    unsigned int keepsCallable : 1;   // `callable` is what the union holds
+    unsigned int hasManyOutputs : 1;  // `outputs` is an fxLinks
+    unsigned int hasEnded : 1;        // kept for its watchers only
+    unsigned int watchers : 29;       // the fxConnections that refer to it and do not hold it
 
 public:
     fxMessageEvent* pending;  ///< The message that waits, for a replacing input.
@@ -179,6 +181,9 @@ private:
     void mute();
     void disown();
     void destroy();
+    void end();
+    void watch();
+    void unwatch();
     fxLinks<fxOutputChannel>& links() const;
     unsigned int findOutput(const fxOutputChannel* output) const;
     void settle() const;
@@ -271,8 +276,8 @@ private:
     template <class... Passed>
     [[gnu::cold, gnu::noinline]] void deliverTraced(Passed... value);
 
-    // The base is the list of the walks over the connections: a walk that knows its list
-    // knows the output.
+    // The base is the list of the walks over the connections, so that a walk finds the
+    // output from its list.
     unsigned short type;
     unsigned int serial;  // differs from that of any output that had its address
     // Of fxInputChannel*, each holding one count; null before the first, and while `links`

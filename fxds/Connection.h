@@ -21,12 +21,13 @@ fxConnection connectTo(const fxOutputView<T>& output, fxObj* context, Function r
 }  // namespace fxDetail
 
 /// What fxConnect() returns: whether two ends were joined, and why not. It may
-/// outlive both and holds neither object; copies speak of the same connection.
+/// outlive both and holds neither object, nor the receiver; copies refer to the same connection.
 /// The connection stays when it goes: for one that ends with a scope see
 /// fxScopedConnection.
 ///
-/// A failure is not lost: unless it is asked, the last copy of a result with a reason
-/// writes the reason to standard error when it ends.
+/// A failure is not lost: unless isConnected(), the conversion to bool or whyNot() was
+/// called, the last copy of a result with a reason writes it to standard error when it
+/// ends.
 class FX_API fxConnection {
 public:
     fxConnection() = default;  ///< Joins nothing.
@@ -35,14 +36,13 @@ public:
     /// Joins the output to the input, unless it is already. Where that is not
     /// possible, or one of them is null, whyNot() gives the reason.
     fxConnection(fxOutputChannel* output, fxInputChannel* input);
-    /// A copy, which is to be asked in place of `other`.
+    /// A copy, which reports a failure in place of `other`.
     fxConnection(const fxConnection& other);
     fxConnection(fxConnection&&) = default;
     ~fxConnection() {
         if (!isAsked && !reason.isEmpty()) tellReason();
     }
-    /// Releases what it referred to before, which may run code of the program.
-    fxConnection& operator=(fxConnection other) noexcept;
+    fxConnection& operator=(fxConnection other) noexcept;  ///< Becomes like `other`.
 
     ///@{
     /// Whether the two ends are joined now.
@@ -66,11 +66,29 @@ private:
     friend fxConnection fxDetail::connectTo(const fxOutputView<T>& output, fxObj* context,
                                             Function receiver, unsigned char replace);
 
+    // Refers to an input, of which no more than the channel itself is kept.
+    class FX_API Input {
+    public:
+        Input() = default;
+        explicit Input(fxInputChannel* channel_);
+        Input(const Input& other) : Input(other.channel) {}
+        Input(Input&& other) noexcept : channel(std::exchange(other.channel, nullptr)) {}
+        Input& operator=(Input other) noexcept {
+            std::swap(channel, other.channel);
+            return *this;
+        }
+        ~Input();
+        fxInputChannel* get() const { return channel; }
+
+    private:
+        fxInputChannel* channel = nullptr;
+    };
+
     static fxConnection adopt(fxOutputChannel* output, fxObj* context, fxInputChannel* input);
     bool isJoined() const;
     void tellReason() const noexcept;
 
-    fxRef<fxInputChannel> input;
+    Input input;
     fxOutputChannel* output = nullptr;  // dangles when the output has gone
     unsigned int serial = 0;            // of the output
     mutable bool isAsked = false;       // or a copy is
@@ -90,7 +108,7 @@ public:
     fxScopedConnection& operator=(fxScopedConnection&& other) noexcept;
     ~fxScopedConnection() { connection.disconnect(); }
 
-    /// The connection, which stays this one's business.
+    /// The connection, which is still cut by this object.
     const fxConnection& get() const { return connection; }
     bool isConnected() const { return connection.isConnected(); }  ///< As fxConnection's.
     void disconnect() { connection.disconnect(); }                 ///< As fxConnection's.

@@ -42,7 +42,7 @@ class fxOutputView;
 ///
 /// The send functions take a null or unconnected output, which reaches no input.
 /// Requires: the type of the value is that of the output; connections convert.
-/// What a property or a channel lets go of may run any code of the program,
+/// Releasing the value of a property or a channel may run any code of the program,
 /// which may change this object again and destroy it. Receivers may throw: the
 /// exception leaves through the send, which calls none after it. Destructors may
 /// not.
@@ -72,10 +72,10 @@ public:
     /// Undoes connect(). Messages already queued are still delivered.
     virtual void disconnect(const char* outputName, fxObj* target, const char* inputName);
 
-    /// Dies, naming the class and the method that it should have defined.
+    /// Fatal: names the class and the method that it should have defined.
     virtual void subClassMustDefine(char const* method) const;
 
-    /// Orders objects. This one dies: a class whose objects are to be ordered
+    /// Orders objects. This one is fatal: a class whose objects are to be ordered
     /// defines its own.
     int compare(fxObj const* other) const;
 
@@ -119,8 +119,8 @@ public:
     // belong to the object.
 
     /// Adds an input; see fxInputChannel for the arguments. An input that has
-    /// the name already makes way but keeps its connections until they are cut or
-    /// this object goes.
+    /// the name already makes way: it ends, unless it is connected, and then it keeps
+    /// its connections until they are cut or this object goes.
     fxInputChannel* addInput(char const* name, unsigned short type, void* closure,
                              void (*function)(), unsigned char replace = 0);
 
@@ -172,7 +172,9 @@ public:
 
     ///@{
     /// Name to channel; null before the first channel. View. An entry without a channel,
-    /// which [] makes where a name is missing, counts as missing.
+    /// which [] makes where a name is missing, counts as missing. An entry holds its channel:
+    /// a program that removes one has to release() the input or delete the output, and one
+    /// that enters an input once more has to take() it.
     fxVoidPtrDict* getInputs();
     fxVoidPtrDict* getOutputs();
     ///@}

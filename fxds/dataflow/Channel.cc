@@ -28,8 +28,10 @@ fxInputChannel::fxInputChannel(unsigned short type, void* closure_, void (*funct
     : closure(closure_),
       function(function_),
       word(static_cast<unsigned int>(type) << typeShift | (replace & replaceBit)),
-      keepsCallable(false),
-      hasManyOutputs(false),
+      keepsCallable(0),
+      hasManyOutputs(0),
+      hasEnded(0),
+      watchers(0),
       pending(nullptr),
       refCount(0),
       outputs(nullptr),
@@ -39,11 +41,18 @@ fxInputChannel::fxInputChannel(unsigned short type, void* closure_, void (*funct
       ownedLink(nullptr),
       classTest(nullptr) {}
 
-fxInputChannel::~fxInputChannel() {
+fxInputChannel::~fxInputChannel() { end(); }
+
+// Ends all that the channel has, once. The end of a callable may run code of the program.
+void fxInputChannel::end() {
+    hasEnded = 1;
     fxOwnedChannels<fxInputChannel>::leave(this);
-    delete outputs;
+    hasManyOutputs = 0;
+    delete std::exchange(outputs, nullptr);
     if (isConverter() && closure != nullptr) static_cast<fxInputChannel*>(closure)->release();
-    if (keepsCallable) delete callable;
+    if (keepsCallable == 0) return;
+    keepsCallable = 0;
+    delete callable;
 }
 
 fxDetail::KeptCallable::~KeptCallable() = default;
@@ -53,16 +62,28 @@ fxInputChannel* fxDetail::newInputFor(KeptCallable* callable, void* closure,
     auto* const input = new fxInputChannel(function.type, closure, function.function, replace);
     callable->channel = input;
     input->callable = callable;
-    input->keepsCallable = true;
+    input->keepsCallable = 1;
     return input;
 }
 
 void fxInputChannel::destroy() {
     if (isConverter()) {
         delete static_cast<fxConverter*>(this);
-    } else {
+    } else if (watchers == 0) {
         delete this;
+    } else {
+        watch();
+        end();
+        unwatch();
     }
+}
+
+void fxInputChannel::watch() {
+    if (++watchers == 0) fxFatal("too many connections refer to one input");
+}
+
+void fxInputChannel::unwatch() {
+    if (--watchers == 0 && hasEnded != 0) delete this;
 }
 
 fxInputChannel* fxInputChannel::target() {
@@ -77,7 +98,7 @@ void fxInputChannel::add(fxOutputChannel* output) {
     if (!hasManyOutputs && fxLinks<fxOutputChannel>::isMany(outputs)) {
         const std::unique_ptr<fxVoidPtrArray> plain(outputs);
         outputs = new fxLinks<fxOutputChannel>(std::move(*plain));
-        hasManyOutputs = true;
+        hasManyOutputs = 1;
     }
     if (hasManyOutputs) return links().enter(output);
     if (outputs == nullptr) outputs = new fxVoidPtrArray;

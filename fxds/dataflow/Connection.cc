@@ -12,9 +12,18 @@
 #include "fxds/dataflow/TraceLines.h"
 #include "fxds/detail/Suggestion.h"
 
-// A connection is known by its two ends. The input is held, so its list of the
-// outputs that feed it can always be asked. An output that is in the list exists,
+// A connection is identified by its two ends. The input counts as watched, so the
+// channel, though not its receiver, stays until the last watcher has gone, and its list
+// of the outputs that feed it can be searched. An output that is in the list exists,
 // and its serial number shows whether it is this one or another at its address.
+
+fxConnection::Input::Input(fxInputChannel* channel_) : channel(channel_) {
+    if (channel != nullptr) channel->watch();
+}
+
+fxConnection::Input::~Input() {
+    if (channel != nullptr) channel->unwatch();
+}
 
 fxConnection::fxConnection(fxOutputChannel* output_, fxInputChannel* input_) {
     if (output_ == nullptr || input_ == nullptr) {
@@ -26,7 +35,7 @@ fxConnection::fxConnection(fxOutputChannel* output_, fxInputChannel* input_) {
         reason = fxStr(why);
         return;
     }
-    input = input_;
+    input = Input(input_);
     output = output_;
     serial = output_->serial;
     if (!output_->isConnectedTo(input_)) output_->add(input_);
@@ -55,12 +64,12 @@ fxConnection fxConnection::adopt(fxOutputChannel* output, fxObj* context, fxInpu
 }
 
 bool fxConnection::isJoined() const {
-    return input != nullptr && input->findOutput(output) != fxArray::notFound &&
+    return input.get() != nullptr && input.get()->findOutput(output) != fxArray::notFound &&
            output->serial == serial;
 }
 
 void fxConnection::disconnect() {
-    if (isJoined()) output->remove(input);
+    if (isJoined()) output->remove(input.get());
 }
 
 fxScopedConnection& fxScopedConnection::operator=(fxScopedConnection&& other) noexcept {

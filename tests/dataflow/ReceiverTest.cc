@@ -69,6 +69,7 @@ struct Sink : fxObj {
     std::string text;
 };
 
+constexpr Point far{4, 5};
 int xOf(const Point& p) { return p.x; }
 
 struct Receivers : testing::Test {
@@ -94,21 +95,9 @@ TEST_F(Receivers, EveryKindOfReceiverGetsEveryWayOfSending) {
         {"number", "any", [](Source& s, auto how) { s.number.send(7, how); }, -1, ""},
         {"number", "wide", [](Source& s, auto how) { s.number.send(7, how); }, 8, ""},
         {"number", "itself", [](Source& s, auto how) { s.number.send(7, how); }, 8, ""},
-        {"place", "place",
-         [](Source& s, auto how) {
-             s.place.send({4, 5}, how);
-         },
-         5, ""},
-        {"place", "number",
-         [](Source& s, auto how) {
-             s.place.send({4, 5}, how);
-         },
-         4, ""},
-        {"place", "string",
-         [](Source& s, auto how) {
-             s.place.send({4, 5}, how);
-         },
-         0, "4"},
+        {"place", "place", [](Source& s, auto how) { s.place.send(far, how); }, 5, ""},
+        {"place", "number", [](Source& s, auto how) { s.place.send(far, how); }, 4, ""},
+        {"place", "string", [](Source& s, auto how) { s.place.send(far, how); }, 0, "4"},
         {"text", "text", [](Source& s, auto how) { s.text.send(std::string("a"), how); }, 0, "a"},
         {"text", "view", [](Source& s, auto how) { s.text.send(fxStr("a") | "b", how); }, 0, "ab"},
         {"words", "string", [](Source& s, auto how) { s.words.send("w", how); }, 0, "w"},
@@ -196,6 +185,7 @@ TEST_F(Receivers, ConnectionsSayWhyTheyAreNotMade) {
 }
 
 TEST_F(Receivers, ConnectionsEndWithTheirEndsAndWhenTheyAreCut) {
+    const auto alive = fxMake<fxObj>();
     fxConnection joined = fxConnect(&source, "number", &sink, "wide");
     joined.disconnect();
     EXPECT_FALSE(joined);
@@ -221,10 +211,11 @@ TEST_F(Receivers, ConnectionsEndWithTheirEndsAndWhenTheyAreCut) {
     EXPECT_FALSE(ended);
     {
         Source other;
-        ended = fxConnect(other.number, [] {});
+        ended = fxConnect(other.number, [alive] {});
         EXPECT_TRUE(ended);
     }
     EXPECT_FALSE(ended);
+    EXPECT_EQ(alive->refCount, 1u);
     ended.disconnect();
     joined = fxConnect(source.number, [&](int) { joined.disconnect(); });
     source.number.send(5, now);
@@ -255,6 +246,8 @@ TEST_F(Receivers, WhatEndsMaySendConnectAndCut) {
                       fxConnect(output, [](int) {});
                       other.removeInput("number");
                   }));
+        fxConnection last;
+        last = fxConnect(output, Ending([&last] { last = fxConnection(last.whyNot()); }));
         fxConnect(output.get() != nullptr ? &object : nullptr, "out", &other, "number");
         object.removeOutput("out");
     }
