@@ -30,8 +30,8 @@ class fxRecordReader;
 /// messages listed in docs/stream-format.md; a line before them says where they
 /// are. Neither is fatal to a reader that was made with an fxStreamFault: see
 /// fxTranscriber::getReader(). No stream can make the reader touch
-/// memory that is not its own: ids are checked for the kind of thing that they
-/// stand for, an object is stored only in a pointer to its own class or to one of
+/// memory that is not its own: ids are checked for the kind of record that they
+/// name, an object is stored only in a pointer to its own class or to one of
 /// its declared bases, and of an object's parts only those that it inherits can
 /// be pointed to. A type whose record was made by hand without declaring its
 /// bases is not checked: a hostile stream can make pointers to its objects that
@@ -61,7 +61,7 @@ public:
 
     const char* className() const override;
 
-    /// Forgets what the records seen so far stand for. References to them can
+    /// Drops the table of the records read so far. References to them can
     /// not be read any more.
     void reset() override;
     void forgetObjects() override;

@@ -13,7 +13,7 @@ class fxOutBuffer;
 /// Something that is still to be written: an object or a block.
 class FX_API fxBinaryWriterItem {
 public:
-    /// What an item stands for.
+    /// What an item is.
     enum Kind : unsigned char { object = 0, block = 1 };
 
     /// The object at `address`, a pointer to the class of `type`. Borrowed.
@@ -195,7 +195,7 @@ private:
     unsigned int firstOfBody;            // the numbers of its parts are not below this one
     std::vector<const void*> toldRoots;  // of its parts
     bool isInGraph;                      // in writeObject()
-    bool isOfThisClass;                  // likewise, and no subclass has a say in it
+    bool isOfThisClass;                  // likewise, and no subclass overrides that
     std::vector<const fxTypeObj*> declaredOnes;  // what known pointers were declared with
     const fxTypeObj* lastDeclared;               // the last of a known pointer
     unsigned int lastMark;                       // and what its number is entered with

@@ -11,8 +11,8 @@ class fxStream;
 
 ///@{
 /// The first thing that is wrong with the bytes of a stream, to its end: the kind,
-/// the offset, the record, the class of the object whose fields stand there, and
-/// in `reason` what it is. Makes none of the objects, and needs none of their
+/// the offset, the record, the class of the object whose fields are there, and
+/// in `reason` the description. Makes none of the objects, and needs none of their
 /// classes: it finds contradictions between records and what is missing. It does not
 /// find what depends on a class, such as which fields an object has; so
 /// fxLoad() may refuse what this accepts.

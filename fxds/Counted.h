@@ -76,7 +76,7 @@ public:
     explicit operator bool() const { return pointer != nullptr; }
 
     ///@{
-    /// They compare which object is held, not what it is like.
+    /// Equal when both hold the same object; the objects are not compared.
     friend bool operator==(const RPtr& a, const RPtr& b) { return a.pointer == b.pointer; }
     friend bool operator!=(const RPtr& a, const RPtr& b) { return a.pointer != b.pointer; }
     ///@}

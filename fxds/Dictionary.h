@@ -88,7 +88,7 @@ public:
     typedef Entry reference;
     ///@}
     ///@{
-    /// Whether both stand on the same entry, or neither on any.
+    /// Whether both are at the same entry, or both at the end.
     bool operator==(const fxDictIter& other) const {
         return node == other.node && (node == nullptr || moved == other.moved);
     }
@@ -101,10 +101,10 @@ public:
     fxDictBucket* node;        ///< Null at the end.
 };
 
-/// A hash map of keys and values that it knows only as blocks of a fixed size.
-/// Virtual hooks say what a key and a value are. This class is for those who
-/// write a new dictionary; the easy way to that is fxTypedDictionary. To use
-/// one, take fxVoidPtrDict, fxStrStrDictionary or fxBinaryOTDict.
+/// A hash map whose keys and values are blocks of a fixed size.
+/// Virtual hooks define how they are hashed, compared, copied and destroyed. This class is for
+/// those who write a new dictionary; the easy way to that is fxTypedDictionary. To use one, take
+/// fxVoidPtrDict, fxStrStrDictionary or fxBinaryOTDict.
 ///
 /// The number of chains is fixed at construction; it decides the order of
 /// iteration. A new entry goes to the front of its chain. Entries of up to 64
@@ -187,12 +187,12 @@ public:
     /// subclasses.
     void cleanup();
 
-    // The registry of iterators, which they look after themselves.
+    // The registry of iterators; they enter and leave it themselves.
 
     void addIter(fxDictIter* iter);  ///< Enters the iterator (borrowed) with its dictionary.
     /// Removes the first registration of `iter`, if any.
     void removeIter(fxDictIter* iter);
-    /// Moves the iterators that stand on `node` to its successor.
+    /// Moves the iterators at `node` to its successor.
     void invalidateIters(const fxDictBucket* node) const;
 
     /// Transcribes sizes, bucket count and entries. A dictionary that is read
@@ -224,10 +224,10 @@ protected:
     virtual bool xdrValue(fxTranscriber& transcriber, void* value) = 0;
     ///@}
 
-    /// A number by which keys are told apart before they are compared; equal
+    /// A number that keys are compared by first; equal
     /// keys have equal ones. This one returns `hash`, the key's hashKey().
-    /// Override it where hashKey() sees little of the key, so that keys which
-    /// it cannot tell apart are still found fast; fxFingerprint() may help.
+    /// Override it where hashKey() uses little of the key, so that keys with
+    /// equal hashes are still found fast; fxFingerprint() may help.
     virtual unsigned long fingerprintKey(const void* key, unsigned long hash) const;
 
     /// How to search: this one returns a search by the hooks, the ready-made classes

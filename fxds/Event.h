@@ -23,7 +23,7 @@ public:
     fxEvent& operator=(const fxEvent&) = delete;
     ~fxEvent() override;
 
-    /// Does what the event is for. Called once, by
+    /// Performs the event's action. Called once, by
     /// fxEventHandler::distributeEvents(), and may do anything.
     virtual void deliver() = 0;
     /// Writes one line with the sequence number and the type.
@@ -66,7 +66,7 @@ private:
 
     fxEventQueue* queue;  // the queue that it waits in, or null
     union {
-        fxEvent** deliverer;  // who delivers it and means to delete it afterwards, or null
+        fxEvent** deliverer;  // the pointer by which the delivering function deletes it, or null
         fxEvent* alike;       // while it is indexed: the next message for the same input
     };
     Origin origin;

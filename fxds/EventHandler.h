@@ -4,7 +4,7 @@
 
 #include "fxds/Event.h"
 
-/// An event queue that knows how to fan a value out to an output's inputs.
+/// An event queue that also distributes a value to an output's inputs.
 /// Everything here may be called from receivers, predicates and destructors
 /// that one of these operations runs.
 class FX_API fxEventHandler : public fxEventQueue {

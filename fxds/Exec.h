@@ -135,8 +135,8 @@ public:
     bool willBlock();
 
     /// One pass of the loop, which waits at most `seconds`; not at all when
-    /// events are queued, no handler is registered or a loop that is under way
-    /// was told to quit(). NaN counts as 0, more
+    /// events are queued, no handler is registered or quit()
+    /// has been called for a loop under way. NaN counts as 0, more
     /// than three years as three years. A failed select(), as with a negative
     /// time, calls no handler; all else is done, and the timers' work leaves
     /// the select()'s errno as it was.

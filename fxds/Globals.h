@@ -25,7 +25,7 @@ public:
     fxOrderedGlobal(Function* init, fxOrderedGlobal** deps, int ordering);
     fxOrderedGlobal(Function* init, Function* cleanup, fxOrderedGlobal** deps, int ordering);
     ///@}
-    fxOrderedGlobal(const fxOrderedGlobal&) = delete;  // the ordering would not know the copy
+    fxOrderedGlobal(const fxOrderedGlobal&) = delete;  // the ordering has the original's address
     fxOrderedGlobal& operator=(const fxOrderedGlobal&) = delete;
 
     /// Whether `other` is in the list of direct dependences.

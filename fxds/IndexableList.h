@@ -5,7 +5,7 @@
 #include "fxds/Config.h"
 #include "fxds/detail/ListIterator.h"
 
-/// Base of objects that can stand in an fxIndexableList, in one at a time.
+/// Base of objects that can be in an fxIndexableList, in one at a time.
 class FX_API fxLinkItem {
 public:
     fxLinkItem() : next(nullptr), prev(nullptr) {}

@@ -97,8 +97,8 @@ public:
     /// that cannot be there.
     std::size_t errorOffset() const { return offset; }
 
-    /// The first match that starts at `from` or later, with `^` and `\<` seeing
-    /// what is before; none when `from` is beyond the end.
+    /// The first match that starts at `from` or later, where `^` and `\<` take into
+    /// account the bytes before `from`; none when `from` is beyond the end.
     template <class Text>
     fxMatch search(const Text& text, std::size_t from = 0) const;
     /// Not in a text that ends before the groups are read.
@@ -165,7 +165,7 @@ public:
         }
         ///@}
         ///@{
-        /// Whether both stand on the same match, or at the end.
+        /// Whether both are at the same match, or both at the end.
         bool operator==(const Iter& other) const {
             return match.text().data() == other.match.text().data();
         }

@@ -5,7 +5,7 @@
 #include "fxds/Config.h"
 #include "fxds/detail/Hold.h"
 
-/// An object that knows how many holders it has. A new object has none; a
+/// An object that counts its holders. A new object has none; a
 /// holder calls take() when it stores the object and release() when it lets go.
 /// The holder that brings the count to exactly 0 destroys the object, so every
 /// release() must pair with an earlier take(): releasing at 0 wraps the count.
@@ -18,7 +18,7 @@ public:
     fxRCObj() : refCount(0) {}
     /// A copy is a new object without holders.
     fxRCObj(const fxRCObj&) : refCount(0) {}
-    /// Assignment changes what the object is, not who holds it.
+    /// Assignment keeps the count: the holders stay.
     fxRCObj& operator=(const fxRCObj&) { return *this; }
     virtual ~fxRCObj();
 

@@ -98,7 +98,7 @@ private:
 };
 
 ///@{
-/// They compare which object is held, not what it is like.
+/// Equal when both hold the same object; the objects are not compared.
 template <class T, class U>
 bool operator==(const fxRef<T>& a, const fxRef<U>& b) {
     return a.get() == b.get();
@@ -161,7 +161,7 @@ template <class T>
 struct fxMovesAsBytes<fxRef<T>> : std::true_type {};
 
 namespace std {
-/// Of which object is held, not of what it is like.
+/// Of the address of the held object.
 template <class T>
 struct hash<fxRef<T>> {
     /// Equal references hash equal.

@@ -63,8 +63,8 @@ FX_API fxregexp* fxregcomp(const char* pattern, const char** message, size_t* of
 /// otherwise, also for null arguments and a damaged program.
 ///
 /// Cost: at the worst, time in proportion to the length of the subject times the
-/// size of the program, whatever they are; what lies behind the match is looked at
-/// only where a preferred way might need it. Memory does not limit a search: it
+/// size of the program, for every pattern and subject; bytes behind the match are read
+/// only where an alternative with precedence might need them. Memory does not limit a search: it
 /// allocates nothing, does not recurse, and takes under 64 KiB of stack; what it
 /// needs besides is part of the block. No byte of it depends on the subject.
 /// Different compiled expressions may be matched in different threads.
@@ -76,7 +76,7 @@ FX_API int fxregexec(fxregexp* compiled, const char* subject);
 FX_API int fxregexec(fxregexp* compiled, const char* subject, const char* from);
 
 /// Searches as fxregexec(compiled, subject, from) does, to go on in a subject that
-/// has been searched before: what was found to lead nowhere there is not tried again.
+/// has been searched before: states that have failed at a position are not tried there again.
 /// So all matches of a subject, each found behind the one before, take one expression
 /// time in proportion to its length and the logarithm of that. By fxregexec(), which
 /// does not remember, each may take time in proportion to the length: those of
@@ -107,8 +107,8 @@ FX_API void fxregsub(const fxregexp* compiled, const char* text, char* dest);
 /// written or the subject has been cut short. `dest` may be null if `size` is 0.
 FX_API long fxregsub(const fxregexp* compiled, const char* text, char* dest, size_t size);
 
-/// Is told the reason of every failure, and does nothing: failures show in the
-/// results alone.
+/// Called with the reason of every failure. This one does nothing: failures are
+/// reported by the results alone.
 FX_API void fxregerror(const char* message);
 
 #endif

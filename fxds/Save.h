@@ -143,8 +143,8 @@ template <class C>
 /// Loads a graph whose root is a C, or derives from it, from the file at `path`.
 /// No content of the file ends the program, as long as no xdr() does; a class's
 /// exception that derives from std::exception is a fault like any other, and all
-/// others pass. Nothing stays of what was not loaded. What is no regular file is not
-/// opened: reading it might never end.
+/// others pass. A graph that was not loaded whole is destroyed. Only regular files are
+/// opened: reading another one might never end.
 template <class C>
 [[nodiscard]] fxLoaded<C> fxLoad(const fxDetail::FilePath& path) {
     return fxDetail::load<C>(path);

@@ -71,7 +71,7 @@ public:
     typedef const void* reference;
     ///@}
     ///@{
-    /// Whether both stand on the same element, or neither on any.
+    /// Whether both are at the same element, or both at the end.
     bool operator==(const fxSetIter& other) const {
         return node == other.node && (node == nullptr || moved == other.moved);
     }
@@ -84,7 +84,7 @@ public:
     fxSetBucket* node;         ///< Null at the end.
 };
 
-/// A hash set of keys that it knows only as blocks of a fixed size. It is made
+/// A hash set whose keys are blocks of a fixed size. It is made
 /// like fxDictionary: read there about chains, costs, views and callbacks. The
 /// hooks treat a key as plain bytes, so a set of plain records needs only
 /// xdrKey() and a destructor that calls cleanup(). For keys of a C++ type take
@@ -162,12 +162,12 @@ public:
     /// every iterator. This belongs in the destructors of subclasses.
     void cleanup();
 
-    // The registry of iterators, which they look after themselves.
+    // The registry of iterators; they enter and leave it themselves.
 
     void addIter(fxSetIter* iter);  ///< Enters the iterator (borrowed) with its set.
     /// Removes the first registration of `iter`, if any.
     void removeIter(fxSetIter* iter);
-    /// Moves the iterators that stand on `node` to its successor.
+    /// Moves the iterators at `node` to its successor.
     void invalidateIters(const fxSetBucket* node) const;
 
     /// Transcribes as fxDictionary::doxdr() does, without values.

@@ -54,7 +54,7 @@ struct FX_API fxStreamFault {
     std::string path;         ///< Of the file; empty for bytes that are in none.
     size_t offset = 0;        ///< Of the record, in bytes from the first one of the header.
     const char* record = "";  ///< What docs/stream-format.md calls a record of its tag; "header".
-    std::string className;    ///< Of the object that was transcribed, as streams know it; or empty.
+    std::string className;    ///< Of the object that was transcribed, as registered; or empty.
     long edition = 0;         ///< Of what is newer or older.
     int error = 0;            ///< Of what the system refused: an errno.
     std::string reason;       ///< The message of the stated operations, or what a class said.

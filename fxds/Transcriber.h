@@ -26,9 +26,9 @@ class fxXDRObj;
 ///
 /// **Lifetime.** A writer writes what pointers lead to after the call that was
 /// handed the pointer: everything that it is given stays where it is, unchanged,
-/// until writeObject() returns. It also knows what it has written by its address:
-/// that lives until the writer is reset, forgets it or is gone, for what comes to
-/// the same address would be taken for it. A reader fills a place when the object around it
+/// until writeObject() returns. It identifies what it has written by its address:
+/// an object lives until the writer is reset, forgets it or is destroyed, because another
+/// one at the same address would be taken for it. A reader fills a place when the object around it
 /// has been read and what the place leads to has arrived, and a place outside of
 /// objects when the graph is complete: every place that it is given stays where
 /// it is until readObject() returns (but see placesMoved() and attempt()). So
@@ -147,8 +147,8 @@ public:
     /// Tells a reader that the places that it was given since the attempt()
     /// under way began, as far as they lie in the `byteCount` bytes at `from`,
     /// are now at `to`. So a container of pointers, or of what holds pointers,
-    /// may grow while it is read. A transcriber that fills places at once, and
-    /// one that writes, need not know.
+    /// may grow while it is read. Transcribers that fill places at once, and
+    /// writers, do nothing here.
     virtual void placesMoved(const void* from, size_t byteCount, void* to);
 
     /// Runs `read()`, a part of a reading that either succeeds or is given up,
@@ -213,7 +213,7 @@ public:
     /// many there are; a negative number earns them by entries that have passed. The
     /// binary transcribers refuse more than 2^24 in a stream beyond 256 in each
     /// container and 16 for each entry: a reader, for their memory and the time of
-    /// walking them, and so a writer, which what it writes is to be read back.
+    /// walking them; and a writer, so that what it writes can be read back.
     virtual bool claimChains(long chains);
 
     /// Tells a reader that the number was read as the count of a block: it is set to
@@ -317,9 +317,9 @@ public:
     /// t.refuse("a limit below zero")`: answers false. The reason becomes that of
     /// the fault, unless the object's xdrFail() forgives it.
     bool refuse(const char* reason);
-    /// The same for an edition that the class does not know; see fxXdrEdition().
+    /// The same for an edition that the class cannot read; see fxXdrEdition().
     bool refuseEdition(const fxTypeObj& type, long edition, bool isNewer);
-    /// What refuse() was told first and no object has forgiven, or null. A writer
+    /// The first reason given to refuse() that no object has forgiven, or null. A writer
     /// also notes here the class of the object that it could not write. View.
     const fxStreamFault* objection() const { return complaint.get(); }
 
@@ -339,7 +339,7 @@ protected:
     /// Where what is wrong is noted; borrowed. Null: the stated operations apply.
     fxStreamFault* answer = nullptr;
     size_t headerBytes = 0;  ///< Of the stream, before its first record.
-    /// What refuse() was told first, or null: a subclass takes it into account.
+    /// The first reason given to refuse(), or null: a subclass takes it into account.
     fxDetail::Owned<fxStreamFault> complaint;
 
 private:

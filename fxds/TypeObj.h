@@ -36,7 +36,7 @@ private:
 };
 
 /// Describes a transcribable type: how to make, destroy and transcribe an
-/// object of it, and the name under which streams know it. Each transcribable
+/// object of it, and its name in streams. Each transcribable
 /// class `C` owns one global record `C_type` and answers it from getTypeObj().
 ///
 /// The `void*` that the three functions exchange always points to the class
@@ -62,7 +62,7 @@ public:
     fxTypeObj(const char* name, unsigned int version, NewInstance* newInstance,
               DeleteInstance* deleteInstance, Transcribe* xdr, fxTypeObj* const* bases = nullptr,
               Upcast* const* upcasts = nullptr, const std::type_info* typeInfo = nullptr);
-    fxTypeObj(const fxTypeObj&) = delete;  // the registry would not know the copy
+    fxTypeObj(const fxTypeObj&) = delete;  // the registry has the address of the original only
     fxTypeObj& operator=(const fxTypeObj&) = delete;
 
     /// Enters the record under its name; the last record of a name wins.
@@ -74,8 +74,8 @@ public:
     static fxTypeObj* findType(const fxStr& name);
     ///@}
 
-    /// Whether an object of this type may stand where a pointer to the class of
-    /// `other` is declared: it is the same record, or that of a base at any
+    /// Whether a pointer that is declared with the class of `other` may lead to an
+    /// object of this type: it is the same record, or that of a base at any
     /// distance. A type that has declared no bases is not checked.
     bool isA(const fxTypeObj& other) const;
 
@@ -88,7 +88,7 @@ public:
     /// fxTypeStandIn stands for. Of a record without a typeInfo, `object` itself.
     void* addressOf(void* object, const std::type_info& typeInfo) const;
 
-    const char* name;                ///< Under which streams know the type. Borrowed.
+    const char* name;                ///< Of the type, in streams. Borrowed.
     unsigned int version;            ///< Readers refuse objects of another one.
     NewInstance* newInstance;        ///< Null for a type that cannot be made by name.
     DeleteInstance* deleteInstance;  ///< Null likewise.

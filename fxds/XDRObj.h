@@ -1,4 +1,4 @@
-// Root of the objects that can be transcribed and know their run-time type.
+// Root of the objects that can be transcribed and have a run-time type record.
 #ifndef FXDS_XDROBJ_H
 #define FXDS_XDROBJ_H
 

@@ -17,9 +17,9 @@
 //         return edition < 2 || fxXdr(t, plays);
 //     }
 
-/// The edition of the class of `self`. Called with the newest one, which is what
-/// is written; what is read, from `oldest` on, is then in `edition`. Another one
-/// is refused: the fault names the class and the number. In a stream it is an int.
+/// The edition of the class of `self`. Called with the newest one in `edition`, which
+/// is written; a reader stores the edition that it reads there. One before `oldest` or
+/// after the newest is refused: the fault names the class and the number. In a stream it is an int.
 template <class C>
 bool fxXdrEdition(fxTranscriber& t, const C*, int& edition, int oldest = 1) {
     const int newest = edition;
@@ -70,7 +70,7 @@ bool fxXdrSkippedBlock(fxTranscriber& t) {
 ///@}
 
 /// The part that `*self` inherits from B, from an edition in which B was the first
-/// base and had nothing in front of it: its fields then stand among those of the
+/// base and had nothing in front of it: its fields are then among those of the
 /// class, without a record of their own. The way to insert a base in front:
 ///
 ///     edition < 2 ? fxXdrFirstBase<Item>(t, this)

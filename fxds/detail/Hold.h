@@ -4,11 +4,11 @@
 #define FXDS_DETAIL_HOLD_H
 
 /// Added to the count of a thing before it is deleted, which puts 0 out of reach:
-/// it may be held and let go while it is being destroyed.
+/// take() and release() may be called while it is being destroyed.
 inline constexpr unsigned long fxEndingCount = 1ul << 63;
 
-/// Deletes a thing whoever holds it. Its destructor runs once, even if it lets
-/// itself be held and let go. `count` is the thing's own.
+/// Deletes a thing whatever its count. Its destructor runs once, even if it calls
+/// take() and release(). `count` is the thing's own.
 template <class Thing>
 void fxEnd(Thing* thing, unsigned long& count) {
     count |= fxEndingCount;

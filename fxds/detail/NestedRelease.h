@@ -27,8 +27,8 @@ auto countOf(Counted& target, long) -> decltype((target.count)) {
     return (target.count);
 }
 
-// The target as what counts its holders: who holds a constant object changes its
-// count, not what it is; and a class may have a take() and a release() of its own.
+// The target as its counted base, not constant: holding a constant object changes its
+// count. The base, because a class may have a take() and a release() of its own.
 template <class Counted>
 auto* countedOf(Counted* target) {
     auto* const changed = const_cast<std::remove_const_t<Counted>*>(target);

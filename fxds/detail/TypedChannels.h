@@ -122,8 +122,8 @@ template <class T>
 inline constexpr bool isStandardText =
     std::is_same_v<T, std::string> || std::is_same_v<T, std::string_view>;
 
-// The argument of a receiver, from what is passed: a reference only where that is
-// the same object.
+// The type that a receiver's argument is taken as: a reference only where the passed
+// value is of the same type.
 template <class Argument>
 using Received = std::conditional_t<std::is_same_v<Bare<Argument>, Bare<Passed<Argument>>>,
                                     Argument, Bare<Argument>>;
