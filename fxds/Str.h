@@ -173,6 +173,7 @@ public:
     ///@{
     /// Appends the whole text, zero bytes included.
     void append(const fxStr& text) { append(text.view()); }
+    void append(const fxTempStr& text) { append(text.view()); }
     void append(std::string_view text);
     ///@}
     /// The same for a std::string.
@@ -196,6 +197,7 @@ public:
     ///@{
     /// Inserts the whole text, zero bytes included.
     void insert(const fxStr& text, unsigned int pos = 0) { insert(text.view(), pos); }
+    void insert(const fxTempStr& text, unsigned int pos = 0) { insert(text.view(), pos); }
     void insert(std::string_view text, unsigned int pos = 0);
     template <class Text, fxDetail::IfStdString<Text> = 0>
     void insert(const Text& text, unsigned int pos = 0) {
@@ -215,6 +217,7 @@ public:
     ///@{
     /// Overwrites as many bytes as the text has, zero bytes included.
     void replace(const fxStr& text, unsigned int pos) { replace(text.view(), pos); }
+    void replace(const fxTempStr& text, unsigned int pos) { replace(text.view(), pos); }
     void replace(std::string_view text, unsigned int pos);
     template <class Text, fxDetail::IfStdString<Text> = 0>
     void replace(const Text& text, unsigned int pos) {

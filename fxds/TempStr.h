@@ -32,6 +32,8 @@ public:
     bool isEmpty() const { return slength == 1; }
     const char* c_str() const { return data; }                  ///< View, ends in a zero.
     std::string_view view() const { return {data, length()}; }  ///< View of the text.
+    /// The same, for functions that take a view: f(a | b). Good until the call returns.
+    operator std::string_view() const { return view(); }
 
     /// Appends the `n` bytes at `s`, which may lie in this very text. Returns
     /// this object.

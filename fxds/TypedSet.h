@@ -62,6 +62,17 @@ public:
         }
         Keys::add(&key);
     }
+    ///@{
+    /// Adds a copy of a text of another kind, for keys that are strings.
+    template <class Text, fxDetail::IfLookedUp<Key, Text> = 0>
+    void add(const Text& text) {
+        add(Key(std::string_view(fxTextView(text))));
+    }
+    template <class Text, fxDetail::IfCopied<Key, Text> = 0>
+    void add(const Text& text) {
+        add(Key(std::string_view(fxTextView(text))));
+    }
+    ///@}
     /// Adds every key.
     void addAll(fxDetail::ArrayItems<Key> items) {
         for (const auto& item : items) {
