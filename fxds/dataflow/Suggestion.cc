@@ -65,6 +65,7 @@ std::string fxDetail::unlikeTypes(unsigned short from, unsigned short to) {
     std::string text = "no converter leads from ";
     (text += fxDataTypeName(from)) += " to ";
     text += fxDataTypeName(to);
+    if (fx_theConverters == nullptr) return text += "; there are none before fxInitializeToolkit()";
     if (fxConverter::hasMoreConverters) return text;
     return text += " (fxConverter::createMoreConverters() adds some)";
 }

@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "fxds/Connection.h"
 #include "fxds/Converter.h"
 #include "fxds/Debug.h"
 #include "fxds/EventHandler.h"
@@ -27,6 +28,9 @@ TEST(StartUp, IsHintedAtWhereItIsMissing) {
     EXPECT_DEATH(source.connect("out", &target, "in"),
                  "^There are no converters yet: call fxInitializeToolkit\\(\\)\n"
                  "Can't convert from [0-9]+ to [0-9]+\n$");
+    EXPECT_TRUE(fxConnect(source, "out", target, "in")
+                    .whyNot()
+                    .endsWith("; there are none before fxInitializeToolkit()"));
     testing::internal::CaptureStderr();
     for (int i = 0; i < 2; ++i) EXPECT_EQ(fxTranscriber::getReader(nullptr), nullptr);
     EXPECT_EQ(testing::internal::GetCapturedStderr(),
