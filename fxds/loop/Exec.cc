@@ -136,10 +136,11 @@ public:
             many.reset(new unsigned long[static_cast<size_t>(kinds * wordCount)]);
             place = many.get();
         }
-        copy(readable, place, exec.hasRead, exec.readSet);
-        copy(writable, place, exec.hasWrite, exec.writeSet);
-        copy(exceptional, place, exec.hasException, exec.exceptionSet);
+        fill(exec, place);
     }
+
+    // Asks once more for what was asked for first. Requires: nothing was left out.
+    void refill(const fxExec& exec) { fill(exec, many != nullptr ? many.get() : few); }
 
     int select(timeval wait) {
         if (fxTrace::isOn(fxTrace::loop)) {
@@ -147,6 +148,11 @@ public:
             fxTraceLines::phase("select, at most %g s",
                                 static_cast<double>(wait.tv_sec) + microseconds / 1000000.0);
         }
+        return call(wait);
+    }
+
+    // As select(), without a trace.
+    int call(timeval wait) {
         const int result = ::select(fdCount, reinterpret_cast<fd_set*>(sets[readable]),
                                     reinterpret_cast<fd_set*>(sets[writable]),
                                     reinterpret_cast<fd_set*>(sets[exceptional]), &wait);
@@ -192,6 +198,11 @@ private:
     static constexpr int kinds = 3;
     static constexpr int fewWords = 2;
 
+    void fill(const fxExec& exec, unsigned long* place) {
+        copy(readable, place, exec.hasRead, exec.readSet);
+        copy(writable, place, exec.hasWrite, exec.writeSet);
+        copy(exceptional, place, exec.hasException, exec.exceptionSet);
+    }
     void copy(Kind kind, unsigned long*& place, unsigned char isAsked, const fxSelectSet& set) {
         sets[kind] = isAsked ? place : nullptr;
         if (isAsked) place = std::copy_n(set.bits, wordCount, place);
@@ -477,7 +488,15 @@ int fxExec::wait(ReadySets& ready, float seconds) {
 // A bad descriptor makes every select() fail that asks for it. So those that are
 // closed are looked for after the first failure, and left out from then on.
 int fxExec::select(ReadySets& ready, float seconds) {
-    const int result = ready.select(toTimeval(seconds));
+    const timeval wait = toTimeval(seconds);
+    const bool waits = wait.tv_sec > 0 || wait.tv_usec > 0;
+    int result = 0;
+    if (waits && table->closed.empty() && !fxTrace::isOn(fxTrace::loop) && table->expectsReady()) {
+        result = ready.call({0, 0});
+        table->wasReady(result != 0);
+        if (result == 0) ready.refill(*this);
+    }
+    if (result == 0) result = ready.select(wait);
     if (result >= 0 || errno != EBADF) return result;
     for (int fd = ready.next(0); fd < nfds; fd = ready.next(fd + 1)) {
         if (isOpenDescriptor(fd)) continue;

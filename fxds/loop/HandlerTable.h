@@ -43,7 +43,14 @@ public:
     // executive last looked; without those that are open again.
     std::vector<int> closed;
 
+    // Whether the next select() that may wait is preceded by one that does not. A time to
+    // wait costs a quarter of a turn even if something is ready, a question in vain costs
+    // a whole system call. So the 15 waits that follow such a question go without.
+    bool expectsReady() { return waitsWithout == 0 || --waitsWithout == 0; }
+    void wasReady(bool isReady) { waitsWithout = isReady ? 0 : 16; }
+
 private:
+    int waitsWithout = 0;
     fxSelectHandler** const low;
     const int lowCount;
     std::vector<fxSelectHandler*> high;  // from descriptor `lowCount` on

@@ -141,6 +141,11 @@ bool Poll::advance(Call& call) {
             call = {Call::select, 0, 0};
             return true;
         case timing:
+            if (selecting.isQuestion && selecting.result == 0) {
+                phase = timing;
+                call = {Call::select, 0, 0};
+                return true;
+            }
             for (int fd = 0; fd < maxFd; ++fd) {
                 if (selecting.asks(fd) && model.isClosed[static_cast<size_t>(fd)]) {
                     model.leftOut.insert(fd);

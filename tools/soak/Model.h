@@ -149,6 +149,7 @@ struct Selecting {
 
     SelectState asked;
     double seconds = 0;
+    bool isQuestion = false;  // the last call came without the wait, to see what is ready
     int result = 0;
     FdSets ready{};
     long units = 0;  // the time that it takes

@@ -159,11 +159,14 @@ int Torturer::select(int count, fd_set* const (&sets)[3], const timeval& wait) {
     if (!isDue(Call::select, 0)) return -1;
     Selecting& selecting = *stack.back()->getSelecting();
     const auto micros = static_cast<long>(selecting.seconds * 1e6);
-    if (count != selecting.asked.count || wait.tv_sec * 1000000 + wait.tv_usec != micros) {
+    const long waited = wait.tv_sec * 1000000 + wait.tv_usec;
+    selecting.isQuestion = !selecting.isQuestion && waited == 0 && micros > 0;
+    if (count != selecting.asked.count || (waited != micros && !selecting.isQuestion)) {
         fail("select() of %d for %ld.%06ld s", count, wait.tv_sec, wait.tv_usec);
     }
-    selecting.units = below(10);
-    clock += selecting.units * ticksPerUnit;
+    const long units = below(10);
+    selecting.units += units;
+    clock += units * ticksPerUnit;
     const bool hasClosed = model.asksForClosed(selecting);
     const bool fails = hasClosed || chance(10);
     for (size_t i = 0; i < 3; ++i) {
