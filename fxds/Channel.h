@@ -163,6 +163,7 @@ private:
     static constexpr unsigned int untestedBit = 1u << 30;  // of `word`
     bool isUntested() const { return (word & untestedBit) != 0; }
     void testClass(bool isCalled);
+    [[gnu::noinline]] void deliverUnlike(fxData* data);
 
     template <class... Passed>
     void callAs(Passed... value) {
@@ -172,11 +173,12 @@ private:
 
     template <class... Passed>
     void receive(unsigned short type, Passed... value);
+    template <class... Passed>
+    [[gnu::noinline]] void receiveHeld(Passed... value);
     bool isMuted() const { return (word & mutedBit) != 0; }
+    bool mayLeadToMuted() const { return (word & (converterBit | mutedBit)) != 0; }
     // Requires: a converter copy is spliced.
-    bool leadsToMuted() {
-        return __builtin_expect((word & (converterBit | mutedBit)) != 0, 0) && target()->isMuted();
-    }
+    bool leadsToMuted() { return __builtin_expect(mayLeadToMuted(), 0) && target()->isMuted(); }
     void cancelPending();
     void mute();
     void disown();
@@ -260,6 +262,7 @@ public:
 private:
     friend class fxConnection;
     friend class fxDelivery;
+    friend class fxEventHandler;
     friend class fxObj;
     template <class Channel>
     friend class fxOwnedChannels;
@@ -270,6 +273,10 @@ private:
     unsigned int countUnsettled() const;
     fxInputChannel* getEntry(unsigned int index) const {
         return static_cast<fxInputChannel*>((*inputs)[index]);
+    }
+    // The entry, when there is but one and no hole beside it; null otherwise.
+    fxInputChannel* getOnlyEntry() const {
+        return inputs != nullptr && inputs->length() == 1 ? getEntry(0) : nullptr;
     }
     template <class... Passed>
     void deliverPassed(Passed... value);
@@ -328,8 +335,10 @@ inline void fxOutputChannel::deliverPassed(Passed... value) {
         deliverTraced<Passed...>(value...);
         return;
     }
-    if (getNumberOfConnections() == 0) return;
     const unsigned short valueType = type;  // the output may die under the walk
+    // With one connection there is nothing left to walk over once its function runs.
+    if (fxInputChannel* only = getOnlyEntry()) return only->receive<Passed...>(valueType, value...);
+    if (getNumberOfConnections() == 0) return;
     fxDelivery walk(*this);
     while (fxInputChannel* input = walk.next()) input->receive<Passed...>(valueType, value...);
 }
@@ -354,6 +363,11 @@ inline void fxInputChannel::receive(unsigned short type, Passed... value) {
         callAs<Passed...>(value...);
         return;
     }
+    receiveHeld<Passed...>(value...);
+}
+
+template <class... Passed>
+void fxInputChannel::receiveHeld(Passed... value) {
     const fxHold<fxInputChannel> hold(this);
     if (isReplacing()) cancelPending();
     call<Passed...>(value...);

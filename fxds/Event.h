@@ -63,6 +63,7 @@ private:
     void deliverAndEnd();
     void changeHands();
     void leaveQueue();
+    bool endsPlainly() const;
 
     fxEventQueue* queue;  // the queue that it waits in, or null
     union {
@@ -98,11 +99,13 @@ public:
     ///@}
 
 private:
+    friend class fxEvent;
     friend class fxEventHandler;
     friend class fxInputChannel;
     friend class fxMessageIndex;
 
     void hold();
+    void letGo();
     void withdraw();
 
     fxInputChannel* channel;  // shared
@@ -161,9 +164,11 @@ protected:
 
 private:
     friend class fxEvent;
+    friend class fxEventHandler;
     class Index;
     class Walk;
 
+    void join(fxEvent* event, fxEvent* before, fxEvent* after);
     void link(fxEvent* event, fxEvent* before, fxEvent* after);
     void unlink(fxEvent* event);
 

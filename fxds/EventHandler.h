@@ -44,7 +44,11 @@ private:
     friend class fxInputChannel;
 
     static unsigned char leadsTo(fxEvent* event, void* input);
-    [[gnu::noinline]] void queueMessages(fxOutputChannel& output, fxData* data, bool isUrgent);
+    void post(fxOutputChannel* output, fxData* data, fxObj::fxSendFlags how);
+    [[gnu::cold, gnu::noinline]] void postTraced(fxOutputChannel* output, fxData* data,
+                                                 fxObj::fxSendFlags how);
+    [[gnu::noinline]] void postAsked(fxOutputChannel* output, fxData* data, fxObj::fxSendFlags how);
+    void queueMessages(fxOutputChannel& output, fxData* data, bool isUrgent);
     void queueMessage(fxInputChannel* input, fxData* data, bool isUrgent);
     [[gnu::noinline]] static void deliverNow(fxOutputChannel& output, fxData* data);
     [[gnu::noinline]] static void cancelMessages(fxOutputChannel& output);

@@ -232,6 +232,7 @@ public:
 private:
     friend class fxBelongings;
     friend class fxConnection;
+    friend class fxEvent;
     friend class fxInputChannel;
     friend class fxOutputChannel;
     fxInputChannel* addInput(char const* name, void* closure,

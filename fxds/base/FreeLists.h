@@ -29,6 +29,16 @@ public:
         return ::operator new(size);
     }
 
+    // Whether allocate() needs no memory from the heap, and so cannot fail.
+    static bool has([[maybe_unused]] size_t size) {
+#ifndef FXDS_CHECKED
+        const size_t index = (size + granule - 1) / granule;
+        return index < classes && freeBlocks[index] != nullptr;
+#else
+        return false;
+#endif
+    }
+
     static void release(void* memory, size_t size) {
 #ifndef FXDS_CHECKED
         const size_t index = (size + granule - 1) / granule;

@@ -154,13 +154,13 @@ void fxInputChannel::countMessages(unsigned long count) {
 void fxInputChannel::deliver(fxData* data) {
     FX_ASSERT(function != nullptr);
     // The whole word, so that an input whose owner is still to be tested differs.
-    if (__builtin_expect(word >> typeShift != data->getType(), 0)) {
-        if (isUntested()) testClass(true);
-        if (getType() == fxDT_void && data->getType() != fxDT_void) {
-            callAs<>();
-            return;
-        }
-    }
+    if (__builtin_expect(word >> typeShift != data->getType(), 0)) return deliverUnlike(data);
+    data->deliverTo(function, closure);
+}
+
+void fxInputChannel::deliverUnlike(fxData* data) {
+    if (isUntested()) testClass(true);
+    if (getType() == fxDT_void && data->getType() != fxDT_void) return callAs<>();
     data->deliverTo(function, closure);
 }
 

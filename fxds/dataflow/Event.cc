@@ -58,6 +58,11 @@ void fxEvent::changeHands() {
     deliverer = nullptr;
 }
 
+// Whether there is nothing for ~fxEvent() and ~fxObj() to do.
+bool fxEvent::endsPlainly() const {
+    return queue == nullptr && properties == nullptr && fx_traceKinds == 0;
+}
+
 void fxEvent::dump(FILE* file) {
     std::fprintf(file, "Event: seq=%d type=%d\n", static_cast<int>(sequence),
                  static_cast<int>(type));
@@ -84,13 +89,15 @@ void fxMessageEvent::hold() {
 }
 
 // Leaves its queue while it is what the queue counts it as.
-fxMessageEvent::~fxMessageEvent() {
+inline void fxMessageEvent::letGo() {
     leaveQueue();
     if (channel->pending == this) channel->pending = nullptr;
     channel->countMessages(-1UL);
     channel->release();
     data->release();
 }
+
+fxMessageEvent::~fxMessageEvent() { letGo(); }
 
 void fxMessageEvent::deliver() {
     channel->pending = nullptr;
@@ -123,7 +130,8 @@ void fxMessageEvent::operator delete(void* memory, std::align_val_t alignment) {
 }
 
 // An event that is being delivered, and is deleted afterwards, also by an exception.
-// An event made by a send is of a known class, so its functions are called directly.
+// An event made by a send is of a known class, so its functions are called directly, and
+// the destructors of its bases only if they have something to do.
 class fxEvent::Delivered {
 public:
     explicit Delivered(fxEvent& event_) : event(&event_), isSent(event_.origin == Origin::sent) {
@@ -136,7 +144,8 @@ public:
         if (isSent) {
             event->refCount |= fxEndingCount;
             auto* const message = static_cast<fxMessageEvent*>(event);
-            message->fxMessageEvent::~fxMessageEvent();
+            message->letGo();
+            if (__builtin_expect(!message->endsPlainly(), 0)) message->fxEvent::~fxEvent();
             fxMessageEvent::operator delete(message, sizeof *message);
         } else {
             fxEnd(event, event->refCount);
@@ -215,13 +224,19 @@ void fxEventQueue::link(fxEvent* event, fxEvent* before, fxEvent* after) {
                 event->type);
     }
     event->changeHands();
+    join(event, before, after);
+    if (event->origin != fxEvent::Origin::sent) ++others;
+}
+
+// Requires: it waits nowhere and nothing delivers it; it is counted among `others` if it
+// was not made by a send.
+void fxEventQueue::join(fxEvent* event, fxEvent* before, fxEvent* after) {
     event->prev = before;
     event->next = after;
     (before != nullptr ? before->next : head) = event;
     (after != nullptr ? after->prev : tail) = event;
     event->queue = this;
     ++count;
-    if (event->origin != fxEvent::Origin::sent) ++others;
 }
 
 fxEvent* fxEventQueue::get() {

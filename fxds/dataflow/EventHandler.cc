@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "fxds/Data.h"
+#include "fxds/base/FreeLists.h"
 #include "fxds/dataflow/TraceLines.h"
 
 // A replacing input has at most one message waiting. Its new message is queued
@@ -29,10 +30,29 @@ void drop(fxData* data) {
 
 }  // namespace
 
-// The ways of sending are functions of their own, so that this one needs no stack.
+// What is usual needs no stack: the rest are functions of their own, which are called last.
 void fxEventHandler::postMessage(fxOutputChannel* output, fxData* data, fxObj::fxSendFlags how) {
-    if (fxTrace::isOn(fxTrace::sends) && output != nullptr)
-        fxTraceLines::sending(*output, data, how);
+    if (__builtin_expect(fxTrace::isOn(fxTrace::sends), 0)) return postTraced(output, data, how);
+    post(output, data, how);
+}
+
+void fxEventHandler::postTraced(fxOutputChannel* output, fxData* data, fxObj::fxSendFlags how) {
+    if (output != nullptr) fxTraceLines::sending(*output, data, how);
+    post(output, data, how);
+}
+
+// A message to the only connection, as most are, needs neither a walk nor a hold of the
+// value, since nothing can fail before the message holds it.
+inline void fxEventHandler::post(fxOutputChannel* output, fxData* data, fxObj::fxSendFlags how) {
+    fxInputChannel* const only =
+        how == fxObj::fxSendQueued && output != nullptr ? output->getOnlyEntry() : nullptr;
+    if (only == nullptr || only->mayLeadToMuted() || !fxFreeLists::has(sizeof(fxMessageEvent))) {
+        return postAsked(output, data, how);
+    }
+    queueMessage(only, data, false);
+}
+
+void fxEventHandler::postAsked(fxOutputChannel* output, fxData* data, fxObj::fxSendFlags how) {
     FX_ASSERT(output == nullptr || data == nullptr || data->getType() == output->getType());
     FX_ASSERT(data == nullptr || how != fxObj::fxSendNow || data->count == 0);
     if (output == nullptr || output->getNumberOfConnections() == 0) return drop(data);
@@ -54,12 +74,14 @@ void fxEventHandler::postMessage(fxOutputChannel* output, fxData* data, fxObj::f
 }
 
 // The value is held, so that it ends with the last that holds it: the send, if nothing
-// is queued. What is done with the only connection needs no walk.
+// is queued. Nothing is queued for an input that calls nothing any more, so that discarding
+// its messages once is enough.
 void fxEventHandler::queueMessages(fxOutputChannel& output, fxData* data, bool isUrgent) {
     const fxHold<fxData> hold(data);
-    if (output.getNumberOfConnections() == 1) return queueMessage(output[0], data, isUrgent);
     fxDelivery walk(output);
-    while (fxInputChannel* input = walk.next()) queueMessage(input, data, isUrgent);
+    while (fxInputChannel* input = walk.next()) {
+        if (!input->leadsToMuted()) queueMessage(input, data, isUrgent);
+    }
 }
 
 void fxEventHandler::deliverNow(fxOutputChannel& output, fxData* data) {
@@ -81,13 +103,10 @@ void fxEventHandler::cancelMessages(fxOutputChannel& output) {
     }
 }
 
-// Nothing is queued for an input that calls nothing any more, so that discarding
-// its messages once is enough.
 inline void fxEventHandler::queueMessage(fxInputChannel* input, fxData* data, bool isUrgent) {
-    if (input->leadsToMuted()) return;
     fxMessageEvent* event = new fxMessageEvent(input, data);
     event->origin = fxEvent::Origin::sent;
-    postEvent(event, isUrgent);
+    join(event, isUrgent ? nullptr : tail, isUrgent ? head : nullptr);
     if (!input->isReplacing()) return;
     fxMessageEvent* old = std::exchange(input->pending, event);
     if (old != nullptr) old->withdraw();

@@ -7,6 +7,7 @@
 #include "fxds/StrArray.h"
 #include "fxds/StrData.h"
 #include "fxds/VoidPtrDict.h"
+#include "fxds/base/FreeLists.h"
 #include "fxds/dataflow/Belongings.h"
 #include "fxds/dataflow/Explain.h"
 #include "fxds/dataflow/TraceLines.h"
@@ -372,12 +373,22 @@ fxData* box(const T* value, fxObj::fxSendFlags how) {
     }
 }
 
+template <class T>
+[[gnu::cold, gnu::noinline]] void sendFirst(fxOutputChannel* output, const T* value,
+                                            fxObj::fxSendFlags how) {
+    fxData* data = box<T>(value, how);
+    eventHandler().postMessage(output, data, how);
+}
+
 }  // namespace
 
-#define FX_SENT(number, name, Value, Passed, Box)                                         \
-    void fxObj::sendBoxed(fxOutputChannel* output, Value const* value, fxSendFlags how) { \
-        fxData* data = box<Value>(value, how);                                            \
-        eventHandler().postMessage(output, data, how);                                    \
+// Where the handler and a block for the box are there, no stack is needed.
+#define FX_SENT(number, name, Value, Passed, Box)                                             \
+    void fxObj::sendBoxed(fxOutputChannel* output, Value const* value, fxSendFlags how) {     \
+        const bool isFirst = fx_theEventHandler == nullptr || !fxFreeLists::has(sizeof(Box)); \
+        if (__builtin_expect(isFirst, 0)) return sendFirst<Value>(output, value, how);        \
+        fxData* data = box<Value>(value, how);                                                \
+        fx_theEventHandler->postMessage(output, data, how);                                   \
     }
 #define FX_HELD(...)
 FX_DATA_TYPES(FX_SENT, FX_HELD)
