@@ -2,6 +2,7 @@
 #ifndef FXDS_BINARYREADER_H
 #define FXDS_BINARYREADER_H
 
+#include <cstdint>
 #include <string>
 
 #include "fxds/BinaryTranscriber.h"
@@ -137,6 +138,7 @@ protected:
 
 private:
     struct Reading;
+    static constexpr size_t noRecordAt = SIZE_MAX;
     friend class fxTranscriber;  // asks for headerComplaint()
 
     // The stated message for a header that no supported machine writes; or "".
@@ -174,6 +176,9 @@ private:
     const void* partUnderWay;  // of an object, or null
     bool hasFailed;            // the body that was read last, or a part of it
     bool mayLeaveData;         // there was a body: data may follow which that has left unread
+    size_t ranOverAt;          // the record behind whose data the object took that of
+                               // another object or of a block, or noRecordAt,
+    unsigned int ranOverTag;   // and its tag
     const void* owner;         // the slot of a pointer that owns what it gets, or null
     const void* holder;        // the slot of a pointer that holds what it gets, or null
     TakeHold* takeHold;        // by what it holds that

@@ -98,6 +98,8 @@ fxBinaryReader::fxBinaryReader(fxStream* inStream, short shortMark, long longMar
       partUnderWay(nullptr),
       hasFailed(false),
       mayLeaveData(false),
+      ranOverAt(noRecordAt),
+      ranOverTag(0),
       owner(nullptr),
       holder(nullptr),
       takeHold(nullptr),
@@ -360,7 +362,15 @@ bool fxBinaryReader::readPieces(char* bytes, size_t byteCount) {
         bytes += piece;
         byteCount -= piece;
         if (byteCount == 0) return true;
+        records->sync();
+        const size_t recordAt = records->recordAt();
+        const unsigned int tag = head.tag;
         if (!next()) return false;
+        const bool isOfAnother = isContents(head.tag) || head.tag == fxTagObject;
+        if (isOfAnother && ranOverAt == noRecordAt) {
+            ranOverAt = recordAt;
+            ranOverTag = tag;
+        }
     }
 }
 
@@ -569,6 +579,7 @@ bool fxBinaryReader::readBody(fxReaderEntry& entry, fxTypeObj* root) {
     if (object == nullptr) return refuse(Fault::damaged, missing);
     graph->defineObject(id, entry, object);
     hasFailed = false;
+    ranOverAt = noRecordAt;
     if (type->xdr(object, *this) == 0) {
         return refuse(records->hasFailed() ? Fault::ended : Fault::refused, missing);
     }

@@ -53,14 +53,19 @@ void fxBinaryReader::noteEnd() {
     *answer = faultHere(records->hasFailed() ? fxStreamFault::ended : fxStreamFault::refused, "");
 }
 
+// What asks for more than there is, when the data of its object ran out before the
+// stream did, is a number that says too much: nothing was cut off.
 fxStreamFault fxBinaryReader::faultHere(fxStreamFault::Kind kind, const char* message) const {
     fxStreamFault fault;
     records->sync();
     // A class that gives up does so because of the end, when there is one.
     if (complaint != nullptr && kind != fxStreamFault::ended) fault = *complaint;
     if (fault.kind == fxStreamFault::none) fault.kind = kind;
-    fault.offset = headerBytes + records->recordAt();
-    fault.record = fxRecordFormat::tagName(records->head().tag);
+    const bool hasRunOver =
+        kind == fxStreamFault::ended && *message != '\0' && ranOverAt != noRecordAt;
+    if (hasRunOver) fault.kind = fxStreamFault::damaged;
+    fault.offset = headerBytes + (hasRunOver ? ranOverAt : records->recordAt());
+    fault.record = fxRecordFormat::tagName(hasRunOver ? ranOverTag : records->head().tag);
     if (fault.className.empty() && bodyType != nullptr) fault.className = bodyType->name;
     if (kind == fxStreamFault::unknownType)
         fault.className = fxStreamFault::printable(records->name());

@@ -104,6 +104,9 @@ TEST_F(Save, SentencesSayWhatIsWrong) {
         {saved(std::make_unique<Node>().get()), Fault::foreign,
          "the data is not a file of this kind: class Node"},
         {header() + records("P1"), Fault::damaged, "the data is damaged at byte 30"},
+        // Whose number asks for more than its object has: nothing was cut off.
+        {header() + records("t2:Wilful o1:2 o3:2"), Fault::damaged,
+         "the data is damaged at byte 42"},
         {header() + records("t2:From\x1b[Hell"), Fault::unknownType,
          "the data is from a newer version of this program, or from another one: "
          "class From?[Hell"},
