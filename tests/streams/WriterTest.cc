@@ -92,6 +92,16 @@ class Sturdy : public Ballast, public Node {};
 FX_TRANSCRIBED_AS(Sturdy, Node);
 class UnregisteredInts : public fxIntArray {};
 
+/// Writes what it has been given before it asks whether that can be read back.
+class Careless : public Listed {
+    FX_TRANSCRIBABLE(Careless)
+    Node* node = nullptr;
+};
+FX_TRANSCRIBABLE_TYPE(Careless, "Careless", 1, Listed);
+fxBool Careless::xdr(fxTranscriber& t) {
+    return t.xdr(&node, nullptr, Node::typeRecord(), node, node) && fxXdrObject(t, node);
+}
+
 class Parent : public Listed {
     FX_TRANSCRIBABLE(Parent)
     std::unique_ptr<Listed> child = std::make_unique<Listed>();
@@ -126,6 +136,7 @@ std::string body(const std::string& stream) {
 class OpenWriter : public fxBinaryWriter {
 public:
     explicit OpenWriter(fxStream* out) : fxTranscriber(out, false), fxBinaryWriter(out) {}
+    using fxBinaryWriter::nextId;
     using fxBinaryWriter::putHeader;
     void setTag(unsigned int newTag) { tag = newTag; }
 };
@@ -313,6 +324,14 @@ TEST_F(Writer, StaysFailed) {
     fxStr text("x");
     for (int i = 0; full.length() < 600 && i < 100; ++i) fxWriteObject(failing, &text);
     EXPECT_FALSE(fxWriteObject(failing, &text) || failing.flush());
+    for (const unsigned int last : {0U, 1U, 2U}) {  // numbers that are left
+        HeldStream bytes;
+        OpenWriter spent(bytes);
+        spent.nextId = 0x80000000 - last;
+        EXPECT_FALSE(fxWriteObject(spent, &text) || spent.flush());
+        spent.reset();
+        EXPECT_FALSE(fxXdr(spent, text) || fxWriteObject(spent, &text));
+    }
 }
 
 // Head, name and payload are a write each, in and outside of writeObject().
@@ -371,6 +390,11 @@ TEST_F(Writer, WhatCannotBeReadBackIsNotWritten) {
         EXPECT_EQ(saved(&holder), "failed");
     }
     EXPECT_EQ(saved<Node>(&unregistered), "failed");
+    Careless careless;
+    careless.node = &unregistered;
+    EXPECT_EQ(saved(&careless), "failed");
+    careless.node = &holder.own;
+    EXPECT_NE(saved(&careless), "failed");
     EXPECT_EQ(saved<fxIntArray>(&ints), "failed");
     EXPECT_NE(saved(&plainInts), "failed");
     holder.after = &bools;
