@@ -371,13 +371,14 @@ void fxStr::assignBytes(const char* s, size_t n) {
         return;
     }
     const unsigned int bytes = fxLengthField(std::max(n, n + 1));  // which may wrap
+    const unsigned int count = bytes - 1;  // n, and in 32 bits for the compiler, too
     size_t room = ownsBlock() ? std::max<size_t>(slength, knownRoom()) : 0;
     if (bytes <= room) {
-        std::memmove(data, s, n);
+        std::memmove(data, s, count);
     } else {
         room = bytes;
         char* block = static_cast<char*>(fxNewBlock(room));
-        std::memcpy(block, s, n);
+        std::memcpy(block, s, count);
         dropBlock();
         data = block;
     }
