@@ -307,7 +307,7 @@ public:
     void send(const V& text, fxObj::fxSendFlags how = fxObj::fxSendQueued) const {
         if constexpr (std::is_convertible_v<const V&, std::string_view>) {
             const std::string_view view = text;
-            send(fxStr(view), how);
+            send(std::conditional_t<std::is_same_v<T, std::string>, T, fxStr>(view), how);
         } else {
             send(fxStr(text), how);
         }

@@ -155,7 +155,8 @@ inline constexpr bool isOwnKind<T, std::enable_if_t<fxChannelType<T>::isOwnKind>
 template <class T, class V>
 constexpr bool isText() {
     typedef std::decay_t<V> From;
-    if constexpr (std::is_same_v<T, fxStr> || std::is_same_v<T, const char*>) {
+    if constexpr (std::is_same_v<T, fxStr> || std::is_same_v<T, const char*> ||
+                  std::is_same_v<T, std::string>) {
         return !std::is_convertible_v<From, T> && (std::is_convertible_v<From, std::string_view> ||
                                                    std::is_convertible_v<From, fxStr>);
     } else {

@@ -100,7 +100,7 @@ TEST_F(Receivers, EveryKindOfReceiverGetsEveryWayOfSending) {
         {"place", "string", [](Source& s, auto how) { s.place.send(far, how); }, 0, "4"},
         {"text", "text", [](Source& s, auto how) { s.text.send(std::string("a"), how); }, 0, "a"},
         {"text", "view", [](Source& s, auto how) { s.text.send(fxStr("a") | "b", how); }, 0, "ab"},
-        {"words", "string", [](Source& s, auto how) { s.words.send("w", how); }, 0, "w"},
+        {"words", "string", [](Source& s, auto how) { s.words.send(fxStr("w"), how); }, 0, "w"},
         {"number", "fxStr", [](Source& s, auto how) { s.number.send(-5, how); }, 0, "-5"},
         {"fraction", "fxStr", [](Source& s, auto how) { s.fraction.send(0.1, how); }, 0, "0.1"},
         {"truth", "fxStr", [](Source& s, auto how) { s.truth.send(true, how); }, 0, "true"},
