@@ -106,6 +106,15 @@ public:
     /// Destroys the entry of an equal key, if there is one.
     void remove(const Key& key) { Base::remove(&key); }
 
+    // clang-format off
+    template <class... Given>
+    void insert(const Given&...) = delete;  // add() enters a key, and in a dictionary its value
+    template <class... Given>
+    void erase(const Given&...) = delete;  // entries are removed by key: remove(key)
+    template <class Given>
+    void at(const Given&) const = delete;  // find(key) returns a pointer, null where there is none
+    // clang-format on
+
     /// The same for keys that are strings, with a text of another kind, zero-terminated
     /// or a view: it is copied only where hooks are overridden, which expect a string.
     template <class Text, fxDetail::IfLookedUp<Key, Text> = 0>

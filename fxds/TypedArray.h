@@ -249,6 +249,18 @@ public:
         }
         return begin()[length() - 1];
     }
+    /// As emplace(), by the name of the standard's vectors.
+    template <class... Arguments>
+    T& emplace_back(Arguments&&... arguments) {
+        return emplace(std::forward<Arguments>(arguments)...);
+    }
+    unsigned int capacity() const { return this->getMaxLength(); }  ///< The same as getMaxLength().
+    /// Makes the capacity at least `count` elements.
+    void reserve(unsigned int count) {
+        if (count > capacity()) this->setMaxLength(count);
+    }
+    const T* cbegin() const { return begin(); }  ///< As begin() of a constant array.
+    const T* cend() const { return end(); }      ///< As end() of a constant array.
     /// Copies all elements of `other` to the end.
     void append(const Self& other) { fxArray::append(static_cast<const fxArray&>(other)); }
     /// Copies `item` in before `index`.

@@ -56,7 +56,7 @@ bool fxStrArray::readStrings(fxTranscriber& transcriber, unsigned int byteCount)
         if (lengthBytes == maxBytes) {
             const void* const before = data;
             const std::size_t roomier = std::max(firstBytes, 2 * std::size_t{maxBytes});
-            if (!reserve(std::min<std::size_t>(roomier, byteCount))) return false;
+            if (!fxArray::reserve(std::min<std::size_t>(roomier, byteCount))) return false;
             if (before != nullptr) transcriber.placesMoved(before, lengthBytes, data);
         }
         fxStr* const string = new (data + lengthBytes) fxStr(fxStr_type);

@@ -80,7 +80,7 @@ const struct {
     {"array equality", [] { return fxIntArray{1, 2} == fxIntArray::of(1, 2); }},
     {"array moves", [] { fxStrArray a{"x", "y"}; fxStrArray b = std::move(a); return b.size() == 2 && a.empty(); }},
     {"push_back, back_inserter", [] { fxIntArray a; std::fill_n(std::back_inserter(a), 3, 5); a.push_back(6); return a.size() == 4; }},
-    {"emplace", [] { fxStrArray a; return a.emplace("abc", 2U) == "ab"; }},
+    {"reserve, emplace_back", [] { fxStrArray a; a.reserve(9); const auto* const at = &a.emplace_back("abc", 2U); a.reserve(2); return a.capacity() == 9 && a.cbegin() == at && *at == "ab" && a.cend() == at + 1; }},
     {"append of a temporary", [] { fxStrArray a; a.append(upper("x")); a.append(text); return a[1] == text; }},
     {"sort numbers by value", [] { fxIntArray a{256, -1, 2}; a.sortByValue(); return a == fxIntArray{-1, 2, 256}; }},
     {"sort with a lambda", [] { fxStrArray a{"a", "c"}; a.sort([](const fxStr& x, const fxStr& y) { return x > y; }); return a[0] == "c"; }},

@@ -17,6 +17,12 @@ void useTables(fxStrSet& names, [[maybe_unused]] fxTypedSet<const void*>& addres
     name = names;
     pointer = pointers;
     values.take("name");
+    // entries are removed by key
+    MISUSE(EntryErased, pointers.erase("name");)
+    // add() enters a key
+    MISUSE(EntryInserted, names.insert("name");)
+    // find(key) returns a pointer
+    MISUSE(EntryAt, static_cast<void>(pointers.at("name"));)
     // |=, &= and -= need two sets of the same key type
     MISUSE(UnionOfUnlikeSets, names |= addresses;)
     MISUSE(IntersectionOfUnlikeSets, names &= addresses;)
