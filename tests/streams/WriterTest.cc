@@ -3,59 +3,21 @@
 
 #include <gtest/gtest.h>
 
+#include <cctype>
 #include <map>
 #include <random>
+#include <sstream>
 
-#include "fxds/BoolArray.h"
 #include "fxds/Globals.h"
-#include "fxds/StrSet.h"
-#include "fxds/StrStrDictionary.h"
 #include "fxds/XdrEvolution.h"
 #include "fxds/streams/AddressIndex.h"
-#include "tests/support/StreamKit.h"
+#include "tests/support/RichGraph.h"
+#include "tests/support/RunProgram.h"
 #include "tests/support/TestSeed.h"
 
 namespace {
 
 enum class Wide : long { one = 1L << 40 };
-
-/// A field of every kind of record.
-class Sample : public Listed {
-    FX_TRANSCRIBABLE(Sample)
-    int count = 7;
-    char* name = nullptr;
-    char* again = nullptr;
-    short* shorts = nullptr;
-    long* longs = nullptr;
-    float* floats = nullptr;
-    double* doubles = nullptr;
-    int* ints = nullptr;
-    Sample* self = nullptr;
-    Leaf* leaf = nullptr;
-    Leaf* none = nullptr;
-};
-FX_TRANSCRIBABLE_TYPE(Sample, "Sample", 1, Listed);
-fxBool Sample::xdr(fxTranscriber& t) {
-    return fxXdr(t, count) && t.xdr(&name) && t.xdr(&again) && t.xdr(&shorts, 2) &&
-           t.xdr(&longs, 1) && t.xdr(&floats, 1) && t.xdr(&doubles, 1) && t.xdr(&ints, 3) &&
-           fxXdrObject(t, self) && fxXdrObject(t, leaf) && fxXdrObject(t, none) && fxXdr(t, number);
-}
-
-/// A part at an address of its own, reached by two ways.
-class Part : public virtual Listed {
-    FX_TRANSCRIBABLE(Part)
-    long own = 1;
-};
-FX_TRANSCRIBABLE_TYPE(Part, "Part", 1, Listed);
-fxBool Part::xdr(fxTranscriber& t) { return fxXdrBase<Listed>(t, this) && fxXdr(t, own); }
-
-class Twice : public Part {
-    FX_TRANSCRIBABLE(Twice)
-};
-FX_TRANSCRIBABLE_TYPE(Twice, "Twice", 1, Part);
-fxBool Twice::xdr(fxTranscriber& t) {
-    return fxXdrBase<Part>(t, this) && fxXdrBase<Listed>(t, this);
-}
 
 /// Cannot be written to its end.
 class Refusing : public Listed {
@@ -132,6 +94,25 @@ std::string body(const std::string& stream) {
     return stream.substr(std::min(stream.size(), header().size()));
 }
 
+/// The bytes of the annotated stream: what stands before the words of each line.
+std::string drawnStream() {
+    const std::string page = contents(FXDS_SOURCE_DIR "/docs/stream-format.md");
+    const size_t begin = page.find("```", page.find("## A stream in bytes")) + 4;
+    std::istringstream lines(page.substr(begin, page.find("```", begin) - begin));
+    std::string bytes;
+    for (std::string line, word; std::getline(lines, line);) {
+        std::istringstream words(line);
+        const auto isByte = [](const std::string& text) {
+            return text.size() == 2 && std::isxdigit(static_cast<unsigned char>(text[0])) != 0 &&
+                   std::isxdigit(static_cast<unsigned char>(text[1])) != 0;
+        };
+        while (words >> word && isByte(word)) {
+            bytes += static_cast<char>(std::stoi(word, nullptr, 16));
+        }
+    }
+    return bytes;
+}
+
 /// Makes bare writers and shows what is protected.
 class OpenWriter : public fxBinaryWriter {
 public:
@@ -155,34 +136,28 @@ protected:
 
 }  // namespace
 
+// Blocks outside of objects, which follow with the next graph, the last one first.
 TEST_F(Writer, EveryKindOfRecordIsAsThePageHasIt) {
-    Sample sample;
-    Leaf leaf;
-    char text[] = "hey";
-    short shorts[] = {1, -1};
-    long longs[] = {0x0102030405060708};
-    float floats[] = {1.0F};
-    double doubles[] = {-2.0};
-    int ints[] = {1, 2, -3};
-    sample.number = 5;
-    sample.name = sample.again = text;
-    sample.shorts = shorts;
-    sample.longs = longs;
-    sample.floats = floats;
-    sample.doubles = doubles;
-    sample.ints = ints;
-    sample.self = &sample;
-    sample.leaf = leaf.owner == nullptr ? &leaf : nullptr;
-    leaf.weight = 1.0;
-
-    EXPECT_EQ(body(saved(&sample)),
-              records("t2:Sample o1:2 7 B3:4 b3 B4:4 B5:8 B6:4 B7:8 B8:24 p1 t9:Leaf P10 n 5 "
-                      "o10:9:2 0 n 0x3FF0000000000000 l8:24 1/4 2/4 -3/4 0/4*3 "
-                      "g7:8 -0x4000000000000000 f6:4 0x3F800000/4 l5:8 0x0102030405060708 "
-                      "h4:4 1/2 -1/2 c3:4 =hey~"));
-    Twice twice;  // a part, once, and then referred to
-    twice.number = 3;
-    EXPECT_EQ(body(saved(&twice)), records("t2:Twice o1:2 S3 3 1 s3"));
+    char text[] = "hey", *name = text;
+    short shorts[] = {1, -1}, *two = shorts;
+    long longs[] = {0x0102030405060708}, *one = longs;
+    float floats[] = {1.0F}, *single = floats;
+    double doubles[] = {-2.0}, *real = doubles;
+    int ints[] = {1, 2, -3}, *three = ints;
+    ASSERT_TRUE(writer->xdr(&name) && writer->xdr(&name) && writer->xdr(&two, 2) &&
+                writer->xdr(&one, 1) && writer->xdr(&single, 1) && writer->xdr(&real, 1) &&
+                writer->xdr(&three, 3));
+    Rich root;
+    Node node;
+    root.other = &root;
+    root.any = &node;
+    ASSERT_TRUE(fxWriteObject(*writer, &root));
+    EXPECT_EQ(stream->view(),
+              records("B1:4 b1 B2:4 B3:8 B4:4 B5:8 B6:24 t8:Rich o7:8 S9 0 1 S10 s9 0 1/1 1/2 "
+                      "1/4 2/4 3/4 0/4*3 0x3FE0000000000000 0/4 4/4 4/2 0/4 1/4 1/2 0/4 16/4 16/2 "
+                      "0/4 16/4 16 31 0/4 16/4*3 16 31 0/1*38 p7 n t11:Node P12 n n n n 0 "
+                      "o12:11 0 1 n n l6:24 1/4 2/4 -3/4 0/4*3 g5:8 -0x4000000000000000 "
+                      "f4:4 0x3F800000/4 l3:8 0x0102030405060708 h2:4 1/2 -1/2 c1:4 =hey~"));
 }
 
 TEST_F(Writer, PayloadsAreThoseOfThePage) {
@@ -222,6 +197,17 @@ TEST_F(Writer, PayloadsAreThoseOfThePage) {
               records("d =c 1/1 -1/2 7 1/4 -2/4 0 0x10000000000 0x3FF0000000000000 0 97 98 "
                       "1 1 =k 2 1 0xFFFFFFFF 0/1 1/1 -1/1 1/1 0x10000000000 1 "
                       "1/1 B1:3 0/1 2 1/1 B2:16 9 0/1 3 2 n n"));
+}
+
+TEST_F(Writer, TheDrawnStreamIsWhatIsWritten) {
+    Node root, second;
+    root.number = 42;
+    root.text = "hi";
+    root.left = &root;
+    root.right = &second;
+    second.number = 7;
+    second.right = &root;
+    EXPECT_EQ(drawnStream(), saved(&root));
 }
 
 // As a block, at once as scalars, and as scalars one by one.

@@ -175,8 +175,8 @@ inline std::string header(short shortMark = 0x1122, long longMark = 0x33445566) 
 
 // Saving to and loading from memory.
 
-/// Notes which operations a writer was asked for: "long 2" for two longs, "block" for
-/// what is held by pointer, "object", "part".
+/// Notes which operations a writer was asked for, with their bytes in hex: "long" and what
+/// numbers there are, "block long" likewise, "object", "part"; 0 for a null pointer.
 class NotingWriter : public fxBinaryWriter {
     typedef fxBinaryWriter Base;
 
@@ -184,29 +184,32 @@ public:
     explicit NotingWriter(fxStream* stream_) : fxTranscriber(stream_, false), Base(stream_) {}
     using fxBinaryWriter::xdr;
 
-#define NOTED(Type, name)                                                            \
-    bool xdr(Type* v, unsigned int n) override {                                     \
-        return noted(name " " + std::to_string(n), [&] { return Base::xdr(v, n); }); \
-    }                                                                                \
-    bool xdr(Type** v, unsigned int n) override {                                    \
-        return noted("block", [&] { return Base::xdr(v, n); });                      \
+#define NOTED(Type, name)                                                  \
+    bool xdr(Type* v, unsigned int n) override {                           \
+        return noted(name + hex(v, n), [&] { return Base::xdr(v, n); });   \
+    }                                                                      \
+    bool xdr(Type** v, unsigned int n) override {                          \
+        return noted("block " + (*v != nullptr ? name + hex(*v, n) : "0"), \
+                     [&] { return Base::xdr(v, n); });                     \
     }
-    NOTED(char, "byte")
-    NOTED(unsigned char, "byte")
-    NOTED(short, "short")
-    NOTED(unsigned short, "short")
-    NOTED(int, "int")
-    NOTED(unsigned int, "int")
-    NOTED(long, "long")
-    NOTED(unsigned long, "long")
-    NOTED(float, "float")
-    NOTED(double, "double")
+    NOTED(char, std::string("byte"))
+    NOTED(unsigned char, std::string("byte"))
+    NOTED(short, std::string("short"))
+    NOTED(unsigned short, std::string("short"))
+    NOTED(int, std::string("int"))
+    NOTED(unsigned int, std::string("int"))
+    NOTED(long, std::string("long"))
+    NOTED(unsigned long, std::string("long"))
+    NOTED(float, std::string("float"))
+    NOTED(double, std::string("double"))
 #undef NOTED
     bool xdr(char** v) override {
-        return noted("block", [&] { return Base::xdr(v); });
+        const auto n = *v != nullptr ? static_cast<unsigned int>(std::strlen(*v)) + 1 : 0;
+        return noted("block " + (n != 0 ? "byte" + hex(*v, n) : "0"), [&] { return Base::xdr(v); });
     }
     bool xdr(void* slot, fxXDRObj* from, fxTypeObj& type, fxXDRObj* object, void* at) override {
-        return noted("object", [&] { return Base::xdr(slot, from, type, object, at); });
+        return noted(at != nullptr ? "object" : "object 0",
+                     [&] { return Base::xdr(slot, from, type, object, at); });
     }
     bool xdr(fxTypeObj& base, void* derived, void* at) override {
         if (derived != at) notes += "part\n";
@@ -216,6 +219,16 @@ public:
     std::string notes;
 
 private:
+    template <class T>
+    static std::string hex(const T* items, unsigned int count) {
+        std::string text = " ";
+        const auto* bytes = reinterpret_cast<const unsigned char*>(items);
+        for (size_t i = 0; i < count * sizeof(T); ++i) {
+            text += "0123456789abcdef"[bytes[i] >> 4U];
+            text += "0123456789abcdef"[bytes[i] & 15U];
+        }
+        return text;
+    }
     // The base may ask itself for another operation, and for those of contents.
     template <class Do>
     bool noted(const std::string& what, Do operation) {
