@@ -99,7 +99,7 @@ private:
                 tellMissing(what, each.name, namesOf(object.kind->properties), "it has");
             } else if (const std::string why = property->whyNot(each.value.text); !why.empty()) {
                 std::string what = whole + ": ";
-                ((what += fxFlowShown(each.value.text)) += ' ') += why;
+                ((what += fxFlowShown(each.value.text)) += ' ') += fxFlowDetail::printable(why);
                 problems.add(each.value.place, what);
             }
         }

@@ -86,7 +86,7 @@ TEST_F(Elements, RefuseSettingsThatMakeNoSense) {
         {"a = Match pattern=\"x\" group=10", "is above 9"},
         {"a = Match", "pattern"},
         {"a = Format format=\"%s %s\"", "has more than one conversion"},
-        {"a = Format format=\"%n\"", "has the conversion \"%n\""},
+        {R"(a = Format format="%\xff")", R"(has the conversion "%\xff")"},
         {"a = Format format=\"%*d\"", "has the conversion \"%*\""},
         {"a = Format format=\"%1001d\"", "more than 1000 columns"},
         {"a = Print format=\"5%\"", "ends within a conversion"},
