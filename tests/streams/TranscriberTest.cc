@@ -3,11 +3,17 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <pthread.h>
+#include <sched.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
+#include <csignal>
+#include <numeric>
 #include <random>
+#include <thread>
 
 #include "fxds/Globals.h"
 #include "fxds/StdioStream.h"
@@ -43,6 +49,23 @@ public:
 int CountedStream::alive = 0;
 
 fxTranscriber* noWriter(fxStream*) { return nullptr; }
+
+std::atomic<int> signals = 0;
+void countSignal(int) { ++signals; }
+
+// Reads a descriptor to its end. Before each piece, interrupts `writer`.
+std::string readInterrupting(int fd, pthread_t writer) {
+    std::string all;
+    char piece[1500];
+    for (ssize_t n = 1; n > 0; all.append(piece, static_cast<size_t>(n))) {
+        const int before = signals;
+        pthread_kill(writer, SIGUSR1);
+        while (signals == before) sched_yield();
+        n = read(fd, piece, sizeof piece);
+        if (n <= 0) break;
+    }
+    return all;
+}
 
 /// What a stream should hold, and where it is.
 struct Model {
@@ -188,6 +211,42 @@ TEST_F(Streams, MemoryAgreesWithModel) {
         EXPECT_TRUE(stream.length() == 0 && stream.atEOF() && !stream.hasError());
         EXPECT_TRUE(stream.give(count) == nullptr && count == 0);
     }
+}
+
+TEST_F(Streams, InterruptedWritesLoseNothing) {
+    struct sigaction counting = {};
+    struct sigaction before = {};
+    counting.sa_handler = countSignal;
+    ASSERT_EQ(sigaction(SIGUSR1, &counting, &before), 0);
+    for (bool adopting : {false, true}) {
+        int ends[2];
+        ASSERT_EQ(pipe(ends), 0);
+        fcntl(ends[1], F_SETPIPE_SZ, 4096);
+        std::string got;
+        const pthread_t writer = pthread_self();
+        std::thread reader([&] { got = readInterrupting(ends[0], writer); });
+
+        std::string sent;
+        {
+            const fxStream::fxStreamType out = fxStream::fxStreamWrite;
+            fxStdioStream stream =
+                adopting ? fxStdioStream(fdopen(ends[1], "w"), out) : fxStdioStream(ends[1], out);
+            for (unsigned int i = 0; i < 600; ++i) {
+                // Some need more room than the pipe has.
+                const unsigned int size = i % 50 == 0 ? 20000 : 1 + 37 * i % 500;
+                std::string bytes(size, 'a');
+                std::iota(bytes.begin(), bytes.end(), static_cast<char>(i));
+                sent += bytes;
+                EXPECT_TRUE(stream.putBytes(bytes.data(), size));
+            }
+            EXPECT_TRUE(stream.flush());
+            EXPECT_TRUE(stream.close());
+        }
+        reader.join();
+        close(ends[0]);
+        EXPECT_TRUE(got == sent) << got.size() << " of " << sent.size();
+    }
+    sigaction(SIGUSR1, &before, nullptr);
 }
 
 // Nothing is read beyond what was asked for: the pipe would block.
