@@ -76,6 +76,12 @@ std::string randomKey(std::mt19937& rng, unsigned int range) {
     return starts[rng() % 5] + std::to_string(rng() % range);
 }
 
+/// The chains of any table.
+template <class Base>
+struct ChainsOf : Base {
+    static const auto& in(const Base& table) { return table.*(&ChainsOf::buckets); }
+};
+
 /// Shows the chains and the iterators of a table of texts.
 template <class Base>
 struct Open : Base {
@@ -86,7 +92,7 @@ struct Open : Base {
     typename Base::Finder* finder() const override { return this->finderFor(typeid(Open)); }
     /// The stored key that walking its chain finds, or null.
     static const fxStr* walkFor(const Base& table, const fxStr& key) {
-        const auto& chains = table.*(&Open::buckets);
+        const auto& chains = ChainsOf<Base>::in(table);
         auto* node = chains[static_cast<unsigned int>(key.hash() % chains.length())];
         while (node != nullptr && compare(key, *static_cast<fxStr*>(node->element)) != 0) {
             node = node->next;
