@@ -6,52 +6,53 @@
 
 namespace soak {
 
+void Torturer::require(bool isSo, const char* claim, Id id) {
+    if (!isSo) fail("%s: %ld", claim, id);
+}
+
 void Torturer::audit() {
     auditQueue();
     auditTimers();
+    const auto objectOf = [this](Id id) { return id != 0 ? objects.at(id).object : nullptr; };
     for (size_t fd = 0; fd < fxExec::maxHandlers; ++fd) {
-        const Id id = model.handlers[fd];
-        const fxObj* due = id != 0 ? objects.at(id).object : nullptr;
-        if (fx_theExecutive->handlers[fd] != due) fail("descriptor %zu has another handler", fd);
+        require(fx_theExecutive->handlers[fd] == objectOf(model.handlers[fd]),
+                "another handler of descriptor", static_cast<Id>(fd));
     }
     const fxVoidPtrArray& applications = fx_theExecutive->applications;
-    if (applications.length() != model.applications.size()) fail("other applications");
+    require(applications.length() == model.applications.size(), "other applications", 0);
     for (unsigned int i = 0; i < applications.length() && report.empty(); ++i) {
         const auto real = objects.find(model.applications[i]);
-        if (real != objects.end() && applications[i] != real->second.object) {
-            fail("another application than %ld", real->first);
-        }
+        require(real == objects.end() || applications[i] == real->second.object,
+                "another application at", i);
     }
     for (const Id id : living) auditObject(id);
 }
 
 void Torturer::auditQueue() {
-    if (fx_theEventHandler->getCount() != model.queue.size()) fail("another number of events");
+    require(fx_theEventHandler->getCount() == model.queue.size(), "another number of events", 0);
     const fxEvent* real = fx_theEventHandler->getHead();
     for (const Event& event : model.queue) {
-        if (real == nullptr || real->getSequence() != static_cast<unsigned long>(event.id)) {
-            return fail("event %ld is not where it should be", event.id);
-        }
+        require(real != nullptr && static_cast<Id>(real->getSequence()) == event.id,
+                "an event is not where it should be", event.id);
+        if (!report.empty()) return;
         real = real->getNext();
     }
-    if (real != nullptr) fail("more events than there should be");
+    require(real == nullptr, "more events than there should be", 0);
 }
 
 void Torturer::auditTimers() {
     const fxTimer* real = fxTimer::activeTimers;
     float wait = 0;
     for (const Id id : model.active) {
-        if (real == nullptr || real != objects.at(id).object) {
-            return fail("timer %ld is not where it should be", id);
-        }
+        require(real != nullptr && real == objects.at(id).object,
+                "a timer is not where it should be", id);
+        if (!report.empty()) return;
         wait += real->delta;
         const long due = std::max(0L, model.objects.at(id).due - model.time);
-        if (wait * perSecond != static_cast<float>(due)) {
-            fail("timer %ld is due in %g s", id, static_cast<double>(wait));
-        }
+        require(wait * perSecond == static_cast<float>(due), "a timer is due at another time", id);
         real = real->next;
     }
-    if (real != nullptr) fail("more timers are active than there should be");
+    require(real == nullptr, "more timers are active than there should be", 0);
 }
 
 void Torturer::auditObject(Id id) {
@@ -59,52 +60,43 @@ void Torturer::auditObject(Id id) {
     fxObj& real = *objects.at(id).object;
     const size_t count =
         object.properties.size() + (object.tables[in] != 0) + (object.tables[out] != 0);
-    if (real.getNumberOfProperties() != count) fail("object %ld has other properties", id);
-    if (real.refCount != static_cast<unsigned long>(object.holders)) {
-        fail("object %ld has %lu holders", id, real.refCount);
+    require(real.getNumberOfProperties() == count, "other properties of object", id);
+    require(real.refCount == static_cast<unsigned long>(object.holders), "holders of object", id);
+    for (const auto& property : object.properties) {
+        const auto tag = static_cast<unsigned short>(firstTag + property.first);
+        require(real.findProperty(tag) != nullptr, "a property lacks in object", id);
     }
-    for (const auto& [tag, held] : object.properties) {
-        if (real.findProperty(static_cast<unsigned short>(firstTag + tag)) == nullptr) {
-            fail("object %ld lacks property %d", id, tag);
-        }
+    for (int place = 0; place < slots && report.empty(); ++place) {
+        auditInput(real.getInput(inputNames[place]), model.channel(id, in, place));
+        auditOutput(real.getOutput(outputNames[place]), model.channel(id, out, place));
     }
-    const auto ownerOf = [this](Id owner) {
-        return owner != 0 ? objects.at(owner).object : nullptr;
-    };
-    for (int place = 0; place < slots; ++place) {
-        const Id input = model.channel(id, in, place);
-        const Id output = model.channel(id, out, place);
-        fxInputChannel* const realInput = real.getInput(inputNames[place]);
-        if (realInput != (input != 0 ? inputs.at(input) : nullptr)) {
-            fail("object %ld has another input %d", id, place);
-        }
-        const auto waiting = model.pending.find(input);
-        const Id due = waiting != model.pending.end() ? waiting->second : 0;
-        if (realInput != nullptr &&
-            static_cast<Id>(realInput->pending ? realInput->pending->getSequence() : 0) != due) {
-            fail("another event than %ld is pending for input %ld", due, input);
-        }
-        fxOutputChannel* const realOutput = real.getOutput(outputNames[place]);
-        if (realOutput != (output != 0 ? outputs.at(output) : nullptr)) {
-            fail("object %ld has another output %d", id, place);
-        }
-        if (realInput != nullptr && report.empty() &&
-            realInput->getOwner() != ownerOf(model.inputs.at(input).object)) {
-            fail("input %ld has another owner", input);
-        }
-        if (output == 0 || !report.empty()) continue;
-        if (realOutput->getOwner() != ownerOf(model.outputs.at(output).object)) {
-            fail("output %ld has another owner", output);
-        }
-        const auto& connections = model.outputs.at(output).connections;
-        if (realOutput->getNumberOfConnections() != connections.size()) {
-            return fail("output %ld has other connections", output);
-        }
-        for (unsigned int i = 0; i < connections.size(); ++i) {
-            if ((*realOutput)[i]->target() != inputs.at(connections[i].input)) {
-                fail("output %ld has another connection %u", output, i);
-            }
-        }
+}
+
+void Torturer::auditInput(const fxInputChannel* real, Id input) {
+    require(real == (input != 0 ? inputs.at(input) : nullptr), "another input", input);
+    if (input == 0 || !report.empty()) return;
+    const auto waiting = model.pending.find(input);
+    const auto due =
+        waiting != model.pending.end() ? static_cast<unsigned long>(waiting->second) : 0;
+    require((real->pending != nullptr ? real->pending->getSequence() : 0) == due,
+            "another pending event of input", input);
+    const Id owner = model.inputs.at(input).object;
+    require(real->getOwner() == (owner != 0 ? objects.at(owner).object : nullptr),
+            "another owner of input", input);
+}
+
+void Torturer::auditOutput(const fxOutputChannel* real, Id output) {
+    require(real == (output != 0 ? outputs.at(output) : nullptr), "another output", output);
+    if (output == 0 || !report.empty()) return;
+    const Output& expected = model.outputs.at(output);
+    require(
+        real->getOwner() == (expected.object != 0 ? objects.at(expected.object).object : nullptr),
+        "another owner of output", output);
+    const auto& connections = expected.connections;
+    require(real->getNumberOfConnections() == connections.size(), "connections of output", output);
+    for (unsigned int i = 0; i < connections.size() && report.empty(); ++i) {
+        require((*real)[i]->target() == inputs.at(connections[i].input),
+                "another connection of output", output);
     }
 }
 

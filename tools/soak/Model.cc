@@ -6,28 +6,9 @@
 
 namespace soak {
 
-namespace {
+bool isConvertible(int from, int to) { return from == to || to == voidType || from != voidType; }
 
-enum { typeVoid, typeBool, typeInt, typeLong, typeFloat, typeDouble, typeText, typeString };
-
-}  // namespace
-
-bool isConvertible(int from, int to) {
-    static const std::vector<std::pair<int, int>> pairs = {
-        {typeBool, typeInt},   {typeBool, typeFloat},   {typeBool, typeDouble},
-        {typeInt, typeBool},   {typeInt, typeFloat},    {typeInt, typeText},
-        {typeFloat, typeBool}, {typeFloat, typeDouble}, {typeFloat, typeInt},
-        {typeFloat, typeText}, {typeDouble, typeBool},  {typeDouble, typeFloat},
-        {typeDouble, typeInt}, {typeDouble, typeText},  {typeText, typeInt},
-        {typeText, typeFloat}, {typeText, typeString},  {typeString, typeText},
-    };
-    return from == to || to == typeVoid || holds(pairs, std::make_pair(from, to));
-}
-
-long converted(int type, long value) {
-    if (type == typeVoid) return noValue;
-    return type == typeBool ? value & 0xFF : value;
-}
+long converted(int type, long value) { return type == voidType ? noValue : value; }
 
 // A value that goes round.
 
@@ -125,7 +106,7 @@ void Model::release(Id id) {
     std::vector<Id> heard;
     for (auto& [number, input] : inputs) {
         if (input.object != id) continue;
-        input = {0, typeVoid, input.replaces};
+        input = {0, voidType, input.replaces};
         heard.push_back(number);
         silenced.push_back(number);
     }
@@ -237,7 +218,7 @@ void Model::connect(Id output, Id input) {
     Output& from = outputs.at(output);
     const int type = inputs.at(input).type;
     const Id id = newId();
-    const bool isDirect = type == from.type || type == typeVoid;
+    const bool isDirect = type == from.type || type == voidType;
     from.connections.push_back({id, input, isDirect ? input : id});
 }
 

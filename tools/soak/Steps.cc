@@ -1,7 +1,6 @@
 #include <algorithm>
 #include <cstdlib>
 #include <string>
-#include <type_traits>
 
 #include "Torturer.h"
 
@@ -80,59 +79,20 @@ Subject<Base>::~Subject() {
 }
 
 // The model knows a value by a number: text is its digits.
-template <class T>
-long number(T value) {
-    return static_cast<long>(value);
-}
+long number(int value) { return value; }
 long number(char* value) { return std::strtol(value, nullptr, 10); }
-long number(fxStr& value) { return std::strtol(value.c_str(), nullptr, 10); }
-long number(fxStrArray& value) { return number(value[0]); }
 
-// The value of a kind that has the number; `digits` lasts as long as it.
-template <class T>
-T valueOf(long number, const std::string& digits) {
-    if constexpr (std::is_arithmetic_v<T>) {
-        return static_cast<T>(number);
-    } else if constexpr (std::is_same_v<T, fxStrArray>) {
-        return {fxStr(digits.c_str())};
-    } else {
-        return T(digits.c_str());
-    }
-}
-
-// Calls `use` with the fxChannelType of a data type number.
-template <class Use>
-void withKind(int type, Use use) {
-#define FX_USE(number, name, Value, ...) \
-    if (type == (number)) use(fxChannelType<Value>());
-#define FX_PASS_OVER(...)
-    FX_DATA_TYPES(FX_USE, FX_PASS_OVER)
-#undef FX_PASS_OVER
-#undef FX_USE
-}
-
-template <class T>
-void hear(void* closure, T value) {
-    torturer->call(Call::receive, static_cast<Ear*>(closure)->input, number(value));
-    torturer->maybeThrow();
-}
-
-void hearVoid(void* closure) {
-    torturer->call(Call::receive, static_cast<Ear*>(closure)->input, noValue);
+template <class... T>
+void hear(void* closure, T... value) {
+    torturer->call(Call::receive, static_cast<Ear*>(closure)->input,
+                   (noValue + ... + (number(value) - noValue)));
     torturer->maybeThrow();
 }
 
 void (*hearer(int type))() {
-    void (*function)() = nullptr;
-    withKind(type, [&](auto kind) {
-        using Passed = typename decltype(kind)::Passed;
-        if constexpr (std::is_void_v<Passed>) {
-            function = reinterpret_cast<void (*)()>(hearVoid);
-        } else {
-            function = reinterpret_cast<void (*)()>(hear<Passed>);
-        }
-    });
-    return function;
+    if (type == intType) return reinterpret_cast<void (*)()>(hear<int>);
+    if (type == textType) return reinterpret_cast<void (*)()>(hear<char*>);
+    return reinterpret_cast<void (*)()>(hear<>);
 }
 
 template <int number>
@@ -173,32 +133,17 @@ fxData* withEnd(fxData* data, Id thing, bool isSent) {
 }
 
 fxData* box(int type, long number) {
-    fxData* made = nullptr;
-    withKind(type, [&](auto kind) {
-        using Value = typename decltype(kind)::Value;
-        using Box = Boxed<typename decltype(kind)::Box>;
-        if constexpr (std::is_void_v<Value>) {
-            made = new Box();
-        } else if constexpr (std::is_same_v<Value, const char*>) {
-            made = new Box(fxCopyCharPtr(std::to_string(number).c_str()));
-        } else {
-            made = new Box(valueOf<Value>(number, std::to_string(number)));
-        }
-    });
-    return made;
+    if (type == intType) return new Boxed<fxChannelType<int>::Box>(static_cast<int>(number));
+    if (type == voidType) return new Boxed<fxChannelType<void>::Box>();
+    return new Boxed<fxChannelType<const char*>::Box>(
+        fxCopyCharPtr(std::to_string(number).c_str()));
 }
 
 void send(fxOutputChannel* output, int type, long number, fxObj::fxSendFlags how) {
-    withKind(type, [&](auto kind) {
-        using Value = typename decltype(kind)::Value;
-        const fxOutputView<Value> view(output);
-        if constexpr (std::is_void_v<Value>) {
-            view.send(how);
-        } else {
-            const std::string digits = std::to_string(number);
-            view.send(valueOf<Value>(number, digits), how);
-        }
-    });
+    if (type == voidType) fxOutputView<void>(output).send(how);
+    if (type == intType) fxOutputView<int>(output).send(static_cast<int>(number), how);
+    const std::string digits = std::to_string(number);
+    if (type == textType) fxOutputView<const char*>(output).send(digits.c_str(), how);
 }
 
 }  // namespace
@@ -285,7 +230,7 @@ void Torturer::changeInput(Id id) {
         during(nothing, [&] { object.removeInput(inputNames[place]); });
         return;
     }
-    const auto type = static_cast<unsigned short>(below(dataTypes));
+    const unsigned short type = types[below(3)];
     const bool replaces = chance(40);
     const Id input = model.addInput(id, place, type, replaces);
     note("add input: object, slot, input", id, place, input);
@@ -306,7 +251,7 @@ void Torturer::changeOutput(Id id) {
         during(nothing, [&] { object.removeOutput(outputNames[place]); });
         return;
     }
-    const int type = place == tickSlot && chance(70) ? 0 : static_cast<int>(below(dataTypes));
+    const int type = place == tickSlot && chance(70) ? voidType : types[below(3)];
     const Id output = model.addOutput(id, place, type);
     note("add output: object, slot, output", id, place, output);
     during(nothing, [&] {

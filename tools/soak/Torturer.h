@@ -157,6 +157,9 @@ private:
     void auditQueue();
     void auditTimers();
     void auditObject(Id id);
+    void auditInput(const fxInputChannel* real, Id input);
+    void auditOutput(const fxOutputChannel* real, Id output);
+    void require(bool isSo, const char* claim, Id id);
 
     Model model;
     std::mt19937 rng;

@@ -1,8 +1,10 @@
 // Tortures the dataflow core until the time or the steps are over.
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <iterator>
 
 #include "Torture.h"
 
@@ -19,36 +21,26 @@ constexpr char helpText[] =
 
 constexpr unsigned long roundSteps = 200000;
 
-struct Options {
-    unsigned long seed = 1;
-    unsigned long seconds = 60;
-    unsigned long steps = 0;
-};
+enum { seed, seconds, steps };
+constexpr const char* names[] = {"--seed", "--seconds", "--steps"};
 
-bool parse(int argc, char** argv, Options& options) {
+bool parse(int argc, char** argv, unsigned long (&options)[3]) {
     for (int i = 1; i < argc; i += 2) {
-        if (i + 1 == argc) return false;
+        const auto isIt = [&](const char* name) { return std::strcmp(argv[i], name) == 0; };
+        const auto* const name = std::find_if(std::begin(names), std::end(names), isIt);
         char* end = nullptr;
-        const unsigned long value = std::strtoul(argv[i + 1], &end, 10);
+        if (i + 1 == argc || name == std::end(names)) return false;
+        options[name - names] = std::strtoul(argv[i + 1], &end, 10);
         if (end == argv[i + 1] || *end != '\0') return false;
-        if (std::strcmp(argv[i], "--seed") == 0) {
-            options.seed = value;
-        } else if (std::strcmp(argv[i], "--seconds") == 0) {
-            options.seconds = value;
-        } else if (std::strcmp(argv[i], "--steps") == 0) {
-            options.steps = value;
-        } else {
-            return false;
-        }
     }
     return true;
 }
 
 // Ends the program when the round fails.
-void round(unsigned long seed, unsigned long steps) {
-    const std::string report = soak::torture(static_cast<unsigned int>(seed), steps);
+void round(unsigned long first, unsigned long count) {
+    const std::string report = soak::torture(static_cast<unsigned int>(first), count);
     if (report.empty()) return;
-    std::printf("FAILED. Repeat with: soak --seed %lu --steps %lu\n%s", seed, steps,
+    std::printf("FAILED. Repeat with: soak --seed %lu --steps %lu\n%s", first, count,
                 report.c_str());
     std::fflush(stdout);
     std::_Exit(1);  // what was left halfway is no leak
@@ -57,25 +49,20 @@ void round(unsigned long seed, unsigned long steps) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    Options options;
-    if (argc == 2 && std::strcmp(argv[1], "--help") == 0) {
-        std::fputs(helpText, stdout);
+    unsigned long options[] = {1, 60, 0};
+    const bool asksForHelp = argc == 2 && std::strcmp(argv[1], "--help") == 0;
+    if (asksForHelp || !parse(argc, argv, options)) {
+        std::fputs(helpText, asksForHelp ? stdout : stderr);
+        return asksForHelp ? 0 : 2;
+    }
+    if (options[steps] != 0) {
+        round(options[seed], options[steps]);
         return 0;
     }
-    if (!parse(argc, argv, options)) {
-        std::fputs(helpText, stderr);
-        return 2;
-    }
-    if (options.steps != 0) {
-        round(options.seed, options.steps);
-        return 0;
-    }
-    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(options.seconds);
-    unsigned long total = 0;
-    for (unsigned long seed = options.seed; std::chrono::steady_clock::now() < end; ++seed) {
-        round(seed, roundSteps);
-        total += roundSteps;
-        std::printf("seed %lu: agreed; %lu steps so far\n", seed, total);
+    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(options[seconds]);
+    for (unsigned long done = 1; std::chrono::steady_clock::now() < end; ++done, ++options[seed]) {
+        round(options[seed], roundSteps);
+        std::printf("seed %lu: agreed; %lu steps so far\n", options[seed], done * roundSteps);
         std::fflush(stdout);
     }
     return 0;
