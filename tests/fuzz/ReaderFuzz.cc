@@ -78,7 +78,7 @@ template <class C>
 bool readOne(fxTranscriber& reader) {
     C* const root = fxReadObject<C>(reader);
     if constexpr (std::is_same_v<C, Rich>) {
-        if (root != nullptr) sumOf(*root);
+        if (root != nullptr) readAllOf(*root);
     } else if constexpr (!std::is_base_of_v<Listed, C>) {
         delete root;
     }

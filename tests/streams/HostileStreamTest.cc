@@ -112,7 +112,7 @@ template <class C>
 void clear(C* root) {
     if constexpr (!std::is_base_of_v<Listed, C>) delete root;
     if constexpr (std::is_same_v<C, Rich>) {
-        if (root != nullptr) sumOf(*root);
+        if (root != nullptr) readAllOf(*root);
     }
     Received::deleteAll();
 }

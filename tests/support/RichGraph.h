@@ -110,59 +110,11 @@ inline fxBool Rich::xdr(fxTranscriber& t) {
            fxXdrObjects(t, many);
 }
 
-/// Reads all that it was given, so that a sanitizer sees what is not there.
-inline long sumOf(Rich& root) {
-    long sum = 0;
-    std::set<Listed*> seen;
-    std::vector<Listed*> walk = {&root};
-    const auto add = [&sum](const char* bytes, size_t count) {
-        for (size_t i = 0; i < count; ++i) sum += bytes[i];
-    };
-    while (!walk.empty()) {
-        Listed* const object = walk.back();
-        walk.pop_back();
-        if (object == nullptr || !seen.insert(object).second) continue;
-        sum += object->number + object->className()[0];
-        if (Node* node = dynamic_cast<Node*>(object)) {
-            add(node->text.c_str(), node->text.length() + 1);
-            walk.push_back(node->left);
-            walk.push_back(node->right);
-        }
-        if (Leaf* leaf = dynamic_cast<Leaf*>(object)) walk.push_back(leaf->owner);
-        Rich* const rich = dynamic_cast<Rich*>(object);
-        if (rich == nullptr) continue;
-        add(rich->label.c_str(), rich->label.length() + 1);
-        for (int i : rich->ints) sum += i & 1;
-        for (fxBool b : rich->bools) sum += b;
-        for (const fxStr& s : rich->strings) add(s.c_str(), s.length() + 1);
-        for (auto [key, value] : rich->dictionary) {
-            add(key.c_str(), key.length() + 1);
-            add(value.c_str(), value.length() + 1);
-        }
-        sum += rich->set.contains("a") + rich->dictionary.contains("a");
-        for (unsigned int i = 0; i < rich->count; ++i) {
-            if (rich->shorts != nullptr) sum += rich->shorts[i];
-            if (rich->integers != nullptr) sum += rich->integers[i] & 1;
-            if (rich->doubles != nullptr) sum += rich->doubles[i] > 0;
-            if (rich->floats != nullptr) sum += rich->floats[i] > 0;
-        }
-        for (const char* text : {rich->text, rich->same}) {
-            if (text != nullptr) add(text, std::strlen(text));
-        }
-        if (rich->second != nullptr) sum += rich->second->own & 1;
-        if (rich->anything != nullptr) sum += rich->anything->className()[0];
-        if (rich->shortArray != nullptr) {
-            for (short s : *rich->shortArray) sum += s;
-        }
-        if (rich->stringArray != nullptr) {
-            for (const fxStr& s : *rich->stringArray) add(s.c_str(), s.length() + 1);
-        }
-        if (rich->string != nullptr) add(rich->string->c_str(), rich->string->length() + 1);
-        walk.insert(walk.end(), rich->many.begin(), rich->many.end());
-        walk.insert(walk.end(),
-                    {rich->other, rich->second, rich->any, dynamic_cast<Listed*>(rich->anything)});
-    }
-    return sum;
+/// Writes all that was read, so that a sanitizer sees what is not there.
+inline void readAllOf(Rich& root) {
+    HeldStream stream;
+    const std::unique_ptr<fxTranscriber> writer(fxTranscriber::getWriter(stream));
+    fxWriteObject(*writer, &root);
 }
 
 /// The bytes of a graph with all of it.
