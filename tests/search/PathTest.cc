@@ -62,35 +62,36 @@ TEST(PathFunctions, BasenameAndDirname) {
 }
 
 TEST(PathFunctions, TildeIsAHomeDirectory) {
-    const Variable home("HOME", "/h");
-    EXPECT_EQ(taken(pathexpandtilde("~/x")), "/h/x");
-    EXPECT_EQ(taken(pathexpandtilde("~")), "/h");
-    EXPECT_EQ(taken(pathexpandtilde("x/~")), "x/~");
-    EXPECT_EQ(taken(pathexpandtilde("~nosuchuser/x")), "~nosuchuser/x");
     const std::string endless = "~" + std::string(100000, 'u') + "/x";
-    EXPECT_EQ(taken(pathexpandtilde(endless.c_str())), endless);
-    EXPECT_EQ(pathexpandtilde(nullptr), nullptr);
-    if (const passwd* const root = getpwnam("root")) {
-        const std::string expected = root->pw_dir;
-        EXPECT_EQ(taken(pathexpandtilde("~root")), expected);
-        EXPECT_EQ(taken(pathexpandtilde("~root/a/b")), expected + "/a/b");
+    const passwd* const root = getpwnam("root");
+    const std::string roots = root != nullptr ? root->pw_dir : "~root";
+    for (const char* value : {"/h", static_cast<const char*>(nullptr)}) {
+        const Variable variable("HOME", value);
+        const std::string home = value != nullptr ? value : "";
+        const std::string cases[][2] = {{"~/x", home + "/x"},
+                                        {"~", home},
+                                        {"x/~", "x/~"},
+                                        {"~nosuchuser/x", "~nosuchuser/x"},
+                                        {endless, endless},
+                                        {"~root", roots},
+                                        {"~root/a/b", roots + "/a/b"}};
+        for (const auto& c : cases) EXPECT_EQ(taken(pathexpandtilde(c[0].c_str())), c[1]);
     }
-    const Variable none("HOME", nullptr);
-    EXPECT_EQ(taken(pathexpandtilde("~/x")), "/x");
-    EXPECT_EQ(taken(pathexpandtilde("~")), "");
+    EXPECT_EQ(pathexpandtilde(nullptr), nullptr);
 }
 
 TEST(PathFunctions, LinksAreReadAndCut) {
     const TestDirectory directory;
     const std::string link = directory.link("link", "some/where");
-    EXPECT_EQ(taken(symbolicLinkExtendedName(link.c_str(), 100)), "some/where");
-    EXPECT_EQ(taken(symbolicLinkExtendedName(link.c_str(), 10)), "some/where");
-    EXPECT_EQ(taken(symbolicLinkExtendedName(link.c_str(), 4)), "some");
-    EXPECT_EQ(symbolicLinkExtendedName(link.c_str(), 0), nullptr);
-    EXPECT_EQ(symbolicLinkExtendedName(link.c_str(), -1), nullptr);
-    EXPECT_EQ(symbolicLinkExtendedName(directory.path.c_str(), 100), nullptr);
-    EXPECT_EQ(symbolicLinkExtendedName("/no/such/file", 100), nullptr);
-    EXPECT_EQ(symbolicLinkExtendedName(nullptr, 100), nullptr);
+    const struct {
+        const char* path;
+        int size;
+        const char* text;
+    } cases[] = {{link.c_str(), 100, "some/where"}, {link.c_str(), 10, "some/where"},
+                 {link.c_str(), 4, "some"},         {link.c_str(), 0, "null"},
+                 {link.c_str(), -1, "null"},        {directory.path.c_str(), 100, "null"},
+                 {"/no/such/file", 100, "null"},    {nullptr, 100, "null"}};
+    for (const auto& c : cases) EXPECT_EQ(taken(symbolicLinkExtendedName(c.path, c.size)), c.text);
 }
 
 TEST(PathFunctions, VariablesAreExpanded) {
@@ -138,16 +139,11 @@ TEST(Path, SplitsIntoDirectoryAndLeaf) {
         const fxPath path(c[0]);
         fxPath directory("before"), leaf("before"), itself(path), itsLeaf(path), twice(path);
         EXPECT_EQ(path.split(&directory, &leaf), 1);
-        EXPECT_EQ(directory, c[1]) << c[0];
-        EXPECT_EQ(leaf, c[2]) << c[0];
-        EXPECT_EQ(path.directory(), directory);
-        EXPECT_EQ(path.leaf(), leaf);
         itself.split(&itself, &leaf);
-        EXPECT_EQ(itself, c[1]);
         itsLeaf.split(&directory, &itsLeaf);
-        EXPECT_EQ(itsLeaf, c[2]);
         twice.split(&twice, &twice);
-        EXPECT_EQ(twice, c[2]);
+        for (const fxPath& each : {directory, itself, path.directory()}) EXPECT_EQ(each, c[1]);
+        for (const fxPath& each : {leaf, itsLeaf, twice, path.leaf()}) EXPECT_EQ(each, c[2]);
     }
 }
 

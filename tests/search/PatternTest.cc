@@ -5,7 +5,9 @@
 #include <memory>
 #include <random>
 #include <string>
+#include <utility>
 
+#include "fxds/Ref.h"
 #include "fxds/RegEx.h"
 #include "fxds/SLinearPattern.h"
 #include "tests/support/TestSeed.h"
@@ -53,18 +55,12 @@ TEST(SLinearPattern, AgreesWithStdString) {
     }
 }
 
-TEST(RegEx, TellsBothEnds) {
-    EXPECT_EQ(searched(fxRegEx("b+"), "abbc"), "1/3 [1,3]");
-    EXPECT_EQ(searched(fxRegEx(fxStr("x")), "abc"), "-1/0 [-1,0]");
-    EXPECT_EQ(searched(fxRegEx(""), "abc"), "0/0 [0,0]");
-    EXPECT_EQ(searched(fxRegEx("(ab"), "ab"), "-2/0 [-2,0]");
-    EXPECT_FALSE(fxRegEx("(ab").isValid());
-    EXPECT_FALSE(fxRegEx(static_cast<const char*>(nullptr)).isValid());
-}
-
-TEST(RegEx, SearchesTheWholeTextAndShowsItsGroups) {
-    EXPECT_EQ(fxRegEx("c").findBuffer("abc", 1), 2);
-    EXPECT_EQ(fxRegEx("c$").findEndBuffer("abc", 0), 3);
+TEST(RegEx, TellsBothEndsAndItsGroups) {
+    const std::pair<const char*, const char*> cases[] = {
+        {"b+", "1/3 [1,3]"}, {"x", "-1/0 [-1,0]"}, {"", "0/0 [0,0]"}, {"(ab", "-2/0 [-2,0]"}};
+    for (const auto& [pattern, found] : cases) EXPECT_EQ(searched(fxRegEx(pattern), "abbc"), found);
+    EXPECT_FALSE(fxRegEx("(ab").isValid() || fxRegEx(static_cast<const char*>(nullptr)).isValid());
+    EXPECT_EQ(fxRegEx(fxStr("c$")).findEndBuffer("abc", 0), 3) << "the whole text";
     const fxRegEx expression("(a)(b)?");
     const fxStr text("xa");
     EXPECT_EQ(expression.find(text), 1);
@@ -99,17 +95,15 @@ TEST(RegEx, OffsetsThatAreNoIntsAreNotFound) {
 }
 
 TEST(TextPattern, SearchesStringsThroughTheBase) {
-    fxTextPattern* const patterns[] = {new fxSLinearPattern("b.", 0), new fxRegEx("b.")};
-    const int expected[][2] = {{3, 5}, {1, 3}};
-    for (int i = 0; i < 2; ++i) {
-        patterns[i]->take();
+    const struct {
+        fxRef<fxTextPattern> pattern;
         int start, end;
-        patterns[i]->bracket("abcb.", start, end);
-        EXPECT_EQ(start, expected[i][0]);
-        EXPECT_EQ(end, expected[i][1]);
-        EXPECT_EQ(patterns[i]->find("abcb."), start);
-        EXPECT_EQ(patterns[i]->findEnd("abcb."), end);
-        patterns[i]->release();
+    } cases[] = {{fxMake<fxSLinearPattern>("b.", 0U), 3, 5}, {fxMake<fxRegEx>("b."), 1, 3}};
+    for (const auto& c : cases) {
+        int start, end;
+        c.pattern->bracket("abcb.", start, end);
+        EXPECT_TRUE(start == c.start && c.pattern->find("abcb.") == start);
+        EXPECT_TRUE(end == c.end && c.pattern->findEnd("abcb.") == end);
     }
 }
 

@@ -63,7 +63,7 @@ enum Mode { queued = 0, now = 1, urgent = 2, cancelOnly = 7 };
 enum Kind { plain, timer, handler, application };
 enum Side { in, out };
 enum : long { noValue = -1 };
-constexpr unsigned short voidType = 0, intType = 2, textType = 6;  // as fxDT_void and so on
+enum : unsigned short { voidType = 0, intType = 2, textType = 6 };  // as fxDT_void and so on
 constexpr unsigned short types[] = {voidType, intType, textType};
 
 constexpr int slots = 4;  // names for inputs and for outputs; a timer's last output is "tick"
