@@ -2,15 +2,15 @@
 #ifndef FXDS_TESTS_REGEXPMODEL_H
 #define FXDS_TESTS_REGEXPMODEL_H
 
+#include <algorithm>
 #include <cctype>
 #include <cstring>
 #include <functional>
-#include <memory>
 #include <string>
 #include <vector>
 
-/// Parses a pattern into a tree and matches it by recursion, each part being
-/// given what to do after it. As slow as it looks.
+/// Parses a pattern into functions that call one another, each being given what
+/// to do after it. As slow as it looks.
 class RegExpModel {
 public:
     explicit RegExpModel(const std::string& pattern) : at(pattern.c_str()) {
@@ -22,14 +22,10 @@ public:
 
     bool search(const char* subject, const char** startp, const char** endp,
                 size_t offset = 0) const {
-        Match match{subject, startp, endp};
+        const Match match{subject, startp, endp};
         for (const char* from = subject + offset;; ++from) {
             const char* end = nullptr;
-            const bool found = match.run(*root, from, [&](const char* p) {
-                end = p;
-                return true;
-            });
-            if (found) {
+            if (root.run(match, from, [&end](const char* p) { return (end = p) != nullptr; })) {
                 startp[0] = from;
                 endp[0] = end;
                 return true;
@@ -39,104 +35,135 @@ public:
     }
 
 private:
-    struct Part {
-        enum Kind {
-            character,
-            group,
-            sequence,
-            choice,
-            star,
-            plus,
-            optional,
-            begin,
-            end,
-            wordStart,
-            wordEnd
-        };
-        Kind kind;
-        bool canBeEmpty;
-        int number = 0;
-        std::string set = {};  // characters that match; for a single one too
-        bool isComplement = false;
-        std::vector<std::shared_ptr<Part>> parts = {};
+    struct Match {
+        const char* subject;
+        const char** startp;
+        const char** endp;
     };
-    using Ptr = std::shared_ptr<Part>;
-    using Next = std::function<bool(const char*)>;
+    typedef std::function<bool(const char*)> Next;
+    typedef std::function<bool(const Match&, const char*, const Next&)> Run;
+    struct Part {
+        Run run;
+        bool canBeEmpty;
+    };
 
-    static Ptr make(Part::Kind kind, bool canBeEmpty) {
-        return std::make_shared<Part>(Part{kind, canBeEmpty});
-    }
-
-    Ptr fail() {
+    Part fail() {
         valid = false;
         at = "";
-        return make(Part::sequence, true);
+        return {nullptr, true};
     }
 
-    Ptr alternatives() {
-        Ptr result = make(Part::choice, false);
-        for (;;) {
-            Ptr sequence = make(Part::sequence, true);
-            while (*at != 0 && *at != '|' && *at != '\n' && *at != ')') {
-                sequence->parts.push_back(piece());
-                if (!sequence->parts.back()->canBeEmpty) sequence->canBeEmpty = false;
-            }
-            result->parts.push_back(sequence);
-            if (sequence->canBeEmpty) result->canBeEmpty = true;
-            if (*at != '|' && *at != '\n') return result;
+    Part alternatives() {
+        std::vector<Part> all = {sequence()};
+        while (*at == '|' || *at == '\n') {
             ++at;
+            all.push_back(sequence());
         }
+        const auto isEmpty = [](const Part& each) { return each.canBeEmpty; };
+        return {[all](const Match& match, const char* p, const Next& next) {
+                    const auto fits = [&](const Part& each) { return each.run(match, p, next); };
+                    return std::any_of(all.begin(), all.end(), fits);
+                },
+                std::any_of(all.begin(), all.end(), isEmpty)};
+    }
+
+    Part sequence() {
+        Part all = {[](const Match&, const char* p, const Next& next) { return next(p); }, true};
+        while (*at != 0 && *at != '|' && *at != '\n' && *at != ')') {
+            const Part last = piece();
+            const auto both = [first = all.run, second = last.run](
+                                  const Match& match, const char* p, const Next& next) {
+                return first(match, p, [&](const char* q) { return second(match, q, next); });
+            };
+            all = {both, all.canBeEmpty && last.canBeEmpty};
+        }
+        return all;
     }
 
     static bool isOperator(char c) { return c != 0 && std::strchr("*+?", c) != nullptr; }
 
-    Ptr piece() {
-        Ptr operand = atom();
+    // As often as possible, from a place on.
+    static bool repeat(const Run& run, const Match& match, const char* p, const Next& next) {
+        return run(match, p, [&](const char* q) { return repeat(run, match, q, next); }) || next(p);
+    }
+
+    Part piece() {
+        const Part operand = atom();
         if (!isOperator(*at)) return operand;
         const char op = *at++;
-        if (isOperator(*at) || (op != '?' && operand->canBeEmpty)) return fail();
-        Ptr result = op == '*'   ? make(Part::star, true)
-                     : op == '+' ? make(Part::plus, false)
-                                 : make(Part::optional, true);
-        result->parts.push_back(operand);
-        return result;
+        if (isOperator(*at) || (op != '?' && operand.canBeEmpty)) return fail();
+        return {[op, run = operand.run](const Match& match, const char* p, const Next& next) {
+                    if (op == '*') return repeat(run, match, p, next);
+                    if (op == '?') return run(match, p, next) || next(p);
+                    return run(match, p,
+                               [&](const char* q) { return repeat(run, match, q, next); });
+                },
+                op != '+'};
     }
 
-    Ptr atom() {
+    static bool isWord(char c) {
+        return c == '_' || std::isalnum(static_cast<unsigned char>(c)) != 0;
+    }
+
+    static Part place(bool (*isHere)(const char* subject, const char* p)) {
+        return {[isHere](const Match& match, const char* p, const Next& next) {
+                    return isHere(match.subject, p) && next(p);
+                },
+                true};
+    }
+
+    static Part character(const std::string& set, bool isComplement) {
+        return {[=](const Match&, const char* p, const Next& next) {
+                    const bool isMember = set.find(*p) != std::string::npos;
+                    return *p != 0 && isMember != isComplement && next(p + 1);
+                },
+                false};
+    }
+
+    Part atom() {
         const char c = *at++;
         if (isOperator(c)) return fail();
-        if (c == '^') return make(Part::begin, true);
-        if (c == '$') return make(Part::end, true);
+        if (c == '^') return place([](const char* subject, const char* p) { return p == subject; });
+        if (c == '$') return place([](const char*, const char* p) { return *p == 0; });
         if (c == '(') return groupOf(++groups);
         if (c == '[') return setOf();
-        if (c == '\\' && *at == 0) return fail();
-        if (c == '\\' && *at == '<') return ++at, make(Part::wordStart, true);
-        if (c == '\\' && *at == '>') return ++at, make(Part::wordEnd, true);
-        Ptr result = make(Part::character, false);
-        if (c == '.') {
-            result->isComplement = true;
-        } else {
-            result->set = c == '\\' ? *at++ : c;
-        }
-        return result;
+        if (c == '.') return character("", true);
+        if (c != '\\') return character({c}, false);
+        const char named = *at;
+        if (named == 0) return fail();
+        ++at;
+        if (named == '>') return place([](const char*, const char* p) { return !isWord(*p); });
+        if (named != '<') return character({named}, false);
+        return place([](const char* subject, const char* p) {
+            return isWord(*p) && (p == subject || !isWord(p[-1]));
+        });
     }
 
-    Ptr groupOf(int number) {
+    // Groups are set on the way back from success, where still unset.
+    static bool set(const char** positions, int number, const char* p) {
+        if (positions[number] == nullptr) positions[number] = p;
+        return true;
+    }
+
+    Part groupOf(int number) {
         if (number > 9) return fail();
-        Ptr body = alternatives();
+        const Part body = alternatives();
         if (*at != ')') return fail();
         ++at;
-        Ptr result = make(Part::group, body->canBeEmpty);
-        result->number = number;
-        result->parts.push_back(body);
-        return result;
+        return {[=](const Match& match, const char* p, const Next& next) {
+                    const auto close = [&](const char* q) {
+                        return next(q) && set(match.endp, number, q);
+                    };
+                    return body.run(match, p, close) && set(match.startp, number, p);
+                },
+                body.canBeEmpty};
     }
 
     // What comes first is a member, whatever it is; a dash that comes last too.
-    Ptr setOf() {
-        Ptr result = make(Part::character, false);
-        if (*at == '^') result->isComplement = ++at;
-        std::string& set = result->set;
+    Part setOf() {
+        const bool isComplement = *at == '^';
+        at += isComplement;
+        std::string set;
         for (; set.empty() || *at != ']'; ++at) {
             if (*at == 0) return fail();
             if (set.empty() || *at != '-' || at[1] == ']' || at[1] == 0) {
@@ -148,77 +175,13 @@ private:
             for (char c = at[-2]; c != *at;) set += ++c;
         }
         ++at;
-        return result;
+        return character(set, isComplement);
     }
-
-    struct Match {
-        const char* subject;
-        const char** startp;
-        const char** endp;
-
-        static bool isWord(char c) {
-            return c == '_' || std::isalnum(static_cast<unsigned char>(c)) != 0;
-        }
-
-        // Groups are set on the way back from success, where still unset.
-        static bool set(const char** positions, int number, const char* p) {
-            if (positions[number] == nullptr) positions[number] = p;
-            return true;
-        }
-
-        bool run(const Part& part, const char* p, const Next& next) const {
-            switch (part.kind) {
-                case Part::character:
-                    return *p != 0 &&
-                           (part.set.find(*p) != std::string::npos) != part.isComplement &&
-                           next(p + 1);
-                case Part::begin:
-                    return p == subject && next(p);
-                case Part::end:
-                    return *p == 0 && next(p);
-                case Part::wordStart:
-                    return isWord(*p) && !(p > subject && isWord(p[-1])) && next(p);
-                case Part::wordEnd:
-                    return !isWord(*p) && next(p);
-                case Part::sequence:
-                    return sequence(part, 0, p, next);
-                case Part::choice:
-                    for (const Ptr& alternative : part.parts) {
-                        if (run(*alternative, p, next)) return true;
-                    }
-                    return false;
-                case Part::group:
-                    return run(*part.parts[0], p,
-                               [&](const char* q) {
-                                   return next(q) && set(endp, part.number, q);
-                               }) &&
-                           set(startp, part.number, p);
-                case Part::optional:
-                    return run(*part.parts[0], p, next) || next(p);
-                case Part::plus:
-                    return run(*part.parts[0], p,
-                               [&](const char* q) { return star(part, q, next); });
-                default:
-                    return star(part, p, next);
-            }
-        }
-
-        bool sequence(const Part& part, size_t index, const char* p, const Next& next) const {
-            if (index == part.parts.size()) return next(p);
-            return run(*part.parts[index], p,
-                       [&, index](const char* q) { return sequence(part, index + 1, q, next); });
-        }
-
-        bool star(const Part& part, const char* p, const Next& next) const {
-            return run(*part.parts[0], p, [&](const char* q) { return star(part, q, next); }) ||
-                   next(p);
-        }
-    };
 
     const char* at;
     int groups = 0;
     bool valid = true;
-    Ptr root;
+    Part root;
 };
 
 #endif
