@@ -218,7 +218,7 @@ TEST_F(Mqtt, QueuesAreBoundedAndDropWhatIsTold) {
         EXPECT_EQ(sender.dropped, "2");
         EXPECT_FALSE(sender.flow.isBusy());
         EXPECT_EQ(sender.complaints, "out: not connected to 127.0.0.1: Connection refused\n");
-        EXPECT_TRUE(receiver.order.empty() || receiver.order == row.order) << receiver.order;
+        EXPECT_NE(std::string(row.order).find(receiver.order), std::string::npos) << receiver.order;
     }
 }
 

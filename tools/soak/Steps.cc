@@ -251,7 +251,7 @@ void Torturer::changeOutput(Id id) {
         during(nothing, [&] { object.removeOutput(outputNames[place]); });
         return;
     }
-    const int type = place == tickSlot && chance(70) ? voidType : types[below(3)];
+    const int type = place == tickSlot && chance(70) ? int{voidType} : types[below(3)];
     const Id output = model.addOutput(id, place, type);
     note("add output: object, slot, output", id, place, output);
     during(nothing, [&] {
