@@ -353,7 +353,7 @@ template <class T>
 constexpr bool fxXdrIsNamed(std::initializer_list<std::string_view> names) {
     constexpr std::string_view parameter = "T = std::";
     std::string_view name = __PRETTY_FUNCTION__;
-    if (name.find(parameter) == name.npos) return false;
+    if (name.find(parameter) == std::string_view::npos) return false;
     name.remove_prefix(name.find(parameter) + parameter.size());
     if (name.substr(0, 2) == "__" && name.find("::") < name.find('<')) {  // an inline namespace
         name.remove_prefix(name.find("::") + 2);

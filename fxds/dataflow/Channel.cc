@@ -79,10 +79,12 @@ void fxInputChannel::destroy() {
 }
 
 void fxInputChannel::watch() {
+    // NOLINTNEXTLINE(bugprone-narrowing-conversions): an unsigned bit-field
     if (++watchers == 0) fxFatal("too many connections refer to one input");
 }
 
 void fxInputChannel::unwatch() {
+    // NOLINTNEXTLINE(bugprone-narrowing-conversions): an unsigned bit-field
     if (--watchers == 0 && hasEnded != 0) delete this;
 }
 
