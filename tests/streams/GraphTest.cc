@@ -75,6 +75,7 @@ public:
     ForeignWriter(fxStream* out, const Machine& machine_)
         : fxTranscriber(out, false), Base(out), machine(machine_) {}
     using fxBinaryWriter::xdr;
+// NOLINTBEGIN(bugprone-macro-parentheses): the parameter is a type
 #define STORED(Type)                                                                     \
     bool xdr(Type* v, unsigned int n) override {                                         \
         std::vector<Type> copy(v, v + n);                                                \
@@ -92,6 +93,7 @@ public:
         Type* block = static_cast<Type*>(copy.get());                                    \
         return nested([&] { return Base::xdr(&block, n); });                             \
     }
+    // NOLINTEND(bugprone-macro-parentheses)
     STORED(short)
     STORED(unsigned short)
     STORED(int)
