@@ -27,7 +27,7 @@ struct FX_API fxSelectSet {
 /// The main loop. Each poll() calls the pre-select functions, waits until a
 /// handler's descriptor is ready, a timer is due or the time is over, advances
 /// the timers, calls the handlers of what is ready, then the post-select
-/// functions, and last distributes the events that are queued.
+/// functions, and last distributes the events that are queued by then.
 ///
 /// Descriptors 0 to 16383 are served. An open file of the process takes one
 /// whatever it is for, so a program with many of them asks canServe() before it
