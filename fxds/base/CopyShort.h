@@ -5,7 +5,7 @@
 #include <cstddef>
 #include <cstring>
 
-/// As memcpy(), and faster for 8 to 16 bytes, as most names and other short texts have.
+/// memcpy() that is faster for 8 to 16 bytes, the length of most names.
 inline void fxCopyShort(char* to, const char* from, size_t byteCount) {
     if (byteCount - 8 > 8) {
         std::memcpy(to, from, byteCount);

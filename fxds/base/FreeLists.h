@@ -10,9 +10,14 @@
 
 // Freed blocks wait in one list per size class and are handed out again, last
 // in, first out. A queued send makes and frees two small objects; taking them
-// from here instead of the heap halves its cost. Like all objects of the
-// library the lists belong to the loop's thread. Checked builds use the plain
-// heap, so that sanitizers see every use of freed memory.
+// from here instead of the heap halves its cost.
+//
+// Invariants:
+// (1) freeBlocks[i] links blocks of i * granule bytes, each from operator new.
+// (2) Only the loop's thread uses the lists, as it does all objects of the
+//     library.
+// (3) Checked builds use the plain heap, so that sanitizers see every use of
+//     freed memory.
 
 class fxFreeLists {
 public:

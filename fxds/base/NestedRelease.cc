@@ -10,11 +10,14 @@ struct Waiting {
     void (*release)(void*);
 };
 
-// How many targets may end inside one another, each held by the one before.
+// Objects can end inside one another, each held by the one before, and the
+// stack must not overflow. Up to maxNesting of them end recursively. The call
+// at that limit queues the targets of further calls in `waiting` and releases
+// them in a loop.
 constexpr int maxNesting = 128;
 
-// Invariant: `waiting` is not null just while a call at the limit is under way.
-// Counted objects belong to one thread, but which one is the program's choice.
+// Invariant: `waiting` is not null exactly while a call at the limit is under
+// way. Counted objects belong to one thread, but the program chooses which.
 thread_local int nesting = 0;
 thread_local std::vector<Waiting>* waiting = nullptr;
 

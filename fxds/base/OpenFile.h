@@ -1,4 +1,4 @@
-// Opens what is to be read whole. Private to the library.
+// Opens a file that is to be read whole. Private to the library.
 #ifndef FXDS_BASE_OPENFILE_H
 #define FXDS_BASE_OPENFILE_H
 
@@ -9,9 +9,9 @@
 #include <cerrno>
 #include <string>
 
-/// A descriptor for reading the file at `path`; negative, with the reason in errno,
-/// when there is none. Other kinds of files are not opened: reading them might never end, and
-/// opening it may already do something, as letting the writers of a FIFO go on.
+/// Returns a descriptor for reading the file at `path`; negative, with the reason in errno,
+/// when there is none. Only regular files are opened: reading others might never end, and
+/// opening alone can have an effect, such as letting the writers of a FIFO go on.
 inline int fxOpenFile(const std::string& path) {
     if (path.find('\0') != std::string::npos) return errno = EINVAL, -1;
     struct stat status;
@@ -28,7 +28,7 @@ inline int fxOpenFile(const std::string& path) {
     return -1;
 }
 
-/// The path as a fault names it: an empty one shows, too.
+/// The path as a fault shows it: '' for an empty one.
 inline std::string fxShownPath(const std::string& path) { return !path.empty() ? path : "''"; }
 
 #endif

@@ -1,4 +1,4 @@
-// How ints travel: n of them as n longs. Private to the library.
+// Transcription of n ints as n longs. Private to the library.
 #ifndef FXDS_BASE_PACKEDINTS_H
 #define FXDS_BASE_PACKEDINTS_H
 
@@ -12,11 +12,11 @@
 //     4n bytes  the ints, one after the other
 //     4n bytes  zero
 //
-// The longs are staged, so that nothing beside the ints is read or changed.
+// The longs are staged, so that only the ints are read or changed.
 
 /// Transcribes `count` ints through the transcriber's operation for Long, at
-/// most `mostLongs` in one call. `place(first, n)` gives where the n ints from
-/// index `first` on are; null gives up.
+/// most `mostLongs` in one call. `place(first, n)` returns the address of the n
+/// ints from index `first` on, or null to give up.
 template <class Long, class Place>
 bool fxXdrPackedInts(fxTranscriber& transcriber, size_t count, size_t mostLongs, Place place) {
     typedef std::remove_pointer_t<decltype(place(0, 0))> Int;
@@ -43,10 +43,10 @@ bool fxXdrPackedInts(fxTranscriber& transcriber, size_t count, size_t mostLongs,
     return true;
 }
 
-/// The same for ints in one place.
+/// The same for ints at one address.
 template <class Long, class Int>
 bool fxXdrPackedInts(fxTranscriber& transcriber, Int* ints, size_t count, size_t mostLongs) {
-    if (count == 1) {  // most are: a third of the work of the general way
+    if (count == 1) {  // the usual case: a third of the work of the general one
         Long word = 0;
         std::memcpy(&word, ints, sizeof(Int));
         if (!transcriber.xdr(&word, 1)) return false;

@@ -1,4 +1,4 @@
-// Writes to what may have lost its reader. Private to the library.
+// Writes to a pipe or socket whose reader may be gone. Private to the library.
 #ifndef FXDS_BASE_QUIETWRITE_H
 #define FXDS_BASE_QUIETWRITE_H
 
@@ -8,8 +8,8 @@
 #include <csignal>
 #include <ctime>
 
-/// write(), which fails with EPIPE where SIGPIPE would end the program: the signal goes to
-/// this thread alone and is taken away again, unless one was pending before.
+/// A write() that fails with EPIPE instead of ending the program with SIGPIPE: the signal
+/// is blocked in this thread and consumed, unless one was pending before.
 inline ssize_t fxWriteWithoutSignal(int fd, const char* bytes, size_t count) {
     sigset_t pipe;
     sigset_t before;

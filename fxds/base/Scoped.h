@@ -1,11 +1,11 @@
-// A value that a place has for the length of a scope, whichever way that ends.
-// Private to the library.
+// Sets a variable for the duration of a scope, however the scope ends. Private
+// to the library.
 #ifndef FXDS_BASE_SCOPED_H
 #define FXDS_BASE_SCOPED_H
 
 #include <utility>
 
-/// Gives `place` a value and, in the end, the one that it had before.
+/// Sets `place`, and restores its former value in the destructor.
 template <class T>
 class fxScoped {
 public:

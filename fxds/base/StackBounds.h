@@ -1,4 +1,4 @@
-// Where the stack of a thread is.
+// The address range of a thread's stack.
 #ifndef FXDS_BASE_STACKBOUNDS_H
 #define FXDS_BASE_STACKBOUNDS_H
 
@@ -7,7 +7,7 @@
 #include <cstddef>
 #include <cstdint>
 
-/// A range of addresses on a stack; empty where the system does not tell.
+/// A range of addresses on a stack; empty if the system does not report it.
 class fxStackPart {
 public:
     fxStackPart() = default;
@@ -16,8 +16,8 @@ public:
         static thread_local const fxStackPart known = ofThread();
         return known;
     }
-    /// From the end that the stack of this thread grows to, up to the frame; empty when
-    /// that is on no such stack.
+    /// The part of this thread's stack below the frame, from the end that it grows towards.
+    /// Empty when the frame is on no such stack.
     static fxStackPart beneath(const void* frame) {
         fxStackPart part = whole();
         part.bytes = part.holds(frame) ? reinterpret_cast<uintptr_t>(frame) - part.begin : 0;

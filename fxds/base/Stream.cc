@@ -1,6 +1,6 @@
 #include "fxds/Stream.h"
 
-// A stream without a buffer of its own shows an empty window; its users then call
+// A stream without its own buffer shows an empty window; its users then call
 // read() and write().
 
 fxStream::~fxStream() = default;

@@ -5,8 +5,8 @@
 
 #include "fxds/Fatal.h"
 
-// Each sentence says what the user can do about it: take another copy, or a
-// newer program. Details are left to place() and `reason`.
+// Each sentence names the remedy: another copy, or a newer program. place() and
+// `reason` have the details.
 
 std::string fxStreamFault::printable(std::string_view bytes) {
     constexpr size_t longest = 200;

@@ -7,9 +7,9 @@
 #include "fxds/base/PackedInts.h"
 #include "fxds/base/StackBounds.h"
 
-// What needs no stream format. The functions that write and read the header of
-// a stream and choose the transcriber are in streams/StreamHeader.cc, beside the
-// binary format.
+// The part that does not depend on a stream format. The functions that write
+// and read the header of a stream and choose the transcriber are in
+// streams/StreamHeader.cc, beside the binary format.
 
 namespace {
 

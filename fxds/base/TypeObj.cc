@@ -3,9 +3,14 @@
 #include "fxds/Str.h"
 #include "fxds/VoidPtrDict.h"
 
-// Records are built by static initialisers of many source files, in this
-// library and outside. The registry is therefore a plain pointer that needs no
-// initialiser of its own: it is null before the first of them runs.
+// Static initialisers of many source files, inside and outside of this library,
+// build records. The registry is therefore a plain pointer without an
+// initialiser: it is null before the first of them runs.
+//
+// Invariants:
+// (1) knownTypes has one entry per name: the record that was registered last.
+//     Only this one has answersToName set.
+// (2) `first` heads the list of all stand-ins. A stand-in is never removed.
 
 fxVoidPtrDict* fxTypeObj::knownTypes = nullptr;
 const fxTypeStandIn* fxTypeStandIn::first = nullptr;
