@@ -1,4 +1,4 @@
-// A few addresses in memory that may move while it is filled.
+// Addresses in memory that may move while the set is filled.
 #ifndef FXDS_STREAMS_ADDRESSSET_H
 #define FXDS_STREAMS_ADDRESSSET_H
 
@@ -8,14 +8,17 @@
 #include <functional>
 #include <vector>
 
-// They are mostly found in ascending order: a sorted vector then grows at its end.
+// Mostly they are added in ascending order, and a sorted vector then grows at its end.
+//
+// Invariant: `entries` is sorted by address. moved() rotates the entries that it changes to
+// their new position.
 
 class fxAddressSet {
 public:
     struct Entry {
         const void* address;
-        size_t since;  ///< How many places there were when it was added.
-        bool isInner;  ///< Free for the user of the set.
+        size_t since;  ///< Number of places when it was added.
+        bool isInner;  ///< For the user of the set.
     };
 
     /// The entry of the address, or null.
@@ -23,7 +26,7 @@ public:
         const auto place = std::lower_bound(entries.begin(), entries.end(), address, isBefore);
         return place != entries.end() && place->address == address ? &*place : nullptr;
     }
-    /// Adds it, unless its address is there: false then.
+    /// Adds the entry. Returns false if its address is in the set already.
     bool add(const Entry& entry) {
         const auto place =
             std::lower_bound(entries.begin(), entries.end(), entry.address, isBefore);
@@ -31,7 +34,7 @@ public:
         entries.insert(place, entry);
         return true;
     }
-    /// What was at `from` is at `to`.
+    /// Memory that was at `from` is at `to`.
     void moved(const void* from, size_t byteCount, const void* to) {
         const auto first = std::lower_bound(entries.begin(), entries.end(), from, isBefore);
         auto entry = first;
@@ -41,7 +44,7 @@ public:
             if (offset >= byteCount) break;
             entry->address = static_cast<const char*>(to) + offset;
         }
-        // They keep their order among themselves.
+        // The moved entries keep their order among themselves.
         const auto before = std::lower_bound(entries.begin(), first, to, isBefore);
         if (before != first) {
             std::rotate(before, first, entry);
@@ -49,7 +52,7 @@ public:
             std::rotate(first, entry, std::lower_bound(entry, entries.end(), to, isBefore));
         }
     }
-    /// Drops those that were added when there were `places` places or more.
+    /// Drops the entries that were added when there were `places` places or more.
     void forget(size_t places) {
         const auto isLate = [&](const Entry& entry) { return entry.since >= places; };
         entries.erase(std::remove_if(entries.begin(), entries.end(), isLate), entries.end());

@@ -18,23 +18,25 @@
 #include "fxds/streams/RecordReader.h"
 #include "fxds/streams/StreamMarks.h"
 
-// fxRecordReader takes the stream apart into records. This class says what each
-// means: it checks it and calls fxReaderGraph, which holds what has been made.
-// readObject() reads the body of the root, and then bodies and blocks as they
-// come for as long as some number is awaited that the stream has not defined.
+// fxRecordReader takes the stream apart into records. This class checks each one and calls
+// fxReaderGraph, which holds the objects made so far. readObject() reads the body of the root,
+// and then bodies and blocks in the order of the stream while a number is awaited.
 //
-// Everything that a stream says is checked where it is taken in:
+// Everything that a stream claims is checked where it is read:
 // (1) A number is defined once, as the kind of thing that its places want.
-// (2) An object derives from what each place that gets it declares.
-// (3) A block is as long as each of its places needs, and a text ends where its
-//     string does.
-// (4) A part of an object is read once, and only parts that the object itself
-//     inherits can be pointed to.
-// (5) A claimed size only ever limits what is read: memory grows with the bytes
-//     that have arrived, also when many strings name one text.
-// Each function that meets a contradiction answers false through refuse(), which
-// ends the program unless the reader was made to answer. No function may rely on
-// that end: it leaves its objects so that they can be destroyed.
+// (2) An object derives from the type that each place which gets it declares.
+// (3) A block is as long as each of its places needs, and a text ends where its string does.
+// (4) A part of an object is read once. Pointers may lead only to parts that the object inherits.
+// (5) A claimed size is only a limit: memory grows with the bytes that have arrived, also when
+//     many strings name one text.
+// A function that meets a contradiction returns false through refuse(), which ends the program
+// unless the caller asked for a fault. It leaves its objects so that they can be destroyed.
+//
+// Invariants:
+// (6) isBusy is set exactly while a Reading exists. reset(), forgetObjects() and readObject() do
+//     nothing then, so a record's function cannot destroy a graph under construction.
+// (7) `ready` is set only during a reading without conversion of numbers and without trace. Then
+//     helpers enter places in it, which go to the graph before any other place is noted.
 
 using namespace fxRecordFormat;
 using namespace fxStreamMarks;
@@ -223,7 +225,7 @@ void fxBinaryReader::forgetPlaces(size_t count) {
     graph->forgetPlaces(count);
 }
 
-// A pointer that is not plain is for the operation to read.
+// Only the operation reads a pointer that is not plain.
 void fxBinaryReader::setOwner(const void* slot) {
     owner = slot;
     records->ready.lastDeclared = nullptr;
@@ -240,13 +242,13 @@ bool fxBinaryReader::xdrText(fxStr& string, char**, unsigned int byteCount) {
     return graph->noteText(&string, head.id(), byteCount) || refuse(Fault::damaged, formatError);
 }
 
-// Only the object that a body is of answers for it: what it inherits and what it
-// holds is asked, but leaves it without some of its fields.
+// Only the object of a body decides whether its reading succeeded. Its bases and embedded objects
+// are asked too, but cannot forgive a failure that leaves the object without some of its fields.
 fxBool fxBinaryReader::conclude(bool succeeded, fxXDRObj& object, void* address) {
     settle();
     hasFailed |= !succeeded;
     if (address == partUnderWay) {
-        if (!fxIsRootOfPart(object)) return succeeded;  // the object gets this call
+        if (!fxIsRootOfPart(object)) return succeeded;  // the object itself gets this call
         if (succeeded) graph->noteEndOfPart(object);
     } else if (succeeded) {
         graph->noteEnd(object);
@@ -262,8 +264,8 @@ void fxBinaryReader::countsBlock(unsigned int& count) {
     graph->noteCount(&count);
 }
 
-/// Whatever ends the reading of a graph before it is complete, an exception of a
-/// record's function too: all that it made is destroyed, and no more is read.
+/// The scope of one reading. If the graph is not complete at its end, also by an exception of a
+/// record's function, all objects made are destroyed and nothing more is read.
 struct fxBinaryReader::Reading {
     explicit Reading(fxBinaryReader& reader_) : reader(reader_) {
         reader.isBusy = true;
@@ -327,8 +329,7 @@ bool fxBinaryReader::readPrimPointer(void* slot, size_t byteCount) {
     return graph->noteBlock(slot, head.id(), slot == owner) || refuse(Fault::damaged, formatError);
 }
 
-// Reads the record of a block that a place is to get, and checks the two against
-// each other.
+// Reads the record of a block for a place and checks that the two agree.
 bool fxBinaryReader::awaitBlock(size_t byteCount, bool isText) {
     if (byteCount > maxBlockBytes || !fillPastTypes()) return false;
     if ((head.tag != fxTagBlock && head.tag != fxTagBlockAgain) || head.id() == 0 ||
@@ -344,7 +345,7 @@ bool fxBinaryReader::readInstance() { return readDefinition(nullptr); }
 
 // Private functions.
 
-// `root` is the base that the caller asked for, if the object is a root.
+// `root` is the type that the caller of readObject() asked for, if the object is a root.
 [[gnu::always_inline]] inline bool fxBinaryReader::readDefinition(fxTypeObj* root) {
     const bool isGood = (isContents(head.tag) || head.tag == fxTagObject) && head.id() != 0;
     if (!isGood) return refuse(Fault::damaged, baddestNews);
@@ -354,7 +355,7 @@ bool fxBinaryReader::readInstance() { return readDefinition(nullptr); }
     return head.tag == fxTagObject ? readBody(entry, root) : readBlock(entry);
 }
 
-// Reads what is not ready, perhaps from several records.
+// Reads bytes that are not ready, perhaps from several records.
 bool fxBinaryReader::readPieces(char* bytes, size_t byteCount) {
     while (true) {
         const size_t piece = std::min(byteCount, records->left());
@@ -374,7 +375,7 @@ bool fxBinaryReader::readPieces(char* bytes, size_t byteCount) {
     }
 }
 
-// Whether numbers are read as they are, by functions of this class.
+// Whether numbers are read without conversion, by functions of this class.
 bool fxBinaryReader::hasOwnNumbers() const {
     return shorts == fxBinaryReader_shorts && longs == fxBinaryReader_longs &&
            floats == fxBinaryReader_floats && doubles == fxBinaryReader_doubles &&
@@ -392,7 +393,7 @@ bool fxBinaryReader::noRecord() {
     return records->isOfNoTag() && refuse(Fault::damaged, "Whoops!");
 }
 
-// Takes in the places that helpers have read, before any other is.
+// Hands the places that helpers have entered to the graph, before any other place.
 inline bool fxBinaryReader::settle() { return records->ready.placeCount == 0 || takePlaces(); }
 
 bool fxBinaryReader::takePlaces() {
@@ -408,8 +409,8 @@ bool fxBinaryReader::fillPastTypes() {
     return true;
 }
 
-// Data that the body before has left unread is passed over, and of one that made
-// do with what it got before a failure the places, too.
+// Passes over data that the previous body left unread, and over its places too if the object
+// recovered from a failure.
 inline bool fxBinaryReader::nextInstance() {
     const bool isUsual = !hasFailed && !fxStreamTrace::isOn();
     return (isUsual && records->nextDefinition(records->peek())) || passToInstance();
@@ -431,7 +432,7 @@ bool fxBinaryReader::defineType() {
 bool fxBinaryReader::readGraph(fxTypeObj& expected, unsigned int& rootId) {
     const unsigned int awaitedBefore = graph->awaitedCount();
     if (!nextInstance()) return false;
-    // What the last object of the graph before named and did not ask for.
+    // First the numbers that the last object of the previous graph named and did not read.
     while (graph->awaitedCount() > awaitedBefore) {
         if (!readInstance() || !nextInstance()) return false;
     }
@@ -455,14 +456,14 @@ bool fxBinaryReader::readGraph(fxTypeObj& expected, unsigned int& rootId) {
     return true;
 }
 
-// The entry of a text that only strings await; otherwise null.
+// The entry of a text that only strings await; null for any other number.
 inline fxReaderEntry* fxBinaryReader::awaitedText(const ShortBlock& text) {
     if (text.id() == 0) return nullptr;
     fxReaderEntry& entry = graph->at(text.id());
     return entry.isAwaitedText() && text.byteCount() >= entry.least() ? &entry : nullptr;
 }
 
-// As readBlock() does it.
+// Does what readBlock() does, for a short text.
 inline bool fxBinaryReader::readText(fxReaderEntry& entry, const ShortBlock& text) {
     const unsigned int id = text.id();
     const unsigned int byteCount = text.byteCount();
@@ -476,7 +477,7 @@ inline bool fxBinaryReader::readText(fxReaderEntry& entry, const ShortBlock& tex
 }
 
 bool fxBinaryReader::readBlock(fxReaderEntry& entry) {
-    // Not fatal even where faults are.
+    // Not fatal, unlike other faults, when the caller did not ask for a fault.
     if (head.byteCount() > maxBlockBytes)
         return answer != nullptr && refuse(Fault::damaged, formatError);
     if (entry.kind() == fxReaderEntry::awaitedObject) return refuse(Fault::damaged, badNews);
@@ -489,7 +490,7 @@ bool fxBinaryReader::readBlock(fxReaderEntry& entry) {
     Block block;
     if (isAwaited && !entry.isWantedPlain() && byteCount < fxTextChunks::maxText) {
         text = graph->textRoom(byteCount + size_t{1});
-        // As a converter of bytes would do it.
+        // Shortcut for the converter of bytes.
         const bool isTaken = head.tag == fxTagBytes && records->ready.take(text, byteCount);
         if (!isTaken && !converter(*this, text, byteCount)) return false;
         text[byteCount] = '\0';
@@ -497,7 +498,7 @@ bool fxBinaryReader::readBlock(fxReaderEntry& entry) {
         block.reset(readGrowing(converter, byteCount));
         if (block == nullptr) return false;
     }
-    // By a record in between.
+    // A record in between may have defined it.
     if (entry.isDefined()) return refuse(Fault::damaged, baddestNews);
     return graph->defineBlock(id, entry, byteCount, text, block.release()) ||
            refuse(Fault::damaged, formatError);
@@ -536,15 +537,15 @@ fxBinaryReader::Converter* fxBinaryReader::converterOf(unsigned int bodyTag) con
     }
 }
 
-// The entry of the type that the record of an object names; null for none.
+// The entry of the type that the record of an object names, or null.
 fxReaderEntry* fxBinaryReader::typeOfBody() {
     if (head.typeId() == 0) return nullptr;
     fxReaderEntry& entry = graph->at(head.typeId());
     return entry.kind() == fxReaderEntry::type ? &entry : nullptr;
 }
 
-// Several types may share a name. When a place that waits for this body wants
-// one of the name that the stream gives, that is the one, from now on.
+// Several types may share a name. If a place that waits for this body wants another type of the
+// name in the stream, that type is used from now on.
 void fxBinaryReader::chooseNamesake(fxReaderEntry& typeEntry, const fxReaderEntry& entry,
                                     fxTypeObj* root) {
     fxTypeObj& type = typeEntry.record();
@@ -584,7 +585,7 @@ bool fxBinaryReader::readBody(fxReaderEntry& entry, fxTypeObj* root) {
         return refuse(records->hasFailed() ? Fault::ended : Fault::refused, missing);
     }
     complaint.reset();
-    // In a large graph, waiting for memory is what takes most of the time.
+    // In a large graph, waiting for memory takes most of the time.
     graph->findReadyPlaces();
     if (!hasFailed && !graph->isAsNoted()) {
         return refuse(Fault::refused, graph->metLocal() ? local : changed);

@@ -24,10 +24,10 @@ public:
     fxStreamFault first;
 };
 
-// A file, of which one piece is in memory.
+// A file, one piece of which is in memory: [pieceAt, pieceAt + pieceBytes).
 class FileBytes : public fxStreamParts::StreamBytes {
 public:
-    // A negative `fd` has its reason in errno.
+    // `fd` is adopted. If it is negative, errno has the reason.
     explicit FileBytes(int fd_) : fd(fd_) {
         struct stat status;
         if (fd < 0 || fstat(fd, &status) != 0) error = errno;
@@ -51,7 +51,7 @@ public:
     int error = 0;
 
 private:
-    // One that fails is the end.
+    // A read error counts as the end of the file.
     void read(size_t offset) {
         pieceAt = offset;
         pieceBytes = 0;

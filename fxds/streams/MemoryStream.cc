@@ -8,9 +8,14 @@
 
 #include "fxds/detail/Allocate.h"
 
-// The content is [base, end), of which [base, next) was read.
-// The buffer doubles, so that a write costs the same however many came before.
-// It comes from malloc(), because it changes hands.
+// The buffer doubles, so the average cost of a write does not depend on how
+// many came before. It comes from malloc(), because give() hands it out.
+//
+// Invariants, between any two calls:
+// (1) The content is [base, end), of which [base, next) has been read.
+// (2) A stream that writes has base == block, and end - base <= blockBytes <=
+//     limit. A stream that only reads has no block; base points to borrowed
+//     bytes.
 
 namespace {
 
@@ -82,7 +87,7 @@ bool fxMemoryStream::get(void* bytes, size_t byteCount) {
     return true;
 }
 
-// What is written may lie in the buffer, which moves when it grows.
+// `bytes` may lie in the buffer, which moves when it grows.
 bool fxMemoryStream::put(const void* bytes, size_t byteCount) {
     if (!isWriting()) return false;
     if (byteCount == 0) return true;
@@ -95,7 +100,7 @@ bool fxMemoryStream::put(const void* bytes, size_t byteCount) {
     return true;
 }
 
-// Makes room for so many more bytes.
+// Makes room for `byteCount` more bytes.
 bool fxMemoryStream::grow(size_t byteCount) {
     if (length() > limit || byteCount > limit - length()) return false;
     const size_t content = length();

@@ -1,4 +1,4 @@
-// Which parts of an object have a root of their own.
+// Decides which parts of an object have a separate root.
 #ifndef FXDS_STREAMS_PARTROOT_H
 #define FXDS_STREAMS_PARTROOT_H
 
@@ -6,11 +6,13 @@
 
 #include "fxds/XDRObj.h"
 
-// A class with several bases has one fxXDRObj when they share it, or else one for
-// each that brings its own. Its record counts the first as the object's.
+// A class with several bases has one fxXDRObj when they share it, or else one
+// for each base that brings its own. Its record counts the first as the
+// object's.
 
-/// Whether `root`, of a part that an object inherits, is not that of the object,
-/// so that the part gets the call for its own end.
+/// Whether `root`, which belongs to a part that an object inherits, is another
+/// one than the root of the object. The part then gets the call for its own
+/// end.
 inline bool fxIsRootOfPart(fxXDRObj& root) {
     const fxTypeObj* const type = root.getTypeObj();
     if (type == nullptr || type->typeInfo == nullptr || *type->typeInfo != typeid(root)) {

@@ -3,11 +3,11 @@
 #include "fxds/BinaryReader.h"
 #include "fxds/Fatal.h"
 
-// How numbers of machines with other byte orders are read.
+// Conversion of numbers from machines with other byte orders.
 
 namespace {
 
-// Reads, and puts the bytes of each whole group in the given order.
+// Reads bytes and reorders those of each whole group.
 template <size_t... order>
 bool readReordered(fxBinaryReader& reader, void* bytes, size_t byteCount) {
     constexpr size_t size = sizeof...(order);
@@ -54,7 +54,7 @@ bool fxBinaryReader_floatsVAX(fxBinaryReader&, void*, size_t) {
     fxFatal("fxBinaryReader_floatsVAX: not implemented");
 }
 
-// The message is that of the floats.
+// The message names the function for floats.
 bool fxBinaryReader_doublesVAX(fxBinaryReader&, void*, size_t) {
     fxFatal("fxBinaryReader_floatsVAX: not implemented");
 }

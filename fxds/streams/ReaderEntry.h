@@ -1,4 +1,4 @@
-// What the reader knows of one record number.
+// The state of one record number in the reader.
 #ifndef FXDS_STREAMS_READERENTRY_H
 #define FXDS_STREAMS_READERENTRY_H
 
@@ -7,8 +7,13 @@
 #include "fxds/Config.h"
 #include "fxds/TypeObj.h"
 
-/// A number is unknown, then perhaps awaited as an object or as a block, and
-/// then defined, once. There is one entry for each number, so they are small.
+/// Entries are small because there is one for each number.
+///
+/// Invariants:
+/// (1) kind() only moves forward: unknown, perhaps awaited as an object or a block,
+///     defined. A defined number keeps its kind until the numbers are cleared.
+/// (2) kind() decides which members of the unions are valid, as noted at each.
+/// (3) A block whose holder is `table` has an address_ that is null or ours to free.
 class fxReaderEntry {
 public:
     enum Kind : unsigned char {
@@ -35,11 +40,11 @@ public:
         u.awaited = {0, 0};
     }
     ///@{
-    /// Awaited: the place that waits and came first, and what it wants; null for none. Others
-    /// are linked.
+    /// Awaited: the first place that waits, and what it wants; null for none. Further
+    /// places are linked.
     void* firstSlot() const { return isDefined() ? nullptr : address_; }
     unsigned int firstWanted() const { return u.awaited.wanted; }
-    /// Whether one that is linked may want something else.
+    /// Whether a linked place may want something else.
     bool isMixed() const { return isMixed_; }
     void setMixed() { isMixed_ = true; }
     void setFirst(void* slot, unsigned int wanted) {
@@ -48,12 +53,12 @@ public:
     }
     ///@}
     ///@{
-    /// Awaited: the place that was linked last, as its index + 1; 0 for none.
+    /// Awaited: the place that was linked last, as index + 1; 0 for none.
     unsigned int waiting() const { return isDefined() ? 0 : waiting_; }
     void setWaiting(unsigned int place) { waiting_ = place; }
     ///@}
     ///@{
-    /// Awaited block: the length that it must have.
+    /// Awaited block: the minimum length.
     unsigned int least() const { return u.awaited.least; }
     void raiseLeast(unsigned int bytes) { u.awaited.least = std::max(u.awaited.least, bytes); }
     ///@}
@@ -80,8 +85,8 @@ public:
     unsigned int body() const { return body_; }  ///< Object, part: serial number of the body.
 
     ///@{
-    /// Object, awaited or not: whether one place may own it, which nothing else may
-    /// hold then; whether one more may hold it. Parts of objects are not for these.
+    /// Object, awaited or not. claim() returns whether a place may own it, exclusively;
+    /// share() whether one more place may hold it. Neither accepts a part.
     bool claim() {
         const bool isFree = kind_ != part && !isShared_ && !isOwned_;
         isOwned_ |= kind_ != part && !isShared_;
@@ -94,8 +99,8 @@ public:
     ///@}
 
     unsigned int bytes() const { return bytes_; }  ///< Block: its length.
-    /// Block: what copies are made from; null once a pointer field has got it and
-    /// may have freed it.
+    /// Block: the bytes to copy; null once a pointer field has the memory and may have
+    /// freed it.
     const char* source() const {
         return u.text != nullptr || holder == field ? u.text : static_cast<const char*>(address_);
     }
@@ -103,8 +108,8 @@ public:
 private:
     friend class fxReaderNumbers;
 
-    /// Who has the malloc() memory of a block: we, or a pointer field since now
-    /// or since before the caller last had control.
+    /// The owner of the malloc() memory of a block: this table, or a pointer field, since
+    /// the caller last had control or since before that.
     enum Holder : unsigned char { table, fieldSinceNow, field };
 
     Kind kind_ = unknown;

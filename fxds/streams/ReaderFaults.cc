@@ -8,10 +8,9 @@
 #include "fxds/streams/RecordReader.h"
 #include "fxds/streams/StreamMarks.h"
 
-// How the reader handles faults in a stream. A fault is noted or fatal;
-// once it is noted, the records answer as at the end of the stream, so that no
-// operation needs to ask whether there is one. An object that makes do after a failure
-// leaves records unread, which are passed over.
+// Handling of faults in a stream. A fault is noted or fatal. Once one is noted, the records
+// read as at the end of the stream, so that no operation needs to check for it. An object
+// that recovers from a failure leaves records unread, which are passed over.
 
 using namespace fxRecordFormat;
 using namespace fxStreamMarks;
@@ -20,7 +19,7 @@ using namespace fxStreamMarks;
 
 std::string fxBinaryReader::headerComplaint(short shortMark, long longMark,
                                             const char* floatFormat) {
-    // A mark that is unknown is reported by the long mark in both cases.
+    // An unknown mark of either kind is reported with the long mark.
     char hex[20];
     std::snprintf(hex, sizeof hex, "%x", static_cast<unsigned int>(longMark));
     if (shortOrder(static_cast<unsigned short>(shortMark)) == Order::unknown) {
@@ -47,18 +46,18 @@ bool fxBinaryReader::refuse(fxStreamFault::Kind kind, const char* message) {
     fault.end(message);
 }
 
-// Nothing was refused; the graph is left before it is complete.
+// The graph is left incomplete although nothing was refused.
 void fxBinaryReader::noteEnd() {
     if (answer == nullptr || *answer) return;
     *answer = faultHere(records->hasFailed() ? fxStreamFault::ended : fxStreamFault::refused, "");
 }
 
-// What asks for more than there is, when the data of its object ran out before the
-// stream did, is a number that says too much: nothing was cut off.
+// A read that runs past the data of its object before the stream ends is caused by a wrong
+// number in the stream, not by a truncated file.
 fxStreamFault fxBinaryReader::faultHere(fxStreamFault::Kind kind, const char* message) const {
     fxStreamFault fault;
     records->sync();
-    // A class that gives up does so because of the end, when there is one.
+    // If the stream has ended, that is why the class gave up.
     if (complaint != nullptr && kind != fxStreamFault::ended) fault = *complaint;
     if (fault.kind == fxStreamFault::none) fault.kind = kind;
     const bool hasRunOver =
@@ -87,7 +86,7 @@ void fxBinaryReader::trace() const {
                           fxRecordFormat::fieldBytes[head_.tag] > 0 ? head_.id() : 0, className);
 }
 
-// Passes over what the body before has left unread.
+// Passes over data that the previous body left unread.
 bool fxBinaryReader::passToInstance() {
     do {
         if (!fill()) return false;
@@ -98,8 +97,8 @@ bool fxBinaryReader::passToInstance() {
     return true;
 }
 
-// What a place names that no object has asked for is awaited all the same, for
-// its definition is to come.
+// A number that a skipped place names is awaited nevertheless, because its definition
+// follows in the stream.
 void fxBinaryReader::noteMention() {
     if (head.id() == 0) return;
     if (head.tag == fxTagBlock || head.tag == fxTagBlockAgain) {

@@ -9,16 +9,20 @@
 #include "fxds/base/CopyShort.h"
 #include "fxds/detail/Allocate.h"
 
-// The places of a body are filled when its record's function has returned,
-// while the object is in the near cache, and not before, so that a class which
-// gives up a container half read need not clean its pointers.
+// The places of a body are filled when its record's function has returned, while the object
+// is in the near cache, and not before: a class that abandons a half-read container need
+// not clean its pointers.
+//
+// User code runs in records' functions, in deleteInstance() of drop(), in the functions of
+// a container's kind, and in tell(). The reader refuses to start another reading during the
+// first. Before drop() and tell() call any, the state is settled and the lists that they
+// walk are local.
 
 namespace {
 
-// How many bytes a graph may hold in texts and in blocks of one owner. Each has a
-// copy of its own, so that a stream could name a long one very often. One that our
-// writer made names each text once in a graph, unless an object transcribes a
-// string repeatedly.
+// Limits the bytes that a graph may hold in texts and in blocks with one owner. Each place
+// has its own copy, so a stream could name a long one very often. A stream of our writer
+// names each text once in a graph, unless an object transcribes a string repeatedly.
 constexpr size_t freeBytes = size_t{1} << 16;
 constexpr size_t copiesOfEach = 16;
 
@@ -33,7 +37,7 @@ inline void fxReaderGraph::link(fxBinaryReaderItem& item, size_t index, fxReader
     entry.setWaiting(static_cast<unsigned int>(index + 1));
 }
 
-// The same for a place of a body; the first one that waits is kept in the entry.
+// The same for a place of a body. The entry itself keeps the first place that waits.
 inline void fxReaderGraph::wait(fxBinaryReaderItem& item, size_t index, fxReaderEntry& entry) {
     if (entry.waiting() == 0 && entry.firstSlot() == nullptr) {
         entry.setFirst(item.slot, item.wanted);
@@ -42,7 +46,7 @@ inline void fxReaderGraph::wait(fxBinaryReaderItem& item, size_t index, fxReader
     }
 }
 
-// Fills the places that are linked with a number, but for loose ones.
+// Fills the places linked with a number, except the loose ones.
 inline bool fxReaderGraph::fillLinked(unsigned int last, unsigned int id, fxReaderEntry& entry) {
     while (last != 0) {
         fxBinaryReaderItem& item = items[last - 1];
@@ -53,8 +57,8 @@ inline bool fxReaderGraph::fillLinked(unsigned int last, unsigned int id, fxRead
     return true;
 }
 
-// Whether the place may have what its number is defined as; counts the copy. A
-// text must end where its string does, and what a field has got is out of reach.
+// Whether the place may have the object or block of its number; counts the copy. A text
+// must end where its string does. Memory that a field has is out of reach.
 inline bool fxReaderGraph::admits(const fxBinaryReaderItem& item, const fxReaderEntry& entry) {
     if (item.isObject()) {
         follow(entry);
@@ -197,7 +201,7 @@ bool fxReaderGraph::noteHolder(void* slot, unsigned int id, fxTypeObj& declared,
     if (!notePointer(slot, id, declared)) return false;
     void* filled = nullptr;
     std::memcpy(&filled, slot, sizeof filled);
-    if (filled != nullptr) return true;  // at once: for the caller to hold
+    if (filled != nullptr) return true;  // filled at once; the caller holds it
     const auto found = std::find(takes.begin(), takes.end(), take);
     const auto index = static_cast<unsigned int>(found - takes.begin());
     if (found == takes.end()) takes.push_back(take);
@@ -259,7 +263,7 @@ bool fxReaderGraph::isPart(const fxReaderEntry& entry, const void* baseAddress) 
            entry.body() == nextBody() - 1 && entry.address() == baseAddress;
 }
 
-// Takes the marks out of the items that follow the first of them.
+// Removes the marks from the items that follow `first`.
 void fxReaderGraph::takeMarks(size_t first, bool isForgiven) {
     size_t kept = first;
     for (size_t i = first; i < items.size(); ++i) {
@@ -276,8 +280,8 @@ void fxReaderGraph::takeMarks(size_t first, bool isForgiven) {
     hasMarks = false;
 }
 
-// Of an object that makes do without what it points to: empties the containers, and
-// sets the counts of blocks to 0 that do not lie in them.
+// For an object that recovers from a failure: empties its containers, and sets the block
+// counts to 0 that are not in one of them.
 void fxReaderGraph::giveUpBlocks(size_t first) {
     auto emptied = watched.empty(looseWatched, dying);
     for (size_t i = first; i < items.size(); ++i) {
@@ -299,7 +303,7 @@ bool fxReaderGraph::endBody(bool isForgiven) {
     for (size_t i = first; i < items.size(); ++i) {
         if (dying.holds(items[i].slot)) hasLocal = true;
         if (hasLocal) {
-            items.resize(i);  // these are not filled
+            items.resize(i);  // the rest is not filled
             return false;
         }
         fxReaderEntry& entry = at(items[i].id);
@@ -336,7 +340,7 @@ inline bool fxReaderGraph::settle(const fxReadyRecords::Place& place, fxReaderEn
     if (!isPointer) entry.raiseLeast(item.wanted);
     const bool isFirst = entry.waiting() == 0 && entry.firstSlot() == nullptr;
     if (isFirst) entry.setFirst(item.slot, item.wanted);
-    if (isFirst && !isPointer) return true;  // a string need not be emptied again
+    if (isFirst && !isPointer) return true;  // a string needs no item for emptying
     items.push_back(item);
     if (!isFirst) link(items.back(), items.size() - 1, entry);
     return true;
@@ -356,14 +360,14 @@ bool fxReaderGraph::defineBlock(unsigned int id, fxReaderEntry& entry, unsigned 
     blockBytes += length;
     numbers.defineBlock(entry, length, text, adopted);
     const fxBinaryReaderItem first{before.firstSlot(), id, before.firstWanted()};
-    // Most blocks are texts for one string.
+    // Most blocks are the text of one string.
     const bool isFilled = first.slot == nullptr ||
                           (first.isText() && text != nullptr ? fillTextIfAdmitted(first, text)
                                                              : fillIfAdmitted(first, entry));
     return isFilled && (before.waiting() == 0 || fillLinked(before.waiting(), id, entry));
 }
 
-// The first string is filled from the bytes themselves, which are in the near cache.
+// The first string is filled from `bytes`, which are in the near cache.
 bool fxReaderGraph::defineText(unsigned int id, fxReaderEntry& entry, unsigned int length,
                                const char* text, const char* bytes) {
     const fxReaderEntry before = entry;
@@ -379,8 +383,8 @@ bool fxReaderGraph::completes(const fxReaderEntry& root) {
     for (size_t i = 0; i < looseCount; ++i) {
         if (!admits(items[i], at(items[i].id))) return false;
     }
-    // In an orderly graph all bodies are reached. To walk it all the same would be 12 %
-    // of loading one of 100,000 nodes (210 instead of 187 million instructions).
+    // In an orderly graph all bodies are reached. Walking it nevertheless would be 12 % of
+    // loading one of 100,000 nodes (210 instead of 187 million instructions).
     return isOrderly || reach(root);
 }
 
@@ -419,7 +423,7 @@ void fxReaderGraph::tell(fxTranscriber& transcriber) {
     }
 }
 
-// Destructors may do anything, so that everything is detached first.
+// Destructors may do anything, so all state is detached first.
 void fxReaderGraph::drop() {
     ready.placeCount = 0;
     const size_t filled = isBodyOpen ? bodies.back().firstItem : items.size();
@@ -471,7 +475,7 @@ void fxReaderGraph::forgetObjects() {
 
 // Private functions.
 
-// Whether the entry is defined, and is not of a body that may still be dropped.
+// Whether the entry is defined, and not part of a body that may still be dropped.
 bool fxReaderGraph::isHandedOut(const fxReaderEntry& entry) {
     if (entry.kind() == fxReaderEntry::block) return true;
     return entry.isObject() && entry.body() < firstBody && orphanOf(entry.body()) == nullptr;
@@ -495,7 +499,7 @@ bool fxReaderGraph::fillAtOnce(const fxBinaryReaderItem& item) {
     return true;
 }
 
-// Makes a pointer null again. A linked one is null.
+// Sets a pointer to null again. A linked one is null already.
 void fxReaderGraph::empty(const fxBinaryReaderItem& item) {
     if (item.isText() || item.isMark()) return;
     void* value = nullptr;
@@ -504,11 +508,11 @@ void fxReaderGraph::empty(const fxBinaryReaderItem& item) {
     setPointer(item.slot, nullptr);
 }
 
-// Goes from the root and the loose places to all that they lead to; notes the
-// orphans among it, and the blocks that pointers there have got. False when the
-// place of an orphan cannot be filled.
+// Walks from the root and the loose places to everything reachable. Collects the reached
+// orphans, and the blocks that reached pointers have got. Returns false when a place of an
+// orphan cannot be filled.
 bool fxReaderGraph::reach(const fxReaderEntry& root) {
-    std::vector<unsigned int> found;  // and not yet gone on from
+    std::vector<unsigned int> found;  // and not walked yet
     const auto follow = [&](const fxReaderEntry& entry) {
         const bool isNew = entry.body() >= firstBody;
         Orphan* const orphan = isNew ? nullptr : orphanOf(entry.body());
@@ -541,11 +545,11 @@ bool fxReaderGraph::reach(const fxReaderEntry& root) {
     return true;
 }
 
-// Makes orphans of the bodies that were not reached; those are not told now.
+// Turns the unreached bodies into orphans. Their objects are not called now.
 void fxReaderGraph::leaveOrphans() {
     std::vector<Concluded> told;
     auto next = concludedOnes.begin();
-    // Those that were read outside of bodies come first.
+    // Those read outside of bodies come first.
     while (next != concludedOnes.end() && next->body - firstBody >= bodies.size()) {
         told.push_back(*next++);
     }
@@ -558,7 +562,7 @@ void fxReaderGraph::leaveOrphans() {
         }
         if (orphan.body.isReached) continue;
         for (size_t i = orphan.body.firstItem; i < endOfItems(body); ++i) {
-            if (items[i].isText()) continue;  // a string keeps its text, which is its own
+            if (items[i].isText()) continue;  // a string keeps its own text
             empty(items[i]);
             orphan.items.push_back(items[i]);
         }
@@ -567,7 +571,7 @@ void fxReaderGraph::leaveOrphans() {
     concludedOnes.swap(told);
 }
 
-// Lets the orphans go that are part of the graph now. They are told first.
+// Removes the orphans that have become part of the graph. Their objects are called first.
 void fxReaderGraph::adopt() {
     std::sort(reachedOrphans.begin(), reachedOrphans.end());
     std::vector<Concluded> told;

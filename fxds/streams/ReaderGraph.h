@@ -1,4 +1,4 @@
-// The objects that a reader has made, and the places that it is to fill.
+// The objects that a reader has made, and the places that it fills.
 #ifndef FXDS_STREAMS_READERGRAPH_H
 #define FXDS_STREAMS_READERGRAPH_H
 
@@ -15,9 +15,9 @@
 
 class fxXDRObj;
 
-/// A place to fill: a pointer field, or a string that waits for its text. There
-/// are as many as the graph has pointers, so they are small. Or, while a body is
-/// open, a mark of something else that may move or be given up like a place.
+/// A place to fill: a pointer field, or a string that waits for its text. Items are small
+/// because there are as many as the graph has pointers. While a body is open, an item can
+/// also be a *mark* of something else that may move or be dropped like a place.
 struct fxBinaryReaderItem {
     static constexpr unsigned int objectMark = 0x80000000;    ///< See `wanted`.
     static constexpr unsigned int holderMark = 0xFFFFFFFB;    ///< See `wanted`.
@@ -30,7 +30,7 @@ struct fxBinaryReaderItem {
     bool isObject() const { return wanted >= objectMark && wanted < holderMark; }
     bool isText() const { return wanted < objectMark && wanted != 0; }  ///< For a text.
     bool isOwnBlock() const { return wanted == ownBlockMark; }          ///< For a block of its own.
-    bool isMark() const { return wanted >= holderMark && !isOwnBlock(); }  ///< For nothing.
+    bool isMark() const { return wanted >= holderMark && !isOwnBlock(); }  ///< Not a place.
 
     void* slot;           ///< Address of the pointer, or the fxStr. Of a mark: the part, the
                           ///< count of a block, the fxXDRObj whose xdrSuccess() is called, or the
@@ -45,11 +45,10 @@ struct fxBinaryReaderItem {
                           ///< a mark, which.
 };
 
-/// An object whose record's function reads or has read its fields is a *body*.
-/// While the function runs, the places in the body are only noted. When it has
-/// returned, each is filled or linked with what it waits for, and what is linked
-/// is filled as soon as that is defined. The program's own places, outside of
-/// any body, are *loose* and wait for commit().
+/// An object whose record's function reads or has read its fields is a *body*. While the
+/// function runs, the places in the body are only noted. When it has returned, each place
+/// is filled, or linked with its number and filled as soon as that is defined. Places
+/// outside of any body belong to the program; they are *loose* and wait for commit().
 ///
 ///     bodies   | root         | second   | third ...      object, type, first item
 ///     items    | . . . . . .  | . .      | . . . .        place, number, what it wants
@@ -58,16 +57,22 @@ struct fxBinaryReaderItem {
 /// (1) A pointer in a body is null, or it leads to the object or block of the
 ///     number that it was noted with, or to a copy of that block, which it owns.
 ///     It is null exactly while that number is awaited: then the first place is
-///     kept in the number's entry, and the items of others are linked with it.
+///     kept in the number's entry, and the items of the others are linked.
 ///     Strings own their texts; one whose place is the first may have no item.
 /// (2) Loose places are empty.
 /// (3) The items of bodies[i] begin at its firstItem and end where those of the
 ///     next body begin. Those before the first body are loose.
-/// (4) So each body can be destroyed on its own once the pointers in the items
-///     are set to null again, which drop() does.
+/// (4) So each body can be destroyed separately once the pointers in the items are set to
+///     null again, which drop() does.
+/// (5) Orphans are bodies of earlier graphs that nothing refers to. Their pointers are
+///     null. They become part of the first graph that refers to them. `orphans` is sorted
+///     by serial number.
+/// (6) bodies[i] has the serial number firstBody + i. Serial numbers are not reused before
+///     reset().
+/// (7) `awaited` is the number of entries that are awaited as an object or block.
+/// (8) Marks are among the items of the open body or among the loose ones, and hasMarks is
+///     set if there are any: endBody() and beginGraph() remove them.
 /// Between two graphs there are no bodies and no items but loose ones.
-/// (5) Orphans are bodies of earlier graphs that nothing led to. Their pointers
-///     are null. They become part of the graph that leads to them.
 class fxReaderGraph {
 public:
     fxReaderGraph(fxBinaryOTDict& farIndices, fxRecordReader& recordReader)
@@ -88,29 +93,30 @@ public:
         ++awaited;
     }
     ///@{
-    /// The same for a place; whether what the number denotes suits it: a pointer to
-    /// an object, a block of at least so many bytes, for a string or a pointer.
+    /// The same for a place. Returns whether the object or block of the number suits it:
+    /// for a pointer to an object, the type; for a pointer or a string, at least so many
+    /// bytes.
     bool awaitObject(fxReaderEntry& entry, const fxTypeObj& declared);
     bool awaitBlock(fxReaderEntry& entry, unsigned int least, bool isText);
     ///@}
-    /// Takes in the places that helpers have entered in the list of what is ready, which
-    /// comes before whatever else has to do with places. False when one does not suit its
-    /// number; it and those behind it are forgotten. takesPointer() says which kind it was.
+    /// Hands the places that helpers have entered in the ready list to the graph, before
+    /// any other operation on places. Returns false when one does not suit its number; it
+    /// and those behind it are forgotten. takesPointer() returns whether it was a pointer.
     bool takeReadyPlaces();
     bool takesPointer() const { return isBadPointer; }
-    /// The same, for a number that no place is to get.
+    /// The same for a number that no place gets.
     void awaitInVain(fxReaderEntry& entry, fxReaderEntry::Kind kind);
-    /// How many numbers are awaited and not defined.
+    /// The number of awaited entries.
     unsigned int awaitedCount() const { return awaited; }
 
     ///@{
-    /// Notes an empty place: a pointer to an object, one that holds its object by
-    /// `take(object)` once the graph has succeeded, a pointer to a block, which
-    /// may get one of its own, or a string that is to get a text of `lengthBytes`
-    /// with its terminator. Its number is awaited or defined as what suits the place. Outside of
-    /// readings, what is handed out already is filled in at once. False when what
-    /// is handed out, or was defined, does not serve the place; so are the results
-    /// of endBody(), defineBlock() and completes(), after which drop() is due.
+    /// Notes an empty place: a pointer to an object; a pointer that holds its object by
+    /// `take(object)` once the graph has succeeded; a pointer to a block, which may get a
+    /// separate one; or a string that gets a text of `lengthBytes` with its terminator.
+    /// Requires: its number is awaited, or defined as something that suits the place.
+    /// Outside of readings, a place whose object was handed out already is filled at once.
+    /// Returns false when the object or block does not serve the place. The same holds for
+    /// endBody(), defineBlock() and completes(). drop() must follow.
     bool notePointer(void* slot, unsigned int id, fxTypeObj& declared) {
         if (&declared != ready.lastDeclared) chooseType(declared);
         return note({slot, id, ready.mark});
@@ -125,15 +131,16 @@ public:
     ///@}
 
     ///@{
-    /// Of the body or, outside of bodies, of the loose places; see fxTranscriber.
+    /// Concern the places of the body or, outside of bodies, the loose ones; see
+    /// fxTranscriber.
     size_t placesNoted() const { return items.size() + ready.placeCount; }
     void forgetPlaces(size_t count);
     void placesMoved(const void* from, size_t byteCount, void* to, size_t firstMoved);
     void watch(void* container, const fxTranscriber::Container& kind, size_t before) {
         watched.add(container, kind, before, items.size());
     }
-    /// Whether the containers of the body or, outside of bodies, the loose ones
-    /// are as they were when they were read.
+    /// Whether the containers of the body or, outside of bodies, the loose ones are
+    /// unchanged since they were read.
     bool isAsNoted() {
         if (watched.isEmpty()) return true;
         const size_t first = isBodyOpen ? looseWatched : 0;
@@ -143,14 +150,14 @@ public:
     }
     ///@}
 
-    /// Links the loose places, before the first body is read. Places of bodies that are
-    /// in `frames` are gone when a body ends.
+    /// Links the loose places, before the first body is read. Places of bodies that are in
+    /// `frames` cease to exist when a body ends.
     void beginGraph(fxStackPart frames);
-    /// Whether there was such a place or container, which is why endBody() or
-    /// isAsNoted() answered false.
+    /// Whether endBody() or isAsNoted() returned false because of such a place or
+    /// container.
     bool metLocal() const { return hasLocal; }
-    /// Calls `use(type)` for what each linked place is declared with until it
-    /// returns false; whether it never did.
+    /// Calls `use(type)` with the declared type of each waiting place until it returns
+    /// false. Returns whether it never did.
     template <class Use>
     bool eachWanted(const fxReaderEntry& awaitedObject, Use use) const {
         for (unsigned int i = awaitedObject.waiting(); i != 0; i = items[i - 1].id) {
@@ -159,51 +166,51 @@ public:
         return awaitedObject.firstSlot() == nullptr || use(typeOf(awaitedObject.firstWanted()));
     }
 
-    /// Whether places wait, and each is known to be declared with just this type.
+    /// Whether places wait, and all of them are known to be declared with this type.
     bool isWantedAs(const fxReaderEntry& awaitedObject, const fxTypeObj& type) const {
         return awaitedObject.firstSlot() != nullptr && !awaitedObject.isMixed() &&
                &typeOf(awaitedObject.firstWanted()) == &type;
     }
 
-    /// Takes the object for the one place that may own it; false when another has
-    /// it, or when it was handed out by an earlier graph.
+    /// Claims the object for the one place that may own it. Returns false when it has
+    /// another owner, or when an earlier graph handed it out.
     bool claim(fxReaderEntry& entry);
 
     bool isInBody() const { return isBodyOpen; }
-    /// Finds the entries of the places that helpers have entered, for endBody(), and asks
-    /// for their memory. By force in line: the compiler leaves out calls of functions that
-    /// only do this.
+    /// Finds the entries of the places that helpers have entered, for endBody(), and
+    /// prefetches their memory. Forced inline: the compiler drops calls of functions that
+    /// only prefetch.
     [[gnu::always_inline]] void findReadyPlaces() {
         for (unsigned int i = 0; i < ready.placeCount; ++i) {
             readyEntries[i] = &at(ready.places[i].id);
             __builtin_prefetch(readyEntries[i], 1);
         }
     }
-    /// The same for the places that wait for it.
+    /// Prefetches the places that wait for the entry.
     [[gnu::always_inline]] void fetchPlaces(const fxReaderEntry& entry) const {
         __builtin_prefetch(entry.firstSlot(), 1);
         if (entry.waiting() != 0) __builtin_prefetch(&items[entry.waiting() - 1], 1);
     }
-    /// What follows belongs to the body of an object of the type.
+    /// Begins the body of an object of the type. Items that follow belong to it.
     void beginBody(fxTypeObj& type);
-    /// The object has been made; the places that wait for it are filled.
+    /// The object has been made: fills the places that wait for it.
     void defineObject(unsigned int id, fxReaderEntry& entry, void* object);
-    /// Defines a part of the object, or of one that is embedded in it, when
-    /// `derived` is the latter; null for a part at the address of either. False when the address is
-    /// that of a part already.
+    /// Defines a part of the object, or of one that is embedded in it when `derived` is the
+    /// latter; null for a part at the address of either. Returns false when the address is
+    /// that of another part already.
     bool definePart(fxReaderEntry& entry, fxTypeObj& base, void* derived, void* baseAddress);
     /// Defines a part whose fields are passed over.
     void definePassedPart(fxReaderEntry& entry);
-    /// Whether the address is the part that has the number.
+    /// Whether the part with this number is at the address.
     bool isPart(const fxReaderEntry& entry, const void* baseAddress) const;
     ///@{
-    /// Marks of the body or, outside of bodies, of what is loose: an object that is
-    /// told of success, when nothing that it was read with is given up; and the
-    /// count of a block, which is set to 0 when the object makes do without.
+    /// Adds a mark to the body or, outside of bodies, to the loose items: noteEnd() for an
+    /// object whose xdrSuccess() is called unless its data is dropped; noteCount() for the
+    /// count of a block, which is set to 0 when the object recovers without the block.
     void noteEnd(fxXDRObj& object) { mark(&object, fxBinaryReaderItem::endMark); }
     void noteCount(unsigned int* count) { mark(count, fxBinaryReaderItem::countMark); }
     ///@}
-    /// The same for the root of a part, which several parts may share: once.
+    /// The same for the root of a part. Several parts may share a root; it is noted once.
     void noteEndOfPart(fxXDRObj& root) {
         if (roots.add({&root, items.size(), false})) noteEnd(root);
     }
@@ -211,8 +218,8 @@ public:
     bool isBodyOf(const void* address) const {
         return isBodyOpen && bodies.back().address == address;
     }
-    /// Ends the body and fills or links its places, or forgets those of an object
-    /// that makes do with what it got before a failure. findReadyPlaces() comes before.
+    /// Ends the body and fills or links its places, or drops those of an object that
+    /// recovers from a failure. Requires: findReadyPlaces() was called.
     bool endBody(bool isForgiven);
 
     /// Room for a text that only strings await.
@@ -225,31 +232,31 @@ public:
                     const char* bytes);
 
     ///@{
-    /// Ends a graph whose numbers are all defined. completes() says whether every
-    /// place can be filled; if so, commit() fills the loose ones, and hands out
-    /// what these and the root lead to. Then tell() has the holders hold their objects,
-    /// and calls the objects, in the order in which they were made.
+    /// Ends a graph whose numbers are all defined. completes() returns whether every place
+    /// can be filled; if so, commit() fills the loose ones and hands out everything that
+    /// these and the root refer to. Then tell() lets the holders hold their objects and
+    /// calls xdrSuccess(), in the order in which the objects were made.
     bool completes(const fxReaderEntry& root);
     void commit();
     void tell(fxTranscriber& transcriber);
     ///@}
 
-    void drop();   ///< Destroys all that was not handed out, and forgets the loose places.
+    void drop();   ///< Destroys all objects that were not handed out, and forgets the loose places.
     void reset();  ///< Forgets the numbers, too.
-    /// The same but for those of types.
+    /// The same, but keeps the numbers of types.
     void forgetObjects();
 
 private:
     struct Body {
-        void* address;  // null until it is made
+        void* address;  // null until the object is made
         fxTypeObj* type;
         unsigned int firstItem;
         bool isReached;
     };
     struct Concluded {
-        void* what;         // an fxXDRObj to tell, or a pointer that is to hold its object
+        void* what;         // an fxXDRObj to call, or a pointer that is to hold its object
         unsigned int body;  // serial number
-        unsigned int take;  // by what it holds, as an index + 1; 0 for an fxXDRObj
+        unsigned int take;  // index in `takes` + 1; 0 for an fxXDRObj
     };
     struct Orphan {
         Body body;
@@ -283,7 +290,7 @@ private:
     [[gnu::noinline]] bool settleUnusual(const fxReadyRecords::Place& place, fxReaderEntry& entry);
     bool fillLinked(unsigned int last, unsigned int id, fxReaderEntry& entry);
     void follow(const fxReaderEntry& entry) {
-        // A body that was left over may be handed out now.
+        // A body that an earlier graph left over may be handed out now.
         isOrderly &= entry.body() >= firstBody || orphans.empty();
     }
     bool admits(const fxBinaryReaderItem& item, const fxReaderEntry& entry);
@@ -310,14 +317,14 @@ private:
     fxReadyRecords& ready;
     unsigned int awaited = 0;  // numbers
     bool isBodyOpen = false;
-    bool isOrderly = true;       // a place noted earlier leads to each of the bodies
+    bool isOrderly = true;       // an earlier place refers to each of the bodies
     unsigned int firstBody = 0;  // serial number of bodies[0]
     size_t blockBytes = 0;       // of all blocks of the stream
     size_t copiedBytes = 0;      // of the copies in this graph
     size_t looseCount = 0;
     fxChunkList<Body> bodies;
     fxChunkList<fxBinaryReaderItem> items;
-    std::vector<fxReaderEntry*> blocks;         // that pointers were filled with
+    std::vector<fxReaderEntry*> blocks;         // in places that were filled
     std::vector<fxReaderEntry*> reachedBlocks;  // of a graph that completes: those to give
     std::vector<unsigned int> reachedOrphans;   // likewise: serial numbers, to be adopted
     std::vector<Concluded> concludedOnes;
@@ -326,14 +333,14 @@ private:
     fxStackPart dying;                   // where no place may be when a body has ended
     bool hasLocal = false;               // there was one
     fxAddressSet parts;                  // of the open body
-    fxAddressSet roots;                  // of these: those that are told
+    fxAddressSet roots;                  // roots of these that have a mark
     bool hasMarks = false;               // among the items of the open body or the loose ones
     std::vector<Orphan> orphans;         // by serial number; adopted ones have no address
     size_t adoptedCount = 0;             // how many of these
-    std::vector<void (*)(void*)> takes;  // by which objects are held; not many
-    std::vector<fxTypeObj*> types;       // that places are declared with; not many
+    std::vector<void (*)(void*)> takes;  // functions by which objects are held; few
+    std::vector<fxTypeObj*> types;       // declared types of places; few
     bool isBadPointer = false;           // see takesPointer()
-    fxReaderEntry* readyEntries[fxReadyRecords::mostPlaces];  // by findReadyPlaces()
+    fxReaderEntry* readyEntries[fxReadyRecords::mostPlaces];  // set by findReadyPlaces()
 };
 
 #endif

@@ -1,4 +1,4 @@
-// The record numbers that the reader has met, and the blocks that they denote.
+// The record numbers that the reader has met, and their blocks.
 #ifndef FXDS_STREAMS_READERNUMBERS_H
 #define FXDS_STREAMS_READERNUMBERS_H
 
@@ -17,12 +17,18 @@
 #include "fxds/streams/ReaderEntry.h"
 #include "fxds/streams/TextChunks.h"
 
-/// The entries. Numbers run from 1 on in the streams of our writer, so that most
-/// are in one array, indexed by number. It grows only in proportion to the
-/// number of records with numbers that were read; a number far beyond it gets an
-/// entry of its own, which the dictionary finds. Once there is one of those,
-/// later numbers beyond the array follow it. Types that outlive the objects have
-/// such entries, too.
+/// The table of entries. Streams of our writer number from 1 on, so most entries are in an
+/// array indexed by number. The array grows only in proportion to the records with numbers
+/// read so far; a number far beyond it gets a separate entry, which the dictionary finds.
+///
+/// Invariants, between any two calls:
+/// (1) A number has at most one entry: near[number - first], or *farOnes[i - 1] where `far`
+///     maps the number to i. Once a number beyond `near` has a far entry, mayGrow is false
+///     and `near` does not grow; types that outlive their objects have far entries and
+///     numbers below `first`.
+/// (2) Entries do not move: a reference is good until clear().
+/// (3) blocksHeld is the number of blocks whose malloc() memory the table frees.
+/// (4) `given` contains each block whose holder is fieldSinceNow.
 class fxReaderNumbers {
 public:
     explicit fxReaderNumbers(fxBinaryOTDict& farIndices) : far(farIndices) {}
@@ -30,8 +36,8 @@ public:
     fxReaderNumbers& operator=(const fxReaderNumbers&) = delete;
     ~fxReaderNumbers() { clear(); }
 
-    /// The entry of the number, made if need be; `records` is how many records
-    /// with numbers were read. View: good until clear().
+    /// The entry of the number, made on demand; `records` is the number of records with
+    /// numbers read so far. View: good until clear().
     [[gnu::always_inline]] fxReaderEntry& at(unsigned int id, size_t records) {
         const size_t index = size_t{id} - first;  // huge for lower ones
         return index < near.size() ? near[index] : make(id, records);
@@ -40,7 +46,7 @@ public:
     /// Room for a short text, kept until clear().
     char* textRoom(size_t bytes) { return texts.add(bytes); }
 
-    /// Defines a block of `length` bytes, which is in `text`, in room of ours, or
+    /// Defines a block of `length` bytes, either in `text`, which is room of this table, or
     /// in the malloc() memory `adopted`.
     void defineBlock(fxReaderEntry& entry, unsigned int length, const char* text, void* adopted) {
         entry.kind_ = fxReaderEntry::block;
@@ -49,8 +55,8 @@ public:
         entry.address_ = adopted;
         blocksHeld += adopted != nullptr;
     }
-    /// The malloc() memory of a block, with a zero behind its bytes: for the
-    /// pointer fields, which share it.
+    /// The malloc() memory of a block with a zero behind its bytes, for the pointer fields
+    /// that share it.
     void* memoryOf(fxReaderEntry& block) {
         if (block.address_ == nullptr || block.isOwned_) {
             block.address_ = copyOf(block);
@@ -61,8 +67,8 @@ public:
         block.isShared_ = true;
         return block.address_;
     }
-    /// Memory for one pointer field alone: that of the block, if nothing else has
-    /// it, or else a copy; null when the bytes are not ours to look at any more.
+    /// Memory for one pointer field alone: that of the block if it has no other user, or
+    /// else a copy; null when the bytes may have been freed.
     void* takeMemoryOf(fxReaderEntry& block) {
         if (block.source() == nullptr) return nullptr;
         const bool isFree =
@@ -72,7 +78,7 @@ public:
         give(block);
         return block.address_;
     }
-    /// Takes such memory back.
+    /// Takes back memory that takeMemoryOf() returned.
     void takeBack(fxReaderEntry& block, void* memory) {
         if (block.kind_ == fxReaderEntry::block && block.isOwned_ && block.address_ == memory) {
             block.isOwned_ = false;
@@ -82,14 +88,14 @@ public:
             std::free(memory);
         }
     }
-    /// Tells that a pointer field has got the block now.
+    /// Records that a pointer field has the block now.
     void give(fxReaderEntry& block) {
         if (block.holder != fxReaderEntry::table) return;
         --blocksHeld;
         block.holder = fxReaderEntry::fieldSinceNow;
         given.push_back(&block);
     }
-    /// Tells that the caller gets control, and may free what was given.
+    /// Records that the caller gets control, and may free what was given.
     void endPeriod() {
         for (fxReaderEntry* block : given) {
             if (block->holder == fxReaderEntry::fieldSinceNow) block->holder = fxReaderEntry::field;
@@ -102,7 +108,7 @@ public:
         typeIds.push_back(id);
     }
 
-    /// Forgets every entry and frees the blocks that were not given away.
+    /// Forgets all entries and frees the blocks that were not given away.
     void clear() {
         if (blocksHeld > 0) {
             for (size_t i = 0; i < near.size(); ++i) release(near[i]);
@@ -121,8 +127,8 @@ public:
         typeIds.clear();
         while (const void* key = firstFar()) far.remove(key);
     }
-    /// The same for all but the types. Later numbers are expected to be higher, so
-    /// that what this and they cost does not depend on those before.
+    /// The same for all entries except types. Later numbers are expected to be higher, so
+    /// that the cost of this call and of later ones does not depend on earlier graphs.
     void clearObjects(size_t records) {
         std::vector<unsigned int> ids;
         ids.swap(typeIds);
@@ -147,8 +153,8 @@ private:
         mayGrow = false;
         return makeFar(id);
     }
-    // Some numbers before the first one that shows up may follow it; the types,
-    // which are kept apart, come before.
+    // The array begins up to `step` numbers before the first one that is met, but behind
+    // the types, which have far entries.
     void place(unsigned int id) {
         first = id - std::min<size_t>(id, step);
         for (const unsigned int type : typeIds) first = std::max(first, type + size_t{1});
@@ -161,7 +167,7 @@ private:
         far[keyOf(id)] = farOnes.size();
         return *farOnes.back();
     }
-    // With a zero behind the bytes.
+    // Copies with a zero behind the bytes.
     static void* copyOf(const fxReaderEntry& block) {
         void* const copy = fxNewBlock(block.bytes_ + size_t{1});
         std::memcpy(copy, block.source(), block.bytes_ + size_t{1});
@@ -184,10 +190,10 @@ private:
     fxChunkList<fxReaderEntry, step> near;
     size_t first = 0;          // the number of near[0]; unplaced until there is one
     size_t recordsBefore = 0;  // how many records with numbers came before that
-    bool mayGrow = true;       // `near`: there are no far ones beyond it
+    bool mayGrow = true;       // `near`: no far entry is beyond it
     std::vector<unsigned int> typeIds;
     std::vector<std::unique_ptr<fxReaderEntry>> farOnes;
-    std::vector<fxReaderEntry*> given;  // those with a fieldSinceNow
+    std::vector<fxReaderEntry*> given;  // see (4)
     fxTextChunks texts;
     size_t blocksHeld = 0;  // how many `address_` are ours to free
 };

@@ -1,4 +1,4 @@
-// The layout of the records of a binary stream, for all that take streams apart.
+// The layout of the records of a binary stream, for every tool that takes one apart.
 #ifndef FXDS_STREAMS_RECORDFORMAT_H
 #define FXDS_STREAMS_RECORDFORMAT_H
 
@@ -7,7 +7,7 @@
 
 #include "fxds/BinaryTranscriber.h"
 
-// A record, all numbers with the least significant byte first:
+// A record. All numbers have the least significant byte first:
 //
 //     1 byte     tag in the low 6 bits, size of the length in the high 2
 //     0 1 2 4    length of the payload; absent when there is none
@@ -15,9 +15,9 @@
 //     n + 1      name and zero byte, tag 2 only
 //     length     payload
 //
-// The head is what precedes the name and the payload. Everything here is
-// header-only and fails by its result, so that tools which must survive damaged
-// streams share it with the reader.
+// The *head* is the part before the name and the payload. Everything here is header-only
+// and reports failure by its result, so that tools which must survive damaged streams share
+// it with the reader.
 
 namespace fxRecordFormat {
 
@@ -29,7 +29,7 @@ inline constexpr unsigned char fieldBytes[] = {0, 0, 4, 8, 4, 8, 8, 8, 8, 8, 12,
 /// Tags from here on do not exist.
 inline constexpr unsigned int tagCount = sizeof fieldBytes;
 
-/// What docs/stream-format.md calls a tag; "" for one that does not exist.
+/// The name of the tag in docs/stream-format.md; "" for one that does not exist.
 constexpr const char* tagName(unsigned int tag) {
     constexpr const char* names[] = {"data",   "null",    "type",          "block",  "block again",
                                      "bytes",  "shorts",  "longs",         "floats", "doubles",
@@ -38,7 +38,7 @@ constexpr const char* tagName(unsigned int tag) {
     return tag < tagCount ? names[tag] : "";
 }
 
-/// Whether an id is all that the record's fields hold.
+/// Whether the record's fields hold one id and nothing else.
 constexpr bool hasOneId(unsigned int tag) {
     constexpr unsigned int tags = 1U << fxTagBlockAgain | 1U << fxTagPointer |
                                   1U << fxTagPointerAgain | 1U << fxTagPart | 1U << fxTagPartAgain;
@@ -66,7 +66,7 @@ inline void putWord(char* place, unsigned int word) {
     std::memcpy(place, &word, sizeof word);
 }
 
-/// Fields that the tag does not have mean nothing.
+/// A decoded head. Fields that the tag does not have are meaningless.
 struct Head {
     unsigned int tag = 0;
     unsigned int payloadBytes = 0;
@@ -78,10 +78,9 @@ struct Head {
     unsigned int version() const { return fields[2]; }    ///< Of an object.
 };
 
-/// The state that one record hands to the next: an id field may be filled up to
-/// 8 bytes by zeros. Where such a record has no payload, the filler is seen as
-/// zeros before the next head, which never begins with one. Once four have been
-/// seen, these fields are taken to have 8 bytes.
+/// The state that one record passes to the next: zeros may extend an id field to 8 bytes.
+/// Where such a record has no payload, the filler looks like zeros before the next head,
+/// which never begins with one. After four of them, these fields are taken to have 8 bytes.
 class Filler {
 public:
     /// Whether the byte, which is where a head is due, is a filler.
@@ -106,11 +105,11 @@ private:
     unsigned char left = 0;  // bytes that may follow
 };
 
-/// Bytes of the length, and what it keeps of four bytes, by the high bits of a head.
+/// Bytes of the length, and the mask for four bytes of it, by the high bits of a head.
 inline constexpr unsigned char lengthBytes[] = {0, 1, 2, 4};
 inline constexpr unsigned int lengthMask[] = {0, 0xFF, 0xFFFF, 0xFFFFFFFF};
 
-/// Bytes of a head by its first byte; of an unknown tag, as far as the length.
+/// Bytes of a head by its first byte; of an unknown tag, up to the length.
 struct HeadBytes {
     constexpr HeadBytes() {
         for (unsigned int first = 0; first < 0x100; ++first) {
@@ -123,8 +122,8 @@ struct HeadBytes {
 };
 inline constexpr HeadBytes headBytes;
 
-/// The same of heads that need no second look: 0 for a type, whose name follows,
-/// for a tag that does not exist, and for a zero, which may be a filler.
+/// The same for the usual heads: 0 for a type, whose name follows, for a tag that does not
+/// exist, and for a zero, which may be a filler.
 struct QuickHeadBytes {
     constexpr QuickHeadBytes() {
         for (unsigned int first = 1; first < 0x100; ++first) {
@@ -136,8 +135,8 @@ struct QuickHeadBytes {
 };
 inline constexpr QuickHeadBytes quickHeadBytes;
 
-/// Puts the tag and the length of a payload at `place`, which has room for 5 bytes
-/// that may all change. Returns how many it takes.
+/// Puts the tag and the length of a payload at `place`. Returns how many bytes they take.
+/// Requires: room for 5 bytes, which may all change.
 inline unsigned int putLength(char* place, unsigned int tag, unsigned int payloadBytes) {
     const unsigned int code = payloadBytes < 0x100     ? payloadBytes != 0
                               : payloadBytes < 0x10000 ? 2
@@ -147,7 +146,7 @@ inline unsigned int putLength(char* place, unsigned int tag, unsigned int payloa
     return 1U + lengthBytes[code];
 }
 
-/// Decodes a head. All of the maxHeadBytes at `bytes` are looked at.
+/// Decodes a head. Reads all of the maxHeadBytes at `bytes`.
 inline Head decode(const unsigned char* bytes) {
     const unsigned int code = *bytes >> 6U;
     const unsigned char* const fields = bytes + 1 + lengthBytes[code];
@@ -156,7 +155,7 @@ inline Head decode(const unsigned char* bytes) {
             {word(fields), word(fields + 4), word(fields + 8)}};
 }
 
-/// A whole record of a block of bytes with one byte of length.
+/// A whole record of a block of bytes whose length takes one byte.
 struct ShortBlock {
     const unsigned char* record = nullptr;  ///< Null: there is none.
 

@@ -6,8 +6,8 @@
 
 #include "fxds/BinaryTranscriber.h"
 
-// Heads are decoded as the library decodes them. What differs from its reader is
-// what follows from a fault: this parser reports and goes on.
+// Heads are decoded as in the library's reader. Unlike that, this parser reports a fault
+// and goes on.
 
 using namespace fxRecordFormat;
 
@@ -16,8 +16,7 @@ namespace fxStreamParts {
 namespace {
 
 // Appends the text that begins at `at` and ends before a zero; `at` moves past that.
-// False when there is no zero in the stream. Of a text that is longer than `longest`,
-// the rest is passed over.
+// Returns false when the stream has no such zero. The part beyond `longest` is passed over.
 bool takeText(StreamBytes& stream, size_t& at, std::string& text, size_t longest) {
     constexpr size_t piece = 256;
     while (true) {
@@ -41,7 +40,7 @@ std::string counted(size_t count, const char* what) {
 
 StreamBytes::~StreamBytes() = default;
 
-// The marks tell the byte order of the writer when they are read in our own.
+// The marks, read in our byte order, show that of the writer.
 bool parseHeader(StreamBytes& stream, Header& header) {
     constexpr size_t longest = 1000;
     size_t at = 0;

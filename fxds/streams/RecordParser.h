@@ -1,4 +1,4 @@
-// The records of a binary stream, as they are in the file.
+// The records of a binary stream, in file order.
 #ifndef FXDS_STREAMS_RECORDPARSER_H
 #define FXDS_STREAMS_RECORDPARSER_H
 
@@ -14,7 +14,7 @@ namespace fxStreamParts {
 /// "1 byte", "2 bytes", ...
 std::string counted(size_t count, const char* what);
 
-/// Where the bytes of a stream are. They need not all be in memory.
+/// Access to the bytes of a stream. They need not all be in memory.
 class StreamBytes {
 public:
     virtual ~StreamBytes();
@@ -27,7 +27,7 @@ public:
     virtual std::string_view held(size_t offset, size_t count) = 0;
 };
 
-/// What a stream begins with.
+/// The header of a stream.
 struct Header {
     std::string writer;
     std::string floats;
@@ -57,8 +57,8 @@ struct Record {
     std::string_view payload;  ///< Empty when it is not held in memory.
 };
 
-/// Takes a stream apart, one record after the other, and never looks outside
-/// of it. Knows nothing of what the records mean together.
+/// Takes a stream apart, one record after the other, and never looks outside of it.
+/// Relations between records are not its concern.
 class RecordParser {
 public:
     enum Outcome { found, ended, lost };
@@ -66,9 +66,9 @@ public:
     /// `stream` is borrowed; `at` is where its first record begins.
     RecordParser(StreamBytes& stream, size_t at);
 
-    /// Takes the next record. `ended` when the stream ends where a record might
-    /// begin. `lost` when the rest, which begins at `record.at`, cannot be taken
-    /// apart; complaint() gives the reason, and complaintKind() its kind.
+    /// Takes the next record. Returns `ended` when the stream ends where a record might
+    /// begin. Returns `lost` when the rest, from `record.at` on, cannot be taken apart;
+    /// complaint() then returns the reason, and complaintKind() its kind.
     Outcome next(Record& record);
 
     const std::string& complaint() const { return complaint_; }

@@ -2,6 +2,10 @@
 
 #include <algorithm>
 
+// The functions in the header take the usual heads, which are in the window as
+// a whole. The slow paths are here: heads that cross the end of the window,
+// fillers, names of types, and payload in pieces.
+
 using namespace fxRecordFormat;
 
 namespace {
@@ -99,8 +103,8 @@ void fxRecordReader::leaveWindow() {
     mark = *source->next;
 }
 
-// The head of a record that is not at hand as a whole, that a filler may precede,
-// or that is of a rare kind.
+// Reads a head that the window has only in part, that a filler may precede, or
+// that is of a rare kind.
 bool fxRecordReader::readHead() {
     char bytes[maxHeadBytes] = {};
     const unsigned char* const head = reinterpret_cast<unsigned char*>(bytes);

@@ -10,27 +10,32 @@
 #include "fxds/Stream.h"
 #include "fxds/streams/RecordFormat.h"
 
-// Bytes come from the window of the stream when it has them at hand, and from
-// its getBytes() otherwise.
+// Bytes come from the window of the stream if it has enough of them, and from its
+// getBytes() otherwise.
 //
 // Invariants, between any two calls:
-// (1) Nothing beyond the current record has been asked for.
-// (2) Of its payload, the `ready` bytes are at the front of the window of the
-//     stream or of `staged`; `ready.payloadLeft` bytes follow in the stream, behind
-//     them. With `ready.tag`, the current record has that, and no payload left.
-// (3) After the first failure of the stream nothing is at hand, and the stream is
-//     not asked again.
-// What the program does to the stream in between cannot harm: before each use the
-// ready bytes are compared with what the window still has.
+// (1) Nothing beyond the current record has been requested from the stream.
+// (2) The `ready` bytes of the payload are at the front of the window of the stream or of
+//     `staged`; `ready.payloadLeft` bytes follow in the stream, behind them. If `ready.tag`
+//     is set, it is the tag of the current record, which has no payload left.
+// (3) After the first failure of the stream the window is empty, and the stream is not used
+//     again.
+// (4) During a reading, marked + (*source->next - mark) bytes of the stream have been
+//     taken, behind its header. Between readings it is `marked` alone, because others may
+//     move the window then.
+// (5) If ready.record is set, it points to the head of the current record in the window;
+//     otherwise headAt is the position of that head.
+// The program cannot do harm by using the stream in between: before each use the ready
+// bytes are compared with the rest of the window.
 
 class fxRecordReader {
 public:
-    /// `heldStream` is borrowed and may be null. `stagingBuffer`, of that many
-    /// bytes, is used for the payloads of streams without a window.
+    /// `heldStream` is borrowed and may be null. `stagingBuffer` has `stagingBytes` bytes
+    /// and is used for the payloads of streams without a window.
     fxRecordReader(fxStream* heldStream, char* stagingBuffer, unsigned int stagingBytes);
 
-    /// Drops what is left of the payload and takes the head of the next record.
-    /// False when the stream ends, and for a tag that does not exist.
+    /// Drops the rest of the payload and takes the head of the next record. Returns false
+    /// when the stream ends, and for a tag that does not exist.
     bool next() {
         if ((ready.count | ready.payloadLeft) != 0 && !skip()) return false;
         if (source->size() < ready.quickBytes) return readHead();
@@ -43,16 +48,16 @@ public:
         ready.idCount += current.tag > fxTagNull;
         return true;
     }
-    /// The next record, when nothing is left of the payload of the current one and the head
-    /// is at hand as a whole; otherwise null.
+    /// The next record, when the current one has no payload left and the head is in the
+    /// window as a whole; otherwise null.
     const unsigned char* peek() const {
         const bool isAtHand =
             (ready.count | ready.payloadLeft) == 0 && source->size() >= ready.quickBytes;
         return isAtHand ? reinterpret_cast<unsigned char*>(*source->next) : nullptr;
     }
-    /// As next(), and makes the payload ready, when the record that peek() found, which may
-    /// be null, defines an object or a block and is short and at hand as a whole.
-    /// Otherwise nothing happens, and next() is to be called.
+    /// Does what next() does, and makes the payload ready, if the record that peek() found,
+    /// which may be null, defines an object or a block, is short, and is in the window as a
+    /// whole. Otherwise nothing happens, and next() must be called.
     bool nextDefinition(const unsigned char* record) {
         using namespace fxRecordFormat;
         constexpr unsigned int longest = 2 + fieldBytes[fxTagObject];
@@ -70,8 +75,8 @@ public:
         ++ready.idCount;
         return true;
     }
-    /// The record that peek() found, which may be null, if it is a block of bytes with one
-    /// byte of length that is at hand as a whole.
+    /// The record that peek() found, which may be null, if it is a block of bytes whose
+    /// length takes one byte and which is in the window as a whole.
     fxRecordFormat::ShortBlock shortBlock(const unsigned char* record) const {
         using fxRecordFormat::ShortBlock;
         if (record == nullptr || *record != (1U << 6U | fxTagBytes)) return {nullptr};
@@ -86,7 +91,7 @@ public:
         ++ready.idCount;
     }
     bool isOfNoTag() const { return current.tag >= fxRecordFormat::tagCount; }
-    /// Makes the next piece of the payload ready, if there is one. False when the
+    /// Makes the next piece of the payload ready, if there is one. Returns false when the
     /// stream ends in it. Requires: no bytes are ready.
     bool stage() {
         if (ready.payloadLeft > stagingBytes || source->size() < ready.payloadLeft) {
@@ -97,8 +102,8 @@ public:
         return true;
     }
 
-    /// Of the current record, unless that is a place which was taken from `ready` or a
-    /// short block; then sync() comes before, and its fields stay unknown.
+    /// The head of the current record. After a place that was taken from `ready`, or a
+    /// short block, sync() must come first, and the fields stay unknown.
     const fxRecordFormat::Head& head() const { return current; }
     void sync() {
         if (ready.tag != 0) current = {std::exchange(ready.tag, 0), 0, {}};
@@ -107,24 +112,26 @@ public:
     /// Bytes of payload not taken.
     size_t left() const { return size_t{ready.count} + ready.payloadLeft; }
 
-    /// The bytes of the payload that are ready, to take from, and the places that were.
+    /// The ready bytes of the payload, and the places that were entered.
     fxReadyRecords ready;
 
-    /// Takes `byteCount` bytes of payload. False when the stream ends.
+    /// Takes `byteCount` bytes of payload. Returns false when the stream ends.
     /// Requires: byteCount <= left().
     bool take(char* bytes, size_t byteCount);
 
-    void fail();                                          ///< Treats the stream as ended.
-    bool hasFailed() const { return stream == nullptr; }  ///< Whether it has, or is so treated.
+    void fail();  ///< Treats the stream as ended.
+    bool hasFailed() const {
+        return stream == nullptr;
+    }  ///< Whether it has ended or is treated so.
 
     ///@{
-    /// Between readings others may move the window, as one who writes to the stream
-    /// does: the count of bytes is kept apart from it until the next reading begins.
+    /// Between readings others may move the window, for instance by writing to the stream.
+    /// The count of bytes does not depend on it until the next reading begins.
     void leaveWindow();
     void enterWindow() { mark = *source->next; }
     ///@}
 
-    /// How many bytes of the stream stood before the current record.
+    /// Number of bytes of the stream before the current record.
     size_t recordAt() const { return ready.record != nullptr ? takenUpTo(ready.record) : headAt; }
 
     /// Number of records with an id so far.
@@ -138,7 +145,7 @@ private:
         ready.record = *source->next;
         *source->next += headBytes;
     }
-    // Rare, and kept out of the way of what is not.
+    // Rare, and kept out of the inline paths.
     [[gnu::noinline]] bool skip();
     [[gnu::noinline]] bool stagePiece();
     [[gnu::noinline]] bool readHead();
@@ -151,7 +158,7 @@ private:
     const fxStreamWindow* source;  // of the stream
     size_t marked = 0;             // bytes taken when `mark` was next in the window
     const char* mark = nullptr;
-    size_t headAt = 0;  // without a `ready.record`: how many bytes were taken before the current
+    size_t headAt = 0;  // see (5)
     fxRecordFormat::Head current;
     fxRecordFormat::Filler filler;
 

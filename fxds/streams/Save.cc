@@ -15,9 +15,15 @@
 #include "fxds/StdioStream.h"
 #include "fxds/base/OpenFile.h"
 
-// A file is replaced by renaming another one onto it, in the same folder, which
-// is on the same file system. Everything that may fail is tried before that: what
-// is at the path, the folder, the new file, its bytes and their way to the disk.
+// A file is replaced by renaming another one onto it, in the same folder, which is on the
+// same file system. Everything that may fail is tried before that: access to the path, the
+// folder, the new file, its bytes and their way to the disk.
+//
+// Invariants:
+// (1) Until NewFile::takePlace() the file at the path is untouched.
+// (2) Every way out before that removes the new file: its destructor unlinks it.
+// (3) The folder is opened once. All later operations are relative to its descriptor, so a
+//     changed working folder or a renamed folder makes no difference.
 
 namespace {
 
@@ -25,7 +31,7 @@ struct Failure {
     int error;
 };
 
-// For what the system refuses: the errno ends the saving.
+// A failed system call ends the saving with its errno.
 int checked(int result) {
     if (result < 0) throw Failure{errno != 0 ? errno : EIO};
     return result;
@@ -50,9 +56,9 @@ public:
     const int fd;
 };
 
-// A file in its folder, where symbolic links lead to, whether it is there or not.
-// Paths are looked up once: an xdr() may change the working folder, and folders may
-// get other names meanwhile.
+// A file in its folder, behind all symbolic links, whether it exists or not. Paths are
+// resolved once: an xdr() may change the working folder, and folders may be renamed
+// meanwhile.
 class Target {
 public:
     explicit Target(std::string path) {
@@ -75,7 +81,7 @@ public:
         throw Failure{ELOOP};
     }
 
-    // Whether a file is there; only regular files are replaced.
+    // Whether the file exists. Only regular files are replaced.
     bool isThere(struct stat& status) const {
         const int flags = AT_SYMLINK_NOFOLLOW;
         if (name.empty()) throw Failure{EISDIR};
@@ -101,7 +107,7 @@ private:
     }
 };
 
-// The file that takes the place of another one, or goes.
+// The file that replaces another one, or is removed.
 class NewFile {
 public:
     // Requires: `old` is null or a file that is replaced.
@@ -133,14 +139,14 @@ public:
     }
 
     int fd = -1;    // not owned: a stream adopts it
-    int error = 0;  // of its permissions
+    int error = 0;  // from setting its permissions
 
 private:
     const Target& target;
-    std::string name;  // empty once it is that of the target
+    std::string name;  // empty once the file has the name of the target
 };
 
-// Keeps a stream from dying with its transcriber.
+// Keeps a stream from being deleted with its transcriber.
 class Kept {
 public:
     explicit Kept(fxStream& stream_) : stream(stream_) { stream.take(); }
@@ -233,7 +239,7 @@ void* fxDetail::loadRoot(const std::string& path, fxTypeObj& type, fxStreamFault
     if (fd >= 0) {
         fxStdioStream stream(fd, fxStream::fxStreamRead);
         root = loadFrom(stream, type, fault);
-        // To a stream, a device that fails is the end of its bytes.
+        // A stream takes a failing device for the end of its bytes.
         char byte = 0;
         if (root == nullptr && ::read(fd, &byte, 1) < 0 && errno != EAGAIN) error = errno;
         if (stream.hasError()) ::close(fd);

@@ -10,20 +10,27 @@
 #include <typeinfo>
 #include <utility>
 
-// Every operation comes down to get() or put() of a number of bytes. Both go on
-// after an interrupted system call from where it left off, which fread() and
-// fwrite() tell by a short count, an error flag and errno. What stood in the
-// buffer of the FILE is lost when its system call is interrupted, though, so a
-// FILE whose calls may block, and so be interrupted, writes without a buffer.
+// Every operation comes down to get() or put() of a number of bytes. Both resume after an
+// interrupted system call, which fread() and fwrite() report by a short count, an error
+// flag and errno. The content of a FILE's buffer is lost, though, when its system call is
+// interrupted, so a FILE whose calls may block, and so be interrupted, writes without a
+// buffer.
 //
-// A FILE open both ways must be positioned between reading and writing; turn()
-// does it when the direction changes.
+// A FILE open both ways must be positioned between reading and writing; turn() does it when
+// the direction changes.
 //
-// A stream that is only read, and that made its FILE itself, reads from the
-// descriptor into a buffer of its own, so that window() can show it. The FILE,
-// which nothing else refers to, then only holds the descriptor. What a FILE does
-// is kept: the end is final once it was met, and closing leaves the descriptor's
-// offset, which others may share, behind the last byte that was taken.
+// A stream that only reads, and that made its FILE itself, reads from the descriptor into
+// `buffer`, so that window() can show it. Only this stream refers to the FILE, which holds
+// nothing but the descriptor. The behaviour of a FILE is kept: the end is final once it was
+// met, and closing leaves the descriptor's offset, which others may share, behind the last
+// byte that was taken.
+//
+// Invariants, between any two calls:
+// (1) `next` is not null exactly for such a stream while it is open. [next, end) are then
+//     the bytes that were read from the descriptor and not taken.
+// (2) hasEnded, once set, stays: no further read() is made.
+// (3) hasLost, once set, stays: flush() and close() report the loss.
+// (4) `last` is the direction of the last transfer of a stream that is open both ways.
 
 namespace {
 
@@ -35,7 +42,7 @@ bool wasInterrupted(FILE* file) {
     return true;
 }
 
-// Makes no difference to a FILE without a descriptor, which is never interrupted.
+// Has no effect on a FILE without a descriptor, which is never interrupted.
 void keepFromLosing(FILE* file) {
     const int fd = ::fileno(file);
     struct stat status;
@@ -102,8 +109,8 @@ void fxStdioStream::adopt(int fd) {
     file = ::fdopen(fd, fdopenMode(type));
     errorFlag = file == nullptr;
     if (file == nullptr) return;
-    // A buffer of this size keeps the system calls out of the profile. It is ours,
-    // because setvbuf() heeds the size only then.
+    // A buffer of this size keeps the system calls out of the profile. It is allocated
+    // here, because setvbuf() respects the size only then.
     buffer.reset(new char[bufferBytes]);
     if (type == fxStreamRead) {
         next = end = buffer.get();
@@ -144,7 +151,7 @@ bool fxStdioStream::close() {
 
 // Private functions.
 
-// The FILE remembers a failure, too, but forgets it with the next interruption.
+// The FILE keeps an error flag, too, but the next interruption clears it.
 bool fxStdioStream::lose() {
     hasLost = true;
     return false;
@@ -171,7 +178,8 @@ bool fxStdioStream::get(void* bytes, size_t byteCount) {
     return true;
 }
 
-// The same from the buffer. A request as long as the buffer is read directly to its place.
+// The same from the buffer. A request as long as the buffer is read directly to its
+// destination.
 bool fxStdioStream::takeBytes(void* bytes, size_t byteCount) {
     char* place = static_cast<char*>(bytes);
     while (byteCount > 0) {

@@ -14,6 +14,8 @@
 #include "fxds/base/StartUp.h"
 #include "fxds/streams/StreamMarks.h"
 
+// The header of a stream, and the choice of the reader and the writer.
+
 using namespace fxStreamMarks;
 
 namespace {
@@ -25,7 +27,7 @@ bool writeHeader(fxStream& stream, const char* name) {
            stream.putShorts(&ownShortMark, 1) && stream.putLongs(&ownLongMark, 1);
 }
 
-// The content of a header.
+// The fields of a header.
 struct Header {
     bool read(fxStream& stream, size_t longestName) {
         return readName(stream, name, longestName) && readName(stream, format, longestName) &&
@@ -49,7 +51,7 @@ struct Header {
     long longs = 0;
 };
 
-// Whether these may be the first bytes of a header.
+// Whether the bytes may be the beginning of the header of a known reader.
 bool mayBegin(const fxStackBuffer& name, const fxVoidPtrDict& readers) {
     const std::string_view begun = name.view();
     for (const auto [known, factory] : readers) {

@@ -1,4 +1,4 @@
-// What the header of a binary stream says about the machine that wrote it.
+// The header of a binary stream, which describes the machine that wrote it.
 #ifndef FXDS_STREAMS_STREAMMARKS_H
 #define FXDS_STREAMS_STREAMMARKS_H
 
@@ -11,7 +11,7 @@
 //     short mark                       2 bytes, 0x1122
 //     long mark                        8 bytes, 0x33445566
 //
-// The name chooses the reader; the marks tell it the byte order.
+// The name selects the reader; the marks give it the byte order.
 
 namespace fxStreamMarks {
 
@@ -19,7 +19,7 @@ inline constexpr char ownFloatFormat[] = "ieee";
 inline constexpr short ownShortMark = 0x1122;
 inline constexpr long ownLongMark = 0x33445566;
 
-/// How a machine orders the bytes of a number, as seen from this machine.
+/// The order of the bytes of a number, as seen from this machine.
 enum class Order : unsigned char { same, swapped, halves, reversed, unknown };
 
 struct Mark {
@@ -39,12 +39,12 @@ constexpr Order orderOf(unsigned long mark, const Mark (&marks)[count]) {
     }
     return Order::unknown;
 }
-/// The order that the short mark of a stream shows.
+/// The byte order that the short mark of a stream denotes.
 constexpr Order shortOrder(unsigned short mark) { return orderOf(mark, shortMarks); }
-/// The order that the long mark of a stream shows.
+/// The byte order that the long mark of a stream denotes.
 constexpr Order longOrder(unsigned long mark) { return orderOf(mark, longMarks); }
 
-/// Whether this machine stores floating-point numbers in the format of the name.
+/// Whether this machine stores floating-point numbers in the named format.
 inline bool isFloatFormat(std::string_view name) { return name == ownFloatFormat; }
 
 }  // namespace fxStreamMarks

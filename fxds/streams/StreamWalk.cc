@@ -6,18 +6,25 @@
 #include "fxds/BinaryTranscriber.h"
 #include "fxds/streams/StreamMarks.h"
 
-// The rules are those of fxBinaryReader, as far as they can be told without the
-// classes: which ids are defined and as what, and in which order the kinds of
-// records may come. An object's fields end where the next object or contents
-// begin. A graph is complete when all ids that were mentioned are defined; then
-// an object must begin the next.
+// The rules are those of fxBinaryReader, as far as they can be checked without
+// the classes: which ids are defined and as which kind, and in which order the
+// kinds of records may come. An object's fields end where the next object or
+// contents begin. A graph is complete when all ids that were mentioned are
+// defined; then an object must begin the next.
 //
-// The fields of a class are not known here. So a record is taken for
-// what it says, although a reader that wants a number takes the payload of
+// The fields of a class are not known here. A record is therefore taken
+// literally, although a reader that wants a number takes the payload of
 // whatever record comes. The contents of blocks do have a known length, and are
 // counted as the reader counts them.
 //
-// After a fault the walk goes on as if the offending record had said nothing.
+// After a fault the walk goes on as if the offending record were absent.
+//
+// Invariants, between any two records:
+// (1) awaited_ is the number of entries that were mentioned and are not
+//     defined.
+// (2) `missing` bytes of the contents of block filling_ are still to come. If
+//     it is not 0, the payload of every record counts towards them.
+// (3) An entry, once defined, keeps its kind. Entries are never removed.
 
 using namespace fxRecordFormat;
 using namespace fxStreamMarks;
@@ -167,8 +174,8 @@ void StreamWalk::take(const Record& record) {
     }
 }
 
-// A reader takes the payload of any record as more contents; of those, only
-// types also mean something.
+// A reader takes the payload of any record as more contents. Only a type also
+// has its normal effect.
 void StreamWalk::takeContinuation(const Record& record) {
     missing -= std::min(missing, record.payloadBytes);
     if (record.tag == fxTagType) define(record, Entry::type);

@@ -1,4 +1,4 @@
-// Walks through a binary stream and keeps account of what its records define.
+// Walks through a binary stream and records what each id is defined as.
 #ifndef FXDS_STREAMS_STREAMWALK_H
 #define FXDS_STREAMS_STREAMWALK_H
 
@@ -11,12 +11,12 @@
 
 namespace fxStreamParts {
 
-/// What an id denotes.
+/// The state of one id.
 struct Entry {
     enum Kind { unknown, type, block, object, part };
 
-    Kind kind = unknown;     ///< What it was defined as.
-    Kind awaited = unknown;  ///< What the first pointer to it wants: block or object.
+    Kind kind = unknown;     ///< As which it was defined.
+    Kind awaited = unknown;  ///< The kind that the first pointer to it wants: block or object.
     size_t definedAt = 0;
     size_t mentionedAt = 0;  ///< By the first pointer.
     unsigned int typeId = 0;
@@ -28,22 +28,23 @@ const char* kindName(Entry::Kind kind);
 
 class StreamWalk;
 
-/// Is told of everything in its order. Faults of a record follow the record.
+/// Receives everything in stream order. Faults of a record follow the record.
 class StreamVisitor {
 public:
     virtual ~StreamVisitor();
 
     virtual void header(const Header& header);
-    /// Before the record has taken effect on the tables of the walk.
+    /// Called before the record has taken effect on the tables of the walk.
     virtual void record(const StreamWalk& walk, const Record& record);
     /// `fault` has all but the path.
     virtual void fault(const StreamWalk& walk, const fxStreamFault& fault);
-    /// From `offset` on, the stream cannot be taken apart. Follows a fault.
+    /// From `offset` on, the stream cannot be taken apart. Called after a
+    /// fault.
     virtual void rest(size_t offset, std::string_view bytes);
 };
 
-/// One pass over a stream. Holds one entry for each id that the stream
-/// mentions, and nothing else that grows.
+/// One pass over a stream. Memory grows only by one entry for each id that the
+/// stream mentions.
 class StreamWalk {
 public:
     /// Borrowed.
@@ -55,16 +56,16 @@ public:
     const std::map<unsigned int, Entry>& entries() const { return entries_; }
     /// Null when the id has not been mentioned.
     const Entry* find(unsigned int id) const;
-    /// The name of an object's type, empty when that is not known.
+    /// The name of an object's type; empty when it is not known.
     std::string_view typeName(unsigned int typeId) const;
 
     unsigned int owner() const { return owner_; }      ///< The object whose fields come; or 0.
     unsigned int filling() const { return filling_; }  ///< The block whose contents go on; or 0.
-    /// Whether the record, of an object, would begin a graph.
+    /// Whether the record, if it is an object, would begin a graph.
     bool isAtRoot() const { return roots_ == 0 || awaited_ == 0; }
     size_t roots() const { return roots_; }
     size_t records() const { return records_; }
-    /// Whether a graph has begun and nothing is missing from the graphs so far.
+    /// Whether a graph has begun and the graphs so far lack nothing.
     bool isComplete() const { return roots_ > 0 && awaited_ == 0 && missing == 0; }
 
 private:

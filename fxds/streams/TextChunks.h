@@ -1,10 +1,12 @@
-// Memory for many short texts that go together.
+// Memory for many short texts that are freed together.
 #ifndef FXDS_STREAMS_TEXTCHUNKS_H
 #define FXDS_STREAMS_TEXTCHUNKS_H
 
 #include <cstddef>
 #include <memory>
 #include <vector>
+
+// Invariant: [next, next + left) is the unused rest of the last chunk.
 
 class fxTextChunks {
 public:

@@ -1,4 +1,4 @@
-// The containers that a reader has places in.
+// The containers that contain places of a reader.
 #ifndef FXDS_STREAMS_WATCHEDCONTAINERS_H
 #define FXDS_STREAMS_WATCHEDCONTAINERS_H
 
@@ -9,20 +9,26 @@
 #include "fxds/Transcriber.h"
 #include "fxds/base/StackBounds.h"
 
-/// Containers whose elements a reader is to fill in later, each with what its
-/// print was when it had been read. One that is held by another is entered before
-/// that one, because it is whole first. So those that hold are asked first, and in
-/// a container that has changed, which may have ended what it held, nothing more is.
+/// Containers whose elements a reader fills in later, each with the result of its kind's
+/// print() when it had been read.
+///
+/// Invariants:
+/// (1) `endPlace` ascends.
+/// (2) A container inside another one precedes it, because it is complete first. So the
+///     outer one is checked first, going backwards, and nothing inside one that has changed
+///     is touched: its elements may have been destroyed.
 class fxWatchedContainers {
 public:
-    /// It holds the places from `firstPlace` to `endPlace`, of which there are no more.
+    /// Adds a container that has the places in [firstPlace, endPlace), the last ones so
+    /// far.
     void add(void* container, const fxTranscriber::Container& kind, size_t firstPlace,
              size_t endPlace) {
         entries.push_back({container, &kind, kind.print(container), firstPlace, endPlace});
     }
     size_t count() const { return entries.size(); }
-    bool isEmpty() const { return entries.empty(); }  // without a division
-    /// Of those with places beyond `firstPlace`, what was at `from` is at `to`.
+    bool isEmpty() const { return entries.empty(); }  // needs no division
+    /// For containers with places beyond `firstPlace`: memory that was at `from` is at
+    /// `to`.
     void moved(const void* from, size_t byteCount, void* to, size_t firstPlace) {
         for (size_t i = count(); i-- > 0 && entries[i].endPlace > firstPlace;) {
             const uintptr_t offset = reinterpret_cast<uintptr_t>(entries[i].container) -
@@ -30,11 +36,11 @@ public:
             if (offset < byteCount) entries[i].container = static_cast<char*>(to) + offset;
         }
     }
-    /// Drops those with places beyond the oldest `places`.
+    /// Drops the containers with places beyond the first `places`.
     void forget(size_t places) {
         while (!entries.empty() && entries.back().endPlace > places) entries.pop_back();
     }
-    /// Whether those from the `first` on are as they were read.
+    /// Whether the containers from index `first` on are as they were read.
     bool areUnchanged(size_t first) const {
         for (size_t i = count(); i-- > first;) {
             if (hasChanged(entries[i])) return false;
@@ -44,16 +50,16 @@ public:
     struct Range {
         size_t first, end;  // of places
     };
-    /// Whether one of those from the `first` on is a local variable.
+    /// Whether one of the containers from index `first` on is in the frames.
     bool anyIsIn(const fxStackPart& frames, size_t first) const {
         for (size_t i = first; i < count(); ++i) {
             if (frames.holds(entries[i].container)) return true;
         }
         return false;
     }
-    /// Empties those from the `first` on that have not changed, nor been in the frames,
-    /// which are gone. Returns which places
-    /// are gone with them and with those that have, the last ones first.
+    /// Empties the containers from index `first` on that have not changed and are not in
+    /// the frames, which are gone. Returns the ranges of places that no longer exist, those
+    /// of changed containers included, the last ones first.
     std::vector<Range> empty(size_t first, const fxStackPart& frames) {
         std::vector<Range> gone;
         for (size_t i = count(); i-- > first;) {
@@ -67,7 +73,7 @@ public:
         }
         return gone;
     }
-    /// Drops all but the oldest `kept`.
+    /// Drops all but the first `kept`.
     void shrink(size_t kept) {
         if (!isEmpty()) entries.resize(kept);
     }
