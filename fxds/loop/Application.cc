@@ -2,8 +2,9 @@
 
 #include "fxds/Exec.h"
 
-// An application enters itself in the executive and leaves it when it is closed.
-// One that is destroyed while it is listed is marked there; see Exec.cc.
+// An application enters itself in the executive and leaves it when it is
+// closed. If it is destroyed while it is listed, it is marked there; see
+// Exec.cc.
 
 fxApplication::fxApplication() : isOpen(0) { fxExec::theExecutive()->add(this); }
 

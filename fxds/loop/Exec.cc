@@ -22,17 +22,24 @@
 #include "fxds/dataflow/TraceLines.h"
 #include "fxds/loop/HandlerTable.h"
 
-// What poll() calls may change everything that poll() looks at. So the result
-// of a select() is kept on poll()'s own stack and names only descriptors;
-// the handler of each is looked up again before every call, and a handler that
-// is destroyed leaves all tables (fxHandlerTable). Lists of functions are walked
-// by index under their current length, the list of applications by walks that
-// removal corrects. An application that is destroyed while it is still counted
-// is marked (markDestroyed()): its address is compared but never followed.
+// Functions that poll() calls may change everything that poll() uses.
 //
-// The functions that poll() calls may throw. Between two calls nothing is pending but what
-// the next poll() finds again: descriptors stay ready, events stay queued, and
-// walks are registered by objects that leave their list however they end.
+// Invariants:
+// (1) The result of a select() is on poll()'s own stack and names only descriptors. The
+//     handler of each is looked up again before every call.
+// (2) A handler that is destroyed leaves all tables (fxHandlerTable).
+// (3) Lists of functions are walked by index up to their current length. Walks over the
+//     list of applications are registered, and removal corrects them.
+// (4) An application that is destroyed while it is listed is in `destroyed`
+//     (markDestroyed()): its address is compared but never followed.
+// (5) The sets, nfds and minFd describe the handlers at the time of the latest change of
+//     the table, unless `dirty` is set.
+// (6) `loops` is the number of loop() and run() calls under way. isQuitting is cleared when
+//     one ends.
+//
+// The functions that poll() calls may throw. Between two calls nothing is pending that the
+// next poll() does not find again: descriptors stay ready, events stay queued, and walks
+// are unregistered by destructors.
 
 fxExec* fx_theExecutive = nullptr;
 fxExec* fxExec::allExecs = nullptr;
@@ -47,7 +54,7 @@ void setBit(fxSelectSet& set, unsigned int descriptor) {
     set.bits[descriptor / bitsPerWord] |= 1UL << (descriptor % bitsPerWord);
 }
 
-// Entries that are removed meanwhile shorten the walk; added ones wait.
+// Entries removed meanwhile shorten the walk; added ones wait for the next poll.
 void callFunctions(const char* phase, const fxStubFuncArray& functions) {
     const unsigned int count = functions.length();
     if (fxTrace::isOn(fxTrace::loop)) fxTraceLines::phase("%s, functions %u", phase, count);
@@ -75,11 +82,11 @@ void advanceTimers(float seconds) {
     fxTimer::alarm(seconds);
 }
 
-// What the last poll without handlers has been told of; null since one with handlers.
+// The report of the latest poll without handlers; null after a poll with handlers.
 const char* toldLast = nullptr;
 
-// A program without handlers spins, and its timers never tick. Told once, until that
-// changes. `isLooping`: not only this poll.
+// A program without handlers spins, and its timers never tick. Reports that once, until it
+// changes. `isLooping`: called from loop() or run().
 void tellThatNothingWaits([[maybe_unused]] bool isLooping) {
     const char* const text = fxTimer::activeTimers != nullptr
                                  ? "timers stand still: no select handler is registered"
@@ -119,11 +126,11 @@ float secondsSince(unsigned long start) {
 
 }  // namespace
 
-// What one select() is asked for and what it finds: copies of as many words of
-// the sets as the descriptors take, which is all that the system looks at.
+// Argument and result of one select(): copies of as many words of the sets as the
+// descriptors take. The system looks at no more.
 //
-// Two words are room for the usual program; more are taken from the heap, for
-// polls may be nested deeply on a small stack.
+// Two words are enough for the usual program. More come from the heap, because polls may be
+// nested deeply on a small stack.
 class fxExec::ReadySets {
 public:
     enum Kind { readable, writable, exceptional };
@@ -139,7 +146,7 @@ public:
         fill(exec, place);
     }
 
-    // Asks once more for what was asked for first. Requires: nothing was left out.
+    // Restores the sets for another select(). Requires: nothing was left out.
     void refill(const fxExec& exec) { fill(exec, many != nullptr ? many.get() : few); }
 
     int select(timeval wait) {
@@ -151,7 +158,7 @@ public:
         return call(wait);
     }
 
-    // As select(), without a trace.
+    // The same as select(), without the trace line of the wait.
     int call(timeval wait) {
         const int result = ::select(fdCount, reinterpret_cast<fd_set*>(sets[readable]),
                                     reinterpret_cast<fd_set*>(sets[writable]),
@@ -167,7 +174,7 @@ public:
                (sets[kind][descriptor / bitsPerWord] >> (descriptor % bitsPerWord) & 1) != 0;
     }
 
-    // In how many of the sets the descriptor is.
+    // The number of sets that contain the descriptor.
     int countOf(int descriptor) const {
         return has(readable, descriptor) + has(writable, descriptor) + has(exceptional, descriptor);
     }
@@ -210,7 +217,7 @@ private:
 
     const int fdCount;
     const int wordCount;
-    unsigned long* sets[kinds];  // null: not asked for
+    unsigned long* sets[kinds];  // null: no handler wants this kind
     unsigned long few[kinds * fewWords];
     std::unique_ptr<unsigned long[]> many;
 };
@@ -222,8 +229,8 @@ struct fxExec::Walk : fxWalk<Walk> {
     unsigned int next;  // index of the application to call next
 };
 
-// The applications that were open when close() was called, each once. Null for
-// one that has been destroyed, whose address may mean another by now.
+// The applications that were open when close() was called, each once. Null for one that has
+// been destroyed, because a new one may have its address.
 struct fxExec::Closing : fxWalk<Closing> {
     explicit Closing(fxExec& exec) : fxWalk(exec.closings) {
         for (void* application : exec.applications) {
@@ -265,7 +272,7 @@ fxExec* fxExec::theExecutive() {
     return fx_theExecutive;
 }
 
-// In this file, so that SelectHandler.cc needs no executive.
+// Defined here, so that SelectHandler.cc does not depend on the executive.
 bool fxSelectHandler::serve() {
     if (fd >= 0 && !fxExec::canServe(fd)) {
         close(fd);
@@ -291,8 +298,8 @@ void fxExec::removePreSelectFunc(void (*function)()) { removeFirst(preSelectFunc
 
 void fxExec::removePostSelectFunc(void (*function)()) { removeFirst(postSelectFuncs, function); }
 
-// A destroyed application at this address leaves the list first: from now on the
-// address means the new one.
+// A destroyed application at the same address leaves the list first: from now on the
+// address denotes the new one.
 void fxExec::add(fxApplication* application) {
     if (isDestroyed(application)) {
         while (contains(application)) remove(application);
@@ -397,8 +404,7 @@ void fxExec::run() {
     pollWhile([] { return true; });
 }
 
-// Keeps an application that is being destroyed from being called where it is
-// still counted.
+// Prevents calls of an application that is being destroyed while it is listed.
 void fxExec::markDestroyed(fxApplication* application) {
     for (fxExec* exec = allExecs; exec != nullptr; exec = exec->nextExec) {
         exec->closings.each([application](Closing& closing) {
@@ -458,8 +464,8 @@ void fxExec::updateSelectState() {
     dirty = 0;
 }
 
-// Waits in select() and lets the timers have the time that it took. Returns
-// what select() did, and leaves its errno.
+// Waits in select() and advances the timers by the time that passed. Returns the result of
+// select() and keeps its errno.
 int fxExec::wait(ReadySets& ready, float seconds) {
     if (std::isnan(seconds) || eventsWait() || (isQuitting && loops != 0)) seconds = 0;
 
@@ -485,8 +491,8 @@ int fxExec::wait(ReadySets& ready, float seconds) {
     return result;
 }
 
-// A bad descriptor makes every select() fail that asks for it. So those that are
-// closed are looked for after the first failure, and left out from then on.
+// A bad descriptor makes every select() fail that contains it. After the first failure the
+// closed descriptors are collected, and left out from then on.
 int fxExec::select(ReadySets& ready, float seconds) {
     const timeval wait = toTimeval(seconds);
     const bool waits = wait.tv_sec > 0 || wait.tv_usec > 0;
@@ -507,7 +513,7 @@ int fxExec::select(ReadySets& ready, float seconds) {
     return result;
 }
 
-// Each poll asks again: by now a number may be that of another file.
+// Each poll checks again, because a closed number may have been given to another file.
 void fxExec::leaveOutClosed(ReadySets& ready) {
     const auto isOver = [this](int fd) { return table->at(fd) == nullptr || isOpenDescriptor(fd); };
     std::vector<int>& closed = table->closed;
@@ -515,9 +521,9 @@ void fxExec::leaveOutClosed(ReadySets& ready) {
     for (const int fd : closed) ready.leaveOut(fd);
 }
 
-// Three calls for each descriptor, each only while the handler found for it is
-// still the one registered. No more than `found` bits are looked at: the system
-// leaves those alone that are above all descriptors it has ever opened.
+// Three calls for each descriptor, each only while the handler found for it is still the
+// registered one. At most `found` bits are examined: the system does not clear bits above
+// the highest descriptor that the process has ever opened.
 void fxExec::callHandlers(const ReadySets& ready, int found) {
     const int lowest = minFd;
     for (int fd = ready.next(0); found > 0 && fd < nfds; fd = ready.next(fd + 1)) {

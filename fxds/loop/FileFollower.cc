@@ -8,18 +8,24 @@
 
 #include "fxds/base/OpenFile.h"
 
-// A line reader reads the file to its end, and is resumed when the file has grown. Its
-// descriptor's offset is what has been read, so a file that is longer has grown, and one
-// that is shorter was cut, if it has not got what was read: in /proc all sizes are 0. A
-// file that was cut or replaced is left when the reader has come to its end, with
-// its unfinished line; the one at the path is then read from its start, also where it
-// has the number of the old one, as files of two systems may, and has grown meanwhile.
+// A line reader reads the file to its end, and is resumed when the file has grown. The
+// offset of its descriptor is the number of bytes read, so a longer file has grown. A
+// shorter one was cut if the last byte read is gone; the size alone does not show that,
+// because all sizes in /proc are 0.
+//
+// A file that was cut or replaced is left (isLeaving) after the reader has sent its rest,
+// an unfinished line included. Then the file at the path is read from its start, even if it
+// has the same inode number, as files of two file systems may.
+//
+// Invariants: (1) `begin` is the place where `reader` began; getPlace() adds what it has
+// passed on. (2) `reader` is null while no file could be opened, and hasFailed is set after
+// a read error; either makes the next look() open the path again.
 
 namespace {
 
 constexpr char lineName[] = "line";
 
-// The path from the root. As it is when the working folder has no path.
+// The path from the root; unchanged if the working folder has no path.
 std::string absolute(const std::string& path) {
     if (path.empty() || path[0] == '/') return path;
     const std::unique_ptr<char, void (*)(void*)> folder(getcwd(nullptr, 0), std::free);

@@ -1,8 +1,15 @@
 #include "fxds/loop/HandlerTable.h"
 
-// A handler may be entered under a descriptor that is not its own any more, so
-// one that is destroyed is searched for in all entries. That is small beside the
-// select() that looks at all of them too.
+// A handler may be registered under a descriptor that it does not own any more,
+// so forget() searches all entries. That costs little beside a select() over as
+// many.
+//
+// Invariants:
+// (1) All tables are linked from `first`.
+// (2) No table has a pointer to a destroyed handler: its destructor calls
+//     forget().
+// (3) `dirty` is set after every change of an entry, until the executive clears
+//     it.
 
 fxHandlerTable* fxHandlerTable::first = nullptr;
 

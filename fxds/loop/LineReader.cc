@@ -11,28 +11,28 @@
 #include "fxds/Exec.h"
 #include "fxds/Lines.h"
 
-// Receivers are called in the middle of the buffer, so whatever they do is done
-// between two lines: a line is taken out of the buffer before it is sent, and every
-// call finds its place in the members. A Delivery on the stack records whether the
-// reader still exists.
+// A line is taken out of the buffer before it is sent, and the reader's position is in its
+// members, so a receiver may call any function of the reader, or destroy it. A Delivery on
+// the stack records whether it still exists.
 //
-// Invariants, between any two calls: (1) If there are whole lines in the buffer, or
-// `state` is ending, then the reader is paused, is delivering, or has a continuation.
-// (2) It wants to read exactly when it is neither paused nor at the end; while it is
-// delivering, only until a nested poll() has found something to read. (3) There is at
-// most one Delivery.
+// Invariants, between any two calls:
+// (1) If the buffer contains whole lines, or `state` is ending, then the reader is paused,
+//     is delivering, or has a continuation.
+// (2) wantRead is set exactly when the reader is neither paused nor at the end; during a
+//     delivery, only until a nested poll() has found something to read.
+// (3) There is at most one Delivery.
 
 namespace {
 
 constexpr char lineName[] = "line";
 constexpr char endName[] = "end";
 constexpr size_t chunkBytes = size_t{1} << 16;
-constexpr size_t keptBytes = 4096;  // what an empty buffer may keep of its memory
+constexpr size_t keptBytes = 4096;  // capacity that an empty buffer keeps
 
 }  // namespace
 
-// Delivers the rest of the buffer from the queue. It may be deleted by the code that
-// empties the queue.
+// Delivers the rest of the buffer from the queue. Code that empties the queue may delete
+// it.
 class fxLineReader::Continuation : public fxEvent {
 public:
     explicit Continuation(fxLineReader* reader_) : fxEvent(fxET_Unknown), reader(reader_) {}
@@ -49,8 +49,8 @@ private:
     fxLineReader* reader;
 };
 
-// One call of deliver(). A receiver that throws leaves lines behind, for which the
-// descriptor may never be ready again.
+// One call of deliver(). If a receiver throws, the remaining lines need a continuation,
+// because the descriptor may never be ready again.
 struct fxLineReader::Delivery : fxWalk<Delivery> {
     explicit Delivery(fxLineReader& reader_) : fxWalk(reader_.deliveries), reader(reader_) {}
     ~Delivery() {
@@ -92,7 +92,7 @@ void fxLineReader::resume() {
     continueLater();
 }
 
-// What an exception has left behind comes first.
+// First sends the lines that a throwing receiver left in the buffer.
 void fxLineReader::handleRead() {
     if (!deliveries.isEmpty()) return setWishes(false, false);
     if (paused || state == ended) return;
@@ -116,7 +116,7 @@ void fxLineReader::readMore() {
     updateWishes();
 }
 
-// Whether all was sent, and the reader is there and may go on.
+// Returns whether everything was sent, and the reader exists and is not paused.
 bool fxLineReader::deliver() {
     if (!deliveries.isEmpty()) return false;
     Delivery delivery(*this);
@@ -137,7 +137,7 @@ bool fxLineReader::deliver() {
     return true;
 }
 
-// Takes the next line; the last one, too, which needs no newline.
+// Takes the next line. The last one needs no newline.
 bool fxLineReader::takeLine(fxStr& text) {
     while (start < buffer.size()) {
         const char* const begin = buffer.data() + start;

@@ -22,7 +22,7 @@ namespace {
 
 constexpr char drainedName[] = "drained";
 constexpr char endName[] = "end";
-constexpr size_t keptBytes = 4096;  // what an empty buffer may keep of its memory
+constexpr size_t keptBytes = 4096;  // capacity that an empty buffer keeps
 
 bool isSocket(int fd) {
     struct stat state;
@@ -103,7 +103,7 @@ void fxLineWriter::handleRead() {}
 
 void fxLineWriter::handleWrite() { flush(); }
 
-// The other direction of a socket lives on, under another descriptor.
+// The other direction of a socket continues to work, under another descriptor.
 void fxLineWriter::close(int withError) {
     error = withError;
     full = false;
@@ -116,7 +116,7 @@ void fxLineWriter::close(int withError) {
     end().send(error);
 }
 
-// Tells EAGAIN when there is no room. A pipe that has room takes PIPE_BUF bytes.
+// Fails with EAGAIN when there is no room. A pipe with room takes PIPE_BUF bytes.
 ssize_t fxLineWriter::writeSome(const char* bytes, size_t count) {
     if (socket) return ::send(fd, bytes, count, MSG_NOSIGNAL | MSG_DONTWAIT);
     pollfd asked = {fd, POLLOUT, 0};

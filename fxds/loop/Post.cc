@@ -5,12 +5,13 @@
 
 #include "fxds/Wakeup.h"
 
-// Invariants, whenever the mutex is free: (1) The waker's descriptor is readable if
-// functions wait, so whatever becomes of a turn, the next one finds the rest.
-// (2) `taken` is the number of functions that have left the queue at the front.
+// Invariants, whenever the mutex is free:
+// (1) The waker's descriptor is readable if functions are queued. If serve() ends early,
+//     for instance by an exception, the next turn finds the rest.
+// (2) `taken` is the number of functions taken from the front of the queue.
 //
-// Those that serve the queue share it with the object, which may be destroyed by a
-// function that they call.
+// serve() shares the ownership of the queue with the object, because a function that it
+// calls may destroy the object.
 
 fxPostQueue::Task::~Task() = default;
 
@@ -33,7 +34,7 @@ public:
         return true;
     }
 
-    // In two steps, for the destructors of the functions may call add().
+    // The contents are destroyed after the mutex is released: destructors may call add().
     void close() {
         std::unique_ptr<Waker> ending;
         std::deque<std::unique_ptr<Task>> dropped;
@@ -54,7 +55,7 @@ private:
         Queue& queue;
     };
 
-    // Those that wait now: of a nested call only what the outer one has left.
+    // Calls the functions queued at entry, except those that a nested call has taken.
     void serve() {
         const std::shared_ptr<Queue> hold = shared_from_this();
         const size_t end = taken + count();

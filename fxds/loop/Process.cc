@@ -15,9 +15,14 @@
 #include "fxds/Exec.h"
 #include "fxds/SelectHandler.h"
 
-// A descriptor of the process becomes readable at its end, whatever the
-// program does with SIGCHLD. Its handler, the Exit, outlives the object of a process
-// that still runs, and takes the zombie away.
+// A descriptor of the process becomes readable at its end, whatever the program does with
+// SIGCHLD. Its handler, the Exit, collects the zombie.
+//
+// Invariants:
+// (1) fxProcess::exit is not null exactly while the process runs and is not detached. Then
+//     exit->process is this object.
+// (2) An Exit deletes itself once the process has ended. It outlives an fxProcess that is
+//     detached or destroyed before.
 
 namespace {
 
@@ -32,7 +37,7 @@ int processDescriptor(pid_t pid) {
     return -1;
 }
 
-// Whether a process could be watched, asked before there is one.
+// Checks, before a process is started, whether it could be watched. Returns 0 or an error.
 int watchError() {
     const int fd = processDescriptor(getpid());
     if (fd < 0) return errno;
@@ -40,7 +45,7 @@ int watchError() {
     return 0;
 }
 
-// A descriptor above the standard ones, which the child's are moved onto.
+// A duplicate above the standard descriptors, which the child's are moved onto.
 int aboveStandard(int fd) {
     if (fd < 0 || fd >= standardCount) return fd;
     const int moved = fcntl(fd, F_DUPFD_CLOEXEC, standardCount);
@@ -76,7 +81,7 @@ std::vector<char*> pointersTo(std::vector<std::string>& texts) {
     return pointers;
 }
 
-// What the system would cut short, or take for something else.
+// Whether the system would use the whole command as given.
 bool isFit(const fxCommand& command) {
     const auto isCut = [](const std::string& text) { return text.find('\0') != std::string::npos; };
     const auto areCut = [&](const std::vector<std::string>& texts) {
@@ -102,7 +107,7 @@ std::vector<std::string> environmentWith(const std::vector<std::string>& changes
     return all;
 }
 
-// What the child does before its program starts.
+// The actions of the child before its program starts.
 class Spawn {
 public:
     Spawn() {
@@ -126,7 +131,7 @@ public:
         }
     }
 
-    // An error number, or 0 and the process.
+    // Returns an error number, or 0 and sets `pid`.
     int start(const fxCommand& command, pid_t& pid) {
         std::vector<std::string> words = command.words;
         std::vector<std::string> environment = environmentWith(command.environment);
@@ -154,9 +159,9 @@ private:
 
 }  // namespace
 
-// Our ends of the pipes and the child's.
+// Both ends of the pipes.
 struct fxProcess::Pipes {
-    // Whether the pipe, if the stream is one, could be made.
+    // Makes the pipe, if the stream is one. Returns false on failure.
     bool open(int stream, fxCommand::Stream kind) {
         if (kind != fxCommand::piped) return true;
         int ends[2];
@@ -181,8 +186,9 @@ public:
     }
     const char* className() const override { return "fxProcess"; }
 
-    // The lines first: their receivers may destroy the process, or throw, and then
-    // the descriptor is still readable; or call poll(), which may do all of this.
+    // Passes on the remaining lines first. Their receivers may destroy the process or call
+    // poll(), which may end everything here; or throw, and then the descriptor stays
+    // readable.
     void handleRead() override {
         const Turn turn(turns);
         for (const auto pipe : {&fxProcess::outputPipe, &fxProcess::errorPipe}) {
@@ -246,8 +252,9 @@ fxProcess::fxProcess(const fxCommand& command) {
     if (command.errors == fxCommand::piped) errorPipe = std::make_unique<fxLineReader>(ours(2));
 }
 
-// An error number, and the process is gone, or 0. Where SIGCHLD is ignored the system may
-// have taken the process away by now; then a ready descriptor reports its end.
+// Returns 0, or an error number after the process is gone. If SIGCHLD is ignored, the
+// system may have collected the process by now; a descriptor that is always ready then
+// reports its end.
 int fxProcess::watch(bool hasGroup) {
     int fd = processDescriptor(pid);
     const bool isGone = fd < 0 && errno == ESRCH;

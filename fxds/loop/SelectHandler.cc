@@ -4,8 +4,8 @@
 
 #include "fxds/loop/HandlerTable.h"
 
-// A handler owns its descriptor: it leaves the table of handlers before the
-// descriptor is closed, since the number may then be given to another file.
+// A handler owns its descriptor. It leaves the table of handlers before the
+// descriptor is closed, because the number may then be given to another file.
 
 fxSelectHandler::fxSelectHandler(int fd_, fxBool wantRead_, fxBool wantWrite_,
                                  fxBool wantException_)

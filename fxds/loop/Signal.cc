@@ -7,14 +7,15 @@
 #include "fxds/Wakeup.h"
 #include "fxds/loop/HandlerTable.h"
 
-// A signal handler may run in any thread at any time, even while the last object
-// goes. So the data it uses is never freed: a flag for each signal, and one fxWakeup,
-// which is in the executive's table only while there are objects.
+// A signal handler may run in any thread at any time, even while the last object is being
+// destroyed. So its data is never freed: a flag for each signal, and one fxWakeup, which is
+// in the executive's table only while there are objects.
 //
-// Invariants: (1) The signals of the valid objects, and no others, have count > 0,
-// and our handler, unless the program has installed another one. (2) Whenever a flag
-// is set, wake() is called afterwards; so a flag that is set when the calls have been
-// taken is seen then or at the next call.
+// Invariants:
+// (1) Exactly the signals of the valid objects have count > 0, and our handler, unless the
+//     program has installed another one.
+// (2) After a flag is set, wake() is called. So a flag that is set after takeCalls() is
+//     seen in this turn or in the next one.
 
 namespace {
 
@@ -63,7 +64,7 @@ void uninstall(int number) {
 
 class fxSignal::Catcher : public fxWakeup {
 public:
-    // The one there is, registered; null when the system has no descriptor left.
+    // The only catcher, registered; null when the system has no descriptor left.
     static Catcher* get() {
         if (only() == nullptr) {
             auto* const made = new Catcher;
@@ -93,7 +94,7 @@ public:
         return true;
     }
 
-    // A signal that has come and was not noticed yet goes with the last object.
+    // The last object drops a signal that has arrived and was not delivered.
     static void remove(fxSignal& object) {
         fxSignal** link = &only()->first;
         while (*link != &object) link = &(*link)->next;
@@ -117,7 +118,7 @@ public:
     }
 
 private:
-    // A loop waits while a handler is registered, so it must not stay without need.
+    // A loop waits while a handler is registered, so this one leaves without objects.
     void rest() {
         if (first == nullptr) fxHandlerTable::forget(this);
     }

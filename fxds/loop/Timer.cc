@@ -10,30 +10,30 @@
 #include "fxds/dataflow/TraceLines.h"
 #include "fxds/detail/Allocate.h"
 
-// Active timers are listed in the order of expiry, each with the time by which
-// it is due after its predecessor, so that letting time pass changes only the
-// first one.
+// Active timers are listed in the order of expiry, each with its delay behind its
+// predecessor, so that passing time changes only the first one.
 //
-// A tick may start, stop and destroy any timer, may itself let time pass, and may
-// throw. The one mechanism for this is the pass: every alarm() has one on its
-// stack, and stopping a timer, which destroying it does too, withdraws it from all
-// of them.
+// A tick may start, stop and destroy any timer, may call alarm() itself, and may throw. One
+// mechanism covers all of this, the pass: every alarm() has one on its stack, and stopping
+// or destroying a timer withdraws it from all of them.
 //
-// A new timer's wait is what is left after each delta before it in turn: floats, which
-// sums would round otherwise. So the list is walked, and what the walk costs is the way
-// from timer to timer. The list is therefore kept in chunks of pointers, which are read
-// ahead while the subtractions wait for each other; `next` follows it.
+// The delta of a new timer is computed by subtracting each delta before it in turn; adding
+// floats up in another order would round differently. So the list is walked, and the cost
+// of the walk is the access from timer to timer. The list is therefore also kept in chunks
+// of pointers, which the processor reads ahead while the subtractions wait for each other.
 //
-// Invariants: (1) Every delta is at least 0. (2) A timer is in the list exactly
-// when its `chunk` has it. `active` says the same unless the program has written to it,
-// so the list is changed only by what the chunks say. No chunk but the first is empty.
-// (3) A timer that waits for the end of a pass is in the list and active, as every
-// started timer is, with a delta of 0: a pass that begins meanwhile finds it due.
-// Only the number of the pass in which it was started distinguishes it from the others.
-// (4) A pass refers to no timers but those that withdraw() takes out of it.
+// Invariants:
+// (1) Every delta is at least 0.
+// (2) A timer is in the list exactly when its `chunk` contains it. `next` links the timers
+//     in the order of the chunks. `active` agrees unless the program has written to it, so
+//     the list is changed only by what the chunks contain. No chunk but the first is empty.
+// (3) A timer that waits for the end of a pass is in the list and active, as every started
+//     timer is, with a delta of 0, so a pass that begins meanwhile finds it due. Only
+//     startedIn, the number of the pass, distinguishes it from the others.
+// (4) A pass refers only to timers that withdraw() removes from it.
 
-// Repeating timers that ticked in a pass, in that order. They are started again
-// when the pass is over, also when it ends by an exception.
+// Repeating timers that ticked in a pass, in that order. They are started again when the
+// pass ends, also by an exception.
 struct fxTimer::Restarts {
     Restarts() = default;
     Restarts(const Restarts&) = delete;
@@ -45,9 +45,9 @@ struct fxTimer::Restarts {
     fxVoidPtrArray timers;
 };
 
-// A run of the list. The first one is always there.
+// A part of the list. The first one always exists.
 struct fxTimer::Chunk {
-    // The next place, which may be in the next chunk; null behind the last.
+    // The timer at the index, which may be in the next chunk; null behind the last.
     fxTimer* at(unsigned int index) const {
         if (index < count) return timers[index];
         return next != nullptr ? next->timers[0] : nullptr;
@@ -110,8 +110,8 @@ struct fxTimer::Pass : fxWalk<Pass> {
           ticking(nullptr),
           restarts(restarts_) {}
 
-    // Takes the time that is left from the timers that are left. Some of these are
-    // due only if a tick has thrown; they tick in the next pass.
+    // Subtracts the remaining time from the remaining timers. Some of them are due only if
+    // a tick has thrown; they tick in the next pass.
     ~Pass() {
         endTick();
         for (fxTimer* timer = activeTimers; timer != nullptr; timer = timer->next) {
@@ -128,7 +128,7 @@ struct fxTimer::Pass : fxWalk<Pass> {
         return timer.startedIn >= number && !(timer.delta > 0);
     }
 
-    // The timer whose turn it is, taken off the list; null when there is none.
+    // Unlinks and returns the timer that ticks next; null when none is due.
     fxTimer* takeFirstDue() {
         fxTimer* timer = activeTimers;
         while (timer != nullptr && isWaitedFor(*timer)) timer = timer->next;
@@ -144,9 +144,9 @@ struct fxTimer::Pass : fxWalk<Pass> {
         ticking = nullptr;
     }
 
-    const unsigned long number;  // higher than those of the passes around it
+    const unsigned long number;  // higher than that of the enclosing pass
     float seconds;               // what is still to be accounted for
-    fxTimer* ticking;            // null once it is withdrawn
+    fxTimer* ticking;            // null after withdraw()
     Restarts& restarts;
 };
 
@@ -182,8 +182,8 @@ fxTimer::~fxTimer() {
 
 void fxTimer::setInterval(float seconds) { interval = usable(seconds); }
 
-// Taken off the list only: in a pass, a repeating timer stays among those that
-// are started again, which then gives it the same full interval.
+// Removes the timer from the list only: in a pass, a repeating timer stays among those to
+// start again, which then get the same full interval.
 void fxTimer::startTimer() {
     if (fxTrace::isOn(fxTrace::timers)) fxTraceLines::timer("start", *this, interval);
     removeFromActiveList();
@@ -214,9 +214,9 @@ void fxTimer::alarm(float seconds) {
     }
 }
 
-// In a pass, a timer that would take nothing from the time still to pass would
-// tick for ever if each tick started it again; it waits for the end of the
-// pass instead and is due at once then.
+// In a pass, a timer whose wait is too short to reduce the remaining time would tick for
+// ever if each tick started it again. It waits for the end of the pass instead, and is due
+// at once then.
 void fxTimer::addToActiveList() {
     float wait = usable(interval);
     startedIn = 0;
@@ -261,7 +261,7 @@ fxTimer* fxTimer::unlink() {
     return after;
 }
 
-// Takes the timer out of all passes. Whether one would have started it again.
+// Removes the timer from all passes. Returns whether one would have started it again.
 bool fxTimer::withdraw() {
     bool wasToStart = false;
     if (passes.isEmpty()) return wasToStart;

@@ -8,10 +8,10 @@
 
 #include "fxds/Exec.h"
 
-// An event descriptor is a counter in the kernel: writing adds to it, reading
-// takes it all, so many calls of wake() are one turn of the loop. Writing to it
-// is one system call and needs nothing of this process, which is what makes it
-// usable from signal handlers.
+// An event descriptor is a counter in the kernel: writing adds to it and
+// reading clears it, so many calls of wake() are one turn of the loop. Writing
+// is one system call that uses no memory of this process, so wake() works in
+// signal handlers.
 
 namespace {
 
@@ -28,8 +28,8 @@ fxWakeup::~fxWakeup() = default;
 
 const char* fxWakeup::className() const { return "fxWakeup"; }
 
-// A full counter is a call that has not been noticed yet, so a write that
-// fails for it loses nothing.
+// A full counter is an unread call, so a write that fails because of it loses
+// nothing.
 void fxWakeup::wake() const {
     if (!isValid()) return;
     const int callersErrno = errno;
