@@ -5,10 +5,10 @@
 
 #include "fxds/search/RegInternals.h"
 
-// The engine records a match in the compiled expression. Each search copies the
-// positions out at once, so that walks over one expression may be nested. What the
-// engine remembers of a subject is good for as long as the subject of a walk stays as
-// it is; the first search of each walk begins anew.
+// The engine records a match in the compiled expression. Each search copies the positions
+// out at once, so that walks over one expression may be nested. The engine's notes on a
+// subject are valid while the subject of a walk is unchanged; the first search of each walk
+// discards them.
 
 std::size_t fxMatch::start(unsigned int group) const {
     FX_ASSERT(has(group));
@@ -38,7 +38,7 @@ fxExpression::fxExpression(fxTextView pattern) : source(static_cast<std::string_
     compile();
 }
 
-// One that is not valid has nothing to compile: its pattern may have been moved away.
+// An invalid one has nothing to compile: its pattern may have been moved away.
 fxExpression::fxExpression(const fxExpression& other)
     : source(other.source), message(other.message), offset(other.offset) {
     if (other.isValid()) compile();

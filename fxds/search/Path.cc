@@ -5,8 +5,8 @@
 
 #include "ostrelks/ostrelks.h"
 
-// Each part can be as long as the whole path. The parts are made in strings of
-// their own, because the path may be the place that one of them goes to.
+// Each part can be as long as the whole path. The parts are built in separate
+// strings, because the destination of one of them may be the path itself.
 
 int fxPath::split(fxPath* dir, fxPath* leaf) const {
     FX_ASSERT(dir != nullptr && leaf != nullptr);

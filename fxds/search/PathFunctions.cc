@@ -9,9 +9,8 @@
 #include <string>
 #include <string_view>
 
-// Results are gathered in std::string, so that no length is a limit, and leave
-// in a block of their own. What getenv() and getpwnam() return is theirs and is
-// copied at once.
+// Results are built in std::string, so that no length is a limit, and returned in a
+// separate block. Results of getenv() and getpwnam() are copied at once.
 
 namespace {
 
@@ -80,7 +79,7 @@ char* environmentVariableExtendedName(char* str, int size) {
     if (str == nullptr) return nullptr;
     const std::string_view text = str;
     std::string result;
-    size_t literal = 0;  // start of what is copied as it is
+    size_t literal = 0;  // start of the text to copy
     size_t dollar = text.find('$');
     while (dollar != std::string_view::npos) {
         result += text.substr(literal, dollar - literal);
@@ -92,7 +91,7 @@ char* environmentVariableExtendedName(char* str, int size) {
         if (value == nullptr) return nullptr;
         result += value;
         literal = end;
-        dollar = text.find('$', end + 1);  // what ended the name starts no other
+        dollar = text.find('$', end + 1);  // the end of a name does not start another one
     }
     result += text.substr(std::min(literal, text.size()));
     return blockOf(result, static_cast<size_t>(std::max(size, 0)));

@@ -3,26 +3,25 @@
 #include <algorithm>
 #include <cstring>
 
-// One position moves through the subject. Where it may go on in more than one way
-// the other ways are pushed on a stack, and where it gets stuck the latest of them
-// is taken. So alternatives are tried in order, repetitions from the most to the
-// least, and nothing recurses.
+// Backtracking. One position moves through the subject. Where the match can continue in
+// more than one way, the other ways are pushed on a stack, and on failure the latest of
+// them is taken. So alternatives are tried in order and repetitions from the longest to the
+// shortest, and nothing recurses.
 //
-// Trying a way costs time again each time that it is come to, so in the worst case
-// this takes exponential time. The work is counted, and given up when it is out of
-// proportion to the part of the subject that has been looked at.
+// The same way may be tried again from the same position, so the worst case takes
+// exponential time. The work is counted, and the try is given up when it is out of
+// proportion to the part of the subject seen so far.
 //
 // Invariants, between two steps:
-// (1) The entries are the ways not tried yet, the next one on top, each below the
-//     recorded positions to restore before it is taken.
-// (2) Where no way is open the stack is empty: positions are saved only when there
-//     is something to go back to, and once since the latest choice. That and the
-//     repetitions that need no way back (isPossessive) save 66 and 73 % of the time
-//     of ([a-z]+ )+[0-9].
-// (3) work <= patience.atLeast + patience.perByte * (what has been looked at), but
-//     for the cost of the latest step; or hasGivenUp.
-// (4) Reaching END is a match even after giving up: what was tried before has
-//     failed, and what was dropped comes after.
+// (1) The entries are the ways not tried yet, the next one on top, each below the recorded
+//     positions to restore before it is taken.
+// (2) Without an open way the stack is empty: positions are saved only if there is a way to
+//     go back to, and once since the latest choice. This, and the repetitions that need no
+//     way back (isPossessive), save 66 and 73 % of the time of ([a-z]+ )+[0-9].
+// (3) work <= patience.atLeast + patience.perByte * (bytes seen), except for the cost of
+//     the latest step; or hasGivenUp is set.
+// (4) Reaching END is a match even after giving up: all ways tried before have failed, and
+//     the dropped ones come later in the order.
 
 namespace fxRegProgram {
 
@@ -43,9 +42,9 @@ Backtracker::Outcome Backtracker::tryAt(const char* from) {
     return Outcome::match;
 }
 
-// When every match starts with a repetition, a later start within the same run could
-// only be followed by what has failed already; and at the end of the run that has
-// been tried too, or cannot start. Saves 70 % of the time of [a-z]*(qq|zz)[0-9].
+// When every match starts with a repetition, a later start within the same run only leads
+// to ways that have failed already. At the end of the run the way behind it has been tried
+// as well, or no match can start. Saves 70 % of the time of [a-z]*(qq|zz)[0-9].
 const char* Backtracker::afterFailure(const char* tried) const {
     const char* last = tried;
     if (firstRunStart == tried) {
@@ -56,7 +55,7 @@ const char* Backtracker::afterFailure(const char* tried) const {
     return *last != 0 ? last + 1 : nullptr;
 }
 
-// Takes one step and returns the next, null when it fails.
+// Takes one step. Returns the next one, or null on failure.
 inline const Step* Backtracker::take(const Step* step) {
     bool isMatched = true;
     switch (step->op) {
@@ -124,14 +123,14 @@ inline const Step* Backtracker::choose(const Step* step) {
     return chosen != nullptr ? enter(chosen) : nullptr;
 }
 
-// Goes into an alternative and leaves those after it for later.
+// Enters an alternative and pushes those after it.
 inline const Step* Backtracker::enter(const Step* chosen) {
     const Step* const other = alternative(chosen->later, at, work);
     if (other != nullptr) pushChoice(other, at, 0);
     return &steps[chosen->body];
 }
 
-// The end of the longest run from `from` of what `step` repeats.
+// The end of the longest run from `from` of the bytes that `step` repeats.
 inline const char* Backtracker::runEnd(const Step* step, const char* from) const {
     switch (step->run) {
         case Step::ofAny:
@@ -166,8 +165,8 @@ inline const Step* Backtracker::repeat(const Step* step) {
     return shorten(step, end, at + step->least);
 }
 
-// Goes on behind the longest of the repetitions that end in [least, from] and
-// can be followed by what comes next; leaves the shorter ones for later.
+// Continues behind the longest of the repetitions that end in [least, from] and can be
+// followed by the next step; pushes the shorter ones.
 inline const Step* Backtracker::shorten(const Step* step, const char* from, const char* least) {
     while (from >= least && !isIn(step->follow, step->followMask, from)) --from;
     if (from < least) return nullptr;
@@ -176,7 +175,7 @@ inline const Step* Backtracker::shorten(const Step* step, const char* from, cons
     return &steps[step->next];
 }
 
-// Goes back to the latest choice, null when there is none.
+// Goes back to the latest choice. Returns null when there is none.
 const Step* Backtracker::resume() {
     while (depth != 0 && !hasGivenUp) {
         const Entry entry = entries[--depth];
@@ -197,7 +196,7 @@ const Step* Backtracker::resume() {
     return nullptr;
 }
 
-// Counts work, and returns whether to go on. `reached` has been looked at.
+// Counts work, and returns whether to go on. `reached` is the last byte seen.
 inline bool Backtracker::spend(size_t cost, const char* reached) {
     work += cost;
     return __builtin_expect(work <= workLimit, true) || isWorthMore(reached);

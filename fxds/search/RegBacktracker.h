@@ -1,4 +1,4 @@
-// Matching by trying one way at a time: quick, as long as it seldom goes back.
+// Matching by trying one way at a time: fast, as long as it rarely goes back.
 // Private to the library.
 #ifndef FXDS_SEARCH_REGBACKTRACKER_H
 #define FXDS_SEARCH_REGBACKTRACKER_H
@@ -20,12 +20,12 @@ public:
     Backtracker(const Backtracker&) = delete;
     Backtracker& operator=(const Backtracker&) = delete;
 
-    /// Whether a match starts at `from`. Unknown when finding out takes more than
-    /// the patience allows, or more ways are open than there is room for.
+    /// Whether a match starts at `from`. Unknown when the answer takes more
+    /// work than the patience allows, or more open ways than there is room for.
     Outcome tryAt(const char* from);
 
-    /// Where the next match may start after none was found at `tried`; null for
-    /// nowhere.
+    /// The next place where a match may start after none was found at `tried`,
+    /// or null.
     const char* afterFailure(const char* tried) const;
 
     /// The positions of the match: slots of the plan.
@@ -47,10 +47,10 @@ private:
     bool spend(size_t cost, const char* reached);
     bool isWorthMore(const char* reached);
 
-    const Step* const firstRun;  // what every match starts with, or null
+    const Step* const firstRun;  // the repetition that every match starts with, or null
     const char* const searchStart;
     const Patience patience;
-    size_t workLimit;  // where to think about giving up
+    size_t workLimit;  // work at which giving up is considered
     size_t work = 0;
     bool hasGivenUp = false;
     const char* at = nullptr;  // the position
@@ -58,7 +58,7 @@ private:
     const char* firstRunStart = nullptr;  // the latest run of firstRun
     const char* firstRunEnd = nullptr;
     const char* positions[2 * groupCount];  // those of the plan's slots are in use
-    uint32_t savedSlots = 0;                // bits of those pushed since the latest choice
+    uint32_t savedSlots = 0;                // bits of the slots pushed since the latest choice
     size_t depth = 0;                       // entries in use
     static constexpr size_t room = 512;
     Entry entries[room];

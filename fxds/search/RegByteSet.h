@@ -53,7 +53,7 @@ struct ByteSet {
     }
 
 private:
-    // Not the compiler's, which is a call where the machine may lack the instruction.
+    // Not the builtin, which is a function call where the machine may lack the instruction.
     static size_t bitsOf(uint64_t word) {
         word -= word >> 1 & 0x5555555555555555;
         word = (word & 0x3333333333333333) + (word >> 2 & 0x3333333333333333);

@@ -5,7 +5,7 @@
 #include <cstring>
 
 // A search runs the engine and reads the ends of group 0 out of the compiled
-// expression; failures are told by numbers that no position has.
+// expression. Failures are reported as numbers that no position has.
 
 namespace {
 constexpr int notFound = -1;

@@ -8,18 +8,18 @@
 
 #include "fxds/search/RegInternals.h"
 
-// The interface around the parts of the engine: RegParser.cc turns a pattern into
-// nodes, RegPlan.cc nodes into what the matcher works from, and RegMatch.cc
+// The interface of the engine: RegParser.cc turns a pattern into nodes,
+// RegPlan.cc turns nodes into the steps of the matcher, and RegMatch.cc
 // searches, with RegBacktracker.cc and RegInStep.cc for a match at one place.
 
 using namespace fxRegProgram;
 
 namespace {
 
-// Fills in what lets a search skip places without entering the matcher. A text
-// that every match contains is looked for only when the expression starts with a
-// repetition, as otherwise the first character already selects well: the longest
-// one of the chain, the last of several.
+// Sets the fields by which a search skips places without entering the matcher.
+// A text that every match contains is used only when the expression starts with
+// a repetition, because otherwise the first character selects well enough: the
+// longest text of the chain, the last of several.
 void findShortcuts(fxregexp* compiled, bool startsRepeated) {
     char* const code = reinterpret_cast<char*>(compiled) + offsetof(fxregexp, program);
     const Program program(code, compiled->programSize_);
@@ -61,7 +61,8 @@ bool hasMagic(const fxregexp* compiled) {
     return static_cast<unsigned char>(compiled->program[0]) == magic;
 }
 
-// Where an expansion goes: up to `size` bytes at `dest`, the rest is counted.
+// The destination of an expansion: up to `size` bytes at `dest`; the rest is
+// counted.
 class Expansion {
 public:
     Expansion(char* dest_, size_t size_) : dest(dest_), size(size_) {}
@@ -72,8 +73,8 @@ public:
     }
     void add(char c) { add(&c, 1); }
 
-    // Adds a group. A group that now holds a terminator is filled up with zeros
-    // from there on, and the result is false.
+    // Adds a group. A group that contains a terminator by now is filled up with
+    // zeros from there on, and the result is false.
     bool addGroup(const char* begin, const char* end) {
         if (begin == nullptr || end == nullptr) return true;
         const size_t count = static_cast<size_t>(end - begin);
@@ -83,7 +84,7 @@ public:
         return present == count;
     }
 
-    // A text that does not fit is cut to leave room for its terminator.
+    // Terminates the text. One that does not fit is cut to leave room.
     void terminate() {
         if (size != 0) dest[std::min(length, size - 1)] = 0;
     }
@@ -95,7 +96,7 @@ private:
     const size_t size;
 };
 
-// The group that the reference at `text` means, -1 when there is none there.
+// The group that the reference at `text` names, or -1 if there is no reference.
 int groupAt(const char* text) {
     if (*text == '&') return 0;
     return text[0] == '\\' && text[1] >= '0' && text[1] <= '9' ? text[1] - '0' : -1;

@@ -5,26 +5,26 @@
 
 #include "fxds/Fatal.h"
 
-// All ways are walked at once, byte by byte. Between two bytes each way is a thread:
-// the step that takes the next byte, and the positions recorded so far. How a way
-// goes on depends on its step and the position alone, so of two ways that come to
-// the same step only the one that going back would try first is kept.
+// All ways are walked at once, byte by byte. Between two bytes each way is a thread: the
+// step that takes the next byte, and the positions recorded so far. The rest of a way
+// depends only on its step and the position, so of two ways that reach the same step, the
+// one that backtracking would try first is kept.
 //
 // Invariants, when the threads `ahead` wait for the byte at `at`:
-// (1) There is at most one thread for each place: a step, and for an EXACTLY how
-//     much of its text has been taken. Each of them can take the byte.
-// (2) The threads are in the order in which going back would try them. Ways from an
-//     earlier start come before those from a later one.
-// (3) marks[place] == turn when a way has come to the place at this position. Going
-//     on behind a repetition that has had its least is a place of its own.
-// (4) When there is a match, every thread comes before it in that order: a thread
-//     that reaches END replaces it.
-// (5) A way that has led nowhere from a place at a position leads nowhere from there
-//     in any search of the subject: what is known of later positions stays true until
-//     a match is found there. A later walk takes such places for come to already.
-// While a step is followed from a thread, `pending` holds the ways not followed yet,
-// the next one on top, each below the positions to restore before it. A step pushes
-// only when it is first come to at a position, so there is room for all.
+// (1) There is at most one thread for each place. A place is a step, and for an EXACTLY the
+//     number of bytes of its text taken so far. Each thread can take the byte.
+// (2) The threads are in the order in which backtracking would try them. Ways from an
+//     earlier start precede those from a later one.
+// (3) marks[place] == turn when a way has reached the place at this position. A repetition
+//     that has had its minimum is another place.
+// (4) When there is a match, every thread precedes it in that order: a thread that reaches
+//     END replaces it.
+// (5) A place from which no match was reached at a position is a dead end in every search
+//     of the subject: notes on later positions stay true until a match is found there. A
+//     later walk treats such places as reached.
+// While the ways from a thread are followed, `pending` contains those not followed yet, the
+// next one on top, each below the positions to restore before it. A step is pushed only
+// when it is reached first at a position, so there is room for all.
 
 namespace fxRegProgram {
 
@@ -75,15 +75,15 @@ bool InStep::walk(const char* from) {
     return hasMatch;
 }
 
-// Takes the places from which no match can be reached for places come to already.
+// Marks the places from which no match can be reached as reached.
 void InStep::recall(const DeadEnds::Position& position) {
     for (size_t place = 0; place < plan.placeCount; ++place) {
         if ((position.places[place / 64] >> place % 64 & 1) != 0) plan.room.marks[place] = turn;
     }
 }
 
-// Notes all places come to here. They are dead ends unless a match is found from here
-// on, and then this position is forgotten. Returns the index of the next position.
+// Records all places reached here. They are dead ends unless a match is found from here on,
+// and then this position is dropped. Returns the index of the next position.
 size_t InStep::keep(size_t index, bool isKnown) {
     DeadEnds& known = *plan.room.known;
     DeadEnds::Position* const kept = known.positions;
@@ -101,9 +101,10 @@ size_t InStep::keep(size_t index, bool isKnown) {
     return index + 1;
 }
 
-// Gives up a position that lies between two close ones, as seen from the start of the
-// walk, and returns its index. Up to a gigabyte there is one, as there is room for
-// twice as many as the widenings up to there; behind, the last but one.
+// Drops a position between two that are close together, relative to their distance from the
+// start of the walk, and returns its index. Up to a gigabyte such a position exists,
+// because there is room for twice as many as the widenings up to there; beyond, the last
+// but one is dropped.
 size_t InStep::thinOut() {
     DeadEnds& known = *plan.room.known;
     const auto distance = [&](size_t i) { return known.positions[i].at - walkStart; };
@@ -123,7 +124,7 @@ void InStep::forgetUpTo(const char* position) {
     drop(0, count);
 }
 
-// Gives up the positions [from, to).
+// Drops the positions [from, to).
 void InStep::drop(size_t from, size_t to) {
     DeadEnds& known = *plan.room.known;
     std::rotate(known.positions + from, known.positions + to, known.positions + known.count);
@@ -138,7 +139,7 @@ void InStep::start() {
     follow(&steps[plan.first]);
 }
 
-// Goes on behind the byte that the thread has taken. Most threads come to where an
+// Continues behind the byte that the thread has taken. Most threads reach a place where an
 // earlier one has been, so nothing is copied before that is known.
 inline void InStep::advance(const Thread& thread, const char* const* recorded) {
     ++work;
@@ -158,7 +159,7 @@ inline void InStep::advance(const Thread& thread, const char* const* recorded) {
     }
 }
 
-// Follows all ways from a step to where they wait for a byte or end, in order.
+// Follows all ways from a step to the steps where they wait for a byte or end, in order.
 void InStep::follow(const Step* step) {
     depth = 0;
     for (;;) {
@@ -175,7 +176,7 @@ void InStep::follow(const Step* step) {
     }
 }
 
-// Passes one step and returns the next, null when the way ends or waits.
+// Passes one step. Returns the next one, or null when the way ends or waits.
 inline const Step* InStep::pass(const Step* step) {
     ++work;
     if (!isNew(step->place)) return nullptr;
@@ -220,7 +221,7 @@ inline void InStep::push(const Step* step, const char* position) {
     entry.step = static_cast<uint64_t>(step - steps) & 0xFFFF;
 }
 
-// Goes into an alternative and leaves those after it for later.
+// Enters an alternative and pushes those after it.
 inline const Step* InStep::enter(const Step* chosen) {
     const Step* const other = alternative(chosen->later, at, work);
     if (other != nullptr) push(other, at);
@@ -240,14 +241,14 @@ inline void InStep::wait(const Step* step, unsigned int offset) {
     ++ahead.count;
 }
 
-// A match. The ways not followed yet come after it.
+// Records a match. The ways not followed yet come after it in the order.
 inline void InStep::finish() {
     hasMatch = isCut = true;
     copySlots(slots, positions);
     positions[1] = at;
 }
 
-// There is at least one slot, and often no more.
+// There is at least one slot, and often only one.
 inline void InStep::copySlots(const char* const* from, const char** to) const {
     to[0] = from[0];
     for (size_t i = 1; i < slotCount; ++i) to[i] = from[i];

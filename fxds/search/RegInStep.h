@@ -1,5 +1,5 @@
-// Matching by walking all ways in step: time in proportion to the subject times
-// the pattern, whatever they are. Private to the library.
+// Matching by walking all ways in step: the time is proportional to the subject times the
+// pattern, for any of them. Private to the library.
 #ifndef FXDS_SEARCH_REGINSTEP_H
 #define FXDS_SEARCH_REGINSTEP_H
 
@@ -13,12 +13,12 @@ public:
     InStep(const InStep&) = delete;
     InStep& operator=(const InStep&) = delete;
 
-    /// Finds the match of the first start, `from` or later, that has one; gives up
-    /// where no way is left open. Searches go on behind a walk that found nothing,
-    /// so walks of one object never look at the same part of the subject.
+    /// Finds the match of the first start, `from` or later, that has one; ends where no way
+    /// is open. Searches continue behind a walk without a match, so walks of one object
+    /// never examine the same part of the subject.
     bool walk(const char* from);
 
-    /// Where the next match may start after a walk without one; null for nowhere.
+    /// The next place where a match may start after a walk without one, or null.
     const char* behind() const { return *at != 0 ? at + 1 : nullptr; }
 
     /// The positions of the match: slots of the plan.
@@ -53,8 +53,8 @@ private:
     const char* walkStart = nullptr;
     uint32_t turn = 0;
     bool hasMatch = false;
-    bool isCut = false;                          // what comes after the match just found is dropped
-    const char* slots[2 * groupCount] = {};      // recorded on the way that is being followed
+    bool isCut = false;                          // the ways after the match just found are dropped
+    const char* slots[2 * groupCount] = {};      // recorded on the way being followed
     const char* positions[2 * groupCount] = {};  // those of the match
 };
 

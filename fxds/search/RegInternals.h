@@ -1,4 +1,4 @@
-// What the compiler of regular expressions and the matcher share. Private to
+// Declarations shared by the compiler of regular expressions and the matcher. Private to
 // the library.
 #ifndef FXDS_SEARCH_REGINTERNALS_H
 #define FXDS_SEARCH_REGINTERNALS_H
@@ -36,7 +36,7 @@ constexpr unsigned char magic = 0234;   // first byte of every program
 constexpr size_t programLimit = 32767;  // offsets have two bytes
 constexpr size_t nodeHead = 3;          // bytes of a node before its operand
 
-/// A program as text, with the reading of its nodes.
+/// A program in its textual form, with access to its nodes.
 class Program {
 public:
     Program(const char* code_, size_t size_) : code(code_), size(size_) {}
@@ -56,18 +56,18 @@ public:
     const size_t size;
 };
 
-/// Parses `pattern` into `code`. Returns the reason when it is faulty, and sets the
-/// offset of the fault; otherwise null. `startsRepeated`: some alternative starts
-/// with `*` or `+`.
+/// Parses `pattern` into `code`. Returns null, or the reason for a faulty pattern and sets
+/// the offset of the fault. Sets `startsRepeated` if an alternative starts with `*` or `+`.
 const char* parse(const char* pattern, std::vector<char>& code, bool& startsRepeated,
                   size_t& offset);
 
-/// One step of the matcher: a node, decoded, with what helps to be quick.
-/// Steps that only lead on (NOTHING, BACK, a BRANCH without choice) are never
-/// reached: `next` and the like lead past them. An optional character is a STAR in
-/// the place of its two BRANCHes.
+/// One step of the matcher: a decoded node with data that speeds up the search. Steps that
+/// only lead on (NOTHING, BACK, a BRANCH without choice) are never reached: `next`, `body`
+/// and `later` lead past them. An optional character is a STAR in the place of its two
+/// BRANCHes.
 struct Step {
-    // What a STAR or PLUS repeats; a STAR with ofOptional takes one of `set` at most.
+    // The bytes that a STAR or PLUS repeats. A STAR with ofOptional takes at most one of
+    // `set`.
     enum Run : unsigned char { ofAny, ofOne, ofAllBut, ofSet, ofOptional };
 
     unsigned char op;          // an Opcode; groups without their number
@@ -86,20 +86,20 @@ struct Step {
     unsigned int text;         // EXACTLY: offset in the copy of the program
     // Offsets of tables: table[c] & mask is set if byte c is in the set.
     unsigned int set;     // what is matched (ANYOF, ANYBUT, STAR, PLUS)
-    unsigned int follow;  // what can come first in the alternative (BRANCH), or
-                          // behind the repetition (STAR, PLUS)
+    unsigned int follow;  // the bytes that can begin the alternative (BRANCH), or
+                          // follow the repetition (STAR, PLUS)
     static constexpr unsigned short none = 0xFFFF;
 };
 
-/// What a walk can go back to.
+/// An entry on the stack of a walk: a way to go back to, or a position to restore.
 struct Entry {
-    const char* position;  // where to go on; for a group what was recorded before
+    const char* position;  // where to continue; for a group the position to restore
     uint64_t step : 16;    // BRANCH: alternative to try; STAR, PLUS; OPEN, CLOSE: restore
     uint64_t fewer : 48;   // STAR, PLUS: how many shorter repetitions are left as well
 };
 
-/// One of the ways that are walked in step: it waits for the byte at the position
-/// to be taken by `step`; for an EXACTLY, by the byte of its text at `offset`.
+/// One of the ways that are walked in step: its next byte is taken by `step`, and for an
+/// EXACTLY by the byte of its text at `offset`.
 struct Thread {
     unsigned short step;
     unsigned short offset;
@@ -113,14 +113,14 @@ struct ThreadList {
     size_t count;
 };
 
-/// What searches of a subject have found out for those that go on in it: the places
-/// from which no match can be reached, at some positions. Memory for few positions
-/// is enough: they lie closely ahead of where a walk has started and widely further
-/// on, so a walk soon comes to one, and walks between two of them add others there.
+/// Results of searches of a subject for later searches that continue in it: the places from
+/// which no match can be reached, at some positions. A few positions are enough: they are
+/// dense ahead of the start of a walk and sparse further on, so a walk soon meets one, and
+/// walks between two of them add others there.
 struct DeadEnds {
     static constexpr size_t room = 32;
     static constexpr size_t closest = 8;   // bytes behind the start of a walk
-    static constexpr size_t widening = 4;  // each is so many times further away
+    static constexpr size_t widening = 4;  // each is this many times further away
     struct Position {
         const char* at;
         uint64_t* places;  // bits
@@ -128,22 +128,22 @@ struct DeadEnds {
 
     const char* subject;  // of the last search; null before the first
     const char* begin;    // where the first search of the subject began
-    size_t work;          // that going back has taken in it since then
+    size_t work;          // of backtracking in it since then
     size_t words;         // of `places`
     size_t count;
     Position positions[room];  // ascending
 };
 
-/// Room for walking in step. It is part of the block of the compiled expression, so
+/// Memory for walking in step. It is part of the block of the compiled expression, so that
 /// a search allocates nothing.
 struct WalkRoom {
     ThreadList lists[2];
-    uint32_t* marks;  // by place: the turn in which it was come to last
+    uint32_t* marks;  // by place: the turn in which it was reached last
     Entry* pending;   // one for each step
     DeadEnds* known;
 };
 
-/// How the places are found where a match may start.
+/// The method of finding the places where a match may start.
 enum class Start : unsigned char { anchored, pairs, runAndPair, needed, set, anywhere };
 
 /// The bytes from `least` to `least + span`.
@@ -152,7 +152,7 @@ struct ByteRange {
     unsigned char span;
 };
 
-/// A table and the mask in it of a set of bytes; the mask is 0 where there is none.
+/// A set of bytes, as a table and a mask in it. A mask of 0 means no set.
 struct TableSet {
     unsigned int table;
     unsigned char mask;
@@ -167,8 +167,8 @@ struct BytePair {
     unsigned int text;      // offset in the copy of the program
 };
 
-/// What the part of a match before a certain byte consists of, as an automaton that is
-/// run backwards from there. A place takes one byte; a set of places is a set of bits.
+/// The part of a match before a certain byte, as an automaton that runs backwards from
+/// there. A place takes one byte; a set of places is a set of bits.
 struct alignas(uint32_t) Prefix {
     static constexpr size_t limit = 16;
     uint16_t taking[256];       // the places that take a byte
@@ -178,7 +178,7 @@ struct alignas(uint32_t) Prefix {
     bool canBeEmpty;
 };
 
-/// What the matcher works from. It follows the program in the block of the
+/// The compiled form that the matcher uses. It follows the program in the block of the
 /// compiled expression.
 struct Plan {
     static constexpr size_t rangeLimit = 4;
@@ -191,18 +191,19 @@ struct Plan {
 
     const Step* steps;
     const unsigned char* tables;
-    const char* program;  // copy of the program, to notice damage
+    const char* program;  // copy of the program, to detect damage
     size_t programSize;
     WalkRoom room;
-    TableSet start;  // bytes that a match may start with, and 0, so that a search stops at
-                     // the end; none if other things tell more or it may start with any
-    // Start::needed: the bytes of which every match has one, and 0; the same as at most
-    // rangeLimit ranges, or none; what comes before the first of them, or null.
+    TableSet start;  // bytes that a match may start with, and 0, which stops a search at
+                     // the end; none if any byte can start a match or other fields select better
+    // Start::needed: a set of bytes and 0; every match contains one of the bytes. The same
+    // as at most rangeLimit ranges, or none; the automaton for the part of a match before
+    // the first of them, or null.
     TableSet needed;
     const Prefix* prefix;
     ByteRange ranges[rangeLimit];
-    // Start::pairs: how every match begins; the bytes before a pair are none where there
-    // are several. Start::runAndPair: what every match has behind its first run.
+    // Start::pairs: one of these begins every match; if there are several, no bytes precede
+    // a pair. Start::runAndPair: the text behind the first run of every match.
     BytePair pairs[pairLimit];
     unsigned short first;     // step to start with
     unsigned short runFirst;  // the STAR or PLUS that every match starts with, or Step::none
@@ -215,23 +216,23 @@ struct Plan {
     unsigned char slotCount;  // recorded positions: 0 for the match, from 2 on the groups'
 };
 
-/// Makes the whole block of a compiled expression from its program; null when
-/// memory runs out.
+/// Makes the whole block of a compiled expression from its program; null when memory runs
+/// out.
 fxregexp* makeBlock(const std::vector<char>& code);
 
 /// The plan in the block; null when the program was damaged.
 const Plan* planOf(const fxregexp* compiled);
 
-/// How much going back a search may do before it walks in step.
+/// The amount of backtracking that a search may do before it walks in step.
 struct Patience {
     size_t atLeast = 256;
-    size_t perByte = 8;  // of what it has looked at
+    size_t perByte = 8;  // of the bytes seen
 };
 
-/// Searches the subject for matches that start at `from` or later and sets the
-/// positions of the first and of the groups that the pattern has. Adds the steps that
-/// it took to `effort`; the result does not depend on `patience`. `goesOn`: the
-/// subject is unchanged since the last search, if it is the same.
+/// Searches the subject for matches that start at `from` or later, and sets the positions
+/// of the first one and of the groups that the pattern has. Adds the number of steps to
+/// `effort`. The result does not depend on `patience`. `goesOn`: if the subject is that of
+/// the last search, it is unchanged.
 bool search(const Plan& plan, const char* subject, const char* from, const char** startp,
             const char** endp, size_t& effort, Patience patience = Patience(), bool goesOn = false);
 

@@ -5,14 +5,14 @@
 #include "fxds/search/RegInternals.h"
 #include "fxds/search/RegStarts.h"
 
-// A search looks for places where a match may start and tries each by going back. Where that takes
-// too much it walks in step instead, from that start on and for as long as a way is open; behind
-// that, the search goes on as before. Both find the same match. Walking alone takes 1.2 to 5.4
-// times as long on the rows of PatternBench; going back alone is exponential.
+// A search finds places where a match may start and tries each by backtracking. If that
+// takes too much work, it walks in step instead, from that start on and while a way is
+// open; behind that, backtracking resumes. Both find the same match. Walking alone takes
+// 1.2 to 5.4 times as long on the rows of PatternBench; backtracking alone is exponential.
 //
-// Invariant of a search: no match starts in [start, from). So the time is in
-// proportion to the subject times the program: the work of all tries is bounded by
-// what has been looked at, and walks never overlap.
+// Invariant of a search: no match starts in [start, from). The time is proportional to the
+// subject times the program: the work of all tries is bounded by the bytes seen, and walks
+// never overlap.
 
 namespace fxRegProgram {
 namespace {
@@ -55,9 +55,9 @@ const char* const* Search::run() {
 
 }  // namespace
 
-// Searches that go on in a subject may each look far ahead, for little. When going
-// back has taken more than a search may for all the way that they have come, the rest
-// is walked, as walks remember what they have found to lead nowhere.
+// Searches that continue in one subject may each look far ahead for a short match. When
+// backtracking has taken more than one search may spend on all the bytes passed, the rest
+// is walked, because walks record dead ends.
 bool search(const Plan& plan, const char* subject, const char* from, const char** startp,
             const char** endp, size_t& effort, Patience patience, bool goesOn) {
     DeadEnds& known = *plan.room.known;

@@ -2,14 +2,15 @@
 
 #include "fxds/search/RegInternals.h"
 
-// A recursive descent over the pattern that emits nodes as it goes. It runs
-// twice: the first time it only counts bytes, so that a pattern which is faulty
-// or too big is refused before anything is allocated; offsets are then not
-// written and chains not followed. Nesting is bounded by the number of groups.
+// A recursive descent over the pattern that emits nodes. It runs twice: the
+// first run only counts bytes, so that a pattern which is faulty or too big is
+// refused before anything is allocated; offsets are then not written and chains
+// not followed. Nesting is bounded by the number of groups.
 //
-// A node's place is its offset in the program; 0, where the magic byte is, stands
-// for none. Operators that turn out to govern what was emitted before them
-// insert their node in front and move the rest up.
+// Invariants, in the second run: a node is denoted by its offset in the
+// program; 0, the offset of the magic byte, means none. An operator that
+// applies to nodes emitted before it inserts its node in front of them and
+// moves them up.
 
 namespace fxRegProgram {
 namespace {
@@ -75,7 +76,7 @@ private:
 
     const char* const pattern;
     const char* at;       // rest of the pattern
-    const char* faultAt;  // with a message: what it is about
+    const char* faultAt;  // with a message: the place of the fault
     char* code;
     int groups = 1;  // groups so far, the whole match included
 };
@@ -278,7 +279,7 @@ size_t Parser::set() {
     return start;
 }
 
-// The rest of a range, from its dash; its first member has been emitted.
+// The rest of a range, from its dash. Its first member has been emitted.
 bool Parser::range() {
     const int first = byteOf(at[-1]);
     const int last = byteOf(at[1]);
@@ -288,8 +289,8 @@ bool Parser::range() {
     return true;
 }
 
-// A run of characters that stand for themselves or were escaped. An operator
-// binds to one character, so it ends the run before the last one.
+// A run of ordinary or escaped characters. An operator binds to one character,
+// so it ends the run before the last one.
 size_t Parser::literal(int& flags) {
     const size_t start = node(EXACTLY);
     const char* lastStart = at;

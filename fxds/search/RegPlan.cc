@@ -9,15 +9,14 @@
 #include "fxds/search/RegInternals.h"
 #include "fxds/search/RegSignposts.h"
 
-// The program is the compiled expression as callers can see it; the plan is the
-// same thing laid out for speed. Each node becomes a step of fixed size with its
-// jumps resolved, and each choice learns which bytes can come first, so that the
-// matcher does not enter alternatives that cannot succeed, and does not have to
-// remember them either.
+// The program is the compiled expression as callers can see it; the plan is the same thing
+// laid out for speed. Each node becomes a step of fixed size with its jumps resolved. Each
+// choice has the set of bytes that can come first, so that the matcher neither enters nor
+// saves alternatives that cannot succeed.
 //
-// A set of bytes is a bit in a table of 256 bytes, eight sets to a table; equal
-// sets are stored once. Byte 0 is the end of the subject: a step that can go on
-// there has it in its set.
+// A set of bytes is a bit in a table of 256 bytes, eight sets to a table; a set equal to
+// one of the latest 64 is not stored again. Byte 0 is the end of the subject: a step that
+// can continue there has it in its set.
 //
 // Block: fxregexp with the program | Plan | prefix, if there is one | steps | tables |
 // copy of the program | room for walking in step
@@ -101,10 +100,10 @@ void Planner::number() {
     }
 }
 
-// Every node but BACK leads to higher places only, so one pass from the end
-// settles all but what follows a BACK. The loop that it goes back to consumes
-// something before it comes to its BACK and so is settled too: a second pass can
-// use that.
+// Every node but BACK leads to higher places only, so one pass from the end is enough for
+// all nodes not reached through a BACK. The loop that a BACK returns to consumes a byte
+// before it comes to the BACK, so its set is known after the first pass, and a second one
+// can use it.
 void Planner::firstSets() {
     first.assign(nodes.size(), ByteSet::all());
     for (const bool followsBack : {false, true}) {
@@ -161,8 +160,8 @@ ByteSet Planner::matched(size_t node) const {
     return ~set;
 }
 
-// The bytes that the step for a node takes one of; none for those that take none, and
-// for texts.
+// The bytes of which the step for a node takes one; empty for steps that take none, and for
+// texts.
 ByteSet Planner::takenBy(size_t node) const {
     switch (program.opcode(node)) {
         case ANY:
@@ -196,7 +195,7 @@ size_t Planner::optionalIn(size_t node) const {
     return isOneByte ? body : 0;
 }
 
-// The step to go to for a node: past those that only lead on.
+// The step to go to for a node: the first one behind nodes that only lead on.
 unsigned short Planner::resolve(size_t node) const {
     for (;;) {
         const unsigned char op = program.opcode(node);
@@ -210,7 +209,7 @@ unsigned short Planner::resolve(size_t node) const {
     }
 }
 
-// The table and the bit of a set. Sets repeat often, mostly soon.
+// The table and the bit of a set. Sets repeat often, mostly within a short distance.
 unsigned int Planner::intern(const ByteSet& set, unsigned char& mask) {
     constexpr size_t lookBack = 64;
     size_t number = sets.size();
@@ -312,7 +311,7 @@ void Planner::makeStart() {
     }
 }
 
-// Looks for what is rarer than the bytes that a match may start with.
+// Selects a search for something rarer than the bytes that a match may start with.
 void Planner::makeSignposts() {
     std::vector<ByteSet> takes;
     takes.reserve(nodes.size());
@@ -334,7 +333,7 @@ void Planner::makeSignposts() {
     }
 }
 
-// The set as ranges, none if these are too many.
+// The set as ranges; none if there are too many.
 void Planner::makeRanges(const ByteSet& set) {
     int last = -2;
     size_t count = 0;
@@ -380,7 +379,7 @@ WalkRoom Planner::roomAt(char* at) const {
     return room;
 }
 
-// Copies the plan and what belongs to it to its place in the block.
+// Copies the plan and its parts to their places in the block.
 void Planner::place(char* block) const {
     static_assert(sizeof(Plan) % alignof(Step) == 0 && sizeof(Prefix) % alignof(Step) == 0 &&
                   std::is_trivially_copyable_v<Plan> && std::is_trivially_copyable_v<Step>);

@@ -6,7 +6,7 @@
 namespace fxRegProgram {
 namespace {
 
-// How often each byte comes in text, of 10,000: prose and programs mixed.
+// The frequency of each byte in text, of 10,000: prose and programs mixed.
 constexpr std::array<unsigned short, 256> frequencies = [] {
     std::array<unsigned short, 256> table{};
     for (size_t c = 0; c < table.size(); ++c) table[c] = c > ' ' && c < 0x7F ? 30 : 5;
@@ -23,7 +23,7 @@ constexpr std::array<unsigned short, 256> frequencies = [] {
     return table;
 }();
 
-constexpr unsigned int tooOften = 1200;  // looking for what comes more often saves little
+constexpr unsigned int tooOften = 1200;  // searching for more frequent bytes saves little
 
 unsigned int frequencyOf(unsigned char c) { return frequencies[c]; }
 unsigned int frequencyOf(char c) { return frequencyOf(static_cast<unsigned char>(c)); }
@@ -43,7 +43,7 @@ ByteSet rarestOf(const char* text, size_t length) {
 
 bool isRepetition(const Step& step) { return step.op == STAR || step.op == PLUS; }
 
-// The pair of a text that has some bytes before it.
+// The pair of a text behind its first `before` bytes.
 BytePair pairAt(const char* program, const Step& text, size_t before) {
     const char* const pair = program + text.text + before;
     return {static_cast<unsigned char>(pair[0]), static_cast<unsigned char>(pair[1]),
@@ -91,8 +91,8 @@ bool Signposts::isNeeded(const ByteSet& set) {
     return true;
 }
 
-// The text before a needed byte is compared with the subject before a match is tried,
-// so a set with something before it is worth more than one that is rarer.
+// The subject before a needed byte is checked before a match is tried, so a set with a
+// non-empty prefix is better than one that is rarer.
 void Signposts::consider(const ByteSet& set, NeededSet& best) {
     constexpr unsigned int withoutPrefix = 16;
     unsigned int cost = frequencyOf(set);
@@ -103,7 +103,7 @@ void Signposts::consider(const ByteSet& set, NeededSet& best) {
     best.cost = cost;
 }
 
-// A big expression is not looked at whole.
+// Only the first steps of a big expression are considered.
 bool Signposts::findNeeded(NeededSet& best) {
     constexpr size_t most = 32;
     const unsigned int before = best.cost;
@@ -119,12 +119,13 @@ bool Signposts::findNeeded(NeededSet& best) {
     return best.cost < before;
 }
 
-// A place is a way of taking a byte that is not in the set. False if there are too many.
+// A place is one way of taking a byte that is not in the set. Returns false if there are
+// too many.
 bool Signposts::findPrefix(const ByteSet& set, Prefix& prefix) const {
     Few<Way, Prefix::limit> places;
     Ways ways;
     if (!collectWays(start, ways)) return false;
-    uint16_t before = 0;  // the place that the ways are behind, 0 for the start
+    uint16_t before = 0;  // the place that precedes the ways, 0 for the start
     for (size_t done = 0;; ++done) {
         for (const Way& way : ways) {
             const ByteSet taken = takenBy(way);
@@ -152,8 +153,8 @@ bool Signposts::findPrefix(const ByteSet& set, Prefix& prefix) const {
     }
 }
 
-// Collects the ways of taking a byte from a step on. False when a match can end
-// before, or there are too many.
+// Collects the ways of taking a byte from a step on. Returns false when a match can end
+// without one, or there are too many.
 bool Signposts::collectWays(unsigned short from, Ways& ways) const {
     Few<unsigned short, 64> met;
     met.add(from);
@@ -192,8 +193,8 @@ ByteSet Signposts::takenBy(const Way& way) const {
                : takes[way.step];
 }
 
-// Neighbours are no accident, so pairs come more often than chance would have it; and
-// they tell less than a set whose prefix is known.
+// Neighbouring bytes depend on each other, so pairs are more frequent than the product of
+// their frequencies; and they select less than a set whose prefix is known.
 bool Signposts::findFirstPairs(FirstPairs& found) const {
     constexpr unsigned int bias = 4;
     found.cost = 150;

@@ -1,4 +1,4 @@
-// What a search can look for to find the places where a match may start, worked out
+// Byte sets and pairs by which a search finds the places where a match may start, computed
 // from the steps. Private to the library.
 #ifndef FXDS_SEARCH_REGSIGNPOSTS_H
 #define FXDS_SEARCH_REGSIGNPOSTS_H
@@ -11,7 +11,7 @@
 
 namespace fxRegProgram {
 
-/// At most `limit` items in an array: larger results are not wanted here.
+/// An array of at most `limit` items, for results that are useful only if they are short.
 template <class T, size_t limit>
 class Few {
 public:
@@ -20,7 +20,7 @@ public:
         items[count++] = item;
         return true;
     }
-    /// The index of an item, size() for one that is not there.
+    /// The index of an item, or size() if it is absent.
     size_t find(const T& item) const {
         size_t i = 0;
         while (i < count && !(items[i] == item)) ++i;
@@ -40,36 +40,37 @@ private:
 /// A set of bytes of which every match contains one.
 struct NeededSet {
     ByteSet set;
-    unsigned int cost = ~0U;  // the less the better; this is none
+    unsigned int cost = ~0U;  // the lower the better; the initial value means none
 };
 
 /// The pair of a text of at least two bytes that is rarest in other texts.
 BytePair rarestPair(const char* program, const Step& text);
 
-/// How every match begins, where there are few ways: with one of these pairs.
+/// The pairs with which every match begins, where there are few.
 struct FirstPairs {
     Few<BytePair, Plan::pairLimit> pairs;
     unsigned int cost = ~0U;
 };
 
-/// The steps of a plan that is being made. They lead to later ones, but for the ways
-/// back of loops.
+/// Works on the steps of a plan under construction. They lead to later ones, except for the
+/// ways back of loops.
 class Signposts {
 public:
-    /// `takes`: for each step the bytes that it takes one of, but for an EXACTLY;
-    /// `first`: for each the bytes that can come next, from there on.
+    /// `takes` has for each step the bytes of which it takes one, except for an EXACTLY;
+    /// `first` has for each step the bytes that can come next, from there on.
     Signposts(const std::vector<Step>& steps_, const std::vector<ByteSet>& takes_,
               const std::vector<ByteSet>& first_, const char* program_, unsigned short start_)
         : steps(steps_), takes(takes_), first(first_), program(program_), start(start_) {}
 
-    /// Whether there is a set that is rare in text and costs less than `best`; sets that.
+    /// Finds a set that is rare in text and costs less than `best`. Returns whether there
+    /// is one.
     bool findNeeded(NeededSet& best);
 
-    /// Adds to an empty prefix the part of a match before the first byte of a needed set;
-    /// false if it has too many places.
+    /// Adds the part of a match before the first byte of a needed set to an empty prefix.
+    /// Returns false if it has too many places.
     bool findPrefix(const ByteSet& set, Prefix& prefix) const;
 
-    /// Whether there are few pairs.
+    /// Finds the first pairs. Returns whether there are few.
     bool findFirstPairs(FirstPairs& found) const;
 
 private:

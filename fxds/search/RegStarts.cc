@@ -8,16 +8,16 @@
 namespace fxRegProgram {
 namespace {
 
-// The vectors here are those that every x86-64 has. They are filled from bytes that
-// are known to be there: strnlen() has looked at them, in stretches that grow.
+// The vectors here are those that every x86-64 has. They are filled only from bytes that
+// exist: strnlen() has checked them, in stretches that grow.
 constexpr size_t vectorSize = sizeof(__m128i);
 
 __m128i load(const char* p) { return _mm_loadu_si128(reinterpret_cast<const __m128i*>(p)); }
 
 __m128i sixteen(unsigned char c) { return _mm_set1_epi8(static_cast<char>(c)); }
 
-// The first byte in one of the ranges among `length`, which is a multiple of 16; the
-// end otherwise.
+// The first byte within `length`, a multiple of 16, that is in one of the ranges; the end
+// otherwise.
 template <size_t count>
 const char* findInRanges(const ByteRange* ranges, const char* from, size_t length) {
     __m128i least[count];
@@ -41,8 +41,8 @@ const char* findInRanges(const ByteRange* ranges, const char* from, size_t lengt
 
 }  // namespace
 
-// Calls find(begin, length) for stretches of the subject from `from` on until it
-// returns a place other than the end of the stretch; the end of the subject otherwise.
+// Calls find(begin, length) for stretches of the subject from `from` on until it returns a
+// place other than the end of the stretch. Returns that place, or the end of the subject.
 template <class Find>
 const char* StartFinder::inStretches(const char* from, Find find) {
     constexpr size_t longest = 65536;
@@ -75,8 +75,8 @@ const char* StartFinder::find(const char* from) {
     }
 }
 
-// The first byte that is in the set, which has the end of the text in it. Four bytes
-// a turn save 8 % of the time of [0-9]+[.][0-9]+.
+// The first byte in the set, which contains the end of the text. Checking four bytes per
+// turn saves 8 % of the time of [0-9]+[.][0-9]+.
 const char* StartFinder::skipTo(const TableSet& set, const char* from) const {
     while (!isIn(set, from)) {
         if (isIn(set, from + 1)) return from + 1;
@@ -87,8 +87,8 @@ const char* StartFinder::skipTo(const TableSet& set, const char* from) const {
     return from;
 }
 
-// Where every match is a run and then a text, the first text gives where the first
-// run may be, all of it up to there.
+// If every match is a run and then a text, the first text determines the first place of the
+// run: as far back as its bytes go.
 const char* StartFinder::findRunAndPair(const char* from) {
     const Step* const firstRun = &steps[plan.runFirst];
     for (const char* text = from; (text = findPair(text)) != nullptr; ++text) {
@@ -99,9 +99,9 @@ const char* StartFinder::findRunAndPair(const char* from) {
     return nullptr;
 }
 
-// No match starts between the first needed byte and the next but behind it. What comes
-// before it in a match is walked backwards from there: at first a few bytes, as most
-// ways end soon; further only when a match has been tried in vain.
+// No match starts between the first needed byte and the next but behind it. The part of a
+// match before the byte is walked backwards from there: a few bytes at first, because most
+// ways end soon, and further only when a match has been tried in vain.
 const char* StartFinder::findBeforeNeeded(const char* from) {
     constexpr size_t few = 32;
     for (;;) {
@@ -121,7 +121,7 @@ const char* StartFinder::findBeforeNeeded(const char* from) {
     }
 }
 
-// Sets `earliest`, and whether that is known, having gone back by at most `most` bytes.
+// Sets `earliest`, and whether it is known, after going back by at most `most` bytes.
 void StartFinder::goBack(const char* from, size_t most) {
     isEarliestKnown = plan.prefix == nullptr || *needed == 0;
     earliest = from;
@@ -145,7 +145,7 @@ void StartFinder::goBack(const char* from, size_t most) {
     isEarliestKnown = true;
 }
 
-// The first needed byte, or the end. Near ones are found sooner without vectors.
+// The first needed byte, or the end. Near ones are found faster without vectors.
 const char* StartFinder::findNeeded(const char* from) {
     constexpr size_t near = 16;
     for (const char* const end = from + near; from != end; ++from) {
@@ -204,7 +204,7 @@ const char* StartFinder::findPair(const char* from) {
     return *found != 0 ? found - before : nullptr;
 }
 
-// `count` pairs at most: the last one is looked for several times.
+// Searches for at most `count` pairs; the last one is used several times.
 template <size_t count>
 const char* StartFinder::findAmong(const char* from) {
     __m128i firsts[count];
@@ -218,7 +218,7 @@ const char* StartFinder::findAmong(const char* from) {
         const char* const end = begin + length;
         for (; end - begin >= static_cast<long>(vectorSize); begin += vectorSize) {
             const __m128i here = load(begin);
-            const __m128i next = load(begin + 1);  // at most the terminator besides
+            const __m128i next = load(begin + 1);  // reads the terminator at most
             __m128i hits = _mm_setzero_si128();
             for (size_t i = 0; i < count; ++i) {
                 hits = _mm_or_si128(hits, _mm_and_si128(_mm_cmpeq_epi8(here, firsts[i]),

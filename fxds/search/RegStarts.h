@@ -6,7 +6,7 @@
 
 namespace fxRegProgram {
 
-/// Those of one search: calls of find() go on from left to right.
+/// The places of one search: calls of find() go from left to right.
 class StartFinder : private RegReader {
 public:
     StartFinder(const Plan& plan_, const char* subject_) : RegReader(plan_, subject_) {}
@@ -33,9 +33,9 @@ private:
     // (3) The subject does not end in [from, checked).
     const char* needed = nullptr;
     const char* earliest = nullptr;
-    bool isEarliestKnown = false;  // else matches may start later only
+    bool isEarliestKnown = false;  // otherwise a lower bound only
     const char* checked = nullptr;
-    size_t stretch = 256;  // how much is checked next
+    size_t stretch = 256;  // bytes to check next
 };
 
 }  // namespace fxRegProgram

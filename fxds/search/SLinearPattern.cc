@@ -5,11 +5,11 @@
 
 #include "fxds/detail/Allocate.h"
 
-// The byte of the text that is under the pattern's last byte gives how far the
+// The byte of the text below the pattern's last byte determines how far the
 // pattern can move on: to where that byte occurs in it last, not counting its
-// own last byte. The search of the C library looks at several bytes at once and
-// is faster in the long run, but takes a while to start: what is not found in
-// the first bytes of a text is left to it.
+// own last byte. The search of the C library examines several bytes at once and
+// is faster on long texts, but slower to start: only texts without a match in
+// their first bytes are passed to it.
 
 namespace {
 constexpr size_t nearBytes = 64;

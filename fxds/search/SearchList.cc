@@ -8,8 +8,8 @@
 #include "fxds/RegEx.h"
 
 // The list is computed when one of its two texts changes, and otherwise only on
-// request: it is a snapshot of the directories. Texts that are passed in may be
-// views of our own and are copied before anything changes.
+// request: it is a snapshot of the directories. Arguments may be views of our
+// own texts and are copied before anything changes.
 
 namespace {
 struct CloseDirectory {

@@ -1,4 +1,4 @@
 #include "fxds/TextPattern.h"
 
-// Here rather than in the header, so that the class has one table of functions.
+// Defined here so that the class has one vtable.
 fxTextPattern::~fxTextPattern() = default;
