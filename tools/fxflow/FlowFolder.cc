@@ -105,20 +105,24 @@ int FlowFolder::listen(const std::string& name) {
     const std::string quiet = '.' + std::to_string(flow.process);
     const int made = newSocket();
     if (made < 0) return -1;
-    // A flow of the same process number may have died and left both.
-    for (const std::string& each : {quiet, flow.file()}) {
-        if (isOwnSocket(each)) unlinkat(folder, each.c_str(), 0);
+    // A flow of the same process number may have died and left both names.
+    if (isOwnSocket(quiet)) unlinkat(folder, quiet.c_str(), 0);
+    if (isOwnSocket(flow.file()) && stateOf(flow) == State::died) {
+        unlinkat(folder, flow.file().c_str(), 0);
     }
     const mode_t mask = umask(0177);
     const bool isBound = withAddress(pathOf(quiet), made, bind);
     umask(mask);
-    if (isBound && ::listen(made, 8) == 0 &&
-        renameat2(folder, quiet.c_str(), folder, flow.file().c_str(), RENAME_NOREPLACE) == 0) {
+    // Not rename(), which would replace the socket of a flow that has the same process
+    // number in another container.
+    const bool isNamed = isBound && ::listen(made, 8) == 0 &&
+                         linkat(folder, quiet.c_str(), folder, flow.file().c_str(), 0) == 0;
+    const int error = errno;
+    if (isBound) unlinkat(folder, quiet.c_str(), 0);
+    if (isNamed) {
         own = flow.file();
         return made;
     }
-    const int error = errno;
-    if (isBound) unlinkat(folder, quiet.c_str(), 0);
     close(made);
     errno = error;
     return -1;
