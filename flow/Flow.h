@@ -71,6 +71,12 @@ public:
     [[nodiscard]] fxStreamFault save(const std::string& path);
     [[nodiscard]] fxStreamFault load(const std::string& path);
     ///@}
+    /// Loads the saved flow, and makes it that of the text as apply() does, before anything
+    /// starts: of the saved objects only those start of which the text says the same. Plug-ins
+    /// that the text names are loaded. Adds what is wrong with the text to `problems`; when that
+    /// is an error, or the flow cannot be loaded, nothing has changed.
+    [[nodiscard]] fxStreamFault load(const std::string& path, fxFlowText text,
+                                     std::vector<fxFlowProblem>& problems);
 
     /// Calls the watcher with each value, as text, that leaves an output, or that an output
     /// sends to an input; until the flow ends, a text has no such end, or `context` (borrowed)

@@ -1,5 +1,6 @@
 #include <algorithm>
 #include <cstdlib>
+#include <iterator>
 
 #include "flow/run/Network.h"
 
@@ -35,6 +36,9 @@ fxFlow::Change::Change(std::shared_ptr<Network> network_, fxFlowText text_, Keep
 }
 
 fxFlow::Change::~Change() {
+    for (std::unique_ptr<Member>& each : recalled) {
+        if (each != nullptr) fresh.push_back(std::move(each));
+    }
     for (const std::unique_ptr<Member>& each : fresh) network->leave(*each);
     if (began) network->isChanging = false;
     fxFlowDetail::bury(std::move(fresh));
@@ -68,16 +72,24 @@ void fxFlow::Change::attempt(const Member& member, const fxFlowPlace& place, Cal
     }
 }
 
-std::unique_ptr<fxFlowDetail::Member> fxFlow::Change::made(const fxFlowText::Object& object) {
+// Makes an object of the flow; null where that fails.
+fxFlowDetail::Member* fxFlow::Change::add(const fxFlowText::Object& object, Network::Members& to) {
     fxRef<fxObj> made;
     const std::string why = fxFlowDetail::outcomeOf([&] {
         made = object.kind->make();
         return made != nullptr ? "" : "there is none";
     });
-    if (why.empty()) return std::make_unique<Member>(object, made);
-    problems.push_back(fxFlowDetail::problemAt(
-        object.className.place, "cannot make a " + object.className.text + ": " + why));
-    return nullptr;
+    if (!why.empty()) {
+        problems.push_back(fxFlowDetail::problemAt(
+            object.className.place, "cannot make a " + object.className.text + ": " + why));
+        return nullptr;
+    }
+    to.push_back(std::make_unique<Member>(object, made));
+    made = nullptr;  // the object may end itself
+    Member& member = *to.back();
+    if (network->flow != nullptr) network->enter(member);
+    setUp(member);
+    return &member;
 }
 
 void fxFlow::Change::setUp(const Member& member) {
@@ -93,41 +105,48 @@ void fxFlow::Change::setUp(const Member& member) {
     attempt(member, member.said.name.place, [&] { return member.element()->settle(); });
 }
 
+bool fxFlow::Change::recall(const fxFlowText& saved, const fxFlowText& given) {
+    const bool isSame = std::equal(
+        saved.objects.begin(), saved.objects.end(), given.objects.begin(), given.objects.end(),
+        [](const fxFlowText::Object& one, const fxFlowText::Object& other) {
+            return one.name.text == other.name.text && one.kind == other.kind;
+        });
+    if (!isSame) problems.push_back(fxFlowDetail::problemAt({}, "it has two different texts"));
+    for (const auto* const found : {&saved.problems, &given.problems}) {
+        std::copy_if(found->begin(), found->end(), std::back_inserter(problems),
+                     [](const fxFlowProblem& each) { return !each.isWarning; });
+    }
+    for (size_t i = 0; isFine() && i < saved.objects.size(); ++i) {
+        Member* const member = add(saved.objects[i], recalled);
+        if (member != nullptr) member->said.settings = given.objects[i].settings;
+    }
+    return isFine();
+}
+
 bool fxFlow::Change::make() {
+    const auto says = [](const Member* member, const fxFlowText::Object& object) {
+        return member != nullptr && member->said.kind == object.kind && member->said == object;
+    };
+    std::unordered_map<std::string_view, std::unique_ptr<Member>*> saved;
+    for (std::unique_ptr<Member>& each : recalled) saved[each->name()] = &each;
     members.reserve(text.objects.size());
     for (const fxFlowText::Object& object : text.objects) {
         if (object.kind == nullptr) continue;
         Member* const old = keep == Keep::same ? network->find(object.name.text) : nullptr;
-        if (old != nullptr && old->said.kind == object.kind && old->said == object) {
+        const auto found = saved.find(object.name.text);
+        if (says(old, object)) {
             kept.insert(old);
             members.push_back(old);
-        } else if (std::unique_ptr<Member> member = made(object)) {
-            members.push_back(member.get());
-            fresh.push_back(std::move(member));
-            if (network->flow != nullptr) network->enter(*members.back());
-            setUp(*members.back());
+        } else if (found != saved.end() && says(found->second->get(), object)) {
+            members.push_back(found->second->get());
+            fresh.push_back(std::move(*found->second));
+        } else if (Member* const member = add(object, fresh)) {
+            members.push_back(member);
         }
         if (network->flow == nullptr) break;
     }
     for (Member* const each : members) byName[each->name()] = each;
     return isFine();
-}
-
-bool fxFlow::Change::give(fxFlowText given) {
-    given.check();
-    problems.insert(problems.end(), given.problems.begin(), given.problems.end());
-    const bool isSame = std::equal(
-        members.begin(), members.end(), given.objects.begin(), given.objects.end(),
-        [](const Member* member, const fxFlowText::Object& object) {
-            return member->name() == object.name.text && member->said.kind == object.kind;
-        });
-    if (!isSame) problems.push_back(fxFlowDetail::problemAt({}, "it has two different texts"));
-    if (!isFine()) return false;
-    for (size_t i = 0; i < members.size(); ++i) {
-        members[i]->said.settings = given.objects[i].settings;
-    }
-    text.objects = std::move(given.objects);
-    return true;
 }
 
 bool fxFlow::Change::start() {

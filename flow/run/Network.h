@@ -170,20 +170,22 @@ public:
     Change& operator=(const Change&) = delete;
     ~Change();
 
+    // Makes the saved flow at the path that of the text, or what it was without one. Adds to
+    // `told` what is wrong with the text.
+    static fxStreamFault load(const std::shared_ptr<Network>& network, const std::string& path,
+                              const fxFlowText* text, std::vector<fxFlowProblem>& told);
+
     ///@{
     // The steps, in this order; each returns whether there is no error.
     bool check();
+    // Only to load: makes the objects of a saved flow, with the settings that it had at last.
+    // make() takes over those of which the text says what the saved flow was given.
+    bool recall(const fxFlowText& saved, const fxFlowText& given);
     bool make();
     bool start();
     bool prepare();
     ///@}
-    // After make(): lets each object be that of a text with other settings, which later
-    // changes compare with. False where the text has other objects, or an error.
-    bool give(fxFlowText given);
     void commit();
-
-    // Of the text, in its order; after make().
-    const std::vector<Member*>& all() const { return members; }
 
     std::vector<fxFlowProblem> problems;  // all that is wrong
 
@@ -194,9 +196,8 @@ private:
     };
 
     bool isFine();
-    std::unique_ptr<Member> made(const fxFlowText::Object& object);
+    Member* add(const fxFlowText::Object& object, Network::Members& to);
     void setUp(const Member& member);
-    void startOne(const Member& member);
     void prepareJoint(const fxFlowText::Connection& joint);
     // Complains of texts that a connection makes numbers of, and that do not begin with one.
     void mind(const fxFlowText::Connection& joint, fxOutputChannel* source, unsigned short type);
@@ -211,6 +212,7 @@ private:
     bool began = false;            // isChanging was set by this one
     std::vector<Member*> members;  // kept and made; those of the text
     Network::Members fresh;        // made, and not committed
+    Network::Members recalled;     // null for those that make() has taken over
     std::unordered_set<const Member*> kept;
     std::unordered_map<std::string_view, Member*> byName;
     std::vector<fxFlowText::Connection> joints;

@@ -54,8 +54,11 @@ bool xdrName(fxTranscriber& t, const fxFlowDetail::Member& member) {
     return name == member.name() || refuse(t, member.name(), "has other state than it saves");
 }
 
-// The states of elements, whose code runs here and may do anything.
-bool xdrStates(fxTranscriber& t, const std::vector<fxFlowDetail::Member*>& members) {
+// The states of elements, whose code runs here and may do anything: `all` may be emptied, but
+// its members exist as long as the flow is under Acting.
+bool xdrStates(fxTranscriber& t, const fxFlowDetail::Members& all) {
+    std::vector<fxFlowDetail::Member*> members;
+    for (const auto& each : all) members.push_back(each.get());
     for (const fxFlowDetail::Member* const each : members) {
         bool isDone = false;
         const std::string why = fxFlowDetail::outcomeOf([&] {
@@ -101,36 +104,56 @@ fxStreamFault fxFlow::save(const std::string& path) {
     given.plugins.clear();
     std::string text = now.write();
     std::string givenText = given.write();
-    std::vector<fxFlowDetail::Member*> members;
-    for (const auto& each : hold->members) members.push_back(each.get());
-    const Content content(
-        [&](fxTranscriber& t) { return fxXdrAll(t, givenText, text) && xdrStates(t, members); });
+    const Content content([&](fxTranscriber& t) {
+        return fxXdrAll(t, givenText, text) && xdrStates(t, hold->members);
+    });
     const fxRef<fxSavedFlow> root = new fxSavedFlow;
     return fxSave(path, root);
 }
 
-fxStreamFault fxFlow::load(const std::string& path) {
-    const fxFlowDetail::Acting under;
-    const std::shared_ptr<Network> hold = network;  // elements may end the flow
+fxStreamFault fxFlow::Change::load(const std::shared_ptr<Network>& network, const std::string& path,
+                                   const fxFlowText* text, std::vector<fxFlowProblem>& told) {
     std::unique_ptr<Change> change;
+    bool isFlow = false;
+    const auto begin = [&](fxFlowText of) {
+        change = std::make_unique<Change>(network, std::move(of), Keep::nothing);
+        return change->check();
+    };
+    const auto tell = [&] {
+        told.insert(told.end(), change->problems.begin(), change->problems.end());
+        return fxStreamFault();
+    };
+    if (text != nullptr && !begin(*text)) return tell();
     const Content content([&](fxTranscriber& t) {
-        std::string given;
-        std::string text;
-        if (!t.isReading() || !fxXdrAll(t, given, text)) return false;
-        change = std::make_unique<Change>(hold, fxFlowText::parseAlone(text, "saved flow"),
-                                          Change::Keep::nothing);
-        if (change->check() && change->make() &&
-            change->give(fxFlowText::parseAlone(given, "saved flow"))) {
-            return xdrStates(t, change->all());
+        std::string texts[2];
+        if (!t.isReading() || !fxXdrAll(t, texts[0], texts[1])) return false;
+        fxFlowText given = fxFlowText::parseAlone(texts[0], "saved flow");
+        fxFlowText saved = fxFlowText::parseAlone(texts[1], "saved flow");
+        given.check();
+        saved.check();
+        isFlow = true;
+        if ((change != nullptr || begin(given)) && change->recall(saved, given)) {
+            return xdrStates(t, change->recalled);
         }
         return t.refuse(firstError(change->problems).c_str());
     });
     const fxLoaded<fxSavedFlow> loaded = fxLoad<fxSavedFlow>(path);
     if (loaded.fault()) return loaded.fault();
-    if (change == nullptr) return faultOf(fxStreamFault::foreign, path, "");
-    if (!change->start() || !change->prepare()) {
-        return faultOf(fxStreamFault::refused, path, firstError(change->problems));
-    }
-    change->commit();
-    return {};
+    if (!isFlow) return faultOf(fxStreamFault::foreign, path, "");
+    if (change->make() && change->start() && change->prepare()) change->commit();
+    return tell();
+}
+
+fxStreamFault fxFlow::load(const std::string& path) {
+    const fxFlowDetail::Acting under;
+    std::vector<fxFlowProblem> problems;
+    fxStreamFault fault = Change::load(network, path, nullptr, problems);
+    const std::string error = firstError(problems);
+    return fault || error.empty() ? fault : faultOf(fxStreamFault::refused, path, error);
+}
+
+fxStreamFault fxFlow::load(const std::string& path, fxFlowText text,
+                           std::vector<fxFlowProblem>& problems) {
+    const fxFlowDetail::Acting under;
+    return Change::load(network, path, &text, problems);
 }

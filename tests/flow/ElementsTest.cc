@@ -218,11 +218,9 @@ TEST_F(Elements, SaveAllThatTheyRemember) {
         }
         for (size_t i = 0; i < test.steps.size(); ++i) {
             if (i == saveBefore) {
+                std::vector<fxFlowProblem> problems;
                 EXPECT_FALSE(flow.save(room.path + "/state"));
-                EXPECT_FALSE(flow.load(room.path + "/state"));
-                const fxObj* const gate = flow.find("gate");
-                EXPECT_TRUE(flow.apply(text).empty());
-                EXPECT_EQ(flow.find("gate"), gate);
+                EXPECT_FALSE(flow.load(room.path + "/state", text, problems));
             }
             const fxFlowText::Step& step = test.steps[i];
             const bool isSend = step.kind == fxFlowText::Step::Kind::send;

@@ -72,23 +72,23 @@ int Runner::run() {
 }
 
 bool Runner::begin() {
-    if (!loadState()) return false;
     files.watch({path});
-    return apply(readFlow(path, options));
+    return apply(readFlow(path, options), true);
 }
 
-bool Runner::loadState() {
-    if (options.loadPath == nullptr) return true;
-    const fxStreamFault fault = flow.load(options.loadPath);
-    const bool isFirst = fault.isMissing() && options.savePath != nullptr &&
+// Makes the flow what the text says, with what was saved.
+bool Runner::load(const fxFlowText& read) {
+    std::vector<fxFlowProblem> problems;
+    const fxStreamFault fault = flow.load(options.loadPath, read, problems);
+    const bool hasNone = fault.isMissing() && options.savePath != nullptr &&
                          std::strcmp(options.loadPath, options.savePath) == 0;
-    if (!fault || isFirst) return true;
-    complain(fault.text());
-    return false;
+    if (hasNone) return tellProblems(flow.apply(read));
+    if (fault) complain(fault.text());
+    return tellProblems(problems) && !fault;
 }
 
 // Makes the flow what the text says. False, and the flow is as it was, for a faulty one.
-bool Runner::apply(fxFlowText read) {
+bool Runner::apply(fxFlowText read, bool isFirst) {
     // A file that the faulty text includes may be the one to mend.
     std::vector<std::string> paths = read.files;
     paths.insert(paths.end(), text.files.begin(), text.files.end());
@@ -96,7 +96,8 @@ bool Runner::apply(fxFlowText read) {
     std::sort(paths.begin(), paths.end());
     paths.erase(std::unique(paths.begin(), paths.end()), paths.end());
     files.watch(paths);
-    if (!tellProblems(flow.apply(read))) return false;
+    const bool isLoading = isFirst && options.loadPath != nullptr;
+    if (!(isLoading ? load(read) : tellProblems(flow.apply(read)))) return false;
     text = std::move(read);
     if (door != nullptr) door->setText(text);
     return true;
@@ -110,7 +111,7 @@ void Runner::change() {
         read.problems.push_back({{path, 0, 0}, "has no objects"});
     }
     const std::string what = difference(text, read);
-    if (apply(std::move(read))) {
+    if (apply(std::move(read), false)) {
         complain(path + " is applied: " + what);
     } else {
         complain(path + " is faulty; the flow goes on as it was");

@@ -22,9 +22,9 @@ public:
 
 private:
     bool begin();
-    bool loadState();
+    bool load(const fxFlowText& read);
     void change();
-    bool apply(fxFlowText text);
+    bool apply(fxFlowText read, bool isFirst);
     void openDoor();
     template <class Work>
     void attempt(Work work);
