@@ -1,7 +1,4 @@
 // Connections and sending by example; TortureTest does what receivers may do meanwhile.
-#include <algorithm>
-#include <memory>
-
 #include "tests/support/Dataflow.h"
 
 namespace {
@@ -51,21 +48,6 @@ TEST_F(Channels, UnknownNamesAndModesDoNothing) {
     EXPECT_EQ(CountedData::alive, 1);
     delete data;
     EXPECT_EQ(a.seen, Seen{});
-}
-
-TEST_F(Channels, VoidInputsTakeAnythingWithoutItsValue) {
-    fxObj target;
-    static int calls;
-    calls = 0;
-    target.addInput("void", fxDT_void, nullptr,
-                    reinterpret_cast<void (*)()>(+[](void*) { ++calls; }));
-    sender.connect("out", &target, "void");
-    EXPECT_FALSE((*sender.out)[0]->isConverter());
-    now(sender, 1);
-    fxObj::sendInt(sender.out, 2);
-    fxObj::sendData(sender.out, new CountedData(3), fxObj::fxSendNow);
-    distribute();
-    EXPECT_EQ(calls, 3);
 }
 
 class Meter : public fxObj {
@@ -277,64 +259,6 @@ TEST_F(Channels, ExceptionsLeaveThroughTheCallThatLedToThem) {
     end.setProperty(new fxProperty(fxProperty::allocNewTag("behind"), new Node));
     EXPECT_THROW(end.removeAllProperties(), int);
     EXPECT_EQ(Node::alive, 2) << "what comes behind is let go of";
-}
-
-// Long lists of connections have an index, and holes while nothing looks at them.
-TEST_F(Channels, LongListsOfConnectionsAgreeWithAModel) {
-    std::mt19937 rng(testSeed());
-    std::vector<std::unique_ptr<fxOutputChannel>> outputs(2);
-    std::vector<std::unique_ptr<fxObj>> objects(150);
-    std::vector<std::pair<size_t, size_t>> model;  // output and object, in order
-    const auto input = [&](size_t i) { return objects[i]->getInput("in"); };
-    const auto forget = [&](auto isGone) {
-        model.erase(std::remove_if(model.begin(), model.end(), isGone), model.end());
-    };
-    for (int step = 0; step < 20000; ++step) {
-        const size_t o = rng() % outputs.size();
-        const size_t i = rng() % objects.size();
-        const unsigned long what = step % 2000 < 1000 ? rng() % 8 : 3 + rng() % 9;
-        if (objects[i] == nullptr) {
-            objects[i] = std::make_unique<fxObj>();
-            if (i % 2 != 0) objects[i]->addInput("in", [](float) {});
-            if (i % 2 == 0) objects[i]->addInput("in", [](double) {});  // by a converter
-        }
-        if (outputs[o] == nullptr) outputs[o] = std::make_unique<fxOutputChannel>(fxDT_float);
-        if (what < 5) {
-            outputs[o]->add(input(i));
-            model.emplace_back(o, i);
-        } else if (what < 10) {
-            outputs[o]->remove(input(i));
-            const auto first = std::find(model.begin(), model.end(), std::make_pair(o, i));
-            if (first != model.end()) model.erase(first);
-        } else if (what == 10) {
-            objects[i].reset();
-            forget([i](const auto& link) { return link.second == i; });
-            continue;
-        } else if (rng() % 50 == 0) {
-            outputs[o].reset();
-            forget([o](const auto& link) { return link.first == o; });
-            continue;
-        }
-        std::vector<size_t> led, fed;
-        for (const auto& [from, to] : model) {
-            if (from == o) led.push_back(to);
-            if (to == i) fed.push_back(from);
-        }
-        const auto first = std::find(led.begin(), led.end(), i);
-        ASSERT_EQ(outputs[o]->isConnectedTo(input(i)), first != led.end());
-        ASSERT_EQ(outputs[o]->getNumberOfConnections(), led.size());
-        if (rng() % 20 != 0) continue;
-        const auto position = static_cast<unsigned int>(first - led.begin());
-        ASSERT_EQ(outputs[o]->find(input(i)), first != led.end() ? position : fxArray::notFound);
-        for (unsigned int k = 0; k < led.size(); ++k) {
-            ASSERT_EQ((*outputs[o])[k]->target(), input(led[k]));
-        }
-        const fxVoidPtrArray* const feeding = input(i)->getOutputs();
-        ASSERT_EQ(feeding != nullptr ? feeding->length() : 0, fed.size());
-        for (unsigned int k = 0; k < fed.size(); ++k) {
-            ASSERT_EQ((*feeding)[k], outputs[fed[k]].get());
-        }
-    }
 }
 
 }  // namespace

@@ -200,46 +200,4 @@ TEST_F(Values, FreshCopiesAndMissingConverters) {
     EXPECT_EQ((convert<int, float>(4)), 4.0f);
 }
 
-class Gauge : public fxObj {
-public:
-    Gauge() {
-        addInput<&Gauge::setLevel>("level");
-        addInput<&Gauge::setOn>("on");
-        addInput<&Gauge::pulse>("pulse");
-        changed = addOutput<double>("changed");
-    }
-    void setLevel(double value) { level = value; }
-    void setOn(bool value) const noexcept { on = value; }
-    void pulse() noexcept { ++pulses; }
-    double level = 0;
-    mutable bool on = false;
-    int pulses = 0;
-    fxOutput<double> changed;
-};
-
-TEST_F(Values, TypedChannelsDeduceTheirTypes) {
-    Gauge gauge;
-    Gauge feeder;
-    EXPECT_EQ(gauge.getInput("level")->getType(), fxDT_double);
-    EXPECT_EQ(gauge.getInput("on")->getType(), fxDT_fxBool);
-    EXPECT_EQ(gauge.getInput("pulse")->getType(), fxDT_void);
-    for (const char* name : {"level", "on", "pulse"}) feeder.connect("changed", &gauge, name);
-    feeder.changed.send(3, fxObj::fxSendNow);
-    EXPECT_EQ(gauge.level, 3.0);
-    EXPECT_TRUE(gauge.on);
-    EXPECT_EQ(gauge.pulses, 1);
-    feeder.changed.send(4);
-    feeder.changed.send(5, fxObj::fxSendUrgent);
-    distribute();
-    EXPECT_EQ(gauge.level, 4.0);
-    EXPECT_EQ(gauge.pulses, 3);
-    fxObj plain;
-    fxOutput<void> bang = plain.addOutput<void>("bang");
-    plain.connect("bang", &gauge, "pulse");
-    bang.send();
-    bang.send(fxObj::fxSendNow);
-    distribute();
-    EXPECT_EQ(gauge.pulses, 5);
-}
-
 }  // namespace

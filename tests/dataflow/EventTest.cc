@@ -133,46 +133,4 @@ TEST_F(Events, AnEventMayEndWhileItIsDelivered) {
     EXPECT_EQ(Probe::alive, 0);
 }
 
-// Where many messages wait, those of an input that ends are found by an index, unless an
-// event of the program waits, too: the same must happen with one and without.
-TEST_F(Events, MessagesOfEndingInputsLeaveInTheirOrder) {
-    for (unsigned int seed = testSeed(); seed < testSeed() + 6; ++seed) {
-        std::string told[2];
-        for (std::string& log : told) {
-            fxEvent* const own = &log == &told[0] ? new Probe : nullptr;
-            if (own != nullptr) handler.postEvent(own);
-            const unsigned long base = fxEvent::nextSequenceNumber;
-            std::mt19937 rng(seed);
-            fxOutputChannel output(fxDT_float);
-            std::vector<std::unique_ptr<fxObj>> objects(50);
-            for (int step = 0; step < 150; ++step) {
-                std::unique_ptr<fxObj>& object = objects[rng() % objects.size()];
-                const unsigned long what = rng() % 6;
-                if (object == nullptr) {
-                    object = std::make_unique<fxObj>();
-                    output.add(what < 3 ? object->addInput("in", [](double) {})
-                                        : object->addInput(
-                                              "in", [](float) {}, what == 3));
-                } else if (what < 4) {
-                    const auto how = what == 0 ? fxObj::fxSendUrgent : fxObj::fxSendQueued;
-                    fxObj::sendFloat(&output, 1, how);
-                } else {
-                    object.reset();
-                }
-                for (fxEvent* event = handler.getHead(); event != nullptr && what > 3;) {
-                    if (event != own) log += std::to_string(event->getSequence() - base) + ' ';
-                    event = event->getNext();
-                }
-                if (what != 0 || handler.getCount() < 2) continue;
-                if (handler.getHead() == own) handler.append(handler.get());
-                handler.append(handler.get());
-            }
-            objects.clear();
-            EXPECT_EQ(handler.getCount(), own != nullptr ? 1u : 0u);
-            handler.drain();
-        }
-        EXPECT_EQ(told[0], told[1]) << "seed " << seed;
-    }
-}
-
 }  // namespace

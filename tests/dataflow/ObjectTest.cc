@@ -1,13 +1,9 @@
 // Counted objects, fatal errors, type records and properties.
-#include <pthread.h>
-
 #include <algorithm>
-#include <memory>
-#include <random>
 #include <string>
 
 #include "tests/support/Dataflow.h"
-#include "tests/support/TestSeed.h"
+#include "tests/support/Surroundings.h"
 
 namespace {
 
@@ -205,49 +201,6 @@ TEST_F(Properties, AreFoundWithTheirIndex) {
     EXPECT_EQ(object.getNumberOfProperties(), 1u);
 }
 
-// Tables of channels are made when they are needed. Of two objects that live through
-// the same, one is looked at all the time; the other one must not tell.
-TEST_F(Properties, TablesOfChannelsSeemToBeThereAllTheTime) {
-    for (unsigned int seed = testSeed(); seed < testSeed() + 400; ++seed) {
-        std::string told[2];
-        for (std::string& log : told) {
-            std::mt19937 rng(seed);
-            fxObj other;
-            other.addInput("in", [](int) {});
-            other.addOutput<int>("out");
-            auto* object = new fxObj;
-            for (unsigned long step = rng() % 12; step > 0; --step) {
-                const char* name = rng() % 3 != 0 ? "a" : "b";
-                const unsigned long what = rng() % 9;
-                const std::shared_ptr<int> end(new int, [&log](int* p) {
-                    log += " end";
-                    delete p;
-                });
-                if (what < 3) object->addInput(name, [end](int) {});
-                if (what == 3) object->addOutput<int>(name);
-                if (what == 4) object->removeInput(name);
-                if (what == 5) object->removeOutput(name);
-                if (what == 6) other.connect("out", object, name);
-                if (what == 7) object->connect(name, &other, "in");
-                if (what == 8 && rng() % 2 != 0) object->removeProperty("inputs");
-                if (&log == &told[0]) object->getNumberOfProperties();
-                fxInputChannel* const input = object->getInput(name);
-                if (input != nullptr) (log += input->getName()) += std::to_string(input->refCount);
-                log += object->getOutput(name) != nullptr ? '+' : '-';
-                if (rng() % 5 != 0) continue;
-                const char* const held = input != nullptr ? input->getName() : nullptr;
-                log += std::to_string(object->getNumberOfProperties());
-                EXPECT_TRUE(input == nullptr || input->getName() == held) << "a view";
-                if (object->getInputs() == nullptr) continue;
-                for (auto [key, value] : *object->getInputs()) log += key.c_str();
-            }
-            delete object;
-            log += other.getInput("in")->getOutputs() != nullptr ? "fed" : "";
-        }
-        EXPECT_EQ(told[0], told[1]) << "seed " << seed;
-    }
-}
-
 TEST_F(Properties, KindsKeepAndReleaseTheirValues) {
     EXPECT_EQ(fxProperty(0, true).getType(), fxDT_fxBool);
     EXPECT_EQ(fxProperty(0, 5).getType(), fxDT_long);
@@ -361,7 +314,12 @@ struct Link : fxObj {
 };
 
 TEST_F(Properties, ChainsOfAnyLengthEndOnAShortStack) {
-    const auto endChain = [](void*) -> void* {
+#ifdef __SANITIZE_ADDRESS__
+    constexpr size_t stackBytes = 1024 * 1024;  // frames that are watched are larger
+#else
+    constexpr size_t stackBytes = 256 * 1024;
+#endif
+    onStackOf(stackBytes, [] {
         std::vector<fxObj*> links(1000000);
         for (size_t i = links.size(); i-- > 0;) {
             links[i] = new Link(i + 1 < links.size() ? links[i + 1] : nullptr);
@@ -369,19 +327,7 @@ TEST_F(Properties, ChainsOfAnyLengthEndOnAShortStack) {
         delete links[0];
         EXPECT_EQ(Link::deaths, links);
         EXPECT_EQ(Link::deepest, 129) << "the first, and 128 inside one another";
-        return nullptr;
-    };
-    pthread_attr_t attributes;
-    pthread_attr_init(&attributes);
-#ifdef __SANITIZE_ADDRESS__
-    pthread_attr_setstacksize(&attributes, 1024 * 1024);  // frames that are watched are larger
-#else
-    pthread_attr_setstacksize(&attributes, 256 * 1024);
-#endif
-    pthread_t thread;
-    ASSERT_EQ(pthread_create(&thread, &attributes, endChain, nullptr), 0);
-    pthread_join(thread, nullptr);
-    pthread_attr_destroy(&attributes);
+    });
 }
 
 }  // namespace

@@ -125,7 +125,7 @@ struct Left {
     {"bench/", "measures for minutes"},
     {"build/bench/", "is not built here"},
     {"build/fuzz/", "runs for a minute, and is not built here"},
-    {"build/asan/tools/soak --seconds", "runs for ten minutes"},
+    {"FX_TEST_ROUNDS=1000 build/asan/tests/TortureTest", "runs for minutes"},
     {"clang-tidy ", "needs the preset clang; ./check looks at every file with it"},
     {"tests/mutations/run", "runs for half an hour; MutationsApply looks at its faults"},
 };

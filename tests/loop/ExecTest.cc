@@ -1,13 +1,10 @@
-// The loop in a real process; tests/TortureTest.cc tests by a model what it calls when.
+// The loop in a real process; TortureTest tests by a model what it calls when.
 #include "fxds/Exec.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <stdlib.h>
-#include <sys/ioctl.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
-#include <termios.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -30,12 +27,11 @@ namespace {
 
 typedef std::vector<std::string> Log;
 
-// Notes its calls as "r", "w" and "x" behind its name.
+// Notes its calls as "r" and "w" behind its name.
 class Handler : public fxSelectHandler {
 public:
-    Handler(Log& log_, std::string name_, int fd_, bool read, bool write = false,
-            bool exception = false)
-        : fxSelectHandler(fd_, read, write, exception), log(log_), name(std::move(name_)) {
+    Handler(Log& log_, std::string name_, int fd_, bool read, bool write = false)
+        : fxSelectHandler(fd_, read, write, false), log(log_), name(std::move(name_)) {
         ++alive;
     }
     ~Handler() override { --alive; }
@@ -46,7 +42,6 @@ public:
         if (onRead) onRead();
     }
     void handleWrite() override { log.push_back(name + "w"); }
-    void handleException() override { log.push_back(name + "x"); }
     void keepOpen() { fd = -1; }  // for descriptors that are not ours to close
 
     std::function<void()> onRead;
@@ -226,33 +221,6 @@ TEST_F(Exec, ThousandsOfSocketsAreServed) {
 
 // What poll() waits for.
 
-TEST_F(Exec, WithoutHandlersOnlyEventsAreServed) {
-    struct Note : fxEvent {
-        explicit Note(Log& log_) : fxEvent(99), log(log_) {}
-        void deliver() override { log.push_back("event"); }
-        Log& log;
-    };
-    onPost = [&] { log.push_back("function"); };
-    exec.addPreSelectFunc(post);
-    exec.addPostSelectFunc(post);
-    fxTimer timer;
-    timer.startTimer();
-    fx_theEventHandler->postEvent(new Note(log), false);
-    exec.poll(5);
-    EXPECT_EQ(log, Log{"event"});
-    EXPECT_TRUE(timer.isActive());
-}
-
-TEST_F(Exec, TimeThatWasWaitedPasses) {
-    fxTimer timer;
-    timer.setInterval(1000);
-    timer.startTimer();
-    Pair idle;
-    auto waiting = serve("w", idle, true);
-    exec.poll(1.0F / 64);  // more than one tick of the clock
-    EXPECT_LT(timer.delta, 1000.0F);
-}
-
 TEST_F(Exec, OddTimesAreUsable) {
     Pair ready;
     auto handler = serve("h", ready, true);
@@ -311,23 +279,4 @@ TEST_F(Exec, ClosedDescriptorFailsOnceAndIsThenLeftOut) {
     EXPECT_NE(lines.find(told, lines.find(told) + 1), std::string::npos) << "closed again";
     EXPECT_EQ(lines.find("failed", lines.rfind(told)), std::string::npos);
     close(copy);
-}
-
-TEST_F(Exec, ExceptionalConditionsAreServed) {
-    // The master of a terminal in packet mode has one when the slave is flushed.
-    const int master = posix_openpt(O_RDWR | O_NOCTTY);
-    ASSERT_GE(master, 0);
-    ASSERT_EQ(grantpt(master) + unlockpt(master), 0);
-    const int slave = open(ptsname(master), O_RDWR | O_NOCTTY);
-    const int on = 1;
-    ASSERT_EQ(ioctl(master, TIOCPKT, &on), 0);
-    Handler handler(log, "h", master, false, false, true);
-    exec.addSelectHandler(&handler);
-    exec.poll(0);
-    EXPECT_EQ(log, Log());
-    ASSERT_EQ(tcflush(slave, TCIFLUSH), 0);
-    exec.poll(1000);
-    EXPECT_EQ(log, Log{"hx"});
-    EXPECT_TRUE(exec.getExceptionSet().isSet(master));
-    close(slave);
 }

@@ -133,8 +133,15 @@ TEST_F(Outside, QuitEndsTheInnermostLoopAfterItsTurn) {
     fx_theExecutive->quit();
     fx_theExecutive->run();  // does not wait
     EXPECT_EQ(queue.getCount(), 0U);
-    app.close();
     EXPECT_EQ(log, Log{"inner"});
+    EXPECT_TRUE(app.isOpen);
+    queue.post([&] { queue.post([] { fx_theExecutive->close(); }); });
+    fx_theExecutive->loop();  // until the last application has closed
+    EXPECT_FALSE(app.isOpen);
+    queue.post([&] { log.push_back("without"); });
+    fx_theExecutive->loop();  // turns once
+    EXPECT_EQ(log.back(), "without");
+    app.close();  // a second time
 }
 
 TEST_F(Outside, CheckedLoopsTellOfStandingTimers) {

@@ -99,6 +99,7 @@ Id Model::addObject(const Object& object) {
 void Model::release(Id id) {
     if (--objects.at(id).holders > 0) return;
     Object& object = objects.at(id);
+    object.isActive = true;  // it leaves the list, whatever the program has written
     stop(id);
     const int fd = object.fd;
     if (fd >= 0 && handlers[static_cast<size_t>(fd)] == id) removeHandler(id);

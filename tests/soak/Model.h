@@ -10,8 +10,7 @@
 #include <vector>
 
 // The model uses nothing of the library: objects, channels, connections, events
-// and so on are numbers in plain tables, and time is counted in quarters of a
-// second, which a float adds up exactly. An operation without callbacks changes the
+// and so on are numbers in plain tables. An operation without callbacks changes the
 // tables at once. An operation with callbacks is an activity: it computes the next
 // expected call from the tables as they are at that time, so that it includes the
 // effects of all calls before.
@@ -68,8 +67,7 @@ constexpr unsigned short types[] = {voidType, intType, textType};
 
 constexpr int slots = 4;  // names for inputs and for outputs; a timer's last output is "tick"
 constexpr int tickSlot = slots - 1;
-constexpr int maxFd = 200;     // twice as many as the executive's public table has
-constexpr long perSecond = 4;  // units of time
+constexpr int maxFd = 200;  // twice as many as the executive's public table has
 
 /// What an input of type `to` hears of a value sent on an output of type `from`.
 bool isConvertible(int from, int to);
@@ -122,10 +120,9 @@ struct Object {
     bool isOpen = false;  // of applications
     // Timers.
     bool repeats = false;
-    long interval = 0;
-    long due = 0;
-    long startedAt = 0;  // see Model::tellTime()
-    bool waits = false;  // started with interval 0
+    bool isActive = false;  // as the program sees it, who may also write to it
+    float interval = 0;
+    float delta = 0;  // behind the timer before it
     // Handlers.
     int fd = -1;
     std::array<bool, 3> wants{};  // read, write, exception
@@ -153,7 +150,7 @@ struct Selecting {
     bool isQuestion = false;  // the last call came without the wait, to see what is ready
     int result = 0;
     FdSets ready{};
-    long units = 0;  // the time that it takes
+    float taken = 0;  // the time that it takes
 };
 
 class Model;
@@ -243,15 +240,18 @@ private:
 /// Time that passes: what is due ticks, and what repeats starts again at the end.
 class Pass : public Activity {
 public:
-    Pass(Model& model, long units);
+    Pass(Model& model, float seconds);
     ~Pass() override { abandon(); }
     Call next() override;
     void abandon() override;
     void withdraw(Id timer);
 
+    float remaining;
+    std::vector<Id> held;  // they were started in it, and wait for its end
+
 private:
-    long remaining;
-    const long beganAt;
+    void endTick();
+
     bool isOver = false;
     Id ticking = 0;
     std::vector<Id> again;
@@ -289,7 +289,7 @@ private:
     std::unique_ptr<Activity> part;
     bool hasTimer = false;
     bool isShortened = false;
-    long headWait = 0;
+    float headWait = 0;
 };
 
 /// A call to all applications: those that come meanwhile, too.
@@ -320,7 +320,6 @@ private:
 class Model {
 public:
     Id newId() { return ++lastId; }
-    long tellTime() { return ++moment; }  // orders what happens; not the timers' time
 
     Id addObject(const Object& object);
     /// Lets go of the object; it dies with its last holder, and with it what
@@ -362,6 +361,7 @@ public:
 
     void start(Id timer);
     void stop(Id timer);
+    void unlink(Id timer);
 
     void addHandler(Id handler);
     void removeHandler(Id handler);
@@ -376,9 +376,8 @@ public:
     std::map<Id, Id> pending;  // entry to event
     std::vector<Event> queue;
     std::vector<Removal*> removals;
-    std::vector<Id> active;  // timers in the order in which they are due
+    std::vector<Id> active;  // timers that are started, the first to be due first
     std::vector<Pass*> passes;
-    long time = 0;
     std::array<Id, maxFd> handlers{};
     std::array<bool, maxFd> isClosed{};  // behind the executive's back
     std::set<int> leftOut;               // found closed by a failed select()
@@ -405,8 +404,9 @@ private:
     Id& place(Id object, Side side, int slot);
     void letGo(const Held& held);
 
+    void takeOut(Id timer);
+
     Id lastId = 0;
-    long moment = 0;
 };
 
 }  // namespace soak

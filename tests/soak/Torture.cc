@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
+#include <cstdlib>
 
 #include "Torturer.h"
 
@@ -14,8 +15,8 @@ namespace soak {
 
 namespace {
 
-constexpr int reactions = 40;      // steps inside calls that one outermost step may lead to
-constexpr long ticksPerUnit = 25;  // of times(), which has 100 in a second
+constexpr int reactions = 40;         // steps inside calls that one outermost step may lead to
+constexpr long ticksPerSecond = 100;  // of times()
 
 }  // namespace
 
@@ -37,7 +38,8 @@ Notice::~Notice() {
     release();
 }
 
-Torturer::Torturer(unsigned int seed) : rng(seed) {
+Torturer::Torturer(unsigned int seed)
+    : rng(seed), crowd(static_cast<Crowd>(seed % static_cast<unsigned int>(Crowd::count))) {
     torturer = this;
     fxInitializeToolkit();
     static const unsigned short tag = [] {
@@ -158,15 +160,16 @@ void Torturer::repost(Notice* notice) {
 int Torturer::select(int count, fd_set* const (&sets)[3], const timeval& wait) {
     if (!isDue(Call::select, 0)) return -1;
     Selecting& selecting = *stack.back()->getSelecting();
-    const auto micros = static_cast<long>(selecting.seconds * 1e6);
+    const auto micros = static_cast<long>(std::min(selecting.seconds, 1e8) * 1e6);
     const long waited = wait.tv_sec * 1000000 + wait.tv_usec;
     selecting.isQuestion = !selecting.isQuestion && waited == 0 && micros > 0;
-    if (count != selecting.asked.count || (waited != micros && !selecting.isQuestion)) {
+    if (count != selecting.asked.count ||
+        (std::abs(waited - micros) > 1 && !selecting.isQuestion)) {
         fail("select() of %d for %ld.%06ld s", count, wait.tv_sec, wait.tv_usec);
     }
-    const long units = below(10);
-    selecting.units += units;
-    clock += units * ticksPerUnit;
+    const long quarters = below(10);
+    selecting.taken += static_cast<float>(quarters) / 4;
+    clock += quarters * ticksPerSecond / 4;
     const bool hasClosed = model.asksForClosed(selecting);
     const bool fails = hasClosed || chance(10);
     for (size_t i = 0; i < 3; ++i) {

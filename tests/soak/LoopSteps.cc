@@ -1,3 +1,5 @@
+#include <cmath>
+
 #include "Torturer.h"
 
 // Steps that concern the loop and what it serves.
@@ -33,12 +35,16 @@ void Torturer::changeTimer() {
     const Id id = anyObject(timer);
     if (id == 0) return;
     auto& real = static_cast<fxTimer&>(*objects.at(id).object);
-    const bool starts = chance(80);
-    note(starts ? "start: timer" : "stop: timer", id);
-    if (starts) {
-        Object& object = model.objects.at(id);
-        object.interval = chance(20) ? 0 : below(40);
-        real.setInterval(static_cast<float>(object.interval) / perSecond);
+    Object& object = model.objects.at(id);
+    const long kind = below(20);
+    note(kind == 0 ? "mark: timer" : kind < 17 ? "start: timer" : "stop: timer", id);
+    if (kind == 0) {  // which changes nothing but what it says
+        object.isActive = chance(50);
+        real.active = object.isActive;
+    } else if (kind < 17) {
+        object.interval = seconds();
+        real.setInterval(object.interval);
+        if (chance(50)) real.interval = object.interval;  // whatever it is
         model.start(id);
         real.startTimer();
     } else {
@@ -69,18 +75,24 @@ void Torturer::changeHandler() {
 }
 
 void Torturer::letTimePass() {
-    const long units = below(20);
-    note("let time pass", units);
-    Pass pass(model, units);
-    during(pass, [&] { fxTimer::alarm(static_cast<float>(units) / perSecond); });
+    const float time = seconds();
+    note("let time pass");
+    Pass pass(model, time);
+    during(pass, [&] { fxTimer::alarm(time); });
+}
+
+float Torturer::seconds() {
+    static const float odd[] = {1e-30F, 0.1F, 1e9F, -1, std::nanf(""), HUGE_VALF};
+    if (chance(crowd == Crowd::timers ? 25 : 3)) return odd[below(6)];
+    return static_cast<float>(below(20)) / 4 * (crowd == Crowd::timers ? 401.7F : 1);
 }
 
 void Torturer::poll() {
-    static const double waits[] = {0, 0.25, 1.5, 7, 1000};
-    const double seconds = waits[below(5)];
-    note("poll", static_cast<long>(seconds * perSecond));
-    Poll turn(model, seconds);
-    during(turn, [&] { fx_theExecutive->poll(static_cast<float>(seconds)); });
+    static const float waits[] = {0, 0.25, 1.5, 7, 1000};
+    const float most = waits[below(5)];
+    note("poll, at most", static_cast<long>(most));
+    Poll turn(model, most);
+    during(turn, [&] { fx_theExecutive->poll(most); });
 }
 
 void Torturer::askWhetherBlocked() {

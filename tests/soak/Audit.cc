@@ -13,6 +13,7 @@ void Torturer::require(bool isSo, const char* claim, Id id) {
 void Torturer::audit() {
     auditQueue();
     auditTimers();
+    auditFeeding();
     const auto objectOf = [this](Id id) { return id != 0 ? objects.at(id).object : nullptr; };
     for (size_t fd = 0; fd < fxExec::maxHandlers; ++fd) {
         require(fx_theExecutive->handlers[fd] == objectOf(model.handlers[fd]),
@@ -26,6 +27,26 @@ void Torturer::audit() {
                 "another application at", i);
     }
     for (const Id id : living) auditObject(id);
+}
+
+// Which outputs feed each input, in the order of the connections.
+void Torturer::auditFeeding() {
+    std::map<Id, std::map<Id, Id>> feeding;
+    for (const auto& [output, its] : model.outputs) {
+        for (const Connection& one : its.connections) feeding[one.input][one.id] = output;
+    }
+    for (size_t i = 0; i < living.size() * slots; ++i) {
+        const Id input = model.channel(living[i / slots], in, static_cast<int>(i % slots));
+        if (input == 0) continue;
+        const fxVoidPtrArray* const real = inputs.at(input)->getOutputs();
+        const auto& expected = feeding[input];
+        require((real != nullptr ? real->length() : 0) == expected.size(), "outputs of", input);
+        unsigned int place = 0;
+        for (const auto& [connection, output] : expected) {
+            if (!report.empty()) return;
+            require((*real)[place++] == outputs.at(output), "another output of input", input);
+        }
+    }
 }
 
 void Torturer::auditQueue() {
@@ -42,14 +63,13 @@ void Torturer::auditQueue() {
 
 void Torturer::auditTimers() {
     const fxTimer* real = fxTimer::activeTimers;
-    float wait = 0;
     for (const Id id : model.active) {
         require(real != nullptr && real == objects.at(id).object,
                 "a timer is not where it should be", id);
         if (!report.empty()) return;
-        wait += real->delta;
-        const long due = std::max(0L, model.objects.at(id).due - model.time);
-        require(wait * perSecond == static_cast<float>(due), "a timer is due at another time", id);
+        const Object& object = model.objects.at(id);
+        require(real->delta == object.delta, "a timer is due at another time", id);
+        require(real->isActive() == object.isActive, "a timer says that it is not active", id);
         real = real->next;
     }
     require(real == nullptr, "more timers are active than there should be", 0);
@@ -60,7 +80,13 @@ void Torturer::auditObject(Id id) {
     fxObj& real = *objects.at(id).object;
     const size_t count =
         object.properties.size() + (object.tables[in] != 0) + (object.tables[out] != 0);
-    require(real.getNumberOfProperties() == count, "other properties of object", id);
+    // What makes the tables of channels, which are to seem to be there all the time.
+    if (crowd != Crowd::few || chance(20)) {
+        const fxInputChannel* const input = real.getInput(inputNames[0]);
+        const char* const name = input != nullptr ? input->getName() : nullptr;
+        require(real.getNumberOfProperties() == count, "other properties of object", id);
+        require(name == nullptr || name == input->getName(), "a name has moved in object", id);
+    }
     require(real.refCount == static_cast<unsigned long>(object.holders), "holders of object", id);
     for (const auto& property : object.properties) {
         const auto tag = static_cast<unsigned short>(firstTag + property.first);
@@ -97,6 +123,11 @@ void Torturer::auditOutput(const fxOutputChannel* real, Id output) {
     for (unsigned int i = 0; i < connections.size() && report.empty(); ++i) {
         require((*real)[i]->target() == inputs.at(connections[i].input),
                 "another connection of output", output);
+        const auto found =
+            std::find_if(connections.begin(), connections.end(),
+                         [&](const Connection& one) { return one.input == connections[i].input; });
+        require(real->find(inputs.at(found->input)) == found - connections.begin(),
+                "a connection is not found in output", output);
     }
 }
 

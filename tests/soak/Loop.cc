@@ -1,6 +1,8 @@
 #include "Model.h"
 
 #include <algorithm>
+#include <cfloat>
+#include <cmath>
 #include <utility>
 
 // What the loop does: time, descriptors, functions and applications.
@@ -57,8 +59,8 @@ private:
 
 // Time.
 
-Pass::Pass(Model& model_, long units)
-    : Activity(model_), remaining(units), beganAt(model_.tellTime()) {
+Pass::Pass(Model& model_, float seconds)
+    : Activity(model_), remaining(std::isnan(seconds) ? 0 : seconds) {
     model.passes.push_back(this);
 }
 
@@ -67,18 +69,20 @@ void Pass::withdraw(Id id) {
     while (holds(again, id)) removeFirst(again, id);  // it may have ticked twice
 }
 
-Call Pass::next() {
-    if (isOver) return Call();
+void Pass::endTick() {
     if (ticking != 0 && model.objects.at(ticking).repeats) again.push_back(ticking);
     ticking = 0;
+}
+
+Call Pass::next() {
+    if (isOver) return Call();
+    endTick();
     for (const Id id : model.active) {
-        const Object& object = model.objects.at(id);
-        if (object.waits && object.startedAt > beganAt) continue;  // for the next pass
-        const long wait = std::max(0L, object.due - model.time);
-        if (wait > remaining) break;
-        remaining -= wait;
-        model.time += wait;
-        removeFirst(model.active, id);
+        const float delta = model.objects.at(id).delta;
+        if (holds(held, id) && !(delta > 0)) continue;
+        if (remaining < delta) break;
+        remaining -= delta;
+        model.unlink(id);
         ticking = id;
         return {Call::tick, id, 0};
     }
@@ -88,12 +92,17 @@ Call Pass::next() {
 
 // What is due by then ticks in the next pass.
 void Pass::abandon() {
-    isOver = true;
-    if (ticking != 0 && model.objects.at(ticking).repeats) again.push_back(ticking);
-    ticking = 0;
-    model.time += std::exchange(remaining, 0);
+    if (std::exchange(isOver, true)) return;
+    endTick();
+    for (const Id id : model.active) {
+        float& delta = model.objects.at(id).delta;
+        const float passed = std::min(remaining, delta);
+        delta -= passed;
+        remaining -= passed;
+        if (delta > 0) break;
+    }
     removeFirst(model.passes, this);
-    for (const Id id : std::exchange(again, {})) model.start(id);
+    for (const Id id : again) model.start(id);
 }
 
 // The loop.
@@ -117,10 +126,9 @@ void Poll::chooseWait() {
     selecting.seconds = model.queue.empty() ? seconds : 0;
     hasTimer = !model.active.empty();
     if (!hasTimer) return;
-    headWait = std::max(0L, model.objects.at(model.active[0]).due - model.time);
-    const double headSeconds = static_cast<double>(headWait) / perSecond;
-    isShortened = selecting.seconds > headSeconds;
-    if (isShortened) selecting.seconds = headSeconds;
+    headWait = model.objects.at(model.active[0]).delta;
+    isShortened = selecting.seconds > headWait;
+    if (isShortened) selecting.seconds = headWait;
 }
 
 // Goes on to the next phase; true when that makes a call itself.
@@ -153,7 +161,7 @@ bool Poll::advance(Call& call) {
             }
             if (hasTimer) {
                 const bool isOver = selecting.result == 0 && isShortened;
-                part = std::make_unique<Pass>(model, isOver ? headWait : selecting.units);
+                part = std::make_unique<Pass>(model, isOver ? headWait : selecting.taken);
             }
             return false;
         case handling:
@@ -233,20 +241,41 @@ void Model::removeApplication(Id id) {
 }
 // Timers.
 
+// Each delta is taken from the wait in turn: a sum of them would be rounded otherwise.
 void Model::start(Id id) {
-    removeFirst(active, id);
+    takeOut(id);
     Object& object = objects.at(id);
-    object.due = time + object.interval;
-    object.waits = object.interval == 0;
-    object.startedAt = tellTime();
+    float wait = object.interval > 0 ? std::min(object.interval, FLT_MAX) : 0;
+    if (!passes.empty() && !(passes.back()->remaining - wait < passes.back()->remaining)) {
+        for (Pass* pass : passes) pass->held.push_back(id);
+        wait = 0;
+    }
     auto place = active.begin();
-    while (place != active.end() && objects.at(*place).due <= object.due) ++place;
+    while (place != active.end() && wait >= objects.at(*place).delta) {
+        wait -= objects.at(*place++).delta;
+    }
+    if (place != active.end()) objects.at(*place).delta -= wait;
     active.insert(place, id);
+    object.delta = wait;
+    object.isActive = true;
 }
 
 void Model::stop(Id id) {
-    removeFirst(active, id);
+    if (objects.at(id).isActive) takeOut(id);
     for (Pass* pass : passes) pass->withdraw(id);
+}
+
+void Model::takeOut(Id id) {
+    const auto place = std::find(active.begin(), active.end(), id);
+    if (place == active.end()) return;
+    if (place + 1 != active.end()) objects.at(place[1]).delta += objects.at(id).delta;
+    unlink(id);
+}
+
+void Model::unlink(Id id) {
+    removeFirst(active, id);
+    for (Pass* pass : passes) removeFirst(pass->held, id);
+    objects.at(id).isActive = false;
 }
 
 // Handlers.

@@ -21,6 +21,11 @@
 namespace soak {
 
 class Torturer;
+
+// What a round has many of: some mechanisms are there for many only. "messages" has
+// no other events, and few objects for them; "few" has objects with few channels.
+enum class Crowd { mixed, messages, connections, timers, few, count };
+
 extern Torturer* torturer;  // what the library's calls come to
 
 constexpr size_t deepest = 5;  // calls of the library within one another
@@ -121,6 +126,7 @@ private:
 
     Id anyObject() { return living[static_cast<size_t>(below(living.size()))]; }
     Id anyObject(Kind kind);
+    size_t manyObjects() const { return crowd == Crowd::messages ? 50 : 250; }
     // A name that leads to a channel, if a few tries find one; an output that
     // is connected, or an input that the output may feed, if they find that.
     struct Place {
@@ -151,9 +157,11 @@ private:
     void distribute();
     void removeEvents();
     void letTimePass();
+    float seconds();
     void poll();
     void askWhetherBlocked();
     void audit();
+    void auditFeeding();
     void auditQueue();
     void auditTimers();
     void auditObject(Id id);
@@ -163,6 +171,7 @@ private:
 
     Model model;
     std::mt19937 rng;
+    const Crowd crowd;
     std::vector<Activity*> stack;
     int reactionsLeft = 0;
     unsigned long stepsTaken = 0;

@@ -10,9 +10,7 @@ namespace soak {
 
 namespace {
 
-constexpr size_t manyObjects = 250;
 constexpr size_t manyEvents = 300;
-constexpr size_t manyConnections = 8;
 constexpr int functionCount = 4;
 
 struct Plain : fxObj {
@@ -151,9 +149,11 @@ void send(fxOutputChannel* output, int type, long number, fxObj::fxSendFlags how
 void Torturer::step() {
     if (!report.empty()) return;
     ++stepsTaken;
-    if (living.size() < 20 || (living.size() < manyObjects && chance(6))) return create();
+    if (living.size() < 20 || (living.size() < manyObjects() && chance(6))) return create();
     if (model.queue.size() > manyEvents && chance(30)) return distribute();
     const long kind = below(100);
+    const bool empties = kind == 93 || kind == 94 || kind == 97 || kind == 98;  // the queue
+    if (crowd == Crowd::messages && empties && chance(95)) return sendSomething();
     if (kind < 4) return destroy(anyObject());
     if (kind < 9) return changeInput(anyObject());
     if (kind < 14) return changeOutput(anyObject());
@@ -176,7 +176,7 @@ void Torturer::step() {
 
 void Torturer::create() {
     Object object;
-    object.kind = static_cast<Kind>(below(4));
+    object.kind = crowd == Crowd::timers && chance(70) ? timer : static_cast<Kind>(below(4));
     object.repeats = object.kind == timer && chance(50);
     if (object.kind == handler) {
         object.fd = static_cast<int>(below(maxFd));
@@ -203,7 +203,7 @@ void Torturer::create() {
     real->take();
     objects[id] = {real, true};
     living.push_back(id);
-    for (int i = 0; i < slots; ++i) {
+    for (int i = 0; i < slots && (crowd != Crowd::few || chance(30)); ++i) {
         changeInput(id);
         changeOutput(id);
     }
@@ -260,7 +260,11 @@ void Torturer::changeOutput(Id id) {
 }
 
 void Torturer::changeConnection() {
-    const Place from = anyOutput(false);
+    Place from = anyOutput(false);
+    if (crowd == Crowd::connections && chance(80)) {  // a few old objects feed many
+        const Id old = living[static_cast<size_t>(below(3))];
+        from = {old, 0, model.channel(old, out, 0)};
+    }
     const Place to = anyInput(from.channel);
     const Id output = from.channel;
     const Id input = to.channel;
@@ -268,7 +272,7 @@ void Torturer::changeConnection() {
     const bool connects = chance(80);
     if (connects && areThere) {
         const Output& sender = model.outputs.at(output);
-        if (sender.connections.size() >= manyConnections) return;
+        if (sender.connections.size() >= (crowd == Crowd::connections ? 60 : 8)) return;
         if (!isConvertible(sender.type, model.inputs.at(input).type)) return;
     }
     fxObj* const sender = objects.at(from.object).object;
@@ -440,6 +444,7 @@ void Torturer::changeFunctions() {
 }
 
 void Torturer::changeQueue() {
+    if (crowd == Crowd::messages) return sendSomething();
     if (taken.size() > 4 || (!taken.empty() && chance(30))) return changeTaken();
     if (chance(40)) {
         const Id input = chance(40) ? anyInput(0).channel : 0;
