@@ -1,24 +1,8 @@
 // The log follower, as its user meets it.
 #include <gtest/gtest.h>
 
-#include <csignal>
-
 #include "tests/support/RunProgram.h"
 #include "tests/support/Surroundings.h"
-
-namespace {
-
-// Reads from the file until the text ends so, or the input does.
-std::string readUntil(int file, const std::string& end) {
-    std::string text;
-    for (char c; text.size() < end.size() || text.substr(text.size() - end.size()) != end;) {
-        if (read(file, &c, 1) != 1) break;
-        text += c;
-    }
-    return text;
-}
-
-}  // namespace
 
 TEST(Follow, FollowsCountsAndGoesOnWhereItEnded) {
     const TestDirectory directory;
@@ -26,36 +10,27 @@ TEST(Follow, FollowsCountsAndGoesOnWhereItEnded) {
     const std::string state = directory.path + "/state";
     const auto append = [&](const char* text) { std::ofstream(log, std::ios::app) << text; };
     for (const bool isSecond : {false, true}) {
-        int output[2];
-        ASSERT_EQ(pipe2(output, O_CLOEXEC), 0);
-        const pid_t child = start(
-            {{FOLLOW_PATH, "-s", state, log, "err(or)?", "two$"}, ".", {}, {-1, output[1], -1}});
-        close(output[1]);
+        Session follow({{FOLLOW_PATH, "-s", state, log, "err(or)?", "two$"}});
         if (!isSecond) {
-            EXPECT_EQ(readUntil(output[0], "one\n"), "error one\n");
+            EXPECT_EQ(follow.until("one\n"), "error one\n");
             append("or two\n");
-            EXPECT_EQ(readUntil(output[0], "two\n"), "error two\n");
-            kill(child, SIGUSR1);
-            EXPECT_EQ(readUntil(output[0], "$\n"), "2 err(or)?\n1 two$\n");
-            kill(child, SIGTERM);
-            EXPECT_EQ(readAll(output[0]), "2 err(or)?\n1 two$\n");
+            EXPECT_EQ(follow.until("two\n"), "error two\n");
+            follow.tell(SIGUSR1);
+            EXPECT_EQ(follow.until("$\n"), "2 err(or)?\n1 two$\n");
+            EXPECT_EQ(follow.end(SIGTERM), 0);
+            EXPECT_EQ(follow.until("$\n"), "2 err(or)?\n1 two$\n");
             append("error meanwhile\n");
         } else {
-            EXPECT_EQ(readUntil(output[0], "\n"), "error meanwhile\n");
+            EXPECT_EQ(follow.until("\n"), "error meanwhile\n");
             append("error at last\nerr");
             std::filesystem::rename(log, log + ".1");
             directory.file("log", "error in the new file\n");
-            EXPECT_EQ(readUntil(output[0], "file\n"),
-                      "error at last\nerr\nerror in the new file\n");
+            EXPECT_EQ(follow.until("file\n"), "error at last\nerr\nerror in the new file\n");
             directory.file("log", "error, cut\n");
-            EXPECT_EQ(readUntil(output[0], "\n"), "error, cut\n");
-            kill(child, SIGINT);
-            EXPECT_EQ(readAll(output[0]), "7 err(or)?\n1 two$\n");
+            EXPECT_EQ(follow.until("\n"), "error, cut\n");
+            EXPECT_EQ(follow.end(SIGINT), 0);
+            EXPECT_EQ(follow.until("$\n"), "7 err(or)?\n1 two$\n");
         }
-        int end = -1;
-        EXPECT_EQ(waitpid(child, &end, 0), child);
-        EXPECT_EQ(end, 0);
-        close(output[0]);
     }
     std::ofstream(state) << "no state";
     const Result damaged = run({{FOLLOW_PATH, "-s", state, log, "x"}});

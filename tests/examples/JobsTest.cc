@@ -3,8 +3,6 @@
 #include <sys/socket.h>
 #include <sys/un.h>
 
-#include <csignal>
-
 #include "tests/support/RunProgram.h"
 #include "tests/support/Surroundings.h"
 
@@ -38,12 +36,8 @@ private:
 TEST(Jobs, ClientsChatAndRunJobs) {
     const TestDirectory directory;
     const std::string path = directory.path + "/socket";
-    int output[2];
-    ASSERT_EQ(pipe2(output, O_CLOEXEC), 0);
-    const pid_t server = start({{JOBS_PATH, path}, ".", {}, {-1, output[1], -1}});
-    close(output[1]);
-    char listening[10];
-    ASSERT_EQ(read(output[0], listening, sizeof listening), 10);
+    Session server({{JOBS_PATH, path}});
+    ASSERT_TRUE(server.sees("\n"));
     {
         Client ada(path);
         EXPECT_EQ(ada.hear(), "welcome guest1");
@@ -80,11 +74,7 @@ TEST(Jobs, ClientsChatAndRunJobs) {
         EXPECT_EQ(bob.hear(), "goodbye");
         EXPECT_EQ(bob.hear(), "");
     }
-    kill(server, SIGTERM);
-    EXPECT_EQ(readAll(output[0]), "closed\n");
-    int end = -1;
-    EXPECT_EQ(waitpid(server, &end, 0), server);
-    EXPECT_EQ(end, 0);
+    EXPECT_EQ(server.end(SIGTERM), 0);
+    EXPECT_EQ(server.until("closed\n"), "closed\n");
     EXPECT_FALSE(std::filesystem::exists(path));
-    close(output[0]);
 }

@@ -3,11 +3,15 @@
 #define FXDS_TESTS_RUNPROGRAM_H
 
 #include <fcntl.h>
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <signal.h>
 #include <stdlib.h>
 #include <sys/ioctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <fstream>
 #include <sstream>
@@ -113,12 +117,119 @@ inline Result run(Program program, const std::string& input = "") {
     return result;
 }
 
+/// A program while it runs. Those of its outputs that are not given in `files` are read;
+/// its terminal, if it has one, as the first of them.
+class Session {
+public:
+    explicit Session(Program program, int terminal = -1) {
+        int theirs[3] = {-1, -1, -1};
+        outputs[1].file = terminal;
+        for (int i = 1; i < 3; ++i) {
+            int ends[2];
+            if (program.files[i] >= 0 || pipe2(ends, O_CLOEXEC) != 0) continue;
+            outputs[i].file = ends[0];
+            program.files[i] = theirs[i] = ends[1];
+        }
+        process = start(program);
+        for (const int file : theirs) close(file);
+    }
+    Session(const Session&) = delete;
+    Session& operator=(const Session&) = delete;
+    ~Session() {
+        end(SIGKILL);
+        for (const Output& each : outputs) close(each.file);
+    }
+
+    /// What has come since the last call, up to the end of this text, or all when it
+    /// never comes.
+    std::string until(const std::string& text, int output = 1) {
+        Output& from = outputs[output];
+        size_t found;
+        while ((found = from.text.find(text, from.seen)) == std::string::npos) {
+            if (!from.read(patienceMs)) break;
+        }
+        const size_t end = found != std::string::npos ? found + text.size() : from.text.size();
+        return from.text.substr(std::exchange(from.seen, end), end - from.seen);
+    }
+    bool sees(const std::string& text, int output = 1) {
+        const std::string all = until(text, output);
+        return all.size() >= text.size() &&
+               all.compare(all.size() - text.size(), text.size(), text) == 0;
+    }
+    /// The next line with this in it.
+    std::string lineWith(const std::string& part, int output = 1) {
+        std::string line = until(part, output);
+        line.erase(0, line.rfind('\n', line.size() - part.size() - 1) + 1);
+        return line + until("\n", output);
+    }
+    void tell(int signal) const { kill(process, signal); }
+    /// Its exit status, or minus the signal that has ended it.
+    int end(int signal = 0) {
+        if (process <= 0) return -1;
+        if (signal != 0) tell(signal);
+        int status = 0;
+        for (int left = patienceMs; waitpid(process, &status, WNOHANG) == 0; left -= 10) {
+            if (left == 0) tell(SIGKILL);
+            for (Output& each : outputs) each.read(5);
+        }
+        process = 0;
+        for (Output& each : outputs) {
+            while (each.read(0)) continue;
+        }
+        return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
+    }
+    /// All that has been read.
+    const std::string& output() const { return outputs[1].text; }
+
+private:
+    // Only ends a test that would wait for ever.
+    static constexpr int patienceMs = 30000;
+
+    struct Output {
+        bool read(int waitMs) {
+            pollfd ready = {file, POLLIN, 0};
+            char part[4096];
+            if (::poll(&ready, 1, waitMs) <= 0) return false;
+            const ssize_t count = ::read(file, part, sizeof part);
+            if (count > 0) text.append(part, static_cast<size_t>(count));
+            return count > 0;
+        }
+        int file = -1;
+        std::string text;
+        size_t seen = 0;
+    };
+
+    Output outputs[3];
+    pid_t process = 0;
+};
+
 /// The output of the shell's command, on both outputs; `status` becomes its
 /// exit status.
 inline std::string outputOf(const std::string& command, int& status) {
     const Result result = run({{"/bin/sh", "-c", "exec 2>&1; " + command}});
     status = result.status;
     return result.output;
+}
+
+/// A command of the shell, what it shows on both outputs, wholly or up to "...", and its
+/// exit status.
+struct Command {
+    const char* line;
+    std::string shown;
+    int status;
+};
+
+/// Runs the commands one after the other, each behind `before`.
+inline void expectCommands(const std::string& before, const std::vector<Command>& commands) {
+    for (const Command& each : commands) {
+        SCOPED_TRACE(each.line);
+        int status = -1;
+        std::string shown = outputOf(before + each.line, status);
+        const size_t part = each.shown.find("...");
+        if (part != std::string::npos) shown.resize(std::min(shown.size(), part));
+        EXPECT_EQ(shown, each.shown.substr(0, part));
+        EXPECT_EQ(status, each.status);
+    }
 }
 
 #endif

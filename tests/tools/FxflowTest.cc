@@ -55,8 +55,6 @@ protected:
     int status = -1;
 };
 
-// Each line is a command of the shell, with `fxflow` as the tool; what both outputs show,
-// wholly or in part ("..."), and the status.
 TEST_F(Fxflow, AnswersCommandLines) {
     folder.file("twice.flow", "a = Lnes\nb = Print frmat=x\na.line -> b.value\nb.x -> other.y\n");
     folder.file("good.flow",
@@ -93,11 +91,7 @@ TEST_F(Fxflow, AnswersCommandLines) {
         "round.flow",
         tickFlow("%s") + "f = Format format=%s\ncount.value -> f.value\nf.text -> f.value\n");
     folder.file("dear.flow", "a = Print\nuse \"nowhere.so\"\nb = Unknown\n");
-    const struct {
-        const char* command;
-        const char* shown;
-        int status;
-    } rows[] = {
+    const std::vector<Command> rows = {
         {"fxflow errors.flow", "1 so far\n2 so far\n", 0},
         {"fxflow --set log.file=other.log --set say.format=%s! errors.flow", "1!\n", 0},
         {"fxflow --set lag.file=x errors.flow", "error: there is no object \"lag\"...", 1},
@@ -158,65 +152,8 @@ TEST_F(Fxflow, AnswersCommandLines) {
         {"chmod 755 fxflow; fxflow errors.flow", "fxflow: no other terminal can look into...", 0},
         {"rmdir fxflow; ln -s . fxflow; fxflow running", "fxflow: ...", 1},
     };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.command);
-        const std::string shown = outputOfShell(row.command);
-        std::string expected = row.shown;
-        const bool isPart = contains(expected, "...");
-        if (isPart) expected.resize(expected.find("..."));
-        EXPECT_EQ(isPart ? shown.substr(0, expected.size()) : shown, expected) << shown;
-        EXPECT_EQ(status, row.status);
-    }
+    expectCommands(commandOf(""), rows);
 }
-
-/// A flow that runs in the folder, with its two outputs.
-class Running {
-public:
-    Running(const std::string& command) {
-        int out[2];
-        int err[2];
-        if (pipe2(out, O_CLOEXEC) != 0 || pipe2(err, O_CLOEXEC) != 0) return;
-        Program program = {{"/bin/sh", "-c", command}};
-        program.files[1] = out[1];
-        program.files[2] = err[1];
-        child = start(program);
-        close(out[1]);
-        close(err[1]);
-        output = fdopen(out[0], "r");
-        errors = fdopen(err[0], "r");
-    }
-    Running(const Running&) = delete;
-    Running& operator=(const Running&) = delete;
-    ~Running() {
-        if (child > 0) end(SIGKILL);
-        std::fclose(output);
-        std::fclose(errors);
-    }
-
-    /// The next line that has the part in it; "" at the end.
-    std::string lineWith(const std::string& part) { return next(output, part); }
-    std::string errorWith(const std::string& part) { return next(errors, part); }
-    void tell(int number) const { kill(child, number); }
-    int end(int number) {
-        tell(number);
-        const int ended = statusOf(child);
-        child = -1;
-        return ended;
-    }
-
-private:
-    static std::string next(std::FILE* from, const std::string& part) {
-        char line[8192];
-        while (std::fgets(line, sizeof line, from) != nullptr) {
-            if (contains(line, part)) return line;
-        }
-        return "";
-    }
-
-    pid_t child = -1;
-    std::FILE* output = nullptr;
-    std::FILE* errors = nullptr;
-};
 
 int numberIn(const std::string& line) {
     const size_t digit = line.find_first_of("0123456789");
@@ -227,20 +164,21 @@ int numberIn(const std::string& line) {
 TEST_F(Fxflow, ChangesAndIsWatchedWhileItRuns) {
     folder.file("tick.flow", "include \"rest.flow\"\n");
     folder.file("rest.flow", tickFlow("first %s."));
-    Running flow(commandOf("exec fxflow --save state tick.flow"));
+    Session flow({{"/bin/sh", "-c", commandOf("exec fxflow --save state tick.flow")}});
     const int before = numberIn(flow.lineWith("first 3."));
 
     folder.file("rest.flow", tickFlow("second %s."));
-    EXPECT_EQ(flow.errorWith("tick"), "fxflow: tick.flow is applied: 0 new, 1 changed, 0 gone\n");
+    EXPECT_EQ(flow.lineWith("tick", 2), "fxflow: tick.flow is applied: 0 new, 1 changed, 0 gone\n");
     EXPECT_GT(numberIn(flow.lineWith("second")), before) << "count has forgotten";
 
     folder.file("rest.flow", tickFlow("third %s.") + "count.valu -> say.value\n");
-    EXPECT_TRUE(contains(flow.errorWith(": error: "), "rest.flow:6:7: error: Count has no output"));
-    EXPECT_TRUE(contains(flow.errorWith("faulty"), "the flow goes on"));
+    EXPECT_TRUE(
+        contains(flow.lineWith(": error: ", 2), "rest.flow:6:7: error: Count has no output"));
+    EXPECT_TRUE(contains(flow.lineWith("faulty", 2), "the flow goes on"));
     EXPECT_NE(flow.lineWith("second"), "");
 
     folder.file("rest.flow", "");
-    EXPECT_EQ(flow.errorWith("error"), "tick.flow: error: has no objects\n");
+    EXPECT_EQ(flow.lineWith("error", 2), "tick.flow: error: has no objects\n");
 
     folder.file("rest.flow", tickFlow("fourth %s."));
     flow.tell(SIGHUP);
@@ -273,7 +211,7 @@ TEST_F(Fxflow, BearsHostileVisitors) {
                     std::string(4000, 'x') +
                     "\"\n"
                     "ticker.tick -> count.count\ncount.value -> long.value, say.value\n");
-    Running flow(commandOf("exec fxflow tick.flow"));
+    Session flow({{"/bin/sh", "-c", commandOf("exec fxflow tick.flow")}});
     flow.lineWith("1");
     sockaddr_un address = {};
     address.sun_family = AF_UNIX;
