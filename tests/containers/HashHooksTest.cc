@@ -156,6 +156,7 @@ struct HostileTables : Hostility {
         const fxStr key = name();
         const auto* const found = table.find(key);
         EXPECT_TRUE(found == nullptr || lives.count(found) != 0) << "a dead value is found";
+        EXPECT_EQ(table.find(key.view()), found);
     }
     void change() override {
         Table& table = *tables[rng() % 2];

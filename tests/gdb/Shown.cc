@@ -132,31 +132,23 @@ void damage(T& object, size_t offset, Field value) {
     for (int i = 1; i <= 3; ++i) ints.append(i * 10);
     fxIntArray many;
     for (int i = 0; i < 1000; ++i) many.append(i);
-    fxIntArray noInts;
     fxBoolArray bools;
     bools.append(true);
     bools.append(false);
-    fxDoubleArray doubles;
-    doubles.append(0.5);
     fxStrArray strings;
     strings.append("one");
     strings.append("two");
-    fxVoidPtrArray pointers;
-    pointers.append(nullptr);
     Places places;
     places.append({1, 2});
     const fxArray& anyArray = ints;
 
     fxStrStrDictionary capitals;
     capitals["France"] = "Paris";
-    fxVoidPtrDict byName;
-    byName["none"] = nullptr;
     fxStrStrDictionaryIter here(capitals);
     fxStrStrDictionaryIter nowhere;
     fxDictionary& anyDictionary = capitals;
     fxStrSet names;
     names.add("left");
-    fxSet& anySet = names;
 
     Words words;
     words.add("word");
@@ -172,9 +164,7 @@ void damage(T& object, size_t offset, Field value) {
     NameSpace atoms(enterNames, 1);
 
     fxIntData boxedInt(42);
-    fxStrData boxedStr("boxed");
     fxCharPtrData boxedText(fxCopyCharPtr("text"));
-    fxVoidData boxedNothing;
     fxStrArrayData boxedStrings(strings);
     boxedInt.take();
     const fxData& anyData = boxedInt;
@@ -204,7 +194,6 @@ void damage(T& object, size_t offset, Field value) {
     fxOutputChannel& output = *source.getOutput("changed");
     fxInputChannel& converter = *output[1];
     RPtr<Shared> shared(new Shared);
-    RPtr<Shared> nobody;
     fxRef<Gauge> held(new Gauge);
     const fxStr searched("abbc");
     fxRegEx regEx("(b+)(x)?c");

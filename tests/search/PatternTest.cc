@@ -21,6 +21,8 @@ std::string searched(const fxTextPattern& pattern, const std::string& text) {
     buf[text.size()] = 0;
     const unsigned int len = static_cast<unsigned int>(text.size());
     int start = 77, end = 77;
+    pattern.bracket(fxStr(text), start, end);
+    EXPECT_TRUE(pattern.find(fxStr(text)) == start && pattern.findEnd(fxStr(text)) == end);
     pattern.bracketBuffer(buf.get(), len, start, end);
     return std::to_string(pattern.findBuffer(buf.get(), len)) + "/" +
            std::to_string(pattern.findEndBuffer(buf.get(), len)) + " [" + std::to_string(start) +
@@ -92,19 +94,6 @@ TEST(RegEx, OffsetsThatAreNoIntsAreNotFound) {
     EXPECT_EQ(expression.expression()->startp[0], text + whole);
     munmap(reserved, whole + page);
     close(file);
-}
-
-TEST(TextPattern, SearchesStringsThroughTheBase) {
-    const struct {
-        fxRef<fxTextPattern> pattern;
-        int start, end;
-    } cases[] = {{fxMake<fxSLinearPattern>("b.", 0U), 3, 5}, {fxMake<fxRegEx>("b."), 1, 3}};
-    for (const auto& c : cases) {
-        int start, end;
-        c.pattern->bracket("abcb.", start, end);
-        EXPECT_TRUE(start == c.start && c.pattern->find("abcb.") == start);
-        EXPECT_TRUE(end == c.end && c.pattern->findEnd("abcb.") == end);
-    }
 }
 
 TEST(IsRegEx, GoesBySpecialCharacters) {

@@ -379,8 +379,6 @@ TEST(RegExpHostile, StepsAreInProportionToSubjectTimesProgram) {
         const char* subject;
     } cases[] = {{"(x+x+)+y", "x"},
                  {"(x+x+)+[yz]", "x"},
-                 {"(a|a)*$", "a!"},
-                 {"(a|b|ab)*c$", "ab"},
                  {"((a|a)+b?)+$", "a"},
                  {"(a*a*a*a*a*b)?$", "a"},
                  {"a*a*a*a*a*[bc]", "a"},
@@ -389,10 +387,8 @@ TEST(RegExpHostile, StepsAreInProportionToSubjectTimesProgram) {
                  {"(a|c)*bc|[ac]|b",
                   "acccccccccccccccccccccccccccccccccccccccccccccccccccccc"
                   "cccccccccccccccccccccccccccccccccccccccccccccccbcacab"},
-                 {"(.*)(.*)(.*)(.*)(.*)[xy]", "a"},
                  {"(ab|a|b)*[cd]", "ab"},
                  {"([a-z]+ )+[0-9]", "word "},
-                 {"[a-z]a.*b", "a"},
                  {"(a|b)*c", "abababababababababababababababababababababababababababababc"},
                  {repeated("a?", 300) + "b", "a"},
                  {repeated("[0-9]?", 900) + "x", "0123456789"},
