@@ -158,13 +158,15 @@ protected:
 
 }  // namespace
 
-// Sends values while connections are cut and the broker is ended; waits for all that come.
-static void sendWithTroubles(Broker& broker, Flow& flow, int count, int signal) {
+TEST_F(Mqtt, ExactlyOnceWhateverEndsConnectionsAndBroker) {
+    constexpr int count = 2000;
+    Broker broker;
+    broker.start();
+    Flow flow(in(broker, "qos=2 client=in") + out(broker, "qos=2 client=out limit=100000"));
     // Values of before the subscription may be lost.
     for (int i = 0; i < 100 && flow.received.empty(); ++i) {
         flow.send("ready");
-        const Clock::time_point end = Clock::now() + std::chrono::milliseconds(100);
-        flow.runUntil([&] { return !flow.received.empty() || Clock::now() > end; });
+        flow.runFor(std::chrono::milliseconds(100));
     }
     ASSERT_FALSE(flow.received.empty()) << flow.complaints;
     for (int i = 0; i < count; ++i) {
@@ -172,7 +174,7 @@ static void sendWithTroubles(Broker& broker, Flow& flow, int count, int signal) 
         if (i % 10 == 0) fx_theExecutive->poll(1);
         if (i % 300 == 150) broker.cut();
         if (i % 1000 == 500) {
-            broker.stop(signal);
+            broker.stop(SIGTERM);
             flow.runFor(std::chrono::milliseconds(300));
             broker.start();
         }
@@ -180,26 +182,10 @@ static void sendWithTroubles(Broker& broker, Flow& flow, int count, int signal) 
     EXPECT_TRUE(flow.runUntil([&] { return !flow.isOutBusy(); })) << flow.complaints;
     flow.runFor(std::chrono::seconds(1));  // what may come twice comes within this time
     flow.received.erase("ready");
-    for (const auto& [value, times] : flow.received) EXPECT_EQ(times, 1) << value;
+    for (int i = 0; i < count; ++i) EXPECT_EQ(flow.received[std::to_string(i)], 1) << i;
+    EXPECT_EQ(flow.received.size(), size_t{count});
     EXPECT_GE(std::stoi(flow.acknowledged), count);
     EXPECT_EQ(flow.dropped, "");
-}
-
-TEST_F(Mqtt, ExactlyOnceWhateverEndsConnectionsAndBroker) {
-    constexpr int count = 2000;
-    for (const int signal : {SIGTERM, SIGKILL}) {
-        Broker broker;
-        broker.start();
-        Flow flow(in(broker, "qos=2 client=in") + out(broker, "qos=2 client=out limit=100000"));
-        sendWithTroubles(broker, flow, count, signal);
-        std::string missing;
-        for (int i = 0; i < count; ++i) {
-            if (flow.received.count(std::to_string(i)) == 0) missing += std::to_string(i) + " ";
-        }
-        // A broker that is killed loses what it has acknowledged and not saved.
-        RecordProperty("lost", missing);
-        EXPECT_TRUE(signal == SIGKILL || missing.empty()) << missing;
-    }
 }
 
 TEST_F(Mqtt, QueuesAreBoundedAndDropWhatIsTold) {
@@ -266,13 +252,7 @@ TEST_F(Mqtt, RetainedValuesUsersAndTls) {
     EXPECT_EQ(misled.connected, "");
 }
 
-TEST_F(Mqtt, NamesAreResolvedAndNonsenseIsRefused) {
-    Broker broker;
-    broker.start();
-    Flow sender(out(broker, "qos=1 broker=localhost"));
-    sender.send("x");
-    EXPECT_TRUE(sender.runUntil([&] { return sender.acknowledged == "1"; })) << sender.complaints;
-
+TEST_F(Mqtt, RefusesNonsense) {
     for (const char* text :
          {"a = MqttIn topic=\"a/#/b\"", "a = MqttOut topic=a/+", "a = MqttIn topic=a qos=2",
           "a = MqttIn topic=a broker=\"a b\"", "a = MqttIn topic=a password=x",
