@@ -179,15 +179,6 @@ TEST_F(Channels, InputsOfADestroyedObjectAreMuted) {
     delete taken;
     EXPECT_EQ(heard, 0);
     EXPECT_EQ(fx_theEventHandler->getCount(), 0u);
-
-    // Nor does an input that was removed, while its object lives on.
-    value = new CountedData(1);
-    value->onDeath = sendMore;
-    sender.feed(a);
-    fxObj::sendData(sender.out, value);
-    a.removeInput("in");
-    EXPECT_EQ(a.seen, Seen{});
-    EXPECT_EQ(fx_theEventHandler->getCount(), 0u);
 }
 
 TEST_F(Channels, ChannelNamesMayBeUsedForOtherProperties) {
@@ -210,23 +201,6 @@ TEST_F(Channels, ChannelNamesMayBeUsedForOtherProperties) {
     EXPECT_EQ(copied->getNumberOfProperties(), 0u) << "copies carry no channels";
     ++Node::alive;
     delete copied;
-}
-
-// Holds itself, and what it hears of is sent by a property that ends later.
-TEST_F(Channels, ObjectsMayDieWhileTheirPropertiesLeave) {
-    struct Farewell : Node {
-        ~Farewell() override { now(*this, 1); }
-    };
-    for (const bool isDeleted : {false, true}) {
-        auto* host = new Node;
-        auto* last = new Farewell;
-        int heard = 0;
-        host->onReceive = [&](int) { ++heard; };
-        last->feed(*host);
-        host->setProperty(new fxProperty(0, host))->setProperty(new fxProperty(1, last));
-        isDeleted ? delete host : static_cast<void>(host->removeAllProperties());
-        EXPECT_EQ(heard, 0);
-    }
 }
 
 TEST_F(Channels, ExceptionsLeaveThroughTheCallThatLedToThem) {

@@ -7,7 +7,7 @@
 namespace soak {
 
 void Torturer::require(bool isSo, const char* claim, Id id) {
-    if (!isSo) fail("%s: %ld", claim, id);
+    if (!isSo) fail(claim + std::string(": ") + std::to_string(id));
 }
 
 void Torturer::audit() {
@@ -140,11 +140,10 @@ void Torturer::end() {
         taken.pop_back();
     }
     while (!heldTables.empty()) {
-        Activity nothing(model);
         const auto [table, property] = heldTables.back();
         heldTables.pop_back();
         model.dropTable(table);
-        during(nothing, [real = property] { real->release(); });
+        during([real = property] { real->release(); });
     }
     fxExec& exec = *fx_theExecutive;
     while (!exec.preSelectFuncs.isEmpty()) exec.removePreSelectFunc(exec.preSelectFuncs[0]);
@@ -155,10 +154,9 @@ void Torturer::end() {
     while (report.empty() && !living.empty()) {  // the oldest, which holds itself
         const Id id = living.front();
         fxObj* const object = objects.at(id).object;
-        Activity nothing(model);
         model.removeAllProperties(id);
-        during(nothing, [&] { object->removeAllProperties(); });
-        if (objects.count(id) != 0) fail("object %ld outlived its holders", id);
+        during([&] { object->removeAllProperties(); });
+        if (objects.count(id) != 0) fail("an object outlived its holders");
     }
     audit();
     while (!exec.applications.isEmpty()) {
@@ -166,7 +164,7 @@ void Torturer::end() {
     }
     while (fxEvent* event = fx_theEventHandler->get()) delete event;
     ears.clear();
-    if (alive != 0) fail("%ld objects, events, values and receivers are left alive", alive);
+    if (alive != 0) fail(std::to_string(alive) + " objects, events, values and receivers are left");
 }
 
 }  // namespace soak

@@ -100,7 +100,7 @@ void Torturer::askWhetherBlocked() {
     Asking asking(model);
     bool blocks = false;
     during(asking, [&] { blocks = fx_theExecutive->willBlock(); });
-    if (blocks != asking.blocks()) fail("willBlock() is %d", blocks);
+    if (blocks != asking.blocks()) fail("willBlock()");
 }
 
 }  // namespace soak

@@ -7,6 +7,7 @@
 #include <map>
 #include <memory>
 #include <set>
+#include <string>
 #include <vector>
 
 // The model uses nothing of the library: objects, channels, connections, events
@@ -53,8 +54,9 @@ struct Call {
     Id who = 0;
     long value = 0;
 
-    bool operator!=(const Call& other) const {
-        return kind != other.kind || who != other.who || value != other.value;
+    std::string text() const {
+        return "kind " + std::to_string(kind) + ", who " + std::to_string(who) + ", value " +
+               std::to_string(value);
     }
 };
 

@@ -215,19 +215,17 @@ void Torturer::destroy(Id id) {
     if (!std::exchange(real.isOurs, false)) return;
     note("destroy: object", id);
     fxObj* const object = real.object;
-    Activity nothing(model);
     model.release(id);
-    during(nothing, [&] { object->release(); });
+    during([&] { object->release(); });
 }
 
 void Torturer::changeInput(Id id) {
     fxObj& object = *objects.at(id).object;
     const int place = slot();
-    Activity nothing(model);
     if (chance(30)) {
         note("remove input: object, slot", id, place);
         model.removeInput(id, place);
-        during(nothing, [&] { object.removeInput(inputNames[place]); });
+        during([&] { object.removeInput(inputNames[place]); });
         return;
     }
     const unsigned short type = types[below(3)];
@@ -235,7 +233,7 @@ void Torturer::changeInput(Id id) {
     const Id input = model.addInput(id, place, type, replaces);
     note("add input: object, slot, input", id, place, input);
     ears[input] = std::make_unique<Ear>(input);
-    during(nothing, [&] {
+    during([&] {
         inputs[input] = object.addInput(inputNames[place], type, ears[input].get(), hearer(type),
                                         replaces ? 3 : 2);
     });
@@ -244,17 +242,16 @@ void Torturer::changeInput(Id id) {
 void Torturer::changeOutput(Id id) {
     fxObj& object = *objects.at(id).object;
     const int place = slot();
-    Activity nothing(model);
     if (chance(30)) {
         note("remove output: object, slot", id, place);
         model.removeOutput(id, place);
-        during(nothing, [&] { object.removeOutput(outputNames[place]); });
+        during([&] { object.removeOutput(outputNames[place]); });
         return;
     }
     const int type = place == tickSlot && chance(70) ? int{voidType} : types[below(3)];
     const Id output = model.addOutput(id, place, type);
     note("add output: object, slot, output", id, place, output);
-    during(nothing, [&] {
+    during([&] {
         outputs[output] = object.addOutput(outputNames[place], static_cast<unsigned short>(type));
     });
 }
@@ -279,17 +276,16 @@ void Torturer::changeConnection() {
     fxObj* const receiver = objects.at(to.object).object;
     const char* const outputName = outputNames[from.slot];
     const char* const inputName = inputNames[to.slot];
-    Activity nothing(model);
     note(connects ? "connect: output, input" : "disconnect: output, input", output, input);
     if (!connects) {
         if (areThere) model.disconnect(output, input);
-        during(nothing, [&] { sender->disconnect(outputName, receiver, inputName); });
+        during([&] { sender->disconnect(outputName, receiver, inputName); });
     } else if (areThere && chance(10)) {  // maybe twice
         model.connect(output, input);
-        during(nothing, [&] { outputs.at(output)->add(inputs.at(input)); });
+        during([&] { outputs.at(output)->add(inputs.at(input)); });
     } else {
         if (areThere && !model.isConnected(output, input)) model.connect(output, input);
-        during(nothing, [&] { sender->connect(outputName, receiver, inputName); });
+        during([&] { sender->connect(outputName, receiver, inputName); });
     }
 }
 
@@ -297,18 +293,17 @@ void Torturer::changeInputsConnections() {
     const Id input = anyInput(0).channel;
     if (input == 0) return;
     fxInputChannel* const real = inputs.at(input);
-    Activity nothing(model);
     const long kind = below(3);
     note("0 flush, 1 disconnect, 2 remove messages: kind, input", kind, input);
     if (kind == 0) {
         model.flush(input);
-        during(nothing, [&] { real->flush(); });
+        during([&] { real->flush(); });
     } else if (kind == 1) {
         model.disconnectAll(input);
-        during(nothing, [&] { real->disconnect(); });
+        during([&] { real->disconnect(); });
     } else {
         model.removeMessages(input);
-        during(nothing, [&] { fx_theEventHandler->removeMessageEvents(real); });
+        during([&] { fx_theEventHandler->removeMessageEvents(real); });
     }
 }
 
@@ -330,8 +325,7 @@ void Torturer::sendSomething() {
         during(delivery, send);
     } else {
         model.send(output, value, mode);
-        Activity nothing(model);
-        during(nothing, send);
+        during(send);
     }
 }
 
@@ -352,12 +346,11 @@ void Torturer::changeProperty() {
     fxObj& object = *objects.at(id).object;
     const int place = static_cast<int>(below(tags));
     const auto tag = static_cast<unsigned short>(firstTag + place);
-    Activity nothing(model);
     const long kind = below(20);
     note("change property: object, tag, kind", id, place, kind);
     if (kind == 0) {
         model.removeAllProperties(id);
-        during(nothing, [&] { object.removeAllProperties(); });
+        during([&] { object.removeAllProperties(); });
         return;
     }
     const auto& before = model.objects.at(id).properties;
@@ -403,25 +396,24 @@ void Torturer::changeTable() {
     const Id table = model.objects.at(id).tables[side];
     const long kind = below(4);
     note("change table: object, table, kind", id, table, kind);
-    Activity nothing(model);
     if (kind == 0 && table != 0 && heldTables.size() < 8) {
         model.takeTable(table);
         heldTables.emplace_back(table, object.findProperty(name));
         heldTables.back().second->take();
     } else if (kind == 1) {
         model.setTable(id, side, 0);
-        during(nothing, [&] { object.removeProperty(name); });
+        during([&] { object.removeProperty(name); });
     } else if (kind > 1 && !heldTables.empty()) {
         const auto [other, property] = heldTables.back();
         side = model.tables.at(other).side;
         if (kind == 2) {
             model.setTable(id, side, other);
-            during(nothing, [&, real = property] { object.setProperty(real); });
+            during([&, real = property] { object.setProperty(real); });
             return;
         }
         heldTables.pop_back();
         model.dropTable(other);
-        during(nothing, [real = property] { real->release(); });
+        during([real = property] { real->release(); });
     }
 }
 

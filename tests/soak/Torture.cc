@@ -5,8 +5,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdarg>
-#include <cstdio>
 #include <cstdlib>
 
 #include "Torturer.h"
@@ -49,26 +47,20 @@ Torturer::Torturer(unsigned int seed)
     }();
     firstTag = tag;
     model.lastEvent = static_cast<Id>(fxEvent::nextSequenceNumber);
+    fxTrace::setSink([](void*, const char*, size_t) {}, nullptr);
+    if (crowd == Crowd::few) fxTrace::enable(fxTrace::all);
 }
 
-void Torturer::fail(const char* format, ...) {
+void Torturer::fail(const std::string& what) {
     if (!report.empty()) return;
-    char text[256];
-    va_list arguments;
-    va_start(arguments, format);
-    std::vsnprintf(text, sizeof text, format, arguments);
-    va_end(arguments);
-    report = "step " + std::to_string(stepsTaken) + ": " + text + "\nThe last steps:\n";
-    for (size_t i = noted > traceLength ? noted - traceLength : 0; i < noted; ++i) {
-        const Step& one = trace[i % traceLength];
-        std::snprintf(text, sizeof text, "%*s%s %ld %ld %ld\n", static_cast<int>(2 * one.depth + 2),
-                      "", one.what, one.a, one.b, one.c);
-        report += text;
-    }
+    report = "step " + std::to_string(stepsTaken) + ": " + what + "\nThe last steps:\n";
+    for (const std::string& step : trace) report += step;
 }
 
 void Torturer::note(const char* what, long a, long b, long c) {
-    trace[noted++ % traceLength] = {stack.size(), what, a, b, c};
+    if (trace.size() == 60) trace.pop_front();
+    trace.push_back(std::string(2 * stack.size() + 2, ' ') + what + ' ' + std::to_string(a) + ' ' +
+                    std::to_string(b) + ' ' + std::to_string(c) + '\n');
 }
 
 void Torturer::settle() {
@@ -97,8 +89,7 @@ bool Torturer::isDue(Call::Kind kind, Id who, long value) {
     note("<- called: kind, who, value", kind, who, value);
     const Call due = stack.empty() ? Call() : stack.back()->next();
     if (due.kind == kind && due.who == who && due.value == value) return true;
-    fail("called: kind %d, who %ld, value %ld; due: kind %d, who %ld, value %ld", kind, who, value,
-         due.kind, due.who, due.value);
+    fail("called: " + Call{kind, who, value}.text() + "; due: " + due.text());
     return false;
 }
 
@@ -165,7 +156,7 @@ int Torturer::select(int count, fd_set* const (&sets)[3], const timeval& wait) {
     selecting.isQuestion = !selecting.isQuestion && waited == 0 && micros > 0;
     if (count != selecting.asked.count ||
         (std::abs(waited - micros) > 1 && !selecting.isQuestion)) {
-        fail("select() of %d for %ld.%06ld s", count, wait.tv_sec, wait.tv_usec);
+        fail("select() of " + std::to_string(count) + " for " + std::to_string(waited));
     }
     const long quarters = below(10);
     selecting.taken += static_cast<float>(quarters) / 4;

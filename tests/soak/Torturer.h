@@ -4,6 +4,7 @@
 
 #include <sys/select.h>
 
+#include <deque>
 #include <map>
 #include <memory>
 #include <random>
@@ -23,7 +24,7 @@ namespace soak {
 class Torturer;
 
 // What a round has many of: some mechanisms are there for many only. "messages" has
-// no other events, and few objects for them; "few" has objects with few channels.
+// no other events, and few objects for them; "few" has objects with few channels, and is traced.
 enum class Crowd { mixed, messages, connections, timers, few, count };
 
 extern Torturer* torturer;  // what the library's calls come to
@@ -70,7 +71,10 @@ struct Thrown {};
 class Torturer {
 public:
     explicit Torturer(unsigned int seed);
-    ~Torturer() { torturer = nullptr; }
+    ~Torturer() {
+        torturer = nullptr;
+        fxTrace::enable(0U);
+    }
 
     void run(unsigned long steps);
     void end();
@@ -96,7 +100,7 @@ public:
     void objectDied(Id object) { reallyDied.push_back(object); }
     void thingReleased(Id thing);
     long below(size_t limit) { return static_cast<long>(rng() % limit); }
-    void fail(const char* format, ...) __attribute__((format(printf, 2, 3)));
+    void fail(const std::string& what);
     void maybeThrow() {
         if (!report.empty() || !chance(3)) return;
         stack.back()->abandon();
@@ -106,11 +110,6 @@ public:
     long clock = 0;
 
 private:
-    struct Step {
-        size_t depth;
-        const char* what;
-        long a, b, c;
-    };
     struct Real {
         fxObj* object;
         bool isOurs;  // whether we hold it
@@ -121,6 +120,12 @@ private:
     int slot() { return static_cast<int>(below(slots)); }
     template <class Action>
     void during(Activity& activity, Action action);
+    // Of an action that calls nothing.
+    template <class Action>
+    void during(Action action) {
+        Activity nothing(model);
+        during(nothing, action);
+    }
     void react();
     void settle();
 
@@ -176,9 +181,7 @@ private:
     int reactionsLeft = 0;
     unsigned long stepsTaken = 0;
     std::string report;
-    static constexpr size_t traceLength = 60;
-    Step trace[traceLength] = {};
-    size_t noted = 0;
+    std::deque<std::string> trace;  // the last steps
 
     std::map<Id, Real> objects;
     std::vector<Id> living;
@@ -204,7 +207,7 @@ void Torturer::during(Activity& activity, Action action) {
     }
     const Call missed = report.empty() ? activity.next() : Call();
     if (missed.kind != Call::none) {
-        fail("missed call: kind %d, who %ld, value %ld", missed.kind, missed.who, missed.value);
+        fail("missed call: " + missed.text());
     }
     stack.pop_back();
     if (report.empty()) settle();
