@@ -1,7 +1,6 @@
 // Regular expressions: compile, match and substitute. An input is a pattern, a
-// subject and a template with zero bytes between them. Small ones are compared
+// subject and a template with zero bytes between them. RegExpTest compares what matches
 // with the obvious matcher.
-#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
@@ -9,7 +8,6 @@
 
 #include "fxds/RegExp.h"
 #include "tests/fuzz/Input.h"
-#include "tests/support/RegExpModel.h"
 
 namespace {
 
@@ -38,26 +36,6 @@ void requirePositions(const fxregexp& compiled, const std::string& subject, bool
     }
 }
 
-// The model's time is exponential, most of all in alternatives that repeat, and
-// it knows no ranges.
-bool isForModel(const std::string& pattern, const std::string& subject) {
-    return pattern.size() <= 14 && subject.size() <= 10 &&
-           std::count(pattern.begin(), pattern.end(), '|') <= 3 &&
-           pattern.find_first_of("[") == std::string::npos;
-}
-
-void compareWithModel(const fxregexp* compiled, const std::string& pattern,
-                      const std::string& subject) {
-    const RegExpModel model(pattern);
-    FUZZ_REQUIRE(model.isValid() == (compiled != nullptr));
-    if (compiled == nullptr) return;
-    const char* startp[10] = {};
-    const char* endp[10] = {};
-    model.search(subject.c_str(), startp, endp);
-    FUZZ_REQUIRE(std::equal(startp, startp + 10, compiled->startp));
-    FUZZ_REQUIRE(std::equal(endp, endp + 10, compiled->endp));
-}
-
 // Any size yields a part of the whole expansion.
 void requireExpansion(const fxregexp& compiled, const std::string& text) {
     const long length = fxregsub(&compiled, text.c_str(), nullptr, 0);
@@ -78,7 +56,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t size) {
     const std::string subject = part(rest);
     const Compiled compiled(fxregcomp(pattern.c_str()));
     const bool isMatch = fxregexec(compiled.get(), subject.c_str()) != 0;
-    if (isForModel(pattern, subject)) compareWithModel(compiled.get(), pattern, subject);
     if (compiled == nullptr) return 0;
     requirePositions(*compiled, subject, isMatch);
     requireExpansion(*compiled, part(rest));
