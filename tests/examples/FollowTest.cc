@@ -32,15 +32,8 @@ TEST(Follow, FollowsCountsAndGoesOnWhereItEnded) {
             EXPECT_EQ(follow.until("$\n"), "7 err(or)?\n1 two$\n");
         }
     }
-    std::ofstream(state) << "no state";
-    const Result damaged = run({{FOLLOW_PATH, "-s", state, log, "x"}});
-    EXPECT_EQ(damaged.status, 1);
-    EXPECT_EQ(damaged.errors.find(state), 0U) << damaged.errors;
-}
-
-TEST(Follow, ReadsStandardInputToItsEnd) {
-    const Result result = run({{FOLLOW_PATH, "-", "a+", "b"}}, "aa\nbb\nab\ncc");
-    EXPECT_EQ(result.output, "aa\nbb\nab\n2 a+\n2 b\n");
-    EXPECT_EQ(result.status, 0);
-    EXPECT_EQ(run({{FOLLOW_PATH, "-", "(x"}}).errors, "follow: no expression: (x\n");
+    expectCommands("cd " + directory.path + "; follow() { " FOLLOW_PATH " \"$@\"; }; ",
+                   {{"echo no state > state; follow -s state log x", "state...", 1},
+                    {"printf 'aa\\nbb\\nab\\ncc' | follow - a+ b", "aa\nbb\nab\n2 a+\n2 b\n", 0},
+                    {"follow - '(x'", "follow: no expression: (x\n", 2}});
 }

@@ -269,8 +269,6 @@ TEST(Monitor, PicturesFitWhateverTheWidth) {
     }
 }
 
-#ifdef FXFLOW_PATH
-
 namespace {
 
 // The same network from a text.
@@ -311,5 +309,3 @@ TEST(Monitor, FlowShowsWhatTheProgramShows) {
     text.end(SIGTERM);
     EXPECT_TRUE(has(text.output(), terminalGivenBack));
 }
-
-#endif

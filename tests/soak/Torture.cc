@@ -1,4 +1,4 @@
-#include "Torture.h"
+#include "Torturer.h"
 
 #include <sys/select.h>
 #include <sys/times.h>
@@ -6,8 +6,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdlib>
-
-#include "Torturer.h"
 
 namespace soak {
 

@@ -1,5 +1,5 @@
 // Random work for the whole dataflow core, checked call by call.
-#include "Torture.h"
+#include "Torturer.h"
 
 #include <gtest/gtest.h>
 
