@@ -101,7 +101,8 @@ private:
     const std::shared_ptr<Network> network;  // held by what changes it
 };
 
-/// Loads the elements of a shared object, once. Returns why not, or "". It stays loaded.
+/// Loads the elements of a shared object, once. Returns why not, or "". It stays loaded. One
+/// that describes an element of a name that there is already is refused.
 FX_API std::string fxLoadPlugin(const std::string& path);
 /// Whether fxLoadPlugin() has loaded the file at the path.
 FX_API bool fxPluginIsLoaded(const std::string& path);

@@ -6,7 +6,9 @@
 #include <cstdlib>
 #include <cstring>
 #include <set>
+#include <string>
 #include <utility>
+#include <vector>
 
 #include "flow/Flow.h"
 
@@ -39,15 +41,22 @@ std::string fxLoadPlugin(const std::string& path) {
     char* const complete = realpath(path.c_str(), nullptr);  // is not searched for
     if (complete == nullptr) return told + std::strerror(errno);
     const size_t before = fxElementKind::all().size();
+    const std::vector<std::string>& twice = fxElementKind::duplicates();
+    const size_t twiceBefore = twice.size();
     void* const handle = dlopen(complete, RTLD_NOW | RTLD_LOCAL);
     std::free(complete);
     if (handle == nullptr) {
         const char* const why = dlerror();
         return told + (why != nullptr ? why : "the system does not say why");
     }
+    if (twice.size() != twiceBefore) {
+        const std::string name = twice[twiceBefore];
+        dlclose(handle);
+        return told + "there is a " + name + " already";
+    }
     if (fxElementKind::all().size() == before) {
         dlclose(handle);
-        return told + "it describes no element that there is not already";
+        return told + "it describes no element";
     }
     loaded().insert(identity);
     return "";

@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <map>
 #include <memory>
@@ -287,7 +288,6 @@ TEST_F(FlowTest, AgreesWithModel) {
         for (const auto& [name, wide] : model.objects) {
             const Texts& taken = node(name.c_str()).taken;
             ASSERT_EQ(std::multiset<std::string>(taken.begin(), taken.end()), expected[name])
-                << name << " in\n"
                 << model.text();
         }
         ASSERT_EQ(watched, expectedWatched) << model.text();
@@ -306,7 +306,6 @@ TEST_F(FlowTest, OutlivesItsElements) {
     const auto there = [&](auto does) { return [&, does] { flow ? does(*flow) : void(); }; };
     const std::pair<const char*, std::function<void()>> acts[] = {
         {"throws", [] { throw std::runtime_error("thrown"); }},
-        {"throws anything", [] { throw 1; }},
         {"ends the flow", [&] { flow = nullptr; }},
         {"ends the flow and throws", [&] { flow = nullptr, throw 1; }},
         {"drops all", [&] { apply(""); }},
@@ -538,16 +537,17 @@ TEST_F(FlowTest, RefusesWhatItHasNotSaved) {
 // Only files that describe elements are plug-ins; a flow that names one loads it, a saved one
 // does not.
 TEST_F(FlowTest, LoadsPlugins) {
-    const char* const library = "/proc/self/exe";
-    for (const char* file : {"", "/dev/zero", "/", "nothing.so", library, __FILE__, "a\nb"}) {
+    for (const char* file :
+         {"", "/dev/zero", "/", "nothing.so", "/proc/self/exe", __FILE__, "a\nb"}) {
         EXPECT_EQ(fxLoadPlugin(file).find(std::string("cannot load ") + file + ": "), 0U);
         EXPECT_FALSE(fxPluginIsLoaded(file));
     }
-    EXPECT_NE(fxLoadPlugin(std::string("a\0b", 3)), "");
     EXPECT_EQ(fxElementKind::find("Doubled"), nullptr);
     EXPECT_EQ(apply("use \"" PLUGIN_PATH "\"\na = Node\nb = Doubled\nb.twice -> a.in"), Texts());
     EXPECT_EQ(fxLoadPlugin(PLUGIN_PATH), "");
     EXPECT_TRUE(fxElementKind::duplicates().empty());
+    std::filesystem::copy_file(PLUGIN_PATH, path);
+    EXPECT_EQ(fxLoadPlugin(path), "cannot load " + path + ": there is a Doubled already");
     EXPECT_EQ(flow->send("b", "number", "4"), "");
     drain();
     EXPECT_EQ(node("a").taken, Texts{"8"});
