@@ -8,6 +8,7 @@
 #include <string>
 
 #include "flow/Element.h"
+#include "flow/elements/Settings.h"
 #include "fxds/Process.h"
 #include "fxds/SelectHandler.h"
 
@@ -128,6 +129,9 @@ void describe(fxElementOf<C>& element) {
                   "the longest between attempts to connect, which begin with 0.1 s")
         .unit("s")
         .range(0.1, 86400);
+    for (fxElementProperty& each : element.properties) {
+        if (each.type == "text" && each.test == nullptr) each.testedBy(fxFlowDetail::whyZeroByte);
+    }
     element.output("connected", &C::connected, "whether it is connected, when that changes");
 }
 

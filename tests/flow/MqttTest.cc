@@ -256,7 +256,8 @@ TEST_F(Mqtt, RefusesNonsense) {
     for (const char* text :
          {"a = MqttIn topic=\"a/#/b\"", "a = MqttOut topic=a/+", "a = MqttIn topic=a qos=2",
           "a = MqttIn topic=a broker=\"a b\"", "a = MqttIn topic=a password=x",
-          "a = MqttIn topic=a user=/nowhere/at/all", "a = MqttIn topic=a ca=/nowhere/at/all"}) {
+          R"(a = MqttIn topic=a client="a\x00b")", "a = MqttIn topic=a user=/nowhere/at/all",
+          "a = MqttIn topic=a ca=/nowhere/at/all"}) {
         fxFlow flow;
         EXPECT_NE(flow.apply(fxFlowText::parse(text, "mqtt.flow")).size(), 0U) << text;
     }
