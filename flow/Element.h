@@ -61,8 +61,8 @@ public:
     ~fxElement() override;
 
     /// Begins the work: opens files, starts alarms. Called once, when the properties are
-    /// set and before anything is connected; not by a test, which sends in its place.
-    /// Returns why it cannot, or "".
+    /// set and before anything is connected; not in a test for what reaches outside, in whose
+    /// place the test sends. Returns why it cannot, or "".
     virtual std::string start() { return ""; }
     /// Looks at all properties together, when they are set. Returns what is wrong, or "".
     virtual std::string settle() { return ""; }

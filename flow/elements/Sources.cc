@@ -85,9 +85,7 @@ public:
     // A file that is followed is gone on with where it was left.
     bool xdrState(fxTranscriber& transcriber) override {
         if (follower != nullptr) loaded = follower->getPlace();
-        if (!fxXdrAll(transcriber, loaded.file, loaded.offset)) return false;
-        if (transcriber.isReading() && follower != nullptr) startFollowing(loaded);
-        return true;
+        return fxXdrAll(transcriber, loaded.file, loaded.offset);
     }
 
     fxStr file;

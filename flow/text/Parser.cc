@@ -289,7 +289,7 @@ bool fxFlowParser::takeStep(const fxFlowToken& first, fxFlowText::Step& step) {
         step.kind = StepKind::pass;
         const bool isNumber = token.kind == Kind::word && readNumber(token.text, step.seconds);
         if (!isNumber || !(step.seconds >= 0 && step.seconds <= 1e9)) {
-            return fail("a number of seconds");
+            return fail("a number of seconds from 0 to 1e9");
         }
         advance();
         return endLine();

@@ -157,8 +157,8 @@ TEST_F(FlowText, FaultsAreToldOnce) {
         {"test x {\n send\n pass x\n pass -1\n send a.b 0 times\n send a.b 5 5\n expect last a.b\n "
          "jump\n}",
          "2:6: error: expected OBJECT.CHANNEL, not the end of the line\n"
-         "f:3:7: error: expected a number of seconds, not \"x\"\n"
-         "f:4:7: error: expected a number of seconds, not \"-1\"\n"
+         "f:3:7: error: expected a number of seconds from 0 to 1e9, not \"x\"\n"
+         "f:4:7: error: expected a number of seconds from 0 to 1e9, not \"-1\"\n"
          "f:5:11: error: expected a count up to 1000000, not \"0\"\n"
          "f:6:13: error: expected COUNT times, not \"5\"\n"
          "f:7:17: error: expected a value, not the end of the line\n"
