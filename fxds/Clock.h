@@ -29,7 +29,7 @@ class fxClock;
 /// destroyed from anywhere, ticks included. An exception from a tick leaves poll();
 /// what else is due ticks in the next turn.
 ///
-/// Cost: starting and stopping are logarithmic in the number of active alarms.
+/// Cost: starting is logarithmic in the number of active alarms, stopping constant.
 class FX_API fxAlarm : public fxObj {
 public:
     typedef std::chrono::steady_clock Clock;  ///< Whose time counts.

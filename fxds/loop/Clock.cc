@@ -35,24 +35,24 @@ bool fxClock::hasDescriptor() {
     return fxExec::canServe(fd);
 }
 
-// Moves the gap at `index` towards the top until `alarm` fits in.
-void fxClock::rise(fxAlarm* alarm, size_t index) {
-    while (index > 0 && isBefore(*alarm, *heap[(index - 1) / 2])) {
+// Moves the gap at `index` towards the top until `entry` fits in.
+void fxClock::rise(Entry entry, size_t index) {
+    while (index > 0 && isBefore(entry, heap[(index - 1) / 2])) {
         put(heap[(index - 1) / 2], index);
         index = (index - 1) / 2;
     }
-    put(alarm, index);
+    put(entry, index);
 }
 
 // The same away from the top.
-void fxClock::sink(fxAlarm* alarm, size_t index) {
+void fxClock::sink(Entry entry, size_t index) {
     for (size_t child = 2 * index + 1; child < heap.size(); child = 2 * index + 1) {
-        if (child + 1 < heap.size() && isBefore(*heap[child + 1], *heap[child])) ++child;
-        if (!isBefore(*heap[child], *alarm)) break;
+        if (child + 1 < heap.size() && isBefore(heap[child + 1], heap[child])) ++child;
+        if (!isBefore(heap[child], entry)) break;
         put(heap[child], index);
         index = child;
     }
-    put(alarm, index);
+    put(entry, index);
 }
 
 // What a tick starts for a time that is past comes behind what is due now; otherwise it
@@ -60,30 +60,46 @@ void fxClock::sink(fxAlarm* alarm, size_t index) {
 void fxClock::add(fxAlarm& alarm) {
     alarm.order = ++lastOrder;
     alarm.due = std::max(alarm.due, served);
-    heap.push_back(nullptr);
-    rise(&alarm, heap.size() - 1);
-    if (heap.size() == 1) fxExec::theExecutive()->addSelectHandler(this);
-    if (heap.front()->due < armed) arm();
+    const Entry entry = {alarm.due, alarm.order, &alarm};
+    heap.push_back(entry);
+    rise(entry, heap.size() - 1);
+    if (++active == 1) fxExec::theExecutive()->addSelectHandler(this);
+    if (heap.front().due < armed) arm();
 }
 
-void fxClock::takeOut(fxAlarm& alarm) {
-    const size_t index = alarm.index;
-    alarm.index = fxAlarm::noIndex;
-    fxAlarm* const last = heap.back();
+void fxClock::dropTop() {
+    const Entry last = heap.back();
     heap.pop_back();
-    if (last == &alarm) return;
-    rise(last, index);
-    sink(last, last->index);
+    if (!heap.empty()) sink(last, 0);
+}
+
+// Afterwards the top, if there is one, is an alarm.
+void fxClock::dropStopped() {
+    if (active == 0) heap.clear();
+    while (!heap.empty() && heap.front().alarm == nullptr) dropTop();
+}
+
+// Makes the alarm's entry one of those that are left behind. There are never many more of
+// them than alarms, so that their memory is bounded.
+void fxClock::leave(fxAlarm& alarm) {
+    heap[std::exchange(alarm.index, fxAlarm::noIndex)].alarm = nullptr;
+    constexpr size_t few = 64;
+    --active;
+    if (heap.size() - active <= active + few) return;
+    const auto isStopped = [](const Entry& entry) { return entry.alarm == nullptr; };
+    heap.erase(std::remove_if(heap.begin(), heap.end(), isStopped), heap.end());
+    for (size_t i = heap.size(); i-- > 0;) sink(heap[i], i);
 }
 
 void fxClock::remove(fxAlarm& alarm) {
-    takeOut(alarm);
-    if (heap.empty()) arm();
+    leave(alarm);
+    if (active == 0) arm();
 }
 
 // For the top of the heap. Where there is none, the handler leaves the loop.
 void fxClock::arm() {
-    armed = heap.empty() ? fxAlarm::Time::max() : heap.front()->due;
+    dropStopped();
+    armed = heap.empty() ? fxAlarm::Time::max() : heap.front().due;
     itimerspec spec = {};
     if (!heap.empty()) {
         const auto due = std::max<fxAlarm::Span>(armed.time_since_epoch(), fxAlarm::Span(1));
@@ -115,17 +131,20 @@ void fxClock::handleRead() {
     const fxAlarm::Time turn = now();
     const Serving serving(*this, turn);
     const unsigned long last = lastOrder;
-    while (!heap.empty() && heap.front()->due <= turn && heap.front()->order <= last) {
-        fxAlarm& alarm = *heap.front();
+    for (dropStopped(); !heap.empty(); dropStopped()) {
+        Entry top = heap.front();
+        if (top.due > turn || top.order > last) break;
+        fxAlarm& alarm = *top.alarm;
         if (alarm.interval.count() > 0) {
             const auto passed = (turn - alarm.due) / alarm.interval;
             alarm.missed = static_cast<unsigned long>(passed);
             alarm.due = later(alarm.due + passed * alarm.interval, alarm.interval);
-            sink(&alarm, 0);
+            top.due = alarm.due;
+            sink(top, 0);
             alarm.expire();
             continue;
         }
-        takeOut(alarm);
+        leave(alarm);
         const fxRef<fxAlarm> hold(alarm.isOwned ? &alarm : nullptr);
         if (alarm.isOwned) alarm.release();
         alarm.expire();
