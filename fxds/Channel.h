@@ -68,11 +68,11 @@ public:
     /// The outputs that feed this input, one entry per connection; null before
     /// the first connection. View, good until the input's connections change.
     const fxVoidPtrArray* getOutputs() const {
-        if (hasManyOutputs) settle();
+        if (feeds == Feeds::one || feeds == Feeds::many) settle();
         return outputs;
     }
 
-    /// Enters a feeding output. For fxOutputChannel::add() to call: disconnect()
+    /// Enters a feeding output, as fxOutputChannel::add() does itself: disconnect()
     /// is fatal for an output that is entered here without being connected.
     void add(fxOutputChannel* output);
 
@@ -136,10 +136,15 @@ protected:
     unsigned int word;  ///< The two flags, and the data type number above them.
 
 private:
-    unsigned int keepsCallable : 1;   // `callable` is what the union holds
-    unsigned int hasManyOutputs : 1;  // `outputs` is an fxLinks
-    unsigned int hasEnded : 1;        // kept for its watchers only
-    unsigned int watchers : 29;       // the fxConnections that refer to it and do not hold it
+    // What leads here: nothing yet; the one output `onlyOutput`, or none again; those in
+    // `outputs`; those in `outputs`, which is an fxLinks.
+    enum Feeds : unsigned int { nothing, one, few, many };
+
+    mutable unsigned int feeds : 2;  // a Feeds
+    unsigned int keepsCallable : 1;  // `callable` is what the union holds
+    unsigned int isEdited : 1;       // by add() or remove(): what leads here need not be connected
+    unsigned int hasEnded : 1;       // kept for its watchers only
+    unsigned int watchers : 27;      // the fxConnections that refer to it and do not hold it
 
 public:
     fxMessageEvent* pending;  ///< The message that waits, for a replacing input.
@@ -186,13 +191,19 @@ private:
     void end();
     void watch();
     void unwatch();
+    void enter(fxOutputChannel* output);
+    void leave(fxOutputChannel* output);
     fxLinks<fxOutputChannel>& links() const;
+    unsigned int countOutputs() const;
     unsigned int findOutput(const fxOutputChannel* output) const;
     void settle() const;
 
-    fxVoidPtrArray* outputs;  // of fxOutputChannel*, borrowed
-    unsigned long queued;     // messages that there are for it and for converters leading here
-    fxObj* owner;             // borrowed; in one of whose lists it is linked
+    union {
+        mutable fxVoidPtrArray* outputs;      ///< Of fxOutputChannel*, borrowed.
+        mutable fxOutputChannel* onlyOutput;  ///< Borrowed.
+    };
+    unsigned long queued;  // messages that there are for it and for converters leading here
+    fxObj* owner;          // borrowed; in one of whose lists it is linked
     fxInputChannel* nextOwned;
     fxInputChannel** ownedLink;
     union {
@@ -286,6 +297,7 @@ private:
     // The base is the list of the walks over the connections, so that a walk finds the
     // output from its list.
     unsigned short type;
+    bool hasConverters;   // some entry is or was one
     unsigned int serial;  // differs from that of any output that had its address
     // Of fxInputChannel*, each holding one count; null before the first, and while `links`
     // has holes. There is no walk meanwhile.

@@ -28,8 +28,9 @@ fxInputChannel::fxInputChannel(unsigned short type, void* closure_, void (*funct
     : closure(closure_),
       function(function_),
       word(static_cast<unsigned int>(type) << typeShift | (replace & replaceBit)),
+      feeds(Feeds::nothing),
       keepsCallable(0),
-      hasManyOutputs(0),
+      isEdited(0),
       hasEnded(0),
       watchers(0),
       pending(nullptr),
@@ -47,8 +48,9 @@ fxInputChannel::~fxInputChannel() { end(); }
 void fxInputChannel::end() {
     hasEnded = 1;
     fxOwnedChannels<fxInputChannel>::leave(this);
-    hasManyOutputs = 0;
-    delete std::exchange(outputs, nullptr);
+    if (feeds != Feeds::one) delete outputs;
+    feeds = Feeds::nothing;
+    outputs = nullptr;
     if (isConverter() && closure != nullptr) static_cast<fxInputChannel*>(closure)->release();
     if (keepsCallable == 0) return;
     keepsCallable = 0;
@@ -96,52 +98,99 @@ fxInputChannel* fxInputChannel::target() {
     return input;
 }
 
+// What a program enters itself is kept in a list, null too.
 void fxInputChannel::add(fxOutputChannel* output) {
-    if (!hasManyOutputs && fxLinks<fxOutputChannel>::isMany(outputs)) {
+    isEdited = 1;
+    if (feeds == Feeds::nothing || feeds == Feeds::one) settle();
+    enter(output);
+}
+
+void fxInputChannel::enter(fxOutputChannel* output) {
+    if (feeds == Feeds::nothing || (feeds == Feeds::one && onlyOutput == nullptr)) {
+        feeds = Feeds::one;
+        onlyOutput = output;
+        return;
+    }
+    if (feeds == Feeds::one) settle();
+    if (feeds == Feeds::few && fxLinks<fxOutputChannel>::isMany(outputs)) {
         const std::unique_ptr<fxVoidPtrArray> plain(outputs);
         outputs = new fxLinks<fxOutputChannel>(std::move(*plain));
-        hasManyOutputs = 1;
+        feeds = Feeds::many;
     }
-    if (hasManyOutputs) return links().enter(output);
-    if (outputs == nullptr) outputs = new fxVoidPtrArray;
+    if (feeds == Feeds::many) return links().enter(output);
     outputs->append(output);
 }
 
-// Requires: hasManyOutputs
+// Requires: there are many.
 fxLinks<fxOutputChannel>& fxInputChannel::links() const {
     return static_cast<fxLinks<fxOutputChannel>&>(*outputs);
 }
 
+// Closes the holes of many, and makes a list of fewer where there is none. Requires: `outputs`
+// is not yet the list of few.
 void fxInputChannel::settle() const {
-    if (links().hasHoles()) links().close();
+    if (feeds == Feeds::many) {
+        if (links().hasHoles()) links().close();
+        return;
+    }
+    auto list = std::make_unique<fxVoidPtrArray>();
+    if (onlyOutput != nullptr) list->append(onlyOutput);
+    outputs = list.release();
+    feeds = Feeds::few;
 }
 
-// The position in `outputs`, which is an index when there are no holes.
+unsigned int fxInputChannel::countOutputs() const {
+    switch (feeds) {
+        case Feeds::nothing:
+            return 0;
+        case Feeds::one:
+            return onlyOutput != nullptr ? 1 : 0;
+        case Feeds::few:
+            return outputs->length();
+        default:
+            return links().count();
+    }
+}
+
+// The position in the list of outputs, which is an index when there are no holes.
 unsigned int fxInputChannel::findOutput(const fxOutputChannel* output) const {
-    if (outputs == nullptr) return fxArray::notFound;
-    if (hasManyOutputs) return links().find(output);
+    if (feeds == Feeds::nothing) return fxArray::notFound;
+    if (feeds == Feeds::one) {
+        return output != nullptr && onlyOutput == output ? 0 : fxArray::notFound;
+    }
+    if (feeds == Feeds::many) return links().find(output);
     auto* const at = std::find(outputs->begin(), outputs->end(), output);
     return at != outputs->end() ? static_cast<unsigned int>(at - outputs->begin())
                                 : fxArray::notFound;
 }
 
 void fxInputChannel::remove(fxOutputChannel* output) {
-    if (outputs == nullptr) return;
+    isEdited = 1;
+    leave(output);
+}
+
+void fxInputChannel::leave(fxOutputChannel* output) {
+    if (feeds == Feeds::nothing) return;
     const unsigned int at = findOutput(output);
     if (at == fxArray::notFound) fxFatal("ic/oc connections busted");
-    if (hasManyOutputs) return links().leave(at);
-    outputs->remove(at, 1);
+    if (feeds == Feeds::one) {
+        onlyOutput = nullptr;
+    } else if (feeds == Feeds::many) {
+        links().leave(at);
+    } else {
+        outputs->remove(at, 1);
+    }
 }
 
 void fxInputChannel::disconnect() {
     const fxHold<fxInputChannel> hold(this);  // the connections may be the only holders
-    const auto count = [this] { return hasManyOutputs ? links().count() : outputs->length(); };
-    while (outputs != nullptr && count() > 0) {
-        const unsigned int before = count();
-        fxOutputChannel* const first =
-            hasManyOutputs ? links().first() : static_cast<fxOutputChannel*>((*outputs)[0]);
+    while (const unsigned int before = countOutputs()) {
+        fxOutputChannel* const first = feeds == Feeds::one ? onlyOutput
+                                       : feeds == Feeds::many
+                                           ? links().first()
+                                           : static_cast<fxOutputChannel*>((*outputs)[0]);
         first->remove(this);
-        if (count() == before) fxFatal("ic/oc connections busted");
+        if (countOutputs() == before) fxFatal("ic/oc connections busted");
     }
 }
 
@@ -231,6 +280,7 @@ unsigned int lastSerial = 0;  // of outputs
 
 fxOutputChannel::fxOutputChannel(unsigned short type_)
     : type(type_),
+      hasConverters(false),
       serial(++lastSerial),
       inputs(nullptr),
       links(nullptr),
@@ -252,7 +302,7 @@ fxOutputChannel::~fxOutputChannel() {
         if (inputs == nullptr) settle();
         links = nullptr;
         const std::unique_ptr<fxVoidPtrArray> released(std::exchange(inputs, nullptr));
-        for (void* entry : *released) static_cast<fxInputChannel*>(entry)->target()->remove(this);
+        for (void* entry : *released) static_cast<fxInputChannel*>(entry)->target()->leave(this);
         for (void* entry : *released) static_cast<fxInputChannel*>(entry)->release();
     }
 }
@@ -261,13 +311,14 @@ void fxOutputChannel::add(fxInputChannel* input) {
     FX_ASSERT(!input->isConverter());
     if (fxTrace::isOn(fxTrace::connects)) fxTraceLines::connecting(*this, *input);
     if (input->isUntested()) input->testClass(false);
-    input->add(this);
+    input->enter(this);
     fxInputChannel* entry = input;
     if (input->getType() != type && input->getType() != fxDT_void) {
         entry = fxConverter::findConverter(type, input->getType());
         if (fx_theConverters == nullptr) fxStartUp::hint("converters");
         if (entry == nullptr) fxFatal("Can't convert from %d to %d", type, input->getType());
         static_cast<fxConverter*>(entry)->splice(input);
+        hasConverters = true;
     }
     entry->take();
     if (links == nullptr && fxLinks<fxInputChannel>::isMany(inputs)) {
@@ -302,7 +353,7 @@ void fxOutputChannel::remove(fxInputChannel* input) {
         inputs->remove(index, 1);
     }
     each([index](fxDelivery& walk) { walk.connectionRemoved(index); });
-    input->remove(this);
+    input->leave(this);
     entry->release();
 }
 
@@ -321,6 +372,12 @@ unsigned int fxOutputChannel::find(fxInputChannel* input) const {
     return findTarget(input);
 }
 
+// An input that is fed by few says so faster than the list of entries: each entry is an
+// input here, and each entering and leaving is noted at both ends.
 bool fxOutputChannel::isConnectedTo(fxInputChannel* input) const {
+    const bool isEven = !hasConverters && input != nullptr && !input->isEdited;
+    if (isEven && input->feeds != fxInputChannel::Feeds::many) {
+        return input->findOutput(this) != fxArray::notFound;
+    }
     return findTarget(input) != fxArray::notFound;
 }

@@ -16,7 +16,8 @@
 // when a window with all its parts is closed, are found and taken out in constant time.
 //
 // The index is built when searches and removals have walked some times over the list, so
-// that a list that is sent to after each change is not made slower by it.
+// that a list that is sent to after each change is not made slower by it. A link that is
+// entered counts as much as the index of it costs.
 //
 // Invariants: (1) The list is an array of links, and of null where one has left: `holes`
 // of them. (2) There are holes only while there is an index. (3) The index has a slot for
@@ -51,7 +52,11 @@ public:
     /// Enters a link behind all others.
     void enter(Channel* link) {
         append(link);
-        if (isIndexed()) note(endOf(link), length() - 1);
+        if (isIndexed()) {
+            note(endOf(link), length() - 1);
+        } else {
+            walked += walksBeforeIndex;
+        }
     }
     /// The position of the first link that leads to `end`, or notFound.
     unsigned int find(const void* end) {

@@ -185,6 +185,9 @@ def connections_from(channel):
     if int(channel["outputs"]) == 0:
         return
     type_ = gdb.lookup_type("fxOutputChannel")
+    if int(channel["feeds"]) == 1:  # fxInputChannel::one
+        yield channel_place(target_of(channel["onlyOutput"]), "output")
+        return
     for pointer in pointers_in(target_of(channel["outputs"]), type_):
         if int(pointer) != 0:
             yield channel_place(target_of(pointer), "output")
