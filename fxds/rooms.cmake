@@ -38,7 +38,7 @@ fxds_room(containers
     TypedDictionary TypedSet UnsignedCharArray UnsignedLongArray UnsignedShortArray VoidPtrArray
     VoidPtrDict
   DETAIL HashExtra HashIndex HashNode ListIterator NodeStore Recorded
-  PRIVATE HashContainer HashHooks HashXdr StrInPlace TextKeys
+  PRIVATE HashContainer HashHooks HashIters HashXdr StrInPlace TextKeys
   SOURCES Array ArraySort BinaryOTDict BoundingBox Dictionary GenericList HashTable IndexableList
     KeyHooks NameSpace Sequencer Set StrArray StrSet StrStrDictionary TypedArray VoidPtrDict)
 

@@ -8,8 +8,8 @@
 #include <functional>
 #include <utility>
 
-#include "fxds/Array.h"
 #include "fxds/containers/HashHooks.h"
+#include "fxds/containers/HashIters.h"
 #include "fxds/detail/Allocate.h"
 #include "fxds/detail/HashExtra.h"
 #include "fxds/detail/Mix.h"
@@ -36,6 +36,8 @@
 // (6) While there is a hold, what is removed keeps its key, its value and its
 //     memory, and waits in the ring of removed nodes. Without one, only what
 //     endRemoved() is about to end is there.
+// (7) If extra.hasTexts is set, keys are fxStr, and behind the block of each linked
+//     node lies a copy of its text, if that is no longer than fxTextKeys::copiedBytes.
 //
 // A node is found only in the chain that its hash asks for. With (3) and (4), a
 // search answers the same node with the index as by walking the chain, even if
@@ -48,9 +50,11 @@
 // holds the table, because a callback may remove the entries where they lie.
 
 template <class Container>
-struct fxHashCore {
+struct fxHashCore : fxHashIters<fxHashCore<Container>, Container, typename Container::Node,
+                                typename Container::Iter> {
     typedef typename Container::Node Node;
     typedef typename Container::Iter Iter;
+    typedef fxHashIters<fxHashCore, Container, Node, Iter> Iters;
     typedef typename Container::Finder Finder;
     typedef fxHashPlace Place;
 
@@ -136,10 +140,11 @@ struct fxHashCore {
     static Node* insert(Container& table, const Container& hooks, Place& place, const void* key,
                         bool isNewer, MakeValue makeValue) {
         const unsigned long additions = table.extra.additions;
-        Unlinked made{table, hooks, table.extra.nodes.make(blockBytes(table))};
+        Unlinked made{table, hooks, makeNode(table, hooks)};
         made.node->word = Node::ending;
         hooks.copyKey(key, made.node->element);
         made.hasKey = true;
+        if (table.extra.hasTexts) copyText(table, made.node, made.node->element);
         makeValue(valueOf(table, made.node));
         made.node->word = 0;
         if (table.extra.additions != additions || table.buckets.length() != place.chains) {
@@ -195,7 +200,8 @@ struct fxHashCore {
         Node* node = table.extra.finder(table, table, key, place);
         isNew = node == nullptr;
         if (!isNew) return node;
-        node = table.extra.nodes.make(blockBytes(table));
+        node = makeNode(table, table);
+        if (table.extra.hasTexts) copyText(table, node, key);
         node->tag = place.tag;
         link(table, node, place.bucket);
         return node;
@@ -204,7 +210,7 @@ struct fxHashCore {
     /// Removes a node from its chain and from under the iterators, and ends it.
     static void remove(Container& table, Node* node) {
         unlink(table, node);
-        invalidate(table, node);
+        Iters::invalidate(table, node);
         if (table.extra.holds.isEmpty()) return end(table, table, node);
         Node*& last = table.extra.lastRemoved;
         node->next = last != nullptr ? std::exchange(last->next, node) : node;
@@ -226,11 +232,11 @@ struct fxHashCore {
     /// many it has removed.
     static unsigned int clear(Container& table) {
         unsigned int removed = 0;
-        detachAll(table);
+        Iters::detachAll(table);
         do {
             table.extra.index.drop();
             Iter walk;
-            attach(walk, table);
+            Iters::attach(walk, table);
             for (; walk.node != nullptr; ++removed) remove(table, walk.node);  // moves it on
         } while (table.extra.linked != 0);
         table.extra.index.drop();
@@ -245,7 +251,7 @@ struct fxHashCore {
     static void copyAll(Container& table, const Container& source) {
         try {
             Hold hold(source);
-            for (Iter i(source.begin()); i.node != nullptr; step(i)) {
+            for (Iter i(source.begin()); i.node != nullptr; Iters::step(i)) {
                 if (i.node->is(Node::ending)) continue;
                 const void* const value = valueOf(source, i.node);
                 hold.setValue(value);
@@ -269,12 +275,13 @@ struct fxHashCore {
             clear(source);
             return;
         }
-        detachAll(source);
+        Iters::detachAll(source);
         std::swap(table.buckets, source.buckets);
         std::swap(table.count, source.count);
         std::swap(table.extra.linked, from.linked);
         std::swap(table.extra.hasLate, from.hasLate);
         std::swap(table.extra.isUnindexable, from.isUnindexable);
+        std::swap(table.extra.hasTexts, from.hasTexts);
         table.extra.nodes.swap(from.nodes);
         table.extra.index.swap(from.index);
     }
@@ -283,7 +290,7 @@ struct fxHashCore {
 
     /// What is left to a destructor that reaches no hook any more.
     static void freeAll(Container& table) {
-        detachAll(table);
+        Iters::detachAll(table);
         freeNodes(table, [](const Node*) {});
     }
 
@@ -297,61 +304,16 @@ struct fxHashCore {
         return table.keySize - (isPadded ? table.extra.keyPadding : 0U);
     }
 
-    // Iterators. The chains of an empty table are not looked at, as a stream may
-    // claim many.
-
-    static void attach(Iter& iter, Container& table) {
-        home(iter) = &table;
-        iter.bucketIndex = 0;
-        iter.moved = 0;
-        iter.node = table.buckets.isEmpty() ? nullptr : table.buckets[0];
-        table.addIter(&iter);
-        if (iter.node == nullptr) advanceToValid(iter);
-    }
-
-    static void detach(Iter& iter) {
-        if (home(iter) != nullptr) home(iter)->removeIter(&iter);
-        home(iter) = nullptr;
-    }
-
-    static void copy(Iter& iter, const Iter& other) {
-        Container* const table = home(const_cast<Iter&>(other));
-        home(iter) = table;
-        iter.bucketIndex = other.bucketIndex;
-        iter.moved = other.moved & 1U;
-        iter.node = other.node;
-        if (table != nullptr) table->addIter(&iter);
-    }
-
-    static void step(Iter& iter) {
-        if (home(iter) == nullptr) return;
-        if (!iter.moved) return advance(iter);
-        iter.moved = 0;
-    }
-
-    static void unregister(Container& table, Iter* iter) {
-        const unsigned int position = table.iters.find(iter);
-        if (position != fxArray::notFound) table.iters.remove(position);
-    }
-
-    // An iterator that ends takes itself off the registry, and the next one is
-    // then at its position.
-    static void invalidate(const Container& table, const Node* node) {
-        unsigned int i = 0;
-        while (i < table.iters.length()) {
-            Iter* const iter = table.iters[i];
-            if (iter->node == node) {
-                advance(*iter);
-                if (home(*iter) == nullptr) continue;
-                iter->moved = 1;
-            }
-            ++i;
-        }
-    }
-
 private:
     friend struct fxHashXdr<Container>;
+    friend Iters;
 
+    // For the iterators.
+    static auto& chains(Container& table) { return table.buckets; }
+    template <class Table>
+    static auto& registry(Table& table) {
+        return table.iters;
+    }
     static Container*& home(Iter& iter) {
         if constexpr (Container::hasValues) {
             return iter.dict;
@@ -359,6 +321,7 @@ private:
             return iter.set;
         }
     }
+    static bool isEmpty(const Container& table) { return table.extra.linked == 0; }
 
     static size_t blockBytes(const Container& table) {
         size_t bytes = table.keySize;
@@ -372,12 +335,34 @@ private:
         const Container& container;
         unsigned long hash(const void* key) const { return container.hashKey(key); }
         int compare(const void* a, const void* b) const { return container.compareKeys(a, b); }
-        bool isEqual(const void* a, const void* b) const { return compare(a, b) == 0; }
         unsigned long fingerprint(const void* key, unsigned long hash) const {
             return container.fingerprintKey(key, hash);
         }
         VirtualHooks ofStored() const { return *this; }
     };
+
+    // The text of a stored key, which is an fxStr: the copy, if there is one.
+    static std::string_view textOf(const Container& table, const Node* node) {
+        const fxStr& key = *static_cast<const fxStr*>(node->element);
+        if (!table.extra.hasTexts || key.length() > fxTextKeys::copiedBytes) return key.view();
+        return {static_cast<const char*>(node->element) + blockBytes(table), key.length()};
+    }
+    static void copyText(const Container& table, Node* node, const void* key) {
+        fxTextKeys::copy(static_cast<const fxStr*>(key)->view(),
+                         static_cast<char*>(node->element) + blockBytes(table));
+    }
+
+    // Requires: the keys' tags are equal, and the node is not late.
+    template <class Hooks>
+    [[gnu::always_inline]] static bool isEqual(const Container& table, Hooks hooks, const void* key,
+                                               const Node* node) {
+        if constexpr (fxAreForTexts<Hooks>) {
+            return fxTextKeys::areSame(hooks.text(key), textOf(table, node)) ||
+                   hooks.compare(key, node->element) == 0;
+        } else {
+            return hooks.compare(key, node->element) == 0;
+        }
+    }
 
     template <class Hooks>
     [[gnu::always_inline]] static Node* search(const Container& table, Hooks hooks, const void* key,
@@ -388,13 +373,13 @@ private:
         place.tag = fxMix32(hooks.fingerprint(key, place.hash));
         if (table.extra.index.isBuilt()) {
             return table.extra.index.find(place.tag, [&](const Node* node) {
-                return node->bucket() == place.bucket && hooks.isEqual(key, node->element);
+                return node->bucket() == place.bucket && isEqual(table, hooks, key, node);
             });
         }
         if (__builtin_expect(table.extra.hasLate, 0)) return searchLate(table, hooks, key, place);
         Node* node = table.buckets[place.bucket];
         unsigned int walked = 0;
-        while (node != nullptr && (node->tag != place.tag || !hooks.isEqual(key, node->element))) {
+        while (node != nullptr && (node->tag != place.tag || !isEqual(table, hooks, key, node))) {
             node = node->next;
             ++walked;
         }
@@ -438,6 +423,21 @@ private:
     }
 
     // Changing.
+
+    // A raw node. Texts are copied in tables that are made for many, where a direct search
+    // will look; an entry that is made otherwise ends that, until the table has been empty.
+    static Node* makeNode(Container& table, const Container& hooks) {
+        auto& extra = table.extra;
+        const size_t bytes = blockBytes(table);
+        const bool isText = hooks.extra.finder == &findDirectly<fxStr>;
+        if (!isText) {
+            extra.hasTexts = false;
+        } else if (extra.nodes.nodesInUse() == 0) {
+            extra.hasTexts = table.buckets.length() > defaultChains &&
+                             extra.nodes.isCommon(bytes + fxTextKeys::copiedBytes);
+        }
+        return extra.nodes.make(extra.hasTexts ? bytes + fxTextKeys::copiedBytes : bytes);
+    }
 
     static void link(Container& table, Node* node, unsigned int bucket) {
         Node*& head = table.buckets[bucket];
@@ -561,39 +561,6 @@ private:
             node->word &= ~Node::ending;
         }
         if (node->is(Node::removed)) add(table, hooks, node->element, value);
-    }
-
-    // Iterators.
-
-    static void advance(Iter& iter) {
-        iter.node = iter.node->next;
-        if (iter.node == nullptr) advanceToValid(iter);
-    }
-
-    static void advanceToValid(Iter& iter) {
-        Container& table = *home(iter);
-        const unsigned int chains = table.buckets.length();
-        const unsigned int end = table.extra.linked != 0 ? chains : 0;
-        for (unsigned int i = iter.bucketIndex + 1; i < end; ++i) {
-            if (table.buckets[i] == nullptr) continue;
-            iter.bucketIndex = i;
-            iter.node = table.buckets[i];
-            iter.moved = 0;
-            return;
-        }
-        iter.bucketIndex = chains;
-        table.removeIter(&iter);
-        home(iter) = nullptr;
-        iter.moved = 1;
-    }
-
-    static void detachAll(Container& table) {
-        for (Iter* iter : table.iters) {
-            home(*iter) = nullptr;
-            iter->node = nullptr;
-            iter->moved = 1;
-        }
-        table.iters.resize(0);
     }
 };
 

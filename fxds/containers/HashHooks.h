@@ -4,6 +4,7 @@
 
 #include <cstring>
 #include <string_view>
+#include <type_traits>
 
 #include "fxds/KeyHooks.h"
 #include "fxds/containers/TextKeys.h"
@@ -17,23 +18,20 @@ struct fxDirectHooks {
     static int compare(const void* a, const void* b) {
         return fxKeyHooks<Key>::compare(at(a), at(b));
     }
-    static bool isEqual(const void* a, const void* b) { return compare(a, b) == 0; }
     static unsigned long fingerprint(const void* key, unsigned long hash) {
         return fxKeyHooks<Key>::fingerprint(at(key), hash);
     }
     static fxDirectHooks ofStored() { return {}; }
 };
 
-/// Texts of the same bytes are equal; only others need to be looked at up to their zeros.
-/// Requires of isEqual(): neither key is one that may still lack its text.
+/// The hooks where keys are texts. Those of the same bytes are equal; only others need to
+/// be compared, which looks at them up to their zeros.
 template <>
 struct fxDirectHooks<fxStr> {
     static const fxStr& at(const void* key) { return *static_cast<const fxStr*>(key); }
+    static std::string_view text(const void* key) { return at(key).view(); }
     static unsigned long hash(const void* key) { return at(key).hash(); }
     static int compare(const void* a, const void* b) { return ::compare(at(a), at(b)); }
-    [[gnu::always_inline]] static bool isEqual(const void* a, const void* b) {
-        return fxTextKeys::areSame(at(a).view(), at(b).view()) || compare(a, b) == 0;
-    }
     static unsigned long fingerprint(const void* key, unsigned long) {
         return fxTextKeys::fingerprint(at(key).view());
     }
@@ -47,19 +45,21 @@ struct fxDirectHooks<std::string_view> {
     static std::string_view at(const void* key) {
         return *static_cast<const std::string_view*>(key);
     }
+    static std::string_view text(const void* key) { return at(key); }
     static unsigned long hash(const void* key) { return fxStr::hash(at(key)); }
-    static int compare(const void* text, const void* stored) {
-        return fxCompareTexts(at(text), static_cast<const fxStr*>(stored)->view());
-    }
-    static bool isEqual(const void* text, const void* stored) {
-        return fxTextKeys::areSame(at(text), static_cast<const fxStr*>(stored)->view()) ||
-               compare(text, stored) == 0;
+    static int compare(const void* asked, const void* stored) {
+        return fxCompareTexts(at(asked), static_cast<const fxStr*>(stored)->view());
     }
     static unsigned long fingerprint(const void* key, unsigned long) {
         return fxTextKeys::fingerprint(at(key));
     }
     static fxDirectHooks<fxStr> ofStored() { return {}; }
 };
+
+/// Whether the hooks are those of texts.
+template <class Hooks>
+inline constexpr bool fxAreForTexts = std::is_same_v<Hooks, fxDirectHooks<fxStr>> ||
+                                      std::is_same_v<Hooks, fxDirectHooks<std::string_view>>;
 
 /// XOR of the whole 8-byte words of a key: the default hash of both containers.
 inline unsigned long fxHashWords(const void* key, unsigned int keySize) {

@@ -172,6 +172,7 @@ private:
         unsigned int bucket = 0;
         if (!xdrNumber(transcriber, bucket, 0) || bucket >= table.buckets.length()) return false;
         table.extra.index.drop();
+        table.extra.hasTexts = false;
         read.node->word |= Node::late;
         table.extra.hasLate = true;
         read.node->tag = checksum(table, block) ^ (isWhole ? 1U : 0U);

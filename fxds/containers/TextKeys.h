@@ -151,6 +151,22 @@ inline std::uint64_t zerosIn(std::uint64_t word) { return (word - ones) & ~word 
     return count == 0 || std::memcmp(a.data(), b.data(), count) == 0;
 }
 
+/// Copies that are compared in the place of texts of up to copiedBytes: what a search
+/// looks at is then in one piece of memory with the entry.
+inline constexpr std::size_t copiedBytes = 16;
+inline void copy(std::string_view text, char* to) {
+    const std::size_t count = text.size();
+    if (count > copiedBytes) return;
+    if (count < 8) {
+        std::memcpy(to, text.data(), count);
+        return;
+    }
+    const std::uint64_t first = wordAt(text.data());
+    const std::uint64_t last = wordAt(text.data() + count - 8);
+    std::memcpy(to, &first, sizeof first);
+    std::memcpy(to + count - 8, &last, sizeof last);
+}
+
 }  // namespace fxTextKeys
 
 #endif

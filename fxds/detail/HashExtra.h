@@ -47,10 +47,12 @@ struct fxHashExtra {
     bool hasLate = false;                   // a chain may have late nodes
     bool hasOwnHooks = false;               // the hooks are those of a ready-made class
     bool isUnindexable = false;             // an index has dropped itself
+    bool hasTexts = false;                  // each entry ends in a copy of its key's text
 
     void forgetFinder() {
         finder = nullptr;
         hasOwnHooks = false;
+        hasTexts = false;
         plainChains = ~0U;
     }
 

@@ -45,6 +45,8 @@ public:
     /// Gives the chunks back if no node is in use.
     void shrink();
     unsigned int nodesInUse() const { return inUse; }
+    /// Whether blocks of that size lie behind their nodes, if those come first.
+    static bool isCommon(size_t blockBytes) { return blockBytes <= mostBytesBehind; }
     void swap(fxNodeStore& other) {
         std::swap(chunks, other.chunks);
         std::swap(freed, other.freed);
