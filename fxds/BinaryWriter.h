@@ -179,23 +179,20 @@ private:
     bool writeBlock(const fxBinaryWriterItem& item);
     void dropPending();
 
-    fxDetail::Owned<fxAddressIndex> seen;   // objects, blocks and base parts
-    fxDetail::Owned<fxAddressIndex> parts;  // base parts, by their latest numbers
-    unsigned int partCount;
+    fxDetail::Owned<fxAddressIndex> seen;      // objects, blocks and base parts
+    fxDetail::Owned<fxAddressIndex> parts;     // base parts
     fxDetail::Owned<fxAddressIndex> embedded;  // objects that are fields of others
-    unsigned int embeddedCount;
-    fxDetail::Owned<fxAddressIndex> owned;  // objects that a pointer field owns
-    unsigned int ownedCount;
-    const void* owner;                   // the slot of a pointer that owns its block, or null
-    fxTypeObj* lastType;                 // the type that was asked for last,
-    unsigned int lastTypeId;             // and its id
-    fxTypeObj* itemType;                 // of the object that is being written, or was last
-    const void* partUnderWay;            // of an object, or null
-    const void* bodyUnderWay;            // the object that is being written, or null
-    unsigned int firstOfBody;            // the numbers of its parts are not below this one
-    std::vector<const void*> toldRoots;  // of its parts
-    bool isInGraph;                      // in writeObject()
-    bool isOfThisClass;                  // likewise, and no subclass overrides that
+    fxDetail::Owned<fxAddressIndex> owned;     // objects that a pointer field owns
+    const void* owner;                         // the slot of a pointer that owns its block, or null
+    fxTypeObj* lastType;                       // the type that was asked for last,
+    unsigned int lastTypeId;                   // and its id
+    fxTypeObj* itemType;                       // of the object that is being written, or was last
+    const void* partUnderWay;                  // of an object, or null
+    const void* bodyUnderWay;                  // the object that is being written, or null
+    unsigned int firstOfBody;                  // the numbers of its parts are not below this one
+    std::vector<const void*> toldRoots;        // of its parts
+    bool isInGraph;                            // in writeObject()
+    bool isOfThisClass;                        // likewise, and no subclass overrides that
     std::vector<const fxTypeObj*> declaredOnes;  // what known pointers were declared with
     const fxTypeObj* lastDeclared;               // the last of a known pointer
     unsigned int lastMark;                       // and what its number is entered with

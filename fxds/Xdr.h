@@ -432,6 +432,7 @@ template <class C>
 bool fxXdrWriteObject(fxTranscriber& t, C*& object, fxTypeObj& declared) {
     if (object == nullptr) return t.xdr(&object, nullptr, declared, nullptr, nullptr);
     if constexpr (std::is_convertible_v<C*, fxXDRObj*>) {
+        __builtin_prefetch(object);  // its class is asked for unless it is known
         if (t.writeKnownPointer(object, declared)) return true;
         // Most are just what they are declared as, and begin where the pointer leads to.
         const bool isAsDeclared = &typeid(*object) == &typeid(C) &&

@@ -72,11 +72,11 @@ void fetchSoon(const void* address) {
 }
 
 // Enters the address in a set; whether it was not there.
-bool isFirst(fxAddressIndex& set, unsigned int& count, const void* address) {
-    unsigned int& number = set.at(address);
-    if (number != 0) return false;
-    number = ++count;
-    return true;
+bool isFirst(fxAddressIndex& set, const void* address) {
+    bool isNew = false;
+    unsigned int& number = set.at(address, isNew);
+    if (isNew) number = 1;
+    return isNew;
 }
 
 }  // namespace
@@ -111,11 +111,8 @@ fxBinaryWriter::fxBinaryWriter(fxStream* outStream)
       name(nullptr),
       seen(std::make_unique<fxAddressIndex>()),
       parts(std::make_unique<fxAddressIndex>()),
-      partCount(0),
       embedded(std::make_unique<fxAddressIndex>()),
-      embeddedCount(0),
       owned(std::make_unique<fxAddressIndex>()),
-      ownedCount(0),
       owner(nullptr),
       lastType(nullptr),
       lastTypeId(0),
@@ -246,12 +243,12 @@ bool fxBinaryWriter::xdr(fxTypeObj& base, void* derived, void* baseAddress) {
 void fxBinaryWriter::setOwner(const void* slot) { owner = slot; }
 
 bool fxBinaryWriter::embeds(const void* object) {
-    if (seen->find(object) != 0) return false;
-    isFirst(*embedded, embeddedCount, object);
+    if (seen->has(object)) return false;
+    isFirst(*embedded, object);
     return true;
 }
 
-bool fxBinaryWriter::isEmbedded(const void* object) const { return embedded->find(object) != 0; }
+bool fxBinaryWriter::isEmbedded(const void* object) const { return embedded->has(object); }
 
 // Only the object that is being written answers for itself: what it inherits and
 // what it holds is asked, but is not written to its end.
@@ -309,7 +306,8 @@ unsigned int fxBinaryWriter::alreadyWritten(const void* address) const {
 }
 
 unsigned int fxBinaryWriter::recordIdForAddress(const void* address) {
-    seen->at(address) = nextId;
+    bool isNew = false;
+    seen->at(address, isNew) = nextId;
     return nextId++;
 }
 
@@ -351,17 +349,17 @@ bool fxBinaryWriter::writePrimPointer(const void* block, size_t byteCount, fxBin
 
 // The id of the address, which is entered under the next one if it is new: true then.
 bool fxBinaryWriter::idOf(const void* address, unsigned int& id, unsigned int mark) {
-    unsigned int& entry = seen->at(address);
-    const bool isNew = entry == 0;
+    bool isNew = false;
+    unsigned int& entry = seen->at(address, isNew);
     id = isNew ? nextId++ : idIn(entry);
-    if (entry < marked) entry = withMark(id, mark);
+    if (isNew || entry < marked) entry = withMark(id, mark);
     return isNew;
 }
 
 // Writes a pointer to an address, which is not null.
 inline bool fxBinaryWriter::refer(const void* slot, fxTypeObj& declared, fxXDRObj* object,
                                   const void* address, unsigned int mark) {
-    if (slot == owner && slot != nullptr && !isFirst(*owned, ownedCount, address)) return false;
+    if (slot == owner && slot != nullptr && !isFirst(*owned, address)) return false;
     fxTypeObj* const type = object != nullptr ? object->getTypeObj() : &declared;
     unsigned int typeId = 0;
     if (type == nullptr || !flush() || !writeType(*type, typeId)) return false;
@@ -387,10 +385,9 @@ void fxBinaryWriter::chooseMark(const fxTypeObj& declared) {
 // new number: references lead to parts of the same object only.
 unsigned int fxBinaryWriter::idOfPart(const void* address, bool& isNew) {
     const unsigned int known = alreadyWritten(address);
-    const unsigned int count = parts->find(address);
-    isNew = known == 0 || (count != 0 && known < firstOfBody);
+    isNew = known == 0 || (parts->has(address) && known < firstOfBody);
     if (!isNew) return known;
-    parts->at(address) = ++partCount;
+    isFirst(*parts, address);
     return recordIdForAddress(address);
 }
 
@@ -433,10 +430,11 @@ bool fxBinaryWriter::writePending() {
         const unsigned int last = pending.length() - 1;
         const std::unique_ptr<fxBinaryWriterItem> item(itemAt(last));
         pending.remove(last, 1);
-        // Memory is what costs here: what the next item denotes can be on its way
-        // meanwhile, and some items after that.
+        // Memory is what costs here: what the next items denote can be on its way
+        // meanwhile, and the items after these.
         if (last > 0) fetchSoon(itemAt(last - 1)->address);
-        if (last > 3) __builtin_prefetch(itemAt(last - 4));
+        if (last > 2) fetchSoon(itemAt(last - 3)->address);
+        if (last > 7) __builtin_prefetch(itemAt(last - 8));
         if (!writeItem(*item) || !flush()) return false;
     }
     return true;

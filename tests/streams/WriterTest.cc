@@ -242,12 +242,6 @@ TEST_F(Writer, LengthHasOneTwoOrFourBytes) {
     }
 }
 
-TEST_F(Writer, ContainersAreToldOfTheirSuccess) {
-    Told strings;
-    ASSERT_TRUE(writer->writeObject(&strings, &strings));
-    EXPECT_EQ(strings.times, 1);
-}
-
 TEST_F(Writer, ResetForgetsButNumbersGoOn) {
     fxStr text("abc");
     ASSERT_TRUE(fxWriteObject(*writer, &text));
@@ -258,6 +252,8 @@ TEST_F(Writer, ResetForgetsButNumbersGoOn) {
     writer->reset();
     ASSERT_TRUE(fxWriteObject(*writer, &text));
     EXPECT_EQ(stream->view(), records("t6:fxStr o5:6 4 B7:4 c7:4 =abc~"));
+    Told strings;
+    EXPECT_TRUE(writer->writeObject(&strings, &strings) && strings.times == 1);
 }
 
 TEST_F(Writer, StaysFailed) {
@@ -314,13 +310,11 @@ TEST_F(Writer, StreamsOfOthersSeeThePartsOfEachRecord) {
 
 TEST_F(Writer, RefusesWhatItCannotWrite) {
     Listed root;
-    EXPECT_FALSE(writer->writeObject(nullptr, &root));
-    EXPECT_FALSE(writer->writeObject(&root, nullptr));
-    EXPECT_FALSE(fxWriteObject<Listed>(*writer, nullptr));
+    EXPECT_FALSE(writer->writeObject(nullptr, &root) || writer->writeObject(&root, nullptr) ||
+                 fxWriteObject<Listed>(*writer, nullptr));
     long* block = &root.number;
     EXPECT_FALSE(writer->xdr(&block, 0x10000000));  // 2^31 bytes
     EXPECT_EQ(stream->view(), "");
-
     fxMemoryStream readOnly(nullptr, 0);
     readOnly.take();
     fxBinaryWriter refused(&readOnly);
