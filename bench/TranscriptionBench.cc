@@ -1,7 +1,8 @@
 // Saving and loading through a file in memory-backed storage, against the
 // least that could be written by hand for the same facts, against a writer and a
-// loader of the same bytes for this one class (DirectGraph.h) and, where it is
-// installed, against Boost.Serialization's binary archive.
+// loader of the same bytes for this one class (DirectGraph.h) and, where they are
+// installed, against Boost.Serialization, cereal, and a map of numbers written by hand
+// over Qt's QDataStream.
 //
 // The graphs: 100,000 nodes of a long, a double, a text of 12 characters and two
 // pointers, shared and cyclic: a tree whose leaves point back to nodes on the way
@@ -10,15 +11,17 @@
 // The array: 10 million longs.
 
 #include <benchmark/benchmark.h>
-#include <pthread.h>
+#include <malloc.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <chrono>
-#include <cstring>
-
+#include <climits>
 #include <cstdio>
+#include <cstring>
+#include <ctime>
 #include <fstream>
+#include <map>
 #include <memory>
 #include <random>
 #include <string>
@@ -31,12 +34,23 @@
 #include "fxds/Str.h"
 #include "fxds/Xdr.h"
 
-#ifdef FXDS_BENCH_BOOST
+#ifdef FXDS_HAVE_BOOST_SERIALIZATION
 #include <boost/archive/binary_iarchive.hpp>
 #include <boost/archive/binary_oarchive.hpp>
 #include <boost/serialization/array.hpp>
 #include <boost/serialization/string.hpp>
 #include <boost/serialization/vector.hpp>
+#endif
+#ifdef FXDS_HAVE_CEREAL
+#include <cereal/archives/binary.hpp>
+#include <cereal/types/memory.hpp>
+#include <cereal/types/string.hpp>
+#endif
+#ifdef FXDS_HAVE_QT
+#include <QByteArray>
+#include <QDataStream>
+#include <QFile>
+#include <QHash>
 #endif
 
 namespace {
@@ -72,9 +86,8 @@ struct Plain {
     std::string text;
     Plain* left = nullptr;
     Plain* right = nullptr;
-    unsigned int index = 0;
 
-#ifdef FXDS_BENCH_BOOST
+#ifdef FXDS_HAVE_BOOST_SERIALIZATION
     template <class Archive>
     void serialize(Archive& archive, unsigned int) {
         archive& number& weight& text& left& right;
@@ -126,59 +139,9 @@ std::vector<T*> makeNodes() {
     return nodes;
 }
 
-// The least: the nodes one after the other, pointers as indices.
-
-void saveByHand(const std::vector<Plain*>& nodes) {
-    FILE* file = std::fopen(path().c_str(), "w");
-    const unsigned int count = nodeCount;
-    std::fwrite(&count, sizeof count, 1, file);
-    for (const Plain* node : nodes) {
-        const unsigned int length = static_cast<unsigned int>(node->text.size());
-        std::fwrite(&node->number, sizeof(long), 1, file);
-        std::fwrite(&node->weight, sizeof(double), 1, file);
-        std::fwrite(&length, sizeof length, 1, file);
-        std::fwrite(node->text.data(), length, 1, file);
-        std::fwrite(&node->left->index, sizeof(unsigned int), 1, file);
-        std::fwrite(&node->right->index, sizeof(unsigned int), 1, file);
-    }
-    std::fclose(file);
-}
-
-std::vector<Plain*> loadByHand() {
-    FILE* file = std::fopen(path().c_str(), "r");
-    unsigned int count = 0;
-    bool isGood = std::fread(&count, sizeof count, 1, file) == 1;
-    std::vector<Plain*> nodes;
-    for (unsigned int i = 0; i < count; ++i) nodes.push_back(new Plain);
-    for (Plain* node : nodes) {
-        unsigned int length = 0;
-        unsigned int left = 0;
-        unsigned int right = 0;
-        isGood &= std::fread(&node->number, sizeof(long), 1, file) == 1;
-        isGood &= std::fread(&node->weight, sizeof(double), 1, file) == 1;
-        isGood &= std::fread(&length, sizeof length, 1, file) == 1;
-        node->text.resize(length);
-        isGood &= std::fread(node->text.data(), length, 1, file) == 1;
-        isGood &= std::fread(&left, sizeof left, 1, file) == 1;
-        isGood &= std::fread(&right, sizeof right, 1, file) == 1;
-        node->left = nodes[left];
-        node->right = nodes[right];
-    }
-    std::fclose(file);
-    if (!isGood) std::abort();
-    return nodes;
-}
-
 template <class T>
 void deleteAll(const std::vector<T*>& nodes) {
     for (T* node : nodes) delete node;
-}
-
-std::vector<Plain*> plainNodes(Shape shape) {
-    std::vector<Plain*> nodes = makeNodes<Plain>();
-    for (unsigned int i = 0; i < nodeCount; ++i) nodes[i]->index = i;
-    connect(nodes, shape);
-    return nodes;
 }
 
 template <class C>
@@ -194,12 +157,227 @@ void save(C* root) {
 }
 
 template <class C>
-C* load(const std::string& from = path()) {
+C* load(const char* from) {
     const std::unique_ptr<fxTranscriber> reader(
-        fxTranscriber::getReader(new fxStdioStream(from.c_str(), fxStream::fxStreamRead, 0)));
+        fxTranscriber::getReader(new fxStdioStream(from, fxStream::fxStreamRead, 0)));
     C* const root = reader != nullptr && isInitialized ? fxReadObject<C>(*reader) : nullptr;
     if (root == nullptr) std::abort();
     return root;
+}
+
+// The ways. Each has the class of its nodes, saves the graph whose first node is the root,
+// and loads it as its nodes or as its root alone.
+
+struct Library {
+    typedef Node Item;
+    static void save(const std::vector<Node*>& nodes) { ::save(nodes[0]); }
+    static std::vector<Node*> load(const char* from) { return {::load<Node>(from)}; }
+};
+
+struct Directly {
+    typedef Node Item;
+    static void save(const std::vector<Node*>& nodes) {
+        FILE* const file = std::fopen(path().c_str(), "w");
+        const bool isGood = DirectWriter<Node>(file).write(nodes[0]);
+        if (std::fclose(file) != 0 || !isGood) std::abort();
+    }
+    static std::vector<Node*> load(const char* from) {
+        Node* const root = DirectLoader<Node>(from).load();
+        if (root == nullptr) std::abort();
+        return {root};
+    }
+};
+
+// The least: the nodes one after the other, pointers as indices.
+struct ByHand {
+    typedef Plain Item;
+
+    static void save(const std::vector<Plain*>& nodes) {
+        FILE* file = std::fopen(path().c_str(), "w");
+        const unsigned int count = nodeCount;
+        std::fwrite(&count, sizeof count, 1, file);
+        for (const Plain* node : nodes) {
+            const unsigned int length = static_cast<unsigned int>(node->text.size());
+            std::fwrite(&node->number, sizeof(long), 1, file);
+            std::fwrite(&node->weight, sizeof(double), 1, file);
+            std::fwrite(&length, sizeof length, 1, file);
+            std::fwrite(node->text.data(), length, 1, file);
+            for (const Plain* next : {node->left, node->right}) {
+                const unsigned int index = static_cast<unsigned int>(next->number);
+                std::fwrite(&index, sizeof index, 1, file);
+            }
+        }
+        std::fclose(file);
+    }
+    static std::vector<Plain*> load(const char* from) {
+        FILE* file = std::fopen(from, "r");
+        unsigned int count = 0;
+        bool isGood = std::fread(&count, sizeof count, 1, file) == 1;
+        std::vector<Plain*> nodes;
+        for (unsigned int i = 0; i < count; ++i) nodes.push_back(new Plain);
+        for (Plain* node : nodes) {
+            unsigned int length = 0;
+            unsigned int next[2] = {};
+            isGood &= std::fread(&node->number, sizeof(long), 1, file) == 1;
+            isGood &= std::fread(&node->weight, sizeof(double), 1, file) == 1;
+            isGood &= std::fread(&length, sizeof length, 1, file) == 1;
+            node->text.resize(length);
+            isGood &= std::fread(node->text.data(), length, 1, file) == 1;
+            isGood &= std::fread(next, sizeof next, 1, file) == 1;
+            node->left = nodes[next[0]];
+            node->right = nodes[next[1]];
+        }
+        std::fclose(file);
+        if (!isGood) std::abort();
+        return nodes;
+    }
+};
+
+#ifdef FXDS_HAVE_BOOST_SERIALIZATION
+struct WithBoost {
+    typedef Plain Item;
+    static void save(const std::vector<Plain*>& nodes) {
+        std::ofstream out(path(), std::ios::binary);
+        boost::archive::binary_oarchive archive(out);
+        const Plain* const root = nodes[0];
+        archive << root;
+    }
+    static std::vector<Plain*> load(const char* from) {
+        Plain* root = nullptr;
+        std::ifstream in(from, std::ios::binary);
+        boost::archive::binary_iarchive archive(in);
+        archive >> root;
+        return {root};
+    }
+};
+#endif
+
+#ifdef FXDS_HAVE_CEREAL
+// It follows no plain pointers. A node holds itself until it is dropped.
+struct Shared : std::enable_shared_from_this<Shared> {
+    struct Link : std::shared_ptr<Shared> {
+        Link& operator=(Shared* to) {
+            std::shared_ptr<Shared>::operator=(to->shared_from_this());
+            return *this;
+        }
+        operator Shared*() const { return get(); }
+    };
+
+    long number = 0;
+    double weight = 0;
+    std::string text;
+    Link left;
+    Link right;
+    std::shared_ptr<Shared> self;
+
+    template <class Archive>
+    void serialize(Archive& archive) {
+        archive(number, weight, text, static_cast<std::shared_ptr<Shared>&>(left),
+                static_cast<std::shared_ptr<Shared>&>(right));
+    }
+};
+
+template <>
+std::vector<Shared*> makeNodes() {
+    std::vector<Shared*> nodes;
+    for (unsigned int i = 0; i < nodeCount; ++i) {
+        const auto made = std::make_shared<Shared>();
+        made->self = made;
+        nodes.push_back(made.get());
+    }
+    return nodes;
+}
+void deleteAll(const std::vector<Shared*>& nodes) {
+    std::vector<std::shared_ptr<Shared>> all;
+    for (Shared* node : nodes) all.push_back(node->shared_from_this());
+    for (Shared* node : nodes) {
+        node->left.reset();
+        node->right.reset();
+        node->self.reset();
+    }
+}
+
+struct WithCereal {
+    typedef Shared Item;
+    static void save(const std::vector<Shared*>& nodes) {
+        std::ofstream out(path(), std::ios::binary);
+        cereal::BinaryOutputArchive archive(out);
+        archive(nodes[0]->self);
+    }
+    static std::vector<Shared*> load(const char* from) {
+        std::shared_ptr<Shared> root;
+        std::ifstream in(from, std::ios::binary);
+        cereal::BinaryInputArchive archive(in);
+        archive(root);
+        root->self = root;
+        return {root.get()};
+    }
+};
+#endif
+
+#ifdef FXDS_HAVE_QT
+struct QtNode {
+    qint64 number = 0;
+    double weight = 0;
+    QByteArray text;
+    QtNode* left = nullptr;
+    QtNode* right = nullptr;
+};
+
+// Numbers in the order in which nodes are met, which is the order of the nodes in the file.
+struct WithQt {
+    typedef QtNode Item;
+    static void save(const std::vector<QtNode*>& nodes) {
+        QFile file(QString::fromStdString(path()));
+        if (!file.open(QIODevice::WriteOnly)) std::abort();
+        QDataStream out(&file);
+        QHash<const QtNode*, quint32> numbers;
+        std::vector<const QtNode*> order;
+        const auto numberOf = [&](const QtNode* node) {
+            const auto found = numbers.constFind(node);
+            if (found != numbers.constEnd()) return *found;
+            const auto number = static_cast<quint32>(order.size());
+            numbers.insert(node, number);
+            order.push_back(node);
+            return number;
+        };
+        numberOf(nodes[0]);
+        for (size_t i = 0; i < order.size(); ++i) {
+            const QtNode& node = *order[i];
+            out << node.number << node.weight << node.text << numberOf(node.left)
+                << numberOf(node.right);
+        }
+        if (out.status() != QDataStream::Ok) std::abort();
+    }
+    static std::vector<QtNode*> load(const char* from) {
+        QFile file(QString::fromUtf8(from));
+        if (!file.open(QIODevice::ReadOnly)) std::abort();
+        QDataStream in(&file);
+        std::vector<QtNode*> nodes = {new QtNode};
+        const auto nodeOf = [&](quint32 number) {
+            if (number > nodes.size()) std::abort();
+            if (number == nodes.size()) nodes.push_back(new QtNode);
+            return nodes[number];
+        };
+        for (size_t i = 0; i < nodes.size(); ++i) {
+            QtNode& node = *nodes[i];
+            quint32 left = 0;
+            quint32 right = 0;
+            in >> node.number >> node.weight >> node.text >> left >> right;
+            node.left = nodeOf(left);
+            node.right = nodeOf(right);
+        }
+        if (in.status() != QDataStream::Ok) std::abort();
+        return nodes;
+    }
+};
+#endif
+
+template <class T>
+std::vector<T*> connectedNodes(Shape shape) {
+    std::vector<T*> nodes = makeNodes<T>();
+    connect(nodes, shape);
+    return nodes;
 }
 
 /// The nodes of a graph that was read, found by their numbers.
@@ -217,70 +395,29 @@ std::vector<T*> nodesOf(T* root) {
     return nodes;
 }
 
-void saveDirectly(const Node* root) {
-    FILE* const file = std::fopen(path().c_str(), "w");
-    const bool isGood = DirectWriter<Node>(file).write(root);
-    if (std::fclose(file) != 0 || !isGood) std::abort();
-}
-Node* loadDirectly(const std::string& from = path()) {
-    Node* const root = DirectLoader<Node>(from.c_str()).load();
-    if (root == nullptr) std::abort();
-    return root;
-}
-
-#ifdef FXDS_BENCH_BOOST
-// It recurses along the ring.
-void onDeepStack(void* (*run)(void*), void* argument) {
-    pthread_attr_t attributes;
-    pthread_t thread;
-    pthread_attr_init(&attributes);
-    pthread_attr_setstacksize(&attributes, size_t{1} << 30U);
-    if (pthread_create(&thread, &attributes, run, argument) != 0) std::abort();
-    pthread_join(thread, nullptr);
-}
-void saveWithBoost(const Plain* root) {
-    std::ofstream out(path(), std::ios::binary);
-    boost::archive::binary_oarchive archive(out);
-    archive << root;
-}
-Plain* loadWithBoost() {
-    Plain* root = nullptr;
-    std::ifstream in(path(), std::ios::binary);
-    boost::archive::binary_iarchive archive(in);
-    archive >> root;
-    return root;
-}
-#endif
-
-template <class T>
-std::vector<T*> connectedNodes(Shape shape) {
-    if constexpr (std::is_same_v<T, Plain>) {
-        return plainNodes(shape);
-    } else {
-        std::vector<T*> nodes = makeNodes<T>();
-        connect(nodes, shape);
-        return nodes;
-    }
-}
-
-/// The ways of saving a graph of T. `save(nodes)`.
-template <class T, class Save>
-void saveGraph(benchmark::State& state, Shape shape, Save save) {
-    std::vector<T*> nodes = connectedNodes<T>(shape);
+template <class Way>
+void saveGraph(benchmark::State& state, Shape shape) {
+    const auto nodes = connectedNodes<typename Way::Item>(shape);
     for (auto _ : state) {
         unlink(path().c_str());
-        save(nodes);
+        Way::save(nodes);
     }
     deleteAll(nodes);
 }
-/// The ways of loading one, from what `save(nodes)` saves.
-template <class T, class Save, class Load>
-void loadGraph(benchmark::State& state, Shape shape, Save save, Load load) {
-    std::vector<T*> nodes = connectedNodes<T>(shape);
-    save(nodes);
+
+template <class Way>
+void saveOnce(Shape shape) {
+    const auto nodes = connectedNodes<typename Way::Item>(shape);
+    Way::save(nodes);
     deleteAll(nodes);
+}
+
+template <class Way>
+void loadGraph(benchmark::State& state, Shape shape) {
+    saveOnce<Way>(shape);
+    const std::string file = path();
     for (auto _ : state) {
-        nodes = load();
+        auto nodes = Way::load(file.c_str());
         state.PauseTiming();
         if (nodes.size() == 1) nodes = nodesOf(nodes[0]);
         deleteAll(nodes);
@@ -288,34 +425,22 @@ void loadGraph(benchmark::State& state, Shape shape, Save save, Load load) {
     }
 }
 
-const auto saveNodes = [](const std::vector<Node*>& nodes) { save(nodes[0]); };
-const auto loadNodes = [] { return std::vector<Node*>{load<Node>()}; };
-const auto saveNodesDirectly = [](const std::vector<Node*>& nodes) { saveDirectly(nodes[0]); };
-const auto loadNodesDirectly = [] { return std::vector<Node*>{loadDirectly()}; };
+// The ways by their names, for the programs that loadFresh() starts: each returns the
+// seconds of processor time that loading takes.
+std::map<std::string, double (*)(const char* file)> freshLoads;
 
-void SaveGraph(benchmark::State& state, Shape shape) { saveGraph<Node>(state, shape, saveNodes); }
-void SaveGraphDirectly(benchmark::State& state, Shape shape) {
-    saveGraph<Node>(state, shape, saveNodesDirectly);
-}
-void SaveGraphByHand(benchmark::State& state, Shape shape) {
-    saveGraph<Plain>(state, shape, saveByHand);
-}
-void LoadGraph(benchmark::State& state, Shape shape) {
-    loadGraph<Node>(state, shape, saveNodes, loadNodes);
-}
-void LoadGraphDirectly(benchmark::State& state, Shape shape) {
-    loadGraph<Node>(state, shape, saveNodes, loadNodesDirectly);
-}
-void LoadGraphByHand(benchmark::State& state, Shape shape) {
-    loadGraph<Plain>(state, shape, saveByHand, loadByHand);
+template <class Way>
+double secondsOfLoad(const char* file) {
+    const std::clock_t start = std::clock();
+    const auto nodes = Way::load(file);
+    const std::clock_t taken = std::clock() - start;
+    return nodes.empty() ? 0 : static_cast<double>(taken) / CLOCKS_PER_SEC;
 }
 
-// Loads the graph in a process of its own and returns the time that took.
-void loadFresh(benchmark::State& state, Shape shape, const char* how) {
-    std::vector<Node*> nodes = makeNodes<Node>();
-    connect(nodes, shape);
-    save(nodes[0]);
-    deleteAll(nodes);
+// Loads the graph in a process of its own.
+template <class Way>
+void loadFresh(benchmark::State& state, Shape shape, const std::string& name) {
+    saveOnce<Way>(shape);
     const std::string file = path();
     for (auto _ : state) {
         int ends[2];
@@ -323,7 +448,7 @@ void loadFresh(benchmark::State& state, Shape shape, const char* how) {
         const pid_t child = fork();
         if (child == 0) {
             dup2(ends[1], STDOUT_FILENO);
-            execl("/proc/self/exe", "fresh", "--load", how, file.c_str(), nullptr);
+            execl("/proc/self/exe", "fresh", "--load", name.c_str(), file.c_str(), nullptr);
             _exit(1);
         }
         close(ends[1]);
@@ -334,61 +459,39 @@ void loadFresh(benchmark::State& state, Shape shape, const char* how) {
         waitpid(child, nullptr, 0);
     }
 }
-void LoadGraphFresh(benchmark::State& state, Shape shape) { loadFresh(state, shape, "library"); }
-void LoadGraphFreshDirectly(benchmark::State& state, Shape shape) {
-    loadFresh(state, shape, "directly");
+
+template <class Run>
+benchmark::internal::Benchmark* enter(const std::string& row, Run run) {
+    return benchmark::RegisterBenchmark(row.c_str(), run)->Unit(benchmark::kMillisecond);
 }
 
-#define BOTH(function, unit)                                                \
-    void function##Ring(benchmark::State& state) { function(state, ring); } \
-    void function##Tree(benchmark::State& state) { function(state, tree); } \
-    BENCHMARK(function##Tree)->Name(#function)->unit;                       \
-    BENCHMARK(function##Ring)->unit
-BOTH(SaveGraphByHand, Unit(benchmark::kMillisecond));
-BOTH(SaveGraphDirectly, Unit(benchmark::kMillisecond));
-BOTH(SaveGraph, Unit(benchmark::kMillisecond));
-BOTH(LoadGraphByHand, Unit(benchmark::kMillisecond));
-BOTH(LoadGraphDirectly, Unit(benchmark::kMillisecond));
-BOTH(LoadGraph, Unit(benchmark::kMillisecond));
-BOTH(LoadGraphFreshDirectly, Unit(benchmark::kMillisecond)->UseManualTime());
-BOTH(LoadGraphFresh, Unit(benchmark::kMillisecond)->UseManualTime());
+template <class Way>
+void add(const std::string& name) {
+    freshLoads[name] = secondsOfLoad<Way>;
+    for (const Shape shape : {tree, ring}) {
+        const std::string row = name + (shape == ring ? "Ring" : "");
+        enter("SaveGraph" + row, [=](benchmark::State& state) { saveGraph<Way>(state, shape); });
+        enter("LoadGraph" + row, [=](benchmark::State& state) { loadGraph<Way>(state, shape); });
+        enter("LoadGraphFresh" + row, [=](benchmark::State& state) {
+            loadFresh<Way>(state, shape, name);
+        })->UseManualTime();
+    }
+}
 
-#ifdef FXDS_BENCH_BOOST
-void SaveGraphWithBoost(benchmark::State& state, Shape shape) {
-    saveGraph<Plain>(state, shape, [](std::vector<Plain*>& nodes) {
-        onDeepStack(
-            [](void* root) -> void* {
-                saveWithBoost(static_cast<const Plain*>(root));
-                return nullptr;
-            },
-            nodes[0]);
-    });
-}
-void LoadGraphWithBoost(benchmark::State& state, Shape shape) {
-    loadGraph<Plain>(
-        state, shape,
-        [](std::vector<Plain*>& nodes) {
-            onDeepStack(
-                [](void* root) -> void* {
-                    saveWithBoost(static_cast<const Plain*>(root));
-                    return nullptr;
-                },
-                nodes[0]);
-        },
-        [] {
-            std::vector<Plain*> root(1);
-            onDeepStack(
-                [](void* place) -> void* {
-                    *static_cast<Plain**>(place) = loadWithBoost();
-                    return nullptr;
-                },
-                root.data());
-            return root;
-        });
-}
-BOTH(SaveGraphWithBoost, Unit(benchmark::kMillisecond)->MeasureProcessCPUTime());
-BOTH(LoadGraphWithBoost, Unit(benchmark::kMillisecond)->MeasureProcessCPUTime());
+void addAll() {
+    add<Library>("");
+    add<Directly>("Directly");
+    add<ByHand>("ByHand");
+#ifdef FXDS_HAVE_BOOST_SERIALIZATION
+    add<WithBoost>("WithBoost");
 #endif
+#ifdef FXDS_HAVE_CEREAL
+    add<WithCereal>("WithCereal");
+#endif
+#ifdef FXDS_HAVE_QT
+    add<WithQt>("WithQt");
+#endif
+}
 
 fxLongArray someLongs() {
     fxLongArray array(longCount);
@@ -396,12 +499,12 @@ fxLongArray someLongs() {
     return array;
 }
 
-void SaveLongs(benchmark::State& state) {
+void saveLongs(benchmark::State& state) {
     fxLongArray array = someLongs();
     for (auto _ : state) save(&array);
     state.SetBytesProcessed(state.iterations() * longCount * static_cast<long>(sizeof(long)));
 }
-void SaveLongsByHand(benchmark::State& state) {
+void saveLongsByHand(benchmark::State& state) {
     const fxLongArray array = someLongs();
     for (auto _ : state) {
         unlink(path().c_str());
@@ -411,15 +514,34 @@ void SaveLongsByHand(benchmark::State& state) {
     }
     state.SetBytesProcessed(state.iterations() * longCount * static_cast<long>(sizeof(long)));
 }
-void LoadLongs(benchmark::State& state) {
+// The heap gives memory of this size back, and each load takes fresh pages, unless it is
+// told to keep all: then the memory is warm.
+class Heap {
+public:
+    explicit Heap(bool isWarm) {
+        if (!isWarm) return;
+        mallopt(M_MMAP_MAX, 0);
+        mallopt(M_TRIM_THRESHOLD, INT_MAX);
+    }
+    Heap(const Heap&) = delete;
+    Heap& operator=(const Heap&) = delete;
+    ~Heap() {
+        mallopt(M_MMAP_MAX, 65536);
+        mallopt(M_TRIM_THRESHOLD, 128 * 1024);
+    }
+};
+
+void loadLongs(benchmark::State& state, bool isWarm) {
+    const Heap heap(isWarm);
     {
         fxLongArray array = someLongs();
         save(&array);
     }
-    for (auto _ : state) delete load<fxLongArray>();
+    for (auto _ : state) delete load<fxLongArray>(path().c_str());
     state.SetBytesProcessed(state.iterations() * longCount * static_cast<long>(sizeof(long)));
 }
-void LoadLongsByHand(benchmark::State& state) {
+void loadLongsByHand(benchmark::State& state, bool isWarm) {
+    const Heap heap(isWarm);
     {
         const fxLongArray array = someLongs();
         FILE* file = std::fopen(path().c_str(), "w");
@@ -436,21 +558,30 @@ void LoadLongsByHand(benchmark::State& state) {
     }
     state.SetBytesProcessed(state.iterations() * longCount * static_cast<long>(sizeof(long)));
 }
-BENCHMARK(SaveLongsByHand)->Unit(benchmark::kMillisecond);
-BENCHMARK(SaveLongs)->Unit(benchmark::kMillisecond);
-BENCHMARK(LoadLongsByHand)->Unit(benchmark::kMillisecond);
-BENCHMARK(LoadLongs)->Unit(benchmark::kMillisecond);
-
 }  // namespace
 
-// As benchmark_main, but for the programs that loadFresh() starts.
+// As benchmark_main, but for the programs that loadFresh() starts, and on a deep stack:
+// Boost and cereal recurse along the ring.
 int main(int count, char** arguments) {
+    constexpr rlim_t deep = rlim_t{1} << 30U;
+    rlimit limit;
+    if (getrlimit(RLIMIT_STACK, &limit) != 0) return 1;
+    if (limit.rlim_cur < deep) {
+        limit.rlim_cur = deep;
+        if (setrlimit(RLIMIT_STACK, &limit) == 0) execv("/proc/self/exe", arguments);
+        std::perror("a stack of 1 GB");
+        return 1;
+    }
+    addAll();
+    enter("SaveLongsByHand", saveLongsByHand);
+    enter("SaveLongs", saveLongs);
+    for (const bool isWarm : {false, true}) {
+        const std::string row = isWarm ? "LoadLongsWarm" : "LoadLongs";
+        enter(row, [=](benchmark::State& state) { loadLongs(state, isWarm); });
+        enter(row + "ByHand", [=](benchmark::State& state) { loadLongsByHand(state, isWarm); });
+    }
     if (count == 4 && std::strcmp(arguments[1], "--load") == 0) {
-        const bool isDirect = std::strcmp(arguments[2], "directly") == 0;
-        const auto start = std::chrono::steady_clock::now();
-        const Node* const root = isDirect ? loadDirectly(arguments[3]) : load<Node>(arguments[3]);
-        const std::chrono::duration<double> taken = std::chrono::steady_clock::now() - start;
-        const double seconds = root != nullptr ? taken.count() : 0;
+        const double seconds = freshLoads.at(arguments[2])(arguments[3]);
         return write(STDOUT_FILENO, &seconds, sizeof seconds) == sizeof seconds ? 0 : 1;
     }
     benchmark::Initialize(&count, arguments);

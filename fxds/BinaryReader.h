@@ -107,7 +107,8 @@ public:
     fxBool conclude(bool succeeded, fxXDRObj& object, void* address) override;
     void countsBlock(unsigned int& count) override;
 
-    /// Null also in the middle of another readObject().
+    /// Null also in the middle of another readObject(), to which the calls of
+    /// xdrSuccess() belong.
     void* readObject(fxTypeObj& expected) override;
 
     /// Fatal: a reader does not write.
@@ -172,7 +173,8 @@ private:
     fxReaderEntry* awaitedText(const fxRecordFormat::ShortBlock& text);
     bool readText(fxReaderEntry& entry, const fxRecordFormat::ShortBlock& text);
 
-    bool isBusy;               // readObject() runs
+    bool isBusy;               // a graph is being read
+    bool isTelling;            // its objects are told that it is there
     const void* partUnderWay;  // of an object, or null
     bool hasFailed;            // the body that was read last, or a part of it
     bool mayLeaveData;         // there was a body: data may follow which that has left unread

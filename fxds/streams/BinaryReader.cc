@@ -97,6 +97,7 @@ fxBinaryReader::fxBinaryReader(fxStream* inStream, short shortMark, long longMar
       floats(fxBinaryReader_floats),
       doubles(fxBinaryReader_doubles),
       isBusy(false),
+      isTelling(false),
       partUnderWay(nullptr),
       hasFailed(false),
       mayLeaveData(false),
@@ -291,7 +292,7 @@ struct fxBinaryReader::Reading {
 };
 
 void* fxBinaryReader::readObject(fxTypeObj& expected) {
-    if (isBusy) return nullptr;
+    if (isBusy || isTelling) return nullptr;
     unsigned int rootId = 0;
     {
         Reading graphReading(*this);
@@ -305,6 +306,7 @@ void* fxBinaryReader::readObject(fxTypeObj& expected) {
     const fxReaderEntry& root = graph->at(rootId);
     void* const result = root.record().upcast(root.address(), expected);
     graph->commit();
+    const fxScoped<bool> telling(isTelling, true);
     graph->tell(*this);
     return result;
 }
@@ -318,10 +320,7 @@ bool fxBinaryReader::readBytes(void* bytes, size_t byteCount) {
            readPieces(static_cast<char*>(bytes), byteCount);
 }
 
-bool fxBinaryReader::fill() {
-    if (!next()) return false;
-    return records->left() == 0 || records->stage();
-}
+bool fxBinaryReader::fill() { return next() && (records->left() == 0 || records->stage()); }
 
 bool fxBinaryReader::readPrimPointer(void* slot, size_t byteCount) {
     if (!awaitBlock(byteCount, false)) return false;

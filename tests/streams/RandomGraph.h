@@ -86,6 +86,7 @@ class Everything : public Rich {
         Rich::xdrSuccess(t);
         if (!t.isReading()) return;
         ++told;
+        isWhole &= t.readObject(typeRecord()) == nullptr;  // nor is the next graph read now
         for (const Listed* each : pointers()) isWhole &= each == nullptr || each->number != 0;
     }
     fxBool xdrFail(fxTranscriber&, void*) override { return makesDo; }
