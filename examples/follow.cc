@@ -28,8 +28,9 @@ FX_TRANSCRIBABLE_TYPE(State, "follow.State", 1);
 
 fxBool State::xdr(fxTranscriber& t) {
     int edition = 1;
-    return fxXdrEdition(t, this, edition) &&
-           fxXdrAll(t, place.file, place.offset, expressions, counts);
+    if (!fxXdrEdition(t, this, edition)) return false;
+    if (!fxXdrAll(t, place.file, place.offset, expressions, counts)) return false;
+    return counts.length() == expressions.length() || t.refuse("not one count for each expression");
 }
 
 class Follower : public fxApplication {
