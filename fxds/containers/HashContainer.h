@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <cstring>
 #include <functional>
+#include <typeinfo>
 #include <utility>
 
 #include "fxds/containers/HashHooks.h"
@@ -249,6 +250,7 @@ struct fxHashCore : fxHashIters<fxHashCore<Container>, Container, typename Conta
     /// Fills a container that is being constructed with copies of the entries of
     /// its source, by the source's hooks.
     static void copyAll(Container& table, const Container& source) {
+        table.extra.taggedFor = typeid(source).hash_code();
         try {
             Hold hold(source);
             for (Iter i(source.begin()); i.node != nullptr; Iters::step(i)) {
@@ -282,6 +284,7 @@ struct fxHashCore : fxHashIters<fxHashCore<Container>, Container, typename Conta
         std::swap(table.extra.hasLate, from.hasLate);
         std::swap(table.extra.isUnindexable, from.isUnindexable);
         std::swap(table.extra.hasTexts, from.hasTexts);
+        table.extra.taggedFor = from.taggedFor;
         table.extra.nodes.swap(from.nodes);
         table.extra.index.swap(from.index);
     }
@@ -402,8 +405,35 @@ private:
         return node;
     }
 
+    // The first search of a table decides how it is searched. Entries that were entered by
+    // the hooks of another class, by a constructor of a base or in the table that was copied
+    // or moved from, get the tags of this one's.
     [[gnu::cold, gnu::noinline]] static void chooseFinder(const Container& hooks) {
-        hooks.extra.finder = hooks.finder();
+        auto& extra = hooks.extra;
+        typename Container::Finder* const finder = hooks.finder();
+        const size_t self = typeid(hooks).hash_code();
+        if (extra.linked != 0 && extra.taggedFor != self) {
+            if (finder == &findDirectly<fxStr>) {
+                changeTags(hooks, fxDirectHooks<fxStr>());
+            } else {
+                changeTags(hooks, VirtualHooks{hooks});
+            }
+        }
+        extra.taggedFor = self;
+        extra.finder = finder;
+    }
+
+    // A late node, which has no such tag, gets it when its key is complete.
+    template <class Hooks>
+    static void changeTags(const Container& table, Hooks hooks) {
+        table.extra.index.drop();
+        for (Node* node : table.buckets) {
+            for (; node != nullptr; node = node->next) {
+                const void* const key = node->element;
+                if (node->is(Node::late)) continue;
+                node->tag = fxMix32(hooks.fingerprint(key, hooks.hash(key)));
+            }
+        }
     }
 
     // Out of line, which keeps the search small.

@@ -3,6 +3,8 @@
 #ifndef FXDS_DETAIL_HASHEXTRA_H
 #define FXDS_DETAIL_HASHEXTRA_H
 
+#include <cstddef>
+
 #include "fxds/detail/HashIndex.h"
 #include "fxds/detail/HashNode.h"
 #include "fxds/detail/NodeStore.h"
@@ -37,6 +39,7 @@ struct fxHashExtra {
     fxWalkList<fxHashHold> holds;           // under way
     Node* lastRemoved = nullptr;            // ring of what was removed meanwhile
     unsigned long additions = 0;            // ever made
+    size_t taggedFor = 0;                   // hash of the class whose hooks have made the tags
     unsigned long reciprocal = ~0UL / ~0U;  // 2^64 / divisor, which saves the division
     unsigned int divisor = ~0U;             // a number of chains
     unsigned int plainChains = ~0U;         // the divisor if a search in the program's code has

@@ -478,6 +478,19 @@ TEST(Dictionary, ValuesThatAreEnteredElsewhereStayWhole) {
     EXPECT_EQ(*source.find("key"), "another");
 }
 
+TEST(Dictionary, EntriesOfAnotherClassAreFound) {
+    struct Plain : fxStrStrDictionary {
+        using fxStrStrDictionary::fxStrStrDictionary;
+        explicit Plain(fxStrStrDictionary&& other) : fxStrStrDictionary(std::move(other)) {}
+        ~Plain() override { cleanup(); }
+    } plain{{"key", "value"}};
+    EXPECT_TRUE(plain.contains("key"));
+    const fxStrStrDictionary copy(plain);
+    fxStrStrDictionary moved(std::move(static_cast<fxStrStrDictionary&>(plain)));
+    EXPECT_TRUE(copy.contains("key") && moved.contains("key"));
+    EXPECT_TRUE(Plain(std::move(moved)).contains("key"));
+}
+
 TEST(Dictionary, PointersAreNotWritten) {
     fxVoidPtrDict dict;
     HeldStream stream;
