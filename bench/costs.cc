@@ -267,7 +267,6 @@ void others() {
             return Ending([&table, i] { table.remove(i); });
         },
         theirs::qtEntry, theirs::glibEntry);
-    row("expression of one group", [](int) { return fxExpression("([a-z]+)="); });
 }
 
 }  // namespace

@@ -3,7 +3,8 @@
 // caches.
 //
 //     growth [MOST [TEXT]]   leaves out what is more than MOST, 1,000,000 unless it is
-//                            said, and rows whose names do not contain TEXT
+//                            said, and rows whose names do not contain TEXT; one row
+//                            alone also pays for getting its memory from the system
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
