@@ -117,6 +117,23 @@ TEST_F(Outside, WhatCannotBeReadEndsWithItsError) {
     none.handleRead();
 }
 
+TEST_F(Outside, GrowingFilesAreReadOn) {
+    TestDirectory directory;
+    const std::string path = directory.file("log", "one\ntw");
+    fxLineReader reader(open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    reader.setGrowing(true);
+    note(reader);
+    until([&] { return hasEnded(); });
+    std::ofstream(path, std::ios::app) << "o\nthree";
+    turn();
+    reader.resume();
+    until([&] { return log.size() > 2 && hasEnded(); });
+    reader.setGrowing(false);
+    reader.resume();
+    until([&] { return log.size() > 4 && hasEnded(); });
+    EXPECT_EQ(log, (Log{"one", "[0]", "two", "[0]", "three", "[0]"}));
+}
+
 TEST_F(Outside, FollowersBeginAgainOnlyWhereAFileWasCut) {
     TestDirectory directory;
     const std::string path = directory.file("log", "one\ntw");
