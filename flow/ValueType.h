@@ -9,6 +9,7 @@
 #include <string>
 #include <string_view>
 #include <type_traits>
+#include <utility>
 
 #include "fxds/Connection.h"
 #include "fxds/Obj.h"
@@ -151,9 +152,9 @@ const fxFlowType& fxFlowTypeOf() {
         [](fxOutputChannel* output, fxObj* context, fxFlowType::Watcher watcher) {
             const fxOutputView<Value> view(output);
             if constexpr (std::is_void_v<Value>) {
-                return fxConnect(view, context, [watcher] { watcher(""); });
+                return fxConnect(view, context, [watcher = std::move(watcher)] { watcher(""); });
             } else {
-                return fxConnect(view, context, [watcher](const Value& value) {
+                return fxConnect(view, context, [watcher = std::move(watcher)](const Value& value) {
                     watcher(fxFlowDetail::shown<Value>(value));
                 });
             }
