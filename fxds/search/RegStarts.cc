@@ -185,8 +185,9 @@ bool StartFinder::isPair(const char* p) const {
         const BytePair& pair = plan.pairs[i];
         if (byteAt(p) != pair.first || byteAt(p + 1) != pair.second) continue;
         const char* const text = plan.program + pair.text;
+        const char* const there = p - pair.before;
         size_t same = 0;
-        while (same < pair.length && p[same - pair.before] == text[same]) ++same;
+        while (same < pair.length && there[same] == text[same]) ++same;
         if (same == pair.length) return true;
     }
     return false;
