@@ -117,54 +117,6 @@ inline void readAllOf(Rich& root) {
     fxWriteObject(*writer, &root);
 }
 
-/// The bytes of a graph with all of it.
-inline std::string richStream() {
-    Rich root, other;
-    Node node;
-    Leaf leaf;
-    fxShortArray shortArray;
-    fxStrArray stringArray;
-    fxStr string("a string");
-    short shorts[] = {1, -2};
-    int integers[] = {3, -4};
-    double doubles[] = {5.5, -6};
-    float floats[] = {7.5F, -8};
-    char text[] = "a text";
-    root.label = "root";
-    root.number = 1;
-    root.own = 2;
-    for (const char* word : {"a", "", "ccc"}) {
-        root.ints.append(word[0]);
-        root.bools.append(word[0] != 0);
-        root.strings.append(word);
-        root.set.add(word);
-        root.dictionary.add(word, "value");
-        stringArray.append(word);
-        shortArray.append(word[0]);
-    }
-    root.count = 2;
-    root.shorts = shorts;
-    root.integers = integers;
-    root.doubles = doubles;
-    root.floats = floats;
-    root.text = root.same = text;
-    root.other = &other;
-    root.second = &root;
-    root.any = &node;
-    root.anything = &leaf;
-    root.shortArray = &shortArray;
-    root.stringArray = &stringArray;
-    root.string = &string;
-    root.many = {&node, nullptr, &root, &leaf};
-    other.other = &root;
-    other.second = &root;
-    node.left = &node;
-    node.right = &leaf;
-    node.text = fxStr(std::string(600, 'n').c_str());
-    leaf.owner = &node;
-    return saved(&root);
-}
-
 /// The messages that a damaged stream may end with.
 inline bool isDocumentedMessage(const std::string& message) {
     for (const char* start :

@@ -64,7 +64,8 @@ bool isPrintable(const std::string& text) {
 }
 
 const std::string& rich() {
-    static const std::string stream = richStream();
+    static const std::string stream =
+        contents(FXDS_SOURCE_DIR "/tests/fuzz/corpus/Reader/rich").substr(1);
     return stream;
 }
 
