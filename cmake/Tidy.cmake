@@ -1,6 +1,7 @@
-# clang-tidy looks at every file before it is compiled, by the rules of the
-# nearest .clang-tidy. So Ninja knows what has been looked at, and only what
-# changed is looked at again.
+# clang-tidy looks at every file of the libraries and the tools before it is compiled, by
+# the rules of the nearest .clang-tidy. So Ninja knows what has been looked at, and only what
+# changed is looked at again. Tests, benchmarks and the examples of one file are only looked
+# at.
 if(FXDS_TIDY)
   find_program(FXDS_CLANG_TIDY clang-tidy REQUIRED)
   # The rules go into the command: when they change, everything is looked at.
@@ -13,3 +14,62 @@ if(FXDS_TIDY)
   endforeach()
   set(CMAKE_CXX_CLANG_TIDY ${FXDS_CLANG_TIDY} --quiet --extra-arg=-DFXDS_TIDY_RULES=0x${rules})
 endif()
+
+# fxds_tidy_together(NAME FILES... [RULES file] [GLOBAL names] [DEFINE macros] [USE targets])
+# Lets clang-tidy look at programs together, each in a namespace of its own, as most of its
+# time goes into the headers of the standard library. They are not compiled. GLOBAL are names
+# of files that define what belongs to the global namespace: they come last. DEFINE are macros
+# that hold paths, USE what the programs link. What is compiled only where another library is
+# installed is not looked at.
+function(fxds_tidy_together name)
+  cmake_parse_arguments(PARSE_ARGV 1 arg "" RULES "GLOBAL;DEFINE;USE" )
+  set(includes "")
+  set(wrapped "")
+  set(global "")
+  foreach(file IN LISTS arg_UNPARSED_ARGUMENTS)
+    set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${file})
+    get_filename_component(folder ${file} DIRECTORY)
+    get_filename_component(part ${file} NAME_WE)
+    file(STRINGS ${file} lines REGEX "^#(include|if|endif)")
+    set(depth 0)
+    foreach(line IN LISTS lines)
+      if(line MATCHES "^#if")
+        math(EXPR depth "${depth} + 1")
+      elseif(line MATCHES "^#endif")
+        math(EXPR depth "${depth} - 1")
+      elseif(depth EQUAL 0)
+        string(REGEX REPLACE ".*\"(.*)\".*" "\\1" header "${line}")
+        if(EXISTS ${folder}/${header})
+          set(line "#include \"${folder}/${header}\"")
+        endif()
+        list(APPEND includes "${line}")
+      endif()
+    endforeach()
+    set(include "// NOLINTNEXTLINE(bugprone-suspicious-include)\n#include \"${file}\"\n")
+    if(part IN_LIST arg_GLOBAL)
+      string(APPEND global "#define main main${part}\n${include}#undef main\n")
+    elseif(part MATCHES "Fuzz$")
+      string(APPEND wrapped "namespace ${part} {\n#define LLVMFuzzerTestOneInput fuzz${part}\n"
+        "${include}#undef LLVMFuzzerTestOneInput\n}  // namespace ${part}\n")
+    else()
+      string(APPEND wrapped "namespace ${part} {\n${include}}  // namespace ${part}\n")
+    endif()
+  endforeach()
+  list(REMOVE_DUPLICATES includes)
+  list(JOIN includes "\n" includes)
+  set(unit ${PROJECT_BINARY_DIR}/tidied/${name}.cc)
+  file(CONFIGURE OUTPUT ${unit} CONTENT "${includes}\n${wrapped}${global}" @ONLY)
+  add_library(tidied_${name} OBJECT ${unit})
+  target_link_libraries(tidied_${name} PRIVATE ${arg_USE})
+  list(TRANSFORM arg_DEFINE APPEND "=\"\"")
+  target_compile_definitions(tidied_${name} PRIVATE ${arg_DEFINE})
+  target_compile_options(tidied_${name} PRIVATE
+    $<TARGET_PROPERTY:fxds_warnings,INTERFACE_COMPILE_OPTIONS>
+    -Wno-return-type)  # of main() in a namespace
+  set(tidy ${CMAKE_CXX_CLANG_TIDY})
+  if(arg_RULES)
+    list(APPEND tidy --config-file=${arg_RULES})
+  endif()
+  set_target_properties(tidied_${name} PROPERTIES CXX_CLANG_TIDY "${tidy}"
+    CXX_COMPILER_LAUNCHER ${PROJECT_SOURCE_DIR}/cmake/preprocess.sh)
+endfunction()
