@@ -1,13 +1,13 @@
-// What the main loop serves: it runs while an application is registered.
+// Applications: the main loop runs while one is registered.
 #ifndef FXDS_APPLICATION_H
 #define FXDS_APPLICATION_H
 
 #include "fxds/Obj.h"
 
-/// A part of the program that has a life of its own. It registers itself with
-/// fx_theExecutive when it is made; the program then initialises and opens all
-/// of them through the executive, and fxExec::loop() runs until the last one
-/// has closed.
+/// A part of the program that keeps the main loop running. The constructor
+/// registers it with fx_theExecutive; the program then initialises and opens
+/// all applications through the executive, and fxExec::loop() returns when the
+/// last one has closed.
 class FX_API fxApplication : public fxObj {
 public:
     /// Registers the application. Makes fx_theExecutive when there is none yet.
@@ -15,10 +15,10 @@ public:
     fxApplication(const fxApplication&) = delete;
     fxApplication& operator=(const fxApplication&) = delete;
     /// Closes the application if it is open, through this class's own close().
-    /// One that is not open stays counted by the executive, whose loop() then
-    /// never ends, though it is never called again: call
-    /// fx_theExecutive->remove(this) in the deriving class's destructor when it
-    /// can be destroyed without having been opened.
+    /// One that is not open stays registered: it is never called again, but
+    /// loop() does not end. If it can be destroyed without having been opened,
+    /// call fx_theExecutive->remove(this) in the destructor of the deriving
+    /// class.
     ~fxApplication() override;
 
     const char* className() const override = 0;  ///< The name of the deriving class.

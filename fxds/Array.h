@@ -1,4 +1,4 @@
-// The one growable contiguous container; every array of the library is one.
+// The growable contiguous container from which every array of the library derives.
 // Sources: containers/Array.cc; containers/ArraySort.cc for sort() and qsort().
 #ifndef FXDS_ARRAY_H
 #define FXDS_ARRAY_H
@@ -8,27 +8,24 @@
 #include "fxds/XDRObj.h"
 #include "fxds/detail/MovesAsBytes.h"
 
-/// A block of elements, which it treats as blocks of one
-/// size. Four virtual hooks let a subclass give its elements a life: creation,
-/// end, copy and order. Elements must allow being moved as bytes: only making a
-/// second one of an element goes through the hook.
+/// An array of elements of one size, in one block. Four virtual hooks let a subclass define
+/// creation, destruction, copying and order of its elements. Elements are moved as bytes:
+/// only making a copy goes through a hook.
 ///
-/// This class is for those who write a new array; to use one, take a typed
-/// array (IntArray.h and its kin), whose members hide the `const void*` ones.
-/// Lengths, indices and counts at this interface are in elements; the hooks
-/// count in bytes. A total above 2^32 - 1 bytes, or memory that cannot be had,
-/// is fatal.
+/// This class is the base for new array classes. Programs use a typed array (IntArray.h and
+/// its kin), whose members hide those with `const void*`. Lengths, indices and counts at
+/// this interface are in elements; the hooks count in bytes. A total above 2^32 - 1 bytes
+/// and exhausted memory are fatal.
 ///
-/// Capacity grows in the steps that each operation states and never shrinks
-/// but by resize() and setMaxLength(). The block behind it may be larger than
-/// the capacity, so that growing in small steps costs amortised O(1).
+/// Capacity grows in the steps that each operation states and shrinks only by resize() and
+/// setMaxLength(). The block behind it may be larger than the capacity, so that growing in
+/// small steps costs amortised O(1).
 ///
-/// Any operation that may raise the capacity ends the validity of pointers to
-/// elements. An item that is passed in may lie in the array itself. A hook
-/// must not change the array that it is called for. createElements() and
-/// copyElements() may throw, having ended what they had made; the array then
-/// holds what it held, assignment excepted, which leaves it empty.
-/// compareElements() may throw, too.
+/// An operation that may raise the capacity invalidates pointers to elements. An argument
+/// may be an element of the array itself. A hook must not change the array that it is
+/// called for. createElements() and copyElements() may throw, after destroying the elements
+/// made so far; the array then keeps its content, except in an assignment, which leaves it
+/// empty. compareElements() may throw, too.
 class FX_API fxArray : public fxXDRObj {
 public:
     /// The index that means not found.
@@ -48,10 +45,10 @@ public:
     fxArray(unsigned int elementSize, unsigned int lengthBytes, void* block);
     /// Empty, for xdr() to fill. A subclass sets `elementSize` afterwards.
     explicit fxArray(fxTypeObj& type);
-    /// Frees the block. The hooks are out of force here, so the destructor of a
-    /// class that overrides destroyElements() calls destroy(). Where a base has
-    /// such a destructor already, as the owning arrays and fxStrArray have, it
-    /// calls resize(0) instead, for elements end once.
+    /// Frees the block. It cannot call the hooks of subclasses, so the destructor of a
+    /// class that overrides destroyElements() calls destroy(). If a base has such a
+    /// destructor already, as the owning arrays and fxStrArray do, it calls resize(0)
+    /// instead, so that elements are destroyed once.
     ~fxArray() override;
 
     /// In elements, as everything here but the hooks.
@@ -90,7 +87,7 @@ public:
 
     /// Sorts all elements, or `count` of them from `start` on: stable, in the
     /// order of compareElements(), O(n log n) comparisons, moving bytes.
-    /// Mind what the hook compares: the arrays of numbers compare bytes. For
+    /// Caution: the hook of the arrays of numbers compares bytes. For
     /// numeric order use sortByValue().
     void sort() { sort(0, length()); }
     void sort(unsigned int start, unsigned int count);  ///< Requires: the run lies in the array.
@@ -109,7 +106,7 @@ public:
     void destroy();
 
     ///@{
-    /// Each answers a new block, given (release it with free()), or null when
+    /// Returns a new block, given (release it with free()), or null when
     /// `count` is 0. Its elements are copies made by copyElements().
     /// Requires: the run lies in the array.
     void* raw_extract(unsigned int start, unsigned int count) const;
@@ -121,8 +118,8 @@ public:
     void* raw_cut(unsigned int start, unsigned int count);
 
     const char* className() const override = 0;  ///< The name of the class, for people.
-    /// Moves nothing and answers what the transcriber does for a base part at
-    /// the object's own address: the generic array has no contents.
+    /// Transcribes nothing, because the generic array has no contents. Returns the result
+    /// of the transcriber for a base part at the object's own address.
     fxBool xdr(fxTranscriber& transcriber) override;
     fxTypeObj* getTypeObj() const override;
 
@@ -138,7 +135,7 @@ public:
 
     /// Turns raw bytes into default elements. This one leaves them as they are.
     virtual void createElements(void* at, unsigned int byteCount);
-    /// Ends the elements' lives; the bytes are then reused or freed.
+    /// Destroys the elements; the bytes are then reused or freed.
     virtual void destroyElements(void* at, unsigned int byteCount);
     /// Copies elements into raw bytes at `to`. This one moves the bytes.
     virtual void copyElements(const void* from, void* to, unsigned int byteCount) const;
@@ -193,7 +190,7 @@ protected:
     /// The largest piece in which elements are read.
     static constexpr unsigned int pieceBytes = 1U << 20;
 
-    /// Raises the capacity by so many bytes where the block has them already; else
+    /// Raises the capacity by `bytes` bytes if the block is large enough; otherwise returns
     /// false. For classes that override neither expand() nor getmem().
     bool raiseInBlock(unsigned int bytes) {
         if (blockBytes - maxBytes < bytes || maxBytes > blockBytes) return false;
@@ -208,7 +205,7 @@ protected:
     unsigned int maxBytes;       ///< Capacity; the block is never smaller.
     unsigned int lengthBytes;    ///< Bytes in use.
     unsigned short elementSize;  ///< Bytes of one element.
-    bool ownsElements;           ///< Elements end and multiply only by the hooks.
+    bool ownsElements;           ///< Elements are copied and destroyed only by the hooks.
 
 private:
     bool resizeBlock(std::size_t bytes);
@@ -219,7 +216,7 @@ private:
     void closeGap(std::size_t offset, std::size_t bytes);
     void* copyOf(std::size_t offset, std::size_t bytes) const;
 
-    unsigned int blockBytes;  // what the block really holds
+    unsigned int blockBytes;  // size of the block
 };
 
 /// Base of the arrays whose new elements are zero bytes, as null pointers are.

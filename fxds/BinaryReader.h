@@ -20,10 +20,9 @@ class fxRecordReader;
 /// fxTranscriber::getReader().
 ///
 /// Nothing is read beyond what is needed, so a reader may sit on a pipe. A
-/// graph of any depth is read without recursion. Objects, blocks and texts are
-/// made as their bytes arrive. A failed readObject(), and one that an exception
-/// ends, sets the pointers to null that it has filled, and destroys all that it
-/// made.
+/// graph of any depth is read without recursion. Objects, blocks and texts are made as
+/// their bytes arrive. A readObject() that fails, or that an exception leaves, sets the
+/// pointers that it has filled to null and destroys everything that it made.
 ///
 /// **Damaged streams.** An end that comes too early is a null or false result;
 /// among the fields of an object it is fatal, because no record's function can
@@ -45,10 +44,10 @@ class fxRecordReader;
 /// **Ownership.** Objects, blocks and texts belong to the holders of the
 /// pointers. Two plain pointers that were equal when they were written share
 /// one block; a string always gets its own. Reference counts of the objects are
-/// 0 (see fxXDRObj::xdrSuccess()). Objects that no place refers to stay with
-/// the reader and die with it, with reset() or with forgetObjects(). A later graph
-/// of the stream may refer to what an earlier one has: objects and blocks live for
-/// as long as such graphs are read, or the reader forgets them before they go.
+/// 0 (see fxXDRObj::xdrSuccess()). Objects that no place refers to belong to the reader,
+/// which destroys them in its destructor, reset() or forgetObjects(). A later graph of the
+/// stream may refer to objects and blocks of an earlier one: they must exist while such
+/// graphs are read, unless the reader has forgotten them.
 class FX_API fxBinaryReader : public virtual fxBinaryTranscriber, public virtual fxTranscriber {
 public:
     /// Reads `byteCount` bytes and converts them in place. False when the
@@ -130,7 +129,7 @@ protected:
     bool readInstance();
 
     ///@{
-    /// What reads numbers of this kind, as the marks of the stream demand.
+    /// The converter for numbers of this kind, chosen by the marks of the stream.
     Converter* shorts;
     Converter* longs;
     Converter* floats;
@@ -140,7 +139,7 @@ protected:
 private:
     struct Reading;
     static constexpr size_t noRecordAt = SIZE_MAX;
-    friend class fxTranscriber;  // asks for headerComplaint()
+    friend class fxTranscriber;  // calls headerComplaint()
 
     // The stated message for a header that no supported machine writes; or "".
     static std::string headerComplaint(short shortMark, long longMark, const char* floatFormat);
@@ -177,13 +176,13 @@ private:
     bool isTelling;            // its objects are told that it is there
     const void* partUnderWay;  // of an object, or null
     bool hasFailed;            // the body that was read last, or a part of it
-    bool mayLeaveData;         // there was a body: data may follow which that has left unread
-    size_t ranOverAt;          // the record behind whose data the object took that of
-                               // another object or of a block, or noRecordAt,
+    bool mayLeaveData;         // a body was read: data that it left unread may follow
+    size_t ranOverAt;          // position of the record behind whose data the object read
+                               // that of another object or of a block, or noRecordAt,
     unsigned int ranOverTag;   // and its tag
     const void* owner;         // the slot of a pointer that owns what it gets, or null
     const void* holder;        // the slot of a pointer that holds what it gets, or null
-    TakeHold* takeHold;        // by what it holds that
+    TakeHold* takeHold;        // the function by which it does
     fxTypeObj* bodyType;       // of the object or part that is being read, or null
     fxDetail::Owned<fxRecordReader> records;
     const fxRecordFormat::Head& head;  // of the current record
@@ -191,8 +190,8 @@ private:
 };
 
 ///@{
-/// The converters. Those called BS and SS, which exchange bytes and halves of
-/// words, leave an incomplete group at the end alone.
+/// The converters. Those called BS and SS, which exchange bytes and halves of words, do not
+/// change an incomplete group at the end.
 FX_API bool fxBinaryReader_shorts(fxBinaryReader& reader, void* bytes, size_t byteCount);
 FX_API bool fxBinaryReader_longs(fxBinaryReader& reader, void* bytes, size_t byteCount);
 FX_API bool fxBinaryReader_floats(fxBinaryReader& reader, void* bytes, size_t byteCount);
@@ -204,7 +203,7 @@ FX_API bool fxBinaryReader_floatsVAX(fxBinaryReader& reader, void* bytes, size_t
 FX_API bool fxBinaryReader_doublesVAX(fxBinaryReader& reader, void* bytes, size_t byteCount);
 ///@}
 
-/// What start-up registers for the streams of fxBinaryWriter.
+/// The factory that start-up registers for the streams of fxBinaryWriter.
 fxTranscriber* makeBinaryReader(fxStream* stream, short shortMark, long longMark,
                                 const char* floatFormat);
 

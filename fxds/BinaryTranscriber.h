@@ -1,4 +1,4 @@
-// What the binary writer and the binary reader have in common.
+// The common base of the binary writer and the binary reader.
 #ifndef FXDS_BINARYTRANSCRIBER_H
 #define FXDS_BINARYTRANSCRIBER_H
 
@@ -25,8 +25,8 @@ enum fxBinaryOTTag : unsigned int {
     fxTagPartAgain = 14      ///< A base part seen before: id.
 };
 
-/// The staging buffer, the table of what has been seen, and what is still to
-/// be written or read. A base of the writer and the reader only.
+/// The staging buffer, the table of addresses and ids, and the pending items. A
+/// base of the writer and the reader only.
 class FX_API fxBinaryTranscriber : public virtual fxTranscriber {
 public:
     using fxTranscriber::xdr;

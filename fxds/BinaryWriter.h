@@ -10,7 +10,7 @@
 class fxAddressIndex;
 class fxOutBuffer;
 
-/// Something that is still to be written: an object or a block.
+/// An object or a block that is still to be written.
 class FX_API fxBinaryWriterItem {
 public:
     /// What an item is.
@@ -40,10 +40,9 @@ public:
     };
 };
 
-/// Writes what it is given as the records of docs/stream-format.md, every
-/// object and every block once; pointers to what has been written become
-/// references. Objects wait on a stack, so that a graph of any depth is written
-/// without recursion.
+/// Writes objects and blocks as the records of docs/stream-format.md, each
+/// once; further pointers to them become references. Objects wait on a stack,
+/// so that a graph of any depth is written without recursion.
 ///
 /// Usually made by fxTranscriber::getWriter(), which writes the header of the
 /// stream as well. Scalars may also be transcribed directly, before and between
@@ -51,8 +50,8 @@ public:
 /// this machine: readers learn from the header which machine that was.
 ///
 /// **Failure.** Once the stream has refused bytes, or a graph could not be
-/// written to its end, every operation answers false, after reset() too: what
-/// would follow in the stream could not be read.
+/// written to its end, every operation returns false, after reset() too: the
+/// records that follow could not be read.
 ///
 /// **Writes.** The head of a record, with its fields, is one write of the
 /// stream, the name of a type record a second, the payload a third. Records of
@@ -61,8 +60,8 @@ class FX_API fxBinaryWriter : public virtual fxBinaryTranscriber {
 public:
     /// `outStream` is shared. Writes nothing.
     explicit fxBinaryWriter(fxStream* outStream);
-    /// Does not flush: what was transcribed after the last writeObject() and
-    /// not flushed is lost.
+    /// Does not flush: values that were transcribed after the last
+    /// writeObject() and not flushed are lost.
     ~fxBinaryWriter() override;
 
     const char* className() const override;
@@ -118,10 +117,10 @@ public:
     /// Fatal: a writer does not read.
     void* readObject(fxTypeObj& expected) override;
 
-    /// Also writes, before the object, what was transcribed directly. False in
-    /// the middle of another writeObject(), which goes on. After any other
-    /// failure, and when an xdr() throws, the stream is of no use any more: the
-    /// writer has failed for good.
+    /// Also writes, before the object, values that were transcribed directly.
+    /// Returns false in the middle of another writeObject(), which continues.
+    /// After any other failure, and when an xdr() throws, the stream is
+    /// incomplete and the writer has failed for good.
     bool writeObject(void* address, fxXDRObj* object) override;
 
 protected:

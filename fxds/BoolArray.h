@@ -6,10 +6,9 @@
 
 extern FX_API fxTypeObj fxBoolArray_type;
 
-/// An array of booleans. Its elements are bytes, 0 being false, so that no
-/// byte from a stream or a new, unspecified element is ever taken for a bool.
-/// What braces, append(), insert() and xdr() store is 0 or 1; find() looks for that
-/// byte.
+/// An array of booleans. Its elements are bytes, 0 being false, so that no byte from a
+/// stream or a new, unspecified element is ever taken for a bool. Braces, append(),
+/// insert() and xdr() store 0 or 1; find() compares that byte.
 class FX_API fxBoolArray : public fxRecordedArray<fxBoolArray, fxBool, fxBoolArray_type> {
 public:
     using fxRecordedArray::fxRecordedArray;

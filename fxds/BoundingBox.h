@@ -5,8 +5,8 @@
 #include "fxds/Config.h"
 
 /// Covers [x, x + width) and [y, y + height). An extent of exactly 0 is an
-/// empty axis. The axes are treated apart from one another, and arithmetic
-/// that leaves the range of an int wraps.
+/// empty axis. The axes are independent, and arithmetic that leaves the range
+/// of an int wraps.
 class FX_API fxBoundingBox {
 public:
     fxBoundingBox() : x(0), y(0), width(0), height(0) {}

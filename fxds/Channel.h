@@ -355,7 +355,7 @@ inline void fxOutputChannel::deliverPassed(Passed... value) {
     while (fxInputChannel* input = walk.next()) input->receive<Passed...>(valueType, value...);
 }
 
-// The same, traced: each line is written before what it says happens.
+// The same, traced: each line is written before the action that it describes.
 template <class... Passed>
 void fxOutputChannel::deliverTraced(Passed... value) {
     const unsigned short valueType = type;

@@ -5,9 +5,9 @@
 #include "fxds/Data.h"
 #include "fxds/Obj.h"
 
-/// FX_CHANNEL_VALUE(Type, name) stands once behind the class, in the global
-/// namespace, in the header that declares it. From then on outputs, inputs,
-/// receivers and converters may have this type:
+/// FX_CHANNEL_VALUE(Type, name) is written once behind the class, in the global namespace,
+/// in the header that declares it. From then on outputs, inputs, receivers and converters
+/// may have this type:
 ///
 ///     struct Point { int x, y; };
 ///     FX_CHANNEL_VALUE(Point, "Point")
@@ -15,9 +15,9 @@
 ///     fxOutput<Point> moved = addOutput<Point>("moved");
 ///     addInput("place", [this](const Point& place) { ... });
 ///
-/// The type is copied into the event queue and from there; receivers get a
-/// reference to const that is good for the call. Its data type number is drawn
-/// when it is first used, and `name` is what traces call it.
+/// The type is copied into the event queue and from there; receivers get a reference to
+/// const that is good for the call. Its data type number is drawn when it is first used,
+/// and traces show the type as `name`.
 // NOLINTBEGIN(bugprone-macro-parentheses): the parameter is a type
 #define FX_CHANNEL_VALUE(Type, name)                                   \
     template <>                                                        \
@@ -34,9 +34,8 @@
     };
 // NOLINTEND(bugprone-macro-parentheses)
 
-/// A data type number that nothing else has, with its name in print. The library's
-/// own numbers are drawn before it, so a program's first is 12.
-/// Fatal when all 65,536 are drawn.
+/// Draws a new data type number and names it in print. The library's own numbers are drawn
+/// before it, so a program's first is 12. Fatal when all 65,536 are drawn.
 FX_API unsigned short fxDrawDataType(const char* name);
 
 /// A boxed value of a program's own type; see FX_CHANNEL_VALUE.

@@ -9,8 +9,8 @@
 /// The byte-sized boolean of the library's interfaces: 0 is false.
 typedef unsigned char fxBool;
 
-/// Ends the process after naming the violated precondition. Called by
-/// FX_ASSERT only; exported because the assertions stand in headers.
+/// Ends the process after naming the violated precondition. Called by FX_ASSERT only;
+/// exported because headers contain assertions.
 [[noreturn]] FX_API void fxAssertFailed(const char* condition, const char* file, int line);
 
 /// Checks a precondition in checked builds (FXDS_CHECKED, set by the build for

@@ -1,4 +1,4 @@
-// Connections as values: made, asked about and cut.
+// Connections as values that can be queried and cut.
 #ifndef FXDS_CONNECTION_H
 #define FXDS_CONNECTION_H
 
@@ -22,12 +22,12 @@ fxConnection connectTo(const fxOutputView<T>& output, fxObj* context, Function r
 
 /// What fxConnect() returns: whether two ends were joined, and why not. It may
 /// outlive both and holds neither object, nor the receiver; copies refer to the same connection.
-/// The connection stays when it goes: for one that ends with a scope see
+/// Destroying the value does not cut the connection: for one that ends with a scope see
 /// fxScopedConnection.
 ///
-/// A failure is not lost: unless isConnected(), the conversion to bool or whyNot() was
-/// called, the last copy of a result with a reason writes it to standard error when it
-/// ends.
+/// A failure is reported: unless isConnected(), the conversion to bool or whyNot() was
+/// called, the last copy of a result with a reason writes it to standard error when it is
+/// destroyed.
 class FX_API fxConnection {
 public:
     fxConnection() = default;  ///< Joins nothing.
@@ -66,7 +66,7 @@ private:
     friend fxConnection fxDetail::connectTo(const fxOutputView<T>& output, fxObj* context,
                                             Function receiver, unsigned char replace);
 
-    // Refers to an input, of which no more than the channel itself is kept.
+    // Refers to an input. Only the channel itself is kept, not what it holds.
     class FX_API Input {
     public:
         Input() = default;
@@ -91,7 +91,7 @@ private:
     Input input;
     fxOutputChannel* output = nullptr;  // dangles when the output has gone
     unsigned int serial = 0;            // of the output
-    mutable bool isAsked = false;       // or a copy is
+    mutable bool isAsked = false;       // or a copy was
     fxStr reason;
 };
 
@@ -112,7 +112,7 @@ public:
     const fxConnection& get() const { return connection; }
     bool isConnected() const { return connection.isConnected(); }  ///< As fxConnection's.
     void disconnect() { connection.disconnect(); }                 ///< As fxConnection's.
-    /// The connection, which stays from now on.
+    /// Returns the connection, which this object does not cut any more.
     fxConnection release();
 
 private:

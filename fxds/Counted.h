@@ -18,9 +18,9 @@ public:
     int count;  ///< Number of pointers that hold the object.
 };
 
-/// Gives up one hold when it is destroyed. It does not take one when it is
-/// made: that is the deriving class's business (see RPtr). A target whose
-/// count falls to 0 or below is destroyed.
+/// The destructor gives up one hold. The constructor takes none: the deriving
+/// class does (see RPtr). A target whose count falls to 0 or below is
+/// destroyed.
 class FX_API RPtr_base {
 public:
     /// `target` may be null. Its count is left as it is.
@@ -30,8 +30,8 @@ public:
     ~RPtr_base() { drop(); }
 
 protected:
-    /// Lets go of the target. The pointer is null before the target dies, so
-    /// that a destructor which looks at it sees no dying object.
+    /// Releases the target. The pointer is null before the target is destroyed,
+    /// so that a destructor cannot reach a dying object through it.
     void drop() {
         Counted* target = std::exchange(pointer, nullptr);
         if (target == nullptr || --target->count > 0) return;

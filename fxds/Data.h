@@ -1,4 +1,4 @@
-// Boxed values: what waits in the event queue or in a property.
+// Boxed values, as they wait in the event queue and in properties.
 #ifndef FXDS_DATA_H
 #define FXDS_DATA_H
 
@@ -12,7 +12,7 @@
 
 /// A value with its data type number and a count of holders. Holders take()
 /// and release() it; the one that brings the count to 0 destroys it, once, even
-/// if its destructor lets it be held and let go. A send adopts a value that has
+/// if its destructor takes and releases it. A send adopts a value that has
 /// no holder.
 class FX_API fxData {
 public:
@@ -59,7 +59,7 @@ public:
     unsigned short type;  ///< Data type number.
 };
 
-/// Carries the family of boxed values: T is what is kept, Passed what the
+/// Base of the boxed values: T is the type that is kept, Passed that which the
 /// receiving function takes.
 template <class T, class Passed = T>
 class FX_API fxValueData : public fxData {

@@ -12,7 +12,7 @@ class fxStrArray;
 
 /// The one list of the kinds of value. Each row declares a data type number,
 /// `extern unsigned short fxDT_...`; the numbers are 0, 1, 2 ... in the order
-/// of the rows. Everything else that goes by kind is derived from the list:
+/// of the rows. Everything else about the kinds is derived from the list:
 /// names, receivers' types, senders, boxes, trace lines. Properties alone carry
 /// the kinds of the rows HELD.
 ///
@@ -41,8 +41,8 @@ class fxStrArray;
     SENT(fxDT_fxStrArray, "fxStrArray", fxStrArray,   fxStrArray&,   fxStrArrayData)
 // clang-format on
 
-/// How values of a C++ type travel: `Value` is what is sent, `Passed` what
-/// receiving functions take, `Box` the class that keeps it, type() the data
+/// How values of a C++ type are sent: `Value` is the type that is sent, `Passed` the
+/// parameter of receiving functions, `Box` the class that keeps a value, type() the data
 /// type number. Undefined for types that no channel carries.
 template <class T>
 struct fxChannelType;
@@ -63,14 +63,14 @@ FX_DATA_TYPES(FX_CHANNEL_TYPE, FX_NUMBER)
 #undef FX_CHANNEL_TYPE
 #undef FX_NUMBER
 
-/// Travels as the boolean byte that it is.
+/// Sent as a boolean byte.
 template <>
 struct fxChannelType<bool> : fxChannelType<unsigned char> {};
-/// Travels as any text.
+/// Sent as any text.
 template <>
 struct fxChannelType<char*> : fxChannelType<const char*> {};
 ///@{
-/// Travels as a string: all its bytes, zero bytes included. A receiver's view is
+/// Sent as a string: all its bytes, zero bytes included. A receiver's view is
 /// good for the duration of the call.
 template <>
 struct fxChannelType<std::string> : fxChannelType<fxStr> {};
@@ -78,12 +78,12 @@ template <>
 struct fxChannelType<std::string_view> : fxChannelType<fxStr> {};
 ///@}
 
-/// What a data type is called in print: "int", "fxStr" ...; the application's own
-/// as it has named them, otherwise "type 12" and so on. View, good until the next
+/// The name of a data type in print: "int", "fxStr" ...; for one of the application's own
+/// the name that it has given, otherwise "type 12" and so on. View, good until the next
 /// call.
 FX_API const char* fxDataTypeName(unsigned short type);
 
-/// Names a data type of the application's own in print. The text is copied.
+/// Sets the name of a data type of the application's own in print. The text is copied.
 FX_API void fxNameDataType(unsigned short type, const char* name);
 
 #endif

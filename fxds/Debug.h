@@ -1,4 +1,4 @@
-// fxDebug: what start-up makes for debugging options, of which there are none.
+// fxDebug: made by start-up for debugging options. There are none.
 #ifndef FXDS_DEBUG_H
 #define FXDS_DEBUG_H
 

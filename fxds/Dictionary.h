@@ -39,12 +39,12 @@ public:
 /// entry that it is at moves it to the next one and sets `moved`: there is
 /// no current entry until the next ++, which then skips nothing. Entries added
 /// during the walk may or may not be met. It ends by itself after the last
-/// entry and when the dictionary is cleaned up or dies.
+/// entry and when the dictionary is cleaned up or destroyed.
 class FX_API fxDictIter {
 public:
     /// Detached: done from the start.
     fxDictIter() : dict(nullptr), bucketIndex(0), moved(0), node(nullptr) {}
-    /// Stands on the first entry; borrowed only while it walks.
+    /// Begins at the first entry. The dictionary is borrowed while it walks.
     explicit fxDictIter(fxDictionary& dictionary);
     /// A copy is at the same entry as the other one and walks on its own.
     fxDictIter(const fxDictIter& other);
@@ -102,9 +102,9 @@ public:
 };
 
 /// A hash map whose keys and values are blocks of a fixed size.
-/// Virtual hooks define how they are hashed, compared, copied and destroyed. This class is for
-/// those who write a new dictionary; the easy way to that is fxTypedDictionary. To use one, take
-/// fxVoidPtrDict, fxStrStrDictionary or fxBinaryOTDict.
+/// Virtual hooks define how they are hashed, compared, copied and destroyed. This class is
+/// the base for new dictionary classes; fxTypedDictionary is the easy way to one. Ready for
+/// use are fxVoidPtrDict, fxStrStrDictionary and fxBinaryOTDict.
 ///
 /// The number of chains is fixed at construction; it decides the order of
 /// iteration. A new entry goes to the front of its chain. Entries of up to 64
@@ -113,23 +113,21 @@ public:
 /// Finding, adding and removing take about constant time, however few the chains,
 /// unless many keys have one fingerprint; see fingerprintKey().
 ///
-/// What finds or adds answers pointers into the entry. They are views that
-/// last as long as the entry does, whatever happens to others.
+/// Functions that find or add return pointers into the entry. They are views that last as
+/// long as the entry does, whatever happens to others.
 ///
-/// Keys and values that lie in the dictionary may be arguments. The hooks that
-/// start or end a life may call back and do anything to it but destroy it;
-/// hashKey(), compareKeys() and fingerprintKey() must leave it alone. Keys that
-/// compare equal must hash equal.
+/// Keys and values in the dictionary may be arguments. The hooks that create, copy or
+/// destroy may call back and do anything to it but destroy it; hashKey(), compareKeys() and
+/// fingerprintKey() must not touch it. Keys that compare equal must hash equal.
 ///
-/// While an addition is under way, what callbacks remove stays whole, and ends
-/// before the outermost addition returns. An entry whose value is being replaced
-/// has none meanwhile: find(), findCreate(), cut() and copies of the dictionary
-/// pass over it, and adding its key removes it and makes it anew. Once the
-/// additions have returned, every key is there once.
+/// While an addition is under way, entries that callbacks remove stay intact, and are
+/// destroyed before the outermost addition returns. An entry whose value is being replaced
+/// has none meanwhile: find(), findCreate(), cut() and copies of the dictionary pass over
+/// it, and adding its key removes it and makes it anew. Once the additions have returned,
+/// every key is there once.
 ///
-/// The hooks that start a life may throw, those that end one may not. An
-/// addition that an exception leaves has entered nothing; the entry whose value
-/// it was replacing is gone.
+/// Hooks that create or copy may throw, those that destroy may not. An addition that an
+/// exception leaves has entered nothing; the entry whose value it was replacing is gone.
 class FX_API fxDictionary : public fxXDRObj {
 public:
     /// Sizes in bytes. `nBuckets` chains; 0 means 31.
@@ -146,8 +144,7 @@ public:
     void operator=(const fxDictionary& other);
     /// Takes over the entries, in their order, and leaves `source` without any; its
     /// iterators end. While a hook of `source` runs the entries are copied instead,
-    /// which may throw. There is no assignment of that kind: it would look like the
-    /// one above.
+    /// which may throw. There is no move assignment: it would look like the one above.
     fxDictionary(fxDictionary&& source);  // NOLINT(performance-noexcept-move-constructor)
     /// Cannot reach the hooks: a subclass calls cleanup() in its destructor.
     ~fxDictionary() override;
@@ -208,8 +205,8 @@ public:
     static fxBool xdr(void* object, fxTranscriber& transcriber);
 
 protected:
-    /// Decides the chain. Pure, as a class has to choose; its body, which an override may
-    /// call, returns the XOR of the key's words of 8 bytes.
+    /// Decides the chain. Pure, because every class has to choose; its body, which an
+    /// override may call, returns the XOR of the key's words of 8 bytes.
     virtual unsigned long hashKey(const void* key) const = 0;
     virtual int compareKeys(const void* a, const void* b) const = 0;  ///< 0 when equal.
     virtual void copyKey(const void* from, void* to) const = 0;       ///< Into raw storage.
@@ -224,17 +221,16 @@ protected:
     virtual bool xdrValue(fxTranscriber& transcriber, void* value) = 0;
     ///@}
 
-    /// A number that keys are compared by first; equal
-    /// keys have equal ones. This one returns `hash`, the key's hashKey().
-    /// Override it where hashKey() uses little of the key, so that keys with
-    /// equal hashes are still found fast; fxFingerprint() may help.
+    /// A number by which keys are compared first; equal keys have equal ones. This one
+    /// returns `hash`, the key's hashKey(). Override it where hashKey() uses little of the
+    /// key, so that keys with equal hashes are still found fast; fxFingerprint() may help.
     virtual unsigned long fingerprintKey(const void* key, unsigned long hash) const;
 
-    /// How to search: this one returns a search by the hooks, the ready-made classes
-    /// a direct search, which has their hooks built in and compares texts by
-    /// all of their bytes; their subclasses, which may have overridden the
-    /// hooks, are searched by them. A class of texts that overrides neither
-    /// hashKey() nor compareKeys() can have the direct search again:
+    /// The search function. This one returns a search by the hooks. The ready-made classes
+    /// return a direct search, which has their hooks built in and compares texts by all of
+    /// their bytes; their subclasses, which may have overridden the hooks, are searched by
+    /// them. A class of texts that overrides neither hashKey() nor compareKeys() can have
+    /// the direct search again:
     ///
     ///     Finder* finder() const override { return finderFor(typeid(Names)); }
     typedef fxHashFinder<fxDictionary, fxDictBucket> Finder;
@@ -251,9 +247,9 @@ protected:
     /// The entry of the key: its block. A new one is raw, and the caller makes it whole
     /// before anything else happens. Requires: fxTypedKeys::mayEnter()
     void* enter(const void* key, bool& isNew);
-    /// For a constructor that has added something, or lets another base of its class
-    /// do that: how to search is not settled yet, as a class that derives from this one
-    /// may override hooks.
+    /// For a constructor that has added entries, or has another base that does so: the
+    /// search function is not final yet, because a class that derives from this one may
+    /// override hooks.
     void forgetFinder() { extra.forgetFinder(); }
 
     /// Moves the place of the values up to a multiple of `alignment`, and
@@ -279,7 +275,7 @@ private:
     // Without entries, and like `other` otherwise.
     explicit fxDictionary(const fxDictionary* other);
 
-    // What a search returns that has found the node.
+    // The result of a search that has found the node.
     void* found(const Node* node) const {
         return node->is(Node::ending) ? nullptr : static_cast<char*>(node->element) + keySize;
     }

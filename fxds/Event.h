@@ -12,8 +12,8 @@
 
 class fxEventQueue;
 
-/// Something that waits to be delivered. The queue owns it while it waits; one
-/// that is deleted nevertheless leaves its queue.
+/// An action that waits to be delivered. The queue owns it while it waits. If it is deleted
+/// nevertheless, it leaves its queue.
 class FX_API fxEvent : public fxObj {
 public:
     /// Draws the next sequence number.
@@ -118,7 +118,7 @@ public:
     fxEventQueue();
     fxEventQueue(const fxEventQueue&) = delete;
     fxEventQueue& operator=(const fxEventQueue&) = delete;
-    /// Neither delivers nor frees what still waits, which then waits nowhere.
+    /// Neither delivers nor deletes the events that still wait; they are in no queue then.
     ~fxEventQueue();
 
     ///@{
@@ -130,9 +130,8 @@ public:
     /// Takes the front event out and gives it to the caller (`delete`); null
     /// when the queue is empty.
     fxEvent* get();
-    /// Takes the event out of the queue that it waits in and deletes it. One that
-    /// waits nowhere is deleted, too, and counted down here, so remove only what
-    /// you found here.
+    /// Removes the event from the queue that it is in and deletes it. One that is in no
+    /// queue is deleted, too, and counted down here, so remove only events of this queue.
     void remove(fxEvent* event);
     bool contains(fxEvent* event) const;  ///< Cost: a walk through the queue.
 
@@ -145,13 +144,12 @@ public:
     ///@}
 
 protected:
-    fxEvent* head;       ///< What is delivered next, or null.
-    fxEvent* tail;       ///< What is delivered last, or null.
+    fxEvent* head;       ///< The event delivered next, or null.
+    fxEvent* tail;       ///< The event delivered last, or null.
     unsigned int count;  ///< Number of events that wait.
 
-    /// Calls `isDoomed(event, argument)` on every event and deletes it when the
-    /// answer is not 0. What is added behind the last event meanwhile is not
-    /// asked about.
+    /// Calls `isDoomed(event, argument)` on every event and deletes those for which it does
+    /// not return 0. Events that are added behind the last one meanwhile are not tested.
     void removeWhere(unsigned char (*isDoomed)(fxEvent*, void*), void* argument);
     /// Whether every event that waits was made by a send.
     bool hasOnlySentMessages() const { return others == 0; }

@@ -9,7 +9,7 @@
 /// that one of these operations runs.
 class FX_API fxEventHandler : public fxEventQueue {
 public:
-    /// What chooses events for removeEvents(): not 0 for those to delete.
+    /// Selects events for removeEvents(): not 0 for those to delete.
     typedef unsigned char Predicate(fxEvent*, void*);
 
     /// Queues the event (adopted) at the back, or at the front when urgent.
@@ -17,18 +17,18 @@ public:
 
     /// Sends `data` to every input connected to `output`, as fxObj::sendData(),
     /// with the same requirements.
-    /// A value sent at once is deleted afterwards whoever holds it; a queued
-    /// one goes with the last message that holds it.
+    /// A value sent at once is deleted afterwards, whatever its count; a queued one is
+    /// released with the last message that holds it.
     void postMessage(fxOutputChannel* output, fxData* data, fxObj::fxSendFlags how);
 
-    /// Delivers and deletes as many events as wait now, each time the front
-    /// one. So what is posted at the back meanwhile waits for the next call,
-    /// and what is posted at the front goes first. An event may post itself
-    /// again or delete itself from within its deliver(); it is not deleted then.
+    /// Delivers and deletes as many events as wait now, each time the front one. So an
+    /// event posted at the back meanwhile waits for the next call, and one posted at the
+    /// front is delivered first. An event may post itself again or delete itself from
+    /// within its deliver(); it is not deleted then.
     void distributeEvents();
 
-    /// Calls distributeEvents() until nothing waits: for programs without a loop. A
-    /// circle of queued sends that does not come to rest keeps it for ever.
+    /// Calls distributeEvents() until nothing waits: for programs without a loop. It does
+    /// not return while queued sends go round in a circle.
     void drain() {
         while (!isEmpty()) distributeEvents();
     }

@@ -24,49 +24,49 @@ struct FX_API fxSelectSet {
     unsigned long bits[256];  ///< Of 64 descriptors each.
 };
 
-/// The main loop. Each poll() calls the pre-select functions, waits until a
-/// handler's descriptor is ready, a timer is due or the time is over, advances
-/// the timers, calls the handlers of what is ready, then the post-select
-/// functions, and last distributes the events that are queued by then.
+/// The main loop. Each poll() calls the pre-select functions, waits until a handler's
+/// descriptor is ready, a timer is due or the time is over, advances the timers, calls the
+/// handlers of ready descriptors, then the post-select functions, and last distributes the
+/// events that are queued by then.
 ///
-/// Descriptors 0 to 16383 are served. An open file of the process takes one
-/// whatever it is for, so a program with many of them asks canServe() before it
-/// keeps one that others have chosen, as that of an accepted connection.
+/// Descriptors 0 to 16383 are served. Every open file of the process uses one, so a program
+/// with many of them checks canServe() for a descriptor that the system has chosen, such as
+/// that of an accepted connection.
 ///
 /// A descriptor that is closed while its handler is registered makes one poll()
 /// serve no handlers. From then on it is left out until its number is open again,
 /// and all others are served; FXDS_TRACE=loop reports it.
 ///
-/// Nothing waits without a handler: while none is registered, poll() only
-/// distributes events and returns at once, timers stand still and loop() spins.
-/// A program that has only timers registers an fxWakeup; the trace of the loop says
-/// when handlers are missing, and a checked build says on standard error, once, that
-/// timers stand still or that loop() spins, as when serve() has been forgotten.
+/// Nothing waits without a handler: while none is registered, poll() only distributes
+/// events and returns at once, timers do not advance and loop() spins. A program that has
+/// only timers registers an fxWakeup. The trace of the loop reports missing handlers, and a
+/// checked build reports on standard error, once, that timers stand still or that loop()
+/// spins, as when serve() has been forgotten.
 ///
 /// Everything may be called from within the functions, handlers, ticks and
 /// receivers that poll() runs, poll() included; they may add, remove and
 /// destroy handlers, functions and applications. Only the executive itself must
 /// stay. It serves the thread that runs it and no other.
 ///
-/// A process made by fork() shares all descriptors with its parent, those of the
-/// library too: what one of them takes, the other does not get. So only one of the two
-/// polls. Where that is the parent, the child calls exec() or _exit().
+/// A process made by fork() shares all descriptors with its parent, those of the library
+/// too: input that one of them reads is lost to the other. So only one of the two polls. If
+/// that is the parent, the child calls exec() or _exit().
 ///
-/// An exception from any of them leaves poll() and loop(), initialize(), open()
-/// or close() at once. What has not been served is not lost: the next poll() finds the
-/// same descriptors ready, and the events behind the one whose delivery has failed queued.
+/// An exception from any of them leaves poll() and loop(), initialize(), open() or close()
+/// at once. Nothing is lost: the next poll() finds the same descriptors ready, and the
+/// events behind the one whose delivery has failed are still queued.
 class FX_API fxExec {
 public:
     /// Descriptors that can be served: [0, maxDescriptors).
     static constexpr int maxDescriptors = 16384;
     static constexpr int maxHandlers = 100;  ///< Entries of `handlers`.
-    /// What minFd is when there is no handler; then nfds is 0.
+    /// The value of minFd without a handler; then nfds is 0.
     static constexpr unsigned short noHandler = maxHandlers + 1;
 
     fxExec();
     fxExec(const fxExec&) = delete;
     fxExec& operator=(const fxExec&) = delete;
-    /// Leaves handlers and applications alone.
+    /// Does not touch handlers and applications.
     ~fxExec();
 
     /// The executive fx_theExecutive, made if there is none yet.
@@ -77,11 +77,10 @@ public:
     /// Whether a handler of this descriptor can be registered.
     static bool canServe(int descriptor) { return descriptor >= 0 && descriptor < maxDescriptors; }
 
-    /// Serves `handler` (borrowed; taken out when it is destroyed) from the next
-    /// poll() on, in place of any other that has its descriptor. Registered while
-    /// handlers are being called, for a descriptor that was found ready and whose
-    /// turn is still to come, it is served right then. Fatal for a descriptor
-    /// that canServe() refuses.
+    /// Serves `handler` (borrowed; removed when it is destroyed) from the next poll() on,
+    /// in place of any other that has its descriptor. Registered while handlers are being
+    /// called, for a descriptor that was found ready and whose turn is still to come, it is
+    /// served right then. Fatal for a descriptor that canServe() refuses.
     void addSelectHandler(fxSelectHandler* handler);
 
     /// Stops serving the descriptor of `handler`, whichever handler it has; it
@@ -90,10 +89,10 @@ public:
     void removeSelectHandler(fxSelectHandler* handler);
 
     ///@{
-    /// Functions to call before and after each wait, in order; one added twice
-    /// is called twice. What is added meanwhile is first called next time. When
-    /// a function is removed meanwhile the rest move up by one, so that the one
-    /// that takes the place just served is left out this time.
+    /// Functions to call before and after each wait, in order; one added twice is called
+    /// twice. One that is added meanwhile is first called next time. When a function is
+    /// removed meanwhile the rest move up by one, so that the one that takes the place just
+    /// served is skipped this time.
     void addPreSelectFunc(void (*function)());
     void addPostSelectFunc(void (*function)());
     /// Removes the first such entry; nothing when there is none.
@@ -113,8 +112,8 @@ public:
     bool contains(fxApplication* application) const;
 
     ///@{
-    /// Calls its namesake on the applications in the order of registration,
-    /// those added meanwhile included, those that go meanwhile left out.
+    /// Calls the function of this name on the applications in the order of registration,
+    /// including those added meanwhile and without those removed meanwhile.
     void initialize(int argc, char** argv);
     void open();
     ///@}
@@ -124,7 +123,7 @@ public:
     void close();
 
     ///@{
-    /// The descriptors that are waited for.
+    /// The set of descriptors that poll() waits for.
     fxSelectSet getReadSet();
     fxSelectSet getWriteSet();
     fxSelectSet getExceptionSet();
@@ -138,8 +137,8 @@ public:
     /// events are queued, no handler is registered or quit()
     /// has been called for a loop under way. NaN counts as 0, more
     /// than three years as three years. A failed select(), as with a negative
-    /// time, calls no handler; all else is done, and the timers' work leaves
-    /// the select()'s errno as it was.
+    /// time, calls no handler; everything else is done, and errno keeps the value that
+    /// select() has set.
     void poll(float seconds);
 
     /// Polls until no application is registered or quit() is called, at least once.
@@ -148,10 +147,10 @@ public:
     /// Polls until quit() is called, whatever is registered.
     void run();
 
-    /// Makes loop() or run() return when the turn under way is over: the innermost one if it
-    /// is nested, the next one, after one turn that does not wait, if none is running. Applications
-    /// stay as they are, registered and open, and what is queued stays queued; a
-    /// loop() that is called later serves them as ever. Other threads post this.
+    /// Makes loop() or run() return when the turn under way is over: the innermost one if
+    /// it is nested, the next one, after one turn that does not wait, if none is running.
+    /// Applications stay registered and open, and events stay queued; a later loop() serves
+    /// them. Other threads call this through an fxPostQueue.
     void quit() { isQuitting = true; }
 
     // The state, for inspection. The bounds and sets are up to date when `dirty`
@@ -167,7 +166,7 @@ public:
     unsigned char hasException;
     ///@}
     ///@{
-    /// What select() is asked for; see getReadSet().
+    /// The argument of select(); see getReadSet().
     fxSelectSet readSet;
     fxSelectSet writeSet;
     fxSelectSet exceptionSet;

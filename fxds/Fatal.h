@@ -1,4 +1,4 @@
-// The library's one way of dying.
+// The function that ends the process after a fatal fault.
 #ifndef FXDS_FATAL_H
 #define FXDS_FATAL_H
 

@@ -11,29 +11,29 @@
 #include "fxds/detail/FilePath.h"
 #include "fxds/detail/Owned.h"
 
-/// How far a file has been read; to be saved, and gone on from in another process. It does
-/// not name the file's system, whose number may be another after a restart of the machine.
+/// A position in a file, from which another process can continue when it is saved. It does
+/// not contain the file system, whose number may change when the machine restarts.
 struct fxFilePlace {
     unsigned long file = 0;    ///< The number of the file (its inode); 0: of none yet.
     unsigned long offset = 0;  ///< In bytes, behind the last line that was sent.
 };
 
-/// Sends each line of the file at a path, those that are there and those that come, as
-/// an fxStr on the output "line", at once, from within poll(). A file that is not there
-/// yet may come; one that has taken its place is read from its start, after all of the
-/// old one, and so is one that has become shorter. An unfinished line waits for its rest
-/// as long as its file stays. What is no regular file is not opened.
+/// Sends each line of the file at a path, present and future ones, as an fxStr on the
+/// output "line", at once, from within poll(). The file need not exist yet. One that takes
+/// its place is read from its start, after all of the old one, and so is one that has
+/// become shorter. An unfinished line waits for its rest while its file stays. Only regular
+/// files are opened.
 ///
 ///     fxFileFollower log("/var/log/messages");
 ///     fxConnect(log.line(), this, [this](const fxStr& line) { take(line); });
 ///
-/// It looks for changes in intervals. A file that has been cut and has grown beyond its
-/// old length in between is read on from there. A receiver may destroy the follower.
+/// It checks for changes at intervals. A file that was cut and has grown beyond its old
+/// length in between is read on from there. A receiver may destroy the follower.
 class FX_API fxFileFollower : public fxObj {
 public:
-    /// Begins at `from`, where the file is still that one and not shorter, and otherwise
-    /// at its start. `path` is a text of any kind; one that begins with no slash is that of
-    /// the working folder now, which may change later. Requires: interval > 0.
+    /// Begins at `from` if the file is still the same and not shorter, and otherwise at its
+    /// start. `path` is a text of any kind; a relative one belongs to the working folder of
+    /// now. Requires: interval > 0.
     explicit fxFileFollower(const fxDetail::FilePath& path, fxFilePlace from = fxFilePlace(),
                             fxAlarm::Span interval = std::chrono::milliseconds(100));
     fxFileFollower(const fxFileFollower&) = delete;
@@ -42,8 +42,8 @@ public:
 
     const char* className() const override;
 
-    /// The output "line", which is looked up by its name. Where there is none of that
-    /// name and type, what is sent goes nowhere.
+    /// The output "line", looked up by its name. Without an output of that name and type,
+    /// values are dropped.
     fxOutputView<fxStr> line();
     bool isOpen() const { return reader != nullptr; }  ///< Whether there is a file.
     fxFilePlace getPlace() const;                      ///< While a line is sent, behind that line.
@@ -55,7 +55,7 @@ private:
     const std::string path;
     fxFilePlace begin;                     // of what the reader reads
     fxDetail::Owned<fxLineReader> reader;  // null where there is no file
-    bool hasFailed = false;                // whether reading has
+    bool hasFailed = false;                // whether a read has
     bool isLeaving = false;                // whether the reader finishes a file that was replaced
     fxRef<fxAlarm> looking;
 };

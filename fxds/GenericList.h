@@ -30,10 +30,9 @@ private:
     explicit GenericNode(void* item_) : prev(nullptr), next(nullptr), item(item_) {}
 };
 
-/// Holds pointers, which it neither looks at nor releases. Positions count from
-/// 0. The position found or made last is remembered, so going through the list
-/// by position costs one step each. A bad position ends the process with a
-/// message.
+/// Holds pointers, which it neither follows nor releases. Positions count from 0. The
+/// position found or made last is remembered, so going through the list by position costs
+/// one step each. A bad position ends the process with a message.
 class FX_API GenericList {
 public:
     GenericList();
@@ -59,7 +58,7 @@ public:
     ///@}
 
     ///@{
-    /// Puts the item at the end or at the front. Answers its node: a view, good
+    /// Puts the item at the end or at the front. Returns its node: a view, good
     /// until it is removed.
     GenericNode* append(void* item);
     GenericNode* prepend(void* item);
@@ -67,21 +66,21 @@ public:
     /// Puts the item at a position. Fatal unless 0 <= index <= getCount().
     GenericNode* insertAt(long index, void* item);
 
-    /// Removes a node and answers its item. Fatal on an empty list.
+    /// Removes a node and returns its item. Fatal on an empty list.
     /// Requires: the node is in this list.
     void* remove(GenericNode* node);
-    /// Removes the first node that holds `item` and answers the item; null
+    /// Removes the first node that holds `item` and returns the item; null
     /// when there is none.
     void* remove(void* item);
     ///@{
-    /// Removes by position and answers the item. Fatal unless 0 <= index < getCount().
+    /// Removes by position and returns the item. Fatal unless 0 <= index < getCount().
     void* remove(long index);
     void* remove(int index) { return remove(static_cast<long>(index)); }
     ///@}
     void clear();  ///< Removes everything.
 
     // For range-for over the items; they may not be removed meanwhile.
-    /// What the iterator gives for a node.
+    /// The value of the iterator at a node.
     static void* itemOf(GenericNode* node) { return node->item; }
     /// Goes over the items; none may be removed meanwhile.
     typedef fxListIterator<GenericNode, void*, &GenericList::itemOf> Iterator;

@@ -10,12 +10,12 @@
 
 class fxSequencer;
 
-/// A service that must be made in order: what makes it, what cleans it up, and
-/// the services that it depends on. Give it static storage; making it only
-/// registers it. fxInitializeToolkit() runs `init`.
+/// A service that must be made in order: its functions for start-up and
+/// cleanup, and the services that it depends on. Give it static storage; its
+/// constructor only registers it. fxInitializeToolkit() runs `init`.
 class FX_API fxOrderedGlobal {
 public:
-    typedef void Function();  ///< What makes or cleans up a service.
+    typedef void Function();  ///< Makes or cleans up a service.
 
     ///@{
     /// `deps` is a null-terminated list (kept, borrowed) of what this one
@@ -48,7 +48,8 @@ public:
     /// is 1, else with the application's. Both are made first if need be.
     static void add(fxOrderedGlobal* global, int ordering);
     /// Registers a service with this ordering. One that is registered while
-    /// create() runs is made in that pass; later it is never made.
+    /// create() runs is made in that pass; one that is registered later is
+    /// never made.
     void add(fxOrderedGlobal* global);
     /// Makes those of the two orderings that do not exist yet.
     static void createOrderings();
@@ -77,9 +78,9 @@ extern FX_API fxGlobalOrder* fx_applicationGlobalOrder;
 extern FX_API fxOrderedGlobal fxOG_Init;         ///< All but the transcribers.
 extern FX_API fxOrderedGlobal fxOG_Transcriber;  ///< The readers of saved files.
 
-/// What fxOG_Init runs: makes the property names, the data type numbers, the
-/// converters, the executive, the event handler, the event type numbers and
-/// the debugger, but for those that the application has made already.
+/// The function of fxOG_Init: makes the property names, the data type numbers,
+/// the converters, the executive, the event handler, the event type numbers and
+/// the debugger, except those that the application has made already.
 FX_API void fxOG_Init_cons();
 /// Does nothing: the services stay until the process ends.
 FX_API void fxOG_Init_dest();

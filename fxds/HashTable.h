@@ -37,13 +37,13 @@ private:
     unsigned int tag;  // mixed from the whole key
 };
 
-/// Maps keys to pointers, which it neither looks at nor releases. It starts
-/// with 64 buckets and doubles them, up to 2048, after every 4 additions per
-/// bucket. Additions count even when the entries are removed again. Only the
-/// low 20 bits of a key choose its bucket.
+/// Maps keys to pointers, which it neither follows nor releases. It starts with
+/// 64 buckets and doubles them, up to 2048, after every 4 additions per bucket.
+/// Additions count even when the entries are removed again. Only the low 20
+/// bits of a key choose its bucket.
 ///
-/// Cost: a table in which a search has had to walk far keeps an index besides
-/// its chains, so looking up, adding and removing are O(1) however many entries
+/// Cost: once a search has been long, the table keeps an index besides its
+/// chains, so looking up, adding and removing are O(1) however many entries
 /// share a bucket.
 class FX_API HashTable {
 public:
@@ -59,17 +59,17 @@ public:
     /// Removes a key; nothing when it is absent.
     void remove(unsigned long key);
 
-    /// Calls `f` on every entry, bucket by bucket. `f` may add and remove what
-    /// it likes and even destroy the table, which ends the walk. An entry that
-    /// is there all the time is met once, one removed before its turn is not,
-    /// one that is added may be. The table grows after the walk.
+    /// Calls `f` on every entry, bucket by bucket. `f` may add and remove
+    /// entries and even destroy the table, which ends the walk. An entry that
+    /// is there all the time is visited once, one removed before its turn is
+    /// not, one that is added may be. The table grows after the walk.
     void mapcar(void (*f)(HashEntry*));
 
     int getCount() const { return count; }           ///< Additions ever made.
     int getSize() const { return size; }             ///< Number of buckets.
     unsigned int getLevel() const { return level; }  ///< The base-2 logarithm of getSize().
 
-    // The steps of which the above are made.
+    // The parts of the functions above.
 
     unsigned int hash(unsigned long key) const;  ///< The bucket of a key.
     /// The entry of the key in this bucket's chain, or null.

@@ -1,4 +1,4 @@
-// A list of objects that carry the links themselves.
+// An intrusive list: its objects contain the links.
 #ifndef FXDS_INDEXABLELIST_H
 #define FXDS_INDEXABLELIST_H
 
@@ -23,7 +23,7 @@ public:
     fxLinkItem* prev;  ///< Null for the first.
 };
 
-/// Strings the caller's objects together and never makes or destroys one. It
+/// Links the caller's objects and never makes or destroys one. It
 /// can be cut in two and spliced as a whole. Positions count from 0; the last
 /// one found is remembered, as in GenericList. Positions are not checked:
 /// outside the list nothing is found, and what is added where nothing is found
@@ -52,7 +52,7 @@ public:
     fxLinkItem* findLink(long index) const;
 
     /// Puts the link at a position; behind everything from getCount() on.
-    /// Answers the new count, as do the others that add one link.
+    /// Returns the new count, as do the others that add one link.
     long insertAt(long index, fxLinkItem* link);
     long insert(fxLinkItem* link) { return insertAt(0, link); }      ///< At the front.
     long append(fxLinkItem* link) { return insertAt(count, link); }  ///< At the end.
@@ -63,23 +63,23 @@ public:
 
     /// Takes the link out. Requires: it is in this list.
     void unlink(fxLinkItem* link);
-    /// Takes the link at a position out and answers it; null outside the list.
+    /// Takes the link at a position out and returns it; null outside the list.
     fxLinkItem* unlinkAt(long index);
 
     /// Cuts the list before the link: the chain from there on is no longer
     /// this list's. Null changes nothing. Requires: the link is in this list.
     void split(fxLinkItem* link);
-    /// The same by position; answers the first link of the chain cut off, or
+    /// The same by position; returns the first link of the chain cut off, or
     /// null outside the list.
     fxLinkItem* splitAt(long index);
 
-    /// Puts the whole chain of `other` before the link at a position. Answers
+    /// Puts the whole chain of `other` before the link at a position. Returns
     /// the number of links moved. Splicing leaves `other` empty; an empty
     /// `other`, or this list itself, changes nothing.
     long insertListAt(long index, fxIndexableList* other);
     long insertList(fxIndexableList* other) { return insertListAt(0, other); }  ///< At the front.
     /// Puts the whole chain of `other` behind the link at a position, or at
-    /// the end from getCount() on. Answers the new count.
+    /// the end from getCount() on. Returns the new count.
     ///
     /// Caution: splicing after the last link does not update getTail(), and what
     /// goes by the tail (append(), positions near the end) stops short of what

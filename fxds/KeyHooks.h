@@ -1,4 +1,4 @@
-// What the common key types are: hash and order.
+// Hash and order of the common key types.
 #ifndef FXDS_KEYHOOKS_H
 #define FXDS_KEYHOOKS_H
 
@@ -74,17 +74,17 @@ struct fxKeyHooks<const void*> {
 };
 
 namespace fxDetail {
-/// What is looked up as a view where keys are strings: every other kind of text.
+/// Types looked up as a view where keys are strings: every other kind of text.
 template <class Key, class Text>
 using IfLookedUp = std::enable_if_t<std::is_same_v<Key, fxStr> && !std::is_base_of_v<fxStr, Text> &&
                                         std::is_convertible_v<const Text&, std::string_view>,
                                     int>;
 
-/// Whether copies and ends of a T neither throw nor run code of the program.
+/// Whether copying and destroying a T neither throws nor runs code of the program.
 template <class T>
 inline constexpr bool isCalm = std::is_trivially_copyable_v<T> || std::is_same_v<T, fxStr>;
 
-/// What is looked up as a copy where keys are std::string: texts that do not become one.
+/// Types looked up as a copy where keys are std::string: texts that do not become one.
 template <class Key, class Text>
 using IfCopied = std::enable_if_t<std::is_same_v<Key, std::string> &&
                                       !std::is_convertible_v<Text, std::string> &&
@@ -92,8 +92,8 @@ using IfCopied = std::enable_if_t<std::is_same_v<Key, std::string> &&
                                   int>;
 }  // namespace fxDetail
 
-/// What a key of type Key needs over Base, which is fxDictionary or fxSet: the hooks,
-/// and the operations that return no entry.
+/// Adds to Base, which is fxDictionary or fxSet, the hooks for keys of type Key, and the
+/// operations that return no entry.
 template <class Key, class Base>
 class FX_API fxTypedKeys : public Base {
     typedef typename Base::Node Node;
@@ -150,8 +150,8 @@ public:
     }
 
 protected:
-    /// As Base::find(). Numbers, addresses and std::string are looked for here, where the
-    /// hooks are those of this class: their hash is their fingerprint.
+    /// Does what Base::find() does. Numbers, addresses and std::string are searched here if
+    /// the hooks are those of this class: their hash is their fingerprint.
     void* findKey(const Key& key) const {
         if constexpr (std::is_scalar_v<Key> || std::is_same_v<Key, std::string>) {
             const Result result = findHere(key);
@@ -179,9 +179,9 @@ protected:
     void destroyKey(void* key) const override { static_cast<Key*>(key)->~Key(); }
     bool xdrKey(fxTranscriber&, void*) override { return false; }
 
-    /// For finder(): the direct search if this object's class is `exact`, which
-    /// overrides none of the hooks that a search asks, and there is one for
-    /// Key; otherwise the search by the hooks.
+    /// For finder(): the direct search if this object's class is `exact`, which overrides
+    /// none of the hooks that a search calls, and there is one for Key; otherwise the
+    /// search by the hooks.
     typename Base::Finder* finderFor(const std::type_info& exact) const {
         if constexpr (std::is_same_v<Key, fxStr> || std::is_same_v<Key, const void*>) {
             if (typeid(*this) == exact) return Base::template directFinder<Key>();
@@ -202,9 +202,9 @@ protected:
     }
 
 private:
-    // What a search in the program's code has come to.
+    // The result of a search in the program's code.
     struct Result {
-        bool isKnown;  // or this search is the library's
+        bool isKnown;  // false: the library has to search
         const Node* node;
     };
 
@@ -212,7 +212,7 @@ private:
         return result.node != nullptr ? this->found(result.node) : nullptr;
     }
 
-    // Looks for what is equal to a key, without an object of that type.
+    // Searches for an equal key, without an object of that type.
     template <class Asked>
     [[gnu::always_inline]] Result findHere(const Asked& asked) const {
         const auto& own = this->extra;
@@ -249,8 +249,8 @@ private:
         return {true, own.index.find(fxMix32(hash), isWanted)};
     }
 
-    // Asks again: when another base of the object's class has used the table, a constructor
-    // has to call forgetFinder().
+    // Checks again: when another base of the object's class has used the table, a
+    // constructor has to call forgetFinder().
     bool hasOwnHooksNow() const {
         this->extra.hasOwnHooks = false;
         this->extra.plainChains = ~0U;

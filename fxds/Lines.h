@@ -12,10 +12,10 @@
 #include "fxds/Str.h"
 #include "fxds/detail/Walk.h"
 
-/// Reads a descriptor and sends each line, an fxStr without its newline, on the
-/// output "line", and then on "end" an int: 0 at the end of the input, else the
-/// errno of the read that failed. Bytes are passed on as they are, zero bytes and
-/// carriage returns included. What follows the last newline is a line too.
+/// Reads a descriptor and sends each line, an fxStr without its newline, on the output
+/// "line", and then on "end" an int: 0 at the end of the input, else the errno of the read
+/// that failed. Bytes are passed on unchanged, zero bytes and carriage returns included.
+/// Text behind the last newline is a line too.
 ///
 /// Lines are sent at once, from within poll(). A receiver may do anything, pause and
 /// destroy the reader included; after that it sends nothing. When a receiver throws,
@@ -23,19 +23,17 @@
 /// the one before have returned: a poll() that one of them calls does not serve this
 /// reader.
 ///
-/// The reader registers itself with fx_theExecutive. It leaves the flags of the
-/// descriptor alone, since other processes may share them, and reads only what the
-/// system says is there. So it never blocks, as long as nothing else reads the same
-/// input.
+/// The reader registers itself with fx_theExecutive. It does not change the flags of the
+/// descriptor, since other processes may share them, and reads only when the system reports
+/// input. So it never blocks, as long as nothing else reads the same input.
 ///
 /// Memory: what one turn reads, 64 KB at most, and one unfinished line.
 class FX_API fxLineReader : public fxSelectHandler {
 public:
     static constexpr size_t usualLimit = size_t{1} << 20;  ///< Of the length of a line.
 
-    /// `fd` is adopted. What a line has beyond `limit` bytes is left out.
-    /// isValid() is false for a descriptor that the executive cannot serve; it is
-    /// closed then.
+    /// `fd` is adopted. Bytes of a line beyond `limit` are dropped. isValid() is false for
+    /// a descriptor that the executive cannot serve; it is closed then.
     explicit fxLineReader(int fd, size_t limit = usualLimit);
     ~fxLineReader() override;
 
@@ -43,8 +41,8 @@ public:
 
     bool isValid() const { return fd >= 0; }  ///< Whether there is a descriptor.
     ///@{
-    /// The outputs "line" and "end", which are looked up by their names. Where there is none
-    /// of that name and type, what is sent goes nowhere.
+    /// The outputs "line" and "end", looked up by their names. Without an output of that
+    /// name and type, values are dropped.
     fxOutputView<fxStr> line();
     fxOutputView<int> end();
     ///@}
@@ -54,9 +52,9 @@ public:
     /// Bytes of the input up to the end of the last line that was sent, its newline included.
     unsigned long getPassed() const { return passed; }
 
-    /// Says that the input is a file that may grow: "end" then means only that there
-    /// is no more for now, an unfinished line waits for its rest, and resume() reads
-    /// on. When it has ceased to grow, resume() sends the unfinished line.
+    /// Declares that the input is a file that may grow: "end" then means only that there is
+    /// no more for now, an unfinished line waits for its rest, and resume() reads on. When
+    /// it has ceased to grow, resume() sends the unfinished line.
     void setGrowing(bool isGrowing) { growing = isGrowing; }
     /// Sends nothing, and reads nothing, until resume(): the process at the other end
     /// of a pipe or socket then has to wait when that is full.
@@ -93,17 +91,16 @@ private:
     fxWalks<Delivery> deliveries;
 };
 
-/// Writes to a descriptor what it is given, as fast as the other end takes it.
-/// Sends on the output "drained" when there is room again after isFull(), and on
-/// "end" an int: 0 when all is written after finish(), else the errno of the write
-/// that failed, as EPIPE when nothing reads any more. Both are queued.
+/// Writes given bytes to a descriptor, as fast as the other end takes them. Sends on the
+/// output "drained" when there is room again after isFull(), and on "end" an int: 0 when
+/// all is written after finish(), else the errno of the write that failed, such as EPIPE
+/// when nothing reads any more. Both are queued.
 ///
-/// Nothing is written before the loop turns, or flush() is called; what is given in
-/// one turn is written together. SIGPIPE does not reach the program from here,
-/// neither for sockets nor for pipes. The flags of the descriptor are left alone: the
-/// writer writes only when the system says that there is room, and never more
-/// at once than a blocking pipe with room takes without blocking. A terminal whose
-/// output is stopped may block it.
+/// Nothing is written before the loop turns, or flush() is called; bytes given in one turn
+/// are written together. SIGPIPE does not reach the program from here, neither for sockets
+/// nor for pipes. The flags of the descriptor are not changed: the writer writes only when
+/// the system reports room, and never more at once than a blocking pipe with room takes
+/// without blocking. A terminal whose output is stopped may block it.
 class FX_API fxLineWriter : public fxSelectHandler {
 public:
     static constexpr size_t usualHigh = size_t{1} << 18;  ///< Bytes that make it full.
@@ -117,15 +114,15 @@ public:
     explicit fxLineWriter(const fxLineReader& reader, size_t high = usualHigh,
                           size_t low = usualLow);
     ///@}
-    /// What is not written yet is lost; see finish().
+    /// Bytes not written yet are lost; see finish().
     ~fxLineWriter() override;
 
     const char* className() const override;
 
     bool isValid() const { return fd >= 0; }  ///< Whether there is a descriptor; not after "end".
     ///@{
-    /// The outputs "drained" and "end", which are looked up by their names. Where there is none
-    /// of that name and type, what is sent goes nowhere.
+    /// The outputs "drained" and "end", looked up by their names. Without an output of that
+    /// name and type, values are dropped.
     fxOutputView<void> drained();
     fxOutputView<int> end();
     ///@}
@@ -134,16 +131,16 @@ public:
     int getError() const { return error; }  ///< The errno of the failure; 0: none.
 
     ///@{
-    /// Takes the bytes, or the line and a newline. False, and nothing is taken, after
-    /// finish(), a failure, or without a descriptor. They are taken even when the
-    /// writer is full: a program that gives without end looks at isFull().
+    /// Takes the bytes, or the line and a newline. Returns false, and takes nothing, after
+    /// finish(), a failure, or without a descriptor. Bytes are taken even when the writer
+    /// is full: a program without another limit checks isFull().
     bool write(std::string_view bytes);
     bool writeLine(std::string_view line);
     ///@}
-    /// Writes as much as there is room for now. Whether nothing is left.
+    /// Writes as much as there is room for now. Returns whether nothing is left.
     bool flush();
-    /// Takes nothing more, and closes the descriptor when all is written; the reader
-    /// at the other end of a socket or pipe then finds the end.
+    /// Accepts nothing more, and closes the descriptor when all is written; the reader at
+    /// the other end of a socket or pipe then finds the end.
     void finish();
 
     void handleRead() override;   ///< Never called.

@@ -73,11 +73,10 @@ private:
 ///     const fxExpression setting("([a-z]+)=([0-9]+)");
 ///     for (const fxMatch& match : setting.all(line)) use(match[1], match[2]);
 ///
-/// A text ends at its first zero byte for all searches. What is known to be
-/// terminated (an fxStr, a std::string, a `const char*`) is searched where it is; of
-/// any other text a copy is searched. An expression that did not compile matches nothing. One
-/// object belongs to one thread at a time; a copy is compiled anew and may
-/// belong to another.
+/// A text ends at its first zero byte for all searches. A text that is known to be
+/// terminated (an fxStr, a std::string, a `const char*`) is searched in place, any other in
+/// a copy. An expression that did not compile matches nothing. One object belongs to one
+/// thread at a time; a copy is compiled anew and may belong to another.
 class FX_API fxExpression {
 public:
     /// Compiles the pattern; a faulty one shows in isValid().
@@ -89,19 +88,20 @@ public:
 
     const fxStr& pattern() const { return source; }       ///< As it was given.
     bool isValid() const { return compiled != nullptr; }  ///< Whether the pattern compiled.
-    /// Why it did not, a text that lives as long as the program; null when it did.
+    /// The reason why it did not, a text that lives as long as the program; null when it
+    /// did.
     const char* error() const {
         return isValid() ? nullptr : message != nullptr ? message : "moved away";
     }
-    /// Where in the pattern the fault is: what has no counterpart, or the byte
-    /// that cannot be there.
+    /// The place of the fault in the pattern: a byte without its counterpart, or one that
+    /// is not allowed there.
     std::size_t errorOffset() const { return offset; }
 
     /// The first match that starts at `from` or later, where `^` and `\<` take into
     /// account the bytes before `from`; none when `from` is beyond the end.
     template <class Text>
     fxMatch search(const Text& text, std::size_t from = 0) const;
-    /// Not in a text that ends before the groups are read.
+    /// Refused for a temporary text, which ends before the groups are read.
     template <class Text, fxDetail::IfTemporary<Text> = 0>
     fxMatch search(Text&&, std::size_t = 0) const = delete;  // groups are views: keep the text
 
@@ -117,9 +117,9 @@ public:
     /// Whether there is a match in the text.
     bool isIn(fxTextView text) const { return static_cast<bool>(search(text)); }
 
-    /// The text with each match of all() replaced: by what `with` makes of it, a
-    /// callable that takes the match and returns any text, or by `with` as
-    /// fxMatch::expand() expands it.
+    /// The text with each match of all() replaced: by the result of `with`, a callable that
+    /// takes the match and returns any text, or by the text `with`, expanded by
+    /// fxMatch::expand().
     template <class With>
     fxStr replace(fxTextView text, With&& with) const;
 

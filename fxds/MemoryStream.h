@@ -7,17 +7,17 @@
 
 #include "fxds/TypedStream.h"
 
-/// What is written goes to the end of a buffer that grows; what is read comes
-/// from its front, from a position of its own. So one stream can be filled
-/// first and read then, in any mixture. Or it reads bytes that are given.
+/// Writes go to the end of a buffer that grows; reads come from its front, from
+/// a separate position, so writes and reads can be mixed in any order. Or it
+/// reads given bytes.
 ///
-/// An operation that answers false has changed nothing: neither the content,
+/// An operation that returns false has changed nothing: neither the content,
 /// nor the position, nor the buffer that was to be read into.
 class FX_API fxMemoryStream : public fxTypedStream<fxMemoryStream> {
 public:
-    /// Starts empty, to be written and read. It takes `limitBytes` at the most:
-    /// a write that would go beyond is refused, and so is one that no memory is
-    /// found for.
+    /// Starts empty, to be written and read. It takes at most `limitBytes`: a
+    /// write that would go beyond is refused, and so is one for which there is
+    /// no memory.
     explicit fxMemoryStream(size_t limitBytes = SIZE_MAX);
     /// Reads the `byteCount` bytes at `bytes`, which are borrowed, and refuses
     /// to be written to. Null with a count is an error (hasError()) and reads
@@ -46,17 +46,17 @@ public:
     bool setPosition(size_t newPosition);
     void rewind() { next = base; }  ///< Lets everything be read again.
 
-    /// All that was not read yet. Empty for a class that derives from this one,
-    /// whose bytes may be others.
+    /// The bytes not read yet. Empty for a derived class, which may have other
+    /// bytes.
     const fxStreamWindow& window() override;
 
-    /// Forgets the content; what was allocated is kept for the next. A stream
-    /// over given bytes has none afterwards.
+    /// Forgets the content; allocated memory is kept. A stream over given bytes
+    /// has none afterwards.
     void reset();
 
-    /// Gives the content away: a block to release with free(), and its length
-    /// in `byteCount`. The stream is empty afterwards. Null when the content is
-    /// empty, or when the bytes are borrowed, which stay.
+    /// Gives the content to the caller: a block to release with free(), and its
+    /// length in `byteCount`. The stream is empty afterwards. Null when the
+    /// content is empty, or when the bytes are borrowed, which stay.
     char* give(size_t& byteCount);
 
 private:

@@ -15,7 +15,7 @@ class NameSpace_Node;
 /// Misuse of the freeze rule and exhausted memory abort.
 class FX_API NameSpace {
 public:
-    /// Runs `init`, which enters names and answers 0; any other answer ends
+    /// Runs `init`, which enters names and returns 0; any other result ends
     /// the process with exit(-1). Null enters nothing. `frozen` is in force
     /// only afterwards.
     NameSpace(int (*init)(NameSpace*), int frozen);
@@ -25,17 +25,17 @@ public:
 
     /// The atom of the name, the first `len` bytes of `name`; null is the empty
     /// name. An unknown name
-    /// gets the next number when `create` is set, else the answer is 0.
+    /// gets the next number when `create` is set, otherwise the result is 0.
     /// Aborts when `create` is set and the name space frozen, even if the name
     /// is known. Requires, within the initialiser: the text outlives the name
-    /// space. It should end behind the name, because nameForAtom() answers it
+    /// space. It should end behind the name, because nameForAtom() returns it
     /// as it is.
     unsigned long makeAtom(const char* name, unsigned int len, int create);
     unsigned long makeAtom(const char* name, int create);  ///< The same for a zero-terminated name.
 
     /// The same with a chosen number for an unknown name: aborts when `create`
     /// is set and the name space is *not* frozen. A number that another name
-    /// has is then both names', and nameForAtom() answers the newer.
+    /// has is then both names', and nameForAtom() returns the newer.
     unsigned long makeAtom(unsigned long atom, const char* name, unsigned int len, int create);
 
     /// 1 when a name has the number, else 0.

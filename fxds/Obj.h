@@ -24,9 +24,9 @@ class fxVoidPtrDict;
 template <class T>
 class fxOutputView;
 
-/// Base of objects that carry properties and exchange values through named,
-/// typed channels. The channels are kept as two properties, "inputs" and
-/// "outputs", which count as any other and go in the order of their tags.
+/// Base of objects that carry properties and exchange values through named, typed channels.
+/// The channels are kept as two properties, "inputs" and "outputs", which count as any
+/// other and are released in the order of their tags.
 ///
 /// Copying an object copies neither properties nor channels.
 ///
@@ -35,10 +35,9 @@ class fxOutputView;
 /// object begins to end (in ~fxObj()), its inputs call nothing any more and its
 /// outputs have no owner.
 ///
-/// Objects that end because a property let go of them end inside one another,
-/// each before the one that held it, 128 deep. What lies deeper ends after the
-/// object that held it and must not look at that one; it ends before the call
-/// that set this off returns.
+/// Objects whose last holder is a property are destroyed inside one another, each before
+/// the one that held it, up to 128 deep. Deeper ones are destroyed after the object that
+/// held them and must not use it; they are destroyed before the outermost call returns.
 ///
 /// The send functions take a null or unconnected output, which reaches no input.
 /// Requires: the type of the value is that of the output; connections convert.
@@ -59,9 +58,9 @@ public:
     fxObj() : properties(nullptr) {}
     fxObj(const fxObj& other) : fxXDRObj(other), properties(nullptr) {}
     fxObj& operator=(const fxObj&) { return *this; }
-    /// Lets go of all properties; with them go the channels, their connections
-    /// and the messages that wait for this object. A channel that is added
-    /// meanwhile belongs to no object, and such an input calls nothing.
+    /// Releases all properties; with them go the channels, their connections and the
+    /// messages that wait for this object. A channel that is added meanwhile belongs to no
+    /// object, and such an input calls nothing.
     ~fxObj() override;
 
     /// Joins the named output of this object to the named input of `target`.
@@ -82,22 +81,21 @@ public:
     // Properties.
 
     ///@{
-    /// The property with the tag, or null. `index`, when given, receives its
-    /// position, or on a miss the position last looked at.
+    /// The property with the tag, or null. `index`, when given, receives its position, or
+    /// on a miss the position examined last.
     fxProperty* findProperty(unsigned short tag, unsigned int* index = nullptr);
     fxProperty* findProperty(char const* name, unsigned int* index = nullptr);
     ///@}
 
-    /// Takes the property in (shared), in place of one with the same tag.
-    /// Returns this object, as do the other three. Requires: it is not null.
+    /// Adds the property (shared), in place of one with the same tag. Returns this object,
+    /// as do the other three. Requires: it is not null.
     fxObj* setProperty(fxProperty* property);
     ///@{
-    /// Lets go of the property; nothing when there is none.
+    /// Releases the property; nothing when there is none.
     fxObj* removeProperty(unsigned short tag);
     fxObj* removeProperty(char const* name);
     ///@}
-    /// Lets go of all properties, in the order of their tags. The channels go
-    /// with them.
+    /// Releases all properties, in the order of their tags, the channels included.
     fxObj* removeAllProperties();
 
     /// Channels included: their tables are two properties.
@@ -107,10 +105,10 @@ public:
     fxProperty* getProperty(unsigned int index) const;
 
     ///@{
-    /// An output that sends, at once, whenever the property is set or removed
-    /// through this object; what is written into the property itself is not
-    /// noticed. It belongs to the object and has no name; a property name without
-    /// a tag gets one. Nothing is sent while the object ends.
+    /// An output that sends, at once, whenever the property is set or removed through this
+    /// object; changes inside the property itself are not noticed. It belongs to the object
+    /// and has no name; a property name without a tag gets one. Nothing is sent while the
+    /// object ends.
     fxOutputView<void> propertyChanged(unsigned short tag);
     fxOutputView<void> propertyChanged(char const* name);
     ///@}
@@ -118,9 +116,9 @@ public:
     // Channels. The names are copied, and null is the name ""; the channels
     // belong to the object.
 
-    /// Adds an input; see fxInputChannel for the arguments. An input that has
-    /// the name already makes way: it ends, unless it is connected, and then it keeps
-    /// its connections until they are cut or this object goes.
+    /// Adds an input; see fxInputChannel for the arguments. An input that has the name
+    /// already is replaced: it is destroyed, unless it is connected, and then it keeps its
+    /// connections until they are cut or this object is destroyed.
     fxInputChannel* addInput(char const* name, unsigned short type, void* closure,
                              void (*function)(), unsigned char replace = 0);
 
@@ -134,10 +132,10 @@ public:
     fxInputChannel* addInput(char const* name, unsigned char replace = 0);
 
     ///@{
-    /// Adds an input that calls `receiver`, a function object, with each value of
-    /// type T; a receiver that takes nothing is called without it. T is what the
-    /// receiver takes, unless it is said. The channel keeps the receiver until it
-    /// ends itself, so a receiver that holds the object keeps it for ever.
+    /// Adds an input that calls `receiver`, a function object, with each value of type T; a
+    /// receiver that takes nothing is called without it. T is the receiver's parameter,
+    /// unless it is given. The channel keeps the receiver as long as it exists, so a
+    /// receiver that holds the object keeps it for ever.
     ///
     ///     addInput("level", [this](int level) { draw(level); });
     ///     addInput<fxStr>("name", [this](std::string_view name) { greet(name); });
@@ -180,8 +178,8 @@ public:
     ///@}
 
     ///@{
-    /// The names of all channels, in the order of their bytes. Ask getInput(),
-    /// getOutput() and the channel itself for the rest.
+    /// The names of all channels, in the order of their bytes. getInput(), getOutput() and
+    /// the channel itself have the rest.
     fxStrArray getInputNames();
     fxStrArray getOutputNames();
     ///@}
@@ -224,7 +222,7 @@ public:
     ///@}
 
     ///@{
-    /// What the "inputs" and "outputs" properties call on their tables.
+    /// The destructors of the "inputs" and "outputs" properties, for their tables.
     static void dt_input_dict(void* table);
     static void dt_output_dict(void* table);
     ///@}
@@ -293,7 +291,7 @@ class fxOutputView {
     static_assert(fxDetail::IsSent<T>::value, "an output carries one of:" FX_SENT_NAMES);
 
 public:
-    /// `channel_` may be null: what is sent goes nowhere then.
+    /// `channel_` may be null: values are dropped then.
     /// Requires: the output has the data type of T.
     explicit fxOutputView(fxOutputChannel* channel_ = nullptr) : channel(channel_) {}
 
@@ -331,7 +329,7 @@ private:
 template <>
 class fxOutputView<void> {
 public:
-    /// `channel_` may be null: what is sent goes nowhere then.
+    /// `channel_` may be null: sends do nothing then.
     /// Requires: the output has the data type fxDT_void.
     explicit fxOutputView(fxOutputChannel* channel_ = nullptr) : channel(channel_) {}
     /// Calls every connected input without a value.
@@ -363,7 +361,7 @@ public:
     fxOutput() = default;
     fxOutput(const fxOutputView<T>& output)
         : fxOutputView<T>(output) {}  ///< As addOutput() gives it.
-    /// The output that is sent on from now on.
+    /// Sends on this output from now on.
     fxOutput& operator=(const fxOutputView<T>& output) {
         fxOutputView<T>::operator=(output);
         return *this;

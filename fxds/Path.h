@@ -12,11 +12,11 @@ public:
     fxPath() = default;
     fxPath(const fxStr& str) : fxStr(str) {}  ///< A copy of the text.
 
-    /// Sets `dir` to the directory part and `leaf` to the last component, which
-    /// a trailing slash does not end: a/b/ is a and b, /usr is / and usr, and abc
-    /// is the empty directory and abc. Either may be the path itself; when they
-    /// are the same object, it becomes the leaf. Returns 1, which stands for
-    /// complete parts.
+    /// Sets `dir` to the directory part and `leaf` to the last component,
+    /// ignoring a trailing slash: a/b/ gives a and b, /usr gives / and usr, and
+    /// abc gives the empty directory and abc. Either may be the path itself;
+    /// when they are the same object, it becomes the leaf. Returns 1: the parts
+    /// are complete.
     int split(fxPath* dir, fxPath* leaf) const;
 
     fxPath leaf() const;       ///< The last component, as split() finds it.

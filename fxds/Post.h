@@ -31,8 +31,8 @@ public:
     explicit fxPostQueue(size_t limit = unlimited);
     fxPostQueue(const fxPostQueue&) = delete;
     fxPostQueue& operator=(const fxPostQueue&) = delete;
-    /// Destroys what still waits without calling it; the functions' destructors
-    /// may call post(), which returns false.
+    /// Destroys the waiting functions without calling them; their destructors may call
+    /// post(), which returns false.
     /// Requires: the loop's thread; no other thread is in post() or still to call it.
     ~fxPostQueue();
 

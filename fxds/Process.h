@@ -14,14 +14,14 @@
 #include "fxds/Obj.h"
 #include "fxds/detail/Owned.h"
 
-/// What to start, and how.
+/// A command: the program, its arguments, environment and streams.
 struct FX_API fxCommand {
-    /// What becomes of a standard stream of the child.
+    /// The target of a standard stream of the child.
     enum Stream {
-        inherited,  ///< It is ours.
-        none,       ///< It is /dev/null.
-        piped,      ///< It is one end of a pipe; see the process's input() and so on.
-        joined      ///< For `errors`: it is what `output` is.
+        inherited,  ///< That of this process.
+        none,       ///< /dev/null.
+        piped,      ///< One end of a pipe; see the process's input() and so on.
+        joined      ///< For `errors`: the same as `output`.
     };
 
     fxCommand() = default;
@@ -32,11 +32,11 @@ struct FX_API fxCommand {
     ///@}
     fxCommand(std::string program, std::vector<std::string> arguments);  ///< A program's words.
 
-    /// The program and its arguments. A program without a slash is looked up in our
+    /// The program and its arguments. A program without a slash is searched for in our
     /// PATH.
     std::vector<std::string> words;
-    /// "NAME=value" entries, in place of ours of the same names or beside them; one
-    /// without "=" takes ours away.
+    /// "NAME=value" entries, added to ours or replacing those of the same names; one
+    /// without "=" removes ours.
     std::vector<std::string> environment;
     std::string directory;      ///< To start in; "" is ours.
     Stream input = inherited;   ///< Its standard input.
@@ -47,13 +47,13 @@ struct FX_API fxCommand {
     bool ownGroup = false;
 };
 
-/// A child process. Sends on the output "exited" an int when it has ended: its exit
-/// status, the negative number of the signal that ended it, or unknownStatus when
-/// the program has ignored SIGCHLD or waited for all children itself; nothing when the
-/// child could not be started, which getError() gives. The message is queued; what the process
-/// itself has written to pipes is sent as lines before, unless the reader is paused, a receiver of
-/// a line is polling or a pipe holds more than 64 KB. Its own children may write later: they may
-/// keep a pipe open, and so delay the reader's "end", as long as they like.
+/// A child process. Sends on the output "exited" an int when it has ended: its exit status,
+/// the negative number of the signal that ended it, or unknownStatus when the program has
+/// ignored SIGCHLD or waited for all children itself. Sends nothing when the child could
+/// not be started; getError() has the reason. The message is queued. Lines that the process
+/// itself has written to pipes are sent before, unless the reader is paused, a receiver of
+/// a line is polling or a pipe holds more than 64 KB. Its own children may write later:
+/// they may keep a pipe open for any time, which delays the reader's "end".
 ///
 ///     fxProcess make({"make", "-k"});
 ///     fxConnect(make.exited(), [](int status) { report(status); });
@@ -89,18 +89,17 @@ public:
     const char* className() const override;
 
     bool isRunning() const;                   ///< Until "exited" is queued, or detach().
-    int getError() const { return error; }    ///< Why it could not be started; 0: it was.
+    int getError() const { return error; }    ///< The errno of a failed start; 0: none.
     pid_t getPid() const { return pid; }      ///< 0 when it could not be started.
     int getStatus() const { return status; }  ///< As "exited" sends it; before, unknownStatus.
-    /// The output "exited", which is looked up by its name. Where there is none of that
-    /// name and type, what is sent goes nowhere.
+    /// The output "exited", looked up by its name. Without an output of that name and type,
+    /// values are dropped.
     fxOutputView<int> exited();
 
     ///@{
-    /// Our ends of the pipes; null for a stream that is not piped. Views, as long as
-    /// the process object. Those of a process that could not be started lead nowhere,
-    /// and are not valid. Without finish() of its input a program that reads to the
-    /// end does not end.
+    /// Our ends of the pipes; null for a stream that is not piped. Views, as long as the
+    /// process object. Those of a process that could not be started are not valid. A
+    /// program that reads its input to the end does not end before input()->finish().
     fxLineWriter* input() const { return inputPipe.get(); }
     fxLineReader* output() const { return outputPipe.get(); }
     fxLineReader* errors() const { return errorPipe.get(); }
@@ -109,8 +108,8 @@ public:
     /// Sends the signal. False when the process is not running, or the system
     /// refuses.
     bool kill(int signal = 15);
-    /// Lets it run on when this object goes. It is not running for us any more and
-    /// "exited" is not sent; the loop still reaps it when it ends.
+    /// Keeps the process running when this object is destroyed. From now on isRunning() is
+    /// false and "exited" is not sent; the loop still reaps the process when it ends.
     void detach();
 
 private:

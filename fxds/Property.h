@@ -16,9 +16,9 @@ class fxStrArray;
 /// property of the matching kind and do not change it.
 class FX_API fxProperty : public fxRCObj {
 public:
-    typedef void Destructor(void*);  ///< What ends the life of an opaque pointer's target.
+    typedef void Destructor(void*);  ///< Destroys the target of an opaque pointer.
 
-    /// The tag of no name at all.
+    /// The tag that means no name.
     static constexpr unsigned short noTag = 65535;
 
     ///@{
@@ -32,8 +32,8 @@ public:
     fxProperty(unsigned short tag, char const* text, unsigned char owned);
     /// Keeps a copy of the string.
     fxProperty(unsigned short tag, fxStr const& value);
-    /// `destructor` is called on the pointer when the property lets go of it,
-    /// even if the pointer is null; it may be null itself.
+    /// `destructor` is called on the pointer when the property releases it, even if the
+    /// pointer is null; it may be null itself.
     fxProperty(unsigned short tag, void* pointer, Destructor* destructor);
     /// Shared. It may be null.
     fxProperty(unsigned short tag, fxObj* object);
@@ -50,16 +50,15 @@ public:
     fxProperty& operator=(const fxProperty&) = delete;
     ~fxProperty() override;
 
-    /// Gives `name` a new tag, even if it has one already (findTag() goes on
-    /// answering the first). Tags are never reused; the 65,536th is fatal.
+    /// Allocates a new tag for `name`, even if it has one already (findTag() still returns
+    /// the first). Tags are never reused; the 65,536th is fatal.
     static unsigned short allocNewTag(char const* name);
     /// The first tag of `name`, or 65535. Searches all names: keep the tag.
     static unsigned short findTag(char const* name);
     /// Makes the table of names if there is none. Start-up does, and
     /// allocNewTag() when it comes before.
     static void constructPropertyNames();
-    /// Forgets all names. Properties keep their tags, and tags go on from where
-    /// they were.
+    /// Forgets all names. Properties keep their tags, and the numbering of tags continues.
     static void destroyPropertyNames();
 
     /// The number that names the property; see findTag().
@@ -105,9 +104,9 @@ public:
     /// Requires: getKind() is fxDT_DataPtr.
     void setAsData(fxData* data);
 
-    /// Lets go of what the property owns or shares, and is null then; a value
-    /// that is neither (numbers, borrowed texts and pointers) stays. May be called
-    /// again; it then does nothing. Requires before getAsStr(): setAsStr().
+    /// Releases a value that the property owns or shares, and sets it to null; any other
+    /// value (numbers, borrowed texts and pointers) stays. May be called again; it then
+    /// does nothing. Requires before getAsStr(): setAsStr().
     void cleanup();
 
 private:

@@ -22,8 +22,8 @@ public:
     const char* className() const override;
 
     bool isValid() const { return fd >= 0; }  ///< Whether there is a descriptor.
-    /// The output "readable", which is looked up by its name. Where there is none of that
-    /// name and type, what is sent goes nowhere.
+    /// The output "readable", looked up by its name. Without an output of that name and
+    /// type, nothing is sent.
     fxOutputView<void> readable();
 
     /// Sends the message.

@@ -16,7 +16,7 @@ struct fxXdrStd;
 
 /// Shares a T, which counts its holders itself: an fxRCObj or anything that
 /// derives from it (objects, properties, events, streams), a boxed value
-/// (fxData), an input channel. The last holder to let go ends it.
+/// (fxData), an input channel. The last holder to release it destroys it.
 ///
 ///     fxRef<Song> song = fxMake<Song>("title");
 ///     list.append(song);        // a second holder
@@ -55,13 +55,13 @@ public:
         return *this;
     }
 
-    /// Lets go of the target. The reference is null before the target ends.
+    /// Releases the target. The reference is null before the target is destroyed.
     void reset() noexcept {
         T* const target = std::exchange(pointer, nullptr);
         if (target != nullptr) fxDetail::releaseNested(fxDetail::countedOf(target));
     }
-    /// Gives the target to the caller: it has one holder less and lives on, even if
-    /// there is none left. For functions that adopt what nothing holds.
+    /// Gives the target to the caller: it loses one holder and is not destroyed, even if
+    /// none is left. For functions that adopt an object without holders.
     [[nodiscard]] T* release() noexcept {
         T* const target = std::exchange(pointer, nullptr);
         if (target != nullptr) fxDetail::forget(*fxDetail::countedOf(target));
@@ -145,8 +145,8 @@ fxRef<T> fxMake(Arguments&&... arguments) {
 }
 
 ///@{
-/// The target as a class that derives from its own: unchecked, or null where it is
-/// of another class.
+/// The target as a class that derives from its own: unchecked, or null if it is of another
+/// class.
 template <class T, class U>
 fxRef<T> fxStaticRef(const fxRef<U>& ref) {
     return fxRef<T>(static_cast<T*>(ref.get()));

@@ -8,14 +8,14 @@
 
 #include "fxds/Config.h"
 
-/// A compiled expression: one malloc() block. The fields are for reading; a
-/// program that was written to is noticed and matches nothing.
+/// A compiled expression: one malloc() block. The fields are for reading; a modified
+/// program is detected and matches nothing.
 ///
 /// The program is a magic byte and then nodes: an opcode byte, two bytes with
 /// the distance to the next node (high byte first, 0 for none; backwards for a
 /// loop's way back) and an operand, which for text and sets is zero-terminated.
-/// What the matcher prepared for itself follows the program in the same block:
-/// at most 400 bytes for each byte of the program.
+/// The matcher's own data follows the program in the same block: at most 400 bytes for each
+/// byte of the program.
 struct fxregexp {
     ///@{
     /// Start and end of the last match and of its groups 1 to 9: views into the
@@ -25,23 +25,23 @@ struct fxregexp {
     ///@}
     char regstart;                ///< A byte that every match begins with, or 0.
     char reganch;                 ///< Not 0 when a match can only be at the very start.
-    unsigned short programSize_;  ///< In what would be padding: moves no other field.
+    unsigned short programSize_;  ///< In padding: moves no other field.
     char* regmust;                ///< Text that every match contains, in the program; or null.
     int regmlen;                  ///< Length of `regmust`.
-    char program[1];              ///< In truth as long as the nodes need.
+    char program[1];              ///< Actually as long as the nodes need.
 };
 
 /// Compiles `pattern`. Given: release it with free(). Returns null when the
 /// pattern is null or faulty, is too big (32767 bytes of program), or when
 /// memory runs out.
 ///
-/// Alternatives stand between `|` or newlines; they are sequences of pieces. A
-/// piece is an atom, or an atom and `*` (any number), `+` (at least one) or `?`
-/// (at most one). Atoms: a group in parentheses (nine at most), `.` (any
-/// character, newline too), `^` and `$` (start and end of the subject, wherever
-/// they stand), a set such as `[a-z_]` or its complement `[^a-z_]`, `\<` (start
-/// of a word), `\>` (no word character follows), a backslash and the character
-/// that it names, or a character that matches itself. Braces are ordinary.
+/// Alternatives are separated by `|` or newlines; they are sequences of pieces. A piece is
+/// an atom, or an atom and `*` (any number), `+` (at least one) or `?` (at most one).
+/// Atoms: a group in parentheses (nine at most), `.` (any character, newline too), `^` and
+/// `$` (start and end of the subject, anywhere in the pattern), a set such as `[a-z_]` or
+/// its complement `[^a-z_]`, `\<` (start of a word), `\>` (no word character follows), a
+/// backslash and the character that it names, or a character that matches itself. Braces
+/// are ordinary.
 ///
 /// What `*` and `+` repeat must not be able to match the empty text.
 FX_API fxregexp* fxregcomp(const char* pattern);
@@ -51,8 +51,8 @@ FX_API fxregexp* fxregcomp(const char* pattern);
 /// Requires: message not null.
 FX_API fxregexp* fxregcomp(const char* pattern, const char** message);
 
-/// As above. When null is returned, `*offset` is set to where in the pattern the fault
-/// is: the byte that cannot be there, what has no counterpart, or the end of a
+/// As above. When null is returned, `*offset` is set to the place of the fault in the
+/// pattern: a byte that is not allowed there, one without its counterpart, or the end of a
 /// pattern that is too big; otherwise it is set to 0.
 /// Requires: message and offset not null.
 FX_API fxregexp* fxregcomp(const char* pattern, const char** message, size_t* offset);

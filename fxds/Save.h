@@ -25,11 +25,10 @@
 // fxLoadOrMake() makes the object where there is no file yet. A path is text of any
 // kind or a std::filesystem::path.
 //
-// Both need fxInitializeToolkit(). A file holds one graph; what may follow it in
-// the file is not looked at.
+// Both need fxInitializeToolkit(). A file holds one graph; bytes behind it are ignored.
 
-/// The root of a graph that was loaded, or what is wrong with it. The root has
-/// this as its holder, if its class is counted, and is deleted otherwise.
+/// The root of a loaded graph, or the fault. It holds the root if its class is counted, and
+/// deletes it otherwise.
 template <class C>
 class fxLoaded {
 public:
@@ -58,7 +57,7 @@ public:
     }
 
     explicit operator bool() const { return root != nullptr; }  ///< Whether there is a root.
-    const fxStreamFault& fault() const { return fault_; }       ///< What is wrong, or nothing.
+    const fxStreamFault& fault() const { return fault_; }       ///< The fault, if any.
     C* get() const { return root; }                             ///< View; null without a root.
     C* operator->() const { return root; }                      ///< View.
     C& operator*() const { return *root; }                      ///< Requires: there is a root.
@@ -80,7 +79,7 @@ private:
     fxStreamFault fault_;
 };
 
-// What the templates below share.
+// Shared by the templates below.
 namespace fxDetail {
 
 typedef bool WriteRoot(fxTranscriber& writer, void* root);
@@ -109,16 +108,15 @@ fxLoaded<C> load(Source& source) {
 
 }  // namespace fxDetail
 
-/// Saves the graph that hangs on `root` in the file at `path`. The file has the
-/// old content or the whole new one, whatever happens: the bytes go to a new
-/// file in the same folder, whose name begins with ".saving-"; it is synced, takes
-/// the place of the file, and the folder is synced. What is at `path` must be a
-/// file that the caller may write to, a symbolic link to one, or nothing; the
-/// new file has the permission bits of the old one, and its owner where the
-/// system allows it. Other hard links keep the old content. The path is looked up
-/// once: neither an xdr() that changes the working folder nor a folder that gets
-/// another name meanwhile matters. What has come to the path in the meantime is
-/// replaced only if it is a file; a symbolic link is not followed then.
+/// Saves the graph of `root` in the file at `path`. The file has the old content or the
+/// whole new one, whatever happens: the bytes go to a new file in the same folder, whose
+/// name begins with ".saving-"; it is synced, takes the place of the file, and the folder
+/// is synced. At `path` there must be a file that the caller may write to, a symbolic link
+/// to one, or nothing; the new file has the permission bits of the old one, and its owner
+/// where the system allows it. Other hard links keep the old content. The path is looked up
+/// once: neither an xdr() that changes the working folder nor a folder that gets another
+/// name meanwhile matters. If something else is at the path by then, it is replaced only if
+/// it is a file; a symbolic link is not followed then.
 ///
 /// After a failure, and when an xdr() throws, the new file is removed, and the
 /// old one is as it was. Only when the folder cannot be synced is the new one in place

@@ -4,10 +4,9 @@
 
 #include "fxds/Obj.h"
 
-/// Owns a file descriptor and is called by the executive when it is ready.
-/// Derive, pass to the constructor what to wait for, and call serve(), which registers
-/// the handler with fx_theExecutive, for descriptors 0 to 16383. Forgotten, it is never
-/// called.
+/// Owns a file descriptor and is called by the executive when it is ready. Derive, pass to
+/// the constructor what to wait for, and call serve(), which registers the handler with
+/// fx_theExecutive, for descriptors 0 to 16383. Without serve() it is never called.
 ///
 /// Close the descriptor by destroying the handler. One that is closed otherwise
 /// is not served until its number is open again, perhaps as another file.
@@ -42,19 +41,19 @@ protected:
     explicit fxSelectHandler(int fd_ = -1, fxBool wantRead_ = 0, fxBool wantWrite_ = 0,
                              fxBool wantException_ = 0);
 
-    /// Registers the handler, for a constructor of a class that does so by itself.
-    /// A descriptor that the executive cannot serve is closed; getFd() is negative
-    /// then. Returns whether the handler is registered.
+    /// Registers the handler, for the constructor of a class that registers itself. A
+    /// descriptor that the executive cannot serve is closed; getFd() is negative then.
+    /// Returns whether the handler is registered.
     bool serve();
 
-    /// Sets what to wait for. Where the handler is registered for its descriptor, it
-    /// is registered again, so that the next poll() looks.
+    /// Sets what to wait for. A handler that is registered for its descriptor is registered
+    /// again, so that the next poll() reads the new values.
     void setWishes(bool read, bool write, bool exception = false);
 
     int fd;  ///< The descriptor, which the destructor closes unless it is negative.
     ///@{
-    /// What to wait for; see setWishes(). After writing to them register the handler
-    /// again: only then does the executive look.
+    /// What to wait for; see setWishes(). After writing to them register the handler again:
+    /// the executive reads them only then.
     unsigned char wantRead;
     unsigned char wantWrite;
     unsigned char wantException;

@@ -8,8 +8,8 @@
 /// Hands out unsigned numbers, each once, and lets numbers be reserved.
 /// Numbers are never given back.
 ///
-/// Cost: handing out is O(1) but for the closing of a gap, reserving is linear
-/// in the number of ranges.
+/// Cost: handing out is O(1) except for closing a gap, reserving is linear in
+/// the number of ranges.
 class FX_API fxSequencer : public fxRCObj {
 public:
     /// Nothing is taken yet: the first number will be 0.
@@ -31,7 +31,7 @@ public:
     /// happens when there are no two such ranges.
     void trymerge(unsigned int index);
 
-    fxSeqRangeArray ranges;  ///< What is taken, ascending by start.
+    fxSeqRangeArray ranges;  ///< The taken numbers, ascending by start.
 };
 
 #endif

@@ -31,13 +31,13 @@ public:
     using fxTypedArray::fxTypedArray;
 };
 
-/// Walks a set as fxDictIter walks a dictionary; all that is said there about
-/// order, removal and the end holds here.
+/// Walks a set as fxDictIter walks a dictionary; the same holds about order, removal and
+/// the end.
 class FX_API fxSetIter {
 public:
     /// Detached: done from the start.
     fxSetIter() : set(nullptr), bucketIndex(0), moved(0), node(nullptr) {}
-    /// Stands on the first element; borrowed only while it walks.
+    /// Begins at the first element. The set is borrowed while it walks.
     explicit fxSetIter(fxSet& elements);
     fxSetIter(const fxSetIter& other);
     virtual ~fxSetIter();
@@ -84,16 +84,15 @@ public:
     fxSetBucket* node;         ///< Null at the end.
 };
 
-/// A hash set whose keys are blocks of a fixed size. It is made
-/// like fxDictionary: read there about chains, costs, views and callbacks. The
-/// hooks treat a key as plain bytes, so a set of plain records needs only
-/// xdrKey() and a destructor that calls cleanup(). For keys of a C++ type take
+/// A hash set whose keys are blocks of a fixed size. See fxDictionary for chains, costs,
+/// views and callbacks. The hooks treat a key as plain bytes, so a set of plain records
+/// needs only xdrKey() and a destructor that calls cleanup(). For keys of a C++ type use
 /// fxTypedSet; fxStrSet is the set of strings.
 ///
-/// Cost: the hash of these hooks sees whole words of 8 bytes. Keys that are
-/// shorter, or alike in their words, have one hash and are all in one chain:
-/// finding one among n takes time in proportion to n. For many such keys have
-/// all bytes looked at, which leaves the chains as they are:
+/// Cost: the hash of these hooks uses whole words of 8 bytes. Keys that are shorter, or
+/// alike in their words, have one hash and are all in one chain: finding one among n takes
+/// time in proportion to n. For many such keys use a fingerprint of all bytes, which does
+/// not change the chains:
 ///
 ///     unsigned long fingerprintKey(const void* key, unsigned long) const override {
 ///         return fxFingerprint(key, keySize);
@@ -116,8 +115,7 @@ public:
     void operator=(const fxSet& other);
     /// Takes over the entries, in their order, and leaves `source` without any; its
     /// iterators end. While a hook of `source` runs the entries are copied instead,
-    /// which may throw. There is no assignment of that kind: it would look like the
-    /// one above.
+    /// which may throw. There is no move assignment: it would look like the one above.
     fxSet(fxSet&& source);  // NOLINT(performance-noexcept-move-constructor)
     /// Cannot reach the hooks: a subclass calls cleanup() in its destructor.
     ~fxSet() override;
@@ -139,8 +137,8 @@ public:
     void remove(const void* key);
 
     ///@{
-    /// Union, intersection and difference in place. Iterators that stand on an
-    /// element which goes are moved on. `other` may be this set.
+    /// Union, intersection and difference in place. Iterators at an element that is removed
+    /// move on. `other` may be this set.
     /// Requires: equal key sizes and hooks.
     void operator|=(const fxSet& other);
     void operator&=(const fxSet& other);
@@ -200,9 +198,9 @@ protected:
     /// The entry of the key: its block. A new one is raw, and the caller makes it whole
     /// before anything else happens. Requires: fxTypedKeys::mayEnter()
     void* enter(const void* key, bool& isNew);
-    /// For a constructor that has added something, or lets another base of its class
-    /// do that: how to search is not settled yet, as a class that derives from this one
-    /// may override hooks.
+    /// For a constructor that has added elements, or has another base that does so: the
+    /// search function is not final yet, because a class that derives from this one may
+    /// override hooks.
     void forgetFinder() { extra.forgetFinder(); }
 
     fxSetBuckets buckets;  ///< The first node of each chain, or null.
@@ -224,10 +222,10 @@ private:
     mutable fxHashExtra<fxSet, fxSetBucket> extra;
 };
 
-/// The result type of the set operators that make a new set: a set of plain
-/// bytes. It copies the bytes of the elements and compares them; it
-/// neither makes nor ends what they refer to. So only sets of plain records go
-/// through it. It cannot be transcribed, unless it is empty.
+/// The result type of the set operators that make a new set: a set of plain bytes. It
+/// copies the bytes of the elements and compares them; it neither copies nor destroys what
+/// they refer to, so it is only for sets of plain records. It cannot be transcribed, unless
+/// it is empty.
 class FX_API fxTmpSet : public fxSet {
 public:
     fxTmpSet(const fxSet& source);  ///< A copy of the elements' bytes.

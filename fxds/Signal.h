@@ -15,12 +15,12 @@
 /// one message. A poll() whose wait a signal ends calls no handlers; the message
 /// comes with the next one. System calls elsewhere are restarted.
 ///
-/// The signal has this library's handler as long as there are objects for it, as
-/// many as there may be; each sends. When the last of them goes, the disposition
-/// from before the first comes back, unless the program has installed another one
-/// meanwhile. The descriptor through which signal handlers reach the loop is shared
-/// by all objects and stays open. A child made by fork() has the handler too, and its
-/// signals do nothing unless it polls in the parent's place; exec() takes it away.
+/// The library's handler is installed while objects for the signal exist; each of them
+/// sends. When the last one is destroyed, the disposition from before the first is
+/// restored, unless the program has installed another one meanwhile. The descriptor through
+/// which signal handlers reach the loop is shared by all objects and stays open. A child
+/// made by fork() has the handler too, and its signals do nothing unless it polls in the
+/// parent's place; exec() removes it.
 class FX_API fxSignal : public fxObj {
 public:
     /// Registers with fx_theExecutive and makes it when there is none yet. An object
@@ -36,8 +36,8 @@ public:
 
     bool isValid() const { return valid; }    ///< Whether the signal is caught.
     int getNumber() const { return number; }  ///< As it was given.
-    /// The output "signal", which is looked up by its name. Where there is none of that
-    /// name and type, what is sent goes nowhere.
+    /// The output "signal", looked up by its name. Without an output of that name and type,
+    /// values are dropped.
     fxOutputView<int> signal();
 
 private:

@@ -61,7 +61,7 @@ private:
 public:
     char* next;                    ///< Where the next byte goes.
     char* end;                     ///< One past the last usable byte.
-    char* base;                    ///< `buffer`, or a block of ours.
+    char* base;                    ///< `buffer`, or an owned block.
     unsigned int growthIncrement;  ///< Least number of bytes that a growth adds; 0 is taken as 1.
 };
 

@@ -12,9 +12,9 @@
 /// without a FILE, and those against its type, answer false. An interrupted
 /// system call is no failure: the operation goes on.
 ///
-/// What is written to a file waits in the FILE's buffer, so that success of an
-/// operation does not mean that the disk took the bytes. Ask flush() or close().
-/// A pipe, a socket and a terminal get every operation's bytes at once.
+/// Written bytes wait in the FILE's buffer, so that success of an operation
+/// does not mean that they are on the disk: check flush() or close(). A pipe, a
+/// socket and a terminal get every operation's bytes at once.
 class FX_API fxStdioStream : public fxTypedStream<fxStdioStream> {
 public:
     /// Opens the file at `path`. One that is to be written and does not exist
@@ -36,9 +36,9 @@ public:
     bool isWriting() override;
     fxStreamType getType() override;
 
-    /// What the buffer of a stream has that is only read and made its FILE
-    /// itself; empty for any other, and for a class that derives from this one,
-    /// whose bytes may be others.
+    /// The buffered bytes of a stream that is only read and made its FILE
+    /// itself; empty for any other, and for a derived class, which may have
+    /// other bytes.
     const fxStreamWindow& window() override;
 
     /// Hands everything written so far to the system. False when that failed,

@@ -27,8 +27,8 @@ class fxStrArray;
 class fxTranscriber;
 class fxTypeObj;
 
-/// A byte string with a terminating zero, copied by value. It may contain zero
-/// bytes; what works on zero-terminated text (ordering, `<<`) says so.
+/// A byte string with a terminating zero, copied by value. It may contain zero bytes;
+/// operations on zero-terminated text (ordering, `<<`) are marked so.
 ///
 /// Positions and counts are in bytes of text and start at 0. Ranges must lie
 /// within the text: only checked builds test them. A source pointer may lie in
@@ -124,7 +124,7 @@ public:
     operator std::string_view() const { return view(); }
     ///@}
     std::string toStdString() const { return std::string(view()); }  ///< A copy, zero bytes too.
-    /// Not a question: the pointer is never null.
+    /// Refused: the pointer is never null.
     explicit operator bool() const = delete;  // always true: ask isEmpty()
 
     char& front() { return (*this)[0]; }                ///< Requires: not isEmpty().
@@ -232,9 +232,9 @@ public:
     /// Makes the text exactly `n` bytes long. New bytes are zero, whatever `fill`:
     /// part of the contract.
     void resize(unsigned int n, unsigned char fill = 0);
-    /// Enlarges the block of a non-empty string to hold `n` bytes of text, so that the
-    /// text reaches that length without another block. Assignment from a longer text,
-    /// format() and reading end that.
+    /// Enlarges the block of a non-empty string to hold `n` bytes of text, so that the text
+    /// reaches that length without another block. Assignment from a longer text, format()
+    /// and reading cancel that.
     void setMaxLength(unsigned int n);
     void lower();  ///< As tolower() of the C locale in force, byte by byte.
     void raise();  ///< As toupper(), likewise.
@@ -377,10 +377,10 @@ public:
     static void deleteInstance(void* str);
     fxTypeObj* getTypeObj() const;
 
-    /// Writes the string, or replaces it with the one that is read. The text
-    /// travels after the caller has returned: until the graph is complete, a
-    /// written string must not change or die, and a string being read is empty.
-    /// Returns 0 when a step failed; a string that was being read is then empty.
+    /// Writes the string, or replaces it with the one that is read. The text is transcribed
+    /// after the caller has returned: until the graph is complete, a written string must
+    /// not change or be destroyed, and a string being read is empty. Returns 0 when a step
+    /// failed; a string that was being read is then empty.
     fxBool xdr(fxTranscriber& transcriber);
     static fxBool xdr(void* str, fxTranscriber& transcriber);
 
@@ -394,7 +394,7 @@ private:
     void dropBlock() {
         if (ownsBlock()) std::free(data);
     }
-    // What roomNote says: the key of the address and the length that it was made for
+    // The content of roomNote: the key of the address and the length that it was made for
     // in the upper bits, a size of five significant bits in the lower ones.
     static constexpr unsigned int sizeBits = 10;
     static constexpr unsigned int mantissaBits = 5;
@@ -403,7 +403,7 @@ private:
         const auto address = static_cast<unsigned int>(reinterpret_cast<uintptr_t>(data) >> 4);
         return (address << sizeBits) + slength * noteStep;
     }
-    // A number of bytes that the block surely has; 0 when nothing is noted.
+    // A lower bound of the block's size; 0 when none is noted.
     size_t knownRoom() const {
         const unsigned int size = roomNote - noteKey();
         if (size >> sizeBits != 0) return 0;

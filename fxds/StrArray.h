@@ -12,8 +12,8 @@ extern FX_API fxTypeObj fxStrArray_type;
 /// zero byte. qsort() places texts as fxArray::qsort() does, each of them a
 /// string of its own.
 ///
-/// While a reader runs, the texts are yet to come: an array that xdr() has read
-/// must not be changed before the reader's readObject() returns. For the same
+/// While a reader runs, the texts arrive later: an array that xdr() has read must not be
+/// changed before the reader's readObject() returns. For the same
 /// reason xdr() drops, without freeing them, a block that holds strings when it
 /// starts to read: a text may still be on its way there. Read into empty arrays.
 class FX_API fxStrArray

@@ -7,7 +7,7 @@
 
 extern FX_API fxTypeObj fxStrSet_type;
 
-/// A set of texts, which are equal when compare() says so.
+/// A set of texts, which are equal when compare() returns 0.
 ///
 ///     fxStrSet names;
 ///     names.add("left");

@@ -7,21 +7,21 @@
 
 #include "fxds/RCObj.h"
 
-/// Bytes that a stream has at hand, in a buffer of its own: [*next, *end) are
-/// the next ones. Whoever takes some moves `*next`, and the stream goes on from
-/// there. Any operation of the stream may change both.
+/// The bytes in a stream's own buffer: [*next, *end) are the next ones. Code
+/// that takes some advances `*next`, and the stream continues from there. Any
+/// operation of the stream may change both.
 struct fxStreamWindow {
     /// Number of bytes at hand.
     size_t size() const { return static_cast<size_t>(*end - *next); }
 
-    char** next = &nothing;  ///< Where the pointer to the next byte is.
-    char** end = &nothing;   ///< Where the pointer behind the last one is.
+    char** next = &nothing;  ///< Address of the pointer to the next byte.
+    char** end = &nothing;   ///< Address of the pointer behind the last one.
 
 private:
     inline static char* nothing = nullptr;
 };
 
-/// The next `count` bytes of a window, as far as it still has them.
+/// The next `count` bytes of a window, as far as it has them.
 struct fxReadyBytes {
     /// Takes `byteCount` bytes, or takes none and returns false.
     bool take(void* bytes, size_t byteCount) {
@@ -39,15 +39,15 @@ struct fxReadyBytes {
 
 /// Moves elements in the machine's own byte order and representation; it
 /// converts nothing. Each operation takes a pointer to `count` elements and
-/// answers true only when every one of them was moved; after a false answer
+/// returns true only when every one of them was moved; after a false result
 /// the contents of a buffer that was read into are unspecified.
 ///
 /// A stream starts with no holder. A transcriber holds the stream it is made
-/// on, so a stream without another holder dies with its transcriber. A stream
-/// on the stack must be taken (take()) before it is given to one.
+/// on, so a stream without another holder is deleted with its transcriber. A
+/// stream on the stack must be taken (take()) before it is given to one.
 class FX_API fxStream : public fxRCObj {
 public:
-    /// Which way a stream goes.
+    /// The direction of a stream.
     enum fxStreamType { fxStreamRead = 0, fxStreamWrite = 1, fxStreamReadWrite = 2 };
 
     fxStream() = default;
@@ -59,7 +59,7 @@ public:
     virtual bool atEOF() = 0;            ///< Whether the end is known to be reached.
     virtual bool isReading() = 0;        ///< Whether the stream may be read from.
     virtual bool isWriting() = 0;        ///< Whether the stream may be written to.
-    virtual fxStreamType getType() = 0;  ///< Which way it goes, also when it could not be opened.
+    virtual fxStreamType getType() = 0;  ///< Its direction, also when it could not be opened.
 
     ///@{
     /// Takes the next `count` elements. False when the stream ends or fails
@@ -83,9 +83,8 @@ public:
     virtual bool putDoubles(const double* doubles, unsigned int count) = 0;
     ///@}
 
-    /// Where a reader that takes many small pieces finds the bytes that it need
-    /// not ask for one by one; a view, good as long as the stream. This one is
-    /// always empty.
+    /// The buffered bytes, for readers that take many small pieces; a view,
+    /// good as long as the stream. This one is always empty.
     virtual const fxStreamWindow& window();
 };
 

@@ -57,7 +57,7 @@ private:
     char buffer[inlineBytes];
 
 public:
-    char* data;            ///< `buffer`, or a block of ours. Read only for others.
+    char* data;            ///< `buffer`, or an owned block. Read only for others.
     unsigned int slength;  ///< Bytes in use, the terminating zero included.
 };
 

@@ -1,4 +1,4 @@
-// How strings compare with texts of any kind, are joined, and go through the
+// Comparison of strings with texts of any kind, concatenation, and the
 // standard's streams. Str.h includes this.
 #ifndef FXDS_TEXTOPERATORS_H
 #define FXDS_TEXTOPERATORS_H
@@ -141,7 +141,7 @@ FX_API std::istream& operator>>(std::istream& in, fxStr& str);
 /// do. Also as a manipulator: `in >> _delimiter(',') >> item`.
 FX_API std::istream& _delimiter(std::istream& in, char c);
 
-/// What `in >> _delimiter(c)` hands over.
+/// The argument of `in >> _delimiter(c)`.
 struct fxDelimiter {
     char c;  ///< The byte that ends an item.
 };

@@ -1,4 +1,4 @@
-// What can be searched for in a text.
+// The interface of the patterns that texts are searched for.
 #ifndef FXDS_TEXTPATTERN_H
 #define FXDS_TEXTPATTERN_H
 
@@ -18,8 +18,9 @@ public:
     /// a negative number when there is none.
     virtual int findBuffer(const char* buf, unsigned int len) const = 0;
 
-    /// Returns where the first occurrence ends, or 0 when there is none: use one
-    /// of the other two to tell that from an empty occurrence at the start.
+    /// Returns where the first occurrence ends, or 0 when there is none: use
+    /// one of the other two to distinguish that from an empty occurrence at the
+    /// start.
     virtual int findEndBuffer(const char* buf, unsigned int len) const = 0;
 
     /// Sets both ends of the first occurrence: `start` as findBuffer() returns

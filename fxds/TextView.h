@@ -7,10 +7,9 @@
 
 #include "fxds/TempStr.h"
 
-/// What functions take that only read a text: an fxStr, a concatenation, a
-/// std::string or a view with all of their bytes, zero-terminated text (null is the
-/// empty text), or one char. Nothing is copied: it is good until the end of
-/// the call.
+/// The parameter of functions that only read a text: an fxStr, a concatenation, a
+/// std::string or a view with all of their bytes, zero-terminated text (null is the empty
+/// text), or one char. Nothing is copied: it is good until the end of the call.
 class fxTextView : public std::string_view {
 public:
     ///@{

@@ -8,8 +8,7 @@
 /// Sends a void message on its output "tick" some seconds after it was
 /// started: once, or again and again.
 ///
-/// What counts is the time that fxExec::poll() waits in select(), and nothing
-/// else:
+/// Only the time that fxExec::poll() waits in select() counts:
 ///  - Timers run only while the loop does and a select handler is registered (an
 ///    fxWakeup will do).
 ///  - Time spent in handlers, ticks and receivers does not count. The timers of a
@@ -17,10 +16,10 @@
 ///  - Time counts in hundredths of a second. A wait that nothing interrupts ends
 ///    with the exact time of the timer that is due; a wait that a descriptor ends
 ///    counts as 0, 10, 20 ... ms.
-///  - What is left is a float, from which each turn of the loop takes its time.
-///    Where every turn takes 10 ms, an hour ends 0.1 % wrong, a day 2 %, 72 hours
-///    13 %, and what is longer than 72.8 hours never ends. An idle loop, which
-///    waits for its timers alone, is exact.
+///  - The remaining time is a float, from which each turn of the loop is subtracted.
+///    If every turn takes 10 ms, an hour ends 0.1 % wrong, a day 2 %, 72 hours 13 %,
+///    and more than 72.8 hours never end. An idle loop, which waits for its timers
+///    alone, is exact.
 ///
 /// So timers are good for short intervals that may be late: blinking, retrying,
 /// polling. For long or exact ones there is fxClockTimer (Clock.h).
@@ -104,8 +103,8 @@ private:
     fxTimer* unlink();
     bool withdraw();
 
-    Chunk* chunk;             // where the list has this timer; null when it has not
-    unsigned long startedIn;  // number of the pass to wait for the end of; 0: none
+    Chunk* chunk;             // contains this timer; null when it is not listed
+    unsigned long startedIn;  // number of the pass whose end it waits for; 0: none
 
     static fxWalkList<Pass> passes;
 };

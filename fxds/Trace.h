@@ -12,9 +12,9 @@
 /// time. Off, it costs a branch. Each line is "fxds", its kind and what
 /// happened; docs/debugging.md describes them all.
 ///
-/// Objects are called by their class (by what the compiler calls it when it has
-/// no className() of its own) and a number, as in "Counter#2": the second
-/// Counter that a line named since tracing began.
+/// Objects are shown by their class (by the compiler's name for it when it has no
+/// className() of its own) and a number, as in "Counter#2": the second Counter that a line
+/// named since tracing began.
 class FX_API fxTrace {
 public:
     /// Kinds of lines, to be combined with |.
@@ -47,8 +47,8 @@ public:
     /// Whether any of the kinds is traced.
     static bool isOn(unsigned int kinds) { return (fx_traceKinds & kinds) != 0; }
 
-    /// Sends all lines to `sink` with `closure`, both borrowed; null brings
-    /// back standard error, where each line is written at once and in one piece.
+    /// Sends all lines to `sink` with `closure`, both borrowed; null restores standard
+    /// error, where each line is written at once and in one piece.
     static void setSink(Sink* sink, void* closure);
 };
 

@@ -17,23 +17,22 @@ class fxXDRObj;
 
 /// Moves values between memory and a stream. One routine per class serves both
 /// directions: it hands each field to xdr() and asks isReading() where the
-/// directions differ. Every operation answers false at the first failure. The
+/// directions differ. Every operation returns false at the first failure. The
 /// helpers of Xdr.h are the convenient way to call the operations.
 ///
 ///     fxTranscriber* writer = fxTranscriber::getWriter(stream);
 ///     writer->writeObject(address, object);   // the object and all it points to
 ///     delete writer;                          // and with it the stream
 ///
-/// **Lifetime.** A writer writes what pointers lead to after the call that was
-/// handed the pointer: everything that it is given stays where it is, unchanged,
-/// until writeObject() returns. It identifies what it has written by its address:
-/// an object lives until the writer is reset, forgets it or is destroyed, because another
-/// one at the same address would be taken for it. A reader fills a place when the object around it
-/// has been read and what the place leads to has arrived, and a place outside of
-/// objects when the graph is complete: every place that it is given stays where
-/// it is until readObject() returns (but see placesMoved() and attempt()). So
-/// while a class's xdr() runs in a reader, its pointers and texts are not there
-/// yet.
+/// **Lifetime.** A writer writes the target of a pointer after the call that was given the
+/// pointer: everything that it is given must stay in place, unchanged, until writeObject()
+/// returns. It identifies written objects by their addresses: an object must exist until
+/// the writer is reset, forgets it or is destroyed, because another one at the same address
+/// would be taken for it. A reader fills a place when the object around it has been read
+/// and the target has arrived, and a place outside of objects when the graph is complete:
+/// every place must stay where it is until readObject() returns (but see placesMoved() and
+/// attempt()). So while a class's xdr() runs in a reader, its pointers and texts are not
+/// set yet.
 class FX_API fxTranscriber : public fxRCObj {
 public:
     /// Makes a reader for a stream whose header named it: the stream, the
@@ -41,7 +40,7 @@ public:
     typedef fxTranscriber* ReaderFactory(fxStream*, short, long, const char*);
     /// Makes a writer on a stream, without writing anything.
     typedef fxTranscriber* WriterFactory(fxStream*);
-    /// Takes a hold on what a pointer field leads to.
+    /// Takes a hold on the target of a pointer field.
     typedef void TakeHold(void* target);
 
     fxTranscriber(const fxTranscriber&) = delete;
@@ -68,11 +67,11 @@ public:
     ///@}
 
     ///@{
-    /// Pointers to separately allocated arrays of `count` values. A reader
-    /// allocates them with malloc() and gives them to the holder of the pointer.
-    /// Pointers that were equal when they were written are equal when they are
-    /// read: holders that share a block agree on who frees it. A null pointer can
-    /// be written but not read back; fxXdrBlock() and fxXdrString() deal with it.
+    /// Pointers to separately allocated arrays of `count` values. A reader allocates them
+    /// with malloc() and gives them to the holder of the pointer. Pointers that were equal
+    /// when they were written are equal when they are read: holders that share a block must
+    /// agree on freeing it once. A null pointer can be written but not read back;
+    /// fxXdrBlock() and fxXdrString() handle it.
     virtual bool xdr(char**, unsigned int count) = 0;
     virtual bool xdr(unsigned char**, unsigned int count) = 0;
     virtual bool xdr(short**, unsigned int count) = 0;
@@ -89,14 +88,13 @@ public:
     virtual bool xdr(unsigned char**) = 0;
     ///@}
 
-    /// A reference to an object. `slot` is the address of the pointer field,
-    /// `owner` the object that holds it (may be null), `declared` the record of
-    /// the class that the field is declared with. `object` is the object that
-    /// the field leads to and `address` the pointer that its record's functions
-    /// take, which is a pointer to its most derived class; both are null for a
-    /// null pointer, and `object` alone for an object that is no fxXDRObj, whose
-    /// record is then `declared`. A reader ignores them, and stores a pointer to
-    /// the declared class.
+    /// A reference to an object. `slot` is the address of the pointer field, `owner` the
+    /// object that contains it (may be null), `declared` the record of the class that the
+    /// field is declared with. `object` is the target of the field and `address` the
+    /// pointer that its record's functions take, which is a pointer to its most derived
+    /// class; both are null for a null pointer, and `object` alone for an object that is no
+    /// fxXDRObj, whose record is then `declared`. A reader ignores them, and stores a
+    /// pointer to the declared class.
     virtual bool xdr(void* slot, fxXDRObj* owner, fxTypeObj& declared, fxXDRObj* object,
                      void* address) = 0;
 
@@ -113,10 +111,10 @@ public:
     /// released again and no place has been filled.
     virtual void* readObject(fxTypeObj& expected) = 0;
 
-    /// Writes the graph that hangs on the object. `address` is the pointer
-    /// that the record's functions take, `object` supplies the record and may
-    /// stand for an object that is no fxXDRObj. False when either is null, when
-    /// an object's transcription failed, or when the stream did.
+    /// Writes the graph of the object. `address` is the pointer that the record's functions
+    /// take; `object` supplies the record and may represent an object that is no fxXDRObj.
+    /// False when either is null, when an object's transcription failed, or when the stream
+    /// did.
     virtual bool writeObject(void* address, fxXDRObj* object) = 0;
 
     virtual const char* className() const = 0;  ///< The name of the class, for people.
@@ -134,34 +132,34 @@ public:
     virtual bool xdr(unsigned int**, unsigned int count);
     ///@}
 
-    /// As reset(), but for the types, which need not be written again. For graphs on one
-    /// stream that have nothing in common: the writer forgets after each what it has
-    /// written, which may then go, and the reader what it has read. This one resets.
+    /// Like reset(), but keeps the types, which need not be written again. For graphs on
+    /// one stream that have nothing in common: after each one the writer forgets the
+    /// objects that it has written, which may then be destroyed, and the reader those that
+    /// it has read. This one resets.
     virtual void forgetObjects();
 
-    /// Whether a container that reads elements may ask for them in pieces, so
-    /// that its memory grows with what has arrived. Of any other transcriber all
-    /// elements are asked for in one call of the operation for their type.
+    /// Whether a container that reads elements may request them in pieces, so that its
+    /// memory grows with the bytes that have arrived. From any other transcriber all
+    /// elements are requested in one call of the operation for their type.
     virtual bool readsInPieces() const;
 
-    /// Tells a reader that the places that it was given since the attempt()
-    /// under way began, as far as they lie in the `byteCount` bytes at `from`,
-    /// are now at `to`. So a container of pointers, or of what holds pointers,
-    /// may grow while it is read. Transcribers that fill places at once, and
-    /// writers, do nothing here.
+    /// Informs a reader that the places given since the current attempt() began, as far as
+    /// they lie in the `byteCount` bytes at `from`, are now at `to`. So a container of
+    /// pointers, or of elements with pointers, may grow while it is read. Transcribers that
+    /// fill places at once, and writers, do nothing here.
     virtual void placesMoved(const void* from, size_t byteCount, void* to);
 
-    /// Runs `read()`, a part of a reading that either succeeds or is given up,
-    /// and returns its result. When that is false, or an exception leaves it, the
-    /// places that were given meanwhile are forgotten: they stay empty and may
-    /// go. All containers read like this.
+    /// Runs `read()`, a part of a reading that either succeeds or is abandoned, and returns
+    /// its result. When that is false, or an exception leaves it, the places that were
+    /// given meanwhile are forgotten: they stay empty and may cease to exist. All
+    /// containers read like this.
     template <class Read>
     bool attempt(Read read) {
         Attempt under(*this);
         return under.succeeded = read();
     }
 
-    /// What a reader asks of a kind of containers.
+    /// The functions of a kind of containers that a reader calls.
     struct Container {
         /// A number that changes when the container gives up or moves its elements,
         /// or has more or fewer of them.
@@ -170,11 +168,10 @@ public:
         /// just texts or pointers.
         void (*empty)(void* container);
     };
-    /// Does the same for a container. When the xdr() of the object around it has
-    /// returned, and before it fills the places that were given meanwhile, a reader
-    /// asks whether the container has changed, and refuses that: there may be nothing
-    /// left to fill. When the object makes do without them, it empties the container, if
-    /// it can.
+    /// Does the same for a container. When the xdr() of the object around it has returned,
+    /// and before the places given meanwhile are filled, a reader checks whether the
+    /// container has changed, and refuses that: the places may be gone. When the object
+    /// recovers without them, it empties the container, if it can.
     template <class Read>
     bool attempt(void* container, const Container& kind, Read read) {
         const size_t before = placesNoted();
@@ -182,54 +179,54 @@ public:
         if (isRead && placesNoted() > before) placesLieIn(container, kind, before);
         return isRead;
     }
-    /// Tells a reader that all places but the oldest `before` lie in the container; see
+    /// Informs a reader that all places but the oldest `before` lie in the container; see
     /// attempt(). `kind` is borrowed for good. The same exemption as for placesMoved().
     virtual void placesLieIn(void* container, const Container& kind, size_t before);
-    /// What a print may be made of: the address of the elements and their number.
+    /// A possible print: from the address of the elements and their number.
     static size_t printOf(const void* elements, size_t count) {
         return (reinterpret_cast<size_t>(elements) * 31 + count) * 0x9E3779B97F4A7C15U;
     }
 
     ///@{
-    /// How many places a reader is to fill in later, and to forget all but the
-    /// oldest `count` of them. The same exemption as for placesMoved().
+    /// The number of places that a reader fills later; forgets all but the oldest `count`
+    /// of them. The same exemption as for placesMoved().
     virtual size_t placesNoted() const;
     virtual void forgetPlaces(size_t count);
     ///@}
 
-    /// Tells that the pointer field at `slot`, with which an operation is called
-    /// next, is to be the only owner of what it gets: of a block of its own, which
-    /// is written anew for each such field, or of an object that no other such
-    /// field gets. Null ends this. See fxXdrOwning.
+    /// Makes the pointer field at `slot`, with which an operation is called next, the only
+    /// owner of its target: of a separate block, which is written anew for each such field,
+    /// or of an object that no other such field gets. Null ends this. See fxXdrOwning.
     virtual void setOwner(const void* slot);
 
-    /// Tells that the pointer field at `slot`, with which the operation for objects is
-    /// called next, holds what it gets. A reader that fills it later calls hold()
-    /// with what is in it when the graph has succeeded, before any xdrSuccess(). What
-    /// is there when the operation returns is for the caller to take. See fxRef.
+    /// Makes the pointer field at `slot`, with which the operation for objects is called
+    /// next, a holder of its target. A reader that fills it later calls hold() with the
+    /// target when the graph has succeeded, before any xdrSuccess(). A target that is set
+    /// when the operation returns is for the caller to take. See fxRef.
     virtual void setHolder(const void* slot, TakeHold* hold);
 
-    /// Asks for that many chains of a hash container, of which a stream says only how
-    /// many there are; a negative number earns them by entries that have passed. The
-    /// binary transcribers refuse more than 2^24 in a stream beyond 256 in each
-    /// container and 16 for each entry: a reader, for their memory and the time of
-    /// walking them; and a writer, so that what it writes can be read back.
+    /// Requests that many chains for a hash container, whose number is only a claim of the
+    /// stream; a negative number increases the allowance by that of entries that have
+    /// passed. The binary transcribers refuse more than 2^24 in a stream beyond 256 in each
+    /// container and 16 for each entry: a reader, for their memory and the time of walking
+    /// them; and a writer, so that its streams can be read back.
     virtual bool claimChains(long chains);
 
-    /// Tells a reader that the number was read as the count of a block: it is set to
-    /// 0 when the object that holds it makes do without what was not read.
+    /// Informs a reader that the number was read as the count of a block: it is set to 0
+    /// when the object that contains it recovers without the block.
     virtual void countsBlock(unsigned int& count);
 
     ///@{
-    /// Tells a writer that the object at the address is transcribed as a field of
-    /// another one, and asks it whether one was. A pointer to such an object
-    /// would lead to another one when it is read. False when there is one already.
+    /// embeds() informs a writer that the object at the address is transcribed as a field
+    /// of another one; isEmbedded() returns whether one was. When it is read, a pointer to
+    /// such an object would lead to another one: embeds() returns false when there is such
+    /// a pointer already.
     virtual bool embeds(const void* object);
     virtual bool isEmbedded(const void* object) const;
     ///@}
 
-    /// Reads a number, if the stream has it at hand just as this machine stores
-    /// it. Otherwise nothing happens, and xdr() is to be called.
+    /// Reads a number, if the stream has it buffered just as this machine stores it.
+    /// Otherwise nothing happens, and xdr() must be called.
     template <class T>
     bool takeReady(T& number) {
         return ready != nullptr && ready->take(&number, sizeof number);
@@ -242,42 +239,42 @@ public:
 
     ///@{
     /// Reads a pointer to an object, which is null, or a string, which is empty, with its
-    /// length, if the stream has the records at hand. Otherwise nothing happens, and
-    /// xdr() is to be called.
+    /// length, if the stream has the records buffered. Otherwise nothing happens, and xdr()
+    /// must be called.
     bool takeReadyPointer(void* slot, const fxTypeObj& declared) {
         return ready != nullptr && ready->takePointer(slot, declared);
     }
     bool takeReadyText(fxStr& string) { return ready != nullptr && ready->takeText(&string); }
     ///@}
 
-    /// How fxStr transcribes its text, which has `byteCount` bytes with the
-    /// terminator, more than 1; `*text` is the field that leads to it. This one
-    /// answers xdr(text, byteCount). A reader that fills places in later leaves
-    /// `*text` alone, makes for each string a block of its own and hands it over
-    /// with fxStr::adopt(); until then the string is empty.
+    /// Transcribes the text of an fxStr, which has `byteCount` bytes with the terminator,
+    /// more than 1; `*text` is the field that points to it. This one returns xdr(text,
+    /// byteCount). A reader that fills places later does not touch `*text`, makes a
+    /// separate block for each string and passes it to fxStr::adopt(); until then the
+    /// string is empty.
     virtual bool xdrText(fxStr& string, char** text, unsigned int byteCount);
 
-    /// Ends the transcription of the object at `address`, which `succeeded` or
-    /// not: the last thing that a record's function does. After a failure the
-    /// answer is that of the object's xdrFail(), but for an object that another one
-    /// inherits or holds as a field: such a one is asked, too, with its own address,
-    /// but the answer is 0, because the other one lacks some of its fields then. A
-    /// part that has no fxXDRObj of its own is not asked; the object is. After a
-    /// success it is 1, and the object's xdrSuccess() is called: at once by this one and by a
-    /// writer, by a reader when readObject() has filled every place, in the order in which the
-    /// objects were made. xdrSuccess() is where a class takes its counted references; it must not
-    /// destroy an object of the graph, nor throw: its objects could not be released then. A reader
-    /// does not call it for what an object holds that makes do after a failure, nor for what is
-    /// given up.
+    /// Ends the transcription of the object at `address`, which `succeeded` or not: the
+    /// last call of a record's function. After a failure it returns the result of the
+    /// object's xdrFail(), except for an object that another one inherits or has as a
+    /// field: its xdrFail() is called, too, with its own address, but the result is 0,
+    /// because the other one lacks some of its fields then. For a part that has no fxXDRObj
+    /// of its own, that of the object is called. After a success it returns 1, and the
+    /// object's xdrSuccess() is called: at once by this one and by a writer, by a reader
+    /// when readObject() has filled every place, in the order in which the objects were
+    /// made. xdrSuccess() is where a class takes its counted references; it must not
+    /// destroy an object of the graph, nor throw: its objects could not be released then. A
+    /// reader does not call it for parts and fields of an object that recovers from a
+    /// failure, nor for objects that are dropped.
     virtual fxBool conclude(bool succeeded, fxXDRObj& object, void* address);
 
     ///@{
-    /// How the helpers write a pointer, which stands at `slot`, to an object that can be
-    /// read back; the other arguments are those of the operation for objects, which this
-    /// one calls. A writer may keep what the pointer is and was declared with, and write
-    /// an equal one by writeKnownPointer(), which looks at the object no more. That one
-    /// answers false, and nothing has happened, when the pointer is not known, or may not
-    /// be written like this. This one always does.
+    /// Writes the pointer at `slot` to an object that can be read back, for the helpers;
+    /// the other arguments are those of the operation for objects, which this one calls. A
+    /// writer may record the pointer and its declared type, and write an equal one by
+    /// writeKnownPointer(), which does not read the object. That one returns false, and
+    /// does nothing, when the pointer is not known, or may not be written like this; here
+    /// it always does.
     virtual bool writePointer(void* slot, fxTypeObj& declared, fxXDRObj* object, void* address);
     virtual bool writeKnownPointer(const void* pointer, const fxTypeObj& declared);
     ///@}
@@ -287,8 +284,8 @@ public:
     fxStream* getStream() const { return stream; }    ///< Null when there is none. View.
     unsigned int& nestingLevel() { return nesting; }  ///< See fxXdrNesting.
 
-    /// The reader that streams name `name` are read with; replaces an earlier
-    /// one of the name.
+    /// Registers the reader for streams that name `name` in their header; replaces an
+    /// earlier one of the name.
     static void addTranscriber(const char* name, ReaderFactory* factory);
     /// Makes an fxBinaryWriter without writing anything.
     static fxTranscriber* makeDefaultWriter(fxStream*);
@@ -305,16 +302,15 @@ public:
     /// reader is registered yet: call fxInitializeToolkit() first. A header that
     /// names an unknown reader is fatal.
     static fxTranscriber* getReader(fxStream*);
-    /// The same; but nothing that is in the stream ends the program. What is wrong
-    /// with it is noted in `fault`, which is borrowed for as long as the reader
-    /// lives. The operation that meets it answers null or false, and so do those
-    /// that follow; everything that the graph under way has made is destroyed. A
-    /// reader of the program's own, registered with addTranscriber(), may do
-    /// otherwise.
+    /// The same; but no content of the stream ends the program. A fault is stored in
+    /// `fault`, which is borrowed as long as the reader exists. The operation that finds it
+    /// returns null or false, and so do those that follow; everything that was made for the
+    /// current graph is destroyed. A reader of the program's own, registered with
+    /// addTranscriber(), may do otherwise.
     static fxTranscriber* getReader(fxStream*, fxStreamFault& fault);
 
-    /// How a class's xdr() gives up for a reason of its own, as in `return
-    /// t.refuse("a limit below zero")`: answers false. The reason becomes that of
+    /// For a class's xdr() that fails for a reason of its own, as in
+    /// `return t.refuse("a limit below zero")`: returns false. The reason becomes that of
     /// the fault, unless the object's xdrFail() forgives it.
     bool refuse(const char* reason);
     /// The same for an edition that the class cannot read; see fxXdrEdition().
@@ -327,19 +323,19 @@ protected:
     /// `heldStream` is shared and may be null, which fails every operation.
     fxTranscriber(fxStream* heldStream, bool isReader);
 
-    fxBool reading;    ///< What isReading() answers.
+    fxBool reading;    ///< The result of isReading().
     fxStream* stream;  ///< Shared; null fails every operation.
 
-    /// What takeReady() and its like take from. Null unless the numbers of the stream are
-    /// stored as in this machine, and no subclass has a say in reading them.
+    /// The source of takeReady() and its like. Null unless the numbers of the stream are
+    /// stored as in this machine, and no subclass takes part in reading them.
     fxReadyRecords* ready = nullptr;
 
     size_t attemptBegan = 0;  ///< placesNoted() when the innermost attempt() began.
 
-    /// Where what is wrong is noted; borrowed. Null: the stated operations apply.
+    /// Receives a fault; borrowed. Null: faults are fatal.
     fxStreamFault* answer = nullptr;
     size_t headerBytes = 0;  ///< Of the stream, before its first record.
-    /// The first reason given to refuse(), or null: a subclass takes it into account.
+    /// The first reason given to refuse(), or null. Subclasses report it.
     fxDetail::Owned<fxStreamFault> complaint;
 
 private:
@@ -354,8 +350,8 @@ private:
 
     unsigned int nesting = 0;
 
-    /// Notes where an attempt began, until it ends. Only the innermost one is asked,
-    /// and nothing corrects the others, so a number serves and no registered walk.
+    /// Records where an attempt began, until it ends. Only the innermost one is used, and
+    /// none is corrected, so a number is enough and no registered walk is needed.
     struct Attempt {
         explicit Attempt(fxTranscriber& t) : transcriber(t), outer(t.attemptBegan) {
             transcriber.attemptBegan = places;
@@ -377,7 +373,7 @@ private:
     static WriterFactory* writerFactory;
 };
 
-/// For a scope, has a pointer field own what it gets: see setOwner().
+/// For a scope, makes a pointer field the owner of its target: see setOwner().
 class fxXdrOwning {
 public:
     fxXdrOwning(fxTranscriber& transcriber_, const void* slot) : transcriber(transcriber_) {

@@ -12,14 +12,14 @@ class fxTranscriber;
 class fxTypeObj;
 class fxVoidPtrDict;
 
-/// Says that objects of an unregistered class, which adds nothing to a
-/// registered one that is transcribed, are written as objects of that one.
-/// FX_TRANSCRIBED_AS makes it. Must be a global.
+/// Declares that objects of an unregistered class, which adds nothing to a registered one
+/// that is transcribed, are written as objects of that one. FX_TRANSCRIBED_AS makes it.
+/// Must be a global.
 class FX_API fxTypeStandIn {
 public:
     typedef void* Upcast(void*);  ///< From the class to that of the record.
 
-    /// `record` is borrowed and stands for objects of the class `typeInfo`.
+    /// `record` is borrowed and is used for objects of the class `typeInfo`.
     fxTypeStandIn(fxTypeObj& record, const std::type_info& typeInfo, Upcast* upcast);
     fxTypeStandIn(const fxTypeStandIn&) = delete;
     fxTypeStandIn& operator=(const fxTypeStandIn&) = delete;
@@ -37,7 +37,7 @@ private:
 
 /// Describes a transcribable type: how to make, destroy and transcribe an
 /// object of it, and its name in streams. Each transcribable
-/// class `C` owns one global record `C_type` and answers it from getTypeObj().
+/// class `C` owns one global record `C_type` and returns it from getTypeObj().
 ///
 /// The `void*` that the three functions exchange always points to the class
 /// that owns the record, never to one of its bases.
@@ -83,16 +83,16 @@ public:
     /// `other`. Requires: isA(other).
     void* upcast(void* object, const fxTypeObj& other) const;
 
-    /// A pointer to this record's class, from one to the object's own class,
-    /// whose type `typeInfo` is; null for an object of another class that no
-    /// fxTypeStandIn stands for. Of a record without a typeInfo, `object` itself.
+    /// A pointer to this record's class, from one to the object's own class, whose type
+    /// `typeInfo` is; null for an object of another class without an fxTypeStandIn. Of a
+    /// record without a typeInfo, `object` itself.
     void* addressOf(void* object, const std::type_info& typeInfo) const;
 
     const char* name;                ///< Of the type, in streams. Borrowed.
     unsigned int version;            ///< Readers refuse objects of another one.
     NewInstance* newInstance;        ///< Null for a type that cannot be made by name.
     DeleteInstance* deleteInstance;  ///< Null likewise.
-    Transcribe* xdr;                 ///< What transcribes the class's own part of an object.
+    Transcribe* xdr;                 ///< Transcribes the class's own part of an object.
 
     /// Name to record; null until the first registration, never destroyed.
     static fxVoidPtrDict* knownTypes;
@@ -100,7 +100,7 @@ public:
     fxTypeObj* const* bases;         ///< Null-terminated, or null: none declared.
     Upcast* const* upcasts;          ///< One for each base, or null: no pointer changes.
     const std::type_info* typeInfo;  ///< Of the class, or null: not known.
-    bool answersToName = false;      ///< Whether findType(name) answers this record.
+    bool answersToName = false;      ///< Whether findType(name) returns this record.
 };
 
 /// The functions of a registered class, written once for every class.

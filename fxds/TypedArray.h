@@ -1,4 +1,4 @@
-// What all typed arrays share: typed members over fxArray, written once.
+// The typed members over fxArray that all typed arrays share.
 #ifndef FXDS_TYPEDARRAY_H
 #define FXDS_TYPEDARRAY_H
 
@@ -26,8 +26,8 @@ class fxOwningArray;
 
 namespace fxDetail {
 
-/// Whether Self's elements multiply, and whether they end, by the hooks of
-/// fxArray, which take them for their bytes.
+/// Whether Self's elements are copied, and whether they are destroyed, by the hooks of
+/// fxArray, which treat them as bytes.
 template <class Self, class = void>
 inline constexpr bool copiesBytes = false;
 template <class Self>
@@ -50,8 +50,8 @@ inline constexpr bool growsPlainly<
                            std::is_same_v<decltype(&Self::getmem), decltype(&fxArray::getmem)>>> =
     true;
 
-/// Whether Self's elements multiply by the hook of fxOwningArray<T>, which is
-/// their copy constructor.
+/// Whether Self's elements are copied by the hook of fxOwningArray<T>, which calls their
+/// copy constructor.
 template <class Self, class T, class = void>
 inline constexpr bool copiesObjects = false;
 template <class Self, class T>
@@ -333,7 +333,7 @@ public:
             },
             &less);
     }
-    /// Sorts all elements by their operator<, where sort() goes by compareElements().
+    /// Sorts all elements by their operator<, unlike sort(), which uses compareElements().
     void sortByValue() { sort(std::less<T>()); }
 
     /// Moves a run out of this array into a new one.

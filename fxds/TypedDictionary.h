@@ -1,4 +1,4 @@
-// What the dictionaries of known types share: typed members and hooks.
+// The typed members and hooks that the typed dictionaries share.
 #ifndef FXDS_TYPEDDICTIONARY_H
 #define FXDS_TYPEDDICTIONARY_H
 
@@ -207,7 +207,7 @@ protected:
     void createValue(void* to) const override {
         if (to != nullptr) new (to) Value();
     }
-    /// Fails: a subclass says how its values travel.
+    /// Fails: a subclass defines how its values are transcribed.
     bool xdrValue(fxTranscriber&, void*) override { return false; }
 
     typename Keys::Finder* finder() const override {
@@ -216,7 +216,7 @@ protected:
 };
 
 namespace fxDetail {
-/// What iterators over entries share; Self is the class that derives from it.
+/// Base of the iterators over entries; Self is the class that derives from it.
 template <class Self, class Key, class Value>
 class FX_API EntryIter : public fxDictIter {
 public:
@@ -267,7 +267,7 @@ public:
     typedef fxTypedDictionary<Key, Value> Dictionary;  ///< What it walks.
 
     fxTypedDictIter() = default;
-    /// Stands on the first entry.
+    /// Begins at the first entry.
     fxTypedDictIter(Dictionary& dictionary) : Walk(dictionary) {}
     /// Requires: not null.
     fxTypedDictIter(Dictionary* dictionary) : Walk(*dictionary) {}
@@ -290,9 +290,9 @@ public:
     typedef fxTypedDictionary<Key, Value> Dictionary;  ///< What it walks.
 
     fxConstDictIter() = default;
-    /// Stands on the first entry.
+    /// Begins at the first entry.
     fxConstDictIter(const Dictionary& dictionary) : Walk(dictionary.fxDictionary::begin()) {}
-    /// Stands where the other one does.
+    /// Begins at the entry of the other one.
     fxConstDictIter(const fxTypedDictIter<Key, Value>& other) : Walk(other) {}
 };
 

@@ -1,4 +1,4 @@
-// What the sets of known key types share: typed members and hooks.
+// The typed members and hooks that the typed sets share.
 #ifndef FXDS_TYPEDSET_H
 #define FXDS_TYPEDSET_H
 
@@ -179,7 +179,7 @@ template <class Key>
 class FX_API fxTypedSetIter : public fxSetIter {
 public:
     fxTypedSetIter() = default;
-    /// Stands on the first element.
+    /// Begins at the first element.
     fxTypedSetIter(fxTypedSet<Key>& elements) : fxSetIter(elements) {}
     /// Requires: not null.
     fxTypedSetIter(fxTypedSet<Key>* elements) : fxSetIter(*elements) {}

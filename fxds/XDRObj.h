@@ -5,8 +5,8 @@
 #include "fxds/RCObj.h"
 #include "fxds/TypeObj.h"
 
-/// A counted object with the hooks of transcription. A class that overrides
-/// nothing answers the name and the record of this one.
+/// A counted object with the hooks of transcription. A class that overrides nothing has the
+/// name and the record of this one.
 class FX_API fxXDRObj : public fxRCObj {
 public:
     fxXDRObj() = default;
@@ -17,20 +17,20 @@ public:
     /// The name of the class, for people. View, good for ever.
     virtual const char* className() const;
 
-    /// Writes or reads the object's contents, whichever way `transcriber`
-    /// goes. Returns 1, or 0 when a step failed. This one does nothing.
+    /// Writes or reads the object's contents, depending on `transcriber`. Returns 1, or 0
+    /// when a step failed. This one does nothing.
     virtual fxBool xdr(fxTranscriber& transcriber);
 
     /// The record of the object's class.
     virtual fxTypeObj* getTypeObj() const;
 
-    /// Asked when transcription of the object at `object` failed; the answer
-    /// is the result of the transcription, unless another object inherits or holds
-    /// this one, which then fails in turn. This one answers 0.
+    /// Called when transcription of the object at `object` failed. The result becomes that
+    /// of the transcription, unless another object inherits this one or has it as a field,
+    /// which then fails in turn. This one returns 0.
     virtual fxBool xdrFail(fxTranscriber& transcriber, void* object);
 
-    /// Told when transcription succeeded: by a writer at once, by a reader
-    /// when every pointer of the graph has been filled in.
+    /// Called when transcription succeeded: by a writer at once, by a reader when every
+    /// pointer of the graph has been filled in.
     virtual void xdrSuccess(fxTranscriber& transcriber);
 
     /// The functions of fxXDRObj_type.

@@ -54,9 +54,9 @@
 // are there at once, pointers and texts only when the graph is complete, at
 // which time xdrSuccess() is called.
 
-/// Stands in a class that derives from fxXDRObj, at any place; it leaves the
-/// access at `public`. Declares xdr(), which the class defines, and what the
-/// registry and the reader need, which FX_TRANSCRIBABLE_TYPE defines.
+/// Written in a class that derives from fxXDRObj, at any place; it leaves the access at
+/// `public`. Declares xdr(), which the class defines, and functions for the registry and
+/// the reader, which FX_TRANSCRIBABLE_TYPE defines.
 #define FX_TRANSCRIBABLE(Class)                                  \
 public:                                                          \
     typedef Class fxSelf;                                        \
@@ -161,7 +161,7 @@ inline constexpr bool
     fxXdrMayWait<C, std::enable_if_t<std::is_same_v<decltype(&C::xdrSuccess),
                                                     void (fxXDRObj::*)(fxTranscriber&)>>> = false;
 
-// What FX_TRANSCRIBABLE_TYPE puts together.
+// The functions and the record that FX_TRANSCRIBABLE_TYPE defines.
 template <class C, unsigned int versionNumber, class... Bases>
 struct fxXdrRecord {
     static_assert(std::is_base_of_v<fxXDRObj, C>, "a transcribable class derives from fxXDRObj");
@@ -265,7 +265,7 @@ void fxXdrFindAddress(C* object, fxTypeObj& declared, fxXdrAddress& found) {
 /// Why a pointer is not written; see fxXdrFindAddress().
 inline constexpr char fxXdrUnreadable[] = "an object that could not be read back";
 
-/// Writes the graph that hangs on `root`; see fxTranscriber::writeObject().
+/// Writes the graph of `root`; see fxTranscriber::writeObject().
 template <class C>
 bool fxWriteObject(fxTranscriber& t, C* root) {
     if (root == nullptr) return false;
@@ -274,7 +274,7 @@ bool fxWriteObject(fxTranscriber& t, C* root) {
     if (found.address == nullptr || t.isEmbedded(found.address)) return t.refuse(fxXdrUnreadable);
     return t.writeObject(found.address, &found);
 }
-/// The same for what a reference holds.
+/// The same for the target of a reference.
 template <class C>
 bool fxWriteObject(fxTranscriber& t, const fxRef<C>& root) {
     return fxWriteObject(t, root.get());
@@ -329,7 +329,7 @@ inline constexpr bool fxXdrIsBareTable<fxTypedDictionary<Key, Value>> = true;
 template <class Key>
 inline constexpr bool fxXdrIsBareTable<fxTypedSet<Key>> = true;
 
-// Whether v.xdr(transcriber) is there.
+// Whether v.xdr(transcriber) exists.
 template <class T, class = void>
 inline constexpr bool fxXdrHasFunction = false;
 template <class T>
@@ -449,8 +449,8 @@ bool fxXdrWriteObject(fxTranscriber& t, C*& object, fxTypeObj& declared) {
 }
 
 ///@{
-/// A pointer to a transcribable object, to an fxStr, or null. Whose the object
-/// is when it has been read is for the classes to agree on: an fxRef holds it, and
+/// A pointer to a transcribable object, to an fxStr, or null. The owner of an
+/// object that has been read is for the classes to agree on: an fxRef holds it, and
 /// xdrSuccess() is the moment to take other counted references. The record may be given for a class
 /// that is registered without FX_TRANSCRIBABLE.
 template <class C>

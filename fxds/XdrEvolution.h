@@ -1,4 +1,4 @@
-// Classes that change while their old files live on.
+// Classes that change while files of their older editions exist.
 #ifndef FXDS_XDREVOLUTION_H
 #define FXDS_XDREVOLUTION_H
 
@@ -28,9 +28,9 @@ bool fxXdrEdition(fxTranscriber& t, const C*, int& edition, int oldest = 1) {
     return isKnown || t.refuseEdition(fxXdrTypeOf<C>::record(), edition, edition > newest);
 }
 
-/// Runs `transcribe()`, which transcribes local variables. What it reads is
-/// forgotten; their pointers and texts stay empty. What it writes must not be
-/// gone before the graph is written.
+/// Runs `transcribe()`, which transcribes local variables. Values that it reads are
+/// discarded; their pointers and texts stay empty. Values that it writes must exist until
+/// the graph is written.
 template <class Transcribe>
 bool fxXdrForgotten(fxTranscriber& t, Transcribe transcribe) {
     bool isDone = false;
@@ -42,11 +42,11 @@ bool fxXdrForgotten(fxTranscriber& t, Transcribe transcribe) {
 }
 
 ///@{
-/// A field that the class does not have any more, as by the helper of this name
-/// without "Skipped". What is read is forgotten; a default T, or null, is written.
+/// A field that the class does not have any more, as by the helper of this name without
+/// "Skipped". The value read is discarded; a default T, or null, is written.
 template <class T>
 bool fxXdrSkipped(fxTranscriber& t) {
-    static T none{};  // a writer comes back to what it was given
+    static T none{};  // a writer reads it later
     if (!t.isReading()) return fxXdr(t, none);
     T read{};
     return fxXdrForgotten(t, [&] { return fxXdr(t, read); });
@@ -93,7 +93,7 @@ bool fxXdrBaseBehind(fxTranscriber& t, D* self) {
     return t.isReading() && t.xdr(fxXdrTypeOf<B>::record(), nullptr, base);
 }
 
-/// What FX_TRANSCRIBABLE_ALIAS makes: a second record of a class.
+/// Made by FX_TRANSCRIBABLE_ALIAS: a second record of a class.
 template <class C>
 class fxXdrAlias {
 public:

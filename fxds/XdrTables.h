@@ -1,4 +1,4 @@
-// Dictionaries and sets that are saved with what they hold.
+// Dictionaries and sets that are saved with their contents.
 #ifndef FXDS_XDRTABLES_H
 #define FXDS_XDRTABLES_H
 

@@ -20,18 +20,18 @@
 
 #include "fxds/Transcriber.h"
 
-// One rule of layout: a value of a type with parts is its parts, one after the
-// other, each as it would be alone. Where their number is not the type's, it
-// comes first, as an unsigned int. docs/stream-format.md has the table.
+// One rule of layout: a value of a type with parts is its parts, one after the other, each
+// as it would be alone. A number of parts that the type does not fix comes first, as an
+// unsigned int. docs/stream-format.md has the table.
 //
-// What a stream claims costs nothing: containers grow as their elements arrive,
-// and values in values go `fxXdrNesting::most` deep.
+// A claimed size costs nothing: containers grow as their elements arrive, and values nest
+// up to `fxXdrNesting::most` deep.
 
 template <class T>
 bool fxXdr(fxTranscriber& t, T& v);
 
-/// For a scope, one more level of values that are held by values. False when
-/// there are too many for the stack.
+/// For a scope, one more level of values in values. False when there are too many for the
+/// stack.
 class fxXdrNesting {
 public:
     explicit fxXdrNesting(fxTranscriber& transcriber) : level(transcriber.nestingLevel()) {
@@ -87,7 +87,7 @@ bool fxXdrRun(fxTranscriber& t, T* values, size_t count) {
     }
 }
 
-/// Whether a run of them is as quick to move as its bytes.
+/// Whether a run of them can be moved as bytes without loss of speed.
 template <class T>
 inline constexpr bool fxXdrIsRun =
     std::is_arithmetic_v<T> && !std::is_same_v<T, bool> && sizeof(T) <= sizeof(long);
@@ -126,8 +126,8 @@ struct fxXdrStd {
     static constexpr bool isKnown = false;
 };
 
-/// Whether a T that was read is whole at once, so that it can be a key: neither
-/// pointers nor texts of fxStr are there before the graph is complete.
+/// Whether a T is complete as soon as it is read, so that it can be a key: pointers and
+/// texts of fxStr arrive when the graph is complete.
 template <class T>
 inline constexpr bool fxXdrIsWhole = std::is_arithmetic_v<T> || std::is_enum_v<T>;
 template <>
@@ -181,8 +181,7 @@ struct fxXdrStd<std::basic_string<char, Traits, A>> {
     }
 };
 
-/// Appends to the vector, telling the reader where the elements go when they
-/// move.
+/// Appends to the vector, and informs the reader when the elements move.
 template <class T, class A>
 void fxXdrAppend(fxTranscriber& t, std::vector<T, A>& v) {
     if (v.size() == v.capacity()) {
@@ -209,11 +208,11 @@ size_t fxXdrPrint(const void* container) {
     return fxTranscriber::printOf(nullptr, all + parts.size());
 }
 
-/// Whether nothing of a T is there before the graph is complete.
+/// Whether all of a T arrives when the graph is complete.
 template <class T>
 inline constexpr bool fxXdrIsLate = std::is_pointer_v<T> || std::is_same_v<T, fxStr>;
 
-/// Of a container: empties it if it holds nothing else than such.
+/// Of a container: empties it if all its elements are such.
 template <class Parts, class T>
 inline constexpr auto fxXdrEmpty = fxXdrIsLate<T>
                                        ? +[](void* parts) { static_cast<Parts*>(parts)->clear(); }
@@ -364,7 +363,8 @@ constexpr bool fxXdrIsNamed(std::initializer_list<std::string_view> names) {
     return false;
 }
 
-/// Fails to compile, with what to do instead of a field of type T, which does not travel.
+/// Fails to compile, and names the alternative to a field of type T, which cannot be
+/// transcribed.
 template <class T>
 bool fxXdrRefuse() {
     constexpr bool isSet =

@@ -1,13 +1,12 @@
-# Which file of the library belongs to which room; lowest room first. A room
-# includes only itself, the rooms that it stands ON and the rooms below these,
-# sources too. Everything else follows from this table: what is compiled,
-# installed and documented, the order of fxds/fxds.h, and the checks of
-# cmake/CheckRooms.cmake, which fail for a file that is missing here and for a
-# name that has no file.
+# The room of each file of the library; lowest room first. A room includes only itself, the
+# rooms listed after ON and the rooms below these, sources too. Everything else follows from
+# this table: the files that are compiled, installed and documented, the order of
+# fxds/fxds.h, and the checks of cmake/CheckRooms.cmake, which fail for a file that is
+# missing here and for a name that has no file.
 #
 #   ON       the rooms right below
 #   HEADERS  fxds/Name.h         public: what programs include
-#   DETAIL   fxds/detail/Name.h  what public templates need; programs do not name it
+#   DETAIL   fxds/detail/Name.h  for public templates; programs do not name it
 #   PRIVATE  fxds/<room>/Name.h  for sources only; not installed
 #   SOURCES  fxds/<room>/Name.cc
 
@@ -21,7 +20,7 @@ fxds_room(base
   SOURCES Counted Fatal FreeLists NestedRelease RCObj Stream StreamFault StreamTrace Transcriber
     TypeObj XDRObj)
 
-# The string, and what builds texts.
+# The string, and classes that build texts.
 fxds_room(text
   ON base
   HEADERS StackBuffer Str TempStr TextOperators TextView

@@ -71,7 +71,7 @@ void* fxDictionary::find(const void* key, void** bucketOut) const {
 
 namespace {
 
-// Makes the entry of the key, or answers the one that a hook has made meanwhile;
+// Makes the entry of the key, or returns the one that a hook has made meanwhile;
 // `old`, unless null, makes way. Out of line, so that findCreate() finds quickly.
 template <class MakeValue>
 [[gnu::noinline]] fxDictBucket* make(fxDictionary& table, fxHashPlace& place, const void* key,

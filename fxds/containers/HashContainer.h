@@ -41,7 +41,7 @@
 //     node lies a copy of its text, if that is no longer than fxTextKeys::copiedBytes.
 //
 // A node is found only in the chain that its hash asks for. With (3) and (4), a
-// search answers the same node with the index as by walking the chain, even if
+// search returns the same node with the index as by walking the chain, even if
 // a stream has put a key twice into one chain, or into a wrong one.
 //
 // Every hook that ends or starts a life may call back, and those that start one

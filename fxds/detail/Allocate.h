@@ -1,6 +1,6 @@
-// Blocks that grow and change hands: malloc() with the failures taken out, and
-// sources that lie in the block that is about to move. Part of the public
-// headers, not of the interface.
+// Blocks that grow and change owners: malloc() that is fatal on failure, and
+// sources within a block that is about to move. Part of the public headers, not
+// of the interface.
 #ifndef FXDS_DETAIL_ALLOCATE_H
 #define FXDS_DETAIL_ALLOCATE_H
 
@@ -40,11 +40,11 @@ inline unsigned int fxLengthField(size_t bytes) {
     return static_cast<unsigned int>(bytes);
 }
 
-/// What fxOffsetIn() answers for a place outside the block.
+/// The result of fxOffsetIn() for a place outside the block.
 inline constexpr size_t fxOutside = SIZE_MAX;
 
-/// The offset of `place` in the `bytes` bytes at `block`, or fxOutside. A source
-/// that may lie in a block is found again by it when the block has moved.
+/// The offset of `place` in the `bytes` bytes at `block`, or fxOutside. With it
+/// a source within a block is found again after the block has moved.
 inline size_t fxOffsetIn(const void* block, size_t bytes, const void* place) {
     const size_t offset = reinterpret_cast<uintptr_t>(place) - reinterpret_cast<uintptr_t>(block);
     return offset < bytes ? offset : fxOutside;

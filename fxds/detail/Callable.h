@@ -1,5 +1,5 @@
-// Inputs that call what a program hands over: a function object that the channel
-// keeps. Part of the public headers, not of the interface.
+// Inputs that call a function object, which the channel keeps. Part of the
+// public headers, not of the interface.
 #ifndef FXDS_DETAIL_CALLABLE_H
 #define FXDS_DETAIL_CALLABLE_H
 
@@ -11,8 +11,8 @@
 
 namespace fxDetail {
 
-// A callable for the values of a T. Its channel deletes it when it ends itself,
-// so a callable that removes its own input is held by the call.
+// A callable for the values of a T. Its channel deletes it in its own
+// destructor, so a callable that removes its own input is held by the call.
 template <class T, class F>
 class Callable final : public KeptCallable {
 public:

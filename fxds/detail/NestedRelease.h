@@ -1,5 +1,5 @@
-// Letting go of what is counted, with bounded recursion. Part of the public
-// headers, not of the interface.
+// Releasing counted objects with bounded recursion. Part of the public headers, not of the
+// interface.
 #ifndef FXDS_DETAIL_NESTEDRELEASE_H
 #define FXDS_DETAIL_NESTEDRELEASE_H
 
@@ -11,10 +11,10 @@ class fxRCObj;
 
 namespace fxDetail {
 
-// Lets go of the last hold on `target` by `release(target)`. What ends with it
-// ends inside this call, in the order in which it is let go, 128 deep. What lies
-// deeper is kept by the call at that depth, which lets go of it before it returns.
-// So the stack stays short however long a chain of counted objects is.
+// Gives up the last hold on `target` by `release(target)`. Objects that end with it end
+// inside this call, in the order of their release, up to 128 deep. Deeper ones are kept by
+// the call at that depth, which releases them before it returns. So the stack stays short
+// however long a chain of counted objects is.
 FX_API void releaseLast(void* target, void (*release)(void*));
 
 // The count of holders, under either of its names.

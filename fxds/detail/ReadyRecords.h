@@ -10,17 +10,17 @@
 
 class fxTypeObj;
 
-/// The payload that is ready, and what lets the helpers take most pointers and texts
-/// without a call: the record of such a place is looked at in the window, and the place
-/// is entered in a short list. The reader takes the list in, and checks it, before
-/// anything else happens to its places, and when the object has been read. With short
-/// records taken in one step, this saves a third of the instructions of loading a graph.
+/// The payload that is ready, and a short list with which the helpers take most pointers
+/// and texts without a call: the record of such a place is decoded in the window, and the
+/// place is entered in the list. The reader checks the list and takes it over before any
+/// other operation on its places, and when the object has been read. With short records
+/// taken in one step, this saves a third of the instructions of loading a graph.
 struct fxReadyRecords : fxReadyBytes {
     /// A place to fill.
     struct Place {
         void* slot;           ///< Address of the pointer, or the fxStr.
         unsigned int id;      ///< The number of its record.
-        unsigned int wanted;  ///< What `mark` was, or the length of the text.
+        unsigned int wanted;  ///< The value of `mark`, or the length of the text.
     };
     static constexpr unsigned int mostPlaces = 32;
     static constexpr size_t never = ~size_t{0} / 2;  ///< For `quickBytes`.
@@ -72,12 +72,12 @@ struct fxReadyRecords : fxReadyBytes {
 
     unsigned int payloadLeft = 0;             ///< Bytes of the payload behind those that are ready.
     unsigned int tag = 0;                     ///< Of a record that was taken here, or 0.
-    size_t quickBytes = never;                ///< So many bytes at hand let a record be taken.
-    const char* record = nullptr;             ///< The current one, where the window still shows it.
-    size_t idCount = 0;                       ///< How many records with an id there were.
+    size_t quickBytes = never;                ///< Bytes that the window must have to take a record.
+    const char* record = nullptr;             ///< The current one, if it is in the window.
+    size_t idCount = 0;                       ///< Number of records with an id so far.
     const fxTypeObj* lastDeclared = nullptr;  ///< Of the last pointer, unless it was not plain,
-    unsigned int mark = 0;                    ///< and what its place is entered with.
-    unsigned int placeCount = 0;              ///< How many are in the list.
+    unsigned int mark = 0;                    ///< and the `wanted` of its place.
+    unsigned int placeCount = 0;              ///< Number of places in the list.
     Place places[mostPlaces];
 
 private:

@@ -1,5 +1,5 @@
-// What a container class has for its type record. Part of the public headers,
-// not of the interface.
+// The members of a container class for its type record. Part of the public
+// headers, not of the interface.
 #ifndef FXDS_DETAIL_RECORDED_H
 #define FXDS_DETAIL_RECORDED_H
 

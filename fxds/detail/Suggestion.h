@@ -12,9 +12,9 @@
 
 namespace fxDetail {
 
-// Continues `Lines has no output "lin"`: `; did you mean "line"?` where a name is near,
-// else `; it has "end", "count"`, or `, nor any other`. "it has" is what `has` says; of
-// the names `most` are listed.
+// Continues `Lines has no output "lin"`: `; did you mean "line"?` if a name is similar,
+// else `; it has "end", "count"`, or `, nor any other`. `has` replaces "it has"; at most
+// `most` names are listed.
 //
 // Cost: O(length of `wanted` and of the names like it, multiplied) for a name of up to 256
 // bytes; longer ones are like no other.

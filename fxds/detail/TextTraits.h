@@ -41,7 +41,7 @@ using IfMixed = std::enable_if_t<std::disjunction_v<std::conjunction<IsOurs<A>, 
                                                     std::conjunction<IsOurs<B>, IsView<A>>>,
                                  int>;
 
-/// What `|` makes a concatenation of, besides strings and terminated texts.
+/// Types that `|` concatenates, besides strings and terminated texts.
 template <class T>
 using IsJoined = std::disjunction<IsByte<T>, IsView<T>>;
 template <class A, class B>

@@ -1,5 +1,5 @@
-// What the templates of Channel.h call while sends are traced. Part of the public
-// headers, not of the interface.
+// Functions that the templates of Channel.h call while sends are traced. Part
+// of the public headers, not of the interface.
 #ifndef FXDS_DETAIL_TRACEHOOKS_H
 #define FXDS_DETAIL_TRACEHOOKS_H
 
@@ -8,8 +8,8 @@
 class fxInputChannel;
 class fxOutputChannel;
 
-/// The kinds of lines that are written now; 0 while nothing is traced. To be
-/// changed through fxTrace only.
+/// The kinds of lines that are written now; 0 while nothing is traced. Change
+/// it through fxTrace only.
 extern FX_API unsigned int fx_traceKinds;
 
 namespace fxDetail {

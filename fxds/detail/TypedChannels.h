@@ -1,5 +1,5 @@
-// What typed inputs, outputs, converters and calls are made and checked with.
-// Part of the public headers, not of the interface.
+// Construction and checks of typed inputs, outputs, converters and calls. Part of the
+// public headers, not of the interface.
 #ifndef FXDS_DETAIL_TYPEDCHANNELS_H
 #define FXDS_DETAIL_TYPEDCHANNELS_H
 
@@ -57,7 +57,7 @@ constexpr bool fits() {
     }
 }
 
-// What a receiving function takes for a T: its kind's, or T itself for kinds of
+// The parameter of a receiving function for a T: that of its kind, or T itself for kinds of
 // the application's own.
 template <class T, bool = IsSent<Bare<T>>::value>
 struct PassedFor {
@@ -164,7 +164,7 @@ constexpr bool isText() {
     }
 }
 
-// What travels for a value of type T.
+// The type that is sent for a value of type T.
 template <class T>
 decltype(auto) sentFor(const T& value) {
     typedef typename fxChannelType<T>::Value Value;
@@ -177,7 +177,7 @@ decltype(auto) sentFor(const T& value) {
     }
 }
 
-// The result of a conversion to T, as what travels for it.
+// The result of a conversion to T, as the type that is sent.
 template <class T, class Make>
 auto inTransit(Make make) {
     if constexpr (std::is_same_v<typename fxChannelType<T>::Value, T>) {
@@ -194,11 +194,11 @@ template <class C>
 struct IsObject<C, std::void_t<decltype(static_cast<C*>(static_cast<fxObj*>(nullptr)))>>
     : std::true_type {};
 
-// Tells whether an object lacks the class that a receiver belongs to: gives
-// that class, or null when it has it.
+// Returns null if the object is of the class that a receiver belongs to; otherwise that
+// class.
 typedef const std::type_info* ClassTest(fxObj& owner);
 
-// What an input keeps when a program hands it a callable; ends with the channel.
+// The callable of an input; deleted with the channel.
 class FX_API KeptCallable {
 public:
     KeptCallable() = default;
@@ -286,7 +286,7 @@ struct Conversion<To (C::*)(From) const> : Conversion<To (*)(From)> {};
 template <class C, class To, class From>
 struct Conversion<To (C::*)(From) const noexcept> : Conversion<To (*)(From)> {};
 
-// What conversions call: a function, or an object that has no state.
+// The callable of a conversion: a function, or an object without state.
 template <auto function>
 struct FixedCall {
     template <class Value>
@@ -366,7 +366,7 @@ struct Tag {
     typedef T Type;
 };
 
-// Stands for a type that follows from what the callable takes.
+// Placeholder for the type that is deduced from the callable's parameter.
 struct Deduced {};
 
 // The type that F takes; Deduced, which is no type of a value, where it takes several or
@@ -387,8 +387,8 @@ struct ReceivedBy {
 template <class F>
 struct ReceivedBy<Deduced, F> : DeducedFrom<F> {};
 
-// What F is called with for the value of a T: what is passed, or for strings a view
-// or a string of C++ where F takes only those; void when it takes nothing.
+// The argument with which F is called for a value of T: the passed one, or for strings a
+// view or a string of C++ if F takes only those; void when F takes nothing.
 template <class T, class F>
 constexpr auto argumentFor() {
     if constexpr (std::is_invocable_v<F&>) {

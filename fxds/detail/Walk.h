@@ -1,12 +1,12 @@
-// Walks over what may change, or end, while they are under way. Part of the
-// public headers, not of the interface.
+// Walks over objects that may change, or be destroyed, meanwhile. Part of the public
+// headers, not of the interface.
 #ifndef FXDS_DETAIL_WALK_H
 #define FXDS_DETAIL_WALK_H
 
 #include "fxds/Config.h"
 
-// Stand around a constructor that enters a local variable somewhere: the
-// compiler cannot see that the destructor takes its address out again.
+// Pragmas around a constructor that enters a local variable in a list: the compiler cannot
+// see that the destructor removes its address again.
 #if defined(__GNUC__) && !defined(__clang__) && __GNUC__ >= 12
 #define FX_REGISTERS_LOCAL_BEGIN \
     _Pragma("GCC diagnostic push") _Pragma("GCC diagnostic ignored \"-Wdangling-pointer\"")
@@ -19,10 +19,9 @@
 template <class Self>
 class fxWalk;
 
-/// The walks now under way over one thing, which holds this list as a member and
-/// corrects them when it changes. This class is for things that outlive their
-/// walks: it has no destructor, so one with static storage may be used until the
-/// process ends.
+/// The walks in progress over one object, which has this list as a member and corrects them
+/// when it changes. This class is for objects that outlive their walks: it has no
+/// destructor, so one with static storage may be used until the process ends.
 template <class Self>
 class fxWalkList {
 public:
@@ -46,7 +45,7 @@ protected:
     fxWalk<Self>* latest = nullptr;
 };
 
-/// The list of a thing that may end under its walks, which then belong to no
+/// The list of an object that may be destroyed during its walks, which then belong to no
 /// list.
 template <class Self>
 class fxWalks : public fxWalkList<Self> {
@@ -59,14 +58,14 @@ public:
     }
 };
 
-/// Base of a walk, `class Self : public fxWalk<Self>`. A walk is a local variable
-/// of the function that walks; it enters itself in the list and leaves it when
-/// the function ends, by an exception too. What is derived adds a position and
-/// its corrections.
+/// Base of a walk, `class Self : public fxWalk<Self>`. A walk is a local variable of the
+/// function that walks; it enters itself in the list and leaves it when the function ends,
+/// also by an exception. The derived class adds a position and its corrections.
 ///
-/// Invariants: (1) The list leads through `outer` to every walk that exists and
-/// whose list exists, the one that began last first. (2) So a walk that ends is
-/// the first of its list.
+/// Invariants:
+/// (1) The list leads through `outer` to every walk that exists and whose list exists, the
+///     one that began last first.
+/// (2) So a walk that ends is the first of its list.
 template <class Self>
 class fxWalk {
 public:
@@ -85,7 +84,7 @@ protected:
         list->latest = outer;
     }
 
-    /// Whether what is walked over has been destroyed.
+    /// Whether the object that is walked over has been destroyed.
     bool isOrphan() const { return list == nullptr; }
     /// The list that the walk is in, or null.
     fxWalkList<Self>* getList() const { return list; }
@@ -94,7 +93,7 @@ private:
     friend class fxWalkList<Self>;
     friend class fxWalks<Self>;
 
-    fxWalkList<Self>* list;  // null once it has been destroyed
+    fxWalkList<Self>* list;  // null after it has been destroyed
     // The walk that began before this one, or null. Volatile, so that the compiler
     // does not store it and a neighbour as one vector: each send loads what the one
     // before has stored here, and the latency doubles the time of a send.
