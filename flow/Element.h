@@ -20,7 +20,7 @@ class fxTranscriber;
 
 namespace fxFlowDetail {
 
-// While one exists, objects that flows drop stay: they end when the last one goes.
+// While one exists, objects that flows drop are kept; they are destroyed with the last one.
 class FX_API Acting {
 public:
     Acting();
@@ -29,11 +29,11 @@ public:
     ~Acting();
 };
 
-// Tells the flow of `object` that it threw; false when it belongs to none. The object
-// may have gone.
+// Reports an exception of `object` to its flow; false when it belongs to none. The object
+// may have been destroyed.
 FX_API bool complainOf(const fxObj& object, const char* what);
 
-// Calls a function of an element: its exceptions become complaints where the flow takes them.
+// Calls a function of an element. Its exceptions become complaints if a flow takes them.
 template <class Call>
 void act(const fxObj& object, Call&& call) {
     const Acting under;
@@ -48,11 +48,11 @@ void act(const fxObj& object, Call&& call) {
 
 }  // namespace fxFlowDetail
 
-/// What an element may derive from to take part in the life of its flow. Any other class
-/// that derives from fxObj and is made without arguments will do for an element that only
-/// receives and sends.
+/// Base of elements that take part in the life of their flow. Any other class that derives
+/// from fxObj and is made without arguments is enough for an element that only receives and
+/// sends.
 ///
-/// Elements send at once (fxSendNow): how a value travels is a matter of the connection.
+/// Elements send at once (fxSendNow): the connection decides how a value is delivered.
 class FX_API fxElement : public fxObj {
 public:
     fxElement() = default;
@@ -61,30 +61,30 @@ public:
     ~fxElement() override;
 
     /// Begins the work: opens files, starts alarms. Called once, when the properties are
-    /// set and before anything is connected; not in a test for what reaches outside, in whose
-    /// place the test sends. Returns why it cannot, or "".
+    /// set and before anything is connected; in a test not for elements that reach outside,
+    /// in whose place the test sends. Returns the reason why it cannot, or "".
     virtual std::string start() { return ""; }
-    /// Looks at all properties together, when they are set. Returns what is wrong, or "".
+    /// Checks all properties together, when they are set. Returns the fault, or "".
     virtual std::string settle() { return ""; }
     /// Transcribes the state of the element, for flows that are saved. It is read
     /// between settle() and start().
     virtual bool xdrState(fxTranscriber&) { return true; }
 
-    /// Whether it may send without being sent anything: it waits for a time, a line, a
+    /// Whether it may send without receiving anything: it waits for a time, a line, a
     /// process. A flow in which no element is busy, and nothing is queued, ends.
     bool isBusy() const { return busy; }
 
 protected:
-    /// Whether start() was called: not in a test for what reaches outside.
+    /// Whether start() was called: not in a test for elements that reach outside.
     bool hasStarted() const { return started; }
     void setBusy(bool isNowBusy) { busy = isNowBusy; }  ///< See isBusy().
     fxFlowTime& time() const;  ///< Of its flow; fxFlowTime::steady() while it has none.
-    /// Tells the user of the flow, with the name of the object.
+    /// Shows the text to the user of the flow, with the name of the object.
     void complain(const std::string& text) const;
-    /// Calls `call()` as described inputs and the alarms of time() are called: what it
-    /// throws is complained of, and the element does not end before it returns when the
-    /// flow drops it. For what else calls an element, such as receivers of connections that
-    /// it makes.
+    /// Calls `call()` as described inputs and the alarms of time() are called: an exception
+    /// is a complaint, and an element that the flow drops meanwhile is destroyed after the
+    /// call. For any other code that calls an element, such as receivers of connections
+    /// that it makes.
     template <class Call>
     void act(Call call) const {
         fxFlowDetail::act(*this, call);
@@ -97,18 +97,18 @@ private:
     bool started = false;
 };
 
-/// A property of an element: what flows may set.
+/// A property of an element, which flows may set.
 struct FX_API fxElementProperty {
     std::string name;         ///< As flows write it.
     std::string type;         ///< "text", "number", "whole number", "yes or no".
-    std::string sentence;     ///< What it means.
+    std::string sentence;     ///< Its meaning.
     std::string standard;     ///< The value where none is given, as text.
     bool isRequired = false;  ///< Whether one must be given.
     std::string unitName;     ///< "" for none.
     double lowest = -std::numeric_limits<double>::infinity();  ///< Of a number.
     double highest = std::numeric_limits<double>::infinity();  ///< Of a number.
     std::vector<std::string> choices;  ///< The texts that it may be; empty for any.
-    /// A further test of a value: returns what is wrong with it, or "".
+    /// A further test of a value: returns its fault, or "".
     std::function<std::string(const std::string&)> test;
 
     std::function<bool(const std::string&)> fits;         ///< Whether it is of the type.
@@ -123,14 +123,14 @@ struct FX_API fxElementProperty {
     fxElementProperty& testedBy(std::function<std::string(const std::string&)> test_);
     ///@}
 
-    /// What is wrong with a value, such as "is not a number"; "" for nothing.
+    /// The fault of a value, such as "is not a number"; "" for none.
     std::string whyNot(const std::string& value) const;
 };
 
 /// An input or output of an element.
 struct FX_API fxElementChannel {
     std::string name;        ///< As flows write it.
-    std::string sentence;    ///< What its values mean.
+    std::string sentence;    ///< The meaning of its values.
     const fxFlowType* type;  ///< Of its values; not null.
 
     unsigned short typeNumber() const { return type->number(); }  ///< The data type number.
@@ -146,20 +146,20 @@ public:
     virtual ~fxElementKind();
 
     const std::string name;                     ///< That of the class.
-    const std::string sentence;                 ///< What it does.
+    const std::string sentence;                 ///< Its purpose.
     std::vector<fxElementProperty> properties;  ///< In the order of the description.
     std::vector<fxElementChannel> inputs;       ///< Likewise.
     std::vector<fxElementChannel> outputs;      ///< Likewise.
-    /// Whether its objects read or write what is outside the flow: files, processes, the
+    /// Whether its objects read or write something outside the flow: files, processes, the
     /// screen. A test does not start them; see fxFlow::Purpose.
     bool outside = false;
 
-    /// A new object with its channels, and its properties as they are when none is given.
-    /// Whatever the constructor throws passes.
+    /// A new object with its channels, and its properties with their standard values.
+    /// Exceptions of the constructor pass.
     virtual fxRef<fxObj> make() const = 0;
 
     ///@{
-    /// What is described under the name, or null.
+    /// The description of the name, or null.
     const fxElementProperty* findProperty(std::string_view name) const;
     const fxElementChannel* findInput(std::string_view name) const;
     const fxElementChannel* findOutput(std::string_view name) const;
@@ -177,7 +177,7 @@ protected:
     void enter();
 };
 
-/// Describes the class C; what FX_ELEMENT hands to its body.
+/// Describes the class C; the parameter of the body of FX_ELEMENT.
 template <class C>
 class fxElementOf final : public fxElementKind {
     static_assert(std::is_base_of_v<fxObj, C>, "an element derives from fxObj");
@@ -195,8 +195,8 @@ public:
 
     ///@{
     /// A property that is a member of the class or of a base: a bool, a whole number, a
-    /// double, an fxStr or a std::string. It is `standard` where a flow does not give it;
-    /// without that a flow must.
+    /// double, an fxStr or a std::string. `standard` is its value if a flow does not give
+    /// one; without it a flow must.
     template <class T, class B, class Standard>
     fxElementProperty& property(const char* name_, T B::*member, const Standard& standard,
                                 const char* sentence_) {
@@ -234,11 +234,11 @@ public:
     }
     ///@}
 
-    /// Says that its objects reach outside the flow, by what start() begins.
+    /// Declares that start() of its objects reaches outside the flow.
     void reachesOutside() { outside = true; }
 
-    /// An input that calls a member function, which takes a value or none. What it throws
-    /// is shown to the user of the flow.
+    /// An input that calls a member function, which takes a value or none. Its exceptions
+    /// are shown to the user of the flow.
     template <class Method, std::enable_if_t<std::is_member_function_pointer_v<Method>, int> = 0>
     void input(const char* name_, Method method, const char* sentence_) {
         typedef typename fxDetail::CallableOf<Method>::Type Argument;
@@ -289,7 +289,7 @@ public:
     }
 
 private:
-    // As what a member travels, and how it becomes that.
+    // The type as which a member is sent, and the conversion to it.
     template <class T, class = void>
     struct Stored {
         typedef typename fxChannelType<T>::Value Type;
@@ -307,8 +307,8 @@ private:
 };
 
 /// FX_ELEMENT(Class, sentence) { ... } is written once in a source file, in the global
-/// namespace, and makes the class an element under its own name. Its body describes what
-/// flows may set and connect, with `element`, an fxElementOf<Class>:
+/// namespace, and makes the class an element under its own name. Its body describes the
+/// properties and channels of the class, with `element`, an fxElementOf<Class>:
 ///
 ///     class Level : public fxElement {
 ///     public:

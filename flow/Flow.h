@@ -21,17 +21,17 @@
 ///     for (const fxFlowProblem& problem : flow.apply(text)) print(problem.line());
 ///     fx_theExecutive->run();
 ///
-/// Objects may be dropped, and the flow may be destroyed, while described inputs and alarms of
-/// the flow's time run: what is dropped then ends afterwards. The flow holds its objects; one
-/// that ends all the same is not used any more.
+/// Objects may be dropped, and the flow may be destroyed, while described inputs and alarms
+/// of the flow's time run: dropped objects are destroyed afterwards. The flow holds its
+/// objects; one that is destroyed nevertheless is not used any more.
 ///
 /// Needs fxInitializeToolkit(). A flow belongs to the loop's thread.
 class FX_API fxFlow : public fxObj {
 public:
-    /// What a flow is made for.
+    /// The purpose of a flow.
     enum class Purpose {
         running,  ///< All elements start.
-        testing   ///< Those that reach outside the flow do not: a test sends in their place.
+        testing   ///< Elements that reach outside do not start: a test sends in their place.
     };
 
     /// `time` is borrowed.
@@ -42,14 +42,14 @@ public:
 
     const char* className() const override;
 
-    /// Makes the flow that of the text, from nothing or from what it was: objects of which
-    /// the text says the same keep their state and their connections, others are made and
-    /// dropped. Plug-ins that the text names are loaded. Returns what is wrong; when that is
-    /// an error nothing has changed.
+    /// Makes this the flow of the text, from nothing or from its present state: objects
+    /// that the text describes as before keep their state and their connections, others are
+    /// made and dropped. Plug-ins that the text names are loaded. Returns the problems; if
+    /// one is an error, nothing has changed.
     std::vector<fxFlowProblem> apply(fxFlowText text);
 
-    /// Whether a value may still come of itself: an element is busy. What is queued does not
-    /// count.
+    /// Whether a value may come without an outside call: an element is busy. Queued values
+    /// do not count.
     bool isBusy() const;
 
     fxObj* find(std::string_view name) const;       ///< The object of this name, or null.
@@ -62,34 +62,34 @@ public:
     void writeDot(std::ostream& out) const;
 
     ///@{
-    /// Saves the flow with what its elements remember in the file at `path`, and makes this
-    /// flow the saved one, all of whose objects are new; apply() of the text that the saved one
-    /// had keeps them. Loading changes nothing when it fails. Plug-ins that the flow needs must
-    /// have been loaded: a saved flow loads none. What is queued is not saved. Neither is
-    /// possible while the flow is changed. A saved flow, like a text, says which files are
-    /// written and which commands run: load only what is trusted.
+    /// Saves the flow, with the state of its elements, in the file at `path`; makes this
+    /// flow the saved one, all of whose objects are new. apply() of the text that the saved
+    /// one had keeps them. Loading changes nothing when it fails. Plug-ins that the flow
+    /// needs must have been loaded: a saved flow loads none. Queued values are not saved.
+    /// Neither is possible while the flow is changed. A saved flow, like a text, names the
+    /// files to write and the commands to run: load only trusted ones.
     [[nodiscard]] fxStreamFault save(const std::string& path);
     [[nodiscard]] fxStreamFault load(const std::string& path);
     ///@}
     /// Loads the saved flow, and makes it that of the text as apply() does, before anything
-    /// starts: of the saved objects only those start of which the text says the same. Plug-ins
-    /// that the text names are loaded. Adds what is wrong with the text to `problems`; when that
-    /// is an error, or the flow cannot be loaded, nothing has changed.
+    /// starts: of the saved objects only those start that the text describes as before.
+    /// Plug-ins that the text names are loaded. Adds the problems of the text to `problems`;
+    /// if one is an error, or the flow cannot be loaded, nothing has changed.
     [[nodiscard]] fxStreamFault load(const std::string& path, fxFlowText text,
                                      std::vector<fxFlowProblem>& problems);
 
     /// Calls the watcher with each value, as text, that leaves an output, or that an output
-    /// sends to an input; until the flow ends, a text has no such end, or `context` (borrowed)
-    /// begins to end. Of an output and an input of one name, the output. Returns why not,
-    /// or "".
+    /// sends to an input; until the flow ends, a text has no such end, or `context`
+    /// (borrowed) begins to end. If an output and an input have one name, the output is
+    /// watched. Returns the reason why not, or "".
     std::string watch(const std::string& object, const std::string& channel, fxObj* context,
                       fxFlowType::Watcher watcher);
-    /// Sends a value to an input, or from an output where there is no such input; at once.
-    /// Returns why not, or "".
+    /// Sends a value to an input, or from an output if there is no such input; at once.
+    /// Returns the reason why not, or "".
     std::string send(const std::string& object, const std::string& channel,
                      const std::string& value);
 
-    /// "alarm: cannot write: No space left on device": what elements complain of.
+    /// Complaints of elements: "alarm: cannot write: No space left on device".
     const fxOutput<fxStr> complaint = addOutput<fxStr>("complaint");
 
 private:
@@ -98,11 +98,11 @@ private:
     class Change;
     class Network;
 
-    const std::shared_ptr<Network> network;  // held by what changes it
+    const std::shared_ptr<Network> network;  // held by changes under way
 };
 
-/// Loads the elements of a shared object, once. Returns why not, or "". It stays loaded. One
-/// that describes an element of a name that there is already is refused.
+/// Loads the elements of a shared object, once. Returns the reason why not, or "". It stays
+/// loaded. One that describes an element of an existing name is refused.
 FX_API std::string fxLoadPlugin(const std::string& path);
 /// Whether fxLoadPlugin() has loaded the file at the path.
 FX_API bool fxPluginIsLoaded(const std::string& path);

@@ -1,4 +1,4 @@
-// One row of a display: a quantity, its recent past and how it is shown.
+// One row of a display: a quantity, its recent values and its appearance.
 #ifndef FLOW_GAUGE_H
 #define FLOW_GAUGE_H
 
@@ -8,15 +8,15 @@
 #include "fxds/FloatArray.h"
 #include "fxds/Str.h"
 
-/// Which characters and colours a terminal can show.
+/// The characters and colours that a terminal can show.
 struct fxLook {
     bool unicode = false;  ///< Parts of blocks, or "#" and "-".
     bool colour = false;   ///< By the sequences of ECMA-48.
 };
 
-/// Takes a quantity in on "level" and shows it as text, bar and sparkline. What it shows it
-/// passes on on "shown", and whether it is shown, on "existence". The element Gauge; its
-/// description says what the channels are for.
+/// Receives a quantity on "level" and shows it as text, bar and sparkline. Sends the shown
+/// text on "shown", and whether it is shown, on "existence". The element Gauge; its
+/// description explains the channels.
 class FX_API fxGauge : public fxElement {
 public:
     fxGauge();  ///< One without a name.
@@ -30,22 +30,23 @@ public:
 
     const fxStr& getName() const { return name; }  ///< The text before the value.
     bool hasAlarm() const { return alarm; }        ///< Whether it is marked.
-    bool isPresent() const { return present; }     ///< Whether there is what it measures.
+    bool isPresent() const { return present; }     ///< Whether the measured quantity exists.
 
-    /// Whether there is what it measures, such as swap. A gauge without is not shown.
+    /// Whether the measured quantity exists, such as swap. Without it, a gauge is not
+    /// shown.
     void setPresent(bool on);
 
     /// The value with its unit, "-" before the first one.
     fxStr valueText() const;
-    /// The whole row, at most `width` columns wide: what does not fit is left out, the least
-    /// important first.
+    /// The whole row, at most `width` columns wide: parts that do not fit are left out, the
+    /// least important first.
     fxStr row(unsigned int width, const fxLook& look) const;
 
     /// A bar in brackets, `columns` wide between them; a `share` from 0 to 1 of it is filled.
     static fxStr bar(float share, unsigned int columns, bool isUnicode);
 
     ///@{
-    /// What a flow sets; the element's description says what it means.
+    /// Properties for flows; the element's description explains them.
     fxStr name;
     std::string unit = "number";
     double full = 100;

@@ -1,4 +1,4 @@
-// The terminal: what it can do, and taking it over and giving it back.
+// The terminal: its abilities, and control over it.
 #ifndef FLOW_TERMINAL_H
 #define FLOW_TERMINAL_H
 
@@ -7,10 +7,9 @@
 #include "flow/Gauge.h"
 #include "fxds/Str.h"
 
-/// Takes the terminal at standard output over for drawing in place: no echo, no
-/// waiting for the end of the line, no cursor, and the other screen, so that
-/// what was there before comes back. It is given back by leave(), by the
-/// destructor, by exit() and when the process dies of an error of its own.
+/// Takes over the terminal at standard output for drawing in place: no echo, no waiting for
+/// the end of the line, no cursor, and the other screen, so that the previous content comes
+/// back. leave(), the destructor, exit() and the signals of fatal errors give it back.
 ///
 /// There is one terminal, so there may be one fxTerminal at a time.
 class FX_API fxTerminal {
@@ -31,14 +30,14 @@ public:
     static unsigned int columns();
     static unsigned int rows();
     ///@}
-    /// What it can show, by the environment.
+    /// Its abilities, by the environment.
     static fxLook look();
 
-    /// Draws the lines from the top, as many as there is room for, and `last` below them, in
-    /// place of what was there.
+    /// Draws the lines from the top, as many as there is room for, and `last` below them;
+    /// replaces the previous picture.
     void draw(const std::vector<fxStr>& lines, const fxStr& last) const;
 
-    /// Writes the text as it is. Bytes that the terminal does not accept are lost.
+    /// Writes the text unchanged. Bytes that the terminal does not accept are lost.
     void write(const fxStr& text) const;
 };
 

@@ -1,4 +1,4 @@
-// Tests of flows: what the text of a flow expects, tried on a network of its own.
+// Tests of flows: the `test` blocks of a text, run on separate networks.
 #ifndef FLOW_TESTER_H
 #define FLOW_TESTER_H
 
@@ -8,22 +8,22 @@
 #include "flow/Text.h"
 #include "fxds/Config.h"
 
-/// How a test of a flow went.
+/// The result of a test of a flow.
 struct FX_API fxFlowTestResult {
     std::string name;     ///< Of the test.
     fxFlowPlace place;    ///< Of the test; where it failed, of the step.
     std::string failure;  ///< "expected 6 from rate.value, got 5"; "" for a test that passed.
-    double seconds = 0;   ///< How long it took.
+    double seconds = 0;   ///< The time that it took.
 
-    /// As compilers write it: "errors.flow:21:5: error: ..."; "" for a test that passed.
+    /// In the form of compilers: "errors.flow:21:5: error: ..."; "" for a test that passed.
     std::string line() const;
 };
 
 ///@{
-/// Runs one test of a flow, or all that the text has. Each gets a network of its own, in
-/// which nothing reaches outside and time passes only as the test says; all that is queued
-/// is delivered after each step. A test fails at its first step that does not hold, or in
-/// which an element complains. Where the flow cannot be made, every test fails.
+/// Runs one test of a flow, or all tests of the text. Each gets a separate network, in
+/// which nothing reaches outside and time passes only by `pass`; all queued values are
+/// delivered after each step. A test fails at its first step that does not hold, or in
+/// which an element complains. If the flow cannot be made, every test fails.
 ///
 ///     const fxFlowText text = fxFlowText::load("level.flow");
 ///     for (const fxFlowTestResult& each : fxRunFlowTests(text)) EXPECT_EQ(each.line(), "");

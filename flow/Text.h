@@ -13,7 +13,7 @@
 
 class fxElementKind;
 
-/// The name of a file, held once for all places in it.
+/// The name of a file, stored once for all places in it.
 class fxFlowFile {
 public:
     fxFlowFile() = default;  ///< Of no file.
@@ -32,22 +32,23 @@ private:
     std::shared_ptr<const std::string> held;
 };
 
-/// Where in the text of a flow something is. Lines and columns count from 1, columns in
-/// bytes; 0 for what has no place, such as a setting of the command line.
+/// A place in the text of a flow. Lines and columns count from 1, columns in bytes; 0 means
+/// no place, as for a setting of the command line.
 struct fxFlowPlace {
     fxFlowFile file;          ///< As load() or parse() was given it.
     unsigned int line = 0;    ///< From 1.
     unsigned int column = 0;  ///< Of the first byte, from 1.
 };
 
-/// Something that is wrong with a flow, or deserves a warning.
+/// An error in a flow, or a warning.
 struct FX_API fxFlowProblem {
-    fxFlowPlace place;  ///< Where it is.
+    fxFlowPlace place;  ///< Its place.
     std::string text;   ///< Without the place: "Lines has no output \"lin\"; it has: end, line".
     bool isWarning = false;  ///< Whether the flow works all the same.
     bool isOfCheck = false;  ///< Whether fxFlowText::check() found it.
 
-    /// As compilers write it: "errors.flow:7:5: error: ..."; without a place only the rest.
+    /// In the form of compilers: "errors.flow:7:5: error: ..."; without a place only the
+    /// rest.
     std::string line() const;
 };
 
@@ -59,10 +60,10 @@ struct FX_API fxFlowProblem {
 ///     log.line -> error.text (newest)
 ///
 /// Reading and checking a text makes no object and opens nothing but the files that it
-/// includes. All that is wrong is found, not only the first of it.
+/// includes. All problems are found, not only the first.
 class FX_API fxFlowText {
 public:
-    /// What a statement names, with its place.
+    /// A word of a statement, with its place.
     struct Word {
         std::string text;   ///< Without quotes and backslashes.
         fxFlowPlace place;  ///< Of its first byte.
@@ -79,7 +80,7 @@ public:
         std::vector<Setting> settings;        ///< In the order of the text.
         const fxElementKind* kind = nullptr;  ///< Set by check(); null for an unknown class.
 
-        bool operator==(const Object& other) const;  ///< Whether both say the same.
+        bool operator==(const Object& other) const;  ///< Whether both are the same.
     };
     /// One end of a connection: `object.channel`.
     struct End {
@@ -90,19 +91,19 @@ public:
     struct Connection {
         End from;                                          ///< An output.
         End to;                                            ///< An input.
-        fxFlowDelivery delivery = fxFlowDelivery::queued;  ///< How values travel.
+        fxFlowDelivery delivery = fxFlowDelivery::queued;  ///< How values are delivered.
 
-        bool operator==(const Connection& other) const;  ///< Whether both say the same.
+        bool operator==(const Connection& other) const;  ///< Whether both are the same.
     };
     /// One line of a test.
     struct Step {
-        /// What it does.
+        /// The kinds of steps.
         enum class Kind {
             send,        ///< `send END [VALUE] [COUNT times]`: from an output, or to an input
             pass,        ///< `pass SECONDS`: lets time pass
-            expect,      ///< `expect END [VALUE]`: that is the next value, or any
-            expectLast,  ///< `expect last END VALUE`: that is the last of all that came
-            expectNo     ///< `expect no END`: there is none
+            expect,      ///< `expect END [VALUE]`: the next value is this one, or any
+            expectLast,  ///< `expect last END VALUE`: the last of all values is this one
+            expectNo     ///< `expect no END`: there is no value
         };
         Kind kind;                ///< Which of them.
         End end;                  ///< Of all but `pass`.
@@ -114,58 +115,58 @@ public:
     };
     /// `test "WHAT" { ... }`
     struct Test {
-        Word name;                ///< What it shows.
+        Word name;                ///< Its title.
         std::vector<Step> steps;  ///< In their order.
     };
 
     ///@{
     /// Reads a text, or the file at a path, with the files that it includes, relative to
-    /// the one that includes them. `name` is what places call the text.
+    /// the one that includes them. `name` is the name of the text in places.
     static fxFlowText parse(std::string_view text, const std::string& name);
     static fxFlowText load(const std::string& path);
     ///@}
-    /// Reads a text that may lead to no other file: "include" and "use" are problems.
+    /// Reads a text that may not refer to other files: "include" and "use" are problems.
     static fxFlowText parseAlone(std::string_view text, const std::string& name);
 
-    /// Gives a property of an object another value, as `--set log.file=...` does. An object
-    /// that there is none of is a problem.
+    /// Gives a property of an object another value, as `--set log.file=...` does. An
+    /// unknown object is a problem.
     void set(const std::string& object, const std::string& property, const std::string& value);
 
     /// Looks up classes, names, types and converters, and warns of circles that only
-    /// immediate connections make. Adds to `problems`, in place of what an earlier check
-    /// found, and brings them into the order of the text. Plug-ins are to be loaded before. Returns
+    /// immediate connections make. Replaces the problems of an earlier check in `problems`,
+    /// and sorts them in the order of the text. Plug-ins must have been loaded. Returns
     /// whether there is no error.
     bool check();
     /// The connections, by index, that close a circle of immediate connections alone. A
     /// flow delivers these through the queue.
     std::vector<size_t> closingConnections() const;
 
-    bool hasErrors() const;  ///< Whether a problem is more than a warning.
-    /// The object of this name, or null. Cost: it is looked for from the first on.
+    bool hasErrors() const;  ///< Whether a problem is an error.
+    /// The object of this name, or null. Cost: a search from the first one.
     const Object* find(std::string_view object) const;
     /// The same flow in one text without includes and comments; reading it gives the same
     /// objects and connections. Tests are left out.
     std::string write() const;
     /// The flow as Graphviz dot text; deliveries other than "queued" and conversions are
-    /// labels of edges. What check() does not know is left out.
+    /// labels of edges. Parts unknown to check() are left out.
     void writeDot(std::ostream& out) const;
 
     std::vector<Object> objects;          ///< In the order of the text.
     std::vector<Connection> connections;  ///< Likewise.
     std::vector<Test> tests;              ///< Likewise.
     std::vector<Word> plugins;            ///< Paths of shared objects, complete.
-    std::vector<std::string> files;       ///< What was read, the flow itself first.
-    std::vector<fxFlowProblem> problems;  ///< What reading and check() have found.
+    std::vector<std::string> files;       ///< The files read, the flow itself first.
+    std::vector<fxFlowProblem> problems;  ///< Found by reading and by check().
     std::vector<std::string> unread;      ///< Objects whose statements have a fault.
     bool isWhole = true;                  ///< Whether every file was read to its end.
 };
 
-/// A value as a flow writes it: bare where that is possible, in quotes otherwise.
+/// A value in the notation of flows: bare if possible, otherwise in quotes.
 FX_API std::string fxFlowQuoted(std::string_view value);
 
 namespace fxFlowDetail {
 
-/// What to say behind `X has no output "lin"`: the nearest name, or all that there are.
+/// Continues `X has no output "lin"`: the nearest name, or all names.
 FX_API std::string suggestion(std::string_view wanted, const std::vector<std::string>& known);
 
 /// The text for a terminal or a report: control characters, and bytes that are no character

@@ -1,4 +1,4 @@
-// What a flow does with the values of a data type.
+// The operations of a flow on the values of a data type.
 #ifndef FLOW_VALUETYPE_H
 #define FLOW_VALUETYPE_H
 
@@ -16,7 +16,7 @@
 #include "fxds/Ref.h"
 #include "fxds/StrArray.h"
 
-/// How the values of a connection travel.
+/// The modes of delivery of a connection.
 enum class fxFlowDelivery {
     queued,  ///< behind everything that waits
     urgent,  ///< before everything that waits
@@ -37,7 +37,7 @@ FX_API std::string textOf(double value);
 FX_API std::string textOf(const fxStrArray& value);
 ///@}
 ///@{
-/// The other way round; false, and nothing changes, for a text that is not wholly a value.
+/// The inverse; returns false and changes nothing for a text that is not wholly a value.
 FX_API bool fromText(const std::string& text, bool& value);
 FX_API bool fromText(const std::string& text, long& value);
 FX_API bool fromText(const std::string& text, double& value);
@@ -88,7 +88,7 @@ bool parsed(const std::string& text, Use use) {
     }
 }
 
-/// Passes values on by its output "out", each as its delivery says.
+/// Passes values on through its output "out", each by its delivery.
 template <class T>
 class Relay final : public fxObj {
 public:

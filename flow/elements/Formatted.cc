@@ -5,8 +5,8 @@
 #include <cstring>
 #include <stdexcept>
 
-// A format is taken apart once: text, conversion, text. Values are texts; for a number
-// the conversion gets what strtod() finds at their start.
+// A format is parsed once: text, conversion, text. Values are texts; for a number the
+// conversion gets the result of strtod() at their start.
 
 namespace fxFlowDetail {
 
@@ -112,7 +112,7 @@ std::string Formatted::converted(const fxStr& value) const {
         }
     };
     if (conversion == 'd' || conversion == 'x') {
-        // Whole numbers that no double holds are read as they are.
+        // Whole numbers that no double represents are read as whole numbers.
         const bool isWhole = number < 9.2e18 && number > -9.2e18;
         const long whole = std::strtol(value.c_str(), &end, 10);
         const bool isDigits = *end != '.' && *end != 'e' && *end != 'E' && end != value.c_str();

@@ -10,11 +10,11 @@
 namespace fxFlowDetail {
 
 /// A format such as "%s errors" or "%6.2f s": text around one conversion, or without one;
-/// "%%" is a percent sign. A hostile format does no harm: conversions by which printf() would
-/// read or write memory, and widths above 1000 columns, are faults.
+/// "%%" is a percent sign. A hostile format does no harm: conversions by which printf()
+/// would read or write memory, and widths above 1000 columns, are faults.
 class Formatted {
 public:
-    /// What is wrong with a format; "" for nothing.
+    /// The fault of a format; "" for none.
     static std::string whyNot(const std::string& format);
 
     Formatted() = default;
@@ -36,7 +36,7 @@ private:
     std::string after;
 };
 
-/// An element that makes texts by a format.
+/// Base of elements that make texts by a format.
 class FormattingElement : public fxElement {
 public:
     std::string settle() override {

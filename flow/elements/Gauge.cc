@@ -7,9 +7,9 @@
 #include "flow/elements/Settings.h"
 #include "fxds/Xdr.h"
 
-// A row is  name value bar sparkline detail.  The columns are shared out from
-// the left; bar and sparkline get what the fixed columns leave. In a few columns the
-// value goes before the name.
+// A row is  name value bar sparkline detail.  The columns are shared out from the left; bar
+// and sparkline get the rest behind the fixed columns. With few columns the value precedes
+// the name.
 
 namespace {
 
@@ -21,8 +21,7 @@ constexpr unsigned int leastGraphColumns = 6;
 constexpr unsigned int leastBesideDetail = 36;
 constexpr unsigned int mostBarColumns = 30;
 
-// Eighths of a column, from the left and from below, and what is used instead
-// where there is no Unicode.
+// Eighths of a column, from the left and from below, and the replacement without Unicode.
 const char* const leftEighths[] = {" ", "▏", "▎", "▍", "▌", "▋", "▊", "▉", "█"};
 const char* const lowerEighths[] = {" ", "▁", "▂", "▃", "▄", "▅", "▆", "▇", "█"};
 const char* const asciiBar[] = {" ", " ", " ", " ", "-", "-", "-", "-", "#"};
@@ -149,8 +148,8 @@ float fxGauge::scaleFor(unsigned int columns) const {
     return largest;
 }
 
-// A column for each part, or for several where there are more than columns; those of
-// the most busy one.
+// A column for each part, or for several if there are more than columns: the busiest of
+// them.
 fxStr fxGauge::detailText(unsigned int columns, bool isUnicode) const {
     if (parts.length() == 0) return detail.head(std::min(detail.length(), columns));
     const unsigned int each = (parts.length() + columns - 1) / columns;

@@ -14,8 +14,8 @@
 #include "flow/Element.h"
 #include "flow/elements/Settings.h"
 
-// Values go on at once: when sample() returns, everything behind this sampler has seen
-// them. Counters of the kernel become rates here, so the first sample has none to send.
+// Values are sent at once: when sample() returns, everything behind this sampler has
+// received them. Counters of the kernel become rates here, so the first sample sends none.
 
 namespace {
 
@@ -43,7 +43,7 @@ bool isNoDisk(const std::string& name) {
     return false;
 }
 
-// Turns a counter into a rate: by how much it grew, for each unit by which a base grew.
+// Turns a counter into a rate: its growth per unit of growth of a base.
 class Growth {
 public:
     // False when the base has not grown, or the count has shrunk: it was reset.
@@ -62,17 +62,18 @@ private:
 };
 
 // Reads a file when its time has come, and on request. When the file cannot be read or
-// understood, it reports the reason and is off from then on.
+// understood, it reports the reason and stays off.
 class Sampler : public fxElement {
 public:
-    // `file_` below the directory; `what_` names what is lost without it. Borrowed.
+    // `file_` is relative to the directory; `what_` names the data that is lost without it.
+    // Borrowed.
     Sampler(const char* file_, const char* what_) : file(file_), what(what_) {}
 
     std::string start() override {
         isOn = true;
         if (every > 0) {
             setBusy(true);
-            // The first as soon as the flow runs, so that rates have a beginning.
+            // The first sample as soon as the flow runs, so that rates have a beginning.
             first = time().after(fxAlarm::Span(0), this, [this] { sample(); });
             alarm = time().every(fxFlowTime::seconds(every), this, [this] { sample(); });
         }
@@ -97,7 +98,7 @@ public:
     fxOutputView<fxStr> notice;
 
 protected:
-    // Sends the values in the text, or returns false when they are not there.
+    // Sends the values in the text, or returns false if they are missing.
     virtual bool parse(const char* text) = 0;
 
 private:
@@ -244,7 +245,7 @@ protected:
     }
 };
 
-// What goes in and out, in bytes.
+// Incoming and outgoing bytes.
 class Traffic : public Sampler {
 public:
     using Sampler::Sampler;
@@ -302,7 +303,7 @@ protected:
     }
 };
 
-// All disks: in is what was read.
+// All disks. Incoming means read.
 class Disk final : public Traffic {
 public:
     Disk() : Traffic("diskstats", "disk") {}
@@ -312,7 +313,7 @@ protected:
     bool parse(const char* text) override {
         // major minor name reads merged read-sectors ms writes merged written-sectors ...
         // A disk is listed before its partitions, whose names begin with its name.
-        constexpr double sectorBytes = 512;  // whatever the disk's own are
+        constexpr double sectorBytes = 512;  // independent of the disk's own
         double read = 0;
         double written = 0;
         std::string disk;
@@ -336,7 +337,7 @@ protected:
     }
 };
 
-// What all samplers have.
+// The properties of all samplers.
 template <class C>
 void describe(fxElementOf<C>& element) {
     element.reachesOutside();

@@ -27,9 +27,9 @@ private:
     long number = 0;
 };
 
-// Time is cut into slots of length `every`, each with the number of what came in it; the
-// sum of the newest of them is the value. The alarm that ends slots runs only while the sum
-// may change. Memory is bounded by the number of slots, whatever comes.
+// Time is cut into slots of length `every`, each with the number of values in it; the sum
+// of the newest slots is the value. The alarm that ends slots runs only while the sum may
+// change. Memory is bounded by the number of slots, not by the number of values.
 class Rate final : public fxElement {
 public:
     const char* className() const override { return "Rate"; }
@@ -48,7 +48,7 @@ public:
         ++slots.back();
         setBusy(true);
     }
-    // Of the slots that are over, too, as if the newest had just begun.
+    // Includes the slots that are over, as if the newest had just begun.
     bool xdrState(fxTranscriber& transcriber) override {
         constexpr long most = 1'000'000'000'000;  // in a slot: a million of them make a sum
         unsigned long size = slots.size();

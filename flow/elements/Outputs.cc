@@ -1,4 +1,4 @@
-// Elements that values leave the flow by.
+// Elements that pass values out of the flow.
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -15,7 +15,7 @@
 
 namespace {
 
-// Each line at once: a pipe may lead to a program that waits for it.
+// Each line is written at once: a pipe may lead to a program that waits for it.
 class Print final : public fxFlowDetail::FormattingElement {
 public:
     const char* className() const override { return "Print"; }
@@ -38,10 +38,10 @@ private:
         hasFailed = !isWritten;
     }
 
-    bool hasFailed = false;  // and has complained of that
+    bool hasFailed = false;  // and a complaint was made
 };
 
-// The file is opened again when another one has come to its place, as when logs rotate.
+// The file is opened again when another one has taken its place, as when logs rotate.
 class Append final : public fxElement {
 public:
     ~Append() override { shut(); }
@@ -71,13 +71,13 @@ private:
         return fd >= 0 && fstat(fd, &ours) == 0 && stat(file, &there) == 0 &&
                ours.st_ino == there.st_ino && ours.st_dev == there.st_dev;
     }
-    // A part is written where there is no room for all. It is cut off again, unless
-    // another program has appended to it since. Returns why not all is written, or "".
+    // Only a part is written if there is no room for all. It is cut off again, unless
+    // another program has appended since. Returns the reason why not all is written, or "".
     std::string write(std::string_view text) const {
         const ssize_t written = fxWriteWithoutSignal(fd, text.data(), text.size());
         if (written < 0) return std::strerror(errno);
         if (static_cast<size_t>(written) == text.size()) return "";
-        const off_t end = lseek(fd, 0, SEEK_CUR);  // of what was appended
+        const off_t end = lseek(fd, 0, SEEK_CUR);  // of the appended part
         struct stat status = {};
         const bool isLast = fstat(fd, &status) == 0 && status.st_size == end;
         const bool isCut = isLast && ftruncate(fd, end - written) == 0;
@@ -94,7 +94,7 @@ private:
     }
 
     int fd = -1;
-    bool hasFailed = false;  // and has complained of that
+    bool hasFailed = false;  // and a complaint was made
 };
 
 }  // namespace

@@ -1,4 +1,4 @@
-// Elements that let values through, or not, or later.
+// Elements that pass values on, drop them, or delay them.
 #include <algorithm>
 #include <chrono>
 #include <deque>
@@ -22,8 +22,8 @@ public:
     fxOutputView<fxStr> value;
 };
 
-// All values wait equally long, so one alarm for the first of them will do. It passes one
-// value on: whatever a receiver does then, another alarm runs where more wait.
+// All values wait equally long, so one alarm for the first of them is enough. It passes on
+// one value: a receiver may do anything, and another alarm runs if more values wait.
 class Delay final : public fxElement {
 public:
     const char* className() const override { return "Delay"; }
@@ -38,7 +38,7 @@ public:
         if (waiting.size() == 1) wait();
     }
 
-    // Each value with the seconds that it has yet to wait.
+    // Each value with the seconds that remain.
     bool xdrState(fxTranscriber& transcriber) override {
         typedef std::chrono::duration<double> Seconds;
         const fxAlarm::Time now = time().now();
@@ -47,7 +47,7 @@ public:
         if (transcriber.isReading()) waiting.clear();
         for (unsigned long i = 0; i < count; ++i) {
             if (transcriber.isReading()) waiting.emplace_back();
-            Value& each = waiting[i];  // stays where it is when more come
+            Value& each = waiting[i];  // does not move when more are added
             double left = std::chrono::duration_cast<Seconds>(each.due - now).count();
             if (!fxXdrAll(transcriber, left, each.text)) return false;
             if (transcriber.isReading()) each.due = in(left);
@@ -66,7 +66,7 @@ private:
         fxStr text;
     };
 
-    // That moment, or the last one that there is.
+    // That time, or the last one that can be represented.
     fxAlarm::Time in(double seconds) const {
         const fxAlarm::Time now = time().now();
         return now + std::min(fxFlowTime::seconds(seconds), fxAlarm::Time::max() - now);
@@ -89,7 +89,7 @@ private:
     }
 
     std::deque<Value> waiting;
-    bool isFull = false;  // and has complained of that
+    bool isFull = false;  // and a complaint was made
     fxRef<fxFlowAlarm> alarm;
 };
 

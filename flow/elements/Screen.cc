@@ -1,4 +1,4 @@
-// Elements for what a person watches: the time of day and a picture on the terminal.
+// Elements for a person who watches: the time of day and a picture on the terminal.
 #include <chrono>
 #include <ctime>
 #include <memory>
@@ -15,7 +15,7 @@ class Clock final : public fxElement {
 public:
     const char* className() const override { return "Clock"; }
 
-    // A test, which does not start it, has days that begin with its own time.
+    // In a test, which does not start it, days begin with the test's own time.
     void ask() {
         tm parts = {};
         const auto passed =
@@ -41,7 +41,7 @@ class Terminal final : public fxElement {
 public:
     const char* className() const override { return "Terminal"; }
 
-    // A test, which does not start it, has a plain one of 80 columns.
+    // In a test, which does not start it, the terminal is a plain one of 80 columns.
     void measure() {
         fxStr words;
         if (hasStarted() && fxTerminal::canDraw()) {
@@ -56,7 +56,7 @@ public:
     fxOutputView<fxStr> look;
 };
 
-// Draws on the terminal. Where there is none, lines pass through it to be printed.
+// Draws on the terminal. Without a terminal, lines pass through to be printed.
 class Screen final : public fxElement {
 public:
     ~Screen() override {
@@ -89,7 +89,7 @@ public:
     fxOutputView<fxStr> line;
 
 private:
-    static inline bool isTaken = false;  // the terminal, by one of them
+    static inline bool isTaken = false;  // one of them has the terminal
 
     std::unique_ptr<fxTerminal> terminal;
 };

@@ -1,4 +1,4 @@
-// Tests of what elements are set to.
+// Tests of values of properties.
 #ifndef FLOW_ELEMENTS_SETTINGS_H
 #define FLOW_ELEMENTS_SETTINGS_H
 
@@ -6,7 +6,7 @@
 
 namespace fxFlowDetail {
 
-/// For a text that goes to the system, which would take it to end at a zero byte.
+/// For a text that is passed to the system, which would cut it at a zero byte.
 inline std::string whyZeroByte(const std::string& text) {
     return text.find('\0') == std::string::npos ? "" : "has a zero byte";
 }

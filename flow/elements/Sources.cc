@@ -1,4 +1,4 @@
-// Elements that values come from: a clock, the lines of a file or of a process.
+// Elements that are sources of values: a clock, the lines of a file or of a process.
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -51,7 +51,7 @@ private:
     fxRef<fxFlowAlarm> alarm;
 };
 
-// Reads by one of three: a reader of a file that is read once, a follower of one that may
+// Reads by one of three: a reader for a file that is read once, a follower for one that may
 // grow, a process.
 class Lines final : public fxElement {
 public:
@@ -82,7 +82,7 @@ public:
         return "";
     }
 
-    // A file that is followed is gone on with where it was left.
+    // A file that is followed is continued where reading stopped.
     bool xdrState(fxTranscriber& transcriber) override {
         if (follower != nullptr) loaded = follower->getPlace();
         return fxXdrAll(transcriber, loaded.file, loaded.offset);

@@ -13,13 +13,13 @@
 #include <string>
 
 // The sequences are those of ECMA-48, which every terminal of a Linux system takes, the
-// console and its emulators alike. terminfo, which knows others too, would be the only
-// thing that the examples need beside the library and libc. Colours are the
-// terminal's own red and green, so that they suit a light and a dark ground.
+// console and its emulators alike. terminfo, which supports others too, would be the only
+// thing that the examples need beside the library and libc. Colours are the terminal's own
+// red and green, so that they suit a light and a dark background.
 //
 // The data needed to give the terminal back is in static storage, and giving it back uses
-// calls that are allowed in signal handlers: a process that is dying can still
-// do it, once, whichever way it dies.
+// calls that are allowed in signal handlers: a dying process can do it, once, whatever the
+// cause.
 
 namespace {
 
@@ -52,7 +52,7 @@ void restoreAndDie(int signalNumber) {
     raise(signalNumber);  // the handler was installed for one signal only
 }
 
-// Whoever handles one of these already, as a sanitizer does, goes on doing so.
+// Existing handlers of these signals, such as a sanitizer's, stay installed.
 void restoreOnErrors() {
     for (const int signalNumber : {SIGABRT, SIGSEGV, SIGBUS, SIGFPE, SIGILL}) {
         struct sigaction action;

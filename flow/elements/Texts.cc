@@ -1,4 +1,4 @@
-// Elements that look into texts and make others of them.
+// Elements that search texts and make new ones.
 #include <algorithm>
 #include <iterator>
 #include <string>
@@ -34,7 +34,7 @@ public:
     const char* className() const override { return "Match"; }
 
     void take(const fxStr& text) {
-        // A receiver may end what the text belongs to.
+        // A receiver may destroy the owner of the text.
         // NOLINTNEXTLINE(performance-unnecessary-copy-initialization)
         const fxStr subject(text);
         const fxMatch match = expression.search(subject);
@@ -122,8 +122,8 @@ private:
     bool hasCome[2] = {};
 };
 
-// The pieces of one text come one by one, each on an input of its own, and the text goes
-// on when "join" says that they are complete.
+// The pieces of one text arrive one by one, each on a separate input. The text is sent when
+// "join" signals that they are complete.
 class Join final : public fxElement {
 public:
     static constexpr int pieceCount = 16;

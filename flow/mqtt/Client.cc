@@ -11,12 +11,12 @@
 #include <fstream>
 #include <utility>
 
-// Callbacks of the library only note what happened: inside of them it must not be called,
-// and what receivers do might end this element. follow() acts on the notes when the
-// library has returned.
+// Callbacks of the library only record events: inside of them it must not be called, and
+// receivers might destroy this element. follow() handles the records when the library has
+// returned.
 //
-// A socket of the library is served under a descriptor of our own, a duplicate, which the
-// handler may close. The handler goes when the connection is lost.
+// A socket of the library is served under a duplicate of its descriptor, which the handler
+// may close. The handler is removed when the connection is lost.
 
 class MqttClient::Socket final : public fxSelectHandler {
 public:
@@ -42,9 +42,9 @@ public:
     }
 
 private:
-    // Under TLS packets may have been read that the descriptor does not show any more, so it
-    // reads to the end; what a turn does not read is read when the socket takes data, which
-    // is nearly always.
+    // Under TLS, packets may have been read that the descriptor does not show any more, so
+    // it reads to the end. The rest is read when the socket takes data, which is nearly
+    // always.
     void read() {
         int packetsLeft = 100;
         int result = MOSQ_ERR_SUCCESS;
@@ -73,8 +73,8 @@ bool firstLine(const std::string& path, std::string& line) {
     return static_cast<bool>(std::getline(file, line)) && line.size() < 65536;
 }
 
-// Brokers that serve several names choose the certificate by this one. It replaces the
-// address, which the library has just set.
+// Brokers with several names choose the certificate by this one. It replaces the address,
+// which the library has just set.
 void nameBroker(const SSL* connection, int event, int) {
     if ((event & SSL_CB_HANDSHAKE_START) == 0) return;
     void* const name = SSL_CTX_get_app_data(SSL_get_SSL_CTX(connection));
@@ -82,15 +82,16 @@ void nameBroker(const SSL* connection, int event, int) {
              name);
 }
 
-// Verifies the certificate as OpenSSL does by default, and nothing else: the library's
-// own function compares it with the address, and refuses all where the context is not its own.
+// Verifies the certificate as OpenSSL does by default, and no more: the library's own
+// function compares it with the address, and refuses everything if the context is not its
+// own.
 int verifyAsUsual(X509_STORE_CTX* chain, void*) {
     X509_STORE_CTX_set_verify_cb(chain, [](int isGood, X509_STORE_CTX*) { return isGood; });
     return X509_verify_cert(chain);
 }
 
-// The library connects to an address, since it would wait while it resolves a name. So
-// OpenSSL compares the certificate with the name, as a part of verifying it. `name` is to
+// The library connects to an address, because it would block while it resolves a name. So
+// OpenSSL compares the certificate with the name, as a part of verifying it. `name` must
 // live as long as the client.
 int verifyName(mosquitto* client, std::string& name) {
     SSL_CTX* const context = SSL_CTX_new(TLS_client_method());
@@ -154,8 +155,8 @@ std::string MqttClient::makeClient() {
                                  clientId.isEmpty(), this)
                  : nullptr;
     if (client == nullptr) return std::string("no client can be made: ") + std::strerror(errno);
-    // It then queues what it has to answer, and writes only when it is told to. Otherwise it
-    // writes at once, and drops a message that it cannot acknowledge without telling of it.
+    // The library then queues its answers, and writes only on request. Otherwise it writes
+    // at once, and silently drops a message that it cannot acknowledge.
     mosquitto_threaded_set(client, true);
     mosquitto_connect_with_flags_callback_set(client, onConnect);
     mosquitto_disconnect_callback_set(client, onDisconnect);
@@ -202,7 +203,7 @@ std::string MqttClient::setCredentials() {
     return result == MOSQ_ERR_SUCCESS ? "" : mosquitto_strerror(result);
 }
 
-// getent asks what the system would ask: files, caches, name servers.
+// getent uses the sources of the system: files, caches, name servers.
 void MqttClient::resolve() {
     if (isAddress(broker.toStdString())) {
         connectTo(broker.toStdString());
@@ -252,7 +253,7 @@ void MqttClient::retryLater(const std::string& why) {
     retrying = time().after(fxFlowTime::seconds(pause), this, [this] { resolve(); });
 }
 
-// Each reason once, until it has been connected.
+// Reports each reason once per connection.
 void MqttClient::tellTrouble(const std::string& why) {
     if (why != lastTrouble) complain("not connected to " + broker.toStdString() + ": " + why);
     lastTrouble = why;

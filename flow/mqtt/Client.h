@@ -12,9 +12,9 @@
 #include "fxds/Process.h"
 #include "fxds/SelectHandler.h"
 
-/// What MqttIn and MqttOut have in common: the properties, and a client of the broker that
+/// The common base of MqttIn and MqttOut: the properties, and a client of the broker that
 /// connects and, whenever the connection is lost, connects again, each time after a longer
-/// pause. Nothing waits: the socket is served by the loop, names are resolved by a child.
+/// pause. Nothing blocks: the loop serves the socket, and a child resolves names.
 class MqttClient : public fxElement {
 public:
     MqttClient();
@@ -23,11 +23,11 @@ public:
     std::string settle() override;
     std::string start() override;
 
-    /// What is wrong with the name of a broker; "" for nothing.
+    /// The fault of the name of a broker; "" for none.
     static std::string whyNoBroker(const std::string& name);
 
     ///@{
-    /// What a flow sets; see describe().
+    /// Properties for flows; see describe().
     fxStr broker;
     int port = 1883;
     fxStr topic;
@@ -48,19 +48,20 @@ protected:
     mosquitto* getClient() const { return client; }  ///< Null before the first connection.
 
     ///@{
-    /// Called when the library may be called again. comeOnline() gets whether the broker has
-    /// kept the session, and returns false for a client that is to be made anew and connected
-    /// again.
+    /// Called when the library may be called again. comeOnline() gets whether the broker
+    /// has kept the session; it returns false if a new client must be made and connected.
     virtual bool comeOnline(bool isKnown) = 0;
     virtual void takeEvents() = 0;
     ///@}
     ///@{
-    /// Called inside the library, which must not be called then. The element notes what came.
+    /// Called inside the library, which must not be called then. The element records the
+    /// event.
     virtual void noteMessage(const mosquitto_message&) {}
     virtual void noteAcknowledged(int) {}
     virtual void noteSubscribed() {}
     ///@}
-    /// Looks at what the library did, and has yet to do. To be called after each call of it.
+    /// Handles what the library has done and still has to do. Call it after each call of
+    /// the library.
     void follow();
 
 private:
@@ -84,13 +85,13 @@ private:
     std::unique_ptr<Socket> socket;
     std::unique_ptr<fxProcess> resolver;
     std::string resolved;
-    std::string verifiedName;  // which the broker's certificate has to have
+    std::string verifiedName;  // required of the broker's certificate
     fxRef<fxFlowAlarm> retrying;
     fxRef<fxFlowAlarm> upkeep;
     double pause = 0;  // before the next attempt; 0: connected since
     std::string lastTrouble;
     bool isOnline = false;
-    // What callbacks noted.
+    // Recorded by callbacks.
     bool hasConnected = false;
     bool hasSession = false;
     bool isLost = false;
@@ -99,7 +100,7 @@ private:
 
 namespace fxMqtt {
 
-/// Describes what a class that derives from MqttClient has of it.
+/// Describes the part of MqttClient in a class that derives from it.
 template <class C>
 void describe(fxElementOf<C>& element) {
     element.reachesOutside();

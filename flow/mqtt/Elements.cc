@@ -37,9 +37,9 @@ public:
     fxOutputView<fxStr> value;
 
 protected:
-    // A session that the broker has kept is subscribed; to do it again would bring retained
-    // values a second time. One that it has not kept numbers its messages anew, so the library
-    // has to forget those that it has half of.
+    // A session that the broker has kept is subscribed; subscribing again would bring
+    // retained values a second time. A session that it has not kept numbers its messages
+    // anew, so the library must forget its unfinished ones.
     bool comeOnline(bool isKnown) override {
         if (!isKnown) {
             isSubscribed = false;
@@ -75,9 +75,9 @@ private:
         unsigned long serial;
     };
 
-    // A message that comes again because the connection was lost half way is in the library
-    // twice, and is handed out twice when the end of its delivery comes again, too. The
-    // broker uses a number again after 65,535 messages.
+    // A message that is sent again because the connection was lost half way is in the
+    // library twice, and is handed out twice if the end of its delivery is sent again, too.
+    // The broker reuses a number after 65,535 messages.
     bool isRepeated(int id, const char* name, std::string_view payload) {
         constexpr unsigned long longAgo = 30000;
         const std::hash<std::string_view> hashOf;
@@ -92,13 +92,13 @@ private:
     std::deque<std::pair<fxStr, fxStr>> come;     // topic and payload
     std::unordered_map<int, Delivery> delivered;  // in this session, by the broker's number
     unsigned long serial = 0;
-    bool isSubscribed = false;   // and the broker has said so, in this session
+    bool isSubscribed = false;   // and the broker has confirmed it, in this session
     bool mayHoldHalves = false;  // whether the library has been sent messages of QoS 2
 };
 
-// A value waits until there is a connection, and room among those that the broker has yet
-// to acknowledge. From then on the library has it, and sends it again where the connection
-// was lost in between.
+// A value waits until there is a connection, and room among those that the broker has not
+// acknowledged yet. Then the library has it, and sends it again if the connection was lost
+// in between.
 class MqttOut final : public MqttClient {
 public:
     const char* className() const override { return "MqttOut"; }
@@ -152,14 +152,14 @@ private:
 
     void publish() {
         while (isConnected() && !waiting.empty() && inFlight.size() < mostInFlight) {
-            // Taken out first: at QoS 0 the library may tell of the end before it returns.
+            // Taken out first: at QoS 0 the library may report the end before it returns.
             const fxStr text = std::move(waiting.front());
             waiting.pop_front();
             int id = 0;
             const int result =
                 mosquitto_publish(getClient(), &id, topic.c_str(), static_cast<int>(text.length()),
                                   text.c_str(), qos, retain);
-            // From QoS 1 the library keeps what it could not send.
+            // From QoS 1 on the library keeps messages that it could not send.
             const bool isTaken = result == MOSQ_ERR_SUCCESS ||
                                  (qos > 0 && result != MOSQ_ERR_NOMEM && result != MOSQ_ERR_INVAL);
             if (!isTaken) {
@@ -177,7 +177,7 @@ private:
     bool isStarted = false;
     std::deque<fxStr> waiting;
     std::set<int> inFlight;  // those of QoS 1 and 2 that are not acknowledged
-    size_t done = 0;         // acknowledged, but not told yet
+    size_t done = 0;         // acknowledged, but not reported yet
     long acknowledgedCount = 0;
     long droppedCount = 0;
 };

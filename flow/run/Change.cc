@@ -5,10 +5,10 @@
 #include "flow/run/Network.h"
 
 // A change is a transaction: the steps before commit() make objects and relays that are
-// connected to nothing, and only add to what the network knows. Code of elements runs in
-// make() and start() alone, and may do anything but change this flow again; what it may
-// end is asked for afterwards. prepare() finds all channels, and commit() joins them with
-// no code of elements in between.
+// connected to nothing, and only add to the tables of the network. Code of elements runs in
+// make() and start() alone, and may do anything but change this flow again; the steps
+// behind check which objects still exist. prepare() finds all channels, and commit() joins
+// them with no code of elements in between.
 
 namespace {
 
@@ -17,7 +17,7 @@ bool isNumber(unsigned short type) {
            type == fxDT_fxBool;
 }
 
-// As the converters read it.
+// The rule of the converters.
 bool beginsWithNumber(const std::string& text) {
     char* end = nullptr;
     static_cast<void>(std::strtod(text.c_str(), &end));
@@ -172,7 +172,7 @@ bool fxFlow::Change::stays(const fxFlowText::Connection& joint) const {
 void fxFlow::Change::prepareJoint(const fxFlowText::Connection& joint) {
     const auto from = byName.find(joint.from.object.text);
     const auto to = byName.find(joint.to.object.text);
-    if (from == byName.end() || to == byName.end()) return;  // check() told
+    if (from == byName.end() || to == byName.end()) return;  // reported by check()
     fxOutputChannel* source = from->second->output(joint.from.channel.text);
     fxInputChannel* const input = to->second->input(joint.to.channel.text);
     const auto tell = [&](const fxFlowText::End& end, const char* what) {
@@ -209,7 +209,8 @@ void fxFlow::Change::mind(const fxFlowText::Connection& joint, fxOutputChannel* 
     fxObj* const target = byName[joint.to.object.text]->object;
     const std::string from = joint.from.object.text + '.' + joint.from.channel.text;
     const bool isTruth = type == fxDT_fxBool;
-    // Complains of the first that is no number, and of none behind it before one is.
+    // Complains of the first text that is no number, and then not again before a number
+    // comes.
     const auto look = [its = network.get(), target, from, to = joint.to.channel.text, isTruth,
                        hasFailed = false](const std::string& value) mutable {
         const bool isFine =
@@ -256,7 +257,7 @@ void fxFlow::Change::commit() {
     for (const Member* const each : members) network->members.push_back(std::move(owned[each]));
     network->byName = std::move(byName);
     network->joints = std::move(joints);
-    network->relays.swap(relays);  // the old ones end with the change
+    network->relays.swap(relays);  // the old ones are destroyed with the change
     for (auto& [key, connection] : minding) network->minding[key] = std::move(connection);
     network->said = std::move(text);
     network->retire(std::move(dropped));

@@ -6,11 +6,11 @@
 #include "flow/text/Problems.h"
 
 // An object is a record of three columns: inputs; name, class and settings; outputs. The
-// channels are ports, numbered as they are described.
+// channels are ports, numbered in the order of their description.
 
 namespace {
 
-// Text inside a record's label: bounded, and without what has a meaning there.
+// Text inside a record's label: bounded, and without characters that have a meaning there.
 std::string inLabel(std::string_view text) {
     std::string result;
     for (const char c : fxFlowDetail::printable(fxFlowCut(text))) {
@@ -39,7 +39,7 @@ void writeObject(std::ostream& out, size_t number, const fxFlowText::Object& obj
     out << "}}\"];\n";
 }
 
-// The position of the channel among those that are described.
+// The position of the channel in the description.
 size_t numberOf(const std::vector<fxElementChannel>& channels, const std::string& name) {
     size_t number = 0;
     while (number < channels.size() && channels[number].name != name) ++number;

@@ -67,7 +67,7 @@ std::string fxElementProperty::whyNot(const std::string& value) const {
 
 const char* fxElementChannel::typeName() const { return fxDataTypeName(type->number()); }
 
-// Kinds are entered while programs and plug-ins start, and leave when these end, in any
+// Kinds are entered while programs and plug-ins start, and removed when these end, in any
 // order: the table is never destroyed.
 
 namespace {

@@ -51,6 +51,6 @@ std::string fxFlow::watch(const std::string& object, const std::string& channel,
 
 std::string fxFlow::send(const std::string& object, const std::string& channel,
                          const std::string& value) {
-    const std::shared_ptr<Network> hold = network;  // receivers may end the flow
+    const std::shared_ptr<Network> hold = network;  // receivers may destroy the flow
     return hold->send(object, channel, value);
 }

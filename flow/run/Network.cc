@@ -5,10 +5,10 @@
 #include "flow/run/Watch.h"
 #include "fxds/Converter.h"
 
-// Objects that a flow drops may be at work: further up the stack is a receiver that made
-// the flow change. So they end later: those that a change drops when what is queued is
-// delivered, those of a flow that ends at once; and all of them not before the last
-// Acting has gone.
+// Objects that a flow drops may be active: a receiver further up the stack may have made
+// the flow change. So they are destroyed later: those that a change drops with the next
+// delivery of the queue, those of a flow that ends at once; and none before the last Acting
+// is gone.
 
 namespace {
 
@@ -22,7 +22,7 @@ struct Graveyard {
 };
 
 Graveyard& graveyard() {
-    static Graveyard& only = *new Graveyard;  // elements may end after static variables
+    static Graveyard& only = *new Graveyard;  // elements may be destroyed after static variables
     return only;
 }
 

@@ -1,4 +1,4 @@
-// What a flow consists of while it runs. For the sources of this folder only.
+// The state of a running flow. For the sources of this folder only.
 #ifndef FLOW_RUN_NETWORK_H
 #define FLOW_RUN_NETWORK_H
 
@@ -15,12 +15,12 @@
 
 #include "flow/Flow.h"
 
-/// Not exported with the class that it is part of.
+/// Not exported with the enclosing class.
 #define FX_LOCAL __attribute__((visibility("hidden")))
 
 namespace fxFlowDetail {
 
-// Tells whether an object (borrowed) exists, whatever ends it.
+// Whether an object (borrowed) exists, however it ends.
 class LifeSign {
 public:
     explicit LifeSign(fxObj* object) : output(fxDT_void) {
@@ -32,7 +32,7 @@ private:
     fxOutputChannel output;  // connected to the object until that begins to end
 };
 
-// An object of a flow. It is held, unless it has ended by itself.
+// An object of a flow, which holds it, unless it has been destroyed nevertheless.
 class Member {
 public:
     Member(fxFlowText::Object said_, const fxRef<fxObj>& object_);
@@ -45,13 +45,13 @@ public:
     fxElement* element() const { return isThere() ? asElement : nullptr; }
 
     ///@{
-    // The channel, if the object is there and has one of the type that is described.
+    // The channel, if the object exists and has one of the described type.
     fxOutputChannel* output(const std::string& channel) const;
     fxInputChannel* input(const std::string& channel) const;
     ///@}
 
-    fxFlowText::Object said;  // by the text; its kind is not null
-    fxObj* const object;      // dangles once it is not there
+    fxFlowText::Object said;  // its description in the text; the kind is not null
+    fxObj* const object;      // dangles once it is destroyed
 
 private:
     fxElement* const asElement;
@@ -60,10 +60,10 @@ private:
 
 typedef std::vector<std::unique_ptr<Member>> Members;
 
-// Keeps the members until nothing of them can be at work any more: see Acting.
+// Keeps the members until none of them can be active any more: see Acting.
 void bury(Members members);
 
-// What the call returns, or what it throws as text.
+// The result of the call, or its exception as text.
 template <class Call>
 std::string outcomeOf(Call call) {
     try {
@@ -75,30 +75,29 @@ std::string outcomeOf(Call call) {
     }
 }
 
-// What is wrong, at a place.
+// A problem at a place.
 fxFlowProblem problemAt(const fxFlowPlace& place, std::string text);
 
-// The connections of a text, of which those that make endless or very deep immediate sends
-// are queued.
+// The connections of a text. Those that make endless or very deep immediate sends are
+// queued.
 std::vector<fxFlowText::Connection> restrained(const fxFlowText& text);
 
-// Tells connections from one another that do not say the same.
+// A key that differs between different connections.
 std::string keyOf(const fxFlowText::Connection& joint);
 
-// Whether a connection of the two types does.
+// Whether a connection of the two types is possible.
 bool leadsTo(unsigned short from, unsigned short to);
 
 }  // namespace fxFlowDetail
 
 // Invariants, outside of Change::commit():
 // (1) `members` has a member for each object of `said`, in its order; byName has the same.
-// (2) Each connection of `joints` is made if both ends are there: directly if it is "now",
-//     else from the relay for its output and delivery, which the output leads to.
+// (2) Each connection of `joints` is made if both ends exist: directly if it is "now", else
+//     from the relay for its output and delivery, which the output leads to.
 // (3) A relay is in `relays` exactly while a connection of `joints` needs it.
 // (4) `minding` has a connection for each of `joints` that makes numbers of texts.
 // (5) byObject has the members, those that a change under way has made, and the retired.
-//
-// While a change is under way (isChanging) others are refused.
+// (6) isChanging is set while a change is under way. Others are refused then.
 class FX_LOCAL fxFlow::Network {
 public:
     typedef fxFlowDetail::Member Member;
@@ -113,20 +112,21 @@ public:
 
     void end();  // of the flow
 
-    Member* find(std::string_view name) const;    // or null; one that is there
+    Member* find(std::string_view name) const;    // one whose object exists; or null
     Member* memberOf(const fxObj& object) const;  // the same, by byObject
-    // Where the values of the connection come from: an output or a relay's; or null.
+    // The source of the values of the connection: an output or a relay's; or null.
     fxOutputChannel* sourceOf(const fxFlowText::Connection& joint) const;
     void cut(const fxFlowText::Connection& joint);
     void complain(const fxObj& object, const std::string& text) const;
-    fxFlowText textNow() const;  // with the properties as they are
+    fxFlowText textNow() const;  // with the present properties
 
     ///@{
-    // Make the member's object one of the flow, and no longer.
+    // Add the member's object to the flow, and remove it.
     void enter(Member& member);
     void leave(const Member& member);
     ///@}
-    // Takes members out of the flow; they end with the next delivery of what is queued.
+    // Takes members out of the flow; they are destroyed with the next delivery of the
+    // queue.
     void retire(Members dropped);
 
     std::string watch(const std::string& object, const std::string& channel, fxObj* context,
@@ -149,20 +149,20 @@ public:
     std::unordered_map<const fxObj*, Member*> byObject;
     Members retired;
     std::vector<std::unique_ptr<Watch>> watches;
-    size_t watchesToSweep = 16;  // so many, and those of contexts that have gone are removed
+    size_t watchesToSweep = 16;  // at this number, those without a context are removed
 
     static std::vector<Network*>& all();
 
 private:
-    fxOutputChannel retiring;  // leads to what ends the retired
+    fxOutputChannel retiring;  // leads to the destruction of the retired
 };
 
-// A change of a network: all is made beside what there is, and then takes its place.
+// A change of a network: everything new is made beside the old state, and then replaces it.
 class FX_LOCAL fxFlow::Change {
 public:
     typedef fxFlowDetail::Member Member;
 
-    // Keeps what says the same, or nothing.
+    // Whether members that are described as before are kept.
     enum class Keep { same, nothing };
 
     Change(std::shared_ptr<Network> network_, fxFlowText text_, Keep keep_);
@@ -170,16 +170,16 @@ public:
     Change& operator=(const Change&) = delete;
     ~Change();
 
-    // Makes the saved flow at the path that of the text, or what it was without one. Adds to
-    // `told` what is wrong with the text.
+    // Makes the network that of the text, or without one that of the saved text, with the
+    // saved state at the path. Adds the problems of the text to `told`.
     static fxStreamFault load(const std::shared_ptr<Network>& network, const std::string& path,
                               const fxFlowText* text, std::vector<fxFlowProblem>& told);
 
     ///@{
     // The steps, in this order; each returns whether there is no error.
     bool check();
-    // Only to load: makes the objects of a saved flow, with the settings that it had at last.
-    // make() takes over those of which the text says what the saved flow was given.
+    // Only for load(): makes the objects of a saved flow, with their last settings. make()
+    // takes over those that the text describes as the text given to the saved flow did.
     bool recall(const fxFlowText& saved, const fxFlowText& given);
     bool make();
     bool start();
@@ -187,7 +187,7 @@ public:
     ///@}
     void commit();
 
-    std::vector<fxFlowProblem> problems;  // all that is wrong
+    std::vector<fxFlowProblem> problems;  // all problems
 
 private:
     struct Join {
@@ -199,9 +199,10 @@ private:
     Member* add(const fxFlowText::Object& object, Network::Members& to);
     void setUp(const Member& member);
     void prepareJoint(const fxFlowText::Connection& joint);
-    // Complains of texts that a connection makes numbers of, and that do not begin with one.
+    // Complains of texts that a connection converts to numbers and that do not begin with
+    // one.
     void mind(const fxFlowText::Connection& joint, fxOutputChannel* source, unsigned short type);
-    // Runs code of the member's; what it throws or returns is a problem.
+    // Runs code of the member's; its exception or result is a problem.
     template <class Call>
     void attempt(const Member& member, const fxFlowPlace& place, Call call);
     bool stays(const fxFlowText::Connection& joint) const;
@@ -216,7 +217,7 @@ private:
     std::unordered_set<const Member*> kept;
     std::unordered_map<std::string_view, Member*> byName;
     std::vector<fxFlowText::Connection> joints;
-    std::unordered_set<std::string> before, after;  // the connections that were, and will be
+    std::unordered_set<std::string> before, after;  // the connections so far, and those to be
     std::map<Network::RelayKey, fxRef<fxObj>> relays;
     std::map<std::string, fxScopedConnection> minding;
     std::vector<Join> joins;  // to be made

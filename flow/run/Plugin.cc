@@ -12,8 +12,8 @@
 
 #include "flow/Flow.h"
 
-// A plug-in describes its elements while it is loaded. Its file is known by its inode, so
-// that another path to it loads nothing.
+// A plug-in describes its elements while it is loaded. Its file is identified by its inode,
+// so that another path to it loads nothing.
 
 namespace {
 
@@ -38,7 +38,7 @@ std::string fxLoadPlugin(const std::string& path) {
     if (!S_ISREG(status.st_mode)) return told + "it is no file";
     const Identity identity(status.st_dev, status.st_ino);
     if (loaded().count(identity) != 0) return "";
-    char* const complete = realpath(path.c_str(), nullptr);  // is not searched for
+    char* const complete = realpath(path.c_str(), nullptr);  // prevents a search
     if (complete == nullptr) return told + std::strerror(errno);
     const size_t before = fxElementKind::all().size();
     const std::vector<std::string>& twice = fxElementKind::duplicates();

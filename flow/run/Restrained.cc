@@ -3,8 +3,8 @@
 
 #include "flow/run/Network.h"
 
-// A "now" connection makes one send from within another. Those that close a circle are
-// queued, and then those that make chains of sends deeper than a stack is good for.
+// A "now" connection makes one send from within another. Connections that close a circle
+// are queued, and then those that make chains of sends too deep for the stack.
 
 namespace {
 
@@ -18,8 +18,8 @@ struct Node {
 
 typedef std::unordered_map<std::string, Node> Nodes;
 
-// Follows the connections from one object on, each once; changes those that have to wait.
-// Requires: they make no circle.
+// Follows the connections from one object on, each once; queues those that would go too
+// deep. Requires: they make no circle.
 void follow(Node& first, Nodes& nodes, std::vector<fxFlowText::Connection>& joints) {
     std::vector<Node*> path = {&first};
     while (!path.empty()) {

@@ -4,16 +4,17 @@
 #include "fxds/Save.h"
 #include "fxds/XdrEvolution.h"
 
-// A saved flow is one object: the edition, the text as it was given and the text with the
-// properties as they are, and for each object its name, what its element transcribes, and the
-// name again, which shows an element that took more or less than it had written. The objects
-// are no objects of the graph: the second text makes them beside those of the flow, and then
-// they read their part. The first text is what the next change of the flow compares with.
+// A saved flow is one object: the edition, the text as it was given, and the text with the
+// present properties; and for each object its name, the state that its element transcribes,
+// and the name again, which detects an element that reads more or less than it has written.
+// The elements are no objects of the graph: the second text makes them beside those of the
+// flow, and then they read their state. The text of the change, and of later ones, is
+// compared with the first text.
 
 namespace {
 
-// The root of the graph. It does what the save() or load() under way gives it to do, once: a
-// stream may hold others.
+// The root of the graph. It runs the Content of the save() or load() under way, once: a
+// stream may contain others.
 class fxSavedFlow : public fxXDRObj {
     FX_TRANSCRIBABLE(fxSavedFlow)
 
@@ -30,7 +31,7 @@ fxBool fxSavedFlow::xdr(fxTranscriber& t) {
     return fxXdrEdition(t, this, edition) && (*mine)(t);
 }
 
-// For a scope: what the next root does.
+// For a scope: the work of the next root.
 class Content {
 public:
     explicit Content(fxSavedFlow::Content does) : content(std::move(does)) {
@@ -54,7 +55,7 @@ bool xdrName(fxTranscriber& t, const fxFlowDetail::Member& member) {
     return name == member.name() || refuse(t, member.name(), "has other state than it saves");
 }
 
-// The states of elements, whose code runs here and may do anything: `all` may be emptied, but
+// The states of elements. Their code runs here and may do anything: `all` may be emptied, but
 // its members exist as long as the flow is under Acting.
 bool xdrStates(fxTranscriber& t, const fxFlowDetail::Members& all) {
     std::vector<fxFlowDetail::Member*> members;
@@ -93,8 +94,8 @@ std::string firstError(const std::vector<fxFlowProblem>& problems) {
 
 fxStreamFault fxFlow::save(const std::string& path) {
     const fxFlowDetail::Acting under;
-    const std::shared_ptr<Network> hold = network;       // elements may end the flow
-    const Change nothing(hold, {}, Change::Keep::same);  // and may not change it meanwhile
+    const std::shared_ptr<Network> hold = network;       // elements may destroy the flow
+    const Change nothing(hold, {}, Change::Keep::same);  // no other change may begin meanwhile
     if (!nothing.problems.empty()) {
         return faultOf(fxStreamFault::unwritable, path, firstError(nothing.problems));
     }

@@ -1,8 +1,8 @@
-// A test watches every end that it expects something of, from before its first step, and
-// keeps what comes in a queue for each. A step that expects takes from that queue.
+// A test watches every end of which it expects something, from before its first step, and
+// keeps the values of each in a queue. A step that expects takes from that queue.
 //
-// A circle of queued connections may never come to rest, or send more and more, and a ticker
-// may tick a billion times in the time of a step: fxMadeUpTime::pass() bounds these.
+// A circle of queued connections may never empty the queue, or send more and more, and a
+// ticker may tick a billion times in one step: fxMadeUpTime::pass() bounds these.
 #include "flow/Tester.h"
 
 #include <algorithm>
@@ -68,10 +68,10 @@ private:
     // The values of an end.
     struct Seen {
         const fxFlowType* type = nullptr;
-        std::deque<std::string> waiting;  // those that no step has taken yet
+        std::deque<std::string> waiting;  // not taken by a step yet
     };
 
-    // Each of these returns what is wrong, or "".
+    // Each of these returns the fault, or "".
     std::string begin() {
         for (const fxFlowProblem& problem : flow.apply(text)) {
             if (!problem.isWarning) return problem.line();

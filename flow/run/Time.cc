@@ -7,8 +7,8 @@
 #include "flow/Element.h"
 #include "fxds/EventHandler.h"
 
-// An action is called by a connection to its context, which is cut when the context begins
-// to end: nothing else has to know whether the context still exists.
+// A connection to its context calls an action. It is cut when the context begins to end, so
+// no other check of the context is needed.
 
 namespace {
 
@@ -51,9 +51,9 @@ fxAlarm::Span fxFlowTime::seconds(double count) {
 
 // Invariant: an alarm is in `due` exactly while it is active, under its own key.
 struct fxMadeUpTime::Alarms {
-    typedef std::pair<fxAlarm::Time, unsigned long> Key;  // when, and the order of the starts
+    typedef std::pair<fxAlarm::Time, unsigned long> Key;  // the time, and the order of the starts
 
-    // Of a moment, or of the last one that there is.
+    // That time, or the last one that can be represented.
     fxAlarm::Time in(fxAlarm::Span delay) const {
         const fxAlarm::Span rest = fxAlarm::Time::max() - now;
         return now + std::min(std::max(delay, fxAlarm::Span(0)), rest);
@@ -97,7 +97,7 @@ public:
     // Requires: it is due, and held.
     void tick(Alarms& all) {
         all.due.erase(key);
-        if (!connection.isConnected()) return;  // the context has gone
+        if (!connection.isConnected()) return;  // the context has been destroyed
         if (interval > fxAlarm::Span(0) && key.first < fxAlarm::Time::max()) {
             key.first = all.in(interval);
             all.due.emplace(key, this);
@@ -139,7 +139,7 @@ fxRef<fxFlowAlarm> fxMadeUpTime::every(fxAlarm::Span interval, fxObj* context, A
 
 namespace {
 
-// Delivers what is queued, and counts it. False when that has no end.
+// Delivers the queue, and counts the messages. False when that has no end.
 bool comesToRest(unsigned long& messages) {
     constexpr int mostRounds = 100'000;
     constexpr unsigned long mostMessages = 1'000'000;
@@ -157,7 +157,7 @@ bool comesToRest(unsigned long& messages) {
 std::string fxMadeUpTime::pass(fxAlarm::Span span) {
     constexpr unsigned long mostAlarms = 1'000'000;
     constexpr unsigned long mostMessages = 10'000'000;
-    const std::shared_ptr<Alarms> all = alarms;  // an action may end the time
+    const std::shared_ptr<Alarms> all = alarms;  // an action may destroy this object
     const fxAlarm::Time end = all->in(span);
     unsigned long messages = 0;
     for (unsigned long count = 0;; ++count) {

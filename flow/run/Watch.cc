@@ -6,7 +6,7 @@
 
 namespace {
 
-// What to say of a channel that the object does not have.
+// The message for a channel that the object does not have.
 std::string missing(const fxFlowDetail::Member& member, const std::string& channel) {
     std::vector<std::string_view> known;
     for (const fxElementChannel& each : member.said.kind->outputs) known.push_back(each.name);

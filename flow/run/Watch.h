@@ -1,4 +1,4 @@
-// What watches the values of an end. For the sources of this folder only.
+// The connections that watch an end. For the sources of this folder only.
 #ifndef FLOW_RUN_WATCH_H
 #define FLOW_RUN_WATCH_H
 
@@ -8,8 +8,8 @@
 
 #include "flow/run/Network.h"
 
-// The values that an output sends, or those that all outputs and relays send to an input:
-// as many connections from these to the watcher.
+// Watches the values that an output sends, or those that all outputs and relays send to an
+// input: as many connections from these to the watcher.
 struct FX_LOCAL fxFlow::Network::Watch {
     Watch(std::string object_, std::string channel_, fxObj* context_, fxFlowType::Watcher watcher_)
         : object(std::move(object_)),
@@ -18,12 +18,12 @@ struct FX_LOCAL fxFlow::Network::Watch {
           watcher(std::move(watcher_)),
           life(context_) {}
 
-    // Watches what there is to watch now; false when the end or the context is gone.
+    // Updates the connections; returns false when the end or the context is gone.
     bool update(const Network& its);
 
     const std::string object;
     const std::string channel;
-    fxObj* const context;  // dangles once life says so
+    fxObj* const context;  // dangles once `life` has ended
     const fxFlowType::Watcher watcher;
     const fxFlowDetail::LifeSign life;
 

@@ -11,8 +11,8 @@
 #include "flow/text/Problems.h"
 #include "fxds/detail/Suggestion.h"
 
-// Everything is looked up in descriptions; no object is made. What a fault leaves unknown
-// is not looked at further: each fault is reported once.
+// Everything is looked up in descriptions; no object is made. Names that a fault leaves
+// unknown are not checked further: each fault is reported once.
 
 namespace {
 
@@ -28,7 +28,7 @@ std::vector<std::string_view> namesOf(const std::vector<Described>& all) {
 
 // The path as a shell takes it.
 std::string forShell(const std::string& path) {
-    constexpr size_t most = 4096;  // the system opens none that is longer
+    constexpr size_t most = 4096;  // the system opens no longer path
     if (fxFlowIsBare(path)) return path.substr(0, most);
     std::string quoted;
     for (const char c : path.substr(0, most)) quoted += c == '\'' ? "'\\''" : std::string(1, c);
@@ -86,7 +86,7 @@ private:
 
     void checkSettings(const fxFlowText::Object& object) {
         std::unordered_set<std::string_view> given;
-        bool hasUnknown = false;  // which may be meant for one that is missing
+        bool hasUnknown = false;  // one of which may be the missing name misspelt
         for (const fxFlowText::Setting& each : object.settings) {
             const std::string whole = fxFlowCut(object.name.text) + '.' + fxFlowCut(each.name.text);
             const fxElementProperty* const property = object.kind->findProperty(each.name.text);
@@ -136,7 +136,7 @@ private:
         problems.add(step.value.place, step.end.object.text + '.' + end->name + " has no value");
     }
 
-    // Null, and told where that is a fault of its own, when it is unknown.
+    // Null for an unknown one, which is reported if it is a fault by itself.
     const fxElementChannel* channel(const fxFlowText::End& end, Way way) {
         const auto found = index.find(end.object.text);
         if (found == index.end()) {
@@ -172,8 +172,8 @@ private:
         return nullptr;
     }
 
-    // `Lines has no output "lin"; did you mean "line"?`, while that is not too much work:
-    // a thousand of ten thousand names would take minutes.
+    // Suggests a name, as in `Lines has no output "lin"; did you mean "line"?`, while that
+    // is not too much work: a thousand of ten thousand names would take minutes.
     void tellMissing(const std::string& what, const Word& wanted,
                      const std::vector<std::string_view>& known, const char* has) {
         const size_t work = wanted.text.size() * known.size();
@@ -222,7 +222,7 @@ bool fxFlowText::check() {
                                   [](const fxFlowProblem& each) { return each.isOfCheck; }),
                    problems.end());
     Checking(*this).check();
-    // In the order of the text; what has no place comes first.
+    // In the order of the text; problems without a place come first.
     std::unordered_map<std::string_view, size_t> order;
     for (const std::string& each : files) order.emplace(each, order.size() + 1);
     const auto key = [&order](const fxFlowProblem& each) {

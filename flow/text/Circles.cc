@@ -2,8 +2,9 @@
 
 #include <cstdint>
 
-// A walk in depth over the immediate connections, in the order of the text. A connection
-// back to an object that the walk has come from closes a circle; without these none is left.
+// A depth-first walk over the immediate connections, in the order of the text. A connection
+// to an object on the current path closes a circle; without these connections no circle is
+// left.
 
 namespace {
 

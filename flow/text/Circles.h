@@ -19,7 +19,7 @@ struct fxFlowCircle {
     std::string way;  ///< "a -> b -> a", without its middle where it is long.
 };
 
-/// The circles that are left after each connection found before has been cut.
+/// The circles that remain after each connection found before has been cut.
 /// Cost: O(objects and connections).
 std::vector<fxFlowCircle> fxFlowCircles(const fxFlowText& flow, const fxFlowIndex& index);
 

@@ -6,7 +6,7 @@
 
 #include "fxds/base/Utf8.h"
 
-// The lexer looks at each byte a fixed number of times, whatever the text holds.
+// The lexer reads each byte a fixed number of times, whatever the text.
 
 namespace {
 
@@ -33,7 +33,7 @@ int hexValue(char c) {
     return value < 16 ? static_cast<int>(value) : -1;
 }
 
-// Whether it is a control character, or one that XML does not take. Requires: UTF-8.
+// Whether it is a control character, or one that XML does not allow. Requires: UTF-8.
 bool isControl(std::string_view character) {
     const char first = character[0];
     if (character.size() == 1) return (first >= 0 && first < ' ') || first == '\x7F';
@@ -199,7 +199,7 @@ void fxFlowLexer::takeQuoted(fxFlowToken& token) {
     token.kind = fxFlowToken::Kind::unknown;
 }
 
-// Returns false, and reports the problem, if there is none.
+// Returns false, and reports the problem, if there is no valid escape.
 bool fxFlowLexer::takeEscape(std::string& value) {
     const size_t begin = here;
     const char c = at(begin + 1);

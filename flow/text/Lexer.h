@@ -14,7 +14,7 @@ struct fxFlowToken {
 
     Kind kind = Kind::textEnd;
     bool isGlued = false;  ///< Whether it follows the one before without a blank.
-    std::string text;      ///< Of a word, a sign; what quotes hold.
+    std::string text;      ///< Of a word, a sign; the text in quotes.
     fxFlowPlace place;
 
     bool is(char sign) const { return kind == Kind::sign && text[0] == sign; }
@@ -31,8 +31,8 @@ public:
     /// The text and the problems are borrowed.
     fxFlowLexer(std::string_view text, fxFlowFile file, fxFlowProblems& problems);
 
-    void next(fxFlowToken& token);  ///< Keeps the room of the token's texts.
-    /// Whether a faulty token is a problem: not in a statement that has one already.
+    void next(fxFlowToken& token);  ///< Reuses the memory of the token's texts.
+    /// Whether a faulty token is reported: not in a statement that has a problem already.
     void setTelling(bool isTold) { isTelling = isTold; }
 
 private:

@@ -5,8 +5,8 @@
 
 #include "fxds/detail/Suggestion.h"
 
-// One function for each rule of the grammar. `token` is the first that no rule has taken.
-// A rule that fails has told one problem and passed over the rest of its statement.
+// One function for each rule of the grammar. `token` is the first that no rule has taken. A
+// rule that fails has reported one problem and skipped the rest of its statement.
 
 namespace {
 
@@ -62,7 +62,7 @@ bool fxFlowParser::fail(const std::string& expected) {
     return tell(token.place, "expected " + expected + ", not " + token.shown());
 }
 
-// Passes over what is left of a statement. Returns whether that began a block.
+// Skips the rest of a statement. Returns whether that began a block.
 bool fxFlowParser::skipLine() {
     lexer.setTelling(false);
     bool isBlock = false;
@@ -74,7 +74,7 @@ bool fxFlowParser::skipLine() {
     return isBlock;
 }
 
-// Passes over lines up to a closing brace, or to one that begins another statement.
+// Skips lines up to a closing brace, or to one that begins another statement.
 void fxFlowParser::skipBlock() {
     bool isEnd = false;
     while (token.kind != Kind::textEnd && !isEnd) {

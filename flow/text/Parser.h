@@ -19,19 +19,20 @@ public:
     void readText(std::string_view text, const std::string& name);
     /// `from` is the word that includes it, or null for the flow itself.
     void readFile(const std::string& path, const fxFlowText::Word* from);
-    /// Counts a part of the flow. False, and told once, when there are too many.
+    /// Counts a part of the flow. Returns false, and reports it once, when there are too
+    /// many.
     bool hasRoom(const fxFlowPlace& place);
     ///@{
     /// A path as the text at `file` means it, and with the folder that it is relative to.
     static std::string beside(const std::string& file, const std::string& path);
     std::string complete(const std::string& path);
     ///@}
-    /// Whether reading on would tell nothing.
+    /// Whether reading on would report nothing.
     bool isOver() const { return parts > mostParts || problems.isFull(); }
 
     fxFlowText& flow;
     fxFlowProblems problems;
-    bool isAlone = false;  ///< Whether the text may lead to no other file.
+    bool isAlone = false;  ///< Whether the text may not refer to other files.
 
 private:
     typedef std::pair<unsigned long, unsigned long> Identity;  // device and inode
@@ -41,12 +42,12 @@ private:
     static constexpr size_t mostBytes = 16U << 20U;  // of one file
     static constexpr size_t mostBytesInAll = 64U << 20U;
 
-    // Returns what hinders it, or "".
+    // Returns the reason why it cannot be read, or "".
     std::string contents(const std::string& path, std::string& text);
     std::string readAll(int fd, std::string& text);
 
     std::vector<Identity> chain;  // the files that are being read, outermost first
-    std::string folder;           // that the program is in, once it was asked for
+    std::string folder;           // of the program, once it was needed
     size_t parts = 0;
     size_t reads = 0;
     size_t bytes = 0;
@@ -65,8 +66,8 @@ private:
     typedef fxFlowText::Word Word;
 
     void advance() { lexer.next(token); }
-    // Tells what was expected in place of the token, and passes over the statement.
-    // Returns false.
+    // Reports the expected text in place of the token, and skips the statement. Returns
+    // false.
     bool fail(const std::string& expected);
     bool tell(const fxFlowPlace& place, const std::string& what);
     bool skipLine();

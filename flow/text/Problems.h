@@ -1,4 +1,4 @@
-// Collects what is wrong with a flow. Private to the library.
+// Collects the problems of a flow. Private to the library.
 #ifndef FLOW_TEXT_PROBLEMS_H
 #define FLOW_TEXT_PROBLEMS_H
 
@@ -9,12 +9,12 @@
 
 #include "flow/Text.h"
 
-/// Adds problems to those of a flow, up to `most`: a text of nothing but faults would
-/// take a hundred times its size.
+/// Adds problems to those of a flow, up to `most`: a text of faults only would take a
+/// hundred times its size.
 class fxFlowProblems {
 public:
     static constexpr size_t most = 1000;
-    static constexpr size_t mostNames = 20;  ///< That a problem lists.
+    static constexpr size_t mostNames = 20;  ///< The most that a problem lists.
 
     explicit fxFlowProblems(std::vector<fxFlowProblem>& problems_, bool isOfCheck_ = false)
         : problems(problems_), isOfCheck(isOfCheck_) {}
@@ -27,7 +27,7 @@ private:
     const bool isOfCheck;
 };
 
-/// A name or value, cut where it is long: one that is long may be named a thousand times.
+/// A name or value, cut if it is long: a long one may be named a thousand times.
 std::string fxFlowCut(std::string_view value);
 /// The same in quotes.
 std::string fxFlowShown(std::string_view value);

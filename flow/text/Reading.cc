@@ -11,8 +11,8 @@
 #include "fxds/base/OpenFile.h"
 
 // Texts are read in the order of their includes, each whole before it is parsed. Limits
-// bound what a few bytes of text can ask for: files that include others twice, each of
-// them again, would be read for ever.
+// bound the work that a few bytes of text can request: files that include others twice,
+// each of them again, would be read for ever.
 
 bool fxFlowReading::hasRoom(const fxFlowPlace& place) {
     if (++parts == mostParts + 1) problems.add(place, "a flow has up to 1000000 parts");
@@ -57,7 +57,7 @@ void fxFlowReading::readFile(const std::string& path, const fxFlowText::Word* fr
     chain.resize(depth);
 }
 
-// On success the file is at the end of the chain.
+// On success the file is the last of the chain.
 std::string fxFlowReading::contents(const std::string& path, std::string& text) {
     if (chain.size() >= deepest) return "is included more than 32 deep";
     if (++reads > mostFiles) return "is one file too many: a flow has up to 1000";
