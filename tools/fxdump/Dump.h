@@ -1,4 +1,4 @@
-// What the tool does with a stream once it has it.
+// The operations of the tool on a stream.
 #ifndef FXDUMP_DUMP_H
 #define FXDUMP_DUMP_H
 
@@ -11,16 +11,16 @@ enum class DumpMode { listing, graph, json, check };
 struct DumpOptions {
     DumpMode mode = DumpMode::listing;
     bool isFull = false;          ///< Listings show long payloads in full.
-    bool isOneOfSeveral = false;  ///< Listings and graphs tell the stream's name.
+    bool isOneOfSeveral = false;  ///< Listings and graphs show the stream's name.
 };
 
 /// `noStream`: the bytes do not begin as a stream does, and nothing was printed.
 /// `faulty`: a check found a fault.
 enum class DumpResult { done, faulty, noStream };
 
-/// Prints the stream to `out`, as a listing, as a graph or as JSON, or whether it is
-/// valid. Does nothing to the stream and makes none of its objects; any bytes at
-/// all will do. `name` is what the stream is called.
+/// Prints the stream to `out`, as a listing, as a graph or as JSON, or whether it is valid.
+/// Does not change the stream and makes none of its objects; the bytes may be arbitrary.
+/// `name` is the name of the stream.
 DumpResult dumpStream(std::string_view stream, const std::string& name, const DumpOptions& options,
                       FILE* out);
 

@@ -7,9 +7,8 @@
 #include "fxds/streams/StreamWalk.h"
 
 /// A digraph in the language of Graphviz: objects as ellipses (roots doubled),
-/// blocks and texts as boxes, base parts as dashed boxes hanging on their
-/// object; what the stream promises and does not hold is red. Faults come as
-/// comments.
+/// blocks and texts as boxes, base parts as dashed boxes at their object; ids
+/// without a definition are red. Faults are comments.
 class Graph : public fxStreamParts::StreamVisitor {
 public:
     /// `out` is borrowed.

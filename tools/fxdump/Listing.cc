@@ -17,7 +17,7 @@ std::string hexText(unsigned long number) {
     return text;
 }
 
-// What a pointer leads to: "#4: Node at offset 120".
+// The target of a pointer: "#4: Node at offset 120".
 std::string target(const StreamWalk& walk, const Record& record) {
     const Entry* const entry = walk.find(record.id);
     std::string text = idText(record.id) + ": ";

@@ -6,8 +6,8 @@
 
 #include "fxds/streams/StreamWalk.h"
 
-/// One line for each record: its offset, its tag and what that means, and what
-/// its ids denote; then its payload, 16 bytes a line; then its faults.
+/// One line for each record: its offset, its tag and the meaning, and what its
+/// ids denote; then its payload, 16 bytes a line; then its faults.
 class Listing : public fxStreamParts::StreamVisitor {
 public:
     /// `out` is borrowed. Unless `isFull`, long payloads and names are shortened.

@@ -6,7 +6,7 @@ namespace {
 
 constexpr char digits[] = "0123456789abcdef";
 
-// Not by isprint(), whose answer depends on the locale.
+// Not isprint(), whose result depends on the locale.
 bool isPrintable(unsigned char byte) { return byte >= 0x20 && byte < 0x7F; }
 
 void appendHex(std::string& text, unsigned char byte) {

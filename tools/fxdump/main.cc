@@ -67,14 +67,14 @@ const option longOptions[] = {{"full", no_argument, nullptr, fullCode},
                               {"version", no_argument, nullptr, versionCode},
                               {nullptr, 0, nullptr, 0}};
 
-// The option that getopt_long() has just refused: optopt is a letter, or what it was
-// taken for.
+// The option that getopt_long() has just refused: optopt is a letter, or a replacement for
+// one.
 std::string refusedOption(char** argv) {
     const bool isLetter = optopt > ' ';
     return isLetter ? std::string("-") + static_cast<char>(optopt) : argv[optind - 1];
 }
 
-// False with what is wrong in `error`.
+// Returns false with the fault in `error`.
 bool parseOptions(int argc, char** argv, Options& options, std::string& error) {
     opterr = 0;
     for (int code = 0; (code = getopt_long(argc, argv, "", longOptions, nullptr)) != -1;) {
@@ -114,7 +114,7 @@ struct Closer {
     }
 };
 
-// False with the reason in errno.
+// Returns false with the reason in errno.
 bool readAll(const std::string& path, std::string& bytes) {
     const std::unique_ptr<FILE, Closer> file(path == "-" ? stdin : std::fopen(path.c_str(), "rb"));
     if (file == nullptr) return false;
@@ -122,7 +122,7 @@ bool readAll(const std::string& path, std::string& bytes) {
     for (size_t n = 0; (n = std::fread(piece, 1, sizeof piece, file.get())) > 0;) {
         bytes.append(piece, n);
     }
-    return std::ferror(file.get()) == 0;  // closing what was only read leaves errno alone
+    return std::ferror(file.get()) == 0;  // closing a file that was only read does not change errno
 }
 
 int finish(int status) {

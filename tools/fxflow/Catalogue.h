@@ -1,4 +1,4 @@
-// The classes of elements, as the user sees them.
+// The classes of elements, in the form for users.
 #ifndef FXFLOW_CATALOGUE_H
 #define FXFLOW_CATALOGUE_H
 
@@ -8,7 +8,7 @@
 /// Prints the name and the sentence of each class.
 void listClasses();
 
-/// Prints what the classes have to set and to connect. Returns the status to exit with.
+/// Prints the properties and channels of the classes. Returns the status to exit with.
 int describeClasses(const std::vector<std::string>& names);
 
 #endif

@@ -1,6 +1,6 @@
-// A visitor never makes the flow wait, nor lets it grow: lines to it are bounded by the
-// limit of its writer, beyond which values are counted instead of kept, and while that is
-// full nothing is read from it. A row of top is made when it is asked for.
+// A visitor never makes the flow wait, nor grow without bound: lines to it are limited by
+// its writer, beyond which values are counted instead of kept, and while that is full
+// nothing is read from it. A row of top is made on request.
 #include "Door.h"
 
 #include <sys/socket.h>
@@ -79,7 +79,7 @@ void Visitor::tap(const std::string& end) {
     if (!why.empty()) writer.writeLine("e " + printable(why));
 }
 
-// Watches an end, unless that is done already. Returns why not, or "".
+// Watches an end, unless it does so already. Returns the reason why not, or "".
 std::string Visitor::add(const std::string& end, bool isTapped) {
     const auto [place, isNew] = ends.emplace(end, Watched());
     std::string why = isNew ? watch(*place) : "";
@@ -122,7 +122,7 @@ void Visitor::notice(Ends::value_type& end, const std::string& value) {
                      shown(end.first, cut(value, longestValue)));
 }
 
-// A value as a flow writes it; nothing for the messages of an end without values.
+// A value in the notation of a flow; nothing for the messages of an end without values.
 std::string Visitor::shown(const std::string& end, const std::string& value) const {
     const auto output = door.getOutputs().find(end);
     const bool hasValues = output == door.getOutputs().end() || output->second;
@@ -199,7 +199,7 @@ void Door::setText(const fxFlowText& text) {
 void Door::drop(Visitor& visitor) {
     const auto place = std::find(visitors.begin(), visitors.end(), &visitor);
     if (place == visitors.end()) return;
-    const fxRef<Visitor> last = *place;  // goes when `visitors` is in order again
+    const fxRef<Visitor> last = *place;  // destroyed when `visitors` is in order again
     visitors.erase(place);
 }
 

@@ -1,4 +1,4 @@
-// What lets other terminals look into a flow that runs.
+// The socket by which other terminals look into a running flow.
 #ifndef FXFLOW_DOOR_H
 #define FXFLOW_DOOR_H
 
@@ -15,14 +15,14 @@
 
 class Door;
 
-// Both sides send lines. A visitor says what it wants:
+// Both sides send lines. A visitor requests:
 //
 //     tap OBJECT.CHANNEL    each value of this end from now on
 //     tap                   of every output
 //     top N                 the N outputs that sent the most since it last asked
 //     show                  the text of the flow
 //
-// and gets
+// and receives
 //
 //     v MILLISECONDS OBJECT.CHANNEL VALUE    a value, as a flow writes it, and when
 //     d N                                    N values are left out here: it reads slowly
@@ -34,7 +34,7 @@ class Door;
 //     n TEXT                                 a note for the user
 //     e TEXT                                 why there is no answer
 
-/// Someone who looks in.
+/// A connection from another terminal.
 class Visitor : public fxObj {
 public:
     static constexpr size_t longestValue = 4096;  ///< Of values in bytes; the rest is cut.
@@ -43,16 +43,16 @@ public:
     Visitor(int fd, Door& door);
     const char* className() const override { return "Visitor"; }
 
-    /// Watches the same ends in a flow that has been changed.
+    /// Watches the same ends in a changed flow.
     void watchAgain();
-    /// Sends what is waiting, as far as it goes at once.
+    /// Sends the waiting lines, as far as that is possible at once.
     void leave();
 
 private:
     struct Watched {
         bool isTapped = false;
         unsigned long total = 0;  // of its values
-        unsigned long asked = 0;  // the total when top was asked last
+        unsigned long asked = 0;  // the total at the latest request of top
         std::string last;
     };
     typedef std::map<std::string, Watched> Ends;  // by "OBJECT.CHANNEL"
@@ -72,9 +72,9 @@ private:
     fxLineReader reader;
     fxLineWriter writer;
     Ends ends;
-    bool isCounting = false;    // whether top has been asked
+    bool isCounting = false;    // whether top was requested
     unsigned long dropped = 0;  // values since "d"
-    fxAlarm::Time asked;        // when top was
+    fxAlarm::Time asked;        // the time of the latest request of top
     fxRef<fxObj> context;       // ends with the watching
 };
 
@@ -87,13 +87,13 @@ public:
     Door(int fd, fxFlow& flow);
     const char* className() const override { return "Door"; }
 
-    /// To be called when the flow has been made, and made another: what its text is now.
+    /// Sets the text of the flow. To be called when the flow has been made or changed.
     void setText(const fxFlowText& text);
-    void drop(Visitor& visitor);  ///< Lets go of it.
-    void closeAll();              ///< Says goodbye to all.
+    void drop(Visitor& visitor);  ///< Releases it.
+    void closeAll();              ///< Closes all connections.
 
     fxFlow& getFlow() const { return flow; }
-    /// All of the flow, "OBJECT.CHANNEL", and whether values leave them.
+    /// All outputs of the flow, "OBJECT.CHANNEL", and whether values leave them.
     const std::map<std::string, bool>& getOutputs() const { return outputs; }
     size_t getObjectCount() const { return objectCount; }
 

@@ -1,4 +1,4 @@
-// The flow of a file, as the command line wants it.
+// The flow of a file, read as the command line requests.
 #ifndef FXFLOW_FLOWFILE_H
 #define FXFLOW_FLOWFILE_H
 
@@ -28,17 +28,17 @@ public:
     FileWatch();
     const char* className() const override { return "FileWatch"; }
 
-    /// Takes the files as they are now for known. To be called before they are read: what
-    /// is saved while they are read is sent then.
+    /// Records the present state of the files. To be called before they are read: a change
+    /// while they are read is reported then.
     void mark();
-    /// The files to look at from now on: those that are not looked at yet as they are now,
-    /// the others as they were marked.
+    /// Sets the files to watch: new ones in their present state, the others as they were
+    /// marked.
     void watch(const std::vector<std::string>& paths);
 
     const fxOutput<void> changed = addOutput<void>("changed");
 
 private:
-    // What changes with a file.
+    // The attributes that change with a file.
     struct Stamp {
         dev_t device = 0;
         ino_t file = 0;
@@ -53,8 +53,8 @@ private:
     void compare();
 
     std::vector<std::string> files;
-    Stamps told;  // when "changed" was sent last
-    Stamps seen;  // when it looked last
+    Stamps told;  // at the latest "changed"
+    Stamps seen;  // at the latest check
     fxRef<fxAlarm> looking;
 };
 

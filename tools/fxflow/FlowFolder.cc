@@ -1,5 +1,5 @@
-// Sockets are named through the descriptor of the folder (/proc/self/fd/N/...): what has
-// been checked is what is used, and a long path is no trouble for a socket's 108 bytes.
+// Sockets are named through the descriptor of the folder (/proc/self/fd/N/...): the folder
+// that was checked is the one that is used, and a long path fits into a socket's 108 bytes.
 #include "FlowFolder.h"
 
 #include <dirent.h>
@@ -19,7 +19,7 @@ namespace {
 
 constexpr size_t longestName = 60;
 
-// Calls `act` (bind or connect) with the address of a path. False when it fails.
+// Calls `act` (bind or connect) with the address of a path. Returns false when it fails.
 bool withAddress(const std::string& path, int socket, int (*act)(int, const sockaddr*, socklen_t)) {
     sockaddr_un address = {};
     address.sun_family = AF_UNIX;
@@ -72,7 +72,7 @@ FlowFolder::State FlowFolder::stateOf(const Flow& flow) const {
     return errno == ECONNREFUSED ? State::died : State::begins;
 }
 
-// Whether a flow of the user's may have made it: a program may keep other files there.
+// Whether a flow of the user may have made it: a program may keep other files there.
 bool FlowFolder::isOwnSocket(const std::string& file) const {
     struct stat status;
     return fstatat(folder, file.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0 &&

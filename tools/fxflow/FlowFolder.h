@@ -1,5 +1,5 @@
-// Where the flows that run meet those who look into them: a folder of the user's own with
-// a socket for each.
+// The meeting point of running flows and the programs that look into them: a folder of the
+// user's own with a socket for each flow.
 #ifndef FXFLOW_FLOWFOLDER_H
 #define FXFLOW_FLOWFOLDER_H
 
@@ -10,9 +10,8 @@
 /// Only the user may enter it: a folder that is another's, that others may enter, or that
 /// is a symbolic link, is not used.
 ///
-/// A socket is called NAME.PID. It gets that name when it listens already, so that one
-/// which refuses belongs to a flow that has died, and is removed. Other files stay as they
-/// are.
+/// A socket is named NAME.PID. It gets that name when it listens already, so that one which
+/// refuses belongs to a dead flow, and is removed. Other files are not changed.
 class FlowFolder {
 public:
     struct Flow {
@@ -21,16 +20,15 @@ public:
         std::string file() const { return name + '.' + std::to_string(process); }
     };
 
-    /// Opens the folder, and makes it when there is none. Where whyNot() gives a reason
-    /// there is none to use.
+    /// Opens the folder, or makes it. If whyNot() gives a reason, it cannot be used.
     FlowFolder();
     FlowFolder(const FlowFolder&) = delete;
     FlowFolder& operator=(const FlowFolder&) = delete;
     ~FlowFolder();
 
-    const std::string& whyNot() const { return reason; }  ///< Empty for a folder to use.
+    const std::string& whyNot() const { return reason; }  ///< Empty if the folder can be used.
 
-    std::vector<Flow> flows() const;  ///< Those that run, by name.
+    std::vector<Flow> flows() const;  ///< The running ones, by name.
     /// A socket that listens under a name (the next ones: others get it too), or -1.
     int listen(const std::string& name);
     /// A connection to a flow, or -1.
@@ -38,7 +36,7 @@ public:
     /// Removes the socket that listen() made.
     void leave();
 
-    /// What is left of a text as the name of a flow.
+    /// The text without characters that the name of a flow may not have.
     static std::string nameFrom(const std::string& text);
 
 private:

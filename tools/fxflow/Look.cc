@@ -29,7 +29,7 @@ std::string listOf(const Flows& flows) {
     return list;
 }
 
-// A conversation with a flow that runs.
+// A conversation with a running flow.
 class Session {
 public:
     Session() = default;
@@ -40,8 +40,9 @@ public:
         std::free(line);
     }
 
-    /// Connects to the flow that `word` names, by its name, its file or its process; to the
-    /// only one that runs for "". False when there is none, with a reason unless `isGuess`.
+    /// Connects to the flow that `word` identifies, by its name, its file or its process;
+    /// to the only running one for "". Returns false when there is none, with a reason
+    /// unless `isGuess`.
     bool open(const std::string& word, bool isGuess = false);
     const std::string& getName() const { return flow.name; }
     long getProcess() const { return flow.process; }
@@ -56,8 +57,9 @@ public:
         }
         return true;
     }
-    /// The next line without its newline, of which `kind` is the first letter and `rest`
-    /// what follows. False at the end of the flow, and when a signal interrupts.
+    /// Reads the next line without its newline, of which `kind` is the first letter and
+    /// `rest` the remainder. Returns false at the end of the flow, and when a signal
+    /// interrupts.
     bool next(char& kind, std::string& rest) {
         errno = 0;
         ssize_t length = getline(&line, &room, file);
@@ -139,7 +141,7 @@ std::string fitted(const std::string& text, size_t columns) {
     return text.substr(0, end);
 }
 
-// One picture of top: on a terminal in place of the last one, else below it.
+// One picture of top: on a terminal in place of the last one, otherwise below it.
 class Table {
 public:
     Table() : isTerminal(isatty(STDOUT_FILENO) != 0) {
@@ -181,7 +183,7 @@ private:
     bool hasShown = false;
 };
 
-// What a flow answers to "top".
+// The reply of a flow to "top".
 struct Answer {
     struct Row {
         unsigned long count;
@@ -195,7 +197,7 @@ struct Answer {
     unsigned long objects = 0;
 };
 
-// False at the end of the flow.
+// Returns false at the end of the flow.
 bool readAnswer(Session& session, Answer& answer) {
     char kind = '\0';
     for (std::string rest; session.next(kind, rest);) {
@@ -256,7 +258,7 @@ int listRunning() {
 int tap(const Options& options) {
     std::vector<std::string> ends = options.words;
     Session session;
-    // The first word is an end where no flow is called so.
+    // The first word is an end if no flow has that name.
     const bool mayBeEnd = !ends.empty() && ends[0].find('.') != std::string::npos;
     if (!ends.empty() && session.open(ends[0], mayBeEnd)) {
         ends.erase(ends.begin());

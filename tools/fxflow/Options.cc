@@ -112,7 +112,7 @@ const struct {
                       {listCode, Command::list},
                       {describeCode, Command::describe}};
 
-// How many words a command takes.
+// The number of words that a command takes.
 const struct {
     Command command;
     size_t fewest;
@@ -155,7 +155,7 @@ bool readNumber(const char* name, const char* text, double lowest, double& numbe
     return false;
 }
 
-// What one option says; -1 to go on.
+// Applies one option. Returns -1 to go on.
 int take(int code, Options& options) {
     for (const auto& each : commandOptions) {
         if (code != each.code) continue;
@@ -206,7 +206,7 @@ void complain(std::string_view what) {
 
 int readOptions(int argc, char** argv, Options& options) {
     static char programName[] = "fxflow";
-    argv[0] = programName;  // what getopt_long() calls it
+    argv[0] = programName;  // the name in messages of getopt_long()
     for (const auto& each : commandWords) {
         if (argc < 2 || std::strcmp(argv[1], each.word) != 0) continue;
         options.command = each.command;

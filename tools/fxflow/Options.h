@@ -1,4 +1,4 @@
-// What the user of fxflow asks for.
+// The options of fxflow.
 #ifndef FXFLOW_OPTIONS_H
 #define FXFLOW_OPTIONS_H
 
@@ -12,7 +12,7 @@
 struct Options {
     enum class Command { run, check, dot, text, list, describe, test, tap, top, show, running };
     Command command = Command::run;
-    std::vector<std::string> words;  // what is no option: files, classes, ends
+    std::vector<std::string> words;  // arguments that are no options: files, classes, ends
 
     struct Setting {
         std::string object;
@@ -25,7 +25,7 @@ struct Options {
     // For run.
     const char* loadPath = nullptr;
     const char* savePath = nullptr;
-    std::string name;      // what other terminals call the flow; empty: as its file
+    std::string name;      // of the flow in other terminals; empty: that of its file
     bool isFixed = false;  // whether changes of the file wait for SIGHUP
 
     const char* junitPath = nullptr;  // for test

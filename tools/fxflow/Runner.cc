@@ -1,5 +1,5 @@
-// The loop turns by hand, so that the end of the flow is found between two turns: no
-// element is busy, and nothing is queued. The alarm that looks at the files keeps a
+// The loop is turned by hand, so that the end of the flow is detected between two turns: no
+// element is busy, and nothing is queued. The alarm that checks the files keeps a
 // descriptor registered, so each turn waits.
 #include "Runner.h"
 
@@ -27,7 +27,7 @@ std::string nameOf(const std::string& path) {
     return end != 0 && name.compare(end, 5, ".flow") == 0 ? name.substr(0, end) : name;
 }
 
-// Whether standard output is a pipe that nothing reads any more.
+// Whether standard output is a pipe that has lost its reader.
 bool hasLostReader() {
     pollfd output = {STDOUT_FILENO, 0, 0};
     return ::poll(&output, 1, 0) == 1 && (output.revents & POLLERR) != 0;
@@ -76,7 +76,7 @@ bool Runner::begin() {
     return apply(readFlow(path, options), true);
 }
 
-// Makes the flow what the text says, with what was saved.
+// Makes the flow that of the text, with the saved state.
 bool Runner::load(const fxFlowText& read) {
     std::vector<fxFlowProblem> problems;
     const fxStreamFault fault = flow.load(options.loadPath, read, problems);
@@ -87,7 +87,7 @@ bool Runner::load(const fxFlowText& read) {
     return tellProblems(problems) && !fault;
 }
 
-// Makes the flow what the text says. False, and the flow is as it was, for a faulty one.
+// Makes the flow that of the text. Returns false, without a change, for a faulty one.
 bool Runner::apply(fxFlowText read, bool isFirst) {
     // A file that the faulty text includes may be the one to mend.
     std::vector<std::string> paths = read.files;
@@ -106,7 +106,7 @@ bool Runner::apply(fxFlowText read, bool isFirst) {
 void Runner::change() {
     files.mark();
     fxFlowText read = readFlow(path, options);
-    // A disk that is full leaves an empty file, which would end the flow.
+    // A full disk leaves an empty file, which would end the flow.
     if (read.problems.empty() && read.objects.empty() && !text.objects.empty()) {
         read.problems.push_back({{path, 0, 0}, "has no objects"});
     }
@@ -130,7 +130,7 @@ void Runner::openDoor() {
     if (!why.empty()) complain("no other terminal can look into this flow: " + why);
 }
 
-// Classes may add inputs that tell nothing of what they throw.
+// Classes may add inputs whose exceptions are not complaints.
 template <class Work>
 void Runner::attempt(Work work) {
     try {
@@ -148,7 +148,7 @@ void Runner::loop() {
     }
 }
 
-// What is queued when the flow is to end still arrives, unless it goes in circles.
+// Values that are queued when the flow ends still arrive, unless they go in circles.
 void Runner::finishQueue() {
     const auto limit = fxAlarm::Clock::now() + std::chrono::seconds(1);
     while (!fx_theEventHandler->isEmpty() && fxAlarm::Clock::now() < limit) {

@@ -38,7 +38,7 @@ private:
     FileWatch files;
     fxFlow flow;
     std::unique_ptr<Door> door;  // looks into the flow
-    fxFlowText text;             // what the flow was made from
+    fxFlowText text;             // from which the flow was made
     bool isEnding = false;
     bool hasFailed = false;
 };

@@ -17,7 +17,7 @@ namespace {
 struct Suite {
     std::string path;
     std::vector<fxFlowTestResult> results;
-    std::string fault;  // for which it was not tested
+    std::string fault;  // because of which it was not tested
 
     size_t failures() const {
         return static_cast<size_t>(
@@ -26,7 +26,8 @@ struct Suite {
     }
 };
 
-// Reads what has the tests of a flow: the file beside it, or the flow itself.
+// Reads the text with the tests of a flow: the file beside it, or the flow
+// itself.
 fxFlowText readTests(const std::string& path, const Options& options) {
     const std::string beside = path + ".test";
     struct stat status;
@@ -73,7 +74,7 @@ std::string escaped(const std::string& text) {
     return xml;
 }
 
-// A test of the report, with what went wrong, if anything.
+// A test of the report, with its failure, if any.
 void writeCase(FILE* file, const Suite& suite, const fxFlowTestResult& result, const char* kind) {
     std::fprintf(file, R"(    <testcase name="%s" classname="%s" time="%.6f")",
                  escaped(result.name).c_str(), escaped(suite.path).c_str(), result.seconds);
@@ -85,7 +86,7 @@ void writeCase(FILE* file, const Suite& suite, const fxFlowTestResult& result, c
     }
 }
 
-// As build servers read it.
+// In the format of build servers.
 bool writeReport(const char* path, const std::vector<Suite>& suites) {
     FILE* const file = std::fopen(path, "we");
     if (file == nullptr) return false;
@@ -119,7 +120,7 @@ fxFlowText checkedTests(const std::string& path, const Options& options) {
     return text;
 }
 
-// Runs the tests of a flow, and prints how each went.
+// Runs the tests of a flow, and prints the results.
 void run(const fxFlowText& text, Suite& suite) {
     std::printf("%s\n", printable(suite.path).c_str());
     for (const fxFlowText::Test& test : text.tests) {

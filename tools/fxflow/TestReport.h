@@ -1,4 +1,4 @@
-// The tests of flows, and how they are reported.
+// The tests of flows, and reports of them.
 #ifndef FXFLOW_TESTREPORT_H
 #define FXFLOW_TESTREPORT_H
 

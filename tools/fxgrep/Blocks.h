@@ -16,8 +16,8 @@ class Blocks {
 public:
     Blocks() : buffer(size_t{1} << 16) {}
 
-    /// Goes on with this file, from where it is; with `looksForZero_` not where the first
-    /// block has a zero byte.
+    /// Continues with this file, from its present offset. With `looksForZero_`, stops if
+    /// the first block has a zero byte.
     void start(int newFile, bool looksForZero_) {
         file = newFile;
         kept = 0;
@@ -26,9 +26,9 @@ public:
         looksForZero = looksForZero_;
     }
 
-    /// Reads on until there is a block of whole lines; the last one may lack its
-    /// newline. Returns false at the end, at a zero byte that is looked for, and on
-    /// trouble, which `error` names.
+    /// Reads on until there is a block of whole lines; the last one may lack its newline.
+    /// Returns false at the end, at a zero byte that is searched for, and on an error,
+    /// which `error` names.
     bool next() {
         if (kept != 0) std::memmove(buffer.data(), end, kept);
         while (error == 0 && !isAtEnd) {
@@ -44,7 +44,7 @@ public:
             const char* const added = buffer.data() + searched;
             const void* const newline = memrchr(added, '\n', static_cast<size_t>(count));
             const char* const lineEnd = static_cast<const char*>(newline);
-            // Seen at once, as the holes of a file may be longer than memory.
+            // Checked at once, as the holes of a file may be longer than memory.
             const size_t looked = lineEnd != nullptr ? static_cast<size_t>(lineEnd - added)
                                                      : static_cast<size_t>(count);
             isBinary = looksForZero && std::memchr(added, 0, looked) != nullptr;
@@ -57,7 +57,7 @@ public:
     char* begin = nullptr;
     char* end = nullptr;
     int error = 0;
-    bool isBinary = false;  // whether a zero byte was found that is looked for
+    bool isBinary = false;  // whether a zero byte that is searched for was found
 
 private:
     bool take(const char* blockEnd) {

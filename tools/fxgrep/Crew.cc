@@ -26,7 +26,7 @@ Crew::Crew(const Options& options_, std::vector<std::unique_ptr<Search>> searche
             threads.emplace_back([this, &grep] { work(*grep); });
         }
     } catch (const std::system_error&) {
-        // Those that could be started do the work, or this thread does.
+        // The threads that could be started do the work, or this one does.
     }
 }
 
@@ -79,7 +79,7 @@ void Crew::work(Grep& grep) {
     }
 }
 
-// Without the memory to keep what was found, nothing true could be printed any more.
+// Without memory for the findings, correct output would be impossible.
 void Crew::run(Grep& grep, const Job& job) {
     try {
         Findings findings;

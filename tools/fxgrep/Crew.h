@@ -15,9 +15,9 @@
 #include "Pattern.h"
 #include "Printer.h"
 
-/// Searches files, in threads of its own where there are several searches, each of
-/// which one thread uses. A thread touches its own search, whose expression
-/// was compiled for it, and standard types, and nothing else of the library.
+/// Searches files, in separate threads if there are several searches, each of which one
+/// thread uses. A thread uses its own search, whose expression was compiled for it, and
+/// standard types, and nothing else of the library.
 ///
 /// Its functions belong to the thread that made it.
 class Crew {
@@ -30,9 +30,9 @@ public:
 
     /// Searches the file now or later.
     void search(std::string path, Grep::Kind kind);
-    /// Tells of what keeps a file from being searched.
+    /// Reports why a file cannot be searched.
     void reportTrouble(const std::string& path, const char* why);
-    /// Whether what is known already is all that is asked for, or can be told.
+    /// Whether the result is known already, or cannot be printed any more.
     bool isDone() const;
     /// Waits until all files have been searched. No search may follow.
     void finish();

@@ -10,8 +10,8 @@
 
 namespace {
 
-// The set that begins at `at`, behind the bracket and a ^; `at` then is behind its
-// end. As the engine reads it: a bracket or a bar that comes first is one of the set.
+// The set that begins at `at`, behind the bracket and a ^; `at` then is behind its end. As
+// in the engine, a bracket or a bar that comes first is a member.
 std::vector<bool> readSet(const std::string& text, size_t& at) {
     std::vector<bool> set(256);
     bool isFirst = true;
@@ -34,7 +34,7 @@ unsigned char otherCase(unsigned int c) {
                                                               : std::tolower(byte));
 }
 
-// Brackets and bars are where they mean themselves.
+// Brackets and bars are placed where they are members.
 std::string writeSet(const std::vector<bool>& set, bool isNegated) {
     std::string members;
     for (unsigned int c = 1; c < 256; ++c) {
@@ -49,7 +49,7 @@ std::string writeSet(const std::vector<bool>& set, bool isNegated) {
     return (isNegated ? "[^" : "[") + members + ']';
 }
 
-// What other dialects write, and how it is written here.
+// Notations of other dialects, and the equivalents here.
 const struct {
     const char* other;
     const char* here;
@@ -64,7 +64,7 @@ const struct {
                 {"\\n", "a line has none; give several patterns with -e"},
                 {"(?", "groups are (x); for letters of either case there is -i"}};
 
-// What is between brackets and colons in a set.
+// The names between brackets and colons in a set.
 const struct {
     const char* name;
     const char* here;
@@ -77,7 +77,7 @@ const struct {
                {"space", "write a space and a tab"},
                {"blank", "write a space and a tab"}};
 
-// The length of {2}, {2,}, {,3} or {2,3} at `at`; 0 where there is none.
+// The length of {2}, {2,}, {,3} or {2,3} at `at`; 0 if there is none.
 size_t countLength(const std::string& text, size_t at) {
     const size_t begin = at;
     if (at >= text.size() || text[at++] != '{') return 0;
@@ -97,8 +97,8 @@ bool refuse(const std::string& what, const std::string& advice) {
     return false;
 }
 
-// The advice for what other dialects mean something by and begins at `at`; or null,
-// and its length is 0.
+// The advice for a notation of other dialects that begins at `at`, and its length; or null
+// and 0.
 const char* findAdvice(const std::string& text, size_t at, size_t& length) {
     for (const auto& [other, here] : dialects) {
         length = std::strlen(other);
@@ -108,8 +108,8 @@ const char* findAdvice(const std::string& text, size_t at, size_t& length) {
     return nullptr;
 }
 
-// Of a set only the bytes between the brackets. A class such as [:digit:] ends a set
-// of this dialect with its colon: the bracket behind it is the set's.
+// Checks the bytes between the brackets of a set. A class such as [:digit:] ends a set of
+// this dialect with its colon: the bracket behind it is the set's.
 bool isGoodSet(const std::string& members, char behind) {
     for (const char kind : {':', '.', '='}) {
         const size_t begin = members.find(std::string("[") + kind);
@@ -142,13 +142,13 @@ bool isGoodSet(const std::string& members, char behind) {
     return refuse("\\] in a set", "write ] first, and a backslash before another character");
 }
 
-// What follows the set that ends before `at`, if that is the next bracket.
+// The byte behind the set that ends before `at`, if that is the next bracket.
 char nextBracket(const std::string& text, size_t at) {
     const size_t next = text.find_first_of("[]", at);
     return next != std::string::npos ? text[next] : '\0';
 }
 
-// What begins outside of sets and `length` bytes long is a character.
+// Checks a character outside of sets, `length` bytes long.
 bool isGoodCharacter(const std::string& text, size_t at, size_t length, bool isGuessed) {
     if (text[at] == '\\' && length == 2) {
         const char c = text[at + 1];
@@ -170,16 +170,16 @@ bool isGoodCharacter(const std::string& text, size_t at, size_t length, bool isG
     return true;
 }
 
-// What is known of the matches of a part of an expression.
+// Facts about the matches of a part of an expression.
 struct Matches {
-    bool areAll = false;             // `texts` are all there can be
+    bool areAll = false;             // `texts` are all possible matches
     std::vector<std::string> texts;  // where areAll
-    std::vector<std::string> parts;  // one of these is in each; none when none are known
+    std::vector<std::string> parts;  // each match contains one of these; empty if none are known
 };
 
 constexpr size_t mostTexts = 16;  // that are combined with others
 
-// Reads an expression that compiles, and knows less rather than what is not so.
+// Reads an expression that compiles. Its facts may be incomplete, but are never wrong.
 class Reader {
 public:
     Reader(const std::string& text_, bool ignoresCase_) : text(text_), ignoresCase(ignoresCase_) {}
@@ -201,7 +201,7 @@ public:
     }
 
 private:
-    // What is known of a whole alternative are its parts.
+    // For a whole alternative, the facts about its parts.
     bool collect(Matches& matches) const {
         if (matches.areAll) improve(matches.parts, matches.texts);
         return !matches.parts.empty();
@@ -230,8 +230,8 @@ private:
                 all.texts = std::move(longer);
                 continue;
             }
-            // The pieces before it are what they are; the last one of its repetitions
-            // begins what follows.
+            // The pieces before it are complete; its last repetition begins the following
+            // text.
             improve(all.parts, fits ? longer : all.texts);
             improve(all.parts, piece.areAll ? piece.texts : piece.parts);
             all.areAll = false;

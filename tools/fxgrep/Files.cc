@@ -17,8 +17,8 @@
 
 namespace {
 
-// One directory of --path with its abbreviations expanded; false when a variable
-// in it is not set. The slash lets a name be expanded that ends the text.
+// Appends one directory of --path with its abbreviations expanded; returns false when a
+// variable in it is not set. The slash makes a name at the end of the text expand.
 bool appendExpanded(const fxStr& directory, fxStr& list) {
     char* const home = pathexpandtilde(directory);
     std::string text = home;
@@ -64,13 +64,13 @@ bool isOneOf(const std::vector<std::string>& globs, const char* name) {
     });
 }
 
-// What a folder holds: its name, and what it is, as far as the folder says.
+// An entry of a folder: its name, and its type, if the folder has it.
 struct Entry {
     std::string name;
     unsigned char type;  // DT_REG, ...
 };
 
-// In the order of the bytes of their names. False, with the reason in errno, when the
+// Sorted by the bytes of their names. Returns false, with the reason in errno, when the
 // folder cannot be read.
 bool readFolder(const std::string& path, std::vector<Entry>& entries) {
     const std::unique_ptr<DIR, int (*)(DIR*)> folder(opendir(path.c_str()), closedir);
@@ -87,14 +87,14 @@ bool readFolder(const std::string& path, std::vector<Entry>& entries) {
     return error == 0;
 }
 
-// Symbolic links are not followed, so no folder is met twice.
+// Symbolic links are not followed, so no folder is visited twice.
 unsigned char typeOf(const std::string& path) {
     struct stat status;
     if (lstat(path.c_str(), &status) != 0) return DT_UNKNOWN;
     return S_ISREG(status.st_mode) ? DT_REG : S_ISDIR(status.st_mode) ? DT_DIR : DT_LNK;
 }
 
-// `top` was named, so it is searched also where it is a link.
+// The user named `top`, so it is searched even if it is a link.
 void searchFolder(Crew& crew, const Options& options, const std::string& top) {
     std::vector<Entry> waiting = {{top, DT_DIR}};
     while (!waiting.empty() && !crew.isDone()) {

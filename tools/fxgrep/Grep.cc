@@ -10,10 +10,10 @@
 
 #include "Json.h"
 
-// A file is read in blocks of whole lines, which grow with the longest line. For
-// an expression each line is made a zero-terminated text, in place. Where every
-// matching line must contain a certain text, whole blocks are searched for that,
-// and the lines in between are never looked at.
+// A file is read in blocks of whole lines, which grow with the longest line. For an
+// expression each line is made a zero-terminated text, in place. If every matching line
+// must contain a certain text, whole blocks are searched for that, and the lines in between
+// are skipped.
 
 Grep::Grep(const Options& options_, Search& search_, Printer& printer_)
     : options(options_),
@@ -23,8 +23,7 @@ Grep::Grep(const Options& options_, Search& search_, Printer& printer_)
     if (fstat(STDOUT_FILENO, &output) != 0) output.st_mode = 0;
 }
 
-// A file that was found may become another before it is opened, so opening does not
-// wait.
+// A file found in a folder may be replaced before it is opened, so opening does not wait.
 void Grep::search(const std::string& path, Kind kind, Findings& ours) {
     findings = &ours;
     const bool isStandard = kind == named && path == "-";
@@ -36,8 +35,8 @@ void Grep::search(const std::string& path, Kind kind, Findings& ours) {
     if (file >= 0 && !isStandard) close(file);
 }
 
-// Returns what kept it from searching all of the file, null for nothing. A file that
-// is also the output would grow by each match that is found in it.
+// Returns the reason why not all of the file was searched, or null. A file that is also the
+// output would grow by each match that is found in it.
 const char* Grep::searchFile(int file, Kind kind) {
     struct stat status;
     if (fstat(file, &status) != 0) return std::strerror(errno);
@@ -81,7 +80,7 @@ void Grep::finishFile() {
     }
 }
 
-// False when the rest of the file does not matter.
+// Returns false when the rest of the file does not matter.
 bool Grep::searchBlock(char* begin, char* end) {
     const bool isNameEnough = options.output == Options::namesWith ||
                               options.output == Options::namesWithout ||
@@ -105,8 +104,8 @@ bool Grep::searchBlock(char* begin, char* end) {
     return true;
 }
 
-// The first line from `begin` on that may be selected: past those without the
-// required text, where these do not matter.
+// The first line from `begin` on that may be selected: skips those without the required
+// text, if these do not matter.
 char* Grep::skipLines(char* begin, char* end) {
     const TextSet* const required = searcher.required();
     if (required == nullptr || begin == end || options.isInverted || mayCopy) return begin;
@@ -176,13 +175,13 @@ void Grep::printHead(unsigned long number, char separator) {
     text() += separator;
 }
 
-// The match behind the last one; an empty one does not stop the searcher.
+// The match behind the last one. An empty match does not stop the search.
 bool Grep::nextMatch(char* line, char* end) {
     const char* const next = std::max(searcher.matchEnd, searcher.matchBegin + 1);
     return next <= end && searcher.find(line, end, next);
 }
 
-// Each match on a line of its own. The first one has been found.
+// Prints each match on a separate line. The first one has been found.
 void Grep::printMatches(char* line, char* end) {
     if (options.isInverted) return;
     do {

@@ -19,12 +19,13 @@ public:
     /// Everything is borrowed.
     Grep(const Options& options, Search& search, Printer& printer);
 
-    /// Named by the user (- is standard input), or found in a folder. Of those found
-    /// only regular files are searched, as reading from others might wait for ever or
-    /// change something; and of those in `foundText` only the ones without zero bytes.
+    /// The file is named by the user (- is standard input), or found in a folder. Of those
+    /// found only regular files are searched, because reading from others might wait for
+    /// ever or change something; and of those in `foundText` only the ones without zero
+    /// bytes.
     enum Kind { named, found, foundText };
 
-    /// Searches the file, prints what it can and leaves the rest in `findings`.
+    /// Searches the file, prints as much as possible and leaves the rest in `findings`.
     void search(const std::string& path, Kind kind, Findings& findings);
 
 private:

@@ -172,7 +172,7 @@ bool readColour(const char* word, const char*& when) {
     return false;
 }
 
-// Options that only set something.
+// Options that only set a flag.
 const struct {
     int option;
     bool Options::*flag;
@@ -193,7 +193,7 @@ const struct {
                {'L', Options::namesWithout},
                {'q', Options::nothing}};
 
-// What one option says; -1 to go on.
+// Applies one option. Returns -1 to go on.
 int take(int c, Options& options, const char*& colour) {
     for (const auto& [option, flag] : flags) {
         if (c == option) return options.*flag = true, -1;
@@ -263,7 +263,7 @@ void complain(const char* subject, const char* why) {
 
 int readOptions(int argc, char** argv, Options& options) {
     static char programName[] = "fxgrep";
-    argv[0] = programName;  // what getopt_long() calls it
+    argv[0] = programName;  // the name in messages of getopt_long()
     const char* name = nullptr;
     const char* colour = "auto";
     for (int c; (c = getopt_long(argc, argv, shortOptions, longOptions, nullptr)) != -1;) {

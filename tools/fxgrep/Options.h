@@ -1,4 +1,4 @@
-// What the user of fxgrep asks for.
+// The options of fxgrep.
 #ifndef FXGREP_OPTIONS_H
 #define FXGREP_OPTIONS_H
 
@@ -26,7 +26,7 @@ struct Options {
     unsigned long before = unset;  // unset only while options are read
     unsigned long after = unset;
 
-    // Where several are asked for, the later ones of these win.
+    // If several are given, the later ones of these win.
     enum Output { lines, matches, counts, namesWith, namesWithout, nothing } output = lines;
     const char* replacement = nullptr;  // for matches
     bool isNumbered = false;
@@ -46,7 +46,7 @@ int readOptions(int argc, char** argv, Options& options);
 /// The line that reports trouble.
 std::string complaintText(const char* subject, const char* why);
 
-/// Tells of trouble on standard error.
+/// Reports an error on standard error.
 void complain(const char* subject, const char* why);
 
 #endif

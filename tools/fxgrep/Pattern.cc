@@ -9,8 +9,8 @@
 #include "Dialect.h"
 #include "fxds/RegEx.h"
 
-// The patterns become one: a literal text where there is only one and its letters
-// are as they are, otherwise one expression with an alternative for each.
+// The patterns become one: a literal text if there is only one and it matches its own
+// letters, otherwise one expression with an alternative for each.
 
 namespace {
 
@@ -34,15 +34,15 @@ private:
 
 class ExpressionSearch : public Search {
 public:
-    /// `isGrouped_`: the whole is a group of its own, which templates do not count.
-    /// `must_`: the texts of which every match contains one; null for none known.
+    /// `isGrouped_`: the whole is one group more, which templates do not count. `must_`:
+    /// the texts of which every match contains one; null if none are known.
     ExpressionSearch(const fxStr& text, bool isGrouped_, std::unique_ptr<const TextSet> must_)
         : expression(text), isGrouped(isGrouped_), must(std::move(must_)) {}
 
     bool isValid() const { return expression.isValid(); }
 
-    // What lies between zero bytes is searched as a line of its own. Going on
-    // behind a match starts in the part of that match.
+    // The parts between zero bytes are searched as separate lines. A search behind a match
+    // starts in the part of that match.
     bool find(char* line, char* end, const char* from) override {
         const char behind = *end;
         *end = 0;
@@ -101,8 +101,8 @@ bool isWordCharacter(char c) {
     return std::isalnum(static_cast<unsigned char>(c)) != 0 || c == '_';
 }
 
-// Matches that no character of a word precedes. The expression itself sees to what
-// follows.
+// Matches with no word character before them. The expression itself checks the character
+// behind.
 class WordSearch : public Search {
 public:
     explicit WordSearch(std::unique_ptr<Search> search_) : search(std::move(search_)) {}
@@ -161,7 +161,7 @@ std::unique_ptr<Search> makeSearch(const Options& options) {
         (all += separator) += options.ignoresCase ? withoutCase(part) : part;
         separator = "|";
     }
-    // In groups only where they are needed: templates count groups.
+    // In groups only where they are needed, because templates count groups.
     if (options.isWholeLine) {
         all = "^(" + all + ")$";
     } else if (options.isWholeWord) {

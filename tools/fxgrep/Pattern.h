@@ -1,4 +1,4 @@
-// What fxgrep looks for in a line.
+// The search for patterns in a line.
 #ifndef FXGREP_PATTERN_H
 #define FXGREP_PATTERN_H
 
@@ -8,7 +8,7 @@
 #include "Options.h"
 #include "TextSet.h"
 
-/// Something to look for in a line. The byte behind the line is ours to write.
+/// A search in a line. The byte behind the line may be overwritten.
 class Search {
 public:
     virtual ~Search() = default;
@@ -17,7 +17,7 @@ public:
     /// sets its ends. `from` is `line` first and then lies behind the last match.
     virtual bool find(char* line, char* end, const char* from) = 0;
 
-    /// Texts of which one is in every line with a match; null when nothing is known.
+    /// Texts of which every line with a match contains one; null if none are known.
     virtual const TextSet* required() const { return nullptr; }
 
     /// The template with the last match, which must still be there.
@@ -27,8 +27,8 @@ public:
     const char* matchEnd = nullptr;
 };
 
-/// The search for the patterns of the options; null, with the reason told, when one
-/// of them is faulty.
+/// The search for the patterns of the options; null, after a report, when one of them is
+/// faulty.
 std::unique_ptr<Search> makeSearch(const Options& options);
 
 /// Whether the expression compiles; reports why not.

@@ -14,9 +14,9 @@ constexpr size_t mostOfOne = size_t{4} << 20;
 Printer::Printer(bool separatesFiles_, bool isSilent_)
     : separatesFiles(separatesFiles_), isSilent(isSilent_), isAtOnce(isatty(STDOUT_FILENO) != 0) {}
 
-// A file whose turn has not come waits while too much is waiting: its thread then
-// searches no further. The thread of the turn itself never waits, and threads take files
-// in the order of their turns.
+// A file whose turn has not come waits while too much is waiting: its thread then searches
+// no further. The thread whose turn it is never waits, and threads take files in the order
+// of their turns.
 bool Printer::print(Findings& findings) {
     std::unique_lock<std::mutex> lock(mutex);
     const bool isMuch = findings.text.size() > mostOfOne;

@@ -1,4 +1,4 @@
-// Prints what several threads found, in the order of the files.
+// Prints the findings of several threads, in the order of the files.
 #ifndef FXGREP_PRINTER_H
 #define FXGREP_PRINTER_H
 
@@ -9,7 +9,7 @@
 #include <mutex>
 #include <string>
 
-/// What was found in one file. Only the thread that searches the file has it.
+/// The findings in one file. Only the thread that searches the file uses them.
 struct Findings {
     size_t turn = 0;        ///< The place of the file in the order of all files.
     std::string text;       ///< For standard output.
@@ -17,7 +17,8 @@ struct Findings {
     bool hasFound = false;
 };
 
-/// Invariants: (1) turns are handed out without gaps, and each is finished once.
+/// Invariants:
+/// (1) Turns are handed out without gaps, and each is finished once.
 /// (2) Everything of the turns before `turn` is printed, nothing of those behind it.
 /// Any thread may call any function.
 class Printer {
@@ -25,10 +26,10 @@ public:
     /// `separatesFiles_`: a line with -- is printed between files of which lines are printed.
     Printer(bool separatesFiles_, bool isSilent_);
 
-    /// Prints and clears the text when it is this file's turn; else leaves it, or waits
-    /// for the turn where that is too much. False when the output takes nothing more.
+    /// Prints and clears the text when it is this file's turn; otherwise keeps it, or waits
+    /// for the turn if it is too long. Returns false when the output takes nothing more.
     bool print(Findings& findings);
-    /// Ends the file's turn: prints what is left, then or when its turn has come.
+    /// Ends the file's turn: prints the rest, now or when its turn has come.
     void finish(Findings&& findings);
 
     bool hasFound() const;
@@ -41,7 +42,7 @@ private:
 
     const bool separatesFiles;
     const bool isSilent;
-    const bool isAtOnce;  // a terminal, or a device: nothing is kept back
+    const bool isAtOnce;  // the output is a terminal or a device: nothing is held back
     mutable std::mutex mutex;
     std::condition_variable advanced;
     std::map<size_t, Findings> waiting;  // finished before their turns

@@ -3,10 +3,10 @@
 #include <algorithm>
 #include <cctype>
 
-// A few texts are the library's to search, one after the other. For many a window as
-// long as the shortest is moved through the bytes. Its last two bytes tell how far it
-// may move on: to where some text has that pair, and by its whole length but one
-// where none has. So it needs some length to be faster than an expression.
+// A few texts are searched by the library, one after the other. For many, a window as long
+// as the shortest is moved through the bytes. Its last two bytes determine how far it may
+// move on: to where some text has that pair, and by its whole length but one if none has.
+// So it needs some length to be faster than an expression.
 
 namespace {
 
@@ -69,7 +69,7 @@ const char* TextSet::find(const char* from, const char* end) const {
     return few.empty() ? findMany(from, end) : findFew(from, end);
 }
 
-// A single letter or space is nearly everywhere.
+// A single letter or space occurs nearly everywhere.
 size_t TextSet::worthOf(const std::vector<std::string>& texts, bool ignoresCase) {
     const size_t shortest = shortestOf(texts);
     const bool isFew = areFew(texts, ignoresCase);
@@ -94,7 +94,7 @@ void TextSet::enter(size_t text) {
     head = static_cast<uint32_t>(text) + 1;
 }
 
-// Whether one of the texts begins at the place, where a whole window is.
+// Whether one of the texts begins at the place, where a whole window fits.
 bool TextSet::isAt(const char* place, const char* end) const {
     const auto byte = [&](size_t i) { return plain[static_cast<unsigned char>(place[i])]; };
     const auto left = static_cast<size_t>(end - place);
@@ -108,8 +108,8 @@ bool TextSet::isAt(const char* place, const char* end) const {
     return false;
 }
 
-// In growing pieces, so that what one text is searched through in vain, because another
-// one comes before, is in proportion to the way to that.
+// In growing pieces, so that the bytes searched in vain for one text, because another one
+// comes first, are in proportion to the distance to that.
 const char* TextSet::findFew(const char* from, const char* end) const {
     for (size_t piece = 256; from != end; piece *= 2) {
         const auto left = static_cast<size_t>(end - from);

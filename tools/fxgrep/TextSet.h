@@ -15,7 +15,7 @@ class Literal {
 public:
     explicit Literal(const std::string& text);
 
-    /// Where it is first in [from, end), or null.
+    /// The first occurrence in [from, end), or null.
     const char* find(const char* from, const char* end) const;
 
     const size_t length;
@@ -27,15 +27,15 @@ private:
 /// Any of several texts.
 class TextSet {
 public:
-    /// Requires: worthOf(texts, ignoresCase) is not 0. When the case is ignored, so it is of the
-    /// letters A to Z.
+    /// Requires: worthOf(texts, ignoresCase) is not 0. `ignoresCase` applies to the letters
+    /// A to Z.
     TextSet(const std::vector<std::string>& texts, bool ignoresCase);
 
-    /// Where the first of them begins in [from, end), or null.
+    /// The beginning of the first occurrence of any in [from, end), or null.
     const char* find(const char* from, const char* end) const;
 
-    /// How much such a search saves the search for an expression that all matches of
-    /// need one of the texts: 0 when it may well cost more than it saves.
+    /// How much such a search saves a search for an expression all of whose matches contain
+    /// one of the texts: 0 when it may cost more than it saves.
     static size_t worthOf(const std::vector<std::string>& texts, bool ignoresCase);
 
 private:
@@ -46,12 +46,12 @@ private:
     const char* findFew(const char* from, const char* end) const;
     const char* findMany(const char* from, const char* end) const;
 
-    std::vector<std::unique_ptr<const Literal>> few;  // instead of all that follows
+    std::vector<std::unique_ptr<const Literal>> few;  // instead of the members below
     std::vector<std::string> texts;
     size_t shortest = 0;
-    unsigned char plain[256];  // a byte as it is compared
-    // How far the window, of the length of the shortest text, can move on when its last
-    // two bytes are these; 0 when a text may begin with the window's bytes.
+    unsigned char plain[256];  // the value by which a byte is compared
+    // How far the window, as long as the shortest text, can move on when its last two bytes
+    // are these; 0 when a text may begin with the window's bytes.
     std::vector<unsigned char> moves;
     // For those, by the last two bytes again, a list of the texts: its head, and for each
     // text the next one. A text is denoted by its index plus 1.

@@ -8,7 +8,7 @@ import gdb
 WORD = 8
 CHUNK_WORDS = 512
 
-# As fxDataTypeName() calls them, by their fxDT_ numbers.
+# The names of fxDataTypeName(), by their fxDT_ numbers.
 DATA_TYPES = ("void", "bool", "int", "long", "float", "double", "char*", "fxStr", "void*",
               "fxObj*", "fxData*", "fxStrArray")
 
@@ -17,7 +17,7 @@ class Corrupt(Exception):
     """Says what cannot be right about the memory that was read."""
 
 
-# What reading of unreadable, unmapped or undescribed memory raises.
+# Raised by reading unreadable, unmapped or undescribed memory.
 READING_ERRORS = (gdb.error, Corrupt, OverflowError)
 
 

@@ -401,7 +401,7 @@ class EventPrinter(ObjPrinter):
                 yield label, item
 
     def own_fields(self, value):
-        # The event's own links and numbers say nothing more.
+        # The event's own links and numbers add nothing.
         if plain(value.type).name != self.base.type.name:
             yield from super().own_fields(value)
 

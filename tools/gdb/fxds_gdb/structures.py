@@ -172,7 +172,7 @@ def connections_to(output):
     listed = listed.cast(gdb.lookup_type("fxVoidPtrArray").pointer())
     for pointer in pointers_in(target_of(listed), type_):
         if int(pointer) == 0:
-            continue  # one of many has left
+            continue  # a hole among many entries
         target, converted = pointer, ""
         if is_converter(pointer):
             target = pointer["closure"].cast(type_.pointer())
