@@ -1,5 +1,6 @@
-// What a send, a queued message and a connection cost. The peers whose receivers
-// may die at any time are measured alike, where they are installed.
+// The costs of a send, a queued message and a connection. The peers whose
+// receivers may be destroyed at any time are measured in the same way, if they
+// are installed.
 #include <benchmark/benchmark.h>
 
 #include <deque>
@@ -124,7 +125,7 @@ BENCHMARK(ConnectChannels);
 
 #ifdef FXDS_HAVE_BOOST
 
-// Slots that hold on to their receivers while they are called.
+// Slots that hold their receivers while they are called.
 void SendBoostSignals2(benchmark::State& state) {
     boost::signals2::signal<void(int)> signal;
     std::vector<std::shared_ptr<Sink>> sinks;

@@ -21,8 +21,8 @@
 #include <glib.h>
 #endif
 
-// Keys are met in another order than they were entered in, as in life. The
-// chains of the dictionaries are as many as the map has at its load of 1.
+// Keys are looked up in another order than they were entered in, as in real
+// programs. The number of chains is that of the map at its load of 1.
 
 namespace {
 
@@ -34,12 +34,12 @@ struct NamesLike {
     static std::string forMap(int i) { return std::string(forDict(i)); }
 };
 
-// Short enough to need no block of their own in a std::string.
+// Short enough for a std::string to need no block.
 constexpr char shortPattern[] = "%d.level";
 typedef NamesLike<shortPattern> Names;
 constexpr char longPattern[] = "%d/sampler/level/output";
 typedef NamesLike<longPattern> LongNames;
-// Told apart by no byte that fxStr::hash() looks at.
+// Different only in bytes that fxStr::hash() does not use.
 constexpr char alikePattern[] = "/machine/sampler/level/%d";
 typedef NamesLike<alikePattern> AlikeNames;
 
@@ -135,7 +135,8 @@ void mapFind(benchmark::State& state) {
     findAll(state, map, keys);
 }
 
-// What one entry costs that comes and goes in a table that is full otherwise.
+// The cost of one entry that is added and removed in a table that is full
+// otherwise.
 template <class Kind>
 void dictRemove(benchmark::State& state) {
     auto keys = makeKeys(state, Kind::forDict);
@@ -155,7 +156,7 @@ void dictRemove(benchmark::State& state) {
 template <class Kind>
 using AbslFor = absl::flat_hash_map<typename Kind::Map::key_type, typename Kind::Map::mapped_type>;
 
-// The second argument: whether it grows.
+// The second argument: whether the dictionary grows.
 template <class Kind>
 void abslInsert(benchmark::State& state) {
     const auto keys = makeKeys(state, Kind::forMap);
@@ -176,7 +177,7 @@ void abslFind(benchmark::State& state) {
 
 #ifdef FXDS_HAVE_GLIB
 
-// It keeps texts by their addresses; so do we here.
+// GLib's table keeps texts by their addresses; so does this one.
 struct GlibTexts {
     static GHashTable* make() { return g_hash_table_new_full(g_str_hash, g_str_equal, g_free, {}); }
     static const void* find(const std::string& key) { return key.c_str(); }

@@ -13,21 +13,21 @@
 
 #include "fxds/Str.h"
 
-// Both know what an fxBinaryWriter writes of a graph of N (a long, a double, an
-// fxStr, two pointers to N), to the byte, and nothing else. The writer refuses
-// objects of derived classes and notices when the stream does not take the bytes. The
-// loader checks what a reader must: that a number is not 0 and is defined once, as what
-// its places want, that a node is of a type that was defined, that texts are as long as
-// their strings, zeros included, and end in a zero, and that nothing lies beyond the end;
-// it destroys what it has made when it fails, by an exception too. What the library
-// does on top is to serve any class, any stream and any order of records.
+// Both handle exactly the bytes that an fxBinaryWriter writes for a graph of N (a long, a
+// double, an fxStr, two pointers to N), and nothing else. The writer refuses objects of
+// derived classes and reports when the stream does not take the bytes. The loader checks
+// what a reader must: that a number is not 0 and is defined once, as the kind that its
+// places want, that a node is of a type that was defined, that texts are as long as their
+// strings, zeros included, and end in a zero, and that nothing lies beyond the end; it
+// destroys its objects when it fails, also by an exception. In addition the library serves
+// any class, any stream and any order of records.
 
 template <class N>
 class DirectWriter {
 public:
     explicit DirectWriter(FILE* file_) : file(file_) { grow(); }
 
-    /// Whether all could be written.
+    /// Returns whether everything could be written.
     bool write(const N* root) {
         static const char head[] = "fxBinaryWriter\0ieee";
         put(head, sizeof head);
@@ -164,7 +164,7 @@ public:
         if (length > 0) {
             const size_t size = static_cast<size_t>(length);
             std::rewind(file);
-            bytes.reset(new unsigned char[size + 32]);  // heads are looked at as a whole
+            bytes.reset(new unsigned char[size + 32]);  // heads are read as a whole
             at = bytes.get();
             end = at + std::fread(bytes.get(), 1, size, file);
         }
@@ -303,7 +303,8 @@ private:
         std::memcpy(&value, from, 4);
         return value;
     }
-    // Grows with the bytes that were read. What no stream of the writer has suits no place.
+    // Grows with the bytes that were read. An entry that no stream of the writer has suits
+    // no place.
     Entry& entryOf(unsigned int id) {
         if (id == 0 || id >= entries.size()) {
             if (id == 0 || id > static_cast<size_t>(at - bytes.get())) {

@@ -1,5 +1,5 @@
-// What one turn of the loop and the start of a timer cost, against the system
-// call, a multimap and, where they are installed, other loops.
+// The costs of one turn of the loop and of the start of a timer, against the
+// system call, a multimap and, if they are installed, other loops.
 #include <benchmark/benchmark.h>
 #include <sys/eventfd.h>
 #include <sys/resource.h>
@@ -258,7 +258,7 @@ BENCHMARK(TurnIdleLibuv)->Arg(0)->Apply(numbersOfDescriptors);
 
 #endif
 
-// Beyond a thousand, only for what does not walk.
+// Beyond a thousand only for timers that need no walk.
 void numbersOfTimers(benchmark::internal::Benchmark* bench) {
     for (const int timers : {10, 100, 1000, 100000, 1000000}) bench->Arg(timers);
 }

@@ -1,5 +1,5 @@
-// What flows cost: reading and checking a text, building its network, changing one object
-// of it, and a value through a connection.
+// The costs of flows: reading and checking a text, building its network, changing one
+// object of it, and a value through a connection.
 #include <benchmark/benchmark.h>
 
 #include <memory>
@@ -20,7 +20,7 @@ void start() {
     static_cast<void>(isStarted);
 }
 
-// So many objects, each connected to the next five, by all deliveries in turn.
+// `count` objects, each connected to the next five, by all deliveries in turn.
 std::string textOf(long count, const char* last = "yes") {
     static const char* const deliveries[] = {"", " (newest)", " (urgent)", "", ""};
     std::ostringstream text;

@@ -116,7 +116,7 @@ void WalkStdList(benchmark::State& state) {
 }
 BENCHMARK(WalkStdList);
 
-// The integer table. Keys as programs have them: multiples of 8.
+// The integer table. Keys as in real programs: multiples of 8.
 
 unsigned long keyAt(long i) { return static_cast<unsigned long>(i) * 8; }
 

@@ -1,5 +1,5 @@
-// What searching costs: expressions against std::regex and, where they are
-// installed, PCRE2 and RE2; literals against what the C and C++ libraries have.
+// The costs of searching: expressions against std::regex and, if they are
+// installed, PCRE2 and RE2; literals against the C and C++ libraries.
 #include <benchmark/benchmark.h>
 
 #include <algorithm>

@@ -1,5 +1,5 @@
-// What the programs that print tables of costs share: the clock, and the objects that
-// are connected.
+// Shared by the programs that print tables of costs: the clock, and the objects that are
+// connected.
 #ifndef FXDS_BENCH_THINGS_H
 #define FXDS_BENCH_THINGS_H
 
@@ -7,7 +7,7 @@
 
 #include "fxds/fxds.h"
 
-/// Of processor time: other programs run meanwhile.
+/// In processor time, because other programs run meanwhile.
 inline double nanoseconds() {
     timespec now;
     clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &now);

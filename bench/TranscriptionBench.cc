@@ -97,7 +97,7 @@ struct Plain {
 
 /// Connects the nodes of [begin, end) as a tree that was built from its root
 /// on, with every missing child replaced by a node on the way from the root. So
-/// nodes are shared and cyclic, and yet near the root for those who recurse.
+/// nodes are shared and cyclic, and yet near the root for recursive archives.
 template <class T>
 void connectTree(std::vector<T*>& nodes, unsigned int begin, unsigned int end, std::vector<T*>& way,
                  std::mt19937& rng) {

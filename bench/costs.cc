@@ -1,5 +1,5 @@
-// Prints what one of each thing costs as a table: bytes of heap, those of the same thing
-// in Qt and GLib where they are installed, and nanoseconds to make and to end ours, each
+// Prints the cost of one of each thing as a table: bytes of heap, those of the same thing
+// in Qt and GLib if they are installed, and nanoseconds to make and to destroy ours, each
 // the least of five rounds of 10,000.
 #include <malloc.h>
 
@@ -28,7 +28,7 @@ namespace {
 
 constexpr int count = 10000;
 
-// Calls a function when it goes.
+// Calls a function in its destructor.
 template <class End>
 struct Ending {
     explicit Ending(End end_) : end(end_) {}
@@ -47,7 +47,7 @@ struct Cost {
     double ending = 1e9;
 };
 
-// `make` returns the thing, whose destructor ends it, or takes its number.
+// `make` returns the thing, or takes its number.
 template <class Make>
 Cost measure(Make make) {
     Cost cost;
@@ -59,7 +59,7 @@ Cost measure(Make make) {
         const double start = nanoseconds();
         for (int i = 0; i < count; ++i) things.push_back(make(i));
         cost.making = std::min(cost.making, (nanoseconds() - start) / count);
-        // Pools keep what ended in an earlier round; only the first one counts.
+        // Pools keep the memory of earlier rounds; only the first one counts.
         if (round == 0) {
             cost.bytes = static_cast<double>(mallinfo2().uordblks - before) / count;
         }
@@ -74,7 +74,7 @@ struct None {};
 std::string bytesOf(None) { return "–"; }
 template <class Make>
 std::string bytesOf(Make make) {
-    // Once: pools keep what has ended.
+    // Once: pools keep freed memory.
     static const std::string text = std::to_string(std::lround(measure(make).bytes));
     return text;
 }
@@ -87,7 +87,7 @@ void row(const char* name, Make make, Qt qt = {}, Glib glib = {}) {
                 bytesOf(glib).c_str(), cost.making, cost.ending);
 }
 
-// The same things of others; a slot or a signal of an object takes nothing there.
+// The same things of the peers; a slot or a signal of an object takes nothing there.
 namespace theirs {
 #ifdef FXDS_HAVE_QT
 const auto qtObject = [](int) { return std::make_unique<QObject>(); };

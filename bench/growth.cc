@@ -1,6 +1,6 @@
-// Prints what one of many costs as a table: nanoseconds of processor time for each of
-// 1,000 to 1,000,000, the least of some rounds. Each row should be flat but for the
-// caches.
+// Prints the cost of one of many as a table: nanoseconds of processor time for each of
+// 1,000 to 1,000,000, the least of some rounds. Each row should be flat except for the
+// effects of caches.
 //
 //     growth [MOST [TEXT]]   leaves out what is more than MOST, 1,000,000 unless it is
 //                            said, and rows whose names do not contain TEXT; one row
@@ -22,7 +22,7 @@ namespace {
 size_t most = 1000000;
 const char* wanted = "";
 
-// `makeWork(n)` prepares, and returns what is measured.
+// `makeWork(n)` prepares, and returns the function to measure.
 template <class MakeWork>
 void row(const char* name, MakeWork makeWork, size_t limit = 1000000) {
     if (std::strstr(name, wanted) == nullptr) return;

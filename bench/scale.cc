@@ -3,7 +3,7 @@
 // hand: it takes minutes, and a saved file of 1 GB some 3 GB of memory and disk.
 //
 //     scale            a million of each
-//     scale 100000     so many instead
+//     scale 100000     100,000 instead
 //     scale 1000000 /var/tmp/file    the saved file, too
 #include <sys/resource.h>
 #include <sys/wait.h>
@@ -43,7 +43,7 @@ double peakBytes() {
 }
 
 // Prints the cells of one side: bytes at the peak, nanoseconds to build, use and destroy,
-// each for one thing. In a process of its own, which begins with little memory.
+// each for one thing. Runs in a separate process, which begins with little memory.
 template <class Things>
 void measure(size_t things) {
     std::fflush(stdout);

@@ -16,7 +16,7 @@
 
 #include "fxds/fxds.h"
 
-// What survives the program.
+// The state that survives the program.
 class State : public fxXDRObj {
     FX_TRANSCRIBABLE(State)
 
@@ -46,7 +46,7 @@ public:
     }
     const char* className() const override { return "Follower"; }
 
-    // Whether it is one; the reason otherwise.
+    // Adds the expression. Returns whether it compiles; otherwise reports the reason.
     bool add(const char* expression) {
         expressions.push_back(std::make_unique<fxRegEx>(expression));
         state.expressions.append(expression);

@@ -37,7 +37,7 @@ public:
     void initialize(int, char**) override {}
     void close() override;
 
-    // Ends the client when the turn is over: it may be on the stack.
+    // Destroys the client at the end of the turn: it may be on the stack.
     void drop(int id) {
         ending.post([this, id] { clients.erase(id); });
     }
@@ -70,7 +70,7 @@ public:
     }
     const char* className() const override { return "Client"; }
 
-    // A client that does not read what others say is not worth any memory.
+    // A client that does not read is dropped before its lines take much memory.
     void tell(const std::string& text) {
         if (writer.isFull()) return leave();
         writer.writeLine(text);
@@ -123,7 +123,7 @@ private:
         tell(tag + "started");
     }
 
-    // A job is over when the shell has ended and all of its output has come.
+    // A job is over when the shell has ended and all of its output has arrived.
     void end(int number) {
         const fxProcess& job = *jobs[number];
         if (job.isRunning() || !job.output()->isAtEnd()) return;
@@ -173,7 +173,7 @@ void Server::who(Client& to) const {
     }
 }
 
-// What ends here may be on the stack, so it ends with the program.
+// Objects may be on the stack here, so they are destroyed with the program.
 void Server::close() {
     fxApplication::close();
     std::puts("closed");

@@ -49,7 +49,7 @@ void StatusLine::setMessage(const fxStr& text) {
     messageTime = time;
 }
 
-// The message goes first: on a small screen it should not be what is cut off.
+// The message goes first: on a small screen it must not be cut off.
 fxStr StatusLine::notices() const {
     constexpr double shownSeconds = 5;
     const bool isOver = message.isEmpty() || time - messageTime > shownSeconds;

@@ -7,8 +7,8 @@
 #include "flow/Gauge.h"
 #include "flow/Terminal.h"
 
-/// The last line of the display. Its inputs take the texts and numbers that it shows;
-/// the connections convert.
+/// The last line of the display. Its inputs take the texts and numbers that it shows; the
+/// connections convert them.
 class StatusLine : public fxObj {
 public:
     StatusLine();
@@ -19,11 +19,11 @@ public:
     void setSamples(const char* text) { samples = text; }
     void setPaused(int on) { paused = on != 0; }
     void setSmoothing(int on) { smoothing = on != 0; }
-    /// Notices stay, a message makes way for the next and is shown for some seconds.
+    /// Notices stay; a message is replaced by the next one and is shown for some seconds.
     void addNotice(const fxStr& text);
     void setMessage(const fxStr& text);
 
-    /// At most `width` columns: what does not fit whole is left out.
+    /// At most `width` columns: parts that do not fit are left out.
     fxStr text(unsigned int width) const;
     /// Message and notices, each on a line.
     fxStr notices() const;
@@ -48,12 +48,12 @@ public:
     const char* className() const override { return "Display"; }
 
     void redraw();
-    /// Draws on a screen that holds anything at all.
+    /// Draws on a screen with unknown content.
     void drawAgain();
-    /// Shows what the keys do in place of the gauges, and these again.
+    /// Shows the help for the keys in place of the gauges, and the gauges again.
     void toggleHelp();
-    /// Gives the terminal back, stops the process and takes it up again when
-    /// it is continued.
+    /// Gives the terminal back, stops the process and takes the terminal again when it is
+    /// continued.
     void suspend();
 
 private:
@@ -66,8 +66,8 @@ private:
     bool isHelping = false;
 };
 
-/// Prints one line for each message on its input "print", to standard output,
-/// until it has printed as many as it should; then it sends "done".
+/// Prints one line for each message on its input "print", to standard output, until it has
+/// printed the requested number; then it sends "done".
 class Report : public fxObj {
 public:
     /// The gauges are borrowed.

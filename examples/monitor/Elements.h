@@ -9,8 +9,8 @@
 #include "fxds/Ref.h"
 #include "fxds/Str.h"
 
-/// A new element of the kind with the properties, as a flow writes them.
-/// Requires: there are the kind and the properties, and the values fit.
+/// A new element of the kind with the properties, in the notation of a flow.
+/// Requires: the kind and the properties exist, and the values fit.
 fxRef<fxObj> makeElement(const char* kind,
                          std::initializer_list<std::pair<const char*, fxStr>> properties);
 

@@ -35,8 +35,8 @@ Keyboard::~Keyboard() {
 void Keyboard::handleRead() {
     char keys[64];
     const ssize_t count = read(fd, keys, sizeof keys);
-    // Reading never waits here, so "nothing" from a ready terminal is its end. What is no
-    // terminal, such as /dev/null, has no keys, and that is all.
+    // Reading never waits here, so "nothing" from a ready terminal is its end. An input
+    // that is no terminal, such as /dev/null, just has no keys.
     if (count == 0 || (count < 0 && errno != EINTR && errno != EAGAIN)) {
         fx_theExecutive->removeSelectHandler(this);
         if (isTerminal) sendVoid(getOutput("quit"));

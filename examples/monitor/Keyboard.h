@@ -4,9 +4,9 @@
 
 #include "fxds/SelectHandler.h"
 
-/// Sends a void message on the output that belongs to the key pressed: "quit",
-/// "pause", "longer", "shorter", "smoothing", "save", "help", "draw again". When the
-/// terminal is gone, that is "quit" too.
+/// Sends a void message on the output of the key pressed: "quit", "pause", "longer",
+/// "shorter", "smoothing", "save", "help", "draw again". The end of the terminal is "quit"
+/// too.
 class Keyboard : public fxSelectHandler {
 public:
     /// Listens to standard input from now on.

@@ -13,10 +13,10 @@
 #include "fxds/PropertyAccess.h"
 #include "fxds/Save.h"
 
-// A tick of the timer is queued for the samplers first, then for the counting
-// and for the screen or the report. The samplers' values go through at once, so
-// what is shown is always one complete sample. In a replay the player has the
-// samplers' place and sends "sent" after each sample.
+// A tick of the timer is queued for the samplers first, then for the counting and for the
+// screen or the report. The samplers' values go through at once, so the display always
+// shows one complete sample. In a replay the player takes the samplers' place and sends
+// "sent" after each sample.
 
 namespace {
 
@@ -240,7 +240,7 @@ void Monitor::connectSignal(int number, fxObj& target, const char* input) {
     fxConnect(signals.back().get(), "signal", &target, input);
 }
 
-// Without an interval as fast as the loop turns.
+// Without an interval, as fast as the loop turns.
 void Monitor::startTimer() {
     const std::chrono::duration<float> seconds(intervalSeconds);
     const auto span = std::chrono::duration_cast<fxAlarm::Span>(seconds);
@@ -321,8 +321,8 @@ fxStreamFault Monitor::saveRecord() {
     return recorder == nullptr || recordPath.isEmpty() ? fxStreamFault() : saveTo(recordPath);
 }
 
-// So that what ends the monitor without a word, such as a power failure, takes few
-// samples with it. Of a long recording, saving takes at most a twentieth of the time.
+// Limits the loss when the monitor ends abruptly, as by a power failure. For a long
+// recording, saving takes at most a twentieth of the time.
 void Monitor::saveNowAndThen() {
     const auto begin = std::chrono::steady_clock::now();
     if (begin < nextSave) return;

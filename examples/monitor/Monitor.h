@@ -1,4 +1,4 @@
-// The monitor: the objects, how they are connected, and what the keys do.
+// The monitor: the objects, their connections, and the actions of the keys.
 #ifndef MONITOR_MONITOR_H
 #define MONITOR_MONITOR_H
 
@@ -26,7 +26,7 @@
 struct Quantity {
     Quantity(const char* name, const char* unit, double fullScale, double alarmAt, double calmAt);
 
-    /// Connects the output that the quantity comes from. Borrowed.
+    /// Connects the output that is the source of the quantity. Borrowed.
     void setSource(fxObj& object, const char* output);
     void setSmoothing(bool on);
 
@@ -40,11 +40,11 @@ private:
     fxScopedConnection joints[3];  // with smoothing or without
 };
 
-/// Builds the network for what the options ask and runs until told to quit, or
-/// until a recording that is replayed without a terminal is over.
+/// Builds the network for the options and runs until quit() is called, or until a recording
+/// that is replayed without a terminal is over.
 class Monitor : public fxApplication {
 public:
-    /// `replayed`: what to show instead of the machine, or null.
+    /// `replayed`: the recording to show instead of the machine, or null.
     Monitor(const Options& options, const fxRef<Recording>& replayed);
     ~Monitor() override;
     const char* className() const override { return "Monitor"; }
@@ -56,12 +56,12 @@ public:
 
     /// Saves the history so far when --record asks for it. Returns why it could not.
     fxStreamFault saveRecord();
-    /// What went wrong in the end, for the user; empty when nothing did.
+    /// The final failure, for the user; empty when there was none.
     const fxStr& getFailure() const { return failure; }
     /// The signal that asked to quit, or 0.
     int getQuitSignal() const { return quitSignal; }
 
-    // What the keys and signals do.
+    // Actions of the keys and signals.
     void quit() { close(); }
     void quitBy(int signalNumber);
     void togglePause();
@@ -69,7 +69,7 @@ public:
     void shortenInterval();
     void toggleSmoothing();
     void save();
-    // What the timer and the player do.
+    // Actions of the timer and the player.
     void countSample();
     void endReplay();
 
@@ -122,7 +122,7 @@ private:
 
     // A first sample, so that rates have a beginning.
     const fxOutput<void> prime = addOutput<void>("prime");
-    // Something that is shown is different now.
+    // Something that is shown has changed.
     const fxOutput<void> changed = addOutput<void>("changed");
     const fxOutput<double> interval = addOutput<double>("interval");
     const fxOutput<bool> paused = addOutput<bool>("paused");
@@ -130,14 +130,14 @@ private:
     const fxOutput<int> samples = addOutput<int>("samples");
     // Of the sample, in seconds since 1970.
     const fxOutput<double> time = addOutput<double>("time");
-    // The result of what the user asked for.
+    // The result of a request of the user.
     const fxOutput<const char*> message = addOutput<const char*>("message");
     const fxStr recordPath;
     fxStr failure;
     float intervalSeconds;
     int sampleCount = 0;
     std::chrono::steady_clock::time_point nextSave;  // not before
-    bool hasSavingFailed = false;                    // and was told
+    bool hasSavingFailed = false;                    // and was reported
     int quitSignal = 0;
     bool smoothingOn = false;
 };

@@ -46,8 +46,8 @@ bool parseInterval(const char* text, float& seconds) {
     return end != text && *end == '\0' && seconds >= shortestInterval && seconds <= longestInterval;
 }
 
-// Every option once: what getopt_long() is told, and what the option does. `take` returns
-// false when the value does not suit the option.
+// All options: the arguments of getopt_long(), and their effects. `take` returns false when
+// the value does not suit the option.
 const struct Choice {
     const char* name;
     int argument;

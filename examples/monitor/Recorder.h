@@ -1,4 +1,4 @@
-// Recording what is shown, and showing it again.
+// Recording the displayed values, and replaying them.
 #ifndef MONITOR_RECORDER_H
 #define MONITOR_RECORDER_H
 
@@ -13,10 +13,10 @@ fxStr valueChannel(const char* quantity);
 fxStr alarmChannel(const char* quantity);
 fxStr presentChannel(const char* quantity);
 
-/// Records the quantities that come in on "value NAME" and their alarms on
-/// "alarm NAME", and on "present NAME" whether there is what they measure. A message on "finish"
-/// ends a sample. At most `mostSamples` are kept: when there are more, the oldest quarter is
-/// forgotten.
+/// Records the quantities that come in on "value NAME" and their alarms on "alarm NAME",
+/// and on "present NAME" whether the measured thing exists. A message on "finish" ends a
+/// sample. At most `mostSamples` are kept: when there are more, the oldest quarter is
+/// dropped.
 class Recorder : public fxObj {
 public:
     static constexpr unsigned int mostSamples = 100000;
@@ -40,10 +40,9 @@ private:
     double time = 0;
 };
 
-/// Sends the samples of a recording one after the other: each message on
-/// "next" sends the time of one sample on "time", its values on "value NAME",
-/// the alarms that it raised or ended on "alarm NAME", and then "sent". When
-/// nothing is left it sends "end" instead.
+/// Sends the samples of a recording one after the other: each message on "next" sends the
+/// time of one sample on "time", its values on "value NAME", the alarms that it raised or
+/// ended on "alarm NAME", and then "sent". After the last sample it sends "end" instead.
 class Player : public fxObj {
 public:
     explicit Player(fxRef<Recording> recording);

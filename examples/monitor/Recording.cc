@@ -18,7 +18,7 @@ fxBool AlarmEvent::xdr(fxTranscriber& t) {
     return fxXdrEdition(t, this, edition) && fxXdrAll(t, quantity, isActive, sample);
 }
 
-// Edition 2 knows what was absent.
+// Edition 2 adds the names of absent quantities.
 fxBool Recording::xdr(fxTranscriber& t) {
     int edition = 2;
     return fxXdrEdition(t, this, edition) &&

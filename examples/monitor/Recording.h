@@ -1,4 +1,4 @@
-// What the monitor saves: samples, alarms and settings.
+// The saved data of the monitor: samples, alarms and settings.
 #ifndef MONITOR_RECORDING_H
 #define MONITOR_RECORDING_H
 
@@ -11,12 +11,12 @@
 #include "fxds/StrSet.h"
 #include "fxds/Xdr.h"
 
-/// What all quantities showed at one time.
+/// The values of all quantities at one time.
 class Sample : public fxXDRObj {
     FX_TRANSCRIBABLE(Sample)
 
     double time = 0;      ///< Seconds since 1970.
-    fxFloatArray values;  ///< In the order of Recording::names; NaN: there was none.
+    fxFloatArray values;  ///< In the order of Recording::names; NaN: no value.
 };
 
 /// An alarm that began or ended.
@@ -29,7 +29,7 @@ class AlarmEvent : public fxXDRObj {
 
     int quantity = 0;       ///< Index in Recording::names.
     bool isActive = false;  ///< Whether it began.
-    fxRef<Sample> sample;   ///< What raised or ended it.
+    fxRef<Sample> sample;   ///< The sample that raised or ended it.
 };
 
 /// The history of one run. The samples and alarms are shared.
@@ -47,13 +47,13 @@ class Recording : public fxXDRObj {
     unsigned int alarmCount() const { return static_cast<unsigned int>(alarms.size()); }
 
     ///@{
-    /// Whether the machine has, as last set, what the quantity measures, such as swap.
+    /// Whether the measured thing exists, such as swap, as last set.
     void setPresent(const char* name, bool isPresent);
     bool isPresent(const char* name) const { return !absent.contains(name); }
     ///@}
 
-    /// Whether everything refers to something that is there: what comes from a
-    /// file may be of the right form and yet make no sense.
+    /// Whether all references are valid: data from a file may be of the right form and yet
+    /// make no sense.
     bool isConsistent() const;
 
     fxStrArray names;           ///< Of the quantities.

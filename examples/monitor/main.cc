@@ -22,8 +22,8 @@ int fail(const fxStr& reason, int status) {
     return status;
 }
 
-// The defaults of the command line: a replay takes the interval of its
-// recording or, when it is printed, goes as fast as it can.
+// The defaults of the command line: a replay takes the interval of its recording or, when
+// it is printed, runs as fast as possible.
 void setDefaults(Options& options, const Recording* replayed) {
     const bool drawn =
         options.samples == 0 && (options.action == Options::showGraph || fxTerminal::canDraw());
@@ -38,7 +38,8 @@ void setDefaults(Options& options, const Recording* replayed) {
     }
 }
 
-// Runs the monitor. Returns the exit status; `signalNumber` is what ended it, or 0.
+// Runs the monitor. Returns the exit status; `signalNumber` is the signal that ended it, or
+// 0.
 int run(Options& options, int argc, char** argv, int& signalNumber) {
     fxRef<Recording> replayed;
     fxStr error;
