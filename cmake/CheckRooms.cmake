@@ -1,9 +1,9 @@
-# Compares fxds/ with its table, fxds/rooms.cmake: every file is in the table and
-# every name has a file; a file includes only its own room and those below, but
-# for the exceptions, and none of these is idle; headers that are installed need
-# none that is not; fxds/fxds.h includes every public header, in order; the files and
-# functions that docs/architecture.md names exist, and what commands in documents name.
-# What stands on fxds/ is another library: flow/ includes public headers of it alone.
+# Compares fxds/ with its table, fxds/rooms.cmake: every file is in the table and every name
+# has a file; a file includes only its own room and those below, except for the exceptions,
+# and each of these is needed; installed headers need no others; fxds/fxds.h includes every
+# public header, in order; the files and functions that docs/architecture.md names exist,
+# and so do the targets of commands in documents. flow/ is another library on top: it
+# includes only public headers of fxds/.
 #   cmake -P cmake/CheckRooms.cmake
 cmake_minimum_required(VERSION 3.25)
 include(${CMAKE_CURRENT_LIST_DIR}/Rooms.cmake)
@@ -62,8 +62,8 @@ if(NOT "${includes_of_fxds.h}" STREQUAL "${expected}")
   string(APPEND faults "  fxds/fxds.h does not include just these, in this order:\n    ${expected}\n")
 endif()
 
-# The core includes nothing of flow/. What flow/ includes of the core is public, but for one
-# detail that is exported for it and headers of inline functions, in sources only.
+# The core includes nothing of flow/. flow/ includes public headers of the core, except, in
+# sources only, one detail that is exported for it and headers of inline functions.
 include(${CMAKE_CURRENT_LIST_DIR}/FlowFiles.cmake)
 file(GLOB_RECURSE core_files ${folder}/*.h ${folder}/*.cc)
 foreach(file IN LISTS core_files)

@@ -1,7 +1,6 @@
-# What the shared libraries export is bounded by exports.map and written down in
-# exports.txt, beside their sources. A name that goes, or changes, breaks
-# programs; one that comes is a promise. Sanitizers and the counting of
-# lines add names of their own.
+# exports.map bounds the exports of the shared libraries, and exports.txt beside their
+# sources lists them. A name that goes, or changes, breaks programs; one that comes is a
+# promise. Sanitizers and coverage add names of their own.
 #   cmake --build --preset dev --target update_exports
 if(FXDS_SANITIZE OR FXDS_COVERAGE)
   return()

@@ -1,7 +1,7 @@
-# Every header compiles alone: as the first include of a source that is compiled alone,
-# or else as the whole of a translation unit of its own. Each may be included twice. One
-# compiler tells; sanitizers would tell nothing new, and clang-tidy sees the headers where
-# they are used.
+# Every header compiles alone: as the first include of a source that is compiled alone, or
+# else as the whole of a separate translation unit. Each may be included twice. One compiler
+# is enough; sanitizers would find nothing new, and clang-tidy checks the headers where they
+# are used.
 if(NOT FXDS_SANITIZE AND NOT FXDS_COVERAGE AND NOT FXDS_TIDY)
   include(${CMAKE_CURRENT_LIST_DIR}/Rooms.cmake)
   set(headers ${fxds_public_headers} ${fxds_detail_headers} ${fxds_private_headers})

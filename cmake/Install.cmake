@@ -1,11 +1,11 @@
-# What `cmake --install` puts where. Components: `runtime` (the libraries),
-# `dev` (what it takes to build programs with them), `tools`. Everything finds
-# its parts relative to itself, so the installed tree may be moved.
+# The contents and places of `cmake --install`. Components: `runtime` (the libraries), `dev`
+# (headers and packages for programs that use them), `tools`. Everything finds its parts
+# relative to itself, so the installed tree may be moved.
 include(CMakePackageConfigHelpers)
 include(${CMAKE_CURRENT_LIST_DIR}/Rooms.cmake)
 
-# The headers stand in a folder of their own, which users get as an include
-# path: `#include "fxds/fxds.h"` works there as it does in the sources.
+# The headers are in a folder of their own, which users get as an include path:
+# `#include "fxds/fxds.h"` works there as it does in the sources.
 set(FXDS_INSTALL_HEADERS ${CMAKE_INSTALL_INCLUDEDIR}/ostrelfxds)
 set(FXDS_INSTALL_CMAKE ${CMAKE_INSTALL_LIBDIR}/cmake)
 
@@ -22,8 +22,8 @@ endforeach()
 install(FILES ${PROJECT_SOURCE_DIR}/ostrelks/ostrelks.h
   DESTINATION ${FXDS_INSTALL_HEADERS}/ostrelks COMPONENT dev)
 
-# The libraries, which look for one another beside themselves. ostrelfxds and ostrelfxflow
-# are packages for find_package() and pkg-config.
+# The libraries, which find one another beside themselves. ostrelfxds and ostrelfxflow are
+# packages for find_package() and pkg-config.
 set_target_properties(ostrelfxds ostrelfxflow PROPERTIES INSTALL_RPATH "$ORIGIN")
 set(package_of_ostrelks ostrelfxds)
 set(package_of_ostrelfxds ostrelfxds)
@@ -51,8 +51,8 @@ foreach(package ostrelfxds ostrelfxflow)
     DESTINATION ${FXDS_INSTALL_CMAKE}/${package} COMPONENT dev)
 endforeach()
 
-# For pkg-config. A library with checked preconditions wants its users checked,
-# too; the CMake targets say so by themselves.
+# For pkg-config. A library with checked preconditions wants its users checked, too; the
+# CMake targets define that themselves.
 file(RELATIVE_PATH FXDS_PC_PREFIX
   ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig ${CMAKE_INSTALL_PREFIX})
 string(REGEX REPLACE "/$" "" FXDS_PC_PREFIX "${FXDS_PC_PREFIX}")
@@ -70,8 +70,7 @@ foreach(package ostrelfxds ostrelfxflow)
     DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT dev)
 endforeach()
 
-# The tools, with their manual pages. The monitor is an example, not a tool: it
-# is there to be read.
+# The tools, with their manual pages. The monitor is an example to be read, not a tool.
 if(TARGET fxgrep)
   file(RELATIVE_PATH libraries_from_tools ${CMAKE_INSTALL_FULL_BINDIR} ${CMAKE_INSTALL_FULL_LIBDIR})
   foreach(tool fxgrep fxdump fxflow)
@@ -100,8 +99,8 @@ if(TARGET fxflow_mqtt)
   install(TARGETS fxflow_mqtt LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}/fxflow COMPONENT mqtt)
 endif()
 
-# Files in the system's own folders find their libraries without a search path, which
-# would only get in the way of another version of a library.
+# Files in the system's own folders find their libraries without a search path, which would
+# only interfere with another version of a library.
 foreach(component runtime tools mqtt)
   install(CODE "
     if(CMAKE_INSTALL_PREFIX STREQUAL \"/usr\")
@@ -119,8 +118,7 @@ foreach(component runtime tools mqtt)
     endif()" COMPONENT ${component})
 endforeach()
 
-# What to read: the texts, the examples as a project of their own, and what gdb
-# needs to show values.
+# Documents, the examples as a separate project, and the printers for gdb.
 install(FILES ${PROJECT_SOURCE_DIR}/README.md ${PROJECT_SOURCE_DIR}/CHANGELOG.md
   ${PROJECT_SOURCE_DIR}/SECURITY.md ${PROJECT_SOURCE_DIR}/CONTRIBUTING.md
   ${PROJECT_SOURCE_DIR}/LICENSE

@@ -42,11 +42,11 @@ libostrelfxflow, on top of it, runs networks of such objects from texts.")
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME ${runtime_package})
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION libs)
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_SHLIBDEPS ON)
-# What debuggers need goes to a package of its own, libostrelfxds1-dbgsym; what
-# the tools have of it is stripped.
+# Debug information is a separate package, libostrelfxds1-dbgsym; that of the
+# tools is stripped.
 set(CPACK_DEBIAN_RUNTIME_DEBUGINFO_PACKAGE ON)
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_CONTROL_EXTRA ${CMAKE_CURRENT_LIST_DIR}/debian/triggers)
-# Which version of the library has which symbol, where that has been written down.
+# The version of the library that introduced each symbol, if that is recorded.
 if(EXISTS ${CMAKE_CURRENT_LIST_DIR}/debian/symbols)
   list(APPEND CPACK_DEBIAN_RUNTIME_PACKAGE_CONTROL_EXTRA ${CMAKE_CURRENT_LIST_DIR}/debian/symbols)
 endif()
@@ -75,7 +75,7 @@ This package holds fxgrep, which prints the lines of files that a pattern
 occurs in, fxdump, which shows, draws and checks saved objects, and fxflow, which
 runs, checks, tests and watches networks of objects that texts describe.")
 
-# By itself, so that the tools do not depend on what it links.
+# A separate package, so that the tools do not depend on its libraries.
 set(CPACK_DEBIAN_MQTT_PACKAGE_NAME fxflow-mqtt)
 set(CPACK_DEBIAN_MQTT_PACKAGE_SECTION utils)
 set(CPACK_DEBIAN_MQTT_PACKAGE_DEPENDS "${runtime_package} (>= ${PROJECT_VERSION})")
@@ -98,7 +98,7 @@ topic, and the pages on how the library is built.")
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS
   ${PROJECT_BINARY_DIR}/fxds ${PROJECT_BINARY_DIR}/ostrelks ${PROJECT_BINARY_DIR}/flow)
 
-# What only Debian wants is added to the trees when they are packed.
+# Files that only Debian wants are added to the trees when they are packed.
 string(TIMESTAMP changelog_date "%a, %d %b %Y %H:%M:%S +0000" UTC)
 configure_file(${CMAKE_CURRENT_LIST_DIR}/debian/changelog.in
   ${PROJECT_BINARY_DIR}/debian/changelog @ONLY)

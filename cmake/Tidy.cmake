@@ -4,7 +4,7 @@
 # at.
 if(FXDS_TIDY)
   find_program(FXDS_CLANG_TIDY clang-tidy REQUIRED)
-  # The rules go into the command: when they change, everything is looked at.
+  # The rules are part of the command: when they change, everything is checked.
   set(rules "")
   foreach(file .clang-tidy tests/.clang-tidy)
     set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/${file})

@@ -1,4 +1,4 @@
-# One set of warnings for everything that is built here.
+# One set of warnings for all targets.
 add_library(fxds_warnings INTERFACE)
 target_compile_options(fxds_warnings INTERFACE
   -Wall -Wextra -Wpedantic -Wshadow -Wconversion

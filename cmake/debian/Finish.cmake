@@ -32,6 +32,6 @@ foreach(component IN LISTS CPACK_COMPONENTS_ALL)
     run(${CPACK_FXDS_STRIP} --strip-unneeded -R .comment ${programs})
   endif()
 
-  # Whatever the umask of whoever packs.
+  # Independent of the umask of the build.
   run(chmod -R u=rwX,go=rX ${usr})
 endforeach()
