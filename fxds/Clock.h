@@ -13,28 +13,28 @@
 
 class fxClock;
 
-/// Something that is done at a time, once or again and again: the base of fxClockTimer
-/// and of what fxAfter(), fxEvery() and fxAt() make.
+/// An action at a time, once or repeatedly: the base of fxClockTimer and of the results of
+/// fxAfter(), fxEvery() and fxAt().
 ///
-/// Time is that of the steady clock, unless startAt() is given one of the system's clock.
-/// All of it counts: waiting, time in receivers, time in which the loop did not run; but
-/// the steady clock stops while the machine is suspended. Nothing drifts: the ticks of a repeating
-/// alarm are due at whole multiples of its interval after its start. Where some have been missed,
-/// it ticks once for all of them, and goes on with the next that is due. Alarms that are due
-/// together tick in the order in which they were started.
+/// Time is that of the steady clock, unless startAt() is given a time of the system's
+/// clock. It includes waiting, time in receivers, and time in which the loop did not run;
+/// but the steady clock stops while the machine is suspended. The ticks of a repeating
+/// alarm do not drift: they are due at whole multiples of its interval after its start. If
+/// some have been missed, it ticks once for all of them, and continues with the next that
+/// is due. Alarms that are due together tick in the order in which they were started.
 ///
 /// Alarms run while the loop does. One descriptor serves all of a clock; its handler is
-/// registered with fx_theExecutive only while there are active ones, and then poll()
-/// waits. They belong to the loop's thread. An alarm may be started, stopped and
-/// destroyed from anywhere, ticks included. An exception from a tick leaves poll();
-/// what else is due ticks in the next turn.
+/// registered with fx_theExecutive only while there are active ones, and then poll() waits.
+/// They belong to the loop's thread. An alarm may be started, stopped and destroyed from
+/// anywhere, ticks included. An exception from a tick leaves poll(); the other due alarms
+/// tick in the next turn.
 ///
 /// Cost: starting is logarithmic in the number of active alarms, stopping constant.
 class FX_API fxAlarm : public fxObj {
 public:
-    typedef std::chrono::steady_clock Clock;  ///< Whose time counts.
+    typedef std::chrono::steady_clock Clock;  ///< The steady clock.
     typedef Clock::time_point Time;           ///< A moment, to the nanosecond.
-    /// A time of day, as the system's clock shows it.
+    /// A time of day by the system's clock.
     typedef std::chrono::system_clock::time_point WallTime;
     typedef std::chrono::nanoseconds Span;  ///< See spanOf() for other durations.
 
@@ -71,8 +71,8 @@ public:
         return startEvery(spanOf(span));
     }
     ///@}
-    /// Any duration of std::chrono, as whole nanoseconds. What is longer than a Span can
-    /// hold, such as std::chrono::hours::max(), becomes the longest Span; so does NaN.
+    /// Any duration of std::chrono, as whole nanoseconds. A duration beyond the longest
+    /// Span, such as std::chrono::hours::max(), becomes the longest Span; so does NaN.
     template <class Rep, class Period>
     static constexpr Span spanOf(std::chrono::duration<Rep, Period> duration) {
         typedef std::chrono::duration<long double> Seconds;
@@ -81,18 +81,18 @@ public:
         return std::chrono::duration_cast<Span>(duration);
     }
     void stop();                                        ///< Nothing when it is not active.
-    bool isActive() const { return index != noIndex; }  ///< Whether a tick is to come.
+    bool isActive() const { return index != noIndex; }  ///< Whether a tick will come.
     /// Of the next tick, while active; of a time of day, where the clock is not set meanwhile.
     Time getDue() const;
     Span getInterval() const { return interval; }  ///< 0 for an alarm that ticks once.
-    /// How many ticks were passed over before this one; 0 for most.
+    /// The number of ticks passed over before this one; 0 for most.
     unsigned long getMissed() const { return missed; }
 
 protected:
     /// `isOwned`: the clock holds the alarm while it is active.
     explicit fxAlarm(bool isOwned_ = false) : isOwned(isOwned_) {}
 
-    /// Called when the time has come. A repeating alarm is active again by then.
+    /// Called at the time due. A repeating alarm is active again by then.
     virtual void tick() = 0;
 
 private:
@@ -125,7 +125,7 @@ protected:
 
 namespace fxDetail {
 
-// An alarm that calls a function object, or no more once its context has gone.
+// An alarm that calls a function object, unless its context has been destroyed.
 template <class Function>
 class AlarmCall final : public fxAlarm {
 public:
@@ -161,9 +161,9 @@ fxRef<fxAlarm> newAlarm(fxObj* context, Function function) {
 
 ///@{
 /// Calls `function`, which takes nothing, once after `delay`, every `interval`, or at
-/// `due`, a time of the steady or of the system's clock; with a `context` (borrowed) only until
-/// that object begins to end. The clock holds the alarm while it is active; keep the reference to
-/// ask it or to stop it.
+/// `due`, a time of the steady or of the system's clock; with a `context` (borrowed) only
+/// until that object begins to end. The clock holds the alarm while it is active; keep the
+/// reference to query or stop it.
 ///
 ///     fxAfter(2s, [] { giveUp(); });
 ///     blinking = fxEvery(500ms, this, [this] { blink(); });

@@ -1,4 +1,4 @@
-// Where lines about records of streams go while they are traced.
+// The destination of lines about records of streams while they are traced.
 #ifndef FXDS_BASE_STREAMTRACE_H
 #define FXDS_BASE_STREAMTRACE_H
 
@@ -7,14 +7,14 @@
 
 class fxStreamTrace {
 public:
-    /// Writes a line on a record: whether it is read or written, where it begins,
-    /// what its kind is called, its number unless that is 0, and a class or null.
-    /// Requires: isOn().
+    /// Writes a line on a record: the direction, its offset, the name of its kind, its
+    /// number unless that is 0, and a class or null. Requires: isOn().
     [[gnu::cold]] static void record(const char* way, size_t offset, const char* kind,
                                      unsigned int id, const char* className);
     static bool isOn() { return __builtin_expect(sink != nullptr, 0); }
 
-    /// Takes a line; null while nothing is traced. fxTrace, of a higher room, sets it.
+    /// Receives the lines; null while nothing is traced. fxTrace, of a higher room, sets
+    /// it.
     static void (*sink)(const std::string& line);
 };
 

@@ -5,8 +5,8 @@
 #include <cstddef>
 #include <string_view>
 
-/// The length in bytes of the UTF-8 character that the text begins with; 0 when it begins
-/// with none. Requires: the text is not empty.
+/// The length in bytes of the UTF-8 character at the start of the text; 0 if there is none.
+/// Requires: the text is not empty.
 inline size_t fxUtf8Length(std::string_view text) {
     const auto byte = [&](size_t i) { return static_cast<unsigned char>(text[i]); };
     const unsigned char first = byte(0);
@@ -16,7 +16,7 @@ inline size_t fxUtf8Length(std::string_view text) {
     for (size_t i = 1; i < length; ++i) {
         if ((byte(i) & 0xC0) != 0x80) return 0;
     }
-    // Neither longer than need be, nor a surrogate, nor beyond the last character.
+    // Neither longer than necessary, nor a surrogate, nor beyond the last character.
     const unsigned char second = byte(1);
     if ((first == 0xE0 && second < 0xA0) || (first == 0xED && second > 0x9F)) return 0;
     if ((first == 0xF0 && second < 0x90) || (first == 0xF4 && second > 0x8F)) return 0;

@@ -10,15 +10,17 @@
 #include "fxds/Transcriber.h"
 #include "fxds/detail/Allocate.h"
 
-// The fields are 32-bit byte counts, but every offset and sum is computed in
-// size_t and checked before it is stored. Two sizes describe the block:
-// maxBytes is the capacity, which follows the growth rules to the letter and
-// travels with copies; blockBytes is what was really allocated, never less.
-// Keeping the two apart lets capacity grow by four elements at a time while
-// the block grows geometrically.
+// The fields are 32-bit byte counts, but every offset and sum is computed in size_t and
+// checked before it is stored.
 //
-// Elements that change place are moved as bytes; hooks run only where an element begins,
-// ends or is doubled.
+// Invariants, between any two calls:
+// (1) Two sizes describe the block: maxBytes is the capacity, which follows the growth
+//     rules exactly and travels with copies; blockBytes is the allocated size, never less.
+//     So capacity can grow by four elements at a time while the block grows geometrically.
+// (2) lengthBytes <= maxBytes; the elements are the first lengthBytes of the block.
+//
+// Elements that change place are moved as bytes; hooks run only where an element is
+// created, destroyed or copied.
 
 fxArray::fxArray(unsigned short size, unsigned int count)
     : data(nullptr),
@@ -189,9 +191,9 @@ fxBool fxArray::xdr(fxTranscriber& transcriber) {
 
 fxTypeObj* fxArray::getTypeObj() const { return &fxArray_type; }
 
-// A block is doubled at least, from a page on enlarged by half, and given back when
-// less than half of it is needed, so that neither growth nor shrinkage in small steps
-// moves it each time.
+// A block is at least doubled, from a page on enlarged by half, and freed when less than
+// half of it is needed, so that neither growth nor shrinkage in small steps moves it each
+// time.
 void fxArray::getmem() {
     if (maxBytes == 0) {
         std::free(data);
@@ -253,7 +255,7 @@ fxArray& fxArray::operator=(fxArray&& source) noexcept {
     return *this;
 }
 
-// The own hooks are not in force in a constructor; the source is whole.
+// The own hooks are not in force in a constructor; the source is complete.
 void fxArray::copyFrom(const fxArray& source) {
     fillFrom(source, source);
     ownsElements = source.ownsElements;
@@ -283,8 +285,8 @@ bool fxArray::xdrSizes(fxTranscriber& transcriber, unsigned int& byteCount) {
     static_assert(sizeof(Word) == sizeof(unsigned long));
 
     if (transcriber.isReading()) {
-        // Texts that a reader still owes may have their places in this block:
-        // it is left to them.
+        // Texts that a reader still owes may have their places in this block: it is not
+        // freed.
         if (ownsElements && lengthBytes != 0) data = nullptr;
         discard();
     } else {
@@ -369,9 +371,8 @@ void fxArray::raiseCapacity(std::size_t bytes) {
     getmem();
 }
 
-// Copies are made behind the last element, where one that throws leaves the
-// array as it is; then their bytes change place with the elements from `offset`
-// on.
+// Copies are made behind the last element, where one that throws leaves the array as it is;
+// then their bytes change place with the elements from `offset` on.
 void fxArray::takeIn(std::size_t offset, std::size_t bytes) {
     if (offset < lengthBytes) {
         char few[256];

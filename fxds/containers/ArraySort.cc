@@ -10,17 +10,18 @@
 // The ordering of elements: fxArray::sort() and qsort().
 //
 // sort() merges element numbers bottom-up and permutes the bytes at the end: no
-// element moves while a comparison runs, and whatever the comparisons answer,
-// each number is placed once.
+// element moves while a comparison runs, and each number is placed once for any
+// results of the comparisons.
 //
-// qsort() is a partition whose last step doubles elements (see Array.h). It too
-// moves numbers only; at the end each position is given an element of its own.
+// qsort() is a partition whose last step duplicates elements (see Array.h). It
+// too moves numbers only; at the end each position is given an element of its
+// own.
 
 namespace {
 
-// The numbers of the elements of a run, while the elements stay where they are.
-// The number after the last is that of the first scratch element: zero bytes, or
-// a default element where elements own something.
+// The numbers of the elements of a run, while the elements stay in place. The
+// number after the last is that of the first scratch element: zero bytes, or a
+// default element if elements own something.
 class NumberedRun {
 public:
     NumberedRun(fxArray& array_, bool ownsElements, char* first_, std::size_t size_,
@@ -52,10 +53,10 @@ public:
     void save(std::size_t from) { scratch = numbers[from]; }
     void restore(std::size_t to) { numbers[to] = scratch; }
 
-    // Builds the run that the numbers tell. Of elements that own something, the
-    // first position that names one takes its bytes, each further one a copy; an
-    // element that no position names ends here. Copies may throw: until all are
-    // made the elements stay as they are.
+    // Builds the run in the order of the numbers. Of elements that own
+    // something, the first position that names one takes its bytes, each
+    // further one a copy; an element that no position names is destroyed here.
+    // Copies may throw: until all are made the elements stay unchanged.
     void materialise() {
         std::vector<bool> placed(count + 1, !owns);
         for (std::size_t i = 0; i < count; ++i) {
@@ -99,8 +100,8 @@ struct Range {
     std::size_t hi;
 };
 
-// Partitions [lo, hi] about its first element and returns where the two parts
-// meet. The element compared with is looked up each time, never set aside.
+// Partitions [lo, hi] about its first element and returns the border of the two
+// parts. The element compared with is read again each time, never copied.
 std::size_t partition(NumberedRun& run, std::size_t lo, std::size_t hi) {
     std::size_t i = lo;
     std::size_t j = hi + 1;
@@ -129,8 +130,9 @@ std::size_t partition(NumberedRun& run, std::size_t lo, std::size_t hi) {
 }
 
 // The lower part is finished before the upper one begins: they share the
-// scratch element, so the order shows. A descending run of n elements leaves
-// n / 2 ranges waiting, so that they cannot stay on the program's stack.
+// scratch element, so the order is observable. A descending run of n elements
+// leaves n / 2 ranges waiting, so that they cannot be kept on the program's
+// stack.
 void partitionAll(NumberedRun& run, std::size_t count) {
     std::vector<Range> waiting = {{0, count - 1}};
     while (!waiting.empty()) {

@@ -1,6 +1,6 @@
 #include "fxds/BinaryOTDict.h"
 
-// All behaviour is inherited; this file anchors the vtable.
+// All behaviour is inherited; this file is the home of the vtable.
 
 fxBinaryOTDict::fxBinaryOTDict(unsigned int nBuckets) : fxTypedDictionary(nBuckets) {}
 

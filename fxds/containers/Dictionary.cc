@@ -5,8 +5,8 @@
 #include "fxds/containers/HashContainer.h"
 #include "fxds/containers/HashXdr.h"
 
-// The mechanism is fxHashCore's. This file adds what makes a dictionary
-// of it: values, merging, and which hooks are called.
+// The mechanism is that of fxHashCore. This file adds the parts of a
+// dictionary: values, merging, and the choice of hooks.
 
 typedef fxHashCore<fxDictionary> Core;
 
@@ -34,7 +34,7 @@ fxDictionary::fxDictionary(const fxDictionary& source) : fxDictionary(&source) {
     Core::copyAll(*this, source);
 }
 
-// Copies may throw, and what is counted starts anew.
+// Copies may throw, and counters start anew.
 // NOLINTNEXTLINE(performance-noexcept-move-constructor)
 fxDictionary::fxDictionary(fxDictionary&& source) : fxDictionary(&source) {
     Core::moveAll(*this, source);
@@ -71,8 +71,9 @@ void* fxDictionary::find(const void* key, void** bucketOut) const {
 
 namespace {
 
-// Makes the entry of the key, or returns the one that a hook has made meanwhile;
-// `old`, unless null, makes way. Out of line, so that findCreate() finds quickly.
+// Makes the entry of the key, or returns the one that a hook has made
+// meanwhile; `old`, unless null, is removed. Out of line, so that findCreate()
+// finds quickly.
 template <class MakeValue>
 [[gnu::noinline]] fxDictBucket* make(fxDictionary& table, fxHashPlace& place, const void* key,
                                      fxDictBucket* old, MakeValue makeValue) {

@@ -11,21 +11,23 @@
 // The table grows by the number of additions ever made, not by the number of
 // entries: count never falls.
 //
-// A walk is on the stack of mapcar(), registered with the table, which moves
-// it on when the entry that it would meet next is removed. The table does not
-// grow under a walk, because entries would change their places.
+// Invariants:
+// (1) A walk is on the stack of mapcar() and registered with the table, which
+//     moves it on when the entry that it would meet next is removed.
+// (2) The table does not grow during a walk, because entries would change their
+//     places.
 //
 // The buckets stop at 2048, and high bits of a key do not count, so chains get
-// long. The index of the dictionaries then finds the entries; the chains go on
-// to tell their order.
+// long. The index of the dictionaries then finds the entries; the chains still
+// give their order.
 
 namespace {
 
 constexpr unsigned int firstLevel = 6;
 constexpr unsigned int lastLevel = 11;
 
-// How far the key's bits are folded down, by level: once more than a level
-// above the last shift is not needed.
+// The shifts that fold the key's bits, by level: a shift more than a level
+// above the last one is not needed.
 struct Fold {
     unsigned int first;
     unsigned int second;  // 0: none
@@ -123,8 +125,9 @@ HashEntry* HashTable::find(unsigned long key) const {
     return index->find(fxMix32(key), [key](const HashEntry* entry) { return entry->key == key; });
 }
 
-// In the order of the chains, so that the first of equal keys, which addElement()
-// lets in, is found first. An index that has dropped itself is not built again.
+// In the order of the chains, so that the first of equal keys, which
+// addElement() admits, is found first. An index that has dropped itself is not
+// built again.
 void HashTable::buildIndex() const {
     index = new Index;
     index->build(4U << std::min(level, lastLevel));
@@ -152,8 +155,8 @@ HashEntry* HashTable::addElement(unsigned long key) {
     return entry;
 }
 
-// The system commits the pages of calloc() when they are used, so a table that
-// was grown far by hand costs its size in address space only.
+// The system commits the pages of calloc() at their first use, so a table that
+// was enlarged far by hand costs its size in address space only.
 void HashTable::rebuildTable() {
     if (size > INT_MAX / 2) return;
     void* const doubled = std::calloc(2 * static_cast<size_t>(size), sizeof(HashEntry*));
@@ -170,7 +173,7 @@ void HashTable::rebuildTable() {
         }
     }
     std::free(old);
-    // The order of equal keys has turned round; a search makes a new index.
+    // The order of equal keys is reversed; a search makes a new index.
     delete index;
     index = nullptr;
 }

@@ -1,4 +1,4 @@
-// How dictionaries and sets travel. Private to the library.
+// The transcription of dictionaries and sets. Private to the library.
 #ifndef FXDS_CONTAINERS_HASHXDR_H
 #define FXDS_CONTAINERS_HASHXDR_H
 
@@ -68,8 +68,8 @@ private:
         table.count = table.extra.linked;
     }
 
-    // A reader fills in texts and pointers when it has the whole graph, and
-    // nothing tells the container when that is. So a node that was read keeps a
+    // A reader fills in texts and pointers when it has the whole graph, and the
+    // container gets no notice of that. So a node that was read keeps a
     // checksum of its key's bytes for a tag, and its key is complete when they
     // have changed. No hook is called for a key before that. A key that was
     // complete from the start gets a checksum that does not fit.
@@ -100,8 +100,8 @@ private:
         return transcriber.claimChains(-chainsOfEntry * static_cast<long>(entries));
     }
 
-    // Foreign byte orders are undone in groups of 4 bytes, so the pair keeps its
-    // order in memory whatever the machine.
+    // Foreign byte orders are undone in groups of 4 bytes, so the pair keeps
+    // its order in memory on every machine.
     static bool xdrNumber(fxTranscriber& transcriber, unsigned int& number, unsigned int follower) {
         unsigned int pair[2] = {number, follower};
         unsigned long word;
@@ -113,8 +113,8 @@ private:
         return true;
     }
 
-    // A container that knows its sizes takes no others; one that does not takes
-    // those of the stream, within reason.
+    // A container with known sizes takes no others; one without takes those of
+    // the stream, within reason.
     static bool xdrSizes(Container& table, fxTranscriber& transcriber, unsigned int& entries) {
         unsigned int keySize = table.keySize;
         unsigned int valueSize = 0;
@@ -139,7 +139,7 @@ private:
         return true;
     }
 
-    // The system commits the pages of calloc() when they are used, so a huge
+    // The system commits the pages of calloc() at their first use, so a huge
     // number of chains alone costs no memory.
     static bool readChains(Container& table, fxTranscriber& transcriber, unsigned int entries) {
         table.count = 0;
@@ -180,8 +180,8 @@ private:
         return true;
     }
 
-    // A hook may change the table, which must not make a stream that says other
-    // numbers than it has entries.
+    // A hook may change the table. Writing fails then if the stream has got
+    // another number of entries than it claims.
     static bool writeEntries(Container& table, fxTranscriber& transcriber) {
         const typename Core::Hold hold(table);
         unsigned int entries = table.count;

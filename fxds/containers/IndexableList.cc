@@ -2,13 +2,15 @@
 
 #include <algorithm>
 
-// The chain from the head always holds `count` links and ends with null. The
-// tail is one of them but not always the last, because splicing behind the last
-// position leaves it where it was (see the header). So every walk is ready to
-// meet the end early, what is joined behind the tail goes between it and its
-// follower, and the remembered link is dropped when it leaves the list even
-// though its position says otherwise: no link is lost, and none is kept that
-// has gone.
+// Invariants:
+// (1) The chain from the head holds `count` links and ends with null.
+// (2) The tail is one of them, but not always the last, because splicing behind
+//     the last position leaves it in its place (see the header).
+//
+// So every walk is ready to meet the end early, links joined behind the tail go
+// between it and its follower, and the remembered link is dropped when it
+// leaves the list even though its position differs: no link is lost, and no
+// removed one is kept.
 
 namespace {
 
@@ -27,7 +29,7 @@ fxIndexableList::fxIndexableList(fxLinkItem* first) : fxIndexableList() {
     adopt(first);
 }
 
-// Makes the chain this list's own: finds its end and counts it.
+// Adopts the chain: finds its end and counts it.
 void fxIndexableList::adopt(fxLinkItem* first) {
     head = first;
     tail = nullptr;
@@ -50,7 +52,7 @@ fxLinkItem* fxIndexableList::findLink(long index) const {
 }
 
 // Puts the chain [first, last] between `before`, or the start of the list, and
-// what follows there.
+// the links behind.
 void fxIndexableList::join(fxLinkItem* before, fxLinkItem* first, fxLinkItem* last) {
     fxLinkItem*& place = before != nullptr ? before->next : head;
     first->prev = before;
@@ -73,13 +75,13 @@ long fxIndexableList::insertAt(long index, fxLinkItem* link) {
     return ++count;
 }
 
-// Takes the link out and clears it; the remembered position is the caller's.
+// Takes the link out and clears it; the caller adjusts the remembered position.
 void fxIndexableList::detach(fxLinkItem* link) {
     if (link->prev != nullptr) link->prev->next = link->next;
     if (link->next != nullptr) link->next->prev = link->prev;
     if (link == head) head = link->next;
     if (link == tail) tail = link->prev;
-    // A tail that stayed behind can be the first link.
+    // A tail that is not the last link can be the first one.
     if (tail == nullptr && head != nullptr) tail = endOf(head);
     link->next = link->prev = nullptr;
     --count;

@@ -8,7 +8,7 @@
 
 // Names are found in a binary tree, ordered by hash and then by text; a table
 // leads back from atom to name. The tree is not balanced, so it may be as deep
-// as there are names and is never walked by recursion.
+// as there are names; it is never walked by recursion.
 
 class NameSpace_Node {
 public:
@@ -100,7 +100,7 @@ void NameSpace::freeAllAtoms() {
     lastAtom = noAtom;
 }
 
-// The link that holds the name's node, or the empty one where it belongs.
+// The link to the name's node, or the empty one where it belongs.
 NameSpace_Node** NameSpace::findPlace(unsigned int hash, const char* name, unsigned int len) {
     NameSpace_Node** place = &root;
     while (NameSpace_Node* node = *place) {
@@ -151,8 +151,8 @@ NameSpace_Node* NameSpace::makeNode(unsigned long atom, unsigned int hash, const
     return node;
 }
 
-// Doubles the table until the atom has an entry. One block is taken for the
-// final size, untouched where it is empty: a huge atom fails cleanly.
+// Doubles the table until the atom has an entry. One block of the final size is
+// allocated, and untouched in its empty part: a huge atom fails cleanly.
 void NameSpace::growTable(unsigned long atom) {
     unsigned long wanted = capacity != 0 ? capacity : firstCapacity;
     while (atom >= wanted) {
@@ -170,7 +170,8 @@ void NameSpace::growTable(unsigned long atom) {
 
 void NameSpace::freeAtom(NameSpace_Node* node) {
     while (node != nullptr) {
-        // Turn left branches to the right until there is none: no stack needed.
+        // Left branches are turned to the right until there is none: that needs
+        // no stack.
         while (NameSpace_Node* left = node->left) {
             node->left = left->right;
             left->right = node;

@@ -1,9 +1,12 @@
 #include "fxds/Sequencer.h"
 
-// The taken numbers are in `ranges`, ascending by start. Handing out needs
-// only the first range: below its start everything is free, and once it starts
-// at 0 its end is the lowest free number. Ranges that come to touch are merged
-// at once, so that this stays true.
+// Invariants:
+// (1) The taken numbers are in `ranges`, ascending by start.
+// (2) Ranges neither overlap nor touch, as long as no taken number is reserved:
+//     those that come to touch are merged at once.
+//
+// So the first range is enough to hand out a number: below its start everything
+// is free, and if it starts at 0, its end is the lowest free number.
 
 fxSequencer::fxSequencer() = default;
 

@@ -7,7 +7,7 @@
 #include "fxds/containers/HashContainer.h"
 #include "fxds/containers/HashXdr.h"
 
-// The mechanism is fxHashCore's. This file adds the algebra. It walks by
+// The mechanism is that of fxHashCore. This file adds the algebra. It walks by
 // registered iterators, so an operand may be the set itself.
 
 typedef fxHashCore<fxSet> Core;
@@ -22,7 +22,7 @@ fxSet::fxSet(const fxSet& source)
     Core::copyAll(*this, source);
 }
 
-// Copies may throw, and what is counted starts anew.
+// Copies may throw, and counters start anew.
 // NOLINTNEXTLINE(performance-noexcept-move-constructor)
 fxSet::fxSet(fxSet&& source) : buckets(source.buckets.length()), count(0), keySize(source.keySize) {
     Core::moveAll(*this, source);
@@ -170,7 +170,7 @@ fxSetIter& fxSetIter::operator++() {
 
 // Temporary set.
 
-// Not the copy constructor, which asks the source's hooks.
+// Not the copy constructor, which calls the source's hooks.
 fxTmpSet::fxTmpSet(const fxSet& source) : fxSet(0U) { fxSet::operator=(source); }
 
 fxTmpSet::~fxTmpSet() = default;

@@ -6,8 +6,8 @@
 
 // Reading constructs the strings one by one, counts each as soon as it exists,
 // and makes room as they arrive: the length in the stream is only a claim. The
-// reader keeps the places of texts that follow later, so it is told whenever
-// the block moves.
+// reader keeps the places of texts that follow later, so it gets a report
+// whenever the block moves.
 
 int fxStrArray::compareElements(const void* a, const void* b) const {
     return compare(*static_cast<const fxStr*>(a), *static_cast<const fxStr*>(b));

@@ -1,5 +1,5 @@
-// Strings in the entries of dictionaries and sets travel. Private to the
-// library.
+// The transcription of strings in the entries of dictionaries and sets. Private
+// to the library.
 #ifndef FXDS_CONTAINERS_STRINPLACE_H
 #define FXDS_CONTAINERS_STRINPLACE_H
 

@@ -2,8 +2,8 @@
 
 #include "fxds/containers/StrInPlace.h"
 
-// Only transcription is special: the base's would hand over the generic
-// object's part first, of which there is none.
+// Only transcription is special: that of the base would begin with the part of
+// the generic object, and there is none.
 
 fxStrSet::fxStrSet(unsigned int nBuckets) : fxRecorded(nBuckets) {}
 

@@ -9,9 +9,10 @@
 
 #include "fxds/detail/Mix.h"
 
-// Bytes are looked at in words of 8, of which the last overlap those before them.
+// Bytes are read in words of 8, the last of which overlap those before them.
 // Fewer than 8 bytes are one word. Names take few branches: a search whose keys
-// have other lengths than those before waits for each that depends on the length.
+// have other lengths than those before waits for each branch that depends on
+// the length.
 
 namespace fxTextKeys {
 
@@ -108,7 +109,7 @@ inline std::uint64_t zerosIn(std::uint64_t word) { return (word - ones) & ~word 
 
 // Out of line, which keeps the searches small.
 [[gnu::noinline]] inline std::uint64_t fingerprintAny(std::string_view text) {
-    // Bytes that a short word lacks are no zeros of the text.
+    // The bytes missing from a short word are no zeros of the text.
     const std::uint64_t missing = text.size() < 4 ? ~0UL << 8 * text.size() : 0;
     std::uint64_t zeros = 0;
     const std::uint64_t whole = fingerprint(

@@ -13,7 +13,7 @@ constexpr std::size_t stagedLongs = 4096;
 }  // namespace
 
 // Ints are packed over the whole array, so that a part of it is no run of ints
-// in the stream: one that is read in pieces is taken apart here.
+// in the stream: an array that is read in pieces is unpacked here.
 fxBool fxIntArray::xdr(fxTranscriber& transcriber) {
     unsigned int byteCount = 0;
     if (!xdrSizes(transcriber, byteCount)) return 0;

@@ -1,5 +1,4 @@
-// What an object has: its properties, and the channels that belong to it.
-// Private to the library.
+// The properties of an object, and the channels that belong to it. Private to the library.
 #ifndef FXDS_DATAFLOW_BELONGINGS_H
 #define FXDS_DATAFLOW_BELONGINGS_H
 
@@ -16,25 +15,25 @@
 #include "fxds/Str.h"
 #include "fxds/detail/Allocate.h"
 
-// A table of channels is a property, so others may hold it, it may be in the
-// lists of several objects, leave a list and come back. Which channels belong
-// to an object therefore does not depend on tables: each channel is linked to
-// the object that it was added to.
+// A table of channels is a property, so others may hold it, it may be in the lists of
+// several objects, leave a list and come back. The channels of an object therefore do not
+// depend on tables: each channel is linked to the object that it was added to.
 //
-// Invariants: (1) A channel's `owner` is the object in one of whose lists it is
-// linked, or null when it is in none; the exception are the inputs of an object
-// that is ending, which are all linked as nameless. (2) When an object begins to
-// end, its channels get no owner and its inputs are muted, and so is what is
-// added from then on. (3) No nameless input outlives its object's end with a
-// message or a connection, whoever holds it or its table.
+// Most objects have one channel of a kind, and few programs look at its table, which takes
+// some 600 bytes. So a table is due, and not made, while it has held no more than one
+// channel and the program has requested neither table nor property.
 //
-// Most objects have one channel of a kind, and few programs look at its table, which
-// takes some 600 bytes. So a table is due, and not made, while it has held no more than
-// one channel and the program has asked for neither table nor property.
-//
-// Invariants: (4) A due table has a tag, under which there is no property. Whatever
-// would show that the property is missing makes the tables first. (5) Making one runs
-// no code of the program, and leaves names where they are.
+// Invariants:
+// (1) A channel's `owner` is the object in one of whose lists it is linked, or null when it
+//     is in none. Exceptions are the inputs of an object that is ending, which are all
+//     linked as nameless.
+// (2) When an object begins to end, its channels lose their owner and its inputs are muted,
+//     as are those that are added from then on.
+// (3) No nameless input outlives its object with a message or a connection, even if another
+//     holds the input or its table.
+// (4) A due table has a tag, and no property has that tag. Functions that would reveal the
+//     missing property make the tables first.
+// (5) Making a table runs no code of the program, and leaves names at their addresses.
 
 /// The channels of one kind that belong to one object.
 template <class Channel>
@@ -62,8 +61,12 @@ private:
     Channel* first = nullptr;
 };
 
-/// Properties, each held by who fills and empties the list. Two lie in the list itself:
-/// most objects have the tables of their channels and no other.
+/// Properties, each held by the function that fills or empties the list. Two are stored in
+/// the list itself: most objects have the tables of their channels and no other.
+///
+/// Invariants:
+/// (1) The first `count` of the `room` items are properties, the others are undefined.
+/// (2) `items` is `few`, or a block of the heap that the list frees.
 class fxPropertyList {
 public:
     fxPropertyList() = default;
@@ -78,7 +81,8 @@ public:
         FX_ASSERT(index < count);
         return items[index];
     }
-    /// The property with the tag, or null; `position` is where it was looked for last.
+    /// The property with the tag, or null; `position` is the last position that was
+    /// compared.
     fxProperty* find(unsigned short tag, unsigned int& position) const {
         int low = 0;
         int high = static_cast<int>(count) - 1;
@@ -94,7 +98,7 @@ public:
         }
         return nullptr;
     }
-    /// Enters the property at its place and returns the one that it takes it from, or null.
+    /// Enters the property at its place. Returns the one that it replaces, or null.
     fxProperty* put(fxProperty* property) {
         unsigned int index = 0;
         fxProperty* const old = find(property->getTag(), index);
@@ -118,7 +122,7 @@ public:
         std::copy(items + index + 1, items + count, items + index);
         --count;
     }
-    /// Takes over all that `source` has. Requires: this list has none.
+    /// Takes over all properties of `source`. Requires: this list is empty.
     void takeAll(fxPropertyList& source) {
         FX_ASSERT(count == 0 && items == few);
         std::copy(source.few, source.few + fewest, few);
@@ -144,7 +148,7 @@ private:
     fxProperty* few[fewest] = {};
 };
 
-/// What a due table holds: one channel and its name, or none.
+/// The content of a due table: one channel and its name, or none.
 template <class Channel>
 struct fxSoleChannel {
     bool isNamed(const char* other) const {
@@ -162,19 +166,19 @@ public:
     bool hasDueTables() const { return (dueInputs & dueOutputs) != fxProperty::noTag; }
     /// Makes the tables that are due.
     void makeTables();
-    /// Ends the channels of the tables that are due, as the tables' ends would, by tags.
-    /// Requires: there is no property.
+    /// Ends the channels of the due tables in the order of the tags, as the ends of the
+    /// tables would. Requires: there is no property.
     void endDueTables();
 
-    /// Outputs that tell of changed properties, by tag. A change keeps the list while
-    /// it tells: receivers may end the object, which empties the list.
+    /// Outputs that report changed properties, by tag. A change holds the list while it
+    /// sends: receivers may end the object, which empties the list.
     class Watches : public fxRCObj,
                     public std::map<unsigned short, std::unique_ptr<fxOutputChannel>> {};
 
     fxPropertyList properties;  // ascending by tag
     fxRef<Watches> watches;     // null until the first
     fxOwnedChannels<fxInputChannel> inputs;
-    // Inputs whose name went to another, or that never had one; all when the object
+    // Inputs without a name, or whose name another has taken; all inputs when the object
     // begins to end.
     fxOwnedChannels<fxInputChannel> nameless;
     fxOwnedChannels<fxOutputChannel> outputs;

@@ -18,10 +18,20 @@
 #include "fxds/dataflow/Links.h"
 #include "fxds/dataflow/TraceLines.h"
 
-// A connection is kept at both ends: the output lists its entries, each a real
-// input or a converter copy that leads to one, and each real input lists the
-// outputs that feed it, once per connection. Removal starts at the output. Long lists
-// are of the class fxLinks.
+// A connection is kept at both ends: the output lists its entries, each a real input or a
+// converter copy that leads to one, and each real input lists the outputs that feed it,
+// once per connection. Removal starts at the output. Long lists are of the class fxLinks.
+//
+// Invariants, as long as the program splices no listed converter and does not edit the
+// outputs of an input itself:
+// (1) For each entry of an output, the input at its end lists the output once.
+// (2) An output counts its entries, and a converter copy the input that it leads to. An
+//     input does not count outputs.
+// (3) An output with `links` has its entries there; `inputs` is the same list while that
+//     has no holes, and null otherwise.
+// (4) `queued` is the number of existing messages, waiting or not, that lead to the input
+//     or through the converter.
+// (5) An input that has ended exists only while it is watched, and lists no output.
 
 fxInputChannel::fxInputChannel(unsigned short type, void* closure_, void (*function_)(),
                                fxBool replace)
@@ -44,7 +54,7 @@ fxInputChannel::fxInputChannel(unsigned short type, void* closure_, void (*funct
 
 fxInputChannel::~fxInputChannel() { end(); }
 
-// Ends all that the channel has, once. The end of a callable may run code of the program.
+// Ends all parts of the channel, once. The end of a callable may run code of the program.
 void fxInputChannel::end() {
     hasEnded = 1;
     fxOwnedChannels<fxInputChannel>::leave(this);
@@ -204,7 +214,7 @@ void fxInputChannel::countMessages(unsigned long count) {
 
 void fxInputChannel::deliver(fxData* data) {
     FX_ASSERT(function != nullptr);
-    // The whole word, so that an input whose owner is still to be tested differs.
+    // Compares the whole word, so that an input whose owner is still to be tested differs.
     if (__builtin_expect(word >> typeShift != data->getType(), 0)) return deliverUnlike(data);
     data->deliverTo(function, closure);
 }
@@ -221,8 +231,8 @@ void callNothing(void*) {}
 
 }  // namespace
 
-// What is still on its way here (the rest of a send, a message that the
-// program took out of the queue) must not reach a closure that may be gone.
+// A value that is still on its way here (the rest of a send, a message that the program
+// took out of the queue) must not reach a closure that may be gone.
 void fxInputChannel::mute() {
     owner = nullptr;
     word = (word & (replaceBit | converterBit)) | mutedBit |
@@ -296,8 +306,8 @@ void fxOutputChannel::disown() {
 fxOutputChannel::~fxOutputChannel() {
     disown();
     each([](fxDelivery& walk) { walk.stop(); });
-    // What an input lets go of may send and connect here once more. The inputs know
-    // nothing of this output by then, and it of none.
+    // The end of an input may send and connect here once more. By then the inputs do not
+    // list this output, nor this output them.
     while (inputs != nullptr || links != nullptr) {
         if (inputs == nullptr) settle();
         links = nullptr;

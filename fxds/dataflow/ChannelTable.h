@@ -1,4 +1,4 @@
-// A table of what is known of channels, by their addresses. Private to the library.
+// A hash table of facts about channels, by their addresses. Private to the library.
 #ifndef FXDS_DATAFLOW_CHANNELTABLE_H
 #define FXDS_DATAFLOW_CHANNELTABLE_H
 
@@ -39,7 +39,8 @@ public:
         slot->channel = channel;
         return slot;
     }
-    /// Frees the slot, and fills it with the next one whose home is not behind it, and so on.
+    /// Frees the slot. Then the next slot whose home is not behind it moves into the hole,
+    /// and so on.
     void remove(Slot* slot) {
         size_t hole = static_cast<size_t>(slot - slots.get());
         *slot = Slot();
@@ -80,7 +81,7 @@ private:
     std::unique_ptr<Slot[]> slots;
     size_t mask = 0;  // the number of slots less 1
     size_t used = 0;
-    unsigned int shift = 0;  // what leaves the home of a channel
+    unsigned int shift = 0;  // leaves the bits of a hash that are the home
 };
 
 #endif

@@ -12,10 +12,10 @@
 #include "fxds/dataflow/TraceLines.h"
 #include "fxds/detail/Suggestion.h"
 
-// A connection is identified by its two ends. The input counts as watched, so the
-// channel, though not its receiver, stays until the last watcher has gone, and its list
-// of the outputs that feed it can be searched. An output that is in the list exists,
-// and its serial number shows whether it is this one or another at its address.
+// A connection is identified by its two ends. The input counts as watched, so the channel,
+// though not its receiver, exists until its last watcher is destroyed, and its list of the
+// outputs that feed it can be searched. An output in that list exists, and its serial
+// number distinguishes it from an earlier one at the same address.
 
 fxConnection::Input::Input(fxInputChannel* channel_) : channel(channel_) {
     if (channel != nullptr) channel->watch();
@@ -58,7 +58,7 @@ fxConnection& fxConnection::operator=(fxConnection other) noexcept {
 }
 
 fxConnection fxConnection::adopt(fxOutputChannel* output, fxObj* context, fxInputChannel* input) {
-    const fxRef<fxInputChannel> held(input);  // deletes it where nothing else holds it
+    const fxRef<fxInputChannel> held(input);  // deletes it if there is no other holder
     if (context != nullptr) context->adoptInput(input);
     return fxConnection(output, input);
 }
@@ -73,7 +73,7 @@ void fxConnection::disconnect() {
 }
 
 fxScopedConnection& fxScopedConnection::operator=(fxScopedConnection&& other) noexcept {
-    fxScopedConnection last(std::move(other));  // cut last: that may come back here
+    fxScopedConnection last(std::move(other));  // cut at the end: the cut may re-enter here
     std::swap(connection, last.connection);
     return *this;
 }
@@ -96,7 +96,7 @@ fxConnection fxConnect(fxObj* source, const char* output, fxObj* target, const c
 
 namespace {
 
-// What is said of a name that an object does not have.
+// The message about a name that an object does not have.
 std::string missing(const fxObj& object, const char* kind, const char* name,
                     const fxStrArray& known) {
     const std::string_view wanted = name != nullptr ? name : "";

@@ -13,9 +13,15 @@
 #include "fxds/EventHandler.h"
 #include "fxds/Str.h"
 
-// A connection between unlike types holds a converter copy: an input channel
-// whose closure is the real input and whose function converts the value and
-// calls it. The registered converters are only what copies are made from.
+// A connection between unlike types holds a converter copy: an input channel whose closure
+// is the real input and whose function converts the value and calls that. The registered
+// converters serve only as originals of copies.
+//
+// Invariants:
+// (1) fx_theConverters lists the registered converters, the latest first; copies are not in
+//     it. find() returns the latest with the two types.
+// (2) A copy has the converter bit and counts its closure. splice() gives it the replace
+//     bit of its input.
 
 fxConverter* fx_theConverters = nullptr;
 
@@ -140,7 +146,7 @@ void CStr2CharPtr(void* channel, fxStr& value) {
     feed<char*>(channel, const_cast<char*>(value.c_str()));
 }
 
-// The function's parameter must be what receivers of `from` take.
+// The function's parameter must be that of receivers of `from`.
 template <class Passed>
 void create(unsigned short from, unsigned short to, void (*function)(void*, Passed)) {
     new fxConverter(from, to, reinterpret_cast<void (*)()>(function));
@@ -155,7 +161,8 @@ To widen(From value) {
     return static_cast<To>(value);
 }
 
-// A float needs 9 digits to read back as itself, a double 17; fewer are tried first.
+// A float needs 9 digits to read back as the same value, a double 17; fewer are tried
+// first.
 template <class Number>
 fxStr asText(Number value) {
     if constexpr (std::is_integral_v<Number>) {

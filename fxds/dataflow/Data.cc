@@ -4,8 +4,8 @@
 
 #include "fxds/base/FreeLists.h"
 
-// Boxed values come from the free lists, those that are aligned more strictly from
-// the heap. The classes add only their constructors to fxValueData.
+// Boxed values come from the free lists, those with stricter alignment from the heap. The
+// classes add only their constructors to fxValueData.
 
 fxData::fxData(unsigned short type_) : count(0), type(type_) {}
 

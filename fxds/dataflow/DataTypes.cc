@@ -4,9 +4,8 @@
 #include <map>
 #include <string>
 
-// The numbers are constants from the start, so that objects made before
-// start-up have their kinds. Start-up draws the same numbers from the
-// sequencer.
+// The numbers are constants, so that objects made before start-up have their
+// kinds. Start-up draws the same numbers from the sequencer.
 
 namespace {
 
@@ -14,7 +13,7 @@ namespace {
 enum Position : unsigned short { FX_DATA_TYPES(FX_POSITION, FX_POSITION) dataTypes };
 #undef FX_POSITION
 
-// The application's own.
+// Types of the application.
 std::map<unsigned short, std::string>& ownNames() {
     static auto* const names = new std::map<unsigned short, std::string>;  // never freed
     return *names;

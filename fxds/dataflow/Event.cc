@@ -10,10 +10,12 @@
 
 // The queue is threaded through the events themselves.
 //
-// Invariants: (1) An event's `queue` is the queue that it waits in, or null. (2)
-// Every event that leaves while there are walks over its queue goes through
-// unlink(), which corrects them. An index is one of them, the outermost. (3) `others` is the number
-// of waiting events whose origin is not `sent`; an event's origin does not change while it waits.
+// Invariants:
+// (1) An event's `queue` is the queue that it waits in, or null.
+// (2) Every event that leaves while there are walks over its queue goes through unlink(),
+//     which corrects them. An index is one of these walks, the outermost.
+// (3) `others` is the number of waiting events whose origin is not `sent`; an event's
+//     origin does not change while it waits.
 
 unsigned long fxET_Unknown = 0;
 unsigned long fxET_MessageEvent = 1;
@@ -50,8 +52,8 @@ void fxEvent::leaveQueue() {
     if (__builtin_expect(queue != nullptr, 0)) queue->unlink(this);
 }
 
-// An event that is posted or deleted while it is delivered is no longer its
-// deliverer's to delete.
+// An event that is posted or deleted while it is delivered is no longer deleted by that
+// delivery.
 void fxEvent::changeHands() {
     if (deliverer == nullptr) return;
     *deliverer = nullptr;
@@ -88,7 +90,7 @@ void fxMessageEvent::hold() {
     channel->countMessages(1);
 }
 
-// Leaves its queue while it is what the queue counts it as.
+// Leaves its queue before it loses the properties that the queue has counted it by.
 inline void fxMessageEvent::letGo() {
     leaveQueue();
     if (channel->pending == this) channel->pending = nullptr;
@@ -104,7 +106,7 @@ void fxMessageEvent::deliver() {
     channel->deliver(data);
 }
 
-// One that the application has taken out is not the library's to delete.
+// A message that the application has taken out is not deleted by the library.
 void fxMessageEvent::withdraw() {
     if (queue == nullptr) return;
     if (fxTrace::isOn(fxTrace::events)) fxTraceLines::replacing(*this);
@@ -129,9 +131,9 @@ void fxMessageEvent::operator delete(void* memory, std::align_val_t alignment) {
     ::operator delete(memory, alignment);
 }
 
-// An event that is being delivered, and is deleted afterwards, also by an exception.
-// An event made by a send is of a known class, so its functions are called directly, and
-// the destructors of its bases only if they have something to do.
+// An event that is being delivered, and is deleted afterwards, also by an exception. An
+// event made by a send is of a known class, so its functions are called directly, and the
+// destructors of its bases only if they have work to do.
 class fxEvent::Delivered {
 public:
     explicit Delivered(fxEvent& event_) : event(&event_), isSent(event_.origin == Origin::sent) {
@@ -173,15 +175,15 @@ public:
     explicit Walk(fxEventQueue& queue, fxMessageIndex* index_ = nullptr)
         : fxWalk(queue.walks), current(nullptr), next(queue.head), index(index_) {}
 
-    // The next event, or null at the end. Its successor is settled now: what
-    // is queued behind the last event from here on is not walked over.
+    // The next event, or null at the end. Its successor is fixed now: events queued later
+    // behind the last event are not walked over.
     fxEvent* advance() {
         current = next;
         if (current != nullptr) next = current->getNext();
         return current;
     }
 
-    // The event that advance() gave; null once it has left the queue.
+    // The event returned by advance(); null once it has left the queue.
     fxEvent* getCurrent() const { return current; }
 
     void eventLeaves(const fxEvent* event) {
@@ -228,7 +230,7 @@ void fxEventQueue::link(fxEvent* event, fxEvent* before, fxEvent* after) {
     if (event->origin != fxEvent::Origin::sent) ++others;
 }
 
-// Requires: it waits nowhere and nothing delivers it; it is counted among `others` if it
+// Requires: the event is in no queue and in no delivery; it is counted among `others` if it
 // was not made by a send.
 void fxEventQueue::join(fxEvent* event, fxEvent* before, fxEvent* after) {
     event->prev = before;
@@ -246,7 +248,7 @@ fxEvent* fxEventQueue::get() {
         unlink(event);
         return event;
     }
-    // The front needs less than unlink() does, and this is where all events go.
+    // The front needs less than unlink() does, and all events leave there.
     head = event->next;
     (head != nullptr ? head->prev : tail) = nullptr;
     event->next = nullptr;
@@ -276,7 +278,7 @@ void fxEventQueue::unlink(fxEvent* event) {
     event->queue = nullptr;
     --count;
     if (event->origin != fxEvent::Origin::sent) --others;
-    // Without it, what leaves next need not go through here.
+    // Without the index, later removals need not go through here.
     if (index != nullptr && index->isEmpty() && &walks.innermost() == index.get()) index.reset();
 }
 
@@ -288,7 +290,7 @@ void fxEventQueue::removeWhere(unsigned char (*isDoomed)(fxEvent*, void*), void*
     }
 }
 
-// What is deleted may run code of the program, which may empty the queue.
+// Deleting events may run code of the program, which may empty the queue.
 bool fxEventQueue::removeIndexed(fxInputChannel* input) {
     constexpr unsigned int longWalk = 64;
     if (index == nullptr && count >= longWalk && walks.isEmpty()) {

@@ -6,10 +6,10 @@
 #include "fxds/base/FreeLists.h"
 #include "fxds/dataflow/TraceLines.h"
 
-// A replacing input has at most one message waiting. Its new message is queued
-// before the old one is withdrawn: deleting the old one may run code of the
-// program, and by then everything that the new one needs is held by the queue,
-// where a receiver that dies meanwhile can find and discard it.
+// A replacing input has at most one message waiting. Its new message is queued before the
+// old one is withdrawn: deleting the old one may run code of the program, and by then the
+// queue holds everything that the new one needs, so that a receiver that is destroyed
+// meanwhile can find and discard it.
 
 fxEventHandler* fx_theEventHandler = nullptr;
 
@@ -23,14 +23,15 @@ void fxEventHandler::postEvent(fxEvent* event, unsigned char urgent) {
 
 namespace {
 
-// Ends a value that reaches no input, unless it is held.
+// Deletes a value that reaches no input, unless it is held.
 void drop(fxData* data) {
     if (data != nullptr) fxHold<fxData>{data};
 }
 
 }  // namespace
 
-// What is usual needs no stack: the rest are functions of their own, which are called last.
+// The usual case needs no stack: the others are functions of their own, which are called
+// last.
 void fxEventHandler::postMessage(fxOutputChannel* output, fxData* data, fxObj::fxSendFlags how) {
     if (__builtin_expect(fxTrace::isOn(fxTrace::sends), 0)) return postTraced(output, data, how);
     post(output, data, how);
@@ -41,7 +42,7 @@ void fxEventHandler::postTraced(fxOutputChannel* output, fxData* data, fxObj::fx
     post(output, data, how);
 }
 
-// A message to the only connection, as most are, needs neither a walk nor a hold of the
+// A message to an only connection, the usual case, needs neither a walk nor a hold of the
 // value, since nothing can fail before the message holds it.
 inline void fxEventHandler::post(fxOutputChannel* output, fxData* data, fxObj::fxSendFlags how) {
     fxInputChannel* const only =
@@ -73,9 +74,9 @@ void fxEventHandler::postAsked(fxOutputChannel* output, fxData* data, fxObj::fxS
     }
 }
 
-// The value is held, so that it ends with the last that holds it: the send, if nothing
-// is queued. Nothing is queued for an input that calls nothing any more, so that discarding
-// its messages once is enough.
+// The value is held, so that it is deleted with its last holder: the send, if nothing is
+// queued. Nothing is queued for a muted input, so that discarding its messages once is
+// enough.
 void fxEventHandler::queueMessages(fxOutputChannel& output, fxData* data, bool isUrgent) {
     const fxHold<fxData> hold(data);
     fxDelivery walk(output);
@@ -137,8 +138,8 @@ unsigned char zapMessageEvents(fxEvent* event, void* input) {
     return 1;
 }
 
-// The channel of a message is held by it and may be followed to the real input;
-// the channel of another event may have ended, so its address is only compared.
+// The channel of a message is held by it and may be followed to the real input; the channel
+// of another event may have been destroyed, so its address is only compared.
 unsigned char fxEventHandler::leadsTo(fxEvent* event, void* input) {
     if (event->origin != fxEvent::Origin::other &&
         static_cast<fxMessageEvent*>(event)->channel->target() == input) {
@@ -147,9 +148,9 @@ unsigned char fxEventHandler::leadsTo(fxEvent* event, void* input) {
     return zapMessageEvents(event, input);
 }
 
-// The walk is spared when there is nothing to find: no message of this input,
-// and no event of the application's own, which may be bound for it. Inputs that call
-// nothing any more get no further messages, and those that they have are indexed.
+// The walk is skipped if there is nothing to find: no message of this input, and no event
+// of the application, which may lead to it. Muted inputs get no further messages, and those
+// that they have are indexed.
 void fxInputChannel::flush() {
     const fxHold<fxInputChannel> hold(this);  // the messages may be the only holders
     fxEventHandler* handler = fx_theEventHandler;

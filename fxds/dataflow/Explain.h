@@ -1,4 +1,4 @@
-// Why two channels cannot be joined, in words.
+// The reason why two channels cannot be connected, in words.
 #ifndef FXDS_DATAFLOW_EXPLAIN_H
 #define FXDS_DATAFLOW_EXPLAIN_H
 
@@ -8,7 +8,7 @@ class fxObj;
 
 namespace fxExplain {
 
-/// The ends by class, name and type, and what is missing; "" when the two can be joined.
+/// The ends by class, name and type, and the reason; "" when the two can be connected.
 std::string whyNotJoined(fxObj* source, const char* output, fxObj* target, const char* input);
 
 }  // namespace fxExplain

@@ -1,4 +1,4 @@
-// Which of the messages that wait are for an input. Private to the library.
+// The waiting messages of each input. Private to the library.
 #ifndef FXDS_DATAFLOW_MESSAGEINDEX_H
 #define FXDS_DATAFLOW_MESSAGEINDEX_H
 
@@ -7,20 +7,21 @@
 
 // When a receiver ends, its messages leave the queue. To find them takes a walk over all
 // that wait, and many receivers may end one after the other. So the queue makes an index,
-// from an input to its messages, which hang on one another by `alike`. What is posted
-// later is entered when the index is asked next.
+// from an input to its messages, which are linked by `alike`. Events that are posted later
+// are entered before the next search.
 //
-// Invariants: (1) The events from `first` to `last` are indexed, and no other. (2) The
-// chain of an input has its indexed messages, in the order of the queue. (3) An event
-// whose chain cannot be found, because the program has changed what a converter leads to,
-// does not leave alone: all are forgotten.
+// Invariants:
+// (1) The events from `first` to `last` are indexed, and no other.
+// (2) The chain of an input has its indexed messages, in the order of the queue.
+// (3) If the chain of a leaving event cannot be found, because the program has changed the
+//     input of a converter, the index forgets all events.
 
 class fxMessageIndex {
 public:
     fxMessageIndex() { inputs.make(64); }
 
     bool isEmpty() const { return first == nullptr; }
-    /// Enters what has been posted since, in front and behind.
+    /// Enters the events posted since, at both ends.
     /// Requires: every event of the queue was made by a send.
     void extend(fxEvent* head, fxEvent* tail) {
         if (first == nullptr && head != nullptr) {
@@ -35,7 +36,7 @@ public:
         fxEvent* const found = inputs.find(input)->first;
         return found != nullptr && inputOf(found) == input ? found : nullptr;
     }
-    /// Forgets an event that leaves the queue, where it still is.
+    /// Forgets an event that is about to leave the queue.
     void leave(fxEvent* event) {
         if (!event->isIndexed) return;
         Slot* const slot = inputs.find(inputOf(event));
@@ -58,7 +59,7 @@ public:
         }
         reset(event);
     }
-    /// Forgets all.
+    /// Forgets all events.
     void forget() {
         for (fxEvent* event = first; event != nullptr; event = event->next) {
             reset(event);

@@ -15,6 +15,9 @@
 // Objects are found breadth first, along connections in both directions, and
 // numbered as they are found. Each becomes one record of three columns: inputs,
 // class and properties, outputs. Channels become ports, numbered by name.
+//
+// Invariant: `objects` has each object once, at the index that is its number;
+// explore() has followed all connections of those before its position.
 
 namespace {
 
@@ -49,7 +52,7 @@ public:
         objects.push_back(object);
     }
 
-    // Follows the connections of everything found, which finds more.
+    // Follows the connections of all objects found, which finds more.
     void explore() {
         for (size_t i = 0; i < objects.size(); ++i) {  // NOLINT(modernize-loop-convert): it grows
             for (auto& [name, output] : channelsOf<fxOutputChannel>(objects[i]->getOutputs())) {
@@ -130,7 +133,7 @@ private:
         }
     }
 
-    // An input whose name was given to another has no port any more.
+    // An input whose name another has taken has no port.
     void writeTarget(std::ostream& out, const fxInputChannel& input) const {
         const auto found = numbers.find(input.getOwner());
         if (found == numbers.end()) {

@@ -6,15 +6,15 @@
 #include "fxds/dataflow/Belongings.h"
 #include "fxds/dataflow/TraceLines.h"
 
-// Properties are in one array, ascending by tag. Letting go of a property
-// may run code of the program (destructors of opaque pointers, of shared
-// objects, of boxed values), which may come back to this object. So a property
-// always leaves the list, or its successor is already in place, before it is
-// released.
+// Properties are in one array, ascending by tag. Releasing a property may run
+// code of the program (destructors of opaque pointers, of shared objects, of
+// boxed values), which may re-enter this object. So a property always leaves
+// the list, or its successor is in place, before it is released.
 
 namespace {
 
-// Tells that a property has changed. Whoever calls it touches the object no more.
+// Reports that a property has changed. The caller does not touch the object
+// afterwards.
 void tell(const fxRef<fxBelongings::Watches>& watches, unsigned short tag) {
     if (__builtin_expect(watches == nullptr, 1)) return;
     const auto watch = watches->find(tag);
@@ -27,17 +27,17 @@ fxObj::~fxObj() {
     if (__builtin_expect(properties != nullptr || fx_traceKinds != 0, 0)) endBelongings();
 }
 
-// Out of line, as most objects that end are events, which have none.
+// Out of line: most objects that end are events, which have no belongings.
 void fxObj::endBelongings() {
     if (fx_traceKinds != 0) fxTraceLines::dying(*this, refCount & ~fxEndingCount);
     if (properties == nullptr) return;
-    // Properties that lead back here may let go of this object.
+    // Properties that lead back here may release this object.
     refCount |= fxEndingCount;
-    // What is released may send: the receiving functions belong to a class whose
+    // Releases may send: the receiving functions belong to a class whose
     // destructor has run.
     disownChannels();
     if (const auto watches = std::move(properties->watches)) watches->clear();
-    // What is released may set properties anew.
+    // Releases may set properties anew.
     do {
         removeAllProperties();
         discardNameless();
@@ -117,7 +117,7 @@ fxObj* fxObj::removeAllProperties() {
         properties->makeTables();
     }
     struct Released : fxPropertyList {
-        // What is left when a watcher has thrown.
+        // The outputs that are left when a receiver has thrown.
         ~Released() {
             while (next < length()) (*this)[next++]->release();
         }

@@ -12,18 +12,18 @@
 #include "fxds/dataflow/Explain.h"
 #include "fxds/dataflow/TraceLines.h"
 
-// The channels of an object are in two dictionaries, which are kept as
-// properties and made when they are needed (see Belongings.h). A property counts as a channel table
-// only if its destructor is the one that tables have: a program may use the names for properties of
-// another kind.
+// The channels of an object are in two dictionaries, which are kept as properties and made
+// when they are needed (see Belongings.h). A property counts as a channel table only if it
+// has the destructor of tables: a program may use the names for properties of another kind.
 //
-// Tearing a channel down runs code that may come back here, so a channel
-// leaves its table first. The tables are open to programs, which may have made
-// an entry without a channel by asking for one that is missing with [].
+// Tearing a channel down runs code that may re-enter here, so a channel leaves its table
+// first. The tables are open to programs, which may have made an entry without a channel by
+// reading a missing one with [].
 
 namespace {
 
-// One of the two tables: how its property is called and ends, and where it is due.
+// One of the two tables: the name and destructor of its property, and the place of its due
+// tag.
 template <class ChannelOfKind>
 struct TableKind {
     typedef ChannelOfKind Channel;
@@ -48,8 +48,8 @@ fxVoidPtrDict* findTable(fxObj& object, Kind& kind) {
     return static_cast<fxVoidPtrDict*>(property->getAsVoidPtr());
 }
 
-// The tag of a kind of table, with its name entered at it: the names may have
-// been destroyed and made again since the tag was allotted.
+// The tag of a kind of table, with its name entered under it: the names may have been
+// destroyed and made again since the tag was allotted.
 template <class Kind>
 unsigned short tagOf(Kind& kind) {
     if (kind.tag == fxProperty::noTag) kind.tag = fxProperty::findTag(kind.name);
@@ -60,7 +60,7 @@ unsigned short tagOf(Kind& kind) {
     return kind.tag;
 }
 
-// A name as a key: a string that only borrows its text.
+// A name as a key: a string that borrows its text.
 class Name {
 public:
     explicit Name(const char* name) {
@@ -81,9 +81,9 @@ private:
     fxStr text;
 };
 
-// Enters a channel in the object's table, which is due or made if need be, and gives
-// back the channel whose name it takes, or null. Making the table a property is
-// the last step: another property may make way for it and run code of the program.
+// Enters a channel in the object's table, which is due or made if need be. Returns the
+// channel whose name it takes, or null. Making the table a property is the last step: it
+// may replace another property and run code of the program.
 template <class Kind, class Channel = typename Kind::Channel>
 Channel* enter(fxObj& object, fxBelongings& mine, Kind& kind, const char* name, Channel* channel) {
     const unsigned short tag = tagOf(kind);
@@ -121,7 +121,7 @@ Channel* findChannel(fxObj& object, const fxBelongings* mine, Kind& kind, const 
     return found != nullptr ? static_cast<Channel*>(*found) : nullptr;
 }
 
-// Takes a channel that is there out of the object's table.
+// Removes an existing channel from the object's table.
 template <class Kind>
 void leaveTable(fxObj& object, fxBelongings& mine, Kind& kind, const char* name) {
     if (mine.*kind.due != fxProperty::noTag) {
@@ -138,7 +138,7 @@ void makeTable(fxBelongings& mine, Kind& kind) {
     auto* const table = new fxVoidPtrDict;
     if (sole.channel != nullptr) {
         (*table)[sole.name] = std::exchange(sole.channel, nullptr);
-        // The key gets the very text, as there may be views of it.
+        // The key gets the same block of text, as there may be views of it.
         const_cast<fxStr&>((*table->begin()).key) = std::move(sole.name);
     }
     const unsigned short tag = std::exchange(mine.*kind.due, fxProperty::noTag);
@@ -172,7 +172,7 @@ fxStrArray namesIn(fxVoidPtrDict* table) {
     return names;
 }
 
-// Takes all channels out of a table, in its order, and deletes the table.
+// Removes all channels from a table, in its order, and deletes the table.
 template <class Channel>
 std::vector<Channel*> emptyTable(fxVoidPtrDict* table) {
     std::vector<Channel*> channels;
@@ -184,7 +184,7 @@ std::vector<Channel*> emptyTable(fxVoidPtrDict* table) {
     return channels;
 }
 
-// Out of line, so that the sends do not call a function to ask whether there is one.
+// Out of line, so that the sends call no function to test whether there is a handler.
 [[gnu::cold, gnu::noinline]] void makeEventHandler() { fx_theEventHandler = new fxEventHandler; }
 
 fxEventHandler& eventHandler() {
@@ -199,7 +199,8 @@ void fxBelongings::makeTables() {
     makeTable(*this, outputKind);
 }
 
-// What ends may run code of the program, which finds no table, and may end the object.
+// The ends of channels may run code of the program, which finds no table, and may end the
+// object.
 void fxBelongings::endDueTables() {
     const bool inputsFirst = dueInputs < dueOutputs;
     dueInputs = dueOutputs = fxProperty::noTag;
@@ -223,7 +224,7 @@ void fxObj::disownChannels() {
     }
 }
 
-// Silences an input, ends its messages and connections and lets go of it.
+// Mutes an input, ends its messages and connections, and releases it.
 void fxObj::discard(fxInputChannel* input) {
     input->disown();
     input->flush();
@@ -382,7 +383,7 @@ template <class T>
 
 }  // namespace
 
-// Where the handler and a block for the box are there, no stack is needed.
+// With a handler and a free block for the box, no stack is needed.
 #define FX_SENT(number, name, Value, Passed, Box)                                             \
     void fxObj::sendBoxed(fxOutputChannel* output, Value const* value, fxSendFlags how) {     \
         const bool isFirst = fx_theEventHandler == nullptr || !fxFreeLists::has(sizeof(Box)); \

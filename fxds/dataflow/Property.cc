@@ -17,12 +17,12 @@
 #include "fxds/dataflow/TraceLines.h"
 #include "fxds/detail/NestedRelease.h"
 
-// A property is a tag, a kind and two slots of eight bytes. Values are copied
-// into zeroed slots and out of them as bytes, so that reading a property as
-// another kind than its own gives defined, if useless, values.
+// A property is a tag, a kind and two slots of eight bytes. Values are copied into zeroed
+// slots and out of them as bytes, so that reading a property as another kind than its own
+// gives defined, if useless, values.
 //
-// What lets go of a value may run code of the program, which may look at this
-// property again: the slots are rewritten before anything is let go.
+// Releasing a value may run code of the program, which may read this property again: the
+// slots are rewritten before anything is released.
 
 fxStrArray* fx_propertyNames = nullptr;
 
@@ -30,11 +30,11 @@ namespace {
 
 unsigned short nextTag = 0;
 
-// Where a name may be in the table of names. The table is public and may be written, so
-// this is a hint: a hit is compared with the table, and a miss walks the table.
+// A hint to the index of a name in the table of names. The table is public and may be
+// written, so a hit is compared with the table, and a miss walks the table.
 class NameHint {
 public:
-    /// Tables with fewer names are walked over.
+    /// Tables with fewer names are searched directly.
     static constexpr unsigned int fewest = 16;
 
     /// A tag of the name, or noTag.
@@ -47,7 +47,7 @@ public:
         while (entered < names.length()) enter(names, entered++);
         return search(names, name)->tag;
     }
-    /// Notes where a name was found.
+    /// Notes the index of a name.
     void enter(const fxStrArray& names, unsigned int tag) {
         if (4 * used >= 3 * slots.size()) {
             clear(entered);
@@ -81,7 +81,7 @@ private:
         }
         return &slots[i];
     }
-    // The first tag of a name stays.
+    // The first tag of a name is kept.
     void put(const fxStrArray& names, unsigned int tag) {
         Slot* const slot = search(names, names[tag].c_str());
         if (slot->tag != fxProperty::noTag) return;
@@ -89,14 +89,14 @@ private:
         ++used;
     }
 
-    std::vector<Slot> slots;  // a power of two, three quarters of them used at most
+    std::vector<Slot> slots;  // a power of two; at most three quarters are used
     size_t used = 0;
     unsigned int entered = 0;  // tags below have been entered
     unsigned short print = 0;  // of the name that was searched for last
     const fxStrArray* table = nullptr;
 };
 
-// Good until the process ends.
+// Exists until the process ends.
 NameHint& nameHint() {
     static auto* const hint = new NameHint;
     return *hint;
@@ -187,8 +187,8 @@ unsigned short fxProperty::allocNewTag(char const* name) {
     return tag;
 }
 
-// The table may have been destroyed and made again; tags go on from where they
-// were, so it may lack more than one name.
+// The table may have been destroyed and made again; tags continue their count, so it may
+// lack more than one name.
 void fxEnterPropertyName(unsigned short tag, char const* name) {
     fxProperty::constructPropertyNames();
     if (fx_propertyNames->length() <= tag) {

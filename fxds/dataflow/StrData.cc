@@ -1,6 +1,6 @@
 #include "fxds/StrData.h"
 
-// Apart from Data.cc, so that boxes of numbers do not need the containers.
+// Separate from Data.cc, so that boxes of numbers do not need the containers.
 
 fxStrData::fxStrData(const fxStr& value_) : fxValueData(value_) {}
 

@@ -9,7 +9,7 @@ namespace {
 
 constexpr size_t longestWanted = 256;
 
-// The number of letters to insert, remove or exchange that makes one the other.
+// The number of insertions, removals and exchanges of letters between the two.
 size_t distance(std::string_view a, std::string_view b) {
     std::vector<size_t> row(b.size() + 1);
     std::iota(row.begin(), row.end(), size_t{0});
@@ -25,14 +25,14 @@ size_t distance(std::string_view a, std::string_view b) {
     return row.back();
 }
 
-// The first of the nearest names, or null where none is near.
+// The first of the nearest names, or null if none is near.
 const std::string_view* nearest(std::string_view wanted,
                                 const std::vector<std::string_view>& known) {
     if (wanted.size() > longestWanted) return nullptr;
     size_t limit = 2 + wanted.size() / 3;
     const std::string_view* found = nullptr;
     for (const std::string_view& each : known) {
-        // Names whose lengths differ by as much are no nearer.
+        // Names whose lengths differ by the limit are no nearer.
         if (each.size() >= wanted.size() + limit || wanted.size() >= each.size() + limit) continue;
         const size_t apart = distance(wanted, each);
         if (apart >= limit) continue;

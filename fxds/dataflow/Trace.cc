@@ -10,7 +10,8 @@
 #include "fxds/base/StreamTrace.h"
 #include "fxds/dataflow/TraceLines.h"
 
-// Which kinds of lines are written, and where to. TraceLines.cc makes the lines.
+// The kinds of lines that are written, and their destination. TraceLines.cc
+// makes the lines.
 
 unsigned int fx_traceKinds = 0;
 

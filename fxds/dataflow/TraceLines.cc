@@ -19,13 +19,13 @@
 #include "fxds/StrArray.h"
 #include "fxds/detail/Suggestion.h"
 
-// Each function here is called before what it traces happens, while all objects
-// named in the line still exist. A line is put together in full and then written
-// at once. className(), boxed values and the sink run code of the program, so
-// while a line is being made no other is begun, and errno is restored.
+// Each function here is called before the event that it traces, while all objects named in
+// the line still exist. A line is put together in full and then written at once.
+// className(), boxed values and the sink run code of the program, so while a line is being
+// made no other is begun, and errno is restored.
 //
-// Tracing works before main() and after the last destructor: what is kept is
-// made when it is first needed, and never freed.
+// Tracing works before main() and after the last destructor: its state is made when it is
+// first needed, and never freed.
 
 namespace {
 
@@ -88,8 +88,8 @@ private:
 // The numbers of objects, counted by class.
 class Names {
 public:
-    // An object keeps the class that it was first seen as: one that is being
-    // made or destroyed is, for the language, of a base class of its own.
+    // An object keeps the class under which it was first seen: an object under construction
+    // or destruction is, for the language, of a base class of its class.
     const std::string& of(const fxObj& object) {
         const auto known = names.find(&object);
         if (known != names.end()) return known->second;
@@ -122,7 +122,7 @@ void putChannel(Line& line, const Channel& channel) {
     line << Names::theNames().of(*channel.getOwner()) << "." << (name != nullptr ? name : "?");
 }
 
-// What follows the name of a kind. A kind without a function here does not compile.
+// The value behind the name of a kind. A kind without a function here does not compile.
 void put(Line& line, const unsigned char& truth) { line << (truth != 0 ? " true" : " false"); }
 void put(Line& line, const int& number) { line << " " << long{number}; }
 void put(Line& line, const long& number) { line << " " << number; }
@@ -140,8 +140,8 @@ void put(Line& line, const fxStr& text) {
 }
 void put(Line& line, const fxStrArray& texts) { line << " of " << long{texts.length()}; }
 
-// Calls `show(T*)` for the C++ type of the data type, if it is one of the
-// library's that has values.
+// Calls `show(T*)` for the C++ type of the data type, if it is a type of the library that
+// has values.
 template <class Show>
 void withType(unsigned short type, Show show) {
     const auto showIf = [&](unsigned short number, auto* none) {
@@ -164,7 +164,7 @@ void putValue(Line& line, const fxDetail::TracedValue& traced) {
     });
 }
 
-// A box that is not as large as its type says is shown without its value.
+// A box of another size than its type has is shown without its value.
 void putValue(Line& line, fxData* data) {
     if (data == nullptr) {
         line << " nothing";

@@ -1,4 +1,4 @@
-// The lines of a trace: one function for each thing that the library traces.
+// The lines of a trace: one function for each event that the library traces.
 // Private to the library.
 #ifndef FXDS_DATAFLOW_TRACELINES_H
 #define FXDS_DATAFLOW_TRACELINES_H
@@ -13,8 +13,8 @@ class fxData;
 class fxEvent;
 class fxObj;
 
-/// Unless said otherwise, a function writes a line, or nothing when its kind is
-/// off, and does not change its arguments.
+/// Unless stated otherwise, a function writes a line, or nothing when its kind
+/// is off, and does not change its arguments.
 namespace fxTraceLines {
 
 /// The name of an object's class: its className(), or, when no class below the
@@ -32,14 +32,14 @@ std::string nameOf(const std::type_info& type);  ///< The compiler's name, witho
 [[gnu::cold]] void record(const std::string& text);  ///< See fxStreamTrace.
 
 [[gnu::cold]] void connecting(const fxOutputChannel& output, const fxInputChannel& input);
-/// `why` is what fxExplain says.
+/// `why` is the result of fxExplain.
 [[gnu::cold]] void notConnecting(std::string_view why);
 
-/// Written whatever is on; `known` lists the words that there are.
+/// Written always; `known` lists the words that exist.
 void unknownWord(std::string_view word, std::string_view known);
 
-/// Notes the class of an object that gets a holder: the destructor of fxObj
-/// does not know it any more. Writes nothing.
+/// Notes the class of an object that gets a holder: the destructor of fxObj can
+/// no longer find it. Writes nothing.
 [[gnu::cold]] void holding(const fxObj& object);
 
 /// Reports the holders of an object that is being destroyed, and forgets its

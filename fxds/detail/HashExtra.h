@@ -1,4 +1,4 @@
-// What dictionaries and sets keep besides their fields. Part of the public
+// The state of dictionaries and sets besides their fields. Part of the public
 // headers, not of the interface.
 #ifndef FXDS_DETAIL_HASHEXTRA_H
 #define FXDS_DETAIL_HASHEXTRA_H
@@ -10,7 +10,7 @@
 #include "fxds/detail/NodeStore.h"
 #include "fxds/detail/Walk.h"
 
-/// Where a key belongs.
+/// The place of a key.
 struct fxHashPlace {
     unsigned long hash;
     unsigned int chains;  // their number when the place was computed
@@ -24,20 +24,20 @@ using fxHashFinder = Node*(const Container& table, const Container& hooks, const
                            fxHashPlace& place);
 
 /// An operation that has arguments and may call hooks. Not a walk over nodes, but
-/// registered as one: the table asks it whether a value is its argument.
+/// registered as one: the table checks whether a value is its argument.
 struct fxHashHold : fxWalk<fxHashHold> {
     fxHashHold(fxWalkList<fxHashHold>& list_, const void* value_) : fxWalk(list_), value(value_) {}
     const void* value;  // that is to be entered, or null
 };
 
-/// What a container keeps besides its chains; nothing of it shows.
+/// The state of a container besides its chains; none of it is observable.
 template <class Container, class Node>
 struct fxHashExtra {
     fxHashFinder<Container, Node>* finder = nullptr;  // chosen by the first search
     fxNodeStore<Node> nodes;
     fxHashIndex<Node, true> index;
     fxWalkList<fxHashHold> holds;           // under way
-    Node* lastRemoved = nullptr;            // ring of what was removed meanwhile
+    Node* lastRemoved = nullptr;            // ring of the nodes removed meanwhile
     unsigned long additions = 0;            // ever made
     size_t taggedFor = 0;                   // hash of the class whose hooks have made the tags
     unsigned long reciprocal = ~0UL / ~0U;  // 2^64 / divisor, which saves the division
@@ -68,16 +68,16 @@ struct fxHashExtra {
         }
         return restOf(hash, chains);
     }
-    /// The same where `chains` is the divisor.
+    /// The same for `chains` equal to the divisor.
     unsigned int restOf(unsigned long hash, unsigned int chains) const {
         __extension__ typedef unsigned __int128 Wide;
-        // The quotient comes out right or 1 too small.
+        // The quotient is right or 1 too small.
         const auto quotient = static_cast<unsigned long>((Wide(hash) * reciprocal) >> 64);
         const unsigned long rest = hash - quotient * chains;
         return static_cast<unsigned int>(rest >= chains ? rest - chains : rest);
     }
-    /// The same where most hashes have 32 bits: of the product with the reciprocal the lower
-    /// 64 bits are the fraction, which tells the rest exactly.
+    /// The same for hashes that mostly have 32 bits: the lower 64 bits of the product with
+    /// the reciprocal are the fraction, which gives the rest exactly.
     unsigned int restOfShort(unsigned long hash, unsigned int chains) const {
         __extension__ typedef unsigned __int128 Wide;
         if (hash >> 32 != 0) return restOf(hash, chains);
@@ -85,8 +85,8 @@ struct fxHashExtra {
     }
 };
 
-/// What `i++` leaves of a dictionary's or a set's iterator, for `*i++`: where it
-/// stood, as long as that entry is there.
+/// The result of `i++` for the iterator of a dictionary or a set, for `*i++`: its former
+/// position, as long as that entry exists.
 template <class Iter>
 class fxHashPassed {
 public:

@@ -9,30 +9,29 @@
 
 #include "fxds/detail/Allocate.h"
 
-// The containers are tables of chains of a fixed number. A search that has
-// walked further than longWalk nodes makes its container build an index, after
-// which no chain is walked any more.
+// The containers are tables of chains of a fixed number. A search that has passed more than
+// longWalk nodes makes its container build an index; from then on no chain is searched.
 //
-// A tag is a number of 32 bits whose upper bits are well mixed; its upper bits
-// are the slot where its search begins (its home). Each node has a slot. Tags
-// and nodes lie in two arrays, so that a search passes over 16 slots in a cache
-// line. With keepsPrevious the slot of a node names the one before it, too, for
-// chains that have no way back. A Node has a field `tag`.
+// A tag is a number of 32 bits whose upper bits are well mixed; its upper bits are the slot
+// where its search begins (its home). Each node has a slot. Tags and nodes are in two
+// arrays, so that a search passes 16 slots in a cache line. With keepsPrevious the slot of
+// a node also names its predecessor, for chains without back links. A Node has a field
+// `tag`.
 //
-// Many nodes of one tag, or of tags near each other, lie in slots that each
-// search for one of them passes over. When an addition would pass over more
-// than mostPassed slots the index drops itself: chains are as good then.
+// Many nodes of one tag, or of tags near each other, lie in slots that each search for one
+// of them passes. When an addition would pass more than mostPassed slots, the index drops
+// itself: chains are as good then.
 //
 // Invariants, while the index is built:
 // (1) The number of places is a power of 2, and at least one slot is free.
 // (2) Each node that was entered has one slot, and no slot between the home of
 //     its tag and that one is free.
-// (3) Of the nodes of one tag, those come first that were entered as first ones.
+// (3) Of the nodes of one tag, those entered as first ones come first.
 
 template <class Node, bool keepsPrevious>
 class fxHashIndex {
 public:
-    /// Nodes of a chain after which a search is long enough to pay for an index.
+    /// The length of a chain from which on an index is cheaper than the search.
     static constexpr unsigned int longWalk = 12;
 
     fxHashIndex() = default;
@@ -41,8 +40,8 @@ public:
     ~fxHashIndex() { drop(); }
 
     bool isBuilt() const { return table != nullptr; }
-    /// The first node of `tag` that `isWanted(node)` agrees to, or null. Requires, as all
-    /// below: isBuilt().
+    /// The first node of `tag` for which `isWanted(node)` returns true, or null. Requires,
+    /// as all below: isBuilt().
     template <class IsWanted>
     Node* find(unsigned int tag, IsWanted isWanted) const;
     /// Makes an empty index for about `expected` nodes, built or not.
@@ -53,7 +52,7 @@ public:
     bool append(Node* node, Node* previous) { return enter<false>(Place(node, previous)); }
     void remove(const Node* node);
     ///@{
-    /// The node before a node that was entered.
+    /// The predecessor of a node that was entered.
     Node* previous(const Node* node) const { return table->places()[slotOf(node)].previous; }
     void setPrevious(const Node* node, Node* previous) {
         table->places()[slotOf(node)].previous = previous;
@@ -78,7 +77,8 @@ private:
     };
     typedef std::conditional_t<keepsPrevious, WithPrevious, Alone> Place;
 
-    // The places and the tags lie behind it: most containers have none, and keep one pointer.
+    // The places and the tags lie behind it: most containers have none, and keep one
+    // pointer.
     struct Table {
         unsigned int home(unsigned int tag) const { return tag >> shift; }
         unsigned int after(unsigned int slot) const { return (slot + 1) & mask; }
@@ -88,7 +88,7 @@ private:
         }
 
         unsigned int mask;   // number of places less 1
-        unsigned int shift;  // what leaves the home of a tag
+        unsigned int shift;  // leaves the bits of a tag that are its home
         unsigned int used;   // places that are not free
         unsigned int unnamed;
     };
@@ -149,7 +149,7 @@ void fxHashIndex<Node, keepsPrevious>::drop() {
     table = nullptr;
 }
 
-// From behind a free slot on, so that nodes of one tag stay in their order.
+// From behind a free slot on, so that nodes of one tag keep their order.
 template <class Node, bool keepsPrevious>
 void fxHashIndex<Node, keepsPrevious>::grow() {
     Table* const old = table;
@@ -170,8 +170,8 @@ void fxHashIndex<Node, keepsPrevious>::grow() {
     std::free(std::exchange(table, grown));
 }
 
-// The first one of its tag takes the slot of the former first one, that one the
-// slot of the second, and so on.
+// The first node of its tag takes the slot of the former first one, that one the slot of
+// the second, and so on.
 template <class Node, bool keepsPrevious>
 template <bool isFirst>
 bool fxHashIndex<Node, keepsPrevious>::enter(Place place) {
@@ -191,8 +191,8 @@ bool fxHashIndex<Node, keepsPrevious>::enter(Place place) {
     return true;
 }
 
-// Keeps (2) and (3): a slot that gets free is filled with the next one whose home
-// is not behind it, and so on.
+// Keeps (2) and (3): the next slot whose home is not behind the freed one moves into it,
+// and so on.
 template <class Node, bool keepsPrevious>
 void fxHashIndex<Node, keepsPrevious>::remove(const Node* node) {
     unsigned int* const tags = table->tags();

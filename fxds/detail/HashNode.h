@@ -19,12 +19,12 @@ class fxDictionary;
 template <class Self>
 class fxHashNode {
 public:
-    /// Adopts `block`, which is malloc() memory; a store that has made it of
-    /// something else takes it back before the node ends.
+    /// Adopts `block`, which is malloc() memory; a store that has made it otherwise takes
+    /// it back before the node is destroyed.
     explicit fxHashNode(void* block) : element(block), next(nullptr), tag(0), word(0) {}
     fxHashNode(const fxHashNode&) = delete;
     fxHashNode& operator=(const fxHashNode&) = delete;
-    /// Frees the block only: the container has ended the key's life before.
+    /// Frees the block only: the container has destroyed the key before.
     ~fxHashNode() { std::free(element); }
 
     void* element;  ///< A block that starts with the key.
@@ -41,12 +41,12 @@ private:
     template <class Key, class Base>
     friend class fxTypedKeys;
 
-    // The parts of `word`, which no bit-fields make: the compiler writes those in
-    // bytes, and reading the word then waits until the byte has reached the cache.
+    // The parts of `word`. They are no bit-fields: the compiler writes those in bytes, and
+    // reading the word then waits until the byte has reached the cache.
     static constexpr unsigned int bucketMask = 0x1FFFFFFF;  // the chain; an array has no more
-    static constexpr unsigned int late = 1U << 29;     // the key came from a stream and may lack
-                                                       // its text
-    static constexpr unsigned int ending = 1U << 30;   // there is no value, or it is ending
+    static constexpr unsigned int late = 1U << 29;          // the key is from a stream and may lack
+                                                            // its text
+    static constexpr unsigned int ending = 1U << 30;   // there is no value, or its end is under way
     static constexpr unsigned int removed = 1U << 31;  // it is out of its chain
 
     unsigned int bucket() const { return word & bucketMask; }

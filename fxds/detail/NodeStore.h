@@ -1,5 +1,5 @@
-// Where the nodes of hash containers live. Part of the public headers, not of
-// the interface.
+// The memory of the nodes of hash containers. Part of the public headers, not
+// of the interface.
 #ifndef FXDS_DETAIL_NODESTORE_H
 #define FXDS_DETAIL_NODESTORE_H
 
@@ -12,11 +12,11 @@
 
 #include "fxds/detail/Allocate.h"
 
-// Nodes are carved from chunks of growing size, and handed out again after use.
-// A block of common size lies right behind its node, so that an entry is one
-// piece of memory to allocate, and a search that has reached the node has its
-// key at hand. Checked builds use the heap for each node and each block, so
-// that sanitizers see every use of one that is gone and every step beyond.
+// Nodes are carved from chunks of growing size, and reused. A block of common
+// size lies right behind its node, so that an entry is one piece of memory to
+// allocate, and a search that has reached the node has its key in the cache.
+// Checked builds use the heap for each node and each block, so that sanitizers
+// see every use of a freed one and every access beyond.
 //
 // Invariants:
 // (1) All nodes lie `step` bytes apart in the chunks. Each is in use or in the
@@ -24,7 +24,7 @@
 // (2) A node's element is either behind(node), and then has room for
 //     `bytesBehind` bytes, or malloc() memory. `bytesBehind` and `step` change
 //     only while no node is in use.
-// (3) Every chunk ends with the store, or when no node is in use.
+// (3) Every chunk is freed with the store, or when no node is in use.
 
 template <class Node>
 class fxNodeStore {
@@ -35,14 +35,14 @@ public:
     /// Requires: no node is in use.
     ~fxNodeStore() { shrink(); }
 
-    /// A new node with a raw block of `blockBytes` bytes, aligned as malloc()
-    /// would do it. Give it back with drop().
+    /// A new node with a raw block of `blockBytes` bytes, aligned as by
+    /// malloc(). Return it with drop().
     Node* make(size_t blockBytes);
-    /// A new node, which adopts `block`. Give it back with drop().
+    /// A new node, which adopts `block`. Return it with drop().
     Node* adopt(void* block);
     /// Destroys the node and frees its block.
     void drop(Node* node);
-    /// Gives the chunks back if no node is in use.
+    /// Frees the chunks if no node is in use.
     void shrink();
     unsigned int nodesInUse() const { return inUse; }
     /// Whether blocks of that size lie behind their nodes, if those come first.
@@ -137,10 +137,11 @@ inline void* fxNodeStore<Node>::place() {
     return std::exchange(freed, freed->next);
 }
 
-// A chunk starts with its link and goes on so that the block of the first node
-// is aligned. The entry of a text and a pointer has the size of a cache
-// line, and is laid such that all that a search looks at is in one. Tables of one
-// entry are many, as each object with an input has one: their chunk has no more.
+// A chunk starts with its link and continues so that the block of the first
+// node is aligned. The entry of a text and a pointer has the size of a cache
+// line, and is placed such that all parts that a search reads are in one.
+// Tables of one entry are many, as each object with an input has one: their
+// chunk has no more.
 template <class Node>
 [[gnu::noinline]] void fxNodeStore<Node>::makeChunk() {
     static_assert((sizeof(Chunk) + sizeof(Node)) % blockAlignment == 0);

@@ -1,15 +1,15 @@
 #include "fxds/dataflow/Belongings.h"
 #include "fxds/fxds.h"
 
-// No code: what the debugger should know about our types and global variables in
+// No code: the descriptions of our types and global variables that the debugger needs in
 // every build.
 //
-// Compilers describe a class with virtual functions only beside its vtable, that
-// is in this library, and an optimised build has no debug information. So a
-// program compiled with -g could not show a single fxIntArray. This file is
-// always compiled with it, and with complete descriptions: of the public classes,
-// and of the private ones through which the printers follow a pointer. They take some
-// 100 KB of the file, are not loaded, and go where strip puts them.
+// Compilers describe a class with virtual functions only beside its vtable, which is in
+// this library, and an optimised build has no debug information. So a program compiled with
+// -g could not show a single fxIntArray. This file is always compiled with it, and with
+// complete descriptions: of the public classes, and of the private ones through which the
+// printers follow a pointer. They take some 100 KB of the file, are not loaded, and strip
+// treats them as it does all debug information.
 
 namespace {
 
@@ -91,8 +91,8 @@ struct Described {
 
 [[gnu::used]] const Described* const described = nullptr;
 
-// g++ describes global variables where they are used, too; clang++ only where they
-// are defined.
+// g++ also describes global variables where they are used; clang++ only where they are
+// defined.
 [[gnu::used]] const void* const describedGlobals[] = {
     &fx_theEventHandler,    &fx_theExecutive,           &fx_theConverters, &fx_theDebugger,
     &fx_propertyNames,      &fx_nextDataType,           &fx_nextEventType, &fxTypeObj::knownTypes,

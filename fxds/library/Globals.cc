@@ -12,9 +12,9 @@
 #include "fxds/Sequencer.h"
 #include "fxds/Transcriber.h"
 
-// Ordered globals register themselves from static initialisers, in whatever
-// order those run, so the orderings are plain pointers that start null. The
-// services themselves are made only when the application asks for it.
+// Ordered globals register themselves from static initialisers, in the order in which those
+// happen to run, so the orderings are plain pointers that start null. The services
+// themselves are made only when the application requests them.
 
 fxGlobalOrder* fx_toolkitGlobalOrder = nullptr;
 fxGlobalOrder* fx_applicationGlobalOrder = nullptr;

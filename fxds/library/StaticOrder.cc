@@ -16,13 +16,13 @@
 #include "fxds/UnsignedLongArray.h"
 #include "fxds/UnsignedShortArray.h"
 
-// Everything that loading the library constructs, in the order in which it is
-// entered. The order shows: all typed arrays share one name, under which the
-// last of them is found. It is in one source file because only within one
-// file does the language promise an order.
+// All objects that loading the library constructs, in the order in which they are entered.
+// The order is observable: all typed arrays share one name, under which the last of them is
+// found. They are in one source file because only within one file does the language promise
+// an order.
 //
-// The bases, by which a reader decides whether an object may be where a
-// pointer of another class is declared, are constants and need no order.
+// The bases, by which a reader decides whether an object is allowed for a pointer of
+// another class, are constants and need no order.
 
 namespace {
 

@@ -12,7 +12,7 @@
 
 namespace {
 
-// No moment is later than the last.
+// Sums beyond the last moment are the last moment.
 fxAlarm::Time later(fxAlarm::Time time, fxAlarm::Span span) {
     return span > fxAlarm::Time::max() - time ? fxAlarm::Time::max() : time + span;
 }
@@ -55,8 +55,8 @@ void fxClock::sink(Entry entry, size_t index) {
     put(entry, index);
 }
 
-// What a tick starts for a time that is past comes behind what is due now; otherwise it
-// would keep that from ticking in this turn, and in each if it does so again.
+// An alarm that a tick starts for a past time comes behind those due now; otherwise it
+// would keep them from ticking in this turn, and in each if it is started so again.
 void fxClock::add(fxAlarm& alarm) {
     alarm.order = ++lastOrder;
     alarm.due = std::max(alarm.due, served);
@@ -96,7 +96,7 @@ void fxClock::remove(fxAlarm& alarm) {
     if (active == 0) arm();
 }
 
-// For the top of the heap. Where there is none, the handler leaves the loop.
+// For the top of the heap. Without one, the handler leaves the loop.
 void fxClock::arm() {
     dropStopped();
     armed = heap.empty() ? fxAlarm::Time::max() : heap.front().due;
@@ -125,8 +125,8 @@ struct fxClock::Serving {
     const fxAlarm::Time outer;
 };
 
-// Serves what is due now and was started before. An alarm leaves the heap, or has its
-// next time, before it ticks; nothing of it is touched afterwards.
+// Serves the alarms that are due now and were started before. An alarm leaves the heap, or
+// has its next time, before it ticks; it is not touched afterwards.
 void fxClock::handleRead() {
     const fxAlarm::Time turn = now();
     const Serving serving(*this, turn);
@@ -157,7 +157,7 @@ void fxAlarm::expire() {
 }
 
 fxAlarm::~fxAlarm() {
-    // Nothing holds an alarm that ends, so the clock's hold is not given back.
+    // An alarm that is destroyed has no holder, so the clock's hold is not released.
     if (isActive()) fxClock::theClock(isWall).remove(*this);
 }
 

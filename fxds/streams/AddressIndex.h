@@ -133,7 +133,7 @@ private:
     std::unique_ptr<Slot[]> slots;  // a power of two, at most three quarters of them used
     size_t slotCount = 0;
     size_t used = 0;
-    unsigned int shift = 0;  // leaves as many high bits of the hash as there are slots
+    unsigned int shift = 0;  // leaves the high bits of the hash that select a slot
     std::vector<unsigned int*> blocks;
     size_t stretchesLeft = 0;  // of the last block
 };

@@ -16,16 +16,14 @@
 #include "fxds/streams/PartRoot.h"
 #include "fxds/streams/RecordFormat.h"
 
-// RecordFormat.h draws a record. Scalars are staged in the buffer as the payload
-// of the record being built.
-// A pointer ends that record and begins its own, which stays open: scalars that
-// follow become its payload. A full buffer goes out under the record's tag, and
-// what follows under tag 0. Payload that fills whole buffers skips the buffer.
+// RecordFormat.h draws a record. Scalars are staged in the buffer as the payload of the
+// record being built. A pointer ends that record and begins its own, which stays open:
+// scalars that follow become its payload. A full buffer is written under the record's tag,
+// and the rest under tag 0. Payload that fills whole buffers skips the buffer.
 //
-// The target of a pointer waits on the stack `pending` and is written when the
-// object that holds the pointer is complete. So a chain of any length needs no
-// recursion, and the stack holds no more than the pointers of one object and
-// of those on the way to it.
+// The target of a pointer waits on the stack `pending` and is written when the object with
+// the pointer is complete. So a chain of any length needs no recursion, and the stack holds
+// no more than the pointers of one object and of the objects on the way to it.
 //
 // Invariants, between any two calls:
 // (1) buffer[0, used) is the payload of the record being built, which has `tag`
@@ -65,7 +63,7 @@ constexpr unsigned int withMark(unsigned int id, unsigned int mark) {
     return id >> markedIdBits == 0 ? id | mark : id;
 }
 
-// Asks for memory that will be written soon: the beginning of an object or block.
+// Prefetches memory that will be written soon: the beginning of an object or block.
 void fetchSoon(const void* address) {
     __builtin_prefetch(address);
     __builtin_prefetch(static_cast<const char*>(address) + 64);
@@ -207,8 +205,8 @@ bool fxBinaryWriter::xdr(void* slot, fxXDRObj*, fxTypeObj& declared, fxXDRObj* o
     return address != nullptr ? refer(slot, declared, object, address, 0) : writeNullPointer();
 }
 
-// A pointer that leads into its object's middle is not known: `seen` has the object's
-// address, where another object might be that the pointer could lead to.
+// A pointer into the middle of the object is not known: `seen` has the object's address,
+// and another object at that address might be the target.
 bool fxBinaryWriter::writePointer(void* slot, fxTypeObj& declared, fxXDRObj* object,
                                   void* address) {
     if (!isOfThisClass) return xdr(slot, nullptr, declared, object, address);
@@ -218,7 +216,7 @@ bool fxBinaryWriter::writePointer(void* slot, fxTypeObj& declared, fxXDRObj* obj
     return refer(slot, declared, object, address, pointer == address ? lastMark : 0);
 }
 
-// Only looked up: to touch the object would take longer than all of this.
+// A look-up only: to touch the object would take longer than all of this.
 bool fxBinaryWriter::writeKnownPointer(const void* pointer, const fxTypeObj& declared) {
     const unsigned int entry = seen->find(pointer);
     const bool isKnown = entry >= marked && declaredOnes[indexIn(entry)] == &declared;
@@ -250,8 +248,8 @@ bool fxBinaryWriter::embeds(const void* object) {
 
 bool fxBinaryWriter::isEmbedded(const void* object) const { return embedded->has(object); }
 
-// Only the object that is being written answers for itself: what it inherits and
-// what it holds is asked, but is not written to its end.
+// Only the object that is being written answers for itself: its bases and members get the
+// call, but are not written to the end.
 fxBool fxBinaryWriter::conclude(bool succeeded, fxXDRObj& object, void* address) {
     if (address == partUnderWay) {
         if (!fxIsRootOfPart(object)) return succeeded;  // the object gets this call
@@ -347,7 +345,7 @@ bool fxBinaryWriter::writePrimPointer(const void* block, size_t byteCount, fxBin
 
 // Private functions.
 
-// The id of the address, which is entered under the next one if it is new: true then.
+// The id of the address. If it is new, enters it under the next id and returns true.
 bool fxBinaryWriter::idOf(const void* address, unsigned int& id, unsigned int mark) {
     bool isNew = false;
     unsigned int& entry = seen->at(address, isNew);
@@ -380,9 +378,9 @@ void fxBinaryWriter::chooseMark(const fxTypeObj& declared) {
     lastDeclared = &declared;
 }
 
-// The id of a part of the object under way. A part is given once with each
-// writing of its object, so that one that was written with an earlier graph gets a
-// new number: references lead to parts of the same object only.
+// The id of a part of the object under way. A part gets one id with each writing of its
+// object, so that a part that was written with an earlier graph gets a new number:
+// references lead to parts of the same object only.
 unsigned int fxBinaryWriter::idOfPart(const void* address, bool& isNew) {
     const unsigned int known = alreadyWritten(address);
     isNew = known == 0 || (parts->has(address) && known < firstOfBody);
@@ -402,7 +400,7 @@ unsigned int fxBinaryWriter::push(fxBinaryWriterItem* item, unsigned int id) {
     return id;
 }
 
-// A field that owns its block gets a number for it that no other field sees.
+// A field that owns its block gets a number for it that no other field uses.
 bool fxBinaryWriter::writePrimPointer(const void* slot, const void* block, size_t byteCount,
                                       fxBinaryOTTag bodyTag, bool isOfInts) {
     if (block == nullptr) return writeNullPointer();

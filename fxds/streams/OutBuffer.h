@@ -1,4 +1,4 @@
-// Where the records of the writer go: to the stream, one by one or collected.
+// The output of the writer: records go to the stream, one by one or collected.
 #ifndef FXDS_STREAMS_OUTBUFFER_H
 #define FXDS_STREAMS_OUTBUFFER_H
 
@@ -11,12 +11,12 @@
 #include "fxds/StdioStream.h"
 
 // Invariants:
-// (1) [bytes, next) was put and is not with the stream yet.
-// (2) Only while a Collecting exists is there room, [next, end). Without, each
-//     put() is one write of the stream. A stream that is not one of the library's
-//     own always gets each put() as one write.
-// (3) Once the stream has refused bytes, or fail() was called, it gets no more:
-//     they would not be where a reader expects them.
+// (1) [bytes, next) was put and is not in the stream yet.
+// (2) Only while a Collecting exists there is room, [next, end). Otherwise each put() is
+//     one write of the stream, as it always is for a stream that is not of the library's
+//     own classes.
+// (3) Once the stream has refused bytes, or fail() was called, it gets no more: they would
+//     be at a wrong offset for the reader.
 
 class fxOutBuffer {
 public:
@@ -28,15 +28,15 @@ public:
     }
 
     ///@{
-    /// Room to build up to `most` bytes in, of which added() says how many were used.
-    /// Null when each put() is to be a write of its own, and when the stream does
-    /// not take what is there.
+    /// Room to build up to `most` bytes in; added() then takes the number of used ones.
+    /// Null if each put() is a write of its own, and if the stream does not take the
+    /// collected bytes.
     char* room(size_t most) { return left() >= most ? next : makeRoom(); }
     void added(size_t byteCount) { next += byteCount; }
     ///@}
 
-    /// Appends the bytes. More than are collected at once go to the stream behind
-    /// what was collected. False when the stream has failed.
+    /// Appends the bytes. More than fit are written to the stream behind the collected
+    /// bytes. False if the stream has failed.
     bool put(const char* from, size_t byteCount) {
         if (byteCount > left() && !send()) return false;
         if (byteCount > left()) return write(from, byteCount);
@@ -45,22 +45,22 @@ public:
         return true;
     }
 
-    /// Hands what was collected to the stream. False when that has failed.
+    /// Writes the collected bytes to the stream. False if that has failed.
     bool send() {
         const size_t byteCount = static_cast<size_t>(next - bytes.get());
         next = bytes.get();
         return byteCount == 0 ? !hasFailed_ : write(next, byteCount);
     }
 
-    /// How many bytes were put so far.
+    /// The number of bytes put so far.
     size_t total() const { return sent + static_cast<size_t>(next - bytes.get()); }
 
     /// Whether the stream has refused bytes, or fail() was called.
     bool hasFailed() const { return hasFailed_; }
     void fail() { hasFailed_ = true; }
 
-    /// For a scope, collects what is put, and hands it over in large pieces. What
-    /// is collected when the scope ends is dropped: send() before.
+    /// For a scope, collects the bytes put, and writes them in large pieces. Bytes that are
+    /// still collected when the scope ends are dropped: send() before.
     class Collecting {
     public:
         explicit Collecting(fxOutBuffer& buffer_) : buffer(buffer_) {

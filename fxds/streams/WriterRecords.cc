@@ -9,9 +9,9 @@
 #include "fxds/streams/OutBuffer.h"
 #include "fxds/streams/RecordFormat.h"
 
-// How the writer puts records together. A graph has five of them for each object with
-// a text and two pointers, and all but one of these are of the two kinds that putBare()
-// and putShort() write in one step.
+// The writer's construction of records. A graph has five of them for each object with a
+// text and two pointers, and all but one of these are of the two kinds that putBare() and
+// putShort() write in one step.
 
 using namespace fxRecordFormat;
 
@@ -73,8 +73,8 @@ bool fxBinaryWriter::writePieces(const char* from, size_t byteCount) {
     return true;
 }
 
-// Writes the record being built if it has no payload and there is room. Otherwise
-// nothing happens. Most records of a graph are like this.
+// Writes the record being built if it has no payload and there is room; otherwise does
+// nothing. Most records of a graph are of this kind.
 inline bool fxBinaryWriter::putBare() {
     constexpr unsigned int unusual = 1U << fxTagType | 1U << fxTagObject;
     if (tag >= tagCount || (unusual >> tag & 1U) != 0 || fxStreamTrace::isOn()) return false;
@@ -106,9 +106,9 @@ inline bool fxBinaryWriter::putShort(const fxBinaryWriterItem& item) {
     return true;
 }
 
-// Writes the record being built with this payload, of up to a buffer's length.
-// Data comes next. Most payloads are short, and then they are copied
-// without regard to their length. Requires: a short one is at the front of `buffer`.
+// Writes the record being built with this payload, of up to a buffer's length. Data comes
+// next. Most payloads are short, and those are copied by a fixed length. Requires: a short
+// one is at the front of `buffer`.
 bool fxBinaryWriter::writeRecord(const char* payload, unsigned int payloadBytes) {
     if (fxStreamTrace::isOn()) trace();
     char* const place = outgoing->room(maxHeadBytes + shortBytes);
@@ -131,7 +131,7 @@ void fxBinaryWriter::trace() const {
                           fieldBytes[tag] > 0 ? static_cast<unsigned int>(id) : 0, className);
 }
 
-// The same part by part.
+// The same for a payload in several parts.
 bool fxBinaryWriter::writeParts(const char* payload, unsigned int payloadBytes) {
     char head[maxHeadBytes];
     if (!outgoing->put(head, putHead(head, payloadBytes))) return false;
@@ -141,7 +141,7 @@ bool fxBinaryWriter::writeParts(const char* payload, unsigned int payloadBytes) 
     return true;
 }
 
-// Keeps invariant (4). What is pending may be gone by the next call.
+// Keeps invariant (4). The pending items may be gone by the next call.
 bool fxBinaryWriter::fail() {
     outgoing->fail();
     dropPending();
@@ -151,11 +151,11 @@ bool fxBinaryWriter::fail() {
     return false;
 }
 
-// Puts the head of the record being built and returns its length. There is room
+// Puts the head of the record being built and returns its length. Requires: there is room
 // for maxHeadBytes, which may all change.
 inline unsigned int fxBinaryWriter::putHead(char* place, unsigned int payloadBytes) const {
-    // All is read before bytes are put, which might be those of the fields for all that
-    // the compiler knows.
+    // All fields are read before bytes are put: as far as the compiler knows, these might
+    // be the bytes of the fields.
     const unsigned int tag_ = tag;
     const unsigned int first = static_cast<unsigned int>(tag_ == fxTagType ? fieldB : fieldA);
     const unsigned int second = tag_ == fxTagObject ? static_cast<unsigned int>(fieldB) : fieldD;

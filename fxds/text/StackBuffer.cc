@@ -5,8 +5,8 @@
 
 #include "fxds/detail/Allocate.h"
 
-// The storage is the buffer in the object until it first grows, and a block
-// of ours from then on; `base` shows which.
+// Invariant: the storage is the buffer in the object until it first grows, and
+// a block owned by the object from then on; `base` points to the one in use.
 
 fxStackBuffer::fxStackBuffer(unsigned int increment)
     : next(buffer),

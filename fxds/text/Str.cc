@@ -20,11 +20,10 @@
 // (3) An empty string points at emptyString: an operation that removes the last
 //     byte frees the block (clear()).
 // (4) roomNote is 0, or knownRoom() is no more than what the block has.
-// The note is good for one address and one length only. So a block or a length that
-// is set without it, by a program too, makes it void, and the next append asks for a
-// block as if there were none.
-// A source may lie in the own block: a function either has finished with the
-// source before the block moves, or finds it again by its offset.
+// The note is good for one address and one length only. So a block or a length that is set
+// without it, also by a program, makes it void, and the next append gets a new block.
+// A source may lie in the own block: a function has either finished with the source before
+// the block moves, or finds it again by its offset.
 
 // Constant-initialised: strings are made before main() by static objects.
 char fxStr::emptyString = '\0';
@@ -39,9 +38,9 @@ std::uint64_t wordAt(const char* bytes) {
     return le64toh(word);
 }
 
-// A word that ends in the `n` bytes at `bytes`, n <= 8, and is zero before.
-// It is put together in registers: bytes stored one by one and loaded as a word
-// would have to wait for the stores.
+// A word that ends in the `n` bytes at `bytes`, n <= 8, and is zero before. It is put
+// together in registers: bytes stored one by one and loaded as a word would have to wait
+// for the stores.
 std::uint64_t lastBytes(const char* bytes, unsigned int n) {
     if (n == 8) return wordAt(bytes);
     if (n == 0) return 0;
@@ -147,7 +146,7 @@ void fxStr::insert(std::string_view text, unsigned int pos) {
         std::memcpy(gap, from, n);
         return;
     }
-    // The text before the gap is where it was, the rest has moved up by n.
+    // The text before the gap is in its place; the rest has moved up by n.
     const size_t before = within < pos ? std::min<size_t>(n, pos - within) : 0;
     std::memcpy(gap, data + within, before);
     std::memcpy(gap + before, data + within + before + n, n - before);
@@ -182,7 +181,7 @@ void fxStr::replace(std::string_view text, unsigned int pos) {
     if (!text.empty()) std::memmove(data + pos, text.data(), text.size());
 }
 
-// The result is put together aside: both arguments may lie in the text.
+// The result is put together separately: both arguments may lie in the text.
 unsigned int fxStr::replaceAll(fxTextView what, fxTextView with) {
     unsigned int count = 0;
     if (what.empty()) return count;
@@ -221,7 +220,7 @@ void fxStr::setMaxLength(unsigned int n) {
     if (!ownsBlock()) return;
     const size_t bytes = size_t{std::max(n, length())} + 1;
     const size_t rest = (size_t{1} << noteShift(bytes)) - 1;
-    reserve((bytes + rest) & ~rest);  // as much as is noted
+    reserve((bytes + rest) & ~rest);  // the size that the note can express
 }
 
 void fxStr::lower() {
@@ -285,8 +284,8 @@ fxBool fxStr::xdr(fxTranscriber& transcriber) {
     return lengthBytes == 1 || transcriber.xdrText(*this, &data, lengthBytes);
 }
 
-// The length is taken over with the block and never before it, so that the
-// string is whole at every moment, whenever (and if ever) the block comes.
+// The length is taken over with the block and never before it, so that the string is valid
+// at every moment, whenever (and if ever) the block comes.
 fxBool fxStr::readText(fxTranscriber& transcriber) {
     clear();
     unsigned int lengthBytes = slength;
@@ -315,7 +314,7 @@ void fxStr::adopt(char* block, unsigned int lengthBytes) {
 
 // Private functions.
 
-// How far a size is shifted for its leading bits, which are all that is noted of it.
+// The shift of a size to its leading bits, which are all that the note keeps of it.
 unsigned int fxStr::noteShift(size_t bytes) {
     const auto bits = static_cast<unsigned int>(64 - __builtin_clzl(bytes | 1));
     return bits > mantissaBits ? bits - mantissaBits : 0;
@@ -328,7 +327,7 @@ void fxStr::setLength(unsigned int lengthBytes, size_t room) {
     noteRoom(room);
 }
 
-// A length never gets beyond what is noted, so that it stays within its field.
+// A length never exceeds the noted size, so that it stays within its field.
 void fxStr::noteRoom(size_t bytes) {
     bytes = std::min<size_t>(bytes, UINT32_MAX);
     const unsigned int shift = noteShift(bytes);

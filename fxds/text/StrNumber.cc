@@ -3,8 +3,9 @@
 #include "fxds/Fatal.h"
 #include "fxds/Str.h"
 
-// Numbers from and to text, in the C locale whatever is in force. Integers go as
-// sign and magnitude, so that each is read and written once for all types.
+// Numbers from and to text, in the C locale, not in the present one. Integers
+// are converted as sign and magnitude, so that each direction is written once
+// for all types.
 
 namespace {
 

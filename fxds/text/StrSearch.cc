@@ -4,9 +4,9 @@
 
 #include "fxds/Str.h"
 
-// Searches, and the pieces between two finds. A search is for one byte or
-// for a set of bytes: both are classes that answer whether a byte is wanted, and
-// each search is written once over them.
+// Searches, and the pieces between two finds. A search is for one byte or for a
+// set of bytes: both are classes that test whether a byte is wanted, and each
+// search is written once over them.
 
 namespace {
 
@@ -19,7 +19,7 @@ public:
     const char byte;
 };
 
-// Membership of a byte in a set, in one step whatever the size of the set.
+// Membership of a byte in a set, in one step for any size of the set.
 class ByteSet {
 public:
     // `n` = 0 means strlen(set).
@@ -66,8 +66,8 @@ unsigned int scanBack(const fxStr& str, unsigned int pos, const Wanted& wanted) 
     return pos;
 }
 
-// The text [begin, end), empty when that is no range: the found ends of a text
-// that is all blanks are the wrong way round.
+// The text [begin, end), empty when that is no range: the bounds found in a
+// text of blanks only are in reverse order.
 fxStr between(const fxStr& str, unsigned int begin, unsigned int end) {
     return begin < end ? str.extract(begin, end - begin) : fxStr();
 }

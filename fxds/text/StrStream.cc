@@ -46,7 +46,7 @@ public:
 
 std::ostream& operator<<(std::ostream& out, const fxStr& str) { return out << str.c_str(); }
 
-// The stream's own functions look ahead, and so fill its buffer and mind its
+// The stream's own functions look ahead, and so fill its buffer and keep its
 // states; then the contents of the buffer are searched and copied in one piece.
 std::istream& operator>>(std::istream& in, fxStr& str) {
     using Traits = std::istream::traits_type;

@@ -2,9 +2,9 @@
 
 #include "fxds/detail/Allocate.h"
 
-// The pointer, not the length, decides where the text is: a copy of
-// exactly 100 bytes lies in a block, the result of a concatenation of 100 bytes
-// in the buffer. Blocks have one byte to spare.
+// Invariant: the pointer, not the length, decides whether the text is in the
+// buffer or in a block: a copy of exactly 100 bytes lies in a block, the result
+// of a concatenation of 100 bytes in the buffer. Blocks have one byte to spare.
 
 namespace {
 
