@@ -5,12 +5,15 @@
 
 #include <cctype>
 #include <map>
+#include <random>
 #include <sstream>
 
 #include "fxds/Globals.h"
 #include "fxds/XdrEvolution.h"
+#include "fxds/streams/AddressIndex.h"
 #include "tests/support/RichGraph.h"
 #include "tests/support/RunProgram.h"
+#include "tests/support/TestSeed.h"
 
 namespace {
 
@@ -254,6 +257,26 @@ TEST_F(Writer, ResetForgetsButNumbersGoOn) {
     EXPECT_EQ(stream->view(), records("t6:fxStr o5:6 4 B7:4 c7:4 =abc~"));
     Told strings;
     EXPECT_TRUE(writer->writeObject(&strings, &strings) && strings.times == 1);
+}
+
+// Near and far from each other, in one granule of memory too.
+TEST(AddressIndex, AgreesWithMap) {
+    std::mt19937 rng(testSeed());
+    fxAddressIndex index;
+    for (const unsigned int most : {40U, 3000U}) {
+        std::map<uintptr_t, unsigned int> model;
+        index.clear();
+        for (unsigned int number = 1; number <= most; ++number) {
+            const uintptr_t address = (uintptr_t{rng() % 900} << 10U << rng() % 30) + rng() % 80;
+            const void* const place = reinterpret_cast<const void*>(address);
+            ASSERT_EQ(index.find(place), model.count(address) != 0 ? model[address] : 0U);
+            bool isNew = false;
+            index.at(place, isNew) = model[address] = number;
+        }
+        for (const auto& [address, number] : model) {
+            EXPECT_EQ(index.find(reinterpret_cast<const void*>(address)), number);
+        }
+    }
 }
 
 TEST_F(Writer, StaysFailed) {
