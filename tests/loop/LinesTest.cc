@@ -119,12 +119,12 @@ TEST_F(Outside, WhatCannotBeReadEndsWithItsError) {
 
 TEST_F(Outside, GrowingFilesAreReadOn) {
     TestDirectory directory;
-    const std::string path = directory.file("log", "one\ntw");
+    const std::string path = directory.file("log", "one\n");
     fxLineReader reader(open(path.c_str(), O_RDONLY | O_CLOEXEC));
     reader.setGrowing(true);
     note(reader);
     until([&] { return hasEnded(); });
-    std::ofstream(path, std::ios::app) << "o\nthree";
+    std::ofstream(path, std::ios::app) << "two\nthree";
     turn();
     reader.resume();
     until([&] { return log.size() > 2 && hasEnded(); });
