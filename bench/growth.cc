@@ -2,9 +2,9 @@
 // 1,000 to 1,000,000, the least of some rounds. Each row should be flat except for the
 // effects of caches.
 //
-//     growth [MOST [TEXT]]   leaves out what is more than MOST, 1,000,000 unless it is
-//                            said, and rows whose names do not contain TEXT; one row
-//                            alone also pays for getting its memory from the system
+//     growth [MOST [TEXT]]   up to MOST items (default: 1,000,000), and only rows whose
+//                            names contain TEXT; a row alone also pays for getting its
+//                            memory from the system
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>

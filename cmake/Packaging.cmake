@@ -37,8 +37,8 @@ timers, saving and loading of object graphs, and a regular-expression engine;
 libostrelfxflow, on top of it, runs networks of such objects from texts.")
 
 # The libraries always change their sonames together, so they share a package,
-# as Debian's policy allows (8.1). The file shlibs tells dpkg-shlibdeps what
-# programs depend on.
+# as Debian's policy allows (8.1). dpkg-shlibdeps takes the dependencies of
+# programs from the file shlibs.
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME ${runtime_package})
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION libs)
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_SHLIBDEPS ON)

@@ -42,12 +42,12 @@ protected:
     Counted* pointer;  ///< Shared, may be null.
 
 private:
-    // Puts 0 out of reach, so that the target may be held and let go while it is
-    // being destroyed.
+    // Added to the count so that it cannot reach 0: the target may be held and
+    // released while it is being destroyed.
     static constexpr int ending = 1 << 30;
 };
 
-/// Shares a T, which derives from Counted: the last RPtr to let go deletes it.
+/// Shares a T, which derives from Counted: the last RPtr to release it deletes it.
 template <class T>
 class RPtr : public RPtr_base {
 public:
@@ -55,7 +55,7 @@ public:
     RPtr(T* target) : RPtr_base(taken(target)) {}  ///< Implicit: `RPtr<T> p = new T`.
     RPtr(const RPtr& other) : RPtr_base(taken(other.get())) {}
     RPtr(RPtr&& other) noexcept : RPtr_base(std::exchange(other.pointer, nullptr)) {}
-    /// The new target is held before the old one is let go.
+    /// The new target is held before the old one is released.
     RPtr& operator=(RPtr other) noexcept {
         std::swap(pointer, other.pointer);
         return *this;

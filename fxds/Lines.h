@@ -59,10 +59,10 @@ public:
     /// Sends nothing, and reads nothing, until resume(): the process at the other end
     /// of a pipe or socket then has to wait when that is full.
     void pause();
-    /// Goes on, not before the next turn; also at the end of a file that may grow.
+    /// Resumes sending in the next turn or later; also reads a growing file beyond its former end.
     void resume();
 
-    /// Reads what is there, at most 64 KB, and sends its lines.
+    /// Reads the available bytes, at most 64 KB, and sends their lines.
     void handleRead() override;
 
 private:
@@ -77,10 +77,10 @@ private:
     void updateWishes();
 
     const size_t limit;
-    std::string buffer;  // what was read; the bytes before `start` have been sent
+    std::string buffer;  // the bytes read; those before `start` have been sent
     size_t start = 0;
     size_t searched = 0;    // bytes from `start` that are no newline
-    bool skipping = false;  // whether what comes belongs to a line that was cut
+    bool skipping = false;  // whether the next bytes belong to a line that was cut
     bool paused = false;
     bool growing = false;
     State state = reading;

@@ -72,7 +72,7 @@ public:
     unsigned short getKind() const { return type; }
 
     ///@{
-    /// The value, taken as of this kind whatever it is: ask getKind() first.
+    /// The value, read as one of this kind without a check: call getKind() first.
     /// Pointers and references are views, good until the value is set or the
     /// property goes.
     unsigned char getAsBool() const;
@@ -97,10 +97,10 @@ public:
     void setAsStr(fxStr const& value);
     void setAsVoidPtr(void* pointer, Destructor* destructor);
     ///@}
-    /// The new target is held before the old one is let go, so setting what is
-    /// already set changes nothing. Requires: getKind() is fxDT_ObjPtr.
+    /// The new target is held before the old one is released, so setting the
+    /// present target again changes nothing. Requires: getKind() is fxDT_ObjPtr.
     void setAsObjPtr(fxObj* object);
-    /// Shared, and held before the old value is let go.
+    /// Shared, and held before the old value is released.
     /// Requires: getKind() is fxDT_DataPtr.
     void setAsData(fxData* data);
 

@@ -49,7 +49,7 @@ public:
     ///@}
     ~fxRef() { reset(); }
 
-    /// The new target is held before the old one is let go.
+    /// The new target is held before the old one is released.
     fxRef& operator=(fxRef other) noexcept {
         swap(other);
         return *this;
@@ -67,7 +67,7 @@ public:
         if (target != nullptr) fxDetail::forget(*fxDetail::countedOf(target));
         return target;
     }
-    /// Exchanges what the two hold.
+    /// Exchanges the targets.
     void swap(fxRef& other) noexcept { std::swap(pointer, other.pointer); }
 
     ///@{

@@ -97,7 +97,7 @@ private:
                           [&seen](const std::string& value) { seen.waiting.push_back(value); });
     }
 
-    // Delivers what is queued, and lets time pass.
+    // Delivers the queued values, and lets time pass.
     std::string settle(fxAlarm::Span span = fxAlarm::Span(0)) {
         const std::string why = time.pass(span);
         return why.empty() ? trouble : why;
