@@ -149,7 +149,8 @@ public:
             if (!from.read(patienceMs)) break;
         }
         const size_t end = found != std::string::npos ? found + text.size() : from.text.size();
-        return from.text.substr(std::exchange(from.seen, end), end - from.seen);
+        const size_t start = std::exchange(from.seen, end);
+        return from.text.substr(start, end - start);
     }
     bool sees(const std::string& text, int output = 1) {
         const std::string all = until(text, output);
