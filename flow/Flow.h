@@ -75,7 +75,7 @@ public:
     /// starts: of the saved objects only those start that the text describes as before.
     /// Plug-ins that the text names are loaded. Adds the problems of the text to `problems`;
     /// if one is an error, or the flow cannot be loaded, nothing has changed.
-    [[nodiscard]] fxStreamFault load(const std::string& path, fxFlowText text,
+    [[nodiscard]] fxStreamFault load(const std::string& path, const fxFlowText& text,
                                      std::vector<fxFlowProblem>& problems);
 
     /// Calls the watcher with each value, as text, that leaves an output, or that an output

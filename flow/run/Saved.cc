@@ -153,7 +153,7 @@ fxStreamFault fxFlow::load(const std::string& path) {
     return fault || error.empty() ? fault : faultOf(fxStreamFault::refused, path, error);
 }
 
-fxStreamFault fxFlow::load(const std::string& path, fxFlowText text,
+fxStreamFault fxFlow::load(const std::string& path, const fxFlowText& text,
                            std::vector<fxFlowProblem>& problems) {
     const fxFlowDetail::Acting under;
     return Change::load(network, path, &text, problems);
