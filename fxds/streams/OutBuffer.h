@@ -11,10 +11,10 @@
 #include "fxds/StdioStream.h"
 
 // Invariants:
-// (1) [bytes, next) was put and is not in the stream yet.
-// (2) Only while a Collecting exists there is room, [next, end). Otherwise each put() is
-//     one write of the stream, as it always is for a stream that is not of the library's
-//     own classes.
+// (1) [bytes, next) holds the bytes that were put and are not yet in the stream.
+// (2) The buffer has room, [next, end), only during the lifetime of a Collecting, and only
+//     for the library's own stream classes. Without room each put() writes to the stream
+//     once; a stream of any other class always receives one write per put().
 // (3) Once the stream has refused bytes, or fail() was called, it gets no more: they would
 //     be at a wrong offset for the reader.
 
