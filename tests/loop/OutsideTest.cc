@@ -1,4 +1,4 @@
-// What reaches the loop from outside: other threads, signals, processes.
+// What reaches the loop from outside: signals, processes, lines of text.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/resource.h>
@@ -10,8 +10,11 @@
 #include <cerrno>
 #include <csignal>
 #include <cstring>
+#include <filesystem>
+#include <fstream>
 #include <functional>
 #include <memory>
+#include <random>
 #include <string>
 #include <thread>
 #include <vector>
@@ -20,6 +23,7 @@
 #include "tests/support/Outside.h"
 #include "tests/support/RunProgram.h"
 #include "tests/support/Surroundings.h"
+#include "tests/support/TestSeed.h"
 
 namespace {
 
@@ -30,141 +34,6 @@ const bool isKept = [] {
 }();
 
 }  // namespace
-
-// Posting and quitting.
-
-TEST_F(Outside, NotifiersSendUntilAllIsReadOrTheyAreDestroyed) {
-    int ends[2];
-    ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
-    auto notifier = std::make_unique<fxReadNotifier>(ends[0]);
-    EXPECT_FALSE(fxReadNotifier(-1).isValid());
-    int calls = 0;
-    fxConnect(notifier->readable(), [&] {
-        char byte;
-        EXPECT_EQ(read(notifier->getFd(), &byte, 1), 1);
-        if (++calls == 3) notifier.reset();
-    });
-    turn();
-    EXPECT_EQ(write(ends[1], "abcd", 4), 4);
-    for (int turns = 0; turns < 5; ++turns) turn();
-    EXPECT_EQ(calls, 3);
-    close(ends[1]);
-}
-
-TEST_F(Outside, FunctionsAreCalledInOrderTurnByTurn) {
-    auto queue = std::make_unique<fxPostQueue>(3);
-    const auto noting = [this](const char* text) { return [this, text] { log.push_back(text); }; };
-    struct Last {  // posts from its destructor
-        Last(fxPostQueue& queue_, bool& result_) : queue(queue_), result(result_) {}
-        ~Last() {
-            result = queue.post([] {});
-        }
-        fxPostQueue& queue;
-        bool& result;
-    };
-    bool posted = true;
-    queue->post([&] {
-        log.push_back("a");
-        EXPECT_TRUE(queue->post([&] {
-            log.push_back("b");
-            turn();  // nested
-            throw Thrown();
-        }));
-    });
-    EXPECT_TRUE(queue->post(noting("c")) && queue->post(noting("d")));
-    EXPECT_FALSE(queue->post(noting("full")));
-    turn();
-    EXPECT_EQ(log, (Log{"a", "c", "d"}));
-    EXPECT_TRUE(queue->post(noting("e")));
-    EXPECT_THROW(turn(), Thrown);
-    EXPECT_EQ(queue->getCount(), 0U);
-    EXPECT_EQ(log, (Log{"a", "c", "d", "b", "e"}));
-    EXPECT_TRUE(fx_theExecutive->willBlock());
-    queue->post([] { throw Thrown(); });
-    queue->post([&queue] { queue.reset(); });
-    queue->post([last = std::make_unique<Last>(*queue, posted)] { ADD_FAILURE(); });
-    EXPECT_THROW(turn(), Thrown);
-    turn();
-    EXPECT_EQ(queue, nullptr);
-    EXPECT_FALSE(posted) << "by the destructor of a function that was not called";
-}
-
-TEST_F(Outside, ThreadsPost) {
-    constexpr int threads = 3, count = 2000;
-    fxPostQueue queue;
-    std::vector<int> next(threads);
-    int called = 0;
-    std::vector<std::thread> all;
-    for (int id = 0; id < threads; ++id) {
-        all.emplace_back([&, id] {
-            for (int i = 0; i < count; ++i) {
-                queue.post([&, id, i] {
-                    EXPECT_EQ(next[static_cast<size_t>(id)]++, i);
-                    if (++called % 500 == 0) throw Thrown();
-                });
-            }
-        });
-    }
-    until([&] { return called == threads * count; });
-    for (std::thread& thread : all) thread.join();
-    EXPECT_EQ(queue.getCount(), 0U);
-}
-
-TEST_F(Outside, QuitEndsTheInnermostLoopAfterItsTurn) {
-    class App : public fxApplication {
-        const char* className() const override { return "App"; }
-        void initialize(int, char**) override {}
-    } app;
-    fx_theExecutive->open();
-    fxPostQueue queue;
-    queue.post([&] {
-        queue.post([] { fx_theExecutive->quit(); });
-        fx_theExecutive->loop();
-        log.push_back("inner");
-        queue.post([] { fx_theExecutive->quit(); });
-    });
-    fx_theExecutive->loop();
-    EXPECT_TRUE(app.isOpen && fx_theExecutive->contains(&app));
-    queue.post([] { throw Thrown(); });
-    fx_theExecutive->quit();
-    EXPECT_THROW(fx_theExecutive->loop(), Thrown);  // which ends a quit() too
-    queue.post([&] { queue.post([] { fx_theExecutive->quit(); }); });
-    fx_theExecutive->loop();
-    fx_theExecutive->quit();
-    fx_theExecutive->run();  // does not wait
-    EXPECT_EQ(queue.getCount(), 0U);
-    EXPECT_EQ(log, Log{"inner"});
-    EXPECT_TRUE(app.isOpen);
-    queue.post([&] { queue.post([] { fx_theExecutive->close(); }); });
-    fx_theExecutive->loop();  // until the last application has closed
-    EXPECT_FALSE(app.isOpen);
-    queue.post([&] { log.push_back("without"); });
-    fx_theExecutive->loop();  // turns once
-    EXPECT_EQ(log.back(), "without");
-    app.close();  // a second time
-}
-
-TEST_F(Outside, CheckedLoopsTellOfStandingTimers) {
-    static std::string lines;
-    fxTrace::setSink([](void*, const char* line, size_t) { lines += line; }, nullptr);
-    fxTrace::enable(fxTrace::loop);
-    fxTimer timer;
-    timer.startTimer();
-    testing::internal::CaptureStderr();
-    turn();
-    turn();
-    [[maybe_unused]] const std::string told = testing::internal::GetCapturedStderr();
-    fxTrace::enable(0U);
-    fxTrace::setSink(nullptr, nullptr);
-    const std::string line = "timers stand still: no select handler is registered";
-    EXPECT_NE(lines.find(line), std::string::npos);
-    EXPECT_EQ(lines.find(line), lines.rfind(line)) << "told once";
-#ifdef FXDS_CHECKED
-    EXPECT_EQ(told,
-              "fxExec::poll: timers stand still: no select handler is registered; make an "
-              "fxWakeup\n");
-#endif
-}
 
 // Signals.
 
@@ -347,6 +216,191 @@ TEST_F(Outside, SomeoneElseMayHaveWaited) {
         EXPECT_EQ(brief.getError(), 0);
     }
     std::signal(SIGCHLD, SIG_DFL);
+}
+
+// Lines.
+
+// Feeds a reader in pieces, while receivers pause it, end it and throw, and compares with the
+// text cut into lines.
+TEST_F(Outside, ReaderAgreesWithTheText) {
+    std::signal(SIGPIPE, SIG_IGN);
+    std::mt19937 rng(testSeed());
+    for (int round = 0; round < 60; ++round) {
+        const size_t limit = rng() % 3 == 0 ? 20000 : rng() % 7;
+        const size_t longest = rng() % 4 == 0 ? 40000 : 12;
+        std::string text;
+        Log expected;
+        unsigned long cuts = 0;
+        for (auto lines = rng() % 30; lines > 0; --lines) {
+            std::string line(rng() % longest, static_cast<char>(rng() % 2 ? 'x' : '\0'));
+            text += line + "\n";
+            cuts += line.size() > limit;
+            expected.push_back(line.substr(0, limit));
+        }
+        if (rng() % 2 == 0) {
+            text += "rest";
+            cuts += limit < 4;
+            expected.push_back(std::string("rest").substr(0, limit));
+        }
+        expected.push_back("[0]");
+        Pipe pipe;
+        std::thread feeder([&, seed = rng()] {
+            std::mt19937 sizes(static_cast<unsigned int>(seed));
+            for (size_t at = 0; at < text.size();) {
+                const size_t size = std::min<size_t>(text.size() - at, 1 + sizes() % 9000);
+                const ssize_t written = write(pipe.ends[1], text.data() + at, size);
+                at = written > 0 ? at + static_cast<size_t>(written) : text.size();
+            }
+            close(pipe.ends[1]);
+        });
+        log.clear();
+        auto reader = std::make_unique<fxLineReader>(pipe.ends[0], limit);
+        const size_t last = 1 + rng() % (2 * expected.size());  // where it ends, if it gets there
+        const auto heard = [&] {
+            if (log.size() == last) reader.reset();
+        };
+        bool isCalled = false;
+        fxConnect(reader->line(), [&](const std::string& line) {
+            EXPECT_FALSE(reader->isPaused() || isCalled);
+            log.push_back(line);
+            const auto kind = rng() % 8;
+            isCalled = true;
+            if (kind == 0) reader->pause();
+            if (kind < 2) turn();
+            isCalled = false;
+            heard();
+            if (kind < 3) throw Thrown();
+        });
+        fxConnect(reader->end(), [&](int error) { noteEnd(error), heard(); });
+        until([&] {
+            if (reader != nullptr && reader->isPaused()) reader->resume();
+            return reader == nullptr || hasEnded();
+        });
+        feeder.join();
+        turn();
+        expected.resize(std::min(expected.size(), last));
+        EXPECT_EQ(log, expected);
+        EXPECT_TRUE(reader == nullptr || (reader->isAtEnd() && reader->getCutCount() == cuts));
+        if (HasFailure()) return;
+    }
+    std::signal(SIGPIPE, SIG_DFL);
+}
+
+TEST_F(Outside, WhatCannotBeReadEndsWithItsError) {
+    const int folder = open("/", O_RDONLY | O_CLOEXEC), closed = 900;
+    for (const auto& [fd, error] : {std::pair(folder, EISDIR), {closed, EBADF}}) {
+        fxLineReader reader(fd);
+        note(reader);
+        reader.handleRead();
+        EXPECT_EQ(log.back(), "[" + std::to_string(error) + "]");
+        reader.resume();
+        reader.handleRead();
+    }
+    EXPECT_EQ(log.size(), 2U);
+    fxLineReader none(-1);
+    EXPECT_FALSE(none.isValid() || fxLineWriter(none).isValid());
+    none.handleRead();
+}
+
+TEST_F(Outside, GrowingFilesAreReadOn) {
+    TestDirectory directory;
+    const std::string path = directory.file("log", "one\n");
+    fxLineReader reader(open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    reader.setGrowing(true);
+    note(reader);
+    until([&] { return hasEnded(); });
+    std::ofstream(path, std::ios::app) << "two\nthree";
+    turn();
+    reader.resume();
+    until([&] { return log.size() > 2 && hasEnded(); });
+    reader.setGrowing(false);
+    reader.resume();
+    until([&] { return log.size() > 4 && hasEnded(); });
+    EXPECT_EQ(log, (Log{"one", "[0]", "two", "[0]", "three", "[0]"}));
+}
+
+TEST_F(Outside, FollowersBeginAgainOnlyWhereAFileWasCut) {
+    TestDirectory directory;
+    const std::string path = directory.file("log", "one\ntw");
+    const auto write = [&](const char* text, std::ios::openmode mode) {
+        std::ofstream(path, mode) << text;
+    };
+    const std::chrono::milliseconds soon(1);
+    const auto folder = std::filesystem::current_path();
+    std::filesystem::current_path(std::filesystem::path(path).parent_path());
+    fxFileFollower follower("log", fxFilePlace(), soon);
+    std::filesystem::current_path(folder);
+    fxConnect(follower.line(), [&](const std::string& line) {
+        log.push_back(line);
+        if (line == "one") write("", std::ios::trunc);
+        if (line == "tw") write("the first\nthe second\n", std::ios::app);
+    });
+    until([&] { return !log.empty() && log.back() == "the second"; });
+    EXPECT_EQ(log, (Log{"one", "tw", "the first", "the second"}));
+
+    std::ifstream limits("/proc/self/limits");
+    Log expected;
+    for (std::string line; std::getline(limits, line);) expected.push_back(line);
+    log.clear();
+    fxFileFollower shown("/proc/self/limits", fxFilePlace(), soon);
+    fxConnect(shown.line(), [this](const std::string& line) { log.push_back(line); });
+    int ticks = 0;
+    const fxRef<fxAlarm> ticking = fxEvery(soon, [&] { ++ticks; });
+    until([&] { return ticks > 20; });
+    ticking->stop();
+    EXPECT_EQ(log, expected);
+}
+
+TEST_F(Outside, WriterKeepsEveryByteAndBlocksNowhere) {
+    for (const bool isSocket : {false, true}) {
+        const Pipe pipe(isSocket);
+        fxLineWriter writer(pipe.ends[1], 300000, 1000);
+        int drained = 0;
+        fxConnect(writer.drained(), [&] { ++drained; });
+        fxConnect(writer.end(), [this](int error) { noteEnd(error); });
+        std::string expected;
+        for (int i = 0; !writer.isFull(); ++i) {
+            const std::string line(static_cast<size_t>(i % 1000), 'x');
+            EXPECT_TRUE(writer.writeLine(line));
+            expected += line + "\n";
+        }
+        while (writer.getPending() > 0) {
+            const size_t before = writer.getPending();
+            turn();
+            if (writer.getPending() == before) break;
+        }
+        EXPECT_TRUE(writer.getPending() > 0 && drained == 0) << "the other end takes all";
+        writer.finish();
+        EXPECT_FALSE(writer.write("more"));
+        std::string received;
+        std::thread other([&] { received = readAll(pipe.ends[0]); });
+        until([&] { return hasEnded(); });
+        other.join();
+        close(pipe.ends[0]);
+        EXPECT_TRUE(received == expected);
+        EXPECT_EQ(drained, 1);
+        EXPECT_EQ(log.back(), "[0]");
+        log.clear();
+    }
+}
+
+TEST_F(Outside, WriterTellsWhenNothingReads) {
+    for (const bool isSocket : {false, true}) {
+        const Pipe pipe(isSocket);
+        close(pipe.ends[0]);
+        auto writer = std::make_unique<fxLineWriter>(pipe.ends[1]);
+        fxConnect(writer->end(), [&](int error) {
+            noteEnd(error);
+            writer.reset();
+        });
+        writer->writeLine("x");
+        EXPECT_FALSE(writer->flush());
+        EXPECT_EQ(writer->getError(), EPIPE);
+        EXPECT_FALSE(writer->isValid() || writer->writeLine("y"));
+        turn();
+        EXPECT_EQ(writer, nullptr);
+    }
+    EXPECT_EQ(log, (Log{"[32]", "[32]"}));
 }
 
 #ifndef __SANITIZE_ADDRESS__

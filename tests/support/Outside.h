@@ -5,6 +5,7 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -58,7 +59,11 @@ protected:
 };
 
 struct Pipe {
-    Pipe() { EXPECT_EQ(pipe2(ends, O_CLOEXEC), 0); }
+    explicit Pipe(bool isSocket = false) {
+        EXPECT_EQ(isSocket ? socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends)
+                           : pipe2(ends, O_CLOEXEC),
+                  0);
+    }
     int ends[2];
 };
 
