@@ -1,4 +1,7 @@
-// Connections and sending by example; TortureTest does what receivers may do meanwhile.
+// Misuse, exceptions and ends of channels and events; TortureTest does what receivers may
+// do meanwhile.
+#include <string>
+
 #include "tests/support/Dataflow.h"
 
 namespace {
@@ -14,8 +17,17 @@ void (*asFunction(void (*function)(void*, T)))() {
     return reinterpret_cast<void (*)()>(function);
 }
 
+// An event that ends while it is delivered.
+struct Probe : fxEvent {
+    Probe() : fxEvent(fxET_Unknown) { ++alive; }
+    ~Probe() override { --alive; }
+    void deliver() override { delete this; }
+    static inline int alive = 0;
+};
+
 class Channels : public Dataflow {
 protected:
+    ~Channels() override { EXPECT_EQ(Probe::alive, 0); }
     static void now(Node& node, int value) { fxObj::sendInt(node.out, value, fxObj::fxSendNow); }
 
     Node sender, a;
@@ -153,6 +165,70 @@ TEST_F(Channels, CheckedMisuseIsFatal) {
     for (const auto& [misuse, words] : rows) EXPECT_DEATH(misuse(), words);
 }
 #endif
+
+TEST_F(Channels, EventsAreNumberedAndPrinted) {
+    const unsigned long before = fxEvent::nextSequenceNumber;
+    Probe probe;
+    fxMessageEvent message(a.in, new CountedData(1)), copy(message);
+    EXPECT_TRUE(probe.getSequence() == before + 1 && copy.getSequence() == before + 2);
+    EXPECT_EQ(copy.getType(), fxET_MessageEvent);
+    EXPECT_EQ(a.in->refCount, 3u);
+    char text[128] = {};
+    FILE* file = fmemopen(text, sizeof text, "w");
+    probe.dump(file);
+    message.dump(file);
+    std::fclose(file);
+    EXPECT_EQ(std::string(text), "Event: seq=" + std::to_string(before + 1) +
+                                     " type=0\nEvent: seq=" + std::to_string(before + 2) +
+                                     " type=" + std::to_string(fxET_MessageEvent) + "\n");
+    EXPECT_TRUE(probe.getChannel() == nullptr && message.getChannel() == a.in);
+}
+
+TEST_F(Channels, EventsKnowTheOneQueueThatTheyWaitIn) {
+    auto* const kept = new Probe;
+    {
+        fxEventQueue queue;
+        queue.append(new Probe);
+        queue.insert(kept);
+        EXPECT_DEATH(fx_theEventHandler->postEvent(kept),
+                     "^fxEventQueue: the event seq=[0-9]+ type=0 waits already\n$");
+        EXPECT_TRUE(queue.getHead() == kept && queue.contains(queue.getTail()));
+        delete queue.getTail();  // leaves by itself
+        queue.append(new Probe);
+        auto* const stranger = new Probe;
+        EXPECT_FALSE(queue.contains(stranger));
+        queue.remove(stranger);  // is deleted, and counted
+        EXPECT_EQ(queue.getCount(), 1u);
+        fx_theEventHandler->remove(queue.getTail());
+        EXPECT_TRUE(queue.getTail() == kept && kept->getNext() == nullptr);
+    }
+    fx_theEventHandler->postEvent(kept);  // waits nowhere since its queue has ended
+    distribute();
+}
+
+// A message that names another channel than the one that it holds.
+struct Bound : fxMessageEvent {
+    Bound(fxInputChannel* held, fxInputChannel* named)
+        : fxMessageEvent(held, new CountedData(1)), channel(named) {}
+    void deliver() override {}
+    fxInputChannel* getChannel() override { return channel; }
+    fxInputChannel* channel;
+};
+
+TEST_F(Channels, MessagesGoWithTheChannelThatTheyName) {
+    for (int way = 0; way < 3; ++way) {
+        auto* end = new Node;
+        sender.feed(*end);
+        fx_theEventHandler->postEvent(new Bound(sender.in, end->in));
+        if (way == 0) end->in->flush();
+        if (way == 1) end->removeInput("in");
+        if (way == 2) end->addInput("in", fxDT_void, nullptr, nullptr);
+        EXPECT_EQ(fx_theEventHandler->isEmpty(), way != 2);
+        delete end;
+        sender.in->flush();  // looks at what waits
+        EXPECT_TRUE(fx_theEventHandler->isEmpty()) << "way " << way;
+    }
+}
 
 TEST_F(Channels, InputsOfADestroyedObjectAreMuted) {
     static Node* source;

@@ -1,7 +1,6 @@
-// What programs connect with: callables, values of their own, connections and
-// properties by name.
-#include <gtest/gtest.h>
-
+// What programs connect with: boxes, converters, callables, values of their own,
+// connections and properties by name.
+#include <climits>
 #include <cmath>
 #include <cstdlib>
 #include <functional>
@@ -10,15 +9,8 @@
 #include <utility>
 #include <vector>
 
-#include "fxds/ChannelValue.h"
-#include "fxds/Connection.h"
-#include "fxds/Converter.h"
-#include "fxds/EventHandler.h"
-#include "fxds/Globals.h"
-#include "fxds/PropertyAccess.h"
-#include "fxds/Ref.h"
-#include "fxds/StrArray.h"
-#include "fxds/Trace.h"
+#include "tests/support/Dataflow.h"
+#include "tests/support/Traced.h"
 
 struct Point {
     int x, y;
@@ -38,6 +30,8 @@ struct Source : fxObj {
     fxOutput<Point> place = addOutput<Point>("place");
     fxOutput<fxStr> text = addOutput<fxStr>("text");
     fxOutput<std::string> words = addOutput<std::string>("words");
+    fxOutput<const char*> line = addOutput<const char*>("line");
+    fxOutput<float> part = addOutput<float>("part");
 };
 
 struct Sink : fxObj {
@@ -58,6 +52,7 @@ struct Sink : fxObj {
         addInput("truth", [this](bool v) { value = v ? 1 : 0; });
         addInput("fraction", [this](double v) { fraction = v; });
         addInput("fxStr", [this](const fxStr& v) { text = v.c_str(); });
+        addInput("chars", [this](const char* v) { text = v; });
     }
     void setPlace(const Point& p) { value = p.y; }
     void setText(std::string_view v) { text = v; }
@@ -72,9 +67,11 @@ struct Sink : fxObj {
 constexpr Point far{4, 5};
 int xOf(const Point& p) { return p.x; }
 
-struct Receivers : testing::Test {
+struct Receivers : Dataflow {
     static void SetUpTestSuite() {
         fxInitializeToolkit();
+        EXPECT_EQ(fxConverter::findConverter(fxDT_long, fxDT_int), nullptr);
+        EXPECT_EQ(fxConverter::findConverter(fxDT_int, fxDT_double), nullptr);
         fxConverter::createMoreConverters();
         fxConverter::add<xOf>();
         fxConverter::add([](const Point& p) { return std::to_string(p.x); });
@@ -108,6 +105,15 @@ TEST_F(Receivers, EveryKindOfReceiverGetsEveryWayOfSending) {
         {"text", "number", [](Source& s, auto how) { s.text.send("99999999999", how); }, 2147483647,
          ""},
         {"text", "number", [](Source& s, auto how) { s.text.send("-1.5e3x", how); }, -1500, ""},
+        {"number", "chars", [](Source& s, auto how) { s.number.send(INT_MIN, how); }, 0,
+         "-2147483648"},
+        {"part", "chars", [](Source& s, auto how) { s.part.send(0.25f, how); }, 0, "0.25"},
+        {"fraction", "chars", [](Source& s, auto how) { s.fraction.send(0.1, how); }, 0, "0.1"},
+        {"text", "chars", [](Source& s, auto how) { s.text.send("a b", how); }, 0, "a b"},
+        {"line", "chars", [](Source& s, auto how) { s.line.send("as is", how); }, 0, "as is"},
+        {"line", "number", [](Source& s, auto how) { s.line.send("12abc", how); }, 12, ""},
+        {"line", "number", [](Source& s, auto how) { s.line.send("abc", how); }, 0, ""},
+        {"line", "number", [](Source& s, auto how) { s.line.send(nullptr, how); }, 0, ""},
     };
     for (const auto& row : rows) {
         for (const auto how : {now, fxObj::fxSendQueued, fxObj::fxSendUrgent}) {
@@ -115,7 +121,7 @@ TEST_F(Receivers, EveryKindOfReceiverGetsEveryWayOfSending) {
             const fxConnection joined = fxConnect(&source, row.output, &target, row.input);
             ASSERT_TRUE(joined) << joined.whyNot();
             row.send(source, how);
-            fx_theEventHandler->distributeEvents();
+            distribute();
             EXPECT_EQ(target.value, row.value) << row.output << " -> " << row.input;
             EXPECT_EQ(target.text, row.text) << row.output << " -> " << row.input;
         }
@@ -131,6 +137,127 @@ TEST_F(Receivers, EveryKindOfReceiverGetsEveryWayOfSending) {
     EXPECT_STREQ(fxDataTypeName(fxChannelType<Point>::type()), "Point");
     EXPECT_EQ(fxChannelType<Point>::type(), 12);
 }
+
+// Boxes and converters.
+
+// A text is adopted by the box.
+template <class T>
+void expectBox(const T& value, const char* name) {
+    typename fxChannelType<T>::Box box(value);
+    EXPECT_EQ(box.getType(), fxChannelType<T>::type());
+    EXPECT_EQ(box.getSize(), sizeof(T));
+    EXPECT_STREQ(box.dataName(), name);
+    EXPECT_EQ(box.count, 0u);
+    T copy{}, delivered{};
+    box.getValue(fxDT_void, &copy);
+    typedef typename fxChannelType<T>::Passed Passed;
+    void (*receive)(void*, Passed) = [](void* to, Passed v) { *static_cast<T*>(to) = v; };
+    box.deliverTo(reinterpret_cast<void (*)()>(receive), &delivered);
+    EXPECT_TRUE(copy == value && delivered == value);
+}
+
+// More aligned than the library's storage of small objects.
+template <class Base>
+struct alignas(128) Aligned : Base {
+    using Base::Base;
+};
+
+template <class Small, class... Arguments>
+void expectAligned(Arguments... arguments) {
+    for (int i = 0; i < 3; ++i) {
+        auto* aligned = new Aligned<Small>(arguments()...);
+        EXPECT_EQ(reinterpret_cast<uintptr_t>(aligned) % 128, 0u);
+        delete aligned;
+        delete new Small(arguments()...);
+    }
+    alignas(Small) char place[sizeof(Small)];
+    auto* placed = new (place) Small(arguments()...);
+    EXPECT_EQ(static_cast<void*>(placed), place);
+    placed->~Small();
+}
+
+TEST_F(Receivers, BoxesHoldAndDeliverTheirKind) {
+    expectBox<unsigned char>(200, "TYPE");
+    expectBox(INT_MIN, "TYPE");
+    expectBox(LONG_MAX, "TYPE");
+    expectBox(0.5f, "TYPE");
+    expectBox(-1e300, "TYPE");
+    expectBox<char*>(fxCopyCharPtr("taken over"), "char *");
+    expectBox<char*>(nullptr, "char *");
+    expectBox(fxStr("string"), "fxStr");
+    expectBox(fxStrArray{"a"}, "fxStrArray");
+    EXPECT_EQ(fxVoidData().getSize(), 0u);
+    EXPECT_STREQ(fxVoidData().dataName(), "void");
+    expectAligned<fxIntData>([] { return 7; });
+    static fxInputChannel input(fxDT_int, nullptr, nullptr, 0);
+    input.take();
+    expectAligned<fxMessageEvent>([] { return &input; },
+                                  []() -> fxData* { return new CountedData(1); });
+}
+
+// What arrives at an input for `To`; the connection lets go of the input.
+template <class To, class From>
+To converted(From value) {
+    fxObj source, end;
+    To arrived{};
+    const auto output = source.addOutput<From>("out");
+    const fxInputChannel* const input = end.addInput("in", [&](To v) { arrived = v; });
+    const unsigned long holders = input->refCount;
+    source.connect("out", &end, "in");
+    output.send(value, now);
+    source.disconnect("out", &end, "in");
+    EXPECT_EQ(input->refCount, holders);
+    return arrived;
+}
+
+float doubled(int value) { return static_cast<float>(value) * 2; }
+fxStr twice(const fxStr& text) { return fxStr(text | text); }
+
+TEST_F(Receivers, NumbersConvertByTheNewestConverter) {
+    typedef unsigned char Byte;
+    EXPECT_EQ(converted<int>(Byte{200}), 200);
+    EXPECT_EQ(converted<float>(Byte{3}), 3.0f);
+    EXPECT_EQ(converted<double>(Byte{255}), 255.0);
+    EXPECT_EQ(converted<Byte>(256), 0);
+    EXPECT_EQ(converted<Byte>(257), 1);
+    EXPECT_EQ(converted<Byte>(-1), 255);
+    EXPECT_EQ(converted<float>(-7), -7.0f);
+    EXPECT_EQ(converted<Byte>(256.5f), 0);
+    EXPECT_EQ(converted<Byte>(257.9f), 1);
+    EXPECT_EQ(converted<double>(0.5f), 0.5);
+    EXPECT_EQ(converted<int>(-2.9f), -2);
+    EXPECT_EQ(converted<Byte>(std::nan("")), 0);
+    EXPECT_EQ(converted<float>(1e300), INFINITY);
+    EXPECT_EQ(converted<float>("2.5e1"), 25.0f);
+    EXPECT_EQ(converted<int>(2147483647.9), INT_MAX);
+    for (const double odd : {2147483648.0, -2147483649.0, 1e300, -HUGE_VAL, std::nan("")}) {
+        EXPECT_EQ(converted<int>(odd), INT_MIN) << odd;
+    }
+    fxInputChannel* a = fxConverter::findConverter(fxDT_int, fxDT_fxBool);
+    fxInputChannel* b = fxConverter::findConverter(fxDT_int, fxDT_fxBool);
+    EXPECT_TRUE(a != b && a->isConverter() && a->closure == nullptr);
+    delete a;
+    b->take();
+    b->release();
+    fxConverter* const newest = fx_theConverters;
+    {
+        const std::unique_ptr<fxConverter> own(fxConverter::add<doubled>());
+        EXPECT_EQ(converted<float>(4), 8.0f);
+    }
+    {
+        const std::unique_ptr<fxConverter> own(fxConverter::add<twice>());
+        fxInputChannel* const converter = fxConverter::findConverter(fxDT_fxStr, fxDT_fxStr);
+        converter->take();
+        static_cast<fxConverter*>(converter)->splice(sink.getInput("text"));
+        converter->call(fxStr("text"));
+        converter->release();
+        EXPECT_EQ(sink.text, "texttext");
+    }
+    EXPECT_EQ(fx_theConverters, newest) << "a destroyed converter leaves the list";
+    EXPECT_EQ(converted<float>(4), 4.0f);
+}
+
+// Connections.
 
 TEST_F(Receivers, ConnectionsSayWhyTheyAreNotMade) {
     const struct {
@@ -170,18 +297,13 @@ TEST_F(Receivers, ConnectionsSayWhyTheyAreNotMade) {
     fxConnect(source.number, none, &Sink::setLong).disconnect();
     EXPECT_EQ(testing::internal::GetCapturedStderr(),
               "fxConnect: moved\nfxConnect: copied\nfxConnect: there is no target\n");
-    std::vector<std::string> lines;
-    fxTrace::setSink([](void* to, const char* line,
-                        size_t) { static_cast<std::vector<std::string>*>(to)->push_back(line); },
-                     &lines);
-    fxTrace::enable("connect");
-    source.connect("number", &sink, "levle");
-    source.connect("number", &sink, "any");
-    fxTrace::enable(0u);
-    fxTrace::setSink(nullptr, nullptr);
-    ASSERT_EQ(lines.size(), 2u);
-    EXPECT_NE(lines[0].find("no input \"levle\""), std::string::npos);
-    EXPECT_EQ(lines[1], "fxds connect Source#1.number (int) -> Sink#1.any (void)");
+    const std::string lines = traced("connect", [this] {
+        source.connect("number", &sink, "levle");
+        source.connect("number", &sink, "any");
+    });
+    EXPECT_NE(lines.find("no input \"levle\""), std::string::npos);
+    EXPECT_EQ(lines.substr(lines.find('\n')),
+              "\nfxds connect Source#1.number (int) -> Sink#1.any (void)\n");
 }
 
 TEST_F(Receivers, ConnectionsEndWithTheirEndsAndWhenTheyAreCut) {
@@ -205,7 +327,7 @@ TEST_F(Receivers, ConnectionsEndWithTheirEndsAndWhenTheyAreCut) {
         EXPECT_EQ(context.value, 2);
         source.number.send(3);  // withdrawn with the context
     }
-    fx_theEventHandler->distributeEvents();
+    distribute();
     source.number.send(4, now);
     EXPECT_EQ(calls, 2);
     EXPECT_FALSE(ended);
