@@ -19,6 +19,10 @@ void Torturer::audit() {
         require(fx_theExecutive->handlers[fd] == objectOf(model.handlers[fd]),
                 "another handler of descriptor", static_cast<Id>(fd));
     }
+    const SelectState& state = model.selectState;
+    require(model.isDirty ||
+                fx_theExecutive->minFd == (state.count > 0 ? state.lowest : int{fxExec::noHandler}),
+            "another lowest descriptor", state.lowest);
     const fxVoidPtrArray& applications = fx_theExecutive->applications;
     require(applications.length() == model.applications.size(), "other applications", 0);
     for (unsigned int i = 0; i < applications.length() && report.empty(); ++i) {
@@ -81,16 +85,23 @@ void Torturer::auditObject(Id id) {
     const size_t count =
         object.properties.size() + (object.tables[in] != 0) + (object.tables[out] != 0);
     // What makes the tables of channels, which are to seem to be there all the time.
-    if (crowd != Crowd::few || chance(20)) {
+    const bool isSeen = crowd != Crowd::few || chance(20);
+    if (isSeen) {
         const fxInputChannel* const input = real.getInput(inputNames[0]);
         const char* const name = input != nullptr ? input->getName() : nullptr;
         require(real.getNumberOfProperties() == count, "other properties of object", id);
         require(name == nullptr || name == input->getName(), "a name has moved in object", id);
     }
     require(real.refCount == static_cast<unsigned long>(object.holders), "holders of object", id);
+    long last = -1;
     for (const auto& property : object.properties) {
         const auto tag = static_cast<unsigned short>(firstTag + property.first);
-        require(real.findProperty(tag) != nullptr, "a property lacks in object", id);
+        unsigned int index = 0;
+        const fxProperty* const found = real.findProperty(tag, isSeen ? &index : nullptr);
+        require(found != nullptr, "a property lacks in object", id);
+        if (!isSeen) continue;
+        require(real.getProperty(index) == found && index > last, "properties of object", id);
+        last = index;
     }
     for (int place = 0; place < slots && report.empty(); ++place) {
         auditInput(real.getInput(inputNames[place]), model.channel(id, in, place));

@@ -170,7 +170,7 @@ void Model::dropTable(Id id) {
     const Table table = tables.at(id);
     tables.erase(id);
     for (const Id channel : table.channels) {
-        if (channel != 0) table.side == in ? endInput(channel) : endOutput(channel);
+        endChannel(table.side, channel);
     }
 }
 
@@ -189,30 +189,25 @@ Id Model::addInput(Id id, int slot, int type, bool replaces) {
 
 Id Model::addOutput(Id id, int slot, int type) {
     const Id output = newId();
-    const Id replaced = std::exchange(place(id, out, slot), output);
-    if (replaced != 0) endOutput(replaced);
+    endChannel(out, std::exchange(place(id, out, slot), output));
     outputs[output] = {id, type, {}};
     return output;
 }
 
-void Model::removeInput(Id id, int slot) {
-    if (channel(id, in, slot) != 0) endInput(std::exchange(place(id, in, slot), 0));
+void Model::removeChannel(Id id, Side side, int slot) {
+    if (channel(id, side, slot) != 0) endChannel(side, std::exchange(place(id, side, slot), 0));
 }
 
-void Model::removeOutput(Id id, int slot) {
-    if (channel(id, out, slot) != 0) endOutput(std::exchange(place(id, out, slot), 0));
-}
-
-void Model::endInput(Id input) {
-    discardMessages(input);
-    disconnectAll(input);
-    inputs.erase(input);
-    ended.push_back(input);
-}
-
-void Model::endOutput(Id output) {
-    outputs.erase(output);
-    ended.push_back(output);
+void Model::endChannel(Side side, Id channel) {
+    if (channel == 0) return;
+    if (side == in) {
+        discardMessages(channel);
+        disconnectAll(channel);
+        inputs.erase(channel);
+    } else {
+        outputs.erase(channel);
+    }
+    ended.push_back(channel);
 }
 
 void Model::connect(Id output, Id input) {

@@ -339,8 +339,7 @@ public:
 
     Id addInput(Id object, int slot, int type, bool replaces);
     Id addOutput(Id object, int slot, int type);
-    void removeInput(Id object, int slot);
-    void removeOutput(Id object, int slot);
+    void removeChannel(Id object, Side side, int slot);
     void connect(Id output, Id input);
     bool isConnected(Id output, Id input) const;
     void disconnect(Id output, Id input);
@@ -401,8 +400,7 @@ public:
 private:
     size_t positionOf(Id event) const;
     void discardMessages(Id input);
-    void endInput(Id input);
-    void endOutput(Id output);
+    void endChannel(Side side, Id channel);
     Id& place(Id object, Side side, int slot);
     void letGo(const Held& held);
 

@@ -155,8 +155,8 @@ void Torturer::step() {
     const bool empties = kind == 93 || kind == 94 || kind == 97 || kind == 98;  // the queue
     if (crowd == Crowd::messages && empties && chance(95)) return sendSomething();
     if (kind < 4) return destroy(anyObject());
-    if (kind < 9) return changeInput(anyObject());
-    if (kind < 14) return changeOutput(anyObject());
+    if (kind < 9) return changeChannel(anyObject(), in);
+    if (kind < 14) return changeChannel(anyObject(), out);
     if (kind < 40) return changeConnection();
     if (kind < 43) return changeInputsConnections();
     if (kind < 67) return sendSomething();
@@ -204,8 +204,8 @@ void Torturer::create() {
     objects[id] = {real, true};
     living.push_back(id);
     for (int i = 0; i < slots && (crowd != Crowd::few || chance(30)); ++i) {
-        changeInput(id);
-        changeOutput(id);
+        changeChannel(id, in);
+        changeChannel(id, out);
     }
 }
 
@@ -219,40 +219,27 @@ void Torturer::destroy(Id id) {
     during([&] { object->release(); });
 }
 
-void Torturer::changeInput(Id id) {
+void Torturer::changeChannel(Id id, Side side) {
     fxObj& object = *objects.at(id).object;
     const int place = slot();
+    const char* const name = side == in ? inputNames[place] : outputNames[place];
     if (chance(30)) {
-        note("remove input: object, slot", id, place);
-        model.removeInput(id, place);
-        during([&] { object.removeInput(inputNames[place]); });
+        note("remove channel: object, side, slot", id, side, place);
+        model.removeChannel(id, side, place);
+        during([&] { side == in ? object.removeInput(name) : object.removeOutput(name); });
         return;
     }
-    const unsigned short type = types[below(3)];
-    const bool replaces = chance(40);
-    const Id input = model.addInput(id, place, type, replaces);
-    note("add input: object, slot, input", id, place, input);
-    ears[input] = std::make_unique<Ear>(input);
+    const bool isTick = side == out && place == tickSlot && chance(70);
+    const unsigned short type = types[isTick ? 0 : below(3)];
+    const bool replaces = side == in && chance(40);
+    const Id channel =
+        side == in ? model.addInput(id, place, type, replaces) : model.addOutput(id, place, type);
+    note("add channel: object, slot, channel", id, place, channel);
+    if (side == out) return during([&] { outputs[channel] = object.addOutput(name, type); });
+    ears[channel] = std::make_unique<Ear>(channel);
     during([&] {
-        inputs[input] = object.addInput(inputNames[place], type, ears[input].get(), hearer(type),
-                                        replaces ? 3 : 2);
-    });
-}
-
-void Torturer::changeOutput(Id id) {
-    fxObj& object = *objects.at(id).object;
-    const int place = slot();
-    if (chance(30)) {
-        note("remove output: object, slot", id, place);
-        model.removeOutput(id, place);
-        during([&] { object.removeOutput(outputNames[place]); });
-        return;
-    }
-    const int type = place == tickSlot && chance(70) ? int{voidType} : types[below(3)];
-    const Id output = model.addOutput(id, place, type);
-    note("add output: object, slot, output", id, place, output);
-    during([&] {
-        outputs[output] = object.addOutput(outputNames[place], static_cast<unsigned short>(type));
+        inputs[channel] =
+            object.addInput(name, type, ears[channel].get(), hearer(type), replaces ? 3 : 2);
     });
 }
 

@@ -190,29 +190,6 @@ Id Torturer::anyObject(Kind kind) {
     return 0;
 }
 
-Torturer::Place Torturer::anyOutput(bool isConnected) {
-    Place place{};
-    for (int i = 0; i < 8; ++i) {
-        place = {anyObject(), slot(), 0};
-        place.channel = model.channel(place.object, out, place.slot);
-        if (place.channel == 0) continue;
-        if (!isConnected || !model.outputs.at(place.channel).connections.empty()) break;
-    }
-    return place;
-}
-
-Torturer::Place Torturer::anyInput(Id output) {
-    Place place{};
-    for (int i = 0; i < 8; ++i) {
-        place = {anyObject(), slot(), 0};
-        place.channel = model.channel(place.object, in, place.slot);
-        if (place.channel == 0) continue;
-        if (output == 0) break;
-        if (isConvertible(model.outputs.at(output).type, model.inputs.at(place.channel).type))
-            break;
-    }
-    return place;
-}
 void Torturer::run(unsigned long steps) {
     while (stepsTaken < steps && report.empty()) {
         reactionsLeft = reactions;

@@ -139,14 +139,32 @@ private:
         int slot;
         Id channel;  // or 0
     };
-    Place anyOutput(bool isConnected);
-    Place anyInput(Id output);
+    template <class Suits>
+    Place anyPlace(Side side, Suits suits) {
+        Place place{};
+        for (int i = 0; i < 8; ++i) {
+            place = {anyObject(), slot(), 0};
+            place.channel = model.channel(place.object, side, place.slot);
+            if (place.channel != 0 && suits(place.channel)) break;
+        }
+        return place;
+    }
+    Place anyOutput(bool isConnected) {
+        return anyPlace(out, [=](Id output) {
+            return !isConnected || !model.outputs.at(output).connections.empty();
+        });
+    }
+    Place anyInput(Id output) {
+        return anyPlace(in, [=](Id input) {
+            return output == 0 ||
+                   isConvertible(model.outputs.at(output).type, model.inputs.at(input).type);
+        });
+    }
 
     void step();
     void create();
     void destroy(Id object);
-    void changeInput(Id object);
-    void changeOutput(Id object);
+    void changeChannel(Id object, Side side);
     void changeConnection();
     void changeInputsConnections();
     void sendSomething();
