@@ -57,6 +57,18 @@ void appendPrintable(std::string_view& text, std::string& shown) {
 
 }  // namespace
 
+bool fxFlowIsChannel(std::string_view text) {
+    for (const char c : text) {
+        const bool isLetter = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || c == '_';
+        if (!isLetter && !(c >= '0' && c <= '9')) return false;
+    }
+    return !text.empty();
+}
+
+bool fxFlowIsName(std::string_view text) {
+    return fxFlowIsChannel(text) && !(text[0] >= '0' && text[0] <= '9');
+}
+
 bool fxFlowIsBare(std::string_view value) {
     for (const char c : value) {
         if (!isBare(c)) return false;

@@ -57,6 +57,12 @@ private:
     bool goesOn = false;  // after a comma or an arrow
 };
 
+///@{
+/// Whether it can be the name of an object or a property, and that of a channel without
+/// quotes.
+bool fxFlowIsName(std::string_view text);
+bool fxFlowIsChannel(std::string_view text);
+///@}
 /// Whether a value is written without quotes.
 bool fxFlowIsBare(std::string_view value);
 /// The value in quotes.

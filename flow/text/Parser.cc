@@ -13,20 +13,6 @@ namespace {
 constexpr std::array deliveries = {fxFlowDelivery::queued, fxFlowDelivery::urgent,
                                    fxFlowDelivery::newest, fxFlowDelivery::now};
 
-bool isDigit(char c) { return c >= '0' && c <= '9'; }
-bool isNamePart(char c) {
-    return isDigit(c) || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || c == '_';
-}
-
-bool isChannel(std::string_view text) {
-    for (const char c : text) {
-        if (!isNamePart(c)) return false;
-    }
-    return !text.empty();
-}
-
-bool isName(std::string_view text) { return isChannel(text) && !isDigit(text[0]); }
-
 // The number that is the whole text, or false.
 template <class Number>
 bool readNumber(const std::string& text, Number& number) {
@@ -102,7 +88,7 @@ void fxFlowParser::statement() {
 }
 
 void fxFlowParser::statement(const fxFlowToken& first) {
-    const bool isEnd = first.text.find('.') != std::string::npos;
+    const bool isEnd = first.text.find('.') != std::string::npos || isDotApart(first);
     if (token.is('=')) {
         takeObject(first);
     } else if (token.kind == Kind::arrow || isEnd) {
@@ -123,7 +109,7 @@ void fxFlowParser::statement(const fxFlowToken& first) {
 }
 
 bool fxFlowParser::takeName(const fxFlowToken& from, const char* what, Word& name) {
-    if (from.kind != Kind::word || !isName(from.text)) {
+    if (from.kind != Kind::word || !fxFlowIsName(from.text)) {
         return tell(from.place, std::string("expected ") + what + ", not " + from.shown());
     }
     name = {from.text, from.place};
@@ -173,11 +159,22 @@ bool fxFlowParser::takeEnd(fxFlowText::End& end) {
     return takeEnd(first, end);
 }
 
+// Whether the dot of an end, of which `first` is a part, has a blank beside it.
+bool fxFlowParser::isDotApart(const fxFlowToken& first) const {
+    if (token.kind != Kind::word) return false;
+    return first.text.back() == '.' ||
+           (token.text.front() == '.' && first.text.find('.') == std::string::npos);
+}
+
 // NAME.CHANNEL; the token behind the word is the next.
 bool fxFlowParser::takeEnd(const fxFlowToken& first, fxFlowText::End& end) {
     const std::string_view text = first.text;
     const size_t dot = text.find('.');
-    if (dot == std::string_view::npos || !isName(text.substr(0, dot))) {
+    if (isDotApart(first)) {
+        return tell(first.place, "expected OBJECT.CHANNEL without blanks around the dot, not " +
+                                     fxFlowShown(first.text + ' ' + token.text));
+    }
+    if (dot == std::string_view::npos || !fxFlowIsName(text.substr(0, dot))) {
         return tell(first.place, "expected OBJECT.CHANNEL, not " + first.shown());
     }
     const std::string_view channel = text.substr(dot + 1);
@@ -187,7 +184,7 @@ bool fxFlowParser::takeEnd(const fxFlowToken& first, fxFlowText::End& end) {
     if (channel.empty() && token.kind == Kind::quoted && token.isGlued) {
         end.channel.text = token.text;
         advance();
-    } else if (!isChannel(channel)) {
+    } else if (!fxFlowIsChannel(channel)) {
         return tell(end.channel.place,
                     "expected a channel behind " + fxFlowShown(text.substr(0, dot + 1)) +
                         "; those of other characters than letters, digits and _ are in quotes");

@@ -86,6 +86,7 @@ private:
     bool takeStep(const fxFlowToken& first, fxFlowText::Step& step);
     bool takeSent(fxFlowText::Step& step);
     bool takeName(const fxFlowToken& from, const char* what, Word& name);
+    bool isDotApart(const fxFlowToken& first) const;
     bool takeEnd(fxFlowText::End& end);
     bool takeEnd(const fxFlowToken& first, fxFlowText::End& end);
     bool takeValue(const char* expected, Word& value);

@@ -120,9 +120,8 @@ bool fxFlowText::hasErrors() const {
 std::string fxFlowText::write() const {
     const auto end = [](const End& written) {
         const std::string& channel = written.channel.text;
-        const bool isBare =
-            fxFlowIsBare(channel) && channel.find_first_of(".+/:%-") == std::string::npos;
-        return written.object.text + '.' + (isBare ? channel : fxFlowInQuotes(channel));
+        return written.object.text + '.' +
+               (fxFlowIsChannel(channel) ? channel : fxFlowInQuotes(channel));
     };
     std::string text;
     for (const Word& each : plugins) text += "use " + fxFlowInQuotes(each.text) + '\n';

@@ -137,6 +137,10 @@ TEST_F(FlowText, FaultsAreToldOnce) {
         {"a.b", "1:4: error: expected \"->\", not the end of the text"},
         {"a.b -> c.d -> e.f", "1:12: error: expected \",\" or the end of the line, not \"->\""},
         {"a -> b.c", "1:1: error: expected OBJECT.CHANNEL, not \"a\""},
+        {"a .b -> c.d",
+         "1:1: error: expected OBJECT.CHANNEL without blanks around the dot, not \"a .b\""},
+        {"a.b -> c. d",
+         "1:8: error: expected OBJECT.CHANNEL without blanks around the dot, not \"c. d\""},
         {"a.b -> c.d.e",
          "1:10: error: expected a channel behind \"c.\"; those of other characters than letters, "
          "digits and _ are in quotes"},
