@@ -30,7 +30,7 @@ struct FX_API fxFlowTestResult {
 ///
 /// `expect` takes the next value of an end since the last one it took, in the order in
 /// which they came; `expect last` and `expect no` take all of them. Two numbers are the
-/// same when they agree to nine digits.
+/// same when they agree to nine digits, those of type float when they agree to six.
 ///
 /// Needs fxInitializeToolkit(); a test that connects numbers to texts, also
 /// fxConverter::createMoreConverters(), which the program fxflow calls.

@@ -33,6 +33,7 @@ namespace fxFlowDetail {
 /// Numbers, truths ("yes" and "no") and texts as a flow writes them.
 FX_API std::string textOf(bool value);
 FX_API std::string textOf(long value);
+FX_API std::string textOf(float value);
 FX_API std::string textOf(double value);
 FX_API std::string textOf(const fxStrArray& value);
 ///@}
@@ -50,6 +51,8 @@ std::string shown(const T& value) {
         return textOf(value != 0);
     } else if constexpr (std::is_integral_v<T>) {
         return textOf(static_cast<long>(value));
+    } else if constexpr (std::is_same_v<T, float>) {
+        return textOf(value);
     } else if constexpr (std::is_floating_point_v<T>) {
         return textOf(static_cast<double>(value));
     } else if constexpr (std::is_same_v<T, const char*>) {
@@ -75,7 +78,10 @@ bool parsed(const std::string& text, Use use) {
                value <= std::numeric_limits<T>::max() && (use(static_cast<T>(value)), true);
     } else if constexpr (std::is_floating_point_v<T>) {
         double value = 0;
-        return fromText(text, value) && (use(static_cast<T>(value)), true);
+        constexpr double most = std::numeric_limits<T>::max();
+        if (!fromText(text, value) || (std::isfinite(value) && std::fabs(value) > most))
+            return false;
+        return use(static_cast<T>(value)), true;
     } else if constexpr (std::is_same_v<T, const char*>) {
         return use(text.c_str()), true;
     } else if constexpr (std::is_same_v<T, fxStr>) {

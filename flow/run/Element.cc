@@ -44,7 +44,8 @@ std::string fxElementProperty::whyNot(const std::string& value) const {
     const bool isNumber = type == "number" || type == "whole number";
     if (!fits(value)) {
         long whole = 0;
-        if (isNumber && fromText(value, whole)) return "is out of range";
+        const bool isOfType = type == "number" ? fromText(value, number) : fromText(value, whole);
+        if (isNumber && isOfType) return "is out of range";
         return type == "yes or no" ? "is neither yes nor no" : "is not a " + type;
     }
     if (isNumber && fromText(value, number)) {

@@ -35,7 +35,8 @@ bool isSame(const fxFlowType* type, const std::string& one, const std::string& o
     bool isOther = false;
     if ((number == fxDT_float || number == fxDT_double) && fxFlowDetail::fromText(one, a) &&
         fxFlowDetail::fromText(other, b)) {
-        return a == b || std::fabs(a - b) <= 1e-9 * std::max(std::fabs(a), std::fabs(b));
+        const double part = number == fxDT_float ? 1e-6 : 1e-9;
+        return a == b || std::fabs(a - b) <= part * std::max(std::fabs(a), std::fabs(b));
     }
     if (number == fxDT_fxBool && fxFlowDetail::fromText(one, isOne) &&
         fxFlowDetail::fromText(other, isOther)) {

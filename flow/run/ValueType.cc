@@ -31,6 +31,17 @@ bool numberFrom(const std::string& text, Number& value) {
     return true;
 }
 
+template <class Number>
+std::string textFrom(Number value) {
+    const Number size = std::fabs(value);
+    const bool isUsual = value == 0 || (size >= Number(1e-4) && size < Number(1e15));
+    char digits[64];
+    const std::to_chars_result result =
+        isUsual ? std::to_chars(digits, digits + sizeof digits, value, std::chars_format::fixed)
+                : std::to_chars(digits, digits + sizeof digits, value);
+    return std::string(digits, result.ptr);
+}
+
 // Whether an element of an array is written without quotes.
 bool isBare(std::string_view text) {
     return !text.empty() && text.find_first_of("\",\\") == std::string_view::npos &&
@@ -59,15 +70,9 @@ std::string fxFlowDetail::textOf(bool value) { return value ? "yes" : "no"; }
 
 std::string fxFlowDetail::textOf(long value) { return std::to_string(value); }
 
-std::string fxFlowDetail::textOf(double value) {
-    const double size = std::fabs(value);
-    const bool isUsual = value == 0 || (size >= 1e-4 && size < 1e15);
-    char digits[64];
-    const std::to_chars_result result =
-        isUsual ? std::to_chars(digits, digits + sizeof digits, value, std::chars_format::fixed)
-                : std::to_chars(digits, digits + sizeof digits, value);
-    return std::string(digits, result.ptr);
-}
+std::string fxFlowDetail::textOf(float value) { return textFrom(value); }
+
+std::string fxFlowDetail::textOf(double value) { return textFrom(value); }
 
 std::string fxFlowDetail::textOf(const fxStrArray& value) {
     std::string text;
