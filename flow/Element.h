@@ -139,6 +139,10 @@ struct FX_API fxElementChannel {
 
 /// The description of a class of elements. Descriptions are made by FX_ELEMENT, live as
 /// long as the program, and are found by name.
+///
+/// A description may not throw, nor give two properties, two inputs or two outputs one name;
+/// the name of a property is one that a text can write: letters, digits and _, the first no
+/// digit. A faulty description is fatal, in a plug-in a reason not to load it.
 class FX_API fxElementKind {
 public:
     fxElementKind(const fxElementKind&) = delete;
@@ -173,8 +177,8 @@ public:
 protected:
     /// Copies both texts; see enter().
     fxElementKind(const char* name, const char* sentence);
-    /// Enters the description.
-    void enter();
+    /// Calls `describe`, and enters the description.
+    void enter(const std::function<void()>& describe);
 };
 
 /// Describes the class C; the parameter of the body of FX_ELEMENT.
@@ -189,8 +193,7 @@ public:
     /// Describes the class by calling `describe`, and enters the description.
     fxElementOf(const char* name_, const char* sentence_, Describe* describe)
         : fxElementKind(name_, sentence_) {
-        describe(*this);
-        enter();
+        enter([this, describe] { describe(*this); });
     }
 
     ///@{

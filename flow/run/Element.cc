@@ -2,8 +2,11 @@
 
 #include <algorithm>
 #include <map>
+#include <set>
 
 #include "flow/run/Network.h"
+#include "flow/text/Lexer.h"
+#include "fxds/Fatal.h"
 
 fxElement::~fxElement() = default;
 
@@ -63,7 +66,7 @@ std::string fxElementProperty::whyNot(const std::string& value) const {
         }
         return text;
     }
-    return test != nullptr ? test(value) : "";
+    return test != nullptr ? fxFlowDetail::outcomeOf([&] { return test(value); }) : "";
 }
 
 const char* fxElementChannel::typeName() const { return fxDataTypeName(type->number()); }
@@ -83,6 +86,35 @@ Kinds& kinds() {
     return all;
 }
 
+void remove(const std::string& name, const fxElementKind* kind) {
+    const auto found = kinds().byName.find(name);
+    if (found != kinds().byName.end() && found->second == kind) kinds().byName.erase(found);
+}
+
+// The first name that two of them have, or "".
+template <class Described>
+std::string nameOfTwo(const std::vector<Described>& all) {
+    std::set<std::string_view> names;
+    for (const Described& each : all) {
+        if (!names.insert(each.name).second) return fxFlowShown(each.name);
+    }
+    return "";
+}
+
+// The fault of a description, or "".
+std::string whyNotDescribed(const fxElementKind& kind) {
+    for (const fxElementProperty& each : kind.properties) {
+        if (!fxFlowIsName(each.name))
+            return "no text can name the property " + fxFlowShown(each.name);
+    }
+    for (const auto& [what, name] : {std::pair("properties", nameOfTwo(kind.properties)),
+                                     std::pair("inputs", nameOfTwo(kind.inputs)),
+                                     std::pair("outputs", nameOfTwo(kind.outputs))}) {
+        if (!name.empty()) return std::string("two ") + what + " have the name " + name;
+    }
+    return "";
+}
+
 template <class Described>
 const Described* findNamed(const std::vector<Described>& all, std::string_view name) {
     const auto found = std::find_if(all.begin(), all.end(),
@@ -95,13 +127,30 @@ const Described* findNamed(const std::vector<Described>& all, std::string_view n
 fxElementKind::fxElementKind(const char* name_, const char* sentence_)
     : name(name_), sentence(sentence_) {}
 
-fxElementKind::~fxElementKind() {
-    const auto found = kinds().byName.find(name);
-    if (found != kinds().byName.end() && found->second == this) kinds().byName.erase(found);
+fxElementKind::~fxElementKind() { remove(name, this); }
+
+void fxElementKind::enter(const std::function<void()>& describe) {
+    const std::string why = fxFlowDetail::outcomeOf([&] {
+        describe();
+        return whyNotDescribed(*this);
+    });
+    const bool isFirst = why.empty() && kinds().byName.emplace(name, this).second;
+    if (why.empty() && !isFirst) kinds().duplicates.push_back(name);
+    fxFlowDetail::Describing* const loading = fxFlowDetail::Describing::current;
+    if (loading == nullptr && !why.empty())
+        fxFatal("FX_ELEMENT(%s): %s", name.c_str(), why.c_str());
+    if (loading == nullptr) return;
+    if (isFirst) loading->entered.emplace_back(name, this);
+    if (isFirst || !loading->fault.empty()) return;
+    loading->fault = why.empty() ? "there is a " + name + " already" : name + ": " + why;
 }
 
-void fxElementKind::enter() {
-    if (!kinds().byName.emplace(name, this).second) kinds().duplicates.push_back(name);
+fxFlowDetail::Describing* fxFlowDetail::Describing::current = nullptr;
+
+fxFlowDetail::Describing::~Describing() {
+    current = previous;
+    if (isKept) return;
+    for (const auto& [name, kind] : entered) remove(name, kind);
 }
 
 const fxElementProperty* fxElementKind::findProperty(std::string_view wanted) const {

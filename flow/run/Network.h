@@ -3,6 +3,7 @@
 #define FLOW_RUN_NETWORK_H
 
 #include <exception>
+#include <functional>
 #include <map>
 #include <memory>
 #include <string>
@@ -74,6 +75,24 @@ std::string outcomeOf(Call call) {
         return "an exception of an unknown kind";
     }
 }
+
+// While a plug-in is loaded: its descriptions, which are taken back unless they are kept.
+class Describing {
+public:
+    Describing() : previous(std::exchange(current, this)) {}
+    Describing(const Describing&) = delete;
+    Describing& operator=(const Describing&) = delete;
+    ~Describing();
+
+    std::string fault;  // of the first faulty description; "" for none
+    std::vector<std::pair<std::string, const fxElementKind*>> entered;  // may dangle
+    bool isKept = false;
+
+    static Describing* current;  // the innermost, or null
+
+private:
+    Describing* const previous;
+};
 
 // A problem at a place.
 fxFlowProblem problemAt(const fxFlowPlace& place, std::string text);
