@@ -57,6 +57,7 @@ public:
 
 private:
     void setLevel(float level);
+    void setFull(double value);
     void setParts(const fxStr& percentages);
     void setLook(const fxStr& words);
     void show();

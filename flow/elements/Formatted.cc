@@ -1,5 +1,6 @@
 #include "flow/elements/Formatted.h"
 
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -69,6 +70,10 @@ Parts taken(const std::string& format) {
     return parts;
 }
 
+std::string shownStart(const fxStr& value) {
+    return '"' + std::string(value.view().substr(0, 60)) + '"';
+}
+
 }  // namespace
 
 std::string Formatted::whyNot(const std::string& format) { return taken(format).fault; }
@@ -99,8 +104,7 @@ std::string Formatted::converted(const fxStr& value) const {
     char* end = nullptr;
     const double number = std::strtod(value.c_str(), &end);
     if (end == value.c_str()) {
-        throw std::invalid_argument('"' + std::string(value.view().substr(0, 60)) +
-                                    "\" is no number");
+        throw std::invalid_argument(shownStart(value) + " is no number");
     }
     const std::string start = '%' + flags + '*' + (precision >= 0 ? ".*" : "");
     fxStr text;
@@ -113,11 +117,14 @@ std::string Formatted::converted(const fxStr& value) const {
     };
     if (conversion == 'd' || conversion == 'x') {
         // Whole numbers that no double represents are read as whole numbers.
-        const bool isWhole = number < 9.2e18 && number > -9.2e18;
-        const long whole = std::strtol(value.c_str(), &end, 10);
-        const bool isDigits = *end != '.' && *end != 'e' && *end != 'E' && end != value.c_str();
-        const long cut = isDigits ? whole : isWhole ? static_cast<long>(number) : 0;
-        format(start + 'l' + conversion, cut);
+        char* endOfDigits = nullptr;
+        errno = 0;
+        const long whole = std::strtol(value.c_str(), &endOfDigits, 10);
+        const bool isDigits = endOfDigits == end;
+        if (isDigits ? errno == ERANGE : !(number < 9.2e18 && number > -9.2e18)) {
+            throw std::invalid_argument(shownStart(value) + " is no whole number of 64 bits");
+        }
+        format(start + 'l' + conversion, isDigits ? whole : static_cast<long>(number));
     } else {
         format(start + conversion, number);
     }

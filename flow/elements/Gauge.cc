@@ -20,6 +20,9 @@ constexpr unsigned int detailColumns = 24;
 constexpr unsigned int leastGraphColumns = 6;
 constexpr unsigned int leastBesideDetail = 36;
 constexpr unsigned int mostBarColumns = 30;
+constexpr int mostColumns = 10000;  // of a row
+constexpr double leastFull = 1e-9;
+constexpr double mostFull = 1e18;
 
 // Eighths of a column, from the left and from below, and the replacement without Unicode.
 const char* const leftEighths[] = {" ", "▏", "▎", "▍", "▌", "▋", "▊", "▉", "█"};
@@ -63,8 +66,8 @@ fxGauge::fxGauge() {
     addInput("alarm", [this](bool on) { alarm = on; });
     addInput("parts", [this](const fxStr& percentages) { setParts(percentages); });
     addInput("present", [this](bool on) { setPresent(on); });
-    addInput("full", [this](double value) { full = value; });
-    addInput("columns", [this](int columns) { width = columns; });
+    addInput("full", [this](double value) { setFull(value); });
+    addInput("columns", [this](int columns) { width = std::clamp(columns, 0, mostColumns); });
     addInput("look", [this](const fxStr& words) { setLook(words); });
     addInput("show", [this] { show(); });
 }
@@ -99,6 +102,15 @@ fxStr fxGauge::bar(float share, unsigned int columns, bool isUnicode) {
 void fxGauge::setPresent(bool on) {
     present = on;
     existence.send(present, fxSendNow);
+}
+
+// The range is that of the property, so that the flow can be read back.
+void fxGauge::setFull(double value) {
+    if (value >= leastFull && value <= mostFull) {
+        full = value;
+    } else {
+        complain("cannot be full at " + fxFlowDetail::textOf(value));
+    }
 }
 
 // Percentages with blanks between.
@@ -237,8 +249,9 @@ FX_ELEMENT(Gauge, "shows a quantity as text, bar and sparkline") {
     element.property("name", &Gauge::name, "what stands before the value")
         .testedBy(fxFlowDetail::whyZeroByte);
     element.property("unit", &Gauge::unit, "number", "what the value is").oneOf(Gauge::units());
-    element.property("full", &Gauge::full, 100.0, "at what the bar is full").range(1e-9, 1e18);
-    element.property("width", &Gauge::width, 80, "of a row").unit("columns").range(0, 10000);
+    element.property("full", &Gauge::full, 100.0, "at what the bar is full")
+        .range(leastFull, mostFull);
+    element.property("width", &Gauge::width, 80, "of a row").unit("columns").range(0, mostColumns);
     element.property("unicode", &Gauge::unicode, true, "whether to draw with parts of blocks");
     element.property("colour", &Gauge::colour, false, "whether to draw in colours");
     element.input<float>("level", "the value");

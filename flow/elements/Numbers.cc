@@ -4,6 +4,7 @@
 #include <deque>
 #include <limits>
 #include <numeric>
+#include <stdexcept>
 #include <utility>
 
 #include "flow/Element.h"
@@ -17,7 +18,11 @@ class Count final : public fxElement {
 public:
     const char* className() const override { return "Count"; }
 
-    void count() { value.send(++number, fxSendNow); }
+    void count() {
+        if (number == std::numeric_limits<long>::max())
+            throw std::overflow_error("counts no further");
+        value.send(++number, fxSendNow);
+    }
     void reset() { value.send(number = 0, fxSendNow); }
     bool xdrState(fxTranscriber& transcriber) override { return fxXdrAll(transcriber, number); }
 

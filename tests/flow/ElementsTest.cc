@@ -189,13 +189,15 @@ TEST_F(Elements, ComplainOfWhatTheyCannotUse) {
     Running run("f = Format format=%d\nd = Delay limit=1\nc = Cpu proc=/nowhere");
     run.watch("f", "text");
     run.flow.send("f", "value", "abc");
+    run.flow.send("f", "value", "1e30");
     run.flow.send("d", "value", "a");
     run.flow.send("d", "value", "b");
     run.flow.send("d", "value", "c");
     run.runToEnd();
     EXPECT_EQ(run.seen, "");
     EXPECT_EQ(run.complaints,
-              "f: \"abc\" is no number\nd: drops what comes: its limit is 1\n"
+              "f: \"abc\" is no number\nf: \"1e30\" is no whole number of 64 bits\nd: drops what "
+              "comes: its limit is 1\n"
               "c: cpu is off: /nowhere/stat: No such file or directory\n");
 }
 
