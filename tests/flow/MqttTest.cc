@@ -56,7 +56,9 @@ public:
         const Program program = {{MOSQUITTO_PATH, "-c", room.path + "/conf"}};
         process = ::start(program);
         const sockaddr_in address = loopback(port);
+        const Clock::time_point end = Clock::now() + patience;
         for (bool isThere = false; !isThere; usleep(2000)) {
+            ASSERT_LT(Clock::now(), end) << "the broker does not listen";
             const int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
             isThere = connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
             close(fd);
