@@ -23,7 +23,8 @@
 ///
 /// Objects may be dropped, and the flow may be destroyed, while described inputs and alarms
 /// of the flow's time run: dropped objects are destroyed afterwards. The flow holds its
-/// objects; one that is destroyed nevertheless is not used any more.
+/// objects; the destruction of one nevertheless is a complaint, and the flow goes on without
+/// it until apply() makes it anew.
 ///
 /// Needs fxInitializeToolkit(). A flow belongs to the loop's thread.
 class FX_API fxFlow : public fxObj {
@@ -56,7 +57,8 @@ public:
     std::string nameOf(const fxObj& object) const;  ///< "" for an object of others.
     fxFlowTime& time() const;                       ///< As it was given.
 
-    /// The flow as it is now, with the properties as they are; see fxFlowText::write().
+    /// The flow as it is now, with the properties as they are; see fxFlowText::write(). A
+    /// property whose value no text could give it is written as it was given.
     std::string write() const;
     /// The flow as it is now as Graphviz dot text; see fxFlowText::writeDot().
     void writeDot(std::ostream& out) const;

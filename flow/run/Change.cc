@@ -158,6 +158,12 @@ bool fxFlow::Change::start() {
             return each->element()->start();
         });
     }
+    // Elements that have ended others are fine themselves.
+    for (const Member* const each : members) {
+        if (each->isThere() || !isFine()) continue;
+        problems.push_back(fxFlowDetail::problemAt(
+            each->said.name.place, each->name() + ": has been destroyed by another object"));
+    }
     return isFine();
 }
 

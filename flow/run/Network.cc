@@ -56,7 +56,9 @@ fxFlowDetail::Member::Member(fxFlowText::Object said_, const fxRef<fxObj>& objec
     : said(std::move(said_)),
       object(object_.get()),
       asElement(dynamic_cast<fxElement*>(object)),
-      life(object) {
+      life(object, [this] {
+          if (atLoss) atLoss();
+      }) {
     object->take();
 }
 
@@ -103,12 +105,14 @@ std::vector<fxFlow::Network*>& fxFlow::Network::all() {
 }
 
 fxFlow::Network::Network(fxFlow& flow_, Purpose purpose_, fxFlowTime& time_)
-    : flow(&flow_), purpose(purpose_), time(time_), retiring(fxDT_void) {
+    : flow(&flow_), purpose(purpose_), time(time_), retiring(fxDT_void), losing(fxDT_fxStr) {
     all().push_back(this);
     fxConnect(fxOutputView<void>(&retiring), flow, [this] {
         for (const std::unique_ptr<Member>& each : retired) leave(*each);
         fxFlowDetail::bury(std::exchange(retired, {}));
     });
+    fxConnect(fxOutputView<fxStr>(&losing), flow,
+              [this](const fxStr& what) { flow->complaint.send(what, fxSendNow); });
 }
 
 fxFlow::Network::~Network() {
@@ -131,10 +135,12 @@ void fxFlow::Network::end() {
 
 void fxFlow::Network::enter(Member& member) {
     byObject[member.object] = &member;
+    member.atLoss = [this, &member] { lose(member); };
     if (fxElement* const element = member.element()) element->flow = flow;
 }
 
-void fxFlow::Network::leave(const Member& member) {
+void fxFlow::Network::leave(Member& member) {
+    member.atLoss = nullptr;
     const auto found = byObject.find(member.object);
     if (found != byObject.end() && found->second == &member) byObject.erase(found);
     if (fxElement* const element = member.element()) element->flow = nullptr;
@@ -175,21 +181,48 @@ void fxFlow::Network::complain(const fxObj& object, const std::string& text) con
     flow->complaint.send(member->name() + ": " + text, fxSendNow);
 }
 
+void fxFlow::Network::lose(const Member& member) {
+    const auto found = byName.find(member.name());
+    if (flow == nullptr || found == byName.end() || found->second != &member) return;
+    fxOutputView<fxStr>(&losing).send(
+        fxStr(member.name() + ": has been destroyed; the flow goes on without it"));
+}
+
 void fxFlow::Network::retire(Members dropped) {
     if (dropped.empty()) return;
     for (std::unique_ptr<Member>& each : dropped) retired.push_back(std::move(each));
     sendVoid(&retiring);
 }
 
-fxFlowText fxFlow::Network::textNow() const {
+fxFlowText fxFlow::Network::givenText() const {
     fxFlowText text = said;
     text.tests.clear();
     text.problems.clear();
+    const auto isGone = [this](const std::string& name) { return find(name) == nullptr; };
+    text.objects.erase(std::remove_if(text.objects.begin(), text.objects.end(),
+                                      [&](const auto& object) { return isGone(object.name.text); }),
+                       text.objects.end());
+    text.connections.erase(std::remove_if(text.connections.begin(), text.connections.end(),
+                                          [&](const auto& each) {
+                                              return isGone(each.from.object.text) ||
+                                                     isGone(each.to.object.text);
+                                          }),
+                           text.connections.end());
+    return text;
+}
+
+fxFlowText fxFlow::Network::textNow() const {
+    fxFlowText text = givenText();
     for (fxFlowText::Object& object : text.objects) {
-        const Member* const member = find(object.name.text);
-        if (member == nullptr) continue;
-        for (const fxElementProperty& property : member->said.kind->properties) {
-            const std::string value = property.get(*member->object);
+        for (const fxElementProperty& property : object.kind->properties) {
+            const Member* const member = find(object.name.text);
+            if (member == nullptr) break;
+            std::string value;
+            const std::string why = fxFlowDetail::outcomeOf([&] {
+                value = property.get(*member->object);
+                return property.whyNot(value);
+            });
+            if (!why.empty()) continue;
             const auto setting =
                 std::find_if(object.settings.begin(), object.settings.end(),
                              [&](const auto& each) { return each.name.text == property.name; });

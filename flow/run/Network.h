@@ -24,8 +24,12 @@ namespace fxFlowDetail {
 // Whether an object (borrowed) exists, however it ends.
 class LifeSign {
 public:
-    explicit LifeSign(fxObj* object) : output(fxDT_void) {
-        fxConnect(fxOutputView<void>(&output), object, [] {});
+    explicit LifeSign(
+        fxObj* object, std::function<void()> atEnd = [] {})
+        : output(fxDT_void) {
+        // The last copy of the receiver goes when the object begins to end.
+        const std::shared_ptr<void> ending(nullptr, [atEnd = std::move(atEnd)](void*) { atEnd(); });
+        fxConnect(fxOutputView<void>(&output), object, [ending] {});
     }
     bool isThere() const { return output.getNumberOfConnections() != 0; }
 
@@ -51,8 +55,9 @@ public:
     fxInputChannel* input(const std::string& channel) const;
     ///@}
 
-    fxFlowText::Object said;  // its description in the text; the kind is not null
-    fxObj* const object;      // dangles once it is destroyed
+    fxFlowText::Object said;       // its description in the text; the kind is not null
+    fxObj* const object;           // dangles once it is destroyed
+    std::function<void()> atLoss;  // called when it is destroyed; null outside of a flow
 
 private:
     fxElement* const asElement;
@@ -137,13 +142,19 @@ public:
     fxOutputChannel* sourceOf(const fxFlowText::Connection& joint) const;
     void cut(const fxFlowText::Connection& joint);
     void complain(const fxObj& object, const std::string& text) const;
-    fxFlowText textNow() const;  // with the present properties
+    fxFlowText givenText() const;  // of the objects that exist
+    // With the present properties. One whose value the property would not take stays as
+    // given: the text can be read.
+    fxFlowText textNow() const;
 
     ///@{
     // Add the member's object to the flow, and remove it.
     void enter(Member& member);
-    void leave(const Member& member);
+    void leave(Member& member);
     ///@}
+    // Reports, with the next delivery of the queue, that a member's object has been
+    // destroyed although the flow has not dropped it.
+    void lose(const Member& member);
     // Takes members out of the flow; they are destroyed with the next delivery of the
     // queue.
     void retire(Members dropped);
@@ -174,6 +185,7 @@ public:
 
 private:
     fxOutputChannel retiring;  // leads to the destruction of the retired
+    fxOutputChannel losing;    // leads to the complaints of lose()
 };
 
 // A change of a network: everything new is made beside the old state, and then replaces it.

@@ -55,11 +55,17 @@ bool xdrName(fxTranscriber& t, const fxFlowDetail::Member& member) {
     return name == member.name() || refuse(t, member.name(), "has other state than it saves");
 }
 
-// The states of elements. Their code runs here and may do anything: `all` may be emptied, but
-// its members exist as long as the flow is under Acting.
-bool xdrStates(fxTranscriber& t, const fxFlowDetail::Members& all) {
+std::vector<fxFlowDetail::Member*> existing(const fxFlowDetail::Members& all) {
     std::vector<fxFlowDetail::Member*> members;
-    for (const auto& each : all) members.push_back(each.get());
+    for (const auto& each : all) {
+        if (each->isThere()) members.push_back(each.get());
+    }
+    return members;
+}
+
+// The states of elements. Their code runs here and may do anything: the flow may drop all
+// members, but they exist as long as the flow is under Acting.
+bool xdrStates(fxTranscriber& t, const std::vector<fxFlowDetail::Member*>& members) {
     for (const fxFlowDetail::Member* const each : members) {
         bool isDone = false;
         const std::string why = fxFlowDetail::outcomeOf([&] {
@@ -99,15 +105,15 @@ fxStreamFault fxFlow::save(const std::string& path) {
     if (!nothing.problems.empty()) {
         return faultOf(fxStreamFault::unwritable, path, firstError(nothing.problems));
     }
+    const std::vector<fxFlowDetail::Member*> members = existing(hold->members);
+    fxFlowText given = hold->givenText();
     fxFlowText now = hold->textNow();
-    fxFlowText given = hold->said;
     now.plugins.clear();
     given.plugins.clear();
     std::string text = now.write();
     std::string givenText = given.write();
-    const Content content([&](fxTranscriber& t) {
-        return fxXdrAll(t, givenText, text) && xdrStates(t, hold->members);
-    });
+    const Content content(
+        [&](fxTranscriber& t) { return fxXdrAll(t, givenText, text) && xdrStates(t, members); });
     const fxRef<fxSavedFlow> root = new fxSavedFlow;
     return fxSave(path, root);
 }
@@ -134,7 +140,7 @@ fxStreamFault fxFlow::Change::load(const std::shared_ptr<Network>& network, cons
         saved.check();
         isFlow = true;
         if ((change != nullptr || begin(given)) && change->recall(saved, given)) {
-            return xdrStates(t, change->recalled);
+            return xdrStates(t, existing(change->recalled));
         }
         return t.refuse(firstError(change->problems).c_str());
     });

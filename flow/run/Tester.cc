@@ -15,6 +15,7 @@
 #include "flow/Element.h"
 #include "flow/Flow.h"
 #include "flow/Time.h"
+#include "flow/run/Network.h"
 #include "fxds/Connection.h"
 
 namespace {
@@ -56,10 +57,12 @@ public:
     const char* className() const override { return "fxFlowTestRun"; }
 
     fxFlowTestResult run() {
-        fxFlowTestResult result = {test.name.text, test.name.place, begin(), 0};
+        fxFlowTestResult result = {test.name.text, test.name.place, "", 0};
+        using fxFlowDetail::outcomeOf;
+        result.failure = outcomeOf([&] { return begin(result.place); });
         for (const Step& step : test.steps) {
             if (!result.failure.empty()) break;
-            result.failure = take(step);
+            result.failure = outcomeOf([&] { return take(step); });
             if (!result.failure.empty()) result.place = step.place;
         }
         return result;
@@ -72,10 +75,12 @@ private:
         std::deque<std::string> waiting;  // not taken by a step yet
     };
 
-    // Each of these returns the fault, or "".
-    std::string begin() {
+    // Each of these returns the fault, or "". The place becomes that of a problem of the text.
+    std::string begin(fxFlowPlace& place) {
         for (const fxFlowProblem& problem : flow.apply(text)) {
-            if (!problem.isWarning) return problem.line();
+            if (problem.isWarning) continue;
+            if (!problem.place.file.name().empty()) place = problem.place;
+            return problem.text;
         }
         for (const Step& step : test.steps) {
             if (step.kind == Step::Kind::send || step.kind == Step::Kind::pass) continue;
