@@ -215,7 +215,10 @@ void Door::handleRead() {
         fxAfter(std::chrono::seconds(1), this, [this] { setWishes(true, false); });
     }
     if (socket < 0) return;
-    if (visitors.size() == mostVisitors || !isOwnPeer(socket) || !fxExec::canServe(socket)) {
+    const bool isOwn = isOwnPeer(socket);
+    if (!isOwn || visitors.size() == mostVisitors || !fxExec::canServe(socket)) {
+        constexpr std::string_view why = "e too many others look into this flow\n";
+        if (isOwn) static_cast<void>(::send(socket, why.data(), why.size(), MSG_NOSIGNAL));
         close(socket);
         return;
     }

@@ -5,7 +5,6 @@
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 
 namespace {
 
@@ -207,14 +206,6 @@ void complain(std::string_view what) {
 int readOptions(int argc, char** argv, Options& options) {
     static char programName[] = "fxflow";
     argv[0] = programName;  // the name in messages of getopt_long()
-    for (const auto& each : commandWords) {
-        if (argc < 2 || std::strcmp(argv[1], each.word) != 0) continue;
-        options.command = each.command;
-        argv[1] = programName;
-        ++argv;
-        --argc;
-        break;
-    }
     for (int code; (code = getopt_long(argc, argv, "", longOptions, nullptr)) != -1;) {
         if (code == helpCode) return answer(usage, help);
         if (code == versionCode) return answer("fxflow of libostrelfxds ", FXFLOW_VERSION "\n");
@@ -222,6 +213,13 @@ int readOptions(int argc, char** argv, Options& options) {
         if (status != -1) return status;
     }
     options.words.assign(argv + optind, argv + argc);
+    for (const auto& each : commandWords) {
+        if (options.words.empty() || options.words[0] != each.word) continue;
+        if (options.command != Command::run) return refuse();
+        options.command = each.command;
+        options.words.erase(options.words.begin());
+        break;
+    }
     for (const auto& each : wordCounts) {
         const size_t count = options.words.size();
         if (options.command == each.command && (count < each.fewest || count > each.most)) {

@@ -13,6 +13,8 @@
 #include <cstdio>
 #include <cstring>
 #include <exception>
+#include <string_view>
+#include <unordered_map>
 
 #include "fxds/EventHandler.h"
 #include "fxds/Exec.h"
@@ -35,12 +37,17 @@ bool hasLostReader() {
 
 // "1 new, 2 changed, 0 gone": the objects of a text against those of the one before.
 std::string difference(const fxFlowText& before, const fxFlowText& now) {
+    std::unordered_map<std::string_view, const fxFlowText::Object*> old;
+    for (const fxFlowText::Object& object : before.objects) old[object.name.text] = &object;
     size_t added = 0;
     size_t changed = 0;
     for (const fxFlowText::Object& object : now.objects) {
-        const fxFlowText::Object* const old = before.find(object.name.text);
-        if (old == nullptr) ++added;
-        if (old != nullptr && !(*old == object)) ++changed;
+        const auto found = old.find(object.name.text);
+        if (found == old.end()) {
+            ++added;
+        } else if (!(*found->second == object)) {
+            ++changed;
+        }
     }
     const size_t gone = before.objects.size() + added - now.objects.size();
     return std::to_string(added) + " new, " + std::to_string(changed) + " changed, " +
@@ -137,6 +144,9 @@ void Runner::attempt(Work work) {
         work();
     } catch (const std::exception& thrown) {
         complain(std::string("an element threw: ") + thrown.what());
+        hasFailed = true;
+    } catch (...) {
+        complain("an element threw an exception of an unknown kind");
         hasFailed = true;
     }
 }
