@@ -40,12 +40,11 @@ public:
     void take(long number) { taken.push_back(std::to_string(number)); }
     void takeText(const fxStr& text) { taken.emplace_back(text.view()); }
     void begin() { setBusy(true); }
-    std::string start() override { return isStarted = true, ++starts, ""; }
+    std::string start() override { return ++starts, ""; }
     std::string settle() override { return step < 10 ? "" : "the step is too wide"; }
     bool xdrState(fxTranscriber& t) override { return fxXdrAll(t, taken); }
 
     long step = 0;
-    bool isStarted = false;
     fxOutputView<long> out;
     fxOutputView<void> done;
     std::vector<std::string> taken;
@@ -60,13 +59,6 @@ FX_ELEMENT(Node, "keeps what it takes") {
     element.input("begin", &Node::begin, "makes it busy");
     element.output("out", &Node::out, "numbers");
     element.output("done", &Node::done, "the end");
-}
-
-class Outside : public Node {};
-
-FX_ELEMENT(Outside, "keeps what it takes from outside") {
-    element.input("in", static_cast<void (Outside::*)(long)>(&Outside::take), "a number");
-    element.reachesOutside();
 }
 
 // Does what the plan says.
@@ -252,6 +244,7 @@ TEST_F(FlowTest, AgreesWithModel) {
             const auto same = before.objects.find(name);
             const bool isKept = same != before.objects.end() && same->second == wide;
             ASSERT_EQ(flow->find(name) == old[name], isKept && !isReloaded);
+            ASSERT_EQ(flow->nameOf(*flow->find(name)), name);
             if (!isKept) expected[name].clear();
         }
         if (rng() % 16 == 0) {
@@ -436,24 +429,6 @@ TEST_F(FlowTest, GoesRoundThroughTheQueue) {
     drain();
 }
 
-// Tests reach nothing outside; only what is busy keeps a flow going.
-TEST_F(FlowTest, StartsWhatItsPurposeAllows) {
-    for (const auto purpose : {fxFlow::Purpose::running, fxFlow::Purpose::testing}) {
-        flow = std::make_unique<fxFlow>(purpose, time);
-        EXPECT_EQ(apply("a = Node\nb = Outside\na.out -> b.in"), Texts());
-        EXPECT_TRUE(node("a").isStarted);
-        EXPECT_EQ(node("b").isStarted, purpose == fxFlow::Purpose::running);
-        EXPECT_FALSE(flow->isBusy());
-        EXPECT_EQ(flow->send("a", "begin", ""), "");
-        EXPECT_TRUE(flow->isBusy());
-        EXPECT_EQ(flow->nameOf(node("b")), "b");
-        EXPECT_EQ(flow->nameOf(*flow), "");
-        EXPECT_EQ(apply("b = Outside"), Texts());
-        EXPECT_FALSE(flow->isBusy());
-        drain();
-    }
-}
-
 // A watcher follows its end from text to text, and sees what is sent to an input by hand.
 TEST_F(FlowTest, WatchesFollowTheirEnd) {
     Texts seen;
@@ -499,7 +474,7 @@ TEST_F(FlowTest, ComplainsOfTextsThatAreNoNumbers) {
 
 // A picture has all objects and ends, and says how values travel.
 TEST_F(FlowTest, IsDrawn) {
-    EXPECT_EQ(apply("a = Node step=2\nb = Outside\na.out -> b.in (newest)\na.out -> a.text"),
+    EXPECT_EQ(apply("a = Node step=2\nb = Count\na.out -> b.count (newest)\na.out -> a.text"),
               Texts());
     std::ostringstream dot;
     flow->writeDot(dot);
@@ -507,8 +482,8 @@ TEST_F(FlowTest, IsDrawn) {
               "digraph flow {\n    rankdir=LR;\n    node [shape=record];\n"
               "    o0 [label=\"{{<i0> in : long|<i1> text : fxStr|<i2> begin : void}|"
               "a\\nNode\\nstep = 2|{<o0> out : long|<o1> done : void}}\"];\n"
-              "    o1 [label=\"{{<i0> in : long}|b\\nOutside|{}}\"];\n"
-              "    o0:o0 -> o1:i0 [label=\"newest\"];\n"
+              "    o1 [label=\"{{<i0> count : void|<i1> reset : void}|b\\nCount|"
+              "{<o0> value : long}}\"];\n    o0:o0 -> o1:i0 [label=\"newest\"];\n"
               "    o0:o0 -> o0:i1 [label=\"long to fxStr\"];\n}\n");
 }
 

@@ -329,19 +329,6 @@ TEST_F(FlowText, FilesIncludeOthersBesideThem) {
               std::string::npos);
 }
 
-// The example of the page on the grammar can be checked without a problem.
-TEST_F(FlowText, ExampleOfTheGrammarIsRight) {
-    std::ifstream file(FXDS_SOURCE_DIR "/docs/flow/grammar.md");
-    std::string text, line;
-    while (std::getline(file, line) && line != "```flow") {
-    }
-    while (std::getline(file, line) && line != "```") text += line + '\n';
-    fxFlowText flow = fxFlowText::parse(text, "grammar.md");
-    EXPECT_TRUE(flow.check()) << parts(flow.problems);
-    EXPECT_EQ(flow.objects.size(), 5U);
-    EXPECT_EQ(flow.connections.size(), 4U);
-}
-
 // Random graphs: without the connections that close circles there is none left, and where
 // there was none, none is found.
 TEST_F(FlowText, NoImmediateCircleIsLeft) {

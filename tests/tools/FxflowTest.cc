@@ -103,6 +103,9 @@ TEST_F(Fxflow, AnswersCommandLines) {
          "twice.flow:4:3: error: Print has no output \"x\"; it has \"printed\"\n"
          "twice.flow:4:8: error: there is no object \"other\"; there are \"a\", \"b\"\n",
          1},
+        {"sed '1,/^```flow/d; /^```/,$d' " FXDS_SOURCE_DIR "/docs/flow/grammar.md > g.flow; "
+         "grep -c ' -> ' g.flow; fxflow --check g.flow",
+         "3\n", 0},
         {"fxflow nowhere.flow", "nowhere.flow: error: ...", 1},
         {"fxflow --check dear.flow", "dear.flow:2:5: error: a check loads no plug-in ...", 1},
         {"fxflow dear.flow", "dear.flow:2:5: error: ...", 1},
