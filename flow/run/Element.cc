@@ -46,8 +46,8 @@ std::string fxElementProperty::whyNot(const std::string& value) const {
     double number = 0;
     const bool isNumber = type == "number" || type == "whole number";
     if (!fits(value)) {
-        long whole = 0;
-        const bool isOfType = type == "number" ? fromText(value, number) : fromText(value, whole);
+        const bool isWhole = value.find_first_not_of("-0123456789") == std::string::npos;
+        const bool isOfType = fromText(value, number) && (type == "number" || isWhole);
         if (isNumber && isOfType) return "is out of range";
         return type == "yes or no" ? "is neither yes nor no" : "is not a " + type;
     }

@@ -88,7 +88,7 @@ void fxFlowParser::statement() {
 }
 
 void fxFlowParser::statement(const fxFlowToken& first) {
-    const bool isEnd = first.text.find('.') != std::string::npos || isDotApart(first);
+    const bool isEnd = first.text.find('.') != std::string::npos;
     if (token.is('=')) {
         takeObject(first);
     } else if (token.kind == Kind::arrow || isEnd) {
@@ -97,6 +97,8 @@ void fxFlowParser::statement(const fxFlowToken& first) {
         takeFile(first);
     } else if (first.text == "test") {
         takeTest();
+    } else if (isDotApart(first)) {
+        takeConnections(first);
     } else if (token.isValue()) {
         reading.problems.add(
             first.place,

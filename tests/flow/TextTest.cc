@@ -84,7 +84,7 @@ TEST_F(FlowText, WhatIsReadIsWritten) {
         {"a.b -> c.d (urgent)\na = B", "a = B\n\na.b -> c.d (urgent)\n"},
         {"use=B\ninclude.a -> test.b\ntest = use use=use",
          "use = B\ntest = use use=use\n\ninclude.a -> test.b\n"},
-        {"use /p/x.so\nuse \"y.so\"", "use \"/p/x.so\"\nuse \"/f/y.so\"\n"},
+        {"use /p/x.so\nuse ./y.so", "use \"/p/x.so\"\nuse \"/f/./y.so\"\n"},
     };
     for (const auto& row : rows) {
         const fxFlowText flow = fxFlowText::parse(row.text, "/f/flow");
