@@ -2,10 +2,14 @@
 // was on the stream before, and what is damaged is an answer.
 #include <gtest/gtest.h>
 
+#include <cmath>
+#include <random>
+
 #include "fxds/Globals.h"
 #include "fxds/Save.h"
-#include "tests/streams/RandomGraph.h"
+#include "tests/support/RichGraph.h"
 #include "tests/support/Surroundings.h"
+#include "tests/support/TestSeed.h"
 
 namespace {
 
@@ -16,18 +20,9 @@ class Street : public Ender {
     unsigned int count = 0;
     double* numbers = nullptr;
 };
-FX_TRANSCRIBABLE_TYPE(Street, "Street", 1);
-fxBool Street::xdr(fxTranscriber& t) {
+TRANSCRIBED(Street, 1) {
     return fxXdr(t, corner) && fxXdr(t, houses) && fxXdrBlock(t, numbers, count) &&
            fields(t, Street_type);
-}
-
-// The bytes of a graph of about so many objects.
-std::string bytesOf(size_t count) {
-    Random random;
-    const std::string bytes = saved(random.graph(count));
-    deleteAll();
-    return bytes;
 }
 
 // Loading an Everything leaves nothing behind but what it gives. Why it does not load, or
@@ -49,88 +44,215 @@ fxStreamFault::Kind loadedKind(const std::string& bytes, size_t at) {
                     isDocumentedMessage(fault.reason) || fault.kind == fxStreamFault::refused)
             << at << ": " << fault.reason;
     }
-    deleteAll();
+    Received::deleteAll();
     return fault.kind;
 }
 
-/// How a machine stores a 4-byte number: byte i of its memory is byte order[i] of the
-/// number, counted from the lowest. The long mark is that number's as this machine reads it.
-struct Machine {
-    unsigned int order[4];
-    long longMark;
-    bool swapsShorts;
-};
-const Machine machines[] = {
-    {{0, 1, 2, 3}, 0x33445566, false}, {{1, 0, 3, 2}, 0x44336655, false},
-    {{2, 3, 0, 1}, 0x55663344, false}, {{3, 2, 1, 0}, 0x66554433, false},
-    {{0, 1, 2, 3}, 0x33445566, true},  {{1, 0, 3, 2}, 0x44336655, true},
-    {{2, 3, 0, 1}, 0x55663344, true},  {{3, 2, 1, 0}, 0x66554433, true},
-};
-
-/// Writes numbers as a machine stores them, floating-point ones as this one does.
-class ForeignWriter : public fxBinaryWriter {
-    typedef fxBinaryWriter Base;
-
+/// Fills fields, and graphs of objects.
+class Random {
 public:
-    ForeignWriter(fxStream* out, const Machine& machine_)
-        : fxTranscriber(out, false), Base(out), machine(machine_) {}
-    using fxBinaryWriter::xdr;
-// NOLINTBEGIN(bugprone-macro-parentheses): the parameter is a type
-#define STORED(Type)                                                                     \
-    bool xdr(Type* v, unsigned int n) override {                                         \
-        std::vector<Type> copy(v, v + n);                                                \
-        if (depth == 0 && !isOfContents()) store(copy);                                  \
-        return nested([&] { return Base::xdr(copy.data(), n); });                        \
-    }                                                                                    \
-    bool xdr(Type** v, unsigned int n) override {                                        \
-        if (&machine == machines || *v == nullptr || depth != 0) return Base::xdr(v, n); \
-        std::shared_ptr<void>& copy = copies[*v];                                        \
-        if (copy == nullptr) {                                                           \
-            const auto stored = std::make_shared<std::vector<Type>>(*v, *v + n);         \
-            store(*stored);                                                              \
-            copy = std::shared_ptr<void>(stored, stored->data());                        \
-        }                                                                                \
-        Type* block = static_cast<Type*>(copy.get());                                    \
-        return nested([&] { return Base::xdr(&block, n); });                             \
-    }
-    // NOLINTEND(bugprone-macro-parentheses)
-    STORED(short)
-    STORED(unsigned short)
-    STORED(int)
-    STORED(unsigned int)
-    STORED(long)
-    STORED(unsigned long)
-#undef STORED
-    std::map<const void*, std::shared_ptr<void>> copies;  // of blocks
+    size_t upTo(size_t most) { return rng() % (most + 1); }
 
-private:
-    // The base may ask itself for another operation, and for those of contents.
-    bool isOfContents() const { return tag >= fxTagBytes && tag <= fxTagDoubles; }
-    template <class Do>
-    bool nested(Do operation) {
-        ++depth;
-        const bool isDone = operation();
-        --depth;
-        return isDone;
-    }
     template <class T>
-    void store(std::vector<T>& numbers) const {
-        char* const bytes = reinterpret_cast<char*>(numbers.data());
-        const std::string was(bytes, numbers.size() * sizeof(T));
-        for (size_t i = 0; i < was.size(); ++i) {
-            bytes[i] = was[sizeof(T) == 2 ? i ^ size_t{machine.swapsShorts}
-                                          : i / 4 * 4 + machine.order[i % 4]];
+    std::enable_if_t<std::is_arithmetic_v<T> || std::is_enum_v<T>> fill(T& v) {
+        const unsigned long bits = (rng() * (1UL << 32U) + rng()) >> upTo(63);
+        if constexpr (std::is_floating_point_v<T>) {
+            v = std::ldexp(static_cast<T>(static_cast<int>(bits)), static_cast<int>(upTo(90)));
+        } else {
+            v = static_cast<T>(std::is_same_v<T, bool> ? bits & 1U : bits);
         }
     }
-    const Machine& machine;
-    int depth = 0;
+    void fill(std::string& v) {
+        v.resize(upTo(40) == 0 ? 700 : some());
+        for (char& c : v) c = static_cast<char>('a' + upTo(20));
+    }
+    void fill(fxStr& v) { v = made<std::string>(); }
+    void fill(Named& v) { all(v.number, v.name, v.aliases); }
+    template <class T>  // pairs and arrays
+    auto fill(T& v) -> decltype(std::tuple_size<T>::value, void()) {
+        std::apply([this](auto&... each) { this->all(each...); }, v);
+    }
+    template <class T>
+    void fill(std::optional<T>& v) {
+        if (upTo(1) != 0) fill(v.emplace());
+    }
+    template <class T>
+    void fill(std::unique_ptr<T>& v) {
+        fill(*(v = std::make_unique<T>()));
+    }
+    template <class T>
+    auto fill(T& v) -> decltype(v.push_back(typename T::value_type())) {
+        for (size_t i = some(); i > 0; --i) v.push_back(made<typename T::value_type>());
+    }
+    template <class T>
+    auto fill(T& v) -> decltype(v.add(fxStr()), void()) {
+        for (size_t i = some(); i > 0; --i) v.add(made<fxStr>());
+    }
+    template <class K, class V>
+    void fill(fxTypedDictionary<K, V>& v) {
+        for (size_t i = some(); i > 0; --i) v[made<K>()] = made<V>();
+    }
+    template <class K, class V>
+    void fill(std::map<K, V>& v) {
+        for (size_t i = some(); i > 0; --i) v[made<K>()] = made<V>();
+    }
+    template <class K, class V>
+    void fill(std::unordered_map<K, V>& v) {
+        v[made<K>()] = made<V>();  // more of them have no order that reading keeps
+    }
+    template <class T>
+    T made() {
+        T v{};
+        fill(v);
+        return v;
+    }
+    template <class... T>
+    void all(T&... v) {
+        (fill(v), ...);
+    }
+
+    /// A root that leads to new objects, which lead to any of those that are known.
+    Everything* graph(size_t count) {
+        auto* const root = new Everything;
+        fresh.clear();
+        enter(*root, false);
+        for (size_t i = 0; i < count; ++i) {
+            const size_t kind = upTo(9);
+            root->many.push_back(kind < 4   ? new Node
+                                 : kind < 7 ? new Leaf
+                                 : kind < 8 ? new Listed
+                                            : static_cast<Listed*>(new Everything));
+            enter(*root->many.back(), false);
+        }
+        for (size_t i = 0; i < fresh.size(); ++i) connect(*fresh[i]);
+        return root;
+    }
+
+    std::vector<Listed*> known;  ///< What pointers may lead to.
+    std::vector<Listed*> free;   ///< Those that have no owner.
+
+private:
+    size_t some() { return upTo(upTo(30) == 0 ? 90 : 2); }
+    void enter(Listed& object, bool isOwned) {
+        object.number = 1 + static_cast<long>(upTo(1000));
+        known.push_back(&object);
+        fresh.push_back(&object);
+        if (!isOwned) free.push_back(&object);
+    }
+    template <class C>
+    C* any(const std::vector<Listed*>& from) {
+        C* found = nullptr;
+        for (int i = 0; i < 3 && found == nullptr; ++i)
+            found = dynamic_cast<C*>(from[upTo(from.size() - 1)]);
+        return found;
+    }
+    template <class C>
+    void lead(C*& pointer) {
+        pointer = any<C>(known);
+    }
+    template <class C>
+    void give(C*& object) {
+        if (upTo(1) != 0) fill(*(object = new C));
+    }
+    template <class T>
+    void block(T*& items, unsigned int count) {
+        if (count == 0) return;
+        items = static_cast<T*>(std::malloc(count * sizeof(T)));
+        for (unsigned int i = 0; i < count; ++i) fill(items[i]);
+    }
+    void connect(Listed& object) {
+        if (Node* node = dynamic_cast<Node*>(&object)) connectNode(*node);
+        if (Leaf* leaf = dynamic_cast<Leaf*>(&object)) {
+            lead(leaf->owner);
+            fill(leaf->weight);
+        }
+        if (Everything* all = dynamic_cast<Everything*>(&object)) connectAll(*all);
+    }
+    template <class N>
+    void connectNode(N& node) {
+        fill(node.text);
+        lead(node.left);
+        lead(node.right);
+    }
+    void connectAll(Everything& e) {
+        std::apply([this](auto&... v) { all(v...); }, e.values());
+        e.number = 1 + static_cast<long>(upTo(1000));
+        fill(e.value);
+        e.count = static_cast<unsigned int>(some());
+        std::apply([&](auto*&... items) { (block(items, e.count), ...); }, e.counted);
+        e.text = e.same = strdup(made<std::string>().c_str());
+        e.n = static_cast<unsigned int>(some());
+        std::apply([&](auto*&... items) { (block(items, e.n), ...); }, e.blocks);
+        e.own = upTo(2) == 0 ? nullptr : strdup(made<std::string>().c_str());
+        std::apply([&](auto*&... each) { (lead(each), ...); }, e.to);
+        std::apply([&](auto*&... each) { (give(each), ...); }, e.given);
+        e.receive();
+        connectNode(e.inner);
+        e.houses.resize(some());
+        if (upTo(6) == 0) enter(*(e.child = std::make_unique<Everything>()), true);
+        e.reference = any<Listed>(free);
+        for (size_t i = some(); i > 0; --i) {
+            e.children.push_back(std::make_unique<Node>());
+            enter(*e.children.back(), true);
+            e.references.emplace_back(any<Listed>(free));
+            e.nodes.append(any<Node>(known));
+        }
+    }
+
+    std::vector<Listed*> fresh;
+    std::mt19937 rng{testSeed()};
 };
+
+std::string bytesOf(const std::vector<Everything*>& roots) {
+    HeldStream stream;
+    fxBinaryWriter writer(stream);
+    for (Everything* root : roots) EXPECT_TRUE(fxWriteObject(writer, root));
+    return std::string(stream->view());
+}
+
+std::vector<Everything*> readAgain(std::vector<Everything*> roots) {
+    HeldStream stream(bytesOf(roots));
+    fxBinaryReader reader(stream, 0x1122, 0x33445566, "ieee");
+    for (Everything*& root : roots) root = fxReadObject<Everything>(reader);
+    return roots;
+}
+
+/// The same values. Whether what pointers lead to is connected alike is for bytesOf().
+void expectSameValues(Listed* a, Listed* b, std::set<Listed*>& seen) {
+    Everything* const ours = dynamic_cast<Everything*>(a);
+    if (ours == nullptr || !seen.insert(ours).second) return;
+    auto& theirs = dynamic_cast<Everything&>(*b);
+    EXPECT_TRUE(ours->values() == theirs.values() && *ours->value == *theirs.value);
+    const std::vector<Listed*> from = ours->pointers(), to = theirs.pointers();
+    ASSERT_EQ(from.size(), to.size());
+    for (size_t i = 0; i < from.size(); ++i) expectSameValues(from[i], to[i], seen);
+}
+
+/// The graphs are the same, as many objects, held by as many and told of their success once.
+/// Each reading turns the chains of tables round.
+void expectSame(const std::vector<Everything*>& ours, const std::vector<Everything*>& theirs,
+                const std::vector<Listed*>& allOurs) {
+    long holders = 0, unread = 0;
+    EXPECT_EQ(Listed::all().size(), 2 * allOurs.size());
+    for (Listed* each : allOurs) holders -= 2 * static_cast<long>(each->refCount);
+    for (Listed* each : Listed::all()) {
+        holders += static_cast<long>(each->refCount);
+        const auto* all = dynamic_cast<Everything*>(each);
+        if (all == nullptr) continue;
+        unread += all->told == 0 ? 1 : -1;
+        EXPECT_TRUE(all->told == 0 || (all->isWhole && all->toldTooOften() == 0));
+    }
+    EXPECT_TRUE(holders == 0 && unread == 0);
+    std::set<Listed*> seen;
+    for (size_t i = 0; i < ours.size(); ++i) expectSameValues(ours[i], theirs[i], seen);
+    EXPECT_TRUE(bytesOf(readAgain(theirs)) == bytesOf(ours));
+}
 
 class Graph : public testing::Test {
 protected:
     static void SetUpTestSuite() { fxInitializeToolkit(); }
     void TearDown() override {
-        deleteAll();
+        Received::deleteAll();
         EXPECT_TRUE(Listed::all().empty());
     }
 };
@@ -141,8 +263,7 @@ class Link : public fxXDRObj {
     long number = 0;
     fxRef<Link> next;
 };
-FX_TRANSCRIBABLE_TYPE(Link, "Link", 1);
-fxBool Link::xdr(fxTranscriber& t) { return fxXdrAll(t, number, next); }
+TRANSCRIBED(Link, 1) { return fxXdrAll(t, number, next); }
 
 }  // namespace
 
@@ -151,68 +272,63 @@ fxBool Link::xdr(fxTranscriber& t) { return fxXdrAll(t, number, next); }
 // graph.
 TEST_F(Graph, ReadsBackTheSame) {
     Random random;
-    for (size_t round = 0; round < 16; ++round) {
-        const Machine& machine = machines[round % 8];
+    for (unsigned int round = 0; round < 16; ++round) {
         StingyStream in(random.upTo(2) * 150);
-        in.putBytes(header(machine.swapsShorts ? 0x2211 : 0x1122, machine.longMark).data(), 30);
+        in.putBytes(headerOf(round % 8).data(), 30);
         const std::unique_ptr<fxTranscriber> reader(fxTranscriber::getReader(&in));
         HeldStream out;
-        ForeignWriter writer(out, machine);
-        NotedStream notes;
-        auto same = std::make_unique<Same>();
+        NotingWriter writer(out, round % 8);
+        std::vector<Everything*> written, read;
         for (int graph = 0; graph < 12; ++graph) {
-            std::vector<std::pair<Everything*, size_t>> written;
+            std::vector<size_t> ends;
             for (size_t i = random.upTo(2) + 1; i > 0; --i) {
                 Everything* const root = random.graph(random.upTo(12));
                 fxRef<Listed> again = root;
                 long number = graph;
-                const auto write = [&](fxTranscriber& t) {
-                    return fxXdrAll(t, number, root->label) && fxWriteObject(t, root) &&
-                           fxXdr(t, again);
-                };
-                ASSERT_TRUE(write(writer) && writer.flush() && notes.write(write));
-                written.emplace_back(root, in.length() + out->length());
+                ASSERT_TRUE(fxXdrAll(writer, number, root->label) && fxWriteObject(writer, root) &&
+                            fxXdr(writer, again) && writer.flush());
                 static_cast<void>(again.release());
+                written.push_back(root);
+                ends.push_back(in.length() + out->length());
             }
             in.putBytes(out->bytes(), static_cast<unsigned int>(out->length()));
             out->reset();
-            for (const auto& [root, end] : written) {
+            for (const size_t end : ends) {
                 long number = -1;
                 fxStr label;
                 ASSERT_TRUE(fxXdrAll(*reader, number, label));
-                Everything* const read = fxReadObject<Everything>(*reader);
+                read.push_back(fxReadObject<Everything>(*reader));
                 fxRef<Listed> again;
-                ASSERT_TRUE(read != nullptr && fxXdr(*reader, again) && again == read);
-                static_cast<void>(again.release());
+                ASSERT_TRUE(read.back() != nullptr && fxXdr(*reader, again));
+                EXPECT_EQ(again.release(), read.back());
+                EXPECT_TRUE(number == graph && label == written[read.size() - 1]->label);
                 EXPECT_EQ(in.taken(), end);
-                EXPECT_TRUE(number == graph && label == root->label);
-                same->expect(root, read);
             }
-            same->run();
-            ASSERT_FALSE(HasFailure()) << round;
             const size_t event = graph < 11 ? random.upTo(4) : 0;
             if (event > 2) continue;
-            if (event == 0) writer.reset(), reader->reset(), notes.reset();
-            if (event > 0) writer.forgetObjects(), reader->forgetObjects(), notes.forget();
-            writer.copies.clear();
-            same = std::make_unique<Same>();
-            random.known.clear();
-            random.free.clear();
-            deleteAll();
+            expectSame(written, read, random.known);
+            ASSERT_FALSE(HasFailure()) << round;
+            if (event == 0) writer.reset(), reader->reset();
+            if (event > 0) writer.forgetObjects(), reader->forgetObjects();
+            writer.copies.clear(), random.known.clear(), random.free.clear();
+            written.clear(), read.clear();
+            Received::deleteAll();
         }
-        if (round % 8 == 0) notes.keep(in.view());
+        if (round % 8 == 0) keep(in.view(), writer.notes);
     }
 }
 
 TEST_F(Graph, EveryCutIsAnAnswer) {
-    const std::string bytes = bytesOf(2);
+    const std::string bytes = saved(Random().graph(2));
+    Received::deleteAll();
     EXPECT_EQ(loadedKind(bytes, 0), fxStreamFault::none);
     for (size_t n = 0; n < bytes.size(); ++n)
         ASSERT_EQ(loadedKind(bytes.substr(0, n), n), fxStreamFault::ended) << n;
 }
 
 TEST_F(Graph, EveryFlippedByteIsAnAnswer) {
-    const std::string bytes = bytesOf(2);
+    const std::string bytes = saved(Random().graph(2));
+    Received::deleteAll();
     for (size_t i = 0; i < bytes.size() && !HasFailure(); ++i) {
         for (const size_t way : {i, i + 2}) {
             std::string flipped = bytes;

@@ -1,21 +1,20 @@
-// Streams over files, the header, and the registry of readers.
+// Streams over files and memory, what they do when the system fails them, and the registry
+// of readers.
 #include "fxds/Transcriber.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <pthread.h>
-#include <sched.h>
+#include <signal.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <atomic>
-#include <csignal>
+#include <cerrno>
+#include <climits>
+#include <functional>
 #include <random>
-#include <thread>
 
-#include "fxds/Globals.h"
-#include "fxds/StdioStream.h"
+#include "fxds/fxds.h"
 #include "tests/support/RunProgram.h"
 #include "tests/support/StreamKit.h"
 #include "tests/support/Surroundings.h"
@@ -23,9 +22,30 @@
 
 namespace {
 
+const fxStream::fxStreamType out = fxStream::fxStreamWrite;
+
+int made(const std::string& path, fxStream::fxStreamType type) {
+    static const int flags[] = {O_RDONLY, O_WRONLY, O_RDWR};
+    return open(path.c_str(), flags[type] | O_CREAT | O_CLOEXEC, 0600);
+}
+/// By its path, of its descriptor, or of a FILE with a buffer of some size.
+std::unique_ptr<fxStdioStream> opened(const std::string& path, int fd, fxStream::fxStreamType type,
+                                      size_t way) {
+    if (way == 1) return std::make_unique<fxStdioStream>(fd, type);
+    static const char* const modes[] = {"r", "w", "r+"};
+    FILE* const file = fdopen(fd, modes[type]);
+    std::setvbuf(file, nullptr, way == 2 ? _IONBF : _IOFBF, way * way);
+    if (way != 0) return std::make_unique<fxStdioStream>(file, type);
+    std::fclose(file);
+    return std::make_unique<fxStdioStream>(path.c_str(), type, 0600);
+}
+
 class Streams : public ::testing::Test {
 protected:
-    static void SetUpTestSuite() { fxInitializeToolkit(); }
+    static void SetUpTestSuite() {
+        fxInitializeToolkit();
+        signal(SIGXFSZ, SIG_IGN);
+    }
     ~Streams() override {
         fxTranscriber::resetToDefaultWriter();
         EXPECT_EQ(openDescriptors(), descriptors);
@@ -36,35 +56,23 @@ protected:
     const std::string path = directory.path + "/stream";
 };
 
-/// Counts what is alive of it.
-class CountedStream : public fxMemoryStream {
-public:
-    explicit CountedStream(size_t limitBytes = SIZE_MAX) : fxMemoryStream(limitBytes) { ++alive; }
-    CountedStream(const CountedStream&) = delete;
-    CountedStream& operator=(const CountedStream&) = delete;
-    ~CountedStream() override { --alive; }
-    static int alive;
-};
-int CountedStream::alive = 0;
+// A FILE whose system calls do what a list says, one entry after the other: how many
+// bytes they take before an interruption, or an error, as a negative number.
+struct Script {
+    std::vector<int> outcomes;  // then all
+    std::string bytes = {};
+    size_t calls = 0;
 
-fxTranscriber* noWriter(fxStream*) { return nullptr; }
-
-std::atomic<int> signals = 0;
-void countSignal(int) { ++signals; }
-
-// Reads a descriptor to its end. Before each piece, interrupts `writer`.
-std::string readInterrupting(int fd, pthread_t writer) {
-    std::string all;
-    char piece[1500];
-    for (ssize_t n = 1; n > 0; all.append(piece, static_cast<size_t>(n))) {
-        const int before = signals;
-        pthread_kill(writer, SIGUSR1);
-        while (signals == before) sched_yield();
-        n = read(fd, piece, sizeof piece);
-        if (n <= 0) break;
+    static ssize_t write(void* cookie, const char* from, size_t count) {
+        Script& self = *static_cast<Script*>(cookie);
+        const int outcome =
+            self.calls < self.outcomes.size() ? self.outcomes[self.calls++] : INT_MAX;
+        errno = outcome < 0 ? -outcome : EINTR;
+        count = outcome < 0 ? 0 : std::min(count, static_cast<size_t>(outcome));
+        self.bytes.append(from, count);
+        return static_cast<ssize_t>(count);
     }
-    return all;
-}
+};
 
 /// What a stream should hold, and where it is.
 struct Model {
@@ -89,52 +97,41 @@ struct Model {
     }
 };
 
-template <class T>
-bool put(fxStream& stream, bool (fxStream::*operation)(const T*, unsigned int),
-         const std::string& bytes) {
-    std::vector<T> items(bytes.size() / sizeof(T));
-    std::memcpy(items.data(), bytes.data(), bytes.size());
-    return (stream.*operation)(items.data(), static_cast<unsigned int>(items.size()));
-}
-template <class T>
-bool get(fxStream& stream, bool (fxStream::*operation)(T*, unsigned int), std::string& bytes) {
-    std::vector<T> items(bytes.size() / sizeof(T));
-    std::memcpy(items.data(), bytes.data(), bytes.size());
-    const bool isDone = (stream.*operation)(items.data(), static_cast<unsigned int>(items.size()));
-    std::memcpy(bytes.data(), items.data(), bytes.size());
-    return isDone;
+/// Calls act() with a number of the kind's type and the operations for it.
+template <class Act>
+bool withKind(size_t kind, Act act) {
+    return kind == 0   ? act(char(), &fxStream::putBytes, &fxStream::getBytes)
+           : kind == 1 ? act(short(), &fxStream::putShorts, &fxStream::getShorts)
+           : kind == 2 ? act(int(), &fxStream::putInts, &fxStream::getInts)
+           : kind == 3 ? act(long(), &fxStream::putLongs, &fxStream::getLongs)
+           : kind == 4 ? act(float(), &fxStream::putFloats, &fxStream::getFloats)
+                       : act(double(), &fxStream::putDoubles, &fxStream::getDoubles);
 }
 
 // Elements of each type, written and read in any order, up to the end of what is there,
 // which is final.
 void agree(fxStream& stream, Model& model, std::mt19937& rng, int steps, size_t most) {
     EXPECT_TRUE(stream.isReading() == model.reads && stream.isWriting() == model.writes);
-    static const size_t sizes[] = {1, 2, 4, 8, 4, 8};
     for (bool isOver = false; steps > 0 && !isOver; --steps) {
-        const size_t kind = rng() % 6;
-        std::string bytes((1 + rng() % (rng() % 8 == 0 ? most : 20)) * sizes[kind], '?');
-        if (model.writes && (!model.reads || rng() % 2 == 0)) {
+        const size_t count = 1 + rng() % (rng() % 8 == 0 ? most : 20);
+        const bool isPut = model.writes && (!model.reads || rng() % 2 == 0);
+        std::string bytes, expected;
+        const bool isDone = withKind(rng() % 6, [&](auto item, auto put, auto get) {
+            std::vector<decltype(item)> items(count);
+            bytes.assign(count * sizeof item, '?');
             for (char& byte : bytes) byte = static_cast<char>(rng());
-            const bool isPut = kind == 0   ? put(stream, &fxStream::putBytes, bytes)
-                               : kind == 1 ? put(stream, &fxStream::putShorts, bytes)
-                               : kind == 2 ? put(stream, &fxStream::putInts, bytes)
-                               : kind == 3 ? put(stream, &fxStream::putLongs, bytes)
-                               : kind == 4 ? put(stream, &fxStream::putFloats, bytes)
-                                           : put(stream, &fxStream::putDoubles, bytes);
-            ASSERT_EQ(isPut, model.put(bytes));
-        } else {
-            std::string expected = bytes;
-            const bool isGot = kind == 0   ? get(stream, &fxStream::getBytes, bytes)
-                               : kind == 1 ? get(stream, &fxStream::getShorts, bytes)
-                               : kind == 2 ? get(stream, &fxStream::getInts, bytes)
-                               : kind == 3 ? get(stream, &fxStream::getLongs, bytes)
-                               : kind == 4 ? get(stream, &fxStream::getFloats, bytes)
-                                           : get(stream, &fxStream::getDoubles, bytes);
-            ASSERT_EQ(isGot, model.get(expected));
-            isOver = !isGot && !model.appends;
-            if (isOver) model.position = model.bytes.size();
-            ASSERT_TRUE(isOver || bytes == expected);
-        }
+            expected = bytes;
+            std::memcpy(items.data(), bytes.data(), bytes.size());
+            const auto n = static_cast<unsigned int>(count);
+            const bool isOk =
+                isPut ? (stream.*put)(items.data(), n) : (stream.*get)(items.data(), n);
+            std::memcpy(bytes.data(), items.data(), bytes.size());
+            return isOk;
+        });
+        ASSERT_EQ(isDone, isPut ? model.put(expected) : model.get(expected));
+        isOver = !isPut && !isDone && !model.appends;
+        if (isOver) model.position = model.bytes.size();
+        ASSERT_TRUE(isOver || bytes == expected);
     }
     char byte = 'x';
     EXPECT_TRUE(model.writes || !(stream.putBytes(&byte, 1) || stream.putBytes(&byte, 0)));
@@ -148,23 +145,12 @@ void agree(fxStream& stream, Model& model, std::mt19937& rng, int steps, size_t 
 TEST_F(Streams, FilesAgreeWithModel) {
     std::mt19937 rng(testSeed());
     std::string bytes;
-    for (int round = 0; round < 90; ++round) {
+    for (unsigned int round = 0; round < 90; ++round) {
         const auto type = static_cast<fxStream::fxStreamType>(round % 3);
         const bool reads = type != fxStream::fxStreamWrite, writes = type != fxStream::fxStreamRead;
-        const int fd = open(path.c_str(),
-                            (reads && writes ? O_RDWR
-                             : reads         ? O_RDONLY
-                                             : O_WRONLY) |
-                                O_CREAT | O_CLOEXEC,
-                            0600);
-        const int shared = dup(fd), way = round / 3 % 3;
-        std::unique_ptr<fxStdioStream> stream(
-            way == 0   ? new fxStdioStream(path.c_str(), type, 0600)
-            : way == 1 ? new fxStdioStream(fd, type)
-                       : new fxStdioStream(fdopen(fd, reads && writes ? "r+"
-                                                      : reads         ? "r"
-                                                                      : "w"),
-                                           type));
+        const int fd = made(path, type), shared = dup(fd);
+        const size_t way = rng() % 6;
+        const std::unique_ptr<fxStdioStream> stream = opened(path, fd, type, way);
         ASSERT_FALSE(stream->hasError());
         ASSERT_EQ(stream->getType(), type);
         Model model = {reads, writes};
@@ -176,7 +162,6 @@ TEST_F(Streams, FilesAgreeWithModel) {
         char byte = 0;
         EXPECT_FALSE(stream->close() || stream->flush() || stream->putBytes(&byte, 1));
         EXPECT_EQ(lseek(shared, 0, SEEK_CUR), way != 0 ? static_cast<off_t>(model.position) : 0);
-        if (way == 0) close(fd);
         close(shared);
         bytes = model.bytes;
     }
@@ -212,88 +197,135 @@ TEST_F(Streams, MemoryAgreesWithModel) {
     }
 }
 
-TEST_F(Streams, InterruptedWritesLoseNothing) {
-    struct sigaction counting = {};
-    struct sigaction before = {};
-    counting.sa_handler = countSignal;
-    ASSERT_EQ(sigaction(SIGUSR1, &counting, &before), 0);
-    std::mt19937 random(1);
-    for (bool adopting : {false, true}) {
-        int ends[2];
-        ASSERT_EQ(pipe(ends), 0);
-        fcntl(ends[1], F_SETPIPE_SZ, 4096);
-        std::string got;
-        const pthread_t writer = pthread_self();
-        std::thread reader([&] { got = readInterrupting(ends[0], writer); });
-
+// Pieces of many sizes, flushed now and then, against a limit anywhere.
+TEST_F(Streams, WhatWasReportedAsFlushedIsOnTheDisk) {
+    std::mt19937 rng(testSeed());
+    for (int round = 0; round < 60; ++round) {
+        unlink(path.c_str());
+        const std::unique_ptr<fxStdioStream> stream = opened(path, made(path, out), out, rng() % 6);
         std::string sent;
-        {
-            const fxStream::fxStreamType out = fxStream::fxStreamWrite;
-            fxStdioStream stream =
-                adopting ? fxStdioStream(fdopen(ends[1], "w"), out) : fxStdioStream(ends[1], out);
-            for (unsigned int i = 0; i < 600; ++i) {
-                // Some need more room than the pipe has.
-                const unsigned int size = i % 50 == 0 ? 20000 : 1 + 37 * i % 500;
-                std::string bytes(size, 'a');  // without a period, which a page might fit
-                for (char& byte : bytes) byte = static_cast<char>(random());
-                sent += bytes;
-                EXPECT_TRUE(stream.putBytes(bytes.data(), size));
-            }
-            EXPECT_TRUE(stream.flush());
-            EXPECT_TRUE(stream.close());
+        size_t safe = 0;
+        limit(RLIMIT_FSIZE, rng() % 300000);
+        while (sent.size() < 200000) {
+            const size_t size = 1 + rng() % (rng() % 8 == 0 ? 90000 : 900);
+            const std::string piece(size, static_cast<char>(rng()));
+            sent += piece;
+            stream->putBytes(piece.data(), static_cast<unsigned int>(size));
+            if (rng() % 16 == 0 && stream->flush()) safe = sent.size();
         }
-        reader.join();
-        close(ends[0]);
-        EXPECT_TRUE(got == sent) << got.size() << " of " << sent.size();
+        const bool isSaved = stream->close();
+        limit(RLIMIT_FSIZE);
+        if (isSaved) safe = sent.size();
+        const std::string there = contents(path);
+        EXPECT_GE(there.size(), safe);
+        EXPECT_TRUE(sent.compare(0, safe, there, 0, safe) == 0) << "round " << round;
     }
-    sigaction(SIGUSR1, &before, nullptr);
 }
 
-// Nothing is read beyond what was asked for: the pipe would block.
+// Nor does it lose anything, however much was taken before it.
+TEST_F(Streams, AnInterruptionDoesNotHideALoss) {
+    const struct {
+        std::vector<int> outcomes;
+        bool arrives;
+    } cases[] = {
+        {{1, 1, 1}, true},
+        {{-EINTR, 1, -EINTR, -EINTR, 3, -EINTR, 2}, true},
+        {{-ENOSPC}, false},
+        {{-ENOSPC, -EINTR}, false},
+        {{-EINTR, -EIO, 1, -EINTR}, false},
+        {{1, -EINTR, -EPIPE, -EINTR}, false},
+    };
+    for (const auto& one : cases) {
+        for (const unsigned int size : {1U, 10U, 20000U}) {
+            Script script{one.outcomes};
+            FILE* file = fopencookie(&script, "w", {nullptr, Script::write, nullptr, nullptr});
+            std::setvbuf(file, nullptr, _IONBF, 0);
+            fxStdioStream stream(file, out);
+            bool isPut = true;
+            std::string sent;
+            for (char i = 'a'; i < 'e'; ++i) {
+                const std::string piece(size, i);
+                isPut = stream.putBytes(piece.data(), size) && isPut;
+                sent += piece;
+            }
+            EXPECT_EQ(stream.flush(), one.arrives);
+            EXPECT_EQ(stream.close(), one.arrives);
+            EXPECT_TRUE(!one.arrives || isPut);
+            EXPECT_EQ(script.bytes == sent, one.arrives);
+        }
+    }
+}
+
+// What is written is at once in a pipe, which would not wait. Nothing is read beyond what
+// was asked for.
 TEST_F(Streams, GraphsComeThroughAPipeOneByOne) {
+    for (const bool isAdopted : {false, true}) {
+        int ends[2];
+        ASSERT_EQ(pipe2(ends, O_NONBLOCK), 0);
+        const std::unique_ptr<fxTranscriber> writer(
+            fxTranscriber::getWriter(isAdopted ? new fxStdioStream(fdopen(ends[1], "w"), out)
+                                               : new fxStdioStream(ends[1], out)));
+        const std::unique_ptr<fxTranscriber> reader(
+            fxTranscriber::getReader(new fxStdioStream(ends[0], fxStream::fxStreamRead)));
+        for (int i = 0; i < 3; ++i) {
+            Node node;
+            node.left = &node;  // ends in a reference
+            writer->reset();
+            ASSERT_TRUE(fxWriteObject(*writer, &node));
+            const std::unique_ptr<Node> read(fxReadObject<Node>(*reader));
+            ASSERT_TRUE(read != nullptr && read->left == read.get());
+        }
+    }
+}
+
+namespace {
+
+class Idle : public fxSelectHandler {
+public:
+    explicit Idle(int fd_) : fxSelectHandler(fd_, 1) {}
+    const char* className() const override { return "Idle"; }
+    void handleRead() override { ADD_FAILURE() << "nothing was ready"; }
+};
+
+}  // namespace
+
+TEST_F(Streams, AnInterruptedWaitIsATurnInWhichNothingWasReady) {
+    static int error;
+    const auto note = [] { error = errno; };
+    signal(SIGALRM, [](int) {});
     int ends[2];
     ASSERT_EQ(pipe(ends), 0);
-    const std::unique_ptr<fxTranscriber> writer(
-        fxTranscriber::getWriter(new fxStdioStream(ends[1], fxStream::fxStreamWrite)));
-    std::unique_ptr<fxTranscriber> reader;
-    for (int i = 0; i < 3; ++i) {
-        Node node;
-        node.left = &node;  // ends in a reference
-        writer->reset();
-        ASSERT_TRUE(fxWriteObject(*writer, &node));
-        if (i == 0) {
-            reader.reset(
-                fxTranscriber::getReader(new fxStdioStream(ends[0], fxStream::fxStreamRead)));
-        }
-        const std::unique_ptr<Node> read(fxReadObject<Node>(*reader));
-        ASSERT_TRUE(read != nullptr && read->left == read.get());
+    {
+        Idle idle(ends[0]);
+        fx_theExecutive->addSelectHandler(&idle);
+        fx_theExecutive->addPostSelectFunc(note);
+        ualarm(1000, 1000);
+        fx_theExecutive->poll(1000);
+        ualarm(0, 0);
+        EXPECT_EQ(error, EINTR);
+        fx_theExecutive->removePostSelectFunc(note);
     }
+    close(ends[1]);
 }
 
 TEST_F(Streams, MissingFileIsAnErrorToReadAndMadeToWrite) {
-    fxStdioStream missing(path.c_str(), fxStream::fxStreamRead, 0600);
+    const fxStream::fxStreamType in = fxStream::fxStreamRead;
+    fxStdioStream missing(path.c_str(), in, 0600), nowhere("/no/such/directory/file", out, 0600);
+    fxStdioStream noFile(static_cast<FILE*>(nullptr), in), badDescriptor(-1, in);
+    for (fxStream* each : {&missing, &nowhere, &noFile, &badDescriptor})
+        EXPECT_TRUE(each->hasError());
     char byte = 0;
-    EXPECT_TRUE(missing.hasError());
     EXPECT_FALSE(missing.getBytes(&byte, 1) || missing.flush() || missing.close());
 
     const mode_t before = umask(0);
-    for (fxStream::fxStreamType type : {fxStream::fxStreamWrite, fxStream::fxStreamReadWrite}) {
-        {
-            fxStdioStream made(path.c_str(), type, 0640);
-            EXPECT_FALSE(made.hasError());
-        }
+    for (const fxStream::fxStreamType type : {out, fxStream::fxStreamReadWrite}) {
+        EXPECT_FALSE(fxStdioStream(path.c_str(), type, 0640).hasError());
         struct stat status;
         ASSERT_EQ(stat(path.c_str(), &status), 0);
         EXPECT_EQ(status.st_mode & 0777U, 0640U);
         unlink(path.c_str());
     }
     umask(before);
-    fxStdioStream nowhere("/no/such/directory/file", fxStream::fxStreamWrite, 0600);
-    EXPECT_TRUE(nowhere.hasError());
-    fxStdioStream noFile(static_cast<FILE*>(nullptr), fxStream::fxStreamRead);
-    EXPECT_TRUE(noFile.hasError());
-    fxStdioStream badDescriptor(-1, fxStream::fxStreamRead);
-    EXPECT_TRUE(badDescriptor.hasError());
 }
 
 TEST_F(Streams, MemoryIsReadFromBytesThatAreGiven) {
@@ -315,39 +347,58 @@ TEST_F(Streams, MemoryIsReadFromBytesThatAreGiven) {
 }
 
 TEST_F(Streams, ReadersAndWritersAreMadeByTheRegistry) {
-    HeldStream stream, whole(header());
-    fxTranscriber::changeDefaultWriter(noWriter);
+    HeldStream stream, whole(header()), full("", 3);
+    fxTranscriber::changeDefaultWriter([](fxStream*) -> fxTranscriber* { return nullptr; });
     EXPECT_EQ(fxTranscriber::getWriter(stream), nullptr);
     fxTranscriber::changeDefaultWriter(nullptr);
     EXPECT_EQ(fxTranscriber::getWriter(stream), nullptr);
     fxTranscriber::resetToDefaultWriter();
-    const std::unique_ptr<fxTranscriber> writer(fxTranscriber::getWriter(stream));
+    std::unique_ptr<fxTranscriber> writer(fxTranscriber::getWriter(stream));
     EXPECT_STREQ(writer->className(), "fxBinaryWriter");
-    const std::unique_ptr<fxTranscriber> reader(fxTranscriber::getReader(whole));
+    std::unique_ptr<fxTranscriber> reader(fxTranscriber::getReader(whole));
     EXPECT_STREQ(reader->className(), "fxBinaryReader");
     EXPECT_TRUE(reader->isReading() && !writer->isReading());
     whole.set("");
     EXPECT_EQ(fxTranscriber::getReader(whole), nullptr);
-    EXPECT_EQ(whole->refCount, 2U);  // the caller's, and the other reader's
     EXPECT_EQ(fxTranscriber::getReader(nullptr), nullptr);
     EXPECT_EQ(fxTranscriber::getWriter(nullptr), nullptr);
-}
-
-TEST_F(Streams, TranscriberHoldsItsStream) {
-    delete fxTranscriber::getWriter(new CountedStream);
-    EXPECT_EQ(CountedStream::alive, 0);
-
-    EXPECT_EQ(fxTranscriber::getWriter(new CountedStream(3)), nullptr);  // which lets go of it
-    EXPECT_EQ(CountedStream::alive, 0);
-
+    EXPECT_EQ(fxTranscriber::getWriter(full), nullptr);
+    // Each holds its stream.
+    EXPECT_TRUE(stream->refCount == 2 && whole->refCount == 2 && full->refCount == 1);
+    writer.reset(), reader.reset();
+    EXPECT_TRUE(stream->refCount == 1 && whole->refCount == 1);
     fxMemoryStream local;
     EXPECT_DEATH(delete fxTranscriber::getWriter(&local), "take\\(\\) it first|not malloc");
-    CountedStream* held = new CountedStream;
-    held->take();
-    delete fxTranscriber::getWriter(held);
-    EXPECT_EQ(CountedStream::alive, 1);
-    delete fxTranscriber::getReader(held);
-    EXPECT_EQ(CountedStream::alive, 1);
-    held->release();
-    EXPECT_EQ(CountedStream::alive, 0);
 }
+
+#ifndef __SANITIZE_ADDRESS__
+
+// Sanitizers map more memory than a limit would leave.
+TEST_F(Streams, RunningOutOfMemoryIsFatalAndSaysForHowMuch) {
+    constexpr size_t room = size_t{64} << 20;
+    const std::function<void()> greedy[] = {
+        [] { fxLongArray().setMaxLength(100000000); },
+        [] { fxStr("x").resize(1U << 30); },
+        [] { fxVoidPtrDict dictionary(200000000); },
+        [] {
+            fxStackBuffer buffer;
+            for (;;) buffer.put("0123456789", 10);
+        },
+        [] {
+            fxStr text("0123456789");
+            for (;;) text.append(text);
+        },
+    };
+    for (const auto& action : greedy) {
+        EXPECT_DEATH(
+            {
+                long pages = 0;
+                std::ifstream("/proc/self/statm") >> pages;
+                limit(RLIMIT_AS, static_cast<size_t>(pages * getpagesize()) + room);
+                action();
+            },
+            "out of memory for [0-9]+ bytes");
+    }
+}
+
+#endif

@@ -7,6 +7,7 @@
 #include <cstring>
 #include <fstream>
 #include <functional>
+#include <map>
 #include <memory>
 #include <set>
 #include <sstream>
@@ -175,22 +176,42 @@ inline std::string header(short shortMark = 0x1122, long longMark = 0x33445566) 
 
 // Saving to and loading from memory.
 
-/// Notes which operations a writer was asked for, with their bytes in hex: "long" and what
+/// The bytes of numbers of this machine as another one stores them. Byte i of each group of
+/// 4 is byte i ^ (machine & 3); with machine & 4, those of a short are exchanged.
+inline std::string asStored(unsigned int machine, std::string bytes, size_t itemBytes = 4) {
+    const std::string ours = bytes;
+    const size_t turned = itemBytes == 2 ? machine >> 2U : machine & 3U;
+    for (size_t i = 0; i < ours.size(); ++i) bytes[i] = ours[i ^ turned];
+    return bytes;
+}
+inline std::string headerOf(unsigned int machine) {
+    const std::string marks = header().substr(20);
+    return header().substr(0, 20) + asStored(machine, marks.substr(0, 2), 2) +
+           asStored(machine, marks.substr(2));
+}
+
+/// Notes which operations it was asked for, with their bytes in hex: "long" and what
 /// numbers there are, "block long" likewise, "object", "part"; 0 for a null pointer.
+/// Writes whole numbers as a machine stores them.
 class NotingWriter : public fxBinaryWriter {
     typedef fxBinaryWriter Base;
 
 public:
-    explicit NotingWriter(fxStream* stream_) : fxTranscriber(stream_, false), Base(stream_) {}
+    explicit NotingWriter(fxStream* stream_, unsigned int machine_ = 0)
+        : fxTranscriber(stream_, false), Base(stream_), machine(machine_) {}
     using fxBinaryWriter::xdr;
 
-#define NOTED(Type, name)                                                  \
-    bool xdr(Type* v, unsigned int n) override {                           \
-        return noted(name + hex(v, n), [&] { return Base::xdr(v, n); });   \
-    }                                                                      \
-    bool xdr(Type** v, unsigned int n) override {                          \
-        return noted("block " + (*v != nullptr ? name + hex(*v, n) : "0"), \
-                     [&] { return Base::xdr(v, n); });                     \
+#define NOTED(Type, name)                                                \
+    bool xdr(Type* v, unsigned int n) override {                         \
+        note(name + hex(v, n));                                          \
+        std::string copy;                                                \
+        Type* const at = stored(v, n, copy);                             \
+        return nested([&] { return Base::xdr(at, n); });                 \
+    }                                                                    \
+    bool xdr(Type** v, unsigned int n) override {                        \
+        note("block " + (*v != nullptr ? name + hex(*v, n) : "0"));      \
+        Type* at = stored(*v, n, copies[*v]);                            \
+        return nested([&] { return Base::xdr(at == *v ? v : &at, n); }); \
     }
     NOTED(char, std::string("byte"))
     NOTED(unsigned char, std::string("byte"))
@@ -205,76 +226,78 @@ public:
 #undef NOTED
     bool xdr(char** v) override {
         const auto n = *v != nullptr ? static_cast<unsigned int>(std::strlen(*v)) + 1 : 0;
-        return noted("block " + (n != 0 ? "byte" + hex(*v, n) : "0"), [&] { return Base::xdr(v); });
+        note("block " + (n != 0 ? "byte" + hex(*v, n) : "0"));
+        return nested([&] { return Base::xdr(v); });
     }
     bool xdr(void* slot, fxXDRObj* from, fxTypeObj& type, fxXDRObj* object, void* at) override {
-        return noted(at != nullptr ? "object" : "object 0",
-                     [&] { return Base::xdr(slot, from, type, object, at); });
+        note(at != nullptr ? "object" : "object 0");
+        return nested([&] { return Base::xdr(slot, from, type, object, at); });
     }
     bool xdr(fxTypeObj& base, void* derived, void* at) override {
-        if (derived != at) notes += "part\n";
+        if (derived != at) note("part");
         return Base::xdr(base, derived, at);
     }
 
     std::string notes;
+    std::map<const void*, std::string> copies;  ///< Of blocks, as they are stored.
 
 private:
-    template <class T>
-    static std::string hex(const T* items, unsigned int count) {
-        std::string text = " ";
-        const auto* bytes = reinterpret_cast<const unsigned char*>(items);
-        for (size_t i = 0; i < count * sizeof(T); ++i) {
-            text += "0123456789abcdef"[bytes[i] >> 4U];
-            text += "0123456789abcdef"[bytes[i] & 15U];
-        }
-        return text;
-    }
     // The base may ask itself for another operation, and for those of contents.
+    bool isAsked() const { return depth == 0 && (tag < fxTagBytes || tag > fxTagDoubles); }
     template <class Do>
-    bool noted(const std::string& what, Do operation) {
-        const bool isOfContents = tag >= fxTagBytes && tag <= fxTagDoubles;
-        if (depth++ == 0 && !isOfContents) notes += what + '\n';
+    bool nested(Do operation) {
+        ++depth;
         const bool isDone = operation();
         --depth;
         return isDone;
     }
+    void note(const std::string& operation) {
+        if (isAsked()) notes += operation + '\n';
+    }
+    template <class T>
+    static std::string hex(const T* items, unsigned int count) {
+        std::string text = " ";
+        for (const char each : bytesOf(items, count)) {
+            text += "0123456789abcdef"[static_cast<unsigned char>(each) >> 4U];
+            text += "0123456789abcdef"[static_cast<unsigned char>(each) & 15U];
+        }
+        return text;
+    }
+    template <class T>
+    static std::string bytesOf(const T* items, unsigned int count) {
+        return {reinterpret_cast<const char*>(items), count * sizeof(T)};
+    }
+    template <class T>
+    T* stored(T* items, unsigned int count, std::string& copy) const {
+        const bool isStored = machine != 0 && isAsked() && items != nullptr;
+        if (!isStored || !std::is_integral_v<T> || sizeof(T) == 1) return items;
+        copy = asStored(machine, bytesOf(items, count), sizeof(T));
+        return reinterpret_cast<T*>(copy.data());
+    }
+    const unsigned int machine;
     int depth = 0;
 };
 
-/// Writes a stream for a second time, and leaves it in the folder that the environment
-/// names, with the operations that it was written by, for a reader in another language.
-class NotedStream {
-public:
-    template <class Write>
-    bool write(Write write_) {
-        return write_(writer) && writer.flush();
-    }
-    void reset() { writer.reset(); }
-    void forget() { writer.forgetObjects(); }
-    /// `bytes` is the stream as it was written without notes.
-    void keep(std::string_view bytes) const {
-        const char* const folder = std::getenv("FX_SAVED_STREAMS");
-        if (folder == nullptr) return;
-        const std::string path =
-            std::string(folder) + '/' + std::to_string(std::hash<std::string_view>()(bytes));
-        std::ofstream(path + ".fx") << bytes;
-        const bool isSame = bytes.substr(30) == stream->view();
-        std::ofstream(path + ".ops") << (isSame ? writer.notes : "written otherwise\n");
-    }
-
-private:
-    HeldStream stream;
-    NotingWriter writer{stream};
-};
+/// Leaves a stream in the folder that the environment names, with the operations that it
+/// was written by, for a reader in another language.
+inline void keep(std::string_view bytes, std::string_view notes) {
+    const char* const folder = std::getenv("FX_SAVED_STREAMS");
+    if (folder == nullptr) return;
+    const std::string path =
+        std::string(folder) + '/' + std::to_string(std::hash<std::string_view>()(bytes));
+    std::ofstream(path + ".fx") << bytes;
+    std::ofstream(path + ".ops") << notes;
+}
 
 template <class C>
 std::string saved(C* root) {
-    HeldStream stream;
+    HeldStream stream, again;
     const std::unique_ptr<fxTranscriber> writer(fxTranscriber::getWriter(stream));
     if (writer == nullptr || !fxWriteObject(*writer, root)) return "failed";
-    NotedStream notes;
-    if (notes.write([root](fxTranscriber& t) { return fxWriteObject(t, root); })) {
-        notes.keep(stream->view());
+    NotingWriter noting(again);
+    if (fxWriteObject(noting, root)) {
+        const bool isSame = again->view() == stream->view().substr(30);
+        keep(stream->view(), isSame ? noting.notes : "written otherwise\n");
     }
     return std::string(stream->view());
 }
@@ -292,6 +315,12 @@ C* loaded(const std::string& bytes) {
     return loaded<C>(stream);
 }
 
+/// Of a class with FX_TRANSCRIBABLE: its record, by its own name, version and bases, and
+/// the head of its xdr().
+#define TRANSCRIBED(Class, ...)                        \
+    FX_TRANSCRIBABLE_TYPE(Class, #Class, __VA_ARGS__); \
+    inline fxBool Class::xdr(fxTranscriber& t)
+
 /// An object that a test can find again: all that live are listed, so that a
 /// test can delete them whatever they point to, and see that none is left.
 class Listed : public fxXDRObj {
@@ -306,14 +335,16 @@ class Listed : public fxXDRObj {
         static std::set<Listed*> list;
         return list;
     }
+    /// Leaves what it holds to others.
+    virtual void letGo() {}
     static void deleteAll() {
+        for (Listed* each : all()) each->letGo();
         while (!all().empty()) delete *all().begin();
     }
 
     long number = 0;
 };
-FX_TRANSCRIBABLE_TYPE(Listed, "Listed", 1);
-inline fxBool Listed::xdr(fxTranscriber& t) { return fxXdr(t, number); }
+TRANSCRIBED(Listed, 1) { return fxXdr(t, number); }
 
 /// Two pointers, a text and numbers.
 class Node : public Listed {
@@ -322,8 +353,7 @@ class Node : public Listed {
     Node* left = nullptr;
     Listed* right = nullptr;
 };
-FX_TRANSCRIBABLE_TYPE(Node, "Node", 1, Listed);
-inline fxBool Node::xdr(fxTranscriber& t) {
+TRANSCRIBED(Node, 1, Listed) {
     return fxXdrBase<Listed>(t, this) && fxXdr(t, text) && fxXdrObject(t, left) &&
            fxXdrObject(t, right);
 }
@@ -334,8 +364,7 @@ class Leaf : public Listed {
     Node* owner = nullptr;
     double weight = 0;
 };
-FX_TRANSCRIBABLE_TYPE(Leaf, "Leaf", 2, Listed);
-inline fxBool Leaf::xdr(fxTranscriber& t) {
+TRANSCRIBED(Leaf, 2, Listed) {
     return fxXdrBase<Listed>(t, this) && fxXdrObject(t, owner) && fxXdr(t, weight);
 }
 

@@ -5,7 +5,9 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <pthread.h>
+#include <sys/resource.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -44,6 +46,14 @@ inline int openDescriptors() {
     int count = 0;
     for (int fd = 0; fd < 1024; ++fd) count += fcntl(fd, F_GETFD) != -1;
     return count;
+}
+
+/// Limits what the process may have; or ends that.
+inline void limit(decltype(RLIMIT_FSIZE) what, rlim_t most = RLIM_INFINITY) {
+    rlimit now = {};
+    getrlimit(what, &now);
+    now.rlim_cur = std::min(most, now.rlim_max);
+    setrlimit(what, &now);
 }
 
 /// Does the work on a thread whose stack has this size.
