@@ -1,5 +1,6 @@
-// Texts, containers and expressions as users of the standard library and of other
-// foundation libraries take them for granted, and what is hostile to them.
+// The library as a whole: ordered start-up and shutdown; texts, containers and expressions
+// as users of the standard library and of other foundation libraries take them for granted,
+// and what is hostile to them. Nothing has started the library before the first test.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -22,6 +23,108 @@
 #include "tests/support/TestSeed.h"
 
 namespace {
+
+std::vector<std::string> calls;
+
+TEST(StartUp, IsHintedAtWhereItIsMissing) {
+    if (fx_theConverters != nullptr) GTEST_SKIP() << "started already";
+    fxObj source, target;
+    source.addOutput<int>("out");
+    target.addInput("in", [](const fxStr&) {});
+    EXPECT_DEATH(source.connect("out", &target, "in"),
+                 "^There are no converters yet: call fxInitializeToolkit\\(\\)\n"
+                 "Can't convert from [0-9]+ to [0-9]+\n$");
+    EXPECT_TRUE(fxConnect(source, "out", target, "in")
+                    .whyNot()
+                    .endsWith("; there are none before fxInitializeToolkit()"));
+    testing::internal::CaptureStderr();
+    for (int i = 0; i < 2; ++i) EXPECT_EQ(fxTranscriber::getReader(nullptr), nullptr);
+    EXPECT_EQ(testing::internal::GetCapturedStderr(),
+              "There are no readers yet: call fxInitializeToolkit()\n");
+}
+
+TEST(StartUp, RunsBothOrderingsOnceEachWay) {
+    // In one process, since it happens but once: library first, application last.
+    static fxOrderedGlobal outer([] { calls.push_back("init"); }, [] { calls.push_back("end"); },
+                                 nullptr, 2);
+    static fxOrderedGlobal again(
+        [] {
+            calls.push_back(fx_theExecutive != nullptr ? "after the library" : "too early");
+            fxInitializeToolkit();  // from within: does nothing
+        },
+        [] { fxCleanupGlobalOrderings(); }, nullptr, 0);
+    calls.clear();
+    fxInitializeToolkit();
+    fxInitializeToolkit();
+    EXPECT_EQ(calls, (std::vector<std::string>{"init", "after the library"}));
+    fxCleanupGlobalOrderings();
+    fxCleanupGlobalOrderings();
+    EXPECT_EQ(calls.back(), "end");
+    EXPECT_EQ(calls.size(), 3u);
+}
+
+TEST(StartUp, OneSelectingPassSortsTheOrdering) {
+    calls.clear();
+    static fxOrderedGlobal *aNeeds[2], *bNeeds[2];
+    static fxOrderedGlobal a([] { calls.push_back("A"); }, [] { calls.push_back("~A"); }, aNeeds,
+                             2);
+    static fxOrderedGlobal b([] { calls.push_back("B"); }, [] { calls.push_back("~B"); }, bNeeds,
+                             0);
+    static fxOrderedGlobal c([] { calls.push_back("C"); }, nullptr, nullptr, -1);
+    fxGlobalOrder chain;
+    chain.add(&a);
+    chain.add(&b);
+    chain.add(&c);
+    aNeeds[0] = &c;
+    bNeeds[0] = nullptr;
+    static fxOrderedGlobal* cNeeds[] = {&b, nullptr};
+    c.deps = cNeeds;
+    chain.create();
+    EXPECT_EQ(calls, (std::vector<std::string>{"C", "B", "A"}));
+    calls.clear();
+    chain.destroy();
+    EXPECT_EQ(calls, (std::vector<std::string>{"~A", "~B"}));
+    calls.clear();
+    fxGlobalOrder cycle;
+    aNeeds[0] = &b;
+    bNeeds[0] = &a;
+    cycle.add(&a);
+    cycle.add(&b);
+    cycle.create();
+    EXPECT_EQ(calls, (std::vector<std::string>{"B", "A"}));
+    EXPECT_TRUE(a.dependsOn(b));
+    EXPECT_FALSE(a.dependsOn(c));
+    EXPECT_EQ(fx_applicationGlobalOrder->globals.length(), 5u) << "any number but 1";
+}
+
+TEST(StartUp, MakesTheServicesOnceAndNumbersTheTypes) {
+    fxInitializeToolkit();
+    ASSERT_NE(fx_theExecutive, nullptr);
+    EXPECT_EQ(fxDT_void, 0);
+    EXPECT_EQ(fxDT_fxStrArray, 11);
+    EXPECT_EQ(fxET_MessageEvent, 1u);
+    EXPECT_EQ((*fx_nextDataType)(), 12u);
+    EXPECT_EQ((*fx_nextEventType)(), 2u);
+    EXPECT_NE(fx_theDebugger, nullptr);
+    EXPECT_EQ(fx_toolkitGlobalOrder->globals[0], &fxOG_Init);
+    EXPECT_EQ(fx_toolkitGlobalOrder->globals[1], &fxOG_Transcriber);
+}
+
+TEST(StartUp, IdentifiesTheLibrary) {
+    char line[256];
+    const int length = libostrelfxds_sprintf_verid(line);
+    EXPECT_EQ(static_cast<size_t>(length), std::strlen(line));
+    EXPECT_EQ(std::string(line).substr(0, 34), "libostrelfxds" + std::string(21, ' '));
+    EXPECT_NE(std::string(line).find(" 64-bit\n"), std::string::npos);
+    testing::internal::CaptureStdout();
+    EXPECT_EQ(libostrelfxds_print_verid(), length);
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), line);
+    const char** banner = libostrelfxds_copyright_array();
+    for (int i = 0; i < 9; ++i) EXPECT_EQ(std::strlen(banner[i]), 73u);
+    EXPECT_EQ(banner[9], nullptr);
+}
+
+// Values.
 
 const std::string text = "alpha,beta,,gamma";
 const fxStr str = text;
@@ -96,6 +199,13 @@ const struct {
     {"algorithms over a set", [] { const fxTypedSet<int> s{1, 2, 3}; return std::count_if(s.begin(), s.end(), [](int i) { return i > 1; }) == 2 && std::set<int>(s.begin(), s.end()).size() == 3; }},
     {"set by return value", [] { const auto make = [] { fxStrSet s{"a", "b"}; fxStrSet moved = std::move(s); return moved; }; return make() == fxStrSet{"b", "a"}; }},
     {"replace by a lambda", [] { return fxExpression("b[a-z]*").replace( str, [](const fxMatch& m) { return upper(m[0]); }) == "alpha,BETA,,gamma"; }},
+    {"emplace an own element", [] { fxStrArray a{"first", "second"}; for (int i = 0; i < 20; ++i) a.emplace(a[0]); a.append(std::move(a[1])); return a[21] == "first" && a[22] == "second" && a[1].isEmpty() && a.take(22) == "second" && !a.take(22); }},
+    {"truths are 0 and 1", [] { fxBoolArray a; a.push_back(7); return a[0] == 1 && fxBoolArray::of(true)[0] == 1; }},
+    {"look in a constant array", [] { const fxStrArray a{"a"}; return a.find("none") == fxArray::notFound; }},
+    {"walk by i++", [] { fxTypedDictionary<int, fxStr> d{{1, "one"}, {2, "two"}}; auto i = d.begin(); const auto passed = i++; return (*passed).value != (*i).value && i != d.begin() && ++i == d.end(); }},
+    {"set of an enumeration", [] { enum class Color : unsigned char { red, green }; fxTypedSet<Color> s{Color::red, Color::green}; return s.take(Color::red) && !s.emplace(Color::green); }},
+    {"a number alone in braces is a size", [] { const fxTypedSet<int> five{5}, none{0}; return five.isEmpty() && none.isEmpty(); }},
+    {"constants give constants", [] { typedef fxTypedDictionary<int, fxStr> D; return std::is_same_v<decltype(std::declval<const D&>().find(1)), const fxStr*> && std::is_same_v<decltype((*std::declval<const D&>().begin()).value), const fxStr&> && std::is_same_v<decltype((*std::declval<D&>().begin()).value), fxStr&>; }},
     // clang-format on
 };
 
@@ -181,20 +291,6 @@ struct Refused : std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
-TEST(Values, EmplaceBearsElementsOfItsArray) {
-    fxStrArray a{"first", "second"};
-    for (int i = 0; i < 20; ++i) a.emplace(a[0]);
-    EXPECT_EQ(a[21], "first");
-    a.append(std::move(a[1]));
-    EXPECT_TRUE(a[22] == "second" && a[1].isEmpty());
-    EXPECT_EQ(a.take(22), "second");
-    EXPECT_FALSE(a.take(22));
-    EXPECT_EQ(std::as_const(a).find("none"), fxArray::notFound);
-    fxBoolArray truths;
-    truths.push_back(7);
-    EXPECT_TRUE(truths[0] == 1 && fxBoolArray::of(true)[0] == 1);
-}
-
 TEST(Values, SortingBearsWhateverTheComparisonDoes) {
     std::mt19937 rng(testSeed());
     for (int round = 0; round < 200; ++round) {
@@ -276,23 +372,6 @@ TEST(Values, MovesTakeEntriesAndBearOperationsUnderWay) {
         }
         Mover::all.clear();
     }
-}
-
-TEST(Values, ConstantsGiveConstants) {
-    typedef fxTypedDictionary<int, fxStr> Names;
-    static_assert(std::is_same_v<decltype(std::declval<const Names&>().find(1)), const fxStr*>);
-    static_assert(
-        std::is_same_v<decltype((*std::declval<const Names&>().begin()).value), const fxStr&>);
-    static_assert(std::is_same_v<decltype((*std::declval<Names&>().begin()).value), fxStr&>);
-    Names names{{1, "one"}, {2, "two"}};
-    auto i = names.begin();
-    const auto passed = i++;
-    EXPECT_TRUE((*passed).value != (*i).value && i != names.begin() && ++i == names.end());
-    enum class Color : unsigned char { red, green };
-    fxTypedSet<Color> colors{Color::red, Color::green};
-    EXPECT_TRUE(colors.take(Color::red) && !colors.emplace(Color::green));
-    fxTypedSet<int> none{5}, zero{0};
-    EXPECT_TRUE(none.isEmpty() && zero.isEmpty());
 }
 
 // Expressions.
