@@ -1,14 +1,18 @@
-// The standard elements: what they send, and what they do outside.
+// The texts of flows beyond what texts.md shows of them; the standard elements: what they
+// send, and what they do outside.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <filesystem>
 #include <map>
+#include <random>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "flow/Flow.h"
@@ -20,6 +24,7 @@
 #include "fxds/Globals.h"
 #include "tests/support/RunProgram.h"
 #include "tests/support/Surroundings.h"
+#include "tests/support/TestSeed.h"
 
 namespace {
 
@@ -73,51 +78,6 @@ TEST_F(Elements, SendWhatTheyShould) {
         fxFlowText text = fxFlowText::load(FXDS_SOURCE_DIR "/" + std::string(name));
         EXPECT_GT(text.tests.size(), 0U);
         for (const fxFlowTestResult& each : fxRunFlowTests(text)) EXPECT_EQ(each.line(), "");
-    }
-}
-
-TEST_F(Elements, RefuseSettingsThatMakeNoSense) {
-    const struct {
-        const char* text;
-        const char* problem;
-    } rows[] = {
-        {"a = Match pattern=\"(x\"",
-         "f:1:19: error: a.pattern: \"(x\" is no pattern: unmatched () at byte 1"},
-        {"a = Match pattern=\"x\" group=10", "is above 9"},
-        {"a = Match", "pattern"},
-        {"a = Format format=\"%s %s\"", "has more than one conversion"},
-        {R"(a = Format format="%\xff")", R"(has the conversion "%\xff")"},
-        {"a = Format format=\"%*d\"", "has the conversion \"%*\""},
-        {"a = Format format=\"%1001d\"", "more than 1000 columns"},
-        {"a = Print format=\"5%\"", "ends within a conversion"},
-        {"a = Merge format=\"%c\"", "is not %a, %b or %%"},
-        {"a = Ticker every=0", "is below 1e-06 s"},
-        {"a = Level high=1 low=2", "a low that is not above high"},
-        {"a = Rate per=5 every=2", "a multiple of every"},
-        {"a = Rate per=1000 every=0.0001", "a millionth of per"},
-        {"a = Bar lowest=1 highest=1", "a lowest that is below highest"},
-        {"a = Lines", "either a file or a command"},
-        {"a = Lines file=a command=b", "either a file or a command"},
-        {"a = Lines file=a from=end", "wants follow=yes"},
-        {"a = Lines file=- follow=yes", "cannot follow standard input"},
-        {"a = Lines file=/nowhere/at/all", "/nowhere/at/all: No such file or directory"},
-        {"a = Append file=/nowhere/at/all", "/nowhere/at/all: No such file or directory"},
-        {"a = Gauge name=x unit=miles", "is none of percent, number, count, bytes"},
-        {R"(a = Gauge name="\x00")", "has a zero byte"},
-        {R"(a = Match pattern="x\x00")", "zero byte in the pattern"},
-        {R"(a = Lines file="/dev/null\x00x")", "has a zero byte"},
-        {R"(a = Lines command="echo\x00x")", "has a zero byte"},
-        {R"(a = Append file="/dev/null\x00x")", "has a zero byte"},
-        {R"(a = Cpu proc="/proc\x00x")", "has a zero byte"},
-        {R"(a = Clock format="%H\x00")", "has a zero byte"},
-    };
-    for (const auto& row : rows) {
-        fxFlow flow;
-        std::string all;
-        for (const fxFlowProblem& problem : flow.apply(fxFlowText::parse(row.text, "f"))) {
-            all += problem.line();
-        }
-        EXPECT_NE(all.find(row.problem), std::string::npos) << row.text << ": " << all;
     }
 }
 
@@ -240,5 +200,72 @@ TEST_F(Elements, SaveAllThatTheyRemember) {
         for (size_t i = 0; i < test.steps.size(); ++i) {
             EXPECT_EQ(play(test, i), expected) << test.name.text << ", before step " << i + 1;
         }
+    }
+}
+
+TEST(FlowText, SizeIsBounded) {
+    std::string text;
+    for (int i = 0; i < 1'000'010; ++i) text += "use x\n";
+    EXPECT_EQ(fxFlowText::parse(text, "f").problems.at(0).line(),
+              "f:1000001:5: error: a flow has up to 1000000 parts");
+    text.clear();
+    for (int i = 0; i < 2000; ++i) text += "1\n";
+    const fxFlowText flow = fxFlowText::parse(text, "f");
+    EXPECT_EQ(flow.problems.size(), 1000U);
+    EXPECT_EQ(flow.problems.back().text, "there are more problems than can be told");
+    EXPECT_FALSE(flow.isWhole);
+}
+
+TEST(FlowText, ObjectsThatSayTheSame) {
+    const auto object = [](const char* text) { return fxFlowText::parse(text, "f").objects[0]; };
+    EXPECT_EQ(object("a = B x=1 y=2"), object("\n\na  = B  y=\"2\" x=1"));
+    for (const char* other :
+         {"a = B x=1", "a = B x=1 y=3", "a = C x=1 y=2", "b = B x=1 y=2", "a = B x=1 y=2 z=3"}) {
+        EXPECT_FALSE(object("a = B x=1 y=2") == object(other)) << other;
+    }
+}
+
+// Random graphs: without the connections that close circles there is none left, and where
+// there was none, none is found.
+TEST(FlowText, NoImmediateCircleIsLeft) {
+    std::mt19937 random(testSeed());
+    const auto rng = [&random] { return static_cast<unsigned int>(random()); };
+    for (int round = 0; round < 300; ++round) {
+        const unsigned int objects = 1 + rng() % 12;
+        const bool isForward = rng() % 4 == 0;
+        std::string text;
+        for (unsigned int i = 0; i < objects; ++i) text += 'o' + std::to_string(i) + " = A\n";
+        for (unsigned int count = rng() % 30; count > 0; --count) {
+            const unsigned int from = rng() % objects;
+            const unsigned int to = rng() % objects;
+            if (isForward && from >= to) continue;
+            text += 'o' + std::to_string(from) + ".x -> o" + std::to_string(to) + ".x" +
+                    (rng() % 4 != 0 ? " (now)\n" : "\n");
+        }
+        fxFlowText flow = fxFlowText::parse(text, "f");
+        const std::vector<size_t> closing = flow.closingConnections();
+        EXPECT_TRUE(!isForward || closing.empty()) << text;
+        for (const size_t each : closing) {
+            EXPECT_EQ(flow.connections[each].delivery, fxFlowDelivery::now);
+            flow.connections[each].delivery = fxFlowDelivery::queued;
+        }
+        std::vector<std::pair<std::string, std::string>> left;
+        for (const auto& each : flow.connections) {
+            if (each.delivery == fxFlowDelivery::now)
+                left.emplace_back(each.from.object.text, each.to.object.text);
+        }
+        // What leads to an object from which nothing leads on is in no circle.
+        for (size_t before = left.size() + 1; before != left.size();) {
+            before = left.size();
+            left.erase(std::remove_if(left.begin(), left.end(),
+                                      [all = left](const auto& edge) {
+                                          return std::none_of(all.begin(), all.end(),
+                                                              [&](const auto& other) {
+                                                                  return other.first == edge.second;
+                                                              });
+                                      }),
+                       left.end());
+        }
+        EXPECT_TRUE(left.empty()) << text;
     }
 }

@@ -13,7 +13,6 @@
 #include <memory>
 #include <random>
 #include <set>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -451,40 +450,6 @@ TEST_F(FlowTest, WatchesFollowTheirEnd) {
     EXPECT_EQ(flow->send("b", "in", "1.5"), "\"1.5\" is no long");
     EXPECT_EQ(flow->send("b", "begin", "1"), "it takes no value");
     drain();
-}
-
-// What a converter would make 0 of, the flow names: the first of each row of them.
-TEST_F(FlowTest, ComplainsOfTextsThatAreNoNumbers) {
-    Texts complaints;
-    fxConnect(flow->complaint, [&](const fxStr& text) { complaints.emplace_back(text.view()); });
-    for (const char* delivery : {"now", "queued"}) {
-        const std::string objects = "a = Gate open=yes\nb = Node\nc = Gate\n";
-        const std::string joints = std::string("a.value -> b.in (") + delivery + "), c.open\n";
-        EXPECT_EQ(apply(objects + joints), Texts());
-        complaints.clear();
-        for (const char* text : {"1", "x", "y", " 5 m", "true"}) send("a", "value", text), drain();
-        EXPECT_EQ(complaints, (Texts{"b: \"x\" from a.value is no number for in",
-                                     "c: \"x\" from a.value is no number for open",
-                                     "b: \"true\" from a.value is no number for in"}));
-        EXPECT_EQ(apply(objects), Texts());
-        send("a", "value", "x"), drain();
-        EXPECT_EQ(complaints.size(), 3U);
-    }
-}
-
-// A picture has all objects and ends, and says how values travel.
-TEST_F(FlowTest, IsDrawn) {
-    EXPECT_EQ(apply("a = Node step=2\nb = Count\na.out -> b.count (newest)\na.out -> a.text"),
-              Texts());
-    std::ostringstream dot;
-    flow->writeDot(dot);
-    EXPECT_EQ(dot.str(),
-              "digraph flow {\n    rankdir=LR;\n    node [shape=record];\n"
-              "    o0 [label=\"{{<i0> in : long|<i1> text : fxStr|<i2> begin : void}|"
-              "a\\nNode\\nstep = 2|{<o0> out : long|<o1> done : void}}\"];\n"
-              "    o1 [label=\"{{<i0> count : void|<i1> reset : void}|b\\nCount|"
-              "{<o0> value : long}}\"];\n    o0:o0 -> o1:i0 [label=\"newest\"];\n"
-              "    o0:o0 -> o0:i1 [label=\"long to fxStr\"];\n}\n");
 }
 
 // What cannot be a flow is not loaded, and changes nothing.

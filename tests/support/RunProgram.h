@@ -46,18 +46,6 @@ struct Program {
     bool hasTerminal = false;     ///< files[0] is a terminal that becomes its own.
 };
 
-/// Runs `body()` in a process of its own, with these standard files, and returns at
-/// once. The process ends with the status that `body` returns.
-template <class Body>
-pid_t startCopy(const int (&files)[3], Body body) {
-    const pid_t child = fork();
-    if (child != 0) return child;
-    for (int i = 0; i < 3; ++i) {
-        if (files[i] >= 0) dup2(files[i], i);
-    }
-    _exit(body());
-}
-
 /// Waits for the end of a process: its status, -1 when a signal ended it.
 inline int statusOf(pid_t child) {
     int end = 0;
@@ -65,8 +53,13 @@ inline int statusOf(pid_t child) {
     return hasEnded && WIFEXITED(end) ? WEXITSTATUS(end) : -1;
 }
 
-// Becomes the program; returns only when that fails.
-inline int become(const Program& program) {
+/// Starts the program and returns at once.
+inline pid_t start(const Program& program) {
+    const pid_t child = fork();
+    if (child != 0) return child;
+    for (int i = 0; i < 3; ++i) {
+        if (program.files[i] >= 0) dup2(program.files[i], i);
+    }
     if (program.hasTerminal) {
         setsid();
         ioctl(STDIN_FILENO, TIOCSCTTY, 0);
@@ -78,12 +71,7 @@ inline int become(const Program& program) {
     for (const std::string& word : program.words) words.push_back(const_cast<char*>(word.c_str()));
     words.push_back(nullptr);
     if (chdir(program.directory.c_str()) == 0) execv(words[0], words.data());
-    return 127;
-}
-
-/// Starts the program and returns at once.
-inline pid_t start(const Program& program) {
-    return startCopy(program.files, [&] { return become(program); });
+    _exit(127);
 }
 
 /// What came of a run.
@@ -210,27 +198,6 @@ inline std::string outputOf(const std::string& command, int& status) {
     const Result result = run({{"/bin/sh", "-c", "exec 2>&1; " + command}});
     status = result.status;
     return result.output;
-}
-
-/// A command of the shell, what it shows on both outputs, wholly or up to "...", and its
-/// exit status.
-struct Command {
-    const char* line;
-    std::string shown;
-    int status;
-};
-
-/// Runs the commands one after the other, each behind `before`.
-inline void expectCommands(const std::string& before, const std::vector<Command>& commands) {
-    for (const Command& each : commands) {
-        SCOPED_TRACE(each.line);
-        int status = -1;
-        std::string shown = outputOf(before + each.line, status);
-        const size_t part = each.shown.find("...");
-        if (part != std::string::npos) shown.resize(std::min(shown.size(), part));
-        EXPECT_EQ(shown, each.shown.substr(0, part));
-        EXPECT_EQ(status, each.status);
-    }
 }
 
 #endif

@@ -1,8 +1,12 @@
-// The monitor, run as a user would: with pipes, and on a terminal.
+// The examples as their users meet them: the monitor on a terminal, the log follower beside
+// what writes the log, the chat and job server with its clients. ConsoleTest has their command
+// lines.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <pty.h>
 #include <sys/ioctl.h>
+#include <sys/socket.h>
+#include <sys/un.h>
 #include <termios.h>
 
 #include <algorithm>
@@ -113,27 +117,6 @@ const char terminalGivenBack[] = "\33[?25h\33[?1049l";
 
 }  // namespace
 
-TEST(Monitor, PrintsEveryQuantityThatThereIs) {
-    FakeProc proc;
-    const Result result = run(onFake(proc, {"--samples", "3"}));
-    EXPECT_EQ(0, result.status);
-    EXPECT_EQ("", result.errors);
-    EXPECT_EQ(3, countLines(result.output));
-    EXPECT_TRUE(has(result.output,
-                    "  cpu -  memory 75.0%  swap 60.0%!  load 0.52  tasks 345  read 0 B/s"
-                    "  write 0 B/s  net in 0 B/s  net out 0 B/s\n"))
-        << result.output;
-    proc.write("meminfo", "MemTotal:  8388608 kB\nMemAvailable:  2097152 kB\nSwapTotal: 0 kB\n");
-    proc.write("diskstats", "7 0 loop0 9 0 2 0 9 0 4 0\n");
-    proc.write("stat", "intr 0\n");
-    std::filesystem::remove(proc.directory + "/net/dev");
-    const Result less = run(onFake(proc, {"--samples", "2"}));
-    EXPECT_TRUE(has(less.output, "cpu -  memory 75.0%  load 0.52  tasks 345  net in -  net out -"));
-    EXPECT_EQ(2, countLines(less.errors)) << "told once, not every time: " << less.errors;
-    EXPECT_TRUE(has(less.errors, "/net/dev: No such file or directory\n")) << less.errors;
-    EXPECT_TRUE(has(less.errors, "cpu is off: ")) << less.errors;
-}
-
 TEST(Monitor, RatesAndAlarmsFollowTheMachine) {
     FakeProc proc;
     Session session(monitor(onFake(proc, {"--samples", "1000000"})));
@@ -157,8 +140,6 @@ TEST(Monitor, RecordingsShowWhatWasShownWhateverEndsThem) {
     const std::string file = proc.directory + "/recording";
     const Result recorded = run(onFake(proc, {"--samples", "3", "--record", file}));
     EXPECT_EQ(0, recorded.status) << recorded.errors;
-    EXPECT_EQ(recorded.output, run({"--replay", file}).output);  // times and alarms, too
-    EXPECT_EQ(2, countLines(run({"--replay", file, "--samples", "2"}).output));
     const Terminal screen;
     Session replay(screen.of(monitor({"--replay", file, "--interval", "0.01"})), screen.ours);
     EXPECT_TRUE(replay.sees("end of the recording"));
@@ -171,55 +152,6 @@ TEST(Monitor, RecordingsShowWhatWasShownWhateverEndsThem) {
     ASSERT_TRUE(session.sees("sample 41"));  // at the tenth of them it was saved
     session.end(SIGKILL);
     EXPECT_LE(9, countLines(run({"--replay", file}).output));
-    proc.write("damaged", contents(file).substr(0, 100));
-}
-
-TEST(Monitor, ComplainsInOneLine) {
-    const FakeProc proc;
-    const TestDirectory room;
-    const std::string damaged = room.file("damaged", "fx");
-    const struct {
-        std::vector<std::string> arguments;
-        int status;
-        std::string complaint;  // a part of it
-    } rows[] = {{{"--nonsense"}, 2, "--nonsense"},
-                {{"word"}, 2, "word"},
-                {{"--samples"}, 2, "--samples"},
-                {{"--samples", "3x"}, 2, "--samples"},
-                {{"--samples", "99999999999"}, 2, "--samples"},
-                {{"--interval", "0"}, 2, "--interval"},
-                {{"--interval", "nan"}, 2, "--interval"},
-                {{"--record", ""}, 2, "--record"},
-                {{"--record", "a", "--replay", "b"}, 2, "--record"},
-                {{"--replay", damaged}, 1, "monitor: " + damaged + " is not complete: "},
-                {{"--replay", room.path}, 1, room.path},
-                {onFake(proc, {"--record", "/nowhere/file"}), 1,
-                 "monitor: /nowhere/file: No such file or directory\n"},
-                {{"--graph=" + room.path}, 1, room.path}};
-    for (const auto& row : rows) {
-        const Result result = run(row.arguments);
-        EXPECT_EQ(row.status, result.status) << row.complaint;
-        EXPECT_EQ("", result.output);
-        EXPECT_EQ(1, countLines(result.errors)) << result.errors;
-        EXPECT_TRUE(has(result.errors, row.complaint)) << result.errors;
-    }
-    EXPECT_TRUE(has(run({"--help"}).output, "--replay"));
-}
-
-TEST(Monitor, GraphShowsObjectsTypesAndConverters) {
-    const TestDirectory room;
-    EXPECT_EQ(0, run({"--graph=" + room.path + "/net.gv"}).status);
-    const std::string graph = run({"--graph"}).output;
-    EXPECT_EQ(graph, contents(room.path + "/net.gv"));
-    EXPECT_EQ(0U, graph.find("digraph network {\n"));
-    for (const char* part :
-         {"Cpu\\n", "Gauge\\n", "high : fxStr = 90", "double to float", "char* to fxStr"}) {
-        EXPECT_TRUE(has(graph, part)) << part;
-    }
-    const Result picture = run({"--graph=" + room.path + "/net.svg"});
-    const bool hasGraphviz = std::system("command -v dot >/dev/null") == 0;
-    EXPECT_TRUE(has(hasGraphviz ? contents(room.path + "/net.svg") : picture.errors,
-                    hasGraphviz ? "</svg>" : "dot, of Graphviz, cannot be run"));
 }
 
 TEST(Monitor, KeysActAndEveryEndLeavesTheTerminalAsItWas) {
@@ -311,4 +243,103 @@ TEST(Monitor, FlowShowsWhatTheProgramShows) {
     EXPECT_TRUE(has(rows, "memory")) << rows;
     text.end(SIGTERM);
     EXPECT_TRUE(has(text.output(), terminalGivenBack));
+}
+
+TEST(Follow, FollowsCountsAndGoesOnWhereItEnded) {
+    const TestDirectory directory;
+    const std::string log = directory.file("log", "error one\nfine\nerr");
+    const std::string state = directory.path + "/state";
+    const auto append = [&](const char* text) { std::ofstream(log, std::ios::app) << text; };
+    for (const bool isSecond : {false, true}) {
+        Session follow({{FOLLOW_PATH, "-s", state, log, "err(or)?", "two$"}});
+        if (!isSecond) {
+            EXPECT_EQ(follow.until("one\n"), "error one\n");
+            append("or two\n");
+            EXPECT_EQ(follow.until("two\n"), "error two\n");
+            follow.tell(SIGUSR1);
+            EXPECT_EQ(follow.until("$\n"), "2 err(or)?\n1 two$\n");
+            EXPECT_EQ(follow.end(SIGTERM), 0);
+            EXPECT_EQ(follow.until("$\n"), "2 err(or)?\n1 two$\n");
+            append("error meanwhile\n");
+        } else {
+            EXPECT_EQ(follow.until("\n"), "error meanwhile\n");
+            append("error at last\nerr");
+            std::filesystem::rename(log, log + ".1");
+            directory.file("log", "error in the new file\n");
+            EXPECT_EQ(follow.until("file\n"), "error at last\nerr\nerror in the new file\n");
+            directory.file("log", "error, cut\n");
+            EXPECT_EQ(follow.until("\n"), "error, cut\n");
+            EXPECT_EQ(follow.end(SIGINT), 0);
+            EXPECT_EQ(follow.until("$\n"), "7 err(or)?\n1 two$\n");
+        }
+    }
+}
+
+namespace {
+
+class Client {
+public:
+    explicit Client(const std::string& path) {
+        sockaddr_un address = {};
+        address.sun_family = AF_UNIX;
+        path.copy(address.sun_path, sizeof address.sun_path - 1);
+        EXPECT_EQ(connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+    }
+    Client(const Client&) = delete;
+    Client& operator=(const Client&) = delete;
+    ~Client() { close(fd); }
+    void say(const std::string& line) { send(fd, (line + "\n").data(), line.size() + 1, 0); }
+    // The next line; "" at the end.
+    std::string hear() {
+        std::string line;
+        for (char c; read(fd, &c, 1) == 1 && c != '\n';) line += c;
+        return line;
+    }
+
+private:
+    const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+};
+
+}  // namespace
+
+TEST(Jobs, ClientsChatAndRunJobs) {
+    const TestDirectory directory;
+    const std::string path = directory.path + "/socket";
+    Session server({{JOBS_PATH, path}});
+    ASSERT_TRUE(server.sees("\n"));
+    {
+        Client ada(path);
+        EXPECT_EQ(ada.hear(), "welcome guest1");
+        Client bob(path);
+        EXPECT_EQ(bob.hear(), "welcome guest2");
+        EXPECT_EQ(ada.hear(), "guest2 comes");
+        ada.say("name Ada");
+        EXPECT_EQ(bob.hear(), "guest1 is Ada");
+        bob.say("hello");
+        for (const char* line : {"guest1 is Ada", "guest2: hello"}) EXPECT_EQ(ada.hear(), line);
+        ada.say("run echo out; echo err >&2; exit 3");
+        for (const char* line : {"[1] started", "[1] out", "[1] err", "[1] exit 3"}) {
+            EXPECT_EQ(ada.hear(), line);
+        }
+        ada.say("run sleep 1000 & sleep 1000\nwho\nkill 2");
+        for (const char* line : {"[2] started", "Ada, jobs: 1", "guest2, jobs: 0", "killed 2",
+                                 "[2] ended by signal 15"}) {
+            EXPECT_EQ(ada.hear(), line);
+        }
+        // More than a client is allowed to leave unread waits in the job.
+        ada.say("run yes | head -100000");
+        EXPECT_EQ(ada.hear(), "[3] started");
+        int lines = 0;
+        std::string line;
+        while ((line = ada.hear()) == "[3] y") ++lines;
+        EXPECT_EQ(lines, 100000);
+        EXPECT_EQ(line, "[3] exit 0");
+        ada.say("run sleep 1000");
+        bob.say("quit");
+        EXPECT_EQ(bob.hear(), "goodbye");
+        EXPECT_EQ(bob.hear(), "");
+    }
+    EXPECT_EQ(server.end(SIGTERM), 0);
+    EXPECT_EQ(server.until("closed\n"), "closed\n");
+    EXPECT_FALSE(std::filesystem::exists(path));
 }
