@@ -11,22 +11,7 @@
 #include <utility>
 #include <vector>
 
-#include "fxds/BoolArray.h"
-#include "fxds/CharArray.h"
-#include "fxds/DoubleArray.h"
-#include "fxds/FloatArray.h"
-#include "fxds/Globals.h"
-#include "fxds/IntArray.h"
-#include "fxds/LongArray.h"
-#include "fxds/SeqRangeArray.h"
-#include "fxds/ShortArray.h"
-#include "fxds/StrArray.h"
-#include "fxds/StubFuncArray.h"
-#include "fxds/UnsignedCharArray.h"
-#include "fxds/UnsignedLongArray.h"
-#include "fxds/UnsignedShortArray.h"
-#include "fxds/VoidPtrArray.h"
-#include "fxds/Xdr.h"
+#include "fxds/fxds.h"
 #include "tests/support/StreamKit.h"
 #include "tests/support/Surroundings.h"
 #include "tests/support/TestSeed.h"

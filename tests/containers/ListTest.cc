@@ -116,103 +116,72 @@ struct OpenList : fxIndexableList {
 
 typedef std::vector<fxLinkItem*> Links;
 
-// A list and its links in order. Once something was spliced in behind its last
-// position the tail stays where it was, and positions are what the list says.
+// A list and its links in order. Where something was spliced in behind the last position,
+// which leaves the tail where it was, positions are what the list says: an odd list only
+// has to keep its links.
 struct IndexableModel {
     long size() const { return static_cast<long>(links.size()); }
-    Links::iterator placeOf(const fxLinkItem* link) {
-        return std::find(links.begin(), links.end(), link);
-    }
-    Links::iterator lookUp(long at) {
-        if (isOdd) return placeOf(list.findLink(at));
+    Links::iterator placeOf(long at) {
         return at < 0 || at >= size() ? links.end() : links.begin() + at;
     }
-    // What is put at the end goes behind the tail.
-    Links::iterator behindTail() { return links.empty() ? links.end() : placeOf(tail) + 1; }
-
     void insertAt(long at) {
         Link* const link = new Link;
-        const auto place = at < size() ? lookUp(at) : links.end();
-        const bool isFound = place != links.end();
         EXPECT_EQ(list.insertAt(at, link), size() + 1);
-        links.insert(isFound ? place : behindTail(), link);
-        if (!isFound) tail = link;
+        links.insert(placeOf(at), link);
     }
     void splice(long at, IndexableModel& other, bool isBefore) {
         const long moved = this == &other ? 0 : other.size();
-        const auto place = isBefore || at < size() ? lookUp(at) : links.end();
-        const bool isFound = place != links.end();
-        const bool isLast = isFound && !isBefore && *place == links.back();
         const long answer =
             isBefore ? list.insertListAt(at, &other.list) : list.appendListAt(at, &other.list);
         EXPECT_EQ(answer, isBefore ? moved : size() + moved);
         if (moved == 0) return;
-        links.insert(isFound ? place + !isBefore : behindTail(), other.links.begin(),
+        const auto place = placeOf(at);
+        links.insert(place == links.end() || isBefore ? place : place + 1, other.links.begin(),
                      other.links.end());
-        if (!isFound) tail = other.tail;
-        isOdd = isOdd || isLast || (!isFound && other.isOdd);
-        other.become({});
+        other.links.clear();
     }
-    void become(const Links& rest) {
-        links = rest;
-        tail = links.empty() ? nullptr : links.back();
-        isOdd = false;
-    }
-    void forget(Links::iterator place) {
-        const bool wasTail = *place == tail;
-        const bool wasFirst = place == links.begin();
-        drop(*place);
-        const auto after = links.erase(place);
-        if (links.empty()) return become({});
-        if (wasTail) tail = wasFirst ? links.back() : *(after - 1);
-    }
-    void unlink(long at, bool isByPosition) {
-        const auto place = isByPosition ? lookUp(at) : links.begin() + at;
-        if (!isByPosition) {
-            list.unlink(*place);
-        } else {
-            EXPECT_EQ(list.unlinkAt(at), place == links.end() ? nullptr : *place);
+    // One link, or all from it on, by position or by itself.
+    void take(long at, bool isByPosition, bool isAll) {
+        const auto place = placeOf(at);
+        fxLinkItem* const expected = place != links.end() ? *place : nullptr;
+        fxLinkItem* link = expected;
+        if (isByPosition) {
+            link = isAll ? list.splitAt(at) : list.unlinkAt(at);
+            EXPECT_TRUE(isOdd || link == expected);
+        } else if (link != nullptr) {
+            isAll ? list.split(link) : list.unlink(link);
         }
-        if (place != links.end()) forget(place);
-    }
-    void split(long at, bool isByPosition) {
-        const auto place = isByPosition ? lookUp(at) : links.begin() + at;
-        const bool wasOdd = isOdd;
-        if (!isByPosition) {
-            list.split(*place);
-        } else {
-            EXPECT_EQ(list.splitAt(at), place == links.end() ? nullptr : *place);
+        for (const fxLinkItem* previous = nullptr; link != nullptr;) {
+            EXPECT_TRUE(!isAll || link->prev == previous) << "what is cut off stays a chain";
+            links.erase(std::find(links.begin(), links.end(), link));
+            previous = link;
+            link = isAll ? link->next : nullptr;
+            delete static_cast<const Link*>(previous);
         }
-        if (place == links.end()) return;
-        const fxLinkItem* previous = nullptr;
-        fxLinkItem* link = *place;
-        for (auto i = place; i != links.end(); ++i, previous = link, link = link->next) {
-            EXPECT_TRUE(link == *i && link->prev == previous) << "what is cut off stays a chain";
-        }
-        std::for_each(place, links.end(), drop);
-        become({links.begin(), place});
-        isOdd = wasOdd && isByPosition && !links.empty();
     }
-    static void drop(fxLinkItem* link) { delete static_cast<Link*>(link); }
     void expectSame(long at) {
+        const Links found(list.begin(), list.end());
         const fxLinkItem* previous = nullptr;
         for (const fxLinkItem* link : list) {
             EXPECT_EQ(link->getPrev(), previous);
             previous = link;
         }
-        EXPECT_EQ(Links(list.begin(), list.end()), links);
-        EXPECT_TRUE(list.getCount() == size() && list.getTail() == tail);
-        const fxLinkItem* const found = list.findLink(at);
-        EXPECT_EQ(found, lookUp(at) == links.end() ? nullptr : *lookUp(at));
-        if (list.cachedLink == nullptr) return;
-        EXPECT_TRUE(placeOf(list.cachedLink) != links.end());
-        EXPECT_TRUE(isOdd || list.cachedLink == links[static_cast<size_t>(list.cachedIndex)]);
-        EXPECT_TRUE(isOdd || at <= 0 || at >= size() - 1 || list.cachedIndex == at);
+        EXPECT_EQ(list.getCount(), size());
+        EXPECT_TRUE(
+            isOdd ? std::is_permutation(found.begin(), found.end(), links.begin(), links.end())
+                  : found == links);
+        links = found;
+        fxLinkItem* const sought = list.findLink(at);
+        const auto cached = placeOf(list.cachedIndex);
+        if (isOdd) return;
+        EXPECT_EQ(list.getTail(), previous);
+        EXPECT_EQ(sought, placeOf(at) == links.end() ? nullptr : *placeOf(at));
+        EXPECT_TRUE(list.cachedLink == nullptr || *cached == list.cachedLink);
+        EXPECT_TRUE(at <= 0 || at >= size() - 1 || list.cachedIndex == at);
     }
 
     OpenList list;
     Links links;
-    const fxLinkItem* tail = nullptr;
     bool isOdd = false;
 };
 
@@ -220,22 +189,18 @@ TEST(IndexableLists, AgreeWithAModel) {
     std::mt19937 rng(testSeed());
     for (int round = 0; round < 60; ++round) {
         IndexableModel lists[3];
-        const bool isAnything = round % 2 == 0;  // else all stay in order
+        for (auto& each : lists) each.isOdd = round % 2 == 0;
         for (int step = 0; step < 1000 && !HasFailure(); ++step) {
             IndexableModel& one = lists[rng() % 3];
             const long at = static_cast<long>(rng()) % (one.size() + 3) - 1;
             const unsigned long kind = rng() % 10;
-            const bool isByPosition = rng() % 4 != 0;
-            const bool isThere = at >= 0 && at < one.size();
-            if (kind < 4) one.insertAt(at);
-            if (kind > 3 && kind < 7 && (isThere || isByPosition)) one.unlink(at, isByPosition);
-            if (kind == 7 && one.size() > 15 && (isThere || isByPosition)) {
-                one.split(at, isByPosition);
-            }
             const bool isBefore = rng() % 2 == 0;
-            const long last = rng() % 4 == 0 ? one.size() - 1 : at;
-            if (kind > 7 && (isAnything || isBefore || last != one.size() - 1)) {
-                one.splice(last, lists[rng() % 3], isBefore);
+            if (kind < 4) one.insertAt(at);
+            if (kind > 3 && kind < 7) one.take(at, rng() % 4 != 0, false);
+            if (kind == 7 && one.size() > 15) one.take(at, rng() % 4 != 0, true);
+            const long place = rng() % 4 == 0 ? one.size() - 1 : at;
+            if (kind > 7 && (one.isOdd || isBefore || place != one.size() - 1)) {
+                one.splice(place, lists[rng() % 3], isBefore);
             }
             long alive = 0;
             for (IndexableModel& each : lists) {
@@ -244,8 +209,7 @@ TEST(IndexableLists, AgreeWithAModel) {
             }
             ASSERT_EQ(Link::alive, alive) << "step " << step;
         }
-        for (IndexableModel& each : lists)
-            std::for_each(each.links.begin(), each.links.end(), IndexableModel::drop);
+        for (IndexableModel& each : lists) each.take(0, false, true);
     }
 }
 
