@@ -56,12 +56,14 @@ TEST(Object, CountedPointersShareTheirTarget) {
 }
 
 TEST(TypeRecords, NamesLeadToTheLastRecord) {
-    EXPECT_EQ(fxTypeObj::findType("ARRAY"), &fxBoolArray_type);
-    EXPECT_EQ(fxTypeObj::findType("DICT"), &fxStrStrDictionary_type);
-    EXPECT_EQ(fxTypeObj::findType("SET"), &fxStrSet_type);
-    EXPECT_EQ(fxTypeObj::findType(fxStr("fxStr")), &fxStr_type);
+    for (const auto& [name, type] : {std::pair("ARRAY", &fxBoolArray_type),
+                                     {"DICT", &fxStrStrDictionary_type},
+                                     {"SET", &fxStrSet_type},
+                                     {"fxStr", &fxStr_type}}) {
+        EXPECT_EQ(fxTypeObj::findType(name), type);
+    }
     for (const char* abstractName : {"fxArray", "fxSet", "fxDictionary"}) {
-        ASSERT_NE(fxTypeObj::findType(abstractName), nullptr) << abstractName;
+        ASSERT_NE(fxTypeObj::findType(fxStr(abstractName)), nullptr) << abstractName;
         EXPECT_EQ(fxTypeObj::findType(abstractName)->newInstance, nullptr) << abstractName;
     }
     EXPECT_EQ(fxTypeObj::findType("no such type"), nullptr);
@@ -98,22 +100,14 @@ static_assert(haveNoCopies<fxTypeObj, fxOrderedGlobal, fxGlobalOrder, fxConverte
                            fxExec, fxWakeup>);
 
 TEST(TypeRecords, LayoutsAreFixed) {
-    EXPECT_EQ(sizeof(fxRCObj), 16u);
-    EXPECT_EQ(sizeof(fxXDRObj), 16u);
-    EXPECT_EQ(sizeof(fxObj), 24u);
-    EXPECT_EQ(offsetof(fxTypeObj, version), 8u);
-    EXPECT_EQ(offsetof(fxTypeObj, newInstance), 16u);
-    EXPECT_EQ(offsetof(fxTypeObj, deleteInstance), 24u);
-    EXPECT_EQ(offsetof(fxTypeObj, xdr), 32u);
+    EXPECT_TRUE(sizeof(fxRCObj) == 16 && sizeof(fxXDRObj) == 16 && sizeof(fxObj) == 24);
+    EXPECT_TRUE(sizeof(fxProperty) == 40 && sizeof(fxSeqRange) == 8);
+    EXPECT_TRUE(offsetof(fxTypeObj, version) == 8 && offsetof(fxTypeObj, newInstance) == 16 &&
+                offsetof(fxTypeObj, deleteInstance) == 24 && offsetof(fxTypeObj, xdr) == 32);
+    EXPECT_TRUE(offsetof(fxOrderedGlobal, cleanup) == 8 && offsetof(fxOrderedGlobal, deps) == 16);
     const fxInputChannel input(fxDT_void, nullptr, nullptr, 0);
-    EXPECT_EQ(offsetIn(input, input.closure), 0);
-    EXPECT_EQ(offsetIn(input, input.function), 8);
-    EXPECT_EQ(offsetIn(input, input.pending), 24);
-    EXPECT_EQ(offsetIn(input, input.refCount), 32);
-    EXPECT_EQ(sizeof(fxProperty), 40u);
-    EXPECT_EQ(sizeof(fxSeqRange), 8u);
-    EXPECT_EQ(offsetof(fxOrderedGlobal, cleanup), 8u);
-    EXPECT_EQ(offsetof(fxOrderedGlobal, deps), 16u);
+    EXPECT_TRUE(offsetIn(input, input.closure) == 0 && offsetIn(input, input.function) == 8);
+    EXPECT_TRUE(offsetIn(input, input.pending) == 24 && offsetIn(input, input.refCount) == 32);
 }
 
 class Properties : public Dataflow {
@@ -256,19 +250,25 @@ TEST_F(Properties, CyclesAndCallbacksDestroyEverythingOnce) {
     EXPECT_EQ(calls, 2);
 }
 
-// One object more in a chain, or in a tree, of objects that hold one another.
+// One object more in a chain of objects that hold one another by properties and references.
 struct Link : fxObj {
-    explicit Link(fxObj* next) {
-        if (next != nullptr) setProperty(new fxProperty(0, next));
+    explicit Link(const fxRef<Link>& next_) {
+        if (next_ != nullptr && links.size() % 2 == 0) setProperty(new fxProperty(0, next_));
+        if (links.size() % 2 != 0) next = next_;
+        links.push_back(this);
     }
     ~Link() override {
         deepest = std::max(deepest, ++depth);
-        deaths.push_back(this);
+        isInOrder = isInOrder && links.back() == this;
+        links.pop_back();
         removeAllProperties();  // as ~fxObj() does, inside this destructor
+        next = nullptr;
         --depth;
     }
+    fxRef<Link> next;
+    static inline bool isInOrder = true;
     static inline int depth = 0, deepest = 0;
-    static inline std::vector<fxObj*> deaths;
+    static inline std::vector<fxObj*> links;
 };
 
 TEST_F(Properties, ChainsOfAnyLengthEndOnAShortStack) {
@@ -278,13 +278,11 @@ TEST_F(Properties, ChainsOfAnyLengthEndOnAShortStack) {
     constexpr size_t stackBytes = 256 * 1024;
 #endif
     onStackOf(stackBytes, [] {
-        std::vector<fxObj*> links(1000000);
-        for (size_t i = links.size(); i-- > 0;) {
-            links[i] = new Link(i + 1 < links.size() ? links[i + 1] : nullptr);
-        }
-        delete links[0];
-        EXPECT_EQ(Link::deaths, links);
-        EXPECT_EQ(Link::deepest, 129) << "the first, and 128 inside one another";
+        fxRef<Link> chain;
+        for (int i = 0; i < 1000000; ++i) chain = fxMake<Link>(chain);
+        chain = nullptr;
+        EXPECT_TRUE(Link::isInOrder && Link::links.empty());
+        EXPECT_EQ(Link::deepest, 128);
     });
 }
 

@@ -51,16 +51,6 @@ Call Distribution::next() {
     return Call();
 }
 
-Call HandDelivery::next() {
-    if (std::exchange(isDone, true)) return Call();
-    return model.deliver(event);
-}
-
-Call Ending::next() {
-    if (thing == 0) return Call();
-    return {Call::end, std::exchange(thing, 0), 0};
-}
-
 Removal::Removal(Model& model_)
     : Activity(model_), following(model_.queue.empty() ? 0 : model_.queue[0].id) {
     model.removals.push_back(this);

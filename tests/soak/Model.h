@@ -4,10 +4,12 @@
 
 #include <algorithm>
 #include <array>
+#include <functional>
 #include <map>
 #include <memory>
 #include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 // The model uses nothing of the library: objects, channels, connections, events
@@ -202,25 +204,17 @@ private:
     size_t remaining;
 };
 
-/// One event delivered by whoever took it out of the queue.
-class HandDelivery : public Activity {
+/// One call at most, of what is found out when it must come.
+class Once : public Activity {
 public:
-    HandDelivery(Model& model_, const Event& event_) : Activity(model_), event(event_) {}
-    Call next() override;
+    Once(Model& model_, std::function<Call()> find_) : Activity(model_), find(std::move(find_)) {}
+    Call next() override {
+        const auto found = std::exchange(find, nullptr);
+        return found != nullptr ? found() : Call();
+    }
 
 private:
-    const Event event;
-    bool isDone = false;
-};
-
-/// The end of a thing that a property held, which acts.
-class Ending : public Activity {
-public:
-    Ending(Model& model_, Id thing_) : Activity(model_), thing(thing_) {}
-    Call next() override;
-
-private:
-    Id thing;  // 0: there is none, or it has come
+    std::function<Call()> find;
 };
 
 /// A walk over the queue that asks about each event and removes it if told so.

@@ -343,7 +343,7 @@ void Torturer::changeProperty() {
     const auto& before = model.objects.at(id).properties;
     const auto old = before.find(place);
     const Id thing = old != before.end() ? old->second.thing : 0;
-    Ending ending(model, thing);
+    Once ending(model, [=] { return thing != 0 ? Call{Call::end, thing, 0} : Call(); });
     const auto change = [&](auto inModel, auto inLibrary) {
         inModel();
         if (thing != 0) model.released.clear();  // it tells of itself, see thingReleased()
@@ -455,7 +455,7 @@ void Torturer::changeTaken() {
         return;
     }
     if (kind == 2 && event.input != 0) {
-        HandDelivery delivery(model, event);
+        Once delivery(model, [this, its = event] { return model.deliver(its); });
         fxEvent* const delivered = real;
         during(delivery, [&] { delivered->deliver(); });
     }
