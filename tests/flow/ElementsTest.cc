@@ -7,7 +7,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <chrono>
 #include <filesystem>
 #include <map>
 #include <random>
@@ -20,47 +19,13 @@
 #include "fxds/Clock.h"
 #include "fxds/Converter.h"
 #include "fxds/EventHandler.h"
-#include "fxds/Exec.h"
 #include "fxds/Globals.h"
 #include "tests/support/RunProgram.h"
+#include "tests/support/RunningFlow.h"
 #include "tests/support/Surroundings.h"
 #include "tests/support/TestSeed.h"
 
 namespace {
-
-// A flow that runs in the loop, with what it complains of and what chosen outputs send.
-class Running {
-public:
-    explicit Running(const std::string& text) : Running(fxFlowText::parse(text, "test.flow")) {}
-    explicit Running(fxFlowText text) {
-        fxConnect(flow.complaint, &flow,
-                  [this](const fxStr& what) { complaints += what.toStdString() + "\n"; });
-        for (const fxFlowProblem& problem : flow.apply(std::move(text))) {
-            problems += problem.line() + "\n";
-        }
-        EXPECT_EQ(problems, "");
-    }
-
-    void watch(const std::string& object, const std::string& channel) {
-        const auto take = [this](const std::string& value) { seen += value + "\n"; };
-        EXPECT_EQ(flow.watch(object, channel, &flow, take), "");
-    }
-
-    // Turns the loop until this has been seen, or the flow waits for nothing.
-    void runUntil(const std::string& wanted) {
-        const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(30);
-        while (seen.find(wanted) == std::string::npos && std::chrono::steady_clock::now() < end &&
-               (flow.isBusy() || !fx_theEventHandler->isEmpty())) {
-            fx_theExecutive->poll(1);
-        }
-    }
-    void runToEnd() { runUntil("what nothing sends"); }
-
-    std::string seen;
-    std::string complaints;
-    std::string problems;
-    fxFlow flow;
-};
 
 class Elements : public testing::Test {
 protected:
@@ -81,36 +46,27 @@ TEST_F(Elements, SendWhatTheyShould) {
     }
 }
 
-TEST_F(Elements, LinesComeFromFilesAndCommands) {
+TEST_F(Elements, LinesGoOnWhereTheyWereSaved) {
     const std::string file = room.file("lines", "one\ntwo");
-    const struct {
-        std::string settings;
-        std::string seen;
-    } rows[] = {{"file=\"" + file + "\"", "one\ntwo\n0\n"},
-                {"command=\"echo a; echo b; exit 3\"", "a\nb\n3\n"},
-                {"command=\"kill -9 $$\"", "-9\n"}};
-    for (const auto& row : rows) {
-        Running run("l = Lines " + row.settings);
-        run.watch("l", "line");
-        run.watch("l", "end");
-        run.runToEnd();
-        EXPECT_EQ(run.seen, row.seen);
-    }
-    Running run("l = Lines follow=yes from=end file=\"" + file + "\"");
-    run.watch("l", "line");
+    RunningFlow run("l = Lines follow=yes from=end file=\"" + file + "\"");
+    std::string seen;
+    run.flow.watch("l", "line", &run.flow, [&](const std::string& line) { seen += line + '\n'; });
+    const auto sees = [&](const char* wanted) {
+        return run.runUntil([&] { return seen.find(wanted) != std::string::npos; });
+    };
     std::ofstream(file, std::ios::app) << "\nthree\n";
-    run.runUntil("three");
-    EXPECT_EQ(run.seen, "\nthree\n");  // the first is the rest of the line "two"
+    EXPECT_TRUE(sees("three"));
+    EXPECT_EQ(seen, "\nthree\n");  // the first is the rest of the line "two"
     EXPECT_FALSE(run.flow.save(room.path + "/state"));
     std::ofstream(file, std::ios::app) << "four\n";
     EXPECT_FALSE(run.flow.load(room.path + "/state"));
-    run.runUntil("four");
-    EXPECT_EQ(run.seen, "\nthree\nfour\n");
+    EXPECT_TRUE(sees("four"));
+    EXPECT_EQ(seen, "\nthree\nfour\n");
 }
 
 TEST_F(Elements, AppendKeepsUpWithRotation) {
     const std::string file = room.path + "/log";
-    Running run("a = Append file=\"" + file + "\"");
+    RunningFlow run("a = Append file=\"" + file + "\"");
     EXPECT_EQ(run.flow.send("a", "line", "one"), "");
     fx_theEventHandler->drain();
     std::filesystem::rename(file, file + ".1");
@@ -118,7 +74,7 @@ TEST_F(Elements, AppendKeepsUpWithRotation) {
     fx_theEventHandler->drain();
     EXPECT_EQ(contents(file + ".1") + contents(file), "one\ntwo\n");
 
-    Running full("a = Append file=/dev/full");
+    RunningFlow full("a = Append file=/dev/full");
     for (int i = 0; i < 3; ++i) full.flow.send("a", "line", "x");
     fx_theEventHandler->drain();
     EXPECT_EQ(full.complaints, "a: cannot write to /dev/full: No space left on device\n");
@@ -138,27 +94,11 @@ TEST_F(Elements, AppendKeepsUpWithRotation) {
     const std::string pipe = room.path + "/pipe";
     ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
     const int reader = open(pipe.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
-    Running lost("a = Append file=\"" + pipe + "\"");
+    RunningFlow lost("a = Append file=\"" + pipe + "\"");
     close(reader);
     lost.flow.send("a", "line", "x");
     fx_theEventHandler->drain();
     EXPECT_EQ(lost.complaints, "a: cannot write to " + pipe + ": Broken pipe\n");
-}
-
-TEST_F(Elements, ComplainOfWhatTheyCannotUse) {
-    Running run("f = Format format=%d\nd = Delay limit=1\nc = Cpu proc=/nowhere");
-    run.watch("f", "text");
-    run.flow.send("f", "value", "abc");
-    run.flow.send("f", "value", "1e30");
-    run.flow.send("d", "value", "a");
-    run.flow.send("d", "value", "b");
-    run.flow.send("d", "value", "c");
-    run.runToEnd();
-    EXPECT_EQ(run.seen, "");
-    EXPECT_EQ(run.complaints,
-              "f: \"abc\" is no number\nf: \"1e30\" is no whole number of 64 bits\nd: drops what "
-              "comes: its limit is 1\n"
-              "c: cpu is off: /nowhere/stat: No such file or directory\n");
 }
 
 // A flow that is saved, loaded, and given its text again after any step goes on as if

@@ -11,11 +11,10 @@
 #include <string>
 #include <vector>
 
-#include "flow/Flow.h"
-#include "fxds/Converter.h"
 #include "fxds/Exec.h"
 #include "fxds/Globals.h"
 #include "tests/support/RunProgram.h"
+#include "tests/support/RunningFlow.h"
 #include "tests/support/Surroundings.h"
 
 namespace {
@@ -92,14 +91,9 @@ private:
 };
 
 // A flow with "in" and "out", or one of them.
-class Flow {
+class Flow : public RunningFlow {
 public:
-    explicit Flow(const std::string& text) {
-        fxConnect(flow.complaint, &flow,
-                  [this](const fxStr& what) { complaints += what.toStdString() + "\n"; });
-        for (const fxFlowProblem& problem : flow.apply(fxFlowText::parse(text, "mqtt.flow"))) {
-            ADD_FAILURE() << problem.line();
-        }
+    explicit Flow(const std::string& text) : RunningFlow(text) {
         const auto keep = [](std::string& last) {
             return [&last](const std::string& value) { last = value; };
         };
@@ -117,32 +111,23 @@ public:
 
     void send(const std::string& value) { EXPECT_EQ(flow.send("out", "value", value), ""); }
 
-    bool runUntil(const std::function<bool()>& isDone) {
-        const Clock::time_point end = Clock::now() + patience;
-        while (!isDone() && Clock::now() < end) fx_theExecutive->poll(1);
-        return isDone();
-    }
-
     void runFor(Clock::duration span) {
         const Clock::time_point end = Clock::now() + span;
         runUntil([&] { return Clock::now() > end; });
     }
     bool isOutBusy() { return dynamic_cast<fxElement*>(flow.find("out"))->isBusy(); }
 
-    fxFlow flow;
     std::map<std::string, int> received;
     std::string order;
     std::string acknowledged;
     std::string dropped;
     std::string connected;
-    std::string complaints;
 };
 
 class Mqtt : public testing::Test {
 protected:
     static void SetUpTestSuite() {
         fxInitializeToolkit();
-        if (!fxConverter::hasMoreConverters) fxConverter::createMoreConverters();
         ASSERT_EQ(fxLoadPlugin(MQTT_PLUGIN), "");
     }
 

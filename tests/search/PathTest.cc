@@ -8,6 +8,7 @@
 #include <random>
 #include <sstream>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "fxds/Path.h"
@@ -30,23 +31,6 @@ std::string expanded(std::string text, int size = 0) {
     return taken(environmentVariableExtendedName(text.data(), size));
 }
 
-// Sets a variable, or unsets it for null, for as long as this lives.
-class Variable {
-public:
-    Variable(const char* name_, const char* value) : name(name_) {
-        const char* const old = std::getenv(name_);
-        wasSet = old != nullptr;
-        if (wasSet) before = old;
-        value != nullptr ? setenv(name_, value, 1) : unsetenv(name_);
-    }
-    ~Variable() { wasSet ? setenv(name, before.c_str(), 1) : unsetenv(name); }
-
-private:
-    const char* name;
-    bool wasSet;
-    std::string before;
-};
-
 TEST(PathFunctions, BasenameAndDirname) {
     const struct {
         const char *path, *base, *directory;
@@ -66,7 +50,7 @@ TEST(PathFunctions, TildeIsAHomeDirectory) {
     const passwd* const root = getpwnam("root");
     const std::string roots = root != nullptr ? root->pw_dir : "~root";
     for (const char* value : {"/h", static_cast<const char*>(nullptr)}) {
-        const Variable variable("HOME", value);
+        value != nullptr ? setenv("HOME", value, 1) : unsetenv("HOME");
         const std::string home = value != nullptr ? value : "";
         const std::string cases[][2] = {{"~/x", home + "/x"},
                                         {"~", home},
@@ -95,8 +79,9 @@ TEST(PathFunctions, LinksAreReadAndCut) {
 }
 
 TEST(PathFunctions, VariablesAreExpanded) {
-    const Variable home("HOME", "/h"), shorter("HOM", "<HOM>"), letter("A", "<A>"),
-        none("UNSET", nullptr), empty("EMPTY", "");
+    const std::pair<const char*, const char*> variables[] = {
+        {"HOME", "/h"}, {"HOM", "<HOM>"}, {"A", "<A>"}, {"EMPTY", ""}};
+    for (const auto& [name, value] : variables) setenv(name, value, 1);
     const char* const cases[][2] = {{"$HOME/x", "/h/x"},
                                     {"a $HOME b", "a /h b"},
                                     {"$HOME/$A/$HOME/", "/h/<A>//h/"},
@@ -120,7 +105,7 @@ TEST(PathFunctions, VariablesAreExpanded) {
 
 TEST(PathFunctions, ExpansionsHaveTheirOwnSize) {
     const std::string endless(100000, 'v');
-    const Variable longer("LONGER", endless.c_str());
+    setenv("LONGER", endless.c_str(), 1);
     EXPECT_EQ(expanded("$LONGER/$LONGER/", 1), endless + "/" + endless + "/");
     EXPECT_EQ(expanded("abc", -5), "abc");
     char text[] = "ab";
