@@ -232,7 +232,7 @@ protected:
         if constexpr (isRecorded) {
             const std::unique_ptr<Array> copy(fxXdrCopy(&array));
             ASSERT_NE(copy, nullptr);
-            EXPECT_EQ(*copy, array);
+            EXPECT_TRUE(*copy == array && copy->getTypeObj() == array.getTypeObj());
             EXPECT_EQ(copy->getMaxLength(), model.size());
             capacity = model.size();
         }

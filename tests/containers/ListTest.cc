@@ -45,31 +45,26 @@ TEST(GenericLists, AgreeWithAModel) {
         const long places[] = {size, 0, at};
         const unsigned long kind = rng() % 8;
         const auto found = std::find(model.begin(), model.end(), item);
-        if (kind == 0) {
-            EXPECT_EQ(list.append(item)->getItem(), item);
-        } else if (kind == 1) {
-            list.prepend(item);
-        } else if (kind == 2) {
-            list.insertAt(at, item);
+        if (kind < 3) {
+            EXPECT_TRUE(kind != 0 || list.append(item)->getItem() == item);
+            if (kind == 1) list.prepend(item);
+            if (kind == 2) list.insertAt(at, item);
+            model.insert(model.begin() + places[kind], item);
+            EXPECT_EQ(list.cachedIndex, places[kind]);
         } else if (kind == 3 && size > 0) {
             EXPECT_EQ(list.remove(at), model[static_cast<size_t>(at)]);
             model.erase(model.begin() + at);
         } else if (kind == 4) {
             EXPECT_EQ(list.remove(item), found == model.end() ? nullptr : item);
             if (found != model.end()) model.erase(found);
-        } else if (kind > 4) {
-            for (long i = at; i < std::min(at + 3, size); ++i) {
-                EXPECT_EQ(list.findItem(i), model[static_cast<size_t>(i)]);
-                EXPECT_TRUE(i == 0 || i == size - 1 || list.cachedIndex == i);
-            }
         }
-        if (kind < 3) {
-            model.insert(model.begin() + places[kind], item);
-            EXPECT_EQ(list.cachedIndex, places[kind]);
+        for (long i = at; kind > 4 && i < std::min(at + 3, size); ++i) {
+            EXPECT_EQ(list.findItem(i), model[static_cast<size_t>(i)]);
+            EXPECT_TRUE(i == 0 || i == size - 1 || list.cachedIndex == i);
         }
-        EXPECT_EQ(list.cachedNode == nullptr, model.empty());
-        EXPECT_TRUE(model.empty() ||
-                    list.cachedNode->getItem() == model[static_cast<size_t>(list.cachedIndex)]);
+        EXPECT_TRUE(model.empty() ? list.cachedNode == nullptr
+                                  : list.cachedNode->getItem() ==
+                                        model[static_cast<size_t>(list.cachedIndex)]);
         EXPECT_TRUE(step % 100 != 0 || items(list) == model);
     }
     GenericList copy(list), assigned;

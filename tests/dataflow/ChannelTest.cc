@@ -1,6 +1,5 @@
 // Misuse, exceptions and ends of channels and events; TortureTest does what receivers may
 // do meanwhile.
-#include <string>
 
 #include "tests/support/Dataflow.h"
 

@@ -1,6 +1,5 @@
 // Counted objects, fatal errors, type records and properties.
 #include <algorithm>
-#include <string>
 
 #include "tests/support/Dataflow.h"
 #include "tests/support/Surroundings.h"
@@ -78,12 +77,8 @@ TEST(TypeRecords, NamesLeadToTheLastRecord) {
     fxTypeObj::registerType(&fxStr_type);
 }
 
-TEST(TypeRecords, EveryRecordMakesAndDestroysItsClass) {
-    for (fxTypeObj* type :
-         {&fxXDRObj_type, &fxStrSet_type, &fxStrStrDictionary_type, &fxStrArray_type,
-          &fxBoolArray_type, &fxCharArray_type, &fxUnsignedCharArray_type, &fxShortArray_type,
-          &fxUnsignedShortArray_type, &fxIntArray_type, &fxLongArray_type,
-          &fxUnsignedLongArray_type, &fxFloatArray_type, &fxDoubleArray_type}) {
+TEST(TypeRecords, MakeAndDestroyTheirClass) {
+    for (fxTypeObj* type : {&fxXDRObj_type, &fxStrSet_type, &fxStrArray_type}) {
         auto* object = static_cast<fxXDRObj*>(type->newInstance(*type));
         EXPECT_EQ(object->getTypeObj(), type) << type->name;
         type->deleteInstance(object);

@@ -3,11 +3,9 @@
 #include <climits>
 #include <cmath>
 #include <cstdlib>
-#include <functional>
-#include <string>
+#include <memory>
 #include <string_view>
 #include <utility>
-#include <vector>
 
 #include "tests/support/Dataflow.h"
 #include "tests/support/Traced.h"
@@ -344,16 +342,11 @@ TEST_F(Receivers, ConnectionsEndWithTheirEndsAndWhenTheyAreCut) {
     EXPECT_FALSE(joined);
 }
 
-// Acts when it ends.
-struct Ending {
-    explicit Ending(std::function<void()> act_) : act(std::move(act_)) {}
-    Ending(Ending&& other) noexcept : act(std::exchange(other.act, nullptr)) {}
-    ~Ending() {
-        if (act) std::exchange(act, nullptr)();
-    }
-    void operator()(int) const {}
-    std::function<void()> act;
-};
+// A receiver that acts when it ends.
+template <class Act>
+auto ending(Act act) {
+    return [end = std::shared_ptr<void>(nullptr, [act](void*) { act(); })](int) {};
+}
 
 TEST_F(Receivers, WhatEndsMaySendConnectAndCut) {
     int calls = 0;
@@ -362,14 +355,14 @@ TEST_F(Receivers, WhatEndsMaySendConnectAndCut) {
         const auto output = object.addOutput<int>("out");
         Sink other;
         fxConnect(output, [&calls] { ++calls; });
-        fxConnect(output, Ending([output, &other] {
+        fxConnect(output, ending([output, &other] {
                       output.send(1, now);
                       output.send(2);
                       fxConnect(output, [](int) {});
                       other.removeInput("number");
                   }));
         fxConnection last;
-        last = fxConnect(output, Ending([&last] { last = fxConnection(last.whyNot()); }));
+        last = fxConnect(output, ending([&last] { last = fxConnection(last.whyNot()); }));
         fxConnect(output.get() != nullptr ? &object : nullptr, "out", &other, "number");
         object.removeOutput("out");
     }
@@ -377,7 +370,7 @@ TEST_F(Receivers, WhatEndsMaySendConnectAndCut) {
     EXPECT_EQ(calls, 0);
     {
         fxScopedConnection scoped;
-        scoped = fxConnect(source.number, Ending([&] {
+        scoped = fxConnect(source.number, ending([&] {
                                scoped = fxConnect(source.number, [&calls](int) { ++calls; });
                            }));
         scoped = fxConnect(source.number, [](int) {});

@@ -1,9 +1,6 @@
 // The loop in a real process: descriptors, alarms and functions that are posted. What it
 // calls when, TortureTest tests by a model.
-#include <fcntl.h>
-#include <gtest/gtest.h>
 #include <sys/resource.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -13,14 +10,10 @@
 #include <limits>
 #include <memory>
 #include <random>
-#include <string>
 #include <thread>
 #include <utility>
-#include <vector>
 
-#include "fxds/fxds.h"
 #include "tests/support/Outside.h"
-#include "tests/support/Surroundings.h"
 #include "tests/support/TestSeed.h"
 #include "tests/support/Traced.h"
 
@@ -330,14 +323,6 @@ TEST_F(Loop, TicksMayStopStartDestroyThrowAndPoll) {
 TEST_F(Loop, FunctionsAreCalledInOrderTurnByTurn) {
     auto queue = std::make_unique<fxPostQueue>(3);
     const auto noting = [this](const char* text) { return [this, text] { log.push_back(text); }; };
-    struct Last {  // posts from its destructor
-        Last(fxPostQueue& queue_, bool& result_) : queue(queue_), result(result_) {}
-        ~Last() {
-            result = queue.post([] {});
-        }
-        fxPostQueue& queue;
-        bool& result;
-    };
     bool posted = true;
     queue->post([&] {
         log.push_back("a");
@@ -358,7 +343,8 @@ TEST_F(Loop, FunctionsAreCalledInOrderTurnByTurn) {
     EXPECT_TRUE(fx_theExecutive->willBlock());
     queue->post([] { throw Thrown(); });
     queue->post([&queue] { queue.reset(); });
-    queue->post([last = std::make_unique<Last>(*queue, posted)] { ADD_FAILURE(); });
+    const auto post = [&posted, its = queue.get()](void*) { posted = its->post([] {}); };
+    queue->post([end = std::shared_ptr<void>(nullptr, post)] { ADD_FAILURE(); });
     EXPECT_THROW(turn(), Thrown);
     turn();
     EXPECT_EQ(queue, nullptr);

@@ -1,28 +1,18 @@
 // What reaches the loop from outside: signals, processes, lines of text.
-#include <fcntl.h>
-#include <gtest/gtest.h>
 #include <sys/resource.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
-#include <csignal>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
-#include <functional>
 #include <memory>
 #include <random>
-#include <string>
 #include <thread>
-#include <vector>
 
-#include "fxds/fxds.h"
 #include "tests/support/Outside.h"
 #include "tests/support/RunProgram.h"
-#include "tests/support/Surroundings.h"
 #include "tests/support/TestSeed.h"
 
 namespace {

@@ -14,67 +14,58 @@ constexpr size_t manyEvents = 300;
 constexpr int functionCount = 4;
 
 struct Plain : fxObj {
-    explicit Plain(const Object&) {}
-    virtual Id getId() const = 0;
+    Plain(Id id_, const Object&) : id(id_) {}
+    const Id id;
 };
 
 struct Ticking : fxTimer {
-    explicit Ticking(const Object& object) : fxTimer(object.repeats) {}
-    void tick() override;
-    virtual Id getId() const = 0;
+    Ticking(Id id_, const Object& object) : fxTimer(object.repeats), id(id_) {}
+    void tick() override {
+        if (torturer->tick(id)) fxTimer::tick();
+    }
+    const Id id;
 };
 
 struct Serving : fxSelectHandler {
-    explicit Serving(const Object& object)
-        : fxSelectHandler(object.fd, object.wants[0], object.wants[1], object.wants[2]) {}
+    Serving(Id id_, const Object& object)
+        : fxSelectHandler(object.fd, object.wants[0], object.wants[1], object.wants[2]), id(id_) {}
     ~Serving() override { fd = -1; }  // which was none
     const char* className() const override { return "Serving"; }
     void handleRead() override { handle(Call::read); }
     void handleWrite() override { handle(Call::write); }
     void handleException() override { handle(Call::exception); }
-    void handle(Call::Kind kind);
-    virtual Id getId() const = 0;
+    void handle(Call::Kind kind) { torturer->callObject(kind, id); }
+    const Id id;
 };
 
 struct Applying : fxApplication {
-    explicit Applying(const Object&) {}
+    Applying(Id id_, const Object&) : id(id_) {}
     const char* className() const override { return "Applying"; }
-    void initialize(int, char**) override { torturer->callObject(Call::initialize, getId()); }
+    void initialize(int, char**) override { torturer->callObject(Call::initialize, id); }
     void open() override {
-        const Id id = getId();
-        if (!torturer->callObject(Call::open, id)) return;
-        torturer->open(id);
+        const Id mine = id;
+        if (!torturer->callObject(Call::open, mine)) return;
+        torturer->open(mine);
         fxApplication::open();
     }
     void close() override {
-        const Id id = getId();
-        if (!torturer->callObject(Call::close, id) || torturer->isRefused()) return;
-        torturer->close(id);
+        const Id mine = id;
+        if (!torturer->callObject(Call::close, mine) || torturer->isRefused()) return;
+        torturer->close(mine);
         fxApplication::close();
     }
-    virtual Id getId() const = 0;
+    const Id id;
 };
 
 template <class Base>
 struct Subject final : Base, Counted {
-    Subject(Id id_, const Object& object) : Base(object), id(id_) {}
-    ~Subject() override;
-    Id getId() const override { return id; }
-    const Id id;
+    using Base::Base;
+    ~Subject() override {
+        torturer->objectDied(this->id);
+        this->take();
+        this->release();
+    }
 };
-
-void Ticking::tick() {
-    if (torturer->tick(getId())) fxTimer::tick();
-}
-
-void Serving::handle(Call::Kind kind) { torturer->callObject(kind, getId()); }
-
-template <class Base>
-Subject<Base>::~Subject() {
-    torturer->objectDied(id);
-    this->take();
-    this->release();
-}
 
 // The model knows a value by a number: text is its digits.
 long number(int value) { return value; }
