@@ -34,6 +34,14 @@ fxBool fxBoolArray::xdr(fxTranscriber& transcriber) {
     return 1;
 }
 
+// A whole number may be one whose low byte is 0.
+void fxBoolArray::setItems(fxDetail::ArrayItems<fxBool> items) {
+    if (items.size() == 1 && items.begin()->isCount) return normalise();
+    std::transform(items.begin(), items.end(), begin(), [](const fxDetail::ArrayItem<fxBool>& i) {
+        return fxBool{i.isCount ? i.count != 0 : i.value != 0};
+    });
+}
+
 void fxBoolArray::normalise() {
     std::transform(begin(), end(), begin(), [](fxBool byte) { return fxBool{byte != 0}; });
 }
