@@ -488,7 +488,7 @@ struct fxXdrStd<fxRef<T>> {
 
 private:
     typedef std::remove_const_t<T> Plain;
-    static void take(void* target) { static_cast<Plain*>(target)->take(); }
+    static void take(void* target) { fxDetail::countedOf(static_cast<Plain*>(target))->take(); }
 };
 
 /// The only owner of an object. One of a class with a record travels as by

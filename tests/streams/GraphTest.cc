@@ -257,9 +257,10 @@ protected:
     }
 };
 
-/// One of very many.
+/// One of very many. Holders are counted by its base.
 class Link : public fxXDRObj {
     FX_TRANSCRIBABLE(Link)
+    void take() const { ADD_FAILURE(); }
     long number = 0;
     fxRef<Link> next;
 };
