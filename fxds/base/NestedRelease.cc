@@ -23,7 +23,7 @@ thread_local std::vector<Waiting>* waiting = nullptr;
 
 }  // namespace
 
-void fxDetail::releaseLast(void* target, void (*release)(void*)) {
+void fxDetail::releaseLast(void* target, void (*release)(void*)) noexcept {
     if (waiting != nullptr) {
         waiting->push_back({target, release});
         return;
