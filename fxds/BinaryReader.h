@@ -57,7 +57,7 @@ public:
     /// `inStream` is shared; the marks and the format are those of its header.
     /// Ones that no supported machine writes are fatal.
     fxBinaryReader(fxStream* inStream, short shortMark, long longMark, const char* floatFormat);
-    ~fxBinaryReader() override;
+    ~fxBinaryReader() override;  ///< Fatal in the middle of readObject().
 
     const char* className() const override;
 

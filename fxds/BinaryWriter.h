@@ -61,7 +61,7 @@ public:
     /// `outStream` is shared. Writes nothing.
     explicit fxBinaryWriter(fxStream* outStream);
     /// Does not flush: values that were transcribed after the last
-    /// writeObject() and not flushed are lost.
+    /// writeObject() and not flushed are lost. Fatal in the middle of writeObject().
     ~fxBinaryWriter() override;
 
     const char* className() const override;

@@ -189,7 +189,8 @@ public:
 
     ///@{
     /// The number of places that a reader fills later; forgets all but the oldest `count`
-    /// of them. The same exemption as for placesMoved().
+    /// of them, and at most those of the object that is being read. The same exemption as
+    /// for placesMoved().
     virtual size_t placesNoted() const;
     virtual void forgetPlaces(size_t count);
     ///@}

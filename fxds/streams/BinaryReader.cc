@@ -33,8 +33,9 @@
 // unless the caller asked for a fault. It leaves its objects so that they can be destroyed.
 //
 // Invariants:
-// (6) isBusy is set exactly while a Reading exists. reset(), forgetObjects() and readObject() do
-//     nothing then, so a record's function cannot destroy a graph under construction.
+// (6) isBusy is set exactly while a Reading exists, or objects of earlier graphs are destroyed.
+//     reset(), forgetObjects() and readObject() do nothing then, so a record's function cannot
+//     destroy a graph under construction.
 // (7) `ready` is set only during a reading without conversion of numbers and without trace. Then
 //     helpers enter places in it, which go to the graph before any other place is noted.
 
@@ -116,16 +117,25 @@ fxBinaryReader::fxBinaryReader(fxStream* inStream, short shortMark, long longMar
     longs = converterFor(longConverters, longOrder(static_cast<unsigned long>(longMark)));
 }
 
-fxBinaryReader::~fxBinaryReader() = default;
+// Destructors of the objects that it still has may use it, and are refused then.
+fxBinaryReader::~fxBinaryReader() {
+    if (isBusy || isTelling) fxFatal("an fxBinaryReader is destroyed while it reads");
+    isBusy = true;
+}
 
 const char* fxBinaryReader::className() const { return "fxBinaryReader"; }
 
+// Both destroy objects, whose destructors may use the reader.
 void fxBinaryReader::reset() {
-    if (!isBusy) graph->reset();
+    if (isBusy) return;
+    const fxScoped<bool> busy(isBusy, true);
+    graph->reset();
 }
 
 void fxBinaryReader::forgetObjects() {
-    if (!isBusy) graph->forgetObjects();
+    if (isBusy) return;
+    const fxScoped<bool> busy(isBusy, true);
+    graph->forgetObjects();
 }
 
 bool fxBinaryReader::xdr(char* v, unsigned int n) { return readBytes(v, n); }

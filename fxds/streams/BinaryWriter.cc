@@ -126,7 +126,10 @@ fxBinaryWriter::fxBinaryWriter(fxStream* outStream)
     table.add(nullptr, 0);
 }
 
-fxBinaryWriter::~fxBinaryWriter() { dropPending(); }
+fxBinaryWriter::~fxBinaryWriter() {
+    if (isInGraph) fxFatal("an fxBinaryWriter is destroyed while it writes");
+    dropPending();
+}
 
 const char* fxBinaryWriter::className() const { return "fxBinaryWriter"; }
 

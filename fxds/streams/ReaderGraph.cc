@@ -176,6 +176,7 @@ bool fxReaderGraph::claim(fxReaderEntry& entry) {
 }
 
 void fxReaderGraph::forgetPlaces(size_t count) {
+    count = std::max(count, isBodyOpen ? bodies.back().firstItem : looseCount);
     if (count >= items.size()) return;
     items.resize(count);
     parts.forget(count);

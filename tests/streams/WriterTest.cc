@@ -30,6 +30,16 @@ TRANSCRIBED(Holder, 1, Listed) {
     return fxXdrObject(t, before) && fxXdr(t, own) && fxXdrObject(t, after);
 }
 
+/// Destroys what transcribes it.
+class Deleting : public Listed {
+    FX_TRANSCRIBABLE(Deleting)
+};
+FX_TRANSCRIBABLE_TYPE(Deleting, "Deleting", 1, Listed);
+fxBool Deleting::xdr(fxTranscriber& t) {
+    delete &t;
+    return 1;
+}
+
 class Unregistered : public Node {};
 /// Its registered base lies at another address.
 class Ballast {
@@ -318,6 +328,10 @@ TEST_F(Writer, RefusesWhatItCannotWrite) {
 TEST_F(Writer, FatalCasesAreNamed) {
     EXPECT_DEATH(writer->readObject(fxStr_type), "tried to invoke fxBinaryWriter::readObject");
     EXPECT_DEATH((writer->setTag(15), writer->flush()), "Whoops!");
+    Deleting root;
+    EXPECT_DEATH(fxWriteObject(*writer, &root), "an fxBinaryWriter is destroyed while it writes");
+    EXPECT_DEATH(loaded<Deleting>(header() + records("t2:Deleting o1:2")),
+                 "an fxBinaryReader is destroyed while it reads");
 }
 
 TEST_F(Writer, WhatCannotBeReadBackIsNotWritten) {
