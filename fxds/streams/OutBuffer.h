@@ -13,8 +13,9 @@
 // Invariants:
 // (1) [bytes, next) holds the bytes that were put and are not yet in the stream.
 // (2) The buffer has room, [next, end), only during the lifetime of a Collecting, and only
-//     for the library's own stream classes. Without room each put() writes to the stream
-//     once; a stream of any other class always receives one write per put().
+//     for the library's own stream classes. Without room each put() of bytes is one write
+//     of the stream; a stream of any other class always receives them so. A put() of no
+//     bytes writes nothing.
 // (3) Once the stream has refused bytes, or fail() was called, it gets no more: they would
 //     be at a wrong offset for the reader.
 
