@@ -9,6 +9,8 @@
 
 class fxAddressIndex;
 class fxOutBuffer;
+class fxWriterStack;
+struct fxBinaryWriterTarget;
 
 /// An object or a block that is still to be written.
 class FX_API fxBinaryWriterItem {
@@ -158,10 +160,15 @@ private:
     bool writePrimPointer(const void* slot, const void* block, size_t byteCount,
                           fxBinaryOTTag bodyTag, bool isOfInts = false);
     unsigned int idOfPart(const void* address, bool& isNew);
-    unsigned int push(fxBinaryWriterItem* item, unsigned int id);
+    void push(const fxBinaryWriterTarget& target);
+    [[gnu::noinline]] void pushItem(fxBinaryWriterItem* item);
+    [[gnu::noinline]] bool takeItem(fxBinaryWriterTarget& target);
+    bool takeLast(fxBinaryWriterTarget& target);
+    bool complete();
+    void putEarly();
+    [[gnu::noinline]] void takeBack();
     [[gnu::noinline]] bool writePieces(const char* from, size_t byteCount);
-    bool putBare();
-    bool putShort(const fxBinaryWriterItem& item);
+    bool putShort(const fxBinaryWriterTarget& block);
     bool writeRecord(const char* payload, unsigned int payloadBytes);
     bool idOf(const void* address, unsigned int& id, unsigned int mark = 0);
     bool refer(const void* slot, fxTypeObj& declared, fxXDRObj* object, const void* address,
@@ -172,10 +179,9 @@ private:
     [[gnu::noinline]] bool writeNewType(fxTypeObj& type, unsigned int& id);
     [[gnu::cold, gnu::noinline]] bool fail();
     [[gnu::cold]] void trace() const;
-    fxBinaryWriterItem* itemAt(unsigned int index);
     bool writePending();
-    bool writeItem(const fxBinaryWriterItem& item);
-    bool writeBlock(const fxBinaryWriterItem& item);
+    bool writeTarget(const fxBinaryWriterTarget& target);
+    bool writeBlock(const fxBinaryWriterTarget& block);
     void dropPending();
 
     fxDetail::Owned<fxAddressIndex> seen;      // objects, blocks and base parts
@@ -190,6 +196,8 @@ private:
     const void* bodyUnderWay;                  // the object that is being written, or null
     unsigned int firstOfBody;                  // the numbers of its parts are not below this one
     std::vector<const void*> toldRoots;        // of its parts
+    fxDetail::Owned<fxWriterStack> waiting;    // on top of `pending`
+    bool isPut;                                // the record being built, see putEarly()
     bool isInGraph;                            // in writeObject()
     bool isOfThisClass;                        // likewise, and no subclass overrides that
     std::vector<const fxTypeObj*> declaredOnes;  // what known pointers were declared with

@@ -48,6 +48,7 @@ fxds_room(streams
     Xdr XdrEvolution XdrTables XdrValues
   PRIVATE AddressIndex AddressSet OutBuffer PartRoot ReaderEntry ReaderGraph ReaderNumbers
     RecordFormat RecordParser RecordReader StreamMarks StreamWalk TextChunks WatchedContainers
+    WriterStack
   SOURCES BinaryReader BinaryTranscriber BinaryWriter CheckStream MemoryStream ReaderConverters
     ReaderFaults ReaderGraph RecordParser RecordReader Save StdioStream StreamHeader StreamWalk
     WriterRecords Xdr)

@@ -39,17 +39,18 @@ public:
         *next++ = item;
         ++count;
     }
+    /// Requires: not empty.
+    [[gnu::always_inline]] void pop_back() {
+        --count;
+        --next;
+        if (count % chunkItems == 0) findEnd();
+    }
     /// Sets the length. Added elements have default values.
     void resize(size_t length) {
         while (chunks.size() * chunkItems < length) makeChunk();
         for (size_t i = count; i < length; ++i) (*this)[i] = T();
         count = length;
-        // addChunk() uses the chunks that are empty now.
-        const size_t last = (length + chunkItems - 1) / chunkItems;
-        next = end = nullptr;
-        if (last == 0) return;
-        end = chunks[last - 1] + chunkItems;
-        next = end - (last * chunkItems - length);
+        findEnd();
     }
     /// Calls `use(item)` for each, in order.
     template <class Use>
@@ -96,6 +97,14 @@ private:
         if (chunk == chunks.size()) makeChunk();
         next = chunks[chunk];
         end = next + chunkItems;
+    }
+    // Restores (2) after elements were removed. addChunk() uses chunks that are empty now.
+    [[gnu::noinline]] void findEnd() {
+        const size_t last = (count + chunkItems - 1) / chunkItems;
+        next = end = nullptr;
+        if (last == 0) return;
+        end = chunks[last - 1] + chunkItems;
+        next = end - (last * chunkItems - count);
     }
     void makeChunk() {
         if (chunksLeft == 0) {

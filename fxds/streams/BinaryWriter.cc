@@ -15,15 +15,16 @@
 #include "fxds/streams/OutBuffer.h"
 #include "fxds/streams/PartRoot.h"
 #include "fxds/streams/RecordFormat.h"
+#include "fxds/streams/WriterStack.h"
 
 // RecordFormat.h draws a record. Scalars are staged in the buffer as the payload of the
 // record being built. A pointer ends that record and begins its own, which stays open:
 // scalars that follow become its payload. A full buffer is written under the record's tag,
 // and the rest under tag 0. Payload that fills whole buffers skips the buffer.
 //
-// The target of a pointer waits on the stack `pending` and is written when the object with
-// the pointer is complete. So a chain of any length needs no recursion, and the stack holds
-// no more than the pointers of one object and of the objects on the way to it.
+// The target of a pointer waits on a stack and is written when the object with the pointer
+// is complete. So a chain of any length needs no recursion, and the stack holds no more than
+// the pointers of one object and of the objects on the way to it.
 //
 // Invariants, between any two calls:
 // (1) buffer[0, used) is the payload of the record being built, which has `tag`
@@ -34,12 +35,15 @@
 //     block of a field that owns it, which no other field refers to.
 //     A number of an object may be in `seen` with a mark: a helper has written a
 //     pointer to this address that was declared with declaredOnes[the mark's index].
-// (3) The item of every object and block that was announced and not yet written
-//     is in `pending`, with its number.
-// (4) A writer that has failed has room == 0, used == 0 and no items, for good,
+// (3) Every object and block that was announced and not yet written is on the stack, with
+//     its number. The stack is `pending` and, on top of it, `waiting`, which has all that
+//     were announced in writeObject() unless this is a subclass, which can see `pending`.
+// (4) A writer that has failed has room == 0, used == 0 and an empty stack, for good,
 //     and refuses everything. It fails when the stream refuses bytes, when numbers run
 //     out, and when writeObject() is left before its graph is whole, be it by an
 //     exception: records are missing then that others refer to.
+// (5) If isPut is set, the record being built is one without payload so far, and it is at
+//     the end of what is collected in `outgoing`.
 
 using namespace fxRecordFormat;
 
@@ -63,10 +67,25 @@ constexpr unsigned int withMark(unsigned int id, unsigned int mark) {
     return id >> markedIdBits == 0 ? id | mark : id;
 }
 
+fxBinaryWriterTarget objectTarget(const void* address, fxTypeObj& type, unsigned int id) {
+    fxBinaryWriterTarget target = {true, fxTagObject, false, id, address, {nullptr}};
+    target.type = &type;
+    return target;
+}
+
+fxBinaryWriterTarget blockTarget(const void* address, unsigned int byteCount, fxBinaryOTTag tag,
+                                 bool isOfInts, unsigned int id) {
+    fxBinaryWriterTarget target = {false, tag, isOfInts, id, address, {nullptr}};
+    target.byteCount = byteCount;
+    return target;
+}
+
 // Prefetches memory that will be written soon: the beginning of an object or block.
-void fetchSoon(const void* address) {
-    __builtin_prefetch(address);
-    __builtin_prefetch(static_cast<const char*>(address) + 64);
+void fetchSoon(const fxBinaryWriterTarget& target) {
+    __builtin_prefetch(target.address);
+    if (target.isObject) {
+        __builtin_prefetch(static_cast<const char*>(target.address) + 64);
+    }
 }
 
 // Enters the address in a set; whether it was not there.
@@ -118,6 +137,8 @@ fxBinaryWriter::fxBinaryWriter(fxStream* outStream)
       partUnderWay(nullptr),
       bodyUnderWay(nullptr),
       firstOfBody(0),
+      waiting(std::make_unique<fxWriterStack>()),
+      isPut(false),
       isInGraph(false),
       isOfThisClass(false),
       lastDeclared(nullptr),
@@ -223,9 +244,10 @@ bool fxBinaryWriter::writePointer(void* slot, fxTypeObj& declared, fxXDRObj* obj
 bool fxBinaryWriter::writeKnownPointer(const void* pointer, const fxTypeObj& declared) {
     const unsigned int entry = seen->find(pointer);
     const bool isKnown = entry >= marked && declaredOnes[indexIn(entry)] == &declared;
-    if (!isKnown || owner != nullptr || !isOfThisClass || !flush()) return false;
+    if (!isKnown || owner != nullptr || !isOfThisClass || !complete()) return false;
     fieldA = idIn(entry);
     tag = fxTagPointerAgain;
+    putEarly();
     return true;
 }
 
@@ -297,8 +319,9 @@ bool fxBinaryWriter::writeObject(void* address, fxXDRObj* object) {
     if (type == nullptr || !flush()) return false;
     Graph graph(*this);
     isOfThisClass = typeid(*this) == typeid(fxBinaryWriter);
-    graph.isWhole = queue(new fxBinaryWriterItem(address, *type)) <= maxId && writePending() &&
-                    outgoing->send();
+    const unsigned int id = recordIdForAddress(address);
+    push(objectTarget(address, *type, id));
+    graph.isWhole = id <= maxId && writePending() && outgoing->send();
     return graph.isWhole;
 }
 
@@ -313,7 +336,9 @@ unsigned int fxBinaryWriter::recordIdForAddress(const void* address) {
 }
 
 unsigned int fxBinaryWriter::queue(fxBinaryWriterItem* item) {
-    return push(item, recordIdForAddress(item->address));
+    item->id = recordIdForAddress(item->address);
+    pushItem(item);
+    return item->id;
 }
 
 bool fxBinaryWriter::writeType(fxTypeObj& type, unsigned int& id) {
@@ -337,8 +362,9 @@ bool fxBinaryWriter::writeNewType(fxTypeObj& type, unsigned int& id) {
 }
 
 bool fxBinaryWriter::writeNullPointer() {
-    if (!flush()) return false;
+    if (!complete()) return false;
     tag = fxTagNull;
+    putEarly();
     return true;
 }
 
@@ -347,6 +373,30 @@ bool fxBinaryWriter::writePrimPointer(const void* block, size_t byteCount, fxBin
 }
 
 // Private functions.
+
+// Does what flush() does, without a call for a record that putEarly() has put.
+inline bool fxBinaryWriter::complete() {
+    if (!isPut) return flush();
+    isPut = false;
+    tag = fxTagData;
+    return true;
+}
+
+// Puts the record being built, which is that of a pointer, if there is room. Most get no
+// payload, and are complete then.
+inline void fxBinaryWriter::putEarly() {
+    if (!isOfThisClass || fxStreamTrace::isOn()) return;
+    char* const place = outgoing->room(maxHeadBytes);
+    if (place == nullptr) return;
+    const unsigned int tag_ = tag;
+    const unsigned int first = static_cast<unsigned int>(fieldA);
+    const unsigned int second = fieldD;
+    *place = static_cast<char>(tag_);
+    putWord(place + 1, first);
+    putWord(place + 5, second);
+    outgoing->added(1U + fieldBytes[tag_]);
+    isPut = true;
+}
 
 // The id of the address. If it is new, enters it under the next id and returns true.
 bool fxBinaryWriter::idOf(const void* address, unsigned int& id, unsigned int mark) {
@@ -363,13 +413,17 @@ inline bool fxBinaryWriter::refer(const void* slot, fxTypeObj& declared, fxXDROb
     if (slot == owner && slot != nullptr && !isFirst(*owned, address)) return false;
     fxTypeObj* const type = object != nullptr ? object->getTypeObj() : &declared;
     unsigned int typeId = 0;
-    if (type == nullptr || !flush() || !writeType(*type, typeId)) return false;
+    if (type == nullptr || !complete()) return false;
+    const bool isTypeWritten = type == lastType && lastTypeId != 0;
+    if (!isTypeWritten && !writeType(*type, typeId)) return false;
     unsigned int id = 0;
     const bool isNew = idOf(address, id, mark);
-    if (isNew) push(new fxBinaryWriterItem(address, *type), id);
+    if (isNew) push(objectTarget(address, *type, id));
     fieldA = id;
     tag = isNew ? fxTagPointer : fxTagPointerAgain;
-    return id <= maxId || fail();
+    if (id > maxId) return fail();
+    putEarly();
+    return true;
 }
 
 // Finds the mark of a declared type, or 0 when there are too many.
@@ -392,15 +446,20 @@ unsigned int fxBinaryWriter::idOfPart(const void* address, bool& isNew) {
     return recordIdForAddress(address);
 }
 
-unsigned int fxBinaryWriter::push(fxBinaryWriterItem* item, unsigned int id) {
-    item->id = id;
-    fetchSoon(item->address);
+inline void fxBinaryWriter::push(const fxBinaryWriterTarget& target) {
+    fetchSoon(target);
+    if (isOfThisClass) return waiting->push_back(target);
+    auto* const item = target.isObject ? new fxBinaryWriterItem(target.address, *target.type)
+                                       : new fxBinaryWriterItem(target.address, target.byteCount,
+                                                                target.tag, target.isOfInts);
+    item->id = target.id;
+    pushItem(item);
+}
+
+void fxBinaryWriter::pushItem(fxBinaryWriterItem* item) {
     const unsigned int length = pending.length();
-    const bool isPower = (length & (length - 1)) == 0;  // the room is one, too
-    if (isPower && length == pending.getMaxLength())
-        pending.setMaxLength(std::max(16U, 2 * length));
+    if (length == pending.getMaxLength()) pending.setMaxLength(std::max(16U, 2 * length));
     pending.append(item);
-    return id;
 }
 
 // A field that owns its block gets a number for it that no other field uses.
@@ -408,7 +467,7 @@ bool fxBinaryWriter::writePrimPointer(const void* slot, const void* block, size_
                                       fxBinaryOTTag bodyTag, bool isOfInts) {
     if (block == nullptr) return writeNullPointer();
     const bool isOwn = slot != nullptr && slot == owner;
-    if (byteCount > maxBlockBytes || !flush()) return false;
+    if (byteCount > maxBlockBytes || !complete()) return false;
     unsigned int id = isOwn ? nextId++ : 0;
     const bool isNew = isOwn || idOf(block, id);
     fieldA = id;
@@ -417,33 +476,46 @@ bool fxBinaryWriter::writePrimPointer(const void* slot, const void* block, size_
         return flush();
     }
     fieldD = static_cast<unsigned int>(byteCount);
-    push(new fxBinaryWriterItem(block, fieldD, bodyTag, isOfInts), id);
+    push(blockTarget(block, fieldD, bodyTag, isOfInts, id));
     tag = fxTagBlock;
-    return id <= maxId || fail();
+    if (id > maxId) return fail();
+    putEarly();
+    return true;
 }
 
-fxBinaryWriterItem* fxBinaryWriter::itemAt(unsigned int index) {
-    return static_cast<fxBinaryWriterItem*>(pending[index]);
+// Takes what is on top of the stack. Memory is what costs here: what the next ones denote
+// can be on its way meanwhile.
+inline bool fxBinaryWriter::takeLast(fxBinaryWriterTarget& target) {
+    const size_t count = waiting->size();
+    if (count == 0) return pending.length() > 0 && takeItem(target);
+    target = waiting->back();
+    waiting->pop_back();
+    if (count > 1) fetchSoon((*waiting)[count - 2]);
+    if (count > 3) fetchSoon((*waiting)[count - 4]);
+    return true;
+}
+
+bool fxBinaryWriter::takeItem(fxBinaryWriterTarget& target) {
+    const unsigned int last = pending.length() - 1;
+    const std::unique_ptr<fxBinaryWriterItem> item(static_cast<fxBinaryWriterItem*>(pending[last]));
+    pending.remove(last, 1);
+    target = item->kind == fxBinaryWriterItem::object
+                 ? objectTarget(item->address, *item->type, item->id)
+                 : blockTarget(item->address, item->byteCount, item->tag, item->isOfInts, item->id);
+    return true;
 }
 
 bool fxBinaryWriter::writePending() {
-    while (pending.length() > 0) {
-        const unsigned int last = pending.length() - 1;
-        const std::unique_ptr<fxBinaryWriterItem> item(itemAt(last));
-        pending.remove(last, 1);
-        // Memory is what costs here: what the next items denote can be on its way
-        // meanwhile, and the items after these.
-        if (last > 0) fetchSoon(itemAt(last - 1)->address);
-        if (last > 2) fetchSoon(itemAt(last - 3)->address);
-        if (last > 7) __builtin_prefetch(itemAt(last - 8));
-        if (!writeItem(*item) || !flush()) return false;
+    fxBinaryWriterTarget target;
+    while (takeLast(target)) {
+        if (!writeTarget(target) || !complete()) return false;
     }
     return true;
 }
 
-bool fxBinaryWriter::writeItem(const fxBinaryWriterItem& item) {
+bool fxBinaryWriter::writeTarget(const fxBinaryWriterTarget& item) {
     const unsigned int id = item.id;
-    if (item.kind == fxBinaryWriterItem::block) {
+    if (!item.isObject) {
         fieldA = id;
         return writeBlock(item);
     }
@@ -472,4 +544,5 @@ bool fxBinaryWriter::writeItem(const fxBinaryWriterItem& item) {
 void fxBinaryWriter::dropPending() {
     for (void* item : pending) delete static_cast<fxBinaryWriterItem*>(item);
     pending.resize(0);
+    waiting->clear();
 }

@@ -35,6 +35,8 @@ public:
     char* room(size_t most) { return left() >= most ? next : makeRoom(); }
     void added(size_t byteCount) { next += byteCount; }
     ///@}
+    /// Takes back bytes that were added since room() was called last.
+    void takeBack(size_t byteCount) { next -= byteCount; }
 
     /// Appends the bytes. More than fit are written to the stream behind the collected
     /// bytes. False if the stream has failed.

@@ -8,9 +8,10 @@
 #include "fxds/base/StreamTrace.h"
 #include "fxds/streams/OutBuffer.h"
 #include "fxds/streams/RecordFormat.h"
+#include "fxds/streams/WriterStack.h"
 
 // The writer's construction of records. A graph has five of them for each object with a
-// text and two pointers, and all but one of these are of the two kinds that putBare() and
+// text and two pointers, and all but one of these are of the two kinds that putEarly() and
 // putShort() write in one step.
 
 using namespace fxRecordFormat;
@@ -22,8 +23,13 @@ constexpr unsigned int shortBytes = 64;  // of payloads that are copied without 
 }  // namespace
 
 bool fxBinaryWriter::flush() {
+    if (isPut) {
+        isPut = false;
+        tag = fxTagData;
+        return true;
+    }
     fxBinaryTranscriber& staged = *this;  // a virtual base, found once
-    if (staged.used == 0 && (tag == fxTagData || putBare())) return !outgoing->hasFailed();
+    if (staged.used == 0 && tag == fxTagData) return !outgoing->hasFailed();
     if (!writeRecord(staged.buffer, staged.used)) return fail();
     staged.used = 0;
     staged.room = bufferBytes;
@@ -38,6 +44,7 @@ unsigned int fxBinaryWriter::putHeader(char* place, unsigned int tag, unsigned l
 
 bool fxBinaryWriter::writeBytes(const void* bytes, size_t byteCount) {
     fxBinaryTranscriber& staged = *this;  // a virtual base, found once
+    if (isPut) takeBack();
     if (byteCount != sizeof(long) || staged.room <= sizeof(long)) {
         return writePieces(static_cast<const char*>(bytes), byteCount);
     }
@@ -73,26 +80,14 @@ bool fxBinaryWriter::writePieces(const char* from, size_t byteCount) {
     return true;
 }
 
-// Writes the record being built if it has no payload and there is room; otherwise does
-// nothing. Most records of a graph are of this kind.
-inline bool fxBinaryWriter::putBare() {
-    constexpr unsigned int unusual = 1U << fxTagType | 1U << fxTagObject;
-    if (tag >= tagCount || (unusual >> tag & 1U) != 0 || fxStreamTrace::isOn()) return false;
-    char* const place = outgoing->room(maxHeadBytes);
-    if (place == nullptr) return false;
-    const unsigned int tag_ = tag;
-    const unsigned int first = static_cast<unsigned int>(fieldA);
-    const unsigned int second = fieldD;
-    *place = static_cast<char>(tag_);
-    putWord(place + 1, first);
-    putWord(place + 5, second);
-    outgoing->added(1U + fieldBytes[tag_]);
-    tag = fxTagData;
-    return true;
+// The record that putEarly() has put gets a payload.
+void fxBinaryWriter::takeBack() {
+    outgoing->takeBack(1U + fieldBytes[tag]);
+    isPut = false;
 }
 
-// The same for the record of a short block of bytes.
-inline bool fxBinaryWriter::putShort(const fxBinaryWriterItem& item) {
+// Writes the record of a short block of bytes if there is room; otherwise does nothing.
+inline bool fxBinaryWriter::putShort(const fxBinaryWriterTarget& item) {
     if (item.tag != fxTagBytes || item.byteCount - 1 >= shortBytes || fxStreamTrace::isOn()) {
         return false;
     }
@@ -145,6 +140,7 @@ bool fxBinaryWriter::writeParts(const char* payload, unsigned int payloadBytes) 
 bool fxBinaryWriter::fail() {
     outgoing->fail();
     dropPending();
+    isPut = false;
     tag = fxTagData;
     used = room = 0;
     cursor = buffer;
@@ -168,7 +164,7 @@ inline unsigned int fxBinaryWriter::putHead(char* place, unsigned int payloadByt
     return length + fieldBytes[tag_];
 }
 
-bool fxBinaryWriter::writeBlock(const fxBinaryWriterItem& item) {
+bool fxBinaryWriter::writeBlock(const fxBinaryWriterTarget& item) {
     if (putShort(item)) return true;
     tag = item.tag;
     fieldD = item.byteCount;
