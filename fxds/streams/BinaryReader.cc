@@ -55,10 +55,6 @@ constexpr char missing[] = "XXX error handling is missing";
 
 constexpr size_t firstPiece = size_t{1} << 16;  // of a block that is read as it grows
 
-bool readPlain(fxBinaryReader& reader, void* bytes, size_t byteCount) {
-    return reader.readBytes(bytes, byteCount);
-}
-
 struct Free {
     void operator()(char* block) const { std::free(block); }
 };
@@ -529,21 +525,6 @@ char* fxBinaryReader::readGrowing(Converter* converter, unsigned int byteCount) 
         block.reset(larger);
     }
     return nullptr;
-}
-
-fxBinaryReader::Converter* fxBinaryReader::converterOf(unsigned int bodyTag) const {
-    switch (bodyTag) {
-        case fxTagShorts:
-            return shorts;
-        case fxTagLongs:
-            return longs;
-        case fxTagFloats:
-            return floats;
-        case fxTagDoubles:
-            return doubles;
-        default:
-            return readPlain;
-    }
 }
 
 // The entry of the type that the record of an object names, or null.

@@ -7,6 +7,10 @@
 
 namespace {
 
+bool readPlain(fxBinaryReader& reader, void* bytes, size_t byteCount) {
+    return reader.readBytes(bytes, byteCount);
+}
+
 // Reads bytes and reorders those of each whole group.
 template <size_t... order>
 bool readReordered(fxBinaryReader& reader, void* bytes, size_t byteCount) {
@@ -57,4 +61,19 @@ bool fxBinaryReader_floatsVAX(fxBinaryReader&, void*, size_t) {
 // The message names the function for floats.
 bool fxBinaryReader_doublesVAX(fxBinaryReader&, void*, size_t) {
     fxFatal("fxBinaryReader_floatsVAX: not implemented");
+}
+
+fxBinaryReader::Converter* fxBinaryReader::converterOf(unsigned int bodyTag) const {
+    switch (bodyTag) {
+        case fxTagShorts:
+            return shorts;
+        case fxTagLongs:
+            return longs;
+        case fxTagFloats:
+            return floats;
+        case fxTagDoubles:
+            return doubles;
+        default:
+            return readPlain;
+    }
 }
