@@ -50,7 +50,7 @@ public:
             Value& each = waiting[i];  // does not move when more are added
             double left = std::chrono::duration_cast<Seconds>(each.due - now).count();
             if (!fxXdrAll(transcriber, left, each.text)) return false;
-            if (transcriber.isReading()) each.due = in(left);
+            if (transcriber.isReading()) each.due = in(left <= by ? left : by);
         }
         if (transcriber.isReading() && !waiting.empty()) wait();
         return true;

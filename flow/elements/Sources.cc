@@ -29,7 +29,9 @@ public:
         alarm = time().every(fxFlowTime::seconds(every), this, [this] { beat(); });
         return "";
     }
-    bool xdrState(fxTranscriber& transcriber) override { return fxXdrAll(transcriber, done); }
+    bool xdrState(fxTranscriber& transcriber) override {
+        return fxXdrAll(transcriber, done) && done >= 0;
+    }
 
     double every = 1;
     long count = 0;
