@@ -105,7 +105,8 @@ private:
 
 /// Loads the elements of a shared object, once. Returns the reason why not, or "". It stays
 /// loaded as it is: another file that takes its place later is not loaded. One with a faulty
-/// description, or that describes an element of an existing name, is refused as a whole.
+/// description, or that describes an element of an existing name, is refused as a whole. Its
+/// static variables are initialised in this process: an exception there ends the program.
 FX_API std::string fxLoadPlugin(const std::string& path);
 /// Whether fxLoadPlugin() has loaded the file at the path.
 FX_API bool fxPluginIsLoaded(const std::string& path);

@@ -115,7 +115,8 @@ int FlowFolder::listen(const std::string& name) {
     umask(mask);
     // Not rename(), which would replace the socket of a flow that has the same process
     // number in another container.
-    const bool isNamed = isBound && ::listen(made, 8) == 0 &&
+    constexpr int mostWaiting = 64;
+    const bool isNamed = isBound && ::listen(made, mostWaiting) == 0 &&
                          linkat(folder, quiet.c_str(), folder, flow.file().c_str(), 0) == 0;
     const int error = errno;
     if (isBound) unlinkat(folder, quiet.c_str(), 0);

@@ -100,10 +100,19 @@ bool Session::open(const std::string& word, bool isGuess) {
     }
     if (found.size() == 1) {
         flow = found[0];
-        const int socket = folder.connect(flow);
+        int socket = folder.connect(flow);
+        // The flow has not got round to letting in those that have come before.
+        constexpr timespec pause = {0, 20'000'000};
+        for (int tries = 0; socket < 0 && errno == EAGAIN && tries < 250; ++tries) {
+            nanosleep(&pause, nullptr);
+            socket = folder.connect(flow);
+        }
         if (socket >= 0) fcntl(socket, F_SETFL, fcntl(socket, F_GETFL) & ~O_NONBLOCK);
         if (socket >= 0) file = fdopen(socket, "r");
-        if (file == nullptr) complain(flow.name + ": " + std::strerror(errno));
+        if (file == nullptr) {
+            const char* const why = errno == EAGAIN ? "is too busy" : std::strerror(errno);
+            complain(flow.name + ": " + why);
+        }
         return file != nullptr;
     }
     if (isGuess && found.empty()) return false;

@@ -25,7 +25,7 @@ int check(const Options& options) {
     return isGood ? 0 : failed;
 }
 
-// Its objects are made, but not started.
+// Its objects are made, and those that reach nothing outside are started.
 int draw(const Options& options) {
     fxFlow flow(fxFlow::Purpose::testing);
     if (!tellProblems(flow.apply(readFlow(options.words[0], options)))) return failed;
