@@ -297,7 +297,13 @@ void Torturer::sendSomething() {
     if (thing != 0) withEnd(data, thing, true);
     fxOutputChannel* const real = outputs.at(output);
     note("send: output, value, mode", output, value, mode);
-    const auto send = [&] { reallySend(real, type, value, mode, data); };
+    const auto how = static_cast<fxObj::fxSendFlags>(mode);
+    const bool isLeft = mode == cancelOnly && real->getNumberOfConnections() > 0;
+    const auto send = [&] {
+        if (data == nullptr) return soak::send(real, type, value, how);
+        fxObj::sendData(real, data, how);
+        if (isLeft) delete data;
+    };
     if (mode == now) {
         Delivery delivery(model, output, value, thing);
         during(delivery, send);
@@ -305,17 +311,6 @@ void Torturer::sendSomething() {
         model.send(output, value, mode);
         during(send);
     }
-}
-
-void Torturer::reallySend(fxOutputChannel* output, int type, long value, Mode mode, fxData* data) {
-    const auto how = static_cast<fxObj::fxSendFlags>(mode);
-    if (data != nullptr) {
-        const bool isLeft = mode == cancelOnly && output->getNumberOfConnections() > 0;
-        fxObj::sendData(output, data, how);
-        if (isLeft) delete data;
-        return;
-    }
-    soak::send(output, type, value, how);
 }
 
 // Objects hold only themselves and younger ones: there are no other circles.
@@ -401,16 +396,10 @@ void Torturer::changeFunctions() {
     auto& list = isPre ? model.preFunctions : model.postFunctions;
     const bool adds = list.size() < 4 && chance(60);
     note(adds ? "add function: number, pre" : "remove function: number, pre", place + 1, isPre);
-    if (adds) {
-        list.push_back(place + 1);
-        isPre ? fx_theExecutive->addPreSelectFunc(functions[place])
-              : fx_theExecutive->addPostSelectFunc(functions[place]);
-    } else {
-        const auto found = std::find(list.begin(), list.end(), place + 1);
-        if (found != list.end()) list.erase(found);
-        isPre ? fx_theExecutive->removePreSelectFunc(functions[place])
-              : fx_theExecutive->removePostSelectFunc(functions[place]);
-    }
+    const auto add = isPre ? &fxExec::addPreSelectFunc : &fxExec::addPostSelectFunc;
+    const auto remove = isPre ? &fxExec::removePreSelectFunc : &fxExec::removePostSelectFunc;
+    adds ? list.push_back(place + 1) : removeFirst(list, place + 1);
+    (fx_theExecutive->*(adds ? add : remove))(functions[place]);
 }
 
 void Torturer::changeQueue() {

@@ -168,7 +168,6 @@ private:
     void changeConnection();
     void changeInputsConnections();
     void sendSomething();
-    void reallySend(fxOutputChannel* output, int type, long value, Mode mode, fxData* data);
     void changeProperty();
     void changeTable();
     void changeApplications();
