@@ -1,6 +1,5 @@
-// The examples as their users meet them: the monitor on a terminal, the log follower beside
-// what writes the log, the chat and job server with its clients. ConsoleTest has their command
-// lines.
+// The examples as their users meet them: the monitor on a terminal, the chat and job server
+// with its clients. ConsoleTest has their command lines.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <pty.h>
@@ -243,36 +242,6 @@ TEST(Monitor, FlowShowsWhatTheProgramShows) {
     EXPECT_TRUE(has(rows, "memory")) << rows;
     text.end(SIGTERM);
     EXPECT_TRUE(has(text.output(), terminalGivenBack));
-}
-
-TEST(Follow, FollowsCountsAndGoesOnWhereItEnded) {
-    const TestDirectory directory;
-    const std::string log = directory.file("log", "error one\nfine\nerr");
-    const std::string state = directory.path + "/state";
-    const auto append = [&](const char* text) { std::ofstream(log, std::ios::app) << text; };
-    for (const bool isSecond : {false, true}) {
-        Session follow({{FOLLOW_PATH, "-s", state, log, "err(or)?", "two$"}});
-        if (!isSecond) {
-            EXPECT_EQ(follow.until("one\n"), "error one\n");
-            append("or two\n");
-            EXPECT_EQ(follow.until("two\n"), "error two\n");
-            follow.tell(SIGUSR1);
-            EXPECT_EQ(follow.until("$\n"), "2 err(or)?\n1 two$\n");
-            EXPECT_EQ(follow.end(SIGTERM), 0);
-            EXPECT_EQ(follow.until("$\n"), "2 err(or)?\n1 two$\n");
-            append("error meanwhile\n");
-        } else {
-            EXPECT_EQ(follow.until("\n"), "error meanwhile\n");
-            append("error at last\nerr");
-            std::filesystem::rename(log, log + ".1");
-            directory.file("log", "error in the new file\n");
-            EXPECT_EQ(follow.until("file\n"), "error at last\nerr\nerror in the new file\n");
-            directory.file("log", "error, cut\n");
-            EXPECT_EQ(follow.until("\n"), "error, cut\n");
-            EXPECT_EQ(follow.end(SIGINT), 0);
-            EXPECT_EQ(follow.until("$\n"), "7 err(or)?\n1 two$\n");
-        }
-    }
 }
 
 namespace {

@@ -1,5 +1,5 @@
-// The tools where a page of commands does not do: flows that are changed and watched while
-// they run, a terminal, too little memory. ConsoleTest has their command lines.
+// The tools where a page of commands does not do: hostile visitors, a terminal, too little
+// memory. ConsoleTest has their command lines.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
@@ -10,96 +10,32 @@
 #include <sys/un.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <filesystem>
-#include <fstream>
+#include <vector>
 
 #include "tests/support/RunProgram.h"
 #include "tests/support/Surroundings.h"
 
 namespace {
 
-std::string tickFlow(const std::string& format) {
-    return "ticker = Ticker every=0.01\ncount = Count\nsay = Print format=\"" + format +
-           "\"\nticker.tick -> count.count\ncount.value -> say.value\n";
-}
-
-bool contains(const std::string& text, const std::string& part) {
-    return text.find(part) != std::string::npos;
-}
-
-/// A folder of files, and of the sockets of flows.
-class Fxflow : public ::testing::Test {
-protected:
-    std::string commandOf(const std::string& arguments) const {
-        return "cd " + folder.path + " || exit\nexport XDG_RUNTIME_DIR=$PWD\nPATH=" +
-               std::filesystem::path(FXFLOW_PATH).parent_path().string() + ":$PATH\n" + arguments;
-    }
-    std::string outputOfShell(const std::string& command) {
-        return outputOf(commandOf(command), status);
-    }
-
-    const TestDirectory folder;
-    int status = -1;
-};
-
 int numberIn(const std::string& line) {
     const size_t digit = line.find_first_of("0123456789");
     return digit != std::string::npos ? std::stoi(line.substr(digit)) : -1;
 }
 
-// One session, from start to end: a changed file, a faulty one, views from other terminals.
-TEST_F(Fxflow, ChangesAndIsWatchedWhileItRuns) {
-    folder.file("tick.flow", "include \"rest.flow\"\n");
-    folder.file("rest.flow", tickFlow("first %s."));
-    Session flow({{"/bin/sh", "-c", commandOf("exec fxflow --save state tick.flow")}});
-    const int before = numberIn(flow.lineWith("first 3."));
-
-    folder.file("rest.flow", tickFlow("second %s."));
-    EXPECT_EQ(flow.lineWith("tick", 2), "fxflow: tick.flow is applied: 0 new, 1 changed, 0 gone\n");
-    EXPECT_GT(numberIn(flow.lineWith("second")), before) << "count has forgotten";
-
-    folder.file("rest.flow", tickFlow("third %s.") + "count.valu -> say.value\n");
-    EXPECT_TRUE(
-        contains(flow.lineWith(": error: ", 2), "rest.flow:6:7: error: Count has no output"));
-    EXPECT_TRUE(contains(flow.lineWith("faulty", 2), "the flow goes on"));
-    EXPECT_NE(flow.lineWith("second"), "");
-
-    folder.file("rest.flow", "");
-    EXPECT_EQ(flow.lineWith("error", 2), "tick.flow: error: has no objects\n");
-
-    folder.file("rest.flow", tickFlow("fourth %s."));
-    flow.tell(SIGHUP);
-    EXPECT_NE(flow.lineWith("fourth"), "");
-
-    EXPECT_TRUE(contains(outputOfShell("fxflow running"), "tick "));
-    const std::string tapped = outputOfShell("fxflow tap tick count.value | head -3");
-    EXPECT_EQ(std::count(tapped.begin(), tapped.end(), '\n'), 3) << tapped;
-    EXPECT_TRUE(contains(tapped, " count.value ")) << tapped;
-    EXPECT_TRUE(contains(outputOfShell("fxflow tap say.printed | head -1"), "\"fourth "));
-    EXPECT_EQ(outputOfShell("fxflow tap count.valu"),
-              "fxflow: count has no channel \"valu\"; did you mean \"value\"?\n");
-    EXPECT_EQ(status, 1);
-    const std::string table = outputOfShell("fxflow top --every 0.1 --count 2 tick");
-    EXPECT_TRUE(contains(table, "3 objects, ")) << table;
-    EXPECT_TRUE(contains(table, "  count.value ")) << table;
-    EXPECT_TRUE(contains(outputOfShell("fxflow show"), "format=\"fourth %s.\""));
-    EXPECT_TRUE(contains(outputOfShell("fxflow top nowhere"), "there is no flow nowhere"));
-
-    EXPECT_EQ(flow.end(SIGTERM), 0);
-    EXPECT_TRUE(std::filesystem::is_empty(folder.path + "/fxflow"));
-    EXPECT_TRUE(std::filesystem::exists(folder.path + "/state"));
-}
-
 // Visitors that send nonsense, read nothing, or come in crowds, and flows that have died.
-TEST_F(Fxflow, BearsHostileVisitors) {
+TEST(Fxflow, BearsHostileVisitors) {
+    const TestDirectory folder;
+    int status = -1;
+    const std::string fxflow =
+        "cd " + folder.path + "; export XDG_RUNTIME_DIR=$PWD; exec " FXFLOW_PATH;
     folder.file("tick.flow",
                 "ticker = Ticker every=0.001\ncount = Count\nsay = Print\n"
                 "long = Format format=\"%s " +
                     std::string(4000, 'x') +
                     "\"\n"
                     "ticker.tick -> count.count\ncount.value -> long.value, say.value\n");
-    Session flow({{"/bin/sh", "-c", commandOf("exec fxflow tick.flow")}});
+    Session flow({{"/bin/sh", "-c", fxflow + " tick.flow"}});
     flow.lineWith("1");
     sockaddr_un address = {};
     address.sun_family = AF_UNIX;
@@ -132,7 +68,7 @@ TEST_F(Fxflow, BearsHostileVisitors) {
 
     flow.end(SIGKILL);
     EXPECT_FALSE(std::filesystem::is_empty(folder.path + "/fxflow"));
-    EXPECT_EQ(outputOfShell("fxflow running"), "");
+    EXPECT_EQ(outputOf(fxflow + " running", status), "");
     EXPECT_TRUE(std::filesystem::is_empty(folder.path + "/fxflow"));
 }
 
