@@ -38,23 +38,23 @@ public:
     /// The number entered for the address, or 0.
     unsigned int find(const void* address) const {
         if (used == 0) return 0;
-        const Slot& slot = slots[search(keyOf(address))];
+        const Slot* const slot = search(keyOf(address));
         const size_t granule = granuleOf(address);
-        return slot.has(granule) ? slot.numbers[granule] : 0;
+        return slot->has(granule) ? slot->numbers[granule] : 0;
     }
     /// Whether a number was entered for the address.
     bool has(const void* address) const {
-        return used != 0 && slots[search(keyOf(address))].has(granuleOf(address));
+        return used != 0 && search(keyOf(address))->has(granuleOf(address));
     }
     /// The place of the address's number, which the caller writes if it `isNew`.
     /// View: good until clear().
     unsigned int& at(const void* address, bool& isNew) {
         const uintptr_t key = keyOf(address);
-        size_t i = used != 0 ? search(key) : 0;
-        if (used == 0 || slots[i].numbers == nullptr) i = enter(key);
+        Slot* slot = used != 0 ? search(key) : nullptr;
+        if (slot == nullptr || slot->numbers == nullptr) slot = enter(key);
         const size_t granule = granuleOf(address);
-        isNew = slots[i].add(granule);
-        return slots[i].numbers[granule];
+        isNew = slot->add(granule);
+        return slot->numbers[granule];
     }
 
     void clear() {
@@ -79,9 +79,10 @@ private:
 
         bool has(size_t granule) const { return (entered[granule / 64] >> granule % 64 & 1U) != 0; }
         bool add(size_t granule) {
-            const bool isNew = !has(granule);
-            entered[granule / 64] |= uint64_t{1} << granule % 64;
-            return isNew;
+            uint64_t& bits = entered[granule / 64];
+            const uint64_t before = bits;
+            bits = before | uint64_t{1} << granule % 64;
+            return bits != before;
         }
     };
 
@@ -93,21 +94,24 @@ private:
         constexpr uintptr_t lowest = (uintptr_t{1} << granuleBits) - 1;
         return bits >> stretchBits << granuleBits | (bits & lowest);
     }
-    // The slot of the key, or the free one where it belongs.
-    size_t search(uintptr_t key) const {
-        size_t i = fxMix64(key) >> shift;
-        while (slots[i].numbers != nullptr && slots[i].key != key) i = (i + 1) & (slotCount - 1);
-        return i;
+    // The slot of the key, or the free one where it belongs. A free one ends the search even
+    // if its key, 0, is the one that is looked for.
+    Slot* search(uintptr_t key) const {
+        Slot* slot = slots.get() + (fxMix64(key) >> shift);
+        while (slot->key != key && slot->numbers != nullptr) {
+            if (++slot == slots.get() + slotCount) slot = slots.get();
+        }
+        return slot;
     }
     // Enters a new stretch and returns its slot. Out of line, which keeps at() small.
-    [[gnu::noinline]] size_t enter(uintptr_t key) {
+    [[gnu::noinline]] Slot* enter(uintptr_t key) {
         if (4 * used >= 3 * slotCount) grow();
         unsigned int* const numbers = newNumbers();
-        const size_t i = search(key);
-        slots[i].key = key;
-        slots[i].numbers = numbers;
+        Slot* const slot = search(key);
+        slot->key = key;
+        slot->numbers = numbers;
         ++used;
-        return i;
+        return slot;
     }
     unsigned int* newNumbers() {
         constexpr size_t bytes = granules * sizeof(unsigned int);
@@ -126,7 +130,7 @@ private:
         shift = 64;
         for (size_t n = slotCount; n > 1; n /= 2) --shift;
         for (size_t i = 0; i < oldCount; ++i) {
-            if (old[i].numbers != nullptr) slots[search(old[i].key)] = old[i];
+            if (old[i].numbers != nullptr) *search(old[i].key) = old[i];
         }
     }
 
