@@ -107,17 +107,6 @@ inline std::string record(unsigned int tag, const std::string& fields = "",
     return static_cast<char>(code << 6U | tag) + word(n, lengthBytes) + fields + payload;
 }
 
-inline std::string typeRecord(unsigned int id, const std::string& name) {
-    return record(2, word(id) + name + '\0');
-}
-
-inline std::string objectRecord(unsigned int id, unsigned int typeId, const std::string& payload,
-                                unsigned int version = 1) {
-    return record(10, word(id) + word(typeId) + word(version), payload);
-}
-
-inline std::string long8(long value) { return word(static_cast<unsigned long>(value), 8); }
-
 /// The bytes of a word of a payload: 7 and 7/4 are numbers of 8 and of 4 bytes, =ab~
 /// bytes, of which ~ is a zero. Each may be repeated: =x*5000.
 inline std::string payloadOf(const std::string& text) {
@@ -171,7 +160,8 @@ inline std::string records(const std::string& text) {
 
 inline std::string header(short shortMark = 0x1122, long longMark = 0x33445566) {
     return std::string("fxBinaryWriter\0ieee\0", 20) +
-           word(static_cast<unsigned short>(shortMark), 2) + long8(longMark);
+           word(static_cast<unsigned short>(shortMark), 2) +
+           word(static_cast<unsigned long>(longMark), 8);
 }
 
 // Saving to and loading from memory.
@@ -303,16 +293,11 @@ std::string saved(C* root) {
 }
 
 template <class C>
-C* loaded(fxStream& stream) {
-    const std::unique_ptr<fxTranscriber> reader(fxTranscriber::getReader(&stream));
-    return reader != nullptr ? fxReadObject<C>(*reader) : nullptr;
-}
-
-template <class C>
-C* loaded(const std::string& bytes) {
+C* loaded(std::string_view bytes) {
     fxMemoryStream stream(bytes.data(), bytes.size());
     stream.take();
-    return loaded<C>(stream);
+    const std::unique_ptr<fxTranscriber> reader(fxTranscriber::getReader(&stream));
+    return reader != nullptr ? fxReadObject<C>(*reader) : nullptr;
 }
 
 /// Of a class with FX_TRANSCRIBABLE: its record, by its own name, version and bases, and

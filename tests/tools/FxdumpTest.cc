@@ -70,10 +70,7 @@ const std::string& rich() {
 }
 
 std::string nodeStream() {
-    return header() + typeRecord(2, "Node") + objectRecord(1, 2, long8(42) + long8(3)) +
-           record(3, word(3) + word(3)) + record(12, word(1)) + record(11, word(4)) +
-           objectRecord(4, 2, long8(7) + long8(1)) + record(1) + record(12, word(1)) +
-           record(5, word(3) + word(3), std::string("hi\0", 3));
+    return header() + records("t2:Node o1:2 42 3 B3:3 p1 P4 o4:2 7 1 n p1 c3:3 =hi~");
 }
 
 /// Whether a reader gets a graph from the stream.
@@ -129,52 +126,47 @@ TEST_F(Fxdump, AcceptsWhatIsWritten) {
 }
 
 TEST_F(Fxdump, NamesTheFirstFault) {
-    const std::string type = typeRecord(2, "Node");
-    const std::string root = objectRecord(1, 2, long8(1));
-    const std::string start = header() + type + root;
+    const std::string type = header() + records("t2:Node"), start = type + records("o1:2 1");
+    const std::string filler(4, '\0'), whole = nodeStream().substr(header().size());
     const size_t after = start.size();
-    const std::string block = record(3, word(5) + word(2));
-    const std::string pointer = record(11, word(5));
-    const std::string filler(4, '\0');
-    const std::string again = record(12, word(1));
-    const std::string records = nodeStream().substr(header().size());
     const struct {
         std::string stream;
         size_t offset;
         const char* what;  // "": it is valid
     } cases[] = {
-        {start + again + filler + record(12, word(1) + filler), 0, ""},
-        {start + again + filler.substr(1) + again, 0, ""},
-        {header(0x2211, 0x55663344) + records, 0, ""},
-        {header(0x1221) + records, 20, "header: a short mark"},
-        {header(0x1122, 0x33445567) + records, 22, "header: a long mark"},
-        {header(0x1122, 0x6655443300000000) + records, 22, "header: a long mark"},
-        {"x" + header() + records, 0, "header: not a stream of"},
+        {start + records("p1") + filler + records("p1") + filler, 0, ""},
+        {start + records("p1") + filler.substr(1) + records("p1"), 0, ""},
+        {header(0x2211, 0x55663344) + whole, 0, ""},
+        {header(0x1221) + whole, 20, "header: a short mark"},
+        {header(0x1122, 0x33445567) + whole, 22, "header: a long mark"},
+        {header(0x1122, 0x6655443300000000) + whole, 22, "header: a long mark"},
+        {"x" + header() + whole, 0, "header: not a stream of"},
         {"", 0, "within its header"},
         {header(), 30, "before its first object"},
-        {header() + type, 40, "before its first object"},
-        {start + type, after, "id 2 is defined already, as a type at offset 30"},
-        {start + root, after, "id 1 is defined already"},
-        {start + pointer + typeRecord(5, "X"), after + 5, "wants an object"},
-        {start + block + objectRecord(5, 2, ""), after + 9, "wants a block"},
-        {start + pointer + record(5, word(5) + word(0)), after + 5, "wants an object"},
-        {start + pointer + block, after + 5, "which is an object since"},
-        {start + record(4, word(1)), after, "which is an object since offset 40"},
-        {start + record(12, word(2)), after, "which is a type since offset 30"},
-        {start + record(11, word(0)), after, "id 0"},
-        {start + record(1) + record(0), after + 1, "zeros where a record must begin"},
-        {start + pointer + std::string(6, '\0'), after + 10, "zeros where a record must begin"},
-        {start + objectRecord(0, 2, ""), after, "a definition of id 0"},
-        {start + objectRecord(7, 1, ""), after, "id 1, is not a type"},
-        {start + record(14, word(6)), after, "not a base part seen before"},
-        {start + record(13, word(6)) + record(13, word(6)), after + 5, "defined already"},
-        {start + record(5, word(6) + word(0)), after, "an object must begin a graph"},
-        {start + record(3, word(6) + word(1UL << 31)), after, "impossible number of bytes"},
-        {start + record(15), after, "tag 15 does not exist"},
+        {type, 40, "before its first object"},
+        {start + records("t2:Node"), after, "id 2 is defined already, as a type at offset 30"},
+        {start + records("o1:2 1"), after, "id 1 is defined already"},
+        {start + records("P5 t5:X"), after + 5, "wants an object"},
+        {start + records("B5:2 o5:2"), after + 9, "wants a block"},
+        {start + records("P5 c5:0"), after + 5, "wants an object"},
+        {start + records("P5 B5:2"), after + 5, "which is an object since"},
+        {start + records("b1"), after, "which is an object since offset 40"},
+        {start + records("p2"), after, "which is a type since offset 30"},
+        {start + records("P0"), after, "id 0"},
+        {start + records("n d"), after + 1, "zeros where a record must begin"},
+        {start + records("P5") + std::string(6, '\0'), after + 10,
+         "zeros where a record must begin"},
+        {start + records("o0:2"), after, "a definition of id 0"},
+        {start + records("o7:1"), after, "id 1, is not a type"},
+        {start + records("s6"), after, "not a base part seen before"},
+        {start + records("S6 S6"), after + 5, "defined already"},
+        {start + records("c6:0"), after, "an object must begin a graph"},
+        {start + records("B6:0x80000000"), after, "impossible number of bytes"},
+        {start + records("#15"), after, "tag 15 does not exist"},
         {start + record(2, word(6) + "endless"), after, "has no end"},
         {start + "\xc1\xff\xff\xff\xff", after, "claims 4294967295 bytes of payload and 0"},
-        {start + pointer, after + 5, "ends before id 5, an object that the pointer at"},
-        {start + block + record(5, word(5) + word(2), "x"), after + 20, "lack 1 byte"},
+        {start + records("P5"), after + 5, "ends before id 5, an object that the pointer at"},
+        {start + records("B5:2 c5:2 =x"), after + 20, "lack 1 byte"},
         {start + std::string(1, '\x0b'), after, "within the head of a record"},
     };
     for (const auto& each : cases) {
