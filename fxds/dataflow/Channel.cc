@@ -32,6 +32,15 @@
 // (4) `queued` is the number of existing messages, waiting or not, that lead to the input
 //     or through the converter.
 // (5) An input that has ended exists only while it is watched, and lists no output.
+// (6) `feeds` selects the member of the union, and whether `outputs` is an fxLinks. It only
+//     goes up, from nothing to many, until the input ends: a list is never changed back.
+// (7) `isEdited`, once set, stays set: (1) is then not relied on to find the output of that
+//     input.
+//
+// A channel is deleted by its last holder, an output by whatever made it, mostly an object.
+// The end of an input may run code of the program (the destructor of a callable), and so
+// may each release(). So both ends of a connection are corrected before its entry is
+// released.
 
 fxInputChannel::fxInputChannel(unsigned short type, void* closure_, void (*function_)(),
                                fxBool replace)
@@ -54,7 +63,8 @@ fxInputChannel::fxInputChannel(unsigned short type, void* closure_, void (*funct
 
 fxInputChannel::~fxInputChannel() { end(); }
 
-// Ends all parts of the channel, once. The end of a callable may run code of the program.
+// Ends all parts of the channel, once. The end of a callable may run code of the program,
+// so it comes last and is marked as done before.
 void fxInputChannel::end() {
     hasEnded = 1;
     fxOwnedChannels<fxInputChannel>::leave(this);
@@ -78,6 +88,8 @@ fxInputChannel* fxDetail::newInputFor(KeptCallable* callable, void* closure,
     return input;
 }
 
+// The channel counts itself as a watcher while it ends: otherwise code that runs meanwhile
+// and destroys the last fxConnection would delete it under end().
 void fxInputChannel::destroy() {
     if (isConverter()) {
         delete static_cast<fxConverter*>(this);
@@ -192,6 +204,9 @@ void fxInputChannel::leave(fxOutputChannel* output) {
     }
 }
 
+// The list is read anew for each output, because the removal may run code that connects or
+// cuts others. A removal that leaves the count as it was is fatal, because the loop would
+// not end.
 void fxInputChannel::disconnect() {
     const fxHold<fxInputChannel> hold(this);  // the connections may be the only holders
     while (const unsigned int before = countOutputs()) {
@@ -204,6 +219,8 @@ void fxInputChannel::disconnect() {
     }
 }
 
+// A message counts at each converter copy on its way and at the input, so that flush() can
+// see that there is nothing to find. A removed message adds -1, which wraps around.
 void fxInputChannel::countMessages(unsigned long count) {
     fxInputChannel* input = this;
     while (input != nullptr) {
@@ -317,6 +334,8 @@ fxOutputChannel::~fxOutputChannel() {
     }
 }
 
+// The trace and the class test come before both ends are changed. Between the entry at the
+// input and that at the output, no code of the program runs.
 void fxOutputChannel::add(fxInputChannel* input) {
     FX_ASSERT(!input->isConverter());
     if (fxTrace::isOn(fxTrace::connects)) fxTraceLines::connecting(*this, *input);
@@ -350,6 +369,9 @@ unsigned int fxOutputChannel::countUnsettled() const {
     return links != nullptr ? links->count() : 0;
 }
 
+// During a walk the hole is closed at once, because walks count positions of a list without
+// holes. Walks and both lists are corrected before the release, which may destroy the input
+// and run code of the program.
 void fxOutputChannel::remove(fxInputChannel* input) {
     const unsigned int index = findTarget(input);
     if (index == fxArray::notFound) return;

@@ -16,6 +16,17 @@
 // though not its receiver, exists until its last watcher is destroyed, and its list of the
 // outputs that feed it can be searched. An output in that list exists, and its serial
 // number distinguishes it from an earlier one at the same address.
+//
+// Invariants:
+// (1) `input` counts as one watcher of its channel. A connection without one joins nothing,
+//     whatever `output` is.
+// (2) `output` may dangle. It is compared, and followed only after the input's list has
+//     been found to contain it.
+// (3) Of all copies of a failed result at most one has a reason and `isAsked` not set: that
+//     one reports the failure.
+//
+// The receiver belongs to the input channel, which ends with its last holder, watched or
+// not. So a connection keeps some bytes, but neither an object nor a callable.
 
 fxConnection::Input::Input(fxInputChannel* channel_) : channel(channel_) {
     if (channel != nullptr) channel->watch();
@@ -48,6 +59,7 @@ fxConnection::fxConnection(const fxConnection& other)
       isAsked(std::exchange(other.isAsked, true)),
       reason(other.reason) {}
 
+// The old state ends with `other`, which reports a failure that was not asked for.
 fxConnection& fxConnection::operator=(fxConnection other) noexcept {
     std::swap(input, other.input);
     std::swap(output, other.output);
@@ -57,6 +69,8 @@ fxConnection& fxConnection::operator=(fxConnection other) noexcept {
     return *this;
 }
 
+// An input that cannot be joined has no holder but this function. It ends here, which also
+// takes it out of the list of its context.
 fxConnection fxConnection::adopt(fxOutputChannel* output, fxObj* context, fxInputChannel* input) {
     const fxRef<fxInputChannel> held(input);  // deletes it if there is no other holder
     if (context != nullptr) context->adoptInput(input);

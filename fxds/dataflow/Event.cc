@@ -13,9 +13,21 @@
 // Invariants:
 // (1) An event's `queue` is the queue that it waits in, or null.
 // (2) Every event that leaves while there are walks over its queue goes through unlink(),
-//     which corrects them. An index is one of these walks, the outermost.
+//     which corrects them. An index is one of these walks. It is made while there is no
+//     other, so it is the outermost; it is destroyed while there is no other, or with the
+//     queue.
 // (3) `others` is the number of waiting events whose origin is not `sent`; an event's
 //     origin does not change while it waits.
+// (4) `count` is the length of the list, less one for each remove() of an event that was in
+//     no queue.
+// (5) A waiting event has no deliverer, because link() takes it from the delivery under
+//     way. So the union has `alike` exactly while `isIndexed` is set, and that is set only
+//     while the event waits.
+//
+// Code of the program runs in isDoomed(), in deliver(), and in the destructors of events,
+// values and callables. At these moments the list is whole: get() and remove() unlink an
+// event before it is delivered or deleted. Functions here use nothing that they read before
+// such a call, except through a walk.
 
 unsigned long fxET_Unknown = 0;
 unsigned long fxET_MessageEvent = 1;
@@ -143,6 +155,8 @@ public:
     Delivered& operator=(const Delivered&) = delete;
     ~Delivered() {
         if (event == nullptr) return;
+        // letGo() may run code that posts the event once more. Then the event is in a queue
+        // again, which endsPlainly() notices, and ~fxEvent() takes it out.
         if (isSent) {
             event->refCount |= fxEndingCount;
             auto* const message = static_cast<fxMessageEvent*>(event);
@@ -186,6 +200,7 @@ public:
     // The event returned by advance(); null once it has left the queue.
     fxEvent* getCurrent() const { return current; }
 
+    // Called while the event is still linked, so that its successor is known.
     void eventLeaves(const fxEvent* event) {
         if (current == event) current = nullptr;
         if (next == event) next = event->getNext();
@@ -206,6 +221,9 @@ public:
 
 fxEventQueue::fxEventQueue() : head(nullptr), tail(nullptr), count(0), others(0) {}
 
+// The events lose their queue, so that their destructors do not look for it. The index
+// forgets them first: it finds them through the list. The walks' own destructors run later,
+// and find no list.
 fxEventQueue::~fxEventQueue() {
     walks.each([](Walk& walk) { walk.stop(); });
     if (index != nullptr) index->forget();
@@ -282,6 +300,8 @@ void fxEventQueue::unlink(fxEvent* event) {
     if (index != nullptr && index->isEmpty() && &walks.innermost() == index.get()) index.reset();
 }
 
+// isDoomed() may itself remove the event, or take it out: then it is no longer the walk's
+// current one, and may have been deleted.
 void fxEventQueue::removeWhere(unsigned char (*isDoomed)(fxEvent*, void*), void* argument) {
     Walk walk(*this);
     while (fxEvent* event = walk.advance()) {
@@ -290,7 +310,9 @@ void fxEventQueue::removeWhere(unsigned char (*isDoomed)(fxEvent*, void*), void*
     }
 }
 
-// Deleting events may run code of the program, which may empty the queue.
+// The first of many inputs to end pays for the index; further ones need only the events
+// posted since. Deleting events may run code of the program, which may empty the queue and
+// so end the index.
 bool fxEventQueue::removeIndexed(fxInputChannel* input) {
     constexpr unsigned int longWalk = 64;
     if (index == nullptr && count >= longWalk && walks.isEmpty()) {

@@ -10,6 +10,20 @@
 // old one is withdrawn: deleting the old one may run code of the program, and by then the
 // queue holds everything that the new one needs, so that a receiver that is destroyed
 // meanwhile can find and discard it.
+//
+// Invariants, between any two calls:
+// (1) `pending` of an entry is null, or a message for that entry that exists: the
+//     destructor of the message clears it. The program may have taken that message out of
+//     the queue; then withdraw() leaves it alone.
+// (2) A value in the queue is held by each message that carries it, and by no other part of
+//     the library. A send that queues no message deletes the value, unless the program
+//     holds it.
+// (3) Only queueMessage() gives an event the origin `sent`, and only to an fxMessageEvent
+//     that it has made.
+//
+// Receivers and destructors run in deliverNow(), cancelMessages() and withdraw(), and may
+// destroy outputs, inputs and their objects. The walk over the connections is registered
+// with the output, and the entry in use is held.
 
 fxEventHandler* fx_theEventHandler = nullptr;
 
@@ -104,6 +118,9 @@ void fxEventHandler::cancelMessages(fxOutputChannel& output) {
     }
 }
 
+// The message holds the entry, so the entry exists up to withdraw(), which comes last.
+// join() in place of append(): a new event is in no queue and no delivery, and is not
+// counted among the others.
 inline void fxEventHandler::queueMessage(fxInputChannel* input, fxData* data, bool isUrgent) {
     fxMessageEvent* event = new fxMessageEvent(input, data);
     event->origin = fxEvent::Origin::sent;
@@ -113,6 +130,9 @@ inline void fxEventHandler::queueMessage(fxInputChannel* input, fxData* data, bo
     if (old != nullptr) old->withdraw();
 }
 
+// The front is read anew for each event: a receiver may have emptied the queue or posted at
+// the front. The number is that at the beginning, so a call ends although each event may
+// post another.
 void fxEventHandler::distributeEvents() {
     for (unsigned int remaining = count; remaining > 0; --remaining) {
         fxEvent* event = get();
@@ -130,6 +150,8 @@ void fxEventHandler::removeMessageEvents(fxInputChannel* input) {
     removeEvents(zapMessageEvents, input);
 }
 
+// Nothing is cast: an event of the application may have the type and a channel without
+// being an fxMessageEvent.
 unsigned char zapMessageEvents(fxEvent* event, void* input) {
     if (event->getType() != fxET_MessageEvent) return 0;
     fxInputChannel* channel = event->getChannel();

@@ -10,6 +10,14 @@
 // code of the program (destructors of opaque pointers, of shared objects, of
 // boxed values), which may re-enter this object. So a property always leaves
 // the list, or its successor is in place, before it is released.
+//
+// Invariants:
+// (1) `properties` is null until the first property or channel, and then set until the last
+//     step of the object's end, so it is not made anew while code of the program runs.
+// (2) Properties and channels may come back while the object ends. The end repeats until a
+//     pass leaves none.
+// (3) A change is reported after the release of the old value, as the last use of the
+//     object: receivers may end it. The list of watches is held from before that release.
 
 namespace {
 

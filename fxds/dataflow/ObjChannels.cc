@@ -19,6 +19,18 @@
 // Tearing a channel down runs code that may re-enter here, so a channel leaves its table
 // first. The tables are open to programs, which may have made an entry without a channel by
 // reading a missing one with [].
+//
+// Invariants:
+// (1) A table has one hold on each of its inputs, and owns its outputs. A due table does
+//     the same for its only channel.
+// (2) A channel that enter() or emptyTable() returns is in no table; the caller releases or
+//     deletes it.
+// (3) A tag, once found, stays that of its kind for good, although the names may be
+//     destroyed.
+//
+// Order in which an input ends: it loses its owner and is muted, so that values under way
+// reach no receiver; its messages go, then its connections, then the hold. Each step after
+// the first may run code of the program, which finds an input that calls nothing.
 
 namespace {
 
@@ -172,7 +184,8 @@ fxStrArray namesIn(fxVoidPtrDict* table) {
     return names;
 }
 
-// Removes all channels from a table, in its order, and deletes the table.
+// Removes all channels from a table, in its order, and deletes the table: code that runs
+// when a channel ends must not find the others in it.
 template <class Channel>
 std::vector<Channel*> emptyTable(fxVoidPtrDict* table) {
     std::vector<Channel*> channels;
@@ -211,6 +224,9 @@ void fxBelongings::endDueTables() {
     if (inputsFirst) delete output;
 }
 
+// No code of the program runs in here: all channels are muted or disowned before the first
+// of them ends. All inputs become nameless, so that one list leads to them whatever becomes
+// of the tables.
 void fxObj::disownChannels() {
     properties->isEnding = true;
     while (fxInputChannel* input = properties->inputs.getFirst()) {
@@ -224,7 +240,8 @@ void fxObj::disownChannels() {
     }
 }
 
-// Mutes an input, ends its messages and connections, and releases it.
+// Mutes an input, ends its messages and connections, and releases it. Requires: the caller
+// passes on one hold, which keeps the input until the last line.
 void fxObj::discard(fxInputChannel* input) {
     input->disown();
     input->flush();
@@ -281,6 +298,8 @@ fxInputChannel* fxObj::addInput(char const* name, void* closure,
     return addInput(name, input);
 }
 
+// A replaced input that others hold lives on as a nameless one: so its connections and
+// messages end with its object, although no table leads to it.
 fxInputChannel* fxObj::addInput(char const* name, fxInputChannel* input) {
     input->take();
     fxBelongings& mine = makeBelongings();
@@ -410,6 +429,7 @@ void fxObj::sendStrArray(fxOutputChannel* output, const fxStrArray& value, fxSen
     send(output, &value, how);
 }
 
+// All inputs are muted before the first one ends, whose end may send to the others.
 void fxObj::dt_input_dict(void* table) {
     if (table == nullptr) return;
     fxVoidPtrDict* inputs = static_cast<fxVoidPtrDict*>(table);

@@ -21,8 +21,17 @@
 // slots and out of them as bytes, so that reading a property as another kind than its own
 // gives defined, if useless, values.
 //
-// Releasing a value may run code of the program, which may read this property again: the
-// slots are rewritten before anything is released.
+// Invariants:
+// (1) `type` never changes. It alone decides which slots own something: an fxStr, a hold on
+//     an object or on boxed data, a text if `extra` is set, and the target of an opaque
+//     pointer if `extra` has its destructor.
+// (2) After cleanup() an owning property has two empty slots, so that a second one releases
+//     nothing. A string property has no string then, until setAsStr() makes one.
+// (3) Tags count up and are never given out twice, even after the names were destroyed.
+//
+// Releasing a value may run code of the program, which may read this property again, or set
+// it. So the slots are rewritten before anything is released; and a counted value is taken
+// before the old one is released, because both may be the same.
 
 fxStrArray* fx_propertyNames = nullptr;
 
@@ -32,6 +41,12 @@ unsigned short nextTag = 0;
 
 // A hint to the index of a name in the table of names. The table is public and may be
 // written, so a hit is compared with the table, and a miss walks the table.
+//
+// Invariants, while `table` is the table of names:
+// (1) The number of slots is a power of two and some are free, so every search ends.
+// (2) The names of all tags below `entered` were entered, each under the first tag that it
+//     had then. A slot whose name has been overwritten since matches no search for the old
+//     name.
 class NameHint {
 public:
     /// Tables with fewer names are searched directly.

@@ -21,8 +21,16 @@
 
 // Each function here is called before the event that it traces, while all objects named in
 // the line still exist. A line is put together in full and then written at once.
-// className(), boxed values and the sink run code of the program, so while a line is being
-// made no other is begun, and errno is restored.
+//
+// Invariants:
+// (1) `isInLine` is set exactly while a Line exists. className(), boxed values and the sink
+//     run code of the program, which may send; no line begins then, so a line contains no
+//     other, and the sink is not entered twice.
+// (2) A Line restores errno, so that tracing does not change what a program finds there.
+// (3) A name belongs to an object from its first line or holder until dying() or
+//     forgetNames(). While nothing is traced, objects end without dying(); so the names are
+//     forgotten when the last kind is switched off, and an address does not pass its name
+//     on.
 //
 // Tracing works before main() and after the last destructor: its state is made when it is
 // first needed, and never freed.

@@ -10,6 +10,16 @@
 #include "fxds/dataflow/TraceLines.h"
 #include "fxds/loop/AlarmClock.h"
 
+// AlarmClock.h has the invariants of the heap. Two more concern ownership and the turn:
+// (5) The clock has one hold on each alarm in the heap that it owns. stop() and the tick of
+//     an alarm that does not repeat release it; a destructor has none to release.
+// (6) A turn begins with the earliest time in `armed`, so that alarms started during it do
+//     not arm the descriptor one by one; its end arms the descriptor, also after an
+//     exception. `served` is the time of the innermost turn.
+//
+// Code of the program runs in tick(), and in the trace. It may start, stop or destroy any
+// alarm, this one too, and may poll, which serves a turn within the turn. So each step of a
+// turn begins with the top of the heap.
 namespace {
 
 // Sums beyond the last moment are the last moment.
@@ -67,6 +77,7 @@ void fxClock::add(fxAlarm& alarm) {
     if (heap.front().due < armed) arm();
 }
 
+// The last entry takes the place of the top, and goes down to where it belongs.
 void fxClock::dropTop() {
     const Entry last = heap.back();
     heap.pop_back();
@@ -80,7 +91,8 @@ void fxClock::dropStopped() {
 }
 
 // Makes the alarm's entry one of those that are left behind. There are never many more of
-// them than alarms, so that their memory is bounded.
+// them than alarms, so that their memory is bounded, and a sweep is paid for by the stops
+// before it. Neither arms the descriptor nor leaves the loop: the caller does.
 void fxClock::leave(fxAlarm& alarm) {
     heap[std::exchange(alarm.index, fxAlarm::noIndex)].alarm = nullptr;
     constexpr size_t few = 64;
@@ -88,6 +100,7 @@ void fxClock::leave(fxAlarm& alarm) {
     if (heap.size() - active <= active + few) return;
     const auto isStopped = [](const Entry& entry) { return entry.alarm == nullptr; };
     heap.erase(std::remove_if(heap.begin(), heap.end(), isStopped), heap.end());
+    // From the end, so that both parts below an entry are heaps when it goes down.
     for (size_t i = heap.size(); i-- > 0;) sink(heap[i], i);
 }
 
@@ -110,6 +123,7 @@ void fxClock::arm() {
     if (heap.empty()) fxExec::theExecutive()->removeSelectHandler(this);
 }
 
+// One turn. Turns are nested when a tick polls.
 struct fxClock::Serving {
     Serving(fxClock& clock_, fxAlarm::Time now)
         : clock(clock_), outer(std::exchange(clock.served, now)) {
@@ -183,6 +197,8 @@ bool fxAlarm::startEvery(Span interval_) {
     return start(false, later(Clock::now(), positive), positive);
 }
 
+// An active alarm that the clock owns is held meanwhile: stop() releases the clock's hold,
+// which may be the last. Without a descriptor the alarm stays stopped.
 bool fxAlarm::start(bool isWall_, Time due_, Span interval_) {
     fxClock& clock = fxClock::theClock(isWall_);
     const fxRef<fxAlarm> hold(isOwned && isActive() ? this : nullptr);
@@ -213,6 +229,8 @@ const char* fxClockTimer::className() const { return "fxClockTimer"; }
 
 void fxClockTimer::tick() { ticked.send(); }
 
+// Without a connection there is no receiver left. stop() may then destroy the alarm, and is
+// the last use of it.
 void fxDetail::AlarmSignal::tick() {
     if (output.getNumberOfConnections() == 0) return stop();
     const fxRef<AlarmSignal> hold(this);

@@ -36,6 +36,8 @@
 //     the table, unless `dirty` is set.
 // (6) `loops` is the number of loop() and run() calls under way. isQuitting is cleared when
 //     one ends.
+// (7) An executive owns its table, and nothing that it lists: handlers, functions and
+//     applications are borrowed.
 //
 // The functions that poll() calls may throw. Between two calls nothing is pending that the
 // next poll() does not find again: descriptors stay ready, events stay queued, and walks
@@ -361,6 +363,10 @@ bool fxExec::willBlock() {
     return ReadySets(*this).select({0, 0}) == 0;
 }
 
+// The order is part of the interface: functions before the wait, handlers in the order of
+// their descriptors, functions after it, events. The sets are brought up to date first, so
+// a handler that a pre-select function registers is usually waited for from the next poll
+// on. The time that passes in select() goes to the timers before any handler is called.
 void fxExec::poll(float seconds) {
     if (dirty) updateSelectState();
     if (nfds == 0) {
@@ -438,6 +444,7 @@ int fxExec::descriptorOf(const fxSelectHandler* handler, const char* operation) 
     return fd;
 }
 
+// nfds counts handlers without wishes as well: 0 means that there is no handler.
 void fxExec::updateSelectState() {
     minFd = noHandler;
     nfds = 0;
@@ -477,6 +484,8 @@ int fxExec::wait(ReadySets& ready, float seconds) {
     const bool shortened = seconds > remaining;
     const int result = select(ready, shortened ? remaining : seconds);
     const int selectErrno = errno;
+    // times() counts in hundredths and may show less than has passed. A wait that ended
+    // because the timer was due therefore counts in full.
     if (result == 0 && shortened) {
         advanceTimers(remaining);
     } else {

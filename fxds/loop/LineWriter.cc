@@ -15,8 +15,17 @@
 
 // Both outputs are queued, so no receiver runs within any function here.
 //
-// Invariant: between any two calls, the writer waits for room exactly when something
-// is left to write.
+// Invariants, between any two calls:
+// (1) buffer[start, size) is left to write. The writer waits for room exactly when that is
+//     not empty.
+// (2) `full` is set from the write that reaches `high` until a flush() that leaves at most
+//     `low`, which sends "drained", or until close().
+// (3) Without a descriptor the buffer is empty, nothing is accepted, and "end" has been
+//     sent, unless there never was a descriptor.
+// (4) A writer that is finishing accepts nothing. It closes with the last byte.
+//
+// The descriptor belongs to the writer, which closes it once. Written bytes are removed
+// when they are more than half of the buffer, so fewer bytes are moved than were written.
 
 namespace {
 
@@ -66,6 +75,8 @@ bool fxLineWriter::writeLine(std::string_view line) {
     return write("\n");
 }
 
+// EINTR repeats the call, EAGAIN leaves the rest to the loop, and any other error ends the
+// writer.
 bool fxLineWriter::flush() {
     while (fd >= 0 && getPending() > 0) {
         const ssize_t written = writeSome(buffer.data() + start, getPending());
@@ -109,6 +120,7 @@ void fxLineWriter::close(int withError) {
     full = false;
     buffer = std::string();
     start = 0;
+    // Leaves the tables before the system can give the number to another file.
     fxHandlerTable::forget(this);
     if (socket) shutdown(fd, SHUT_WR);
     ::close(fd);

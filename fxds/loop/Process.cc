@@ -23,6 +23,14 @@
 //     exit->process is this object.
 // (2) An Exit deletes itself once the process has ended. It outlives an fxProcess that is
 //     detached or destroyed before.
+// (3) The system does not give the pid to another process before the Exit's waitpid(),
+//     unless SIGCHLD is ignored. A single process is therefore signalled through its
+//     descriptor; for a group there is only the number.
+// (4) After an error there is no process, and the piped streams exist with no descriptor.
+//
+// Of the functions here, only Exit::handleRead() runs receivers: those of the last lines.
+// exited() is queued. So the constructor and end() run no code that could destroy the
+// fxProcess.
 
 namespace {
 
@@ -199,6 +207,7 @@ public:
         int state = 0;
         const pid_t waited = waitpid(pid, &state, WNOHANG);
         if (waited == 0 || (waited < 0 && errno == EINTR)) return;
+        // The process is collected, so its Exit goes now, whatever happens in end().
         fxProcess* const told = process;
         delete this;
         if (told != nullptr) told->end(waited > 0 ? statusOf(state) : unknownStatus);
@@ -234,6 +243,10 @@ fxCommand::fxCommand(std::string program, std::vector<std::string> arguments)
 fxProcess::fxProcess(std::string program, std::vector<std::string> arguments)
     : fxProcess(fxCommand(std::move(program), std::move(arguments))) {}
 
+// Everything that may fail without a process comes first: the check that it can be watched,
+// the pipes, the descriptor limit. The child's ends of the pipes are closed at the end of
+// the constructor, so that the readers see the end of the output when the process has
+// ended.
 fxProcess::fxProcess(const fxCommand& command) {
     addOutput(exitedName, fxDT_int);
     Pipes pipes;
@@ -271,6 +284,7 @@ int fxProcess::watch(bool hasGroup) {
     return 0;
 }
 
+// The Exit stays in the loop and collects the killed process.
 fxProcess::~fxProcess() {
     kill(SIGKILL);
     detach();
