@@ -495,6 +495,8 @@ TEST_F(FlowTest, LoadsPlugins) {
         EXPECT_FALSE(fxPluginIsLoaded(file));
     }
     EXPECT_EQ(fxElementKind::find("Doubled"), nullptr);
+    const auto odd = [](fxElementOf<Node>& node) { node.property("a b", &Node::step, ""); };
+    EXPECT_DEATH(fxElementOf<Node>("Odd", "", odd), "no text can name the property \"a b\"");
     EXPECT_EQ(apply("use \"" PLUGIN_PATH "\"\na = Node\nb = Doubled\nb.twice -> a.in"), Texts());
     EXPECT_EQ(fxLoadPlugin(PLUGIN_PATH), "");
     EXPECT_TRUE(fxElementKind::duplicates().empty());
