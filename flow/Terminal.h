@@ -37,7 +37,9 @@ public:
     /// replaces the previous picture.
     void draw(const std::vector<fxStr>& lines, const fxStr& last) const;
 
-    /// Writes the text unchanged. Bytes that the terminal does not accept are lost.
+    /// Writes the text unchanged. Bytes that the terminal does not accept are lost. Like
+    /// draw(), writes nothing while the terminal is not taken over: a value that was queued
+    /// before leave() must not be drawn over the previous content.
     void write(const fxStr& text) const;
 };
 

@@ -155,4 +155,6 @@ void fxTerminal::draw(const std::vector<fxStr>& lines, const fxStr& last) const 
     write(picture);
 }
 
-void fxTerminal::write(const fxStr& text) const { writeAll(text.c_str(), text.length()); }
+void fxTerminal::write(const fxStr& text) const {
+    if (isTaken != 0) writeAll(text.c_str(), text.length());
+}
