@@ -1,7 +1,6 @@
 #include "fxds/StrArray.h"
 
 #include <algorithm>
-#include <cstdint>
 
 #include "fxds/Transcriber.h"
 
@@ -55,11 +54,10 @@ bool fxStrArray::readStrings(fxTranscriber& transcriber, unsigned int byteCount)
     constexpr std::size_t firstBytes = 64 * sizeof(fxStr);
     while (lengthBytes < byteCount) {
         if (lengthBytes == maxBytes) {
-            const auto before = reinterpret_cast<std::uintptr_t>(data);  // a freed address
+            const void* const before = data;
             const std::size_t roomier = std::max(firstBytes, 2 * std::size_t{maxBytes});
             if (!fxArray::reserve(std::min<std::size_t>(roomier, byteCount))) return false;
-            if (before != 0)
-                transcriber.placesMoved(reinterpret_cast<const void*>(before), lengthBytes, data);
+            if (before != nullptr) transcriber.placesMoved(before, lengthBytes, data);
         }
         fxStr* const string = new (data + lengthBytes) fxStr(fxStr_type);
         lengthBytes += itemBytes;

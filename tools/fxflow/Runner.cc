@@ -115,8 +115,7 @@ void Runner::change() {
     fxFlowText read = readFlow(path, options);
     // A full disk leaves an empty file, which would end the flow.
     if (read.problems.empty() && read.objects.empty() && !text.objects.empty()) {
-        const fxFlowProblem problem{{path, 0, 0}, "has no objects"};
-        read.problems.push_back(problem);
+        read.problems.push_back({{path, 0, 0}, "has no objects"});
     }
     const std::string what = difference(text, read);
     if (apply(std::move(read), false)) {
