@@ -132,6 +132,8 @@ auto ending(const char* how, bool hasMessages) {
             if (hasMessages) all->sendAll();
         } else if constexpr (std::is_same_v<T, Star<Source, Sink>>) {
             if (hasMessages) all->one.out.send(1);
+        } else {
+            static_cast<void>(hasMessages);
         }
         return [all, sequence = order(n, how)] {
             for (size_t i : sequence) all->many[i].reset();
