@@ -195,6 +195,7 @@ private:
     void leave(fxOutputChannel* output);
     fxLinks<fxOutputChannel>& links() const;
     unsigned int countOutputs() const;
+    bool keepsPlace() const { return keepsCallable == 0 && !isUntested(); }
     unsigned int findOutput(const fxOutputChannel* output) const;
     void settle() const;
 
@@ -209,6 +210,9 @@ private:
     union {
         fxDetail::ClassTest* classTest;    ///< For the owner while isUntested().
         fxDetail::KeptCallable* callable;  ///< Owned.
+        /// Where keepsPlace(): the position at which the last output to feed it has listed it,
+        /// unless the list has changed since.
+        unsigned int place;
     };
 };
 

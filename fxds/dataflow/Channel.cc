@@ -198,7 +198,7 @@ void fxInputChannel::leave(fxOutputChannel* output) {
     if (feeds == Feeds::one) {
         onlyOutput = nullptr;
     } else if (feeds == Feeds::many) {
-        links().leave(at);
+        links().leave(at, false);
     } else {
         outputs->remove(at, 1);
     }
@@ -354,9 +354,15 @@ void fxOutputChannel::add(fxInputChannel* input) {
         const std::unique_ptr<fxVoidPtrArray> plain(inputs);
         inputs = links = new fxLinks<fxInputChannel>(std::move(*plain));
     }
-    if (links != nullptr) return links->enter(entry);
-    if (inputs == nullptr) inputs = new fxVoidPtrArray;
-    inputs->append(entry);
+    if (links != nullptr) {
+        links->enter(entry);
+        inputs = links->hasHoles() ? nullptr : links;
+    } else {
+        if (inputs == nullptr) inputs = new fxVoidPtrArray;
+        inputs->append(entry);
+    }
+    if (!input->keepsPlace()) return;
+    input->place = (links != nullptr ? links->length() : inputs->length()) - 1;
 }
 
 void fxOutputChannel::settle() const {
@@ -378,7 +384,7 @@ void fxOutputChannel::remove(fxInputChannel* input) {
     fxVoidPtrArray& entries = links != nullptr ? *links : *inputs;
     auto* const entry = static_cast<fxInputChannel*>(entries[index]);
     if (links != nullptr) {
-        links->leave(index);
+        links->leave(index, isEmpty());
         if (!isEmpty()) settle();
         inputs = links->hasHoles() ? nullptr : links;
     } else {
@@ -391,7 +397,14 @@ void fxOutputChannel::remove(fxInputChannel* input) {
 
 // The position in `links` or `inputs`, which is an index when there are no holes.
 unsigned int fxOutputChannel::findTarget(fxInputChannel* input) const {
-    if (links != nullptr) return links->find(input);
+    if (links != nullptr) {
+        // An input that is listed once is at its place, unless others have left before it.
+        const bool isOnce = !hasConverters && input != nullptr && !input->isEdited &&
+                            input->feeds == fxInputChannel::Feeds::one &&
+                            input->onlyOutput == this && input->keepsPlace();
+        if (isOnce && links->isAt(input->place, input)) return input->place;
+        return links->find(input);
+    }
     const unsigned int count = getNumberOfConnections();
     for (unsigned int i = 0; i < count; ++i) {
         if (getEntry(i)->target() == input) return i;

@@ -319,7 +319,7 @@ bool fxEventQueue::removeIndexed(fxInputChannel* input) {
         index = std::make_unique<Index>(*this);
     }
     if (index == nullptr) return false;
-    index->extend(head, tail);
+    index->extend(head, tail, count);
     while (index != nullptr) {
         fxEvent* const event = index->find(input);
         if (event == nullptr) return true;

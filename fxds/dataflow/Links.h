@@ -10,19 +10,20 @@
 
 // An output lists its entries and an input the outputs that feed it, in the order of
 // connection. To find one of many in such a list takes an index, from the channel at the
-// other end to the first link that leads there. To take one out of the middle moves what
-// is behind it, which would change what the index says; so it leaves a hole, and whoever
-// looks at the list has the holes closed first. Many that leave one after the other, as
-// when a window with all its parts is closed, are found and taken out in constant time.
+// other end to the first link that leads there; most inputs of an output note where they
+// are instead. To take one out of the middle moves what is behind it, which would change
+// what the index and the inputs say; so it leaves a hole, and whoever looks at the list has
+// the holes closed first. Many that leave one after the other, as when a window with all its
+// parts is closed, are found and taken out in constant time.
 //
 // The index is built when searches and removals have walked some times over the list, so
 // that a list that is sent to after each change is not made slower by it. A link that is
 // entered counts as much as the index of it costs.
 //
 // Invariants: (1) The list is an array of links, and of null where one has left: `holes`
-// of them. (2) There are holes only while there is an index. (3) The index has a slot for
-// each channel that links lead to: the position of the first one, and how many there
-// are. (4) No position below `begun` has a link.
+// of them. The last item is a link. (2) When a link is entered at most half of the items are
+// holes. (3) The index has a slot for each channel that links lead to: the position of the
+// first one, and how many there are. (4) No position below `begun` has a link.
 
 /// `Channel` is what is listed: entries of outputs, which lead to target(), or outputs.
 template <class Channel>
@@ -43,6 +44,9 @@ public:
     unsigned int count() const { return length() - holes; }
     bool hasHoles() const { return holes != 0; }
     bool isIndexed() const { return slots.isMade(); }
+    bool isAt(unsigned int position, const Channel* link) const {
+        return position < length() && (*this)[position] == link;
+    }
     /// The first link, or null.
     Channel* first() {
         while (begun < length() && (*this)[begun] == nullptr) ++begun;
@@ -51,6 +55,7 @@ public:
 
     /// Enters a link behind all others.
     void enter(Channel* link) {
+        if (holes > length() / 2) close();
         append(link);
         if (isIndexed()) {
             note(endOf(link), length() - 1);
@@ -70,20 +75,21 @@ public:
         return endOf(at(slot.first)) == end ? slot.first : walk(end);
     }
     /// Takes out the link at a position that find() gave, and keeps the positions of
-    /// others where there is an index.
-    void leave(unsigned int position) {
-        if (!isIndexed()) {
+    /// others where there is an index, or if `mayLeaveHole`.
+    void leave(unsigned int position, bool mayLeaveHole) {
+        if (!isIndexed() && holes == 0 && !mayLeaveHole) {
             walked += (length() - position) / linksMovedPerWalked;
             return remove(position, 1);
         }
-        Slot* const slot = slots.find(endOf(at(position)));
-        const bool isNoted = slot->count != 0 && slot->first == position;
+        const void* const end = endOf(at(position));
         (*this)[position] = nullptr;
         ++holes;
-        if (!isNoted) return close();
-        if (--slot->count == 0) return slots.remove(slot);
-        slot->first = walk(slot->channel, position + 1);
-        if (slot->first == notFound) close();
+        if (isIndexed()) forget(end, position);
+        unsigned int kept = length();
+        while (kept > 0 && (*this)[kept - 1] == nullptr) --kept;
+        holes -= length() - kept;
+        begun = std::min(begun, kept);
+        remove(kept, length() - kept);
     }
     /// Closes the holes, after which positions are those of the list.
     void close() {
@@ -119,8 +125,18 @@ private:
     }
 
     void build() {
-        slots.make(length());
-        for (unsigned int i = 0; i < length(); ++i) note(endOf(at(i)), i);
+        slots.make(count());
+        for (unsigned int i = 0; i < length(); ++i) {
+            if ((*this)[i] != nullptr) note(endOf(at(i)), i);
+        }
+    }
+    void forget(const void* end, unsigned int position) {
+        Slot* const slot = slots.find(end);
+        const bool isNoted = slot->count != 0 && slot->first == position;
+        if (!isNoted) return close();
+        if (--slot->count == 0) return slots.remove(slot);
+        slot->first = walk(end, position + 1);
+        if (slot->first == notFound) close();
     }
     void note(const void* end, unsigned int position) {
         Slot& slot = *slots.enter(end);

@@ -2,6 +2,8 @@
 #ifndef FXDS_DATAFLOW_MESSAGEINDEX_H
 #define FXDS_DATAFLOW_MESSAGEINDEX_H
 
+#include <algorithm>
+
 #include "fxds/Event.h"
 #include "fxds/dataflow/ChannelTable.h"
 
@@ -18,13 +20,14 @@
 
 class fxMessageIndex {
 public:
-    fxMessageIndex() { inputs.make(64); }
+    fxMessageIndex() { inputs.make(fewest); }
 
     bool isEmpty() const { return first == nullptr; }
-    /// Enters the events posted since, at both ends.
+    /// Enters the events posted since, at both ends; `waiting` is the number of all.
     /// Requires: every event of the queue was made by a send.
-    void extend(fxEvent* head, fxEvent* tail) {
+    void extend(fxEvent* head, fxEvent* tail, unsigned int waiting) {
         if (first == nullptr && head != nullptr) {
+            inputs.make(std::max(waiting, fewest));
             first = last = head;
             enterBehind(head);
         }
@@ -66,10 +69,12 @@ public:
             if (event == last) break;
         }
         first = last = nullptr;
-        inputs.make(64);
+        inputs.make(fewest);
     }
 
 private:
+    static constexpr unsigned int fewest = 64;
+
     struct Slot {
         const void* channel = nullptr;  // an input
         fxEvent* first = nullptr;
