@@ -201,6 +201,13 @@ protected:
         return this->extra.hasOwnHooks && this->extra.holds.isEmpty() && !this->buckets.isEmpty();
     }
 
+    /// Makes the key of a new entry, unless enter() has made it.
+    static void makeKey(void* entry, const Key& key) {
+        if constexpr (!std::is_same_v<Key, fxStr>) new (entry) Key(key);
+        static_cast<void>(entry);
+        static_cast<void>(key);
+    }
+
 private:
     // The result of a search in the program's code.
     struct Result {

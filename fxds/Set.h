@@ -195,8 +195,8 @@ protected:
     void* findText(std::string_view text) const;
     void removeText(std::string_view text);
     ///@}
-    /// The entry of the key: its block. A new one is raw, and the caller makes it whole
-    /// before anything else happens. Requires: fxTypedKeys::mayEnter()
+    /// The entry of the key: its block. A new one is raw unless the key is an fxStr, and the
+    /// caller makes it whole before anything else happens. Requires: fxTypedKeys::mayEnter()
     void* enter(const void* key, bool& isNew);
     /// For a constructor that has added elements, or has another base that does so: the
     /// search function is not final yet, because a class that derives from this one may

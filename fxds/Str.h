@@ -65,10 +65,7 @@ public:
     fxStr(const Text& text) : fxStr(static_cast<std::string_view>(text)) {}
     fxStr(const fxStr& other);
     /// Takes over the text and leaves `other` empty.
-    fxStr(fxStr&& other) noexcept
-        : slength(std::exchange(other.slength, 1U)),
-          roomNote(std::exchange(other.roomNote, 0U)),
-          data(std::exchange(other.data, &emptyString)) {}
+    fxStr(fxStr&& other) noexcept : fxStr() { takeOver(other); }
     fxStr(const fxTempStr& text);  ///< The text that a concatenation has built.
     ///@{
     /// `v` formatted as printf() would with `fmt`, or with "%d", "%g" and "%lg"
@@ -390,9 +387,31 @@ public:
     void adopt(char* block, unsigned int lengthBytes);
 
 private:
-    bool ownsBlock() const { return data != &emptyString; }
+    friend struct fxTextInEntry;
+
+    // For the key of an entry, which has its text, of at most 15 bytes, in the entry's
+    // memory: the text is this string's to write, and ends with the entry.
+    struct InEntry {
+        char* text;
+    };
+    fxStr(InEntry where, unsigned int lengthBytes) noexcept
+        : slength(lengthBytes), roomNote(inEntryNote), data(where.text) {}
+    static constexpr unsigned int inEntryNote = 0x3E0;  // no size has these lower bits
+    bool ownsBlock() const { return data != &emptyString && roomNote != inEntryNote; }
     void dropBlock() {
         if (ownsBlock()) std::free(data);
+    }
+    // Before the text grows, or its size is noted. The old text stays whole.
+    void makeBlockOwn() {
+        if (__builtin_expect(roomNote == inEntryNote, 0)) copyToOwnBlock();
+    }
+    void copyToOwnBlock();
+    // Requires: this string owns no block, and is not `other`.
+    void takeOver(fxStr& other) noexcept {
+        other.makeBlockOwn();
+        slength = std::exchange(other.slength, 1U);
+        roomNote = std::exchange(other.roomNote, 0U);
+        data = std::exchange(other.data, &emptyString);
     }
     // The content of roomNote: the key of the address and the length that it was made for
     // in the upper bits, a size of five significant bits in the lower ones.
@@ -429,7 +448,8 @@ public:
     // The string itself. Programs may read these; only this class writes them.
     unsigned int slength;   ///< Bytes in use, the terminating zero included: 1 when empty.
     unsigned int roomNote;  ///< For append(): the size of the block, encoded; see knownRoom().
-    char* data;             ///< A malloc() block of ours, or &emptyString.
+    /// A malloc() block of ours, or &emptyString. The short text of a key lies in its entry.
+    char* data;
 
     static char emptyString;              ///< What every empty string points at: a zero.
     static unsigned int resizeIncrement;  ///< Least step by which `>>` grows a string.
@@ -463,9 +483,7 @@ inline void fxStr::clear() {
 inline fxStr& fxStr::operator=(fxStr&& other) noexcept {
     if (this != &other) {
         dropBlock();
-        slength = std::exchange(other.slength, 1U);
-        roomNote = std::exchange(other.roomNote, 0U);
-        data = std::exchange(other.data, &emptyString);
+        takeOver(other);
     }
     return *this;
 }

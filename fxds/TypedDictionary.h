@@ -83,7 +83,7 @@ public:
                 auto* const at = reinterpret_cast<Value*>(entry + this->keySize);
                 if (at == &value) return;
                 if (isNew) {
-                    new (entry) Key(key);
+                    this->makeKey(entry, key);
                 } else {
                     at->~Value();
                 }

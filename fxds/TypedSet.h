@@ -56,7 +56,7 @@ public:
             if (this->mayEnter()) {
                 bool isNew = false;
                 void* const element = this->enter(&key, isNew);
-                if (isNew) new (element) Key(key);
+                if (isNew) this->makeKey(element, key);
                 return;
             }
         }

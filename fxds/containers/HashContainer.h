@@ -1,5 +1,4 @@
-// The mechanism of dictionary and set: chains, search, iterators. Private to
-// the library.
+// The mechanism of dictionary and set: chains, search, iterators. Private to the library.
 #ifndef FXDS_CONTAINERS_HASHCONTAINER_H
 #define FXDS_CONTAINERS_HASHCONTAINER_H
 
@@ -37,8 +36,8 @@
 // (6) While there is a hold, what is removed keeps its key, its value and its
 //     memory, and waits in the ring of removed nodes. Without one, only what
 //     endRemoved() is about to end is there.
-// (7) If extra.hasTexts is set, keys are fxStr, and behind the block of each linked
-//     node lies a copy of its text, if that is no longer than fxTextKeys::copiedBytes.
+// (7) If extra.hasTexts is set, keys are fxStr, and behind the block of each linked node
+//     lies its text or a copy, if that is no longer than fxTextKeys::copiedBytes.
 //
 // A node is found only in the chain that its hash asks for. With (3) and (4), a
 // search returns the same node with the index as by walking the chain, even if
@@ -143,9 +142,12 @@ struct fxHashCore : fxHashIters<fxHashCore<Container>, Container, typename Conta
         const unsigned long additions = table.extra.additions;
         Unlinked made{table, hooks, makeNode(table, hooks)};
         made.node->word = Node::ending;
-        hooks.copyKey(key, made.node->element);
+        if (table.extra.hasTexts) {
+            makeText(table, made.node, key);
+        } else {
+            hooks.copyKey(key, made.node->element);
+        }
         made.hasKey = true;
-        if (table.extra.hasTexts) copyText(table, made.node, made.node->element);
         makeValue(valueOf(table, made.node));
         made.node->word = 0;
         if (table.extra.additions != additions || table.buckets.length() != place.chains) {
@@ -194,15 +196,16 @@ struct fxHashCore : fxHashIters<fxHashCore<Container>, Container, typename Conta
         }
     }
 
-    /// The node of the key, or a new one, whose key and value the caller makes before
-    /// anything else happens. Requires: there are chains and a finder, and no holds.
+    /// The node of the key, or a new one, whose value and key, unless that is an fxStr, the
+    /// caller makes before anything else happens. Requires: there are chains and a finder,
+    /// and no holds.
     static Node* enter(Container& table, const void* key, bool& isNew) {
         Place place;
         Node* node = table.extra.finder(table, table, key, place);
         isNew = node == nullptr;
         if (!isNew) return node;
         node = makeNode(table, table);
-        if (table.extra.hasTexts) copyText(table, node, key);
+        if (table.extra.finder == &findDirectly<fxStr>) makeText(table, node, key);
         node->tag = place.tag;
         link(table, node, place.bucket);
         return node;
@@ -344,15 +347,16 @@ private:
         VirtualHooks ofStored() const { return *this; }
     };
 
-    // The text of a stored key, which is an fxStr: the copy, if there is one.
+    // The text of a stored fxStr: the copy, if there is one.
     static std::string_view textOf(const Container& table, const Node* node) {
         const fxStr& key = *static_cast<const fxStr*>(node->element);
         if (!table.extra.hasTexts || key.length() > fxTextKeys::copiedBytes) return key.view();
         return {static_cast<const char*>(node->element) + blockBytes(table), key.length()};
     }
-    static void copyText(const Container& table, Node* node, const void* key) {
-        fxTextKeys::copy(static_cast<const fxStr*>(key)->view(),
-                         static_cast<char*>(node->element) + blockBytes(table));
+    static void makeText(const Container& table, Node* node, const void* key) {
+        char* const copy = static_cast<char*>(node->element) + blockBytes(table);
+        fxTextInEntry::make(node->element, static_cast<const fxStr*>(key)->view(),
+                            table.extra.hasTexts ? copy : nullptr);
     }
 
     // Requires: the keys' tags are equal, and the node is not late.
@@ -454,8 +458,8 @@ private:
 
     // Changing.
 
-    // A raw node. Texts are copied in tables that are made for many, where a direct search
-    // will look; an entry that is made otherwise ends that, until the table has been empty.
+    // A raw node. Texts are in the entries of tables with a direct search; an entry that is
+    // made otherwise ends that, until the table has been empty.
     static Node* makeNode(Container& table, const Container& hooks) {
         auto& extra = table.extra;
         const size_t bytes = blockBytes(table);
@@ -463,8 +467,7 @@ private:
         if (!isText) {
             extra.hasTexts = false;
         } else if (extra.nodes.nodesInUse() == 0) {
-            extra.hasTexts = table.buckets.length() > defaultChains &&
-                             extra.nodes.isCommon(bytes + fxTextKeys::copiedBytes);
+            extra.hasTexts = extra.nodes.isCommon(bytes + fxTextKeys::copiedBytes);
         }
         return extra.nodes.make(extra.hasTexts ? bytes + fxTextKeys::copiedBytes : bytes);
     }

@@ -3,6 +3,7 @@
 #define FXDS_CONTAINERS_HASHHOOKS_H
 
 #include <cstring>
+#include <new>
 #include <string_view>
 #include <type_traits>
 
@@ -54,6 +55,22 @@ struct fxDirectHooks<std::string_view> {
         return fxTextKeys::fingerprint(at(key));
     }
     static fxDirectHooks<fxStr> ofStored() { return {}; }
+};
+
+/// Keys that are fxStr, and lie in entries with room for a short text.
+struct fxTextInEntry {
+    /// Makes a key. `copy`, unless null, gets a copy of a short text, which is the key's own
+    /// if the terminator fits, too.
+    static void make(void* key, std::string_view text, char* copy) {
+        if (copy != nullptr) fxTextKeys::copy(text, copy);
+        if (copy == nullptr || text.empty() || text.size() >= fxTextKeys::copiedBytes) {
+            new (key) fxStr(text);
+            return;
+        }
+        copy[text.size()] = '\0';
+        const auto lengthBytes = static_cast<unsigned int>(text.size()) + 1;
+        new (key) fxStr(fxStr::InEntry{copy}, lengthBytes);
+    }
 };
 
 /// Whether the hooks are those of texts.

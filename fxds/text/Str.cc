@@ -15,11 +15,11 @@
 //
 // Invariants, between any two calls:
 // (1) data[slength - 1] is zero, and slength is at least 1.
-// (2) A string owns its block if and only if data != &emptyString; the length
-//     does not matter.
+// (2) A string owns its block if and only if data != &emptyString and roomNote is not
+//     inEntryNote; the length does not matter.
 // (3) An empty string points at emptyString: an operation that removes the last
 //     byte frees the block (clear()).
-// (4) roomNote is 0, or knownRoom() is no more than what the block has.
+// (4) roomNote is 0 or inEntryNote, or knownRoom() is no more than what the block has.
 // The note is good for one address and one length only. So a block or a length that is set
 // without it, also by a program, makes it void, and the next append gets a new block.
 // A source may lie in the own block: a function has either finished with the source before
@@ -112,6 +112,7 @@ void fxStr::append(const char* s, unsigned int n) {
 
 void fxStr::append(std::string_view text) {
     if (text.empty()) return;
+    makeBlockOwn();
     if (!ownsBlock()) {
         assignBytes(text.data(), text.size());
         return;
@@ -131,6 +132,7 @@ void fxStr::insert(const char* s, unsigned int pos, unsigned int n) {
 void fxStr::insert(std::string_view text, unsigned int pos) {
     FX_ASSERT(pos <= length());
     if (text.empty()) return;
+    makeBlockOwn();
     if (!ownsBlock()) {
         assignBytes(text.data(), text.size());
         return;
@@ -160,6 +162,7 @@ void fxStr::remove(unsigned int start, unsigned int n) {
         return;
     }
     FX_ASSERT(start <= length() - n);
+    makeBlockOwn();
     const size_t room = knownRoom();
     char* gap = data + start;
     std::memmove(gap, gap + n, length() - start - n);
@@ -211,12 +214,14 @@ void fxStr::resize(unsigned int n, unsigned char) {
         clear();
         return;
     }
+    makeBlockOwn();
     reserve(wanted);
     if (wanted > slength) std::memset(data + length(), 0, wanted - length());
     setLength(wanted, knownRoom());
 }
 
 void fxStr::setMaxLength(unsigned int n) {
+    makeBlockOwn();
     if (!ownsBlock()) return;
     const size_t bytes = size_t{std::max(n, length())} + 1;
     const size_t rest = (size_t{1} << noteShift(bytes)) - 1;
@@ -276,7 +281,7 @@ fxBool fxStr::xdr(void* str, fxTranscriber& transcriber) {
 
 fxBool fxStr::xdr(fxTranscriber& transcriber) {
     if (transcriber.isReading()) {
-        const bool isTaken = !ownsBlock() && transcriber.takeReadyText(*this);
+        const bool isTaken = data == &emptyString && transcriber.takeReadyText(*this);
         return isTaken || readText(transcriber);
     }
     unsigned int lengthBytes = slength;
@@ -332,6 +337,13 @@ void fxStr::noteRoom(size_t bytes) {
     bytes = std::min<size_t>(bytes, UINT32_MAX);
     const unsigned int shift = noteShift(bytes);
     roomNote = noteKey() + (shift << mantissaBits | static_cast<unsigned int>(bytes >> shift));
+}
+
+void fxStr::copyToOwnBlock() {
+    char* const block = static_cast<char*>(fxNewBlock(slength));
+    std::memcpy(block, data, slength);
+    data = block;
+    noteRoom(slength);
 }
 
 // Gives the block `bytes` bytes; the text and `slength` stay. Blocks never get

@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "fxds/Str.h"
+#include "fxds/StrSet.h"
 #include "tests/fuzz/Input.h"
 
 namespace {
@@ -92,6 +93,8 @@ void edit(FuzzInput& input, fxStr& s, std::string& model) {
                     std::string(target > 1 ? target - 1 : 0, ' ') + "7";
             break;
         default:
+            if (isCounted) s = fxStr(std::move(s));
+            s.setMaxLength(count);
             if (isOwn && !s.isEmpty()) {  // another block, by both ways, has no room behind
                 char* const block = static_cast<char*>(std::malloc(s.slength));
                 std::memcpy(block, s.data, s.slength);
@@ -104,9 +107,12 @@ void edit(FuzzInput& input, fxStr& s, std::string& model) {
     }
 }
 
+// A key, whose text lies in its entry while it is short and has not grown.
 void editAll(FuzzInput& input) {
-    fxStr s;
-    std::string model;
+    std::string model = input.text(20);
+    fxStrSet keys;
+    keys.add(fxStr(model));
+    fxStr& s = const_cast<fxStr&>(*keys.begin());
     while (!input.isEmpty() && s.length() < 20000) {
         edit(input, s, model);
         requireSame(s, model);
