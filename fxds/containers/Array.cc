@@ -18,6 +18,10 @@
 //     rules exactly and travels with copies; blockBytes is the allocated size, never less.
 //     So capacity can grow by four elements at a time while the block grows geometrically.
 // (2) lengthBytes <= maxBytes; the elements are the first lengthBytes of the block.
+// (3) The block is one of malloc(), so that callers can hand one over and realloc() can
+//     enlarge it.
+// (4) Elements end by destroyElements(), which the destructor of this class cannot reach: a
+//     subclass calls destroy() in its own.
 //
 // Elements that change place are moved as bytes; hooks run only where an element is
 // created, destroyed or copied.
@@ -75,6 +79,7 @@ fxArray::fxArray(fxTypeObj& type)
 
 fxArray::~fxArray() { std::free(data); }
 
+// The item may be an element of this array, whose block may move.
 void fxArray::append(const void* item) {
     const std::size_t within = fxOffsetIn(data, lengthBytes, item);
     if (lengthBytes == maxBytes) {
@@ -85,6 +90,7 @@ void fxArray::append(const void* item) {
     lengthBytes += elementSize;
 }
 
+// With itself as operand: the length is taken before the growth and the block after it.
 void fxArray::append(const fxArray& other) {
     FX_ASSERT(other.elementSize == elementSize);
     const unsigned int bytes = other.lengthBytes;
@@ -126,6 +132,8 @@ void fxArray::remove(unsigned int start, unsigned int count) {
     closeGap(offset, bytes);
 }
 
+// In growth the length changes last: an exception in the creation of elements leaves the
+// old ones.
 void fxArray::resize(unsigned int n) {
     const unsigned int bytes = fxLengthField(std::size_t{n} * elementSize);
     const unsigned int had = lengthBytes;
@@ -174,6 +182,7 @@ void* fxArray::raw_tail(unsigned int count) const { return raw_extract(length() 
 
 void* fxArray::raw_copy() const { return copyOf(0, lengthBytes); }
 
+// The elements leave as bytes. No hook runs: they go on living in the block.
 void* fxArray::raw_cut(unsigned int start, unsigned int count) {
     if (count == 0) return nullptr;
     FX_ASSERT(start <= length() && count <= length() - start);
@@ -302,6 +311,8 @@ bool fxArray::xdrSizes(fxTranscriber& transcriber, unsigned int& byteCount) {
     return size == elementSize && byteCount % elementSize == 0;
 }
 
+// A length in a stream is only a claim: where the transcriber reads in pieces, the block
+// grows with the elements that have arrived. Until all have, the length stays 0.
 bool fxArray::xdrElements(fxTranscriber& transcriber, unsigned int byteCount,
                           XdrElements* operation) {
     if (byteCount == 0) return true;
@@ -357,6 +368,7 @@ bool fxArray::resizeBlock(std::size_t bytes) {
     return true;
 }
 
+// The source is empty afterwards and keeps its element size, so it can be used again.
 void fxArray::takeBlock(fxArray& source) {
     data = source.data;
     maxBytes = source.maxBytes;

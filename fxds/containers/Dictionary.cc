@@ -5,8 +5,19 @@
 #include "fxds/containers/HashContainer.h"
 #include "fxds/containers/HashXdr.h"
 
-// The mechanism is that of fxHashCore. This file adds the parts of a
+// The mechanism and its invariants are those of fxHashCore. This file adds the parts of a
 // dictionary: values, merging, and the choice of hooks.
+//
+// (1) An entry is a block of keySize + valueSize bytes: the key, its padding, and the value
+//     at keySize.
+// (2) `count` is the number of entries, except behind cleanup(), which leaves it as it was;
+//     extra.linked is always right.
+// (3) Constructors and the destructor of this class reach no hook of a subclass. So copying
+//     uses the hooks of the source, and a subclass calls cleanup() in its own destructor;
+//     what is left then is freed without ending keys and values.
+//
+// The arguments of add() and of the assignment may lie in the table that changes. What is
+// removed meanwhile stays whole until the operation has ended (fxHashCore::Hold).
 
 typedef fxHashCore<fxDictionary> Core;
 
@@ -29,6 +40,7 @@ fxDictionary::fxDictionary(const fxDictionary* other)
     extra.keyPadding = other->extra.keyPadding;
 }
 
+// The delegate makes an empty dictionary, so the entries are copied into a complete object.
 // NOLINTNEXTLINE(bugprone-copy-constructor-init): the base has no fields
 fxDictionary::fxDictionary(const fxDictionary& source) : fxDictionary(&source) {
     Core::copyAll(*this, source);
@@ -40,6 +52,9 @@ fxDictionary::fxDictionary(fxDictionary&& source) : fxDictionary(&source) {
     Core::moveAll(*this, source);
 }
 
+// The hooks that copy may remove entries from `other`. The iterator is moved on then, and
+// the hold keeps the key and value that are being copied. An entry that is losing its value
+// has none to copy.
 void fxDictionary::operator=(const fxDictionary& other) {
     if (this == &other) return;
     Core::Hold hold(other);
@@ -79,6 +94,8 @@ template <class MakeValue>
                                      fxDictBucket* old, MakeValue makeValue) {
     if (old != nullptr) Core::remove(table, old);
     fxDictBucket* node = nullptr;
+    // insert() gives way to an entry of the key that a hook has made meanwhile; that one
+    // may be gone again by the time it is searched for.
     while (node == nullptr) {
         node = Core::insert(table, table, place, key, false, makeValue);
         if (node == nullptr) node = Core::findToChange(table, table, key, place);
@@ -124,6 +141,7 @@ fxDictIter fxDictionary::begin() const {
     return fxDictIter(const_cast<fxDictionary&>(*this));  // only registers itself
 }
 
+// Each removal counts down; the sum is added again, so that size() stays.
 void fxDictionary::cleanup() { count += Core::clear(*this); }
 
 void fxDictionary::addIter(fxDictIter* iter) { iters.append(iter); }

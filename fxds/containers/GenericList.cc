@@ -2,8 +2,15 @@
 
 #include "fxds/Fatal.h"
 
-// Adding remembers the new node's position; removing by node falls back to the
-// head, because the position of the removed node is not known.
+// Invariants, between any two calls:
+// (1) `count` nodes are linked from head to tail, in both directions. The list owns them,
+//     and no item.
+// (2) cachedNode is null, or the node at position cachedIndex.
+//
+// Adding remembers the new node's position; removing by node falls back to the head,
+// because the position of the removed node is not known. A node unlinks itself from its
+// neighbours in its destructor. So a removal corrects ends, count and remembered node
+// first, and then deletes the node.
 
 namespace {
 

@@ -16,6 +16,14 @@
 //     moves it on when the entry that it would meet next is removed.
 // (2) The table does not grow during a walk, because entries would change their
 //     places.
+// (3) Entries belong to the table, values do not. The entries of a key are in chain
+//     hash(key).
+// (4) An index, once it is built, has every entry. One that has dropped itself stays, not
+//     built, until the table grows.
+//
+// f() of mapcar() is the only code of the program that runs in here. It may add and remove
+// any entry, and may delete the table: then the walk is an orphan, and mapcar() uses
+// nothing of the table any more.
 //
 // The buckets stop at 2048, and high bits of a key do not count, so chains get
 // long. The index of the dictionaries then finds the entries; the chains still

@@ -23,6 +23,8 @@ struct fxHashXdr {
 
     static bool transcribe(Container& table, fxTranscriber& transcriber) {
         if (!transcriber.isReading()) return writeEntries(table, transcriber);
+        // However the reading ends, also by an exception of a hook, the table has all
+        // entries of the stream or none.
         struct EmptyUnlessRead {
             ~EmptyUnlessRead() {
                 if (!isRead) empty(&table);

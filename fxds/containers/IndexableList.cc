@@ -6,6 +6,7 @@
 // (1) The chain from the head holds `count` links and ends with null.
 // (2) The tail is one of them, but not always the last, because splicing behind
 //     the last position leaves it in its place (see the header).
+// (3) cachedLink is null or a link of the chain.
 //
 // So every walk is ready to meet the end early, links joined behind the tail go
 // between it and its follower, and the remembered link is dropped when it

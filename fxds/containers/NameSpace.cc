@@ -9,6 +9,16 @@
 // Names are found in a binary tree, ordered by hash and then by text; a table
 // leads back from atom to name. The tree is not balanced, so it may be as deep
 // as there are names; it is never walked by recursion.
+//
+// Invariants:
+// (1) Every node is in the tree exactly once, and the tree owns the nodes. A node never
+//     changes its place or its name, so views of names are good until freeAllAtoms().
+// (2) table[atom] is null, or the newest node of that atom. Several nodes may have one
+//     atom, and those of atom 0 are in the tree alone.
+// (3) Entries of the table from lastAtom + 1 on are null. There is a table with room for
+//     lastAtom, or none after freeAllAtoms().
+// (4) While staticLimit is 0, which is during the initialiser, names are borrowed;
+//     afterwards nodes own copies.
 
 class NameSpace_Node {
 public:
@@ -126,6 +136,7 @@ unsigned long NameSpace::internAtom(unsigned long atom, const char* name, unsign
     if (*place != nullptr) return (*place)->atom;
     if (create == 0) return noAtom;
 
+    // Whatever can fail comes before the node is linked.
     NameSpace_Node* node = makeNode(atom, hash, name, len);
     growTable(atom);
     *place = node;
@@ -134,6 +145,8 @@ unsigned long NameSpace::internAtom(unsigned long atom, const char* name, unsign
     return atom;
 }
 
+// The length ends at a zero byte in the name, the copy at `len`: behind such a byte it is
+// filled with zeros.
 NameSpace_Node* NameSpace::makeNode(unsigned long atom, unsigned int hash, const char* name,
                                     unsigned int len) {
     const auto length = static_cast<unsigned int>(strnlen(name, len));

@@ -7,8 +7,13 @@
 #include "fxds/containers/HashContainer.h"
 #include "fxds/containers/HashXdr.h"
 
-// The mechanism is that of fxHashCore. This file adds the algebra. It walks by
-// registered iterators, so an operand may be the set itself.
+// The mechanism and its invariants are those of fxHashCore. This file adds the algebra. It
+// walks by registered iterators, so an operand may be the set itself, and a hook that
+// starts or ends a life may change either: a removal moves the iterators on that were at
+// the entry and marks them, so that the next ++ does not pass over one.
+//
+// An entry is a block with the key alone. As in a dictionary, constructors and the
+// destructor reach no hook of a subclass.
 
 typedef fxHashCore<fxSet> Core;
 
@@ -30,6 +35,7 @@ fxSet::fxSet(fxSet&& source) : buckets(source.buckets.length()), count(0), keySi
 
 fxSet::fxSet(const fxTmpSet& source) : fxSet(static_cast<const fxSet&>(source)) {}
 
+// The entries end by the hooks of this set, and before the key size changes.
 void fxSet::operator=(const fxSet& other) {
     if (this == &other) return;
     Core::clear(*this);
@@ -70,6 +76,7 @@ void fxSet::removeText(std::string_view text) {
     if (node != nullptr) Core::remove(*this, node);
 }
 
+// The hold keeps the key that is being copied if a hook removes it from `other`.
 void fxSet::operator|=(const fxSet& other) {
     const Core::Hold hold(other);
     for (fxSetIter i(other.begin()); i.notDone(); ++i) add(i.getKey());
@@ -81,6 +88,8 @@ void fxSet::operator&=(const fxSet& other) {
     }
 }
 
+// With itself as operand, the key lies in the entry that is removed: it is not used after
+// that.
 void fxSet::operator-=(const fxSet& other) {
     for (fxSetIter i(other.begin()); i.notDone(); ++i) remove(i.getKey());
 }

@@ -22,6 +22,11 @@
 //     it. find() returns the latest with the two types.
 // (2) A copy has the converter bit and counts its closure. splice() gives it the replace
 //     bit of its input.
+// (3) A copy belongs to the output that it is an entry of; the messages that it is the
+//     channel of hold it, too.
+//
+// A conversion calls the receiver from its own stack frame, so converted texts and strings
+// are good for that call only.
 
 fxConverter* fx_theConverters = nullptr;
 
@@ -57,6 +62,9 @@ fxInputChannel* fxConverter::findConverter(unsigned short from, unsigned short t
     return found != nullptr ? new fxConverter(*found, nullptr) : nullptr;
 }
 
+// The index of the queue finds messages by the input that they lead to, so it is emptied
+// before that changes. The new input is held before the old one is released, which may be
+// the same, and whose end may run code of the program.
 void fxConverter::splice(fxInputChannel* input) {
     FX_ASSERT(isConverter() && input != nullptr);
     input->take();

@@ -20,6 +20,7 @@
 // Code of the program runs in tick(), and in the trace. It may start, stop or destroy any
 // alarm, this one too, and may poll, which serves a turn within the turn. So each step of a
 // turn begins with the top of the heap.
+
 namespace {
 
 // Sums beyond the last moment are the last moment.

@@ -63,6 +63,9 @@ fxStr fxExpression::escape(fxTextView text) {
     return result;
 }
 
+// The engine searches `terminated`, which is the caller's text or a copy with a terminator.
+// Matches are views of the caller's text, and are good without the copy. The compiled
+// expression is shared, so that it outlives the fxExpression.
 fxMatches::fxMatches(const fxExpression& expression, std::string_view text, bool isTerminated)
     : compiled(expression.compiled),
       subject(text.data() != nullptr ? text.substr(0, text.find('\0')) : ""),

@@ -11,6 +11,19 @@
 // The interface of the engine: RegParser.cc turns a pattern into nodes,
 // RegPlan.cc turns nodes into the steps of the matcher, and RegMatch.cc
 // searches, with RegBacktracker.cc and RegInStep.cc for a match at one place.
+//
+// Invariants:
+// (1) A compiled expression is one malloc() block, which the caller frees. regmust leads
+//     into its own program.
+// (2) startp and endp are views of the subject of the last search, all null unless it has
+//     matched. fxregsub() reads through them, so the subject has to exist then.
+// (3) Memory that runs out in the compilation is a message; searches allocate nothing.
+// (4) An expression is changed by a search (positions, dead ends), so one expression serves
+//     one search at a time.
+//
+// Bad patterns, null arguments and damaged programs are results. For a search, a program is
+// damaged if the first byte is not the magic one or the rest is not that of the plan's
+// copy.
 
 using namespace fxRegProgram;
 
@@ -132,7 +145,11 @@ int execute(fxregexp* compiled, const char* subject, const char* from, const cha
         fxregerror(*message = "corrupted program");
         return 0;
     }
+    // Dead ends are known for the text of a subject. Only the caller can promise that the
+    // text at the address is still the same.
     if (!goesOn) plan->room.known->subject = nullptr;
+    // One pass over the subject may show that there is no match. A plan that searches for a
+    // needed byte itself would only repeat it.
     if (compiled->regmust != nullptr && !plan->findsNeeded() &&
         std::strstr(from, compiled->regmust) == nullptr) {
         return 0;

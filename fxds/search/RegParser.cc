@@ -7,10 +7,18 @@
 // refused before anything is allocated; offsets are then not written and chains
 // not followed. Nesting is bounded by the number of groups.
 //
-// Invariants, in the second run: a node is denoted by its offset in the
-// program; 0, the offset of the magic byte, means none. An operator that
-// applies to nodes emitted before it inserts its node in front of them and
-// moves them up.
+// Invariants:
+// (1) A node is denoted by its offset in the program; 0, the offset of the magic byte,
+//     means none. A function that returns a node returns 0 exactly when it has set
+//     `message`.
+// (2) Both runs take the same decisions, because these depend on the pattern and on flags,
+//     never on emitted bytes. So the second run needs exactly the counted size, and finds
+//     no fault.
+// (3) In the second run, the last node of a chain has the offset 0 until tail() gives it a
+//     target. An operator that applies to nodes emitted before it inserts its node in front
+//     of them and moves them up; offsets are distances, so those within the moved nodes
+//     stay right.
+// (4) An operand of * or + cannot be empty. So every round of a loop takes a byte.
 
 namespace fxRegProgram {
 namespace {
@@ -114,6 +122,8 @@ void Parser::operandTail(size_t branch, size_t target) {
 }
 
 // A whole pattern or a group: alternatives, all leading to one closing node.
+// HASWIDTH holds for the whole if it holds for every alternative, SPSTART if it holds for
+// one.
 size_t Parser::reg(bool isGroup, int& flags) {
     size_t start = 0;
     const int group = groups;
@@ -157,6 +167,7 @@ size_t Parser::regbranch(int& flags) {
         const size_t latest = piece(pieceFlags);
         if (latest == 0) return 0;
         flags |= pieceFlags & HASWIDTH;
+        // Only the first piece decides about the start of the alternative.
         if (last == 0) {
             flags |= pieceFlags & SPSTART;
         } else {
@@ -333,6 +344,8 @@ const char* parse(const char* pattern, std::vector<char>& code, bool& startsRepe
         offset = counter.faultOffset();
         return counter.message;
     }
+    // Distances have two bytes, hence the limit, which is tested before anything is
+    // allocated.
     if (counter.size >= programLimit) {
         offset = std::strlen(pattern);
         return "regexp too big";

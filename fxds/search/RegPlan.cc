@@ -18,8 +18,23 @@
 // one of the latest 64 is not stored again. Byte 0 is the end of the subject: a step that
 // can continue there has it in its set.
 //
-// Block: fxregexp with the program | Plan | prefix, if there is one | steps | tables |
-// copy of the program | room for walking in step
+// Block: fxregexp with the program | Plan | prefix, if there is one | steps | tables | copy
+// of the program | room for walking in step
+//
+// Invariants of a plan:
+// (1) steps[i] is for the node with number i, also if no step leads to it. `next`, `body`
+//     and `later` are numbers of steps, and no chain of them that takes no byte leads in a
+//     circle: the parser refuses a repeated operand that may be empty.
+// (2) `follow` has every byte that can come there, and 0 where the subject can end; it may
+//     have more. So a byte that is not in it excludes the way, and one that is in it proves
+//     nothing.
+// (3) The places of threads are numbered step after step, each step's from its `place` on:
+//     a text has one for each byte, a repetition two, any other step one. All are below
+//     placeCount.
+// (4) All pointers of the plan lead into the block. So it is one malloc() block, released
+//     by one free(), and cannot be copied to another address.
+// (5) The program in fxregexp is public and may be overwritten. The matcher reads only the
+//     copy, and a plan whose program differs from its copy is not used.
 
 namespace fxRegProgram {
 namespace {
@@ -196,6 +211,8 @@ size_t Planner::optionalIn(size_t node) const {
 }
 
 // The step to go to for a node: the first one behind nodes that only lead on.
+// This ends: a BACK leads to the choice or to the operand of its loop, and both begin with
+// a step.
 unsigned short Planner::resolve(size_t node) const {
     for (;;) {
         const unsigned char op = program.opcode(node);
@@ -259,6 +276,8 @@ Step Planner::stepFor(size_t node) {
     return step;
 }
 
+// A run whose bytes cannot come behind it is possessive: shorter runs need not be tried.
+// `run` selects a faster loop for sets that have one.
 void Planner::repeatStep(Step& step, size_t operand, size_t after) {
     const ByteSet set = matched(operand);
     const ByteSet follow = firstFrom(after);
@@ -283,6 +302,9 @@ void Planner::repeatStep(Step& step, size_t operand, size_t after) {
     }
 }
 
+// From the most selective method to the least: the start of the subject alone; a text of
+// two bytes or more, at the start or behind a run; a needed byte or first pairs, if they
+// are rare; the set of first bytes. Groups are passed over, because they take no byte.
 void Planner::makeStart() {
     const ByteSet set = first[0];
     plan.first = resolve(1);

@@ -3,6 +3,11 @@
 #include <algorithm>
 #include <array>
 
+// A signpost is a property of every match that is cheaper to search for than a match: a
+// byte that each contains, or the two bytes that each begins with. A wrong one loses
+// matches; so whenever something here is too complicated, the result is that there is no
+// signpost. Costs are frequencies and only decide which signpost is used.
+
 namespace fxRegProgram {
 namespace {
 
@@ -66,7 +71,9 @@ BytePair rarestPair(const char* program, const Step& text) {
     return pairAt(program, text, best);
 }
 
-// A set is needed if END cannot be reached by taking other bytes only.
+// A set is needed if END cannot be reached by taking other bytes only. One pass in the
+// order of the steps is enough: a step leads to later ones, or back to a loop that was
+// entered from its start.
 bool Signposts::isNeeded(const ByteSet& set) {
     isReached.assign(steps.size(), 0);
     isReached[start] = 1;
@@ -121,6 +128,10 @@ bool Signposts::findNeeded(NeededSet& best) {
 
 // A place is one way of taking a byte that is not in the set. Returns false if there are
 // too many.
+//
+// Invariants, at the beginning of each turn: places[i] has bit i. `ways` are the ways of
+// taking a byte behind the place with the bit `before`, or from the start of a match. Turn
+// 0 is for the start, turn n for the place n - 1, so every place is continued once.
 bool Signposts::findPrefix(const ByteSet& set, Prefix& prefix) const {
     Few<Way, Prefix::limit> places;
     Ways ways;
@@ -155,6 +166,7 @@ bool Signposts::findPrefix(const ByteSet& set, Prefix& prefix) const {
 
 // Collects the ways of taking a byte from a step on. Returns false when a match can end
 // without one, or there are too many.
+// `met` keeps the order and lets no step be visited twice, so loops end.
 bool Signposts::collectWays(unsigned short from, Ways& ways) const {
     Few<unsigned short, 64> met;
     met.add(from);

@@ -5,6 +5,10 @@
 #include <algorithm>
 #include <cstring>
 
+// Each method passes over no place where a match starts. A place that it returns proves
+// nothing: the matcher tries it. So a method may be as coarse as it is fast, but never too
+// strict.
+
 namespace fxRegProgram {
 namespace {
 
@@ -45,6 +49,8 @@ const char* findInRanges(const ByteRange* ranges, const char* from, size_t lengt
 // place other than the end of the stretch. Returns that place, or the end of the subject.
 template <class Find>
 const char* StartFinder::inStretches(const char* from, Find find) {
+    // Stretches begin short and grow, so that a match near the start does not cost a pass
+    // over the whole subject. `checked` stays for the next call.
     constexpr size_t longest = 65536;
     for (;;) {
         if (checked <= from) {
@@ -122,6 +128,9 @@ const char* StartFinder::findBeforeNeeded(const char* from) {
 }
 
 // Sets `earliest`, and whether it is known, after going back by at most `most` bytes.
+// This runs the automaton of the prefix backwards: `places` has a bit for each place that
+// may take the byte before `p`. A place that may also take the first byte of a match makes
+// that byte a start.
 void StartFinder::goBack(const char* from, size_t most) {
     isEarliestKnown = plan.prefix == nullptr || *needed == 0;
     earliest = from;
@@ -179,7 +188,9 @@ const char* StartFinder::findNeeded(const char* from) {
     });
 }
 
-// Whether one of the pairs is at `p`, with its text.
+// Whether one of the pairs is at `p`, with its text. The comparison stops at the
+// terminator, which is in no text; and `before` bytes exist in front of `p`, because
+// findPair() has passed over as many.
 bool StartFinder::isPair(const char* p) const {
     for (size_t i = 0; i < plan.pairCount; ++i) {
         const BytePair& pair = plan.pairs[i];

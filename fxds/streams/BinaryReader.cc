@@ -283,6 +283,9 @@ struct fxBinaryReader::Reading {
         }
     }
     ~Reading() {
+        // The fault is noted while the records still show whether the stream has ended.
+        // Nothing is read any more when objects are destroyed, whose destructors may call
+        // the reader.
         if (!isComplete) reader.noteEnd();
         if (!isComplete) reader.records->fail();
         if (!isComplete) reader.graph->drop();
@@ -568,6 +571,7 @@ bool fxBinaryReader::readBody(fxReaderEntry& entry, fxTypeObj* root) {
     graph->beginBody(*type);
     void* const object = type->newInstance != nullptr ? type->newInstance(*type) : nullptr;
     if (object == nullptr) return refuse(Fault::damaged, missing);
+    // Before the fields are read, which may lead back to the object.
     graph->defineObject(id, entry, object);
     hasFailed = false;
     ranOverAt = noRecordAt;

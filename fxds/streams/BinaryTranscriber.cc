@@ -26,6 +26,9 @@ bool fxBinaryTranscriber::xdr(unsigned int* ints, unsigned int count) {
     return fxXdrPackedInts<unsigned long>(*this, ints, count, stagedLongs);
 }
 
+// Limits what all tables of a stream may claim together: a count of chains takes no bytes
+// in the stream and much memory here. Few chains of each table are free. A negative count,
+// for entries that have arrived, raises the limit.
 bool fxBinaryTranscriber::claimChains(long chains) {
     constexpr long fewChains = 256;
     if (chains > fewChains) chainsLeft -= chains - fewChains;

@@ -44,6 +44,18 @@
 //     exception: records are missing then that others refer to.
 // (5) If isPut is set, the record being built is one without payload so far, and it is at
 //     the end of what is collected in `outgoing`.
+// (6) `parts` has the address of each base part that got a number. `owned` has the target
+//     of each pointer that owns its object, so that a second owner is refused. All sets
+//     grow until forgetObjects().
+// (7) isInGraph is set exactly while a Graph exists. writeObject(), reset() and
+//     forgetObjects() do nothing then, so an xdr() cannot discard the numbers of the graph
+//     that it writes.
+// (8) The items in `pending` belong to the writer; those in `waiting` are values. Either
+//     leaves the stack before it is written, because the xdr() of its object pushes others.
+//
+// Code of the program runs in xdr() and getTypeObj(), and in xdrSuccess() and xdrFail()
+// through conclude(). An exception from there passes the Graph, which makes the writer
+// fail.
 
 using namespace fxRecordFormat;
 
@@ -329,6 +341,8 @@ unsigned int fxBinaryWriter::alreadyWritten(const void* address) const {
     return idIn(seen->find(address));
 }
 
+// Enters the address under a new number, in place of the one that it may have: so a part
+// gets another number with a later writing of its object.
 unsigned int fxBinaryWriter::recordIdForAddress(const void* address) {
     bool isNew = false;
     seen->at(address, isNew) = nextId;
@@ -351,6 +365,8 @@ bool fxBinaryWriter::writeType(fxTypeObj& type, unsigned int& id) {
     return id != 0 || writeNewType(type, id);
 }
 
+// The record is complete at once: the pointer or object that needs the type comes behind
+// it.
 bool fxBinaryWriter::writeNewType(fxTypeObj& type, unsigned int& id) {
     id = lastTypeId = nextId++;
     if (id > maxId) return fail();

@@ -25,6 +25,9 @@ public:
 };
 
 // A file, one piece of which is in memory: [pieceAt, pieceAt + pieceBytes).
+// Memory does not grow with the file. `bytes` is its size when it was opened; a file that
+// shrinks meanwhile ends early. After the first error nothing more is read: the file seems
+// to end there.
 class FileBytes : public fxStreamParts::StreamBytes {
 public:
     // `fd` is adopted. If it is negative, errno has the reason.
@@ -81,6 +84,8 @@ fxStreamFault fxCheckStream(const void* bytes, size_t byteCount) {
 
 fxStreamFault fxCheckStream(fxStream& stream) {
     std::string bytes;
+    // A byte that is requested makes the stream fill its window, if it has one, which is
+    // then taken as a whole.
     const fxStreamWindow& window = stream.window();
     for (char byte = 0; stream.getBytes(&byte, 1);) {
         bytes += byte;

@@ -7,7 +7,15 @@
 #include "fxds/BinaryTranscriber.h"
 
 // Heads are decoded as in the library's reader. Unlike that, this parser reports a fault
-// and goes on.
+// and ends nothing.
+//
+// Invariants, between two calls of next():
+// (1) The cursor is not behind the end of the stream: each advance is compared with what is
+//     left.
+// (2) After `lost` the cursor is at the record that cannot be taken apart. The rest is not
+//     searched for another one: any byte could be a head.
+// (3) No view of at() is kept: the next call may replace the bytes. Only held() gives
+//     lasting ones.
 
 using namespace fxRecordFormat;
 

@@ -2,9 +2,14 @@
 
 #include <algorithm>
 
-// The functions in the header take the usual heads, which are in the window as
-// a whole. The slow paths are here: heads that cross the end of the window,
-// fillers, names of types, and payload in pieces.
+// The functions in the header take the usual heads, which are in the window as a whole. The
+// slow paths are here: heads that cross the end of the window, fillers, names of types, and
+// payload in pieces.
+//
+// get() alone requests bytes beyond the window. The request may move or refill the window,
+// so the count of bytes is settled before, and begins anew at the window as it is
+// afterwards. A failed request ends the stream for good, so no record is read behind one
+// that is incomplete.
 
 using namespace fxRecordFormat;
 
@@ -44,6 +49,8 @@ bool fxRecordReader::take(char* bytes, size_t byteCount) {
     return true;
 }
 
+// The window becomes an empty one of static storage: the quick paths test only its size,
+// and the stream is not used again.
 void fxRecordReader::fail() {
     leaveWindow();
     stream = nullptr;
@@ -56,6 +63,8 @@ void fxRecordReader::fail() {
 
 // Private functions.
 
+// Payload that the window has is left there. Otherwise it is copied to the staging buffer,
+// piece by piece, so that a claimed length allocates nothing.
 bool fxRecordReader::stagePiece() {
     const unsigned int piece = std::min(ready.payloadLeft, stagingBytes);
     ready.window = source;
@@ -70,6 +79,8 @@ bool fxRecordReader::stagePiece() {
     return true;
 }
 
+// The window may be smaller than the ready bytes if the program has read from the stream
+// meanwhile.
 bool fxRecordReader::skip() {
     while (left() > 0) {
         if (ready.count == 0 && !stage()) return false;

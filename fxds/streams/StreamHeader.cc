@@ -14,7 +14,17 @@
 #include "fxds/base/StartUp.h"
 #include "fxds/streams/StreamMarks.h"
 
-// The header of a stream, and the choice of the reader and the writer.
+// The header of a stream, and the choice of the reader and the writer. StreamMarks.h draws
+// the header.
+//
+// Invariants:
+// (1) `readers` is null until the first registration, and never freed, so readers can be
+//     made while the program ends.
+// (2) writerFactory is never null.
+//
+// A transcriber holds its stream and releases it in its destructor. So a writer that is
+// refused takes a stream without other holders with it, while a reader that is refused,
+// which is not made at all, leaves the stream alone.
 
 using namespace fxStreamMarks;
 
@@ -52,6 +62,7 @@ struct Header {
 };
 
 // Whether the bytes may be the beginning of the header of a known reader.
+// This separates a stream that ends early from one of another kind.
 bool mayBegin(const fxStackBuffer& name, const fxVoidPtrDict& readers) {
     const std::string_view begun = name.view();
     for (const auto [known, factory] : readers) {

@@ -25,6 +25,16 @@
 // (2) `missing` bytes of the contents of block filling_ are still to come. If
 //     it is not 0, the payload of every record counts towards them.
 // (3) An entry, once defined, keeps its kind. Entries are never removed.
+// (4) An entry has a place in the stream that a fault can name: definedAt once it is
+//     defined, mentionedAt if a pointer came before.
+// (5) owner_ is the object whose fields are read, or 0 behind the contents of a block.
+//     filling_ is the block whose contents are read; it stays until a record that is not
+//     part of them.
+// (6) roots_ is the number of objects that began a graph: the first one, and each that came
+//     while nothing was awaited.
+//
+// The visitor gets the walk as const: record() before the record has changed anything,
+// fault() while it does.
 
 using namespace fxRecordFormat;
 using namespace fxStreamMarks;
@@ -88,6 +98,9 @@ void StreamWalk::run(StreamBytes& stream) {
     RecordParser::Outcome outcome = RecordParser::ended;
     bool isEmpty = false;
     while ((outcome = parser.next(record)) == RecordParser::found) {
+        // A zero byte is the head of an empty data record, which readers pass over and the
+        // library's writer never makes. Two in a row, or one behind a complete graph, are
+        // taken for the zeros of a file whose end was never written.
         const bool isBehindEmpty =
             std::exchange(isEmpty, record.tag == fxTagData && record.payloadBytes == 0);
         if (isEmpty && (isBehindEmpty || isComplete())) {
@@ -198,6 +211,7 @@ void StreamWalk::takeObject(const Record& record) {
     if (type == nullptr || type->kind != Entry::type) {
         fault(record.at, "the type of the object, " + idText(record.typeId) + ", is not a type");
     }
+    // Before define(), which may end the wait for this very id.
     if (isAtRoot()) ++roots_;
     define(record, Entry::object);
     owner_ = record.id;
@@ -211,6 +225,8 @@ void StreamWalk::takePart(const Record& record) {
     }
 }
 
+// The first mention of an undefined id awaits it; later ones are compared with the kind
+// that it wants. A pointer to an object may lead to a base part.
 void StreamWalk::mention(const Record& record, Entry::Kind wanted) {
     if (record.id == 0) return fault(record.at, "a pointer to id 0, which no record can define");
     Entry& entry = entries_[record.id];

@@ -22,6 +22,8 @@ constexpr unsigned int shortBytes = 64;  // of payloads that are copied without 
 
 }  // namespace
 
+// Data without a payload is no record, and a record that putEarly() has put is complete
+// already.
 bool fxBinaryWriter::flush() {
     if (isPut) {
         isPut = false;
@@ -136,7 +138,9 @@ bool fxBinaryWriter::writeParts(const char* payload, unsigned int payloadBytes) 
     return true;
 }
 
-// Keeps invariant (4). The pending items may be gone by the next call.
+// Keeps invariant (4) of BinaryWriter.cc. Without room, the quick path of writeBytes()
+// leads to writePieces(), which refuses; so a scalar costs no test for failure. The pending
+// items are dropped, because their objects may be gone by the next call.
 bool fxBinaryWriter::fail() {
     outgoing->fail();
     dropPending();
