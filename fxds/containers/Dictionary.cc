@@ -9,7 +9,7 @@
 // dictionary: values, merging, and the choice of hooks.
 //
 // (1) An entry is a block of keySize + valueSize bytes: the key, its padding, and the value
-//     at keySize.
+//     at keySize. Where keys are fxStr, the text of a short one may lie behind the block.
 // (2) `count` is the number of entries, except behind cleanup(), which leaves it as it was;
 //     extra.linked is always right.
 // (3) Constructors and the destructor of this class reach no hook of a subclass. So copying

@@ -12,7 +12,7 @@
 // starts or ends a life may change either: a removal moves the iterators on that were at
 // the entry and marks them, so that the next ++ does not pass over one.
 //
-// An entry is a block with the key alone. As in a dictionary, constructors and the
+// An entry is a block with the key and no value. As in a dictionary, constructors and the
 // destructor reach no hook of a subclass.
 
 typedef fxHashCore<fxSet> Core;

@@ -32,10 +32,14 @@
 // (4) `queued` is the number of existing messages, waiting or not, that lead to the input
 //     or through the converter.
 // (5) An input that has ended exists only while it is watched, and lists no output.
-// (6) `feeds` selects the member of the union, and whether `outputs` is an fxLinks. It only
-//     goes up, from nothing to many, until the input ends: a list is never changed back.
+// (6) `feeds` selects `onlyOutput` or `outputs`, and whether the latter is an fxLinks. It
+//     only goes up, from nothing to many, until the input ends: a list is never changed
+//     back.
 // (7) `isEdited`, once set, stays set: (1) is then not relied on to find the output of that
 //     input.
+// (8) `place` is a hint. It is compared with the list before it is used, and shares its
+//     memory with what an input needs that keeps no place: the test of the class, or a
+//     callable.
 //
 // A channel is deleted by its last holder, an output by whatever made it, mostly an object.
 // The end of an input may run code of the program (the destructor of a callable), and so
