@@ -545,7 +545,7 @@ struct Holder : Listed {
 FX_TRANSCRIBABLE_TYPE(Holder, "Holder", 1);
 fxBool Holder::xdr(fxTranscriber& t) { return table->doxdr(t); }
 
-TEST(Dictionary, TrustsThePlacesOfTheStream) {
+TEST(DictionaryXdr, TrustsThePlacesOfTheStream) {
     fxInitializeToolkit();
     for (const auto& [entries, range, steps] : {std::tuple(3000U, 300U, 6000), {24000U, 1U, 200}}) {
         Lying lying(7);

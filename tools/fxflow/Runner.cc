@@ -54,6 +54,15 @@ std::string difference(const fxFlowText& before, const fxFlowText& now) {
            std::to_string(gone) + " gone";
 }
 
+// While values multiply in a circle, the loop does not come to what a signal has set. So the
+// first signal asks it to end, and a second one has its usual effect.
+void catchOnce(const fxSignal& signal, int number) {
+    struct sigaction action;
+    if (!signal.isValid() || sigaction(number, nullptr, &action) != 0) return;
+    action.sa_flags |= static_cast<int>(SA_RESETHAND);
+    sigaction(number, &action, nullptr);
+}
+
 }  // namespace
 
 Runner::Runner(const Options& options_) : options(options_), path(options_.words[0]) {
@@ -68,6 +77,8 @@ int Runner::run() {
     fxSignal pipe(SIGPIPE);
     fxConnect(interrupt.signal(), this, [this](int) { isEnding = true; });
     fxConnect(terminate.signal(), this, [this](int) { isEnding = true; });
+    catchOnce(interrupt, SIGINT);
+    catchOnce(terminate, SIGTERM);
     fxConnect(hangup.signal(), this, [this](int) { change(); });
     // The flow goes on where another descriptor than standard output has lost its reader.
     fxConnect(pipe.signal(), this, [this](int) { isEnding = isEnding || hasLostReader(); });
