@@ -55,7 +55,8 @@ public:
     fxDictIter& operator=(const fxDictIter& other);
 
     ///@{
-    /// Null when there is no current entry. Views: good until the entry goes.
+    /// Null when there is no current entry, and the value also while it is replaced, which
+    /// hooks may see. Views: good until the entry goes.
     void* getKey() const { return node == nullptr || moved ? nullptr : node->element; }
     void* getValue() const;
     const void* key() const { return getKey(); }

@@ -208,7 +208,8 @@ fxDictIter& fxDictIter::operator=(const fxDictIter& other) {
 }
 
 void* fxDictIter::getValue() const {
-    return node == nullptr || moved ? nullptr : Core::valueOf(*dict, node);
+    const bool isThere = node != nullptr && !moved && !Core::isEnding(node);
+    return isThere ? Core::valueOf(*dict, node) : nullptr;
 }
 
 fxDictIter& fxDictIter::operator++() {

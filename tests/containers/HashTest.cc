@@ -121,7 +121,9 @@ const fxStr* keyFor(const fxStrStrDictionary& table, const fxStr& key) {
     return value != nullptr ? value - 1 : nullptr;  // which follows its key
 }
 std::string valueAt(const fxStrSetIter&) { return ""; }
-std::string valueAt(const fxStrStrDictionaryIter& i) { return std::string(i.value().view()); }
+std::string valueAt(const fxStrStrDictionaryIter& i) {
+    return i.getValue() != nullptr ? std::string(i.value().view()) : "being replaced";
+}
 
 /// What hooks do, and what they see of the lives of keys and values.
 struct Hooks {
