@@ -45,8 +45,10 @@ public:
     /// The output "line", looked up by its name. Without an output of that name and type,
     /// values are dropped.
     fxOutputView<fxStr> line();
-    bool isOpen() const { return reader != nullptr; }  ///< Whether there is a file.
-    fxFilePlace getPlace() const;                      ///< While a line is sent, behind that line.
+    /// Whether there is a file. What cannot be opened, a folder too, is tried again at each
+    /// interval.
+    bool isOpen() const { return reader != nullptr; }
+    fxFilePlace getPlace() const;  ///< While a line is sent, behind that line.
 
 private:
     void open(fxFilePlace from);
