@@ -8,7 +8,7 @@
 /// it, in whatever thread. The message is queued from the loop, where everything is
 /// allowed.
 ///
-///     fxSignal stop(SIGTERM);
+///     fxSignal stop(SIGTERM);  // the numbers are in <csignal>
 ///     fxConnect(stop.signal(), [](int) { fx_theExecutive->quit(); });
 ///
 /// No signal is lost, but those that come before the loop has noticed the first are
