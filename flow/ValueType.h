@@ -51,7 +51,7 @@ std::string shown(const T& value) {
         return textOf(value != 0);
     } else if constexpr (std::is_integral_v<T>) {
         return textOf(static_cast<long>(value));
-    } else if constexpr (std::is_same_v<T, float>) {
+    } else if constexpr (std::is_same_v<T, float> || std::is_same_v<T, fxStrArray>) {
         return textOf(value);
     } else if constexpr (std::is_floating_point_v<T>) {
         return textOf(static_cast<double>(value));
@@ -59,8 +59,6 @@ std::string shown(const T& value) {
         return value != nullptr ? value : "";
     } else if constexpr (std::is_same_v<T, fxStr>) {
         return std::string(value.view());
-    } else if constexpr (std::is_same_v<T, fxStrArray>) {
-        return textOf(value);
     } else {
         return '<' + std::string(fxChannelType<T>::typeName()) + '>';
     }

@@ -39,7 +39,7 @@ bool isFile(const std::string& path, struct stat& status) {
 // The path without links, or "" with errno.
 std::string completed(const std::string& path) {
     char* const found = realpath(path.c_str(), nullptr);
-    const std::string complete = found != nullptr ? found : "";
+    std::string complete = found != nullptr ? found : "";
     std::free(found);
     return complete;
 }

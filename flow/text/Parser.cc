@@ -88,17 +88,18 @@ void fxFlowParser::statement() {
 }
 
 void fxFlowParser::statement(const fxFlowToken& first) {
-    const bool isEnd = first.text.find('.') != std::string::npos;
+    const bool isFile = first.text == "include" || first.text == "use";
+    const bool isTest = first.text == "test";
+    const bool isEnd =
+        first.text.find('.') != std::string::npos || (!isFile && !isTest && isDotApart(first));
     if (token.is('=')) {
         takeObject(first);
     } else if (token.kind == Kind::arrow || isEnd) {
         takeConnections(first);
-    } else if (first.text == "include" || first.text == "use") {
+    } else if (isFile) {
         takeFile(first);
-    } else if (first.text == "test") {
+    } else if (isTest) {
         takeTest();
-    } else if (isDotApart(first)) {
-        takeConnections(first);
     } else if (token.isValue()) {
         reading.problems.add(
             first.place,
