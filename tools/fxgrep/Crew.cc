@@ -13,8 +13,7 @@ constexpr size_t mostJobs = 1000;
 
 Crew::Crew(const Options& options_, std::vector<std::unique_ptr<Search>> searches_)
     : options(options_),
-      printer((options.before != 0 || options.after != 0) && options.output == Options::lines &&
-                  !options.isJson,
+      printer(options.hasContext && options.output == Options::lines && !options.isJson,
               options.isSilent),
       searches(std::move(searches_)) {
     for (const std::unique_ptr<Search>& search : searches) {

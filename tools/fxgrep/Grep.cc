@@ -16,10 +16,7 @@
 // are skipped.
 
 Grep::Grep(const Options& options_, Search& search_, Printer& printer_)
-    : options(options_),
-      searcher(search_),
-      printer(printer_),
-      mayCopy(options_.before != 0 || options_.after != 0) {
+    : options(options_), searcher(search_), printer(printer_) {
     if (fstat(STDOUT_FILENO, &output) != 0) output.st_mode = 0;
 }
 
@@ -95,7 +92,7 @@ bool Grep::searchBlock(char* begin, char* end) {
             ++lineCount;
             if (isNameEnough) return false;
             take(line, lineEnd);
-        } else if (mayCopy) {
+        } else if (options.hasContext) {
             printContext(line, lineEnd);
         }
         if (lineCount >= options.most && toFollow == 0) return false;
@@ -108,7 +105,8 @@ bool Grep::searchBlock(char* begin, char* end) {
 // text, if these do not matter.
 char* Grep::skipLines(char* begin, char* end) {
     const TextSet* const required = searcher.required();
-    if (required == nullptr || begin == end || options.isInverted || mayCopy) return begin;
+    if (required == nullptr || begin == end || options.isInverted || options.hasContext)
+        return begin;
     const char* const hit = required->find(begin, end);
     char* const stop = hit != nullptr ? begin + (hit - begin) : end;
     const size_t skipped = static_cast<size_t>(stop - begin);
@@ -123,7 +121,7 @@ void Grep::take(char* line, char* end) {
     if (options.output == Options::counts) return;
     if (options.isJson) return printJson(line, end);
     if (options.output == Options::matches) return printMatches(line, end);
-    if (mayCopy) {
+    if (options.hasContext) {
         const unsigned long first = lineNumber - before.size();
         if (lastPrinted != 0 && lastPrinted + 1 < first) text() += "--\n";
         unsigned long number = first;

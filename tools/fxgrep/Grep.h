@@ -51,7 +51,6 @@ private:
     Printer& printer;
     Blocks blocks;
     Findings* findings = nullptr;  // of the file that is searched
-    const bool mayCopy;            // lines around matches are printed
     struct stat output = {};
     const char* name = "";
     unsigned long lineNumber = 0;

@@ -280,6 +280,10 @@ int readOptions(int argc, char** argv, Options& options) {
         if (optind == argc) return refuse();
         addPatterns(argv[optind++], options.patterns);
     }
+    for (const unsigned long number : {options.around, options.before, options.after}) {
+        options.hasContext = options.hasContext || number != Options::unset;
+    }
+    if (options.around == Options::unset) options.around = 0;
     if (options.before == Options::unset) options.before = options.around;
     if (options.after == Options::unset) options.after = options.around;
     options.files.assign(argv + optind, argv + argc);

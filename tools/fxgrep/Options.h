@@ -22,9 +22,10 @@ struct Options {
     bool takesAll = false;  // of folders: binary files and .git too
     unsigned long most = ULONG_MAX;
     static constexpr unsigned long unset = ULONG_MAX;
-    unsigned long around = 0;      // for the two that are not given
+    unsigned long around = unset;  // for those of the next two that are not given
     unsigned long before = unset;  // unset only while options are read
     unsigned long after = unset;
+    bool hasContext = false;  // one of them is given: parts that do not touch are separated
 
     // If several are given, the later ones of these win.
     enum Output { lines, matches, counts, namesWith, namesWithout, nothing } output = lines;
