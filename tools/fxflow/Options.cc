@@ -14,8 +14,8 @@ const char usage[] =
     "usage: fxflow [OPTION...] FILE\n"
     "       fxflow --check [OPTION...] FILE...\n"
     "       fxflow --dot|--text [OPTION...] FILE\n"
-    "       fxflow --list\n"
-    "       fxflow --describe CLASS...\n"
+    "       fxflow --list [--plugin FILE]...\n"
+    "       fxflow --describe [--plugin FILE]... CLASS...\n"
     "       fxflow test [OPTION...] FILE...\n"
     "       fxflow tap [FLOW] [OBJECT.CHANNEL...]\n"
     "       fxflow top [OPTION...] [FLOW]\n"
@@ -111,6 +111,27 @@ const struct {
                       {listCode, Command::list},
                       {describeCode, Command::describe}};
 
+constexpr unsigned int bit(Command command) { return 1U << static_cast<unsigned int>(command); }
+constexpr unsigned int readingCommands = bit(Command::run) | bit(Command::check) |
+                                         bit(Command::dot) | bit(Command::text) |
+                                         bit(Command::test);
+constexpr unsigned int classCommands = bit(Command::list) | bit(Command::describe);
+
+// The other options, and what they are for.
+const struct {
+    int code;
+    unsigned int commands;
+    const char* purpose;
+} optionUses[] = {{setCode, readingCommands, "flows in files"},
+                  {pluginCode, readingCommands | classCommands, "flows in files and for classes"},
+                  {loadCode, bit(Command::run), "a flow that is to run"},
+                  {saveCode, bit(Command::run), "a flow that is to run"},
+                  {nameCode, bit(Command::run), "a flow that is to run"},
+                  {fixedCode, bit(Command::run), "a flow that is to run"},
+                  {junitCode, bit(Command::test), "test"},
+                  {everyCode, bit(Command::top), "top"},
+                  {countCode, bit(Command::top), "top"}};
+
 // The number of words that a command takes.
 const struct {
     Command command;
@@ -193,6 +214,20 @@ int take(int code, Options& options) {
     }
 }
 
+// Reports the first of the options given, by their codes, that the command does not take.
+bool areForCommand(const std::vector<int>& codes, Command command) {
+    for (const int code : codes) {
+        for (const auto& each : optionUses) {
+            if (each.code != code || (each.commands & bit(command)) != 0) continue;
+            const option* given = longOptions;
+            while (given->val != code) ++given;
+            complain(std::string("--") + given->name + " is only for " + each.purpose);
+            return false;
+        }
+    }
+    return true;
+}
+
 }  // namespace
 
 std::string counted(unsigned long count, const char* what) {
@@ -206,9 +241,11 @@ void complain(std::string_view what) {
 int readOptions(int argc, char** argv, Options& options) {
     static char programName[] = "fxflow";
     argv[0] = programName;  // the name in messages of getopt_long()
+    std::vector<int> codes;
     for (int code; (code = getopt_long(argc, argv, "", longOptions, nullptr)) != -1;) {
         if (code == helpCode) return answer(usage, help);
         if (code == versionCode) return answer("fxflow of libostrelfxds ", FXFLOW_VERSION "\n");
+        codes.push_back(code);
         const int status = take(code, options);
         if (status != -1) return status;
     }
@@ -226,5 +263,5 @@ int readOptions(int argc, char** argv, Options& options) {
             return refuse();
         }
     }
-    return -1;
+    return areForCommand(codes, options.command) ? -1 : trouble;
 }
