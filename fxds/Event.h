@@ -154,7 +154,7 @@ protected:
     /// Whether every event that waits was made by a send.
     bool hasOnlySentMessages() const { return others == 0; }
     /// Deletes every message that leads to `input`, in their order, if that takes no walk
-    /// over the queue; returns whether it has done so.
+    /// over the queue; returns whether it has done so, or the queue has been destroyed.
     /// Requires: hasOnlySentMessages(), and no send makes further messages for the input.
     bool removeIndexed(fxInputChannel* input);
     /// To be called before waiting messages lead to another input.
@@ -164,6 +164,7 @@ private:
     friend class fxEvent;
     friend class fxEventHandler;
     class Index;
+    class Use;
     class Walk;
 
     void join(fxEvent* event, fxEvent* before, fxEvent* after);
@@ -173,6 +174,16 @@ private:
     unsigned int others;           // events that wait and were not made by a send
     std::unique_ptr<Index> index;  // a walk, which ends after the list of walks
     fxWalks<Walk> walks;
+    fxWalks<Use> uses;
+};
+
+/// A function of a queue that continues after code of the program has run, which may have
+/// destroyed the queue.
+class fxEventQueue::Use : public fxWalk<Use> {
+public:
+    explicit Use(fxEventQueue& queue) : fxWalk(queue.uses) {}
+    /// Whether the queue exists.
+    bool goesOn() const { return !isOrphan(); }
 };
 
 extern FX_API unsigned long fxET_Unknown;       ///< 0

@@ -6,7 +6,8 @@
 
 /// An event queue that also distributes a value to an output's inputs.
 /// Everything here may be called from receivers, predicates and destructors
-/// that one of these operations runs.
+/// that one of these operations runs, which may also destroy the handler: the operation
+/// ends then, and the events that waited are as ~fxEventQueue() leaves them.
 class FX_API fxEventHandler : public fxEventQueue {
 public:
     /// Selects events for removeEvents(): not 0 for those to delete.
@@ -29,9 +30,7 @@ public:
 
     /// Calls distributeEvents() until nothing waits: for programs without a loop. It does
     /// not return while queued sends go round in a circle.
-    void drain() {
-        while (!isEmpty()) distributeEvents();
-    }
+    void drain();
 
     /// Deletes every event for which `predicate(event, argument)` is not 0.
     void removeEvents(Predicate* predicate, void* argument);
@@ -58,7 +57,8 @@ private:
 /// and it is the channel's pending one, that is cleared.
 FX_API unsigned char zapMessageEvents(fxEvent* event, void* input);
 
-/// Made by start-up, or earlier by the first send that needs it.
+/// Made by start-up, or earlier by the first send that needs it. A program that destroys
+/// it sets this to null, or to another one, before.
 extern FX_API fxEventHandler* fx_theEventHandler;
 
 #endif

@@ -312,7 +312,7 @@ void fxEventQueue::removeWhere(unsigned char (*isDoomed)(fxEvent*, void*), void*
 
 // The first of many inputs to end pays for the index; further ones need only the events
 // posted since. Deleting events may run code of the program, which may empty the queue and
-// so end the index.
+// so end the index, or destroy the queue.
 bool fxEventQueue::removeIndexed(fxInputChannel* input) {
     constexpr unsigned int longWalk = 64;
     if (index == nullptr && count >= longWalk && walks.isEmpty()) {
@@ -320,12 +320,13 @@ bool fxEventQueue::removeIndexed(fxInputChannel* input) {
     }
     if (index == nullptr) return false;
     index->extend(head, tail, count);
-    while (index != nullptr) {
+    const Use use(*this);
+    while (use.goesOn() && index != nullptr) {
         fxEvent* const event = index->find(input);
         if (event == nullptr) return true;
         remove(event);
     }
-    return false;
+    return !use.goesOn();
 }
 
 void fxEventQueue::forgetInputs() {

@@ -23,7 +23,8 @@
 //
 // Receivers and destructors run in deliverNow(), cancelMessages() and withdraw(), and may
 // destroy outputs, inputs and their objects. The walk over the connections is registered
-// with the output, and the entry in use is held.
+// with the output, and the entry in use is held. They may destroy the handler, too: a
+// function that uses it after them has a Use.
 
 fxEventHandler* fx_theEventHandler = nullptr;
 
@@ -93,8 +94,9 @@ void fxEventHandler::postAsked(fxOutputChannel* output, fxData* data, fxObj::fxS
 // enough.
 void fxEventHandler::queueMessages(fxOutputChannel& output, fxData* data, bool isUrgent) {
     const fxHold<fxData> hold(data);
+    const Use use(*this);
     fxDelivery walk(output);
-    while (fxInputChannel* input = walk.next()) {
+    while (fxInputChannel* input = use.goesOn() ? walk.next() : nullptr) {
         if (!input->leadsToMuted()) queueMessage(input, data, isUrgent);
     }
 }
@@ -134,12 +136,18 @@ inline void fxEventHandler::queueMessage(fxInputChannel* input, fxData* data, bo
 // the front. The number is that at the beginning, so a call ends although each event may
 // post another.
 void fxEventHandler::distributeEvents() {
-    for (unsigned int remaining = count; remaining > 0; --remaining) {
+    const Use use(*this);
+    for (unsigned int remaining = count; remaining > 0 && use.goesOn(); --remaining) {
         fxEvent* event = get();
         if (event == nullptr) return;
         if (fxTrace::isOn(fxTrace::events)) fxTraceLines::delivering(*event);
         event->deliverAndEnd();
     }
+}
+
+void fxEventHandler::drain() {
+    const Use use(*this);
+    while (use.goesOn() && !isEmpty()) distributeEvents();
 }
 
 void fxEventHandler::removeEvents(Predicate* predicate, void* argument) {

@@ -182,6 +182,38 @@ TEST_F(Channels, EventsKnowTheOneQueueThatTheyWaitIn) {
     distribute();
 }
 
+// By the end of a value: in distributions, a send that replaces it, and the end of an input.
+// What waits then is in no queue, and is deleted here.
+TEST_F(Channels, HandlersMayEndInTheirOperations) {
+    enum { distributing, draining, replacing, ending };
+    fxEventHandler* const usual = fx_theEventHandler;
+    for (const auto& [way, waiting] :
+         {std::pair(distributing, 2U), {draining, 2U}, {replacing, 1U}, {ending, 80U}}) {
+        auto* const handler = fx_theEventHandler = new fxEventHandler;
+        std::vector<fxEvent*> left;
+        auto* const value = new CountedData(1);
+        value->onDeath = [&] {
+            for (auto* event = handler->getHead(); event != nullptr; event = event->getNext()) {
+                left.push_back(event);
+            }
+            fx_theEventHandler = usual;
+            delete handler;
+        };
+        auto* const end = new Node(way == replacing);
+        sender.feed(*end);
+        fxObj::sendData(sender.out, value);
+        sender.feed(a);
+        for (int sent = 0; sent < (way == ending ? 40 : 1); ++sent) fxObj::sendInt(sender.out, 2);
+        if (way == distributing) handler->distributeEvents();
+        if (way == draining) handler->drain();
+        delete end;
+        EXPECT_EQ(left.size(), waiting) << "way " << way;
+        for (fxEvent* event : left) delete event;
+        sender.disconnect("out", &a, "in");
+    }
+    EXPECT_EQ(a.seen, Seen());
+}
+
 // A message that names another channel than the one that it holds.
 struct Bound : fxMessageEvent {
     Bound(fxInputChannel* held, fxInputChannel* named)
