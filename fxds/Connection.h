@@ -132,6 +132,17 @@ inline fxConnection fxConnect(fxObj& source, const char* output, fxObj& target, 
     return fxConnect(&source, output, &target, input);
 }
 
+///@{
+/// The same for an output at hand, such as what addOutput() gives. A null output joins
+/// nothing.
+///
+///     fxConnect(clock.ticked, &bar, "level");
+FX_API fxConnection fxConnect(fxOutputChannel* output, fxObj* target, const char* input);
+inline fxConnection fxConnect(fxOutputChannel* output, fxObj& target, const char* input) {
+    return fxConnect(output, &target, input);
+}
+///@}
+
 template <class T, class Function>
 fxConnection fxDetail::connectTo(const fxOutputView<T>& output, fxObj* context, Function receiver,
                                  unsigned char replace) {
@@ -181,17 +192,23 @@ fxConnection fxConnect(const fxOutputView<T>& output, C* target, Method method,
     static_assert(
         std::is_base_of_v<fxObj, C>,
         "the target is an fxObj, with whose end the connection ends; others: by a lambda");
+    static_assert(fxDetail::isMemberOf<C, Method>,
+                  "the member function is one of another class than the target's");
+    static_assert(fxDetail::takesOneAtMost<Method>, "a receiver takes nothing or one value");
     if (target == nullptr) return fxConnection("there is no target");
-    typedef typename fxDetail::CallableOf<Method>::Type Argument;
-    if constexpr (std::is_void_v<Argument>) {
-        const auto call = [target, method] { (target->*method)(); };
-        return fxDetail::connectTo(output, target, call, replace);
-    } else {
-        const auto call = [target, method](Argument value) {
-            (target->*method)(static_cast<Argument>(value));
-        };
-        return fxDetail::connectTo(output, target, call, replace);
+    if constexpr (fxDetail::isMemberOf<C, Method> && fxDetail::takesOneAtMost<Method>) {
+        typedef typename fxDetail::CallableOf<Method>::Type Argument;
+        if constexpr (std::is_void_v<Argument>) {
+            const auto call = [target, method] { (target->*method)(); };
+            return fxDetail::connectTo(output, target, call, replace);
+        } else {
+            const auto call = [target, method](Argument value) {
+                (target->*method)(static_cast<Argument>(value));
+            };
+            return fxDetail::connectTo(output, target, call, replace);
+        }
     }
+    return fxConnection();
 }
 
 /// The same for a target that a reference holds; the connection does not hold it.
@@ -203,7 +220,10 @@ fxConnection fxConnect(const fxOutputView<T>& output, const fxRef<C>& target, Me
 }
 
 /// The same for a target or a context by reference.
-template <class T, class C, class Receiver, std::enable_if_t<std::is_base_of_v<fxObj, C>, int> = 0>
+template <
+    class T, class C, class Receiver,
+    std::enable_if_t<std::is_base_of_v<fxObj, C> && !std::is_convertible_v<Receiver, const char*>,
+                     int> = 0>
 fxConnection fxConnect(const fxOutputView<T>& output, C& target, Receiver receiver,
                        unsigned char replace = 0) {
     return fxConnect(output, &target, std::move(receiver), replace);

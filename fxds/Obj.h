@@ -65,7 +65,8 @@ public:
 
     /// Joins the named output of this object to the named input of `target`.
     /// Nothing happens when either is missing or they are joined already.
-    /// Fatal when no converter leads from the one data type to the other.
+    /// Fatal when no converter leads from the one data type to the other, after a line on
+    /// standard error that names both ends and their types.
     virtual void connect(const char* outputName, fxObj* target, const char* inputName);
 
     /// Undoes connect(). Messages already queued are still delivered.
@@ -143,6 +144,10 @@ public:
               std::enable_if_t<fxDetail::isCallable<F>, int> = 0>
     fxInputChannel* addInput(char const* name, F receiver, unsigned char replace = 0);
     ///@}
+    // clang-format off
+    template <class Type, class Class>
+    fxInputChannel* addInput(char const* name, Type Class::*member, unsigned char replace = 0) = delete;  // write addInput<&Class::function>(name)
+    // clang-format on
 
     /// Adds an output. One that has the name already is destroyed.
     fxOutputChannel* addOutput(char const* name, unsigned short type);

@@ -3,6 +3,7 @@
 #include <cxxabi.h>
 
 #include <algorithm>
+#include <cstdio>
 #include <memory>
 #include <typeinfo>
 #include <utility>
@@ -13,8 +14,8 @@
 #include "fxds/Fatal.h"
 #include "fxds/Obj.h"
 #include "fxds/Str.h"
-#include "fxds/base/StartUp.h"
 #include "fxds/dataflow/Belongings.h"
+#include "fxds/dataflow/Explain.h"
 #include "fxds/dataflow/Links.h"
 #include "fxds/dataflow/TraceLines.h"
 
@@ -348,8 +349,10 @@ void fxOutputChannel::add(fxInputChannel* input) {
     fxInputChannel* entry = input;
     if (input->getType() != type && input->getType() != fxDT_void) {
         entry = fxConverter::findConverter(type, input->getType());
-        if (fx_theConverters == nullptr) fxStartUp::hint("converters");
-        if (entry == nullptr) fxFatal("Can't convert from %d to %d", type, input->getType());
+        if (entry == nullptr) {
+            std::fprintf(stderr, "fxds: %s\n", fxExplain::whyNotJoined(*this, *input).c_str());
+            fxFatal("Can't convert from %d to %d", type, input->getType());
+        }
         static_cast<fxConverter*>(entry)->splice(input);
         hasConverters = true;
     }

@@ -98,14 +98,30 @@ void fxConnection::tellReason() const noexcept {
     std::fprintf(stderr, "fxConnect: %s\n", reason.c_str());
 }
 
-fxConnection fxConnect(fxObj* source, const char* output, fxObj* target, const char* input) {
-    fxOutputChannel* const from = source != nullptr ? source->getOutput(output) : nullptr;
-    fxInputChannel* const to = target != nullptr ? target->getInput(input) : nullptr;
-    fxConnection connection(from, to);
+namespace {
+
+// `explain` gives the reason, if they cannot be joined.
+template <class Explain>
+fxConnection join(fxOutputChannel* output, fxObj* target, const char* name, Explain explain) {
+    fxInputChannel* const input = target != nullptr ? target->getInput(name) : nullptr;
+    fxConnection connection(output, input);
     if (connection.whyNot().isEmpty()) return connection;
-    const std::string why = fxExplain::whyNotJoined(source, output, target, input);
+    const std::string why = explain();
     if (fxTrace::isOn(fxTrace::connects)) fxTraceLines::notConnecting(why);
     return fxConnection(fxStr(why));
+}
+
+}  // namespace
+
+fxConnection fxConnect(fxObj* source, const char* output, fxObj* target, const char* input) {
+    fxOutputChannel* const from = source != nullptr ? source->getOutput(output) : nullptr;
+    return join(from, target, input,
+                [&] { return fxExplain::whyNotJoined(source, output, target, input); });
+}
+
+fxConnection fxConnect(fxOutputChannel* output, fxObj* target, const char* input) {
+    return join(output, target, input,
+                [&] { return fxExplain::whyNotJoined(output, target, input); });
 }
 
 namespace {
@@ -129,15 +145,23 @@ std::string described(fxObj* object, const char* name, const Channel* channel) {
     return text;
 }
 
-}  // namespace
+// `why` with both ends before it; "" if it is empty.
+std::string explained(std::string source, std::string target, const std::string& why) {
+    if (why.empty()) return why;
+    std::string text = std::move(source) + " -> " + target + ": " + why;
+    const auto isControl = [](char c) { return (c >= 0 && c < ' ') || c == '\x7F'; };
+    std::replace_if(text.begin(), text.end(), isControl, '?');  // names may hold anything
+    return text;
+}
 
-std::string fxExplain::whyNotJoined(fxObj* source, const char* output, fxObj* target,
-                                    const char* input) {
-    fxOutputChannel* const from = source != nullptr ? source->getOutput(output) : nullptr;
-    fxInputChannel* const to = target != nullptr ? target->getInput(input) : nullptr;
+std::string explained(fxObj* source, const char* output, const fxOutputChannel* from, fxObj* target,
+                      const char* input) {
+    const fxInputChannel* const to = target != nullptr ? target->getInput(input) : nullptr;
     std::string why;
-    if (source == nullptr || target == nullptr) {
-        why = source == nullptr ? "there is no source" : "there is no target";
+    if (source == nullptr && from == nullptr) {
+        why = "there is no source";
+    } else if (target == nullptr) {
+        why = "there is no target";
     } else if (from == nullptr) {
         why = missing(*source, "output", output, source->getOutputNames());
     } else if (to == nullptr) {
@@ -145,9 +169,25 @@ std::string fxExplain::whyNotJoined(fxObj* source, const char* output, fxObj* ta
     } else {
         why = fxDetail::unlikeTypes(from->getType(), to->getType());
     }
-    if (why.empty()) return why;
-    why = described(source, output, from) + " -> " + described(target, input, to) + ": " + why;
-    const auto isControl = [](char c) { return (c >= 0 && c < ' ') || c == '\x7F'; };
-    std::replace_if(why.begin(), why.end(), isControl, '?');  // names may hold anything
-    return why;
+    return explained(described(source, output, from), described(target, input, to), why);
+}
+
+}  // namespace
+
+std::string fxExplain::whyNotJoined(fxObj* source, const char* output, fxObj* target,
+                                    const char* input) {
+    return explained(source, output, source != nullptr ? source->getOutput(output) : nullptr,
+                     target, input);
+}
+
+std::string fxExplain::whyNotJoined(const fxOutputChannel* output, fxObj* target,
+                                    const char* input) {
+    if (output == nullptr) return explained(nullptr, nullptr, nullptr, target, input);
+    return explained(output->getOwner(), output->getName(), output, target, input);
+}
+
+std::string fxExplain::whyNotJoined(const fxOutputChannel& output, const fxInputChannel& input) {
+    return explained(described(output.getOwner(), output.getName(), &output),
+                     described(input.getOwner(), input.getName(), &input),
+                     fxDetail::unlikeTypes(output.getType(), input.getType()));
 }

@@ -19,7 +19,9 @@ namespace fxDetail {
 // The names of the kinds that are sent, for messages of the compiler.
 #define FX_SENT_NAME(number, name, Value, Passed, Box) " " name
 #define FX_HELD_NAME(number, name)
-#define FX_SENT_NAMES FX_DATA_TYPES(FX_SENT_NAME, FX_HELD_NAME) ", or a type of FX_CHANNEL_VALUE"
+#define FX_SENT_NAMES                         \
+    FX_DATA_TYPES(FX_SENT_NAME, FX_HELD_NAME) \
+    ", const char*, std::string, std::string_view, or a type of FX_CHANNEL_VALUE"
 
 template <class T>
 using Bare = std::remove_cv_t<std::remove_reference_t<T>>;
@@ -323,6 +325,18 @@ struct CallableOf<Result (C::*)(Arguments...) noexcept> : CallableOf<Result (C::
 template <class C, class Result, class... Arguments>
 struct CallableOf<Result (C::*)(Arguments...) const noexcept>
     : CallableOf<Result (C::*)(Arguments...)> {};
+
+// Whether a member function takes nothing or one value.
+template <class Method, class = void>
+inline constexpr bool takesOneAtMost = false;
+template <class Method>
+inline constexpr bool takesOneAtMost<Method, std::void_t<typename CallableOf<Method>::Type>> = true;
+
+// Whether the member of a class is one of C.
+template <class C, class Member>
+inline constexpr bool isMemberOf = false;
+template <class C, class Type, class Owner>
+inline constexpr bool isMemberOf<C, Type Owner::*> = std::is_base_of_v<Owner, C>;
 
 template <class F, class = void>
 struct ArgumentOf {};

@@ -97,7 +97,9 @@ TEST_F(Channels, MisuseIsFatal) {
     fxIntData one(1);
     const std::string ofMeter = " input \"set\" is for objects of class Meter\n$";
     const std::pair<std::function<void()>, std::string> rows[] = {
-        {[&] { sender.connect("out", &other, "long"); }, "^Can't convert from 2 to 3\n$"},
+        {[&] { sender.connect("out", &other, "long"); },
+         "^fxds: Node.out \\(int\\) -> fxObj.long \\(long\\): no converter leads from int to long "
+         "\\(fxConverter::createMoreConverters\\(\\) adds some\\)\nCan't convert from 2 to 3\n$"},
         {[&] { a.in->remove(a.out); }, "^ic/oc connections busted\n$"},
         {[&] { unconnected.add(sender.out), unconnected.disconnect(); },
          "^ic/oc connections busted\n$"},

@@ -283,6 +283,12 @@ TEST_F(Receivers, ConnectionsSayWhyTheyAreNotMade) {
         EXPECT_STREQ(joined.whyNot(), row.why);
         EXPECT_EQ(joined.isConnected(), row.why[0] == '\0');
     }
+    EXPECT_TRUE(fxConnect(source.number, &sink, "wide") && fxConnect(source.number, sink, "wide"));
+    EXPECT_STREQ(fxConnect(source.place, sink, "names").whyNot(),
+                 "Source.place (Point) -> Sink.names (fxStrArray): no converter leads from Point "
+                 "to fxStrArray");
+    EXPECT_STREQ(fxConnect(fxOutputView<int>(), sink, "number").whyNot(),
+                 "null. -> Sink.number (int): there is no source");
     Sink* const none = nullptr;
     EXPECT_STREQ(fxConnect(source.number, none, &Sink::setLong).whyNot(), "there is no target");
     EXPECT_STREQ(fxConnect(source.number, none, [](int) {}).whyNot(), "there is no context");

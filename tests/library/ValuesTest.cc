@@ -32,7 +32,7 @@ TEST(StartUp, IsHintedAtWhereItIsMissing) {
     source.addOutput<int>("out");
     target.addInput("in", [](const fxStr&) {});
     EXPECT_DEATH(source.connect("out", &target, "in"),
-                 "^There are no converters yet: call fxInitializeToolkit\\(\\)\n"
+                 "; there are none before fxInitializeToolkit\\(\\)\n"
                  "Can't convert from [0-9]+ to [0-9]+\n$");
     EXPECT_TRUE(fxConnect(source, "out", target, "in")
                     .whyNot()

@@ -15,12 +15,17 @@ public:
         MISUSE(ReceiverThatChangesItsCopy, addInput<&Gauge::change>("in");)
         MISUSE(ReceiverOfTwo, addInput<&Gauge::setBoth>("in");)
         MISUSE(ReceiverThatIsNoFunction, addInput<&Gauge::value>("in");)
+        // float double char* fxStr fxStrArray, const char*, std::string, std::string_view, or a type of FX_CHANNEL_VALUE
+        MISUSE(ReceiverOfAPointer, addInput<&Gauge::point>("in");)
+        // write addInput<&Class::function>(name)
+        MISUSE(ReceiverAsAnArgument, addInput("in", &Gauge::setLevel);)
     }
     int answer(int) { return 1; }
     void setSize(unsigned) {}
     void take(fxStr&&) {}
     void change(int&) {}
     void setBoth(int, int) {}
+    void point(const int*) {}
     int value = 0;
 
     // an output carries one of: void bool int
@@ -105,6 +110,12 @@ inline void join(fxOutputView<double> output, [[maybe_unused]] fxRef<fxObj> obje
     MISUSE(ReceiverThatCuts, fxConnect(output, [](int) {});)
     // the receiver cannot be called with a value of the output's type
     MISUSE(ReceiverOfSomethingElse, fxConnect(output, [](fxStr&) {});)
+    fxConnect(output, object, "in");
+    fxConnect(output, *object, fxStr("in"));
+    // the member function is one of another class than the target's
+    MISUSE(MemberOfAnotherClass, fxConnect(output, object.get(), &Mixin::hear);)
+    // a receiver takes nothing or one value
+    MISUSE(MemberOfTwo, fxConnect(output, static_cast<Gauge*>(object.get()), &Gauge::setBoth);)
     // the target is an fxObj
     MISUSE(TargetThatIsNoObject, fxConnect(output, mixin, &Mixin::hear);)
     // a receiver takes nothing or one of: void bool int
