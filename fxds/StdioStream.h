@@ -52,6 +52,7 @@ public:
 
 private:
     friend class fxTypedStream<fxStdioStream>;
+    friend class fxOutBuffer;
 
     enum class Direction : unsigned char { none, in, out };
 
@@ -61,6 +62,9 @@ private:
     bool get(void* bytes, size_t byteCount);
     bool takeBytes(void* bytes, size_t byteCount);
     bool put(const void* bytes, size_t byteCount);
+    bool canGather() const { return file != nullptr && buffer != nullptr; }
+    bool putPieces(const char* head, size_t headBytes, const char* bytes, size_t pieceBytes,
+                   size_t pieceCount);
 
     FILE* file;  // owned, null when there is none
     fxStreamType type;

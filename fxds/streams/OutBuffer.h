@@ -25,7 +25,8 @@ public:
     explicit fxOutBuffer(fxStream* stream_) : stream(stream_) {
         if (stream == nullptr) return;
         const std::type_info& type = typeid(*stream);
-        mayCollect = type == typeid(fxStdioStream) || type == typeid(fxMemoryStream);
+        if (type == typeid(fxStdioStream)) file = static_cast<fxStdioStream*>(stream);
+        mayCollect = file != nullptr || type == typeid(fxMemoryStream);
     }
 
     ///@{
@@ -46,6 +47,21 @@ public:
         if (byteCount != 0) std::memcpy(next, from, byteCount);
         next += byteCount;
         return true;
+    }
+
+    /// Puts as many whole pieces of `pieceBytes` bytes as there are, each behind the head, if
+    /// they are so many that gathering them in one system call is worth it. Returns how many of
+    /// the bytes were put; none if that is not possible, or if the stream has failed.
+    size_t putPieces(const char* head, size_t headBytes, const char* from, size_t byteCount,
+                     size_t pieceBytes) {
+        const bool isCollecting = end != bytes.get();
+        if (byteCount < manyBytes || !isCollecting || file == nullptr || !file->canGather())
+            return 0;
+        const size_t count = byteCount / pieceBytes;
+        if (!send()) return 0;
+        hasFailed_ = !file->putPieces(head, headBytes, from, pieceBytes, count);
+        sent += count * (headBytes + pieceBytes);
+        return hasFailed_ ? 0 : count * pieceBytes;
     }
 
     /// Writes the collected bytes to the stream. False if that has failed.
@@ -82,6 +98,7 @@ public:
 
 private:
     static constexpr size_t collectedBytes = size_t{1} << 13;  // stays in the nearest cache
+    static constexpr size_t manyBytes = size_t{1} << 17;       // worth a system call
 
     size_t left() const { return static_cast<size_t>(end - next); }
     // Out of line, which keeps room() small.
@@ -94,6 +111,7 @@ private:
     }
 
     fxStream* const stream;
+    fxStdioStream* file = nullptr;  // the stream if it is one
     std::unique_ptr<char[]> bytes;
     char* next = nullptr;
     char* end = nullptr;

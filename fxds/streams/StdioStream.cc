@@ -2,15 +2,18 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <sys/uio.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <climits>
 #include <cstring>
 #include <typeinfo>
 #include <utility>
 
-// Every operation comes down to get() or put() of a number of bytes. Both resume after an
+// Every operation comes down to get() or put() of a number of bytes, or to putPieces(), with
+// which a transcriber spares copying long blocks. All resume after an
 // interrupted system call, which fread() and fwrite() report by a short count, an error
 // flag and errno. The content of a FILE's buffer is lost, though, when its system call is
 // interrupted, so a FILE whose calls may block, and so be interrupted, writes without a
@@ -49,6 +52,25 @@ void keepFromLosing(FILE* file) {
     if (fd < 0 || ::fstat(fd, &status) != 0) return;
     if (!S_ISFIFO(status.st_mode) && !S_ISSOCK(status.st_mode) && !::isatty(fd)) return;
     std::setvbuf(file, nullptr, _IONBF, 0);
+}
+
+// Writes all parts, and changes those that the system takes only in part.
+bool writeParts(int fd, iovec* parts, size_t count) {
+    while (count > 0) {
+        const ssize_t written = ::writev(fd, parts, static_cast<int>(count));
+        if (written < 0 && errno == EINTR) continue;
+        if (written <= 0) return false;
+        size_t left = static_cast<size_t>(written);
+        while (count > 0 && left >= parts->iov_len) {
+            left -= parts->iov_len;
+            ++parts;
+            --count;
+        }
+        if (count == 0) break;
+        parts->iov_base = static_cast<char*>(parts->iov_base) + left;
+        parts->iov_len -= left;
+    }
+    return true;
 }
 
 int openUninterrupted(const char* path, int flags, unsigned int mode) {
@@ -219,6 +241,25 @@ bool fxStdioStream::put(const void* bytes, size_t byteCount) {
         place += moved;
         byteCount -= moved;
         if (byteCount > 0 && !wasInterrupted(file)) return lose();
+    }
+    return true;
+}
+
+// Writes the head before each piece of the bytes. These are not copied, as put() would do
+// twice over: into the FILE's buffer, and into the system.
+bool fxStdioStream::putPieces(const char* head, size_t headBytes, const char* bytes,
+                              size_t pieceBytes, size_t pieceCount) {
+    if (file == nullptr || !isWriting() || !turn(Direction::out) || !flush()) return false;
+    iovec parts[IOV_MAX];
+    while (pieceCount > 0) {
+        const size_t pieces = std::min<size_t>(pieceCount, IOV_MAX / 2);
+        for (size_t i = 0; i < pieces; ++i) {
+            parts[2 * i] = {const_cast<char*>(head), headBytes};
+            parts[2 * i + 1] = {const_cast<char*>(bytes + i * pieceBytes), pieceBytes};
+        }
+        if (!writeParts(::fileno(file), parts, 2 * pieces)) return lose();
+        bytes += pieces * pieceBytes;
+        pieceCount -= pieces;
     }
     return true;
 }

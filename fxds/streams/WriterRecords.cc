@@ -65,9 +65,10 @@ bool fxBinaryWriter::writePieces(const char* from, size_t byteCount) {
     if (outgoing->hasFailed()) return false;
     while (byteCount > 0) {
         if (used == 0 && byteCount >= bufferBytes) {
-            if (!writeRecord(from, bufferBytes)) return fail();
-            from += bufferBytes;
-            byteCount -= bufferBytes;
+            const size_t gathered = writeGathered(from, byteCount);
+            if (gathered == 0 && !writeRecord(from, bufferBytes)) return fail();
+            from += std::max<size_t>(gathered, bufferBytes);
+            byteCount -= std::max<size_t>(gathered, bufferBytes);
             continue;
         }
         const unsigned int piece = static_cast<unsigned int>(std::min<size_t>(byteCount, room));
@@ -80,6 +81,14 @@ bool fxBinaryWriter::writePieces(const char* from, size_t byteCount) {
         if (room == 0 && !flush()) return false;
     }
     return true;
+}
+
+// Writes records of data, a buffer's length each, from where the bytes are. Returns how many bytes
+// it took.
+size_t fxBinaryWriter::writeGathered(const char* from, size_t byteCount) {
+    if (tag != fxTagData || fxStreamTrace::isOn()) return 0;
+    char head[maxHeadBytes];
+    return outgoing->putPieces(head, putHead(head, bufferBytes), from, byteCount, bufferBytes);
 }
 
 // The record that putEarly() has put gets a payload.
