@@ -175,7 +175,47 @@ struct Matches {
     bool areAll = false;             // `texts` are all possible matches
     std::vector<std::string> texts;  // where areAll
     std::vector<std::string> parts;  // each match contains one of these; empty if none are known
+
+    // The first bytes, which may come behind others, and the last ones, which may come before
+    // others; none where there may be no byte. What ^ and $ match is a newline or a zero
+    // byte, but only for those on their other side.
+    Bytes first = {};
+    Bytes last = {};
+    bool hasFirst = false;
+    bool hasLast = false;
+    bool isByte = false;            // one byte or several of a set, or ^ or $
+    NeighbourSets neighbours = {};  // each match has some; or unknown
 };
+
+// The bytes that end a line for an expression.
+Bytes lineEnds() { return Bytes().set(0).set('\n'); }
+
+Matches oneByte(const Bytes& set) {
+    Matches matches;
+    matches.first = matches.last = set & ~lineEnds();
+    matches.hasFirst = matches.hasLast = matches.isByte = true;
+    matches.neighbours = {matches.last, Bytes().set()};
+    return matches;
+}
+
+Matches oneByte(char c) {
+    Matches matches = oneByte(Bytes().set(static_cast<unsigned char>(c)));
+    matches.areAll = true;
+    matches.texts = {std::string(1, c)};
+    return matches;
+}
+
+Matches noByte() {
+    Matches matches;
+    matches.areAll = true;
+    matches.texts = {""};
+    return matches;
+}
+
+void preferRarer(NeighbourSets& some, const NeighbourSets& others) {
+    if (others.areKnown() && (!some.areKnown() || others.frequency() < some.frequency()))
+        some = others;
+}
 
 constexpr size_t mostTexts = 16;  // that are combined with others
 
@@ -191,6 +231,7 @@ public:
             ++at;
             Matches next = readSequence();
             haveParts = collect(next) && haveParts;
+            joinBytes(all, next);
             all.areAll =
                 all.areAll && next.areAll && all.texts.size() + next.texts.size() <= mostTexts;
             all.texts.insert(all.texts.end(), next.texts.begin(), next.texts.end());
@@ -200,6 +241,8 @@ public:
         return all;
     }
 
+    bool hasPlaces = false;  // whether it had ^, $, \< or \>
+
 private:
     // For a whole alternative, the facts about its parts.
     bool collect(Matches& matches) const {
@@ -208,16 +251,24 @@ private:
     }
 
     Matches readSequence() {
-        Matches all = {true, {""}, {}};  // the texts: all that the last pieces can be
+        Matches all = noByte();  // the texts: all that the last pieces can be
+        std::vector<Matches> pieces;
         while (at < text.size() && std::strchr("|)\n", text[at]) == nullptr) {
             Matches piece = readAtom();
             const char sign = at < text.size() ? text[at] : '\0';
             if (sign != '\0' && std::strchr("*+?", sign) != nullptr) ++at;
+            if (sign == '*' || sign == '?') {
+                piece.hasFirst = piece.hasLast = piece.isByte = false;
+                piece.neighbours = {};
+            }
+            pieces.push_back(piece);
             if (sign == '?' && piece.areAll) {
                 piece.texts.emplace_back();
                 piece.parts.clear();
             } else if (sign == '*' || sign == '?') {
-                piece = {};
+                piece.areAll = false;
+                piece.texts.clear();
+                piece.parts.clear();
             }
             const bool fits = piece.areAll && all.texts.size() * piece.texts.size() <= mostTexts;
             std::vector<std::string> longer;
@@ -240,7 +291,47 @@ private:
                             : std::vector<std::string>{""};
         }
         if (!all.areAll) improve(all.parts, all.texts);
+        addBytes(all, pieces);
         return all;
+    }
+
+    // For either of two alternatives, the facts about bytes.
+    static void joinBytes(Matches& all, const Matches& next) {
+        all.first |= next.first;
+        all.last |= next.last;
+        all.hasFirst = all.hasFirst && next.hasFirst;
+        all.hasLast = all.hasLast && next.hasLast;
+        const bool areKnown = all.neighbours.areKnown() && next.neighbours.areKnown();
+        all.neighbours.left |= next.neighbours.left;
+        all.neighbours.right |= next.neighbours.right;
+        all.neighbours.areAll = false;
+        if (!areKnown) all.neighbours = {};
+    }
+
+    // For a sequence of these pieces, the facts about bytes. Each place between two pieces
+    // has neighbours if there are bytes on both sides of it.
+    static void addBytes(Matches& all, const std::vector<Matches>& pieces) {
+        std::vector<Matches> behind(pieces.size() + 1);  // the pieces from each one on
+        for (size_t i = pieces.size(); i-- > 0;) {
+            behind[i].first = pieces[i].first;
+            behind[i].hasFirst = pieces[i].hasFirst || behind[i + 1].hasFirst;
+            if (!pieces[i].hasFirst) behind[i].first |= behind[i + 1].first;
+        }
+        all.first = behind.front().first;
+        all.hasFirst = behind.front().hasFirst;
+        for (size_t i = 0; i < pieces.size(); ++i) {
+            if (all.hasLast && behind[i].hasFirst)
+                preferRarer(all.neighbours, {all.last, behind[i].first});
+            preferRarer(all.neighbours, pieces[i].neighbours);
+            if (pieces[i].hasLast) all.last.reset();
+            all.last |= pieces[i].last;
+            all.hasLast = all.hasLast || pieces[i].hasLast;
+        }
+        const size_t count = pieces.size();
+        const bool areBytes = std::all_of(pieces.begin(), pieces.end(),
+                                          [](const Matches& piece) { return piece.isByte; });
+        const bool areTwo = count == 2 && pieces[0].hasLast && pieces[1].hasFirst;
+        all.neighbours.areAll = areBytes && (count == 1 || areTwo);
     }
 
     Matches readAtom() {
@@ -250,20 +341,28 @@ private:
             ++at;
             return group;
         }
-        if (c == '.') return {};
-        if (c == '^' || c == '$') return {true, {""}, {}};
+        if (c == '.') return oneByte(Bytes().set());
+        if (c == '^' || c == '$') {
+            Matches edge = noByte();
+            (c == '^' ? edge.last : edge.first) = lineEnds();
+            (c == '^' ? edge.hasLast : edge.hasFirst) = edge.isByte = hasPlaces = true;
+            return edge;
+        }
         if (c == '[') return readSetAtom();
-        if (c != '\\' || at == text.size()) return {true, {std::string(1, c)}, {}};
+        if (c != '\\' || at == text.size()) return oneByte(c);
         const char quotedOne = text[at++];
-        if (quotedOne == '<' || quotedOne == '>') return {true, {""}, {}};
-        return {true, {std::string(1, quotedOne)}, {}};
+        if (quotedOne != '<' && quotedOne != '>') return oneByte(quotedOne);
+        hasPlaces = true;
+        return noByte();
     }
 
     Matches readSetAtom() {
         const bool isNegated = at < text.size() && text[at] == '^';
         if (isNegated) ++at;
         const std::vector<bool> set = readSet(text, at);
-        Matches matches;
+        Bytes bytes;
+        for (size_t c = 0; c < set.size(); ++c) bytes[c] = set[c] != isNegated;
+        Matches matches = oneByte(bytes);
         for (size_t c = 0; c < set.size() && !isNegated; ++c) {
             if (set[c]) matches.texts.emplace_back(1, static_cast<char>(c));
         }
@@ -347,6 +446,14 @@ std::string withoutCase(const std::string& text) {
     return result;
 }
 
-std::vector<std::string> requiredTexts(const std::string& expression, bool ignoresCase) {
-    return Reader(expression, ignoresCase).readAlternatives().parts;
+std::vector<std::string> requiredTexts(const std::string& expression, bool ignoresCase,
+                                       bool& areAll) {
+    Reader reader(expression, ignoresCase);
+    const Matches all = reader.readAlternatives();
+    areAll = all.areAll && all.parts == all.texts && !reader.hasPlaces;
+    return all.parts;
+}
+
+NeighbourSets requiredNeighbours(const std::string& expression) {
+    return Reader(expression, false).readAlternatives().neighbours;
 }

@@ -5,6 +5,8 @@
 #include <string>
 #include <vector>
 
+#include "Neighbours.h"
+
 /// Whether the pattern has an operator in it.
 bool looksLikeExpression(const std::string& text);
 
@@ -21,6 +23,12 @@ std::string withoutCase(const std::string& text);
 
 /// Texts of which every match contains one; none if none are known. The caller decides
 /// whether a search for them pays. Requires: the expression compiles.
-std::vector<std::string> requiredTexts(const std::string& expression, bool ignoresCase);
+/// Sets `areAll` if there is a match wherever one of them is.
+std::vector<std::string> requiredTexts(const std::string& expression, bool ignoresCase,
+                                       bool& areAll);
+
+/// The rarest known neighbours of which every match has some. Requires: the expression
+/// compiles.
+NeighbourSets requiredNeighbours(const std::string& expression);
 
 #endif

@@ -16,7 +16,10 @@
 // are skipped.
 
 Grep::Grep(const Options& options_, Search& search_, Printer& printer_)
-    : options(options_), searcher(search_), printer(printer_) {
+    : options(options_),
+      searcher(search_),
+      filter(options_.isInverted || options_.hasContext ? nullptr : search_.required()),
+      printer(printer_) {
     if (fstat(STDOUT_FILENO, &output) != 0) output.st_mode = 0;
 }
 
@@ -82,13 +85,16 @@ bool Grep::searchBlock(char* begin, char* end) {
     const bool isNameEnough = options.output == Options::namesWith ||
                               options.output == Options::namesWithout ||
                               options.output == Options::nothing;
+    // Whether a line that was not skipped matches, and it does not matter where.
+    const bool isProven = filter != nullptr && filter->isExact && !options.needsPlaces();
     char* line = begin;
     while ((line = skipLines(line, end)) != end) {
         char* lineEnd =
             static_cast<char*>(std::memchr(line, '\n', static_cast<size_t>(end - line)));
         if (lineEnd == nullptr) lineEnd = end;
         ++lineNumber;
-        if (lineCount < options.most && searcher.find(line, lineEnd, line) != options.isInverted) {
+        if (lineCount < options.most &&
+            (isProven || searcher.find(line, lineEnd, line) != options.isInverted)) {
             ++lineCount;
             if (isNameEnough) return false;
             take(line, lineEnd);
@@ -101,13 +107,11 @@ bool Grep::searchBlock(char* begin, char* end) {
     return true;
 }
 
-// The first line from `begin` on that may be selected: skips those without the required
-// text, if these do not matter.
+// The first line from `begin` on that may be selected: skips those that cannot match, if
+// these do not matter.
 char* Grep::skipLines(char* begin, char* end) {
-    const TextSet* const required = searcher.required();
-    if (required == nullptr || begin == end || options.isInverted || options.hasContext)
-        return begin;
-    const char* const hit = required->find(begin, end);
+    if (filter == nullptr || begin == end) return begin;
+    const char* const hit = filter->find(begin, end);
     char* const stop = hit != nullptr ? begin + (hit - begin) : end;
     const size_t skipped = static_cast<size_t>(stop - begin);
     const void* const newline = memrchr(begin, '\n', skipped);

@@ -48,6 +48,7 @@ private:
 
     const Options& options;
     Search& searcher;
+    const LineFilter* const filter;  // null if all lines matter
     Printer& printer;
     Blocks blocks;
     Findings* findings = nullptr;  // of the file that is searched

@@ -37,6 +37,9 @@ struct Options {
     bool isSilent = false;  // of files that cannot be read
     enum Names { whereSeveral, always, never } names = whereSeveral;
 
+    /// Whether it matters where in a line the matches are.
+    bool needsPlaces() const { return output == matches || isJson || isColoured; }
+
     const char* path = nullptr;
     const char* name = ".*";
 };

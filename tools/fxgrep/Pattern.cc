@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "Dialect.h"
+#include "TextSet.h"
 #include "fxds/RegEx.h"
 
 // The patterns become one: a literal text if there is only one and it matches its own
@@ -16,7 +17,7 @@ namespace {
 
 class LiteralSearch : public Search {
 public:
-    explicit LiteralSearch(const std::string& text) : literal(text), set({text}, false) {}
+    explicit LiteralSearch(const std::string& text) : literal(text), set({text}, false, true) {}
 
     bool find(char*, char* end, const char* from) override {
         matchBegin = literal.find(from, end);
@@ -25,7 +26,7 @@ public:
         return true;
     }
 
-    const TextSet* required() const override { return literal.length != 0 ? &set : nullptr; }
+    const LineFilter* required() const override { return literal.length != 0 ? &set : nullptr; }
 
 private:
     const Literal literal;
@@ -34,9 +35,9 @@ private:
 
 class ExpressionSearch : public Search {
 public:
-    /// `isGrouped_`: the whole is one group more, which templates do not count. `must_`:
-    /// the texts of which every match contains one; null if none are known.
-    ExpressionSearch(const fxStr& text, bool isGrouped_, std::unique_ptr<const TextSet> must_)
+    /// `isGrouped_`: the whole is one group more, which templates do not count. `must_`
+    /// finds the lines that may match; null if there is no faster way.
+    ExpressionSearch(const fxStr& text, bool isGrouped_, std::unique_ptr<const LineFilter> must_)
         : expression(text), isGrouped(isGrouped_), must(std::move(must_)) {}
 
     bool isValid() const { return expression.isValid(); }
@@ -60,7 +61,7 @@ public:
         return isFound;
     }
 
-    const TextSet* required() const override { return must.get(); }
+    const LineFilter* required() const override { return must.get(); }
 
     /// The template with the last match, which must still be there.
     std::string expand(const char* text) const override {
@@ -87,7 +88,7 @@ private:
 
     const fxRegEx expression;
     const bool isGrouped;
-    const std::unique_ptr<const TextSet> must;
+    const std::unique_ptr<const LineFilter> must;
     const char* part = nullptr;
 };
 
@@ -119,12 +120,30 @@ public:
         }
         return false;
     }
-    const TextSet* required() const override { return search->required(); }
+    const LineFilter* required() const override { return search->required(); }
     std::string expand(const char* text) const override { return search->expand(text); }
 
 private:
     const std::unique_ptr<Search> search;
 };
+
+// What finds the lines that may match: one of the texts, which every match contains if
+// `areRequired` and which are matches if `areAll`, or neighbours of bytes, if these are rare
+// or make the search for the expression superfluous. Null if nothing does.
+std::unique_ptr<const LineFilter> makeFilter(const std::string& expression, bool areRequired,
+                                             bool areAll, const std::vector<std::string>& texts,
+                                             const Options& options) {
+    constexpr size_t most = 15000;  // in a million bytes
+    const bool isWorth = areRequired && TextSet::worthOf(texts, options.ignoresCase) != 0;
+    const bool isByte = isWorth && texts.size() == 1 && texts.front().size() == 1;
+    const NeighbourSets sets = requiredNeighbours(expression);
+    const bool areRare = sets.frequency() < (isByte    ? 1000 * frequencyOf(texts.front()[0])
+                                             : isWorth ? 0
+                                                       : most);
+    const bool areEnough = sets.areAll && !isWorth && !options.needsPlaces();
+    if (sets.areKnown() && (areRare || areEnough)) return std::make_unique<Neighbours>(sets);
+    return isWorth ? std::make_unique<TextSet>(texts, options.ignoresCase, areAll) : nullptr;
+}
 
 }  // namespace
 
@@ -142,7 +161,8 @@ std::unique_ptr<Search> makeSearch(const Options& options) {
     const char* separator = "";
     bool isLiteral = options.patterns.size() == 1 && !options.ignoresCase && !options.isWholeLine &&
                      !options.isWholeWord && options.replacement == nullptr;
-    bool isRequired = true;  // one of the texts, by each match
+    bool isRequired = true;                                      // one of the texts, by each match
+    bool areAll = !options.isWholeLine && !options.isWholeWord;  // matches, wherever they are
     std::vector<std::string> texts;
     for (const std::string& pattern : options.patterns) {
         const bool isGuessed = options.kind == Options::guess;
@@ -154,7 +174,9 @@ std::unique_ptr<Search> makeSearch(const Options& options) {
         isLiteral = isLiteral && !isExpression;
         if (isLiteral) return std::make_unique<LiteralSearch>(pattern);
         std::vector<std::string> some = {pattern};
-        if (isExpression) some = requiredTexts(pattern, options.ignoresCase);
+        bool areAllHere = true;
+        if (isExpression) some = requiredTexts(pattern, options.ignoresCase, areAllHere);
+        areAll = areAll && areAllHere;
         isRequired = isRequired && !some.empty();
         texts.insert(texts.end(), some.begin(), some.end());
         const std::string part = isExpression ? pattern : quoted(pattern);
@@ -167,10 +189,9 @@ std::unique_ptr<Search> makeSearch(const Options& options) {
     } else if (options.isWholeWord) {
         all = '(' + all + ")\\>";
     }
-    isRequired = isRequired && TextSet::worthOf(texts, options.ignoresCase) != 0;
-    auto must = isRequired ? std::make_unique<const TextSet>(texts, options.ignoresCase) : nullptr;
-    auto search = std::make_unique<ExpressionSearch>(
-        fxStr(all), options.isWholeLine || options.isWholeWord, std::move(must));
+    auto search =
+        std::make_unique<ExpressionSearch>(fxStr(all), options.isWholeLine || options.isWholeWord,
+                                           makeFilter(all, isRequired, areAll, texts, options));
     if (!search->isValid()) {
         const bool hasZero = all.find('\0') != std::string::npos;
         complain("the pattern",

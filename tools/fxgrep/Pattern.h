@@ -5,8 +5,8 @@
 #include <memory>
 #include <string>
 
+#include "LineFilter.h"
 #include "Options.h"
-#include "TextSet.h"
 
 /// A search in a line. The byte behind the line may be overwritten.
 class Search {
@@ -17,8 +17,8 @@ public:
     /// sets its ends. `from` is `line` first and then lies behind the last match.
     virtual bool find(char* line, char* end, const char* from) = 0;
 
-    /// Texts of which every line with a match contains one; null if none are known.
-    virtual const TextSet* required() const { return nullptr; }
+    /// Finds the lines that may match; null if that would take as long as the search.
+    virtual const LineFilter* required() const { return nullptr; }
 
     /// The template with the last match, which must still be there.
     virtual std::string expand(const char* text) const { return text; }

@@ -1,32 +1,54 @@
 #include "TextSet.h"
 
+#include <emmintrin.h>
+
 #include <algorithm>
 #include <cctype>
+#include <cstring>
 
-// A few texts are searched by the library, one after the other. For many, a window as long
-// as the shortest is moved through the bytes. Its last two bytes determine how far it may
-// move on: to where some text has that pair, and by its whole length but one if none has.
-// So it needs some length to be faster than an expression.
+#include "Neighbours.h"
+
+// A single text is searched by the library. Of a few, two neighbouring bytes each are
+// searched, for all at once, sixteen places at a time. For many, a window as long as the
+// shortest is moved through the bytes. Its last two bytes determine how far it may move on:
+// to where some text has that pair, and by its whole length but one if none has. So it needs
+// some length to be faster than an expression.
 
 namespace {
 
-constexpr size_t mostFew = 4;
+constexpr size_t mostFew = 8;
 constexpr size_t leastWindow = 4;
+constexpr size_t vectorSize = sizeof(__m128i);
 
 bool isLetter(char c) { return (c | 0x20) >= 'a' && (c | 0x20) <= 'z'; }
-
-bool areFew(const std::vector<std::string>& texts, bool ignoresCase) {
-    return texts.size() <= mostFew &&
-           (!ignoresCase || std::none_of(texts.begin(), texts.end(), [](const std::string& text) {
-               return std::any_of(text.begin(), text.end(), isLetter);
-           }));
-}
 
 size_t shortestOf(const std::vector<std::string>& texts) {
     size_t shortest = texts.empty() ? 0 : texts.front().size();
     for (const std::string& text : texts) shortest = std::min(shortest, text.size());
     return shortest;
 }
+
+bool areFew(const std::vector<std::string>& texts, bool ignoresCase) {
+    return (texts.size() == 1 || (texts.size() <= mostFew && shortestOf(texts) >= 2)) &&
+           (!ignoresCase || std::none_of(texts.begin(), texts.end(), [](const std::string& text) {
+               return std::any_of(text.begin(), text.end(), isLetter);
+           }));
+}
+
+// Where the rarest two neighbours are. Of equally rare ones the last, as texts that are
+// alternatives of one expression often end alike.
+size_t rarestPair(const std::string& text) {
+    const auto frequency = [&](size_t at) {
+        return frequencyOf(text[at]) * frequencyOf(text[at + 1]);
+    };
+    size_t rarest = 0;
+    for (size_t at = 1; at + 1 < text.size(); ++at) {
+        if (frequency(at) <= frequency(rarest)) rarest = at;
+    }
+    return rarest;
+}
+
+__m128i load(const char* p) { return _mm_loadu_si128(reinterpret_cast<const __m128i*>(p)); }
 
 }  // namespace
 
@@ -44,11 +66,18 @@ const char* Literal::find(const char* from, const char* end) const {
     }
 }
 
-TextSet::TextSet(const std::vector<std::string>& texts_, bool ignoresCase) {
-    if (areFew(texts_, ignoresCase)) {
-        for (const std::string& text : texts_) few.push_back(std::make_unique<Literal>(text));
-        return;
+TextSet::TextSet(const std::vector<std::string>& texts_, bool ignoresCase, bool areAll)
+    : LineFilter(areAll) {
+    const bool isFew = areFew(texts_, ignoresCase);
+    if (isFew && texts_.size() == 1) single = std::make_unique<Literal>(texts_.front());
+    if (single != nullptr) return;
+    for (size_t i = 0; isFew && i < texts_.size(); ++i) {
+        const size_t at = rarestPair(texts_[i]);
+        few.push_back({texts_[i], at});
+        const std::string two = texts_[i].substr(at, 2);
+        if (std::find(pairs.begin(), pairs.end(), two) == pairs.end()) pairs.push_back(two);
     }
+    if (isFew) return;
     texts = texts_;
     for (unsigned int c = 0; c < 256; ++c) {
         plain[c] = static_cast<unsigned char>(ignoresCase ? std::tolower(static_cast<int>(c))
@@ -58,15 +87,27 @@ TextSet::TextSet(const std::vector<std::string>& texts_, bool ignoresCase) {
         for (char& c : text) c = static_cast<char>(plain[static_cast<unsigned char>(c)]);
     }
     shortest = std::min<size_t>(shortestOf(texts), 255);
-    moves.assign(pairs, static_cast<unsigned char>(shortest - 1));
-    heads.assign(pairs, 0);
+    moves.assign(pairCount, static_cast<unsigned char>(shortest - 1));
+    heads.assign(pairCount, 0);
     nexts.assign(texts.size(), 0);
     for (size_t i = 0; i < texts.size(); ++i) enter(i);
 }
 
 const char* TextSet::find(const char* from, const char* end) const {
-    if (few.size() == 1) return few.front()->find(from, end);
-    return few.empty() ? findMany(from, end) : findFew(from, end);
+    if (single != nullptr) return single->find(from, end);
+    switch (pairs.size()) {
+        case 0:
+            return findMany(from, end);
+        case 1:
+            return findPairs<1>(from, end);
+        case 2:
+            return findPairs<2>(from, end);
+        case 3:
+        case 4:
+            return findPairs<4>(from, end);
+        default:
+            return findPairs<mostFew>(from, end);
+    }
 }
 
 // A single letter or space occurs nearly everywhere.
@@ -78,7 +119,7 @@ size_t TextSet::worthOf(const std::vector<std::string>& texts, bool ignoresCase)
         const char c = text.front();
         return text.size() == 1 && (isLetter(c) || (c >= '0' && c <= '9') || c == ' ' || c == '\t');
     });
-    return isCommon ? 0 : 8 * shortest - std::min(texts.size(), mostFew + 2);
+    return isCommon ? 0 : 8 * shortest - std::min<size_t>(texts.size(), 6);
 }
 
 // Private functions.
@@ -108,20 +149,43 @@ bool TextSet::isAt(const char* place, const char* end) const {
     return false;
 }
 
-// In growing pieces, so that the bytes searched in vain for one text, because another one
-// comes first, are in proportion to the distance to that.
-const char* TextSet::findFew(const char* from, const char* end) const {
-    for (size_t piece = 256; from != end; piece *= 2) {
-        const auto left = static_cast<size_t>(end - from);
-        const char* limit = from + std::min(piece, left);
-        const char* first = nullptr;
-        for (const std::unique_ptr<const Literal>& text : few) {
-            const size_t behind = std::min(text->length - 1, static_cast<size_t>(end - limit));
-            const char* const hit = text->find(from, limit + behind);
-            if (hit != nullptr && hit < limit) first = limit = hit;
+// The place, if one of the texts is around it.
+const char* TextSet::checkPair(const char* place, const char* from, const char* end) const {
+    for (const auto& [text, before] : few) {
+        if (static_cast<size_t>(place - from) >= before &&
+            static_cast<size_t>(end - place) >= text.size() - before &&
+            std::memcmp(place - before, text.data(), text.size()) == 0)
+            return place;
+    }
+    return nullptr;
+}
+
+// Searches for at most `count` pairs; the last one is used several times.
+template <size_t count>
+const char* TextSet::findPairs(const char* from, const char* end) const {
+    __m128i firsts[count];
+    __m128i seconds[count];
+    for (size_t i = 0; i < count; ++i) {
+        const std::string& two = pairs[std::min(i, pairs.size() - 1)];
+        firsts[i] = _mm_set1_epi8(two[0]);
+        seconds[i] = _mm_set1_epi8(two[1]);
+    }
+    const char* p = from;
+    for (; static_cast<size_t>(end - p) > vectorSize; p += vectorSize) {
+        const __m128i here = load(p);
+        const __m128i next = load(p + 1);
+        __m128i hits = _mm_setzero_si128();
+        for (size_t i = 0; i < count; ++i) {
+            hits = _mm_or_si128(hits, _mm_and_si128(_mm_cmpeq_epi8(here, firsts[i]),
+                                                    _mm_cmpeq_epi8(next, seconds[i])));
         }
-        if (first != nullptr) return first;
-        from = limit;
+        for (int left = _mm_movemask_epi8(hits); left != 0; left &= left - 1) {
+            const char* const place = p + __builtin_ctz(static_cast<unsigned int>(left));
+            if (checkPair(place, from, end) != nullptr) return place;
+        }
+    }
+    for (; p != end; ++p) {
+        if (checkPair(p, from, end) != nullptr) return p;
     }
     return nullptr;
 }

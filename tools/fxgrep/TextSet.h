@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "LineFilter.h"
 #include "fxds/SLinearPattern.h"
 
 /// A literal text. The library's offsets are ints, so long texts are searched in
@@ -24,29 +25,39 @@ private:
     const fxSLinearPattern pattern;
 };
 
-/// Any of several texts.
-class TextSet {
+/// Finds lines with any of several texts.
+class TextSet : public LineFilter {
 public:
     /// Requires: worthOf(texts, ignoresCase) is not 0. `ignoresCase` applies to the letters
-    /// A to Z.
-    TextSet(const std::vector<std::string>& texts, bool ignoresCase);
+    /// A to Z. `areAll`: there is a match wherever one of the texts is.
+    TextSet(const std::vector<std::string>& texts, bool ignoresCase, bool areAll);
 
-    /// The beginning of the first occurrence of any in [from, end), or null.
-    const char* find(const char* from, const char* end) const;
+    const char* find(const char* from, const char* end) const override;
 
     /// How much such a search saves a search for an expression all of whose matches contain
     /// one of the texts: 0 when it may cost more than it saves.
     static size_t worthOf(const std::vector<std::string>& texts, bool ignoresCase);
 
 private:
-    static constexpr unsigned int pairs = 4096;
-    static unsigned int pair(unsigned char a, unsigned char b) { return (a * 32U ^ b) % pairs; }
+    static constexpr unsigned int pairCount = 4096;
+    static unsigned int pair(unsigned char a, unsigned char b) { return (a * 32U ^ b) % pairCount; }
     void enter(size_t text);
     bool isAt(const char* place, const char* end) const;
-    const char* findFew(const char* from, const char* end) const;
+    const char* checkPair(const char* place, const char* from, const char* end) const;
+    template <size_t count>
+    const char* findPairs(const char* from, const char* end) const;
     const char* findMany(const char* from, const char* end) const;
 
-    std::vector<std::unique_ptr<const Literal>> few;  // instead of the members below
+    // A text by two neighbouring bytes of it, which are `before` bytes behind its beginning.
+    struct Rarest {
+        std::string text;
+        size_t before;
+    };
+
+    std::unique_ptr<const Literal> single;  // instead of all members below
+    std::vector<Rarest> few;                // instead of those below
+    std::vector<std::string> pairs;         // the different ones of these, two bytes each
+
     std::vector<std::string> texts;
     size_t shortest = 0;
     unsigned char plain[256];  // the value by which a byte is compared
