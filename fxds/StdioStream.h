@@ -63,7 +63,7 @@ private:
     bool takeBytes(void* bytes, size_t byteCount);
     bool put(const void* bytes, size_t byteCount);
     bool canGather() const { return file != nullptr && buffer != nullptr; }
-    bool putPieces(const char* head, size_t headBytes, const char* bytes, size_t pieceBytes,
+    bool putPieces(const char* head, size_t headLength, const char* bytes, size_t pieceBytes,
                    size_t pieceCount);
 
     FILE* file;  // owned, null when there is none

@@ -52,15 +52,15 @@ public:
     /// Puts as many whole pieces of `pieceBytes` bytes as there are, each behind the head, if
     /// they are so many that gathering them in one system call is worth it. Returns how many of
     /// the bytes were put; none if that is not possible, or if the stream has failed.
-    size_t putPieces(const char* head, size_t headBytes, const char* from, size_t byteCount,
+    size_t putPieces(const char* head, size_t headLength, const char* from, size_t byteCount,
                      size_t pieceBytes) {
         const bool isCollecting = end != bytes.get();
         if (byteCount < manyBytes || !isCollecting || file == nullptr || !file->canGather())
             return 0;
         const size_t count = byteCount / pieceBytes;
         if (!send()) return 0;
-        hasFailed_ = !file->putPieces(head, headBytes, from, pieceBytes, count);
-        sent += count * (headBytes + pieceBytes);
+        hasFailed_ = !file->putPieces(head, headLength, from, pieceBytes, count);
+        sent += count * (headLength + pieceBytes);
         return hasFailed_ ? 0 : count * pieceBytes;
     }
 

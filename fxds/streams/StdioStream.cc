@@ -247,14 +247,14 @@ bool fxStdioStream::put(const void* bytes, size_t byteCount) {
 
 // Writes the head before each piece of the bytes. These are not copied, as put() would do
 // twice over: into the FILE's buffer, and into the system.
-bool fxStdioStream::putPieces(const char* head, size_t headBytes, const char* bytes,
+bool fxStdioStream::putPieces(const char* head, size_t headLength, const char* bytes,
                               size_t pieceBytes, size_t pieceCount) {
     if (file == nullptr || !isWriting() || !turn(Direction::out) || !flush()) return false;
     iovec parts[IOV_MAX];
     while (pieceCount > 0) {
         const size_t pieces = std::min<size_t>(pieceCount, IOV_MAX / 2);
         for (size_t i = 0; i < pieces; ++i) {
-            parts[2 * i] = {const_cast<char*>(head), headBytes};
+            parts[2 * i] = {const_cast<char*>(head), headLength};
             parts[2 * i + 1] = {const_cast<char*>(bytes + i * pieceBytes), pieceBytes};
         }
         if (!writeParts(::fileno(file), parts, 2 * pieces)) return lose();
