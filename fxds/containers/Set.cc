@@ -82,16 +82,21 @@ void fxSet::operator|=(const fxSet& other) {
     for (fxSetIter i(other.begin()); i.notDone(); ++i) add(i.getKey());
 }
 
+// A hook of `other` may remove the entry that is looked up there, which the hold keeps.
 void fxSet::operator&=(const fxSet& other) {
     for (fxSetIter i(*this); i.notDone(); ++i) {
-        if (!other.contains(i.getKey())) Core::remove(*this, i.node);
+        const Core::Hold hold(*this);
+        fxSetBucket* const node = i.node;
+        if (!other.contains(node->element) && i.node == node) Core::remove(*this, node);
     }
 }
 
-// With itself as operand, the key lies in the entry that is removed: it is not used after
-// that.
+// With itself as operand, the key lies in the entry that is removed.
 void fxSet::operator-=(const fxSet& other) {
-    for (fxSetIter i(other.begin()); i.notDone(); ++i) remove(i.getKey());
+    for (fxSetIter i(other.begin()); i.notDone(); ++i) {
+        const Core::Hold hold(other);
+        remove(i.getKey());
+    }
 }
 
 namespace {

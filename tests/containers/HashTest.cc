@@ -525,6 +525,30 @@ TYPED_TEST(HostileHash, StaysWhole) {
     }
 }
 
+/// When it is asked for "2", it removes that from another set.
+struct Spiteful : Open<fxStrSet> {
+    using Open::Open;
+    unsigned long hashKey(const void* key) const override {
+        if (victim != nullptr && *static_cast<const fxStr*>(key) == "2") victim->remove("2");
+        return Open::hashKey(key);
+    }
+    fxStrSet* victim = nullptr;
+};
+
+TEST(SetAlgebra, OperandsMayRemoveWhatIsLookedUp) {
+    Spiteful other(1);
+    for (const char* key : {"1", "3"}) other.add(key);
+    fxStrSet set(1);
+    for (const char* key : {"3", "2", "1"}) set.add(key);  // newest first
+    other.victim = &set;
+    set &= other;
+    EXPECT_EQ(set, (fxStrSet{"1", "3"}));
+    set.add("2");
+    other.victim = &set;
+    other -= set;
+    EXPECT_TRUE(other.isEmpty() && set == (fxStrSet{"1", "3"}));
+}
+
 // A stream may put an entry into any chain and a key twice into one: this table
 // writes other keys than it has. A search finds what walking the chain finds, with the
 // index, and without one when five keys are there so often that it drops itself.
