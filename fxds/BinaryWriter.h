@@ -10,36 +10,40 @@
 class fxAddressIndex;
 class fxOutBuffer;
 class fxWriterStack;
-struct fxBinaryWriterTarget;
 
-/// An object or a block that is still to be written.
-class FX_API fxBinaryWriterItem {
-public:
-    /// What an item is.
+/// An object or a block that is still to be written. Small: as many may wait as the graph has
+/// objects and blocks.
+struct fxBinaryWriterTarget {
+    /// What it is.
     enum Kind : unsigned char { object = 0, block = 1 };
 
+    Kind kind;            ///< Whether `type` or the block's fields count.
+    fxBinaryOTTag tag;    ///< Of the block's record.
+    bool isOfInts;        ///< Whether the block has ints, which travel as longs.
+    unsigned int id;      ///< The number that the address was entered under.
+    const void* address;  ///< Of the object or the block. Borrowed.
+    union {
+        fxTypeObj* type;         ///< Of the object.
+        unsigned int byteCount;  ///< Of the block's body.
+    };
+};
+
+/// A target that waits in a writer whose class is derived from fxBinaryWriter.
+class FX_API fxBinaryWriterItem : public fxBinaryWriterTarget {
+public:
     /// The object at `address`, a pointer to the class of `type`. Borrowed.
     fxBinaryWriterItem(const void* address, fxTypeObj& type);
     /// The block at `address`, borrowed, whose body has `byteCount` bytes. Ints
     /// take twice as many as the block has.
     fxBinaryWriterItem(const void* address, unsigned int byteCount, fxBinaryOTTag tag,
                        bool isOfInts);
+    /// A copy.
+    explicit fxBinaryWriterItem(const fxBinaryWriterTarget& target);
     virtual ~fxBinaryWriterItem();
 
     /// From a pool.
     static void* operator new(size_t size);
     static void operator delete(void* item, size_t size);
-
-    // Small: as many may wait as the graph has objects and blocks.
-    Kind kind;            ///< Whether `type` or the block's fields count.
-    fxBinaryOTTag tag;    ///< Of the block's record.
-    bool isOfInts;        ///< Whether the block has ints, which travel as longs.
-    unsigned int id;      ///< The number that the address was queued under.
-    const void* address;  ///< Of the object or the block. Borrowed.
-    union {
-        fxTypeObj* type;         ///< Of the object.
-        unsigned int byteCount;  ///< Of the block's body.
-    };
 };
 
 /// Writes objects and blocks as the records of docs/stream-format.md, each

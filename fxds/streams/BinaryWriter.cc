@@ -80,24 +80,25 @@ constexpr unsigned int withMark(unsigned int id, unsigned int mark) {
 }
 
 fxBinaryWriterTarget objectTarget(const void* address, fxTypeObj& type, unsigned int id) {
-    fxBinaryWriterTarget target = {true, fxTagObject, false, id, address, {nullptr}};
-    target.type = &type;
-    return target;
+    return {fxBinaryWriterTarget::object, fxTagObject, false, id, address, {&type}};
 }
 
 fxBinaryWriterTarget blockTarget(const void* address, unsigned int byteCount, fxBinaryOTTag tag,
                                  bool isOfInts, unsigned int id) {
-    fxBinaryWriterTarget target = {false, tag, isOfInts, id, address, {nullptr}};
+    fxBinaryWriterTarget target = {
+        fxBinaryWriterTarget::block, tag, isOfInts, id, address, {nullptr}};
     target.byteCount = byteCount;
     return target;
+}
+
+inline bool isObject(const fxBinaryWriterTarget& target) {
+    return target.kind == fxBinaryWriterTarget::object;
 }
 
 // Prefetches memory that will be written soon: the beginning of an object or block.
 void fetchSoon(const fxBinaryWriterTarget& target) {
     __builtin_prefetch(target.address);
-    if (target.isObject) {
-        __builtin_prefetch(static_cast<const char*>(target.address) + 64);
-    }
+    if (isObject(target)) __builtin_prefetch(static_cast<const char*>(target.address) + 64);
 }
 
 // Enters the address in a set; whether it was not there.
@@ -111,16 +112,14 @@ bool isFirst(fxAddressIndex& set, const void* address) {
 }  // namespace
 
 fxBinaryWriterItem::fxBinaryWriterItem(const void* address_, fxTypeObj& type_)
-    : kind(object), tag(fxTagObject), isOfInts(false), id(0), address(address_), type(&type_) {}
+    : fxBinaryWriterItem(objectTarget(address_, type_, 0)) {}
 
 fxBinaryWriterItem::fxBinaryWriterItem(const void* address_, unsigned int byteCount_,
                                        fxBinaryOTTag tag_, bool isOfInts_)
-    : kind(block),
-      tag(tag_),
-      isOfInts(isOfInts_),
-      id(0),
-      address(address_),
-      byteCount(byteCount_) {}
+    : fxBinaryWriterItem(blockTarget(address_, byteCount_, tag_, isOfInts_, 0)) {}
+
+fxBinaryWriterItem::fxBinaryWriterItem(const fxBinaryWriterTarget& target)
+    : fxBinaryWriterTarget(target) {}
 
 fxBinaryWriterItem::~fxBinaryWriterItem() = default;
 
@@ -465,11 +464,7 @@ unsigned int fxBinaryWriter::idOfPart(const void* address, bool& isNew) {
 inline void fxBinaryWriter::push(const fxBinaryWriterTarget& target) {
     fetchSoon(target);
     if (isOfThisClass) return waiting->push_back(target);
-    auto* const item = target.isObject ? new fxBinaryWriterItem(target.address, *target.type)
-                                       : new fxBinaryWriterItem(target.address, target.byteCount,
-                                                                target.tag, target.isOfInts);
-    item->id = target.id;
-    pushItem(item);
+    pushItem(new fxBinaryWriterItem(target));
 }
 
 void fxBinaryWriter::pushItem(fxBinaryWriterItem* item) {
@@ -515,9 +510,7 @@ bool fxBinaryWriter::takeItem(fxBinaryWriterTarget& target) {
     const unsigned int last = pending.length() - 1;
     const std::unique_ptr<fxBinaryWriterItem> item(static_cast<fxBinaryWriterItem*>(pending[last]));
     pending.remove(last, 1);
-    target = item->kind == fxBinaryWriterItem::object
-                 ? objectTarget(item->address, *item->type, item->id)
-                 : blockTarget(item->address, item->byteCount, item->tag, item->isOfInts, item->id);
+    target = *item;
     return true;
 }
 
@@ -531,7 +524,7 @@ bool fxBinaryWriter::writePending() {
 
 bool fxBinaryWriter::writeTarget(const fxBinaryWriterTarget& item) {
     const unsigned int id = item.id;
-    if (!item.isObject) {
+    if (!isObject(item)) {
         fieldA = id;
         return writeBlock(item);
     }
