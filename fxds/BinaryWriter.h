@@ -136,7 +136,7 @@ protected:
 
     /// Adds to the payload of the record being built.
     bool writeBytes(const void* bytes, size_t byteCount);
-    /// The id under which the address has been entered, or 0.
+    /// The id under which the address, perhaps that of a type, has been entered, or 0.
     unsigned int alreadyWritten(const void* address) const;
     /// Enters the address under the next id, and returns that.
     unsigned int recordIdForAddress(const void* address);

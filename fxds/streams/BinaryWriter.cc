@@ -337,7 +337,9 @@ bool fxBinaryWriter::writeObject(void* address, fxXDRObj* object) {
 }
 
 unsigned int fxBinaryWriter::alreadyWritten(const void* address) const {
-    return idIn(seen->find(address));
+    const unsigned int id = idIn(seen->find(address));
+    const unsigned long* const type = id == 0 ? table.find(address) : nullptr;
+    return type != nullptr ? static_cast<unsigned int>(*type) : id;
 }
 
 // Enters the address under a new number, in place of the one that it may have: so a part
