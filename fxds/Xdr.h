@@ -290,15 +290,16 @@ C* fxReadObject(fxTranscriber& t) {
 /// A deep copy of the root and of everything that transcribing it reaches,
 /// connected as the original is. What xdr() does not name is as the constructor
 /// leaves it. Given, as by fxReadObject(); null when the root is null, when
-/// something in the graph cannot be transcribed or memory is lacking, and before
-/// fxInitializeToolkit() has registered the reader.
+/// something in the graph cannot be written or read back or memory is lacking, and
+/// before fxInitializeToolkit() has registered the reader.
 template <class C>
 C* fxXdrCopy(C* root) {
     fxMemoryStream stream;
     stream.take();  // on the stack: no transcriber may delete it
     const fxDetail::Owned<fxTranscriber> writer(fxTranscriber::getWriter(&stream));
     if (writer == nullptr || !fxWriteObject(*writer, root)) return nullptr;
-    const fxDetail::Owned<fxTranscriber> reader(fxTranscriber::getReader(&stream));
+    fxStreamFault fault;
+    const fxDetail::Owned<fxTranscriber> reader(fxTranscriber::getReader(&stream, fault));
     return reader != nullptr ? fxReadObject<C>(*reader) : nullptr;
 }
 /// The same, held.

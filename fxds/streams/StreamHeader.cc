@@ -123,6 +123,7 @@ fxTranscriber* fxTranscriber::getReader(fxStream* stream) {
 
 fxTranscriber* fxTranscriber::getReader(fxStream* stream, fxStreamFault& fault) {
     constexpr size_t longestName = 1000;
+    if (readers == nullptr) fxStartUp::hint("readers");
     fault = fxStreamFault::inHeader();
     if (readers == nullptr || stream == nullptr || !stream->isReading()) {
         fault.reason =
