@@ -203,7 +203,8 @@ public:
     /// Makes the pointer field at `slot`, with which the operation for objects is called
     /// next, a holder of its target. A reader that fills it later calls hold() with the
     /// target when the graph has succeeded, before any xdrSuccess(). A target that is set
-    /// when the operation returns is for the caller to take. See fxRef.
+    /// when the operation returns is for the caller to take. Without a function the field
+    /// is a plain pointer. See fxRef.
     virtual void setHolder(const void* slot, TakeHold* hold);
 
     /// Requests that many chains for a hash container, whose number is only a claim of the

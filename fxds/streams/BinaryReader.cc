@@ -239,7 +239,7 @@ void fxBinaryReader::setOwner(const void* slot) {
 }
 
 void fxBinaryReader::setHolder(const void* slot, TakeHold* hold) {
-    holder = slot;
+    holder = hold != nullptr ? slot : nullptr;
     records->ready.lastDeclared = nullptr;
     takeHold = hold;
 }
