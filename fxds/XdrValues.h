@@ -116,7 +116,11 @@ bool fxXdrNumber(fxTranscriber& t, T& v) {
     } else if constexpr (sizeof(T) == sizeof(int) && !std::is_floating_point_v<T>) {
         return fxXdrRun(t, &v, 1);
     } else {
-        return t.takeReady(v) || fxXdrRun(t, &v, 1);
+        if (t.takeReady(v)) return true;
+        T number = v;  // a reader may fail in its middle
+        if (!fxXdrRun(t, &number, 1)) return false;
+        if (t.isReading()) v = number;
+        return true;
     }
 }
 
