@@ -50,7 +50,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         const std::string bytes = input.rest();
         StingyStream stream(bytes, choice / 8 * size_t{16});
         const std::unique_ptr<fxTranscriber> reader(fxTranscriber::getReader(&stream));
-        while (reader != nullptr && readers[choice % 8](*reader)) continue;
+        while (reader != nullptr &&
+               (choice < 240 ? readers[choice % 8] : readOne<Cabinet>)(*reader))
+            continue;
     });
     Received::deleteAll();
     if (!message.empty() && !isDocumentedMessage(message)) {

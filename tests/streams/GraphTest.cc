@@ -325,6 +325,20 @@ TEST_F(Graph, ReadsBackTheSame) {
     }
 }
 
+TEST_F(Graph, NothingLeadsToForgottenOnes) {
+    HeldStream stream;
+    for (const char* later : {"o9:2 4 1 p1 n", "o9:2 4 3 b3 n n"}) {
+        stream.set(records("t2:Node o1:2 1 3 B3:3 P4 n o5:2 5 1 n n o4:2 4 1 n n c3:3 =hi~"));
+        fxBinaryReader forgetful(stream, 0x1122, 0x33445566, "ieee");
+        ASSERT_TRUE(fxReadObject<Node>(forgetful) != nullptr && Listed::all().size() == 3);
+        forgetful.forgetObjects();
+        EXPECT_EQ(Listed::all().size(), 2U) << "the reader has one that nothing leads to";
+        stream.set(records(later));
+        EXPECT_EQ(fxReadObject<Node>(forgetful), nullptr);
+        Listed::deleteAll();
+    }
+}
+
 TEST_F(Graph, EveryCutIsAnAnswer) {
     Everything* const root = Random().graph(2);
     const std::string bytes = saved(root);
@@ -397,6 +411,7 @@ TEST_F(Graph, ContainersThatChangeBeforeTheyAreWholeAreRefused) {
     }
     E::local = 0;
 #endif
+    EXPECT_THROW(reasonWith([](E&) -> bool { throw 1; }), int);
     // One that makes do with what it got before has no elements without any content.
     E::act = [](E& e) { return e.value.reset(), false; };
     E::makesDo = true;

@@ -190,6 +190,7 @@ TEST_F(HostileStream, HeadersEndAsStated) {
                            header(shortMark, longMark).substr(20));
     };
     HeldStream nobody("Nobody" + header().substr(14));
+    fxTranscriber::addTranscriber("Nobody", nullptr);
     EXPECT_EQ(fatalMessage([&] { fxTranscriber::getReader(nobody); }),
               "Unknown transcriber type \"Nobody\"");
     // The long mark is printed for both.
@@ -230,7 +231,8 @@ TEST_F(HostileStream, NodesEndAsStated) {
          "c1:4 =abc~", "P1", "d =x", "S1", "t2:fxArray o1:2", "t2:fxStr o1:2 1"});
     check<Node>("Whoops!", "", {"#15", "#63"});
     check<Node>("unknown type Nobody", "", {"t2:Nobody"});
-    check<Node>("XXX version error handling is missing", "", {"t3:Leaf t2:Node o1:2:2 0 1"});
+    check<Node>("XXX version error handling is missing", "",
+                {"t3:Leaf t2:Node o1:2:2 0 1", "t2:Node t3:Leaf o1:2:2 0 1 n n"});
     // Objects suit their places: left is a Node, right any Listed.
     check<Node>("0>>5 5", root, {"n P3 " + leaf});
     check<Node>(badNews, root, {"P3 n " + leaf, "P3 p3 " + leaf, "P3 n c3:4 =abc~"});
@@ -317,6 +319,11 @@ TEST_F(HostileStream, BasePartsAreReadOnceAndBelongToTheirObject) {
     // a number of another part.
     check<Rich>(newBase, rich + "S3 1 d 1 ", {"S4 S5 1"});
     check<Rich>(oldBase, rich + "S3 1 d 1 ", {"S4 s4"});
+    // What a second reading of tables would end waits for its texts.
+    const std::string tables =
+        "t2:Cabinet o1:2 S3 1 1/4 16/4*3 16 31 4 B4:4 4 B5:4 0 1/4 16/4 16 31 4 B6:4 0 ";
+    check<Cabinet>("read", tables, {"s3 c4:4 =abc~ c5:4 =abc~ c6:4 =abc~"});
+    check<Cabinet>(newBase, tables, {"S7 1 0/4 16/4*3 16 31 0/4 16/4 16 31"});
     check<Lot>("read", "t2:Lot o1:2 1 S3 1 ", {"n"});
     check<Lot>(badNews, "t2:Lot o1:2 1 S3 1 ", {"p3"});
 }
@@ -370,6 +377,14 @@ TEST_F(HostileStream, CountsAndDepthOfValuesCostNothing) {
                  reads("0xFFFFFFFF", std::vector<std::string>()));
     EXPECT_FALSE(reads("2 1 5 1 6", std::map<int, int>()));  // a key that comes twice
     EXPECT_FALSE(reads("1*200000", Deep()));
+    const auto keeps = [](auto value) {  // a number of which the stream has one byte
+        HeldStream stream(records("d =x"));
+        fxBinaryReader reader(stream, 0x1122, 0x33445566, "ieee");
+        const auto before = value;
+        return !fxXdr(reader, value) && value == before;
+    };
+    EXPECT_TRUE(keeps(short{7}) && keeps(7) && keeps(7L) && keeps(7.5F) && keeps(7.5) &&
+                keeps(L'a') && keeps(7.5L));
     Deep written;
     Deep* level = &written;
     for (unsigned int i = 0; i < fxXdrNesting::most; ++i) level = &level->inner.emplace_back();
@@ -378,6 +393,16 @@ TEST_F(HostileStream, CountsAndDepthOfValuesCostNothing) {
     EXPECT_FALSE(fxXdr(writer, written));
     long double huge = 1e4000L;
     EXPECT_FALSE(fxXdr(writer, huge));
+}
+
+TEST_F(HostileStream, FieldsThatHoldByNoFunctionArePlain) {
+    HeldStream stream(records("P1 t2:Node o1:2 7 1 n n"));
+    fxBinaryReader reader(stream, 0x1122, 0x33445566, "ieee");
+    Node* node = nullptr;
+    reader.setHolder(&node, nullptr);
+    ASSERT_TRUE(fxXdrObject(reader, node));
+    EXPECT_EQ(fxReadObject<Node>(reader), node);
+    EXPECT_EQ(node->refCount, 0U);
 }
 
 TEST_F(HostileStream, ConvertersLeaveAnIncompleteGroupAlone) {

@@ -99,6 +99,7 @@ TEST_F(Save, SentencesSayWhatIsWrong) {
         std::string text;
     } cases[] = {
         {whole, Fault::none, ""},
+        {whole + "more", Fault::none, ""},
         {"", Fault::ended, "the data is not complete: something is missing after byte 0"},
         {cut, Fault::ended, "the data is not complete: something is missing after byte 82"},
         {"a letter", Fault::foreign, "the data is not a file of this kind"},
@@ -186,8 +187,11 @@ TEST_F(Save, AFileIsReplacedAsAWhole) {
     ASSERT_EQ(chmod(path.c_str(), 0640), 0);
     const uid_t owner = chown(path.c_str(), 7, 7) == 0 ? 7 : geteuid();
     const std::string link = directory.link("link", "it.fx");
+    const std::string first = contents(path), other = directory.path + "/other";
+    std::filesystem::create_hard_link(path, other);
     root.text = "changed";
     ASSERT_FALSE(fxSave(link.c_str(), &root));
+    EXPECT_EQ(contents(other), first);
     struct stat status = {};
     ASSERT_EQ(lstat(path.c_str(), &status), 0);
     EXPECT_TRUE(status.st_mode == (S_IFREG | 0640) && status.st_uid == owner);
@@ -196,16 +200,21 @@ TEST_F(Save, AFileIsReplacedAsAWhole) {
     ASSERT_FALSE(fxSave(directory.link("farther", "new.fx"), &root));
     EXPECT_EQ(contents(directory.path + "/new.fx"), contents(path));
 
-    // Whatever fails, the file is as it was, and nothing else is left.
+    // Whatever fails, the file is as it was, and nothing else is left. Only the folder is
+    // synced when the new one is in place.
     const std::string now = contents(path);
-    for (const char failing : {'F', 'R'}) {
+    for (const char failing : {'F', 'R', 'D'}) {
         failingStep = failing;
-        Node other;
-        EXPECT_EQ(fxSave(path, &other).text(), path + ": " + std::strerror(EIO));
-        EXPECT_EQ(contents(path), now);
+        Node another;
+        EXPECT_EQ(fxSave(path, &another).text(), path + ": " + std::strerror(EIO));
+        EXPECT_EQ(contents(path) == now, failing != 'D');
     }
     failingStep = 0;
+    ASSERT_FALSE(fxSave(path, &root));
     Wilful wilful;
+    Wilful::act = [] { throw 1; };
+    EXPECT_THROW(static_cast<void>(fxSave(path, &wilful)), int);
+    Wilful::act = nullptr;
     class Unknown : public Listed {
     } unknown;
     wilful.other = &unknown;
@@ -221,7 +230,7 @@ TEST_F(Save, AFileIsReplacedAsAWhole) {
     limit(RLIMIT_FSIZE);
     EXPECT_EQ(openDescriptors(), before);
     EXPECT_EQ(contents(path), now);
-    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(directory.path), {}), 4);
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(directory.path), {}), 5);
 }
 
 TEST_F(Save, OnlyFilesAreReplacedAndRead) {
@@ -416,6 +425,8 @@ TEST_F(Save, OfClassesThatChangeIsAsTheGuideSays) {
     EXPECT_NE(contents(FXDS_SOURCE_DIR "/docs/guide/saving.md").find(table), std::string::npos)
         << table;
     EXPECT_TRUE(Listed::all().empty()) << "what was skipped is left";
+    EXPECT_EQ(outcomeOf<Plain>(header() + records("t2:Plain o1:2 0 50")),
+              "is from an older version");
 }
 
 }  // namespace

@@ -139,6 +139,19 @@ class House : public Owned, public Rented {
 TRANSCRIBED(House, 1, Owned, Rented) {
     return fxXdrBase<Owned>(t, this) && fxXdrBase<Rented>(t, this);
 }
+/// A virtual base with tables.
+class Shelf : public Listed {
+    FX_TRANSCRIBABLE(Shelf)
+    fxStrStrDictionary dictionary;
+    fxStrSet set;
+};
+TRANSCRIBED(Shelf, 1, Listed) { return fxXdrBase<Listed>(t, this) && fxXdrAll(t, dictionary, set); }
+/// Names it twice, as two bases would.
+class Cabinet : public virtual Shelf {
+    FX_TRANSCRIBABLE(Cabinet)
+};
+TRANSCRIBED(Cabinet, 1, Shelf) { return fxXdrBase<Shelf>(t, this) && fxXdrBase<Shelf>(t, this); }
+
 /// Embedded, so that no list has it.
 struct Inside : public fxXDRObj {
     fxStr text;

@@ -107,22 +107,6 @@ TEST_F(Fxdump, AcceptsWhatIsWritten) {
                     contains(listing, std::string(" ") + fxRecordFormat::tagName(tag) + "\n"))
             << tag;
     }
-
-    // Several graphs that refer to one another, and numbers and pointers
-    // outside of any object.
-    HeldStream stream;
-    const std::unique_ptr<fxTranscriber> writer(fxTranscriber::getWriter(stream));
-    Node first;
-    Node second;
-    second.left = &first;
-    second.text = "later";
-    long number = 5;
-    char* text = number == 5 ? strdup("loose") : nullptr;
-    EXPECT_TRUE(fxXdr(*writer, number) && fxXdrString(*writer, text));
-    EXPECT_TRUE(fxWriteObject(*writer, &first) && fxXdr(*writer, number));
-    EXPECT_TRUE(fxWriteObject(*writer, &second));
-    EXPECT_EQ(faultOf(std::string(stream->view())), "");
-    std::free(text);
 }
 
 TEST_F(Fxdump, NamesTheFirstFault) {
