@@ -93,9 +93,24 @@ struct Described {
 
 // g++ also describes global variables where they are used; clang++ only where they are
 // defined.
-[[gnu::used]] const void* const describedGlobals[] = {
-    &fx_theEventHandler,    &fx_theExecutive,           &fx_theConverters, &fx_theDebugger,
-    &fx_propertyNames,      &fx_nextDataType,           &fx_nextEventType, &fxTypeObj::knownTypes,
-    &fx_toolkitGlobalOrder, &fx_applicationGlobalOrder, &fxOG_Init,        &fxOG_Transcriber};
+[[gnu::used]] const void* const describedGlobals[] = {&fx_theEventHandler,
+                                                      &fx_theExecutive,
+                                                      &fx_theConverters,
+                                                      &fx_theDebugger,
+                                                      &fx_propertyNames,
+                                                      &fx_nextDataType,
+                                                      &fx_nextEventType,
+                                                      &fxTypeObj::knownTypes,
+                                                      &fx_toolkitGlobalOrder,
+                                                      &fx_applicationGlobalOrder,
+                                                      &fxOG_Init,
+                                                      &fxOG_Transcriber,
+                                                      &fxTimer::activeTimers,
+                                                      &fxEvent::nextSequenceNumber,
+                                                      &fxET_Unknown,
+                                                      &fxET_MessageEvent,
+                                                      &fxStr::resizeIncrement,
+                                                      &fxStr::delim_idx,
+                                                      &fxConverter::hasMoreConverters};
 
 }  // namespace
