@@ -181,6 +181,7 @@ private:
 /// destroyed the queue.
 class fxEventQueue::Use : public fxWalk<Use> {
 public:
+    /// Of this queue.
     explicit Use(fxEventQueue& queue) : fxWalk(queue.uses) {}
     /// Whether the queue exists.
     bool goesOn() const { return !isOrphan(); }
