@@ -1,9 +1,13 @@
 # Filters a header for the manual. What all classes have in common is told here
 # once instead of in each header; what has no contract of its own goes: what the
 # compiler writes or refuses, copying without a word, storage of small objects.
-# A line stays a line, so that messages name the right one. Doxygen alone would hide
-# such members, or warn of each; it could not do both, tell of what was forgotten and
-# be silent about these.
+# A line stays a line, so that messages name the right one.
+#
+# Doxygen's own means do not do this. Its deleted and defaulted members, and
+# destructors, are listed without a word unless HIDE_UNDOC_MEMBERS is set; then it
+# warns of no forgotten contract either. Names of operators in EXCLUDE_SYMBOLS take
+# contracts of other members with them. It has no words for members that all classes
+# have, reads no comment of // as a file's, and a group wants a line in each header.
 #
 # A class belongs to the group of its room. The file `rooms` has a line for each
 # header: its path and its room.
@@ -48,10 +52,6 @@ function common(line) {
     return ""
 }
 
-# A macro that ends where it is used.
-/^#define FX_(NUMBER|SENT|XDR_LIBRARY_TYPE)/ { isLocal = 1 }
-isLocal { if (/^#undef/) isLocal = 0; print ""; next }
-
 # The comment that a header begins with tells what the file is for.
 NR == 1 { heading = /^\/\/ / }
 heading && /^\/\/ / {
@@ -80,7 +80,7 @@ block != "" {
 {
     isDocumented = wasComment || /\/\/\/</
     wasComment = /^ *\/\/\/[^@]/
-    if (/^#define FXDS_[A-Z]+_H$/ || /^ *using [A-Za-z]+::[A-Za-z]+;/) $0 = ""
+    if (/^ *using [A-Za-z]+::[A-Za-z]+;/) $0 = ""
     if (/ = (delete|default);/ || /operator (new|delete)\(/) $0 = ""
     if (/^ *(virtual )?~[A-Za-z_]+\(\).*[;}]/ && !isDocumented) sub(/[^ ].*/, "")
     if (!isDocumented && isCopying($0) && /;|\}/) sub(/[^ ].*/, "")
