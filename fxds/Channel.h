@@ -196,6 +196,9 @@ private:
     fxLinks<fxOutputChannel>& links() const;
     unsigned int countOutputs() const;
     bool keepsPlace() const { return keepsCallable == 0 && !isUntested(); }
+    void notePlace(unsigned int position) {
+        if (keepsPlace() && !isConverter()) place = position;
+    }
     unsigned int findOutput(const fxOutputChannel* output) const;
     void settle() const;
 
@@ -210,8 +213,8 @@ private:
     union {
         fxDetail::ClassTest* classTest;    ///< For the owner while isUntested().
         fxDetail::KeptCallable* callable;  ///< Owned.
-        /// Where keepsPlace(): the position at which the last output to feed it has listed it,
-        /// unless the list has changed since.
+        /// Where keepsPlace(): the position at which the last output of many connections to
+        /// feed it has listed it, unless the list has changed since.
         unsigned int place;
     };
 };

@@ -360,16 +360,16 @@ void fxOutputChannel::add(fxInputChannel* input) {
     if (links == nullptr && fxLinks<fxInputChannel>::isMany(inputs)) {
         const std::unique_ptr<fxVoidPtrArray> plain(inputs);
         inputs = links = new fxLinks<fxInputChannel>(std::move(*plain));
+        for (unsigned int i = 0; i < links->length(); ++i) getEntry(i)->notePlace(i);
     }
     if (links != nullptr) {
         links->enter(entry);
         inputs = links->hasHoles() ? nullptr : links;
+        entry->notePlace(links->length() - 1);
     } else {
         if (inputs == nullptr) inputs = new fxVoidPtrArray;
         inputs->append(entry);
     }
-    if (!input->keepsPlace()) return;
-    input->place = (links != nullptr ? links->length() : inputs->length()) - 1;
 }
 
 void fxOutputChannel::settle() const {
