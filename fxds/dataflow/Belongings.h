@@ -33,7 +33,8 @@
 //     holds the input or its table.
 // (4) A due table has a tag, and no property has that tag. Functions that would reveal the
 //     missing property make the tables first.
-// (5) Making a table runs no code of the program, and leaves names at their addresses.
+// (5) Making a table runs no code of the program, and leaves the due table's name as it is,
+//     as there may be views of it.
 
 /// The channels of one kind that belong to one object.
 template <class Channel>
@@ -148,13 +149,53 @@ private:
     fxProperty* few[fewest] = {};
 };
 
+/// The name of a channel: in place if it has up to 15 bytes, and otherwise in a block.
+class fxChannelName {
+public:
+    fxChannelName() = default;
+    fxChannelName(const fxChannelName&) = delete;
+    fxChannelName& operator=(const fxChannelName&) = delete;
+    ~fxChannelName() { dropBlock(); }
+
+    const char* c_str() const { return hasBlock() ? block() : text; }
+    /// Null is the name "".
+    void set(const char* name) {
+        char made[sizeof text] = {};
+        const size_t bytes = size_t{fxStr::textLength(name)} + 1;
+        if (bytes > sizeof text) {
+            void* const copy = std::memcpy(fxNewBlock(bytes), name, bytes);
+            std::memcpy(made, &copy, sizeof copy);
+            made[last] = 1;
+        } else if (bytes > 1) {
+            std::memcpy(made, name, bytes);
+        }
+        dropBlock();
+        std::memcpy(text, made, sizeof text);
+    }
+
+private:
+    static constexpr size_t last = 15;
+
+    bool hasBlock() const { return __builtin_expect(text[last] != '\0', 0); }
+    char* block() const {
+        char* at;
+        std::memcpy(&at, text, sizeof at);
+        return at;
+    }
+    void dropBlock() {
+        if (hasBlock()) std::free(block());
+    }
+
+    char text[last + 1] = {};  // or the address of the block, and a last byte that is not 0
+};
+
 /// The content of a due table: one channel and its name, or none.
 template <class Channel>
 struct fxSoleChannel {
     bool isNamed(const char* other) const {
         return channel != nullptr && std::strcmp(name.c_str(), other != nullptr ? other : "") == 0;
     }
-    fxStr name;
+    fxChannelName name;
     Channel* channel = nullptr;
 };
 

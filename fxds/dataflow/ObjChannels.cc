@@ -106,7 +106,7 @@ Channel* enter(fxObj& object, fxBelongings& mine, Kind& kind, const char* name, 
         mine.watches == nullptr && !mine.isEnding && mine.properties.find(tag, position) == nullptr;
     if (isDue ? sole.channel == nullptr || sole.isNamed(name) : mayBeDue) {
         mine.*kind.due = tag;
-        if (sole.channel == nullptr) sole.name = fxStr(name);
+        if (sole.channel == nullptr) sole.name.set(name);
         return std::exchange(sole.channel, channel);
     }
     fxVoidPtrDict* table = findTable(object, kind);
@@ -149,9 +149,7 @@ void makeTable(fxBelongings& mine, Kind& kind) {
     auto& sole = mine.*kind.sole;
     auto* const table = new fxVoidPtrDict;
     if (sole.channel != nullptr) {
-        (*table)[sole.name] = std::exchange(sole.channel, nullptr);
-        // The key gets the same block of text, as there may be views of it.
-        const_cast<fxStr&>((*table->begin()).key) = std::move(sole.name);
+        (*table)[Name(sole.name.c_str())] = std::exchange(sole.channel, nullptr);
     }
     const unsigned short tag = std::exchange(mine.*kind.due, fxProperty::noTag);
     auto* const property = new fxProperty(tag, static_cast<void*>(table), kind.destructor);

@@ -31,7 +31,7 @@ extern Torturer* torturer;  // what the library's calls come to
 
 constexpr size_t deepest = 5;  // calls of the library within one another
 constexpr int tags = 6;
-constexpr const char* inputNames[slots] = {"in", "set", "clear", "more"};
+constexpr const char* inputNames[slots] = {"in", "set to the left", "measured at last", "more"};
 constexpr const char* outputNames[slots] = {"out", "changed", "done", "tick"};
 
 extern long alive;  // of all that counts itself

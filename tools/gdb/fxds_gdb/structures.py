@@ -63,6 +63,15 @@ def text_of(string):
     return read(int(string["data"]), length).decode("utf-8", "backslashreplace")
 
 
+def name_of(name):
+    """The text of an fxChannelName, which is in place unless its last byte is set."""
+    in_place = read(int(name.address), 16)
+    if in_place[15] == 0:
+        return in_place.split(b"\0")[0].decode("utf-8", "backslashreplace")
+    block = gdb.Value(struct.unpack("<Q", in_place[:8])[0])
+    return block.cast(gdb.lookup_type("char").pointer()).string("utf-8", "backslashreplace")
+
+
 def properties_of(obj):
     """The properties of an fxObj, as pointers."""
     if int(obj["properties"]) == 0:
@@ -122,7 +131,7 @@ def channels_of(obj, end):
     if int(obj["properties"]) != 0:
         sole = target_of(obj["properties"])["sole" + end.capitalize()]
         if int(sole["channel"]) != 0:
-            yield text_of(sole["name"]), sole["channel"]
+            yield name_of(sole["name"]), sole["channel"]
             return
     table = channel_table(obj, end)
     if table is None:
