@@ -139,18 +139,23 @@ private:
     // What leads here: nothing yet; the one output `onlyOutput`, or none again; those in
     // `outputs`; those in `outputs`, which is an fxLinks.
     enum Feeds : unsigned int { nothing, one, few, many };
+    // The memory of the channel is its own, or is behind the belongings of its object, which
+    // exist or have ended.
+    enum InBlock : unsigned int { own, behind, left };
 
     mutable unsigned int feeds : 2;  // a Feeds
     unsigned int keepsCallable : 1;  // `callable` is what the union holds
     unsigned int isEdited : 1;       // by add() or remove(): what leads here need not be connected
     unsigned int hasEnded : 1;       // kept for its watchers only
-    unsigned int watchers : 27;      // the fxConnections that refer to it and do not hold it
+    unsigned int inBlock : 2;        // an InBlock
+    unsigned int watchers : 25;      // the fxConnections that refer to it and do not hold it
 
 public:
     fxMessageEvent* pending;  ///< The message that waits, for a replacing input.
     unsigned long refCount;   ///< Number of holders.
 
 private:
+    friend class fxBelongings;
     friend class fxConnection;
     friend class fxConverter;
     friend class fxEventHandler;
@@ -188,6 +193,7 @@ private:
     void mute();
     void disown();
     void destroy();
+    void erase();
     void end();
     void watch();
     void unwatch();

@@ -199,9 +199,27 @@ struct fxSoleChannel {
     Channel* channel = nullptr;
 };
 
-/// Made with an object's first property or channel.
+/// Made with an object's first property or channel. If that is an input that keeps no
+/// callable, it lies behind them in the same block, and the one that ends last frees that:
+/// most objects have one input, and are then made and ended with one block less.
 class fxBelongings {
 public:
+    fxBelongings() = default;
+    fxBelongings(const fxBelongings&) = delete;
+    fxBelongings& operator=(const fxBelongings&) = delete;
+#ifdef FXDS_CHECKED
+    // Sanitizers see every use of an input that has ended.
+    static constexpr bool joinsBlocks = false;
+#else
+    static constexpr bool joinsBlocks = true;
+#endif
+    /// Makes belongings with room for an input behind them.
+    static fxBelongings* makeWithRoom();
+    /// The room behind the belongings.
+    fxInputChannel* inputBehind() { return reinterpret_cast<fxInputChannel*>(this + 1); }
+    /// Ends the belongings that `new` or makeWithRoom() has made.
+    static void end(fxBelongings* mine);
+
     /// Whether the tag is that of a due table.
     bool isDue(unsigned short tag) const { return tag == dueInputs || tag == dueOutputs; }
     bool hasDueTables() const { return (dueInputs & dueOutputs) != fxProperty::noTag; }
@@ -228,6 +246,10 @@ public:
     unsigned short dueInputs = fxProperty::noTag;   // the tag of the due table of inputs
     unsigned short dueOutputs = fxProperty::noTag;  // of that of outputs
     bool isEnding = false;
+    bool hasInputBehind = false;  // the input behind the belongings exists
+
+private:
+    ~fxBelongings() = default;
 };
 
 /// Makes `name` the name of the tag; defined beside fxProperty::allocNewTag().

@@ -56,6 +56,7 @@ fxInputChannel::fxInputChannel(unsigned short type, void* closure_, void (*funct
       keepsCallable(0),
       isEdited(0),
       hasEnded(0),
+      inBlock(InBlock::own),
       watchers(0),
       pending(nullptr),
       refCount(0),
@@ -93,13 +94,26 @@ fxInputChannel* fxDetail::newInputFor(KeptCallable* callable, void* closure,
     return input;
 }
 
+// No code of the program runs when an input behind belongings ends, which keeps no callable.
+void fxInputChannel::erase() {
+    if (inBlock == InBlock::own) return delete this;
+    auto* const belongings = reinterpret_cast<fxBelongings*>(this) - 1;
+    const bool isLast = inBlock == InBlock::left;
+    this->~fxInputChannel();
+    if (isLast) {
+        ::operator delete(belongings);
+    } else {
+        belongings->hasInputBehind = false;
+    }
+}
+
 // The channel counts itself as a watcher while it ends: otherwise code that runs meanwhile
 // and destroys the last fxConnection would delete it under end().
 void fxInputChannel::destroy() {
     if (isConverter()) {
         delete static_cast<fxConverter*>(this);
     } else if (watchers == 0) {
-        delete this;
+        erase();
     } else {
         watch();
         end();
@@ -114,7 +128,7 @@ void fxInputChannel::watch() {
 
 void fxInputChannel::unwatch() {
     // NOLINTNEXTLINE(bugprone-narrowing-conversions): an unsigned bit-field
-    if (--watchers == 0 && hasEnded != 0) delete this;
+    if (--watchers == 0 && hasEnded != 0) erase();
 }
 
 fxInputChannel* fxInputChannel::target() {

@@ -31,12 +31,28 @@ void tell(const fxRef<fxBelongings::Watches>& watches, unsigned short tag) {
 
 }  // namespace
 
+namespace {
+
+// What belongs to an object was mostly allocated right behind it. Of many objects that end
+// in another order than that in memory, each waits once less for it if all of that is
+// fetched along with the object. Fetching does nothing where there is no memory.
+inline void fetchBehind(const fxObj* object) {
+    constexpr int cacheLine = 64;
+    constexpr int mostBytes = 320;  // of an object with one input, and a number of malloc()
+    for (int i = cacheLine; i <= mostBytes; i += cacheLine) {
+        __builtin_prefetch(reinterpret_cast<const char*>(object) + i, 1);
+    }
+}
+
+}  // namespace
+
 fxObj::~fxObj() {
     if (__builtin_expect(properties != nullptr || fx_traceKinds != 0, 0)) endBelongings();
 }
 
 // Out of line: most objects that end are events, which have no belongings.
 void fxObj::endBelongings() {
+    fetchBehind(this);
     if (fx_traceKinds != 0) fxTraceLines::dying(*this, refCount & ~fxEndingCount);
     if (properties == nullptr) return;
     // Properties that lead back here may release this object.
@@ -50,7 +66,7 @@ void fxObj::endBelongings() {
         removeAllProperties();
         discardNameless();
     } while (properties->properties.length() > 0 || properties->hasDueTables());
-    delete std::exchange(properties, nullptr);
+    fxBelongings::end(std::exchange(properties, nullptr));
 }
 
 fxBelongings& fxObj::makeBelongings() {

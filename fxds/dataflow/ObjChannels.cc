@@ -205,6 +205,18 @@ fxEventHandler& eventHandler() {
 
 }  // namespace
 
+fxBelongings* fxBelongings::makeWithRoom() {
+    static_assert(sizeof(fxBelongings) % alignof(fxInputChannel) == 0);
+    return ::new (::operator new(sizeof(fxBelongings) + sizeof(fxInputChannel))) fxBelongings;
+}
+
+void fxBelongings::end(fxBelongings* mine) {
+    const bool isLast = !mine->hasInputBehind;
+    if (!isLast) mine->inputBehind()->inBlock = fxInputChannel::InBlock::left;
+    mine->~fxBelongings();
+    if (isLast) ::operator delete(mine);
+}
+
 void fxBelongings::makeTables() {
     makeTable(*this, inputKind);
     makeTable(*this, outputKind);
@@ -290,7 +302,16 @@ fxInputChannel* fxObj::addInput(char const* name, unsigned short type, void* clo
 
 fxInputChannel* fxObj::addInput(char const* name, void* closure,
                                 const fxDetail::InputFunction& function, unsigned char replace) {
-    auto* input = new fxInputChannel(function.type, closure, function.function, replace);
+    fxInputChannel* input = nullptr;
+    if (properties == nullptr && fxBelongings::joinsBlocks) {
+        properties = fxBelongings::makeWithRoom();
+        input = ::new (properties->inputBehind())
+            fxInputChannel(function.type, closure, function.function, replace);
+        properties->hasInputBehind = true;
+        input->inBlock = fxInputChannel::InBlock::behind;
+    } else {
+        input = new fxInputChannel(function.type, closure, function.function, replace);
+    }
     input->classTest = function.classTest;
     if (input->classTest != nullptr) input->word |= fxInputChannel::untestedBit;
     return addInput(name, input);
