@@ -159,6 +159,7 @@ private:
     friend class fxConnection;
     friend class fxConverter;
     friend class fxEventHandler;
+    friend class fxEventQueue;
     friend class fxMessageEvent;
     friend class fxObj;
     friend class fxOutputChannel;
@@ -212,8 +213,9 @@ private:
         mutable fxVoidPtrArray* outputs;      ///< Of fxOutputChannel*, borrowed.
         mutable fxOutputChannel* onlyOutput;  ///< Borrowed.
     };
-    unsigned long queued;  // messages that there are for it and for converters leading here
-    fxObj* owner;          // borrowed; in one of whose lists it is linked
+    unsigned long queued;    // messages that there are for it and for converters leading here
+    fxMessageEvent* latest;  // the last message made for it, or null since one has ended
+    fxObj* owner;            // borrowed; in one of whose lists it is linked
     fxInputChannel* nextOwned;
     fxInputChannel** ownedLink;
     union {

@@ -62,6 +62,7 @@ fxInputChannel::fxInputChannel(unsigned short type, void* closure_, void (*funct
       refCount(0),
       outputs(nullptr),
       queued(0),
+      latest(nullptr),
       owner(nullptr),
       nextOwned(nullptr),
       ownedLink(nullptr),

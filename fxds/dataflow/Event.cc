@@ -23,6 +23,8 @@
 // (5) A waiting event has no deliverer, because link() takes it from the delivery under
 //     way. So the union has `alike` exactly while `isIndexed` is set, and that is set only
 //     while the event waits.
+// (6) An input's `latest` is the message that was made last for it, and null as soon as any
+//     of its messages has ended. So where `queued` is 1, it is null or the only message.
 //
 // Code of the program runs in isDoomed(), in deliver(), and in the destructors of events,
 // values and callables. At these moments the list is whole: get() and remove() unlink an
@@ -98,6 +100,7 @@ void fxMessageEvent::hold() {
     FX_ASSERT(channel != nullptr && data != nullptr);
     origin = Origin::message;
     channel->take();
+    channel->latest = this;
     data->take();
     channel->countMessages(1);
 }
@@ -106,6 +109,7 @@ void fxMessageEvent::hold() {
 inline void fxMessageEvent::letGo() {
     leaveQueue();
     if (channel->pending == this) channel->pending = nullptr;
+    channel->latest = nullptr;
     channel->countMessages(-1UL);
     channel->release();
     data->release();
@@ -310,10 +314,14 @@ void fxEventQueue::removeWhere(unsigned char (*isDoomed)(fxEvent*, void*), void*
     }
 }
 
-// The first of many inputs to end pays for the index; further ones need only the events
-// posted since. Deleting events may run code of the program, which may empty the queue and
-// so end the index, or destroy the queue.
+// The only message of an input is at hand. Of other inputs, the first to end pays for the
+// index; further ones need only the events posted since. Deleting events may run code of the
+// program, which may empty the queue and so end the index, or destroy the queue.
 bool fxEventQueue::removeIndexed(fxInputChannel* input) {
+    if (input->queued == 1 && input->latest != nullptr) {
+        if (input->latest->queue == this) remove(input->latest);
+        return true;
+    }
     constexpr unsigned int longWalk = 64;
     if (index == nullptr && count >= longWalk && walks.isEmpty()) {
         index = std::make_unique<Index>(*this);
