@@ -77,6 +77,10 @@ public:                                                          \
 /// named. An abstract class is registered without a way to make it.
 ///
 ///     FX_TRANSCRIBABLE_TYPE(Truck, "Truck", 1, Vehicle, Load);
+///
+/// If Vehicle and Load have an fxXDRObj each, a Truck has two counts of holders: all of them
+/// must be by the same base. So a reader refuses references of both kinds to one Truck, and
+/// any to a Truck that is the root and read as such.
 #define FX_TRANSCRIBABLE_TYPE(Class, name, ...)                                                \
     fxTypeObj Class##_type(name, fxXdrRecord<Class, __VA_ARGS__>::version,                     \
                            fxXdrRecord<Class, __VA_ARGS__>::factory(), &Class::deleteInstance, \

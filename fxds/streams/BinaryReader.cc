@@ -192,7 +192,7 @@ bool fxBinaryReader::xdr(void* slot, fxXDRObj*, fxTypeObj& declared, fxXDRObj*, 
     const bool isNoted = isHolder ? graph->noteHolder(slot, head.id(), declared, takeHold)
                                   : graph->notePointer(slot, head.id(), declared);
     if (owner != nullptr) records->ready.lastDeclared = nullptr;
-    return isNoted || refuse(Fault::damaged, formatError);
+    return isNoted || refuse(Fault::damaged, badNews);
 }
 
 bool fxBinaryReader::xdr(fxTypeObj& base, void* derived, void* baseAddress) {
@@ -308,7 +308,9 @@ void* fxBinaryReader::readObject(fxTypeObj& expected) {
         graph->beginGraph(fxStackPart::beneath(__builtin_frame_address(0)));
         const bool isWhole = readGraph(expected, rootId) && !hasRefused();
         if (isWhole && !graph->isAsNoted()) refuse(Fault::refused, changed);
-        if (isWhole && !graph->completes(graph->at(rootId))) refuse(Fault::damaged, formatError);
+        if (isWhole && !graph->completes(graph->at(rootId), expected)) {
+            refuse(Fault::damaged, graph->takesPointer() ? badNews : formatError);
+        }
         graphReading.isComplete = isWhole && !hasRefused();
         if (!graphReading.isComplete) return nullptr;
     }
@@ -548,7 +550,9 @@ void fxBinaryReader::chooseNamesake(fxReaderEntry& typeEntry, const fxReaderEntr
         return &wanted != &type;
     };
     if (root == nullptr || isOther(*root)) graph->eachWanted(entry, isOther);
-    if (namesake != nullptr) typeEntry.defineType(*namesake);
+    if (namesake == nullptr) return;
+    typeEntry.defineType(*namesake);
+    graph->noteRoots(*namesake);
 }
 
 bool fxBinaryReader::readBody(fxReaderEntry& entry, fxTypeObj* root) {

@@ -199,6 +199,8 @@ void fxReaderGraph::placesMoved(const void* from, size_t byteCount, void* to, si
 
 bool fxReaderGraph::noteHolder(void* slot, unsigned int id, fxTypeObj& declared,
                                void (*take)(void*)) {
+    const bool isAtOnce = !isBodyOpen && bodies.empty() && isHandedOut(at(id));
+    if (isAtOnce && hasManyRoots && !mayHold(at(id), declared)) return false;
     if (!notePointer(slot, id, declared)) return false;
     void* filled = nullptr;
     std::memcpy(&filled, slot, sizeof filled);
@@ -274,7 +276,7 @@ void fxReaderGraph::takeMarks(size_t first, bool isForgiven) {
         } else if (item.wanted != fxBinaryReaderItem::partMark &&
                    item.wanted != fxBinaryReaderItem::countMark && !isForgiven) {
             hasLocal |= dying.holds(item.slot);
-            concludedOnes.push_back({item.slot, nextBody() - 1, item.id});
+            concludedOnes.push_back({item.slot, nextBody() - 1, item.id, kept - 1});
         }
     }
     items.resize(kept);
@@ -380,7 +382,9 @@ bool fxReaderGraph::defineText(unsigned int id, fxReaderEntry& entry, unsigned i
     return isFilled && (before.waiting() == 0 || fillLinked(before.waiting(), id, entry));
 }
 
-bool fxReaderGraph::completes(const fxReaderEntry& root) {
+bool fxReaderGraph::completes(const fxReaderEntry& root, const fxTypeObj& expected) {
+    isBadPointer = hasManyRoots && !holdersAgree(root, expected);
+    if (isBadPointer) return false;
     for (size_t i = 0; i < looseCount; ++i) {
         if (!admits(items[i], at(items[i].id))) return false;
     }
@@ -463,6 +467,8 @@ void fxReaderGraph::drop() {
 void fxReaderGraph::reset() {
     drop();
     numbers.clear();
+    heldRoots.clear();
+    hasManyRoots = false;
     awaited = 0;
     firstBody = 0;
 }
@@ -470,6 +476,7 @@ void fxReaderGraph::reset() {
 void fxReaderGraph::forgetObjects() {
     drop();
     numbers.clearObjects(ready.idCount);
+    heldRoots.clear();
     awaited = 0;
     firstBody = 0;
 }
@@ -480,6 +487,34 @@ void fxReaderGraph::forgetObjects() {
 bool fxReaderGraph::isHandedOut(const fxReaderEntry& entry) {
     if (entry.kind() == fxReaderEntry::block) return true;
     return entry.isObject() && entry.body() < firstBody && orphanOf(entry.body()) == nullptr;
+}
+
+// Whether each object of the type has one fxXDRObj, as far as is known.
+bool fxReaderGraph::hasOneRoot(const fxTypeObj& type) {
+    if (type.bases == nullptr || &type == &fxXDRObj_type) return true;
+    for (fxTypeObj* const* base = type.bases; *base != nullptr; ++base) {
+        if (*base == &fxXDRObj_type) return true;
+    }
+    return type.bases[0] != nullptr && type.bases[1] == nullptr && hasOneRoot(*type.bases[0]);
+}
+
+// Each root of an object counts its holders. The last holder by one of them would destroy an
+// object that is held by another.
+bool fxReaderGraph::mayHold(const fxReaderEntry& entry, const fxTypeObj& declared) {
+    void* const pointer = entry.record().upcast(entry.address(), declared);
+    const void* const root = declared.upcast(pointer, fxXDRObj_type);
+    return heldRoots.emplace(entry.body(), root).first->second == root;
+}
+
+// A caller with a pointer to a class with several roots destroys the object, unheld.
+bool fxReaderGraph::holdersAgree(const fxReaderEntry& root, const fxTypeObj& expected) {
+    if (!hasOneRoot(expected)) heldRoots[root.body()] = nullptr;
+    if (hasOneRoot(expected) && !mayHold(root, expected)) return false;
+    return std::all_of(concludedOnes.begin(), concludedOnes.end(), [&](const Concluded& each) {
+        if (each.take == 0) return true;
+        const fxBinaryReaderItem& item = items[each.place];
+        return mayHold(at(item.id), typeOf(item.wanted));
+    });
 }
 
 // Finds the number of a declared type.

@@ -3,6 +3,7 @@
 #define FXDS_STREAMS_READERGRAPH_H
 
 #include <cstddef>
+#include <map>
 #include <vector>
 
 #include "fxds/TypeObj.h"
@@ -85,7 +86,12 @@ public:
         return numbers.at(id, ready.idCount);
     }
     /// Defines a type.
-    void defineType(unsigned int id, fxTypeObj& type) { numbers.defineType(id, at(id), type); }
+    void defineType(unsigned int id, fxTypeObj& type) {
+        numbers.defineType(id, at(id), type);
+        noteRoots(type);
+    }
+    /// To be called for each type that an object may have.
+    void noteRoots(const fxTypeObj& type) { hasManyRoots |= !hasOneRoot(type); }
     /// Makes an unknown number an awaited one.
     void await(fxReaderEntry& entry, fxReaderEntry::Kind kind) {
         if (entry.kind() != fxReaderEntry::unknown) return;
@@ -233,10 +239,12 @@ public:
 
     ///@{
     /// Ends a graph whose numbers are all defined. completes() returns whether every place
-    /// can be filled; if so, commit() fills the loose ones and hands out everything that
+    /// can be filled, and those that hold one object hold it by the same root of it, as does
+    /// the caller, whose pointer is `expected`; takesPointer() returns whether it was
+    /// this. If so, commit() fills the loose ones and hands out everything that
     /// these and the root refer to. Then tell() lets the holders hold their objects and
     /// calls xdrSuccess(), in the order in which the objects were made.
-    bool completes(const fxReaderEntry& root);
+    bool completes(const fxReaderEntry& root, const fxTypeObj& expected);
     void commit();
     void tell(fxTranscriber& transcriber);
     ///@}
@@ -257,6 +265,7 @@ private:
         void* what;         // an fxXDRObj to call, or a pointer that is to hold its object
         unsigned int body;  // serial number
         unsigned int take;  // index in `takes` + 1; 0 for an fxXDRObj
+        size_t place;       // of such a pointer: index in `items` while the graph is read
     };
     struct Orphan {
         Body body;
@@ -270,6 +279,9 @@ private:
     }
     unsigned int nextBody() const { return firstBody + static_cast<unsigned int>(bodies.size()); }
     bool isHandedOut(const fxReaderEntry& entry);
+    static bool hasOneRoot(const fxTypeObj& type);
+    bool mayHold(const fxReaderEntry& entry, const fxTypeObj& declared);
+    [[gnu::noinline]] bool holdersAgree(const fxReaderEntry& root, const fxTypeObj& expected);
     bool note(const fxBinaryReaderItem& item) {
         if (!isBodyOpen && bodies.empty() && isHandedOut(at(item.id))) return fillAtOnce(item);
         items.push_back(item);
@@ -340,6 +352,8 @@ private:
     std::vector<void (*)(void*)> takes;  // functions by which objects are held; few
     std::vector<fxTypeObj*> types;       // declared types of places; few
     bool isBadPointer = false;           // see takesPointer()
+    bool hasManyRoots = false;           // there may be an object with several fxXDRObj;
+    std::map<unsigned int, const void*> heldRoots;  // by which such bodies are held; null: none
     fxReaderEntry* readyEntries[fxReadyRecords::mostPlaces];  // set by findReadyPlaces()
 };
 

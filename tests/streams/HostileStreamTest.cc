@@ -73,6 +73,14 @@ class Lot : public Listed {
 };
 TRANSCRIBED(Lot, 1, Listed) { return fxXdr(t, house) && fxXdrObject(t, any); }
 
+/// May hold a House, which has a count for each base, by both.
+class Keeper : public House {
+    FX_TRANSCRIBABLE(Keeper)
+    fxRef<Owned> owned;
+    fxRef<Rented> rented;
+};
+TRANSCRIBED(Keeper, 1, Owned, Rented) { return fxXdrAll(t, owned, rented); }
+
 /// Values in values, as deep as a stream says.
 struct Deep {
     std::vector<Deep> inner;
@@ -326,6 +334,21 @@ TEST_F(HostileStream, BasePartsAreReadOnceAndBelongToTheirObject) {
     check<Cabinet>(newBase, tables, {"S7 1 0/4 16/4*3 16 31 0/4 16/4 16 31"});
     check<Lot>("read", "t2:Lot o1:2 1 S3 1 ", {"n"});
     check<Lot>(badNews, "t2:Lot o1:2 1 S3 1 ", {"p3"});
+}
+
+TEST_F(HostileStream, OneObjectIsHeldByOneOfItsRoots) {
+    const std::string two = "t2:Keeper t3:House o1:2 ", house = "o4:3 1 S5 1";
+    check<Keeper>("read", two,
+                  {"P4 n " + house, "n P4 " + house, "P4 P6 " + house + " o6:3 1 S7 1"});
+    check<Keeper>(badNews, two, {"P4 p4 " + house, "n p1", "p1 n"});
+    HeldStream stream(records("t2:Keeper t3:House o1:2 P4 n " + house + " p4 p4"));
+    fxBinaryReader reader(stream, 0x1122, 0x33445566, "ieee");
+    const std::unique_ptr<Keeper> keeper(fxReadObject<Keeper>(reader));
+    fxRef<Owned> owned;
+    fxRef<Rented> rented;
+    ASSERT_TRUE(keeper != nullptr && fxXdr(reader, owned));
+    EXPECT_TRUE(owned == keeper->owned && owned->refCount == 2);
+    EXPECT_EQ(fatalMessage([&] { fxXdr(reader, rented); }), badNews);
 }
 
 // The helpers take pointers and texts that are at hand without a look at their numbers,
