@@ -378,6 +378,22 @@ TEST_F(Writer, StreamsOfOthersSeeThePartsOfEachRecord) {
     EXPECT_EQ(pieces.sizes.size(), pieces.most + 1);
 }
 
+// Nor is what it reads or writes forgotten.
+TEST_F(Writer, ObjectsCannotEndTheGraphTheyAreIn) {
+    static Listed* self = nullptr;
+    Acting acting;
+    self = &acting;
+    Acting::act = [](fxTranscriber& t) {
+        t.reset(), t.forgetObjects();
+        const bool isBusy = t.isReading() ? t.readObject(Acting::typeRecord()) == nullptr
+                                          : !t.writeObject(self, self);
+        return isBusy && fxXdrObject(t, self);
+    };
+    EXPECT_EQ(body(saved(&acting)), records("t2:Acting o1:2 p1"));
+    Acting* const read = loaded<Acting>(header() + records("t2:Acting o1:2 p1"));
+    EXPECT_TRUE(read != nullptr && read == self);
+}
+
 TEST_F(Writer, TranscribersOfOthersGetAllIntsAtOnce) {
     fxIntArray ints(200000);
     const std::vector<unsigned int> once = {200000, 200000};  // as ints, then as longs
