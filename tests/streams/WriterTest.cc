@@ -251,7 +251,6 @@ TEST_F(Writer, FileGetsTheSameBytesAsMemory) {
     for (size_t i = 0; i < block.size(); ++i) block[i] = static_cast<char>(i * 7 % 251);
     const TestDirectory directory;
     const auto written = [&](fxStream* to) {
-        to->take();
         OpenWriter out(to);
         Listed root;
         char* p = block.data();
@@ -262,6 +261,7 @@ TEST_F(Writer, FileGetsTheSameBytesAsMemory) {
     for (const rlim_t most : {RLIM_INFINITY, rlim_t{262200}, rlim_t{100}}) {
         const std::string path = directory.file("block");
         fxStdioStream file(path.c_str(), fxStream::fxStreamWrite, 0600);
+        file.take();
         std::signal(SIGXFSZ, SIG_IGN);
         limit(RLIMIT_FSIZE, most);
         const bool isWhole = written(&file);
