@@ -44,7 +44,7 @@ public:
 
     /// The output "line", looked up by its name. Without an output of that name and type,
     /// values are dropped.
-    fxOutputView<fxStr> line();
+    fxOutputView<fxStr> line() const;
     /// Whether there is a file. What cannot be opened, a folder too, is tried again at each
     /// interval.
     bool isOpen() const { return reader != nullptr; }

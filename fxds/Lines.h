@@ -44,8 +44,8 @@ public:
     ///@{
     /// The outputs "line" and "end", looked up by their names. Without an output of that
     /// name and type, values are dropped.
-    fxOutputView<fxStr> line();
-    fxOutputView<int> end();
+    fxOutputView<fxStr> line() const;
+    fxOutputView<int> end() const;
     ///@}
     bool isPaused() const { return paused; }            ///< See pause().
     bool isAtEnd() const { return state == ended; }     ///< Whether "end" has been sent.
@@ -124,8 +124,8 @@ public:
     ///@{
     /// The outputs "drained" and "end", looked up by their names. Without an output of that
     /// name and type, values are dropped.
-    fxOutputView<void> drained();
-    fxOutputView<int> end();
+    fxOutputView<void> drained() const;
+    fxOutputView<int> end() const;
     ///@}
     size_t getPending() const { return buffer.size() - start; }  ///< Bytes not yet written.
     bool isFull() const { return full; }                         ///< Whether to wait for "drained".

@@ -172,6 +172,10 @@ public:
     ///@}
     /// The named output if it carries values of this data type, or null.
     fxOutputChannel* getOutput(char const* name, unsigned short type);
+    /// The named output if it carries values of type T, otherwise a view of none, on which
+    /// sends do nothing: `object.getOutput<int>("count").send(1)`.
+    template <class T>
+    fxOutputView<T> getOutput(char const* name) const;
 
     ///@{
     /// Name to channel; null before the first channel. View. An entry without a channel,
@@ -416,6 +420,11 @@ inline fxInputChannel* fxObj::addInput(char const* name, F receiver, unsigned ch
         }
     }
     return nullptr;
+}
+
+template <class T>
+inline fxOutputView<T> fxObj::getOutput(char const* name) const {
+    return fxOutputView<T>(const_cast<fxObj*>(this)->getOutput(name, fxChannelType<T>::type()));
 }
 
 template <class T>

@@ -94,7 +94,7 @@ public:
     int getStatus() const { return status; }  ///< As "exited" sends it; before, unknownStatus.
     /// The output "exited", looked up by its name. Without an output of that name and type,
     /// values are dropped.
-    fxOutputView<int> exited();
+    fxOutputView<int> exited() const;
 
     ///@{
     /// Our ends of the pipes; null for a stream that is not piped. Views, as long as the

@@ -24,7 +24,7 @@ public:
     bool isValid() const { return fd >= 0; }  ///< Whether there is a descriptor.
     /// The output "readable", looked up by its name. Without an output of that name and
     /// type, nothing is sent.
-    fxOutputView<void> readable();
+    fxOutputView<void> readable() const;
 
     /// Sends the message.
     void handleRead() override;

@@ -38,7 +38,7 @@ public:
     int getNumber() const { return number; }  ///< As it was given.
     /// The output "signal", looked up by its name. Without an output of that name and type,
     /// values are dropped.
-    fxOutputView<int> signal();
+    fxOutputView<int> signal() const;
 
 private:
     class Catcher;

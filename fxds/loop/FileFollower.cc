@@ -46,9 +46,7 @@ fxFileFollower::~fxFileFollower() { looking->stop(); }
 
 const char* fxFileFollower::className() const { return "fxFileFollower"; }
 
-fxOutputView<fxStr> fxFileFollower::line() {
-    return fxOutputView<fxStr>(getOutput(lineName, fxDT_fxStr));
-}
+fxOutputView<fxStr> fxFileFollower::line() const { return getOutput<fxStr>(lineName); }
 
 fxFilePlace fxFileFollower::getPlace() const {
     fxFilePlace place = begin;

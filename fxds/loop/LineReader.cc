@@ -74,11 +74,9 @@ fxLineReader::~fxLineReader() { delete continuation; }
 
 const char* fxLineReader::className() const { return "fxLineReader"; }
 
-fxOutputView<fxStr> fxLineReader::line() {
-    return fxOutputView<fxStr>(getOutput(lineName, fxDT_fxStr));
-}
+fxOutputView<fxStr> fxLineReader::line() const { return getOutput<fxStr>(lineName); }
 
-fxOutputView<int> fxLineReader::end() { return fxOutputView<int>(getOutput(endName, fxDT_int)); }
+fxOutputView<int> fxLineReader::end() const { return getOutput<int>(endName); }
 
 void fxLineReader::pause() {
     paused = true;

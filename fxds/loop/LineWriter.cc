@@ -55,11 +55,9 @@ fxLineWriter::~fxLineWriter() = default;
 
 const char* fxLineWriter::className() const { return "fxLineWriter"; }
 
-fxOutputView<void> fxLineWriter::drained() {
-    return fxOutputView<void>(getOutput(drainedName, fxDT_void));
-}
+fxOutputView<void> fxLineWriter::drained() const { return getOutput<void>(drainedName); }
 
-fxOutputView<int> fxLineWriter::end() { return fxOutputView<int>(getOutput(endName, fxDT_int)); }
+fxOutputView<int> fxLineWriter::end() const { return getOutput<int>(endName); }
 
 bool fxLineWriter::write(std::string_view bytes) {
     if (fd < 0 || finishing) return false;

@@ -294,7 +294,7 @@ const char* fxProcess::className() const { return "fxProcess"; }
 
 bool fxProcess::isRunning() const { return exit != nullptr; }
 
-fxOutputView<int> fxProcess::exited() { return fxOutputView<int>(getOutput(exitedName, fxDT_int)); }
+fxOutputView<int> fxProcess::exited() const { return getOutput<int>(exitedName); }
 
 bool fxProcess::kill(int signal) { return exit != nullptr && exit->kill(signal); }
 

@@ -13,8 +13,6 @@ fxReadNotifier::fxReadNotifier(int fd_) : fxSelectHandler(fd_, 1) {
 
 const char* fxReadNotifier::className() const { return "fxReadNotifier"; }
 
-fxOutputView<void> fxReadNotifier::readable() {
-    return fxOutputView<void>(getOutput(readableName, fxDT_void));
-}
+fxOutputView<void> fxReadNotifier::readable() const { return getOutput<void>(readableName); }
 
 void fxReadNotifier::handleRead() { readable().send(fxSendNow); }

@@ -139,4 +139,4 @@ fxSignal::~fxSignal() {
 
 const char* fxSignal::className() const { return "fxSignal"; }
 
-fxOutputView<int> fxSignal::signal() { return fxOutputView<int>(getOutput(outputName, fxDT_int)); }
+fxOutputView<int> fxSignal::signal() const { return getOutput<int>(outputName); }
