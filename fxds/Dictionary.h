@@ -158,7 +158,11 @@ public:
     /// stored key stays and only its value is replaced.
     virtual void addInternal(const void* key, const void* value);
 
+    ///@{
+    /// The number of entries.
     unsigned int size() const { return count; }
+    unsigned int length() const { return count; }
+    ///@}
     bool isEmpty() const { return count == 0; }
     /// Whether an equal key is there.
     bool contains(const void* key) const { return find(key) != nullptr; }

@@ -123,7 +123,11 @@ public:
     fxBool xdr(fxTranscriber& transcriber) override;
     fxTypeObj* getTypeObj() const override;
 
+    ///@{
+    /// The number of elements.
     unsigned int size() const { return count; }
+    unsigned int length() const { return count; }
+    ///@}
     bool isEmpty() const { return count == 0; }
 
     /// Adds a copy of the key, unless an equal one is there, which stays.

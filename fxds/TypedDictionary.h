@@ -9,6 +9,7 @@
 #include <optional>
 #include <type_traits>
 #include <utility>
+#include <vector>
 
 #include "fxds/Dictionary.h"
 #include "fxds/KeyHooks.h"
@@ -176,6 +177,14 @@ public:
     Value& operator[](const Text& text) {
         Value* const stored = find(text);
         return stored != nullptr ? *stored : *findCreate(Key(fxTextView(text)));
+    }
+
+    /// Copies of all keys, in the order in which iterators meet them.
+    std::vector<Key> keys() const {
+        std::vector<Key> all;
+        all.reserve(this->size());
+        for (ConstIter i = begin(); i.notDone(); ++i) all.push_back(i.key());
+        return all;
     }
 
     ///@{
