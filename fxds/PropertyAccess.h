@@ -4,9 +4,11 @@
 
 #include <cmath>
 #include <limits>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <type_traits>
+#include <utility>
 
 #include "fxds/Connection.h"
 #include "fxds/Data.h"
@@ -34,52 +36,57 @@ inline unsigned short fxPropertyTag(const char* name) {
     return tag != fxProperty::noTag ? tag : fxProperty::allocNewTag(name);
 }
 
-/// The value of a property as a T, or `fallback` when there is none or it is of
-/// another kind. `key` is a tag or a name. Whole numbers are read from whole numbers
-/// that they can hold; fractions from all numbers in their range; strings (fxStr, std::string) from
-/// texts, null ones being empty; a pointer to a class that derives from fxObj from an
-/// object that is of it (a view), and so an fxRef; a type of FX_CHANNEL_VALUE from a boxed value.
+/// The value of a property as a T; nothing when there is no property, which
+/// fxObj::findProperty() shows, or when it is of another kind. `key` is a tag or a name.
+/// Whole numbers are read from whole numbers that they can hold; fractions from all numbers
+/// in their range; strings (fxStr, std::string) from texts, null ones being empty; a pointer
+/// to a class that derives from fxObj from an object that is of it (a view), and so an fxRef;
+/// a type of FX_CHANNEL_VALUE from a boxed value.
 template <class T, class Key>
-T fxGetProperty(const fxObj& object, Key key, T fallback = T()) {
+std::optional<T> fxFindProperty(const fxObj& object, Key key) {
     const fxProperty* const property = const_cast<fxObj&>(object).findProperty(key);
-    if (property == nullptr) return fallback;
+    if (property == nullptr) return std::nullopt;
     const unsigned short kind = property->getKind();
     if constexpr (std::is_same_v<T, bool>) {
-        return kind == fxDT_fxBool ? property->getAsBool() != 0 : fallback;
+        if (kind == fxDT_fxBool) return property->getAsBool() != 0;
     } else if constexpr (std::is_integral_v<T>) {
-        if (kind != fxDT_long) return fallback;
+        if (kind != fxDT_long) return std::nullopt;
         const long value = property->getAsLong();
         const T result = static_cast<T>(value);
-        return static_cast<long>(result) == value && (result < 0) == (value < 0) ? result
-                                                                                 : fallback;
+        if (static_cast<long>(result) == value && (result < 0) == (value < 0)) return result;
     } else if constexpr (std::is_floating_point_v<T>) {
         if (kind == fxDT_long) return static_cast<T>(property->getAsLong());
-        if (kind != fxDT_double) return fallback;
+        if (kind != fxDT_double) return std::nullopt;
         const double value = property->getAsDouble();
         constexpr double most = static_cast<double>(std::numeric_limits<T>::max());
-        return std::isfinite(value) && std::abs(value) > most ? fallback : static_cast<T>(value);
+        if (!std::isfinite(value) || std::abs(value) <= most) return static_cast<T>(value);
     } else if constexpr (std::is_pointer_v<T> && std::is_convertible_v<T, const fxObj*>) {
-        if (kind != fxDT_ObjPtr) return fallback;
-        T const found = dynamic_cast<T>(property->getAsObjPtr());
-        return found != nullptr ? found : fallback;
+        if (kind != fxDT_ObjPtr) return std::nullopt;
+        if (T const found = dynamic_cast<T>(property->getAsObjPtr())) return found;
     } else if constexpr (!std::is_void_v<typename fxDetail::HeldBy<T>::Type>) {
-        return fxGetProperty<typename fxDetail::HeldBy<T>::Type*>(object, key, fallback.get());
+        return fxFindProperty<typename fxDetail::HeldBy<T>::Type*>(object, key);
     } else if constexpr (fxDetail::isOwnKind<T>) {
         if (kind != fxDT_DataPtr || property->getType() != fxChannelType<T>::type()) {
-            return fallback;
+            return std::nullopt;
         }
-        const auto* const box =
-            dynamic_cast<typename fxChannelType<T>::Box*>(property->getAsData());
-        return box != nullptr ? box->value : fallback;
+        typedef const typename fxChannelType<T>::Box Box;
+        if (const auto* const box = dynamic_cast<Box*>(property->getAsData())) return box->value;
     } else {
         static_assert(std::is_same_v<T, fxStr> || std::is_same_v<T, std::string>,
                       "a property is read as a number, a truth, an fxStr, a std::string, a "
                       "pointer to an object or a type of FX_CHANNEL_VALUE");
         if (kind == fxDT_fxStr) return T(property->getAsStr().view());
-        if (kind != fxDT_CharPtr) return fallback;
+        if (kind != fxDT_CharPtr) return std::nullopt;
         const char* const text = property->getAsCharPtr();
         return T(text != nullptr ? text : "");
     }
+    return std::nullopt;
+}
+
+/// The same, with `fallback` in place of nothing: a wrong kind is not reported.
+template <class T, class Key>
+T fxGetProperty(const fxObj& object, Key key, T fallback = T()) {
+    return fxFindProperty<T>(object, key).value_or(std::move(fallback));
 }
 
 /// Puts a new property in place of the one with the key, which is a tag, or a name

@@ -403,6 +403,7 @@ TEST_F(Receivers, PropertiesAreReadAndSetByType) {
     EXPECT_EQ(fxGetProperty<double>(object, "size"), 300.0);
     EXPECT_EQ(fxGetProperty<unsigned char>(object, "size", 7), 7);
     EXPECT_EQ(fxGetProperty<std::string>(object, "size", "none"), "none");
+    EXPECT_TRUE(!fxFindProperty<fxStr>(object, "size") && fxFindProperty<long>(object, "size"));
     EXPECT_EQ(fxGetProperty<bool>(object, fxPropertyTag("no such property"), true), true);
     fxSetProperty(object, "size", -3L);
     EXPECT_EQ(fxGetProperty<unsigned long>(object, "size", 7UL), 7UL);
