@@ -27,13 +27,12 @@ public:
 };
 
 int main(int argc, char** argv) {
-    fxInitializeToolkit();
-    fxWakeup wakeup;  // a loop without descriptors needs something to wait on
+    const fxToolkit toolkit;  // starts the library, and cleans up at the end
+    fxWakeup wakeup;          // a loop without descriptors needs something to wait on
     Counter counter;
     Printer printer;
     counter.connect("count", &printer, "text");  // int to text: a converter is put between
     fx_theExecutive->initialize(argc, argv);
     fx_theExecutive->open();
     fx_theExecutive->loop();
-    fxCleanupGlobalOrderings();
 }

@@ -57,8 +57,9 @@ private:
 /// and it is the channel's pending one, that is cleared.
 FX_API unsigned char zapMessageEvents(fxEvent* event, void* input);
 
-/// Made by start-up, or earlier by the first send that needs it. A program that destroys
-/// it sets this to null, or to another one, before.
+/// Made by start-up, or earlier by the first send that needs it. Before, it is null:
+/// postEvent(), distributeEvents() and drain() are fatal then, with a sentence. A program that
+/// destroys it sets this to null, or to another one, before.
 extern FX_API fxEventHandler* fx_theEventHandler;
 
 #endif

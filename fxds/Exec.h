@@ -210,7 +210,8 @@ private:
 };
 
 /// The executive that applications register with and that start-up makes,
-/// unless there is one.
+/// unless there is one. Before, it is null: initialize(), open(), close(), poll(), loop(),
+/// run() and addSelectHandler() are fatal then, with a sentence.
 extern FX_API fxExec* fx_theExecutive;
 
 #endif

@@ -96,6 +96,19 @@ FX_API void fxInitializeToolkit();
 /// reverse order. Only the first call does anything.
 FX_API void fxCleanupGlobalOrderings();
 
+/// Start-up and clean-up as a local variable: the first of main(), which makes the services
+/// before all others and cleans up after them.
+///
+///     int main() {
+///         const fxToolkit toolkit;
+class fxToolkit {
+public:
+    fxToolkit() { fxInitializeToolkit(); }
+    fxToolkit(const fxToolkit&) = delete;
+    fxToolkit& operator=(const fxToolkit&) = delete;
+    ~fxToolkit() { fxCleanupGlobalOrderings(); }
+};
+
 // An application may make its own of these before start-up, which then keeps
 // them. They are never freed.
 extern FX_API fxSequencer* fx_nextDataType;   ///< Hands out data type numbers.

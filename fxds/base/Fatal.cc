@@ -27,3 +27,7 @@ void fxStartUp::hint(const char* missing) {
     if (!isTold) std::fprintf(stderr, "There are no %s yet: call fxInitializeToolkit()\n", missing);
     isTold = true;
 }
+
+void fxStartUp::fail(const char* name) {
+    fxFatal("%s is null: call fxInitializeToolkit() first", name);
+}

@@ -9,6 +9,17 @@ namespace fxStartUp {
 // there are none.
 [[gnu::cold]] void hint(const char* missing);
 
+// Ends the process with a sentence about the global pointer `name`.
+[[noreturn, gnu::cold]] void fail(const char* name);
+
+// Fatal if `service`, the `this` of a function of a service that start-up makes, is null: the
+// program has called it by the pointer `name` before.
+template <class Service>
+void require(const Service* service, const char* name) {
+    asm("" : "+r"(service));  // the compiler assumes that `this` is not null
+    if (__builtin_expect(service == nullptr, 0)) fail(name);
+}
+
 }  // namespace fxStartUp
 
 #endif

@@ -4,6 +4,7 @@
 
 #include "fxds/Data.h"
 #include "fxds/base/FreeLists.h"
+#include "fxds/base/StartUp.h"
 #include "fxds/dataflow/TraceLines.h"
 
 // A replacing input has at most one message waiting. Its new message is queued before the
@@ -28,7 +29,16 @@
 
 fxEventHandler* fx_theEventHandler = nullptr;
 
+namespace {
+
+void requireStartUp(const fxEventHandler* handler) {
+    fxStartUp::require(handler, "fx_theEventHandler");
+}
+
+}  // namespace
+
 void fxEventHandler::postEvent(fxEvent* event, unsigned char urgent) {
+    requireStartUp(this);
     if (urgent != 0) {
         insert(event);
     } else {
@@ -136,6 +146,7 @@ inline void fxEventHandler::queueMessage(fxInputChannel* input, fxData* data, bo
 // the front. The number is that at the beginning, so a call ends although each event may
 // post another.
 void fxEventHandler::distributeEvents() {
+    requireStartUp(this);
     const Use use(*this);
     for (unsigned int remaining = count; remaining > 0 && use.goesOn(); --remaining) {
         fxEvent* event = get();
@@ -146,6 +157,7 @@ void fxEventHandler::distributeEvents() {
 }
 
 void fxEventHandler::drain() {
+    requireStartUp(this);
     const Use use(*this);
     while (use.goesOn() && !isEmpty()) distributeEvents();
 }

@@ -19,6 +19,7 @@
 #include "fxds/Fatal.h"
 #include "fxds/SelectHandler.h"
 #include "fxds/Timer.h"
+#include "fxds/base/StartUp.h"
 #include "fxds/dataflow/TraceLines.h"
 #include "fxds/loop/HandlerTable.h"
 
@@ -111,6 +112,8 @@ timeval toTimeval(float seconds) {
     const float fraction = seconds - static_cast<float>(whole);
     return {whole, static_cast<long>(static_cast<double>(fraction) * 1000000.0)};
 }
+
+void requireStartUp(const fxExec* exec) { fxStartUp::require(exec, "fx_theExecutive"); }
 
 bool isOpenDescriptor(int fd) {
     const int callersErrno = errno;
@@ -285,6 +288,7 @@ bool fxSelectHandler::serve() {
 }
 
 void fxExec::addSelectHandler(fxSelectHandler* handler) {
+    requireStartUp(this);
     table->set(descriptorOf(handler, "addSelectHandler"), handler);
 }
 
@@ -324,15 +328,18 @@ bool fxExec::contains(fxApplication* application) const {
 }
 
 void fxExec::initialize(int argc, char** argv) {
+    requireStartUp(this);
     walkApplications(
         [argc, argv](fxApplication* application) { application->initialize(argc, argv); });
 }
 
 void fxExec::open() {
+    requireStartUp(this);
     walkApplications([](fxApplication* application) { application->open(); });
 }
 
 void fxExec::close() {
+    requireStartUp(this);
     Closing closing(*this);
     for (unsigned int i = 0; i < closing.open.length(); ++i) {
         auto* const application = static_cast<fxApplication*>(closing.open[i]);
@@ -368,6 +375,7 @@ bool fxExec::willBlock() {
 // a handler that a pre-select function registers is usually waited for from the next poll
 // on. The time that passes in select() goes to the timers before any handler is called.
 void fxExec::poll(float seconds) {
+    requireStartUp(this);
     if (dirty) updateSelectState();
     if (nfds == 0) {
         tellThatNothingWaits(loops > 0);
@@ -403,10 +411,12 @@ void fxExec::pollWhile(Condition goesOn) {
 }
 
 void fxExec::loop() {
+    requireStartUp(this);
     pollWhile([this] { return !applications.isEmpty(); });
 }
 
 void fxExec::run() {
+    requireStartUp(this);
     pollWhile([] { return true; });
 }
 

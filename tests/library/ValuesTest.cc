@@ -26,6 +26,34 @@ namespace {
 
 std::string calls;
 
+constexpr int ofExecutive = 7;
+
+// A sanitizer would report the calls before the library does.
+__attribute__((no_sanitize("undefined"))) void useBeforeStartUp(int way) {
+    switch (way) {
+        case 0:
+            return fx_theExecutive->initialize(0, nullptr);
+        case 1:
+            return fx_theExecutive->open();
+        case 2:
+            return fx_theExecutive->close();
+        case 3:
+            return fx_theExecutive->poll(0);
+        case 4:
+            return fx_theExecutive->loop();
+        case 5:
+            return fx_theExecutive->run();
+        case 6:
+            return fx_theExecutive->addSelectHandler(nullptr);
+        case ofExecutive:
+            return fx_theEventHandler->drain();
+        case 8:
+            return fx_theEventHandler->distributeEvents();
+        default:
+            return fx_theEventHandler->postEvent(nullptr);
+    }
+}
+
 TEST(StartUp, IsHintedAtWhereItIsMissing) {
     if (fx_theConverters != nullptr) GTEST_SKIP() << "started already";
     fxObj source, target;
@@ -37,6 +65,11 @@ TEST(StartUp, IsHintedAtWhereItIsMissing) {
     EXPECT_TRUE(fxConnect(source, "out", target, "in")
                     .whyNot()
                     .endsWith("; there are none before fxInitializeToolkit()"));
+    for (int way = 0; way < 10; ++way) {
+        EXPECT_DEATH(useBeforeStartUp(way),
+                     std::string("^fx_the") + (way < ofExecutive ? "Executive" : "EventHandler") +
+                         " is null: call fxInitializeToolkit\\(\\) first\n$");
+    }
     testing::internal::CaptureStderr();
     for (int i = 0; i < 2; ++i) EXPECT_EQ(fxTranscriber::getReader(nullptr), nullptr);
     EXPECT_EQ(testing::internal::GetCapturedStderr(),
@@ -52,9 +85,12 @@ TEST(StartUp, RunsBothOrderingsOnceEachWay) {
             fxInitializeToolkit();  // from within: does nothing
         },
         [] { fxCleanupGlobalOrderings(); }, nullptr, 0);
-    for (int i = 0; i < 2; ++i) fxInitializeToolkit();
-    EXPECT_EQ(calls, "init after the library ");
-    for (int i = 0; i < 2; ++i) fxCleanupGlobalOrderings();
+    fxInitializeToolkit();
+    {
+        const fxToolkit toolkit;
+        EXPECT_EQ(calls, "init after the library ");
+    }
+    fxCleanupGlobalOrderings();
     EXPECT_EQ(calls, "init after the library end");
 }
 
