@@ -24,6 +24,11 @@ struct fxFilePlace {
 /// become shorter. An unfinished line waits for its rest while its file stays. Only regular
 /// files are opened.
 ///
+/// Sends an int on the output "error", at once, when an interval has passed and the file
+/// cannot be opened: the errno, such as ENOENT for one that is missing or EISDIR for a
+/// folder. It tries again at each interval, and sends when the number has changed; 0 means
+/// that the file is open.
+///
 ///     fxFileFollower log("/var/log/messages");
 ///     fxConnect(log.line(), this, [this](const fxStr& line) { take(line); });
 ///
@@ -42,21 +47,27 @@ public:
 
     const char* className() const override;
 
-    /// The output "line", looked up by its name. Without an output of that name and type,
-    /// values are dropped.
+    ///@{
+    /// The outputs "line" and "error", looked up by their names. Without an output of that
+    /// name and type, values are dropped.
     fxOutputView<fxStr> line() const;
-    /// Whether there is a file. What cannot be opened, a folder too, is tried again at each
-    /// interval.
-    bool isOpen() const { return reader != nullptr; }
+    fxOutputView<int> error() const;
+    ///@}
+    bool isOpen() const { return reader != nullptr; }  ///< Whether there is a file.
+    /// Why there is none: the errno of the last attempt to open it. 0 while it is open.
+    int getError() const { return lastError; }
     fxFilePlace getPlace() const;  ///< While a line is sent, behind that line.
 
 private:
     void open(fxFilePlace from);
+    void tryAgain(fxFilePlace from);
     void look();
 
     const std::string path;
     fxFilePlace begin;                     // of what the reader reads
     fxDetail::Owned<fxLineReader> reader;  // null where there is no file
+    int lastError = 0;                     // what getError() returns
+    int sentError = 0;                     // what "error" has sent last
     bool hasFailed = false;                // whether a read has
     bool isLeaving = false;                // whether the reader finishes a file that was replaced
     fxRef<fxAlarm> looking;

@@ -33,8 +33,9 @@ public:
     static constexpr size_t usualLimit = size_t{1} << 20;  ///< Of the length of a line.
 
     /// `fd` is adopted. Bytes of a line beyond `limit` are dropped. isValid() is false for
-    /// a descriptor that the executive cannot serve, such as the -1 of an open() that failed:
-    /// it is closed then, and nothing is ever sent, not even "end".
+    /// a descriptor that the executive cannot serve; it is closed then, and "end" is sent from
+    /// the event queue: EBADF for a negative one, such as the -1 of an open() that failed,
+    /// EMFILE for one that is too high.
     explicit fxLineReader(int fd, size_t limit = usualLimit);
     ~fxLineReader() override;
 

@@ -98,8 +98,9 @@ public:
 
     ///@{
     /// Our ends of the pipes; null for a stream that is not piped. Views, as long as the
-    /// process object. Those of a process that could not be started are not valid. A
-    /// program that reads its input to the end does not end before input()->finish().
+    /// process object. Those of a process that could not be started are not valid; readers
+    /// send "end" then. A program that reads its input to the end does not end before
+    /// input()->finish().
     fxLineWriter* input() const { return inputPipe.get(); }
     fxLineReader* output() const { return outputPipe.get(); }
     fxLineReader* errors() const { return errorPipe.get(); }

@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdlib>
 #include <memory>
 
@@ -24,6 +25,7 @@
 namespace {
 
 constexpr char lineName[] = "line";
+constexpr char errorName[] = "error";
 
 // The path from the root; unchanged if the working folder has no path.
 std::string absolute(const std::string& path) {
@@ -38,6 +40,7 @@ fxFileFollower::fxFileFollower(const fxDetail::FilePath& path_, fxFilePlace from
                                fxAlarm::Span interval)
     : path(absolute(path_)) {
     addOutput(lineName, fxDT_fxStr);
+    addOutput(errorName, fxDT_int);
     open(from);
     looking = fxEvery(interval, this, [this] { look(); });
 }
@@ -47,6 +50,8 @@ fxFileFollower::~fxFileFollower() { looking->stop(); }
 const char* fxFileFollower::className() const { return "fxFileFollower"; }
 
 fxOutputView<fxStr> fxFileFollower::line() const { return getOutput<fxStr>(lineName); }
+
+fxOutputView<int> fxFileFollower::error() const { return getOutput<int>(errorName); }
 
 fxFilePlace fxFileFollower::getPlace() const {
     fxFilePlace place = begin;
@@ -60,21 +65,33 @@ void fxFileFollower::open(fxFilePlace from) {
     hasFailed = isLeaving = false;
     const int fd = fxOpenFile(path);
     struct stat found = {};
-    if (fd < 0 || fstat(fd, &found) != 0) return;
+    lastError = fd < 0 || fstat(fd, &found) != 0 ? errno : 0;
+    if (lastError != 0) return;
     if (found.st_ino != begin.file || static_cast<unsigned long>(found.st_size) < begin.offset) {
         begin = {found.st_ino, 0};
     }
     lseek(fd, static_cast<off_t>(begin.offset), SEEK_SET);
     auto opened = std::make_unique<fxLineReader>(fd);
-    if (!opened->isValid()) return;
+    if (!opened->isValid()) {
+        lastError = EMFILE;
+        return;
+    }
     reader = std::move(opened);
     reader->setGrowing(true);
     fxConnect(reader->line(), this, [this](const fxStr& text) { line().send(text, fxSendNow); });
     fxConnect(reader->end(), this, [this](int error) { hasFailed = error != 0; });
 }
 
+// A receiver may destroy the follower.
+void fxFileFollower::tryAgain(fxFilePlace from) {
+    open(from);
+    if (lastError == sentError) return;
+    sentError = lastError;
+    error().send(lastError, fxSendNow);
+}
+
 void fxFileFollower::look() {
-    if (reader == nullptr || hasFailed) return open(getPlace());
+    if (reader == nullptr || hasFailed) return tryAgain(getPlace());
     if (!reader->isAtEnd()) return;
     const int fd = reader->getFd();
     struct stat now = {};
@@ -92,5 +109,5 @@ void fxFileFollower::look() {
         reader->resume();
         if (!reader->isAtEnd()) return;
     }
-    open(fxFilePlace());
+    tryAgain(fxFilePlace());
 }

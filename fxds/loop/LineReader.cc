@@ -67,7 +67,10 @@ struct fxLineReader::Delivery : fxWalk<Delivery> {
 fxLineReader::fxLineReader(int fd_, size_t limit_) : fxSelectHandler(fd_, 1), limit(limit_) {
     addOutput(lineName, fxDT_fxStr);
     addOutput(endName, fxDT_int);
-    serve();
+    if (serve()) return;
+    error = fd_ < 0 ? EBADF : EMFILE;
+    state = ending;
+    continueLater();
 }
 
 fxLineReader::~fxLineReader() { delete continuation; }

@@ -287,9 +287,19 @@ TEST_F(Outside, WhatCannotBeReadEndsWithItsError) {
         reader.handleRead();
     }
     EXPECT_EQ(log.size(), 2U);
-    fxLineReader none(-1);
-    EXPECT_FALSE(none.isValid() || fxLineWriter(none).isValid());
-    none.handleRead();
+    for (const auto& [fd, error] : {std::pair(-1, EBADF), {fxExec::maxDescriptors, EMFILE}}) {
+        fxLineReader none(fd);
+        EXPECT_FALSE(none.isValid() || fxLineWriter(none).isValid());
+        note(none);
+        none.pause();
+        turn();
+        EXPECT_FALSE(none.isAtEnd());
+        none.resume();
+        turn();
+        EXPECT_EQ(log.back(), "[" + std::to_string(error) + "]");
+        none.handleRead();
+    }
+    EXPECT_EQ(log.size(), 4U);
 }
 
 TEST_F(Outside, GrowingFilesAreReadOn) {
@@ -339,6 +349,20 @@ TEST_F(Outside, FollowersBeginAgainOnlyWhereAFileWasCut) {
     until([&] { return ticks > 20; });
     ticking->stop();
     EXPECT_EQ(log, expected);
+
+    log.clear();
+    const std::string later = directory.path + "/later";
+    std::filesystem::create_directory(later);
+    fxFileFollower waiting(later, fxFilePlace(), soon);
+    fxConnect(waiting.line(), [this](const std::string& line) { log.push_back(line); });
+    fxConnect(waiting.error(), [&](int error) {
+        noteEnd(error);
+        EXPECT_EQ(waiting.getError(), error);
+        if (error == EISDIR) std::filesystem::remove(later);
+        if (error == ENOENT) directory.file("later", "now\n");
+    });
+    until([&] { return !log.empty() && log.back() == "now"; });
+    EXPECT_EQ(log, (Log{"[21]", "[2]", "[0]", "now"}));
 }
 
 TEST_F(Outside, WriterKeepsEveryByteAndBlocksNowhere) {
