@@ -108,12 +108,12 @@ struct Left {
 } const left[] = {
     {"./run", "builds all, and starts the monitor, which its own test does"},
     {"./check", "builds all, and runs this test"},
-    {"cmake ", "builds or installs; Rooms finds its presets, and Install installs"},
-    {"g++ -std=c++17 program.cc", "needs what is installed; Install runs it"},
+    {"cmake ", "builds or installs; Rooms finds its presets, Install runs what README.md installs"},
+    {"export PKG_CONFIG_PATH", "needs what is installed; Install runs it"},
+    {"g++ -std=c++17 program.cc $(pkg-config", "needs what is installed; Install runs it"},
     {"bench/", "measures for minutes"},
     {"build/bench/", "is not built here"},
     {"build/fuzz/", "runs for a minute, and is not built here"},
-    {"FX_TEST_ROUNDS=1000 build/asan/tests/TortureTest", "runs for minutes"},
     {"clang-tidy ", "needs the preset clang; ./check looks at every file with it"},
     {"tests/mutations/run", "runs for half an hour; MutationsApply looks at its faults"},
 };
@@ -122,7 +122,7 @@ struct Left {
 std::vector<std::string> commandsOf(const std::string& page) {
     const std::regex command(
         "    (([A-Z_]+=\\S+ )?((\\./|build/|bench/|tests/)[a-z]|"
-        "(cmake|g\\+\\+|clang-tidy|mkdir|fxdump|fxgrep|fxflow) ).*)");
+        "(cmake|export|g\\+\\+|clang-tidy|mkdir|fxdump|fxgrep|fxflow) ).*)");
     std::vector<std::string> commands;
     std::istringstream lines(page);
     bool isFenced = false;
@@ -143,6 +143,7 @@ std::vector<std::string> commandsOf(const std::string& page) {
 TEST(Documents, CommandsWork) {
     const std::pair<const char*, std::string> replaced[] = {
         {"build/[a-z]+(?=/)", FXDS_BUILD_DIR},
+        {"TEST_ROUNDS=1000", "TEST_ROUNDS=1"},
         {"-I\\.", "-I" FXDS_SOURCE_DIR},
         {"^g\\+\\+", FXDS_COMPILER},
         {"( )examples/", "$1" FXDS_SOURCE_DIR "/examples/"},
@@ -150,9 +151,11 @@ TEST(Documents, CommandsWork) {
         {"( |^)tests/", "$1" FXDS_SOURCE_DIR "/tests/"}};
     const std::string readme = contents(FXDS_SOURCE_DIR "/README.md");
     const TestDirectory folder;
-    folder.file("first.cc", blocksOf(readme, "cpp").at(0));
+    for (const char* const name : {"first.cc", "program.cc"}) {
+        folder.file(name, blocksOf(readme, "cpp").at(0));
+    }
     std::vector<std::filesystem::path> files = {FXDS_SOURCE_DIR "/README.md"};
-    for (const char* const place : {"", "docs", "docs/guide"}) {
+    for (const char* const place : {"", "docs", "docs/flow", "docs/guide"}) {
         for (const auto& entry :
              std::filesystem::directory_iterator(FXDS_SOURCE_DIR "/" + std::string(place))) {
             const bool isPage = entry.path().extension() == ".md";
@@ -184,6 +187,12 @@ TEST(Documents, CommandsWork) {
         }
     }
     EXPECT_EQ(used.size(), std::size(left)) << "commands that no page shows";
+    const std::string page = contents(FXDS_SOURCE_DIR "/docs/debugging.md");
+    const size_t at = page.find("    fxds timer   start");
+    const std::string lines = page.substr(at, page.find("\n\n", at) + 1 - at);
+    EXPECT_EQ(contents(folder.path + "/trace")
+                  .find(std::regex_replace(lines, std::regex(" {4}fx"), "fx")),
+              0U);
 }
 #endif
 

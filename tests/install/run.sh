@@ -32,7 +32,8 @@ expect dev "$(files dev)" '^\./include/|^\./share/(doc|gdb)/|/cmake/ostrelfx(ds|
 rm -r "$old"
 
 step 'nothing remembers where it was built or installed'
-"$cmake" --install "$build" --prefix "$old" >/dev/null
+eval "$(sed -n "s|^    cmake --install build/release --prefix /opt/ostrelfxds\$|'$cmake' --install '$build' --prefix '$old'|p" \
+    "$sources/README.md")" >/dev/null
 mv "$old" "$new"
 ! grep -rIlF -e "$sources" -e "$build" -e "$old" "$new" || fail 'these texts do'
 
@@ -46,15 +47,17 @@ for tool in fxgrep fxdump fxflow; do
         fail "no --help of $tool"
 done
 
-step 'pkg-config and the compiler'
+step 'pkg-config and the compiler, as README.md shows them'
 pc=$(find "$new" -name ostrelfxds.pc)
 libraries=$(cd "$(dirname "$pc")/.." && pwd)
 export PKG_CONFIG_PATH=${pc%/*}
 version=$(pkg-config --modversion ostrelfxds)
 [[ -f $libraries/libostrelfxds.so.$version ]] || fail "no library of version $version"
-read -ra flags <<<"$(pkg-config --cflags --libs ostrelfxds)"
-"$cxx" -std=c++17 "$here/first.cc" "${flags[@]}" -Wl,-rpath,"$libraries" -o "$work/first"
-[[ $("$work/first") == 'hello, 42' ]] || fail 'the program says something else'
+cp "$here/first.cc" "$work/program.cc"
+shown=$(sed -n '/^    export PKG_CONFIG_PATH/,/-o program$/p' "$sources/README.md" |
+    sed -e "s|^ *g++|'$cxx'|" -e "s|/opt/ostrelfxds/lib|$libraries|")
+(cd "$work" && eval "$shown")
+[[ $("$work/program") == 'hello, 42' ]] || fail 'the program says something else'
 read -ra flags <<<"$(pkg-config --cflags --libs ostrelfxflow)"
 "$cxx" -std=c++17 "$here/flow.cc" "${flags[@]}" -Wl,-rpath,"$libraries" -o "$work/flow"
 [[ $("$work/flow") == 'hello, 42' ]] || fail 'the flow says something else'
