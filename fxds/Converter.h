@@ -80,7 +80,7 @@ public:
     /// | text | long, double |
     /// | fxStr | boolean, int, long, float, double |
     ///
-    /// Numbers become text that reads back as the same number, truths "true" and
+    /// Numbers become text that reads back as the same number, booleans "true" and
     /// "false". Text becomes a number as far as it is one, cut to the range of the
     /// type, and is 0 when it does not begin with one; "true" and numbers other than
     /// 0 are true.

@@ -73,7 +73,7 @@ std::optional<T> fxFindProperty(const fxObj& object, Key key) {
         if (const auto* const box = dynamic_cast<Box*>(property->getAsData())) return box->value;
     } else {
         static_assert(std::is_same_v<T, fxStr> || std::is_same_v<T, std::string>,
-                      "a property is read as a number, a truth, an fxStr, a std::string, a "
+                      "a property is read as a number, a boolean, an fxStr, a std::string, a "
                       "pointer to an object or a type of FX_CHANNEL_VALUE");
         if (kind == fxDT_fxStr) return T(property->getAsStr().view());
         if (kind != fxDT_CharPtr) return std::nullopt;
@@ -90,7 +90,7 @@ T fxGetProperty(const fxObj& object, Key key, T fallback = T()) {
 }
 
 /// Puts a new property in place of the one with the key, which is a tag, or a name
-/// that gets one if it has none. Truths, whole numbers and fractions become booleans,
+/// that gets one if it has none. Booleans, whole numbers and fractions become booleans,
 /// longs and doubles; texts a copy; objects are shared; a type of FX_CHANNEL_VALUE is
 /// boxed.
 template <class Key, class T>
@@ -122,7 +122,7 @@ void fxSetProperty(fxObj& object, Key key, const T& value) {
         property = new fxProperty(tag, fxStr(value));
     } else {
         static_assert(std::is_convertible_v<T, fxObj*>,
-                      "a property is a number, a truth, a text, an object or a type of "
+                      "a property is a number, a boolean, a text, an object or a type of "
                       "FX_CHANNEL_VALUE");
         property = new fxProperty(tag, static_cast<fxObj*>(value));
     }

@@ -33,7 +33,7 @@ template <class T>
 struct IsSent<T, std::void_t<typename fxChannelType<T>::Value>> : std::true_type {};
 
 // Whether every value of type V, a number, is a value of type T. A boolean byte
-// is a truth and the other way round; that apart, truths are no numbers' target.
+// is a bool and the other way round; apart from that, no number becomes a bool.
 template <class T, class V>
 constexpr bool holds() {
     typedef std::numeric_limits<T> To;
@@ -44,7 +44,7 @@ constexpr bool holds() {
 }
 
 // Whether a V may be sent on an output of T: it converts, no value changes on
-// the way, and no pointer becomes a truth.
+// the way, and no pointer becomes a bool.
 template <class T, class V>
 constexpr bool fits() {
     typedef std::decay_t<V> From;

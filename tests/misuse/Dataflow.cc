@@ -121,7 +121,7 @@ inline void join(fxOutputView<double> output, [[maybe_unused]] fxRef<fxObj> obje
     // a receiver takes nothing or one of: void bool int
     MISUSE(CallableOfAnUnknownType, object->addInput("in", [](unsigned) {});)
     MISUSE(CallableOfTwo, object->addInput("in", [](int, int) {});)
-    // a property is read as a number, a truth, an fxStr, a std::string, a pointer to an object
+    // a property is read as a number, a boolean, an fxStr, a std::string, a pointer to an object
     MISUSE(PropertyReadAsPointer, fxGetProperty(*object, "name", "none");)
     // delete
     MISUSE(ReferenceDeleted, delete object;)
