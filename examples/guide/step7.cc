@@ -30,7 +30,7 @@ public:
     fxOutputView<float> excess;
 };
 
-FX_ELEMENT(Guard, "tells by how much it is too warm") {
+FX_ELEMENT(Guard, "sends by how much it is too warm") {
     element.property("limit", &Guard::limit, 30, "what is not yet too warm").unit("degrees");
     element.input("celsius", &Guard::check, "the temperature");
     element.output("excess", &Guard::excess, "by how much it is above the limit");
