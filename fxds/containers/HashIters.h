@@ -4,9 +4,15 @@
 
 #include "fxds/Array.h"
 
-// An iterator is registered with its container while it walks, and every removal
-// moves those on that stand on the entry. `Core` is the container's fxHashCore,
-// which gives its chains, its registry, and where an iterator belongs.
+// `Core` is the container's fxHashCore, which gives its chains, its registry, and the
+// container of an iterator.
+//
+// Invariants, between any two calls:
+// (1) An iterator is in the registry of its container exactly while it has one, and then
+//     `node` is a linked entry, in the chain `bucketIndex`.
+// (2) `moved` is set where `node` is the successor of a removed entry, which was current;
+//     the next step clears it and stays there.
+// (3) A removal first moves the iterators at its entry to the successor.
 
 template <class Core, class Container, class Node, class Iter>
 struct fxHashIters {

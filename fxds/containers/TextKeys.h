@@ -13,6 +13,14 @@
 // Fewer than 8 bytes are one word. Names take few branches: a search whose keys
 // have other lengths than those before waits for each branch that depends on
 // the length.
+//
+// Invariants:
+// (1) The fingerprint depends on the bytes up to the first zero alone: the functions for known
+//     lengths give the same number as the general one. Tags in nodes come from any of them.
+// (2) Only the bytes of a text are read, not its terminator.
+//
+// A length below the least of a range wraps around when that is subtracted, and so one
+// comparison finds both ends of the range.
 
 namespace fxTextKeys {
 

@@ -12,6 +12,17 @@
 
 // The kinds of lines that are written, and their destination. TraceLines.cc
 // makes the lines.
+//
+// Invariants:
+// (1) fx_traceKinds has bits of existing kinds only, so that 0 means that nothing is traced;
+//     then no object has a number.
+// (2) fxStreamTrace::sink is set exactly while the kind `streams` is on. Sources of that room
+//     write through it, because they cannot include this one.
+// (3) theSink is never null.
+//
+// fx_traceKinds and the sink are constant-initialised, and what the environment asks for is
+// entered by a static initialiser of this file. So objects that other files construct before
+// it are not traced.
 
 unsigned int fx_traceKinds = 0;
 

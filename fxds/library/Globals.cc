@@ -15,6 +15,13 @@
 // Ordered globals register themselves from static initialisers, in the order in which those
 // happen to run, so the orderings are plain pointers that start null. The services
 // themselves are made only when the application requests them.
+//
+// Invariants:
+// (1) Both orderings are null, or both exist, and then until the process ends.
+// (2) An ordering lists each registered service as often as it was registered, and borrows it.
+// (3) `sorted` is set only if nothing was registered since the last pass of sort().
+// (4) Start-up and clean-up are marked as done before their first function runs. A service
+//     that calls them from within does nothing.
 
 fxGlobalOrder* fx_toolkitGlobalOrder = nullptr;
 fxGlobalOrder* fx_applicationGlobalOrder = nullptr;
