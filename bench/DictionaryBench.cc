@@ -4,6 +4,7 @@
 #include <benchmark/benchmark.h>
 
 #include <algorithm>
+#include <cstring>
 #include <random>
 #include <string>
 #include <type_traits>
@@ -135,6 +136,61 @@ void mapFind(benchmark::State& state) {
     findAll(state, map, keys);
 }
 
+// The floor of short names: chains and entries of the same parts as the dictionary's, in one
+// block, without hooks, iterators and removal.
+class PlainTable {
+public:
+    typedef void* mapped_type;
+
+    struct Node {
+        Node(const fxStr& key, void* value_, Node* next_)
+            : element(&length), next(next_), length(key.length()), data(text), value(value_) {
+            std::memcpy(text, key.data, length + 1);
+        }
+        bool isOf(const fxStr& key) const {
+            return length == key.length() && std::memcmp(text, key.data, length) == 0;
+        }
+        void* element;
+        Node* next;
+        size_t tag = 0;
+        size_t length;
+        const char* data;
+        void* value;
+        char text[16] = {};
+    };
+    static_assert(sizeof(Node) == 64);
+
+    PlainTable(unsigned int chains, size_t entries) : heads(chains) { nodes.reserve(entries); }
+    const Node* find(const fxStr& key) const { return findFrom(heads[chainOf(key)], key); }
+    void emplace(const fxStr& key, void* value) {
+        Node*& head = heads[chainOf(key)];
+        if (findFrom(head, key) == nullptr) head = &nodes.emplace_back(key, value, head);
+    }
+    void clear() { nodes.clear(); }
+
+private:
+    size_t chainOf(const fxStr& key) const { return key.hash() % heads.size(); }
+    static const Node* findFrom(const Node* node, const fxStr& key) {
+        while (node != nullptr && !node->isOf(key)) node = node->next;
+        return node;
+    }
+
+    std::vector<Node*> heads;
+    std::vector<Node> nodes;
+};
+
+void plainInsert(benchmark::State& state) {
+    const auto keys = makeKeys(state, Names::forDict);
+    const unsigned int chains = chainsFor(state);
+    insertAll(state, keys, [&] { return PlainTable(chains, keys.size()); });
+}
+
+void plainFind(benchmark::State& state) {
+    const auto keys = makeKeys(state, Names::forDict);
+    PlainTable table(chainsFor(state), keys.size());
+    findAll(state, table, keys);
+}
+
 // The cost of one entry that is added and removed in a table that is full
 // otherwise.
 template <class Kind>
@@ -238,6 +294,8 @@ COMPARE(Names);
 COMPARE(LongNames);
 COMPARE(AlikeNames);
 COMPARE(Addresses);
+BENCHMARK(plainFind)->Apply(loadOne);
+BENCHMARK(plainInsert)->Apply(loadOne);
 
 #ifdef FXDS_HAVE_ABSL
 #define COMPARE_ABSL(Kind)                     \
