@@ -530,6 +530,12 @@ struct fxXdrStd<std::unique_ptr<T>> {
     }
 };
 
+// Its length is not known.
+template <class T>
+struct fxXdrStd<std::unique_ptr<T[]>> {
+    static constexpr bool isKnown = false;
+};
+
 ///@{
 /// As many pointers to objects as there are, each as by fxXdrObject(). Those of
 /// an array are to objects of class C: `fxXdrObjects<Node>(t, nodes)`.

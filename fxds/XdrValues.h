@@ -381,7 +381,13 @@ bool fxXdrRefuse() {
     constexpr bool isSum = fxXdrIsNamed<T>({"tuple<", "variant<", "any"});
     constexpr bool isTime = fxXdrIsNamed<T>({"chrono::"});
     constexpr bool isPath = fxXdrIsNamed<T>({"filesystem::"});
-    static_assert(!std::is_pointer_v<T>, "a pointer to an object travels by fxXdrObject()");
+    constexpr bool isBlock = std::is_pointer_v<T> && std::is_arithmetic_v<std::remove_pointer_t<T>>;
+    static_assert(!std::is_pointer_v<T> || isBlock,
+                  "a pointer to an object travels by fxXdrObject(), a vector of such pointers by "
+                  "fxXdrObjects()");
+    static_assert(!isBlock,
+                  "a text held by pointer travels by fxXdrString(), a block of numbers by "
+                  "fxXdrBlock()");
     static_assert(!isSet, "a set travels as an fxXdrSet, or as a std::vector of its keys");
     static_assert(!isMulti, "keys that may come twice travel as a std::vector of std::pair");
     static_assert(!isList,
@@ -390,7 +396,7 @@ bool fxXdrRefuse() {
                   "a view owns nothing that could be read: take a std::string or a std::vector");
     static_assert(!isPointer,
                   "an object with several holders travels by fxRef, with a single one by "
-                  "std::unique_ptr with its usual deleter");
+                  "std::unique_ptr with its usual deleter, an array as a std::vector");
     static_assert(!isSum,
                   "a tuple or variant travels as a struct of its parts, with an fxXdr() beside it");
     static_assert(!isTime, "a time travels as a number: the count() of its duration, in a long");

@@ -44,6 +44,12 @@ inline bool transcribe(fxTranscriber& t, fxXdrDictionary<fxStr, long>& counts,
     MISUSE(PathAsField, std::filesystem::path path; fxXdr(t, path);)
     // a pointer to an object travels by fxXdrObject()
     MISUSE(PointerAsField, fxXdr(t, shape);)
+    // a vector of such pointers by fxXdrObjects()
+    MISUSE(PointersAsField, std::vector<Shape*> shapes; fxXdr(t, shapes);)
+    // a text held by pointer travels by fxXdrString(), a block of numbers by fxXdrBlock()
+    MISUSE(TextPointerAsField, char* text = nullptr; fxXdr(t, text);)
+    // an array as a std::vector
+    MISUSE(ArrayPointerAsField, std::unique_ptr<int[]> numbers; fxXdr(t, numbers);)
     // a field is read too, so it is no constant
     MISUSE(ConstantAsField, const long count = 1; fxXdr(t, count);)
     return fxXdr(t, counts);
