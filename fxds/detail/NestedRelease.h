@@ -34,6 +34,9 @@ template <class Counted>
 auto* countedOf(Counted* target) {
     auto* const changed = const_cast<std::remove_const_t<Counted>*>(target);
     if constexpr (std::is_base_of_v<fxRCObj, std::remove_const_t<Counted>>) {
+        static_assert(std::is_convertible_v<decltype(changed), fxRCObj*>,
+                      "its bases have a count of holders each: let them derive from "
+                      "fxXDRObj or fxRCObj virtually");
         return static_cast<fxRCObj*>(changed);
     } else {
         return changed;

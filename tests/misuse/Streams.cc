@@ -15,6 +15,10 @@ class Mixed : public fxXDRObj {
 };
 // these must be bases of the class
 MISUSE(BasesThatAreNone, FX_TRANSCRIBABLE_TYPE(Mixed, "Mixed", 1, fxXDRObj, Shape);)
+struct Label : fxXDRObj {};
+struct Labelled : Shape, Label {};
+// let them derive from fxXDRObj or fxRCObj virtually
+MISUSE(TwoCounts, inline void hold(Labelled* shape) { fxRef<Labelled> held = shape; })
 struct Plain { int field; };
 
 inline bool transcribe(fxTranscriber& t, fxXdrDictionary<fxStr, long>& counts,

@@ -356,6 +356,13 @@ CLASS(Based, "Based", 1, Item, long last = 6;, EDITION(1) return fxXdrBase<Item>
 CLASS_OF_TWO(Behind, Item, Tag, EDITION(2) return fxXdrBase<Item>(t, this) && (edition < 2 || fxXdrBase<Tag>(t, this)) && fxXdr(t, last);)
 CLASS_OF_TWO(Front, Tag, Item,
              EDITION(2) return (edition < 2 ? fxXdrFirstBase<Item>(t, this) : fxXdrBase<Tag>(t, this) && fxXdrBase<Item>(t, this)) && fxXdr(t, last);)
+CLASS(VirtualItem, "Item", 1, virtual fxXDRObj, long value = 5;, EDITION(1) return fxXdr(t, value);)
+CLASS(VirtualTag, "Tag", 1, virtual fxXDRObj, long tag = 7;, EDITION(1) return fxXdr(t, tag);)
+CLASS_OF_TWO(Virtual, VirtualTag, VirtualItem,
+             EDITION(2) return (edition < 2 ? fxXdrFirstBase<VirtualItem>(t, this) : fxXdrBase<VirtualTag>(t, this) && fxXdrBase<VirtualItem>(t, this)) && fxXdr(t, last);)
+CLASS(Between, "Between", 1, Item, long between = 8;, EDITION(1) return fxXdrBase<Item>(t, this) && fxXdr(t, between);)
+CLASS(Above, "Based", 1, Between, long last = 6;,
+      EDITION(2) return (edition < 2 ? fxXdrFirstBase<Item>(t, this) : fxXdrBase<Between>(t, this)) && fxXdr(t, last);)
 CLASS(Single, "Based", 1, Item, long last = 6;,
       EDITION(3) return (edition == 2 ? fxXdrSkipped<Tag>(t) && fxXdrBaseBehind<Item>(t, this) : fxXdrBase<Item>(t, this)) && fxXdr(t, last);)
 // clang-format on
@@ -418,6 +425,10 @@ TEST_F(Save, OfClassesThatChangeIsAsTheGuideSays) {
         " | " + outcomeOf<Plain>(unknown(written<Renamed>(), "New name")) + " |\n" +
         row<Based, Behind>("a base is added behind the others, in a new edition") +
         row<Based, Front>("a base is added in front, in a new edition, with `fxXdrFirstBase()`") +
+        row<Based, Virtual>("the same, and the bases now derive virtually from `fxXDRObj`") +
+        row<Based, Above>(
+            "a class is inserted between it and its base, in a new edition, with "
+            "`fxXdrFirstBase()`") +
         row<Front, Single>(
             "the base in front is removed, in a new edition, with `fxXdrBaseBehind()`") +
         row<Plain, Raised>("the version in `FX_TRANSCRIBABLE_TYPE` is raised") +
