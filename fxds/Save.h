@@ -161,9 +161,20 @@ template <class C, class... Arguments>
 /// The same with a stream, which stays the caller's and goes on behind the graph:
 /// one message, with its own header. So messages are independent, and the
 /// objects of one may be destroyed before the next is saved or loaded.
+///
+/// A load waits for the whole message. At the end of the stream, as when the other end of
+/// a pipe is closed, the fault is `ended` at offset 0. After any other fault the rest of a
+/// message may follow in the stream, or be missing in it, and the two ends do not agree
+/// any more: close it. An object that may be unwritable is saved in an fxMemoryStream, and its
+/// bytes are put into the stream when there is no fault. A pipe that nothing reads raises
+/// SIGPIPE; where that is ignored, the fault is a system error, EPIPE.
 template <class C>
 [[nodiscard]] fxStreamFault fxSave(fxStream& stream, C* root) {
     return fxDetail::save<C>(stream, root);
+}
+template <class C, std::enable_if_t<std::is_base_of_v<fxXDRObj, C>, int> = 0>
+[[nodiscard]] fxStreamFault fxSave(fxStream& stream, C& root) {
+    return fxDetail::save<C>(stream, &root);
 }
 template <class C>
 [[nodiscard]] fxStreamFault fxSave(fxStream& stream, const fxRef<C>& root) {

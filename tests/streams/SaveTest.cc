@@ -152,7 +152,8 @@ TEST_F(Save, MessagesAreIndependent) {
     }
     EXPECT_STREQ(fxLoad<Node>(shared)->text, "one");
     EXPECT_STREQ(fxLoad<Node>(shared)->text, "two");
-    EXPECT_EQ(fxLoad<Node>(shared).fault().kind, Fault::ended);
+    const Fault end = fxLoad<Node>(shared).fault();
+    EXPECT_TRUE(end.kind == Fault::ended && end.offset == 0);
 }
 
 TEST_F(Save, TracingShowsTheRecords) {
@@ -166,7 +167,7 @@ TEST_F(Save, TracingShowsTheRecords) {
     fxTrace::setSink(note, &traced);
     fxTrace::enable("streams");
     HeldStream stream;
-    EXPECT_FALSE(fxSave(*static_cast<fxStream*>(stream), &node));
+    EXPECT_FALSE(fxSave(*static_cast<fxStream*>(stream), node));
     const std::string written = std::exchange(traced, "");
     delete loaded<Node>(stream->view());
     fxTrace::enable(0U);
