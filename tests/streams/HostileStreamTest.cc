@@ -84,7 +84,7 @@ TRANSCRIBED(Keeper, 1, Owned, Rented) { return fxXdrAll(t, owned, rented); }
 /// Values in values, as deep as a stream says.
 struct Deep {
     std::vector<Deep> inner;
-    bool xdr(fxTranscriber& t) { return fxXdr(t, inner); }
+    friend bool fxXdr(fxTranscriber& t, Deep& deep) { return fxXdr(t, deep.inner); }
 };
 
 // What was read: of each object that is reached its number, its text, and to which
