@@ -312,6 +312,16 @@ fxRef<C> fxXdrCopy(const fxRef<C>& root) {
     return fxXdrCopy(root.get());
 }
 
+// Whether C has no xdr() but that of fxXDRObj, which does nothing.
+template <class C>
+C* fxXdrHasOwner(fxBool (C::*)(fxTranscriber&));
+template <class C, class = void>
+inline constexpr bool fxXdrHasNone = false;
+template <class C>
+inline constexpr bool
+    fxXdrHasNone<C, std::enable_if_t<std::is_same_v<decltype(fxXdrHasOwner(&C::xdr)), fxXDRObj*>>> =
+        true;
+
 /// A transcribable object that is a field: does what its record's function does, which
 /// also calls xdrSuccess() or xdrFail() later. Its class may be unregistered.
 template <class T>
@@ -365,6 +375,7 @@ bool fxXdr(fxTranscriber& t, T& v) {
     } else if constexpr (fxXdrStd<T>::isKnown) {
         return fxXdrStd<T>::xdr(t, v);
     } else if constexpr (std::is_base_of_v<fxXDRObj, T>) {
+        static_assert(!fxXdrHasNone<T>, "the class has no xdr(): FX_TRANSCRIBABLE is missing");
         return t.embeds(&v) && fxXdrEmbedded(t, v);
     } else if constexpr (fxXdrHasFunction<T>) {
         return v.xdr(t) != 0;

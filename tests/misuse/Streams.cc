@@ -26,6 +26,7 @@ inline bool transcribe(fxTranscriber& t, fxXdrDictionary<fxStr, long>& counts,
     // FX_TRANSCRIBABLE is missing
     MISUSE(RecordOfTheBase, fxXdrTypeOf<Circle>::record();)
     MISUSE(RootWithoutARecord, static_cast<void>(fxLoad<Plain>("file"));)
+    MISUSE(EmbeddedWithoutAFunction, Label label; fxXdr(t, label);)
     // how its elements travel is not known: take fxXdrDictionary or fxXdrSet
     MISUSE(TableThatCannotTravel, fxTypedDictionary<fxStr, long> bare; fxXdr(t, bare);)
     // fields of this type need an fxXdr() beside the type
