@@ -10,8 +10,9 @@
 # which both compilers show.
 #
 # Each table is compiled once with nothing defined, which leaves the right uses
-# between the rows and must succeed, and once per row with the row's name defined,
-# which must fail with its sentence.
+# between the rows and must succeed, and once with all rows, where an error about the
+# lines of a row must have its sentence. A row of which that does not show is compiled
+# alone, with its name defined, and must fail with its sentence: some errors hide others.
 #   run.sh COMPILER SOURCE-DIRECTORY WORK-DIRECTORY TABLE...
 set -euo pipefail
 compiler=$1 sources=$2 work=$3
@@ -30,14 +31,37 @@ cat >"$work/all.h" <<'END'
 #define FX_ROW_now(...) __VA_ARGS__
 #define FX_ROW_never(...)
 END
-case $("$compiler" --version) in *clang*) precompiled=$work/all.h.pch ;; *) precompiled=$work/all.h.gch ;; esac
+cat >"$work/every.h" <<'END'
+#undef MISUSE
+#define MISUSE(row, ...) __VA_ARGS__
+END
+precompiled=$work/all.h.gch
+if [[ $("$compiler" --version) == *clang* ]]; then
+    precompiled=$work/all.h.pch
+    flags+=(-ferror-limit=0)
+fi
 "$compiler" "${flags[@]}" -x c++-header "$work/all.h" -o "$precompiled"
 
 compile() {  # TABLE DEFINITION...
     "$compiler" "${flags[@]}" -fsyntax-only -include "$work/all.h" "${@:2}" "$1" >"$work/messages" 2>&1
 }
 
-rows=0 faults=0
+# The messages, each as one line, with the notes that follow and the calls that g++ names before.
+joined() {
+    awk 'error && (/: error: / || /: In [a-z]/ || /required from/) {print message; message = ""; error = 0}
+        {message = message " " $0}
+        / error: / {error = 1}
+        END {if (error) print message}' "$work/messages"
+}
+
+# isRefused TABLE LINE SENTENCE: whether an error of every.txt is about the row in this line.
+isRefused() {
+    local last
+    last=$(awk -v row="$2" 'NR > row && /^ *(\/\/|MISUSE)/ {exit} NR >= row {last = NR} END {print last}' "$1")
+    grep -E "/${1##*/}:($(seq -s '|' "$2" "$last")):" "$work/every.txt" | grep -qF -- "$3"
+}
+
+rows=0 alone=0 faults=0
 fault() {
     printf '%s\n' "$1"
     sed 's/^/    /' "$work/messages"
@@ -45,13 +69,18 @@ fault() {
 }
 for table; do
     compile "$table" -Werror || fault "${table##*/}: the right uses do not compile"
-    sentence=
+    ! compile "$table" -include "$work/every.h" || fault "${table##*/}: all misuses compile"
+    joined >"$work/every.txt"
+    sentence= line=0
     while read -r word rest; do
+        line=$((line + 1))
         case $word in
             //) sentence=$rest ;;
             MISUSE*)
                 row=${word#MISUSE(} row=${row%,}
                 rows=$((rows + 1))
+                ! isRefused "$table" $line "$sentence" || continue
+                alone=$((alone + 1))
                 if compile "$table" "-D$row=~, _now"; then
                     fault "${table##*/}: $row compiles"
                 elif ! grep -qF -- "$sentence" "$work/messages"; then
@@ -61,5 +90,5 @@ for table; do
         esac
     done <"$table"
 done
-echo "$rows misuses, $faults faults"
+echo "$rows misuses, $alone compiled alone, $faults faults"
 ((rows > 0 && faults == 0))
