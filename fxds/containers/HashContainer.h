@@ -201,11 +201,13 @@ struct fxHashCore : fxHashIters<fxHashCore<Container>, Container, typename Conta
     /// and no holds.
     static Node* enter(Container& table, const void* key, bool& isNew) {
         Place place;
-        Node* node = table.extra.finder(table, table, key, place);
+        const bool isText = table.extra.finder == &findDirectly<fxStr>;
+        Node* node = isText ? search(table, fxDirectHooks<fxStr>(), key, place)
+                            : table.extra.finder(table, table, key, place);
         isNew = node == nullptr;
         if (!isNew) return node;
         node = makeNode(table, table);
-        if (table.extra.finder == &findDirectly<fxStr>) makeText(table, node, key);
+        if (isText) makeText(table, node, key);
         node->tag = place.tag;
         link(table, node, place.bucket);
         return node;
