@@ -71,9 +71,11 @@ public:
     }
 
 private:
-    static constexpr bool isCounted = std::is_convertible_v<C*, fxRCObj*>;
+    typedef std::remove_const_t<C> Plain;
+    static constexpr bool isCounted = std::is_convertible_v<Plain*, fxRCObj*>;
 
-    fxRCObj* counted() const { return root; }  // the class may have a take() of its own
+    // The class may have a take() of its own, and holding a constant object changes its count.
+    fxRCObj* counted() const { return const_cast<Plain*>(root); }
 
     C* root;
     fxStreamFault fault_;
