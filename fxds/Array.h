@@ -208,6 +208,8 @@ protected:
     bool ownsElements;           ///< Elements are copied and destroyed only by the hooks.
 
 private:
+    bool wasRead = false;  // whether xdrSizes() has read it, or the array that it moved from
+
     bool resizeBlock(std::size_t bytes);
     void takeBlock(fxArray& source);
     void raiseCapacity(std::size_t bytes);

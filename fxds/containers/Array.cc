@@ -294,10 +294,15 @@ bool fxArray::xdrSizes(fxTranscriber& transcriber, unsigned int& byteCount) {
     static_assert(sizeof(Word) == sizeof(unsigned long));
 
     if (transcriber.isReading()) {
-        // Texts that a reader still owes may have their places in this block: it is not
-        // freed.
-        if (ownsElements && lengthBytes != 0) data = nullptr;
+        // Texts that a reader still owes may have their places in a block that was read: it
+        // is not freed.
+        if (ownsElements && wasRead && lengthBytes != 0) {
+            data = nullptr;
+        } else {
+            destroy();
+        }
         discard();
+        wasRead = true;
     } else {
         setMaxLength(length());
     }
@@ -374,6 +379,7 @@ void fxArray::takeBlock(fxArray& source) {
     maxBytes = source.maxBytes;
     lengthBytes = source.lengthBytes;
     blockBytes = source.blockBytes;
+    wasRead = source.wasRead;
     source.data = nullptr;
     source.maxBytes = source.lengthBytes = source.blockBytes = 0;
 }

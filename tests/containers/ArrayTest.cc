@@ -389,6 +389,14 @@ TEST(ArrayHooks, EndElementsOnce) {
     unsigned int ends = 0;
     Ends(ends).append("a text");
     EXPECT_EQ(ends, 1U);
+    const HeldStream stream;
+    fxBinaryWriter writer(stream);
+    ASSERT_TRUE(fxStrArray().xdr(writer) && writer.flush());
+    fxBinaryReader reader(stream, 0x1122, 0x33445566, "ieee");
+    Ends filled(ends);
+    filled.append("what its class begins with");
+    EXPECT_TRUE(filled.xdr(reader) && filled.isEmpty());
+    EXPECT_EQ(ends, 2U);
 }
 
 // The reader takes many in pieces, and fills texts in after it has read the array,
