@@ -122,7 +122,10 @@ fxLoaded<C> load(Source& source) {
 ///
 /// After a failure, and when an xdr() throws, the new file is removed, and the
 /// old one is as it was. Only when the folder cannot be synced is the new one in place
-/// already, and may not outlive a loss of power.
+/// already, and may not outlive a loss of power. A limit on the size of files fails like a full
+/// disk only where SIGXFSZ is ignored; otherwise the signal ends the program and the new file
+/// stays beside the old one. A process that an xdr() forks must end by exec() or _exit():
+/// exit() writes the bytes that wait in its copy of the buffer.
 template <class C>
 [[nodiscard]] fxStreamFault fxSave(const fxDetail::FilePath& path, C* root) {
     return fxDetail::save<C>(path, root);

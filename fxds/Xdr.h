@@ -356,7 +356,8 @@ inline constexpr bool fxXdrHasFunction<
 /// every type with an xdr() of its own: a string, an array, a string collection, an
 /// embedded transcribable object. A number that cannot be read leaves the field
 /// as it is. An enumeration travels as an int, or as a long when it has 8 bytes;
-/// the class checks whether it is one of the enumerators.
+/// the class checks whether it is one of the enumerators, and gives the
+/// enumeration an underlying type, so that it can have other values.
 ///
 /// For a type of another kind, overload it beside the type.
 template <class T>
@@ -425,7 +426,8 @@ bool fxXdrString(fxTranscriber& t, Char*& text) {
 ///@{
 /// A block of `count` numbers held by pointer, or null, whose count is then read
 /// as 0. Given when read: free(). The count is there at once, the block only
-/// when the graph is complete. Blocks are shared as texts are.
+/// when the graph is complete. Blocks are shared as texts are. Requires: fields that
+/// share a block have the same count.
 template <class T>
 bool fxXdrSharedBlock(fxTranscriber& t, T*& block, unsigned int& count) {
     bool isThere = block != nullptr;
@@ -468,7 +470,8 @@ bool fxXdrWriteObject(fxTranscriber& t, C*& object, fxTypeObj& declared) {
 /// A pointer to a transcribable object, to an fxStr, or null. The owner of an
 /// object that has been read is for the classes to agree on: an fxRef holds it, and
 /// xdrSuccess() is the moment to take other counted references. The record may be given for a class
-/// that is registered without FX_TRANSCRIBABLE.
+/// that is registered without FX_TRANSCRIBABLE. An fxStr that is a field is not known as one:
+/// a pointer to it is written as one to a string of its own.
 template <class C>
 bool fxXdrObject(fxTranscriber& t, C*& object, fxTypeObj& declared) {
     if (!t.isReading()) return fxXdrWriteObject(t, object, declared);
@@ -509,7 +512,8 @@ private:
 
 /// The only owner of an object. One of a class with a record travels as by
 /// fxXdrObject(), so that plain pointers may lead to it; no stream gives it a
-/// second owner, and it is written once until the writer is reset. Another one
+/// second owner, and it is written once until the writer is reset. A chain of them
+/// ends by recursion, as long as it is, also one that a stream makes: fxRef does not. Another one
 /// travels in place, as an optional does: it is made by its default constructor,
 /// and an object of a derived class is not written.
 template <class T>
