@@ -37,6 +37,16 @@ eval "$(sed -n "s|^    cmake --install build/release --prefix /opt/ostrelfxds\$|
 mv "$old" "$new"
 ! grep -rIlF -e "$sources" -e "$build" -e "$old" "$new" || fail 'these texts do'
 
+step 'the links of the documents lead to others'
+lead() {
+    for page in $(find "$1" -name '*.md'); do
+        for link in $(grep -ohE '\]\([-A-Za-z0-9_/.]*([.]|LICENSE)[-A-Za-z0-9_/.]*[)#]' "$page" | tr -d '](#)'); do
+            [[ -e ${page%/*}/$link ]] || fail "$page: a link to $link"
+        done
+    done
+}
+lead "$new/share/doc"
+
 step 'the tools find their library'
 "$new/bin/fxgrep" -c hello "$here/first.cc" >/dev/null
 "$new/bin/fxflow" test "$(find "$new" -name errors.flow)" >/dev/null
@@ -93,6 +103,9 @@ step 'Debian packages'
 field() { dpkg-deb -f "$work/packages/$1"_*.deb "$2"; }
 full=$(field libostrelfxds1 Version)
 [[ $(field libostrelfxds-dev Depends) == "libostrelfxds1 (= $full)" ]] || fail '-dev is not exact'
+dpkg-deb -x "$work"/packages/libostrelfxds-dev_*.deb "$work/unpacked"
+lead "$work/unpacked/usr/share/doc"
+grep -q "$(tail -n 1 "$sources/LICENSE")" "$work"/unpacked/usr/share/doc/*/LICENSE || fail 'other terms'
 [[ $(field libostrelfxds1 Depends) == *libstdc++6* ]] || fail 'no dependencies were found'
 [[ $(field ostrelfxds-tools Depends) == "libostrelfxds1 (>= "* ]] || fail 'tools without a library'
 [[ $(dpkg-deb -I "$work"/packages/libostrelfxds1_*.deb shlibs) == 'libostrelfxds 1 '* ]] ||
