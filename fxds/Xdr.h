@@ -355,9 +355,10 @@ inline constexpr bool fxXdrHasFunction<
 /// enumeration, a type of the standard library that XdrValues.h covers, and
 /// every type with an xdr() of its own: a string, an array, a string collection, an
 /// embedded transcribable object. A number that cannot be read leaves the field
-/// as it is. An enumeration travels as an int, or as a long when it has 8 bytes;
-/// the class checks whether it is one of the enumerators, and gives the
-/// enumeration an underlying type, so that it can have other values.
+/// as it is, and so does one that is too large for an enumeration. An enumeration
+/// travels as an int, or as a long when it has 8 bytes; the class checks whether it is
+/// one of the enumerators, and gives the enumeration an underlying type, so that it can
+/// have other values.
 ///
 /// For a type of another kind, overload it beside the type.
 template <class T>
@@ -371,7 +372,11 @@ bool fxXdr(fxTranscriber& t, T& v) {
         std::conditional_t<(sizeof(T) > sizeof(int)), long, int> number =
             static_cast<decltype(number)>(v);
         if (!t.xdr(&number, 1)) return false;
-        v = static_cast<T>(number);
+        const T read = static_cast<T>(number);
+        if (static_cast<decltype(number)>(read) != number) {
+            return t.refuse("a number that its enumeration cannot hold");
+        }
+        v = read;
         return true;
     } else if constexpr (fxXdrStd<T>::isKnown) {
         return fxXdrStd<T>::xdr(t, v);

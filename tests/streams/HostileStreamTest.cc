@@ -400,14 +400,17 @@ TEST_F(HostileStream, CountsAndDepthOfValuesCostNothing) {
                  reads("0xFFFFFFFF", std::vector<std::string>()));
     EXPECT_FALSE(reads("2 1 5 1 6", std::map<int, int>()));  // a key that comes twice
     EXPECT_FALSE(reads("1*200000", Deep()));
-    const auto keeps = [](auto value) {  // a number of which the stream has one byte
-        HeldStream stream(records("d =x"));
+    const auto keeps = [](auto value, const char* number = "=x") {  // one byte of a number
+        HeldStream stream(records(std::string("d ") + number));
         fxBinaryReader reader(stream, 0x1122, 0x33445566, "ieee");
         const auto before = value;
         return !fxXdr(reader, value) && value == before;
     };
     EXPECT_TRUE(keeps(short{7}) && keeps(7) && keeps(7L) && keeps(7.5F) && keeps(7.5) &&
                 keeps(L'a') && keeps(7.5L));
+    enum class Small : unsigned char { one = 1 };
+    EXPECT_TRUE(keeps(Small::one) && keeps(Small::one, "256"));
+    EXPECT_FALSE(keeps(Small::one, "255"));
     Deep written;
     Deep* level = &written;
     for (unsigned int i = 0; i < fxXdrNesting::most; ++i) level = &level->inner.emplace_back();
