@@ -117,6 +117,8 @@ public:
     bool embeds(const void* object) override;
     bool isEmbedded(const void* object) const override;
     fxBool conclude(bool succeeded, fxXDRObj& object, void* address) override;
+    /// The text of a local variable of an xdr() is copied, because it is written later.
+    bool xdrText(fxStr& string, char** text, unsigned int byteCount) override;
     bool writePointer(void* slot, fxTypeObj& declared, fxXDRObj* object, void* address) override;
     bool writeKnownPointer(const void* pointer, const fxTypeObj& declared) override;
 

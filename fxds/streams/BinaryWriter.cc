@@ -181,6 +181,7 @@ void fxBinaryWriter::forgetObjects() {
     embedded->clear();
     owned->clear();
     dropPending();
+    waiting->copies.clear();
 }
 
 bool fxBinaryWriter::xdr(char* v, unsigned int n) { return writeBytes(v, n); }
@@ -238,6 +239,14 @@ bool fxBinaryWriter::xdr(unsigned int** p, unsigned int n) {
 bool fxBinaryWriter::xdr(void* slot, fxXDRObj*, fxTypeObj& declared, fxXDRObj* object,
                          void* address) {
     return address != nullptr ? refer(slot, declared, object, address, 0) : writeNullPointer();
+}
+
+bool fxBinaryWriter::xdrText(fxStr& string, char** text, unsigned int byteCount) {
+    if (!waiting->dying.holds(&string)) return xdr(text, byteCount);
+    waiting->copies.push_back(std::make_unique<char[]>(byteCount));
+    char* copy = waiting->copies.back().get();
+    std::memcpy(copy, *text, byteCount);
+    return xdr(&copy, byteCount);
 }
 
 // A pointer into the middle of the object is not known: `seen` has the object's address,
@@ -309,10 +318,13 @@ void* fxBinaryWriter::readObject(fxTypeObj&) {
 class fxBinaryWriter::Graph {
 public:
     explicit Graph(fxBinaryWriter& writer_)
-        : writer(writer_), inGraph(writer.isInGraph, true), collecting(*writer.outgoing) {}
+        : writer(writer_), inGraph(writer.isInGraph, true), collecting(*writer.outgoing) {
+        writer.waiting->dying = fxStackPart::beneath(this);
+    }
     Graph(const Graph&) = delete;
     Graph& operator=(const Graph&) = delete;
     ~Graph() {
+        writer.waiting->dying = {};
         if (!isWhole) writer.fail();
     }
 

@@ -9,6 +9,7 @@
 #include <random>
 #include <sstream>
 
+#include "fxds/BinaryReader.h"
 #include "fxds/Globals.h"
 #include "fxds/StdioStream.h"
 #include "fxds/XdrEvolution.h"
@@ -95,6 +96,20 @@ public:
     }
     std::vector<unsigned int> counts;
 };
+
+/// Makes the texts that it writes, one after the other in the same memory.
+class Making : public Listed {
+    FX_TRANSCRIBABLE(Making)
+    fxStr texts[3];
+};
+FX_TRANSCRIBABLE_TYPE(Making, "Making", 1, Listed);
+fxBool Making::xdr(fxTranscriber& t) {
+    for (int i = 0; i < 3; ++i) {
+        fxStr local(std::string(size_t{20}, static_cast<char>('a' + i)).c_str());
+        if (!fxXdr(t, t.isReading() ? texts[i] : local)) return 0;
+    }
+    return 1;
+}
 
 /// Wants to know when it has been written.
 class Told : public fxStrArray {
@@ -402,6 +417,19 @@ TEST_F(Writer, TranscribersOfOthersGetAllIntsAtOnce) {
     Foreign<fxBinaryReader> reader(stream, short{0x1122}, 0x33445566L, "ieee");
     EXPECT_EQ(std::unique_ptr<fxIntArray>(fxReadObject<fxIntArray>(reader))->length(), 200000U);
     EXPECT_TRUE(foreign.counts == once && reader.counts == once);
+}
+
+TEST_F(Writer, TextsOfLocalStringsAreCopied) {
+    Making making;
+    ASSERT_TRUE(fxWriteObject(*writer, &making) && fxWriteObject(*writer, &making));
+    HeldStream bytes(std::string(stream->view()));
+    fxBinaryReader reader(bytes, 0x1122, 0x33445566, "ieee");
+    for (int graph = 0; graph < 2; ++graph) {
+        const auto read = fxReadObject<Making>(reader);
+        ASSERT_NE(read, nullptr);
+        EXPECT_EQ((read->texts[0] | read->texts[1] | read->texts[2]),
+                  (std::string(20, 'a') + std::string(20, 'b') + std::string(20, 'c')).c_str());
+    }
 }
 
 TEST_F(Writer, RefusesWhatItCannotWrite) {
