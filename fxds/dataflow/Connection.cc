@@ -146,9 +146,10 @@ std::string described(fxObj* object, const char* name, const Channel* channel) {
 }
 
 // `why` with both ends before it; "" if it is empty.
-std::string explained(std::string source, std::string target, const std::string& why) {
+std::string explained(const std::string& source, const std::string& target,
+                      const std::string& why) {
     if (why.empty()) return why;
-    std::string text = std::move(source) + " -> " + target + ": " + why;
+    std::string text = source + " -> " + target + ": " + why;
     const auto isControl = [](char c) { return (c >= 0 && c < ' ') || c == '\x7F'; };
     std::replace_if(text.begin(), text.end(), isControl, '?');  // names may hold anything
     return text;
