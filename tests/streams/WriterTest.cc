@@ -85,11 +85,13 @@ public:
     explicit Foreign(fxStream* on, Format... format)
         : fxTranscriber(on, sizeof...(format) != 0), Base(on, format...) {}
     using Base::xdr;
+    // NOLINTBEGIN(bugprone-parent-virtual-call): what Base does is to be left out
     bool readsInPieces() const override { return fxTranscriber::readsInPieces(); }
     bool xdr(int* v, unsigned int n) override {
         counts.push_back(n);
         return fxTranscriber::xdr(v, n);
     }
+    // NOLINTEND(bugprone-parent-virtual-call)
     bool xdr(long* v, unsigned int n) override {
         counts.push_back(n);
         return Base::xdr(v, n);
@@ -97,6 +99,7 @@ public:
     std::vector<unsigned int> counts;
 };
 
+#ifndef __SANITIZE_ADDRESS__
 /// Makes the texts that it writes, one after the other in the same memory.
 class Making : public Listed {
     FX_TRANSCRIBABLE(Making)
@@ -110,6 +113,7 @@ fxBool Making::xdr(fxTranscriber& t) {
     }
     return 1;
 }
+#endif
 
 /// Wants to know when it has been written.
 class Told : public fxStrArray {
@@ -419,6 +423,7 @@ TEST_F(Writer, TranscribersOfOthersGetAllIntsAtOnce) {
     EXPECT_TRUE(foreign.counts == once && reader.counts == once);
 }
 
+#ifndef __SANITIZE_ADDRESS__  // which has local variables elsewhere, and tells of them itself
 TEST_F(Writer, TextsOfLocalStringsAreCopied) {
     Making making;
     ASSERT_TRUE(fxWriteObject(*writer, &making) && fxWriteObject(*writer, &making));
@@ -431,6 +436,7 @@ TEST_F(Writer, TextsOfLocalStringsAreCopied) {
                   (std::string(20, 'a') + std::string(20, 'b') + std::string(20, 'c')).c_str());
     }
 }
+#endif
 
 TEST_F(Writer, RefusesWhatItCannotWrite) {
     Listed root;
