@@ -569,7 +569,11 @@ struct Holder : Listed {
     fxStrStrDictionary* table = &own;
 };
 FX_TRANSCRIBABLE_TYPE(Holder, "Holder", 1);
-fxBool Holder::xdr(fxTranscriber& t) { return table->doxdr(t); }
+fxBool Holder::xdr(fxTranscriber& t) {
+    const bool isDone = table->doxdr(t);
+    // Searches while a reader still owes the texts of the keys.
+    return isDone && !(t.isReading() && table->find(toStr("1")) != nullptr);
+}
 
 TEST(DictionaryXdr, TrustsThePlacesOfTheStream) {
     fxInitializeToolkit();
