@@ -174,7 +174,7 @@ private:
     void putEarly();
     [[gnu::noinline]] void takeBack();
     [[gnu::noinline]] bool writePieces(const char* from, size_t byteCount);
-    [[gnu::noinline]] size_t writeGathered(const char* from, size_t byteCount);
+    [[gnu::noinline]] size_t writeMany(const char* from, size_t byteCount);
     bool putShort(const fxBinaryWriterTarget& block);
     bool writeRecord(const char* payload, unsigned int payloadBytes);
     bool idOf(const void* address, unsigned int& id, unsigned int mark = 0);

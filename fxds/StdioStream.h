@@ -52,9 +52,10 @@ public:
 
 private:
     friend class fxTypedStream<fxStdioStream>;
-    friend class fxOutBuffer;
+    friend class fxRecordReader;
 
     enum class Direction : unsigned char { none, in, out };
+    static constexpr size_t bufferBytes = size_t{1} << 16;
 
     void adopt(int fd);
     bool turn(Direction direction);
@@ -62,9 +63,16 @@ private:
     bool get(void* bytes, size_t byteCount);
     bool takeBytes(void* bytes, size_t byteCount);
     bool put(const void* bytes, size_t byteCount);
-    bool canGather() const { return file != nullptr && buffer != nullptr; }
-    bool putPieces(const char* head, size_t headLength, const char* bytes, size_t pieceBytes,
-                   size_t pieceCount);
+    bool send(const char* bytes, size_t byteCount);
+    size_t receive(char* place, size_t byteCount);
+
+    ///@{
+    /// From readAhead() to endAhead() the window lies in `room`, which has place for
+    /// bufferBytes. readAhead() moves what the window has there and reads behind it.
+    /// Requires: the window is one of this stream.
+    void readAhead(char* room);
+    void endAhead();
+    ///@}
 
     FILE* file;  // owned, null when there is none
     fxStreamType type;

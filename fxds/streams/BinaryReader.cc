@@ -374,6 +374,8 @@ bool fxBinaryReader::readPieces(char* bytes, size_t byteCount) {
         byteCount -= piece;
         if (byteCount == 0) return true;
         records->sync();
+        if (!fxStreamTrace::isOn()) records->takeRun(bytes, byteCount);
+        if (byteCount == 0) return true;
         const size_t recordAt = records->recordAt();
         const unsigned int tag = head.tag;
         if (!next()) return false;

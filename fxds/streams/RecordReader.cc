@@ -1,6 +1,7 @@
 #include "fxds/streams/RecordReader.h"
 
 #include <algorithm>
+#include <typeinfo>
 
 // The functions in the header take the usual heads, which are in the window as a whole. The
 // slow paths are here: heads that cross the end of the window, fillers, names of types, and
@@ -28,6 +29,9 @@ fxRecordReader::fxRecordReader(fxStream* heldStream, char* stagingBuffer,
       stagingBytes(stagingBytes_) {
     if (stream != nullptr && !stream->isReading()) stream = nullptr;
     if (stream != nullptr) ready.window = source = &stream->window();
+    if (stream != nullptr && typeid(*stream) == typeid(fxStdioStream)) {
+        file = static_cast<fxStdioStream*>(stream);
+    }
     ready.quickBytes = maxHeadBytes;
     mark = *source->next;
 }
@@ -49,11 +53,54 @@ bool fxRecordReader::take(char* bytes, size_t byteCount) {
     return true;
 }
 
+// The end of the stream, and any other record, are left to the usual path.
+void fxRecordReader::takeRun(char*& bytes, size_t& byteCount) {
+    constexpr size_t nearlyEmpty = 1024;  // the window, which is used up first
+    while (file != nullptr && source->size() < nearlyEmpty &&
+           byteCount >= fxStdioStream::bufferBytes && *source->next != nullptr) {
+        leaveWindow();
+        file->readAhead(bytes);
+        const bool isTaken = takeRecords(bytes, byteCount);
+        file->endAhead();
+        mark = *source->next;
+        if (!isTaken) return;
+    }
+}
+
+// The payloads move down, and are no more than was read, which the value has place for.
+bool fxRecordReader::takeRecords(char*& bytes, size_t& byteCount) {
+    const char* const first = *source->next;
+    const char* const end = *source->end;
+    const char* next = first;
+    const char* last = nullptr;
+    while (static_cast<size_t>(end - next) >= maxHeadBytes) {
+        const unsigned char* const head = reinterpret_cast<const unsigned char*>(next);
+        const size_t headLength = headBytes.of[*head];
+        const size_t payloadBytes = decode(head).payloadBytes;
+        const bool isData = (*head & 0x3FU) == fxTagData && payloadBytes != 0;
+        if (!isData || payloadBytes > static_cast<size_t>(end - next) - headLength) {
+            break;
+        }
+        last = next;
+        next += headLength;
+        std::memmove(bytes, next, payloadBytes);
+        next += payloadBytes;
+        bytes += payloadBytes;
+        byteCount -= payloadBytes;
+    }
+    if (last == nullptr) return false;
+    current = {fxTagData, 0, {}};
+    headAt = marked + static_cast<size_t>(last - first);
+    marked += static_cast<size_t>(next - first);
+    *source->next += next - first;
+    return true;
+}
+
 // The window becomes an empty one of static storage: the quick paths test only its size,
 // and the stream is not used again.
 void fxRecordReader::fail() {
     leaveWindow();
-    stream = nullptr;
+    stream = file = nullptr;
     source = &nothing;
     mark = nullptr;
     ready.window = &nothing;

@@ -7,7 +7,7 @@
 #include <utility>
 
 #include "fxds/StackBuffer.h"
-#include "fxds/Stream.h"
+#include "fxds/StdioStream.h"
 #include "fxds/streams/RecordFormat.h"
 
 // Bytes come from the window of the stream if it has enough of them, and from its
@@ -23,6 +23,7 @@
 // (4) During a reading, marked + (*source->next - mark) bytes of the stream have been
 //     taken, behind its header. Between readings it is `marked` alone, because others may
 //     move the window then.
+//     During takeRun(), the window lies in the place of the value, behind what was taken.
 // (5) If ready.record is set, it points to the head of the current record in the window;
 //     otherwise headAt is the position of that head.
 // The program cannot do harm by using the stream in between: before each use the ready
@@ -119,6 +120,12 @@ public:
     /// Requires: byteCount <= left().
     bool take(char* bytes, size_t byteCount);
 
+    /// Takes the data records of a long value, whole ones only, if the stream is a file. It is
+    /// read into the place of the value, where the payloads then move together; this costs half
+    /// of copying them out of a buffer. Moves `bytes` and `byteCount` on by what was taken.
+    /// Requires: left() is 0, and sync() came before.
+    void takeRun(char*& bytes, size_t& byteCount);
+
     void fail();  ///< Treats the stream as ended.
     bool hasFailed() const {
         return stream == nullptr;
@@ -151,12 +158,14 @@ private:
     [[gnu::noinline]] bool readHead();
     [[gnu::noinline]] bool readName();
     bool get(char* bytes, size_t byteCount);
+    bool takeRecords(char*& bytes, size_t& byteCount);
     size_t taken() const { return takenUpTo(*source->next); }
     size_t takenUpTo(const char* next) const { return marked + static_cast<size_t>(next - mark); }
 
     fxStream* stream;
-    const fxStreamWindow* source;  // of the stream
-    size_t marked = 0;             // bytes taken when `mark` was next in the window
+    fxStdioStream* file = nullptr;  // the stream if it is one that has a window
+    const fxStreamWindow* source;   // of the stream
+    size_t marked = 0;              // bytes taken when `mark` was next in the window
     const char* mark = nullptr;
     size_t headAt = 0;  // see (5)
     fxRecordFormat::Head current;

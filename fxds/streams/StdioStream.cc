@@ -2,18 +2,15 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
-#include <sys/uio.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
-#include <climits>
 #include <cstring>
 #include <typeinfo>
 #include <utility>
 
-// Every operation comes down to get() or put() of a number of bytes, or to putPieces(), with
-// which a transcriber spares copying long blocks. All resume after an
+// Every operation comes down to get() or put() of a number of bytes. Both resume after an
 // interrupted system call, which fread() and fwrite() report by a short count, an error
 // flag and errno. The content of a FILE's buffer is lost, though, when its system call is
 // interrupted, so a FILE whose calls may block, and so be interrupted, writes without a
@@ -30,14 +27,13 @@
 //
 // Invariants, between any two calls:
 // (1) `next` is not null exactly for such a stream while it is open. [next, end) are then
-//     the bytes that were read from the descriptor and not taken.
+//     the bytes that were read from the descriptor and not taken. They lie in `buffer`,
+//     and between readAhead() and endAhead() in the room that was lent.
 // (2) hasEnded, once set, stays: no further read() is made.
 // (3) hasLost, once set, stays: flush() and close() report the loss.
 // (4) `last` is the direction of the last transfer of a stream that is open both ways.
 
 namespace {
-
-constexpr size_t bufferBytes = size_t{1} << 16;
 
 bool wasInterrupted(FILE* file) {
     if (!std::ferror(file) || errno != EINTR) return false;
@@ -52,25 +48,6 @@ void keepFromLosing(FILE* file) {
     if (fd < 0 || ::fstat(fd, &status) != 0) return;
     if (!S_ISFIFO(status.st_mode) && !S_ISSOCK(status.st_mode) && !::isatty(fd)) return;
     std::setvbuf(file, nullptr, _IONBF, 0);
-}
-
-// Writes all parts, and changes those that the system takes only in part.
-bool writeParts(int fd, iovec* parts, size_t count) {
-    while (count > 0) {
-        const ssize_t written = ::writev(fd, parts, static_cast<int>(count));
-        if (written < 0 && errno == EINTR) continue;
-        if (written <= 0) return false;
-        size_t left = static_cast<size_t>(written);
-        while (count > 0 && left >= parts->iov_len) {
-            left -= parts->iov_len;
-            ++parts;
-            --count;
-        }
-        if (count == 0) break;
-        parts->iov_base = static_cast<char*>(parts->iov_base) + left;
-        parts->iov_len -= left;
-    }
-    return true;
 }
 
 int openUninterrupted(const char* path, int flags, unsigned int mode) {
@@ -214,17 +191,11 @@ bool fxStdioStream::takeBytes(void* bytes, size_t byteCount) {
             continue;
         }
         const bool isLong = byteCount >= bufferBytes;
-        ssize_t got = 0;
-        if (!hasEnded) {
-            got = isLong ? ::read(::fileno(file), place, byteCount)
-                         : ::read(::fileno(file), buffer.get(), bufferBytes);
-        }
-        if (got < 0 && errno == EINTR) continue;
-        hasEnded = got == 0;
-        if (got <= 0) return false;
+        const size_t got = isLong ? receive(place, byteCount) : receive(buffer.get(), bufferBytes);
+        if (got == 0) return false;
         if (isLong) {
             place += got;
-            byteCount -= static_cast<size_t>(got);
+            byteCount -= got;
         } else {
             next = buffer.get();
             end = next + got;
@@ -233,9 +204,39 @@ bool fxStdioStream::takeBytes(void* bytes, size_t byteCount) {
     return true;
 }
 
+// Reads some bytes. 0 at the end, and after an error.
+size_t fxStdioStream::receive(char* place, size_t byteCount) {
+    ssize_t got = 0;
+    do {
+        got = hasEnded ? 0 : ::read(::fileno(file), place, byteCount);
+    } while (got < 0 && errno == EINTR);
+    hasEnded = got == 0;
+    return got > 0 ? static_cast<size_t>(got) : 0;
+}
+
+void fxStdioStream::readAhead(char* room) {
+    const size_t have = unread.size();
+    std::memcpy(room, next, have);
+    next = room;
+    end = room + have;
+    end += receive(end, bufferBytes - have);
+}
+
+void fxStdioStream::endAhead() {
+    const size_t have = unread.size();
+    std::memcpy(buffer.get(), next, have);
+    next = buffer.get();
+    end = next + have;
+}
+
+// As many bytes as the buffer has go to the system from where they are; a FILE would copy some
+// of them. One that is also read must see all, because it remembers its offset.
 bool fxStdioStream::put(const void* bytes, size_t byteCount) {
     if (file == nullptr || !isWriting() || !turn(Direction::out)) return false;
     const char* place = static_cast<const char*>(bytes);
+    if (byteCount >= bufferBytes && buffer != nullptr && !isReading()) {
+        return flush() && (send(place, byteCount) || lose());
+    }
     while (byteCount > 0) {
         const size_t moved = std::fwrite(place, 1, byteCount, file);
         place += moved;
@@ -245,21 +246,13 @@ bool fxStdioStream::put(const void* bytes, size_t byteCount) {
     return true;
 }
 
-// Writes the head before each piece of the bytes. These are not copied, as put() would do
-// twice over: into the FILE's buffer, and into the system.
-bool fxStdioStream::putPieces(const char* head, size_t headLength, const char* bytes,
-                              size_t pieceBytes, size_t pieceCount) {
-    if (file == nullptr || !isWriting() || !turn(Direction::out) || !flush()) return false;
-    iovec parts[IOV_MAX];
-    while (pieceCount > 0) {
-        const size_t pieces = std::min<size_t>(pieceCount, IOV_MAX / 2);
-        for (size_t i = 0; i < pieces; ++i) {
-            parts[2 * i] = {const_cast<char*>(head), headLength};
-            parts[2 * i + 1] = {const_cast<char*>(bytes + i * pieceBytes), pieceBytes};
-        }
-        if (!writeParts(::fileno(file), parts, 2 * pieces)) return lose();
-        bytes += pieces * pieceBytes;
-        pieceCount -= pieces;
+bool fxStdioStream::send(const char* bytes, size_t byteCount) {
+    while (byteCount > 0) {
+        const ssize_t moved = ::write(::fileno(file), bytes, byteCount);
+        if (moved < 0 && errno == EINTR) continue;
+        if (moved <= 0) return false;
+        bytes += moved;
+        byteCount -= static_cast<size_t>(moved);
     }
     return true;
 }

@@ -65,10 +65,10 @@ bool fxBinaryWriter::writePieces(const char* from, size_t byteCount) {
     if (outgoing->hasFailed()) return false;
     while (byteCount > 0) {
         if (used == 0 && byteCount >= bufferBytes) {
-            const size_t gathered = writeGathered(from, byteCount);
-            if (gathered == 0 && !writeRecord(from, bufferBytes)) return fail();
-            from += std::max<size_t>(gathered, bufferBytes);
-            byteCount -= std::max<size_t>(gathered, bufferBytes);
+            const size_t many = writeMany(from, byteCount);
+            if (many == 0 && !writeRecord(from, bufferBytes)) return fail();
+            from += std::max<size_t>(many, bufferBytes);
+            byteCount -= std::max<size_t>(many, bufferBytes);
             continue;
         }
         const unsigned int piece = static_cast<unsigned int>(std::min<size_t>(byteCount, room));
@@ -83,12 +83,12 @@ bool fxBinaryWriter::writePieces(const char* from, size_t byteCount) {
     return true;
 }
 
-// Writes records of data, a buffer's length each, from where the bytes are. Returns how many bytes
-// it took.
-size_t fxBinaryWriter::writeGathered(const char* from, size_t byteCount) {
+// Writes many records of data, a buffer's length each. Returns how many bytes it took.
+size_t fxBinaryWriter::writeMany(const char* from, size_t byteCount) {
     if (tag != fxTagData || fxStreamTrace::isOn()) return 0;
     char head[maxHeadBytes];
-    return outgoing->putPieces(head, putHead(head, bufferBytes), from, byteCount, bufferBytes);
+    const size_t headLength = putHead(head, bufferBytes);
+    return outgoing->putPieces<bufferBytes>(head, headLength, from, byteCount);
 }
 
 // The record that putEarly() has put gets a payload.

@@ -3,11 +3,17 @@
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 
+#include <random>
+#include <thread>
+
 #include "fxds/BinaryReader.h"
 #include "fxds/Globals.h"
 #include "fxds/Save.h"
+#include "fxds/StdioStream.h"
+#include "fxds/streams/RecordFormat.h"
 #include "tests/support/FatalCatcher.h"
 #include "tests/support/RichGraph.h"
+#include "tests/support/TestSeed.h"
 
 namespace {
 
@@ -443,4 +449,61 @@ TEST_F(HostileStream, ConvertersLeaveAnIncompleteGroupAlone) {
     EXPECT_EQ(bytes, "dcbaefg");
     EXPECT_FALSE(fxBinaryReader_shorts(reader, bytes.data(), 1));
     EXPECT_TRUE(fxBinaryReader_longs(reader, bytes.data(), 0));
+}
+
+namespace {
+
+// The records of long values: mostly data of 512 bytes, but also of other lengths, and types.
+std::string someRecords(std::mt19937& rng) {
+    const auto below = [&](unsigned int most) {
+        return std::uniform_int_distribution<unsigned int>(0, most)(rng);
+    };
+    const unsigned int oddity = 1U << below(12);
+    unsigned int id = 0;
+    std::string all;
+    while (all.size() < 400000) {
+        const unsigned int length = below(oddity) != 0 ? 512 : below(1U << (1 + below(17)));
+        const unsigned int tag = below(oddity) != 0 ? fxTagData : fxTagType;
+        char head[fxRecordFormat::maxHeadBytes];
+        all.append(head, fxRecordFormat::putLength(head, tag, length));
+        if (tag == fxTagType) {
+            fxRecordFormat::putWord(head, ++id);
+            all.append(head, 4).append("Node", 5);
+        }
+        for (unsigned int i = 0; i < length; ++i) all += static_cast<char>(all.size() * 7 % 251);
+    }
+    all.resize(all.size() - (below(1) != 0 ? below(static_cast<unsigned int>(all.size())) : 0));
+    return all;
+}
+
+}  // namespace
+
+// Of a file or pipe, the payload of a long value moves together in its place.
+TEST_F(HostileStream, LongValuesAreTheSameFromEveryStream) {
+    std::mt19937 rng(testSeed());
+    for (int round = 0; round < 60; ++round) {
+        const std::string all = someRecords(rng);
+        int ends[2];
+        ASSERT_EQ(pipe(ends), 0);
+        std::thread sender([&, pieceBytes = 1 + rng() % 70000] {
+            for (size_t i = 0; i < all.size(); i += pieceBytes) {
+                const size_t count = std::min(pieceBytes, all.size() - i);
+                ASSERT_EQ(write(ends[1], all.data() + i, count), static_cast<ssize_t>(count));
+            }
+            close(ends[1]);
+        });
+        HeldStream memory(all);
+        fxStdioStream file(ends[0], fxStream::fxStreamRead);
+        file.take();
+        fxBinaryReader expected(memory, 0x1122, 0x33445566, "ieee");
+        fxBinaryReader reader(&file, 0x1122, 0x33445566, "ieee");
+        bool isGood = true;
+        while (isGood) {
+            std::string wanted(rng() % (1U << (1 + rng() % 19)), '?'), bytes(wanted);
+            isGood = expected.readBytes(wanted.data(), wanted.size());
+            ASSERT_EQ(reader.readBytes(bytes.data(), bytes.size()), isGood);
+            ASSERT_TRUE(!isGood || bytes == wanted) << round;
+        }
+        sender.join();
+    }
 }

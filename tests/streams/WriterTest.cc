@@ -264,7 +264,7 @@ TEST_F(Writer, PayloadIsCutAt512Bytes) {
     }
 }
 
-// A file gets a long block without a copy, also when the system takes only a part of it.
+// A file gets a long block in large pieces, also when the system takes only a part of it.
 TEST_F(Writer, FileGetsTheSameBytesAsMemory) {
     std::string block(600001, 'x');
     for (size_t i = 0; i < block.size(); ++i) block[i] = static_cast<char>(i * 7 % 251);
