@@ -201,11 +201,20 @@ protected:
         return this->extra.hasOwnHooks && this->extra.holds.isEmpty() && !this->buckets.isEmpty();
     }
 
-    /// Makes the key of a new entry, unless enter() has made it.
-    static void makeKey(void* entry, const Key& key) {
-        if constexpr (!std::is_same_v<Key, fxStr>) new (entry) Key(key);
-        static_cast<void>(entry);
-        static_cast<void>(key);
+    /// The block of the key's entry. That of a new one has no value yet, which the caller
+    /// makes before anything else happens. Requires: mayEnter()
+    void* enter(const Key& key, bool& isNew) {
+        const unsigned int before = this->count;
+        if constexpr (std::is_same_v<Key, fxStr>) {
+            void* const element = this->enterText(key);
+            isNew = this->count != before;
+            return element;
+        } else {
+            void* const element = this->enterAny(&key);
+            isNew = this->count != before;
+            if (isNew) new (element) Key(key);
+            return element;
+        }
     }
 
 private:
@@ -224,7 +233,7 @@ private:
     [[gnu::always_inline]] Result findHere(const Asked& asked) const {
         const auto& own = this->extra;
         const unsigned int chains = this->buckets.length();
-        if (__builtin_expect(own.plainChains != chains, 0)) return findIndexed(asked);
+        if (__builtin_expect(!own.isPlain(chains), 0)) return findIndexed(asked);
         const unsigned long hash = fxKeyHooks<Key>::hash(asked);
         const Node* node = this->buckets.begin()[own.restOfShort(hash, chains)];
         for (unsigned int left = own.index.longWalk; left != 0; --left) {
@@ -260,7 +269,7 @@ private:
     // constructor has to call forgetFinder().
     bool hasOwnHooksNow() const {
         this->extra.hasOwnHooks = false;
-        this->extra.plainChains = ~0U;
+        this->extra.forgetPlain();
         static_cast<void>(this->finder());
         return this->extra.hasOwnHooks;
     }

@@ -199,9 +199,11 @@ protected:
     void* findText(std::string_view text) const;
     void removeText(std::string_view text);
     ///@}
-    /// The entry of the key: its block. A new one is raw unless the key is an fxStr, and the
-    /// caller makes it whole before anything else happens. Requires: fxTypedKeys::mayEnter()
-    void* enter(const void* key, bool& isNew);
+    ///@{
+    /// For fxTypedKeys::enter(), of a key that is an fxStr or of another.
+    void* enterText(const fxStr& key);
+    void* enterAny(const void* key);
+    ///@}
     /// For a constructor that has added elements, or has another base that does so: the
     /// search function is not final yet, because a class that derives from this one may
     /// override hooks.

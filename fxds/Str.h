@@ -389,7 +389,7 @@ public:
 private:
     friend struct fxTextInEntry;
 
-    // For the key of an entry, which has its text, of at most 15 bytes, in the entry's
+    // For the key of an entry, which has its text, if that is short, in the entry's
     // memory: the text is this string's to write, and ends with the entry.
     struct InEntry {
         char* text;

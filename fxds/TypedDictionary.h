@@ -80,14 +80,10 @@ public:
         if constexpr (fxDetail::isCalm<Key> && fxDetail::isCalm<Value>) {
             if (this->mayEnter()) {
                 bool isNew = false;
-                char* const entry = static_cast<char*>(this->enter(&key, isNew));
+                char* const entry = static_cast<char*>(this->enter(key, isNew));
                 auto* const at = reinterpret_cast<Value*>(entry + this->keySize);
                 if (at == &value) return;
-                if (isNew) {
-                    this->makeKey(entry, key);
-                } else {
-                    at->~Value();
-                }
+                if (!isNew) at->~Value();
                 new (at) Value(value);
                 return;
             }

@@ -55,8 +55,7 @@ public:
         if constexpr (fxDetail::isCalm<Key>) {
             if (this->mayEnter()) {
                 bool isNew = false;
-                void* const element = this->enter(&key, isNew);
-                if (isNew) this->makeKey(element, key);
+                this->enter(key, isNew);
                 return;
             }
         }

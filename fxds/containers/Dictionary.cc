@@ -121,9 +121,9 @@ void fxDictionary::remove(const void* key) {
     if (node != nullptr) Core::remove(*this, node);
 }
 
-void* fxDictionary::enter(const void* key, bool& isNew) {
-    return Core::enter(*this, key, isNew)->element;
-}
+void* fxDictionary::enterText(const fxStr& key) { return Core::enterText(*this, key); }
+
+void* fxDictionary::enterAny(const void* key) { return Core::enter(*this, key); }
 
 void* fxDictionary::findText(std::string_view text) const {
     fxDictBucket* const node = Core::findText(*this, text);

@@ -36,8 +36,8 @@
 // (6) While there is a hold, what is removed keeps its key, its value and its
 //     memory, and waits in the ring of removed nodes. Without one, only what
 //     endRemoved() is about to end is there.
-// (7) If extra.hasTexts is set, keys are fxStr, and behind the block of each linked node
-//     lies its text or a copy, if that is no longer than fxTextKeys::copiedBytes.
+// (7) If there is an extra.textRoom, keys are fxStr, and behind the block of each linked node
+//     lies its text or a copy, if that is no longer than the room.
 //
 // A node is found only in the chain that its hash asks for. With (3) and (4), a
 // search returns the same node with the index as by walking the chain, even if
@@ -142,8 +142,8 @@ struct fxHashCore : fxHashIters<fxHashCore<Container>, Container, typename Conta
         const unsigned long additions = table.extra.additions;
         Unlinked made{table, hooks, makeNode(table, hooks)};
         made.node->word = Node::ending;
-        if (table.extra.hasTexts) {
-            makeText(table, made.node, key);
+        if (table.extra.textRoom != 0) {
+            makeText(table, made.node->element, textAt(key));
         } else {
             hooks.copyKey(key, made.node->element);
         }
@@ -196,21 +196,44 @@ struct fxHashCore : fxHashIters<fxHashCore<Container>, Container, typename Conta
         }
     }
 
-    /// The node of the key, or a new one, whose value and key, unless that is an fxStr, the
-    /// caller makes before anything else happens. Requires: there are chains and a finder,
-    /// and no holds.
-    static Node* enter(Container& table, const void* key, bool& isNew) {
+    /// The block of the key's entry, or of a new one, whose value and key the caller makes
+    /// before anything else happens. Requires: there are chains and a finder, and no holds.
+    static void* enter(Container& table, const void* key) {
         Place place;
-        const bool isText = table.extra.finder == &findDirectly<fxStr>;
-        Node* node = isText ? search(table, fxDirectHooks<fxStr>(), key, place)
-                            : table.extra.finder(table, table, key, place);
-        isNew = node == nullptr;
-        if (!isNew) return node;
-        node = makeNode(table, table);
-        if (isText) makeText(table, node, key);
-        node->tag = place.tag;
-        link(table, node, place.bucket);
-        return node;
+        Node* node = table.extra.finder(table, table, key, place);
+        if (node == nullptr) node = linkNew(table, makeNode(table, table), place);
+        return node->element;
+    }
+
+    /// The same for a text, which is made. Most texts need no more than what is here: no call,
+    /// so that no register has to be saved for one.
+    static void* enterText(Container& table, const fxStr& key) {
+        auto& extra = table.extra;
+        const std::string_view text = key.view();
+        const unsigned int chains = table.buckets.length();
+        if (!extra.isPlain(chains) || !fxTextKeys::isQuick(text.size())) {
+            return enterTextAnyhow(table, key);
+        }
+        const unsigned int bucket = extra.restOf(fxTextKeys::hash(text), chains);
+        const fxTextKeys::Quick fingerprint = fxTextKeys::quickFingerprint(text);
+        const unsigned int tag = fxMix32(fingerprint.whole);
+        unsigned int left = longWalk;
+        for (Node* node = table.buckets.begin()[bucket]; node != nullptr; node = node->next) {
+            if (node->tag == tag && fxTextKeys::areSame(text, textOf(table, node))) {
+                return node->element;
+            }
+            if (node->tag == tag || --left == 0) return enterTextAnyhow(table, key);
+        }
+        if (fingerprint.zeros != 0 || text.size() >= extra.textRoom) {
+            return enterTextAnyhow(table, key);
+        }
+        Node* const node = extra.nodes.makeFromFreed(textEntryBytes(table));
+        if (node == nullptr) return enterTextAnyhow(table, key);
+        void* const element = node->element;
+        makeText(table, element, text);
+        node->tag = tag;
+        linkAtHead(table, node, bucket);
+        return element;
     }
 
     /// Removes a node from its chain and from under the iterators, and ends it.
@@ -288,7 +311,8 @@ struct fxHashCore : fxHashIters<fxHashCore<Container>, Container, typename Conta
         std::swap(table.extra.linked, from.linked);
         std::swap(table.extra.hasLate, from.hasLate);
         std::swap(table.extra.isUnindexable, from.isUnindexable);
-        std::swap(table.extra.hasTexts, from.hasTexts);
+        std::swap(table.extra.textRoom, from.textRoom);
+        from.forgetPlain();
         table.extra.taggedFor = from.taggedFor;
         table.extra.nodes.swap(from.nodes);
         table.extra.index.swap(from.index);
@@ -331,9 +355,13 @@ private:
     }
     static bool isEmpty(const Container& table) { return table.extra.linked == 0; }
 
-    static size_t blockBytes(const Container& table) {
+    static size_t entryBytes(const Container& table) {
         size_t bytes = table.keySize;
         if constexpr (Container::hasValues) bytes += table.valueSize;
+        return bytes;
+    }
+    static size_t blockBytes(const Container& table) {
+        const size_t bytes = entryBytes(table);
         return bytes != 0 ? bytes : 1;
     }
 
@@ -352,13 +380,17 @@ private:
     // The text of a stored fxStr: the copy, if there is one.
     static std::string_view textOf(const Container& table, const Node* node) {
         const fxStr& key = *static_cast<const fxStr*>(node->element);
-        if (!table.extra.hasTexts || key.length() > fxTextKeys::copiedBytes) return key.view();
-        return {static_cast<const char*>(node->element) + blockBytes(table), key.length()};
+        if (key.length() > table.extra.textRoom) return key.view();
+        return {static_cast<const char*>(node->element) + entryBytes(table), key.length()};
     }
-    static void makeText(const Container& table, Node* node, const void* key) {
-        char* const copy = static_cast<char*>(node->element) + blockBytes(table);
-        fxTextInEntry::make(node->element, static_cast<const fxStr*>(key)->view(),
-                            table.extra.hasTexts ? copy : nullptr);
+    static std::string_view textAt(const void* key) {
+        return static_cast<const fxStr*>(key)->view();
+    }
+    // Requires: there is room.
+    [[gnu::always_inline]] static void makeText(const Container& table, void* element,
+                                                std::string_view text) {
+        char* const copy = static_cast<char*>(element) + entryBytes(table);
+        fxTextInEntry::make(element, text, copy, table.extra.textRoom);
     }
 
     // Requires: the keys' tags are equal, and the node is not late.
@@ -376,10 +408,10 @@ private:
     template <class Hooks>
     [[gnu::always_inline]] static Node* search(const Container& table, Hooks hooks, const void* key,
                                                Place& place) {
-        place.hash = hooks.hash(key);
-        place.chains = table.buckets.length();
-        place.bucket = table.extra.chainOf(place.hash, place.chains);
-        place.tag = fxMix32(hooks.fingerprint(key, place.hash));
+        const unsigned long hash = hooks.hash(key);
+        const unsigned int tag = fxMix32(hooks.fingerprint(key, hash));
+        const unsigned int chains = table.buckets.length();
+        place = {hash, chains, table.extra.chainOf(hash, chains), tag};
         if (table.extra.index.isBuilt()) {
             return table.extra.index.find(place.tag, [&](const Node* node) {
                 return node->bucket() == place.bucket && isEqual(table, hooks, key, node);
@@ -448,7 +480,7 @@ private:
         auto& extra = table.extra;
         if (extra.isUnindexable || !fxHashXdr<Container>::setTags(table, hooks)) return;
         extra.index.build(extra.linked);
-        extra.plainChains = ~0U;
+        extra.forgetPlain();
         for (Node* node : table.buckets) {
             for (Node* previous = nullptr; node != nullptr; node = node->next) {
                 extra.isUnindexable = !extra.index.append(node, previous);
@@ -460,30 +492,63 @@ private:
 
     // Changing.
 
+    static size_t textEntryBytes(const Container& table) {
+        return blockBytes(table) + table.extra.textRoom;
+    }
+
     // A raw node. Texts are in the entries of tables with a direct search; an entry that is
     // made otherwise ends that, until the table has been empty.
     static Node* makeNode(Container& table, const Container& hooks) {
         auto& extra = table.extra;
-        const size_t bytes = blockBytes(table);
-        const bool isText = hooks.extra.finder == &findDirectly<fxStr>;
-        if (!isText) {
-            extra.hasTexts = false;
+        if (hooks.extra.finder != &findDirectly<fxStr>) {
+            if (extra.textRoom != 0) extra.dropTexts();
         } else if (extra.nodes.nodesInUse() == 0) {
-            extra.hasTexts = extra.nodes.isCommon(bytes + fxTextKeys::copiedBytes);
+            chooseRoom(table);
         }
-        return extra.nodes.make(extra.hasTexts ? bytes + fxTextKeys::copiedBytes : bytes);
+        return extra.nodes.make(textEntryBytes(table));
+    }
+    static void chooseRoom(Container& table) {
+        auto& extra = table.extra;
+        extra.textRoom = fxTextKeys::room;
+        if (!extra.nodes.isCommon(textEntryBytes(table))) extra.textRoom = 0;
     }
 
-    static void link(Container& table, Node* node, unsigned int bucket) {
-        Node*& head = table.buckets[bucket];
-        node->word = (node->word & Node::late) | bucket;
+    // The general way, after which the table may be plain.
+    [[gnu::noinline]] static void* enterTextAnyhow(Container& table, const fxStr& key) {
+        auto& extra = table.extra;
+        Place place;
+        Node* node = search(table, fxDirectHooks<fxStr>(), &key, place);
+        if (node != nullptr) return node->element;
+        node = makeNode(table, table);
+        if (extra.textRoom != 0) {
+            makeText(table, node->element, key.view());
+            if (!extra.index.isBuilt() && !extra.hasLate) extra.plainChains = extra.divisor;
+        } else {
+            new (node->element) fxStr(key.view());
+        }
+        return linkNew(table, node, place)->element;
+    }
+
+    static Node* linkNew(Container& table, Node* node, const Place& place) {
+        node->tag = place.tag;
+        link(table, node, place.bucket);
+        return node;
+    }
+    static void link(Container& table, Node* node, unsigned int word) {
+        linkAtHead(table, node, word);
+        if (table.extra.index.isBuilt()) enterInIndex(table, node);
+    }
+    [[gnu::always_inline]] static void linkAtHead(Container& table, Node* node, unsigned int word) {
+        Node*& head = table.buckets[word & Node::bucketMask];
+        node->word = word;
         node->next = head;
         head = node;
         ++table.count;
         ++table.extra.linked;
         ++table.extra.additions;
+    }
+    [[gnu::noinline]] static void enterInIndex(Container& table, Node* node) {
         auto& index = table.extra.index;
-        if (!index.isBuilt()) return;
         if (node->next != nullptr) index.setPrevious(node->next, node);
         table.extra.isUnindexable = !index.insert(node);
     }

@@ -31,10 +31,12 @@ template <>
 struct fxDirectHooks<fxStr> {
     static const fxStr& at(const void* key) { return *static_cast<const fxStr*>(key); }
     static std::string_view text(const void* key) { return at(key).view(); }
-    static unsigned long hash(const void* key) { return at(key).hash(); }
+    [[gnu::always_inline]] static unsigned long hash(const void* key) {
+        return fxTextKeys::hash(text(key));
+    }
     static int compare(const void* a, const void* b) { return ::compare(at(a), at(b)); }
-    static unsigned long fingerprint(const void* key, unsigned long) {
-        return fxTextKeys::fingerprint(at(key).view());
+    [[gnu::always_inline]] static unsigned long fingerprint(const void* key, unsigned long) {
+        return fxTextKeys::fingerprint(text(key));
     }
     static fxDirectHooks ofStored() { return {}; }
 };
@@ -47,29 +49,32 @@ struct fxDirectHooks<std::string_view> {
         return *static_cast<const std::string_view*>(key);
     }
     static std::string_view text(const void* key) { return at(key); }
-    static unsigned long hash(const void* key) { return fxStr::hash(at(key)); }
+    [[gnu::always_inline]] static unsigned long hash(const void* key) {
+        return fxTextKeys::hash(at(key));
+    }
     static int compare(const void* asked, const void* stored) {
         return fxCompareTexts(at(asked), static_cast<const fxStr*>(stored)->view());
     }
-    static unsigned long fingerprint(const void* key, unsigned long) {
+    [[gnu::always_inline]] static unsigned long fingerprint(const void* key, unsigned long) {
         return fxTextKeys::fingerprint(at(key));
     }
     static fxDirectHooks<fxStr> ofStored() { return {}; }
 };
 
-/// Keys that are fxStr, and lie in entries with room for a short text.
+/// Keys that are fxStr, and lie in entries with room for a text.
 struct fxTextInEntry {
-    /// Makes a key. `copy`, unless null, gets a copy of a short text, which is the key's own
-    /// if the terminator fits, too.
-    static void make(void* key, std::string_view text, char* copy) {
-        if (copy != nullptr) fxTextKeys::copy(text, copy);
-        if (copy == nullptr || text.empty() || text.size() >= fxTextKeys::copiedBytes) {
+    /// Makes a key. `copy` has `room` bytes, which get the text if it is not longer; it is the
+    /// key's own if the terminator fits, too.
+    [[gnu::always_inline]] static void make(void* key, std::string_view text, char* copy,
+                                            std::size_t room) {
+        const std::size_t count = text.size();
+        if (count <= room) fxTextKeys::copy(text, copy);
+        if (count == 0 || count >= room) {
             new (key) fxStr(text);
             return;
         }
-        copy[text.size()] = '\0';
-        const auto lengthBytes = static_cast<unsigned int>(text.size()) + 1;
-        new (key) fxStr(fxStr::InEntry{copy}, lengthBytes);
+        copy[count] = '\0';
+        new (key) fxStr(fxStr::InEntry{copy}, static_cast<unsigned int>(count) + 1);
     }
 };
 

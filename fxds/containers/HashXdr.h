@@ -174,11 +174,10 @@ private:
         unsigned int bucket = 0;
         if (!xdrNumber(transcriber, bucket, 0) || bucket >= table.buckets.length()) return false;
         table.extra.index.drop();
-        table.extra.hasTexts = false;
-        read.node->word |= Node::late;
+        table.extra.dropTexts();
         table.extra.hasLate = true;
         read.node->tag = checksum(table, block) ^ (isWhole ? 1U : 0U);
-        Core::link(table, std::exchange(read.node, nullptr), bucket);
+        Core::link(table, std::exchange(read.node, nullptr), Node::late | bucket);
         return true;
     }
 

@@ -64,7 +64,9 @@ void fxSet::remove(const void* key) {
     if (node != nullptr) Core::remove(*this, node);
 }
 
-void* fxSet::enter(const void* key, bool& isNew) { return Core::enter(*this, key, isNew)->element; }
+void* fxSet::enterText(const fxStr& key) { return Core::enterText(*this, key); }
+
+void* fxSet::enterAny(const void* key) { return Core::enter(*this, key); }
 
 void* fxSet::findText(std::string_view text) const {
     fxSetBucket* const node = Core::findText(*this, text);

@@ -15,8 +15,8 @@
 // the length.
 //
 // Invariants:
-// (1) The fingerprint depends on the bytes up to the first zero alone: the functions for known
-//     lengths give the same number as the general one. Tags in nodes come from any of them.
+// (1) The fingerprint of a text depends on the bytes up to the first zero alone, and is the
+//     same number from quickFingerprint() and fingerprintAny(). Tags in nodes come from both.
 // (2) Only the bytes of a text are read, not its terminator.
 //
 // A length below the least of a range wraps around when that is subtracted, and so one
@@ -31,6 +31,37 @@ inline Word load(const char* from) {
     return word;
 }
 inline std::uint64_t wordAt(const char* from) { return load<std::uint64_t>(from); }
+
+// A word that ends in the `count` bytes at `bytes`, count <= 8, and is zero before. It is put
+// together in registers: bytes stored one by one and loaded as a word would have to wait
+// for the stores.
+inline std::uint64_t lastBytes(const char* bytes, std::size_t count) {
+    if (count == 8) return wordAt(bytes);
+    if (count == 0) return 0;
+    std::uint64_t word;
+    if (count >= 4) {
+        word = load<std::uint32_t>(bytes) | std::uint64_t{load<std::uint32_t>(bytes + count - 4)}
+                                                << 8 * (count - 4);
+    } else {
+        const auto at = [bytes](std::size_t i) {
+            return std::uint64_t{static_cast<unsigned char>(bytes[i])} << 8 * i;
+        };
+        word = at(0) | at(count / 2) | at(count - 1);
+    }
+    return word << 8 * (8 - count);
+}
+
+/// The hash of a string of these bytes.
+[[gnu::always_inline]] inline unsigned long hash(std::string_view text) {
+    const std::size_t count = text.size();
+    const char* const bytes = text.data();
+    if (count - 9 < 7) {  // the bytes from 8 on stay out: part of the contract
+        const std::uint64_t first = wordAt(bytes);
+        return first << 8 * (16 - count) << 3 ^ first;
+    }
+    if (count > 15) return wordAt(bytes + 8) << 3 ^ wordAt(bytes);
+    return lastBytes(bytes, count) << 3;
+}
 
 // Requires: count < 8.
 inline std::uint64_t shortWord(const char* bytes, std::size_t count) {
@@ -56,29 +87,6 @@ public:
     std::uint64_t sum;
 };
 
-// Of 8 to 16 bytes.
-inline std::uint64_t fingerprintOf(std::size_t count, std::uint64_t first, std::uint64_t last) {
-    Lane even(count);
-    Lane odd(~count);
-    even.fold(first);
-    odd.fold(last);
-    even.fold(odd.sum);
-    return even.sum;
-}
-
-// Of 17 to 32 bytes.
-inline std::uint64_t fingerprintOf(std::size_t count, std::uint64_t first, std::uint64_t second,
-                                   std::uint64_t third, std::uint64_t last) {
-    Lane even(count);
-    Lane odd(~count);
-    even.fold(first);
-    odd.fold(second);
-    even.fold(third);
-    odd.fold(last);
-    even.fold(odd.sum);
-    return even.sum;
-}
-
 // Calls `see` on every word, too.
 template <class See>
 inline std::uint64_t fingerprint(const char* bytes, std::size_t count, See see) {
@@ -91,9 +99,8 @@ inline std::uint64_t fingerprint(const char* bytes, std::size_t count, See see) 
     if (count < 8) {
         fold(even, shortWord(bytes, count));
     } else if (count <= 16) {
-        see(wordAt(bytes));
-        see(wordAt(bytes + count - 8));
-        return fingerprintOf(count, wordAt(bytes), wordAt(bytes + count - 8));
+        fold(even, wordAt(bytes));
+        fold(odd, wordAt(bytes + count - 8));
     } else {
         for (std::size_t i = 0; i + 16 < count; i += 16) {
             fold(even, wordAt(bytes + i));
@@ -115,6 +122,8 @@ inline constexpr std::uint64_t ones = 0x0101010101010101U;
 // Has the top bit of a byte set if a byte of `word` is zero.
 inline std::uint64_t zerosIn(std::uint64_t word) { return (word - ones) & ~word & ones << 7; }
 
+[[gnu::always_inline]] inline std::uint64_t fingerprint(std::string_view text);
+
 // Out of line, which keeps the searches small.
 [[gnu::noinline]] inline std::uint64_t fingerprintAny(std::string_view text) {
     // The bytes missing from a short word are no zeros of the text.
@@ -122,27 +131,46 @@ inline std::uint64_t zerosIn(std::uint64_t word) { return (word - ones) & ~word 
     std::uint64_t zeros = 0;
     const std::uint64_t whole = fingerprint(
         text.data(), text.size(), [&](std::uint64_t word) { zeros |= zerosIn(word | missing); });
-    return zeros == 0 ? whole : fingerprint(text.data(), text.find('\0'));
+    return zeros == 0 ? whole : fingerprint(text.substr(0, text.find('\0')));
+}
+
+// Both halves of the product, with the first digits of pi.
+inline std::uint64_t product(std::uint64_t a, std::uint64_t b) {
+    __extension__ typedef unsigned __int128 Wide;
+    const Wide whole = Wide(a ^ 0x243F6A8885A308D3U) * (b ^ 0x13198A2E03707344U);
+    return static_cast<std::uint64_t>(whole) ^ static_cast<std::uint64_t>(whole >> 64);
+}
+
+/// Whether the fingerprint of a text of that length takes no loop.
+inline bool isQuick(std::size_t count) { return count - 8 <= 24; }
+
+// The fingerprint, and something else than 0 in `zeros` if it is none, because there is a zero
+// in the text. Requires: isQuick()
+struct Quick {
+    std::uint64_t whole;
+    std::uint64_t zeros;
+};
+[[gnu::always_inline]] inline Quick quickFingerprint(std::string_view text) {
+    const std::size_t count = text.size();
+    const char* const bytes = text.data();
+    const std::uint64_t first = wordAt(bytes);
+    const std::uint64_t last = wordAt(bytes + count - 8);
+    std::uint64_t zeros = zerosIn(first) | zerosIn(last);
+    std::uint64_t whole = product(first, last + count);
+    if (count > 16) {
+        const std::uint64_t second = wordAt(bytes + 8);
+        const std::uint64_t third = wordAt(bytes + count - 16);
+        zeros |= zerosIn(second) | zerosIn(third);
+        whole += product(second + count, third);
+    }
+    return {whole, zeros};
 }
 
 /// The fingerprint of a text up to its first zero.
 [[gnu::always_inline]] inline std::uint64_t fingerprint(std::string_view text) {
-    const std::size_t count = text.size();
-    const char* const bytes = text.data();
-    if (count - 8 > 24) return fingerprintAny(text);
-    const std::uint64_t first = wordAt(bytes);
-    const std::uint64_t last = wordAt(bytes + count - 8);
-    std::uint64_t zeros = zerosIn(first) | zerosIn(last);
-    std::uint64_t whole = 0;
-    if (count <= 16) {
-        whole = fingerprintOf(count, first, last);
-    } else {
-        const std::uint64_t second = wordAt(bytes + 8);
-        const std::uint64_t third = wordAt(bytes + count - 16);
-        zeros |= zerosIn(second) | zerosIn(third);
-        whole = fingerprintOf(count, first, second, third, last);
-    }
-    return __builtin_expect(zeros == 0, 1) ? whole : fingerprintAny(text);
+    if (!isQuick(text.size())) return fingerprintAny(text);
+    const Quick quick = quickFingerprint(text);
+    return __builtin_expect(quick.zeros == 0, 1) ? quick.whole : fingerprintAny(text);
 }
 
 /// Whether both have the same bytes.
@@ -160,20 +188,23 @@ inline std::uint64_t zerosIn(std::uint64_t word) { return (word - ones) & ~word 
     return count == 0 || std::memcmp(a.data(), b.data(), count) == 0;
 }
 
-/// Copies that are compared in the place of texts of up to copiedBytes: what a search
-/// looks at is then in one piece of memory with the entry.
-inline constexpr std::size_t copiedBytes = 16;
-inline void copy(std::string_view text, char* to) {
+/// Room for the text of a key behind its entry: what a search looks at is then in one piece
+/// of memory.
+inline constexpr std::size_t room = 16;
+
+/// Requires: `to` has room.
+[[gnu::always_inline]] inline void copy(std::string_view text, char* to) {
     const std::size_t count = text.size();
-    if (count > copiedBytes) return;
     if (count < 8) {
         std::memcpy(to, text.data(), count);
         return;
     }
-    const std::uint64_t first = wordAt(text.data());
-    const std::uint64_t last = wordAt(text.data() + count - 8);
-    std::memcpy(to, &first, sizeof first);
-    std::memcpy(to + count - 8, &last, sizeof last);
+    const auto copyAt = [&](std::size_t i) {
+        const std::uint64_t word = wordAt(text.data() + i);
+        std::memcpy(to + i, &word, sizeof word);
+    };
+    copyAt(0);
+    copyAt(count - 8);
 }
 
 }  // namespace fxTextKeys

@@ -42,21 +42,27 @@ struct fxHashExtra {
     size_t taggedFor = 0;                   // hash of the class whose hooks have made the tags
     unsigned long reciprocal = ~0UL / ~0U;  // 2^64 / divisor, which saves the division
     unsigned int divisor = ~0U;             // a number of chains
-    unsigned int plainChains = ~0U;         // the divisor if a search in the program's code has
-                                            // seen that hasOwnHooks is set and no index is built
+    unsigned int plainChains = ~0U;         // the divisor if nothing is special: see isPlain()
     unsigned int linked = 0;                // entries in the chains
     unsigned int paddedKeyBytes = 0;        // a key size that includes keyPadding
     unsigned char keyPadding = 0;           // bytes that align the value
     bool hasLate = false;                   // a chain may have late nodes
     bool hasOwnHooks = false;               // the hooks are those of a ready-made class
     bool isUnindexable = false;             // an index has dropped itself
-    bool hasTexts = false;                  // each entry ends in a copy of its key's text
+    unsigned char textRoom = 0;             // bytes for its key's text that each entry ends in
 
+    /// Whether the hooks are those of a ready-made class, no index is built, and if keys are
+    /// fxStr, none is late and there is room for their texts. Some operation has seen that.
+    bool isPlain(unsigned int chains) const { return plainChains == chains; }
+    void forgetPlain() { plainChains = ~0U; }
+    void dropTexts() {
+        textRoom = 0;
+        forgetPlain();
+    }
     void forgetFinder() {
         finder = nullptr;
         hasOwnHooks = false;
-        hasTexts = false;
-        plainChains = ~0U;
+        dropTexts();
     }
 
     /// The chain of a hash. Requires: there are `chains` of them, at least one.
@@ -64,7 +70,7 @@ struct fxHashExtra {
         if (__builtin_expect(divisor != chains, 0)) {
             divisor = chains;
             reciprocal = ~0UL / chains;
-            plainChains = ~0U;
+            forgetPlain();
         }
         return restOf(hash, chains);
     }

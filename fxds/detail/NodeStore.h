@@ -38,6 +38,9 @@ public:
     /// A new node with a raw block of `blockBytes` bytes, aligned as by
     /// malloc(). Return it with drop().
     Node* make(size_t blockBytes);
+    /// The same if it takes no new chunk, or null. Requires: make() has made a block of that
+    /// size behind its node.
+    Node* makeFromFreed(size_t blockBytes);
     /// A new node, which adopts `block`. Return it with drop().
     Node* adopt(void* block);
     /// Destroys the node and frees its block.
@@ -92,6 +95,19 @@ Node* fxNodeStore<Node>::make(size_t blockBytes) {
         if (inUse == 0) setBytesBehind(blockBytes);
         if (blockBytes > bytesBehind) return adopt(fxNewBlock(blockBytes));
     }
+    ++inUse;
+    Node* const node = static_cast<Node*>(place());
+    return new (node) Node(behind(node));
+#endif
+}
+
+template <class Node>
+[[gnu::always_inline]] inline Node* fxNodeStore<Node>::makeFromFreed(size_t blockBytes) {
+#ifdef FXDS_CHECKED
+    return make(blockBytes);
+#else
+    static_cast<void>(blockBytes);
+    if (__builtin_expect(freed == nullptr, 0)) return nullptr;
     ++inUse;
     Node* const node = static_cast<Node*>(place());
     return new (node) Node(behind(node));

@@ -1,13 +1,12 @@
 #include "fxds/Str.h"
 
-#include <endian.h>
-
 #include <algorithm>
 #include <cctype>
 #include <cstdint>
 
 #include "fxds/Transcriber.h"
 #include "fxds/TypeObj.h"
+#include "fxds/containers/TextKeys.h"
 #include "fxds/detail/Allocate.h"
 
 // The bytes of strings: construction, editing, hashing, transcription. Searches
@@ -29,37 +28,6 @@
 char fxStr::emptyString = '\0';
 unsigned int fxStr::resizeIncrement = 10;
 int fxStr::delim_idx = -1;
-
-namespace {
-
-std::uint64_t wordAt(const char* bytes) {
-    std::uint64_t word;
-    std::memcpy(&word, bytes, sizeof word);
-    return le64toh(word);
-}
-
-// A word that ends in the `n` bytes at `bytes`, n <= 8, and is zero before. It is put
-// together in registers: bytes stored one by one and loaded as a word would have to wait
-// for the stores.
-std::uint64_t lastBytes(const char* bytes, unsigned int n) {
-    if (n == 8) return wordAt(bytes);
-    if (n == 0) return 0;
-    std::uint64_t word;
-    if (n >= 4) {
-        std::uint32_t halves[2];
-        std::memcpy(&halves[0], bytes, 4);
-        std::memcpy(&halves[1], bytes + n - 4, 4);
-        word = le32toh(halves[0]) | std::uint64_t{le32toh(halves[1])} << 8 * (n - 4);
-    } else {
-        const auto at = [bytes](unsigned int i) {
-            return std::uint64_t{static_cast<unsigned char>(bytes[i])} << 8 * i;
-        };
-        word = at(0) | at(n / 2) | at(n - 1);
-    }
-    return word << 8 * (8 - n);
-}
-
-}  // namespace
 
 // Construction.
 
@@ -257,15 +225,7 @@ fxStr fxStr::substr(std::size_t start, std::size_t n) const {
 
 unsigned long fxStr::hash() const { return hash(view()); }
 
-unsigned long fxStr::hash(std::string_view text) {
-    const char* const data = text.data();
-    const auto len = static_cast<unsigned int>(text.size());
-    if (len > 15) return wordAt(data + 8) << 3 ^ wordAt(data);
-    if (len <= 8) return lastBytes(data, len) << 3;
-    // Part of the contract: the bytes from 8 on stay out.
-    const std::uint64_t first = wordAt(data);
-    return first << 8 * (16 - len) << 3 ^ first;
-}
+unsigned long fxStr::hash(std::string_view text) { return fxTextKeys::hash(text); }
 
 // Transcription.
 

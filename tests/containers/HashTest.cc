@@ -103,7 +103,7 @@ struct Open : Base_ {
     using Base::buckets;
     using Base::iters;
 
-    typename Base::Finder* finder() const override { return this->finderFor(typeid(Open)); }
+    typename Base::Finder* finder() const override { return this->ownFinder(typeid(Open)); }
     /// The stored key that walking its chain finds, or null.
     static const fxStr* walkFor(const Base& table, const fxStr& key) {
         const auto& chains = ChainsOf<Base>::in(table);
