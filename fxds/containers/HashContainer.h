@@ -140,7 +140,7 @@ struct fxHashCore : fxHashIters<fxHashCore<Container>, Container, typename Conta
     static Node* insert(Container& table, const Container& hooks, Place& place, const void* key,
                         bool isNewer, MakeValue makeValue) {
         const unsigned long additions = table.extra.additions;
-        Unlinked made{table, hooks, makeNode(table, hooks)};
+        Unlinked made{table, hooks, makeNode(table, hooks, key)};
         made.node->word = Node::ending;
         if (table.extra.textRoom != 0) {
             makeText(table, made.node->element, textAt(key));
@@ -201,7 +201,7 @@ struct fxHashCore : fxHashIters<fxHashCore<Container>, Container, typename Conta
     static void* enter(Container& table, const void* key) {
         Place place;
         Node* node = table.extra.finder(table, table, key, place);
-        if (node == nullptr) node = linkNew(table, makeNode(table, table), place);
+        if (node == nullptr) node = linkNew(table, makeNode(table, table, key), place);
         return node->element;
     }
 
@@ -498,19 +498,20 @@ private:
 
     // A raw node. Texts are in the entries of tables with a direct search; an entry that is
     // made otherwise ends that, until the table has been empty.
-    static Node* makeNode(Container& table, const Container& hooks) {
+    static Node* makeNode(Container& table, const Container& hooks, const void* key) {
         auto& extra = table.extra;
         if (hooks.extra.finder != &findDirectly<fxStr>) {
             if (extra.textRoom != 0) extra.dropTexts();
         } else if (extra.nodes.nodesInUse() == 0) {
-            chooseRoom(table);
+            chooseRoom(table, textAt(key).size());
         }
         return extra.nodes.make(textEntryBytes(table));
     }
-    static void chooseRoom(Container& table) {
-        auto& extra = table.extra;
-        extra.textRoom = fxTextKeys::room;
-        if (!extra.nodes.isCommon(textEntryBytes(table))) extra.textRoom = 0;
+    static void chooseRoom(Container& table, size_t length) {
+        for (size_t room : {fxTextKeys::roomFor(length), fxTextKeys::room, size_t{0}}) {
+            table.extra.textRoom = static_cast<unsigned char>(room);
+            if (table.extra.nodes.isCommon(textEntryBytes(table))) return;
+        }
     }
 
     // The general way, after which the table may be plain.
@@ -519,7 +520,7 @@ private:
         Place place;
         Node* node = search(table, fxDirectHooks<fxStr>(), &key, place);
         if (node != nullptr) return node->element;
-        node = makeNode(table, table);
+        node = makeNode(table, table, &key);
         if (extra.textRoom != 0) {
             makeText(table, node->element, key.view());
             if (!extra.index.isBuilt() && !extra.hasLate) extra.plainChains = extra.divisor;

@@ -189,8 +189,12 @@ struct Quick {
 }
 
 /// Room for the text of a key behind its entry: what a search looks at is then in one piece
-/// of memory.
+/// of memory. The first key of a table decides which.
 inline constexpr std::size_t room = 16;
+inline constexpr std::size_t longRoom = 32;
+inline std::size_t roomFor(std::size_t count) {
+    return count - room < longRoom - room ? longRoom : room;
+}
 
 /// Requires: `to` has room.
 [[gnu::always_inline]] inline void copy(std::string_view text, char* to) {
@@ -204,6 +208,10 @@ inline constexpr std::size_t room = 16;
         std::memcpy(to + i, &word, sizeof word);
     };
     copyAt(0);
+    if (count > 16) {
+        copyAt(8);
+        copyAt(count - 16);
+    }
     copyAt(count - 8);
 }
 
