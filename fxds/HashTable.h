@@ -5,7 +5,7 @@
 #include "fxds/Config.h"
 #include "fxds/detail/Walk.h"
 
-template <class Node, bool keepsPrevious>
+template <class Node>
 class fxHashIndex;
 
 /// One entry of a HashTable, made and destroyed by it. View: good until the
@@ -29,7 +29,7 @@ public:
 
 private:
     friend class HashTable;
-    friend class fxHashIndex<HashEntry, false>;
+    friend class fxHashIndex<HashEntry>;
 
     HashEntry(unsigned long key_, unsigned int tag_)
         : key(key_), value(nullptr), next(nullptr), prev(nullptr), tag(tag_) {}
@@ -92,7 +92,7 @@ private:
     int size;
     unsigned int level;  // base-2 logarithm of size
     fxWalks<Walk> walks;
-    mutable fxHashIndex<HashEntry, false>* index;  // null until a search walks far
+    mutable fxHashIndex<HashEntry>* index;  // null until a search walks far
 };
 
 #endif

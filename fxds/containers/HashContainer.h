@@ -28,9 +28,9 @@
 //     search compares keys only where the tags are equal. A late node, whose
 //     key may still lack its text, has no such tag; see fxHashXdr. While
 //     there is one, extra.hasLate is set.
-// (4) If the index is built, it has all linked nodes and no other, each with the
-//     one before it in its chain. Equal keys of one chain, which only a stream
-//     brings, are in the order of the chain. No node is late.
+// (4) If the index is built, it has all linked nodes and no other, and if it keeps
+//     predecessors, each with the one before it in its chain. Equal keys of one
+//     chain, which only a stream brings, are in the order of the chain. No node is late.
 // (5) An iterator in `iters` is attached: its node is linked, and is in chain
 //     bucketIndex.
 // (6) While there is a hold, what is removed keeps its key, its value and its
@@ -59,7 +59,7 @@ struct fxHashCore : fxHashIters<fxHashCore<Container>, Container, typename Conta
     typedef fxHashPlace Place;
 
     static constexpr unsigned int defaultChains = 31;
-    static constexpr unsigned int longWalk = fxHashIndex<Node, true>::longWalk;
+    static constexpr unsigned int longWalk = fxHashIndex<Node>::longWalk;
 
     // Searching.
 
@@ -411,11 +411,12 @@ private:
         const unsigned long hash = hooks.hash(key);
         const unsigned int tag = fxMix32(hooks.fingerprint(key, hash));
         const unsigned int chains = table.buckets.length();
-        place = {hash, chains, table.extra.chainOf(hash, chains), tag};
+        place = {chains, table.extra.chainOf(hash, chains), tag, table.extra.index.noSlot};
         if (table.extra.index.isBuilt()) {
-            return table.extra.index.find(place.tag, [&](const Node* node) {
+            const auto isWanted = [&](const Node* node) {
                 return node->bucket() == place.bucket && isEqual(table, hooks, key, node);
-            });
+            };
+            return table.extra.index.find(tag, isWanted, place.freeSlot);
         }
         if (__builtin_expect(table.extra.hasLate, 0)) return searchLate(table, hooks, key, place);
         Node* node = table.buckets[place.bucket];
@@ -482,10 +483,9 @@ private:
         extra.index.build(extra.linked);
         extra.forgetPlain();
         for (Node* node : table.buckets) {
-            for (Node* previous = nullptr; node != nullptr; node = node->next) {
-                extra.isUnindexable = !extra.index.append(node, previous);
+            for (; node != nullptr; node = node->next) {
+                extra.isUnindexable = !extra.index.append(node);
                 if (extra.isUnindexable) return;
-                previous = node;
             }
         }
     }
@@ -530,14 +530,22 @@ private:
         return linkNew(table, node, place)->element;
     }
 
+    // Links a node of a key that a search has not found, nothing having changed since.
     static Node* linkNew(Container& table, Node* node, const Place& place) {
         node->tag = place.tag;
-        link(table, node, place.bucket);
+        linkAtHead(table, node, place.bucket);
+        if (table.extra.index.isBuilt()) {
+            notePrevious(table, node->next, node);
+            table.extra.isUnindexable = !table.extra.index.appendAt(place.freeSlot, node);
+        }
         return node;
     }
     static void link(Container& table, Node* node, unsigned int word) {
         linkAtHead(table, node, word);
-        if (table.extra.index.isBuilt()) enterInIndex(table, node);
+        if (table.extra.index.isBuilt()) {
+            notePrevious(table, node->next, node);
+            table.extra.isUnindexable = !table.extra.index.insert(node);
+        }
     }
     [[gnu::always_inline]] static void linkAtHead(Container& table, Node* node, unsigned int word) {
         Node*& head = table.buckets[word & Node::bucketMask];
@@ -548,20 +556,26 @@ private:
         ++table.extra.linked;
         ++table.extra.additions;
     }
-    [[gnu::noinline]] static void enterInIndex(Container& table, Node* node) {
+    // Requires: the index is built.
+    static void notePrevious(Container& table, const Node* node, Node* previous) {
         auto& index = table.extra.index;
-        if (node->next != nullptr) index.setPrevious(node->next, node);
-        table.extra.isUnindexable = !index.insert(node);
+        if (node != nullptr && index.keepsPrevious()) index.setPrevious(node, previous);
     }
 
     // The node before a linked one, or null. Chains without an index are short, but for
-    // those that a stream has brought and no search has walked.
+    // those that a stream has brought and no search has walked. One that was entered lately is
+    // near the beginning of its chain.
     static Node* before(const Container& table, const Node* node) {
-        if (table.extra.index.isBuilt()) return table.extra.index.previous(node);
+        auto& index = table.extra.index;
+        if (index.isBuilt() && index.keepsPrevious()) return index.previous(node);
         Node* previous = nullptr;
         unsigned int walked = 0;
         Node* at = table.buckets[node->bucket()];
-        for (; at != node; previous = at, at = at->next) ++walked;
+        for (; at != node; previous = at, at = at->next) {
+            if (++walked <= longWalk || !index.isBuilt()) continue;
+            index.keepPrevious();
+            return index.previous(node);
+        }
         if (walked > longWalk) buildIndex(table, VirtualHooks{table});
         return previous;
     }
@@ -574,7 +588,7 @@ private:
         --table.extra.linked;
         auto& index = table.extra.index;
         if (!index.isBuilt()) return;
-        if (node->next != nullptr) index.setPrevious(node->next, previous);
+        notePrevious(table, node->next, previous);
         index.remove(node);
     }
 

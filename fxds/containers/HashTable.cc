@@ -42,7 +42,7 @@ struct Fold {
 };
 constexpr Fold folds[] = {{12, 6}, {13, 7}, {16, 8}, {9, 0}, {10, 0}, {11, 0}};
 
-typedef fxHashIndex<HashEntry, false> Index;
+typedef fxHashIndex<HashEntry> Index;
 
 bool isBuilt(const Index* index) { return index != nullptr && index->isBuilt(); }
 
@@ -141,7 +141,7 @@ void HashTable::buildIndex() const {
     index->build(4U << std::min(level, lastLevel));
     for (int i = 0; i < size; ++i) {
         for (HashEntry* entry = buckets[i]; entry != nullptr; entry = entry->next) {
-            if (!index->append(entry, nullptr)) return;
+            if (!index->append(entry)) return;
         }
     }
 }

@@ -12,10 +12,10 @@
 
 /// The place of a key.
 struct fxHashPlace {
-    unsigned long hash;
     unsigned int chains;  // their number when the place was computed
     unsigned int bucket;
     unsigned int tag;
+    unsigned int freeSlot;  // of the index, where the search has ended, or noSlot
 };
 
 /// A search of `table` for a key, with the hooks of `hooks`.
@@ -35,7 +35,7 @@ template <class Container, class Node>
 struct fxHashExtra {
     fxHashFinder<Container, Node>* finder = nullptr;  // chosen by the first search
     fxNodeStore<Node> nodes;
-    fxHashIndex<Node, true> index;
+    fxHashIndex<Node> index;
     fxWalkList<fxHashHold> holds;           // under way
     Node* lastRemoved = nullptr;            // ring of the nodes removed meanwhile
     unsigned long additions = 0;            // ever made

@@ -11,7 +11,7 @@ template <class Container>
 struct fxHashCore;  // containers/HashContainer.h, which only the containers include
 template <class Container>
 struct fxHashXdr;  // containers/HashXdr.h, likewise
-template <class Node, bool keepsPrevious>
+template <class Node>
 class fxHashIndex;
 class fxDictionary;
 
@@ -35,7 +35,7 @@ private:
     friend struct fxHashCore;
     template <class Container>
     friend struct fxHashXdr;
-    template <class Node, bool keepsPrevious>
+    template <class Node>
     friend class fxHashIndex;
     friend class fxDictionary;
     template <class Key, class Base>
