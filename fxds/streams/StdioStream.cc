@@ -30,7 +30,8 @@
 //     the bytes that were read from the descriptor and not taken. They lie in `buffer`,
 //     and between readAhead() and endAhead() in the room that was lent.
 // (2) hasEnded, once set, stays: no further read() is made.
-// (3) hasLost, once set, stays: flush() and close() report the loss.
+// (3) hasLost, once set, stays: nothing more is written, and flush() and close() report
+//     the loss.
 // (4) `last` is the direction of the last transfer of a stream that is open both ways.
 
 namespace {
@@ -232,7 +233,7 @@ void fxStdioStream::endAhead() {
 // As many bytes as the buffer has go to the system from where they are; a FILE would copy some
 // of them. One that is also read must see all, because it remembers its offset.
 bool fxStdioStream::put(const void* bytes, size_t byteCount) {
-    if (file == nullptr || !isWriting() || !turn(Direction::out)) return false;
+    if (file == nullptr || hasLost || !isWriting() || !turn(Direction::out)) return false;
     const char* place = static_cast<const char*>(bytes);
     if (byteCount >= bufferBytes && buffer != nullptr && !isReading()) {
         return flush() && (send(place, byteCount) || lose());
