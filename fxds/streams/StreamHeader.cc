@@ -37,30 +37,6 @@ bool writeHeader(fxStream& stream, const char* name) {
            stream.putShorts(&ownShortMark, 1) && stream.putLongs(&ownLongMark, 1);
 }
 
-// The fields of a header.
-struct Header {
-    bool read(fxStream& stream, size_t longestName) {
-        return readName(stream, name, longestName) && readName(stream, format, longestName) &&
-               stream.getShorts(&shorts, 1) && stream.getLongs(&longs, 1);
-    }
-    size_t bytes() const {
-        return size_t{name.length()} + format.length() + sizeof shorts + sizeof longs;
-    }
-    static bool readName(fxStream& stream, fxStackBuffer& text, size_t longest) {
-        char byte = 0;
-        do {
-            if (text.length() > longest || !stream.getBytes(&byte, 1)) return false;
-            text.addc(byte);
-        } while (byte != '\0');
-        return true;
-    }
-
-    fxStackBuffer name;
-    fxStackBuffer format;
-    short shorts = 0;
-    long longs = 0;
-};
-
 // Whether the bytes may be the beginning of the header of a known reader.
 // This separates a stream that ends early from one of another kind.
 bool mayBegin(const fxStackBuffer& name, const fxVoidPtrDict& readers) {
@@ -73,6 +49,46 @@ bool mayBegin(const fxStackBuffer& name, const fxVoidPtrDict& readers) {
     }
     return false;
 }
+
+// The fields of a header.
+struct Header {
+    bool read(fxStream& stream) {
+        const auto any = [](const fxStackBuffer&) { return true; };
+        return readName(stream, name, any) && readRest(stream, any);
+    }
+    // Up to the first byte of the name that no known reader has there: what is no stream
+    // may have no more bytes for long.
+    bool read(fxStream& stream, const fxVoidPtrDict& readers) {
+        constexpr unsigned int longestFormat = 1000;
+        const auto isKnown = [&](const fxStackBuffer& begun) { return mayBegin(begun, readers); };
+        const auto isShort = [](const fxStackBuffer& begun) {
+            return begun.length() <= longestFormat;
+        };
+        return readName(stream, name, isKnown) && readRest(stream, isShort);
+    }
+    size_t bytes() const {
+        return size_t{name.length()} + format.length() + sizeof shorts + sizeof longs;
+    }
+    template <class IsGood>
+    static bool readName(fxStream& stream, fxStackBuffer& text, IsGood isGood) {
+        char byte = 0;
+        do {
+            if (!stream.getBytes(&byte, 1)) return false;
+            text.addc(byte);
+        } while (isGood(text) && byte != '\0');
+        return byte == '\0';
+    }
+    template <class IsGood>
+    bool readRest(fxStream& stream, IsGood isGood) {
+        return readName(stream, format, isGood) && stream.getShorts(&shorts, 1) &&
+               stream.getLongs(&longs, 1);
+    }
+
+    fxStackBuffer name;
+    fxStackBuffer format;
+    short shorts = 0;
+    long longs = 0;
+};
 
 }  // namespace
 
@@ -109,7 +125,7 @@ fxTranscriber* fxTranscriber::getReader(fxStream* stream) {
     if (readers == nullptr) fxStartUp::hint("readers");
     if (readers == nullptr || stream == nullptr || !stream->isReading()) return nullptr;
     Header header;
-    if (!header.read(*stream, SIZE_MAX)) return nullptr;
+    if (!header.read(*stream)) return nullptr;
     void** found = readers->find(fxStr(header.name.getBase()));
     if (found == nullptr || *found == nullptr) {
         const std::string name(header.name.getBase());
@@ -122,7 +138,6 @@ fxTranscriber* fxTranscriber::getReader(fxStream* stream) {
 }
 
 fxTranscriber* fxTranscriber::getReader(fxStream* stream, fxStreamFault& fault) {
-    constexpr size_t longestName = 1000;
     if (readers == nullptr) fxStartUp::hint("readers");
     fault = fxStreamFault::inHeader();
     if (readers == nullptr || stream == nullptr || !stream->isReading()) {
@@ -131,7 +146,7 @@ fxTranscriber* fxTranscriber::getReader(fxStream* stream, fxStreamFault& fault) 
         return nullptr;
     }
     Header header;
-    if (!header.read(*stream, longestName)) {
+    if (!header.read(*stream, *readers)) {
         if (mayBegin(header.name, *readers)) fault.kind = fxStreamFault::ended;
         return nullptr;
     }

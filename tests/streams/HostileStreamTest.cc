@@ -214,6 +214,9 @@ TEST_F(HostileStream, HeadersEndAsStated) {
     EXPECT_EQ(ending(0x1122, 0x6655443300000000, "ieee"), reader + "unknown long ordering 0");
     EXPECT_EQ(ending(0x1122, 0x33445566, "ieee754"),
               reader + "unsupported floating point format ieee754");
+    const std::string stray = "fxBinary\n" + header();  // whose sender may wait for an answer
+    StingyStream waiting(stray, 0);
+    EXPECT_TRUE(!fxLoad<Node>(waiting) && waiting.taken() == 9);
     HeldStream stream;
     fxBinaryReader read(stream, 0x1122, 0x33445566, "ieee");
     const char noFloats[] = "fxBinaryReader_floatsVAX: not implemented";
