@@ -79,8 +79,9 @@ public:                                                          \
 ///     FX_TRANSCRIBABLE_TYPE(Truck, "Truck", 1, Vehicle, Load);
 ///
 /// If Vehicle and Load have an fxXDRObj each, a Truck has two counts of holders: all of them
-/// must be by the same base. So a reader refuses references of both kinds to one Truck, and
-/// any to a Truck that is the root and read as such.
+/// must be by the same base. A class derived from Truck names Vehicle and Load in its place. So a
+/// reader refuses references of both kinds to one Truck, and any to a Truck that is the root and
+/// read as such.
 #define FX_TRANSCRIBABLE_TYPE(Class, name, ...)                                                \
     fxTypeObj Class##_type(name, fxXdrRecord<Class, __VA_ARGS__>::version,                     \
                            fxXdrRecord<Class, __VA_ARGS__>::factory(), &Class::deleteInstance, \
@@ -173,6 +174,12 @@ struct fxXdrRecord {
 
     static constexpr unsigned int version = versionNumber;
     static constexpr bool hasOneRoot = std::is_convertible_v<C*, fxXDRObj*>;
+    template <class First = void, class...>
+    static constexpr bool firstHasOneRoot = std::is_convertible_v<First*, fxXDRObj*>;
+    static_assert(
+        hasOneRoot || firstHasOneRoot<Bases...>,
+        "a class with several fxXDRObj names a base with a single one first: in place of a "
+        "base that has several, name the bases of that");
 
     static void* make(fxTypeObj& type) {
         if constexpr (std::is_abstract_v<C>) {
@@ -194,7 +201,7 @@ struct fxXdrRecord {
         if (!fxXdrMayWait<C> && isDone && typeid(*self) == typeid(C)) return 1;
         if constexpr (hasOneRoot) {
             return transcriber.conclude(isDone, *self, object);
-        } else {
+        } else if constexpr (firstHasOneRoot<Bases...>) {
             return transcriber.conclude(isDone, firstRoot<Bases...>(self), object);
         }
     }

@@ -19,6 +19,11 @@ struct Label : fxXDRObj {};
 struct Labelled : Shape, Label {};
 // let them derive from fxXDRObj or fxRCObj virtually
 MISUSE(TwoCounts, inline void hold(Labelled* shape) { fxRef<Labelled> held = shape; })
+class Sharp : public Labelled {
+    FX_TRANSCRIBABLE(Sharp)
+};
+// in place of a base that has several, name the bases of that
+MISUSE(BaseWithTwoCounts, FX_TRANSCRIBABLE_TYPE(Sharp, "Sharp", 1, Labelled);)
 struct Plain { int field; };
 
 inline bool transcribe(fxTranscriber& t, fxXdrDictionary<fxStr, long>& counts,
