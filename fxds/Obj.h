@@ -36,8 +36,9 @@ class fxOutputView;
 /// outputs have no owner.
 ///
 /// Objects whose last holder is a property are destroyed inside one another, each before
-/// the one that held it, up to 128 deep. Deeper ones are destroyed after the object that
-/// held them and must not use it; they are destroyed before the outermost call returns.
+/// the one that held it, up to 128 deep and 256 KB of the stack. Deeper ones are destroyed
+/// after the object that held them and must not use it; they are destroyed before the
+/// outermost call returns.
 ///
 /// The send functions take a null or unconnected output, which reaches no input.
 /// Requires: the type of the value is that of the output; connections convert.

@@ -24,7 +24,7 @@ struct fxXdrStd;
 /// A reference converts to its T*, so it is accepted wherever a T* is; a template that
 /// deduces the class from a pointer wants get(). Functions that share what they are given hold it
 /// themselves. Chains of objects that hold one another end with bounded recursion: those that lie
-/// more than 128 deep end after the object that held them.
+/// more than 128 deep, or deeper than 256 KB of the stack, end after the object that held them.
 ///
 /// Like the objects, references belong to one thread.
 template <class T>

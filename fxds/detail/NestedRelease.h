@@ -13,9 +13,10 @@ namespace fxDetail {
 
 // Gives up the last hold on `target` by `release(target)`. Objects that end with it end
 // inside this call, in the order of their release, up to 128 deep. Deeper ones are kept by
-// the call at that depth, which releases them before it returns. So the stack stays short
-// however long a chain of counted objects is. A release() that throws ends the program: its
-// object would be left half destroyed, and so would those around it.
+// the call at that depth, which releases them before it returns; those that would end with
+// more than 256 KB of stack in use since the outermost call are kept by that one. So the stack
+// stays short however long a chain of counted objects is, and whatever each has. A release() that
+// throws ends the program: its object would be left half destroyed, and so would those around it.
 FX_API void releaseLast(void* target, void (*release)(void*)) noexcept;
 
 // The count of holders, under either of its names.

@@ -256,6 +256,7 @@ struct Link : fxObj {
         deepest = std::max(deepest, ++depth);
         isInOrder = isInOrder && links.back() == this;
         links.pop_back();
+        if (frame != 0) static_cast<volatile char*>(__builtin_alloca(frame))[0] = '\0';
         removeAllProperties();  // as ~fxObj() does, inside this destructor
         next = nullptr;
         --depth;
@@ -263,6 +264,7 @@ struct Link : fxObj {
     fxRef<Link> next;
     static inline bool isInOrder = true;
     static inline int depth = 0, deepest = 0;
+    static inline size_t frame = 0;  // what the end of each takes of the stack besides
     static inline std::vector<fxObj*> links;
 };
 
@@ -272,13 +274,16 @@ TEST_F(Properties, ChainsOfAnyLengthEndOnAShortStack) {
 #else
     constexpr size_t stackBytes = 256 * 1024;
 #endif
-    onStackOf(stackBytes, [] {
-        fxRef<Link> chain;
-        for (int i = 0; i < 1000000; ++i) chain = fxMake<Link>(chain);
-        chain = nullptr;
-        EXPECT_TRUE(Link::isInOrder && Link::links.empty());
-        EXPECT_EQ(Link::deepest, 128);
-    });
+    for (Link::frame = 0; Link::frame < 50000; Link::frame += 40000) {
+        onStackOf(stackBytes + 10 * Link::frame, [] {
+            fxRef<Link> chain;
+            for (int i = 0; i < 1000000; ++i) chain = fxMake<Link>(chain);
+            Link::deepest = 0;
+            chain = nullptr;
+            EXPECT_TRUE(Link::isInOrder && Link::links.empty());
+            EXPECT_EQ(Link::deepest == 128, Link::frame == 0);
+        });
+    }
 }
 
 }  // namespace
