@@ -21,6 +21,15 @@
 #include "tests/support/Surroundings.h"
 #include "tests/support/TestSeed.h"
 
+static size_t allocations = 0;
+#ifndef __SANITIZE_ADDRESS__
+extern "C" void* __libc_malloc(size_t);
+extern "C" __attribute__((visibility("default"))) void* malloc(size_t bytes) {
+    ++allocations;
+    return __libc_malloc(bytes);
+}
+#endif
+
 namespace {
 
 const fxStream::fxStreamType out = fxStream::fxStreamWrite;
@@ -261,7 +270,7 @@ TEST_F(Streams, AnInterruptionDoesNotHideALoss) {
 
 // What is written is at once in a pipe, which would not wait. Nothing is read beyond what
 // was asked for. Each graph goes before the next one comes, and when both sides forget it, the
-// next one takes no memory that it did not.
+// next one takes no memory that it did not, nor more allocations.
 TEST_F(Streams, GraphsComeThroughAPipeOneByOne) {
     for (const bool isAdopted : {false, true}) {
         int ends[2];
@@ -273,6 +282,7 @@ TEST_F(Streams, GraphsComeThroughAPipeOneByOne) {
             fxTranscriber::getReader(new fxStdioStream(ends[0], fxStream::fxStreamRead)));
         size_t held = SIZE_MAX;
         for (int i = 10000; i < 12000; ++i) {
+            const size_t before = allocations;
             auto node = std::make_unique<Node>();
             node->text = std::to_string(i);
             node->left = node.get();  // ends in a reference
@@ -285,6 +295,7 @@ TEST_F(Streams, GraphsComeThroughAPipeOneByOne) {
             node.reset();
             if (i == 10100) held = mallinfo2().uordblks + 4096;
             ASSERT_LE(mallinfo2().uordblks, held) << i;
+            ASSERT_LE(allocations - before, 50U) << i;
         }
     }
 }
