@@ -9,6 +9,7 @@
 
 class fxAddressIndex;
 class fxOutBuffer;
+class fxOwnership;
 class fxWriterStack;
 
 /// An object or a block that is still to be written. Small: as many may wait as the graph has
@@ -114,6 +115,7 @@ public:
     ///@}
 
     void setOwner(const void* slot) override;
+    void setHolder(const void* slot, TakeHold* hold) override;
     bool embeds(const void* object) override;
     bool isEmbedded(const void* object) const override;
     fxBool conclude(bool succeeded, fxXDRObj& object, void* address) override;
@@ -178,6 +180,9 @@ private:
     bool putShort(const fxBinaryWriterTarget& block);
     bool writeRecord(const char* payload, unsigned int payloadBytes);
     bool idOf(const void* address, unsigned int& id, unsigned int mark = 0);
+    unsigned char& holdingOf(unsigned int id);
+    bool isHeldAlone(unsigned int id);
+    [[gnu::noinline]] bool mayHave(const void* slot, const void* address);
     bool refer(const void* slot, fxTypeObj& declared, fxXDRObj* object, const void* address,
                unsigned int mark);
     [[gnu::noinline]] void chooseMark(const fxTypeObj& declared);
@@ -185,6 +190,7 @@ private:
     unsigned int putHead(char* place, unsigned int payloadBytes) const;
     [[gnu::noinline]] bool writeNewType(fxTypeObj& type, unsigned int& id);
     [[gnu::cold, gnu::noinline]] bool fail();
+    [[gnu::cold, gnu::noinline]] bool failAtNumber();
     [[gnu::cold]] void trace() const;
     bool writePending();
     bool writeTarget(const fxBinaryWriterTarget& target);
@@ -194,19 +200,25 @@ private:
     fxDetail::Owned<fxAddressIndex> seen;      // objects, blocks and base parts
     fxDetail::Owned<fxAddressIndex> parts;     // base parts
     fxDetail::Owned<fxAddressIndex> embedded;  // objects that are fields of others
-    fxDetail::Owned<fxAddressIndex> owned;     // objects that a pointer field owns
-    const void* owner;                         // the slot of a pointer that owns its block, or null
-    fxTypeObj* lastType;                       // the type that was asked for last,
-    unsigned int lastTypeId;                   // and its id
-    fxTypeObj* itemType;                       // of the object that is being written, or was last
-    const void* partUnderWay;                  // of an object, or null
-    const void* bodyUnderWay;                  // the object that is being written, or null
-    unsigned int firstOfBody;                  // the numbers of its parts are not below this one
-    std::vector<const void*> toldRoots;        // of its parts
-    fxDetail::Owned<fxWriterStack> waiting;    // on top of `pending`
-    bool isPut;                                // the record being built, see putEarly()
-    bool isInGraph;                            // in writeObject()
-    bool isOfThisClass;                        // likewise, and no subclass overrides that
+    const void* owner;                       // the slot of a pointer that owns its target, or null
+    const void* holder;                      // the slot of one that holds its object, or null
+    std::vector<unsigned char> holdings;     // of objects, by number from firstHolding on
+    unsigned int firstHolding;               // the numbers below are forgotten
+    unsigned int firstOfGraph;               // the numbers below are of earlier graphs
+    unsigned int rootId;                     // of the root that was written last, or 0
+    unsigned int idUnderWay;                 // of the object that is being written, or 0
+    fxDetail::Owned<fxOwnership> ownership;  // by number, of the graph that is being written
+    fxTypeObj* lastType;                     // the type that was asked for last,
+    unsigned int lastTypeId;                 // and its id
+    fxTypeObj* itemType;                     // of the object that is being written, or was last
+    const void* partUnderWay;                // of an object, or null
+    const void* bodyUnderWay;                // the object that is being written, or null
+    unsigned int firstOfBody;                // the numbers of its parts are not below this one
+    std::vector<const void*> toldRoots;      // of its parts
+    fxDetail::Owned<fxWriterStack> waiting;  // on top of `pending`
+    bool isPut;                              // the record being built, see putEarly()
+    bool isInGraph;                          // in writeObject()
+    bool isOfThisClass;                      // likewise, and no subclass overrides that
     std::vector<const fxTypeObj*> declaredOnes;  // what known pointers were declared with
     const fxTypeObj* lastDeclared;               // the last of a known pointer
     unsigned int lastMark;                       // and what its number is entered with

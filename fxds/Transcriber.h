@@ -204,7 +204,8 @@ public:
     /// next, a holder of its target. A reader that fills it later calls hold() with the
     /// target when the graph has succeeded, before any xdrSuccess(). A target that is set
     /// when the operation returns is for the caller to take. Without a function the field
-    /// is a plain pointer. See fxRef.
+    /// is a plain pointer. A writer refuses a target that has an owner, as a reader would.
+    /// See fxRef.
     virtual void setHolder(const void* slot, TakeHold* hold);
 
     /// Requests that many chains for a hash container, whose number is only a claim of the

@@ -508,8 +508,7 @@ template <class T>
 struct fxXdrStd<fxRef<T>> {
     static constexpr bool isKnown = true;
     static bool xdr(fxTranscriber& t, fxRef<T>& v) {
-        T* target = v.get();
-        if (!t.isReading()) return fxXdrObject(t, target);
+        if (!t.isReading()) return write(t, v.get());
         v.reset();
         t.setHolder(&v.pointer, take);
         if (!fxXdrObject(t, v.pointer)) return false;
@@ -519,13 +518,21 @@ struct fxXdrStd<fxRef<T>> {
 
 private:
     typedef std::remove_const_t<T> Plain;
+    static bool write(fxTranscriber& t, T* target) {
+        t.setHolder(&target, take);
+        if (fxXdrObject(t, target)) return true;
+        t.setHolder(nullptr, nullptr);
+        return false;
+    }
     static void take(void* target) { fxDetail::countedOf(static_cast<Plain*>(target))->take(); }
 };
 
 /// The only owner of an object. One of a class with a record travels as by
 /// fxXdrObject(), so that plain pointers may lead to it; no stream gives it a
 /// second owner, and it is written once until the writer is reset. A chain of them
-/// ends by recursion, as long as it is, also one that a stream makes: fxRef does not. Another one
+/// ends by recursion, unlike one of fxRef. So neither a stream nor an object that is
+/// written may have more than 10000 levels of them, where a container counts as one, too: a
+/// longer list takes a container of its elements. Another one
 /// travels in place, as an optional does: it is made by its default constructor,
 /// and an object of a derived class is not written.
 template <class T>

@@ -46,7 +46,7 @@ fxds_room(streams
   ON containers
   HEADERS BinaryReader BinaryTranscriber BinaryWriter CheckStream MemoryStream Save StdioStream TypedStream
     Xdr XdrEvolution XdrTables XdrValues
-  PRIVATE AddressIndex AddressSet OutBuffer PartRoot ReaderEntry ReaderGraph ReaderNumbers
+  PRIVATE AddressIndex AddressSet OutBuffer Ownership PartRoot ReaderEntry ReaderGraph ReaderNumbers
     RecordFormat RecordParser RecordReader StreamMarks StreamWalk TextChunks WatchedContainers
     WriterStack
   SOURCES BinaryReader BinaryTranscriber BinaryWriter CheckStream MemoryStream ReaderConverters

@@ -187,7 +187,8 @@ bool fxBinaryReader::xdr(void* slot, fxXDRObj*, fxTypeObj& declared, fxXDRObj*, 
     }
     fxReaderEntry& entry = graph->at(head.id());
     const bool suits = graph->awaitObject(entry, declared);
-    const bool mayHave = (slot != owner || graph->claim(entry)) && (!isHolder || entry.share());
+    const bool mayHave = (slot != owner || graph->claim(head.id(), entry, 1 + nestingLevel())) &&
+                         (!isHolder || entry.share());
     if (!suits || !mayHave) return refuse(Fault::damaged, badNews);
     const bool isNoted = isHolder ? graph->noteHolder(slot, head.id(), declared, takeHold)
                                   : graph->notePointer(slot, head.id(), declared);
@@ -308,6 +309,7 @@ void* fxBinaryReader::readObject(fxTypeObj& expected) {
         graph->beginGraph(fxStackPart::beneath(__builtin_frame_address(0)));
         const bool isWhole = readGraph(expected, rootId) && !hasRefused();
         if (isWhole && !graph->isAsNoted()) refuse(Fault::refused, changed);
+        if (isWhole && !graph->isShallow()) refuse(Fault::refused, fxOwnership::tooDeep);
         if (isWhole && !graph->completes(graph->at(rootId), expected)) {
             refuse(Fault::damaged, graph->takesPointer() ? badNews : formatError);
         }

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstring>
 #include <typeinfo>
+#include <utility>
 
 #include "fxds/Fatal.h"
 #include "fxds/Str.h"
@@ -13,6 +14,7 @@
 #include "fxds/base/StreamTrace.h"
 #include "fxds/streams/AddressIndex.h"
 #include "fxds/streams/OutBuffer.h"
+#include "fxds/streams/Ownership.h"
 #include "fxds/streams/PartRoot.h"
 #include "fxds/streams/RecordFormat.h"
 #include "fxds/streams/WriterStack.h"
@@ -44,9 +46,9 @@
 //     exception: records are missing then that others refer to.
 // (5) If isPut is set, the record being built is one without payload so far, and it is at
 //     the end of what is collected in `outgoing`.
-// (6) `parts` has the address of each base part that got a number. `owned` has the target
-//     of each pointer that owns its object, so that a second owner is refused. All sets
-//     grow until forgetObjects().
+// (6) `parts` has the address of each base part that got a number. `holdings` notes by
+//     number which objects have an owner or holders, just as the reader does, and refuses
+//     what that would. All of them grow until forgetObjects().
 // (7) isInGraph is set exactly while a Graph exists. writeObject(), reset() and
 //     forgetObjects() do nothing then, so an xdr() cannot discard the numbers of the graph
 //     that it writes.
@@ -62,6 +64,10 @@ using namespace fxRecordFormat;
 namespace {
 
 constexpr unsigned int maxId = 0x7FFFFFFF;
+
+// Bits of `holdings`.
+constexpr unsigned char ownedBit = 1;
+constexpr unsigned char heldBit = 2;
 
 // An entry of `seen`, without a mark and with one:
 //
@@ -140,8 +146,13 @@ fxBinaryWriter::fxBinaryWriter(fxStream* outStream)
       seen(std::make_unique<fxAddressIndex>()),
       parts(std::make_unique<fxAddressIndex>()),
       embedded(std::make_unique<fxAddressIndex>()),
-      owned(std::make_unique<fxAddressIndex>()),
       owner(nullptr),
+      holder(nullptr),
+      firstHolding(1),
+      firstOfGraph(1),
+      rootId(0),
+      idUnderWay(0),
+      ownership(std::make_unique<fxOwnership>()),
       lastType(nullptr),
       lastTypeId(0),
       itemType(nullptr),
@@ -179,7 +190,8 @@ void fxBinaryWriter::forgetObjects() {
     seen->clear();
     parts->clear();
     embedded->clear();
-    owned->clear();
+    holdings.clear();
+    firstHolding = nextId;
     dropPending();
     waiting->copies.clear();
 }
@@ -238,7 +250,9 @@ bool fxBinaryWriter::xdr(unsigned int** p, unsigned int n) {
 
 bool fxBinaryWriter::xdr(void* slot, fxXDRObj*, fxTypeObj& declared, fxXDRObj* object,
                          void* address) {
-    return address != nullptr ? refer(slot, declared, object, address, 0) : writeNullPointer();
+    if (address != nullptr) return refer(slot, declared, object, address, 0);
+    holder = nullptr;
+    return writeNullPointer();
 }
 
 bool fxBinaryWriter::xdrText(fxStr& string, char** text, unsigned int byteCount) {
@@ -264,7 +278,10 @@ bool fxBinaryWriter::writePointer(void* slot, fxTypeObj& declared, fxXDRObj* obj
 bool fxBinaryWriter::writeKnownPointer(const void* pointer, const fxTypeObj& declared) {
     const unsigned int entry = seen->find(pointer);
     const bool isKnown = entry >= marked && declaredOnes[indexIn(entry)] == &declared;
-    if (!isKnown || owner != nullptr || !isOfThisClass || !complete()) return false;
+    if (!isKnown || owner != nullptr || !isOfThisClass) return false;
+    if (holder != nullptr && !isHeldAlone(idIn(entry))) return false;
+    holder = nullptr;
+    if (!complete()) return false;
     fieldA = idIn(entry);
     tag = fxTagPointerAgain;
     putEarly();
@@ -276,7 +293,7 @@ bool fxBinaryWriter::xdr(fxTypeObj& base, void* derived, void* baseAddress) {
     if (!flush()) return false;
     bool isNew = false;
     fieldA = idOfPart(baseAddress, isNew);
-    if (fieldA > maxId) return fail();
+    if (fieldA > maxId) return failAtNumber();
     tag = isNew ? fxTagPart : fxTagPartAgain;
     if (!isNew) return true;
     const fxScoped<const void*> part(partUnderWay, baseAddress);
@@ -284,6 +301,7 @@ bool fxBinaryWriter::xdr(fxTypeObj& base, void* derived, void* baseAddress) {
 }
 
 void fxBinaryWriter::setOwner(const void* slot) { owner = slot; }
+void fxBinaryWriter::setHolder(const void* slot, TakeHold*) { holder = slot; }
 
 bool fxBinaryWriter::embeds(const void* object) {
     if (seen->has(object)) return false;
@@ -325,6 +343,7 @@ public:
     Graph& operator=(const Graph&) = delete;
     ~Graph() {
         writer.waiting->dying = {};
+        writer.firstOfGraph = writer.nextId;
         if (!isWhole) writer.fail();
     }
 
@@ -343,8 +362,12 @@ bool fxBinaryWriter::writeObject(void* address, fxXDRObj* object) {
     Graph graph(*this);
     isOfThisClass = typeid(*this) == typeid(fxBinaryWriter);
     const unsigned int id = recordIdForAddress(address);
+    rootId = id;
     push(objectTarget(address, *type, id));
-    graph.isWhole = id <= maxId && writePending() && outgoing->send();
+    if (id > maxId) return failAtNumber();
+    if (writePending()) {
+        graph.isWhole = ownership->isShallow() ? outgoing->send() : refuse(fxOwnership::tooDeep);
+    }
     return graph.isWhole;
 }
 
@@ -382,7 +405,7 @@ bool fxBinaryWriter::writeType(fxTypeObj& type, unsigned int& id) {
 // it.
 bool fxBinaryWriter::writeNewType(fxTypeObj& type, unsigned int& id) {
     id = lastTypeId = nextId++;
-    if (id > maxId) return fail();
+    if (id > maxId) return failAtNumber();
     table.add(&type, id);
     tag = fxTagType;
     fieldB = id;
@@ -427,6 +450,11 @@ inline void fxBinaryWriter::putEarly() {
     isPut = true;
 }
 
+bool fxBinaryWriter::failAtNumber() {
+    fail();
+    return refuse("more objects than a stream has numbers for");
+}
+
 // The id of the address. If it is new, enters it under the next id and returns true.
 bool fxBinaryWriter::idOf(const void* address, unsigned int& id, unsigned int mark) {
     bool isNew = false;
@@ -439,19 +467,51 @@ bool fxBinaryWriter::idOf(const void* address, unsigned int& id, unsigned int ma
 // Writes a pointer to an address, which is not null.
 inline bool fxBinaryWriter::refer(const void* slot, fxTypeObj& declared, fxXDRObj* object,
                                   const void* address, unsigned int mark) {
-    if (slot == owner && slot != nullptr && !isFirst(*owned, address)) return false;
     fxTypeObj* const type = object != nullptr ? object->getTypeObj() : &declared;
     unsigned int typeId = 0;
     if (type == nullptr || !complete()) return false;
     const bool isTypeWritten = type == lastType && lastTypeId != 0;
     if (!isTypeWritten && !writeType(*type, typeId)) return false;
+    if ((owner != nullptr || holder != nullptr) && !mayHave(slot, address)) return false;
     unsigned int id = 0;
     const bool isNew = idOf(address, id, mark);
     if (isNew) push(objectTarget(address, *type, id));
     fieldA = id;
     tag = isNew ? fxTagPointer : fxTagPointerAgain;
-    if (id > maxId) return fail();
+    if (id > maxId) return failAtNumber();
     putEarly();
+    return true;
+}
+
+unsigned char& fxBinaryWriter::holdingOf(unsigned int id) {
+    const size_t index = id - firstHolding;
+    if (index >= holdings.size()) holdings.resize(index + index / 2 + 1);
+    return holdings[index];
+}
+
+// Whether the object with this number, which one more field holds, has no owner.
+bool fxBinaryWriter::isHeldAlone(unsigned int id) {
+    unsigned char& holding = holdingOf(id);
+    if (holding != ownedBit) holding = heldBit;
+    return holding == heldBit || refuse("an object that has an owner and other holders");
+}
+
+// The same for what a field that owns or holds it leads to. The root is the caller's, and
+// those of earlier graphs were.
+bool fxBinaryWriter::mayHave(const void* slot, const void* address) {
+    const unsigned int known = idIn(seen->find(address));
+    const unsigned int id = known != 0 ? known : nextId;
+    const bool isHolder = std::exchange(holder, nullptr) == slot;
+    if (slot == nullptr || (!isHolder && slot != owner)) return true;
+    if (isHolder) return isHeldAlone(id);
+    unsigned char& holding = holdingOf(id);
+    if (holding == ownedBit) return refuse("an object with two owners");
+    const bool isOfCaller = known != 0 && (known < firstOfGraph || known == rootId);
+    if (isOfCaller || holding == heldBit) {
+        return refuse("an object that has an owner and other holders");
+    }
+    holding = ownedBit;
+    ownership->add(id, idUnderWay, 1 + nestingLevel());
     return true;
 }
 
@@ -503,7 +563,7 @@ bool fxBinaryWriter::writePrimPointer(const void* slot, const void* block, size_
     fieldD = static_cast<unsigned int>(byteCount);
     push(blockTarget(block, fieldD, bodyTag, isOfInts, id));
     tag = fxTagBlock;
-    if (id > maxId) return fail();
+    if (id > maxId) return failAtNumber();
     putEarly();
     return true;
 }
@@ -551,6 +611,7 @@ bool fxBinaryWriter::writeTarget(const fxBinaryWriterTarget& item) {
     fieldB = typeId;
     fieldC = item.type->version;
     const fxScoped<const void*> body(bodyUnderWay, item.address);
+    const fxScoped<unsigned int> number(idUnderWay, id);
     firstOfBody = nextId;
     toldRoots.clear();
     if (item.type->xdr(const_cast<void*>(item.address), *this) == 0) {

@@ -171,8 +171,11 @@ void fxReaderGraph::awaitInVain(fxReaderEntry& entry, fxReaderEntry::Kind kind) 
     isOrderly = false;
 }
 
-bool fxReaderGraph::claim(fxReaderEntry& entry) {
-    return !(entry.isDefined() && isHandedOut(entry)) && entry.claim();
+bool fxReaderGraph::claim(unsigned int id, fxReaderEntry& entry, unsigned int levels) {
+    const bool isOfEarlier = entry.isObject() && entry.body() < firstBody;
+    if (isOfEarlier || !entry.claim()) return false;
+    ownership.add(id, isBodyOpen ? openId : 0, levels);
+    return true;
 }
 
 void fxReaderGraph::forgetPlaces(size_t count) {
@@ -234,6 +237,7 @@ void fxReaderGraph::beginBody(fxTypeObj& type) {
 void fxReaderGraph::defineObject(unsigned int id, fxReaderEntry& entry, void* object) {
     Body& body = bodies.back();
     body.address = object;
+    openId = id;
     const bool isAwaited = entry.kind() == fxReaderEntry::awaitedObject;
     awaited -= isAwaited;
     isOrderly &= isAwaited;
@@ -431,6 +435,7 @@ void fxReaderGraph::tell(fxTranscriber& transcriber) {
 // Destructors may do anything, so all state is detached first.
 void fxReaderGraph::drop() {
     ready.placeCount = 0;
+    ownership.clear();
     const size_t filled = isBodyOpen ? bodies.back().firstItem : items.size();
     for (size_t i = looseCount; i < filled; ++i) {
         empty(items[i]);

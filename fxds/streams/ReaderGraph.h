@@ -10,6 +10,7 @@
 #include "fxds/base/ChunkList.h"
 #include "fxds/base/StackBounds.h"
 #include "fxds/streams/AddressSet.h"
+#include "fxds/streams/Ownership.h"
 #include "fxds/streams/ReaderNumbers.h"
 #include "fxds/streams/RecordReader.h"
 #include "fxds/streams/WatchedContainers.h"
@@ -178,9 +179,12 @@ public:
                &typeOf(awaitedObject.firstWanted()) == &type;
     }
 
-    /// Claims the object for the one place that may own it. Returns false when it has
-    /// another owner, or when an earlier graph handed it out.
-    bool claim(fxReaderEntry& entry);
+    /// Claims the object for the one place that may own it, which is `levels` values deep in
+    /// its object. Returns false when the object has another owner, or is of an earlier graph.
+    bool claim(unsigned int id, fxReaderEntry& entry, unsigned int levels);
+    /// Whether the objects of the graph own one another less deep than a stack has room
+    /// for. To be called once, when all numbers are defined.
+    bool isShallow() { return ownership.isShallow(); }
 
     bool isInBody() const { return isBodyOpen; }
     /// Finds the entries of the places that helpers have entered, for endBody(), and
@@ -327,8 +331,10 @@ private:
 
     fxReaderNumbers numbers;
     fxReadyRecords& ready;
+    fxOwnership ownership;     // by number, of the graph that is being read
     unsigned int awaited = 0;  // numbers
     bool isBodyOpen = false;
+    unsigned int openId = 0;     // the number of the body that was begun last
     bool isOrderly = true;       // an earlier place refers to each of the bodies
     unsigned int firstBody = 0;  // serial number of bodies[0]
     size_t blockBytes = 0;       // of all blocks of the stream

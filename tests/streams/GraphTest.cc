@@ -269,8 +269,9 @@ class Link : public fxXDRObj {
     void take() const { ADD_FAILURE(); }
     long number = 0;
     fxRef<Link> next;
+    std::vector<std::unique_ptr<Link>> owned;
 };
-TRANSCRIBED(Link, 1) { return fxXdrAll(t, number, next); }
+TRANSCRIBED(Link, 1) { return fxXdrAll(t, number, next, owned); }
 
 }  // namespace
 
@@ -474,4 +475,33 @@ TEST_F(Graph, MillionObjectsInAChainNeedNoStack) {
             good += link->number == good;
         EXPECT_EQ(good, count);
     });
+}
+
+// A level of the vector and one of its element for each. Whichever comes first in the stream,
+// they are few enough to end inside one another, or none is left.
+TEST_F(Graph, OwnedObjectsAreOnlySoDeep) {
+    const std::string tooDeep = "objects that own one another more than 10000 deep";
+    const auto reasonOf = [](const std::string& text) {
+        const std::string bytes = header() + records("t2:Link " + text);
+        return fxLoad<Link>(bytes.data(), bytes.size()).fault().reason;
+    };
+    Link root;
+    Link* last = &root;
+    for (int count = 1; count <= 5002; ++count) {
+        last = last->owned.emplace_back(std::make_unique<Link>()).get();
+        if (count != 5000 && count != 5001) continue;
+        std::string forth = "o1:2 0 n 1 P3 ", back;
+        for (int i = 3; i < count + 3; ++i) {
+            const std::string id = std::to_string(i), next = std::to_string(i + 1);
+            const std::string link =
+                'o' + id + ":2 0 n " + (i < count + 2 ? "1 p" + next : "0") + ' ';
+            forth += link;
+            back = link + back;
+        }
+        const std::string reason = count == 5000 ? "" : tooDeep;
+        HeldStream stream;
+        EXPECT_EQ(fxSave(*static_cast<fxStream*>(stream), root).reason, reason);
+        EXPECT_TRUE(reasonOf(forth) == reason && reasonOf("o1:2 0 n 1 P3 " + back) == reason);
+    }
+    EXPECT_EQ(reasonOf("o1:2 0 n 1 P3 o4:2 0 n 1 p5 o5:2 0 n 1 p4 o3:2 0 n 0"), tooDeep);
 }

@@ -278,6 +278,8 @@ TEST_F(HostileStream, BlocksEndAsStated) {
     check<Owners>("abcabcabcabc!", owners, {"n n n " + abc});
     check<Owners>(badNews, owners,
                   {"P4 n p4 " + abc, "p1 n n " + abc, "P4 p4 n " + abc, "n P4 p4 " + abc});
+    check<Listed>(std::string("0; ") + badNews, owners,
+                  {"n n n t7:Node o8:7 0 1 n n " + abc + "o9:2 0/1*4 1 p8 n n"});
     check<Listed>("0; format error", owners, {"n n n " + abc + "t7:Node o8:7 0 4 b3 n n"});
 }
 
