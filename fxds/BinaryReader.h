@@ -105,6 +105,7 @@ public:
     bool xdrText(fxStr& string, char** text, unsigned int byteCount) override;
     fxBool conclude(bool succeeded, fxXDRObj& object, void* address) override;
     void countsBlock(unsigned int& count) override;
+    size_t bytesPassed() const override;
 
     /// Null also in the middle of another readObject(), to which the calls of
     /// xdrSuccess() belong.

@@ -118,6 +118,8 @@ public:
     void setHolder(const void* slot, TakeHold* hold) override;
     bool embeds(const void* object) override;
     bool isEmbedded(const void* object) const override;
+    void countsBlock(unsigned int& count) override;
+    size_t bytesPassed() const override;
     fxBool conclude(bool succeeded, fxXDRObj& object, void* address) override;
     /// The text of a local variable of an xdr() is copied, because it is written later.
     bool xdrText(fxStr& string, char** text, unsigned int byteCount) override;
@@ -167,6 +169,7 @@ private:
 
     bool writePrimPointer(const void* slot, const void* block, size_t byteCount,
                           fxBinaryOTTag bodyTag, bool isOfInts = false);
+    bool mayShare(const void* block, size_t byteCount, bool isAsked);
     unsigned int idOfPart(const void* address, bool& isNew);
     void push(const fxBinaryWriterTarget& target);
     [[gnu::noinline]] void pushItem(fxBinaryWriterItem* item);
@@ -200,25 +203,28 @@ private:
     fxDetail::Owned<fxAddressIndex> seen;      // objects, blocks and base parts
     fxDetail::Owned<fxAddressIndex> parts;     // base parts
     fxDetail::Owned<fxAddressIndex> embedded;  // objects that are fields of others
-    const void* owner;                       // the slot of a pointer that owns its target, or null
-    const void* holder;                      // the slot of one that holds its object, or null
-    std::vector<unsigned char> holdings;     // of objects, by number from firstHolding on
-    unsigned int firstHolding;               // the numbers below are forgotten
-    unsigned int firstOfGraph;               // the numbers below are of earlier graphs
-    unsigned int rootId;                     // of the root that was written last, or 0
-    unsigned int idUnderWay;                 // of the object that is being written, or 0
-    fxDetail::Owned<fxOwnership> ownership;  // by number, of the graph that is being written
-    fxTypeObj* lastType;                     // the type that was asked for last,
-    unsigned int lastTypeId;                 // and its id
-    fxTypeObj* itemType;                     // of the object that is being written, or was last
-    const void* partUnderWay;                // of an object, or null
-    const void* bodyUnderWay;                // the object that is being written, or null
-    unsigned int firstOfBody;                // the numbers of its parts are not below this one
-    std::vector<const void*> toldRoots;      // of its parts
-    fxDetail::Owned<fxWriterStack> waiting;  // on top of `pending`
-    bool isPut;                              // the record being built, see putEarly()
-    bool isInGraph;                          // in writeObject()
-    bool isOfThisClass;                      // likewise, and no subclass overrides that
+    const void* owner;                    // the slot of a pointer that owns its target, or null
+    const void* holder;                   // the slot of one that holds its object, or null
+    std::vector<unsigned char> holdings;  // of objects, by number from firstHolding on
+    unsigned int firstHolding;            // the numbers below are forgotten
+    unsigned int firstOfGraph;            // the numbers below are of earlier graphs
+    unsigned int rootId;                  // of the root that was written last, or 0
+    unsigned int idUnderWay;              // of the object that is being written, or 0
+    enum BlockOf : unsigned char { anyField, sharingField, stringField };
+    BlockOf blockOf;                             // what the next block operation is for
+    fxDetail::Owned<fxAddressIndex> lengths;     // bytes + 1 of blocks that fields may share
+    fxDetail::Owned<fxOwnership> ownership;      // by number, of the graph that is being written
+    fxTypeObj* lastType;                         // the type that was asked for last,
+    unsigned int lastTypeId;                     // and its id
+    fxTypeObj* itemType;                         // of the object that is being written, or was last
+    const void* partUnderWay;                    // of an object, or null
+    const void* bodyUnderWay;                    // the object that is being written, or null
+    unsigned int firstOfBody;                    // the numbers of its parts are not below this one
+    std::vector<const void*> toldRoots;          // of its parts
+    fxDetail::Owned<fxWriterStack> waiting;      // on top of `pending`
+    bool isPut;                                  // the record being built, see putEarly()
+    bool isInGraph;                              // in writeObject()
+    bool isOfThisClass;                          // likewise, and no subclass overrides that
     std::vector<const fxTypeObj*> declaredOnes;  // what known pointers were declared with
     const fxTypeObj* lastDeclared;               // the last of a known pointer
     unsigned int lastMark;                       // and what its number is entered with

@@ -14,6 +14,7 @@ class fxStr;
 class fxTypeObj;
 class fxVoidPtrDict;
 class fxXDRObj;
+class fxXdrWithin;
 
 /// Moves values between memory and a stream. One routine per class serves both
 /// directions: it hands each field to xdr() and asks isReading() where the
@@ -216,7 +217,8 @@ public:
     virtual bool claimChains(long chains);
 
     /// Informs a reader that the number was read as the count of a block: it is set to 0
-    /// when the object that contains it recovers without the block.
+    /// when the object that contains it recovers without the block. A writer refuses the
+    /// block that follows if other fields share it and it is written with a lower count.
     virtual void countsBlock(unsigned int& count);
 
     ///@{
@@ -282,6 +284,16 @@ public:
     virtual bool writeKnownPointer(const void* pointer, const fxTypeObj& declared);
     ///@}
 
+    ///@{
+    /// For elements of a container whose number is only a claim of the stream:
+    /// countElement() returns false when, since bytesPassed() was `before`, no byte has
+    /// passed, and too many elements of a graph were like this. A transcriber that does not
+    /// count returns `uncounted`, as this one does, and admits all.
+    virtual size_t bytesPassed() const;
+    bool countElement(size_t before);
+    static constexpr size_t uncounted = ~size_t{0};
+    ///@}
+
     /// Whether it moves values from the stream to memory.
     bool isReading() const { return reading != 0; }
     fxStream* getStream() const { return stream; }    ///< Null when there is none. View.
@@ -333,7 +345,9 @@ protected:
     /// stored as in this machine, and no subclass takes part in reading them.
     fxReadyRecords* ready = nullptr;
 
-    size_t attemptBegan = 0;  ///< placesNoted() when the innermost attempt() began.
+    size_t attemptBegan = 0;                ///< placesNoted() when the innermost attempt() began.
+    unsigned int elementsWithoutBytes = 0;  ///< Of the graph; see countElement().
+    const fxXdrWithin* within = nullptr;    ///< The innermost one, or null.
 
     /// Receives a fault; borrowed. Null: faults are fatal.
     fxStreamFault* answer = nullptr;
@@ -342,6 +356,8 @@ protected:
     fxDetail::Owned<fxStreamFault> complaint;
 
 private:
+    friend fxXdrWithin;
+
     template <class Int>
     bool takeReadyHalf(Int& number) {
         Int halves[2];
@@ -374,6 +390,25 @@ private:
 
     static fxVoidPtrDict* readers;
     static WriterFactory* writerFactory;
+};
+
+/// For a scope, what is transcribed is part of the value at the address and ends with it. A
+/// writer copies the texts of a value that is a local variable.
+class fxXdrWithin {
+public:
+    fxXdrWithin(fxTranscriber& transcriber_, const void* value_)
+        : value(value_), outer(transcriber_.within), transcriber(transcriber_) {
+        transcriber.within = this;
+    }
+    fxXdrWithin(const fxXdrWithin&) = delete;
+    fxXdrWithin& operator=(const fxXdrWithin&) = delete;
+    ~fxXdrWithin() { transcriber.within = outer; }
+
+    const void* const value;         ///< Borrowed.
+    const fxXdrWithin* const outer;  ///< The one around it, or null.
+
+private:
+    fxTranscriber& transcriber;
 };
 
 /// For a scope, makes a pointer field the owner of its target: see setOwner().

@@ -389,7 +389,8 @@ bool fxXdr(fxTranscriber& t, T& v) {
         return fxXdrStd<T>::xdr(t, v);
     } else if constexpr (std::is_base_of_v<fxXDRObj, T>) {
         static_assert(!fxXdrHasNone<T>, "the class has no xdr(): FX_TRANSCRIBABLE is missing");
-        return t.embeds(&v) && fxXdrEmbedded(t, v);
+        const fxXdrWithin within(t, &v);
+        return (t.embeds(&v) || t.refuse(fxXdrUnreadable)) && fxXdrEmbedded(t, v);
     } else if constexpr (fxXdrHasFunction<T>) {
         return v.xdr(t) != 0;
     } else {
@@ -424,9 +425,12 @@ bool fxXdrAll(fxTranscriber& t, Fields&... fields) {
 template <class Char>
 bool fxXdrSharedString(fxTranscriber& t, Char*& text) {
     bool isThere = text != nullptr;
+    unsigned int count = 0;  // of a text, too
     if (!fxXdr(t, isThere)) return false;
     if (t.isReading()) text = nullptr;
-    return !isThere || t.xdr(&text);
+    if (!isThere) return true;
+    if (!t.isReading()) t.countsBlock(count);
+    return t.xdr(&text);
 }
 template <class Char>
 bool fxXdrString(fxTranscriber& t, Char*& text) {
@@ -438,8 +442,8 @@ bool fxXdrString(fxTranscriber& t, Char*& text) {
 ///@{
 /// A block of `count` numbers held by pointer, or null, whose count is then read
 /// as 0. Given when read: free(). The count is there at once, the block only
-/// when the graph is complete. Blocks are shared as texts are. Requires: fields that
-/// share a block have the same count.
+/// when the graph is complete. Blocks are shared as texts are; a field with more than the
+/// first one that shares its block has is not written.
 template <class T>
 bool fxXdrSharedBlock(fxTranscriber& t, T*& block, unsigned int& count) {
     bool isThere = block != nullptr;
@@ -546,10 +550,11 @@ struct fxXdrStd<std::unique_ptr<T>> {
             const fxXdrOwning owning(t, &slot);
             return fxXdrObject(t, slot);
         } else {
-            const fxXdrNesting nesting(t);
+            const fxXdrNesting nesting(t, &v);
             bool isThere = v != nullptr;
             if constexpr (std::is_polymorphic_v<T>) {
-                if (!t.isReading() && isThere && typeid(*v) != typeid(T)) return false;
+                const bool isOther = !t.isReading() && isThere && typeid(*v) != typeid(T);
+                if (isOther) return t.refuse(fxXdrUnreadable);
             }
             if (!nesting || !fxXdr(t, isThere)) return false;
             if (t.isReading()) v = isThere ? std::make_unique<T>() : nullptr;

@@ -30,22 +30,27 @@
 template <class T>
 bool fxXdr(fxTranscriber& t, T& v);
 
-/// For a scope, one more level of values in values. False when there are too many for the
-/// stack.
+/// For a scope, one more level of values in values: those of a container.
 class fxXdrNesting {
 public:
-    explicit fxXdrNesting(fxTranscriber& transcriber) : level(transcriber.nestingLevel()) {
-        ++level;
+    fxXdrNesting(fxTranscriber& transcriber_, const void* container)
+        : within(transcriber_, container), transcriber(transcriber_) {
+        ++transcriber.nestingLevel();
     }
     fxXdrNesting(const fxXdrNesting&) = delete;
     fxXdrNesting& operator=(const fxXdrNesting&) = delete;
-    ~fxXdrNesting() { --level; }
-    explicit operator bool() const { return level <= most; }
+    ~fxXdrNesting() { --transcriber.nestingLevel(); }
+    /// False when there are too many for the stack, which is refused.
+    explicit operator bool() const {
+        return transcriber.nestingLevel() <= most ||
+               transcriber.refuse("values in values more than 500 deep");
+    }
 
     static constexpr unsigned int most = 500;  ///< Levels.
 
 private:
-    unsigned int& level;
+    const fxXdrWithin within;
+    fxTranscriber& transcriber;
 };
 
 /// Whether numbers of type T travel by an operation of their own type.
@@ -107,7 +112,9 @@ bool fxXdrNumber(fxTranscriber& t, T& v) {
         double parts[2] = {static_cast<double>(v), 0};
         if (std::isfinite(parts[0])) parts[1] = static_cast<double>(v - parts[0]);
         const T sum = static_cast<T>(parts[0]) + parts[1];
-        if (!t.isReading() && !std::isnan(v) && sum != v) return false;
+        if (!t.isReading() && !std::isnan(v) && sum != v) {
+            return t.refuse("a long double beyond the range of a double");
+        }
         if (!t.xdr(parts, 2)) return false;
         if (t.isReading()) v = static_cast<T>(parts[0]) + parts[1];
         return true;
@@ -152,10 +159,11 @@ template <class T, class A>
 inline constexpr bool fxXdrIsVector<std::vector<T, A>> = true;
 
 /// The number of elements, which comes before them. False when there are too
-/// many to be counted.
+/// many to be counted, which is refused.
 inline bool fxXdrCount(fxTranscriber& t, size_t size, unsigned int& count) {
     count = static_cast<unsigned int>(size);
-    return count == size && t.xdr(&count, 1);
+    if (count != size) return t.refuse("more than 4294967295 elements");
+    return t.xdr(&count, 1);
 }
 
 /// Elements of numbers: a string or a vector of them.
@@ -228,7 +236,7 @@ template <class Parts, class Write, class ReadOne>
 bool fxXdrParts(fxTranscriber& t, Parts& v, Write write, ReadOne readOne, void* container,
                 const fxTranscriber::Container& kind) {
     unsigned int count = 0;
-    const fxXdrNesting nesting(t);
+    const fxXdrNesting nesting(t, container);
     if (!nesting || !fxXdrCount(t, v.size(), count)) return false;
     if (!t.isReading()) return std::all_of(v.begin(), v.end(), write);
     v.clear();
@@ -249,6 +257,26 @@ bool fxXdrParts(fxTranscriber& t, Parts& v, Write write, ReadOne readOne) {
     return fxXdrParts(t, v, write, readOne, &v, kind);
 }
 
+/// Whether each T has bytes in the stream. Those of a class of the program may have none.
+template <class T>
+inline constexpr bool fxXdrHasBytes =
+    fxXdrStd<T>::isKnown || std::is_arithmetic_v<T> || std::is_enum_v<T> || fxXdrIsLate<T>;
+template <class A, class B>
+inline constexpr bool fxXdrHasBytes<std::pair<A, B>> = fxXdrHasBytes<A> || fxXdrHasBytes<B>;
+template <class T, size_t count>
+inline constexpr bool fxXdrHasBytes<std::array<T, count>> = fxXdrHasBytes<T>;
+
+/// An element whose number is only a claim of the stream.
+template <class T>
+bool fxXdrElement(fxTranscriber& t, T& element) {
+    if constexpr (fxXdrHasBytes<T>) {
+        return fxXdr(t, element);
+    } else {
+        const size_t before = t.bytesPassed();
+        return fxXdr(t, element) && t.countElement(before);
+    }
+}
+
 template <class T, class A>
 struct fxXdrStd<std::vector<T, A>> {
     static_assert(!std::is_empty_v<T>, "elements without content cannot be counted");
@@ -258,10 +286,10 @@ struct fxXdrStd<std::vector<T, A>> {
             return fxXdrNumbers(t, v);
         } else {
             return fxXdrParts(
-                t, v, [&t](T& element) { return fxXdr(t, element); },
+                t, v, [&t](T& element) { return fxXdrElement(t, element); },
                 [&] {
                     fxXdrAppend(t, v);
-                    return fxXdr(t, v.back());
+                    return fxXdrElement(t, v.back());
                 });
         }
     }

@@ -73,6 +73,14 @@ bool fxTranscriber::claimChains(long) { return true; }
 
 void fxTranscriber::countsBlock(unsigned int&) {}
 
+size_t fxTranscriber::bytesPassed() const { return uncounted; }
+
+bool fxTranscriber::countElement(size_t before) {
+    constexpr unsigned int most = 1U << 16U;
+    if (before == uncounted || bytesPassed() != before) return true;
+    return ++elementsWithoutBytes <= most || refuse("too many elements without content");
+}
+
 bool fxTranscriber::embeds(const void*) { return true; }
 
 bool fxTranscriber::isEmbedded(const void*) const { return false; }

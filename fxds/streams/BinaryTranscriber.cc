@@ -33,5 +33,5 @@ bool fxBinaryTranscriber::claimChains(long chains) {
     constexpr long fewChains = 256;
     if (chains > fewChains) chainsLeft -= chains - fewChains;
     if (chains < 0) chainsLeft -= chains;
-    return chainsLeft >= 0;
+    return chainsLeft >= 0 || (!isReading() && refuse("tables with too many chains"));
 }

@@ -152,6 +152,8 @@ fxBinaryWriter::fxBinaryWriter(fxStream* outStream)
       firstOfGraph(1),
       rootId(0),
       idUnderWay(0),
+      blockOf(anyField),
+      lengths(std::make_unique<fxAddressIndex>()),
       ownership(std::make_unique<fxOwnership>()),
       lastType(nullptr),
       lastTypeId(0),
@@ -190,6 +192,7 @@ void fxBinaryWriter::forgetObjects() {
     seen->clear();
     parts->clear();
     embedded->clear();
+    lengths->clear();
     holdings.clear();
     firstHolding = nextId;
     dropPending();
@@ -256,7 +259,12 @@ bool fxBinaryWriter::xdr(void* slot, fxXDRObj*, fxTypeObj& declared, fxXDRObj* o
 }
 
 bool fxBinaryWriter::xdrText(fxStr& string, char** text, unsigned int byteCount) {
-    if (!waiting->dying.holds(&string)) return xdr(text, byteCount);
+    bool isDying = waiting->dying.holds(&string);
+    for (const fxXdrWithin* each = within; each != nullptr && !isDying; each = each->outer) {
+        isDying = waiting->dying.holds(each->value);
+    }
+    blockOf = stringField;
+    if (!isDying) return xdr(text, byteCount);
     waiting->copies.push_back(std::make_unique<char[]>(byteCount));
     char* copy = waiting->copies.back().get();
     std::memcpy(copy, *text, byteCount);
@@ -308,6 +316,12 @@ bool fxBinaryWriter::embeds(const void* object) {
     isFirst(*embedded, object);
     return true;
 }
+
+// Of what a helper writes. A string's own block is not shared.
+void fxBinaryWriter::countsBlock(unsigned int&) { blockOf = sharingField; }
+
+// Another number after each byte or record that was put.
+size_t fxBinaryWriter::bytesPassed() const { return outgoing->total() + used + (tag != fxTagData); }
 
 bool fxBinaryWriter::isEmbedded(const void* object) const { return embedded->has(object); }
 
@@ -547,12 +561,26 @@ void fxBinaryWriter::pushItem(fxBinaryWriterItem* item) {
     pending.append(item);
 }
 
+// Whether a reader can give the block to this field as well as to the one that it was
+// written for. Only helpers ask.
+bool fxBinaryWriter::mayShare(const void* block, size_t byteCount, bool isAsked) {
+    bool isNew = false;
+    unsigned int& known = lengths->at(block, isNew);
+    if (isNew) known = seen->has(block) ? 0 : static_cast<unsigned int>(byteCount) + 1;
+    return !isAsked || byteCount < known || refuse("a block with two counts");
+}
+
 // A field that owns its block gets a number for it that no other field uses.
 bool fxBinaryWriter::writePrimPointer(const void* slot, const void* block, size_t byteCount,
                                       fxBinaryOTTag bodyTag, bool isOfInts) {
+    const BlockOf field = std::exchange(blockOf, anyField);
     if (block == nullptr) return writeNullPointer();
     const bool isOwn = slot != nullptr && slot == owner;
-    if (byteCount > maxBlockBytes || !complete()) return false;
+    if (byteCount > maxBlockBytes) return refuse("a block of 2 GB or more");
+    if (!isOwn && field != stringField && !mayShare(block, byteCount, field == sharingField)) {
+        return false;
+    }
+    if (!complete()) return false;
     unsigned int id = isOwn ? nextId++ : 0;
     const bool isNew = isOwn || idOf(block, id);
     fieldA = id;

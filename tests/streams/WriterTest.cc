@@ -103,15 +103,19 @@ public:
 /// Makes the texts that it writes, one after the other in the same memory.
 class Making : public Listed {
     FX_TRANSCRIBABLE(Making)
-    fxStr texts[3];
+    fxStr first, second;
+    std::vector<std::vector<fxStr>> rows;
+    fxStrArray array;
+    std::unique_ptr<std::pair<fxStr, int>> pair;
 };
 FX_TRANSCRIBABLE_TYPE(Making, "Making", 1, Listed);
 fxBool Making::xdr(fxTranscriber& t) {
-    for (int i = 0; i < 3; ++i) {
-        fxStr local(std::string(size_t{20}, static_cast<char>('a' + i)).c_str());
-        if (!fxXdr(t, t.isReading() ? texts[i] : local)) return 0;
-    }
-    return 1;
+    const auto text = [](char c) { return fxStr(std::string(20, c).c_str()); };
+    const auto one = [&](auto& read, auto local) { return fxXdr(t, t.isReading() ? read : local); };
+    return one(first, text('a')) && one(second, text('b')) &&
+           one(rows, std::vector<std::vector<fxStr>>{{text('c')}}) &&
+           one(array, fxStrArray{text('d')}) &&
+           one(pair, std::make_unique<std::pair<fxStr, int>>(text('e'), 0));
 }
 #endif
 
@@ -432,8 +436,10 @@ TEST_F(Writer, TextsOfLocalStringsAreCopied) {
     for (int graph = 0; graph < 2; ++graph) {
         const auto read = fxReadObject<Making>(reader);
         ASSERT_NE(read, nullptr);
-        EXPECT_EQ((read->texts[0] | read->texts[1] | read->texts[2]),
-                  (std::string(20, 'a') + std::string(20, 'b') + std::string(20, 'c')).c_str());
+        EXPECT_EQ(
+            (read->first | read->second | read->rows[0][0] | read->array[0] | read->pair->first),
+            "aaaaaaaaaaaaaaaaaaaabbbbbbbbbbbbbbbbbbbbccccccccccccccccccccdddddddddddddddddddd"
+            "eeeeeeeeeeeeeeeeeeee");
     }
 }
 #endif

@@ -94,6 +94,17 @@ TRANSCRIBED(Rich, 1, First, Second) {
 enum class Colour : unsigned char { red };
 enum class Far : long { away };
 
+/// Values in values, as deep as a stream says.
+struct Deep {
+    std::vector<Deep> inner;
+    bool xdr(fxTranscriber& t) { return fxXdr(t, inner); }
+};
+/// Has no bytes in a stream.
+struct Weightless {
+    long cache = 0;
+    bool xdr(fxTranscriber&) { return true; }
+};
+
 /// A value with texts, which move when its vector grows.
 struct Named {
     int number = 0;
