@@ -76,7 +76,7 @@ fxds_room(loop
 fxds_room(search
   ON containers
   HEADERS Match Path PathFunctions RegEx RegExp SLinearPattern SearchList TextPattern
-  PRIVATE RegBacktracker RegByteSet RegInStep RegInternals RegReader RegSignposts RegStarts
+  PRIVATE ByteVectors RegBacktracker RegByteSet RegInStep RegInternals RegReader RegSignposts RegStarts
   SOURCES Match Path PathFunctions RegBacktracker RegEx RegExp RegInStep RegMatch RegParser RegPlan
     RegSignposts RegStarts SLinearPattern SearchList TextPattern)
 

@@ -1,9 +1,9 @@
 #include "fxds/search/RegStarts.h"
 
-#include <emmintrin.h>
-
 #include <algorithm>
 #include <cstring>
+
+#include "fxds/search/ByteVectors.h"
 
 // Each method passes over no place where a match starts. A place that it returns proves
 // nothing: the matcher tries it. So a method may be as coarse as it is fast, but never too
@@ -12,33 +12,21 @@
 namespace fxRegProgram {
 namespace {
 
-// The vectors here are those that every x86-64 has. They are filled only from bytes that
-// exist: strnlen() has checked them, in stretches that grow.
-constexpr size_t vectorSize = sizeof(__m128i);
-
-__m128i load(const char* p) { return _mm_loadu_si128(reinterpret_cast<const __m128i*>(p)); }
-
-__m128i sixteen(unsigned char c) { return _mm_set1_epi8(static_cast<char>(c)); }
+// Vectors are filled only from bytes that exist: strnlen() has checked them, in stretches
+// that grow.
+using fxByteVectors::vectorSize;
 
 // The first byte within `length`, a multiple of 16, that is in one of the ranges; the end
 // otherwise.
 template <size_t count>
 const char* findInRanges(const ByteRange* ranges, const char* from, size_t length) {
-    __m128i least[count];
-    __m128i span[count];
-    for (size_t i = 0; i < count; ++i) {
-        least[i] = sixteen(ranges[i].least);
-        span[i] = sixteen(ranges[i].span);
-    }
+    fxByteVectors::Ranges<count> vectors;
+    for (size_t i = 0; i < count; ++i) vectors.set(i, ranges[i].least, ranges[i].span);
+    const auto itself = [](const char* place) { return place; };
     for (const char* const end = from + length; from != end; from += vectorSize) {
-        const __m128i bytes = load(from);
-        __m128i hits = _mm_setzero_si128();
-        for (size_t i = 0; i < count; ++i) {
-            const __m128i distance = _mm_sub_epi8(bytes, least[i]);
-            hits = _mm_or_si128(hits, _mm_cmpeq_epi8(_mm_min_epu8(distance, span[i]), distance));
-        }
-        const int found = _mm_movemask_epi8(hits);
-        if (found != 0) return from + __builtin_ctz(static_cast<unsigned int>(found));
+        const __m128i hits = vectors.contain(fxByteVectors::load(from));
+        const char* const found = fxByteVectors::firstAmong(hits, from, itself);
+        if (found != nullptr) return found;
     }
     return from;
 }
@@ -219,27 +207,18 @@ const char* StartFinder::findPair(const char* from) {
 // Searches for at most `count` pairs; the last one is used several times.
 template <size_t count>
 const char* StartFinder::findAmong(const char* from) {
-    __m128i firsts[count];
-    __m128i seconds[count];
+    fxByteVectors::Pairs<count> vectors;
     for (size_t i = 0; i < count; ++i) {
         const BytePair& pair = plan.pairs[std::min(i, plan.pairCount - size_t{1})];
-        firsts[i] = sixteen(pair.first);
-        seconds[i] = sixteen(pair.second);
+        vectors.set(i, pair.first, pair.second);
     }
+    const auto check = [this](const char* place) { return isPair(place) ? place : nullptr; };
     return inStretches(from, [&](const char* begin, size_t length) {
         const char* const end = begin + length;
         for (; end - begin >= static_cast<long>(vectorSize); begin += vectorSize) {
-            const __m128i here = load(begin);
-            const __m128i next = load(begin + 1);  // reads the terminator at most
-            __m128i hits = _mm_setzero_si128();
-            for (size_t i = 0; i < count; ++i) {
-                hits = _mm_or_si128(hits, _mm_and_si128(_mm_cmpeq_epi8(here, firsts[i]),
-                                                        _mm_cmpeq_epi8(next, seconds[i])));
-            }
-            for (int left = _mm_movemask_epi8(hits); left != 0; left &= left - 1) {
-                const char* const place = begin + __builtin_ctz(static_cast<unsigned int>(left));
-                if (isPair(place)) return place;
-            }
+            const __m128i hits = vectors.areAt(begin);  // reads the terminator at most
+            const char* const found = fxByteVectors::firstAmong(hits, begin, check);
+            if (found != nullptr) return found;
         }
         while (begin != end && !isPair(begin)) ++begin;
         return begin;

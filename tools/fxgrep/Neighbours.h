@@ -6,6 +6,7 @@
 #include <cstddef>
 
 #include "LineFilter.h"
+#include "fxds/search/ByteVectors.h"
 
 typedef std::bitset<256> Bytes;
 
@@ -33,18 +34,16 @@ public:
     const char* find(const char* from, const char* end) const override;
 
 private:
-    // The bytes from `least` to `least + span`. The last range is repeated to make three;
-    // more are joined, so that a place in the ranges may not be in the set.
-    struct Ranges {
-        explicit Ranges(const Bytes& bytes);
-        static constexpr size_t count = 3;
-        unsigned char least[count];
-        unsigned char span[count];
-    };
+    static constexpr size_t rangeCount = 3;
+    typedef fxByteVectors::Ranges<rangeCount> Ranges;
+
+    // The last range is repeated to make three; more are joined, so that a place in the ranges
+    // may not be in the set.
+    static Ranges rangesOf(const Bytes& bytes);
 
     const NeighbourSets sets;
-    const Ranges lefts;
-    const Ranges rights;
+    const Ranges left;
+    const Ranges right;
 };
 
 #endif

@@ -1,12 +1,11 @@
 #include "TextSet.h"
 
-#include <emmintrin.h>
-
 #include <algorithm>
 #include <cctype>
 #include <cstring>
 
 #include "Neighbours.h"
+#include "fxds/search/ByteVectors.h"
 
 // A single text is searched by the library. Of a few, two neighbouring bytes each are
 // searched, for all at once, sixteen places at a time. For many, a window as long as the
@@ -18,7 +17,6 @@ namespace {
 
 constexpr size_t mostFew = 8;
 constexpr size_t leastWindow = 4;
-constexpr size_t vectorSize = sizeof(__m128i);
 
 bool isLetter(char c) { return (c | 0x20) >= 'a' && (c | 0x20) <= 'z'; }
 
@@ -47,8 +45,6 @@ size_t rarestPair(const std::string& text) {
     }
     return rarest;
 }
-
-__m128i load(const char* p) { return _mm_loadu_si128(reinterpret_cast<const __m128i*>(p)); }
 
 }  // namespace
 
@@ -163,26 +159,17 @@ const char* TextSet::checkPair(const char* place, const char* from, const char* 
 // Searches for at most `count` pairs; the last one is used several times.
 template <size_t count>
 const char* TextSet::findPairs(const char* from, const char* end) const {
-    __m128i firsts[count];
-    __m128i seconds[count];
+    fxByteVectors::Pairs<count> vectors;
     for (size_t i = 0; i < count; ++i) {
         const std::string& two = pairs[std::min(i, pairs.size() - 1)];
-        firsts[i] = _mm_set1_epi8(two[0]);
-        seconds[i] = _mm_set1_epi8(two[1]);
+        vectors.set(i, static_cast<unsigned char>(two[0]), static_cast<unsigned char>(two[1]));
     }
+    const auto check = [&](const char* place) { return checkPair(place, from, end); };
     const char* p = from;
-    for (; static_cast<size_t>(end - p) > vectorSize; p += vectorSize) {
-        const __m128i here = load(p);
-        const __m128i next = load(p + 1);
-        __m128i hits = _mm_setzero_si128();
-        for (size_t i = 0; i < count; ++i) {
-            hits = _mm_or_si128(hits, _mm_and_si128(_mm_cmpeq_epi8(here, firsts[i]),
-                                                    _mm_cmpeq_epi8(next, seconds[i])));
-        }
-        for (int left = _mm_movemask_epi8(hits); left != 0; left &= left - 1) {
-            const char* const place = p + __builtin_ctz(static_cast<unsigned int>(left));
-            if (checkPair(place, from, end) != nullptr) return place;
-        }
+    for (; static_cast<size_t>(end - p) > fxByteVectors::vectorSize;
+         p += fxByteVectors::vectorSize) {
+        const char* const found = fxByteVectors::firstAmong(vectors.areAt(p), p, check);
+        if (found != nullptr) return found;
     }
     for (; p != end; ++p) {
         if (checkPair(p, from, end) != nullptr) return p;
