@@ -62,7 +62,7 @@ std::string fxFlowReading::contents(const std::string& path, std::string& text) 
     if (chain.size() >= deepest) return "is included more than 32 deep";
     if (++reads > mostFiles) return "is one file too many: a flow has up to 1000";
     const int fd = fxOpenFile(path);
-    if (fd < 0) return std::string("cannot be read: ") + std::strerror(errno);
+    if (fd < 0) return "cannot be read: " + fxFileError(path, errno);
     std::string why;
     struct stat status;
     if (fstat(fd, &status) != 0) {

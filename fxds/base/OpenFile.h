@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstring>
 #include <string>
 
 /// Returns a descriptor for reading the file at `path`; negative, with the reason in errno,
@@ -26,6 +27,13 @@ inline int fxOpenFile(const std::string& path) {
     }
     errno = S_ISDIR(status.st_mode) ? EISDIR : EINVAL;
     return -1;
+}
+
+/// What an errno of a file at `path` means for the user. EINVAL, whose own words are "Invalid
+/// argument", is given for what is no regular file.
+inline std::string fxFileError(const std::string& path, int error) {
+    if (error != EINVAL) return std::strerror(error);
+    return path.find('\0') != std::string::npos ? "no path has a zero byte" : "not a regular file";
 }
 
 /// The path as a fault shows it: '' for an empty one.

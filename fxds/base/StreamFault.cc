@@ -46,7 +46,7 @@ std::string fxStreamFault::text() const {
         case none:
             break;
         case systemError:
-            return what + ": " + (error != 0 ? std::strerror(error) : reason.c_str());
+            return what + ": " + (reason.empty() ? std::strerror(error) : reason);
         case ended:
             return what + " is not complete: something is missing after byte " +
                    std::to_string(offset);

@@ -103,6 +103,7 @@ fxStreamFault fxCheckStream(const fxDetail::FilePath& path) {
         check.first = fxStreamFault();
         check.first.kind = fxStreamFault::systemError;
         check.first.error = file.error;
+        check.first.reason = fxFileError(path, file.error);
     }
     if (check.first) check.first.path = fxShownPath(path);
     return check.first;

@@ -172,7 +172,7 @@ fxStreamFault writeTo(fxStream& stream, fxDetail::WriteRoot* writeRoot, void* ro
     const bool isUnwritable = objection != nullptr || root == nullptr;
     fault.kind = isUnwritable ? fxStreamFault::unwritable : fxStreamFault::systemError;
     if (!isUnwritable) fault.error = error;
-    if (!isUnwritable) fault.reason = "the stream does not take the bytes";
+    if (!isUnwritable && error == 0) fault.reason = "the stream does not take the bytes";
     return fault;
 }
 
@@ -223,6 +223,7 @@ fxStreamFault fxDetail::saveRoot(const std::string& path, WriteRoot* write, void
     } catch (const Failure& failure) {
         fault.kind = fxStreamFault::systemError;
         fault.error = failure.error;
+        fault.reason = fxFileError(path, failure.error);
     }
     if (fault) fault.path = fxShownPath(path);
     return fault;
@@ -246,6 +247,7 @@ void* fxDetail::loadRoot(const std::string& path, fxTypeObj& type, fxStreamFault
     }
     if (error != 0) fault = fxStreamFault();
     if (error != 0) fault.kind = fxStreamFault::systemError;
+    if (error != 0) fault.reason = fxFileError(path, error);
     fault.error = error;
     if (root == nullptr) fault.path = fxShownPath(path);
     return root;
