@@ -15,7 +15,7 @@ const char usageText[] =
     "  --samples N         print N lines and end; the default, with N = 5, when the\n"
     "                      output is no terminal\n"
     "  --record FILE       save the history, its alarms and the settings, every few\n"
-    "                      samples and in the end\n"
+    "                      samples and in the end; not with the next two\n"
     "  --replay FILE       show what was saved instead of the machine\n"
     "  --graph[=FILE]      print the network of objects as Graphviz dot text, or draw it\n"
     "                      to a FILE such as net.svg, and end\n"
@@ -119,9 +119,9 @@ bool parseOptions(int argc, char** argv, Options& options, fxStr& error) {
         error.format("unexpected argument %s", argv[optind]);
         return false;
     }
-    if (!options.record.isEmpty() && !options.replay.isEmpty()) {
-        error = "--record and --replay exclude each other";
-        return false;
-    }
-    return true;
+    const bool isReplay = !options.replay.isEmpty();
+    const bool isGraph = options.action == Options::showGraph;
+    if (options.record.isEmpty() || (!isReplay && !isGraph)) return true;
+    error.format("--record and %s exclude each other", isReplay ? "--replay" : "--graph");
+    return false;
 }
