@@ -1,13 +1,13 @@
 #!/bin/sh
 # run.sh GDB PROGRAM TABLE LIBRARY_DIRECTORY [FIRST PAGE]: lets PROGRAM abort, and
 # compares what gdb shows of its core with TABLE (see Compare.py). Sound local variables
-# must not be shown as corrupt, in twenty runs. Then what it shows of FIRST, while that
+# must not be shown as corrupt, at twenty times. Then what it shows of FIRST, while that
 # runs, is compared with the session in PAGE.
 #
 # The core is written by gdb, not by the kernel: where the kernel puts a core,
 # and whether it writes one, is the machine's business. It is as real a core:
 # the second gdb knows nothing else.
-gdb=$1 program=$2 table=$3 library=$4 first=$5 page=$6
+arguments=$# gdb=$1 program=$2 table=$3 library=$4 first=$5 page=$6
 here=$(dirname "$0")
 directory=$(mktemp -d) || exit 1
 trap 'rm -rf "$directory"' EXIT
@@ -34,11 +34,15 @@ if [ ! -s "$core" ]; then
     esac
     exit 1
 fi
-# A printer that gives gdb a value which Python frees fails in some runs only.
-for run in $(seq 20); do
-    debugger -ex 'frame function showSound' -ex 'info locals' -ex 'bt full -2' "$program" "$core" |
-        grep '<corrupt' && exit 1
+# A printer that gives gdb a value which Python frees fails at some of the times only, and
+# gdb may end.
+for time in $(seq 20); do
+    set -- "$@" -ex 'info locals' -ex 'bt full -2'
 done
+shift $arguments
+shown=$(debugger -ex 'frame function showSound' "$@" "$program" "$core") || exit 1
+printf '%s\n' "$shown" | grep '<corrupt' && exit 1
+[ "$(printf '%s\n' "$shown" | grep -c '"a record", numbers = ')" = 40 ] || exit 1
 TABLE=$table debugger -ex 'python import gdb' -x "$here/Compare.py" "$program" "$core" || exit 1
 [ -n "$first" ] || exit 0
 
