@@ -461,7 +461,7 @@ TYPED_TEST(QuietHash, AgreesWithModel) {
             this->walks.clear();
             this->tables[0] = std::make_unique<TypeParam>(chains);
             this->expected.clear(chains);
-            for (int step = 0; step < 4000; ++step) {
+            for (int step = 0; step < 4000 / testShare; ++step) {
                 this->quietStep();
                 this->expectWalks();
                 const TypeParam& table = *this->tables[0];
@@ -509,7 +509,7 @@ TYPED_TEST_SUITE(HostileHash, HostileTables, );
 
 TYPED_TEST(HostileHash, StaysWhole) {
     static const unsigned int chains[] = {1, 2, 7, 31};
-    for (int round = 0; round < 60; ++round) {
+    for (int round = 0; round < 60 / testShare; ++round) {
         this->isFast = round % 2 == 0;
         for (auto& table : this->tables) {
             table = std::make_unique<TypeParam>(chains[this->rng() % 4]);
