@@ -1,7 +1,6 @@
-# clang-tidy looks at every file of the libraries and the tools before it is compiled, by
-# the rules of the nearest .clang-tidy. So Ninja knows what has been looked at, and only what
-# changed is looked at again. Tests, benchmarks and the examples of one file are only looked
-# at.
+# clang-tidy looks at every file of the libraries before it is compiled, by the rules of the
+# nearest .clang-tidy. So Ninja knows what has been looked at, and only what changed is looked
+# at again. All else is only looked at.
 if(FXDS_TIDY)
   find_program(FXDS_CLANG_TIDY clang-tidy REQUIRED)
   # The rules are part of the command: when they change, everything is checked.
@@ -17,9 +16,30 @@ endif()
 
 include(${CMAKE_CURRENT_LIST_DIR}/Together.cmake)
 
+# fxds_add_program(NAME [MODULE] FILES...)
+# Adds a program or a plug-in, or what clang-tidy looks at instead.
+function(fxds_add_program name)
+  cmake_parse_arguments(PARSE_ARGV 1 arg MODULE "" "")
+  if(FXDS_TIDY)
+    add_library(${name} OBJECT ${arg_UNPARSED_ARGUMENTS})
+    fxds_only_look(${name})
+  elseif(arg_MODULE)
+    add_library(${name} MODULE ${arg_UNPARSED_ARGUMENTS})
+  else()
+    add_executable(${name} ${arg_UNPARSED_ARGUMENTS})
+  endif()
+endfunction()
+
+# The objects of the target are only looked at: instead of compiling, the compiler says which
+# headers they have.
+function(fxds_only_look target)
+  set_target_properties(${target} PROPERTIES
+    CXX_COMPILER_LAUNCHER ${PROJECT_SOURCE_DIR}/cmake/preprocess.sh)
+endfunction()
+
 # fxds_tidy_together(NAME FILES... [RULES file] [GLOBAL names] [DEFINE macros] [USE targets])
 # Lets clang-tidy look at programs together, as most of its time goes into the headers of the
-# standard library. They are not compiled. GLOBAL: see fxds_write_together(). DEFINE are macros
+# standard library. GLOBAL: see fxds_write_together(). DEFINE are macros
 # that hold paths, USE what the programs link. What is compiled only where another library is
 # installed is not looked at.
 function(fxds_tidy_together name)
@@ -37,6 +57,6 @@ function(fxds_tidy_together name)
   if(arg_RULES)
     list(APPEND tidy --config-file=${arg_RULES})
   endif()
-  set_target_properties(tidied_${name} PROPERTIES CXX_CLANG_TIDY "${tidy}"
-    CXX_COMPILER_LAUNCHER ${PROJECT_SOURCE_DIR}/cmake/preprocess.sh)
+  set_target_properties(tidied_${name} PROPERTIES CXX_CLANG_TIDY "${tidy}")
+  fxds_only_look(tidied_${name})
 endfunction()
