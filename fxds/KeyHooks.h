@@ -210,7 +210,7 @@ protected:
             isNew = this->count != before;
             return element;
         } else {
-            void* const element = this->enterAny(&key);
+            void* const element = enterOther(key);
             isNew = this->count != before;
             if (isNew) new (element) Key(key);
             return element;
@@ -234,13 +234,31 @@ private:
         const auto& own = this->extra;
         const unsigned int chains = this->buckets.length();
         if (__builtin_expect(!own.isPlain(chains), 0)) return findIndexed(asked);
-        const unsigned long hash = fxKeyHooks<Key>::hash(asked);
-        const Node* node = this->buckets.begin()[own.restOfShort(hash, chains)];
-        for (unsigned int left = own.index.longWalk; left != 0; --left) {
+        return findInChain(asked, own.restOfShort(fxKeyHooks<Key>::hash(asked), chains));
+    }
+    template <class Asked>
+    [[gnu::always_inline]] Result findInChain(const Asked& asked, unsigned int chain) const {
+        const Node* node = this->buckets.begin()[chain];
+        for (unsigned int left = this->extra.index.longWalk; left != 0; --left) {
             if (node == nullptr || isEqual(asked, node)) return {true, node};
             node = node->next;
         }
         return {false, nullptr};
+    }
+
+    // For enter() of keys that are no fxStr.
+    void* enterOther(const Key& key) {
+        const unsigned int chains = this->buckets.length();
+        if constexpr (std::is_scalar_v<Key>) {
+            if (__builtin_expect(this->extra.isPlain(chains), 1)) {
+                const unsigned long hash = fxKeyHooks<Key>::hash(key);
+                const unsigned int chain = this->extra.restOfShort(hash, chains);
+                const Result found = findInChain(key, chain);
+                if (found.node != nullptr) return found.node->element;
+                if (found.isKnown) return this->enterNew(fxMix32(hash), chain);
+            }
+        }
+        return this->enterAny(&key);
     }
     template <class Asked>
     static bool isEqual(const Asked& asked, const Node* node) {
@@ -269,8 +287,8 @@ private:
     // constructor has to call forgetFinder().
     bool hasOwnHooksNow() const {
         this->extra.hasOwnHooks = false;
-        this->extra.forgetPlain();
         static_cast<void>(this->finder());
+        if (!this->extra.hasOwnHooks) this->extra.forgetPlain();
         return this->extra.hasOwnHooks;
     }
 };

@@ -203,6 +203,7 @@ protected:
     /// For fxTypedKeys::enter(), of a key that is an fxStr or of another.
     void* enterText(const fxStr& key);
     void* enterAny(const void* key);
+    void* enterNew(unsigned int tag, unsigned int chain);
     ///@}
     /// For a constructor that has added elements, or has another base that does so: the
     /// search function is not final yet, because a class that derives from this one may

@@ -125,6 +125,10 @@ void* fxDictionary::enterText(const fxStr& key) { return Core::enterText(*this, 
 
 void* fxDictionary::enterAny(const void* key) { return Core::enter(*this, key); }
 
+void* fxDictionary::enterNew(unsigned int tag, unsigned int chain) {
+    return Core::enterNew(*this, tag, chain);
+}
+
 void* fxDictionary::findText(std::string_view text) const {
     fxDictBucket* const node = Core::findText(*this, text);
     return node != nullptr ? found(node) : nullptr;

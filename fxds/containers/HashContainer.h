@@ -199,10 +199,24 @@ struct fxHashCore : fxHashIters<fxHashCore<Container>, Container, typename Conta
     /// The block of the key's entry, or of a new one, whose value and key the caller makes
     /// before anything else happens. Requires: there are chains and a finder, and no holds.
     static void* enter(Container& table, const void* key) {
+        auto& extra = table.extra;
         Place place;
-        Node* node = table.extra.finder(table, table, key, place);
+        Node* node = extra.finder == &findDirectly<const void*>
+                         ? search(table, fxDirectHooks<const void*>(), key, place)
+                         : extra.finder(table, table, key, place);
+        if (!extra.index.isBuilt()) extra.plainChains = extra.divisor;
         if (node == nullptr) node = linkNew(table, makeNode(table, table, key), place);
         return node->element;
+    }
+
+    /// The same where the table is plain, and its chain does not have the key.
+    static void* enterNew(Container& table, unsigned int tag, unsigned int chain) {
+        Node* const node = table.extra.nodes.makeFromFreed(blockBytes(table));
+        if (node == nullptr) return enterNewAnyhow(table, tag, chain);
+        void* const element = node->element;
+        node->tag = tag;
+        linkAtHead(table, node, chain);
+        return element;
     }
 
     /// The same for a text, which is made. Most texts need no more than what is here: no call,
@@ -528,6 +542,14 @@ private:
             new (node->element) fxStr(key.view());
         }
         return linkNew(table, node, place)->element;
+    }
+
+    [[gnu::noinline]] static void* enterNewAnyhow(Container& table, unsigned int tag,
+                                                  unsigned int chain) {
+        Node* const node = table.extra.nodes.make(blockBytes(table));
+        node->tag = tag;
+        linkAtHead(table, node, chain);
+        return node->element;
     }
 
     // Links a node of a key that a search has not found, nothing having changed since.

@@ -68,6 +68,10 @@ void* fxSet::enterText(const fxStr& key) { return Core::enterText(*this, key); }
 
 void* fxSet::enterAny(const void* key) { return Core::enter(*this, key); }
 
+void* fxSet::enterNew(unsigned int tag, unsigned int chain) {
+    return Core::enterNew(*this, tag, chain);
+}
+
 void* fxSet::findText(std::string_view text) const {
     fxSetBucket* const node = Core::findText(*this, text);
     return node != nullptr ? node->element : nullptr;

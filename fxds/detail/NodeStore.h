@@ -38,8 +38,7 @@ public:
     /// A new node with a raw block of `blockBytes` bytes, aligned as by
     /// malloc(). Return it with drop().
     Node* make(size_t blockBytes);
-    /// The same if it takes no new chunk, or null. Requires: make() has made a block of that
-    /// size behind its node.
+    /// The same if it takes no new memory, or null.
     Node* makeFromFreed(size_t blockBytes);
     /// A new node, which adopts `block`. Return it with drop().
     Node* adopt(void* block);
@@ -106,8 +105,7 @@ template <class Node>
 #ifdef FXDS_CHECKED
     return make(blockBytes);
 #else
-    static_cast<void>(blockBytes);
-    if (__builtin_expect(freed == nullptr, 0)) return nullptr;
+    if (__builtin_expect(freed == nullptr || blockBytes > bytesBehind, 0)) return nullptr;
     ++inUse;
     Node* const node = static_cast<Node*>(place());
     return new (node) Node(behind(node));

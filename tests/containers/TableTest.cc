@@ -440,6 +440,9 @@ TEST(Dictionary, ValuesAreAlignedAndOnesOfMissingKeysMadeOnce) {
     EXPECT_EQ(numbers[at(0x1000)], 0U);
     numbers[at(0x100001000)] = 2;  // the same hash
     EXPECT_EQ(*numbers.find(at(0x1000)), 0U);
+    for (unsigned long i = 4; i < 64000; i += 32) numbers.add(at(i), i);  // crowds the chains
+    for (unsigned long i = 4; i < 64000; i += 32) EXPECT_EQ(numbers.value(at(i), 1), i);
+    EXPECT_EQ(numbers.size(), 2002U);
     EXPECT_STREQ(numbers.className(), "DICT");
 }
 
