@@ -326,7 +326,8 @@ public:
 
     /// For a class's xdr() that fails for a reason of its own, as in
     /// `return t.refuse("a limit below zero")`: returns false. The reason becomes that of
-    /// the fault, unless the object's xdrFail() forgives it.
+    /// the fault, unless the object's xdrFail() forgives it while it is read: what was not
+    /// written is missing for good.
     bool refuse(const char* reason);
     /// The same for an edition that the class cannot read; see fxXdrEdition().
     bool refuseEdition(const fxTypeObj& type, long edition, bool isNewer);

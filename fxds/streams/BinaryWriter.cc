@@ -375,6 +375,7 @@ bool fxBinaryWriter::writeObject(void* address, fxXDRObj* object) {
     if (type == nullptr || !flush()) return false;
     Graph graph(*this);
     isOfThisClass = typeid(*this) == typeid(fxBinaryWriter);
+    complaint.reset();
     const unsigned int id = recordIdForAddress(address);
     rootId = id;
     push(objectTarget(address, *type, id));
@@ -642,14 +643,14 @@ bool fxBinaryWriter::writeTarget(const fxBinaryWriterTarget& item) {
     const fxScoped<unsigned int> number(idUnderWay, id);
     firstOfBody = nextId;
     toldRoots.clear();
-    if (item.type->xdr(const_cast<void*>(item.address), *this) == 0) {
+    const bool isDone = item.type->xdr(const_cast<void*>(item.address), *this) != 0;
+    if (!isDone || complaint != nullptr) {  // a reader would miss what was refused
         if (!outgoing->hasFailed()) refuse("");
         if (complaint != nullptr && complaint->className.empty()) {
             complaint->className = item.type->name;
         }
         return false;
     }
-    complaint.reset();
     return true;
 }
 

@@ -56,6 +56,7 @@ class Wilful : public Listed {
     enum Way { plain, refuses, throws, ignores };
     static inline std::function<void()> act;                   // while it is written
     static inline std::function<bool(fxTranscriber&)> fields;  // in place of its own
+    fxBool xdrFail(fxTranscriber&, void*) override { return fields != nullptr; }
     int way = plain;
     fxStr text = "text";
     Listed* other = nullptr;
