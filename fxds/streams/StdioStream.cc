@@ -100,7 +100,7 @@ fxStdioStream::fxStdioStream(int fd, fxStreamType type_)
 
 fxStdioStream::fxStdioStream(FILE* openFile, fxStreamType type_)
     : file(openFile), type(type_), errorFlag(openFile == nullptr), endFlag(0) {
-    if (file != nullptr && type == fxStreamWrite) keepFromLosing(file);
+    if (file != nullptr && isWriting()) keepFromLosing(file);
 }
 
 fxStdioStream::~fxStdioStream() { close(); }
@@ -117,7 +117,7 @@ void fxStdioStream::adopt(int fd) {
     } else {
         std::setvbuf(file, buffer.get(), _IOFBF, bufferBytes);
     }
-    if (type == fxStreamWrite) keepFromLosing(file);
+    if (isWriting()) keepFromLosing(file);
 }
 
 bool fxStdioStream::hasError() { return errorFlag != 0; }
@@ -162,6 +162,7 @@ bool fxStdioStream::turn(Direction direction) {
     const bool isFirst = last == Direction::none;
     last = direction;
     if (isFirst || std::fseek(file, 0, SEEK_CUR) == 0) return true;
+    if (errno == ESPIPE) return true;  // two directions of a socket, without a buffer
     return std::ferror(file) ? lose() : false;
 }
 

@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 #include <malloc.h>
 #include <signal.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -265,6 +266,18 @@ TEST_F(Streams, AnInterruptionDoesNotHideALoss) {
             EXPECT_TRUE(!one.arrives || isPut);
             EXPECT_EQ(script.bytes == sent, one.arrives);
         }
+    }
+}
+
+TEST_F(Streams, ASocketIsOneStreamForBothDirections) {
+    int ends[2];
+    ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK, 0, ends), 0);
+    fxStdioStream one(ends[0], fxStream::fxStreamReadWrite);
+    fxStdioStream other(ends[1], fxStream::fxStreamReadWrite);
+    for (int i = 0; i < 6; ++i) {
+        int sent = i, got = -1;
+        EXPECT_TRUE((i % 2 == 0 ? one : other).putInts(&sent, 1));
+        EXPECT_TRUE((i % 2 == 0 ? other : one).getInts(&got, 1) && got == sent);
     }
 }
 
