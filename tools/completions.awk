@@ -26,6 +26,7 @@
 
 # Enters the names of the line with the text, of which more lines may have followed.
 function flush(names, count, i, name, argument) {
+    gsub(/: /, ", ", text)
     gsub(/['\[\]:\\]/, "", text)
     sub(/;.*/, "", text)
     if (command != "") {
@@ -46,17 +47,20 @@ function flush(names, count, i, name, argument) {
     head = text = command = ""
 }
 
-function add(name, argument, isOptional, text, needed) {
+# An option that needs an argument may be given several times; that of a letter may follow it at
+# once.
+function add(name, argument, isOptional, text, needed, isFile) {
     needed = argument != "" && !isOptional
+    isFile = argument ~ /FILE|DIR/
     if (shell == "bash") {
         words = words (words == "" ? "" : " ") name
     } else if (shell == "zsh") {
-        lines = lines sprintf(" \\\n    '%s%s[%s]%s'", name,
-            argument == "" ? "" : isOptional ? "=-" : name ~ /^--/ ? "=" : "", text,
-            argument == "" ? "" : (isOptional ? "::" : ":") argument ":" (argument ~ /FILE|DIR/ ? "_files" : ""))
+        lines = lines sprintf(" \\\n    '%s%s%s[%s]%s'", needed ? "*" : "", name,
+            argument == "" ? "" : isOptional ? "=-" : name ~ /^--/ ? "=" : "+", text,
+            argument == "" ? "" : (isOptional ? "::" : ":") argument ":" (isFile ? "_files" : ""))
     } else {
         lines = lines sprintf("complete -c %s %s %s%s -d '%s'\n", tool,
-            name ~ /^--/ ? "-l" : "-s", substr(name, name ~ /^--/ ? 3 : 2), needed ? " -r" : "", text)
+            name ~ /^--/ ? "-l" : "-s", substr(name, name ~ /^--/ ? 3 : 2), !needed ? "" : isFile ? " -r" : " -x", text)
     }
 }
 

@@ -36,9 +36,7 @@ if [ ! -s "$core" ]; then
 fi
 # A printer that gives gdb a value which Python frees fails at some of the times only, and
 # gdb may end.
-for time in $(seq 20); do
-    set -- "$@" -ex 'info locals' -ex 'bt full -2'
-done
+for time in $(seq 20); do set -- "$@" -ex 'info locals' -ex 'bt full -2'; done
 shift $arguments
 shown=$(debugger -ex 'frame function showSound' "$@" "$program" "$core") || exit 1
 printf '%s\n' "$shown" | grep '<corrupt' && exit 1

@@ -51,10 +51,20 @@ step 'the tools find their library'
 "$new/bin/fxgrep" -c hello "$here/first.cc" >/dev/null
 "$new/bin/fxflow" test "$(find "$new" -name errors.flow)" >/dev/null
 
-step 'bash completes their options'
-for tool in fxgrep fxdump fxflow; do
-    ( . "$new/share/bash-completion/completions/$tool"; _$tool $tool --h ''; [[ ${COMPREPLY[*]} == *--help* ]] ) ||
-        fail "no --help of $tool"
+step 'shells complete their options'
+ask_bash() { (. "$new/share/bash-completion/completions/$1"; _$1 "$1" --h ''; echo "${COMPREPLY[@]}"); }
+ask_fish() { HOME=$work fish -N -c "source $new/share/fish/vendor_completions.d/$1.fish; complete -C '$1 --h'"; }
+ask_zsh() {  # READY is in no echo of what is typed
+    timeout 20 zsh -f -s "$1" "$new/share/zsh/site-functions" <<'EOF'
+zmodload zsh/zpty; zpty shell zsh -f -i
+zpty -w shell "fpath+=$2; autoload -U compinit; compinit -u -D; echo REA''DY"
+zpty -r shell shown '*READY*'; zpty -w -n shell "$1 --h"$'\t'
+zpty -r shell shown '*--help*'; echo --help
+EOF
+}
+for asked in {bash,fish,zsh}_fx{grep,dump,flow}; do
+    ! command -v "${asked%_*}" >/dev/null || [[ $("ask_${asked%_*}" "${asked#*_}") == --help* ]] ||
+        fail "no --help in $asked"
 done
 
 step 'pkg-config and the compiler, as README.md shows them'
