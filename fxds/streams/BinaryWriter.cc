@@ -487,9 +487,11 @@ inline bool fxBinaryWriter::refer(const void* slot, fxTypeObj& declared, fxXDROb
     if (type == nullptr || !complete()) return false;
     const bool isTypeWritten = type == lastType && lastTypeId != 0;
     if (!isTypeWritten && !writeType(*type, typeId)) return false;
-    if ((owner != nullptr || holder != nullptr) && !mayHave(slot, address)) return false;
+    if (owner != nullptr && !mayHave(slot, address)) return false;
+    const bool isHolder = holder != nullptr && std::exchange(holder, nullptr) == slot;
     unsigned int id = 0;
     const bool isNew = idOf(address, id, mark);
+    if (isHolder && !isHeldAlone(id)) return false;
     if (isNew) push(objectTarget(address, *type, id));
     fieldA = id;
     tag = isNew ? fxTagPointer : fxTagPointerAgain;
@@ -511,14 +513,12 @@ bool fxBinaryWriter::isHeldAlone(unsigned int id) {
     return holding == heldBit || refuse("an object that has an owner and other holders");
 }
 
-// The same for what a field that owns or holds it leads to. The root is the caller's, and
+// Whether the field may have its target, which it then owns. The root is the caller's, and
 // those of earlier graphs were.
 bool fxBinaryWriter::mayHave(const void* slot, const void* address) {
+    if (slot != owner) return true;
     const unsigned int known = idIn(seen->find(address));
     const unsigned int id = known != 0 ? known : nextId;
-    const bool isHolder = std::exchange(holder, nullptr) == slot;
-    if (slot == nullptr || (!isHolder && slot != owner)) return true;
-    if (isHolder) return isHeldAlone(id);
     unsigned char& holding = holdingOf(id);
     if (holding == ownedBit) return refuse("an object with two owners");
     const bool isOfCaller = known != 0 && (known < firstOfGraph || known == rootId);
