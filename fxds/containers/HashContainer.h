@@ -205,7 +205,7 @@ struct fxHashCore : fxHashIters<fxHashCore<Container>, Container, typename Conta
                          ? search(table, fxDirectHooks<const void*>(), key, place)
                          : extra.finder(table, table, key, place);
         if (!extra.index.isBuilt()) extra.plainChains = extra.divisor;
-        if (node == nullptr) node = linkNew(table, makeNode(table, table, key), place);
+        if (node == nullptr) node = linkNew(table, makeOwnNode(table, key), place);
         return node->element;
     }
 
@@ -521,6 +521,13 @@ private:
         }
         return extra.nodes.make(textEntryBytes(table));
     }
+    // The same for the table's own hooks, which have a finder.
+    [[gnu::always_inline]] static Node* makeOwnNode(Container& table, const void* key) {
+        Node* const node = table.extra.nodes.nodesInUse() != 0
+                               ? table.extra.nodes.makeFromFreed(textEntryBytes(table))
+                               : nullptr;
+        return __builtin_expect(node != nullptr, 1) ? node : makeNode(table, table, key);
+    }
     static void chooseRoom(Container& table, size_t length) {
         for (size_t room : {fxTextKeys::roomFor(length), fxTextKeys::room, size_t{0}}) {
             table.extra.textRoom = static_cast<unsigned char>(room);
@@ -534,7 +541,7 @@ private:
         Place place;
         Node* node = search(table, fxDirectHooks<fxStr>(), &key, place);
         if (node != nullptr) return node->element;
-        node = makeNode(table, table, &key);
+        node = makeOwnNode(table, &key);
         if (extra.textRoom != 0) {
             makeText(table, node->element, key.view());
             if (!extra.index.isBuilt() && !extra.hasLate) extra.plainChains = extra.divisor;

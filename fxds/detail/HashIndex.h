@@ -142,6 +142,9 @@ private:
     bool enter(Node* node);
     void allocate(unsigned int bits, unsigned int isWide);
     void replaceBy(unsigned int bits, unsigned int isWide);
+    // Up to 65,536 places to four times as many, which copies less often; then to twice as
+    // many, because memory counts more.
+    void grow() { replaceBy((table->shift > 16 ? 34 : 33) - table->shift, table->isWide); }
 
     Table* table = nullptr;
 };
@@ -236,7 +239,7 @@ void fxHashIndex<Node>::keepPrevious() {
 template <class Node>
 template <bool isFirst>
 bool fxHashIndex<Node>::enter(Node* node) {
-    if (table->isFull()) replaceBy(33 - table->shift, table->isWide);
+    if (table->isFull()) grow();
     const unsigned int tag = stored(node->tag);
     unsigned int slot = table->home(tag);
     Node* previous = nullptr;
