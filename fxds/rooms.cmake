@@ -25,6 +25,7 @@ fxds_room(text
   ON base
   HEADERS StackBuffer Str TempStr TextOperators TextView
   DETAIL StrTemplates TextTraits
+  PRIVATE TextHash
   SOURCES StackBuffer Str StrFormat StrNumber StrSearch StrStream TempStr)
 
 # Arrays, dictionaries and sets, lists, integer tables, atoms, boxes, number

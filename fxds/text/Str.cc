@@ -6,8 +6,8 @@
 
 #include "fxds/Transcriber.h"
 #include "fxds/TypeObj.h"
-#include "fxds/containers/TextKeys.h"
 #include "fxds/detail/Allocate.h"
+#include "fxds/text/TextHash.h"
 
 // The bytes of strings: construction, editing, hashing, transcription. Searches
 // are in StrSearch.cc, formats in StrFormat.cc, streams in StrStream.cc.
