@@ -397,6 +397,7 @@ private:
 /// writer copies the texts of a value that is a local variable.
 class fxXdrWithin {
 public:
+    /// `transcriber_` and `value_` are borrowed.
     fxXdrWithin(fxTranscriber& transcriber_, const void* value_)
         : value(value_), outer(transcriber_.within), transcriber(transcriber_) {
         transcriber.within = this;
