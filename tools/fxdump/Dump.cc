@@ -32,12 +32,6 @@ std::string summary(const StreamWalk& walk) {
 }
 
 // Whether the bytes begin as every stream does; one that is cut off has fewer of them.
-bool isStream(std::string_view bytes) {
-    static constexpr char writer[] = "fxBinaryWriter";
-    const std::string_view begin(writer, sizeof writer);
-    return !bytes.empty() && bytes.substr(0, begin.size()) == begin.substr(0, bytes.size());
-}
-
 DumpResult checkStream(std::string_view stream, const std::string& name, FILE* out) {
     Check check;
     StreamWalk walk(check);
@@ -50,9 +44,15 @@ DumpResult checkStream(std::string_view stream, const std::string& name, FILE* o
 
 }  // namespace
 
+bool mayBeStream(std::string_view bytes) {
+    static constexpr char writer[] = "fxBinaryWriter";
+    const std::string_view begin(writer, sizeof writer);
+    return !bytes.empty() && bytes.substr(0, begin.size()) == begin.substr(0, bytes.size());
+}
+
 DumpResult dumpStream(std::string_view stream, const std::string& name, const DumpOptions& options,
                       FILE* out) {
-    if (!isStream(stream)) return DumpResult::noStream;
+    if (!mayBeStream(stream)) return DumpResult::noStream;
     const std::string shownName = escaped(name, std::string::npos);
     if (options.mode == DumpMode::listing) {
         if (options.isOneOfSeveral) std::fprintf(out, "%s:\n", shownName.c_str());

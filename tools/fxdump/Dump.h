@@ -18,6 +18,9 @@ struct DumpOptions {
 /// `faulty`: a check found a fault.
 enum class DumpResult { done, faulty, noStream };
 
+/// Whether a stream may begin with these bytes, which are some of it. False for none.
+bool mayBeStream(std::string_view bytes);
+
 /// Prints the stream to `out`, as a listing, as a graph or as JSON, or whether it is valid.
 /// Does not change the stream and makes none of its objects; the bytes may be arbitrary.
 /// `name` is the name of the stream.

@@ -114,13 +114,15 @@ struct Closer {
     }
 };
 
-// Returns false with the reason in errno.
+// Of what is no stream, which may be endless, reads only the beginning. Returns false with the
+// reason in errno.
 bool readAll(const std::string& path, std::string& bytes) {
     const std::unique_ptr<FILE, Closer> file(path == "-" ? stdin : std::fopen(path.c_str(), "rb"));
     if (file == nullptr) return false;
     char piece[1 << 16];
     for (size_t n = 0; (n = std::fread(piece, 1, sizeof piece, file.get())) > 0;) {
         bytes.append(piece, n);
+        if (!mayBeStream(bytes)) return true;
     }
     return std::ferror(file.get()) == 0;  // closing a file that was only read does not change errno
 }
