@@ -33,8 +33,8 @@ void cells(MakeWork makeWork, size_t limit) {
         double least = 1e18;
         const size_t used = std::min(n, limit);
         for (size_t round = n < 100000    ? 100000 / n
-                            : n == 100000 ? 2
-                                          : 1;
+                            : n == 100000 ? 10
+                                          : 3;
              n <= most && round > 0; --round) {
             auto work = makeWork(used);
             const double start = nanoseconds();
