@@ -29,6 +29,12 @@ char fxStr::emptyString = '\0';
 unsigned int fxStr::resizeIncrement = 10;
 int fxStr::delim_idx = -1;
 
+namespace {
+
+constexpr size_t leastBlock = 24;  // which malloc() hands out in any case
+
+}  // namespace
+
 // Construction.
 
 fxStr::fxStr(unsigned int n)
@@ -82,8 +88,11 @@ void fxStr::append(std::string_view text) {
     if (text.empty()) return;
     makeBlockOwn();
     if (!ownsBlock()) {
-        assignBytes(text.data(), text.size());
-        return;
+        if (text.size() >= leastBlock) {
+            assignBytes(text.data(), text.size());
+            return;
+        }
+        reserve(leastBlock);
     }
     size_t room = 0;
     const char* const from = makeRoom(text, true, room);
@@ -327,7 +336,6 @@ const char* fxStr::makeRoom(std::string_view more, bool isAppended, size_t& room
     room = knownRoom();
     if (needed <= room) return more.data();
     const size_t within = fxOffsetIn(data, slength, more.data());
-    constexpr size_t leastBlock = 24;  // which malloc() hands out in any case
     room = isAppended ? std::clamp<size_t>(2 * needed, leastBlock, UINT32_MAX) : needed;
     void* block = std::realloc(data, room);
     if (block == nullptr) block = fxGrowBlock(data, room = needed);
