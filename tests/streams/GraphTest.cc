@@ -462,7 +462,7 @@ TEST_F(Graph, FailuresAreAskedOfThePartItsHolderAndTheWhole) {
 
 TEST_F(Graph, MillionObjectsInAChainNeedNoStack) {
     onStackOf(size_t{256} << 10U, [] {
-        constexpr long count = 1000000;
+        constexpr long count = 1000000 / testShare;
         fxRef<Link> first;
         for (long i = count; i-- > 0;) {
             const fxRef<Link> link = fxMake<Link>();
