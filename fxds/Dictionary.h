@@ -232,10 +232,9 @@ protected:
     virtual unsigned long fingerprintKey(const void* key, unsigned long hash) const;
 
     /// The search function. This one returns a search by the hooks. The ready-made classes
-    /// return a direct search, which has their hooks built in and compares texts by all of
-    /// their bytes; their subclasses, which may have overridden the hooks, are searched by
-    /// them. A class of texts that overrides neither hashKey() nor compareKeys() can have
-    /// the direct search again:
+    /// return a direct search, which has their hooks built in; their subclasses, which may
+    /// have overridden the hooks, are searched by them. A class of texts that overrides neither
+    /// hashKey() nor compareKeys() can have the direct search again:
     ///
     ///     Finder* finder() const override { return finderFor(typeid(Names)); }
     typedef fxHashFinder<fxDictionary, fxDictBucket> Finder;

@@ -53,7 +53,9 @@ struct KeyHooks<Key, std::enable_if_t<std::is_same_v<Key, std::string> ||
 template <class Key>
 struct fxKeyHooks : fxDetail::KeyHooks<Key> {};
 
-/// Texts are equal up to their first zero byte.
+/// Texts are equal up to their first zero byte, but their hashes are of all bytes: texts that
+/// differ only behind one are the same key in a table where they share a chain, and two keys in
+/// another. So keys should have no zero byte.
 template <>
 struct FX_API fxKeyHooks<fxStr> {
     static unsigned long hash(const fxStr& key) { return key.hash(); }
