@@ -285,12 +285,14 @@ public:
     ///@}
 
     ///@{
-    /// For elements of a container whose number is only a claim of the stream:
-    /// countElement() returns false when, since bytesPassed() was `before`, no byte has
-    /// passed, and too many elements of a graph were like this. A transcriber that does not
+    /// Requests memory for a value that may have few bytes of the stream, or none; see
+    /// fxXdrClaim(). False, which is refused, when all requests of a graph exceed 64 MB and
+    /// `memoryOfByte` for each byte of it that has passed. A writer refuses what a reader
+    /// would. bytesPassed() returns the number of bytes so far; a transcriber that does not
     /// count returns `uncounted`, as this one does, and admits all.
+    bool claimMemory(size_t byteCount);
+    static constexpr size_t memoryOfByte = 256;  ///< Bytes.
     virtual size_t bytesPassed() const;
-    bool countElement(size_t before);
     static constexpr size_t uncounted = ~size_t{0};
     ///@}
 
@@ -346,9 +348,14 @@ protected:
     /// stored as in this machine, and no subclass takes part in reading them.
     fxReadyRecords* ready = nullptr;
 
-    size_t attemptBegan = 0;                ///< placesNoted() when the innermost attempt() began.
-    unsigned int elementsWithoutBytes = 0;  ///< Of the graph; see countElement().
-    const fxXdrWithin* within = nullptr;    ///< The innermost one, or null.
+    /// A graph begins: requests of memory, up to the next one, are counted anew.
+    void beginClaims() {
+        claimed = 0;
+        claimedSince = bytesPassed();
+    }
+
+    size_t attemptBegan = 0;              ///< placesNoted() when the innermost attempt() began.
+    const fxXdrWithin* within = nullptr;  ///< The innermost one, or null.
 
     /// Receives a fault; borrowed. Null: faults are fatal.
     fxStreamFault* answer = nullptr;
@@ -369,6 +376,8 @@ private:
     }
 
     unsigned int nesting = 0;
+    size_t claimed = 0;       // bytes of memory
+    size_t claimedSince = 0;  // bytesPassed() when that was 0
 
     /// Records where an attempt began, until it ends. Only the innermost one is used, and
     /// none is corrected, so a number is enough and no registered walk is needed.

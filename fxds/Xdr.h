@@ -195,6 +195,8 @@ struct fxXdrRecord {
 
     // The class's own part only: a base part travels through its own record.
     static fxBool transcribe(void* object, fxTranscriber& transcriber) {
+        constexpr size_t recordBytes = 16;  // of the object and a pointer to it, at least
+        if (!fxXdrClaim<C, recordBytes>(transcriber)) return 0;
         C* const self = static_cast<C*>(object);
         const bool isDone = self->C::xdr(transcriber) != 0;
         // An object that is exactly a C has no xdrSuccess() or xdrFail() to be called later.
@@ -556,7 +558,7 @@ struct fxXdrStd<std::unique_ptr<T>> {
                 const bool isOther = !t.isReading() && isThere && typeid(*v) != typeid(T);
                 if (isOther) return t.refuse(fxXdrUnreadable);
             }
-            if (!nesting || !fxXdr(t, isThere)) return false;
+            if (!nesting || !fxXdr(t, isThere) || (isThere && !fxXdrClaim<T, 1>(t))) return false;
             if (t.isReading()) v = isThere ? std::make_unique<T>() : nullptr;
             static constexpr fxTranscriber::Container kind = {
                 [](const void* field) {

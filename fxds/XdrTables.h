@@ -14,6 +14,8 @@ namespace fxDetail {
 // Transcribes a T at a place, which is raw before it is read, and after a failure.
 template <class T>
 bool xdrInPlace(fxTranscriber& t, void* place) {
+    constexpr size_t chainBytes = 4;  // of 8 in each entry, for its key and its value
+    if (!fxXdrClaim<T, chainBytes>(t)) return false;
     T* const value = t.isReading() ? new (place) T() : static_cast<T*>(place);
     struct Undo {
         ~Undo() {

@@ -24,8 +24,9 @@
 // as it would be alone. A number of parts that the type does not fix comes first, as an
 // unsigned int. docs/stream-format.md has the table.
 //
-// A claimed size costs nothing: containers grow as their elements arrive, and values nest
-// up to `fxXdrNesting::most` deep.
+// A claimed size costs nothing: containers grow as their elements arrive, memory is claimed
+// by fxXdrClaim() where few bytes may ask for much, and values nest up to
+// `fxXdrNesting::most` deep.
 
 template <class T>
 bool fxXdr(fxTranscriber& t, T& v);
@@ -196,9 +197,10 @@ struct fxXdrStd<std::basic_string<char, Traits, A>> {
 /// Appends to the vector, and informs the reader when the elements move.
 template <class T, class A>
 void fxXdrAppend(fxTranscriber& t, std::vector<T, A>& v) {
+    constexpr size_t first = 1 + 256 / sizeof(T);  // a vector of vectors may have many of one
     if (v.size() == v.capacity()) {
         std::vector<T, A> roomier;
-        roomier.reserve(2 * v.size() + 16);
+        roomier.reserve(2 * v.size() + first);
         for (T& element : v) roomier.push_back(std::move(element));
         t.placesMoved(v.data(), v.size() * sizeof(T), roomier.data());
         v.swap(roomier);
@@ -257,24 +259,25 @@ bool fxXdrParts(fxTranscriber& t, Parts& v, Write write, ReadOne readOne) {
     return fxXdrParts(t, v, write, readOne, &v, kind);
 }
 
-/// Whether each T has bytes in the stream. Those of a class of the program may have none.
+/// A number of bytes that each T has in the stream at least. Those of a class of the program
+/// may have none.
 template <class T>
-inline constexpr bool fxXdrHasBytes =
-    fxXdrStd<T>::isKnown || std::is_arithmetic_v<T> || std::is_enum_v<T> || fxXdrIsLate<T>;
+inline constexpr size_t fxXdrLeast = std::is_arithmetic_v<T> || std::is_enum_v<T>
+                                         ? sizeof(T)
+                                         : size_t{fxXdrStd<T>::isKnown || fxXdrIsLate<T>};
 template <class A, class B>
-inline constexpr bool fxXdrHasBytes<std::pair<A, B>> = fxXdrHasBytes<A> || fxXdrHasBytes<B>;
+inline constexpr size_t fxXdrLeast<std::pair<A, B>> = fxXdrLeast<A> + fxXdrLeast<B>;
 template <class T, size_t count>
-inline constexpr bool fxXdrHasBytes<std::array<T, count>> = fxXdrHasBytes<T>;
+inline constexpr size_t fxXdrLeast<std::array<T, count>> = count* fxXdrLeast<T>;
 
-/// An element whose number is only a claim of the stream.
-template <class T>
-bool fxXdrElement(fxTranscriber& t, T& element) {
-    if constexpr (fxXdrHasBytes<T>) {
-        return fxXdr(t, element);
-    } else {
-        const size_t before = t.bytesPassed();
-        return fxXdr(t, element) && t.countElement(before);
-    }
+/// Requests the memory of a T that the stream is about to have made, with `more` bytes
+/// beside its own, unless that is in proportion to them in any case. Each T counts for 64
+/// bytes more than its size: for the node that it is in, and the time that it takes.
+template <class T, size_t more = 0>
+bool fxXdrClaim(fxTranscriber& t) {
+    constexpr size_t memory = sizeof(T) + 64;
+    constexpr bool isSmall = memory <= fxTranscriber::memoryOfByte * (fxXdrLeast<T> + more);
+    return isSmall || t.claimMemory(memory);
 }
 
 template <class T, class A>
@@ -286,10 +289,11 @@ struct fxXdrStd<std::vector<T, A>> {
             return fxXdrNumbers(t, v);
         } else {
             return fxXdrParts(
-                t, v, [&t](T& element) { return fxXdrElement(t, element); },
+                t, v, [&t](T& element) { return fxXdrClaim<T>(t) && fxXdr(t, element); },
                 [&] {
+                    if (!fxXdrClaim<T>(t)) return false;
                     fxXdrAppend(t, v);
-                    return fxXdrElement(t, v.back());
+                    return fxXdr(t, v.back());
                 });
         }
     }
@@ -348,17 +352,19 @@ struct fxXdrStd<std::optional<T>> {
 template <class Map>
 bool fxXdrEntries(fxTranscriber& t, Map& v) {
     typedef typename Map::key_type Key;
+    typedef std::pair<Key, typename Map::mapped_type> Entry;
     static_assert(fxXdrIsWhole<Key>,
                   "a key must be whole when it is read: a number, an enumeration, a std::string, "
                   "or made of these");
     return fxXdrParts(
         t, v,
         [&t](auto& entry) {
-            return fxXdr(t, const_cast<Key&>(entry.first)) && fxXdr(t, entry.second);
+            return fxXdrClaim<Entry>(t) && fxXdr(t, const_cast<Key&>(entry.first)) &&
+                   fxXdr(t, entry.second);
         },
         [&] {
             Key key{};
-            if (!fxXdr(t, key)) return false;
+            if (!fxXdrClaim<Entry>(t) || !fxXdr(t, key)) return false;
             const auto made = v.try_emplace(std::move(key));
             return made.second && fxXdr(t, made.first->second);
         });

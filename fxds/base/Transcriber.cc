@@ -75,10 +75,14 @@ void fxTranscriber::countsBlock(unsigned int&) {}
 
 size_t fxTranscriber::bytesPassed() const { return uncounted; }
 
-bool fxTranscriber::countElement(size_t before) {
-    constexpr unsigned int most = 1U << 16U;
-    if (before == uncounted || bytesPassed() != before) return true;
-    return ++elementsWithoutBytes <= most || refuse("too many elements without content");
+bool fxTranscriber::claimMemory(size_t byteCount) {
+    constexpr size_t free = size_t{1} << 26U;
+    claimed += byteCount;
+    if (claimed <= free) return true;
+    const size_t passed = bytesPassed();
+    if (passed == uncounted) return true;
+    const bool isGranted = claimed - free <= memoryOfByte * (passed - claimedSince);
+    return isGranted || refuse("too much memory for so few bytes");
 }
 
 bool fxTranscriber::embeds(const void*) { return true; }

@@ -272,10 +272,7 @@ void fxBinaryReader::countsBlock(unsigned int& count) {
     graph->noteCount(&count);
 }
 
-// Another number after each byte that was taken: the left bytes are fewer than 2^32.
-size_t fxBinaryReader::bytesPassed() const {
-    return (records->recordAt() << 32U) - records->left();
-}
+size_t fxBinaryReader::bytesPassed() const { return records->taken(); }
 
 /// The scope of one reading. If the graph is not complete at its end, also by an exception of a
 /// record's function, all objects made are destroyed and nothing more is read.
@@ -283,8 +280,8 @@ struct fxBinaryReader::Reading {
     explicit Reading(fxBinaryReader& reader_) : reader(reader_) {
         reader.isBusy = true;
         reader.bodyType = nullptr;
-        reader.elementsWithoutBytes = 0;
         reader.records->enterWindow();
+        reader.beginClaims();
         if (reader.hasOwnNumbers() && !fxStreamTrace::isOn()) {
             reader.ready = &reader.records->ready;
         }

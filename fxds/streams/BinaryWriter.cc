@@ -320,8 +320,8 @@ bool fxBinaryWriter::embeds(const void* object) {
 // Of what a helper writes. A string's own block is not shared.
 void fxBinaryWriter::countsBlock(unsigned int&) { blockOf = sharingField; }
 
-// Another number after each byte or record that was put.
-size_t fxBinaryWriter::bytesPassed() const { return outgoing->total() + used + (tag != fxTagData); }
+// No more than a reader counts at the same place, which has the head of the record being built.
+size_t fxBinaryWriter::bytesPassed() const { return outgoing->total() + used; }
 
 bool fxBinaryWriter::isEmbedded(const void* object) const { return embedded->has(object); }
 
@@ -352,6 +352,7 @@ public:
     explicit Graph(fxBinaryWriter& writer_)
         : writer(writer_), inGraph(writer.isInGraph, true), collecting(*writer.outgoing) {
         writer.waiting->dying = fxStackPart::beneath(this);
+        writer.beginClaims();
     }
     Graph(const Graph&) = delete;
     Graph& operator=(const Graph&) = delete;

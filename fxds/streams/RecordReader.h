@@ -138,6 +138,9 @@ public:
     void enterWindow() { mark = *source->next; }
     ///@}
 
+    /// Number of bytes of the stream that have been taken. Perhaps some of the payload, up to
+    /// the size of the staging buffer, is among them before its values are.
+    size_t taken() const { return takenUpTo(*source->next); }
     /// Number of bytes of the stream before the current record.
     size_t recordAt() const { return ready.record != nullptr ? takenUpTo(ready.record) : headAt; }
 
@@ -159,7 +162,6 @@ private:
     [[gnu::noinline]] bool readName();
     bool get(char* bytes, size_t byteCount);
     bool takeRecords(char*& bytes, size_t& byteCount);
-    size_t taken() const { return takenUpTo(*source->next); }
     size_t takenUpTo(const char* next) const { return marked + static_cast<size_t>(next - mark); }
 
     fxStream* stream;

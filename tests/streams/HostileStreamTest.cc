@@ -406,6 +406,7 @@ TEST_F(HostileStream, CountsAndDepthOfValuesCostNothing) {
     EXPECT_FALSE(reads("2 1 5 1 6", std::map<int, int>()));  // a key that comes twice
     EXPECT_FALSE(reads("1*200000", Deep()));
     EXPECT_FALSE(reads("0xFFFFFFFF", std::vector<std::pair<Weightless, Weightless>>()));
+    EXPECT_TRUE(reads("1024", std::vector<Weightless>()));
     const auto keeps = [](auto value, const char* number = "=x") {  // one byte of a number
         HeldStream stream(records(std::string("d ") + number));
         fxBinaryReader reader(stream, 0x1122, 0x33445566, "ieee");

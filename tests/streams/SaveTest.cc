@@ -71,6 +71,12 @@ TRANSCRIBED(Wilful, 1, Listed) {
     return rest() || way == ignores;
 }
 
+class Large : public Listed {
+    FX_TRANSCRIBABLE(Large)
+    Weightless cache;
+};
+TRANSCRIBED(Large, 1, Listed) { return t.isReading() || true; }
+
 class Save : public testing::Test {
 protected:
     static void SetUpTestSuite() { fxInitializeToolkit(); }
@@ -138,7 +144,14 @@ TEST_F(Save, WhatCannotBeSavedSaysWhy) {
     double numbers[3] = {}, *block = numbers;
     unsigned int two = 2, three = 3, many = 0x10000000;
     long double huge = 1e4000L;
-    std::vector<Weightless> empty(65536);
+    std::vector<Weightless> empty(1024);
+    std::map<int, Weightless> map;
+    fxXdrDictionary<int, Weightless> table;
+    map[0], table[0];
+    auto value = std::make_unique<Weightless>();
+    auto object = std::make_unique<Large>();
+    std::string longText(300000, ' ');
+    const char heavy[] = "too much memory for so few bytes";
     fxStrSet set(1U << 23);
     fxTranscriber* on = nullptr;
     const auto all = [&](auto&... fields) { return [&] { return fxXdrAll(*on, fields...); }; };
@@ -157,7 +170,12 @@ TEST_F(Save, WhatCannotBeSavedSaysWhy) {
         {"a block with two counts", blocks(two, three)},
         {"a block of 2 GB or more", [&] { return fxXdrBlock(*on, block, many); }},
         {"a long double beyond the range of a double", all(huge)},
-        {"too many elements without content", all(empty, empty)},
+        {"", all(empty, longText, empty)},
+        {heavy, all(empty, empty)},
+        {heavy, all(empty, map)},
+        {heavy, all(empty, table)},
+        {heavy, all(empty, value)},
+        {heavy, all(empty, object)},
         {"tables with too many chains", all(set, set, set)},
     };
     const std::string guide = contents(FXDS_SOURCE_DIR "/docs/guide/saving.md");
@@ -167,6 +185,14 @@ TEST_F(Save, WhatCannotBeSavedSaysWhy) {
         EXPECT_EQ(fxSave(path, root).reason, reason);
         EXPECT_NE(guide.find(reason), std::string::npos);
     }
+    // Each graph has as much.
+    Wilful::fields = [&](fxTranscriber& t) { return fxXdr(t, empty); };
+    HeldStream stream;
+    fxBinaryWriter writer(stream);
+    ASSERT_TRUE(fxWriteObject(writer, &root) && fxWriteObject(writer, &root));
+    fxBinaryReader reader(stream, 0x1122, 0x33445566, "ieee");
+    fxReadObject<Wilful>(reader), fxReadObject<Wilful>(reader);
+    EXPECT_EQ(empty.size(), 1024U);
     Wilful::fields = nullptr;
     static_cast<void>(twin.release());
     static_cast<void>(ref.release());
