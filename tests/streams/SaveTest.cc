@@ -77,6 +77,11 @@ class Large : public Listed {
 };
 TRANSCRIBED(Large, 1, Listed) { return t.isReading() || true; }
 
+/// Says that it is longer than it is.
+struct Vast : std::string {
+    static size_t size() { return size_t{1} << 32U; }
+};
+
 class Save : public testing::Test {
 protected:
     static void SetUpTestSuite() { fxInitializeToolkit(); }
@@ -151,6 +156,7 @@ TEST_F(Save, WhatCannotBeSavedSaysWhy) {
     auto value = std::make_unique<Weightless>();
     auto object = std::make_unique<Large>();
     std::string longText(300000, ' ');
+    Vast vast;
     const char heavy[] = "too much memory for so few bytes";
     fxStrSet set(1U << 23);
     fxTranscriber* on = nullptr;
@@ -176,6 +182,7 @@ TEST_F(Save, WhatCannotBeSavedSaysWhy) {
         {heavy, all(empty, table)},
         {heavy, all(empty, value)},
         {heavy, all(empty, object)},
+        {"more than 4294967295 elements", [&] { return fxXdrNumbers(*on, vast); }},
         {"tables with too many chains", all(set, set, set)},
     };
     const std::string guide = contents(FXDS_SOURCE_DIR "/docs/guide/saving.md");

@@ -372,6 +372,10 @@ TEST_F(Writer, StaysFailed) {
         OpenWriter spent(bytes);
         spent.nextId = 0x80000000 - last;
         EXPECT_FALSE(fxWriteObject(spent, &text) || spent.flush());
+        const std::string reason = "more objects than a stream has numbers for";
+        EXPECT_EQ(spent.objection()->reason, reason);
+        EXPECT_NE(contents(FXDS_SOURCE_DIR "/docs/guide/saving.md").find("| " + reason + " |"),
+                  std::string::npos);
         spent.reset();
         EXPECT_FALSE(fxXdr(spent, text) || fxWriteObject(spent, &text));
     }
