@@ -10,7 +10,6 @@
 #include "fxds/Globals.h"
 #include "fxds/Save.h"
 #include "fxds/StdioStream.h"
-#include "fxds/streams/RecordFormat.h"
 #include "tests/support/FatalCatcher.h"
 #include "tests/support/RichGraph.h"
 #include "tests/support/TestSeed.h"
@@ -452,18 +451,14 @@ std::string someRecords(std::mt19937& rng) {
         return std::uniform_int_distribution<unsigned int>(0, most)(rng);
     };
     const unsigned int oddity = 1U << below(12);
-    unsigned int id = 0;
+    unsigned int id = 0, bytes = 0;
     std::string all;
     while (all.size() < 400000) {
         const unsigned int length = below(oddity) != 0 ? 512 : below(1U << (1 + below(17)));
-        const unsigned int tag = below(oddity) != 0 ? fxTagData : fxTagType;
-        char head[fxRecordFormat::maxHeadBytes];
-        all.append(head, fxRecordFormat::putLength(head, tag, length));
-        if (tag == fxTagType) {
-            fxRecordFormat::putWord(head, ++id);
-            all.append(head, 4).append("Node", 5);
-        }
-        for (unsigned int i = 0; i < length; ++i) all += static_cast<char>(all.size() * 7 % 251);
+        std::string payload(length, '?');
+        for (char& byte : payload) byte = static_cast<char>(++bytes * 7 % 251);
+        const bool isData = below(oddity) != 0;
+        all += record(isData ? 0 : 2, isData ? "" : word(++id) + payloadOf("=Node~"), payload);
     }
     all.resize(all.size() - (below(1) != 0 ? below(static_cast<unsigned int>(all.size())) : 0));
     return all;
