@@ -215,13 +215,13 @@ void fxArray::getmem() {
         std::size_t{blockBytes} + (blockBytes < page ? blockBytes : blockBytes / 2);
     std::size_t bytes = blockBytes;
     if (maxBytes > blockBytes) {
-        bytes = std::min<std::size_t>(std::max<std::size_t>(maxBytes, roomy),
+        bytes = std::min<std::size_t>(fxWholeBlock(std::max<std::size_t>(maxBytes, roomy)),
                                       std::numeric_limits<unsigned int>::max());
     } else if (maxBytes < blockBytes / 2) {
         bytes = maxBytes;
     }
     if (bytes == blockBytes) return;
-    data = static_cast<char*>(fxGrowBlock(data, bytes));
+    data = static_cast<char*>(fxGrowBlock(data, blockBytes, bytes));
     blockBytes = static_cast<unsigned int>(bytes);
 }
 

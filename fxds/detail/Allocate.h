@@ -4,9 +4,11 @@
 #ifndef FXDS_DETAIL_ALLOCATE_H
 #define FXDS_DETAIL_ALLOCATE_H
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
+#include <cstring>
 
 #include "fxds/Fatal.h"
 
@@ -26,12 +28,26 @@ inline void* fxNewZeroBlock(size_t bytes) {
     return block;
 }
 
+/// The size of the block that malloc() makes for `bytes` bytes, all of which may be asked
+/// for.
+inline size_t fxWholeBlock(size_t bytes) { return ((bytes + 7) | 15) - 7; }
+
 /// Resizes a block as realloc() does; `block` may be null. Fatal on failure.
 /// Requires: bytes >= 1.
 inline void* fxGrowBlock(void* block, size_t bytes) {
     block = std::realloc(block, bytes);
     if (block == nullptr) fxFatal("out of memory for %zu bytes", bytes);
     return block;
+}
+
+/// The same for a block, or null, of at least `used` bytes, which stay. A small block is
+/// copied: malloc() keeps small ones at hand, where realloc() looks for room beside the old.
+inline void* fxGrowBlock(void* block, size_t used, size_t bytes) {
+    if (bytes > 2048) return fxGrowBlock(block, bytes);
+    void* const resized = fxNewBlock(bytes);
+    if (block != nullptr) std::memcpy(resized, block, std::min(used, bytes));
+    std::free(block);
+    return resized;
 }
 
 /// `bytes` as a 32-bit length field holds it; fatal when it does not fit.
