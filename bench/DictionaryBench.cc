@@ -38,7 +38,8 @@ struct NamesLike {
 // Short enough for a std::string to need no block.
 constexpr char shortPattern[] = "%d.level";
 typedef NamesLike<shortPattern> Names;
-constexpr char longPattern[] = "%d/sampler/level/output";
+// Of 16 characters, one more than such a std::string holds.
+constexpr char longPattern[] = "%09d.output";
 typedef NamesLike<longPattern> LongNames;
 // Different only in bytes that fxStr::hash() does not use.
 constexpr char alikePattern[] = "/machine/sampler/level/%d";
