@@ -404,6 +404,7 @@ TEST_F(Streams, GraphsCostAsMuchHoweverManyCameBefore) {
         if (steps.size() > 2 && steps[2] > 2 * steps[0]) kill(child, SIGKILL);
         ptrace(counts ? PTRACE_SINGLESTEP : PTRACE_CONT, child, nullptr, nullptr);
     }
+    if (steps.empty()) GTEST_SKIP() << "this machine forbids tracing";
     ASSERT_EQ(steps.size(), 3U);
     EXPECT_LE(steps[2], 2 * steps[0]);
 }
