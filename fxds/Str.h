@@ -46,7 +46,7 @@ public:
 
     // Construction.
 
-    fxStr() noexcept : slength(1), roomNote(0), data(&emptyString) {}
+    fxStr() noexcept : slength(1), room(0), data(&emptyString) {}
     /// `n` zero bytes.
     explicit fxStr(unsigned int n);
     /// The same for a plain int, so that a literal 0 is a count and no pointer.
@@ -157,12 +157,12 @@ public:
     void append(const char* s, unsigned int n = 0);
     void append(char c) {  ///< Also a zero byte.
         const unsigned int used = slength;
-        if (used >= knownRoom()) {
+        FX_ASSERT(hasRoom());
+        if (used >= room) {
             appendGrowing(c);
             return;
         }
         slength = used + 1;
-        roomNote += noteStep;
         char* const end = data + used;
         end[-1] = c;
         end[0] = '\0';
@@ -395,45 +395,30 @@ private:
         char* text;
     };
     fxStr(InEntry where, unsigned int lengthBytes) noexcept
-        : slength(lengthBytes), roomNote(inEntryNote), data(where.text) {}
-    static constexpr unsigned int inEntryNote = 0x3E0;  // no size has these lower bits
-    bool ownsBlock() const { return data != &emptyString && roomNote != inEntryNote; }
+        : slength(lengthBytes), room(inEntry), data(where.text) {}
+    static constexpr unsigned int inEntry = 1;  // which no block of a string has as its size
+    bool ownsBlock() const { return data != &emptyString && room != inEntry; }
     void dropBlock() {
         if (ownsBlock()) std::free(data);
     }
-    // Before the text grows, or its size is noted. The old text stays whole.
+    // Before the text grows, or its block. The old text stays whole.
     void makeBlockOwn() {
-        if (__builtin_expect(roomNote == inEntryNote, 0)) copyToOwnBlock();
+        if (__builtin_expect(room == inEntry, 0)) copyToOwnBlock();
     }
     void copyToOwnBlock();
     // Requires: this string owns no block, and is not `other`.
     void takeOver(fxStr& other) noexcept {
         other.makeBlockOwn();
         slength = std::exchange(other.slength, 1U);
-        roomNote = std::exchange(other.roomNote, 0U);
+        room = std::exchange(other.room, 0U);
         data = std::exchange(other.data, &emptyString);
     }
-    // The content of roomNote: the key of the address and the length that it was made for
-    // in the upper bits, a size of five significant bits in the lower ones.
-    static constexpr unsigned int sizeBits = 10;
-    static constexpr unsigned int mantissaBits = 5;
-    static constexpr unsigned int noteStep = 0x9E3779B1U << sizeBits;
-    unsigned int noteKey() const {
-        const auto address = static_cast<unsigned int>(reinterpret_cast<uintptr_t>(data) >> 4);
-        return (address << sizeBits) + slength * noteStep;
-    }
-    // A lower bound of the block's size; 0 when none is noted.
-    size_t knownRoom() const {
-        const unsigned int size = roomNote - noteKey();
-        if (size >> sizeBits != 0) return 0;
-        return size_t{size & ((1U << mantissaBits) - 1)} << (size >> mantissaBits);
-    }
-    void setLength(unsigned int lengthBytes, size_t room);
+    bool hasRoom() const;
+    void setBlock(void* block, size_t bytes);
+    void setLength(unsigned int lengthBytes);
     void appendGrowing(char c);
-    const char* makeRoom(std::string_view more, bool isAppended, size_t& room);
+    const char* makeRoom(std::string_view more, bool isAppended);
     void reserve(size_t bytes);
-    static unsigned int noteShift(size_t bytes);
-    void noteRoom(size_t bytes);
     void assignBytes(const char* s, size_t n);
     void keepWritten(const char* fmt, va_list arguments);
     fxBool readText(fxTranscriber& transcriber);
@@ -445,9 +430,12 @@ private:
     std::optional<float> readFloat() const;
 
 public:
-    // The string itself. Programs may read these; only this class writes them.
-    unsigned int slength;   ///< Bytes in use, the terminating zero included: 1 when empty.
-    unsigned int roomNote;  ///< For append(): the size of the block, encoded; see knownRoom().
+    // The string itself. Programs may read these; only this class writes them. Another block
+    // comes by adopt(); in checked builds, append() notices one that was set here and is smaller.
+    unsigned int slength;  ///< Bytes in use, the terminating zero included: 1 when empty.
+    /// The bytes of the block, which append() may use; 0 when that is not known, 1 for the text
+    /// of a key in its entry.
+    unsigned int room;
     /// A malloc() block of ours, or &emptyString. The short text of a key lies in its entry.
     char* data;
 
@@ -476,7 +464,7 @@ struct hash<fxStr> {
 inline void fxStr::clear() {
     dropBlock();
     slength = 1;
-    roomNote = 0;
+    room = 0;
     data = &emptyString;
 }
 

@@ -1,5 +1,7 @@
 #include "fxds/Str.h"
 
+#include <malloc.h>
+
 #include <algorithm>
 #include <cctype>
 #include <cstdint>
@@ -14,13 +16,12 @@
 //
 // Invariants, between any two calls:
 // (1) data[slength - 1] is zero, and slength is at least 1.
-// (2) A string owns its block if and only if data != &emptyString and roomNote is not
-//     inEntryNote; the length does not matter.
+// (2) A string owns its block if and only if data != &emptyString and room is not
+//     inEntry; the length does not matter.
 // (3) An empty string points at emptyString: an operation that removes the last
 //     byte frees the block (clear()).
-// (4) roomNote is 0 or inEntryNote, or knownRoom() is no more than what the block has.
-// The note is good for one address and one length only. So a block or a length that is set
-// without it, also by a program, makes it void, and the next append gets a new block.
+// (4) Unless it is inEntry, room is no more than what the block has, and 0 without one:
+//     what sets `data` sets `room`, too.
 // A source may lie in the own block: a function has either finished with the source before
 // the block moves, or finds it again by its offset.
 
@@ -37,12 +38,11 @@ constexpr size_t leastBlock = 24;  // which malloc() hands out in any case
 
 // Construction.
 
-fxStr::fxStr(unsigned int n)
-    : slength(fxLengthField(size_t{n} + 1)), roomNote(0), data(&emptyString) {
+fxStr::fxStr(unsigned int n) : slength(fxLengthField(size_t{n} + 1)), room(0), data(&emptyString) {
     if (n == 0) {
         emptyString = '\0';
     } else {
-        data = static_cast<char*>(fxNewZeroBlock(slength));
+        setBlock(fxNewZeroBlock(slength), slength);
     }
 }
 
@@ -94,10 +94,9 @@ void fxStr::append(std::string_view text) {
         }
         reserve(leastBlock);
     }
-    size_t room = 0;
-    const char* const from = makeRoom(text, true, room);
+    const char* const from = makeRoom(text, true);
     std::memmove(data + length(), from, text.size());  // may reach over the terminator
-    setLength(slength + static_cast<unsigned int>(text.size()), room);
+    setLength(slength + static_cast<unsigned int>(text.size()));
 }
 
 void fxStr::appendGrowing(char c) { append(std::string_view(&c, 1)); }
@@ -114,13 +113,12 @@ void fxStr::insert(std::string_view text, unsigned int pos) {
         assignBytes(text.data(), text.size());
         return;
     }
-    size_t room = 0;
-    const char* const from = makeRoom(text, false, room);
+    const char* const from = makeRoom(text, false);
     const auto n = static_cast<unsigned int>(text.size());
     const size_t within = fxOffsetIn(data, slength, from);
     char* gap = data + pos;
     std::memmove(gap + n, gap, slength - pos);
-    setLength(slength + n, room);
+    setLength(slength + n);
     if (within == fxOutside) {
         std::memcpy(gap, from, n);
         return;
@@ -140,10 +138,9 @@ void fxStr::remove(unsigned int start, unsigned int n) {
     }
     FX_ASSERT(start <= length() - n);
     makeBlockOwn();
-    const size_t room = knownRoom();
     char* gap = data + start;
     std::memmove(gap, gap + n, length() - start - n);
-    setLength(slength - n, room);
+    setLength(slength - n);
 }
 
 fxStr fxStr::cut(unsigned int start, unsigned int n) {
@@ -194,15 +191,13 @@ void fxStr::resize(unsigned int n, unsigned char) {
     makeBlockOwn();
     reserve(wanted);
     if (wanted > slength) std::memset(data + length(), 0, wanted - length());
-    setLength(wanted, knownRoom());
+    setLength(wanted);
 }
 
 void fxStr::setMaxLength(unsigned int n) {
     makeBlockOwn();
     if (!ownsBlock()) return;
-    const size_t bytes = size_t{std::max(n, length())} + 1;
-    const size_t rest = (size_t{1} << noteShift(bytes)) - 1;
-    reserve((bytes + rest) & ~rest);  // the size that the note can express
+    reserve(size_t{std::max(n, length())} + 1);
 }
 
 void fxStr::lower() {
@@ -282,64 +277,54 @@ void fxStr::adopt(char* block, unsigned int lengthBytes) {
     dropBlock();
     data = block;
     slength = lengthBytes;
-    roomNote = 0;
+    room = 0;
     if (lengthBytes == 1) clear();
 }
 
 // Private functions.
 
-// The shift of a size to its leading bits, which are all that the note keeps of it.
-unsigned int fxStr::noteShift(size_t bytes) {
-    const auto bits = static_cast<unsigned int>(64 - __builtin_clzl(bytes | 1));
-    return bits > mantissaBits ? bits - mantissaBits : 0;
+// Whether `room` is true, as long as only this class has set the block.
+bool fxStr::hasRoom() const { return room <= inEntry || room <= malloc_usable_size(data); }
+
+// `bytes` may exceed what a length can be.
+void fxStr::setBlock(void* block, size_t bytes) {
+    data = static_cast<char*>(block);
+    room = static_cast<unsigned int>(std::min<size_t>(bytes, UINT32_MAX));
 }
 
-// Sets the length and its terminator in a block that has `room` bytes at least.
-void fxStr::setLength(unsigned int lengthBytes, size_t room) {
+// Sets the length and its terminator, for which there is room.
+void fxStr::setLength(unsigned int lengthBytes) {
     slength = lengthBytes;
     data[length()] = '\0';
-    noteRoom(room);
-}
-
-// A length never exceeds the noted size, so that it stays within its field.
-void fxStr::noteRoom(size_t bytes) {
-    bytes = std::min<size_t>(bytes, UINT32_MAX);
-    const unsigned int shift = noteShift(bytes);
-    roomNote = noteKey() + (shift << mantissaBits | static_cast<unsigned int>(bytes >> shift));
 }
 
 void fxStr::copyToOwnBlock() {
-    char* const block = static_cast<char*>(fxNewBlock(slength));
+    void* const block = fxNewBlock(slength);
     std::memcpy(block, data, slength);
-    data = block;
-    noteRoom(slength);
+    setBlock(block, slength);
 }
 
 // Gives the block `bytes` bytes; the text and `slength` stay. Blocks never get
 // smaller.
 void fxStr::reserve(size_t bytes) {
     if (!ownsBlock()) {
-        data = static_cast<char*>(fxNewBlock(bytes));
+        setBlock(fxNewBlock(bytes), bytes);
         data[0] = '\0';
-    } else if (bytes > std::max<size_t>(slength, knownRoom())) {
-        data = static_cast<char*>(fxGrowBlock(data, bytes));
-    } else {
-        return;
+    } else if (bytes > std::max(slength, room)) {
+        setBlock(fxGrowBlock(data, slength, bytes), bytes);
     }
-    noteRoom(bytes);
 }
 
 // Gives the block room for `more` behind the text, and returns where `more` lies
 // then: it may be in the block. The string owns its block.
-const char* fxStr::makeRoom(std::string_view more, bool isAppended, size_t& room) {
+const char* fxStr::makeRoom(std::string_view more, bool isAppended) {
     const size_t needed = fxLengthField(slength + more.size());
-    room = knownRoom();
     if (needed <= room) return more.data();
     const size_t within = fxOffsetIn(data, slength, more.data());
-    room = isAppended ? std::clamp<size_t>(2 * needed, leastBlock, UINT32_MAX) : needed;
-    void* block = std::realloc(data, room);
-    if (block == nullptr) block = fxGrowBlock(data, room = needed);
-    data = static_cast<char*>(block);
+    size_t bytes = isAppended ? std::clamp<size_t>(2 * needed, leastBlock, UINT32_MAX) : needed;
+    void* block = std::realloc(data, bytes);
+    if (block == nullptr) block = fxGrowBlock(data, bytes = needed);
+    setBlock(block, bytes);
     return within != fxOutside ? data + within : more.data();
 }
 
@@ -351,17 +336,15 @@ void fxStr::assignBytes(const char* s, size_t n) {
     }
     const unsigned int bytes = fxLengthField(std::max(n, n + 1));  // which may wrap
     const unsigned int count = bytes - 1;  // n, and in 32 bits for the compiler, too
-    size_t room = ownsBlock() ? std::max<size_t>(slength, knownRoom()) : 0;
-    if (bytes <= room) {
+    if (ownsBlock() && bytes <= std::max(slength, room)) {
         std::memmove(data, s, count);
     } else {
-        room = bytes;
-        char* block = static_cast<char*>(fxNewBlock(room));
+        void* const block = fxNewBlock(bytes);
         std::memcpy(block, s, count);
         dropBlock();
-        data = block;
+        setBlock(block, bytes);
     }
-    setLength(bytes, room);
+    setLength(bytes);
 }
 
 // Comparison.

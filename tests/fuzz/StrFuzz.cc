@@ -95,11 +95,10 @@ void edit(FuzzInput& input, fxStr& s, std::string& model) {
         default:
             if (isCounted) s = fxStr(std::move(s));
             s.setMaxLength(count);
-            if (isOwn && !s.isEmpty()) {  // another block, by both ways, has no room behind
+            if (isOwn && !s.isEmpty()) {  // another block has no room behind
                 char* const block = static_cast<char*>(std::malloc(s.slength));
                 std::memcpy(block, s.data, s.slength);
-                if (isCounted) s.adopt(block, s.slength);
-                if (!isCounted) std::free(std::exchange(s.data, block));
+                s.adopt(block, s.slength);
                 FUZZ_REQUIRE(s.data == block);
             }
             for (unsigned int i = 0; i <= count % 50; ++i) s.append(static_cast<char>(target));

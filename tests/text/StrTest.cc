@@ -362,5 +362,7 @@ TEST(StrDeathTest, CheckedBuildsTestRanges) {
     EXPECT_DEATH(s.insert("x", 4), "precondition");
     EXPECT_DEATH(s.replace("xy", 2), "precondition");
     EXPECT_DEATH(s[-1], "precondition");
+    s.setMaxLength(1000);  // and that nothing else sets the block
+    EXPECT_DEATH((s.data = strdup("abc"), s.append('d')), "precondition");
 }
 #endif
