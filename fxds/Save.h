@@ -120,12 +120,15 @@ fxLoaded<C> load(Source& source) {
 /// name meanwhile matters. If something else is at the path by then, it is replaced only if
 /// it is a file; a symbolic link is not followed then.
 ///
-/// After a failure, and when an xdr() throws, the new file is removed, and the
-/// old one is as it was. Only when the folder cannot be synced is the new one in place
-/// already, and may not outlive a loss of power. A limit on the size of files fails like a full
-/// disk only where SIGXFSZ is ignored; otherwise the signal ends the program and the new file
-/// stays beside the old one. A process that an xdr() forks must end by exec() or _exit():
-/// exit() writes the bytes that wait in its copy of the buffer.
+/// After a failure, and when an xdr() throws, the new file is removed, and the old one is as it
+/// was. Only when the folder cannot be synced is the new one in place already, and may not
+/// outlive a loss of power. A limit on the size of files fails like a full disk, with EFBIG:
+/// SIGXFSZ is blocked in this thread while bytes go to the system, but not while an xdr() runs.
+///
+/// The save belongs to the process that calls. However a process that was forked meanwhile
+/// ends, it leaves both files alone; if it returns from the xdr(), its copy of the save fails
+/// with ECANCELED. Only when this process itself ends in an xdr(), by exit() or a signal, does
+/// the new file stay beside the old one.
 template <class C>
 [[nodiscard]] fxStreamFault fxSave(const fxDetail::FilePath& path, C* root) {
     return fxDetail::save<C>(path, root);

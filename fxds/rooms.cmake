@@ -16,7 +16,7 @@ fxds_room(base
   HEADERS Config Counted Fatal RCObj Ref Stream StreamFault Transcriber TypeObj XDRObj
   DETAIL Allocate FilePath Hold Mix MovesAsBytes NestedRelease Owned ReadyRecords Walk
   PRIVATE ChunkList CopyShort FreeLists OpenFile PackedInts QuietWrite Scoped StackBounds StartUp
-    StreamTrace Utf8
+    StreamTrace Uninterrupted Utf8
   SOURCES Counted Fatal FreeLists NestedRelease RCObj Stream StreamFault StreamTrace Transcriber
     TypeObj XDRObj)
 
@@ -47,10 +47,10 @@ fxds_room(streams
   ON containers
   HEADERS BinaryReader BinaryTranscriber BinaryWriter CheckStream MemoryStream Save StdioStream TypedStream
     Xdr XdrEvolution XdrTables XdrValues
-  PRIVATE AddressIndex AddressSet OutBuffer Ownership PartRoot ReaderEntry ReaderGraph ReaderNumbers
+  PRIVATE AddressIndex AddressSet NewFile OutBuffer Ownership PartRoot ReaderEntry ReaderGraph ReaderNumbers
     RecordFormat RecordParser RecordReader StreamMarks StreamWalk TextChunks WatchedContainers
     WriterStack
-  SOURCES BinaryReader BinaryTranscriber BinaryWriter CheckStream MemoryStream ReaderConverters
+  SOURCES BinaryReader BinaryTranscriber BinaryWriter CheckStream MemoryStream NewFile ReaderConverters
     ReaderFaults ReaderGraph RecordParser RecordReader Save StdioStream StreamHeader StreamWalk
     WriterRecords Xdr)
 

@@ -10,6 +10,8 @@
 #include <cstring>
 #include <string>
 
+#include "fxds/base/Uninterrupted.h"
+
 /// Returns a descriptor for reading the file at `path`; negative, with the reason in errno,
 /// when there is none. Only regular files are opened: reading others might never end, and
 /// opening alone can have an effect, such as letting the writers of a FIFO go on.
@@ -18,10 +20,8 @@ inline int fxOpenFile(const std::string& path) {
     struct stat status;
     if (::stat(path.c_str(), &status) != 0) return -1;
     if (S_ISREG(status.st_mode)) {
-        int fd;
-        do {
-            fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
-        } while (fd < 0 && errno == EINTR);
+        const int flags = O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
+        const int fd = fxUninterrupted([&] { return ::open(path.c_str(), flags); });
         if (fd < 0 || (fstat(fd, &status) == 0 && S_ISREG(status.st_mode))) return fd;
         ::close(fd);  // it has become something else
     }

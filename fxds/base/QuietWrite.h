@@ -1,4 +1,4 @@
-// Writes to a pipe or socket whose reader may be gone. Private to the library.
+// Writes that raise no signal. Private to the library.
 #ifndef FXDS_BASE_QUIETWRITE_H
 #define FXDS_BASE_QUIETWRITE_H
 
@@ -8,21 +8,23 @@
 #include <csignal>
 #include <ctime>
 
-/// A write() that fails with EPIPE instead of ending the program with SIGPIPE: the signal
-/// is blocked in this thread and consumed, unless one was pending before.
-inline ssize_t fxWriteWithoutSignal(int fd, const char* bytes, size_t count) {
-    sigset_t pipe;
+/// A write() that fails with EPIPE instead of ending the program with SIGPIPE, or with EFBIG
+/// instead of SIGXFSZ, if `signal` is that: it is blocked in this thread and consumed, unless
+/// one was pending before.
+inline ssize_t fxWriteWithoutSignal(int fd, const char* bytes, size_t count, int signal = SIGPIPE) {
+    sigset_t blocked;
     sigset_t before;
     sigset_t pending;
-    sigemptyset(&pipe);
-    sigaddset(&pipe, SIGPIPE);
-    pthread_sigmask(SIG_BLOCK, &pipe, &before);
+    sigemptyset(&blocked);
+    sigaddset(&blocked, signal);
+    pthread_sigmask(SIG_BLOCK, &blocked, &before);
     sigpending(&pending);
     const ssize_t written = write(fd, bytes, count);
     const int writesErrno = errno;
-    if (written < 0 && writesErrno == EPIPE && sigismember(&pending, SIGPIPE) == 0) {
+    const int itsErrno = signal == SIGPIPE ? EPIPE : EFBIG;
+    if (written < 0 && writesErrno == itsErrno && sigismember(&pending, signal) == 0) {
         const timespec noWait = {0, 0};
-        sigtimedwait(&pipe, nullptr, &noWait);
+        sigtimedwait(&blocked, nullptr, &noWait);
     }
     pthread_sigmask(SIG_SETMASK, &before, nullptr);
     errno = writesErrno;

@@ -10,6 +10,7 @@
 
 #include "fxds/MemoryStream.h"
 #include "fxds/StdioStream.h"
+#include "fxds/streams/NewFile.h"
 
 // Invariants:
 // (1) [bytes, next) holds the bytes that were put and are not yet in the stream.
@@ -26,7 +27,8 @@ public:
     explicit fxOutBuffer(fxStream* stream_) : stream(stream_) {
         if (stream == nullptr) return;
         const std::type_info& type = typeid(*stream);
-        mayCollect = type == typeid(fxStdioStream) || type == typeid(fxMemoryStream);
+        mayCollect = type == typeid(fxStdioStream) || type == typeid(fxMemoryStream) ||
+                     type == typeid(fxNewFile);
     }
 
     ///@{

@@ -4,23 +4,23 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <atomic>
 #include <cerrno>
 #include <climits>
-#include <cstdio>
 #include <exception>
 #include <memory>
 #include <string>
 
 #include "fxds/StdioStream.h"
 #include "fxds/base/OpenFile.h"
+#include "fxds/base/Uninterrupted.h"
+#include "fxds/streams/NewFile.h"
 
 // A file is replaced by renaming another one onto it, in the same folder, which is on the
 // same file system. Everything that may fail is tried before that: access to the path, the
 // folder, the new file, its bytes and their way to the disk.
 //
 // Invariants:
-// (1) Until NewFile::takePlace() the file at the path is untouched.
+// (1) Until fxNewFile::takePlaceOf() the file at the path is untouched.
 // (2) Every way out before that removes the new file: its destructor unlinks it.
 // (3) The folder is opened once. All later operations are relative to its descriptor, so a
 //     changed working folder or a renamed folder makes no difference.
@@ -34,15 +34,6 @@ struct Failure {
 // A failed system call ends the saving with its errno.
 int checked(int result) {
     if (result < 0) throw Failure{errno != 0 ? errno : EIO};
-    return result;
-}
-
-template <class Call>
-int uninterrupted(Call call) {
-    int result = -1;
-    do {
-        result = call();
-    } while (result < 0 && errno == EINTR);
     return result;
 }
 
@@ -103,47 +94,9 @@ private:
     void enter(const std::string& path, int mode) {
         const int from = folder != nullptr ? folder->fd : AT_FDCWD;
         const int flags = mode | O_DIRECTORY | O_CLOEXEC;
-        folder = std::make_unique<Descriptor>(::openat(from, path.c_str(), flags));
+        folder = std::make_unique<Descriptor>(
+            fxUninterrupted([&] { return ::openat(from, path.c_str(), flags); }));
     }
-};
-
-// The file that replaces another one, or is removed.
-class NewFile {
-public:
-    // Requires: `old` is null or a file that is replaced.
-    NewFile(const Target& target_, const struct stat* old) : target(target_) {
-        static std::atomic<unsigned int> count{0};
-        const unsigned int mode = old != nullptr ? S_IRUSR | S_IWUSR : 0666;
-        const std::string prefix = ".saving-" + std::to_string(::getpid()) + '-';
-        const int folder = target.folder->fd;
-        do {
-            name = prefix + std::to_string(++count);
-            fd = ::openat(folder, name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, mode);
-        } while (fd < 0 && (errno == EEXIST || errno == EINTR));
-        checked(fd);
-        if (old == nullptr) return;
-        const bool isOwned = ::fchown(fd, old->st_uid, old->st_gid) == 0;
-        const unsigned int bits = isOwned ? 07777U : 0777U;
-        if (::fchmod(fd, old->st_mode & bits) != 0) error = errno;
-    }
-    NewFile(const NewFile&) = delete;
-    NewFile& operator=(const NewFile&) = delete;
-    ~NewFile() {
-        if (!name.empty()) ::unlinkat(target.folder->fd, name.c_str(), 0);
-    }
-
-    void takePlace() {
-        const int folder = target.folder->fd;
-        checked(::renameat(folder, name.c_str(), folder, target.name.c_str()));
-        name.clear();
-    }
-
-    int fd = -1;    // not owned: a stream adopts it
-    int error = 0;  // from setting its permissions
-
-private:
-    const Target& target;
-    std::string name;  // empty once the file has the name of the target
 };
 
 // Keeps a stream from being deleted with its transcriber.
@@ -181,23 +134,14 @@ void saveAs(const Target& target, fxDetail::WriteRoot* writeRoot, void* root,
     struct stat old = {};
     const bool isThere = target.isThere(old);
     if (isThere) target.checkIsWritable();
-    NewFile file(target, isThere ? &old : nullptr);
-    fxStdioStream stream(file.fd, fxStream::fxStreamWrite);
-    if (stream.hasError()) {
-        ::close(file.fd);
-        throw Failure{ENOMEM};
-    }
-    if (file.error != 0) throw Failure{file.error};
-    fault = writeTo(stream, writeRoot, root);
-    if (fault) return;
-    errno = 0;
-    checked(stream.flush() ? 0 : -1);  // a full disk shows here at the latest
-    checked(uninterrupted([&] { return ::fsync(file.fd); }));
-    checked(stream.close() ? 0 : -1);
-    target.isThere(old);  // the path may lead to another file by now
-    file.takePlace();
+    fxNewFile file(target.folder->fd, isThere ? &old : nullptr);
+    fault = writeTo(file, writeRoot, root);
+    if (file.error() == 0 && fault) return;
+    if (!file.finish()) throw Failure{file.error()};  // a full disk shows here at the latest
+    target.isThere(old);                              // the path may lead to another file by now
+    if (!file.takePlaceOf(target.name)) throw Failure{file.error()};
     // Some file systems have nothing to sync.
-    if (uninterrupted([&] { return ::fsync(target.folder->fd); }) != 0 && errno != EINVAL) {
+    if (fxUninterrupted([&] { return ::fsync(target.folder->fd); }) != 0 && errno != EINVAL) {
         throw Failure{errno};
     }
 }
@@ -221,6 +165,7 @@ fxStreamFault fxDetail::saveRoot(const std::string& path, WriteRoot* write, void
     try {
         saveAs(Target(path), write, root, fault);
     } catch (const Failure& failure) {
+        fault = fxStreamFault();
         fault.kind = fxStreamFault::systemError;
         fault.error = failure.error;
         fault.reason = fxFileError(path, failure.error);

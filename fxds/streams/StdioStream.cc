@@ -10,6 +10,8 @@
 #include <typeinfo>
 #include <utility>
 
+#include "fxds/base/Uninterrupted.h"
+
 // Every operation comes down to get() or put() of a number of bytes. Both resume after an
 // interrupted system call, which fread() and fwrite() report by a short count, an error
 // flag and errno. The content of a FILE's buffer is lost, though, when its system call is
@@ -52,11 +54,7 @@ void keepFromLosing(FILE* file) {
 }
 
 int openUninterrupted(const char* path, int flags, unsigned int mode) {
-    int fd = -1;
-    do {
-        fd = ::open(path, flags, mode);
-    } while (fd < 0 && errno == EINTR);
-    return fd;
+    return fxUninterrupted([&] { return ::open(path, flags, mode); });
 }
 
 const char* fdopenMode(fxStream::fxStreamType type) {
@@ -208,10 +206,8 @@ bool fxStdioStream::takeBytes(void* bytes, size_t byteCount) {
 
 // Reads some bytes. 0 at the end, and after an error.
 size_t fxStdioStream::receive(char* place, size_t byteCount) {
-    ssize_t got = 0;
-    do {
-        got = hasEnded ? 0 : ::read(::fileno(file), place, byteCount);
-    } while (got < 0 && errno == EINTR);
+    const ssize_t got =
+        fxUninterrupted([&] { return hasEnded ? 0 : ::read(::fileno(file), place, byteCount); });
     hasEnded = got == 0;
     return got > 0 ? static_cast<size_t>(got) : 0;
 }
@@ -250,8 +246,8 @@ bool fxStdioStream::put(const void* bytes, size_t byteCount) {
 
 bool fxStdioStream::send(const char* bytes, size_t byteCount) {
     while (byteCount > 0) {
-        const ssize_t moved = ::write(::fileno(file), bytes, byteCount);
-        if (moved < 0 && errno == EINTR) continue;
+        const ssize_t moved =
+            fxUninterrupted([&] { return ::write(::fileno(file), bytes, byteCount); });
         if (moved <= 0) return false;
         bytes += moved;
         byteCount -= static_cast<size_t>(moved);

@@ -25,11 +25,13 @@
 namespace {
 std::string steps;
 char failingStep = 0;
+int failure = EIO;  // EINTR: once, and what was interrupted is done
 
 int step(char what) {
     steps += what;
     if (what != failingStep) return 0;
-    errno = EIO;
+    if (failure == EINTR) failingStep = 0;
+    errno = failure;
     return -1;
 }
 }  // namespace
@@ -43,7 +45,9 @@ extern "C" __attribute__((visibility("default"))) int fsync(int fd) {
 extern "C" __attribute__((visibility("default"))) int renameat(int folder, const char* from,
                                                                int other, const char* to) noexcept {
     const bool isNamed = std::string_view(from).substr(0, 8) == ".saving-";
-    return step(isNamed ? 'R' : 'r') != 0 ? -1 : renameat2(folder, from, other, to, 0);
+    if (step(isNamed ? 'R' : 'r') == 0) return renameat2(folder, from, other, to, 0);
+    if (errno == EINTR) renameat2(folder, from, other, to, 0), errno = EINTR;
+    return -1;
 }
 
 namespace {
@@ -292,8 +296,13 @@ TEST_F(Save, AFileIsReplacedAsAWhole) {
         EXPECT_EQ(fxSave(path, &another).text(), path + ": " + std::strerror(EIO));
         EXPECT_EQ(contents(path) == now, failing != 'D');
     }
-    failingStep = 0;
-    ASSERT_FALSE(fxSave(path, &root));
+    failure = EINTR;
+    for (const auto& [interrupted, all] : {std::pair('F', "FFRD"), {'R', "FRRD"}, {'D', "FRDD"}}) {
+        steps.clear();
+        failingStep = interrupted;
+        EXPECT_TRUE(!fxSave(path, &root) && steps == all);
+    }
+    failure = EIO;
     Wilful wilful;
     Wilful::act = [] { throw 1; };
     EXPECT_THROW(static_cast<void>(fxSave(path, &wilful)), int);
@@ -301,7 +310,7 @@ TEST_F(Save, AFileIsReplacedAsAWhole) {
     wilful.way = Wilful::refuses;
     EXPECT_EQ(fxSave(path, &wilful).text(), path + " cannot be saved: class Wilful, its way");
     const int before = openDescriptors();
-    signal(SIGXFSZ, SIG_IGN);
+    signal(SIGXFSZ, SIG_DFL);
     root.text = fxStr(std::string(100000, 'x').c_str());
     limit(RLIMIT_FSIZE, 0);
     EXPECT_EQ(fxSave(path.c_str(), &root).text(), path + ": " + std::strerror(EFBIG));
@@ -384,6 +393,29 @@ TEST_F(Save, WhatMovesMeanwhileIsFollowed) {
     EXPECT_TRUE(std::filesystem::is_symlink(target));
     Wilful::act = nullptr;
     EXPECT_EQ(filesIn(moved), 2);
+}
+
+// However it ends. Until then bytes wait to be written.
+TEST_F(Save, AForkedProcessLeavesTheFilesAlone) {
+    Wilful root;
+    const std::string whole = saved(&root);
+    const pid_t saving = getpid();
+    for (const bool returns : {false, true}) {
+        int end = -1;
+        Wilful::act = [&] {
+            sigset_t blocked;
+            pthread_sigmask(SIG_BLOCK, nullptr, &blocked);
+            EXPECT_EQ(sigismember(&blocked, SIGXFSZ), 0);
+            const pid_t child = fork();
+            if (child != 0) end = statusOf(child);
+            if (child == 0 && !returns) _exit(std::fflush(nullptr) + ECANCELED);  // as exit() does
+        };
+        const Fault fault = fxSave(path, &root);
+        if (getpid() != saving) _exit(fault.error);
+        EXPECT_TRUE(!fault && end == ECANCELED);
+        EXPECT_EQ(contents(path), whole);
+    }
+    Wilful::act = nullptr;
 }
 
 // Two classes may stand for one of two programs: they have one name in streams.
