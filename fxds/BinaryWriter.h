@@ -155,14 +155,14 @@ protected:
     /// written.
     bool writePrimPointer(const void* block, size_t byteCount, fxBinaryOTTag bodyTag);
 
-    unsigned int nextId;  ///< The id that the next new address gets.
+    unsigned int nextId = 1;  ///< The id that the next new address gets.
     // The record being built.
-    unsigned int tag;      ///< Of the record being built.
-    unsigned long fieldA;  ///< Its id; only the low 32 bits are written, as of all.
-    unsigned long fieldB;  ///< Id of a type.
-    unsigned long fieldC;  ///< Version of a type.
-    unsigned int fieldD;   ///< Byte count of a block.
-    const char* name;      ///< Borrowed, of a type.
+    unsigned int tag = fxTagData;  ///< Of the record being built.
+    unsigned long fieldA = 0;      ///< Its id; only the low 32 bits are written, as of all.
+    unsigned long fieldB = 0;      ///< Id of a type.
+    unsigned long fieldC = 0;      ///< Version of a type.
+    unsigned int fieldD = 0;       ///< Byte count of a block.
+    const char* name = nullptr;    ///< Borrowed, of a type.
 
 private:
     class Graph;
@@ -203,31 +203,31 @@ private:
     fxDetail::Owned<fxAddressIndex> seen;      // objects, blocks and base parts
     fxDetail::Owned<fxAddressIndex> parts;     // base parts
     fxDetail::Owned<fxAddressIndex> embedded;  // objects that are fields of others
-    const void* owner;                    // the slot of a pointer that owns its target, or null
-    const void* holder;                   // the slot of one that holds its object, or null
+    const void* owner = nullptr;          // the slot of a pointer that owns its target, or null
+    const void* holder = nullptr;         // the slot of one that holds its object, or null
     std::vector<unsigned char> holdings;  // of objects, by number from firstHolding on
-    unsigned int firstHolding;            // the numbers below are forgotten
-    unsigned int firstOfGraph;            // the numbers below are of earlier graphs
-    unsigned int rootId;                  // of the root that was written last, or 0
-    unsigned int idUnderWay;              // of the object that is being written, or 0
+    unsigned int firstHolding = 1;        // the numbers below are forgotten
+    unsigned int firstOfGraph = 1;        // the numbers below are of earlier graphs
+    unsigned int rootId = 0;              // of the root that was written last, or 0
+    unsigned int idUnderWay = 0;          // of the object that is being written, or 0
     enum BlockOf : unsigned char { anyField, sharingField, stringField };
-    BlockOf blockOf;                             // what the next block operation is for
+    BlockOf blockOf = anyField;                  // what the next block operation is for
     fxDetail::Owned<fxAddressIndex> lengths;     // bytes + 1 of blocks that fields may share
     fxDetail::Owned<fxOwnership> ownership;      // by number, of the graph that is being written
-    fxTypeObj* lastType;                         // the type that was asked for last,
-    unsigned int lastTypeId;                     // and its id
-    fxTypeObj* itemType;                         // of the object that is being written, or was last
-    const void* partUnderWay;                    // of an object, or null
-    const void* bodyUnderWay;                    // the object that is being written, or null
-    unsigned int firstOfBody;                    // the numbers of its parts are not below this one
+    fxTypeObj* lastType = nullptr;               // the type that was asked for last,
+    unsigned int lastTypeId = 0;                 // and its id
+    fxTypeObj* itemType = nullptr;               // of the object that is being written, or was last
+    const void* partUnderWay = nullptr;          // of an object, or null
+    const void* bodyUnderWay = nullptr;          // the object that is being written, or null
+    unsigned int firstOfBody = 0;                // the numbers of its parts are not below this one
     std::vector<const void*> toldRoots;          // of its parts
     fxDetail::Owned<fxWriterStack> waiting;      // on top of `pending`
-    bool isPut;                                  // the record being built, see putEarly()
-    bool isInGraph;                              // in writeObject()
-    bool isOfThisClass;                          // likewise, and no subclass overrides that
+    bool isPut = false;                          // the record being built, see putEarly()
+    bool isInGraph = false;                      // in writeObject()
+    bool isOfThisClass = false;                  // likewise, and no subclass overrides that
     std::vector<const fxTypeObj*> declaredOnes;  // what known pointers were declared with
-    const fxTypeObj* lastDeclared;               // the last of a known pointer
-    unsigned int lastMark;                       // and what its number is entered with
+    const fxTypeObj* lastDeclared = nullptr;     // the last of a known pointer
+    unsigned int lastMark = 0;                   // and what its number is entered with
     fxDetail::Owned<fxOutBuffer> outgoing;
 };
 

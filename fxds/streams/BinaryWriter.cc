@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cstring>
 #include <typeinfo>
-#include <utility>
 
 #include "fxds/Fatal.h"
 #include "fxds/Str.h"
@@ -11,7 +10,6 @@
 #include "fxds/XDRObj.h"
 #include "fxds/base/FreeLists.h"
 #include "fxds/base/Scoped.h"
-#include "fxds/base/StreamTrace.h"
 #include "fxds/streams/AddressIndex.h"
 #include "fxds/streams/OutBuffer.h"
 #include "fxds/streams/Ownership.h"
@@ -58,64 +56,11 @@
 // Code of the program runs in xdr() and getTypeObj(), and in xdrSuccess() and xdrFail()
 // through conclude(). An exception from there passes the Graph, which makes the writer
 // fail.
+//
+// WriterPointers.cc writes pointers, WriterRecords.cc the records themselves.
 
 using namespace fxRecordFormat;
-
-namespace {
-
-constexpr unsigned int maxId = 0x7FFFFFFF;
-
-// Bits of `holdings`.
-constexpr unsigned char ownedBit = 1;
-constexpr unsigned char heldBit = 2;
-
-// An entry of `seen`, without a mark and with one:
-//
-//     | 0 | number                    |
-//     | 1 | index   | number, if < 2^26 |
-constexpr unsigned int marked = 1U << 31U;
-constexpr unsigned int markedIdBits = 26;
-constexpr unsigned int mostMarks = marked >> markedIdBits;
-
-constexpr unsigned int idIn(unsigned int entry) {
-    return entry < marked ? entry : entry & ((1U << markedIdBits) - 1);
-}
-constexpr unsigned int indexIn(unsigned int entry) { return (entry & ~marked) >> markedIdBits; }
-constexpr unsigned int withMark(unsigned int id, unsigned int mark) {
-    return id >> markedIdBits == 0 ? id | mark : id;
-}
-
-fxBinaryWriterTarget objectTarget(const void* address, fxTypeObj& type, unsigned int id) {
-    return {fxBinaryWriterTarget::object, fxTagObject, false, id, address, {&type}};
-}
-
-fxBinaryWriterTarget blockTarget(const void* address, unsigned int byteCount, fxBinaryOTTag tag,
-                                 bool isOfInts, unsigned int id) {
-    fxBinaryWriterTarget target = {
-        fxBinaryWriterTarget::block, tag, isOfInts, id, address, {nullptr}};
-    target.byteCount = byteCount;
-    return target;
-}
-
-inline bool isObject(const fxBinaryWriterTarget& target) {
-    return target.kind == fxBinaryWriterTarget::object;
-}
-
-// Prefetches memory that will be written soon: the beginning of an object or block.
-void fetchSoon(const fxBinaryWriterTarget& target) {
-    __builtin_prefetch(target.address);
-    if (isObject(target)) __builtin_prefetch(static_cast<const char*>(target.address) + 64);
-}
-
-// Enters the address in a set; whether it was not there.
-bool isFirst(fxAddressIndex& set, const void* address) {
-    bool isNew = false;
-    unsigned int& number = set.at(address, isNew);
-    if (isNew) number = 1;
-    return isNew;
-}
-
-}  // namespace
+using namespace fxWriterTargets;
 
 fxBinaryWriterItem::fxBinaryWriterItem(const void* address_, fxTypeObj& type_)
     : fxBinaryWriterItem(objectTarget(address_, type_, 0)) {}
@@ -136,37 +81,12 @@ void fxBinaryWriterItem::operator delete(void* item, size_t size) {
 
 fxBinaryWriter::fxBinaryWriter(fxStream* outStream)
     : fxTranscriber(outStream, false),
-      nextId(1),
-      tag(fxTagData),
-      fieldA(0),
-      fieldB(0),
-      fieldC(0),
-      fieldD(0),
-      name(nullptr),
       seen(std::make_unique<fxAddressIndex>()),
       parts(std::make_unique<fxAddressIndex>()),
       embedded(std::make_unique<fxAddressIndex>()),
-      owner(nullptr),
-      holder(nullptr),
-      firstHolding(1),
-      firstOfGraph(1),
-      rootId(0),
-      idUnderWay(0),
-      blockOf(anyField),
       lengths(std::make_unique<fxAddressIndex>()),
       ownership(std::make_unique<fxOwnership>()),
-      lastType(nullptr),
-      lastTypeId(0),
-      itemType(nullptr),
-      partUnderWay(nullptr),
-      bodyUnderWay(nullptr),
-      firstOfBody(0),
       waiting(std::make_unique<fxWriterStack>()),
-      isPut(false),
-      isInGraph(false),
-      isOfThisClass(false),
-      lastDeclared(nullptr),
-      lastMark(0),
       outgoing(std::make_unique<fxOutBuffer>(outStream)) {
     table.add(nullptr, 0);
 }
@@ -216,48 +136,6 @@ bool fxBinaryWriter::xdr(fxStr* strings, unsigned int count) {
     return std::all_of(strings, strings + count, [this](fxStr& s) { return s.xdr(*this) != 0; });
 }
 
-bool fxBinaryWriter::xdr(char** p, unsigned int n) {
-    return writePrimPointer(p, *p, n, fxTagBytes);
-}
-bool fxBinaryWriter::xdr(unsigned char** p, unsigned int n) {
-    return writePrimPointer(p, *p, n, fxTagBytes);
-}
-bool fxBinaryWriter::xdr(short** p, unsigned int n) {
-    return writePrimPointer(p, *p, bytesOf<short>(n), fxTagShorts);
-}
-bool fxBinaryWriter::xdr(unsigned short** p, unsigned int n) {
-    return writePrimPointer(p, *p, bytesOf<short>(n), fxTagShorts);
-}
-bool fxBinaryWriter::xdr(long** p, unsigned int n) {
-    return writePrimPointer(p, *p, bytesOf<long>(n), fxTagLongs);
-}
-bool fxBinaryWriter::xdr(unsigned long** p, unsigned int n) {
-    return writePrimPointer(p, *p, bytesOf<long>(n), fxTagLongs);
-}
-bool fxBinaryWriter::xdr(float** p, unsigned int n) {
-    return writePrimPointer(p, *p, bytesOf<float>(n), fxTagFloats);
-}
-bool fxBinaryWriter::xdr(double** p, unsigned int n) {
-    return writePrimPointer(p, *p, bytesOf<double>(n), fxTagDoubles);
-}
-bool fxBinaryWriter::xdr(char** p) {
-    return writePrimPointer(p, *p, *p != nullptr ? std::strlen(*p) + 1 : 0, fxTagBytes);
-}
-bool fxBinaryWriter::xdr(unsigned char** p) { return xdr(reinterpret_cast<char**>(p)); }
-bool fxBinaryWriter::xdr(int** p, unsigned int n) {
-    return writePrimPointer(p, *p, bytesOf<long>(n), fxTagLongs, true);
-}
-bool fxBinaryWriter::xdr(unsigned int** p, unsigned int n) {
-    return writePrimPointer(p, *p, bytesOf<long>(n), fxTagLongs, true);
-}
-
-bool fxBinaryWriter::xdr(void* slot, fxXDRObj*, fxTypeObj& declared, fxXDRObj* object,
-                         void* address) {
-    if (address != nullptr) return refer(slot, declared, object, address, 0);
-    holder = nullptr;
-    return writeNullPointer();
-}
-
 bool fxBinaryWriter::xdrText(fxStr& string, char** text, unsigned int byteCount) {
     bool isDying = waiting->dying.holds(&string);
     for (const fxXdrWithin* each = within; each != nullptr && !isDying; each = each->outer) {
@@ -271,59 +149,8 @@ bool fxBinaryWriter::xdrText(fxStr& string, char** text, unsigned int byteCount)
     return xdr(&copy, byteCount);
 }
 
-// A pointer into the middle of the object is not known: `seen` has the object's address,
-// and another object at that address might be the target.
-bool fxBinaryWriter::writePointer(void* slot, fxTypeObj& declared, fxXDRObj* object,
-                                  void* address) {
-    if (!isOfThisClass) return xdr(slot, nullptr, declared, object, address);
-    void* pointer = nullptr;
-    std::memcpy(&pointer, slot, sizeof pointer);
-    if (&declared != lastDeclared) chooseMark(declared);
-    return refer(slot, declared, object, address, pointer == address ? lastMark : 0);
-}
-
-// A look-up only: to touch the object would take longer than all of this.
-bool fxBinaryWriter::writeKnownPointer(const void* pointer, const fxTypeObj& declared) {
-    const unsigned int entry = seen->find(pointer);
-    const bool isKnown = entry >= marked && declaredOnes[indexIn(entry)] == &declared;
-    if (!isKnown || owner != nullptr || !isOfThisClass) return false;
-    if (holder != nullptr && !isHeldAlone(idIn(entry))) return false;
-    holder = nullptr;
-    if (!complete()) return false;
-    fieldA = idIn(entry);
-    tag = fxTagPointerAgain;
-    putEarly();
-    return true;
-}
-
-bool fxBinaryWriter::xdr(fxTypeObj& base, void* derived, void* baseAddress) {
-    if (derived == baseAddress) return true;
-    if (!flush()) return false;
-    bool isNew = false;
-    fieldA = idOfPart(baseAddress, isNew);
-    if (fieldA > maxId) return failAtNumber();
-    tag = isNew ? fxTagPart : fxTagPartAgain;
-    if (!isNew) return true;
-    const fxScoped<const void*> part(partUnderWay, baseAddress);
-    return base.xdr(baseAddress, *this) != 0;
-}
-
-void fxBinaryWriter::setOwner(const void* slot) { owner = slot; }
-void fxBinaryWriter::setHolder(const void* slot, TakeHold*) { holder = slot; }
-
-bool fxBinaryWriter::embeds(const void* object) {
-    if (seen->has(object)) return false;
-    isFirst(*embedded, object);
-    return true;
-}
-
-// Of what a helper writes. A string's own block is not shared.
-void fxBinaryWriter::countsBlock(unsigned int&) { blockOf = sharingField; }
-
 // No more than a reader counts at the same place, which has the head of the record being built.
 size_t fxBinaryWriter::bytesPassed() const { return outgoing->total() + used; }
-
-bool fxBinaryWriter::isEmbedded(const void* object) const { return embedded->has(object); }
 
 // Only the object that is being written answers for itself: its bases and members get the
 // call, but are not written to the end.
@@ -387,20 +214,6 @@ bool fxBinaryWriter::writeObject(void* address, fxXDRObj* object) {
     return graph.isWhole;
 }
 
-unsigned int fxBinaryWriter::alreadyWritten(const void* address) const {
-    const unsigned int id = idIn(seen->find(address));
-    const unsigned long* const type = id == 0 ? table.find(address) : nullptr;
-    return type != nullptr ? static_cast<unsigned int>(*type) : id;
-}
-
-// Enters the address under a new number, in place of the one that it may have: so a part
-// gets another number with a later writing of its object.
-unsigned int fxBinaryWriter::recordIdForAddress(const void* address) {
-    bool isNew = false;
-    seen->at(address, isNew) = nextId;
-    return nextId++;
-}
-
 unsigned int fxBinaryWriter::queue(fxBinaryWriterItem* item) {
     item->id = recordIdForAddress(item->address);
     pushItem(item);
@@ -429,173 +242,17 @@ bool fxBinaryWriter::writeNewType(fxTypeObj& type, unsigned int& id) {
     return flush();
 }
 
-bool fxBinaryWriter::writeNullPointer() {
-    if (!complete()) return false;
-    tag = fxTagNull;
-    putEarly();
-    return true;
-}
-
-bool fxBinaryWriter::writePrimPointer(const void* block, size_t byteCount, fxBinaryOTTag bodyTag) {
-    return writePrimPointer(nullptr, block, byteCount, bodyTag);
-}
-
 // Private functions.
-
-// Does what flush() does, without a call for a record that putEarly() has put.
-inline bool fxBinaryWriter::complete() {
-    if (!isPut) return flush();
-    isPut = false;
-    tag = fxTagData;
-    return true;
-}
-
-// Puts the record being built, which is that of a pointer, if there is room. Most get no
-// payload, and are complete then.
-inline void fxBinaryWriter::putEarly() {
-    if (!isOfThisClass || fxStreamTrace::isOn()) return;
-    char* const place = outgoing->room(maxHeadBytes);
-    if (place == nullptr) return;
-    const unsigned int tag_ = tag;
-    const unsigned int first = static_cast<unsigned int>(fieldA);
-    const unsigned int second = fieldD;
-    *place = static_cast<char>(tag_);
-    putWord(place + 1, first);
-    putWord(place + 5, second);
-    outgoing->added(1U + fieldBytes[tag_]);
-    isPut = true;
-}
 
 bool fxBinaryWriter::failAtNumber() {
     fail();
     return refuse("more objects than a stream has numbers for");
 }
 
-// The id of the address. If it is new, enters it under the next id and returns true.
-bool fxBinaryWriter::idOf(const void* address, unsigned int& id, unsigned int mark) {
-    bool isNew = false;
-    unsigned int& entry = seen->at(address, isNew);
-    id = isNew ? nextId++ : idIn(entry);
-    if (isNew || entry < marked) entry = withMark(id, mark);
-    return isNew;
-}
-
-// Writes a pointer to an address, which is not null.
-inline bool fxBinaryWriter::refer(const void* slot, fxTypeObj& declared, fxXDRObj* object,
-                                  const void* address, unsigned int mark) {
-    fxTypeObj* const type = object != nullptr ? object->getTypeObj() : &declared;
-    unsigned int typeId = 0;
-    if (type == nullptr || !complete()) return false;
-    const bool isTypeWritten = type == lastType && lastTypeId != 0;
-    if (!isTypeWritten && !writeType(*type, typeId)) return false;
-    if (owner != nullptr && !mayHave(slot, address)) return false;
-    const bool isHolder = holder != nullptr && std::exchange(holder, nullptr) == slot;
-    unsigned int id = 0;
-    const bool isNew = idOf(address, id, mark);
-    if (isHolder && !isHeldAlone(id)) return false;
-    if (isNew) push(objectTarget(address, *type, id));
-    fieldA = id;
-    tag = isNew ? fxTagPointer : fxTagPointerAgain;
-    if (id > maxId) return failAtNumber();
-    putEarly();
-    return true;
-}
-
-unsigned char& fxBinaryWriter::holdingOf(unsigned int id) {
-    const size_t index = id - firstHolding;
-    if (index >= holdings.size()) holdings.resize(index + index / 2 + 1);
-    return holdings[index];
-}
-
-// Whether the object with this number, which one more field holds, has no owner.
-bool fxBinaryWriter::isHeldAlone(unsigned int id) {
-    unsigned char& holding = holdingOf(id);
-    if (holding != ownedBit) holding = heldBit;
-    return holding == heldBit || refuse("an object that has an owner and other holders");
-}
-
-// Whether the field may have its target, which it then owns. The root is the caller's, and
-// those of earlier graphs were.
-bool fxBinaryWriter::mayHave(const void* slot, const void* address) {
-    if (slot != owner) return true;
-    const unsigned int known = idIn(seen->find(address));
-    const unsigned int id = known != 0 ? known : nextId;
-    unsigned char& holding = holdingOf(id);
-    if (holding == ownedBit) return refuse("an object with two owners");
-    const bool isOfCaller = known != 0 && (known < firstOfGraph || known == rootId);
-    if (isOfCaller || holding == heldBit) {
-        return refuse("an object that has an owner and other holders");
-    }
-    holding = ownedBit;
-    ownership->add(id, idUnderWay, 1 + nestingLevel());
-    return true;
-}
-
-// Finds the mark of a declared type, or 0 when there are too many.
-void fxBinaryWriter::chooseMark(const fxTypeObj& declared) {
-    const auto found = std::find(declaredOnes.begin(), declaredOnes.end(), &declared);
-    const auto index = static_cast<unsigned int>(found - declaredOnes.begin());
-    if (found == declaredOnes.end() && index < mostMarks) declaredOnes.push_back(&declared);
-    lastMark = index < mostMarks ? marked | index << markedIdBits : 0;
-    lastDeclared = &declared;
-}
-
-// The id of a part of the object under way. A part gets one id with each writing of its
-// object, so that a part that was written with an earlier graph gets a new number:
-// references lead to parts of the same object only.
-unsigned int fxBinaryWriter::idOfPart(const void* address, bool& isNew) {
-    const unsigned int known = alreadyWritten(address);
-    isNew = known == 0 || (parts->has(address) && known < firstOfBody);
-    if (!isNew) return known;
-    isFirst(*parts, address);
-    return recordIdForAddress(address);
-}
-
-inline void fxBinaryWriter::push(const fxBinaryWriterTarget& target) {
-    fetchSoon(target);
-    if (isOfThisClass) return waiting->push_back(target);
-    pushItem(new fxBinaryWriterItem(target));
-}
-
 void fxBinaryWriter::pushItem(fxBinaryWriterItem* item) {
     const unsigned int length = pending.length();
     if (length == pending.getMaxLength()) pending.setMaxLength(std::max(16U, 2 * length));
     pending.append(item);
-}
-
-// Whether a reader can give the block to this field as well as to the one that it was
-// written for. Only helpers ask.
-bool fxBinaryWriter::mayShare(const void* block, size_t byteCount, bool isAsked) {
-    bool isNew = false;
-    unsigned int& known = lengths->at(block, isNew);
-    if (isNew) known = seen->has(block) ? 0 : static_cast<unsigned int>(byteCount) + 1;
-    return !isAsked || byteCount < known || refuse("a block with two counts");
-}
-
-// A field that owns its block gets a number for it that no other field uses.
-bool fxBinaryWriter::writePrimPointer(const void* slot, const void* block, size_t byteCount,
-                                      fxBinaryOTTag bodyTag, bool isOfInts) {
-    const BlockOf field = std::exchange(blockOf, anyField);
-    if (block == nullptr) return writeNullPointer();
-    const bool isOwn = slot != nullptr && slot == owner;
-    if (byteCount > maxBlockBytes) return refuse("a block of 2 GB or more");
-    if (!isOwn && field != stringField && !mayShare(block, byteCount, field == sharingField)) {
-        return false;
-    }
-    if (!complete()) return false;
-    unsigned int id = isOwn ? nextId++ : 0;
-    const bool isNew = isOwn || idOf(block, id);
-    fieldA = id;
-    if (!isNew) {
-        tag = fxTagBlockAgain;
-        return flush();
-    }
-    fieldD = static_cast<unsigned int>(byteCount);
-    push(blockTarget(block, fieldD, bodyTag, isOfInts, id));
-    tag = fxTagBlock;
-    if (id > maxId) return failAtNumber();
-    putEarly();
-    return true;
 }
 
 // Takes what is on top of the stack. Memory is what costs here: what the next ones denote

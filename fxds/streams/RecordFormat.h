@@ -23,6 +23,7 @@ namespace fxRecordFormat {
 
 inline constexpr unsigned int maxBlockBytes = 0x7FFFFFFF;  ///< The longest block there can be.
 inline constexpr unsigned int maxHeadBytes = 1 + 4 + 12;
+inline constexpr unsigned int maxId = 0x7FFFFFFF;  ///< The greatest number that is written.
 
 /// Bytes of the fields that follow the length, for each tag.
 inline constexpr unsigned char fieldBytes[] = {0, 0, 4, 8, 4, 8, 8, 8, 8, 8, 12, 4, 4, 4, 4};
