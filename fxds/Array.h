@@ -190,13 +190,9 @@ protected:
     /// The largest piece in which elements are read.
     static constexpr unsigned int pieceBytes = 1U << 20;
 
-    /// Raises the capacity by `bytes` bytes if the block is large enough; otherwise returns
-    /// false. For classes that override neither expand() nor getmem().
-    bool raiseInBlock(unsigned int bytes) {
-        if (blockBytes - maxBytes < bytes || maxBytes > blockBytes) return false;
-        maxBytes += bytes;
-        return true;
-    }
+    /// Whether the block is large enough for a capacity of `bytes` bytes. `bytes` may be four
+    /// elements more than the capacity and have wrapped: then it is not.
+    bool hasBlockFor(unsigned int bytes) const { return bytes < blockLimit; }
 
     /// The element, as bytes. Requires: index <= length().
     char* at(std::size_t index) const { return data + index * elementSize; }
@@ -210,6 +206,8 @@ protected:
 private:
     bool wasRead = false;  // whether xdrSizes() has read it, or the array that it moved from
 
+    std::size_t blockBytes() const;
+    void noteBlock(std::size_t bytes);
     bool resizeBlock(std::size_t bytes);
     void takeBlock(fxArray& source);
     void raiseCapacity(std::size_t bytes);
@@ -218,7 +216,7 @@ private:
     void closeGap(std::size_t offset, std::size_t bytes);
     void* copyOf(std::size_t offset, std::size_t bytes) const;
 
-    unsigned int blockBytes;  // size of the block
+    unsigned int blockLimit = 1;  // more than the size of the block by one; see noteBlock()
 };
 
 /// Base of the arrays whose new elements are zero bytes, as null pointers are.

@@ -180,20 +180,27 @@ public:
     /// fxArray.
     void append(const T& item) {
         if constexpr (std::is_trivially_copyable_v<T> && fxDetail::copiesBytes<Self>) {
-            const unsigned int used = this->lengthBytes;  // the item's store might change it
-            if (__builtin_expect(hasOwnHooks() && (used != this->maxBytes || expandInBlock()),
-                                 true)) {
-                std::memcpy(this->data + used, &item, itemBytes);
-                this->lengthBytes = used + itemBytes;
-                return;
+            // Without a branch for the capacity, and with one store of each field, the fields
+            // of an array that is filled in a loop stay in registers.
+            unsigned int used = this->lengthBytes;
+            unsigned int most = this->maxBytes;
+            if constexpr (fxDetail::growsPlainly<Self>) {
+                most = used == most ? used + 4U * itemBytes : most;
             }
-            if constexpr (sizeof(T) <= sizeof(void*) && std::is_copy_constructible_v<T>) {
-                const T copy(item);  // so that the caller's variable can stay in a register
-                fxArray::append(static_cast<const void*>(&copy));
-                return;
+            const bool fits = fxDetail::growsPlainly<Self> ? this->hasBlockFor(most) : used != most;
+            if (__builtin_expect(hasOwnHooks() && fits, true)) {
+                put(item, used);
+                used += itemBytes;
+            } else {
+                appendByHooks(item);
+                used = this->lengthBytes;
+                most = this->maxBytes;
             }
+            this->lengthBytes = used;
+            this->maxBytes = most;
+        } else {
+            appendByHooks(item);
         }
-        fxArray::append(static_cast<const void*>(&item));
     }
     /// Moves `item`, which may lie in this array, to the end: as emplace().
     void append(T&& item) {
@@ -387,9 +394,24 @@ private:
     }
     // Whether the hooks are those of Self: a class derived from it may override them.
     bool hasOwnHooks() const { return &typeid(*this) == &typeid(Self); }
-    // As expand(), where the block has the room already; else false.
-    bool expandInBlock() {
-        return fxDetail::growsPlainly<Self> && this->raiseInBlock(4U * itemBytes);
+    // Requires: T is trivially copyable. The store of a number leaves other fields alone, which
+    // a compiler knows; all bytes of a struct are copied, for comparisons of bytes.
+    void put(const T& item, unsigned int offset) {
+        if constexpr (std::is_scalar_v<T> && std::is_copy_assignable_v<T> &&
+                      sizeof(T) <= sizeof(void*)) {
+            *reinterpret_cast<T*>(this->data + offset) = item;
+        } else {
+            std::memcpy(this->data + offset, &item, itemBytes);
+        }
+    }
+    void appendByHooks(const T& item) {
+        if constexpr (sizeof(T) <= sizeof(void*) && std::is_trivially_copyable_v<T> &&
+                      std::is_copy_constructible_v<T>) {
+            const T copy(item);  // so that the caller's variable can stay in a register
+            fxArray::append(static_cast<const void*>(&copy));
+        } else {
+            fxArray::append(static_cast<const void*>(&item));
+        }
     }
     template <class Item>
     static decltype(auto) itemOf(Item&& item) {

@@ -15,8 +15,9 @@
 //
 // Invariants, between any two calls:
 // (1) Two sizes describe the block: maxBytes is the capacity, which follows the growth
-//     rules exactly and travels with copies; blockBytes is the allocated size, never less.
-//     So capacity can grow by four elements at a time while the block grows geometrically.
+//     rules exactly and travels with copies; blockBytes() is the allocated size, which is
+//     never less. So capacity can grow by four elements at a time while the block grows
+//     geometrically.
 // (2) lengthBytes <= maxBytes; the elements are the first lengthBytes of the block.
 // (3) The block is one of malloc(), so that callers can hand one over and realloc() can
 //     enlarge it.
@@ -31,8 +32,7 @@ fxArray::fxArray(unsigned short size, unsigned int count)
       maxBytes(fxLengthField(std::size_t{size} * count)),
       lengthBytes(maxBytes),
       elementSize(size),
-      ownsElements(false),
-      blockBytes(0) {
+      ownsElements(false) {
     FX_ASSERT(size >= 1);
     fxArray::getmem();
     if (lengthBytes != 0) std::memset(data, 0, lengthBytes);
@@ -44,8 +44,7 @@ fxArray::fxArray(const fxArray& source)
       maxBytes(source.lengthBytes),
       lengthBytes(source.lengthBytes),
       elementSize(source.elementSize),
-      ownsElements(source.ownsElements),
-      blockBytes(0) {
+      ownsElements(source.ownsElements) {
     fxArray::getmem();
     if (lengthBytes != 0) fxArray::copyElements(source.data, data, lengthBytes);
 }
@@ -61,8 +60,8 @@ fxArray::fxArray(unsigned int size, unsigned int byteCount, void* block)
       maxBytes(byteCount),
       lengthBytes(byteCount),
       elementSize(static_cast<unsigned short>(size)),
-      ownsElements(false),
-      blockBytes(byteCount) {
+      ownsElements(false) {
+    noteBlock(byteCount);
     FX_ASSERT(size >= 1 && size <= 0xFFFF);
     FX_ASSERT(block != nullptr || byteCount == 0);
 }
@@ -74,8 +73,7 @@ fxArray::fxArray(fxTypeObj& type)
       maxBytes(0),
       lengthBytes(0),
       elementSize(1),
-      ownsElements(false),
-      blockBytes(0) {}
+      ownsElements(false) {}
 
 fxArray::~fxArray() { std::free(data); }
 
@@ -207,22 +205,22 @@ void fxArray::getmem() {
     if (maxBytes == 0) {
         std::free(data);
         data = nullptr;
-        blockBytes = 0;
+        noteBlock(0);
         return;
     }
     constexpr unsigned int page = 4096;
-    const std::size_t roomy =
-        std::size_t{blockBytes} + (blockBytes < page ? blockBytes : blockBytes / 2);
-    std::size_t bytes = blockBytes;
-    if (maxBytes > blockBytes) {
+    const std::size_t had = blockBytes();
+    const std::size_t roomy = had + (had < page ? had : had / 2);
+    std::size_t bytes = had;
+    if (maxBytes > had) {
         bytes = std::min<std::size_t>(fxWholeBlock(std::max<std::size_t>(maxBytes, roomy)),
                                       std::numeric_limits<unsigned int>::max());
-    } else if (maxBytes < blockBytes / 2) {
+    } else if (maxBytes < had / 2) {
         bytes = maxBytes;
     }
-    if (bytes == blockBytes) return;
-    data = static_cast<char*>(fxGrowBlock(data, blockBytes, bytes));
-    blockBytes = static_cast<unsigned int>(bytes);
+    if (bytes == had) return;
+    data = static_cast<char*>(fxGrowBlock(data, had, bytes));
+    noteBlock(bytes);
 }
 
 void fxArray::expand() { raiseCapacity(std::size_t{maxBytes} + 4 * std::size_t{elementSize}); }
@@ -338,8 +336,8 @@ bool fxArray::xdrElements(fxTranscriber& transcriber, unsigned int byteCount,
 }
 
 bool fxArray::growTo(std::size_t bytes, unsigned int mostBytes) {
-    if (bytes <= blockBytes) return true;
-    const std::size_t wanted = std::max(bytes, 2 * std::size_t{blockBytes});
+    if (bytes <= blockBytes()) return true;
+    const std::size_t wanted = std::max(bytes, 2 * blockBytes());
     return resizeBlock(std::min<std::size_t>(wanted, mostBytes));
 }
 
@@ -362,14 +360,28 @@ bool fxArray::reserve(std::size_t byteCount) {
 void fxArray::discard() {
     std::free(data);
     data = nullptr;
-    maxBytes = lengthBytes = blockBytes = 0;
+    maxBytes = lengthBytes = 0;
+    noteBlock(0);
+}
+
+// With a limit, one comparison shows an inline append() that a capacity is within the block
+// and has not wrapped. Of a block so large that it might, only that is noted.
+constexpr std::size_t largestNoted = UINT32_MAX - std::size_t{4} * 0xFFFF;
+
+void fxArray::noteBlock(std::size_t bytes) {
+    blockLimit = bytes < largestNoted ? static_cast<unsigned int>(bytes) + 1 : 0;
+}
+
+// Of the largest blocks, not quite the size.
+std::size_t fxArray::blockBytes() const {
+    return blockLimit != 0 ? blockLimit - std::size_t{1} : largestNoted;
 }
 
 bool fxArray::resizeBlock(std::size_t bytes) {
     void* const block = std::realloc(data, bytes);
     if (block == nullptr) return false;
     data = static_cast<char*>(block);
-    blockBytes = static_cast<unsigned int>(bytes);
+    noteBlock(bytes);
     return true;
 }
 
@@ -378,10 +390,11 @@ void fxArray::takeBlock(fxArray& source) {
     data = source.data;
     maxBytes = source.maxBytes;
     lengthBytes = source.lengthBytes;
-    blockBytes = source.blockBytes;
+    blockLimit = source.blockLimit;
     wasRead = source.wasRead;
     source.data = nullptr;
-    source.maxBytes = source.lengthBytes = source.blockBytes = 0;
+    source.maxBytes = source.lengthBytes = 0;
+    source.noteBlock(0);
 }
 
 void fxArray::raiseCapacity(std::size_t bytes) {

@@ -420,6 +420,8 @@ TEST(ArrayXdr, LargeOnesReadBackTheSame) {
 
 TEST(ArrayDeathTest, RefusesWhatItCannotHold) {
     EXPECT_DEATH(fxLongArray(0x20000000U), "4294967296 bytes");
+    EXPECT_DEATH(fxIntArray(4, 0xFFFFFFFCU, std::malloc(0xFFFFFFFCU)).append(1),
+                 "4294967308 bytes");
 }
 
 #ifdef FXDS_CHECKED
