@@ -35,7 +35,7 @@ class fxRecordReader;
 /// its declared bases, and of an object's parts only those that it inherits can
 /// be pointed to. A type whose record was made by hand without declaring its
 /// bases is not checked: a hostile stream can make pointers to its objects that
-/// are declared with other classes. FX_TRANSCRIBABLE_TYPE (Xdr.h) declares them.
+/// are declared with other classes. FX_TRANSCRIBABLE_TYPE (XdrRecord.h) declares them.
 ///
 /// **Byte orders.** Shorts and ints from any machine read right. An 8-byte long
 /// reads right from machines that store its low half first; floats and doubles

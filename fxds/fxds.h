@@ -65,6 +65,7 @@
 #include "fxds/TypedStream.h"
 #include "fxds/Xdr.h"
 #include "fxds/XdrEvolution.h"
+#include "fxds/XdrRecord.h"
 #include "fxds/XdrTables.h"
 #include "fxds/XdrValues.h"
 

@@ -46,13 +46,13 @@ fxds_room(containers
 fxds_room(streams
   ON containers
   HEADERS BinaryReader BinaryTranscriber BinaryWriter CheckStream MemoryStream Save StdioStream TypedStream
-    Xdr XdrEvolution XdrTables XdrValues
+    Xdr XdrEvolution XdrRecord XdrTables XdrValues
   PRIVATE AddressIndex AddressSet NewFile OutBuffer Ownership PartRoot ReaderEntry ReaderFaults
     ReaderGraph ReaderNumbers ReaderPlaces RecordFormat RecordParser RecordReader StreamMarks StreamWalk
     TextChunks WatchedContainers WriterStack
   SOURCES BinaryReader BinaryTranscriber BinaryWriter CheckStream MemoryStream NewFile ReaderCompletion
     ReaderConverters ReaderDefinitions ReaderFaults ReaderGraph RecordParser RecordReader Save
-    StdioStream StreamHeader StreamWalk WriterPointers WriterRecords Xdr)
+    StdioStream StreamHeader StreamWalk WriterPointers WriterRecords XdrRecord)
 
 # Objects with properties, inputs and outputs; values sent at once or queued.
 fxds_room(dataflow

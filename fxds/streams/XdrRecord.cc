@@ -1,3 +1,3 @@
-#include "fxds/Xdr.h"
+#include "fxds/XdrRecord.h"
 
 fxXdrAddress::~fxXdrAddress() = default;
