@@ -189,7 +189,8 @@ inline void fxBinaryWriter::putEarly() {
 }
 
 // The id of the address. If it is new, enters it under the next id and returns true.
-inline bool fxBinaryWriter::idOf(const void* address, unsigned int& id, unsigned int mark) {
+[[gnu::always_inline]] inline bool fxBinaryWriter::idOf(const void* address, unsigned int& id,
+                                                        unsigned int mark) {
     bool isNew = false;
     unsigned int& entry = seen->at(address, isNew);
     id = isNew ? nextId++ : idIn(entry);
@@ -198,8 +199,9 @@ inline bool fxBinaryWriter::idOf(const void* address, unsigned int& id, unsigned
 }
 
 // Writes a pointer to an address, which is not null.
-inline bool fxBinaryWriter::refer(const void* slot, fxTypeObj& declared, fxXDRObj* object,
-                                  const void* address, unsigned int mark) {
+[[gnu::always_inline]] inline bool fxBinaryWriter::refer(const void* slot, fxTypeObj& declared,
+                                                         fxXDRObj* object, const void* address,
+                                                         unsigned int mark) {
     fxTypeObj* const type = object != nullptr ? object->getTypeObj() : &declared;
     unsigned int typeId = 0;
     if (type == nullptr || !complete()) return false;
