@@ -267,7 +267,7 @@ struct fxBinaryReader::Reading {
     explicit Reading(fxBinaryReader& reader_) : reader(reader_) {
         reader.isBusy = true;
         reader.bodyType = nullptr;
-        reader.records->enterWindow();
+        reader.records->count();
         reader.beginClaims();
         if (reader.hasOwnNumbers() && !fxStreamTrace::isOn()) {
             reader.ready = &reader.records->ready;
@@ -280,7 +280,7 @@ struct fxBinaryReader::Reading {
         if (!isComplete) reader.noteEnd();
         if (!isComplete) reader.records->fail();
         if (!isComplete) reader.graph->drop();
-        reader.records->leaveWindow();
+        reader.records->count();
         reader.ready = nullptr;
         reader.isBusy = false;
     }

@@ -1,6 +1,7 @@
 #include "fxds/streams/RecordReader.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <typeinfo>
 
 // The functions in the header take the usual heads, which are in the window as a whole. The
@@ -33,7 +34,7 @@ fxRecordReader::fxRecordReader(fxStream* heldStream, char* stagingBuffer,
         file = static_cast<fxStdioStream*>(stream);
     }
     ready.quickBytes = maxHeadBytes;
-    mark = *source->next;
+    setMark();
 }
 
 bool fxRecordReader::take(char* bytes, size_t byteCount) {
@@ -58,11 +59,11 @@ void fxRecordReader::takeRun(char*& bytes, size_t& byteCount) {
     constexpr size_t nearlyEmpty = 1024;  // the window, which is used up first
     while (file != nullptr && source->size() < nearlyEmpty &&
            byteCount >= fxStdioStream::bufferBytes && *source->next != nullptr) {
-        leaveWindow();
+        count();
         file->readAhead(bytes);
         const bool isTaken = takeRecords(bytes, byteCount);
         file->endAhead();
-        mark = *source->next;
+        setMark();
         if (!isTaken) return;
     }
 }
@@ -99,13 +100,26 @@ bool fxRecordReader::takeRecords(char*& bytes, size_t& byteCount) {
 // The window becomes an empty one of static storage: the quick paths test only its size,
 // and the stream is not used again.
 void fxRecordReader::fail() {
-    leaveWindow();
+    count();
     stream = file = nullptr;
     source = &nothing;
-    mark = nullptr;
+    setMark();
     ready.window = &nothing;
     ready.count = 0;
     ready.payloadLeft = 0;
+}
+
+// Begins anew with what is in the window. One that others have filled again is left out: it is
+// elsewhere, or farther from the mark than bytes were at hand.
+void fxRecordReader::count() {
+    const uintptr_t moved =
+        reinterpret_cast<uintptr_t>(*source->next) - reinterpret_cast<uintptr_t>(mark);
+    if (moved <= markedAtHand) {
+        headAt = recordAt();
+        marked += moved;
+    }
+    ready.record = nullptr;
+    setMark();
 }
 
 // Private functions.
@@ -146,19 +160,12 @@ bool fxRecordReader::get(char* bytes, size_t byteCount) {
     const unsigned int rest = static_cast<unsigned int>(byteCount - atHand);
     if (rest == 0) return true;
     if (stream == nullptr) return false;
-    leaveWindow();
+    count();
     const bool isDone = stream->getBytes(bytes + atHand, rest);
-    mark = *source->next;
+    setMark();
     if (isDone) marked += rest;
     if (!isDone) fail();
     return isDone;
-}
-
-void fxRecordReader::leaveWindow() {
-    headAt = recordAt();
-    ready.record = nullptr;
-    marked = taken();
-    mark = *source->next;
 }
 
 // Reads a head that the window has only in part, that a filler may precede, or

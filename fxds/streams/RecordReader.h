@@ -21,8 +21,8 @@
 // (3) After the first failure of the stream the window is empty, and the stream is not used
 //     again.
 // (4) During a reading, marked + (*source->next - mark) bytes of the stream have been
-//     taken, behind its header. Between readings it is `marked` alone, because others may
-//     move the window then.
+//     taken, behind its header. Between readings others may move the window, too; then
+//     count() adds what it can have taken of the bytes that were at hand.
 //     During takeRun(), the window lies in the place of the value, behind what was taken.
 // (5) If ready.record is set, it points to the head of the current record in the window;
 //     otherwise headAt is the position of that head.
@@ -131,12 +131,9 @@ public:
         return stream == nullptr;
     }  ///< Whether it has ended or is treated so.
 
-    ///@{
-    /// Between readings others may move the window, for instance by writing to the stream.
-    /// The count of bytes does not depend on it until the next reading begins.
-    void leaveWindow();
-    void enterWindow() { mark = *source->next; }
-    ///@}
+    /// Counts what was taken of the window. To be called when a reading begins and ends: others
+    /// may move the window in between, for instance by writing to the stream.
+    void count();
 
     /// Number of bytes of the stream that have been taken. Perhaps some of the payload, up to
     /// the size of the staging buffer, is among them before its values are.
@@ -160,6 +157,10 @@ private:
     [[gnu::noinline]] bool stagePiece();
     [[gnu::noinline]] bool readHead();
     [[gnu::noinline]] bool readName();
+    void setMark() {
+        mark = *source->next;
+        markedAtHand = source->size();
+    }
     bool get(char* bytes, size_t byteCount);
     bool takeRecords(char*& bytes, size_t& byteCount);
     size_t takenUpTo(const char* next) const { return marked + static_cast<size_t>(next - mark); }
@@ -169,7 +170,8 @@ private:
     const fxStreamWindow* source;   // of the stream
     size_t marked = 0;              // bytes taken when `mark` was next in the window
     const char* mark = nullptr;
-    size_t headAt = 0;  // see (5)
+    size_t markedAtHand = 0;  // bytes in the window then
+    size_t headAt = 0;        // see (5)
     fxRecordFormat::Head current;
     fxRecordFormat::Filler filler;
 

@@ -224,6 +224,15 @@ TEST_F(Save, PlaceNamesOffsetRecordAndClass) {
     EXPECT_EQ(fault.reason, "format error");
     EXPECT_DEATH(loaded<Wilful>(wrong), "^fxds: stream at " + fault.place() + "\nformat error\n$");
     EXPECT_DEATH(loaded<Wilful>(header(1)), "^fxds: stream at offset 0, header\nfxBinaryReader: ");
+    // Behind a graph, and a number that is read alone.
+    const std::string before = records("t2:Wilful o1:2 0 5 B3:5 n c3:5 =text~ d 7");
+    const HeldStream stream(header() + before + records("o4:2 0 5 p9"));
+    Fault behind;
+    const std::unique_ptr<fxTranscriber> reader(fxTranscriber::getReader(stream, behind));
+    long number = 0;
+    EXPECT_TRUE(fxReadObject<Wilful>(*reader) != nullptr && reader->xdr(&number, 1));
+    EXPECT_EQ(fxReadObject<Wilful>(*reader), nullptr);
+    EXPECT_EQ(behind.offset, header().size() + before.size() + records("o4:2 0 5").size());
 }
 
 // Each is read alone, and leaves what follows.
