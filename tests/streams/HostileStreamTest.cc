@@ -433,12 +433,11 @@ TEST_F(HostileStream, ConvertersLeaveAnIncompleteGroupAlone) {
     HeldStream stream(records("d =abcdefg*3"));
     fxBinaryReader reader(stream, 0x1122, 0x33445566, "ieee");
     std::string bytes(7, '\0');
-    EXPECT_TRUE(fxBinaryReader_BS(reader, bytes.data(), 7));
-    EXPECT_EQ(bytes, "badcfeg");
-    EXPECT_TRUE(fxBinaryReader_longsSS(reader, bytes.data(), 7));
-    EXPECT_EQ(bytes, "cdabefg");
-    EXPECT_TRUE(fxBinaryReader_longsBSSS(reader, bytes.data(), 7));
-    EXPECT_EQ(bytes, "dcbaefg");
+    for (const auto& [turn, turned] : {std::pair(fxBinaryReader_BS, "badcfeg"),
+                                       {fxBinaryReader_longsSS, "cdabefg"},
+                                       {fxBinaryReader_longsBSSS, "dcbaefg"}}) {
+        EXPECT_TRUE(turn(reader, bytes.data(), 7) && bytes == turned) << turned;
+    }
     EXPECT_FALSE(fxBinaryReader_shorts(reader, bytes.data(), 1));
     EXPECT_TRUE(fxBinaryReader_longs(reader, bytes.data(), 0));
 }

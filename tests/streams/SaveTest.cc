@@ -295,6 +295,10 @@ TEST_F(Save, AFileIsReplacedAsAWhole) {
     EXPECT_STREQ(fxLoad<Node>(link.c_str())->text, "changed");
     ASSERT_FALSE(fxSave(directory.link("farther", "new.fx"), &root));
     EXPECT_EQ(contents(directory.path + "/new.fx"), contents(path));
+    // A file gets a long block in large pieces, and what is before and behind it.
+    for (int i = 0; i < 600001; ++i) root.text.append(static_cast<char>('a' + i * 7 % 25));
+    ASSERT_FALSE(fxSave(path, &root));
+    EXPECT_TRUE(fxLoad<Node>(path)->text == root.text);
 
     // Whatever fails, the file is as it was, and nothing else is left. Only the folder is
     // synced when the new one is in place.

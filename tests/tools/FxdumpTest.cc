@@ -1,6 +1,7 @@
 // The tool that shows, draws and checks streams.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 
@@ -59,9 +60,8 @@ size_t offsetIn(const std::string& fault) {
 }
 
 bool isPrintable(const std::string& text) {
-    return text.find_first_not_of(
-               "\n !\"#$%&'()*+,-./0123456789:;<=>?@ABCDEFGHIJKLMNOPQRSTUVWXYZ[\\]^_`"
-               "abcdefghijklmnopqrstuvwxyz{|}~") == std::string::npos;
+    const auto isGood = [](char c) { return c == '\n' || (c >= ' ' && c <= '~'); };
+    return std::all_of(text.begin(), text.end(), isGood);
 }
 
 const std::string& rich() {
