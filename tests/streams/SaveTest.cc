@@ -15,11 +15,11 @@
 #include <stdexcept>
 
 #include "fxds/Globals.h"
-#include "fxds/Trace.h"
 #include "fxds/XdrEvolution.h"
 #include "tests/support/RichGraph.h"
 #include "tests/support/RunProgram.h"
 #include "tests/support/Surroundings.h"
+#include "tests/support/Traced.h"
 
 // What the library does to the disk, in its order, and which step of it fails.
 namespace {
@@ -252,21 +252,12 @@ TEST_F(Save, MessagesAreIndependent) {
 }
 
 TEST_F(Save, TracingShowsTheRecords) {
-    std::string traced;
-    const auto note = [](void* text, const char* line, size_t) {
-        *static_cast<std::string*>(text) += std::string(line) + '\n';
-    };
     Node node;
     node.text = "x";
     node.left = &node;
-    fxTrace::setSink(note, &traced);
-    fxTrace::enable("streams");
     HeldStream stream;
-    EXPECT_FALSE(fxSave(*static_cast<fxStream*>(stream), node));
-    const std::string written = std::exchange(traced, "");
-    delete loaded<Node>(stream->view());
-    fxTrace::enable(0U);
-    fxTrace::setSink(nullptr, nullptr);
+    const std::string written =
+        traced("streams", [&] { EXPECT_FALSE(fxSave(*static_cast<fxStream*>(stream), node)); });
     EXPECT_EQ(written,
               "fxds stream  write offset 30, type #2, class Node\n"
               "fxds stream  write offset 40, object #1, class Node\n"
@@ -274,7 +265,8 @@ TEST_F(Save, TracingShowsTheRecords) {
               "fxds stream  write offset 79, pointer again #1, class Node\n"
               "fxds stream  write offset 84, null, class Node\n"
               "fxds stream  write offset 85, bytes #3\n");
-    EXPECT_EQ(traced, std::regex_replace(written, std::regex("write"), "read"));
+    EXPECT_EQ(traced("streams", [&] { delete loaded<Node>(stream->view()); }),
+              std::regex_replace(written, std::regex("write"), "read"));
 }
 
 TEST_F(Save, AFileIsReplacedAsAWhole) {
