@@ -26,7 +26,9 @@
 // (2) [0, used) of `buffer` follows what was written; used < bufferBytes.
 // (3) `failure`, once set, stays.
 
-fxNewFile::fxNewFile(int folder_, const struct stat* old) : folder(folder_), maker(::getpid()) {
+// Memory that is lacking must not leave a file behind.
+fxNewFile::fxNewFile(int folder_, const struct stat* old)
+    : folder(folder_), maker(::getpid()), buffer(new char[bufferBytes]) {
     static std::atomic<unsigned int> count{0};
     const unsigned int mode = old != nullptr ? S_IRUSR | S_IWUSR : 0666;
     const std::string prefix = ".saving-" + std::to_string(maker) + '-';
@@ -38,7 +40,6 @@ fxNewFile::fxNewFile(int folder_, const struct stat* old) : folder(folder_), mak
         name.clear();
         return;
     }
-    buffer.reset(new char[bufferBytes]);
     if (old == nullptr) return;
     const bool isOwned = ::fchown(fd, old->st_uid, old->st_gid) == 0;
     const unsigned int bits = isOwned ? 07777U : 0777U;
