@@ -433,7 +433,7 @@ TEST_F(HostileStream, ConvertersLeaveAnIncompleteGroupAlone) {
     HeldStream stream(records("d =abcdefg*3"));
     fxBinaryReader reader(stream, 0x1122, 0x33445566, "ieee");
     std::string bytes(7, '\0');
-    for (const auto& [turn, turned] : {std::pair(fxBinaryReader_BS, "badcfeg"),
+    for (const auto& [turn, turned] : {std::pair(&fxBinaryReader_BS, "badcfeg"),
                                        {fxBinaryReader_longsSS, "cdabefg"},
                                        {fxBinaryReader_longsBSSS, "dcbaefg"}}) {
         EXPECT_TRUE(turn(reader, bytes.data(), 7) && bytes == turned) << turned;

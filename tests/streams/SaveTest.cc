@@ -196,6 +196,20 @@ TEST_F(Save, WhatCannotBeSavedSaysWhy) {
         EXPECT_EQ(fxSave(path, root).reason, reason);
         EXPECT_NE(guide.find(reason), std::string::npos);
     }
+    // Reading has the same limit: 1,023 elements, then five elements or entries.
+    bool isRefused = false;
+    for (const std::function<bool()>& read :
+         {std::function<bool()>(all(empty, empty)), {all(empty, map)}}) {
+        Wilful::fields = [&](fxTranscriber& t) {
+            bool isDone = true;
+            if (on = &t; t.isReading()) return isRefused = !read(), !isRefused;
+            for (unsigned int word : {1023, 5, 0, 1, 2, 3, 4}) isDone = isDone && fxXdr(t, word);
+            return isDone;
+        };
+        EXPECT_FALSE(fxSave(path, root));
+        EXPECT_TRUE(fxLoad<Wilful>(path) && isRefused);  // xdrFail() forgives it
+    }
+    empty.resize(1024);
     // Each graph has as much.
     Wilful::fields = [&](fxTranscriber& t) { return fxXdr(t, empty); };
     HeldStream stream;
