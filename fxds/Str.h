@@ -233,6 +233,10 @@ public:
     /// reaches that length without another block. Assignment from a longer text, format()
     /// and reading cancel that.
     void setMaxLength(unsigned int n);
+    // clang-format off
+    template <class Count>
+    void reserve(Count) = delete;  // room is made by setMaxLength(n), when the text is not empty
+    // clang-format on
     void lower();  ///< As tolower() of the C locale in force, byte by byte.
     void raise();  ///< As toupper(), likewise.
 
@@ -418,7 +422,7 @@ private:
     void setLength(unsigned int lengthBytes);
     void appendGrowing(char c);
     const char* makeRoom(std::string_view more, bool isAppended);
-    void reserve(size_t bytes);
+    void enlargeBlock(size_t bytes);
     void assignBytes(const char* s, size_t n);
     void keepWritten(const char* fmt, va_list arguments);
     fxBool readText(fxTranscriber& transcriber);

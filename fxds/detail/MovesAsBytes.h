@@ -1,5 +1,5 @@
-// Which types may be moved by their bytes. Part of the public headers, not of
-// the interface.
+// Which types may be moved by their bytes. Programs include it with an array, and specialise
+// fxMovesAsBytes for elements of their own.
 #ifndef FXDS_DETAIL_MOVESASBYTES_H
 #define FXDS_DETAIL_MOVESASBYTES_H
 

@@ -92,7 +92,7 @@ void fxStr::append(std::string_view text) {
             assignBytes(text.data(), text.size());
             return;
         }
-        reserve(leastBlock);
+        enlargeBlock(leastBlock);
     }
     const char* const from = makeRoom(text, true);
     std::memmove(data + length(), from, text.size());  // may reach over the terminator
@@ -189,7 +189,7 @@ void fxStr::resize(unsigned int n, unsigned char) {
         return;
     }
     makeBlockOwn();
-    reserve(wanted);
+    enlargeBlock(wanted);
     if (wanted > slength) std::memset(data + length(), 0, wanted - length());
     setLength(wanted);
 }
@@ -197,7 +197,7 @@ void fxStr::resize(unsigned int n, unsigned char) {
 void fxStr::setMaxLength(unsigned int n) {
     makeBlockOwn();
     if (!ownsBlock()) return;
-    reserve(size_t{std::max(n, length())} + 1);
+    enlargeBlock(size_t{std::max(n, length())} + 1);
 }
 
 void fxStr::lower() {
@@ -306,7 +306,7 @@ void fxStr::copyToOwnBlock() {
 
 // Gives the block `bytes` bytes; the text and `slength` stay. Blocks never get
 // smaller.
-void fxStr::reserve(size_t bytes) {
+void fxStr::enlargeBlock(size_t bytes) {
     if (!ownsBlock()) {
         setBlock(fxNewBlock(bytes), bytes);
         data[0] = '\0';

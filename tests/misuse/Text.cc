@@ -17,6 +17,8 @@ inline fxStr use(const fxStr& a, const fxStr& b) {
     MISUSE(FractionAsText, fxStr fraction(3.14);)
     // always true: ask isEmpty()
     MISUSE(StringAsTruth, if (a) return b;)
+    // room is made by setMaxLength(n), when the text is not empty
+    MISUSE(RoomByTheNameOfOthers, text.reserve(100);)
     // texts are joined by a | b
     MISUSE(TextsAdded, return a + b;)
     MISUSE(CharacterAdded, return a + 'b';)
