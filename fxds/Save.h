@@ -110,11 +110,12 @@ fxLoaded<C> load(Source& source) {
 
 }  // namespace fxDetail
 
-/// Saves the graph of `root` in the file at `path`. The file has the old content or the
-/// whole new one, whatever happens: the bytes go to a new file in the same folder, whose
-/// name begins with ".saving-"; it is synced, takes the place of the file, and the folder
-/// is synced. At `path` there must be a file that the caller may write to, a symbolic link
-/// to one, or nothing; the new file has the permission bits of the old one, and its owner
+/// Saves the graph of `root` in the file at `path`. One thread at a time saves or loads. The
+/// file has the old content or the whole new one, whatever happens: the bytes go to a new
+/// file in the same folder, whose name begins with ".saving-"; it is synced, takes the place
+/// of the file, and the folder is synced. At `path` there must be a file that the caller may
+/// write to, a symbolic link to one or to nothing, or nothing, in a folder that the caller
+/// may read and write. The new file has the permission bits of the old one, and its owner
 /// where the system allows it. Other hard links keep the old content. The path is looked up
 /// once: neither an xdr() that changes the working folder nor a folder that gets another
 /// name meanwhile matters. If something else is at the path by then, it is replaced only if
@@ -175,7 +176,8 @@ template <class C, class... Arguments>
 /// message may follow in the stream, or be missing in it, and the two ends do not agree
 /// any more: close it. An object that may be unwritable is saved in an fxMemoryStream, and its
 /// bytes are put into the stream when there is no fault. A pipe that nothing reads raises
-/// SIGPIPE; where that is ignored, the fault is a system error, EPIPE.
+/// SIGPIPE; where that is ignored, the fault is a system error, EPIPE. So it is with SIGXFSZ
+/// and EFBIG, when the stream is a file.
 template <class C>
 [[nodiscard]] fxStreamFault fxSave(fxStream& stream, C* root) {
     return fxDetail::save<C>(stream, root);

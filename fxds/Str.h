@@ -230,8 +230,8 @@ public:
     /// part of the contract.
     void resize(unsigned int n, unsigned char fill = 0);
     /// Enlarges the block of a non-empty string to hold `n` bytes of text, so that the text
-    /// reaches that length without another block. Assignment from a longer text, format()
-    /// and reading cancel that.
+    /// reaches that length without another block. Assignment from a longer text, replaceAll(),
+    /// format() and reading cancel that.
     void setMaxLength(unsigned int n);
     // clang-format off
     template <class Count>

@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "fxds/Dictionary.h"
+#include "fxds/Fatal.h"
 #include "fxds/KeyHooks.h"
 #include "fxds/detail/MovesAsBytes.h"
 
@@ -227,8 +228,9 @@ class FX_API EntryIter : public fxDictIter {
 public:
     /// Requires: a current entry (see fxDictIter).
     const Key& key() const { return *static_cast<const Key*>(getKey()); }
+    /// Fatal while the value is being replaced, as within its copy constructor.
     /// Requires: a current entry.
-    Value& value() const { return *static_cast<Value*>(getValue()); }
+    Value& value() const { return wholeValue(getValue()); }
 
     /// What range-for gives: views, good until the entry goes.
     struct Entry {
@@ -238,7 +240,7 @@ public:
     Entry operator*() const { return {key(), value()}; }
     /// For `*i++`.
     static Entry entry(void* key, void* value) {
-        return {*static_cast<const Key*>(key), *static_cast<Value*>(value)};
+        return {*static_cast<const Key*>(key), wholeValue(value)};
     }
     ///@{
     /// For the standard's algorithms.
@@ -260,6 +262,12 @@ protected:
     EntryIter() = default;
     EntryIter(const fxDictIter& other) : fxDictIter(other) {}
     EntryIter(fxDictionary& dictionary) : fxDictIter(dictionary) {}
+
+private:
+    static Value& wholeValue(void* value) {
+        if (value == nullptr) fxFatal("an entry is asked for a value that is being replaced");
+        return *static_cast<Value*>(value);
+    }
 };
 }  // namespace fxDetail
 

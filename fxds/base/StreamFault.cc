@@ -1,5 +1,6 @@
 #include "fxds/StreamFault.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 
@@ -40,7 +41,8 @@ void fxStreamFault::end(const char* message) const {
 }
 
 std::string fxStreamFault::text() const {
-    const std::string what = path.empty() ? "the data" : path;
+    std::string what = path.empty() ? "the data" : path;
+    std::replace(what.begin(), what.end(), '\0', '?');  // which would end the sentence in C
     const std::string ofClass = className.empty() ? "" : ": class " + className;
     switch (kind) {
         case none:

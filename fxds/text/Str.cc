@@ -197,7 +197,7 @@ void fxStr::resize(unsigned int n, unsigned char) {
 void fxStr::setMaxLength(unsigned int n) {
     makeBlockOwn();
     if (!ownsBlock()) return;
-    enlargeBlock(size_t{std::max(n, length())} + 1);
+    enlargeBlock(fxLengthField(size_t{std::max(n, length())} + 1));
 }
 
 void fxStr::lower() {

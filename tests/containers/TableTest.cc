@@ -497,6 +497,24 @@ TEST(Dictionary, PointersAreNotWritten) {
     EXPECT_FALSE(dict.xdr(writer) || fxDictionary::xdr(&dict, writer));
 }
 
+// Looks at all values while one is copied.
+struct Curious {
+    Curious() = default;
+    Curious(const Curious&) {
+        if (all == nullptr) return;
+        for (const auto& [key, value] : *all) ADD_FAILURE() << key << &value;
+    }
+    static inline fxTypedDictionary<fxStr, Curious>* all = nullptr;
+};
+
+TEST(DictionaryDeathTest, ValueThatIsBeingReplacedIsFatal) {
+    fxTypedDictionary<fxStr, Curious> values;
+    values.add("a", Curious());
+    Curious::all = &values;
+    EXPECT_DEATH(values.add("a", Curious()), "being replaced");
+    Curious::all = nullptr;
+}
+
 #ifdef FXDS_CHECKED
 // Its hooks are settled before its class is.
 TEST(DictionaryDeathTest, CheckedTableThatABaseHasUsedIsFatal) {

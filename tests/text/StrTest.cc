@@ -348,6 +348,7 @@ TEST(StrDeathTest, LengthsThatDoNotFitAreFatal) {
     fxStr s("a");
     EXPECT_DEATH(s.append("b", UINT_MAX), "does not fit 32 bits");
     EXPECT_DEATH(s.resize(UINT_MAX), "does not fit 32 bits");
+    EXPECT_DEATH(s.setMaxLength(UINT_MAX), "does not fit 32 bits");
     EXPECT_DEATH(fxStr::number(1, 37), "37 is no base of numbers");
     EXPECT_DEATH(fxTempStr("", UINT_MAX, "", 1), "does not fit 32 bits");
     EXPECT_DEATH(fxTempStr("", 0, "", 0).concat("", UINT_MAX), "does not fit 32 bits");
