@@ -434,6 +434,11 @@ TEST_F(Save, AForkedProcessLeavesTheFilesAlone) {
         EXPECT_TRUE(!fault && end == ECANCELED);
         EXPECT_EQ(contents(path), whole);
     }
+    // Its own process ends.
+    Wilful::act = [] { _exit(0); };
+    EXPECT_EXIT(static_cast<void>(fxSave(path, &root)), testing::ExitedWithCode(0), "");
+    EXPECT_EQ(contents(path), whole);
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(directory.path), {}), 2);
     Wilful::act = nullptr;
 }
 
