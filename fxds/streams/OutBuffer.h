@@ -2,7 +2,6 @@
 #ifndef FXDS_STREAMS_OUTBUFFER_H
 #define FXDS_STREAMS_OUTBUFFER_H
 
-#include <algorithm>
 #include <cstddef>
 #include <cstring>
 #include <memory>
@@ -51,25 +50,27 @@ public:
         return true;
     }
 
-    /// Puts as many whole pieces of pieceBytes bytes as there are, each behind the head, if they
-    /// are so many that a large buffer is worth it. Returns how many of the bytes were put; none
-    /// if that is not possible, or if the stream has failed.
+    /// Puts as many whole pieces of pieceBytes bytes as there are, each behind the head, which is
+    /// shorter than a piece, if they are so many that a large buffer is worth it. Returns how
+    /// many of the bytes were put; none if that is not possible, or if the stream has failed.
     template <size_t pieceBytes>
     size_t putPieces(const char* head, size_t headLength, const char* from, size_t byteCount) {
         if (byteCount < manyBytes || end == bytes.get() || !send()) return 0;
-        if (large == nullptr) large.reset(new char[manyBytes]);
-        const size_t most = manyBytes / (headLength + pieceBytes);
-        const size_t count = byteCount / pieceBytes;
-        for (size_t done = 0; done < count;) {
-            char* place = large.get();
-            for (const size_t last = std::min(done + most, count); done < last; ++done) {
-                std::memcpy(place, head, headLength);
-                copyPiece<pieceBytes>(place + headLength, from + done * pieceBytes);
-                place += headLength + pieceBytes;
-            }
-            if (!write(large.get(), static_cast<size_t>(place - large.get()))) return 0;
+        if (large == nullptr) large.reset(new char[manyBytes + 2 * pieceBytes]);
+        const size_t done = byteCount / pieceBytes * pieceBytes;
+        size_t have = 0;
+        for (size_t i = 0; i < done; i += pieceBytes) {
+            std::memcpy(large.get() + have, head, headLength);
+            copyPiece<pieceBytes>(large.get() + have + headLength, from + i);
+            have += headLength + pieceBytes;
+            // Writes end where blocks of the file do, which file systems take best.
+            const size_t wanted = manyBytes - sent % manyBytes;
+            if (have < wanted) continue;
+            if (!write(large.get(), wanted)) return 0;
+            have -= wanted;
+            std::memmove(large.get(), large.get() + wanted, have);
         }
-        return count * pieceBytes;
+        return put(large.get(), have) ? done : 0;
     }
 
     /// Writes the collected bytes to the stream. False if that has failed.
@@ -111,14 +112,19 @@ private:
     size_t left() const { return static_cast<size_t>(end - next); }
     // Out of line, which keeps room() small.
     [[gnu::noinline]] char* makeRoom() { return end != bytes.get() && send() ? next : nullptr; }
-    // In lines of the cache, and ahead of them: compilers copy a piece as a whole at a third of
-    // the speed.
+    // In lines of the cache, because compilers copy a piece as a whole at a third of the speed.
+    // They are asked for early, and only into the next cache; their page earlier still, as its
+    // address may have to be looked up in memory.
     template <size_t pieceBytes>
     static void copyPiece(char* to, const char* from) {
         constexpr size_t line = 64;
-        constexpr size_t ahead = 2048;
+        constexpr size_t pageAhead = size_t{1} << 15;
+        constexpr size_t lineAhead = size_t{1} << 13;
+        constexpr size_t placeAhead = 512;
+        __builtin_prefetch(from + pageAhead, 0, 2);
         for (size_t i = 0; i < pieceBytes; i += line) {
-            __builtin_prefetch(from + i + ahead);
+            __builtin_prefetch(from + i + lineAhead, 0, 2);
+            __builtin_prefetch(to + i + placeAhead, 1);
             std::memcpy(to + i, from + i, line);
         }
     }

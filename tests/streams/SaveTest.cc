@@ -301,10 +301,22 @@ TEST_F(Save, AFileIsReplacedAsAWhole) {
     EXPECT_STREQ(fxLoad<Node>(link.c_str())->text, "changed");
     ASSERT_FALSE(fxSave(directory.link("farther", "new.fx"), &root));
     EXPECT_EQ(contents(directory.path + "/new.fx"), contents(path));
-    // A file gets a long block in large pieces, and what is before and behind it.
-    for (int i = 0; i < 600001; ++i) root.text.append(static_cast<char>('a' + i * 7 % 25));
+    // A file gets a long block in large pieces, wherever it begins, and what is beside it.
+    std::string letters;
+    for (int i = 0; i < 300001; ++i) letters += static_cast<char>('a' + i * 7 % 25);
+    for (size_t i = 0; i < 600; i += 50) {
+        const fxStr written[] = {letters, letters.substr(0, 259700), letters.substr(0, i)};
+        fxStr texts[] = {written[0], written[1], written[2]};
+        Wilful::fields = [&](fxTranscriber& t) noexcept {
+            return fxXdr(t, texts[0]) && fxXdr(t, texts[1]) && fxXdr(t, texts[2]);
+        };
+        Wilful lengthy;
+        ASSERT_FALSE(fxSave(path, &lengthy));
+        for (fxStr& text : texts) text = "";
+        ASSERT_TRUE(fxLoad<Wilful>(path) && std::equal(texts, texts + 3, written)) << i;
+    }
+    Wilful::fields = nullptr;
     ASSERT_FALSE(fxSave(path, &root));
-    EXPECT_TRUE(fxLoad<Node>(path)->text == root.text);
 
     // Whatever fails, the file is as it was, and nothing else is left. Only the folder is
     // synced when the new one is in place.
