@@ -420,8 +420,26 @@ void settleHeap() {
     std::free(large);
 }
 
+// The heap gives memory of this size back, and each load takes fresh pages, unless it is
+// told to keep all: then the memory is warm.
+class Heap {
+public:
+    explicit Heap(bool isWarm) {
+        if (!isWarm) return;
+        mallopt(M_MMAP_MAX, 0);
+        mallopt(M_TRIM_THRESHOLD, INT_MAX);
+    }
+    Heap(const Heap&) = delete;
+    Heap& operator=(const Heap&) = delete;
+    ~Heap() {
+        mallopt(M_MMAP_MAX, 65536);
+        mallopt(M_TRIM_THRESHOLD, 128 * 1024);
+    }
+};
+
 template <class Way>
 void loadGraph(benchmark::State& state, Shape shape) {
+    const Heap heap(true);  // or its state would depend on the rows that ran before
     saveOnce<Way>(shape);
     const std::string file = path();
     for (auto _ : state) {
@@ -523,23 +541,6 @@ void saveLongsByHand(benchmark::State& state) {
     }
     state.SetBytesProcessed(state.iterations() * longCount * static_cast<long>(sizeof(long)));
 }
-// The heap gives memory of this size back, and each load takes fresh pages, unless it is
-// told to keep all: then the memory is warm.
-class Heap {
-public:
-    explicit Heap(bool isWarm) {
-        if (!isWarm) return;
-        mallopt(M_MMAP_MAX, 0);
-        mallopt(M_TRIM_THRESHOLD, INT_MAX);
-    }
-    Heap(const Heap&) = delete;
-    Heap& operator=(const Heap&) = delete;
-    ~Heap() {
-        mallopt(M_MMAP_MAX, 65536);
-        mallopt(M_TRIM_THRESHOLD, 128 * 1024);
-    }
-};
-
 void loadLongs(benchmark::State& state, bool isWarm) {
     const Heap heap(isWarm);
     {
