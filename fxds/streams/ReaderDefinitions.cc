@@ -189,6 +189,7 @@ bool fxBinaryReader::readBody(fxReaderEntry& entry, fxTypeObj* root) {
     fxReaderEntry* const typeEntry = typeOfBody();
     if (typeEntry == nullptr) return refuse(Fault::damaged, baddestNews);
     graph->fetchPlaces(entry);
+    graph->fetchPointers();
     const bool isAsWanted = root == nullptr && graph->isWantedAs(entry, typeEntry->record());
     if (!isAsWanted) chooseNamesake(*typeEntry, entry, root);
     fxTypeObj* const type = &typeEntry->record();

@@ -43,6 +43,12 @@ public:
         return index < near.size() ? near[index] : make(id, records);
     }
 
+    /// Prefetches the entry of the number, if it is an ordinary one.
+    [[gnu::always_inline]] void fetch(unsigned int id) {
+        const size_t index = size_t{id} - first;
+        if (index < near.size()) __builtin_prefetch(&near[index], 1);
+    }
+
     /// Room for a short text, kept until clear().
     char* textRoom(size_t bytes) { return texts.add(bytes); }
 
