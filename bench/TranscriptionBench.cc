@@ -421,20 +421,27 @@ void settleHeap() {
 }
 
 // The heap gives memory of this size back, and each load takes fresh pages, unless it is
-// told to keep all: then the memory is warm.
+// told to keep all: then the memory is warm. What other rows left in it goes first.
 class Heap {
 public:
-    explicit Heap(bool isWarm) {
-        if (!isWarm) return;
-        mallopt(M_MMAP_MAX, 0);
-        mallopt(M_TRIM_THRESHOLD, INT_MAX);
+    explicit Heap(bool isWarm_) : isWarm(isWarm_) {
+        malloc_trim(0);
+        mallopt(M_MMAP_MAX, isWarm ? 0 : 65536);
+        mallopt(M_TRIM_THRESHOLD, isWarm ? INT_MAX : 128 * 1024);
     }
     Heap(const Heap&) = delete;
     Heap& operator=(const Heap&) = delete;
-    ~Heap() {
-        mallopt(M_MMAP_MAX, 65536);
-        mallopt(M_TRIM_THRESHOLD, 128 * 1024);
+
+    /// Gives back what lies between other blocks, too, from where it would be warm.
+    void settle(benchmark::State& state) const {
+        if (isWarm) return;
+        state.PauseTiming();
+        malloc_trim(0);
+        state.ResumeTiming();
     }
+
+private:
+    const bool isWarm;
 };
 
 template <class Way>
@@ -547,7 +554,10 @@ void loadLongs(benchmark::State& state, bool isWarm) {
         fxLongArray array = someLongs();
         save(&array);
     }
-    for (auto _ : state) delete load<fxLongArray>(path().c_str());
+    for (auto _ : state) {
+        heap.settle(state);
+        delete load<fxLongArray>(path().c_str());
+    }
     state.SetBytesProcessed(state.iterations() * longCount * static_cast<long>(sizeof(long)));
 }
 void loadLongsByHand(benchmark::State& state, bool isWarm) {
@@ -559,6 +569,7 @@ void loadLongsByHand(benchmark::State& state, bool isWarm) {
         std::fclose(file);
     }
     for (auto _ : state) {
+        heap.settle(state);
         FILE* file = std::fopen(path().c_str(), "r");
         long* const block = static_cast<long*>(std::malloc(longCount * sizeof(long)));
         if (std::fread(block, sizeof(long), longCount, file) != longCount) std::abort();
