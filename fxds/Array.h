@@ -172,12 +172,13 @@ protected:
     bool xdrSizes(fxTranscriber& transcriber, unsigned int& byteCount);
     /// Transcribes the elements after xdrSizes() in one call of `operation`,
     /// or, from a transcriber that readsInPieces(), in calls of at most
-    /// `pieceBytes`, so that memory is taken as the bytes arrive. When it fails
-    /// the array is empty.
+    /// `pieceBytes`, so that memory is taken as the bytes arrive or are known to
+    /// come. When it fails the array is empty.
     bool xdrElements(fxTranscriber& transcriber, unsigned int byteCount, XdrElements* operation);
     /// Makes the block at least `bytes` long while elements are read, of which
-    /// there will be `mostBytes`. False when there is no memory.
-    bool growTo(std::size_t bytes, unsigned int mostBytes);
+    /// there will be `mostBytes`, and that long if the stream has as much. False
+    /// when there is no memory.
+    bool growTo(const fxTranscriber& transcriber, std::size_t bytes, unsigned int mostBytes);
     /// Ends a reading: the array has the `byteCount` bytes that are in its
     /// block, or is empty. Returns `isRead`.
     bool endReading(bool isRead, unsigned int byteCount);

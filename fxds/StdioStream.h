@@ -40,6 +40,8 @@ public:
     /// itself; empty for any other, and for a derived class, which may have
     /// other bytes.
     const fxStreamWindow& window() override;
+    /// Of a stream with such bytes over a regular file, also those behind them.
+    size_t bytesToCome() override;
 
     /// Hands everything written so far to the system. False when that failed,
     /// now or in an earlier operation, as on a full disk. True for a stream

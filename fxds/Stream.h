@@ -86,6 +86,9 @@ public:
     /// The buffered bytes, for readers that take many small pieces; a view,
     /// good as long as the stream. This one is always empty.
     virtual const fxStreamWindow& window();
+    /// How many bytes are left to read, as far as that is known without reading: a file may
+    /// lose some, and more may come. This one counts those of the window.
+    virtual size_t bytesToCome();
 };
 
 #endif

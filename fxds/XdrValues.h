@@ -24,9 +24,9 @@
 // as it would be alone. A number of parts that the type does not fix comes first, as an
 // unsigned int. docs/stream-format.md has the table.
 //
-// A claimed size costs nothing: containers grow as their elements arrive, memory is claimed
-// by fxXdrClaim() where few bytes may ask for much, and values nest up to
-// `fxXdrNesting::most` deep.
+// A claimed size costs nothing: containers grow as their elements arrive, those of numbers also
+// at once where the stream has enough bytes, memory is claimed by fxXdrClaim() where few bytes
+// may ask for much, and values nest up to `fxXdrNesting::most` deep.
 
 template <class T>
 bool fxXdr(fxTranscriber& t, T& v);
@@ -175,6 +175,7 @@ bool fxXdrNumbers(fxTranscriber& t, Numbers& numbers) {
     if (!fxXdrCount(t, numbers.size(), count)) return false;
     if (!t.isReading()) return fxXdrRun(t, numbers.data(), count);
     numbers.clear();
+    if (t.hasToCome(count * sizeof(numbers[0]))) numbers.reserve(count);
     while (numbers.size() < count) {
         const size_t have = numbers.size();
         const size_t n = std::min(piece, count - have);

@@ -9,3 +9,5 @@ const fxStreamWindow& fxStream::window() {
     static const fxStreamWindow empty;
     return empty;
 }
+
+size_t fxStream::bytesToCome() { return window().size(); }

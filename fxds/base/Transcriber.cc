@@ -58,6 +58,11 @@ void fxTranscriber::forgetObjects() { reset(); }
 
 bool fxTranscriber::readsInPieces() const { return false; }
 
+bool fxTranscriber::hasToCome(size_t byteCount) const {
+    constexpr size_t least = size_t{1} << 16;
+    return byteCount >= least && stream != nullptr && stream->bytesToCome() >= byteCount;
+}
+
 void fxTranscriber::placesMoved(const void*, size_t, void*) {}
 
 void fxTranscriber::placesLieIn(void*, const Container&, size_t) {}

@@ -315,7 +315,8 @@ bool fxArray::xdrSizes(fxTranscriber& transcriber, unsigned int& byteCount) {
 }
 
 // A length in a stream is only a claim: where the transcriber reads in pieces, the block
-// grows with the elements that have arrived. Until all have, the length stays 0.
+// grows with the elements that have arrived, unless the stream has enough bytes for all.
+// Until all have arrived, the length stays 0.
 bool fxArray::xdrElements(fxTranscriber& transcriber, unsigned int byteCount,
                           XdrElements* operation) {
     if (byteCount == 0) return true;
@@ -327,7 +328,7 @@ bool fxArray::xdrElements(fxTranscriber& transcriber, unsigned int byteCount,
     std::size_t have = 0;
     while (have < byteCount) {
         const std::size_t piece = std::min(step, byteCount - have);
-        if (!growTo(have + piece, byteCount)) break;
+        if (!growTo(transcriber, have + piece, byteCount)) break;
         const unsigned int count = static_cast<unsigned int>(piece / elementSize);
         if (!operation(transcriber, data + have, count)) break;
         have += piece;
@@ -335,10 +336,11 @@ bool fxArray::xdrElements(fxTranscriber& transcriber, unsigned int byteCount,
     return endReading(have == byteCount, byteCount);
 }
 
-bool fxArray::growTo(std::size_t bytes, unsigned int mostBytes) {
-    if (bytes <= blockBytes()) return true;
-    const std::size_t wanted = std::max(bytes, 2 * blockBytes());
-    return resizeBlock(std::min<std::size_t>(wanted, mostBytes));
+bool fxArray::growTo(const fxTranscriber& transcriber, std::size_t bytes, unsigned int mostBytes) {
+    const std::size_t have = blockBytes();
+    if (bytes <= have) return true;
+    if (transcriber.hasToCome(mostBytes - have)) return resizeBlock(mostBytes);
+    return resizeBlock(std::min<std::size_t>(std::max(bytes, 2 * have), mostBytes));
 }
 
 bool fxArray::endReading(bool isRead, unsigned int byteCount) {

@@ -23,7 +23,8 @@ fxBool fxIntArray::xdr(fxTranscriber& transcriber) {
     }
     const bool isRead = fxXdrPackedInts<long>(
         transcriber, byteCount / sizeof(int), stagedLongs, [&](std::size_t first, std::size_t n) {
-            return growTo((first + n) * sizeof(int), byteCount) ? begin() + first : nullptr;
+            return growTo(transcriber, (first + n) * sizeof(int), byteCount) ? begin() + first
+                                                                             : nullptr;
         });
     return endReading(isRead, byteCount);
 }

@@ -27,8 +27,8 @@
 // (2) An object derives from the type that each place which gets it declares.
 // (3) A block is as long as each of its places needs, and a text ends where its string does.
 // (4) A part of an object is read once. Pointers may lead only to parts that the object inherits.
-// (5) A claimed size is only a limit: memory grows with the bytes that have arrived, also when
-//     many strings name one text.
+// (5) A claimed size is only a limit: memory grows with the bytes that have arrived or that the
+//     stream is known to have, also when many strings name one text.
 // A function that meets a contradiction returns false through refuse(), which ends the program
 // unless the caller asked for a fault. It leaves its objects so that they can be destroyed.
 //

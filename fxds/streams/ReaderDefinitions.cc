@@ -146,7 +146,7 @@ bool fxBinaryReader::readBlock(fxReaderEntry& entry) {
 // Given: a malloc() block with a zero behind its bytes, or null.
 char* fxBinaryReader::readGrowing(Converter* converter, unsigned int byteCount) {
     size_t have = 0;
-    size_t blockBytes = std::min<size_t>(byteCount, firstPiece);
+    size_t blockBytes = hasToCome(byteCount) ? byteCount : std::min<size_t>(byteCount, firstPiece);
     Block block(static_cast<char*>(std::malloc(blockBytes + 1)));
     while (block != nullptr && converter(*this, block.get() + have, blockBytes - have)) {
         block[blockBytes] = '\0';

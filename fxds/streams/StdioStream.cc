@@ -129,6 +129,16 @@ const fxStreamWindow& fxStdioStream::window() {
     return typeid(*this) == typeid(fxStdioStream) ? unread : fxStream::window();
 }
 
+size_t fxStdioStream::bytesToCome() {
+    const size_t here = window().size();
+    if (next == nullptr || hasEnded || typeid(*this) != typeid(fxStdioStream)) return here;
+    struct stat status = {};
+    const int fd = ::fileno(file);
+    const bool isFile = ::fstat(fd, &status) == 0 && S_ISREG(status.st_mode);
+    const off_t at = isFile ? ::lseek(fd, 0, SEEK_CUR) : -1;
+    return at >= 0 && at < status.st_size ? here + static_cast<size_t>(status.st_size - at) : here;
+}
+
 bool fxStdioStream::flush() {
     if (file == nullptr) return false;
     if (!isWriting()) return true;

@@ -12,6 +12,7 @@
 #include "fxds/StdioStream.h"
 #include "tests/support/FatalCatcher.h"
 #include "tests/support/RichGraph.h"
+#include "tests/support/Surroundings.h"
 #include "tests/support/TestSeed.h"
 
 namespace {
@@ -399,6 +400,11 @@ TEST_F(HostileStream, CountsAndDepthOfValuesCostNothing) {
         fxBinaryReader reader(stream, 0x1122, 0x33445566, "ieee");
         return fxXdr(reader, value);
     };
+#ifndef __SANITIZE_ADDRESS__
+    limitMemory(size_t{64} << 20);
+    EXPECT_NO_THROW(EXPECT_FALSE(reads("0x1000000", std::vector<long>())));
+    limit(RLIMIT_AS);
+#endif
     EXPECT_FALSE(reads("0xFFFFFFFF", std::string()) || reads("0xFFFFFFFF", std::vector<int>()));
     EXPECT_FALSE(reads("0xFFFFFFFF", std::vector<bool>()) ||
                  reads("0xFFFFFFFF", std::vector<std::string>()));

@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 #include <pthread.h>
 #include <sys/resource.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cstdlib>
@@ -54,6 +55,13 @@ inline void limit(decltype(RLIMIT_FSIZE) what, rlim_t most = RLIM_INFINITY) {
     getrlimit(what, &now);
     now.rlim_cur = std::min(most, now.rlim_max);
     setrlimit(what, &now);
+}
+
+/// Limits memory to so much more than there is. Sanitizers map more than that would leave.
+inline void limitMemory(size_t more) {
+    long pages = 0;
+    std::ifstream("/proc/self/statm") >> pages;
+    limit(RLIMIT_AS, static_cast<size_t>(pages * getpagesize()) + more);
 }
 
 /// Does the work on a thread whose stack has this size.
