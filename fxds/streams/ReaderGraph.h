@@ -197,19 +197,23 @@ public:
             __builtin_prefetch(readyEntries[i], 1);
         }
     }
-    /// Prefetches the entries of the pointers that follow the ready payload, where the fields
-    /// of most objects begin. Memory has the time of making the object, then, to find them.
+    /// Prefetches the entries of the known pointers that follow the ready payload, where the
+    /// fields of most objects begin. Memory has the time of making the object, then, to find
+    /// them. Those of new ones are at the end of the table, and near.
     [[gnu::always_inline]] void fetchPointers() {
         using namespace fxRecordFormat;
-        const auto* const bytes = reinterpret_cast<const unsigned char*>(*ready.window->next);
-        const size_t size = ready.window->size();
-        size_t at = ready.count;
-        for (int looked = 0; looked < 4 && at + maxHeadBytes <= size; ++looked) {
-            const unsigned int tag = bytes[at];
-            const bool isPointer = tag == fxTagPointer || tag == fxTagPointerAgain;
-            if (!isPointer && tag != fxTagBlock) return;
-            if (isPointer) numbers.fetch(word(bytes + at + 1));
-            at += 1U + fieldBytes[tag];
+        constexpr size_t most = 3;
+        if (ready.window->size() < ready.count + most * maxHeadBytes) return;
+        const auto* record = reinterpret_cast<const unsigned char*>(*ready.window->next);
+        record += ready.count;
+        for (size_t i = 0; i < most; ++i) {
+            const unsigned int tag = *record;
+            if (tag == fxTagPointerAgain) {
+                numbers.fetch(word(record + 1));
+            } else if (tag != fxTagPointer && tag != fxTagBlock) {
+                return;
+            }
+            record += 1U + fieldBytes[tag];
         }
     }
     /// Prefetches the places that wait for the entry.
