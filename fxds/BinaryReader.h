@@ -20,10 +20,10 @@ class fxRecordReader;
 /// fxTranscriber::getReader().
 ///
 /// Nothing is read beyond what is needed, so a reader may sit on a pipe. A
-/// graph of any depth is read without recursion. Objects, blocks and texts are made as
-/// their bytes arrive, long ones at once where the stream has so many. A readObject() that
-/// fails, or that an exception leaves, sets the pointers that it has filled to null and
-/// destroys everything that it made.
+/// graph of any depth is read without recursion. Objects, blocks, texts and the elements of
+/// containers are made as their bytes arrive; there may be room before for those that the
+/// stream has to come. A readObject() that fails, or that an exception leaves, sets the pointers
+/// that it has filled to null and destroys everything that it made.
 ///
 /// **Damaged streams.** An end that comes too early is a null or false result;
 /// among the fields of an object it is fatal, because no record's function can

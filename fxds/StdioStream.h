@@ -40,7 +40,8 @@ public:
     /// itself; empty for any other, and for a derived class, which may have
     /// other bytes.
     const fxStreamWindow& window() override;
-    /// Of a stream with such bytes over a regular file, also those behind them.
+    /// Of a stream that is only read and made its FILE itself: the rest of a regular
+    /// file, by its size. Otherwise the bytes of the window.
     size_t bytesToCome() override;
 
     /// Hands everything written so far to the system. False when that failed,

@@ -87,7 +87,8 @@ public:
     /// good as long as the stream. This one is always empty.
     virtual const fxStreamWindow& window();
     /// How many bytes are left to read, as far as that is known without reading: a file may
-    /// lose some, and more may come. This one counts those of the window.
+    /// lose some, and more may come. Readers make room for long values that claim no more.
+    /// This one counts the bytes of the window.
     virtual size_t bytesToCome();
 };
 

@@ -140,11 +140,12 @@ public:
     virtual void forgetObjects();
 
     /// Whether a container that reads elements may request them in pieces, so that its
-    /// memory grows with the bytes that have arrived. From any other transcriber all
-    /// elements are requested in one call of the operation for their type.
+    /// memory grows with the bytes that have arrived, or that hasToCome(). From any other
+    /// transcriber all elements are requested in one call of the operation for their type.
     virtual bool readsInPieces() const;
-    /// Whether the stream has so many bytes to come, as far as it knows, that a container
-    /// may make room for them at once. False for less than 64 KB, for which that is no gain.
+    /// Whether the stream has so many bytes to come, as far as it knows, and there is memory
+    /// for them: a container may make room for them at once. False for less than 64 KB, for
+    /// which that is no gain.
     bool hasToCome(size_t byteCount) const;
 
     /// Informs a reader that the places given since the current attempt() began, as far as

@@ -24,9 +24,10 @@
 // as it would be alone. A number of parts that the type does not fix comes first, as an
 // unsigned int. docs/stream-format.md has the table.
 //
-// A claimed size costs nothing: containers grow as their elements arrive, those of numbers also
-// at once where the stream has enough bytes, memory is claimed by fxXdrClaim() where few bytes
-// may ask for much, and values nest up to `fxXdrNesting::most` deep.
+// A claimed size costs no more than the stream has: containers grow as their elements arrive,
+// those of numbers at once where the stream has all of them to come, memory is claimed by
+// fxXdrClaim() where few bytes may ask for much, and values nest up to `fxXdrNesting::most`
+// deep.
 
 template <class T>
 bool fxXdr(fxTranscriber& t, T& v);

@@ -1,5 +1,7 @@
 #include "fxds/Transcriber.h"
 
+#include <cstdlib>
+
 #include "fxds/Fatal.h"
 #include "fxds/Stream.h"
 #include "fxds/TypeObj.h"
@@ -60,7 +62,13 @@ bool fxTranscriber::readsInPieces() const { return false; }
 
 bool fxTranscriber::hasToCome(size_t byteCount) const {
     constexpr size_t least = size_t{1} << 16;
-    return byteCount >= least && stream != nullptr && stream->bytesToCome() >= byteCount;
+    if (byteCount < least || stream == nullptr) return false;
+    if (stream->bytesToCome() < byteCount) return false;
+    // Room for more than there is memory for is made piece by piece: it may end before.
+    void* volatile const room = std::malloc(byteCount);  // or the compiler would drop it
+    const bool isThere = room != nullptr;
+    std::free(room);
+    return isThere;
 }
 
 void fxTranscriber::placesMoved(const void*, size_t, void*) {}

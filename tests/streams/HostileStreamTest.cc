@@ -400,9 +400,20 @@ TEST_F(HostileStream, CountsAndDepthOfValuesCostNothing) {
         fxBinaryReader reader(stream, 0x1122, 0x33445566, "ieee");
         return fxXdr(reader, value);
     };
+    HeldStream some(std::string(100000, 'x'));
+    const fxBinaryReader informed(some, 0x1122, 0x33445566, "ieee");
+    EXPECT_TRUE(informed.hasToCome(100000) && !informed.hasToCome(100001));
 #ifndef __SANITIZE_ADDRESS__
+    struct : fxMemoryStream {
+        size_t bytesToCome() override { return SIZE_MAX; }
+    } boastful;
+    boastful.take();
+    const std::string claim = records("d 0x1000000");
+    boastful.putBytes(claim.data(), static_cast<unsigned int>(claim.size()));
+    fxBinaryReader believing(&boastful, 0x1122, 0x33445566, "ieee");
+    std::vector<long> longs;
     limitMemory(size_t{64} << 20);
-    EXPECT_NO_THROW(EXPECT_FALSE(reads("0x1000000", std::vector<long>())));
+    EXPECT_NO_THROW(EXPECT_FALSE(fxXdr(believing, longs)));
     limit(RLIMIT_AS);
 #endif
     EXPECT_FALSE(reads("0xFFFFFFFF", std::string()) || reads("0xFFFFFFFF", std::vector<int>()));
