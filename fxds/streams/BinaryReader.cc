@@ -209,8 +209,8 @@ void fxBinaryReader::placesMoved(const void* from, size_t byteCount, void* to) {
 }
 
 void fxBinaryReader::placesLieIn(void* container, const Container& kind, size_t before) {
-    settle();
-    graph->watch(container, kind, before);
+    // Of places that are refused the graph knows nothing: nor would it forget the container.
+    if (settle()) graph->watch(container, kind, before);
 }
 
 size_t fxBinaryReader::placesNoted() const { return graph->placesNoted(); }
