@@ -339,7 +339,7 @@ bool fxArray::xdrElements(fxTranscriber& transcriber, unsigned int byteCount,
 bool fxArray::growTo(const fxTranscriber& transcriber, std::size_t bytes, unsigned int mostBytes) {
     const std::size_t have = blockBytes();
     if (bytes <= have) return true;
-    if (transcriber.hasToCome(mostBytes - have)) return resizeBlock(mostBytes);
+    if (transcriber.hasToCome(mostBytes - have) && resizeBlock(mostBytes)) return true;
     return resizeBlock(std::min<std::size_t>(std::max(bytes, 2 * have), mostBytes));
 }
 
